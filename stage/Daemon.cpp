@@ -1,0 +1,59 @@
+#include "stage/Daemon.h"
+
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+#include "stage/ProcessState.h"
+
+#include <csignal>
+#include <sstream>
+#include <thread>
+
+namespace stage {
+namespace {
+
+Command CommandOf(const DaemonStart& start) {
+    Command command{ProgramPath("trayprobed"), start.arguments, PlainEnvironment()};
+    command.environment.insert(command.environment.begin(), start.environment.begin(),
+                               start.environment.end());
+    return command;
+}
+
+} // namespace
+
+Daemon::Daemon(Record& record, const DaemonStart& start)
+    : m_process(CommandOf(start), record, Voice::DaemonOutput, Voice::DaemonOutput) {
+    m_process.CloseInput();
+}
+
+Footprint Daemon::TakeFootprint() const {
+    return {CountThreads(Pid()), ListDescriptors(Pid())};
+}
+
+// Nothing announces that a thread of another process has ended, so /proc is asked again and again.
+Footprint Daemon::AwaitFootprint(const Footprint& expected) const {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    Footprint current = TakeFootprint();
+    while (current != expected && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        current = TakeFootprint();
+    }
+    return current;
+}
+
+int Daemon::Stop() {
+    if (IsRunning()) {
+        Signal(SIGTERM);
+    }
+    return AwaitEnd();
+}
+
+std::string Describe(const Footprint& footprint) {
+    std::ostringstream text;
+    text << footprint.threads << " threads; descriptors:";
+    for (const std::string& target : footprint.descriptors) {
+        text << ' ' << target;
+    }
+    return text.str();
+}
+
+} // namespace stage

@@ -1,0 +1,58 @@
+#ifndef STAGE_DAEMON_H
+#define STAGE_DAEMON_H
+
+#include "stage/Process.h"
+
+#include <string>
+#include <vector>
+
+namespace stage {
+
+struct DaemonStart {
+    std::vector<std::string> arguments{"trayprobed"}; // from argv[0] on
+    std::vector<std::string> environment;             // besides the plain one
+};
+
+// What a daemon holds of the kernel's, to be compared before and after some work.
+struct Footprint {
+    std::size_t threads = 0;
+    std::vector<std::string> descriptors;
+
+    bool operator==(const Footprint&) const = default;
+};
+
+std::string Describe(const Footprint& footprint);
+
+// The real daemon as a child process.
+class Daemon {
+public:
+    Daemon(Record& record, const DaemonStart& start);
+
+    pid_t Pid() const {
+        return m_process.Pid();
+    }
+    bool IsRunning() const {
+        return m_process.IsRunning();
+    }
+    void Signal(int number) const {
+        m_process.Signal(number);
+    }
+    Footprint TakeFootprint() const;
+
+    // Waits until the daemon holds what is expected, or as much time has passed as a closing
+    // thread can possibly take; returns what it holds then.
+    Footprint AwaitFootprint(const Footprint& expected) const;
+
+    // It runs until it is killed. Returns the wait status, of that death or of an earlier one.
+    int Stop();
+    int AwaitEnd() {
+        return m_process.AwaitEnd();
+    }
+
+private:
+    Process m_process;
+};
+
+} // namespace stage
+
+#endif

@@ -1,0 +1,61 @@
+#ifndef STAGE_PROCESS_H
+#define STAGE_PROCESS_H
+
+#include "stage/Descriptor.h"
+#include "stage/Record.h"
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace stage {
+
+struct Command {
+    std::string program;                  // its path
+    std::vector<std::string> arguments;   // from argv[0] on
+    std::vector<std::string> environment; // NAME=value, nothing else is inherited
+};
+
+// A child process that speaks on the record and can be spoken to. It is killed and reaped at the
+// latest when this object goes.
+class Process {
+public:
+    Process(const Command& command, Record& record, Voice output, Voice errors);
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    pid_t Pid() const {
+        return m_pid;
+    }
+    void Tell(const std::string& line) const;
+    void CloseInput() {
+        m_input.Close();
+    }
+    void Signal(int number) const;
+    bool IsRunning() const;
+
+    // Waits for the end and for the last of the output; returns the wait status.
+    int AwaitEnd();
+
+private:
+    Record& m_record;
+    Descriptor m_input;
+    Descriptor m_pidDescriptor;
+    pid_t m_pid = -1;
+    bool m_reaped = false;
+    int m_status = 0;
+    Record::SourceId m_output = 0;
+    Record::SourceId m_errors = 0;
+};
+
+// "exited with 1", "killed by signal 9".
+std::string DescribeEnd(int waitStatus);
+
+// The variables of this process's environment that a child of the build needs: the search path
+// and what steers the sanitizers.
+std::vector<std::string> PlainEnvironment();
+
+} // namespace stage
+
+#endif

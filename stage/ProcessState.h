@@ -1,0 +1,22 @@
+#ifndef STAGE_PROCESSSTATE_H
+#define STAGE_PROCESSSTATE_H
+
+// What /proc tells of a running process.
+
+#include <cstddef>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace stage {
+
+std::string ReadProcFile(pid_t pid, const std::string& name);
+std::size_t CountThreads(pid_t pid);
+
+// Where the open descriptors lead, sorted, without the numbers that tell one socket or pipe from
+// another: "socket", "pipe", "/dev/null", "anon_inode:[eventfd]".
+std::vector<std::string> ListDescriptors(pid_t pid);
+
+} // namespace stage
+
+#endif

@@ -1,0 +1,187 @@
+#include "stage/Record.h"
+
+#include "stage/Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <poll.h>
+#include <sys/eventfd.h>
+
+namespace stage {
+namespace {
+
+Record::Test MatchOf(Voice voice, const std::string& pattern) {
+    return [voice, expression = std::regex(pattern)](const Line& line) {
+        return line.voice == voice && std::regex_match(line.text, expression);
+    };
+}
+
+} // namespace
+
+const char* NameOf(Voice voice) {
+    switch (voice) {
+    case Voice::SystemLog:
+        return "log";
+    case Voice::DaemonOutput:
+        return "daemon";
+    case Voice::Server:
+        return "server";
+    case Voice::ServerOutput:
+        return "server output";
+    }
+    return "?";
+}
+
+Record::Record() : m_wakeUp(eventfd(0, EFD_CLOEXEC)) {
+    Require(static_cast<bool>(m_wakeUp), "cannot create an event descriptor");
+    m_thread = std::thread([this] { Run(); });
+}
+
+Record::~Record() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    eventfd_write(m_wakeUp.Get(), 1);
+    m_thread.join();
+}
+
+Record::SourceId Record::ListenToLines(Voice voice, Descriptor pipe) {
+    return Listen(voice, std::move(pipe), nullptr);
+}
+
+Record::SourceId Record::ListenToDatagrams(Voice voice, Descriptor socket, Edit edit) {
+    return Listen(voice, std::move(socket), edit);
+}
+
+Record::SourceId Record::Listen(Voice voice, Descriptor descriptor, Edit editDatagram) {
+    const std::lock_guard lock(m_mutex);
+    const SourceId id = m_nextId++;
+    m_sources.push_back({id, voice, std::move(descriptor), editDatagram, {}});
+    eventfd_write(m_wakeUp.Get(), 1);
+    return id;
+}
+
+void Record::AwaitEndOf(SourceId id) {
+    std::unique_lock lock(m_mutex);
+    const auto ended = [&] {
+        return std::none_of(m_sources.begin(), m_sources.end(),
+                            [id](const Source& source) { return source.id == id; });
+    };
+    if (!m_changed.wait_for(lock, kPatience, ended)) {
+        throw Failure("the output of a process did not end");
+    }
+}
+
+// Only this thread removes sources, so that references to them stay good while it reads unlocked.
+void Record::Run() {
+    std::vector<pollfd> polled;
+    std::vector<Source*> sources;
+    while (true) {
+        polled.assign(1, {m_wakeUp.Get(), POLLIN, 0});
+        sources.clear();
+        {
+            const std::lock_guard lock(m_mutex);
+            if (m_stopping) {
+                return;
+            }
+            for (Source& source : m_sources) {
+                sources.push_back(&source);
+                polled.push_back({source.descriptor.Get(), POLLIN, 0});
+            }
+        }
+        poll(polled.data(), polled.size(), -1);
+        if (polled[0].revents != 0) {
+            eventfd_t count = 0;
+            eventfd_read(m_wakeUp.Get(), &count);
+        }
+        for (std::size_t i = 0; i < sources.size(); ++i) {
+            if (polled[i + 1].revents != 0 && !ReadFrom(*sources[i])) {
+                const std::lock_guard lock(m_mutex);
+                m_sources.remove_if([ended = sources[i]](const Source& s) { return &s == ended; });
+                m_changed.notify_all();
+            }
+        }
+    }
+}
+
+bool Record::ReadFrom(Source& source) {
+    std::array<char, 65536> buffer{};
+    const ssize_t length = read(source.descriptor.Get(), buffer.data(), buffer.size());
+    if (length <= 0 && source.editDatagram == nullptr) {
+        if (!source.unfinished.empty()) {
+            Append(source.voice, std::move(source.unfinished));
+        }
+        return false;
+    }
+    if (length > 0) {
+        source.unfinished.append(buffer.data(), static_cast<std::size_t>(length));
+        TakeLinesFrom(source);
+    }
+    return true;
+}
+
+void Record::TakeLinesFrom(Source& source) {
+    if (source.editDatagram != nullptr) {
+        Append(source.voice, source.editDatagram(std::exchange(source.unfinished, {})));
+        return;
+    }
+    std::size_t end = 0;
+    while ((end = source.unfinished.find('\n')) != std::string::npos) {
+        Append(source.voice, source.unfinished.substr(0, end));
+        source.unfinished.erase(0, end + 1);
+    }
+}
+
+void Record::Append(Voice voice, std::string text) {
+    const std::lock_guard lock(m_mutex);
+    m_lines.push_back({voice, std::move(text), false});
+    m_changed.notify_all();
+}
+
+// From the line next on, which it moves past the lines that do not pass.
+std::optional<std::string> Record::TakeFirst(const Test& test, std::size_t& next) {
+    for (; next < m_lines.size(); ++next) {
+        Line& line = m_lines[next];
+        if (!line.taken && test(line)) {
+            line.taken = true;
+            return line.text;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string Record::Await(const Test& test, const std::string& what) {
+    std::unique_lock lock(m_mutex);
+    std::size_t next = 0;
+    std::optional<std::string> taken;
+    const auto isThere = [&] { return (taken = TakeFirst(test, next)).has_value(); };
+    if (!m_changed.wait_for(lock, kPatience, isThere)) {
+        throw Failure("waited in vain for " + what);
+    }
+    return *taken;
+}
+
+std::string Record::Await(Voice voice, const std::string& pattern) {
+    return Await(MatchOf(voice, pattern), std::string(NameOf(voice)) + ": " + pattern);
+}
+
+std::optional<std::string> Record::TakeIfThere(const Test& test) {
+    const std::lock_guard lock(m_mutex);
+    std::size_t next = 0;
+    return TakeFirst(test, next);
+}
+
+std::vector<Line> Record::Since(std::size_t position) const {
+    const std::lock_guard lock(m_mutex);
+    const auto first =
+        m_lines.begin() + static_cast<std::ptrdiff_t>(std::min(position, m_lines.size()));
+    return {first, m_lines.end()};
+}
+
+std::size_t Record::Size() const {
+    const std::lock_guard lock(m_mutex);
+    return m_lines.size();
+}
+
+} // namespace stage

@@ -1,0 +1,91 @@
+#ifndef STAGE_RECORD_H
+#define STAGE_RECORD_H
+
+// Everything that is said on the stage (system log, the daemon's own output, the server's events)
+// as one list of lines in the order of arrival.
+//
+// One thread reads all sources all the time, so no speaker ever blocks because nobody listens (the
+// kernel holds back whoever logs to a full /dev/log). Everybody else waits for lines on the list.
+
+#include "stage/Descriptor.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace stage {
+
+enum class Voice { SystemLog, DaemonOutput, Server, ServerOutput };
+
+struct Line {
+    Voice voice;
+    std::string text;
+    bool taken = false;
+};
+
+class Record {
+public:
+    using Test = std::function<bool(const Line&)>;
+    using SourceId = std::size_t;
+    using Edit = std::string (*)(const std::string&);
+
+    Record();
+    ~Record();
+    Record(const Record&) = delete;
+    Record& operator=(const Record&) = delete;
+
+    // Takes lines from a pipe until it ends, or whole datagrams from a socket, edited, for ever.
+    SourceId ListenToLines(Voice voice, Descriptor pipe);
+    SourceId ListenToDatagrams(Voice voice, Descriptor socket, Edit edit);
+    void AwaitEndOf(SourceId source);
+
+    // Marks the first line that nobody took and that passes the test as taken, and returns its
+    // text; waits for it. The overload without test takes a whole line that matches the pattern.
+    std::string Await(const Test& test, const std::string& what);
+    std::string Await(Voice voice, const std::string& pattern);
+
+    // As Await, but only among the lines that have arrived.
+    std::optional<std::string> TakeIfThere(const Test& test);
+
+    // A copy of the lines from the given position on.
+    std::vector<Line> Since(std::size_t position) const;
+    std::size_t Size() const;
+
+private:
+    struct Source {
+        SourceId id;
+        Voice voice;
+        Descriptor descriptor;
+        Edit editDatagram; // null for a stream of lines
+        std::string unfinished;
+    };
+
+    SourceId Listen(Voice voice, Descriptor descriptor, Edit editDatagram);
+    void Run();
+    bool ReadFrom(Source& source); // false when the source has ended
+    void TakeLinesFrom(Source& source);
+    void Append(Voice voice, std::string text);
+    std::optional<std::string> TakeFirst(const Test& test, std::size_t& next);
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Line> m_lines;
+    std::list<Source> m_sources;
+    SourceId m_nextId = 0;
+    bool m_stopping = false;
+    Descriptor m_wakeUp;
+    std::thread m_thread;
+};
+
+const char* NameOf(Voice voice);
+
+} // namespace stage
+
+#endif

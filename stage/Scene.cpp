@@ -1,0 +1,82 @@
+#include "stage/Scene.h"
+
+#include "stage/Failure.h"
+
+#include <csignal>
+#include <sys/wait.h>
+
+namespace stage {
+
+void Scene::StartServer() {
+    m_server.emplace(m_record);
+}
+
+void Scene::KillServer() {
+    Server().Kill();
+    m_server.reset();
+}
+
+void Scene::StartDaemon(const DaemonStart& start) {
+    m_daemon.emplace(m_record, start);
+}
+
+void Scene::TakeBaseline() {
+    m_baseline = TheDaemon().TakeFootprint();
+}
+
+void Scene::AwaitLog(const std::vector<std::string>& patterns) {
+    for (const std::string& pattern : patterns) {
+        m_record.Await(Voice::SystemLog, "trayprobed: " + pattern);
+    }
+}
+
+std::vector<std::string> Scene::End() {
+    std::vector<std::string> complaints;
+    EndDaemon(complaints);
+    EndServer(complaints);
+    m_log.CatchUp();
+    CheckLines(complaints);
+    return complaints;
+}
+
+void Scene::EndDaemon(std::vector<std::string>& complaints) {
+    if (!m_daemon) {
+        return;
+    }
+    if (m_baseline && m_daemon->IsRunning()) {
+        const Footprint last = m_daemon->AwaitFootprint(*m_baseline);
+        if (last != *m_baseline) {
+            complaints.push_back("the daemon began with " + Describe(*m_baseline));
+            complaints.push_back("     and ended with " + Describe(last));
+        }
+    }
+    const int status = m_daemon->Stop();
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM) {
+        complaints.push_back("the daemon did not live until the end: " + DescribeEnd(status));
+    }
+    m_daemon.reset();
+}
+
+void Scene::EndServer(std::vector<std::string>& complaints) {
+    if (!m_server) {
+        return;
+    }
+    try {
+        m_server->Quit();
+    } catch (const Failure& failure) {
+        complaints.emplace_back(failure.what());
+    }
+    m_server.reset();
+}
+
+// The server's events are there to be looked at or not; everybody else speaks when asked.
+void Scene::CheckLines(std::vector<std::string>& complaints) {
+    for (const Line& line : m_record.Since(0)) {
+        if (line.voice != Voice::Server && !line.taken) {
+            complaints.push_back(std::string("unexpected, ") + NameOf(line.voice) + ": " +
+                                 line.text);
+        }
+    }
+}
+
+} // namespace stage

@@ -1,0 +1,47 @@
+#ifndef STAGE_SIMULATOR_H
+#define STAGE_SIMULATOR_H
+
+#include "stage/Event.h"
+#include "stage/Process.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace stage {
+
+// The simulated changer server as a child process, told what to do line by line. Its commands and
+// events are described in docs/simulator.md.
+class Simulator {
+public:
+    explicit Simulator(Record& record);
+
+    pid_t Pid() const {
+        return m_process.Pid();
+    }
+
+    // Carries out a command; returns the model lines of its answer. Throws what the server objects.
+    std::vector<Event> Do(const std::string& command);
+
+    // Takes the first event of that kind with these values that was not taken yet.
+    Event Await(const std::string& kind, const std::map<std::string, std::string>& values = {});
+
+    // Without waiting for it to have happened.
+    std::vector<Event> AllSoFar(const std::string& kind,
+                                const std::map<std::string, std::string>& values = {}) const;
+
+    // As a server dies that crashes: sockets and mounts stay behind.
+    void Kill();
+    // Ends in good order; throws when it does not.
+    void Quit();
+
+private:
+    Record& m_record;
+    std::size_t m_firstLine;
+    Process m_process;
+};
+
+} // namespace stage
+
+#endif
