@@ -49,7 +49,7 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
 enum { kCFNotFound = -1 };
 
 /* The only allocator. Every allocator argument is ignored. */
-#define kCFAllocatorDefault ((CFAllocatorRef)0)
+static const CFAllocatorRef kCFAllocatorDefault = 0;
 
 /* The one object that stands for "no value" inside a collection. */
 extern const CFNullRef kCFNull;

@@ -1,0 +1,396 @@
+#include "common/CFHelpers.h"
+
+#include <stdlib.h>
+
+static const char k_sourcePath[] = "common/CFHelpers";
+
+// The members of a family differ in their names and in how they carry the value.
+struct NumberMember {
+    const char* function;
+    CFNumberType type;
+    const char* word; // the type's name in messages
+};
+
+static VErrLink* RaiseIn(const char* function, SInt64 line, VErrLink* thrown) {
+    return VErrRaise(thrown, k_sourcePath, function, line);
+}
+
+// No check that the value is a number: one that is none fails the conversion.
+static VErrLink* ConvertNumber(const NumberMember& member, const void* object, void* value) {
+    VErrLink* err = nullptr;
+    if (!CFNumberGetValue(static_cast<CFNumberRef>(object), member.type, value))
+        RaiseIn(member.function, __LINE__, VErrThrow(&err, "fail get num as %s", member.word));
+    return err;
+}
+
+static VErrLink* CreateNumber(const NumberMember& member, const void* value, CFNumberRef* number) {
+    VErrLink* err = nullptr;
+    *number = CFNumberCreate(kCFAllocatorDefault, member.type, value);
+    if (*number == nullptr)
+        RaiseIn(member.function, __LINE__, VErrThrow(&err, "fail alloc num"));
+    return err;
+}
+
+static VErrLink* CreateString(const char* function, const char* text, CFStringEncoding encoding,
+                              CFStringRef* string) {
+    VErrLink* err = nullptr;
+    *string = CFStringCreateWithCString(kCFAllocatorDefault, text, encoding);
+    if (*string == nullptr)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "fail alloc str"));
+    return err;
+}
+
+static VErrLink* ConvertString(const char* function, const void* object, char* buffer, CFIndex size,
+                               CFStringEncoding encoding) {
+    VErrLink* err = nullptr;
+    if (!CFStringGetCString(static_cast<CFStringRef>(object), buffer, size, encoding))
+        RaiseIn(function, __LINE__, VErrThrow(&err, "fail get str as C str"));
+    return err;
+}
+
+static VErrLink* ConvertBool(const char* function, const void* object, SInt32* flag) {
+    VErrLink* err = nullptr;
+    if (object == kCFBooleanTrue)
+        *flag = 1;
+    else if (object == kCFBooleanFalse)
+        *flag = 0;
+    else
+        RaiseIn(function, __LINE__, VErrThrow(&err, "bool neither true nor false"));
+    return err;
+}
+
+static CFBooleanRef SharedBool(SInt32 flag) {
+    return flag != 0 ? kCFBooleanTrue : kCFBooleanFalse;
+}
+
+// ---- dictionaries ----
+
+static VErrLink* DictionaryFind(const char* function, CFDictionaryRef dict, CFStringRef key,
+                                const void** object) {
+    VErrLink* err = nullptr;
+    *object = CFDictionaryGetValue(dict, key);
+    if (*object == nullptr)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "fail get value from dict"));
+    return err;
+}
+
+static VErrLink* DictionaryGetNumber(const NumberMember& member, CFDictionaryRef dict,
+                                     CFStringRef key, void* value) {
+    const void* object = nullptr;
+    VErrLink* err = DictionaryFind(member.function, dict, key, &object);
+    return err != nullptr ? err : ConvertNumber(member, object, value);
+}
+
+static VErrLink* DictionarySetNumber(const NumberMember& member, CFMutableDictionaryRef dict,
+                                     CFStringRef key, const void* value) {
+    CFNumberRef number = nullptr;
+    VErrLink* err = CreateNumber(member, value, &number);
+    if (err == nullptr) {
+        CFDictionarySetValue(dict, key, number);
+        CFRelease(number);
+    }
+    return err;
+}
+
+// Unsigned arithmetic wraps where the signed kind would be undefined.
+template<typename Native>
+static Native WrappingSum(Native value, Native delta) {
+    return static_cast<Native>(static_cast<UInt64>(value) + static_cast<UInt64>(delta));
+}
+
+#define DEFINE_DICTIONARY_NUMBER(Word, Native, numberType)                                         \
+    VErrLink* CFHDictionaryGet##Word##Value(CFDictionaryRef dict, CFStringRef key,                 \
+                                            Native* value) {                                       \
+        return DictionaryGetNumber({__func__, numberType, #Word}, dict, key, value);               \
+    }                                                                                              \
+    VErrLink* CFHDictionarySet##Word##Value(CFMutableDictionaryRef dict, CFStringRef key,          \
+                                            Native value) {                                        \
+        return DictionarySetNumber({__func__, numberType, #Word}, dict, key, &value);              \
+    }
+
+// The 64-bit members name the dictionary when the value is missing, the narrower ones do not.
+#define DEFINE_DICTIONARY_ADJUST(Word, Native, getFailure)                                         \
+    VErrLink* CFHDictionaryAdjust##Word##Value(CFMutableDictionaryRef dict, CFStringRef key,       \
+                                               Native delta) {                                     \
+        Native value = 0;                                                                          \
+        VErrLink* err = nullptr;                                                                   \
+        VERR_STEP(err, CFHDictionaryGet##Word##Value(dict, key, &value), getFailure);              \
+        VERR_STEP(err, CFHDictionarySet##Word##Value(dict, key, WrappingSum(value, delta)),        \
+                  "fail set adjusted value");                                                      \
+        return err;                                                                                \
+    }
+
+DEFINE_DICTIONARY_NUMBER(SInt64, SInt64, kCFNumberSInt64Type)
+DEFINE_DICTIONARY_ADJUST(SInt64, SInt64, "fail get value from dict")
+DEFINE_DICTIONARY_NUMBER(UInt64, UInt64, kCFNumberSInt64Type)
+DEFINE_DICTIONARY_ADJUST(UInt64, UInt64, "fail get value from dict")
+DEFINE_DICTIONARY_NUMBER(SInt32, SInt32, kCFNumberSInt32Type)
+DEFINE_DICTIONARY_ADJUST(SInt32, SInt32, "fail get value")
+DEFINE_DICTIONARY_NUMBER(UInt32, UInt32, kCFNumberSInt32Type)
+DEFINE_DICTIONARY_ADJUST(UInt32, UInt32, "fail get value")
+DEFINE_DICTIONARY_NUMBER(SInt16, SInt16, kCFNumberSInt16Type)
+DEFINE_DICTIONARY_ADJUST(SInt16, SInt16, "fail get value")
+DEFINE_DICTIONARY_NUMBER(UInt16, UInt16, kCFNumberSInt16Type)
+DEFINE_DICTIONARY_ADJUST(UInt16, UInt16, "fail get value")
+
+VErrLink* CFHDictionaryGetAddrValue(CFDictionaryRef dict, CFStringRef key, void** value) {
+    return DictionaryGetNumber({__func__, kCFNumberSInt64Type, "void *"}, dict, key, value);
+}
+
+VErrLink* CFHDictionarySetAddrValue(CFMutableDictionaryRef dict, CFStringRef key, void* value) {
+    return DictionarySetNumber({__func__, kCFNumberSInt64Type, "void *"}, dict, key, &value);
+}
+
+VErrLink* CFHDictionaryGetStringValue(CFDictionaryRef dict, CFStringRef key, CFIndex size,
+                                      CFStringEncoding encoding, char* buffer) {
+    if (size != 0)
+        buffer[0] = '\0';
+    const void* object = nullptr;
+    VErrLink* err = DictionaryFind(__func__, dict, key, &object);
+    return err != nullptr ? err : ConvertString(__func__, object, buffer, size, encoding);
+}
+
+VErrLink* CFHDictionarySetStringValue(CFMutableDictionaryRef dict, CFStringRef key,
+                                      const char* text, CFStringEncoding encoding) {
+    CFStringRef string = nullptr;
+    VErrLink* err = CreateString(__func__, text, encoding, &string);
+    if (err == nullptr) {
+        CFDictionarySetValue(dict, key, string);
+        CFRelease(string);
+    }
+    return err;
+}
+
+VErrLink* CFHDictionaryGetBoolValue(CFDictionaryRef dict, CFStringRef key, SInt32* flag) {
+    const void* object = nullptr;
+    VErrLink* err = DictionaryFind(__func__, dict, key, &object);
+    return err != nullptr ? err : ConvertBool(__func__, object, flag);
+}
+
+VErrLink* CFHDictionarySetBoolValue(CFMutableDictionaryRef dict, CFStringRef key, SInt32 flag) {
+    CFDictionarySetValue(dict, key, SharedBool(flag));
+    return nullptr;
+}
+
+// ---- arrays ----
+
+VErrLink* CFHArrayPadToValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTypeRef value) {
+    for (CFIndex count = CFArrayGetCount(array); count < index; count++)
+        CFArrayAppendValue(array, kCFNull);
+    CFArraySetValueAtIndex(array, index, value);
+    return nullptr;
+}
+
+// The index is the caller's to know; an absent element is reported all the same.
+static VErrLink* ArrayFind(const char* function, CFArrayRef array, CFIndex index,
+                           const void** object) {
+    VErrLink* err = nullptr;
+    *object = CFArrayGetValueAtIndex(array, index);
+    if (*object == nullptr)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "fail get value at index %ld", index));
+    return err;
+}
+
+static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex index,
+                          CFTypeRef value) {
+    VErrLink* err = CFHArrayPadToValueAtIndex(array, index, value);
+    if (err != nullptr)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "fail CFHArrayPadToValueAtIndex"));
+    return err;
+}
+
+static VErrLink* ArrayGetNumber(const NumberMember& member, CFArrayRef array, CFIndex index,
+                                void* value) {
+    const void* object = nullptr;
+    VErrLink* err = ArrayFind(member.function, array, index, &object);
+    return err != nullptr ? err : ConvertNumber(member, object, value);
+}
+
+static VErrLink* ArraySetNumber(const NumberMember& member, CFMutableArrayRef array, CFIndex index,
+                                const void* value) {
+    CFNumberRef number = nullptr;
+    VErrLink* err = CreateNumber(member, value, &number);
+    if (err == nullptr) {
+        err = ArrayPut(member.function, array, index, number);
+        CFRelease(number);
+    }
+    return err;
+}
+
+static VErrLink* ArrayAppendNumber(const NumberMember& member, CFMutableArrayRef array,
+                                   const void* value) {
+    CFNumberRef number = nullptr;
+    VErrLink* err = CreateNumber(member, value, &number);
+    if (err == nullptr) {
+        CFArrayAppendValue(array, number);
+        CFRelease(number);
+    }
+    return err;
+}
+
+#define DEFINE_ARRAY_NUMBER(Word, Native, numberType)                                              \
+    VErrLink* CFHArrayGet##Word##Value(CFArrayRef array, CFIndex index, Native* value) {           \
+        return ArrayGetNumber({__func__, numberType, #Word}, array, index, value);                 \
+    }                                                                                              \
+    VErrLink* CFHArraySet##Word##Value(CFMutableArrayRef array, CFIndex index, Native value) {     \
+        return ArraySetNumber({__func__, numberType, #Word}, array, index, &value);                \
+    }                                                                                              \
+    VErrLink* CFHArrayAppend##Word##Value(CFMutableArrayRef array, Native value) {                 \
+        return ArrayAppendNumber({__func__, numberType, #Word}, array, &value);                    \
+    }                                                                                              \
+    VErrLink* CFHArrayAdjust##Word##Value(CFMutableArrayRef array, CFIndex index, Native delta) {  \
+        Native value = 0;                                                                          \
+        VErrLink* err = nullptr;                                                                   \
+        VERR_STEP(err, CFHArrayGet##Word##Value(array, index, &value),                             \
+                  "fail get value at index %ld", index);                                           \
+        VERR_STEP(err, CFHArraySet##Word##Value(array, index, WrappingSum(value, delta)),          \
+                  "fail set adjusted value at index %ld", index);                                  \
+        return err;                                                                                \
+    }
+
+DEFINE_ARRAY_NUMBER(SInt64, SInt64, kCFNumberSInt64Type)
+DEFINE_ARRAY_NUMBER(UInt64, UInt64, kCFNumberSInt64Type)
+DEFINE_ARRAY_NUMBER(SInt32, SInt32, kCFNumberSInt32Type)
+DEFINE_ARRAY_NUMBER(UInt32, UInt32, kCFNumberSInt32Type)
+DEFINE_ARRAY_NUMBER(SInt16, SInt16, kCFNumberSInt16Type)
+DEFINE_ARRAY_NUMBER(UInt16, UInt16, kCFNumberSInt16Type)
+
+VErrLink* CFHArrayGetAddrValue(CFArrayRef array, CFIndex index, void** value) {
+    return ArrayGetNumber({__func__, kCFNumberSInt64Type, "void *"}, array, index, value);
+}
+
+VErrLink* CFHArraySetAddrValue(CFMutableArrayRef array, CFIndex index, void* value) {
+    return ArraySetNumber({__func__, kCFNumberSInt64Type, "void *"}, array, index, &value);
+}
+
+VErrLink* CFHArrayAppendAddrValue(CFMutableArrayRef array, void* value) {
+    return ArrayAppendNumber({__func__, kCFNumberSInt64Type, "void *"}, array, &value);
+}
+
+VErrLink* CFHArrayGetStringValue(CFArrayRef array, CFIndex index, CFIndex size,
+                                 CFStringEncoding encoding, char* buffer) {
+    VErrLink* err = nullptr;
+    const void* object = CFArrayGetValueAtIndex(array, index);
+    if (object == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "unable to get str at index %ld", index));
+    return ConvertString(__func__, object, buffer, size, encoding);
+}
+
+VErrLink* CFHArraySetStringValue(CFMutableArrayRef array, CFIndex index, const char* text,
+                                 CFStringEncoding encoding) {
+    CFStringRef string = nullptr;
+    VErrLink* err = CreateString(__func__, text, encoding, &string);
+    if (err == nullptr) {
+        err = ArrayPut(__func__, array, index, string);
+        CFRelease(string);
+    }
+    return err;
+}
+
+VErrLink* CFHArrayAppendStringValue(CFMutableArrayRef array, const char* text,
+                                    CFStringEncoding encoding) {
+    CFStringRef string = nullptr;
+    VErrLink* err = CreateString(__func__, text, encoding, &string);
+    if (err == nullptr) {
+        CFArrayAppendValue(array, string);
+        CFRelease(string);
+    }
+    return err;
+}
+
+VErrLink* CFHArrayGetBoolValue(CFArrayRef array, CFIndex index, SInt32* flag) {
+    const void* object = nullptr;
+    VErrLink* err = ArrayFind(__func__, array, index, &object);
+    return err != nullptr ? err : ConvertBool(__func__, object, flag);
+}
+
+VErrLink* CFHArraySetBoolValue(CFMutableArrayRef array, CFIndex index, SInt32 flag) {
+    return ArrayPut(__func__, array, index, SharedBool(flag));
+}
+
+VErrLink* CFHArrayAppendBoolValue(CFMutableArrayRef array, SInt32 flag) {
+    CFArrayAppendValue(array, SharedBool(flag));
+    return nullptr;
+}
+
+// ---- text ----
+
+VErrLink* CFHStringCreateWithConcatenation(CFStringRef first, CFStringRef second,
+                                           CFStringRef* joined) {
+    VErrLink* err = nullptr;
+    *joined = nullptr;
+    CFMutableArrayRef strings =
+        CFArrayCreateMutable(kCFAllocatorDefault, 2, &kCFTypeArrayCallBacks);
+    if (strings == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail create strArr"));
+
+    CFArrayAppendValue(strings, first);
+    CFArrayAppendValue(strings, second);
+    *joined = CFStringCreateByCombiningStrings(kCFAllocatorDefault, strings, CFSTR(""));
+    VERR_NEED(err, *joined != nullptr, "fail create string by combining strings");
+    CFRelease(strings);
+    return err;
+}
+
+VErrLink* CFHStringConcatenate(CFStringRef* string, CFStringRef appended) {
+    CFStringRef joined = nullptr;
+    VErrLink* err = CFHStringCreateWithConcatenation(*string, appended, &joined);
+    if (err != nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail create string with concatenation"));
+    CFRelease(*string);
+    *string = joined;
+    return nullptr;
+}
+
+VErrLink* CFHAllocCStringFromCFString(CFStringRef string, CFStringEncoding encoding, char** text) {
+    VErrLink* err = nullptr;
+    *text = nullptr;
+    const CFIndex size = CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), encoding) + 1;
+    char* buffer = static_cast<char*>(malloc(static_cast<size_t>(size)));
+    if (buffer == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail allocate storage for the C string"));
+    if (!CFStringGetCString(string, buffer, size, encoding)) {
+        free(buffer);
+        return VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeStringEncoding,
+                                               "can't convert the string to the requested "
+                                               "encoding"));
+    }
+    *text = buffer;
+    return nullptr;
+}
+
+char* CFHAllocErrorText(CFStringRef text) {
+    if (text == nullptr)
+        return nullptr;
+    char* copy = nullptr;
+    VErrLink* err = CFHAllocCStringFromCFString(text, kCFStringEncodingUTF8, &copy);
+    VErrCatch(&err);
+    return copy;
+}
+
+VErrLink* CFHConvertFromUTF8ToUniStr(const char* text, UniChar* buffer, UInt16 capacity,
+                                     UInt16* length) {
+    VErrLink* err = nullptr;
+    CFStringRef string =
+        CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
+    if (string == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail create temp CFString from UTF8 string"));
+    *length = static_cast<UInt16>(CFStringGetLength(string));
+    if (*length > capacity)
+        *length = capacity;
+    CFStringGetCharacters(string, CFRangeMake(0, *length), buffer);
+    CFRelease(string);
+    return nullptr;
+}
+
+VErrLink* CFHConvertFromUniStrToUTF8(const UniChar* characters, UInt16 count, char* buffer,
+                                     CFIndex size) {
+    VErrLink* err = nullptr;
+    CFStringRef string = CFStringCreateWithCharacters(kCFAllocatorDefault, characters, count);
+    if (string == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail create temp CFString from uni chars"));
+    VERR_NEED(err, CFStringGetCString(string, buffer, size, kCFStringEncodingUTF8),
+              "fail get UTF8 string from temp CFString");
+    CFRelease(string);
+    return err;
+}
