@@ -1,0 +1,234 @@
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "ChangerServerConnectionLib/LocalSocket.h"
+#include "common/CFHelpers.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+static const char k_sourcePath[] = "ChangerServerConnectionLib/ChangerServerNotifications";
+
+constexpr CFTimeInterval k_connectInterval = 1.0; // seconds between attempts
+
+VErrLink* GetChangerServerNotificationSocketPath(char* path, size_t size) {
+    SInt32 found = 0;
+    SInt32 pid = 0;
+    VErrLink* err = GetChangerServerPID(&found, &pid);
+    if (err != nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail get changer server PID"));
+    if (!found)
+        return VERR_RAISE(
+            VErrThrowWithErrCode(&err, kVErrCodeServerNotFound, "fail find changer server"));
+    snprintf(path, size, "/tmp/carouseldn-%d", pid);
+    return nullptr;
+}
+
+VErrLink* SubscribeToChangerNotifications(ChangerNotificationCallBack changerListCallBack,
+                                          ChangerNotificationCallBack rootPreferencesCallBack,
+                                          ChangerNotificationCallBack changerInfoCallBack,
+                                          void* refCon,
+                                          ChangerNotificationSubscription** subscription) {
+    VErrLink* err = nullptr;
+    auto* record = static_cast<ChangerNotificationSubscription*>(
+        calloc(1, sizeof(ChangerNotificationSubscription)));
+    if (record == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc socket info"));
+    record->changerListCallBack = changerListCallBack;
+    record->rootPreferencesCallBack = rootPreferencesCallBack;
+    record->changerInfoCallBack = changerInfoCallBack;
+    record->refCon = refCon;
+    record->runLoop = CFRunLoopGetCurrent();
+
+    VERR_STEP(err, StartNotificationConnectCycle(record), "fail start notification connect cycle");
+    if (err == nullptr)
+        *subscription = record;
+    else
+        UnsubscribeFromChangerNotifications(record);
+    return err;
+}
+
+// The mode named is not the one that the timer was added in: invalidating it is what removes it.
+static void StopConnectTimer(ChangerNotificationSubscription* subscription) {
+    CFRunLoopTimerRef timer = subscription->connectTimer;
+    if (timer == nullptr)
+        return;
+    CFRunLoopRemoveTimer(subscription->runLoop, timer, kCFRunLoopCommonModes);
+    CFRunLoopTimerInvalidate(timer);
+    CFRelease(timer);
+    subscription->connectTimer = nullptr;
+}
+
+VErrLink* UnsubscribeFromChangerNotifications(ChangerNotificationSubscription* subscription) {
+    if (subscription->runLoop != nullptr && subscription->source != nullptr) {
+        CFRunLoopRemoveSource(subscription->runLoop, subscription->source, kCFRunLoopCommonModes);
+        CFRunLoopSourceInvalidate(subscription->source);
+        CFRelease(subscription->source);
+    }
+    StopConnectTimer(subscription);
+    CloseLocalSocket(subscription->socket);
+    ResetFrameAssembly(&subscription->frame);
+    free(subscription);
+    return nullptr;
+}
+
+// ---- connecting ----
+
+VErrLink* StartNotificationConnectCycle(ChangerNotificationSubscription* subscription) {
+    VErrLink* err = nullptr;
+    if (subscription->connectTimer != nullptr)
+        return nullptr;
+    CFRunLoopTimerContext context = {0, subscription, nullptr, nullptr, nullptr};
+    CFRunLoopTimerRef timer =
+        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent(), k_connectInterval, 0,
+                             0, TryNotificationConnect, &context);
+    if (timer == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail create connect timer"));
+    CFRunLoopAddTimer(subscription->runLoop, timer, kCFRunLoopDefaultMode);
+    subscription->connectTimer = timer;
+    return nullptr;
+}
+
+static bool IsServerAbsent(const VErrLink* err) {
+    const VErrCode code = VErrGetErrCode(err);
+    return code == kVErrCodeServerNotFound || code == kVErrCodeConnectFailed;
+}
+
+// Any failure but the server's absence ends the cycle for good.
+void TryNotificationConnect(CFRunLoopTimerRef /* timer */, void* info) {
+    auto* subscription = static_cast<ChangerNotificationSubscription*>(info);
+    VErrLink* err = nullptr;
+    if (subscription->socket == nullptr)
+        err = ConnectServerNotificationSocket(subscription);
+    if (err != nullptr && IsServerAbsent(err)) {
+        VErrCatch(&err);
+        return;
+    }
+    if (err != nullptr) {
+        VERR_RAISE(VErrThrow(&err, "fail get notifcation socket"));
+        VErrLog(err);
+        VErrCatch(&err);
+    }
+    StopConnectTimer(subscription);
+}
+
+VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subscription) {
+    char path[kLocalSocketPathSize] = "";
+    CFDataRef address = nullptr;
+    CFSocketRef socket = nullptr;
+    CFRunLoopSourceRef source = nullptr;
+    VErrLink* err = nullptr;
+    VERR_STEP(err, GetChangerServerNotificationSocketPath(path, sizeof path),
+              "fail get socket path");
+    VERR_NEED(err, (address = CreateLocalSocketAddress(path)) != nullptr,
+              "fail create socketAddrData");
+    if (err == nullptr) {
+        socket =
+            CreateConnectedLocalSocket(address, ServerNotificationSocketCallBack, subscription);
+        if (socket == nullptr)
+            VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeConnectFailed,
+                                            "fail create/connect socket to path %s", path));
+    }
+    VERR_NEED(err,
+              (source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0)) != nullptr,
+              "fail create socket source");
+    if (err == nullptr) {
+        CFRunLoopAddSource(subscription->runLoop, source, kCFRunLoopDefaultMode);
+        subscription->socket = socket;
+        subscription->source = source;
+    } else {
+        CloseLocalSocket(socket);
+    }
+    CFHReleaseIfSet(address);
+    return err;
+}
+
+// The source dies with its socket; its reference is left behind when the next one is stored.
+VErrLink* HandleServerDisconnect(ChangerNotificationSubscription* subscription) {
+    CloseLocalSocket(subscription->socket);
+    subscription->socket = nullptr;
+    ResetFrameAssembly(&subscription->frame);
+    VErrLink* err = nullptr;
+    VERR_STEP(err, StartNotificationConnectCycle(subscription),
+              "fail start notification connect cycle");
+    return err;
+}
+
+// ---- receiving ----
+
+void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBackType type,
+                                      CFDataRef /* address */, const void* data, void* info) {
+    auto* subscription = static_cast<ChangerNotificationSubscription*>(info);
+    auto* chunk = static_cast<CFDataRef>(data);
+    const UInt8* bytes = CFDataGetBytePtr(chunk);
+    const CFIndex length = CFDataGetLength(chunk);
+    VErrLink* err = nullptr;
+    if (type != kCFSocketDataCallBack)
+        VERR_RAISE(VErrThrow(&err, "unexpected callback type %d received", static_cast<int>(type)));
+    else if (length == 0) // the server closed the connection
+        VERR_STEP(err, HandleServerDisconnect(subscription), "fail handle server disconnect");
+    VErrLog(err);
+    VErrCatch(&err);
+
+    // The chunk may end one notification and begin the next; a malformed one costs only itself.
+    CFIndex used = 0;
+    for (CFIndex position = 0; type == kCFSocketDataCallBack && position < length;
+         position += used) {
+        VERR_STEP(
+            err,
+            HandleNotificationSocketData(bytes + position, length - position, &used, subscription),
+            "fail handle notification socket data");
+        VErrLog(err);
+        VErrCatch(&err);
+    }
+}
+
+VErrLink* HandleNotificationSocketData(const UInt8* bytes, CFIndex length, CFIndex* used,
+                                       ChangerNotificationSubscription* subscription) {
+    VErrLink* err = nullptr;
+    switch (GatherFrame(&subscription->frame, bytes, length, used)) {
+    case kFrameIncomplete:
+        return nullptr;
+    case kFrameInvalidHeader:
+        VERR_RAISE(VErrThrow(&err, "invalid notification header on data received"));
+        break;
+    case kFrameTooLong:
+        VERR_RAISE(VErrThrow(&err, "inconsitent data length"));
+        break;
+    case kFrameNoMemory:
+        VERR_RAISE(VErrThrow(&err, "fail alloc pending socket data"));
+        break;
+    case kFrameComplete: {
+        char* parserText = nullptr;
+        CFPropertyListRef list = CreatePayloadList(&subscription->frame, &parserText);
+        VERR_NEED(err, list != nullptr, "fail make property list from XML data (%s)",
+                  parserText != nullptr ? parserText : "NULL");
+        free(parserText);
+        VERR_STEP(err, HandleChangerNotification(subscription, static_cast<CFDictionaryRef>(list)),
+                  "fail handle client notification");
+        CFHReleaseIfSet(list);
+        break;
+    }
+    }
+    ResetFrameAssembly(&subscription->frame);
+    return err;
+}
+
+static void CallBackWithValue(ChangerNotificationSubscription* subscription,
+                              CFDictionaryRef notification, CFStringRef key,
+                              ChangerNotificationCallBack callBack) {
+    CFTypeRef value = CFDictionaryGetValue(notification, key);
+    if (value != nullptr && callBack != nullptr)
+        callBack(value, subscription, subscription->refCon);
+}
+
+VErrLink* HandleChangerNotification(ChangerNotificationSubscription* subscription,
+                                    CFDictionaryRef notification) {
+    CallBackWithValue(subscription, notification, CFSTR("changer list"),
+                      subscription->changerListCallBack);
+    CallBackWithValue(subscription, notification, CFSTR("root preferences"),
+                      subscription->rootPreferencesCallBack);
+    CallBackWithValue(subscription, notification, CFSTR("changer info"),
+                      subscription->changerInfoCallBack);
+    return nullptr;
+}
