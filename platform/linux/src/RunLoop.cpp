@@ -1,0 +1,236 @@
+/*
+ * The run loops.
+ *
+ * GLib's main context does the waiting: it polls the descriptors, sleeps until the next deadline
+ * and is woken by other threads. What it dispatches only notes that something is ready. The turn
+ * below then does the calling out, since GLib orders, nests and stops its dispatching otherwise.
+ *
+ * Threads: a loop and all that is in it belong to one thread, which makes the loop with its first
+ * look at it and frees it at its end. Other threads may do two things: stop the innermost run
+ * (runMutex guards the chain of runs) and signal a source (Source::wakeMutex guards the way from
+ * the source to its loop). No lock is held while anything is called out.
+ *
+ * GLib ends the process when it is out of memory or of descriptors for a context. It allocates
+ * while a loop is made and when a descriptor joins, never for a timer or a socket.
+ */
+
+#include "RunLoopSource.h"
+#include "RunLoopState.h"
+#include "RunLoopTimer.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
+
+namespace cf {
+namespace {
+
+// How often the wall clock is looked at when no alarm is to be had.
+constexpr Nanoseconds kMinute = 60 * kSecond;
+
+gboolean EndSleep(GSource*, GSourceFunc, gpointer) noexcept {
+    return G_SOURCE_CONTINUE;
+}
+
+GSource* CreateDeadline(GMainContext* context) noexcept {
+    static GSourceFuncs functions = {nullptr, nullptr, EndSleep, nullptr, nullptr, nullptr};
+    GSource* deadline = g_source_new(&functions, sizeof(GSource));
+    g_source_attach(deadline, context);
+    return deadline;
+}
+
+void Destroy(Object* object) noexcept {
+    delete static_cast<RunLoop*>(object);
+}
+
+// A thread's loop, freed with the thread.
+struct ThreadsLoop {
+    RunLoop* loop = nullptr;
+
+    ThreadsLoop() noexcept = default;
+    ThreadsLoop(const ThreadsLoop&) = delete;
+    ThreadsLoop& operator=(const ThreadsLoop&) = delete;
+    ~ThreadsLoop() {
+        if (loop == nullptr)
+            return;
+        while (!loop->sources.Empty())
+            Leave(static_cast<Source&>(*loop->sources.First()));
+        while (!loop->timers.Empty())
+            Leave(static_cast<Timer&>(*loop->timers.First()));
+        g_main_context_release(loop->context.get());
+        Release(loop);
+    }
+};
+
+// GLib needs a descriptor for a context and cannot do without: see whether there is one.
+bool HasDescriptorToSpare() noexcept {
+    const int descriptor = eventfd(0, EFD_CLOEXEC);
+    if (descriptor >= 0)
+        close(descriptor);
+    return descriptor >= 0;
+}
+
+RunLoop* CurrentLoop() noexcept {
+    thread_local ThreadsLoop own;
+    if (own.loop == nullptr && HasDescriptorToSpare())
+        own.loop = new (std::nothrow) RunLoop;
+    return own.loop;
+}
+
+// Puts a run into the loop's chain of runs while it lasts.
+class RunScope {
+public:
+    explicit RunScope(RunLoop& loop) noexcept : loop_(loop), run_{loop.innermost} {
+        Enter(&run_);
+    }
+    RunScope(const RunScope&) = delete;
+    RunScope& operator=(const RunScope&) = delete;
+    ~RunScope() {
+        Enter(run_.outer);
+    }
+
+    const Run& Get() const noexcept {
+        return run_;
+    }
+
+private:
+    void Enter(Run* run) noexcept {
+        const std::lock_guard lock(loop_.runMutex);
+        loop_.innermost = run;
+    }
+
+    RunLoop& loop_;
+    Run run_;
+};
+
+bool GoesOn(const RunLoop& loop, const Run& run) noexcept {
+    return !run.stopped && !(loop.sources.Empty() && loop.timers.Empty());
+}
+
+// The timer that has been due longest.
+Timer* FirstDue(const RunLoop& loop, std::uint64_t turn, const Moment& now) noexcept {
+    Timer* first = nullptr;
+    for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
+        auto* timer = static_cast<Timer*>(member);
+        if (timer->callingOut || timer->lastTurn >= turn || Lateness(*timer, now) < 0)
+            continue;
+        if (first == nullptr || Lateness(*timer, now) > Lateness(*first, now))
+            first = timer;
+    }
+    return first;
+}
+
+Source* FirstReady(const RunLoop& loop, std::uint64_t turn, bool nested) noexcept {
+    for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
+        auto* source = static_cast<Source*>(member);
+        if (source->lastTurn < turn && IsReady(*source, nested))
+            return source;
+    }
+    return nullptr;
+}
+
+template<typename T>
+void CallOut(T& member, std::uint64_t turn) noexcept {
+    const auto alive = Owned<T>::Share(&member);
+    member.lastTurn = turn;
+    member.callingOut = true;
+    Serve(member);
+    member.callingOut = false;
+}
+
+// One turn: the timers that are due as it begins, then the sources. Each gets one callout at
+// most, so that none can keep the others waiting. True when anything was called out.
+bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
+    const std::uint64_t turn = ++loop.turn;
+    const Moment now = ReadClocks();
+    const bool nested = run.outer != nullptr;
+    bool calledOut = false;
+    const auto serveAll = [&](auto findNext) {
+        while (!run.stopped) {
+            auto* const member = findNext();
+            if (member == nullptr)
+                break;
+            CallOut(*member, turn);
+            calledOut = true;
+        }
+    };
+    serveAll([&] { return FirstDue(loop, turn, now); });
+    serveAll([&] { return FirstReady(loop, turn, nested); });
+    return calledOut;
+}
+
+void SetAlarms(RunLoop& loop) noexcept {
+    Nanoseconds monotonic = kNever;
+    Nanoseconds wallClock = kNever;
+    for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
+        const auto& timer = static_cast<const Timer&>(*member);
+        Nanoseconds& first = timer.onWallClock ? wallClock : monotonic;
+        if (!timer.callingOut)
+            first = std::min(first, timer.date);
+    }
+    if (!loop.alarm.Set(loop.context.get(), wallClock))
+        monotonic = std::min(monotonic, MonotonicNow() + kMinute);
+    const Nanoseconds microseconds = (monotonic + 999) / 1000;
+    g_source_set_ready_time(loop.deadline.get(), monotonic == kNever ? -1 : microseconds);
+}
+
+void RealignTimers(RunLoop& loop) noexcept {
+    const Moment now = ReadClocks();
+    for (Member* member = loop.timers.First(); member != nullptr; member = member->next)
+        Realign(static_cast<Timer&>(*member), now);
+    loop.alarm.TakeNote();
+}
+
+// Learns what became ready; with nothing to do, sleeps until something does or a timer is due.
+void Wait(RunLoop& loop, bool idle) noexcept {
+    if (idle)
+        SetAlarms(loop);
+    g_main_context_iteration(loop.context.get(), idle && !loop.alarm.Stepped());
+    if (loop.alarm.Stepped())
+        RealignTimers(loop);
+}
+
+} // namespace
+
+const Class RunLoop::kClass = {"run loop", Destroy, nullptr, nullptr};
+
+RunLoop::RunLoop() noexcept
+    : Object(&kClass), context(g_main_context_new()), deadline(CreateDeadline(context.get())) {
+    g_main_context_acquire(context.get());
+}
+
+void Wake(GMainContext* context) noexcept {
+    if (!g_main_context_is_owner(context))
+        g_main_context_wakeup(context);
+}
+
+} // namespace cf
+
+CFRunLoopRef CFRunLoopGetCurrent(void) {
+    return reinterpret_cast<CFRunLoopRef>(cf::CurrentLoop());
+}
+
+void CFRunLoopRun(void) {
+    cf::RunLoop* const loop = cf::CurrentLoop();
+    if (loop == nullptr)
+        return;
+    const cf::RunScope scope(*loop);
+    while (cf::GoesOn(*loop, scope.Get())) {
+        const bool idle = !cf::TakeTurn(*loop, scope.Get());
+        if (cf::GoesOn(*loop, scope.Get()))
+            cf::Wait(*loop, idle);
+    }
+}
+
+void CFRunLoopStop(CFRunLoopRef runLoop) {
+    auto* loop = cf::As<cf::RunLoop>(runLoop);
+    if (loop == nullptr)
+        return;
+    const std::lock_guard lock(loop->runMutex);
+    if (loop->innermost == nullptr)
+        return;
+    loop->innermost->stopped = true;
+    cf::Wake(loop->context.get());
+}
