@@ -7,7 +7,8 @@
  * A disk is one device and root directory of a file system, however often that is mounted; its
  * volume path is its first mount's. It appears when it is mounted and disappears when its last
  * mount goes; when its first mount goes while another stays, or when that mount is moved, it
- * disappears and appears again at the other path. The kernel's own file systems, automatic mount
+ * disappears and appears again at the other path. A mount that another one covers counts as gone
+ * until it is uncovered: its path leads elsewhere. The kernel's own file systems, automatic mount
  * points and network mounts are no disks. A disk appears only once its root answers.
  *
  * Callbacks run on the loop that the session is scheduled on, and only in its outermost run.
@@ -41,8 +42,8 @@ void DASessionScheduleWithRunLoop(DASessionRef session, CFRunLoopRef runLoop, CF
 /* No callback follows. Releasing the session is then safe. */
 void DASessionUnscheduleFromRunLoop(DASessionRef session, CFRunLoopRef runLoop, CFStringRef mode);
 
-/* The device's short name, or one made of its numbers; unique among the disks there are. Borrowed
-   from the disk. */
+/* The device's short name ("sr0"), or its numbers ("0:45"); more directories of one device are
+   "sr0s1", "sr0s2". Unique among the disks there are, at most 36 bytes. Borrowed from the disk. */
 const char* DADiskGetBSDName(DADiskRef disk);
 
 /* Owned by the caller. A disk that has gone has no volume path. */

@@ -1,0 +1,64 @@
+/*
+ * A daemon may write a title over its arguments, beyond the end of the first one even. What glibc
+ * and the program still need from that memory is copied away before main: the name that tags the
+ * lines of the system log, and the environment, which lies right behind the arguments.
+ *
+ * The copies stay for good. Short of memory, things are left as they are.
+ */
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/auxv.h>
+#include <unistd.h>
+
+namespace {
+
+// What the program was started as, or else the file that was started.
+const char* InvocationName(int argc, char** argv) noexcept {
+    if (argc > 0 && argv[0][0] != '\0')
+        return argv[0];
+    // The kernel passes numbers and addresses alike as numbers.
+    return reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+}
+
+void CopyInvocationName(int argc, char** argv) noexcept {
+    const char* const name = InvocationName(argc, argv);
+    char* const copy = name != nullptr ? strdup(name) : nullptr;
+    if (copy == nullptr)
+        return;
+    char* const slash = std::strrchr(copy, '/');
+    program_invocation_name = copy;
+    program_invocation_short_name = slash != nullptr ? slash + 1 : copy;
+}
+
+void MoveEnvironment() noexcept {
+    std::size_t count = 0;
+    std::size_t bytes = 0;
+    for (; environ[count] != nullptr; ++count)
+        bytes += std::strlen(environ[count]) + 1;
+    auto* const moved = static_cast<char**>(std::malloc((count + 1) * sizeof(char*) + bytes));
+    if (moved == nullptr)
+        return;
+    auto* text = reinterpret_cast<char*>(moved + count + 1);
+    for (std::size_t i = 0; i < count; ++i) {
+        moved[i] = text;
+        text = stpcpy(text, environ[i]) + 1;
+    }
+    moved[count] = nullptr;
+    environ = moved;
+}
+
+} // namespace
+
+extern "C" {
+
+// glibc passes main's arguments to constructors. Every program that links the platform asks for
+// this one by name (see CMakeLists.txt), since nothing calls it.
+void PlatformKeepProcessArguments(int argc, char** argv, char** environment);
+
+__attribute__((constructor)) void PlatformKeepProcessArguments(int argc, char** argv, char**) {
+    CopyInvocationName(argc, argv);
+    MoveEnvironment();
+}
+}
