@@ -33,8 +33,8 @@ struct Pair {
     const Object* key;
     const Object* value;
 };
-// No key twice. The order of the pairs is of no account.
-const Object* SharedDictionary(std::span<const Pair> pairs) noexcept;
+// No key twice. The order of the pairs is of no account; the call puts them into its own.
+const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
 
 } // namespace cf
 

@@ -1,0 +1,19 @@
+#ifndef PLATFORM_RANGE_H
+#define PLATFORM_RANGE_H
+
+#include <CoreFoundation/CFBase.h>
+
+#include <cstddef>
+
+namespace cf {
+
+// Whether a range of a caller's lies inside that many members.
+inline bool LiesWithin(CFRange range, std::size_t count) noexcept {
+    const auto end = static_cast<CFIndex>(count);
+    return range.location >= 0 && range.length >= 0 && range.location <= end &&
+           range.length <= end - range.location;
+}
+
+} // namespace cf
+
+#endif
