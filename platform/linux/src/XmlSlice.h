@@ -1,0 +1,35 @@
+#ifndef PLATFORM_XMLSLICE_H
+#define PLATFORM_XMLSLICE_H
+
+/* Places in an XML text, and errors that name their line. */
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace cf {
+
+// A stretch of the text that is being read. Its line is counted only when an error needs it.
+struct XmlSlice {
+    std::string_view source;
+    std::size_t begin;
+    std::size_t end;
+
+    std::string_view View() const {
+        return source.substr(begin, end - begin);
+    }
+    XmlSlice From(std::size_t index) const {
+        return {source, begin + index, end};
+    }
+};
+
+// Throws MalformedList: "<before><line of the place><after>".
+[[noreturn]] void RefuseAt(const XmlSlice& place, const std::string& before,
+                           const std::string& after = {});
+
+// How an error text shows a character: itself, or '?' for a part of a longer sequence.
+char Shown(char character);
+
+} // namespace cf
+
+#endif
