@@ -70,7 +70,7 @@ std::string Event::operator[](const std::string& key) const {
     return found == values.end() ? std::string() : found->second;
 }
 
-bool Event::Has(const std::map<std::string, std::string>& wanted) const {
+bool Event::Has(const Values& wanted) const {
     return std::all_of(wanted.begin(), wanted.end(), [this](const auto& pair) {
         const auto found = values.find(pair.first);
         return found != values.end() && found->second == pair.second;

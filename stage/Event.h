@@ -7,14 +7,16 @@
 
 namespace stage {
 
+using Values = std::map<std::string, std::string>;
+
 // "event 12 request connection=3 command="mount disc" ..." of the simulator, or a "model ..." line.
 struct Event {
     std::string kind;
-    std::map<std::string, std::string> values;
+    Values values;
 
     // Empty when the key is not there.
     std::string operator[](const std::string& key) const;
-    bool Has(const std::map<std::string, std::string>& wanted) const;
+    bool Has(const Values& wanted) const;
 };
 
 // Nothing for lines of another kind.

@@ -140,21 +140,21 @@ void Record::Append(Voice voice, std::string text) {
 }
 
 // From the line next on, which it moves past the lines that do not pass.
-std::optional<std::string> Record::TakeFirst(const Test& test, std::size_t& next) {
+std::optional<Line> Record::TakeFirst(const Test& test, std::size_t& next) {
     for (; next < m_lines.size(); ++next) {
         Line& line = m_lines[next];
         if (!line.taken && test(line)) {
             line.taken = true;
-            return line.text;
+            return line;
         }
     }
     return std::nullopt;
 }
 
-std::string Record::Await(const Test& test, const std::string& what) {
+Line Record::Await(const Test& test, const std::string& what) {
     std::unique_lock lock(m_mutex);
     std::size_t next = 0;
-    std::optional<std::string> taken;
+    std::optional<Line> taken;
     const auto isThere = [&] { return (taken = TakeFirst(test, next)).has_value(); };
     if (!m_changed.wait_for(lock, kPatience, isThere)) {
         throw Failure("waited in vain for " + what);
@@ -162,11 +162,11 @@ std::string Record::Await(const Test& test, const std::string& what) {
     return *taken;
 }
 
-std::string Record::Await(Voice voice, const std::string& pattern) {
+Line Record::Await(Voice voice, const std::string& pattern) {
     return Await(MatchOf(voice, pattern), std::string(NameOf(voice)) + ": " + pattern);
 }
 
-std::optional<std::string> Record::TakeIfThere(const Test& test) {
+std::optional<Line> Record::TakeIfThere(const Test& test) {
     const std::lock_guard lock(m_mutex);
     std::size_t next = 0;
     return TakeFirst(test, next);

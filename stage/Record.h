@@ -46,13 +46,13 @@ public:
     SourceId ListenToDatagrams(Voice voice, Descriptor socket, Edit edit);
     void AwaitEndOf(SourceId source);
 
-    // Marks the first line that nobody took and that passes the test as taken, and returns its
-    // text; waits for it. The overload without test takes a whole line that matches the pattern.
-    std::string Await(const Test& test, const std::string& what);
-    std::string Await(Voice voice, const std::string& pattern);
+    // Marks the first line that nobody took and that passes the test as taken, and returns it;
+    // waits for it. The overload without test takes a whole line that matches the pattern.
+    Line Await(const Test& test, const std::string& what);
+    Line Await(Voice voice, const std::string& pattern);
 
     // As Await, but only among the lines that have arrived.
-    std::optional<std::string> TakeIfThere(const Test& test);
+    std::optional<Line> TakeIfThere(const Test& test);
 
     // A copy of the lines from the given position on.
     std::vector<Line> Since(std::size_t position) const;
@@ -72,7 +72,7 @@ private:
     bool ReadFrom(Source& source); // false when the source has ended
     void TakeLinesFrom(Source& source);
     void Append(Voice voice, std::string text);
-    std::optional<std::string> TakeFirst(const Test& test, std::size_t& next);
+    std::optional<Line> TakeFirst(const Test& test, std::size_t& next);
 
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;

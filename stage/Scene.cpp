@@ -25,8 +25,12 @@ void Scene::TakeBaseline() {
 }
 
 void Scene::AwaitLog(const std::vector<std::string>& patterns) {
+    const auto isLogged = [](const Line& line) { return line.voice == Voice::SystemLog; };
     for (const std::string& pattern : patterns) {
-        m_record.Await(Voice::SystemLog, "trayprobed: " + pattern);
+        const std::string line = m_record.Await(isLogged, "log: " + pattern).text;
+        if (!std::regex_match(line, std::regex("trayprobed: " + pattern))) {
+            throw Failure("logged \"" + line + "\" where expected was \"" + pattern + "\"");
+        }
     }
 }
 

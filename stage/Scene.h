@@ -37,7 +37,8 @@ public:
     // What the daemon holds now is what it is to hold at the end.
     void TakeBaseline();
 
-    // Waits for these lines in the system log, each a pattern for a whole line without the ident.
+    // Waits for the next lines of the system log, which must be these, in this order: each a
+    // pattern for a whole line without the ident.
     void AwaitLog(const std::vector<std::string>& patterns);
 
     // Ends the run, politely where possible; returns what was wrong, one line each.

@@ -12,12 +12,17 @@ Command SimulatorCommand() {
     return {ProgramPath("carouseld-sim"), {"carouseld-sim"}, PlainEnvironment()};
 }
 
-std::string Describe(const std::string& kind, const std::map<std::string, std::string>& values) {
+std::string Describe(const std::string& kind, const Values& values) {
     std::string text = "event " + kind;
     for (const auto& [key, value] : values) {
         text += " " + key + "=" + value;
     }
     return text;
+}
+
+std::optional<Event> EventOf(const Line& line, const std::string& kind) {
+    const auto event = line.voice == Voice::Server ? ParseEvent(line.text) : std::nullopt;
+    return event && event->kind == kind ? event : std::nullopt;
 }
 
 bool IsAnswer(const Line& line) {
@@ -32,7 +37,7 @@ Simulator::Simulator(Record& record)
 
 std::vector<Event> Simulator::Do(const std::string& command) {
     m_process.Tell(command);
-    const std::string answer = m_record.Await(IsAnswer, "the server's answer to: " + command);
+    const std::string answer = m_record.Await(IsAnswer, "the server's answer to: " + command).text;
     if (answer != "ok") {
         throw Failure(command + ": " + answer);
     }
@@ -41,25 +46,32 @@ std::vector<Event> Simulator::Do(const std::string& command) {
         return line.voice == Voice::Server && line.text.starts_with("model ");
     };
     while (const auto line = m_record.TakeIfThere(isModel)) {
-        model.push_back(*ParseEvent(*line));
+        model.push_back(*ParseEvent(line->text));
     }
     return model;
 }
 
-Event Simulator::Await(const std::string& kind, const std::map<std::string, std::string>& values) {
+Event Simulator::Await(const std::string& kind, const Values& values) {
     const auto wanted = [&](const Line& line) {
-        const auto event = line.voice == Voice::Server ? ParseEvent(line.text) : std::nullopt;
-        return event && event->kind == kind && event->Has(values);
+        const auto event = EventOf(line, kind);
+        return event && event->Has(values);
     };
-    return *ParseEvent(m_record.Await(wanted, Describe(kind, values)));
+    return *ParseEvent(m_record.Await(wanted, Describe(kind, values)).text);
 }
 
-std::vector<Event> Simulator::AllSoFar(const std::string& kind,
-                                       const std::map<std::string, std::string>& values) const {
+Event Simulator::Await(const std::string& kind, const std::function<bool(const Event&)>& holds) {
+    const auto wanted = [&](const Line& line) {
+        const auto event = EventOf(line, kind);
+        return event && holds(*event);
+    };
+    return *ParseEvent(m_record.Await(wanted, "a certain event " + kind).text);
+}
+
+std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& values) const {
     std::vector<Event> events;
     for (const Line& line : m_record.Since(m_firstLine)) {
-        const auto event = line.voice == Voice::Server ? ParseEvent(line.text) : std::nullopt;
-        if (event && event->kind == kind && event->Has(values)) {
+        const auto event = EventOf(line, kind);
+        if (event && event->Has(values)) {
             events.push_back(*event);
         }
     }

@@ -4,7 +4,7 @@
 #include "stage/Event.h"
 #include "stage/Process.h"
 
-#include <map>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,12 +24,13 @@ public:
     // Carries out a command; returns the model lines of its answer. Throws what the server objects.
     std::vector<Event> Do(const std::string& command);
 
-    // Takes the first event of that kind with these values that was not taken yet.
-    Event Await(const std::string& kind, const std::map<std::string, std::string>& values = {});
+    // Takes the first event of that kind, with these values or of which this holds, that was not
+    // taken yet.
+    Event Await(const std::string& kind, const Values& values = {});
+    Event Await(const std::string& kind, const std::function<bool(const Event&)>& holds);
 
-    // Without waiting for it to have happened.
-    std::vector<Event> AllSoFar(const std::string& kind,
-                                const std::map<std::string, std::string>& values = {}) const;
+    // Those that this server has told so far, taken or not.
+    std::vector<Event> AllSoFar(const std::string& kind, const Values& values = {}) const;
 
     // As a server dies that crashes: sockets and mounts stay behind.
     void Kill();

@@ -1,0 +1,28 @@
+#ifndef STAGE_READWATCH_H
+#define STAGE_READWATCH_H
+
+#include "stage/Descriptor.h"
+
+#include <string>
+
+namespace stage {
+
+// Tells how often a file has been opened and closed again since the watch was set. The daemon reads
+// a volume's info file twice when it takes the volume up, and tells so in no other way.
+class ReadWatch {
+public:
+    explicit ReadWatch(const std::string& path);
+
+    void AwaitReads(int count);
+
+private:
+    int CountNewReads() const;
+
+    Descriptor m_inotify;
+    std::string m_path;
+    int m_reads = 0;
+};
+
+} // namespace stage
+
+#endif

@@ -1,0 +1,200 @@
+#include "SystemTest.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+
+using stage::Event;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+constexpr const char* kMessages = "ChangerServerMessages";
+constexpr const char* kStatus = "ChangerServerSetClientStatus";
+constexpr const char* kBuild = "ChangerFSCacheThread";
+
+class BuildTest : public SystemTest {
+protected:
+    // Discs that the daemon leaves alone until the build.
+    void PutIdentifiedDiscs(int count, const std::string& content = "directories=5 depth=3") {
+        for (int slot = 0; slot < count; ++slot) {
+            Tell("put changer=A1 slot=" + std::to_string(slot) + " identified=yes " + content);
+        }
+    }
+
+    void AwaitStatus(const std::string& step) {
+        Server().Await("status", {{"client", "trayprobed"}, {"current", step}});
+    }
+
+    std::vector<std::string> UncachedDirectories() {
+        std::vector<std::string> uncached;
+        for (const Event& line : Tell("show changer=A1 directories=yes")) {
+            if (line.kind == "directory" && line["cached"] == "no") {
+                uncached.push_back(line["slot"] + line["path"]);
+            }
+        }
+        return uncached;
+    }
+};
+
+TEST_F(BuildTest, EveryDirectoryIsListedAndEachDiscIsOneStep) {
+    Begin();
+    PutIdentifiedDiscs(3);
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw changer", "status 0/0",
+                                             "status 0/3", "status 1/3", "status 2/3", "status 3/3",
+                                             "clear status", "withdraw changer"));
+    EXPECT_THAT(UncachedDirectories(), IsEmpty());
+    EXPECT_THAT(Server().AllSoFar("open"), IsEmpty()) << "files are never opened";
+}
+
+TEST_F(BuildTest, ProgressIsShownUnderTheDaemonsName) {
+    Begin();
+    PutIdentifiedDiscs(1);
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    const auto reports =
+        Server().AllSoFar("request", {{"command", "set client status"},
+                                      {"message", "Building changer directory cache"}});
+    ASSERT_EQ(reports.size(), 3U);
+    EXPECT_TRUE(reports[2].Has({{"client-name", "trayprobed"},
+                                {"changer", "00000000000000A1"},
+                                {"current-step", "1"},
+                                {"maximum-step", "1"},
+                                {"abort-requested", "no"}}));
+}
+
+TEST_F(BuildTest, ChangerWithoutDiscsReportsNothingOfNothing) {
+    Begin();
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw changer", "status 0/0",
+                                             "status 0/0", "clear status", "withdraw changer"));
+}
+
+TEST_F(BuildTest, RequestsDuringABuildStartNoSecondOne) {
+    Begin("slots=4 drives=1 moving=200");
+    PutIdentifiedDiscs(3);
+    Tell("identify changer=A1");
+    AwaitStatus("0");
+    Tell("identify changer=A1");
+    AwaitStatus("1");
+    Tell("identify changer=A1 value=no");
+    AwaitEndOfBuild();
+    EXPECT_EQ(Server().AllSoFar("request", {{"current-step", "3"}}).size(), 1U);
+}
+
+TEST_F(BuildTest, AbortEndsTheBuildQuietlyAndTheNextOneRuns) {
+    Begin("slots=4 drives=1 moving=300");
+    PutIdentifiedDiscs(4);
+    Tell("identify changer=A1");
+    AwaitStatus("1");
+    Tell("abort changer=A1 client=trayprobed");
+    AwaitEndOfBuild();
+    EXPECT_FALSE(UncachedDirectories().empty());
+    Tell("timing changer=A1 moving=0");
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    EXPECT_THAT(UncachedDirectories(), IsEmpty());
+}
+
+TEST_F(BuildTest, FileSystemThatIsNotMountedEndsItAtOnce) {
+    Begin();
+    PutIdentifiedDiscs(1);
+    Tell("unmount changer=A1");
+    Tell("identify changer=A1");
+    Server().Await("request", [](const Event& request) {
+        return request["command"] == "request identification" &&
+               request.values.count("storage-element-index") == 0;
+    });
+    AwaitServedRequest(0);
+    EXPECT_THAT(Server().AllSoFar("request", {{"message", "Building changer directory cache"}}),
+                IsEmpty());
+}
+
+TEST_F(BuildTest, LinksAreNotFollowed) {
+    std::filesystem::create_directories("/tmp/content/real/inside");
+    std::filesystem::create_directory_symlink("real", "/tmp/content/link");
+    std::ofstream("/tmp/content/file") << "text";
+    Begin();
+    PutIdentifiedDiscs(1, "folder=/tmp/content");
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    std::vector<std::string> listed;
+    for (const Event& event : Server().AllSoFar("listed")) {
+        listed.push_back(event["path"]);
+    }
+    EXPECT_THAT(listed, UnorderedElementsAre("/", "/real", "/real/inside"));
+}
+
+TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
+    Begin();
+    PutIdentifiedDiscs(1);
+    Tell("fault on=\"set client status\" do=error code=1050 text=no");
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    AwaitLog({Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
+              Link(kStatus, "ChangerServerSetClientStatus",
+                   "fail SendMessageToChangerServer (VErrCode = 1050)"),
+              Link(kBuild, "ReportFSCacheClientStatus",
+                   "fail ChangerServerSetClientStatus (VErrCode = 1050)"),
+              Link(kBuild, "StartStatusReportingForFullFSCache",
+                   "fail ReportFSCacheClientStatus (VErrCode = 1050)"),
+              Link(kBuild, "RunChangerFSCacheThread",
+                   "fail StartStatusReportingForFullFSCache (VErrCode = 1050)")});
+    EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    EXPECT_THAT(UncachedDirectories(), IsEmpty());
+}
+
+TEST_F(BuildTest, RefusedProgressEndsARunningBuild) {
+    Begin("slots=4 drives=1 moving=300");
+    PutIdentifiedDiscs(3);
+    Tell("identify changer=A1");
+    Server().Await("request", {{"command", "set client status"}, {"maximum-step", "3"}});
+    Server().Await("listing", {{"cached", "no"}});
+    Tell("fault on=\"set client status\" do=error code=1050 text=no");
+    AwaitEndOfBuild();
+    AwaitLog({Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
+              Link(kStatus, "ChangerServerSetClientStatus",
+                   "fail SendMessageToChangerServer (VErrCode = 1050)"),
+              Link(kBuild, "ReportFSCacheClientStatus",
+                   "fail ChangerServerSetClientStatus (VErrCode = 1050)"),
+              Link(kBuild, "StatusReportingExitMedia",
+                   "fail ReportFSCacheClientStatus (VErrCode = 1050)"),
+              Link(kBuild, "CacheFSDirectory", "fail StatusReportingExitMedia (VErrCode = 1050)"),
+              Link(kBuild, "RunChangerFSCacheThread", "fail CacheFSDirectory (VErrCode = 1050)")});
+    EXPECT_EQ(RequestsSoFar().back(), "withdraw changer");
+}
+
+TEST_F(BuildTest, RefusedOpeningRequestSkipsTheWalk) {
+    Begin();
+    PutIdentifiedDiscs(1);
+    Tell("fault on=\"request identification\" do=error code=1050 text=no");
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    AwaitLog(
+        {Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
+         Link("ChangerServerRequestIdentification", "ChangerServerRequest[A-Za-z]+Identification",
+              "fail SendMessageToChangerServer (VErrCode = 1050)"),
+         Link(kBuild, "RunChangerFSCacheThread",
+              "fail ChangerServerRequestChangerIdentification (VErrCode = 1050)")});
+    EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
+}
+
+TEST_F(BuildTest, DiscThatIsPulledOutIsLoggedAndTheBuildGoesOn) {
+    Begin("slots=4 drives=1 moving=500");
+    PutIdentifiedDiscs(3, "directories=0");
+    Tell("identify changer=A1");
+    const Event first = Server().Await("listing", {{"cached", "no"}});
+    Tell("take changer=A1 slot=" + first["slot"]);
+    AwaitEndOfBuild();
+    AwaitLog({Link(kBuild, "CacheFSDirectory", "fail scandir on \"/tmp/carousel/disc-") + ".*"});
+    EXPECT_EQ(RequestsSoFar().back(), "withdraw changer");
+}
+
+} // namespace

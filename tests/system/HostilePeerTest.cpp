@@ -1,0 +1,129 @@
+#include "SystemTest.h"
+
+#include <gmock/gmock.h>
+
+using testing::Contains;
+
+namespace {
+
+constexpr const char* kNotifications = "ChangerServerNotifications";
+
+// A server whose frames are odd or broken: what can be understood is, what cannot is logged, and
+// what comes afterwards is understood again.
+class HostilePeerTest : public SystemTest {
+protected:
+    void Begin() {
+        SystemTest::Begin();
+        Tell("pulse every=0");
+    }
+    void ExpectNotificationsWork() {
+        Tell("put changer=A1 slot=7");
+        AwaitIdentification(7);
+        EXPECT_THAT(RequestsSoFar(), Contains("eject 7"));
+    }
+    void AwaitLogOfLostNotification(const std::string& function, const std::string& message) {
+        AwaitLog({Link(kNotifications, function, message),
+                  Link(kNotifications, "ServerNotificationSocketCallBack",
+                       "fail handle notification socket data")});
+    }
+};
+
+// Replies and notifications that are odd, but good.
+class OddFrameTest : public HostilePeerTest, public testing::WithParamInterface<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Oddities, OddFrameTest,
+                         testing::Values("do=split size=1", "do=split size=11", "do=split size=13",
+                                         "do=header-size size=12", "do=header-size size=300",
+                                         "do=huge size=3000000"));
+
+TEST_P(OddFrameTest, ReplyIsUnderstood) {
+    Begin();
+    Tell(std::string("fault on=\"mount disc\" ") + GetParam());
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
+}
+
+TEST_P(OddFrameTest, NotificationIsUnderstood) {
+    Begin();
+    Tell(std::string("fault on=notification ") + GetParam());
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
+}
+
+TEST_F(HostilePeerTest, NotificationsInOneReadAreAllUnderstood) {
+    Begin();
+    Tell("fault on=notification do=glued count=all");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    Tell("put changer=A1 slot=1");
+    AwaitIdentification(1);
+    Tell("clear-faults");
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, RubbishIsLoggedAndPassed) {
+    Begin();
+    Tell("notify hex=0102030405");
+    AwaitLogOfLostNotification("[A-Za-z]+", "invalid notification header on data received");
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, MalformedNotificationIsLoggedAndPassed) {
+    Begin();
+    Tell("fault on=notification do=malformed");
+    Tell("push together=yes");
+    AwaitLog({});
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, ExtraBytesAreLoggedAndPassed) {
+    Begin();
+    Tell("fault on=notification do=extra");
+    Tell("push together=yes");
+    AwaitLogOfLostNotification("[A-Za-z]+", "inconsitent data length");
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, FrameThatNeverEndsGoesWithItsConnection) {
+    Begin();
+    Tell("notify hex=6769536800000c00ffffffff3c");
+    Tell("push");
+    Tell("stop");
+    Tell("start");
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, NotificationThatIsNoDictionaryMeansNothing) {
+    Begin();
+    Tell("fault on=notification do=wrong-root");
+    Tell("push together=yes");
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsSurvived) {
+    Begin();
+    Tell("fault on=notification do=wrong-types");
+    Tell("push together=yes");
+    AwaitLog({});
+    ExpectNotificationsWork();
+}
+
+TEST_F(HostilePeerTest, ReplyThatIsNoDictionaryIsNoError) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=wrong-root");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
+}
+
+TEST_F(HostilePeerTest, SingleThreadedServerIsAnswered) {
+    Begin();
+    Tell("serial value=yes");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    ExpectNotificationsWork();
+}
+
+} // namespace

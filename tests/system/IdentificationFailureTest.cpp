@@ -1,0 +1,143 @@
+#include "SystemTest.h"
+
+#include <gmock/gmock.h>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
+
+namespace {
+
+constexpr const char* kMessages = "ChangerServerMessages";
+constexpr const char* kMount = "ChangerServerMountDisc";
+constexpr const char* kEject = "ChangerServerEjectDisc";
+constexpr const char* kRequest = "ChangerServerRequestIdentification";
+constexpr const char* kWorker = "MediaIdThread";
+
+class IdentificationFailureTest : public SystemTest {
+protected:
+    // The lines of a withdrawal that the server refuses.
+    void AwaitLogOfRefusedWithdrawal(const std::string& text) {
+        AwaitLog({Link(kMessages, "GetMessageReplyErr", text + " (VErrCode = 1050)"),
+                  Link(kRequest, "ChangerServerRequestMediaIdentification",
+                       "fail SendMessageToChangerServer (VErrCode = 1050)"),
+                  Link(kWorker, "RunMediaIdThread",
+                       "fail ChangerServerRequestChangerIdentification (VErrCode = 1050)")});
+    }
+};
+
+TEST_F(IdentificationFailureTest, AfterAFailedMountNothingIsEjectedAndTheDiscIsTriedAgain) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=error code=1050 text=\"robot jammed\"");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitLog({Link(kMessages, "GetMessageReplyErr", "robot jammed (VErrCode = 1050)"),
+              Link(kMount, "ChangerServerMountDiscInDrive",
+                   "fail send message to changer server (VErrCode = 1050)"),
+              Link(kMount, "ChangerServerMountDisc",
+                   "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1050)"),
+              Link(kWorker, "RunMediaIdThread",
+                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1050)")});
+    AwaitIdentification(0);
+    EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw 0", "mount 0", "withdraw 0",
+                                             "withdraw 0", "mount 0", "eject 0", "withdraw 0"));
+}
+
+TEST_F(IdentificationFailureTest, AfterAFailedEjectTheDiscIsWithdrawnAllTheSame) {
+    Begin();
+    Tell("fault on=\"eject disc\" do=error code=1050 text=\"robot jammed\"");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitLog({Link(kMessages, "GetMessageReplyErr", "robot jammed (VErrCode = 1050)"),
+              Link(kEject, "ChangerServerEjectDisc",
+                   "fail send message to changer server (VErrCode = 1050)"),
+              Link(kWorker, "RunMediaIdThread",
+                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 "
+                   "(VErrCode = 1050)")});
+    AwaitServedRequest(0);
+}
+
+TEST_F(IdentificationFailureTest, AfterAFailedFirstWithdrawalTheDiscIsNeverPickedAgain) {
+    Begin();
+    Tell("fault on=\"request identification\" do=error code=1050 text=no");
+    Tell("put changer=A1 slot=0");
+    AwaitLogOfRefusedWithdrawal("no");
+    Tell("put changer=A1 slot=1");
+    AwaitIdentification(1);
+    AwaitServedRequest(1);
+    EXPECT_THAT(RequestsSoFar(), Not(Contains("mount 0")));
+}
+
+TEST_F(IdentificationFailureTest, AfterAFailedSecondWithdrawalTheDiscIsNeverPickedAgain) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("put changer=A1 slot=0");
+    Server().Await("request", {{"command", "mount disc"}});
+    Tell("fault on=\"request identification\" do=error code=1050 text=no");
+    AwaitIdentification(0);
+    AwaitLogOfRefusedWithdrawal("no");
+    Tell("identify changer=A1 slot=0");
+    Tell("put changer=A1 slot=1");
+    AwaitIdentification(1);
+    AwaitServedRequest(1);
+    EXPECT_EQ(Server()
+                  .AllSoFar("request", {{"command", "mount disc"}, {"storage-element-index", "0"}})
+                  .size(),
+              1U);
+}
+
+TEST_F(IdentificationFailureTest, ErrorWithoutTextHasTheGeneralOne) {
+    Begin();
+    Tell("fault on=\"request identification\" do=error code=1050");
+    Tell("put changer=A1 slot=0");
+    AwaitLogOfRefusedWithdrawal("an error has occurred");
+}
+
+TEST_F(IdentificationFailureTest, PercentSignsInTheServersTextDoNoHarm) {
+    Begin();
+    Tell("fault on=\"request identification\" do=error code=1050 text=\"100%% of %s%n%99999999d\"");
+    Tell("put changer=A1 slot=0");
+    AwaitLogOfRefusedWithdrawal("100% of %s%n%99999999d");
+}
+
+TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=close");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitLog({Link(kMessages, "GetMessageReplyErr",
+                   "lost connection with changer server (VErrCode = 1005)"),
+              Link(kMount, "ChangerServerMountDiscInDrive",
+                   "fail send message to changer server (VErrCode = 1005)"),
+              Link(kMount, "ChangerServerMountDisc",
+                   "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1005)"),
+              Link(kWorker, "RunMediaIdThread",
+                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1005)")});
+    AwaitIdentification(0);
+}
+
+TEST_F(IdentificationFailureTest, DirectoryThatCannotBeListedIsLoggedAndTheDiscEjected) {
+    Begin();
+    Tell("preferences changer=A1 build-on-identify=yes");
+    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("put changer=A1 slot=0");
+    Server().Await("mounted", {{"slot", "0"}});
+    Tell("take changer=A1 slot=0");
+    AwaitLog({Link("ChangerFSCacheThread", "RunAFSCacheUpdate", "fail")});
+}
+
+// The server drops the changer while its disc is on the way; nothing of it is left to act on.
+TEST_F(IdentificationFailureTest, RemovedChangerEndsItsWorkers) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=late after=1000");
+    Tell("put changer=A1 slot=0");
+    Server().Await("request", {{"command", "mount disc"}});
+    Tell("remove-changer changer=A1");
+    AwaitLog({});
+    Tell("add-changer changer=A1 slots=2 drives=1");
+    AwaitChangerTakenUp();
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+}
+
+} // namespace

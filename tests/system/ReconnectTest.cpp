@@ -1,0 +1,100 @@
+#include "SystemTest.h"
+
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+
+using testing::Contains;
+
+namespace {
+
+class ReconnectTest : public SystemTest {
+protected:
+    void AwaitSubscriber() {
+        Server().Await("subscriber", {{"connected", "yes"}});
+    }
+    void ExpectIdentificationWorks() {
+        Tell("put changer=A1 slot=0");
+        AwaitIdentification(0);
+        EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
+    }
+};
+
+TEST_F(ReconnectTest, ServerMayStartAfterTheDaemon) {
+    m_scene.StartDaemon();
+    StartServer();
+    AwaitSubscriber();
+    AwaitChangerTakenUp();
+    ExpectIdentificationWorks();
+}
+
+TEST_F(ReconnectTest, ServerWithoutSocketsIsTriedAgainQuietly) {
+    m_scene.StartServer();
+    m_scene.StartDaemon();
+    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("start");
+    AwaitSubscriber();
+    AwaitChangerTakenUp();
+    ExpectIdentificationWorks();
+}
+
+TEST_F(ReconnectTest, ServerThatClosesItsSocketsIsFoundAgain) {
+    Begin();
+    for (int round = 0; round < 3; ++round) {
+        AwaitSubscriber();
+        Tell("stop");
+        Tell("start");
+    }
+    AwaitSubscriber();
+    ExpectIdentificationWorks();
+}
+
+TEST_F(ReconnectTest, RestartedServerIsFoundUnderItsNewProcessId) {
+    Begin();
+    m_scene.KillServer();
+    ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
+    StartServer();
+    AwaitSubscriber();
+    ExpectIdentificationWorks();
+}
+
+TEST_F(ReconnectTest, FrameThatTheServerDidNotFinishIsForgotten) {
+    Begin();
+    Tell("pulse every=0");
+    Tell("notify hex=676953680000"
+         "0c00"
+         "ff000000"
+         "3c3f786d6c");
+    Tell("stop");
+    Tell("start");
+    AwaitSubscriber();
+    AwaitSubscriber();
+    ExpectIdentificationWorks();
+}
+
+TEST_F(ReconnectTest, ServerThatDiesDuringAnIdentificationIsLogged) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=silence");
+    Tell("put changer=A1 slot=0");
+    Server().Await("request", {{"command", "mount disc"}});
+    m_scene.KillServer();
+    AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr",
+                   "lost connection with changer server (VErrCode = 1005)"),
+              Link("ChangerServerMountDisc", "ChangerServerMountDiscInDrive",
+                   "fail send message to changer server (VErrCode = 1005)"),
+              Link("ChangerServerMountDisc", "ChangerServerMountDisc",
+                   "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1005)"),
+              Link("MediaIdThread", "RunMediaIdThread",
+                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1005)"),
+              Link("ChangerServerMessages", "GetChangerServerMessageSocketPath",
+                   "fail find changer server (VErrCode = 1001)"),
+              Link("ChangerServerMessages", "GetChangerServerMessageSocket",
+                   "fail get socket path (VErrCode = 1001)"),
+              Link("ChangerServerMessages", "SendMessageToChangerServer",
+                   "fail get server socket (VErrCode = 1001)"),
+              Link("ChangerServerRequestIdentification", "ChangerServerRequestMediaIdentification",
+                   "fail SendMessageToChangerServer (VErrCode = 1001)"),
+              Link("MediaIdThread", "RunMediaIdThread",
+                   "fail ChangerServerRequestChangerIdentification (VErrCode = 1001)")});
+}
+
+} // namespace

@@ -1,0 +1,50 @@
+#include "SystemTest.h"
+
+#include "stage/ProcessState.h"
+
+#include <gmock/gmock.h>
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+// The daemon however it is started: the title overwrites argv[0] and what follows it in memory.
+class StartUpTest : public SystemTest,
+                    public testing::WithParamInterface<std::vector<std::string>> {
+protected:
+    stage::DaemonStart Start() const {
+        return {GetParam(), {"MARK=of the environment"}};
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Arguments, StartUpTest,
+    testing::Values(std::vector<std::string>{"trayprobed"}, std::vector<std::string>{"t"},
+                    std::vector<std::string>{""}, std::vector<std::string>{"/usr/sbin/trayprobed"},
+                    std::vector<std::string>{"trayprobed", "--secret", "word"}));
+
+TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {
+    StartServer();
+    StartDaemon(Start());
+    const std::string title = stage::ReadProcFile(m_scene.TheDaemon().Pid(), "cmdline");
+    EXPECT_THAT(title, StartsWith("(trayprobed)"));
+    EXPECT_THAT(title, Not(HasSubstr("word")));
+}
+
+TEST_P(StartUpTest, LogLinesCarryTheDaemonsName) {
+    StartServer();
+    StartDaemon(Start());
+    Tell("fault on=\"eject disc\" do=error code=1050 text=no");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", "no (VErrCode = 1050)"),
+              Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
+                   "fail send message to changer server (VErrCode = 1050)"),
+              Link("MediaIdThread", "RunMediaIdThread",
+                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 "
+                   "(VErrCode = 1050)")});
+}
+
+} // namespace

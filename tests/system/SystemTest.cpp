@@ -1,0 +1,103 @@
+#include "SystemTest.h"
+
+#include "stage/ReadWatch.h"
+
+#include <cstdio>
+
+using stage::Event;
+
+namespace {
+
+std::string Shortly(const Event& request) {
+    const std::string command = request["command"];
+    const std::string slot = request["storage-element-index"];
+    if (command == "mount disc") {
+        return "mount " + slot;
+    }
+    if (command == "eject disc") {
+        return "eject " + slot;
+    }
+    if (command == "request identification") {
+        const std::string verb = request["request"] == "no" ? "withdraw " : "request ";
+        return verb + (slot.empty() ? "changer" : slot);
+    }
+    if (command == "set client status" && request["message"].empty()) {
+        return "clear status";
+    }
+    return "status " + request["current-step"] + "/" + request["maximum-step"];
+}
+
+} // namespace
+
+void SystemTest::Begin(const std::string& changer) {
+    StartServer(changer);
+    StartDaemon();
+}
+
+void SystemTest::StartServer(const std::string& changer) {
+    m_scene.StartServer();
+    Tell("add-changer changer=A1 mount=/tmp/carousel " + changer);
+    Tell("start");
+}
+
+void SystemTest::StartDaemon(const stage::DaemonStart& start) {
+    stage::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
+    m_scene.StartDaemon(start);
+    infoFile.AwaitReads(2);
+    AwaitChangerTakenUp();
+    m_scene.TakeBaseline();
+}
+
+void SystemTest::AwaitChangerTakenUp(const std::string& guid) {
+    const Event clearing = Server().Await(
+        "request", {{"command", "set client status"}, {"changer", guid}, {"message", ""}});
+    Server().Await("disconnect", {{"connection", clearing["connection"]}});
+}
+
+void SystemTest::AwaitIdentification(int slot) {
+    Event last;
+    for (int withdrawal = 0; withdrawal < 2; ++withdrawal) {
+        last = Server().Await("request", {{"command", "request identification"},
+                                          {"storage-element-index", std::to_string(slot)}});
+    }
+    Server().Await("disconnect", {{"connection", last["connection"]}});
+}
+
+void SystemTest::AwaitServedRequest(int slot) {
+    Tell("identify changer=A1 slot=" + std::to_string(slot));
+    AwaitIdentification(slot);
+}
+
+void SystemTest::AwaitEndOfBuild() {
+    Event last;
+    for (int withdrawal = 0; withdrawal < 2; ++withdrawal) {
+        last = Server().Await(
+            "request", [](const Event& request) { return Shortly(request) == "withdraw changer"; });
+    }
+    Server().Await("disconnect", {{"connection", last["connection"]}});
+}
+
+std::string SystemTest::Link(const std::string& module, const std::string& function,
+                             const std::string& message) {
+    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
+    return module + ":[0-9]+, " + function + ": " + std::regex_replace(message, special, "\\$&");
+}
+
+void SystemTest::TearDown() {
+    for (const std::string& complaint : m_scene.End()) {
+        ADD_FAILURE() << complaint;
+    }
+    if (HasFailure()) {
+        for (const stage::Line& line : m_scene.TheRecord().Since(0)) {
+            std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
+        }
+    }
+}
+
+std::vector<std::string> SystemTest::RequestsSoFar() {
+    std::vector<std::string> requests;
+    for (const Event& request : Server().AllSoFar("request")) {
+        requests.push_back(Shortly(request));
+    }
+    return requests;
+}

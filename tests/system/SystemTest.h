@@ -1,0 +1,57 @@
+#ifndef TESTS_SYSTEM_SYSTEMTEST_H
+#define TESTS_SYSTEM_SYSTEMTEST_H
+
+// What the system tests share: a scene with one server whose changer has the GUID A1 and is mounted
+// on /tmp/carousel, and a daemon. Every test fails at its end for whatever Scene::End complains of.
+
+#include "stage/Scene.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+class SystemTest : public testing::Test {
+protected:
+    // The usual opening: a server with an empty changer, and a daemon that has taken it up.
+    void Begin(const std::string& changer = "slots=8 drives=2");
+
+    void StartServer(const std::string& changer = "slots=8 drives=2");
+    void StartDaemon(const stage::DaemonStart& start = {});
+
+    // Waits until the daemon, having seen a changer for the first time, has cleared its status.
+    void AwaitChangerTakenUp(const std::string& guid = "00000000000000A1");
+
+    // Waits until the worker's last request for a disc has been answered and its connection closed.
+    void AwaitIdentification(int slot);
+
+    // Waits until the build's closing request has been answered and its connection closed.
+    void AwaitEndOfBuild();
+
+    // Waits until the daemon has acted on whatever the server told it so far: has a disc that is
+    // there identified on request, since requests are served in the order of the notifications.
+    void AwaitServedRequest(int slot);
+
+    stage::Simulator& Server() {
+        return m_scene.Server();
+    }
+    std::vector<stage::Event> Tell(const std::string& command) {
+        return Server().Do(command);
+    }
+    void AwaitLog(const std::vector<std::string>& patterns) {
+        m_scene.AwaitLog(patterns);
+    }
+
+    // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".
+    static std::string Link(const std::string& module, const std::string& function,
+                            const std::string& message);
+
+    // What the daemon asked for so far, in short: "mount 3", "eject 3", "withdraw 3",
+    // "withdraw changer", "status 1/3", "clear status".
+    std::vector<std::string> RequestsSoFar();
+
+    void TearDown() override;
+
+    stage::Scene m_scene;
+};
+
+#endif

@@ -1,0 +1,70 @@
+#include "SystemTest.h"
+
+#include <gmock/gmock.h>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kMessages = "ChangerServerMessages";
+constexpr const char* kMount = "ChangerServerMountDisc";
+
+// What the daemon waits for in real time: replies for 30 seconds, media roots for 10.
+class SlowTimeOutTest : public SystemTest {
+protected:
+    void AwaitLogOfTimedOutMount() {
+        AwaitLog({Link(kMessages, "GetMessageReplyErr",
+                       "timeout waiting for reply from changer server (VErrCode = 1004)"),
+                  Link(kMount, "ChangerServerMountDiscInDrive",
+                       "fail send message to changer server (VErrCode = 1004)"),
+                  Link(kMount, "ChangerServerMountDisc",
+                       "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1004)"),
+                  Link("MediaIdThread", "RunMediaIdThread",
+                       "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1004)")});
+    }
+};
+
+TEST_F(SlowTimeOutTest, NoReplyEndsTheMountAndTheDiscIsTriedAgain) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=silence");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitLogOfTimedOutMount();
+    AwaitIdentification(0);
+    EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw 0", "mount 0", "withdraw 0",
+                                             "withdraw 0", "mount 0", "eject 0", "withdraw 0"));
+}
+
+TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=signature act=no");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitLog({Link(kMessages, "[A-Za-z]+", "invalid message header on data received"),
+              Link(kMessages, "ServerMessageSocketCallBack", "fail handle message socket data")});
+    AwaitLogOfTimedOutMount();
+    AwaitIdentification(0);
+}
+
+TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
+    m_scene.StartServer();
+    Tell("fault on=\"set client status\" do=silence");
+    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("start");
+    m_scene.StartDaemon();
+    AwaitChangerTakenUp();
+    AwaitLog({});
+    AwaitChangerTakenUp();
+}
+
+TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
+    Begin("slots=4 drives=1 appear=600000");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
+    EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
+}
+
+} // namespace

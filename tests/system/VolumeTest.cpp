@@ -1,0 +1,201 @@
+#include "SystemTest.h"
+
+#include "stage/Failure.h"
+#include "stage/ReadWatch.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+using stage::Event;
+using testing::Each;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kNotAnInfoFile = "no property list";
+
+// Volumes that come and go while the daemon runs. They are folders that are bound to their place
+// once they are complete, since a volume is looked at when it appears, and only then.
+class VolumeTest : public SystemTest {
+protected:
+    void SetUp() override {
+        m_scene.StartServer();
+        Tell("add-changer changer=A1 slots=2 drives=1");
+        Tell("start");
+        m_scene.StartDaemon();
+        AwaitChangerTakenUp();
+        m_scene.TakeBaseline();
+    }
+
+    static void WriteInfoFile(const fs::path& file, const std::string& content) {
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << content;
+    }
+    static std::string PropertyList(const std::string& content) {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" +
+               content + "</dict></plist>\n";
+    }
+
+    // A folder that looks like the file system of changer A1, with that many discs.
+    static void MakeChangerFolder(const fs::path& folder, int discs) {
+        const std::string guid = "<key>Changer GUID</key><integer>161</integer>";
+        WriteInfoFile(folder / ".changer_info.plist", PropertyList(guid));
+        for (int slot = 0; slot < discs; ++slot) {
+            const std::string number = std::to_string(slot);
+            WriteInfoFile(folder / ("disc" + number) / ".media_info.plist",
+                          PropertyList(guid + "<key>Storage Element Index</key><integer>" + number +
+                                       "</integer><key>Partition Id</key><string>1</string>"
+                                       "<key>Writable</key><false/>"));
+        }
+    }
+
+    // Binds a folder, and waits until the daemon has read its info file so often: twice if it is a
+    // changer's, once if it is not.
+    static void Bind(const fs::path& folder, const fs::path& place, int reads) {
+        stage::ReadWatch infoFile((folder / ".changer_info.plist").string());
+        fs::create_directories(place);
+        stage::Require(mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0,
+                       "bind");
+        infoFile.AwaitReads(reads);
+    }
+
+    // Waits until the daemon has seen all that was mounted and unmounted before.
+    static void AwaitMountsSeen() {
+        static int number = 0;
+        const fs::path folder = "/tmp/mark" + std::to_string(number++);
+        WriteInfoFile(folder / ".changer_info.plist", kNotAnInfoFile);
+        Bind(folder, folder.string() + "-place", 1);
+    }
+
+    void ExpectBuildOf(int discs) {
+        Tell("identify changer=A1");
+        AwaitEndOfBuild();
+        EXPECT_EQ(RequestsSoFar()[RequestsSoFar().size() - 3], "status " + Of(discs, discs));
+    }
+
+    // A build with a file system to walk would report its progress before its closing request.
+    void ExpectNothingToBuild() {
+        const std::size_t before = RequestsSoFar().size();
+        for (int build = 0; build < 2; ++build) {
+            Tell("identify changer=A1");
+            Server().Await("request", {{"command", "request identification"}, {"request", "no"}});
+        }
+        std::vector<std::string> requests = RequestsSoFar();
+        requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(before));
+        EXPECT_THAT(requests, Each("withdraw changer"));
+    }
+
+    static std::string Of(int step, int steps) {
+        return std::to_string(step) + "/" + std::to_string(steps);
+    }
+};
+
+TEST_F(VolumeTest, ChangerIsTakenUpWhenItIsMounted) {
+    ExpectNothingToBuild();
+    MakeChangerFolder("/tmp/a", 2);
+    Bind("/tmp/a", "/tmp/place", 2);
+    ExpectBuildOf(2);
+}
+
+TEST_F(VolumeTest, ChangerIsForgottenWhenItIsUnmounted) {
+    MakeChangerFolder("/tmp/a", 2);
+    Bind("/tmp/a", "/tmp/place", 2);
+    ASSERT_EQ(umount("/tmp/place"), 0);
+    AwaitMountsSeen();
+    ExpectNothingToBuild();
+    Bind("/tmp/a", "/tmp/another place", 2);
+    ExpectBuildOf(2);
+}
+
+TEST_F(VolumeTest, SecondFileSystemOfAChangerReplacesTheFirst) {
+    MakeChangerFolder("/tmp/a", 1);
+    MakeChangerFolder("/tmp/b", 3);
+    Bind("/tmp/a", "/tmp/place-a", 2);
+    Bind("/tmp/b", "/tmp/place-b", 2);
+    ASSERT_EQ(umount("/tmp/place-a"), 0);
+    AwaitMountsSeen();
+    ExpectBuildOf(3);
+}
+
+TEST_F(VolumeTest, VolumeThatIsMountedTwiceIsOneUntilItsLastMountGoes) {
+    MakeChangerFolder("/tmp/a", 2);
+    Bind("/tmp/a", "/tmp/place-1", 2);
+    fs::create_directory("/tmp/place-2");
+    ASSERT_EQ(mount("/tmp/a", "/tmp/place-2", nullptr, MS_BIND, nullptr), 0);
+    stage::ReadWatch infoFile("/tmp/a/.changer_info.plist");
+    ASSERT_EQ(umount("/tmp/place-1"), 0);
+    infoFile.AwaitReads(2); // taken up again, at its other place
+    ExpectBuildOf(2);
+    ASSERT_EQ(umount("/tmp/place-2"), 0);
+    AwaitMountsSeen();
+    ExpectNothingToBuild();
+}
+
+TEST_F(VolumeTest, MovedVolumeIsFoundAtItsNewPlace) {
+    MakeChangerFolder("/tmp/a", 2);
+    Bind("/tmp/a", "/tmp/place-1", 2);
+    fs::create_directory("/tmp/place-2");
+    stage::ReadWatch infoFile("/tmp/a/.changer_info.plist");
+    ASSERT_EQ(mount("/tmp/place-1", "/tmp/place-2", nullptr, MS_MOVE, nullptr), 0);
+    infoFile.AwaitReads(2);
+    ExpectBuildOf(2);
+}
+
+TEST_F(VolumeTest, PlacesMayHaveAnyName) {
+    MakeChangerFolder("/tmp/a", 1);
+    Bind("/tmp/a", "/tmp/a \"place\"\twith\nblanks\\", 2);
+    ExpectBuildOf(1);
+}
+
+TEST_F(VolumeTest, PlaceThatIsNotUtf8IsLoggedAndNotTakenUp) {
+    MakeChangerFolder("/tmp/a", 1);
+    Bind("/tmp/a", "/tmp/\xff", 2);
+    AwaitLog(
+        {Link("CFHelpers", "CFHDictionarySetStringValue", "fail alloc str"),
+         Link("ChangerFSCacheState", "AddChangerFSToList", "fail set changer mount path value"),
+         Link("ChangerFSCacheManager", "DiskArbDiskAppearedCallback", "fail AddChangerFSToList")});
+    ExpectNothingToBuild();
+}
+
+TEST_F(VolumeTest, FoldersThatAreNoChangersAreTakenForNone) {
+    WriteInfoFile("/tmp/malformed/.changer_info.plist", "<plist");
+    WriteInfoFile("/tmp/empty/.changer_info.plist", "");
+    WriteInfoFile("/tmp/string/.changer_info.plist",
+                  PropertyList("<key>Changer GUID</key><string>161</string>"));
+    for (const fs::path folder : {"/tmp/malformed", "/tmp/empty", "/tmp/string"}) {
+        Bind(folder, folder.string() + "-place", 1);
+    }
+    ExpectNothingToBuild();
+}
+
+// Neither may keep the main thread waiting.
+TEST_F(VolumeTest, PipesAndFoldersInPlaceOfTheInfoFileDoNoHarm) {
+    fs::create_directories("/tmp/pipe");
+    ASSERT_EQ(mkfifo("/tmp/pipe/.changer_info.plist", 0600), 0);
+    fs::create_directories("/tmp/folder/.changer_info.plist");
+    for (const fs::path folder : {"/tmp/pipe", "/tmp/folder"}) {
+        fs::create_directories(folder.string() + "-place");
+        ASSERT_EQ(
+            mount(folder.c_str(), (folder.string() + "-place").c_str(), nullptr, MS_BIND, nullptr),
+            0);
+    }
+    AwaitMountsSeen();
+    MakeChangerFolder("/tmp/a", 1);
+    Bind("/tmp/a", "/tmp/place", 2);
+    ExpectBuildOf(1);
+}
+
+// Listing what is mounted is followed by watching it: nothing may fall in between.
+TEST_F(VolumeTest, RealFileSystemIsTakenUpWhileTheDaemonRuns) {
+    Tell("mount changer=A1 mount=/tmp/carousel");
+    Tell("put changer=A1 slot=0 identified=yes");
+    while (Server().AllSoFar("listed").empty()) {
+        AwaitServedRequest(0);
+    }
+}
+
+} // namespace

@@ -1,0 +1,90 @@
+#include "Screen.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kBarWidth = 40;
+constexpr const char* kEraseLine = "\r\033[K";
+
+const char* CodeOf(Screen::Colour colour) {
+    switch (colour) {
+    case Screen::Colour::Plain:
+        return "";
+    case Screen::Colour::Bold:
+        return "\033[1m";
+    case Screen::Colour::Dim:
+        return "\033[2m";
+    case Screen::Colour::Red:
+        return "\033[31m";
+    case Screen::Colour::Green:
+        return "\033[32m";
+    case Screen::Colour::Yellow:
+        return "\033[33m";
+    case Screen::Colour::Cyan:
+        return "\033[36m";
+    }
+    return "";
+}
+
+std::string BarOf(int step, int steps) {
+    const int filled = steps > 0 ? std::min(kBarWidth * step / steps, kBarWidth) : 0;
+    const auto length = [](int count) { return static_cast<std::size_t>(count); };
+    return "           [" + std::string(length(filled), '#') +
+           std::string(length(kBarWidth - filled), '.') + "] " + std::to_string(step) + " of " +
+           std::to_string(steps) + " discs";
+}
+
+} // namespace
+
+Screen::Screen()
+    : m_isTerminal(isatty(STDOUT_FILENO) == 1), m_start(std::chrono::steady_clock::now()) {}
+
+std::string Screen::Painted(const std::string& text, Colour colour) const {
+    return m_isTerminal && colour != Colour::Plain ? CodeOf(colour) + text + "\033[0m" : text;
+}
+
+void Screen::Print(const std::string& line) {
+    if (!m_bar.empty() && m_isTerminal) {
+        std::fputs(kEraseLine, stdout);
+    }
+    std::printf("%s\n", line.c_str());
+    if (m_isTerminal) {
+        std::fputs(m_bar.c_str(), stdout);
+    }
+    std::fflush(stdout);
+}
+
+void Screen::Title(const std::string& text) {
+    Print("");
+    Print(Painted("== " + text, Colour::Bold));
+}
+
+void Screen::Say(const std::string& who, const std::string& text, Colour colour) {
+    const std::chrono::duration<double> since = std::chrono::steady_clock::now() - m_start;
+    std::array<char, 64> head{};
+    std::snprintf(head.data(), head.size(), "%7.2f s  %-10s  ", since.count(), who.c_str());
+    Print(Painted(head.data(), Colour::Dim) + Painted(text, colour));
+}
+
+// Without a terminal each step is a line of its own.
+void Screen::ShowBar(int step, int steps) {
+    const std::string bar = BarOf(step, steps);
+    if (!m_isTerminal) {
+        Print(bar);
+        return;
+    }
+    m_bar = Painted(bar, Colour::Green);
+    std::printf("%s%s", kEraseLine, m_bar.c_str());
+    std::fflush(stdout);
+}
+
+void Screen::RemoveBar() {
+    if (!m_bar.empty()) {
+        std::printf("\n");
+        m_bar.clear();
+    }
+}

@@ -1,0 +1,290 @@
+// The main job, to watch: a simulated server with two drives and a dozen discs, and the real
+// daemon, which has every disc identified, builds the whole directory cache, and is stopped
+// half-way through building it once more. Exit status 0 only if all of that happened as it must.
+
+#include "Screen.h"
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+#include "stage/Scene.h"
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+
+using stage::Event;
+using stage::Line;
+using stage::Voice;
+using Colour = Screen::Colour;
+
+namespace {
+
+namespace fs = std::filesystem;
+using Condition = std::function<bool(const Event&)>;
+
+constexpr const char* kRoot = "/tmp/carousel";
+constexpr std::array kDiscs{"holidays-2003", "letters",       "invoices-1999", "invoices-2000",
+                            "sound-archive", "maps-north",    "maps-south",    "theses",
+                            "photographs-a", "photographs-b", "newspapers",    "seed-catalogue"};
+constexpr int kDiscCount = static_cast<int>(kDiscs.size());
+
+void Check(bool good, const std::string& what) {
+    if (!good) {
+        throw stage::Failure("not as it must be: " + what);
+    }
+}
+
+bool IsWithdrawalForChanger(const Event& event) {
+    return event.kind == "request" && event["command"] == "request identification" &&
+           event["storage-element-index"].empty();
+}
+
+std::string TellRequest(const Event& request) {
+    std::string text = request["command"];
+    if (!request["storage-element-index"].empty()) {
+        text += ", slot " + request["storage-element-index"];
+    }
+    if (request["command"] == "request identification") {
+        text += request["request"] == "no" ? ": withdrawn" : ": wanted";
+    }
+    if (request["command"] == "set client status") {
+        text += request["message"].empty()
+                    ? ": cleared"
+                    : ": \"" + request["message"] + "\", " + request["current-step"] + " of " +
+                          request["maximum-step"];
+    }
+    return text;
+}
+
+class Demo {
+public:
+    int Run();
+
+private:
+    void Prepare();
+    void IdentifyEveryDisc();
+    void BuildTheCache();
+    void AbortABuild();
+    void CompareBrowsing();
+    void End();
+
+    // Shows what is said until an event meets the condition, that one included.
+    void ShowUntil(const Condition& condition);
+    void Show(const Event& event);
+    void ShowStatus(const Event& status);
+    std::vector<Event> Tell(const std::string& command);
+    void AwaitClosingOf(const Event& request);
+    std::set<std::string> SlotsWithUncachedDirectories();
+    double SecondsToBrowse(const std::string& disc);
+
+    Screen m_screen;
+    stage::Scene m_scene;
+};
+
+int Demo::Run() {
+    try {
+        Prepare();
+        IdentifyEveryDisc();
+        BuildTheCache();
+        AbortABuild();
+        CompareBrowsing();
+        End();
+        return 0;
+    } catch (const std::exception& failure) {
+        m_screen.RemoveBar();
+        m_screen.Say("demo", failure.what(), Colour::Red);
+        return 1;
+    }
+}
+
+std::vector<Event> Demo::Tell(const std::string& command) {
+    m_screen.Say("user", command, Colour::Yellow);
+    return m_scene.Server().Do(command);
+}
+
+void Demo::Prepare() {
+    m_screen.Title("A changer with 12 slots, 2 drives and a dozen discs that nobody has looked at");
+    m_scene.StartServer();
+    stage::Simulator& server = m_scene.Server();
+    server.Do("events kinds=request,robot,identified,status,disconnect");
+    server.Do(
+        "add-changer changer=A1 slots=12 drives=2 moving=300 spin-up=200 patience=5000 mount=" +
+        std::string(kRoot));
+    for (int slot = 0; slot < kDiscCount; ++slot) {
+        const std::string number = std::to_string(slot);
+        server.Do(
+            "put changer=A1 slot=" + number + " seed=" + number +
+            " directories=40 files=10 depth=4 name=" + kDiscs.at(static_cast<std::size_t>(slot)));
+    }
+    server.Do("start");
+    m_screen.Say("demo", "changer server running, process " + std::to_string(server.Pid()));
+}
+
+void Demo::IdentifyEveryDisc() {
+    m_screen.Title("trayprobed starts, and has every disc identified");
+    m_scene.StartDaemon();
+    m_screen.Say("demo",
+                 "trayprobed running, process " + std::to_string(m_scene.TheDaemon().Pid()));
+
+    std::map<std::string, int> withdrawals;
+    Event last;
+    int done = 0;
+    ShowUntil([&](const Event& event) {
+        const std::string slot = event["storage-element-index"];
+        if (event.kind == "request" && event["command"] == "request identification" &&
+            ++withdrawals[slot] == 2) {
+            last = event;
+            ++done;
+        }
+        return done == kDiscCount;
+    });
+    AwaitClosingOf(last);
+    for (int slot = 0; slot < kDiscCount; ++slot) {
+        const auto times =
+            m_scene.Server().AllSoFar("identified", {{"slot", std::to_string(slot)}}).size();
+        Check(times == 1, "slot " + std::to_string(slot) + " identified once");
+    }
+    m_screen.Say("demo", "all 12 discs identified, each once", Colour::Green);
+    m_scene.TakeBaseline();
+}
+
+void Demo::BuildTheCache() {
+    m_screen.Title("A user wants the directories of all discs cached");
+    Tell("identify changer=A1");
+    ShowUntil(IsWithdrawalForChanger);
+    Event closing;
+    ShowUntil([&](const Event& event) {
+        closing = event;
+        return IsWithdrawalForChanger(event);
+    });
+    AwaitClosingOf(closing);
+    m_screen.RemoveBar();
+    Check(SlotsWithUncachedDirectories().empty(), "every directory of every disc cached");
+    m_screen.Say("demo", "every directory of every disc is cached", Colour::Green);
+}
+
+void Demo::AbortABuild() {
+    m_screen.Title("All is forgotten, built again, and the user changes his mind half-way");
+    for (int slot = 0; slot < kDiscCount; ++slot) {
+        m_scene.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
+    }
+    Tell("identify changer=A1");
+    const std::string half = std::to_string(kDiscCount / 2);
+    ShowUntil(
+        [&](const Event& event) { return event.kind == "status" && event["current"] == half; });
+    Tell("abort changer=A1 client=trayprobed");
+    Event closing;
+    ShowUntil([&](const Event& event) {
+        closing = event;
+        return IsWithdrawalForChanger(event);
+    });
+    AwaitClosingOf(closing);
+    m_screen.RemoveBar();
+    const std::size_t left = SlotsWithUncachedDirectories().size();
+    Check(left > 0 && left < kDiscs.size(), "only some discs cached after the abort");
+    m_screen.Say("demo", "stopped with " + std::to_string(left) + " discs left", Colour::Green);
+}
+
+void Demo::CompareBrowsing() {
+    m_screen.Title("What the cache is good for: listing all directories of one disc");
+    const std::set<std::string> uncached = SlotsWithUncachedDirectories();
+    std::string cachedDisc;
+    std::string uncachedDisc;
+    for (int slot = 0; slot < kDiscCount; ++slot) {
+        const bool isCached = uncached.count(std::to_string(slot)) == 0;
+        (isCached ? cachedDisc : uncachedDisc) = kDiscs.at(static_cast<std::size_t>(slot));
+    }
+    const double uncachedTime = SecondsToBrowse(uncachedDisc);
+    const double cachedTime = SecondsToBrowse(cachedDisc);
+    Check(cachedTime < uncachedTime, "a cached disc browsed faster than an uncached one");
+}
+
+double Demo::SecondsToBrowse(const std::string& disc) {
+    const auto start = std::chrono::steady_clock::now();
+    int directories = 1;
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(kRoot) / disc)) {
+        directories += entry.is_directory() ? 1 : 0;
+    }
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    std::array<char, 128> text{};
+    std::snprintf(text.data(), text.size(), "%-16s %3d directories  %9.4f s", disc.c_str(),
+                  directories, time.count());
+    m_screen.Say("demo", text.data(), Colour::Green);
+    return time.count();
+}
+
+void Demo::End() {
+    m_screen.Title("The end");
+    const std::vector<std::string> complaints = m_scene.End();
+    for (const std::string& complaint : complaints) {
+        m_screen.Say("demo", complaint, Colour::Red);
+    }
+    Check(complaints.empty(), "a clean end");
+    m_screen.Say("demo", "all as it must be: nothing logged, nothing left behind", Colour::Green);
+}
+
+void Demo::ShowUntil(const Condition& condition) {
+    bool met = false;
+    const auto isNews = [](const Line& line) {
+        return line.voice != Voice::Server || stage::ParseEvent(line.text).has_value();
+    };
+    while (!met) {
+        const Line line = m_scene.TheRecord().Await(isNews, "what the demo is about");
+        const auto event = stage::ParseEvent(line.text);
+        if (line.voice == Voice::Server && event) {
+            Show(*event);
+            met = condition(*event);
+        } else {
+            m_screen.Say(NameOf(line.voice), line.text, Colour::Red);
+            throw stage::Failure("not as it must be: nothing logged");
+        }
+    }
+}
+
+void Demo::Show(const Event& event) {
+    if (event.kind == "request") {
+        m_screen.Say("trayprobed", TellRequest(event), Colour::Cyan);
+    } else if (event.kind == "robot" && event["phase"] == "begin") {
+        const bool loads = event["move"] == "load";
+        m_screen.Say("robot", loads ? "slot " + event["slot"] + " -> drive " + event["drive"]
+                                    : "drive " + event["drive"] + " -> slot " + event["slot"]);
+    } else if (event.kind == "identified") {
+        m_screen.Say("server", "disc in slot " + event["slot"] + " identified", Colour::Green);
+    } else if (event.kind == "status") {
+        ShowStatus(event);
+    }
+}
+
+void Demo::ShowStatus(const Event& status) {
+    if (status["client"] == "trayprobed" && !status["message"].empty()) {
+        m_screen.ShowBar(std::stoi(status["current"]), std::stoi(status["maximum"]));
+    }
+}
+
+void Demo::AwaitClosingOf(const Event& request) {
+    m_scene.Server().Await("disconnect", {{"connection", request["connection"]}});
+}
+
+std::set<std::string> Demo::SlotsWithUncachedDirectories() {
+    std::set<std::string> slots;
+    for (const Event& line : m_scene.Server().Do("show changer=A1 directories=yes")) {
+        if (line.kind == "directory" && line["cached"] == "no") {
+            slots.insert(line["slot"]);
+        }
+    }
+    return slots;
+}
+
+} // namespace
+
+int main() {
+    try {
+        return stage::RunInPrivateWorld([] { return Demo().Run(); });
+    } catch (const stage::Failure& failure) {
+        std::fprintf(stderr,
+                     "The demo needs processes, mounts and a system log of its own, which this "
+                     "machine does not permit: %s\n",
+                     failure.what());
+        return 1;
+    }
+}
