@@ -1,0 +1,60 @@
+// The key=value arguments of one command, read with their types and their defaults.
+#pragma once
+
+#include "Words.h"
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace simulator {
+
+/// Each call that reads an argument throws CommandError when it is not of its type; the Need...
+/// ones also when it is missing.
+class Arguments {
+public:
+    explicit Arguments(std::map<std::string, std::string, std::less<>> values)
+        : values_(std::move(values)) {}
+
+    bool Has(std::string_view key) const {
+        return values_.contains(key);
+    }
+    std::string NeedText(std::string_view key);
+    std::string GetText(std::string_view key, std::string_view otherwise);
+    bool NeedSwitch(std::string_view key);
+    bool GetSwitch(std::string_view key, bool otherwise);
+    std::uint64_t NeedChanger();
+    std::chrono::milliseconds GetTime(std::string_view key, std::chrono::milliseconds otherwise);
+    std::set<unsigned> GetNumberSet(std::string_view key);
+
+    template<typename Number>
+    Number NeedNumber(std::string_view key) {
+        return static_cast<Number>(
+            ParseNumber(key, NeedText(key), std::numeric_limits<Number>::max()));
+    }
+    template<typename Number>
+    Number GetNumber(std::string_view key, Number otherwise) {
+        return Has(key) ? NeedNumber<Number>(key) : otherwise;
+    }
+
+    /// What has no value, "absent" or a new one: leaves it, takes it away or sets it.
+    void Update(std::string_view key, std::optional<bool>& preference);
+    void Update(std::string_view key, std::optional<std::int32_t>& preference);
+
+    /// Throws if there are arguments that nobody has read.
+    void ExpectNoOthers() const;
+
+private:
+    static std::uint64_t ParseNumber(std::string_view key, const std::string& text,
+                                     std::uint64_t maximum);
+
+    std::map<std::string, std::string, std::less<>> values_;
+    std::set<std::string, std::less<>> read_;
+};
+
+} // namespace simulator

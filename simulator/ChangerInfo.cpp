@@ -1,0 +1,171 @@
+// How the model of a changer looks from outside: in notifications, and on the user's terminal.
+
+#include "Changer.h"
+
+namespace simulator {
+
+namespace {
+
+// Wide indices are sent with the sign that their 16 bits have, as clients do.
+std::int16_t ToWire(std::size_t index) {
+    return static_cast<std::int16_t>(static_cast<std::uint16_t>(index));
+}
+
+} // namespace
+
+Value Changer::GetInfo() {
+    const Section section(*this);
+    Value media = Value::MakeArray();
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        media.Append(GetMediaInfo(static_cast<SlotIndex>(slot)));
+    }
+    Value info = Value::MakeDictionary();
+    info.Set("GUID", guid_)
+        .Set("Changer Ready", ready_)
+        .Set("Changer Preferences", GetPreferencesInfo())
+        .Set("Changer Media Info", std::move(media))
+        .Set("Data Transfer Element Count", ToWire(mechanics_.GetDriveCount()))
+        .Set("Changer Request Identification", identificationRequested_)
+        .Set("Changer Client Status", GetStatusInfo());
+    return info;
+}
+
+Value Changer::GetMediaInfo(SlotIndex slot) const {
+    static const Disc kNoDisc = [] {
+        Disc disc;
+        disc.kind = 0;
+        return disc;
+    }();
+    const Disc* found = FindDisc(slot);
+    const Disc& disc = found ? *found : kNoDisc;
+    Value partitions = Value::MakeArray();
+    for (const bool hasFileSystem : disc.partitionsWithFileSystem) {
+        if (disc.identifyTime != 0) {
+            Value partition = Value::MakeDictionary();
+            partition.Set("Partition Has File System", hasFileSystem);
+            partitions.Append(std::move(partition));
+        }
+    }
+    Value media = Value::MakeDictionary();
+    media.Set("Media Kind", ToWire(disc.kind))
+        .Set("Media Request Identification", disc.requested)
+        .Set("Media Storage Element Index", ToWire(slot))
+        .Set("Media Identify Time", disc.identifyTime)
+        .Set("Media Mount State", GetMountState(slot))
+        .Set("Media Partition Info", std::move(partitions));
+    return media;
+}
+
+std::uint32_t Changer::GetMountState(SlotIndex slot) const {
+    constexpr std::uint32_t kWaitsForRobot = 0x40; // in its slot: not counted as mounted
+    switch (mechanics_.GetPhase(slot)) {
+    case Phase::InSlot:
+        return IsWanted(slot) ? kWaitsForRobot : 0;
+    case Phase::Readable:
+        return 2;
+    case Phase::Unloading:
+        return 3;
+    default:
+        return 1;
+    }
+}
+
+Value Changer::GetPreferencesInfo() const {
+    Value info = Value::MakeDictionary();
+    const auto setIfPresent = [&](const char* key, const auto& preference) {
+        if (preference) {
+            info.Set(key, *preference);
+        }
+    };
+    setIfPresent("IdentifyMediaOnInsert", preferences_.identifyOnInsert);
+    setIfPresent("BuildDirCacheOnIdentify", preferences_.buildOnIdentify);
+    setIfPresent("BuildDirCacheOnSchedule", preferences_.buildOnSchedule);
+    setIfPresent("BuildDirCacheTimeHours", preferences_.hours);
+    setIfPresent("BuildDirCacheTimeMinutes", preferences_.minutes);
+    return info;
+}
+
+Value Changer::GetStatusInfo() const {
+    Value info = Value::MakeDictionary();
+    for (const auto& [client, status] : statuses_) {
+        Value entry = Value::MakeDictionary();
+        entry.Set("Message", status.message)
+            .Set("Current Step", ToWire(status.currentStep))
+            .Set("Maximum Step", ToWire(status.maximumStep))
+            .Set("Abort Requested", status.abortRequested);
+        info.Set(client.c_str(), std::move(entry));
+    }
+    return info;
+}
+
+void Changer::Print(std::optional<SlotIndex> only, bool withDirectories) {
+    const Section section(*this);
+    const auto line = [&](const char* kind, const Fields& fields) {
+        events_.Print("model " + std::string(kind) + fields.GetText());
+    };
+    line("changer", Fields()
+                        .AddChanger(guid_)
+                        .Add("ready", ready_)
+                        .Add("slots", slots_.size())
+                        .Add("drives", mechanics_.GetDriveCount())
+                        .Add("robot", mechanics_.IsRobotIdle() ? "idle" : "moving")
+                        .Add("requested", identificationRequested_));
+    for (const auto& [client, status] : statuses_) {
+        line("status", Fields()
+                           .AddChanger(guid_)
+                           .Add("client", client)
+                           .Add("message", status.message)
+                           .Add("current", status.currentStep)
+                           .Add("maximum", status.maximumStep)
+                           .Add("abort", status.abortRequested));
+    }
+    for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
+        const auto slot = mechanics_.GetSlotIn(drive);
+        line("drive", Fields()
+                          .AddChanger(guid_)
+                          .Add("drive", drive)
+                          .Add("slot", slot ? std::to_string(*slot) : "none"));
+    }
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+        if (slots_[slot] && (!only || *only == slot)) {
+            PrintSlot(static_cast<SlotIndex>(slot), *slots_[slot], withDirectories || only);
+        }
+    }
+}
+
+void Changer::PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) const {
+    const auto print = [&](const char* kind, const Fields& fields) {
+        events_.Print("model " + std::string(kind) + fields.GetText());
+    };
+    print("slot", Describe(slot)
+                      .Add("kind", disc.kind)
+                      .Add("state", GetMountState(slot))
+                      .Add("identified", disc.identifyTime != 0)
+                      .Add("identify-time", disc.identifyTime)
+                      .Add("times-identified", disc.timesIdentified)
+                      .Add("times-mounted", disc.timesMounted)
+                      .Add("requested", disc.requested)
+                      .Add("private", disc.holder && disc.holder->user.isPrivate)
+                      .Add("held", disc.holder.has_value())
+                      .Add("appeared", disc.appeared)
+                      .Add("partitions", disc.partitionsWithFileSystem.size()));
+    if (!withDirectories) {
+        return;
+    }
+    for (const auto& volume : disc.volumes) {
+        for (EntryIndex index = 0; index < volume->tree->GetSize(); ++index) {
+            if (volume->tree->GetEntry(index).IsDirectory()) {
+                const auto found = volume->directories.find(index);
+                const auto state =
+                    found == volume->directories.end() ? Volume::Directory{} : found->second;
+                print("directory", Describe(slot)
+                                       .Add("partition", volume->partitionId)
+                                       .Add("path", volume->tree->GetPath(index))
+                                       .Add("cached", state.cached)
+                                       .Add("listings", state.listings));
+            }
+        }
+    }
+}
+
+} // namespace simulator

@@ -1,0 +1,33 @@
+#include "Descriptor.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace simulator {
+
+Descriptor::~Descriptor() {
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+    }
+}
+
+Bell::Bell() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (event_.Get() < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+}
+
+void Bell::Ring() const {
+    eventfd_write(event_.Get(), 1); // fails only when it rings already
+}
+
+void Bell::Clear() const {
+    eventfd_t count = 0;
+    eventfd_read(event_.Get(), &count);
+}
+
+} // namespace simulator

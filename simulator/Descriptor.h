@@ -1,0 +1,42 @@
+// File descriptors that close themselves, and an event that a poll can wait for.
+#pragma once
+
+#include <utility>
+
+namespace simulator {
+
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+    Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
+    ~Descriptor();
+
+    int Get() const {
+        return descriptor_;
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
+/// Readable in poll() from Ring() until Clear(). Any thread may ring.
+class Bell {
+public:
+    Bell();
+
+    void Ring() const;
+    void Clear() const;
+    int Get() const {
+        return event_.Get();
+    }
+
+private:
+    Descriptor event_;
+};
+
+} // namespace simulator

@@ -1,0 +1,40 @@
+#include "Events.h"
+
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace simulator {
+
+void Events::Report(std::string_view kind, const Fields& fields) {
+    const std::lock_guard guard(lock_);
+    if (kinds_ && !kinds_->contains(kind)) {
+        return;
+    }
+    Write("event " + std::to_string(++count_) + ' ' + std::string(kind) + fields.GetText());
+}
+
+void Events::Print(const std::string& line) {
+    const std::lock_guard guard(lock_);
+    Write(line);
+}
+
+void Events::SetKinds(std::optional<std::set<std::string, std::less<>>> kinds) {
+    const std::lock_guard guard(lock_);
+    kinds_ = std::move(kinds);
+}
+
+void Events::Write(std::string line) {
+    line += '\n';
+    std::string_view rest = line;
+    while (!rest.empty()) {
+        const ssize_t count = write(descriptor_, rest.data(), rest.size());
+        if (count >= 0) {
+            rest.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            return; // nobody reads any more: the end of the input will follow
+        }
+    }
+}
+
+} // namespace simulator

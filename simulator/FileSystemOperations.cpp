@@ -1,0 +1,336 @@
+#include "FileSystemOperations.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace simulator {
+
+namespace {
+
+constexpr const char* kRootInfoName = ".changer_info.plist";
+constexpr const char* kMediaInfoName = ".media_info.plist";
+constexpr fuse_ino_t kRootInfoNumber = 2;
+constexpr EntryIndex kInfoEntry = 0xFFFFFFFF;
+constexpr double kForAsLongAsItLasts = 3600.0;
+
+fuse_ino_t MakeNumber(const Volume& volume, EntryIndex entry) {
+    return fuse_ino_t{volume.id} << 32 | entry;
+}
+
+FileSystemOperations& GetOperations(fuse_req_t request) {
+    return *static_cast<FileSystemOperations*>(fuse_req_userdata(request));
+}
+
+OpenDirectory& GetDirectory(const fuse_file_info& file) {
+    return *reinterpret_cast<OpenDirectory*>(file.fh);
+}
+
+// Runs a handler; libfuse is C, so that nothing may be thrown through it.
+template<typename Handler>
+void Guard(fuse_req_t request, const Handler& handler) noexcept {
+    try {
+        handler(GetOperations(request));
+    } catch (const std::system_error& error) {
+        fuse_reply_err(request, error.code().value());
+    } catch (const std::exception&) {
+        fuse_reply_err(request, EIO);
+    }
+}
+
+} // namespace
+
+const fuse_lowlevel_ops& GetFileSystemOperations() {
+    static const fuse_lowlevel_ops operations = [] {
+        fuse_lowlevel_ops table = {};
+        table.init = [](void*, fuse_conn_info* connection) {
+            // Requests are taken without blocking, which splicing would not do.
+            connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ);
+        };
+        table.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
+            Guard(request, [&](auto& self) { self.Lookup(request, parent, name); });
+        };
+        table.getattr = [](fuse_req_t request, fuse_ino_t number, fuse_file_info*) {
+            Guard(request, [&](auto& self) { self.GetAttributes(request, number); });
+        };
+        table.readlink = [](fuse_req_t request, fuse_ino_t number) {
+            Guard(request, [&](auto& self) { self.ReadLink(request, number); });
+        };
+        table.opendir = [](fuse_req_t request, fuse_ino_t number, fuse_file_info* file) {
+            Guard(request, [&](auto& self) { self.OpenFolder(request, number, *file); });
+        };
+        table.readdir = [](fuse_req_t request, fuse_ino_t, size_t size, off_t offset,
+                           fuse_file_info* file) {
+            Guard(request, [&](auto& self) { self.ReadFolder(request, size, offset, *file); });
+        };
+        table.releasedir = [](fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
+            const std::unique_ptr<OpenDirectory> directory(&GetDirectory(*file));
+            fuse_reply_err(request, 0);
+        };
+        table.open = [](fuse_req_t request, fuse_ino_t number, fuse_file_info* file) {
+            Guard(request, [&](auto& self) { self.OpenFile(request, number, *file); });
+        };
+        table.read = [](fuse_req_t request, fuse_ino_t number, size_t size, off_t offset,
+                        fuse_file_info*) {
+            Guard(request, [&](auto& self) { self.ReadFile(request, number, size, offset); });
+        };
+        return table;
+    }();
+    return operations;
+}
+
+// ---- Requests that are answered at once ----
+
+void FileSystemOperations::Lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    const auto directory = Find(parent);
+    const auto found = directory ? FindChild(*directory, name) : std::nullopt;
+    if (!found) {
+        fuse_reply_err(request, directory ? ENOENT : ESTALE);
+        return;
+    }
+    fuse_entry_param entry = {};
+    entry.ino = found->number;
+    entry.attr = Describe(*found);
+    entry.attr_timeout = GetTimeout(*found);
+    // A media root comes and goes: only what lies below one keeps its name.
+    entry.entry_timeout = directory->IsRoot() ? 0.0 : GetTimeout(*found);
+    fuse_reply_entry(request, &entry);
+}
+
+void FileSystemOperations::GetAttributes(fuse_req_t request, fuse_ino_t number) {
+    const auto inode = Find(number);
+    if (!inode) {
+        fuse_reply_err(request, ESTALE);
+        return;
+    }
+    const struct stat attributes = Describe(*inode);
+    fuse_reply_attr(request, &attributes, GetTimeout(*inode));
+}
+
+void FileSystemOperations::ReadLink(fuse_req_t request, fuse_ino_t number) {
+    const auto inode = Find(number);
+    if (!inode || !inode->volume || inode->isInfoFile) {
+        fuse_reply_err(request, inode ? EINVAL : ESTALE);
+        return;
+    }
+    fuse_reply_readlink(request, inode->volume->tree->GetEntry(inode->entry).linkTarget.c_str());
+}
+
+void FileSystemOperations::ReadFolder(fuse_req_t request, size_t size, off_t offset,
+                                      const fuse_file_info& file) {
+    const auto& items = GetDirectory(file).items;
+    std::vector<char> buffer(size);
+    std::size_t used = 0;
+    for (auto index = static_cast<std::size_t>(offset); index < items.size(); ++index) {
+        struct stat attributes = {};
+        attributes.st_ino = items[index].number;
+        attributes.st_mode = items[index].mode;
+        const std::string name(items[index].name);
+        const std::size_t needed =
+            fuse_add_direntry(request, buffer.data() + used, size - used, name.c_str(), &attributes,
+                              static_cast<off_t>(index + 1));
+        if (needed > size - used) {
+            break;
+        }
+        used += needed;
+    }
+    fuse_reply_buf(request, buffer.data(), used);
+}
+
+void FileSystemOperations::ReadFile(fuse_req_t request, fuse_ino_t number, size_t size,
+                                    off_t offset) {
+    const auto inode = Find(number);
+    if (!inode) {
+        fuse_reply_err(request, ESTALE);
+        return;
+    }
+    const auto begin = static_cast<std::size_t>(offset);
+    std::string content;
+    if (!inode->isInfoFile) {
+        content = inode->volume->tree->Read(inode->entry, begin, size);
+    } else if (const std::string whole = MakeInfoFile(*inode); begin < whole.size()) {
+        content = whole.substr(begin, size);
+    }
+    fuse_reply_buf(request, content.data(), content.size());
+}
+
+// ---- Requests that may have to wait for the disc ----
+
+void FileSystemOperations::OpenFolder(fuse_req_t request, fuse_ino_t number,
+                                      const fuse_file_info& file) {
+    auto inode = Find(number);
+    if (!inode) {
+        fuse_reply_err(request, ESTALE);
+        return;
+    }
+    if (inode->IsRoot()) {
+        events_.Report("root-listing", Fields().AddChanger(changer_.GetGuid()));
+        ReplyOpenFolder(request, file, ListRoot());
+        return;
+    }
+    fuse_file_info answer = file;
+    answer.cache_readdir = options_.kernelCache;
+    answer.keep_cache = options_.kernelCache;
+    changer_.List(inode->volume->id, inode->entry, AnswerWhenReady(request, [=] {
+                      ReplyOpenFolder(request, answer, ListVolume(*inode));
+                  }));
+}
+
+void FileSystemOperations::ReplyOpenFolder(fuse_req_t request, fuse_file_info file,
+                                           std::unique_ptr<OpenDirectory> directory) {
+    file.fh = reinterpret_cast<std::uint64_t>(directory.get());
+    if (fuse_reply_open(request, &file) == 0) {
+        directory.release(); // until it is closed; else whoever opened it has been killed
+    }
+}
+
+void FileSystemOperations::OpenFile(fuse_req_t request, fuse_ino_t number,
+                                    const fuse_file_info& file) {
+    const auto inode = Find(number);
+    if (!inode || (file.flags & O_ACCMODE) != O_RDONLY) {
+        fuse_reply_err(request, inode ? EROFS : ESTALE);
+        return;
+    }
+    fuse_file_info answer = file;
+    answer.direct_io = !options_.kernelCache;
+    if (inode->isInfoFile) {
+        fuse_reply_open(request, &answer);
+        return;
+    }
+    changer_.Open(inode->volume->id, inode->entry,
+                  AnswerWhenReady(request, [=] { fuse_reply_open(request, &answer); }));
+}
+
+Changer::Ready FileSystemOperations::AnswerWhenReady(fuse_req_t request,
+                                                     std::function<void()> answer) {
+    const std::lock_guard guard(lock_);
+    ++waiting_;
+    return [=, this](int errorNumber) {
+        if (errorNumber != 0) {
+            fuse_reply_err(request, errorNumber);
+        } else {
+            answer();
+        }
+        const std::lock_guard inner(lock_);
+        --waiting_;
+        answered_.notify_all();
+    };
+}
+
+void FileSystemOperations::WaitUntilAnswered() {
+    std::unique_lock guard(lock_);
+    answered_.wait(guard, [this] { return waiting_ == 0; });
+}
+
+// ---- Inodes ----
+
+std::optional<Inode> FileSystemOperations::Find(fuse_ino_t number) const {
+    if (number == FUSE_ROOT_ID || number == kRootInfoNumber) {
+        return Inode{number, {}, 0, number == kRootInfoNumber};
+    }
+    const auto entry = static_cast<EntryIndex>(number);
+    auto volume = changer_.FindVolume(static_cast<std::uint32_t>(number >> 32));
+    if (!volume) {
+        return {};
+    }
+    return Inode{number, std::move(volume), entry, entry == kInfoEntry};
+}
+
+std::optional<Inode> FileSystemOperations::FindChild(const Inode& parent,
+                                                     std::string_view name) const {
+    if (parent.IsRoot()) {
+        return FindInRoot(name);
+    }
+    const Volume& volume = *parent.volume;
+    if (parent.entry == 0 && name == kMediaInfoName) {
+        return Inode{MakeNumber(volume, kInfoEntry), parent.volume, kInfoEntry, true};
+    }
+    const auto entry = volume.tree->FindChild(parent.entry, name);
+    if (!entry) {
+        return {};
+    }
+    return Inode{MakeNumber(volume, *entry), parent.volume, *entry, false};
+}
+
+std::optional<Inode> FileSystemOperations::FindInRoot(std::string_view name) const {
+    if (name == kRootInfoName) {
+        return Find(kRootInfoNumber);
+    }
+    for (const auto& volume : changer_.GetMediaRoots()) {
+        if (volume->name == name) {
+            return Inode{MakeNumber(*volume, 0), volume, 0, false};
+        }
+    }
+    return {};
+}
+
+struct stat FileSystemOperations::Describe(const Inode& inode) const {
+    struct stat attributes = {};
+    attributes.st_ino = inode.number;
+    attributes.st_nlink = 1;
+    attributes.st_uid = getuid();
+    attributes.st_gid = getgid();
+    if (inode.isInfoFile) {
+        attributes.st_mode = S_IFREG | 0444;
+        attributes.st_size = static_cast<off_t>(MakeInfoFile(inode).size());
+    } else if (inode.IsRoot()) {
+        attributes.st_mode = S_IFDIR | 0555;
+    } else {
+        const TreeEntry& entry = inode.volume->tree->GetEntry(inode.entry);
+        attributes.st_mode = entry.mode;
+        attributes.st_size = static_cast<off_t>(entry.size);
+    }
+    return attributes;
+}
+
+double FileSystemOperations::GetTimeout(const Inode& inode) const {
+    return options_.kernelCache && inode.volume ? kForAsLongAsItLasts : 0.0;
+}
+
+std::string FileSystemOperations::MakeInfoFile(const Inode& inode) const {
+    Value info = Value::MakeDictionary();
+    info.Set("Changer GUID", changer_.GetGuid());
+    if (inode.volume) {
+        info.Set("Storage Element Index", static_cast<std::int16_t>(inode.volume->slot))
+            .Set("Partition Id", inode.volume->partitionId)
+            .Set("Writable", false);
+    }
+    return options_.binaryInfo ? info.ToBinary() : info.ToXml();
+}
+
+// ---- Listings ----
+
+std::unique_ptr<OpenDirectory> FileSystemOperations::ListRoot() const {
+    auto directory = std::make_unique<OpenDirectory>();
+    directory->items = {{".", FUSE_ROOT_ID, S_IFDIR},
+                        {"..", FUSE_ROOT_ID, S_IFDIR},
+                        {kRootInfoName, kRootInfoNumber, S_IFREG}};
+    directory->keepsNames = changer_.GetMediaRoots();
+    for (const auto& volume : directory->keepsNames) {
+        directory->items.push_back({volume->name, MakeNumber(*volume, 0), S_IFDIR});
+    }
+    return directory;
+}
+
+std::unique_ptr<OpenDirectory> FileSystemOperations::ListVolume(const Inode& inode) {
+    const Volume& volume = *inode.volume;
+    const TreeEntry& folder = volume.tree->GetEntry(inode.entry);
+    auto directory = std::make_unique<OpenDirectory>();
+    directory->keepsNames = {inode.volume};
+    directory->items = {
+        {".", inode.number, S_IFDIR},
+        {"..", inode.entry == 0 ? FUSE_ROOT_ID : MakeNumber(volume, folder.parent), S_IFDIR}};
+    if (inode.entry == 0) {
+        directory->items.push_back({kMediaInfoName, MakeNumber(volume, kInfoEntry), S_IFREG});
+    }
+    EntryIndex index = folder.firstChild;
+    for (const TreeEntry& child : volume.tree->GetChildren(inode.entry)) {
+        directory->items.push_back({child.name, MakeNumber(volume, index++), child.mode});
+    }
+    return directory;
+}
+
+} // namespace simulator

@@ -1,0 +1,62 @@
+// The message socket: a thread accepts, and each connection has a thread of its own, so that no
+// client, however slow, keeps another waiting. Requests on one connection are answered in order.
+#pragma once
+
+#include "Events.h"
+#include "Faults.h"
+#include "Frame.h"
+#include "LocalSocket.h"
+#include "Values.h"
+
+#include <atomic>
+#include <functional>
+#include <list>
+#include <stop_token>
+#include <string>
+#include <thread>
+
+namespace simulator {
+
+class MessageServer {
+public:
+    /// What the server lends its connections.
+    struct Services {
+        Events& events;
+        Faults& faults;
+        /// Carries a request out; the reply is a dictionary. May wait, but not beyond the stop.
+        std::function<Value(const Value& request, std::stop_token stop)> handle;
+        /// Returns when a reply may be sent.
+        std::function<void(std::stop_token stop)> awaitReply;
+        /// A request has been answered.
+        std::function<void(const Value& request)> answered;
+    };
+
+    MessageServer(const std::string& path, Services services); ///< throws std::system_error
+    ~MessageServer();
+
+private:
+    struct Connection {
+        std::atomic<bool> ended = false;
+        std::jthread thread;
+    };
+
+    void Accept();
+    void Serve(const Descriptor& client, unsigned long long number);
+    bool ReceiveRequests(int client, Fields& description, FrameReader& reader);
+    bool Answer(int client, const Fields& description, const std::string& payload);
+    bool SendReply(int client, Fields description, const Value& request,
+                   const std::optional<Fault>& fault);
+    std::optional<Fault> TakeFault(const std::vector<std::string_view>& targets,
+                                   const Fields& description);
+    void Pause(std::chrono::milliseconds duration) const;
+    void AwaitEnd(int client) const;
+
+    const Services services_;
+    ListeningSocket socket_;
+    Bell bell_;                         // rings when the server ends, for those who poll
+    std::stop_source stop_;             // the same for those who wait for a condition
+    std::list<Connection> connections_; // of the accepting thread, until it has ended
+    std::jthread acceptor_;
+};
+
+} // namespace simulator

@@ -1,0 +1,68 @@
+// The notification socket: one thread serves all subscribers, with a queue for each, so that a slow
+// one holds up neither the others nor the model. Who lets too much pile up is dropped.
+#pragma once
+
+#include "Events.h"
+#include "Faults.h"
+#include "LocalSocket.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace simulator {
+
+using SubscriberId = unsigned long long;
+
+class NotificationServer {
+public:
+    static constexpr std::size_t kMaximumQueued = std::size_t{256} * 1024 * 1024;
+
+    /// Greet is called on the server's thread for each new subscriber. Throws std::system_error.
+    NotificationServer(const std::string& path, Events& events,
+                       std::function<void(SubscriberId)> greet);
+    ~NotificationServer();
+
+    /// Queues the pieces for one subscriber, or for all. Keys is what the event says of them.
+    void Send(SubscriberId subscriber, const std::vector<Piece>& pieces, const std::string& keys);
+    void SendToAll(const std::vector<Piece>& pieces, const std::string& keys);
+
+    /// Returns when the subscribers have read all that was queued for them.
+    void AwaitRead(std::stop_token stop);
+
+private:
+    struct Subscriber {
+        Descriptor socket;
+        std::deque<Piece> queue;
+        std::size_t queuedBytes = 0;
+    };
+    using Subscribers = std::map<SubscriberId, Subscriber>;
+
+    void Serve();
+    void WaitForWork();
+    void AcceptSubscriber();
+    void SendQueued(); // with the lock held
+    bool SendQueuedTo(Subscriber& subscriber);
+    void Queue(Subscribers::iterator subscriber, const std::vector<Piece>& pieces,
+               const std::string& keys);
+    Subscribers::iterator Drop(Subscribers::iterator subscriber);
+
+    Events& events_;
+    const std::function<void(SubscriberId)> greet_;
+    ListeningSocket socket_;
+    Bell work_;
+    std::mutex lock_;
+    std::condition_variable_any progress_;
+    bool ending_ = false;
+    Subscribers subscribers_;
+    SubscriberId lastId_ = 0;
+    std::jthread thread_;
+};
+
+} // namespace simulator

@@ -1,0 +1,85 @@
+// Sends the state to the subscribers: on every change, to each newcomer, and at each pulse.
+//
+// Changes only mark what has to be sent; a thread of its own puts the notifications together and
+// queues them, so that they leave in one order. Marks that are made meanwhile share the next turn.
+#pragma once
+
+#include "Faults.h"
+#include "NotificationServer.h"
+#include "Values.h"
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace simulator {
+
+/// A set of the three notifications.
+enum Notifications : unsigned {
+    kNoNotification = 0,
+    kChangerList = 1,
+    kRootPreferences = 2,
+    kChangerInfo = 4,
+    kAllNotifications = 7,
+};
+
+class Publisher {
+public:
+    /// Describe gives the present value of one notification; it is called on the thread.
+    Publisher(Events& events, Faults& faults, std::function<Value(Notifications)> describe);
+    ~Publisher();
+
+    /// From now on, until Detach returns, the notifications go through this server.
+    void Attach(NotificationServer& server);
+    void Detach();
+
+    void Mark(unsigned notifications);
+    void Greet(SubscriberId subscriber);
+    /// Sends all in one frame with the next turn.
+    void MarkTogether();
+    /// Returns when what was marked before has been queued, or cannot be at present.
+    void Flush();
+
+    void Hold();
+    void Release();
+    void SetPulse(std::chrono::milliseconds pulse); ///< 0: none
+
+private:
+    struct Work {
+        unsigned notifications = kNoNotification;
+        bool together = false;
+        std::set<SubscriberId> newcomers;
+    };
+
+    void Run(std::stop_token stop);
+    void AwaitWork(std::unique_lock<std::mutex>& guard, std::stop_token stop);
+    bool HasWork() const;
+    void Publish(const Work& work);
+    void SendFrame(const Value& notification, const std::string& keys, bool toAll,
+                   const std::set<SubscriberId>& newcomers);
+    std::vector<Piece> Encode(const Value& notification);
+
+    Events& events_;
+    Faults& faults_;
+    const std::function<Value(Notifications)> describe_;
+
+    std::mutex lock_;
+    std::condition_variable_any changed_;
+    Work work_;
+    unsigned long long marked_ = 0;    // turns asked for
+    unsigned long long published_ = 0; // and made
+    bool held_ = false;
+    bool attached_ = false;
+    std::chrono::milliseconds pulse_{250};
+
+    std::mutex publishing_; // held for a turn; guards what follows
+    NotificationServer* server_ = nullptr;
+    std::string heldBack_; // frames that are to be glued to the next one
+
+    std::jthread thread_;
+};
+
+} // namespace simulator

@@ -1,0 +1,148 @@
+#include "RequestHandler.h"
+
+#include <map>
+
+namespace simulator {
+
+namespace {
+
+class MissingKey : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::int64_t NeedInteger(const Value& request, const char* key) {
+    const auto integer = request.GetInteger(key);
+    if (!integer) {
+        throw MissingKey(std::string("no number under ") + key);
+    }
+    return *integer;
+}
+
+std::string NeedString(const Value& request, const char* key) {
+    auto text = request.GetString(key);
+    if (!text) {
+        throw MissingKey(std::string("no string under ") + key);
+    }
+    return std::move(*text);
+}
+
+// Wide indices come with the sign that their 16 bits have.
+std::uint16_t NeedIndex(const Value& request, const char* key) {
+    return static_cast<std::uint16_t>(NeedInteger(request, key));
+}
+
+User GetUser(const Value& request) {
+    if (!request.IsTrue("private")) {
+        return {};
+    }
+    return {true, NeedInteger(request, "private PID"), NeedInteger(request, "private family")};
+}
+
+Value MakeReply(const Outcome& outcome) {
+    Value reply = Value::MakeDictionary();
+    if (outcome.code != ReplyCode::Success) {
+        reply.Set("error code", MakeWireCode(static_cast<std::int64_t>(outcome.code)))
+            .Set("error string", outcome.text);
+    }
+    return reply;
+}
+
+// Tries again whenever something has moved, until the answer is no longer "busy" or the changer's
+// patience ends.
+template<typename Attempt>
+auto TryPatiently(Changer& changer, std::stop_token stop, const Attempt& attempt) {
+    const TimePoint deadline = std::chrono::steady_clock::now() + changer.GetTiming().patience;
+    for (;;) {
+        const std::uint64_t generation = changer.GetGeneration();
+        const auto outcome = attempt();
+        const bool isBusy = outcome.code == ReplyCode::Busy || outcome.code == ReplyCode::UnderWay;
+        if (!isBusy || !changer.WaitForChange(generation, deadline, stop)) {
+            return outcome;
+        }
+    }
+}
+
+Value MountDisc(const KnownChanger& known, const Value& request, std::stop_token stop) {
+    MountRequest mount;
+    mount.slot = NeedIndex(request, "Storage Element Index");
+    mount.partitionId = NeedString(request, "Partition ID");
+    mount.user = GetUser(request);
+    mount.mayStart =
+        request.IsTrue("mount disc start mount") && !request.IsTrue("mount disc disallow mount");
+    if (const auto drive = request.GetInteger("Data Transfer Element Index")) {
+        mount.drive = static_cast<DriveIndex>(*drive);
+    }
+    NeedString(request, "client name");
+    const MountOutcome outcome =
+        TryPatiently(*known.changer, stop, [&] { return known.changer->Mount(mount); });
+    Value reply = MakeReply(outcome);
+    if (outcome.code == ReplyCode::Success) {
+        const bool isShown = !known.mountPoint.empty() && !outcome.mediaRoot.empty();
+        reply.Set("mount path", isShown ? known.mountPoint + '/' + outcome.mediaRoot : "")
+            .Set("device id", "drive-" + std::to_string(outcome.drive));
+    }
+    return reply;
+}
+
+Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token stop) {
+    const EjectRequest eject = {NeedIndex(request, "Storage Element Index"), GetUser(request),
+                                request.IsTrue("overridePrivate")};
+    return MakeReply(
+        TryPatiently(*known.changer, stop, [&] { return known.changer->Eject(eject); }));
+}
+
+Value RequestIdentification(const KnownChanger& known, const Value& request, std::stop_token) {
+    const bool isRequested = request.IsTrue("request");
+    if (!request.GetInteger("Storage Element Index")) {
+        known.changer->RequestChangerIdentification(isRequested);
+        return MakeReply({});
+    }
+    const SlotIndex slot = NeedIndex(request, "Storage Element Index");
+    return MakeReply(known.changer->RequestDiscIdentification(slot, isRequested));
+}
+
+Value SetClientStatus(const KnownChanger& known, const Value& request, std::stop_token) {
+    known.changer->SetClientStatus(
+        NeedString(request, "client name"),
+        {NeedString(request, "message"), NeedIndex(request, "current step"),
+         NeedIndex(request, "maximum step"), request.IsTrue("abort requested")});
+    return MakeReply({});
+}
+
+using Command = Value (*)(const KnownChanger&, const Value&, std::stop_token);
+
+const std::map<std::string, Command>& GetCommands() {
+    static const std::map<std::string, Command> commands = {
+        {"mount disc", MountDisc},
+        {"eject disc", EjectDisc},
+        {"request identification", RequestIdentification},
+        {"set client status", SetClientStatus},
+    };
+    return commands;
+}
+
+} // namespace
+
+std::int64_t MakeWireCode(std::int64_t code) {
+    return code | std::int64_t{0x40000000} << 32;
+}
+
+Value RequestHandler::Handle(const Value& request, std::stop_token stop) const {
+    try {
+        const auto command = GetCommands().find(NeedString(request, "command"));
+        if (command == GetCommands().end()) {
+            return MakeReply({ReplyCode::UnknownCommand, "unknown command"});
+        }
+        const auto guid = static_cast<std::uint64_t>(NeedInteger(request, "Changer GUID"));
+        const KnownChanger known = find_(guid);
+        if (!known.changer) {
+            return MakeReply({ReplyCode::NoSuchThing, "no such changer"});
+        }
+        return command->second(known, request, stop);
+    } catch (const MissingKey& error) {
+        return MakeReply({ReplyCode::MissingKey, error.what()});
+    }
+}
+
+} // namespace simulator

@@ -1,0 +1,89 @@
+// The whole changer server: its changers with their file systems, its sockets, its faults.
+//
+// The calls come from one thread, that of the control; connections, file systems and the publisher
+// look changers up from theirs.
+#pragma once
+
+#include "Changer.h"
+#include "ChangerFileSystem.h"
+#include "Events.h"
+#include "Faults.h"
+#include "MessageServer.h"
+#include "NotificationServer.h"
+#include "Publisher.h"
+#include "RequestHandler.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace simulator {
+
+class Simulator {
+public:
+    explicit Simulator(Events& events, std::string socketDirectory = "/tmp");
+    ~Simulator();
+
+    void AddChanger(const ChangerShape& shape, const ChangerTiming& timing,
+                    const std::optional<FileSystemOptions>& fileSystem);
+    void RemoveChanger(std::uint64_t guid);
+    std::shared_ptr<Changer> GetChanger(std::uint64_t guid) const; ///< throws CommandError
+    std::vector<std::shared_ptr<Changer>> GetChangers() const;
+    /// With no path, where it was mounted before.
+    void MountFileSystem(std::uint64_t guid, const std::string& path);
+    void UnmountFileSystem(std::uint64_t guid);
+
+    void SetIdentifyOnInsert(std::optional<bool> identify);
+    void SetSerial(bool serial) {
+        isSerial_ = serial;
+    }
+
+    void Start();
+    void Stop();
+    /// Sends bytes to all subscribers that are no notification of ours.
+    void SendRaw(const std::vector<Piece>& pieces);
+
+    Publisher& GetPublisher() {
+        return publisher_;
+    }
+    Faults& GetFaults() {
+        return faults_;
+    }
+    Events& GetEvents() {
+        return events_;
+    }
+
+private:
+    struct Unit {
+        std::shared_ptr<Changer> changer;
+        FileSystemOptions options;
+        std::unique_ptr<ChangerFileSystem> fileSystem;
+        std::jthread clock;
+    };
+
+    Unit& GetUnit(std::uint64_t guid); // throws CommandError
+    KnownChanger Find(std::uint64_t guid) const;
+    Value Describe(Notifications notification) const;
+    MessageServer::Services MakeServices();
+    static void TakeDown(Unit unit);
+
+    Events& events_;
+    const std::string socketDirectory_;
+    Faults faults_;
+    RequestHandler handler_;
+    std::atomic<bool> isSerial_ = false;
+
+    mutable std::mutex lock_; // of the two below
+    std::map<std::uint64_t, Unit> units_;
+    std::optional<bool> identifyOnInsert_;
+
+    Publisher publisher_;
+    std::unique_ptr<NotificationServer> notifications_;
+    std::unique_ptr<MessageServer> messages_;
+};
+
+} // namespace simulator

@@ -1,0 +1,105 @@
+#include "DiscTree.h"
+
+#include <array>
+#include <random>
+
+#include <sys/stat.h>
+
+namespace simulator {
+
+namespace {
+
+constexpr std::array kNouns = {"letters", "holiday", "garden", "concert", "harbour", "archive",
+                               "kitchen", "journal", "summer", "railway", "orchard", "museum"};
+constexpr std::array kSuffixes = {".txt", ".jpg", ".mp3", ".dat"};
+constexpr std::uint64_t kMaximumFileSize = 4096;
+
+TreeEntry MakeDirectoryEntry(std::string name) {
+    return {.name = std::move(name), .mode = S_IFDIR | 0555, .linkTarget = {}};
+}
+
+/// Distributes the directories first, then lays them out breadth first.
+class SyntheticTree final : public DiscTree {
+public:
+    explicit SyntheticTree(const SyntheticShape& shape)
+        : DiscTree(MakeDirectoryEntry({})), shape_(shape), random_(shape.seed) {
+        const auto childrenOf = DistributeDirectories();
+        std::vector<std::uint32_t> numberOf = {0}; // of each entry that is a directory
+        for (EntryIndex index = 0; index < GetSize(); ++index) {
+            if (GetEntry(index).IsDirectory()) {
+                LayOut(index, childrenOf[numberOf[index]], numberOf);
+            }
+        }
+    }
+
+    std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const override {
+        const std::string line = GetPath(file) + '\n';
+        const std::uint64_t end = std::min<std::uint64_t>(GetEntry(file).size, offset + size);
+        std::string content;
+        for (std::uint64_t at = offset; at < end; ++at) {
+            content += line[at % line.size()];
+        }
+        return content;
+    }
+
+private:
+    // The standard fixes what the engine yields, but not what its distributions make of it.
+    std::uint64_t Draw(std::uint64_t bound) {
+        return random_() % bound;
+    }
+
+    std::vector<std::vector<std::uint32_t>> DistributeDirectories() {
+        std::vector<std::vector<std::uint32_t>> childrenOf(shape_.directories + 1u);
+        std::vector<std::uint32_t> depthOf = {0};
+        std::vector<std::uint32_t> parents = {0}; // who may have more children
+        if (shape_.depth == 0) {
+            return childrenOf;
+        }
+        for (std::uint32_t number = 1; number <= shape_.directories; ++number) {
+            const std::uint32_t parent = parents[Draw(parents.size())];
+            childrenOf[parent].push_back(number);
+            depthOf.push_back(depthOf[parent] + 1);
+            if (depthOf[number] < shape_.depth) {
+                parents.push_back(number);
+            }
+        }
+        return childrenOf;
+    }
+
+    void LayOut(EntryIndex directory, const std::vector<std::uint32_t>& subdirectories,
+                std::vector<std::uint32_t>& numberOf) {
+        std::vector<TreeEntry> children;
+        for (const std::uint32_t number : subdirectories) {
+            children.push_back(MakeDirectoryEntry(MakeName(number)));
+        }
+        for (std::uint32_t number = 1; number <= shape_.files; ++number) {
+            children.push_back({.name = MakeName(number) + kSuffixes[Draw(kSuffixes.size())],
+                                .mode = S_IFREG | 0444,
+                                .size = Draw(kMaximumFileSize),
+                                .linkTarget = {}});
+        }
+        AppendChildren(directory, std::move(children));
+        for (const TreeEntry& child : GetChildren(directory)) {
+            numberOf.push_back(child.IsDirectory() ? ParseNumber(child.name) : 0);
+        }
+    }
+
+    std::string MakeName(std::uint32_t number) {
+        return kNouns[Draw(kNouns.size())] + ("-" + std::to_string(number));
+    }
+
+    static std::uint32_t ParseNumber(const std::string& name) {
+        return static_cast<std::uint32_t>(std::stoul(name.substr(name.find('-') + 1)));
+    }
+
+    const SyntheticShape shape_;
+    std::mt19937_64 random_;
+};
+
+} // namespace
+
+std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticShape& shape) {
+    return std::make_shared<SyntheticTree>(shape);
+}
+
+} // namespace simulator
