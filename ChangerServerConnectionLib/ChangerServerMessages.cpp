@@ -229,8 +229,7 @@ void ServerMessageSocketCallBack(CFSocketRef /* socket */, CFSocketCallBackType 
         VERR_STEP(err, HandleChangerServerSocketData(chunk, socketInfo->reply, socketInfo),
                   "fail handle message socket data");
     }
-    VErrLog(err);
-    VErrCatch(&err);
+    VErrLogAndCatch(&err);
 }
 
 VErrLink* HandleChangerServerSocketData(CFDataRef data, CFDictionaryRef* reply, SocketInfo* info) {
@@ -278,8 +277,7 @@ void HandleSocketTimeout(CFRunLoopTimerRef /* timer */, void* info) {
         *reply = timeout;
     }
     CFRunLoopStop(CFRunLoopGetCurrent());
-    VErrLog(err);
-    VErrCatch(&err);
+    VErrLogAndCatch(&err);
 }
 
 VErrLink* CreateErrReplyDict(VErrCode code, const char* message, CFMutableDictionaryRef* dict) {

@@ -106,8 +106,7 @@ void TryNotificationConnect(CFRunLoopTimerRef /* timer */, void* info) {
     }
     if (err != nullptr) {
         VERR_RAISE(VErrThrow(&err, "fail get notifcation socket"));
-        VErrLog(err);
-        VErrCatch(&err);
+        VErrLogAndCatch(&err);
     }
     StopConnectTimer(subscription);
 }
@@ -167,8 +166,7 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
         VERR_RAISE(VErrThrow(&err, "unexpected callback type %d received", static_cast<int>(type)));
     else if (length == 0) // the server closed the connection
         VERR_STEP(err, HandleServerDisconnect(subscription), "fail handle server disconnect");
-    VErrLog(err);
-    VErrCatch(&err);
+    VErrLogAndCatch(&err);
 
     // The chunk may end one notification and begin the next; a malformed one costs only itself.
     CFIndex used = 0;
@@ -178,8 +176,7 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
             err,
             HandleNotificationSocketData(bytes + position, length - position, &used, subscription),
             "fail handle notification socket data");
-        VErrLog(err);
-        VErrCatch(&err);
+        VErrLogAndCatch(&err);
     }
 }
 

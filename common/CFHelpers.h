@@ -133,6 +133,18 @@ inline bool CFHDictionaryIsTrue(CFDictionaryRef dict, CFStringRef key) {
     return CFDictionaryGetValue(dict, key) == kCFBooleanTrue;
 }
 
+/* The collection under a key, borrowed; null when it is absent or something else. */
+inline CFDictionaryRef CFHDictionaryFindDictionary(CFDictionaryRef dict, CFStringRef key) {
+    CFTypeRef value = CFDictionaryGetValue(dict, key);
+    const bool fits = value != nullptr && CFGetTypeID(value) == CFDictionaryGetTypeID();
+    return static_cast<CFDictionaryRef>(fits ? value : nullptr);
+}
+inline CFArrayRef CFHDictionaryFindArray(CFDictionaryRef dict, CFStringRef key) {
+    CFTypeRef value = CFDictionaryGetValue(dict, key);
+    const bool fits = value != nullptr && CFGetTypeID(value) == CFArrayGetTypeID();
+    return static_cast<CFArrayRef>(fits ? value : nullptr);
+}
+
 /* Numbers as the typed setters store them; the caller owns them. Null when memory is short. */
 inline CFNumberRef CFHCreateUInt64Number(UInt64 value) {
     return CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value);

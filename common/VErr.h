@@ -93,6 +93,12 @@ VErrCode VErrGetErrCode(const VErrLink* link);
 /* Copies the newest message, cut to fit and always terminated; a size of 0 copies nothing. */
 void VErrGetErrMessage(const VErrLink* link, char* buffer, size_t size);
 
+/* What whoever has nobody to return to does with a chain. */
+inline void VErrLogAndCatch(VErrLink** err) {
+    VErrLog(*err);
+    VErrCatch(err);
+}
+
 /* Records the site and hands the chain on. Use it through the macros below. */
 inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, SInt64 line) {
     VErrAddFileFuncLine(link, file, func, line);
@@ -108,6 +114,8 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
  *
  *     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");   // a call that returns a chain
  *     VERR_NEED(err, number != nullptr, "fail alloc num");           // a condition
+ *     VERR_STATUS(err, pthread_attr_init(&attributes), "fail ...");  // a call that returns an
+ * errno
  */
 #define VERR_RAISE(thrown) VErrRaise((thrown), k_sourcePath, __func__, __LINE__)
 
@@ -121,6 +129,13 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
     do {                                                                                           \
         if ((err) == nullptr && !(condition))                                                      \
             VERR_RAISE(VErrThrow(&(err), __VA_ARGS__));                                            \
+    } while (false)
+
+#define VERR_STATUS(err, call, ...)                                                                \
+    do {                                                                                           \
+        const int verrStatus = (err) == nullptr ? (call) : 0;                                      \
+        if (verrStatus != 0)                                                                       \
+            VERR_RAISE(VErrThrowWithErrCode(&(err), verrStatus, __VA_ARGS__));                     \
     } while (false)
 
 #endif

@@ -141,3 +141,7 @@ void CFArrayRemoveValueAtIndex(CFMutableArrayRef reference, CFIndex index) {
     --array->count;
     cf::Release(removed);
 }
+
+CFTypeID CFArrayGetTypeID(void) {
+    return cf::TypeIdOf(__CFArray::kClass);
+}

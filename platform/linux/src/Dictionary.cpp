@@ -196,3 +196,7 @@ void CFDictionaryRemoveValue(CFMutableDictionaryRef reference, const void* key) 
     if (dictionary != nullptr && key != nullptr)
         cf::Remove(dictionary, cf::AsObject(key));
 }
+
+CFTypeID CFDictionaryGetTypeID(void) {
+    return cf::TypeIdOf(__CFDictionary::kClass);
+}

@@ -65,3 +65,7 @@ Boolean CFEqual(CFTypeRef first, CFTypeRef second) {
         return first == second;
     return cf::Equal(cf::AsObject(first), cf::AsObject(second));
 }
+
+CFTypeID CFGetTypeID(CFTypeRef object) {
+    return object != nullptr ? cf::TypeIdOf(*cf::AsObject(object)->type) : 0;
+}

@@ -31,6 +31,11 @@ void Release(const Object* object) noexcept;
 bool Equal(const Object* first, const Object* second) noexcept;
 std::uint32_t ComputeHash(const Object* object) noexcept;
 
+// What the public functions call a class.
+inline CFTypeID TypeIdOf(const Class& type) noexcept {
+    return reinterpret_cast<CFTypeID>(&type);
+}
+
 inline void Retain(const Object* object) noexcept {
     if (object->references.load(std::memory_order_relaxed) >= 0)
         object->references.fetch_add(1, std::memory_order_relaxed);

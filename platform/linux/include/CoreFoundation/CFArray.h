@@ -16,6 +16,8 @@ typedef struct {
 } CFArrayCallBacks;
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 
+CFTypeID CFArrayGetTypeID(void);
+
 /* Capacity is a hint. */
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                        const CFArrayCallBacks* callBacks);

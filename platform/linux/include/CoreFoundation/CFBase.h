@@ -67,6 +67,9 @@ void CFRelease(CFTypeRef object);
  */
 Boolean CFEqual(CFTypeRef first, CFTypeRef second);
 
+/* The object's type, to be compared with what a type's own GetTypeID function gives; 0 for NULL. */
+CFTypeID CFGetTypeID(CFTypeRef object);
+
 CF_EXTERN_C_END
 
 #endif

@@ -1,0 +1,414 @@
+#include "trayprobed/ChangerFSCacheThread.h"
+
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
+#include "common/CFHelpers.h"
+#include "fsclient/DirectoryInfo.h"
+#include "trayprobed/ChangerFSCacheState.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <errno.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+static const char k_sourcePath[] = "trayprobed/ChangerFSCacheThread";
+
+const char k_fsCacheThreadStatusClient[] = "trayprobed";
+static const char k_fsCacheThreadStatusMessage[] = "Building changer directory cache";
+
+constexpr double k_changerFSCacheTimeout = 10.0; // seconds that a disc's media roots may take
+constexpr size_t k_pathSize = 1024;
+
+// ---- the walk ----
+
+// One buffer holds the path of the directory that the walk is at. A directory on the way down is
+// known by its identity: a path that was cut may name one of its own parents, and a parent may be
+// mounted below itself. Entering it again would never end.
+struct WalkedDirectory {
+    const WalkedDirectory* parent;
+    dev_t device;
+    ino_t inode;
+};
+
+static bool IsBelowItself(const WalkedDirectory& directory) {
+    for (const WalkedDirectory* each = directory.parent; each != nullptr; each = each->parent) {
+        if (each->inode == directory.inode && each->device == directory.device)
+            return true;
+    }
+    return false;
+}
+
+// False for what is no directory itself; a link to one is not.
+static bool GetIdentity(const char* path, WalkedDirectory* directory) {
+    struct stat status = {};
+    if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode))
+        return false;
+    directory->device = status.st_dev;
+    directory->inode = status.st_ino;
+    return true;
+}
+
+static void AppendToPath(char* path, const char* name) {
+    const size_t length = strlen(path);
+    const bool endsInSlash = length != 0 && path[length - 1] == '/';
+    snprintf(path + length, k_pathSize - length, "%s%s", endsInSlash ? "" : "/", name);
+}
+
+// Whether the path, with the name appended, leads to a directory that the walk may enter.
+static bool AppendSubdirectory(char* path, const char* name, WalkedDirectory* child) {
+    AppendToPath(path, name);
+    return GetIdentity(path, child) && !IsBelowItself(*child);
+}
+
+int ShouldCacheItem(const struct dirent* entry) {
+    return strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0;
+}
+
+// This listing is what makes the file system cache the directory. One that cannot be listed is
+// logged in the walker's name and has no entries.
+static int ListDirectory(const char* function, const char* path, struct dirent*** entries) {
+    const int count = scandir(path, entries, ShouldCacheItem, nullptr);
+    if (count >= 0)
+        return count;
+    VErrLink* err = nullptr;
+    VErrRaise(VErrThrowWithErrCode(&err, errno, "fail scandir on \"%s\"", path), k_sourcePath,
+              function, __LINE__);
+    VErrLogAndCatch(&err);
+    *entries = nullptr;
+    return 0;
+}
+
+static VErrLink* CountMediaRootDirectories(char* path, const WalkedDirectory* here, UInt16* count) {
+    VErrLink* err = nullptr;
+    struct dirent** entries = nullptr;
+    const int entryCount = ListDirectory(__func__, path, &entries);
+    const size_t length = strlen(path);
+    for (int i = 0; i < entryCount; i++) {
+        WalkedDirectory child = {here, 0, 0};
+        if (err == nullptr && AppendSubdirectory(path, entries[i]->d_name, &child)) {
+            bool isMediaRoot = false;
+            VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
+                      "fail IsDirectoryMediaRootOfChangerFileSystem");
+            if (isMediaRoot)
+                *count = static_cast<UInt16>(*count + 1);
+            else
+                VERR_STEP(err, CountMediaRootDirectories(path, &child, count),
+                          "fail CountMediaRootDirectories");
+        }
+        path[length] = '\0';
+        free(entries[i]);
+    }
+    free(entries);
+    return err;
+}
+
+VErrLink* CountMediaRootDirectories(const char* directory, UInt16* count) {
+    char path[k_pathSize];
+    WalkedDirectory top = {nullptr, 0, 0};
+    snprintf(path, sizeof path, "%s", directory);
+    GetIdentity(path, &top);
+    return CountMediaRootDirectories(path, &top, count);
+}
+
+// What stays the same all the way down.
+struct Walk {
+    UInt64 changerGUID;
+    SInt32 descend;
+    FSCacheStatusReport* status;
+};
+
+static VErrLink* CacheFSDirectory(const Walk& walk, char* path, const WalkedDirectory* here) {
+    VErrLink* err = nullptr;
+    struct dirent** entries = nullptr;
+    const int entryCount = ListDirectory(__func__, path, &entries);
+    const size_t length = strlen(path);
+    for (int i = 0; i < entryCount; i++) {
+        WalkedDirectory child = {here, 0, 0};
+        if (err == nullptr && walk.descend &&
+            AppendSubdirectory(path, entries[i]->d_name, &child)) {
+            bool isMediaRoot = false;
+            if (walk.status != nullptr)
+                VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
+                          "fail IsDirectoryMediaRootOfChangerFileSystem");
+            if (isMediaRoot)
+                VERR_STEP(err, StatusReportingEnterMedia(walk.status),
+                          "fail StatusReportingEnterMedia");
+            VERR_STEP(err, CacheFSDirectory(walk, path, &child), "fail CacheFSDirectory");
+
+            // Only here, on the way back, does an abort take effect.
+            SInt32 shouldAbort = 0;
+            VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
+            const bool locked = err == nullptr;
+            VERR_STEP(err, GetChangerShouldAbortOperation(walk.changerGUID, &shouldAbort),
+                      "fail GetChangerShouldAbortOperation");
+            if (locked)
+                UnlockMediaIdState();
+            if (shouldAbort)
+                VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeUserAborted, "user aborted"));
+            if (isMediaRoot)
+                VERR_STEP(err, StatusReportingExitMedia(walk.status),
+                          "fail StatusReportingExitMedia");
+        }
+        path[length] = '\0';
+        free(entries[i]);
+    }
+    free(entries);
+    return err;
+}
+
+VErrLink* CacheFSDirectory(UInt64 changerGUID, const char* directory, SInt32 descend,
+                           FSCacheStatusReport* status) {
+    char path[k_pathSize];
+    WalkedDirectory top = {nullptr, 0, 0};
+    snprintf(path, sizeof path, "%s", directory);
+    GetIdentity(path, &top);
+    return CacheFSDirectory({changerGUID, descend, status}, path, &top);
+}
+
+// ---- one disc ----
+
+VErrLink* RunAFSCacheUpdate(UInt64 changerGUID, UInt16 storageElem, SInt32 descend,
+                            const char* mountPath, SInt32* cached) {
+    VErrLink* err = nullptr;
+    char path[k_pathSize];
+    struct dirent** entries = nullptr;
+    bool aborted = false;
+    *cached = 0;
+    snprintf(path, sizeof path, "%s", mountPath);
+    AppendToPath(path, "");
+    const size_t length = strlen(path);
+    const int entryCount = scandir(path, &entries, nullptr, nullptr);
+    for (int i = 0; i < entryCount; i++) {
+        bool isMediaRoot = false;
+        UInt16 entryElem = 0;
+        AppendToPath(path, entries[i]->d_name);
+        if (!aborted)
+            VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
+                      "fail IsDirectoryRootOfChangerFileSystem"); // known by this text
+        if (isMediaRoot)
+            VERR_STEP(
+                err, GetChangerFileSystemMediaRootInfo(path, nullptr, &entryElem, nullptr, nullptr),
+                "fail GetChangerFileSystemMediaRootInfo");
+        if (err == nullptr && isMediaRoot && entryElem == storageElem) {
+            err = CacheFSDirectory(changerGUID, path, descend, nullptr);
+            aborted = err != nullptr && VErrGetErrCode(err) == kVErrCodeUserAborted;
+            if (aborted)
+                VErrCatch(&err);
+            else if (err != nullptr)
+                VERR_RAISE(VErrThrow(&err, "fail CacheFSMediaRoot for \"%s\"", path));
+            else
+                *cached = 1;
+        }
+        path[length] = '\0';
+        free(entries[i]);
+    }
+    if (entryCount >= 0)
+        free(entries);
+    return err;
+}
+
+VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
+    VErrLink* err = nullptr;
+    bool isMounted = false;
+    char mountPath[k_pathSize];
+    VERR_STEP(err, IsChangerFSGUIDInList(changerGUID, &isMounted), "fail IsChangerFSGUIDInList");
+    if (err != nullptr || !isMounted)
+        return err;
+    VERR_STEP(err, GetChangerFSMountPath(changerGUID, mountPath, sizeof mountPath),
+              "fail GetChangerFSMountPath");
+
+    const time_t start = time(nullptr);
+    bool done = false;
+    while (err == nullptr && !done) {
+        SInt32 identified = 0;
+        SInt32 hasFileSystem = 0;
+        SInt32 cached = 0;
+        VERR_STEP(
+            err, MediaHasMountablePartitions(changerGUID, storageElem, &identified, &hasFileSystem),
+            "fail MediaHasMountablePartitions");
+        VERR_STEP(err, RunAFSCacheUpdate(changerGUID, storageElem, descend, mountPath, &cached),
+                  "fail RunAFSCacheUpdate");
+        done = cached || (identified && !hasFileSystem) ||
+               difftime(time(nullptr), start) >= k_changerFSCacheTimeout;
+    }
+    return err;
+}
+
+// ---- progress ----
+
+VErrLink* ReportFSCacheClientStatus(const FSCacheStatusReport* report) {
+    VErrLink* err = nullptr;
+    VERR_STEP(err,
+              ChangerServerSetClientStatus(report->changerGUID, k_fsCacheThreadStatusClient,
+                                           report->message, report->currentStep,
+                                           report->maximumStep, false),
+              "fail ChangerServerSetClientStatus");
+    return err;
+}
+
+VErrLink* StartStatusReportingForFullFSCache(UInt64 changerGUID, const char* rootPath,
+                                             FSCacheStatusReport** report) {
+    VErrLink* err = nullptr;
+    *report = nullptr;
+    auto* started = static_cast<FSCacheStatusReport*>(calloc(1, sizeof(FSCacheStatusReport)));
+    if (started == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail malloc"));
+    started->changerGUID = changerGUID;
+    snprintf(started->message, sizeof started->message, "%s", k_fsCacheThreadStatusMessage);
+    VERR_STEP(err, ReportFSCacheClientStatus(started), "fail ReportFSCacheClientStatus");
+    if (err == nullptr) { // the build goes on with what a failed count reached
+        VErrLink* countErr = nullptr;
+        VERR_STEP(countErr, CountMediaRootDirectories(rootPath, &started->maximumStep),
+                  "fail CountMediaRootDirectories");
+        VErrLogAndCatch(&countErr);
+    }
+    VERR_STEP(err, ReportFSCacheClientStatus(started), "fail ReportFSCacheClientStatus");
+    if (err == nullptr)
+        *report = started;
+    else
+        free(started);
+    return err;
+}
+
+VErrLink* StatusReportingEnterMedia(FSCacheStatusReport* report) {
+    report->mediaDepth = static_cast<UInt16>(report->mediaDepth + 1);
+    return nullptr;
+}
+
+VErrLink* StatusReportingExitMedia(FSCacheStatusReport* report) {
+    VErrLink* err = nullptr;
+    report->mediaDepth = static_cast<UInt16>(report->mediaDepth - 1);
+    if (report->mediaDepth > 0)
+        return nullptr;
+    report->currentStep = static_cast<UInt16>(report->currentStep + 1);
+    VERR_STEP(err, ReportFSCacheClientStatus(report), "fail ReportFSCacheClientStatus");
+    return err;
+}
+
+VErrLink* ResetStatusReporting(UInt64 changerGUID) {
+    VErrLink* err = nullptr;
+    VERR_STEP(err, ChangerServerClearClientStatus(changerGUID, k_fsCacheThreadStatusClient),
+              "fail ChangerServerClearClientStatus");
+    return err;
+}
+
+void EndStatusReportingForFullFSCache(FSCacheStatusReport* report) {
+    VErrLink* err = nullptr;
+    VERR_STEP(err, ResetStatusReporting(report->changerGUID), "fail ResetStatusReporting");
+    if (err == nullptr)
+        free(report);
+    VErrLogAndCatch(&err);
+}
+
+// ---- the full build ----
+
+struct FSCacheThreadContext {
+    UInt64 changerGUID;
+    pthread_mutex_t starting; // held by the starter until the build flag stands
+};
+
+// A build that ended before its flag was set would leave it set for ever.
+static void WaitForStarter(FSCacheThreadContext* context) {
+    pthread_mutex_lock(&context->starting);
+    pthread_mutex_unlock(&context->starting);
+}
+
+static void FreeThreadContext(FSCacheThreadContext* context) {
+    pthread_mutex_destroy(&context->starting);
+    free(context);
+}
+
+VErrLink* StartChangerFSCache(UInt64 changerGUID) {
+    VErrLink* err = nullptr;
+    SInt32 inProgress = 0;
+    VERR_STEP(err, GetChangerFSCacheBuildInProgress(changerGUID, &inProgress),
+              "fail GetChangerFSCacheBuildInProgress");
+    if (err != nullptr || inProgress)
+        return err;
+    auto* context = static_cast<FSCacheThreadContext*>(malloc(sizeof(FSCacheThreadContext)));
+    if (context == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc thread context"));
+    context->changerGUID = changerGUID;
+    pthread_mutex_init(&context->starting, nullptr);
+    pthread_mutex_lock(&context->starting);
+
+    pthread_t thread;
+    pthread_attr_t attributes;
+    VERR_STATUS(err, pthread_attr_init(&attributes), "fail pthread_attr_init");
+    const bool attributesInited = err == nullptr;
+    VERR_STATUS(err, pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED),
+                "fail pthread_attr_setdetachstate");
+    VERR_STATUS(err, pthread_create(&thread, &attributes, RunChangerFSCacheThread, context),
+                "fail pthread_create");
+    const bool created = err == nullptr;
+    VERR_STEP(err, SetChangerFSCacheBuildInProgress(changerGUID, 1),
+              "fail SetChangerFSCacheBuildInProgress");
+    pthread_mutex_unlock(&context->starting);
+
+    const int destroyed = attributesInited ? pthread_attr_destroy(&attributes) : 0;
+    if (destroyed != 0)
+        VERR_RAISE(VErrThrowWithErrCode(&err, destroyed, "fail pthread_attr_destroy"));
+    if (!created)
+        FreeThreadContext(context);
+    return err;
+}
+
+// An abort by the user ends the walk like its end.
+static VErrLink* WalkChanger(UInt64 changerGUID, const char* mountPath,
+                             FSCacheStatusReport* status) {
+    VErrLink* err = CacheFSDirectory(changerGUID, mountPath, 1, status);
+    if (err != nullptr && VErrGetErrCode(err) == kVErrCodeUserAborted)
+        VErrCatch(&err);
+    return err;
+}
+
+void* RunChangerFSCacheThread(void* threadContext) {
+    auto* context = static_cast<FSCacheThreadContext*>(threadContext);
+    const UInt64 changerGUID = context->changerGUID;
+    VErrLink* err = nullptr;
+    FSCacheStatusReport* status = nullptr;
+    bool isMounted = false;
+    char mountPath[k_pathSize];
+    WaitForStarter(context);
+
+    VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
+    bool locked = err == nullptr;
+    VERR_STEP(err, IsChangerFSGUIDInList(changerGUID, &isMounted),
+              "fail IsChangerFSGUIDInList for %016llX", changerGUID);
+    if (isMounted) {
+        VERR_STEP(err, GetChangerFSMountPath(changerGUID, mountPath, sizeof mountPath),
+                  "fail GetChangerFSMountPath");
+        UnlockMediaIdState();
+        locked = false;
+        VERR_STEP(err, ChangerServerRequestChangerIdentification(changerGUID, false),
+                  "fail ChangerServerRequestChangerIdentification");
+        VERR_STEP(err, StartStatusReportingForFullFSCache(changerGUID, mountPath, &status),
+                  "fail StartStatusReportingForFullFSCache");
+        VERR_STEP(err, WalkChanger(changerGUID, mountPath, status), "fail CacheFSDirectory");
+    }
+    if (status != nullptr)
+        EndStatusReportingForFullFSCache(status);
+
+    // The ending always runs, whatever became of the build, and reports on its own. The lock is
+    // held while the request is withdrawn.
+    VErrLink* endErr = nullptr;
+    if (!locked) {
+        VERR_STEP(endErr, LockMediaIdState(), "fail LockMediaIdState");
+        locked = endErr == nullptr;
+    }
+    VERR_STEP(endErr, SetChangerFSCacheBuildInProgress(changerGUID, 0),
+              "fail SetChangerFSCacheBuildInProgress");
+    VERR_STEP(endErr, ChangerServerRequestChangerIdentification(changerGUID, false),
+              "fail ChangerServerRequestChangerIdentification");
+    if (locked)
+        UnlockMediaIdState();
+    FreeThreadContext(context);
+
+    VErrLogAndCatch(&endErr);
+    VErrLogAndCatch(&err);
+    return nullptr;
+}

@@ -1,0 +1,549 @@
+#include "trayprobed/MediaIdState.h"
+
+#include "common/CFHelpers.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+
+#include <pthread.h>
+#include <stdlib.h>
+#include <time.h>
+
+static const char k_sourcePath[] = "trayprobed/MediaIdState";
+
+constexpr CFTimeInterval k_dailyInterval = 86400.0;
+
+static pthread_mutex_t g_mediaIdStateMutex;
+static SInt32 g_mediaIdStateMutexInited = 0;
+
+// All three are read and written between BeginStoreAccess and EndStoreAccess.
+static CFMutableDictionaryRef g_changerListDict = nullptr; // GUID number to state dictionary
+static CFArrayRef g_changerInfoListArr = nullptr;
+static SInt32 g_globalShouldIdMedia = 1;
+
+// One number per changer ever scheduled, for life: timers carry them without holding them.
+static CFMutableDictionaryRef g_timerGUIDNumbers = nullptr;
+
+// ---- the store's own lock ----
+
+// Recursive, so that one update can be made of the public operations. Never destroyed: detached
+// threads may still come by after Term.
+static pthread_mutex_t g_storeMutex;
+static pthread_once_t g_storeMutexOnce = PTHREAD_ONCE_INIT;
+
+static void InitStoreMutex(void) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&g_storeMutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+static void BeginStoreAccess(void) {
+    pthread_once(&g_storeMutexOnce, InitStoreMutex);
+    pthread_mutex_lock(&g_storeMutex);
+}
+
+static void EndStoreAccess(void) {
+    pthread_mutex_unlock(&g_storeMutex);
+}
+
+// ---- life and state lock ----
+
+VErrLink* InitMediaIdState(void) {
+    VErrLink* err = nullptr;
+    VERR_STATUS(err, pthread_mutex_init(&g_mediaIdStateMutex, nullptr), "fail pthread_mutex_init");
+    if (err != nullptr)
+        return err;
+    g_mediaIdStateMutexInited = 1;
+    CFMutableDictionaryRef changers = CFHCreateMutableDictionary();
+    VERR_NEED(err, changers != nullptr, "fail create empty changer list dict");
+    BeginStoreAccess();
+    g_changerListDict = changers;
+    EndStoreAccess();
+    return err;
+}
+
+void TermMediaIdState(void) {
+    VErrLink* err = nullptr;
+    if (g_mediaIdStateMutexInited) {
+        VERR_STATUS(err, pthread_mutex_destroy(&g_mediaIdStateMutex), "fail pthread_mutex_destroy");
+        g_mediaIdStateMutexInited = 0;
+    }
+    BeginStoreAccess();
+    CFHReleaseIfSet(g_changerListDict);
+    g_changerListDict = nullptr;
+    CFHReleaseIfSet(g_changerInfoListArr);
+    g_changerInfoListArr = nullptr;
+    EndStoreAccess();
+    VErrLogAndCatch(&err);
+}
+
+VErrLink* LockMediaIdState(void) {
+    VErrLink* err = nullptr;
+    VERR_STATUS(err, pthread_mutex_lock(&g_mediaIdStateMutex), "fail pthread_mutex_lock");
+    return err;
+}
+
+void UnlockMediaIdState(void) {
+    VErrLink* err = nullptr;
+    VERR_STATUS(err, pthread_mutex_unlock(&g_mediaIdStateMutex), "fail pthread_mutex_unlock");
+    VErrLogAndCatch(&err);
+}
+
+// ---- what the server said last ----
+
+VErrLink* GetGlobalShouldIdMedia(SInt32* shouldId) {
+    BeginStoreAccess();
+    *shouldId = g_globalShouldIdMedia;
+    EndStoreAccess();
+    return nullptr;
+}
+
+VErrLink* SetGlobalShouldIdMedia(SInt32 shouldId) {
+    BeginStoreAccess();
+    g_globalShouldIdMedia = shouldId;
+    EndStoreAccess();
+    return nullptr;
+}
+
+VErrLink* SaveChangerInfoList(CFArrayRef list) {
+    CFRetain(list);
+    BeginStoreAccess();
+    g_changerInfoListArr = list;
+    EndStoreAccess();
+    return nullptr;
+}
+
+VErrLink* GetChangerInfoDict(UInt64 changerGUID, CFDictionaryRef* info) {
+    VErrLink* err = nullptr;
+    *info = nullptr;
+    BeginStoreAccess();
+    const CFIndex count =
+        g_changerInfoListArr != nullptr ? CFArrayGetCount(g_changerInfoListArr) : 0;
+    for (CFIndex i = 0; err == nullptr && *info == nullptr && i < count; i++) {
+        auto* entry = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(g_changerInfoListArr, i));
+        UInt64 entryGUID = 0;
+        VERR_NEED(err, entry != nullptr, "fail get changer dict at %ld", i);
+        VERR_STEP(err, CFHDictionaryGetUInt64Value(entry, CFSTR("GUID"), &entryGUID),
+                  "fail get changerGUID");
+        if (err == nullptr && entryGUID == changerGUID)
+            *info = entry;
+    }
+    EndStoreAccess();
+    if (err == nullptr && *info == nullptr)
+        VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeNotFound, "fail find changer GUID %016llX",
+                                        changerGUID));
+    return err;
+}
+
+// The media array is indexed by storage element; the server may know fewer than it should.
+static CFDictionaryRef FindMediaInfo(CFArrayRef media, UInt16 storageElem) {
+    if (storageElem >= CFArrayGetCount(media))
+        return nullptr;
+    return static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(media, storageElem));
+}
+
+VErrLink* MediaHasMountablePartitions(UInt64 changerGUID, UInt16 storageElem, SInt32* identified,
+                                      SInt32* hasFileSystem) {
+    VErrLink* err = nullptr;
+    CFDictionaryRef changer = nullptr;
+    CFDictionaryRef medium = nullptr;
+    CFArrayRef media = nullptr;
+    CFArrayRef partitions = nullptr;
+    SInt32 identifyTime = 0;
+    *identified = 0;
+    *hasFileSystem = 0;
+
+    BeginStoreAccess();
+    VERR_NEED(err, g_changerInfoListArr != nullptr, "info list array is still NULL");
+    VERR_STEP(err, GetChangerInfoDict(changerGUID, &changer), "fail GetChangerInfoDict");
+    VERR_NEED(err,
+              (media = CFHDictionaryFindArray(changer, CFSTR("Changer Media Info"))) != nullptr,
+              "fail CFDictionaryGetValue");
+    VERR_NEED(err, (medium = FindMediaInfo(media, storageElem)) != nullptr,
+              "fail get info dictionary for sei %d", storageElem);
+    VERR_STEP(err, CFHDictionaryGetSInt32Value(medium, CFSTR("Media Identify Time"), &identifyTime),
+              "fail CFHDictionaryGetSInt32Value");
+    if (err == nullptr && identifyTime != 0) {
+        *identified = 1;
+        VERR_NEED(err,
+                  (partitions = CFHDictionaryFindArray(medium, CFSTR("Media Partition Info"))) !=
+                      nullptr,
+                  "fail CFDictionaryGetValue");
+        const CFIndex count = err == nullptr ? CFArrayGetCount(partitions) : 0;
+        for (CFIndex i = 0; err == nullptr && *hasFileSystem == 0 && i < count; i++) {
+            auto* partition = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(partitions, i));
+            VERR_NEED(err, partition != nullptr, "fail get partition info for %ld", i);
+            VERR_STEP(err,
+                      CFHDictionaryGetBoolValue(partition, CFSTR("Partition Has File System"),
+                                                hasFileSystem),
+                      "fail check for fs on partition %ld", i);
+        }
+    }
+    EndStoreAccess();
+    return err;
+}
+
+// ---- changers ----
+
+// Nothing is known before Init and after Term.
+static CFDictionaryRef FindChangerDict(CFNumberRef changerGUIDNum) {
+    if (g_changerListDict == nullptr)
+        return nullptr;
+    return static_cast<CFDictionaryRef>(CFDictionaryGetValue(g_changerListDict, changerGUIDNum));
+}
+
+VErrLink* GetChangerDictForGUID(UInt64 changerGUID, CFMutableDictionaryRef* dict) {
+    VErrLink* err = nullptr;
+    *dict = nullptr;
+    CFNumberRef number = CFHCreateUInt64Number(changerGUID);
+    if (number == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc changer GUID number"));
+    BeginStoreAccess();
+    CFDictionaryRef found = FindChangerDict(number);
+    if (found == nullptr)
+        VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeNotFound, "fail find changer in list"));
+    VERR_NEED(err,
+              (*dict = CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, found)) != nullptr,
+              "fail create mutable copy of found dictionary");
+    EndStoreAccess();
+    CFRelease(number);
+    return err;
+}
+
+VErrLink* SetChangerDictForGUID(UInt64 changerGUID, CFDictionaryRef dict) {
+    VErrLink* err = nullptr;
+    CFNumberRef number = CFHCreateUInt64Number(changerGUID);
+    if (number == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc changer GUID number"));
+    BeginStoreAccess();
+    if (g_changerListDict != nullptr)
+        CFDictionarySetValue(g_changerListDict, number, dict);
+    EndStoreAccess();
+    CFRelease(number);
+    return nullptr;
+}
+
+VErrLink* IsChangerInList(UInt64 changerGUID, SInt32* isInList) {
+    VErrLink* err = nullptr;
+    CFNumberRef number = CFHCreateUInt64Number(changerGUID);
+    if (number == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc changer GUID number"));
+    BeginStoreAccess();
+    *isInList = FindChangerDict(number) != nullptr;
+    EndStoreAccess();
+    CFRelease(number);
+    return nullptr;
+}
+
+VErrLink* GetChangerList(CFArrayRef* list) {
+    VErrLink* err = nullptr;
+    *list = nullptr;
+    BeginStoreAccess();
+    const CFIndex count =
+        g_changerListDict != nullptr ? CFDictionaryGetCount(g_changerListDict) : 0;
+    // Never for zero bytes, which may be answered with null.
+    auto* numbers =
+        static_cast<const void**>(calloc(static_cast<size_t>(count) + 1, sizeof(const void*)));
+    VERR_NEED(err, numbers != nullptr, "fail alloc changer GUID buffer");
+    if (err == nullptr && count != 0)
+        CFDictionaryGetKeysAndValues(g_changerListDict, numbers, nullptr);
+    VERR_NEED(err,
+              (*list = CFArrayCreate(kCFAllocatorDefault, numbers, count,
+                                     &kCFTypeArrayCallBacks)) != nullptr,
+              "fail create changer list array");
+    free(numbers);
+    EndStoreAccess();
+    return err;
+}
+
+VErrLink* AddChangerToList(UInt64 changerGUID) {
+    VErrLink* err = nullptr;
+    CFNumberRef number = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    CFMutableArrayRef inProgress = nullptr;
+    VERR_NEED(err, (number = CFHCreateUInt64Number(changerGUID)) != nullptr,
+              "fail alloc changer GUID number");
+    VERR_NEED(err, (dict = CFHCreateMutableDictionary()) != nullptr,
+              "fail allocate changer dictionary");
+    VERR_NEED(err,
+              (inProgress = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks)) !=
+                  nullptr,
+              "fail alloc media id in-progress array");
+    if (err == nullptr) {
+        CFDictionarySetValue(dict, CFSTR("GUID"), number);
+        CFDictionarySetValue(dict, CFSTR("In Progress"), inProgress);
+        BeginStoreAccess();
+        if (g_changerListDict != nullptr)
+            CFDictionarySetValue(g_changerListDict, number, dict);
+        EndStoreAccess();
+    }
+    CFHReleaseIfSet(inProgress);
+    CFHReleaseIfSet(dict);
+    CFHReleaseIfSet(number);
+    return err;
+}
+
+VErrLink* RemoveChangerFromList(UInt64 changerGUID) {
+    VErrLink* err = nullptr;
+    CFNumberRef number = CFHCreateUInt64Number(changerGUID);
+    if (number == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc changer GUID number"));
+    BeginStoreAccess();
+    if (g_changerListDict != nullptr)
+        CFDictionaryRemoveValue(g_changerListDict, number);
+    EndStoreAccess();
+    CFRelease(number);
+    return nullptr;
+}
+
+// ---- storage elements in progress ----
+
+VErrLink* AddStorageElemToMediaIdInProgressList(UInt64 changerGUID, UInt16 storageElem) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    CFNumberRef number = nullptr;
+    CFArrayRef inProgress = nullptr;
+    CFMutableArrayRef changed = nullptr;
+    BeginStoreAccess();
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_NEED(err, (number = CFHCreateUInt16Number(storageElem)) != nullptr,
+              "fail create CFNumber from storage elem index");
+    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
+              "fail get in progress array");
+    if (err == nullptr && !CFArrayContainsValue(inProgress, CFHWholeArray(inProgress), number)) {
+        VERR_NEED(err,
+                  (changed = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress)) !=
+                      nullptr,
+                  "fail create mutable copy of in progress array");
+        if (err == nullptr) {
+            CFArrayAppendValue(changed, number);
+            CFDictionarySetValue(dict, CFSTR("In Progress"), changed);
+        }
+        VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    }
+    EndStoreAccess();
+    CFHReleaseIfSet(changed);
+    CFHReleaseIfSet(number);
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+VErrLink* RemoveStorageElemFromMediaIdInProgressList(UInt64 changerGUID, UInt16 storageElem) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    CFNumberRef number = nullptr;
+    CFArrayRef inProgress = nullptr;
+    CFMutableArrayRef changed = nullptr;
+    CFIndex index = kCFNotFound;
+    BeginStoreAccess();
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_NEED(err, (number = CFHCreateUInt16Number(storageElem)) != nullptr,
+              "fail create CFNumber for storage elem index");
+    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
+              "fail get in progress arr");
+    if (err == nullptr)
+        index = CFArrayGetFirstIndexOfValue(inProgress, CFHWholeArray(inProgress), number);
+    if (index != kCFNotFound) {
+        VERR_NEED(err,
+                  (changed = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress)) !=
+                      nullptr,
+                  "fail create mutable copy of in progress arr");
+        if (err == nullptr) {
+            CFArrayRemoveValueAtIndex(changed, index);
+            CFDictionarySetValue(dict, CFSTR("In Progress"), changed);
+        }
+        VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    }
+    EndStoreAccess();
+    CFHReleaseIfSet(changed);
+    CFHReleaseIfSet(number);
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+VErrLink* GetMediaIdInProgressCount(UInt64 changerGUID, UInt32* count) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    CFArrayRef inProgress = nullptr;
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
+              "fail get in progress arr");
+    if (err == nullptr)
+        *count = static_cast<UInt32>(CFArrayGetCount(inProgress));
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+VErrLink* IsStorageElemOnInProgressList(UInt64 changerGUID, UInt16 storageElem, SInt32* isOnList) {
+    VErrLink* err = nullptr;
+    CFNumberRef number = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    CFArrayRef inProgress = nullptr;
+    VERR_NEED(err, (number = CFHCreateUInt16Number(storageElem)) != nullptr,
+              "fail create CFNumber for storage elem index");
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
+              "fail get in progress arr");
+    if (err == nullptr)
+        *isOnList = CFArrayContainsValue(inProgress, CFHWholeArray(inProgress), number);
+    CFHReleaseIfSet(dict);
+    CFHReleaseIfSet(number);
+    return err;
+}
+
+// ---- flags ----
+
+static const CFStringRef k_buildInProgress = CFSTR("Changer FS Cache Build In Progress");
+static const CFStringRef k_shouldAbort = CFSTR("Should Abort Operation");
+
+VErrLink* GetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32* inProgress) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    if (err == nullptr)
+        *inProgress = CFHDictionaryIsTrue(dict, k_buildInProgress);
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    if (err == nullptr)
+        *shouldAbort = CFHDictionaryIsTrue(dict, k_shouldAbort);
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+VErrLink* SetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32 inProgress) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    BeginStoreAccess();
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_STEP(err, CFHDictionarySetBoolValue(dict, k_buildInProgress, inProgress),
+              "fail CFHDictionarySetBoolValue");
+    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    EndStoreAccess();
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    BeginStoreAccess();
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_STEP(err, CFHDictionarySetBoolValue(dict, k_shouldAbort, shouldAbort),
+              "fail CFHDictionarySetBoolValue");
+    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    EndStoreAccess();
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+// ---- the daily build ----
+
+static const CFStringRef k_timer = CFSTR("FS Cache Timer");
+
+// The number that a changer's timers carry; it lives for ever. Borrowed.
+static CFNumberRef FindTimerGUIDNumber(UInt64 changerGUID) {
+    CFNumberRef number = CFHCreateUInt64Number(changerGUID);
+    if (number == nullptr)
+        return nullptr;
+    BeginStoreAccess();
+    if (g_timerGUIDNumbers == nullptr)
+        g_timerGUIDNumbers = CFHCreateMutableDictionary();
+    if (g_timerGUIDNumbers != nullptr && !CFDictionaryContainsKey(g_timerGUIDNumbers, number))
+        CFDictionarySetValue(g_timerGUIDNumbers, number, number);
+    auto* kept = g_timerGUIDNumbers != nullptr
+                     ? static_cast<CFNumberRef>(CFDictionaryGetValue(g_timerGUIDNumbers, number))
+                     : nullptr;
+    EndStoreAccess();
+    CFRelease(number);
+    return kept;
+}
+
+// The calendar decides anew whether daylight saving applies. -1 when there is no such time.
+static time_t TimeOnDay(const struct tm& today, int daysLater, SInt32 hour, SInt32 minute) {
+    struct tm when = today;
+    when.tm_mday += daysLater;
+    when.tm_hour = hour;
+    when.tm_min = minute;
+    when.tm_sec = 0;
+    when.tm_isdst = -1;
+    return mktime(&when);
+}
+
+static CFRunLoopTimerRef CreateDailyTimer(time_t firstTime, CFNumberRef changerGUIDNum) {
+    CFRunLoopTimerContext context = {0, const_cast<__CFNumber*>(changerGUIDNum), nullptr, nullptr,
+                                     nullptr};
+    const CFAbsoluteTime fireDate =
+        static_cast<CFAbsoluteTime>(firstTime) - kCFAbsoluteTimeIntervalSince1970;
+    return CFRunLoopTimerCreate(kCFAllocatorDefault, fireDate, k_dailyInterval, 0, 0,
+                                ChangerFSCache, &context);
+}
+
+VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 minute) {
+    VErrLink* err = nullptr;
+    CFNumberRef number = nullptr;
+    CFRunLoopTimerRef timer = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    const time_t now = time(nullptr);
+    struct tm today = {};
+    tzset();
+    localtime_r(&now, &today);
+
+    time_t buildTime = TimeOnDay(today, 0, hour, minute);
+    VERR_NEED(err, buildTime != -1, "fail construct buildTime for today");
+    if (err == nullptr && buildTime <= now) {
+        buildTime = TimeOnDay(today, 1, hour, minute);
+        VERR_NEED(err, buildTime != -1, "fail construct buildTime for tomorrow");
+    }
+    VERR_NEED(err, (number = FindTimerGUIDNumber(changerGUID)) != nullptr,
+              "fail create changerGUIDNum");
+    VERR_NEED(err, (timer = CreateDailyTimer(buildTime, number)) != nullptr,
+              "fail CFRunLoopTimerCreate");
+    if (err == nullptr)
+        CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+
+    BeginStoreAccess();
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    if (err == nullptr)
+        CFDictionarySetValue(dict, k_timer, timer);
+    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    EndStoreAccess();
+    CFHReleaseIfSet(dict);
+    CFHReleaseIfSet(timer);
+    return err;
+}
+
+VErrLink* UnscheduleChangerFSCacheTimer(UInt64 changerGUID) {
+    VErrLink* err = nullptr;
+    CFMutableDictionaryRef dict = nullptr;
+    BeginStoreAccess();
+    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    auto* timer = static_cast<CFRunLoopTimerRef>(
+        const_cast<void*>(err == nullptr ? CFDictionaryGetValue(dict, k_timer) : nullptr));
+    if (timer != nullptr) {
+        // Not the mode that it was added in: invalidating it is what takes it out.
+        CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopCommonModes);
+        CFRunLoopTimerInvalidate(timer);
+        CFDictionaryRemoveValue(dict, k_timer);
+        VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    }
+    EndStoreAccess();
+    CFHReleaseIfSet(dict);
+    return err;
+}
+
+void ChangerFSCache(CFRunLoopTimerRef /* timer */, void* info) {
+    VErrLink* err = nullptr;
+    UInt64 changerGUID = 0;
+    VERR_NEED(err,
+              CFNumberGetValue(static_cast<CFNumberRef>(info), kCFNumberSInt64Type, &changerGUID),
+              "fail get info as changer GUID");
+    VERR_STEP(err, StartChangerFSCache(changerGUID), "fail StartChangerFSCache on %016llX",
+              changerGUID);
+    VErrLogAndCatch(&err);
+}

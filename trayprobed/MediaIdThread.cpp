@@ -1,0 +1,92 @@
+#include "trayprobed/MediaIdThread.h"
+
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc.h"
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc.h"
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <pthread.h>
+#include <stdlib.h>
+
+static const char k_sourcePath[] = "trayprobed/MediaIdThread";
+
+constexpr double k_commandTimeout = 300.0; // seconds, for the mount and for the eject
+static const char k_clientName[] = "Media Identification";
+constexpr UInt32 k_privateFamily = 1;
+
+VErrLink* StartMediaId(UInt64 changerGUID, UInt16 storageElem, SInt32 buildDirCache) {
+    VErrLink* err = nullptr;
+    auto* context = static_cast<MediaIdThreadContext*>(malloc(sizeof(MediaIdThreadContext)));
+    if (context == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail alloc thread context"));
+    *context = {changerGUID, storageElem, buildDirCache};
+
+    pthread_t thread;
+    pthread_attr_t attributes;
+    VERR_STATUS(err, pthread_attr_init(&attributes), "fail pthread_attr_init");
+    const bool attributesInited = err == nullptr;
+    VERR_STATUS(err, pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED),
+                "fail pthread_attr_setdetachstate");
+    VERR_STATUS(err, pthread_create(&thread, &attributes, RunMediaIdThread, context),
+                "fail pthread_create");
+    const bool created = err == nullptr;
+    VERR_STEP(err, AddStorageElemToMediaIdInProgressList(changerGUID, storageElem),
+              "fail AddStorageElemToMediaIdInProgressList");
+
+    const int destroyed = attributesInited ? pthread_attr_destroy(&attributes) : 0;
+    if (destroyed != 0)
+        VERR_RAISE(VErrThrowWithErrCode(&err, destroyed, "fail pthread_attr_destroy"));
+    if (!created)
+        free(context);
+    return err;
+}
+
+// A failed mount, walk or eject is logged at once, since what follows must happen all the same. A
+// failed withdrawal leaves the element on the list, and so out of reach.
+void* RunMediaIdThread(void* threadContext) {
+    auto* context = static_cast<MediaIdThreadContext*>(threadContext);
+    const UInt64 changerGUID = context->changerGUID;
+    const UInt16 storageElem = context->storageElem;
+    VErrLink* err = nullptr;
+    VERR_STEP(err, ChangerServerRequestMediaIdentification(changerGUID, storageElem, false),
+              "fail ChangerServerRequestChangerIdentification");
+    if (err == nullptr) {
+        VERR_STEP(err,
+                  ChangerServerMountDisc(k_commandTimeout, changerGUID, storageElem, "",
+                                         k_clientName, kMountDiscPrivate, k_privateFamily, nullptr,
+                                         0, nullptr, 0),
+                  "Fail ChangerServerMountDisc(%016llX, %ld)", changerGUID,
+                  static_cast<long>(storageElem));
+        const bool mounted = err == nullptr;
+        VErrLogAndCatch(&err);
+        if (mounted) {
+            VERR_STEP(err, RunFSCache(changerGUID, storageElem, context->buildDirCache),
+                      "fail RunFSCache(%016llX, %ld)", changerGUID, static_cast<long>(storageElem));
+            VErrLogAndCatch(&err);
+            VERR_STEP(err,
+                      ChangerServerEjectDisc(k_commandTimeout, changerGUID, storageElem,
+                                             kEjectDiscPrivate, k_privateFamily),
+                      "fail ChangerServerEjectDisc for changer %016llX/storage elem %d",
+                      changerGUID, storageElem);
+            VErrLogAndCatch(&err);
+        }
+
+        // Once more: a request made meanwhile is answered too.
+        VERR_STEP(err, ChangerServerRequestMediaIdentification(changerGUID, storageElem, false),
+                  "fail ChangerServerRequestChangerIdentification");
+        SInt32 isKnown = 0;
+        VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
+        const bool locked = err == nullptr;
+        VERR_STEP(err, IsChangerInList(changerGUID, &isKnown),
+                  "fail IsChangerInList for GUID %016llX", changerGUID);
+        if (isKnown)
+            VERR_STEP(err, RemoveStorageElemFromMediaIdInProgressList(changerGUID, storageElem),
+                      "fail remove changer GUID %016llX/storage elem %d", changerGUID, storageElem);
+        if (locked)
+            UnlockMediaIdState();
+    }
+    free(context);
+    VErrLogAndCatch(&err);
+    return nullptr;
+}
