@@ -1,0 +1,102 @@
+#include "Held.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+
+namespace {
+
+const UInt8* Bytes(std::string_view text) {
+    return reinterpret_cast<const UInt8*>(text.data());
+}
+
+std::string_view Content(CFDataRef data) {
+    return {reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+            static_cast<std::size_t>(CFDataGetLength(data))};
+}
+
+void Append(CFMutableDataRef data, std::string_view text) {
+    CFDataAppendBytes(data, Bytes(text), static_cast<CFIndex>(text.size()));
+}
+
+TEST(Data, IsACopyOfTheBytes) {
+    char bytes[] = "abc";
+    const Held<CFDataRef> data(CFDataCreate(nullptr, Bytes(bytes), 3));
+    bytes[0] = '#';
+    EXPECT_EQ(Content(data), "abc");
+}
+
+TEST(Data, EvenEmptyHasAnAddress) {
+    const Held<CFDataRef> immutable(CFDataCreate(nullptr, nullptr, 0));
+    const Held<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
+    EXPECT_NE(CFDataGetBytePtr(immutable), nullptr);
+    EXPECT_NE(CFDataGetBytePtr(growing), nullptr);
+    EXPECT_EQ(CFDataGetLength(immutable), 0);
+    EXPECT_TRUE(CFEqual(immutable, growing));
+}
+
+TEST(Data, RefusesImpossibleLengths) {
+    EXPECT_EQ(CFDataCreate(nullptr, Bytes("x"), -1), nullptr);
+    EXPECT_EQ(CFDataCreate(nullptr, nullptr, 1), nullptr);
+}
+
+TEST(MutableData, GrowsAsItIsAppendedTo) {
+    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    std::string expected;
+    for (int i = 0; i < 1000; ++i) {
+        const std::string part = std::to_string(i);
+        Append(data, part);
+        expected += part;
+    }
+    EXPECT_EQ(Content(data), expected);
+}
+
+TEST(MutableData, KeepsToItsCapacity) {
+    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 5));
+    Append(data, "abc");
+    Append(data, "def");
+    EXPECT_EQ(Content(data), "abc");
+    Append(data, "de");
+    EXPECT_EQ(Content(data), "abcde");
+}
+
+TEST(MutableData, StaysAsItWasWhenAnAppendMakesNoSense) {
+    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    Append(data, "abc");
+    CFDataAppendBytes(data, Bytes("x"), -1);
+    CFDataAppendBytes(data, Bytes("x"), std::numeric_limits<CFIndex>::min());
+    CFDataAppendBytes(data, nullptr, 1);
+    EXPECT_EQ(Content(data), "abc");
+}
+
+TEST(Data, DoesNotGrow) {
+    const Held<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
+    Append(const_cast<CFMutableDataRef>(CFDataRef{data}), "def");
+    EXPECT_EQ(Content(data), "abc");
+}
+
+TEST(Data, EqualsByContent) {
+    const Held<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
+    const Held<CFDataRef> other(CFDataCreate(nullptr, Bytes("abd"), 3));
+    const Held<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
+    Append(growing, "abc");
+    EXPECT_TRUE(CFEqual(data, growing));
+    EXPECT_EQ(cf::Hash(cf::AsObject(CFDataRef{data})),
+              cf::Hash(cf::AsObject(CFMutableDataRef{growing})));
+    EXPECT_FALSE(CFEqual(data, other));
+    EXPECT_FALSE(CFEqual(data, CFSTR("abc")));
+}
+
+TEST(Data, OtherObjectsHaveNone) {
+    for (const CFTypeRef object : {CFTypeRef{CFSTR("abc")}, CFTypeRef{nullptr}}) {
+        auto* disguised = static_cast<CFMutableDataRef>(const_cast<void*>(object));
+        EXPECT_EQ(CFDataGetLength(disguised), 0);
+        EXPECT_EQ(CFDataGetBytePtr(disguised), nullptr);
+        Append(disguised, "x");
+    }
+}
+
+} // namespace

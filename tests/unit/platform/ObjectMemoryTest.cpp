@@ -1,0 +1,157 @@
+/* What becomes of objects when memory runs out. Leaks are the address sanitizer's to find. */
+
+#include "Held.h"
+
+#include "AllocationFaults.h"
+#include "SharedTable.h"
+#include "SharedValues.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <vector>
+
+namespace {
+
+// The creation gives nothing exactly when an allocation was refused, and needs one at least.
+void ExpectNullWithoutMemory(const char* name, const std::function<CFTypeRef()>& create) {
+    SCOPED_TRACE(name);
+    CFTypeRef created = nullptr;
+    const std::size_t runs = SweepAllocationFaults([&](std::size_t) { created = create(); },
+                                                   [&](std::size_t nth, bool happened) {
+                                                       EXPECT_EQ(created == nullptr, happened)
+                                                           << "allocation " << nth;
+                                                       CFRelease(created);
+                                                   });
+    EXPECT_GT(runs, 1U);
+}
+
+TEST(OutOfMemory, CreationsGiveNull) {
+    const std::int64_t large = 70000;
+    const double real = 1.5;
+    const UniChar units[] = {'a', 0xD83D};
+    const auto* path = reinterpret_cast<const UInt8*>("/mnt");
+    const void* members[] = {CFSTR("a"), CFSTR("b")};
+    const Held<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const auto dictionary = NewDictionary();
+    CFDictionarySetValue(dictionary, CFSTR("key"), CFSTR("value"));
+
+    struct Creation {
+        const char* name;
+        std::function<CFTypeRef()> create;
+    };
+    const Creation creations[] = {
+        {"integer", [&] { return CFNumberCreate(nullptr, kCFNumberSInt64Type, &large); }},
+        {"real", [&] { return CFNumberCreate(nullptr, kCFNumberFloat64Type, &real); }},
+        {"UTF-8", [] { return CFStringCreateWithCString(nullptr, "x", kCFStringEncodingUTF8); }},
+        {"Latin-1",
+         [] { return CFStringCreateWithCString(nullptr, "x", kCFStringEncodingISOLatin1); }},
+        {"units", [&] { return CFStringCreateWithCharacters(nullptr, units, 2); }},
+        {"joined", [&] { return CFStringCreateByCombiningStrings(nullptr, array, CFSTR(",")); }},
+        {"data", [&] { return CFDataCreate(nullptr, path, 4); }},
+        {"mutable data", [] { return CFDataCreateMutable(nullptr, 0); }},
+        {"array", [&] { return CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks); }},
+        {"mutable array", [] { return NewArray().Detach(); }},
+        {"copied array", [&] { return CFArrayCreateMutableCopy(nullptr, 0, array); }},
+        {"mutable dictionary", [] { return NewDictionary().Detach(); }},
+        {"copied dictionary",
+         [&] { return CFDictionaryCreateMutableCopy(nullptr, 0, dictionary); }},
+        {"URL", [&] { return CFURLCreateFromFileSystemRepresentation(nullptr, path, 4, true); }},
+    };
+    for (const Creation& creation : creations)
+        ExpectNullWithoutMemory(creation.name, creation.create);
+}
+
+TEST(OutOfMemory, ConstantsAndSmallIntegersNeedNone) {
+    const std::int64_t small = 12;
+    const AllocationFault fault(1, SIZE_MAX);
+    const auto* number = CFNumberCreate(nullptr, kCFNumberSInt64Type, &small);
+    const auto* text = CFSTR("constant");
+    EXPECT_FALSE(AllocationFault::Happened());
+    EXPECT_NE(number, nullptr);
+    EXPECT_NE(text, nullptr);
+}
+
+TEST(OutOfMemory, AnArrayStaysAsItWas) {
+    const auto member = Integer(70000);
+    const auto array = NewArray();
+    for (CFIndex count = 0; count < 40; ++count) {
+        SweepAllocationFaults([&](std::size_t) { CFArrayAppendValue(array, member); },
+                              [&](std::size_t, bool happened) {
+                                  EXPECT_EQ(CFArrayGetCount(array), happened ? count : count + 1);
+                                  EXPECT_EQ(ReferencesTo(member), CFArrayGetCount(array) + 1);
+                              });
+    }
+}
+
+TEST(OutOfMemory, ADictionaryStaysAsItWas) {
+    const auto value = Integer(70000);
+    const auto dictionary = NewDictionary();
+    for (CFIndex count = 0; count < 40; ++count) {
+        const auto key = Integer(1000000 + count);
+        SweepAllocationFaults(
+            [&](std::size_t) { CFDictionarySetValue(dictionary, key, value); },
+            [&](std::size_t, bool happened) {
+                EXPECT_EQ(CFDictionaryGetCount(dictionary), happened ? count : count + 1);
+                EXPECT_EQ(ReferencesTo(key), happened ? 1 : 2);
+                EXPECT_EQ(ReferencesTo(value), CFDictionaryGetCount(dictionary) + 1);
+            });
+    }
+    for (CFIndex i = 0; i < 40; ++i)
+        EXPECT_EQ(CFDictionaryGetValue(dictionary, Integer(1000000 + i)), value);
+}
+
+TEST(OutOfMemory, ReplacingInAFullDictionaryNeedsNone) {
+    const auto dictionary = NewDictionary();
+    for (std::int64_t i = 0; i < 6; ++i)
+        CFDictionarySetValue(dictionary, Integer(i), kCFBooleanFalse);
+    {
+        const AllocationFault fault(1, SIZE_MAX);
+        CFDictionarySetValue(dictionary, Integer(3), kCFBooleanTrue);
+        CFDictionaryRemoveValue(dictionary, Integer(4));
+    }
+    EXPECT_EQ(CFDictionaryGetValue(dictionary, Integer(3)), kCFBooleanTrue);
+    EXPECT_EQ(CFDictionaryGetCount(dictionary), 5);
+}
+
+TEST(OutOfMemory, DataStaysAsItWas) {
+    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const UInt8 bytes[50] = {};
+    for (CFIndex length = 0; length < 500; length += 50) {
+        SweepAllocationFaults([&](std::size_t) { CFDataAppendBytes(data, bytes, 50); },
+                              [&](std::size_t, bool happened) {
+                                  EXPECT_EQ(CFDataGetLength(data), happened ? length : length + 50);
+                              });
+    }
+}
+
+// The value, its keys, and the places of the table for both.
+TEST(OutOfMemory, SharedValuesAreNullAndLeaveNothing) {
+    const std::uint8_t bytes[] = {1, 2, 3};
+    const cf::Object* members[] = {cf::AsObject(kCFBooleanTrue)};
+    cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), cf::AsObject(kCFBooleanTrue)}};
+    const std::function<const cf::Object*()> creations[] = {
+        [] { return cf::SharedString("name"); },
+        [] { return cf::SharedInteger(70000); },
+        [] { return cf::SharedUnsignedInteger(UINT64_MAX); },
+        [] { return cf::SharedReal(1.5); },
+        [] { return cf::SharedDate(1.5); },
+        [&] { return cf::SharedData(bytes); },
+        [&] { return cf::SharedArray(members); },
+        [&] { return cf::SharedDictionary(pairs); },
+    };
+    for (const auto& create : creations) {
+        ExpectNullWithoutMemory("shared", create);
+        EXPECT_EQ(cf::MeasureSharedTable().values, 0U);
+        EXPECT_EQ(cf::MeasureSharedTable().places, 0U);
+    }
+}
+
+TEST(OutOfMemory, ASharedValueThatIsThereNeedsNone) {
+    const Held<CFTypeRef> value(cf::SharedString("name"));
+    const AllocationFault fault(1, SIZE_MAX);
+    const Held<CFTypeRef> same(cf::SharedString("name"));
+    EXPECT_EQ(CFTypeRef{same}, CFTypeRef{value});
+}
+
+} // namespace

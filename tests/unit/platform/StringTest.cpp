@@ -1,0 +1,325 @@
+#include "Held.h"
+
+#include "String.h"
+#include "Unicode.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr CFStringEncoding kMacRoman = 0;
+constexpr CFStringEncoding kEncodings[] = {kCFStringEncodingUTF8, kCFStringEncodingASCII,
+                                           kCFStringEncodingISOLatin1};
+
+Held<CFStringRef> Units(const std::vector<UniChar>& units) {
+    return Held(
+        CFStringCreateWithCharacters(nullptr, units.data(), static_cast<CFIndex>(units.size())));
+}
+
+std::vector<UniChar> UnitsOf(CFStringRef string) {
+    std::vector<UniChar> units(static_cast<std::size_t>(CFStringGetLength(string)));
+    CFStringGetCharacters(string, CFRangeMake(0, CFStringGetLength(string)), units.data());
+    return units;
+}
+
+TEST(StringGetCString, NeedsRoomForTheTerminator) {
+    struct Row {
+        CFStringRef string;
+        CFIndex bytes;
+    };
+    const Row rows[] = {{CFSTR("hello"), 5}, {CFSTR("caf\u00E9"), 5}, {CFSTR(""), 0}};
+    for (const Row& row : rows) {
+        for (CFIndex size = 0; size <= row.bytes + 2; ++size) {
+            std::array<char, 16> buffer;
+            buffer.fill('#');
+            const bool fits =
+                CFStringGetCString(row.string, buffer.data(), size, kCFStringEncodingUTF8) != 0;
+            EXPECT_EQ(fits, size > row.bytes) << size;
+            EXPECT_EQ(buffer[static_cast<std::size_t>(size)], '#') << "written past the end";
+            if (!fits && size > 0) {
+                EXPECT_EQ(buffer[0], 0);
+            }
+        }
+    }
+}
+
+TEST(StringGetCString, CopiesWhatTheEncodingHas) {
+    struct Row {
+        CFStringRef string;
+        CFStringEncoding encoding;
+        const char* expected; // null: no place in the encoding
+    };
+    const Row rows[] = {
+        {CFSTR("plain"), kCFStringEncodingASCII, "plain"},
+        {CFSTR("plain"), kCFStringEncodingISOLatin1, "plain"},
+        {CFSTR("caf\u00E9"), kCFStringEncodingUTF8, "caf\xC3\xA9"},
+        {CFSTR("caf\u00E9"), kCFStringEncodingISOLatin1, "caf\xE9"},
+        {CFSTR("caf\u00E9"), kCFStringEncodingASCII, nullptr},
+        {CFSTR("\u4E2D"), kCFStringEncodingISOLatin1, nullptr},
+        {CFSTR("\U0001F600"), kCFStringEncodingUTF8, "\xF0\x9F\x98\x80"},
+        {CFSTR("plain"), kMacRoman, nullptr},
+    };
+    for (const Row& row : rows) {
+        char buffer[32] = "before";
+        EXPECT_EQ(CFStringGetCString(row.string, buffer, sizeof buffer, row.encoding) != 0,
+                  row.expected != nullptr);
+        EXPECT_STREQ(buffer, row.expected != nullptr ? row.expected : "");
+    }
+}
+
+TEST(StringGetCString, ExactlyFilledNarrowBuffer) {
+    char buffer[5] = {};
+    EXPECT_TRUE(CFStringGetCString(CFSTR("caf\u00E9"), buffer, 5, kCFStringEncodingISOLatin1));
+    EXPECT_STREQ(buffer, "caf\xE9");
+    EXPECT_FALSE(CFStringGetCString(CFSTR("caf\u00E9"), buffer, 4, kCFStringEncodingISOLatin1));
+}
+
+TEST(StringGetCString, UnpairedSurrogateHasNoPlaceInUtf8) {
+    char buffer[16] = "before";
+    EXPECT_FALSE(CFStringGetCString(Units({'a', 0xD800, 'b'}), buffer, sizeof buffer,
+                                    kCFStringEncodingUTF8));
+    EXPECT_EQ(buffer[0], 0);
+}
+
+TEST(StringGetCString, CopiesEmbeddedZeros) {
+    char buffer[4] = "###";
+    EXPECT_TRUE(CFStringGetCString(Units({'a', 0, 'b'}), buffer, 4, kCFStringEncodingUTF8));
+    EXPECT_EQ(std::string(buffer, 4), std::string("a\0b\0", 4));
+}
+
+TEST(StringGetCString, OtherObjectsFail) {
+    char buffer[4] = "###";
+    EXPECT_FALSE(CFStringGetCString(nullptr, buffer, 4, kCFStringEncodingUTF8));
+    EXPECT_EQ(buffer[0], 0);
+    buffer[0] = '#';
+    const auto number = Integer(70000);
+    const auto* disguised = static_cast<CFStringRef>(CFTypeRef{number});
+    EXPECT_FALSE(CFStringGetCString(disguised, buffer, 4, kCFStringEncodingUTF8));
+    EXPECT_EQ(buffer[0], 0);
+    EXPECT_FALSE(CFStringGetCString(CFSTR("x"), nullptr, 4, kCFStringEncodingUTF8));
+    EXPECT_EQ(CFStringGetLength(disguised), 0);
+}
+
+TEST(StringCreate, RefusesInvalidUtf8) {
+    const char* const invalid[] = {
+        "\xFF",
+        "\xC3",
+        "\xC3\x28",
+        "\xC0\x80",
+        "\xC1\xBF",
+        "\xED\xA0\x80",
+        "\xE0\x9F\xBF",
+        "\xF4\x90\x80\x80",
+        "\xF0\x8F\xBF\xBF",
+        "\x80",
+        "\xE4\xB8",
+        "longer than a word, then \xFF",
+        "\xF5\x80\x80\x80",
+        "\xF0\x9F\x98\x28",
+    };
+    for (const char* text : invalid)
+        EXPECT_EQ(CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8), nullptr) << text;
+}
+
+TEST(StringCreate, AcceptsTheBordersOfUtf8) {
+    const char* const valid[] = {"",
+                                 "\x7F",
+                                 "\xC2\x80",
+                                 "\xED\x9F\xBF",
+                                 "\xEE\x80\x80",
+                                 "\xE0\xA0\x80",
+                                 "\xF0\x90\x80\x80",
+                                 "\xF4\x8F\xBF\xBF"};
+    for (const char* text : valid) {
+        char buffer[16] = "before";
+        EXPECT_TRUE(CFStringGetCString(Text(text), buffer, sizeof buffer, kCFStringEncodingUTF8));
+        EXPECT_STREQ(buffer, text);
+    }
+}
+
+TEST(StringCreate, DropsALeadingByteOrderMark) {
+    EXPECT_TRUE(CFEqual(Text("\xEF\xBB\xBFname"), CFSTR("name")));
+    EXPECT_TRUE(CFEqual(Text("\xEF\xBB\xBF"), CFSTR("")));
+}
+
+TEST(StringCreate, TakesNarrowBytesAsLatin1) {
+    for (const CFStringEncoding encoding : {kCFStringEncodingASCII, kCFStringEncodingISOLatin1}) {
+        const Held<CFStringRef> string(CFStringCreateWithCString(nullptr, "caf\xE9", encoding));
+        EXPECT_TRUE(CFEqual(string, CFSTR("caf\u00E9")));
+        EXPECT_EQ(CFStringGetLength(string), 4);
+    }
+}
+
+TEST(StringCreate, RefusesWhatItDoesNotKnow) {
+    EXPECT_EQ(CFStringCreateWithCString(nullptr, "x", kMacRoman), nullptr);
+    EXPECT_EQ(CFStringCreateWithCString(nullptr, nullptr, kCFStringEncodingUTF8), nullptr);
+    EXPECT_EQ(CFStringCreateWithCharacters(nullptr, nullptr, 1), nullptr);
+    const UniChar unit = 'x';
+    EXPECT_EQ(CFStringCreateWithCharacters(nullptr, &unit, -1), nullptr);
+}
+
+TEST(StringUnits, SurviveWhateverTheyAre) {
+    const std::vector<std::vector<UniChar>> texts = {
+        {},
+        {'a', 'b'},
+        {0xE9, 0x4E2D, 0xFFFF},
+        {0xD83D, 0xDE00},
+        {0xD800},
+        {0xDE00, 0xD83D},
+        {'a', 0xD83D, 'b'},
+        {0xD83D, 0xD83D, 0xDE00, 0xDE00},
+        {0, 0x7F, 0x80, 0x7FF, 0x800},
+    };
+    for (const auto& units : texts) {
+        const auto string = Units(units);
+        EXPECT_EQ(CFStringGetLength(string), static_cast<CFIndex>(units.size()));
+        EXPECT_EQ(UnitsOf(string), units);
+    }
+    EXPECT_TRUE(CFEqual(Held(CFStringCreateWithCharacters(nullptr, nullptr, 0)), CFSTR("")));
+}
+
+TEST(StringUnits, OfAPairMayBeSplit) {
+    UniChar unit = 0;
+    CFStringGetCharacters(CFSTR("\U0001F600"), CFRangeMake(0, 1), &unit);
+    EXPECT_EQ(unit, 0xD83D);
+    CFStringGetCharacters(CFSTR("\U0001F600"), CFRangeMake(1, 1), &unit);
+    EXPECT_EQ(unit, 0xDE00);
+}
+
+TEST(StringUnits, OutsideTheStringAreLeftUnread) {
+    const CFRange outside[] = {{0, 4},  {3, 1}, {-1, 1},
+                               {1, -1}, {4, 0}, {1, std::numeric_limits<CFIndex>::max()}};
+    for (const CFRange range : outside) {
+        std::array<UniChar, 8> buffer = {'#'};
+        CFStringGetCharacters(CFSTR("abc"), range, buffer.data());
+        EXPECT_EQ(buffer[0], '#') << range.location << ", " << range.length;
+    }
+}
+
+TEST(String, ComparesNoFormsOfACharacter) {
+    EXPECT_FALSE(CFEqual(CFSTR("\u00E9"), CFSTR("e\u0301")));
+    EXPECT_FALSE(CFEqual(CFSTR("a"), CFSTR("A")));
+}
+
+TEST(String, MaximumSize) {
+    const CFIndex lengths[] = {0, 1, 10};
+    for (const CFIndex length : lengths) {
+        EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8), 3 * length);
+        EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingASCII), length);
+        EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingISOLatin1), length);
+    }
+    EXPECT_EQ(CFStringGetMaximumSizeForEncoding(10, kMacRoman), 0);
+    EXPECT_EQ(CFStringGetMaximumSizeForEncoding(std::numeric_limits<CFIndex>::max(),
+                                                kCFStringEncodingUTF8),
+              kCFNotFound);
+}
+
+TEST(String, NeverNeedsMoreThanTheMaximumSize) {
+    for (const char* text : {"", "plain", "caf\u00E9", "\u4E2D\u6587", "\U0001F600\U0001F600"}) {
+        const auto string = Text(text);
+        for (const CFStringEncoding encoding : kEncodings) {
+            const CFIndex size =
+                CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), encoding) + 1;
+            std::vector<char> small(static_cast<std::size_t>(size));
+            std::vector<char> ample(64);
+            EXPECT_EQ(CFStringGetCString(string, small.data(), size, encoding),
+                      CFStringGetCString(string, ample.data(), 64, encoding));
+        }
+    }
+}
+
+TEST(StringOrder, IsThatOfUtf16Units) {
+    const char* const texts[] = {"",           "1",          "10",     "2",      "A",
+                                 "GUID",       "Z",          "a",      "a b",    "a_b",
+                                 "ab",         "e\u0301",    "z",      "\u00E9", "\u4E2D",
+                                 "\U0001F600", "\U0001F601", "\uE000", "\uFF21"};
+    for (std::size_t i = 0; i < std::size(texts); ++i) {
+        for (std::size_t j = 0; j < std::size(texts); ++j) {
+            const auto left = Text(texts[i]);
+            const auto right = Text(texts[j]);
+            EXPECT_EQ(cf::CompareByUnits(left, right), i <=> j) << texts[i] << ", " << texts[j];
+        }
+    }
+}
+
+TEST(StringOrder, CountsUnpairedSurrogatesAsUnits) {
+    const std::vector<std::vector<UniChar>> ascending = {
+        {'z'}, {0xD83D}, {0xD83D, 'a'}, {0xD83D, 0xDE00}, {0xD83D, 0xE000}, {0xDE00}, {0xFF21}};
+    for (std::size_t i = 0; i < ascending.size(); ++i) {
+        for (std::size_t j = 0; j < ascending.size(); ++j) {
+            EXPECT_EQ(cf::CompareByUnits(Units(ascending[i]), Units(ascending[j])), i <=> j)
+                << i << ", " << j;
+        }
+    }
+}
+
+TEST(StringKind, TellsWhetherTheTextIsPlainUtf8) {
+    EXPECT_EQ(
+        CFStringRef {
+            Units({'a', 0xD83D, 0xDE00})
+        } -> kind,
+        cf::kValidUtf8);
+    EXPECT_EQ(
+        CFStringRef {
+            Units({'a', 0xD83D})
+        } -> kind,
+        cf::kWithUnpairedSurrogates);
+    EXPECT_TRUE(cf::IsValidUtf8(cf::TextOf(Units({'a', 0xD83D, 0xDE00}))));
+    EXPECT_FALSE(cf::IsValidUtf8(cf::TextOf(Units({'a', 0xD83D}))));
+}
+
+class JoinedStrings : public testing::Test {
+protected:
+    void Add(CFTypeRef part) {
+        CFArrayAppendValue(parts_, part);
+    }
+    Held<CFStringRef> Join(CFStringRef separator) {
+        return Held(CFStringCreateByCombiningStrings(nullptr, parts_, separator));
+    }
+    Held<CFMutableArrayRef> parts_ = NewArray();
+};
+
+TEST_F(JoinedStrings, OfNoneAreEmpty) {
+    EXPECT_TRUE(CFEqual(Join(CFSTR(", ")), CFSTR("")));
+}
+
+TEST_F(JoinedStrings, OfOneAreThatObject) {
+    const auto only = Text("only");
+    Add(only);
+    EXPECT_EQ(Join(CFSTR(", ")), only);
+    EXPECT_EQ(ReferencesTo(only), 2);
+}
+
+TEST_F(JoinedStrings, HaveTheSeparatorBetween) {
+    Add(CFSTR("a"));
+    Add(CFSTR(""));
+    Add(CFSTR("\u00E9\U0001F600"));
+    EXPECT_TRUE(CFEqual(Join(CFSTR("--")), CFSTR("a----\u00E9\U0001F600")));
+    EXPECT_TRUE(CFEqual(Join(nullptr), CFSTR("a\u00E9\U0001F600")));
+}
+
+TEST_F(JoinedStrings, OfTwoEmptyOnesAreEmpty) {
+    Add(CFSTR(""));
+    Add(CFSTR(""));
+    EXPECT_TRUE(CFEqual(Join(CFSTR("")), CFSTR("")));
+}
+
+TEST_F(JoinedStrings, BringHalvesOfAPairTogether) {
+    Add(Units({'a', 0xD83D}));
+    Add(Units({0xDE00, 'b'}));
+    EXPECT_TRUE(CFEqual(Join(CFSTR("")), CFSTR("a\U0001F600b")));
+}
+
+TEST_F(JoinedStrings, AreNotMadeOfOtherObjects) {
+    Add(CFSTR("a"));
+    Add(kCFBooleanTrue);
+    EXPECT_EQ(Join(CFSTR("")), nullptr);
+    EXPECT_EQ(CFStringCreateByCombiningStrings(nullptr, nullptr, CFSTR("")), nullptr);
+}
+
+} // namespace
