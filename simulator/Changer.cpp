@@ -76,8 +76,11 @@ void Changer::Put(NewDisc newDisc) {
         }
     }
     if (newDisc.identified) {
-        disc.identifyTime = lastIdentifyTime_ = static_cast<std::int32_t>(std::time(nullptr));
+        disc.identifyTime = static_cast<std::int32_t>(std::time(nullptr));
         disc.appearance = clock_();
+    }
+    for (const auto& volume : disc.volumes) {
+        volumes_.emplace(volume->id, volume);
     }
     slots_[newDisc.slot] = std::move(disc);
     NoteChange();
@@ -87,6 +90,9 @@ void Changer::Take(SlotIndex slot) {
     const Section section(*this);
     Disc& disc = GetDisc(slot);
     FailWaitersOf(disc);
+    for (const auto& volume : disc.volumes) {
+        volumes_.erase(volume->id);
+    }
     mechanics_.Drop(slot);
     Unwant(slot);
     slots_[slot].reset();
@@ -218,6 +224,9 @@ Outcome Changer::BeginEject(const EjectRequest& request) {
         BeginUnload(request.slot);
         SettleLocked();
         phase = mechanics_.GetPhase(request.slot);
+        if (phase == Phase::Unloading) {
+            return {ReplyCode::UnderWay, "the disc is on its way to its slot"};
+        }
     } else if (phase == Phase::InSlot) {
         disc.holder.reset();
         if (disc.waiters.empty()) {
@@ -297,16 +306,8 @@ std::shared_ptr<const Volume> Changer::FindVolume(std::uint32_t id) {
 }
 
 std::shared_ptr<Volume> Changer::FindVolumeLocked(std::uint32_t id) const {
-    for (const auto& disc : slots_) {
-        if (disc) {
-            for (const auto& volume : disc->volumes) {
-                if (volume->id == id) {
-                    return volume;
-                }
-            }
-        }
-    }
-    return {};
+    const auto found = volumes_.find(id);
+    return found == volumes_.end() ? nullptr : found->second;
 }
 
 void Changer::List(std::uint32_t id, EntryIndex directory, Ready ready) {
@@ -344,7 +345,6 @@ void Changer::Open(std::uint32_t id, EntryIndex file, Ready ready) {
 
 void Changer::WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entry, Ready ready) {
     FindDisc(volume->slot)->waiters.push_back({volume->id, entry, std::move(ready)});
-    NoteChange();
 }
 
 // ---- How things move ----
@@ -432,10 +432,7 @@ void Changer::BecomeReadable(SlotIndex slot, Disc& disc) {
 
 void Changer::IdentifyDisc(SlotIndex slot, Disc& disc) {
     disc.holder->identified = true;
-    // No two discs share a time, so that a second identification shows.
-    const auto now = static_cast<std::int32_t>(std::time(nullptr));
-    lastIdentifyTime_ = std::max(now, lastIdentifyTime_ + 1);
-    disc.identifyTime = lastIdentifyTime_;
+    disc.identifyTime = static_cast<std::int32_t>(std::time(nullptr));
     ++disc.timesIdentified;
     if (!disc.appeared) {
         disc.appearance = clock_() + timing_.appear;

@@ -154,6 +154,7 @@ public:
 
     // For clients of the server.
     MountOutcome Mount(const MountRequest& request);
+    /// UnderWay when the robot has just begun, Busy while it has not, or not yet, come to the end.
     Outcome Eject(const EjectRequest& request);
     Outcome RequestDiscIdentification(SlotIndex slot, bool request);
     void RequestChangerIdentification(bool request);
@@ -278,11 +279,11 @@ private:
     Preferences preferences_;
     std::map<std::string, ClientStatus> statuses_;
     std::vector<std::optional<Disc>> slots_;
+    std::map<std::uint32_t, std::shared_ptr<Volume>> volumes_; // those of the discs, by number
     Mechanics mechanics_;
     std::deque<Wanted> wanted_;
     std::uint32_t lastVolume_ = 0;
     std::uint64_t lastUse_ = 0;
-    std::int32_t lastIdentifyTime_ = 0;
 };
 
 } // namespace simulator

@@ -2,6 +2,7 @@
 #include "DiscTree.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 #include <dirent.h>
@@ -84,7 +85,7 @@ private:
 } // namespace
 
 std::shared_ptr<const DiscTree> ReadFolderTree(const std::string& path) {
-    return std::make_shared<FolderTree>(path);
+    return std::make_shared<FolderTree>(std::filesystem::canonical(path));
 }
 
 } // namespace simulator

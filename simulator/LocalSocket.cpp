@@ -16,6 +16,7 @@ namespace simulator {
 namespace {
 
 constexpr int kLookAgain = 1; // milliseconds until a peer is asked again what it has read
+constexpr int kPause = 10;    // milliseconds until descriptors may be free again
 constexpr int kBacklog = 128;
 
 [[noreturn]] void ThrowErrno(const std::string& what) {
@@ -56,7 +57,11 @@ ListeningSocket::~ListeningSocket() {
 }
 
 Descriptor ListeningSocket::Accept() const {
-    return Descriptor(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    Descriptor client(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (client.Get() < 0 && (errno == EMFILE || errno == ENFILE)) {
+        poll(nullptr, 0, kPause); // the client stays in the queue, and poll would not wait for it
+    }
+    return client;
 }
 
 bool HasPeerReadAll(int socket) {

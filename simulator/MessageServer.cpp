@@ -81,7 +81,9 @@ void MessageServer::Accept() {
 void MessageServer::Serve(const Descriptor& client, unsigned long long number) {
     Fields description = Fields().Add("connection", number);
     services_.events.Report("connect", description);
-    if (!TakeFault({"connection"}, description)) {
+    if (TakeFault({"connection"}, description)) {
+        AwaitRequest(client.Get()); // and close with it unread
+    } else {
         FrameReader reader;
         while (ReceiveRequests(client.Get(), description, reader)) {
         }
@@ -116,9 +118,6 @@ bool MessageServer::Answer(int client, const Fields& description, const std::str
     const Fields named = Fields(description).Add("command", command);
     services_.events.Report("request", DescribeRequest(named, request));
     const auto fault = TakeFault({command, "request"}, description);
-    if (fault && fault->kind == FaultKind::Late) {
-        Pause(fault->after);
-    }
     return SendReply(client, named, request, fault);
 }
 
@@ -137,6 +136,9 @@ bool MessageServer::SendReply(int client, Fields description, const Value& reque
     if (fault && fault->kind == FaultKind::Silence) {
         AwaitEnd(client);
         return false;
+    }
+    if (fault && fault->kind == FaultKind::Late) {
+        Pause(fault->after);
     }
     services_.awaitReply(stop_.get_token());
     bool isSent = true;
@@ -157,6 +159,11 @@ std::optional<Fault> MessageServer::TakeFault(const std::vector<std::string_view
         services_.events.Report("fault", fields);
     }
     return fault;
+}
+
+void MessageServer::AwaitRequest(int client) const {
+    pollfd sources[] = {{client, POLLIN, 0}, {bell_.Get(), POLLIN, 0}};
+    poll(sources, 2, -1);
 }
 
 void MessageServer::Pause(std::chrono::milliseconds duration) const {

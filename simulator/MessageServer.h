@@ -48,6 +48,7 @@ private:
                    const std::optional<Fault>& fault);
     std::optional<Fault> TakeFault(const std::vector<std::string_view>& targets,
                                    const Fields& description);
+    void AwaitRequest(int client) const;
     void Pause(std::chrono::milliseconds duration) const;
     void AwaitEnd(int client) const;
 

@@ -1,7 +1,5 @@
 #include "Publisher.h"
 
-#include "Frame.h"
-
 #include <array>
 #include <utility>
 
@@ -37,7 +35,6 @@ void Publisher::Detach() {
     const std::scoped_lock guard(publishing_, lock_);
     server_ = nullptr;
     attached_ = false;
-    heldBack_.clear();
     changed_.notify_all();
 }
 
@@ -164,13 +161,7 @@ std::vector<Piece> Publisher::Encode(const Value& notification) {
     if (fault && fault->kind == FaultKind::Silence) {
         return {};
     }
-    if (fault && fault->kind == FaultKind::Glued) {
-        heldBack_ += EncodeFrame(notification.ToXml());
-        return {};
-    }
-    auto pieces = EncodeWithFault(notification, fault);
-    pieces.front().bytes.insert(0, std::exchange(heldBack_, {}));
-    return pieces;
+    return EncodeWithFault(notification, fault);
 }
 
 } // namespace simulator

@@ -75,9 +75,8 @@ private:
     bool attached_ = false;
     std::chrono::milliseconds pulse_{250};
 
-    std::mutex publishing_; // held for a turn; guards what follows
+    std::mutex publishing_; // held for a turn; guards the server
     NotificationServer* server_ = nullptr;
-    std::string heldBack_; // frames that are to be glued to the next one
 
     std::jthread thread_;
 };

@@ -88,8 +88,12 @@ Value MountDisc(const KnownChanger& known, const Value& request, std::stop_token
 Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token stop) {
     const EjectRequest eject = {NeedIndex(request, "Storage Element Index"), GetUser(request),
                                 request.IsTrue("overridePrivate")};
-    return MakeReply(
-        TryPatiently(*known.changer, stop, [&] { return known.changer->Eject(eject); }));
+    Outcome outcome =
+        TryPatiently(*known.changer, stop, [&] { return known.changer->Eject(eject); });
+    if (outcome.code == ReplyCode::UnderWay) {
+        outcome.code = ReplyCode::Busy; // all that a client of "eject disc" knows
+    }
+    return MakeReply(outcome);
 }
 
 Value RequestIdentification(const KnownChanger& known, const Value& request, std::stop_token) {
