@@ -396,50 +396,43 @@ VErrLink* IsStorageElemOnInProgressList(UInt64 changerGUID, UInt16 storageElem, 
 static const CFStringRef k_buildInProgress = CFSTR("Changer FS Cache Build In Progress");
 static const CFStringRef k_shouldAbort = CFSTR("Should Abort Operation");
 
-VErrLink* GetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32* inProgress) {
+// An absent flag is false.
+static VErrLink* GetFlag(UInt64 changerGUID, CFStringRef key, SInt32* flag) {
     VErrLink* err = nullptr;
     CFMutableDictionaryRef dict = nullptr;
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
     if (err == nullptr)
-        *inProgress = CFHDictionaryIsTrue(dict, k_buildInProgress);
+        *flag = CFHDictionaryIsTrue(dict, key);
     CFHReleaseIfSet(dict);
     return err;
 }
 
-VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort) {
+static VErrLink* SetFlag(UInt64 changerGUID, CFStringRef key, SInt32 flag) {
     VErrLink* err = nullptr;
     CFMutableDictionaryRef dict = nullptr;
+    BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    if (err == nullptr)
-        *shouldAbort = CFHDictionaryIsTrue(dict, k_shouldAbort);
+    VERR_STEP(err, CFHDictionarySetBoolValue(dict, key, flag), "fail CFHDictionarySetBoolValue");
+    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    EndStoreAccess();
     CFHReleaseIfSet(dict);
     return err;
+}
+
+VErrLink* GetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32* inProgress) {
+    return GetFlag(changerGUID, k_buildInProgress, inProgress);
 }
 
 VErrLink* SetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32 inProgress) {
-    VErrLink* err = nullptr;
-    CFMutableDictionaryRef dict = nullptr;
-    BeginStoreAccess();
-    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_STEP(err, CFHDictionarySetBoolValue(dict, k_buildInProgress, inProgress),
-              "fail CFHDictionarySetBoolValue");
-    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
-    EndStoreAccess();
-    CFHReleaseIfSet(dict);
-    return err;
+    return SetFlag(changerGUID, k_buildInProgress, inProgress);
+}
+
+VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort) {
+    return GetFlag(changerGUID, k_shouldAbort, shouldAbort);
 }
 
 VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort) {
-    VErrLink* err = nullptr;
-    CFMutableDictionaryRef dict = nullptr;
-    BeginStoreAccess();
-    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_STEP(err, CFHDictionarySetBoolValue(dict, k_shouldAbort, shouldAbort),
-              "fail CFHDictionarySetBoolValue");
-    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
-    EndStoreAccess();
-    CFHReleaseIfSet(dict);
-    return err;
+    return SetFlag(changerGUID, k_shouldAbort, shouldAbort);
 }
 
 // ---- the daily build ----
