@@ -1,0 +1,19 @@
+#ifndef TESTS_DESCRIPTORS_H
+#define TESTS_DESCRIPTORS_H
+
+#include <filesystem>
+#include <iterator>
+
+inline std::ptrdiff_t CountEntries(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+inline std::ptrdiff_t CountDescriptors() {
+    return CountEntries("/proc/self/fd");
+}
+
+inline std::ptrdiff_t CountThreads() {
+    return CountEntries("/proc/self/task");
+}
+
+#endif

@@ -1,0 +1,150 @@
+#include "FakeClock.h"
+
+#include <gtest/gtest.h>
+
+#include <glib.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <ctime>
+
+namespace {
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+constexpr std::int64_t kTick = 4'000'000; // of the coarse clock
+constexpr std::int64_t kMonotonicStart = 1000 * kSecond;
+constexpr std::int64_t kWallClockStart = 1'700'000'000 * kSecond;
+constexpr std::int64_t kNotSet = INT64_MAX;
+
+bool g_fake = false;
+std::int64_t g_monotonic;
+std::int64_t g_wallClock;
+std::int64_t g_readyTime; // of the loop, monotonic
+std::int64_t g_alarmTime; // of the timer descriptor, on the wall clock
+int g_alarm = -1;
+bool g_stepped;
+bool g_refuseAlarms;
+
+std::int64_t Nanoseconds(CFTimeInterval seconds) {
+    return std::llround(seconds * static_cast<double>(kSecond));
+}
+
+} // namespace
+
+extern "C" {
+int __real_clock_gettime(clockid_t clock, timespec* time);
+int __real_timerfd_create(int clock, int flags);
+int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old);
+ssize_t __real_read(int descriptor, void* buffer, size_t size);
+void __real_g_source_set_ready_time(GSource* source, gint64 time);
+gboolean __real_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
+
+int __wrap_clock_gettime(clockid_t clock, timespec* time);
+int __wrap_timerfd_create(int clock, int flags);
+int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old);
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
+void __wrap_g_source_set_ready_time(GSource* source, gint64 time);
+gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
+
+int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+    if (!g_fake)
+        return __real_clock_gettime(clock, time);
+    std::int64_t now = clock == CLOCK_MONOTONIC ? g_monotonic : g_wallClock;
+    if (clock == CLOCK_REALTIME_COARSE)
+        now -= now % kTick;
+    *time = {now / kSecond, now % kSecond};
+    return 0;
+}
+
+int __wrap_timerfd_create(int clock, int flags) {
+    if (g_refuseAlarms) {
+        errno = EMFILE;
+        return -1;
+    }
+    return __real_timerfd_create(clock, flags);
+}
+
+int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old) {
+    if (!g_fake)
+        return __real_timerfd_settime(timer, flags, setting, old);
+    EXPECT_EQ(flags, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET);
+    g_alarm = timer;
+    const timespec& date = setting->it_value;
+    g_alarmTime =
+        date.tv_sec == 0 && date.tv_nsec == 0 ? kNotSet : date.tv_sec * kSecond + date.tv_nsec;
+    return 0;
+}
+
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+    const ssize_t count = __real_read(descriptor, buffer, size);
+    if (!g_fake || descriptor != g_alarm || !g_stepped)
+        return count;
+    g_stepped = false;
+    errno = ECANCELED;
+    return -1;
+}
+
+void __wrap_g_source_set_ready_time(GSource* source, gint64 time) {
+    if (!g_fake)
+        return __real_g_source_set_ready_time(source, time);
+    g_readyTime = time < 0 ? kNotSet : time * 1000;
+}
+
+gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock) {
+    if (!g_fake || !mayBlock || g_main_context_pending(context))
+        return __real_g_main_context_iteration(context, mayBlock);
+    const std::int64_t untilReady = g_readyTime == kNotSet ? kNotSet : g_readyTime - g_monotonic;
+    const std::int64_t untilAlarm = g_alarmTime == kNotSet ? kNotSet : g_alarmTime - g_wallClock;
+    const std::int64_t sleep =
+        g_stepped ? 0 : std::max<std::int64_t>(std::min(untilReady, untilAlarm), 0);
+    if (sleep == kNotSet)
+        return __real_g_main_context_iteration(context, mayBlock);
+    g_monotonic += sleep;
+    g_wallClock += sleep;
+    if (!g_stepped && untilAlarm > sleep)
+        return FALSE;
+    const itimerspec atOnce = {{}, {0, 1}};
+    EXPECT_EQ(__real_timerfd_settime(g_alarm, 0, &atOnce, nullptr), 0);
+    return __real_g_main_context_iteration(context, TRUE);
+}
+}
+
+FakeClock::FakeClock() {
+    g_fake = true;
+    g_monotonic = kMonotonicStart;
+    g_wallClock = kWallClockStart;
+    g_readyTime = kNotSet;
+    g_alarmTime = kNotSet;
+    g_stepped = false;
+    g_refuseAlarms = false;
+}
+
+FakeClock::~FakeClock() {
+    g_fake = false;
+    g_refuseAlarms = false;
+}
+
+void FakeClock::Advance(CFTimeInterval seconds) {
+    g_monotonic += Nanoseconds(seconds);
+    g_wallClock += Nanoseconds(seconds);
+}
+
+void FakeClock::Step(CFTimeInterval seconds) {
+    g_wallClock += Nanoseconds(seconds);
+    g_stepped = g_alarmTime != kNotSet;
+}
+
+void FakeClock::Suspend(CFTimeInterval seconds) {
+    g_wallClock += Nanoseconds(seconds);
+}
+
+CFTimeInterval FakeClock::Elapsed() const {
+    return static_cast<double>(g_monotonic - kMonotonicStart) / static_cast<double>(kSecond);
+}
+
+void FakeClock::RefuseAlarms(bool refuse) {
+    g_refuseAlarms = refuse;
+}

@@ -1,0 +1,33 @@
+#ifndef TESTS_FAKECLOCK_H
+#define TESTS_FAKECLOCK_H
+
+/*
+ * Time in the test's hand. While a FakeClock lives, both clocks stand still but for it, and a run
+ * loop that would sleep jumps to what it would sleep for. One thread only. Programs that use it
+ * wrap the functions of kFakeClockWraps in CMakeLists.txt.
+ */
+
+#include <CoreFoundation/CFDate.h>
+
+class FakeClock {
+public:
+    FakeClock();
+    FakeClock(const FakeClock&) = delete;
+    FakeClock& operator=(const FakeClock&) = delete;
+    ~FakeClock();
+
+    // Time goes by.
+    void Advance(CFTimeInterval seconds);
+    // Somebody sets the wall clock.
+    void Step(CFTimeInterval seconds);
+    // The machine sleeps: the monotonic clock stands meanwhile.
+    void Suspend(CFTimeInterval seconds);
+
+    // Since the FakeClock was made, by the monotonic clock.
+    CFTimeInterval Elapsed() const;
+
+    // Refuses descriptors for alarms of the wall clock.
+    void RefuseAlarms(bool refuse);
+};
+
+#endif

@@ -1,0 +1,422 @@
+#include "Callouts.h"
+#include "Descriptors.h"
+#include "LoopSleep.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// An eventfd is readable while its count is above 0.
+class Event {
+public:
+    Event() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+    ~Event() {
+        close(descriptor_);
+    }
+
+    int Descriptor() const {
+        return descriptor_;
+    }
+    void Raise() const {
+        EXPECT_EQ(eventfd_write(descriptor_, 1), 0);
+    }
+    void Clear() const {
+        eventfd_t count = 0;
+        EXPECT_EQ(eventfd_read(descriptor_, &count), 0);
+    }
+
+private:
+    int descriptor_;
+};
+
+TEST(RunLoopTest, EachThreadHasItsOwn) {
+    const CFRunLoopRef own = CFRunLoopGetCurrent();
+    ASSERT_NE(own, nullptr);
+    EXPECT_EQ(CFRunLoopGetCurrent(), own);
+    std::thread([own] { EXPECT_NE(CFRunLoopGetCurrent(), own); }).join();
+}
+
+TEST(RunLoopTest, EmptyLoopReturnsAtOnce) {
+    CFRunLoopRun();
+}
+
+TEST(RunLoopTest, StopBeforeARunIsIgnored) {
+    TestSource source(StopCurrentRun);
+    source.Signal();
+    StopCurrentRun();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, RunEndsWhenTheLastSourceLeaves) {
+    TestSource source([&] { source.Remove(); });
+    source.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, ReadySourcesGoInTheOrderOfTheirComing) {
+    std::vector<int> order;
+    TestSource first([&] { order.push_back(1); });
+    TestSource second([&] { order.push_back(2); });
+    TestSource third([&] {
+        order.push_back(3);
+        StopCurrentRun();
+    });
+    third.Signal();
+    second.Signal();
+    first.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}
+
+TEST(RunLoopTest, SourceGetsOneCalloutATurn) {
+    TestSource eager([&] { eager.Signal(); });
+    TestSource other([&] {
+        if (other.Count() == 3)
+            StopCurrentRun();
+        other.Signal();
+    });
+    eager.Signal();
+    other.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(eager.Count(), 3);
+}
+
+TEST(RunLoopTest, SourceAddedInATurnWaitsForTheNext) {
+    std::optional<TestSource> late;
+    TestSource first([&] {
+        if (late.has_value()) {
+            EXPECT_EQ(late->Count(), 0);
+            return;
+        }
+        late.emplace(StopCurrentRun);
+        late->Signal();
+        first.Signal();
+    });
+    first.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(late->Count(), 1);
+    EXPECT_EQ(first.Count(), 2);
+}
+
+TEST(RunLoopTest, SignalsBeforeACalloutAreOne) {
+    TestSource source(StopCurrentRun);
+    source.Signal();
+    source.Signal();
+    CFRunLoopRun();
+    TestSource stop(StopCurrentRun);
+    stop.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, AfterAStopNoCalloutOfThatRunFollows) {
+    TestSource first(StopCurrentRun);
+    TestSource second(StopCurrentRun);
+    first.Signal();
+    second.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(second.Count(), 0);
+    CFRunLoopRun();
+    EXPECT_EQ(second.Count(), 1);
+    EXPECT_EQ(first.Count(), 1);
+}
+
+TEST(RunLoopTest, StopEndsOnlyTheInnermostRun) {
+    TestSource inner(StopCurrentRun);
+    TestSource outer([&] {
+        if (outer.Count() == 1) {
+            inner.Signal();
+            CFRunLoopRun();
+            EXPECT_EQ(inner.Count(), 1);
+            outer.Signal();
+        } else {
+            StopCurrentRun();
+        }
+    });
+    outer.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(outer.Count(), 2);
+}
+
+TEST(RunLoopTest, OuterRunMayBeStoppedBeforeAnInnerOne) {
+    TestSource inner(StopCurrentRun);
+    TestSource never([] {});
+    TestSource outer([&] {
+        StopCurrentRun();
+        inner.Signal();
+        CFRunLoopRun();
+        never.Signal();
+    });
+    outer.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(inner.Count(), 1);
+    EXPECT_EQ(never.Count(), 0);
+}
+
+TEST(RunLoopTest, AnotherThreadStopsASleepingRun) {
+    const CFRunLoopRef loop = CFRunLoopGetCurrent();
+    TestSource keepsRunning([] {});
+    AtNextSleepElsewhere([loop] { CFRunLoopStop(loop); });
+    CFRunLoopRun();
+}
+
+TEST(RunLoopTest, AnotherThreadsSignalsAllWakeTheLoop) {
+    constexpr int kSignals = 1000;
+    std::atomic<int> served = 0;
+    TestSource source([&] {
+        if (++served == kSignals)
+            StopCurrentRun();
+        served.notify_one();
+    });
+    std::thread signaller([&] {
+        for (int i = 0; i < kSignals; ++i) {
+            source.Signal();
+            served.wait(i);
+        }
+    });
+    CFRunLoopRun();
+    signaller.join();
+    EXPECT_EQ(source.Count(), kSignals);
+}
+
+TEST(RunLoopTest, NestedRunServesOtherSourcesButNotTheOneCallingOut) {
+    int depth = 0;
+    TestSource other(StopCurrentRun);
+    TestSource source([&] {
+        EXPECT_EQ(++depth, 1);
+        if (source.Count() == 1) {
+            source.Signal();
+            other.Signal();
+            CFRunLoopRun();
+        } else {
+            StopCurrentRun();
+        }
+        --depth;
+    });
+    source.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(other.Count(), 1);
+    EXPECT_EQ(source.Count(), 2);
+}
+
+TEST(RunLoopTest, OutermostSourcesWaitForTheEndOfNestedRunsInOrder) {
+    std::vector<int> order;
+    const Event event;
+    TestSource first([&] { order.push_back(2); }, cf::Runs::kOutermost);
+    TestSource second(
+        [&] {
+            order.push_back(3);
+            StopCurrentRun();
+        },
+        cf::Runs::kOutermost, event.Descriptor());
+    TestSource inner(StopCurrentRun);
+    TestSource nests([&] {
+        first.Signal();
+        event.Raise();
+        // Although the descriptor is readable, the nested run sleeps.
+        AtNextSleepElsewhere([&] { inner.Signal(); });
+        CFRunLoopRun();
+        order.push_back(1);
+    });
+    nests.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}
+
+TEST(RunLoopTest, DescriptorSourceCallsOutWhileItIsReadable) {
+    const Event event;
+    TestSource source(
+        [&] {
+            if (source.Count() == 3)
+                event.Clear();
+        },
+        cf::Runs::kEvery, event.Descriptor());
+    event.Raise();
+    AtNextSleepElsewhere([loop = CFRunLoopGetCurrent()] { CFRunLoopStop(loop); });
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 3);
+}
+
+TEST(RunLoopTest, DescriptorThatTurnsReadableWakesTheLoop) {
+    const Event event;
+    TestSource source(StopCurrentRun, cf::Runs::kEvery, event.Descriptor());
+    AtNextSleepElsewhere([&] { event.Raise(); });
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, DescriptorIsNotCalledOutAgainByANestedRun) {
+    const Event event;
+    TestSource inner(StopCurrentRun);
+    TestSource source(
+        [&] {
+            if (source.Count() == 2)
+                return StopCurrentRun();
+            AtNextSleepElsewhere([&] { inner.Signal(); });
+            CFRunLoopRun();
+            EXPECT_EQ(source.Count(), 1);
+        },
+        cf::Runs::kEvery, event.Descriptor());
+    event.Raise();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 2);
+}
+
+TEST(RunLoopTest, DescriptorIsServedBetweenSourcesThatAreAlwaysReady) {
+    const Event event;
+    event.Raise();
+    TestSource eager([&] { eager.Signal(); });
+    TestSource source(StopCurrentRun, cf::Runs::kEvery, event.Descriptor());
+    eager.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, RemovedDescriptorIsNotCalledOutUntilItIsAddedAgain) {
+    const Event event;
+    TestSource source([] {}, cf::Runs::kEvery, event.Descriptor());
+    TestSource stop(StopCurrentRun);
+    source.Remove();
+    event.Raise();
+    stop.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 0);
+    source.Add();
+    stop.Remove();
+    TestSource last([&] {
+        if (source.Count() > 0)
+            StopCurrentRun();
+        last.Signal();
+    });
+    last.Signal();
+    CFRunLoopRun();
+    EXPECT_GE(source.Count(), 1);
+}
+
+TEST(RunLoopTest, InvalidatedInItsOwnCalloutIsGone) {
+    const Event event;
+    event.Raise();
+    TestSource descriptor([&] { descriptor.Invalidate(); }, cf::Runs::kEvery, event.Descriptor());
+    TestSource signal([&] {
+        signal.Invalidate();
+        signal.Signal();
+        signal.Add();
+    });
+    signal.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(descriptor.Count(), 1);
+    EXPECT_EQ(signal.Count(), 1);
+}
+
+TEST(RunLoopTest, CommonModesDoNotTakeOutWhatTheDefaultModeHolds) {
+    TestSource source(StopCurrentRun);
+    source.Remove(kCFRunLoopCommonModes);
+    source.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, WhatCommonModesHoldLeavesByEitherName) {
+    TestSource source(StopCurrentRun);
+    source.Signal();
+    for (CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes}) {
+        source.Remove();
+        source.Add(kCFRunLoopCommonModes);
+        source.Remove(mode);
+        CFRunLoopRun();
+    }
+    EXPECT_EQ(source.Count(), 0);
+}
+
+TEST(RunLoopTest, LoopHoldsItsSource) {
+    static int served = 0;
+    CFRunLoopSourceRef source = cf::CreateSignalSource(
+        cf::Runs::kEvery,
+        [](void*) {
+            ++served;
+            StopCurrentRun();
+        },
+        nullptr);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    cf::SignalSource(source);
+    CFRelease(source);
+    CFRunLoopRun();
+    EXPECT_EQ(served, 1);
+    CFRunLoopRemoveSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+}
+
+TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
+    static std::atomic<int> released = 0;
+    const std::ptrdiff_t descriptors = CountDescriptors();
+    std::thread([] {
+        const Event event;
+        CFRunLoopTimerContext context = {0, nullptr, nullptr, [](const void*) { ++released; },
+                                         nullptr};
+        // The second one is a date, for which the loop has an alarm.
+        for (const CFTimeInterval interval : {0.0, 86400.0}) {
+            CFRunLoopTimerRef timer =
+                CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + 3600 * 24,
+                                     interval, 0, 0, nullptr, &context);
+            CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+            CFRelease(timer);
+        }
+        CFRunLoopSourceRef source = cf::CreateDescriptorSource(
+            event.Descriptor(), cf::Runs::kEvery, [](void*) {}, nullptr);
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+        CFRelease(source);
+        AtNextSleepElsewhere([loop = CFRunLoopGetCurrent()] { CFRunLoopStop(loop); });
+        CFRunLoopRun();
+    }).join();
+    EXPECT_EQ(released, 2);
+    EXPECT_EQ(CountDescriptors(), descriptors);
+}
+
+TEST(RunLoopTest, SourceOutlivesTheLoopOfAnEndedThread) {
+    int served = 0;
+    CFRunLoopSourceRef source = cf::CreateSignalSource(
+        cf::Runs::kEvery,
+        [](void* info) {
+            ++*static_cast<int*>(info);
+            StopCurrentRun();
+        },
+        &served);
+    std::thread([source] {
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    }).join();
+    cf::SignalSource(source);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    EXPECT_EQ(served, 1);
+    CFRunLoopSourceInvalidate(source);
+    CFRelease(source);
+}
+
+TEST(RunLoopTest, WithoutDescriptorsThereIsNoLoop) {
+    std::thread([] {
+        rlimit limit = {};
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+        const rlimit none = {0, limit.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        EXPECT_EQ(CFRunLoopGetCurrent(), nullptr);
+        CFRunLoopRun();
+        StopCurrentRun();
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        EXPECT_NE(CFRunLoopGetCurrent(), nullptr);
+    }).join();
+}
+
+} // namespace

@@ -1,0 +1,358 @@
+#include "Callouts.h"
+#include "FakeClock.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr CFTimeInterval kHour = 3600;
+constexpr CFTimeInterval kDay = 24 * kHour;
+constexpr CFTimeInterval kYear = 365 * kDay;
+// The coarse clock may be a tick behind, and an alarm waits for it.
+constexpr CFTimeInterval kTicks = 0.02;
+constexpr CFTimeInterval kRounding = 1e-6;
+
+class RunLoopTimerTest : public testing::Test {
+protected:
+    // A callout that notes when it came and ends the run with the last one wanted.
+    std::function<void()> Note(std::size_t wanted) {
+        return [this, wanted] {
+            fired.push_back(clock.Elapsed());
+            if (fired.size() == wanted)
+                StopCurrentRun();
+        };
+    }
+
+    FakeClock clock;
+    const CFAbsoluteTime start = CFAbsoluteTimeGetCurrent();
+    std::vector<CFTimeInterval> fired;
+};
+
+void ExpectTimes(const std::vector<CFTimeInterval>& fired, const std::vector<CFTimeInterval>& dates,
+                 CFTimeInterval tolerance = kRounding) {
+    ASSERT_EQ(fired.size(), dates.size());
+    for (std::size_t i = 0; i < dates.size(); ++i)
+        EXPECT_NEAR(fired[i], dates[i], tolerance) << i;
+}
+
+TEST_F(RunLoopTimerTest, OneShotFiresAtItsDateAndIsGone) {
+    TestTimer timer(start + 30, 0, Note(0));
+    CFRunLoopRun();
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    ExpectTimes(fired, {30});
+}
+
+TEST_F(RunLoopTimerTest, RepeatingKeepsItsGridAndDropsMissedDates) {
+    TestTimer timer(start + 0.1, 0.1, [&] {
+        Note(3)();
+        if (fired.size() == 1)
+            clock.Advance(0.55);
+    });
+    CFRunLoopRun();
+    ExpectTimes(fired, {0.1, 0.7, 0.8});
+}
+
+TEST_F(RunLoopTimerTest, LoopThatDidNotRunMakesUpWithOneCallout) {
+    TestTimer timer(start + 0.1, 0.1, Note(3));
+    clock.Advance(0.55);
+    CFRunLoopRun();
+    ExpectTimes(fired, {0.55, 0.6, 0.7});
+}
+
+TEST_F(RunLoopTimerTest, PastFireDateIsDueNowAndStartsTheGridThere) {
+    TestTimer timer(start - 7.3, 1, Note(3));
+    CFRunLoopRun();
+    ExpectTimes(fired, {0, 1, 2});
+}
+
+TEST_F(RunLoopTimerTest, DateFarInThePastFiresOnceADay) {
+    TestTimer timer(start - 2e9 * kHour, kDay, Note(3));
+    CFRunLoopRun();
+    ExpectTimes(fired, {0, kDay, 2 * kDay}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, DatesAndIntervalsBeyondAllCalendarsDoNotOverflow) {
+    const CFTimeInterval infinity = std::numeric_limits<CFTimeInterval>::infinity();
+    for (const CFTimeInterval extreme : {1e300, infinity, std::nan("")}) {
+        TestTimer never(extreme, 0, Note(0));
+        TestTimer neverDaily(extreme, kDay, Note(0));
+        TestTimer nowAndNever(-extreme, extreme, Note(0));
+        TestTimer stop(start + clock.Elapsed() + kYear, 0, StopCurrentRun);
+        fired.clear();
+        CFRunLoopRun();
+        EXPECT_EQ(fired.size(), std::isnan(extreme) ? 0 : 1);
+    }
+}
+
+TEST_F(RunLoopTimerTest, TinyIntervalDoesNotHoldUpTheSources) {
+    TestSource source(StopCurrentRun);
+    TestTimer timer(start, 1e-12, [&] {
+        clock.Advance(1);
+        source.Signal();
+    });
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 1);
+    EXPECT_EQ(source.Count(), 1);
+}
+
+TEST_F(RunLoopTimerTest, DelayIgnoresTheWallClock) {
+    for (const CFTimeInterval step : {-kYear, kYear}) {
+        const CFTimeInterval began = clock.Elapsed();
+        TestTimer timer(CFAbsoluteTimeGetCurrent() + 30, 0, Note(0));
+        fired.clear();
+        clock.Step(step);
+        CFRunLoopRun();
+        ExpectTimes(fired, {began + 30});
+    }
+}
+
+TEST_F(RunLoopTimerTest, RepeatedDelayIgnoresTheWallClock) {
+    TestTimer timer(start, 1, [&] {
+        clock.Step(fired.size() % 2 == 0 ? kDay : -kDay);
+        Note(4)();
+    });
+    CFRunLoopRun();
+    ExpectTimes(fired, {0, 1, 2, 3});
+}
+
+TEST_F(RunLoopTimerTest, DateMovesWithTheWallClock) {
+    TestTimer timer(start + 10 * kHour, kDay, Note(2));
+    TestTimer earlier(start + 60, 0, [&] { clock.Step(4 * kHour); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {6 * kHour, 30 * kHour}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, DateThatAStepPassedIsMadeUpForOnce) {
+    TestTimer timer(start + 10 * kHour, kDay, Note(2));
+    TestTimer earlier(start + 60, 0, [&] { clock.Step(10 * kDay); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {60, 10 * kHour}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, DateThatPassedInSuspensionIsMadeUpForOnce) {
+    TestTimer timer(start + 10 * kHour, kDay, Note(2));
+    TestTimer earlier(start + 60, 0, [&] { clock.Suspend(3 * kDay); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {60, 10 * kHour}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, ShortStepBackDoesNotFireTheDateAgain) {
+    TestTimer timer(start + 10 * kHour, kDay, [&] {
+        if (fired.empty())
+            clock.Step(-2);
+        Note(2)();
+    });
+    CFRunLoopRun();
+    ExpectTimes(fired, {10 * kHour, 34 * kHour + 2}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, StepBackOverYearsBringsTheDateNear) {
+    TestTimer timer(start + 10 * kHour, kDay, Note(2));
+    TestTimer earlier(start + 60, 0, [&] { clock.Step(-10 * kYear); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {34 * kHour, 58 * kHour}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {
+    TestTimer timer(start + 10 * kHour, 0, Note(0));
+    TestTimer earlier(start + 60, 0, [&] { clock.Step(kHour); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {9 * kHour}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, CalloutFindsTheCoarseClockPastTheDate) {
+    const CFAbsoluteTime date = start + 10 * kHour + 0.003;
+    TestTimer timer(date, kDay, [&] {
+        timespec coarse = {};
+        clock_gettime(CLOCK_REALTIME_COARSE, &coarse);
+        EXPECT_GE(static_cast<double>(coarse.tv_sec) + static_cast<double>(coarse.tv_nsec) / 1e9,
+                  date + kCFAbsoluteTimeIntervalSince1970);
+        StopCurrentRun();
+    });
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 1);
+}
+
+TEST_F(RunLoopTimerTest, WithoutAnAlarmTheDateIsLookedForEachMinute) {
+    clock.RefuseAlarms(true);
+    TestTimer timer(start + 10 * kHour + 30, kDay, Note(2));
+    TestTimer earlier(start + 60, 0, [&] { clock.Step(4 * kHour); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {6 * kHour + 60, 30 * kHour + 60}, 60);
+    EXPECT_GE(fired[0], 6 * kHour + 30);
+}
+
+TEST_F(RunLoopTimerTest, AlarmIsHadAgainAfterARefusal) {
+    clock.RefuseAlarms(true);
+    TestTimer timer(start + 10 * kHour + 30, kDay, Note(1));
+    TestTimer earlier(start + 60, 0, [&] { clock.RefuseAlarms(false); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {10 * kHour + 30}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, DueTimersGoByFireDateBeforeSources) {
+    std::vector<int> order;
+    TestSource source([&] {
+        order.push_back(4);
+        StopCurrentRun();
+    });
+    TestTimer third(start + 3, 0, [&] { order.push_back(3); });
+    TestTimer first(start + 1, 0, [&] { order.push_back(1); });
+    TestTimer second(start - kHour + 2, 2 * kHour, [&] { order.push_back(2); });
+    clock.Advance(1);
+    source.Signal();
+    clock.Advance(5);
+    CFRunLoopRun();
+    EXPECT_EQ(order, (std::vector<int>{2, 1, 3, 4}));
+}
+
+TEST_F(RunLoopTimerTest, TimerMadeDueInATurnWaitsForTheNext) {
+    TestSource source(StopCurrentRun);
+    std::vector<std::unique_ptr<TestTimer>> timers;
+    std::function<void()> makeAnother = [&] {
+        timers.push_back(std::make_unique<TestTimer>(start, 0, makeAnother));
+    };
+    makeAnother();
+    source.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(timers.size(), 2);
+}
+
+TEST_F(RunLoopTimerTest, NestedRunFiresOtherTimersButNotTheOneCallingOut) {
+    int depth = 0;
+    int deepest = 0;
+    TestTimer other(start + 2.5, 0, StopCurrentRun);
+    TestTimer timer(start + 1, 1, [&] {
+        deepest = std::max(deepest, ++depth);
+        if (timer.Count() == 1)
+            CFRunLoopRun();
+        else
+            StopCurrentRun();
+        --depth;
+    });
+    CFRunLoopRun();
+    EXPECT_EQ(other.Count(), 1);
+    EXPECT_EQ(deepest, 1);
+    EXPECT_EQ(timer.Count(), 2);
+    EXPECT_NEAR(clock.Elapsed(), 3, kRounding);
+}
+
+TEST_F(RunLoopTimerTest, InvalidatedInItsOwnCalloutIsGone) {
+    TestTimer timer(start, 1, [&] {
+        CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopCommonModes);
+        timer.Invalidate();
+    });
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 1);
+}
+
+TEST_F(RunLoopTimerTest, InvalidatedByAnotherDueTimerDoesNotFire) {
+    TestTimer second(start + 2, 0, [] {});
+    TestTimer first(start + 1, 0, [&] { second.Invalidate(); });
+    clock.Advance(3);
+    CFRunLoopRun();
+    EXPECT_EQ(second.Count(), 0);
+}
+
+TEST_F(RunLoopTimerTest, AfterAStopOtherDueTimersWaitForTheNextRun) {
+    TestTimer second(start + 2, 0, [] {});
+    TestTimer first(start + 1, 0, StopCurrentRun);
+    clock.Advance(3);
+    CFRunLoopRun();
+    EXPECT_EQ(second.Count(), 0);
+    CFRunLoopRun();
+    EXPECT_EQ(second.Count(), 1);
+}
+
+TEST_F(RunLoopTimerTest, CommonModesDoNotTakeOutWhatTheDefaultModeHolds) {
+    TestTimer timer(start + 1, 0, Note(0));
+    CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopCommonModes);
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 1);
+}
+
+TEST_F(RunLoopTimerTest, WhatCommonModesHoldLeavesByEitherName) {
+    for (CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes}) {
+        TestTimer timer(start + 1, 0, Note(0), kCFRunLoopCommonModes);
+        CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), mode);
+        CFRunLoopRun();
+        EXPECT_EQ(timer.Count(), 0);
+    }
+}
+
+TEST_F(RunLoopTimerTest, AddedTwiceIsRemovedOnce) {
+    TestTimer timer(start + 1, 0, Note(0));
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
+    CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 0);
+}
+
+TEST_F(RunLoopTimerTest, UnknownModeAndWrongObjectsAreIgnored) {
+    TestTimer timer(start + 1, 0, Note(0), CFSTR("another mode"));
+    const CFTypeRef wrong = CFSTR("not a loop");
+    CFRunLoopAddTimer(static_cast<CFRunLoopRef>(const_cast<void*>(wrong)), timer.Get(),
+                      kCFRunLoopDefaultMode);
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(),
+                      static_cast<CFRunLoopTimerRef>(const_cast<void*>(wrong)),
+                      kCFRunLoopDefaultMode);
+    CFRunLoopAddTimer(nullptr, nullptr, nullptr);
+    CFRunLoopTimerInvalidate(nullptr);
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 0);
+}
+
+int g_references = 0;
+
+const void* CountRetain(const void* info) {
+    ++g_references;
+    return info;
+}
+
+void CountRelease(const void*) {
+    --g_references;
+}
+
+TEST_F(RunLoopTimerTest, InfoIsHeldFromCreationToInvalidationAndInCallouts) {
+    CFRunLoopTimerContext context = {0, nullptr, CountRetain, CountRelease, nullptr};
+    CFRunLoopTimerRef timer = CFRunLoopTimerCreate(
+        kCFAllocatorDefault, start, 1, 0, 0,
+        [](CFRunLoopTimerRef self, void*) {
+            EXPECT_EQ(g_references, 2);
+            CFRunLoopTimerInvalidate(self);
+            EXPECT_EQ(g_references, 1);
+        },
+        &context);
+    EXPECT_EQ(g_references, 1);
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+    CFRelease(timer);
+    EXPECT_EQ(g_references, 1);
+    CFRunLoopRun();
+    EXPECT_EQ(g_references, 0);
+}
+
+TEST_F(RunLoopTimerTest, InfoIsReleasedWithATimerThatWasNeverInvalidated) {
+    CFRunLoopTimerContext context = {0, nullptr, CountRetain, CountRelease, nullptr};
+    CFRelease(CFRunLoopTimerCreate(kCFAllocatorDefault, start, 0, 0, 0, nullptr, &context));
+    EXPECT_EQ(g_references, 0);
+}
+
+// The real clocks: time() moves with the kernel's tick and would still show the second before.
+TEST(RunLoopTimerRealTest, TimeHasReachedTheDateInTheCallout) {
+    const CFAbsoluteTime date = std::floor(CFAbsoluteTimeGetCurrent()) + 1;
+    TestTimer timer(date, kDay, [date] {
+        EXPECT_GE(static_cast<double>(time(nullptr)), date + kCFAbsoluteTimeIntervalSince1970);
+        StopCurrentRun();
+    });
+    CFRunLoopRun();
+    EXPECT_EQ(timer.Count(), 1);
+}
+
+} // namespace
