@@ -1,6 +1,12 @@
 #include "MountMonitor.h"
 
+#include <libmount.h>
+
 namespace disks {
+
+void MountMonitor::Unref::operator()(libmnt_monitor* monitor) const noexcept {
+    mnt_unref_monitor(monitor);
+}
 
 MountMonitor::MountMonitor() noexcept : monitor_(mnt_new_monitor()) {
     if (monitor_ && mnt_monitor_enable_kernel(monitor_.get(), 1) == 0)

@@ -1,9 +1,9 @@
 #ifndef PLATFORM_MOUNTMONITOR_H
 #define PLATFORM_MOUNTMONITOR_H
 
-#include <libmount.h>
-
 #include <memory>
+
+struct libmnt_monitor;
 
 namespace disks {
 
@@ -22,9 +22,7 @@ public:
 
 private:
     struct Unref {
-        void operator()(libmnt_monitor* monitor) const noexcept {
-            mnt_unref_monitor(monitor);
-        }
+        void operator()(libmnt_monitor* monitor) const noexcept;
     };
 
     std::unique_ptr<libmnt_monitor, Unref> monitor_;

@@ -30,13 +30,13 @@ struct MountStatus {
     std::uint32_t size;
     std::uint32_t options;
     std::uint64_t mask;
-    std::uint64_t superblock[4];
+    std::uint64_t superblock[3];
     std::uint64_t id;
     std::uint64_t parent;
     std::uint32_t reusedId;
     std::uint32_t reusedParent;
 };
-static_assert(offsetof(MountStatus, reusedId) == 64);
+static_assert(offsetof(MountStatus, reusedId) == 56);
 
 } // namespace
 

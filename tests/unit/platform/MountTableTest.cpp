@@ -1,0 +1,86 @@
+#include "MountTable.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace disks {
+namespace {
+
+constexpr const char* kTable =
+    "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
+    "40 27 0:45 /a\\040b /mnt/two\\040words\\011tab\\134slash rw shared:3 - fuse.cdfs cdfs rw\n"
+    "41 27 11:0 / /mnt/caf\xc3\xa9\xff ro,nosuid - iso9660 /dev/sr0 ro\n";
+
+TEST(MountTable, TellsTheFieldsOfEachLineInOrder) {
+    const auto mounts = ParseMountTable(kTable);
+    ASSERT_TRUE(mounts);
+    ASSERT_EQ(mounts->size(), 3U);
+    const Mount& disc = (*mounts)[2];
+    EXPECT_EQ(disc.id, 41);
+    EXPECT_EQ(disc.parent, 27);
+    EXPECT_EQ(disc.device, makedev(11, 0));
+    EXPECT_EQ(disc.root, "/");
+    EXPECT_EQ(disc.type, "iso9660");
+    EXPECT_EQ(disc.source, "/dev/sr0");
+}
+
+TEST(MountTable, DecodesPathsAndRoots) {
+    const auto mounts = ParseMountTable(kTable);
+    ASSERT_TRUE(mounts);
+    EXPECT_EQ((*mounts)[1].root, "/a b");
+    EXPECT_EQ((*mounts)[1].path, "/mnt/two words\ttab\\slash");
+}
+
+TEST(MountTable, PassesBytesThatAreNoTextThrough) {
+    const auto mounts = ParseMountTable(kTable);
+    ASSERT_TRUE(mounts);
+    EXPECT_EQ((*mounts)[2].path, "/mnt/caf\xc3\xa9\xff");
+}
+
+TEST(MountTable, RefusesATableThatIsCutShort) {
+    const std::string whole = kTable;
+    EXPECT_FALSE(ParseMountTable(""));
+    EXPECT_FALSE(ParseMountTable(whole.substr(0, whole.size() - 1)));
+    EXPECT_FALSE(ParseMountTable(whole.substr(0, whole.size() / 2)));
+}
+
+TEST(MountTable, RefusesATableWithALineThatMakesNoSense) {
+    EXPECT_FALSE(ParseMountTable(std::string(kTable) + "rubbish\n"));
+    EXPECT_FALSE(ParseMountTable("rubbish\n" + std::string(kTable)));
+    EXPECT_FALSE(ParseMountTable("27 1 254:0 / / rw,relatime\n"));
+}
+
+TEST(MountTable, ReadsAFileOfAnySizeWhole) {
+    char name[] = "/tmp/mounttable.XXXXXX";
+    const int file = mkstemp(name);
+    ASSERT_GE(file, 0);
+    close(file);
+    constexpr int kLines = 5000; // several times what is read at once
+    std::ofstream text(name);
+    for (int i = 0; i < kLines; ++i)
+        text << 100 + i << " 27 0:" << i << " / /mnt/volume" << i << " rw - tmpfs none rw\n";
+    text.close();
+    const auto mounts = ReadMountTable(name);
+    unlink(name);
+    ASSERT_TRUE(mounts);
+    ASSERT_EQ(mounts->size(), static_cast<std::size_t>(kLines));
+    EXPECT_EQ(mounts->back().path, "/mnt/volume4999");
+}
+
+TEST(MountTable, TellsAFailedReadFromAnEmptyTable) {
+    EXPECT_FALSE(ReadMountTable("/nonexistent/mountinfo"));
+    EXPECT_FALSE(ReadMountTable("/proc")); // opens, and cannot be read
+}
+
+TEST(MountTable, ReadsTheKernelsOwn) {
+    const auto mounts = ReadMountTable("/proc/self/mountinfo");
+    ASSERT_TRUE(mounts);
+    EXPECT_FALSE(mounts->empty());
+}
+
+} // namespace
+} // namespace disks

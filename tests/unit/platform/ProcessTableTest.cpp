@@ -1,0 +1,240 @@
+#include "ProcessTable.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+int g_allProcesses[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
+
+std::vector<kinfo_proc> AllProcesses() {
+    for (;;) {
+        std::size_t length = 0;
+        if (sysctl(g_allProcesses, 3, nullptr, &length, nullptr, 0) != 0)
+            return {};
+        std::vector<kinfo_proc> table(length / sizeof(kinfo_proc));
+        if (sysctl(g_allProcesses, 3, table.data(), &length, nullptr, 0) == 0) {
+            table.resize(length / sizeof(kinfo_proc));
+            return table;
+        }
+        if (errno != ENOMEM)
+            return {};
+    }
+}
+
+std::optional<std::string> NameInTable(pid_t process) {
+    for (const kinfo_proc& record : AllProcesses())
+        if (record.kp_proc.p_pid == process)
+            return record.kp_proc.p_comm;
+    return std::nullopt;
+}
+
+// A child of that name, which lives until it is destroyed.
+class Child {
+public:
+    explicit Child(const char* name) {
+        int named[2];
+        EXPECT_EQ(pipe(named), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            prctl(PR_SET_NAME, name);
+            close(named[0]);
+            close(named[1]);
+            for (;;)
+                pause();
+        }
+        close(named[1]);
+        char nothing;
+        EXPECT_EQ(read(named[0], &nothing, 1), 0);
+        close(named[0]);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+
+    pid_t Pid() const {
+        return pid_;
+    }
+    void BecomeZombie() const {
+        kill(pid_, SIGKILL);
+        siginfo_t end;
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOWAIT), 0);
+    }
+
+private:
+    pid_t pid_ = 0;
+};
+
+// A folder laid out as /proc is.
+class FakeProcesses {
+public:
+    FakeProcesses() {
+        char name[] = "/tmp/processes.XXXXXX";
+        root_ = mkdtemp(name);
+    }
+    FakeProcesses(const FakeProcesses&) = delete;
+    FakeProcesses& operator=(const FakeProcesses&) = delete;
+    ~FakeProcesses() {
+        std::filesystem::remove_all(root_);
+    }
+
+    void Add(const std::string& entry, const std::string& comm) const {
+        std::filesystem::create_directory(root_ / entry);
+        std::ofstream(root_ / entry / "comm") << comm;
+    }
+    void AddWithoutName(const std::string& entry) const {
+        std::filesystem::create_directory(root_ / entry);
+    }
+    int Read(std::vector<kinfo_proc>& table) const {
+        std::size_t count = table.size();
+        const int error = process::ReadProcessTable(root_.c_str(), table.data(), count);
+        if (error == 0)
+            table.resize(count);
+        return error;
+    }
+    std::size_t Probe() const {
+        std::size_t count = 0;
+        EXPECT_EQ(process::ReadProcessTable(root_.c_str(), nullptr, count), 0);
+        return count;
+    }
+
+private:
+    std::filesystem::path root_;
+};
+
+TEST(ProcessTable, HasTheCommandNamesOfChildren) {
+    const Child first("carousel of 15c");
+    const Child second("x");
+    EXPECT_EQ(NameInTable(first.Pid()), "carousel of 15c");
+    EXPECT_EQ(NameInTable(second.Pid()), "x");
+}
+
+TEST(ProcessTable, KeepsBlanksNewlinesAndEmptyNames) {
+    const Child blanks(" a\nb\n");
+    const Child nameless("");
+    EXPECT_EQ(NameInTable(blanks.Pid()), " a\nb\n");
+    EXPECT_EQ(NameInTable(nameless.Pid()), "");
+}
+
+TEST(ProcessTable, ListsZombiesUntilTheyAreReaped) {
+    pid_t pid = 0;
+    {
+        const Child child("soon a zombie");
+        pid = child.Pid();
+        child.BecomeZombie();
+        EXPECT_EQ(NameInTable(pid), "soon a zombie");
+    }
+    EXPECT_EQ(NameInTable(pid), std::nullopt);
+}
+
+TEST(ProcessTable, ListsProcessesAndNotTheirThreads) {
+    pid_t thread = 0;
+    std::optional<std::string> name;
+    std::thread([&] {
+        thread = gettid();
+        name = NameInTable(thread);
+    }).join();
+    EXPECT_NE(thread, getpid());
+    EXPECT_EQ(name, std::nullopt);
+    EXPECT_TRUE(NameInTable(getpid()));
+}
+
+TEST(ProcessTable, IsInAscendingOrder) {
+    const auto pidOf = [](const kinfo_proc& record) { return record.kp_proc.p_pid; };
+    EXPECT_TRUE(std::ranges::is_sorted(AllProcesses(), {}, pidOf));
+
+    const FakeProcesses processes;
+    for (const char* entry : {"30", "4", "200", "1000000"})
+        processes.Add(entry, "some\n");
+    std::vector<kinfo_proc> table(4);
+    ASSERT_EQ(processes.Read(table), 0);
+    EXPECT_TRUE(std::ranges::is_sorted(table, {}, pidOf));
+}
+
+TEST(ProcessTable, LeavesOutWhatVanishesAndWhatIsNoProcess) {
+    const FakeProcesses processes;
+    processes.Add("7", "server\n");
+    processes.Add("self", "no\n");
+    processes.Add("7a", "no\n");
+    processes.Add("-7", "no\n");
+    processes.Add("99999999999", "no\n");
+    processes.AddWithoutName("8");
+    std::vector<kinfo_proc> table(8);
+    ASSERT_EQ(processes.Read(table), 0);
+    ASSERT_EQ(table.size(), 1U);
+    EXPECT_EQ(table[0].kp_proc.p_pid, 7);
+    EXPECT_STREQ(table[0].kp_proc.p_comm, "server");
+}
+
+TEST(ProcessTable, CutsNamesOfTheKernelsOwnThreads) {
+    const FakeProcesses processes;
+    processes.Add("2", "kworker/u8:3-events_unbound\n");
+    std::vector<kinfo_proc> table(1);
+    ASSERT_EQ(processes.Read(table), 0);
+    EXPECT_STREQ(table[0].kp_proc.p_comm, "kworker/u8:3-eve");
+}
+
+TEST(ProcessTable, SaysWhenItHasOutgrownTheBuffer) {
+    const FakeProcesses processes;
+    for (int pid = 1; pid <= 3; ++pid)
+        processes.Add(std::to_string(pid), "some\n");
+    std::vector<kinfo_proc> tooSmall(2);
+    std::vector<kinfo_proc> justRight(3);
+    EXPECT_EQ(processes.Read(tooSmall), ENOMEM);
+    EXPECT_EQ(processes.Read(justRight), 0);
+
+    kinfo_proc one = {};
+    std::size_t length = 2 * sizeof one - 1; // room for one whole record
+    EXPECT_EQ(sysctl(g_allProcesses, 3, &one, &length, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST(ProcessTable, ProbesWithRoomToSpare) {
+    const FakeProcesses processes;
+    for (int pid = 1; pid <= 100; ++pid)
+        processes.Add(std::to_string(pid), "some\n");
+    EXPECT_GE(processes.Probe(), 110U);
+    EXPECT_LE(processes.Probe(), 200U);
+}
+
+TEST(ProcessTable, PassesOnWhyItCannotBeRead) {
+    std::size_t count = 0;
+    EXPECT_EQ(process::ReadProcessTable("/nonexistent", nullptr, count), ENOENT);
+    EXPECT_EQ(process::ReadProcessTable("/proc/self/comm", nullptr, count), ENOTDIR);
+}
+
+TEST(ProcessTable, KnowsNoOtherName) {
+    int otherName[] = {CTL_KERN, KERN_PROC, 1};
+    std::size_t length = 0;
+    EXPECT_EQ(sysctl(otherName, 3, nullptr, &length, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(sysctl(g_allProcesses, 2, nullptr, &length, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(ProcessTable, TakesNoNewValue) {
+    std::size_t length = 0;
+    int value = 0;
+    EXPECT_EQ(sysctl(g_allProcesses, 3, nullptr, &length, &value, sizeof value), -1);
+    EXPECT_EQ(errno, EPERM);
+}
+
+} // namespace

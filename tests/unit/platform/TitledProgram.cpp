@@ -1,0 +1,21 @@
+/*
+ * Does what a daemon does that sets a process title, then prints what is left of its world: the
+ * name for the system log, the length of the environment, and each variable.
+ */
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+int main(int argc, char** argv) {
+    constexpr char kTitle[] = "(some daemon)";
+    for (int i = 0; i < argc; ++i)
+        std::memset(argv[i], 0, std::strlen(argv[i]));
+    std::memcpy(argv[0], kTitle, sizeof kTitle);
+
+    std::printf("%s\n%s\n", program_invocation_name, program_invocation_short_name);
+    for (char** variable = environ; *variable != nullptr; ++variable)
+        std::printf("%s\n", *variable);
+    return 0;
+}

@@ -1,0 +1,73 @@
+#include "VolumeProbes.h"
+
+#include "PrivateMounts.h"
+#include "RunLoop.h"
+
+#include <vector>
+
+namespace disks {
+namespace {
+
+class VolumeProbesTest : public testing::Test {
+protected:
+    ~VolumeProbesTest() override {
+        CFRunLoopSourceInvalidate(answers_);
+        CFRelease(answers_);
+    }
+
+    void Await(const Probe& probe) {
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), answers_, kCFRunLoopDefaultMode);
+        while (!probe.answered)
+            CFRunLoopRun();
+    }
+
+    const CFRunLoopSourceRef answers_ = cf::CreateSignalSource(
+        cf::Runs::kEvery, [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
+    std::unique_ptr<VolumeProbes> probes_ = std::make_unique<VolumeProbes>(answers_);
+};
+
+TEST_F(VolumeProbesTest, TakeAnErrorForAnAnswer) {
+    Await(*probes_->Start("/"));
+    Await(*probes_->Start("/nonexistent"));
+    Await(*probes_->Start("/proc/self/comm"));
+}
+
+TEST_F(VolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
+    if (!EnterPrivateMounts())
+        GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
+    const MountStage stage;
+    HungVolume hung(stage, "hung");
+    if (!hung.IsMounted())
+        GTEST_SKIP() << "no user space file systems here";
+    const std::size_t threads = EntriesOf("/proc/self/task");
+    std::vector<std::shared_ptr<Probe>> stuck;
+    for (std::size_t i = 0; i < 2 * VolumeProbes::kMostThreads; ++i)
+        stuck.push_back(probes_->Start(stage.Path("hung")));
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads + VolumeProbes::kMostThreads);
+
+    const auto behind = probes_->Start("/");
+    hung.Answer();
+    Await(*behind);
+    for (const auto& probe : stuck)
+        Await(*probe);
+    stage.Unmount("hung");
+}
+
+TEST_F(VolumeProbesTest, MayEndWhileAVolumeHangs) {
+    if (!EnterPrivateMounts())
+        GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
+    const std::size_t threads = EntriesOf("/proc/self/task");
+    const MountStage stage;
+    {
+        const HungVolume hung(stage, "hung");
+        if (!hung.IsMounted())
+            GTEST_SKIP() << "no user space file systems here";
+        probes_->Start(stage.Path("hung"));
+        probes_.reset();
+    }
+    while (EntriesOf("/proc/self/task") > threads)
+        std::this_thread::yield();
+}
+
+} // namespace
+} // namespace disks
