@@ -1,0 +1,143 @@
+/* Where messages go and what they look like there. */
+
+#include "common/MessageLog.h"
+
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <time.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+extern "C" time_t __wrap_time(time_t* out);
+extern "C" time_t __wrap_time(time_t*) {
+    return 1'000'000'000;
+}
+
+namespace {
+
+constexpr char kStamp[] = "Sun Sep  9 01:46:40 2001\n";
+
+__attribute__((format(printf, 3, 4))) void LogString(VErrCode code, UInt16 level,
+                                                     const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    LogErrStr(code, level, format, arguments);
+    va_end(arguments);
+}
+
+class MessageLog : public testing::Test {
+protected:
+    MessageLog() {
+        InitVErrSystem();
+    }
+
+    LogCapture log;
+};
+
+TEST_F(MessageLog, GoesToTheSystemLogAtAlertPriority) {
+    LogMessage("%s %d", "plain", 1);
+    LogErr("%s %d", "error", 2);
+    EXPECT_THAT(log.Take(), ElementsAre("plain 1", "error 2"));
+}
+
+TEST_F(MessageLog, AFileNameIsWhatFollowsTheLastSlash) {
+    EXPECT_STREQ(GetFileNameFromPath("common/CFHelpers"), "CFHelpers");
+    EXPECT_STREQ(GetFileNameFromPath("a/b/c"), "c");
+    EXPECT_STREQ(GetFileNameFromPath("a/"), "");
+    EXPECT_STREQ(GetFileNameFromPath("none"), "none");
+}
+
+TEST_F(MessageLog, AMessageThatFoundNoLinkIsLoggedWithItsCode) {
+    LogString(kVErrCodeDefault, 50, "fail %d", 1);
+    EXPECT_THAT(log.Take(), ElementsAre("fail 1"));
+    LogString(kVErrFacilityBase + 1001, 50, "fail %d", 2);
+    EXPECT_THAT(log.Take(), ElementsAre("fail 2", "VErrCode = 1001"));
+    LogString(2, 50, "fail %d", 3);
+    EXPECT_THAT(log.Take(), ElementsAre("fail 3", "err = 2"));
+    LogString(-1, 0, "fail %d", 4);
+    EXPECT_THAT(log.Take(), ElementsAre("fail 4", "err = -1"));
+}
+
+TEST_F(MessageLog, AMessageAboveTheLevelIsNotLogged) {
+    LogString(2, 51, "fail");
+    EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(MessageLog, ASiteThatFoundNoLinkIsLogged) {
+    LogErrFileFuncLine("a/b/Module", "Function", 5'000'000'000);
+    EXPECT_THAT(log.Take(), ElementsAre("Module:5000000000, Function"));
+}
+
+// Errors sent to a file in a directory of the test's own.
+class MessageLogFile : public MessageLog {
+protected:
+    MessageLogFile() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        char name[] = "/tmp/message-log-XXXXXX";
+        directory = mkdtemp(name);
+        path = directory + "/log";
+        SetVErrLogFilePath(path.c_str());
+    }
+    ~MessageLogFile() override {
+        TermVErrSystem();
+        InitVErrSystem();
+        std::filesystem::remove_all(directory);
+    }
+
+    std::string Content() const {
+        std::stringstream content;
+        content << std::ifstream(path).rdbuf();
+        return content.str();
+    }
+
+    std::string directory;
+    std::string path;
+};
+
+TEST_F(MessageLogFile, EachMessageFollowsATimeStampAndEndsItsLine) {
+    LogErr("fail %d", 1);
+    FLogMessage(path.c_str(), "fail %d", 2);
+    EXPECT_EQ(Content(), std::string(kStamp) + "fail 1\n" + kStamp + "fail 2\n");
+}
+
+TEST_F(MessageLogFile, AMessageWithANewlineOfItsOwnLeavesAnEmptyLine) {
+    LogErr("fail\n");
+    EXPECT_EQ(Content(), std::string(kStamp) + "fail\n\n");
+}
+
+TEST_F(MessageLogFile, WhatIsThereIsKept) {
+    std::ofstream(path) << "before\n";
+    LogErr("fail");
+    EXPECT_EQ(Content(), std::string("before\n") + kStamp + "fail\n");
+}
+
+TEST_F(MessageLogFile, TakesErrorsOnly) {
+    LogMessage("plain");
+    EXPECT_THAT(log.Take(), ElementsAre("plain"));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(MessageLogFile, TakesMessagesThatFoundNoLink) {
+    LogString(2, 50, "fail");
+    LogErrFileFuncLine("a/Module", "Function", 3);
+    EXPECT_EQ(Content(), std::string(kStamp) + "fail\n" + kStamp + "err = 2\n" + kStamp +
+                             "Module:3, Function\n");
+}
+
+TEST_F(MessageLogFile, WithoutItsDirectoryMessagesAreDropped) {
+    std::filesystem::remove_all(directory);
+    LogErr("fail");
+    EXPECT_FALSE(std::filesystem::exists(directory));
+}
+
+} // namespace

@@ -1,0 +1,91 @@
+#include "LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <regex>
+#include <syslog.h>
+
+namespace {
+
+// Texts one behind the other, each with its terminator. Of fixed size: see the header.
+struct CaughtLines {
+    std::mutex mutex;
+    std::array<char, 1024 * 1024> bytes;
+    std::size_t used = 0;
+    bool capturing = false;
+};
+CaughtLines g_caught;
+
+__attribute__((format(printf, 2, 0))) void Catch(int priority, const char* format, va_list list) {
+    const std::lock_guard lock(g_caught.mutex);
+    char* const line = g_caught.bytes.data() + g_caught.used;
+    const std::size_t room = g_caught.bytes.size() - g_caught.used;
+    std::size_t length = 0;
+    if (priority != LOG_ALERT)
+        length = static_cast<std::size_t>(snprintf(line, room, "(priority %d) ", priority));
+    int written = vsnprintf(line + length, room - length, format, list);
+    if (written < 0)
+        written = snprintf(line + length, room - length, "(cannot be formatted)");
+    if (!g_caught.capturing)
+        ADD_FAILURE() << "logged while nobody looks: " << line;
+    else if (length + static_cast<std::size_t>(written) >= room)
+        ADD_FAILURE() << "no more room to catch what is logged";
+    else
+        g_caught.used += length + static_cast<std::size_t>(written) + 1;
+}
+
+} // namespace
+
+// What --wrap makes of the call, in its plain and in its hardened form.
+extern "C" {
+void __wrap_vsyslog(int priority, const char* format, va_list list)
+    __attribute__((format(printf, 2, 0)));
+void __wrap___vsyslog_chk(int priority, int flag, const char* format, va_list list)
+    __attribute__((format(printf, 3, 0)));
+
+void __wrap_vsyslog(int priority, const char* format, va_list list) {
+    Catch(priority, format, list);
+}
+
+void __wrap___vsyslog_chk(int priority, int, const char* format, va_list list) {
+    Catch(priority, format, list);
+}
+}
+
+LogCapture::LogCapture() {
+    const std::lock_guard lock(g_caught.mutex);
+    EXPECT_FALSE(g_caught.capturing) << "one capture at a time";
+    g_caught.capturing = true;
+}
+
+LogCapture::~LogCapture() {
+    for (const std::string& line : Take())
+        ADD_FAILURE() << "logged unexpectedly: " << line;
+    const std::lock_guard lock(g_caught.mutex);
+    g_caught.capturing = false;
+}
+
+std::vector<std::string> LogCapture::Take() {
+    const std::lock_guard lock(g_caught.mutex);
+    std::vector<std::string> lines;
+    const char* line = g_caught.bytes.data();
+    const char* const end = line + g_caught.used;
+    for (; line < end; line += std::strlen(line) + 1)
+        lines.emplace_back(line);
+    g_caught.used = 0;
+    return lines;
+}
+
+std::vector<std::string> LogCapture::TakeWithoutLineNumbers() {
+    static const std::regex lineNumber("^([^ :]+):[0-9]+, ");
+    std::vector<std::string> lines = Take();
+    for (std::string& line : lines)
+        line = std::regex_replace(line, lineNumber, "$1:123, ",
+                                  std::regex_constants::format_first_only);
+    return lines;
+}
