@@ -1,0 +1,432 @@
+#include "fsclient/DirectoryInfo.h"
+
+#include "AllocationFaults.h"
+#include "support/Chain.h"
+#include "support/LogCapture.h"
+#include "support/TemporaryTree.h"
+
+#include <gmock/gmock.h>
+
+#include <set>
+#include <sys/stat.h>
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+namespace {
+
+std::string g_urlPath; // of the last URL made
+bool g_readWithoutText = false;
+
+} // namespace
+
+extern "C" {
+CFURLRef __real_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
+                                                        CFIndex length, Boolean isDirectory);
+CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
+                                                        CFIndex length, Boolean isDirectory);
+CFPropertyListRef __real_CFPropertyListCreateFromStream(CFAllocatorRef allocator,
+                                                        CFReadStreamRef stream, CFIndex length,
+                                                        CFOptionFlags mutability,
+                                                        CFPropertyListFormat* format,
+                                                        CFStringRef* errorString);
+CFPropertyListRef __wrap_CFPropertyListCreateFromStream(CFAllocatorRef allocator,
+                                                        CFReadStreamRef stream, CFIndex length,
+                                                        CFOptionFlags mutability,
+                                                        CFPropertyListFormat* format,
+                                                        CFStringRef* errorString);
+
+CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
+                                                        CFIndex length, Boolean isDirectory) {
+    EXPECT_FALSE(isDirectory);
+    if (g_urlPath.capacity() > static_cast<std::size_t>(length)) // memory may be short
+        g_urlPath.assign(reinterpret_cast<const char*>(path), static_cast<std::size_t>(length));
+    return __real_CFURLCreateFromFileSystemRepresentation(allocator, path, length, isDirectory);
+}
+
+CFPropertyListRef __wrap_CFPropertyListCreateFromStream(CFAllocatorRef allocator,
+                                                        CFReadStreamRef stream, CFIndex length,
+                                                        CFOptionFlags mutability,
+                                                        CFPropertyListFormat* format,
+                                                        CFStringRef* errorString) {
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(mutability, CFOptionFlags{kCFPropertyListMutableContainersAndLeaves});
+    if (g_readWithoutText)
+        return nullptr;
+    return __real_CFPropertyListCreateFromStream(allocator, stream, length, mutability, format,
+                                                 errorString);
+}
+}
+
+namespace {
+
+constexpr const char* kSource = "fsclient/DirectoryInfo";
+
+// {"Changer GUID": 7}
+constexpr char kBinaryRootInfo[] = "bplist00\xD1\x01\x02\x5C"
+                                   "Changer GUID\x10\x07\x08\x0B\x18\0\0\0\0\0\0\1\1"
+                                   "\0\0\0\0\0\0\0\3\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x1A";
+
+class DirectoryInfo : public testing::Test {
+protected:
+    DirectoryInfo() {
+        g_urlPath.reserve(4096);
+        g_readWithoutText = false;
+    }
+
+    void WriteRootInfo(std::string_view content) const {
+        tree_.Write(".changer_info.plist", content);
+    }
+    void WriteMediaInfo(const Held<CFMutableDictionaryRef>& info) const {
+        tree_.Write(".media_info.plist", XmlOf(info));
+    }
+    Chain RootInfoChain() const {
+        UInt64 guid = 0;
+        return TakeChain(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
+    }
+    std::vector<std::string> MediaInfoMessages() const {
+        UInt64 guid = 0;
+        UInt16 elem = 0;
+        char partition[kPartitionIdSize];
+        SInt32 writable = 0;
+        return TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem,
+                                                              partition, &writable));
+    }
+    bool IsRoot() const {
+        bool isRoot = false;
+        EXPECT_EQ(IsDirectoryRootOfChangerFileSystem(tree_.Root().c_str(), &isRoot), nullptr);
+        return isRoot;
+    }
+    bool IsMediaRoot() const {
+        bool isMediaRoot = false;
+        EXPECT_EQ(IsDirectoryMediaRootOfChangerFileSystem(tree_.Root().c_str(), &isMediaRoot),
+                  nullptr);
+        return isMediaRoot;
+    }
+
+    LogCapture log_; // stays empty: nothing here logs
+    TemporaryTree tree_;
+};
+
+// ---- changer roots ----
+
+TEST_F(DirectoryInfo, ReadsAnXmlRootInfo) {
+    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 0x7EDCBA9876543210}, {"Other", "x"}})));
+    UInt64 guid = 0;
+    EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
+    EXPECT_EQ(guid, 0x7EDCBA9876543210U);
+    EXPECT_TRUE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, ReadsAGuidAbove63BitsFromItsNegative) {
+    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", -81985529216486896}})));
+    UInt64 guid = 0;
+    EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
+    EXPECT_EQ(guid, 0xFEDCBA9876543210U);
+}
+
+TEST_F(DirectoryInfo, ReadsABinaryRootInfo) {
+    WriteRootInfo({kBinaryRootInfo, sizeof kBinaryRootInfo - 1});
+    UInt64 guid = 0;
+    EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
+    EXPECT_EQ(guid, 7U);
+}
+
+TEST_F(DirectoryInfo, WithoutRootInfoIsNoRoot) {
+    EXPECT_THAT(RootInfoChain(),
+                ElementsAre(RaisedLink{"fail CFReadStreamOpen", "ReadFSInfoFile", kSource},
+                            RaisedLink{"fail ReadFSInfoFile", "ReadFSRootInfoFile", kSource},
+                            RaisedLink{"fail ReadFSRootInfoFile", "GetChangerFileSystemRootInfo",
+                                       kSource}));
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, ATextForAGuidIsNoRoot) {
+    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", "7"}})));
+    const Chain chain = RootInfoChain();
+    ASSERT_EQ(chain.size(), 2U);
+    EXPECT_THAT(chain[0].message, StartsWith("fail get num as "));
+    EXPECT_EQ(chain[1],
+              (RaisedLink{"fail get changer GUID", "GetChangerFileSystemRootInfo", kSource}));
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, WithoutAGuidIsNoRoot) {
+    WriteRootInfo(XmlOf(Dictionary({{"changer guid", 7}})));
+    UInt64 guid = 0;
+    EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+                ElementsAre("fail get value from dict", "fail get changer GUID"));
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, ATopThatIsNoDictionaryIsNoRoot) {
+    for (const std::string& content : {XmlOf(Array({7})), XmlOf(Text("Changer GUID"))}) {
+        WriteRootInfo(content);
+        UInt64 guid = 0;
+        EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+                    ElementsAre("fail get value from dict", "fail get changer GUID"));
+        EXPECT_FALSE(IsRoot());
+    }
+}
+
+TEST_F(DirectoryInfo, AFileThatDoesNotParseTellsTheReadersText) {
+    for (const char* content :
+         {"", "rubbish", "<plist><dict>", "bplist00", "{ \"Changer GUID\" = 7; }"}) {
+        WriteRootInfo(content);
+        UInt64 guid = 0;
+        EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+                    ElementsAre(MatchesRegex("fail read property list \\(.+\\)"),
+                                "fail ReadFSInfoFile", "fail ReadFSRootInfoFile"))
+            << content;
+        EXPECT_FALSE(IsRoot());
+    }
+}
+
+TEST_F(DirectoryInfo, AReaderWithoutATextIsToldAsNull) {
+    WriteRootInfo("");
+    g_readWithoutText = true;
+    UInt64 guid = 0;
+    EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+                ElementsAre("fail read property list (NULL)", "fail ReadFSInfoFile",
+                            "fail ReadFSRootInfoFile"));
+}
+
+// ---- media roots ----
+
+TEST_F(DirectoryInfo, ReadsAMediaInfo) {
+    WriteMediaInfo(Dictionary({{"Changer GUID", 7},
+                               {"Storage Element Index", 12},
+                               {"Partition Id", "s1"},
+                               {"Writable", true}}));
+    UInt64 guid = 0;
+    UInt16 elem = 0;
+    char partition[kPartitionIdSize] = "";
+    SInt32 writable = 0;
+    EXPECT_EQ(
+        GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem, partition, &writable),
+        nullptr);
+    EXPECT_EQ(guid, 7U);
+    EXPECT_EQ(elem, 12);
+    EXPECT_STREQ(partition, "s1");
+    EXPECT_EQ(writable, 1);
+    EXPECT_TRUE(IsMediaRoot());
+    EXPECT_FALSE(IsRoot());
+}
+
+// A storage element above 32767 is written as a negative number, and by some as it is.
+TEST_F(DirectoryInfo, ReadsStorageElementsOf16Bits) {
+    UInt16 elem = 0;
+    for (const int written : {40000, -25536}) {
+        WriteMediaInfo(Dictionary({{"Storage Element Index", written}}));
+        EXPECT_EQ(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), nullptr, &elem, nullptr,
+                                                    nullptr),
+                  nullptr);
+        EXPECT_EQ(elem, 40000);
+    }
+    WriteMediaInfo(Dictionary({{"Storage Element Index", 70000}}));
+    EXPECT_EQ(TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), nullptr, &elem,
+                                                             nullptr, nullptr))
+                  .back(),
+              "fail get media storage element");
+}
+
+TEST_F(DirectoryInfo, WithoutMediaInfoIsNoMediaRoot) {
+    UInt64 guid = 0;
+    EXPECT_THAT(TakeChain(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, nullptr,
+                                                            nullptr, nullptr)),
+                ElementsAre(RaisedLink{"fail CFReadStreamOpen", "ReadFSInfoFile", kSource},
+                            RaisedLink{"fail ReadFSInfoFile", "ReadFSMediaRootInfoFile", kSource},
+                            RaisedLink{"fail ReadFSMediaRootInfoFile",
+                                       "GetChangerFileSystemMediaRootInfo", kSource}));
+    EXPECT_FALSE(IsMediaRoot());
+}
+
+TEST_F(DirectoryInfo, ReadsOnlyTheOutputsThatAreGiven) {
+    const char* root = tree_.Root().c_str();
+    WriteMediaInfo(Dictionary());
+    EXPECT_EQ(GetChangerFileSystemMediaRootInfo(root, nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_FALSE(IsMediaRoot());
+
+    WriteMediaInfo(Dictionary({{"Writable", true}}));
+    SInt32 writable = 0;
+    EXPECT_EQ(GetChangerFileSystemMediaRootInfo(root, nullptr, nullptr, nullptr, &writable),
+              nullptr);
+    EXPECT_EQ(writable, 1);
+}
+
+TEST_F(DirectoryInfo, TheFirstValueThatFailsEndsTheReading) {
+    WriteMediaInfo(Dictionary({{"Changer GUID", 7},
+                               {"Storage Element Index", 12},
+                               {"Partition Id", 3},
+                               {"Writable", true}}));
+    UInt64 guid = 0;
+    UInt16 elem = 0;
+    char partition[kPartitionIdSize];
+    SInt32 writable = 5;
+    EXPECT_THAT(TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem,
+                                                               partition, &writable)),
+                ElementsAre("fail get str as C str", "fail get partition id"));
+    EXPECT_EQ(guid, 7U);
+    EXPECT_EQ(elem, 12);
+    EXPECT_EQ(writable, 5);
+}
+
+TEST_F(DirectoryInfo, EachKeyMustBeThere) {
+    struct Case {
+        const char* key;
+        const char* message;
+    };
+    for (const Case& each : {Case{"Changer GUID", "fail get changer GUID"},
+                             Case{"Storage Element Index", "fail get media storage element"},
+                             Case{"Partition Id", "fail get partition id"},
+                             Case{"Writable", "fail get is writable boolean"}}) {
+        const auto info = Dictionary({{"Changer GUID", 7},
+                                      {"Storage Element Index", 12},
+                                      {"Partition Id", "s1"},
+                                      {"Writable", true}});
+        CFDictionaryRemoveValue(info, Text(each.key));
+        WriteMediaInfo(info);
+        EXPECT_THAT(MediaInfoMessages(), ElementsAre("fail get value from dict", each.message));
+        EXPECT_FALSE(IsMediaRoot()) << each.key;
+    }
+}
+
+TEST_F(DirectoryInfo, ANumberIsNoBoolean) {
+    WriteMediaInfo(Dictionary({{"Changer GUID", 7},
+                               {"Storage Element Index", 12},
+                               {"Partition Id", "s1"},
+                               {"Writable", 1}}));
+    EXPECT_THAT(MediaInfoMessages(),
+                ElementsAre("bool neither true nor false", "fail get is writable boolean"));
+    EXPECT_FALSE(IsMediaRoot());
+}
+
+TEST_F(DirectoryInfo, APartitionIdHas31BytesAtMost) {
+    struct Case {
+        std::string id;
+        bool fits;
+    };
+    const std::string umlaut = "\xC3\xA4";
+    for (const Case& each :
+         {Case{"", true}, Case{std::string(31, 'x'), true}, Case{std::string(32, 'x'), false},
+          Case{std::string(29, 'x') + umlaut, true}, Case{std::string(30, 'x') + umlaut, false}}) {
+        tree_.MakeMediaRoot("", 7, 12, each.id.c_str());
+        EXPECT_EQ(IsMediaRoot(), each.fits) << each.id;
+    }
+}
+
+// ---- paths ----
+
+TEST_F(DirectoryInfo, ASlashAtTheEndIsNotDoubled) {
+    CFPropertyListRef list = nullptr;
+    VErrLink* err = ReadFSInfoFile("/no/such", "file", &list);
+    EXPECT_EQ(g_urlPath, "/no/such/file");
+    VErrCatch(&err);
+    err = ReadFSInfoFile("/no/such/", "file", &list);
+    EXPECT_EQ(g_urlPath, "/no/such/file");
+    VErrCatch(&err);
+    err = ReadFSRootInfoFile("/", &list);
+    EXPECT_EQ(g_urlPath, "/.changer_info.plist");
+    VErrCatch(&err);
+}
+
+TEST_F(DirectoryInfo, PathsAreCutAt1023Bytes) {
+    CFPropertyListRef list = nullptr;
+    const std::string directory = "/" + std::string(1019, 'd'); // of 1020 bytes
+    VErrLink* err = ReadFSMediaRootInfoFile(directory.c_str(), &list);
+    EXPECT_EQ(g_urlPath, directory + "/.m");
+    VErrCatch(&err);
+    const std::string longer = "/" + std::string(2000, 'd');
+    err = ReadFSMediaRootInfoFile(longer.c_str(), &list);
+    EXPECT_EQ(g_urlPath, longer.substr(0, 1023));
+    VErrCatch(&err);
+}
+
+TEST_F(DirectoryInfo, DirectoryNamesAreBytes) {
+    for (const char* name : {"with blank", "line\nbreak", "100%n", "\xFF\xFE"}) {
+        tree_.MakeMediaRoot(name, 7, 12);
+        bool isMediaRoot = false;
+        EXPECT_EQ(IsDirectoryMediaRootOfChangerFileSystem(tree_.Path(name).c_str(), &isMediaRoot),
+                  nullptr);
+        EXPECT_TRUE(isMediaRoot) << name;
+    }
+}
+
+// ---- what a stranger's disc may have under the names ----
+
+TEST_F(DirectoryInfo, SpecialFilesAreNotOpened) {
+    const std::string path = tree_.Path(".changer_info.plist");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(RootInfoChain().front().message, "fail CFReadStreamOpen");
+    EXPECT_FALSE(IsRoot());
+    std::filesystem::remove(path);
+
+    tree_.Link("/dev/zero", ".changer_info.plist");
+    EXPECT_EQ(RootInfoChain().front().message, "fail CFReadStreamOpen");
+    std::filesystem::remove(path);
+
+    tree_.Link(".changer_info.plist", ".changer_info.plist");
+    EXPECT_EQ(RootInfoChain().front().message, "fail CFReadStreamOpen");
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, ADirectoryUnderTheNameDoesNotParse) {
+    tree_.MakeDirectory(".changer_info.plist");
+    EXPECT_THAT(RootInfoChain().front().message, StartsWith("fail read property list ("));
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, AHugeFileDoesNotParse) {
+    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 7}})));
+    std::filesystem::resize_file(tree_.Path(".changer_info.plist"), std::uintmax_t{40} << 30);
+    EXPECT_THAT(RootInfoChain().front().message, StartsWith("fail read property list ("));
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, ALinkToAFileIsFollowed) {
+    tree_.Write("elsewhere", XmlOf(Dictionary({{"Changer GUID", 7}})));
+    tree_.Link("elsewhere", ".changer_info.plist");
+    EXPECT_TRUE(IsRoot());
+}
+
+// ---- memory ----
+
+TEST_F(DirectoryInfo, WithoutMemoryReadingFailsAndKeepsNothing) {
+    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 0x7EDCBA9876543210}})));
+    const char* root = tree_.Root().c_str();
+    std::set<std::string> innermost;
+    VErrLink* err = nullptr;
+    UInt64 guid = 0;
+    SweepAllocationFaults([&](std::size_t) { err = GetChangerFileSystemRootInfo(root, &guid); },
+                          [&](std::size_t nth, bool happened) {
+                              EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
+                              const Chain chain = TakeChain(err);
+                              if (!chain.empty())
+                                  innermost.insert(chain.front().message.substr(0, 40));
+                          });
+    EXPECT_THAT(innermost, testing::IsSupersetOf({"fail CFURLCreateFromFileSystemRepresenta",
+                                                  "fail CFReadStreamCreateWithFile"}));
+}
+
+TEST_F(DirectoryInfo, WithoutMemoryNothingIsARoot) {
+    tree_.MakeChangerRoot("", 7);
+    tree_.MakeMediaRoot("", 7, 12);
+    const char* root = tree_.Root().c_str();
+    bool isRoot = false;
+    VErrLink* err = nullptr;
+    SweepAllocationFaults(
+        [&](std::size_t) { err = IsDirectoryRootOfChangerFileSystem(root, &isRoot); },
+        [&](std::size_t, bool happened) {
+            EXPECT_EQ(err, nullptr);
+            EXPECT_EQ(isRoot, !happened);
+        });
+    SweepAllocationFaults(
+        [&](std::size_t) { err = IsDirectoryMediaRootOfChangerFileSystem(root, &isRoot); },
+        [&](std::size_t, bool happened) {
+            EXPECT_EQ(err, nullptr);
+            EXPECT_EQ(isRoot, !happened);
+        });
+}
+
+} // namespace
