@@ -30,17 +30,6 @@ namespace {
 // How often the wall clock is looked at when no alarm is to be had.
 constexpr Nanoseconds kMinute = 60 * kSecond;
 
-gboolean EndSleep(GSource*, GSourceFunc, gpointer) noexcept {
-    return G_SOURCE_CONTINUE;
-}
-
-GSource* CreateDeadline(GMainContext* context) noexcept {
-    static GSourceFuncs functions = {nullptr, nullptr, EndSleep, nullptr, nullptr, nullptr};
-    GSource* deadline = g_source_new(&functions, sizeof(GSource));
-    g_source_attach(deadline, context);
-    return deadline;
-}
-
 void Destroy(Object* object) noexcept {
     delete static_cast<RunLoop*>(object);
 }
@@ -59,7 +48,6 @@ struct ThreadsLoop {
             Leave(static_cast<Source&>(*loop->sources.First()));
         while (!loop->timers.Empty())
             Leave(static_cast<Timer&>(*loop->timers.First()));
-        g_main_context_release(loop->context.get());
         Release(loop);
     }
 };
@@ -161,7 +149,8 @@ bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
     return calledOut;
 }
 
-void SetAlarms(RunLoop& loop) noexcept {
+// Until when the loop may sleep, by the monotonic clock. For a date the alarm will wake it.
+Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
     Nanoseconds monotonic = kNever;
     Nanoseconds wallClock = kNever;
     for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
@@ -170,10 +159,9 @@ void SetAlarms(RunLoop& loop) noexcept {
         if (!timer.callingOut)
             first = std::min(first, timer.date);
     }
-    if (!loop.alarm.Set(loop.context.get(), wallClock))
+    if (!loop.alarm.Set(loop.context.Get(), wallClock))
         monotonic = std::min(monotonic, MonotonicNow() + kMinute);
-    const Nanoseconds microseconds = (monotonic + 999) / 1000;
-    g_source_set_ready_time(loop.deadline.get(), monotonic == kNever ? -1 : microseconds);
+    return monotonic;
 }
 
 void RealignTimers(RunLoop& loop) noexcept {
@@ -185,9 +173,11 @@ void RealignTimers(RunLoop& loop) noexcept {
 
 // Learns what became ready; with nothing to do, sleeps until something does or a timer is due.
 void Wait(RunLoop& loop, bool idle) noexcept {
-    if (idle)
-        SetAlarms(loop);
-    g_main_context_iteration(loop.context.get(), idle && !loop.alarm.Stepped());
+    const Nanoseconds until = idle ? PrepareSleep(loop) : kNever;
+    if (idle && !loop.alarm.Stepped())
+        loop.context.Sleep(until);
+    else
+        loop.context.Look();
     if (loop.alarm.Stepped())
         RealignTimers(loop);
 }
@@ -195,16 +185,6 @@ void Wait(RunLoop& loop, bool idle) noexcept {
 } // namespace
 
 const Class RunLoop::kClass = {"run loop", Destroy, nullptr, nullptr};
-
-RunLoop::RunLoop() noexcept
-    : Object(&kClass), context(g_main_context_new()), deadline(CreateDeadline(context.get())) {
-    g_main_context_acquire(context.get());
-}
-
-void Wake(GMainContext* context) noexcept {
-    if (!g_main_context_is_owner(context))
-        g_main_context_wakeup(context);
-}
 
 } // namespace cf
 
@@ -232,5 +212,5 @@ void CFRunLoopStop(CFRunLoopRef runLoop) {
     if (loop->innermost == nullptr)
         return;
     loop->innermost->stopped = true;
-    cf::Wake(loop->context.get());
+    loop->context.Wake();
 }

@@ -29,10 +29,10 @@ void Watch(Source& source) noexcept {
     source.signalled = false;
     source.watch.reset(g_unix_fd_source_new(source.descriptor, G_IO_IN));
     g_source_set_callback(source.watch.get(), G_SOURCE_FUNC(&NoteReadable), &source, nullptr);
-    g_source_attach(source.watch.get(), source.loop->context.get());
+    g_source_attach(source.watch.get(), source.loop->context.Get());
 }
 
-void SetWakes(Source& source, GMainContext* context) noexcept {
+void SetWakes(Source& source, LoopContext* context) noexcept {
     const std::lock_guard lock(source.wakeMutex);
     source.wakes = context;
 }
@@ -58,7 +58,7 @@ void Signal(Source& source) noexcept {
         return;
     const std::lock_guard lock(source.wakeMutex);
     if (source.wakes != nullptr)
-        Wake(source.wakes);
+        source.wakes->Wake();
 }
 
 bool IsReady(const Source& source, bool nested) noexcept {
@@ -111,7 +111,7 @@ void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStrin
     auto* member = cf::As<cf::Source>(source);
     if (loop == nullptr || member == nullptr || !loop->sources.Join(*loop, *member, mode))
         return;
-    cf::SetWakes(*member, loop->context.get());
+    cf::SetWakes(*member, &loop->context);
     cf::Watch(*member);
     cf::Tell(member->callouts.joined, *member);
 }

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_RUNLOOPSOURCE_H
 #define PLATFORM_RUNLOOPSOURCE_H
 
-#include "GLibPointers.h"
+#include "LoopContext.h"
 #include "RunLoop.h"
 #include "RunLoopMember.h"
 
@@ -34,7 +34,7 @@ struct Source : Member {
 
     std::atomic<bool> signalled = false;
     std::mutex wakeMutex;
-    GMainContext* wakes = nullptr; // of the loop that it is in; guarded by wakeMutex
+    LoopContext* wakes = nullptr; // of the loop that it is in; guarded by wakeMutex
 };
 
 Source* CreateSource(const SourceCallouts& callouts, void* info, Runs runs,

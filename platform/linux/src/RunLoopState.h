@@ -3,7 +3,7 @@
 
 /* The inside of a run loop, for its sources and timers. */
 
-#include "GLibPointers.h"
+#include "LoopContext.h"
 #include "RunLoopMember.h"
 #include "WallClockAlarm.h"
 
@@ -20,11 +20,10 @@ struct Run {
 
 struct RunLoop : Object {
     static const Class kClass;
-    RunLoop() noexcept;
+    RunLoop() noexcept : Object(&kClass) {}
 
-    const ContextPointer context; // acquired by the loop's thread as long as that lives
-    const SourcePointer deadline; // wakes the thread for the next timer
-    WallClockAlarm alarm;         // the same for timers on the wall clock
+    LoopContext context;
+    WallClockAlarm alarm; // ends its sleep for the timers on the wall clock
     MemberList sources;
     MemberList timers;
     std::uint64_t turn = 0; // counts the turns of all runs
@@ -32,10 +31,6 @@ struct RunLoop : Object {
     std::mutex runMutex;
     Run* innermost = nullptr; // guarded by runMutex
 };
-
-// Ends the sleep of the context's loop, or keeps it from the next one. The loop's own thread is
-// awake and needs none.
-void Wake(GMainContext* context) noexcept;
 
 } // namespace cf
 

@@ -22,7 +22,6 @@ constexpr std::int64_t kNotSet = INT64_MAX;
 bool g_fake = false;
 std::int64_t g_monotonic;
 std::int64_t g_wallClock;
-std::int64_t g_readyTime; // of the loop, monotonic
 std::int64_t g_alarmTime; // of the timer descriptor, on the wall clock
 int g_alarm = -1;
 bool g_stepped;
@@ -32,6 +31,17 @@ std::int64_t Nanoseconds(CFTimeInterval seconds) {
     return std::llround(seconds * static_cast<double>(kSecond));
 }
 
+// How long the context would sleep by itself.
+std::int64_t SleepOf(GMainContext* context) {
+    EXPECT_TRUE(g_main_context_acquire(context));
+    gint priority = 0;
+    gint milliseconds = -1;
+    g_main_context_prepare(context, &priority);
+    g_main_context_query(context, priority, &milliseconds, nullptr, 0);
+    g_main_context_release(context);
+    return milliseconds < 0 ? kNotSet : milliseconds * (kSecond / 1000);
+}
+
 } // namespace
 
 extern "C" {
@@ -39,14 +49,12 @@ int __real_clock_gettime(clockid_t clock, timespec* time);
 int __real_timerfd_create(int clock, int flags);
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old);
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
-void __real_g_source_set_ready_time(GSource* source, gint64 time);
 gboolean __real_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
 
 int __wrap_clock_gettime(clockid_t clock, timespec* time);
 int __wrap_timerfd_create(int clock, int flags);
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old);
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
-void __wrap_g_source_set_ready_time(GSource* source, gint64 time);
 gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
 
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
@@ -87,16 +95,10 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
     return -1;
 }
 
-void __wrap_g_source_set_ready_time(GSource* source, gint64 time) {
-    if (!g_fake)
-        return __real_g_source_set_ready_time(source, time);
-    g_readyTime = time < 0 ? kNotSet : time * 1000;
-}
-
 gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock) {
     if (!g_fake || !mayBlock || g_main_context_pending(context))
         return __real_g_main_context_iteration(context, mayBlock);
-    const std::int64_t untilReady = g_readyTime == kNotSet ? kNotSet : g_readyTime - g_monotonic;
+    const std::int64_t untilReady = SleepOf(context);
     const std::int64_t untilAlarm = g_alarmTime == kNotSet ? kNotSet : g_alarmTime - g_wallClock;
     const std::int64_t sleep =
         g_stepped ? 0 : std::max<std::int64_t>(std::min(untilReady, untilAlarm), 0);
@@ -116,7 +118,6 @@ FakeClock::FakeClock() {
     g_fake = true;
     g_monotonic = kMonotonicStart;
     g_wallClock = kWallClockStart;
-    g_readyTime = kNotSet;
     g_alarmTime = kNotSet;
     g_stepped = false;
     g_refuseAlarms = false;

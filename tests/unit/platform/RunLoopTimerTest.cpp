@@ -16,7 +16,7 @@ constexpr CFTimeInterval kDay = 24 * kHour;
 constexpr CFTimeInterval kYear = 365 * kDay;
 // The coarse clock may be a tick behind, and an alarm waits for it.
 constexpr CFTimeInterval kTicks = 0.02;
-constexpr CFTimeInterval kRounding = 1e-6;
+constexpr CFTimeInterval kRounding = 0.0011; // sleeps are in whole milliseconds, rounded up
 
 class RunLoopTimerTest : public testing::Test {
 protected:
