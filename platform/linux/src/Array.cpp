@@ -56,6 +56,10 @@ bool HasIndex(const Array* array, CFIndex index) noexcept {
 constinit const cf::Class __CFArray::kClass = {"CFArray", cf::DestroyCollection, cf::EqualArrays,
                                                cf::HashArray};
 
+CFTypeID CFArrayGetTypeID(void) {
+    return cf::TypeIdOf(__CFArray::kClass);
+}
+
 constinit const CFArrayCallBacks kCFTypeArrayCallBacks = {0};
 
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFArrayCallBacks*) {
@@ -140,8 +144,4 @@ void CFArrayRemoveValueAtIndex(CFMutableArrayRef reference, CFIndex index) {
     std::copy(place + 1, array->slots + array->count, place);
     --array->count;
     cf::Release(removed);
-}
-
-CFTypeID CFArrayGetTypeID(void) {
-    return cf::TypeIdOf(__CFArray::kClass);
 }

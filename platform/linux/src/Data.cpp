@@ -48,7 +48,7 @@ bool Reserve(Data* data, std::size_t length) noexcept {
 Data* CreateData(std::span<const std::uint8_t> bytes) noexcept {
     if (bytes.size() > kGreatestLength)
         return nullptr;
-    auto* data = Allocate<Data>(bytes.size(), kImmutableData, bytes.size());
+    auto* data = Allocate<Data>(bytes.size(), bytes.size());
     if (data == nullptr)
         return nullptr;
     std::copy(bytes.begin(), bytes.end(), data->bytes);
@@ -70,7 +70,7 @@ CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) {
 CFMutableDataRef CFDataCreateMutable(CFAllocatorRef, CFIndex capacity) {
     const std::size_t maximum =
         capacity > 0 ? static_cast<std::size_t>(capacity) : cf::kGreatestLength;
-    return cf::Allocate<cf::Data>(0, cf::kMutableData, std::min(maximum, cf::kGreatestLength));
+    return cf::Allocate<cf::Data>(0, std::min(maximum, cf::kGreatestLength));
 }
 
 CFIndex CFDataGetLength(CFDataRef reference) {
@@ -85,7 +85,7 @@ const UInt8* CFDataGetBytePtr(CFDataRef reference) {
 
 void CFDataAppendBytes(CFMutableDataRef reference, const UInt8* bytes, CFIndex length) {
     auto* data = cf::As<cf::Data>(reference);
-    if (data == nullptr || data->kind != cf::kMutableData || bytes == nullptr || length <= 0)
+    if (data == nullptr || bytes == nullptr || length <= 0)
         return;
     const auto added = static_cast<std::size_t>(length);
     if (added > data->maximum - data->length || !cf::Reserve(data, data->length + added))

@@ -9,14 +9,8 @@
 
 #include <span>
 
-namespace cf {
-
-enum DataKind : unsigned char { kImmutableData, kMutableData };
-
-} // namespace cf
-
-// An immutable buffer's bytes follow the object; a mutable one's are an allocation of their own,
-// as soon as there are any.
+// An immutable buffer's bytes follow the object, and its greatest length is the one it has. A
+// mutable one's are an allocation of their own as soon as there are any.
 struct __CFData : cf::Object {
     static const cf::Class kClass;
 
@@ -25,8 +19,8 @@ struct __CFData : cf::Object {
     std::size_t capacity = 0; // of the allocation
     std::size_t maximum;      // the greatest length
 
-    __CFData(cf::DataKind dataKind, std::size_t greatestLength) noexcept
-        : Object(&kClass, 1, dataKind), bytes(reinterpret_cast<std::uint8_t*>(this + 1)),
+    explicit __CFData(std::size_t greatestLength) noexcept
+        : Object(&kClass), bytes(reinterpret_cast<std::uint8_t*>(this + 1)),
           maximum(greatestLength) {}
 };
 

@@ -132,6 +132,10 @@ const Object* FindValue(const Dictionary* dictionary, const Object* key) noexcep
 constinit const cf::Class __CFDictionary::kClass = {"CFDictionary", cf::DestroyCollection,
                                                     cf::EqualDictionaries, cf::HashDictionary};
 
+CFTypeID CFDictionaryGetTypeID(void) {
+    return cf::TypeIdOf(__CFDictionary::kClass);
+}
+
 constinit const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {0};
 constinit const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {0};
 
@@ -195,8 +199,4 @@ void CFDictionaryRemoveValue(CFMutableDictionaryRef reference, const void* key) 
     auto* dictionary = cf::AsMutable(reference);
     if (dictionary != nullptr && key != nullptr)
         cf::Remove(dictionary, cf::AsObject(key));
-}
-
-CFTypeID CFDictionaryGetTypeID(void) {
-    return cf::TypeIdOf(__CFDictionary::kClass);
 }

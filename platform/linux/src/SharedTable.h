@@ -27,27 +27,7 @@ public:
     // The living value with that hash that matches, with a reference added; else what make()
     // gives, entered. nullptr when memory is short.
     template<typename Matches, typename Make>
-    const Object* FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept {
-        const std::lock_guard lock(mutex_);
-        if (!MakeRoom())
-            return nullptr;
-        const std::size_t place = Probe(hash, capacity_, IsFree(), [&](std::size_t at) {
-            return values_[at]->hashValue == hash && matches(values_[at]);
-        });
-        const Object*& found = values_[place];
-        if (found != nullptr && RetainLiving(found))
-            return found;
-        Object* made = make();
-        if (made == nullptr) {
-            Shrink();
-            return nullptr;
-        }
-        made->SetHashValue(hash);
-        made->isShared = 1;
-        count_ += found == nullptr ? 1U : 0U;
-        found = made;
-        return made;
-    }
+    const Object* FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept;
 
     void Forget(const Object* value) noexcept;
     std::size_t Count() noexcept;
@@ -68,6 +48,29 @@ private:
     std::size_t count_ = 0;
     std::size_t capacity_ = 0;
 };
+
+template<typename Matches, typename Make>
+const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (!MakeRoom())
+        return nullptr;
+    const std::size_t place = Probe(hash, capacity_, IsFree(), [&](std::size_t at) {
+        return values_[at]->hashValue == hash && matches(values_[at]);
+    });
+    const Object*& found = values_[place];
+    if (found != nullptr && RetainLiving(found))
+        return found;
+    Object* made = make();
+    if (made == nullptr) {
+        Shrink();
+        return nullptr;
+    }
+    made->SetHashValue(hash);
+    made->isShared = 1;
+    count_ += found == nullptr ? 1U : 0U;
+    found = made;
+    return made;
+}
 
 // The part that values with that hash belong to.
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept;

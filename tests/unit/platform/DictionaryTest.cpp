@@ -133,6 +133,7 @@ TEST(Dictionary, EqualsByItsPairs) {
     CFDictionarySetValue(one, CFSTR("b"), kCFBooleanTrue);
     CFDictionarySetValue(other, CFSTR("b"), kCFBooleanTrue);
     EXPECT_FALSE(CFEqual(one, other));
+    EXPECT_FALSE(CFEqual(other, one));
     CFDictionarySetValue(other, CFSTR("a"), Real(70000.0));
     EXPECT_TRUE(CFEqual(one, other));
     EXPECT_EQ(cf::Hash(cf::AsObject(CFDictionaryRef{one})),

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <bit>
 #include <cmath>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -209,6 +210,23 @@ TEST_F(SharedValues, ManyComeAndGo) {
     EXPECT_EQ(cf::MeasureSharedTable().values, values.size());
     EXPECT_LT(cf::MeasureSharedTable().places, std::size_t{1000});
     EXPECT_EQ(CFTypeRef{String("value 17")}, CFTypeRef{values[17]});
+}
+
+// So many that some have the same hash value.
+TEST_F(SharedValues, OfEqualHashStayApart) {
+    constexpr int kMany = 20000;
+    std::vector<Value> values;
+    std::set<CFTypeRef> objects;
+    for (int i = 0; i < kMany; ++i) {
+        const Value key = String(std::to_string(i));
+        values.push_back(Dictionary({{key, kCFBooleanTrue}}));
+        objects.insert(values.back());
+        values.push_back(Dictionary({{CFSTR("key"), key}}));
+        objects.insert(values.back());
+        values.push_back(Array({key, kCFBooleanTrue}));
+        objects.insert(values.back());
+    }
+    EXPECT_EQ(objects.size(), values.size());
 }
 
 // All threads make and drop the same few values, so that many a search meets one whose last

@@ -118,6 +118,7 @@ TEST(StringCreate, RefusesInvalidUtf8) {
         "\xF0\x8F\xBF\xBF",
         "\x80",
         "\xE4\xB8",
+        "\xE4\xB8\x28",
         "longer than a word, then \xFF",
         "\xF5\x80\x80\x80",
         "\xF0\x9F\x98\x28",

@@ -19,7 +19,7 @@ enum {
 
 /*
  * NULL when the bytes are not valid in the encoding or memory is short. A leading byte order mark
- * is dropped.
+ * of UTF-8 is dropped. Bytes above ASCII's are taken as Latin-1's.
  */
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
                                       CFStringEncoding encoding);
