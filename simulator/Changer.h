@@ -55,9 +55,9 @@ struct User {
 
 struct MountRequest {
     SlotIndex slot = 0;
-    std::string partitionId; ///< empty: the first
-    std::optional<DriveIndex> drive;
-    User user;
+    std::string partitionId{}; ///< empty: the first
+    std::optional<DriveIndex> drive{};
+    User user{};
     bool mayStart = true;
 };
 
@@ -81,11 +81,11 @@ struct ClientStatus {
 
 /// Absent ones are left out of the notification.
 struct Preferences {
-    std::optional<bool> identifyOnInsert;
-    std::optional<bool> buildOnIdentify;
-    std::optional<bool> buildOnSchedule;
-    std::optional<std::int32_t> hours;
-    std::optional<std::int32_t> minutes;
+    std::optional<bool> identifyOnInsert{};
+    std::optional<bool> buildOnIdentify{};
+    std::optional<bool> buildOnSchedule{};
+    std::optional<std::int32_t> hours{};
+    std::optional<std::int32_t> minutes{};
 };
 
 struct NewPartition {

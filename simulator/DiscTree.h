@@ -19,7 +19,7 @@ struct TreeEntry {
     std::string name;
     mode_t mode = 0; ///< type and permissions, as of stat
     std::uint64_t size = 0;
-    std::string linkTarget;
+    std::string linkTarget{};
     EntryIndex parent = 0;
     EntryIndex firstChild = 0; ///< the children lie side by side, sorted by name
     EntryIndex childCount = 0;

@@ -39,10 +39,10 @@ struct Fault {
     FaultKind kind = FaultKind::Error;
     bool act = true;       ///< the request is carried out all the same
     std::int64_t code = 0; ///< of an error
-    std::string text;      ///< of an error; empty: none is sent
+    std::string text{};    ///< of an error; empty: none is sent
     std::chrono::milliseconds after{0};
     std::size_t size = 0; ///< of a header, a piece, a padding
-    std::string raw;
+    std::string raw{};
 };
 
 /// The orders that stand. Thread-safe.

@@ -15,7 +15,7 @@ constexpr std::array kSuffixes = {".txt", ".jpg", ".mp3", ".dat"};
 constexpr std::uint64_t kMaximumFileSize = 4096;
 
 TreeEntry MakeDirectoryEntry(std::string name) {
-    return {.name = std::move(name), .mode = S_IFDIR | 0555, .linkTarget = {}};
+    return {.name = std::move(name), .mode = S_IFDIR | 0555};
 }
 
 /// Distributes the directories first, then lays them out breadth first.
@@ -75,8 +75,7 @@ private:
         for (std::uint32_t number = 1; number <= shape_.files; ++number) {
             children.push_back({.name = MakeName(number) + kSuffixes[Draw(kSuffixes.size())],
                                 .mode = S_IFREG | 0444,
-                                .size = Draw(kMaximumFileSize),
-                                .linkTarget = {}});
+                                .size = Draw(kMaximumFileSize)});
         }
         AppendChildren(directory, std::move(children));
         for (const TreeEntry& child : GetChildren(directory)) {

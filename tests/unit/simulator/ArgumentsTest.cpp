@@ -1,0 +1,63 @@
+#include "simulator/Arguments.h"
+
+#include <gtest/gtest.h>
+
+namespace simulator {
+namespace {
+
+Arguments Parse(const std::string& values) {
+    return Arguments(ParseCommandLine("word " + values).values);
+}
+
+TEST(ArgumentsTest, NumbersAreCheckedAgainstTheirType) {
+    Arguments arguments = Parse("a=65535 b=65536 c=0x1F d=-1 e=1x f=\"\"");
+    EXPECT_EQ(arguments.NeedNumber<std::uint16_t>("a"), 65535);
+    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("b"), CommandError);
+    EXPECT_EQ(arguments.NeedNumber<std::uint16_t>("c"), 31);
+    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("d"), CommandError);
+    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("e"), CommandError);
+    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("f"), CommandError);
+    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("missing"), CommandError);
+    EXPECT_EQ(arguments.GetNumber<std::uint16_t>("missing", 7), 7);
+}
+
+TEST(ArgumentsTest, ChangersAreHexadecimal) {
+    EXPECT_EQ(Parse("changer=10").NeedChanger(), 16u);
+    EXPECT_EQ(Parse("changer=FEDCBA9876543210").NeedChanger(), 0xFEDCBA9876543210u);
+    EXPECT_THROW(Parse("changer=1FEDCBA9876543210").NeedChanger(), CommandError);
+}
+
+TEST(ArgumentsTest, SwitchesAreYesOrNo) {
+    EXPECT_TRUE(Parse("a=yes").NeedSwitch("a"));
+    EXPECT_FALSE(Parse("a=no").NeedSwitch("a"));
+    EXPECT_THROW(Parse("a=true").NeedSwitch("a"), CommandError);
+}
+
+TEST(ArgumentsTest, UpdateLeavesTakesAwayOrSets) {
+    std::optional<bool> kept = true;
+    std::optional<bool> removed = true;
+    std::optional<std::int32_t> set;
+    Arguments arguments = Parse("removed=absent set=23");
+    arguments.Update("kept", kept);
+    arguments.Update("removed", removed);
+    arguments.Update("set", set);
+    EXPECT_EQ(kept, true);
+    EXPECT_EQ(removed, std::nullopt);
+    EXPECT_EQ(set, 23);
+}
+
+TEST(ArgumentsTest, NumberSetsAreSeparatedByCommas) {
+    EXPECT_EQ(Parse("a=1,3").GetNumberSet("a"), (std::set<unsigned>{1, 3}));
+    EXPECT_TRUE(Parse("").GetNumberSet("a").empty());
+}
+
+TEST(ArgumentsTest, UnreadArgumentsAreFound) {
+    Arguments arguments = Parse("slot=1 solt=2");
+    arguments.NeedNumber<int>("slot");
+    EXPECT_THROW(arguments.ExpectNoOthers(), CommandError);
+    arguments.NeedNumber<int>("solt");
+    EXPECT_NO_THROW(arguments.ExpectNoOthers());
+}
+
+} // namespace
+} // namespace simulator

@@ -1,0 +1,320 @@
+// The whole server in this process, its sockets in a folder of their own.
+
+#include "Peer.h"
+#include "simulator/Control.h"
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace simulator {
+namespace {
+
+class ServersTest : public testing::Test {
+protected:
+    ServersTest() {
+        Tell("pulse every=0");
+        Tell("add-changer changer=A1 slots=4 drives=1");
+        Tell("put changer=A1 slot=0");
+        Tell("start");
+    }
+    ~ServersTest() override {
+        simulator_.reset();
+        std::filesystem::remove_all(folder_);
+    }
+
+    void Tell(const std::string& command) {
+        EXPECT_TRUE(control_.Execute(command));
+    }
+    Peer Connect() const {
+        return Peer(folder_ + "/carouseld-" + std::to_string(getpid()));
+    }
+    Peer Subscribe() const {
+        return Peer(folder_ + "/carouseldn-" + std::to_string(getpid()));
+    }
+    std::int64_t Ask(const Value& request) const {
+        return Connect().Ask(request);
+    }
+    static std::vector<std::string> ReceiveKeys(Peer& peer, int count) {
+        std::vector<std::string> keys;
+        for (int index = 0; index < count; ++index) {
+            const auto more = peer.ReceiveValue().value().GetKeys();
+            keys.insert(keys.end(), more.begin(), more.end());
+        }
+        return keys;
+    }
+    // The next notification of which this holds.
+    template<typename Condition>
+    static void AwaitNotification(Peer& peer, const Condition& holds) {
+        while (!holds(peer.ReceiveValue().value().ToXml())) {
+        }
+    }
+
+    static std::string MakeFolder() {
+        std::string pattern = "/tmp/simulator-test-XXXXXX";
+        return mkdtemp(pattern.data());
+    }
+    static bool Contains(const std::string& text, const std::string& part) {
+        return text.find(part) != text.npos;
+    }
+
+    const std::string folder_ = MakeFolder();
+    Events events_{-1};
+    std::unique_ptr<Simulator> simulator_ = std::make_unique<Simulator>(events_, folder_);
+    Control control_{*simulator_};
+};
+
+const std::vector<std::string> kAllKeys = {"changer list", "root preferences", "changer info"};
+
+// ---- Requests ----
+
+TEST_F(ServersTest, MountRepliesWithPathAndDevice) {
+    Peer peer = Connect();
+    peer.SendRequest(MakePrivateMount(0));
+    const Value reply = peer.ReceiveValue().value();
+    EXPECT_EQ(reply.GetInteger("error code"), std::nullopt);
+    EXPECT_EQ(reply.GetString("mount path"), "") << "there is no file system";
+    EXPECT_EQ(reply.GetString("device id"), "drive-0");
+}
+
+TEST_F(ServersTest, ErrorsCarryTheHighWordAndAText) {
+    Peer peer = Connect();
+    peer.SendRequest(MakePrivateMount(2));
+    const Value reply = peer.ReceiveValue().value();
+    EXPECT_EQ(reply.GetInteger("error code"), 0x4000000000000000 + 1032);
+    EXPECT_EQ(reply.GetString("error string"), "no disc in that slot");
+}
+
+TEST_F(ServersTest, BusyCodesOfAMountAndAnEject) {
+    Tell("put changer=A1 slot=1");
+    Tell("timing changer=A1 moving=3600000 patience=0");
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 1020);
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 1020);
+    EXPECT_EQ(Ask(MakePrivateMount(1)), 1021);
+    EXPECT_EQ(Ask(MakePrivateEject(0)), 1021);
+}
+
+TEST_F(ServersTest, PatientRequestsWaitForTheRobot) {
+    Tell("timing changer=A1 moving=1 spin-up=1 patience=60000");
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+    EXPECT_EQ(Ask(MakePrivateEject(0)), 0);
+}
+
+TEST_F(ServersTest, RequestsThatMakeNoSense) {
+    EXPECT_EQ(Ask(MakeRequest("brew coffee")), 1034);
+    EXPECT_EQ(Ask(MakeRequest("mount disc")), 1033);
+    EXPECT_EQ(Ask(Value::MakeArray()), 1033);
+    Value request = MakePrivateEject(0);
+    request.Set("Changer GUID", 0xB2);
+    EXPECT_EQ(Ask(request), 1032);
+}
+
+TEST_F(ServersTest, OneConnectionCarriesManyRequests) {
+    Peer peer = Connect();
+    const std::string frame = EncodeFrame(MakePrivateEject(0).ToXml());
+    peer.Send(frame + frame);
+    EXPECT_TRUE(peer.ReceiveValue());
+    EXPECT_TRUE(peer.ReceiveValue());
+}
+
+TEST_F(ServersTest, NoReplyGetsNone) {
+    Peer peer = Connect();
+    Value silent = MakeRequest("request identification");
+    silent.Set("request", true).Set("no reply", true);
+    peer.SendRequest(silent);
+    EXPECT_EQ(peer.Ask(MakePrivateMount(2)), 1032) << "the first reply is the second request's";
+}
+
+TEST_F(ServersTest, RubbishClosesTheConnection) {
+    Peer peer = Connect();
+    peer.Send("this is no frame at all");
+    EXPECT_EQ(peer.ReceiveValue().has_value(), false);
+    Peer other = Connect();
+    other.Send(EncodeFrame("this is no property list"));
+    EXPECT_EQ(other.ReceiveValue().has_value(), false);
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0) << "others are served";
+}
+
+TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
+    std::vector<Peer> idle;
+    for (int count = 0; count < 20; ++count) {
+        idle.push_back(Connect());
+        idle.back().Send("giSh");
+    }
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+}
+
+TEST_F(ServersTest, StoppedServerIsGone) {
+    Peer waiting = Connect();
+    Peer subscriber = Subscribe();
+    Tell("stop");
+    EXPECT_EQ(waiting.ReceiveValue().has_value(), false);
+    while (subscriber.ReceiveValue()) {
+    }
+    EXPECT_THROW(Connect(), std::system_error);
+    EXPECT_TRUE(std::filesystem::is_empty(folder_));
+    Tell("start");
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+}
+
+// ---- Faults ----
+
+TEST_F(ServersTest, FaultsOfReplies) {
+    Tell("fault on=\"mount disc\" do=error code=1050 text=\"100%\"");
+    Peer refused = Connect();
+    refused.SendRequest(MakePrivateMount(0));
+    EXPECT_EQ(refused.ReceiveValue().value().GetString("error string"), "100%");
+
+    Tell("fault on=request do=close");
+    Peer closed = Connect();
+    closed.SendRequest(MakePrivateMount(0));
+    EXPECT_FALSE(closed.ReceiveValue());
+
+    Tell("fault on=request do=raw hex=010203");
+    Peer raw = Connect();
+    raw.SendRequest(MakePrivateEject(0));
+    EXPECT_EQ(raw.Receive(), "\x01\x02\x03");
+
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0) << "all faults are used up";
+}
+
+TEST_F(ServersTest, RefusedRequestIsNotCarriedOutUnlessToldSo) {
+    Tell("timing changer=A1 moving=3600000 patience=0");
+    Tell("fault on=\"mount disc\" do=error code=1");
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 1);
+    EXPECT_EQ(Ask(MakePrivateEject(0)), 0) << "it is in its slot";
+    Tell("fault on=\"mount disc\" do=error code=1 act=yes");
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 1);
+    EXPECT_EQ(Ask(MakePrivateEject(0)), 1021) << "it is on its way";
+}
+
+TEST_F(ServersTest, ClosedUnreadResetsTheConnection) {
+    Tell("fault on=connection do=close");
+    Peer peer = Connect();
+    peer.SendRequest(MakePrivateMount(0));
+    EXPECT_EQ(peer.Receive(), "");
+    EXPECT_EQ(Ask(MakePrivateEject(0)), 0);
+}
+
+TEST_F(ServersTest, SplitReplyArrivesInPieces) {
+    Tell("fault on=request do=split size=5");
+    Peer peer = Connect();
+    peer.SendRequest(MakePrivateEject(0));
+    for (int count = 0; count < 10; ++count) {
+        EXPECT_EQ(peer.Receive().size(), 5u);
+    }
+}
+
+// ---- Notifications ----
+
+TEST_F(ServersTest, NewcomerIsToldEverything) {
+    Peer first = Subscribe();
+    EXPECT_EQ(ReceiveKeys(first, 3), kAllKeys);
+    Peer second = Subscribe();
+    EXPECT_EQ(ReceiveKeys(second, 3), kAllKeys);
+    Tell("ready changer=A1 value=no");
+    EXPECT_EQ(ReceiveKeys(first, 1), std::vector<std::string>{"changer info"})
+        << "the other one's greeting was its own";
+}
+
+TEST_F(ServersTest, ChangesGoToAllSubscribers) {
+    Peer first = Subscribe();
+    Peer second = Subscribe();
+    Tell("root-preferences identify-on-insert=yes");
+    for (Peer* peer : {&first, &second}) {
+        AwaitNotification(*peer, [](const std::string& xml) {
+            return Contains(xml, "<key>IdentifyMediaOnInsert</key>");
+        });
+    }
+    Tell("remove-changer changer=A1");
+    for (Peer* peer : {&first, &second}) {
+        AwaitNotification(*peer, [](const std::string& xml) {
+            return Contains(xml, "changer list") && !Contains(xml, "161");
+        });
+    }
+}
+
+TEST_F(ServersTest, TogetherIsOneFrame) {
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Tell("push together=yes");
+    auto keys = ReceiveKeys(peer, 1);
+    std::ranges::sort(keys);
+    EXPECT_EQ(keys, (std::vector<std::string>{"changer info", "changer list", "root preferences"}));
+}
+
+TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
+    Tell("hold");
+    Peer peer = Subscribe();
+    Tell("put changer=A1 slot=3");
+    Tell("put changer=A1 slot=2");
+    Tell("release");
+    EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+}
+
+TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Value withdrawal = MakeRequest("request identification");
+    withdrawal.Set("request", false);
+    EXPECT_EQ(Ask(withdrawal), 0);
+    EXPECT_EQ(ReceiveKeys(peer, 1), std::vector<std::string>{"changer info"});
+}
+
+TEST_F(ServersTest, PulseRepeatsTheInfo) {
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Tell("pulse every=1");
+    EXPECT_EQ(ReceiveKeys(peer, 2), (std::vector<std::string>{"changer info", "changer info"}));
+}
+
+TEST_F(ServersTest, RawBytesGoToAllSubscribers) {
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Tell("notify hex=676953680000");
+    EXPECT_EQ(peer.Receive(), std::string("giSh\0\0", 6));
+}
+
+TEST_F(ServersTest, SubscriberThatNeverReadsHoldsNobodyUp) {
+    const Peer stuck = Subscribe();
+    Tell("fault on=notification do=huge size=900000 count=2");
+    Tell("push");
+    Tell("push");
+    Peer peer = Subscribe();
+    EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+}
+
+TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
+    Peer subscriber = Subscribe();
+    ReceiveKeys(subscriber, 3);
+    Tell("serial value=yes");
+    Tell("fault on=notification do=huge size=900000");
+    Tell("push");
+    const auto changer = simulator_->GetChanger(0xA1);
+    const auto generation = changer->GetGeneration();
+    std::atomic<bool> isAnswered = false;
+    std::jthread asking([&] {
+        EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+        isAnswered = true;
+    });
+    // Far more is on its way than the socket's buffer holds, so that it cannot have been read.
+    ASSERT_TRUE(changer->WaitForChange(generation, TimePoint::max(), {}));
+    subscriber.Receive();
+    EXPECT_FALSE(isAnswered);
+    const std::jthread reading([&] {
+        while (!subscriber.Receive().empty()) {
+        }
+    });
+    asking.join();
+    EXPECT_TRUE(isAnswered);
+    Tell("stop");
+}
+
+} // namespace
+} // namespace simulator

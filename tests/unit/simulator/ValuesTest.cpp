@@ -1,0 +1,71 @@
+#include "simulator/Values.h"
+
+#include <gtest/gtest.h>
+
+namespace simulator {
+namespace {
+
+constexpr std::string_view kXmlHead =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\">";
+
+TEST(ValueTest, ReadsWhatItWrote) {
+    Value written = Value::MakeDictionary();
+    written.Set("integer", -25536)
+        .Set("text", "caf\xC3\xA9 & <tea>")
+        .Set("yes", true)
+        .Set("no", false);
+    const Value read = Value::ParseXml(written.ToXml());
+    EXPECT_EQ(read.GetInteger("integer"), -25536);
+    EXPECT_EQ(read.GetString("text"), "caf\xC3\xA9 & <tea>");
+    EXPECT_TRUE(read.IsTrue("yes"));
+    EXPECT_FALSE(read.IsTrue("no"));
+}
+
+TEST(ValueTest, WideNumbersAreSentWithTheSignOfTheirBits) {
+    Value value = Value::MakeDictionary();
+    value.Set("GUID", std::uint64_t{0xFEDCBA9876543210});
+    EXPECT_NE(value.ToXml().find("<integer>-81985529216486896</integer>"), std::string::npos);
+}
+
+TEST(ValueTest, BinaryFormHasItsSignature) {
+    EXPECT_TRUE(Value::MakeDictionary().ToBinary().starts_with("bplist00"));
+}
+
+TEST(ValueTest, WrongTypesAreAsGoodAsAbsent) {
+    Value value = Value::MakeDictionary();
+    value.Set("text", "1").Set("number", 1).Set("array", Value::MakeArray());
+    EXPECT_EQ(value.GetInteger("text"), std::nullopt);
+    EXPECT_EQ(value.GetString("number"), std::nullopt);
+    EXPECT_FALSE(value.IsTrue("number"));
+    EXPECT_EQ(value.GetInteger("array"), std::nullopt);
+    EXPECT_EQ(Value::MakeArray().GetInteger("key"), std::nullopt);
+    EXPECT_THROW(Value::MakeArray().Set("key", 1), ValueError);
+}
+
+TEST(ValueTest, RefusesWhatIsNoPropertyList) {
+    EXPECT_THROW(Value::ParseXml(""), ValueError);
+    EXPECT_THROW(Value::ParseXml("no list"), ValueError);
+    EXPECT_THROW(Value::ParseXml(std::string(kXmlHead) + "<dict><key>a"), ValueError);
+}
+
+TEST(ValueTest, RefusesNestingThatTheParserWouldNotSurvive) {
+    std::string xml(kXmlHead);
+    for (int depth = 0; depth < 60'000; ++depth) {
+        xml += "<array>";
+    }
+    EXPECT_THROW(Value::ParseXml(xml), ValueError);
+}
+
+TEST(ValueTest, WithWrongTypesChangesEachType) {
+    Value value = Value::MakeDictionary();
+    value.Set("text", "a").Set("number", 1).Set("yes", true).Set("array", Value::MakeArray());
+    const Value wrong = value.WithWrongTypes();
+    EXPECT_EQ(wrong.GetKeys(), value.GetKeys());
+    EXPECT_EQ(wrong.Describe("text"), "1");
+    EXPECT_EQ(wrong.Describe("number"), "not a number");
+    EXPECT_EQ(wrong.Describe("yes"), "1");
+    EXPECT_EQ(wrong.Describe("array"), "<dictionary>");
+}
+
+} // namespace
+} // namespace simulator
