@@ -8,7 +8,7 @@
  * sockets and queued in the order of arrival, in chunks of at most 64 KiB, however long the loop
  * is busy; beyond 64 MiB queued, reading rests. Each turn of the loop hands over one chunk. The
  * end of the stream, for whatever reason, is one chunk of length 0 after all others; the socket
- * is invalidated when that callout returns.
+ * is invalidated when that callout returns. The lack of memory for a chunk is such an end too.
  */
 
 #include <CoreFoundation/CFBase.h>
@@ -29,7 +29,7 @@ typedef CFOptionFlags CFSocketCallBackType;
 typedef void (*CFSocketCallBack)(CFSocketRef socket, CFSocketCallBackType type, CFDataRef address,
                                  const void* data, void* info);
 
-/* retain is called when the socket is made, release when it is invalidated; either may be NULL. */
+/* As that of a timer: held while the socket is valid and around each callout. */
 typedef struct {
     CFIndex version;
     void* info;
@@ -46,20 +46,26 @@ typedef struct {
     CFDataRef address;
 } CFSocketSignature;
 
-/* Waits at most timeout seconds for the connection; NULL when it does not come about. */
-CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef allocator,
-                                                     const CFSocketSignature* signature,
-                                                     CFOptionFlags callBackTypes,
-                                                     CFSocketCallBack callout,
-                                                     const CFSocketContext* context,
-                                                     CFTimeInterval timeout);
+/*
+ * Waits at most timeout seconds for the connection; NULL when it does not come about. Only local
+ * streams are served: family and type 1, protocol 0, the address as above or only as much of it
+ * as its path takes.
+ */
+CFSocketRef CFSocketCreateConnectedToSocketSignature(
+    CFAllocatorRef allocator, const CFSocketSignature* signature, CFOptionFlags callBackTypes,
+    CFSocketCallBack callout, const CFSocketContext* context, CFTimeInterval timeout);
 
-/* The socket's one source, retained for the caller. The source keeps the socket alive. */
+/*
+ * The socket's one source, retained for the caller. The source keeps the socket alive until it is
+ * invalidated. NULL also for an invalid socket, and when the thread that reads cannot be started.
+ */
 CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef allocator, CFSocketRef socket,
                                                CFIndex order);
 
-/* Closes the connection, drops what is queued and invalidates the source. No callout follows;
-   allowed inside the socket's own. */
+/*
+ * Closes the connection, drops what is queued and invalidates the source. No callout follows;
+ * allowed inside the socket's own.
+ */
 void CFSocketInvalidate(CFSocketRef socket);
 
 /*
