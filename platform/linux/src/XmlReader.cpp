@@ -66,10 +66,11 @@ private:
     ListBuilder& builder_;
 };
 
+// The element around a list is no level of it.
 Value XmlReader::Read() {
     for (const pugi::xml_node node : tree_.Document()) {
         if (node.type() == pugi::node_element)
-            return ReadValue(node, 0);
+            return ReadValue(node, TagOf(node) == Tag::Plist ? -1 : 0);
         if (node.type() == pugi::node_pcdata)
             RefuseText(tree_.At(node), "Unexpected character ", " at line ");
         if (node.type() == pugi::node_doctype && std::strchr(node.value(), '[') != nullptr)

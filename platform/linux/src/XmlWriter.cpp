@@ -105,9 +105,11 @@ std::array<char, 4> Base64Group(std::span<const std::uint8_t> bytes) {
     return group;
 }
 
-// Lines of base64 are 76 columns wide with tabs of 8, of which no more than 8 count.
-std::size_t Base64BytesPerLine(int depth) {
-    return static_cast<std::size_t>(76 - 8 * std::min(depth, 8)) / 4 * 3;
+// Lines of base64 have at most 8 tabs, and with them 76 columns of 8 to a tab.
+constexpr int kMaximumDataIndent = 8;
+
+std::size_t Base64BytesPerLine(int indent) {
+    return static_cast<std::size_t>(76 - 8 * indent) / 4 * 3;
 }
 
 using KeyAndValue = std::pair<const String*, const Object*>;
@@ -133,10 +135,12 @@ bool XmlWriter::WriteList(const Object* list) {
     if (!WriteValue(list, 0))
         return false;
     text_ += kTrailer;
-    return true;
+    return text_.size() <= kMaximumListSize;
 }
 
 bool XmlWriter::WriteValue(const Object* value, int depth) {
+    if (text_.size() > kMaximumListSize)
+        return false;
     if (const auto* string = As<String>(value))
         WriteString("string", string, depth);
     else if (const auto* number = As<Number>(value))
@@ -153,17 +157,17 @@ bool XmlWriter::WriteValue(const Object* value, int depth) {
         return WriteArray(array, depth);
     else
         return false;
-    return text_.size() <= kMaximumListSize;
+    return true;
 }
 
 bool XmlWriter::WriteArray(const Array* array, int depth) {
+    if (depth == kMaximumNesting)
+        return false;
     const auto members = MembersOf(array);
     if (members.empty()) {
         WriteLine("<array/>", depth);
         return true;
     }
-    if (depth == kMaximumNesting)
-        return false;
     WriteLine("<array>", depth);
     for (const Object* member : members)
         if (!WriteValue(member, depth + 1))
@@ -173,8 +177,10 @@ bool XmlWriter::WriteArray(const Array* array, int depth) {
 }
 
 bool XmlWriter::WriteDictionary(const Dictionary* dictionary, int depth) {
+    if (depth == kMaximumNesting)
+        return false;
     const auto pairs = SortedPairs(dictionary);
-    if (!pairs || depth == kMaximumNesting)
+    if (!pairs)
         return false;
     if (pairs->empty()) {
         WriteLine("<dict/>", depth);
@@ -215,11 +221,12 @@ bool XmlWriter::WriteDate(const Date* date, int depth) {
 
 void XmlWriter::WriteData(const Data* data, int depth) {
     WriteLine("<data>", depth);
-    const std::size_t bytesPerLine = Base64BytesPerLine(depth);
+    const int indent = std::min(depth, kMaximumDataIndent);
+    const std::size_t bytesPerLine = Base64BytesPerLine(indent);
     for (auto rest = BytesOf(data); !rest.empty();) {
         auto line = rest.first(std::min(bytesPerLine, rest.size()));
         rest = rest.subspan(line.size());
-        Indent(depth);
+        Indent(indent);
         for (; !line.empty(); line = line.subspan(std::min<std::size_t>(3, line.size())))
             text_.append(Base64Group(line).data(), 4);
         text_ += '\n';

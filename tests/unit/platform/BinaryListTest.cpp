@@ -1,0 +1,349 @@
+/* What the binary reader accepts and refuses, and how much work the lists of strangers make. */
+
+#include "Lists.h"
+
+#include "BinaryReader.h"
+#include "MalformedList.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+namespace {
+
+using namespace std::string_literals;
+
+std::string BigEndian(std::uint64_t value, std::size_t size) {
+    std::string bytes;
+    for (std::size_t i = size; i > 0; --i)
+        bytes += i > sizeof value ? '\0' : static_cast<char>(value >> (8 * (i - 1)));
+    return bytes;
+}
+
+// A binary list from the bytes of its objects; the trailer's fields can be falsified.
+struct BinaryList {
+    explicit BinaryList(std::vector<std::string> objectBytes) : objects(std::move(objectBytes)) {
+        objectCount = objects.size();
+    }
+
+    std::string Bytes() const {
+        std::string bytes = "bplist00";
+        std::string table;
+        for (const std::string& object : objects) {
+            table += BigEndian(bytes.size(), offsetSize);
+            bytes += object;
+        }
+        const std::size_t tableOffset = bytes.size() + tableShift;
+        return bytes + table + std::string(6, '\0') + BigEndian(offsetSize, 1) +
+               BigEndian(referenceSize, 1) + BigEndian(objectCount, 8) + BigEndian(topObject, 8) +
+               BigEndian(tableOffset, 8);
+    }
+
+    std::vector<std::string> objects;
+    std::size_t offsetSize = 3;
+    std::size_t referenceSize = 1;
+    std::uint64_t objectCount;
+    std::uint64_t topObject = 0;
+    std::uint64_t tableShift = 0;
+};
+
+constexpr const char* kRefused = "Unexpected character b at line 1";
+
+std::string WriteBinary(const std::vector<std::string>& objects) {
+    const ReadResult result = ReadList(BinaryList(objects).Bytes());
+    return result.list ? WriteBody(result.list.Get()) : result.error;
+}
+
+// Objects
+
+TEST(BinaryList, ReadsTheReferenceLayout) {
+    const std::string bytes = "bplist00\xD1\x01\x02\x5C"
+                              "Changer GUID"
+                              "\x13\x12\x34\x56\x78\x9A\xBC\xDE\xF0\x08\x0B\x18"s +
+                              BigEndian(0x101, 8) + BigEndian(3, 8) + BigEndian(0, 8) +
+                              BigEndian(0x21, 8);
+    const ReadResult result = ReadList(bytes);
+    ASSERT_TRUE(result.list);
+    EXPECT_EQ(WriteBody(result.list.Get()),
+              "<dict>\n\t<key>Changer GUID</key>\n\t<integer>1311768467463790320</integer>\n"
+              "</dict>\n");
+}
+
+TEST(BinaryList, ReadsIntegersOfEveryWidth) {
+    EXPECT_EQ(WriteBinary({"\x10\xFF"}), "<integer>255</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x11\xFF\xFF"}), "<integer>65535</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x12\xFF\xFF\xFF\xFF"}), "<integer>4294967295</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x13" + BigEndian(~0ULL, 8)}), "<integer>-1</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(0, 8) + BigEndian(~0ULL, 8)}),
+              "<integer>18446744073709551615</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(0, 8) + BigEndian(5, 8)}), "<integer>5</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(~0ULL, 8)}),
+              "<integer>-1</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(1, 8) + BigEndian(0, 8)}), kRefused);
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(0, 8)}), kRefused);
+    EXPECT_EQ(WriteBinary({"\x15" + std::string(32, '\0')}), kRefused);
+}
+
+TEST(BinaryList, ReadsBooleansRealsDatesAndData) {
+    EXPECT_EQ(WriteBinary({"\x08"}), "<false/>\n");
+    EXPECT_EQ(WriteBinary({"\x09"}), "<true/>\n");
+    EXPECT_EQ(WriteBinary({"\x22\x3F\xC0\x00\x00"s}), "<real>1.5</real>\n");
+    EXPECT_EQ(WriteBinary({"\x23\xBF\xF8" + std::string(6, '\0')}), "<real>-1.5</real>\n");
+    EXPECT_EQ(WriteBinary({"\x33" + std::string(8, '\0')}), "<date>2001-01-01T00:00:00Z</date>\n");
+    EXPECT_EQ(WriteBinary({"\x43\x01\x02\x03"}), "<data>\nAQID\n</data>\n");
+    EXPECT_EQ(WriteBinary({"\x40"}), "<data>\n</data>\n");
+}
+
+TEST(BinaryList, ReadsStringsOfBothKinds) {
+    EXPECT_EQ(WriteBinary({"\x50"}), "<string></string>\n");
+    EXPECT_EQ(WriteBinary({"\x52"
+                           "ab"}),
+              "<string>ab</string>\n");
+    EXPECT_EQ(WriteBinary({"\x5F\x10\x10"
+                           "0123456789abcdef"}),
+              "<string>0123456789abcdef</string>\n");
+    EXPECT_EQ(WriteBinary({"\x63\x00\xE9\xD8\x3D\xDE\x00"s}),
+              "<string>\xC3\xA9\xF0\x9F\x98\x80</string>\n");
+}
+
+TEST(BinaryList, RefusesOtherObjects) {
+    const std::string refused[] = {
+        "",                                    // nothing there
+        "\x00"s,                               // null
+        "\x0F",                                // fill
+        "\x20\x00"s,                           // real of one byte
+        "\x32" + std::string(4, '\0'),         // date of four bytes
+        "\x33\x7F\xF8" + std::string(6, '\0'), // no number
+        "\x33\x7F\xE0" + std::string(6, '\0'), // no calendar date
+        "\x51\xE9",                            // not ASCII
+        "\x61\xD8\x00"s,                       // unpaired surrogate
+        "\x80\x01",                            // identifier
+        "\xC0",                                // set
+        "\xF0",                                // unknown
+        "\x5F",                                // no count
+        "\x5F\x50",                            // count that is no integer
+        "\x5F\x13" + BigEndian(~0ULL, 8),      // count beyond the file
+        "\x6F\x13" + BigEndian(1ULL << 63, 8), // count that overflows with its size
+        "\xDF\x13" + BigEndian(1ULL << 63, 8),
+        "\x52"
+        "a", // cut
+        "\x13" + BigEndian(0, 7),
+    };
+    for (const std::string& object : refused)
+        EXPECT_EQ(WriteBinary({object}), kRefused) << testing::PrintToString(object);
+}
+
+TEST(BinaryList, ReadsContainersWithWideReferences) {
+    BinaryList list({"\xA2" + BigEndian(1, 5) + BigEndian(2, 5),
+                     "\xD1" + BigEndian(3, 5) + BigEndian(2, 5), "\x09",
+                     "\x51"
+                     "k"});
+    list.referenceSize = 5;
+    list.offsetSize = 8;
+    const ReadResult result = ReadList(list.Bytes());
+    ASSERT_TRUE(result.list) << result.error;
+    EXPECT_EQ(WriteBody(result.list.Get()),
+              "<array>\n\t<dict>\n\t\t<key>k</key>\n\t\t<true/>\n\t</dict>\n\t<true/>\n</array>\n");
+}
+
+TEST(BinaryList, LastOfEqualKeysWins) {
+    EXPECT_EQ(WriteBinary({"\xD2\x01\x01\x02\x03", "\x51k", "\x08", "\x09"}),
+              "<dict>\n\t<key>k</key>\n\t<true/>\n</dict>\n");
+}
+
+TEST(BinaryList, RefusesKeysThatAreNoStrings) {
+    EXPECT_EQ(WriteBinary({"\xD1\x01\x01", "\x09"}), kRefused);
+    EXPECT_EQ(WriteBinary({"\xD1\x01\x02", "\xA0", "\x09"}), kRefused);
+}
+
+// The trailer
+
+TEST(BinaryList, RefusesWrongTrailers) {
+    const BinaryList good({"\x09"});
+    ASSERT_TRUE(ReadList(good.Bytes()).list);
+    const auto refused = [&](auto falsify) {
+        BinaryList list = good;
+        falsify(list);
+        EXPECT_EQ(ReadList(list.Bytes()).error, kRefused);
+    };
+    refused([](BinaryList& list) { list.objectCount = 0; });
+    refused([](BinaryList& list) { list.objectCount = 2; });
+    refused([](BinaryList& list) { list.objectCount = ~0ULL; });
+    refused([](BinaryList& list) { list.objectCount = 0x5555555555555556; }); // times 3: 2
+    refused([](BinaryList& list) { list.topObject = 1; });
+    refused([](BinaryList& list) { list.topObject = ~0ULL; });
+    refused([](BinaryList& list) { list.offsetSize = 0; });
+    refused([](BinaryList& list) { list.offsetSize = 9; });
+    refused([](BinaryList& list) { list.referenceSize = 0; });
+    refused([](BinaryList& list) { list.referenceSize = 9; });
+    refused([](BinaryList& list) { list.tableShift = 1000; });
+    refused([](BinaryList& list) { list.tableShift = ~0ULL - 3; });
+    refused([](BinaryList& list) { list.tableShift = 0 - std::uint64_t{9}; });
+}
+
+TEST(BinaryList, RefusesOffsetsOutsideOfTheObjects) {
+    for (const std::uint64_t offset : {0ULL, 7ULL, 9ULL, 1000ULL, ~0ULL}) {
+        BinaryList list({"\x09"});
+        list.offsetSize = 8;
+        std::string bytes = list.Bytes();
+        bytes.replace(9, 8, BigEndian(offset, 8));
+        EXPECT_EQ(ReadList(bytes).error, kRefused) << offset;
+    }
+}
+
+TEST(BinaryList, RefusesOffsetsTooNarrowForTheFile) {
+    BinaryList list({"\x5F\x11\x01\x00"s + std::string(256, 'a')});
+    list.offsetSize = 1;
+    EXPECT_EQ(ReadList(list.Bytes()).error, kRefused);
+    list.offsetSize = 2;
+    EXPECT_TRUE(ReadList(list.Bytes()).list);
+}
+
+TEST(BinaryList, RefusesOtherVersions) {
+    std::string bytes = BinaryList({"\x09"}).Bytes();
+    bytes[7] = '1';
+    EXPECT_EQ(ReadList(bytes).error, kRefused);
+}
+
+// Hostile lists. The work is counted, not timed.
+
+cf::BinaryWork WorkOf(const std::string& bytes) {
+    cf::ListBuilder builder(false);
+    cf::BinaryWork work;
+    const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    try {
+        cf::ReadBinaryList({data, bytes.size()}, builder, work);
+    } catch (const cf::MalformedList&) {
+    }
+    return work;
+}
+
+TEST(BinaryList, RefusesListsThatContainThemselves) {
+    EXPECT_EQ(WriteBinary({"\xA1\x00"s}), kRefused);
+    EXPECT_EQ(WriteBinary({"\xA1\x01", "\xA1\x00"s}), kRefused);
+    EXPECT_EQ(WriteBinary({"\xD1\x01\x00"s, "\x51k"}), kRefused);
+    EXPECT_EQ(WriteBinary({"\xD1\x00\x01"s, "\x51k"}), kRefused);
+}
+
+// Each level refers twice to the next one: written out, the list would have 2^100 elements.
+std::vector<std::string> SharedReferenceBomb() {
+    std::vector<std::string> objects;
+    for (char i = 0; i < 100; ++i)
+        objects.push_back({'\xA2', static_cast<char>(i + 1), static_cast<char>(i + 1)});
+    objects.push_back("\x09");
+    return objects;
+}
+
+TEST(BinaryList, ConvertsEachObjectOfABombOnce) {
+    const BinaryList bomb(SharedReferenceBomb());
+    const cf::BinaryWork work = WorkOf(bomb.Bytes());
+    EXPECT_EQ(work.objects, 101U);
+    EXPECT_EQ(work.references, 200U);
+    for (const CFOptionFlags mutability :
+         {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+        const ReadResult result = ReadList(bomb.Bytes(), mutability);
+        ASSERT_TRUE(result.list);
+        EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(result.list.Get())), 2);
+        EXPECT_EQ(WriteList(result.list.Get()), "");
+    }
+}
+
+// One array of many bytes claimed by many offsets, each a little later than the one before.
+TEST(BinaryList, OverlappingObjectsClaimNoMoreThanTheFile) {
+    constexpr std::size_t kObjects = 200;
+    std::string overlapping;
+    for (std::size_t i = 0; i < kObjects; ++i)
+        overlapping += "\xAF\x10\xFF";
+    overlapping += std::string(800, '\x01');
+    std::string bytes = "bplist00" + overlapping;
+    const std::size_t table = bytes.size();
+    for (std::size_t i = 0; i < kObjects; ++i)
+        bytes += BigEndian(8 + 3 * i, 2);
+    bytes += std::string(6, '\0') + "\x02\x01" + BigEndian(kObjects, 8) + BigEndian(0, 8) +
+             BigEndian(table, 8);
+    EXPECT_LE(WorkOf(bytes).references, bytes.size());
+    EXPECT_EQ(ReadList(bytes).error, kRefused);
+}
+
+TEST(BinaryList, NoTwoObjectsHaveTheSameBytes) {
+    const BinaryList list({"\xA2\x01\x02", "\x5F\x11\x01\x00"s + std::string(256, 'a'), "\x09"});
+    std::string bytes = list.Bytes();
+    ASSERT_TRUE(ReadList(bytes).list);
+    const std::size_t table = bytes.size() - 32 - 9;
+    bytes.replace(table + 6, 3, bytes.substr(table + 3, 3));
+    EXPECT_EQ(ReadList(bytes).error, kRefused);
+}
+
+// The innermost first: no conversion goes deep, yet the last array is as high as all of them.
+std::vector<std::string> TowerFromBelow(std::size_t levels) {
+    std::string all = "\xAF\x11" + BigEndian(levels, 2);
+    std::vector<std::string> objects = {"", "\xA0"};
+    for (std::size_t i = 1; i <= levels; ++i) {
+        all += BigEndian(i, 2);
+        objects.push_back("\xA1" + BigEndian(i, 2));
+    }
+    objects[0] = all;
+    return objects;
+}
+
+TEST(BinaryList, RefusesTowersHoweverTheyAreReferredTo) {
+    BinaryList tower(TowerFromBelow(511));
+    tower.referenceSize = 2;
+    EXPECT_TRUE(ReadList(tower.Bytes()).list);
+    BinaryList higher(TowerFromBelow(512));
+    higher.referenceSize = 2;
+    EXPECT_EQ(ReadList(higher.Bytes()).error, kRefused);
+    BinaryList highest(TowerFromBelow(60000));
+    highest.referenceSize = 2;
+    EXPECT_EQ(ReadList(highest.Bytes()).error, kRefused);
+}
+
+TEST(BinaryList, NestsTo512Levels) {
+    for (const std::size_t levels : {512U, 513U}) {
+        std::vector<std::string> objects;
+        for (std::size_t i = 1; i < levels; ++i)
+            objects.push_back("\xA1" + BigEndian(i, 2));
+        objects.push_back("\xA0");
+        BinaryList list(objects);
+        list.referenceSize = 2;
+        EXPECT_EQ(static_cast<bool>(ReadList(list.Bytes()).list), levels == 512) << levels;
+    }
+}
+
+// Everything in one list.
+std::string MotleyBinary() {
+    return BinaryList({"\xD2\x01\x02\x03\x04",
+                       "\x51"
+                       "a",
+                       "\x61\x00\xE9"s, "\xA8\x05\x06\x07\x08\x09\x0A\x0B\x05", "\x43\x01\x02\x03",
+                       "\x10\x05", "\x13" + BigEndian(~0ULL, 8), "\x22\x3F\xC0\x00\x00"s,
+                       "\x23\xBF\xF8" + std::string(6, '\0'), "\x33" + std::string(8, '\0'), "\x09",
+                       "\x14" + BigEndian(0, 8) + BigEndian(~0ULL, 8)})
+        .Bytes();
+}
+
+TEST(BinaryList, RefusesEveryPrefix) {
+    const std::string bytes = MotleyBinary();
+    ASSERT_TRUE(ReadList(bytes).list);
+    for (std::size_t length = 0; length < bytes.size(); ++length) {
+        const ReadResult result = ReadList(bytes.substr(0, length));
+        EXPECT_FALSE(result.list) << length;
+        EXPECT_NE(result.error, "") << length;
+    }
+}
+
+TEST(BinaryList, SurvivesAnyChangedByte) {
+    const std::string bytes = MotleyBinary();
+    for (std::size_t i = 8; i < bytes.size(); ++i) {
+        for (int value = 0; value < 256; ++value) {
+            std::string changed = bytes;
+            changed[i] = static_cast<char>(value);
+            const ReadResult result = ReadList(changed);
+            EXPECT_NE(static_cast<bool>(result.list), result.error == kRefused) << i;
+        }
+    }
+}
+
+} // namespace

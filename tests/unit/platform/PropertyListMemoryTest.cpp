@@ -1,0 +1,154 @@
+/* Memory that runs out at each allocation in turn while lists are read and written. */
+
+#include "AllocationFaults.h"
+#include "Lists.h"
+
+#include "SharedTable.h"
+
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+#include <pugixml.hpp>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+// Values of all kinds, a key that comes again, more pairs than are compared one by one.
+std::string MotleyXml() {
+    std::string xml = "<dict><key>a&amp;b</key><array><string>x<![CDATA[y]]></string>"
+                      "<integer>70000</integer><integer>18446744073709551615</integer>"
+                      "<real>1.5</real><date>2004-11-29T21:33:09Z</date><data>AQID</data><true/>"
+                      "<array/><dict/></array>";
+    for (int i = 0; i < 20; ++i)
+        xml += "<key>" + std::to_string(i % 19) + "</key><string>value</string>";
+    return xml + "</dict>";
+}
+
+std::string MotleyBinary() {
+    const std::string xml = WriteList(ReadList(MotleyXml()).list.Get());
+    plist_t list = nullptr;
+    plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &list);
+    char* bytes = nullptr;
+    std::uint32_t length = 0;
+    plist_to_bin(list, &bytes, &length);
+    std::string binary(bytes, length);
+    plist_to_bin_free(bytes);
+    plist_free(list);
+    return binary;
+}
+
+class PropertyListMemory : public testing::Test {
+protected:
+    // pugixml is a library of its own: its allocations are faulted only when they are made here.
+    PropertyListMemory() {
+        pugi::set_memory_management_functions([](std::size_t size) { return std::malloc(size); },
+                                              [](void* memory) { std::free(memory); });
+    }
+    ~PropertyListMemory() override {
+        pugi::set_memory_management_functions(allocate_, free_);
+    }
+
+    // A list, when there is one, is complete; otherwise nothing stays behind.
+    void SweepReading(const std::string& bytes, CFOptionFlags mutability) {
+        const std::string expected = WriteList(ReadList(bytes).list.Get());
+        const Held data = MakeData(bytes);
+        const std::size_t sharedValues = cf::MeasureSharedTable().values;
+        CFStringRef text = nullptr;
+        CFPropertyListRef list = nullptr;
+        const std::size_t runs = SweepAllocationFaults(
+            [&](std::size_t) {
+                list = CFPropertyListCreateFromXMLData(nullptr, data.Get(), mutability, &text);
+            },
+            [&](std::size_t nth, bool happened) {
+                EXPECT_EQ(text, nullptr) << nth;
+                if (list != nullptr || !happened) {
+                    EXPECT_EQ(WriteList(list), expected) << nth;
+                }
+                CFRelease(list);
+                EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
+            });
+        EXPECT_GT(runs, 20U);
+    }
+
+private:
+    const pugi::allocation_function allocate_ = pugi::get_memory_allocation_function();
+    const pugi::deallocation_function free_ = pugi::get_memory_deallocation_function();
+};
+
+TEST_F(PropertyListMemory, ReadingXml) {
+    SweepReading(MotleyXml(), kCFPropertyListImmutable);
+    SweepReading(MotleyXml(), kCFPropertyListMutableContainersAndLeaves);
+}
+
+TEST_F(PropertyListMemory, ReadingXmlOfOtherEncodings) {
+    SweepReading("<?xml version='1.0' encoding='ISO-8859-1'?>" + MotleyXml(),
+                 kCFPropertyListImmutable);
+    std::string utf16 = "\xFF\xFE";
+    for (const char character : MotleyXml())
+        (utf16 += character) += '\0';
+    SweepReading(utf16, kCFPropertyListImmutable);
+}
+
+TEST_F(PropertyListMemory, ReadingBinary) {
+    SweepReading(MotleyBinary(), kCFPropertyListImmutable);
+    SweepReading(MotleyBinary(), kCFPropertyListMutableContainersAndLeaves);
+}
+
+TEST_F(PropertyListMemory, RefusingXml) {
+    const Held data = MakeData("<dict><key>a</key><array><string>b</string><integer>c</integer>");
+    const std::size_t sharedValues = cf::MeasureSharedTable().values;
+    CFStringRef text = nullptr;
+    CFPropertyListRef list = nullptr;
+    SweepAllocationFaults(
+        [&](std::size_t) { list = CFPropertyListCreateFromXMLData(nullptr, data.Get(), 0, &text); },
+        [&](std::size_t nth, bool happened) {
+            EXPECT_EQ(list, nullptr) << nth;
+            if (text != nullptr || !happened) {
+                EXPECT_EQ(TextOf(text), "Hex digit in non-hex <integer> on line 1") << nth;
+            }
+            CFRelease(text);
+            EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
+        });
+}
+
+TEST_F(PropertyListMemory, Writing) {
+    const ReadResult source = ReadList(MotleyXml());
+    const std::string expected = WriteList(source.list.Get());
+    CFDataRef written = nullptr;
+    const std::size_t runs = SweepAllocationFaults(
+        [&](std::size_t) { written = CFPropertyListCreateXMLData(nullptr, source.list.Get()); },
+        [&](std::size_t nth, bool happened) {
+            EXPECT_NE(written == nullptr, !happened) << nth;
+            if (written != nullptr) {
+                EXPECT_EQ(static_cast<std::size_t>(CFDataGetLength(written)), expected.size());
+            }
+            CFRelease(written);
+        });
+    EXPECT_GT(runs, 5U);
+}
+
+TEST_F(PropertyListMemory, ReadingAFile) {
+    const std::string path = testing::TempDir() + "PropertyListMemoryTest.plist";
+    std::ofstream(path) << MotleyXml();
+    CFPropertyListRef list = nullptr;
+    const auto* bytes = reinterpret_cast<const UInt8*>(path.data());
+    const Held url(CFURLCreateFromFileSystemRepresentation(
+        nullptr, bytes, static_cast<CFIndex>(path.size()), false));
+    SweepAllocationFaults(
+        [&](std::size_t) {
+            list = nullptr;
+            CFReadStreamRef stream = CFReadStreamCreateWithFile(nullptr, url.Get());
+            if (stream != nullptr && CFReadStreamOpen(stream))
+                list = CFPropertyListCreateFromStream(nullptr, stream, 0, 0, nullptr, nullptr);
+            CFRelease(stream);
+        },
+        [&](std::size_t nth, bool happened) {
+            EXPECT_TRUE(list != nullptr || happened) << nth;
+            CFRelease(list);
+        });
+    std::filesystem::remove(path);
+}
+
+} // namespace

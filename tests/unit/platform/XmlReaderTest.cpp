@@ -1,0 +1,446 @@
+/* What the XML reader accepts and gives, and what it refuses with which text. */
+
+#include "Lists.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <ostream>
+#include <vector>
+
+namespace {
+
+using namespace std::string_literals;
+
+struct Row {
+    const char* name;
+    std::string xml;
+    std::string result;
+};
+
+std::ostream& operator<<(std::ostream& out, const Row& row) {
+    return out << row.name;
+}
+
+std::string NameOf(const testing::TestParamInfo<Row>& info) {
+    return info.param.name;
+}
+
+std::string Nested(int levels, std::string_view opening, std::string_view closing) {
+    std::string xml;
+    for (int i = 0; i < levels; ++i)
+        xml += opening;
+    for (int i = 0; i < levels; ++i)
+        xml += closing;
+    return xml;
+}
+
+std::string Utf16(std::string_view ascii, bool bigEndian) {
+    std::string bytes = bigEndian ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char character : ascii)
+        bytes += bigEndian ? std::string{'\0', character} : std::string{character, '\0'};
+    return bytes;
+}
+
+// Refused
+
+class XmlReaderRefuses : public testing::TestWithParam<Row> {};
+
+TEST_P(XmlReaderRefuses, WithText) {
+    const ReadResult immutable = ReadList(GetParam().xml);
+    EXPECT_FALSE(immutable.list);
+    EXPECT_EQ(immutable.error, GetParam().result);
+    EXPECT_EQ(ReadList(GetParam().xml, kCFPropertyListMutableContainersAndLeaves).error,
+              GetParam().result);
+}
+
+const Row kNoDocument[] = {
+    {"Nothing", "", "Cannot parse a NULL or zero-length data"},
+    {"OneBracket", "<", "No XML content found"},
+    {"Blanks", "   ", "No XML content found"},
+    {"OneCharacter", "x", "Unexpected character x at line 1"},
+    {"Words", "hello world", "Unexpected character h at line 1"},
+    {"OldStyle", "{ a = b; }", "Unexpected character { at line 1"},
+    {"OldStyleStrings", "\n\"a\" = \"b\";", "Unexpected character \" at line 2"},
+    {"HighBytes", "\x80\x81\xFE\xFF", "Unexpected character ? at line 1"},
+    {"TextBeforeRoot", "<?xml version=\"1.0\"?>\nx<true/>", "Unexpected character x at line 2"},
+    {"DeclarationCut", "<?xml version=\"1.0\"", "End of buffer while looking for encoding name"},
+    {"EncodingCut", "<?xml encoding=\"UTF-8", "End of buffer while looking for encoding name"},
+    {"DoctypeCut", "<!DOCTYPE plist PUB", "Encountered unexpected EOF while parsing DTD"},
+    {"HeaderOnly", "<?xml version=\"1.0\"?>\n<!DOCTYPE plist>\n", "No XML content found"},
+    {"InternalSubset", "<!DOCTYPE plist [<!ENTITY a \"b\">]><true/>",
+     "Encountered unexpected character [ on line 1 while parsing DTD"},
+    {"InternalSubsetCut", "<!DOCTYPE plist\n[<!ENTITY",
+     "Encountered unexpected character [ on line 2 while parsing DTD"},
+    {"Declaration", "<!FOO x><true/>", "Malformed DTD on line 1"},
+    {"UnterminatedComment", "<array>\n<!-- x", "Unterminated comment started on line 2"},
+    {"UnknownEncoding", "<?xml version=\"1.0\" encoding=\"FOO-1\"?><true/>",
+     "Encountered unknown encoding (FOO-1)"},
+    {"Macintosh", "<?xml version='1.0' encoding='macintosh'?><true/>",
+     "Encountered unknown encoding (macintosh)"},
+    {"Utf16Odd", "\xFF\xFE<", "Unable to convert string to correct encoding"},
+    {"Utf16LoneSurrogate", "\xFE\xFF\xD8\x00"s, "Unable to convert string to correct encoding"},
+    {"InvalidUtf8", "<string>\xFF</string>", "Unable to convert string to correct encoding"},
+    {"OverlongUtf8", "<string>\xC0\x80</string>", "Unable to convert string to correct encoding"},
+    {"SurrogateUtf8", "<string>\xED\xA0\x80</string>",
+     "Unable to convert string to correct encoding"},
+    {"CutUtf8", "<string>\xE2\x82</string>", "Unable to convert string to correct encoding"},
+};
+INSTANTIATE_TEST_SUITE_P(NoDocument, XmlReaderRefuses, testing::ValuesIn(kNoDocument), NameOf);
+
+const Row kGrammar[] = {
+    {"PlistCut", "<plist version=\"1.0\">", "Encountered empty plist tag"},
+    {"PlistEmpty", "<plist></plist>", "Encountered empty plist tag"},
+    {"PlistSelfClosing", "<plist/>", "Encountered empty plist tag"},
+    {"PlistOfTwo", "<plist><true/>\n<true/></plist>",
+     "Encountered unexpected element at line 2 (plist can only include one object)"},
+    {"PlistNotClosed", "<plist><true/>", "Encountered unexpected EOF"},
+    {"PlistHalfClosed", "<plist><true/></pli", "Encountered unexpected EOF"},
+    {"PlistClosedAsDict", "<plist><true/></dict>", "Encountered unexpected EOF"},
+    {"PlistText", "<plist>a</plist>",
+     "Encountered unexpected character a on line 1 while looking for open tag"},
+    {"UnknownTag", "<plist>\n<foo/></plist>", "Encountered unknown tag foo on line 2"},
+    {"UpperCase", "<STRING>a</STRING>", "Encountered unknown tag STRING on line 1"},
+    {"Html", "<html>", "Encountered unknown tag html on line 1"},
+    {"ClosingFirst", "</plist>", "Encountered unknown tag /plist on line 1"},
+    {"NumberTag", "<1/>", "Encountered unknown tag 1/ on line 1"},
+    {"DictCut", "<plist><dict>", "Encountered unexpected EOF"},
+    {"DictText", "<dict>a</dict>",
+     "Encountered unexpected character a on line 1 while looking for open tag"},
+    {"DictKeyWithoutValue", "<dict>\n<key>a</key></dict>",
+     "Value missing for key inside <dict> at line 2"},
+    {"DictCutAfterKey", "<dict><key>a</key>", "Value missing for key inside <dict> at line 1"},
+    {"DictCutInTag", "<dict><key>a</key><stri", "Value missing for key inside <dict> at line 1"},
+    {"DictThreeInARow", "<dict><key>a</key><key>b</key><true/></dict>",
+     "Found non-key inside <dict> at line 1"},
+    {"DictValueWithoutKey", "<dict><true/></dict>", "Found non-key inside <dict> at line 1"},
+    {"DictWrongClose", "<dict>\n</dixt>", "Close tag on line 2 does not match open tag dict"},
+    {"ArrayText", "<array><true/>\n a</array>",
+     "Encountered unexpected character a on line 2 while looking for open tag"},
+    {"ArrayCdata", "<array><![CDATA[a]]></array>", "Encountered improper CDATA opening at line 1"},
+    {"ArrayWrongClose", "<array></dict>", "Close tag on line 1 does not match open tag array"},
+    {"TooDeep", Nested(513, "<array>", "</array>"),
+     "Too many nested arrays or dictionaries, failing on line 1"},
+    {"TooDeepInPlist", "<plist>" + Nested(513, "<array>", "</array>") + "</plist>",
+     "Too many nested arrays or dictionaries, failing on line 1"},
+    {"TooDeepDicts", Nested(513, "<dict><key/>", "</dict>"),
+     "Too many nested arrays or dictionaries, failing on line 1"},
+    {"TooDeepPlists", Nested(514, "<plist>", "</plist>"),
+     "Too many nested arrays or dictionaries, failing on line 1"},
+    {"TrueWithText", "<true>x</true>", "Encountered non-empty <true> on line 1"},
+    {"FalseWithElement", "<false><true/></false>", "Encountered non-empty <false> on line 1"},
+};
+INSTANTIATE_TEST_SUITE_P(Grammar, XmlReaderRefuses, testing::ValuesIn(kGrammar), NameOf);
+
+const Row kTexts[] = {
+    {"StringCut", "<plist><string>ab", "Encountered unexpected EOF"},
+    {"KeyCut", "<plist><dict><key>ab", "Encountered unexpected EOF"},
+    {"StringWrongClose", "<string>a</strong>",
+     "Close tag on line 1 does not match open tag string"},
+    {"UnknownEntity", "<string>&foo;</string>",
+     "Encountered unknown ampersand-escape sequence at line 1"},
+    {"BareAmpersand", "<string>a\n& b</string>",
+     "Encountered unknown ampersand-escape sequence at line 2"},
+    {"UpperCaseHex", "<string>&#X41;</string>",
+     "Encountered unexpected character X at line 1 while parsing data"},
+    {"LoneSurrogate", "<string>&#xD800;</string>",
+     "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
+     "in a real string)"},
+    {"BeyondUnicode", "<string>&#x110000;</string>",
+     "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
+     "in a real string)"},
+    {"FarBeyondUnicode", "<string>&#99999999999999999999;</string>",
+     "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
+     "in a real string)"},
+    {"ZeroEntity", "<string>&#0;</string>",
+     "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
+     "in a real string)"},
+    {"EntityWithoutDigits", "<string>&#;</string>",
+     "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
+     "in a real string)"},
+    {"CdataCut", "<string>a\n<![CDATA[b", "Could not find end of CDATA started on line 2"},
+    {"CommentInString", "<string>a<!-- c -->b</string>",
+     "Encountered improper CDATA opening at line 1"},
+    {"CommentFirstInString", "<string><!-- c -->b</string>",
+     "Encountered improper CDATA opening at line 1"},
+    {"ElementInString", "<string>a<b/></string>",
+     "Encountered unexpected character b on line 1 while looking for close tag"},
+    {"InstructionInString", "<string><?b?>a</string>",
+     "Encountered unexpected character ? on line 1 while looking for close tag"},
+};
+INSTANTIATE_TEST_SUITE_P(Texts, XmlReaderRefuses, testing::ValuesIn(kTexts), NameOf);
+
+const Row kScalars[] = {
+    {"IntegerCut", "<plist><integer>12", "Premature end of file after <integer> on line 1"},
+    {"IntegerCutAtOnce", "<plist><integer>", "Premature end of file after <integer> on line 1"},
+    {"IntegerWrongClose", "<integer>5</string>",
+     "Close tag on line 1 does not match open tag integer"},
+    {"IntegerEmpty", "<integer></integer>", "Encountered empty <integer> on line 1"},
+    {"IntegerSelfClosing", "<integer/>", "Encountered empty <integer> on line 1"},
+    {"IntegerCdata", "<integer><![CDATA[5]]></integer>", "Encountered empty <integer> on line 1"},
+    {"IntegerWord", "<integer>abc</integer>", "Hex digit in non-hex <integer> on line 1"},
+    {"IntegerExponent", "<integer>1e5</integer>", "Hex digit in non-hex <integer> on line 1"},
+    {"IntegerUnit", "<integer>12x</integer>",
+     "Unknown character 'x' (0x78) in <integer> on line 1"},
+    {"IntegerFraction", "<integer>1.5</integer>",
+     "Unknown character '.' (0x2E) in <integer> on line 1"},
+    {"IntegerTrailingBlank", "<integer>5 </integer>",
+     "Unknown character ' ' (0x20) in <integer> on line 1"},
+    {"IntegerTwo", "<integer>1 2</integer>", "Unknown character ' ' (0x20) in <integer> on line 1"},
+    {"IntegerTwoSigns", "<integer>--5</integer>",
+     "Unknown character '-' (0x2D) in <integer> on line 1"},
+    {"IntegerEntity", "<integer>&#49;</integer>",
+     "Unknown character '&' (0x26) in <integer> on line 1"},
+    {"IntegerSignOnly", "<integer>-</integer>", "Incomplete <integer> on line 1"},
+    {"IntegerHexEmpty", "<integer>0x</integer>", "Incomplete <integer> on line 1"},
+    {"IntegerOverflow", "<integer>18446744073709551616</integer>",
+     "Integer overflow in <integer> on line 1"},
+    {"IntegerLong", "<integer>123456789012345678901234567890</integer>",
+     "Integer overflow in <integer> on line 1"},
+    {"IntegerHexOverflow", "<integer>0x10000000000000000</integer>",
+     "Integer overflow in <integer> on line 1"},
+    {"IntegerUnderflow", "<integer>-9223372036854775809</integer>",
+     "Integer underflow in <integer> on line 1"},
+    {"RealEmpty", "<real></real>", "Encountered misformatted real on line 1"},
+    {"RealSelfClosing", "<real/>", "Encountered empty <real> on line 1"},
+    {"RealWord", "<real>abc</real>", "Encountered misformatted real on line 1"},
+    {"RealTrailingBlank", "<real>1.5 </real>", "Encountered misformatted real on line 1"},
+    {"RealHex", "<real>0x10</real>", "Encountered misformatted real on line 1"},
+    {"RealTwoSigns", "<real>+-1</real>", "Encountered misformatted real on line 1"},
+    {"RealNanPayload", "<real>nan(1)</real>", "Encountered misformatted real on line 1"},
+    {"DateFraction", "<date>2004-11-29T21:33:09.5Z</date>", "Could not interpret <date> at line 1"},
+    {"DateBlank", "<date> 2004-11-29T21:33:09Z</date>", "Could not interpret <date> at line 1"},
+    {"DateNoZone", "<date>2004-11-29T21:33:09</date>", "Could not interpret <date> at line 1"},
+    {"DateBehindYear9999", "<date>9999-12-31T24:00:00Z</date>",
+     "Could not interpret <date> at line 1"},
+    {"DataSelfClosing", "<data/>", "Encountered empty <data> on line 1"},
+    {"DataWithComment", "<data>AA==<!-- c --></data>",
+     "Encountered unexpected character < on line 1 while looking for close tag"},
+};
+INSTANTIATE_TEST_SUITE_P(Scalars, XmlReaderRefuses, testing::ValuesIn(kScalars), NameOf);
+
+// Accepted
+
+class XmlReaderReads : public testing::TestWithParam<Row> {};
+
+TEST_P(XmlReaderReads, AndWritesBack) {
+    for (const CFOptionFlags mutability :
+         {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+        const ReadResult result = ReadList(GetParam().xml, mutability);
+        EXPECT_EQ(result.error, "");
+        ASSERT_TRUE(result.list);
+        EXPECT_EQ(WriteBody(result.list.Get()), GetParam().result + "\n");
+    }
+}
+
+const Row kDocuments[] = {
+    {"JunkBehind", "<plist><true/></plist>xx</foo><", "<true/>"},
+    {"TwoRoots", "<true/><false/>", "<true/>"},
+    {"CutBehindRoot", "<true/><fal", "<true/>"},
+    {"NestedPlist", "<plist version=\"2.0\"><plist><true/></plist></plist>", "<true/>"},
+    {"KeyAsValue", "<plist><key>a</key></plist>", "<string>a</string>"},
+    {"KeyAsValueInDict", "<dict><key>a</key><key>b</key></dict>",
+     "<dict>\n\t<key>a</key>\n\t<string>b</string>\n</dict>"},
+    {"LastValueWins", "<dict><key>a</key><true/><key>b</key><true/><key>a</key><false/></dict>",
+     "<dict>\n\t<key>a</key>\n\t<false/>\n\t<key>b</key>\n\t<true/>\n</dict>"},
+    {"Attributes", "<array a=\"b>c\" d='/'><true e=\"\"/></array>", "<array>\n\t<true/>\n</array>"},
+    {"CommentsAndInstructions", "<!-- a --><?b c?><array><!-- d --><true/><?e?><!-- > --></array>",
+     "<array>\n\t<true/>\n</array>"},
+    {"AnyDoctype", "<!DOCTYPE foo SYSTEM \"file:///dev/zero\"><true/>", "<true/>"},
+    {"TrueWithClosingTag", "<true></true >", "<true/>"},
+    {"Utf8Mark", "\xEF\xBB\xBF<true/>", "<true/>"},
+    {"Utf16Big", Utf16("<?xml version='1.0' encoding='UTF-16'?><string>a</string>", true),
+     "<string>a</string>"},
+    {"Utf16Little", Utf16("<string>a</string>", false), "<string>a</string>"},
+    {"Latin1", "<?xml version='1.0' encoding='ISO-8859-1'?><string>\xE9</string>",
+     "<string>\xC3\xA9</string>"},
+    {"Utf8LowerCase", "<?xml version='1.0' encoding='utf-8'?><string>\xC3\xA9</string>",
+     "<string>\xC3\xA9</string>"},
+};
+INSTANTIATE_TEST_SUITE_P(Documents, XmlReaderReads, testing::ValuesIn(kDocuments), NameOf);
+
+const Row kStrings[] = {
+    {"Empty", "<string/>", "<string></string>"},
+    {"Blanks", "<string>  \n</string>", "<string>  \n</string>"},
+    {"RawControls", "<string>a\r\nb\x01\t\x7F</string>", "<string>a\r\nb\x01\t\x7F</string>"},
+    {"Entities", "<string>&lt;&gt;&amp;&quot;&apos;&#65;&#x1F600;&#x1f600;</string>",
+     "<string>&lt;&gt;&amp;\"'A\xF0\x9F\x98\x80\xF0\x9F\x98\x80</string>"},
+    {"Cdata", "<string> a<![CDATA[<&lt;]]>b<![CDATA[]]> </string>",
+     "<string> a&lt;&amp;lt;b </string>"},
+    {"CdataBehindBlanks", "<string> <![CDATA[a]]> </string>", "<string> a </string>"},
+    {"EntityInKey", "<dict><key>&amp;</key><true/></dict>",
+     "<dict>\n\t<key>&amp;</key>\n\t<true/>\n</dict>"},
+    {"LongestUtf8", "<string>\x7F\xC2\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF</string>",
+     "<string>\x7F\xC2\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF</string>"},
+};
+INSTANTIATE_TEST_SUITE_P(Strings, XmlReaderReads, testing::ValuesIn(kStrings), NameOf);
+
+const Row kNumbers[] = {
+    {"Plus", "<integer>+5</integer>", "<integer>5</integer>"},
+    {"BlankBehindSign", "<integer> - 5</integer>", "<integer>-5</integer>"},
+    {"LeadingLines", "<integer>\n\t5</integer>", "<integer>5</integer>"},
+    {"Hex", "<integer>0x1F</integer>", "<integer>31</integer>"},
+    {"NegativeHex", "<integer>-0x10</integer>", "<integer>-16</integer>"},
+    {"LeadingZeros", "<integer>007</integer>", "<integer>7</integer>"},
+    {"NegativeZero", "<integer>-0</integer>", "<integer>0</integer>"},
+    {"AboveSigned", "<integer>9223372036854775808</integer>",
+     "<integer>9223372036854775808</integer>"},
+    {"Greatest", "<integer>18446744073709551615</integer>",
+     "<integer>18446744073709551615</integer>"},
+    {"Smallest", "<integer>-9223372036854775808</integer>",
+     "<integer>-9223372036854775808</integer>"},
+    {"Reals",
+     "<array><real>1.5</real><real> 1.5</real><real>.5</real><real>5.</real><real>+1</real>"
+     "<real>1.5e3</real><real>1.5E-3</real></array>",
+     "<array>\n\t<real>1.5</real>\n\t<real>1.5</real>\n\t<real>0.5</real>\n\t<real>5</real>\n"
+     "\t<real>1</real>\n\t<real>1500</real>\n\t<real>0.0015</real>\n</array>"},
+    {"NoNumbers",
+     "<array><real>nan</real><real>inf</real><real>infinity</real><real>-INF</real></array>",
+     "<array>\n\t<real>nan</real>\n\t<real>+infinity</real>\n\t<real>+infinity</real>\n"
+     "\t<real>-infinity</real>\n</array>"},
+};
+INSTANTIATE_TEST_SUITE_P(Numbers, XmlReaderReads, testing::ValuesIn(kNumbers), NameOf);
+
+const Row kDatesAndData[] = {
+    {"Date", "<date>2004-11-29T21:33:09Z</date>", "<date>2004-11-29T21:33:09Z</date>"},
+    {"Month13", "<date>2004-13-01T00:00:00Z</date>", "<date>2005-01-01T00:00:00Z</date>"},
+    {"Day0", "<date>2004-03-00T00:00:00Z</date>", "<date>2004-02-29T00:00:00Z</date>"},
+    {"FirstDate", "<date>0000-01-01T00:00:00Z</date>", "<date>0000-01-01T00:00:00Z</date>"},
+    {"LastDate", "<date>9999-12-31T23:59:59Z</date>", "<date>9999-12-31T23:59:59Z</date>"},
+    {"DataPadded", "<data>AA==</data>", "<data>\nAA==\n</data>"},
+    {"DataWithBlanksAndRubbish", "<data>\n A*\tQI\r D !</data>", "<data>\nAQID\n</data>"},
+    {"DataIncompleteGroup", "<data>AQIDBA</data>", "<data>\nAQID\n</data>"},
+    {"DataEmpty", "<data></data>", "<data>\n</data>"},
+    {"DataPaddingOnly", "<data>====</data>", "<data>\n</data>"},
+};
+INSTANTIATE_TEST_SUITE_P(DatesAndData, XmlReaderReads, testing::ValuesIn(kDatesAndData), NameOf);
+
+// The values behind the text
+
+SInt64 IntegerIn(CFPropertyListRef list) {
+    SInt64 value = 0;
+    EXPECT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(list), kCFNumberSInt64Type, &value));
+    return value;
+}
+
+TEST(XmlReader, IntegersAboveTheSignedRangeHaveTheSameBitsButAreNotEqual) {
+    const ReadResult above = ReadList("<integer>9305357566071262703</integer>");
+    const ReadResult negative = ReadList("<integer>-9141386507638288913</integer>");
+    EXPECT_EQ(IntegerIn(above.list.Get()), -9141386507638288913);
+    EXPECT_EQ(IntegerIn(negative.list.Get()), -9141386507638288913);
+    EXPECT_FALSE(CFEqual(above.list.Get(), negative.list.Get()));
+}
+
+TEST(XmlReader, SharesEqualImmutableValues) {
+    const std::string xml = "<array><dict><key>a</key><string>b</string></dict>"
+                            "<dict><key>a</key><string>b</string></dict></array>";
+    const ReadResult first = ReadList(xml);
+    const ReadResult second = ReadList(xml);
+    const auto array = static_cast<CFArrayRef>(first.list.Get());
+    EXPECT_EQ(CFArrayGetValueAtIndex(array, 0), CFArrayGetValueAtIndex(array, 1));
+    EXPECT_EQ(first.list.Get(), second.list.Get());
+}
+
+TEST(XmlReader, MutableContainersAreNewAndCanBeChanged) {
+    const std::string xml = "<dict><key>a</key><array/></dict>";
+    const ReadResult first = ReadList(xml, kCFPropertyListMutableContainers);
+    const ReadResult second = ReadList(xml, kCFPropertyListMutableContainers);
+    const auto dictionary = static_cast<CFDictionaryRef>(first.list.Get());
+    auto* array = static_cast<CFMutableArrayRef>(
+        const_cast<void*>(CFDictionaryGetValue(dictionary, CFSTR("a"))));
+    CFArrayAppendValue(array, kCFBooleanTrue);
+    EXPECT_EQ(CFArrayGetCount(array), 1);
+    EXPECT_EQ(WriteBody(second.list.Get()), "<dict>\n\t<key>a</key>\n\t<array/>\n</dict>\n");
+}
+
+TEST(XmlReader, ReadsWithoutAPlaceForTheErrorText) {
+    const Held data = MakeData("<foo/>");
+    EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, data.Get(), 0, nullptr), nullptr);
+    EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, nullptr, 0, nullptr), nullptr);
+}
+
+TEST(XmlReader, RefusesWhatIsNoData) {
+    CFStringRef text = nullptr;
+    auto* string = static_cast<CFDataRef>(static_cast<CFTypeRef>(CFSTR("<true/>")));
+    EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, string, 0, &text), nullptr);
+    const Held error(text);
+    EXPECT_EQ(TextOf(text), "Cannot parse a NULL or zero-length data");
+}
+
+TEST(XmlReader, LastOfManyEqualKeysWins) {
+    std::string xml = "<dict>";
+    for (int i = 0; i < 100; ++i)
+        xml +=
+            "<key>" + std::to_string(i % 20) + "</key><integer>" + std::to_string(i) + "</integer>";
+    const ReadResult result = ReadList(xml + "</dict>");
+    const auto dictionary = static_cast<CFDictionaryRef>(result.list.Get());
+    ASSERT_EQ(CFDictionaryGetCount(dictionary), 20);
+    for (int i = 0; i < 20; ++i) {
+        const Held key = MakeString(std::to_string(i).c_str());
+        EXPECT_EQ(IntegerIn(CFDictionaryGetValue(dictionary, key.Get())), 80 + i);
+    }
+}
+
+// Hostile lists
+
+TEST(XmlReader, NestsTo512Levels) {
+    EXPECT_TRUE(ReadList(Nested(512, "<array>", "</array>")).list);
+    EXPECT_TRUE(ReadList("<plist>" + Nested(512, "<array>", "</array>") + "</plist>").list);
+}
+
+TEST(XmlReader, SurvivesHalfAMillionLevels) {
+    const std::string tooDeep = "Too many nested arrays or dictionaries, failing on line 1";
+    EXPECT_EQ(ReadList(Nested(500000, "<array>", "</array>")).error, tooDeep);
+    EXPECT_EQ(ReadList(Nested(500000, "<array>", "")).error, tooDeep);
+}
+
+TEST(XmlReader, ExpandsNoDeclaredEntities) {
+    std::string xml = "<!DOCTYPE plist [<!ENTITY a0 \"lol\">";
+    for (int i = 1; i < 100; ++i)
+        xml += "<!ENTITY a" + std::to_string(i) + " \"&a" + std::to_string(i - 1) + ";&a" +
+               std::to_string(i - 1) + ";\">";
+    EXPECT_EQ(ReadList(xml + "]><plist><string>&a99;</string></plist>").error,
+              "Encountered unexpected character [ on line 1 while parsing DTD");
+}
+
+TEST(XmlReader, RefusesWhatIsTooLong) {
+    std::string xml = "<string>" + std::string(std::size_t{64} << 20, 'a') + "</string>";
+    EXPECT_EQ(ReadList(xml).error, "The property list is too long");
+}
+
+// Everything in one list: all elements, entities, sections, comments.
+std::string MotleyList() {
+    return std::string(kXmlHeader) +
+           "<dict><!-- c --><key>a&amp;b</key>\n<array><string>x<![CDATA[<y>]]>z</string>"
+           "<integer>-12</integer><integer>0x1F</integer><real>1.5</real><true/><false></false>"
+           "<date>2004-11-29T21:33:09Z</date><data>AQID</data><array/><dict/></array>"
+           "<key attribute=\"v>w\">\xC3\xA9</key><string/><?instruction?></dict></plist>\n";
+}
+
+TEST(XmlReader, RefusesEveryPrefixWithAText) {
+    const std::string xml = MotleyList();
+    ASSERT_TRUE(ReadList(xml).list);
+    const std::size_t complete = xml.rfind('>') + 1;
+    for (std::size_t length = 0; length < complete; ++length) {
+        const ReadResult result = ReadList(xml.substr(0, length));
+        EXPECT_FALSE(result.list) << length;
+        EXPECT_NE(result.error, "") << length;
+        EXPECT_NE(result.error, "(none)") << length;
+    }
+}
+
+TEST(XmlReader, SurvivesAnyChangedByte) {
+    const std::string xml = MotleyList();
+    for (std::size_t i = 0; i < xml.size(); ++i) {
+        for (const char byte : {'\0', '<', '>', '&', '/', '!', '[', '"', '\xFF', 'x', ' '}) {
+            std::string changed = xml;
+            changed[i] = byte;
+            const ReadResult result = ReadList(changed);
+            EXPECT_NE(static_cast<bool>(result.list), !result.error.empty()) << i;
+            EXPECT_NE(result.error, "(none)") << i;
+        }
+    }
+}
+
+} // namespace
