@@ -29,15 +29,13 @@ std::size_t FindPlace(const Dictionary* dictionary, const Object* key) noexcept 
 
 const Object* FindShared(const Dictionary* dictionary, const Object* key) noexcept {
     const auto keys = MembersOf(KeysOfShared(dictionary));
-    const auto byHash = [](const Object* left, const Object* right) {
-        return Hash(left) < Hash(right);
-    };
-    const auto [first, last] = std::equal_range(keys.begin(), keys.end(), key, byHash);
-    const auto found =
-        std::find_if(first, last, [key](const Object* candidate) { return Equal(candidate, key); });
-    return found != last
-               ? ValuesOfShared(dictionary)[static_cast<std::size_t>(found - keys.begin())]
-               : nullptr;
+    const std::uint32_t hash = Hash(key);
+    auto candidate = std::ranges::lower_bound(keys, hash, {}, Hash);
+    for (; candidate != keys.end() && Hash(*candidate) == hash; ++candidate) {
+        if (Equal(*candidate, key))
+            return ValuesOfShared(dictionary)[static_cast<std::size_t>(candidate - keys.begin())];
+    }
+    return nullptr;
 }
 
 bool EqualDictionaries(const Object* first, const Object* second) noexcept {
