@@ -10,7 +10,7 @@ namespace cf {
 
 /*
  * GLib's main context, as the thread that makes it waits in it: for descriptors, for a date and
- * for being woken. GLib ends the process when it finds no memory or no descriptor for a context.
+ * for being woken. The process ends when GLib finds no memory or no descriptor for it.
  */
 class LoopContext {
 public:

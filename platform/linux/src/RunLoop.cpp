@@ -10,8 +10,8 @@
  * (runMutex guards the chain of runs) and signal a source (Source::wakeMutex guards the way from
  * the source to its loop). No lock is held while anything is called out.
  *
- * GLib ends the process when it is out of memory or of descriptors for a context. It allocates
- * while a loop is made and when a descriptor joins, never for a timer or a socket.
+ * GLib ends the process when it is out of memory. It allocates while a loop is made or first
+ * sleeps and when a descriptor joins, but not for a timer, a socket or a signal.
  */
 
 #include "RunLoopSource.h"
@@ -52,7 +52,7 @@ struct ThreadsLoop {
     }
 };
 
-// GLib needs a descriptor for a context and cannot do without: see whether there is one.
+// GLib needs a descriptor for a context and ends the process without: see whether there is one.
 bool HasDescriptorToSpare() noexcept {
     const int descriptor = eventfd(0, EFD_CLOEXEC);
     if (descriptor >= 0)
@@ -182,6 +182,23 @@ void Wait(RunLoop& loop, bool idle) noexcept {
         RealignTimers(loop);
 }
 
+void RunUntilStopped(RunLoop& loop) noexcept {
+    const RunScope scope(loop);
+    while (GoesOn(loop, scope.Get())) {
+        const bool idle = !TakeTurn(loop, scope.Get());
+        if (GoesOn(loop, scope.Get()))
+            Wait(loop, idle);
+    }
+}
+
+void StopInnermost(RunLoop& loop) noexcept {
+    const std::lock_guard lock(loop.runMutex);
+    if (loop.innermost == nullptr)
+        return;
+    loop.innermost->stopped = true;
+    loop.context.Wake();
+}
+
 } // namespace
 
 const Class RunLoop::kClass = {"run loop", Destroy, nullptr, nullptr};
@@ -193,24 +210,11 @@ CFRunLoopRef CFRunLoopGetCurrent(void) {
 }
 
 void CFRunLoopRun(void) {
-    cf::RunLoop* const loop = cf::CurrentLoop();
-    if (loop == nullptr)
-        return;
-    const cf::RunScope scope(*loop);
-    while (cf::GoesOn(*loop, scope.Get())) {
-        const bool idle = !cf::TakeTurn(*loop, scope.Get());
-        if (cf::GoesOn(*loop, scope.Get()))
-            cf::Wait(*loop, idle);
-    }
+    if (cf::RunLoop* loop = cf::CurrentLoop())
+        cf::RunUntilStopped(*loop);
 }
 
 void CFRunLoopStop(CFRunLoopRef runLoop) {
-    auto* loop = cf::As<cf::RunLoop>(runLoop);
-    if (loop == nullptr)
-        return;
-    const std::lock_guard lock(loop->runMutex);
-    if (loop->innermost == nullptr)
-        return;
-    loop->innermost->stopped = true;
-    loop->context.Wake();
+    if (auto* loop = cf::As<cf::RunLoop>(runLoop))
+        cf::StopInnermost(*loop);
 }

@@ -206,6 +206,8 @@ TEST(RunLoopTest, NestedRunServesOtherSourcesButNotTheOneCallingOut) {
         }
         --depth;
     });
+    other.Remove();
+    other.Add(); // behind the source, which would have its turn first
     source.Signal();
     CFRunLoopRun();
     EXPECT_EQ(other.Count(), 1);
