@@ -234,33 +234,25 @@ void ServerMessageSocketCallBack(CFSocketRef /* socket */, CFSocketCallBackType 
 
 VErrLink* HandleChangerServerSocketData(CFDataRef data, CFDictionaryRef* reply, SocketInfo* info) {
     VErrLink* err = nullptr;
+    CFPropertyListRef list = nullptr;
+    char* parserText = nullptr;
     CFIndex used = 0;
-    switch (GatherFrame(&info->frame, CFDataGetBytePtr(data), CFDataGetLength(data), &used)) {
-    case kFrameIncomplete:
+    const FrameState state =
+        GatherFrame(&info->frame, CFDataGetBytePtr(data), CFDataGetLength(data), &used);
+    if (state == kFrameIncomplete)
         return nullptr;
-    case kFrameInvalidHeader:
-        VERR_RAISE(VErrThrow(&err, "invalid message header on data received"));
-        break;
-    case kFrameTooLong:
-        VERR_RAISE(VErrThrow(&err, "inconsitent data length"));
-        break;
-    case kFrameNoMemory:
-        VERR_RAISE(VErrThrow(&err, "fail alloc pending socket data"));
-        break;
-    case kFrameComplete: {
-        char* parserText = nullptr;
-        CFPropertyListRef list = CreatePayloadList(&info->frame, &parserText);
-        VERR_NEED(err, list != nullptr, "fail make property list from XML data (%s)",
-                  parserText != nullptr ? parserText : "NULL");
-        free(parserText);
-        if (err == nullptr && reply != nullptr) {
-            *reply = static_cast<CFDictionaryRef>(CFRetain(list));
-            CFRunLoopStop(CFRunLoopGetCurrent());
-        }
-        CFHReleaseIfSet(list);
-        break;
+    VERR_NEED(err, state != kFrameInvalidHeader, "invalid message header on data received");
+    VERR_NEED(err, state != kFrameTooLong, "inconsitent data length");
+    VERR_NEED(err, state != kFrameNoMemory, "fail alloc pending socket data");
+    VERR_NEED(err, (list = CreatePayloadList(&info->frame, &parserText)) != nullptr,
+              "fail make property list from XML data (%s)",
+              parserText != nullptr ? parserText : "NULL");
+    if (err == nullptr && reply != nullptr) {
+        *reply = static_cast<CFDictionaryRef>(CFRetain(list));
+        CFRunLoopStop(CFRunLoopGetCurrent());
     }
-    }
+    free(parserText);
+    CFHReleaseIfSet(list);
     ResetFrameAssembly(&info->frame);
     return err;
 }

@@ -183,30 +183,21 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
 VErrLink* HandleNotificationSocketData(const UInt8* bytes, CFIndex length, CFIndex* used,
                                        ChangerNotificationSubscription* subscription) {
     VErrLink* err = nullptr;
-    switch (GatherFrame(&subscription->frame, bytes, length, used)) {
-    case kFrameIncomplete:
+    CFPropertyListRef list = nullptr;
+    char* parserText = nullptr;
+    const FrameState state = GatherFrame(&subscription->frame, bytes, length, used);
+    if (state == kFrameIncomplete)
         return nullptr;
-    case kFrameInvalidHeader:
-        VERR_RAISE(VErrThrow(&err, "invalid notification header on data received"));
-        break;
-    case kFrameTooLong:
-        VERR_RAISE(VErrThrow(&err, "inconsitent data length"));
-        break;
-    case kFrameNoMemory:
-        VERR_RAISE(VErrThrow(&err, "fail alloc pending socket data"));
-        break;
-    case kFrameComplete: {
-        char* parserText = nullptr;
-        CFPropertyListRef list = CreatePayloadList(&subscription->frame, &parserText);
-        VERR_NEED(err, list != nullptr, "fail make property list from XML data (%s)",
-                  parserText != nullptr ? parserText : "NULL");
-        free(parserText);
-        VERR_STEP(err, HandleChangerNotification(subscription, static_cast<CFDictionaryRef>(list)),
-                  "fail handle client notification");
-        CFHReleaseIfSet(list);
-        break;
-    }
-    }
+    VERR_NEED(err, state != kFrameInvalidHeader, "invalid notification header on data received");
+    VERR_NEED(err, state != kFrameTooLong, "inconsitent data length");
+    VERR_NEED(err, state != kFrameNoMemory, "fail alloc pending socket data");
+    VERR_NEED(err, (list = CreatePayloadList(&subscription->frame, &parserText)) != nullptr,
+              "fail make property list from XML data (%s)",
+              parserText != nullptr ? parserText : "NULL");
+    VERR_STEP(err, HandleChangerNotification(subscription, static_cast<CFDictionaryRef>(list)),
+              "fail handle client notification");
+    free(parserText);
+    CFHReleaseIfSet(list);
     ResetFrameAssembly(&subscription->frame);
     return err;
 }
