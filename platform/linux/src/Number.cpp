@@ -11,7 +11,7 @@
 namespace cf {
 namespace {
 
-// The range covers booleans kept as numbers, states, kinds, and the positions in a usual changer.
+// The range covers booleans kept as numbers, states, kinds, and indexes into short lists.
 constexpr std::int64_t kSmallestCached = -1;
 constexpr std::size_t kCachedCount = 257;
 

@@ -26,7 +26,7 @@ constexpr auto kKernelTypes = std::to_array({
 constexpr auto kAutomaticTypes = std::to_array({"autofs"sv});
 
 // Their server may be out of reach, and whoever looks into one then waits until it is back. User
-// space file systems are not here, whatever they stand for: a changer's own may be one.
+// space file systems are not here, whatever they stand for: most of them are volumes.
 constexpr auto kNetworkTypes = std::to_array({
     "9p"sv,
     "afs"sv,
