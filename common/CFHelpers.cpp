@@ -326,7 +326,8 @@ VErrLink* CFHStringCreateWithConcatenation(CFStringRef first, CFStringRef second
 
     CFArrayAppendValue(strings, first);
     CFArrayAppendValue(strings, second);
-    *joined = CFStringCreateByCombiningStrings(kCFAllocatorDefault, strings, CFSTR(""));
+    if (CFArrayGetCount(strings) == 2) // an append that finds no memory says nothing
+        *joined = CFStringCreateByCombiningStrings(kCFAllocatorDefault, strings, CFSTR(""));
     VERR_NEED(err, *joined != nullptr, "fail create string by combining strings");
     CFRelease(strings);
     return err;
