@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <iterator>
+#include <thread>
 
 inline std::ptrdiff_t CountEntries(const char* directory) {
     return std::distance(std::filesystem::directory_iterator(directory), {});
@@ -14,6 +15,12 @@ inline std::ptrdiff_t CountDescriptors() {
 
 inline std::ptrdiff_t CountThreads() {
     return CountEntries("/proc/self/task");
+}
+
+// A thread that was joined may still be listed for a moment.
+inline void AwaitThreads(std::ptrdiff_t count) {
+    while (CountThreads() != count)
+        std::this_thread::yield();
 }
 
 #endif

@@ -3,8 +3,8 @@
 
 /*
  * Time in the test's hand. While a FakeClock lives, both clocks stand still but for it, and a run
- * loop that would sleep jumps to what it would sleep for. One thread only. Programs that use it
- * wrap the functions that FakeClock.cpp replaces.
+ * loop that would sleep jumps to what it would sleep for. One thread at a time. Programs that use
+ * it wrap the functions that FakeClock.cpp replaces.
  */
 
 #include <CoreFoundation/CFDate.h>

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -167,6 +168,7 @@ TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {
     ExpectTimes(fired, {9 * kHour}, kTicks);
 }
 
+// Whatever wakes the loop between the date and the tick of the coarse clock that shows it.
 TEST_F(RunLoopTimerTest, CalloutFindsTheCoarseClockPastTheDate) {
     const CFAbsoluteTime date = start + 10 * kHour + 0.003;
     TestTimer timer(date, kDay, [&] {
@@ -176,24 +178,30 @@ TEST_F(RunLoopTimerTest, CalloutFindsTheCoarseClockPastTheDate) {
                   date + kCFAbsoluteTimeIntervalSince1970);
         StopCurrentRun();
     });
+    TestTimer wakes(start + 60, 0, [&] { clock.Step(date + 0.0005 - CFAbsoluteTimeGetCurrent()); });
     CFRunLoopRun();
     EXPECT_EQ(timer.Count(), 1);
 }
 
+// On a thread of its own, whose loop has no alarm yet.
 TEST_F(RunLoopTimerTest, WithoutAnAlarmTheDateIsLookedForEachMinute) {
     clock.RefuseAlarms(true);
-    TestTimer timer(start + 10 * kHour + 30, kDay, Note(2));
-    TestTimer earlier(start + 60, 0, [&] { clock.Step(4 * kHour); });
-    CFRunLoopRun();
+    std::thread([&] {
+        TestTimer timer(start + 10 * kHour + 30, kDay, Note(2));
+        TestTimer earlier(start + 60, 0, [&] { clock.Step(4 * kHour); });
+        CFRunLoopRun();
+    }).join();
     ExpectTimes(fired, {6 * kHour + 60, 30 * kHour + 60}, 60);
     EXPECT_GE(fired[0], 6 * kHour + 30);
 }
 
 TEST_F(RunLoopTimerTest, AlarmIsHadAgainAfterARefusal) {
     clock.RefuseAlarms(true);
-    TestTimer timer(start + 10 * kHour + 30, kDay, Note(1));
-    TestTimer earlier(start + 60, 0, [&] { clock.RefuseAlarms(false); });
-    CFRunLoopRun();
+    std::thread([&] {
+        TestTimer timer(start + 10 * kHour + 30, kDay, Note(1));
+        TestTimer earlier(start + 60, 0, [&] { clock.RefuseAlarms(false); });
+        CFRunLoopRun();
+    }).join();
     ExpectTimes(fired, {10 * kHour + 30}, kTicks);
 }
 

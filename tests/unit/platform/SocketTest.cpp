@@ -681,7 +681,7 @@ TEST(SocketLifeTest, ManyExchangesOnManyThreadsLeaveNothing) {
     for (std::thread& thread : threads)
         thread.join();
     answers.join();
-    EXPECT_EQ(CountThreads(), threadsBefore - 1);
+    AwaitThreads(threadsBefore - 1);
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
