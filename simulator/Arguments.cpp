@@ -24,7 +24,26 @@ std::uint64_t ParseDigits(std::string_view key, std::string_view digits, int bas
     return number;
 }
 
+bool IsInUsage(std::string_view usage, std::string_view key) {
+    key = key.substr(0, key.find_last_not_of("0123456789") + 1);
+    const std::string wanted = std::string(key) + '=';
+    for (auto at = usage.find(wanted); at != usage.npos; at = usage.find(wanted, at + 1)) {
+        if (at == 0 || usage[at - 1] == ' ' || usage[at - 1] == '[') {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
+
+Arguments::Arguments(Values values, std::string_view usage) : values_(std::move(values)) {
+    for (const auto& [key, value] : values_) {
+        if (!IsInUsage(usage, key)) {
+            throw CommandError("what is " + key + "?");
+        }
+    }
+}
 
 std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& text,
                                      std::uint64_t maximum) {
@@ -37,37 +56,36 @@ std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& te
     return number;
 }
 
-std::string Arguments::NeedText(std::string_view key) {
+std::string Arguments::NeedText(std::string_view key) const {
     const auto found = values_.find(key);
     if (found == values_.end()) {
         throw CommandError(std::string(key) + " is missing");
     }
-    read_.insert(found->first);
     return found->second;
 }
 
-std::string Arguments::GetText(std::string_view key, std::string_view otherwise) {
+std::string Arguments::GetText(std::string_view key, std::string_view otherwise) const {
     return Has(key) ? NeedText(key) : std::string(otherwise);
 }
 
-bool Arguments::NeedSwitch(std::string_view key) {
+bool Arguments::NeedSwitch(std::string_view key) const {
     return ParseSwitch(key, NeedText(key));
 }
 
-bool Arguments::GetSwitch(std::string_view key, bool otherwise) {
+bool Arguments::GetSwitch(std::string_view key, bool otherwise) const {
     return Has(key) ? NeedSwitch(key) : otherwise;
 }
 
-std::uint64_t Arguments::NeedChanger() {
+std::uint64_t Arguments::NeedChanger() const {
     return ParseDigits("changer", NeedText("changer"), 16);
 }
 
 std::chrono::milliseconds Arguments::GetTime(std::string_view key,
-                                             std::chrono::milliseconds otherwise) {
+                                             std::chrono::milliseconds otherwise) const {
     return Has(key) ? std::chrono::milliseconds(NeedNumber<std::int32_t>(key)) : otherwise;
 }
 
-std::set<unsigned> Arguments::GetNumberSet(std::string_view key) {
+std::set<unsigned> Arguments::GetNumberSet(std::string_view key) const {
     std::set<unsigned> numbers;
     std::istringstream list(GetText(key, ""));
     for (std::string number; std::getline(list, number, ',');) {
@@ -77,27 +95,19 @@ std::set<unsigned> Arguments::GetNumberSet(std::string_view key) {
     return numbers;
 }
 
-void Arguments::Update(std::string_view key, std::optional<bool>& preference) {
+void Arguments::Update(std::string_view key, std::optional<bool>& preference) const {
     if (Has(key)) {
         const std::string text = NeedText(key);
         preference = text == "absent" ? std::nullopt : std::optional(ParseSwitch(key, text));
     }
 }
 
-void Arguments::Update(std::string_view key, std::optional<std::int32_t>& preference) {
+void Arguments::Update(std::string_view key, std::optional<std::int32_t>& preference) const {
     if (Has(key)) {
         const std::string text = NeedText(key);
         preference.reset();
         if (text != "absent") {
             preference = NeedNumber<std::int32_t>(key);
-        }
-    }
-}
-
-void Arguments::ExpectNoOthers() const {
-    for (const auto& [key, value] : values_) {
-        if (!read_.contains(key)) {
-            throw CommandError("what is " + key + "?");
         }
     }
 }

@@ -18,43 +18,43 @@ namespace simulator {
 /// ones also when it is missing.
 class Arguments {
 public:
-    explicit Arguments(std::map<std::string, std::string, std::less<>> values)
-        : values_(std::move(values)) {}
+    using Values = std::map<std::string, std::string, std::less<>>;
+
+    /// Throws CommandError when one of them is not in the usage, as "key=". Digits at the end of a
+    /// key do not count.
+    Arguments(Values values, std::string_view usage);
 
     bool Has(std::string_view key) const {
         return values_.contains(key);
     }
-    std::string NeedText(std::string_view key);
-    std::string GetText(std::string_view key, std::string_view otherwise);
-    bool NeedSwitch(std::string_view key);
-    bool GetSwitch(std::string_view key, bool otherwise);
-    std::uint64_t NeedChanger();
-    std::chrono::milliseconds GetTime(std::string_view key, std::chrono::milliseconds otherwise);
-    std::set<unsigned> GetNumberSet(std::string_view key);
+    std::string NeedText(std::string_view key) const;
+    std::string GetText(std::string_view key, std::string_view otherwise) const;
+    bool NeedSwitch(std::string_view key) const;
+    bool GetSwitch(std::string_view key, bool otherwise) const;
+    std::uint64_t NeedChanger() const;
+    std::chrono::milliseconds GetTime(std::string_view key,
+                                      std::chrono::milliseconds otherwise) const;
+    std::set<unsigned> GetNumberSet(std::string_view key) const;
 
     template<typename Number>
-    Number NeedNumber(std::string_view key) {
+    Number NeedNumber(std::string_view key) const {
         return static_cast<Number>(
             ParseNumber(key, NeedText(key), std::numeric_limits<Number>::max()));
     }
     template<typename Number>
-    Number GetNumber(std::string_view key, Number otherwise) {
+    Number GetNumber(std::string_view key, Number otherwise) const {
         return Has(key) ? NeedNumber<Number>(key) : otherwise;
     }
 
     /// What has no value, "absent" or a new one: leaves it, takes it away or sets it.
-    void Update(std::string_view key, std::optional<bool>& preference);
-    void Update(std::string_view key, std::optional<std::int32_t>& preference);
-
-    /// Throws if there are arguments that nobody has read.
-    void ExpectNoOthers() const;
+    void Update(std::string_view key, std::optional<bool>& preference) const;
+    void Update(std::string_view key, std::optional<std::int32_t>& preference) const;
 
 private:
     static std::uint64_t ParseNumber(std::string_view key, const std::string& text,
                                      std::uint64_t maximum);
 
-    std::map<std::string, std::string, std::less<>> values_;
-    std::set<std::string, std::less<>> read_;
+    Values values_;
 };
 
 } // namespace simulator

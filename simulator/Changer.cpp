@@ -60,6 +60,11 @@ void Changer::Put(NewDisc newDisc) {
     if (newDisc.slot >= slots_.size() || slots_[newDisc.slot]) {
         throw CommandError("no such slot, or not empty");
     }
+    for (const auto& [id, volume] : volumes_) {
+        if (volume->name == newDisc.name) {
+            throw CommandError("another disc has that name");
+        }
+    }
     Disc disc;
     disc.kind = newDisc.kind;
     for (NewPartition& partition : newDisc.partitions) {

@@ -19,7 +19,7 @@ std::string ReadFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-ChangerTiming ReadTiming(Arguments& arguments, ChangerTiming timing) {
+ChangerTiming ReadTiming(const Arguments& arguments, ChangerTiming timing) {
     timing.drives.moving = arguments.GetTime("moving", timing.drives.moving);
     timing.drives.spinUp = arguments.GetTime("spin-up", timing.drives.spinUp);
     timing.appear = arguments.GetTime("appear", timing.appear);
@@ -27,7 +27,7 @@ ChangerTiming ReadTiming(Arguments& arguments, ChangerTiming timing) {
     return timing;
 }
 
-std::optional<FileSystemOptions> ReadFileSystemOptions(Arguments& arguments) {
+std::optional<FileSystemOptions> ReadFileSystemOptions(const Arguments& arguments) {
     FileSystemOptions options;
     options.mountPoint = arguments.GetText("mount", "");
     const std::string info = arguments.GetText("info", "xml");
@@ -42,7 +42,7 @@ std::optional<FileSystemOptions> ReadFileSystemOptions(Arguments& arguments) {
 // Makes the content of each partition in turn.
 class ContentReader {
 public:
-    explicit ContentReader(Arguments& arguments) : arguments_(arguments) {
+    explicit ContentReader(const Arguments& arguments) : arguments_(arguments) {
         shape_.seed = arguments.GetNumber("seed", shape_.seed);
         shape_.directories = arguments.GetNumber("directories", shape_.directories);
         shape_.files = arguments.GetNumber("files", shape_.files);
@@ -66,15 +66,18 @@ public:
     }
 
 private:
-    Arguments& arguments_;
+    const Arguments& arguments_;
     SyntheticShape shape_;
     std::shared_ptr<const DiscTree> folder_;
 };
 
-NewDisc ReadDisc(Arguments& arguments) {
+NewDisc ReadDisc(const Arguments& arguments) {
     NewDisc disc;
     disc.slot = arguments.NeedNumber<SlotIndex>("slot");
     disc.name = arguments.GetText("name", "disc-" + std::to_string(disc.slot));
+    if (disc.name.empty() || disc.name.find('/') != disc.name.npos) {
+        throw CommandError("that is no name for a media root");
+    }
     disc.kind = arguments.GetNumber<std::uint16_t>("kind", 1);
     disc.identified = arguments.GetSwitch("identified", false);
     const auto unformatted = arguments.GetNumberSet("unformatted");
@@ -86,7 +89,7 @@ NewDisc ReadDisc(Arguments& arguments) {
     return disc;
 }
 
-Fault ReadFault(Arguments& arguments) {
+Fault ReadFault(const Arguments& arguments) {
     Fault fault;
     fault.kind = ParseFaultName(arguments.NeedText("do"));
     const bool replaces = fault.kind == FaultKind::Error || fault.kind == FaultKind::Silence ||
@@ -188,12 +191,12 @@ bool Control::Execute(std::string_view line) {
         if (command == std::end(kCommands)) {
             throw CommandError("no such command, try help");
         }
-        Arguments arguments(parsed.values);
+        const Arguments arguments(parsed.values, command->usage);
         if (!command->run) {
-            arguments.ExpectNoOthers();
             return false;
         }
-        Run(*command, arguments);
+        (this->*command->run)(arguments);
+        simulator_.GetPublisher().Flush();
         simulator_.GetEvents().Print("ok");
     } catch (const std::exception& error) {
         simulator_.GetEvents().Print("error " + Quote(error.what()));
@@ -201,19 +204,13 @@ bool Control::Execute(std::string_view line) {
     return true;
 }
 
-void Control::Run(const Command& command, Arguments& arguments) {
-    (this->*command.run)(arguments);
-    arguments.ExpectNoOthers();
-    simulator_.GetPublisher().Flush();
-}
-
-std::shared_ptr<Changer> Control::GetChanger(Arguments& arguments) {
+std::shared_ptr<Changer> Control::GetChanger(const Arguments& arguments) {
     return simulator_.GetChanger(arguments.NeedChanger());
 }
 
 // ---- Changers ----
 
-void Control::AddChanger(Arguments& arguments) {
+void Control::AddChanger(const Arguments& arguments) {
     ChangerShape shape;
     shape.guid = arguments.NeedChanger();
     shape.slots = arguments.NeedNumber<std::uint16_t>("slots");
@@ -221,32 +218,31 @@ void Control::AddChanger(Arguments& arguments) {
     shape.ready = arguments.GetSwitch("ready", true);
     const ChangerTiming timing = ReadTiming(arguments, {});
     const auto fileSystem = ReadFileSystemOptions(arguments);
-    arguments.ExpectNoOthers();
     simulator_.AddChanger(shape, timing, fileSystem);
 }
 
-void Control::RemoveChanger(Arguments& arguments) {
+void Control::RemoveChanger(const Arguments& arguments) {
     simulator_.RemoveChanger(arguments.NeedChanger());
 }
 
-void Control::Mount(Arguments& arguments) {
+void Control::Mount(const Arguments& arguments) {
     simulator_.MountFileSystem(arguments.NeedChanger(), arguments.GetText("mount", ""));
 }
 
-void Control::Unmount(Arguments& arguments) {
+void Control::Unmount(const Arguments& arguments) {
     simulator_.UnmountFileSystem(arguments.NeedChanger());
 }
 
-void Control::SetReady(Arguments& arguments) {
+void Control::SetReady(const Arguments& arguments) {
     GetChanger(arguments)->SetReady(arguments.NeedSwitch("value"));
 }
 
-void Control::SetTiming(Arguments& arguments) {
+void Control::SetTiming(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     changer->SetTiming(ReadTiming(arguments, changer->GetTiming()));
 }
 
-void Control::SetPreferences(Arguments& arguments) {
+void Control::SetPreferences(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     Preferences preferences = changer->GetPreferences();
     arguments.Update("identify-on-insert", preferences.identifyOnInsert);
@@ -254,11 +250,10 @@ void Control::SetPreferences(Arguments& arguments) {
     arguments.Update("build-on-schedule", preferences.buildOnSchedule);
     arguments.Update("hours", preferences.hours);
     arguments.Update("minutes", preferences.minutes);
-    arguments.ExpectNoOthers();
     changer->SetPreferences(preferences);
 }
 
-void Control::SetRootPreferences(Arguments& arguments) {
+void Control::SetRootPreferences(const Arguments& arguments) {
     std::optional<bool> identify;
     arguments.Update("identify-on-insert", identify);
     simulator_.SetIdentifyOnInsert(identify);
@@ -266,18 +261,17 @@ void Control::SetRootPreferences(Arguments& arguments) {
 
 // ---- Discs and users ----
 
-void Control::Put(Arguments& arguments) {
+void Control::Put(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     NewDisc disc = ReadDisc(arguments);
-    arguments.ExpectNoOthers();
     changer->Put(std::move(disc));
 }
 
-void Control::Take(Arguments& arguments) {
+void Control::Take(const Arguments& arguments) {
     GetChanger(arguments)->Take(arguments.NeedNumber<SlotIndex>("slot"));
 }
 
-void Control::Identify(Arguments& arguments) {
+void Control::Identify(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     const bool isRequested = arguments.GetSwitch("value", true);
     if (!arguments.Has("slot")) {
@@ -291,7 +285,7 @@ void Control::Identify(Arguments& arguments) {
     }
 }
 
-void Control::Load(Arguments& arguments) {
+void Control::Load(const Arguments& arguments) {
     MountRequest request;
     request.slot = arguments.NeedNumber<SlotIndex>("slot");
     const Outcome outcome = GetChanger(arguments)->Mount(request);
@@ -300,7 +294,7 @@ void Control::Load(Arguments& arguments) {
     }
 }
 
-void Control::Eject(Arguments& arguments) {
+void Control::Eject(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     const auto slot = arguments.NeedNumber<SlotIndex>("slot");
     const Outcome outcome = changer->Eject({slot, {}, true});
@@ -309,26 +303,26 @@ void Control::Eject(Arguments& arguments) {
     }
 }
 
-void Control::Forget(Arguments& arguments) {
+void Control::Forget(const Arguments& arguments) {
     GetChanger(arguments)->Forget(arguments.NeedNumber<SlotIndex>("slot"));
 }
 
-void Control::Abort(Arguments& arguments) {
+void Control::Abort(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     changer->RequestAbort(arguments.NeedText("client"), arguments.GetSwitch("create", false));
 }
 
 // ---- Sockets ----
 
-void Control::Start(Arguments&) {
+void Control::Start(const Arguments&) {
     simulator_.Start();
 }
 
-void Control::Stop(Arguments&) {
+void Control::Stop(const Arguments&) {
     simulator_.Stop();
 }
 
-void Control::Push(Arguments& arguments) {
+void Control::Push(const Arguments& arguments) {
     if (arguments.GetSwitch("together", false)) {
         simulator_.GetPublisher().MarkTogether();
     } else {
@@ -336,23 +330,23 @@ void Control::Push(Arguments& arguments) {
     }
 }
 
-void Control::Hold(Arguments&) {
+void Control::Hold(const Arguments&) {
     simulator_.GetPublisher().Hold();
 }
 
-void Control::Release(Arguments&) {
+void Control::Release(const Arguments&) {
     simulator_.GetPublisher().Release();
 }
 
-void Control::SetPulse(Arguments& arguments) {
+void Control::SetPulse(const Arguments& arguments) {
     simulator_.GetPublisher().SetPulse(milliseconds(arguments.NeedNumber<std::int32_t>("every")));
 }
 
-void Control::SetSerial(Arguments& arguments) {
+void Control::SetSerial(const Arguments& arguments) {
     simulator_.SetSerial(arguments.NeedSwitch("value"));
 }
 
-void Control::Notify(Arguments& arguments) {
+void Control::Notify(const Arguments& arguments) {
     std::string bytes;
     if (arguments.Has("payload")) {
         bytes = EncodeFrame(ReadFile(arguments.NeedText("payload")));
@@ -366,7 +360,7 @@ void Control::Notify(Arguments& arguments) {
 
 // ---- Faults ----
 
-void Control::AddFault(Arguments& arguments) {
+void Control::AddFault(const Arguments& arguments) {
     Faults::Order order;
     order.target = arguments.NeedText("on");
     order.fault = ReadFault(arguments);
@@ -374,11 +368,10 @@ void Control::AddFault(Arguments& arguments) {
         order.count = arguments.GetNumber<unsigned>("count", 1);
     }
     CheckFaultTarget(order.target, order.fault.kind);
-    arguments.ExpectNoOthers();
     simulator_.GetFaults().Add(std::move(order));
 }
 
-void Control::ListFaults(Arguments&) {
+void Control::ListFaults(const Arguments&) {
     for (const auto& order : simulator_.GetFaults().List()) {
         Fields fields;
         fields.Add("on", order.target)
@@ -388,13 +381,13 @@ void Control::ListFaults(Arguments&) {
     }
 }
 
-void Control::ClearFaults(Arguments&) {
+void Control::ClearFaults(const Arguments&) {
     simulator_.GetFaults().Clear();
 }
 
 // ---- Looking ----
 
-void Control::Show(Arguments& arguments) {
+void Control::Show(const Arguments& arguments) {
     std::optional<SlotIndex> slot;
     if (arguments.Has("slot")) {
         slot = arguments.NeedNumber<SlotIndex>("slot");
@@ -409,7 +402,7 @@ void Control::Show(Arguments& arguments) {
     }
 }
 
-void Control::ChooseEvents(Arguments& arguments) {
+void Control::ChooseEvents(const Arguments& arguments) {
     const std::string text = arguments.NeedText("kinds");
     std::set<std::string, std::less<>> kinds;
     std::istringstream list(text);
@@ -419,7 +412,7 @@ void Control::ChooseEvents(Arguments& arguments) {
     simulator_.GetEvents().SetKinds(text == "all" ? std::nullopt : std::optional(kinds));
 }
 
-void Control::Help(Arguments&) {
+void Control::Help(const Arguments&) {
     for (const Command& command : kCommands) {
         const Fields fields = Fields().Add("command", command.name).Add("usage", command.usage);
         simulator_.GetEvents().Print("model help" + fields.GetText());

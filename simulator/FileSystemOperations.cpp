@@ -25,10 +25,6 @@ FileSystemOperations& GetOperations(fuse_req_t request) {
     return *static_cast<FileSystemOperations*>(fuse_req_userdata(request));
 }
 
-OpenDirectory& GetDirectory(const fuse_file_info& file) {
-    return *reinterpret_cast<OpenDirectory*>(file.fh);
-}
-
 // Runs a handler; libfuse is C, so that nothing may be thrown through it.
 template<typename Handler>
 void Guard(fuse_req_t request, const Handler& handler) noexcept {
@@ -67,8 +63,7 @@ const fuse_lowlevel_ops& GetFileSystemOperations() {
             Guard(request, [&](auto& self) { self.ReadFolder(request, size, offset, *file); });
         };
         table.releasedir = [](fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
-            const std::unique_ptr<OpenDirectory> directory(&GetDirectory(*file));
-            fuse_reply_err(request, 0);
+            Guard(request, [&](auto& self) { self.CloseFolder(request, *file); });
         };
         table.open = [](fuse_req_t request, fuse_ino_t number, fuse_file_info* file) {
             Guard(request, [&](auto& self) { self.OpenFile(request, number, *file); });
@@ -121,7 +116,7 @@ void FileSystemOperations::ReadLink(fuse_req_t request, fuse_ino_t number) {
 
 void FileSystemOperations::ReadFolder(fuse_req_t request, size_t size, off_t offset,
                                       const fuse_file_info& file) {
-    const auto& items = GetDirectory(file).items;
+    const auto& items = GetOpen(file).items;
     std::vector<char> buffer(size);
     std::size_t used = 0;
     for (auto index = static_cast<std::size_t>(offset); index < items.size(); ++index) {
@@ -174,17 +169,35 @@ void FileSystemOperations::OpenFolder(fuse_req_t request, fuse_ino_t number,
     fuse_file_info answer = file;
     answer.cache_readdir = options_.kernelCache;
     answer.keep_cache = options_.kernelCache;
-    changer_.List(inode->volume->id, inode->entry, AnswerWhenReady(request, [=] {
+    changer_.List(inode->volume->id, inode->entry, AnswerWhenReady(request, [=, this] {
                       ReplyOpenFolder(request, answer, ListVolume(*inode));
                   }));
 }
 
 void FileSystemOperations::ReplyOpenFolder(fuse_req_t request, fuse_file_info file,
-                                           std::unique_ptr<OpenDirectory> directory) {
-    file.fh = reinterpret_cast<std::uint64_t>(directory.get());
-    if (fuse_reply_open(request, &file) == 0) {
-        directory.release(); // until it is closed; else whoever opened it has been killed
+                                           OpenDirectory directory) {
+    {
+        const std::lock_guard guard(lock_);
+        file.fh = ++lastHandle_;
+        open_.emplace(file.fh, std::move(directory));
     }
+    if (fuse_reply_open(request, &file) != 0) { // whoever opened it has been killed
+        const std::lock_guard guard(lock_);
+        open_.erase(file.fh);
+    }
+}
+
+OpenDirectory& FileSystemOperations::GetOpen(const fuse_file_info& file) {
+    const std::lock_guard guard(lock_);
+    return open_.at(file.fh);
+}
+
+void FileSystemOperations::CloseFolder(fuse_req_t request, const fuse_file_info& file) {
+    {
+        const std::lock_guard guard(lock_);
+        open_.erase(file.fh);
+    }
+    fuse_reply_err(request, 0);
 }
 
 void FileSystemOperations::OpenFile(fuse_req_t request, fuse_ino_t number,
@@ -303,32 +316,32 @@ std::string FileSystemOperations::MakeInfoFile(const Inode& inode) const {
 
 // ---- Listings ----
 
-std::unique_ptr<OpenDirectory> FileSystemOperations::ListRoot() const {
-    auto directory = std::make_unique<OpenDirectory>();
-    directory->items = {{".", FUSE_ROOT_ID, S_IFDIR},
-                        {"..", FUSE_ROOT_ID, S_IFDIR},
-                        {kRootInfoName, kRootInfoNumber, S_IFREG}};
-    directory->keepsNames = changer_.GetMediaRoots();
-    for (const auto& volume : directory->keepsNames) {
-        directory->items.push_back({volume->name, MakeNumber(*volume, 0), S_IFDIR});
+OpenDirectory FileSystemOperations::ListRoot() const {
+    OpenDirectory directory;
+    directory.items = {{".", FUSE_ROOT_ID, S_IFDIR},
+                       {"..", FUSE_ROOT_ID, S_IFDIR},
+                       {kRootInfoName, kRootInfoNumber, S_IFREG}};
+    directory.keepsNames = changer_.GetMediaRoots();
+    for (const auto& volume : directory.keepsNames) {
+        directory.items.push_back({volume->name, MakeNumber(*volume, 0), S_IFDIR});
     }
     return directory;
 }
 
-std::unique_ptr<OpenDirectory> FileSystemOperations::ListVolume(const Inode& inode) {
+OpenDirectory FileSystemOperations::ListVolume(const Inode& inode) {
     const Volume& volume = *inode.volume;
     const TreeEntry& folder = volume.tree->GetEntry(inode.entry);
-    auto directory = std::make_unique<OpenDirectory>();
-    directory->keepsNames = {inode.volume};
-    directory->items = {
+    OpenDirectory directory;
+    directory.keepsNames = {inode.volume};
+    directory.items = {
         {".", inode.number, S_IFDIR},
         {"..", inode.entry == 0 ? FUSE_ROOT_ID : MakeNumber(volume, folder.parent), S_IFDIR}};
     if (inode.entry == 0) {
-        directory->items.push_back({kMediaInfoName, MakeNumber(volume, kInfoEntry), S_IFREG});
+        directory.items.push_back({kMediaInfoName, MakeNumber(volume, kInfoEntry), S_IFREG});
     }
     EntryIndex index = folder.firstChild;
     for (const TreeEntry& child : volume.tree->GetChildren(inode.entry)) {
-        directory->items.push_back({child.name, MakeNumber(volume, index++), child.mode});
+        directory.items.push_back({child.name, MakeNumber(volume, index++), child.mode});
     }
     return directory;
 }

@@ -44,6 +44,7 @@ public:
     void ReadLink(fuse_req_t request, fuse_ino_t number);
     void OpenFolder(fuse_req_t request, fuse_ino_t number, const fuse_file_info& file);
     void ReadFolder(fuse_req_t request, size_t size, off_t offset, const fuse_file_info& file);
+    void CloseFolder(fuse_req_t request, const fuse_file_info& file);
     void OpenFile(fuse_req_t request, fuse_ino_t number, const fuse_file_info& file);
     void ReadFile(fuse_req_t request, fuse_ino_t number, size_t size, off_t offset);
 
@@ -58,16 +59,18 @@ private:
     struct stat Describe(const Inode& inode) const;
     double GetTimeout(const Inode& inode) const;
     std::string MakeInfoFile(const Inode& inode) const;
-    std::unique_ptr<OpenDirectory> ListRoot() const;
-    static std::unique_ptr<OpenDirectory> ListVolume(const Inode& inode);
-    static void ReplyOpenFolder(fuse_req_t request, fuse_file_info file,
-                                std::unique_ptr<OpenDirectory> directory);
+    OpenDirectory ListRoot() const;
+    static OpenDirectory ListVolume(const Inode& inode);
+    void ReplyOpenFolder(fuse_req_t request, fuse_file_info file, OpenDirectory directory);
+    OpenDirectory& GetOpen(const fuse_file_info& file);
 
     Changer& changer_;
     const FileSystemOptions& options_;
     Events& events_;
 
-    std::mutex lock_;
+    std::mutex lock_;                             // of what follows
+    std::map<std::uint64_t, OpenDirectory> open_; // by file handle
+    std::uint64_t lastHandle_ = 0;
     std::condition_variable answered_;
     unsigned waiting_ = 0;
 };

@@ -6,7 +6,9 @@ namespace simulator {
 namespace {
 
 Arguments Parse(const std::string& values) {
-    return Arguments(ParseCommandLine("word " + values).values);
+    return Arguments(ParseCommandLine("word " + values).values,
+                     "changer=GUID [a=N] [b=N] c=N d=N e=N [f=N] [kept=yes] removed=yes set=N "
+                     "[folder=PATH]");
 }
 
 TEST(ArgumentsTest, NumbersAreCheckedAgainstTheirType) {
@@ -51,12 +53,11 @@ TEST(ArgumentsTest, NumberSetsAreSeparatedByCommas) {
     EXPECT_TRUE(Parse("").GetNumberSet("a").empty());
 }
 
-TEST(ArgumentsTest, UnreadArgumentsAreFound) {
-    Arguments arguments = Parse("slot=1 solt=2");
-    arguments.NeedNumber<int>("slot");
-    EXPECT_THROW(arguments.ExpectNoOthers(), CommandError);
-    arguments.NeedNumber<int>("solt");
-    EXPECT_NO_THROW(arguments.ExpectNoOthers());
+TEST(ArgumentsTest, WhatIsNotInTheUsageIsRefused) {
+    EXPECT_THROW(Parse("older=1"), CommandError) << "only the end of a key";
+    EXPECT_THROW(Parse("fold=1"), CommandError);
+    EXPECT_THROW(Parse("GUID=1"), CommandError);
+    EXPECT_NO_THROW(Parse("folder2=1"));
 }
 
 } // namespace

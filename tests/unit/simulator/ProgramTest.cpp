@@ -295,7 +295,7 @@ TEST_F(ProgramTest, FileSystemComesAndGoes) {
     });
 }
 
-TEST_F(ProgramTest, KernelCacheKeepsListingsAway) {
+TEST_F(ProgramTest, KernelCacheShowsTheSame) {
     RunPrivately([] {
         Program program;
         program.Tell(AddChanger("kernel-cache=yes"));
