@@ -1,5 +1,6 @@
 #include <DiskArbitration/DiskArbitration.h>
 
+#include "Footprint.h"
 #include "MountMonitor.h"
 #include "PrivateMounts.h"
 #include "RunLoop.h"
@@ -41,6 +42,7 @@ protected:
     }
     ~DiskArbitration() override {
         Close();
+        AwaitRest();
     }
 
     void Open() {
@@ -217,7 +219,6 @@ TEST_F(DiskArbitration, KeepsAHungVolumeBackUntilItAnswers) {
 }
 
 TEST_F(DiskArbitration, NeverTellsOfAHungVolumeThatHasGone) {
-    const std::size_t threads = EntriesOf("/proc/self/task");
     {
         const HungVolume hung(Stage(), "hung");
         if (!hung.IsMounted())
@@ -227,8 +228,7 @@ TEST_F(DiskArbitration, NeverTellsOfAHungVolumeThatHasGone) {
         Stage().Unmount("hung");
     }
     // Its server has gone, so the touch has ended with an error.
-    while (EntriesOf("/proc/self/task") > threads)
-        std::this_thread::yield();
+    AwaitRest();
     Stage().Unmount("last");
     EXPECT_EQ(Events(1), Strings{"-last"});
     EXPECT_EQ(EventsUntilNow(), Strings());
@@ -259,17 +259,15 @@ TEST_F(DiskArbitration, TellsNothingWhileUnscheduledAndAllOfItAfterwards) {
 
 TEST_F(DiskArbitration, LeavesNoThreadAndNoDescriptorBehind) {
     CFRunLoopGetCurrent();
-    const std::size_t threads = EntriesOf("/proc/self/task");
-    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    const std::size_t descriptors = CountDescriptors();
     Stage().Mount("a");
     for (int i = 0; i < 10; ++i) {
         Open();
         EXPECT_EQ(Events(1), Strings{"+a"});
         Close();
     }
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
-    while (EntriesOf("/proc/self/task") > threads)
-        std::this_thread::yield();
+    EXPECT_EQ(CountDescriptors(), descriptors);
+    AwaitRest();
 }
 
 TEST_F(DiskArbitration, LooksAgainAfterTheMountTableWasUnreadable) {

@@ -127,9 +127,4 @@ private:
     std::thread server_;
 };
 
-inline std::size_t EntriesOf(const char* directory) {
-    using Entries = std::filesystem::directory_iterator;
-    return static_cast<std::size_t>(std::distance(Entries(directory), Entries()));
-}
-
 #endif

@@ -1,5 +1,6 @@
 #include "VolumeProbes.h"
 
+#include "Footprint.h"
 #include "PrivateMounts.h"
 #include "RunLoop.h"
 
@@ -13,6 +14,8 @@ protected:
     ~VolumeProbesTest() override {
         CFRunLoopSourceInvalidate(answers_);
         CFRelease(answers_);
+        probes_.reset();
+        AwaitRest();
     }
 
     void Await(const Probe& probe) {
@@ -39,11 +42,10 @@ TEST_F(VolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
     HungVolume hung(stage, "hung");
     if (!hung.IsMounted())
         GTEST_SKIP() << "no user space file systems here";
-    const std::size_t threads = EntriesOf("/proc/self/task");
     std::vector<std::shared_ptr<Probe>> stuck;
     for (std::size_t i = 0; i < 2 * VolumeProbes::kMostThreads; ++i)
         stuck.push_back(probes_->Start(stage.Path("hung")));
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads + VolumeProbes::kMostThreads);
+    EXPECT_EQ(CountThreads(), kThreadsAtRest + VolumeProbes::kMostThreads);
 
     const auto behind = probes_->Start("/");
     hung.Answer();
@@ -56,7 +58,6 @@ TEST_F(VolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
 TEST_F(VolumeProbesTest, MayEndWhileAVolumeHangs) {
     if (!EnterPrivateMounts())
         GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-    const std::size_t threads = EntriesOf("/proc/self/task");
     const MountStage stage;
     {
         const HungVolume hung(stage, "hung");
@@ -65,8 +66,7 @@ TEST_F(VolumeProbesTest, MayEndWhileAVolumeHangs) {
         probes_->Start(stage.Path("hung"));
         probes_.reset();
     }
-    while (EntriesOf("/proc/self/task") > threads)
-        std::this_thread::yield();
+    AwaitRest();
 }
 
 } // namespace

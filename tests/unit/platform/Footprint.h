@@ -1,0 +1,34 @@
+#ifndef TESTS_FOOTPRINT_H
+#define TESTS_FOOTPRINT_H
+
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
+inline std::size_t CountEntries(const char* directory) {
+    using Entries = std::filesystem::directory_iterator;
+    return static_cast<std::size_t>(std::distance(Entries(directory), Entries()));
+}
+
+inline std::size_t CountDescriptors() {
+    return CountEntries("/proc/self/fd");
+}
+
+inline std::size_t CountThreads() {
+    return CountEntries("/proc/self/task");
+}
+
+#ifdef __SANITIZE_THREAD__
+inline constexpr std::size_t kThreadsAtRest = 2; // the sanitizer keeps one of its own
+#else
+inline constexpr std::size_t kThreadsAtRest = 1;
+#endif
+
+// Until the threads that nobody joins have ended.
+inline void AwaitRest() {
+    while (CountThreads() > kThreadsAtRest)
+        std::this_thread::yield();
+}
+
+#endif
