@@ -15,7 +15,7 @@ Value CreateMutableArray(std::span<const Object* const> members) {
     const auto count = static_cast<CFIndex>(members.size());
     CFMutableArrayRef array =
         CFArrayCreateMutable(kCFAllocatorDefault, count, &kCFTypeArrayCallBacks);
-    Value result = Created(static_cast<const Object*>(static_cast<CFTypeRef>(array)));
+    Value result = Created(AsObject(array));
     for (const Object* member : members)
         CFArrayAppendValue(array, member);
     if (CFArrayGetCount(array) != count)
@@ -28,7 +28,7 @@ Value CreateMutableDictionary(std::span<const Pair> pairs) {
     CFMutableDictionaryRef dictionary =
         CFDictionaryCreateMutable(kCFAllocatorDefault, count, &kCFTypeDictionaryKeyCallBacks,
                                   &kCFTypeDictionaryValueCallBacks);
-    Value result = Created(static_cast<const Object*>(static_cast<CFTypeRef>(dictionary)));
+    Value result = Created(AsObject(dictionary));
     for (const Pair& pair : pairs)
         CFDictionarySetValue(dictionary, pair.key, pair.value);
     if (CFDictionaryGetCount(dictionary) != count)

@@ -18,26 +18,25 @@ namespace cf {
 
 namespace {
 
-constexpr std::string_view kWhiteSpace = " \t\r\n";
-
 enum class Tag { Key, String, Integer, Dict, True, False, Array, Data, Real, Date, Plist, Unknown };
 
 // In the order of Tag, which is that of their frequency.
-constexpr std::string_view kTagNames[] = {"key",   "string", "integer", "dict", "true", "false",
-                                          "array", "data",   "real",    "date", "plist"};
+constexpr const char* kTagNames[] = {"key",   "string", "integer", "dict", "true", "false",
+                                     "array", "data",   "real",    "date", "plist"};
 
 Tag TagOf(pugi::xml_node element) {
-    const std::string_view name = element.name();
+    const char* name = element.name();
     std::size_t tag = 0;
-    while (tag < std::size(kTagNames) && name != kTagNames[tag])
+    while (tag < std::size(kTagNames) &&
+           (*name != *kTagNames[tag] || std::strcmp(name, kTagNames[tag]) != 0))
         ++tag;
     return static_cast<Tag>(tag);
 }
 
-// Throws where the text has anything but blanks, which it shows between before and between.
+// Throws "<before><first character><between><its line><after>" when the text is not blank.
 void RefuseText(const XmlSlice& text, const char* before, const char* between,
                 const char* after = "") {
-    const std::size_t index = text.View().find_first_not_of(kWhiteSpace);
+    const std::size_t index = text.View().find_first_not_of(kXmlWhiteSpace);
     if (index != std::string_view::npos)
         RefuseAt(text.From(index), std::string(before) + Shown(text.View()[index]) + between,
                  after);
@@ -138,14 +137,14 @@ Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
     const std::size_t begin = builder_.BeginDictionary();
     for (pugi::xml_node node = FirstElement(dictionary, depth); node;
          node = SkipToElement(node.next_sibling())) {
-        const XmlSlice place = tree_.At(node);
         if (TagOf(node) != Tag::Key)
-            RefuseAt(place, "Found non-key inside <dict> at line ");
+            RefuseAt(tree_.At(node), "Found non-key inside <dict> at line ");
+        const pugi::xml_node value = SkipToElement(node.next_sibling());
         Value key = ReadString(node);
-        node = SkipToElement(node.next_sibling());
-        if (!node)
-            RefuseAt(place, "Value missing for key inside <dict> at line ");
-        builder_.AddPair(std::move(key), ReadValue(node, depth + 1));
+        if (!value)
+            RefuseAt(tree_.At(node), "Value missing for key inside <dict> at line ");
+        builder_.AddPair(std::move(key), ReadValue(value, depth + 1));
+        node = value;
     }
     RefuseBreakIn(dictionary);
     return builder_.EndDictionary(begin);
@@ -164,12 +163,12 @@ Value XmlReader::ReadBoolean(pugi::xml_node element, CFBooleanRef value) {
     if (element.first_child() || *element.value() != '\0')
         RefuseAt(tree_.At(element),
                  "Encountered non-empty <" + std::string(element.name()) + "> on line ");
-    return Value::Share(static_cast<const Object*>(static_cast<CFTypeRef>(value)));
+    return Value::Share(AsObject(value));
 }
 
 Value XmlReader::ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice& content)) {
     RefuseBreakIn(element);
-    if (tree_.IsSelfClosing(element))
+    if (*element.value() == '\0' && tree_.IsSelfClosing(element))
         RefuseAt(tree_.At(element),
                  "Encountered empty <" + std::string(element.name()) + "> on line ");
     Value value = read(tree_.Content(element));
@@ -209,7 +208,7 @@ void XmlReader::RefuseBreakIn(pugi::xml_node element) const {
 Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder) {
     const XmlDocumentText document(bytes);
     const std::string_view text = document.View();
-    const std::size_t begin = text.find_first_not_of(kWhiteSpace);
+    const std::size_t begin = text.find_first_not_of(kXmlWhiteSpace);
     if (begin == text.npos || text.substr(begin) == "<")
         throw MalformedList("No XML content found");
     if (text[begin] != '<')

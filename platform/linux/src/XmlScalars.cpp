@@ -15,10 +15,8 @@ namespace cf {
 
 namespace {
 
-constexpr std::string_view kWhiteSpace = " \t\r\n";
-
 std::size_t SkipWhiteSpace(std::string_view text, std::size_t index) {
-    return std::min(text.find_first_not_of(kWhiteSpace, index), text.size());
+    return std::min(text.find_first_not_of(kXmlWhiteSpace, index), text.size());
 }
 
 unsigned DigitOfInteger(const XmlSlice& place, unsigned base) {

@@ -9,6 +9,8 @@
 
 namespace cf {
 
+inline constexpr std::string_view kXmlWhiteSpace = " \t\r\n";
+
 // A stretch of the text that is being read. Its line is counted only when an error needs it.
 struct XmlSlice {
     std::string_view source;

@@ -1,6 +1,7 @@
 #include "XmlTree.h"
 
 #include "MalformedList.h"
+
 #include <cstring>
 #include <new>
 
@@ -13,8 +14,6 @@ namespace {
 constexpr unsigned kParseFlags = pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi |
                                  pugi::parse_doctype | pugi::parse_fragment |
                                  pugi::parse_embed_pcdata | pugi::parse_ws_pcdata_single;
-
-constexpr std::string_view kWhiteSpace = " \t\r\n";
 
 std::size_t Offset(pugi::xml_node node) {
     return static_cast<std::size_t>(node.offset_debug());
@@ -99,13 +98,13 @@ std::size_t XmlTree::ContentEnd(pugi::xml_node element) const {
 
 // Behind the element's closing tag; npos when it does not stand there.
 std::size_t XmlTree::ClosingTagEnd(pugi::xml_node element, std::size_t contentEnd) const {
-    const std::size_t tag = text_.find_first_not_of(kWhiteSpace, contentEnd);
+    const std::size_t tag = text_.find_first_not_of(kXmlWhiteSpace, contentEnd);
     if (tag == text_.npos || !text_.substr(tag).starts_with("</"))
         return text_.npos;
     const std::string_view name = element.name();
     if (!text_.substr(tag + 2).starts_with(name))
         return text_.npos;
-    const std::size_t end = text_.find_first_not_of(kWhiteSpace, tag + 2 + name.size());
+    const std::size_t end = text_.find_first_not_of(kXmlWhiteSpace, tag + 2 + name.size());
     return end != text_.npos && text_[end] == '>' ? end + 1 : text_.npos;
 }
 
@@ -153,18 +152,18 @@ void XmlTree::RefuseBreak() const {
 
 void XmlTree::RefuseBrokenTag() const {
     const XmlSlice tag = LastBeforeBreak("<");
-    const std::string_view name = tag.View().substr(1);
-    if (name.find('>') == name.npos)
+    const std::size_t end = tag.View().find('>');
+    if (end == std::string_view::npos)
         throw MalformedList("Encountered unexpected EOF");
-    if (name.starts_with('!'))
+    if (tag.View().starts_with("<!"))
         RefuseAt(tag, "Malformed DTD on line ");
-    RefuseAt(tag, "Encountered unknown tag " + std::string(name.substr(0, name.find('>'))) +
-                      " on line ");
+    const std::string name(tag.View().substr(1, end - 1));
+    RefuseAt(tag, "Encountered unknown tag " + name + " on line ");
 }
 
 void XmlTree::RefuseBrokenElement() const {
     const std::string_view name = broken_.name();
-    const std::size_t closing = text_.find_first_not_of(kWhiteSpace, breakOffset_);
+    const std::size_t closing = text_.find_first_not_of(kXmlWhiteSpace, breakOffset_);
     if (closing != text_.npos && name != "plist" && text_.substr(closing).starts_with("</") &&
         text_.find('>', closing) != text_.npos)
         RefuseAt({text_, closing, text_.size()}, "Close tag on line ",

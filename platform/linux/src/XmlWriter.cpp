@@ -47,6 +47,8 @@ private:
     void Indent(int depth) {
         text_.append(static_cast<std::size_t>(depth), '\t');
     }
+    void OpenElement(std::string_view tag, int depth);
+    void CloseElement(std::string_view tag);
     void WriteElement(std::string_view tag, std::string_view content, int depth);
     void WriteLine(std::string_view line, int depth);
 
@@ -197,10 +199,9 @@ bool XmlWriter::WriteDictionary(const Dictionary* dictionary, int depth) {
 }
 
 void XmlWriter::WriteString(std::string_view tag, const String* string, int depth) {
-    Indent(depth);
-    ((text_ += '<') += tag) += '>';
+    OpenElement(tag, depth);
     AppendEscaped(text_, string);
-    ((text_ += "</") += tag) += ">\n";
+    CloseElement(tag);
 }
 
 void XmlWriter::WriteNumber(const Number* number, int depth) {
@@ -234,16 +235,29 @@ void XmlWriter::WriteData(const Data* data, int depth) {
     WriteLine("</data>", depth);
 }
 
-void XmlWriter::WriteElement(std::string_view tag, std::string_view content, int depth) {
+void XmlWriter::OpenElement(std::string_view tag, int depth) {
     Indent(depth);
-    ((text_ += '<') += tag) += '>';
+    text_ += '<';
+    text_ += tag;
+    text_ += '>';
+}
+
+void XmlWriter::CloseElement(std::string_view tag) {
+    text_ += "</";
+    text_ += tag;
+    text_ += ">\n";
+}
+
+void XmlWriter::WriteElement(std::string_view tag, std::string_view content, int depth) {
+    OpenElement(tag, depth);
     text_ += content;
-    ((text_ += "</") += tag) += ">\n";
+    CloseElement(tag);
 }
 
 void XmlWriter::WriteLine(std::string_view line, int depth) {
     Indent(depth);
-    (text_ += line) += '\n';
+    text_ += line;
+    text_ += '\n';
 }
 
 } // namespace

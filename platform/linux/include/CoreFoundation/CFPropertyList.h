@@ -26,8 +26,9 @@ typedef enum {
 } CFPropertyListFormat;
 
 /*
- * NULL when the list holds anything that is no property list, or memory is short. The bytes are
- * UTF-8; dictionary keys are sorted by UTF-16 unit.
+ * NULL when the list holds anything that is no property list, is nested deeper than 512 levels or
+ * takes more than 64 MiB, or memory is short. The bytes are UTF-8; dictionary keys are sorted by
+ * UTF-16 unit.
  */
 CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator, CFPropertyListRef propertyList);
 
@@ -35,7 +36,8 @@ CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator, CFPropertyListRe
  * XML or binary, told apart by their first bytes. NULL on failure; errorString, when given, then
  * receives a text that the caller owns (or NULL when memory is short), and NULL on success.
  * Equal immutable values are one object, shared between all lists alive and freed with the last.
- * Time and memory are linear in the length of the data; nesting ends at 512 levels.
+ * Time and memory are linear in the length of the data, which is at most 64 MiB; nesting ends at
+ * 512 levels. Where a binary list refers twice to a container, a mutable one is shared, too.
  */
 CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator, CFDataRef data,
                                                   CFOptionFlags mutability,
