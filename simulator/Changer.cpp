@@ -60,35 +60,40 @@ void Changer::Put(NewDisc newDisc) {
     if (newDisc.slot >= slots_.size() || slots_[newDisc.slot]) {
         throw CommandError("no such slot, or not empty");
     }
-    for (const auto& [id, volume] : volumes_) {
-        if (volume->name == newDisc.name) {
-            throw CommandError("another disc has that name");
-        }
+    const SlotIndex slot = newDisc.slot;
+    Disc disc = MakeDisc(std::move(newDisc));
+    for (const auto& volume : disc.volumes) {
+        volumes_.emplace(volume->id, volume);
     }
+    slots_[slot] = std::move(disc);
+    NoteChange();
+}
+
+Changer::Disc Changer::MakeDisc(NewDisc newDisc) {
     Disc disc;
     disc.kind = newDisc.kind;
     for (NewPartition& partition : newDisc.partitions) {
         disc.partitionsWithFileSystem.push_back(partition.hasFileSystem);
         const std::string number = std::to_string(disc.partitionsWithFileSystem.size());
+        const std::string name = number == "1" ? newDisc.name : newDisc.name + '-' + number;
+        if (HasMediaRoot(name)) {
+            throw CommandError("another disc has that name");
+        }
         if (partition.hasFileSystem) {
             disc.volumes.push_back(std::make_shared<Volume>(
-                Volume{++lastVolume_,
-                       newDisc.slot,
-                       number == "1" ? newDisc.name : newDisc.name + '-' + number,
-                       number,
-                       std::move(partition.tree),
-                       {}}));
+                Volume{++lastVolume_, newDisc.slot, name, number, std::move(partition.tree), {}}));
         }
     }
     if (newDisc.identified) {
         disc.identifyTime = static_cast<std::int32_t>(std::time(nullptr));
         disc.appearance = clock_();
     }
-    for (const auto& volume : disc.volumes) {
-        volumes_.emplace(volume->id, volume);
-    }
-    slots_[newDisc.slot] = std::move(disc);
-    NoteChange();
+    return disc;
+}
+
+bool Changer::HasMediaRoot(const std::string& name) const {
+    return std::ranges::any_of(volumes_,
+                               [&](const auto& volume) { return volume.second->name == name; });
 }
 
 void Changer::Take(SlotIndex slot) {
@@ -120,13 +125,7 @@ void Changer::RequestAbort(const std::string& client, bool create) {
     }
     ClientStatus& status = statuses_[client];
     status.abortRequested = true;
-    events_.Report("status", Fields()
-                                 .AddChanger(guid_)
-                                 .Add("client", client)
-                                 .Add("message", status.message)
-                                 .Add("current", status.currentStep)
-                                 .Add("maximum", status.maximumStep)
-                                 .Add("abort", true));
+    events_.Report("status", Describe(client, status));
     NoteChange();
 }
 
@@ -265,13 +264,7 @@ void Changer::RequestChangerIdentification(bool request) {
 
 void Changer::SetClientStatus(const std::string& client, const ClientStatus& status) {
     const Section section(*this);
-    events_.Report("status", Fields()
-                                 .AddChanger(guid_)
-                                 .Add("client", client)
-                                 .Add("message", status.message)
-                                 .Add("current", status.currentStep)
-                                 .Add("maximum", status.maximumStep)
-                                 .Add("abort", status.abortRequested));
+    events_.Report("status", Describe(client, status));
     if (status.message.empty()) {
         statuses_.erase(client);
     } else {
@@ -352,226 +345,6 @@ void Changer::WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entr
     FindDisc(volume->slot)->waiters.push_back({volume->id, entry, std::move(ready)});
 }
 
-// ---- How things move ----
-
-void Changer::Settle() {
-    const Section section(*this);
-}
-
-void Changer::Run(std::stop_token stop) {
-    while (!stop.stop_requested()) {
-        Settle();
-        std::unique_lock guard(lock_);
-        const std::uint64_t seen = generation_;
-        const auto hasMoved = [&] { return generation_ != seen; };
-        if (const auto due = GetNextDue()) {
-            moved_.wait_until(guard, stop, *due, hasMoved);
-        } else {
-            moved_.wait(guard, stop, hasMoved);
-        }
-    }
-}
-
-void Changer::FailWaiters() {
-    const Section section(*this);
-    for (auto& disc : slots_) {
-        if (disc) {
-            FailWaitersOf(*disc);
-        }
-    }
-}
-
-void Changer::FailWaitersOf(Disc& disc) {
-    for (Waiter& waiter : std::exchange(disc.waiters, {})) {
-        callbacks_.push_back([ready = std::move(waiter.ready)] { ready(EIO); });
-    }
-}
-
-void Changer::Close() {
-    const Section section(*this);
-    closed_ = true;
-    NoteChange();
-}
-
-void Changer::SettleLocked() {
-    bool moved = true;
-    while (moved && !closed_) {
-        moved = false;
-        while (const auto step = mechanics_.Advance(clock_())) {
-            Apply(*step);
-            moved = true;
-        }
-        ShowMediaRoots();
-        for (SlotIndex slot = 0; slot < slots_.size(); ++slot) {
-            if (slots_[slot] && !slots_[slot]->waiters.empty()) {
-                ServeWaiters(slot, *slots_[slot]);
-            }
-        }
-        moved = BeginNextWanted() || moved;
-    }
-}
-
-void Changer::Apply(const Step& step) {
-    const auto describe = [&] { return Describe(step.slot).Add("drive", step.drive); };
-    switch (step.reached) {
-    case Phase::SpinningUp:
-        events_.Report("robot", describe().Add("move", "load").Add("phase", "end"));
-        break;
-    case Phase::Readable:
-        events_.Report("mounted", describe());
-        BecomeReadable(step.slot, *FindDisc(step.slot));
-        break;
-    default:
-        events_.Report("robot", describe().Add("move", "unload").Add("phase", "end"));
-        break;
-    }
-    NoteChange();
-}
-
-void Changer::BecomeReadable(SlotIndex slot, Disc& disc) {
-    ++disc.timesMounted;
-    if (disc.holder && disc.holder->user.isPrivate) {
-        IdentifyDisc(slot, disc);
-    }
-}
-
-void Changer::IdentifyDisc(SlotIndex slot, Disc& disc) {
-    disc.holder->identified = true;
-    disc.identifyTime = static_cast<std::int32_t>(std::time(nullptr));
-    ++disc.timesIdentified;
-    if (!disc.appeared) {
-        disc.appearance = clock_() + timing_.appear;
-    }
-    events_.Report("identified", Describe(slot).Add("times", disc.timesIdentified));
-    NoteChange();
-}
-
-void Changer::ShowMediaRoots() {
-    const TimePoint now = clock_();
-    for (auto& disc : slots_) {
-        if (disc && disc->identifyTime != 0 && !disc->appeared && disc->appearance <= now) {
-            disc->appeared = true;
-            for (const auto& volume : disc->volumes) {
-                events_.Report("appeared", Describe(volume->slot)
-                                               .Add("partition", volume->partitionId)
-                                               .Add("name", volume->name));
-            }
-        }
-    }
-}
-
-void Changer::ServeWaiters(SlotIndex slot, Disc& disc) {
-    const Phase phase = mechanics_.GetPhase(slot);
-    if (phase == Phase::InSlot && !IsWanted(slot)) {
-        Want(slot, {});
-    }
-    if (phase != Phase::Readable) {
-        return;
-    }
-    disc.lastUse = ++lastUse_;
-    for (Waiter& waiter : std::exchange(disc.waiters, {})) {
-        FinishListing(waiter);
-        callbacks_.push_back([ready = std::move(waiter.ready)] { ready(0); });
-    }
-}
-
-void Changer::FinishListing(const Waiter& waiter) {
-    const auto volume = FindVolumeLocked(waiter.volume);
-    if (!volume->tree->GetEntry(waiter.entry).IsDirectory()) {
-        return;
-    }
-    volume->directories[waiter.entry].cached = true;
-    events_.Report("listed", Describe(volume->slot)
-                                 .Add("partition", volume->partitionId)
-                                 .Add("path", volume->tree->GetPath(waiter.entry)));
-}
-
-// The first wanted disc gets a drive; one has to be emptied first if none is. True if the robot has
-// begun anything.
-bool Changer::BeginNextWanted() {
-    if (wanted_.empty() || !mechanics_.IsRobotIdle()) {
-        return false;
-    }
-    const auto drive = ChooseDrive(wanted_.front().drive);
-    if (!drive) {
-        return false;
-    }
-    if (const auto occupant = mechanics_.GetSlotIn(*drive)) {
-        BeginUnload(*occupant);
-    } else {
-        BeginLoad(wanted_.front().slot, *drive);
-        wanted_.pop_front();
-    }
-    return true;
-}
-
-void Changer::Want(SlotIndex slot, std::optional<DriveIndex> drive) {
-    wanted_.push_back({slot, drive});
-    NoteChange();
-}
-
-void Changer::Unwant(SlotIndex slot) {
-    std::erase_if(wanted_, [&](const Wanted& wanted) { return wanted.slot == slot; });
-}
-
-bool Changer::IsWanted(SlotIndex slot) const {
-    return std::ranges::find(wanted_, slot, &Wanted::slot) != wanted_.end();
-}
-
-bool Changer::CanBeEmptied(DriveIndex drive) const {
-    const SlotIndex slot = *mechanics_.GetSlotIn(drive);
-    const Disc& disc = *FindDisc(slot);
-    return mechanics_.GetPhase(slot) == Phase::Readable && !disc.holder && disc.waiters.empty();
-}
-
-// An empty drive before the one whose disc was used longest ago.
-std::optional<DriveIndex> Changer::ChooseDrive(std::optional<DriveIndex> wished) const {
-    std::optional<DriveIndex> chosen;
-    std::uint64_t oldestUse = UINT64_MAX;
-    for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
-        if (wished && *wished != drive) {
-            continue;
-        }
-        const auto occupant = mechanics_.GetSlotIn(drive);
-        if (!occupant) {
-            return drive;
-        }
-        const std::uint64_t use = FindDisc(*occupant)->lastUse;
-        if (CanBeEmptied(drive) && use < oldestUse) {
-            chosen = drive;
-            oldestUse = use;
-        }
-    }
-    return chosen;
-}
-
-void Changer::BeginLoad(SlotIndex slot, DriveIndex drive) {
-    mechanics_.BeginLoad(slot, drive, clock_());
-    events_.Report("robot",
-                   Describe(slot).Add("drive", drive).Add("move", "load").Add("phase", "begin"));
-    NoteChange();
-}
-
-void Changer::BeginUnload(SlotIndex slot) {
-    const DriveIndex drive = *mechanics_.FindDriveOf(slot);
-    mechanics_.BeginUnload(slot, clock_());
-    events_.Report("unmounted", Describe(slot).Add("drive", drive));
-    events_.Report("robot",
-                   Describe(slot).Add("drive", drive).Add("move", "unload").Add("phase", "begin"));
-    NoteChange();
-}
-
-std::optional<TimePoint> Changer::GetNextDue() const {
-    auto due = mechanics_.GetNextDue();
-    for (const auto& disc : slots_) {
-        const bool willAppear = disc && disc->identifyTime != 0 && !disc->appeared;
-        if (willAppear && (!due || disc->appearance < *due)) {
-            due = disc->appearance;
-        }
-    }
-    return due;
-}
-
 // ---- Small helpers ----
 
 Changer::Disc* Changer::FindDisc(SlotIndex slot) {
@@ -592,6 +365,16 @@ Changer::Disc& Changer::GetDisc(SlotIndex slot) {
 
 Fields Changer::Describe(SlotIndex slot) const {
     return Fields().AddChanger(guid_).Add("slot", slot);
+}
+
+Fields Changer::Describe(const std::string& client, const ClientStatus& status) const {
+    return Fields()
+        .AddChanger(guid_)
+        .Add("client", client)
+        .Add("message", status.message)
+        .Add("current", status.currentStep)
+        .Add("maximum", status.maximumStep)
+        .Add("abort", status.abortRequested);
 }
 
 void Changer::NoteChange() {

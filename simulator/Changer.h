@@ -182,7 +182,7 @@ public:
     void Settle();
     /// Whoever waits for a disc fails.
     void FailWaiters();
-    /// Nothing moves any more, and no request waits any longer.
+    /// No request waits any longer.
     void Close();
 
 private:
@@ -228,7 +228,10 @@ private:
     Disc* FindDisc(SlotIndex slot);
     const Disc* FindDisc(SlotIndex slot) const;
     Disc& GetDisc(SlotIndex slot); // throws CommandError
+    Disc MakeDisc(NewDisc newDisc);
+    bool HasMediaRoot(const std::string& name) const;
     Fields Describe(SlotIndex slot) const;
+    Fields Describe(const std::string& client, const ClientStatus& status) const;
     void NoteChange();
 
     void SettleLocked();

@@ -111,13 +111,7 @@ void Changer::Print(std::optional<SlotIndex> only, bool withDirectories) {
                         .Add("robot", mechanics_.IsRobotIdle() ? "idle" : "moving")
                         .Add("requested", identificationRequested_));
     for (const auto& [client, status] : statuses_) {
-        line("status", Fields()
-                           .AddChanger(guid_)
-                           .Add("client", client)
-                           .Add("message", status.message)
-                           .Add("current", status.currentStep)
-                           .Add("maximum", status.maximumStep)
-                           .Add("abort", status.abortRequested));
+        line("status", Describe(client, status));
     }
     for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
         const auto slot = mechanics_.GetSlotIn(drive);
