@@ -159,10 +159,11 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
                                       CFDataRef /* address */, const void* data, void* info) {
     auto* subscription = static_cast<ChangerNotificationSubscription*>(info);
     auto* chunk = static_cast<CFDataRef>(data);
-    const UInt8* bytes = CFDataGetBytePtr(chunk);
-    const CFIndex length = CFDataGetLength(chunk);
+    const bool isData = type == kCFSocketDataCallBack; // only then is there a chunk to look at
+    const UInt8* bytes = isData ? CFDataGetBytePtr(chunk) : nullptr;
+    const CFIndex length = isData ? CFDataGetLength(chunk) : 0;
     VErrLink* err = nullptr;
-    if (type != kCFSocketDataCallBack)
+    if (!isData)
         VERR_RAISE(VErrThrow(&err, "unexpected callback type %d received", static_cast<int>(type)));
     else if (length == 0) // the server closed the connection
         VERR_STEP(err, HandleServerDisconnect(subscription), "fail handle server disconnect");
@@ -170,8 +171,7 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
 
     // The chunk may end one notification and begin the next; a malformed one costs only itself.
     CFIndex used = 0;
-    for (CFIndex position = 0; type == kCFSocketDataCallBack && position < length;
-         position += used) {
+    for (CFIndex position = 0; position < length; position += used) {
         VERR_STEP(
             err,
             HandleNotificationSocketData(bytes + position, length - position, &used, subscription),
