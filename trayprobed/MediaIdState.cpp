@@ -272,6 +272,10 @@ VErrLink* AddChangerToList(UInt64 changerGUID) {
     if (err == nullptr) {
         CFDictionarySetValue(dict, CFSTR("GUID"), number);
         CFDictionarySetValue(dict, CFSTR("In Progress"), inProgress);
+    }
+    // Short of memory the dictionary took less in, and must not be stored.
+    VERR_NEED(err, CFDictionaryGetCount(dict) == 2, "fail allocate changer dictionary");
+    if (err == nullptr) {
         BeginStoreAccess();
         if (g_changerListDict != nullptr)
             CFDictionarySetValue(g_changerListDict, number, dict);
@@ -315,10 +319,13 @@ VErrLink* AddStorageElemToMediaIdInProgressList(UInt64 changerGUID, UInt16 stora
                   (changed = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress)) !=
                       nullptr,
                   "fail create mutable copy of in progress array");
-        if (err == nullptr) {
+        if (err == nullptr)
             CFArrayAppendValue(changed, number);
+        // Short of memory the copy stays as it was.
+        VERR_NEED(err, CFArrayGetCount(changed) > CFArrayGetCount(inProgress),
+                  "fail create mutable copy of in progress array");
+        if (err == nullptr)
             CFDictionarySetValue(dict, CFSTR("In Progress"), changed);
-        }
         VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
     }
     EndStoreAccess();
