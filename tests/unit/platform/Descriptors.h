@@ -18,8 +18,8 @@ inline std::ptrdiff_t CountThreads() {
 }
 
 // A thread that was joined may still be listed for a moment.
-inline void AwaitThreads(std::ptrdiff_t count) {
-    while (CountThreads() != count)
+inline void AwaitThreads(std::ptrdiff_t atMost) {
+    while (CountThreads() > atMost)
         std::this_thread::yield();
 }
 

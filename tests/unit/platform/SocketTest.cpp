@@ -319,11 +319,14 @@ TEST(SocketReceiveTest, ReadingRestsWhenMuchIsQueuedUntilItIsDrained) {
     g_resting = 0;
     socket.AddToLoop();
     ASSERT_EQ(g_resting, -1);
+    std::atomic<bool> allWritten = false;
     std::thread writer([&] {
         peer.Write(text);
+        allWritten = true;
         peer.ShutDownWriting();
     });
     g_resting.wait(-1);
+    EXPECT_FALSE(allWritten);
     std::size_t received = 0;
     bool restedAtHalf = false;
     socket.atChunk = [&] {
@@ -576,6 +579,23 @@ TEST(SocketLifeTest, InvalidatedSourceLeavesTheSocketValid) {
     EXPECT_EQ(socket.chunks, Chunks{"still here"});
 }
 
+TEST(SocketLifeTest, AnotherSourceTakesWhatIsQueued) {
+    const LocalServer server;
+    TestSocket socket(server);
+    const Peer peer = server.Accept();
+    CFRunLoopSourceRef source = socket.CreateSource();
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    peer.Write("queued");
+    while (peer.Unread() > 0)
+        std::this_thread::yield();
+    CFRunLoopSourceInvalidate(source);
+    CFRelease(source);
+    socket.AddToLoop();
+    socket.atChunk = StopCurrentRun;
+    CFRunLoopRun();
+    EXPECT_EQ(socket.chunks, Chunks{"queued"});
+}
+
 TEST(SocketLifeTest, DroppedInItsOwnCalloutIsGoneWithWhatIsQueued) {
     const LocalServer server;
     TestSocket socket(server);
@@ -593,15 +613,18 @@ TEST(SocketLifeTest, DroppedInItsOwnCalloutIsGoneWithWhatIsQueued) {
     EXPECT_EQ(CountDescriptors(), descriptors - 1);
 }
 
+// It stays from the first source on.
+void StartTheReader() {
+    const LocalServer server;
+    CFRelease(TestSocket(server).CreateSource());
+}
+
 TEST(SocketLifeTest, ForgottenSourceKeepsNoDescriptor) {
     const LocalServer server;
     std::vector<CFRunLoopSourceRef> forgotten;
-    const std::ptrdiff_t descriptors = [&] {
-        const TestSocket startsTheReader(server);
-        server.Accept();
-        CFRelease(startsTheReader.CreateSource());
-        return CountDescriptors() - 1;
-    }();
+    StartTheReader();
+    CFRunLoopGetCurrent();
+    const std::ptrdiff_t descriptors = CountDescriptors();
     for (int i = 0; i < 10; ++i) {
         TestSocket socket(server);
         forgotten.push_back(socket.CreateSource());
@@ -668,10 +691,13 @@ TEST(SocketLifeTest, ManyExchangesOnManyThreadsLeaveNothing) {
     constexpr int kThreads = 10;
     constexpr int kExchanges = 1000;
     const LocalServer server(kThreads);
-    std::thread answers(Answer, std::cref(server), kThreads * kExchanges + 1);
-    Exchange(server); // the reader's thread and the main loop stay
-    const std::ptrdiff_t threadsBefore = CountThreads();
+    StartTheReader();
+    const std::ptrdiff_t threadsAtRest = CountThreads();
+    std::thread first(Answer, std::cref(server), 1);
+    Exchange(server); // this thread's loop stays
+    first.join();
     const std::ptrdiff_t descriptors = CountDescriptors();
+    std::thread answers(Answer, std::cref(server), kThreads * kExchanges);
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i)
         threads.emplace_back([&] {
@@ -681,7 +707,7 @@ TEST(SocketLifeTest, ManyExchangesOnManyThreadsLeaveNothing) {
     for (std::thread& thread : threads)
         thread.join();
     answers.join();
-    AwaitThreads(threadsBefore - 1);
+    AwaitThreads(threadsAtRest);
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
