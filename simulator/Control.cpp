@@ -27,7 +27,7 @@ ChangerTiming ReadTiming(const Arguments& arguments, ChangerTiming timing) {
     return timing;
 }
 
-std::optional<FileSystemOptions> ReadFileSystemOptions(const Arguments& arguments) {
+FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
     FileSystemOptions options;
     options.mountPoint = arguments.GetText("mount", "");
     const std::string info = arguments.GetText("info", "xml");
@@ -36,7 +36,7 @@ std::optional<FileSystemOptions> ReadFileSystemOptions(const Arguments& argument
     }
     options.binaryInfo = info == "binary";
     options.kernelCache = arguments.GetSwitch("kernel-cache", false);
-    return options.mountPoint.empty() ? std::nullopt : std::optional(options);
+    return options;
 }
 
 // Makes the content of each partition in turn.
@@ -216,9 +216,7 @@ void Control::AddChanger(const Arguments& arguments) {
     shape.slots = arguments.NeedNumber<std::uint16_t>("slots");
     shape.drives = arguments.NeedNumber<std::uint16_t>("drives");
     shape.ready = arguments.GetSwitch("ready", true);
-    const ChangerTiming timing = ReadTiming(arguments, {});
-    const auto fileSystem = ReadFileSystemOptions(arguments);
-    simulator_.AddChanger(shape, timing, fileSystem);
+    simulator_.AddChanger(shape, ReadTiming(arguments, {}), ReadFileSystemOptions(arguments));
 }
 
 void Control::RemoveChanger(const Arguments& arguments) {

@@ -22,22 +22,19 @@ Simulator::~Simulator() {
 // ---- Changers ----
 
 void Simulator::AddChanger(const ChangerShape& shape, const ChangerTiming& timing,
-                           const std::optional<FileSystemOptions>& fileSystem) {
+                           const FileSystemOptions& options) {
     Unit unit;
     unit.changer = std::make_shared<Changer>(
         shape, events_, [this] { publisher_.Mark(kChangerInfo); }, std::chrono::steady_clock::now);
     unit.changer->SetTiming(timing);
-    if (fileSystem) {
-        unit.options = *fileSystem;
-    }
+    unit.options = options;
     {
         const std::lock_guard guard(lock_);
         if (units_.contains(shape.guid)) {
             throw CommandError("there is such a changer already");
         }
-        if (fileSystem) {
-            unit.fileSystem =
-                std::make_unique<ChangerFileSystem>(*unit.changer, *fileSystem, events_);
+        if (!options.mountPoint.empty()) {
+            unit.fileSystem = std::make_unique<ChangerFileSystem>(*unit.changer, options, events_);
         }
         unit.clock =
             std::jthread([&changer = *unit.changer](std::stop_token stop) { changer.Run(stop); });

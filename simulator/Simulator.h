@@ -28,8 +28,9 @@ public:
     explicit Simulator(Events& events, std::string socketDirectory = "/tmp");
     ~Simulator();
 
+    /// Without a mount point its file system is not mounted yet.
     void AddChanger(const ChangerShape& shape, const ChangerTiming& timing,
-                    const std::optional<FileSystemOptions>& fileSystem);
+                    const FileSystemOptions& options);
     void RemoveChanger(std::uint64_t guid);
     std::shared_ptr<Changer> GetChanger(std::uint64_t guid) const; ///< throws CommandError
     std::vector<std::shared_ptr<Changer>> GetChangers() const;

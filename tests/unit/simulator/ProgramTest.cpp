@@ -291,6 +291,10 @@ TEST_F(ProgramTest, FileSystemComesAndGoes) {
         EXPECT_EQ(program.Tell("mount changer=A1 mount=/tmp/elsewhere").back(), "ok");
         EXPECT_EQ(ListNames("/tmp/elsewhere").size(), 1u);
         EXPECT_EQ(program.Tell("remove-changer changer=A1").back(), "ok");
+        program.Tell("add-changer changer=B2 slots=1 drives=1 info=binary");
+        EXPECT_TRUE(program.Tell("mount changer=B2").back().starts_with("error "));
+        EXPECT_EQ(program.Tell("mount changer=B2 mount=/tmp/later").back(), "ok");
+        EXPECT_TRUE(ReadAll("/tmp/later/.changer_info.plist").starts_with("bplist00"));
         EXPECT_FALSE(IsMounted("/tmp/elsewhere"));
     });
 }

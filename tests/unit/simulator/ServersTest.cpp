@@ -305,7 +305,10 @@ TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
     });
     // Far more is on its way than the socket's buffer holds, so that it cannot have been read.
     ASSERT_TRUE(changer->WaitForChange(generation, TimePoint::max(), {}));
-    subscriber.Receive();
+    {
+        Peer other = Subscribe(); // time enough for an answer that should not come
+        ReceiveKeys(other, 3);
+    }
     EXPECT_FALSE(isAnswered);
     const std::jthread reading([&] {
         while (!subscriber.Receive().empty()) {
