@@ -229,6 +229,8 @@ TEST_F(DiskArbitration, NeverTellsOfAHungVolumeThatHasGone) {
     }
     // Its server has gone, so the touch has ended with an error.
     AwaitRest();
+    // Nor is it told of while the table cannot be read that says that it has gone.
+    g_unreadableTurns = 1;
     Stage().Unmount("last");
     EXPECT_EQ(Events(1), Strings{"-last"});
     EXPECT_EQ(EventsUntilNow(), Strings());

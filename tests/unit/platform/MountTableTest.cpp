@@ -5,10 +5,14 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 
 namespace disks {
 namespace {
+
+bool g_readingFails = false;
 
 constexpr const char* kTable =
     "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
@@ -54,21 +58,36 @@ TEST(MountTable, RefusesATableWithALineThatMakesNoSense) {
     EXPECT_FALSE(ParseMountTable("27 1 254:0 / / rw,relatime\n"));
 }
 
-TEST(MountTable, ReadsAFileOfAnySizeWhole) {
-    char name[] = "/tmp/mounttable.XXXXXX";
-    const int file = mkstemp(name);
-    ASSERT_GE(file, 0);
-    close(file);
+class MountTableFile : public testing::Test {
+protected:
+    MountTableFile() {
+        close(mkstemp(name_));
+    }
+    ~MountTableFile() override {
+        g_readingFails = false;
+        std::filesystem::remove(name_);
+    }
+
+    char name_[24] = "/tmp/mounttable.XXXXXX";
+};
+
+TEST_F(MountTableFile, IsReadWholeWhateverItsSize) {
     constexpr int kLines = 5000; // several times what is read at once
-    std::ofstream text(name);
+    std::ofstream text(name_);
     for (int i = 0; i < kLines; ++i)
         text << 100 + i << " 27 0:" << i << " / /mnt/volume" << i << " rw - tmpfs none rw\n";
     text.close();
-    const auto mounts = ReadMountTable(name);
-    unlink(name);
+    const auto mounts = ReadMountTable(name_);
     ASSERT_TRUE(mounts);
     ASSERT_EQ(mounts->size(), static_cast<std::size_t>(kLines));
     EXPECT_EQ(mounts->back().path, "/mnt/volume4999");
+}
+
+TEST_F(MountTableFile, IsRefusedWhenReadingFailedAfterAWholeLine) {
+    std::ofstream(name_) << kTable;
+    EXPECT_TRUE(ReadMountTable(name_));
+    g_readingFails = true;
+    EXPECT_FALSE(ReadMountTable(name_));
 }
 
 TEST(MountTable, TellsAFailedReadFromAnEmptyTable) {
@@ -84,3 +103,12 @@ TEST(MountTable, ReadsTheKernelsOwn) {
 
 } // namespace
 } // namespace disks
+
+extern "C" {
+int __real_ferror(FILE* stream);
+int __wrap_ferror(FILE* stream);
+
+int __wrap_ferror(FILE* stream) {
+    return disks::g_readingFails ? 1 : __real_ferror(stream);
+}
+}

@@ -35,6 +35,11 @@ TEST_F(VolumeProbesTest, TakeAnErrorForAnAnswer) {
     Await(*probes_->Start("/proc/self/comm"));
 }
 
+TEST_F(VolumeProbesTest, AreMadeAsOftenAsOneAsks) {
+    for (std::size_t i = 0; i < 2 * VolumeProbes::kMostThreads; ++i)
+        Await(*probes_->Start("/"));
+}
+
 TEST_F(VolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
     if (!EnterPrivateMounts())
         GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
@@ -63,8 +68,11 @@ TEST_F(VolumeProbesTest, MayEndWhileAVolumeHangs) {
         const HungVolume hung(stage, "hung");
         if (!hung.IsMounted())
             GTEST_SKIP() << "no user space file systems here";
-        probes_->Start(stage.Path("hung"));
+        for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i)
+            probes_->Start(stage.Path("hung"));
+        const std::weak_ptr<Probe> behind = probes_->Start("/");
         probes_.reset();
+        EXPECT_TRUE(behind.expired());
     }
     AwaitRest();
 }
