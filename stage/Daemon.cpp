@@ -4,6 +4,7 @@
 #include "stage/PrivateWorld.h"
 #include "stage/ProcessState.h"
 
+#include <algorithm>
 #include <csignal>
 #include <sstream>
 #include <thread>
@@ -20,6 +21,12 @@ Command CommandOf(const DaemonStart& start) {
 
 } // namespace
 
+bool Footprint::IsWithin(const Footprint& limit) const {
+    return threads <= limit.threads &&
+           std::includes(limit.descriptors.begin(), limit.descriptors.end(), descriptors.begin(),
+                         descriptors.end());
+}
+
 Daemon::Daemon(Record& record, const DaemonStart& start)
     : m_process(CommandOf(start), record, Voice::DaemonOutput, Voice::DaemonOutput) {
     m_process.CloseInput();
@@ -30,10 +37,10 @@ Footprint Daemon::TakeFootprint() const {
 }
 
 // Nothing announces that a thread of another process has ended, so /proc is asked again and again.
-Footprint Daemon::AwaitFootprint(const Footprint& expected) const {
+Footprint Daemon::AwaitFootprintWithin(const Footprint& limit) const {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     Footprint current = TakeFootprint();
-    while (current != expected && std::chrono::steady_clock::now() < deadline) {
+    while (!current.IsWithin(limit) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         current = TakeFootprint();
     }

@@ -16,9 +16,9 @@ struct DaemonStart {
 // What a daemon holds of the kernel's, to be compared before and after some work.
 struct Footprint {
     std::size_t threads = 0;
-    std::vector<std::string> descriptors;
+    std::vector<std::string> descriptors; // sorted
 
-    bool operator==(const Footprint&) const = default;
+    bool IsWithin(const Footprint& limit) const;
 };
 
 std::string Describe(const Footprint& footprint);
@@ -39,9 +39,8 @@ public:
     }
     Footprint TakeFootprint() const;
 
-    // Waits until the daemon holds what is expected, or as much time has passed as a closing
-    // thread can possibly take; returns what it holds then.
-    Footprint AwaitFootprint(const Footprint& expected) const;
+    // Waits until the daemon holds no more than that; returns what it holds then, or still.
+    Footprint AwaitFootprintWithin(const Footprint& limit) const;
 
     // It runs until it is killed. Returns the wait status, of that death or of an earlier one.
     int Stop();

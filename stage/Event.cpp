@@ -1,7 +1,7 @@
 #include "stage/Event.h"
 
 #include <algorithm>
-#include <cctype>
+#include <cstdlib>
 
 namespace stage {
 namespace {
@@ -83,10 +83,11 @@ std::optional<Event> ParseEvent(const std::string& line) {
     if (first != "event" && first != "model") {
         return std::nullopt;
     }
+    Event event;
     if (first == "event") {
-        scanner.Word(); // its number
+        event.number = std::atoi(scanner.Word().c_str());
     }
-    Event event{scanner.Word(), {}};
+    event.kind = scanner.Word();
     while (!scanner.AtEnd()) {
         const std::string key = scanner.Word();
         event.values[key] = scanner.Value();

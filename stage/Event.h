@@ -11,6 +11,7 @@ using Values = std::map<std::string, std::string>;
 
 // "event 12 request connection=3 command="mount disc" ..." of the simulator, or a "model ..." line.
 struct Event {
+    int number = 0; // of an event
     std::string kind;
     Values values;
 

@@ -38,6 +38,9 @@ public:
     void Connect(const Descriptor& from, int to) {
         posix_spawn_file_actions_adddup2(&m_actions, from.Get(), to);
     }
+    void CloseFrom(int first) {
+        posix_spawn_file_actions_addclosefrom_np(&m_actions, first);
+    }
     const posix_spawn_file_actions_t* Get() const {
         return &m_actions;
     }
@@ -100,6 +103,7 @@ Process::Process(const Command& command, Record& record, Voice output, Voice err
     actions.Connect(in.reader, STDIN_FILENO);
     actions.Connect(out.writer, STDOUT_FILENO);
     actions.Connect(err.writer, STDERR_FILENO);
+    actions.CloseFrom(STDERR_FILENO + 1); // what this process has inherited itself
     m_pid = Spawn(command, actions);
     m_pidDescriptor = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
     m_input = std::move(in.writer);

@@ -2,10 +2,20 @@
 
 #include "stage/Failure.h"
 
+#include <algorithm>
 #include <csignal>
 #include <sys/wait.h>
 
 namespace stage {
+namespace {
+
+const std::string kIdent = "trayprobed: ";
+
+bool IsOfTheDaemon(const Line& line) {
+    return line.voice == Voice::SystemLog && line.text.starts_with(kIdent);
+}
+
+} // namespace
 
 void Scene::StartServer() {
     m_server.emplace(m_record);
@@ -24,13 +34,23 @@ void Scene::TakeBaseline() {
     m_baseline = TheDaemon().TakeFootprint();
 }
 
-void Scene::AwaitLog(const std::vector<std::string>& patterns) {
+std::string Scene::NextLogLine(const std::string& awaited) {
     const auto isLogged = [](const Line& line) { return line.voice == Voice::SystemLog; };
+    return m_record.Await(isLogged, "log: " + awaited).text;
+}
+
+void Scene::AwaitLog(const std::vector<std::string>& patterns) {
     for (const std::string& pattern : patterns) {
-        const std::string line = m_record.Await(isLogged, "log: " + pattern).text;
-        if (!std::regex_match(line, std::regex("trayprobed: " + pattern))) {
+        const std::string line = NextLogLine(pattern);
+        if (!std::regex_match(line, std::regex(kIdent + pattern))) {
             throw Failure("logged \"" + line + "\" where expected was \"" + pattern + "\"");
         }
+    }
+}
+
+void Scene::AwaitEndOfLog(const std::string& pattern) {
+    const std::regex last(kIdent + pattern);
+    while (!std::regex_match(NextLogLine(pattern), last)) {
     }
 }
 
@@ -43,16 +63,26 @@ std::vector<std::string> Scene::End() {
     return complaints;
 }
 
+void Scene::CheckFootprint(std::vector<std::string>& complaints) {
+    Footprint limit = m_baseline.value();
+    const auto lines = m_record.Since(0);
+    if (std::any_of(lines.begin(), lines.end(), IsOfTheDaemon)) {
+        limit.descriptors.emplace_back("socket");
+        std::sort(limit.descriptors.begin(), limit.descriptors.end());
+    }
+    const Footprint last = m_daemon->AwaitFootprintWithin(limit);
+    if (!last.IsWithin(limit)) {
+        complaints.push_back("the daemon began with " + Describe(*m_baseline));
+        complaints.push_back("     and ended with " + Describe(last));
+    }
+}
+
 void Scene::EndDaemon(std::vector<std::string>& complaints) {
     if (!m_daemon) {
         return;
     }
     if (m_baseline && m_daemon->IsRunning()) {
-        const Footprint last = m_daemon->AwaitFootprint(*m_baseline);
-        if (last != *m_baseline) {
-            complaints.push_back("the daemon began with " + Describe(*m_baseline));
-            complaints.push_back("     and ended with " + Describe(last));
-        }
+        CheckFootprint(complaints);
     }
     const int status = m_daemon->Stop();
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM) {

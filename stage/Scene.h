@@ -34,17 +34,23 @@ public:
     void KillServer();
     void StartDaemon(const DaemonStart& start = {});
 
-    // What the daemon holds now is what it is to hold at the end.
+    // At the end the daemon is to hold no more than now, but for its connection to the system log
+    // if it has said something.
     void TakeBaseline();
 
     // Waits for the next lines of the system log, which must be these, in this order: each a
     // pattern for a whole line without the ident.
     void AwaitLog(const std::vector<std::string>& patterns);
 
+    // Takes the next lines of the system log, whatever they are, until one matches the pattern.
+    void AwaitEndOfLog(const std::string& pattern);
+
     // Ends the run, politely where possible; returns what was wrong, one line each.
     std::vector<std::string> End();
 
 private:
+    std::string NextLogLine(const std::string& awaited);
+    void CheckFootprint(std::vector<std::string>& complaints);
     void EndDaemon(std::vector<std::string>& complaints);
     void EndServer(std::vector<std::string>& complaints);
     void CheckLines(std::vector<std::string>& complaints);

@@ -106,10 +106,7 @@ TEST_F(BuildTest, FileSystemThatIsNotMountedEndsItAtOnce) {
     PutIdentifiedDiscs(1);
     Tell("unmount changer=A1");
     Tell("identify changer=A1");
-    Server().Await("request", [](const Event& request) {
-        return request["command"] == "request identification" &&
-               request.values.count("storage-element-index") == 0;
-    });
+    AwaitWithdrawalForChanger(0);
     AwaitServedRequest(0);
     EXPECT_THAT(Server().AllSoFar("request", {{"message", "Building changer directory cache"}}),
                 IsEmpty());
@@ -135,7 +132,6 @@ TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
     PutIdentifiedDiscs(1);
     Tell("fault on=\"set client status\" do=error code=1050 text=no");
     Tell("identify changer=A1");
-    AwaitEndOfBuild();
     AwaitLog({Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
               Link(kStatus, "ChangerServerSetClientStatus",
                    "fail SendMessageToChangerServer (VErrCode = 1050)"),
@@ -158,7 +154,6 @@ TEST_F(BuildTest, RefusedProgressEndsARunningBuild) {
     Server().Await("request", {{"command", "set client status"}, {"maximum-step", "3"}});
     Server().Await("listing", {{"cached", "no"}});
     Tell("fault on=\"set client status\" do=error code=1050 text=no");
-    AwaitEndOfBuild();
     AwaitLog({Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
               Link(kStatus, "ChangerServerSetClientStatus",
                    "fail SendMessageToChangerServer (VErrCode = 1050)"),
@@ -176,7 +171,6 @@ TEST_F(BuildTest, RefusedOpeningRequestSkipsTheWalk) {
     PutIdentifiedDiscs(1);
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
     Tell("identify changer=A1");
-    AwaitEndOfBuild();
     AwaitLog(
         {Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
          Link("ChangerServerRequestIdentification", "ChangerServerRequest[A-Za-z]+Identification",

@@ -1,5 +1,6 @@
 #include "SystemTest.h"
 
+#include <fstream>
 #include <gmock/gmock.h>
 
 using testing::Contains;
@@ -17,12 +18,21 @@ constexpr const char* kWorker = "MediaIdThread";
 class IdentificationFailureTest : public SystemTest {
 protected:
     // The lines of a withdrawal that the server refuses.
-    void AwaitLogOfRefusedWithdrawal(const std::string& text) {
-        AwaitLog({Link(kMessages, "GetMessageReplyErr", text + " (VErrCode = 1050)"),
+    void AwaitLogOfRefusedWithdrawal(const std::string& text, int code = 1050) {
+        const std::string suffix = " (VErrCode = " + std::to_string(code) + ")";
+        AwaitLog({Link(kMessages, "GetMessageReplyErr", text + suffix),
                   Link(kRequest, "ChangerServerRequestMediaIdentification",
-                       "fail SendMessageToChangerServer (VErrCode = 1050)"),
+                       "fail SendMessageToChangerServer" + suffix),
                   Link(kWorker, "RunMediaIdThread",
-                       "fail ChangerServerRequestChangerIdentification (VErrCode = 1050)")});
+                       "fail ChangerServerRequestChangerIdentification" + suffix)});
+    }
+
+    // From now on the daemon hears this, and nothing else until the server's "release".
+    void NotifyInsteadOfTheServer(const std::string& pair) {
+        Tell("hold");
+        std::ofstream("/tmp/notification")
+            << "<plist version=\"1.0\"><dict>" << pair << "</dict></plist>";
+        Tell("notify payload=/tmp/notification");
     }
 };
 
@@ -116,24 +126,62 @@ TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
     AwaitIdentification(0);
 }
 
-TEST_F(IdentificationFailureTest, DirectoryThatCannotBeListedIsLoggedAndTheDiscEjected) {
+// A list of discs without the changer's, which no real server sends, leaves the walk without an
+// answer to what kind of disc it has before it.
+TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
     Begin();
-    Tell("preferences changer=A1 build-on-identify=yes");
+    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("put changer=A1 slot=0");
+    Server().Await("request", {{"command", "mount disc"}});
+    NotifyInsteadOfTheServer("<key>changer info</key><array/>");
+    AwaitIdentification(0);
+    AwaitLog({Link("MediaIdState", "GetChangerInfoDict",
+                   "fail find changer GUID 00000000000000A1 (VErrCode = 20)"),
+              Link("MediaIdState", "MediaHasMountablePartitions",
+                   "fail GetChangerInfoDict (VErrCode = 20)"),
+              Link("ChangerFSCacheThread", "RunFSCache",
+                   "fail MediaHasMountablePartitions (VErrCode = 20)"),
+              Link(kWorker, "RunMediaIdThread",
+                   "fail RunFSCache(00000000000000A1, 0) (VErrCode = 20)")});
+    EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
+    Tell("release");
+    AwaitServedRequest(0);
+}
+
+TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
+    Begin();
+    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("put changer=A1 slot=0");
+    Server().Await("request", {{"command", "mount disc"}});
+    NotifyInsteadOfTheServer("<key>changer list</key><array/>");
+    AwaitIdentification(0);
+    Tell("release");
+    AwaitChangerTakenUp();
+    AwaitServedRequest(0);
+}
+
+TEST_F(IdentificationFailureTest, WorkerOfARemovedChangerIsRefusedWhatItAsksFor) {
+    Begin();
     Tell("fault on=\"mount disc\" do=late after=500");
     Tell("put changer=A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
-    Tell("take changer=A1 slot=0");
-    AwaitLog({Link("ChangerFSCacheThread", "RunAFSCacheUpdate", "fail")});
+    Tell("remove-changer changer=A1");
+    AwaitLog({Link(kMessages, "GetMessageReplyErr", "no such changer (VErrCode = 1032)"),
+              Link(kEject, "ChangerServerEjectDisc",
+                   "fail send message to changer server (VErrCode = 1032)"),
+              Link(kWorker, "RunMediaIdThread",
+                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 "
+                   "(VErrCode = 1032)")});
+    AwaitLogOfRefusedWithdrawal("no such changer", 1032);
 }
 
-// The server drops the changer while its disc is on the way; nothing of it is left to act on.
-TEST_F(IdentificationFailureTest, RemovedChangerEndsItsWorkers) {
+// Its worker outlives the changer and takes up with the new one of the same GUID.
+TEST_F(IdentificationFailureTest, ChangerMayBeRemovedAndAddedAnewWhileADiscIsIdentified) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=1000");
     Tell("put changer=A1 slot=0");
-    Server().Await("request", {{"command", "mount disc"}});
+    Server().Await("mounted", {{"slot", "0"}});
     Tell("remove-changer changer=A1");
-    AwaitLog({});
     Tell("add-changer changer=A1 slots=2 drives=1");
     AwaitChangerTakenUp();
     Tell("put changer=A1 slot=0");

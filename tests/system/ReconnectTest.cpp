@@ -84,17 +84,10 @@ TEST_F(ReconnectTest, ServerThatDiesDuringAnIdentificationIsLogged) {
               Link("ChangerServerMountDisc", "ChangerServerMountDisc",
                    "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1005)"),
               Link("MediaIdThread", "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1005)"),
-              Link("ChangerServerMessages", "GetChangerServerMessageSocketPath",
-                   "fail find changer server (VErrCode = 1001)"),
-              Link("ChangerServerMessages", "GetChangerServerMessageSocket",
-                   "fail get socket path (VErrCode = 1001)"),
-              Link("ChangerServerMessages", "SendMessageToChangerServer",
-                   "fail get server socket (VErrCode = 1001)"),
-              Link("ChangerServerRequestIdentification", "ChangerServerRequestMediaIdentification",
-                   "fail SendMessageToChangerServer (VErrCode = 1001)"),
-              Link("MediaIdThread", "RunMediaIdThread",
-                   "fail ChangerServerRequestChangerIdentification (VErrCode = 1001)")});
+                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1005)")});
+    // How far the next request comes depends on how far the kernel has come with ending the server.
+    AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                  "fail ChangerServerRequestChangerIdentification.*");
 }
 
 } // namespace

@@ -3,6 +3,9 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <gmock/gmock.h>
+
+using testing::Contains;
 
 namespace {
 
@@ -25,26 +28,28 @@ class ScheduleTest : public SystemTest {
 protected:
     static constexpr long kLeadTime = 12;
 
-    void BeginAt(long secondsOfTheDay) {
+    // The daemon learns of the schedule as soon as it knows the changer.
+    void BeginAt(long secondsOfTheDay, const std::string& schedule) {
         StartServer();
-        StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
+        Tell("preferences changer=A1 build-on-schedule=yes " + schedule);
         Tell("put changer=A1 slot=0 identified=yes");
+        StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
+        AwaitServedRequest(0);
+        m_scene.TakeBaseline(); // with the timer
     }
     void ExpectBuild() {
         AwaitEndOfBuild();
-        EXPECT_EQ(Server().AllSoFar("request", {{"current-step", "1"}}).size(), 1U);
+        EXPECT_THAT(RequestsSoFar(), Contains("status 1/1"));
     }
 };
 
 TEST_F(ScheduleTest, BuildStartsAtOneOClock) {
-    BeginAt(kHour - kLeadTime);
-    Tell("preferences changer=A1 build-on-schedule=yes");
+    BeginAt(kHour - kLeadTime, "");
     ExpectBuild();
 }
 
 TEST_F(ScheduleTest, BuildStartsAtTheSetTime) {
-    BeginAt(17 * kHour + 31 * kMinute - kLeadTime);
-    Tell("preferences changer=A1 build-on-schedule=yes hours=17 minutes=31");
+    BeginAt(17 * kHour + 31 * kMinute - kLeadTime, "hours=17 minutes=31");
     ExpectBuild();
 }
 

@@ -21,8 +21,9 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(
     Arguments, StartUpTest,
-    testing::Values(std::vector<std::string>{"trayprobed"}, std::vector<std::string>{"t"},
-                    std::vector<std::string>{""}, std::vector<std::string>{"/usr/sbin/trayprobed"},
+    testing::Values(std::vector<std::string>{"trayprobed"},
+                    std::vector<std::string>{"./trayprobed"}, std::vector<std::string>{""},
+                    std::vector<std::string>{"/usr/sbin/trayprobed"},
                     std::vector<std::string>{"trayprobed", "--secret", "word"}));
 
 TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {

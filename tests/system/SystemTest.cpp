@@ -68,13 +68,19 @@ void SystemTest::AwaitServedRequest(int slot) {
     AwaitIdentification(slot);
 }
 
+Event SystemTest::AwaitWithdrawalForChanger(int after) {
+    const Event withdrawal = Server().Await("request", [after](const Event& request) {
+        return request.number > after && Shortly(request) == "withdraw changer";
+    });
+    Server().Await("disconnect", {{"connection", withdrawal["connection"]}});
+    return withdrawal;
+}
+
+// A build clears its status just before its closing request.
 void SystemTest::AwaitEndOfBuild() {
-    Event last;
-    for (int withdrawal = 0; withdrawal < 2; ++withdrawal) {
-        last = Server().Await(
-            "request", [](const Event& request) { return Shortly(request) == "withdraw changer"; });
-    }
-    Server().Await("disconnect", {{"connection", last["connection"]}});
+    const Event clearing =
+        Server().Await("request", {{"command", "set client status"}, {"message", ""}});
+    AwaitWithdrawalForChanger(clearing.number);
 }
 
 std::string SystemTest::Link(const std::string& module, const std::string& function,

@@ -24,7 +24,8 @@ protected:
     // Waits until the worker's last request for a disc has been answered and its connection closed.
     void AwaitIdentification(int slot);
 
-    // Waits until the build's closing request has been answered and its connection closed.
+    // Waits until the closing request of a build that walked has been answered and its connection
+    // closed.
     void AwaitEndOfBuild();
 
     // Waits until the daemon has acted on whatever the server told it so far: has a disc that is
@@ -41,9 +42,17 @@ protected:
         m_scene.AwaitLog(patterns);
     }
 
+    void AwaitEndOfLog(const std::string& pattern) {
+        m_scene.AwaitEndOfLog(pattern);
+    }
+
     // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".
     static std::string Link(const std::string& module, const std::string& function,
                             const std::string& message);
+
+    // Waits for a withdrawal of the changer's request after that event, and the end of its
+    // connection.
+    stage::Event AwaitWithdrawalForChanger(int after);
 
     // What the daemon asked for so far, in short: "mount 3", "eject 3", "withdraw 3",
     // "withdraw changer", "status 1/3", "clear status".

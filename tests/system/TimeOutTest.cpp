@@ -55,7 +55,18 @@ TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
     Tell("start");
     m_scene.StartDaemon();
     AwaitChangerTakenUp();
-    AwaitLog({});
+    AwaitLog({Link(kMessages, "GetMessageReplyErr",
+                   "timeout waiting for reply from changer server (VErrCode = 1004)"),
+              Link("ChangerServerSetClientStatus", "ChangerServerSetClientStatus",
+                   "fail SendMessageToChangerServer (VErrCode = 1004)"),
+              Link("ChangerServerSetClientStatus", "ChangerServerClearClientStatus",
+                   "fail ChangerServerSetClientStatus (VErrCode = 1004)"),
+              Link("ChangerFSCacheThread", "ResetStatusReporting",
+                   "fail ChangerServerClearClientStatus (VErrCode = 1004)"),
+              Link("MediaIdManager", "HandleAddedChangers",
+                   "fail ResetStatusReporting (VErrCode = 1004)"),
+              Link("MediaIdManager", "ChangerInfoNotificationCallBack",
+                   "fail handle added changers for changer at index 0 (VErrCode = 1004)")});
     AwaitChangerTakenUp();
 }
 
@@ -65,6 +76,18 @@ TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
     EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
+}
+
+// Its media root never shows any more, and the server knows nothing of it when it is to go back.
+TEST_F(SlowTimeOutTest, DiscThatIsPulledOutIsAwaitedAndThenMissed) {
+    Begin("slots=4 drives=1 appear=600000");
+    Tell("put changer=A1 slot=0");
+    Server().Await("root-listing");
+    Tell("take changer=A1 slot=0");
+    AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                  "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 .*");
+    AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                  "fail ChangerServerRequestChangerIdentification .*");
 }
 
 } // namespace

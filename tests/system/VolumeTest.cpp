@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 
 using stage::Event;
+using testing::Contains;
 using testing::Each;
 
 namespace {
@@ -74,23 +75,21 @@ protected:
     void ExpectBuildOf(int discs) {
         Tell("identify changer=A1");
         AwaitEndOfBuild();
-        EXPECT_EQ(RequestsSoFar()[RequestsSoFar().size() - 3], "status " + Of(discs, discs));
+        const std::string steps = std::to_string(discs);
+        EXPECT_THAT(RequestsSoFar(), Contains("status " + steps + "/" + steps));
     }
 
     // A build with a file system to walk would report its progress before its closing request.
     void ExpectNothingToBuild() {
         const std::size_t before = RequestsSoFar().size();
+        int last = 0;
         for (int build = 0; build < 2; ++build) {
             Tell("identify changer=A1");
-            Server().Await("request", {{"command", "request identification"}, {"request", "no"}});
+            last = AwaitWithdrawalForChanger(last).number;
         }
         std::vector<std::string> requests = RequestsSoFar();
         requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(before));
         EXPECT_THAT(requests, Each("withdraw changer"));
-    }
-
-    static std::string Of(int step, int steps) {
-        return std::to_string(step) + "/" + std::to_string(steps);
     }
 };
 
