@@ -70,6 +70,11 @@ LogCapture::~LogCapture() {
     g_caught.capturing = false;
 }
 
+bool LogCapture::HasLines() const {
+    const std::lock_guard lock(g_caught.mutex);
+    return g_caught.used > 0;
+}
+
 std::vector<std::string> LogCapture::Take() {
     const std::lock_guard lock(g_caught.mutex);
     std::vector<std::string> lines;

@@ -18,6 +18,8 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
+    // Whether Take would give anything.
+    bool HasLines() const;
     // What was logged since the last Take. A line whose priority is not alert says so in front.
     std::vector<std::string> Take();
     // The same, with "123" for the line number in "file:123, function: message".

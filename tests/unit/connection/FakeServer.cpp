@@ -1,0 +1,84 @@
+#include "FakeServer.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <time.h>
+#include <unistd.h>
+
+static const char k_sourcePath[] = "tests/unit/FakeServer";
+
+static FakeServer* g_server = nullptr;
+static time_t g_now = 0;
+
+// The command's clock begins anywhere in time.
+constexpr time_t kStart = 1'000'000'000;
+
+FakeServer::FakeServer(std::vector<ServerAnswer> answers) : answers_(std::move(answers)) {
+    EXPECT_EQ(g_server, nullptr);
+    g_server = this;
+    g_now = kStart;
+}
+
+FakeServer::~FakeServer() {
+    g_server = nullptr;
+    for (std::size_t i = 0; i < replies_.size(); ++i) {
+        CFRelease(replies_[i]);
+        if (std::find(released_.begin(), released_.end(), i) == released_.end())
+            CFRelease(replies_[i]);
+    }
+}
+
+VErrLink* FakeServer::Receive(CFDictionaryRef message, CFDictionaryRef* reply) {
+    const ServerAnswer& answer = answers_[std::min(requests_.size(), answers_.size() - 1)];
+    requests_.push_back(XmlOf(message));
+    times_.push_back(g_now - kStart);
+    // A copy of its own for each request, and kept: its address tells which reply is released.
+    CFDictionaryRef copy =
+        CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(answer.reply.Get()));
+    replies_.push_back(CFRetain(copy));
+    *reply = copy;
+    VErrLink* err = nullptr;
+    if (answer.code != 0)
+        VERR_RAISE(VErrThrowWithErrCode(&err, answer.code, "told by the server"));
+    return err;
+}
+
+void FakeServer::NoteRelease(CFTypeRef object) {
+    const auto found = std::find(replies_.begin(), replies_.end(), object);
+    if (found != replies_.end())
+        released_.push_back(static_cast<std::size_t>(found - replies_.begin()));
+}
+
+VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* reply) {
+    return g_server->Receive(message, reply);
+}
+
+extern "C" {
+void __real_CFRelease(CFTypeRef object);
+void __wrap_CFRelease(CFTypeRef object);
+time_t __wrap_time(time_t* out);
+unsigned __wrap_sleep(unsigned seconds);
+pid_t __wrap_getpid(void);
+
+void __wrap_CFRelease(CFTypeRef object) {
+    if (g_server != nullptr)
+        g_server->NoteRelease(object);
+    __real_CFRelease(object);
+}
+
+time_t __wrap_time(time_t*) {
+    return g_now;
+}
+
+unsigned __wrap_sleep(unsigned seconds) {
+    g_now += seconds;
+    return 0;
+}
+
+pid_t __wrap_getpid(void) {
+    return kOwnProcessId;
+}
+}

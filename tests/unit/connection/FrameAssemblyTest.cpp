@@ -1,0 +1,396 @@
+/* Frames, however the stream is cut into chunks. */
+
+#include "ChangerServerConnectionLib/FrameAssembly.h"
+
+#include "AllocationFaults.h"
+#include "Frames.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// How much longer than it is a payload looks, so that none has to be gathered up to its bound.
+static CFIndex g_pretendedLength = 0;
+
+static CFIndex g_capacity = 0; // that the last payload was made with
+
+extern "C" {
+CFMutableDataRef __real_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
+CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
+CFIndex __real_CFDataGetLength(CFDataRef data);
+CFIndex __wrap_CFDataGetLength(CFDataRef data);
+
+CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity) {
+    g_capacity = capacity;
+    return __real_CFDataCreateMutable(allocator, capacity);
+}
+
+CFIndex __wrap_CFDataGetLength(CFDataRef data) {
+    return __real_CFDataGetLength(data) + g_pretendedLength;
+}
+}
+
+namespace {
+
+using Events = std::vector<std::string>;
+
+// Takes chunks as a socket's callback does, and tells what came of them: payloads and failures.
+class Reader {
+public:
+    Reader() = default;
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+    ~Reader() {
+        ResetFrameAssembly(&frame_);
+    }
+
+    void Take(std::string_view chunk) {
+        while (!chunk.empty()) {
+            CFIndex used = 0;
+            const FrameState state =
+                GatherFrame(&frame_, reinterpret_cast<const UInt8*>(chunk.data()),
+                            static_cast<CFIndex>(chunk.size()), &used);
+            ASSERT_GT(used, 0);
+            ASSERT_LE(used, static_cast<CFIndex>(chunk.size()));
+            chunk.remove_prefix(static_cast<std::size_t>(used));
+            if (state == kFrameIncomplete)
+                continue;
+            events_.push_back(Describe(state));
+            ResetFrameAssembly(&frame_);
+        }
+    }
+
+    const Events& Told() const {
+        return events_;
+    }
+    bool IsBetweenFrames() const {
+        return frame_.pendingData == nullptr && frame_.headBytes == 0;
+    }
+
+private:
+    std::string Describe(FrameState state) const {
+        switch (state) {
+        case kFrameComplete:
+            return {reinterpret_cast<const char*>(CFDataGetBytePtr(frame_.pendingData)),
+                    static_cast<std::size_t>(CFDataGetLength(frame_.pendingData))};
+        case kFrameInvalidHeader:
+            return "(invalid header)";
+        case kFrameTooLong:
+            return "(too long)";
+        case kFrameNoMemory:
+            return "(no memory)";
+        case kFrameIncomplete:
+            break;
+        }
+        return "(unknown state)";
+    }
+
+    FrameAssembly frame_ = {};
+    Events events_;
+};
+
+Events Gather(const std::vector<std::string>& chunks) {
+    Reader reader;
+    for (const std::string& chunk : chunks)
+        reader.Take(chunk);
+    return reader.Told();
+}
+
+Events GatherInPiecesOf(std::size_t size, std::string_view bytes) {
+    Reader reader;
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(size, bytes.size())))
+        reader.Take(bytes.substr(0, size));
+    return reader.Told();
+}
+
+// The same events at every way to cut the bytes in two or three, and in pieces of every size.
+void ExpectHoweverCut(const std::string& bytes, const Events& expected) {
+    const std::size_t size = bytes.size();
+    for (std::size_t first = 1; first <= size; ++first) {
+        for (std::size_t second = first; second <= size; ++second) {
+            ASSERT_EQ(Gather({bytes.substr(0, first), bytes.substr(first, second - first),
+                              bytes.substr(second)}),
+                      expected)
+                << "cut at " << first << " and " << second;
+        }
+        ASSERT_EQ(GatherInPiecesOf(first, bytes), expected) << "pieces of " << first;
+    }
+}
+
+// ---- well-formed streams ----
+
+TEST(FrameAssembly, OneFrameHoweverCut) {
+    ExpectHoweverCut(FrameOf("a payload"), {"a payload"});
+}
+
+TEST(FrameAssembly, TwoGluedFramesHoweverCut) {
+    ExpectHoweverCut(FrameOf("one") + FrameOf("the second"), {"one", "the second"});
+}
+
+TEST(FrameAssembly, ThreeGluedFramesHoweverCut) {
+    ExpectHoweverCut(FrameOf("one") + FrameOf("the second") + FrameOf("3"),
+                     {"one", "the second", "3"});
+}
+
+TEST(FrameAssembly, APayloadMayHoldFrames) {
+    const std::string inner = FrameOf("inner");
+    ExpectHoweverCut(FrameOf(inner) + FrameOf(inner.substr(0, 6)), {inner, inner.substr(0, 6)});
+}
+
+TEST(FrameAssembly, EmptyPayloadsHoweverCut) {
+    ExpectHoweverCut(FrameOf("") + FrameOf("") + FrameOf("x"), {"", "", "x"});
+}
+
+TEST(FrameAssembly, TheReservedFieldIsNotLookedAt) {
+    EXPECT_THAT(Gather({HeaderBytes({.reserved = 0xFFFF, .dataLength = 1}) + "x"}),
+                ElementsAre("x"));
+}
+
+TEST(FrameAssembly, NothingIsLeftBetweenFrames) {
+    Reader reader;
+    reader.Take(FrameOf("one"));
+    EXPECT_TRUE(reader.IsBetweenFrames());
+    reader.Take(FrameOf("two").substr(0, 3));
+    EXPECT_FALSE(reader.IsBetweenFrames());
+}
+
+// Whatever the writer sends in one go and the reader reads in one go.
+TEST(FrameAssembly, FramesOverASocketPair) {
+    std::string stream;
+    Events expected;
+    for (int i = 0; i < 200; ++i) {
+        expected.push_back("payload " + std::string(static_cast<std::size_t>(i), 'x'));
+        stream += FrameOf(expected.back());
+    }
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    std::thread writer([&] {
+        std::string_view rest = stream;
+        for (std::size_t i = 0; !rest.empty(); ++i) {
+            const std::size_t length = std::min(1 + i * 7 % 61, rest.size());
+            EXPECT_EQ(write(ends[0], rest.data(), length), static_cast<ssize_t>(length));
+            rest.remove_prefix(length);
+        }
+        close(ends[0]);
+    });
+    Reader reader;
+    char buffer[256];
+    for (std::size_t i = 0;; ++i) {
+        const ssize_t got = read(ends[1], buffer, 1 + i * 13 % sizeof buffer);
+        if (got <= 0)
+            break;
+        reader.Take({buffer, static_cast<std::size_t>(got)});
+    }
+    writer.join();
+    close(ends[1]);
+    EXPECT_EQ(reader.Told(), expected);
+    EXPECT_TRUE(reader.IsBetweenFrames());
+}
+
+// ---- header sizes ----
+
+TEST(FrameAssembly, AHeaderSizeOfZeroMakesTheHeaderPayload) {
+    const std::string header = HeaderBytes({.headerSize = 0, .dataLength = 15});
+    ExpectHoweverCut(header + "abc" + FrameOf("next"), {header + "abc", "next"});
+    const std::string alone = HeaderBytes({.headerSize = 0, .dataLength = 12});
+    ExpectHoweverCut(alone + FrameOf("next"), {alone, "next"});
+}
+
+TEST(FrameAssembly, AHeaderSizeOfElevenMakesItsLastBytePayload) {
+    const std::string header = HeaderBytes({.headerSize = 11, .dataLength = 3});
+    ExpectHoweverCut(header + "ab" + FrameOf("next"), {header.substr(11) + "ab", "next"});
+}
+
+TEST(FrameAssembly, AHeaderSizeOfThirteenSkipsAByte) {
+    ExpectHoweverCut(HeaderBytes({.headerSize = 13, .dataLength = 2}) + "-ab" + FrameOf("next"),
+                     {"ab", "next"});
+    ExpectHoweverCut(HeaderBytes({.headerSize = 13, .dataLength = 0}) + "-" + FrameOf("next"),
+                     {"", "next"});
+}
+
+TEST(FrameAssembly, TheLargestHeaderSizeIsSkippedHoweverCut) {
+    const std::string bytes = HeaderBytes({.headerSize = 65535, .dataLength = 4}) +
+                              std::string(65535 - 12, '-') + "data" + FrameOf("next");
+    for (const std::size_t cut :
+         {1u, 11u, 12u, 13u, 100u, 65534u, 65535u, 65536u, 65538u, 65539u, 65540u})
+        EXPECT_THAT(Gather({bytes.substr(0, cut), bytes.substr(cut)}), ElementsAre("data", "next"))
+            << cut;
+    for (const std::size_t size : {1u, 11u, 12u, 4096u, 65535u, 65536u})
+        EXPECT_THAT(GatherInPiecesOf(size, bytes), ElementsAre("data", "next")) << size;
+}
+
+TEST(FrameAssembly, APayloadShorterThanTheHeaderBytesInItIsTooLong) {
+    const std::string header = HeaderBytes({.headerSize = 0, .dataLength = 11});
+    EXPECT_THAT(Gather({header}), ElementsAre("(too long)"));
+    EXPECT_THAT(Gather({header + "more", FrameOf("next")}), ElementsAre("(too long)", "next"));
+    EXPECT_THAT(GatherInPiecesOf(1, header), ElementsAre("(too long)"));
+}
+
+// ---- data lengths ----
+
+TEST(FrameAssembly, ALengthOfFourGigabytesIsNotReserved) {
+    g_capacity = -1;
+    EXPECT_THAT(Gather({HeaderBytes({.dataLength = 0xFFFFFFFF}) + "start", "more"}), IsEmpty());
+    EXPECT_EQ(g_capacity, 0);
+}
+
+TEST(FrameAssembly, GatheringEndsAtABound) {
+    constexpr CFIndex kBound = 256 * 1024 * 1024;
+    Reader reader;
+    reader.Take(HeaderBytes({.dataLength = 0xFFFFFFFF}));
+    g_pretendedLength = kBound - 10;
+    reader.Take("0123456789");
+    EXPECT_THAT(reader.Told(), IsEmpty());
+    reader.Take("x");
+    g_pretendedLength = 0;
+    EXPECT_THAT(reader.Told(), ElementsAre("(no memory)"));
+    EXPECT_TRUE(reader.IsBetweenFrames());
+}
+
+// ---- malformed streams ----
+
+TEST(FrameAssembly, AWrongByteAnywhereInTheSignatureIsFoundAtOnce) {
+    const std::string frame = FrameOf("payload");
+    for (std::size_t wrong = 0; wrong < 4; ++wrong) {
+        std::string bytes = frame;
+        bytes[wrong] = static_cast<char>(bytes[wrong] ^ 1);
+        EXPECT_THAT(Gather({bytes}), ElementsAre("(invalid header)")) << wrong;
+        for (std::size_t cut = 1; cut <= wrong; ++cut)
+            EXPECT_THAT(Gather({bytes.substr(0, cut), bytes.substr(cut)}),
+                        ElementsAre("(invalid header)"))
+                << wrong << ", " << cut;
+        EXPECT_THAT(Gather({bytes.substr(0, wrong + 1)}), ElementsAre("(invalid header)"));
+        EXPECT_THAT(Gather({bytes, frame}), ElementsAre("(invalid header)", "payload"));
+    }
+}
+
+TEST(FrameAssembly, ExcessThatBeginsNoFrameMakesTheFrameTooLong) {
+    EXPECT_THAT(Gather({FrameOf("payload") + "x"}), ElementsAre("(too long)"));
+    EXPECT_THAT(Gather({FrameOf("payload") + "gix"}), ElementsAre("(too long)"));
+    EXPECT_THAT(Gather({FrameOf("payload") + "x", FrameOf("next")}),
+                ElementsAre("(too long)", "next"));
+    EXPECT_THAT(Gather({FrameOf("").append(1, '\0')}), ElementsAre("(too long)"));
+}
+
+TEST(FrameAssembly, ExcessThatMayBeginAFrameIsKeptForIt) {
+    const std::string next = FrameOf("next");
+    for (std::size_t length = 1; length < next.size(); ++length)
+        EXPECT_THAT(Gather({FrameOf("payload") + next.substr(0, length), next.substr(length)}),
+                    ElementsAre("payload", "next"))
+            << length;
+    EXPECT_THAT(Gather({FrameOf("payload") + next.substr(0, 2), "x"}),
+                ElementsAre("payload", "(invalid header)"));
+}
+
+TEST(FrameAssembly, ExcessInALaterChunkIsAFrameOfItsOwn) {
+    EXPECT_THAT(Gather({FrameOf("payload"), "x"}), ElementsAre("payload", "(invalid header)"));
+}
+
+TEST(FrameAssembly, WithoutMemoryOneFrameIsLostAndNoneGarbled) {
+    const std::string bytes = FrameOf("payload");
+    for (const std::size_t cut : {bytes.size(), std::size_t{5}, std::size_t{14}}) {
+        const std::string first = bytes.substr(0, cut);
+        const std::string rest = bytes.substr(cut);
+        FrameAssembly frame = {};
+        FrameState state = kFrameIncomplete;
+        const auto body = [&](std::size_t) {
+            frame = {};
+            for (const std::string* chunk : {&first, &rest}) {
+                CFIndex used = 0;
+                if (state = kFrameIncomplete; !chunk->empty())
+                    state = GatherFrame(&frame, reinterpret_cast<const UInt8*>(chunk->data()),
+                                        static_cast<CFIndex>(chunk->size()), &used);
+                if (state != kFrameIncomplete)
+                    break;
+            }
+        };
+        const std::size_t runs = SweepAllocationFaults(body, [&](std::size_t nth, bool happened) {
+            EXPECT_EQ(state, happened ? kFrameNoMemory : kFrameComplete) << nth;
+            ResetFrameAssembly(&frame);
+        });
+        EXPECT_GE(runs, 3u);
+    }
+}
+
+// ---- payloads ----
+
+// The list that a payload holds, and the parser's words.
+struct ReadPayload {
+    Held<CFPropertyListRef> list;
+    std::string error;
+};
+
+ReadPayload ReadList(std::string_view payload) {
+    FrameAssembly frame = {CFDataCreateMutable(nullptr, 0), {}, 0};
+    CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
+                      static_cast<CFIndex>(payload.size()));
+    char* text = nullptr;
+    ReadPayload read = {Held(CreatePayloadList(&frame, &text)), text != nullptr ? text : "(none)"};
+    free(text);
+    ResetFrameAssembly(&frame);
+    return read;
+}
+
+TEST(FramePayload, IsAPropertyList) {
+    const auto list = Dictionary({{"command", "eject disc"}, {"Changer GUID", 7}});
+    const ReadPayload read = ReadList(XmlOf(list));
+    EXPECT_EQ(XmlOf(read.list), XmlOf(list));
+    EXPECT_EQ(read.error, "(none)");
+}
+
+TEST(FramePayload, ThatIsNoneFailsWithTheParsersWords) {
+    const ReadPayload read = ReadList("<plist><dict></plist>");
+    EXPECT_EQ(read.list, nullptr);
+    EXPECT_THAT(read.error, testing::HasSubstr("on line 1"));
+    EXPECT_EQ(ReadList("").error, "Cannot parse a NULL or zero-length data");
+}
+
+TEST(FramePayload, WithoutMemoryThereIsNoListAndPerhapsNoWords) {
+    FrameAssembly frame = {CFDataCreateMutable(nullptr, 0), {}, 0};
+    const std::string payload = XmlOf(Dictionary({{"key", "a long enough text"}}));
+    CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
+                      static_cast<CFIndex>(payload.size()));
+    CFPropertyListRef list = nullptr;
+    char* text = nullptr;
+    {
+        const AllocationFault fault(1, 100000);
+        list = CreatePayloadList(&frame, &text);
+    }
+    ResetFrameAssembly(&frame);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(text, nullptr);
+}
+
+TEST(CreateFrame, PutsTheHeaderBeforeThePayload) {
+    const auto payload = Bytes("<xml>");
+    const Held frame(CreateFrame(payload));
+    const std::string bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(frame)),
+                            static_cast<std::size_t>(CFDataGetLength(frame)));
+    EXPECT_EQ(bytes, FrameOf("<xml>"));
+}
+
+TEST(CreateFrame, WithoutMemoryIsNone) {
+    const auto payload = Bytes(std::string(1000, 'x'));
+    CFDataRef frame = nullptr;
+    const std::size_t runs =
+        SweepAllocationFaults([&](std::size_t) { frame = CreateFrame(payload); },
+                              [&](std::size_t nth, bool happened) {
+                                  EXPECT_EQ(frame == nullptr, happened) << nth;
+                                  if (frame != nullptr)
+                                      CFRelease(frame);
+                              });
+    EXPECT_GE(runs, 3u);
+}
+
+} // namespace

@@ -1,0 +1,42 @@
+/* The address of a local socket, byte for byte. */
+
+#include "ChangerServerConnectionLib/LocalSocket.h"
+
+#include "AllocationFaults.h"
+#include "support/Held.h"
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+std::string AddressBytes(const std::string& path) {
+    const Held address(CreateLocalSocketAddress(path.c_str()));
+    return {reinterpret_cast<const char*>(CFDataGetBytePtr(address)),
+            static_cast<std::size_t>(CFDataGetLength(address))};
+}
+
+TEST(LocalSocketAddress, HasItsLengthItsFamilyAndThePath) {
+    EXPECT_EQ(kLocalSocketPathSize, 104u);
+    std::string expected = std::string("\x6A\x01") + "/tmp/socket";
+    expected.resize(106);
+    EXPECT_EQ(AddressBytes("/tmp/socket"), expected);
+}
+
+TEST(LocalSocketAddress, CutsALongPathAndEndsIt) {
+    const std::string path(200, 'p');
+    EXPECT_EQ(AddressBytes(path), "\x6A\x01" + path.substr(0, 103) + '\0');
+}
+
+TEST(LocalSocketAddress, IsNoneWithoutMemory) {
+    const AllocationFault fault(1);
+    EXPECT_EQ(CreateLocalSocketAddress("/tmp/socket"), nullptr);
+}
+
+TEST(LocalSocket, NoneCanBeClosed) {
+    CloseLocalSocket(nullptr);
+}
+
+} // namespace

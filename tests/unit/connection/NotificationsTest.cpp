@@ -1,0 +1,505 @@
+/* The notification channel: its states, from a subscription to its end, and what it delivers. */
+
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+
+#include "AllocationFaults.h"
+#include "Frames.h"
+#include "ProcessTable.h"
+#include "ScriptedServer.h"
+#include "Seams.h"
+#include "support/Chain.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <unistd.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// ---- time: what a timer is asked for is noted, and comes a thousand times as fast ----
+
+namespace {
+
+constexpr CFAbsoluteTime kNow = 5000;
+
+struct AskedTimer {
+    CFAbsoluteTime fireDate;
+    CFTimeInterval interval;
+    CFOptionFlags flags;
+    CFIndex order;
+    CFRunLoopTimerCallBack callout;
+    int count;
+};
+AskedTimer g_asked;
+
+} // namespace
+
+extern "C" {
+CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void);
+CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
+                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
+                                              CFRunLoopTimerContext*);
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
+                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
+                                              CFRunLoopTimerContext*);
+
+CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void) {
+    return kNow;
+}
+
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                              CFTimeInterval interval, CFOptionFlags flags,
+                                              CFIndex order, CFRunLoopTimerCallBack callout,
+                                              CFRunLoopTimerContext* context) {
+    if (Failing::Is("CFRunLoopTimerCreate"))
+        return nullptr;
+    g_asked = {fireDate, interval, flags, order, callout, g_asked.count + 1};
+    return __real_CFRunLoopTimerCreate(allocator, fireDate - kNow, interval / 1000, 0, 0, callout,
+                                       context);
+}
+}
+
+namespace {
+
+const char kNotifications[] = "ChangerServerConnectionLib/ChangerServerNotifications";
+
+RaisedLink Raised(const std::string& message, const std::string& function,
+                  VErrCode code = kVErrCodeDefault) {
+    return {message, function, kNotifications, code};
+}
+
+std::string Logged(const std::string& function, const std::string& message) {
+    return "ChangerServerNotifications:123, " + function + ": " + message;
+}
+
+std::string SocketPath(int pid) {
+    return "/tmp/carouseldn-" + std::to_string(pid);
+}
+
+// Process ids of servers: this process's own, and, after a restart, one that no process has.
+const int kServer = getpid();
+const int kRestarted = getpid() + 10'000'000;
+
+void LetServerRun(int pid) {
+    SetProcesses({{1, "init"}, {pid, "carouseld"}});
+}
+
+// Runs the loop until the condition holds, which is looked at again and again.
+void RunUntil(std::function<bool()> isDone) {
+    const auto look = [](CFRunLoopTimerRef, void* info) {
+        if ((*static_cast<std::function<bool()>*>(info))())
+            CFRunLoopStop(CFRunLoopGetCurrent());
+    };
+    CFRunLoopTimerContext context = {0, &isDone, nullptr, nullptr, nullptr};
+    const Held timer(__real_CFRunLoopTimerCreate(nullptr, 0, 0.001, 0, 0, look, &context));
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    CFRunLoopTimerInvalidate(timer);
+}
+
+class Notifications : public testing::Test {
+protected:
+    Notifications() {
+        LetServerRun(kServer);
+        g_asked = {};
+    }
+    ~Notifications() override {
+        if (subscription != nullptr)
+            Unsubscribe();
+    }
+
+    Chain Subscribe() {
+        return TakeChain(
+            SubscribeToChangerNotifications(Tell<'l'>, Tell<'p'>, Tell<'i'>, this, &subscription));
+    }
+    void Unsubscribe() {
+        EXPECT_EQ(UnsubscribeFromChangerNotifications(subscription), nullptr);
+        subscription = nullptr;
+    }
+    void SubscribeAndConnect() {
+        Subscribe();
+        RunUntil([this] { return IsConnected(); });
+    }
+
+    bool IsCycling() const {
+        return subscription->connectTimer != nullptr && subscription->socket == nullptr;
+    }
+    bool IsConnected() const {
+        return subscription->connectTimer == nullptr && subscription->socket != nullptr;
+    }
+    bool IsStalled() const {
+        return subscription->connectTimer == nullptr && subscription->socket == nullptr;
+    }
+
+    void CallOut(const std::string& chunk) {
+        ServerNotificationSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk),
+                                         subscription);
+    }
+    static std::string Notification(const char* key, const Value& value) {
+        return FrameOfList(Dictionary({{key, value}}));
+    }
+
+    // The callbacks: l, p or i for the kind, and the value's XML between its tags.
+    template<char Kind>
+    static void Tell(CFTypeRef value, ChangerNotificationSubscription* from, void* refCon) {
+        auto* self = static_cast<Notifications*>(refCon);
+        EXPECT_EQ(from, self->subscription);
+        const std::string xml = XmlOf(value);
+        const std::size_t begin = xml.find("<plist version=\"1.0\">\n") + 22;
+        self->told.push_back(Kind + (" " + xml.substr(begin, xml.rfind("\n</plist>") - begin)));
+    }
+
+    ChangerNotificationSubscription* subscription = nullptr;
+    std::vector<std::string> told;
+    LogCapture log;
+};
+
+// ---- cycling ----
+
+TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
+    EXPECT_THAT(Subscribe(), IsEmpty());
+    EXPECT_TRUE(IsCycling());
+    EXPECT_EQ(CountTableCalls(), 0);
+    EXPECT_EQ(g_asked.fireDate, kNow);
+    EXPECT_EQ(g_asked.interval, 1.0);
+    EXPECT_EQ(g_asked.flags, 0u);
+    EXPECT_EQ(g_asked.order, 0);
+    EXPECT_EQ(g_asked.callout, TryNotificationConnect);
+}
+
+TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
+    SetProcesses({{1, "init"}});
+    Subscribe();
+    RunUntil([] { return CountTableCalls() >= 6; }); // three attempts
+    EXPECT_TRUE(IsCycling());
+
+    ScriptedServer server(SocketPath(kServer),
+                          {[](Connection& connection) { connection.WaitForEnd(); }});
+    LetServerRun(kServer);
+    RunUntil([this] { return IsConnected(); });
+    EXPECT_EQ(g_asked.count, 1); // one timer for all attempts
+    Unsubscribe();
+}
+
+TEST_F(Notifications, TriesAgainWhileNobodyListens) {
+    Subscribe();
+    RunUntil([] { return CountTableCalls() >= 6; });
+    EXPECT_TRUE(IsCycling());
+}
+
+TEST_F(Notifications, ASecondCycleIsNotStarted) {
+    Subscribe();
+    const CFRunLoopTimerRef timer = subscription->connectTimer;
+    EXPECT_THAT(TakeChain(StartNotificationConnectCycle(subscription)), IsEmpty());
+    EXPECT_EQ(subscription->connectTimer, timer);
+    EXPECT_EQ(g_asked.count, 1);
+}
+
+TEST_F(Notifications, ATickOnAConnectedSubscriptionEndsTheCycle) {
+    ScriptedServer server(SocketPath(kServer),
+                          {[](Connection& connection) { connection.WaitForEnd(); }});
+    SubscribeAndConnect();
+    StartNotificationConnectCycle(subscription);
+    const int calls = CountTableCalls();
+    TryNotificationConnect(subscription->connectTimer, subscription);
+    EXPECT_TRUE(IsConnected());
+    EXPECT_EQ(CountTableCalls(), calls);
+    Unsubscribe();
+}
+
+// ---- subscriptions that fail ----
+
+TEST_F(Notifications, WithoutMemoryThereIsNoSubscription) {
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(1);
+        err = SubscribeToChangerNotifications(nullptr, nullptr, nullptr, nullptr, &subscription);
+    }
+    EXPECT_EQ(TakeChain(err),
+              Chain{Raised("fail alloc socket info", "SubscribeToChangerNotifications")});
+    EXPECT_EQ(subscription, nullptr);
+}
+
+TEST_F(Notifications, WithoutTimerThereIsNoSubscription) {
+    const Failing failing("CFRunLoopTimerCreate");
+    EXPECT_EQ(Subscribe(),
+              (Chain{Raised("fail create connect timer", "StartNotificationConnectCycle"),
+                     Raised("fail start notification connect cycle",
+                            "SubscribeToChangerNotifications")}));
+    EXPECT_EQ(subscription, nullptr);
+}
+
+// ---- stalled ----
+
+class NotificationsStall : public Notifications {
+protected:
+    // The loop then has nothing left to wait for.
+    void ExpectStallAfter(const std::vector<std::string>& lines) {
+        Subscribe();
+        CFRunLoopRun();
+        EXPECT_TRUE(IsStalled());
+        EXPECT_EQ(log.TakeWithoutLineNumbers(), lines);
+        Unsubscribe();
+    }
+};
+
+TEST_F(NotificationsStall, FollowsAProcessTableThatCannotBeRead) {
+    AnswerProcessTable({{ENFILE, {}}});
+    ExpectStallAfter(
+        {"ChangerServerMessages:123, GetChangerServerPID: unable to get BSD process list (err = "
+         "23)",
+         Logged("GetChangerServerNotificationSocketPath", "fail get changer server PID (err = 23)"),
+         Logged("ConnectServerNotificationSocket", "fail get socket path (err = 23)"),
+         Logged("TryNotificationConnect", "fail get notifcation socket (err = 23)")});
+}
+
+TEST_F(NotificationsStall, FollowsAnAddressThatCannotBeMade) {
+    const Failing failing("CFDataCreate");
+    ExpectStallAfter({Logged("ConnectServerNotificationSocket", "fail create socketAddrData"),
+                      Logged("TryNotificationConnect", "fail get notifcation socket")});
+}
+
+TEST_F(NotificationsStall, FollowsASourceThatCannotBeMadeAndClosesTheConnection) {
+    ScriptedServer server(SocketPath(kServer),
+                          {[](Connection& connection) { connection.WaitForEnd(); }});
+    const Failing failing("CFSocketCreateRunLoopSource");
+    Subscribe();
+    CFRunLoopRun();
+    EXPECT_TRUE(IsStalled());
+    EXPECT_EQ(subscription->source, nullptr);
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre(Logged("ConnectServerNotificationSocket", "fail create socket source"),
+                            Logged("TryNotificationConnect", "fail get notifcation socket")));
+    server.Join(); // it saw the end of the connection
+}
+
+TEST_F(Notifications, AConnectionThatFailsHasACodeOfItsOwn) {
+    Subscribe();
+    EXPECT_EQ(TakeChain(ConnectServerNotificationSocket(subscription)),
+              Chain{Raised("fail create/connect socket to path " + SocketPath(kServer),
+                           "ConnectServerNotificationSocket", 0x40000000000003EA)});
+    SetProcesses({{1, "init"}});
+    EXPECT_EQ(TakeChain(ConnectServerNotificationSocket(subscription)),
+              (Chain{Raised("fail find changer server", "GetChangerServerNotificationSocketPath",
+                            0x40000000000003E9),
+                     Raised("fail get socket path", "ConnectServerNotificationSocket",
+                            0x40000000000003E9)}));
+}
+
+// ---- connected: what is delivered ----
+
+TEST_F(Notifications, DeliversWhatTheServerPushesHoweverItIsCut) {
+    std::string stream;
+    std::vector<std::string> expected;
+    for (int i = 0; i < 60; ++i) {
+        stream += Notification(i % 2 == 0 ? "changer list" : "changer info", i);
+        expected.push_back((i % 2 == 0 ? "l <integer>" : "i <integer>") + std::to_string(i) +
+                           "</integer>");
+    }
+    const auto pushIn = [&](std::size_t size) {
+        return [&stream, size](Connection& connection) {
+            for (std::size_t at = 0; at < stream.size(); at += size)
+                connection.Write(std::string_view(stream).substr(at, size));
+            connection.WaitForEnd();
+        };
+    };
+    for (const std::size_t size : {1u, 7u, 300u, 1000000u}) {
+        told.clear();
+        ScriptedServer server(SocketPath(kServer), {pushIn(size)});
+        Subscribe();
+        RunUntil([&] { return told.size() >= expected.size(); });
+        EXPECT_EQ(told, expected) << size;
+        Unsubscribe();
+    }
+}
+
+class NotificationChunk : public Notifications {
+protected:
+    NotificationChunk() {
+        Subscribe();
+    }
+};
+
+TEST_F(NotificationChunk, CallsBackInOrderForEachKey) {
+    CallOut(FrameOfList(Dictionary({{"changer info", "c"},
+                                    {"root preferences", "b"},
+                                    {"changer list", "a"},
+                                    {"another key", "d"}})));
+    EXPECT_THAT(
+        told, ElementsAre("l <string>a</string>", "p <string>b</string>", "i <string>c</string>"));
+}
+
+TEST_F(NotificationChunk, SkipsAKeyWithoutCallback) {
+    subscription->changerListCallBack = nullptr;
+    subscription->changerInfoCallBack = nullptr;
+    CallOut(FrameOfList(
+        Dictionary({{"changer list", "a"}, {"root preferences", "b"}, {"changer info", "c"}})));
+    EXPECT_THAT(told, ElementsAre("p <string>b</string>"));
+}
+
+TEST_F(NotificationChunk, HandsOnValuesOfAnyType) {
+    CallOut(FrameOfList(Dictionary(
+        {{"changer list", true}, {"root preferences", 7}, {"changer info", Dictionary()}})));
+    EXPECT_THAT(told, ElementsAre("l <true/>", "p <integer>7</integer>", "i <dict/>"));
+}
+
+TEST_F(NotificationChunk, DropsAListThatIsNoDictionary) {
+    CallOut(FrameOfList(Array({"changer list"})) + FrameOfList(Text("changer info")));
+    EXPECT_THAT(told, IsEmpty());
+}
+
+TEST_F(NotificationChunk, MayHoldSeveralNotificationsAndAPart) {
+    const std::string third = Notification("changer info", 3);
+    CallOut(Notification("changer list", 1) + Notification("changer info", 2) +
+            third.substr(0, 20));
+    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "i <integer>2</integer>"));
+    CallOut(third.substr(20));
+    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "i <integer>2</integer>",
+                                  "i <integer>3</integer>"));
+}
+
+TEST_F(NotificationChunk, MalformedCostsOnlyItself) {
+    struct {
+        std::string chunk;
+        const char* message;
+    } const cases[] = {
+        {"rubbish", "invalid notification header on data received"},
+        {Notification("changer list", 1) + "x", "inconsitent data length"},
+        {FrameOf(""),
+         "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
+    };
+    for (const auto& each : cases) {
+        told.clear();
+        CallOut(each.chunk);
+        EXPECT_THAT(told, IsEmpty());
+        EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                    ElementsAre(Logged("HandleNotificationSocketData", each.message),
+                                Logged("ServerNotificationSocketCallBack",
+                                       "fail handle notification socket data")));
+        CallOut(Notification("changer list", 2));
+        EXPECT_THAT(told, ElementsAre("l <integer>2</integer>"));
+    }
+}
+
+TEST_F(NotificationChunk, MalformedInTheMiddleCostsOnlyItself) {
+    CallOut(Notification("changer list", 1) + FrameOf("no list") + Notification("changer list", 2));
+    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
+    EXPECT_EQ(log.Take().size(), 2u);
+}
+
+TEST_F(NotificationChunk, WithoutMemoryCostsOnlyItself) {
+    {
+        const Failing failing("CFDataCreateMutable");
+        CallOut(Notification("changer list", 1));
+    }
+    EXPECT_THAT(
+        log.TakeWithoutLineNumbers(),
+        ElementsAre(
+            Logged("HandleNotificationSocketData", "fail alloc pending socket data"),
+            Logged("ServerNotificationSocketCallBack", "fail handle notification socket data")));
+    CallOut(Notification("changer list", 2));
+    EXPECT_THAT(told, ElementsAre("l <integer>2</integer>"));
+}
+
+TEST_F(NotificationChunk, OfAnotherTypeIsRefused) {
+    char notData[8] = "no data"; // what other types pass
+    ServerNotificationSocketCallBack(nullptr, 2, nullptr, notData, subscription);
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre(Logged("ServerNotificationSocketCallBack",
+                                   "unexpected callback type 2 received")));
+}
+
+// ---- disconnected ----
+
+TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
+    std::atomic<bool> mayEnd = false;
+    ScriptedServer first(SocketPath(kServer), {[&](Connection& connection) {
+                             connection.Write(Notification("changer list", 1));
+                             mayEnd.wait(false);
+                         }});
+    ScriptedServer second(SocketPath(kRestarted), {[](Connection& connection) {
+                              connection.Write(Notification("changer list", 2));
+                              connection.WaitForEnd();
+                          }});
+    SubscribeAndConnect();
+    RunUntil([this] { return told.size() == 1; });
+    // The source of a connection that ended is left behind when the next one begins.
+    const Held leftBehind(subscription->source);
+
+    LetServerRun(kRestarted);
+    mayEnd = true;
+    mayEnd.notify_all();
+    RunUntil([this] { return told.size() == 2; });
+    EXPECT_TRUE(IsConnected());
+    EXPECT_NE(subscription->source, leftBehind.Get());
+    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
+    EXPECT_EQ(g_asked.count, 2);
+    EXPECT_EQ(g_asked.fireDate, kNow); // at once
+    EXPECT_EQ(g_asked.interval, 1.0);
+    Unsubscribe();
+}
+
+TEST_F(Notifications, ForgetsHalfAFrameOfTheConnectionBefore) {
+    const std::string frame = Notification("changer list", 1);
+    std::atomic<bool> mayEnd = false;
+    ScriptedServer server(SocketPath(kServer), {[&](Connection& connection) {
+                                                    connection.Write(frame.substr(0, 40));
+                                                    mayEnd.wait(false);
+                                                },
+                                                [&](Connection& connection) {
+                                                    connection.Write(frame);
+                                                    connection.WaitForEnd();
+                                                }});
+    SubscribeAndConnect();
+    RunUntil([this] { return subscription->frame.pendingData != nullptr; });
+    const Held leftBehind(subscription->source);
+    mayEnd = true;
+    mayEnd.notify_all();
+    RunUntil([this] { return !told.empty(); });
+    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>"));
+    Unsubscribe();
+}
+
+TEST_F(Notifications, WithoutTimerADisconnectIsLoggedAndFinal) {
+    std::atomic<bool> mayEnd = false;
+    ScriptedServer server(SocketPath(kServer), {[&](Connection&) { mayEnd.wait(false); }});
+    SubscribeAndConnect();
+    const Failing failing("CFRunLoopTimerCreate");
+    mayEnd = true;
+    mayEnd.notify_all();
+    CFRunLoopRun(); // until the loop has nothing left
+    EXPECT_TRUE(IsStalled());
+    EXPECT_THAT(
+        log.TakeWithoutLineNumbers(),
+        ElementsAre(Logged("StartNotificationConnectCycle", "fail create connect timer"),
+                    Logged("HandleServerDisconnect", "fail start notification connect cycle"),
+                    Logged("ServerNotificationSocketCallBack", "fail handle server disconnect")));
+}
+
+// ---- the end ----
+
+TEST_F(Notifications, UnsubscribingWhileCyclingEndsTheAttempts) {
+    Subscribe();
+    Unsubscribe();
+    CFRunLoopRun(); // has nothing to wait for
+    EXPECT_EQ(CountTableCalls(), 0);
+}
+
+TEST_F(Notifications, UnsubscribingClosesTheConnectionInTheMiddleOfAFrame) {
+    ScriptedServer server(SocketPath(kServer), {[](Connection& connection) {
+                              connection.Write(Notification("changer list", 1).substr(0, 40));
+                              connection.WaitForEnd();
+                          }});
+    SubscribeAndConnect();
+    RunUntil([this] { return subscription->frame.pendingData != nullptr; });
+    Unsubscribe();
+    server.Join();
+    CFRunLoopRun();
+    EXPECT_THAT(told, IsEmpty());
+}
+
+} // namespace

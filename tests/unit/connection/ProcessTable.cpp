@@ -1,0 +1,73 @@
+#include "ProcessTable.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/sysctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+
+namespace {
+
+struct Table {
+    std::mutex mutex;
+    std::vector<TableAnswer> answers;
+    std::size_t calls = 0;
+};
+Table g_table;
+
+} // namespace
+
+void AnswerProcessTable(std::vector<TableAnswer> answers) {
+    const std::lock_guard lock(g_table.mutex);
+    g_table.answers = std::move(answers);
+    g_table.calls = 0;
+}
+
+void SetProcesses(std::vector<Process> processes) {
+    AnswerProcessTable({{0, std::move(processes)}});
+}
+
+int CountTableCalls() {
+    const std::lock_guard lock(g_table.mutex);
+    return static_cast<int>(g_table.calls);
+}
+
+extern "C" {
+int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
+                  size_t newLength);
+
+int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
+                  size_t newLength) {
+    EXPECT_EQ(nameLength, 3u);
+    EXPECT_TRUE(name[0] == 1 && name[1] == 14 && name[2] == 0);
+    EXPECT_TRUE(newValue == nullptr && newLength == 0);
+
+    const std::lock_guard lock(g_table.mutex);
+    const std::size_t last = g_table.answers.size() - 1;
+    const TableAnswer& answer = g_table.answers[std::min(g_table.calls++, last)];
+    const std::size_t size = answer.processes.size() * sizeof(kinfo_proc);
+    if (answer.error != 0) {
+        errno = answer.error;
+        return -1;
+    }
+    if (buffer == nullptr) {
+        *length = size + sizeof(kinfo_proc) / 2; // room to spare, of which no record comes
+        return 0;
+    }
+    if (size > *length) {
+        errno = ENOMEM;
+        return -1;
+    }
+    auto* record = static_cast<kinfo_proc*>(buffer);
+    for (const Process& process : answer.processes) {
+        *record = {};
+        record->kp_proc.p_pid = process.pid;
+        process.name.copy(record->kp_proc.p_comm, MAXCOMLEN);
+        ++record;
+    }
+    *length = size;
+    return 0;
+}
+}

@@ -1,0 +1,330 @@
+/* What arrives on a message socket, callout by callout, and what a reply tells of. */
+
+#include "AllocationFaults.h"
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "Frames.h"
+#include "Seams.h"
+#include "support/Chain.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+static thread_local int t_stops = 0; // of run loops
+
+extern "C" {
+void __real_CFRunLoopStop(CFRunLoopRef runLoop);
+void __wrap_CFRunLoopStop(CFRunLoopRef runLoop);
+
+void __wrap_CFRunLoopStop(CFRunLoopRef runLoop) {
+    ++t_stops;
+    __real_CFRunLoopStop(runLoop);
+}
+}
+
+namespace {
+
+constexpr VErrCode kTimeout = 0x40000000000003EC;
+constexpr VErrCode kLost = 0x40000000000003ED;
+
+const char kMessages[] = "ChangerServerConnectionLib/ChangerServerMessages";
+
+Held<CFMutableDictionaryRef> ErrorReply(VErrCode code, const char* text) {
+    return Dictionary({{"error code", code}, {"error string", text}});
+}
+
+class Reply : public testing::Test {
+protected:
+    Reply() {
+        t_stops = 0;
+    }
+    ~Reply() override {
+        ResetFrameAssembly(&info.frame);
+    }
+
+    Chain Handle(const std::string& chunk) {
+        CFDictionaryRef received = nullptr;
+        Chain chain = TakeChain(HandleChangerServerSocketData(Bytes(chunk), &received, &info));
+        if (received != nullptr)
+            reply = Held(received);
+        return chain;
+    }
+    void CallOut(const std::string& chunk) {
+        info.reply = reply.Out();
+        ServerMessageSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk), &info);
+    }
+    static Chain DataChain(const char* message) {
+        return {{message, "HandleChangerServerSocketData", kMessages}};
+    }
+
+    Held<CFDictionaryRef> reply;
+    SocketInfo info = {nullptr, {}};
+    LogCapture log;
+};
+
+// ---- chunks ----
+
+TEST_F(Reply, IsHandedOutWhenItsLastByteIsThere) {
+    const auto list = Dictionary({{"mount path", "/mnt"}});
+    const std::string frame = FrameOfList(list);
+    EXPECT_THAT(Handle(frame.substr(0, 5)), IsEmpty());
+    EXPECT_THAT(Handle(frame.substr(5, 20)), IsEmpty());
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(t_stops, 0);
+    EXPECT_THAT(Handle(frame.substr(25)), IsEmpty());
+    EXPECT_EQ(XmlOf(reply), XmlOf(list));
+    EXPECT_EQ(t_stops, 1);
+}
+
+TEST_F(Reply, ThatNobodyAskedForIsParsedAndDropped) {
+    EXPECT_THAT(
+        TakeChain(HandleChangerServerSocketData(Bytes(FrameOfList(Dictionary())), nullptr, &info)),
+        IsEmpty());
+    EXPECT_EQ(t_stops, 0);
+    EXPECT_EQ(info.frame.pendingData, nullptr);
+    EXPECT_THAT(
+        TakeMessages(HandleChangerServerSocketData(Bytes(FrameOf("no list")), nullptr, &info)),
+        ElementsAre(testing::StartsWith("fail make property list from XML data (")));
+}
+
+TEST_F(Reply, WithAnotherSignatureIsRefused) {
+    EXPECT_EQ(Handle("hello"), DataChain("invalid message header on data received"));
+    EXPECT_EQ(info.frame.pendingData, nullptr);
+}
+
+TEST_F(Reply, WithAByteTooManyIsRefused) {
+    EXPECT_EQ(Handle(FrameOfList(Dictionary()) + "x"), DataChain("inconsitent data length"));
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(t_stops, 0);
+}
+
+TEST_F(Reply, ThatIsNoPropertyListIsRefusedWithTheParsersWords) {
+    EXPECT_EQ(Handle(FrameOf("")),
+              DataChain("fail make property list from XML data (Cannot parse a NULL or "
+                        "zero-length data)"));
+    EXPECT_EQ(info.frame.pendingData, nullptr);
+}
+
+TEST_F(Reply, ThatFindsNoMemoryIsRefused) {
+    const Failing failing("CFDataCreateMutable");
+    EXPECT_EQ(Handle(FrameOfList(Dictionary())), DataChain("fail alloc pending socket data"));
+}
+
+TEST_F(Reply, MayFollowAMalformedOne) {
+    EXPECT_EQ(Handle("hello").size(), 1u);
+    EXPECT_EQ(Handle(FrameOf("<x>")).size(), 1u);
+    EXPECT_THAT(Handle(FrameOfList(Dictionary({{"key", 1}}))), IsEmpty());
+    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
+}
+
+TEST_F(Reply, IsTheFirstOfTwo) {
+    EXPECT_THAT(
+        Handle(FrameOfList(Dictionary({{"key", 1}})) + FrameOfList(Dictionary({{"key", 2}}))),
+        IsEmpty());
+    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
+}
+
+TEST_F(Reply, BeginsWhereTheHeaderSaysSo) {
+    const std::string payload = XmlOf(Dictionary({{"key", 1}}));
+    EXPECT_THAT(Handle(HeaderBytes({.headerSize = 20,
+                                    .dataLength = static_cast<std::uint32_t>(payload.size())}) +
+                       "12345678" + payload),
+                IsEmpty());
+    EXPECT_EQ(XmlOf(reply), payload);
+}
+
+// ---- the socket's callout ----
+
+TEST_F(Reply, CalloutHandsOutTheReply) {
+    CallOut(FrameOfList(Dictionary({{"key", 1}})));
+    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
+    EXPECT_EQ(t_stops, 1);
+}
+
+TEST_F(Reply, CalloutLogsWhatIsMalformed) {
+    CallOut("hello");
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(t_stops, 0);
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerServerMessages:123, HandleChangerServerSocketData: invalid "
+                            "message header on data received",
+                            "ChangerServerMessages:123, ServerMessageSocketCallBack: fail handle "
+                            "message socket data"));
+}
+
+TEST_F(Reply, CalloutRefusesOtherTypes) {
+    ServerMessageSocketCallBack(nullptr, 2, nullptr, nullptr, &info);
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerServerMessages:123, ServerMessageSocketCallBack: unexpected "
+                            "callback type 2 received"));
+    EXPECT_EQ(t_stops, 0);
+}
+
+TEST_F(Reply, EndOfStreamIsALostConnection) {
+    CallOut("");
+    EXPECT_EQ(XmlOf(reply), XmlOf(ErrorReply(kLost, "lost connection with changer server")));
+    EXPECT_EQ(t_stops, 1);
+}
+
+TEST_F(Reply, EndOfStreamWithoutMemoryIsLoggedAndLeftToTheTimer) {
+    const Failing failing("CFDictionaryCreateMutable");
+    CallOut("");
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(t_stops, 0);
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerServerMessages:123, CreateErrReplyDict: fail create error dict",
+                            "ChangerServerMessages:123, ServerMessageSocketCallBack: fail create "
+                            "error reply dictionary"));
+}
+
+// ---- the timer's callout ----
+
+TEST_F(Reply, TimerPutsATimeOutIntoAnEmptySlot) {
+    HandleSocketTimeout(nullptr, reply.Out());
+    EXPECT_EQ(XmlOf(reply),
+              XmlOf(ErrorReply(kTimeout, "timeout waiting for reply from changer server")));
+    EXPECT_EQ(t_stops, 1);
+}
+
+TEST_F(Reply, TimerLeavesAReplyAlone) {
+    const auto list = Dictionary({{"key", 1}});
+    CFDictionaryRef slot = list;
+    HandleSocketTimeout(nullptr, &slot);
+    EXPECT_EQ(slot, list.Get());
+    EXPECT_EQ(t_stops, 1);
+}
+
+TEST_F(Reply, TimerWithoutSlotOnlyStops) {
+    HandleSocketTimeout(nullptr, nullptr);
+    EXPECT_EQ(t_stops, 1);
+}
+
+TEST_F(Reply, TimerWithoutMemoryIsLoggedAndStopsAllTheSame) {
+    const Failing failing("CFDictionaryCreateMutable");
+    HandleSocketTimeout(nullptr, reply.Out());
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(t_stops, 1);
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerServerMessages:123, CreateErrReplyDict: fail create error dict",
+                            "ChangerServerMessages:123, HandleSocketTimeout: fail create error "
+                            "reply dict"));
+}
+
+// ---- replies made here ----
+
+Chain CreateWithFailing(const char* function) {
+    const Failing failing(function);
+    CFMutableDictionaryRef dict = nullptr;
+    Chain chain = TakeChain(CreateErrReplyDict(kLost, "text", &dict));
+    EXPECT_EQ(dict, nullptr);
+    return chain;
+}
+
+TEST_F(Reply, MadeHereHoldsCodeAndText) {
+    Held<CFMutableDictionaryRef> dict;
+    EXPECT_THAT(TakeChain(CreateErrReplyDict(-2, "zwölf", dict.Out())), IsEmpty());
+    EXPECT_EQ(XmlOf(dict), XmlOf(ErrorReply(-2, "zwölf")));
+}
+
+TEST_F(Reply, MadeHereIsNoneWhenAStepFails) {
+    EXPECT_EQ(CreateWithFailing("CFDictionaryCreateMutable"),
+              (Chain{{"fail create error dict", "CreateErrReplyDict", kMessages}}));
+    EXPECT_EQ(CreateWithFailing("CFNumberCreate"),
+              (Chain{{"fail alloc num", "CFHDictionarySetSInt64Value", "common/CFHelpers"},
+                     {"fail add error code to error dict", "CreateErrReplyDict", kMessages}}));
+    EXPECT_EQ(
+        CreateWithFailing("CFStringCreateWithCString"),
+        (Chain{{"fail alloc str", "CFHDictionarySetStringValue", "common/CFHelpers"},
+               {"fail add error message str to error dict", "CreateErrReplyDict", kMessages}}));
+}
+
+// ---- the error that a reply tells of ----
+
+Chain ReplyError(CFDictionaryRef reply) {
+    VErrLink* replyErr = &g_genericVErr;
+    EXPECT_THAT(TakeChain(GetMessageReplyErr(reply, &replyErr)), IsEmpty());
+    return TakeChain(replyErr);
+}
+
+// A failure to read the reply.
+Chain ReadFailure(CFDictionaryRef reply) {
+    VErrLink* replyErr = &g_genericVErr;
+    Chain chain = TakeChain(GetMessageReplyErr(reply, &replyErr));
+    EXPECT_EQ(replyErr, nullptr);
+    return chain;
+}
+
+TEST_F(Reply, WithoutCodeOrWithZeroIsSuccess) {
+    EXPECT_THAT(ReplyError(Dictionary()), IsEmpty());
+    EXPECT_THAT(ReplyError(Dictionary({{"error string", "ignored"}})), IsEmpty());
+    EXPECT_THAT(ReplyError(ErrorReply(0, "ignored")), IsEmpty());
+}
+
+TEST_F(Reply, WithACodeIsItsError) {
+    EXPECT_EQ(ReplyError(ErrorReply(kVErrFacilityBase + 1021, "busy")),
+              (Chain{{"busy", "GetMessageReplyErr", kMessages, kVErrFacilityBase + 1021}}));
+    EXPECT_EQ(ReplyError(ErrorReply(-1, "")), (Chain{{"", "GetMessageReplyErr", kMessages, -1}}));
+}
+
+TEST_F(Reply, WithoutTextSaysThatAnErrorHasOccurred) {
+    EXPECT_EQ(ReplyError(Dictionary({{"error code", 5}})),
+              (Chain{{"an error has occurred", "GetMessageReplyErr", kMessages, 5}}));
+}
+
+TEST_F(Reply, TextIsAFormatWithoutArguments) {
+    struct {
+        const char* sent;
+        const char* read;
+    } const cases[] = {
+        {"disk 100%% full", "disk 100% full"},
+        {"%%", "%"},
+        {"%", "%"},
+        {"ends with %%", "ends with %"},
+        {"%%%", "%%"},
+        {"%%%%", "%%"},
+        {"%s %n %d %99999999d %ls %1$s", "%s %n %d %99999999d %ls %1$s"},
+        {"a\n%%b", "a\n%b"},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(ReplyError(ErrorReply(5, each.sent)),
+                  (Chain{{each.read, "GetMessageReplyErr", kMessages, 5}}));
+}
+
+TEST_F(Reply, TextIsNoFormatEitherWhenItIsLoggedForWantOfMemory) {
+    const auto list = ErrorReply(5, "100%% %s %n");
+    VErrLink* replyErr = nullptr;
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(2); // behind the copy of the text
+        err = GetMessageReplyErr(list, &replyErr);
+    }
+    EXPECT_EQ(err, nullptr);
+    EXPECT_EQ(replyErr, &g_genericVErr);
+    EXPECT_THAT(
+        log.TakeWithoutLineNumbers(),
+        ElementsAre("100% %s %n", "err = 5", "ChangerServerMessages:123, GetMessageReplyErr"));
+}
+
+TEST_F(Reply, CodeThatIsNoNumberIsAFailureToRead) {
+    for (const Value& code : {Value("5"), Value(true), Value(Array())})
+        EXPECT_EQ(ReadFailure(Dictionary({{"error code", code}})),
+                  (Chain{{"fail convert CFNumber to VErrCode", "GetMessageReplyErr", kMessages}}));
+}
+
+TEST_F(Reply, TextThatIsNoStringIsAFailureToRead) {
+    EXPECT_EQ(ReadFailure(Dictionary({{"error code", 5}, {"error string", 7}})),
+              (Chain{{"can't convert the string to the requested encoding",
+                      "CFHAllocCStringFromCFString", "common/CFHelpers", kVErrCodeStringEncoding},
+                     {"fail get dictionary error string as C string", "GetMessageReplyErr",
+                      kMessages, kVErrCodeStringEncoding}}));
+}
+
+TEST_F(Reply, ThatIsNoDictionaryTellsOfNoError) {
+    const auto array = Array({1});
+    EXPECT_THAT(ReplyError(reinterpret_cast<CFDictionaryRef>(array.Get())), IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,226 @@
+/* Finding the server: the process table, the first process of its name, the paths. */
+
+#include "AllocationFaults.h"
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "ProcessTable.h"
+#include "support/Chain.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr VErrCode kNotFound = 0x40000000000003E9;
+
+const char kMessages[] = "ChangerServerConnectionLib/ChangerServerMessages";
+const char kNotifications[] = "ChangerServerConnectionLib/ChangerServerNotifications";
+
+// A list that was read, with the calls' results.
+struct ReadList {
+    int error = -1;
+    std::vector<std::string> names;
+    bool hasList = false;
+};
+
+ReadList ReadProcesses() {
+    kinfo_proc* list = nullptr;
+    std::size_t count = 77;
+    ReadList read;
+    read.error = GetBSDProcessList(&list, &count);
+    const std::unique_ptr<kinfo_proc, decltype(&free)> held(list, free);
+    read.hasList = list != nullptr;
+    for (std::size_t i = 0; i < count; ++i)
+        read.names.emplace_back(list[i].kp_proc.p_comm);
+    return read;
+}
+
+// ---- the table ----
+
+TEST(ProcessList, HoldsTheTableInItsOrder) {
+    SetProcesses({{1, "init"}, {70, "carouseld"}, {9, "sh"}});
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, 0);
+    EXPECT_THAT(read.names, ElementsAre("init", "carouseld", "sh"));
+    EXPECT_EQ(CountTableCalls(), 2);
+}
+
+TEST(ProcessList, IsReadAgainWhenTheTableGrew) {
+    const std::vector<Process> two = {{1, "a"}, {2, "b"}};
+    const std::vector<Process> four = {{1, "a"}, {2, "b"}, {3, "c"}, {4, "d"}};
+    AnswerProcessTable({{0, two}, {0, four}, {0, two}, {0, four}, {0, four}, {0, four}});
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, 0);
+    EXPECT_THAT(read.names, ElementsAre("a", "b", "c", "d"));
+    EXPECT_EQ(CountTableCalls(), 6);
+}
+
+TEST(ProcessList, MayShrinkWhileItIsRead) {
+    AnswerProcessTable({{0, {{1, "a"}, {2, "b"}, {3, "c"}}}, {0, {{1, "a"}}}});
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, 0);
+    EXPECT_THAT(read.names, ElementsAre("a"));
+}
+
+TEST(ProcessList, FailsWithTheErrorOfTheSizeProbe) {
+    for (const int error : {EPERM, ENOMEM}) { // without a buffer ENOMEM is no reason to go on
+        AnswerProcessTable({{error, {}}});
+        const ReadList read = ReadProcesses();
+        EXPECT_EQ(read.error, error);
+        EXPECT_FALSE(read.hasList);
+        EXPECT_THAT(read.names, IsEmpty());
+        EXPECT_EQ(CountTableCalls(), 1);
+    }
+}
+
+TEST(ProcessList, FailsWithTheErrorOfTheFetch) {
+    AnswerProcessTable({{0, {{1, "a"}}}, {EIO, {}}});
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, EIO);
+    EXPECT_FALSE(read.hasList);
+    EXPECT_THAT(read.names, IsEmpty());
+    EXPECT_EQ(CountTableCalls(), 2);
+}
+
+TEST(ProcessList, FailsWithoutMemory) {
+    SetProcesses({{1, "a"}});
+    kinfo_proc* list = nullptr;
+    std::size_t count = 77;
+    int error = 0;
+    {
+        const AllocationFault fault(1);
+        error = GetBSDProcessList(&list, &count);
+    }
+    EXPECT_EQ(error, ENOMEM);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(CountTableCalls(), 1);
+}
+
+TEST(ProcessListDeathTest, EndsTheProcessWhenCalledWrongly) {
+    kinfo_proc record = {};
+    kinfo_proc* list = nullptr;
+    kinfo_proc* used = &record;
+    std::size_t count = 0;
+    const auto aborted = testing::KilledBySignal(SIGABRT);
+    EXPECT_EXIT(GetBSDProcessList(nullptr, &count), aborted,
+                "ChangerServerMessages:[0-9]+: failed assertion `procList != NULL'\n");
+    EXPECT_EXIT(GetBSDProcessList(&used, &count), aborted,
+                "failed assertion `\\*procList == NULL'\n");
+    EXPECT_EXIT(GetBSDProcessList(&list, nullptr), aborted,
+                "failed assertion `procCount != NULL'\n");
+}
+
+// ---- the process ----
+
+TEST(ServerPID, IsThatOfTheFirstMatchInTheTable) {
+    SetProcesses({{80, "sh"}, {70, "carouseld"}, {60, "carouseld"}});
+    SInt32 found = 0;
+    SInt32 pid = 0;
+    EXPECT_THAT(TakeChain(GetChangerServerPID(&found, &pid)), IsEmpty());
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(pid, 70);
+}
+
+TEST(ServerPID, MatchesTheWordAnywhereInAName) {
+    for (const char* name : {"carouseld", "my-carouseld", "carouseld-sim", "xcarouseldxxxxxx"}) {
+        SetProcesses({{1, "init"}, {5, name}});
+        SInt32 found = 0;
+        SInt32 pid = 0;
+        TakeChain(GetChangerServerPID(&found, &pid));
+        EXPECT_EQ(pid, 5) << name;
+    }
+}
+
+TEST(ServerPID, NotFoundIsNoError) {
+    for (const char* name : {"carousel", "Carouseld", "arouseld", ""}) {
+        SetProcesses({{1, name}});
+        SInt32 found = 7;
+        SInt32 pid = 77;
+        EXPECT_THAT(TakeChain(GetChangerServerPID(&found, &pid)), IsEmpty());
+        EXPECT_EQ(found, 0) << name;
+        EXPECT_EQ(pid, 77) << name;
+    }
+}
+
+TEST(ServerPID, FailsWithTheErrorOfTheTable) {
+    AnswerProcessTable({{EMFILE, {}}});
+    SInt32 found = 7;
+    SInt32 pid = 77;
+    EXPECT_EQ(
+        TakeChain(GetChangerServerPID(&found, &pid)),
+        (Chain{{"unable to get BSD process list", "GetChangerServerPID", kMessages, EMFILE}}));
+    EXPECT_EQ(found, 0);
+}
+
+// ---- the paths, both alike ----
+
+struct PathBuilder {
+    VErrLink* (*build)(char* path, std::size_t size);
+    const char* function;
+    const char* file;
+    const char* path; // of the server with process id 4711
+};
+
+void PrintTo(const PathBuilder& builder, std::ostream* out) {
+    *out << builder.function;
+}
+
+class SocketPath : public testing::TestWithParam<PathBuilder> {
+protected:
+    SocketPath() {
+        SetProcesses({{4711, "carouseld"}});
+    }
+
+    char path[104] = "before";
+};
+INSTANTIATE_TEST_SUITE_P(OfBothChannels, SocketPath,
+                         testing::Values(PathBuilder{GetChangerServerMessageSocketPath,
+                                                     "GetChangerServerMessageSocketPath", kMessages,
+                                                     "/tmp/carouseld-4711"},
+                                         PathBuilder{GetChangerServerNotificationSocketPath,
+                                                     "GetChangerServerNotificationSocketPath",
+                                                     kNotifications, "/tmp/carouseldn-4711"}));
+
+TEST_P(SocketPath, CarriesTheProcessId) {
+    EXPECT_THAT(TakeChain(GetParam().build(path, sizeof path)), IsEmpty());
+    EXPECT_STREQ(path, GetParam().path);
+}
+
+TEST_P(SocketPath, FollowsARestartedServer) {
+    TakeChain(GetParam().build(path, sizeof path));
+    SetProcesses({{4712, "carouseld"}});
+    TakeChain(GetParam().build(path, sizeof path));
+    EXPECT_EQ(std::string(path).substr(std::string(path).size() - 4), "4712");
+}
+
+TEST_P(SocketPath, IsCutToTheSize) {
+    EXPECT_THAT(TakeChain(GetParam().build(path, 8)), IsEmpty());
+    EXPECT_STREQ(path, "/tmp/ca");
+}
+
+TEST_P(SocketPath, FailsWithoutServer) {
+    SetProcesses({{1, "init"}});
+    EXPECT_EQ(
+        TakeChain(GetParam().build(path, sizeof path)),
+        (Chain{{"fail find changer server", GetParam().function, GetParam().file, kNotFound}}));
+}
+
+TEST_P(SocketPath, FailsWithoutTheTable) {
+    AnswerProcessTable({{ENFILE, {}}});
+    EXPECT_EQ(
+        TakeChain(GetParam().build(path, sizeof path)),
+        (Chain{{"unable to get BSD process list", "GetChangerServerPID", kMessages, ENFILE},
+               {"fail get changer server PID", GetParam().function, GetParam().file, ENFILE}}));
+}
+
+} // namespace

@@ -1,0 +1,215 @@
+/* The daemon's start and end: which stages come up, which go down, and the title in between. */
+
+#include "common/VErr.h"
+#include "trayprobed/ChangerFSCacheManager.h"
+#include "trayprobed/ChangerFSCacheState.h"
+#include "trayprobed/MediaIdManager.h"
+#include "trayprobed/MediaIdState.h"
+
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const char k_sourcePath[] = "tests/unit/MainTest";
+
+std::vector<std::string> g_calls;
+std::string g_failing; // the stage that does not come up
+
+VErrLink* Init(const char* function) {
+    g_calls.emplace_back(function);
+    VErrLink* err = nullptr;
+    if (g_failing == function)
+        VERR_RAISE(VErrThrowWithErrCode(&err, EAGAIN, "fail inside"));
+    return err;
+}
+
+} // namespace
+
+// ---- the stages ----
+
+VErrLink* InitMediaIdState(void) {
+    return Init(__func__);
+}
+VErrLink* InitChangerFSCacheState(void) {
+    return Init(__func__);
+}
+VErrLink* InitMediaIdManager(void) {
+    return Init(__func__);
+}
+VErrLink* InitChangerFSCacheManager(void) {
+    return Init(__func__);
+}
+void TermMediaIdState(void) {
+    g_calls.emplace_back(__func__);
+}
+void TermChangerFSCacheState(void) {
+    g_calls.emplace_back(__func__);
+}
+void TermMediaIdManager(void) {
+    g_calls.emplace_back(__func__);
+}
+void TermChangerFSCacheManager(void) {
+    g_calls.emplace_back(__func__);
+}
+
+extern "C" {
+int __real_main(int argc, char** argv);
+int __wrap_main(int argc, char** argv);
+int __real__Z14InitVErrSystemv(void);
+int __wrap__Z14InitVErrSystemv(void);
+void __real__Z14TermVErrSystemv(void);
+void __wrap__Z14TermVErrSystemv(void);
+void __wrap_CFRunLoopRun(void);
+
+int __wrap__Z14InitVErrSystemv(void) {
+    g_calls.emplace_back("InitVErrSystem");
+    return g_failing == "InitVErrSystem" ? 0 : __real__Z14InitVErrSystemv();
+}
+
+void __wrap__Z14TermVErrSystemv(void) {
+    g_calls.emplace_back("TermVErrSystem");
+    __real__Z14TermVErrSystemv();
+}
+
+void __wrap_CFRunLoopRun(void) {
+    g_calls.emplace_back("CFRunLoopRun");
+}
+
+int __wrap_main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
+}
+
+namespace {
+
+class DaemonMain : public testing::Test {
+protected:
+    DaemonMain() {
+        g_calls.clear();
+        g_failing.clear();
+    }
+
+    // Runs the daemon with arguments that lie one behind the other, as at a program's start, and
+    // returns what that memory then holds.
+    std::string Run(const std::vector<std::string>& arguments) {
+        std::string memory;
+        for (const std::string& argument : arguments)
+            memory += argument + '\0';
+        memory += "behind the arguments";
+        std::vector<char*> argv;
+        std::size_t position = 0;
+        for (const std::string& argument : arguments) {
+            argv.push_back(memory.data() + position);
+            position += argument.size() + 1;
+        }
+        argv.push_back(nullptr);
+        EXPECT_EQ(__real_main(static_cast<int>(arguments.size()), argv.data()), 0);
+        return memory;
+    }
+
+    void RunWithFailing(const char* stage) {
+        g_failing = stage;
+        const std::string memory = Run({"trayprobed-and-more"});
+        EXPECT_EQ(memory.substr(0, 11), "trayprobed-"); // no title before all is up
+    }
+
+    LogCapture log;
+};
+
+// ---- stages ----
+
+TEST_F(DaemonMain, BringsTheStagesUpRunsAndTakesThemDownInReverse) {
+    Run({"trayprobed"});
+    EXPECT_THAT(g_calls,
+                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
+                            "InitMediaIdManager", "InitChangerFSCacheManager", "CFRunLoopRun",
+                            "TermChangerFSCacheManager", "TermMediaIdManager",
+                            "TermChangerFSCacheState", "TermMediaIdState", "TermVErrSystem"));
+}
+
+TEST_F(DaemonMain, WithoutTheErrorFacilityLogsOneLineAndDoesNothingElse) {
+    RunWithFailing("InitVErrSystem");
+    EXPECT_THAT(g_calls, ElementsAre("InitVErrSystem"));
+    EXPECT_THAT(log.Take(), ElementsAre("main: fail start VErr system\n"));
+}
+
+TEST_F(DaemonMain, AFailingMediaIdStateEndsItAll) {
+    RunWithFailing("InitMediaIdState");
+    EXPECT_THAT(g_calls, ElementsAre("InitVErrSystem", "InitMediaIdState", "TermVErrSystem"));
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("MainTest:123, Init: fail inside (err = 11)",
+                            "trayprobed_main:123, main: fail InitMediaIdState (err = 11)"));
+}
+
+TEST_F(DaemonMain, AFailingCacheStateTakesDownTheStageBefore) {
+    RunWithFailing("InitChangerFSCacheState");
+    EXPECT_THAT(g_calls,
+                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
+                            "TermMediaIdState", "TermVErrSystem"));
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("MainTest:123, Init: fail inside (err = 11)",
+                            "trayprobed_main:123, main: fail InitChangerFSCacheState (err = 11)"));
+}
+
+TEST_F(DaemonMain, AFailingMediaIdManagerTakesDownTheTwoStagesBefore) {
+    RunWithFailing("InitMediaIdManager");
+    EXPECT_THAT(g_calls,
+                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
+                            "InitMediaIdManager", "TermChangerFSCacheState", "TermMediaIdState",
+                            "TermVErrSystem"));
+    EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                ElementsAre("MainTest:123, Init: fail inside (err = 11)",
+                            "trayprobed_main:123, main: fail InitMediaIdManager (err = 11)"));
+}
+
+TEST_F(DaemonMain, AFailingCacheManagerTakesDownTheThreeStagesBefore) {
+    RunWithFailing("InitChangerFSCacheManager");
+    EXPECT_THAT(g_calls,
+                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
+                            "InitMediaIdManager", "InitChangerFSCacheManager", "TermMediaIdManager",
+                            "TermChangerFSCacheState", "TermMediaIdState", "TermVErrSystem"));
+    EXPECT_THAT(
+        log.TakeWithoutLineNumbers(),
+        ElementsAre("MainTest:123, Init: fail inside (err = 11)",
+                    "trayprobed_main:123, main: fail InitChangerFSCacheManager (err = 11)"));
+}
+
+// ---- the title ----
+
+const std::string kTitle("(trayprobed)", 13); // with its terminator
+
+TEST_F(DaemonMain, ReplacesALongNameAndLeavesZerosBehindTheTitle) {
+    EXPECT_EQ(Run({"/usr/sbin/trayprobed"}),
+              kTitle + std::string(21 - 13, '\0') + "behind the arguments");
+}
+
+TEST_F(DaemonMain, WritesTheTitleWholeOverAShortName) {
+    EXPECT_EQ(Run({"tray"}), kTitle + std::string("behind the arguments").substr(13 - 5));
+}
+
+TEST_F(DaemonMain, WritesTheTitleOverAnEmptyName) {
+    EXPECT_EQ(Run({""}), kTitle + std::string("behind the arguments").substr(13 - 1));
+}
+
+TEST_F(DaemonMain, BlanksEveryArgument) {
+    EXPECT_EQ(Run({"tray", "--secret", "", "password"}),
+              kTitle + std::string(24 - 13, '\0') + "behind the arguments");
+}
+
+TEST_F(DaemonMain, TitlesNothingWithoutArguments) {
+    EXPECT_EQ(Run({}), "behind the arguments");
+    EXPECT_THAT(g_calls, testing::Contains("CFRunLoopRun"));
+}
+
+} // namespace
