@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <thread>
 
@@ -196,8 +197,11 @@ TEST_F(ServersTest, RefusedRequestIsNotCarriedOutUnlessToldSo) {
 TEST_F(ServersTest, ClosedUnreadResetsTheConnection) {
     Tell("fault on=connection do=close");
     Peer peer = Connect();
-    peer.SendRequest(MakePrivateMount(0));
+    Peer other = Subscribe(); // time enough to close it too early
+    ReceiveKeys(other, 3);
+    EXPECT_NO_THROW(peer.SendRequest(MakePrivateMount(0)));
     EXPECT_EQ(peer.Receive(), "");
+    EXPECT_EQ(errno, ECONNRESET);
     EXPECT_EQ(Ask(MakePrivateEject(0)), 0);
 }
 
@@ -255,6 +259,8 @@ TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
     Tell("put changer=A1 slot=2");
     Tell("release");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+    Tell("push together=yes");
+    EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "nothing else was kept for the release";
 }
 
 TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {
