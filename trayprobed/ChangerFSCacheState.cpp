@@ -90,6 +90,8 @@ VErrLink* AddChangerFSToList(UInt64 changerGUID, const char* bsdName, const char
               CFHDictionarySetStringValue(entry, kChangerFSListValueMountPath, mountPath,
                                           kCFStringEncodingUTF8),
               "fail set changer mount path value");
+    // Short of memory the dictionary took less in; without its name no entry could be removed.
+    VERR_NEED(err, CFDictionaryGetCount(entry) == 2, "fail create fs info dict");
     if (err == nullptr) {
         pthread_mutex_lock(&g_changerFSListMutex);
         if (g_changerFSListDict != nullptr)
