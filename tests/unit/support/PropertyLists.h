@@ -42,6 +42,8 @@ public:
     Value(const char* utf8) : object_(Text(utf8)) {}
     template<typename Reference>
     Value(const Held<Reference>& object) : object_(Share<CFTypeRef>(object.Get())) {}
+    Value(const Value& other) : object_(Share(other.Get())) {}
+    Value& operator=(const Value&) = delete;
 
     CFTypeRef Get() const {
         return object_;

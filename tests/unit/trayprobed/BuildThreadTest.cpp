@@ -1,0 +1,348 @@
+/* The full build of one changer: its start, its course, and its ending, which always runs. */
+
+#include "MountedChanger.h"
+
+#include "AllocationFaults.h"
+
+#include <cerrno>
+#include <set>
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+constexpr const char* kWithdraw = "withdraw changer FEDCBA9876543210";
+constexpr const char* kClosing = "withdraw changer FEDCBA9876543210 (locked)";
+constexpr const char* kClear = "clear FEDCBA9876543210 trayprobed";
+constexpr const char* kThread = "ChangerFSCacheThread:123, RunChangerFSCacheThread: ";
+
+std::string Show(int current, int maximum) {
+    return "show FEDCBA9876543210 trayprobed \"Building changer directory cache\" " +
+           std::to_string(current) + "/" + std::to_string(maximum);
+}
+
+RaisedLink Raised(const std::string& message, VErrCode code) {
+    return {message, "StartChangerFSCache", kWalkSource, code};
+}
+
+class BuildThread : public MountedChanger {
+protected:
+    static Chain Start() {
+        return TakeChain(StartChangerFSCache(kChanger));
+    }
+    // A whole build; what it did.
+    static std::vector<std::string> Build() {
+        EXPECT_EQ(Start(), Chain());
+        EXPECT_EQ(HeldThreads::Count(), 1U);
+        HeldThreads::RunNext();
+        EXPECT_FALSE(StateLock::IsHeld());
+        return Journal::Take();
+    }
+    // The thread's own lines of the log.
+    std::vector<std::string> ThreadLines() {
+        std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
+        std::erase_if(lines, [](const std::string& line) { return !line.starts_with(kThread); });
+        return lines;
+    }
+};
+
+// ---- the start ----
+
+TEST_F(BuildThread, OfTwoStartsOneBuilds) {
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_TRUE(IsBuilding(kChanger));
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_EQ(HeldThreads::Count(), 1U);
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_EQ(Start(), Chain());
+    HeldThreads::RunNext();
+    Journal::Take();
+}
+
+TEST_F(BuildThread, ChangersAreBuiltBesideEachOther) {
+    AddChanger(kOtherChanger);
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_EQ(StartChangerFSCache(kOtherChanger), nullptr);
+    EXPECT_EQ(HeldThreads::Count(), 2U);
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_TRUE(IsBuilding(kOtherChanger));
+    HeldThreads::RunNext();
+    Journal::Take();
+}
+
+TEST_F(BuildThread, AnUnknownChangerIsNotBuilt) {
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    EXPECT_EQ(Start().back(), Raised("fail GetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
+    EXPECT_EQ(HeldThreads::Count(), 0U);
+}
+
+TEST_F(BuildThread, AThreadThatCannotBeMadeLeavesNothing) {
+    const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
+                                     "pthread_create"};
+    for (const char* function : functions) {
+        HeldThreads::Fail(function, EAGAIN);
+        EXPECT_EQ(Start(), (Chain{Raised(std::string("fail ") + function, EAGAIN)}));
+        EXPECT_EQ(HeldThreads::Count(), 0U);
+        EXPECT_FALSE(IsBuilding(kChanger));
+    }
+}
+
+TEST_F(BuildThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedBuild) {
+    HeldThreads::Fail("pthread_attr_destroy", EINVAL);
+    EXPECT_EQ(Start(), (Chain{Raised("fail pthread_attr_destroy", EINVAL)}));
+    EXPECT_TRUE(IsBuilding(kChanger));
+    HeldThreads::RunNext();
+    Journal::Take();
+}
+
+TEST_F(BuildThread, AFlagThatCannotBeSetLetsTheThreadRun) {
+    HeldThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
+    EXPECT_EQ(Start().back(), Raised("fail SetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
+    EXPECT_EQ(HeldThreads::Count(), 1U);
+    HeldThreads::RunNext();
+    EXPECT_THAT(Journal::Take(), IsEmpty()); // without the flag no closing command
+    EXPECT_THAT(ThreadLines(),
+                ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)")));
+}
+
+TEST_F(BuildThread, WithoutMemoryNothingIsLeftBehind) {
+    std::set<std::string> newest;
+    VErrLink* err = nullptr;
+    SweepAllocationFaults([&](std::size_t) { err = StartChangerFSCache(kChanger); },
+                          [&](std::size_t, bool happened) {
+                              EXPECT_EQ(err != nullptr, happened);
+                              const Chain chain = TakeChain(err);
+                              if (!chain.empty())
+                                  newest.insert(chain.back().message);
+                              if (HeldThreads::Count() != 0)
+                                  HeldThreads::RunNext();
+                              EXPECT_FALSE(IsBuilding(kChanger));
+                          });
+    EXPECT_THAT(newest,
+                ElementsAre("fail GetChangerFSCacheBuildInProgress",
+                            "fail SetChangerFSCacheBuildInProgress", "fail alloc thread context"));
+    Journal::Take();
+}
+
+// A build that finds nothing to do may be through before its starter has set the flag.
+TEST_F(BuildThread, ABuildFasterThanItsStarterLeavesTheFlagFalse) {
+    HeldThreads::RaceWithStarter();
+    EXPECT_EQ(Start(), Chain()); // as the timer does, without the state lock
+    HeldThreads::Join();
+    EXPECT_FALSE(IsBuilding(kChanger));
+    Journal::Take();
+}
+
+TEST_F(BuildThread, TheThreadWaitsForItsStarterEvenWhenTheFlagCannotBeSet) {
+    HeldThreads::RaceWithStarter();
+    HeldThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
+    EXPECT_THAT(Start(), SizeIs(3));
+    HeldThreads::Join();
+    EXPECT_THAT(ThreadLines(), SizeIs(1));
+}
+
+TEST_F(BuildThread, AStarterWithTheStateLockIsWaitedForToo) {
+    HeldThreads::RaceWithStarter();
+    ASSERT_EQ(LockMediaIdState(), nullptr);
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_TRUE(IsBuilding(kChanger));
+    UnlockMediaIdState();
+    HeldThreads::Join();
+    EXPECT_FALSE(IsBuilding(kChanger));
+    Journal::Take();
+}
+
+// ---- the course ----
+
+TEST_F(BuildThread, WithoutAMountedFileSystemItEndsAtOnce) {
+    EXPECT_THAT(Build(), ElementsAre(kClosing));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, CountsThenWalksBetweenTwoWithdrawals) {
+    MakeMediaRoot("disc");
+    tree_.MakeDirectory("disc/a");
+    Mount();
+    EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), "list .", Show(0, 1), "list .",
+                                     "list ./disc", "list ./disc/a", Show(1, 1), kClear, kClosing));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, TheFlagStandsUntilTheStatusIsCleared) {
+    Mount();
+    FakeServer::OnCommand([](std::string_view command) {
+        SInt32 inProgress = 2;
+        EXPECT_EQ(GetChangerFSCacheBuildInProgress(kChanger, &inProgress), nullptr);
+        EXPECT_EQ(inProgress, command == kClosing ? 0 : 1) << command;
+    });
+    Build();
+}
+
+TEST_F(BuildThread, AnAbortEndsItQuietly) {
+    MakeMediaRoot("one");
+    MakeMediaRoot("two");
+    Mount();
+    FakeServer::OnCommand([](std::string_view command) {
+        if (command == Show(0, 2))
+            SetAbort(1);
+    });
+    const std::vector<std::string> journal = Build();
+    ASSERT_THAT(journal, SizeIs(8));
+    EXPECT_EQ(journal[6], kClear);
+    EXPECT_EQ(journal[7], kClosing);
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, AFailedOpeningWithdrawalLeavesOnlyTheEnding) {
+    Mount();
+    FakeServer::Fail("withdraw");
+    EXPECT_THAT(Build(), ElementsAre(kWithdraw, kClosing));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(kServerFailureLine,
+                            std::string(kThread) + "fail ChangerServerRequestChangerIdentification "
+                                                   "(VErrCode = 1005)"));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, AFailedProgressStartLeavesOnlyTheEnding) {
+    Mount();
+    FakeServer::Fail("show");
+    EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), kClosing));
+    EXPECT_THAT(ThreadLines(),
+                ElementsAre(EndsWith("fail StartStatusReportingForFullFSCache (VErrCode = 1005)")));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, AFailedReportEndsTheWalkAndTheStatusIsCleared) {
+    MakeMediaRoot("one");
+    MakeMediaRoot("two");
+    Mount();
+    FakeServer::Fail("show", 3);
+    const std::vector<std::string> journal = Build();
+    ASSERT_THAT(journal, SizeIs(9));
+    EXPECT_EQ(journal[6], Show(1, 2));
+    EXPECT_EQ(journal[7], kClear);
+    EXPECT_EQ(journal[8], kClosing);
+    const std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
+    EXPECT_THAT(lines, SizeIs(5));
+    EXPECT_EQ(lines.back(), std::string(kThread) + "fail CacheFSDirectory (VErrCode = 1005)");
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, APathThatDoesNotFitLeavesOnlyTheEnding) {
+    Mount("/" + std::string(1023, 'd'));
+    EXPECT_THAT(Build(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+// ---- the ending ----
+
+TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {
+    Mount();
+    FakeServer::Fail("clear");
+    EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), "list .", Show(0, 0), "list .", kClear,
+                                     kClosing));
+    EXPECT_THAT(log_.Take(), SizeIs(3));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, AFailedFirstLockLeavesOnlyTheEnding) {
+    Mount();
+    EXPECT_EQ(Start(), Chain());
+    StateLock::FailLock(EINVAL);
+    HeldThreads::RunNext();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail LockMediaIdState (err = 22)")));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+// The one thing that leaves a changer without builds until it is removed.
+TEST_F(BuildThread, AFailedLastLockLeavesTheFlag) {
+    Mount();
+    EXPECT_EQ(Start(), Chain());
+    StateLock::FailLock(EINVAL, 2);
+    HeldThreads::RunNext();
+    EXPECT_EQ(Journal::Take().back(), kClear);
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail LockMediaIdState (err = 22)")));
+    EXPECT_TRUE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, AFailedClosingWithdrawalIsLogged) {
+    FakeServer::Fail(kClosing);
+    EXPECT_THAT(Build(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail "
+                                                    "ChangerServerRequestChangerIdentification "
+                                                    "(VErrCode = 1005)")));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
+TEST_F(BuildThread, TheEndingsErrorIsLoggedBeforeTheBuilds) {
+    Mount();
+    FakeServer::Fail("show");
+    FakeServer::Fail(kClosing);
+    Build();
+    EXPECT_THAT(
+        ThreadLines(),
+        ElementsAre(EndsWith("fail ChangerServerRequestChangerIdentification (VErrCode = 1005)"),
+                    EndsWith("fail StartStatusReportingForFullFSCache (VErrCode = 1005)")));
+}
+
+// The old build's end clears the new build's flag: survived, and no more than that.
+TEST_F(BuildThread, AChangerAddedAnewIsBuiltTwice) {
+    EXPECT_EQ(Start(), Chain());
+    AddChanger(kChanger);
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_EQ(HeldThreads::Count(), 2U);
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsBuilding(kChanger));
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsBuilding(kChanger));
+    Journal::Take();
+}
+
+TEST_F(BuildThread, AChangerRemovedMeanwhileEndsItsWalk) {
+    MakeMediaRoot("disc");
+    Mount();
+    FakeServer::OnCommand([](std::string_view command) {
+        if (command == Show(0, 1)) {
+            EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+        }
+    });
+    EXPECT_EQ(Build().back(), kClear);
+    EXPECT_THAT(ThreadLines(),
+                ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)"),
+                            EndsWith("fail CacheFSDirectory (VErrCode = 20)")));
+}
+
+// ---- by the timer ----
+
+TEST_F(BuildThread, TheTimerStartsNothingWhileABuildRuns) {
+    const auto number = Integer(static_cast<SInt64>(kChanger));
+    ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
+    ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
+    EXPECT_EQ(HeldThreads::Count(), 1U);
+    HeldThreads::RunNext();
+    Journal::Take();
+}
+
+TEST_F(BuildThread, TheTimerOfARemovedChangerFailsDaily) {
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    const auto number = Integer(static_cast<SInt64>(kChanger));
+    for (int day = 0; day < 2; ++day) {
+        ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
+        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                    ElementsAre(EndsWith(": fail find changer in list (VErrCode = 20)"),
+                                EndsWith(": fail GetChangerDictForGUID (VErrCode = 20)"),
+                                EndsWith(": fail GetChangerFSCacheBuildInProgress (VErrCode = 20)"),
+                                "MediaIdState:123, ChangerFSCache: fail StartChangerFSCache on "
+                                "FEDCBA9876543210 (VErrCode = 20)"));
+    }
+}
+
+} // namespace

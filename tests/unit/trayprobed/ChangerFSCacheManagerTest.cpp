@@ -1,0 +1,222 @@
+/* The disk callbacks: which volumes enter the registry, and which leave it. */
+
+#include "trayprobed/ChangerFSCacheManager.h"
+
+#include "FakeDisks.h"
+#include "Journal.h"
+#include "StateLock.h"
+#include "Store.h"
+#include "support/TemporaryTree.h"
+
+#include "AllocationFaults.h"
+#include "trayprobed/ChangerFSCacheState.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// The daily timer's business, which has a test of its own.
+VErrLink* StartChangerFSCache(UInt64) {
+    ADD_FAILURE() << "no timer fires here";
+    return nullptr;
+}
+
+namespace {
+
+constexpr const char* kSource = "trayprobed/ChangerFSCacheManager";
+
+// ---- the session ----
+
+std::string Registration(const char* event, void (*callback)(DADiskRef, void*)) {
+    char text[128];
+    snprintf(text, sizeof text, "%s: %p for every disk", event, reinterpret_cast<void*>(callback));
+    return text;
+}
+
+TEST(DiskSession, IsScheduledWithBothCallbacksAndTakenBack) {
+    const LogCapture log;
+    Journal::Take();
+    EXPECT_EQ(InitChangerFSCacheManager(), nullptr);
+    EXPECT_THAT(Journal::Take(),
+                ElementsAre("create session", Registration("appeared", DiskArbDiskAppearedCallback),
+                            Registration("disappeared", DiskArbDiskDisappearedCallback),
+                            "schedule"));
+    TermChangerFSCacheManager();
+    TermChangerFSCacheManager();
+    EXPECT_THAT(Journal::Take(), ElementsAre("unschedule"));
+}
+
+TEST(DiskSession, WithoutASessionInitFails) {
+    const LogCapture log;
+    Journal::Take();
+    FailNextSession();
+    EXPECT_EQ(TakeChain(InitChangerFSCacheManager()),
+              (Chain{{"fail DASessionCreate", "InitChangerFSCacheManager", kSource}}));
+    TermChangerFSCacheManager();
+    EXPECT_THAT(Journal::Take(), ElementsAre("create session"));
+}
+
+// ---- the callbacks ----
+
+class DiskCallbacks : public Store {
+protected:
+    DiskCallbacks() {
+        EXPECT_EQ(InitChangerFSCacheState(), nullptr);
+    }
+    ~DiskCallbacks() override {
+        EXPECT_FALSE(StateLock::IsHeld());
+        TermChangerFSCacheState();
+    }
+
+    static void Appear(const char* bsdName, const std::string& path) {
+        FakeDisk disk(bsdName, path.c_str());
+        DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
+    }
+    static void Disappear(const char* bsdName) {
+        FakeDisk disk(bsdName, static_cast<const char*>(nullptr));
+        DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
+    }
+    // Empty when the changer is not there.
+    static std::string PathOf(UInt64 changerGUID) {
+        char path[1024] = "";
+        VErrLink* err = GetChangerFSMountPath(changerGUID, path, sizeof path);
+        VErrCatch(&err);
+        return path;
+    }
+
+    TemporaryTree tree_;
+};
+
+TEST_F(DiskCallbacks, AChangersVolumeEntersAndLeaves) {
+    tree_.MakeChangerRoot("", kChanger & INT64_MAX);
+    Appear("sr0", tree_.Root());
+    EXPECT_EQ(PathOf(kChanger & INT64_MAX), tree_.Root());
+    Disappear("sr1");
+    EXPECT_EQ(PathOf(kChanger & INT64_MAX), tree_.Root());
+    Disappear("sr0");
+    EXPECT_EQ(PathOf(kChanger & INT64_MAX), "");
+}
+
+TEST_F(DiskCallbacks, PathsAreBytesInUtf8) {
+    tree_.MakeChangerRoot("with blank\n100%n \xC3\xA4", 7);
+    Appear("sr0", tree_.Path("with blank\n100%n \xC3\xA4"));
+    EXPECT_EQ(PathOf(7), tree_.Path("with blank\n100%n \xC3\xA4"));
+}
+
+TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreLeftAlone) {
+    tree_.MakeChangerRoot("", 7);
+    Appear(nullptr, tree_.Root());
+    FakeDisk unmounted("sr0", static_cast<const char*>(nullptr));
+    DiskArbDiskAppearedCallback(unmounted.Ref(), nullptr);
+    FakeDisk strange("sr0", CFTypeRef(CFSTR("/")));
+    DiskArbDiskAppearedCallback(strange.Ref(), nullptr);
+    Disappear(nullptr);
+    EXPECT_EQ(PathOf(7), "");
+}
+
+TEST_F(DiskCallbacks, ADiskWithoutANameIsNotAskedForMore) {
+    FakeDisk disk(nullptr, "/");
+    disk.FailDescription();
+    DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
+}
+
+TEST_F(DiskCallbacks, APathThatDoesNotFitIsLeftAlone) {
+    Appear("sr0", "/" + std::string(1023, 'd'));
+}
+
+TEST_F(DiskCallbacks, OtherVolumesAreLeftAlone) {
+    tree_.MakeDirectory("plain");
+    tree_.MakeMediaRoot("medium", 7, 1);
+    tree_.MakeDirectory("nameless");
+    tree_.Write("nameless/.changer_info.plist", XmlOf(Dictionary({{"Changer GUID", "7"}})));
+    for (const char* volume : {"plain", "medium", "nameless", "absent"})
+        Appear("sr0", tree_.Path(volume));
+    EXPECT_EQ(PathOf(7), "");
+}
+
+TEST_F(DiskCallbacks, AVolumeWithoutADescriptionIsLogged) {
+    FakeDisk disk("sr0", "/");
+    disk.FailDescription();
+    DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
+                            "DADiskCopyDescription"));
+}
+
+TEST_F(DiskCallbacks, ASecondVolumeOfAChangerReplacesTheFirst) {
+    tree_.MakeChangerRoot("first", 7);
+    tree_.MakeChangerRoot("second", 7);
+    Appear("sr0", tree_.Path("first"));
+    Appear("sr1", tree_.Path("second"));
+    Disappear("sr0");
+    EXPECT_EQ(PathOf(7), tree_.Path("second"));
+}
+
+TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
+    tree_.MakeChangerRoot("", 7);
+    StateLock::FailLock(EINVAL);
+    Appear("sr0", tree_.Root());
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
+                    "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail LockMediaIdState "
+                    "(err = 22)"));
+    EXPECT_EQ(PathOf(7), "");
+
+    Appear("sr0", tree_.Root());
+    StateLock::FailLock(EINVAL);
+    Disappear("sr0");
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(HasSubstr("fail pthread_mutex_lock"),
+                            "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: fail "
+                            "LockMediaIdState (err = 22)"));
+    EXPECT_EQ(PathOf(7), tree_.Root());
+}
+
+TEST_F(DiskCallbacks, APathThatIsNotUtf8IsLogged) {
+    tree_.MakeChangerRoot("\xFF", 7);
+    Appear("sr0", tree_.Path("\xFF"));
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre(
+            "CFHelpers:123, CFHDictionarySetStringValue: fail alloc str",
+            "ChangerFSCacheState:123, AddChangerFSToList: fail set changer mount path value",
+            "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
+            "AddChangerFSToList"));
+    EXPECT_EQ(PathOf(7), "");
+}
+
+TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
+    EXPECT_EQ(AddChangerFSToList(7, std::string(128, 'n').c_str(), "/x"), nullptr);
+    Disappear("sr0");
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("CFHelpers:123, CFHDictionaryGetStringValue: fail get str as C str",
+                            "ChangerFSCacheState:123, RemoveChangerFSFromList: fail "
+                            "CFHDictionaryGetStringValue",
+                            "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: fail "
+                            "RemoveChangerFSFromList for bsd name \"sr0\""));
+    EXPECT_EQ(PathOf(7), "/x");
+}
+
+// Recognised without the lock, read again with it: what has gone by then is told.
+TEST_F(DiskCallbacks, ARootThatGoesBetweenTheTwoReadingsIsLogged) {
+    tree_.MakeChangerRoot("", 7);
+    StateLock::OnLock([&] { std::filesystem::remove(tree_.Path(".changer_info.plist")); });
+    Appear("sr0", tree_.Root());
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("DirectoryInfo:123, ReadFSInfoFile: fail CFReadStreamOpen",
+                            "DirectoryInfo:123, ReadFSRootInfoFile: fail ReadFSInfoFile",
+                            "DirectoryInfo:123, GetChangerFileSystemRootInfo: fail "
+                            "ReadFSRootInfoFile",
+                            "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
+                            "GetChangerFileSystemRootInfo for \"" +
+                                tree_.Root() + "\""));
+    EXPECT_EQ(PathOf(7), "");
+}
+
+} // namespace

@@ -1,0 +1,233 @@
+/* The registry of mounted changer file systems. */
+
+#include "trayprobed/ChangerFSCacheState.h"
+
+#include "AllocationFaults.h"
+#include "support/Chain.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+using testing::ElementsAre;
+
+namespace {
+
+constexpr const char* kSource = "trayprobed/ChangerFSCacheState";
+constexpr UInt64 kChanger = 0xFEDCBA9876543210;
+constexpr UInt64 kOtherChanger = 0x123456789;
+
+class Registry : public testing::Test {
+protected:
+    Registry() {
+        EXPECT_EQ(InitChangerFSCacheState(), nullptr);
+    }
+    ~Registry() override {
+        TermChangerFSCacheState();
+    }
+
+    static void Add(UInt64 changerGUID, const char* bsdName, const std::string& path) {
+        EXPECT_EQ(TakeChain(AddChangerFSToList(changerGUID, bsdName, path.c_str())), Chain());
+    }
+    static bool IsMounted(UInt64 changerGUID) {
+        bool isInList = false;
+        EXPECT_EQ(TakeChain(IsChangerFSGUIDInList(changerGUID, &isInList)), Chain());
+        return isInList;
+    }
+    static std::string PathOf(UInt64 changerGUID) {
+        char path[1024] = "";
+        EXPECT_EQ(TakeChain(GetChangerFSMountPath(changerGUID, path, sizeof path)), Chain());
+        return path;
+    }
+    static void Remove(const char* bsdName) {
+        EXPECT_EQ(TakeChain(RemoveChangerFSFromList(bsdName)), Chain());
+    }
+
+    LogCapture log_;
+};
+
+TEST_F(Registry, KnowsWhatWasAdded) {
+    Add(kChanger, "sr0", "/Volumes/changer");
+    EXPECT_TRUE(IsMounted(kChanger));
+    EXPECT_FALSE(IsMounted(kOtherChanger));
+    EXPECT_EQ(PathOf(kChanger), "/Volumes/changer");
+}
+
+TEST_F(Registry, AnAbsentChangerHasNoPath) {
+    char path[16] = "before";
+    EXPECT_EQ(TakeChain(GetChangerFSMountPath(0xAB, path, sizeof path)),
+              (Chain{{"fail get changer dict for GUID 00000000000000AB", "GetChangerFSMountPath",
+                      kSource}}));
+}
+
+TEST_F(Registry, ASecondVolumeOfAChangerReplacesTheFirst) {
+    Add(kChanger, "sr0", "/first");
+    Add(kChanger, "sr1", "/second");
+    EXPECT_EQ(PathOf(kChanger), "/second");
+    Remove("sr0");
+    EXPECT_TRUE(IsMounted(kChanger));
+    Remove("sr1");
+    EXPECT_FALSE(IsMounted(kChanger));
+}
+
+TEST_F(Registry, RemovingComparesNamesByteForByte) {
+    Add(kChanger, "sr0", "/first");
+    Add(kOtherChanger, "sr1", "/second");
+    for (const char* name : {"SR0", "sr", "sr00", "", "sr2"})
+        Remove(name);
+    EXPECT_TRUE(IsMounted(kChanger));
+    Remove("sr0");
+    EXPECT_FALSE(IsMounted(kChanger));
+    EXPECT_TRUE(IsMounted(kOtherChanger));
+}
+
+TEST_F(Registry, OfSeveralEntriesWithANameOneGoes) {
+    Add(kChanger, "sr0", "/first");
+    Add(kOtherChanger, "sr0", "/second");
+    Remove("sr0");
+    EXPECT_NE(IsMounted(kChanger), IsMounted(kOtherChanger));
+    Remove("sr0");
+    EXPECT_FALSE(IsMounted(kChanger) || IsMounted(kOtherChanger));
+}
+
+TEST_F(Registry, RemovingFromAnEmptyRegistrySucceeds) {
+    Remove("sr0");
+}
+
+// A name is looked at in 128 bytes; one that does not fit hides what the scan has not seen.
+TEST_F(Registry, ANameThatDoesNotFitEndsTheScan) {
+    Add(kChanger, std::string(127, 'n').c_str(), "/first");
+    Remove(std::string(127, 'n').c_str());
+    EXPECT_FALSE(IsMounted(kChanger));
+
+    Add(kChanger, std::string(128, 'n').c_str(), "/first");
+    EXPECT_EQ(TakeChain(RemoveChangerFSFromList("sr0")),
+              (Chain{{"fail get str as C str", "CFHDictionaryGetStringValue", "common/CFHelpers"},
+                     {"fail CFHDictionaryGetStringValue", "RemoveChangerFSFromList", kSource}}));
+    EXPECT_TRUE(IsMounted(kChanger));
+}
+
+TEST_F(Registry, APathLongerThanTheBufferFails) {
+    Add(kChanger, "sr0", "/123456789");
+    char path[10];
+    EXPECT_EQ(TakeChain(GetChangerFSMountPath(kChanger, path, sizeof path)),
+              (Chain{{"fail get str as C str", "CFHDictionaryGetStringValue", "common/CFHelpers"},
+                     {"fail get changer mount path for GUID FEDCBA9876543210",
+                      "GetChangerFSMountPath", kSource}}));
+    char enough[11];
+    EXPECT_EQ(GetChangerFSMountPath(kChanger, enough, sizeof enough), nullptr);
+    EXPECT_STREQ(enough, "/123456789");
+}
+
+TEST_F(Registry, PathsAreUtf8) {
+    Add(kChanger, "sr0", "/Volumes/\xC3\xA4\n 100%n");
+    EXPECT_EQ(PathOf(kChanger), "/Volumes/\xC3\xA4\n 100%n");
+    EXPECT_EQ(TakeChain(AddChangerFSToList(kOtherChanger, "sr1", "/\xFF")),
+              (Chain{{"fail alloc str", "CFHDictionarySetStringValue", "common/CFHelpers"},
+                     {"fail set changer mount path value", "AddChangerFSToList", kSource}}));
+    EXPECT_THAT(TakeMessages(AddChangerFSToList(kOtherChanger, "\xFF", "/x")),
+                ElementsAre("fail alloc str", "fail set changer BSD name"));
+    EXPECT_FALSE(IsMounted(kOtherChanger));
+}
+
+TEST(RegistryLife, IsEmptyOutsideInitAndTerm) {
+    const LogCapture log;
+    bool isInList = true;
+    TermChangerFSCacheState();
+    EXPECT_EQ(AddChangerFSToList(kChanger, "sr0", "/x"), nullptr);
+    EXPECT_EQ(RemoveChangerFSFromList("sr0"), nullptr);
+    EXPECT_EQ(IsChangerFSGUIDInList(kChanger, &isInList), nullptr);
+    EXPECT_FALSE(isInList);
+    ASSERT_EQ(InitChangerFSCacheState(), nullptr);
+    EXPECT_EQ(IsChangerFSGUIDInList(kChanger, &isInList), nullptr);
+    EXPECT_FALSE(isInList);
+    TermChangerFSCacheState();
+}
+
+TEST(RegistryLife, WithoutMemoryInitFails) {
+    const LogCapture log;
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(1);
+        err = InitChangerFSCacheState();
+    }
+    EXPECT_EQ(TakeChain(err), (Chain{{"fail allocate changer FS list dictionary",
+                                      "InitChangerFSCacheState", kSource}}));
+    TermChangerFSCacheState();
+}
+
+// ---- memory ----
+
+TEST_F(Registry, WithoutMemoryAnEntryIsAddedWholeOrNotAtAll) {
+    std::set<std::string> newest;
+    VErrLink* err = nullptr;
+    SweepAllocationFaults([&](std::size_t) { err = AddChangerFSToList(kChanger, "sr0", "/first"); },
+                          [&](std::size_t nth, bool happened) {
+                              EXPECT_EQ(IsMounted(kChanger), !happened) << "allocation " << nth;
+                              const Chain chain = TakeChain(err);
+                              if (!chain.empty())
+                                  newest.insert(chain.back().message);
+                          });
+    EXPECT_EQ(PathOf(kChanger), "/first");
+    Remove("sr0");
+    EXPECT_FALSE(IsMounted(kChanger));
+    EXPECT_THAT(newest, testing::IsSupersetOf({"fail CFNumberCreate", "fail create fs info dict",
+                                               "fail set changer BSD name",
+                                               "fail set changer mount path value"}));
+}
+
+TEST_F(Registry, WithoutMemoryLookingFailsAndChangesNothing) {
+    Add(kChanger, "sr0", "/first");
+    std::set<std::string> messages;
+    VErrLink* err = nullptr;
+    bool isInList = false;
+    char path[64];
+    const auto check = [&](std::size_t, bool happened) {
+        EXPECT_EQ(err != nullptr, happened);
+        for (const RaisedLink& link : TakeChain(err))
+            messages.insert(link.function + ": " + link.message);
+    };
+    SweepAllocationFaults([&](std::size_t) { err = IsChangerFSGUIDInList(kChanger, &isInList); },
+                          check);
+    SweepAllocationFaults(
+        [&](std::size_t) { err = GetChangerFSMountPath(kChanger, path, sizeof path); }, check);
+    SweepAllocationFaults([&](std::size_t) { err = RemoveChangerFSFromList("sr1"); }, check);
+    EXPECT_THAT(messages,
+                testing::IsSupersetOf({"IsChangerFSGUIDInList: fail CFNumberCreate",
+                                       "GetChangerFSMountPath: fail CFNumberCreate",
+                                       "RemoveChangerFSFromList: fail alloc keys storage",
+                                       "RemoveChangerFSFromList: fail alloc values storage"}));
+    EXPECT_TRUE(IsMounted(kChanger));
+}
+
+// ---- threads ----
+
+// The walk of a single disc reads while the main thread replaces what it reads.
+TEST_F(Registry, IsReadWhileItIsChanged) {
+    std::atomic<bool> stop = false;
+    std::thread reader([&] {
+        while (!stop) {
+            char path[64] = "";
+            bool isInList = false;
+            EXPECT_EQ(IsChangerFSGUIDInList(kChanger, &isInList), nullptr);
+            VErrLink* err = GetChangerFSMountPath(kChanger, path, sizeof path);
+            if (err == nullptr) {
+                EXPECT_THAT(path,
+                            testing::AnyOf(testing::StrEq("/first"), testing::StrEq("/second")));
+            }
+            VErrCatch(&err);
+        }
+    });
+    for (int round = 0; round < 2000; ++round) {
+        Add(kChanger, "sr0", "/first");
+        Add(kChanger, "sr1", "/second");
+        Remove("sr1");
+    }
+    stop = true;
+    reader.join();
+}
+
+} // namespace

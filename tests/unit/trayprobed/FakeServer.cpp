@@ -1,0 +1,105 @@
+#include "FakeServer.h"
+
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc.h"
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc.h"
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
+#include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
+#include "Journal.h"
+#include "StateLock.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <vector>
+
+namespace {
+
+struct Failure {
+    std::string command;
+    int countdown;
+};
+std::mutex g_mutex;
+std::vector<Failure> g_failures;
+std::function<void(std::string_view)> g_onCommand;
+
+bool IsFailing(std::string_view command) {
+    const std::lock_guard lock(g_mutex);
+    for (Failure& failure : g_failures) {
+        if (command.starts_with(failure.command) && --failure.countdown == 0)
+            return true;
+    }
+    return false;
+}
+
+VErrLink* Answer(std::string_view command) {
+    if (g_onCommand)
+        g_onCommand(command);
+    VErrLink* err = nullptr;
+    if (IsFailing(command))
+        VErrRaise(VErrThrowWithErrCode(&err, kVErrCodeConnectionLost, "fail on purpose"),
+                  "test/FakeServer", __func__, __LINE__);
+    return err;
+}
+
+const char* Lock() {
+    return StateLock::IsHeld() ? " (locked)" : "";
+}
+
+} // namespace
+
+VErrLink* ChangerServerRequestMediaIdentification(UInt64 changerGUID, UInt16 storageElem,
+                                                  Boolean request) {
+    return Answer(Journal::Add("%s disc %016llX/%u%s", request ? "request" : "withdraw",
+                               changerGUID, storageElem, Lock()));
+}
+
+VErrLink* ChangerServerRequestChangerIdentification(UInt64 changerGUID, Boolean request) {
+    return Answer(Journal::Add("%s changer %016llX%s", request ? "request" : "withdraw",
+                               changerGUID, Lock()));
+}
+
+VErrLink* ChangerServerMountDisc(double timeout, UInt64 changerGUID, UInt16 storageElem,
+                                 const char* partitionId, const char* clientName, UInt32 flags,
+                                 UInt32 privateFamily, char* mountPath, CFIndex mountPathSize,
+                                 char* deviceId, CFIndex deviceIdSize) {
+    EXPECT_EQ(mountPath, nullptr);
+    EXPECT_EQ(mountPathSize, 0);
+    EXPECT_EQ(deviceId, nullptr);
+    EXPECT_EQ(deviceIdSize, 0);
+    return Answer(Journal::Add("mount %016llX/%u within %g s, partition \"%s\", client \"%s\", "
+                               "flags %u, family %u%s",
+                               changerGUID, storageElem, timeout, partitionId, clientName, flags,
+                               privateFamily, Lock()));
+}
+
+VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 storageElem,
+                                 UInt32 flags, SInt32 privateFamily) {
+    return Answer(Journal::Add("eject %016llX/%u within %g s, flags %u, family %d%s", changerGUID,
+                               storageElem, timeout, flags, privateFamily, Lock()));
+}
+
+VErrLink* ChangerServerSetClientStatus(UInt64 changerGUID, const char* clientName,
+                                       const char* message, UInt16 currentStep, UInt16 maximumStep,
+                                       Boolean abortRequested) {
+    return Answer(Journal::Add("show %016llX %s \"%s\" %u/%u%s%s", changerGUID, clientName, message,
+                               currentStep, maximumStep, abortRequested ? " abort" : "", Lock()));
+}
+
+VErrLink* ChangerServerClearClientStatus(UInt64 changerGUID, const char* clientName) {
+    return Answer(Journal::Add("clear %016llX %s%s", changerGUID, clientName, Lock()));
+}
+
+void FakeServer::Reset() {
+    const std::lock_guard lock(g_mutex);
+    g_failures.clear();
+    g_onCommand = nullptr;
+}
+
+void FakeServer::Fail(const std::string& command, int nth) {
+    const std::lock_guard lock(g_mutex);
+    g_failures.push_back({command, nth});
+}
+
+void FakeServer::OnCommand(std::function<void(std::string_view)> function) {
+    g_onCommand = std::move(function);
+}

@@ -1,0 +1,101 @@
+#include "ManagedChangers.h"
+
+#include "Journal.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+#include "trayprobed/MediaIdManager.h"
+#include "trayprobed/MediaIdThread.h"
+
+#include <cstdlib>
+
+ManagerFakes g_fakes;
+
+namespace {
+
+ChangerNotificationSubscription g_subscription = {};
+
+const char* Lock() {
+    return StateLock::IsHeld() ? "" : " (unlocked)";
+}
+
+VErrLink* Answer(const char* function) {
+    VErrLink* err = nullptr;
+    if (g_fakes.failing == function)
+        VErrRaise(VErrThrowWithErrCode(&err, 5, "fail on purpose"), "test/Fakes", function,
+                  __LINE__);
+    return err;
+}
+
+} // namespace
+
+const char k_fsCacheThreadStatusClient[] = "trayprobed";
+
+VErrLink* StartChangerFSCache(UInt64 changerGUID) {
+    Journal::Add("build %016llX%s", changerGUID, Lock());
+    return Answer(__func__);
+}
+
+VErrLink* ResetStatusReporting(UInt64 changerGUID) {
+    Journal::Add("reset %016llX%s", changerGUID, Lock());
+    return Answer(__func__);
+}
+
+VErrLink* StartMediaId(UInt64 changerGUID, UInt16 storageElem, SInt32 buildDirCache) {
+    Journal::Add("identify %016llX/%u%s%s", changerGUID, storageElem, buildDirCache ? " down" : "",
+                 Lock());
+    VErrLink* err = Answer(__func__);
+    return err != nullptr ? err : AddStorageElemToMediaIdInProgressList(changerGUID, storageElem);
+}
+
+VErrLink* SubscribeToChangerNotifications(ChangerNotificationCallBack changerListCallBack,
+                                          ChangerNotificationCallBack rootPreferencesCallBack,
+                                          ChangerNotificationCallBack changerInfoCallBack,
+                                          void* refCon,
+                                          ChangerNotificationSubscription** subscription) {
+    EXPECT_EQ(refCon, nullptr);
+    g_fakes.callBacks = {changerListCallBack, rootPreferencesCallBack, changerInfoCallBack};
+    *subscription = &g_subscription;
+    return Answer(__func__);
+}
+
+VErrLink* UnsubscribeFromChangerNotifications(ChangerNotificationSubscription* subscription) {
+    EXPECT_EQ(subscription, &g_subscription);
+    g_fakes.unsubscribed.push_back(subscription);
+    return Answer(__func__);
+}
+
+ManagedChangers::ManagedChangers() {
+    setenv("TZ", "UTC", 1);
+    g_fakes = {};
+    Journal::Take();
+}
+
+ManagedChangers::~ManagedChangers() {
+    EXPECT_EQ(SetGlobalShouldIdMedia(1), nullptr);
+    EXPECT_FALSE(StateLock::IsHeld());
+}
+
+std::vector<std::string> ManagedChangers::Notify(std::initializer_list<Value> changers) {
+    Journal::Take();
+    const auto list = Array(changers);
+    ChangerInfoNotificationCallBack(list.Get(), nullptr, nullptr);
+    EXPECT_FALSE(StateLock::IsHeld());
+    NoteSavedList(list);
+    return Journal::Take();
+}
+
+Held<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<Entry> changes) {
+    auto changer = Dictionary({{"GUID", static_cast<SInt64>(changerGUID)},
+                               {"Changer Ready", true},
+                               {"Changer Preferences", Dictionary()},
+                               {"Changer Media Info", Array()},
+                               {"Data Transfer Element Count", 2},
+                               {"Changer Client Status", Dictionary()}});
+    for (const Entry& change : changes)
+        CFDictionarySetValue(changer, Text(change.key), change.value.Get());
+    return changer;
+}
+
+Held<CFMutableDictionaryRef> Without(Held<CFMutableDictionaryRef> dictionary, const char* key) {
+    CFDictionaryRemoveValue(dictionary, Text(key));
+    return dictionary;
+}

@@ -1,0 +1,534 @@
+#include "trayprobed/MediaIdManager.h"
+
+#include "FakeTime.h"
+#include "Journal.h"
+#include "ManagedChangers.h"
+
+#include "AllocationFaults.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kSource = "trayprobed/MediaIdManager";
+constexpr const char* kReset = "reset FEDCBA9876543210";
+constexpr const char* kBuild = "build FEDCBA9876543210";
+constexpr const char* kFakeLine = ": fail on purpose (err = 5)";
+
+class MediaIdManager : public ManagedChangers {
+protected:
+    static void NotifyList(std::initializer_list<Value> changers) {
+        ChangerListNotificationCallBack(Array(changers).Get(), nullptr, nullptr);
+    }
+    static void NotifyPreferences(const Held<CFMutableDictionaryRef>& preferences) {
+        RootPrefsNotificationCallBack(preferences.Get(), nullptr, nullptr);
+    }
+    static bool IdentifiesOnInsert() {
+        SInt32 shouldId = 2;
+        EXPECT_EQ(GetGlobalShouldIdMedia(&shouldId), nullptr);
+        return shouldId == 1;
+    }
+    // The last line's message.
+    std::string LastLogged() {
+        const std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
+        return lines.empty() ? "(nothing)" : lines.back();
+    }
+    // The daily time that was set, "hh:mm", or "none".
+    std::string ScheduleOf(const Held<CFMutableDictionaryRef>& preferences) {
+        const std::size_t before = RecordedTimers::All().size();
+        EXPECT_THAT(Handle(UpdateChangerSettings,
+                           Changer(kChanger, {{"Changer Preferences", preferences}})),
+                    IsEmpty());
+        if (RecordedTimers::All().size() == before)
+            return "none";
+        char text[16];
+        struct tm when = {};
+        gmtime_r(&RecordedTimers::All().back().fireTime, &when);
+        strftime(text, sizeof text, "%H:%M", &when);
+        return text;
+    }
+};
+
+// ---- the subscription ----
+
+TEST_F(MediaIdManager, SubscribesAndUnsubscribes) {
+    TermMediaIdManager();
+    EXPECT_THAT(g_fakes.unsubscribed, IsEmpty());
+    EXPECT_EQ(InitMediaIdManager(), nullptr);
+    EXPECT_THAT(g_fakes.callBacks,
+                ElementsAre(ChangerListNotificationCallBack, RootPrefsNotificationCallBack,
+                            ChangerInfoNotificationCallBack));
+    TermMediaIdManager();
+    TermMediaIdManager();
+    EXPECT_EQ(g_fakes.unsubscribed.size(), 1U);
+}
+
+TEST_F(MediaIdManager, AFailedSubscriptionIsNotUndone) {
+    g_fakes.failing = "SubscribeToChangerNotifications";
+    EXPECT_EQ(
+        TakeChain(InitMediaIdManager()).back(),
+        (RaisedLink{"fail SubscribeToChangerNotifications", "InitMediaIdManager", kSource, 5}));
+    TermMediaIdManager();
+    EXPECT_THAT(g_fakes.unsubscribed, IsEmpty());
+}
+
+TEST_F(MediaIdManager, AFailedUnsubscriptionIsLoggedAndStands) {
+    ASSERT_EQ(InitMediaIdManager(), nullptr);
+    g_fakes.failing = "UnsubscribeFromChangerNotifications";
+    TermMediaIdManager();
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(HasSubstr(kFakeLine), "MediaIdManager:123, TermMediaIdManager: fail "
+                                                  "UnsubscribeFromChangerNotifications (err = 5)"));
+    g_fakes.failing.clear();
+    TermMediaIdManager();
+    EXPECT_EQ(g_fakes.unsubscribed.size(), 2U);
+}
+
+// ---- "changer info" ----
+
+TEST_F(MediaIdManager, ChangersThatAreNotReadyAreOnlySaved) {
+    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Ready", false},
+                                           {"Changer Request Identification", true}}),
+                        Without(Changer(kOtherChanger, {{"Changer Ready", false}}), "GUID")}),
+                IsEmpty());
+    EXPECT_FALSE(IsKnown(kChanger));
+    CFDictionaryRef info = nullptr;
+    EXPECT_EQ(GetChangerInfoDict(kChanger, &info), nullptr);
+    EXPECT_NE(info, nullptr);
+}
+
+TEST_F(MediaIdManager, AReadyChangerIsRegisteredOnce) {
+    EXPECT_THAT(Notify({Changer(kChanger)}), ElementsAre(kReset));
+    EXPECT_TRUE(IsKnown(kChanger));
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
+    EXPECT_THAT(Notify({Changer(kChanger)}), IsEmpty());
+    EXPECT_TRUE(IsInProgress(kChanger, 5));
+    EXPECT_TRUE(IsBuilding(kChanger));
+}
+
+TEST_F(MediaIdManager, AChangerThatIsNoLongerReadyStaysKnown) {
+    Notify({Changer(kChanger,
+                    {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}})});
+    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Ready", false}})}), IsEmpty());
+    EXPECT_TRUE(IsKnown(kChanger));
+}
+
+TEST_F(MediaIdManager, TheStepsComeInOrder) {
+    const auto medium = Dictionary({{"Media Kind", 1},
+                                    {"Media Request Identification", true},
+                                    {"Media Identify Time", 1},
+                                    {"Media Storage Element Index", 5},
+                                    {"Media Mount State", 0}});
+    const auto changer =
+        Changer(kChanger, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})},
+                           {"Changer Request Identification", true},
+                           {"Changer Media Info", Array({medium})}});
+    EXPECT_THAT(Notify({changer}),
+                ElementsAre(kReset, "add to default", kBuild, "identify FEDCBA9876543210/5"));
+    EXPECT_THAT(Notify({changer}),
+                ElementsAre("remove from common", "invalidate", "add to default", kBuild));
+}
+
+// The server's list may still show a request that has been served.
+TEST_F(MediaIdManager, ARequestStillShownStartsABuildAgain) {
+    const auto changer = Changer(kChanger, {{"Changer Request Identification", true}});
+    EXPECT_THAT(Notify({changer}), ElementsAre(kReset, kBuild));
+    EXPECT_THAT(Notify({changer}), ElementsAre(kBuild));
+}
+
+TEST_F(MediaIdManager, TwoEntriesOfOneChangerAreHandledBoth) {
+    const auto media = Array({Dictionary({{"Media Kind", 1},
+                                          {"Media Identify Time", 0},
+                                          {"Media Storage Element Index", 3},
+                                          {"Media Mount State", 0}}),
+                              Dictionary({{"Media Kind", 1},
+                                          {"Media Identify Time", 0},
+                                          {"Media Storage Element Index", 4},
+                                          {"Media Mount State", 0}})});
+    const auto changer = Changer(kChanger, {{"Changer Media Info", media}});
+    EXPECT_THAT(Notify({changer, changer}),
+                ElementsAre(kReset, "identify FEDCBA9876543210/3", "identify FEDCBA9876543210/4"));
+}
+
+TEST_F(MediaIdManager, WithoutTheLockNothingHappens) {
+    StateLock::FailLock(EINVAL);
+    ChangerInfoNotificationCallBack(Array({Changer(kChanger)}).Get(), nullptr, nullptr);
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
+                    "MediaIdManager:123, ChangerInfoNotificationCallBack: fail LockMediaIdState "
+                    "(err = 22)"));
+    EXPECT_FALSE(IsKnown(kChanger));
+    SInt32 flag = 0;
+    EXPECT_EQ(TakeMessages(MediaHasMountablePartitions(kChanger, 0, &flag, &flag)).front(),
+              "info list array is still NULL");
+}
+
+// One bad entry holds up those behind it, and what is left of itself.
+TEST_F(MediaIdManager, AFailureEndsThePass) {
+    struct Case {
+        Held<CFMutableDictionaryRef> changer;
+        const char* message;
+    };
+    const auto onSchedule =
+        Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", "x"}});
+    Case cases[] = {
+        {Without(Changer(kChanger), "Changer Ready"), "fail check for changer ready"},
+        {Changer(kChanger, {{"Changer Ready", 1}}), "fail check for changer ready"},
+        {Without(Changer(kChanger), "GUID"), "fail handle added changers for changer at index 1"},
+        {Changer(kChanger, {{"Changer Preferences", onSchedule}}), "fail UpdateChangerSettings"},
+        {Without(Changer(kChanger), "Changer Client Status"), "fail HandleChangerOperationAbort"},
+        {Without(Changer(kChanger), "Changer Media Info"),
+         "fail handle start media id for changer at index 1"},
+    };
+    for (const Case& each : cases) {
+        Notify({Changer(1), each.changer, Changer(kOtherChanger)});
+        EXPECT_THAT(LastLogged(),
+                    HasSubstr(std::string(", ChangerInfoNotificationCallBack: ") + each.message));
+        EXPECT_TRUE(IsKnown(1));
+        EXPECT_FALSE(IsKnown(kOtherChanger)) << each.message;
+    }
+}
+
+TEST_F(MediaIdManager, AFailedBuildStartEndsThePass) {
+    g_fakes.failing = "StartChangerFSCache";
+    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Request Identification", true}}),
+                        Changer(kOtherChanger)}),
+                ElementsAre(kReset, kBuild));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(HasSubstr(kFakeLine),
+                            "MediaIdManager:123, HandleManualChangerFSBuildStart: fail "
+                            "StartChangerFSCache (err = 5)",
+                            "MediaIdManager:123, ChangerInfoNotificationCallBack: fail "
+                            "HandleManualChangerFSBuildStart (err = 5)"));
+}
+
+// The next notification tries again.
+TEST_F(MediaIdManager, AFailedResetKeepsTheChangerOut) {
+    g_fakes.failing = "ResetStatusReporting";
+    EXPECT_THAT(Notify({Changer(kChanger), Changer(kOtherChanger)}), ElementsAre(kReset));
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre(HasSubstr(kFakeLine),
+                    "MediaIdManager:123, HandleAddedChangers: fail ResetStatusReporting (err = 5)",
+                    "MediaIdManager:123, ChangerInfoNotificationCallBack: fail handle added "
+                    "changers for changer at index 0 (err = 5)"));
+    EXPECT_FALSE(IsKnown(kChanger));
+    g_fakes.failing.clear();
+    EXPECT_THAT(Notify({Changer(kChanger)}), ElementsAre(kReset));
+}
+
+TEST_F(MediaIdManager, EntriesOfOtherTypesFail) {
+    for (const Value& entry : {Value(3), Value("text"), Value(Array())}) {
+        Notify({entry, Changer(kChanger)});
+        EXPECT_EQ(LastLogged(),
+                  "MediaIdManager:123, ChangerInfoNotificationCallBack: fail check for changer "
+                  "ready");
+        EXPECT_FALSE(IsKnown(kChanger));
+    }
+}
+
+TEST_F(MediaIdManager, AListThatIsNoArrayIsEmpty) {
+    const auto dictionary = Changer(kChanger);
+    NoteSavedList(reinterpret_cast<CFArrayRef>(dictionary.Get()));
+    ChangerInfoNotificationCallBack(dictionary.Get(), nullptr, nullptr);
+    EXPECT_FALSE(IsKnown(kChanger));
+}
+
+TEST_F(MediaIdManager, WithoutMemoryAChangerIsNotAdded) {
+    const auto changer = Changer(kChanger);
+    std::set<std::string> newest;
+    VErrLink* err = nullptr;
+    SweepAllocationFaults([&](std::size_t) { err = HandleAddedChangers(changer); },
+                          [&](std::size_t, bool happened) {
+                              EXPECT_TRUE(err == nullptr || happened);
+                              EXPECT_FALSE(err != nullptr && IsKnown(kChanger));
+                              const Chain chain = TakeChain(err);
+                              if (!chain.empty())
+                                  newest.insert(chain.back().message);
+                          });
+    EXPECT_THAT(newest, testing::IsSupersetOf({"fail check for changer FEDCBA9876543210 in list",
+                                               "fail add changer GUID FEDCBA9876543210 to list"}));
+}
+
+// ---- the settings ----
+
+TEST_F(MediaIdManager, TheDailyBuildIsScheduledAtOneUnlessSaidOtherwise) {
+    const FakeTime time(Utc("2024-01-15 12:00:00"));
+    AddChanger(kChanger);
+    EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}})), "01:00");
+    EXPECT_EQ(
+        ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", 23}})),
+        "23:00");
+    EXPECT_EQ(ScheduleOf(
+                  Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeMinutes", 5}})),
+              "01:05");
+    EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true},
+                                     {"BuildDirCacheTimeHours", 14},
+                                     {"BuildDirCacheTimeMinutes", 59}})),
+              "14:59");
+    EXPECT_EQ(
+        ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", 24}})),
+        "00:00");
+}
+
+TEST_F(MediaIdManager, OnlyTheTrueObjectSchedules) {
+    AddChanger(kChanger);
+    EXPECT_EQ(ScheduleOf(Dictionary()), "none");
+    for (const Value& value : {Value(false), Value(1), Value("true")})
+        EXPECT_EQ(ScheduleOf(Dictionary(
+                      {{"BuildDirCacheOnSchedule", value}, {"BuildDirCacheTimeHours", 3}})),
+                  "none");
+}
+
+TEST_F(MediaIdManager, WithoutAScheduleTheTimerIsOnlyCancelled) {
+    AddChanger(kChanger);
+    ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}}));
+    Journal::Take();
+    EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", false}})), "none");
+    EXPECT_THAT(Journal::Take(), ElementsAre("remove from common", "invalidate"));
+    EXPECT_EQ(ScheduleOf(Dictionary()), "none");
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(MediaIdManager, TheTimerIsCancelledBeforeAnythingElseCanFail) {
+    AddChanger(kChanger);
+    for (const auto& changer : {Without(Changer(kChanger), "Changer Preferences"),
+                                Changer(kChanger, {{"Changer Preferences", "text"}})}) {
+        ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}}));
+        Journal::Take();
+        EXPECT_EQ(Handle(UpdateChangerSettings, changer),
+                  (Chain{{"fail get changer preferences", "UpdateChangerSettings", kSource}}));
+        EXPECT_THAT(Journal::Take(), ElementsAre("remove from common", "invalidate"));
+    }
+}
+
+TEST_F(MediaIdManager, TimesThatAreNo32BitNumbersFail) {
+    AddChanger(kChanger);
+    const double half = 1.5;
+    const Held<CFNumberRef> real(CFNumberCreate(nullptr, kCFNumberFloat64Type, &half));
+    for (const Value& value : {Value("1"), Value(true), Value(SInt64{1} << 40), Value(real)}) {
+        const auto hours =
+            Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", value}});
+        EXPECT_EQ(
+            Handle(UpdateChangerSettings, Changer(kChanger, {{"Changer Preferences", hours}})),
+            (Chain{{"fail get hours as number", "UpdateChangerSettings", kSource}}));
+        const auto minutes =
+            Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeMinutes", value}});
+        EXPECT_EQ(
+            Handle(UpdateChangerSettings, Changer(kChanger, {{"Changer Preferences", minutes}})),
+            (Chain{{"fail get minutes as number", "UpdateChangerSettings", kSource}}));
+    }
+    EXPECT_THAT(RecordedTimers::All(), IsEmpty());
+}
+
+TEST_F(MediaIdManager, SettingsOfAnUnknownOrNamelessChangerFail) {
+    EXPECT_THAT(MessagesOf(UpdateChangerSettings, Changer(kChanger)),
+                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
+                            "fail UnscheduleChangerFSCacheTimer"));
+    EXPECT_THAT(MessagesOf(UpdateChangerSettings, Without(Changer(kChanger), "GUID")),
+                ElementsAre("fail get value from dict", "fail get changer GUID"));
+}
+
+TEST_F(MediaIdManager, AFailedSchedulingTellsTheTime) {
+    AddChanger(kChanger);
+    RecordedTimers::FailNext();
+    const auto preferences = Dictionary({{"BuildDirCacheOnSchedule", true},
+                                         {"BuildDirCacheTimeHours", 7},
+                                         {"BuildDirCacheTimeMinutes", 5}});
+    EXPECT_THAT(MessagesOf(UpdateChangerSettings,
+                           Changer(kChanger, {{"Changer Preferences", preferences}})),
+                ElementsAre("fail CFRunLoopTimerCreate",
+                            "fail ScheduleChangerFSCacheTimer for FEDCBA9876543210 with 7:05"));
+}
+
+// ---- aborts ----
+
+Held<CFMutableDictionaryRef> WithStatus(const char* client,
+                                        const Held<CFMutableDictionaryRef>& status) {
+    return Changer(kChanger, {{"Changer Client Status", Dictionary({{client, status}})}});
+}
+
+TEST_F(MediaIdManager, AnAbortLastsAsLongAsTheServerReportsIt) {
+    Notify({WithStatus("trayprobed", Dictionary({{"Abort Requested", true}}))});
+    EXPECT_TRUE(ShouldAbort(kChanger));
+    Notify({WithStatus("trayprobed", Dictionary({{"Abort Requested", false}}))});
+    EXPECT_FALSE(ShouldAbort(kChanger));
+}
+
+TEST_F(MediaIdManager, OtherClientsAbortsAreNotOurs) {
+    AddChanger(kChanger);
+    const auto abort = Dictionary({{"Abort Requested", true}});
+    for (const auto& changer :
+         {WithStatus("Trayprobed", abort), WithStatus("Media Identification", Dictionary()),
+          Changer(kChanger)}) {
+        EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
+        EXPECT_THAT(Handle(HandleChangerOperationAbort, changer), IsEmpty());
+        EXPECT_FALSE(ShouldAbort(kChanger));
+    }
+}
+
+TEST_F(MediaIdManager, AStatusThatDoesNotSayLeavesTheFlag) {
+    AddChanger(kChanger);
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
+    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, WithStatus("trayprobed", Dictionary())),
+                ElementsAre("fail get value from dict", "fail CFHDictionaryGetBoolValue"));
+    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort,
+                           WithStatus("trayprobed", Dictionary({{"Abort Requested", 1}}))),
+                ElementsAre("bool neither true nor false", "fail CFHDictionaryGetBoolValue"));
+    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort,
+                           Changer(kChanger, {{"Changer Client Status",
+                                               Dictionary({{"trayprobed", Array()}})}})),
+                ElementsAre("fail get value from dict", "fail CFHDictionaryGetBoolValue"));
+    EXPECT_TRUE(ShouldAbort(kChanger));
+}
+
+TEST_F(MediaIdManager, AbortsNeedAStatusListAndAKnownChanger) {
+    for (const auto& changer : {Without(Changer(kChanger), "Changer Client Status"),
+                                Changer(kChanger, {{"Changer Client Status", Array()}})})
+        EXPECT_EQ(
+            Handle(HandleChangerOperationAbort, changer),
+            (Chain{{"fail get client status list dict", "HandleChangerOperationAbort", kSource}}));
+    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, Changer(kChanger)),
+                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
+                            "fail SetChangerShouldAbortOperation"));
+    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, Without(Changer(kChanger), "GUID")),
+                ElementsAre("fail get value from dict", "fail get changer GUID"));
+}
+
+TEST_F(MediaIdManager, WithoutMemoryAnAbortIsLeftAlone) {
+    AddChanger(kChanger);
+    const auto changer = WithStatus("trayprobed", Dictionary({{"Abort Requested", true}}));
+    std::set<std::string> newest;
+    VErrLink* err = nullptr;
+    SweepAllocationFaults([&](std::size_t) { err = HandleChangerOperationAbort(changer); },
+                          [&](std::size_t, bool happened) {
+                              EXPECT_EQ(err != nullptr, happened);
+                              EXPECT_EQ(ShouldAbort(kChanger), !happened);
+                              const Chain chain = TakeChain(err);
+                              if (!chain.empty())
+                                  newest.insert(chain.back().message);
+                          });
+    EXPECT_THAT(newest, testing::IsSupersetOf(
+                            {"fail alloc client name str", "fail SetChangerShouldAbortOperation"}));
+}
+
+// ---- builds on request ----
+
+TEST_F(MediaIdManager, OnlyTheTrueObjectRequestsABuild) {
+    for (const Value& value : {Value(false), Value(1), Value("true")})
+        EXPECT_THAT(Handle(HandleManualChangerFSBuildStart,
+                           Changer(kChanger, {{"Changer Request Identification", value}})),
+                    IsEmpty());
+    EXPECT_THAT(Handle(HandleManualChangerFSBuildStart, Changer(kChanger)), IsEmpty());
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+    EXPECT_THAT(Handle(HandleManualChangerFSBuildStart,
+                       Changer(kChanger, {{"Changer Request Identification", true}})),
+                IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre(kBuild));
+    EXPECT_THAT(MessagesOf(HandleManualChangerFSBuildStart, Without(Changer(kChanger), "GUID")),
+                ElementsAre("fail get value from dict", "fail get changer GUID"));
+}
+
+// ---- "changer list" ----
+
+TEST_F(MediaIdManager, AChangerThatIsNoLongerNamedIsDropped) {
+    AddChanger(kChanger);
+    AddChanger(kOtherChanger);
+    NotifyList({static_cast<SInt64>(kOtherChanger), 42});
+    EXPECT_FALSE(IsKnown(kChanger));
+    EXPECT_TRUE(IsKnown(kOtherChanger));
+    EXPECT_FALSE(IsKnown(42));
+}
+
+TEST_F(MediaIdManager, AListWithoutNumbersDropsAll) {
+    for (const CFTypeRef list : {CFTypeRef(CFSTR("text")), CFTypeRef(kCFBooleanTrue)}) {
+        AddChanger(kChanger);
+        ChangerListNotificationCallBack(list, nullptr, nullptr);
+        EXPECT_FALSE(IsKnown(kChanger));
+    }
+    AddChanger(kChanger);
+    NotifyList({kChangerText});
+    EXPECT_FALSE(IsKnown(kChanger));
+}
+
+TEST_F(MediaIdManager, ADroppedChangersTimerIsNotTold) {
+    Notify({Changer(kChanger,
+                    {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}})});
+    NotifyList({});
+    EXPECT_FALSE(IsKnown(kChanger));
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(MediaIdManager, AListWithoutTheLockChangesNothing) {
+    AddChanger(kChanger);
+    StateLock::FailLock(EINVAL);
+    NotifyList({});
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
+                    "MediaIdManager:123, ChangerListNotificationCallBack: fail LockMediaIdState "
+                    "(err = 22)"));
+    EXPECT_TRUE(IsKnown(kChanger));
+}
+
+TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
+    AddChanger(kChanger);
+    std::set<std::string> said;
+    const auto list = Array();
+    SweepAllocationFaults(
+        [&](std::size_t) { ChangerListNotificationCallBack(list.Get(), nullptr, nullptr); },
+        [&](std::size_t, bool happened) {
+            EXPECT_EQ(IsKnown(kChanger), happened);
+            for (const std::string& line : log_.TakeWithoutLineNumbers())
+                said.insert(line);
+        });
+    EXPECT_THAT(
+        said,
+        testing::IsSupersetOf(
+            {"MediaIdManager:123, HandleRemovedChangers: fail get old changer list",
+             "MediaIdManager:123, HandleRemovedChangers: fail remove changer GUID "
+             "FEDCBA9876543210 from list",
+             "MediaIdManager:123, ChangerListNotificationCallBack: fail HandleRemovedChangers"}));
+}
+
+// ---- "root preferences" ----
+
+TEST_F(MediaIdManager, RootPreferencesSetTheGlobalFlag) {
+    NotifyPreferences(Dictionary({{"IdentifyMediaOnInsert", false}}));
+    EXPECT_FALSE(IdentifiesOnInsert());
+    NotifyPreferences(Dictionary({{"Other", true}}));
+    EXPECT_FALSE(IdentifiesOnInsert());
+    NotifyPreferences(Dictionary({{"IdentifyMediaOnInsert", true}}));
+    EXPECT_TRUE(IdentifiesOnInsert());
+    NotifyPreferences(Dictionary());
+    EXPECT_TRUE(IdentifiesOnInsert());
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(MediaIdManager, RootPreferencesOfOtherTypesLeaveTheFlag) {
+    NotifyPreferences(Dictionary({{"IdentifyMediaOnInsert", 0}}));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("CFHelpers:123, CFHDictionaryGetBoolValue: bool neither true nor false",
+                            "MediaIdManager:123, RootPrefsNotificationCallBack: fail get should id "
+                            "media value as boolean"));
+    RootPrefsNotificationCallBack(CFSTR("IdentifyMediaOnInsert"), nullptr, nullptr);
+    EXPECT_TRUE(IdentifiesOnInsert());
+}
+
+TEST_F(MediaIdManager, RootPreferencesWithoutTheLockChangeNothing) {
+    StateLock::FailLock(EINVAL);
+    NotifyPreferences(Dictionary({{"IdentifyMediaOnInsert", false}}));
+    EXPECT_EQ(LastLogged(), "MediaIdManager:123, RootPrefsNotificationCallBack: fail "
+                            "LockMediaIdState (err = 22)");
+    EXPECT_TRUE(IdentifiesOnInsert());
+}
+
+} // namespace

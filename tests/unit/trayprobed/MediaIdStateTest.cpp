@@ -1,0 +1,371 @@
+#include "Store.h"
+
+#include "AllocationFaults.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+using testing::ElementsAre;
+
+// The daily timer's business, which has a test of its own.
+VErrLink* StartChangerFSCache(UInt64) {
+    ADD_FAILURE() << "no timer fires here";
+    return nullptr;
+}
+
+namespace {
+
+constexpr const char* kSource = "trayprobed/MediaIdState";
+
+RaisedLink Raised(const char* message, const char* function, VErrCode code = kVErrCodeDefault) {
+    return {message, function, kSource, code};
+}
+
+// What every operation on a changer that is not known ends in.
+Chain NotFoundThen(const char* function) {
+    return {
+        Raised("fail find changer in list", "GetChangerDictForGUID", kVErrCodeNotFound),
+        Raised("fail GetChangerDictForGUID", function, kVErrCodeNotFound),
+    };
+}
+
+// ---- life and state lock ----
+
+TEST(StoreLife, TermWithoutInitDoesNothing) {
+    const LogCapture log;
+    const int before = StateLock::DestroyedCount();
+    TermMediaIdState();
+    TermMediaIdState();
+    EXPECT_EQ(StateLock::DestroyedCount(), before);
+}
+
+TEST(StoreLife, IsEmptyAfterTermAndAgainAfterInit) {
+    const LogCapture log;
+    for (int round = 0; round < 2; ++round) {
+        SInt32 isKnown = 2;
+        ASSERT_EQ(StateLock::InitStore(), nullptr);
+        EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
+        EXPECT_EQ(isKnown, 0);
+        EXPECT_EQ(AddChangerToList(kChanger), nullptr);
+        TermMediaIdState();
+        EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
+        EXPECT_EQ(isKnown, 0);
+    }
+}
+
+// A detached thread may come by after Term.
+TEST(StoreLife, OperationsAfterTermFindNothing) {
+    const LogCapture log;
+    Held<CFArrayRef> changers;
+    SInt32 flag = 0;
+    EXPECT_EQ(TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
+              NotFoundThen("AddStorageElemToMediaIdInProgressList"));
+    EXPECT_EQ(AddChangerToList(kChanger), nullptr);
+    EXPECT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    EXPECT_EQ(GetChangerList(changers.Out()), nullptr);
+    EXPECT_EQ(CFArrayGetCount(changers), 0);
+    EXPECT_EQ(TakeMessages(MediaHasMountablePartitions(kChanger, 5, &flag, &flag)),
+              std::vector<std::string>{"info list array is still NULL"});
+}
+
+TEST(StoreLife, WithoutAMutexNothingIsMade) {
+    const LogCapture log;
+    const int destroyedBefore = StateLock::DestroyedCount();
+    StateLock::FailInit(EAGAIN);
+    EXPECT_EQ(TakeChain(StateLock::InitStore()),
+              (Chain{Raised("fail pthread_mutex_init", "InitMediaIdState", EAGAIN)}));
+    SInt32 isKnown = 2;
+    EXPECT_EQ(AddChangerToList(kChanger), nullptr);
+    EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
+    EXPECT_EQ(isKnown, 0);
+    TermMediaIdState();
+    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore);
+}
+
+TEST(StoreLife, AMutexStatusIsSignExtended) {
+    const LogCapture log;
+    StateLock::FailInit(-3);
+    EXPECT_EQ(TakeChain(StateLock::InitStore()).back().code, -3);
+}
+
+TEST(StoreLife, WithoutMemoryInitFailsAndTermDestroysTheMutex) {
+    const LogCapture log;
+    VErrLink* err = nullptr;
+    const int destroyedBefore = StateLock::DestroyedCount();
+    {
+        const AllocationFault fault(1);
+        err = StateLock::InitStore();
+    }
+    EXPECT_EQ(TakeChain(err),
+              (Chain{Raised("fail create empty changer list dict", "InitMediaIdState")}));
+    TermMediaIdState();
+    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore + 1);
+}
+
+TEST(StoreLife, AFailedDestructionIsLogged) {
+    LogCapture log;
+    ASSERT_EQ(StateLock::InitStore(), nullptr);
+    StateLock::FailDestroy(EBUSY);
+    TermMediaIdState();
+    EXPECT_THAT(
+        log.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, TermMediaIdState: fail pthread_mutex_destroy (err = 16)"));
+}
+
+TEST_F(Store, LocksAndUnlocks) {
+    EXPECT_EQ(LockMediaIdState(), nullptr);
+    EXPECT_TRUE(StateLock::IsHeld());
+    UnlockMediaIdState();
+    EXPECT_FALSE(StateLock::IsHeld());
+}
+
+TEST_F(Store, NoOperationTakesTheStateLock) {
+    StateLock::FailLock(EINVAL);
+    AddChanger(kChanger);
+    SaveInfoList(Array());
+    EXPECT_FALSE(IsInProgress(kChanger, 5));
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
+    EXPECT_EQ(TakeChain(LockMediaIdState()),
+              (Chain{Raised("fail pthread_mutex_lock", "LockMediaIdState", EINVAL)}));
+}
+
+TEST_F(Store, AFailedUnlockIsLogged) {
+    ASSERT_EQ(LockMediaIdState(), nullptr);
+    StateLock::FailUnlock(EPERM);
+    UnlockMediaIdState();
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, UnlockMediaIdState: fail pthread_mutex_unlock (err = 1)"));
+}
+
+// ---- the global flag ----
+
+TEST_F(Store, MediaAreIdentifiedByDefault) {
+    SInt32 shouldId = 2;
+    EXPECT_EQ(GetGlobalShouldIdMedia(&shouldId), nullptr);
+    EXPECT_EQ(shouldId, 1);
+    EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
+    EXPECT_EQ(GetGlobalShouldIdMedia(&shouldId), nullptr);
+    EXPECT_EQ(shouldId, 0);
+    EXPECT_EQ(SetGlobalShouldIdMedia(1), nullptr);
+}
+
+// ---- changers ----
+
+TEST_F(Store, AChangerNeverAddedIsNotFound) {
+    Held<CFMutableDictionaryRef> dict;
+    EXPECT_EQ(
+        TakeChain(GetChangerDictForGUID(kChanger, dict.Out())),
+        (Chain{Raised("fail find changer in list", "GetChangerDictForGUID", kVErrCodeNotFound)}));
+    EXPECT_EQ(dict, nullptr);
+    EXPECT_EQ(kVErrCodeNotFound, 0x4000000000000014);
+    EXPECT_FALSE(IsKnown(kChanger));
+}
+
+TEST_F(Store, OperationsOnAnUnknownChangerFail) {
+    UInt32 count = 0;
+    SInt32 flag = 0;
+    EXPECT_EQ(TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
+              NotFoundThen("AddStorageElemToMediaIdInProgressList"));
+    EXPECT_EQ(TakeChain(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5)),
+              NotFoundThen("RemoveStorageElemFromMediaIdInProgressList"));
+    EXPECT_EQ(TakeChain(GetMediaIdInProgressCount(kChanger, &count)),
+              NotFoundThen("GetMediaIdInProgressCount"));
+    EXPECT_EQ(TakeChain(IsStorageElemOnInProgressList(kChanger, 5, &flag)),
+              NotFoundThen("IsStorageElemOnInProgressList"));
+    EXPECT_EQ(TakeMessages(GetChangerFSCacheBuildInProgress(kChanger, &flag)).back(),
+              "fail GetChangerDictForGUID");
+    EXPECT_EQ(TakeMessages(SetChangerFSCacheBuildInProgress(kChanger, 1)).back(),
+              "fail GetChangerDictForGUID");
+    EXPECT_EQ(TakeMessages(GetChangerShouldAbortOperation(kChanger, &flag)).back(),
+              "fail GetChangerDictForGUID");
+    EXPECT_EQ(TakeMessages(SetChangerShouldAbortOperation(kChanger, 1)).back(),
+              "fail GetChangerDictForGUID");
+    EXPECT_FALSE(IsKnown(kChanger));
+}
+
+TEST_F(Store, AChangerIsKnownByItsGuidBitForBit) {
+    AddChanger(kChanger);
+    EXPECT_TRUE(IsKnown(kChanger));
+    EXPECT_FALSE(IsKnown(kOtherChanger));
+    Held<CFMutableDictionaryRef> dict;
+    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
+    EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
+                                             {"In Progress", Array()}})));
+}
+
+TEST_F(Store, AddingAgainStartsAfresh) {
+    AddChanger(kChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
+    AddChanger(kChanger);
+    EXPECT_EQ(InProgressCount(kChanger), 0U);
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_FALSE(ShouldAbort(kChanger));
+}
+
+TEST_F(Store, RemovingDropsTheStateOfThatChangerAlone) {
+    AddChanger(kChanger);
+    AddChanger(kOtherChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kOtherChanger, 5), nullptr);
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    EXPECT_FALSE(IsKnown(kChanger));
+    EXPECT_TRUE(IsInProgress(kOtherChanger, 5));
+}
+
+TEST_F(Store, ListsTheGuidsAsNumbers) {
+    Held<CFArrayRef> list;
+    EXPECT_EQ(GetChangerList(list.Out()), nullptr);
+    EXPECT_EQ(CFArrayGetCount(list), 0);
+
+    AddChanger(kChanger);
+    AddChanger(kOtherChanger);
+    EXPECT_EQ(GetChangerList(list.Out()), nullptr);
+    std::set<SInt64> guids;
+    for (CFIndex i = 0; i < CFArrayGetCount(list); ++i) {
+        SInt64 guid = 0;
+        EXPECT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(CFArrayGetValueAtIndex(list, i)),
+                                     kCFNumberSInt64Type, &guid));
+        guids.insert(guid);
+    }
+    EXPECT_EQ(guids, (std::set{static_cast<SInt64>(kChanger), static_cast<SInt64>(kOtherChanger)}));
+}
+
+// What a caller changes is its own until it is written back.
+TEST_F(Store, StateIsCopiedAndWrittenBackWhole) {
+    AddChanger(kChanger);
+    Held<CFMutableDictionaryRef> copy;
+    ASSERT_EQ(GetChangerDictForGUID(kChanger, copy.Out()), nullptr);
+    CFDictionarySetValue(copy, CFSTR("Should Abort Operation"), kCFBooleanTrue);
+    EXPECT_FALSE(ShouldAbort(kChanger));
+    EXPECT_EQ(SetChangerDictForGUID(kChanger, copy), nullptr);
+    EXPECT_TRUE(ShouldAbort(kChanger));
+}
+
+TEST_F(Store, WritingBackAddsAChanger) {
+    EXPECT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
+    EXPECT_TRUE(IsKnown(kChanger));
+}
+
+// ---- storage elements in progress ----
+
+TEST_F(Store, AnElementIsOnTheListOnce) {
+    AddChanger(kChanger);
+    AddChanger(kOtherChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(InProgressCount(kChanger), 1U);
+    EXPECT_TRUE(IsInProgress(kChanger, 5));
+    EXPECT_FALSE(IsInProgress(kChanger, 6));
+    EXPECT_FALSE(IsInProgress(kOtherChanger, 5));
+}
+
+TEST_F(Store, RemovingTakesOneElementOff) {
+    AddChanger(kChanger);
+    for (const UInt16 elem : std::initializer_list<UInt16>{3, 5, 7})
+        EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, elem), nullptr);
+    EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 9), nullptr);
+    EXPECT_EQ(InProgressCount(kChanger), 2U);
+    EXPECT_TRUE(IsInProgress(kChanger, 3));
+    EXPECT_TRUE(IsInProgress(kChanger, 7));
+}
+
+// An equal number twice can only come from elsewhere; the first goes.
+TEST_F(Store, RemovingTakesTheFirstOccurrence) {
+    ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary({{"In Progress", Array({5, 3, 5})}})),
+              nullptr);
+    EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5), nullptr);
+    Held<CFMutableDictionaryRef> dict;
+    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
+    EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"In Progress", Array({3, 5})}})));
+}
+
+TEST_F(Store, ElementsAbove32767KeepTheirBits) {
+    AddChanger(kChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 40000), nullptr);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 0xFFFF), nullptr);
+    EXPECT_TRUE(IsInProgress(kChanger, 40000));
+    Held<CFMutableDictionaryRef> dict;
+    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
+    EXPECT_EQ(XmlOf(CFDictionaryGetValue(dict, CFSTR("In Progress"))), XmlOf(Array({-25536, -1})));
+    EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 40000), nullptr);
+    EXPECT_FALSE(IsInProgress(kChanger, 40000));
+}
+
+TEST_F(Store, TheListIsReplacedNotChanged) {
+    AddChanger(kChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 3), nullptr);
+    Held<CFMutableDictionaryRef> before;
+    ASSERT_EQ(GetChangerDictForGUID(kChanger, before.Out()), nullptr);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
+    EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 3), nullptr);
+    EXPECT_EQ(XmlOf(CFDictionaryGetValue(before, CFSTR("In Progress"))), XmlOf(Array({3})));
+}
+
+TEST_F(Store, AMissingListIsAFailure) {
+    UInt32 count = 0;
+    SInt32 isOnList = 0;
+    for (const auto& state : {Dictionary(), Dictionary({{"In Progress", "5"}})}) {
+        ASSERT_EQ(SetChangerDictForGUID(kChanger, state), nullptr);
+        EXPECT_EQ(
+            TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
+            (Chain{Raised("fail get in progress array", "AddStorageElemToMediaIdInProgressList")}));
+        EXPECT_EQ(TakeChain(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5)),
+                  (Chain{Raised("fail get in progress arr",
+                                "RemoveStorageElemFromMediaIdInProgressList")}));
+        EXPECT_EQ(TakeChain(GetMediaIdInProgressCount(kChanger, &count)),
+                  (Chain{Raised("fail get in progress arr", "GetMediaIdInProgressCount")}));
+        EXPECT_EQ(TakeChain(IsStorageElemOnInProgressList(kChanger, 5, &isOnList)),
+                  (Chain{Raised("fail get in progress arr", "IsStorageElemOnInProgressList")}));
+    }
+}
+
+// ---- flags ----
+
+TEST_F(Store, FlagsAreFalseUntilSet) {
+    AddChanger(kChanger);
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_FALSE(ShouldAbort(kChanger));
+
+    EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
+    EXPECT_TRUE(IsBuilding(kChanger));
+    EXPECT_FALSE(ShouldAbort(kChanger));
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
+    EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 0), nullptr);
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_TRUE(ShouldAbort(kChanger));
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 0), nullptr);
+    EXPECT_FALSE(ShouldAbort(kChanger));
+}
+
+TEST_F(Store, OnlyTheTrueObjectIsTrue) {
+    for (const Value& value : {Value(1), Value("true"), Value(Array({true}))}) {
+        ASSERT_EQ(SetChangerDictForGUID(kChanger,
+                                        Dictionary({{"Changer FS Cache Build In Progress", value},
+                                                    {"Should Abort Operation", value}})),
+                  nullptr);
+        EXPECT_FALSE(IsBuilding(kChanger));
+        EXPECT_FALSE(ShouldAbort(kChanger));
+    }
+}
+
+TEST_F(Store, FlagsAreStoredUnderTheirKeys) {
+    AddChanger(kChanger);
+    EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 0), nullptr);
+    Held<CFMutableDictionaryRef> dict;
+    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
+    EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
+                                             {"In Progress", Array()},
+                                             {"Changer FS Cache Build In Progress", true},
+                                             {"Should Abort Operation", false}})));
+}
+
+} // namespace

@@ -1,0 +1,312 @@
+/* The worker that identifies one medium: what it asks of the server, in which order, and what
+   becomes of its storage element. */
+
+#include "FakeServer.h"
+#include "HeldThreads.h"
+#include "Journal.h"
+#include "Store.h"
+
+#include "AllocationFaults.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+#include "trayprobed/MediaIdThread.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+bool g_walkFails = false;
+
+} // namespace
+
+VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
+    Journal::Add("walk %016llX/%u%s%s", changerGUID, storageElem, descend ? " down" : "",
+                 StateLock::IsHeld() ? " (locked)" : "");
+    VErrLink* err = nullptr;
+    if (g_walkFails)
+        VErrRaise(VErrThrowWithErrCode(&err, 13, "fail walk"), "test/Walk", __func__, __LINE__);
+    return err;
+}
+
+// The daily timer's business, which has a test of its own.
+VErrLink* StartChangerFSCache(UInt64) {
+    ADD_FAILURE() << "no timer fires here";
+    return nullptr;
+}
+
+namespace {
+
+constexpr const char* kSource = "trayprobed/MediaIdThread";
+
+constexpr UInt16 kElem = 5;
+constexpr const char* kWithdraw = "withdraw disc FEDCBA9876543210/5";
+constexpr const char* kMount = "mount FEDCBA9876543210/5 within 300 s, partition \"\", client "
+                               "\"Media Identification\", flags 1, family 1";
+constexpr const char* kWalk = "walk FEDCBA9876543210/5";
+constexpr const char* kEject = "eject FEDCBA9876543210/5 within 300 s, flags 1, family 1";
+
+class MediaIdThread : public Store {
+protected:
+    MediaIdThread() {
+        FakeServer::Reset();
+        Journal::Take();
+        g_walkFails = false;
+        AddChanger(kChanger);
+    }
+
+    // As the notification callback does it, the state lock held.
+    static Chain Start(SInt32 buildDirCache = 0) {
+        EXPECT_EQ(LockMediaIdState(), nullptr);
+        Chain chain = TakeChain(StartMediaId(kChanger, kElem, buildDirCache));
+        UnlockMediaIdState();
+        return chain;
+    }
+    static void Run() {
+        EXPECT_EQ(Start(), Chain());
+        HeldThreads::RunNext();
+    }
+
+    HeldThreads threads_;
+};
+
+// ---- the start ----
+
+TEST_F(MediaIdThread, StartingPutsTheElementOnTheList) {
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_EQ(HeldThreads::Count(), 1U);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+    HeldThreads::RunNext();
+}
+
+TEST_F(MediaIdThread, AThreadThatCannotBeMadeLeavesNothing) {
+    const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
+                                     "pthread_create"};
+    for (const char* function : functions) {
+        HeldThreads::Fail(function, EAGAIN);
+        EXPECT_EQ(Start(),
+                  (Chain{{std::string("fail ") + function, "StartMediaId", kSource, EAGAIN}}));
+        EXPECT_EQ(HeldThreads::Count(), 0U);
+        EXPECT_EQ(InProgressCount(kChanger), 0U);
+    }
+}
+
+TEST_F(MediaIdThread, AStatusIsSignExtended) {
+    HeldThreads::Fail("pthread_create", -3);
+    EXPECT_EQ(Start().back().code, -3);
+}
+
+TEST_F(MediaIdThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedThread) {
+    HeldThreads::Fail("pthread_attr_destroy", EINVAL);
+    EXPECT_EQ(Start(), (Chain{{"fail pthread_attr_destroy", "StartMediaId", kSource, EINVAL}}));
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdThread, WithoutMemoryNothingStarts) {
+    ASSERT_EQ(LockMediaIdState(), nullptr);
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(1);
+        err = StartMediaId(kChanger, kElem, 0);
+    }
+    UnlockMediaIdState();
+    EXPECT_EQ(TakeChain(err), (Chain{{"fail alloc thread context", "StartMediaId", kSource}}));
+    EXPECT_EQ(HeldThreads::Count(), 0U);
+    EXPECT_EQ(InProgressCount(kChanger), 0U);
+}
+
+// Its end then finds nothing to take off.
+TEST_F(MediaIdThread, AnElementThatCannotBeListedIsIdentifiedAllTheSame) {
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    EXPECT_EQ(Start(),
+              (Chain{{"fail find changer in list", "GetChangerDictForGUID",
+                      "trayprobed/MediaIdState", kVErrCodeNotFound},
+                     {"fail GetChangerDictForGUID", "AddStorageElemToMediaIdInProgressList",
+                      "trayprobed/MediaIdState", kVErrCodeNotFound},
+                     {"fail AddStorageElemToMediaIdInProgressList", "StartMediaId", kSource,
+                      kVErrCodeNotFound}}));
+    AddChanger(kChanger);
+    EXPECT_EQ(HeldThreads::Count(), 1U);
+    HeldThreads::RunNext();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(InProgressCount(kChanger), 0U);
+}
+
+// The lock that the starter holds keeps the thread from taking the element off before it is on.
+TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsWithItsEnd) {
+    HeldThreads::RaceWithStarter();
+    EXPECT_EQ(Start(), Chain());
+    HeldThreads::Join();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(InProgressCount(kChanger), 0U);
+}
+
+// ---- the work ----
+
+TEST_F(MediaIdThread, MountsWalksAndEjectsBetweenTwoWithdrawals) {
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    EXPECT_FALSE(StateLock::IsHeld());
+}
+
+TEST_F(MediaIdThread, HandsTheWalkThePreferenceOfTheStart) {
+    EXPECT_EQ(Start(1), Chain());
+    HeldThreads::RunNext();
+    EXPECT_EQ(Journal::Take().at(2), "walk FEDCBA9876543210/5 down");
+}
+
+TEST_F(MediaIdThread, TakesOnlyItsOwnElementOff) {
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 6), nullptr);
+    Run();
+    EXPECT_TRUE(IsInProgress(kChanger, 6));
+    EXPECT_EQ(InProgressCount(kChanger), 1U);
+}
+
+TEST_F(MediaIdThread, AfterAFailedMountNeitherWalksNorEjects) {
+    FakeServer::Fail("mount");
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWithdraw));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(kServerFailureLine,
+                            "MediaIdThread:123, RunMediaIdThread: Fail "
+                            "ChangerServerMountDisc(FEDCBA9876543210, 5) (VErrCode = 1005)"));
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdThread, AfterAFailedWalkEjectsAllTheSame) {
+    g_walkFails = true;
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("Walk:123, RunFSCache: fail walk (err = 13)",
+                            "MediaIdThread:123, RunMediaIdThread: fail "
+                            "RunFSCache(FEDCBA9876543210, 5) (err = 13)"));
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdThread, AfterAFailedEjectGoesOn) {
+    FakeServer::Fail("eject");
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre(kServerFailureLine,
+                    "MediaIdThread:123, RunMediaIdThread: fail ChangerServerEjectDisc for changer "
+                    "FEDCBA9876543210/storage elem 5 (VErrCode = 1005)"));
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdThread, EachFailureIsLoggedByItself) {
+    g_walkFails = true;
+    FakeServer::Fail("eject");
+    FakeServer::Fail("withdraw", 2);
+    Run();
+    EXPECT_EQ(log_.Take().size(), 6U);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+}
+
+constexpr const char* kWithdrawalFailureLine =
+    "MediaIdThread:123, RunMediaIdThread: fail ChangerServerRequestChangerIdentification "
+    "(VErrCode = 1005)";
+
+// Out of reach until the changer is removed and added anew.
+TEST_F(MediaIdThread, AfterAFailedFirstWithdrawalNothingIsMountedAndTheElementStays) {
+    FakeServer::Fail("withdraw");
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(kServerFailureLine, kWithdrawalFailureLine));
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_FALSE(StateLock::IsHeld());
+}
+
+TEST_F(MediaIdThread, AfterAFailedLastWithdrawalTheElementStays) {
+    FakeServer::Fail("withdraw", 2);
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(kServerFailureLine, kWithdrawalFailureLine));
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_FALSE(StateLock::IsHeld());
+}
+
+// ---- the end ----
+
+TEST_F(MediaIdThread, AFailedLockLeavesTheElement) {
+    EXPECT_EQ(Start(), Chain());
+    StateLock::FailLock(EINVAL);
+    HeldThreads::RunNext();
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
+                    "MediaIdThread:123, RunMediaIdThread: fail LockMediaIdState (err = 22)"));
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdThread, AChangerRemovedMeanwhileIsLeftAlone) {
+    FakeServer::OnCommand([](std::string_view command) {
+        if (command == kEject) {
+            EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+        }
+    });
+    Run();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_FALSE(IsKnown(kChanger));
+}
+
+// The old worker's end takes off what a new worker has put on.
+TEST_F(MediaIdThread, AChangerAddedAnewLosesTheEntryOfItsNewWorker) {
+    EXPECT_EQ(Start(), Chain());
+    AddChanger(kChanger);
+    EXPECT_EQ(Start(), Chain());
+    EXPECT_EQ(HeldThreads::Count(), 2U);
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    HeldThreads::RunNext();
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
+    EXPECT_EQ(Start(), Chain());
+    ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
+    HeldThreads::RunNext();
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("MediaIdState:123, RemoveStorageElemFromMediaIdInProgressList: fail get in "
+                    "progress arr",
+                    "MediaIdThread:123, RunMediaIdThread: fail remove changer GUID "
+                    "FEDCBA9876543210/storage elem 5"));
+    EXPECT_FALSE(StateLock::IsHeld());
+}
+
+// Whatever is refused, the thread ends without the lock and without its memory.
+TEST_F(MediaIdThread, EndsWellWhenMemoryRunsOut) {
+    bool saidKnown = false;
+    bool saidRemove = false;
+    ASSERT_EQ(Start(), Chain());
+    SweepAllocationFaults(
+        [](std::size_t) { HeldThreads::RunNext(); },
+        [&](std::size_t, bool happened) {
+            EXPECT_FALSE(StateLock::IsHeld());
+            EXPECT_TRUE(happened || !IsInProgress(kChanger, kElem));
+            for (const std::string& line : log_.Take()) {
+                saidKnown |= line.ends_with("fail IsChangerInList for GUID FEDCBA9876543210");
+                saidRemove |= line.find("fail remove changer GUID "
+                                        "FEDCBA9876543210/storage elem 5") != std::string::npos;
+            }
+            if (happened) {
+                EXPECT_EQ(Start(), Chain());
+            }
+        });
+    EXPECT_TRUE(saidKnown);
+    EXPECT_TRUE(saidRemove);
+}
+
+} // namespace

@@ -1,0 +1,59 @@
+#ifndef TESTS_UNIT_TRAYPROBED_MOUNTEDCHANGER_H
+#define TESTS_UNIT_TRAYPROBED_MOUNTEDCHANGER_H
+
+/* A known changer whose file system is a temporary tree, mounted when the test says so. */
+
+#include "FakeServer.h"
+#include "FileSystemSeams.h"
+#include "HeldThreads.h"
+#include "Journal.h"
+#include "Store.h"
+
+#include "support/TemporaryTree.h"
+#include "trayprobed/ChangerFSCacheState.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+
+#include <gmock/gmock.h>
+
+constexpr const char* kWalkSource = "trayprobed/ChangerFSCacheThread";
+
+class MountedChanger : public Store {
+protected:
+    MountedChanger() : seams_(tree_.Root()) {
+        EXPECT_EQ(InitChangerFSCacheState(), nullptr);
+        AddChanger(kChanger);
+        FakeServer::Reset();
+        Journal::Take();
+    }
+    ~MountedChanger() override {
+        EXPECT_FALSE(StateLock::IsHeld());
+        TermChangerFSCacheState();
+        FakeServer::Reset();
+    }
+
+    void Mount() const {
+        Mount(tree_.Root());
+    }
+    static void Mount(const std::string& path) {
+        EXPECT_EQ(TakeChain(AddChangerFSToList(kChanger, "sr0", path.c_str())), Chain());
+    }
+    void MakeMediaRoot(std::string_view directory, int storageElem = 5) const {
+        tree_.MakeMediaRoot(directory, kChanger & INT64_MAX, storageElem);
+    }
+    static void SetAbort(SInt32 shouldAbort) {
+        EXPECT_EQ(TakeChain(SetChangerShouldAbortOperation(kChanger, shouldAbort)), Chain());
+    }
+    // Walks the whole tree without reporting.
+    Chain Walk(SInt32 descend = 1, FSCacheStatusReport* status = nullptr) const {
+        return TakeChain(CacheFSDirectory(kChanger, tree_.Root().c_str(), descend, status));
+    }
+    std::string LoggedPath(const char* relative) const {
+        return "\"" + tree_.Root() + relative + "\"";
+    }
+
+    TemporaryTree tree_;
+    FileSystemSeams seams_;
+    HeldThreads threads_;
+};
+
+#endif

@@ -1,0 +1,171 @@
+/* What a full build shows through the server, and the record behind it. */
+
+#include "MountedChanger.h"
+
+#include "AllocationFaults.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::string Show(int current, int maximum) {
+    return "show FEDCBA9876543210 trayprobed \"Building changer directory cache\" " +
+           std::to_string(current) + "/" + std::to_string(maximum);
+}
+constexpr const char* kClear = "clear FEDCBA9876543210 trayprobed";
+
+class Progress : public MountedChanger {
+protected:
+    FSCacheStatusReport* Start() const {
+        FSCacheStatusReport* report = nullptr;
+        EXPECT_EQ(
+            TakeChain(StartStatusReportingForFullFSCache(kChanger, tree_.Root().c_str(), &report)),
+            Chain());
+        return report;
+    }
+    // The commands of a whole build, listings left out.
+    std::vector<std::string> Build() const {
+        FSCacheStatusReport* report = Start();
+        EXPECT_EQ(Walk(1, report), Chain());
+        EndStatusReportingForFullFSCache(report);
+        return Commands();
+    }
+    static std::vector<std::string> Commands() {
+        std::vector<std::string> commands = Journal::Take();
+        std::erase_if(commands, [](const std::string& entry) { return entry.starts_with("list"); });
+        return commands;
+    }
+};
+
+TEST_F(Progress, WithoutMediaRootsNothingIsToldTwice) {
+    tree_.MakeDirectory("a");
+    EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 0), kClear));
+}
+
+TEST_F(Progress, EachMediaRootIsAStep) {
+    MakeMediaRoot("one");
+    MakeMediaRoot("folder/two");
+    MakeMediaRoot("folder/three");
+    EXPECT_THAT(Build(),
+                ElementsAre(Show(0, 0), Show(0, 3), Show(1, 3), Show(2, 3), Show(3, 3), kClear));
+}
+
+TEST_F(Progress, AMediaRootInsideAnotherIsNoStep) {
+    MakeMediaRoot("outer");
+    MakeMediaRoot("outer/a/inner");
+    EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 1), Show(1, 1), kClear));
+}
+
+// A disc that is put in between the count and the walk.
+TEST_F(Progress, TheStepMayPassTheMaximum) {
+    MakeMediaRoot("one");
+    FakeServer::OnCommand([&](std::string_view command) {
+        if (command == Show(0, 1))
+            MakeMediaRoot("two");
+    });
+    EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 1), Show(1, 1), Show(2, 1), kClear));
+}
+
+TEST_F(Progress, TheFirstReportComesBeforeTheCount) {
+    FSCacheStatusReport* report = Start();
+    EXPECT_THAT(Journal::Take(), ElementsAre(Show(0, 0), "list .", Show(0, 0)));
+    ASSERT_NE(report, nullptr);
+    EXPECT_EQ(report->changerGUID, kChanger);
+    EXPECT_STREQ(report->message, "Building changer directory cache");
+    EndStatusReportingForFullFSCache(report);
+    Journal::Take();
+}
+
+TEST_F(Progress, AFailedReportEndsTheStart) {
+    FSCacheStatusReport* report = nullptr;
+    for (const int nth : {1, 2}) {
+        FakeServer::Fail("show", nth);
+        report = reinterpret_cast<FSCacheStatusReport*>(this);
+        const Chain chain =
+            TakeChain(StartStatusReportingForFullFSCache(kChanger, tree_.Root().c_str(), &report));
+        ASSERT_EQ(chain.size(), 3U);
+        EXPECT_EQ(chain[1],
+                  (RaisedLink{"fail ChangerServerSetClientStatus", "ReportFSCacheClientStatus",
+                              kWalkSource, kVErrCodeConnectionLost}));
+        EXPECT_EQ(chain[2], (RaisedLink{"fail ReportFSCacheClientStatus",
+                                        "StartStatusReportingForFullFSCache", kWalkSource,
+                                        kVErrCodeConnectionLost}));
+        EXPECT_EQ(report, nullptr);
+    }
+    // Without the first, nothing is counted.
+    EXPECT_THAT(Journal::Take(), ElementsAre(Show(0, 0), Show(0, 0), "list .", Show(0, 0)));
+}
+
+TEST_F(Progress, WithoutMemoryNothingIsShown) {
+    FSCacheStatusReport* report = nullptr;
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(1);
+        err = StartStatusReportingForFullFSCache(kChanger, "/", &report);
+    }
+    EXPECT_EQ(TakeChain(err),
+              (Chain{{"fail malloc", "StartStatusReportingForFullFSCache", kWalkSource}}));
+    EXPECT_EQ(report, nullptr);
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(Progress, ADirectoryThatCannotBeCountedDoesNotStopTheStart) {
+    MakeMediaRoot("one");
+    FileSystemSeams::FailListing(".", EIO);
+    FSCacheStatusReport* report = Start();
+    EXPECT_THAT(Commands(), ElementsAre(Show(0, 0), Show(0, 0)));
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("ChangerFSCacheThread:123, CountMediaRootDirectories: fail scandir on " +
+                    LoggedPath("") + " (err = 5)"));
+    EndStatusReportingForFullFSCache(report);
+    Journal::Take();
+}
+
+TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
+    FSCacheStatusReport report = {kChanger, "m", 65535, 3, 0};
+    EXPECT_EQ(StatusReportingEnterMedia(&report), nullptr);
+    EXPECT_EQ(StatusReportingEnterMedia(&report), nullptr);
+    EXPECT_EQ(report.mediaDepth, 2);
+    EXPECT_EQ(StatusReportingExitMedia(&report), nullptr);
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+    EXPECT_EQ(StatusReportingExitMedia(&report), nullptr);
+    EXPECT_EQ(report.mediaDepth, 0);
+    EXPECT_THAT(Journal::Take(), ElementsAre("show FEDCBA9876543210 trayprobed \"m\" 0/3"));
+}
+
+// Every report says that no abort is requested: it may undo a user's.
+TEST_F(Progress, NoReportAsksForAnAbort) {
+    SetAbort(1);
+    const FSCacheStatusReport report = {kChanger, "m", 1, 2, 0};
+    EXPECT_EQ(ReportFSCacheClientStatus(&report), nullptr);
+    EXPECT_THAT(Journal::Take(), ElementsAre("show FEDCBA9876543210 trayprobed \"m\" 1/2"));
+}
+
+// The record stays, in case the status is ever looked for.
+TEST_F(Progress, AStatusThatCannotBeClearedKeepsItsRecord) {
+    FSCacheStatusReport* report = Start();
+    FakeServer::Fail("clear");
+    EndStatusReportingForFullFSCache(report);
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(kServerFailureLine,
+                            "ChangerFSCacheThread:123, ResetStatusReporting: fail "
+                            "ChangerServerClearClientStatus (VErrCode = 1005)",
+                            "ChangerFSCacheThread:123, EndStatusReportingForFullFSCache: fail "
+                            "ResetStatusReporting (VErrCode = 1005)"));
+    EXPECT_EQ(report->changerGUID, kChanger);
+    free(report);
+    Journal::Take();
+}
+
+TEST_F(Progress, ResettingClearsOurStatus) {
+    EXPECT_EQ(ResetStatusReporting(kChanger), nullptr);
+    EXPECT_THAT(Journal::Take(), ElementsAre(kClear));
+    EXPECT_STREQ(k_fsCacheThreadStatusClient, "trayprobed");
+}
+
+} // namespace

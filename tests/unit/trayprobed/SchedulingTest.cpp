@@ -1,0 +1,296 @@
+/* The choice of the next disc to identify. */
+
+#include "Journal.h"
+#include "ManagedChangers.h"
+
+#include "AllocationFaults.h"
+#include "trayprobed/MediaIdManager.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+class Scheduling : public ManagedChangers {
+protected:
+    Scheduling() {
+        AddChanger(kChanger);
+    }
+
+    // What is started for a changer with these media and, perhaps, other changes.
+    std::vector<std::string> Start(std::initializer_list<Value> media,
+                                   std::initializer_list<Entry> changes = {}) {
+        auto changer = Changer(kChanger, changes);
+        CFDictionarySetValue(changer, CFSTR("Changer Media Info"), Array(media));
+        EXPECT_THAT(Handle(HandleStartingMediaId, changer), IsEmpty());
+        return Journal::Take();
+    }
+    std::vector<std::string> FailedStart(std::initializer_list<Value> media,
+                                         std::initializer_list<Entry> changes = {}) {
+        auto changer = Changer(kChanger, changes);
+        CFDictionarySetValue(changer, CFSTR("Changer Media Info"), Array(media));
+        std::vector<std::string> messages = MessagesOf(HandleStartingMediaId, changer);
+        EXPECT_THAT(Journal::Take(), IsEmpty());
+        return messages;
+    }
+    static void SetInProgress(std::initializer_list<UInt16> elems) {
+        for (const UInt16 elem : elems)
+            EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, elem), nullptr);
+    }
+};
+
+// A medium in that slot, identified, not requested and not mounted, changed by these entries.
+Held<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {}) {
+    auto medium = Dictionary({{"Media Kind", 1},
+                              {"Media Storage Element Index", storageElem},
+                              {"Media Identify Time", 1700000000},
+                              {"Media Mount State", 0}});
+    for (const Entry& change : changes)
+        CFDictionarySetValue(medium, Text(change.key), change.value.Get());
+    return medium;
+}
+Held<CFMutableDictionaryRef> New(int storageElem) {
+    return Medium(storageElem, {{"Media Identify Time", 0}});
+}
+Held<CFMutableDictionaryRef> Requested(int storageElem) {
+    return Medium(storageElem, {{"Media Request Identification", true}});
+}
+Held<CFMutableDictionaryRef> Mounted(int storageElem, SInt64 state) {
+    return Medium(storageElem, {{"Media Mount State", state}});
+}
+
+std::string Identify(int storageElem) {
+    return "identify FEDCBA9876543210/" + std::to_string(storageElem);
+}
+
+// ---- which ----
+
+TEST_F(Scheduling, ARequestComesBeforeANewMedium) {
+    EXPECT_THAT(Start({Medium(0), New(1), Medium(2), Medium(3), Medium(4), Requested(5)}),
+                ElementsAre(Identify(5)));
+}
+
+TEST_F(Scheduling, TheLowestPositionWinsWhateverItsSlot) {
+    EXPECT_THAT(Start({Medium(7), Requested(6), Requested(2)}), ElementsAre(Identify(6)));
+    EXPECT_THAT(Start({Medium(7), New(9), New(2)}, {{"Data Transfer Element Count", 5}}),
+                ElementsAre(Identify(9)));
+}
+
+TEST_F(Scheduling, AnIdentifiedMediumIsLeftUnlessRequested) {
+    EXPECT_THAT(Start({Medium(0), Medium(1, {{"Media Identify Time", -1}})}), IsEmpty());
+    EXPECT_THAT(Start({Medium(0), Requested(1)}), ElementsAre(Identify(1)));
+}
+
+TEST_F(Scheduling, OnlyTheTrueObjectIsARequest) {
+    for (const Value& value : {Value(false), Value(1), Value("true")})
+        EXPECT_THAT(Start({Medium(0, {{"Media Request Identification", value}})}), IsEmpty());
+}
+
+TEST_F(Scheduling, AnEmptySlotIsNeverPicked) {
+    EXPECT_THAT(Start({Medium(0, {{"Media Kind", 0},
+                                  {"Media Request Identification", true},
+                                  {"Media Identify Time", 0}})}),
+                IsEmpty());
+    // Of an empty slot nothing more is read.
+    EXPECT_THAT(Start({Dictionary({{"Media Kind", 0}, {"Media Mount State", 0}}), New(1)}),
+                ElementsAre(Identify(1)));
+}
+
+TEST_F(Scheduling, AMediumBeingIdentifiedIsSkipped) {
+    SetInProgress({1});
+    EXPECT_THAT(Start({Requested(1), Requested(2)}), ElementsAre(Identify(2)));
+}
+
+TEST_F(Scheduling, ANewMediumIsTakenWhenEveryRequestIsBeingServed) {
+    SetInProgress({1});
+    EXPECT_THAT(Start({Requested(1), New(2)}), ElementsAre(Identify(2)));
+}
+
+TEST_F(Scheduling, SlotsAbove32767AreMetAgain) {
+    SetInProgress({40000});
+    EXPECT_THAT(Start({Requested(40000), Requested(-25536)}), IsEmpty());
+}
+
+TEST_F(Scheduling, WithoutMediaNothingStarts) {
+    EXPECT_THAT(Start({}), IsEmpty());
+}
+
+// ---- whether automatically ----
+
+TEST_F(Scheduling, TheChangersPreferenceGoesBeforeTheGlobalFlag) {
+    const auto off = Dictionary({{"IdentifyMediaOnInsert", false}});
+    const auto on = Dictionary({{"IdentifyMediaOnInsert", true}});
+    EXPECT_THAT(Start({New(1)}, {{"Changer Preferences", off}}), IsEmpty());
+    EXPECT_THAT(Start({New(1), Requested(2)}, {{"Changer Preferences", off}}),
+                ElementsAre(Identify(2)));
+    EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
+    EXPECT_THAT(Start({New(1)}, {{"Changer Preferences", on}}), ElementsAre(Identify(1)));
+}
+
+TEST_F(Scheduling, WithoutAPreferenceTheGlobalFlagDecides) {
+    EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
+    EXPECT_THAT(Start({New(1)}), IsEmpty());
+    EXPECT_THAT(Start({New(1), Requested(2)}), ElementsAre(Identify(2)));
+    EXPECT_EQ(SetGlobalShouldIdMedia(1), nullptr);
+    EXPECT_THAT(Start({New(1)}), ElementsAre(Identify(1)));
+}
+
+TEST_F(Scheduling, ThePreferenceToWalkDownIsHandedOn) {
+    EXPECT_THAT(
+        Start({New(1)}, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", true}})}}),
+        ElementsAre(Identify(1) + " down"));
+    EXPECT_THAT(
+        Start({New(2)}, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", 1}})}}),
+        ElementsAre(Identify(2)));
+}
+
+// ---- whether at all ----
+
+TEST_F(Scheduling, OneIsAlwaysAllowedHoweverManyAreMounted) {
+    EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 2), New(2)}), ElementsAre(Identify(2)));
+}
+
+TEST_F(Scheduling, OneIsAllowedWithoutDrives) {
+    EXPECT_THAT(Start({New(0)}, {{"Data Transfer Element Count", 0}}), ElementsAre(Identify(0)));
+}
+
+TEST_F(Scheduling, AnotherNeedsADriveForItsMountAndForItself) {
+    SetInProgress({0});
+    EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 1), New(2)}), IsEmpty());
+    EXPECT_THAT(Start({Mounted(0, 1), Medium(1), New(2)}), ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({Medium(0), Medium(1), New(3)}), IsEmpty()); // two run now
+    EXPECT_THAT(Start({Medium(0), New(3)}, {{"Data Transfer Element Count", 3}}),
+                ElementsAre(Identify(3)));
+}
+
+TEST_F(Scheduling, DrivesAreCountedIn16Bits) {
+    SetInProgress({0});
+    EXPECT_THAT(Start({New(2)}, {{"Data Transfer Element Count", 40000}}),
+                ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({New(3)}, {{"Data Transfer Element Count", -1}}), ElementsAre(Identify(3)));
+}
+
+TEST_F(Scheduling, EveryStateBut0And64CountsAsMounted) {
+    UInt16 count = 9;
+    const auto media = Array({Mounted(0, 0), Mounted(1, 0x40), Mounted(2, 1), Mounted(3, 2),
+                              Mounted(4, 0x41), Mounted(5, 0x40000000), Mounted(6, -1)});
+    EXPECT_EQ(CountChangerMountedMedia(media, &count), nullptr);
+    EXPECT_EQ(count, 5);
+}
+
+// ---- failures ----
+
+TEST_F(Scheduling, ACountEndsWithTheFirstFailure) {
+    UInt16 count = 9;
+    const auto media = Array({Mounted(0, 1), Dictionary(), Mounted(2, 1)});
+    EXPECT_THAT(TakeMessages(CountChangerMountedMedia(media, &count)),
+                ElementsAre("fail get value from dict", "fail get media mount state"));
+    EXPECT_THAT(FailedStart({Dictionary(), New(1)}),
+                ElementsAre("fail get value from dict", "fail get media mount state",
+                            "fail CountChangerMountedMedia for changer GUID FEDCBA9876543210"));
+}
+
+TEST_F(Scheduling, TheChangersEntryMustHoldWhatIsRead) {
+    struct Case {
+        const char* key;
+        std::vector<std::string> messages;
+    };
+    const Case cases[] = {
+        {"Changer Preferences", {"fail get changer preferences"}},
+        {"GUID", {"fail get value from dict", "fail get changer GUID from changer info dict"}},
+        {"Changer Media Info", {"fail get changer media array for changer GUID FEDCBA9876543210"}},
+        {"Data Transfer Element Count",
+         {"fail get value from dict",
+          "fail get count of data transfer elements for changer GUID FEDCBA9876543210"}},
+    };
+    for (const Case& each : cases) {
+        EXPECT_EQ(MessagesOf(HandleStartingMediaId, Without(Changer(kChanger), each.key)),
+                  each.messages);
+        if (each.messages.size() == 1) { // a collection of another type is absent
+            EXPECT_EQ(MessagesOf(HandleStartingMediaId, Changer(kChanger, {{each.key, "text"}})),
+                      each.messages);
+        }
+    }
+}
+
+TEST_F(Scheduling, APreferenceThatIsNoBooleanFails) {
+    EXPECT_THAT(FailedStart({New(1)},
+                            {{"Changer Preferences", Dictionary({{"IdentifyMediaOnInsert", 1}})}}),
+                ElementsAre("bool neither true nor false",
+                            "fail get should id media flag from changer prefs"));
+}
+
+TEST_F(Scheduling, AnUnknownChangerFails) {
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    EXPECT_THAT(FailedStart({New(1)}),
+                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
+                            "fail GetMediaIdInProgressCount for changer GUID FEDCBA9876543210"));
+}
+
+// Of a bad medium the scan does not get past, not even for one behind it.
+TEST_F(Scheduling, AMediumWithoutItsKeysEndsTheScan) {
+    const std::string manual = "fail SpawnNextManualMediaId for changer GUID FEDCBA9876543210";
+    const std::string automatic =
+        "fail SpawnNextAutomaticMediaId for changer GUID FEDCBA9876543210";
+    EXPECT_THAT(
+        FailedStart({Medium(0), Without(Medium(1), "Media Kind"), Requested(2)}),
+        ElementsAre("fail get value from dict", "fail get media kind for media index 1", manual));
+    EXPECT_THAT(
+        FailedStart(
+            {Medium(0), Without(Requested(1), "Media Storage Element Index"), Requested(2)}),
+        ElementsAre("fail get value from dict", "fail get storage element for media 1", manual));
+    EXPECT_THAT(FailedStart({Medium(0), Without(New(1), "Media Identify Time"), New(2)}),
+                ElementsAre("fail get value from dict", "fail get media identify time", automatic));
+    EXPECT_THAT(FailedStart({Medium(0, {{"Media Kind", "1"}}), Requested(2)}),
+                ElementsAre(StartsWith("fail get num as "), "fail get media kind for media index 0",
+                            manual));
+}
+
+// The manual scan does not look at the identify time, the automatic one not at the request.
+TEST_F(Scheduling, EachScanReadsOnlyItsOwnKey) {
+    EXPECT_THAT(Start({Without(Requested(1), "Media Identify Time")}), ElementsAre(Identify(1)));
+}
+
+TEST_F(Scheduling, AFailedStartIsToldByTheThreadsName) {
+    g_fakes.failing = "StartMediaId";
+    EXPECT_THAT(
+        MessagesOf(HandleStartingMediaId,
+                   Changer(kChanger, {{"Changer Media Info", Array({New(5), New(6)})}})),
+        ElementsAre("fail on purpose",
+                    "fail RunMediaIdThread for changer GUID FEDCBA9876543210/storage elem 5",
+                    "fail SpawnNextAutomaticMediaId for changer GUID FEDCBA9876543210"));
+    EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
+}
+
+TEST_F(Scheduling, AFailedManualScanIsNotFollowedByTheAutomaticOne) {
+    g_fakes.failing = "StartMediaId";
+    EXPECT_EQ(MessagesOf(HandleStartingMediaId,
+                         Changer(kChanger, {{"Changer Media Info", Array({Requested(5), New(6)})}}))
+                  .back(),
+              "fail SpawnNextManualMediaId for changer GUID FEDCBA9876543210");
+    EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
+}
+
+TEST_F(Scheduling, WithoutMemoryTheListCannotBeRead) {
+    const auto media = Array({Requested(40000)});
+    std::set<std::string> newest;
+    VErrLink* err = nullptr;
+    SInt32 started = 0;
+    SweepAllocationFaults(
+        [&](std::size_t) { err = SpawnNextManualMediaId(kChanger, media, 0, &started); },
+        [&](std::size_t, bool happened) {
+            EXPECT_EQ(err != nullptr, happened);
+            EXPECT_EQ(started, happened ? 0 : 1);
+            const Chain chain = TakeChain(err);
+            if (!chain.empty())
+                newest.insert(chain.back().message);
+        });
+    EXPECT_THAT(newest, testing::Contains("fail IsStorageElemOnInProgressList for changer GUID "
+                                          "FEDCBA9876543210/storage elem 40000"));
+    Journal::Take();
+}
+
+} // namespace

@@ -1,0 +1,222 @@
+/* Listing one disc: its media roots in the changer's root, and the wait for them. */
+
+#include "FakeTime.h"
+#include "MountedChanger.h"
+
+#include <cerrno>
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+constexpr UInt16 kElem = 5;
+
+class SingleDisc : public MountedChanger {
+protected:
+    SingleDisc() : time_(1700000000, 1) {}
+
+    // One round; whether it cached anything.
+    bool Update(SInt32 descend = 1) const {
+        SInt32 cached = 2;
+        EXPECT_EQ(
+            TakeChain(RunAFSCacheUpdate(kChanger, kElem, descend, tree_.Root().c_str(), &cached)),
+            Chain());
+        return cached == 1;
+    }
+    static Chain Run(SInt32 descend = 1) {
+        return TakeChain(RunFSCache(kChanger, kElem, descend));
+    }
+    // What the server's last list says about the disc.
+    void SaveMedium(int identifyTime, bool hasFileSystem) {
+        const auto medium =
+            Dictionary({{"Media Identify Time", identifyTime},
+                        {"Media Partition Info",
+                         Array({Dictionary({{"Partition Has File System", hasFileSystem}})})}});
+        const auto list = Array({Dictionary(
+            {{"GUID", static_cast<SInt64>(kChanger)},
+             {"Changer Media Info", Array({false, false, false, false, false, medium})}})});
+        SaveInfoList(list);
+    }
+
+    FakeTime time_; // each look at the clock takes a second
+};
+
+// ---- one round ----
+
+TEST_F(SingleDisc, EveryPartitionOfTheDiscIsListedInOneRound) {
+    MakeMediaRoot("s1");
+    MakeMediaRoot("s2");
+    MakeMediaRoot("other", 6);
+    tree_.MakeDirectory("s1/a");
+    tree_.MakeDirectory("plain/a");
+    tree_.Write("file", "");
+    EXPECT_TRUE(Update());
+    EXPECT_THAT(Journal::Take(),
+                UnorderedElementsAre("list ./", "list ./s1", "list ./s1/a", "list ./s2"));
+}
+
+TEST_F(SingleDisc, WithoutDescendTheMediaRootItselfIsListed) {
+    MakeMediaRoot("s1");
+    tree_.MakeDirectory("s1/a");
+    EXPECT_TRUE(Update(0));
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./s1"));
+}
+
+TEST_F(SingleDisc, AnEmptyMediaRootIsASuccess) {
+    MakeMediaRoot("s1");
+    EXPECT_TRUE(Update());
+    Journal::Take();
+}
+
+TEST_F(SingleDisc, WithoutItsMediaRootNothingIsCached) {
+    MakeMediaRoot("other", 6);
+    MakeMediaRoot("folder/s1");
+    EXPECT_FALSE(Update());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
+}
+
+TEST_F(SingleDisc, ARootThatCannotBeListedIsQuiet) {
+    MakeMediaRoot("s1");
+    FileSystemSeams::FailListing("./", EIO);
+    EXPECT_FALSE(Update());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
+}
+
+TEST_F(SingleDisc, ASlashAtTheEndOfTheMountPathIsNotDoubled) {
+    MakeMediaRoot("s1");
+    SInt32 cached = 0;
+    EXPECT_EQ(RunAFSCacheUpdate(kChanger, kElem, 1, tree_.Path("").c_str(), &cached), nullptr);
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./s1"));
+}
+
+// No status is taken here: what the entry is does not matter, only its info file.
+TEST_F(SingleDisc, EntriesOfTheRootMayBeLinksOrTheRootItself) {
+    tree_.MakeMediaRoot("folder/s1", 7, kElem);
+    tree_.Link("folder/s1", "link");
+    EXPECT_TRUE(Update());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./link"));
+    MakeMediaRoot("");
+    EXPECT_TRUE(Update(0));
+    EXPECT_THAT(Journal::Take(), UnorderedElementsAre("list ./", "list ./link", "list ./."));
+}
+
+TEST_F(SingleDisc, AMediaRootThatCannotBeListedIsLoggedAndCountsAsCached) {
+    MakeMediaRoot("s1");
+    FileSystemSeams::FailListing("./s1", EACCES);
+    EXPECT_TRUE(Update());
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on " +
+                            LoggedPath("/s1") + " (err = 13)"));
+    Journal::Take();
+}
+
+TEST_F(SingleDisc, AnAbortEndsTheRoundAsASuccess) {
+    for (const char* root : {"s1", "s2", "s3"}) {
+        MakeMediaRoot(root);
+        tree_.MakeDirectory(std::string(root) + "/a");
+    }
+    SetAbort(1);
+    EXPECT_FALSE(Update());
+    EXPECT_THAT(Journal::Take(), SizeIs(3)); // the root, one disc, one directory
+}
+
+TEST_F(SingleDisc, AFailedWalkNamesItsMediaRoot) {
+    Mount();
+    SaveMedium(0, false);
+    MakeMediaRoot("s1");
+    tree_.MakeDirectory("s1/a");
+    StateLock::FailLock(EINVAL);
+    EXPECT_EQ(Run(), (Chain{{"fail pthread_mutex_lock", "LockMediaIdState",
+                             "trayprobed/MediaIdState", EINVAL},
+                            {"fail LockMediaIdState", "CacheFSDirectory", kWalkSource, EINVAL},
+                            {"fail CacheFSMediaRoot for " + LoggedPath("/s1"), "RunAFSCacheUpdate",
+                             kWalkSource, EINVAL},
+                            {"fail RunAFSCacheUpdate", "RunFSCache", kWalkSource, EINVAL}}));
+    EXPECT_THAT(Journal::Take(), SizeIs(3));
+}
+
+// ---- the wait ----
+
+TEST_F(SingleDisc, WithoutAMountedFileSystemNothingIsListed) {
+    MakeMediaRoot("s1");
+    EXPECT_EQ(Run(), Chain()); // not even the missing info list is noticed
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(SingleDisc, APathThatDoesNotFitFails) {
+    Mount("/" + std::string(1023, 'd'));
+    EXPECT_EQ(Run().back(), (RaisedLink{"fail GetChangerFSMountPath", "RunFSCache", kWalkSource}));
+}
+
+TEST_F(SingleDisc, WithoutAnInfoListFails) {
+    Mount();
+    EXPECT_EQ(Run(), (Chain{{"info list array is still NULL", "MediaHasMountablePartitions",
+                             "trayprobed/MediaIdState"},
+                            {"fail MediaHasMountablePartitions", "RunFSCache", kWalkSource}}));
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(SingleDisc, EndsWithTheFirstRoundThatCachedAnything) {
+    Mount();
+    SaveMedium(0, false);
+    FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
+        if (++round == 3)
+            MakeMediaRoot("s1");
+    });
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./", "list ./", "list ./s1"));
+}
+
+TEST_F(SingleDisc, AnIdentifiedDiscWithoutFileSystemTakesOneRound) {
+    Mount();
+    SaveMedium(1, false);
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
+}
+
+TEST_F(SingleDisc, TenSecondsAreTheLongestWait) {
+    Mount();
+    SaveMedium(1, true);
+    EXPECT_EQ(Run(), Chain());
+    const std::vector<std::string> journal = Journal::Take();
+    EXPECT_THAT(journal, SizeIs(10)); // one a second, since the start
+    EXPECT_THAT(journal, Each("list ./"));
+}
+
+TEST_F(SingleDisc, TheWaitEndsWhenTheDiscTurnsOutToHoldNothing) {
+    Mount();
+    SaveMedium(0, false);
+    FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
+        if (++round == 2)
+            SaveMedium(1, false);
+    });
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), SizeIs(3));
+}
+
+// Deliberate: the aborted disc is begun anew until the time is up.
+TEST_F(SingleDisc, AnAbortedDiscIsASuccessOnlyAfterTheWait) {
+    Mount();
+    SaveMedium(1, true);
+    MakeMediaRoot("s1");
+    tree_.MakeDirectory("s1/a");
+    SetAbort(1);
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), SizeIs(30));
+}
+
+TEST_F(SingleDisc, TheStateLockIsNeverHeldWhileListing) {
+    Mount();
+    SaveMedium(1, true);
+    MakeMediaRoot("s1");
+    tree_.MakeDirectory("s1/a/b");
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), testing::Not(Contains(testing::HasSubstr("(locked)"))));
+}
+
+} // namespace

@@ -1,0 +1,80 @@
+#ifndef TESTS_UNIT_TRAYPROBED_STORE_H
+#define TESTS_UNIT_TRAYPROBED_STORE_H
+
+/* The store of changers, made for one test, and ways to read it without ceremony. */
+
+#include "StateLock.h"
+#include "support/Chain.h"
+#include "support/LogCapture.h"
+#include "support/PropertyLists.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <vector>
+
+constexpr UInt64 kChanger = 0xFEDCBA9876543210; // needs all 64 bits
+constexpr UInt64 kOtherChanger = 0x123456789;
+constexpr const char* kChangerText = "FEDCBA9876543210";
+
+class Store : public testing::Test {
+protected:
+    Store() {
+        EXPECT_EQ(TakeChain(StateLock::InitStore()), Chain());
+    }
+    // Earlier lists are the store's for ever; whoever counts takes them back.
+    ~Store() override {
+        TermMediaIdState();
+        for (CFArrayRef list : replacedLists_)
+            CFRelease(list);
+    }
+
+    void AddChanger(UInt64 changerGUID) const {
+        EXPECT_EQ(TakeChain(AddChangerToList(changerGUID)), Chain());
+    }
+    bool IsKnown(UInt64 changerGUID) const {
+        SInt32 isKnown = 2;
+        EXPECT_EQ(TakeChain(IsChangerInList(changerGUID, &isKnown)), Chain());
+        return isKnown == 1;
+    }
+    UInt32 InProgressCount(UInt64 changerGUID) const {
+        UInt32 count = 999;
+        EXPECT_EQ(TakeChain(GetMediaIdInProgressCount(changerGUID, &count)), Chain());
+        return count;
+    }
+    bool IsInProgress(UInt64 changerGUID, UInt16 storageElem) const {
+        SInt32 isOnList = 2;
+        EXPECT_EQ(TakeChain(IsStorageElemOnInProgressList(changerGUID, storageElem, &isOnList)),
+                  Chain());
+        return isOnList == 1;
+    }
+    bool IsBuilding(UInt64 changerGUID) const {
+        SInt32 inProgress = 2;
+        EXPECT_EQ(TakeChain(GetChangerFSCacheBuildInProgress(changerGUID, &inProgress)), Chain());
+        return inProgress == 1;
+    }
+    bool ShouldAbort(UInt64 changerGUID) const {
+        SInt32 shouldAbort = 2;
+        EXPECT_EQ(TakeChain(GetChangerShouldAbortOperation(changerGUID, &shouldAbort)), Chain());
+        return shouldAbort == 1;
+    }
+    void SaveInfoList(CFArrayRef list) {
+        EXPECT_EQ(SaveChangerInfoList(list), nullptr);
+        NoteSavedList(list);
+    }
+    // The store now holds a reference to that list.
+    void NoteSavedList(CFArrayRef list) {
+        if (savedList_ != nullptr)
+            replacedLists_.push_back(savedList_);
+        savedList_ = list;
+    }
+
+    LogCapture log_;
+
+private:
+    CFArrayRef savedList_ = nullptr;
+    std::vector<CFArrayRef> replacedLists_;
+};
+
+#endif

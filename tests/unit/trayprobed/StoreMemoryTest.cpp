@@ -1,0 +1,142 @@
+/* The store when memory runs out: each allocation of each operation refused in turn. */
+
+#include "Store.h"
+
+#include "AllocationFaults.h"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+
+using testing::UnorderedElementsAreArray;
+
+namespace {
+
+using Messages = std::set<std::string>;
+
+class StoreMemory : public Store {
+protected:
+    StoreMemory() {
+        AddChanger(kChanger);
+    }
+
+    // The changer's whole state as text.
+    static std::string State() {
+        Held<CFMutableDictionaryRef> dict;
+        VErrCatchAny(GetChangerDictForGUID(kChanger, dict.Out()));
+        return XmlOf(dict);
+    }
+    static void Prepare() {
+        EXPECT_EQ(AddChangerToList(kChanger), nullptr);
+        EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 40000), nullptr);
+    }
+
+    // Each failure leaves the state as it was and is told by one of these messages, the newest
+    // link's; each of them comes.
+    static void ExpectAllOrNothing(const std::function<VErrLink*()>& operation,
+                                   const Messages& expected) {
+        Prepare();
+        const std::string before = State();
+        ASSERT_EQ(TakeChain(operation()), Chain());
+        const std::string after = State();
+        Prepare();
+
+        Messages seen;
+        VErrLink* err = nullptr;
+        SweepAllocationFaults([&](std::size_t) { err = operation(); },
+                              [&](std::size_t nth, bool happened) {
+                                  EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
+                                  EXPECT_EQ(State(), happened ? before : after)
+                                      << "allocation " << nth;
+                                  const Chain chain = TakeChain(err);
+                                  if (!chain.empty())
+                                      seen.insert(chain.back().message);
+                                  Prepare();
+                              });
+        EXPECT_THAT(seen, UnorderedElementsAreArray(expected));
+    }
+
+private:
+    static void VErrCatchAny(VErrLink* err) {
+        VErrCatch(&err);
+    }
+};
+
+TEST_F(StoreMemory, Lookups) {
+    SInt32 flag = 0;
+    UInt32 count = 0;
+    ExpectAllOrNothing([&] { return IsChangerInList(kChanger, &flag); },
+                       {"fail alloc changer GUID number"});
+    ExpectAllOrNothing([&] { return GetMediaIdInProgressCount(kChanger, &count); },
+                       {"fail GetChangerDictForGUID"});
+    ExpectAllOrNothing(
+        [&] { return IsStorageElemOnInProgressList(kChanger, 40000, &flag); },
+        {"fail create CFNumber for storage elem index", "fail GetChangerDictForGUID"});
+    ExpectAllOrNothing([&] { return GetChangerFSCacheBuildInProgress(kChanger, &flag); },
+                       {"fail GetChangerDictForGUID"});
+    ExpectAllOrNothing([&] { return GetChangerShouldAbortOperation(kChanger, &flag); },
+                       {"fail GetChangerDictForGUID"});
+}
+
+TEST_F(StoreMemory, Copies) {
+    ExpectAllOrNothing(
+        [] {
+            Held<CFMutableDictionaryRef> dict;
+            return GetChangerDictForGUID(kChanger, dict.Out());
+        },
+        {"fail alloc changer GUID number", "fail create mutable copy of found dictionary"});
+    ExpectAllOrNothing(
+        [] {
+            Held<CFArrayRef> list;
+            return GetChangerList(list.Out());
+        },
+        {"fail alloc changer GUID buffer", "fail create changer list array"});
+}
+
+TEST_F(StoreMemory, Changers) {
+    ExpectAllOrNothing([] { return RemoveChangerFromList(kChanger); },
+                       {"fail alloc changer GUID number"});
+    const auto state = Dictionary({{"In Progress", Array()}});
+    ExpectAllOrNothing([&] { return SetChangerDictForGUID(kChanger, state); },
+                       {"fail alloc changer GUID number"});
+}
+
+TEST_F(StoreMemory, Flags) {
+    ExpectAllOrNothing([] { return SetChangerFSCacheBuildInProgress(kChanger, 1); },
+                       {"fail GetChangerDictForGUID", "fail SetChangerDictForGUID"});
+    ExpectAllOrNothing([] { return SetChangerShouldAbortOperation(kChanger, 1); },
+                       {"fail GetChangerDictForGUID", "fail SetChangerDictForGUID"});
+}
+
+TEST_F(StoreMemory, ElementsInProgress) {
+    ExpectAllOrNothing(
+        [] { return AddStorageElemToMediaIdInProgressList(kChanger, 50000); },
+        {"fail GetChangerDictForGUID", "fail create CFNumber from storage elem index",
+         "fail create mutable copy of in progress array", "fail SetChangerDictForGUID"});
+    ExpectAllOrNothing([] { return RemoveStorageElemFromMediaIdInProgressList(kChanger, 40000); },
+                       {"fail GetChangerDictForGUID", "fail create CFNumber for storage elem index",
+                        "fail create mutable copy of in progress arr",
+                        "fail SetChangerDictForGUID"});
+}
+
+// A list that has to grow for it, or not.
+TEST_F(StoreMemory, ListsOfAnyLength) {
+    for (UInt16 count = 0; count < 20; ++count) {
+        VErrLink* err = nullptr;
+        SweepAllocationFaults(
+            [&](std::size_t) { err = AddStorageElemToMediaIdInProgressList(kChanger, count); },
+            [&](std::size_t nth, bool happened) {
+                EXPECT_EQ(err != nullptr, happened) << count << ", allocation " << nth;
+                EXPECT_EQ(InProgressCount(kChanger), happened ? count : count + 1U);
+                TakeChain(err);
+            });
+    }
+}
+
+TEST_F(StoreMemory, AddingAChanger) {
+    ExpectAllOrNothing([] { return AddChangerToList(kChanger); },
+                       {"fail alloc changer GUID number", "fail allocate changer dictionary",
+                        "fail alloc media id in-progress array"});
+}
+
+} // namespace

@@ -1,0 +1,440 @@
+/* The walk over a tree of directories, and the count of the media roots in it. */
+
+#include "MountedChanger.h"
+
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <set>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+class Walking : public MountedChanger {
+protected:
+    UInt16 Count(UInt16 count = 0) const {
+        EXPECT_EQ(TakeChain(CountMediaRootDirectories(tree_.Root().c_str(), &count)), Chain());
+        return count;
+    }
+
+    // A directory whose path has so many bytes, in a chain of directories; gives its descriptor.
+    int MakePathOf(std::size_t length) const {
+        int directory = open(tree_.Root().c_str(), O_RDONLY | O_DIRECTORY);
+        std::size_t remaining = length - tree_.Root().size();
+        while (remaining > 0) {
+            // Never leave just the slash.
+            std::size_t size = std::min<std::size_t>(remaining, 101);
+            if (remaining - size == 1)
+                --size;
+            const std::string name(size - 1, 'd');
+            EXPECT_EQ(mkdirat(directory, name.c_str(), 0700), 0);
+            const int child = openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY);
+            close(directory);
+            directory = child;
+            remaining -= size;
+        }
+        return directory;
+    }
+};
+
+RaisedLink Raised(const char* message, VErrCode code = kVErrCodeDefault) {
+    return {message, "CacheFSDirectory", kWalkSource, code};
+}
+
+// ---- what is listed ----
+
+TEST(WalkFilter, PassesAllButTheTwoDots) {
+    struct Case {
+        const char* name;
+        bool passes;
+    };
+    for (const Case& each : {Case{".", false}, Case{"..", false}, Case{"...", true},
+                             Case{".hidden", true}, Case{"..x", true}, Case{"a", true}}) {
+        struct dirent entry = {};
+        snprintf(entry.d_name, sizeof entry.d_name, "%s", each.name);
+        EXPECT_EQ(ShouldCacheItem(&entry) != 0, each.passes) << each.name;
+    }
+}
+
+TEST_F(Walking, WithoutDescendOnlyTheDirectoryItselfIsListed) {
+    tree_.MakeDirectory("a/b");
+    EXPECT_THAT(Walk(0), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ."));
+}
+
+TEST_F(Walking, WithDescendEveryDirectoryIsListedOnceWithoutTheLock) {
+    tree_.MakeDirectory("a/b/c");
+    tree_.MakeDirectory("a/d");
+    tree_.MakeDirectory(".hidden");
+    tree_.Write("file", "");
+    tree_.Write("a/file", "");
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(),
+                UnorderedElementsAre("list .", "list ./a", "list ./a/b", "list ./a/b/c",
+                                     "list ./a/d", "list ./.hidden"));
+}
+
+TEST_F(Walking, AnEmptyRootIsListed) {
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ."));
+}
+
+TEST_F(Walking, LinksAndSpecialFilesAreNotEntered) {
+    tree_.MakeDirectory("a");
+    tree_.Link("a", "link");
+    tree_.Link("/", "root");
+    tree_.Link("nowhere", "broken");
+    ASSERT_EQ(mkfifo(tree_.Path("fifo").c_str(), 0600), 0);
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a"));
+}
+
+TEST_F(Walking, NamesAreBytes) {
+    const std::string names[] = {"with blank", "line\nbreak", "100%n%s", "\xFF\xFE", "-", "\\"};
+    std::set<std::string> expected = {"list ."};
+    for (const std::string& name : names) {
+        tree_.MakeDirectory(name + "/below");
+        expected.insert({"list ./" + name, "list ./" + name + "/below"});
+    }
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), testing::UnorderedElementsAreArray(expected));
+}
+
+TEST_F(Walking, ASlashAtTheEndIsNotDoubled) {
+    tree_.MakeDirectory("a/b");
+    EXPECT_EQ(CacheFSDirectory(kChanger, tree_.Path("").c_str(), 1, nullptr), nullptr);
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./a", "list ./a/b"));
+}
+
+TEST_F(Walking, ADirectoryThatCannotBeListedIsLoggedAndPassedOver) {
+    tree_.MakeDirectory("a");
+    tree_.MakeDirectory("b/c");
+    tree_.MakeDirectory("d");
+    FileSystemSeams::FailListing("./b", EACCES);
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(),
+                UnorderedElementsAre("list .", "list ./a", "list ./b", "list ./d"));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on " +
+                            LoggedPath("/b") + " (err = 13)"));
+}
+
+TEST_F(Walking, AnAbsentRootIsLoggedOnly) {
+    EXPECT_EQ(CacheFSDirectory(kChanger, "/no/such", 1, nullptr), nullptr);
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on "
+                            "\"/no/such\" (err = 2)"));
+    Journal::Take();
+}
+
+TEST_F(Walking, AnEntryWithoutAStatusIsPassedOver) {
+    tree_.MakeDirectory("a");
+    tree_.MakeDirectory("b");
+    FileSystemSeams::FailStatus("./a", EIO);
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./b"));
+}
+
+// ---- paths that do not fit, and other ways round in a circle ----
+
+TEST_F(Walking, ADirectoryIsNeverItsOwnChild) {
+    for (const std::size_t length : {1018U, 1019U, 1020U, 1021U, 1022U, 1023U, 1024U, 1100U}) {
+        const int directory = MakePathOf(length);
+        ASSERT_EQ(mkdirat(directory, "x", 0700), 0);
+        const int child = openat(directory, "x", O_RDONLY | O_DIRECTORY);
+        ASSERT_EQ(mkdirat(child, "y", 0700), 0);
+        close(child);
+        close(directory);
+
+        EXPECT_THAT(Walk(), IsEmpty());
+        const std::vector<std::string> listed = Journal::Take();
+        EXPECT_EQ(std::set<std::string>(listed.begin(), listed.end()).size(), listed.size())
+            << "listed twice: " << length;
+        const std::size_t longest = listed.back().size() - 6 + tree_.Root().size();
+        EXPECT_EQ(longest, length <= 1019   ? length + 4
+                           : length <= 1021 ? length + 2
+                           : length <= 1023 ? length
+                                            : longest);
+        EXPECT_LE(longest, 1023U);
+        EXPECT_EQ(Count(), 0);
+        Journal::Take();
+        std::filesystem::remove_all(tree_.Path(std::string(100, 'd')));
+    }
+}
+
+// A cut name may be a sibling's: that one is walked twice, and the walk ends.
+TEST_F(Walking, ACutNameMayBeASiblings) {
+    const int directory = MakePathOf(1021);
+    ASSERT_EQ(mkdirat(directory, "y", 0700), 0);
+    ASSERT_EQ(mkdirat(directory, "yes", 0700), 0);
+    close(directory);
+    EXPECT_THAT(Walk(), IsEmpty());
+    const std::vector<std::string> listed = Journal::Take();
+    ASSERT_GE(listed.size(), 2U);
+    EXPECT_TRUE(listed.back().ends_with("/y"));
+    EXPECT_EQ(listed.back(), listed[listed.size() - 2]);
+}
+
+TEST_F(Walking, AParentMountedBelowItselfIsNotEntered) {
+    tree_.MakeDirectory("a/b/c");
+    FileSystemSeams::PretendSame("./a/b", ".");
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_EQ(Count(), 0);
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a", "list .", "list ./a"));
+}
+
+TEST_F(Walking, EveryLevelThatAPathCanNameIsReached) {
+    int directory = open(tree_.Root().c_str(), O_RDONLY | O_DIRECTORY);
+    const std::size_t levels = (1023 - tree_.Root().size()) / 2;
+    for (std::size_t level = 0; level < levels + 20; ++level) {
+        ASSERT_EQ(mkdirat(directory, "d", 0700), 0);
+        const int child = openat(directory, "d", O_RDONLY | O_DIRECTORY);
+        close(directory);
+        directory = child;
+    }
+    close(directory);
+    FSCacheStatusReport report = {};
+    EXPECT_THAT(Walk(1, &report), IsEmpty());
+    EXPECT_THAT(Journal::Take(), SizeIs(levels + 1));
+    EXPECT_EQ(Count(), 0);
+    EXPECT_THAT(Journal::Take(), SizeIs(levels + 1));
+
+    FileSystemSeams::OnListing([levels, listed = std::size_t{0}](const std::string&) mutable {
+        if (++listed == levels + 1)
+            SetAbort(1);
+    });
+    EXPECT_THAT(Walk(), SizeIs(levels));
+    Journal::Take();
+}
+
+// ---- aborts ----
+
+// The error of a deeper level comes up with one link more for each level.
+TEST_F(Walking, AnAbortTakesEffectOnTheWayBack) {
+    tree_.MakeDirectory("a/b/c/d");
+    const std::string chain[] = {"./a", "./a/b", "./a/b/c", "./a/b/c/d"};
+    for (std::size_t depth = 1; depth <= 4; ++depth) {
+        SetAbort(0);
+        FileSystemSeams::OnListing([&](const std::string& path) {
+            if (path == chain[depth - 1])
+                SetAbort(1);
+        });
+        // What lies below is still walked: the flag is looked at behind the deepest first.
+        Chain expected = {Raised("user aborted", kVErrCodeUserAborted)};
+        for (int level = 0; level < 3; ++level)
+            expected.push_back(Raised("fail CacheFSDirectory", kVErrCodeUserAborted));
+        EXPECT_EQ(Walk(), expected);
+        EXPECT_THAT(Journal::Take(), SizeIs(5));
+    }
+    EXPECT_EQ(kVErrCodeUserAborted, 0x4000000000000002);
+}
+
+TEST_F(Walking, AnAbortInTheLeafReachesItsParentFirst) {
+    for (const char* leaf : {"./a", "./a/b", "./a/b/c"}) {
+        tree_.MakeDirectory(leaf);
+        SetAbort(0);
+        FileSystemSeams::OnListing([&](const std::string& path) {
+            if (path == leaf)
+                SetAbort(1);
+        });
+        const Chain chain = Walk();
+        EXPECT_EQ(static_cast<std::ptrdiff_t>(chain.size()),
+                  std::count(leaf, leaf + strlen(leaf), '/'));
+        EXPECT_EQ(chain.front(), Raised("user aborted", kVErrCodeUserAborted));
+        EXPECT_EQ(chain.back().code, kVErrCodeUserAborted);
+    }
+    Journal::Take();
+}
+
+TEST_F(Walking, AnAbortIsNotSeenBeforeTheFirstSubdirectory) {
+    SetAbort(1);
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ."));
+    tree_.MakeDirectory("a");
+    tree_.MakeDirectory("b");
+    tree_.MakeDirectory("c");
+    EXPECT_EQ(Walk(), (Chain{Raised("user aborted", kVErrCodeUserAborted)}));
+    EXPECT_THAT(Journal::Take(), SizeIs(2));
+    EXPECT_THAT(Walk(0), IsEmpty());
+    Journal::Take();
+}
+
+TEST_F(Walking, AFlagThatCannotBeReadEndsTheWalk) {
+    tree_.MakeDirectory("a");
+    tree_.MakeDirectory("b");
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    const Chain chain = Walk();
+    ASSERT_EQ(chain.size(), 3U);
+    EXPECT_EQ(chain[1].message, "fail GetChangerDictForGUID");
+    EXPECT_EQ(chain[2], Raised("fail GetChangerShouldAbortOperation", kVErrCodeNotFound));
+    EXPECT_FALSE(StateLock::IsHeld());
+    EXPECT_THAT(Journal::Take(), SizeIs(2));
+}
+
+TEST_F(Walking, ALockThatFailsEndsTheWalk) {
+    tree_.MakeDirectory("a/b");
+    StateLock::FailLock(EINVAL);
+    EXPECT_EQ(Walk(), (Chain{{"fail pthread_mutex_lock", "LockMediaIdState",
+                              "trayprobed/MediaIdState", EINVAL},
+                             Raised("fail LockMediaIdState", EINVAL),
+                             Raised("fail CacheFSDirectory", EINVAL)}));
+    Journal::Take();
+}
+
+// ---- with a report ----
+
+TEST_F(Walking, NoMediaTestIsMadeWithoutAReport) {
+    MakeMediaRoot("disc");
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./disc"));
+}
+
+TEST_F(Walking, LeavingAMediaRootIsReported) {
+    MakeMediaRoot("disc");
+    tree_.MakeDirectory("disc/a");
+    FSCacheStatusReport report = {kChanger, "message", 0, 1, 0};
+    EXPECT_THAT(Walk(1, &report), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./disc", "list ./disc/a",
+                                             "show FEDCBA9876543210 trayprobed \"message\" 1/1"));
+    EXPECT_EQ(report.mediaDepth, 0);
+}
+
+TEST_F(Walking, TheRootItselfIsNotTested) {
+    MakeMediaRoot("");
+    FSCacheStatusReport report = {};
+    EXPECT_THAT(Walk(1, &report), IsEmpty());
+    EXPECT_EQ(report.currentStep, 0);
+    EXPECT_EQ(Count(), 0);
+    Journal::Take();
+}
+
+TEST_F(Walking, AMediaRootInsideAnotherIsNoStep) {
+    MakeMediaRoot("disc");
+    MakeMediaRoot("disc/a/inner");
+    FSCacheStatusReport report = {kChanger, "message", 0, 1, 0};
+    EXPECT_THAT(Walk(1, &report), IsEmpty());
+    EXPECT_EQ(report.currentStep, 1);
+    const std::vector<std::string> journal = Journal::Take();
+    EXPECT_THAT(journal, SizeIs(5));
+    EXPECT_EQ(journal.back(), "show FEDCBA9876543210 trayprobed \"message\" 1/1");
+}
+
+TEST_F(Walking, AFailedReportEndsTheWalk) {
+    MakeMediaRoot("deep/one");
+    MakeMediaRoot("deep/two");
+    FakeServer::Fail("show");
+    FSCacheStatusReport report = {kChanger, "message", 0, 2, 0};
+    const Chain chain = Walk(1, &report);
+    ASSERT_EQ(chain.size(), 5U);
+    EXPECT_EQ(chain[1].message, "fail ChangerServerSetClientStatus");
+    EXPECT_EQ(chain[2], (RaisedLink{"fail ReportFSCacheClientStatus", "StatusReportingExitMedia",
+                                    kWalkSource, kVErrCodeConnectionLost}));
+    EXPECT_EQ(chain[3], Raised("fail StatusReportingExitMedia", kVErrCodeConnectionLost));
+    EXPECT_EQ(chain[4], Raised("fail CacheFSDirectory", kVErrCodeConnectionLost));
+    EXPECT_THAT(Journal::Take(), SizeIs(4)); // three listings, one report
+}
+
+TEST_F(Walking, AnAbortInsideAMediaRootIsNoStep) {
+    MakeMediaRoot("disc");
+    SetAbort(1);
+    FSCacheStatusReport report = {};
+    EXPECT_THAT(Walk(1, &report), SizeIs(1));
+    EXPECT_EQ(report.currentStep, 0);
+    Journal::Take();
+}
+
+TEST_F(Walking, SpecialFilesUnderTheInfoNamesAreNoObstacle) {
+    tree_.MakeDirectory("fifo/a");
+    ASSERT_EQ(mkfifo(tree_.Path("fifo/.media_info.plist").c_str(), 0600), 0);
+    tree_.MakeDirectory("device/a");
+    tree_.Link("/dev/zero", "device/.media_info.plist");
+    tree_.MakeDirectory("directory/.media_info.plist");
+    FSCacheStatusReport report = {};
+    EXPECT_THAT(Walk(1, &report), IsEmpty());
+    EXPECT_THAT(Journal::Take(),
+                UnorderedElementsAre("list .", "list ./fifo", "list ./fifo/a", "list ./device",
+                                     "list ./device/a", "list ./directory",
+                                     "list ./directory/.media_info.plist"));
+    EXPECT_EQ(Count(), 0);
+    EXPECT_EQ(report.currentStep, 0);
+    Journal::Take();
+}
+
+// By the kernel's account: directories are opened to be listed, and info files, and nothing else.
+TEST_F(Walking, OfFilesOnlyTheInfoFilesAreOpened) {
+    MakeMediaRoot("disc");
+    tree_.MakeDirectory("disc/a");
+    tree_.Write("disc/file", "content");
+    tree_.Write("disc/a/file", "content");
+    const int watcher = inotify_init1(IN_NONBLOCK);
+    ASSERT_GE(watcher, 0);
+    for (const char* directory : {"", "disc", "disc/a"})
+        ASSERT_GE(inotify_add_watch(watcher, tree_.Path(directory).c_str(), IN_OPEN), 0);
+    FSCacheStatusReport report = {};
+    EXPECT_THAT(Walk(1, &report), IsEmpty());
+    Journal::Take();
+
+    alignas(struct inotify_event) char events[16384];
+    const ssize_t size = read(watcher, events, sizeof events);
+    close(watcher);
+    std::set<std::string> files;
+    int listings = 0;
+    for (ssize_t at = 0; at < size;) {
+        const auto* event = reinterpret_cast<const struct inotify_event*>(events + at);
+        const bool isOfTheWatchedItself = event->len == 0;
+        if ((event->mask & IN_ISDIR) == 0)
+            files.insert(event->name);
+        else if (isOfTheWatchedItself)
+            ++listings;
+        at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    EXPECT_THAT(files, ElementsAre(".media_info.plist"));
+    EXPECT_EQ(listings, 3);
+}
+
+// ---- the count ----
+
+TEST_F(Walking, CountsTheOutermostMediaRoots) {
+    EXPECT_EQ(Count(), 0);
+    MakeMediaRoot("one");
+    MakeMediaRoot("folder/two");
+    MakeMediaRoot("one/inner");
+    tree_.Link("one", "link");
+    EXPECT_EQ(Count(), 2);
+    EXPECT_EQ(Count(10), 12);
+    Journal::Take();
+    EXPECT_EQ(Count(), 2);
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./folder"));
+}
+
+TEST_F(Walking, TheCountWraps) {
+    MakeMediaRoot("one");
+    MakeMediaRoot("two");
+    EXPECT_EQ(Count(65535), 1);
+    Journal::Take();
+}
+
+TEST_F(Walking, WhatCannotBeListedCountsNothing) {
+    MakeMediaRoot("folder/one");
+    MakeMediaRoot("two");
+    tree_.MakeDirectory("three");
+    FileSystemSeams::FailListing("./folder", EACCES);
+    FileSystemSeams::FailStatus("./three", EIO);
+    EXPECT_EQ(Count(), 1);
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("ChangerFSCacheThread:123, CountMediaRootDirectories: fail scandir on " +
+                    LoggedPath("/folder") + " (err = 13)"));
+    Journal::Take();
+}
+
+} // namespace
