@@ -111,7 +111,7 @@ std::size_t XmlTree::ClosingTagEnd(pugi::xml_node element, std::size_t contentEn
 // Goes down to the last element that was read, then up again as long as elements are closed.
 void XmlTree::FindBreak() {
     const pugi::xml_node root = document_.document_element();
-    if (!root || root.next_sibling())
+    if (!root)
         return;
     pugi::xml_node element = root;
     while (IsElement(element.last_child()))

@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +20,13 @@ namespace {
 constexpr const char* kUnknownError = "Property list reading could not be completed because the "
                                       "stream had an unknown error. Did you forget to open the "
                                       "stream?";
+
+std::ptrdiff_t DescriptorCount() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// When it names a file, stat() tells of that file, as if another took its place before open().
+std::string g_replacedAfterStat;
 
 class ReadStreamTest : public testing::Test {
 protected:
@@ -162,12 +171,25 @@ TEST_F(ReadStreamTest, OpensNothingThatCouldActOrBlock) {
     EXPECT_FALSE(CanOpen("/" + std::string(5000, 'a')));
 }
 
-// A writer in wait shows that the other end of the FIFO was never opened.
-TEST_F(ReadStreamTest, LeavesAFifoAlone) {
+// Opening alone makes some devices act, and wakes who waits at the other end of a FIFO.
+TEST_F(ReadStreamTest, LooksBeforeItOpens) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+    const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(watch, Path("fifo").c_str(), IN_OPEN), 0);
     EXPECT_FALSE(CanOpen(Path("fifo")));
-    EXPECT_EQ(open(Path("fifo").c_str(), O_WRONLY | O_NONBLOCK), -1);
-    EXPECT_EQ(errno, ENXIO);
+    char event[sizeof(inotify_event) + NAME_MAX + 1];
+    EXPECT_EQ(read(watch, event, sizeof event), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    close(watch);
+}
+
+TEST_F(ReadStreamTest, LooksAgainAtWhatItOpened) {
+    ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+    const std::ptrdiff_t before = DescriptorCount();
+    g_replacedAfterStat = File("x", "<true/>");
+    EXPECT_FALSE(CanOpen(Path("fifo")));
+    g_replacedAfterStat.clear();
+    EXPECT_EQ(DescriptorCount(), before);
 }
 
 TEST_F(ReadStreamTest, RefusesFilesAbove16MiB) {
@@ -192,10 +214,6 @@ TEST_F(ReadStreamTest, ChildrenInheritNoDescriptor) {
     }
 }
 
-std::ptrdiff_t DescriptorCount() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 TEST_F(ReadStreamTest, TheLastReferenceClosesTheFile) {
     const std::string path = File("x", "<true/>");
     const std::ptrdiff_t before = DescriptorCount();
@@ -216,3 +234,12 @@ TEST(ReadStream, NeedsAUrlAndAStream) {
 }
 
 } // namespace
+
+extern "C" {
+int __real_stat(const char* path, struct stat* status);
+int __wrap_stat(const char* path, struct stat* status);
+
+int __wrap_stat(const char* path, struct stat* status) {
+    return __real_stat(g_replacedAfterStat.empty() ? path : g_replacedAfterStat.c_str(), status);
+}
+}
