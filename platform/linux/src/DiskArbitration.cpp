@@ -19,7 +19,6 @@
 #include "RunLoop.h"
 
 #include <exception>
-#include <memory>
 #include <new>
 #include <utility>
 

@@ -53,12 +53,6 @@ std::string UniqueName(const Volume& volume, const std::set<std::string>& taken)
 
 } // namespace
 
-DiskList::~DiskList() {
-    for (const auto& disk : present_)
-        if (disk->probe)
-            disk->probe->unwanted = true;
-}
-
 void DiskList::Update(std::vector<Volume> volumes) {
     const auto volumeOf = [](const cf::Owned<Disk>& disk) -> const Volume& { return disk->volume; };
     const auto stays = [&](const cf::Owned<Disk>& disk) {

@@ -45,11 +45,6 @@ struct DiskEvent {
 
 class DiskList {
 public:
-    DiskList() = default;
-    DiskList(const DiskList&) = delete;
-    DiskList& operator=(const DiskList&) = delete;
-    ~DiskList();
-
     // The volumes there are now, sorted. May throw std::bad_alloc, and has changed nothing then.
     void Update(std::vector<Volume> volumes);
 

@@ -55,9 +55,9 @@ extern "C" {
 
 // glibc passes main's arguments to constructors. Every program that links the platform asks for
 // this one by name (see CMakeLists.txt), since nothing calls it.
-void PlatformKeepProcessArguments(int argc, char** argv, char** environment);
+void PlatformKeepProcessArguments(int argc, char** argv);
 
-__attribute__((constructor)) void PlatformKeepProcessArguments(int argc, char** argv, char**) {
+__attribute__((constructor)) void PlatformKeepProcessArguments(int argc, char** argv) {
     CopyInvocationName(argc, argv);
     MoveEnvironment();
 }

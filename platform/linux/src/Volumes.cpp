@@ -53,7 +53,7 @@ bool IsVolumeType(std::string_view type) {
  */
 class PathWalk {
 public:
-    explicit PathWalk(const MountTable& mounts) : root_(mounts.empty() ? 0 : RootOf(mounts)) {
+    explicit PathWalk(const MountTable& mounts) : root_(RootOf(mounts)) {
         for (const Mount& mount : mounts)
             children_.emplace(std::pair(mount.parent, std::string_view(mount.path)), mount.id);
     }
@@ -81,9 +81,13 @@ private:
         return mount;
     }
 
+    // A process whose root is a plain directory does not see the mount that this lies in, but as
+    // the parent of others, of which the oldest comes first.
     static int RootOf(const MountTable& mounts) {
         const auto root = std::ranges::find(mounts, "/", &Mount::path);
-        return root != mounts.end() ? root->id : 0;
+        if (root != mounts.end())
+            return root->id;
+        return mounts.empty() ? 0 : mounts.front().parent;
     }
 
     int root_;

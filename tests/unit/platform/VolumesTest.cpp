@@ -94,6 +94,13 @@ TEST(Volumes, TakeTheirPathFromAMountThatIsNotHidden) {
               (Strings{"/mnt/b", "/mnt/a"}));
 }
 
+TEST(Volumes, AreSeenFromARootThatIsNoMountItself) {
+    const auto mounts = ParseMountTable("40 27 0:45 / /a rw - tmpfs none rw\n"
+                                        "41 40 0:46 / /a/b rw - tmpfs none rw\n");
+    ASSERT_TRUE(mounts);
+    EXPECT_EQ(VolumesOf(*mounts, {}).size(), 2U);
+}
+
 TEST(Volumes, DifferByTheirUniqueMountIdWhenNothingElseDoes) {
     const char* const line = "40 27 0:45 / /mnt/a rw - tmpfs none rw\n";
     const auto before = Volumes(line, {{40, 0x80000001}});
