@@ -3,7 +3,6 @@
 #include "MountedChanger.h"
 
 #include <cerrno>
-#include <climits>
 #include <fcntl.h>
 #include <set>
 #include <sys/inotify.h>
