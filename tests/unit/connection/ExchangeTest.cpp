@@ -4,6 +4,7 @@
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "Frames.h"
 #include "ProcessTable.h"
+#include "RecordedTimers.h"
 #include "ScriptedServer.h"
 #include "Seams.h"
 #include "support/Chain.h"
@@ -20,40 +21,10 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// ---- time ----
-
-namespace {
-
-constexpr CFAbsoluteTime kNow = 5000;
-constexpr CFAbsoluteTime kFarFuture = 1e10;
-
-// The last timer that this thread asked for. It never fires, unless the test says when.
-struct AskedTimer {
-    CFAbsoluteTime fireDate;
-    CFTimeInterval interval;
-    CFOptionFlags flags;
-    CFIndex order;
-    CFRunLoopTimerCallBack callout;
-};
-thread_local AskedTimer t_asked;
-thread_local std::function<bool()> t_isTime;
-thread_local std::function<void()> t_beforeSending;
-
-void FireWhenItIsTime(CFRunLoopTimerRef timer, void* info) {
-    if (t_isTime())
-        t_asked.callout(timer, info);
-}
-
-} // namespace
+// Called between connecting and sending.
+static thread_local std::function<void()> t_beforeSending;
 
 extern "C" {
-CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void);
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
 CFSocketRef __real_CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
                                                             const CFSocketSignature*, CFOptionFlags,
                                                             CFSocketCallBack,
@@ -62,22 +33,6 @@ CFSocketRef __wrap_CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
                                                             const CFSocketSignature*, CFOptionFlags,
                                                             CFSocketCallBack,
                                                             const CFSocketContext*, CFTimeInterval);
-
-CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void) {
-    return kNow;
-}
-
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context) {
-    if (Failing::Is("CFRunLoopTimerCreate"))
-        return nullptr;
-    t_asked = {fireDate, interval, flags, order, callout};
-    if (!t_isTime)
-        return __real_CFRunLoopTimerCreate(allocator, kFarFuture, 0, 0, 0, callout, context);
-    return __real_CFRunLoopTimerCreate(allocator, 0, 0.001, 0, 0, FireWhenItIsTime, context);
-}
 
 CFSocketRef __wrap_CFSocketCreateConnectedToSocketSignature(
     CFAllocatorRef allocator, const CFSocketSignature* signature, CFOptionFlags callBackTypes,
@@ -129,14 +84,9 @@ protected:
         SetProcesses({{1, "init"}, {getpid(), "carouseld"}});
     }
     ~Exchange() override {
-        t_isTime = nullptr;
         t_beforeSending = nullptr;
     }
 
-    // The 30 seconds are over as soon as something was logged.
-    void LetTimePassOnceSomethingIsLogged() {
-        t_isTime = [this] { return log.HasLines(); };
-    }
     Chain Send() {
         return TakeChain(SendMessageToChangerServer(message, reply.Out()));
     }
@@ -166,11 +116,12 @@ TEST_F(Exchange, SendsTheMessageAndGivesBackTheReply) {
 
 TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
     SendTo(Answer(Dictionary()));
-    EXPECT_EQ(t_asked.fireDate, kNow + 30);
-    EXPECT_EQ(t_asked.interval, 0);
-    EXPECT_EQ(t_asked.flags, 0u);
-    EXPECT_EQ(t_asked.order, 0);
-    EXPECT_EQ(t_asked.callout, HandleSocketTimeout);
+    const AskedTimer asked = LastAskedTimer();
+    EXPECT_EQ(asked.fireDate, kNow + 30);
+    EXPECT_EQ(asked.interval, 0);
+    EXPECT_EQ(asked.flags, 0u);
+    EXPECT_EQ(asked.order, 0);
+    EXPECT_EQ(asked.callout, HandleSocketTimeout);
 }
 
 TEST_F(Exchange, GathersAReplyInPieces) {
@@ -280,7 +231,7 @@ TEST_F(Exchange, AServerThatClosesWithTheRequestUnreadIsLost) {
 
 TEST_F(Exchange, ASilentServerIsATimeOut) {
     std::atomic<bool> asked = false;
-    t_isTime = [&] { return asked.load(); };
+    const TimersFireWhen timeIsOver([&] { return asked.load(); });
     EXPECT_EQ(SendTo([&](Connection& connection) {
                   connection.ReadFrame();
                   asked = true;
@@ -295,7 +246,7 @@ TEST_F(Exchange, ASilentServerIsATimeOut) {
 }
 
 TEST_F(Exchange, AMalformedReplyEndsAsATimeOutWhileTheServerStays) {
-    LetTimePassOnceSomethingIsLogged();
+    const TimersFireWhen timeIsOver([this] { return log.HasLines(); });
     struct {
         std::string bytes;
         const char* message;
@@ -328,7 +279,7 @@ TEST_F(Exchange, AMalformedReplyEndsAsALostConnectionWhenTheServerCloses) {
 
 TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
     std::atomic<bool> asked = false;
-    t_isTime = [&] { return asked.load(); };
+    const TimersFireWhen timeIsOver([&] { return asked.load(); });
     std::optional<Failing> failing;
     t_beforeSending = [&] { failing.emplace("CFDictionaryCreateMutable"); };
     EXPECT_EQ(SendTo([&](Connection& connection) {
@@ -413,7 +364,7 @@ TEST_P(ExchangeStep, FailsTheExchange) {
 
 // Wherever memory ends, the exchange ends too, in order; whatever was lost on the way is logged.
 TEST_F(Exchange, EndsWhereverMemoryEnds) {
-    LetTimePassOnceSomethingIsLogged();
+    const TimersFireWhen timeIsOver([this] { return log.HasLines(); });
     const auto list = Dictionary({{"key", "a value"}, {"error code", 5}, {"error string", "why"}});
     VErrLink* err = nullptr;
     CFDictionaryRef received = nullptr;
@@ -466,31 +417,7 @@ TEST_F(Exchange, ThreadsDoNotDisturbEachOther) {
 }
 
 // A callout of the main loop that sends a request waits in a run of its own inside the other.
-class NestedExchange : public Exchange {
-protected:
-    // A timer of the outer run, due at once and then again and again.
-    struct Tick {
-        std::function<void()> callout;
-        CFRunLoopTimerRef timer;
-
-        explicit Tick(std::function<void()> function) : callout(std::move(function)) {
-            CFRunLoopTimerContext context = {0, this, nullptr, nullptr, nullptr};
-            timer = __real_CFRunLoopTimerCreate(
-                nullptr, 0, 0.001, 0, 0,
-                [](CFRunLoopTimerRef, void* info) { static_cast<Tick*>(info)->callout(); },
-                &context);
-            CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
-        }
-        Tick(const Tick&) = delete;
-        Tick& operator=(const Tick&) = delete;
-        ~Tick() {
-            CFRunLoopTimerInvalidate(timer);
-            CFRelease(timer);
-        }
-    };
-};
-
-TEST_F(NestedExchange, ServesOtherTimersAndStopsOnlyItsOwnRun) {
+TEST_F(Exchange, InsideACalloutServesOtherTimersAndStopsOnlyItsOwnRun) {
     std::vector<std::string> told;
     std::atomic<bool> ticked = false;
     ScriptedServer server(SocketPath(), {[&](Connection& connection) {
@@ -500,13 +427,13 @@ TEST_F(NestedExchange, ServesOtherTimersAndStopsOnlyItsOwnRun) {
                               connection.WaitForEnd();
                           }});
     bool sent = false;
-    Tick sender([&] {
+    const Tick sender([&] {
         if (std::exchange(sent, true))
             return;
         EXPECT_THAT(Send(), IsEmpty());
         told.emplace_back("replied");
     });
-    Tick other([&] {
+    const Tick other([&] {
         if (!told.empty()) // the outer run goes on
             CFRunLoopStop(CFRunLoopGetCurrent());
         ticked = true;

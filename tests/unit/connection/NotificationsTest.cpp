@@ -5,6 +5,7 @@
 #include "AllocationFaults.h"
 #include "Frames.h"
 #include "ProcessTable.h"
+#include "RecordedTimers.h"
 #include "ScriptedServer.h"
 #include "Seams.h"
 #include "support/Chain.h"
@@ -19,49 +20,6 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// ---- time: what a timer is asked for is noted, and comes a thousand times as fast ----
-
-namespace {
-
-constexpr CFAbsoluteTime kNow = 5000;
-
-struct AskedTimer {
-    CFAbsoluteTime fireDate;
-    CFTimeInterval interval;
-    CFOptionFlags flags;
-    CFIndex order;
-    CFRunLoopTimerCallBack callout;
-    int count;
-};
-AskedTimer g_asked;
-
-} // namespace
-
-extern "C" {
-CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void);
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
-
-CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void) {
-    return kNow;
-}
-
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context) {
-    if (Failing::Is("CFRunLoopTimerCreate"))
-        return nullptr;
-    g_asked = {fireDate, interval, flags, order, callout, g_asked.count + 1};
-    return __real_CFRunLoopTimerCreate(allocator, fireDate - kNow, interval / 1000, 0, 0, callout,
-                                       context);
-}
-}
 
 namespace {
 
@@ -88,24 +46,10 @@ void LetServerRun(int pid) {
     SetProcesses({{1, "init"}, {pid, "carouseld"}});
 }
 
-// Runs the loop until the condition holds, which is looked at again and again.
-void RunUntil(std::function<bool()> isDone) {
-    const auto look = [](CFRunLoopTimerRef, void* info) {
-        if ((*static_cast<std::function<bool()>*>(info))())
-            CFRunLoopStop(CFRunLoopGetCurrent());
-    };
-    CFRunLoopTimerContext context = {0, &isDone, nullptr, nullptr, nullptr};
-    const Held timer(__real_CFRunLoopTimerCreate(nullptr, 0, 0.001, 0, 0, look, &context));
-    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
-    CFRunLoopRun();
-    CFRunLoopTimerInvalidate(timer);
-}
-
 class Notifications : public testing::Test {
 protected:
     Notifications() {
         LetServerRun(kServer);
-        g_asked = {};
     }
     ~Notifications() override {
         if (subscription != nullptr)
@@ -153,6 +97,8 @@ protected:
         self->told.push_back(Kind + (" " + xml.substr(begin, xml.rfind("\n</plist>") - begin)));
     }
 
+    const TimersFireWhen theyTick{[] { return true; }};
+    const int timersBefore = CountAskedTimers();
     ChangerNotificationSubscription* subscription = nullptr;
     std::vector<std::string> told;
     LogCapture log;
@@ -164,11 +110,12 @@ TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
     EXPECT_THAT(Subscribe(), IsEmpty());
     EXPECT_TRUE(IsCycling());
     EXPECT_EQ(CountTableCalls(), 0);
-    EXPECT_EQ(g_asked.fireDate, kNow);
-    EXPECT_EQ(g_asked.interval, 1.0);
-    EXPECT_EQ(g_asked.flags, 0u);
-    EXPECT_EQ(g_asked.order, 0);
-    EXPECT_EQ(g_asked.callout, TryNotificationConnect);
+    const AskedTimer asked = LastAskedTimer();
+    EXPECT_EQ(asked.fireDate, kNow);
+    EXPECT_EQ(asked.interval, 1.0);
+    EXPECT_EQ(asked.flags, 0u);
+    EXPECT_EQ(asked.order, 0);
+    EXPECT_EQ(asked.callout, TryNotificationConnect);
 }
 
 TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
@@ -181,7 +128,7 @@ TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
                           {[](Connection& connection) { connection.WaitForEnd(); }});
     LetServerRun(kServer);
     RunUntil([this] { return IsConnected(); });
-    EXPECT_EQ(g_asked.count, 1); // one timer for all attempts
+    EXPECT_EQ(CountAskedTimers() - timersBefore, 1); // one timer for all attempts
     Unsubscribe();
 }
 
@@ -196,7 +143,7 @@ TEST_F(Notifications, ASecondCycleIsNotStarted) {
     const CFRunLoopTimerRef timer = subscription->connectTimer;
     EXPECT_THAT(TakeChain(StartNotificationConnectCycle(subscription)), IsEmpty());
     EXPECT_EQ(subscription->connectTimer, timer);
-    EXPECT_EQ(g_asked.count, 1);
+    EXPECT_EQ(CountAskedTimers() - timersBefore, 1);
 }
 
 TEST_F(Notifications, ATickOnAConnectedSubscriptionEndsTheCycle) {
@@ -437,9 +384,9 @@ TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
     EXPECT_TRUE(IsConnected());
     EXPECT_NE(subscription->source, leftBehind.Get());
     EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
-    EXPECT_EQ(g_asked.count, 2);
-    EXPECT_EQ(g_asked.fireDate, kNow); // at once
-    EXPECT_EQ(g_asked.interval, 1.0);
+    EXPECT_EQ(CountAskedTimers() - timersBefore, 2);
+    EXPECT_EQ(LastAskedTimer().fireDate, kNow); // at once
+    EXPECT_EQ(LastAskedTimer().interval, 1.0);
     Unsubscribe();
 }
 
