@@ -2,8 +2,8 @@
 
 #include "Lists.h"
 
-#include "BinaryReader.h"
-#include "MalformedList.h"
+#include "lists/BinaryReader.h"
+#include "lists/MalformedList.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 /* Timers and signalled sources whose callouts are functions of the test. */
 
-#include "RunLoop.h"
+#include "loop/RunLoop.h"
 
 #include <functional>
 

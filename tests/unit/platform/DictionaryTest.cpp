@@ -1,6 +1,6 @@
 #include "Held.h"
 
-#include "Dictionary.h"
+#include "objects/Dictionary.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include "Footprint.h"
-#include "MountMonitor.h"
+#include "disks/MountMonitor.h"
 #include "PrivateMounts.h"
-#include "RunLoop.h"
-#include "UniqueMountIds.h"
+#include "loop/RunLoop.h"
+#include "disks/UniqueMountIds.h"
 
 #include <sys/resource.h>
 

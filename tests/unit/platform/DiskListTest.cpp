@@ -1,6 +1,6 @@
-#include "DiskList.h"
+#include "disks/DiskList.h"
 
-#include "RunLoop.h"
+#include "loop/RunLoop.h"
 
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>

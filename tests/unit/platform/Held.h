@@ -3,7 +3,7 @@
 
 /* Objects that a test holds, and short ways to make them. */
 
-#include "Object.h"
+#include "objects/Object.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 

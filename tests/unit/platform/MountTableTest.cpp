@@ -1,4 +1,4 @@
-#include "MountTable.h"
+#include "disks/MountTable.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

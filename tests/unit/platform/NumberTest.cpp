@@ -1,6 +1,6 @@
 #include "Held.h"
 
-#include "SharedValues.h"
+#include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #include "Held.h"
 
 #include "AllocationFaults.h"
-#include "SharedTable.h"
-#include "SharedValues.h"
+#include "objects/SharedTable.h"
+#include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>
 

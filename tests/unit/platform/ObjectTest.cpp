@@ -1,6 +1,6 @@
 #include "Held.h"
 
-#include "Hash.h"
+#include "objects/Hash.h"
 
 #include <gtest/gtest.h>
 

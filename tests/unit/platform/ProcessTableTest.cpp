@@ -1,4 +1,4 @@
-#include "ProcessTable.h"
+#include "processes/ProcessTable.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

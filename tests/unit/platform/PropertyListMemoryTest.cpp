@@ -3,7 +3,7 @@
 #include "AllocationFaults.h"
 #include "Lists.h"
 
-#include "SharedTable.h"
+#include "objects/SharedTable.h"
 
 #include <gtest/gtest.h>
 #include <plist/plist.h>

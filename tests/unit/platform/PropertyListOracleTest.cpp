@@ -5,12 +5,12 @@
 
 #include "Lists.h"
 
-#include "Array.h"
-#include "Data.h"
-#include "Date.h"
-#include "Dictionary.h"
-#include "Number.h"
-#include "String.h"
+#include "objects/Array.h"
+#include "objects/Data.h"
+#include "objects/Date.h"
+#include "objects/Dictionary.h"
+#include "objects/Number.h"
+#include "objects/String.h"
 
 #include <gtest/gtest.h>
 #include <plist/plist.h>

@@ -1,7 +1,7 @@
 #include "Held.h"
 
-#include "SharedTable.h"
-#include "SharedValues.h"
+#include "objects/SharedTable.h"
+#include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "Held.h"
 
-#include "String.h"
-#include "Unicode.h"
+#include "objects/String.h"
+#include "objects/Unicode.h"
 
 #include <gtest/gtest.h>
 

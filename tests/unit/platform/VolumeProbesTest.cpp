@@ -1,8 +1,8 @@
-#include "VolumeProbes.h"
+#include "disks/VolumeProbes.h"
 
 #include "Footprint.h"
 #include "PrivateMounts.h"
-#include "RunLoop.h"
+#include "loop/RunLoop.h"
 
 #include <vector>
 

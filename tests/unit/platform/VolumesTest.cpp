@@ -1,4 +1,4 @@
-#include "Volumes.h"
+#include "disks/Volumes.h"
 
 #include <gtest/gtest.h>
 

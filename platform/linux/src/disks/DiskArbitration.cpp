@@ -1,0 +1,218 @@
+/*
+ * Sessions.
+ *
+ * A session lives on one run loop. Three sources wake it: the monitor of the mount table, a volume
+ * that has answered its probe, and a second's wait after something failed for the moment. Whichever
+ * it is, the session then takes one step: look at the mount table if it may have changed, start
+ * the probes that are due, and tell one event. As long as there was an event it wakes itself for
+ * the next step, so that timers, other sources and a stop come in between.
+ *
+ * All three are served in the outermost run only: a callback may take locks that the code below a
+ * nested run holds.
+ */
+
+#include <DiskArbitration/DiskArbitration.h>
+
+#include "disks/DiskList.h"
+#include "disks/MountMonitor.h"
+#include "disks/RetryTimer.h"
+#include "loop/RunLoop.h"
+
+#include <exception>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr const char* kMountTable = "/proc/self/mountinfo";
+
+struct Listener {
+    DADiskAppearedCallback callback = nullptr; // that of a disappearance is of the same type
+    void* context = nullptr;
+
+    void Tell(DADiskRef disk) const {
+        if (callback != nullptr)
+            callback(disk, context);
+    }
+};
+
+// A source that takes no further callout once it goes out of scope.
+class Source {
+public:
+    explicit Source(CFRunLoopSourceRef source) noexcept : source_(source) {}
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    ~Source() {
+        if (source_ == nullptr)
+            return;
+        CFRunLoopSourceInvalidate(source_);
+        CFRelease(source_);
+    }
+
+    CFRunLoopSourceRef Get() const noexcept {
+        return source_;
+    }
+
+private:
+    const CFRunLoopSourceRef source_;
+};
+
+} // namespace
+
+struct __DASession : cf::Object {
+    static const cf::Class kClass;
+
+    // May throw std::bad_alloc.
+    __DASession();
+
+    // False when a part of it could not be made.
+    bool IsWhole() const noexcept;
+
+    Listener appeared;
+    Listener disappeared;
+
+    void Schedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept;
+    void Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept;
+
+private:
+    static void TakeStep(void* session) noexcept;
+    bool BringUpToDate() noexcept;
+    void TellOneEvent() noexcept;
+
+    disks::MountMonitor monitor_;
+    disks::RetryTimer retry_;
+    const Source wake_;
+    const Source change_;
+    const Source again_;
+    disks::VolumeProbes probes_;
+    disks::DiskList disks_;
+    bool tableMayDiffer_ = true;
+};
+
+namespace {
+
+void DestroySession(cf::Object* object) noexcept {
+    delete static_cast<__DASession*>(object);
+}
+
+} // namespace
+
+constinit const cf::Class __DASession::kClass = {"disk session", DestroySession, nullptr, nullptr};
+
+__DASession::__DASession()
+    : cf::Object(&kClass), wake_(cf::CreateSignalSource(cf::Runs::kOutermost, TakeStep, this)),
+      change_(
+          cf::CreateDescriptorSource(monitor_.Descriptor(), cf::Runs::kOutermost, TakeStep, this)),
+      again_(cf::CreateDescriptorSource(retry_.Descriptor(), cf::Runs::kOutermost, TakeStep, this)),
+      probes_(wake_.Get()) {}
+
+bool __DASession::IsWhole() const noexcept {
+    return monitor_.Descriptor() >= 0 && retry_.Descriptor() >= 0 && wake_.Get() != nullptr &&
+           change_.Get() != nullptr && again_.Get() != nullptr;
+}
+
+void __DASession::Schedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
+    for (const Source* source : {&wake_, &change_, &again_})
+        CFRunLoopAddSource(runLoop, source->Get(), mode);
+    cf::SignalSource(wake_.Get());
+}
+
+void __DASession::Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
+    for (const Source* source : {&wake_, &change_, &again_})
+        CFRunLoopRemoveSource(runLoop, source->Get(), mode);
+}
+
+void __DASession::TakeStep(void* info) noexcept {
+    // The callback may give the session up.
+    const auto session = cf::Owned<__DASession>::Share(static_cast<__DASession*>(info));
+    if (session->BringUpToDate())
+        session->retry_.Clear();
+    else
+        session->retry_.Set();
+    // By an old table, a disk that has gone might still appear.
+    if (!session->tableMayDiffer_)
+        session->TellOneEvent();
+}
+
+// False when something has to be tried again.
+bool __DASession::BringUpToDate() noexcept {
+    try {
+        tableMayDiffer_ = monitor_.TakeChange() || tableMayDiffer_;
+        if (tableMayDiffer_) {
+            auto volumes = disks::ReadVolumes(kMountTable);
+            if (!volumes)
+                return false;
+            disks_.Update(std::move(*volumes));
+            tableMayDiffer_ = false;
+        }
+        disks_.StartProbes(probes_);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void __DASession::TellOneEvent() noexcept {
+    const disks::DiskEvent event = disks_.TakeEvent();
+    if (!event.disk)
+        return;
+    cf::SignalSource(wake_.Get());
+    (event.appeared ? appeared : disappeared).Tell(event.disk.Get());
+}
+
+const CFStringRef kDADiskDescriptionVolumePathKey = CFSTR("DAVolumePath");
+
+DASessionRef DASessionCreate(CFAllocatorRef) {
+    try {
+        auto session = cf::Owned<__DASession>::Adopt(new __DASession);
+        return session->IsWhole() ? session.Detach() : nullptr;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+void DARegisterDiskAppearedCallback(DASessionRef session, CFDictionaryRef,
+                                    DADiskAppearedCallback callback, void* context) {
+    if (auto* owner = cf::As<__DASession>(session))
+        owner->appeared = {callback, context};
+}
+
+void DARegisterDiskDisappearedCallback(DASessionRef session, CFDictionaryRef,
+                                       DADiskDisappearedCallback callback, void* context) {
+    if (auto* owner = cf::As<__DASession>(session))
+        owner->disappeared = {callback, context};
+}
+
+void DASessionScheduleWithRunLoop(DASessionRef session, CFRunLoopRef runLoop, CFStringRef mode) {
+    if (auto* owner = cf::As<__DASession>(session))
+        owner->Schedule(runLoop, mode);
+}
+
+void DASessionUnscheduleFromRunLoop(DASessionRef session, CFRunLoopRef runLoop, CFStringRef mode) {
+    if (auto* owner = cf::As<__DASession>(session))
+        owner->Unschedule(runLoop, mode);
+}
+
+const char* DADiskGetBSDName(DADiskRef disk) {
+    const auto* known = cf::As<__DADisk>(disk);
+    return known != nullptr ? known->name.c_str() : nullptr;
+}
+
+CFDictionaryRef DADiskCopyDescription(DADiskRef disk) {
+    const auto* known = cf::As<__DADisk>(disk);
+    if (known == nullptr)
+        return nullptr;
+    CFMutableDictionaryRef description = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    if (description == nullptr || !known->isPresent)
+        return description;
+    const std::string& path = known->volume.path;
+    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
+        static_cast<CFIndex>(path.size()), true);
+    if (url != nullptr) {
+        CFDictionarySetValue(description, kDADiskDescriptionVolumePathKey, url);
+        CFRelease(url);
+    }
+    return description;
+}

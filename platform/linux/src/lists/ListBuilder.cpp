@@ -1,0 +1,116 @@
+#include "lists/ListBuilder.h"
+
+#include <CoreFoundation/CFArray.h>
+#include <CoreFoundation/CFDictionary.h>
+
+#include <algorithm>
+#include <functional>
+#include <span>
+
+namespace cf {
+
+namespace {
+
+Value CreateMutableArray(std::span<const Object* const> members) {
+    const auto count = static_cast<CFIndex>(members.size());
+    CFMutableArrayRef array =
+        CFArrayCreateMutable(kCFAllocatorDefault, count, &kCFTypeArrayCallBacks);
+    Value result = Created(AsObject(array));
+    for (const Object* member : members)
+        CFArrayAppendValue(array, member);
+    if (CFArrayGetCount(array) != count)
+        throw std::bad_alloc();
+    return result;
+}
+
+Value CreateMutableDictionary(std::span<const Pair> pairs) {
+    const auto count = static_cast<CFIndex>(pairs.size());
+    CFMutableDictionaryRef dictionary =
+        CFDictionaryCreateMutable(kCFAllocatorDefault, count, &kCFTypeDictionaryKeyCallBacks,
+                                  &kCFTypeDictionaryValueCallBacks);
+    Value result = Created(AsObject(dictionary));
+    for (const Pair& pair : pairs)
+        CFDictionarySetValue(dictionary, pair.key, pair.value);
+    if (CFDictionaryGetCount(dictionary) != count)
+        throw std::bad_alloc();
+    return result;
+}
+
+// Up to here comparing each key with all others is cheaper than sorting them.
+constexpr std::size_t kFewPairs = 16;
+
+bool AnyKeyTwice(std::span<const Pair> pairs) noexcept {
+    for (std::size_t i = 1; i < pairs.size(); ++i)
+        for (std::size_t k = 0; k < i; ++k)
+            if (pairs[i].key == pairs[k].key)
+                return true;
+    return false;
+}
+
+} // namespace
+
+ListBuilder::~ListBuilder() {
+    DropMembers(0);
+    DropPairs(0);
+}
+
+void ListBuilder::AddMember(Value member) {
+    members_.push_back(member.Get());
+    member.Detach();
+}
+
+Value ListBuilder::EndArray(std::size_t begin) {
+    const auto members = std::span(members_).subspan(begin);
+    Value array = mutable_ ? CreateMutableArray(members) : Created(SharedArray(members));
+    DropMembers(begin);
+    return array;
+}
+
+void ListBuilder::AddPair(Value key, Value value) {
+    pairs_.push_back({key.Get(), value.Get()});
+    key.Detach();
+    value.Detach();
+}
+
+Value ListBuilder::EndDictionary(std::size_t begin) {
+    KeepLastOfEachKey(begin);
+    const auto pairs = std::span(pairs_).subspan(begin);
+    Value dictionary = mutable_ ? CreateMutableDictionary(pairs) : Created(SharedDictionary(pairs));
+    DropPairs(begin);
+    return dictionary;
+}
+
+void ListBuilder::DropMembers(std::size_t begin) noexcept {
+    while (members_.size() > begin) {
+        Release(members_.back());
+        members_.pop_back();
+    }
+}
+
+void ListBuilder::DropPairs(std::size_t begin) noexcept {
+    while (pairs_.size() > begin) {
+        Release(pairs_.back().key);
+        Release(pairs_.back().value);
+        pairs_.pop_back();
+    }
+}
+
+// Keys are shared strings: equal ones are one object. The order of the pairs is of no account.
+void ListBuilder::KeepLastOfEachKey(std::size_t begin) {
+    const auto pairs = std::span(pairs_).subspan(begin);
+    if (pairs.size() <= kFewPairs && !AnyKeyTwice(pairs))
+        return;
+    const auto byKey = [](const Pair& first, const Pair& second) {
+        return std::less<>()(first.key, second.key);
+    };
+    std::stable_sort(pairs.begin(), pairs.end(), byKey);
+    std::size_t kept = 0;
+    for (std::size_t i = 1; i < pairs.size(); ++i) {
+        if (pairs[i].key != pairs[kept].key)
+            ++kept;
+        std::swap(pairs[kept], pairs[i]);
+    }
+    DropPairs(begin + kept + 1);
+}
+
+} // namespace cf

@@ -1,0 +1,69 @@
+#ifndef PLATFORM_LISTBUILDER_H
+#define PLATFORM_LISTBUILDER_H
+
+/*
+ * The values of a property list that is being read. The readers work depth first, so the members
+ * of all unfinished containers lie on one stack, the innermost container's on top: a container
+ * remembers where its members begin, and ending it takes them off again.
+ *
+ * The list readers throw inside: std::bad_alloc when memory is short, MalformedList for a text that
+ * is no list. The functions of CFPropertyList.h catch both.
+ */
+
+#include "objects/SharedValues.h"
+
+#include <cstddef>
+#include <new>
+#include <vector>
+
+namespace cf {
+
+using Value = Owned<const Object>;
+
+// Deeper nesting is refused, so that whoever walks a list that was read may recurse.
+inline constexpr int kMaximumNesting = 512;
+
+// Longer lists are neither read nor written. Reading XML takes up to 16 times its length.
+inline constexpr std::size_t kMaximumListSize = std::size_t{64} << 20;
+
+// The object that a creation gave.
+inline Value Created(const Object* object) {
+    if (object == nullptr)
+        throw std::bad_alloc();
+    return Value::Adopt(object);
+}
+
+class ListBuilder {
+public:
+    // Immutable containers are shared values, mutable ones are new. Leaves are always shared.
+    explicit ListBuilder(bool mutableContainers) noexcept : mutable_(mutableContainers) {}
+    ~ListBuilder();
+    ListBuilder(const ListBuilder&) = delete;
+    ListBuilder& operator=(const ListBuilder&) = delete;
+
+    std::size_t BeginArray() const noexcept {
+        return members_.size();
+    }
+    void AddMember(Value member);
+    Value EndArray(std::size_t begin);
+
+    std::size_t BeginDictionary() const noexcept {
+        return pairs_.size();
+    }
+    // A key that comes again replaces the earlier value.
+    void AddPair(Value key, Value value);
+    Value EndDictionary(std::size_t begin);
+
+private:
+    void DropMembers(std::size_t begin) noexcept;
+    void DropPairs(std::size_t begin) noexcept;
+    void KeepLastOfEachKey(std::size_t begin);
+
+    const bool mutable_;
+    std::vector<const Object*> members_; // owned
+    std::vector<Pair> pairs_;            // owned
+};
+
+} // namespace cf
+
+#endif

@@ -1,0 +1,25 @@
+#ifndef PLATFORM_XMLSCALARS_H
+#define PLATFORM_XMLSCALARS_H
+
+/* The values of <integer>, <real>, <date> and <data> from what stands inside. */
+
+#include "lists/ListBuilder.h"
+#include "lists/XmlSlice.h"
+
+namespace cf {
+
+// Decimal or 0x and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1.
+Value ReadInteger(const XmlSlice& content);
+
+// As strtod() in the C locale has it, but without hexadecimal and without blanks behind.
+Value ReadReal(const XmlSlice& content);
+
+// YYYY-MM-DDThh:mm:ssZ; a month 13 is the next January, and so on.
+Value ReadDate(const XmlSlice& content);
+
+// Base64. What is no digit of it is skipped, an incomplete group at the end dropped.
+Value ReadData(const XmlSlice& content);
+
+} // namespace cf
+
+#endif

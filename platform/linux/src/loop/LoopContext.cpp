@@ -1,0 +1,54 @@
+#include "loop/LoopContext.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace cf {
+namespace {
+
+// Never ready itself: it only bounds the sleep. Setting the ready time of a source instead would
+// wake the very thread that does it.
+struct Deadline {
+    GSource source;
+    Nanoseconds date;
+};
+
+gboolean BoundSleep(GSource* source, gint* milliseconds) {
+    constexpr Nanoseconds kMillisecond = kSecond / 1000;
+    constexpr Nanoseconds kLongest = std::numeric_limits<gint>::max();
+    const Nanoseconds date = reinterpret_cast<Deadline*>(source)->date;
+    const Nanoseconds left = std::max<Nanoseconds>(date - MonotonicNow(), 0);
+    *milliseconds =
+        date == kNever
+            ? -1
+            : static_cast<gint>(std::min((left + kMillisecond - 1) / kMillisecond, kLongest));
+    return FALSE;
+}
+
+GSource* CreateDeadline(GMainContext* context) noexcept {
+    static GSourceFuncs functions = {BoundSleep, nullptr, nullptr, nullptr, nullptr, nullptr};
+    GSource* source = g_source_new(&functions, sizeof(Deadline));
+    g_source_attach(source, context);
+    return source;
+}
+
+} // namespace
+
+LoopContext::LoopContext() noexcept
+    : context_(g_main_context_new()), deadline_(CreateDeadline(context_.get())) {}
+
+void LoopContext::Look() noexcept {
+    g_main_context_iteration(context_.get(), FALSE);
+}
+
+void LoopContext::Sleep(Nanoseconds until) noexcept {
+    reinterpret_cast<Deadline*>(deadline_.get())->date = until;
+    g_main_context_iteration(context_.get(), TRUE);
+}
+
+void LoopContext::Wake() noexcept {
+    if (std::this_thread::get_id() != thread_)
+        g_main_context_wakeup(context_.get());
+}
+
+} // namespace cf

@@ -1,0 +1,220 @@
+/*
+ * The run loops.
+ *
+ * GLib's main context does the waiting: it polls the descriptors, sleeps until the next deadline
+ * and is woken by other threads. What it dispatches only notes that something is ready. The turn
+ * below then does the calling out, since GLib orders, nests and stops its dispatching otherwise.
+ *
+ * Threads: a loop and all that is in it belong to one thread, which makes the loop with its first
+ * look at it and frees it at its end. Other threads may do two things: stop the innermost run
+ * (runMutex guards the chain of runs) and signal a source (Source::wakeMutex guards the way from
+ * the source to its loop). No lock is held while anything is called out.
+ *
+ * GLib ends the process when it is out of memory. It allocates while a loop is made or first
+ * sleeps and when a descriptor joins, but not for a timer, a socket or a signal.
+ */
+
+#include "loop/RunLoopSource.h"
+#include "loop/RunLoopState.h"
+#include "loop/RunLoopTimer.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
+
+namespace cf {
+namespace {
+
+// How often the wall clock is looked at when no alarm is to be had.
+constexpr Nanoseconds kMinute = 60 * kSecond;
+
+void Destroy(Object* object) noexcept {
+    delete static_cast<RunLoop*>(object);
+}
+
+// A thread's loop, freed with the thread.
+struct ThreadsLoop {
+    RunLoop* loop = nullptr;
+
+    ThreadsLoop() noexcept = default;
+    ThreadsLoop(const ThreadsLoop&) = delete;
+    ThreadsLoop& operator=(const ThreadsLoop&) = delete;
+    ~ThreadsLoop() {
+        if (loop == nullptr)
+            return;
+        while (!loop->sources.Empty())
+            Leave(static_cast<Source&>(*loop->sources.First()));
+        while (!loop->timers.Empty())
+            Leave(static_cast<Timer&>(*loop->timers.First()));
+        Release(loop);
+    }
+};
+
+// GLib needs a descriptor for a context and ends the process without: see whether there is one.
+bool HasDescriptorToSpare() noexcept {
+    const int descriptor = eventfd(0, EFD_CLOEXEC);
+    if (descriptor >= 0)
+        close(descriptor);
+    return descriptor >= 0;
+}
+
+RunLoop* CurrentLoop() noexcept {
+    thread_local ThreadsLoop own;
+    if (own.loop == nullptr && HasDescriptorToSpare())
+        own.loop = new (std::nothrow) RunLoop;
+    return own.loop;
+}
+
+// Puts a run into the loop's chain of runs while it lasts.
+class RunScope {
+public:
+    explicit RunScope(RunLoop& loop) noexcept : loop_(loop), run_{loop.innermost} {
+        Enter(&run_);
+    }
+    RunScope(const RunScope&) = delete;
+    RunScope& operator=(const RunScope&) = delete;
+    ~RunScope() {
+        Enter(run_.outer);
+    }
+
+    const Run& Get() const noexcept {
+        return run_;
+    }
+
+private:
+    void Enter(Run* run) noexcept {
+        const std::lock_guard lock(loop_.runMutex);
+        loop_.innermost = run;
+    }
+
+    RunLoop& loop_;
+    Run run_;
+};
+
+bool GoesOn(const RunLoop& loop, const Run& run) noexcept {
+    return !run.stopped && !(loop.sources.Empty() && loop.timers.Empty());
+}
+
+// The timer that has been due longest.
+Timer* FirstDue(const RunLoop& loop, std::uint64_t turn, const Moment& now) noexcept {
+    Timer* first = nullptr;
+    for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
+        auto* timer = static_cast<Timer*>(member);
+        if (timer->callingOut || timer->lastTurn >= turn || Lateness(*timer, now) < 0)
+            continue;
+        if (first == nullptr || Lateness(*timer, now) > Lateness(*first, now))
+            first = timer;
+    }
+    return first;
+}
+
+Source* FirstReady(const RunLoop& loop, std::uint64_t turn, bool nested) noexcept {
+    for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
+        auto* source = static_cast<Source*>(member);
+        if (source->lastTurn < turn && IsReady(*source, nested))
+            return source;
+    }
+    return nullptr;
+}
+
+template<typename T>
+void CallOut(T& member, std::uint64_t turn) noexcept {
+    const auto alive = Owned<T>::Share(&member);
+    member.lastTurn = turn;
+    member.callingOut = true;
+    Serve(member);
+    member.callingOut = false;
+}
+
+// One turn: the timers that are due as it begins, then the sources. Each gets one callout at
+// most, so that none can keep the others waiting. True when anything was called out.
+bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
+    const std::uint64_t turn = ++loop.turn;
+    const Moment now = ReadClocks();
+    const bool nested = run.outer != nullptr;
+    bool calledOut = false;
+    const auto serveAll = [&](auto findNext) {
+        while (!run.stopped) {
+            auto* const member = findNext();
+            if (member == nullptr)
+                break;
+            CallOut(*member, turn);
+            calledOut = true;
+        }
+    };
+    serveAll([&] { return FirstDue(loop, turn, now); });
+    serveAll([&] { return FirstReady(loop, turn, nested); });
+    return calledOut;
+}
+
+// Until when the loop may sleep, by the monotonic clock. For a date the alarm will wake it.
+Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
+    Nanoseconds monotonic = kNever;
+    Nanoseconds wallClock = kNever;
+    for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
+        const auto& timer = static_cast<const Timer&>(*member);
+        Nanoseconds& first = timer.onWallClock ? wallClock : monotonic;
+        if (!timer.callingOut)
+            first = std::min(first, timer.date);
+    }
+    if (!loop.alarm.Set(loop.context.Get(), wallClock))
+        monotonic = std::min(monotonic, MonotonicNow() + kMinute);
+    return monotonic;
+}
+
+void RealignTimers(RunLoop& loop) noexcept {
+    const Moment now = ReadClocks();
+    for (Member* member = loop.timers.First(); member != nullptr; member = member->next)
+        Realign(static_cast<Timer&>(*member), now);
+    loop.alarm.TakeNote();
+}
+
+// Learns what became ready; with nothing to do, sleeps until something does or a timer is due.
+void Wait(RunLoop& loop, bool idle) noexcept {
+    const Nanoseconds until = idle ? PrepareSleep(loop) : kNever;
+    if (idle && !loop.alarm.Stepped())
+        loop.context.Sleep(until);
+    else
+        loop.context.Look();
+    if (loop.alarm.Stepped())
+        RealignTimers(loop);
+}
+
+void RunUntilStopped(RunLoop& loop) noexcept {
+    const RunScope scope(loop);
+    while (GoesOn(loop, scope.Get())) {
+        const bool idle = !TakeTurn(loop, scope.Get());
+        if (GoesOn(loop, scope.Get()))
+            Wait(loop, idle);
+    }
+}
+
+void StopInnermost(RunLoop& loop) noexcept {
+    const std::lock_guard lock(loop.runMutex);
+    if (loop.innermost == nullptr)
+        return;
+    loop.innermost->stopped = true;
+    loop.context.Wake();
+}
+
+} // namespace
+
+const Class RunLoop::kClass = {"run loop", Destroy, nullptr, nullptr};
+
+} // namespace cf
+
+CFRunLoopRef CFRunLoopGetCurrent(void) {
+    return reinterpret_cast<CFRunLoopRef>(cf::CurrentLoop());
+}
+
+void CFRunLoopRun(void) {
+    if (cf::RunLoop* loop = cf::CurrentLoop())
+        cf::RunUntilStopped(*loop);
+}
+
+void CFRunLoopStop(CFRunLoopRef runLoop) {
+    if (auto* loop = cf::As<cf::RunLoop>(runLoop))
+        cf::StopInnermost(*loop);
+}

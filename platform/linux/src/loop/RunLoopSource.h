@@ -1,0 +1,54 @@
+#ifndef PLATFORM_RUNLOOPSOURCE_H
+#define PLATFORM_RUNLOOPSOURCE_H
+
+#include "loop/LoopContext.h"
+#include "loop/RunLoop.h"
+#include "loop/RunLoopMember.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace cf {
+
+// What a source tells its owner, on the thread of the loop. All but perform may be nullptr.
+struct SourceCallouts {
+    Perform perform;
+    Perform joined;  // it was added to a loop
+    Perform left;    // it was removed, or the loop ended
+    Perform invalid; // it was invalidated or freed: info is not used again
+};
+
+struct Source : Member {
+    static const Class kClass;
+    Source(const SourceCallouts& sourceCallouts, void* sourceInfo, Runs sourceRuns,
+           int sourceDescriptor) noexcept
+        : Member(&kClass), callouts(sourceCallouts), info(sourceInfo), runs(sourceRuns),
+          descriptor(sourceDescriptor) {}
+
+    const SourceCallouts callouts;
+    void* const info;
+    const Runs runs;
+
+    const int descriptor; // -1: becomes ready by being signalled only
+    SourcePointer watch;  // on the descriptor, while the source is in a loop and not ready
+
+    std::atomic<bool> signalled = false;
+    std::mutex wakeMutex;
+    LoopContext* wakes = nullptr; // of the loop that it is in; guarded by wakeMutex
+};
+
+Source* CreateSource(const SourceCallouts& callouts, void* info, Runs runs,
+                     int descriptor = -1) noexcept;
+
+void Signal(Source& source) noexcept;
+void Invalidate(Source& source) noexcept;
+
+bool IsReady(const Source& source, bool nested) noexcept;
+void Serve(Source& source) noexcept;
+
+// Takes the source out of its loop.
+void Leave(Source& source) noexcept;
+
+} // namespace cf
+
+#endif

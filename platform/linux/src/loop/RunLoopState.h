@@ -1,0 +1,37 @@
+#ifndef PLATFORM_RUNLOOPSTATE_H
+#define PLATFORM_RUNLOOPSTATE_H
+
+/* The inside of a run loop, for its sources and timers. */
+
+#include "loop/LoopContext.h"
+#include "loop/RunLoopMember.h"
+#include "loop/WallClockAlarm.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace cf {
+
+// One call of CFRunLoopRun, on its stack.
+struct Run {
+    Run* const outer;
+    std::atomic<bool> stopped = false;
+};
+
+struct RunLoop : Object {
+    static const Class kClass;
+    RunLoop() noexcept : Object(&kClass) {}
+
+    LoopContext context;
+    WallClockAlarm alarm; // ends its sleep for the timers on the wall clock
+    MemberList sources;
+    MemberList timers;
+    std::uint64_t turn = 0; // counts the turns of all runs
+
+    std::mutex runMutex;
+    Run* innermost = nullptr; // guarded by runMutex
+};
+
+} // namespace cf
+
+#endif

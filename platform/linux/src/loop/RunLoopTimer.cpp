@@ -1,0 +1,100 @@
+#include "loop/RunLoopTimer.h"
+
+#include "loop/RunLoopState.h"
+
+#include <algorithm>
+#include <new>
+
+namespace cf {
+namespace {
+
+// A timer that waits less than this measures a delay, on the monotonic clock: setting the wall
+// clock neither cuts nor stretches it. One that waits longer keeps a date.
+constexpr Nanoseconds kLongestDelay = 3600 * kSecond;
+
+void Destroy(Object* object) noexcept {
+    delete static_cast<Timer*>(object);
+}
+
+void Invalidate(Timer& timer) noexcept {
+    if (!timer.valid)
+        return;
+    timer.valid = false;
+    const auto alive = Owned<Timer>::Share(&timer);
+    if (timer.loop != nullptr)
+        Leave(timer);
+    timer.info.Drop();
+}
+
+Nanoseconds Read(const Moment& now, const Timer& timer) noexcept {
+    return timer.onWallClock ? now.wallClock : now.monotonic;
+}
+
+} // namespace
+
+const Class Timer::kClass = {"run loop timer", Destroy, nullptr, nullptr};
+
+Moment ReadClocks() noexcept {
+    // The tick, lest a callout that asks time() learns that its date is yet to come.
+    return {MonotonicNow(), WallClockTick()};
+}
+
+Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept {
+    return Read(now, timer) - timer.date;
+}
+
+// By division: however many dates were missed, the next one is found at once.
+void Serve(Timer& timer) noexcept {
+    timer.info.Use(
+        [&timer](void* info) { timer.callout(reinterpret_cast<CFRunLoopTimerRef>(&timer), info); });
+    if (timer.interval == 0) {
+        Invalidate(timer);
+        return;
+    }
+    const Nanoseconds late = std::max<Nanoseconds>(Lateness(timer, ReadClocks()), 0);
+    timer.date += (late / timer.interval + 1) * timer.interval;
+}
+
+void Realign(Timer& timer, const Moment& now) noexcept {
+    const Nanoseconds wait = -Lateness(timer, now);
+    if (timer.onWallClock && timer.interval > 0 && wait / timer.interval >= 2)
+        timer.date -= (wait / timer.interval - 1) * timer.interval;
+}
+
+void Leave(Timer& timer) noexcept {
+    timer.loop->timers.Leave(timer);
+}
+
+} // namespace cf
+
+CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
+                                       CFTimeInterval interval, CFOptionFlags, CFIndex,
+                                       CFRunLoopTimerCallBack callout,
+                                       CFRunLoopTimerContext* context) {
+    using namespace cf;
+    const Nanoseconds wait = std::max<Nanoseconds>(ToNanoseconds(fireDate) - WallClockNow(), 0);
+    const Nanoseconds period = std::max<Nanoseconds>(ToNanoseconds(interval), 0);
+    const bool onWallClock = (period > 0 ? period : wait) >= kLongestDelay;
+    const Nanoseconds date = wait + (onWallClock ? WallClockNow() : MonotonicNow());
+    return reinterpret_cast<CFRunLoopTimerRef>(
+        new (std::nothrow) Timer(date, period, onWallClock, callout, context));
+}
+
+void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {
+    auto* loop = cf::As<cf::RunLoop>(runLoop);
+    auto* member = cf::As<cf::Timer>(timer);
+    if (loop != nullptr && member != nullptr)
+        loop->timers.Join(*loop, *member, mode);
+}
+
+void CFRunLoopRemoveTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {
+    auto* loop = cf::As<cf::RunLoop>(runLoop);
+    auto* member = cf::As<cf::Timer>(timer);
+    if (loop != nullptr && member != nullptr && cf::IsRemovedBy(*member, *loop, mode))
+        cf::Leave(*member);
+}
+
+void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {
+    if (auto* target = cf::As<cf::Timer>(timer))
+        cf::Invalidate(*target);
+}

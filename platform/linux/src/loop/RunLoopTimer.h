@@ -1,0 +1,45 @@
+#ifndef PLATFORM_RUNLOOPTIMER_H
+#define PLATFORM_RUNLOOPTIMER_H
+
+#include "loop/Clock.h"
+#include "loop/ContextInfo.h"
+#include "loop/RunLoopMember.h"
+
+namespace cf {
+
+struct Timer : Member {
+    static const Class kClass;
+    Timer(Nanoseconds timerDate, Nanoseconds timerInterval, bool wallClock,
+          CFRunLoopTimerCallBack timerCallout, const CFRunLoopTimerContext* context) noexcept
+        : Member(&kClass), date(timerDate), interval(timerInterval), onWallClock(wallClock),
+          callout(timerCallout), info(context) {}
+
+    Nanoseconds date;           // the next fire date, by the timer's own clock
+    const Nanoseconds interval; // 0: fires once
+    const bool onWallClock;
+    const CFRunLoopTimerCallBack callout;
+    ContextInfo info;
+};
+
+// What the two clocks show.
+struct Moment {
+    Nanoseconds monotonic;
+    Nanoseconds wallClock;
+};
+Moment ReadClocks() noexcept;
+
+// How long the timer has been due; negative: how long it has to wait yet.
+Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept;
+
+void Serve(Timer& timer) noexcept;
+
+// After a step of the wall clock: a date that lies more than two intervals ahead moves to the
+// timer's grid within them, so that a clock put right from years ahead does not silence it.
+void Realign(Timer& timer, const Moment& now) noexcept;
+
+// Takes the timer out of its loop.
+void Leave(Timer& timer) noexcept;
+
+} // namespace cf
+
+#endif

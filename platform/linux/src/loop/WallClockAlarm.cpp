@@ -1,0 +1,57 @@
+#include "loop/WallClockAlarm.h"
+
+#include <glib-unix.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace cf {
+
+WallClockAlarm::~WallClockAlarm() {
+    if (descriptor_ < 0)
+        return;
+    watch_.reset();
+    close(descriptor_);
+}
+
+bool WallClockAlarm::Open(GMainContext* context) noexcept {
+    descriptor_ = timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (descriptor_ < 0)
+        return false;
+    watch_.reset(g_unix_fd_source_new(descriptor_, G_IO_IN));
+    g_source_set_callback(watch_.get(), G_SOURCE_FUNC(&WallClockAlarm::Ring), this, nullptr);
+    g_source_attach(watch_.get(), context);
+    return true;
+}
+
+bool WallClockAlarm::Set(GMainContext* context, Nanoseconds date) noexcept {
+    if (date == date_)
+        return true;
+    if (descriptor_ < 0 && !Open(context))
+        return false;
+    itimerspec setting = {};
+    if (date != kNever) {
+        // A date in the past rings at once; one of 0 seconds would disarm.
+        const Nanoseconds rings = date + kTick + kSecondsSince1970 * kSecond;
+        setting.it_value.tv_sec = rings / kSecond;
+        setting.it_value.tv_nsec = rings % kSecond;
+    }
+    // ECANCELED tells of a step just now; the alarm is set all the same.
+    if (timerfd_settime(descriptor_, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting,
+                        nullptr) != 0)
+        stepped_ = true;
+    date_ = date;
+    return true;
+}
+
+gboolean WallClockAlarm::Ring(gint descriptor, GIOCondition, gpointer self) noexcept {
+    auto& alarm = *static_cast<WallClockAlarm*>(self);
+    std::uint64_t rings = 0;
+    if (read(descriptor, &rings, sizeof rings) < 0 && errno == ECANCELED)
+        alarm.stepped_ = true;
+    alarm.date_ = kNever;
+    return G_SOURCE_CONTINUE;
+}
+
+} // namespace cf

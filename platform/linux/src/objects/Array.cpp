@@ -1,0 +1,147 @@
+#include "objects/Array.h"
+
+#include "objects/Range.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace cf {
+namespace {
+
+bool EqualArrays(const Object* first, const Object* second) noexcept {
+    const auto left = MembersOf(static_cast<const Array*>(first));
+    const auto right = MembersOf(static_cast<const Array*>(second));
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), Equal);
+}
+
+// Members may be changed later, and hashing them all would be dear.
+std::uint32_t HashArray(const Object* object) noexcept {
+    return static_cast<const Array*>(object)->count;
+}
+
+bool Reserve(Array* array, std::size_t count) noexcept {
+    if (count <= array->capacity)
+        return true;
+    const std::size_t capacity =
+        std::max({count, std::size_t{array->capacity} * 2, std::size_t{4}});
+    if (capacity > kMaximumCapacity)
+        return false;
+    void* slots = std::realloc(array->slots, capacity * sizeof(const Object*));
+    if (slots == nullptr)
+        return false;
+    array->slots = static_cast<const Object**>(slots);
+    array->capacity = static_cast<std::uint32_t>(capacity);
+    return true;
+}
+
+void Append(Array* array, const Object* member) noexcept {
+    if (!Reserve(array, std::size_t{array->count} + 1))
+        return;
+    Retain(member);
+    array->slots[array->count++] = member;
+}
+
+Array* AsMutable(CFMutableArrayRef reference) noexcept {
+    auto* array = As<Array>(reference);
+    return array != nullptr && IsMutable(array) ? array : nullptr;
+}
+
+bool HasIndex(const Array* array, CFIndex index) noexcept {
+    return index >= 0 && index < static_cast<CFIndex>(array->count);
+}
+
+} // namespace
+} // namespace cf
+
+constinit const cf::Class __CFArray::kClass = {"CFArray", cf::DestroyCollection, cf::EqualArrays,
+                                               cf::HashArray};
+
+CFTypeID CFArrayGetTypeID(void) {
+    return cf::TypeIdOf(__CFArray::kClass);
+}
+
+constinit const CFArrayCallBacks kCFTypeArrayCallBacks = {0};
+
+CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFArrayCallBacks*) {
+    return cf::Allocate<cf::Array>(0, cf::kMutableArray);
+}
+
+CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
+                         const CFArrayCallBacks*) {
+    const auto memberCount = static_cast<std::size_t>(count);
+    if (count < 0 || memberCount > cf::kMaximumCapacity || (values == nullptr && count > 0) ||
+        std::find(values, values + count, nullptr) != values + count)
+        return nullptr;
+    auto* array = cf::Allocate<cf::Array>(memberCount * sizeof(cf::Object*), cf::kImmutableArray,
+                                          memberCount);
+    if (array == nullptr)
+        return nullptr;
+    for (std::size_t i = 0; i < memberCount; ++i)
+        array->slots[i] = cf::AsObject(CFRetain(values[i]));
+    return array;
+}
+
+CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex,
+                                           CFArrayRef reference) {
+    const auto* array = cf::As<cf::Array>(reference);
+    if (array == nullptr)
+        return nullptr;
+    auto copy = cf::Owned<cf::Array>::Adopt(CFArrayCreateMutable(allocator, 0, nullptr));
+    if (!copy || !cf::Reserve(copy.Get(), array->count))
+        return nullptr;
+    for (const cf::Object* member : cf::MembersOf(array))
+        cf::Append(copy.Get(), member);
+    return copy.Detach();
+}
+
+CFIndex CFArrayGetCount(CFArrayRef reference) {
+    const auto* array = cf::As<cf::Array>(reference);
+    return array != nullptr ? array->count : 0;
+}
+
+const void* CFArrayGetValueAtIndex(CFArrayRef reference, CFIndex index) {
+    const auto* array = cf::As<cf::Array>(reference);
+    return array != nullptr && cf::HasIndex(array, index) ? array->slots[index] : nullptr;
+}
+
+CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef reference, CFRange range, const void* value) {
+    const auto* array = cf::As<cf::Array>(reference);
+    if (array == nullptr || value == nullptr || !cf::LiesWithin(range, array->count))
+        return kCFNotFound;
+    for (CFIndex i = range.location; i < range.location + range.length; ++i) {
+        if (cf::Equal(array->slots[i], cf::AsObject(value)))
+            return i;
+    }
+    return kCFNotFound;
+}
+
+Boolean CFArrayContainsValue(CFArrayRef array, CFRange range, const void* value) {
+    return CFArrayGetFirstIndexOfValue(array, range, value) != kCFNotFound;
+}
+
+void CFArrayAppendValue(CFMutableArrayRef reference, const void* value) {
+    auto* array = cf::AsMutable(reference);
+    if (array != nullptr && value != nullptr)
+        cf::Append(array, cf::AsObject(value));
+}
+
+void CFArraySetValueAtIndex(CFMutableArrayRef reference, CFIndex index, const void* value) {
+    auto* array = cf::AsMutable(reference);
+    if (array == nullptr || value == nullptr)
+        return;
+    if (cf::HasIndex(array, index))
+        CFRelease(std::exchange(array->slots[index], cf::AsObject(CFRetain(value))));
+    else if (index == static_cast<CFIndex>(array->count))
+        cf::Append(array, cf::AsObject(value));
+}
+
+void CFArrayRemoveValueAtIndex(CFMutableArrayRef reference, CFIndex index) {
+    auto* array = cf::AsMutable(reference);
+    if (array == nullptr || !cf::HasIndex(array, index))
+        return;
+    const cf::Object** place = array->slots + index;
+    const cf::Object* removed = *place;
+    std::copy(place + 1, array->slots + array->count, place);
+    --array->count;
+    cf::Release(removed);
+}

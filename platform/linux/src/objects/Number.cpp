@@ -1,0 +1,203 @@
+#include "objects/Number.h"
+
+#include "objects/Hash.h"
+
+#include <array>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+namespace cf {
+namespace {
+
+// The range covers booleans kept as numbers, states, kinds, and indexes into short lists.
+constexpr std::int64_t kSmallestCached = -1;
+constexpr std::size_t kCachedCount = 257;
+
+template<std::size_t... Index>
+constexpr std::array<Number, sizeof...(Index)> MakeCache(std::index_sequence<Index...>) {
+    return {Number(kSignedNumber, static_cast<std::uint64_t>(kSmallestCached) + Index,
+                   kStaticReferences)...};
+}
+
+constinit std::array<Number, kCachedCount> g_smallIntegers =
+    MakeCache(std::make_index_sequence<kCachedCount>());
+
+bool FitsSigned64(double value) noexcept {
+    return value >= -0x1p63 && value < 0x1p63;
+}
+
+// A real that is an integer equals that integer, so it must hash like it.
+bool IsWholeNumber(const Number* number, std::int64_t* value) noexcept {
+    if (number->kind == kSignedNumber) {
+        *value = number->Signed();
+        return true;
+    }
+    if (number->kind != kRealNumber || !FitsSigned64(number->Real()))
+        return false;
+    *value = static_cast<std::int64_t>(number->Real());
+    return static_cast<double>(*value) == number->Real();
+}
+
+bool EqualNumbers(const Object* first, const Object* second) noexcept {
+    const auto* left = static_cast<const Number*>(first);
+    const auto* right = static_cast<const Number*>(second);
+    std::int64_t leftWhole = 0;
+    std::int64_t rightWhole = 0;
+    if (IsWholeNumber(left, &leftWhole) && IsWholeNumber(right, &rightWhole))
+        return leftWhole == rightWhole;
+    return left->kind == right->kind && left->bits == right->bits;
+}
+
+std::uint32_t HashNumber(const Object* object) noexcept {
+    const auto* number = static_cast<const Number*>(object);
+    std::int64_t whole = 0;
+    if (IsWholeNumber(number, &whole))
+        return HashWord(static_cast<std::uint64_t>(whole));
+    return HashWord(~number->bits);
+}
+
+} // namespace
+
+Number* SmallInteger(std::int64_t value) noexcept {
+    const auto index =
+        static_cast<std::uint64_t>(value) - static_cast<std::uint64_t>(kSmallestCached);
+    return index < kCachedCount ? &g_smallIntegers[index] : nullptr;
+}
+
+Number* CreateNumber(NumberKind kind, std::uint64_t bits) noexcept {
+    return Allocate<Number>(0, kind, bits);
+}
+
+namespace {
+
+CFNumberRef CreateInteger(std::int64_t value) noexcept {
+    if (Number* cached = SmallInteger(value); cached != nullptr)
+        return cached;
+    return CreateNumber(kSignedNumber, static_cast<std::uint64_t>(value));
+}
+
+template<typename Native>
+Native ReadNative(const void* address) noexcept {
+    Native value;
+    std::memcpy(&value, address, sizeof value);
+    return value;
+}
+
+// What the processor makes of a real: the smallest integer where it does not fit.
+template<typename Integer>
+Integer TruncateReal(double value) noexcept {
+    constexpr double kLimit = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2;
+    return value > -kLimit - 1 && value < kLimit ? static_cast<Integer>(value)
+                                                 : std::numeric_limits<Integer>::min();
+}
+
+// The narrow types go by way of 32 bits, like the processor's own conversion.
+template<typename Integer>
+Integer RealAsInteger(double value) noexcept {
+    if constexpr (sizeof(Integer) < sizeof(std::int32_t))
+        return static_cast<Integer>(TruncateReal<std::int32_t>(value));
+    else
+        return TruncateReal<Integer>(value);
+}
+
+// The narrow types also take the unsigned values of their width.
+template<typename Integer>
+bool SurvivesIn(std::int64_t value) noexcept {
+    if constexpr (sizeof(Integer) < sizeof(std::int32_t)) {
+        if (static_cast<std::make_unsigned_t<Integer>>(value) == value)
+            return true;
+    }
+    return static_cast<Integer>(value) == value;
+}
+
+template<typename Integer>
+bool StoreInteger(const Number* number, void* address) noexcept {
+    Integer stored;
+    bool survived;
+    if (number->kind == kRealNumber) {
+        stored = RealAsInteger<Integer>(number->Real());
+        survived = static_cast<double>(stored) == number->Real();
+    } else {
+        stored = static_cast<Integer>(number->Signed());
+        // All bits of an unsigned number have room in 64, and in no less.
+        survived = number->kind == kUnsignedNumber ? sizeof stored == sizeof number->bits
+                                                   : SurvivesIn<Integer>(number->Signed());
+    }
+    std::memcpy(address, &stored, sizeof stored);
+    return survived;
+}
+
+bool StoreReal(const Number* number, void* address) noexcept {
+    double stored = number->Real();
+    bool survived = true;
+    if (number->kind == kSignedNumber) {
+        stored = static_cast<double>(number->Signed());
+        survived = FitsSigned64(stored) && static_cast<std::int64_t>(stored) == number->Signed();
+    } else if (number->kind == kUnsignedNumber) {
+        stored = static_cast<double>(number->Unsigned());
+        survived = stored < 0x1p64 && static_cast<std::uint64_t>(stored) == number->Unsigned();
+    }
+    std::memcpy(address, &stored, sizeof stored);
+    return survived;
+}
+
+} // namespace
+} // namespace cf
+
+constinit const cf::Class __CFNumber::kClass = {"CFNumber", cf::DestroyPlain, cf::EqualNumbers,
+                                                cf::HashNumber};
+
+struct __CFBoolean : cf::Object {
+    static const cf::Class kClass;
+
+    constexpr __CFBoolean() : Object(&kClass, cf::kStaticReferences) {}
+};
+
+constinit const cf::Class __CFBoolean::kClass = {"CFBoolean", cf::DestroyPlain, nullptr, nullptr};
+
+namespace {
+constinit __CFBoolean g_true;
+constinit __CFBoolean g_false;
+} // namespace
+
+constinit const CFBooleanRef kCFBooleanTrue = &g_true;
+constinit const CFBooleanRef kCFBooleanFalse = &g_false;
+
+CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value) {
+    if (value == nullptr)
+        return nullptr;
+    switch (type) {
+    case kCFNumberSInt8Type:
+        return cf::CreateInteger(cf::ReadNative<std::int8_t>(value));
+    case kCFNumberSInt16Type:
+        return cf::CreateInteger(cf::ReadNative<std::int16_t>(value));
+    case kCFNumberSInt32Type:
+        return cf::CreateInteger(cf::ReadNative<std::int32_t>(value));
+    case kCFNumberSInt64Type:
+        return cf::CreateInteger(cf::ReadNative<std::int64_t>(value));
+    case kCFNumberFloat64Type:
+        return cf::CreateNumber(cf::kRealNumber, cf::ReadNative<std::uint64_t>(value));
+    }
+    return nullptr;
+}
+
+Boolean CFNumberGetValue(CFNumberRef reference, CFNumberType type, void* value) {
+    const auto* number = cf::As<cf::Number>(reference);
+    if (number == nullptr || value == nullptr)
+        return false;
+    switch (type) {
+    case kCFNumberSInt8Type:
+        return cf::StoreInteger<std::int8_t>(number, value);
+    case kCFNumberSInt16Type:
+        return cf::StoreInteger<std::int16_t>(number, value);
+    case kCFNumberSInt32Type:
+        return cf::StoreInteger<std::int32_t>(number, value);
+    case kCFNumberSInt64Type:
+        return cf::StoreInteger<std::int64_t>(number, value);
+    case kCFNumberFloat64Type:
+        return cf::StoreReal(number, value);
+    }
+    return false;
+}

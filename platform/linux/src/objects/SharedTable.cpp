@@ -1,0 +1,97 @@
+#include "objects/SharedTable.h"
+
+#include <cstdlib>
+
+namespace cf {
+namespace {
+
+constexpr unsigned kPartBits = 4;
+constinit SharedTablePart g_parts[1U << kPartBits];
+
+} // namespace
+
+bool SharedTablePart::RetainLiving(const Object* value) noexcept {
+    std::int32_t count = value->references.load(std::memory_order_relaxed);
+    while (count > 0) {
+        if (value->references.compare_exchange_weak(count, count + 1, std::memory_order_relaxed))
+            return true;
+    }
+    return count != 0; // so many references that counting has ended
+}
+
+// Growing may fail as long as a free place is left to end the probes.
+bool SharedTablePart::MakeRoom() noexcept {
+    return HasRoomForOneMore(count_, capacity_) || Resize(CapacityFor(count_ + 1)) ||
+           count_ + 1 < capacity_;
+}
+
+void SharedTablePart::Shrink() noexcept {
+    if (count_ == 0) {
+        std::free(values_);
+        values_ = nullptr;
+        capacity_ = 0;
+    } else if (capacity_ > kSmallestTable && count_ * 8 < capacity_) {
+        Resize(CapacityFor(count_ * 2)); // when that fails, another time
+    }
+}
+
+bool SharedTablePart::Resize(std::size_t capacity) noexcept {
+    auto* values = static_cast<const Object**>(std::calloc(capacity, sizeof(const Object*)));
+    if (values == nullptr)
+        return false;
+    const auto isFree = [values](std::size_t place) { return values[place] == nullptr; };
+    const auto never = [](std::size_t) { return false; };
+    for (std::size_t i = 0; i < capacity_; ++i) {
+        if (values_[i] != nullptr)
+            values[Probe(values_[i]->hashValue, capacity, isFree, never)] = values_[i];
+    }
+    std::free(values_);
+    values_ = values;
+    capacity_ = capacity;
+    return true;
+}
+
+void SharedTablePart::Forget(const Object* value) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (count_ == 0)
+        return; // replaced, and its successor went already
+    const std::size_t place = Probe(value->hashValue, capacity_, IsFree(),
+                                    [&](std::size_t at) { return values_[at] == value; });
+    if (values_[place] == nullptr)
+        return; // replaced
+    const std::size_t gap = CloseGap(
+        place, capacity_, IsFree(), [this](std::size_t at) { return values_[at]->hashValue; },
+        [this](std::size_t from, std::size_t to) { values_[to] = values_[from]; });
+    values_[gap] = nullptr;
+    --count_;
+    Shrink();
+}
+
+std::size_t SharedTablePart::Count() noexcept {
+    const std::lock_guard lock(mutex_);
+    return count_;
+}
+
+std::size_t SharedTablePart::Capacity() noexcept {
+    const std::lock_guard lock(mutex_);
+    return capacity_;
+}
+
+SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept {
+    return g_parts[hash >> (kHashBits - kPartBits)];
+}
+
+void ForgetSharedValue(const Object* value) noexcept {
+    PartOfSharedTable(value->hashValue).Forget(value);
+}
+
+SharedTableSize MeasureSharedTable() noexcept {
+    SharedTableSize size = {};
+    for (SharedTablePart& part : g_parts) {
+        size.values += part.Count();
+        size.places += part.Capacity();
+    }
+    return size;
+}
+
+} // namespace cf

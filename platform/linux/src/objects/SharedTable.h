@@ -1,0 +1,90 @@
+#ifndef PLATFORM_SHAREDTABLE_H
+#define PLATFORM_SHAREDTABLE_H
+
+/*
+ * The table of all shared values that are alive. It holds no references.
+ *
+ * The last reference to a value goes without the table's lock. From then on the value is dead: a
+ * search that still meets it takes no reference to it but puts a successor in its place. Who
+ * dropped the last reference then takes the lock, removes the value unless it has been replaced,
+ * and only after that frees it. So nobody reads freed memory, and no dead value is handed out.
+ *
+ * The table is divided by hash value into parts with a lock each, so that threads seldom wait.
+ */
+
+#include "objects/Hash.h"
+#include "objects/Object.h"
+#include "objects/OpenAddressing.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+namespace cf {
+
+class SharedTablePart {
+public:
+    // The living value with that hash that matches, with a reference added; else what make()
+    // gives, entered. nullptr when memory is short.
+    template<typename Matches, typename Make>
+    const Object* FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept;
+
+    void Forget(const Object* value) noexcept;
+    std::size_t Count() noexcept;
+    std::size_t Capacity() noexcept;
+
+private:
+    auto IsFree() const noexcept {
+        return [this](std::size_t place) { return values_[place] == nullptr; };
+    }
+
+    static bool RetainLiving(const Object* value) noexcept;
+    bool MakeRoom() noexcept;
+    void Shrink() noexcept;
+    bool Resize(std::size_t capacity) noexcept;
+
+    std::mutex mutex_;
+    const Object** values_ = nullptr;
+    std::size_t count_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+template<typename Matches, typename Make>
+const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (!MakeRoom())
+        return nullptr;
+    const std::size_t place = Probe(hash, capacity_, IsFree(), [&](std::size_t at) {
+        return values_[at]->hashValue == hash && matches(values_[at]);
+    });
+    const Object*& found = values_[place];
+    if (found != nullptr && RetainLiving(found))
+        return found;
+    Object* made = make();
+    if (made == nullptr) {
+        Shrink();
+        return nullptr;
+    }
+    made->SetHashValue(hash);
+    made->isShared = 1;
+    count_ += found == nullptr ? 1U : 0U;
+    found = made;
+    return made;
+}
+
+// The part that values with that hash belong to.
+SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept;
+
+// Takes a value whose last reference went out of the table, before it is torn down.
+void ForgetSharedValue(const Object* value) noexcept;
+
+// The number of values in the table, dead ones included, and of the places it has.
+struct SharedTableSize {
+    std::size_t values;
+    std::size_t places;
+};
+SharedTableSize MeasureSharedTable() noexcept;
+
+} // namespace cf
+
+#endif

@@ -1,0 +1,140 @@
+#include "objects/SharedValues.h"
+
+#include "objects/Array.h"
+#include "objects/Data.h"
+#include "objects/Date.h"
+#include "objects/Dictionary.h"
+#include "objects/Hash.h"
+#include "objects/Number.h"
+#include "objects/SharedTable.h"
+#include "objects/String.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace cf {
+namespace {
+
+// The shared T with that hash that isSame, or the one that make() gives.
+template<typename T, typename IsSame, typename Make>
+const T* Share(std::uint32_t hash, IsSame isSame, Make make) noexcept {
+    const auto matches = [&](const Object* candidate) {
+        return candidate->type == &T::kClass && isSame(static_cast<const T*>(candidate));
+    };
+    return static_cast<const T*>(PartOfSharedTable(hash).FindOrAdd(hash, matches, make));
+}
+
+const Object* ShareNumber(NumberKind kind, std::uint64_t bits) noexcept {
+    const auto isSame = [=](const Number* number) {
+        return number->kind == kind && number->bits == bits;
+    };
+    return Share<Number>(HashWord(bits), isSame, [=] { return CreateNumber(kind, bits); });
+}
+
+// The array of count members, which memberAt(index) gives.
+template<typename MemberAt>
+const Array* ShareArray(std::size_t count, MemberAt memberAt) noexcept {
+    if (count > kMaximumCapacity)
+        return nullptr;
+    WordHasher hasher;
+    for (std::size_t i = 0; i < count; ++i)
+        hasher.Add(reinterpret_cast<std::uintptr_t>(memberAt(i)));
+    const auto isSame = [&](const Array* array) {
+        std::size_t same = 0;
+        while (same < count && same < array->count && array->slots[same] == memberAt(same))
+            ++same;
+        return same == count && same == array->count;
+    };
+    const auto make = [&]() noexcept {
+        auto* array = Allocate<Array>(count * sizeof(const Object*), kImmutableArray, count);
+        for (std::size_t i = 0; array != nullptr && i < count; ++i) {
+            Retain(memberAt(i));
+            array->slots[i] = memberAt(i);
+        }
+        return array;
+    };
+    return Share<Array>(hasher.Value(), isSame, make);
+}
+
+bool StandsBefore(const Pair& left, const Pair& right) noexcept {
+    const std::uint32_t leftHash = Hash(left.key);
+    const std::uint32_t rightHash = Hash(right.key);
+    return leftHash != rightHash ? leftHash < rightHash : std::less<>()(left.key, right.key);
+}
+
+bool HasValues(const Dictionary* dictionary, std::span<const Pair> pairs) noexcept {
+    return std::ranges::equal(ValuesOfShared(dictionary), pairs, {}, {}, &Pair::value);
+}
+
+Dictionary* MakeDictionary(const Array* keys, std::span<const Pair> pairs) noexcept {
+    auto* dictionary = Allocate<Dictionary>((1 + pairs.size()) * sizeof(const Object*),
+                                            kSharedDictionary, pairs.size());
+    if (dictionary == nullptr)
+        return nullptr;
+    Retain(keys);
+    dictionary->slots[0] = keys;
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        Retain(pairs[i].value);
+        dictionary->slots[1 + i] = pairs[i].value;
+    }
+    return dictionary;
+}
+
+} // namespace
+
+const Object* SharedString(std::string_view text) noexcept {
+    const std::uint32_t hash = HashBytes(text.data(), text.size());
+    const auto isSame = [=](const String* string) { return TextOf(string) == text; };
+    return Share<String>(hash, isSame, [=] { return CreateString(text); });
+}
+
+const Object* SharedInteger(std::int64_t value) noexcept {
+    if (Number* small = SmallInteger(value); small != nullptr)
+        return small;
+    return ShareNumber(kSignedNumber, static_cast<std::uint64_t>(value));
+}
+
+const Object* SharedUnsignedInteger(std::uint64_t value) noexcept {
+    return ShareNumber(kUnsignedNumber, value);
+}
+
+const Object* SharedReal(double value) noexcept {
+    return ShareNumber(kRealNumber, std::bit_cast<std::uint64_t>(value));
+}
+
+const Object* SharedDate(double absoluteTime) noexcept {
+    const auto bits = std::bit_cast<std::uint64_t>(absoluteTime);
+    const auto isSame = [=](const Date* date) {
+        return std::bit_cast<std::uint64_t>(date->absoluteTime) == bits;
+    };
+    return Share<Date>(HashWord(bits), isSame, [=] { return Allocate<Date>(0, absoluteTime); });
+}
+
+const Object* SharedData(std::span<const std::uint8_t> bytes) noexcept {
+    const std::uint32_t hash = HashBytes(bytes.data(), bytes.size());
+    const auto isSame = [=](const Data* data) { return std::ranges::equal(BytesOf(data), bytes); };
+    return Share<Data>(hash, isSame, [=] { return CreateData(bytes); });
+}
+
+const Object* SharedArray(std::span<const Object* const> members) noexcept {
+    return ShareArray(members.size(), [=](std::size_t index) { return members[index]; });
+}
+
+const Object* SharedDictionary(std::span<Pair> pairs) noexcept {
+    std::sort(pairs.begin(), pairs.end(), StandsBefore);
+    const auto keys = Owned<const Array>::Adopt(
+        ShareArray(pairs.size(), [=](std::size_t index) { return pairs[index].key; }));
+    if (!keys)
+        return nullptr;
+    WordHasher hasher;
+    hasher.Add(reinterpret_cast<std::uintptr_t>(keys.Get()));
+    for (const Pair& pair : pairs)
+        hasher.Add(reinterpret_cast<std::uintptr_t>(pair.value));
+    const auto isSame = [&](const Dictionary* dictionary) {
+        return KeysOfShared(dictionary) == keys.Get() && HasValues(dictionary, pairs);
+    };
+    return Share<Dictionary>(hasher.Value(), isSame,
+                             [&] { return MakeDictionary(keys.Get(), pairs); });
+}
+
+} // namespace cf

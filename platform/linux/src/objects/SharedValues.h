@@ -1,0 +1,41 @@
+#ifndef PLATFORM_SHAREDVALUES_H
+#define PLATFORM_SHAREDVALUES_H
+
+/*
+ * Immutable property-list values of which equal ones are one object, whole arrays and
+ * dictionaries included. A server sends the same list again and again with little changed; kept
+ * lists then cost only what changed. The table holds no references: the last user of a value
+ * frees it, on whatever thread. All calls are safe on all threads.
+ *
+ * Each function returns an owned reference, or nullptr when memory is short. Members handed in
+ * are borrowed, must themselves come from here (or be static), and are compared by identity.
+ */
+
+#include "objects/Object.h"
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace cf {
+
+// The text is valid UTF-8.
+const Object* SharedString(std::string_view text) noexcept;
+const Object* SharedInteger(std::int64_t value) noexcept;
+// A number above the signed range, which equals only its own kind.
+const Object* SharedUnsignedInteger(std::uint64_t value) noexcept;
+const Object* SharedReal(double value) noexcept;
+const Object* SharedDate(double absoluteTime) noexcept;
+const Object* SharedData(std::span<const std::uint8_t> bytes) noexcept;
+const Object* SharedArray(std::span<const Object* const> members) noexcept;
+
+struct Pair {
+    const Object* key;
+    const Object* value;
+};
+// No key twice. The order of the pairs is of no account; the call puts them into its own.
+const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
+
+} // namespace cf
+
+#endif

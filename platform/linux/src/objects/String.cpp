@@ -1,0 +1,215 @@
+#include "objects/String.h"
+
+#include "objects/Hash.h"
+#include "objects/Range.h"
+#include "objects/Unicode.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <span>
+
+namespace cf {
+namespace {
+
+bool IsAscii(const String* string) noexcept {
+    return string->byteCount == string->unitCount;
+}
+
+char* TextPlace(String* string) noexcept {
+    return reinterpret_cast<char*>(string + 1);
+}
+
+bool EqualStrings(const Object* first, const Object* second) noexcept {
+    return TextOf(static_cast<const String*>(first)) == TextOf(static_cast<const String*>(second));
+}
+
+std::uint32_t HashString(const Object* object) noexcept {
+    const std::string_view text = TextOf(static_cast<const String*>(object));
+    return HashBytes(text.data(), text.size());
+}
+
+// A string whose text the caller writes before he seals it.
+String* AllocateString(std::size_t byteCount, std::size_t unitCount,
+                       StringKind kind = kValidUtf8) noexcept {
+    if (byteCount > std::numeric_limits<std::uint32_t>::max())
+        return nullptr;
+    return Allocate<String>(byteCount, static_cast<std::uint32_t>(byteCount),
+                            static_cast<std::uint32_t>(unitCount), kind);
+}
+
+String* Seal(String* string) noexcept {
+    string->SetHashValue(HashString(string));
+    string->hasHash = 1;
+    return string;
+}
+
+} // namespace
+
+String* CreateString(std::string_view text) noexcept {
+    String* string = AllocateString(text.size(), CountUnits(text));
+    if (string == nullptr)
+        return nullptr;
+    std::copy(text.begin(), text.end(), TextPlace(string));
+    return Seal(string);
+}
+
+std::strong_ordering CompareByUnits(const String* first, const String* second) noexcept {
+    if (IsAscii(first) && IsAscii(second))
+        return TextOf(first) <=> TextOf(second);
+    UnitReader left(TextOf(first));
+    UnitReader right(TextOf(second));
+    while (!left.AtEnd() && !right.AtEnd()) {
+        const auto order = left.Next() <=> right.Next();
+        if (order != 0)
+            return order;
+    }
+    return right.AtEnd() <=> left.AtEnd();
+}
+
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+String* CreateFromUtf8(std::string_view text) noexcept {
+    if (text.starts_with(kByteOrderMark))
+        text.remove_prefix(kByteOrderMark.size());
+    return IsValidUtf8(text) ? CreateString(text) : nullptr;
+}
+
+// Every byte is the character of its value.
+String* CreateFromLatin1(std::string_view text) noexcept {
+    const auto above =
+        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+    String* string = AllocateString(text.size() + static_cast<std::size_t>(above), text.size());
+    if (string == nullptr)
+        return nullptr;
+    char* place = TextPlace(string);
+    for (const char character : text)
+        place = Encode(place, static_cast<unsigned char>(character));
+    return Seal(string);
+}
+
+String* CreateFromUnits(const UniChar* units, std::size_t count) noexcept {
+    const UniChar* end = units + count;
+    std::size_t byteCount = 0;
+    bool hasSurrogates = false;
+    for (const UniChar* next = units; next != end;) {
+        const char32_t character = TakeCharacter(next, end);
+        byteCount += EncodedSize(character);
+        hasSurrogates |= IsSurrogate(character);
+    }
+    String* string =
+        AllocateString(byteCount, count, hasSurrogates ? kWithUnpairedSurrogates : kValidUtf8);
+    if (string == nullptr)
+        return nullptr;
+    char* place = TextPlace(string);
+    for (const UniChar* next = units; next != end;)
+        place = Encode(place, TakeCharacter(next, end));
+    return Seal(string);
+}
+
+// Writes the text and its terminator; false when it does not fit.
+bool CopyUtf8(const String* string, std::span<char> buffer) noexcept {
+    const std::string_view text = TextOf(string);
+    if (string->kind != kValidUtf8 || text.size() >= buffer.size())
+        return false;
+    *std::copy(text.begin(), text.end(), buffer.begin()) = 0;
+    return true;
+}
+
+// One byte for each character, none above the last. Writes as CopyUtf8 does.
+bool CopyNarrow(const String* string, char32_t last, std::span<char> buffer) noexcept {
+    std::string_view rest = TextOf(string);
+    if (string->unitCount >= buffer.size())
+        return false;
+    auto place = buffer.begin();
+    while (!rest.empty()) {
+        const char32_t character = TakeCharacter(rest);
+        if (character > last)
+            return false;
+        *place++ = static_cast<char>(character);
+    }
+    *place = 0;
+    return true;
+}
+
+bool CopyEncoded(const String* string, std::span<char> buffer, CFStringEncoding encoding) noexcept {
+    switch (encoding) {
+    case kCFStringEncodingUTF8:
+        return CopyUtf8(string, buffer);
+    case kCFStringEncodingASCII:
+        return CopyNarrow(string, 0x7F, buffer);
+    case kCFStringEncodingISOLatin1:
+        return CopyNarrow(string, 0xFF, buffer);
+    default:
+        return false;
+    }
+}
+
+} // namespace
+} // namespace cf
+
+constinit const cf::Class __CFString::kClass = {"CFString", cf::DestroyPlain, cf::EqualStrings,
+                                                cf::HashString};
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding encoding) {
+    if (text == nullptr)
+        return nullptr;
+    switch (encoding) {
+    case kCFStringEncodingUTF8:
+        return cf::CreateFromUtf8(text);
+    case kCFStringEncodingASCII:
+    case kCFStringEncodingISOLatin1:
+        return cf::CreateFromLatin1(text);
+    default:
+        return nullptr;
+    }
+}
+
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* characters, CFIndex count) {
+    if (count < 0 || (characters == nullptr && count > 0))
+        return nullptr;
+    return cf::CreateFromUnits(characters, static_cast<std::size_t>(count));
+}
+
+CFIndex CFStringGetLength(CFStringRef reference) {
+    const auto* string = cf::As<cf::String>(reference);
+    return string != nullptr ? string->unitCount : 0;
+}
+
+CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding) {
+    switch (encoding) {
+    case kCFStringEncodingUTF8:
+        return length <= std::numeric_limits<CFIndex>::max() / 3 ? length * 3
+                                                                 : CFIndex{kCFNotFound};
+    case kCFStringEncodingASCII:
+    case kCFStringEncodingISOLatin1:
+        return length;
+    default:
+        return 0;
+    }
+}
+
+Boolean CFStringGetCString(CFStringRef reference, char* buffer, CFIndex size,
+                           CFStringEncoding encoding) {
+    if (buffer == nullptr || size <= 0)
+        return false;
+    const auto* string = cf::As<cf::String>(reference);
+    const std::span<char> place(buffer, static_cast<std::size_t>(size));
+    if (string != nullptr && cf::CopyEncoded(string, place, encoding))
+        return true;
+    buffer[0] = 0;
+    return false;
+}
+
+void CFStringGetCharacters(CFStringRef reference, CFRange range, UniChar* buffer) {
+    const auto* string = cf::As<cf::String>(reference);
+    if (string == nullptr || buffer == nullptr || !cf::LiesWithin(range, string->unitCount))
+        return;
+    cf::UnitReader units(cf::TextOf(string));
+    for (CFIndex i = 0; i < range.location; ++i)
+        units.Next();
+    for (CFIndex i = 0; i < range.length; ++i)
+        buffer[i] = units.Next();
+}

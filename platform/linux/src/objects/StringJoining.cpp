@@ -1,0 +1,60 @@
+/* Strings made of several others. */
+
+#include "objects/Array.h"
+#include "objects/String.h"
+#include "objects/Unicode.h"
+
+#include <cstdlib>
+#include <memory>
+
+namespace cf {
+namespace {
+
+struct FreeMemory {
+    void operator()(void* memory) const noexcept {
+        std::free(memory);
+    }
+};
+using UnitBuffer = std::unique_ptr<UniChar[], FreeMemory>;
+
+// Calls with each string and the separator between each two; false when a member is no string.
+template<typename Visit>
+bool VisitParts(const Array* strings, const String* separator, Visit visit) noexcept {
+    for (std::size_t i = 0; i < strings->count; ++i) {
+        const auto* string = As<String>(strings->slots[i]);
+        if (string == nullptr)
+            return false;
+        if (i > 0 && separator != nullptr)
+            visit(separator);
+        visit(string);
+    }
+    return true;
+}
+
+} // namespace
+} // namespace cf
+
+// By way of UTF-16, where the halves of a pair that end one part and begin the next come together.
+CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRef stringArray,
+                                             CFStringRef separatorString) {
+    const auto* strings = cf::As<cf::Array>(stringArray);
+    const auto* separator = cf::As<cf::String>(separatorString);
+    if (strings == nullptr)
+        return nullptr;
+    std::size_t unitCount = 0;
+    const auto countPart = [&](const cf::String* part) { unitCount += part->unitCount; };
+    if (!cf::VisitParts(strings, separator, countPart))
+        return nullptr;
+    if (strings->count == 1)
+        return static_cast<CFStringRef>(CFRetain(strings->slots[0]));
+    const cf::UnitBuffer units(
+        static_cast<UniChar*>(std::malloc((unitCount + 1) * sizeof(UniChar)))); // never of nothing
+    if (units == nullptr)
+        return nullptr;
+    UniChar* place = units.get();
+    cf::VisitParts(strings, separator, [&](const cf::String* part) {
+        for (cf::UnitReader reader(cf::TextOf(part)); !reader.AtEnd();)
+            *place++ = reader.Next();
+    });
+    return CFStringCreateWithCharacters(allocator, units.get(), static_cast<CFIndex>(unitCount));
+}

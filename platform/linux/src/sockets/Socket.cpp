@@ -1,0 +1,160 @@
+/*
+ * Socket objects.
+ *
+ * Who holds whom: the source holds its socket until it is invalidated or freed; the socket merely
+ * knows its source. Invalidating a socket invalidates the source, so one that its owner forgot to
+ * release keeps nothing but itself. All calls but those of CFRetain and CFRelease belong to the
+ * thread of the loop that carries the source; what arrives comes through the InboundStream.
+ */
+
+#include "loop/ContextInfo.h"
+#include "sockets/InboundStream.h"
+#include "sockets/LocalStream.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <new>
+
+namespace cf {
+namespace {
+
+struct Socket : Object {
+    static const Class kClass;
+    Socket(int socketDescriptor, CFSocketCallBack socketCallout, const CFSocketContext* context,
+           CFDataRef noData) noexcept
+        : Object(&kClass), descriptor(socketDescriptor), callout(socketCallout), info(context),
+          endOfStream(Owned<const Object>::Adopt(AsObject(noData))) {}
+
+    int descriptor; // -1: invalidated
+    const CFSocketCallBack callout;
+    ContextInfo info;
+    InboundStream stream;
+    const Owned<const Object> endOfStream; // the data of the last callout
+    Source* source = nullptr;
+};
+
+std::span<const UInt8> Bytes(CFDataRef data) noexcept {
+    return {CFDataGetBytePtr(data), static_cast<std::size_t>(CFDataGetLength(data))};
+}
+
+void Close(Socket& socket) noexcept {
+    socket.stream.Discard();
+    close(std::exchange(socket.descriptor, -1));
+    socket.info.Drop();
+}
+
+void Invalidate(Socket& socket) noexcept {
+    if (socket.descriptor < 0)
+        return;
+    const auto alive = Owned<Socket>::Share(&socket);
+    if (socket.source != nullptr)
+        Invalidate(*socket.source);
+    Close(socket);
+}
+
+// No source is left, since it would hold the socket, and so nothing reads.
+void Destroy(Object* object) noexcept {
+    auto* socket = static_cast<Socket*>(object);
+    if (socket->descriptor >= 0)
+        Close(*socket);
+    delete socket;
+}
+
+void CallOut(Socket& socket, const Object* data) noexcept {
+    socket.info.Use([&](void* info) {
+        socket.callout(reinterpret_cast<CFSocketRef>(&socket), kCFSocketDataCallBack, nullptr, data,
+                       info);
+    });
+}
+
+// What the source tells. One chunk a turn; the end is a turn of its own.
+void Deliver(void* info) noexcept {
+    const auto socket = Owned<Socket>::Share(static_cast<Socket*>(info));
+    const auto arrival = socket->stream.Take();
+    if (arrival.data) {
+        if (!arrival.isLast)
+            Signal(*socket->source);
+        CallOut(*socket.Get(), arrival.data.Get());
+    } else if (arrival.isEnd) {
+        CallOut(*socket.Get(), socket->endOfStream.Get());
+        Invalidate(*socket.Get());
+    }
+}
+
+void StartStream(void* info) noexcept {
+    auto* socket = static_cast<Socket*>(info);
+    socket->stream.Start(socket->descriptor, *socket->source);
+}
+
+void PauseStream(void* info) noexcept {
+    static_cast<Socket*>(info)->stream.Pause();
+}
+
+void ForgetSource(void* info) noexcept {
+    auto* socket = static_cast<Socket*>(info);
+    socket->source = nullptr;
+    Release(socket);
+}
+
+constexpr SourceCallouts kSourceCallouts = {Deliver, StartStream, PauseStream, ForgetSource};
+
+bool IsLocalStream(const CFSocketSignature& signature) noexcept {
+    return signature.protocolFamily == PF_UNIX && signature.socketType == SOCK_STREAM &&
+           signature.protocol == 0;
+}
+
+} // namespace
+
+const Class Socket::kClass = {"socket", Destroy, nullptr, nullptr};
+
+} // namespace cf
+
+CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
+                                                     const CFSocketSignature* signature,
+                                                     CFOptionFlags, CFSocketCallBack callout,
+                                                     const CFSocketContext* context,
+                                                     CFTimeInterval timeout) {
+    if (!cf::IsLocalStream(*signature))
+        return nullptr;
+    const int descriptor = cf::ConnectToLocalStream(cf::Bytes(signature->address), timeout);
+    if (descriptor < 0)
+        return nullptr;
+    CFDataRef noData = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
+    cf::Socket* socket = nullptr;
+    if (noData != nullptr)
+        socket = new (std::nothrow) cf::Socket(descriptor, callout, context, noData);
+    if (socket == nullptr) {
+        CFRelease(noData);
+        close(descriptor);
+    }
+    return reinterpret_cast<CFSocketRef>(socket);
+}
+
+CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef, CFSocketRef socket, CFIndex) {
+    auto* target = cf::As<cf::Socket>(socket);
+    if (target == nullptr || target->descriptor < 0)
+        return nullptr;
+    if (target->source != nullptr) {
+        cf::Retain(target->source);
+    } else if (cf::StartReading()) {
+        target->source = cf::CreateSource(cf::kSourceCallouts, target, cf::Runs::kEvery);
+        if (target->source != nullptr)
+            cf::Retain(target);
+    }
+    return reinterpret_cast<CFRunLoopSourceRef>(target->source);
+}
+
+void CFSocketInvalidate(CFSocketRef socket) {
+    if (auto* target = cf::As<cf::Socket>(socket))
+        Invalidate(*target);
+}
+
+CFSocketError CFSocketSendData(CFSocketRef socket, CFDataRef, CFDataRef data,
+                               CFTimeInterval timeout) {
+    auto* target = cf::As<cf::Socket>(socket);
+    const auto bytes = cf::Bytes(data);
+    if (target == nullptr || target->descriptor < 0 || bytes.empty())
+        return kCFSocketError;
+    return cf::SendAll(target->descriptor, bytes, timeout);
+}
