@@ -11,6 +11,9 @@ struct NumberMember {
     const char* word; // the type's name in messages
 };
 
+static const char k_numberFailure[] = "fail alloc num";
+static const char k_stringFailure[] = "fail alloc str";
+
 static VErrLink* RaiseIn(const char* function, SInt64 line, VErrLink* thrown) {
     return VErrRaise(thrown, k_sourcePath, function, line);
 }
@@ -27,7 +30,7 @@ static VErrLink* CreateNumber(const NumberMember& member, const void* value, CFN
     VErrLink* err = nullptr;
     *number = CFNumberCreate(kCFAllocatorDefault, member.type, value);
     if (*number == nullptr)
-        RaiseIn(member.function, __LINE__, VErrThrow(&err, "fail alloc num"));
+        RaiseIn(member.function, __LINE__, VErrThrow(&err, "%s", k_numberFailure));
     return err;
 }
 
@@ -36,7 +39,7 @@ static VErrLink* CreateString(const char* function, const char* text, CFStringEn
     VErrLink* err = nullptr;
     *string = CFStringCreateWithCString(kCFAllocatorDefault, text, encoding);
     if (*string == nullptr)
-        RaiseIn(function, __LINE__, VErrThrow(&err, "fail alloc str"));
+        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", k_stringFailure));
     return err;
 }
 
@@ -81,12 +84,23 @@ static VErrLink* DictionaryGetNumber(const NumberMember& member, CFDictionaryRef
     return err != nullptr ? err : ConvertNumber(member, object, value);
 }
 
+// A dictionary or an array that finds no memory to grow stays as it was, without a word. A message
+// or a list must not go out with a value missing, so the setters look whether theirs is there.
+static VErrLink* DictionaryStore(const char* function, CFMutableDictionaryRef dict, CFStringRef key,
+                                 CFTypeRef value, const char* failure) {
+    VErrLink* err = nullptr;
+    CFDictionarySetValue(dict, key, value);
+    if (CFDictionaryGetValue(dict, key) != value)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
+    return err;
+}
+
 static VErrLink* DictionarySetNumber(const NumberMember& member, CFMutableDictionaryRef dict,
                                      CFStringRef key, const void* value) {
     CFNumberRef number = nullptr;
     VErrLink* err = CreateNumber(member, value, &number);
     if (err == nullptr) {
-        CFDictionarySetValue(dict, key, number);
+        err = DictionaryStore(member.function, dict, key, number, k_numberFailure);
         CFRelease(number);
     }
     return err;
@@ -155,7 +169,7 @@ VErrLink* CFHDictionarySetStringValue(CFMutableDictionaryRef dict, CFStringRef k
     CFStringRef string = nullptr;
     VErrLink* err = CreateString(__func__, text, encoding, &string);
     if (err == nullptr) {
-        CFDictionarySetValue(dict, key, string);
+        err = DictionaryStore(__func__, dict, key, string, k_stringFailure);
         CFRelease(string);
     }
     return err;
@@ -192,10 +206,22 @@ static VErrLink* ArrayFind(const char* function, CFArrayRef array, CFIndex index
 }
 
 static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex index,
-                          CFTypeRef value) {
+                          CFTypeRef value, const char* failure) {
     VErrLink* err = CFHArrayPadToValueAtIndex(array, index, value);
     if (err != nullptr)
         RaiseIn(function, __LINE__, VErrThrow(&err, "fail CFHArrayPadToValueAtIndex"));
+    else if (CFArrayGetValueAtIndex(array, index) != value)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
+    return err;
+}
+
+static VErrLink* ArrayAppend(const char* function, CFMutableArrayRef array, CFTypeRef value,
+                             const char* failure) {
+    VErrLink* err = nullptr;
+    const CFIndex count = CFArrayGetCount(array);
+    CFArrayAppendValue(array, value);
+    if (CFArrayGetCount(array) == count)
+        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
     return err;
 }
 
@@ -211,7 +237,7 @@ static VErrLink* ArraySetNumber(const NumberMember& member, CFMutableArrayRef ar
     CFNumberRef number = nullptr;
     VErrLink* err = CreateNumber(member, value, &number);
     if (err == nullptr) {
-        err = ArrayPut(member.function, array, index, number);
+        err = ArrayPut(member.function, array, index, number, k_numberFailure);
         CFRelease(number);
     }
     return err;
@@ -222,7 +248,7 @@ static VErrLink* ArrayAppendNumber(const NumberMember& member, CFMutableArrayRef
     CFNumberRef number = nullptr;
     VErrLink* err = CreateNumber(member, value, &number);
     if (err == nullptr) {
-        CFArrayAppendValue(array, number);
+        err = ArrayAppend(member.function, array, number, k_numberFailure);
         CFRelease(number);
     }
     return err;
@@ -281,7 +307,7 @@ VErrLink* CFHArraySetStringValue(CFMutableArrayRef array, CFIndex index, const c
     CFStringRef string = nullptr;
     VErrLink* err = CreateString(__func__, text, encoding, &string);
     if (err == nullptr) {
-        err = ArrayPut(__func__, array, index, string);
+        err = ArrayPut(__func__, array, index, string, k_stringFailure);
         CFRelease(string);
     }
     return err;
@@ -292,7 +318,7 @@ VErrLink* CFHArrayAppendStringValue(CFMutableArrayRef array, const char* text,
     CFStringRef string = nullptr;
     VErrLink* err = CreateString(__func__, text, encoding, &string);
     if (err == nullptr) {
-        CFArrayAppendValue(array, string);
+        err = ArrayAppend(__func__, array, string, k_stringFailure);
         CFRelease(string);
     }
     return err;
@@ -305,7 +331,7 @@ VErrLink* CFHArrayGetBoolValue(CFArrayRef array, CFIndex index, SInt32* flag) {
 }
 
 VErrLink* CFHArraySetBoolValue(CFMutableArrayRef array, CFIndex index, SInt32 flag) {
-    return ArrayPut(__func__, array, index, SharedBool(flag));
+    return ArrayPut(__func__, array, index, SharedBool(flag), "fail CFHArrayPadToValueAtIndex");
 }
 
 VErrLink* CFHArrayAppendBoolValue(CFMutableArrayRef array, SInt32 flag) {
