@@ -256,7 +256,9 @@ TEST_F(DailyTimer, ATimerThatCannotBeMadeIsAFailure) {
     EXPECT_FALSE(HoldsTimer());
 }
 
+// The daemon's main thread has its run loop by then.
 TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
+    ASSERT_NE(CFRunLoopGetCurrent(), nullptr);
     std::set<std::string> newest;
     VErrLink* err = nullptr;
     SweepAllocationFaults([&](std::size_t) { err = ScheduleChangerFSCacheTimer(kChanger, 10, 0); },
