@@ -20,7 +20,6 @@ namespace stage {
 namespace {
 
 constexpr const char* kProgramFolder = "/tmp/.programs";
-constexpr int kCannotPrepare = 125; // exit status of process 1, which has told the reason
 
 void WriteFile(const char* path, const std::string& text) {
     std::ofstream file(path);
@@ -109,63 +108,61 @@ void PrepareMounts() {
     PrepareDev();
 }
 
-int ExitStatus(int waitStatus) {
-    return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
-}
-
 // A dead server that nobody reaps would keep its name and place in the process table.
-int ReapUntilEndOf(pid_t body) {
+int ReapUntilEndOf(pid_t child) {
     int status = 0;
     pid_t ended = 0;
-    while (ended != body) {
+    while (ended != child) {
         ended = waitpid(-1, &status, 0);
-        Require(ended > 0 || errno == EINTR, "cannot wait for the body");
+        Require(ended > 0 || errno == EINTR, "cannot wait for a child");
     }
-    return ExitStatus(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int RunAndReport(const std::function<int()>& work) {
+    try {
+        return work();
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return kNoPrivateWorld;
+    }
+}
+
+// The child dies with its parent. Nothing of the parent's is cleaned up in it.
+int RunAsChild(const std::function<int()>& work) {
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    Require(child >= 0, "cannot fork");
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        const int status = RunAndReport(work);
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    return ReapUntilEndOf(child);
 }
 
 int RunBody(const std::function<int()>& body) {
     const rlimit noCore{};
     setrlimit(RLIMIT_CORE, &noCore);
     std::signal(SIGPIPE, SIG_IGN); // who speaks to a process that died gets an error
-    const int result = body();
-    std::fflush(nullptr);
-    return result;
+    return body();
 }
 
 int RunProcessOne(const std::function<int()>& body) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
     PrepareMounts();
-    const pid_t child = fork();
-    Require(child >= 0, "cannot fork the body");
-    return child == 0 ? RunBody(body) : ReapUntilEndOf(child);
+    return RunAsChild([&] { return RunBody(body); });
 }
 
-[[noreturn]] void EndProcessOne(const std::function<int()>& body) {
-    int status = kCannotPrepare;
-    try {
-        status = RunProcessOne(body);
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
-    }
-    _exit(status);
+int RunOutside(const std::function<int()>& body) {
+    LeaveForPrivateNamespaces();
+    return RunAsChild([&] { return RunProcessOne(body); });
 }
 
 } // namespace
 
 int RunInPrivateWorld(const std::function<int()>& body) {
-    LeaveForPrivateNamespaces();
-    std::fflush(nullptr);
-    const pid_t one = fork();
-    Require(one >= 0, "cannot fork the first process of the private world");
-    if (one == 0) {
-        EndProcessOne(body);
-    }
-    int status = 0;
-    while (waitpid(one, &status, 0) < 0) {
-        Require(errno == EINTR, "cannot wait for the private world");
-    }
-    return ExitStatus(status);
+    return RunAsChild([&] { return RunOutside(body); });
 }
 
 std::string ProgramPath(const std::string& name) {

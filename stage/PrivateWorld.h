@@ -5,20 +5,25 @@
 // nobody else sees, since the daemon finds its server by process name, its sockets in /tmp and its
 // file systems in the mount table, all of which are the whole machine's.
 //
-//   caller ── waits; when it dies, the kernel ends the world
-//     └─ process 1 of the world ── prepares the mounts, then reaps whoever nobody else waits for
-//          └─ the body ── forks servers and daemons
+//   caller
+//     └─ a process that enters the namespaces, for its children only
+//          └─ process 1 of the world: prepares the mounts, then reaps whoever nobody else waits for
+//               └─ the body: starts servers and daemons
 //
-// When the body ends, process 1 ends, and the kernel kills what is left and drops the mounts.
+// Each dies with the one above it. When process 1 dies, the kernel kills what is left and drops the
+// mounts.
 
 #include <functional>
 #include <string>
 
 namespace stage {
 
-// Runs body in a private world and returns its result, to be used as exit status. Throws Failure,
-// which says what is missing, when this machine permits no such world. The caller has no threads.
+// Runs body in a private world and returns its result, which is to be the caller's exit status.
+// Where this machine permits no such world, says on standard error what is missing. The caller has
+// no threads.
 int RunInPrivateWorld(const std::function<int()>& body);
+
+inline constexpr int kNoPrivateWorld = 125; // the result then
 
 // A program of this build, such as "trayprobed", as the private world sees it: its /tmp may hide
 // the folder that the program was built in.

@@ -1,6 +1,7 @@
 #include "stage/Record.h"
 
 #include "stage/Failure.h"
+#include "stage/Pattern.h"
 
 #include <algorithm>
 #include <array>
@@ -11,8 +12,8 @@ namespace stage {
 namespace {
 
 Record::Test MatchOf(Voice voice, const std::string& pattern) {
-    return [voice, expression = std::regex(pattern)](const Line& line) {
-        return line.voice == voice && std::regex_match(line.text, expression);
+    return [voice, expected = Pattern(pattern)](const Line& line) {
+        return line.voice == voice && expected.Matches(line.text);
     };
 }
 

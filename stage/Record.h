@@ -15,7 +15,6 @@
 #include <list>
 #include <mutex>
 #include <optional>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>

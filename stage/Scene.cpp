@@ -1,6 +1,7 @@
 #include "stage/Scene.h"
 
 #include "stage/Failure.h"
+#include "stage/Pattern.h"
 
 #include <algorithm>
 #include <csignal>
@@ -42,15 +43,15 @@ std::string Scene::NextLogLine(const std::string& awaited) {
 void Scene::AwaitLog(const std::vector<std::string>& patterns) {
     for (const std::string& pattern : patterns) {
         const std::string line = NextLogLine(pattern);
-        if (!std::regex_match(line, std::regex(kIdent + pattern))) {
+        if (!Pattern(kIdent + pattern).Matches(line)) {
             throw Failure("logged \"" + line + "\" where expected was \"" + pattern + "\"");
         }
     }
 }
 
 void Scene::AwaitEndOfLog(const std::string& pattern) {
-    const std::regex last(kIdent + pattern);
-    while (!std::regex_match(NextLogLine(pattern), last)) {
+    const Pattern last(kIdent + pattern);
+    while (!last.Matches(NextLogLine(pattern))) {
     }
 }
 

@@ -1,6 +1,7 @@
 #include "stage/SystemLog.h"
 
 #include "stage/Failure.h"
+#include "stage/Pattern.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -20,9 +21,9 @@ sockaddr_un LogAddress() {
 } // namespace
 
 std::string WithoutStamp(const std::string& message) {
-    static const std::regex stamp("<9>[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} ");
+    static const Pattern stamp("<9>[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} ");
     constexpr std::size_t kStampLength = 19;
-    const bool stamped = std::regex_match(message.substr(0, kStampLength), stamp);
+    const bool stamped = stamp.Matches(message.substr(0, kStampLength));
     return stamped ? message.substr(kStampLength) : message;
 }
 

@@ -1,5 +1,6 @@
 #include "SystemTest.h"
 
+#include "stage/Pattern.h"
 #include "stage/ReadWatch.h"
 
 #include <cstdio>
@@ -85,8 +86,7 @@ void SystemTest::AwaitEndOfBuild() {
 
 std::string SystemTest::Link(const std::string& module, const std::string& function,
                              const std::string& message) {
-    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
-    return module + ":[0-9]+, " + function + ": " + std::regex_replace(message, special, "\\$&");
+    return module + ":[0-9]+, " + function + ": " + stage::Pattern::Literally(message);
 }
 
 void SystemTest::TearDown() {

@@ -82,7 +82,9 @@ TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
 TEST_F(SlowTimeOutTest, DiscThatIsPulledOutIsAwaitedAndThenMissed) {
     Begin("slots=4 drives=1 appear=600000");
     Tell("put changer=A1 slot=0");
-    Server().Await("root-listing");
+    const int identified = Server().Await("identified").number;
+    Server().Await("root-listing",
+                   [&](const stage::Event& listing) { return listing.number > identified; });
     Tell("take changer=A1 slot=0");
     AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 .*");
