@@ -256,9 +256,10 @@ TEST_F(DailyTimer, ATimerThatCannotBeMadeIsAFailure) {
     EXPECT_FALSE(HoldsTimer());
 }
 
-// The daemon's main thread has its run loop by then.
+// Not for the first time: the run loop and the table of timers' numbers are made only once.
 TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
-    ASSERT_NE(CFRunLoopGetCurrent(), nullptr);
+    ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+    ASSERT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
     std::set<std::string> newest;
     VErrLink* err = nullptr;
     SweepAllocationFaults([&](std::size_t) { err = ScheduleChangerFSCacheTimer(kChanger, 10, 0); },
