@@ -174,8 +174,9 @@ VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* r
 
     CFMutableDictionaryRef request = CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, message);
     VERR_NEED(err, request != nullptr, "fail create copy of message dict");
-    if (err == nullptr && reply == nullptr)
-        CFDictionarySetValue(request, CFSTR("no reply"), kCFBooleanTrue);
+    if (reply == nullptr)
+        VERR_NEED(err, CFHDictionaryStore(request, CFSTR("no reply"), kCFBooleanTrue),
+                  "fail create copy of message dict");
 
     VERR_STEP(err, GetChangerServerMessageSocket(&socket, &info), "fail get server socket");
     if (reply != nullptr) {

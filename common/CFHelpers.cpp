@@ -84,13 +84,11 @@ static VErrLink* DictionaryGetNumber(const NumberMember& member, CFDictionaryRef
     return err != nullptr ? err : ConvertNumber(member, object, value);
 }
 
-// A dictionary or an array that finds no memory to grow stays as it was, without a word. A message
-// or a list must not go out with a value missing, so the setters look whether theirs is there.
+// A message or a list must not go out with a value missing: no memory to store it is a failure too.
 static VErrLink* DictionaryStore(const char* function, CFMutableDictionaryRef dict, CFStringRef key,
                                  CFTypeRef value, const char* failure) {
     VErrLink* err = nullptr;
-    CFDictionarySetValue(dict, key, value);
-    if (CFDictionaryGetValue(dict, key) != value)
+    if (!CFHDictionaryStore(dict, key, value))
         RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
     return err;
 }

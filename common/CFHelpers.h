@@ -133,6 +133,15 @@ inline bool CFHDictionaryIsTrue(CFDictionaryRef dict, CFStringRef key) {
     return CFDictionaryGetValue(dict, key) == kCFBooleanTrue;
 }
 
+/* Stores the value and returns whether it took its place: a dictionary that finds no memory to grow
+   stays as it was, without a word. */
+inline bool CFHDictionaryStore(CFMutableDictionaryRef dict, CFTypeRef key, CFTypeRef value) {
+    if (dict == nullptr)
+        return false;
+    CFDictionarySetValue(dict, key, value);
+    return CFDictionaryGetValue(dict, key) == value;
+}
+
 /* The collection under a key, borrowed; null when it is absent or something else. */
 inline CFDictionaryRef CFHDictionaryFindDictionary(CFDictionaryRef dict, CFStringRef key) {
     CFTypeRef value = CFDictionaryGetValue(dict, key);

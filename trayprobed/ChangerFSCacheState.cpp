@@ -90,14 +90,10 @@ VErrLink* AddChangerFSToList(UInt64 changerGUID, const char* bsdName, const char
               CFHDictionarySetStringValue(entry, kChangerFSListValueMountPath, mountPath,
                                           kCFStringEncodingUTF8),
               "fail set changer mount path value");
-    // Short of memory the dictionary took less in; without its name no entry could be removed.
-    VERR_NEED(err, CFDictionaryGetCount(entry) == 2, "fail create fs info dict");
-    if (err == nullptr) {
-        pthread_mutex_lock(&g_changerFSListMutex);
-        if (g_changerFSListDict != nullptr)
-            CFDictionarySetValue(g_changerFSListDict, number, entry);
-        pthread_mutex_unlock(&g_changerFSListMutex);
-    }
+    pthread_mutex_lock(&g_changerFSListMutex);
+    VERR_NEED(err, CFHDictionaryStore(g_changerFSListDict, number, entry),
+              "fail create fs info dict");
+    pthread_mutex_unlock(&g_changerFSListMutex);
     CFHReleaseIfSet(entry);
     CFHReleaseIfSet(number);
     return err;

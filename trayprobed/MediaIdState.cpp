@@ -269,18 +269,14 @@ VErrLink* AddChangerToList(UInt64 changerGUID) {
               (inProgress = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks)) !=
                   nullptr,
               "fail alloc media id in-progress array");
-    if (err == nullptr) {
-        CFDictionarySetValue(dict, CFSTR("GUID"), number);
-        CFDictionarySetValue(dict, CFSTR("In Progress"), inProgress);
-    }
-    // Short of memory the dictionary took less in, and must not be stored.
-    VERR_NEED(err, CFDictionaryGetCount(dict) == 2, "fail allocate changer dictionary");
-    if (err == nullptr) {
-        BeginStoreAccess();
-        if (g_changerListDict != nullptr)
-            CFDictionarySetValue(g_changerListDict, number, dict);
-        EndStoreAccess();
-    }
+    VERR_NEED(err,
+              CFHDictionaryStore(dict, CFSTR("GUID"), number) &&
+                  CFHDictionaryStore(dict, CFSTR("In Progress"), inProgress),
+              "fail allocate changer dictionary");
+    BeginStoreAccess();
+    VERR_NEED(err, CFHDictionaryStore(g_changerListDict, number, dict),
+              "fail allocate changer dictionary");
+    EndStoreAccess();
     CFHReleaseIfSet(inProgress);
     CFHReleaseIfSet(dict);
     CFHReleaseIfSet(number);
@@ -319,10 +315,7 @@ VErrLink* AddStorageElemToMediaIdInProgressList(UInt64 changerGUID, UInt16 stora
                   (changed = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress)) !=
                       nullptr,
                   "fail create mutable copy of in progress array");
-        if (err == nullptr)
-            CFArrayAppendValue(changed, number);
-        // Short of memory the copy stays as it was.
-        VERR_NEED(err, CFArrayGetCount(changed) > CFArrayGetCount(inProgress),
+        VERR_STEP(err, CFHArrayAppendUInt16Value(changed, storageElem),
                   "fail create mutable copy of in progress array");
         if (err == nullptr)
             CFDictionarySetValue(dict, CFSTR("In Progress"), changed);
@@ -420,6 +413,7 @@ static VErrLink* SetFlag(UInt64 changerGUID, CFStringRef key, SInt32 flag) {
     BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
     VERR_STEP(err, CFHDictionarySetBoolValue(dict, key, flag), "fail CFHDictionarySetBoolValue");
+    VERR_NEED(err, CFHDictionaryIsTrue(dict, key) == (flag != 0), "fail CFHDictionarySetBoolValue");
     VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
     EndStoreAccess();
     CFHReleaseIfSet(dict);
@@ -509,8 +503,7 @@ VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 mi
 
     BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    if (err == nullptr)
-        CFDictionarySetValue(dict, k_timer, timer);
+    VERR_NEED(err, CFHDictionaryStore(dict, k_timer, timer), "fail SetChangerDictForGUID");
     VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
     EndStoreAccess();
     CFHReleaseIfSet(dict);

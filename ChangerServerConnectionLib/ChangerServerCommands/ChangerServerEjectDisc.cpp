@@ -14,15 +14,14 @@ VErrLink* InitEjectDiscMessage(UInt64 changerGUID, UInt16 storageElem, UInt32 fl
     VErrLink* err = nullptr;
     *message = nullptr;
     CFMutableDictionaryRef dict = CFHCreateMutableDictionary();
-    VERR_NEED(err, dict != nullptr, "fail alloc messageDict");
-    if (err == nullptr)
-        CFDictionarySetValue(dict, CFSTR("command"), CFSTR("eject disc"));
+    VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("command"), CFSTR("eject disc")),
+              "fail alloc messageDict");
     VERR_STEP(err, CFHDictionarySetUInt64Value(dict, CFSTR("Changer GUID"), changerGUID),
               "fail set GUID argument");
     VERR_STEP(err, CFHDictionarySetUInt16Value(dict, CFSTR("Storage Element Index"), storageElem),
               "fail set storage element index");
     if (flags & kEjectDiscPrivate) {
-        VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("private"), 1),
+        VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("private"), kCFBooleanTrue),
                   "fail set eject private flag");
         VERR_STEP(err, CFHDictionarySetSInt32Value(dict, CFSTR("private PID"), getpid()),
                   "fail set eject private PID");
@@ -30,7 +29,7 @@ VErrLink* InitEjectDiscMessage(UInt64 changerGUID, UInt16 storageElem, UInt32 fl
                   "fail set eject private family to %ld", static_cast<long>(privateFamily));
     }
     if (flags & kEjectDiscOverridePrivate)
-        VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("overridePrivate"), 1),
+        VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("overridePrivate"), kCFBooleanTrue),
                   "fail set override private flag");
     if (err == nullptr)
         *message = dict;

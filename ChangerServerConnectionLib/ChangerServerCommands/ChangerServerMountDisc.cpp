@@ -15,9 +15,8 @@ VErrLink* InitMountDiscMessage(UInt64 changerGUID, UInt16 storageElem, const cha
     VErrLink* err = nullptr;
     *message = nullptr;
     CFMutableDictionaryRef dict = CFHCreateMutableDictionary();
-    VERR_NEED(err, dict != nullptr, "fail alloc messageDict");
-    if (err == nullptr)
-        CFDictionarySetValue(dict, CFSTR("command"), CFSTR("mount disc"));
+    VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("command"), CFSTR("mount disc")),
+              "fail alloc messageDict");
     VERR_STEP(err, CFHDictionarySetUInt64Value(dict, CFSTR("Changer GUID"), changerGUID),
               "fail set GUID argument");
     VERR_STEP(err, CFHDictionarySetUInt16Value(dict, CFSTR("Storage Element Index"), storageElem),
@@ -36,7 +35,7 @@ VErrLink* InitMountDiscMessage(UInt64 changerGUID, UInt16 storageElem, const cha
         CFHDictionarySetStringValue(dict, CFSTR("client name"), clientName, kCFStringEncodingUTF8),
         "fail set client name string");
     if (flags & kMountDiscPrivate) { // the family goes out unsigned here, signed with an eject
-        VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("private"), 1),
+        VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("private"), kCFBooleanTrue),
                   "fail set mount private flag");
         VERR_STEP(err, CFHDictionarySetSInt32Value(dict, CFSTR("private PID"), getpid()),
                   "fail set mount private PID");
@@ -44,13 +43,13 @@ VErrLink* InitMountDiscMessage(UInt64 changerGUID, UInt16 storageElem, const cha
                   "fail set private mount family to %ld", static_cast<long>(privateFamily));
     }
     if (flags & kMountDiscDisallowMount)
-        VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("mount disc disallow mount"), 1),
+        VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("mount disc disallow mount"), kCFBooleanTrue),
                   "fail set disallow mount flag");
     if (flags & kMountDiscClearErrors)
-        VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("mount disc clear errors"), 1),
+        VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("mount disc clear errors"), kCFBooleanTrue),
                   "fail set clear errors flag");
     if (flags & kMountDiscStartMount)
-        VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("mount disc start mount"), 1),
+        VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("mount disc start mount"), kCFBooleanTrue),
                   "fail set start mount flag");
     if (err == nullptr)
         *message = dict;

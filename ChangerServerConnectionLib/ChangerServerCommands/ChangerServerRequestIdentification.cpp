@@ -11,17 +11,17 @@ VErrLink* InitRequestIdentificationMessage(UInt64 changerGUID, UInt16 storageEle
     VErrLink* err = nullptr;
     *message = nullptr;
     CFMutableDictionaryRef dict = CFHCreateMutableDictionary();
-    VERR_NEED(err, dict != nullptr, "fail alloc messageDict");
-    if (err == nullptr)
-        CFDictionarySetValue(dict, CFSTR("command"), CFSTR("request identification"));
+    VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("command"), CFSTR("request identification")),
+              "fail alloc messageDict");
     VERR_STEP(err, CFHDictionarySetUInt64Value(dict, CFSTR("Changer GUID"), changerGUID),
               "fail set changer GUID");
     if (storageElem != kNoStorageElem)
         VERR_STEP(err,
                   CFHDictionarySetUInt16Value(dict, CFSTR("Storage Element Index"), storageElem),
                   "fail set storage element index");
-    VERR_STEP(err, CFHDictionarySetBoolValue(dict, CFSTR("request"), request),
-              "fail save request identification");
+    VERR_NEED(
+        err, CFHDictionaryStore(dict, CFSTR("request"), request ? kCFBooleanTrue : kCFBooleanFalse),
+        "fail save request identification");
     if (err == nullptr)
         *message = dict;
     else

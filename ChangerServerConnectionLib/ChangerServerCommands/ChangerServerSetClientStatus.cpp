@@ -12,9 +12,8 @@ VErrLink* InitSetClientStatusMessage(UInt64 changerGUID, const char* clientName,
     VErrLink* err = nullptr;
     *dict = nullptr;
     CFMutableDictionaryRef status = CFHCreateMutableDictionary();
-    VERR_NEED(err, status != nullptr, "fail create message dict");
-    if (err == nullptr)
-        CFDictionarySetValue(status, CFSTR("command"), CFSTR("set client status"));
+    VERR_NEED(err, CFHDictionaryStore(status, CFSTR("command"), CFSTR("set client status")),
+              "fail create message dict");
     VERR_STEP(err, CFHDictionarySetUInt64Value(status, CFSTR("Changer GUID"), changerGUID),
               "fail set changer GUID");
     VERR_STEP(err,

@@ -236,18 +236,23 @@ std::vector<Chain> BuildWithoutMemory(const Build& build) {
     return chains;
 }
 
-// A step of a builder that stores a value through a helper.
+// A step of a builder that stores a value through a helper, or a flag without one.
 struct Step {
     const char* helper;
     const char* message;
 };
 
 // The chains of a builder whose dictionary, and then each step, finds no memory. Values of numbers
-// must be above 255 for that: the smaller ones exist already.
+// must be above 255 for that: the smaller ones exist already. A flag needs memory only where the
+// dictionary has to grow for it.
 std::vector<Chain> ChainsOf(const char* file, const char* builder, const char* firstMessage,
                             std::vector<Step> steps) {
     std::vector<Chain> chains = {{{firstMessage, builder, file}}};
     for (const Step& step : steps) {
+        if (step.helper == nullptr) {
+            chains.push_back({{step.message, builder, file}});
+            continue;
+        }
         const bool isText = std::string(step.helper) == "String";
         const std::string helper = std::string("CFHDictionarySet") + step.helper + "Value";
         chains.push_back(
@@ -269,7 +274,8 @@ TEST(BuilderFailure, EachStepOfAnEjectMessageHasItsText) {
                        {{"UInt64", "fail set GUID argument"},
                         {"UInt16", "fail set storage element index"},
                         {"SInt32", "fail set eject private PID"},
-                        {"SInt32", "fail set eject private family to -1000"}}));
+                        {"SInt32", "fail set eject private family to -1000"},
+                        {nullptr, "fail set override private flag"}}));
 }
 
 TEST(BuilderFailure, EachStepOfAMountMessageHasItsText) {
@@ -285,6 +291,7 @@ TEST(BuilderFailure, EachStepOfAMountMessageHasItsText) {
                         {"String", "fail set partition id string"},
                         {"UInt16", "fail set data transfer element index"},
                         {"String", "fail set client name string"},
+                        {nullptr, "fail set mount private flag"},
                         {"SInt32", "fail set mount private PID"},
                         {"UInt32", "fail set private mount family to 1000"}}));
 }

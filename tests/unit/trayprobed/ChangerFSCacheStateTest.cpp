@@ -137,7 +137,8 @@ TEST(RegistryLife, IsEmptyOutsideInitAndTerm) {
     const LogCapture log;
     bool isInList = true;
     TermChangerFSCacheState();
-    EXPECT_EQ(AddChangerFSToList(kChanger, "sr0", "/x"), nullptr);
+    EXPECT_EQ(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
+              std::vector<std::string>{"fail create fs info dict"});
     EXPECT_EQ(RemoveChangerFSFromList("sr0"), nullptr);
     EXPECT_EQ(IsChangerFSGUIDInList(kChanger, &isInList), nullptr);
     EXPECT_FALSE(isInList);

@@ -62,7 +62,8 @@ TEST(StoreLife, OperationsAfterTermFindNothing) {
     SInt32 flag = 0;
     EXPECT_EQ(TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
               NotFoundThen("AddStorageElemToMediaIdInProgressList"));
-    EXPECT_EQ(AddChangerToList(kChanger), nullptr);
+    EXPECT_EQ(TakeMessages(AddChangerToList(kChanger)),
+              std::vector<std::string>{"fail allocate changer dictionary"});
     EXPECT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(GetChangerList(changers.Out()), nullptr);
@@ -78,7 +79,8 @@ TEST(StoreLife, WithoutAMutexNothingIsMade) {
     EXPECT_EQ(TakeChain(StateLock::InitStore()),
               (Chain{Raised("fail pthread_mutex_init", "InitMediaIdState", EAGAIN)}));
     SInt32 isKnown = 2;
-    EXPECT_EQ(AddChangerToList(kChanger), nullptr);
+    EXPECT_EQ(TakeMessages(AddChangerToList(kChanger)),
+              std::vector<std::string>{"fail allocate changer dictionary"});
     EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
     EXPECT_EQ(isKnown, 0);
     TermMediaIdState();
