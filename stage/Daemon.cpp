@@ -13,7 +13,13 @@ namespace stage {
 namespace {
 
 Command CommandOf(const DaemonStart& start) {
-    Command command{ProgramPath("trayprobed"), start.arguments, PlainEnvironment()};
+    const std::string program = ProgramPath("trayprobed");
+    Command command{program, start.arguments, PlainEnvironment()};
+    if (start.descriptorLimit > 0) {
+        const std::string limit = "--nofile=" + std::to_string(start.descriptorLimit);
+        command.program = "/usr/bin/prlimit";
+        command.arguments = {"prlimit", limit, program};
+    }
     command.environment.insert(command.environment.begin(), start.environment.begin(),
                                start.environment.end());
     return command;

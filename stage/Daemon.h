@@ -11,6 +11,7 @@ namespace stage {
 struct DaemonStart {
     std::vector<std::string> arguments{"trayprobed"}; // from argv[0] on
     std::vector<std::string> environment;             // besides the plain one
+    int descriptorLimit = 0; // none unless set; arguments do not count then
 };
 
 // What a daemon holds of the kernel's, to be compared before and after some work.

@@ -31,6 +31,12 @@ void Scene::StartDaemon(const DaemonStart& start) {
     m_daemon.emplace(m_record, start);
 }
 
+int Scene::AwaitEndOfDaemon() {
+    const int status = TheDaemon().AwaitEnd();
+    m_daemon.reset();
+    return status;
+}
+
 void Scene::TakeBaseline() {
     m_baseline = TheDaemon().TakeFootprint();
 }

@@ -34,6 +34,9 @@ public:
     void KillServer();
     void StartDaemon(const DaemonStart& start = {});
 
+    // For a daemon that is to end by itself: waits for it, returns the wait status.
+    int AwaitEndOfDaemon();
+
     // At the end the daemon is to hold no more than now, but for its connection to the system log
     // if it has said something.
     void TakeBaseline();
