@@ -66,9 +66,10 @@ void Publisher::Flush() {
 }
 
 void Publisher::Hold() {
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     held_ = true;
     changed_.notify_all();
+    changed_.wait(guard, [&] { return !inTurn_; });
 }
 
 void Publisher::Release() {
@@ -98,9 +99,11 @@ void Publisher::Run(std::stop_token stop) {
         }
         const Work work = std::exchange(work_, {});
         const auto turn = marked_;
+        inTurn_ = true;
         guard.unlock();
         Publish(work);
         guard.lock();
+        inTurn_ = false;
         published_ = turn;
         changed_.notify_all();
     }

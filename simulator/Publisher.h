@@ -43,6 +43,7 @@ public:
     /// Returns when what was marked before has been queued, or cannot be at present.
     void Flush();
 
+    /// Nothing is queued any more once it returns.
     void Hold();
     void Release();
     void SetPulse(std::chrono::milliseconds pulse); ///< 0: none
@@ -71,6 +72,7 @@ private:
     Work work_;
     unsigned long long marked_ = 0;    // turns asked for
     unsigned long long published_ = 0; // and made
+    bool inTurn_ = false;              // work was taken and is being published
     bool held_ = false;
     bool attached_ = false;
     std::chrono::milliseconds pulse_{250};
