@@ -120,9 +120,10 @@ TEST_F(BuildTest, LinksAreNotFollowed) {
     PutIdentifiedDiscs(1, "folder=/tmp/content");
     Tell("identify changer=A1");
     AwaitEndOfBuild();
+    ASSERT_TRUE(std::filesystem::is_symlink("/tmp/carousel/disc-0/link"));
     std::vector<std::string> listed;
-    for (const Event& event : Server().AllSoFar("listed")) {
-        listed.push_back(event["path"]);
+    for (const Event& listing : Server().AllSoFar("listing")) {
+        listed.push_back(listing["path"]);
     }
     EXPECT_THAT(listed, UnorderedElementsAre("/", "/real", "/real/inside"));
 }
