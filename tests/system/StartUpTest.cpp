@@ -52,9 +52,6 @@ using StartUpFailureTest = SystemTest;
 
 // Enough descriptors to load the program and to log, but not to watch the mount table.
 TEST_F(StartUpFailureTest, DaemonThatCannotStartSaysWhyAndEndsWithStatusZero) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "without descriptors the sanitizer finds fault with everything";
-#endif
     stage::DaemonStart start;
     start.descriptorLimit = 6;
     m_scene.StartDaemon(start);
