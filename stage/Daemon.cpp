@@ -34,8 +34,8 @@ bool Footprint::IsWithin(const Footprint& limit) const {
 }
 
 Daemon::Daemon(Record& record, const DaemonStart& start)
-    : m_process(CommandOf(start), record, Voice::DaemonOutput, Voice::DaemonOutput) {
-    m_process.CloseInput();
+    : process_(CommandOf(start), record, Voice::DaemonOutput, Voice::DaemonOutput) {
+    process_.CloseInput();
 }
 
 Footprint Daemon::TakeFootprint() const {

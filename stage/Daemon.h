@@ -30,13 +30,13 @@ public:
     Daemon(Record& record, const DaemonStart& start);
 
     pid_t Pid() const {
-        return m_process.Pid();
+        return process_.Pid();
     }
     bool IsRunning() const {
-        return m_process.IsRunning();
+        return process_.IsRunning();
     }
     void Signal(int number) const {
-        m_process.Signal(number);
+        process_.Signal(number);
     }
     Footprint TakeFootprint() const;
 
@@ -46,11 +46,11 @@ public:
     // It runs until it is killed. Returns the wait status, of that death or of an earlier one.
     int Stop();
     int AwaitEnd() {
-        return m_process.AwaitEnd();
+        return process_.AwaitEnd();
     }
 
 private:
-    Process m_process;
+    Process process_;
 };
 
 } // namespace stage

@@ -10,10 +10,10 @@ namespace stage {
 class Descriptor {
 public:
     Descriptor() = default;
-    explicit Descriptor(int number) : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(m_number, other.m_number);
+        std::swap(number_, other.number_);
         return *this;
     }
     ~Descriptor() {
@@ -21,19 +21,19 @@ public:
     }
 
     int Get() const {
-        return m_number;
+        return number_;
     }
     explicit operator bool() const {
-        return m_number >= 0;
+        return number_ >= 0;
     }
     void Close() {
-        if (m_number >= 0) {
-            close(std::exchange(m_number, -1));
+        if (number_ >= 0) {
+            close(std::exchange(number_, -1));
         }
     }
 
 private:
-    int m_number = -1;
+    int number_ = -1;
 };
 
 } // namespace stage

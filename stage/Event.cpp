@@ -9,24 +9,24 @@ namespace {
 // Reads words and values from a line of the simulator's protocol.
 class Scanner {
 public:
-    explicit Scanner(const std::string& text) : m_text(text) {}
+    explicit Scanner(const std::string& text) : text_(text) {}
 
     bool AtEnd() {
-        while (m_next < m_text.size() && m_text[m_next] == ' ') {
-            ++m_next;
+        while (next_ < text_.size() && text_[next_] == ' ') {
+            ++next_;
         }
-        return m_next >= m_text.size();
+        return next_ >= text_.size();
     }
     std::string Word() {
         AtEnd();
         return Until(" =");
     }
     std::string Value() {
-        if (m_next < m_text.size() && m_text[m_next] == '=') {
-            ++m_next;
+        if (next_ < text_.size() && text_[next_] == '=') {
+            ++next_;
         }
-        if (m_next < m_text.size() && m_text[m_next] == '"') {
-            ++m_next;
+        if (next_ < text_.size() && text_[next_] == '"') {
+            ++next_;
             return Quoted();
         }
         return Until(" ");
@@ -34,33 +34,33 @@ public:
 
 private:
     std::string Until(const char* ends) {
-        const std::size_t end = std::min(m_text.find_first_of(ends, m_next), m_text.size());
-        const std::string part = m_text.substr(m_next, end - m_next);
-        m_next = end;
+        const std::size_t end = std::min(text_.find_first_of(ends, next_), text_.size());
+        const std::string part = text_.substr(next_, end - next_);
+        next_ = end;
         return part;
     }
     std::string Quoted() {
         std::string value;
-        while (m_next < m_text.size() && m_text[m_next] != '"') {
-            value += m_text[m_next] == '\\' ? Escaped() : m_text[m_next];
-            ++m_next;
+        while (next_ < text_.size() && text_[next_] != '"') {
+            value += text_[next_] == '\\' ? Escaped() : text_[next_];
+            ++next_;
         }
-        ++m_next;
+        ++next_;
         return value;
     }
     // Stands on the backslash, and afterwards on the last character of the escape.
     char Escaped() {
-        const char letter = ++m_next < m_text.size() ? m_text[m_next] : '\\';
+        const char letter = ++next_ < text_.size() ? text_[next_] : '\\';
         if (letter == 'x') {
-            const std::string digits = m_text.substr(m_next + 1, 2);
-            m_next += 2;
+            const std::string digits = text_.substr(next_ + 1, 2);
+            next_ += 2;
             return static_cast<char>(std::strtol(digits.c_str(), nullptr, 16));
         }
         return letter == 'n' ? '\n' : letter == 't' ? '\t' : letter;
     }
 
-    const std::string& m_text;
-    std::size_t m_next = 0;
+    const std::string& text_;
+    std::size_t next_ = 0;
 };
 
 } // namespace

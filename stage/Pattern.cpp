@@ -14,11 +14,11 @@ Pattern::Pattern(const std::string& expression) {
         regfree(expired);
         delete expired;
     };
-    m_compiled = {compiled.release(), release};
+    compiled_ = {compiled.release(), release};
 }
 
 bool Pattern::Matches(const std::string& line) const {
-    return regexec(m_compiled.get(), line.c_str(), 0, nullptr, 0) == 0;
+    return regexec(compiled_.get(), line.c_str(), 0, nullptr, 0) == 0;
 }
 
 std::string Pattern::Literally(const std::string& text) {

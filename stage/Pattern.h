@@ -19,7 +19,7 @@ public:
     static std::string Literally(const std::string& text);
 
 private:
-    std::shared_ptr<const regex_t> m_compiled;
+    std::shared_ptr<const regex_t> compiled_;
 };
 
 } // namespace stage

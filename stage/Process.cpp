@@ -28,25 +28,25 @@ struct Pipe {
 class FileActions {
 public:
     FileActions() {
-        posix_spawn_file_actions_init(&m_actions);
+        posix_spawn_file_actions_init(&actions_);
     }
     ~FileActions() {
-        posix_spawn_file_actions_destroy(&m_actions);
+        posix_spawn_file_actions_destroy(&actions_);
     }
     FileActions(const FileActions&) = delete;
     FileActions& operator=(const FileActions&) = delete;
     void Connect(const Descriptor& from, int to) {
-        posix_spawn_file_actions_adddup2(&m_actions, from.Get(), to);
+        posix_spawn_file_actions_adddup2(&actions_, from.Get(), to);
     }
     void CloseFrom(int first) {
-        posix_spawn_file_actions_addclosefrom_np(&m_actions, first);
+        posix_spawn_file_actions_addclosefrom_np(&actions_, first);
     }
     const posix_spawn_file_actions_t* Get() const {
-        return &m_actions;
+        return &actions_;
     }
 
 private:
-    posix_spawn_file_actions_t m_actions{};
+    posix_spawn_file_actions_t actions_{};
 };
 
 std::vector<char*> PointersTo(const std::vector<std::string>& texts) {
@@ -62,24 +62,24 @@ std::vector<char*> PointersTo(const std::vector<std::string>& texts) {
 class Attributes {
 public:
     Attributes() {
-        posix_spawnattr_init(&m_attributes);
+        posix_spawnattr_init(&attributes_);
         sigset_t pipeOnly;
         sigemptyset(&pipeOnly);
         sigaddset(&pipeOnly, SIGPIPE);
-        posix_spawnattr_setsigdefault(&m_attributes, &pipeOnly);
-        posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGDEF);
+        posix_spawnattr_setsigdefault(&attributes_, &pipeOnly);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF);
     }
     ~Attributes() {
-        posix_spawnattr_destroy(&m_attributes);
+        posix_spawnattr_destroy(&attributes_);
     }
     Attributes(const Attributes&) = delete;
     Attributes& operator=(const Attributes&) = delete;
     const posix_spawnattr_t* Get() const {
-        return &m_attributes;
+        return &attributes_;
     }
 
 private:
-    posix_spawnattr_t m_attributes{};
+    posix_spawnattr_t attributes_{};
 };
 
 pid_t Spawn(const Command& command, const FileActions& actions) {
@@ -95,7 +95,7 @@ pid_t Spawn(const Command& command, const FileActions& actions) {
 } // namespace
 
 Process::Process(const Command& command, Record& record, Voice output, Voice errors)
-    : m_record(record) {
+    : record_(record) {
     Pipe in;
     Pipe out;
     Pipe err;
@@ -104,49 +104,49 @@ Process::Process(const Command& command, Record& record, Voice output, Voice err
     actions.Connect(out.writer, STDOUT_FILENO);
     actions.Connect(err.writer, STDERR_FILENO);
     actions.CloseFrom(STDERR_FILENO + 1); // what this process has inherited itself
-    m_pid = Spawn(command, actions);
-    m_pidDescriptor = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
-    m_input = std::move(in.writer);
-    m_output = record.ListenToLines(output, std::move(out.reader));
-    m_errors = record.ListenToLines(errors, std::move(err.reader));
+    pid_ = Spawn(command, actions);
+    pidDescriptor_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+    input_ = std::move(in.writer);
+    output_ = record.ListenToLines(output, std::move(out.reader));
+    errors_ = record.ListenToLines(errors, std::move(err.reader));
 }
 
 Process::~Process() {
-    if (!m_reaped) {
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
+    if (!reaped_) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
     }
 }
 
 void Process::Tell(const std::string& line) const {
     const std::string text = line + "\n";
-    const ssize_t written = write(m_input.Get(), text.data(), text.size());
+    const ssize_t written = write(input_.Get(), text.data(), text.size());
     Require(written == static_cast<ssize_t>(text.size()), "cannot tell process: " + line);
 }
 
 void Process::Signal(int number) const {
-    Require(!m_reaped && kill(m_pid, number) == 0, "cannot send a signal");
+    Require(!reaped_ && kill(pid_, number) == 0, "cannot send a signal");
 }
 
 bool Process::IsRunning() const {
-    pollfd polled{m_pidDescriptor.Get(), POLLIN, 0};
-    return !m_reaped && poll(&polled, 1, 0) == 0;
+    pollfd polled{pidDescriptor_.Get(), POLLIN, 0};
+    return !reaped_ && poll(&polled, 1, 0) == 0;
 }
 
 int Process::AwaitEnd() {
-    if (m_reaped) {
-        return m_status;
+    if (reaped_) {
+        return status_;
     }
-    pollfd polled{m_pidDescriptor.Get(), POLLIN, 0};
+    pollfd polled{pidDescriptor_.Get(), POLLIN, 0};
     const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
     if (poll(&polled, 1, patience) != 1) {
-        throw Failure("process " + std::to_string(m_pid) + " does not end");
+        throw Failure("process " + std::to_string(pid_) + " does not end");
     }
-    Require(waitpid(m_pid, &m_status, 0) == m_pid, "cannot reap a process");
-    m_reaped = true;
-    m_record.AwaitEndOf(m_output);
-    m_record.AwaitEndOf(m_errors);
-    return m_status;
+    Require(waitpid(pid_, &status_, 0) == pid_, "cannot reap a process");
+    reaped_ = true;
+    record_.AwaitEndOf(output_);
+    record_.AwaitEndOf(errors_);
+    return status_;
 }
 
 std::string DescribeEnd(int waitStatus) {

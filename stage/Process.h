@@ -26,11 +26,11 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t Pid() const {
-        return m_pid;
+        return pid_;
     }
     void Tell(const std::string& line) const;
     void CloseInput() {
-        m_input.Close();
+        input_.Close();
     }
     void Signal(int number) const;
     bool IsRunning() const;
@@ -39,14 +39,14 @@ public:
     int AwaitEnd();
 
 private:
-    Record& m_record;
-    Descriptor m_input;
-    Descriptor m_pidDescriptor;
-    pid_t m_pid = -1;
-    bool m_reaped = false;
-    int m_status = 0;
-    Record::SourceId m_output = 0;
-    Record::SourceId m_errors = 0;
+    Record& record_;
+    Descriptor input_;
+    Descriptor pidDescriptor_;
+    pid_t pid_ = -1;
+    bool reaped_ = false;
+    int status_ = 0;
+    Record::SourceId output_ = 0;
+    Record::SourceId errors_ = 0;
 };
 
 // "exited with 1", "killed by signal 9".

@@ -18,9 +18,9 @@ public:
 private:
     int CountNewReads() const;
 
-    Descriptor m_inotify;
-    std::string m_path;
-    int m_reads = 0;
+    Descriptor inotify_;
+    std::string path_;
+    int reads_ = 0;
 };
 
 } // namespace stage

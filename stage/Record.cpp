@@ -33,18 +33,18 @@ const char* NameOf(Voice voice) {
     return "?";
 }
 
-Record::Record() : m_wakeUp(eventfd(0, EFD_CLOEXEC)) {
-    Require(static_cast<bool>(m_wakeUp), "cannot create an event descriptor");
-    m_thread = std::thread([this] { Run(); });
+Record::Record() : wakeUp_(eventfd(0, EFD_CLOEXEC)) {
+    Require(static_cast<bool>(wakeUp_), "cannot create an event descriptor");
+    thread_ = std::thread([this] { Run(); });
 }
 
 Record::~Record() {
     {
-        const std::lock_guard lock(m_mutex);
-        m_stopping = true;
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
     }
-    eventfd_write(m_wakeUp.Get(), 1);
-    m_thread.join();
+    eventfd_write(wakeUp_.Get(), 1);
+    thread_.join();
 }
 
 Record::SourceId Record::ListenToLines(Voice voice, Descriptor pipe) {
@@ -56,20 +56,20 @@ Record::SourceId Record::ListenToDatagrams(Voice voice, Descriptor socket, Edit 
 }
 
 Record::SourceId Record::Listen(Voice voice, Descriptor descriptor, Edit editDatagram) {
-    const std::lock_guard lock(m_mutex);
-    const SourceId id = m_nextId++;
-    m_sources.push_back({id, voice, std::move(descriptor), editDatagram, {}});
-    eventfd_write(m_wakeUp.Get(), 1);
+    const std::lock_guard lock(mutex_);
+    const SourceId id = nextId_++;
+    sources_.push_back({id, voice, std::move(descriptor), editDatagram, {}});
+    eventfd_write(wakeUp_.Get(), 1);
     return id;
 }
 
 void Record::AwaitEndOf(SourceId id) {
-    std::unique_lock lock(m_mutex);
+    std::unique_lock lock(mutex_);
     const auto ended = [&] {
-        return std::none_of(m_sources.begin(), m_sources.end(),
+        return std::none_of(sources_.begin(), sources_.end(),
                             [id](const Source& source) { return source.id == id; });
     };
-    if (!m_changed.wait_for(lock, kPatience, ended)) {
+    if (!changed_.wait_for(lock, kPatience, ended)) {
         throw Failure("the output of a process did not end");
     }
 }
@@ -79,14 +79,14 @@ void Record::Run() {
     std::vector<pollfd> polled;
     std::vector<Source*> sources;
     while (true) {
-        polled.assign(1, {m_wakeUp.Get(), POLLIN, 0});
+        polled.assign(1, {wakeUp_.Get(), POLLIN, 0});
         sources.clear();
         {
-            const std::lock_guard lock(m_mutex);
-            if (m_stopping) {
+            const std::lock_guard lock(mutex_);
+            if (stopping_) {
                 return;
             }
-            for (Source& source : m_sources) {
+            for (Source& source : sources_) {
                 sources.push_back(&source);
                 polled.push_back({source.descriptor.Get(), POLLIN, 0});
             }
@@ -94,13 +94,13 @@ void Record::Run() {
         poll(polled.data(), polled.size(), -1);
         if (polled[0].revents != 0) {
             eventfd_t count = 0;
-            eventfd_read(m_wakeUp.Get(), &count);
+            eventfd_read(wakeUp_.Get(), &count);
         }
         for (std::size_t i = 0; i < sources.size(); ++i) {
             if (polled[i + 1].revents != 0 && !ReadFrom(*sources[i])) {
-                const std::lock_guard lock(m_mutex);
-                m_sources.remove_if([ended = sources[i]](const Source& s) { return &s == ended; });
-                m_changed.notify_all();
+                const std::lock_guard lock(mutex_);
+                sources_.remove_if([ended = sources[i]](const Source& s) { return &s == ended; });
+                changed_.notify_all();
             }
         }
     }
@@ -135,15 +135,15 @@ void Record::TakeLinesFrom(Source& source) {
 }
 
 void Record::Append(Voice voice, std::string text) {
-    const std::lock_guard lock(m_mutex);
-    m_lines.push_back({voice, std::move(text), false});
-    m_changed.notify_all();
+    const std::lock_guard lock(mutex_);
+    lines_.push_back({voice, std::move(text), false});
+    changed_.notify_all();
 }
 
 // From the line next on, which it moves past the lines that do not pass.
 std::optional<Line> Record::TakeFirst(const Test& test, std::size_t& next) {
-    for (; next < m_lines.size(); ++next) {
-        Line& line = m_lines[next];
+    for (; next < lines_.size(); ++next) {
+        Line& line = lines_[next];
         if (!line.taken && test(line)) {
             line.taken = true;
             return line;
@@ -153,11 +153,11 @@ std::optional<Line> Record::TakeFirst(const Test& test, std::size_t& next) {
 }
 
 Line Record::Await(const Test& test, const std::string& what) {
-    std::unique_lock lock(m_mutex);
+    std::unique_lock lock(mutex_);
     std::size_t next = 0;
     std::optional<Line> taken;
     const auto isThere = [&] { return (taken = TakeFirst(test, next)).has_value(); };
-    if (!m_changed.wait_for(lock, kPatience, isThere)) {
+    if (!changed_.wait_for(lock, kPatience, isThere)) {
         throw Failure("waited in vain for " + what);
     }
     return *taken;
@@ -168,21 +168,21 @@ Line Record::Await(Voice voice, const std::string& pattern) {
 }
 
 std::optional<Line> Record::TakeIfThere(const Test& test) {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard lock(mutex_);
     std::size_t next = 0;
     return TakeFirst(test, next);
 }
 
 std::vector<Line> Record::Since(std::size_t position) const {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard lock(mutex_);
     const auto first =
-        m_lines.begin() + static_cast<std::ptrdiff_t>(std::min(position, m_lines.size()));
-    return {first, m_lines.end()};
+        lines_.begin() + static_cast<std::ptrdiff_t>(std::min(position, lines_.size()));
+    return {first, lines_.end()};
 }
 
 std::size_t Record::Size() const {
-    const std::lock_guard lock(m_mutex);
-    return m_lines.size();
+    const std::lock_guard lock(mutex_);
+    return lines_.size();
 }
 
 } // namespace stage

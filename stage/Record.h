@@ -73,14 +73,14 @@ private:
     void Append(Voice voice, std::string text);
     std::optional<Line> TakeFirst(const Test& test, std::size_t& next);
 
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<Line> m_lines;
-    std::list<Source> m_sources;
-    SourceId m_nextId = 0;
-    bool m_stopping = false;
-    Descriptor m_wakeUp;
-    std::thread m_thread;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Line> lines_;
+    std::list<Source> sources_;
+    SourceId nextId_ = 0;
+    bool stopping_ = false;
+    Descriptor wakeUp_;
+    std::thread thread_;
 };
 
 const char* NameOf(Voice voice);

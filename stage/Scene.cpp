@@ -19,31 +19,31 @@ bool IsOfTheDaemon(const Line& line) {
 } // namespace
 
 void Scene::StartServer() {
-    m_server.emplace(m_record);
+    server_.emplace(record_);
 }
 
 void Scene::KillServer() {
     Server().Kill();
-    m_server.reset();
+    server_.reset();
 }
 
 void Scene::StartDaemon(const DaemonStart& start) {
-    m_daemon.emplace(m_record, start);
+    daemon_.emplace(record_, start);
 }
 
 int Scene::AwaitEndOfDaemon() {
     const int status = TheDaemon().AwaitEnd();
-    m_daemon.reset();
+    daemon_.reset();
     return status;
 }
 
 void Scene::TakeBaseline() {
-    m_baseline = TheDaemon().TakeFootprint();
+    baseline_ = TheDaemon().TakeFootprint();
 }
 
 std::string Scene::NextLogLine(const std::string& awaited) {
     const auto isLogged = [](const Line& line) { return line.voice == Voice::SystemLog; };
-    return m_record.Await(isLogged, "log: " + awaited).text;
+    return record_.Await(isLogged, "log: " + awaited).text;
 }
 
 void Scene::AwaitLog(const std::vector<std::string>& patterns) {
@@ -65,54 +65,54 @@ std::vector<std::string> Scene::End() {
     std::vector<std::string> complaints;
     EndDaemon(complaints);
     EndServer(complaints);
-    m_log.CatchUp();
+    log_.CatchUp();
     CheckLines(complaints);
     return complaints;
 }
 
 void Scene::CheckFootprint(std::vector<std::string>& complaints) {
-    Footprint limit = m_baseline.value();
-    const auto lines = m_record.Since(0);
+    Footprint limit = baseline_.value();
+    const auto lines = record_.Since(0);
     if (std::any_of(lines.begin(), lines.end(), IsOfTheDaemon)) {
         limit.descriptors.emplace_back("socket");
         std::sort(limit.descriptors.begin(), limit.descriptors.end());
     }
-    const Footprint last = m_daemon->AwaitFootprintWithin(limit);
+    const Footprint last = daemon_->AwaitFootprintWithin(limit);
     if (!last.IsWithin(limit)) {
-        complaints.push_back("the daemon began with " + Describe(*m_baseline));
+        complaints.push_back("the daemon began with " + Describe(*baseline_));
         complaints.push_back("     and ended with " + Describe(last));
     }
 }
 
 void Scene::EndDaemon(std::vector<std::string>& complaints) {
-    if (!m_daemon) {
+    if (!daemon_) {
         return;
     }
-    if (m_baseline && m_daemon->IsRunning()) {
+    if (baseline_ && daemon_->IsRunning()) {
         CheckFootprint(complaints);
     }
-    const int status = m_daemon->Stop();
+    const int status = daemon_->Stop();
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM) {
         complaints.push_back("the daemon did not live until the end: " + DescribeEnd(status));
     }
-    m_daemon.reset();
+    daemon_.reset();
 }
 
 void Scene::EndServer(std::vector<std::string>& complaints) {
-    if (!m_server) {
+    if (!server_) {
         return;
     }
     try {
-        m_server->Quit();
+        server_->Quit();
     } catch (const Failure& failure) {
         complaints.emplace_back(failure.what());
     }
-    m_server.reset();
+    server_.reset();
 }
 
 // The server's events are there to be looked at or not; everybody else speaks when asked.
 void Scene::CheckLines(std::vector<std::string>& complaints) {
-    for (const Line& line : m_record.Since(0)) {
+    for (const Line& line : record_.Since(0)) {
         if (line.voice != Voice::Server && !line.taken) {
             complaints.push_back(std::string("unexpected, ") + NameOf(line.voice) + ": " +
                                  line.text);

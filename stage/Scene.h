@@ -18,16 +18,16 @@ namespace stage {
 
 class Scene {
 public:
-    Scene() : m_log(m_record) {}
+    Scene() : log_(record_) {}
 
     Record& TheRecord() {
-        return m_record;
+        return record_;
     }
     Simulator& Server() {
-        return m_server.value();
+        return server_.value();
     }
     Daemon& TheDaemon() {
-        return m_daemon.value();
+        return daemon_.value();
     }
 
     void StartServer();
@@ -58,11 +58,11 @@ private:
     void EndServer(std::vector<std::string>& complaints);
     void CheckLines(std::vector<std::string>& complaints);
 
-    Record m_record;
-    SystemLog m_log;
-    std::optional<Simulator> m_server;
-    std::optional<Daemon> m_daemon;
-    std::optional<Footprint> m_baseline;
+    Record record_;
+    SystemLog log_;
+    std::optional<Simulator> server_;
+    std::optional<Daemon> daemon_;
+    std::optional<Footprint> baseline_;
 };
 
 } // namespace stage

@@ -32,12 +32,12 @@ bool IsAnswer(const Line& line) {
 } // namespace
 
 Simulator::Simulator(Record& record)
-    : m_record(record), m_firstLine(record.Size()),
-      m_process(SimulatorCommand(), record, Voice::Server, Voice::ServerOutput) {}
+    : record_(record), firstLine_(record.Size()),
+      process_(SimulatorCommand(), record, Voice::Server, Voice::ServerOutput) {}
 
 std::vector<Event> Simulator::Do(const std::string& command) {
-    m_process.Tell(command);
-    const std::string answer = m_record.Await(IsAnswer, "the server's answer to: " + command).text;
+    process_.Tell(command);
+    const std::string answer = record_.Await(IsAnswer, "the server's answer to: " + command).text;
     if (answer != "ok") {
         throw Failure(command + ": " + answer);
     }
@@ -45,7 +45,7 @@ std::vector<Event> Simulator::Do(const std::string& command) {
     const auto isModel = [](const Line& line) {
         return line.voice == Voice::Server && line.text.starts_with("model ");
     };
-    while (const auto line = m_record.TakeIfThere(isModel)) {
+    while (const auto line = record_.TakeIfThere(isModel)) {
         model.push_back(*ParseEvent(line->text));
     }
     return model;
@@ -56,7 +56,7 @@ Event Simulator::Await(const std::string& kind, const Values& values) {
         const auto event = EventOf(line, kind);
         return event && event->Has(values);
     };
-    return *ParseEvent(m_record.Await(wanted, Describe(kind, values)).text);
+    return *ParseEvent(record_.Await(wanted, Describe(kind, values)).text);
 }
 
 Event Simulator::Await(const std::string& kind, const std::function<bool(const Event&)>& holds) {
@@ -64,12 +64,12 @@ Event Simulator::Await(const std::string& kind, const std::function<bool(const E
         const auto event = EventOf(line, kind);
         return event && holds(*event);
     };
-    return *ParseEvent(m_record.Await(wanted, "a certain event " + kind).text);
+    return *ParseEvent(record_.Await(wanted, "a certain event " + kind).text);
 }
 
 std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& values) const {
     std::vector<Event> events;
-    for (const Line& line : m_record.Since(m_firstLine)) {
+    for (const Line& line : record_.Since(firstLine_)) {
         const auto event = EventOf(line, kind);
         if (event && event->Has(values)) {
             events.push_back(*event);
@@ -79,13 +79,13 @@ std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& va
 }
 
 void Simulator::Kill() {
-    m_process.Signal(SIGKILL);
-    m_process.AwaitEnd();
+    process_.Signal(SIGKILL);
+    process_.AwaitEnd();
 }
 
 void Simulator::Quit() {
     Do("quit");
-    const int status = m_process.AwaitEnd();
+    const int status = process_.AwaitEnd();
     if (status != 0) {
         throw Failure("the server " + DescribeEnd(status));
     }

@@ -18,7 +18,7 @@ public:
     explicit Simulator(Record& record);
 
     pid_t Pid() const {
-        return m_process.Pid();
+        return process_.Pid();
     }
 
     // Carries out a command; returns the model lines of its answer. Throws what the server objects.
@@ -38,9 +38,9 @@ public:
     void Quit();
 
 private:
-    Record& m_record;
-    std::size_t m_firstLine;
-    Process m_process;
+    Record& record_;
+    std::size_t firstLine_;
+    Process process_;
 };
 
 } // namespace stage

@@ -27,7 +27,7 @@ std::string WithoutStamp(const std::string& message) {
     return stamped ? message.substr(kStampLength) : message;
 }
 
-SystemLog::SystemLog(Record& record) : m_record(record) {
+SystemLog::SystemLog(Record& record) : record_(record) {
     Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = LogAddress();
     Require(bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
@@ -46,7 +46,7 @@ void SystemLog::CatchUp() {
     Require(sendto(socket.Get(), mark.data(), mark.size(), 0,
                    reinterpret_cast<const sockaddr*>(&address), sizeof address) > 0,
             "cannot write to /dev/log");
-    m_record.Await(Voice::SystemLog, mark);
+    record_.Await(Voice::SystemLog, mark);
 }
 
 } // namespace stage

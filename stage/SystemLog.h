@@ -19,7 +19,7 @@ public:
     void CatchUp();
 
 private:
-    Record& m_record;
+    Record& record_;
 };
 
 // "<9>Nov 21 02:00:00 trayprobed: text" without priority (user.alert) and date.

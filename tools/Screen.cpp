@@ -41,19 +41,19 @@ std::string BarOf(int step, int steps) {
 } // namespace
 
 Screen::Screen()
-    : m_isTerminal(isatty(STDOUT_FILENO) == 1), m_start(std::chrono::steady_clock::now()) {}
+    : isTerminal_(isatty(STDOUT_FILENO) == 1), start_(std::chrono::steady_clock::now()) {}
 
 std::string Screen::Painted(const std::string& text, Colour colour) const {
-    return m_isTerminal && colour != Colour::Plain ? CodeOf(colour) + text + "\033[0m" : text;
+    return isTerminal_ && colour != Colour::Plain ? CodeOf(colour) + text + "\033[0m" : text;
 }
 
 void Screen::Print(const std::string& line) {
-    if (!m_bar.empty() && m_isTerminal) {
+    if (!bar_.empty() && isTerminal_) {
         std::fputs(kEraseLine, stdout);
     }
     std::printf("%s\n", line.c_str());
-    if (m_isTerminal) {
-        std::fputs(m_bar.c_str(), stdout);
+    if (isTerminal_) {
+        std::fputs(bar_.c_str(), stdout);
     }
     std::fflush(stdout);
 }
@@ -64,7 +64,7 @@ void Screen::Title(const std::string& text) {
 }
 
 void Screen::Say(const std::string& who, const std::string& text, Colour colour) {
-    const std::chrono::duration<double> since = std::chrono::steady_clock::now() - m_start;
+    const std::chrono::duration<double> since = std::chrono::steady_clock::now() - start_;
     std::array<char, 64> head{};
     std::snprintf(head.data(), head.size(), "%7.2f s  %-10s  ", since.count(), who.c_str());
     Print(Painted(head.data(), Colour::Dim) + Painted(text, colour));
@@ -73,18 +73,18 @@ void Screen::Say(const std::string& who, const std::string& text, Colour colour)
 // Without a terminal each step is a line of its own.
 void Screen::ShowBar(int step, int steps) {
     const std::string bar = BarOf(step, steps);
-    if (!m_isTerminal) {
+    if (!isTerminal_) {
         Print(bar);
         return;
     }
-    m_bar = Painted(bar, Colour::Green);
-    std::printf("%s%s", kEraseLine, m_bar.c_str());
+    bar_ = Painted(bar, Colour::Green);
+    std::printf("%s%s", kEraseLine, bar_.c_str());
     std::fflush(stdout);
 }
 
 void Screen::RemoveBar() {
-    if (!m_bar.empty()) {
+    if (!bar_.empty()) {
         std::printf("\n");
-        m_bar.clear();
+        bar_.clear();
     }
 }

@@ -21,9 +21,9 @@ private:
     std::string Painted(const std::string& text, Colour colour) const;
     void Print(const std::string& line);
 
-    bool m_isTerminal;
-    std::string m_bar; // as it is on the terminal now
-    std::chrono::steady_clock::time_point m_start;
+    bool isTerminal_;
+    std::string bar_; // as it is on the terminal now
+    std::chrono::steady_clock::time_point start_;
 };
 
 #endif

@@ -77,8 +77,8 @@ private:
     std::set<std::string> SlotsWithUncachedDirectories();
     double SecondsToBrowse(const std::string& disc);
 
-    Screen m_screen;
-    stage::Scene m_scene;
+    Screen screen_;
+    stage::Scene scene_;
 };
 
 int Demo::Run() {
@@ -91,21 +91,21 @@ int Demo::Run() {
         End();
         return 0;
     } catch (const std::exception& failure) {
-        m_screen.RemoveBar();
-        m_screen.Say("demo", failure.what(), Colour::Red);
+        screen_.RemoveBar();
+        screen_.Say("demo", failure.what(), Colour::Red);
         return 1;
     }
 }
 
 std::vector<Event> Demo::Tell(const std::string& command) {
-    m_screen.Say("user", command, Colour::Yellow);
-    return m_scene.Server().Do(command);
+    screen_.Say("user", command, Colour::Yellow);
+    return scene_.Server().Do(command);
 }
 
 void Demo::Prepare() {
-    m_screen.Title("A changer with 12 slots, 2 drives and a dozen discs that nobody has looked at");
-    m_scene.StartServer();
-    stage::Simulator& server = m_scene.Server();
+    screen_.Title("A changer with 12 slots, 2 drives and a dozen discs that nobody has looked at");
+    scene_.StartServer();
+    stage::Simulator& server = scene_.Server();
     server.Do("events kinds=request,robot,identified,status,disconnect");
     server.Do(
         "add-changer changer=A1 slots=12 drives=2 moving=300 spin-up=200 patience=5000 mount=" +
@@ -117,14 +117,13 @@ void Demo::Prepare() {
             " directories=40 files=10 depth=4 name=" + kDiscs.at(static_cast<std::size_t>(slot)));
     }
     server.Do("start");
-    m_screen.Say("demo", "changer server running, process " + std::to_string(server.Pid()));
+    screen_.Say("demo", "changer server running, process " + std::to_string(server.Pid()));
 }
 
 void Demo::IdentifyEveryDisc() {
-    m_screen.Title("trayprobed starts, and has every disc identified");
-    m_scene.StartDaemon();
-    m_screen.Say("demo",
-                 "trayprobed running, process " + std::to_string(m_scene.TheDaemon().Pid()));
+    screen_.Title("trayprobed starts, and has every disc identified");
+    scene_.StartDaemon();
+    screen_.Say("demo", "trayprobed running, process " + std::to_string(scene_.TheDaemon().Pid()));
 
     std::map<std::string, int> withdrawals;
     Event last;
@@ -141,15 +140,15 @@ void Demo::IdentifyEveryDisc() {
     AwaitClosingOf(last);
     for (int slot = 0; slot < kDiscCount; ++slot) {
         const auto times =
-            m_scene.Server().AllSoFar("identified", {{"slot", std::to_string(slot)}}).size();
+            scene_.Server().AllSoFar("identified", {{"slot", std::to_string(slot)}}).size();
         Check(times == 1, "slot " + std::to_string(slot) + " identified once");
     }
-    m_screen.Say("demo", "all 12 discs identified, each once", Colour::Green);
-    m_scene.TakeBaseline();
+    screen_.Say("demo", "all 12 discs identified, each once", Colour::Green);
+    scene_.TakeBaseline();
 }
 
 void Demo::BuildTheCache() {
-    m_screen.Title("A user wants the directories of all discs cached");
+    screen_.Title("A user wants the directories of all discs cached");
     Tell("identify changer=A1");
     ShowUntil(IsWithdrawalForChanger);
     Event closing;
@@ -158,15 +157,15 @@ void Demo::BuildTheCache() {
         return IsWithdrawalForChanger(event);
     });
     AwaitClosingOf(closing);
-    m_screen.RemoveBar();
+    screen_.RemoveBar();
     Check(SlotsWithUncachedDirectories().empty(), "every directory of every disc cached");
-    m_screen.Say("demo", "every directory of every disc is cached", Colour::Green);
+    screen_.Say("demo", "every directory of every disc is cached", Colour::Green);
 }
 
 void Demo::AbortABuild() {
-    m_screen.Title("All is forgotten, built again, and the user changes his mind half-way");
+    screen_.Title("All is forgotten, built again, and the user changes his mind half-way");
     for (int slot = 0; slot < kDiscCount; ++slot) {
-        m_scene.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
+        scene_.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
     }
     Tell("identify changer=A1");
     const std::string half = std::to_string(kDiscCount / 2);
@@ -179,14 +178,14 @@ void Demo::AbortABuild() {
         return IsWithdrawalForChanger(event);
     });
     AwaitClosingOf(closing);
-    m_screen.RemoveBar();
+    screen_.RemoveBar();
     const std::size_t left = SlotsWithUncachedDirectories().size();
     Check(left > 0 && left < kDiscs.size(), "only some discs cached after the abort");
-    m_screen.Say("demo", "stopped with " + std::to_string(left) + " discs left", Colour::Green);
+    screen_.Say("demo", "stopped with " + std::to_string(left) + " discs left", Colour::Green);
 }
 
 void Demo::CompareBrowsing() {
-    m_screen.Title("What the cache is good for: listing all directories of one disc");
+    screen_.Title("What the cache is good for: listing all directories of one disc");
     const std::set<std::string> uncached = SlotsWithUncachedDirectories();
     std::string cachedDisc;
     std::string uncachedDisc;
@@ -209,18 +208,18 @@ double Demo::SecondsToBrowse(const std::string& disc) {
     std::array<char, 128> text{};
     std::snprintf(text.data(), text.size(), "%-16s %3d directories  %9.4f s", disc.c_str(),
                   directories, time.count());
-    m_screen.Say("demo", text.data(), Colour::Green);
+    screen_.Say("demo", text.data(), Colour::Green);
     return time.count();
 }
 
 void Demo::End() {
-    m_screen.Title("The end");
-    const std::vector<std::string> complaints = m_scene.End();
+    screen_.Title("The end");
+    const std::vector<std::string> complaints = scene_.End();
     for (const std::string& complaint : complaints) {
-        m_screen.Say("demo", complaint, Colour::Red);
+        screen_.Say("demo", complaint, Colour::Red);
     }
     Check(complaints.empty(), "a clean end");
-    m_screen.Say("demo", "all as it must be: nothing logged, nothing left behind", Colour::Green);
+    screen_.Say("demo", "all as it must be: nothing logged, nothing left behind", Colour::Green);
 }
 
 void Demo::ShowUntil(const Condition& condition) {
@@ -229,13 +228,13 @@ void Demo::ShowUntil(const Condition& condition) {
         return line.voice != Voice::Server || stage::ParseEvent(line.text).has_value();
     };
     while (!met) {
-        const Line line = m_scene.TheRecord().Await(isNews, "what the demo is about");
+        const Line line = scene_.TheRecord().Await(isNews, "what the demo is about");
         const auto event = stage::ParseEvent(line.text);
         if (line.voice == Voice::Server && event) {
             Show(*event);
             met = condition(*event);
         } else {
-            m_screen.Say(NameOf(line.voice), line.text, Colour::Red);
+            screen_.Say(NameOf(line.voice), line.text, Colour::Red);
             throw stage::Failure("not as it must be: nothing logged");
         }
     }
@@ -243,13 +242,13 @@ void Demo::ShowUntil(const Condition& condition) {
 
 void Demo::Show(const Event& event) {
     if (event.kind == "request") {
-        m_screen.Say("trayprobed", TellRequest(event), Colour::Cyan);
+        screen_.Say("trayprobed", TellRequest(event), Colour::Cyan);
     } else if (event.kind == "robot" && event["phase"] == "begin") {
         const bool loads = event["move"] == "load";
-        m_screen.Say("robot", loads ? "slot " + event["slot"] + " -> drive " + event["drive"]
-                                    : "drive " + event["drive"] + " -> slot " + event["slot"]);
+        screen_.Say("robot", loads ? "slot " + event["slot"] + " -> drive " + event["drive"]
+                                   : "drive " + event["drive"] + " -> slot " + event["slot"]);
     } else if (event.kind == "identified") {
-        m_screen.Say("server", "disc in slot " + event["slot"] + " identified", Colour::Green);
+        screen_.Say("server", "disc in slot " + event["slot"] + " identified", Colour::Green);
     } else if (event.kind == "status") {
         ShowStatus(event);
     }
@@ -257,17 +256,17 @@ void Demo::Show(const Event& event) {
 
 void Demo::ShowStatus(const Event& status) {
     if (status["client"] == "trayprobed" && !status["message"].empty()) {
-        m_screen.ShowBar(std::stoi(status["current"]), std::stoi(status["maximum"]));
+        screen_.ShowBar(std::stoi(status["current"]), std::stoi(status["maximum"]));
     }
 }
 
 void Demo::AwaitClosingOf(const Event& request) {
-    m_scene.Server().Await("disconnect", {{"connection", request["connection"]}});
+    scene_.Server().Await("disconnect", {{"connection", request["connection"]}});
 }
 
 std::set<std::string> Demo::SlotsWithUncachedDirectories() {
     std::set<std::string> slots;
-    for (const Event& line : m_scene.Server().Do("show changer=A1 directories=yes")) {
+    for (const Event& line : scene_.Server().Do("show changer=A1 directories=yes")) {
         if (line.kind == "directory" && line["cached"] == "no") {
             slots.insert(line["slot"]);
         }

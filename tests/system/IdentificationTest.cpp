@@ -62,7 +62,7 @@ TEST_F(IdentificationTest, DiscIsMountedPrivatelyForThisProcess) {
                            {"partition-id", ""},
                            {"client-name", "Media Identification"},
                            {"private", "yes"},
-                           {"private-pid", std::to_string(m_scene.TheDaemon().Pid())},
+                           {"private-pid", std::to_string(scene_.TheDaemon().Pid())},
                            {"private-family", "1"},
                            {"mount-disc-clear-errors", "yes"},
                            {"mount-disc-start-mount", "yes"}}));

@@ -35,7 +35,7 @@ protected:
         Tell("put changer=A1 slot=0 identified=yes");
         StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
         AwaitServedRequest(0);
-        m_scene.TakeBaseline(); // with the timer
+        scene_.TakeBaseline(); // with the timer
     }
     void ExpectBuild() {
         AwaitEndOfBuild();

@@ -29,7 +29,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {
     StartServer();
     StartDaemon(Start());
-    const std::string title = stage::ReadProcFile(m_scene.TheDaemon().Pid(), "cmdline");
+    const std::string title = stage::ReadProcFile(scene_.TheDaemon().Pid(), "cmdline");
     EXPECT_THAT(title, StartsWith("(trayprobed)"));
     EXPECT_THAT(title, Not(HasSubstr("word")));
 }
@@ -54,8 +54,8 @@ using StartUpFailureTest = SystemTest;
 TEST_F(StartUpFailureTest, DaemonThatCannotStartSaysWhyAndEndsWithStatusZero) {
     stage::DaemonStart start;
     start.descriptorLimit = 6;
-    m_scene.StartDaemon(start);
-    EXPECT_EQ(m_scene.AwaitEndOfDaemon(), 0);
+    scene_.StartDaemon(start);
+    EXPECT_EQ(scene_.AwaitEndOfDaemon(), 0);
     AwaitLog({Link("ChangerFSCacheManager", "InitChangerFSCacheManager", "fail DASessionCreate"),
               Link("trayprobed_main", "main", "fail InitChangerFSCacheManager")});
 }

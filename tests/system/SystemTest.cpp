@@ -36,17 +36,17 @@ void SystemTest::Begin(const std::string& changer) {
 }
 
 void SystemTest::StartServer(const std::string& changer) {
-    m_scene.StartServer();
+    scene_.StartServer();
     Tell("add-changer changer=A1 mount=/tmp/carousel " + changer);
     Tell("start");
 }
 
 void SystemTest::StartDaemon(const stage::DaemonStart& start) {
     stage::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
-    m_scene.StartDaemon(start);
+    scene_.StartDaemon(start);
     infoFile.AwaitReads(2);
     AwaitChangerTakenUp();
-    m_scene.TakeBaseline();
+    scene_.TakeBaseline();
 }
 
 void SystemTest::AwaitChangerTakenUp(const std::string& guid) {
@@ -90,11 +90,11 @@ std::string SystemTest::Link(const std::string& module, const std::string& funct
 }
 
 void SystemTest::TearDown() {
-    for (const std::string& complaint : m_scene.End()) {
+    for (const std::string& complaint : scene_.End()) {
         ADD_FAILURE() << complaint;
     }
     if (HasFailure()) {
-        for (const stage::Line& line : m_scene.TheRecord().Since(0)) {
+        for (const stage::Line& line : scene_.TheRecord().Since(0)) {
             std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
         }
     }

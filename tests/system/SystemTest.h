@@ -33,17 +33,17 @@ protected:
     void AwaitServedRequest(int slot);
 
     stage::Simulator& Server() {
-        return m_scene.Server();
+        return scene_.Server();
     }
     std::vector<stage::Event> Tell(const std::string& command) {
         return Server().Do(command);
     }
     void AwaitLog(const std::vector<std::string>& patterns) {
-        m_scene.AwaitLog(patterns);
+        scene_.AwaitLog(patterns);
     }
 
     void AwaitEndOfLog(const std::string& pattern) {
-        m_scene.AwaitEndOfLog(pattern);
+        scene_.AwaitEndOfLog(pattern);
     }
 
     // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".
@@ -60,7 +60,7 @@ protected:
 
     void TearDown() override;
 
-    stage::Scene m_scene;
+    stage::Scene scene_;
 };
 
 #endif

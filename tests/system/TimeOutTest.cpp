@@ -49,11 +49,11 @@ TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
 }
 
 TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
-    m_scene.StartServer();
+    scene_.StartServer();
     Tell("fault on=\"set client status\" do=silence");
     Tell("add-changer changer=A1 slots=2 drives=1");
     Tell("start");
-    m_scene.StartDaemon();
+    scene_.StartDaemon();
     AwaitChangerTakenUp();
     AwaitLog({Link(kMessages, "GetMessageReplyErr",
                    "timeout waiting for reply from changer server (VErrCode = 1004)"),

@@ -24,12 +24,12 @@ constexpr const char* kNotAnInfoFile = "no property list";
 class VolumeTest : public SystemTest {
 protected:
     void SetUp() override {
-        m_scene.StartServer();
+        scene_.StartServer();
         Tell("add-changer changer=A1 slots=2 drives=1");
         Tell("start");
-        m_scene.StartDaemon();
+        scene_.StartDaemon();
         AwaitChangerTakenUp();
-        m_scene.TakeBaseline();
+        scene_.TakeBaseline();
     }
 
     static void WriteInfoFile(const fs::path& file, const std::string& content) {

@@ -1,10 +1,10 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include "Footprint.h"
-#include "disks/MountMonitor.h"
 #include "PrivateMounts.h"
-#include "loop/RunLoop.h"
+#include "disks/MountMonitor.h"
 #include "disks/UniqueMountIds.h"
+#include "loop/RunLoop.h"
 
 #include <sys/resource.h>
 
