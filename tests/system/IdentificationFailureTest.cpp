@@ -80,7 +80,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedFirstWithdrawalTheDiscIsNeverPicke
 
 TEST_F(IdentificationFailureTest, AfterAFailedSecondWithdrawalTheDiscIsNeverPickedAgain) {
     Begin();
-    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
@@ -130,7 +130,7 @@ TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
 // answer to what kind of disc it has before it.
 TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
     Begin();
-    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     NotifyInsteadOfTheServer("<key>changer info</key><array/>");
@@ -150,7 +150,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
 
 TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
     Begin();
-    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     NotifyInsteadOfTheServer("<key>changer list</key><array/>");
@@ -162,7 +162,7 @@ TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
 
 TEST_F(IdentificationFailureTest, WorkerOfARemovedChangerIsRefusedWhatItAsksFor) {
     Begin();
-    Tell("fault on=\"mount disc\" do=late after=500");
+    Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
     Tell("remove-changer changer=A1");
