@@ -47,4 +47,12 @@ std::vector<std::string> ListDescriptors(pid_t pid) {
     return targets;
 }
 
+std::size_t ReadOwnMemory(pid_t pid) {
+    const std::string status = ReadProcFile(pid, "status");
+    const std::string key = "\nRssAnon:";
+    const std::size_t found = status.find(key);
+    Require(found != std::string::npos, "no RssAnon in the status of a process");
+    return std::stoul(status.substr(found + key.size())) * 1024; // told in kB
+}
+
 } // namespace stage

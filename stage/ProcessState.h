@@ -17,6 +17,10 @@ std::size_t CountThreads(pid_t pid);
 // another: "socket", "pipe", "/dev/null", "anon_inode:[eventfd]".
 std::vector<std::string> ListDescriptors(pid_t pid);
 
+// The bytes of memory that are the process's own: not those of files, which come and go as the
+// kernel likes.
+std::size_t ReadOwnMemory(pid_t pid);
+
 } // namespace stage
 
 #endif
