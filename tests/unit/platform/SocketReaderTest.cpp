@@ -8,6 +8,11 @@
 
 #include <sys/un.h>
 
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
 #include <system_error>
 
 namespace {
@@ -47,22 +52,44 @@ CFSocketRef Connect(const LocalServer& server) {
     return socket;
 }
 
+std::set<std::string> ListThreads() {
+    std::set<std::string> threads;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
+        threads.insert(entry.path());
+    return threads;
+}
+
+bool BlocksSignal(const std::string& thread, int number) {
+    std::ifstream status(thread + "/status");
+    std::string word;
+    while (status >> word && word != "SigBlk:") {
+    }
+    status >> word;
+    return (std::stoull(word, nullptr, 16) >> (number - 1) & 1) != 0;
+}
+
 // A program of its own, as the one thread is started only once.
 TEST(SocketReaderTest, RefusedThreadGivesNoSourceAndIsTriedAgain) {
     const LocalServer server;
     CFSocketRef socket = Connect(server);
     ASSERT_NE(socket, nullptr);
     const std::ptrdiff_t descriptors = CountDescriptors();
-    const std::ptrdiff_t threads = CountThreads();
+    const std::set<std::string> threads = ListThreads();
     g_refuseThreads = true;
     EXPECT_EQ(CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0), nullptr);
     g_refuseThreads = false;
     EXPECT_EQ(CountDescriptors(), descriptors);
-    EXPECT_EQ(CountThreads(), threads);
+    EXPECT_EQ(ListThreads(), threads);
 
     CFRunLoopSourceRef source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0);
     ASSERT_NE(source, nullptr);
-    EXPECT_GT(CountThreads(), threads);
+    std::set<std::string> reader = ListThreads();
+    for (const std::string& thread : threads)
+        reader.erase(thread);
+    ASSERT_EQ(reader.size(), 1);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGALRM, SIGCHLD})
+        EXPECT_TRUE(BlocksSignal(*reader.begin(), number)) << number;
+    EXPECT_FALSE(BlocksSignal("/proc/thread-self", SIGTERM));
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     server.Accept();
     CFRunLoopRun();

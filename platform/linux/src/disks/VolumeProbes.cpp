@@ -1,12 +1,12 @@
 #include "disks/VolumeProbes.h"
 
 #include "loop/RunLoop.h"
+#include "processes/AllSignalsBlocked.h"
 
 #include <fcntl.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -42,24 +42,6 @@ void Touch(const char* path) noexcept {
         close(root);
 }
 
-// The program's signals are for the threads that it knows of.
-class AllSignalsBlocked {
-public:
-    AllSignalsBlocked() noexcept {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-    ~AllSignalsBlocked() {
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-
-private:
-    sigset_t before_ = {};
-};
-
 } // namespace
 
 VolumeProbes::VolumeProbes(CFRunLoopSourceRef source) : shared_(std::make_shared<Shared>(source)) {}
@@ -77,7 +59,7 @@ std::shared_ptr<Probe> VolumeProbes::Start(const std::string& path) {
     if (shared_->threads == kMostThreads)
         return probe;
     try {
-        const AllSignalsBlocked blocked;
+        const process::AllSignalsBlocked blocked;
         std::thread(Work, shared_).detach();
         ++shared_->threads;
     } catch (...) {

@@ -12,6 +12,8 @@
 
 #include "sockets/InboundStream.h"
 
+#include "processes/AllSignalsBlocked.h"
+
 #include <CoreFoundation/CFData.h>
 
 #include <sys/epoll.h>
@@ -54,6 +56,7 @@ bool StartReading() noexcept {
     if (g_epoll < 0)
         return false;
     try {
+        const process::AllSignalsBlocked blocked;
         std::thread(InboundStream::ReadForever).detach();
     } catch (const std::system_error&) {
         close(std::exchange(g_epoll, -1));
