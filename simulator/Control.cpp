@@ -163,10 +163,11 @@ const Control::Command Control::kCommands[] = {
     {"abort", "changer=GUID client=NAME [create=no]", &Control::Abort},
     {"start", "", &Control::Start},
     {"stop", "", &Control::Stop},
-    {"push", "[together=no]", &Control::Push},
+    {"push", "[together=no] [times=1]", &Control::Push},
     {"hold", "", &Control::Hold},
-    {"release", "", &Control::Release},
+    {"release", "[once=no]", &Control::Release},
     {"pulse", "every=MS", &Control::SetPulse},
+    {"copy-notifications", "file=FILE", &Control::CopyNotifications},
     {"serial", "value=yes|no", &Control::SetSerial},
     {"notify", "hex=BYTES | file=FILE | payload=FILE [split=N]", &Control::Notify},
     {"fault",
@@ -321,10 +322,15 @@ void Control::Stop(const Arguments&) {
 }
 
 void Control::Push(const Arguments& arguments) {
-    if (arguments.GetSwitch("together", false)) {
-        simulator_.GetPublisher().MarkTogether();
-    } else {
-        simulator_.GetPublisher().Mark(kAllNotifications);
+    Publisher& publisher = simulator_.GetPublisher();
+    const bool together = arguments.GetSwitch("together", false);
+    for (auto left = arguments.GetNumber<unsigned>("times", 1); left > 0; --left) {
+        if (together) {
+            publisher.MarkTogether();
+        } else {
+            publisher.Mark(kAllNotifications);
+        }
+        publisher.Flush(); // or the next one would share its turn
     }
 }
 
@@ -332,12 +338,20 @@ void Control::Hold(const Arguments&) {
     simulator_.GetPublisher().Hold();
 }
 
-void Control::Release(const Arguments&) {
-    simulator_.GetPublisher().Release();
+void Control::Release(const Arguments& arguments) {
+    if (arguments.GetSwitch("once", false)) {
+        simulator_.GetPublisher().ReleaseOnce();
+    } else {
+        simulator_.GetPublisher().Release();
+    }
 }
 
 void Control::SetPulse(const Arguments& arguments) {
     simulator_.GetPublisher().SetPulse(milliseconds(arguments.NeedNumber<std::int32_t>("every")));
+}
+
+void Control::CopyNotifications(const Arguments& arguments) {
+    simulator_.CopyNotifications(arguments.NeedText("file"));
 }
 
 void Control::SetSerial(const Arguments& arguments) {

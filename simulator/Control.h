@@ -45,6 +45,7 @@ private:
     void Hold(const Arguments& arguments);
     void Release(const Arguments& arguments);
     void SetPulse(const Arguments& arguments);
+    void CopyNotifications(const Arguments& arguments);
     void SetSerial(const Arguments& arguments);
     void Notify(const Arguments& arguments);
     void AddFault(const Arguments& arguments);

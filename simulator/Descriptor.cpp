@@ -15,6 +15,17 @@ Descriptor::~Descriptor() {
     }
 }
 
+void WriteAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
 Bell::Bell() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (event_.Get() < 0) {
         throw std::system_error(errno, std::generic_category(), "eventfd");

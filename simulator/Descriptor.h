@@ -1,6 +1,7 @@
 // File descriptors that close themselves, and an event that a poll can wait for.
 #pragma once
 
+#include <string_view>
 #include <utility>
 
 namespace simulator {
@@ -23,6 +24,9 @@ public:
 private:
     int descriptor_ = -1;
 };
+
+/// Gives up silently when nobody takes the bytes any more, or the descriptor is none.
+void WriteAll(int descriptor, std::string_view bytes);
 
 /// Readable in poll() from Ring() until Clear(). Any thread may ring.
 class Bell {

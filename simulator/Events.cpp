@@ -1,8 +1,6 @@
 #include "Events.h"
 
-#include <cerrno>
-
-#include <unistd.h>
+#include "Descriptor.h"
 
 namespace simulator {
 
@@ -26,15 +24,7 @@ void Events::SetKinds(std::optional<std::set<std::string, std::less<>>> kinds) {
 
 void Events::Write(std::string line) {
     line += '\n';
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const ssize_t count = write(descriptor_, rest.data(), rest.size());
-        if (count >= 0) {
-            rest.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
-            return; // nobody reads any more: the end of the input will follow
-        }
-    }
+    WriteAll(descriptor_, line); // if nobody reads any more, the end of the input will follow
 }
 
 } // namespace simulator

@@ -210,6 +210,9 @@ void FileSystemOperations::OpenFile(fuse_req_t request, fuse_ino_t number,
     fuse_file_info answer = file;
     answer.direct_io = !options_.kernelCache;
     if (inode->isInfoFile) {
+        if (!inode->volume) {
+            events_.Report("info-open", Fields().AddChanger(changer_.GetGuid()));
+        }
         fuse_reply_open(request, &answer);
         return;
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -59,10 +60,20 @@ void NotificationServer::Queue(Subscribers::iterator subscriber, const std::vect
     for (const Piece& piece : pieces) {
         subscriber->second.queue.push_back(piece);
         size += piece.bytes.size();
+        WriteAll(copy_.Get(), piece.bytes);
     }
     subscriber->second.queuedBytes += size;
     events_.Report("notification",
                    Fields().Add("client", subscriber->first).Add("keys", keys).Add("bytes", size));
+}
+
+void NotificationServer::CopyTo(const std::string& path) {
+    Descriptor copy(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+    if (copy.Get() < 0) {
+        throw CommandError("cannot write " + path);
+    }
+    const std::lock_guard guard(lock_);
+    copy_ = std::move(copy);
 }
 
 void NotificationServer::AwaitRead(std::stop_token stop) {

@@ -33,6 +33,10 @@ public:
     void Send(SubscriberId subscriber, const std::vector<Piece>& pieces, const std::string& keys);
     void SendToAll(const std::vector<Piece>& pieces, const std::string& keys);
 
+    /// Writes what is queued from now on, for whomever, also to this file or pipe. Throws
+    /// CommandError.
+    void CopyTo(const std::string& path);
+
     /// Returns when the subscribers have read all that was queued for them.
     void AwaitRead(std::stop_token stop);
 
@@ -61,6 +65,7 @@ private:
     std::condition_variable_any progress_;
     bool ending_ = false;
     Subscribers subscribers_;
+    Descriptor copy_;
     SubscriberId lastId_ = 0;
     std::jthread thread_;
 };

@@ -62,7 +62,7 @@ void Publisher::MarkTogether() {
 void Publisher::Flush() {
     std::unique_lock guard(lock_);
     const auto wanted = marked_;
-    changed_.wait(guard, [&] { return held_ || !attached_ || published_ >= wanted; });
+    changed_.wait(guard, [&] { return !MaySend() || published_ >= wanted; });
 }
 
 void Publisher::Hold() {
@@ -80,14 +80,26 @@ void Publisher::Release() {
     changed_.notify_all();
 }
 
+void Publisher::ReleaseOnce() {
+    const std::lock_guard guard(lock_);
+    heldButOnce_ = held_;
+    work_.notifications = kAllNotifications;
+    ++marked_;
+    changed_.notify_all();
+}
+
 void Publisher::SetPulse(std::chrono::milliseconds pulse) {
     const std::lock_guard guard(lock_);
     pulse_ = pulse;
     changed_.notify_all();
 }
 
+bool Publisher::MaySend() const {
+    return attached_ && (!held_ || heldButOnce_);
+}
+
 bool Publisher::HasWork() const {
-    return attached_ && !held_ && published_ != marked_;
+    return MaySend() && published_ != marked_;
 }
 
 void Publisher::Run(std::stop_token stop) {
@@ -104,6 +116,7 @@ void Publisher::Run(std::stop_token stop) {
         Publish(work);
         guard.lock();
         inTurn_ = false;
+        heldButOnce_ = false;
         published_ = turn;
         changed_.notify_all();
     }

@@ -46,6 +46,8 @@ public:
     /// Nothing is queued any more once it returns.
     void Hold();
     void Release();
+    /// Sends everything once, and goes on holding.
+    void ReleaseOnce();
     void SetPulse(std::chrono::milliseconds pulse); ///< 0: none
 
 private:
@@ -57,6 +59,7 @@ private:
 
     void Run(std::stop_token stop);
     void AwaitWork(std::unique_lock<std::mutex>& guard, std::stop_token stop);
+    bool MaySend() const;
     bool HasWork() const;
     void Publish(const Work& work);
     void SendFrame(const Value& notification, const std::string& keys, bool toAll,
@@ -74,6 +77,7 @@ private:
     unsigned long long published_ = 0; // and made
     bool inTurn_ = false;              // work was taken and is being published
     bool held_ = false;
+    bool heldButOnce_ = false; // until the next turn has been made
     bool attached_ = false;
     std::chrono::milliseconds pulse_{250};
 

@@ -194,11 +194,19 @@ void Simulator::Stop() {
     events_.Report("stopped", {});
 }
 
+void Simulator::CopyNotifications(const std::string& path) {
+    GetNotificationServer().CopyTo(path);
+}
+
 void Simulator::SendRaw(const std::vector<Piece>& pieces) {
+    GetNotificationServer().SendToAll(pieces, "raw");
+}
+
+NotificationServer& Simulator::GetNotificationServer() {
     if (!notifications_) {
         throw CommandError("it is not started");
     }
-    notifications_->SendToAll(pieces, "raw");
+    return *notifications_;
 }
 
 } // namespace simulator

@@ -45,6 +45,8 @@ public:
 
     void Start();
     void Stop();
+    /// Until it is stopped, writes every notification also to this file or pipe.
+    void CopyNotifications(const std::string& path);
     /// Sends bytes to all subscribers that are no notification of ours.
     void SendRaw(const std::vector<Piece>& pieces);
 
@@ -66,7 +68,8 @@ private:
         std::jthread clock;
     };
 
-    Unit& GetUnit(std::uint64_t guid); // throws CommandError
+    Unit& GetUnit(std::uint64_t guid);           // throws CommandError
+    NotificationServer& GetNotificationServer(); // throws CommandError
     KnownChanger Find(std::uint64_t guid) const;
     Value Describe(Notifications notification) const;
     MessageServer::Services MakeServices();

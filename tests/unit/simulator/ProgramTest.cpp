@@ -325,6 +325,15 @@ TEST_F(ProgramTest, WrongCommandsChangeNothing) {
     });
 }
 
+TEST_F(ProgramTest, OpeningTheRootsInfoFileIsTold) {
+    RunPrivately([] {
+        Program program;
+        program.Tell(AddChanger());
+        ReadAll("/tmp/carousel/.changer_info.plist");
+        EXPECT_TRUE(program.AwaitLine("info-open").ends_with("changer=00000000000000A1"));
+    });
+}
+
 TEST_F(ProgramTest, EventsAreCountedInTheirOrder) {
     RunPrivately([] {
         Program program;

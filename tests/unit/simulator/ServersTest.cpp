@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include <fcntl.h>
@@ -261,6 +263,45 @@ TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
     Tell("push together=yes");
     EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "nothing else was kept for the release";
+}
+
+TEST_F(ServersTest, ReleaseOnceLetsOneStateOutAndHoldsOn) {
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Tell("hold");
+    Tell("put changer=A1 slot=3");
+    Tell("release once=yes");
+    EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+    Tell("push");
+    Tell("push");
+    Tell("release once=yes");
+    EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+    Tell("release");
+    EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+    Tell("push together=yes");
+    EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "what was pushed meanwhile was sent once";
+}
+
+TEST_F(ServersTest, PushSendsAsManyTimesAsTold) {
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Tell("push together=yes times=3");
+    for (int count = 0; count < 3; ++count) {
+        EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u);
+    }
+}
+
+TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
+    const std::string path = folder_ + "/copy";
+    Tell("copy-notifications file=" + path);
+    Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    std::ifstream file(path, std::ios::binary);
+    FrameReader reader;
+    reader.Append(std::string(std::istreambuf_iterator<char>(file), {}));
+    for (const std::string& key : kAllKeys) {
+        EXPECT_EQ(Value::ParseXml(reader.TakePayload().value()).GetKeys().front(), key);
+    }
 }
 
 TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {
