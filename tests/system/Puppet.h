@@ -1,0 +1,47 @@
+#ifndef TESTS_SYSTEM_PUPPET_H
+#define TESTS_SYSTEM_PUPPET_H
+
+#include "stage/Process.h"
+
+#include <string>
+#include <string_view>
+
+// A changer server that does what the test says, step by step (puppets/PuppetServer.cpp), and that
+// can be stopped or killed between any two of them.
+class Puppet {
+public:
+    explicit Puppet(stage::Record& record);
+
+    pid_t Pid() const {
+        return process_.Pid();
+    }
+
+    // Opens both sockets.
+    void Listen();
+
+    // Carries out a step; returns its answer. Throws when it failed.
+    std::string Do(const std::string& step);
+    // The same in two halves, of which the first does not wait.
+    void Begin(const std::string& step);
+    std::string AwaitAnswer();
+
+    // Waits for a client; returns the connection's number.
+    int AcceptClient();
+    int AcceptSubscriber();
+
+    void Read(int connection, std::size_t count);
+    std::string ReadRequest(int connection);
+    // False when the client has gone.
+    bool Write(int connection, std::string_view bytes);
+
+    // By signals. After Stop it has stopped; after Kill it has gone from the process table.
+    void Stop();
+    void Continue();
+    void Kill();
+
+private:
+    stage::Record& record_;
+    stage::Process process_;
+};
+
+#endif

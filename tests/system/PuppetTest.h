@@ -1,0 +1,66 @@
+#ifndef TESTS_SYSTEM_PUPPETTEST_H
+#define TESTS_SYSTEM_PUPPETTEST_H
+
+// What the tests with a Puppet for a server share. Every test fails at its end for whatever
+// Scene::End complains of.
+
+#include "Puppet.h"
+#include "WireFrames.h"
+
+#include "stage/Scene.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+class PuppetTest : public testing::Test {
+protected:
+    using Changers = std::vector<wire::Changer>;
+
+    // The usual opening: a server with these changers, and a daemon that has taken them up.
+    void Begin(const Changers& changers);
+
+    // In place of any server before, which is killed. It listens, and no more.
+    void StartServer();
+    Puppet& Server() {
+        return server_.value();
+    }
+
+    // The notification connection, which these use.
+    void AwaitSubscriber() {
+        subscriber_ = Server().AcceptSubscriber();
+    }
+    void Notify(std::string_view bytes) {
+        EXPECT_TRUE(Server().Write(subscriber_, bytes));
+    }
+    void TellOf(const Changers& changers) {
+        Notify(wire::ChangerList(changers) + wire::ChangerInfo(changers));
+    }
+    // Tells of changers that the daemon does not know yet, and serves what it asks then.
+    void Introduce(const Changers& changers);
+
+    // Answers the next request with success; returns it in short: "clear status A1",
+    // "withdraw A1", "mount A1", "eject A1".
+    std::string Serve();
+    std::vector<std::string> Serve(std::size_t count);
+    void Reply(int connection);
+    static std::string Shortly(const std::string& request);
+
+    // Serves the four requests of each disc's identification, whichever order they come in, once
+    // so many were made of them before.
+    void ServeIdentificationsOf(const Changers& changers);
+
+    // Takes the next line that matches, whatever was logged before it.
+    void AwaitLogLine(const std::string& pattern);
+    // The pattern of the line with which a worker gives up.
+    static std::string WorkerLine(unsigned guid, const std::string& message);
+
+    void TearDown() override;
+
+    stage::Scene scene_;
+    std::optional<Puppet> server_;
+    int subscriber_ = 0;
+};
+
+#endif
