@@ -38,6 +38,10 @@ bool AllocationFault::Happened() noexcept {
     return t_countdown.happened;
 }
 
+bool AllocationFault::StaysOut() noexcept {
+    return t_countdown.happened && t_countdown.faultsLeft > 0;
+}
+
 // What --wrap makes of the calls, and of the functions themselves.
 extern "C" {
 void* __real_malloc(std::size_t size);

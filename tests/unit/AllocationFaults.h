@@ -22,6 +22,8 @@ public:
 
     // Whether an allocation was refused.
     static bool Happened() noexcept;
+    // Whether one was, and many more would be.
+    static bool StaysOut() noexcept;
 };
 
 // Runs the body with its first, second, ... allocation refused, until a run needs no more of them:

@@ -22,6 +22,7 @@ std::atomic<int> g_unlockStatus = 0;
 std::function<void()> g_onLock; // read and written with the lock held, or before threads start
 
 thread_local bool t_isHeld = false;
+thread_local int t_heldMutexes = 0;
 thread_local std::function<void()>* t_onWaiting = nullptr;
 
 bool LockFails() {
@@ -66,6 +67,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
             (*t_onWaiting)();
         __real_pthread_mutex_lock(mutex);
     }
+    ++t_heldMutexes;
     if (mutex == g_stateMutex) {
         t_isHeld = true;
         if (const auto onLock = std::exchange(g_onLock, nullptr))
@@ -75,6 +77,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    --t_heldMutexes;
     if (mutex != g_stateMutex)
         return __real_pthread_mutex_unlock(mutex);
     t_isHeld = false;
@@ -93,6 +96,10 @@ VErrLink* StateLock::InitStore() {
 
 bool StateLock::IsHeld() {
     return t_isHeld;
+}
+
+int StateLock::CountHeldMutexes() {
+    return t_heldMutexes;
 }
 
 int StateLock::DestroyedCount() {

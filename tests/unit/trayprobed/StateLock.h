@@ -17,6 +17,8 @@ public:
 
     // Whether the calling thread holds it.
     static bool IsHeld();
+    // How many mutexes it holds, of whatever kind.
+    static int CountHeldMutexes();
     // How often it was destroyed, since the program began.
     static int DestroyedCount();
 

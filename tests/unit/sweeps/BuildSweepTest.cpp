@@ -1,0 +1,67 @@
+/* The walk of a changer's directories and the build around it, with whatever can fail around them
+   failing. */
+
+#include "WholeDaemon.h"
+
+#include "trayprobed/ChangerFSCacheThread.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+class BuildSweep : public WholeDaemon {
+protected:
+    BuildSweep() {
+        MakeFileSystem();
+        tree_.MakeDirectory("disc/other");
+        RegisterFileSystem();
+        AddChanger(kSweptChanger);
+    }
+
+    static void Start() {
+        EXPECT_EQ(TakeChain(StartChangerFSCache(kSweptChanger)), Chain());
+    }
+};
+
+// A directory whose status cannot be told is passed over, as the walk has it.
+bool MayBeSilent(const Fault& fault) {
+    return fault.function == "lstat";
+}
+
+TEST_F(BuildSweep, AWalkIsDoneOrTold) {
+    VErrLink* err = nullptr;
+    Report(SweepFaults(
+        [&] { err = CacheFSDirectory(kSweptChanger, tree_.Root().c_str(), 1, nullptr); },
+        [&](const Fault& fault) {
+            const bool done = err == nullptr && !log_.HasLines();
+            VErrLogAndCatch(&err);
+            ExpectSound(fault, done);
+            EXPECT_EQ(done, !fault.happened || MayBeSilent(fault)) << fault.what;
+        }));
+}
+
+// Memory that is out when the flag is to be cleared leaves it set; the changer is then built again
+// once it comes anew.
+TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
+    Start();
+    Report(SweepFaults([] { HeldThreads::RunNext(); },
+                       [&](const Fault& fault) {
+                           const auto requests = server_.TakeRequests();
+                           const bool closed = !IsBuilding(kSweptChanger) && !requests.empty() &&
+                                               requests.back() == "A1: request identification";
+                           ExpectSound(fault, closed);
+                           EXPECT_TRUE(!IsBuilding(kSweptChanger) || fault.function.empty())
+                               << fault.what;
+                           EXPECT_EQ(RemoveChangerFromList(kSweptChanger), nullptr);
+                           AddChanger(kSweptChanger);
+                           Start();
+                       }));
+    HeldThreads::RunNext();
+    EXPECT_THAT(server_.TakeRequests(),
+                ElementsAre("A1: request identification", "A1: set client status",
+                            "A1: set client status", "A1: set client status",
+                            "A1: set client status", "A1: request identification"));
+    EXPECT_FALSE(IsBuilding(kSweptChanger));
+}
+
+} // namespace

@@ -1,0 +1,87 @@
+/* The standing connection, made, lost and made again, with whatever can fail around it failing. */
+
+#include "WholeDaemon.h"
+
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+
+#include <unistd.h>
+
+using testing::Contains;
+using testing::HasSubstr;
+
+namespace {
+
+class ConnectionSweep : public WholeDaemon {
+protected:
+    ConnectionSweep() {
+        EXPECT_EQ(
+            SubscribeToChangerNotifications(nullptr, nullptr, nullptr, nullptr, &subscription_),
+            nullptr);
+    }
+    ~ConnectionSweep() override {
+        EXPECT_EQ(UnsubscribeFromChangerNotifications(subscription_), nullptr);
+    }
+
+    bool IsConnected() const {
+        return subscription_->socket != nullptr && subscription_->connectTimer == nullptr;
+    }
+    bool IsTrying() const {
+        return subscription_->socket == nullptr && subscription_->connectTimer != nullptr;
+    }
+    void Try() {
+        TryNotificationConnect(nullptr, subscription_);
+    }
+    void LoseConnection() {
+        const Held<CFDataRef> nothing = Bytes("");
+        ServerNotificationSocketCallBack(subscription_->socket, kCFSocketDataCallBack, nullptr,
+                                         nothing.Get(), subscription_);
+    }
+    void ReleaseEarlierSource() {
+        if (subscription_->source != nullptr) // which is kept for good otherwise
+            CFRelease(std::exchange(subscription_->source, nullptr));
+    }
+
+    ChangerNotificationSubscription* subscription_ = nullptr;
+
+private:
+    const std::vector<Script> untilTheEnd_{10'000, [](Connection& connection) {
+                                               const NoSystemCallFaultsHere unfailing;
+                                               connection.WaitForEnd();
+                                           }};
+    ScriptedServer notifications_{"/tmp/carouseldn-" + std::to_string(getpid()), untilTheEnd_};
+};
+
+// What keeps the server out of reach is tried again; anything else ends the trying, and says so.
+TEST_F(ConnectionSweep, AnAttemptConnectsOrIsRepeatedOrTellsWhyNot) {
+    Report(SweepFaults([&] { Try(); },
+                       [&](const Fault& fault) {
+                           const auto lines = ExpectSound(fault, IsConnected() || IsTrying());
+                           if (!lines.empty()) {
+                               EXPECT_THAT(lines,
+                                           Contains(HasSubstr("fail get notifcation socket")));
+                               EXPECT_TRUE(fault.function.empty()) << fault.what;
+                           }
+                           if (!IsConnected()) {
+                               EXPECT_EQ(StartNotificationConnectCycle(subscription_), nullptr);
+                               Try();
+                           }
+                           EXPECT_TRUE(IsConnected()) << fault.what;
+                           LoseConnection();
+                           ReleaseEarlierSource();
+                       }));
+}
+
+TEST_F(ConnectionSweep, ALossIsFollowedByAttemptsOrTold) {
+    Try();
+    SweepMemory(
+        1, [&] { LoseConnection(); },
+        [&](const Fault& fault) {
+            ExpectSound(fault, IsTrying());
+            EXPECT_EQ(StartNotificationConnectCycle(subscription_), nullptr);
+            ReleaseEarlierSource();
+            Try();
+            EXPECT_TRUE(IsConnected()) << fault.what;
+        });
+}
+
+} // namespace

@@ -1,0 +1,175 @@
+/* One notification with all that the daemon does about it, with whatever can fail around it
+   failing. */
+
+#include "WholeDaemon.h"
+
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "connection/Frames.h"
+#include "trayprobed/MediaIdManager.h"
+
+#include <set>
+
+using testing::IsEmpty;
+
+namespace {
+
+constexpr UInt64 kNewChanger = 0xB2;
+constexpr UInt64 kRemovedChanger = 0xC3;
+constexpr UInt16 kSlots = 3;
+
+CFTypeRef g_savedList = nullptr; // by the last notification
+
+void SaveAndHandle(CFTypeRef list, ChangerNotificationSubscription* subscription, void* refCon) {
+    g_savedList = list;
+    ChangerInfoNotificationCallBack(list, subscription, refCon);
+}
+
+// The server's changers are kSweptChanger, where a user has had everything identified and cached,
+// and kNewChanger; what the daemon has done is no longer asked for.
+class NotificationSweep : public WholeDaemon {
+protected:
+    NotificationSweep() {
+        MakeFileSystem();
+        RegisterFileSystem();
+        subscription_.changerListCallBack = ChangerListNotificationCallBack;
+        subscription_.rootPreferencesCallBack = RootPrefsNotificationCallBack;
+        subscription_.changerInfoCallBack = SaveAndHandle;
+        BeginAnew();
+    }
+    ~NotificationSweep() override {
+        ForgetChangers();
+    }
+
+    void BeginAnew() {
+        ForgetChangers();
+        AddChanger(kRemovedChanger);
+        EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
+        open_ = {"A1: request identification"};
+        for (UInt16 slot = 0; slot < kSlots; ++slot) {
+            open_.insert("A1: mount disc " + std::to_string(slot));
+            open_.insert("B2: mount disc " + std::to_string(slot));
+        }
+        WriteFrame();
+    }
+    void Deliver() {
+        ServerNotificationSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, frame_.Get(),
+                                         &subscription_);
+    }
+    // Lets the daemon's threads do their work, and the server take notice of it.
+    void RunThreads() {
+        while (HeldThreads::Count() > 0)
+            HeldThreads::RunNext();
+        for (const std::string& request : server_.TakeRequests())
+            open_.erase(request);
+        WriteFrame();
+    }
+    // The store takes a reference to each list for ever.
+    void NoteSavedList() {
+        if (g_savedList != nullptr)
+            Store::NoteSavedList(static_cast<CFArrayRef>(std::exchange(g_savedList, nullptr)));
+    }
+    bool NothingIsLeftToDo() const {
+        return open_.empty();
+    }
+
+    // What the daemon knows and has begun.
+    std::string State() const {
+        std::string state = std::to_string(HeldThreads::Count()) + " threads\n";
+        for (const UInt64 changer : {kSweptChanger, kNewChanger, kRemovedChanger}) {
+            Held<CFMutableDictionaryRef> dict;
+            VErrLink* err = GetChangerDictForGUID(changer, dict.Out());
+            VErrCatch(&err);
+            if (dict == nullptr)
+                continue;
+            state += CFDictionaryContainsKey(dict, CFSTR("FS Cache Timer")) ? "timer " : "";
+            CFDictionaryRemoveValue(dict, CFSTR("FS Cache Timer"));
+            state += XmlOf(dict);
+        }
+        SInt32 shouldId = 0;
+        EXPECT_EQ(GetGlobalShouldIdMedia(&shouldId), nullptr);
+        return state + (shouldId != 0 ? "identifies on insert" : "");
+    }
+
+private:
+    static void ForgetChangers() {
+        for (const UInt64 changer : {kSweptChanger, kNewChanger, kRemovedChanger}) {
+            VErrLink* err = UnscheduleChangerFSCacheTimer(changer);
+            VErrCatch(&err);
+            EXPECT_EQ(RemoveChangerFromList(changer), nullptr);
+        }
+    }
+
+    bool IsOpen(const std::string& request) const {
+        return open_.contains(request);
+    }
+    Held<CFMutableArrayRef> Media(const std::string& changer, bool requested) const {
+        auto media = Array();
+        for (UInt16 slot = 0; slot < kSlots; ++slot) {
+            const bool isOpen = IsOpen(changer + ": mount disc " + std::to_string(slot));
+            CFArrayAppendValue(media,
+                               Dictionary({{"Media Kind", 1},
+                                           {"Media Mount State", 0},
+                                           {"Media Storage Element Index", slot},
+                                           {"Media Identify Time", isOpen ? 0 : 1},
+                                           {"Media Request Identification", isOpen && requested},
+                                           {"Media Partition Info", Array()}}));
+        }
+        return media;
+    }
+    Held<CFMutableDictionaryRef> Info(UInt64 changer, const char* name, bool requested) const {
+        return Dictionary(
+            {{"GUID", static_cast<SInt64>(changer)},
+             {"Changer Ready", true},
+             {"Changer Request Identification", requested && IsOpen("A1: request identification")},
+             {"Data Transfer Element Count", 2},
+             {"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", requested},
+                                                 {"BuildDirCacheTimeHours", 3},
+                                                 {"BuildDirCacheOnIdentify", true}})},
+             {"Changer Client Status",
+              Dictionary({{"trayprobed", Dictionary({{"Abort Requested", false}})}})},
+             {"Changer Media Info", Media(name, requested)}});
+    }
+    void WriteFrame() {
+        frame_ = Bytes(FrameOfList(Dictionary(
+            {{"changer list",
+              Array({static_cast<SInt64>(kSweptChanger), static_cast<SInt64>(kNewChanger)})},
+             {"root preferences", Dictionary({{"IdentifyMediaOnInsert", true}})},
+             {"changer info",
+              Array({Info(kSweptChanger, "A1", true), Info(kNewChanger, "B2", false)})}})));
+    }
+
+    std::set<std::string> open_; // the requests that the daemon has yet to make
+    Held<CFDataRef> frame_;
+    ChangerNotificationSubscription subscription_ = {};
+};
+
+TEST_F(NotificationSweep, IsActedOnOrToldAndTheNextOnesMakeUpForIt) {
+    Deliver();
+    NoteSavedList();
+    const std::string allBegun = State();
+    EXPECT_EQ(HeldThreads::Count(), 3U); // a build, a disc of each changer
+    RunThreads();
+    BeginAnew();
+
+    Report(SweepFaults([&] { Deliver(); },
+                       [&](const Fault& fault) {
+                           NoteSavedList();
+                           ExpectSound(fault, State() == allBegun);
+                           for (int more = 0; more < 2 * kSlots && !NothingIsLeftToDo(); ++more) {
+                               RunThreads();
+                               Deliver();
+                               NoteSavedList();
+                           }
+                           RunThreads();
+                           EXPECT_TRUE(NothingIsLeftToDo()) << fault.what;
+                           EXPECT_THAT(log_.Take(), IsEmpty()) << fault.what;
+                           for (const UInt64 changer : {kSweptChanger, kNewChanger}) {
+                               EXPECT_EQ(InProgressCount(changer), 0U) << fault.what;
+                               EXPECT_FALSE(IsBuilding(changer)) << fault.what;
+                           }
+                           EXPECT_FALSE(IsKnown(kRemovedChanger)) << fault.what;
+                           BeginAnew();
+                       }));
+}
+
+} // namespace

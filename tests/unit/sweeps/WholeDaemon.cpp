@@ -1,0 +1,71 @@
+#include "WholeDaemon.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "trayprobed/ChangerFSCacheState.h"
+
+namespace {
+
+void TimeOutOnceMemoryIsOut(CFRunLoopTimerRef timer, void* info) {
+    if (AllocationFault::StaysOut())
+        HandleSocketTimeout(timer, info);
+}
+
+} // namespace
+
+extern "C" {
+CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
+                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
+                                              CFRunLoopTimerContext*);
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
+                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
+                                              CFRunLoopTimerContext*);
+
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                              CFTimeInterval interval, CFOptionFlags flags,
+                                              CFIndex order, CFRunLoopTimerCallBack callout,
+                                              CFRunLoopTimerContext* context) {
+    constexpr CFTimeInterval kEachTurn = 0.001;
+    if (callout == HandleSocketTimeout)
+        return __real_CFRunLoopTimerCreate(allocator, 0, kEachTurn, 0, 0, TimeOutOnceMemoryIsOut,
+                                           context);
+    return __real_CFRunLoopTimerCreate(allocator, fireDate, interval, flags, order, callout,
+                                       context);
+}
+}
+
+WholeDaemon::WholeDaemon() {
+    EXPECT_EQ(InitChangerFSCacheState(), nullptr);
+}
+
+WholeDaemon::~WholeDaemon() {
+    TermChangerFSCacheState();
+}
+
+void WholeDaemon::MakeFileSystem() const {
+    tree_.MakeChangerRoot("", kSweptChanger);
+    tree_.MakeMediaRoot("disc", kSweptChanger, kSweptSlot);
+    tree_.MakeDirectory("disc/folder/folder");
+    tree_.Write("disc/file", "content");
+}
+
+void WholeDaemon::RegisterFileSystem() const {
+    EXPECT_EQ(TakeChain(AddChangerFSToList(kSweptChanger, "sr0", tree_.Root().c_str())), Chain());
+}
+
+std::vector<std::string> WholeDaemon::ExpectSound(const Fault& fault, bool done) {
+    EXPECT_EQ(StateLock::CountHeldMutexes(), 0) << fault.what;
+    EXPECT_TRUE(done || fault.happened) << fault.what;
+    auto lines = log_.TakeWithoutLineNumbers();
+    EXPECT_TRUE(done || !lines.empty()) << fault.what << " was passed over in silence";
+    if (!fault.happened) {
+        EXPECT_THAT(lines, testing::IsEmpty()) << fault.what;
+    }
+    return lines;
+}
+
+void WholeDaemon::Report(const SweptFaults& swept) {
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
+    RecordProperty("allocations", std::to_string(swept.allocations));
+    RecordProperty("system_calls", std::to_string(swept.systemCalls));
+}
