@@ -3,32 +3,16 @@
  * the other, in both formats and both directions, and must come out alike.
  */
 
+#include "LibplistWitness.h"
 #include "Lists.h"
 
-#include "objects/Array.h"
-#include "objects/Data.h"
-#include "objects/Date.h"
-#include "objects/Dictionary.h"
-#include "objects/Number.h"
-#include "objects/String.h"
-
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 #include <random>
 
 namespace {
-
-struct FreeNode {
-    void operator()(void* node) const {
-        plist_free(node);
-    }
-};
-using Node = std::unique_ptr<void, FreeNode>;
 
 // Drawing lists
 
@@ -112,100 +96,6 @@ private:
     std::mt19937_64 random_;
 };
 
-// Comparing them
-
-void ExpectSame(const cf::Object* ours, plist_t theirs);
-
-void ExpectSameText(const cf::Object* ours, plist_t theirs) {
-    const auto* string = cf::As<cf::String>(ours);
-    ASSERT_NE(string, nullptr);
-    char* text = nullptr;
-    plist_get_string_val(theirs, &text);
-    EXPECT_EQ(cf::TextOf(string), text);
-    std::free(text);
-}
-
-void ExpectSameInteger(const cf::Object* ours, plist_t theirs) {
-    const auto* number = cf::As<cf::Number>(ours);
-    ASSERT_NE(number, nullptr);
-    ASSERT_NE(number->kind, cf::kRealNumber);
-    std::uint64_t value = 0;
-    plist_get_uint_val(theirs, &value);
-    EXPECT_EQ(number->Unsigned(), value);
-}
-
-void ExpectSameReal(const cf::Object* ours, plist_t theirs) {
-    const auto* number = cf::As<cf::Number>(ours);
-    ASSERT_NE(number, nullptr);
-    ASSERT_EQ(number->kind, cf::kRealNumber);
-    double value = 0;
-    plist_get_real_val(theirs, &value);
-    EXPECT_DOUBLE_EQ(number->Real(), value);
-}
-
-void ExpectSameDate(const cf::Object* ours, plist_t theirs) {
-    const auto* date = cf::As<cf::Date>(ours);
-    ASSERT_NE(date, nullptr);
-    std::int32_t seconds = 0;
-    std::int32_t microseconds = 0;
-    plist_get_date_val(theirs, &seconds, &microseconds);
-    EXPECT_EQ(date->absoluteTime, seconds);
-}
-
-void ExpectSameBytes(const cf::Object* ours, plist_t theirs) {
-    const auto* data = cf::As<cf::Data>(ours);
-    ASSERT_NE(data, nullptr);
-    std::uint64_t length = 0;
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(plist_get_data_ptr(theirs, &length));
-    EXPECT_TRUE(std::ranges::equal(cf::BytesOf(data), std::span(bytes, length)));
-}
-
-void ExpectSameMembers(const cf::Object* ours, plist_t theirs) {
-    const auto* array = cf::As<cf::Array>(ours);
-    ASSERT_NE(array, nullptr);
-    const auto members = cf::MembersOf(array);
-    ASSERT_EQ(members.size(), plist_array_get_size(theirs));
-    for (std::uint32_t i = 0; i < members.size(); ++i)
-        ExpectSame(members[i], plist_array_get_item(theirs, i));
-}
-
-void ExpectSamePairs(const cf::Object* ours, plist_t theirs) {
-    const auto* dictionary = cf::As<cf::Dictionary>(ours);
-    ASSERT_NE(dictionary, nullptr);
-    ASSERT_EQ(dictionary->count, plist_dict_get_size(theirs));
-    cf::VisitPairs(dictionary, [&](const cf::Object* key, const cf::Object* value) {
-        const std::string text(cf::TextOf(cf::As<cf::String>(key)));
-        ExpectSame(value, plist_dict_get_item(theirs, text.c_str()));
-    });
-}
-
-void ExpectSame(const cf::Object* ours, plist_t theirs) {
-    ASSERT_NE(theirs, nullptr);
-    std::uint8_t truth = 0;
-    switch (plist_get_node_type(theirs)) {
-    case PLIST_STRING:
-        return ExpectSameText(ours, theirs);
-    case PLIST_UINT:
-        return ExpectSameInteger(ours, theirs);
-    case PLIST_REAL:
-        return ExpectSameReal(ours, theirs);
-    case PLIST_DATE:
-        return ExpectSameDate(ours, theirs);
-    case PLIST_DATA:
-        return ExpectSameBytes(ours, theirs);
-    case PLIST_ARRAY:
-        return ExpectSameMembers(ours, theirs);
-    case PLIST_DICT:
-        return ExpectSamePairs(ours, theirs);
-    case PLIST_BOOLEAN:
-        plist_get_bool_val(theirs, &truth);
-        EXPECT_EQ(ours, cf::AsObject(truth ? kCFBooleanTrue : kCFBooleanFalse));
-        return;
-    default:
-        FAIL() << "unexpected kind of node";
-    }
-}
-
 std::string XmlOf(plist_t list) {
     char* text = nullptr;
     std::uint32_t length = 0;
@@ -224,12 +114,6 @@ std::string BinaryOf(plist_t list) {
     return binary;
 }
 
-Node FromXml(const std::string& xml) {
-    plist_t list = nullptr;
-    plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &list);
-    return Node(list);
-}
-
 class PropertyListOracle : public testing::TestWithParam<unsigned> {
 protected:
     const Node list_{Generator(GetParam()).Dictionary(4)};
@@ -239,7 +123,7 @@ TEST_P(PropertyListOracle, ItsXmlIsReadAlike) {
     const std::string xml = XmlOf(list_.get());
     const ReadResult result = ReadList(xml);
     ASSERT_TRUE(result.list) << result.error << "\n" << xml;
-    ExpectSame(cf::AsObject(result.list.Get()), FromXml(xml).get());
+    EXPECT_EQ(DifferenceOf(cf::AsObject(result.list.Get()), LibplistFromXml(xml).get()), "");
 }
 
 TEST_P(PropertyListOracle, ItsBinaryIsReadAlike) {
@@ -247,7 +131,7 @@ TEST_P(PropertyListOracle, ItsBinaryIsReadAlike) {
          {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
         const ReadResult result = ReadList(BinaryOf(list_.get()), mutability);
         ASSERT_TRUE(result.list) << result.error;
-        ExpectSame(cf::AsObject(result.list.Get()), list_.get());
+        EXPECT_EQ(DifferenceOf(cf::AsObject(result.list.Get()), list_.get()), "");
     }
 }
 
@@ -255,7 +139,7 @@ TEST_P(PropertyListOracle, OurXmlIsReadAlikeAndWrittenAgainTheSame) {
     const ReadResult ours = ReadList(BinaryOf(list_.get()));
     const std::string xml = WriteList(ours.list.Get());
     ASSERT_NE(xml, "");
-    ExpectSame(cf::AsObject(ours.list.Get()), FromXml(xml).get());
+    EXPECT_EQ(DifferenceOf(cf::AsObject(ours.list.Get()), LibplistFromXml(xml).get()), "");
     const ReadResult again = ReadList(xml);
     ASSERT_TRUE(again.list) << again.error;
     EXPECT_EQ(again.list.Get(), ours.list.Get());

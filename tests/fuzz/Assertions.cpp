@@ -1,0 +1,24 @@
+/* The targets assert with GoogleTest, outside of any test: the first failure ends the program, so
+   that the fuzzer keeps the input. */
+
+#include "Target.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace {
+
+class AbortOnFailure : public testing::EmptyTestEventListener {
+    void OnTestPartResult(const testing::TestPartResult& result) override {
+        if (result.failed()) // printed already
+            std::abort();
+    }
+};
+
+} // namespace
+
+int LLVMFuzzerInitialize(int*, char***) {
+    testing::UnitTest::GetInstance()->listeners().Append(new AbortOnFailure);
+    return 0;
+}

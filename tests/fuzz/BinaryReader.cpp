@@ -1,0 +1,79 @@
+/*
+ * Binary property lists, which whoever poses as the server or writes a disc may choose. An input
+ * is such a list; or else a description of one, whose offset table and trailer are made here:
+ *
+ *     size of offsets, size of references, then for each object its length and its bytes
+ */
+
+#include "ListChecks.h"
+#include "Target.h"
+
+#include "lists/BinaryReader.h"
+#include "lists/MalformedList.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string BigEndian(std::uint64_t value, std::size_t size) {
+    std::string bytes(size, '\0');
+    for (std::size_t i = size; i > 0 && value != 0; --i, value >>= 8)
+        bytes[i - 1] = static_cast<char>(value & 0xFF);
+    return bytes;
+}
+
+std::size_t TakeByte(std::string_view& input) {
+    if (input.empty())
+        return 0;
+    const auto byte = static_cast<unsigned char>(input.front());
+    input.remove_prefix(1);
+    return byte;
+}
+
+std::string Assembled(std::string_view input) {
+    const std::size_t offsetSize = 1 + TakeByte(input) % 8;
+    const std::size_t referenceSize = 1 + TakeByte(input) % 8;
+    std::string bytes = "bplist00";
+    std::string table;
+    std::uint64_t objectCount = 0;
+    for (; !input.empty(); ++objectCount) {
+        const std::size_t length = TakeByte(input);
+        const std::string_view object = input.substr(0, length);
+        table += BigEndian(bytes.size(), offsetSize);
+        bytes += object;
+        input.remove_prefix(object.size());
+    }
+    return bytes + table + std::string(6, '\0') + BigEndian(offsetSize, 1) +
+           BigEndian(referenceSize, 1) + BigEndian(objectCount, 8) + BigEndian(0, 8) +
+           BigEndian(bytes.size(), 8);
+}
+
+// Whatever the list says, each of its bytes is converted once at most.
+void ExpectLinearWork(std::string_view bytes) {
+    cf::ListBuilder builder(false);
+    cf::BinaryWork work;
+    const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    try {
+        cf::ReadBinaryList({data, bytes.size()}, builder, work);
+    } catch (const cf::MalformedList&) {
+    }
+    EXPECT_LE(work.objects + work.references, bytes.size());
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view input = TextOfInput(data, size);
+    const std::string bytes = input.starts_with("bplist00") ? std::string(input) : Assembled(input);
+    ExpectLinearWork(bytes);
+    const ReadResult list = ReadList(bytes);
+    ExpectSameWithMutableContainers(bytes, list);
+    if (!list.list || !HasXml(list.list.Get()))
+        return 0;
+    ExpectSameWhenReadAgain(list.list.Get());
+    ExpectWitnessAgrees(list.list.Get(), LibplistFromBinary(bytes));
+    return 0;
+}

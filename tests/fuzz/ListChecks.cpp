@@ -1,0 +1,54 @@
+#include "ListChecks.h"
+
+#include "objects/Array.h"
+#include "objects/Dictionary.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int kFewValues = 10000;
+
+// Less than nothing is left when there are more values than were left before.
+int LeftAfter(const cf::Object* list, int left) {
+    --left;
+    if (const auto* array = cf::As<cf::Array>(list)) {
+        for (const cf::Object* member : cf::MembersOf(array))
+            left = left < 0 ? left : LeftAfter(member, left);
+    } else if (const auto* dictionary = cf::As<cf::Dictionary>(list)) {
+        cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* value) {
+            left = left < 0 ? left : LeftAfter(value, left);
+        });
+    }
+    return left;
+}
+
+} // namespace
+
+bool HasXml(CFPropertyListRef list) {
+    return LeftAfter(cf::AsObject(list), kFewValues) >= 0 &&
+           WriteList(list).find('\0') == std::string::npos;
+}
+
+void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable) {
+    const ReadResult list = ReadList(bytes, kCFPropertyListMutableContainersAndLeaves);
+    EXPECT_EQ(static_cast<bool>(list.list), static_cast<bool>(immutable.list));
+    EXPECT_EQ(list.error, immutable.error);
+    if (list.list && HasXml(list.list.Get())) {
+        EXPECT_EQ(WriteList(list.list.Get()), WriteList(immutable.list.Get()));
+    }
+}
+
+void ExpectSameWhenReadAgain(CFPropertyListRef list) {
+    const std::string written = WriteList(list);
+    EXPECT_NE(written, "");
+    const ReadResult again = ReadList(written);
+    EXPECT_TRUE(again.list) << again.error << "\n" << written;
+    EXPECT_EQ(WriteList(again.list.Get()), written);
+}
+
+void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs) {
+    if (theirs) {
+        EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get()), "") << WriteList(ours);
+    }
+}

@@ -1,0 +1,24 @@
+#ifndef TESTS_FUZZ_LISTCHECKS_H
+#define TESTS_FUZZ_LISTCHECKS_H
+
+/* What must hold of every property list that a reader accepts. */
+
+#include "LibplistWitness.h"
+#include "Lists.h"
+
+#include <string_view>
+
+// Whether the list can be written and read again as XML: each value is written as often as it is
+// referred to, which may be too often; and XML has no NUL. Nor does libplist take one in a text.
+bool HasXml(CFPropertyListRef list);
+
+// Mutable containers change nothing of what is read, refused or said about it.
+void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable);
+
+// What is written is read again, and then written the same.
+void ExpectSameWhenReadAgain(CFPropertyListRef list);
+
+// Where libplist accepts the list too, it finds the same in it.
+void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs);
+
+#endif

@@ -1,0 +1,96 @@
+/* The kernel's table of mounts, whose paths and sources anybody who mounts may choose. */
+
+#include "Target.h"
+
+#include "disks/MountTable.h"
+#include "disks/Volumes.h"
+
+#include <gtest/gtest.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <utility>
+
+namespace {
+
+using disks::Mount;
+
+// As the kernel writes it: blanks, line ends and backslashes in octal.
+std::string Escaped(const std::string& text) {
+    std::string escaped;
+    for (const char character : text) {
+        switch (character) {
+        case ' ':
+            escaped += "\\040";
+            break;
+        case '\t':
+            escaped += "\\011";
+            break;
+        case '\n':
+            escaped += "\\012";
+            break;
+        case '\\':
+            escaped += "\\134";
+            break;
+        default:
+            escaped += character;
+        }
+    }
+    return escaped;
+}
+
+std::string LineOf(const Mount& mount) {
+    return std::to_string(mount.id) + " " + std::to_string(mount.parent) + " " +
+           std::to_string(major(mount.device)) + ":" + std::to_string(minor(mount.device)) + " " +
+           Escaped(mount.root) + " " + Escaped(mount.path) + " rw - " + Escaped(mount.type) + " " +
+           Escaped(mount.source) + " rw\n";
+}
+
+// An empty source cannot be told from one that libmount understands as a label.
+bool CanBeWritten(const Mount& mount) {
+    return !mount.root.empty() && !mount.path.empty() && !mount.type.empty() &&
+           !mount.source.empty();
+}
+
+void ExpectSameWhenWrittenAgain(const Mount& mount) {
+    const auto again = disks::ParseMountTable(LineOf(mount));
+    EXPECT_TRUE(again.has_value()) << LineOf(mount);
+    EXPECT_EQ(again->size(), 1U);
+    const Mount& same = again->front();
+    EXPECT_EQ(same.id, mount.id);
+    EXPECT_EQ(same.parent, mount.parent);
+    EXPECT_EQ(same.device, mount.device);
+    EXPECT_EQ(same.root, mount.root);
+    EXPECT_EQ(same.path, mount.path);
+    EXPECT_EQ(same.type, mount.type);
+    EXPECT_EQ(same.source, mount.source);
+}
+
+// Each is one of the mounts, and none stands for the same files as another.
+void ExpectVolumesOf(const disks::MountTable& mounts) {
+    const std::vector<disks::Volume> volumes = disks::VolumesOf(mounts, {});
+    EXPECT_TRUE(std::is_sorted(volumes.begin(), volumes.end()));
+    std::set<std::pair<dev_t, std::string>> seen;
+    for (const disks::Volume& volume : volumes) {
+        EXPECT_TRUE(seen.emplace(volume.device, volume.root).second) << volume.path;
+        EXPECT_TRUE(std::any_of(mounts.begin(), mounts.end(), [&](const Mount& mount) {
+            return mount.path == volume.path && mount.device == volume.device &&
+                   mount.root == volume.root && mount.source == volume.source;
+        }));
+    }
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto mounts = disks::ParseMountTable(std::string(TextOfInput(data, size)));
+    if (!mounts)
+        return 0;
+    for (const Mount& mount : *mounts)
+        if (CanBeWritten(mount))
+            ExpectSameWhenWrittenAgain(mount);
+    ExpectVolumesOf(*mounts);
+    return 0;
+}

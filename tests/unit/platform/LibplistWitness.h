@@ -1,0 +1,28 @@
+#ifndef TESTS_LIBPLISTWITNESS_H
+#define TESTS_LIBPLISTWITNESS_H
+
+/* libplist as an independent witness: lists that it read or made, and where ours differ. */
+
+#include "objects/Object.h"
+
+#include <plist/plist.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct FreeNode {
+    void operator()(void* node) const {
+        plist_free(node);
+    }
+};
+using Node = std::unique_ptr<void, FreeNode>;
+
+// Null for what libplist does not take.
+Node LibplistFromXml(std::string_view xml);
+Node LibplistFromBinary(std::string_view bytes);
+
+// The first place where the lists differ; empty when they are alike.
+std::string DifferenceOf(const cf::Object* ours, plist_t theirs);
+
+#endif
