@@ -1,9 +1,12 @@
 #include "processes/ProcessTable.h"
 
+#include "FaultSweep.h"
+
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -89,10 +92,12 @@ public:
     FakeProcesses() {
         char name[] = "/tmp/processes.XXXXXX";
         root_ = mkdtemp(name);
+        folder_ = opendir(root_.c_str());
     }
     FakeProcesses(const FakeProcesses&) = delete;
     FakeProcesses& operator=(const FakeProcesses&) = delete;
     ~FakeProcesses() {
+        closedir(folder_);
         std::filesystem::remove_all(root_);
     }
 
@@ -105,19 +110,20 @@ public:
     }
     int Read(std::vector<kinfo_proc>& table) const {
         std::size_t count = table.size();
-        const int error = process::ReadProcessTable(root_.c_str(), table.data(), count);
+        const int error = process::ReadProcessTable(folder_, table.data(), count);
         if (error == 0)
             table.resize(count);
         return error;
     }
     std::size_t Probe() const {
         std::size_t count = 0;
-        EXPECT_EQ(process::ReadProcessTable(root_.c_str(), nullptr, count), 0);
+        EXPECT_EQ(process::ReadProcessTable(folder_, nullptr, count), 0);
         return count;
     }
 
 private:
     std::filesystem::path root_;
+    DIR* folder_ = nullptr;
 };
 
 TEST(ProcessTable, HasTheCommandNamesOfChildren) {
@@ -215,10 +221,39 @@ TEST(ProcessTable, ProbesWithRoomToSpare) {
     EXPECT_LE(processes.Probe(), 200U);
 }
 
-TEST(ProcessTable, PassesOnWhyItCannotBeRead) {
-    std::size_t count = 0;
-    EXPECT_EQ(process::ReadProcessTable("/nonexistent", nullptr, count), ENOENT);
-    EXPECT_EQ(process::ReadProcessTable("/proc/self/comm", nullptr, count), ENOTDIR);
+// Names are left out, which is no failure: the next reading has them again.
+TEST(ProcessTable, NeedsNoDescriptorToSpare) {
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::size_t length = 0;
+    const int probed = sysctl(g_allProcesses, 3, nullptr, &length, nullptr, 0);
+    std::vector<kinfo_proc> table(length / sizeof(kinfo_proc));
+    const int read = sysctl(g_allProcesses, 3, table.data(), &length, nullptr, 0);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(probed, 0);
+    EXPECT_EQ(read, 0);
+    EXPECT_EQ(length, 0U);
+    EXPECT_TRUE(NameInTable(getpid()));
+}
+
+// What becomes of one reading with that failing: how many processes it has, or the error.
+TEST(ProcessTable, WithACallFailingLeavesOutAProcessOrSaysWhyNot) {
+    const FakeProcesses processes;
+    processes.Add("7", "server\n");
+    processes.Add("8", "other\n");
+    std::vector<kinfo_proc> table(2);
+    int error = 0;
+    for (const SystemCallFailure& failure : SystemCallFailures())
+        SweepSystemCall(
+            failure, [&] { error = processes.Read(table); },
+            [&](const Fault& fault) {
+                const bool isDirectorys = fault.function == "readdir";
+                EXPECT_EQ(error, fault.happened && isDirectorys ? EIO : 0) << fault.what;
+                EXPECT_EQ(table.size(), fault.happened && !isDirectorys ? 1U : 2U) << fault.what;
+                table.resize(2);
+            });
 }
 
 TEST(ProcessTable, KnowsNoOtherName) {

@@ -1,8 +1,13 @@
-/* The process table, from /proc: its numbered entries are the thread group leaders. */
+/*
+ * The process table, from /proc: its numbered entries are the thread group leaders.
+ *
+ * The folder is opened when the program starts, and stays open: that there are processes can then
+ * be told without a descriptor to spare. A process whose name takes one that is not to be had is
+ * left out, as is one that hides it.
+ */
 
 #include "processes/ProcessTable.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,18 +16,15 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <mutex>
 
 namespace process {
 
 namespace {
 
-struct CloseDirectory {
-    void operator()(DIR* directory) const noexcept {
-        closedir(directory);
-    }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
+// Neither has a destructor: threads may outlive main.
+constinit std::mutex g_mutex; // for who reads the folder
+DIR* g_folder = opendir("/proc");
 
 // The process whose directory has this name, or 0.
 pid_t ProcessOf(const char* name) noexcept {
@@ -32,7 +34,7 @@ pid_t ProcessOf(const char* name) noexcept {
     return error == std::errc() && rest == end ? process : 0;
 }
 
-// False when the process has gone, or hides its name.
+// False when the process has gone, or its name cannot be read.
 bool ReadCommandName(int root, pid_t process, char (&name)[MAXCOMLEN + 1]) noexcept {
     char path[sizeof "-2147483648/comm"];
     std::snprintf(path, sizeof path, "%d/comm", process);
@@ -48,10 +50,10 @@ bool ReadCommandName(int root, pid_t process, char (&name)[MAXCOMLEN + 1]) noexc
     return true;
 }
 
-int Count(DIR* directory, std::size_t& count) noexcept {
+int Count(DIR* folder, std::size_t& count) noexcept {
     std::size_t found = 0;
     errno = 0;
-    while (const dirent* entry = readdir(directory))
+    while (const dirent* entry = readdir(folder))
         found += ProcessOf(entry->d_name) > 0 ? 1U : 0U;
     if (errno != 0)
         return errno;
@@ -60,17 +62,17 @@ int Count(DIR* directory, std::size_t& count) noexcept {
     return 0;
 }
 
-int Fill(DIR* directory, kinfo_proc* records, std::size_t& count) noexcept {
+int Fill(DIR* folder, kinfo_proc* records, std::size_t& count) noexcept {
     std::size_t filled = 0;
     for (;;) {
         errno = 0;
-        const dirent* const entry = readdir(directory);
+        const dirent* const entry = readdir(folder);
         if (entry == nullptr)
             break;
         kinfo_proc record = {};
         record.kp_proc.p_pid = ProcessOf(entry->d_name);
         if (record.kp_proc.p_pid <= 0 ||
-            !ReadCommandName(dirfd(directory), record.kp_proc.p_pid, record.kp_proc.p_comm))
+            !ReadCommandName(dirfd(folder), record.kp_proc.p_pid, record.kp_proc.p_comm))
             continue;
         if (filled == count)
             return ENOMEM;
@@ -85,14 +87,18 @@ int Fill(DIR* directory, kinfo_proc* records, std::size_t& count) noexcept {
     return 0;
 }
 
+int ReadKernelsTable(kinfo_proc* records, std::size_t& count) noexcept {
+    const std::lock_guard lock(g_mutex);
+    if (g_folder == nullptr)
+        g_folder = opendir("/proc");
+    return g_folder != nullptr ? ReadProcessTable(g_folder, records, count) : errno;
+}
+
 } // namespace
 
-int ReadProcessTable(const char* root, kinfo_proc* records, std::size_t& count) noexcept {
-    const Directory directory(opendir(root));
-    if (!directory)
-        return errno;
-    return records == nullptr ? Count(directory.get(), count)
-                              : Fill(directory.get(), records, count);
+int ReadProcessTable(DIR* folder, kinfo_proc* records, std::size_t& count) noexcept {
+    rewinddir(folder);
+    return records == nullptr ? Count(folder, count) : Fill(folder, records, count);
 }
 
 } // namespace process
@@ -109,7 +115,7 @@ int sysctl(int* name, unsigned int nameLength, void* buffer, std::size_t* length
         return -1;
     }
     std::size_t count = *length / sizeof(kinfo_proc);
-    const int error = process::ReadProcessTable("/proc", static_cast<kinfo_proc*>(buffer), count);
+    const int error = process::ReadKernelsTable(static_cast<kinfo_proc*>(buffer), count);
     if (error != 0) {
         errno = error;
         return -1;
