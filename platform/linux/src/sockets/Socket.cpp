@@ -122,7 +122,8 @@ CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
         return nullptr;
     CFDataRef noData = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
     cf::Socket* socket = nullptr;
-    if (noData != nullptr)
+    // A connection that nobody could read from is none.
+    if (noData != nullptr && cf::StartReading())
         socket = new (std::nothrow) cf::Socket(descriptor, callout, context, noData);
     if (socket == nullptr) {
         CFRelease(noData);
@@ -137,7 +138,7 @@ CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef, CFSocketRef socke
         return nullptr;
     if (target->source != nullptr) {
         cf::Retain(target->source);
-    } else if (cf::StartReading()) {
+    } else {
         target->source = cf::CreateSource(cf::kSourceCallouts, target, cf::Runs::kEvery);
         if (target->source != nullptr)
             cf::Retain(target);
