@@ -39,7 +39,7 @@ Daemon::Daemon(Record& record, const DaemonStart& start)
 }
 
 Footprint Daemon::TakeFootprint() const {
-    return {CountThreads(Pid()), ListDescriptors(Pid())};
+    return {ListThreads(Pid()).size(), ListDescriptors(Pid())};
 }
 
 // Nothing announces that a thread of another process has ended, so /proc is asked again and again.

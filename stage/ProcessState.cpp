@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <thread>
 
 namespace stage {
 namespace {
@@ -19,6 +21,28 @@ std::string WithoutInstance(const std::string& target) {
     return numbered ? target.substr(0, target.find(':')) : target;
 }
 
+bool IsInSystemCall(pid_t pid, long number) {
+    for (const auto& task : std::filesystem::directory_iterator(ProcFolder(pid) / "task")) {
+        std::ifstream file(task.path() / "syscall");
+        long current = -1; // stays so for a thread that runs
+        if (file >> current && current == number) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Nothing announces what becomes of another process, so /proc is asked again and again.
+void AwaitState(const std::function<bool()>& isReached, const std::string& what) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (!isReached()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw Failure("waited in vain for " + what);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
 } // namespace
 
 std::string ReadProcFile(pid_t pid, const std::string& name) {
@@ -29,9 +53,12 @@ std::string ReadProcFile(pid_t pid, const std::string& name) {
     return content.str();
 }
 
-std::size_t CountThreads(pid_t pid) {
-    const std::filesystem::directory_iterator tasks(ProcFolder(pid) / "task");
-    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+std::set<pid_t> ListThreads(pid_t pid) {
+    std::set<pid_t> threads;
+    for (const auto& task : std::filesystem::directory_iterator(ProcFolder(pid) / "task")) {
+        threads.insert(std::stoi(task.path().filename().string()));
+    }
+    return threads;
 }
 
 std::vector<std::string> ListDescriptors(pid_t pid) {
@@ -53,6 +80,19 @@ std::size_t ReadOwnMemory(pid_t pid) {
     const std::size_t found = status.find(key);
     Require(found != std::string::npos, "no RssAnon in the status of a process");
     return std::stoul(status.substr(found + key.size())) * 1024; // told in kB
+}
+
+void AwaitSystemCall(pid_t pid, long number) {
+    AwaitState([&] { return IsInSystemCall(pid, number); },
+               "a thread in system call " + std::to_string(number));
+}
+
+void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid) {
+    const auto hasNoOthers = [&] {
+        const std::set<pid_t> current = ListThreads(pid);
+        return std::includes(threads.begin(), threads.end(), current.begin(), current.end());
+    };
+    AwaitState(hasNoOthers, "the end of a thread");
 }
 
 } // namespace stage

@@ -4,6 +4,7 @@
 // What /proc tells of a running process.
 
 #include <cstddef>
+#include <set>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -11,7 +12,7 @@
 namespace stage {
 
 std::string ReadProcFile(pid_t pid, const std::string& name);
-std::size_t CountThreads(pid_t pid);
+std::set<pid_t> ListThreads(pid_t pid);
 
 // Where the open descriptors lead, sorted, without the numbers that tell one socket or pipe from
 // another: "socket", "pipe", "/dev/null", "anon_inode:[eventfd]".
@@ -20,6 +21,12 @@ std::vector<std::string> ListDescriptors(pid_t pid);
 // The bytes of memory that are the process's own: not those of files, which come and go as the
 // kernel likes.
 std::size_t ReadOwnMemory(pid_t pid);
+
+// Waits until one of its threads sleeps in that system call.
+void AwaitSystemCall(pid_t pid, long number);
+
+// Waits until it has no other threads than these.
+void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid);
 
 } // namespace stage
 

@@ -29,6 +29,8 @@ const char* NameOf(Voice voice) {
         return "server";
     case Voice::ServerOutput:
         return "server output";
+    case Voice::Helper:
+        return "helper";
     }
     return "?";
 }
@@ -183,6 +185,11 @@ std::vector<Line> Record::Since(std::size_t position) const {
 std::size_t Record::Size() const {
     const std::lock_guard lock(mutex_);
     return lines_.size();
+}
+
+void Record::Forget(Voice voice) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(lines_, [voice](const Line& line) { return line.voice == voice; });
 }
 
 } // namespace stage

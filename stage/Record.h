@@ -21,7 +21,7 @@
 
 namespace stage {
 
-enum class Voice { SystemLog, DaemonOutput, Server, ServerOutput };
+enum class Voice { SystemLog, DaemonOutput, Server, ServerOutput, Helper };
 
 struct Line {
     Voice voice;
@@ -56,6 +56,9 @@ public:
     // A copy of the lines from the given position on.
     std::vector<Line> Since(std::size_t position) const;
     std::size_t Size() const;
+
+    // Drops what that voice has said so far. Positions change.
+    void Forget(Voice voice);
 
 private:
     struct Source {

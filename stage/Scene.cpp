@@ -27,6 +27,11 @@ void Scene::KillServer() {
     server_.reset();
 }
 
+void Scene::QuitServer() {
+    Server().Quit();
+    server_.reset();
+}
+
 void Scene::StartDaemon(const DaemonStart& start) {
     daemon_.emplace(record_, start);
 }
@@ -103,11 +108,11 @@ void Scene::EndServer(std::vector<std::string>& complaints) {
         return;
     }
     try {
-        server_->Quit();
+        QuitServer();
     } catch (const Failure& failure) {
         complaints.emplace_back(failure.what());
+        server_.reset();
     }
-    server_.reset();
 }
 
 // The server's events are there to be looked at or not; everybody else speaks when asked.

@@ -32,6 +32,7 @@ public:
 
     void StartServer();
     void KillServer();
+    void QuitServer(); // throws when it does not end in good order
     void StartDaemon(const DaemonStart& start = {});
 
     // For a daemon that is to end by itself: waits for it, returns the wait status.

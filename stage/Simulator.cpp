@@ -21,7 +21,9 @@ std::string Describe(const std::string& kind, const Values& values) {
 }
 
 std::optional<Event> EventOf(const Line& line, const std::string& kind) {
-    const auto event = line.voice == Voice::Server ? ParseEvent(line.text) : std::nullopt;
+    const bool isWorthParsing =
+        line.voice == Voice::Server && line.text.find(' ' + kind) != std::string::npos;
+    const auto event = isWorthParsing ? ParseEvent(line.text) : std::nullopt;
     return event && event->kind == kind ? event : std::nullopt;
 }
 

@@ -85,6 +85,13 @@ void Puppet::Continue() {
     process_.Signal(SIGCONT);
 }
 
+void Puppet::Die() {
+    process_.Signal(SIGKILL);
+    siginfo_t end = {};
+    stage::Require(waitid(P_PID, static_cast<id_t>(Pid()), &end, WEXITED | WNOWAIT) == 0,
+                   "cannot await an end");
+}
+
 void Puppet::Kill() {
     process_.Signal(SIGKILL);
     process_.AwaitEnd();

@@ -34,9 +34,11 @@ public:
     // False when the client has gone.
     bool Write(int connection, std::string_view bytes);
 
-    // By signals. After Stop it has stopped; after Kill it has gone from the process table.
+    // By signals. After Stop it has stopped; after Die it is dead, but still in the process table;
+    // after Kill it has gone from there, too.
     void Stop();
     void Continue();
+    void Die();
     void Kill();
 
 private:

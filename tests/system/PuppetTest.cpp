@@ -1,6 +1,7 @@
 #include "PuppetTest.h"
 
 #include "stage/Pattern.h"
+#include "stage/ProcessState.h"
 
 #include <cstdio>
 #include <gmock/gmock.h>
@@ -18,9 +19,6 @@ std::string Hex(unsigned long number) {
 } // namespace
 
 void PuppetTest::StartServer() {
-    if (server_) {
-        server_->Kill();
-    }
     server_.emplace(scene_.TheRecord());
     server_->Listen();
 }
@@ -31,6 +29,7 @@ void PuppetTest::Begin(const Changers& changers) {
     AwaitSubscriber();
     Introduce(changers);
     scene_.TakeBaseline();
+    lastingThreads_ = stage::ListThreads(scene_.TheDaemon().Pid());
 }
 
 void PuppetTest::Introduce(const Changers& changers) {
@@ -84,6 +83,10 @@ void PuppetTest::ServeIdentificationsOf(const Changers& changers) {
         }
     }
     EXPECT_THAT(Serve(expected.size()), UnorderedElementsAreArray(expected));
+}
+
+void PuppetTest::AwaitEndOfWorkers() {
+    stage::AwaitEndOfThreadsBut(lastingThreads_, scene_.TheDaemon().Pid());
 }
 
 void PuppetTest::AwaitLogLine(const std::string& pattern) {

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,7 @@ protected:
     // The usual opening: a server with these changers, and a daemon that has taken them up.
     void Begin(const Changers& changers);
 
-    // In place of any server before, which is killed. It listens, and no more.
+    // It listens, and no more.
     void StartServer();
     Puppet& Server() {
         return server_.value();
@@ -47,9 +48,11 @@ protected:
     void Reply(int connection);
     static std::string Shortly(const std::string& request);
 
-    // Serves the four requests of each disc's identification, whichever order they come in, once
-    // so many were made of them before.
+    // Serves the four requests of each disc's identification, whichever order they come in.
     void ServeIdentificationsOf(const Changers& changers);
+
+    // Waits until no worker runs any more, so that what is told next is acted on.
+    void AwaitEndOfWorkers();
 
     // Takes the next line that matches, whatever was logged before it.
     void AwaitLogLine(const std::string& pattern);
@@ -61,6 +64,7 @@ protected:
     stage::Scene scene_;
     std::optional<Puppet> server_;
     int subscriber_ = 0;
+    std::set<pid_t> lastingThreads_;
 };
 
 #endif

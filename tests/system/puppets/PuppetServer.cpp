@@ -5,11 +5,12 @@
  * "notifications"; connections are numbered from 1 as they are accepted.
  *
  *   name HEX               calls the process so
- *   listen CHANNEL BACKLOG makes the socket of this process's id
+ *   listen CHANNEL BACKLOG makes the socket of this process's id, or gives it another backlog
  *   fill CHANNEL           connects to it until nobody could without waiting
  *   drain CHANNEL          accepts and closes what fill connected
  *   accept CHANNEL         waits for the next client: "accepted NUMBER"
  *   refuse CHANNEL COUNT   accepts so many clients and closes them at once
+ *   look NUMBER            waits until something has come, and leaves it there
  *   read NUMBER COUNT      reads so many bytes of a request
  *   request NUMBER         reads the rest of a request: "request XML", without line breaks
  *   write NUMBER HEX       writes all of the bytes: "written", or "lost" if the client has gone
@@ -70,14 +71,20 @@ sockaddr_un AddressOf(const std::string& channel) {
     return address;
 }
 
-void Listen(const std::string& name, int backlog) {
-    Channel& channel = g_channels[name];
+void Bind(Channel& channel, const std::string& name) {
     channel.address = AddressOf(name);
     channel.listener = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     Require(bind(channel.listener.Get(), reinterpret_cast<const sockaddr*>(&channel.address),
-                 sizeof channel.address) == 0 &&
-                listen(channel.listener.Get(), backlog) == 0,
-            "listen");
+                 sizeof channel.address) == 0,
+            "bind");
+}
+
+void Listen(const std::string& name, int backlog) {
+    Channel& channel = g_channels[name];
+    if (!channel.listener) {
+        Bind(channel, name);
+    }
+    Require(listen(channel.listener.Get(), backlog) == 0, "listen");
 }
 
 void Fill(Channel& channel) {
@@ -162,7 +169,10 @@ std::string DoWithChannel(const std::string& verb, const std::string& name, int 
 
 std::string DoWithConnection(const std::string& verb, int number, const std::string& argument) {
     Connection& connection = g_connections.at(number);
-    if (verb == "read") {
+    if (verb == "look") {
+        char byte = 0;
+        recv(connection.socket.Get(), &byte, 1, MSG_PEEK);
+    } else if (verb == "read") {
         Read(connection, std::stoul(argument));
     } else if (verb == "request") {
         return "request " + ReadRequest(connection);

@@ -34,9 +34,8 @@ std::size_t WrittenAt(Point point) {
     }
 }
 
-// A server that hangs, and that goes on after a while. Each point of a request has a changer of
-// its own, whose disc is being mounted.
-class StoppedServerTest : public PuppetTest {
+// Each point of a request has a changer of its own, whose disc is being mounted.
+class RequestPointsTest : public PuppetTest {
 protected:
     struct Exchange {
         Point point;
@@ -77,6 +76,22 @@ protected:
         return requests;
     }
 
+    // What their workers log when the mounts of these ended so.
+    void AwaitLogOfLostMounts(const Changers& changers, const char* message, int errorCode) {
+        const std::string code = " \\(VErrCode = " + std::to_string(errorCode) + "\\)";
+        for (const wire::Changer& changer : changers) {
+            AwaitLogLine(std::string("ChangerServerMessages:[0-9]+, GetMessageReplyErr: ") +
+                         message + code);
+            AwaitLogLine("ChangerServerMountDisc:[0-9]+, ChangerServerMountDiscInDrive: fail send "
+                         "message to changer server" +
+                         code);
+            AwaitLogLine("ChangerServerMountDisc:[0-9]+, ChangerServerMountDisc: fail mount disc "
+                         "to drive index kNoDataTransferElem" +
+                         code);
+            AwaitLogLine(WorkerLine(changer.guid, "Fail ChangerServerMountDisc"));
+        }
+    }
+
     Changers changers_ = {{0xA1}, {0xA2}, {0xA3}, {0xA4}, {0xA5}, {0xA6}, {0xA7}};
     std::vector<Exchange> mounts_;
 
@@ -86,6 +101,7 @@ private:
             return;
         }
         mount.connection = Server().AcceptClient();
+        Server().Do("look " + std::to_string(mount.connection));
         if (mount.point == Point::ReadPart) {
             Server().Read(mount.connection, 5);
         } else if (mount.point != Point::Accepted) {
@@ -106,6 +122,8 @@ private:
     }
 };
 
+class StoppedServerTest : public RequestPointsTest {};
+
 TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
     BringMountsToTheirPoints();
     Server().Stop();
@@ -118,52 +136,84 @@ TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
 }
 
 // Half a minute for all of them, side by side.
-class SlowStoppedServerTest : public StoppedServerTest {
-protected:
-    void AwaitTimedOutMounts() {
-        const std::string code = " \\(VErrCode = 1004\\)";
-        for (const wire::Changer& changer : changers_) {
-            AwaitLogLine("ChangerServerMessages:[0-9]+, GetMessageReplyErr: timeout waiting for "
-                         "reply from changer server" +
-                         code);
-            AwaitLogLine("ChangerServerMountDisc:[0-9]+, ChangerServerMountDiscInDrive: fail send "
-                         "message to changer server" +
-                         code);
-            AwaitLogLine("ChangerServerMountDisc:[0-9]+, ChangerServerMountDisc: fail mount disc "
-                         "to drive index kNoDataTransferElem" +
-                         code);
-            AwaitLogLine(WorkerLine(changer.guid, "Fail ChangerServerMountDisc"));
-        }
-    }
-};
+class SlowStoppedServerTest : public StoppedServerTest {};
 
 TEST_F(SlowStoppedServerTest, RequestsTimeOutAndTheDiscsAreTriedAgain) {
     BringMountsToTheirPoints();
     Server().Stop();
-    AwaitTimedOutMounts();
+    AwaitLogOfLostMounts(changers_, "timeout waiting for reply from changer server", 1004);
     Server().Continue();
     EXPECT_THAT(FinishMounts(), testing::Each(false));
     EXPECT_THAT(Serve(mounts_.size()), UnorderedElementsAreArray(ForEach("withdraw ")));
+    AwaitEndOfWorkers();
     TellOf(changers_);
     ServeIdentificationsOf(changers_);
 }
 
-// Where the notification that is under way is cut off by the stop.
-class StoppedNotificationTest : public PuppetTest,
-                                public testing::WithParamInterface<std::size_t> {};
+// A disc whose last withdrawal failed, too, stays in progress as long as its changer is known.
+class KilledServerTest : public RequestPointsTest {};
 
-INSTANTIATE_TEST_SUITE_P(Points, StoppedNotificationTest,
+TEST_F(KilledServerTest, RequestsAreLostAndTheNextServerStartsAnew) {
+    BringMountsToTheirPoints();
+    Server().Kill();
+    // Of the connection that was not accepted, nobody can tell how far the daemon had come with it.
+    const Changers accepted(changers_.begin(), changers_.end() - 1);
+    AwaitLogOfLostMounts(accepted, "lost connection with changer server", 1005);
+    for (std::size_t i = 0; i < changers_.size(); ++i) {
+        scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                             "fail ChangerServerRequestChangerIdentification.*");
+    }
+    StartServer();
+    AwaitSubscriber();
+    TellOf(changers_);
+    TellOf({});
+    Introduce(Without(changers_));
+    TellOf(changers_);
+    ServeIdentificationsOf(changers_);
+}
+
+// How many bytes of a notification were sent when the server stopped, or was killed.
+class CutNotificationTest : public PuppetTest, public testing::WithParamInterface<std::size_t> {
+protected:
+    const Changers changers_ = {{0xA1, true}};
+    const std::string frame_ = wire::ChangerInfo(changers_);
+};
+
+class StoppedNotificationTest : public CutNotificationTest {};
+
+INSTANTIATE_TEST_SUITE_P(Bytes, StoppedNotificationTest,
                          testing::Values(0, 1, 5, wire::kHeaderSize, wire::kHeaderSize + 1, 200));
 
 TEST_P(StoppedNotificationTest, IsActedOnOnceWhenItIsComplete) {
-    const Changers changers = {{0xA1, true}};
     Begin({{0xA1}});
-    const std::string frame = wire::ChangerInfo(changers);
-    Notify(frame.substr(0, GetParam()));
+    Notify(frame_.substr(0, GetParam()));
     Server().Stop();
     Server().Continue();
-    Notify(frame.substr(GetParam()));
-    ServeIdentificationsOf(changers);
+    Notify(frame_.substr(GetParam()));
+    ServeIdentificationsOf(changers_);
+}
+
+class KilledNotificationTest : public CutNotificationTest {};
+
+INSTANTIATE_TEST_SUITE_P(Bytes, KilledNotificationTest, testing::Values(5, wire::kHeaderSize, 200));
+
+TEST_P(KilledNotificationTest, IsForgottenAndTheNextServersIsRead) {
+    Begin({{0xA1}});
+    Notify(frame_.substr(0, GetParam()));
+    Server().Kill();
+    StartServer();
+    AwaitSubscriber();
+    TellOf(changers_);
+    ServeIdentificationsOf(changers_);
+}
+
+// The worker that is thereby started finds no server.
+TEST_P(KilledNotificationTest, LeavesThoseThatWereSentBeforeIt) {
+    Begin({{0xA1}});
+    Notify(frame_ + frame_.substr(0, GetParam()));
+    Server().Kill();
+    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                         "fail ChangerServerRequestChangerIdentification.*");
 }
 
 } // namespace

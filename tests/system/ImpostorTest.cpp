@@ -1,0 +1,136 @@
+#include "PuppetTest.h"
+
+#include "stage/Descriptor.h"
+#include "stage/ReadWatch.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Other processes that are called like the server, and other files where its sockets belong.
+class ImpostorTest : public PuppetTest {
+protected:
+    // The name that stands in the process table is read once in each search for the server.
+    class SearchWatch {
+    public:
+        explicit SearchWatch(const Puppet& found)
+            : names_("/proc/" + std::to_string(found.Pid()) + "/comm") {}
+        // When a search begins, the attempt that followed the one before it is over.
+        void AwaitAttempt() {
+            searches_ += 2;
+            names_.AwaitReads(searches_);
+        }
+
+    private:
+        stage::ReadWatch names_;
+        int searches_ = 0;
+    };
+
+    void ExpectServerWorks() {
+        AwaitSubscriber();
+        Introduce({{0xA1}});
+        TellOf({{0xA1, true}});
+        ServeIdentificationsOf({{0xA1}});
+    }
+};
+
+TEST_F(ImpostorTest, OlderProcessOfTheNameIsTakenForTheServerUntilItEnds) {
+    Puppet impostor(scene_.TheRecord());
+    SearchWatch searches(impostor);
+    StartServer();
+    scene_.StartDaemon();
+    searches.AwaitAttempt();
+    impostor.Kill();
+    ExpectServerWorks();
+}
+
+TEST_F(ImpostorTest, YoungerProcessOfTheNameIsPassedOver) {
+    StartServer();
+    Puppet impostor(scene_.TheRecord());
+    impostor.Listen();
+    scene_.StartDaemon();
+    ExpectServerWorks();
+}
+
+TEST_F(ImpostorTest, DeadProcessOfTheNameIsTakenForTheServerUntilItsParentLooks) {
+    Puppet impostor(scene_.TheRecord());
+    SearchWatch searches(impostor);
+    impostor.Die();
+    StartServer();
+    scene_.StartDaemon();
+    searches.AwaitAttempt();
+    impostor.Kill();
+    ExpectServerWorks();
+}
+
+TEST_F(ImpostorTest, ServerMayHaveAnyNameThatContainsTheWord) {
+    StartServer();
+    Server().Do("name ff256e20636172"
+                "6f7573656c640a");
+    scene_.StartDaemon();
+    ExpectServerWorks();
+}
+
+// ---- what is not a socket that somebody listens to ----
+
+void BindStaleSocket(const std::string& path) {
+    const stage::Descriptor closed(socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    bind(closed.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+using MakeObstacle = void (*)(const std::string& path);
+
+constexpr MakeObstacle kObstacles[] = {
+    [](const std::string& path) { std::ofstream(path) << "text"; },
+    [](const std::string& path) { fs::create_directory(path); },
+    [](const std::string& path) { mkfifo(path.c_str(), 0666); },
+    [](const std::string& path) { fs::create_symlink("/tmp/nowhere", path); },
+    [](const std::string& path) { fs::create_symlink(path, path); },
+    [](const std::string& path) { fs::create_symlink("/dev/zero", path); },
+    BindStaleSocket,
+};
+
+TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
+    server_.emplace(scene_.TheRecord());
+    Server().Do("listen notifications 1");
+    scene_.StartDaemon();
+    AwaitSubscriber();
+    const std::string path = "/tmp/carouseld-" + std::to_string(Server().Pid());
+    for (const MakeObstacle make : kObstacles) {
+        make(path);
+        TellOf({{0xA1}});
+        AwaitLogLine("ChangerServerMessages:[0-9]+, GetChangerServerMessageSocket: "
+                     "fail create/connect socket to path " +
+                     path);
+        scene_.AwaitEndOfLog("MediaIdManager:[0-9]+, ChangerInfoNotificationCallBack: "
+                             "fail handle added changers for changer at index 0.*");
+        fs::remove(path);
+    }
+    Server().Do("listen messages 1");
+    Introduce({{0xA1}});
+}
+
+TEST_F(ImpostorTest, OtherFilesInPlaceOfTheNotificationSocketAreTriedAgainQuietly) {
+    server_.emplace(scene_.TheRecord());
+    SearchWatch searches(Server());
+    scene_.StartDaemon();
+    const std::string path = "/tmp/carouseldn-" + std::to_string(Server().Pid());
+    for (const MakeObstacle make : {kObstacles[1], kObstacles[2]}) {
+        make(path);
+        searches.AwaitAttempt();
+        fs::remove(path);
+    }
+    Server().Listen();
+    ExpectServerWorks();
+}
+
+} // namespace

@@ -1,0 +1,93 @@
+#include "PuppetTest.h"
+
+#include "stage/ProcessState.h"
+
+#include <gmock/gmock.h>
+#include <sys/syscall.h>
+
+using testing::ElementsAre;
+
+namespace {
+
+// Several times what the kernel keeps for a socket.
+constexpr std::size_t kHuge = 1024 * 1024;
+
+// A server that makes it hard to talk to it.
+class UnwillingServerTest : public PuppetTest {
+protected:
+    void ExpectIdentificationWorks() {
+        AwaitEndOfWorkers();
+        TellOf({{0xA1, true}});
+        ServeIdentificationsOf({{0xA1}});
+    }
+    // Lets nobody connect without waiting.
+    void FillBacklogOf(const std::string& channel) {
+        Server().Do("listen " + channel + " 0");
+        Server().Do("fill " + channel);
+    }
+    void AwaitWaitingClient() {
+        stage::AwaitSystemCall(scene_.TheDaemon().Pid(), SYS_connect);
+    }
+};
+
+// Its only thread writes notifications while the daemon's main thread waits for its answer. That
+// each of the lists makes the changer unknown shows that they are taken in their order.
+TEST_F(UnwillingServerTest, MayPushMoreThanSocketsHoldBeforeItAnswers) {
+    Begin({{0xA1}});
+    const std::string known = wire::ChangerList({{0xA1}});
+    TellOf({{0xA1}, {0xA2}});
+    for (int i = 0; i < 3; ++i) {
+        Notify(known + wire::ChangerInfo({{0xA1}, {0xA2}}, kHuge));
+    }
+    EXPECT_THAT(Serve(4), ElementsAre("clear status A2", "clear status A2", "clear status A2",
+                                      "clear status A2"));
+    ExpectIdentificationWorks();
+}
+
+TEST_F(UnwillingServerTest, MayPushMoreThanSocketsHoldBeforeItAnswersAWorker) {
+    Begin({{0xA1}});
+    TellOf({{0xA1, true}});
+    EXPECT_THAT(Serve(1), ElementsAre("withdraw A1"));
+    Notify(wire::ChangerInfo({{0xA1}}, kHuge));
+    EXPECT_THAT(Serve(3), ElementsAre("mount A1", "eject A1", "withdraw A1"));
+}
+
+// Whether the request was sent before the end of its connection is a race.
+TEST_F(UnwillingServerTest, MayCloseAConnectionAtOnce) {
+    Begin({{0xA1}});
+    TellOf({{0xA1, true}});
+    EXPECT_THAT(Serve(1), ElementsAre("withdraw A1"));
+    Server().Do("refuse messages 1");
+    scene_.AwaitEndOfLog(WorkerLine(0xA1, "Fail ChangerServerMountDisc"));
+    EXPECT_THAT(Serve(1), ElementsAre("withdraw A1"));
+    ExpectIdentificationWorks();
+}
+
+TEST_F(UnwillingServerTest, MayCloseEverySubscriptionAtOnceForAWhile) {
+    Begin({{0xA1}});
+    Server().Do("close " + std::to_string(subscriber_));
+    Server().Do("refuse notifications 100");
+    AwaitSubscriber();
+    ExpectIdentificationWorks();
+}
+
+TEST_F(UnwillingServerTest, IsWaitedForWhereItsMessageSocketIsFull) {
+    Begin({{0xA1}});
+    FillBacklogOf("messages");
+    TellOf({{0xA1, true}});
+    AwaitWaitingClient();
+    Server().Do("drain messages");
+    ServeIdentificationsOf({{0xA1}});
+}
+
+TEST_F(UnwillingServerTest, IsWaitedForWhereItsNotificationSocketIsFull) {
+    Begin({{0xA1}});
+    FillBacklogOf("notifications");
+    Server().Do("close " + std::to_string(subscriber_));
+    AwaitWaitingClient();
+    Server().Do("drain notifications");
+    AwaitSubscriber();
+    ExpectIdentificationWorks();
+}
+
+} // namespace
