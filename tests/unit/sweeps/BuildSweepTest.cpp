@@ -48,7 +48,7 @@ TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
                        [&](const Fault& fault) {
                            const auto requests = server_.TakeRequests();
                            const bool closed = !IsBuilding(kSweptChanger) && !requests.empty() &&
-                                               requests.back() == "A1: request identification";
+                                               requests.back() == "A1000: request identification";
                            ExpectSound(fault, closed);
                            EXPECT_TRUE(!IsBuilding(kSweptChanger) || fault.function.empty())
                                << fault.what;
@@ -58,9 +58,9 @@ TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
                        }));
     HeldThreads::RunNext();
     EXPECT_THAT(server_.TakeRequests(),
-                ElementsAre("A1: request identification", "A1: set client status",
-                            "A1: set client status", "A1: set client status",
-                            "A1: set client status", "A1: request identification"));
+                ElementsAre("A1000: request identification", "A1000: set client status",
+                            "A1000: set client status", "A1000: set client status",
+                            "A1000: set client status", "A1000: request identification"));
     EXPECT_FALSE(IsBuilding(kSweptChanger));
 }
 

@@ -12,10 +12,12 @@ protected:
         MakeFileSystem();
         RegisterFileSystem();
         AddChanger(kSweptChanger);
-        SaveInfoList(
-            Array({Dictionary({{"GUID", static_cast<SInt64>(kSweptChanger)},
-                               {"Changer Media Info",
-                                Array({medium_, medium_, medium_, medium_, medium_, medium_})}})}));
+        const auto medium = Dictionary({{"Media Identify Time", 0}});
+        const auto media = Array();
+        while (CFArrayGetCount(media) <= kSweptSlot)
+            CFArrayAppendValue(media, medium.Get());
+        SaveInfoList(Array({Dictionary(
+            {{"GUID", static_cast<SInt64>(kSweptChanger)}, {"Changer Media Info", media}})}));
     }
 
     // As the notification callback does it.
@@ -29,13 +31,12 @@ protected:
         EXPECT_EQ(TakeChain(RemoveChangerFromList(kSweptChanger)), Chain());
         AddChanger(kSweptChanger);
     }
-
-    const Held<CFMutableDictionaryRef> medium_ = Dictionary({{"Media Identify Time", 0}});
 };
 
 TEST_F(IdentificationSweep, IsDoneOrToldAndTheNextOneIsDone) {
-    const std::vector<std::string> kAll = {"A1: request identification 5", "A1: mount disc 5",
-                                           "A1: eject disc 5", "A1: request identification 5"};
+    const std::vector<std::string> kAll = {"A1000: request identification 1000",
+                                           "A1000: mount disc 1000", "A1000: eject disc 1000",
+                                           "A1000: request identification 1000"};
     Start();
     Report(SweepFaults([] { HeldThreads::RunNext(); },
                        [&](const Fault& fault) {

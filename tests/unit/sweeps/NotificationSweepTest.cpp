@@ -13,8 +13,8 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr UInt64 kNewChanger = 0xB2;
-constexpr UInt64 kRemovedChanger = 0xC3;
+constexpr UInt64 kNewChanger = 0xB2000;
+constexpr UInt64 kRemovedChanger = 0xC3000;
 constexpr UInt16 kSlots = 3;
 
 CFTypeRef g_savedList = nullptr; // by the last notification
@@ -44,10 +44,10 @@ protected:
         ForgetChangers();
         AddChanger(kRemovedChanger);
         EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
-        open_ = {"A1: request identification"};
+        open_ = {"A1000: request identification"};
         for (UInt16 slot = 0; slot < kSlots; ++slot) {
-            open_.insert("A1: mount disc " + std::to_string(slot));
-            open_.insert("B2: mount disc " + std::to_string(slot));
+            open_.insert("A1000: mount disc " + std::to_string(slot));
+            open_.insert("B2000: mount disc " + std::to_string(slot));
         }
         WriteFrame();
     }
@@ -120,7 +120,8 @@ private:
         return Dictionary(
             {{"GUID", static_cast<SInt64>(changer)},
              {"Changer Ready", true},
-             {"Changer Request Identification", requested && IsOpen("A1: request identification")},
+             {"Changer Request Identification",
+              requested && IsOpen("A1000: request identification")},
              {"Data Transfer Element Count", 2},
              {"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", requested},
                                                  {"BuildDirCacheTimeHours", 3},
@@ -135,7 +136,7 @@ private:
               Array({static_cast<SInt64>(kSweptChanger), static_cast<SInt64>(kNewChanger)})},
              {"root preferences", Dictionary({{"IdentifyMediaOnInsert", true}})},
              {"changer info",
-              Array({Info(kSweptChanger, "A1", true), Info(kNewChanger, "B2", false)})}})));
+              Array({Info(kSweptChanger, "A1000", true), Info(kNewChanger, "B2000", false)})}})));
     }
 
     std::set<std::string> open_; // the requests that the daemon has yet to make

@@ -20,8 +20,9 @@
 #include <string>
 #include <vector>
 
-constexpr UInt64 kSweptChanger = 0xA1; // one that an info file can name
-constexpr UInt16 kSweptSlot = 5;
+// Beyond the numbers that the platform has ready.
+constexpr UInt64 kSweptChanger = 0xA1000;
+constexpr UInt16 kSweptSlot = 1000;
 
 class WholeDaemon : public Store {
 protected:
