@@ -9,15 +9,45 @@
 
 namespace {
 
-// Each reader is lenient in its own way about prologues, comments, CDATA, attributes and about '='
-// inside of base64.
-bool IsPlain(std::string_view text) {
-    if (text.starts_with(kXmlHeader))
-        text.remove_prefix(kXmlHeader.size());
-    for (std::size_t i = text.find('='); i != text.npos; i = text.find('=', i + 1))
-        if (!text.substr(i + 1).starts_with('=') && !text.substr(i + 1).starts_with("</data>"))
+// libplist takes a 0 in front for octal, and no blanks.
+bool IsPlainInteger(std::string_view digits) {
+    if (digits.starts_with('-'))
+        digits.remove_prefix(1);
+    return digits.starts_with("0<") || digits.starts_with("0x") ||
+           (!digits.empty() && digits.front() >= '1' && digits.front() <= '9');
+}
+
+// libplist does not go on behind a '=' inside of base64.
+bool IsEndOfBase64(std::string_view text) {
+    return text.starts_with('=') || text.starts_with("</data>");
+}
+
+// Whether what stands behind the token satisfies the condition, wherever the text has the token.
+template<typename Condition>
+bool EachIsFollowedBy(std::string_view text, std::string_view token, Condition condition) {
+    for (std::size_t i = text.find(token); i != text.npos; i = text.find(token, i + 1))
+        if (!condition(text.substr(i + token.size())))
             return false;
-    return text.find("<!") == text.npos && text.find("<?") == text.npos;
+    return true;
+}
+
+// Whether both readers must find the same: one list in a <plist> or in a document like ours. About
+// all else each reader is lenient in its own way.
+bool IsPlain(std::string_view text) {
+    constexpr std::string_view kOpening = "<plist>";
+    constexpr std::string_view kClosing = "</plist>";
+    text.remove_prefix(text.starts_with(kXmlHeader) ? kXmlHeader.size()
+                       : text.starts_with(kOpening) ? kOpening.size()
+                                                    : text.size());
+    text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+    if (!text.ends_with(kClosing))
+        return false;
+    text.remove_suffix(kClosing.size());
+    for (const std::string_view token : {"plist", "<!", "<?"})
+        if (text.find(token) != text.npos)
+            return false;
+    return EachIsFollowedBy(text, "=", IsEndOfBase64) &&
+           EachIsFollowedBy(text, "<integer>", IsPlainInteger);
 }
 
 } // namespace

@@ -1,0 +1,122 @@
+/* The info files, which whoever writes a disc or mounts a file system may choose, through the
+   functions that recognise the roots by them. Every input is both files of one directory. */
+
+#include "Target.h"
+
+#include "common/CFHelpers.h"
+#include "fsclient/DirectoryInfo.h"
+#include "support/Chain.h"
+#include "support/PropertyLists.h"
+#include "support/TemporaryTree.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+// A directory whose two info files are one.
+class InfoFileDirectory {
+public:
+    InfoFileDirectory() {
+        Write("");
+        std::filesystem::create_hard_link(tree_.Path(kRootFile), tree_.Path(".media_info.plist"));
+    }
+    void Write(std::string_view content) const {
+        tree_.Write(kRootFile, content);
+    }
+    const char* Path() const {
+        return tree_.Root().c_str();
+    }
+
+private:
+    static constexpr const char* kRootFile = ".changer_info.plist";
+    TemporaryTree tree_;
+};
+
+// What stands in the file, read without the functions under test.
+class Info {
+public:
+    explicit Info(std::string_view content) {
+        if (content.size() >= 6) // no list is shorter
+            list_ = Held<CFPropertyListRef>(CFPropertyListCreateFromXMLData(
+                nullptr, Bytes(content), kCFPropertyListImmutable, nullptr));
+    }
+
+    bool HasNumber(CFStringRef key, CFNumberType type) const {
+        std::int64_t value = 0;
+        return CFNumberGetValue(static_cast<CFNumberRef>(At(key)), type, &value);
+    }
+    std::int64_t Number(CFStringRef key) const {
+        std::int64_t value = 0;
+        CFNumberGetValue(static_cast<CFNumberRef>(At(key)), kCFNumberSInt64Type, &value);
+        return value;
+    }
+    bool HasText(CFStringRef key, CFIndex size) const {
+        std::string text(static_cast<std::size_t>(size), '\0');
+        return CFStringGetCString(static_cast<CFStringRef>(At(key)), text.data(), size,
+                                  kCFStringEncodingUTF8);
+    }
+    bool HasBoolean(CFStringRef key) const {
+        return At(key) == kCFBooleanTrue || At(key) == kCFBooleanFalse;
+    }
+    CFTypeRef At(CFStringRef key) const {
+        return CFDictionaryGetValue(static_cast<CFDictionaryRef>(list_.Get()), key);
+    }
+
+private:
+    Held<CFPropertyListRef> list_;
+};
+
+bool IsRoot(const Info& info) {
+    return info.HasNumber(CFSTR("Changer GUID"), kCFNumberSInt64Type);
+}
+
+bool IsMediaRoot(const Info& info) {
+    return IsRoot(info) && info.HasNumber(CFSTR("Storage Element Index"), kCFNumberSInt16Type) &&
+           info.HasText(CFSTR("Partition Id"), kPartitionIdSize) &&
+           info.HasBoolean(CFSTR("Writable"));
+}
+
+void ExpectRootInfo(const char* directory, const Info& info) {
+    UInt64 changerGUID = 0;
+    EXPECT_EQ(TakeChain(GetChangerFileSystemRootInfo(directory, &changerGUID)), Chain());
+    EXPECT_EQ(static_cast<SInt64>(changerGUID), info.Number(CFSTR("Changer GUID")));
+}
+
+void ExpectMediaRootInfo(const char* directory, const Info& info) {
+    UInt64 changerGUID = 0;
+    UInt16 storageElem = 0;
+    char partitionId[kPartitionIdSize] = "";
+    SInt32 writable = 2;
+    EXPECT_EQ(TakeChain(GetChangerFileSystemMediaRootInfo(directory, &changerGUID, &storageElem,
+                                                          partitionId, &writable)),
+              Chain());
+    EXPECT_EQ(static_cast<SInt64>(changerGUID), info.Number(CFSTR("Changer GUID")));
+    EXPECT_EQ(storageElem, static_cast<UInt16>(info.Number(CFSTR("Storage Element Index"))));
+    EXPECT_EQ(TextOf(static_cast<CFStringRef>(info.At(CFSTR("Partition Id")))), partitionId);
+    EXPECT_EQ(writable == 1, info.At(CFSTR("Writable")) == kCFBooleanTrue);
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const InfoFileDirectory directory;
+    const std::string_view content = TextOfInput(data, size);
+    const Info info(content);
+    directory.Write(content);
+
+    bool isRoot = false;
+    bool isMediaRoot = false;
+    EXPECT_EQ(TakeChain(IsDirectoryRootOfChangerFileSystem(directory.Path(), &isRoot)), Chain());
+    EXPECT_EQ(TakeChain(IsDirectoryMediaRootOfChangerFileSystem(directory.Path(), &isMediaRoot)),
+              Chain());
+    EXPECT_EQ(isRoot, IsRoot(info));
+    EXPECT_EQ(isMediaRoot, IsMediaRoot(info));
+    if (isRoot)
+        ExpectRootInfo(directory.Path(), info);
+    if (isMediaRoot)
+        ExpectMediaRootInfo(directory.Path(), info);
+    return 0;
+}

@@ -1,0 +1,63 @@
+/* The reply on the message socket, in whatever chunks it comes, down to the error that it tells. */
+
+#include "FrameScript.h"
+#include "Target.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "support/Held.h"
+#include "support/LogCapture.h"
+#include "support/PropertyLists.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Reply = Held<CFDictionaryRef>;
+
+void Receive(std::string_view chunk, SocketInfo& info) {
+    ServerMessageSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk), &info);
+}
+
+// As SendMessageToChangerServer receives it: the first reply ends the exchange.
+Reply ReceiveReply(const std::vector<ScriptStep>& steps) {
+    Reply reply;
+    SocketInfo info = {reply.Out(), {}};
+    for (const ScriptStep& step : steps) {
+        if (reply == nullptr && !step.chunk.empty())
+            Receive(step.chunk, info);
+        if (reply == nullptr && step.event == kLost)
+            Receive({}, info);
+    }
+    ResetFrameAssembly(&info.frame);
+    return reply;
+}
+
+void ReadErrorOf(const Reply& reply) {
+    VErrLink* told = nullptr;
+    VErrLink* err = GetMessageReplyErr(reply, &told);
+    VErrLogAndCatch(&err);
+    VErrLogAndCatch(&told);
+}
+
+// Values read alike are one object.
+void ExpectReplyIn(std::string_view payload, const Reply& reply) {
+    const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
+        nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));
+    if (list != nullptr) {
+        EXPECT_EQ(reply.Get(), list.Get());
+    }
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view script = TextOfInput(data, size);
+    LogCapture log;
+    const Reply reply = ReceiveReply(ReadFrameScript(script, Chunks::AsTold));
+    if (IsWellFramed(script))
+        ExpectReplyIn(FirstPayload(script), reply);
+    if (reply != nullptr)
+        ReadErrorOf(reply);
+    log.Take();
+    return 0;
+}

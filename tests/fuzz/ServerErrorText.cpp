@@ -1,0 +1,100 @@
+/*
+ * The error that a reply tells of, from the server's text to the lines of the log. The first byte
+ * of an input chooses what stands for the code, the second what for the text; eight bytes of a
+ * number and those of a text follow.
+ */
+
+#include "Target.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "support/LogCapture.h"
+#include "support/PropertyLists.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t kNumberAt = 2;
+constexpr std::size_t kTextAt = kNumberAt + sizeof(std::int64_t);
+
+enum Choice { kInteger, kText, kReal, kData, kArray, kTrue, kNone, kChoices };
+
+Held<CFTypeRef> Chosen(int choice, std::int64_t number, const std::string& text) {
+    const auto real = std::bit_cast<double>(number);
+    switch (choice) {
+    case kInteger:
+        return Integer(number);
+    case kText:
+        return Text(text);
+    case kReal:
+        return Held<CFTypeRef>(CFNumberCreate(nullptr, kCFNumberFloat64Type, &real));
+    case kData:
+        return Bytes(text);
+    case kArray:
+        return Array({number});
+    case kTrue:
+        return Share<CFTypeRef>(kCFBooleanTrue);
+    default:
+        return {};
+    }
+}
+
+Held<CFMutableDictionaryRef> ReplyOf(CFTypeRef code, CFTypeRef text) {
+    auto reply = Dictionary();
+    if (code != nullptr)
+        CFDictionarySetValue(reply, CFSTR("error code"), code);
+    if (text != nullptr)
+        CFDictionarySetValue(reply, CFSTR("error string"), text);
+    return reply;
+}
+
+// A format without arguments, by the rules of printf.
+std::string Formatted(std::string_view format) {
+    std::string text;
+    for (std::size_t i = 0; i < format.size(); ++i) {
+        text += format[i];
+        if (format.substr(i).starts_with("%%"))
+            ++i;
+    }
+    return text;
+}
+
+// As a chain of one link, and in the log as one line.
+void ExpectTold(VErrLink* told, std::int64_t code, const std::string& text) {
+    EXPECT_EQ(told == nullptr, code == 0);
+    if (told == nullptr)
+        return;
+    EXPECT_EQ(told->code, code);
+    EXPECT_EQ(told->message, text);
+    LogCapture log;
+    VErrLog(told);
+    const std::vector<std::string> lines = log.Take();
+    EXPECT_EQ(lines.size(), 1U);
+    EXPECT_NE(lines.front().find(", GetMessageReplyErr: " + text), std::string::npos);
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < kTextAt)
+        return 0;
+    const int codeChoice = data[0] % kChoices;
+    const int textChoice = data[1] % kChoices;
+    std::int64_t number = 0;
+    std::memcpy(&number, data + kNumberAt, sizeof number);
+    const std::string bytes(TextOfInput(data, size).substr(kTextAt));
+    const Held<CFTypeRef> text = Chosen(textChoice, number, bytes);
+
+    VErrLink* told = nullptr;
+    VErrLink* err = GetMessageReplyErr(ReplyOf(Chosen(codeChoice, number, bytes), text), &told);
+    if (codeChoice == kInteger && textChoice == kText && text != nullptr) {
+        EXPECT_EQ(err, nullptr);
+        ExpectTold(told, number, Formatted(TextOf(static_cast<CFStringRef>(text.Get()))));
+    }
+    VErrCatch(&err);
+    VErrCatch(&told);
+    return 0;
+}
