@@ -1,0 +1,116 @@
+#include "ShortTimes.h"
+
+#include "Chance.h"
+#include "Tally.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <mutex>
+#include <set>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kClockSpeed = 100;
+const Clock::time_point g_begin = Clock::now();
+const time_t g_beginTime = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+
+std::atomic<bool> g_shortReplies = false;
+
+std::mutex g_mutex;
+std::set<CFRunLoopTimerRef> g_pendingDaily; // guarded by g_mutex
+
+void Forget(CFRunLoopTimerRef timer) {
+    const std::lock_guard lock(g_mutex);
+    g_pendingDaily.erase(timer);
+}
+
+void FireDaily(CFRunLoopTimerRef timer, void* info) {
+    tally::Count(Kind::kDailyTimerFired);
+    ChangerFSCache(timer, info);
+    Forget(timer);
+}
+
+void FireConnect(CFRunLoopTimerRef timer, void* info) {
+    tally::Count(Kind::kConnectTimerFired);
+    TryNotificationConnect(timer, info);
+}
+
+void FireReply(CFRunLoopTimerRef timer, void* info) {
+    tally::Count(Kind::kReplyTimedOut);
+    HandleSocketTimeout(timer, info);
+}
+
+CFAbsoluteTime Soon(int mostMilliseconds) {
+    return CFAbsoluteTimeGetCurrent() + chance::Below(mostMilliseconds * 1000) / 1e6;
+}
+
+} // namespace
+
+extern "C" {
+CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                              CFTimeInterval interval, CFOptionFlags flags,
+                                              CFIndex order, CFRunLoopTimerCallBack callout,
+                                              CFRunLoopTimerContext* context);
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                              CFTimeInterval interval, CFOptionFlags flags,
+                                              CFIndex order, CFRunLoopTimerCallBack callout,
+                                              CFRunLoopTimerContext* context);
+void __real_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
+void __wrap_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
+time_t __wrap_time(time_t* out);
+unsigned __wrap_sleep(unsigned seconds);
+
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                              CFTimeInterval interval, CFOptionFlags flags,
+                                              CFIndex order, CFRunLoopTimerCallBack callout,
+                                              CFRunLoopTimerContext* context) {
+    if (callout == TryNotificationConnect)
+        return __real_CFRunLoopTimerCreate(allocator, fireDate, 0.002, flags, order, FireConnect,
+                                           context);
+    if (callout == HandleSocketTimeout)
+        return __real_CFRunLoopTimerCreate(allocator, g_shortReplies ? Soon(20) : fireDate, 0,
+                                           flags, order, FireReply, context);
+    CFRunLoopTimerRef timer =
+        __real_CFRunLoopTimerCreate(allocator, Soon(4), interval, flags, order, FireDaily, context);
+    const std::lock_guard lock(g_mutex);
+    g_pendingDaily.insert(timer);
+    return timer;
+}
+
+void __wrap_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {
+    Forget(timer);
+    __real_CFRunLoopTimerInvalidate(timer);
+}
+
+time_t __wrap_time(time_t* out) {
+    using std::chrono::duration_cast;
+    const auto passed = duration_cast<std::chrono::seconds>((Clock::now() - g_begin) * kClockSpeed);
+    const time_t now = g_beginTime + passed.count();
+    if (out != nullptr)
+        *out = now;
+    return now;
+}
+
+unsigned __wrap_sleep(unsigned seconds) {
+    chance::Pause(static_cast<int>(seconds) * 1'000'000 / kClockSpeed);
+    return 0;
+}
+}
+
+void short_times::ShortenReplyTimeouts(bool shorten) {
+    g_shortReplies = shorten;
+}
+
+bool short_times::HasPendingDailyTimer() {
+    const std::lock_guard lock(g_mutex);
+    return !g_pendingDaily.empty();
+}
