@@ -133,6 +133,12 @@ bool Process::IsRunning() const {
     return !reaped_ && poll(&polled, 1, 0) == 0;
 }
 
+void Process::AwaitStop() const {
+    int status = 0;
+    Require(waitpid(pid_, &status, WUNTRACED) == pid_ && WIFSTOPPED(status),
+            "cannot await the stop of a process");
+}
+
 int Process::AwaitEnd() {
     if (reaped_) {
         return status_;

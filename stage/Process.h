@@ -35,6 +35,9 @@ public:
     void Signal(int number) const;
     bool IsRunning() const;
 
+    // Waits until a signal has stopped it.
+    void AwaitStop() const;
+
     // Waits for the end and for the last of the output; returns the wait status.
     int AwaitEnd();
 

@@ -21,15 +21,10 @@ std::string WithoutInstance(const std::string& target) {
     return numbered ? target.substr(0, target.find(':')) : target;
 }
 
-bool IsInSystemCall(pid_t pid, long number) {
-    for (const auto& task : std::filesystem::directory_iterator(ProcFolder(pid) / "task")) {
-        std::ifstream file(task.path() / "syscall");
-        long current = -1; // stays so for a thread that runs
-        if (file >> current && current == number) {
-            return true;
-        }
-    }
-    return false;
+bool IsInSystemCall(const std::filesystem::directory_entry& task, long number) {
+    std::ifstream file(task.path() / "syscall");
+    long current = -1; // stays so for a thread that runs
+    return file >> current && current == number;
 }
 
 // Nothing announces what becomes of another process, so /proc is asked again and again.
@@ -82,9 +77,14 @@ std::size_t ReadOwnMemory(pid_t pid) {
     return std::stoul(status.substr(found + key.size())) * 1024; // told in kB
 }
 
-void AwaitSystemCall(pid_t pid, long number) {
-    AwaitState([&] { return IsInSystemCall(pid, number); },
-               "a thread in system call " + std::to_string(number));
+void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count) {
+    const auto areThere = [&] {
+        const std::filesystem::directory_iterator tasks(ProcFolder(pid) / "task");
+        return std::count_if(begin(tasks), end(tasks), [number](const auto& task) {
+                   return IsInSystemCall(task, number);
+               }) == count;
+    };
+    AwaitState(areThere, "threads in system call " + std::to_string(number));
 }
 
 void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid) {

@@ -22,8 +22,8 @@ std::vector<std::string> ListDescriptors(pid_t pid);
 // kernel likes.
 std::size_t ReadOwnMemory(pid_t pid);
 
-// Waits until one of its threads sleeps in that system call.
-void AwaitSystemCall(pid_t pid, long number);
+// Waits until so many of its threads sleep in that system call.
+void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count);
 
 // Waits until it has no other threads than these.
 void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid);

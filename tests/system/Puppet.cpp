@@ -78,7 +78,7 @@ bool Puppet::Write(int connection, std::string_view bytes) {
 
 void Puppet::Stop() {
     process_.Signal(SIGSTOP);
-    stage::Require(waitpid(Pid(), nullptr, WUNTRACED) == Pid(), "cannot await a stop");
+    process_.AwaitStop();
 }
 
 void Puppet::Continue() {

@@ -26,7 +26,7 @@ protected:
         Server().Do("fill " + channel);
     }
     void AwaitWaitingClient() {
-        stage::AwaitSystemCall(scene_.TheDaemon().Pid(), SYS_connect);
+        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_connect, 1);
     }
 };
 

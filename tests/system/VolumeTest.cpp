@@ -1,9 +1,8 @@
-#include "SystemTest.h"
+#include "VolumeTest.h"
 
 #include "stage/Failure.h"
 #include "stage/ReadWatch.h"
 
-#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sys/mount.h>
@@ -13,85 +12,79 @@ using stage::Event;
 using testing::Contains;
 using testing::Each;
 
-namespace {
-
 namespace fs = std::filesystem;
+
+namespace {
 
 constexpr const char* kNotAnInfoFile = "no property list";
 
-// Volumes that come and go while the daemon runs. They are folders that are bound to their place
-// once they are complete, since a volume is looked at when it appears, and only then.
-class VolumeTest : public SystemTest {
-protected:
-    void SetUp() override {
-        scene_.StartServer();
-        Tell("add-changer changer=A1 slots=2 drives=1");
-        Tell("start");
-        scene_.StartDaemon();
-        AwaitChangerTakenUp();
-        scene_.TakeBaseline();
-    }
+} // namespace
 
-    static void WriteInfoFile(const fs::path& file, const std::string& content) {
-        fs::create_directories(file.parent_path());
-        std::ofstream(file) << content;
-    }
-    static std::string PropertyList(const std::string& content) {
-        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" +
-               content + "</dict></plist>\n";
-    }
+void VolumeTest::SetUp() {
+    scene_.StartServer();
+    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("start");
+    scene_.StartDaemon();
+    AwaitChangerTakenUp();
+    scene_.TakeBaseline();
+}
 
-    // A folder that looks like the file system of changer A1, with that many discs.
-    static void MakeChangerFolder(const fs::path& folder, int discs) {
-        const std::string guid = "<key>Changer GUID</key><integer>161</integer>";
-        WriteInfoFile(folder / ".changer_info.plist", PropertyList(guid));
-        for (int slot = 0; slot < discs; ++slot) {
-            const std::string number = std::to_string(slot);
-            WriteInfoFile(folder / ("disc" + number) / ".media_info.plist",
-                          PropertyList(guid + "<key>Storage Element Index</key><integer>" + number +
-                                       "</integer><key>Partition Id</key><string>1</string>"
-                                       "<key>Writable</key><false/>"));
-        }
-    }
+void VolumeTest::WriteInfoFile(const fs::path& file, const std::string& content) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << content;
+}
 
-    // Binds a folder, and waits until the daemon has read its info file so often: twice if it is a
-    // changer's, once if it is not.
-    static void Bind(const fs::path& folder, const fs::path& place, int reads) {
-        stage::ReadWatch infoFile((folder / ".changer_info.plist").string());
-        fs::create_directories(place);
-        stage::Require(mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0,
-                       "bind");
-        infoFile.AwaitReads(reads);
-    }
+std::string VolumeTest::PropertyList(const std::string& content) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" + content +
+           "</dict></plist>\n";
+}
 
-    // Waits until the daemon has seen all that was mounted and unmounted before.
-    static void AwaitMountsSeen() {
-        static int number = 0;
-        const fs::path folder = "/tmp/mark" + std::to_string(number++);
-        WriteInfoFile(folder / ".changer_info.plist", kNotAnInfoFile);
-        Bind(folder, folder.string() + "-place", 1);
+void VolumeTest::MakeChangerFolder(const fs::path& folder, int discs) {
+    const std::string guid = "<key>Changer GUID</key><integer>161</integer>";
+    WriteInfoFile(folder / ".changer_info.plist", PropertyList(guid));
+    for (int slot = 0; slot < discs; ++slot) {
+        const std::string number = std::to_string(slot);
+        WriteInfoFile(folder / ("disc" + number) / ".media_info.plist",
+                      PropertyList(guid + "<key>Storage Element Index</key><integer>" + number +
+                                   "</integer><key>Partition Id</key><string>1</string>"
+                                   "<key>Writable</key><false/>"));
     }
+}
 
-    void ExpectBuildOf(int discs) {
+void VolumeTest::Bind(const fs::path& folder, const fs::path& place, int reads) {
+    stage::ReadWatch infoFile((folder / ".changer_info.plist").string());
+    fs::create_directories(place);
+    stage::Require(mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind");
+    infoFile.AwaitReads(reads);
+}
+
+void VolumeTest::AwaitMountsSeen() {
+    static int number = 0;
+    const fs::path folder = "/tmp/mark" + std::to_string(number++);
+    WriteInfoFile(folder / ".changer_info.plist", kNotAnInfoFile);
+    Bind(folder, folder.string() + "-place", 1);
+}
+
+void VolumeTest::ExpectBuildOf(int discs) {
+    Tell("identify changer=A1");
+    AwaitEndOfBuild();
+    const std::string steps = std::to_string(discs);
+    EXPECT_THAT(RequestsSoFar(), Contains("status " + steps + "/" + steps));
+}
+
+void VolumeTest::ExpectNothingToBuild() {
+    const std::size_t before = RequestsSoFar().size();
+    int last = 0;
+    for (int build = 0; build < 2; ++build) {
         Tell("identify changer=A1");
-        AwaitEndOfBuild();
-        const std::string steps = std::to_string(discs);
-        EXPECT_THAT(RequestsSoFar(), Contains("status " + steps + "/" + steps));
+        last = AwaitWithdrawalForChanger(last).number;
     }
+    std::vector<std::string> requests = RequestsSoFar();
+    requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_THAT(requests, Each("withdraw changer"));
+}
 
-    // A build with a file system to walk would report its progress before its closing request.
-    void ExpectNothingToBuild() {
-        const std::size_t before = RequestsSoFar().size();
-        int last = 0;
-        for (int build = 0; build < 2; ++build) {
-            Tell("identify changer=A1");
-            last = AwaitWithdrawalForChanger(last).number;
-        }
-        std::vector<std::string> requests = RequestsSoFar();
-        requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(before));
-        EXPECT_THAT(requests, Each("withdraw changer"));
-    }
-};
+namespace {
 
 TEST_F(VolumeTest, ChangerIsTakenUpWhenItIsMounted) {
     ExpectNothingToBuild();

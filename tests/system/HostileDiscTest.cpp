@@ -1,0 +1,227 @@
+#include "PuppetVolume.h"
+#include "VolumeTest.h"
+
+#include "stage/Failure.h"
+#include "stage/ProcessState.h"
+#include "stage/ReadWatch.h"
+
+#include <deque>
+#include <fcntl.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+using testing::Contains;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kPlace = "/tmp/place";
+constexpr const char* kInfoFile = "/.changer_info.plist";
+constexpr std::size_t kMebibyte = 1024 * 1024;
+
+// They keep for a while what was freed.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kHasSanitizer = true;
+#else
+constexpr bool kHasSanitizer = false;
+#endif
+
+// What a disc's file system may do to whoever walks it, in full builds of changer A1.
+class HostileDiscTest : public VolumeTest {
+protected:
+    static std::string FailedListing(const std::string& folder, int error) {
+        return Link("ChangerFSCacheThread", "CacheFSDirectory",
+                    "fail scandir on \"" + folder + "\" (err = " + std::to_string(error) + ")");
+    }
+    // Other changers' discs, other volumes.
+    void ExpectMainLoopGoesOn() {
+        Tell("add-changer changer=B2 slots=1 drives=1");
+        Tell("put changer=B2 slot=0");
+        AwaitIdentification(0);
+        AwaitMountsSeen();
+    }
+};
+
+// ---- file systems with a mind of their own ----
+
+class HostileVolumeTest : public HostileDiscTest {
+protected:
+    PuppetVolume& TakeUp(const std::vector<std::string>& folders) {
+        volume_.emplace(scene_.TheRecord(), kPlace, folders);
+        volume_->AwaitRead(kInfoFile);
+        volume_->AwaitRead(kInfoFile);
+        return *volume_;
+    }
+    PuppetVolume& BeginBuildThatStopsIn(const std::vector<std::string>& folders) {
+        PuppetVolume& volume = TakeUp(folders);
+        Tell("identify changer=A1");
+        volume.AwaitStop();
+        return volume;
+    }
+
+    std::optional<PuppetVolume> volume_;
+};
+
+TEST_F(HostileVolumeTest, ListingThatTakesLongHoldsUpItsBuildOnly) {
+    PuppetVolume& volume = BeginBuildThatStopsIn({"stop"});
+    ExpectMainLoopGoesOn();
+    volume.Continue();
+    AwaitEndOfBuild();
+    EXPECT_THAT(RequestsSoFar(), Contains("status 1/1"));
+}
+
+TEST_F(HostileVolumeTest, ServerThatDiesInAListingIsLoggedAndTheBuildEnds) {
+    PuppetVolume& volume = BeginBuildThatStopsIn({"a", "stop", "b"});
+    ExpectMainLoopGoesOn();
+    volume.Kill();
+    AwaitEndOfBuild();
+    AwaitLog({FailedListing("/tmp/place/disc/stop", ECONNABORTED)});
+    volume.Unmount();
+    AwaitMountsSeen();
+    ExpectNothingToBuild();
+}
+
+TEST_F(HostileVolumeTest, VolumeThatIsPulledAwayInAListingEndsTheBuildQuietly) {
+    PuppetVolume& volume = BeginBuildThatStopsIn({"a", "stop", "b"});
+    volume.Unmount();
+    volume.Continue();
+    AwaitEndOfBuild();
+    AwaitMountsSeen();
+    ExpectNothingToBuild();
+}
+
+// As the daemon's own user may read everything, it is the file system that refuses.
+TEST_F(HostileVolumeTest, FoldersThatCannotBeListedAreLoggedByTheirNamesAndPassedOver) {
+    TakeUp({"forbidden %n%s\n\xff", "broken", "a"});
+    ExpectBuildOf(1);
+    AwaitLog({FailedListing("/tmp/place/disc/forbidden %n%s\n\xff", EACCES),
+              FailedListing("/tmp/place/disc/broken", EIO)});
+}
+
+TEST_F(HostileVolumeTest, DiscWithoutEndIsLeftWhenAUserAborts) {
+    TakeUp({"maze"});
+    Tell("identify changer=A1");
+    Server().Await("status", {{"current", "0"}, {"maximum", "1"}});
+    ExpectMainLoopGoesOn();
+    Tell("abort changer=A1 client=trayprobed");
+    AwaitEndOfBuild();
+}
+
+// ---- odd content ----
+
+// In a folder that is bound to its place when it is complete.
+class OddContentTest : public HostileDiscTest {
+protected:
+    void SetUp() override {
+        HostileDiscTest::SetUp();
+        MakeChangerFolder("/tmp/a", 1);
+    }
+    void BindAndExpectBuild() {
+        Bind("/tmp/a", kPlace, 2);
+        ExpectBuildOf(1);
+    }
+};
+
+TEST_F(OddContentTest, NamesAreBytes) {
+    std::deque<stage::ReadWatch> watches;
+    for (const std::string& name :
+         {std::string("%n%s%999999d"), std::string("line\nbreak"), std::string("\xff\xfe"),
+          std::string("..."), std::string(255, 'x'), std::string("\\\"'`$(false)")}) {
+        const std::string leaf = "/tmp/a/disc0/" + name + "/leaf";
+        fs::create_directories(leaf);
+        watches.emplace_back(leaf);
+    }
+    BindAndExpectBuild();
+    for (stage::ReadWatch& watch : watches) {
+        watch.AwaitReads(1);
+    }
+}
+
+// None of these is entered, or opened.
+TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
+    fs::create_directory_symlink("/", "/tmp/a/disc0/root");
+    fs::create_directory_symlink("..", "/tmp/a/disc0/loop");
+    fs::create_symlink("nowhere", "/tmp/a/disc0/dangling");
+    fs::create_symlink("self", "/tmp/a/disc0/self");
+    ASSERT_EQ(mkfifo("/tmp/a/disc0/pipe", 0666), 0);
+    ASSERT_EQ(mknod("/tmp/a/disc0/socket", S_IFSOCK | 0666, 0), 0);
+    BindAndExpectBuild();
+}
+
+TEST_F(OddContentTest, OnlyFilesAreReadUnderTheInfoFilesName) {
+    for (const char* folder : {"pipe", "directory", "link", "self", "socket", "terabyte"}) {
+        fs::create_directory(fs::path("/tmp/a") / folder);
+    }
+    fs::create_directory("/tmp/a/directory/.media_info.plist");
+    fs::create_symlink("/dev/zero", "/tmp/a/link/.media_info.plist");
+    fs::create_symlink(".media_info.plist", "/tmp/a/self/.media_info.plist");
+    std::ofstream("/tmp/a/terabyte/.media_info.plist");
+    fs::resize_file("/tmp/a/terabyte/.media_info.plist", 1ULL << 40);
+    ASSERT_EQ(mkfifo("/tmp/a/pipe/.media_info.plist", 0666), 0);
+    ASSERT_EQ(mknod("/tmp/a/socket/.media_info.plist", S_IFSOCK | 0666, 0), 0);
+    BindAndExpectBuild();
+}
+
+TEST_F(OddContentTest, SparseTerabyteInPlaceOfTheInfoFileHoldsUpNobody) {
+    fs::create_directory("/tmp/b");
+    std::ofstream("/tmp/b/.changer_info.plist");
+    fs::resize_file("/tmp/b/.changer_info.plist", 1ULL << 40);
+    Bind("/tmp/b", "/tmp/place-b", 1);
+    BindAndExpectBuild();
+}
+
+TEST_F(OddContentTest, FoldersAreEnteredAsDeepAsAPathCanTell) {
+    stage::Descriptor folder(open("/tmp/a/disc0", O_PATH | O_CLOEXEC));
+    for (int level = 0; level < 600; ++level) {
+        ASSERT_EQ(mkdirat(folder.Get(), "d", 0755), 0);
+        folder = stage::Descriptor(openat(folder.Get(), "d", O_PATH | O_CLOEXEC));
+    }
+    BindAndExpectBuild();
+}
+
+TEST_F(OddContentTest, ParentThatIsMountedBelowItselfIsNotEnteredAgain) {
+    fs::create_directory("/tmp/a/disc0/again");
+    Bind("/tmp/a", kPlace, 2);
+    ASSERT_EQ(mount(kPlace, "/tmp/place/disc0/again", nullptr, MS_BIND, nullptr), 0);
+    ExpectBuildOf(1);
+    EXPECT_THAT(RequestsSoFar(), Not(Contains("status 2/1")));
+}
+
+// ---- a folder with very many names ----
+
+class ManyNamesTest : public OddContentTest {
+protected:
+    static void MakeNames(const std::string& folder, int count) {
+        fs::create_directory(folder);
+        const stage::Descriptor inside(open(folder.c_str(), O_PATH | O_CLOEXEC));
+        std::ofstream("/tmp/a/file");
+        for (int i = 0; i < count; ++i) {
+            stage::Require(
+                linkat(AT_FDCWD, "/tmp/a/file", inside.Get(), std::to_string(i).c_str(), 0) == 0,
+                "link");
+        }
+    }
+    // After a small build, which needs what every build needs.
+    void ExpectBuildGivesMemoryBack(int names) {
+        BindAndExpectBuild();
+        const std::size_t before = stage::ReadOwnMemory(scene_.TheDaemon().Pid());
+        MakeNames("/tmp/a/disc0/many", names);
+        stage::ReadWatch many("/tmp/a/disc0/many");
+        ExpectBuildOf(1);
+        many.AwaitReads(1);
+        if (!kHasSanitizer) {
+            EXPECT_LE(stage::ReadOwnMemory(scene_.TheDaemon().Pid()), before + kMebibyte);
+        }
+    }
+};
+
+TEST_F(ManyNamesTest, AreListedAndTheirMemoryIsGivenBack) {
+    ExpectBuildGivesMemoryBack(1'000'000);
+}
+
+} // namespace

@@ -1,0 +1,76 @@
+#include "PuppetVolume.h"
+#include "VolumeTest.h"
+
+#include "stage/ProcessState.h"
+#include "stage/ReadWatch.h"
+
+#include <deque>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+
+namespace {
+
+constexpr const char* kPlace = "/tmp/place";
+constexpr const char* kInfoFile = "/.changer_info.plist";
+constexpr int kMostProbes = 32;
+
+// Volumes whose servers do not answer when they are mounted.
+class HungVolumeTest : public VolumeTest {
+protected:
+    // Other volumes, other changers' discs.
+    void ExpectMainLoopGoesOn() {
+        AwaitMountsSeen();
+        Tell("put changer=A1 slot=0 identified=yes");
+        AwaitServedRequest(0);
+    }
+};
+
+TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    ExpectMainLoopGoesOn();
+    ExpectNothingToBuild();
+    volume.Continue();
+    volume.AwaitRead(kInfoFile);
+    volume.AwaitRead(kInfoFile);
+    ExpectBuildOf(1);
+}
+
+TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    AwaitMountsSeen();
+    volume.Unmount();
+    AwaitMountsSeen();
+    volume.Continue();
+    ExpectMainLoopGoesOn();
+    ExpectNothingToBuild();
+}
+
+TEST_F(HungVolumeTest, NeverAppearsIfItsServerIsKilledBeforeItAnswers) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    AwaitMountsSeen();
+    volume.Kill();
+    ExpectMainLoopGoesOn();
+    ExpectNothingToBuild();
+}
+
+// Beyond so many dead ones, a volume that would answer has to wait, too; all else goes on.
+TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
+    std::deque<SilentVolume> silent;
+    for (int i = 1; i < kMostProbes; ++i) {
+        silent.emplace_back("/tmp/silent" + std::to_string(i));
+    }
+    ExpectMainLoopGoesOn();
+    silent.emplace_back("/tmp/silent");
+    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_statfs, kMostProbes);
+
+    MakeChangerFolder("/tmp/a", 1);
+    std::filesystem::create_directory(kPlace);
+    ASSERT_EQ(mount("/tmp/a", kPlace, nullptr, MS_BIND, nullptr), 0);
+    stage::ReadWatch infoFile("/tmp/a/.changer_info.plist");
+    ExpectNothingToBuild();
+    silent.pop_front();
+    infoFile.AwaitReads(2);
+    ExpectBuildOf(1);
+}
+
+} // namespace

@@ -1,0 +1,76 @@
+#include "PuppetVolume.h"
+
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/mount.h>
+#include <sys/wait.h>
+
+namespace {
+
+// Returns the place again.
+const std::string& MakePlace(const std::string& place) {
+    std::filesystem::create_directories(place);
+    return place;
+}
+
+} // namespace
+
+stage::Command PuppetVolume::CommandFor(const std::string& place,
+                                        const std::vector<std::string>& folders, Start start) {
+    stage::Command command{
+        stage::ProgramPath("puppet-volume"), {"puppet-volume"}, stage::PlainEnvironment()};
+    if (start == Start::Asleep) {
+        command.arguments.emplace_back("--asleep");
+    }
+    command.arguments.insert(command.arguments.end(), {MakePlace(place), "161"});
+    command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());
+    return command;
+}
+
+PuppetVolume::PuppetVolume(stage::Record& record, const std::string& place,
+                           const std::vector<std::string>& folders, Start start)
+    : record_(record), place_(place), process_(CommandFor(place, folders, start), record,
+                                               stage::Voice::Server, stage::Voice::ServerOutput) {
+    record_.Await(stage::Voice::Server, "volume mounted");
+    if (start == Start::Asleep) {
+        AwaitStop();
+    }
+}
+
+PuppetVolume::~PuppetVolume() {
+    umount2(place_.c_str(), MNT_DETACH);
+}
+
+void PuppetVolume::AwaitRead(const std::string& path) {
+    record_.Await(stage::Voice::Server, "volume read " + path);
+}
+
+void PuppetVolume::AwaitStop() {
+    process_.AwaitStop();
+}
+
+void PuppetVolume::Continue() {
+    process_.Signal(SIGCONT);
+}
+
+void PuppetVolume::Kill() {
+    process_.Signal(SIGKILL);
+    process_.AwaitEnd();
+}
+
+void PuppetVolume::Unmount() {
+    stage::Require(umount2(place_.c_str(), MNT_DETACH) == 0, "cannot unmount " + place_);
+}
+
+SilentVolume::SilentVolume(const std::string& place)
+    : device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
+    const std::string options =
+        "fd=" + std::to_string(device_.Get()) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
+    stage::Require(mount("silent", MakePlace(place).c_str(), "fuse.silent", 0, options.c_str()) ==
+                       0,
+                   "cannot mount " + place);
+}

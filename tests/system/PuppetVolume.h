@@ -1,0 +1,49 @@
+#ifndef TESTS_SYSTEM_PUPPETVOLUME_H
+#define TESTS_SYSTEM_PUPPETVOLUME_H
+
+#include "stage/Descriptor.h"
+#include "stage/Process.h"
+
+#include <string>
+#include <vector>
+
+// The file system of changer A1 with one disc, whose folders do to whoever lists them what their
+// names say (puppets/PuppetVolume.cpp), served by a process of its own.
+class PuppetVolume {
+public:
+    enum class Start { Awake, Asleep };
+    // After which it is mounted, and has stopped if it starts asleep.
+    PuppetVolume(stage::Record& record, const std::string& place,
+                 const std::vector<std::string>& folders, Start start = Start::Awake);
+    // Unmounts it if nobody did.
+    ~PuppetVolume();
+
+    // Waits until the file with this path in the volume is opened once more.
+    void AwaitRead(const std::string& path);
+    // Waits until it has stopped because somebody listed a folder that lets it.
+    void AwaitStop();
+    void Continue();
+    void Kill();
+    // Whoever is inside just now does not keep it from going.
+    void Unmount();
+
+private:
+    static stage::Command CommandFor(const std::string& place,
+                                     const std::vector<std::string>& folders, Start start);
+
+    stage::Record& record_;
+    const std::string place_;
+    stage::Process process_;
+};
+
+// A volume whose server never answers as long as this lives. Whoever waits for it then gets an
+// error.
+class SilentVolume {
+public:
+    explicit SilentVolume(const std::string& place);
+
+private:
+    stage::Descriptor device_;
+};
+
+#endif

@@ -1,0 +1,37 @@
+#ifndef TESTS_SYSTEM_VOLUMETEST_H
+#define TESTS_SYSTEM_VOLUMETEST_H
+
+// What the tests of volumes share. The server's changer has no file system of its own: what is
+// listed in a build of A1 is a volume of the test's.
+
+#include "SystemTest.h"
+
+#include <filesystem>
+
+// Volumes that come and go while the daemon runs. They are folders that are bound to their place
+// once they are complete, since a volume is looked at when it appears, and only then.
+class VolumeTest : public SystemTest {
+protected:
+    void SetUp() override;
+
+    static void WriteInfoFile(const std::filesystem::path& file, const std::string& content);
+    static std::string PropertyList(const std::string& content);
+
+    // A folder that looks like the file system of changer A1, with that many discs: "disc0"...
+    static void MakeChangerFolder(const std::filesystem::path& folder, int discs);
+
+    // Binds a folder, and waits until the daemon has read its info file so often: twice if it is a
+    // changer's, once if it is not.
+    static void Bind(const std::filesystem::path& folder, const std::filesystem::path& place,
+                     int reads);
+
+    // Waits until the daemon has seen all that was mounted and unmounted before.
+    static void AwaitMountsSeen();
+
+    void ExpectBuildOf(int discs);
+
+    // A build with a file system to walk would report its progress before its closing request.
+    void ExpectNothingToBuild();
+};
+
+#endif
