@@ -133,6 +133,15 @@ bool Process::IsRunning() const {
     return !reaped_ && poll(&polled, 1, 0) == 0;
 }
 
+void Process::Stop() const {
+    Signal(SIGSTOP);
+    AwaitStop();
+}
+
+void Process::Continue() const {
+    Signal(SIGCONT);
+}
+
 void Process::AwaitStop() const {
     int status = 0;
     Require(waitpid(pid_, &status, WUNTRACED) == pid_ && WIFSTOPPED(status),

@@ -35,7 +35,10 @@ public:
     void Signal(int number) const;
     bool IsRunning() const;
 
-    // Waits until a signal has stopped it.
+    // By SIGSTOP and SIGCONT; after Stop it has stopped. AwaitStop waits for one that it does
+    // itself.
+    void Stop() const;
+    void Continue() const;
     void AwaitStop() const;
 
     // Waits for the end and for the last of the output; returns the wait status.

@@ -32,6 +32,14 @@ public:
     // Those that this server has told so far, taken or not.
     std::vector<Event> AllSoFar(const std::string& kind, const Values& values = {}) const;
 
+    // Suspends it between any two instructions of its threads, its file systems too.
+    void Stop() {
+        process_.Stop();
+    }
+    void Continue() {
+        process_.Continue();
+    }
+
     // As a server dies that crashes: sockets and mounts stay behind.
     void Kill();
     // Ends in good order; throws when it does not.

@@ -5,6 +5,7 @@
 #include "stage/ReadWatch.h"
 
 #include <deque>
+#include <fstream>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 
@@ -13,6 +14,16 @@ namespace {
 constexpr const char* kPlace = "/tmp/place";
 constexpr const char* kInfoFile = "/.changer_info.plist";
 constexpr int kMostProbes = 32;
+constexpr uid_t kAnotherUser = 4321;
+
+bool IsUserKnown(uid_t user) {
+    std::ifstream map("/proc/self/uid_map");
+    uid_t inside = 0;
+    uid_t outside = 0;
+    uid_t count = 0;
+    map >> inside >> outside >> count;
+    return user - inside < count;
+}
 
 // Volumes whose servers do not answer when they are mounted.
 class HungVolumeTest : public VolumeTest {
@@ -48,6 +59,41 @@ TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
 TEST_F(HungVolumeTest, NeverAppearsIfItsServerIsKilledBeforeItAnswers) {
     PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
+    volume.Kill();
+    ExpectMainLoopGoesOn();
+    ExpectNothingToBuild();
+}
+
+// Any user may mount one, but it is the system that answers for it.
+TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
+    if (!IsUserKnown(kAnotherUser)) {
+        GTEST_SKIP() << "no other user is known in this namespace (run as root)";
+    }
+    std::deque<SilentVolume> silent;
+    for (int i = 0; i < 2 * kMostProbes; ++i) {
+        silent.push_back(SilentVolume::OfUser(kAnotherUser, "/tmp/of-user" + std::to_string(i)));
+    }
+    ExpectMainLoopGoesOn();
+    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_statfs, 0);
+}
+
+// Once it has answered, the daemon's main thread reads its info file, and depends on it for so
+// long. What comes meanwhile is kept.
+TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    volume.AwaitStop();
+    Tell("put changer=A1 slot=0 identified=yes");
+    Tell("identify changer=A1 slot=0");
+    volume.Continue();
+    AwaitIdentification(0);
+    volume.AwaitRead(kInfoFile);
+    volume.AwaitRead(kInfoFile);
+    ExpectBuildOf(1);
+}
+
+TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    volume.AwaitStop();
     volume.Kill();
     ExpectMainLoopGoesOn();
     ExpectNothingToBuild();

@@ -76,15 +76,6 @@ bool Puppet::Write(int connection, std::string_view bytes) {
     return Do("write " + std::to_string(connection) + " " + ToHex(bytes)) == "written";
 }
 
-void Puppet::Stop() {
-    process_.Signal(SIGSTOP);
-    process_.AwaitStop();
-}
-
-void Puppet::Continue() {
-    process_.Signal(SIGCONT);
-}
-
 void Puppet::Die() {
     process_.Signal(SIGKILL);
     siginfo_t end = {};

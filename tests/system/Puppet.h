@@ -36,8 +36,12 @@ public:
 
     // By signals. After Stop it has stopped; after Die it is dead, but still in the process table;
     // after Kill it has gone from there, too.
-    void Stop();
-    void Continue();
+    void Stop() {
+        process_.Stop();
+    }
+    void Continue() {
+        process_.Continue();
+    }
     void Die();
     void Kill();
 

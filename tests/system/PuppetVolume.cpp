@@ -23,8 +23,8 @@ stage::Command PuppetVolume::CommandFor(const std::string& place,
                                         const std::vector<std::string>& folders, Start start) {
     stage::Command command{
         stage::ProgramPath("puppet-volume"), {"puppet-volume"}, stage::PlainEnvironment()};
-    if (start == Start::Asleep) {
-        command.arguments.emplace_back("--asleep");
+    if (start != Start::Awake) {
+        command.arguments.emplace_back(start == Start::Asleep ? "--asleep" : "--stops-at-info");
     }
     command.arguments.insert(command.arguments.end(), {MakePlace(place), "161"});
     command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());
@@ -49,14 +49,6 @@ void PuppetVolume::AwaitRead(const std::string& path) {
     record_.Await(stage::Voice::Server, "volume read " + path);
 }
 
-void PuppetVolume::AwaitStop() {
-    process_.AwaitStop();
-}
-
-void PuppetVolume::Continue() {
-    process_.Signal(SIGCONT);
-}
-
 void PuppetVolume::Kill() {
     process_.Signal(SIGKILL);
     process_.AwaitEnd();
@@ -66,11 +58,14 @@ void PuppetVolume::Unmount() {
     stage::Require(umount2(place_.c_str(), MNT_DETACH) == 0, "cannot unmount " + place_);
 }
 
-SilentVolume::SilentVolume(const std::string& place)
+SilentVolume::SilentVolume(const std::string& place, const std::string& options)
     : device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
-    const std::string options =
-        "fd=" + std::to_string(device_.Get()) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
-    stage::Require(mount("silent", MakePlace(place).c_str(), "fuse.silent", 0, options.c_str()) ==
-                       0,
+    const std::string all = "fd=" + std::to_string(device_.Get()) + ",rootmode=40000," + options;
+    stage::Require(mount("silent", MakePlace(place).c_str(), "fuse.silent", 0, all.c_str()) == 0,
                    "cannot mount " + place);
+}
+
+SilentVolume SilentVolume::OfUser(uid_t owner, const std::string& place) {
+    const std::string id = std::to_string(owner);
+    return SilentVolume(place, "user_id=" + id + ",group_id=" + id);
 }

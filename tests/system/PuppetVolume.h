@@ -11,8 +11,9 @@
 // names say (puppets/PuppetVolume.cpp), served by a process of its own.
 class PuppetVolume {
 public:
-    enum class Start { Awake, Asleep };
-    // After which it is mounted, and has stopped if it starts asleep.
+    enum class Start { Awake, Asleep, StopsAtInfo };
+    // After which it is mounted, and has stopped if it starts asleep. The last stops when the
+    // daemon comes to read the changer's info file.
     PuppetVolume(stage::Record& record, const std::string& place,
                  const std::vector<std::string>& folders, Start start = Start::Awake);
     // Unmounts it if nobody did.
@@ -21,8 +22,12 @@ public:
     // Waits until the file with this path in the volume is opened once more.
     void AwaitRead(const std::string& path);
     // Waits until it has stopped because somebody listed a folder that lets it.
-    void AwaitStop();
-    void Continue();
+    void AwaitStop() {
+        process_.AwaitStop();
+    }
+    void Continue() {
+        process_.Continue();
+    }
     void Kill();
     // Whoever is inside just now does not keep it from going.
     void Unmount();
@@ -40,9 +45,15 @@ private:
 // error.
 class SilentVolume {
 public:
-    explicit SilentVolume(const std::string& place);
+    explicit SilentVolume(const std::string& place) : SilentVolume(place, kForAllUsers) {}
+
+    // One that the system lets nobody but its owner into, as those of ordinary users are.
+    static SilentVolume OfUser(uid_t owner, const std::string& place);
 
 private:
+    static constexpr const char* kForAllUsers = "user_id=0,group_id=0,allow_other";
+    SilentVolume(const std::string& place, const std::string& options);
+
     stage::Descriptor device_;
 };
 

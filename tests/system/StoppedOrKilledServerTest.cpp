@@ -1,4 +1,5 @@
 #include "PuppetTest.h"
+#include "SystemTest.h"
 
 #include <gmock/gmock.h>
 
@@ -133,6 +134,25 @@ TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
     const std::vector<std::string> withdrawals = ForEach("withdraw ");
     expected.insert(expected.end(), withdrawals.begin(), withdrawals.end());
     EXPECT_THAT(Serve(expected.size()), UnorderedElementsAreArray(expected));
+}
+
+// The whole server with its file systems, at each kind of event in turn.
+class StoppedSimulatorTest : public SystemTest {};
+
+TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
+    const std::vector<std::string> moments = {"connect",  "robot",   "mounted", "identified",
+                                              "appeared", "listing", "listed",  "reply"};
+    Begin("slots=8 drives=1");
+    Tell("preferences changer=A1 build-on-identify=yes");
+    for (std::size_t slot = 0; slot < moments.size(); ++slot) {
+        const int before = Server().AllSoFar("notification").back().number;
+        Tell("put changer=A1 directories=5 slot=" + std::to_string(slot));
+        Server().Await(moments[slot],
+                       [before](const stage::Event& event) { return event.number > before; });
+        Server().Stop();
+        Server().Continue();
+        AwaitIdentification(static_cast<int>(slot));
+    }
 }
 
 // Half a minute for all of them, side by side.

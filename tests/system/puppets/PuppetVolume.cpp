@@ -1,10 +1,11 @@
 /*
- * puppet-volume [--asleep] PLACE GUID FOLDER...
+ * puppet-volume [--asleep|--stops-at-info] PLACE GUID FOLDER...
  *
  * Mounts a changer's file system with one disc, "disc", in which are these folders, until it is
  * killed. It says "volume mounted" when it is, and "volume read PATH" of each file that is opened.
- * With --asleep it stops itself (SIGSTOP) before it answers anything. How a folder's name begins
- * tells what happens to whoever lists it:
+ * With --asleep it stops itself (SIGSTOP) before it answers anything, with --stops-at-info before
+ * it opens the changer's info file for the first time. How a folder's name begins tells what
+ * happens to whoever lists it:
  *
  *   stop       the server stops itself before it answers
  *   forbidden  refused (EACCES)
@@ -23,6 +24,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -30,6 +32,7 @@ namespace {
 constexpr std::string_view kDisc = "/disc";
 
 std::string g_guid;
+bool g_stopsAtInfo = false;
 std::vector<std::string> g_folders;
 
 std::string PropertyList(const std::string& content) {
@@ -129,6 +132,9 @@ int ReadDirectory(const char* path, void* buffer, fuse_fill_dir_t fill, off_t of
 }
 
 int Open(const char* path, fuse_file_info*) {
+    if (std::exchange(g_stopsAtInfo, false)) {
+        raise(SIGSTOP);
+    }
     std::cout << "volume read " << path << std::endl;
     return 0;
 }
@@ -164,7 +170,8 @@ int Serve(const char* place, bool isAsleep) {
 int main(int, char** argv) {
     const char* const* next = argv + 1;
     const bool isAsleep = std::strcmp(*next, "--asleep") == 0;
-    next += isAsleep ? 1 : 0;
+    g_stopsAtInfo = std::strcmp(*next, "--stops-at-info") == 0;
+    next += isAsleep || g_stopsAtInfo ? 1 : 0;
     const char* const place = *next++;
     g_guid = *next++;
     for (; *next != nullptr; ++next) {
