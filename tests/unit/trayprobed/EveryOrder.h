@@ -1,0 +1,38 @@
+#ifndef TESTS_UNIT_TRAYPROBED_EVERYORDER_H
+#define TESTS_UNIT_TRAYPROBED_EVERYORDER_H
+
+/*
+ * Threads that run one step at a time, in every order that there is.
+ *
+ * Of the threads that take part only one runs at any moment, up to its next step: the locking of a
+ * mutex that it does not hold, the copying of a changer's state, or the storing of one. There it
+ * stops, and one of those that can go on is chosen; who waits for a mutex cannot. Once all have
+ * ended, everything is run again with the last choice for which there was another one changed, and
+ * so on until no choice is left: a search in depth of all orders.
+ *
+ * What a thread does between two steps nobody else sees, so that no other place to stop would lead
+ * to anything new. Unlocking needs none for the same reason: what it lets happen is the next step
+ * of somebody else.
+ *
+ * Wrap the functions of kEveryOrderWraps.
+ */
+
+#include <cstddef>
+#include <functional>
+#include <vector>
+
+struct Scenario {
+    std::function<void()> prepare; // threads started here take part
+    std::vector<std::function<void()>> threads;
+    // When this is set, threads started by these do not take part; they run after it was called.
+    std::function<void()> checkBeforeStarted;
+    std::function<void()> check;
+};
+
+// The number of orders.
+std::size_t RunInEveryOrder(const Scenario& scenario);
+
+// How many threads were started since the run began.
+std::size_t CountStartedThreads();
+
+#endif
