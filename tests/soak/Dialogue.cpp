@@ -1,0 +1,93 @@
+#include "Dialogue.h"
+
+#include "stage/Failure.h"
+
+using stage::Event;
+
+std::vector<Event> Dialogue::Tell(const std::string& command) const {
+    return Server().Do(command);
+}
+
+void Dialogue::TellAbout(Place place, const std::string& command) const {
+    const std::string::size_type end = std::min(command.find(' '), command.size());
+    Tell(command.substr(0, end) + " changer=" + GuidOf(place.changer) +
+         " slot=" + std::to_string(place.slot) + command.substr(end));
+}
+
+void Dialogue::ShowOnce() const {
+    Tell("release once=yes");
+}
+
+void Dialogue::AwaitSubscriber() const {
+    Server().Await("subscriber", {{"connected", "yes"}});
+}
+
+// The daemon reads the info file of a volume twice when it takes it up.
+void Dialogue::AwaitTakenUp(int changer) const {
+    for (int read = 0; read < 2; ++read) {
+        Server().Await("info-open", {{"changer", GuidOf(changer)}});
+    }
+}
+
+void Dialogue::AwaitClearedStatus(int changer) const {
+    AwaitAnswered(Server().Await(
+        "request",
+        {{"command", "set client status"}, {"changer", GuidOf(changer)}, {"message", ""}}));
+}
+
+void Dialogue::AwaitIdentified(Place place) const {
+    Server().Await("identified",
+                   {{"changer", GuidOf(place.changer)}, {"slot", std::to_string(place.slot)}});
+}
+
+void Dialogue::AwaitEndOfIdentification(Place place) const {
+    Event last;
+    for (int withdrawal = 0; withdrawal < 2; ++withdrawal) {
+        last = Server().Await("request", {{"command", "request identification"},
+                                          {"changer", GuidOf(place.changer)},
+                                          {"storage-element-index", std::to_string(place.slot)}});
+    }
+    AwaitAnswered(last);
+}
+
+void Dialogue::AwaitBeginningOfBuild(int changer) const {
+    AwaitWithdrawalForChanger(changer, 0);
+}
+
+// It clears its status just before its closing request.
+void Dialogue::AwaitEndOfBuild(int changer) const {
+    const Event clearing = Server().Await(
+        "request",
+        {{"command", "set client status"}, {"changer", GuidOf(changer)}, {"message", ""}});
+    AwaitWithdrawalForChanger(changer, clearing.number);
+}
+
+void Dialogue::AwaitListing(Place place) const {
+    Server().Await("listing", {{"changer", GuidOf(place.changer)},
+                               {"slot", std::to_string(place.slot)},
+                               {"path", "/"},
+                               {"cached", "no"}});
+}
+
+void Dialogue::AwaitQuiet() const {
+    const auto now = performance_.scene.TheDaemon().AwaitFootprintWithin(performance_.quiet);
+    if (!now.IsWithin(performance_.quiet)) {
+        throw stage::Failure("the daemon began with " + Describe(performance_.quiet) +
+                             ", and does not come back to it from " + Describe(now));
+    }
+}
+
+long Dialogue::CountNotifications() const {
+    return static_cast<long>(Server().AllSoFar("notification", {{"keys", "changer info"}}).size());
+}
+
+void Dialogue::AwaitAnswered(const Event& request) const {
+    Server().Await("disconnect", {{"connection", request["connection"]}});
+}
+
+void Dialogue::AwaitWithdrawalForChanger(int changer, int after) const {
+    AwaitAnswered(Server().Await("request", [&](const Event& request) {
+        return request.number > after && request["command"] == "request identification" &&
+               request["storage-element-index"].empty() && request["changer"] == GuidOf(changer);
+    }));
+}

@@ -1,0 +1,48 @@
+#include "Memory.h"
+
+#include "stage/Descriptor.h"
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+#include "stage/ProcessState.h"
+
+#include <cstdint>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace {
+
+// A frame without a payload.
+struct Mark {
+    std::uint32_t signature = 0x68536967;
+    std::uint16_t reserved = 0;
+    std::uint16_t headerSize = 12;
+    std::uint32_t dataLength = 0;
+};
+
+long OwnMemory(pid_t pid) {
+    return static_cast<long>(stage::ReadOwnMemory(pid));
+}
+
+} // namespace
+
+Memory::Memory(stage::Record& record) : record_(record) {
+    stage::Require(mkfifo(pipe_.c_str(), 0600) == 0, "cannot make a pipe");
+    const stage::Command command{stage::ProgramPath("trayprobed-list-keeper"),
+                                 {"trayprobed-list-keeper", pipe_},
+                                 stage::PlainEnvironment()};
+    keeper_.emplace(command, record_, stage::Voice::Helper, stage::Voice::Helper);
+}
+
+Memory::Sample Memory::Take(const stage::Daemon& daemon) {
+    const stage::Descriptor pipe(open(pipe_.c_str(), O_WRONLY | O_CLOEXEC));
+    const Mark mark;
+    stage::Require(write(pipe.Get(), &mark, sizeof mark) == sizeof mark,
+                   "cannot mark the notifications");
+    const std::string kept = record_.Await(stage::Voice::Helper, "kept [0-9]+").text;
+    return {OwnMemory(daemon.Pid()), OwnMemory(keeper_->Pid()),
+            std::stol(kept.substr(kept.find(' ')))};
+}
+
+long UnexplainedGrowth(const Memory::Sample& from, const Memory::Sample& to) {
+    return (to.daemon - from.daemon) - (to.keeper - from.keeper);
+}

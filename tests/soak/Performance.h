@@ -1,0 +1,28 @@
+#ifndef TESTS_SOAK_PERFORMANCE_H
+#define TESTS_SOAK_PERFORMANCE_H
+
+#include "Ledger.h"
+
+#include "stage/Scene.h"
+
+#include <string>
+#include <vector>
+
+inline constexpr int kChangers = 8;
+inline constexpr int kDiscs = 7; // of a changer, in its first slots; one slot more is spare
+
+// What all servers have in common, and what has been counted over them.
+struct Performance {
+    stage::Scene scene;
+    Ledger ledger;
+    stage::Footprint quiet; // of the daemon when it is connected and has nothing to do
+    std::string pipe;       // takes a copy of all notifications
+
+    long notifications = 0; // "changer info" only
+    long mounts = 0;        // taken up by the daemon
+    long wholeBuilds = 0;
+    long abortedBuilds = 0;
+    std::vector<std::string> leftovers; // at the end of a server: requests, statuses, held discs
+};
+
+#endif

@@ -1,0 +1,161 @@
+#include "Soak.h"
+
+#include "ServerLife.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr long kMostUnexplained = 1024L * 1024;
+
+std::string InKilobytes(long bytes) {
+    return std::to_string(bytes / 1024) + " KiB";
+}
+
+} // namespace
+
+Soak::Soak(int lives, bool judgesMemory)
+    : lives_(lives), judgesMemory_(judgesMemory), memory_(performance_.scene.TheRecord()) {
+    performance_.pipe = memory_.Pipe();
+}
+
+bool Soak::Run() {
+    try {
+        PlayOverture();
+        for (int number = 0; number < lives_; ++number) {
+            PlayLife(number);
+        }
+        PlayFinale();
+    } catch (const std::exception& failure) {
+        PrintLastLines();
+        Complain({failure.what()});
+    }
+    Judge();
+    table_.Print();
+    return table_.IsGood();
+}
+
+// A server with one changer, a daily build and no file system: when the changer's status has been
+// cleared, the daemon has all that it needs when nothing is to do.
+void Soak::PlayOverture() {
+    stage::Scene& scene = performance_.scene;
+    scene.StartServer();
+    scene.Server().Do("add-changer slots=1 drives=1 changer=" + GuidOf(0));
+    scene.Server().Do(DailyBuild(0));
+    scene.Server().Do("start");
+    scene.StartDaemon();
+    Dialogue(performance_).AwaitClearedStatus(0);
+    scene.TakeBaseline();
+    performance_.quiet = scene.TheDaemon().TakeFootprint();
+    scene.QuitServer();
+    scene.TheRecord().Forget(stage::Voice::Server);
+}
+
+void Soak::PlayLife(int number) {
+    ServerLife life(performance_, number);
+    life.Play();
+    life.Count();
+    const pid_t server = performance_.scene.Server().Pid();
+    restarts_ += server != lastServer_ ? 1 : 0;
+    lastServer_ = server;
+    life.End();
+
+    if (number == std::max(2, lives_ / 20)) {
+        warm_ = memory_.Take(performance_.scene.TheDaemon());
+    }
+    if (number == lives_ / 2) {
+        middle_ = memory_.Take(performance_.scene.TheDaemon());
+    }
+    last_ = memory_.Take(performance_.scene.TheDaemon());
+    if ((number + 1) % std::max(1, lives_ / 50) == 0) {
+        SayProgress(number + 1);
+    }
+}
+
+void Soak::SayProgress(int number) {
+    const auto elapsed = std::chrono::steady_clock::now() - start_;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
+    std::printf("%5d of %d server lives, %ld notifications, %d identifications, daemon %s, "
+                "list keeper %s, %ld s\n",
+                number, lives_, performance_.notifications, performance_.ledger.Identifications(),
+                InKilobytes(last_.daemon).c_str(), InKilobytes(last_.keeper).c_str(),
+                static_cast<long>(seconds));
+    std::fflush(stdout);
+}
+
+void Soak::PlayFinale() {
+    ServerLife finale(performance_, lives_);
+    finale.PlayFinale();
+    finale.Count();
+    finalePlayed_ = true;
+}
+
+void Soak::PrintLastLines() {
+    constexpr std::size_t kEnough = 100;
+    const stage::Record& record = performance_.scene.TheRecord();
+    for (const stage::Line& line : record.Since(record.Size() - std::min(kEnough, record.Size()))) {
+        std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
+    }
+}
+
+void Soak::Complain(const std::vector<std::string>& complaints) const {
+    for (const std::string& complaint : complaints) {
+        std::printf("%s\n", complaint.c_str());
+    }
+}
+
+void Soak::Judge() {
+    const auto differences = performance_.ledger.Differences();
+    const long builds = (lives_ + kLivesToABuild - 1) / kLivesToABuild;
+    const int finaleDiscs = finalePlayed_ ? kChangers * kDiscs : 0;
+    table_.AddAtLeast("notifications of changers", long{lives_} * kNotificationsOfALife,
+                      performance_.notifications);
+    table_.AddExactly("identifications", long{lives_} * kIdentificationsOfALife,
+                      performance_.ledger.Identifications() - finaleDiscs);
+    table_.AddExactly("server restarts, another process each", lives_, restarts_);
+    table_.AddAtLeast("file systems mounted, taken up, unmounted", lives_, performance_.mounts);
+    table_.AddExactly("builds", builds, performance_.wholeBuilds + performance_.abortedBuilds);
+    table_.AddExactly("  of which aborted half-way", builds / kBuildsToAnAbort,
+                      performance_.abortedBuilds);
+    table_.AddExactly("discs and requests that differ from the rules", 0,
+                      static_cast<long>(differences.size()));
+    table_.AddExactly("discs identified once more at the end", kChangers * kDiscs, finaleDiscs);
+    table_.AddExactly("changers built once more at the end", kChangers,
+                      finalePlayed_ ? kChangers : 0);
+    table_.AddExactly("statuses, requests, mounted discs left", 0,
+                      static_cast<long>(performance_.leftovers.size()));
+    Complain(differences);
+    Complain(performance_.leftovers);
+    JudgeMemory();
+    JudgeTheEnd();
+}
+
+void Soak::JudgeMemory() {
+    const std::string asked = "at most " + InKilobytes(kMostUnexplained);
+    const auto judge = [&](const std::string& what, const Memory::Sample& from) {
+        const long unexplained = UnexplainedGrowth(from, last_);
+        if (judgesMemory_) {
+            table_.Add(what, asked, InKilobytes(unexplained),
+                       last_.lists > 0 && unexplained <= kMostUnexplained);
+        } else {
+            table_.AddUnjudged(what, asked, "a sanitizer's memory");
+        }
+    };
+    std::printf("%ld lists cost %s; with them the daemon grew by %s\n", last_.lists - warm_.lists,
+                InKilobytes(last_.keeper - warm_.keeper).c_str(),
+                InKilobytes(last_.daemon - warm_.daemon).c_str());
+    judge("memory grown beyond the kept lists", warm_);
+    judge("  in the second half", middle_);
+}
+
+void Soak::JudgeTheEnd() {
+    if (finalePlayed_) {
+        const auto now = performance_.scene.TheDaemon().AwaitFootprintWithin(performance_.quiet);
+        table_.Add("threads and descriptors", Describe(performance_.quiet), Describe(now),
+                   now.IsWithin(performance_.quiet));
+    }
+    const auto complaints = performance_.scene.End();
+    Complain(complaints);
+    table_.AddExactly("unexpected log lines and other complaints", 0,
+                      static_cast<long>(complaints.size()));
+}

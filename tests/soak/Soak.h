@@ -1,0 +1,66 @@
+#ifndef TESTS_SOAK_SOAK_H
+#define TESTS_SOAK_SOAK_H
+
+// The daemon's years in minutes: the real daemon against many servers one after another, all delays
+// at zero. What the servers have recorded at the end is compared with what must have happened by
+// the rules of the daemon:
+//
+// - A notification starts at most one identification in each changer: of the first disc, by slot,
+//   of which one is requested, else, unless the changer's preferences forbid it, of the first that
+//   was never identified; of no disc that is being identified.
+// - It does so when none runs in the changer, or when fewer run than there are drives and fewer
+//   discs are mounted.
+// - An identification is four requests: the disc's request is withdrawn, the disc mounted and
+//   ejected, and its request withdrawn once more. A disc so identified is not wanted any more.
+// - A requested build is the withdrawal of the changer's request, a report without a maximum, one
+//   with the number of discs, one after each disc, a clearing, and a withdrawal again. An abort
+//   stops it on its way back from the next folder.
+// - A changer that the daemon did not know has its status cleared.
+//
+// A notification is out of date when it has been overtaken by what it started, and would start it
+// again. So the states in which a disc is wanted are shown one at a time, and the next one when
+// that disc no longer is. All other notifications flow as they like, beside whatever the daemon
+// does.
+//
+// Memory may grow by what the kept lists cost, which a second process tells that keeps the same.
+
+#include "Memory.h"
+#include "Performance.h"
+#include "VerdictTable.h"
+
+#include <chrono>
+
+class Soak {
+public:
+    Soak(int lives, bool judgesMemory);
+
+    // True if all is as it must be. Prints its progress, and the table at the end, whatever the
+    // end.
+    bool Run();
+
+private:
+    void PlayOverture();
+    void PlayLife(int number);
+    void PlayFinale();
+    void SayProgress(int number);
+    void Judge();
+    void JudgeMemory();
+    void JudgeTheEnd();
+    void PrintLastLines();
+    void Complain(const std::vector<std::string>& complaints) const;
+
+    const int lives_;
+    const bool judgesMemory_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    Performance performance_;
+    Memory memory_;
+    Memory::Sample warm_;
+    Memory::Sample middle_;
+    Memory::Sample last_;
+    pid_t lastServer_ = -1;
+    long restarts_ = 0;
+    bool finalePlayed_ = false;
+    VerdictTable table_;
+};
+
+#endif
