@@ -10,7 +10,7 @@ using testing::ElementsAre;
 namespace {
 
 // Several times what the kernel keeps for a socket.
-constexpr std::size_t kHuge = 1024 * 1024;
+constexpr std::size_t kHuge = 512 * 1024;
 
 // A server that makes it hard to talk to it.
 class UnwillingServerTest : public PuppetTest {
@@ -50,6 +50,19 @@ TEST_F(UnwillingServerTest, MayPushMoreThanSocketsHoldBeforeItAnswersAWorker) {
     EXPECT_THAT(Serve(1), ElementsAre("withdraw A1"));
     Notify(wire::ChangerInfo({{0xA1}}, kHuge));
     EXPECT_THAT(Serve(3), ElementsAre("mount A1", "eject A1", "withdraw A1"));
+}
+
+// At its end a build waits for the server with the lock that the notifications need.
+TEST_F(UnwillingServerTest, MayPushMoreThanSocketsHoldBeforeItAnswersABuild) {
+    Begin({{0xA1}});
+    TellOf({{.guid = 0xA1, .wantsBuild = true}});
+    const int withdrawal = Server().AcceptClient();
+    for (int i = 0; i < 3; ++i) {
+        Notify(wire::ChangerInfo({{0xA1}}, kHuge));
+    }
+    EXPECT_EQ(Shortly(Server().ReadRequest(withdrawal)), "withdraw A1");
+    Reply(withdrawal);
+    ExpectIdentificationWorks();
 }
 
 // Whether the request was sent before the end of its connection is a race.

@@ -23,21 +23,17 @@ std::string Truth(bool truth) {
     return truth ? "<true/>" : "<false/>";
 }
 
-std::string Disc(const Changer& changer) {
-    return "<dict>" + Key("Media Kind", Number(1)) +
-           Key("Media Request Identification", Truth(changer.isRequested)) +
-           Key("Media Storage Element Index", Number(0)) + Key("Media Identify Time", Number(0)) +
-           Key("Media Mount State", Number(0)) + Key("Media Partition Info", "<array/>") +
-           "</dict>";
+std::string Disc() {
+    return "<dict>" + Key("Media Kind", Number(1)) + Key("Media Storage Element Index", Number(0)) +
+           Key("Media Identify Time", Number(0)) + Key("Media Mount State", Number(0)) + "</dict>";
 }
 
 std::string Info(const Changer& changer) {
     return "<dict>" + Key("GUID", Number(changer.guid)) + Key("Changer Ready", "<true/>") +
            Key("Changer Preferences", "<dict/>") +
-           Key("Changer Media Info",
-               "<array>" + (changer.hasDisc ? Disc(changer) : "") + "</array>") +
+           Key("Changer Media Info", "<array>" + (changer.hasDisc ? Disc() : "") + "</array>") +
            Key("Data Transfer Element Count", Number(1)) +
-           Key("Changer Request Identification", "<false/>") +
+           Key("Changer Request Identification", Truth(changer.wantsBuild)) +
            Key("Changer Client Status", "<dict/>") + "</dict>";
 }
 

@@ -17,8 +17,8 @@ std::string EmptyReply();
 
 struct Changer {
     unsigned guid = 0;
-    bool hasDisc = false;     // one, never identified, in slot 0
-    bool isRequested = false; // that disc's identification
+    bool hasDisc = false;    // one, never identified, in slot 0
+    bool wantsBuild = false; // by a user's request
 };
 
 std::string ChangerList(const std::vector<Changer>& changers);

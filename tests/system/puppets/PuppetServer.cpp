@@ -22,6 +22,7 @@
 #include "stage/Failure.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
@@ -57,8 +58,10 @@ std::map<int, Connection> g_connections;
 
 std::string FromHex(const std::string& hex) {
     std::string bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    for (const char* digits = hex.data(); digits != hex.data() + hex.size(); digits += 2) {
+        unsigned char byte = 0;
+        std::from_chars(digits, digits + 2, byte, 16);
+        bytes += static_cast<char>(byte);
     }
     return bytes;
 }
@@ -206,6 +209,7 @@ std::string Do(const std::string& line) {
 } // namespace
 
 int main() {
+    std::ios::sync_with_stdio(false); // lines may be long
     for (std::string line; std::getline(std::cin, line);) {
         try {
             std::cout << Do(line) << std::endl;
