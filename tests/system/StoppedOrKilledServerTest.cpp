@@ -99,6 +99,7 @@ protected:
 private:
     void Bring(Exchange& mount) {
         if (mount.point == Point::DidNotAccept) {
+            Server().Do("await messages");
             return;
         }
         mount.connection = Server().AcceptClient();

@@ -8,6 +8,7 @@
  *   listen CHANNEL BACKLOG makes the socket of this process's id, or gives it another backlog
  *   fill CHANNEL           connects to it until nobody could without waiting
  *   drain CHANNEL          accepts and closes what fill connected
+ *   await CHANNEL          waits until a client could be accepted
  *   accept CHANNEL         waits for the next client: "accepted NUMBER"
  *   refuse CHANNEL COUNT   accepts so many clients and closes them at once
  *   look NUMBER            waits until something has come, and leaves it there
@@ -28,6 +29,7 @@
 #include <fcntl.h>
 #include <iostream>
 #include <map>
+#include <poll.h>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -158,6 +160,9 @@ std::string DoWithChannel(const std::string& verb, const std::string& name, int 
         Fill(channel);
     } else if (verb == "drain") {
         Drain(channel);
+    } else if (verb == "await") {
+        pollfd waiting = {channel.listener.Get(), POLLIN, 0};
+        poll(&waiting, 1, -1);
     } else if (verb == "accept") {
         const int next = static_cast<int>(g_connections.size()) + 1;
         g_connections[next].socket = Accept(channel);
