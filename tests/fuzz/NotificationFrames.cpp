@@ -5,6 +5,7 @@
  *
  *   ESC M, ESC U  the file system of changer 7 is mounted, unmounted
  *   ESC T         of the threads that were started, the one that waits longest runs
+ *   ESC D         the daily timer that was made last fires
  *   ESC X         the server refuses the next command
  */
 
@@ -31,6 +32,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -71,6 +73,7 @@ public:
 private:
     void Receive(std::string_view chunk);
     void Happen(char event);
+    static void FireDailyTimer();
     void NoteWhatItDid();
     void ExpectNothingUnderWay() const;
 
@@ -137,10 +140,21 @@ void Daemon::Happen(char event) {
         DiskArbDiskDisappearedCallback(disk_.Ref(), nullptr);
     } else if (event == 'T' && HeldThreads::Count() > 0) {
         HeldThreads::RunNext();
+    } else if (event == 'D') {
+        FireDailyTimer();
     } else if (event == 'X') {
         FakeServer::Fail("");
         refused_ = true;
     }
+}
+
+void Daemon::FireDailyTimer() {
+    const auto& timers = RecordedTimers::All();
+    const auto last = std::find_if(timers.rbegin(), timers.rend(), [](const RecordedTimer& each) {
+        return each.callout == ChangerFSCache;
+    });
+    if (last != timers.rend())
+        ChangerFSCache(last->timer, last->context.info);
 }
 
 void Daemon::NoteWhatItDid() {
