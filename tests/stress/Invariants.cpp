@@ -58,6 +58,12 @@ bool IsMarkedAsBuilding(UInt64 changerGUID) {
     return isBuilding != 0;
 }
 
+bool IsToAbort(UInt64 changerGUID) {
+    SInt32 isToAbort = 0;
+    Need(GetChangerShouldAbortOperation(changerGUID, &isToAbort));
+    return isToAbort != 0;
+}
+
 bool IsMounted(UInt64 changerGUID) {
     bool isMounted = false;
     Need(IsChangerFSGUIDInList(changerGUID, &isMounted));
@@ -114,6 +120,7 @@ void CheckRest(bool anew) {
         const UInt64 guid = GuidOf(changer);
         CheckVolume(guid);
         Check(!IsMarkedAsBuilding(guid), "left marked as building", guid);
+        Check(!IsToAbort(guid), "left marked to abort", guid);
         Check(ledger::CountBuilds(guid) == 0, "a build never ended", guid);
         for (UInt16 slot = 0; slot < kSlots; ++slot) {
             const bool isOutOfReach = !anew && ledger::IsOutOfReach(guid, slot);

@@ -26,8 +26,8 @@ private:
 
 // Whether the daemon knows all changers and where each is mounted, and has nothing to do.
 bool IsAtRest();
-// No build runs, and what is still on an in-progress list is out of reach. With anew, the changers
-// were forgotten and added anew, so that nothing is out of reach either.
+// Nothing is left to build or to abort, and what is still on an in-progress list is out of reach.
+// With anew, the changers were forgotten and added anew, so that nothing is out of reach either.
 void CheckRest(bool anew);
 
 #endif

@@ -8,6 +8,7 @@
 #include "trayprobed/MediaIdThread.h"
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
@@ -24,9 +25,10 @@ namespace {
 
 using Element = std::pair<UInt64, UInt16>;
 
+std::atomic<bool> g_quiet = false;
+
 std::mutex g_mutex; // guards what follows
 std::condition_variable g_changed;
-bool g_quiet = false;
 std::multiset<Element> g_identified;
 std::set<Element> g_outOfReach;
 std::map<UInt64, int> g_builds;
@@ -91,7 +93,6 @@ __attribute__((format(printf, 1, 0))) void NoteLogged(const char* format, va_lis
     tally::Count(Kind::kLineLogged);
     if (std::strstr(line.data(), "RunMediaIdThread: fail ChangerServerRequestChangerIdentif"))
         t_withdrawalFailed = true;
-    const std::lock_guard lock(g_mutex);
     if (g_quiet)
         tally::Complain(std::string("logged: ") + line.data());
 }
@@ -168,8 +169,8 @@ VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCo
 namespace ledger {
 
 void BeginRound(bool quiet) {
-    const std::lock_guard lock(g_mutex);
     g_quiet = quiet;
+    const std::lock_guard lock(g_mutex);
     g_outOfReach.clear();
     g_listsSent = 0;
     g_listsSaved = 0;

@@ -197,7 +197,7 @@ void Server::Notify() {
 void Server::Push(int connection) {
     while (ledger::AwaitListsUnderWay(Below(6), isDying_)) {
         const auto [frame, hasInfo] = changers_.Compose();
-        if (IsMoody() && OneIn(80)) {
+        if (IsMoody() && OneIn(20)) {
             tally::Count(Kind::kNotificationCut);
             Send(connection, std::string_view(frame).substr(0, SomewhereIn(frame)));
             return;
@@ -210,7 +210,7 @@ void Server::Push(int connection) {
         }
         if (changers_.TheMood() == Mood::kCalm)
             chance::Pause(2000);
-        if (IsMoody() && OneIn(80)) {
+        if (IsMoody() && OneIn(20)) {
             tally::Count(Kind::kConnectionClosed);
             return;
         }

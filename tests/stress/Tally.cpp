@@ -1,10 +1,13 @@
 #include "Tally.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <mutex>
+#include <set>
 
 namespace {
 
@@ -54,7 +57,9 @@ constexpr std::array<const char*, kKinds> kNames = {
 };
 
 std::array<std::atomic<std::uint64_t>, kKinds> g_counts;
-std::atomic<bool> g_hasComplaints = false;
+
+std::mutex g_mutex;
+std::set<std::string> g_complaints; // guarded by g_mutex
 
 } // namespace
 
@@ -71,11 +76,17 @@ void tally::Report() {
     }
 }
 
+bool tally::HasEverythingHappened() {
+    return std::ranges::all_of(g_counts, [](const auto& count) { return count != 0; });
+}
+
 void tally::Complain(const std::string& text) {
-    g_hasComplaints = true;
-    std::fprintf(stderr, "wrong: %s\n", text.c_str());
+    const std::lock_guard lock(g_mutex);
+    if (g_complaints.insert(text).second)
+        std::fprintf(stderr, "wrong: %s\n", text.c_str());
 }
 
 bool tally::HasComplaints() {
-    return g_hasComplaints;
+    const std::lock_guard lock(g_mutex);
+    return !g_complaints.empty();
 }

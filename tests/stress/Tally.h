@@ -59,6 +59,9 @@ void Count(Kind kind);
 // One line each, and a complaint for each kind that never happened.
 void Report();
 
+bool HasEverythingHappened();
+
+// Each text is told once.
 void Complain(const std::string& text);
 bool HasComplaints();
 
