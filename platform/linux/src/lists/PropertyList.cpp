@@ -9,8 +9,6 @@
 
 #include <CoreFoundation/CFPropertyList.h>
 
-#include <algorithm>
-
 namespace {
 
 using cf::MalformedList;
@@ -18,8 +16,6 @@ using cf::Value;
 
 using Bytes = std::span<const std::uint8_t>;
 
-// The greatest file that is read: info files have a few hundred bytes.
-constexpr std::size_t kMaximumFileSize = std::size_t{16} << 20;
 constexpr std::size_t kMinimumFileSize = 6;
 
 Value ReadList(Bytes bytes, CFOptionFlags mutability) {
@@ -31,17 +27,17 @@ Value ReadList(Bytes bytes, CFOptionFlags mutability) {
                                    : cf::ReadXmlList(bytes, builder);
 }
 
-std::vector<std::uint8_t> ReadFile(cf::ReadStream* stream, CFIndex length) {
+Bytes ReadFile(cf::ReadStream* stream, CFIndex length) {
     const std::size_t wanted = length > 0 ? static_cast<std::size_t>(length) : SIZE_MAX;
-    auto bytes = cf::ReadBytes(stream, std::min(wanted, kMaximumFileSize + 1));
+    const auto bytes = cf::ReadBytes(stream, wanted);
     if (!bytes)
         throw MalformedList("Property list reading could not be completed because the stream had "
                             "an unknown error. Did you forget to open the stream?");
     if (bytes->size() < kMinimumFileSize)
         throw MalformedList("stream had too few bytes");
-    if (bytes->size() > kMaximumFileSize)
+    if (bytes->size() > cf::kMaximumFileSize)
         throw MalformedList("stream had too many bytes");
-    return std::move(*bytes);
+    return *bytes;
 }
 
 // What read() gives; when it throws, NULL and the text.

@@ -2,79 +2,52 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
+#include <memory>
+#include <new>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace cf {
 
 namespace {
 
-constexpr std::size_t kChunk = 16384;
+using namespace std::chrono_literals;
 
-// Calls a function of the system again as long as signals interrupt it.
-template<typename Call>
-auto Retry(Call call) {
-    auto result = call();
-    while (result < 0 && errno == EINTR)
-        result = call();
-    return result;
+constexpr auto kPatience = 30s;
+
+bool IsMainThread() noexcept {
+    return gettid() == getpid();
 }
 
-bool IsFileOrDirectory(const struct stat& status) {
-    return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
-}
-
-// Looks before it opens, because opening alone makes some devices act, and again at what it got.
-int OpenFileOrDirectory(const char* path) {
-    struct stat status {};
-    if (stat(path, &status) != 0 || !IsFileOrDirectory(status))
-        return -1;
-    const int descriptor =
-        Retry([path] { return open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
-    if (descriptor < 0)
-        return -1;
-    if (fstat(descriptor, &status) == 0 && IsFileOrDirectory(status))
-        return descriptor;
-    close(descriptor);
-    return -1;
-}
-
-void CloseDescriptor(ReadStream* stream) {
-    if (stream->descriptor >= 0)
-        close(stream->descriptor);
-    stream->descriptor = -1;
+FileContents ReadContents(const char* path) noexcept {
+    try {
+        return IsMainThread() ? ReadFileWithin(kPatience, path, kMaximumFileSize + 1)
+                              : ReadFile(path, kMaximumFileSize + 1);
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
 }
 
 void DestroyStream(Object* object) noexcept {
     auto* stream = static_cast<ReadStream*>(object);
-    CloseDescriptor(stream);
     CFRelease(stream->url);
+    std::destroy_at(stream);
     std::free(stream);
 }
 
 } // namespace
 
-std::optional<std::vector<std::uint8_t>> ReadBytes(ReadStream* stream, std::size_t maximum) {
-    if (stream == nullptr || stream->state != StreamState::Open)
+std::optional<std::span<const std::uint8_t>> ReadBytes(ReadStream* stream,
+                                                       std::size_t maximum) noexcept {
+    if (stream == nullptr || stream->state != StreamState::Open || !stream->contents.isRead)
         return std::nullopt;
-    std::vector<std::uint8_t> bytes;
-    std::size_t filled = 0;
-    while (filled < maximum) {
-        bytes.resize(filled + std::min(kChunk, maximum - filled));
-        const ssize_t count = Retry(
-            [&] { return read(stream->descriptor, bytes.data() + filled, bytes.size() - filled); });
-        if (count < 0)
-            return std::nullopt;
-        if (count == 0)
-            break;
-        filled += static_cast<std::size_t>(count);
-    }
-    bytes.resize(filled);
+    const auto left =
+        std::span<const std::uint8_t>(stream->contents.bytes).subspan(stream->position);
+    const auto bytes = left.first(std::min(left.size(), maximum));
+    stream->position += bytes.size();
     return bytes;
 }
 
@@ -98,16 +71,15 @@ Boolean CFReadStreamOpen(CFReadStreamRef reference) {
         return false;
     std::array<UInt8, PATH_MAX> path;
     if (CFURLGetFileSystemRepresentation(stream->url, true, path.data(), path.size()))
-        stream->descriptor = cf::OpenFileOrDirectory(reinterpret_cast<const char*>(path.data()));
-    const bool opened = stream->descriptor >= 0;
-    stream->state = opened ? cf::StreamState::Open : cf::StreamState::Failed;
-    return opened;
+        stream->contents = cf::ReadContents(reinterpret_cast<const char*>(path.data()));
+    stream->state = stream->contents.isOpened ? cf::StreamState::Open : cf::StreamState::Failed;
+    return stream->contents.isOpened;
 }
 
 void CFReadStreamClose(CFReadStreamRef reference) {
     auto* stream = cf::As<cf::ReadStream>(reference);
     if (stream == nullptr || stream->state != cf::StreamState::Open)
         return;
-    cf::CloseDescriptor(stream);
+    stream->contents = {};
     stream->state = cf::StreamState::Closed;
 }

@@ -7,9 +7,12 @@
  *   new --Open--> open --Close--> closed
  *    \--Open fails--> failed
  *
- * Only a new stream can be opened, only an open one read.
+ * Only a new stream can be opened, only an open one read. Opening it reads all that anybody may
+ * read of it. Where that is done on the main thread, which carries all of the program's reactions,
+ * a file system that does not answer is given half a minute.
  */
 
+#include "lists/FileContents.h"
 #include "objects/Object.h"
 
 #include <CoreFoundation/CFStream.h>
@@ -17,7 +20,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <vector>
+#include <span>
 
 namespace cf {
 
@@ -30,7 +33,8 @@ struct __CFReadStream : cf::Object {
 
     CFURLRef url; // owned
     cf::StreamState state = cf::StreamState::New;
-    int descriptor = -1; // while it is open
+    cf::FileContents contents;
+    std::size_t position = 0; // of what is left of the contents
 
     explicit __CFReadStream(CFURLRef file) noexcept : Object(&kClass), url(file) {}
 };
@@ -39,9 +43,13 @@ namespace cf {
 
 using ReadStream = ::__CFReadStream;
 
-// What is left of the file, at most that many bytes of it. Nothing when there is no stream, it is
-// not open or cannot be read. Throws std::bad_alloc.
-std::optional<std::vector<std::uint8_t>> ReadBytes(ReadStream* stream, std::size_t maximum);
+// Of a file, no more than this is read, and one byte that tells of more.
+inline constexpr std::size_t kMaximumFileSize = std::size_t{16} << 20;
+
+// What is left of the file, at most that many bytes of it, good as long as the stream is open.
+// Nothing when there is no stream, it is not open or cannot be read.
+std::optional<std::span<const std::uint8_t>> ReadBytes(ReadStream* stream,
+                                                       std::size_t maximum) noexcept;
 
 } // namespace cf
 

@@ -1,0 +1,38 @@
+#ifndef PLATFORM_FILECONTENTS_H
+#define PLATFORM_FILECONTENTS_H
+
+/*
+ * What is in a file, read in one go. Only files and directories are opened, by the way through
+ * links, and never so that opening waits or acts; a directory cannot be read.
+ */
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace cf {
+
+struct FileContents {
+    bool isOpened = false;
+    bool isRead = false;
+    std::vector<std::uint8_t> bytes; // from the beginning, at most as many as were asked for
+};
+
+// Waits as long as the file system does, which may be for ever. Throws std::bad_alloc.
+FileContents ReadFile(const std::string& path, std::size_t maximum);
+
+/*
+ * The same on a thread of its own, which is left alone when it is not through in time: a file whose
+ * file system does not answer counts as one that cannot be opened. Threads left alone end when they
+ * are answered; while there are many of them, nothing is opened. Throws std::bad_alloc.
+ */
+FileContents ReadFileWithin(std::chrono::milliseconds patience, const std::string& path,
+                            std::size_t maximum);
+
+inline constexpr int kMostUnansweredFiles = 32;
+
+} // namespace cf
+
+#endif

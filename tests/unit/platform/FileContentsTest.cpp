@@ -1,0 +1,119 @@
+/* Reading files from file systems that do not answer: a wrapped read() stands for one. */
+
+#include "lists/FileContents.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using cf::FileContents;
+
+// Which file does not answer, and the readers of it.
+struct DeadFile {
+    std::mutex mutex;
+    std::condition_variable changed;
+    ino_t inode = 0;
+    int waiting = 0;
+} g_dead;
+
+class FileContentsTest : public testing::Test {
+protected:
+    FileContentsTest() : path_(testing::TempDir() + "FileContentsTest") {
+        std::ofstream(path_) << "content";
+    }
+    ~FileContentsTest() override {
+        std::remove(path_.c_str());
+    }
+
+    void LetDie() {
+        struct stat status = {};
+        ASSERT_EQ(stat(path_.c_str(), &status), 0);
+        const std::lock_guard lock(g_dead.mutex);
+        g_dead.inode = status.st_ino;
+    }
+    static void AwaitReaders(int count) {
+        std::unique_lock lock(g_dead.mutex);
+        g_dead.changed.wait(lock, [&] { return g_dead.waiting == count; });
+    }
+    // The readers that were left alone come to their end.
+    static void Revive() {
+        std::unique_lock lock(g_dead.mutex);
+        g_dead.inode = 0;
+        g_dead.changed.notify_all();
+        g_dead.changed.wait(lock, [] { return g_dead.waiting == 0; });
+    }
+
+    std::string path_;
+};
+
+TEST_F(FileContentsTest, AreReadInTime) {
+    const FileContents contents = cf::ReadFileWithin(1h, path_, 100);
+    EXPECT_TRUE(contents.isOpened);
+    EXPECT_TRUE(contents.isRead);
+    EXPECT_EQ(std::string(contents.bytes.begin(), contents.bytes.end()), "content");
+}
+
+TEST_F(FileContentsTest, AreNoMoreThanAskedFor) {
+    EXPECT_EQ(cf::ReadFileWithin(1h, path_, 3).bytes.size(), 3U);
+    EXPECT_EQ(cf::ReadFile(path_, 3).bytes.size(), 3U);
+}
+
+TEST_F(FileContentsTest, OfWhatIsMissingOrAFolderAreNotThere) {
+    EXPECT_FALSE(cf::ReadFileWithin(1h, path_ + "missing", 100).isOpened);
+    const FileContents folder = cf::ReadFileWithin(1h, testing::TempDir(), 100);
+    EXPECT_TRUE(folder.isOpened);
+    EXPECT_FALSE(folder.isRead);
+}
+
+TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
+    LetDie();
+    EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
+    AwaitReaders(1);
+    Revive();
+    EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isOpened);
+}
+
+TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
+    LetDie();
+    for (int i = 0; i < cf::kMostUnansweredFiles; ++i)
+        EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
+    AwaitReaders(cf::kMostUnansweredFiles);
+    EXPECT_FALSE(cf::ReadFileWithin(1h, path_, 100).isOpened);
+    AwaitReaders(cf::kMostUnansweredFiles);
+    Revive();
+    while (!cf::ReadFileWithin(1h, path_, 100).isOpened)
+        std::this_thread::yield(); // until the threads that were left alone have ended
+}
+
+} // namespace
+
+extern "C" {
+ssize_t __real_read(int descriptor, void* buffer, size_t size);
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
+
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+    struct stat status = {};
+    fstat(descriptor, &status);
+    std::unique_lock lock(g_dead.mutex);
+    if (g_dead.inode != 0 && status.st_ino == g_dead.inode) {
+        ++g_dead.waiting;
+        g_dead.changed.notify_all();
+        g_dead.changed.wait(lock, [] { return g_dead.inode == 0; });
+        --g_dead.waiting;
+        g_dead.changed.notify_all();
+    }
+    lock.unlock();
+    return __real_read(descriptor, buffer, size);
+}
+}
