@@ -4,12 +4,14 @@
 #include <cctype>
 
 #include <poll.h>
+#include <sys/socket.h>
 
 namespace simulator {
 
 namespace {
 
-constexpr std::size_t kMaximumConnections = 512; // further clients wait to be accepted
+// Further clients wait until others end; clients that never asked anything are made to.
+constexpr std::size_t kMaximumConnections = 512;
 
 std::string MakeFieldName(const std::string& key) {
     std::string name;
@@ -63,6 +65,9 @@ void MessageServer::Accept() {
         connections_.remove_if(
             [](const Connection& connection) { return connection.ended.load(); });
         const bool isFull = connections_.size() >= kMaximumConnections;
+        if (isFull) {
+            DropOneThatIsIdle();
+        }
         pollfd sources[] = {{bell_.Get(), POLLIN, 0}, {socket_.Get(), POLLIN, 0}};
         poll(sources, isFull ? 1 : 2, isFull ? 10 : -1);
         Descriptor client = isFull ? Descriptor() : socket_.Accept();
@@ -70,7 +75,7 @@ void MessageServer::Accept() {
             Connection& connection = connections_.emplace_back();
             connection.thread =
                 std::jthread([this, &connection, number, client = std::move(client)] {
-                    Serve(client, number);
+                    Serve(connection, client, number);
                     connection.ended = true;
                 });
             ++number;
@@ -78,21 +83,41 @@ void MessageServer::Accept() {
     }
 }
 
-void MessageServer::Serve(const Descriptor& client, unsigned long long number) {
+// The one that came first. Its thread then finds the end of the stream.
+void MessageServer::DropOneThatIsIdle() {
+    for (Connection& connection : connections_) {
+        const std::lock_guard guard(connection.lock);
+        if (connection.idleClient >= 0) {
+            shutdown(std::exchange(connection.idleClient, -1), SHUT_RDWR);
+            return;
+        }
+    }
+}
+
+void MessageServer::Connection::SetIdle(int client) {
+    const std::lock_guard guard(lock);
+    idleClient = client;
+}
+
+void MessageServer::Serve(Connection& connection, const Descriptor& client,
+                          unsigned long long number) {
+    connection.SetIdle(client.Get());
     Fields description = Fields().Add("connection", number);
     services_.events.Report("connect", description);
     if (TakeFault({"connection"}, description)) {
         AwaitRequest(client.Get()); // and close with it unread
     } else {
         FrameReader reader;
-        while (ReceiveRequests(client.Get(), description, reader)) {
+        while (ReceiveRequests(connection, client.Get(), description, reader)) {
         }
     }
+    connection.SetIdle(-1);
     services_.events.Report("disconnect", description);
 }
 
 // Waits for bytes and answers what they complete; false when the connection is to be closed.
-bool MessageServer::ReceiveRequests(int client, Fields& description, FrameReader& reader) {
+bool MessageServer::ReceiveRequests(Connection& connection, int client, Fields& description,
+                                    FrameReader& reader) {
     std::string bytes;
     if (!ReceiveSome(client, bytes, bell_)) {
         return false;
@@ -100,6 +125,7 @@ bool MessageServer::ReceiveRequests(int client, Fields& description, FrameReader
     try {
         reader.Append(bytes);
         while (const auto payload = reader.TakePayload()) {
+            connection.SetIdle(-1);
             if (!Answer(client, description, *payload)) {
                 return false;
             }

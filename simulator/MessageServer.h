@@ -11,6 +11,7 @@
 #include <atomic>
 #include <functional>
 #include <list>
+#include <mutex>
 #include <stop_token>
 #include <string>
 #include <thread>
@@ -36,13 +37,19 @@ public:
 
 private:
     struct Connection {
+        std::mutex lock;
+        int idleClient = -1; // guarded: its socket as long as it has asked nothing
         std::atomic<bool> ended = false;
         std::jthread thread;
+
+        void SetIdle(int client);
     };
 
     void Accept();
-    void Serve(const Descriptor& client, unsigned long long number);
-    bool ReceiveRequests(int client, Fields& description, FrameReader& reader);
+    void DropOneThatIsIdle();
+    void Serve(Connection& connection, const Descriptor& client, unsigned long long number);
+    bool ReceiveRequests(Connection& connection, int client, Fields& description,
+                         FrameReader& reader);
     bool Answer(int client, const Fields& description, const std::string& payload);
     bool SendReply(int client, Fields description, const Value& request,
                    const std::optional<Fault>& fault);

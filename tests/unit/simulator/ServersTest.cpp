@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace simulator {
@@ -150,6 +151,21 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
         idle.back().Send("giSh");
     }
     EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+}
+
+// More than it has connections for: those that came first have to go.
+TEST_F(ServersTest, SilentClientsHoldNobodyUpHoweverManyTheyAre) {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    std::vector<Peer> idle;
+    for (int count = 0; count < 600; ++count) {
+        idle.push_back(Connect());
+    }
+    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+    EXPECT_EQ(idle.front().Receive(), "");
+    EXPECT_EQ(idle.back().Ask(MakePrivateEject(0)), 0);
 }
 
 TEST_F(ServersTest, StoppedServerIsGone) {
