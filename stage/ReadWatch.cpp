@@ -37,4 +37,12 @@ void ReadWatch::AwaitReads(int count) {
     }
 }
 
+int ReadWatch::CountReadsSoFar() {
+    pollfd polled{inotify_.Get(), POLLIN, 0};
+    while (poll(&polled, 1, 0) == 1) {
+        reads_ += CountNewReads();
+    }
+    return reads_;
+}
+
 } // namespace stage

@@ -14,6 +14,7 @@ public:
     explicit ReadWatch(const std::string& path);
 
     void AwaitReads(int count);
+    int CountReadsSoFar();
 
 private:
     int CountNewReads() const;
