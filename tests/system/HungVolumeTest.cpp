@@ -99,6 +99,15 @@ TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
     ExpectNothingToBuild();
 }
 
+// Then it is no changer's volume.
+TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteAtMost) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    volume.AwaitStop();
+    ExpectMainLoopGoesOn();
+    volume.Continue();
+    ExpectNothingToBuild();
+}
+
 // Beyond so many dead ones, a volume that would answer has to wait, too; all else goes on.
 TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
     std::deque<SilentVolume> silent;
