@@ -2,6 +2,7 @@
 #include "SystemTest.h"
 
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 
 using testing::ElementsAre;
 using testing::UnorderedElementsAreArray;
@@ -191,6 +192,24 @@ TEST_F(KilledServerTest, RequestsAreLostAndTheNextServerStartsAnew) {
     Introduce(Without(changers_));
     TellOf(changers_);
     ServeIdentificationsOf(changers_);
+}
+
+class KilledSimulatorTest : public SystemTest {};
+
+TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified) {
+    Begin("slots=4 drives=2");
+    Tell("preferences changer=A1 build-on-identify=yes");
+    Tell("put changer=A1 slot=0 directories=5");
+    Server().Await("listing");
+    scene_.KillServer();
+    ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
+    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                         "fail ChangerServerEjectDisc for changer .*");
+    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                         "fail ChangerServerRequestChangerIdentification.*");
+    StartServer("slots=4 drives=2");
+    Tell("put changer=A1 slot=1");
+    AwaitIdentification(1);
 }
 
 // How many bytes of a notification were sent when the server stopped, or was killed.
