@@ -11,28 +11,39 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
-// A directory whose two info files are one.
+// A directory whose two info files are one, in memory.
 class InfoFileDirectory {
 public:
-    InfoFileDirectory() {
-        Write("");
-        std::filesystem::create_hard_link(tree_.Path(kRootFile), tree_.Path(".media_info.plist"));
+    InfoFileDirectory() : file_(memfd_create("info", MFD_CLOEXEC)) {
+        const std::string target = "/proc/self/fd/" + std::to_string(file_);
+        tree_.Link(target, ".changer_info.plist");
+        tree_.Link(target, ".media_info.plist");
     }
+    ~InfoFileDirectory() {
+        close(file_);
+    }
+    InfoFileDirectory(const InfoFileDirectory&) = delete;
+    InfoFileDirectory& operator=(const InfoFileDirectory&) = delete;
+
     void Write(std::string_view content) const {
-        tree_.Write(kRootFile, content);
+        EXPECT_EQ(ftruncate(file_, static_cast<off_t>(content.size())), 0);
+        EXPECT_EQ(pwrite(file_, content.data(), content.size(), 0),
+                  static_cast<ssize_t>(content.size()));
     }
     const char* Path() const {
         return tree_.Root().c_str();
     }
 
 private:
-    static constexpr const char* kRootFile = ".changer_info.plist";
-    TemporaryTree tree_;
+    const TemporaryTree tree_;
+    const int file_;
 };
 
 // What stands in the file, read without the functions under test.
