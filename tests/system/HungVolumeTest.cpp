@@ -77,8 +77,8 @@ TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
     stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_statfs, 0);
 }
 
-// Once it has answered, the daemon's main thread reads its info file, and depends on it for so
-// long. What comes meanwhile is kept.
+// Once it has answered, the daemon's main thread reads its info file, and waits for it up to half a
+// minute. What comes meanwhile is kept.
 TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
     PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();

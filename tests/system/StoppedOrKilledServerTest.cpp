@@ -4,10 +4,14 @@
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 
-using testing::ElementsAre;
 using testing::UnorderedElementsAreArray;
 
 namespace {
+
+// The end of the line of errors of a worker whose last request failed. Its disc stays in progress
+// as long as its changer is known.
+constexpr const char* kWorkerGaveUp = "MediaIdThread:[0-9]+, RunMediaIdThread: "
+                                      "fail ChangerServerRequestChangerIdentification.*";
 
 // How far a server has come with a request when it stops.
 enum class Point {
@@ -172,7 +176,6 @@ TEST_F(SlowStoppedServerTest, RequestsTimeOutAndTheDiscsAreTriedAgain) {
     ServeIdentificationsOf(changers_);
 }
 
-// A disc whose last withdrawal failed, too, stays in progress as long as its changer is known.
 class KilledServerTest : public RequestPointsTest {};
 
 TEST_F(KilledServerTest, RequestsAreLostAndTheNextServerStartsAnew) {
@@ -182,8 +185,7 @@ TEST_F(KilledServerTest, RequestsAreLostAndTheNextServerStartsAnew) {
     const Changers accepted(changers_.begin(), changers_.end() - 1);
     AwaitLogOfLostMounts(accepted, "lost connection with changer server", 1005);
     for (std::size_t i = 0; i < changers_.size(); ++i) {
-        scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                             "fail ChangerServerRequestChangerIdentification.*");
+        scene_.AwaitEndOfLog(kWorkerGaveUp);
     }
     StartServer();
     AwaitSubscriber();
@@ -205,8 +207,7 @@ TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified
     ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
     scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
                          "fail ChangerServerEjectDisc for changer .*");
-    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                         "fail ChangerServerRequestChangerIdentification.*");
+    scene_.AwaitEndOfLog(kWorkerGaveUp);
     StartServer("slots=4 drives=2");
     Tell("put changer=A1 slot=1");
     AwaitIdentification(1);
@@ -252,8 +253,7 @@ TEST_P(KilledNotificationTest, LeavesThoseThatWereSentBeforeIt) {
     Begin({{0xA1}});
     Notify(frame_ + frame_.substr(0, GetParam()));
     Server().Kill();
-    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                         "fail ChangerServerRequestChangerIdentification.*");
+    scene_.AwaitEndOfLog(kWorkerGaveUp);
 }
 
 } // namespace
