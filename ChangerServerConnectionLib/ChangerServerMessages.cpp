@@ -180,6 +180,9 @@ VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* r
 
     VERR_STEP(err, GetChangerServerMessageSocket(&socket, &info), "fail get server socket");
     if (reply != nullptr) {
+        // A thread's first look at its run loop makes it. Made later, it would wait without the
+        // source.
+        VERR_NEED(err, CFRunLoopGetCurrent() != nullptr, "fail create socket source");
         VERR_NEED(err,
                   (source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0)) != nullptr,
                   "fail create socket source");
