@@ -2,6 +2,7 @@
 #include "Descriptors.h"
 #include "LoopSleep.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <sys/eventfd.h>
@@ -12,6 +13,27 @@
 #include <optional>
 #include <thread>
 #include <vector>
+
+namespace {
+
+thread_local int t_takeBeforeGLib = 0; // descriptors, for that moment
+
+} // namespace
+
+extern "C" {
+GMainContext* __real_g_main_context_new(void);
+GMainContext* __wrap_g_main_context_new(void);
+
+GMainContext* __wrap_g_main_context_new(void) {
+    std::vector<int> taken;
+    for (int i = 0; i < t_takeBeforeGLib; ++i)
+        taken.push_back(dup(STDERR_FILENO));
+    GMainContext* context = __real_g_main_context_new();
+    for (const int descriptor : taken)
+        close(descriptor);
+    return context;
+}
+}
 
 namespace {
 
@@ -419,6 +441,48 @@ TEST(RunLoopTest, WithoutDescriptorsThereIsNoLoop) {
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
         EXPECT_NE(CFRunLoopGetCurrent(), nullptr);
     }).join();
+}
+
+// So many descriptors and no more; one at least has to be there.
+class FewDescriptors {
+public:
+    explicit FewDescriptors(rlim_t spare) {
+        const int next = dup(STDERR_FILENO);
+        close(next);
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+        const rlimit few = {static_cast<rlim_t>(next) + spare, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+    ~FewDescriptors() {
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0);
+    }
+
+private:
+    rlimit before_ = {};
+};
+
+// GLib ends the process when it finds none.
+TEST(RunLoopTest, SomebodyMayTakeADescriptorBeforeGLibDoes) {
+    for (rlim_t spare = 1; spare <= 6; ++spare) {
+        const FewDescriptors few(spare);
+        std::thread([] {
+            t_takeBeforeGLib = 2;
+            CFRunLoopGetCurrent();
+        }).join();
+    }
+}
+
+TEST(RunLoopTest, ThreadsThatBeginTogetherDoNotCountOnTheSameDescriptors) {
+    for (int round = 0; round < 600; ++round) {
+        const FewDescriptors few(static_cast<rlim_t>(1 + round % 6));
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back(CFRunLoopGetCurrent);
+        for (std::thread& thread : threads)
+            thread.join();
+    }
 }
 
 } // namespace

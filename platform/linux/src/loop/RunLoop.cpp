@@ -22,6 +22,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <mutex>
 #include <new>
 
 namespace cf {
@@ -52,18 +54,30 @@ struct ThreadsLoop {
     }
 };
 
-// GLib needs a descriptor for a context and ends the process without: see whether there is one.
-bool HasDescriptorToSpare() noexcept {
-    const int descriptor = eventfd(0, EFD_CLOEXEC);
-    if (descriptor >= 0)
-        close(descriptor);
-    return descriptor >= 0;
+// GLib needs a descriptor for a context and ends the process without. Of those that there are,
+// somebody may take one or the other before GLib takes its own.
+bool HasDescriptorsToSpare() noexcept {
+    std::array<int, 4> descriptors;
+    for (int& descriptor : descriptors)
+        descriptor = eventfd(0, EFD_CLOEXEC);
+    const bool found = std::ranges::all_of(descriptors, [](int made) { return made >= 0; });
+    for (const int descriptor : descriptors)
+        if (descriptor >= 0)
+            close(descriptor);
+    return found;
+}
+
+// Threads that begin at the same time do so one after another, lest each count on the same ones.
+RunLoop* MakeLoop() noexcept {
+    static constinit std::mutex making;
+    const std::lock_guard lock(making);
+    return HasDescriptorsToSpare() ? new (std::nothrow) RunLoop : nullptr;
 }
 
 RunLoop* CurrentLoop() noexcept {
     thread_local ThreadsLoop own;
-    if (own.loop == nullptr && HasDescriptorToSpare())
-        own.loop = new (std::nothrow) RunLoop;
+    if (own.loop == nullptr)
+        own.loop = MakeLoop();
     return own.loop;
 }
 
