@@ -2,14 +2,12 @@
 
 #include "Changers.h"
 #include "Tally.h"
-#include "stage/Failure.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdState.h"
 #include "trayprobed/MediaIdThread.h"
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -19,7 +17,6 @@
 #include <set>
 #include <syslog.h>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -28,14 +25,10 @@ using Element = std::pair<UInt64, UInt16>;
 std::atomic<bool> g_quiet = false;
 
 std::mutex g_mutex; // guards what follows
-std::condition_variable g_changed;
 std::multiset<Element> g_identified;
 std::set<Element> g_outOfReach;
 std::map<UInt64, int> g_builds;
 int g_threads = 0;
-long g_listsSent = 0;
-long g_listsSaved = 0;
-std::vector<CFArrayRef> g_savedLists;
 
 thread_local bool t_withdrawalFailed = false;
 
@@ -109,9 +102,7 @@ void __wrap_vsyslog(int priority, const char* format, va_list list)
 void __wrap___vsyslog_chk(int priority, int flag, const char* format, va_list list)
     __attribute__((format(printf, 3, 0)));
 
-// SaveChangerInfoList, SetChangerFSCacheBuildInProgress and VErrThrowWithErrCode
-VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
-VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
+// SetChangerFSCacheBuildInProgress and VErrThrowWithErrCode
 VErrLink* __real__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress);
 VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress);
 VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCode code,
@@ -134,16 +125,6 @@ void __wrap_vsyslog(int, const char* format, va_list list) {
 
 void __wrap___vsyslog_chk(int, int, const char* format, va_list list) {
     NoteLogged(format, list);
-}
-
-VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
-    VErrLink* err = __real__Z19SaveChangerInfoListPK9__CFArray(list);
-    tally::Count(Kind::kListSaved);
-    const std::lock_guard lock(g_mutex);
-    g_savedLists.push_back(list);
-    ++g_listsSaved;
-    g_changed.notify_all();
-    return err;
 }
 
 VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress) {
@@ -172,8 +153,6 @@ void BeginRound(bool quiet) {
     g_quiet = quiet;
     const std::lock_guard lock(g_mutex);
     g_outOfReach.clear();
-    g_listsSent = 0;
-    g_listsSaved = 0;
 }
 
 bool IsBeingIdentified(UInt64 changerGUID, UInt16 storageElem) {
@@ -194,40 +173,6 @@ int CountBuilds(UInt64 changerGUID) {
 bool IsAnybodyAtWork() {
     const std::lock_guard lock(g_mutex);
     return g_threads != 0;
-}
-
-void NoteListSent() {
-    const std::lock_guard lock(g_mutex);
-    ++g_listsSent;
-}
-
-bool AwaitListsUnderWay(long most, const std::atomic<bool>& giveUp) {
-    std::unique_lock lock(g_mutex);
-    g_changed.wait(lock, [&] { return giveUp || g_listsSent - g_listsSaved <= most; });
-    return !giveUp;
-}
-
-void Wake() {
-    const std::lock_guard lock(g_mutex);
-    g_changed.notify_all();
-}
-
-long CountListsSent() {
-    const std::lock_guard lock(g_mutex);
-    return g_listsSent;
-}
-
-void AwaitListsSaved(long count) {
-    std::unique_lock lock(g_mutex);
-    if (!g_changed.wait_for(lock, stage::kPatience, [&] { return g_listsSaved >= count; }))
-        throw stage::Failure("the daemon does not handle notifications any more");
-}
-
-void ReleaseReplacedLists() {
-    const std::lock_guard lock(g_mutex);
-    g_savedLists.pop_back(); // the last one was not replaced
-    for (CFArrayRef list : std::exchange(g_savedLists, {}))
-        CFRelease(list);
 }
 
 } // namespace ledger

@@ -1,7 +1,7 @@
 #include "Server.h"
 
 #include "Chance.h"
-#include "Ledger.h"
+#include "SentLists.h"
 #include "Tally.h"
 #include "common/VErr.h"
 #include "stage/Failure.h"
@@ -143,7 +143,7 @@ Server::~Server() {
     if (processGoesFirst)
         endProcess();
     isDying_ = true;
-    ledger::Wake();
+    sent_lists::Wake();
     shutdown(notifications_, SHUT_RDWR); // wakes who waits for a connection
     shutdown(messages_, SHUT_RDWR);
     CutConnections();
@@ -195,7 +195,7 @@ void Server::Notify() {
 }
 
 void Server::Push(int connection) {
-    while (ledger::AwaitListsUnderWay(Below(6), isDying_)) {
+    while (sent_lists::AwaitUnderWay(Below(6), isDying_)) {
         const auto [frame, hasInfo] = changers_.Compose();
         if (IsMoody() && OneIn(20)) {
             tally::Count(Kind::kNotificationCut);
@@ -205,7 +205,7 @@ void Server::Push(int connection) {
         if (!(OneIn(3) ? SendInPieces(connection, frame) : Send(connection, frame)))
             return;
         if (hasInfo) {
-            ledger::NoteListSent();
+            sent_lists::NoteSent();
             tally::Count(Kind::kChangerInfo);
         }
         if (changers_.TheMood() == Mood::kCalm)

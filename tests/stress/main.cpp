@@ -25,6 +25,7 @@
 #include "Invariants.h"
 #include "Ledger.h"
 #include "RunningDaemon.h"
+#include "SentLists.h"
 #include "Server.h"
 #include "ShortTimes.h"
 #include "Tally.h"
@@ -86,7 +87,7 @@ void Storm(Surroundings& around, Mood mood) {
 // the second was dealt with.
 void ChangeMood(Surroundings& around, Mood mood) {
     around.changers.SetMood(mood);
-    ledger::AwaitListsSaved(ledger::CountListsSent() + 3);
+    sent_lists::AwaitSaved(sent_lists::CountSent() + 3);
 }
 
 void ComeToRest(Surroundings& around, bool anew) {
@@ -94,13 +95,14 @@ void ComeToRest(Surroundings& around, bool anew) {
     for (const auto end = Clock::now() + stage::kPatience; !IsAtRest();) {
         if (Clock::now() > end)
             throw stage::Failure("the daemon does not come to rest");
-        ledger::AwaitListsSaved(ledger::CountListsSent() + 1);
+        sent_lists::AwaitSaved(sent_lists::CountSent() + 1);
     }
     CheckRest(anew);
 }
 
 void RunRound(Surroundings& around, Mood mood) {
     ledger::BeginRound(mood != Mood::kStorm);
+    sent_lists::BeginRound();
     {
         const RunningDaemon daemon;
         around.server.emplace(around.changers);
@@ -110,9 +112,9 @@ void RunRound(Surroundings& around, Mood mood) {
         ChangeMood(around, Mood::kNoChangers);
         ComeToRest(around, true);
         around.server.reset();
-        ledger::AwaitListsSaved(ledger::CountListsSent()); // nothing is lost
+        sent_lists::AwaitSaved(sent_lists::CountSent()); // nothing is lost
     }
-    ledger::ReleaseReplacedLists();
+    sent_lists::ReleaseReplaced();
 }
 
 // All but what there was before must go.
