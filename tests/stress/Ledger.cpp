@@ -6,6 +6,7 @@
 #include "trayprobed/MediaIdState.h"
 #include "trayprobed/MediaIdThread.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -31,6 +32,11 @@ std::map<UInt64, int> g_builds;
 int g_threads = 0;
 
 thread_local bool t_withdrawalFailed = false;
+
+// No storm is an excuse for these.
+constexpr const char* kNeverLogged[] = {"alloc",      "header",        "inconsitent data length",
+                                        "mutable",    "property list", "pthread_",
+                                        "unexpected", "timer",         "<UNKNOWN>"};
 
 struct Body {
     void* (*function)(void*);
@@ -84,9 +90,10 @@ __attribute__((format(printf, 1, 0))) void NoteLogged(const char* format, va_lis
     std::array<char, 2048> line;
     std::vsnprintf(line.data(), line.size(), format, list);
     tally::Count(Kind::kLineLogged);
-    if (std::strstr(line.data(), "RunMediaIdThread: fail ChangerServerRequestChangerIdentif"))
+    const auto isIn = [&](const char* text) { return std::strstr(line.data(), text) != nullptr; };
+    if (isIn("RunMediaIdThread: fail ChangerServerRequestChangerIdentification"))
         t_withdrawalFailed = true;
-    if (g_quiet)
+    if (g_quiet || std::ranges::any_of(kNeverLogged, isIn))
         tally::Complain(std::string("logged: ") + line.data());
 }
 

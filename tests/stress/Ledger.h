@@ -10,7 +10,7 @@
 
 namespace ledger {
 
-// Forgets everything. In a quiet round nothing may be logged.
+// Forgets everything. In a quiet round nothing may be logged, in others not everything.
 void BeginRound(bool quiet);
 
 bool IsBeingIdentified(UInt64 changerGUID, UInt16 storageElem);
