@@ -78,6 +78,9 @@ VErrLink* StartNotificationConnectCycle(ChangerNotificationSubscription* subscri
     VErrLink* err = nullptr;
     if (subscription->connectTimer != nullptr)
         return nullptr;
+    // Without a loop, for which there was no memory or descriptor, no timer would ever fire.
+    if (subscription->runLoop == nullptr)
+        return VERR_RAISE(VErrThrow(&err, "fail create connect timer"));
     CFRunLoopTimerContext context = {0, subscription, nullptr, nullptr, nullptr};
     CFRunLoopTimerRef timer =
         CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent(), k_connectInterval, 0,
