@@ -12,6 +12,10 @@ namespace {
 
 const std::string kIdent = "trayprobed: ";
 
+bool IsLogged(const Line& line) {
+    return line.voice == Voice::SystemLog;
+}
+
 bool IsOfTheDaemon(const Line& line) {
     return line.voice == Voice::SystemLog && line.text.starts_with(kIdent);
 }
@@ -47,8 +51,7 @@ void Scene::TakeBaseline() {
 }
 
 std::string Scene::NextLogLine(const std::string& awaited) {
-    const auto isLogged = [](const Line& line) { return line.voice == Voice::SystemLog; };
-    return record_.Await(isLogged, "log: " + awaited).text;
+    return record_.Await(IsLogged, "log: " + awaited).text;
 }
 
 void Scene::AwaitLog(const std::vector<std::string>& patterns) {
@@ -64,6 +67,15 @@ void Scene::AwaitEndOfLog(const std::string& pattern) {
     const Pattern last(kIdent + pattern);
     while (!last.Matches(NextLogLine(pattern))) {
     }
+}
+
+std::vector<std::string> Scene::TakeLog() {
+    log_.CatchUp();
+    std::vector<std::string> lines;
+    while (const auto line = record_.TakeIfThere(IsLogged)) {
+        lines.push_back(line->text);
+    }
+    return lines;
 }
 
 std::vector<std::string> Scene::End() {

@@ -49,6 +49,9 @@ public:
     // Takes the next lines of the system log, whatever they are, until one matches the pattern.
     void AwaitEndOfLog(const std::string& pattern);
 
+    // Takes what was logged so far, whatever it is.
+    std::vector<std::string> TakeLog();
+
     // Ends the run, politely where possible; returns what was wrong, one line each.
     std::vector<std::string> End();
 

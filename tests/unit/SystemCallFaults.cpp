@@ -127,8 +127,6 @@ NoSystemCallFaultsHere::~NoSystemCallFaultsHere() {
 FAILING_CALL(int, -1, connect, (int socket, const sockaddr* address, socklen_t length),
              (socket, address, length))
 FAILING_CALL(int, -1, epoll_create1, (int flags), (flags))
-FAILING_CALL(int, -1, epoll_ctl, (int epoll, int operation, int descriptor, epoll_event* event),
-             (epoll, operation, descriptor, event))
 FAILING_CALL(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
 FAILING_CALL(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode))
 FAILING_CALL(int, -1, fstat, (int descriptor, struct stat* status), (descriptor, status))
@@ -149,12 +147,20 @@ FAILING_CALL(int, -1, statfs, (const char* path, struct statfs* status), (path, 
 FAILING_CALL(int, -1, timerfd_create, (int clock, int flags), (clock, flags))
 
 extern "C" {
+int __real_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event);
+int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event);
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
 int __real_openat(int directory, const char* path, int flags, ...);
 int __wrap_openat(int directory, const char* path, int flags, ...);
 ssize_t __real_send(int socket, const void* bytes, std::size_t count, int flags);
 ssize_t __wrap_send(int socket, const void* bytes, std::size_t count, int flags);
+
+// Only adding takes memory.
+int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
+    const bool fails = operation == EPOLL_CTL_ADD && Fails("epoll_ctl");
+    return fails ? -1 : __real_epoll_ctl(epoll, operation, descriptor, event);
+}
 
 int __wrap_open(const char* path, int flags, ...) {
     va_list arguments;

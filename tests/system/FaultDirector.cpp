@@ -1,0 +1,49 @@
+#include "FaultDirector.h"
+
+#include "stage/Descriptor.h"
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+
+#include <fcntl.h>
+#include <new>
+#include <sys/mman.h>
+
+using stage::Require;
+
+FaultDirector::FaultDirector() {
+    const stage::Descriptor file(open(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    Require(ftruncate(file.Get(), sizeof(FaultPlan)) == 0, "cannot make " + path_);
+    void* const memory =
+        mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+    Require(memory != MAP_FAILED, "cannot share " + path_);
+    plan_ = new (memory) FaultPlan;
+}
+
+FaultDirector::~FaultDirector() {
+    munmap(plan_, sizeof(FaultPlan));
+    unlink(path_.c_str());
+}
+
+// The address sanitizer wants to come first, and is content when it does not.
+stage::DaemonStart FaultDirector::Start() const {
+    stage::DaemonStart start;
+    start.environment = {"LD_PRELOAD=" + stage::ProgramPath("libfaulty-calls.so"),
+                         std::string(kFaultPlanVariable) + "=" + path_,
+                         "ASAN_OPTIONS=verify_asan_link_order=0"};
+    return start;
+}
+
+void FaultDirector::Arm(std::string_view call, int error, int nth) {
+    plan_->error = error;
+    plan_->untilFault = nth;
+    plan_->call = IndexOfFaultyCall(call);
+}
+
+bool FaultDirector::Disarm() {
+    plan_->call = -1;
+    return plan_->untilFault <= 0;
+}
+
+long FaultDirector::TakeWaits() {
+    return plan_->waits.exchange(0);
+}

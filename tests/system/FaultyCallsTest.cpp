@@ -1,0 +1,303 @@
+// The daemon's calls, and those of its libraries: each fails in each way, the first, second, ... of
+// its kind, while the daemon does one thing after the other.
+
+#include "FaultDirector.h"
+#include "SystemTest.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <iomanip>
+#include <set>
+#include <sstream>
+#include <utility>
+
+using stage::Event;
+using stage::Line;
+using stage::Voice;
+
+namespace {
+
+constexpr int kSlots = 50;
+
+// One call, and the ways in which it fails.
+struct Failing {
+    const char* call;
+    std::vector<int> errors;
+    int stride = 1; // so many calls from one that fails to the next
+};
+
+void PrintTo(const Failing& failing, std::ostream* out) {
+    *out << failing.call;
+}
+
+bool IsFaultNotice(const Line& line) {
+    return line.voice == Voice::DaemonOutput && line.text == kFaultNotice;
+}
+
+bool IsLogged(const Line& line, const std::string& part) {
+    return line.voice == Voice::SystemLog && line.text.find(part) != std::string::npos;
+}
+
+bool IsInfoOpen(const Line& line, int after) {
+    const auto event = stage::ParseEvent(line.text);
+    return event && event->kind == "info-open" && event->number > after;
+}
+
+class FaultyCallsTest : public SystemTest, public testing::WithParamInterface<Failing> {
+protected:
+    FaultyCallsTest() {
+        // As many drives as slots, for a disc may have to stay where it is.
+        const std::string count = std::to_string(kSlots);
+        StartServer("slots=" + count + " drives=" + count);
+    }
+
+    // Runs a round with the first, second, ... call failing in each way, until one needs no more of
+    // them. A round ends the fault, and returns whether it happened.
+    void ForEachFault(const char* thing, const std::function<bool()>& runRound);
+    bool EndFault();
+
+    // A root that cannot be read is taken for no changer's, without a word.
+    static bool IsForReading() {
+        static const std::set<std::string> kReading = {"fstat", "open", "read", "stat"};
+        return kReading.contains(GetParam().call);
+    }
+    // An error in reading the process table ends the trying to connect for good, and is meant to.
+    static bool EndsTheTrying() {
+        return GetParam().call == std::string("readdir");
+    }
+    // The next line of the record that tells how far the daemon has come.
+    Line NextSign(const std::function<bool(const Line&)>& isSign);
+
+    FaultDirector director_;
+
+private:
+    bool isNoticeTaken_ = false;
+};
+
+void FaultyCallsTest::ForEachFault(const char* thing, const std::function<bool()>& runRound) {
+    int faults = 0;
+    for (const int error : GetParam().errors) {
+        bool happened = true;
+        for (int nth = 1; happened; nth += GetParam().stride) {
+            SCOPED_TRACE(std::string(thing) + ", call " + std::to_string(nth) + ": " +
+                         strerrorname_np(error));
+            director_.Arm(GetParam().call, error, nth);
+            happened = runRound();
+            faults += happened ? 1 : 0;
+        }
+    }
+    RecordProperty(thing, faults);
+}
+
+bool FaultyCallsTest::EndFault() {
+    const bool happened = director_.Disarm();
+    if (happened && !std::exchange(isNoticeTaken_, false))
+        scene_.TheRecord().Await(IsFaultNotice, "notice of the fault");
+    return happened;
+}
+
+Line FaultyCallsTest::NextSign(const std::function<bool(const Line&)>& isSign) {
+    const Line line = scene_.TheRecord().Await(
+        [&](const Line& each) { return isSign(each) || IsFaultNotice(each); }, "a sign of life");
+    isNoticeTaken_ |= IsFaultNotice(line);
+    return line;
+}
+
+// ---- the start ----
+
+bool IsClearedStatus(const Line& line) {
+    const auto event = stage::ParseEvent(line.text);
+    return event && event->kind == "request" &&
+           event->Has({{"command", "set client status"}, {"message", ""}});
+}
+
+bool IsSignOfStart(const Line& line) {
+    return IsClearedStatus(line) || IsInfoOpen(line, 0) || IsLogged(line, "main: fail");
+}
+
+// Comes up, with its connection and its disks, or says why not and ends with status 0.
+class FaultyStartTest : public FaultyCallsTest {
+protected:
+    bool Start() {
+        while (scene_.TheRecord().TakeIfThere(IsSignOfStart)) {
+        }
+        scene_.StartDaemon(director_.Start());
+        const bool isUp = AwaitStart();
+        const bool happened = EndFault();
+        EXPECT_TRUE(isUp || happened);
+        if (isUp)
+            scene_.TheDaemon().Signal(SIGTERM);
+        EXPECT_EQ(scene_.AwaitEndOfDaemon(), isUp ? SIGTERM : 0);
+        const auto log = scene_.TakeLog();
+        EXPECT_TRUE(happened || log.empty()) << testing::PrintToString(log);
+        return happened;
+    }
+
+private:
+    bool AwaitStart() {
+        bool isConnected = false;
+        bool mayBeLost = false;
+        int reads = 0; // of the info file: to recognise it, and to enter it
+        while (!isConnected || (reads < 2 && !mayBeLost)) {
+            const Line line = NextSign(IsSignOfStart);
+            if (line.voice == Voice::SystemLog)
+                return false;
+            isConnected |= IsClearedStatus(line);
+            reads += IsInfoOpen(line, 0) ? 1 : 0;
+            mayBeLost |= IsFaultNotice(line) && IsForReading();
+        }
+        return true;
+    }
+};
+
+TEST_P(FaultyStartTest, ComesUpOrSaysWhyNot) {
+    if (!EndsTheTrying())
+        ForEachFault("start", [this] { return Start(); });
+}
+
+// ---- a running daemon ----
+
+bool IsFailedWithdrawal(const Line& line) {
+    return IsLogged(line, "RunMediaIdThread: fail ChangerServerRequestChangerIdentification");
+}
+
+bool IsIdentification(const Line& line, const std::string& slot) {
+    const auto event = stage::ParseEvent(line.text);
+    return event && event->kind == "identified" && event->Has({{"slot", slot}});
+}
+
+class FaultyRunTest : public FaultyCallsTest {
+protected:
+    FaultyRunTest() {
+        StartDaemon(director_.Start());
+        rest_ = scene_.TheDaemon().TakeFootprint();
+        rest_.descriptors.emplace_back("socket"); // to the system log
+        std::sort(rest_.descriptors.begin(), rest_.descriptors.end());
+    }
+
+    // doThing returns whether the thing was done; else the log has to tell.
+    void Sweep(const char* thing, const std::function<bool()>& doThing) {
+        ForEachFault(thing, [&] {
+            director_.TakeWaits();
+            const bool done = doThing();
+            const bool happened = EndFault();
+            CheckDaemon(done, happened);
+            return happened;
+        });
+    }
+
+    // A new disc is put in; the notifications come again and again until it has had its turn.
+    bool Identify();
+    // The server drops its connections.
+    bool Reconnect();
+    // The changer's file system goes and comes.
+    bool Remount();
+
+private:
+    void CheckDaemon(bool done, bool happened);
+    void AwaitRest();
+
+    stage::Footprint rest_;
+    int slot_ = 0; // the one to put a disc in
+    bool isOccupied_ = false;
+    bool isOutOfReach_ = false; // since its request could not be withdrawn
+    int changers_ = 0x1000;
+};
+
+void FaultyRunTest::CheckDaemon(bool done, bool happened) {
+    constexpr long kBusy = 1000; // looks for something to do, where some ten are usual
+    EXPECT_LT(director_.TakeWaits(), kBusy);
+    AwaitRest();
+    const auto log = scene_.TakeLog();
+    EXPECT_TRUE(done || !log.empty()) << "passed over in silence";
+    EXPECT_TRUE(happened || (done && log.empty())) << testing::PrintToString(log);
+    const bool isFailed = std::ranges::any_of(log, [](const auto& text) {
+        return IsFailedWithdrawal({Voice::SystemLog, text});
+    });
+    if (std::exchange(isOutOfReach_, false) || isFailed)
+        ++slot_;
+}
+
+// The daemon acts on notifications in their order. Once it has taken up another changer, none is
+// left from before.
+void FaultyRunTest::AwaitRest() {
+    std::ostringstream changer;
+    changer << std::hex << std::uppercase << std::setw(16) << std::setfill('0') << changers_++;
+    Tell("add-changer changer=" + changer.str() + " slots=1 drives=1");
+    AwaitChangerTakenUp(changer.str());
+    const stage::Footprint now = scene_.TheDaemon().AwaitFootprintWithin(rest_);
+    EXPECT_TRUE(now.IsWithin(rest_)) << Describe(now);
+    if (std::exchange(isOccupied_, false))
+        Tell("take changer=A1 slot=" + std::to_string(slot_));
+}
+
+// An identification that cannot withdraw the request leaves the disc for good, and says so. Any
+// other failure leaves it to a next time.
+bool FaultyRunTest::Identify() {
+    const std::string slot = std::to_string(slot_);
+    Tell("put changer=A1 slot=" + slot + " directories=3");
+    isOccupied_ = true;
+    const Line line = scene_.TheRecord().Await(
+        [&](const Line& each) { return IsIdentification(each, slot) || IsFailedWithdrawal(each); },
+        "the identification of slot " + slot);
+    scene_.TheDaemon().AwaitFootprintWithin(rest_); // the disc is ejected, or stays
+    isOutOfReach_ = IsFailedWithdrawal(line);
+    return !isOutOfReach_;
+}
+
+bool FaultyRunTest::Reconnect() {
+    Tell("stop");
+    const int stopped = Server().AllSoFar("stopped").back().number;
+    Tell("start");
+    Server().Await("subscriber", [stopped](const Event& subscriber) {
+        return subscriber.number > stopped && subscriber["connected"] == "yes";
+    });
+    return true;
+}
+
+// What was lost is found again when the file system comes anew.
+bool FaultyRunTest::Remount() {
+    Tell("unmount changer=A1");
+    const int unmounted = Server().AllSoFar("file-system").back().number;
+    Tell("mount changer=A1");
+    for (int reads = 0; reads < 2; ++reads) { // to recognise it, and to enter it
+        while (IsFaultNotice(
+            NextSign([&](const Line& each) { return IsInfoOpen(each, unmounted); }))) {
+            director_.Disarm();
+            if (IsForReading())
+                return Remount();
+        }
+    }
+    return true;
+}
+
+TEST_P(FaultyRunTest, IsGotOver) {
+    Sweep("identification", [this] { return Identify(); });
+    if (!EndsTheTrying())
+        Sweep("reconnection", [this] { return Reconnect(); });
+    Sweep("remount", [this] { return Remount(); });
+}
+
+// ---- the calls ----
+
+const auto kCalls = testing::Values(
+    Failing{"connect", {EAGAIN, ECONNREFUSED, EINTR}}, Failing{"epoll_create1", {EMFILE, ENFILE}},
+    Failing{"epoll_ctl", {ENOMEM, ENOSPC}}, Failing{"epoll_wait", {EINTR}},
+    Failing{"eventfd", {EMFILE, ENFILE}}, Failing{"fopen", {EMFILE, ENFILE}},
+    Failing{"fstat", {EIO}}, Failing{"lstat", {EIO}}, Failing{"open", {EINTR, EMFILE, ENFILE}},
+    Failing{"openat", {EMFILE, ENFILE}}, Failing{"opendir", {EMFILE, ENFILE}},
+    Failing{"poll", {EINTR}}, Failing{"ppoll", {EINTR}}, Failing{"pthread_create", {EAGAIN}},
+    Failing{"read", {EINTR, EIO}}, Failing{"readdir", {EIO}, 50},
+    Failing{"recv", {EAGAIN, ECONNRESET, EINTR}}, Failing{"scandir", {EIO, EMFILE, ENFILE, ENOMEM}},
+    Failing{"send", {EAGAIN, ECONNRESET, EINTR, EPIPE}}, Failing{"socket", {EMFILE, ENFILE}},
+    Failing{"stat", {EIO}}, Failing{"statfs", {EIO}}, Failing{"timerfd_create", {EMFILE, ENFILE}});
+
+std::string NameOf(const testing::TestParamInfo<Failing>& instance) {
+    return instance.param.call;
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, FaultyStartTest, kCalls, NameOf);
+INSTANTIATE_TEST_SUITE_P(Calls, FaultyRunTest, kCalls, NameOf);
+
+} // namespace
