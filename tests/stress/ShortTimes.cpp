@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kClockSpeed = 100;
+constexpr int kClockSpeed = 40;
 const Clock::time_point g_begin = Clock::now();
 const time_t g_beginTime = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 

@@ -2,7 +2,7 @@
 #define TESTS_STRESS_SHORTTIMES_H
 
 /*
- * The daemon's time, made short: the clock that its loops look at runs a hundred times as fast,
+ * The daemon's time, made short: the clock that its loops look at runs forty times as fast,
  * a sleep lasts milliseconds, and so do the delays of its timers. Wrap the functions of
  * kShortTimesWraps.
  *
