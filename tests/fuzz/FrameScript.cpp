@@ -8,32 +8,38 @@ namespace {
 
 constexpr char kEscape = '\x1B';
 constexpr char kFrame = 'F';
+constexpr char kFrameInPieces = 'f';
 constexpr char kChunkEnd = '|';
 
-// Takes the next byte off the script; a letter behind an escape character is its event.
+// A byte of the stream, or the letter behind an escape character.
 struct Token {
     char byte;
-    bool isEvent;
+    bool isEscaped;
 };
 
 Token TakeToken(std::string_view& script) {
-    const bool isEvent = script.size() > 1 && script.front() == kEscape;
-    const Token token = {script[isEvent ? 1 : 0], isEvent};
-    script.remove_prefix(isEvent ? 2 : 1);
+    const bool isEscaped = script.size() > 1 && script.front() == kEscape;
+    const Token token = {script[isEscaped ? 1 : 0], isEscaped};
+    script.remove_prefix(isEscaped ? 2 : 1);
     return token;
 }
 
 bool IsFrame(const Token& token) {
-    return token.isEvent && token.byte == kFrame;
+    return token.isEscaped && (token.byte == kFrame || token.byte == kFrameInPieces);
 }
 
+bool IsEvent(const Token& token) {
+    return token.isEscaped && !IsFrame(token) && token.byte != kChunkEnd;
+}
+
+// Of the frame whose header stands before this.
 std::string PayloadAt(std::string_view script) {
     std::string payload;
     while (!script.empty()) {
         const Token token = TakeToken(script);
         if (IsFrame(token))
             break;
-        if (!token.isEvent)
+        if (!token.isEscaped)
             payload += token.byte;
     }
     return payload;
@@ -45,23 +51,30 @@ std::string HeaderOf(std::string_view payload) {
     return {reinterpret_cast<const char*>(&header), sizeof header};
 }
 
+// The last step is the one that bytes are added to.
+void AddHeader(std::vector<ScriptStep>& steps, const std::string& header, bool inPieces) {
+    for (const char byte : header) {
+        steps.back().bytes += byte;
+        if (inPieces)
+            steps.emplace_back();
+    }
+}
+
 } // namespace
 
-std::vector<ScriptStep> ReadFrameScript(std::string_view script, Chunks chunks) {
-    std::vector<ScriptStep> steps;
-    std::string chunk;
+std::vector<ScriptStep> ReadChunks(std::string_view script) {
+    std::vector<ScriptStep> steps(1);
     while (!script.empty()) {
         const Token token = TakeToken(script);
-        if (IsFrame(token))
-            chunk += HeaderOf(PayloadAt(script));
-        else if (!token.isEvent)
-            chunk += token.byte;
-        else if (token.byte != kChunkEnd)
-            steps.push_back({std::exchange(chunk, {}), token.byte});
-        else if (chunks == Chunks::AsTold)
-            steps.push_back({std::exchange(chunk, {}), '\0'});
+        if (IsFrame(token)) {
+            AddHeader(steps, HeaderOf(PayloadAt(script)), token.byte == kFrameInPieces);
+        } else if (!token.isEscaped) {
+            steps.back().bytes += token.byte;
+        } else {
+            steps.back().event = IsEvent(token) ? token.byte : '\0';
+            steps.emplace_back();
+        }
     }
-    steps.push_back({std::move(chunk), '\0'});
     return steps;
 }
 
@@ -69,11 +82,29 @@ bool IsWellFramed(std::string_view script) {
     bool isFirst = true;
     while (!script.empty()) {
         const Token token = TakeToken(script);
-        if ((isFirst && !IsFrame(token)) || (token.isEvent && token.byte == kLost))
+        if ((isFirst && !IsFrame(token)) || (token.isEscaped && token.byte == kLost))
             return false;
         isFirst = false;
     }
     return !isFirst;
+}
+
+std::vector<ScriptStep> ReadPayloads(std::string_view script) {
+    std::vector<ScriptStep> steps;
+    std::string payload;
+    std::size_t missing = 0;
+    while (!script.empty()) {
+        const Token token = TakeToken(script);
+        if (IsFrame(token)) {
+            payload = PayloadAt(script);
+            missing = payload.size();
+        } else if (IsEvent(token)) {
+            steps.push_back({{}, token.byte});
+        } else if (!token.isEscaped && --missing == 0) {
+            steps.push_back({std::exchange(payload, {})});
+        }
+    }
+    return steps;
 }
 
 std::string FirstPayload(std::string_view script) {

@@ -6,6 +6,7 @@
  * character and the letter behind it:
  *
  *   ESC F  the header of a frame whose payload reaches to the next such header, or the end
+ *   ESC f  the same, each byte of the header in a chunk of its own
  *   ESC |  the end of a chunk
  *   ESC L  the end of the connection
  *   ESC and any other letter: something that happens at that point, which the target knows
@@ -17,20 +18,22 @@
 
 constexpr char kLost = 'L';
 
-// Something that happens, and the chunk that arrives before it.
+// Something that happens, and the bytes that arrived just before.
 struct ScriptStep {
-    std::string chunk; // may be empty: none arrives
-    char event;        // '\0' for none
+    std::string bytes; // may be empty: none arrived
+    char event = '\0'; // none
 };
 
-enum class Chunks { AsTold, Whole }; // Whole: as if there were no ESC |
+// The chunks of the stream.
+std::vector<ScriptStep> ReadChunks(std::string_view script);
 
-std::vector<ScriptStep> ReadFrameScript(std::string_view script, Chunks chunks);
-
-// Whether the script has nothing but whole, well-formed frames, so that chunks do not matter.
+// Whether the script has nothing but whole, well-formed frames.
 bool IsWellFramed(std::string_view script);
 
-// The payload of the first frame of such a script.
+// The payloads of such a script instead of its chunks, but for empty ones.
+std::vector<ScriptStep> ReadPayloads(std::string_view script);
+
+// The payload of its first frame, which may be empty.
 std::string FirstPayload(std::string_view script);
 
 #endif

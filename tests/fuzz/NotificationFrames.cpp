@@ -68,11 +68,15 @@ public:
     Daemon& operator=(const Daemon&) = delete;
 
     // What it did: its commands to the server and its timers.
-    std::vector<std::string> Play(const std::vector<ScriptStep>& script);
+    std::vector<std::string> ReceiveChunks(std::string_view script);
+    // What it should do, were its frames assembled and read well.
+    std::vector<std::string> TakePayloads(std::string_view script);
 
 private:
     void Receive(std::string_view chunk);
+    void Take(std::string_view payload);
     void Happen(char event);
+    std::vector<std::string> End();
     static void FireDailyTimer();
     void NoteWhatItDid();
     void ExpectNothingUnderWay() const;
@@ -111,16 +115,27 @@ Daemon::~Daemon() {
     log_.Take();
 }
 
-std::vector<std::string> Daemon::Play(const std::vector<ScriptStep>& script) {
-    for (const ScriptStep& step : script) {
-        if (!step.chunk.empty())
-            Receive(step.chunk);
+std::vector<std::string> Daemon::ReceiveChunks(std::string_view script) {
+    for (const ScriptStep& step : ReadChunks(script)) {
+        if (!step.bytes.empty())
+            Receive(step.bytes);
         Happen(step.event);
-        NoteWhatItDid();
     }
+    return End();
+}
+
+std::vector<std::string> Daemon::TakePayloads(std::string_view script) {
+    for (const ScriptStep& step : ReadPayloads(script)) {
+        if (!step.bytes.empty())
+            Take(step.bytes);
+        Happen(step.event);
+    }
+    return End();
+}
+
+std::vector<std::string> Daemon::End() {
     while (HeldThreads::Count() > 0)
         Happen('T');
-    NoteWhatItDid();
     if (!refused_)
         ExpectNothingUnderWay();
     return done_;
@@ -129,6 +144,16 @@ std::vector<std::string> Daemon::Play(const std::vector<ScriptStep>& script) {
 void Daemon::Receive(std::string_view chunk) {
     ServerNotificationSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk),
                                      subscription_);
+}
+
+void Daemon::Take(std::string_view payload) {
+    const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
+        nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));
+    if (list != nullptr) {
+        EXPECT_EQ(
+            HandleChangerNotification(subscription_, static_cast<CFDictionaryRef>(list.Get())),
+            nullptr);
+    }
 }
 
 void Daemon::Happen(char event) {
@@ -146,6 +171,7 @@ void Daemon::Happen(char event) {
         FakeServer::Fail("");
         refused_ = true;
     }
+    NoteWhatItDid();
 }
 
 void Daemon::FireDailyTimer() {
@@ -187,9 +213,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const int zone = setenv("TZ", "UTC", 1);
     EXPECT_EQ(zone, 0);
     const std::string_view script = TextOfInput(data, size);
-    const auto done = Daemon(fileSystem).Play(ReadFrameScript(script, Chunks::AsTold));
+    const auto done = Daemon(fileSystem).ReceiveChunks(script);
     if (IsWellFramed(script)) {
-        EXPECT_EQ(Daemon(fileSystem).Play(ReadFrameScript(script, Chunks::Whole)), done);
+        EXPECT_EQ(done, Daemon(fileSystem).TakePayloads(script));
     }
     return 0;
 }

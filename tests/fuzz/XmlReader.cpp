@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 // libplist takes a 0 in front for octal, and no blanks.
@@ -15,6 +17,16 @@ bool IsPlainInteger(std::string_view digits) {
         digits.remove_prefix(1);
     return digits.starts_with("0<") || digits.starts_with("0x") ||
            (!digits.empty() && digits.front() >= '1' && digits.front() <= '9');
+}
+
+// libplist does not count on behind the end of a month, or of a day.
+bool IsPlainDate(std::string_view text) {
+    const auto isWithin = [text](std::size_t at, std::string_view first, std::string_view last) {
+        const std::string_view field = text.substr(std::min(at, text.size()), 2);
+        return first <= field && field <= last;
+    };
+    return isWithin(5, "01", "12") && isWithin(8, "01", "28") && isWithin(11, "00", "23") &&
+           isWithin(14, "00", "59") && isWithin(17, "00", "59");
 }
 
 // libplist does not go on behind a '=' inside of base64.
@@ -47,7 +59,8 @@ bool IsPlain(std::string_view text) {
         if (text.find(token) != text.npos)
             return false;
     return EachIsFollowedBy(text, "=", IsEndOfBase64) &&
-           EachIsFollowedBy(text, "<integer>", IsPlainInteger);
+           EachIsFollowedBy(text, "<integer>", IsPlainInteger) &&
+           EachIsFollowedBy(text, "<date>", IsPlainDate);
 }
 
 } // namespace
