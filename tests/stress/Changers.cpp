@@ -73,27 +73,31 @@ Value ChangerInfo(int changer, bool isCalm) {
 
 } // namespace
 
-Changers::Notification Changers::Compose() {
-    const Mood mood = mood_;
-    const bool isCalm = mood == Mood::kCalm;
+void Changers::ComeAndGo(Mood mood) {
     for (int changer = 0; changer < kChangers; ++changer) {
         bool& isThere = isThere_[changer];
-        if (mood != Mood::kStorm)
+        if (mood != Mood::kStorm) {
             isThere = mood != Mood::kNoChangers;
-        else if (!StaysKnown(GuidOf(changer)) && OneIn(8))
-            tally::Count((isThere = !isThere) ? Kind::kChangerAddedAnew : Kind::kChangerRemoved);
+        } else if (!StaysKnown(GuidOf(changer)) && OneIn(8)) {
+            isThere = !isThere;
+            tally::Count(isThere ? Kind::kChangerAddedAnew : Kind::kChangerRemoved);
+        }
     }
+}
 
+Changers::Notification Changers::Compose() {
+    const Mood mood = mood_;
+    const bool isStorm = mood == Mood::kStorm || mood == Mood::kQuietStorm;
+    ComeAndGo(mood);
     const Held list = Array();
     const Held infos = Array();
     for (int changer = 0; changer < kChangers; ++changer) {
         if (!isThere_[changer])
             continue;
         CFArrayAppendValue(list, Integer(static_cast<std::int64_t>(GuidOf(changer))));
-        CFArrayAppendValue(infos, ChangerInfo(changer, isCalm).Get());
+        CFArrayAppendValue(infos, ChangerInfo(changer, !isStorm).Get());
     }
     const Mutable notification = Dictionary();
-    const bool isStorm = mood == Mood::kStorm || mood == Mood::kQuietStorm;
     if (Happens(!isStorm || OneIn(3), Kind::kChangerList))
         Set(notification, "changer list", list);
     if (Happens(isStorm && OneIn(3), Kind::kRootPreferences))

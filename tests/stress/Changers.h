@@ -48,6 +48,8 @@ public:
     Notification Compose();
 
 private:
+    void ComeAndGo(Mood mood);
+
     std::atomic<Mood> mood_ = Mood::kCalm;
     bool isThere_[kChangers] = {};
 };

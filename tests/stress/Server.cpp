@@ -123,6 +123,36 @@ Request ParseRequest(const std::string& text) {
             isOfDisc};
 }
 
+void LetDown(int connection) {
+    constexpr Kind kWays[] = {Kind::kErrorAnswer, Kind::kNoAnswer, Kind::kClosedUnanswered};
+    const Kind way = kWays[Below(3)];
+    tally::Count(way);
+    if (way == Kind::kErrorAnswer)
+        Send(connection, ErrorReply(kVErrFacilityBase + 1234));
+    else if (way == Kind::kNoAnswer)
+        AwaitEnd(connection);
+}
+
+void PutOff(int connection, bool isMount) {
+    tally::Count(Kind::kServerBusy);
+    const bool isUnderWay = isMount && OneIn(2);
+    Send(connection, ErrorReply(isUnderWay ? kVErrCodeMountUnderWay : kVErrCodeServerBusy));
+}
+
+void Comply(int connection) {
+    const std::string reply = FrameOfList(Dictionary());
+    if (OneIn(4)) {
+        tally::Count(Kind::kAnswerLate);
+        chance::Pause(1000);
+    }
+    if (OneIn(4)) {
+        tally::Count(Kind::kAnswerInPieces);
+        SendInPieces(connection, reply);
+    } else {
+        Send(connection, reply);
+    }
+}
+
 } // namespace
 
 Server::Server(Changers& changers)
@@ -235,32 +265,11 @@ void Server::Answer(int connection) {
     tally::Count(request.kind);
     // A disc whose withdrawal fails is out of reach from then on, so that seldom happens.
     const bool isWithdrawalOfDisc = request.kind == Kind::kWithdrawal && request.isOfDisc;
-    if (IsMoody() && OneIn(isWithdrawalOfDisc ? 100 : 10)) {
-        constexpr Kind kFates[] = {Kind::kErrorAnswer, Kind::kNoAnswer, Kind::kClosedUnanswered};
-        const Kind fate = kFates[Below(3)];
-        tally::Count(fate);
-        if (fate == Kind::kErrorAnswer)
-            Send(connection, ErrorReply(kVErrFacilityBase + 1234));
-        else if (fate == Kind::kNoAnswer)
-            AwaitEnd(connection);
-        return;
-    }
     const bool isMount = request.kind == Kind::kMount;
-    if ((isMount || request.kind == Kind::kEject) && OneIn(8)) {
-        tally::Count(Kind::kServerBusy);
-        Send(connection,
-             ErrorReply(isMount && OneIn(2) ? kVErrCodeMountUnderWay : kVErrCodeServerBusy));
-        return;
-    }
-    const std::string reply = FrameOfList(Dictionary());
-    if (OneIn(4)) {
-        tally::Count(Kind::kAnswerLate);
-        chance::Pause(1000);
-    }
-    if (OneIn(4)) {
-        tally::Count(Kind::kAnswerInPieces);
-        SendInPieces(connection, reply);
-    } else {
-        Send(connection, reply);
-    }
+    if (IsMoody() && OneIn(isWithdrawalOfDisc ? 100 : 10))
+        LetDown(connection);
+    else if ((isMount || request.kind == Kind::kEject) && OneIn(8))
+        PutOff(connection, isMount);
+    else
+        Comply(connection);
 }
