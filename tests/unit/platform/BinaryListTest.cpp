@@ -250,19 +250,26 @@ TEST(BinaryList, ConvertsEachObjectOfABombOnce) {
     }
 }
 
-// One array of many bytes claimed by many offsets, each a little later than the one before.
+// A list of arrays of 255 references, each beginning three bytes behind the one before. What they
+// refer to, and what their heads read as, is the same boolean.
 TEST(BinaryList, OverlappingObjectsClaimNoMoreThanTheFile) {
-    constexpr std::size_t kObjects = 200;
-    std::string overlapping;
-    for (std::size_t i = 0; i < kObjects; ++i)
-        overlapping += "\xAF\x10\xFF";
-    overlapping += std::string(800, '\x01');
-    std::string bytes = "bplist00" + overlapping;
-    const std::size_t table = bytes.size();
-    for (std::size_t i = 0; i < kObjects; ++i)
-        bytes += BigEndian(8 + 3 * i, 2);
-    bytes += std::string(6, '\0') + "\x02\x01" + BigEndian(kObjects, 8) + BigEndian(0, 8) +
-             BigEndian(table, 8);
+    constexpr std::size_t kArrays = 15;
+    constexpr std::size_t kObjects = 256;
+    std::string bytes = "bplist00\xAF\x10\x0F";
+    for (std::size_t i = 1; i <= kArrays; ++i)
+        bytes += static_cast<char>(i);
+    std::string table = BigEndian(8, 2);
+    for (std::size_t i = 0; i < kArrays; ++i) {
+        table += BigEndian(bytes.size(), 2);
+        bytes += "\xAF\x10\xFF";
+    }
+    bytes += std::string(255, '\x10');
+    for (std::size_t i = 1 + kArrays; i < kObjects; ++i)
+        table += BigEndian(bytes.size(), 2);
+    bytes += '\x09';
+    const std::size_t tableOffset = bytes.size();
+    bytes += table + std::string(6, '\0') + "\x02\x01" + BigEndian(kObjects, 8) + BigEndian(0, 8) +
+             BigEndian(tableOffset, 8);
     EXPECT_LE(WorkOf(bytes).references, bytes.size());
     EXPECT_EQ(ReadList(bytes).error, kRefused);
 }
