@@ -1,0 +1,233 @@
+/* Disk Arbitration with whatever can fail around it failing: what a turn could not do, the next one
+   does. */
+
+#include "FaultSweep.h"
+#include "PrivateMounts.h"
+#include "disks/DiskList.h"
+#include "disks/Volumes.h"
+#include "loop/RunLoop.h"
+
+#include <DiskArbitration/DiskArbitration.h>
+
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace disks {
+namespace {
+
+constexpr const char* kMountTable = "/proc/self/mountinfo";
+
+void StopRun(void*) {
+    CFRunLoopStop(CFRunLoopGetCurrent());
+}
+
+// ---- the mount table ----
+
+TEST(DisksSweep, TheMountTableIsReadWholeOrNotAtAll) {
+    const auto all = ReadVolumes(kMountTable);
+    ASSERT_TRUE(all);
+    std::optional<std::vector<Volume>> volumes;
+    const SweptFaults swept = SweepFaults(
+        [&] {
+            try {
+                volumes = ReadVolumes(kMountTable);
+            } catch (const std::bad_alloc&) {
+                volumes.reset();
+            }
+        },
+        [&](const Fault& fault) {
+            EXPECT_TRUE(volumes || fault.happened) << fault.what;
+            EXPECT_TRUE(!volumes || volumes == all) << fault.what;
+        });
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
+}
+
+// ---- the list ----
+
+// One volume stays, one goes, two come; there are no such paths, which is an answer too.
+class ListSweep : public testing::Test {
+protected:
+    ListSweep() {
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), answers_, kCFRunLoopDefaultMode);
+        BeginAnew();
+    }
+    ~ListSweep() override {
+        CFRunLoopSourceInvalidate(answers_);
+        CFRelease(answers_);
+    }
+
+    void BeginAnew() {
+        list_.emplace();
+        list_->Update(Volumes({1, 2}));
+        EXPECT_EQ(TakeEvents(2), "++");
+    }
+    static std::vector<Volume> Volumes(const std::vector<std::uint64_t>& mounts) {
+        std::vector<Volume> volumes;
+        for (const std::uint64_t mount : mounts)
+            volumes.push_back({mount, 45, "/", "/nonexistent/" + std::to_string(mount), "none"});
+        return volumes;
+    }
+    // Waits for so many events.
+    std::string TakeEvents(std::size_t count) {
+        list_->StartProbes(probes_);
+        std::string events;
+        while (events.size() < count) {
+            if (const DiskEvent event = list_->TakeEvent(); event.disk)
+                events += event.appeared ? '+' : '-';
+            else
+                CFRunLoopRun();
+        }
+        return events;
+    }
+
+    const CFRunLoopSourceRef answers_ = cf::CreateSignalSource(cf::Runs::kEvery, StopRun, nullptr);
+    VolumeProbes probes_{answers_};
+    std::optional<DiskList> list_;
+};
+
+TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
+    std::vector<Volume> changed;
+    bool failed = false;
+    const auto prepare = [&] {
+        BeginAnew();
+        changed = Volumes({2, 3, 4});
+    };
+    prepare();
+    SweepMemory(
+        1,
+        [&] {
+            try {
+                failed = true;
+                list_->Update(std::move(changed));
+                failed = false;
+            } catch (const std::bad_alloc&) {
+            }
+        },
+        [&](const Fault& fault) {
+            EXPECT_TRUE(!failed || fault.happened) << fault.what;
+            if (failed) {
+                EXPECT_FALSE(list_->TakeEvent().disk) << fault.what;
+                list_->Update(Volumes({2, 3, 4}));
+            }
+            EXPECT_EQ(TakeEvents(3), "-++") << fault.what;
+            prepare();
+        });
+}
+
+TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
+    list_->Update(Volumes({2, 3, 4}));
+    SweepFaults(
+        [&] {
+            try {
+                list_->StartProbes(probes_);
+            } catch (const std::exception&) {
+            }
+        },
+        [&](const Fault& fault) {
+            EXPECT_EQ(TakeEvents(3), "-++") << fault.what;
+            BeginAnew();
+            list_->Update(Volumes({2, 3, 4}));
+        });
+}
+
+// ---- the session ----
+
+TEST(SessionSweep, IsMadeWholeOrNotAtAll) {
+    DASessionRef session = nullptr;
+    const SweptFaults swept = SweepFaults([&] { session = DASessionCreate(kCFAllocatorDefault); },
+                                          [&](const Fault& fault) {
+                                              EXPECT_EQ(session == nullptr, fault.happened)
+                                                  << fault.what;
+                                              if (session != nullptr)
+                                                  CFRelease(session);
+                                          });
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
+}
+
+int g_present = 0; // disks, by what was told
+
+void NoteAppeared(DADiskRef, void*) {
+    ++g_present;
+    StopRun(nullptr);
+}
+
+void NoteDisappeared(DADiskRef, void*) {
+    --g_present;
+    StopRun(nullptr);
+}
+
+class TurnSweep : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!EnterPrivateMounts())
+            GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
+        stage_.emplace();
+        g_present = 0;
+        session_ = DASessionCreate(kCFAllocatorDefault);
+        ASSERT_NE(session_, nullptr);
+        DARegisterDiskAppearedCallback(session_, nullptr, NoteAppeared, nullptr);
+        DARegisterDiskDisappearedCallback(session_, nullptr, NoteDisappeared, nullptr);
+        DASessionScheduleWithRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), turns_, kCFRunLoopDefaultMode);
+        AwaitAll();
+    }
+    ~TurnSweep() override {
+        CFRunLoopSourceInvalidate(turns_);
+        CFRelease(turns_);
+        if (session_ != nullptr)
+            CFRelease(session_);
+    }
+
+    // Until the disks told are as many as there are.
+    static void AwaitAll() {
+        while (g_present != static_cast<int>(ReadVolumes(kMountTable)->size()))
+            CFRunLoopRun();
+    }
+    // In the first the loop learns that the table has changed, in the second the session looks.
+    void TakeTwoTurns() {
+        turnsLeft_ = 2;
+        cf::SignalSource(turns_);
+        while (turnsLeft_ > 0)
+            CFRunLoopRun();
+    }
+
+    std::optional<MountStage> stage_;
+
+private:
+    static void CountTurn(void* info) {
+        auto& self = *static_cast<TurnSweep*>(info);
+        if (--self.turnsLeft_ > 0)
+            cf::SignalSource(self.turns_);
+        else
+            StopRun(nullptr);
+    }
+
+    int turnsLeft_ = 0;
+    const CFRunLoopSourceRef turns_ = cf::CreateSignalSource(cf::Runs::kEvery, CountTurn, this);
+    DASessionRef session_ = nullptr;
+};
+
+TEST_F(TurnSweep, WhatATurnMissesTheNextOneTells) {
+    stage_->Mount("first");
+    const SweptFaults swept = SweepFaults([&] { TakeTwoTurns(); },
+                                          [&](const Fault&) {
+                                              stage_->Mount("second"); // lest it waits a second
+                                              AwaitAll();
+                                              stage_->Unmount("first");
+                                              stage_->Unmount("second");
+                                              AwaitAll();
+                                              stage_->Mount("first");
+                                          });
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
+    AwaitAll();
+}
+
+} // namespace
+} // namespace disks
