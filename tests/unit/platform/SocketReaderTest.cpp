@@ -75,12 +75,13 @@ TEST(SocketReaderTest, WhileItCannotBeStartedNothingConnects) {
 
     CFSocketRef socket = Connect(address);
     EXPECT_NE(socket, nullptr);
-    std::set<std::string> reader = ListThreads();
+    std::set<std::string> started = ListThreads(); // the thread sanitizer adds one of its own
     for (const std::string& thread : threads)
-        reader.erase(thread);
-    ASSERT_EQ(reader.size(), 1);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGALRM, SIGCHLD})
-        EXPECT_TRUE(BlocksSignal(*reader.begin(), number)) << number;
+        started.erase(thread);
+    EXPECT_FALSE(started.empty());
+    for (const std::string& thread : started)
+        for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGALRM, SIGCHLD})
+            EXPECT_TRUE(BlocksSignal(thread, number)) << number;
     EXPECT_FALSE(BlocksSignal("/proc/thread-self", SIGTERM));
     CFRelease(socket);
     CFRelease(address);
