@@ -36,6 +36,15 @@ protected:
     }
 };
 
+class OlderHungVolumeTest : public SystemTest {};
+
+TEST_F(OlderHungVolumeTest, HoldsUpNoStart) {
+    const SilentVolume silent("/tmp/silent");
+    Begin();
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+}
+
 TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
     PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     ExpectMainLoopGoesOn();

@@ -71,8 +71,7 @@ TEST_F(ImpostorTest, DeadProcessOfTheNameIsTakenForTheServerUntilItsParentLooks)
 
 TEST_F(ImpostorTest, ServerMayHaveAnyNameThatContainsTheWord) {
     StartServer();
-    Server().Do("name ff256e20636172"
-                "6f7573656c640a");
+    Server().Do("name ff256e206361726f7573656c640a"); // "\xff%n carouseld\n"
     scene_.StartDaemon();
     ExpectServerWorks();
 }

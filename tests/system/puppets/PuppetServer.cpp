@@ -25,8 +25,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
-#include <fcntl.h>
 #include <iostream>
 #include <map>
 #include <poll.h>
