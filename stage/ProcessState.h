@@ -22,6 +22,14 @@ std::vector<std::string> ListDescriptors(pid_t pid);
 // kernel likes.
 std::size_t ReadOwnMemory(pid_t pid);
 
+// Whether the programs are compiled with a sanitizer, which takes memory for itself and keeps for a
+// while what was freed.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kHasSanitizer = true;
+#else
+inline constexpr bool kHasSanitizer = false;
+#endif
+
 // Waits until so many of its threads sleep in that system call.
 void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count);
 

@@ -23,13 +23,6 @@ constexpr const char* kPlace = "/tmp/place";
 constexpr const char* kInfoFile = "/.changer_info.plist";
 constexpr std::size_t kMebibyte = 1024 * 1024;
 
-// They take long for much memory, and keep for a while what was freed.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kHasSanitizer = true;
-#else
-constexpr bool kHasSanitizer = false;
-#endif
-
 // What a disc's file system may do to whoever walks it, in full builds of changer A1.
 class HostileDiscTest : public VolumeTest {
 protected:
@@ -218,14 +211,14 @@ protected:
         stage::ReadWatch many("/tmp/a/disc0/many");
         ExpectBuildOf(1);
         many.AwaitReads(1);
-        if (!kHasSanitizer) {
+        if (!stage::kHasSanitizer) {
             EXPECT_LE(stage::ReadOwnMemory(scene_.TheDaemon().Pid()), before + kMebibyte);
         }
     }
 };
 
 TEST_F(ManyNamesTest, AreListedAndTheirMemoryIsGivenBack) {
-    ExpectBuildGivesMemoryBack(kHasSanitizer ? 100'000 : 1'000'000);
+    ExpectBuildGivesMemoryBack(stage::kHasSanitizer ? 100'000 : 1'000'000);
 }
 
 } // namespace
