@@ -125,7 +125,7 @@ TEST(Array, TakesMoreThanTheCapacitySaid) {
 }
 
 TEST(ImmutableArray, KeepsItsMembers) {
-    const auto number = Integer(70000);
+    const auto number = Real(70000);
     const void* members[] = {number, kCFBooleanTrue};
     const Held<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
     EXPECT_EQ(ReferencesTo(number), 2);
@@ -139,6 +139,23 @@ TEST(ImmutableArray, KeepsItsMembers) {
     EXPECT_TRUE(CFEqual(copy, array));
     EXPECT_EQ(cf::Hash(cf::AsObject(CFArrayRef{array})),
               cf::Hash(cf::AsObject(CFMutableArrayRef{copy})));
+}
+
+TEST(ImmutableArray, EqualOnesOfIntegersAreOneObject) {
+    const auto number = Integer(70000);
+    const auto same = Integer(70000);
+    const void* members[] = {number, Integer(1)};
+    const void* sameMembers[] = {same, Integer(1)};
+    const Held<CFArrayRef> first(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const Held<CFArrayRef> second(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
+    EXPECT_EQ(CFArrayRef{first}, CFArrayRef{second});
+    EXPECT_TRUE(CFEqual(At(first, 0), number));
+    EXPECT_EQ(ReferencesTo(number), 1);
+
+    sameMembers[1] = CFSTR("x");
+    const Held<CFArrayRef> third(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
+    const Held<CFArrayRef> fourth(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
+    EXPECT_NE(CFArrayRef{third}, CFArrayRef{fourth});
 }
 
 TEST(ImmutableArray, IsNotMadeOfNullsOrImpossibleCounts) {

@@ -32,6 +32,8 @@ TEST(OutOfMemory, CreationsGiveNull) {
     const UniChar units[] = {'a', 0xD83D};
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
     const void* members[] = {CFSTR("a"), CFSTR("b")};
+    const Held<CFNumberRef> integer(CFNumberCreate(nullptr, kCFNumberSInt64Type, &large));
+    const void* integers[] = {integer, integer};
     const Held<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, CFSTR("key"), CFSTR("value"));
@@ -51,6 +53,8 @@ TEST(OutOfMemory, CreationsGiveNull) {
         {"data", [&] { return CFDataCreate(nullptr, path, 4); }},
         {"mutable data", [] { return CFDataCreateMutable(nullptr, 0); }},
         {"array", [&] { return CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks); }},
+        {"array of integers",
+         [&] { return CFArrayCreate(nullptr, integers, 2, &kCFTypeArrayCallBacks); }},
         {"mutable array", [] { return NewArray().Detach(); }},
         {"copied array", [&] { return CFArrayCreateMutableCopy(nullptr, 0, array); }},
         {"mutable dictionary", [] { return NewDictionary().Detach(); }},

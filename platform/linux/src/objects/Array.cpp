@@ -1,6 +1,8 @@
 #include "objects/Array.h"
 
+#include "objects/Number.h"
 #include "objects/Range.h"
+#include "objects/SharedValues.h"
 
 #include <algorithm>
 #include <utility>
@@ -46,6 +48,29 @@ Array* AsMutable(CFMutableArrayRef reference) noexcept {
     return array != nullptr && IsMutable(array) ? array : nullptr;
 }
 
+Array* CreateImmutable(std::span<const void* const> members) noexcept {
+    auto* array =
+        Allocate<Array>(members.size() * sizeof(const Object*), kImmutableArray, members.size());
+    for (std::size_t i = 0; array != nullptr && i < members.size(); ++i)
+        array->slots[i] = AsObject(CFRetain(members[i]));
+    return array;
+}
+
+bool IsInteger(const Object* object) noexcept {
+    return object->type == &Number::kClass && object->kind == kSignedNumber;
+}
+
+// The one shared array of the integers in this one, of which only the values count.
+const Array* ShareIntegers(Array* array) noexcept {
+    for (const Object*& slot : std::span(array->slots, array->count)) {
+        const Object* shared = SharedInteger(static_cast<const Number*>(slot)->Signed());
+        if (shared == nullptr)
+            return nullptr;
+        Release(std::exchange(slot, shared));
+    }
+    return static_cast<const Array*>(SharedArray(MembersOf(array)));
+}
+
 bool HasIndex(const Array* array, CFIndex index) noexcept {
     return index >= 0 && index < static_cast<CFIndex>(array->count);
 }
@@ -72,13 +97,10 @@ CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
     if (count < 0 || memberCount > cf::kMaximumCapacity || (values == nullptr && count > 0) ||
         std::find(values, values + count, nullptr) != values + count)
         return nullptr;
-    auto* array = cf::Allocate<cf::Array>(memberCount * sizeof(cf::Object*), cf::kImmutableArray,
-                                          memberCount);
-    if (array == nullptr)
-        return nullptr;
-    for (std::size_t i = 0; i < memberCount; ++i)
-        array->slots[i] = cf::AsObject(CFRetain(values[i]));
-    return array;
+    auto array = cf::Owned<cf::Array>::Adopt(cf::CreateImmutable({values, memberCount}));
+    if (!array || !std::ranges::all_of(cf::MembersOf(array.Get()), cf::IsInteger))
+        return array.Detach();
+    return cf::ShareIntegers(array.Get()); // who keeps one after another keeps but one
 }
 
 CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex,
