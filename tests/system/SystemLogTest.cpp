@@ -1,0 +1,30 @@
+#include "SystemTest.h"
+
+#include <cstdio>
+
+namespace {
+
+using SystemLogTest = SystemTest;
+
+// Its lines are lost, and nothing else is; once the log is back it has the next ones.
+TEST_F(SystemLogTest, WithoutASystemLogTheDaemonGoesOn) {
+    Begin();
+    ASSERT_EQ(std::rename("/dev/log", "/dev/log.away"), 0);
+    Tell("fault on=\"eject disc\" do=error code=1050 text=unheard");
+    Tell("put changer=A1 slot=0");
+    AwaitIdentification(0);
+    AwaitServedRequest(0);
+
+    ASSERT_EQ(std::rename("/dev/log.away", "/dev/log"), 0);
+    Tell("fault on=\"eject disc\" do=error code=1050 text=heard");
+    Tell("put changer=A1 slot=1");
+    AwaitIdentification(1);
+    AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", "heard (VErrCode = 1050)"),
+              Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
+                   "fail send message to changer server (VErrCode = 1050)"),
+              Link("MediaIdThread", "RunMediaIdThread",
+                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 1 "
+                   "(VErrCode = 1050)")});
+}
+
+} // namespace
