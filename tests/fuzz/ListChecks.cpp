@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int kFewValues = 10000;
+constexpr int kFewValues = 1000;
 
 // Less than nothing is left when there are more values than were left before.
 int LeftAfter(const cf::Object* list, int left) {

@@ -77,7 +77,6 @@ private:
     void Take(std::string_view payload);
     void Happen(char event);
     std::vector<std::string> End();
-    static void FireDailyTimer();
     void NoteWhatItDid();
     void ExpectNothingUnderWay() const;
 
@@ -156,6 +155,15 @@ void Daemon::Take(std::string_view payload) {
     }
 }
 
+void FireDailyTimer() {
+    const auto& timers = RecordedTimers::All();
+    const auto last = std::find_if(timers.rbegin(), timers.rend(), [](const RecordedTimer& each) {
+        return each.callout == ChangerFSCache;
+    });
+    if (last != timers.rend())
+        ChangerFSCache(last->timer, last->context.info);
+}
+
 void Daemon::Happen(char event) {
     if (event == kLost) {
         Receive({});
@@ -172,15 +180,6 @@ void Daemon::Happen(char event) {
         refused_ = true;
     }
     NoteWhatItDid();
-}
-
-void Daemon::FireDailyTimer() {
-    const auto& timers = RecordedTimers::All();
-    const auto last = std::find_if(timers.rbegin(), timers.rend(), [](const RecordedTimer& each) {
-        return each.callout == ChangerFSCache;
-    });
-    if (last != timers.rend())
-        ChangerFSCache(last->timer, last->context.info);
 }
 
 void Daemon::NoteWhatItDid() {
