@@ -2,6 +2,8 @@
 
 #include "stage/Failure.h"
 
+#include <algorithm>
+
 using stage::Event;
 
 std::vector<Event> Dialogue::Tell(const std::string& command) const {
@@ -69,12 +71,16 @@ void Dialogue::AwaitListing(Place place) const {
                                {"cached", "no"}});
 }
 
+// When it was taken, the daemon may still have had a thread that looked at the volumes of the
+// start.
 void Dialogue::AwaitQuiet() const {
-    const auto now = performance_.scene.TheDaemon().AwaitFootprintWithin(performance_.quiet);
-    if (!now.IsWithin(performance_.quiet)) {
-        throw stage::Failure("the daemon began with " + Describe(performance_.quiet) +
+    stage::Footprint& quiet = performance_.quiet;
+    const auto now = performance_.scene.TheDaemon().AwaitFootprintWithin(quiet);
+    if (!now.IsWithin(quiet)) {
+        throw stage::Failure("the daemon began with " + Describe(quiet) +
                              ", and does not come back to it from " + Describe(now));
     }
+    quiet.threads = std::min(quiet.threads, now.threads);
 }
 
 long Dialogue::CountNotifications() const {

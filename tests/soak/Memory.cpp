@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <fcntl.h>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace {
@@ -19,8 +20,20 @@ struct Mark {
     std::uint32_t dataLength = 0;
 };
 
-long OwnMemory(pid_t pid) {
-    return static_cast<long>(stage::ReadOwnMemory(pid));
+// From lines like "55f7-55f8 rw-p 0 00:00 0  [heap]", each followed by some like "Anonymous: 4 kB".
+Footing ReadFooting(pid_t pid) {
+    std::istringstream lines(stage::ReadProcFile(pid, "smaps"));
+    Footing footing;
+    bool isHeap = false;
+    for (std::string line; std::getline(lines, line);) {
+        const std::string key = line.substr(0, line.find(' '));
+        if (key == "Anonymous:") {
+            (isHeap ? footing.heap : footing.rest) += std::stol(line.substr(key.size())) * 1024;
+        } else if (key.back() != ':') {
+            isHeap = line.ends_with("[heap]");
+        }
+    }
+    return footing;
 }
 
 } // namespace
@@ -39,10 +52,10 @@ Memory::Sample Memory::Take(const stage::Daemon& daemon) {
     stage::Require(write(pipe.Get(), &mark, sizeof mark) == sizeof mark,
                    "cannot mark the notifications");
     const std::string kept = record_.Await(stage::Voice::Helper, "kept [0-9]+").text;
-    return {OwnMemory(daemon.Pid()), OwnMemory(keeper_->Pid()),
+    return {ReadFooting(daemon.Pid()), ReadFooting(keeper_->Pid()),
             std::stol(kept.substr(kept.find(' ')))};
 }
 
 long UnexplainedGrowth(const Memory::Sample& from, const Memory::Sample& to) {
-    return (to.daemon - from.daemon) - (to.keeper - from.keeper);
+    return (to.daemon.heap - from.daemon.heap) - (to.keeper.heap - from.keeper.heap);
 }

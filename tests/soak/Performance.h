@@ -9,6 +9,7 @@
 #include <vector>
 
 inline constexpr int kChangers = 8;
+inline constexpr int kChangersOfTheOverture = 2; // the daemon knows the first ones from it
 inline constexpr int kDiscs = 7; // of a changer, in its first slots; one slot more is spare
 
 // What all servers have in common, and what has been counted over them.

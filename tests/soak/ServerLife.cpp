@@ -141,9 +141,8 @@ void ServerLife::IdentifyCouples(const std::vector<Couple>& couples) {
     dialogue_.AwaitQuiet();
 }
 
-// The first one is known from the overture.
 void ServerLife::AwaitNewChangers() {
-    for (int changer = 1; changer < kChangers; ++changer) {
+    for (int changer = kChangersOfTheOverture; changer < kChangers; ++changer) {
         dialogue_.AwaitClearedStatus(changer);
         performance_.ledger.OrderClearing();
     }

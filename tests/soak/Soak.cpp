@@ -8,6 +8,10 @@ namespace {
 
 constexpr long kMostUnexplained = 1024L * 1024;
 
+// However long it runs: all notifications of a life that are pushed at once may wait to be acted
+// on.
+constexpr long kMostUnderWay = 4096L * 1024;
+
 std::string InKilobytes(long bytes) {
     return std::to_string(bytes / 1024) + " KiB";
 }
@@ -35,16 +39,18 @@ bool Soak::Run() {
     return table_.IsGood();
 }
 
-// A server with one changer, a daily build and no file system: when the changer's status has been
-// cleared, the daemon has all that it needs when nothing is to do.
+// A server with two changers and no file systems, of which the first is to be built daily: when the
+// second one's status has been cleared, the daemon has all that it needs when nothing is to do.
 void Soak::PlayOverture() {
     stage::Scene& scene = performance_.scene;
     scene.StartServer();
-    scene.Server().Do("add-changer slots=1 drives=1 changer=" + GuidOf(0));
+    for (int changer = 0; changer < kChangersOfTheOverture; ++changer) {
+        scene.Server().Do("add-changer slots=1 drives=1 changer=" + GuidOf(changer));
+    }
     scene.Server().Do(DailyBuild(0));
     scene.Server().Do("start");
     scene.StartDaemon();
-    Dialogue(performance_).AwaitClearedStatus(0);
+    Dialogue(performance_).AwaitClearedStatus(kChangersOfTheOverture - 1);
     scene.TakeBaseline();
     performance_.quiet = scene.TheDaemon().TakeFootprint();
     scene.QuitServer();
@@ -75,11 +81,12 @@ void Soak::PlayLife(int number) {
 void Soak::SayProgress(int number) {
     const auto elapsed = std::chrono::steady_clock::now() - start_;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-    std::printf("%5d of %d server lives, %ld notifications, %d identifications, daemon %s, "
-                "list keeper %s, %ld s\n",
-                number, lives_, performance_.notifications, performance_.ledger.Identifications(),
-                InKilobytes(last_.daemon).c_str(), InKilobytes(last_.keeper).c_str(),
-                static_cast<long>(seconds));
+    std::printf(
+        "%5d of %d server lives, %ld notifications, %d identifications, heap of the daemon %s, "
+        "of the list keeper %s, %ld s\n",
+        number, lives_, performance_.notifications, performance_.ledger.Identifications(),
+        InKilobytes(last_.daemon.heap).c_str(), InKilobytes(last_.keeper.heap).c_str(),
+        static_cast<long>(seconds));
     std::fflush(stdout);
 }
 
@@ -131,28 +138,34 @@ void Soak::Judge() {
 }
 
 void Soak::JudgeMemory() {
-    const std::string asked = "at most " + InKilobytes(kMostUnexplained);
-    const auto judge = [&](const std::string& what, const Memory::Sample& from) {
-        const long unexplained = UnexplainedGrowth(from, last_);
-        if (judgesMemory_) {
-            table_.Add(what, asked, InKilobytes(unexplained),
-                       last_.lists > 0 && unexplained <= kMostUnexplained);
-        } else {
-            table_.AddUnjudged(what, asked, "a sanitizer's memory");
-        }
-    };
-    std::printf("%ld lists cost %s; with them the daemon grew by %s\n", last_.lists - warm_.lists,
-                InKilobytes(last_.keeper - warm_.keeper).c_str(),
-                InKilobytes(last_.daemon - warm_.daemon).c_str());
-    judge("memory grown beyond the kept lists", warm_);
-    judge("  in the second half", middle_);
+    std::printf("%ld lists cost %s; with them the daemon's heap grew by %s\n",
+                last_.lists - warm_.lists,
+                InKilobytes(last_.keeper.heap - warm_.keeper.heap).c_str(),
+                InKilobytes(last_.daemon.heap - warm_.daemon.heap).c_str());
+    JudgeGrowth("heap grown beyond the kept lists", UnexplainedGrowth(warm_, last_),
+                kMostUnexplained);
+    JudgeGrowth("  in the second half", UnexplainedGrowth(middle_, last_), kMostUnexplained);
+    JudgeGrowth("memory of all else, grown", last_.daemon.rest - warm_.daemon.rest, kMostUnderWay);
+    JudgeGrowth("  in the second half", last_.daemon.rest - middle_.daemon.rest, kMostUnderWay);
+}
+
+void Soak::JudgeGrowth(const std::string& what, long bytes, long most) {
+    const std::string asked = "at most " + InKilobytes(most);
+    if (judgesMemory_) {
+        table_.Add(what, asked, InKilobytes(bytes), last_.lists > 0 && bytes <= most);
+    } else {
+        table_.AddUnjudged(what, asked, "a sanitizer's memory");
+    }
 }
 
 void Soak::JudgeTheEnd() {
     if (finalePlayed_) {
-        const auto now = performance_.scene.TheDaemon().AwaitFootprintWithin(performance_.quiet);
-        table_.Add("threads and descriptors", Describe(performance_.quiet), Describe(now),
-                   now.IsWithin(performance_.quiet));
+        const stage::Footprint& first = performance_.quiet;
+        const auto last = performance_.scene.TheDaemon().AwaitFootprintWithin(first);
+        table_.AddExactly("threads", static_cast<long>(first.threads),
+                          static_cast<long>(last.threads));
+        table_.Add("descriptors", std::to_string(first.descriptors.size()),
+                   std::to_string(last.descriptors.size()), last.IsWithin(first));
     }
     const auto complaints = performance_.scene.End();
     Complain(complaints);

@@ -22,7 +22,10 @@
 // that disc no longer is. All other notifications flow as they like, beside whatever the daemon
 // does.
 //
-// Memory may grow by what the kept lists cost, which a second process tells that keeps the same.
+// The heap may grow by what the kept lists cost, which a second process tells that keeps the same.
+// What else the daemon touches depends on how much was ever under way at once: how many threads,
+// and how many notifications had been read when the main thread was held up. It may not grow for
+// long.
 
 #include "Memory.h"
 #include "Performance.h"
@@ -45,6 +48,7 @@ private:
     void SayProgress(int number);
     void Judge();
     void JudgeMemory();
+    void JudgeGrowth(const std::string& what, long bytes, long most);
     void JudgeTheEnd();
     void PrintLastLines();
     void Complain(const std::vector<std::string>& complaints) const;
