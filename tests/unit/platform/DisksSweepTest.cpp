@@ -10,11 +10,24 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include <gtest/gtest.h>
+#include <sys/timerfd.h>
 
 #include <exception>
 #include <optional>
 #include <string>
 #include <vector>
+
+// The second's wait before a failed turn is tried again takes no time.
+extern "C" {
+int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
+int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
+
+int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
+    const bool isSet = setting->it_value.tv_sec > 0;
+    const itimerspec hastened = {{0, 0}, {0, isSet ? 1 : 0}};
+    return __real_timerfd_settime(timer, flags, &hastened, before);
+}
+}
 
 namespace disks {
 namespace {
@@ -217,10 +230,8 @@ TEST_F(TurnSweep, WhatATurnMissesTheNextOneTells) {
     stage_->Mount("first");
     const SweptFaults swept = SweepFaults([&] { TakeTwoTurns(); },
                                           [&](const Fault&) {
-                                              stage_->Mount("second"); // lest it waits a second
                                               AwaitAll();
                                               stage_->Unmount("first");
-                                              stage_->Unmount("second");
                                               AwaitAll();
                                               stage_->Mount("first");
                                           });
