@@ -1,9 +1,10 @@
-// Keeps what the daemon keeps, and does nothing else: reads the notifications that the server sends
-// from a pipe, through the daemon's own calls, so that its memory tells what the kept lists cost.
-// A frame without a payload is the soak's mark: it is answered with the number of lists kept so
-// far.
+// Keeps what the daemon keeps on purpose, and does nothing else: reads the notifications that the
+// servers send from a pipe, through the daemon's own calls, so that its memory tells what the kept
+// lists cost. A frame without a payload is the soak's mark at the end of a server: the source of
+// its connection is kept, and the number of lists told.
 
 #include "ChangerServerConnectionLib/FrameAssembly.h"
+#include "ChangerServerConnectionLib/LocalSocket.h"
 #include "common/CFHelpers.h"
 #include "trayprobed/MediaIdState.h"
 
@@ -14,6 +15,7 @@
 
 namespace {
 
+const char* g_serverPath = nullptr; // of a socket to connect to
 long g_lists = 0;
 
 bool Failed(VErrLink* err) {
@@ -52,10 +54,32 @@ bool Keep(CFDictionaryRef notification) {
     return !Failed(SaveChangerInfoList(list)) && KnowChangersOf(list);
 }
 
+void IgnoreData(CFSocketRef, CFSocketCallBackType, CFDataRef, const void*, void*) {}
+
+// As the daemon does when it is connected, and when the server is gone.
+bool KeepSource() {
+    CFDataRef address = CreateLocalSocketAddress(g_serverPath);
+    CFSocketRef socket = CreateConnectedLocalSocket(address, IgnoreData, nullptr);
+    CFRelease(address);
+    if (socket == nullptr) {
+        return false;
+    }
+    const bool isKept = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0) != nullptr;
+    CloseLocalSocket(socket);
+    return isKept;
+}
+
+bool HandleMark() {
+    if (!KeepSource()) {
+        return false;
+    }
+    std::printf("kept %ld\n", g_lists);
+    return std::fflush(stdout) == 0;
+}
+
 bool HandleFrame(const FrameAssembly& frame) {
     if (frame.header.dataLength == 0) {
-        std::printf("kept %ld\n", g_lists);
-        return std::fflush(stdout) == 0;
+        return HandleMark();
     }
     char* parserText = nullptr;
     auto* notification = static_cast<CFDictionaryRef>(CreatePayloadList(&frame, &parserText));
@@ -84,13 +108,14 @@ bool HandleChunk(FrameAssembly& frame, const UInt8* bytes, CFIndex length) {
 
 } // namespace
 
-// trayprobed-list-keeper PIPE
+// trayprobed-list-keeper PIPE SOCKET
 int main(int argc, char** argv) {
     // Open for writing too, so that the pipe does not end with a server.
-    const int pipe = argc == 2 ? open(argv[1], O_RDWR | O_CLOEXEC) : -1;
+    const int pipe = argc == 3 ? open(argv[1], O_RDWR | O_CLOEXEC) : -1;
     if (pipe < 0 || !InitVErrSystem() || Failed(InitMediaIdState())) {
         return 2;
     }
+    g_serverPath = argv[2];
     FrameAssembly frame = {};
     std::array<UInt8, 65536> chunk;
     ssize_t length = 0;

@@ -1,16 +1,20 @@
 #include "Memory.h"
 
-#include "stage/Descriptor.h"
 #include "stage/Failure.h"
 #include "stage/PrivateWorld.h"
 #include "stage/ProcessState.h"
 
 #include <cstdint>
+#include <cstring>
 #include <fcntl.h>
 #include <sstream>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 namespace {
+
+constexpr const char* kListenerPath = "/tmp/list-keeper";
 
 // A frame without a payload.
 struct Mark {
@@ -36,12 +40,24 @@ Footing ReadFooting(pid_t pid) {
     return footing;
 }
 
+stage::Descriptor Listen() {
+    stage::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, kListenerPath);
+    stage::Require(
+        bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+            listen(listener.Get(), 1) == 0,
+        "cannot listen");
+    return listener;
+}
+
 } // namespace
 
-Memory::Memory(stage::Record& record) : record_(record) {
+Memory::Memory(stage::Record& record) : record_(record), listener_(Listen()) {
     stage::Require(mkfifo(pipe_.c_str(), 0600) == 0, "cannot make a pipe");
     const stage::Command command{stage::ProgramPath("trayprobed-list-keeper"),
-                                 {"trayprobed-list-keeper", pipe_},
+                                 {"trayprobed-list-keeper", pipe_, kListenerPath},
                                  stage::PlainEnvironment()};
     keeper_.emplace(command, record_, stage::Voice::Helper, stage::Voice::Helper);
 }
@@ -52,6 +68,7 @@ Memory::Sample Memory::Take(const stage::Daemon& daemon) {
     stage::Require(write(pipe.Get(), &mark, sizeof mark) == sizeof mark,
                    "cannot mark the notifications");
     const std::string kept = record_.Await(stage::Voice::Helper, "kept [0-9]+").text;
+    const stage::Descriptor connection(accept(listener_.Get(), nullptr, nullptr));
     return {ReadFooting(daemon.Pid()), ReadFooting(keeper_->Pid()),
             std::stol(kept.substr(kept.find(' ')))};
 }

@@ -2,6 +2,7 @@
 #define TESTS_SOAK_MEMORY_H
 
 #include "stage/Daemon.h"
+#include "stage/Descriptor.h"
 #include "stage/Process.h"
 
 #include <optional>
@@ -30,12 +31,13 @@ public:
         Footing keeper;
         long lists = 0; // kept by then
     };
-    // While no server sends: waits until all is kept that was sent.
+    // At the end of each server: waits until all is kept that it sent.
     Sample Take(const stage::Daemon& daemon);
 
 private:
     stage::Record& record_;
     const std::string pipe_ = "/tmp/notifications";
+    stage::Descriptor listener_; // for the keeper to connect to, as to a server
     std::optional<stage::Process> keeper_;
 };
 
