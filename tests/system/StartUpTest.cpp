@@ -50,14 +50,18 @@ TEST_P(StartUpTest, LogLinesCarryTheDaemonsName) {
 
 using StartUpFailureTest = SystemTest;
 
-// Enough descriptors to load the program and to log, but not to watch the mount table.
+// Enough descriptors to load the program and to log, but not for the main thread's run loop.
 TEST_F(StartUpFailureTest, DaemonThatCannotStartSaysWhyAndEndsWithStatusZero) {
     stage::DaemonStart start;
     start.descriptorLimit = 6;
     scene_.StartDaemon(start);
     EXPECT_EQ(scene_.AwaitEndOfDaemon(), 0);
-    AwaitLog({Link("ChangerFSCacheManager", "InitChangerFSCacheManager", "fail DASessionCreate"),
-              Link("trayprobed_main", "main", "fail InitChangerFSCacheManager")});
+    AwaitLog({Link("ChangerServerNotifications", "StartNotificationConnectCycle",
+                   "fail create connect timer"),
+              Link("ChangerServerNotifications", "SubscribeToChangerNotifications",
+                   "fail start notification connect cycle"),
+              Link("MediaIdManager", "InitMediaIdManager", "fail SubscribeToChangerNotifications"),
+              Link("trayprobed_main", "main", "fail InitMediaIdManager")});
 }
 
 } // namespace
