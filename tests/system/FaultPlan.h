@@ -33,8 +33,8 @@ struct FaultPlan {
 };
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<long>::is_always_lock_free);
 
-inline constexpr const char* kFaultPlanVariable =
-    "FAULT_PLAN"; // the file's path, in the environment
+// The variable of the daemon's environment that names the file with the plan.
+inline constexpr const char* kFaultPlanVariable = "FAULT_PLAN";
 
 // What the daemon then says on its standard error.
 inline constexpr const char* kFaultNotice = "a call fails";

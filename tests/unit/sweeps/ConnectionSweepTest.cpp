@@ -36,19 +36,23 @@ protected:
         ServerNotificationSocketCallBack(subscription_->socket, kCFSocketDataCallBack, nullptr,
                                          nothing.Get(), subscription_);
     }
+    // Which is kept for good otherwise.
     void ReleaseEarlierSource() {
-        if (subscription_->source != nullptr) // which is kept for good otherwise
+        if (subscription_->source != nullptr)
             CFRelease(std::exchange(subscription_->source, nullptr));
     }
 
     ChangerNotificationSubscription* subscription_ = nullptr;
 
 private:
-    const std::vector<Script> untilTheEnd_{10'000, [](Connection& connection) {
-                                               const NoSystemCallFaultsHere unfailing;
-                                               connection.WaitForEnd();
-                                           }};
-    ScriptedServer notifications_{"/tmp/carouseldn-" + std::to_string(getpid()), untilTheEnd_};
+    static void ServeUntilTheEnd(Connection& connection) {
+        const NoSystemCallFaultsHere unfailing;
+        connection.WaitForEnd();
+    }
+
+    static constexpr std::size_t kConnections = 10'000; // more than any sweep makes
+    ScriptedServer notifications_{"/tmp/carouseldn-" + std::to_string(getpid()),
+                                  std::vector<Script>(kConnections, ServeUntilTheEnd)};
 };
 
 // What keeps the server out of reach is tried again; anything else ends the trying, and says so.
