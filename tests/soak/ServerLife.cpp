@@ -185,21 +185,29 @@ void ServerLife::IdentifyBesideABuild() {
     if (isWhole) {
         dialogue_.AwaitBeginningOfBuild(wholeChanger);
     }
-    dialogue_.Tell("release");
-    const long missing = kNotificationsOfALife - dialogue_.CountNotifications();
-    dialogue_.Tell("push times=" + std::to_string(std::max(missing, 0L)));
+    SendWhatIsMissing();
     for (const Place& place : places) {
         dialogue_.AwaitEndOfIdentification(place);
     }
     if (isWhole) {
-        dialogue_.AwaitEndOfBuild(wholeChanger);
-        performance_.ledger.OrderBuild(kDiscs + 3);
-        ++performance_.wholeBuilds;
+        AwaitAWholeBuild(wholeChanger);
     }
     if (HasAbort()) {
         LetAnAbortedBuildEnd(abortedChanger);
     }
     dialogue_.AwaitQuiet();
+}
+
+void ServerLife::SendWhatIsMissing() {
+    dialogue_.Tell("release");
+    const long missing = kNotificationsOfALife - dialogue_.CountNotifications();
+    dialogue_.Tell("push times=" + std::to_string(std::max(missing, 0L)));
+}
+
+void ServerLife::AwaitAWholeBuild(int changer) {
+    dialogue_.AwaitEndOfBuild(changer);
+    performance_.ledger.OrderBuild(kDiscs + 3);
+    ++performance_.wholeBuilds;
 }
 
 // A user's discs fill the drives, so that the build waits for the first disc that is none of them.

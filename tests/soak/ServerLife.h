@@ -60,7 +60,8 @@ private:
     void AwaitNewChangers();
     void Remount(int changer);
     void IdentifyBesideABuild();
-    void BeginABuild(int changer);
+    void SendWhatIsMissing();
+    void AwaitAWholeBuild(int changer);
     void HaltABuildAndAbortIt(int changer);
     void LetAnAbortedBuildEnd(int changer);
     void IdentifyTheLast();
