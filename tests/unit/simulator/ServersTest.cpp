@@ -271,8 +271,9 @@ TEST_F(ServersTest, TogetherIsOneFrame) {
 }
 
 TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
-    Tell("hold");
     Peer peer = Subscribe();
+    ReceiveKeys(peer, 3);
+    Tell("hold");
     Tell("put changer=A1 slot=3");
     Tell("put changer=A1 slot=2");
     Tell("release");
