@@ -289,6 +289,9 @@ TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
     AddChanger(kChanger);
     std::set<std::string> said;
     const auto list = Array();
+    // The list of known changers is kept and found again, so that each run allocates the same.
+    ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
+    AddChanger(kChanger);
     SweepAllocationFaults(
         [&](std::size_t) { ChangerListNotificationCallBack(list.Get(), nullptr, nullptr); },
         [&](std::size_t, bool happened) {
