@@ -182,12 +182,13 @@ VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* r
     if (reply != nullptr) {
         // A thread's first look at its run loop makes it. Made later, it would wait without the
         // source.
-        VERR_NEED(err, CFRunLoopGetCurrent() != nullptr, "fail create socket source");
+        CFRunLoopRef runLoop = CFRunLoopGetCurrent();
         VERR_NEED(err,
-                  (source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0)) != nullptr,
+                  runLoop != nullptr && (source = CFSocketCreateRunLoopSource(
+                                             kCFAllocatorDefault, socket, 0)) != nullptr,
                   "fail create socket source");
         if (err == nullptr)
-            CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+            CFRunLoopAddSource(runLoop, source, kCFRunLoopDefaultMode);
     }
     VERR_STEP(err, SendMessageOnSocket(socket, request), "fail send message on socket");
 
