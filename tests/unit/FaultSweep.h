@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <string>
+#include <thread>
 
 struct Fault {
     std::string what;     // for messages
@@ -26,18 +27,33 @@ struct SweptFaults {
     std::size_t systemCalls = 0;
 };
 
-// body() does the work, on the calling thread; check(fault) then looks at what became of it, in
-// peace, and makes all ready for the next run.
+// Where a body runs, and its fault is set: on the sweep's thread, or each time on one of its own.
+enum class SweptThread { kCalling, kFresh };
+
+// Whether the fault happened, which is made of the arguments.
+template<typename FaultKind, typename Body, typename... Arguments>
+bool RunWithFault(SweptThread thread, Body& body, const Arguments&... arguments) {
+    bool happened = false;
+    const auto run = [&] {
+        const FaultKind fault(arguments...);
+        body();
+        happened = FaultKind::Happened();
+    };
+    if (thread == SweptThread::kFresh)
+        std::thread(run).join();
+    else
+        run();
+    return happened;
+}
+
+// body() does the work; check(fault) then looks at what became of it, in peace, on the calling
+// thread, and makes all ready for the next run.
 template<typename Body, typename Check>
-std::size_t SweepMemory(std::size_t count, Body body, Check check) {
+std::size_t SweepMemory(std::size_t count, Body body, Check check,
+                        SweptThread thread = SweptThread::kCalling) {
     const std::string following = count > 1 ? " and all after it" : "";
     for (std::size_t nth = 1;; ++nth) {
-        bool happened = false;
-        {
-            const AllocationFault fault(nth, count);
-            body();
-            happened = AllocationFault::Happened();
-        }
+        const bool happened = RunWithFault<AllocationFault>(thread, body, nth, count);
         check(Fault{"allocation " + std::to_string(nth) + following, "", happened});
         if (!happened)
             return nth - 1;
@@ -45,14 +61,10 @@ std::size_t SweepMemory(std::size_t count, Body body, Check check) {
 }
 
 template<typename Body, typename Check>
-std::size_t SweepSystemCall(const SystemCallFailure& failure, Body body, Check check) {
+std::size_t SweepSystemCall(const SystemCallFailure& failure, Body body, Check check,
+                            SweptThread thread = SweptThread::kCalling) {
     for (std::size_t nth = 1;; ++nth) {
-        bool happened = false;
-        {
-            const SystemCallFault fault(failure, nth);
-            body();
-            happened = SystemCallFault::Happened();
-        }
+        const bool happened = RunWithFault<SystemCallFault>(thread, body, failure, nth);
         check(Fault{Describe(failure, nth), failure.function, happened});
         if (!happened)
             return nth - 1;
@@ -60,12 +72,12 @@ std::size_t SweepSystemCall(const SystemCallFailure& failure, Body body, Check c
 }
 
 template<typename Body, typename Check>
-SweptFaults SweepFaults(Body body, Check check) {
+SweptFaults SweepFaults(Body body, Check check, SweptThread thread = SweptThread::kCalling) {
     SweptFaults swept;
-    swept.allocations = SweepMemory(1, body, check);
-    SweepMemory(SIZE_MAX, body, check);
+    swept.allocations = SweepMemory(1, body, check, thread);
+    SweepMemory(SIZE_MAX, body, check, thread);
     for (const SystemCallFailure& failure : SystemCallFailures())
-        swept.systemCalls += SweepSystemCall(failure, body, check);
+        swept.systemCalls += SweepSystemCall(failure, body, check, thread);
     return swept;
 }
 

@@ -10,8 +10,7 @@
 #include <gtest/gtest.h>
 #include <sys/sysctl.h>
 
-#include <cerrno>
-#include <thread>
+#include <string>
 
 namespace {
 
@@ -50,51 +49,29 @@ int __wrap_sysctl(int*, unsigned int, void*, size_t* length, void*, size_t) {
 
 namespace {
 
-class StartUpSweep : public testing::Test {
-protected:
-    // Whether the fault happened, which is made of the arguments.
-    template<typename FaultKind, typename... Arguments>
-    bool Start(const std::string& what, const Arguments&... arguments) {
-        bool happened = false;
-        g_isUp = false;
-        g_hasLooked = false;
-        std::thread([&] {
+TEST(StartUpSweep, ComesUpOrSaysWhyNot) {
+    LogCapture log;
+    int status = 0;
+    const SweptFaults swept = SweepFaults(
+        [&] {
             char name[] = "trayprobed-in-a-test";
             char* argv[] = {name, nullptr};
-            const FaultKind fault(arguments...);
-            EXPECT_EQ(__real_main(1, argv), 0) << what;
-            happened = FaultKind::Happened();
-        }).join();
-        const auto lines = log_.Take();
-        EXPECT_TRUE(g_hasLooked || !lines.empty()) << what << " was passed over in silence";
-        EXPECT_TRUE(happened || (g_hasLooked && lines.empty())) << what;
-        EXPECT_EQ(g_isUp, g_hasLooked) << what;
-        return happened;
-    }
-
-    LogCapture log_;
-};
-
-TEST_F(StartUpSweep, WithoutMemoryComesUpOrSaysWhyNot) {
-    for (const std::size_t count : {std::size_t{1}, SIZE_MAX}) {
-        std::size_t nth = 1;
-        while (Start<AllocationFault>("allocation " + std::to_string(nth), nth, count))
-            ++nth;
-        EXPECT_GT(nth, 1U);
-        RecordProperty("allocations", std::to_string(nth - 1));
-    }
-}
-
-TEST_F(StartUpSweep, WithACallFailingComesUpOrSaysWhyNot) {
-    std::size_t calls = 0;
-    for (const SystemCallFailure& failure : SystemCallFailures()) {
-        std::size_t nth = 1;
-        while (Start<SystemCallFault>(Describe(failure, nth), failure, nth))
-            ++nth;
-        calls += nth - 1;
-    }
-    EXPECT_GT(calls, 0U);
-    RecordProperty("system_calls", std::to_string(calls));
+            status = __real_main(1, argv);
+        },
+        [&](const Fault& fault) {
+            const auto lines = log.Take();
+            EXPECT_EQ(status, 0) << fault.what;
+            EXPECT_TRUE(g_hasLooked || !lines.empty()) << fault.what << " was passed in silence";
+            EXPECT_TRUE(fault.happened || (g_hasLooked && lines.empty())) << fault.what;
+            EXPECT_EQ(g_isUp, g_hasLooked) << fault.what;
+            g_isUp = false;
+            g_hasLooked = false;
+        },
+        SweptThread::kFresh);
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
+    RecordProperty("allocations", std::to_string(swept.allocations));
+    RecordProperty("system_calls", std::to_string(swept.systemCalls));
 }
 
 } // namespace
