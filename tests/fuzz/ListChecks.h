@@ -15,7 +15,7 @@ bool HasXml(CFPropertyListRef list);
 // Mutable containers change nothing of what is read, refused or said about it.
 void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable);
 
-// What is written is read again, and then written the same.
+// What is written is read again, as the same values, and then written the same.
 void ExpectSameWhenReadAgain(CFPropertyListRef list);
 
 // Where libplist accepts the list too, it finds the same in it.

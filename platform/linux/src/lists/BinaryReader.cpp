@@ -104,7 +104,7 @@ private:
 
     std::size_t TakeCount(std::size_t& position, unsigned low);
     Bytes Take(std::size_t& position, std::size_t count, std::size_t size);
-    std::uint64_t Reference(Bytes references, std::size_t index) const;
+    std::uint64_t Reference(Bytes references, std::size_t index);
 
     const Layout layout_;
     ListBuilder& builder_;
@@ -225,7 +225,6 @@ Converted BinaryReader::ReadArray(std::size_t count, Bytes references, int depth
         height = std::max(height, member.height);
         builder_.AddMember(Value::Share(member.value.Get()));
     }
-    work_.references += count;
     return {builder_.EndArray(begin), height + 1};
 }
 
@@ -241,7 +240,6 @@ Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int 
         height = std::max(height, value.height);
         builder_.AddPair(Value::Share(key.value.Get()), Value::Share(value.value.Get()));
     }
-    work_.references += 2 * count;
     return {builder_.EndDictionary(begin), height + 1};
 }
 
@@ -267,7 +265,8 @@ Bytes BinaryReader::Take(std::size_t& position, std::size_t count, std::size_t s
     return rest.first(count * size);
 }
 
-std::uint64_t BinaryReader::Reference(Bytes references, std::size_t index) const {
+std::uint64_t BinaryReader::Reference(Bytes references, std::size_t index) {
+    ++work_.references;
     return BigEndian(references.subspan(index * layout_.referenceSize, layout_.referenceSize));
 }
 
