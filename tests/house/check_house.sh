@@ -26,12 +26,15 @@ daemon="$common $connection $fsclient $(files_in trayprobed)"
 platform=$(files_in platform/linux)
 beside=$(files_in simulator stage tools)
 
+before_a_comment='^([^/]|/[^/*])*'
+
 # shellcheck disable=SC2086 # lists of files, none with a blank in its name
 {
     refuse 'The daemon names no operating system' '[Ll]inux|__APPLE__|_WIN32' $daemon
     refuse 'The daemon asks for no platform' '^ *# *(if|ifdef|elif) ' $daemon
-    refuse 'The daemon has no classes' '^ *(class|public:|private:|virtual) ' $daemon
-    refuse 'The daemon has no exceptions' '\b(throw|try|catch) *[({;]' $daemon
+    refuse 'The daemon has no classes' '^ *(class |virtual |(public|protected|private):)' $daemon
+    refuse 'The daemon has no exceptions' \
+        "$before_a_comment"'\b(throw\b|(try|catch) *[({])' $daemon
     refuse 'The platform knows nothing of changers' '[Cc]hanger|[Cc]arousel|[Tt]rayprobed' $platform
 
     refuse 'platform imports upwards' \
