@@ -2,8 +2,9 @@
 #define TESTS_SYSTEM_FAULTPLAN_H
 
 // What is to go wrong around the daemon, in memory that the test shares with FaultyCalls.cpp, the
-// library that is loaded into the daemon before all others. The calls of its libraries count too,
-// but for those that libc makes of itself.
+// library that is loaded into the daemon before all others. Calls by these very names count, its
+// libraries' too; not what they call by another name of the same (open64, __open_2), nor what libc
+// makes of itself.
 
 #include <atomic>
 #include <iterator>

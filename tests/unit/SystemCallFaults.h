@@ -22,7 +22,7 @@ struct SystemCallFailure {
 // Every way that is known here.
 std::span<const SystemCallFailure> SystemCallFailures();
 
-// "the 2nd call of socket, EMFILE"
+// "call 2 of socket, EMFILE"
 std::string Describe(const SystemCallFailure& failure, std::size_t nth);
 
 // From its construction on, lets the nth call (from 1) fail. One at a time. The failure is one of
