@@ -26,7 +26,7 @@ std::ptrdiff_t DescriptorCount() {
 }
 
 // When it names a file, stat() tells of that file, as if another took its place before open().
-std::string g_replacedAfterStat;
+std::string g_replacedAfterLstat;
 
 class ReadStreamTest : public testing::Test {
 protected:
@@ -150,7 +150,7 @@ TEST_F(ReadStreamTest, OpensADirectoryButCannotReadIt) {
     EXPECT_EQ(ReadFile(Path("")).error, kUnknownError);
 }
 
-TEST_F(ReadStreamTest, FollowsLinks) {
+TEST_F(ReadStreamTest, FollowsLinksWithinAFileSystem) {
     const std::string file = File("x", "<true/>");
     ASSERT_EQ(symlink(file.c_str(), Path("link").c_str()), 0);
     EXPECT_TRUE(ReadFile(Path("link")).list);
@@ -158,6 +158,13 @@ TEST_F(ReadStreamTest, FollowsLinks) {
     EXPECT_FALSE(CanOpen(Path("zero")));
     ASSERT_EQ(symlink("loop", Path("loop").c_str()), 0);
     EXPECT_FALSE(CanOpen(Path("loop")));
+}
+
+// Reading alone takes messages out of some of the kernel's files.
+TEST_F(ReadStreamTest, FollowsNoLinkOutOfItsFileSystem) {
+    ASSERT_TRUE(CanOpen("/proc/self/status"));
+    ASSERT_EQ(symlink("/proc/self/status", Path("status").c_str()), 0);
+    EXPECT_FALSE(CanOpen(Path("status")));
 }
 
 TEST_F(ReadStreamTest, OpensNothingThatCouldActOrBlock) {
@@ -186,9 +193,9 @@ TEST_F(ReadStreamTest, LooksBeforeItOpens) {
 TEST_F(ReadStreamTest, LooksAgainAtWhatItOpened) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     const std::ptrdiff_t before = DescriptorCount();
-    g_replacedAfterStat = File("x", "<true/>");
+    g_replacedAfterLstat = File("x", "<true/>");
     EXPECT_FALSE(CanOpen(Path("fifo")));
-    g_replacedAfterStat.clear();
+    g_replacedAfterLstat.clear();
     EXPECT_EQ(DescriptorCount(), before);
 }
 
@@ -224,10 +231,10 @@ TEST(ReadStream, NeedsAUrlAndAStream) {
 } // namespace
 
 extern "C" {
-int __real_stat(const char* path, struct stat* status);
-int __wrap_stat(const char* path, struct stat* status);
+int __real_lstat(const char* path, struct stat* status);
+int __wrap_lstat(const char* path, struct stat* status);
 
-int __wrap_stat(const char* path, struct stat* status) {
-    return __real_stat(g_replacedAfterStat.empty() ? path : g_replacedAfterStat.c_str(), status);
+int __wrap_lstat(const char* path, struct stat* status) {
+    return __real_lstat(g_replacedAfterLstat.empty() ? path : g_replacedAfterLstat.c_str(), status);
 }
 }

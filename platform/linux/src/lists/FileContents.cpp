@@ -20,7 +20,10 @@ namespace cf {
 
 namespace {
 
+using std::chrono::steady_clock;
+
 constexpr std::size_t kChunk = 16384;
+constexpr std::chrono::milliseconds kPause(20); // before what was short is asked for again
 
 // Calls a function of the system again as long as signals interrupt it.
 template<typename Call>
@@ -33,6 +36,21 @@ auto Retry(Call call) {
 
 bool IsFileOrDirectory(const struct stat& status) {
     return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+}
+
+// What the path leads to, when it may be opened. A link out of its file system could lead to where
+// reading acts, as some of the kernel's own files do.
+bool Find(const char* path, struct stat& found) {
+    if (lstat(path, &found) != 0)
+        return false;
+    const dev_t device = found.st_dev;
+    if (S_ISLNK(found.st_mode) && (stat(path, &found) != 0 || found.st_dev != device))
+        return false;
+    return IsFileOrDirectory(found);
+}
+
+bool IsShortOf(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
 class Descriptor {
@@ -113,34 +131,50 @@ bool StartReading(const std::shared_ptr<Reading>& reading) {
     return true;
 }
 
+// One attempt to read the file until then.
+FileContents TryToRead(steady_clock::time_point end, const std::string& path, std::size_t maximum) {
+    FileContents none;
+    if (g_readings >= kMostUnansweredFiles)
+        return none;
+    const auto reading = std::make_shared<Reading>(path, maximum);
+    if (!StartReading(reading)) {
+        none.isShortage = true;
+        return none;
+    }
+    std::unique_lock lock(reading->mutex);
+    reading->isThrough.wait_until(lock, end, [&] { return reading->through; });
+    if (reading->failed)
+        throw std::bad_alloc();
+    return std::move(reading->contents);
+}
+
 } // namespace
 
 // Looks before it opens, because opening alone makes some devices act, and again at what it got.
 FileContents ReadFile(const std::string& path, std::size_t maximum) {
     FileContents contents;
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !IsFileOrDirectory(status))
+    struct stat found {};
+    if (!Find(path.c_str(), found))
         return contents;
     const Descriptor file(
         Retry([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
-    contents.isOpened =
-        file.Get() >= 0 && fstat(file.Get(), &status) == 0 && IsFileOrDirectory(status);
+    contents.isShortage = file.Get() < 0 && IsShortOf(errno);
+    struct stat opened {};
+    contents.isOpened = file.Get() >= 0 && fstat(file.Get(), &opened) == 0 &&
+                        opened.st_dev == found.st_dev && IsFileOrDirectory(opened);
     contents.isRead = contents.isOpened && ReadToEnd(file.Get(), maximum, contents.bytes);
     return contents;
 }
 
 FileContents ReadFileWithin(std::chrono::milliseconds patience, const std::string& path,
                             std::size_t maximum) {
-    if (g_readings >= kMostUnansweredFiles)
-        return {};
-    const auto reading = std::make_shared<Reading>(path, maximum);
-    if (!StartReading(reading))
-        return ReadFile(path, maximum); // rather wait than miss a file for want of a thread
-    std::unique_lock lock(reading->mutex);
-    reading->isThrough.wait_for(lock, patience, [&] { return reading->through; });
-    if (reading->failed)
-        throw std::bad_alloc();
-    return std::move(reading->contents);
+    const auto end = steady_clock::now() + patience;
+    FileContents contents = TryToRead(end, path, maximum);
+    while (contents.isShortage && steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPause);
+        contents = TryToRead(end, path, maximum);
+    }
+    return contents;
 }
 
 } // namespace cf
