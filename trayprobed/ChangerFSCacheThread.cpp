@@ -3,6 +3,7 @@
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
 #include "common/CFHelpers.h"
+#include "common/WallClock.h"
 #include "fsclient/DirectoryInfo.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/MediaIdState.h"
@@ -221,7 +222,7 @@ VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
     VERR_STEP(err, GetChangerFSMountPath(changerGUID, mountPath, sizeof mountPath),
               "fail GetChangerFSMountPath");
 
-    const time_t start = time(nullptr);
+    time_t start = time(nullptr);
     bool done = false;
     while (err == nullptr && !done) {
         SInt32 identified = 0;
@@ -233,7 +234,7 @@ VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
         VERR_STEP(err, RunAFSCacheUpdate(changerGUID, storageElem, descend, mountPath, &cached),
                   "fail RunAFSCacheUpdate");
         done = cached || (identified && !hasFileSystem) ||
-               difftime(time(nullptr), start) >= k_changerFSCacheTimeout;
+               SecondsSince(&start) >= k_changerFSCacheTimeout;
     }
     return err;
 }

@@ -71,7 +71,8 @@ VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort)
  * The daily directory cache build: a timer on the calling thread's run loop, the same thread for
  * all calls, first at the next occurrence of that local time and then every 86400 seconds.
  * Hour and minute are normalised by the calendar. Scheduling twice leaves both timers firing, so
- * unschedule first. The timer of a changer that is removed goes on, and fails daily.
+ * unschedule first. The timer of a changer that is removed goes on: it fails daily, and builds
+ * again once the changer is back.
  */
 VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 minute);
 /* Without a timer nothing happens. */

@@ -2,6 +2,7 @@
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "common/CFHelpers.h"
+#include "common/WallClock.h"
 
 #include <time.h>
 #include <unistd.h>
@@ -45,7 +46,7 @@ VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 stor
     VErrLink* err = nullptr;
     VERR_STEP(err, InitEjectDiscMessage(changerGUID, storageElem, flags, privateFamily, &message),
               "fail InitEjectDiscMessage");
-    const time_t start = time(nullptr);
+    time_t start = time(nullptr);
     while (err == nullptr) {
         err = SendMessageToChangerServer(message, &reply);
         if (err == nullptr)
@@ -55,7 +56,7 @@ VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 stor
             break;
         }
         VErrCatch(&err);
-        if (difftime(time(nullptr), start) > timeout) // a mount gives up at its timeout
+        if (SecondsSince(&start) > timeout) // a mount gives up at its timeout
             VERR_RAISE(
                 VErrThrowWithErrCode(&err, kVErrCodeCommandTimedOut, "eject disc timed out"));
         else

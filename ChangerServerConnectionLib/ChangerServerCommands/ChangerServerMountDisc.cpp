@@ -2,6 +2,7 @@
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "common/CFHelpers.h"
+#include "common/WallClock.h"
 
 #include <time.h>
 #include <unistd.h>
@@ -83,7 +84,7 @@ VErrLink* ChangerServerMountDiscInDrive(double timeout, UInt64 changerGUID, UInt
     CFMutableDictionaryRef message = nullptr;
     CFDictionaryRef reply = nullptr; // only the last one is released
     UInt32 attemptFlags = flags | kMountDiscClearErrors | kMountDiscStartMount;
-    const time_t start = time(nullptr);
+    time_t start = time(nullptr);
     if (mountPath != nullptr && mountPathSize != 0)
         mountPath[0] = '\0';
     if (deviceId != nullptr && deviceIdSize != 0)
@@ -112,7 +113,7 @@ VErrLink* ChangerServerMountDiscInDrive(double timeout, UInt64 changerGUID, UInt
         attemptFlags &= ~static_cast<UInt32>(kMountDiscClearErrors);
         if (code == kVErrCodeMountUnderWay)
             attemptFlags &= ~static_cast<UInt32>(kMountDiscStartMount);
-        if (difftime(time(nullptr), start) >= timeout) { // an eject waits for more than its timeout
+        if (SecondsSince(&start) >= timeout) { // an eject waits for more than its timeout
             VERR_RAISE(
                 VErrThrowWithErrCode(&err, kVErrCodeCommandTimedOut, "mount disc timed out"));
             break;

@@ -77,6 +77,12 @@ TEST_F(CommandRetry, EjectComparesWholeSecondsWithAFraction) {
     EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2));
 }
 
+TEST_F(CommandRetry, EjectWaitsAnewWhenTheClockIsSetBack) {
+    const FakeServer server({Fails(1021), Fails(1021, -3600), Fails(1021)});
+    EXPECT_EQ(Eject(2).size(), 1u);
+    EXPECT_THAT(server.Times(), ElementsAre(0, -3599, -3598, -3597, -3596));
+}
+
 TEST_F(CommandRetry, EjectStopsAtAnyOtherError) {
     for (const int number : {1020, 1004, 1005, 1, 7}) {
         const FakeServer server({Fails(1021), Fails(number)});
@@ -140,6 +146,12 @@ TEST_F(CommandRetry, MountGivesUpOnceItsTimeHasPassed) {
                                     kMountFile, kTimedOut}}));
         EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2));
     }
+}
+
+TEST_F(CommandRetry, MountWaitsAnewWhenTheClockIsSetBack) {
+    const FakeServer server({Fails(1020), Fails(1020, -3600), Fails(1020)});
+    EXPECT_EQ(Mount(2).size(), 1u);
+    EXPECT_THAT(server.Times(), ElementsAre(0, -3599, -3598, -3597));
 }
 
 TEST_F(CommandRetry, MountWithoutTimeAsksOnce) {

@@ -33,6 +33,7 @@ FakeServer::~FakeServer() {
 
 VErrLink* FakeServer::Receive(CFDictionaryRef message, CFDictionaryRef* reply) {
     const ServerAnswer& answer = answers_[std::min(requests_.size(), answers_.size() - 1)];
+    g_now += answer.clockJump;
     requests_.push_back(XmlOf(message));
     times_.push_back(g_now - kStart);
     // A copy of its own for each request, and kept: its address tells which reply is released.

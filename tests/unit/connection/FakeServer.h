@@ -17,10 +17,11 @@ constexpr int kOwnProcessId = 4242;
 struct ServerAnswer {
     VErrCode code = 0; // of a chain with the message "told by the server"; 0 is success
     Value reply = Dictionary();
+    long clockJump = 0; // seconds by which somebody sets the clock before the answer
 };
 
-inline ServerAnswer Fails(int number) {
-    return {kVErrFacilityBase + number};
+inline ServerAnswer Fails(int number, long clockJump = 0) {
+    return {kVErrFacilityBase + number, Dictionary(), clockJump};
 }
 
 class FakeServer {

@@ -188,6 +188,17 @@ TEST_F(SingleDisc, TenSecondsAreTheLongestWait) {
     EXPECT_THAT(journal, Each("list ./"));
 }
 
+TEST_F(SingleDisc, AClockSetBackMakesTheWaitNoLongerThanTwice) {
+    Mount();
+    SaveMedium(1, true);
+    FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
+        if (++round == 9)
+            time_.Set(-3600);
+    });
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), SizeIs(19));
+}
+
 TEST_F(SingleDisc, TheWaitEndsWhenTheDiscTurnsOutToHoldNothing) {
     Mount();
     SaveMedium(0, false);
