@@ -7,8 +7,8 @@
 
 #include <time.h>
 
-/* The seconds since *start. A clock that was set back behind it starts the time-out anew, as if
-   *start were now; otherwise it would last as much longer. */
+/* The seconds since *start. A clock that was set back behind it makes *start now: the time-out then
+   begins anew, instead of lasting as much longer. */
 double SecondsSince(time_t* start);
 
 #endif
