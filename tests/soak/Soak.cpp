@@ -91,9 +91,11 @@ void Soak::SayProgress(int number) {
 }
 
 void Soak::PlayFinale() {
+    const long before = performance_.ledger.Identifications();
     ServerLife finale(performance_, lives_);
     finale.PlayFinale();
     finale.Count();
+    identificationsOfFinale_ = performance_.ledger.Identifications() - before;
     finalePlayed_ = true;
 }
 
@@ -114,11 +116,10 @@ void Soak::Complain(const std::vector<std::string>& complaints) const {
 void Soak::Judge() {
     const auto differences = performance_.ledger.Differences();
     const long builds = (lives_ + kLivesToABuild - 1) / kLivesToABuild;
-    const int finaleDiscs = finalePlayed_ ? kChangers * kDiscs : 0;
     table_.AddAtLeast("notifications of changers", long{lives_} * kNotificationsOfALife,
                       performance_.notifications);
     table_.AddExactly("identifications", long{lives_} * kIdentificationsOfALife,
-                      performance_.ledger.Identifications() - finaleDiscs);
+                      performance_.ledger.Identifications() - identificationsOfFinale_);
     table_.AddExactly("server restarts, another process each", lives_, restarts_);
     table_.AddAtLeast("file systems mounted, taken up, unmounted", lives_, performance_.mounts);
     table_.AddExactly("builds", builds, performance_.wholeBuilds + performance_.abortedBuilds);
@@ -126,9 +127,8 @@ void Soak::Judge() {
                       performance_.abortedBuilds);
     table_.AddExactly("discs and requests that differ from the rules", 0,
                       static_cast<long>(differences.size()));
-    table_.AddExactly("discs identified once more at the end", kChangers * kDiscs, finaleDiscs);
-    table_.AddExactly("changers built once more at the end", kChangers,
-                      finalePlayed_ ? kChangers : 0);
+    table_.AddExactly("discs identified once more at the end", kChangers * kDiscs,
+                      identificationsOfFinale_);
     table_.AddExactly("statuses, requests, mounted discs left", 0,
                       static_cast<long>(performance_.leftovers.size()));
     Complain(differences);

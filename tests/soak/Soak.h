@@ -63,6 +63,7 @@ private:
     Memory::Sample last_;
     pid_t lastServer_ = -1;
     long restarts_ = 0;
+    long identificationsOfFinale_ = 0;
     bool finalePlayed_ = false;
     VerdictTable table_;
 };
