@@ -5,6 +5,7 @@
 #include "stage/ProcessState.h"
 #include "stage/ReadWatch.h"
 
+#include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 using testing::Contains;
 
@@ -21,6 +23,7 @@ namespace {
 
 constexpr const char* kPlace = "/tmp/place";
 constexpr const char* kInfoFile = "/.changer_info.plist";
+constexpr std::size_t kLongestPath = 1023; // that the daemon can tell
 constexpr std::size_t kMebibyte = 1024 * 1024;
 
 // What a disc's file system may do to whoever walks it, in full builds of changer A1.
@@ -134,7 +137,7 @@ TEST_F(OddContentTest, NamesAreBytes) {
     }
 }
 
-// None of these is entered, or opened.
+// None of these is entered, or opened, as nobody can a socket.
 TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
     fs::create_directories("/tmp/outside/leaf");
     stage::ReadWatch leaf("/tmp/outside/leaf");
@@ -143,9 +146,14 @@ TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
     fs::create_symlink("nowhere", "/tmp/a/disc0/dangling");
     fs::create_symlink("self", "/tmp/a/disc0/self");
     ASSERT_EQ(mkfifo("/tmp/a/disc0/pipe", 0666), 0);
+    stage::ReadWatch pipe("/tmp/a/disc0/pipe");
     ASSERT_EQ(mknod("/tmp/a/disc0/socket", S_IFSOCK | 0666, 0), 0);
+    fs::create_directory("/tmp/a/disc0/z");
+    stage::ReadWatch last("/tmp/a/disc0/z");
     BindAndExpectBuild();
+    EXPECT_EQ(last.CountReadsSoFar(), 1);
     EXPECT_EQ(leaf.CountReadsSoFar(), 0);
+    EXPECT_EQ(pipe.CountReadsSoFar(), 0);
 }
 
 TEST_F(OddContentTest, OnlyFilesAreReadUnderTheInfoFilesName) {
@@ -159,7 +167,63 @@ TEST_F(OddContentTest, OnlyFilesAreReadUnderTheInfoFilesName) {
     fs::resize_file("/tmp/a/terabyte/.media_info.plist", 1ULL << 40);
     ASSERT_EQ(mkfifo("/tmp/a/pipe/.media_info.plist", 0666), 0);
     ASSERT_EQ(mknod("/tmp/a/socket/.media_info.plist", S_IFSOCK | 0666, 0), 0);
+    stage::ReadWatch pipe("/tmp/a/pipe/.media_info.plist");
+    stage::ReadWatch terabyte("/tmp/a/terabyte/.media_info.plist");
     BindAndExpectBuild();
+    EXPECT_EQ(pipe.CountReadsSoFar(), 0);
+    EXPECT_EQ(terabyte.CountReadsSoFar(), 2); // the count and the walk
+}
+
+// Opening alone makes some devices act.
+class DeviceTest : public OddContentTest, public testing::WithParamInterface<mode_t> {
+protected:
+    static bool CanMake(const char* path) {
+        const bool isCharacters = GetParam() == S_IFCHR;
+        const dev_t device = isCharacters ? makedev(1, 5) : makedev(7, 0); // zero, loop0
+        const bool isMade = mknod(path, GetParam() | 0666, device) == 0;
+        stage::Require(isMade || errno == EPERM, "cannot make a device");
+        return isMade;
+    }
+    // The private /tmp permits no devices; a place does then, as a disc may be mounted so.
+    static void PermitDevices(const char* place) {
+        stage::Require(mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND, nullptr) == 0,
+                       "cannot permit devices");
+    }
+    static bool CanOpen(const std::string& path) {
+        return static_cast<bool>(
+            stage::Descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, DeviceTest, testing::Values(S_IFCHR, S_IFBLK),
+                         [](const auto& kind) {
+                             return kind.param == S_IFCHR ? "Characters" : "Blocks";
+                         });
+
+TEST_P(DeviceTest, IsOpenedNeitherOnADiscNorUnderTheInfoFilesName) {
+    for (const char* folder : {"/tmp/a/info", "/tmp/a/link", "/tmp/a/z"}) {
+        fs::create_directory(folder);
+    }
+    for (const char* path : {"/tmp/a/disc0/device", "/tmp/a/info/.media_info.plist"}) {
+        if (!CanMake(path)) {
+            GTEST_SKIP() << "no device can be made in this namespace (run as root)";
+        }
+    }
+    fs::create_symlink("../disc0/device", "/tmp/a/link/.media_info.plist");
+    Bind("/tmp/a", kPlace, 2);
+    PermitDevices(kPlace);
+    stage::ReadWatch onDisc("/tmp/a/disc0/device");
+    stage::ReadWatch infoFile("/tmp/a/info/.media_info.plist");
+    stage::ReadWatch last("/tmp/a/z");
+    for (const char* path : {"/disc0/device", "/info/.media_info.plist"}) {
+        if (!CanOpen(std::string(kPlace) + path)) {
+            GTEST_SKIP() << "nobody can open such a device here: " << std::strerror(errno);
+        }
+    }
+    ExpectBuildOf(1);
+    EXPECT_EQ(onDisc.CountReadsSoFar(), 1); // by this test itself
+    EXPECT_EQ(infoFile.CountReadsSoFar(), 1);
+    EXPECT_EQ(last.CountReadsSoFar(), 2); // the count and the walk
 }
 
 TEST_F(OddContentTest, SparseTerabyteInPlaceOfTheInfoFileHoldsUpNobody) {
@@ -170,13 +234,20 @@ TEST_F(OddContentTest, SparseTerabyteInPlaceOfTheInfoFileHoldsUpNobody) {
     BindAndExpectBuild();
 }
 
+// At the deepest the name of an info file is cut off wholly, so that the folder itself is opened
+// in its place; then it is listed. The next one would be its own parent by its path.
 TEST_F(OddContentTest, FoldersAreEnteredAsDeepAsAPathCanTell) {
-    stage::Descriptor folder(open("/tmp/a/disc0", O_PATH | O_CLOEXEC));
-    for (int level = 0; level < 600; ++level) {
-        ASSERT_EQ(mkdirat(folder.Get(), "d", 0755), 0);
-        folder = stage::Descriptor(openat(folder.Get(), "d", O_PATH | O_CLOEXEC));
+    std::string folder = "/tmp/a/disc0";
+    std::string path = "/tmp/place/disc0";
+    for (; path.size() + 2 <= kLongestPath; path += "/d") {
+        fs::create_directory(folder += "/d");
     }
+    fs::create_directories(folder + "/d/d");
+    stage::ReadWatch deepest(folder);
+    stage::ReadWatch tooDeep(folder + "/d");
     BindAndExpectBuild();
+    EXPECT_EQ(deepest.CountReadsSoFar(), 2);
+    EXPECT_EQ(tooDeep.CountReadsSoFar(), 0);
 }
 
 TEST_F(OddContentTest, ParentThatIsMountedBelowItselfIsNotEnteredAgain) {
