@@ -1,12 +1,16 @@
 #include "stage/ProcessState.h"
 
+#include "stage/Descriptor.h"
 #include "stage/Failure.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <linux/sockios.h>
 #include <sstream>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <thread>
 
 namespace stage {
@@ -25,6 +29,19 @@ bool IsInSystemCall(const std::filesystem::directory_entry& task, long number) {
     std::ifstream file(task.path() / "syscall");
     long current = -1; // stays so for a thread that runs
     return file >> current && current == number;
+}
+
+bool IsSocket(const std::filesystem::directory_entry& descriptor) {
+    return std::filesystem::read_symlink(descriptor.path()).string().starts_with("socket:");
+}
+
+// By a copy of the socket, since its owner cannot be asked.
+bool HasUnreadBytes(const Descriptor& process, int number) {
+    const Descriptor socket(static_cast<int>(syscall(SYS_pidfd_getfd, process.Get(), number, 0)));
+    Require(static_cast<bool>(socket), "cannot copy the socket of a process");
+    int unread = 0;
+    Require(ioctl(socket.Get(), SIOCOUTQ, &unread) == 0, "cannot ask a socket");
+    return unread > 0;
 }
 
 // Nothing announces what becomes of another process, so /proc is asked again and again.
@@ -85,6 +102,17 @@ void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count) {
                }) == count;
     };
     AwaitState(areThere, "threads in system call " + std::to_string(number));
+}
+
+void AwaitSentIsRead(pid_t pid) {
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    const auto isRead = [&] {
+        const std::filesystem::directory_iterator descriptors(ProcFolder(pid) / "fd");
+        return std::none_of(begin(descriptors), end(descriptors), [&process](const auto& each) {
+            return IsSocket(each) && HasUnreadBytes(process, std::stoi(each.path().filename()));
+        });
+    };
+    AwaitState(isRead, "readers of what a process sent");
 }
 
 void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid) {

@@ -33,6 +33,9 @@ inline constexpr bool kHasSanitizer = false;
 // Waits until so many of its threads sleep in that system call.
 void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count);
 
+// Waits until all that it wrote to its sockets was read at their other ends. It has stopped.
+void AwaitSentIsRead(pid_t pid);
+
 // Waits until it has no other threads than these.
 void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid);
 

@@ -1,8 +1,12 @@
 #include "PuppetTest.h"
 #include "SystemTest.h"
+#include "VolumeTest.h"
+
+#include "stage/ProcessState.h"
 
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 
 using testing::UnorderedElementsAreArray;
 
@@ -12,6 +16,28 @@ namespace {
 // as long as its changer is known.
 constexpr const char* kWorkerGaveUp = "MediaIdThread:[0-9]+, RunMediaIdThread: "
                                       "fail ChangerServerRequestChangerIdentification.*";
+
+// What the daemon does while its server has stopped: its main thread takes up a volume, which it
+// puts on its list under the state lock, and its reader takes all that was sent.
+void ExpectDaemonRuns(const stage::Daemon& daemon, pid_t server) {
+    static int number = 0;
+    const std::string folder = "/tmp/meanwhile" + std::to_string(number++);
+    VolumeTest::WriteInfoFile(
+        folder + "/.changer_info.plist",
+        VolumeTest::PropertyList("<key>Changer GUID</key><integer>177</integer>"));
+    VolumeTest::Bind(folder, folder + "-place", 2);
+    stage::AwaitSentIsRead(server);
+    stage::AwaitThreadsInSystemCall(daemon.Pid(), SYS_epoll_wait, 1);
+}
+
+// Stops a server until the daemon has done all that it can do without: the main thread and so many
+// workers wait in their run loops.
+void StopAndContinue(Puppet& server, const stage::Daemon& daemon, int workers) {
+    server.Stop();
+    ExpectDaemonRuns(daemon, server.Pid());
+    stage::AwaitThreadsInSystemCall(daemon.Pid(), SYS_poll, 1 + workers);
+    server.Continue();
+}
 
 // How far a server has come with a request when it stops.
 enum class Point {
@@ -133,13 +159,37 @@ class StoppedServerTest : public RequestPointsTest {};
 
 TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
     BringMountsToTheirPoints();
-    Server().Stop();
-    Server().Continue();
+    StopAndContinue(Server(), scene_.TheDaemon(), static_cast<int>(mounts_.size()));
     EXPECT_THAT(FinishMounts(), testing::Each(true));
     std::vector<std::string> expected = ForEach("eject ");
     const std::vector<std::string> withdrawals = ForEach("withdraw ");
     expected.insert(expected.end(), withdrawals.begin(), withdrawals.end());
     EXPECT_THAT(Serve(expected.size()), UnorderedElementsAreArray(expected));
+}
+
+// What the server had sent whole is acted on although it has stopped.
+class StoppedAfterSendingTest : public PuppetTest {
+protected:
+    const Changers changers_ = {{0xA1, true}};
+};
+
+TEST_F(StoppedAfterSendingTest, NotificationStartsAWorker) {
+    Begin({{0xA1}});
+    TellOf(changers_);
+    StopAndContinue(Server(), scene_.TheDaemon(), 1);
+    ServeIdentificationsOf(changers_);
+}
+
+TEST_F(StoppedAfterSendingTest, ReplyIsFollowedByTheNextRequest) {
+    Begin({{0xA1}});
+    TellOf(changers_);
+    EXPECT_EQ(Serve(), "withdraw A1");
+    const int mount = Server().AcceptClient();
+    EXPECT_EQ(Shortly(Server().ReadRequest(mount)), "mount A1");
+    EXPECT_TRUE(Server().Write(mount, wire::EmptyReply()));
+    StopAndContinue(Server(), scene_.TheDaemon(), 1);
+    EXPECT_EQ(Serve(), "eject A1");
+    EXPECT_EQ(Serve(), "withdraw A1");
 }
 
 // The whole server with its file systems, at each kind of event in turn.
@@ -156,6 +206,7 @@ TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
         Server().Await(moments[slot],
                        [before](const stage::Event& event) { return event.number > before; });
         Server().Stop();
+        ExpectDaemonRuns(scene_.TheDaemon(), Server().Pid());
         Server().Continue();
         AwaitIdentification(static_cast<int>(slot));
     }
@@ -228,8 +279,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, StoppedNotificationTest,
 TEST_P(StoppedNotificationTest, IsActedOnOnceWhenItIsComplete) {
     Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
-    Server().Stop();
-    Server().Continue();
+    StopAndContinue(Server(), scene_.TheDaemon(), 0);
     Notify(frame_.substr(GetParam()));
     ServeIdentificationsOf(changers_);
 }

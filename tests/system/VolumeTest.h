@@ -11,9 +11,7 @@
 // Volumes that come and go while the daemon runs. They are folders that are bound to their place
 // once they are complete, since a volume is looked at when it appears, and only then.
 class VolumeTest : public SystemTest {
-protected:
-    void SetUp() override;
-
+public:
     static void WriteInfoFile(const std::filesystem::path& file, const std::string& content);
     static std::string PropertyList(const std::string& content);
 
@@ -27,6 +25,9 @@ protected:
 
     // Waits until the daemon has seen all that was mounted and unmounted before.
     static void AwaitMountsSeen();
+
+protected:
+    void SetUp() override;
 
     void ExpectBuildOf(int discs);
 
