@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -25,8 +26,10 @@
 
 namespace {
 
-std::atomic<int> g_resting = 0;         // streams that are not read for now, net
-std::atomic<bool> g_chunkFault = false; // no memory for what arrives
+std::atomic<int> g_resting = 0;           // streams that are not read for now, net
+std::atomic<bool> g_chunkFault = false;   // no memory for what arrives
+std::atomic<int> g_untilInterruption = 0; // counts waits for room down to one that is interrupted
+std::function<void()> g_makeRoom;         // in place of any other wait for room
 
 } // namespace
 
@@ -35,6 +38,8 @@ int __real_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* even
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event);
 CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+int __real_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
+int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
 
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
     g_resting += operation == EPOLL_CTL_DEL ? 1 : -1;
@@ -46,6 +51,18 @@ CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIn
     if (length > 0 && g_chunkFault)
         return nullptr;
     return __real_CFDataCreate(allocator, bytes, length);
+}
+
+int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit,
+                 const sigset_t* signals) {
+    if (--g_untilInterruption == 0) {
+        errno = EINTR;
+        return -1;
+    }
+    if (!g_makeRoom)
+        return __real_ppoll(descriptors, count, limit, signals);
+    g_makeRoom();
+    return 1;
 }
 }
 
@@ -528,6 +545,40 @@ TEST(SocketSendTest, TimeoutCountsForTheWholeMessage) {
     EXPECT_EQ(socket.Send(text, 0.05), kCFSocketTimeout);
     over = true;
     reader.join();
+}
+
+// For the test's waits for room.
+class RoomMaker {
+public:
+    explicit RoomMaker(std::function<void()> makeRoom) {
+        g_makeRoom = std::move(makeRoom);
+    }
+    RoomMaker(const RoomMaker&) = delete;
+    RoomMaker& operator=(const RoomMaker&) = delete;
+    ~RoomMaker() {
+        g_makeRoom = nullptr;
+        g_untilInterruption = 0;
+    }
+};
+
+// The first, second, ... wait is. The peer reads only when there is no room left, so the waits of
+// each round are the same.
+TEST(SocketSendTest, AWaitThatIsInterruptedIsTakenUpAgain) {
+    const std::string text = LongText(1 << 20);
+    const LocalServer server;
+    const TestSocket socket(server);
+    const Peer peer = server.Accept();
+    std::string received;
+    const RoomMaker reader([&] { received += peer.Read(64 * 1024); });
+    int nth = 0;
+    do {
+        received.clear();
+        g_untilInterruption = ++nth;
+        ASSERT_EQ(socket.Send(text), kCFSocketSuccess) << nth;
+        received += peer.Read(text.size() - received.size());
+        EXPECT_TRUE(received == text) << nth;
+    } while (g_untilInterruption <= 0);
+    EXPECT_GT(nth, 1);
 }
 
 TEST(SocketSendTest, ClosedPeerIsAnErrorWithoutASignal) {
