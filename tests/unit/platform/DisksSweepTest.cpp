@@ -111,7 +111,7 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
         changed = Volumes({2, 3, 4});
     };
     prepare();
-    SweepMemory(
+    const std::size_t faults = SweepMemory(
         1,
         [&] {
             try {
@@ -130,11 +130,12 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
             EXPECT_EQ(TakeEvents(3), "-++") << fault.what;
             prepare();
         });
+    EXPECT_GT(faults, 0U);
 }
 
 TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
     list_->Update(Volumes({2, 3, 4}));
-    SweepFaults(
+    const SweptFaults swept = SweepFaults(
         [&] {
             try {
                 list_->StartProbes(probes_);
@@ -146,6 +147,8 @@ TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
             BeginAnew();
             list_->Update(Volumes({2, 3, 4}));
         });
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
 }
 
 // ---- the session ----
