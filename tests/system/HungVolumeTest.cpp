@@ -117,6 +117,22 @@ TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteA
     ExpectNothingToBuild();
 }
 
+// The second reading is bounded like the first, though the state lock is held meanwhile. The
+// volume has told that it is a changer's, but not whose in the end, which is logged: it is none.
+TEST_F(HungVolumeTest, SlowThatStopsInItsSecondReadingHoldsUpTheDaemonForHalfAMinuteAtMost) {
+    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
+    volume.AwaitRead(kInfoFile);
+    volume.AwaitStop();
+    ExpectMainLoopGoesOn();
+    AwaitLog({Link("DirectoryInfo", "ReadFSInfoFile", "fail CFReadStreamOpen"),
+              Link("DirectoryInfo", "ReadFSRootInfoFile", "fail ReadFSInfoFile"),
+              Link("DirectoryInfo", "GetChangerFileSystemRootInfo", "fail ReadFSRootInfoFile"),
+              Link("ChangerFSCacheManager", "DiskArbDiskAppearedCallback",
+                   "fail GetChangerFileSystemRootInfo for \"/tmp/place\"")});
+    volume.Continue();
+    ExpectNothingToBuild();
+}
+
 // Beyond so many dead ones, a volume that would answer has to wait, too; all else goes on.
 TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
     std::deque<SilentVolume> silent;

@@ -19,12 +19,23 @@ const std::string& MakePlace(const std::string& place) {
 
 } // namespace
 
+const char* PuppetVolume::OptionFor(Start start) {
+    switch (start) {
+    case Start::Asleep:
+        return "--asleep";
+    case Start::StopsAtInfo:
+        return "--stops-at-info=1";
+    default:
+        return "--stops-at-info=2";
+    }
+}
+
 stage::Command PuppetVolume::CommandFor(const std::string& place,
                                         const std::vector<std::string>& folders, Start start) {
     stage::Command command{
         stage::ProgramPath("puppet-volume"), {"puppet-volume"}, stage::PlainEnvironment()};
     if (start != Start::Awake) {
-        command.arguments.emplace_back(start == Start::Asleep ? "--asleep" : "--stops-at-info");
+        command.arguments.emplace_back(OptionFor(start));
     }
     command.arguments.insert(command.arguments.end(), {MakePlace(place), "161"});
     command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());

@@ -11,9 +11,9 @@
 // names say (puppets/PuppetVolume.cpp), served by a process of its own.
 class PuppetVolume {
 public:
-    enum class Start { Awake, Asleep, StopsAtInfo };
-    // After which it is mounted, and has stopped if it starts asleep. The last stops when the
-    // daemon comes to read the changer's info file.
+    enum class Start { Awake, Asleep, StopsAtInfo, StopsAtSecondInfo };
+    // After which it is mounted, and has stopped if it starts asleep. The last two stop when the
+    // daemon comes to read the changer's info file for the first, or the second, time.
     PuppetVolume(stage::Record& record, const std::string& place,
                  const std::vector<std::string>& folders, Start start = Start::Awake);
     // Unmounts it if nobody did.
@@ -35,6 +35,7 @@ public:
 private:
     static stage::Command CommandFor(const std::string& place,
                                      const std::vector<std::string>& folders, Start start);
+    static const char* OptionFor(Start start);
 
     stage::Record& record_;
     const std::string place_;

@@ -1,11 +1,11 @@
 /*
- * puppet-volume [--asleep|--stops-at-info] PLACE GUID FOLDER...
+ * puppet-volume [--asleep|--stops-at-info=N] PLACE GUID FOLDER...
  *
  * Mounts a changer's file system with one disc, "disc", in which are these folders, until it is
  * killed. It says "volume mounted" when it is, and "volume read PATH" of each file that is opened.
  * With --asleep it stops itself (SIGSTOP) before it answers anything, with --stops-at-info before
- * it opens the changer's info file for the first time. How a folder's name begins tells what
- * happens to whoever lists it:
+ * it opens the changer's info file for the Nth time. How a folder's name begins tells what happens
+ * to whoever lists it:
  *
  *   stop       the server stops itself before it answers
  *   forbidden  refused (EACCES)
@@ -18,7 +18,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <fuse.h>
 #include <iostream>
 #include <optional>
@@ -30,9 +29,11 @@
 namespace {
 
 constexpr std::string_view kDisc = "/disc";
+constexpr std::string_view kChangerInfo = "/.changer_info.plist";
+constexpr std::string_view kStopsAtInfo = "--stops-at-info=";
 
 std::string g_guid;
-bool g_stopsAtInfo = false;
+int g_infoOpeningsUntilStop = 0;
 std::vector<std::string> g_folders;
 
 std::string PropertyList(const std::string& content) {
@@ -41,7 +42,7 @@ std::string PropertyList(const std::string& content) {
 }
 
 std::optional<std::string> FindFile(std::string_view path) {
-    if (path == "/.changer_info.plist") {
+    if (path == kChangerInfo) {
         return PropertyList("");
     }
     if (path == "/disc/.media_info.plist") {
@@ -132,7 +133,7 @@ int ReadDirectory(const char* path, void* buffer, fuse_fill_dir_t fill, off_t of
 }
 
 int Open(const char* path, fuse_file_info*) {
-    if (std::exchange(g_stopsAtInfo, false)) {
+    if (path == kChangerInfo && --g_infoOpeningsUntilStop == 0) {
         raise(SIGSTOP);
     }
     std::cout << "volume read " << path << std::endl;
@@ -169,9 +170,13 @@ int Serve(const char* place, bool isAsleep) {
 
 int main(int, char** argv) {
     const char* const* next = argv + 1;
-    const bool isAsleep = std::strcmp(*next, "--asleep") == 0;
-    g_stopsAtInfo = std::strcmp(*next, "--stops-at-info") == 0;
-    next += isAsleep || g_stopsAtInfo ? 1 : 0;
+    const std::string_view option = *next;
+    const bool isAsleep = option == "--asleep";
+    const bool stopsAtInfo = option.starts_with(kStopsAtInfo);
+    if (stopsAtInfo) {
+        g_infoOpeningsUntilStop = std::stoi(*next + kStopsAtInfo.size());
+    }
+    next += isAsleep || stopsAtInfo ? 1 : 0;
     const char* const place = *next++;
     g_guid = *next++;
     for (; *next != nullptr; ++next) {
