@@ -13,18 +13,18 @@
 
 #include <string>
 
-#include <sys/mman.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
 
-// A directory whose two info files are one, in memory.
+// A directory whose two info files are one.
 class InfoFileDirectory {
 public:
-    InfoFileDirectory() : file_(memfd_create("info", MFD_CLOEXEC)) {
-        const std::string target = "/proc/self/fd/" + std::to_string(file_);
-        tree_.Link(target, ".changer_info.plist");
-        tree_.Link(target, ".media_info.plist");
+    InfoFileDirectory() {
+        const std::string path = tree_.Path(".changer_info.plist");
+        file_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(link(path.c_str(), tree_.Path(".media_info.plist").c_str()), 0);
     }
     ~InfoFileDirectory() {
         close(file_);
@@ -43,7 +43,7 @@ public:
 
 private:
     const TemporaryTree tree_;
-    const int file_;
+    int file_ = -1;
 };
 
 // What stands in the file, read without the functions under test.
