@@ -1,3 +1,4 @@
+#include "FaultDirector.h"
 #include "PuppetTest.h"
 
 #include "stage/Descriptor.h"
@@ -23,13 +24,11 @@ protected:
             : names_("/proc/" + std::to_string(found.Pid()) + "/comm") {}
         // When a search begins, the attempt that followed the one before it is over.
         void AwaitAttempt() {
-            searches_ += 2;
-            names_.AwaitReads(searches_);
+            names_.AwaitReads(names_.CountReadsSoFar() + 2);
         }
 
     private:
         stage::ReadWatch names_;
-        int searches_ = 0;
     };
 
     void ExpectServerWorks() {
@@ -121,9 +120,10 @@ TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
 TEST_F(ImpostorTest, OtherFilesInPlaceOfTheNotificationSocketAreTriedAgainQuietly) {
     server_.emplace(scene_.TheRecord());
     SearchWatch searches(Server());
-    scene_.StartDaemon();
+    const FaultDirector haste; // without a fault: an attempt comes every 0.1 seconds
+    scene_.StartDaemon(haste.Start());
     const std::string path = "/tmp/carouseldn-" + std::to_string(Server().Pid());
-    for (const MakeObstacle make : {kObstacles[1], kObstacles[2]}) {
+    for (const MakeObstacle make : kObstacles) {
         make(path);
         searches.AwaitAttempt();
         fs::remove(path);
