@@ -107,7 +107,6 @@ FAULTY_CALL(int, -1, scandir,
 FAULTY_CALL(ssize_t, -1, send, (int socket, const void* bytes, std::size_t count, int flags),
             (socket, bytes, count, flags))
 FAULTY_CALL(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
-FAULTY_CALL(int, -1, stat, (const char* path, struct stat* status), (path, status))
 FAULTY_CALL(int, -1, statfs, (const char* path, struct statfs* status), (path, status))
 FAULTY_CALL(int, -1, timerfd_create, (int clock, int flags), (clock, flags))
 
@@ -149,8 +148,6 @@ int poll(pollfd* descriptors, nfds_t count, int timeout) {
 int ppoll(pollfd* descriptors, nfds_t count, const timespec* timeout, const sigset_t* signals) {
     static auto* const next = Next<int(pollfd*, nfds_t, const timespec*, const sigset_t*)>("ppoll");
     ++Plan().waits;
-    if (Fails(IndexOfFaultyCall("ppoll")))
-        return -1;
     const timespec hastened = timeout != nullptr ? Hasten(*timeout) : timespec{};
     return next(descriptors, count, timeout != nullptr ? &hastened : nullptr, signals);
 }
