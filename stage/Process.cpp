@@ -9,6 +9,7 @@
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 
 namespace stage {
 namespace {
@@ -142,10 +143,18 @@ void Process::Continue() const {
     Signal(SIGCONT);
 }
 
+// A wait for a stop has no limit, so it is asked for again and again.
 void Process::AwaitStop() const {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     int status = 0;
-    Require(waitpid(pid_, &status, WUNTRACED) == pid_ && WIFSTOPPED(status),
-            "cannot await the stop of a process");
+    pid_t changed = 0;
+    while ((changed = waitpid(pid_, &status, WUNTRACED | WNOHANG)) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw Failure("process " + std::to_string(pid_) + " does not stop");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    Require(changed == pid_ && WIFSTOPPED(status), "cannot await the stop of a process");
 }
 
 int Process::AwaitEnd() {
