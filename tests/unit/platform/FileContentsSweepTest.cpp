@@ -9,6 +9,8 @@
 #include <fstream>
 #include <string>
 
+#include <unistd.h>
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -19,8 +21,10 @@ bool IsShortage(const SystemCallFailure& failure) {
 }
 
 TEST(FileContentsSweep, AShortageIsWaitedOut) {
-    const std::string path = testing::TempDir() + "FileContentsSweepTest";
-    std::ofstream(path) << "content";
+    const std::string file = testing::TempDir() + "FileContentsSweepTest";
+    const std::string path = file + ".link";
+    std::ofstream(file) << "content";
+    ASSERT_EQ(symlink(file.c_str(), path.c_str()), 0);
     std::size_t faults = 0;
     for (const SystemCallFailure& failure : SystemCallFailures()) {
         cf::FileContents contents;
@@ -32,6 +36,7 @@ TEST(FileContentsSweep, AShortageIsWaitedOut) {
     }
     EXPECT_GT(faults, 0U);
     std::remove(path.c_str());
+    std::remove(file.c_str());
 }
 
 TEST(FileContentsSweep, NobodyWaitsWithoutEndForAShortage) {

@@ -160,6 +160,8 @@ const Row kTexts[] = {
      "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
      "in a real string)"},
     {"CdataCut", "<string>a\n<![CDATA[b", "Could not find end of CDATA started on line 2"},
+    {"CdataWithNul", "<string>x<![CDATA[a\0b]]></string>"s,
+     "Could not find end of CDATA started on line 1"},
     {"CommentInString", "<string>a<!-- c -->b</string>",
      "Encountered improper CDATA opening at line 1"},
     {"CommentFirstInString", "<string><!-- c -->b</string>",
@@ -269,6 +271,7 @@ const Row kStrings[] = {
     {"Cdata", "<string> a<![CDATA[<&lt;]]>b<![CDATA[]]> </string>",
      "<string> a&lt;&amp;lt;b </string>"},
     {"CdataBehindBlanks", "<string> <![CDATA[a]]> </string>", "<string> a </string>"},
+    {"NulBehindTheList", "<true/>\0<"s, "<true/>"},
     {"EntityInKey", "<dict><key>&amp;</key><true/></dict>",
      "<dict>\n\t<key>&amp;</key>\n\t<true/>\n</dict>"},
     {"LongestUtf8", "<string>\x7F\xC2\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF</string>",

@@ -215,7 +215,7 @@ Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder) {
         RefuseText({text, 0, text.size()}, "Unexpected character ", " at line ");
     if (!IsValidUtf8(text))
         throw MalformedList("Unable to convert string to correct encoding");
-    return XmlReader(text, builder).Read();
+    return XmlReader(text.substr(0, text.find('\0')), builder).Read(); // XML has no NUL
 }
 
 } // namespace cf
