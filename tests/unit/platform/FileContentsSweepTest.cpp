@@ -2,14 +2,11 @@
 
 #include "FaultSweep.h"
 #include "lists/FileContents.h"
+#include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <string>
-
-#include <unistd.h>
+#include <cerrno>
 
 namespace {
 
@@ -20,33 +17,34 @@ bool IsShortage(const SystemCallFailure& failure) {
     return failure.error != EIO;
 }
 
-TEST(FileContentsSweep, AShortageIsWaitedOut) {
-    const std::string file = testing::TempDir() + "FileContentsSweepTest";
-    const std::string path = file + ".link";
-    std::ofstream(file) << "content";
-    ASSERT_EQ(symlink(file.c_str(), path.c_str()), 0);
+class FileContentsSweep : public testing::Test {
+protected:
+    FileContentsSweep() {
+        tree_.Write("file", "content");
+        tree_.Link("file", "link");
+    }
+
+    const TemporaryTree tree_;
+};
+
+TEST_F(FileContentsSweep, AShortageIsWaitedOut) {
     std::size_t faults = 0;
     for (const SystemCallFailure& failure : SystemCallFailures()) {
         cf::FileContents contents;
         faults += SweepSystemCall(
-            failure, [&] { contents = cf::ReadFileWithin(1h, path, 100); },
+            failure, [&] { contents = cf::ReadFileWithin(1h, tree_.Path("link"), 100); },
             [&](const Fault& fault) {
                 EXPECT_TRUE(contents.isRead || !IsShortage(failure)) << fault.what;
             });
     }
     EXPECT_GT(faults, 0U);
-    std::remove(path.c_str());
-    std::remove(file.c_str());
 }
 
-TEST(FileContentsSweep, NobodyWaitsWithoutEndForAShortage) {
-    const std::string path = testing::TempDir() + "FileContentsSweepTest";
-    std::ofstream(path) << "content";
+TEST_F(FileContentsSweep, NobodyWaitsWithoutEndForAShortage) {
     const SystemCallFault fault({"std::thread", EAGAIN}, 1);
-    const cf::FileContents contents = cf::ReadFileWithin(0ms, path, 100);
+    const cf::FileContents contents = cf::ReadFileWithin(0ms, tree_.Path("file"), 100);
     EXPECT_FALSE(contents.isOpened);
     EXPECT_TRUE(contents.isShortage);
-    std::remove(path.c_str());
 }
 
 } // namespace
