@@ -1,12 +1,11 @@
 /* Reading files from file systems that do not answer: a wrapped read() stands for one. */
 
 #include "lists/FileContents.h"
+#include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
 #include <condition_variable>
-#include <cstdio>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -29,11 +28,8 @@ struct DeadFile {
 
 class FileContentsTest : public testing::Test {
 protected:
-    FileContentsTest() : path_(testing::TempDir() + "FileContentsTest") {
-        std::ofstream(path_) << "content";
-    }
-    ~FileContentsTest() override {
-        std::remove(path_.c_str());
+    FileContentsTest() : path_(tree_.Path("file")) {
+        tree_.Write("file", "content");
     }
 
     void LetDie() {
@@ -54,7 +50,8 @@ protected:
         g_dead.changed.wait(lock, [] { return g_dead.waiting == 0; });
     }
 
-    std::string path_;
+    const TemporaryTree tree_; // of each test's own: they run beside each other
+    const std::string path_;
 };
 
 TEST_F(FileContentsTest, AreReadInTime) {
@@ -71,7 +68,7 @@ TEST_F(FileContentsTest, AreNoMoreThanAskedFor) {
 
 TEST_F(FileContentsTest, OfWhatIsMissingOrAFolderAreNotThere) {
     EXPECT_FALSE(cf::ReadFileWithin(1h, path_ + "missing", 100).isOpened);
-    const FileContents folder = cf::ReadFileWithin(1h, testing::TempDir(), 100);
+    const FileContents folder = cf::ReadFileWithin(1h, tree_.Root(), 100);
     EXPECT_TRUE(folder.isOpened);
     EXPECT_FALSE(folder.isRead);
 }
