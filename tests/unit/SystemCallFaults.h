@@ -25,8 +25,8 @@ std::span<const SystemCallFailure> SystemCallFailures();
 // "call 2 of socket, EMFILE"
 std::string Describe(const SystemCallFailure& failure, std::size_t nth);
 
-// From its construction on, lets the nth call (from 1) fail. One at a time. The failure is one of
-// those above.
+// From its construction on, lets the nth call (from 1) fail. One at a time. The failure lasts as
+// long.
 class SystemCallFault {
 public:
     SystemCallFault(const SystemCallFailure& failure, std::size_t nth) noexcept;

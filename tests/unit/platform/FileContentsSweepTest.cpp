@@ -41,7 +41,8 @@ TEST_F(FileContentsSweep, AShortageIsWaitedOut) {
 }
 
 TEST_F(FileContentsSweep, NobodyWaitsWithoutEndForAShortage) {
-    const SystemCallFault fault({"std::thread", EAGAIN}, 1);
+    const SystemCallFailure failure = {"std::thread", EAGAIN};
+    const SystemCallFault fault(failure, 1);
     const cf::FileContents contents = cf::ReadFileWithin(0ms, tree_.Path("file"), 100);
     EXPECT_FALSE(contents.isOpened);
     EXPECT_TRUE(contents.isShortage);
