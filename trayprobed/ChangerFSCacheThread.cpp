@@ -6,14 +6,13 @@
 #include "common/WallClock.h"
 #include "fsclient/DirectoryInfo.h"
 #include "trayprobed/ChangerFSCacheState.h"
+#include "trayprobed/DirectoryWalk.h"
 #include "trayprobed/MediaIdState.h"
 
-#include <errno.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <time.h>
 
 static const char k_sourcePath[] = "trayprobed/ChangerFSCacheThread";
@@ -22,200 +21,159 @@ const char k_fsCacheThreadStatusClient[] = "trayprobed";
 static const char k_fsCacheThreadStatusMessage[] = "Building changer directory cache";
 
 constexpr double k_changerFSCacheTimeout = 10.0; // seconds that a disc's media roots may take
-constexpr size_t k_pathSize = 1024;
 
 // ---- the walk ----
-
-// One buffer holds the path of the directory that the walk is at. A directory on the way down is
-// known by its identity: a path that was cut may name one of its own parents, and a parent may be
-// mounted below itself. Entering it again would never end.
-struct WalkedDirectory {
-    const WalkedDirectory* parent;
-    dev_t device;
-    ino_t inode;
-};
-
-static bool IsBelowItself(const WalkedDirectory& directory) {
-    for (const WalkedDirectory* each = directory.parent; each != nullptr; each = each->parent) {
-        if (each->inode == directory.inode && each->device == directory.device)
-            return true;
-    }
-    return false;
-}
-
-// False for what is no directory itself; a link to one is not.
-static bool GetIdentity(const char* path, WalkedDirectory* directory) {
-    struct stat status = {};
-    if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode))
-        return false;
-    directory->device = status.st_dev;
-    directory->inode = status.st_ino;
-    return true;
-}
-
-static void AppendToPath(char* path, const char* name) {
-    const size_t length = strlen(path);
-    const bool endsInSlash = length != 0 && path[length - 1] == '/';
-    snprintf(path + length, k_pathSize - length, "%s%s", endsInSlash ? "" : "/", name);
-}
-
-// Whether the path, with the name appended, leads to a directory that the walk may enter.
-static bool AppendSubdirectory(char* path, const char* name, WalkedDirectory* child) {
-    AppendToPath(path, name);
-    return GetIdentity(path, child) && !IsBelowItself(*child);
-}
 
 int ShouldCacheItem(const struct dirent* entry) {
     return strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0;
 }
 
-// This listing is what makes the file system cache the directory. One that cannot be listed is
-// logged in the walker's name and has no entries.
-static int ListDirectory(const char* function, const char* path, struct dirent*** entries) {
-    const int count = scandir(path, entries, ShouldCacheItem, nullptr);
-    if (count >= 0)
-        return count;
+// A directory that could not be listed is logged in the walker's name.
+static void LogUnlisted(const char* function, const DirectoryWalk* walk,
+                        const WalkedDirectory* directory) {
     VErrLink* err = nullptr;
-    VErrRaise(VErrThrowWithErrCode(&err, errno, "fail scandir on \"%s\"", path), k_sourcePath,
-              function, __LINE__);
+    if (directory->error == 0)
+        return;
+    VErrRaise(VErrThrowWithErrCode(&err, directory->error, "fail scandir on \"%s\"", walk->path),
+              k_sourcePath, function, __LINE__);
     VErrLogAndCatch(&err);
-    *entries = nullptr;
-    return 0;
 }
 
-static VErrLink* CountMediaRootDirectories(char* path, const WalkedDirectory* here, UInt16* count) {
+static VErrLink* CountMediaRootDirectories(DirectoryWalk* walk, WalkedDirectory* here,
+                                           UInt16* count) {
     VErrLink* err = nullptr;
-    struct dirent** entries = nullptr;
-    const int entryCount = ListDirectory(__func__, path, &entries);
-    const size_t length = strlen(path);
-    for (int i = 0; i < entryCount; i++) {
-        WalkedDirectory child = {here, 0, 0};
-        if (err == nullptr && AppendSubdirectory(path, entries[i]->d_name, &child)) {
-            bool isMediaRoot = false;
-            VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
-                      "fail IsDirectoryMediaRootOfChangerFileSystem");
-            if (isMediaRoot)
-                *count = static_cast<UInt16>(*count + 1);
-            else
-                VERR_STEP(err, CountMediaRootDirectories(path, &child, count),
-                          "fail CountMediaRootDirectories");
-        }
-        path[length] = '\0';
-        free(entries[i]);
+    WalkedDirectory child;
+    EnterDirectory(walk, here);
+    while (err == nullptr && FindSubdirectory(walk, here, &child)) {
+        bool isMediaRoot = false;
+        VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(walk->path, &isMediaRoot),
+                  "fail IsDirectoryMediaRootOfChangerFileSystem");
+        if (isMediaRoot)
+            *count = static_cast<UInt16>(*count + 1);
+        else
+            VERR_STEP(err, CountMediaRootDirectories(walk, &child, count),
+                      "fail CountMediaRootDirectories");
     }
-    free(entries);
+    LogUnlisted(__func__, walk, here);
+    LeaveDirectory(here);
     return err;
 }
 
 VErrLink* CountMediaRootDirectories(const char* directory, UInt16* count) {
-    char path[k_pathSize];
-    WalkedDirectory top = {nullptr, 0, 0};
-    snprintf(path, sizeof path, "%s", directory);
-    GetIdentity(path, &top);
-    return CountMediaRootDirectories(path, &top, count);
+    DirectoryWalk walk;
+    WalkedDirectory top;
+    BeginWalk(&walk, directory, ShouldCacheItem, &top);
+    return CountMediaRootDirectories(&walk, &top, count);
 }
 
-// What stays the same all the way down.
-struct Walk {
+struct CacheWalk {
+    DirectoryWalk directories;
     UInt64 changerGUID;
     SInt32 descend;
     FSCacheStatusReport* status;
 };
 
-static VErrLink* CacheFSDirectory(const Walk& walk, char* path, const WalkedDirectory* here) {
+// Entering it is the listing that makes the file system cache it.
+static VErrLink* CacheFSDirectory(CacheWalk* walk, WalkedDirectory* here) {
     VErrLink* err = nullptr;
-    struct dirent** entries = nullptr;
-    const int entryCount = ListDirectory(__func__, path, &entries);
-    const size_t length = strlen(path);
-    for (int i = 0; i < entryCount; i++) {
-        WalkedDirectory child = {here, 0, 0};
-        if (err == nullptr && walk.descend &&
-            AppendSubdirectory(path, entries[i]->d_name, &child)) {
-            bool isMediaRoot = false;
-            if (walk.status != nullptr)
-                VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
-                          "fail IsDirectoryMediaRootOfChangerFileSystem");
-            if (isMediaRoot)
-                VERR_STEP(err, StatusReportingEnterMedia(walk.status),
-                          "fail StatusReportingEnterMedia");
-            VERR_STEP(err, CacheFSDirectory(walk, path, &child), "fail CacheFSDirectory");
+    WalkedDirectory child;
+    EnterDirectory(&walk->directories, here);
+    while (err == nullptr && walk->descend && FindSubdirectory(&walk->directories, here, &child)) {
+        bool isMediaRoot = false;
+        if (walk->status != nullptr)
+            VERR_STEP(err,
+                      IsDirectoryMediaRootOfChangerFileSystem(walk->directories.path, &isMediaRoot),
+                      "fail IsDirectoryMediaRootOfChangerFileSystem");
+        if (isMediaRoot)
+            VERR_STEP(err, StatusReportingEnterMedia(walk->status),
+                      "fail StatusReportingEnterMedia");
+        VERR_STEP(err, CacheFSDirectory(walk, &child), "fail CacheFSDirectory");
 
-            // Only here, on the way back, does an abort take effect.
-            SInt32 shouldAbort = 0;
-            VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
-            const bool locked = err == nullptr;
-            VERR_STEP(err, GetChangerShouldAbortOperation(walk.changerGUID, &shouldAbort),
-                      "fail GetChangerShouldAbortOperation");
-            if (locked)
-                UnlockMediaIdState();
-            if (shouldAbort)
-                VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeUserAborted, "user aborted"));
-            if (isMediaRoot)
-                VERR_STEP(err, StatusReportingExitMedia(walk.status),
-                          "fail StatusReportingExitMedia");
-        }
-        path[length] = '\0';
-        free(entries[i]);
+        // Only here, on the way back, does an abort take effect.
+        SInt32 shouldAbort = 0;
+        VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
+        const bool locked = err == nullptr;
+        VERR_STEP(err, GetChangerShouldAbortOperation(walk->changerGUID, &shouldAbort),
+                  "fail GetChangerShouldAbortOperation");
+        if (locked)
+            UnlockMediaIdState();
+        if (shouldAbort)
+            VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeUserAborted, "user aborted"));
+        if (isMediaRoot)
+            VERR_STEP(err, StatusReportingExitMedia(walk->status), "fail StatusReportingExitMedia");
     }
-    free(entries);
+    LogUnlisted(__func__, &walk->directories, here);
+    LeaveDirectory(here);
     return err;
 }
 
 VErrLink* CacheFSDirectory(UInt64 changerGUID, const char* directory, SInt32 descend,
                            FSCacheStatusReport* status) {
-    char path[k_pathSize];
-    WalkedDirectory top = {nullptr, 0, 0};
-    snprintf(path, sizeof path, "%s", directory);
-    GetIdentity(path, &top);
-    return CacheFSDirectory({changerGUID, descend, status}, path, &top);
+    CacheWalk walk;
+    WalkedDirectory top;
+    BeginWalk(&walk.directories, directory, ShouldCacheItem, &top);
+    walk.changerGUID = changerGUID;
+    walk.descend = descend;
+    walk.status = status;
+    return CacheFSDirectory(&walk, &top);
 }
 
 // ---- one disc ----
 
+static int KeepEntry(const struct dirent*) {
+    return 1;
+}
+
+// One that cannot be listed is silently without names.
+static void ListRoot(const char* path, size_t* room, DirectoryNames* names) {
+    DIR* directory = opendir(path);
+    *names = {};
+    if (directory == nullptr)
+        return;
+    ListDirectoryNames(directory, KeepEntry, room, names);
+    closedir(directory);
+}
+
 VErrLink* RunAFSCacheUpdate(UInt64 changerGUID, UInt16 storageElem, SInt32 descend,
                             const char* mountPath, SInt32* cached) {
     VErrLink* err = nullptr;
-    char path[k_pathSize];
-    struct dirent** entries = nullptr;
+    char path[k_walkPathSize];
+    size_t room = k_roomForNames;
+    DirectoryNames names;
     bool aborted = false;
     *cached = 0;
     snprintf(path, sizeof path, "%s", mountPath);
-    AppendToPath(path, "");
-    const size_t length = strlen(path);
-    const int entryCount = scandir(path, &entries, nullptr, nullptr);
-    for (int i = 0; i < entryCount; i++) {
+    const size_t length = AppendToPath(path, strlen(path), "");
+    ListRoot(path, &room, &names);
+    while (const char* name = err == nullptr && !aborted ? TakeDirectoryName(&names) : nullptr) {
         bool isMediaRoot = false;
         UInt16 entryElem = 0;
-        AppendToPath(path, entries[i]->d_name);
-        if (!aborted)
-            VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
-                      "fail IsDirectoryRootOfChangerFileSystem"); // known by this text
+        AppendToPath(path, length, name);
+        VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
+                  "fail IsDirectoryRootOfChangerFileSystem"); // known by this text
         if (isMediaRoot)
             VERR_STEP(
                 err, GetChangerFileSystemMediaRootInfo(path, nullptr, &entryElem, nullptr, nullptr),
                 "fail GetChangerFileSystemMediaRootInfo");
-        if (err == nullptr && isMediaRoot && entryElem == storageElem) {
-            err = CacheFSDirectory(changerGUID, path, descend, nullptr);
-            aborted = err != nullptr && VErrGetErrCode(err) == kVErrCodeUserAborted;
-            if (aborted)
-                VErrCatch(&err);
-            else if (err != nullptr)
-                VERR_RAISE(VErrThrow(&err, "fail CacheFSMediaRoot for \"%s\"", path));
-            else
-                *cached = 1;
-        }
-        path[length] = '\0';
-        free(entries[i]);
+        if (err != nullptr || !isMediaRoot || entryElem != storageElem)
+            continue;
+        err = CacheFSDirectory(changerGUID, path, descend, nullptr);
+        aborted = err != nullptr && VErrGetErrCode(err) == kVErrCodeUserAborted;
+        if (aborted)
+            VErrCatch(&err);
+        else if (err != nullptr)
+            VERR_RAISE(VErrThrow(&err, "fail CacheFSMediaRoot for \"%s\"", path));
+        else
+            *cached = 1;
     }
-    if (entryCount >= 0)
-        free(entries);
+    FreeDirectoryNames(&names);
     return err;
 }
 
 VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
     VErrLink* err = nullptr;
     bool isMounted = false;
-    char mountPath[k_pathSize];
+    char mountPath[k_walkPathSize];
     VERR_STEP(err, IsChangerFSGUIDInList(changerGUID, &isMounted), "fail IsChangerFSGUIDInList");
     if (err != nullptr || !isMounted)
         return err;
@@ -373,7 +331,7 @@ void* RunChangerFSCacheThread(void* threadContext) {
     VErrLink* err = nullptr;
     FSCacheStatusReport* status = nullptr;
     bool isMounted = false;
-    char mountPath[k_pathSize];
+    char mountPath[k_walkPathSize];
     WaitForStarter(context);
 
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");

@@ -12,10 +12,10 @@
 
 // The functions that can fail.
 inline constexpr std::string_view kFaultyCalls[] = {
-    "connect",        "epoll_create1", "epoll_ctl",     "epoll_wait", "eventfd", "fopen",
-    "fstat",          "lstat",         "open",          "openat",     "opendir", "poll",
-    "pthread_create", "read",          "readdir",       "recv",       "scandir", "send",
-    "socket",         "statfs",        "timerfd_create"};
+    "connect", "epoll_create1", "epoll_ctl", "epoll_wait",    "eventfd",        "fdopendir",
+    "fopen",   "fstat",         "fstatat",   "lstat",         "open",           "openat",
+    "opendir", "poll",          "read",      "readdir",       "pthread_create", "recv",
+    "send",    "socket",        "statfs",    "timerfd_create"};
 
 constexpr int IndexOfFaultyCall(std::string_view name) {
     for (int i = 0; i < static_cast<int>(std::size(kFaultyCalls)); ++i) {

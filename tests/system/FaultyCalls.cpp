@@ -88,7 +88,10 @@ FAULTY_CALL(int, -1, connect, (int socket, const sockaddr* address, socklen_t le
 FAULTY_CALL(int, -1, epoll_create1, (int flags), (flags))
 FAULTY_CALL(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
 FAULTY_CALL(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode))
+FAULTY_CALL(DIR*, nullptr, fdopendir, (int descriptor), (descriptor))
 FAULTY_CALL(int, -1, fstat, (int descriptor, struct stat* status), (descriptor, status))
+FAULTY_CALL(int, -1, fstatat, (int folder, const char* path, struct stat* status, int flags),
+            (folder, path, status, flags))
 FAULTY_CALL(int, -1, lstat, (const char* path, struct stat* status), (path, status))
 FAULTY_CALL(DIR*, nullptr, opendir, (const char* path), (path))
 FAULTY_CALL(int, EAGAIN, pthread_create,
@@ -100,10 +103,6 @@ FAULTY_CALL(ssize_t, -1, read, (int descriptor, void* bytes, std::size_t count),
 FAULTY_CALL(dirent*, nullptr, readdir, (DIR * folder), (folder))
 FAULTY_CALL(ssize_t, -1, recv, (int socket, void* bytes, std::size_t count, int flags),
             (socket, bytes, count, flags))
-FAULTY_CALL(int, -1, scandir,
-            (const char* path, dirent*** entries, int (*filter)(const dirent*),
-             int (*compare)(const dirent**, const dirent**)),
-            (path, entries, filter, compare))
 FAULTY_CALL(ssize_t, -1, send, (int socket, const void* bytes, std::size_t count, int flags),
             (socket, bytes, count, flags))
 FAULTY_CALL(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))

@@ -32,9 +32,11 @@ constexpr SystemCallFailure kFailures[] = {
     {"epoll_ctl", ENOSPC},
     {"eventfd", EMFILE},
     {"eventfd", ENFILE},
+    {"fdopendir", ENOMEM},
     {"fopen", EMFILE},
     {"fopen", ENFILE},
     {"fstat", EIO},
+    {"fstatat", EIO},
     {"lstat", EIO},
     {"open", EINTR},
     {"open", EMFILE},
@@ -49,10 +51,6 @@ constexpr SystemCallFailure kFailures[] = {
     {"recv", EAGAIN},
     {"recv", ECONNRESET},
     {"recv", EINTR},
-    {"scandir", EIO},
-    {"scandir", EMFILE},
-    {"scandir", ENFILE},
-    {"scandir", ENOMEM},
     {"send", EAGAIN},
     {"send", ECONNRESET},
     {"send", EINTR},
@@ -129,7 +127,10 @@ FAILING_CALL(int, -1, connect, (int socket, const sockaddr* address, socklen_t l
 FAILING_CALL(int, -1, epoll_create1, (int flags), (flags))
 FAILING_CALL(int, -1, eventfd, (unsigned initial, int flags), (initial, flags))
 FAILING_CALL(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode))
+FAILING_CALL(DIR*, nullptr, fdopendir, (int descriptor), (descriptor))
 FAILING_CALL(int, -1, fstat, (int descriptor, struct stat* status), (descriptor, status))
+FAILING_CALL(int, -1, fstatat, (int directory, const char* path, struct stat* status, int flags),
+             (directory, path, status, flags))
 FAILING_CALL(int, -1, lstat, (const char* path, struct stat* status), (path, status))
 FAILING_CALL(DIR*, nullptr, opendir, (const char* path), (path))
 FAILING_CALL(ssize_t, -1, read, (int descriptor, void* bytes, std::size_t count),
@@ -137,10 +138,6 @@ FAILING_CALL(ssize_t, -1, read, (int descriptor, void* bytes, std::size_t count)
 FAILING_CALL(dirent*, nullptr, readdir, (DIR * directory), (directory))
 FAILING_CALL(ssize_t, -1, recv, (int socket, void* bytes, std::size_t count, int flags),
              (socket, bytes, count, flags))
-FAILING_CALL(int, -1, scandir,
-             (const char* path, dirent*** entries, int (*filter)(const dirent*),
-              int (*compare)(const dirent**, const dirent**)),
-             (path, entries, filter, compare))
 FAILING_CALL(int, -1, socket, (int domain, int type, int protocol), (domain, type, protocol))
 FAILING_CALL(int, -1, stat, (const char* path, struct stat* status), (path, status))
 FAILING_CALL(int, -1, statfs, (const char* path, struct statfs* status), (path, status))

@@ -3,21 +3,27 @@
 #include "Journal.h"
 #include "StateLock.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <dirent.h>
+#include <fcntl.h>
 #include <map>
+#include <set>
 #include <sys/stat.h>
+#include <utility>
 
 namespace {
 
 struct Seams {
     std::string root;
+    std::map<std::string, int> openingErrors;
     std::map<std::string, int> listingErrors;
     std::map<std::string, int> statusErrors;
     std::map<std::string, std::string> sameAs;
     std::function<void(const std::string&)> onListing;
+    std::function<void(const std::string&)> onStatus;
+
+    std::map<int, std::string> paths; // by descriptor
+    std::set<DIR*> unlisted;
 };
 Seams* g_seams = nullptr;
 
@@ -25,58 +31,110 @@ std::string RelativePath(const std::string& path) {
     return path.starts_with(g_seams->root) ? "." + path.substr(g_seams->root.size()) : path;
 }
 
+std::string PathOf(int folder, const std::string& name) {
+    if (folder == AT_FDCWD)
+        return RelativePath(name);
+    const std::string& path = g_seams->paths[folder];
+    return path + (path.ends_with("/") ? "" : "/") + name;
+}
+
 int ErrorFor(const std::map<std::string, int>& errors, const std::string& path) {
     const auto found = errors.find(path);
     return found != errors.end() ? found->second : 0;
 }
 
+DIR* Watch(DIR* stream, const std::string& path) {
+    if (stream != nullptr) {
+        g_seams->paths[dirfd(stream)] = path;
+        g_seams->unlisted.insert(stream);
+    }
+    return stream;
+}
+
+// Before the first name is read. False when the listing is to fail.
+bool BeginListing(DIR* stream) {
+    const std::string path = g_seams->paths[dirfd(stream)];
+    Journal::Add("list %s%s", path.c_str(), StateLock::IsHeld() ? " (locked)" : "");
+    if (g_seams->onListing)
+        g_seams->onListing(path);
+    const int error = ErrorFor(g_seams->listingErrors, path);
+    if (error != 0)
+        errno = error;
+    return error == 0;
+}
+
 } // namespace
 
 extern "C" {
-using Filter = int (*)(const struct dirent*);
-using Comparison = int (*)(const struct dirent**, const struct dirent**);
+int __real_openat(int folder, const char* name, int flags, ...);
+DIR* __real_opendir(const char* path);
+DIR* __real_fdopendir(int descriptor);
+struct dirent* __real_readdir(DIR* stream);
+int __real_fstatat(int folder, const char* name, struct stat* status, int flags);
+int __wrap_openat(int folder, const char* name, int flags, ...);
+DIR* __wrap_opendir(const char* path);
+DIR* __wrap_fdopendir(int descriptor);
+struct dirent* __wrap_readdir(DIR* stream);
+int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags);
 
-int __real_scandir(const char* path, struct dirent*** entries, Filter filter, Comparison compare);
-int __real_lstat(const char* path, struct stat* status);
-int __wrap_scandir(const char* path, struct dirent*** entries, Filter filter, Comparison compare);
-int __wrap_lstat(const char* path, struct stat* status);
-
-int __wrap_scandir(const char* path, struct dirent*** entries, Filter filter, Comparison compare) {
+int __wrap_openat(int folder, const char* name, int flags, ...) {
     if (g_seams == nullptr)
-        return __real_scandir(path, entries, filter, compare);
-    EXPECT_EQ(compare, nullptr) << "sorted";
-    const std::string relative = RelativePath(path);
-    Journal::Add("list %s%s", relative.c_str(), StateLock::IsHeld() ? " (locked)" : "");
-    if (g_seams->onListing)
-        g_seams->onListing(relative);
-    if (const int error = ErrorFor(g_seams->listingErrors, relative)) {
+        return __real_openat(folder, name, flags);
+    const std::string path = PathOf(folder, name);
+    if (const int error = ErrorFor(g_seams->openingErrors, path)) {
         errno = error;
         return -1;
     }
-    return __real_scandir(path, entries, filter, compare);
+    const int descriptor = __real_openat(folder, name, flags);
+    g_seams->paths[descriptor] = path;
+    return descriptor;
 }
 
-int __wrap_lstat(const char* path, struct stat* status) {
+DIR* __wrap_opendir(const char* path) {
+    DIR* stream = __real_opendir(path);
+    return g_seams != nullptr ? Watch(stream, RelativePath(path)) : stream;
+}
+
+DIR* __wrap_fdopendir(int descriptor) {
+    DIR* stream = __real_fdopendir(descriptor);
+    return g_seams != nullptr ? Watch(stream, g_seams->paths[descriptor]) : stream;
+}
+
+struct dirent* __wrap_readdir(DIR* stream) {
+    if (g_seams != nullptr && g_seams->unlisted.erase(stream) != 0 && !BeginListing(stream))
+        return nullptr;
+    return __real_readdir(stream);
+}
+
+int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags) {
     if (g_seams == nullptr)
-        return __real_lstat(path, status);
-    const std::string relative = RelativePath(path);
-    if (const int error = ErrorFor(g_seams->statusErrors, relative)) {
+        return __real_fstatat(folder, name, status, flags);
+    const std::string path = PathOf(folder, name);
+    if (const int error = ErrorFor(g_seams->statusErrors, path)) {
         errno = error;
         return -1;
     }
-    const auto same = g_seams->sameAs.find(relative);
+    const auto same = g_seams->sameAs.find(path);
     if (same != g_seams->sameAs.end())
-        return __real_lstat((g_seams->root + same->second.substr(1)).c_str(), status);
-    return __real_lstat(path, status);
+        return lstat((g_seams->root + same->second.substr(1)).c_str(), status);
+    const int result = __real_fstatat(folder, name, status, flags);
+    if (g_seams->onStatus)
+        g_seams->onStatus(path);
+    return result;
 }
 }
 
 FileSystemSeams::FileSystemSeams(const std::string& root) {
-    g_seams = new Seams{root, {}, {}, {}, {}};
+    g_seams = new Seams{};
+    g_seams->root = root;
 }
 
 FileSystemSeams::~FileSystemSeams() {
     delete std::exchange(g_seams, nullptr);
+}
+
+void FileSystemSeams::FailOpening(const std::string& path, int error) {
+    g_seams->openingErrors[path] = error;
 }
 
 void FileSystemSeams::FailListing(const std::string& path, int error) {
@@ -93,4 +151,8 @@ void FileSystemSeams::PretendSame(const std::string& path, const std::string& ot
 
 void FileSystemSeams::OnListing(std::function<void(const std::string&)> function) {
     g_seams->onListing = std::move(function);
+}
+
+void FileSystemSeams::OnStatus(std::function<void(const std::string&)> function) {
+    g_seams->onStatus = std::move(function);
 }

@@ -2,9 +2,10 @@
 #define TESTS_UNIT_TRAYPROBED_FILESYSTEMSEAMS_H
 
 /*
- * scandir and lstat, watched: each listing is noted in the journal as "list PATH", with "." for
- * the tree's root, and " (locked)" behind it when the calling thread holds the state lock. As root
- * may read everything, failures are made here. Wrap the functions of kFileSystemSeamsWraps.
+ * Directories opened, listed and looked into, watched: each listing is noted in the journal as
+ * "list PATH", with "." for the tree's root, and " (locked)" behind it when the calling thread
+ * holds the state lock. As root may read everything, failures are made here. Wrap the functions of
+ * kFileSystemSeamsWraps.
  */
 
 #include <functional>
@@ -18,12 +19,15 @@ public:
     FileSystemSeams(const FileSystemSeams&) = delete;
     FileSystemSeams& operator=(const FileSystemSeams&) = delete;
 
+    static void FailOpening(const std::string& path, int error);
     static void FailListing(const std::string& path, int error);
     static void FailStatus(const std::string& path, int error);
     // The one directory is the other's, as a mount would have it.
     static void PretendSame(const std::string& path, const std::string& other);
     // Called before each listing.
     static void OnListing(std::function<void(const std::string& path)> function);
+    // Called behind each look at an entry.
+    static void OnStatus(std::function<void(const std::string& path)> function);
 };
 
 #endif

@@ -97,6 +97,23 @@ TEST_F(Walking, LinksAndSpecialFilesAreNotEntered) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a"));
 }
 
+// Between the look at it and its opening.
+TEST_F(Walking, ALinkThatTookADirectorysPlaceIsNotFollowed) {
+    tree_.MakeDirectory("a");
+    tree_.MakeDirectory("b");
+    FileSystemSeams::OnStatus([this](const std::string& path) {
+        if (path == "./a") {
+            std::filesystem::remove(tree_.Path("a"));
+            tree_.Link("/", "a");
+        }
+    });
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./b"));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on " +
+                            LoggedPath("/a") + " (err = 20)"));
+}
+
 TEST_F(Walking, NamesAreBytes) {
     const std::string names[] = {"with blank", "line\nbreak", "100%n%s", "\xFF\xFE", "-", "\\"};
     std::set<std::string> expected = {"list ."};

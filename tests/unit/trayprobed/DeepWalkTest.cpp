@@ -1,0 +1,130 @@
+/* A walk that goes deeper than it keeps directories open, and opens them again on its way back. */
+
+#include "MountedChanger.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kLevels = 100;
+constexpr std::size_t kClosed = 80; // a level that is closed while the walk is at the last
+
+std::size_t CountDescriptors() {
+    const fs::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+// Two directories at each level. The walk goes down in the one that is listed first, to the last
+// level, and comes to the other on its way back.
+class DeepWalk : public MountedChanger {
+protected:
+    DeepWalk() {
+        std::string path = ".";
+        for (std::size_t level = 0; level < kLevels; ++level) {
+            tree_.MakeDirectory(path + "/a");
+            tree_.MakeDirectory(path + "/b");
+            const std::string first =
+                fs::directory_iterator(tree_.Path(path))->path().filename().string();
+            others_.push_back(path + (first == "a" ? "/b" : "/a"));
+            path += "/" + first;
+            ways_.push_back(path);
+        }
+    }
+
+    // What is listed by a walk that does not come to the others from one level to another.
+    std::vector<std::string> ListedBut(std::size_t fromLevel, std::size_t toLevel) const {
+        std::vector<std::string> listed = {"list ."};
+        for (const std::string& way : ways_)
+            listed.push_back("list " + way);
+        for (std::size_t level = kLevels; level-- > 0;) {
+            if (level < fromLevel || level >= toLevel)
+                listed.push_back("list " + others_[level]);
+        }
+        return listed;
+    }
+    static void AtTheListingOf(const std::string& path, const std::function<void()>& act) {
+        FileSystemSeams::OnListing([path, act](const std::string& listed) {
+            if (listed == path)
+                act();
+        });
+    }
+    std::string Logged(std::size_t level, int error) const {
+        return "ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on " +
+               LoggedPath(ways_[level].substr(1).c_str()) + " (err = " + std::to_string(error) +
+               ")";
+    }
+
+    std::vector<std::string> ways_; // by level
+    std::vector<std::string> others_;
+};
+
+TEST_F(DeepWalk, ComesToWhatItLeftOnItsWayBack) {
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_EQ(Journal::Take(), ListedBut(0, 0));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), IsEmpty());
+}
+
+TEST_F(DeepWalk, CountsWhatItLeftOnItsWayBack) {
+    for (const std::string& other : others_)
+        MakeMediaRoot(other);
+    UInt16 count = 0;
+    EXPECT_THAT(TakeChain(CountMediaRootDirectories(tree_.Root().c_str(), &count)), IsEmpty());
+    EXPECT_EQ(count, kLevels);
+    Journal::Take();
+}
+
+TEST_F(DeepWalk, KeepsNoMoreThanSixtyFourDescriptors) {
+    const std::size_t before = CountDescriptors();
+    std::size_t most = 0;
+    FileSystemSeams::OnListing([before, &most](const std::string&) {
+        most = std::max(most, CountDescriptors() - before);
+    });
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_GT(most, 60U);
+    EXPECT_LE(most, 64U);
+    EXPECT_EQ(CountDescriptors(), before);
+    Journal::Take();
+}
+
+// Its siblings and those above are walked all the same.
+TEST_F(DeepWalk, WhatCannotBeOpenedAgainIsLoggedAndLeft) {
+    AtTheListingOf(ways_.back(), [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE); });
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
+}
+
+TEST_F(DeepWalk, WhatTookItsPlaceIsNotEntered) {
+    const std::string place = tree_.Path(ways_[kClosed]);
+    AtTheListingOf(ways_.back(), [&] {
+        fs::rename(place, tree_.Path("elsewhere"));
+        fs::create_directories(place + "/a");
+        fs::create_directories(place + "/b");
+    });
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kLevels));
+    std::vector<std::string> logged;
+    for (std::size_t level = kLevels - 1; --level >= kClosed;)
+        logged.push_back(Logged(level, ENOENT));
+    EXPECT_EQ(log_.TakeWithoutLineNumbers(), logged);
+}
+
+TEST_F(DeepWalk, ALinkThatTookItsPlaceIsNotFollowed) {
+    const std::string place = tree_.Path(ways_[kClosed]);
+    AtTheListingOf(ways_[kClosed + 1], [&] {
+        fs::rename(place, tree_.Path("elsewhere"));
+        fs::create_directory_symlink(tree_.Path("elsewhere"), place);
+    });
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), testing::Contains(Logged(kClosed, ENOTDIR)));
+    Journal::Take();
+}
+
+} // namespace

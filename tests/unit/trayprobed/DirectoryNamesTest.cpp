@@ -1,0 +1,143 @@
+/* The names in a directory, kept within bounds. */
+
+#include "trayprobed/DirectoryNames.h"
+#include "support/TemporaryTree.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <vector>
+
+using testing::IsEmpty;
+
+namespace {
+
+constexpr std::size_t kChunk = 4096; // what a listing's room is used up in
+constexpr std::size_t kLongestPerChunk = (kChunk - 2 * sizeof(void*)) / (NAME_MAX + 1);
+
+int g_readsUntilError = INT_MAX;
+
+int PassAll(const struct dirent*) {
+    return 1;
+}
+
+int PassX(const struct dirent* entry) {
+    return entry->d_name[0] == 'x';
+}
+
+class DirectoryNamesTest : public testing::Test {
+protected:
+    DirectoryNamesTest() {
+        g_readsUntilError = INT_MAX;
+    }
+
+    void MakeLongNames(std::size_t count) const {
+        for (std::size_t i = 0; i < count; ++i) {
+            std::string name = std::to_string(i);
+            name.insert(0, NAME_MAX - name.size(), 'x');
+            tree_.MakeDirectory(name);
+        }
+    }
+    int List(std::size_t* room, DirectoryFilter filter = PassX) {
+        DIR* directory = opendir(tree_.Root().c_str());
+        const int error = ListDirectoryNames(directory, filter, room, &names_);
+        closedir(directory);
+        return error;
+    }
+    std::vector<std::string> TakeAll() {
+        std::vector<std::string> all;
+        while (const char* name = TakeDirectoryName(&names_))
+            all.emplace_back(name);
+        return all;
+    }
+    std::vector<std::string> Scan(DirectoryFilter filter) const {
+        std::vector<std::string> all;
+        struct dirent** entries = nullptr;
+        const int count = scandir(tree_.Root().c_str(), &entries, filter, nullptr);
+        for (int i = 0; i < count; ++i) {
+            all.emplace_back(entries[i]->d_name);
+            free(entries[i]);
+        }
+        free(entries);
+        return all;
+    }
+
+    TemporaryTree tree_;
+    DirectoryNames names_ = {};
+};
+
+TEST_F(DirectoryNamesTest, AreThoseOfScandirInItsOrder) {
+    for (std::size_t length = 1; length <= NAME_MAX; ++length) {
+        tree_.MakeDirectory(std::string(length, 'x'));
+        tree_.MakeDirectory(std::string(length, 'y'));
+    }
+    for (const DirectoryFilter filter : {PassAll, PassX}) {
+        std::size_t room = k_roomForNames;
+        EXPECT_EQ(List(&room, filter), 0);
+        EXPECT_EQ(TakeAll(), Scan(filter));
+        EXPECT_EQ(room, k_roomForNames);
+    }
+}
+
+TEST_F(DirectoryNamesTest, NothingHoldsNone) {
+    EXPECT_EQ(TakeDirectoryName(&names_), nullptr);
+    FreeDirectoryNames(&names_);
+    std::size_t room = 0;
+    EXPECT_EQ(List(&room), 0);
+    EXPECT_EQ(TakeDirectoryName(&names_), nullptr);
+}
+
+TEST_F(DirectoryNamesTest, GiveTheirRoomBackAsTheyAreUsed) {
+    MakeLongNames(3 * kLongestPerChunk);
+    std::size_t room = 10 * kChunk;
+    ASSERT_EQ(List(&room), 0);
+    for (std::size_t i = 0; i < 3 * kLongestPerChunk; ++i) {
+        EXPECT_NE(TakeDirectoryName(&names_), nullptr);
+        EXPECT_EQ(room, (7 + i / kLongestPerChunk) * kChunk) << i;
+    }
+    FreeDirectoryNames(&names_);
+    EXPECT_EQ(room, 10 * kChunk);
+    EXPECT_EQ(TakeDirectoryName(&names_), nullptr);
+}
+
+TEST_F(DirectoryNamesTest, ThatDoNotFitAreNone) {
+    MakeLongNames(2 * kLongestPerChunk);
+    std::size_t room = 2 * kChunk;
+    EXPECT_EQ(List(&room), 0);
+    EXPECT_EQ(room, 0U);
+    EXPECT_EQ(TakeAll().size(), 2 * kLongestPerChunk);
+
+    MakeLongNames(2 * kLongestPerChunk + 1);
+    EXPECT_EQ(List(&room), ENOMEM);
+    EXPECT_EQ(room, 2 * kChunk);
+    EXPECT_THAT(TakeAll(), IsEmpty());
+}
+
+TEST_F(DirectoryNamesTest, OfAListingThatBreaksOffAreNone) {
+    MakeLongNames(2 * kLongestPerChunk);
+    for (g_readsUntilError = 1; g_readsUntilError < 20; ++g_readsUntilError) {
+        const int reads = g_readsUntilError;
+        std::size_t room = 2 * kChunk;
+        EXPECT_EQ(List(&room), EIO);
+        EXPECT_EQ(room, 2 * kChunk);
+        EXPECT_THAT(TakeAll(), IsEmpty());
+        g_readsUntilError = reads;
+    }
+}
+
+} // namespace
+
+extern "C" {
+struct dirent* __real_readdir(DIR* directory);
+struct dirent* __wrap_readdir(DIR* directory);
+
+struct dirent* __wrap_readdir(DIR* directory) {
+    if (--g_readsUntilError != 0)
+        return __real_readdir(directory);
+    errno = EIO;
+    return nullptr;
+}
+}

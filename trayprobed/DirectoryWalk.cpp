@@ -1,0 +1,130 @@
+#include "trayprobed/DirectoryWalk.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+constexpr unsigned k_levelsKeptOpen = 62; // below the top
+
+size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name) {
+    size_t nameAt = length;
+    if (nameAt + 1 < k_walkPathSize && (nameAt == 0 || path[nameAt - 1] != '/'))
+        path[nameAt++] = '/';
+    const size_t size = strnlen(name, k_walkPathSize - 1 - nameAt);
+    memcpy(path + nameAt, name, size);
+    path[nameAt + size] = '\0';
+    return nameAt;
+}
+
+// ---- opening ----
+
+static int Open(int folder, const char* name, int flags, DIR** stream) {
+    const int descriptor = openat(folder, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
+    *stream = descriptor >= 0 ? fdopendir(descriptor) : nullptr;
+    const int error = *stream == nullptr ? errno : 0;
+    if (descriptor >= 0 && error != 0)
+        close(descriptor);
+    return error;
+}
+
+static void Close(WalkedDirectory* directory) {
+    if (directory->stream != nullptr)
+        closedir(directory->stream);
+    directory->stream = nullptr;
+}
+
+static bool HasIdentity(const WalkedDirectory* directory, const struct stat& status) {
+    return directory->inode == status.st_ino && directory->device == status.st_dev;
+}
+
+static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
+    int error = Open(AT_FDCWD, walk->path, 0, &top->stream);
+    struct stat status = {};
+    if (error == 0 && fstat(dirfd(top->stream), &status) != 0)
+        error = errno;
+    top->device = status.st_dev;
+    top->inode = status.st_ino;
+    return error;
+}
+
+// From here on the deep parent is not needed until the child was walked.
+static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
+    const int error =
+        Open(dirfd(child->parent->stream), walk->path + child->nameAt, O_NOFOLLOW, &child->stream);
+    if (error == 0 && child->parent->level >= k_levelsKeptOpen)
+        Close(child->parent);
+    return error;
+}
+
+// What stands at its path by now may be another.
+static int OpenAgain(const DirectoryWalk* walk, WalkedDirectory* directory) {
+    int error = Open(AT_FDCWD, walk->path, O_NOFOLLOW, &directory->stream);
+    struct stat status = {};
+    if (error == 0 && fstat(dirfd(directory->stream), &status) != 0)
+        error = errno;
+    else if (error == 0 && !HasIdentity(directory, status))
+        error = ENOENT;
+    if (error != 0)
+        Close(directory);
+    return error;
+}
+
+// ---- the walk ----
+
+void BeginWalk(DirectoryWalk* walk, const char* path, DirectoryFilter filter,
+               WalkedDirectory* top) {
+    snprintf(walk->path, sizeof walk->path, "%s", path);
+    walk->filter = filter;
+    walk->room = k_roomForNames;
+    *top = {};
+    top->pathLength = strlen(walk->path);
+}
+
+void EnterDirectory(DirectoryWalk* walk, WalkedDirectory* directory) {
+    directory->error =
+        directory->parent == nullptr ? OpenTop(walk, directory) : OpenChild(walk, directory);
+    if (directory->error == 0)
+        directory->error =
+            ListDirectoryNames(directory->stream, walk->filter, &walk->room, &directory->names);
+}
+
+static bool IsOnTheWay(const WalkedDirectory* directory, const struct stat& status) {
+    while (directory != nullptr && !HasIdentity(directory, status))
+        directory = directory->parent;
+    return directory != nullptr;
+}
+
+bool FindSubdirectory(DirectoryWalk* walk, WalkedDirectory* directory, WalkedDirectory* child) {
+    char* path = walk->path;
+    path[directory->pathLength] = '\0';
+    while (const char* name = TakeDirectoryName(&directory->names)) {
+        if (directory->stream == nullptr)
+            directory->error = OpenAgain(walk, directory);
+        if (directory->error != 0)
+            break;
+        struct stat status = {};
+        const size_t nameAt = AppendToPath(path, directory->pathLength, name);
+        const int failed =
+            fstatat(dirfd(directory->stream), path + nameAt, &status, AT_SYMLINK_NOFOLLOW);
+        if (failed || !S_ISDIR(status.st_mode) || IsOnTheWay(directory, status))
+            continue;
+        *child = {};
+        child->parent = directory;
+        child->level = directory->level + 1;
+        child->nameAt = nameAt;
+        child->pathLength = nameAt + strlen(path + nameAt);
+        child->device = status.st_dev;
+        child->inode = status.st_ino;
+        return true;
+    }
+    path[directory->pathLength] = '\0';
+    return false;
+}
+
+void LeaveDirectory(WalkedDirectory* directory) {
+    FreeDirectoryNames(&directory->names);
+    Close(directory);
+}

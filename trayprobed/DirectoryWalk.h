@@ -1,0 +1,63 @@
+#ifndef TRAYPROBED_DIRECTORYWALK_H
+#define TRAYPROBED_DIRECTORYWALK_H
+
+/*
+ * A walk down a directory tree and back, by open directories: what was looked at is what is
+ * entered, links are not followed, and no path is looked up again from the root. At most 63
+ * directories are kept open, one more for a moment; a deeper one is opened for each directory
+ * below it, and its parent again by path on the way back.
+ *
+ * A walker lists each directory whole when it enters it, then goes from one of its subdirectories
+ * to the next, each on a frame of the walker's own stack:
+ *
+ *     EnterDirectory(walk, here);
+ *     while (FindSubdirectory(walk, here, &child))
+ *         ... the walker itself, for the child ...
+ *     LeaveDirectory(here);
+ */
+
+#include "trayprobed/DirectoryNames.h"
+
+#include <sys/types.h>
+
+constexpr size_t k_walkPathSize = 1024;
+
+/* One per walk: the path of where it is, cut silently at 1023 bytes. */
+struct DirectoryWalk {
+    char path[k_walkPathSize];
+    DirectoryFilter filter;
+    size_t room; // for names
+};
+
+/* A directory on the way down. It is known by its identity, since a path that was cut may name one
+   of its own parents, and a parent may be mounted below itself: entering it again would not end. */
+struct WalkedDirectory {
+    WalkedDirectory* parent;
+    unsigned level;
+    size_t nameAt; // where its name begins in the walk's path
+    size_t pathLength;
+    dev_t device;
+    ino_t inode;
+    DIR* stream; // null where it is closed for now
+    DirectoryNames names;
+    int error; // of its listing, or of opening it again; 0 when all is well
+};
+
+/* Appends a slash, unless the path ends in one, and the name; cut silently. Returns where the name
+   begins. The path is not empty. */
+size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name);
+
+void BeginWalk(DirectoryWalk* walk, const char* path, DirectoryFilter filter, WalkedDirectory* top);
+
+/* Opens and lists it, while the walk's path is its own; its error tells how that went. */
+void EnterDirectory(DirectoryWalk* walk, WalkedDirectory* directory);
+
+/* The next subdirectory, whose path the walk's becomes; at the end false, and the path is the
+   directory's own again. What cannot be looked at, and what is on the way down already, is passed
+   over. */
+bool FindSubdirectory(DirectoryWalk* walk, WalkedDirectory* directory, WalkedDirectory* child);
+
+/* Frees what is left of it. */
+void LeaveDirectory(WalkedDirectory* directory);
+
+#endif
