@@ -181,6 +181,7 @@ bool IsIdentification(const Line& line, const std::string& slot) {
 class FaultyRunTest : public FaultyCallsTest {
 protected:
     FaultyRunTest() {
+        Tell("preferences changer=A1 build-on-identify=yes"); // so that all of a disc is listed
         StartDaemon(director_.Start());
         AwaitLastNotification();
         rest_ = scene_.TheDaemon().TakeFootprint();
