@@ -1,0 +1,32 @@
+#include "AwaitedServer.h"
+
+#include "LocalAddress.h"
+
+#include "stage/Failure.h"
+
+#include <sys/prctl.h>
+
+namespace bench {
+
+AwaitedServer::AwaitedServer()
+    : path_("/tmp/carouseldn-" + std::to_string(getpid())),
+      listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    prctl(PR_SET_NAME, "carouseld-bench");
+    const sockaddr_un address = LocalAddress(path_);
+    const auto* at = reinterpret_cast<const sockaddr*>(&address);
+    stage::Require(bind(listener_.Get(), at, sizeof address) == 0 &&
+                       listen(listener_.Get(), 1) == 0,
+                   "cannot listen at " + path_);
+}
+
+AwaitedServer::~AwaitedServer() {
+    unlink(path_.c_str());
+    prctl(PR_SET_NAME, "bench");
+}
+
+void AwaitedServer::AwaitSubscriber() const {
+    const stage::Descriptor client(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    stage::Require(static_cast<bool>(client), "no subscriber came");
+}
+
+} // namespace bench

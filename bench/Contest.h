@@ -1,0 +1,34 @@
+#ifndef BENCH_CONTEST_H
+#define BENCH_CONTEST_H
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace bench {
+
+// Ways to do the same, timed in turns by Google Benchmark, so that what else the machine does
+// falls on all of them. The time is the real one: the median of the rounds, in seconds.
+class Contest {
+public:
+    enum class Thread { Main, Another };
+    explicit Contest(int rounds = 15, Thread thread = Thread::Main)
+        : rounds_(rounds), thread_(thread) {}
+    Contest(const Contest&) = delete;
+    Contest& operator=(const Contest&) = delete;
+
+    // The body is one run, and is repeated in a round until that takes a while.
+    void Add(const std::string& name, std::function<void()> body);
+
+    using Times = std::map<std::string, double>;
+    Times Run();
+
+private:
+    const int rounds_;
+    const Thread thread_;
+    std::map<std::string, std::function<void()>> bodies_;
+};
+
+} // namespace bench
+
+#endif

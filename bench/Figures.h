@@ -1,0 +1,16 @@
+#ifndef BENCH_FIGURES_H
+#define BENCH_FIGURES_H
+
+#include "Report.h"
+
+namespace bench {
+
+void MeasureWalk(Report& report);
+void MeasureNotifications(Report& report);
+void MeasureServer(Report& report);
+void MeasureIdleAndStart(Report& report);
+void MeasureGrowth(Report& report);
+
+} // namespace bench
+
+#endif

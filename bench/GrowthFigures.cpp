@@ -1,0 +1,174 @@
+#include "Figures.h"
+
+#include "Contest.h"
+#include "Notification.h"
+#include "ProcessorTime.h"
+#include "Shelf.h"
+
+#include "stage/Failure.h"
+#include "stage/ReadWatch.h"
+#include "stage/Scene.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+using stage::Event;
+using stage::Scene;
+
+namespace bench {
+namespace {
+
+// ---- notifications ----
+
+constexpr std::size_t kSlots = 1000;
+constexpr std::size_t kChangerCounts[] = {1, 4, 16, 64};
+
+void MeasureNotificationGrowth(Report& report) {
+    std::vector<std::unique_ptr<Notification>> notifications;
+    Contest contest(9);
+    for (const std::size_t changers : kChangerCounts) {
+        const Shelf shelf(changers, kSlots);
+        KnowChangers(shelf);
+        notifications.push_back(std::make_unique<Notification>(shelf.MakeNotification()));
+        notifications.back()->Deliver();
+        contest.Add(std::to_string(changers), [&each = *notifications.back()] { each.Deliver(); });
+    }
+    const auto times = contest.Run();
+    std::vector<double> costs;
+    std::string beside;
+    for (const std::size_t changers : kChangerCounts) {
+        const double cost = times.at(std::to_string(changers)) / double(changers * kSlots);
+        costs.push_back(cost);
+        beside += (beside.empty() ? "" : ", ") + std::to_string(changers) + ": " + InTime(cost);
+    }
+    const auto [least, most] = std::ranges::minmax(costs);
+    report.AddAtMost("a notification's cost for a disc, 1 to 64 changers: most over least", 1.25,
+                     most / least, "", beside);
+}
+
+// ---- much at once ----
+
+constexpr int kManyChangers = 16;
+constexpr int kDrives = 4; // of each, so many identifications run there at one time
+constexpr int kIdentifications = kManyChangers * kDrives;
+
+std::string ChangerNamed(int number) {
+    return " changer=" + std::to_string(10 + number); // a hexadecimal number, for all that
+}
+
+// The discs take a while to spin up, so that all runs at one time.
+void Fill(stage::Simulator& server, int changer) {
+    const std::string name = ChangerNamed(changer);
+    server.Do("add-changer" + name + " slots=5 drives=4 spin-up=3000 mount=/tmp/changer-" +
+              std::to_string(changer));
+    server.Do("put" + name + " slot=4 identified=yes directories=50");
+    for (int slot = 0; slot < kDrives; ++slot) {
+        server.Do("put" + name + " slot=" + std::to_string(slot));
+    }
+}
+
+std::size_t AwaitThreads(const stage::Daemon& daemon, std::size_t count) {
+    std::size_t most = 0;
+    const auto deadline = std::chrono::steady_clock::now() + stage::kPatience;
+    while (most < count && std::chrono::steady_clock::now() < deadline) {
+        most = std::max(most, daemon.TakeFootprint().threads);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return most;
+}
+
+void MeasureAtOnce(Report& report) {
+    stage::Scene scene;
+    scene.StartServer();
+    stage::Simulator& server = scene.Server();
+    server.Do("events kinds=request,reply,identified,info-open");
+    for (int i = 0; i < kManyChangers; ++i) {
+        Fill(server, i);
+    }
+    server.Do("hold");
+    server.Do("start");
+    scene.StartDaemon();
+    for (int i = 0; i < 2 * kManyChangers; ++i) {
+        server.Await("info-open");
+    }
+    std::this_thread::sleep_for(
+        std::chrono::seconds(1)); // threads of the start may still be ending
+    const stage::Footprint before = scene.TheDaemon().TakeFootprint();
+
+    for (int i = 0; i < kManyChangers; ++i) {
+        server.Do("identify" + ChangerNamed(i));
+    }
+    server.Do("release");
+    const std::size_t most =
+        AwaitThreads(scene.TheDaemon(), before.threads + kIdentifications + kManyChangers);
+    for (int i = 0; i < kIdentifications; ++i) {
+        server.Await("identified");
+    }
+    const stage::Footprint after = scene.TheDaemon().AwaitFootprintWithin(before);
+    const auto lost = server.AllSoFar("request").size() - server.AllSoFar("reply").size();
+
+    report.AddAtLeast("64 identifications and 16 builds at once: threads for them", 80,
+                      static_cast<double>(most - before.threads), "", "");
+    report.AddAtMost("their requests without a reply", 0, static_cast<double>(lost), "",
+                     std::to_string(server.AllSoFar("request").size()) + " requests");
+    report.AddAtMost("threads more than before, when all is done", 0,
+                     static_cast<double>(after.threads) - static_cast<double>(before.threads), "",
+                     "");
+    report.AddAtMost("descriptors more than before, when all is done", 0,
+                     static_cast<double>(after.descriptors.size()) -
+                         static_cast<double>(before.descriptors.size()),
+                     "", "");
+    scene.End();
+}
+
+// ---- one after the other ----
+
+void MeasureOneAfterTheOther(Report& report) {
+    constexpr int kDiscs = 100;
+    stage::Scene scene;
+    scene.StartServer();
+    stage::Simulator& server = scene.Server();
+    server.Do("events kinds=request,info-open,disconnect");
+    server.Do("add-changer changer=A1 slots=100 drives=2 mount=/tmp/carousel");
+    for (int slot = 0; slot < kDiscs; ++slot) {
+        server.Do("put changer=A1 directories=0 files=0 slot=" + std::to_string(slot));
+    }
+    server.Do("hold");
+    server.Do("start");
+    scene.StartDaemon();
+    for (int i = 0; i < 2; ++i) {
+        server.Await("info-open");
+    }
+    const pid_t daemon = scene.TheDaemon().Pid();
+    const double before = ProcessorTimeOf(daemon);
+    const auto start = std::chrono::steady_clock::now();
+    server.Do("release");
+    stage::Event last;
+    for (int i = 0; i < 2 * kDiscs; ++i) {
+        last = server.Await("request", {{"command", "request identification"}});
+    }
+    server.Await("disconnect", {{"connection", last["connection"]}});
+    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+    const double processor = ProcessorTimeOf(daemon) - before;
+    report.AddUnjudged("a changer of 100 discs: identified in a second", kDiscs / passed.count(),
+                       "", "");
+    report.AddAtMost("processor time for a disc, which is empty", 1, processor * 1e3 / kDiscs, "ms",
+                     "");
+    scene.End();
+}
+
+} // namespace
+
+void MeasureGrowth(Report& report) {
+    report.BeginSection("Growth",
+                        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, in this "
+                        "process; identifications and builds by the daemon as installed, with the "
+                        "simulator, whose robot takes no time.");
+    MeasureNotificationGrowth(report);
+    MeasureAtOnce(report);
+    MeasureOneAfterTheOther(report);
+}
+
+} // namespace bench

@@ -1,0 +1,139 @@
+#include "Figures.h"
+
+#include "AwaitedServer.h"
+#include "ProcessorTime.h"
+#include "Program.h"
+
+#include "stage/ProcessState.h"
+#include "stage/ReadWatch.h"
+#include "stage/Scene.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace bench {
+namespace {
+
+using std::chrono::duration;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+constexpr int kOthers = 500;
+constexpr double kKibibyte = 1024;
+constexpr double kMebibyte = 1024 * kKibibyte;
+
+// What strace tells of the process in that time: a line for each system call but those that began
+// before, or are not over.
+std::vector<std::string> TraceFor(stage::Record& record, pid_t process, seconds time,
+                                  const std::string& calls) {
+    const std::string file = "/tmp/strace";
+    stage::Process strace({"/usr/bin/strace",
+                           {"strace", "-f", "-e", calls, "-o", file, "-p", std::to_string(process)},
+                           {}},
+                          record, stage::Voice::Helper, stage::Voice::Helper);
+    record.Await(stage::Voice::Helper, ".*attached.*");
+    std::this_thread::sleep_for(time);
+    strace.Signal(SIGINT);
+    strace.AwaitEnd();
+    std::ifstream told(file);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(told, line);) {
+        if (line.find("detached ...>") == line.npos && !line.ends_with("<unfinished ...>")) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+void StartConnected(stage::Scene& scene) {
+    scene.StartServer();
+    scene.Server().Do("add-changer changer=A1 slots=50 drives=2 mount=/tmp/carousel");
+    scene.Server().Do("pulse every=0");
+    scene.Server().Do("start");
+    stage::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
+    scene.StartDaemon();
+    infoFile.AwaitReads(2);
+    scene.Server().Await("request", {{"command", "set client status"}});
+    std::this_thread::sleep_for(seconds(1)); // threads of the start may still be ending
+}
+
+double ReadPrivateMemory(pid_t process) {
+    std::istringstream lines(stage::ReadProcFile(process, "smaps_rollup"));
+    double kibibytes = 0;
+    for (std::string word; lines >> word;) {
+        if (word == "Private_Clean:" || word == "Private_Dirty:") {
+            lines >> word;
+            kibibytes += std::stod(word);
+        }
+    }
+    return kibibytes * kKibibyte;
+}
+
+void MeasureConnected(Report& report) {
+    stage::Scene scene;
+    StartConnected(scene);
+    const pid_t daemon = scene.TheDaemon().Pid();
+    report.AddAtMost("private memory after start-up", 5, ReadPrivateMemory(daemon) / kMebibyte,
+                     "MiB", "");
+    const auto calls = TraceFor(scene.TheRecord(), daemon, seconds(60), "trace=all");
+    report.AddAtMost("connected: system calls in 60 s", 0, static_cast<double>(calls.size()), "",
+                     calls.empty() ? "" : calls.front());
+    scene.End();
+}
+
+void MeasureDisconnected(Report& report) {
+    const Sleepers others(kOthers);
+    stage::Scene scene;
+    scene.StartDaemon();
+    std::this_thread::sleep_for(seconds(2));
+    const pid_t daemon = scene.TheDaemon().Pid();
+    const double before = ProcessorTimeOf(daemon);
+    const auto start = steady_clock::now();
+    std::this_thread::sleep_for(seconds(20));
+    const duration<double> passed = steady_clock::now() - start;
+    const double share = (ProcessorTimeOf(daemon) - before) / passed.count();
+    report.AddAtMost("disconnected, 500 others: share of a core", 0.5, share * 100, "%", "");
+
+    constexpr seconds kTraced{20};
+    const auto calls = TraceFor(scene.TheRecord(), daemon, kTraced, "trace=openat,open");
+    const auto looks = std::ranges::count_if(
+        calls, [](const std::string& call) { return call.find("\"/proc\"") != call.npos; });
+    report.AddAtMost("disconnected: attempts a second", 1.05,
+                     static_cast<double>(looks) / static_cast<double>(kTraced.count()), "", "");
+    scene.End();
+}
+
+void MeasureStart(Report& report) {
+    constexpr int kStarts = 21;
+    std::vector<double> times;
+    for (int i = 0; i < kStarts; ++i) {
+        const AwaitedServer server;
+        stage::Record record;
+        const auto start = steady_clock::now();
+        stage::Daemon daemon(record, {});
+        server.AwaitSubscriber();
+        times.push_back(duration<double>(steady_clock::now() - start).count());
+        daemon.Stop();
+    }
+    std::ranges::nth_element(times, times.begin() + kStarts / 2);
+    report.AddAtMost("start to first connection", 15, times[kStarts / 2] * 1e3, "ms", "");
+}
+
+} // namespace
+
+void MeasureIdleAndStart(Report& report) {
+    report.BeginSection(
+        "Idle and start",
+        "The daemon as installed, connected to the simulator with one changer, its file system "
+        "mounted, and without a server. System calls by strace. The start is from before the fork "
+        "to the accepted connection, the median of 21.");
+    MeasureStart(report);
+    MeasureDisconnected(report);
+    MeasureConnected(report);
+}
+
+} // namespace bench

@@ -1,0 +1,63 @@
+#include "Notification.h"
+
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "ChangerServerConnectionLib/FrameAssembly.h"
+#include "trayprobed/MediaIdManager.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <stdexcept>
+
+namespace bench {
+namespace {
+
+CFPropertyListRef CreateList(CFDataRef text) {
+    CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, text,
+                                                             kCFPropertyListImmutable, nullptr);
+    if (list == nullptr) {
+        throw std::runtime_error("a notification cannot be read");
+    }
+    return list;
+}
+
+} // namespace
+
+void KnowChangers(const Shelf& shelf) {
+    for (std::size_t i = 0; i < shelf.CountChangers(); ++i) {
+        SInt32 isKnown = 0;
+        if (IsChangerInList(Shelf::GuidOf(i), &isKnown) != nullptr ||
+            (!isKnown && AddChangerToList(Shelf::GuidOf(i)) != nullptr)) {
+            throw std::runtime_error("a changer cannot be known");
+        }
+    }
+}
+
+Notification::Notification(const std::string& text)
+    : text_(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                         static_cast<CFIndex>(text.size()))),
+      frame_(CreateFrame(text_)) {}
+
+Notification::~Notification() {
+    CFRelease(text_);
+    CFRelease(frame_);
+}
+
+void Notification::Read() const {
+    CFRelease(CreateList(text_));
+}
+
+void Notification::Keep() const {
+    CreateList(text_);
+}
+
+void Notification::Deliver() const {
+    ChangerNotificationSubscription subscription = {};
+    subscription.changerInfoCallBack = ChangerInfoNotificationCallBack;
+    CFIndex used = 0;
+    VErrLink* err = HandleNotificationSocketData(CFDataGetBytePtr(frame_), CFDataGetLength(frame_),
+                                                 &used, &subscription);
+    if (err != nullptr || used != CFDataGetLength(frame_)) {
+        throw std::runtime_error("a notification cannot be delivered");
+    }
+}
+
+} // namespace bench

@@ -1,0 +1,38 @@
+#ifndef BENCH_NOTIFICATION_H
+#define BENCH_NOTIFICATION_H
+
+#include "Shelf.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <string>
+
+namespace bench {
+
+// Lets the daemon's state, which is this process's, know the changers, as after their first
+// notification.
+void KnowChangers(const Shelf& shelf);
+
+// A notification that has arrived, and the daemon's own ways with it.
+class Notification {
+public:
+    explicit Notification(const std::string& text);
+    ~Notification();
+    Notification(const Notification&) = delete;
+    Notification& operator=(const Notification&) = delete;
+
+    // Makes the list and frees it.
+    void Read() const;
+    // Makes the list and keeps it for good.
+    void Keep() const;
+    // From its last byte to the end of the callbacks, which keep it.
+    void Deliver() const;
+
+private:
+    CFDataRef text_;
+    CFDataRef frame_;
+};
+
+} // namespace bench
+
+#endif

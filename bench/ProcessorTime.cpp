@@ -1,0 +1,17 @@
+#include "ProcessorTime.h"
+
+#include "stage/Failure.h"
+
+#include <ctime>
+
+namespace bench {
+
+double ProcessorTimeOf(pid_t process) {
+    clockid_t clock{};
+    timespec time{};
+    errno = clock_getcpuclockid(process, &clock);
+    stage::Require(errno == 0 && clock_gettime(clock, &time) == 0, "no processor time to be told");
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+} // namespace bench

@@ -1,0 +1,71 @@
+// carouseld-echo: a message server that gives every request back as its reply, one client at a
+// time, and ends with its standard input. It says one line when it listens.
+
+#include "LocalAddress.h"
+
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <poll.h>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t kHeader = 12; // signature, reserved, header size; then the payload's length
+constexpr std::size_t kRoom = 65536;
+
+int Listen(const std::string& path) {
+    const sockaddr_un address = bench::LocalAddress(path);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool listens =
+        bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        listen(socket, 16) == 0;
+    return listens ? socket : -1;
+}
+
+void GiveBack(int client) {
+    std::array<char, kRoom> frame;
+    std::size_t size = 0;
+    std::uint32_t length = 0;
+    while (size < kHeader || size < kHeader + length) {
+        const ssize_t got = read(client, frame.data() + size, frame.size() - size);
+        if (got <= 0) {
+            return;
+        }
+        size += static_cast<std::size_t>(got);
+        std::memcpy(&length, frame.data() + 8, sizeof length);
+    }
+    if (write(client, frame.data(), size) > 0) {
+        // The client ends the connection.
+        while (read(client, frame.data(), frame.size()) > 0) {
+        }
+    }
+}
+
+bool AwaitClient(int listener) {
+    std::array<pollfd, 2> waits = {{{listener, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
+    return poll(waits.data(), waits.size(), -1) > 0 && waits[1].revents == 0;
+}
+
+} // namespace
+
+int main() {
+    std::signal(SIGPIPE, SIG_IGN);
+    const std::string path = "/tmp/carouseld-" + std::to_string(getpid());
+    const int listener = Listen(path);
+    if (listener < 0) {
+        return 1;
+    }
+    std::puts("listening");
+    std::fflush(stdout);
+    while (AwaitClient(listener)) {
+        const int client = accept(listener, nullptr, nullptr);
+        GiveBack(client);
+        close(client);
+    }
+    unlink(path.c_str());
+    return 0;
+}

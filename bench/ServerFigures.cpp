@@ -1,0 +1,125 @@
+#include "Figures.h"
+
+#include "BareClient.h"
+#include "Contest.h"
+#include "KnownServer.h"
+#include "Program.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+#include "stage/Process.h"
+
+#include <cstdlib>
+
+namespace bench {
+namespace {
+
+constexpr int kOthers = 500;
+constexpr std::size_t kRequest = 1024;
+
+std::size_t ReadTable() {
+    struct kinfo_proc* processes = nullptr;
+    std::size_t count = 0;
+    if (GetBSDProcessList(&processes, &count) != 0) {
+        throw stage::Failure("cannot read the process table");
+    }
+    std::free(processes);
+    return count;
+}
+
+void MeasureTable(Report& report) {
+    const Sleepers others(kOthers);
+    Contest contest;
+    contest.Add("ours", [] { ReadTable(); });
+    contest.Add("pgrep", [] { RunProgram({"pgrep", "-x", "sleep"}); });
+    const auto times = contest.Run();
+    const double ours = times.at("ours");
+    report.AddAtMost("process table, 500 others: over pgrep -x", 0.25, ours / times.at("pgrep"), "",
+                     "ours " + InTime(ours) + ", pgrep " + InTime(times.at("pgrep")));
+    report.AddAtMost("a process of it", 8, ours * 1e6 / static_cast<double>(ReadTable()), "µs", "");
+}
+
+// As a dictionary and as a frame, with so many bytes of payload.
+class Request {
+public:
+    Request()
+        : dictionary_(CFDictionaryCreateMutable(kCFAllocatorDefault, 0,
+                                                &kCFTypeDictionaryKeyCallBacks,
+                                                &kCFTypeDictionaryValueCallBacks)) {
+        SetText("");
+        SetText(std::string(kRequest - MakeFrame().size() + sizeof(FrameHeader), 'x'));
+    }
+    ~Request() {
+        CFRelease(dictionary_);
+    }
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    CFDictionaryRef Dictionary() const {
+        return dictionary_;
+    }
+    std::string MakeFrame() const {
+        CFDataRef payload = CFPropertyListCreateXMLData(kCFAllocatorDefault, dictionary_);
+        CFDataRef frame = CreateFrame(payload);
+        const std::string bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(frame)),
+                                static_cast<std::size_t>(CFDataGetLength(frame)));
+        CFRelease(payload);
+        CFRelease(frame);
+        return bytes;
+    }
+
+private:
+    void SetText(const std::string& text) {
+        CFStringRef value =
+            CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8);
+        CFDictionarySetValue(dictionary_, CFSTR("message"), value);
+        CFRelease(value);
+    }
+
+    CFMutableDictionaryRef dictionary_;
+};
+
+void Exchange(CFDictionaryRef message) {
+    CFDictionaryRef reply = nullptr;
+    VErrLink* err = SendMessageToChangerServer(message, &reply);
+    if (err != nullptr) {
+        VErrLogAndCatch(&err);
+        throw stage::Failure("an exchange failed");
+    }
+    CFRelease(reply);
+}
+
+void MeasureExchange(Report& report) {
+    stage::Record record;
+    stage::Process server({stage::ProgramPath("carouseld-echo"), {"carouseld-echo"}, {}}, record,
+                          stage::Voice::Server, stage::Voice::Server);
+    record.Await(stage::Voice::Server, "listening");
+    const KnownServer known(server.Pid());
+    const std::string path = "/tmp/carouseld-" + std::to_string(server.Pid());
+    const Request request;
+    const std::string frame = request.MakeFrame();
+    Contest contest;
+    contest.Add("ours", [&] { Exchange(request.Dictionary()); });
+    contest.Add("bare", [&] { ExchangeBarely(path, frame); });
+    const auto times = contest.Run();
+    report.AddAtMost("an exchange of 1 KiB: over a bare client", 2.5,
+                     times.at("ours") / times.at("bare"), "",
+                     "ours " + InTime(times.at("ours")) + ", bare " + InTime(times.at("bare")));
+    server.CloseInput();
+    server.AwaitEnd();
+}
+
+} // namespace
+
+void MeasureServer(Report& report) {
+    report.BeginSection(
+        "Commands and discovery",
+        "The process table as the daemon reads it, in this process, beside `pgrep -x sleep` as a "
+        "whole one. An exchange with a server that gives each request back, with the server's "
+        "process known beforehand, beside a client that connects, writes, reads and closes.");
+    MeasureTable(report);
+    MeasureExchange(report);
+}
+
+} // namespace bench

@@ -1,0 +1,70 @@
+// walk-bare ROOT: the least that a walk can do which opens every directory relative to its parent,
+// lists it in large pieces and takes the status of every entry. A directory that cannot be opened
+// ends it.
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t kPiece = std::size_t{1} << 18;
+
+bool IsDots(const char* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+void Walk(int directory);
+
+void Enter(int parent, const char* name) {
+    struct stat status = {};
+    if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) {
+        return;
+    }
+    const int directory = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (directory < 0) {
+        std::exit(1);
+    }
+    Walk(directory);
+    close(directory);
+}
+
+// One piece for each level, made once: the way down goes on while a piece is being looked through.
+char* PieceOf(std::size_t level) {
+    static std::array<std::unique_ptr<char[]>, 1024> pieces;
+    if (!pieces.at(level)) {
+        pieces[level] = std::make_unique_for_overwrite<char[]>(kPiece);
+    }
+    return pieces[level].get();
+}
+
+void Walk(int directory) {
+    static std::size_t level = 0;
+    char* const piece = PieceOf(level++);
+    for (ssize_t size; (size = getdents64(directory, piece, kPiece)) > 0;) {
+        for (ssize_t at = 0; at < size;) {
+            const auto* entry = reinterpret_cast<const struct dirent64*>(piece + at);
+            at += entry->d_reclen;
+            if (!IsDots(entry->d_name)) {
+                Enter(directory, entry->d_name);
+            }
+        }
+    }
+    --level;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const int root = argc == 2 ? open(argv[1], O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    if (root < 0) {
+        return 2;
+    }
+    Walk(root);
+    return 0;
+}

@@ -1,0 +1,121 @@
+#include "Figures.h"
+
+#include "Contest.h"
+#include "DiscFolder.h"
+#include "Program.h"
+
+#include "stage/PrivateWorld.h"
+#include "stage/Scene.h"
+#include "trayprobed/ChangerFSCacheThread.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <stdexcept>
+
+namespace bench {
+namespace {
+
+constexpr UInt64 kChanger = 0xA1;
+
+Contest::Times WalkInTurns(const std::string& root, int rounds) {
+    Contest contest(rounds);
+    contest.Add("ours", [&] { RunProgram({stage::ProgramPath("walk-by-daemon"), root}); });
+    contest.Add("bare", [&] { RunProgram({stage::ProgramPath("walk-bare"), root}); });
+    contest.Add("find", [&] { RunProgram({"find", root, "-size", "-0"}); });
+    return contest.Run();
+}
+
+std::string Beside(const Contest::Times& times) {
+    return "ours " + InTime(times.at("ours")) + ", find " + InTime(times.at("find")) + ", limit " +
+           InTime(times.at("bare"));
+}
+
+void MeasureFolder(Report& report, const std::string& where, const std::string& root) {
+    const auto times = WalkInTurns(root, 15);
+    report.AddAtMost(where + ": over find", 0.90, times.at("ours") / times.at("find"), "",
+                     Beside(times));
+    report.AddAtMost(where + ": over the limit", 1.15, times.at("ours") / times.at("bare"), "", "");
+}
+
+void Check(VErrLink* err) {
+    if (err != nullptr) {
+        VErrLogAndCatch(&err);
+        throw std::runtime_error("a build failed");
+    }
+}
+
+// As the thread of a build does it, but for asking and withdrawing the request.
+void Build(const char* root) {
+    FSCacheStatusReport* status = nullptr;
+    Check(StartStatusReportingForFullFSCache(kChanger, root, &status));
+    if (status->maximumStep != DiscFolder::kDiscs) {
+        throw std::runtime_error("a build missed discs");
+    }
+    Check(CacheFSDirectory(kChanger, root, 1, status));
+    EndStatusReportingForFullFSCache(status);
+}
+
+void MeasureBuild(Report& report, const std::string& root) {
+    Check(AddChangerToList(kChanger));
+    stage::Scene scene;
+    scene.StartServer();
+    scene.Server().Do("add-changer changer=A1 slots=50 drives=2");
+    scene.Server().Do("start");
+    Contest contest(15, Contest::Thread::Another); // as the daemon does
+    contest.Add("walk", [&] { Check(CacheFSDirectory(kChanger, root.c_str(), 1, nullptr)); });
+    try {
+        Build(root.c_str());
+    } catch (...) {
+        printf("pid %d\n", scene.Server().Pid());
+        if (system("ls -la /tmp; ps ax; head -3 /proc/net/unix"))
+            puts("x");
+        throw;
+    }
+    contest.Add("build", [&] { Build(root.c_str()); });
+    const auto times = contest.Run();
+    report.AddAtMost("full build with progress: over the walk alone", 1.35,
+                     times.at("build") / times.at("walk"), "",
+                     "build " + InTime(times.at("build")) + ", walk " + InTime(times.at("walk")));
+}
+
+void MeasureVolume(Report& report, bool cached) {
+    stage::Scene scene;
+    scene.StartServer();
+    scene.Server().Do("add-changer changer=A1 slots=1 drives=1 mount=/tmp/carousel kernel-cache=" +
+                      std::string(cached ? "yes" : "no"));
+    scene.Server().Do("put changer=A1 slot=0 directories=2000 files=10 depth=6 identified=yes");
+    const std::string root = "/tmp/carousel/disc-0";
+    RunProgram({stage::ProgramPath("walk-bare"), root});
+    const auto times = WalkInTurns(root, 9);
+    const double overLimit = times.at("ours") / times.at("bare");
+    if (cached) {
+        report.AddUnjudged("FUSE, kernel caching on: over the limit", overLimit, "", Beside(times));
+    } else {
+        report.AddAtMost("FUSE, kernel caching off: over the limit", 1.10, overLimit, "",
+                         Beside(times));
+    }
+    scene.QuitServer();
+}
+
+} // namespace
+
+void MeasureWalk(Report& report) {
+    report.BeginSection(
+        "The walk",
+        "20,000 directories of 10 files each, in 50 discs, six levels deep, warm; on FUSE 2,000 "
+        "directories of the simulator. Whole processes. Beside: `find ROOT -size -0`, and the "
+        "limit, "
+        "a bare loop of openat, getdents64 in pieces of 256 KiB and fstatat.");
+    {
+        const DiscFolder folder("/tmp/discs", kChanger);
+        MeasureFolder(report, "tmpfs", folder.Path());
+        MeasureBuild(report, folder.Path());
+    }
+    {
+        const DiscFolder folder(stage::ProgramPath("bench-discs"), kChanger);
+        MeasureFolder(report, "the disk's file system", folder.Path());
+    }
+    MeasureVolume(report, false);
+    MeasureVolume(report, true);
+}
+
+} // namespace bench

@@ -1,0 +1,51 @@
+#include "Figures.h"
+#include "Machine.h"
+
+#include "common/VErr.h"
+#include "trayprobed/MediaIdState.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Section {
+    const char* name;
+    void (*measure)(bench::Report& report);
+};
+
+// Notifications come first, while this process has read none.
+constexpr Section kSections[] = {{"notifications", bench::MeasureNotifications},
+                                 {"walk", bench::MeasureWalk},
+                                 {"server", bench::MeasureServer},
+                                 {"growth", bench::MeasureGrowth},
+                                 {"idle", bench::MeasureIdleAndStart}};
+
+void Measure(const std::vector<std::string>& names) {
+    bench::Report report;
+    for (const Section& section : kSections) {
+        if (names.empty() || std::ranges::find(names, section.name) != names.end()) {
+            section.measure(report);
+        }
+    }
+    std::printf("%s%s", bench::DescribeRun().c_str(), report.Write().c_str());
+    std::fprintf(stderr, "\n%s", report.WriteShortfalls().c_str());
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (!InitVErrSystem() || InitMediaIdState() != nullptr) {
+        return 1;
+    }
+    try {
+        Measure({argv + 1, argv + argc});
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return 1;
+    }
+    return 0;
+}
