@@ -446,4 +446,65 @@ TEST(XmlReader, SurvivesAnyChangedByte) {
     }
 }
 
+// ---- dictionaries behind others, from which keys are expected ----
+
+std::string ManyKeys(int count) {
+    std::string pairs;
+    for (int i = 0; i < count; ++i)
+        pairs += "<key>" + std::to_string(i) + "</key><integer>" + std::to_string(i) + "</integer>";
+    return pairs;
+}
+
+TEST(XmlReader, WhatStandsBeforeADictionaryChangesNothingInIt) {
+    const std::string dictionaries[] = {
+        "",
+        "<key>a</key><true/><key>b</key><false/>",
+        "<key>a</key><false/><key>b</key><false/>",
+        "<key>b</key><false/><key>a</key><true/>",
+        "<key>a</key><true/>",
+        "<key>a</key><true/><key>b</key><false/><key>c</key><true/>",
+        "<key>a</key><true/><key>a</key><false/>",
+        "<key>a</key><true/><key>b</key><true/><key>a</key><false/>",
+        "<key>ab</key><true/><key>b</key><false/>",
+        "<key></key><true/><key>b</key><false/>",
+        "<key>a<![CDATA[b]]></key><true/><key>b</key><false/>",
+        "<key>&#97;</key><true/><key>b</key><false/>",
+        "<key>&amp;</key><true/><key>b</key><false/>",
+        "<key>&amp;amp;</key><true/><key>b</key><false/>",
+        "<key>a</key><dict><key>a</key><true/></dict><key>b</key><false/>",
+        "<key>a</key><array><dict><key>b</key><true/></dict></array><key>b</key><false/>",
+        ManyKeys(31),
+        ManyKeys(32),
+        ManyKeys(33),
+    };
+    for (const std::string& before : dictionaries) {
+        for (const std::string& pairs : dictionaries) {
+            const std::string xml = "<dict>" + pairs + "</dict>";
+            const ReadResult alone = ReadList(xml);
+            const ReadResult behind =
+                ReadList("<array><dict>" + before + "</dict>" + xml + xml + "</array>");
+            ASSERT_TRUE(alone.list && behind.list) << before << " " << pairs;
+            auto* array = static_cast<CFArrayRef>(behind.list.Get());
+            for (const CFIndex index : {1, 2})
+                EXPECT_EQ(CFArrayGetValueAtIndex(array, index), alone.list.Get())
+                    << before << " " << pairs;
+        }
+    }
+}
+
+TEST(XmlReader, WhatStandsBeforeAnArrayChangesNothingInIt) {
+    const std::string arrays[] = {"", "<true/>", "<true/><false/>", "<false/><true/>",
+                                  "<array><true/></array>"};
+    for (const std::string& before : arrays) {
+        for (const std::string& members : arrays) {
+            const std::string xml = "<array>" + members + "</array>";
+            const ReadResult alone = ReadList(xml);
+            const ReadResult behind =
+                ReadList("<array><array>" + before + "</array>" + xml + "</array>");
+            auto* array = static_cast<CFArrayRef>(behind.list.Get());
+            EXPECT_EQ(CFArrayGetValueAtIndex(array, 1), alone.list.Get()) << before << members;
+        }
+    }
+}
+
 } // namespace

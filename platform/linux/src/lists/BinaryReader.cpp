@@ -230,7 +230,7 @@ Converted BinaryReader::ReadArray(std::size_t count, Bytes references, int depth
 
 // All references to keys stand before those to the values.
 Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int depth) {
-    const std::size_t begin = builder_.BeginDictionary();
+    builder_.BeginDictionary();
     int height = 0;
     for (std::size_t i = 0; i < count; ++i) {
         const Converted& key = Convert(Reference(references, i), depth + 1);
@@ -238,9 +238,10 @@ Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int 
             Refuse();
         const Converted& value = Convert(Reference(references, count + i), depth + 1);
         height = std::max(height, value.height);
-        builder_.AddPair(Value::Share(key.value.Get()), Value::Share(value.value.Get()));
+        builder_.AddKey(Value::Share(key.value.Get()));
+        builder_.AddValue(Value::Share(value.value.Get()));
     }
-    return {builder_.EndDictionary(begin), height + 1};
+    return {builder_.EndDictionary(), height + 1};
 }
 
 // A count that does not fit into the marker follows it as an integer object.

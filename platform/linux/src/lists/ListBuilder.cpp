@@ -61,23 +61,63 @@ void ListBuilder::AddMember(Value member) {
 
 Value ListBuilder::EndArray(std::size_t begin) {
     const auto members = std::span(members_).subspan(begin);
-    Value array = mutable_ ? CreateMutableArray(members) : Created(SharedArray(members));
+    Value array = mutable_ ? CreateMutableArray(members) : ShareArray(members);
     DropMembers(begin);
     return array;
 }
 
-void ListBuilder::AddPair(Value key, Value value) {
-    pairs_.push_back({key.Get(), value.Get()});
-    key.Detach();
-    value.Detach();
+// Often it is the same as the one before.
+Value ListBuilder::ShareArray(std::span<const Object* const> members) {
+    const auto* last = static_cast<const Array*>(lastArray_.Get());
+    if (last == nullptr || !std::ranges::equal(MembersOf(last), members))
+        lastArray_ = Created(SharedArray(members));
+    return Value::Share(lastArray_.Get());
 }
 
-Value ListBuilder::EndDictionary(std::size_t begin) {
+void ListBuilder::BeginDictionary() {
+    begins_.push_back(pairs_.size());
+}
+
+DictionaryShape& ListBuilder::Shape() {
+    return shapes_[std::min(begins_.size(), shapes_.size()) - 1];
+}
+
+void ListBuilder::AddKey(std::string_view text) {
+    AddKey(Created(SharedString(text)));
+}
+
+bool ListBuilder::AddExpectedKey(const char* text) {
+    const Object* expected = Shape().FindKey(pairs_.size() - begins_.back(), text);
+    if (expected == nullptr)
+        return false;
+    pairs_.push_back({expected, nullptr});
+    Retain(expected);
+    return true;
+}
+
+void ListBuilder::AddKey(Value key) {
+    pairs_.push_back({key.Get(), nullptr});
+    key.Detach();
+}
+
+void ListBuilder::AddValue(Value value) {
+    pairs_.back().value = value.Detach();
+}
+
+Value ListBuilder::EndDictionary() {
+    const std::size_t begin = begins_.back();
+    Value dictionary = ShareDictionary(begin);
+    DropPairs(begin);
+    begins_.pop_back();
+    return dictionary;
+}
+
+Value ListBuilder::ShareDictionary(std::size_t begin) {
+    if (!mutable_ && Shape().Fits(std::span(pairs_).subspan(begin)))
+        return Created(Shape().Share(std::span(pairs_).subspan(begin)));
     KeepLastOfEachKey(begin);
     const auto pairs = std::span(pairs_).subspan(begin);
-    Value dictionary = mutable_ ? CreateMutableDictionary(pairs) : Created(SharedDictionary(pairs));
-    DropPairs(begin);
-    return dictionary;
+    return mutable_ ? CreateMutableDictionary(pairs) : Created(Shape().ShareAndLearn(pairs));
 }
 
 void ListBuilder::DropMembers(std::size_t begin) noexcept {
@@ -90,7 +130,8 @@ void ListBuilder::DropMembers(std::size_t begin) noexcept {
 void ListBuilder::DropPairs(std::size_t begin) noexcept {
     while (pairs_.size() > begin) {
         Release(pairs_.back().key);
-        Release(pairs_.back().value);
+        if (pairs_.back().value != nullptr)
+            Release(pairs_.back().value);
         pairs_.pop_back();
     }
 }

@@ -10,10 +10,13 @@
  * is no list. The functions of CFPropertyList.h catch both.
  */
 
+#include "lists/DictionaryShape.h"
 #include "objects/SharedValues.h"
 
+#include <array>
 #include <cstddef>
 #include <new>
+#include <string_view>
 #include <vector>
 
 namespace cf {
@@ -47,21 +50,31 @@ public:
     void AddMember(Value member);
     Value EndArray(std::size_t begin);
 
-    std::size_t BeginDictionary() const noexcept {
-        return pairs_.size();
-    }
-    // A key that comes again replaces the earlier value.
-    void AddPair(Value key, Value value);
-    Value EndDictionary(std::size_t begin);
+    void BeginDictionary();
+    // A key that comes again replaces the earlier value. The text is valid UTF-8.
+    void AddKey(std::string_view text);
+    // Adds the key that the last dictionary had there, if this raw text is plainly the same.
+    bool AddExpectedKey(const char* text);
+    void AddKey(Value key);
+    void AddValue(Value value); // of the last key
+    Value EndDictionary();
 
 private:
     void DropMembers(std::size_t begin) noexcept;
     void DropPairs(std::size_t begin) noexcept;
     void KeepLastOfEachKey(std::size_t begin);
+    Value ShareArray(std::span<const Object* const> members);
+    Value ShareDictionary(std::size_t begin);
+    DictionaryShape& Shape();
 
     const bool mutable_;
-    std::vector<const Object*> members_; // owned
-    std::vector<Pair> pairs_;            // owned
+    std::vector<const Object*> members_;  // owned
+    Value lastArray_;                     // immutable
+    std::vector<Pair> pairs_;             // owned; the last one's value may be missing
+    std::vector<std::size_t> begins_;     // of the unfinished dictionaries, among the pairs
+
+    // Of the last dictionary at each level. Deep ones, which are rare, share one.
+    std::array<DictionaryShape, 8> shapes_;
 };
 
 } // namespace cf

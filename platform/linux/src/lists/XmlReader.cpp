@@ -10,7 +10,7 @@
 #include <CoreFoundation/CFNumber.h>
 
 #include <cstring>
-#include <iterator>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -20,17 +20,41 @@ namespace {
 
 enum class Tag { Key, String, Integer, Dict, True, False, Array, Data, Real, Date, Plist, Unknown };
 
-// In the order of Tag, which is that of their frequency.
-constexpr const char* kTagNames[] = {"key",   "string", "integer", "dict", "true", "false",
-                                     "array", "data",   "real",    "date", "plist"};
+bool Is(const char* name, const char* text) {
+    while (*name == *text && *text != '\0') {
+        ++name;
+        ++text;
+    }
+    return *name == *text;
+}
 
 Tag TagOf(pugi::xml_node element) {
-    const char* name = element.name();
-    std::size_t tag = 0;
-    while (tag < std::size(kTagNames) &&
-           (*name != *kTagNames[tag] || std::strcmp(name, kTagNames[tag]) != 0))
-        ++tag;
-    return static_cast<Tag>(tag);
+    const char* const name = element.name();
+    switch (*name) {
+    case 'a':
+        return Is(name, "array") ? Tag::Array : Tag::Unknown;
+    case 'd':
+        return Is(name, "dict")   ? Tag::Dict
+               : Is(name, "data") ? Tag::Data
+               : Is(name, "date") ? Tag::Date
+                                  : Tag::Unknown;
+    case 'f':
+        return Is(name, "false") ? Tag::False : Tag::Unknown;
+    case 'i':
+        return Is(name, "integer") ? Tag::Integer : Tag::Unknown;
+    case 'k':
+        return Is(name, "key") ? Tag::Key : Tag::Unknown;
+    case 'p':
+        return Is(name, "plist") ? Tag::Plist : Tag::Unknown;
+    case 'r':
+        return Is(name, "real") ? Tag::Real : Tag::Unknown;
+    case 's':
+        return Is(name, "string") ? Tag::String : Tag::Unknown;
+    case 't':
+        return Is(name, "true") ? Tag::True : Tag::Unknown;
+    default:
+        return Tag::Unknown;
+    }
 }
 
 // Throws "<before><first character><between><its line><after>" when the text is not blank.
@@ -53,12 +77,18 @@ private:
     Value ReadPlist(pugi::xml_node plist, int depth);
     Value ReadArray(pugi::xml_node array, int depth);
     Value ReadDictionary(pugi::xml_node dictionary, int depth);
+    template<typename Use>
+    auto ReadText(pugi::xml_node element, Use use);
+    void ReadKey(pugi::xml_node element);
     Value ReadString(pugi::xml_node element);
     Value ReadBoolean(pugi::xml_node element, CFBooleanRef value);
+    Value ReadNumber(pugi::xml_node element);
     Value ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice& content));
 
-    pugi::xml_node FirstElement(pugi::xml_node container, int depth) const;
-    pugi::xml_node SkipToElement(pugi::xml_node node) const;
+    pugi::xml_node FirstChild(pugi::xml_node container, int depth) const;
+    bool SkipToElement(pugi::xml_node& node) const;
+    void RefuseUnlessRemark(pugi::xml_node node, pugi::xml_node_type type) const;
+    [[noreturn]] void RefuseTag(pugi::xml_node element) const;
     void RefuseBreakIn(pugi::xml_node element) const;
 
     const XmlTree tree_;
@@ -86,7 +116,7 @@ Value XmlReader::ReadValue(pugi::xml_node element, int depth) {
     case Tag::String:
         return ReadString(element);
     case Tag::Integer:
-        return ReadScalar(element, ReadInteger);
+        return ReadNumber(element);
     case Tag::Dict:
         return ReadDictionary(element, depth);
     case Tag::True:
@@ -106,18 +136,28 @@ Value XmlReader::ReadValue(pugi::xml_node element, int depth) {
     case Tag::Unknown:
         break;
     }
-    RefuseAt(tree_.At(element),
-             "Encountered unknown tag " + std::string(element.name()) + " on line ");
+    RefuseTag(element);
+}
+
+// Hands out what is written in the element, entities and sections resolved.
+template<typename Use>
+auto XmlReader::ReadText(pugi::xml_node element, Use use) {
+    RefuseBreakIn(element);
+    const std::string_view text = element.value();
+    if (!element.first_child() && text.find('&') == text.npos)
+        return use(text);
+    return use(std::string_view(ReadCharacterData(tree_.AfterOpeningTag(element))));
 }
 
 Value XmlReader::ReadPlist(pugi::xml_node plist, int depth) {
-    const pugi::xml_node object = FirstElement(plist, depth);
-    if (!object) {
+    pugi::xml_node object = FirstChild(plist, depth);
+    if (!SkipToElement(object)) {
         RefuseBreakIn(plist);
         throw MalformedList("Encountered empty plist tag");
     }
     Value value = ReadValue(object, depth + 1);
-    if (const pugi::xml_node second = SkipToElement(object.next_sibling()))
+    pugi::xml_node second = object.next_sibling();
+    if (SkipToElement(second))
         RefuseAt(tree_.At(second), "Encountered unexpected element at line ",
                  " (plist can only include one object)");
     RefuseBreakIn(plist);
@@ -126,36 +166,40 @@ Value XmlReader::ReadPlist(pugi::xml_node plist, int depth) {
 
 Value XmlReader::ReadArray(pugi::xml_node array, int depth) {
     const std::size_t begin = builder_.BeginArray();
-    for (pugi::xml_node member = FirstElement(array, depth); member;
-         member = SkipToElement(member.next_sibling()))
+    for (pugi::xml_node member = FirstChild(array, depth); SkipToElement(member);
+         member = member.next_sibling())
         builder_.AddMember(ReadValue(member, depth + 1));
     RefuseBreakIn(array);
     return builder_.EndArray(begin);
 }
 
 Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
-    const std::size_t begin = builder_.BeginDictionary();
-    for (pugi::xml_node node = FirstElement(dictionary, depth); node;
-         node = SkipToElement(node.next_sibling())) {
-        if (TagOf(node) != Tag::Key)
+    builder_.BeginDictionary();
+    for (pugi::xml_node node = FirstChild(dictionary, depth); SkipToElement(node);
+         node = node.next_sibling()) {
+        if (!Is(node.name(), "key"))
             RefuseAt(tree_.At(node), "Found non-key inside <dict> at line ");
-        const pugi::xml_node value = SkipToElement(node.next_sibling());
-        Value key = ReadString(node);
-        if (!value)
+        pugi::xml_node value = node.next_sibling();
+        const bool hasValue = SkipToElement(value);
+        ReadKey(node);
+        if (!hasValue)
             RefuseAt(tree_.At(node), "Value missing for key inside <dict> at line ");
-        builder_.AddPair(std::move(key), ReadValue(value, depth + 1));
+        builder_.AddValue(ReadValue(value, depth + 1));
         node = value;
     }
     RefuseBreakIn(dictionary);
-    return builder_.EndDictionary(begin);
+    return builder_.EndDictionary();
+}
+
+void XmlReader::ReadKey(pugi::xml_node element) {
+    RefuseBreakIn(element);
+    if (!element.first_child() && builder_.AddExpectedKey(element.value()))
+        return;
+    ReadText(element, [this](std::string_view text) { builder_.AddKey(text); });
 }
 
 Value XmlReader::ReadString(pugi::xml_node element) {
-    RefuseBreakIn(element);
-    const std::string_view text = element.value();
-    if (!element.first_child() && text.find('&') == text.npos)
-        return Created(SharedString(text));
-    return Created(SharedString(ReadCharacterData(tree_.AfterOpeningTag(element))));
+    return ReadText(element, [](std::string_view text) { return Created(SharedString(text)); });
 }
 
 Value XmlReader::ReadBoolean(pugi::xml_node element, CFBooleanRef value) {
@@ -164,6 +208,14 @@ Value XmlReader::ReadBoolean(pugi::xml_node element, CFBooleanRef value) {
         RefuseAt(tree_.At(element),
                  "Encountered non-empty <" + std::string(element.name()) + "> on line ");
     return Value::Share(AsObject(value));
+}
+
+Value XmlReader::ReadNumber(pugi::xml_node element) {
+    RefuseBreakIn(element);
+    const std::optional<std::int64_t> plain = ParsePlainInteger(element.value());
+    if (plain && !element.first_child())
+        return Created(SharedInteger(*plain));
+    return ReadScalar(element, ReadInteger);
 }
 
 Value XmlReader::ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice& content)) {
@@ -178,28 +230,42 @@ Value XmlReader::ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice
     return value;
 }
 
-pugi::xml_node XmlReader::FirstElement(pugi::xml_node container, int depth) const {
+pugi::xml_node XmlReader::FirstChild(pugi::xml_node container, int depth) const {
     if (depth == kMaximumNesting)
         RefuseAt(tree_.At(container), "Too many nested arrays or dictionaries, failing on line ");
-    RefuseText(tree_.Content(container), "Encountered unexpected character ", " on line ",
-               " while looking for open tag");
-    return SkipToElement(container.first_child());
+    if (*container.value() != '\0')
+        RefuseText(tree_.Content(container), "Encountered unexpected character ", " on line ",
+                   " while looking for open tag");
+    return container.first_child();
 }
 
-// The node or the next one that is an element. Only comments and instructions may stand between.
-pugi::xml_node XmlReader::SkipToElement(pugi::xml_node node) const {
-    for (; node && node.type() != pugi::node_element; node = node.next_sibling()) {
-        if (node.type() == pugi::node_pcdata)
-            RefuseText(tree_.At(node), "Encountered unexpected character ", " on line ",
-                       " while looking for open tag");
-        if (node.type() == pugi::node_cdata)
-            RefuseAt(tree_.At(node), "Encountered improper CDATA opening at line ");
+// Goes on from the node to the next one that is an element, if it is none itself; false when there
+// is no more.
+bool XmlReader::SkipToElement(pugi::xml_node& node) const {
+    pugi::xml_node_type type = node.type();
+    for (; type != pugi::node_element && type != pugi::node_null; type = node.type()) {
+        RefuseUnlessRemark(node, type);
+        node = node.next_sibling();
     }
-    return node;
+    return type == pugi::node_element;
+}
+
+// Only comments and instructions may stand between elements.
+void XmlReader::RefuseUnlessRemark(pugi::xml_node node, pugi::xml_node_type type) const {
+    if (type == pugi::node_pcdata)
+        RefuseText(tree_.At(node), "Encountered unexpected character ", " on line ",
+                   " while looking for open tag");
+    if (type == pugi::node_cdata)
+        RefuseAt(tree_.At(node), "Encountered improper CDATA opening at line ");
+}
+
+void XmlReader::RefuseTag(pugi::xml_node element) const {
+    RefuseAt(tree_.At(element),
+             "Encountered unknown tag " + std::string(element.name()) + " on line ");
 }
 
 void XmlReader::RefuseBreakIn(pugi::xml_node element) const {
-    if (element == tree_.BrokenElement())
+    if (!tree_.IsWellFormed() && element == tree_.BrokenElement())
         tree_.RefuseBreak();
 }
 

@@ -8,7 +8,6 @@
 #include <charconv>
 #include <cstdio>
 #include <limits>
-#include <optional>
 #include <vector>
 
 namespace cf {
@@ -52,6 +51,17 @@ std::uint64_t ReadMagnitude(const XmlSlice& digits, unsigned base, bool negative
 }
 
 } // namespace
+
+std::optional<std::int64_t> ParsePlainInteger(const char* text) noexcept {
+    constexpr int kDigits = std::numeric_limits<std::int64_t>::digits10;
+    std::int64_t value = 0;
+    int digits = 0;
+    for (; IsDecimalDigit(text[digits]) && digits < kDigits; ++digits)
+        value = value * 10 + (text[digits] - '0');
+    if (digits == 0 || text[digits] != '\0')
+        return std::nullopt;
+    return value;
+}
 
 Value ReadInteger(const XmlSlice& content) {
     const std::string_view text = content.View();

@@ -6,10 +6,10 @@
 
 namespace cf {
 
-void RefuseAt(const XmlSlice& place, const std::string& before, const std::string& after) {
+void RefuseAt(const XmlSlice& place, std::string_view before, std::string_view after) {
     const std::string_view preceding = place.source.substr(0, place.begin);
     const auto line = 1 + std::count(preceding.begin(), preceding.end(), '\n');
-    throw MalformedList(before + std::to_string(line) + after);
+    throw MalformedList(std::string(before) + std::to_string(line) + std::string(after));
 }
 
 char Shown(char character) {

@@ -26,8 +26,8 @@ struct XmlSlice {
 };
 
 // Throws MalformedList: "<before><line of the place><after>".
-[[noreturn]] void RefuseAt(const XmlSlice& place, const std::string& before,
-                           const std::string& after = {});
+[[noreturn]] void RefuseAt(const XmlSlice& place, std::string_view before,
+                           std::string_view after = {});
 
 // How an error text shows a character: itself, or '?' for a part of a longer sequence.
 char Shown(char character);

@@ -1,6 +1,8 @@
 #include "objects/SharedTable.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 namespace cf {
 namespace {
@@ -26,29 +28,35 @@ bool SharedTablePart::MakeRoom() noexcept {
 }
 
 void SharedTablePart::Shrink() noexcept {
-    if (count_ == 0) {
-        std::free(values_);
-        values_ = nullptr;
-        capacity_ = 0;
-    } else if (capacity_ > kSmallestTable && count_ * 8 < capacity_) {
+    if (capacity_ > kFew && count_ * 8 < capacity_)
         Resize(CapacityFor(count_ * 2)); // when that fails, another time
-    }
 }
 
 bool SharedTablePart::Resize(std::size_t capacity) noexcept {
-    auto* values = static_cast<const Object**>(std::calloc(capacity, sizeof(const Object*)));
+    const bool areFew = capacity <= kFew;
+    const Object** values = few_;
+    if (!areFew)
+        values = static_cast<const Object**>(std::calloc(capacity, sizeof(const Object*)));
     if (values == nullptr)
         return false;
+    capacity = std::max(capacity, kFew);
     const auto isFree = [values](std::size_t place) { return values[place] == nullptr; };
     const auto never = [](std::size_t) { return false; };
     for (std::size_t i = 0; i < capacity_; ++i) {
         if (values_[i] != nullptr)
             values[Probe(values_[i]->hashValue, capacity, isFree, never)] = values_[i];
     }
-    std::free(values_);
+    FreePlaces();
     values_ = values;
     capacity_ = capacity;
     return true;
+}
+
+void SharedTablePart::FreePlaces() noexcept {
+    if (values_ == few_)
+        std::fill(std::begin(few_), std::end(few_), nullptr);
+    else
+        std::free(values_);
 }
 
 void SharedTablePart::Forget(const Object* value) noexcept {
@@ -74,7 +82,7 @@ std::size_t SharedTablePart::Count() noexcept {
 
 std::size_t SharedTablePart::Capacity() noexcept {
     const std::lock_guard lock(mutex_);
-    return capacity_;
+    return values_ == few_ ? 0 : capacity_;
 }
 
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept {

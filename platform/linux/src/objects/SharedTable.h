@@ -42,11 +42,16 @@ private:
     bool MakeRoom() noexcept;
     void Shrink() noexcept;
     bool Resize(std::size_t capacity) noexcept;
+    void FreePlaces() noexcept;
+
+    // A table with few values has its places here, so that a short list costs no growing.
+    static constexpr std::size_t kFew = 16;
 
     std::mutex mutex_;
-    const Object** values_ = nullptr;
+    const Object* few_[kFew] = {};
+    const Object** values_ = few_;
     std::size_t count_ = 0;
-    std::size_t capacity_ = 0;
+    std::size_t capacity_ = kFew;
 };
 
 template<typename Matches, typename Make>
@@ -78,7 +83,7 @@ SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept;
 // Takes a value whose last reference went out of the table, before it is torn down.
 void ForgetSharedValue(const Object* value) noexcept;
 
-// The number of values in the table, dead ones included, and of the places it has.
+// The number of values in the table, dead ones included, and of the places that are allocated.
 struct SharedTableSize {
     std::size_t values;
     std::size_t places;

@@ -62,22 +62,35 @@ bool StandsBefore(const Pair& left, const Pair& right) noexcept {
     return leftHash != rightHash ? leftHash < rightHash : std::less<>()(left.key, right.key);
 }
 
-bool HasValues(const Dictionary* dictionary, std::span<const Pair> pairs) noexcept {
-    return std::ranges::equal(ValuesOfShared(dictionary), pairs, {}, {}, &Pair::value);
-}
-
-Dictionary* MakeDictionary(const Array* keys, std::span<const Pair> pairs) noexcept {
-    auto* dictionary = Allocate<Dictionary>((1 + pairs.size()) * sizeof(const Object*),
-                                            kSharedDictionary, pairs.size());
-    if (dictionary == nullptr)
-        return nullptr;
-    Retain(keys);
-    dictionary->slots[0] = keys;
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        Retain(pairs[i].value);
-        dictionary->slots[1 + i] = pairs[i].value;
-    }
-    return dictionary;
+// The dictionary of these keys and as many values, which valueAt(index) gives in their order.
+template<typename ValueAt>
+const Object* ShareDictionary(const Array* keys, ValueAt valueAt) noexcept {
+    const std::size_t count = keys->count;
+    WordHasher hasher;
+    hasher.Add(reinterpret_cast<std::uintptr_t>(keys));
+    for (std::size_t i = 0; i < count; ++i)
+        hasher.Add(reinterpret_cast<std::uintptr_t>(valueAt(i)));
+    const auto isSame = [&](const Dictionary* dictionary) {
+        std::size_t same = 0;
+        while (KeysOfShared(dictionary) == keys && same < count &&
+               ValuesOfShared(dictionary)[same] == valueAt(same))
+            ++same;
+        return KeysOfShared(dictionary) == keys && same == count;
+    };
+    const auto make = [&]() noexcept {
+        auto* dictionary =
+            Allocate<Dictionary>((1 + count) * sizeof(const Object*), kSharedDictionary, count);
+        if (dictionary == nullptr)
+            return dictionary;
+        Retain(keys);
+        dictionary->slots[0] = keys;
+        for (std::size_t i = 0; i < count; ++i) {
+            Retain(valueAt(i));
+            dictionary->slots[1 + i] = valueAt(i);
+        }
+        return dictionary;
+    };
+    return Share<Dictionary>(hasher.Value(), isSame, make);
 }
 
 } // namespace
@@ -126,15 +139,11 @@ const Object* SharedDictionary(std::span<Pair> pairs) noexcept {
         ShareArray(pairs.size(), [=](std::size_t index) { return pairs[index].key; }));
     if (!keys)
         return nullptr;
-    WordHasher hasher;
-    hasher.Add(reinterpret_cast<std::uintptr_t>(keys.Get()));
-    for (const Pair& pair : pairs)
-        hasher.Add(reinterpret_cast<std::uintptr_t>(pair.value));
-    const auto isSame = [&](const Dictionary* dictionary) {
-        return KeysOfShared(dictionary) == keys.Get() && HasValues(dictionary, pairs);
-    };
-    return Share<Dictionary>(hasher.Value(), isSame,
-                             [&] { return MakeDictionary(keys.Get(), pairs); });
+    return ShareDictionary(keys.Get(), [=](std::size_t index) { return pairs[index].value; });
+}
+
+const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values) noexcept {
+    return ShareDictionary(keys, [=](std::size_t index) { return values[index]; });
 }
 
 } // namespace cf

@@ -11,7 +11,7 @@
  * are borrowed, must themselves come from here (or be static), and are compared by identity.
  */
 
-#include "objects/Object.h"
+#include "objects/Array.h"
 
 #include <cstdint>
 #include <span>
@@ -35,6 +35,8 @@ struct Pair {
 };
 // No key twice. The order of the pairs is of no account; the call puts them into its own.
 const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
+// The same from the keys that another such dictionary has, and the values in their order.
+const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values) noexcept;
 
 } // namespace cf
 
