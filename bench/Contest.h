@@ -19,6 +19,8 @@ public:
 
     // The body is one run, and is repeated in a round until that takes a while.
     void Add(const std::string& name, std::function<void()> body);
+    // One that tells itself how many seconds it took.
+    void AddTimed(const std::string& name, std::function<double()> body);
 
     using Times = std::map<std::string, double>;
     Times Run();
@@ -26,7 +28,7 @@ public:
 private:
     const int rounds_;
     const Thread thread_;
-    std::map<std::string, std::function<void()>> bodies_;
+    std::map<std::string, std::function<double()>> bodies_;
 };
 
 } // namespace bench

@@ -5,6 +5,7 @@
 #include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
 
+#include <chrono>
 #include <stdexcept>
 
 namespace bench {
@@ -17,6 +18,14 @@ CFPropertyListRef CreateList(CFDataRef text) {
         throw std::runtime_error("a notification cannot be read");
     }
     return list;
+}
+
+void Gather(const UInt8* bytes, CFIndex length, ChangerNotificationSubscription* subscription) {
+    CFIndex used = 0;
+    if (HandleNotificationSocketData(bytes, length, &used, subscription) != nullptr ||
+        used != length) {
+        throw std::runtime_error("a notification cannot be delivered");
+    }
 }
 
 } // namespace
@@ -49,15 +58,15 @@ void Notification::Keep() const {
     CreateList(text_);
 }
 
-void Notification::Deliver() const {
+double Notification::Deliver() const {
     ChangerNotificationSubscription subscription = {};
     subscription.changerInfoCallBack = ChangerInfoNotificationCallBack;
-    CFIndex used = 0;
-    VErrLink* err = HandleNotificationSocketData(CFDataGetBytePtr(frame_), CFDataGetLength(frame_),
-                                                 &used, &subscription);
-    if (err != nullptr || used != CFDataGetLength(frame_)) {
-        throw std::runtime_error("a notification cannot be delivered");
-    }
+    const UInt8* bytes = CFDataGetBytePtr(frame_);
+    const CFIndex most = CFDataGetLength(frame_) - 1;
+    Gather(bytes, most, &subscription);
+    const auto start = std::chrono::steady_clock::now();
+    Gather(bytes + most, 1, &subscription);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 } // namespace bench

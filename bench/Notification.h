@@ -25,8 +25,9 @@ public:
     void Read() const;
     // Makes the list and keeps it for good.
     void Keep() const;
-    // From its last byte to the end of the callbacks, which keep it.
-    void Deliver() const;
+    // Gathers its bytes, reads it and calls back; it is kept. Returns the seconds from the last
+    // byte to the end of the callbacks.
+    double Deliver() const;
 
 private:
     CFDataRef text_;
