@@ -4,7 +4,7 @@
 /*
  * The names in one directory, in the file system's order: as scandir has them, but kept densely,
  * freed as they are used, and bounded. A directory is listed whole before its first name is used;
- * one whose listing breaks off has no names.
+ * one whose listing breaks off has no names. A thread's own.
  */
 
 #include <dirent.h>
@@ -34,6 +34,7 @@ int ListDirectoryNames(DIR* directory, DirectoryFilter filter, size_t* room, Dir
 /* It lasts until the next call; null at the end. */
 const char* TakeDirectoryName(DirectoryNames* names);
 
+/* Frees those that are left. */
 void FreeDirectoryNames(DirectoryNames* names);
 
 #endif

@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr unsigned k_levelsKeptOpen = 62; // below the top
+constexpr unsigned k_levelsKeptOpen = 62; // the top is one of them
 
 size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name) {
     size_t nameAt = length;
@@ -21,8 +21,8 @@ size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name) 
 
 // ---- opening ----
 
-static int Open(int folder, const char* name, int flags, DIR** stream) {
-    const int descriptor = openat(folder, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
+static int Open(int folder, const char* name, DIR** stream) {
+    const int descriptor = openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     *stream = descriptor >= 0 ? fdopendir(descriptor) : nullptr;
     const int error = *stream == nullptr ? errno : 0;
     if (descriptor >= 0 && error != 0)
@@ -40,20 +40,20 @@ static bool HasIdentity(const WalkedDirectory* directory, const struct stat& sta
     return directory->inode == status.st_ino && directory->device == status.st_dev;
 }
 
+// The one place where a link is followed: a mount path may be one.
 static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
-    int error = Open(AT_FDCWD, walk->path, 0, &top->stream);
+    top->stream = opendir(walk->path);
     struct stat status = {};
-    if (error == 0 && fstat(dirfd(top->stream), &status) != 0)
-        error = errno;
+    const int error = top->stream == nullptr || fstat(dirfd(top->stream), &status) != 0 ? errno : 0;
     top->device = status.st_dev;
     top->inode = status.st_ino;
     return error;
 }
 
-// From here on the deep parent is not needed until the child was walked.
+// From here on a deep parent is not needed until the child was walked.
 static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
     const int error =
-        Open(dirfd(child->parent->stream), walk->path + child->nameAt, O_NOFOLLOW, &child->stream);
+        Open(dirfd(child->parent->stream), walk->path + child->nameAt, &child->stream);
     if (error == 0 && child->parent->level >= k_levelsKeptOpen)
         Close(child->parent);
     return error;
@@ -61,7 +61,7 @@ static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
 
 // What stands at its path by now may be another.
 static int OpenAgain(const DirectoryWalk* walk, WalkedDirectory* directory) {
-    int error = Open(AT_FDCWD, walk->path, O_NOFOLLOW, &directory->stream);
+    int error = Open(AT_FDCWD, walk->path, &directory->stream);
     struct stat status = {};
     if (error == 0 && fstat(dirfd(directory->stream), &status) != 0)
         error = errno;

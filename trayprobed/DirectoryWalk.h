@@ -2,10 +2,10 @@
 #define TRAYPROBED_DIRECTORYWALK_H
 
 /*
- * A walk down a directory tree and back, by open directories: what was looked at is what is
- * entered, links are not followed, and no path is looked up again from the root. At most 63
- * directories are kept open, one more for a moment; a deeper one is opened for each directory
- * below it, and its parent again by path on the way back.
+ * A walk down a directory tree and back, by open directories: links are not followed, and no path
+ * is looked up again from the root. At most 63 directories are kept open, one more for a moment;
+ * beyond that, a directory is closed while the walk is below it, and opened again by path for what
+ * it has left.
  *
  * A walker lists each directory whole when it enters it, then goes from one of its subdirectories
  * to the next, each on a frame of the walker's own stack:
@@ -14,6 +14,8 @@
  *     while (FindSubdirectory(walk, here, &child))
  *         ... the walker itself, for the child ...
  *     LeaveDirectory(here);
+ *
+ * A walk is a thread's own, and stays where it is in memory as long as it goes on.
  */
 
 #include "trayprobed/DirectoryNames.h"
@@ -44,12 +46,14 @@ struct WalkedDirectory {
 };
 
 /* Appends a slash, unless the path ends in one, and the name; cut silently. Returns where the name
-   begins. The path is not empty. */
+   begins. */
 size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name);
 
+/* The top is followed if it is a link. Nothing is opened yet. */
 void BeginWalk(DirectoryWalk* walk, const char* path, DirectoryFilter filter, WalkedDirectory* top);
 
-/* Opens and lists it, while the walk's path is its own; its error tells how that went. */
+/* Opens and lists it, while the walk's path is its own; its error tells how that went. However it
+   went, LeaveDirectory follows. */
 void EnterDirectory(DirectoryWalk* walk, WalkedDirectory* directory);
 
 /* The next subdirectory, whose path the walk's becomes; at the end false, and the path is the

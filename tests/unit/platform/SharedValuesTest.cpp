@@ -1,5 +1,6 @@
 #include "Held.h"
 
+#include "lists/DictionaryShape.h"
 #include "objects/SharedTable.h"
 #include "objects/SharedValues.h"
 
@@ -255,6 +256,58 @@ TEST_F(SharedValues, AreOneObjectWhileThreadsMakeAndDropThem) {
         threads.emplace_back(work);
     threads.clear();
     EXPECT_EQ(mismatches, 0);
+}
+
+// ---- the shape of a dictionary ----
+
+TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
+    const Value first = String("first");
+    const Value second = String("second");
+    const cf::Object* yes = cf::AsObject(kCFBooleanTrue);
+    const cf::Object* no = cf::AsObject(kCFBooleanFalse);
+    const std::vector<cf::Pair> written = {{cf::AsObject(first), yes}, {cf::AsObject(second), no}};
+    cf::DictionaryShape shape;
+    EXPECT_FALSE(shape.Fits(written));
+    EXPECT_EQ(shape.FindKey(0, "first"), nullptr);
+
+    std::vector<cf::Pair> pairs = written;
+    const Value dictionary(shape.ShareAndLearn(pairs));
+    EXPECT_EQ(shape.FindKey(0, "first"), cf::AsObject(first));
+    EXPECT_EQ(shape.FindKey(1, "second"), cf::AsObject(second));
+    EXPECT_EQ(shape.FindKey(1, "first"), nullptr);
+    EXPECT_EQ(shape.FindKey(2, "first"), nullptr);
+    EXPECT_TRUE(shape.Fits(written));
+    EXPECT_FALSE(shape.Fits({}));
+    EXPECT_EQ(Value(shape.Share(written)).operator CFTypeRef(), dictionary.operator CFTypeRef());
+
+    pairs = {{cf::AsObject(first), no}, {cf::AsObject(second), yes}};
+    const Value other(shape.Share(pairs));
+    EXPECT_EQ(
+        other.operator CFTypeRef(),
+        Dictionary({{first, kCFBooleanFalse}, {second, kCFBooleanTrue}}).operator CFTypeRef());
+
+    pairs = {{cf::AsObject(second), no}, {cf::AsObject(first), yes}};
+    EXPECT_FALSE(shape.Fits(pairs));
+    EXPECT_EQ(Value(shape.ShareAndLearn(pairs)).operator CFTypeRef(),
+              dictionary.operator CFTypeRef());
+    EXPECT_EQ(shape.FindKey(0, "second"), cf::AsObject(second));
+}
+
+TEST_F(SharedValues, ADictionaryOfManyKeysIsNoShape) {
+    std::vector<Value> keys;
+    std::vector<cf::Pair> pairs;
+    for (std::size_t i = 0; i <= cf::DictionaryShape::kMostKeys; ++i) {
+        keys.push_back(String(std::to_string(i)));
+        pairs.push_back({cf::AsObject(keys.back()), cf::AsObject(kCFBooleanTrue)});
+    }
+    cf::DictionaryShape shape;
+    std::vector<cf::Pair> written = pairs;
+    const Value many(shape.ShareAndLearn(written));
+    EXPECT_FALSE(shape.Fits(pairs));
+    pairs.pop_back();
+    written = pairs;
+    const Value fewer(shape.ShareAndLearn(written));
+    EXPECT_TRUE(shape.Fits(pairs));
 }
 
 } // namespace

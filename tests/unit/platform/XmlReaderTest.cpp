@@ -27,10 +27,12 @@ std::string NameOf(const testing::TestParamInfo<Row>& info) {
     return info.param.name;
 }
 
-std::string Nested(int levels, std::string_view opening, std::string_view closing) {
+std::string Nested(int levels, std::string_view opening, std::string_view closing,
+                   std::string_view innermost = "") {
     std::string xml;
     for (int i = 0; i < levels; ++i)
         xml += opening;
+    xml += innermost;
     for (int i = 0; i < levels; ++i)
         xml += closing;
     return xml;
@@ -473,6 +475,8 @@ TEST(XmlReader, WhatStandsBeforeADictionaryChangesNothingInIt) {
         "<key>&amp;amp;</key><true/><key>b</key><false/>",
         "<key>a</key><dict><key>a</key><true/></dict><key>b</key><false/>",
         "<key>a</key><array><dict><key>b</key><true/></dict></array><key>b</key><false/>",
+        "<key>a</key>" + Nested(12, "<dict><key>a</key>", "</dict>", "<true/>"),
+        "<key>a</key>" + Nested(12, "<dict><key>b</key><true/><key>a</key>", "</dict>", "<true/>"),
         ManyKeys(31),
         ManyKeys(32),
         ManyKeys(33),

@@ -14,13 +14,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace cf {
 
 class DictionaryShape {
 public:
-    // The key that was written there, borrowed, if this is its text as written; else nullptr.
-    const Object* FindKey(std::size_t index, const char* text) const noexcept;
+    // Up to so many keys, comparing each with all others is cheaper than sorting them.
+    static constexpr std::size_t kMostKeys = 32;
+
+    // The key that was written there, borrowed, if it has that text; else nullptr.
+    const Object* FindKey(std::size_t index, std::string_view text) const noexcept;
 
     bool Fits(std::span<const Pair> pairs) const noexcept;
     // SharedDictionary of pairs that fit.
@@ -30,15 +34,10 @@ public:
     const Object* ShareAndLearn(std::span<Pair> pairs) noexcept;
 
 private:
-    void Learn(std::span<const Pair> sorted, const Object* dictionary) noexcept;
-
-    // Learning compares each key with all others.
-    static constexpr std::size_t kMostKeys = 32;
-
     std::size_t count_ = 0;
-    std::array<Owned<const Object>, kMostKeys> keys_; // as written
-    std::array<std::uint8_t, kMostKeys> places_;      // of the keys among the sorted ones
-    Owned<const Dictionary> last_;                    // null when there is none to be like
+    std::array<const Object*, kMostKeys> keys_;  // as written; borrowed from who reads the list
+    std::array<std::uint8_t, kMostKeys> places_; // of the keys among the sorted ones
+    Owned<const Dictionary> last_;               // null when there is none to be like
 };
 
 } // namespace cf

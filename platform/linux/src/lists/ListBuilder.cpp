@@ -36,9 +36,6 @@ Value CreateMutableDictionary(std::span<const Pair> pairs) {
     return result;
 }
 
-// Up to here comparing each key with all others is cheaper than sorting them.
-constexpr std::size_t kFewPairs = 16;
-
 bool AnyKeyTwice(std::span<const Pair> pairs) noexcept {
     for (std::size_t i = 1; i < pairs.size(); ++i)
         for (std::size_t k = 0; k < i; ++k)
@@ -83,21 +80,16 @@ DictionaryShape& ListBuilder::Shape() {
 }
 
 void ListBuilder::AddKey(std::string_view text) {
-    AddKey(Created(SharedString(text)));
-}
-
-bool ListBuilder::AddExpectedKey(const char* text) {
     const Object* expected = Shape().FindKey(pairs_.size() - begins_.back(), text);
-    if (expected == nullptr)
-        return false;
-    pairs_.push_back({expected, nullptr});
-    Retain(expected);
-    return true;
+    if (expected != nullptr)
+        pairs_.push_back({expected, nullptr});
+    else
+        AddKey(Created(SharedString(text)));
 }
 
 void ListBuilder::AddKey(Value key) {
-    pairs_.push_back({key.Get(), nullptr});
-    key.Detach();
+    keys_.push_back(std::move(key));
+    pairs_.push_back({keys_.back().Get(), nullptr});
 }
 
 void ListBuilder::AddValue(Value value) {
@@ -129,7 +121,6 @@ void ListBuilder::DropMembers(std::size_t begin) noexcept {
 
 void ListBuilder::DropPairs(std::size_t begin) noexcept {
     while (pairs_.size() > begin) {
-        Release(pairs_.back().key);
         if (pairs_.back().value != nullptr)
             Release(pairs_.back().value);
         pairs_.pop_back();
@@ -139,7 +130,7 @@ void ListBuilder::DropPairs(std::size_t begin) noexcept {
 // Keys are shared strings: equal ones are one object. The order of the pairs is of no account.
 void ListBuilder::KeepLastOfEachKey(std::size_t begin) {
     const auto pairs = std::span(pairs_).subspan(begin);
-    if (pairs.size() <= kFewPairs && !AnyKeyTwice(pairs))
+    if (pairs.size() <= DictionaryShape::kMostKeys && !AnyKeyTwice(pairs))
         return;
     const auto byKey = [](const Pair& first, const Pair& second) {
         return std::less<>()(first.key, second.key);

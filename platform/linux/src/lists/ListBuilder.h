@@ -53,8 +53,6 @@ public:
     void BeginDictionary();
     // A key that comes again replaces the earlier value. The text is valid UTF-8.
     void AddKey(std::string_view text);
-    // Adds the key that the last dictionary had there, if this raw text is plainly the same.
-    bool AddExpectedKey(const char* text);
     void AddKey(Value key);
     void AddValue(Value value); // of the last key
     Value EndDictionary();
@@ -68,10 +66,11 @@ private:
     DictionaryShape& Shape();
 
     const bool mutable_;
-    std::vector<const Object*> members_;  // owned
-    Value lastArray_;                     // immutable
-    std::vector<Pair> pairs_;             // owned; the last one's value may be missing
-    std::vector<std::size_t> begins_;     // of the unfinished dictionaries, among the pairs
+    std::vector<const Object*> members_; // owned
+    Value lastArray_;                    // immutable
+    std::vector<Pair> pairs_;         // keys borrowed, values owned, the last one's maybe missing
+    std::vector<Value> keys_;         // each that was looked up; pairs and shapes borrow them
+    std::vector<std::size_t> begins_; // of the unfinished dictionaries, among the pairs
 
     // Of the last dictionary at each level. Deep ones, which are rare, share one.
     std::array<DictionaryShape, 8> shapes_;

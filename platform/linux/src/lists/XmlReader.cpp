@@ -12,7 +12,6 @@
 #include <cstring>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace cf {
 
@@ -20,6 +19,7 @@ namespace {
 
 enum class Tag { Key, String, Integer, Dict, True, False, Array, Data, Real, Date, Plist, Unknown };
 
+// In line, because it is asked for each element.
 bool Is(const char* name, const char* text) {
     while (*name == *text && *text != '\0') {
         ++name;
@@ -79,7 +79,6 @@ private:
     Value ReadDictionary(pugi::xml_node dictionary, int depth);
     template<typename Use>
     auto ReadText(pugi::xml_node element, Use use);
-    void ReadKey(pugi::xml_node element);
     Value ReadString(pugi::xml_node element);
     Value ReadBoolean(pugi::xml_node element, CFBooleanRef value);
     Value ReadNumber(pugi::xml_node element);
@@ -181,7 +180,7 @@ Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
             RefuseAt(tree_.At(node), "Found non-key inside <dict> at line ");
         pugi::xml_node value = node.next_sibling();
         const bool hasValue = SkipToElement(value);
-        ReadKey(node);
+        ReadText(node, [this](std::string_view text) { builder_.AddKey(text); });
         if (!hasValue)
             RefuseAt(tree_.At(node), "Value missing for key inside <dict> at line ");
         builder_.AddValue(ReadValue(value, depth + 1));
@@ -189,13 +188,6 @@ Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
     }
     RefuseBreakIn(dictionary);
     return builder_.EndDictionary();
-}
-
-void XmlReader::ReadKey(pugi::xml_node element) {
-    RefuseBreakIn(element);
-    if (!element.first_child() && builder_.AddExpectedKey(element.value()))
-        return;
-    ReadText(element, [this](std::string_view text) { builder_.AddKey(text); });
 }
 
 Value XmlReader::ReadString(pugi::xml_node element) {

@@ -1,6 +1,7 @@
 #include "objects/SharedTable.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdlib>
 #include <iterator>
 
@@ -33,7 +34,8 @@ void SharedTablePart::Shrink() noexcept {
 }
 
 bool SharedTablePart::Resize(std::size_t capacity) noexcept {
-    const bool areFew = capacity <= kFew;
+    const bool areFew = capacity <= kFew; // only when there are more now
+    assert(!areFew || values_ != few_);
     const Object** values = few_;
     if (!areFew)
         values = static_cast<const Object**>(std::calloc(capacity, sizeof(const Object*)));
@@ -61,8 +63,6 @@ void SharedTablePart::FreePlaces() noexcept {
 
 void SharedTablePart::Forget(const Object* value) noexcept {
     const std::lock_guard lock(mutex_);
-    if (count_ == 0)
-        return; // replaced, and its successor went already
     const std::size_t place = Probe(value->hashValue, capacity_, IsFree(),
                                     [&](std::size_t at) { return values_[at] == value; });
     if (values_[place] == nullptr)

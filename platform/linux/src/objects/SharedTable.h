@@ -45,7 +45,7 @@ private:
     void FreePlaces() noexcept;
 
     // A table with few values has its places here, so that a short list costs no growing.
-    static constexpr std::size_t kFew = 16;
+    static constexpr std::size_t kFew = 16; // a power of two
 
     std::mutex mutex_;
     const Object* few_[kFew] = {};

@@ -71,11 +71,12 @@ const Object* ShareDictionary(const Array* keys, ValueAt valueAt) noexcept {
     for (std::size_t i = 0; i < count; ++i)
         hasher.Add(reinterpret_cast<std::uintptr_t>(valueAt(i)));
     const auto isSame = [&](const Dictionary* dictionary) {
+        if (KeysOfShared(dictionary) != keys)
+            return false;
         std::size_t same = 0;
-        while (KeysOfShared(dictionary) == keys && same < count &&
-               ValuesOfShared(dictionary)[same] == valueAt(same))
+        while (same < count && ValuesOfShared(dictionary)[same] == valueAt(same))
             ++same;
-        return KeysOfShared(dictionary) == keys && same == count;
+        return same == count;
     };
     const auto make = [&]() noexcept {
         auto* dictionary =
