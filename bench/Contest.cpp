@@ -3,8 +3,8 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <future>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 namespace bench {
@@ -74,11 +74,7 @@ Contest::Times Contest::Run() {
     }
     MedianReporter reporter;
     const auto run = [&reporter] { benchmark::RunSpecifiedBenchmarks(&reporter); };
-    if (thread_ == Thread::Another) {
-        std::thread(run).join();
-    } else {
-        run();
-    }
+    std::async(thread_ == Thread::Another ? std::launch::async : std::launch::deferred, run).get();
     benchmark::ClearRegisteredBenchmarks();
     if (reporter.Times().size() != bodies_.size()) {
         throw std::runtime_error("not every contender has a time");

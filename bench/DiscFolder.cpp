@@ -9,7 +9,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kSubdirectories = 3; // of each directory, which makes five levels
+constexpr int kSubdirectories = 3; // of each directory, which makes six levels
 
 void MakeDirectory(const fs::path& path) {
     fs::create_directory(path);

@@ -1,6 +1,7 @@
 #include "Figures.h"
 
 #include "Contest.h"
+#include "InOrder.h"
 #include "Notification.h"
 #include "ProcessorTime.h"
 #include "Shelf.h"
@@ -108,12 +109,13 @@ void MeasureAtOnce(Report& report) {
         server.Await("identified");
     }
     const stage::Footprint after = scene.TheDaemon().AwaitFootprintWithin(before);
-    const auto lost = server.AllSoFar("request").size() - server.AllSoFar("reply").size();
+    const auto requests = static_cast<double>(server.AllSoFar("request").size());
+    const auto replies = static_cast<double>(server.AllSoFar("reply").size());
 
     report.AddAtLeast("64 identifications and 16 builds at once: threads for them", 80,
-                      static_cast<double>(most - before.threads), "", "");
-    report.AddAtMost("their requests without a reply", 0, static_cast<double>(lost), "",
-                     std::to_string(server.AllSoFar("request").size()) + " requests");
+                      static_cast<double>(most) - static_cast<double>(before.threads), "", "");
+    report.AddAtMost("their requests without a reply", 0, requests - replies, "",
+                     InUnits(requests, "requests"));
     report.AddAtMost("threads more than before, when all is done", 0,
                      static_cast<double>(after.threads) - static_cast<double>(before.threads), "",
                      "");
@@ -121,7 +123,7 @@ void MeasureAtOnce(Report& report) {
                      static_cast<double>(after.descriptors.size()) -
                          static_cast<double>(before.descriptors.size()),
                      "", "");
-    scene.End();
+    EndInOrder(scene);
 }
 
 // ---- one after the other ----
@@ -161,15 +163,15 @@ Cost IdentifyDiscs(const std::string& mount) {
     server.Await("disconnect", {{"connection", last["connection"]}});
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
     const Cost cost = {passed.count(), ProcessorTimeOf(daemon) - before};
-    scene.End();
+    EndInOrder(scene);
     return cost;
 }
 
 void MeasureOneAfterTheOther(Report& report) {
     const Cost listed = IdentifyDiscs(" mount=/tmp/carousel");
     const Cost unlisted = IdentifyDiscs("");
-    report.AddUnjudged("a changer of 100 discs: identified in a second", kDiscs / listed.seconds,
-                       "",
+    report.AddUnjudged("a changer of 100 discs: discs identified per second",
+                       kDiscs / listed.seconds, "",
                        "without a file system to list " + InUnits(kDiscs / unlisted.seconds, ""));
     report.AddAtMost("processor time for a disc without its walk", 1,
                      unlisted.processor * 1e3 / kDiscs, "ms",
@@ -180,9 +182,10 @@ void MeasureOneAfterTheOther(Report& report) {
 
 void MeasureGrowth(Report& report) {
     report.BeginSection("Growth",
-                        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, in this "
+                        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, which "
+                        "have not changed, in this "
                         "process; identifications and builds by the daemon as installed, with the "
-                        "simulator, whose robot takes no time.");
+                        "simulator, whose robot takes no time, once each.");
     MeasureNotificationGrowth(report);
     MeasureAtOnce(report);
     MeasureOneAfterTheOther(report);

@@ -40,6 +40,18 @@ void KnowChangers(const Shelf& shelf) {
     }
 }
 
+void RequireKept(const Shelf& shelf) {
+    const auto slots = shelf.CountDiscs() / shelf.CountChangers();
+    SInt32 identified = 0;
+    SInt32 hasFileSystem = 0;
+    if (MediaHasMountablePartitions(Shelf::GuidOf(shelf.CountChangers() - 1),
+                                    static_cast<UInt16>(slots - 1), &identified,
+                                    &hasFileSystem) != nullptr ||
+        !identified || !hasFileSystem) {
+        throw std::runtime_error("a notification was not kept");
+    }
+}
+
 Notification::Notification(const std::string& text)
     : text_(CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                          static_cast<CFIndex>(text.size()))),
@@ -66,7 +78,8 @@ double Notification::Deliver() const {
     Gather(bytes, most, &subscription);
     const auto start = std::chrono::steady_clock::now();
     Gather(bytes + most, 1, &subscription);
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const auto end = std::chrono::steady_clock::now();
+    return std::chrono::duration<double>(end - start).count();
 }
 
 } // namespace bench

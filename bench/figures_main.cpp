@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,12 @@ constexpr Section kSections[] = {{"notifications", bench::MeasureNotifications},
 
 void Measure(const std::vector<std::string>& names) {
     bench::Report report;
+    for (const std::string& name : names) {
+        if (std::ranges::none_of(kSections,
+                                 [&](const Section& each) { return name == each.name; })) {
+            throw std::invalid_argument("there is no section " + name);
+        }
+    }
     for (const Section& section : kSections) {
         if (names.empty() || std::ranges::find(names, section.name) != names.end()) {
             section.measure(report);
