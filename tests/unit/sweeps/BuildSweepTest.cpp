@@ -18,6 +18,7 @@ protected:
         AddChanger(kSweptChanger);
     }
 
+    void ExpectWalkIsDoneOrTold();
     static void Start() {
         EXPECT_EQ(TakeChain(StartChangerFSCache(kSweptChanger)), Chain());
     }
@@ -28,7 +29,7 @@ bool MayBeSilent(const Fault& fault) {
     return fault.function == "fstatat";
 }
 
-TEST_F(BuildSweep, AWalkIsDoneOrTold) {
+void BuildSweep::ExpectWalkIsDoneOrTold() {
     VErrLink* err = nullptr;
     Report(SweepFaults(
         [&] { err = CacheFSDirectory(kSweptChanger, tree_.Root().c_str(), 1, nullptr); },
@@ -38,6 +39,20 @@ TEST_F(BuildSweep, AWalkIsDoneOrTold) {
             ExpectSound(fault, done);
             EXPECT_EQ(done, !fault.happened || MayBeSilent(fault)) << fault.what;
         }));
+}
+
+TEST_F(BuildSweep, AWalkIsDoneOrTold) {
+    ExpectWalkIsDoneOrTold();
+}
+
+// So deep that it does not keep all open.
+TEST_F(BuildSweep, ADeepWalkIsDoneOrTold) {
+    std::string path = "disc";
+    for (int level = 0; level < 65; ++level) {
+        tree_.MakeDirectory(path + "/b");
+        tree_.MakeDirectory(path += "/a");
+    }
+    ExpectWalkIsDoneOrTold();
 }
 
 // Memory that is out when the flag is to be cleared leaves it set; the changer is then built again

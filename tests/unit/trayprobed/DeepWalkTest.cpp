@@ -2,6 +2,8 @@
 
 #include "MountedChanger.h"
 
+#include "trayprobed/DirectoryWalk.h"
+
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -124,6 +126,23 @@ TEST_F(DeepWalk, ALinkThatTookItsPlaceIsNotFollowed) {
     });
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_THAT(log_.TakeWithoutLineNumbers(), testing::Contains(Logged(kClosed, ENOTDIR)));
+    Journal::Take();
+}
+
+TEST_F(DeepWalk, NamesBeyondTheRoomAreAFailedListing) {
+    for (int i = 0; i < 20; ++i)
+        tree_.MakeDirectory("a/" + std::string(250, 'x') + std::to_string(i));
+    constexpr std::size_t kRoom = 4096;
+    DirectoryWalk walk;
+    WalkedDirectory top;
+    WalkedDirectory child;
+    BeginWalk(&walk, tree_.Path("a").c_str(), ShouldCacheItem, &top);
+    walk.room = kRoom;
+    EnterDirectory(&walk, &top);
+    EXPECT_EQ(top.error, ENOMEM);
+    EXPECT_FALSE(FindSubdirectory(&walk, &top, &child));
+    LeaveDirectory(&top);
+    EXPECT_EQ(walk.room, kRoom);
     Journal::Take();
 }
 

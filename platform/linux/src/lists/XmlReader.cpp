@@ -94,6 +94,20 @@ private:
     ListBuilder& builder_;
 };
 
+// Goes on from the node to the next one that is an element, if it is none itself; false when there
+// is no more.
+inline bool XmlReader::SkipToElement(pugi::xml_node& node) const {
+    while (true) {
+        const pugi::xml_node_type type = node.type();
+        if (type == pugi::node_element)
+            return true;
+        if (type == pugi::node_null)
+            return false;
+        RefuseUnlessRemark(node, type);
+        node = node.next_sibling();
+    }
+}
+
 // The element around a list is no level of it.
 Value XmlReader::Read() {
     for (const pugi::xml_node node : tree_.Document()) {
@@ -229,17 +243,6 @@ pugi::xml_node XmlReader::FirstChild(pugi::xml_node container, int depth) const 
         RefuseText(tree_.Content(container), "Encountered unexpected character ", " on line ",
                    " while looking for open tag");
     return container.first_child();
-}
-
-// Goes on from the node to the next one that is an element, if it is none itself; false when there
-// is no more.
-bool XmlReader::SkipToElement(pugi::xml_node& node) const {
-    pugi::xml_node_type type = node.type();
-    for (; type != pugi::node_element && type != pugi::node_null; type = node.type()) {
-        RefuseUnlessRemark(node, type);
-        node = node.next_sibling();
-    }
-    return type == pugi::node_element;
 }
 
 // Only comments and instructions may stand between elements.
