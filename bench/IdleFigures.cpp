@@ -41,6 +41,7 @@ std::vector<std::string> TraceFor(stage::Record& record, pid_t process, seconds 
     std::this_thread::sleep_for(time);
     strace.Signal(SIGINT);
     strace.AwaitEnd();
+    record.Forget(stage::Voice::Helper);
     std::ifstream told(file);
     std::vector<std::string> lines;
     for (std::string line; std::getline(told, line);) {
