@@ -268,14 +268,15 @@ TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
     const std::vector<cf::Pair> written = {{cf::AsObject(first), yes}, {cf::AsObject(second), no}};
     cf::DictionaryShape shape;
     EXPECT_FALSE(shape.Fits(written));
-    EXPECT_EQ(shape.FindKey(0, "first"), nullptr);
+    EXPECT_EQ(shape.KeyText(0), "");
 
     std::vector<cf::Pair> pairs = written;
     const Value dictionary(shape.ShareAndLearn(pairs));
-    EXPECT_EQ(shape.FindKey(0, "first"), cf::AsObject(first));
-    EXPECT_EQ(shape.FindKey(1, "second"), cf::AsObject(second));
-    EXPECT_EQ(shape.FindKey(1, "first"), nullptr);
-    EXPECT_EQ(shape.FindKey(2, "first"), nullptr);
+    EXPECT_EQ(shape.KeyText(0), "first");
+    EXPECT_EQ(shape.Key(0), cf::AsObject(first));
+    EXPECT_EQ(shape.KeyText(1), "second");
+    EXPECT_EQ(shape.Key(1), cf::AsObject(second));
+    EXPECT_EQ(shape.KeyText(2), "");
     EXPECT_TRUE(shape.Fits(written));
     EXPECT_FALSE(shape.Fits({}));
     EXPECT_EQ(Value(shape.Share(written)).operator CFTypeRef(), dictionary.operator CFTypeRef());
@@ -290,7 +291,7 @@ TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
     EXPECT_FALSE(shape.Fits(pairs));
     EXPECT_EQ(Value(shape.ShareAndLearn(pairs)).operator CFTypeRef(),
               dictionary.operator CFTypeRef());
-    EXPECT_EQ(shape.FindKey(0, "second"), cf::AsObject(second));
+    EXPECT_EQ(shape.Key(0), cf::AsObject(second));
 }
 
 TEST_F(SharedValues, ADictionaryOfManyKeysIsNoShape) {

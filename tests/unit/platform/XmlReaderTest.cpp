@@ -172,6 +172,17 @@ const Row kTexts[] = {
      "Encountered unexpected character b on line 1 while looking for close tag"},
     {"InstructionInString", "<string><?b?>a</string>",
      "Encountered unexpected character ? on line 1 while looking for close tag"},
+    {"CommentInExpectedKey",
+     "<array><dict><key>a</key><true/></dict><dict><key>a<!-- c --></key><true/></dict></array>",
+     "Encountered improper CDATA opening at line 1"},
+    {"ElementInExpectedKey",
+     "<array><dict><key>a</key><true/></dict><dict><key>a<b/></key><true/></dict></array>",
+     "Encountered unexpected character b on line 1 while looking for close tag"},
+    {"ExpectedKeyCut", "<array><dict><key>a</key><true/></dict><dict><key>a",
+     "Encountered unexpected EOF"},
+    {"ExpectedKeyWrongClose",
+     "<array><dict><key>a</key><true/></dict><dict><key>a</kex><true/></dict></array>",
+     "Close tag on line 1 does not match open tag key"},
 };
 INSTANTIATE_TEST_SUITE_P(Texts, XmlReaderRefuses, testing::ValuesIn(kTexts), NameOf);
 
@@ -445,6 +456,47 @@ TEST(XmlReader, SurvivesAnyChangedByte) {
             EXPECT_NE(static_cast<bool>(result.list), !result.error.empty()) << i;
             EXPECT_NE(result.error, "(none)") << i;
         }
+    }
+}
+
+// ---- long texts, which are checked by pieces ----
+
+constexpr std::size_t kPiece = std::size_t{16} << 10;
+
+// A string whose n-th byte of all is the first of the text.
+std::string StringFrom(std::size_t n, const std::string& text) {
+    const std::string opening = "<string>";
+    return opening + std::string(n - opening.size(), 'a') + text + "</string>";
+}
+
+TEST(XmlReader, ACharacterMayLieAcrossTwoPieces) {
+    const std::string texts[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"};
+    for (const std::string& text : texts) {
+        for (std::size_t before = 0; before <= text.size(); ++before) {
+            const std::string xml = StringFrom(kPiece - before, text);
+            EXPECT_EQ(WriteBody(ReadList(xml).list.Get()), xml + "\n") << text << before;
+        }
+    }
+}
+
+TEST(XmlReader, NoFaultIsHiddenBetweenTwoPieces) {
+    const std::string faults[] = {"\xC3", "\x82", "\xE2\x82", "\xF0\x9F\x98\xC3\xA9",
+                                  "\x80\x80\x80\x80\x80"};
+    for (const std::string& fault : faults) {
+        for (std::size_t before = 0; before <= fault.size(); ++before)
+            EXPECT_EQ(ReadList(StringFrom(kPiece - before, fault)).error,
+                      "Unable to convert string to correct encoding")
+                << before;
+    }
+}
+
+TEST(XmlReader, WhatFollowsANulIsCheckedAndElseOfNoAccount) {
+    for (const std::size_t place : {kPiece - 1, kPiece, kPiece + 1}) {
+        const std::string xml = StringFrom(place - 9, "") + "\0<"s;
+        const std::string behind(kPiece, 'b');
+        EXPECT_TRUE(ReadList(xml + behind).list) << place;
+        EXPECT_EQ(ReadList(xml + behind + "\xFF").error,
+                  "Unable to convert string to correct encoding");
     }
 }
 

@@ -6,10 +6,14 @@
 
 namespace cf {
 
-const Object* DictionaryShape::FindKey(std::size_t index, std::string_view text) const noexcept {
-    const bool fits = index < count_ && TextOf(static_cast<const String*>(keys_[index])) == text;
-    return fits ? keys_[index] : nullptr;
+namespace {
+
+std::string_view PlainText(const Object* key) noexcept {
+    const std::string_view text = TextOf(static_cast<const String*>(key));
+    return text.find('&') == text.npos ? text : std::string_view();
 }
+
+} // namespace
 
 bool DictionaryShape::Fits(std::span<const Pair> pairs) const noexcept {
     return last_ && std::ranges::equal(pairs, std::span(keys_).first(count_), {}, &Pair::key);
@@ -35,8 +39,10 @@ const Object* DictionaryShape::ShareAndLearn(std::span<Pair> pairs) noexcept {
     count_ = 0;
     if (pairs.size() > kMostKeys)
         return SharedDictionary(pairs);
-    for (const Pair& pair : pairs)
+    for (const Pair& pair : pairs) {
+        texts_[count_] = PlainText(pair.key);
         keys_[count_++] = pair.key;
+    }
     const auto* dictionary = static_cast<const Dictionary*>(SharedDictionary(pairs));
     for (std::size_t i = 0; dictionary != nullptr && i < count_; ++i) {
         const auto place = std::ranges::find(pairs, keys_[i], &Pair::key);

@@ -46,6 +46,14 @@ bool AnyKeyTwice(std::span<const Pair> pairs) noexcept {
 
 } // namespace
 
+// So that most lists need not grow them.
+ListBuilder::ListBuilder(bool mutableContainers) : mutable_(mutableContainers) {
+    members_.reserve(64);
+    pairs_.reserve(64);
+    keys_.reserve(32);
+    begins_.reserve(8);
+}
+
 ListBuilder::~ListBuilder() {
     DropMembers(0);
     DropPairs(0);
@@ -75,21 +83,13 @@ void ListBuilder::BeginDictionary() {
     begins_.push_back(pairs_.size());
 }
 
-DictionaryShape& ListBuilder::Shape() {
-    return shapes_[std::min(begins_.size(), shapes_.size()) - 1];
-}
-
 void ListBuilder::AddKey(std::string_view text) {
-    const Object* expected = Shape().FindKey(pairs_.size() - begins_.back(), text);
-    if (expected != nullptr)
-        pairs_.push_back({expected, nullptr});
-    else
-        AddKey(Created(SharedString(text)));
+    AddKey(Created(SharedString(text)));
 }
 
 void ListBuilder::AddKey(Value key) {
     keys_.push_back(std::move(key));
-    pairs_.push_back({keys_.back().Get(), nullptr});
+    pairs_.emplace_back().key = keys_.back().Get();
 }
 
 void ListBuilder::AddValue(Value value) {
@@ -105,11 +105,12 @@ Value ListBuilder::EndDictionary() {
 }
 
 Value ListBuilder::ShareDictionary(std::size_t begin) {
-    if (!mutable_ && Shape().Fits(std::span(pairs_).subspan(begin)))
-        return Created(Shape().Share(std::span(pairs_).subspan(begin)));
+    DictionaryShape& shape = shapes_[Level()];
+    if (!mutable_ && shape.Fits(std::span(pairs_).subspan(begin)))
+        return Created(shape.Share(std::span(pairs_).subspan(begin)));
     KeepLastOfEachKey(begin);
     const auto pairs = std::span(pairs_).subspan(begin);
-    return mutable_ ? CreateMutableDictionary(pairs) : Created(Shape().ShareAndLearn(pairs));
+    return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndLearn(pairs));
 }
 
 void ListBuilder::DropMembers(std::size_t begin) noexcept {

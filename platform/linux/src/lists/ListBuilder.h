@@ -13,6 +13,7 @@
 #include "lists/DictionaryShape.h"
 #include "objects/SharedValues.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <new>
@@ -39,7 +40,7 @@ inline Value Created(const Object* object) {
 class ListBuilder {
 public:
     // Immutable containers are shared values, mutable ones are new. Leaves are always shared.
-    explicit ListBuilder(bool mutableContainers) noexcept : mutable_(mutableContainers) {}
+    explicit ListBuilder(bool mutableContainers);
     ~ListBuilder();
     ListBuilder(const ListBuilder&) = delete;
     ListBuilder& operator=(const ListBuilder&) = delete;
@@ -54,6 +55,9 @@ public:
     // A key that comes again replaces the earlier value. The text is valid UTF-8.
     void AddKey(std::string_view text);
     void AddKey(Value key);
+    // The text that the next key will probably have; empty when nothing is known.
+    std::string_view ExpectedKey() const noexcept;
+    void AddExpectedKey();
     void AddValue(Value value); // of the last key
     Value EndDictionary();
 
@@ -63,7 +67,7 @@ private:
     void KeepLastOfEachKey(std::size_t begin);
     Value ShareArray(std::span<const Object* const> members);
     Value ShareDictionary(std::size_t begin);
-    DictionaryShape& Shape();
+    std::size_t Level() const noexcept;
 
     const bool mutable_;
     std::vector<const Object*> members_; // owned
@@ -75,6 +79,19 @@ private:
     // Of the last dictionary at each level. Deep ones, which are rare, share one.
     std::array<DictionaryShape, 8> shapes_;
 };
+
+// In line, because they are asked for each key.
+inline std::size_t ListBuilder::Level() const noexcept {
+    return std::min(begins_.size(), shapes_.size()) - 1;
+}
+
+inline std::string_view ListBuilder::ExpectedKey() const noexcept {
+    return shapes_[Level()].KeyText(pairs_.size() - begins_.back());
+}
+
+inline void ListBuilder::AddExpectedKey() {
+    pairs_.emplace_back().key = shapes_[Level()].Key(pairs_.size() - begins_.back());
+}
 
 } // namespace cf
 

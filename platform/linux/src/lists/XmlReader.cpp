@@ -5,12 +5,10 @@
 #include "lists/XmlEncoding.h"
 #include "lists/XmlScalars.h"
 #include "lists/XmlTree.h"
-#include "objects/Unicode.h"
 
 #include <CoreFoundation/CFNumber.h>
 
 #include <cstring>
-#include <optional>
 #include <string>
 
 namespace cf {
@@ -79,6 +77,7 @@ private:
     Value ReadDictionary(pugi::xml_node dictionary, int depth);
     template<typename Use>
     auto ReadText(pugi::xml_node element, Use use);
+    void ReadKey(pugi::xml_node element);
     Value ReadString(pugi::xml_node element);
     Value ReadBoolean(pugi::xml_node element, CFBooleanRef value);
     Value ReadNumber(pugi::xml_node element);
@@ -157,7 +156,9 @@ template<typename Use>
 auto XmlReader::ReadText(pugi::xml_node element, Use use) {
     RefuseBreakIn(element);
     const std::string_view text = element.value();
-    if (!element.first_child() && text.find('&') == text.npos)
+    const bool isAll =
+        text.empty() ? !element.first_child() : XmlTree::Closes(text.data() + text.size());
+    if (isAll && text.find('&') == text.npos)
         return use(text);
     return use(std::string_view(ReadCharacterData(tree_.AfterOpeningTag(element))));
 }
@@ -194,7 +195,7 @@ Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
             RefuseAt(tree_.At(node), "Found non-key inside <dict> at line ");
         pugi::xml_node value = node.next_sibling();
         const bool hasValue = SkipToElement(value);
-        ReadText(node, [this](std::string_view text) { builder_.AddKey(text); });
+        ReadKey(node);
         if (!hasValue)
             RefuseAt(tree_.At(node), "Value missing for key inside <dict> at line ");
         builder_.AddValue(ReadValue(value, depth + 1));
@@ -202,6 +203,17 @@ Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
     }
     RefuseBreakIn(dictionary);
     return builder_.EndDictionary();
+}
+
+void XmlReader::ReadKey(pugi::xml_node element) {
+    RefuseBreakIn(element);
+    const std::string_view expected = builder_.ExpectedKey();
+    const char* const text = element.value();
+    if (!expected.empty() && std::strncmp(text, expected.data(), expected.size()) == 0 &&
+        XmlTree::Closes(text + expected.size()))
+        builder_.AddExpectedKey();
+    else
+        ReadText(element, [this](std::string_view key) { builder_.AddKey(key); });
 }
 
 Value XmlReader::ReadString(pugi::xml_node element) {
@@ -218,9 +230,10 @@ Value XmlReader::ReadBoolean(pugi::xml_node element, CFBooleanRef value) {
 
 Value XmlReader::ReadNumber(pugi::xml_node element) {
     RefuseBreakIn(element);
-    const std::optional<std::int64_t> plain = ParsePlainInteger(element.value());
-    if (plain && !element.first_child())
-        return Created(SharedInteger(*plain));
+    std::int64_t plain = 0;
+    const char* const end = ParsePlainInteger(element.value(), plain);
+    if (end != nullptr && XmlTree::Closes(end))
+        return Created(SharedInteger(plain));
     return ReadScalar(element, ReadInteger);
 }
 
@@ -274,9 +287,7 @@ Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder) {
         throw MalformedList("No XML content found");
     if (text[begin] != '<')
         RefuseText({text, 0, text.size()}, "Unexpected character ", " at line ");
-    if (!IsValidUtf8(text))
-        throw MalformedList("Unable to convert string to correct encoding");
-    return XmlReader(text.substr(0, text.find('\0')), builder).Read(); // XML has no NUL
+    return XmlReader(text, builder).Read();
 }
 
 } // namespace cf

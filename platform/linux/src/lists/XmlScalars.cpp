@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdio>
 #include <limits>
+#include <optional>
 #include <vector>
 
 namespace cf {
@@ -52,15 +53,12 @@ std::uint64_t ReadMagnitude(const XmlSlice& digits, unsigned base, bool negative
 
 } // namespace
 
-std::optional<std::int64_t> ParsePlainInteger(const char* text) noexcept {
+const char* ParsePlainInteger(const char* text, std::int64_t& integer) noexcept {
     constexpr int kDigits = std::numeric_limits<std::int64_t>::digits10;
-    std::int64_t value = 0;
     int digits = 0;
-    for (; IsDecimalDigit(text[digits]) && digits < kDigits; ++digits)
-        value = value * 10 + (text[digits] - '0');
-    if (digits == 0 || text[digits] != '\0')
-        return std::nullopt;
-    return value;
+    for (integer = 0; IsDecimalDigit(text[digits]) && digits < kDigits; ++digits)
+        integer = integer * 10 + (text[digits] - '0');
+    return digits > 0 ? text + digits : nullptr;
 }
 
 Value ReadInteger(const XmlSlice& content) {

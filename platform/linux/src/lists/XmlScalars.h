@@ -7,15 +7,15 @@
 #include "lists/XmlSlice.h"
 
 #include <cstdint>
-#include <optional>
 
 namespace cf {
 
 // Decimal or 0x and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1.
 Value ReadInteger(const XmlSlice& content);
 
-// The usual integer, decimal digits alone and so few that they fit; nothing for any other.
-std::optional<std::int64_t> ParsePlainInteger(const char* text) noexcept;
+// The usual integer, decimal digits alone and so few that they fit: gives it and returns where the
+// digits end; nullptr when there are none, or too many.
+const char* ParsePlainInteger(const char* text, std::int64_t& integer) noexcept;
 
 // As strtod() in the C locale has it, but without hexadecimal and without blanks behind.
 Value ReadReal(const XmlSlice& content);

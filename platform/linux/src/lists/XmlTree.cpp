@@ -1,7 +1,9 @@
 #include "lists/XmlTree.h"
 
 #include "lists/MalformedList.h"
+#include "objects/Unicode.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -14,6 +16,30 @@ namespace {
 constexpr unsigned kParseFlags = pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi |
                                  pugi::parse_doctype | pugi::parse_fragment |
                                  pugi::parse_embed_pcdata | pugi::parse_ws_pcdata_single;
+
+// Behind the copy: its end, and what Closes() may look at when the text breaks off.
+constexpr std::size_t kEnd = 2;
+
+// Copies the text up to a NUL and returns that length, by pieces that are still in the nearest
+// cache from the one pass to the next.
+std::size_t CopyChecked(std::string_view text, char* copy) {
+    constexpr std::size_t kPiece = std::size_t{16} << 10;
+    std::size_t length = 0;
+    for (bool hasEnded = false; !text.empty();) {
+        const std::string_view piece = text.substr(0, WholeCharacters(text, kPiece));
+        if (!IsValidUtf8(piece))
+            throw MalformedList("Unable to convert string to correct encoding");
+        if (!hasEnded) {
+            const std::string_view xml = piece.substr(0, piece.find('\0'));
+            std::ranges::copy(xml, copy + length);
+            length += xml.size();
+            hasEnded = xml.size() < piece.size();
+        }
+        text.remove_prefix(piece.size());
+    }
+    std::fill_n(copy + length, kEnd, '\0');
+    return length;
+}
 
 std::size_t Offset(pugi::xml_node node) {
     return static_cast<std::size_t>(node.offset_debug());
@@ -40,8 +66,10 @@ std::string_view TerminatorOf(pugi::xml_node_type type) {
 } // namespace
 
 XmlTree::XmlTree(std::string_view text)
-    : text_(text),
-      result_(document_.load_buffer(text.data(), text.size(), kParseFlags, pugi::encoding_utf8)) {
+    : copy_(std::make_unique_for_overwrite<char[]>(text.size() + kEnd)),
+      text_(text.substr(0, CopyChecked(text, copy_.get()))),
+      result_(document_.load_buffer_inplace(copy_.get(), text_.size() + 1, kParseFlags,
+                                            pugi::encoding_utf8)) {
     if (result_.status == pugi::status_out_of_memory)
         throw std::bad_alloc();
     if (!IsWellFormed())

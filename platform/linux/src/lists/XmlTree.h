@@ -13,13 +13,15 @@
 #include <pugixml.hpp>
 
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
 namespace cf {
 
 class XmlTree {
 public:
-    // The text must outlive the tree. Throws std::bad_alloc.
+    // XML has no NUL: what follows one is only checked to be UTF-8. The text must outlive the tree.
+    // Throws MalformedList and std::bad_alloc.
     explicit XmlTree(std::string_view text);
 
     pugi::xml_node Document() const {
@@ -31,6 +33,11 @@ public:
     // The element in which the text breaks off; a null node when the root element is complete.
     pugi::xml_node BrokenElement() const {
         return broken_;
+    }
+    // Whether a value that is not empty ends there and its element with it. Values lie where they
+    // were written, with a NUL where '<' was.
+    static bool Closes(const char* end) {
+        return end[0] == '\0' && end[1] == '/';
     }
     // Throws what is wrong with a text that is not well-formed.
     [[noreturn]] void RefuseBreak() const;
@@ -53,6 +60,7 @@ private:
     [[noreturn]] void RefuseBrokenElement() const;
     XmlSlice LastBeforeBreak(std::string_view marker) const;
 
+    std::unique_ptr<char[]> copy_; // of the text; names and values lie in it
     std::string_view text_;
     pugi::xml_document document_;
     pugi::xml_parse_result result_;

@@ -99,7 +99,7 @@ const Object* ShareDictionary(const Array* keys, ValueAt valueAt) noexcept {
 const Object* SharedString(std::string_view text) noexcept {
     const std::uint32_t hash = HashBytes(text.data(), text.size());
     const auto isSame = [=](const String* string) { return TextOf(string) == text; };
-    return Share<String>(hash, isSame, [=] { return CreateString(text); });
+    return Share<String>(hash, isSame, [=] { return CreateString(text, hash); });
 }
 
 const Object* SharedInteger(std::int64_t value) noexcept {

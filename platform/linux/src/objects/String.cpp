@@ -38,20 +38,28 @@ String* AllocateString(std::size_t byteCount, std::size_t unitCount,
                             static_cast<std::uint32_t>(unitCount), kind);
 }
 
-String* Seal(String* string) noexcept {
-    string->SetHashValue(HashString(string));
+String* Seal(String* string, std::uint32_t hash) noexcept {
+    string->SetHashValue(hash);
     string->hasHash = 1;
     return string;
+}
+
+String* Seal(String* string) noexcept {
+    return Seal(string, HashString(string));
 }
 
 } // namespace
 
 String* CreateString(std::string_view text) noexcept {
+    return CreateString(text, HashBytes(text.data(), text.size()));
+}
+
+String* CreateString(std::string_view text, std::uint32_t hash) noexcept {
     String* string = AllocateString(text.size(), CountUnits(text));
     if (string == nullptr)
         return nullptr;
     std::copy(text.begin(), text.end(), TextPlace(string));
-    return Seal(string);
+    return Seal(string, hash);
 }
 
 std::strong_ordering CompareByUnits(const String* first, const String* second) noexcept {

@@ -23,6 +23,8 @@ inline std::string_view TextOf(const String* string) noexcept {
 
 // From valid UTF-8, embedded zeros included. Owned by the caller; nullptr when memory is short.
 String* CreateString(std::string_view text) noexcept;
+// The same for who knows the HashBytes of the text.
+String* CreateString(std::string_view text, std::uint32_t hash) noexcept;
 
 // The order of the UTF-16 units, in which keys are sorted.
 std::strong_ordering CompareByUnits(const String* first, const String* second) noexcept;

@@ -1,5 +1,6 @@
 #include "objects/Unicode.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -72,9 +73,17 @@ bool IsValidUtf8(std::string_view text) noexcept {
     return true;
 }
 
+// At most three bytes of a character stand before a border in it.
+std::size_t WholeCharacters(std::string_view text, std::size_t most) noexcept {
+    std::size_t length = std::min(text.size(), most);
+    while (length < text.size() && length + 3 > most && IsContinuation(ByteAt(text, length)))
+        --length;
+    return length;
+}
+
 std::size_t CountUnits(std::string_view text) noexcept {
-    std::size_t units = 0;
-    for (const char character : text) {
+    std::size_t units = AsciiWords(text);
+    for (const char character : text.substr(units)) {
         const auto byte = static_cast<std::uint8_t>(character);
         units += IsContinuation(byte) ? 0U : 1U;
         units += byte >= 0xF0 ? 1U : 0U; // beyond 16 bits: a pair
