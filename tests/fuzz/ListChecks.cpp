@@ -31,7 +31,7 @@ int LeftAfter(const cf::Object* list, int left) {
 bool HasAllInXml(const cf::Object* value) {
     if (const auto* date = cf::As<cf::Date>(value))
         return std::trunc(date->absoluteTime) == date->absoluteTime;
-    if (const auto* number = cf::As<cf::Number>(value))
+    if (const auto number = cf::NumberIn(value))
         return number->kind != cf::kRealNumber || !std::isnan(number->Real());
     bool hasAll = true;
     if (const auto* array = cf::As<cf::Array>(value)) {

@@ -1,5 +1,7 @@
 #include "AllocationFaults.h"
 
+#include <CoreFoundation/CFNumber.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -52,6 +54,8 @@ void* __wrap_malloc(std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
 void* __wrap_realloc(void* memory, std::size_t size);
 char* __wrap_strdup(const char* text);
+CFNumberRef __real_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
+CFNumberRef __wrap_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
 void* __wrap_malloc(std::size_t size) {
     return IsRefused() ? nullptr : __real_malloc(size);
@@ -67,6 +71,12 @@ void* __wrap_realloc(void* memory, std::size_t size) {
 
 char* __wrap_strdup(const char* text) {
     return IsRefused() ? nullptr : __real_strdup(text);
+}
+
+// Weak, because some tests have a seam of their own there.
+__attribute__((weak)) CFNumberRef __wrap_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
+                                                        const void* value) {
+    return IsRefused() ? nullptr : __real_CFNumberCreate(allocator, type, value);
 }
 }
 

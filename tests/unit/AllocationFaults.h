@@ -3,8 +3,9 @@
 
 /*
  * Memory that runs out when a test says so. malloc, calloc, realloc, strdup and operator new count
- * as allocations, where code of the test program calls them (a shared library's own calls do not);
- * name the sources with ALLOCATION_FAULTS in add_unit_test. Only the thread that made the fault
+ * as allocations, where code of the test program calls them (a shared library's own calls do not).
+ * So does CFNumberCreate: most numbers need no memory here, but who calls it may not count on that.
+ * Name the sources with ALLOCATION_FAULTS in add_unit_test. Only the thread that made the fault
  * sees it, so a test's threads do not disturb each other. The test framework allocates too: check
  * results after the fault has ended.
  */

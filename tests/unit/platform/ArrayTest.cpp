@@ -20,9 +20,9 @@ protected:
             CFArrayAppendValue(array_, *member);
     }
 
-    Held<CFNumberRef> first_ = Integer(70000);
-    Held<CFNumberRef> second_ = Integer(80000);
-    Held<CFNumberRef> third_ = Integer(70000);
+    Held<CFNumberRef> first_ = Integer(kLarge);
+    Held<CFNumberRef> second_ = Integer(kLarge + 1);
+    Held<CFNumberRef> third_ = Integer(kLarge);
     Held<CFMutableArrayRef> array_ = NewArray();
 };
 
@@ -80,9 +80,9 @@ TEST_F(ArrayOfThree, RemovesAtAnIndexAndReleases) {
 TEST_F(ArrayOfThree, FindsTheFirstEqualMember) {
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, third_), 0);
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, CFRangeMake(1, 2), first_), 2);
-    EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, Real(80000.0)), 1);
+    EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, Integer(kLarge + 1)), 1);
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, Integer(1)), kCFNotFound);
-    EXPECT_TRUE(CFArrayContainsValue(array_, kEverything, Real(70000.0)));
+    EXPECT_TRUE(CFArrayContainsValue(array_, kEverything, Integer(kLarge)));
     EXPECT_FALSE(CFArrayContainsValue(array_, CFRangeMake(0, 1), second_));
 }
 
@@ -142,8 +142,8 @@ TEST(ImmutableArray, KeepsItsMembers) {
 }
 
 TEST(ImmutableArray, EqualOnesOfIntegersAreOneObject) {
-    const auto number = Integer(70000);
-    const auto same = Integer(70000);
+    const auto number = Integer(kLarge);
+    const auto same = Integer(kLarge);
     const void* members[] = {number, Integer(1)};
     const void* sameMembers[] = {same, Integer(1)};
     const Held<CFArrayRef> first(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));

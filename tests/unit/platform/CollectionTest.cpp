@@ -41,7 +41,7 @@ void* ReleaseIt(void* object) {
 }
 
 TEST(Collection, EndsOnASmallStackHoweverDeeplyNested) {
-    const auto innermost = Integer(70000);
+    const auto innermost = Integer(kLarge);
     const CFTypeRef outermost = NestAround(innermost);
     EXPECT_EQ(ReferencesTo(innermost), 2);
     pthread_attr_t attributes;
@@ -55,7 +55,7 @@ TEST(Collection, EndsOnASmallStackHoweverDeeplyNested) {
 }
 
 TEST(Collection, ReleasesEachMemberOnceWhereverItStands) {
-    const auto number = Integer(70000);
+    const auto number = Integer(kLarge);
     const auto kept = ArrayAround(number);
     {
         const auto outer = NewArray();

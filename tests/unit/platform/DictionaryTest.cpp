@@ -12,7 +12,7 @@ namespace {
 
 TEST(Dictionary, RetainsKeyAndValueOnce) {
     const auto key = Text("key");
-    const auto value = Integer(70000);
+    const auto value = Integer(kLarge);
     auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, key, value);
     EXPECT_EQ(ReferencesTo(key), 2);
@@ -30,7 +30,7 @@ TEST(Dictionary, RetainsKeyAndValueOnce) {
 TEST(Dictionary, ReplacesKeyAndValueByEqualKey) {
     const auto oldKey = Text("key");
     const auto newKey = Text("key");
-    const auto oldValue = Integer(70000);
+    const auto oldValue = Integer(kLarge);
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, oldKey, oldValue);
     CFDictionarySetValue(dictionary, newKey, kCFBooleanTrue);
@@ -44,7 +44,7 @@ TEST(Dictionary, SurvivesReplacingAValueByItself) {
     const auto dictionary = NewDictionary();
     CFNumberRef only = nullptr;
     {
-        const auto value = Integer(70000);
+        const auto value = Integer(kLarge);
         CFDictionarySetValue(dictionary, CFSTR("key"), value);
         only = value;
     }
@@ -54,7 +54,7 @@ TEST(Dictionary, SurvivesReplacingAValueByItself) {
 
 TEST(Dictionary, RemovesAndReleases) {
     const auto key = Text("key");
-    const auto value = Integer(70000);
+    const auto value = Integer(kLarge);
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, key, value);
     CFDictionaryRemoveValue(dictionary, CFSTR("absent"));
@@ -115,7 +115,7 @@ TEST(Dictionary, GivesKeysAndValuesPairwise) {
 
 TEST(Dictionary, CopiesShallowly) {
     const auto key = Text("key");
-    const auto value = Integer(70000);
+    const auto value = Integer(kLarge);
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, key, value);
     const Held<CFMutableDictionaryRef> copy(CFDictionaryCreateMutableCopy(nullptr, 0, dictionary));

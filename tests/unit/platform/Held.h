@@ -35,6 +35,9 @@ private:
     Reference reference_;
 };
 
+// Too large for a reference to hold it, so that it is an object.
+constexpr std::int64_t kLarge = INT64_MAX - 70000;
+
 inline Held<CFNumberRef> Integer(std::int64_t value) {
     return Held(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
 }

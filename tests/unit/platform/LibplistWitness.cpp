@@ -28,18 +28,18 @@ bool IsSameText(const cf::Object* ours, plist_t theirs) {
 }
 
 bool IsSameInteger(const cf::Object* ours, plist_t theirs) {
-    const auto* number = cf::As<cf::Number>(ours);
+    const auto number = cf::NumberIn(ours);
     std::uint64_t value = 0;
     plist_get_uint_val(theirs, &value);
-    return number != nullptr && number->kind != cf::kRealNumber && number->Unsigned() == value;
+    return number && number->kind != cf::kRealNumber && number->Unsigned() == value;
 }
 
 // Four units in the last place, as GoogleTest has it: libplist writes fewer digits.
 bool IsSameReal(const cf::Object* ours, plist_t theirs) {
-    const auto* number = cf::As<cf::Number>(ours);
+    const auto number = cf::NumberIn(ours);
     double value = 0;
     plist_get_real_val(theirs, &value);
-    if (number == nullptr || number->kind != cf::kRealNumber)
+    if (!number || number->kind != cf::kRealNumber)
         return false;
     return std::isnan(value) ? std::isnan(number->Real())
                              : testing::internal::Double(number->Real())

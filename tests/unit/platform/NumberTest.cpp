@@ -154,12 +154,27 @@ TEST(Number, OfANarrowTypeIsSigned) {
     EXPECT_TRUE(CFEqual(Number<std::uint8_t>(kCFNumberSInt8Type, 255), Integer(-1)));
 }
 
-TEST(Number, OfSmallValueIsOneObject) {
-    for (std::int64_t value = -1; value <= 12; ++value)
-        EXPECT_EQ(Integer(value), Number(kCFNumberSInt16Type, static_cast<std::int16_t>(value)));
-    EXPECT_EQ(ReferencesTo(Integer(-2)), 1);
-    EXPECT_EQ(ReferencesTo(Integer(70000)), 1);
-    EXPECT_EQ(ReferencesTo(Integer(INT64_MIN)), 1);
+constexpr std::int64_t k2To62 = std::int64_t{1} << 62;
+
+TEST(Number, ThatLeavesABitFreeNeedsNoObject) {
+    for (const std::int64_t value : {-k2To62, -k2To62 + 1, std::int64_t{-70000}, std::int64_t{-1},
+                                     std::int64_t{0}, std::int64_t{70000}, k2To62 - 1}) {
+        EXPECT_EQ(Integer(value), Integer(value)) << value;
+        EXPECT_EQ(ReadAs<std::int64_t>(Integer(value), kCFNumberSInt64Type),
+                  (Reading<std::int64_t>{true, value}));
+    }
+    EXPECT_EQ(Integer(-2), Number(kCFNumberSInt16Type, std::int16_t{-2}));
+}
+
+TEST(Number, ThatLeavesNoBitFreeIsAnObject) {
+    for (const std::int64_t value : {INT64_MIN, -k2To62 - 1, k2To62, INT64_MAX}) {
+        const auto number = Integer(value);
+        EXPECT_NE(number, Integer(value)) << value;
+        EXPECT_TRUE(CFEqual(number, Integer(value))) << value;
+        EXPECT_EQ(ReferencesTo(number), 1) << value;
+        EXPECT_EQ(ReadAs<std::int64_t>(number, kCFNumberSInt64Type),
+                  (Reading<std::int64_t>{true, value}));
+    }
 }
 
 TEST(Number, ReadsAsReal) {

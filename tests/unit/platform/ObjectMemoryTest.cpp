@@ -27,7 +27,7 @@ void ExpectNullWithoutMemory(const char* name, const std::function<CFTypeRef()>&
 }
 
 TEST(OutOfMemory, CreationsGiveNull) {
-    const std::int64_t large = 70000;
+    const std::int64_t large = kLarge;
     const double real = 1.5;
     const UniChar units[] = {'a', 0xD83D};
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
@@ -67,9 +67,8 @@ TEST(OutOfMemory, CreationsGiveNull) {
 }
 
 TEST(OutOfMemory, ConstantsAndSmallIntegersNeedNone) {
-    const std::int64_t small = 12;
     const AllocationFault fault(1, SIZE_MAX);
-    const auto* number = CFNumberCreate(nullptr, kCFNumberSInt64Type, &small);
+    const auto* number = cf::SharedInteger(12);
     const auto* text = CFSTR("constant");
     EXPECT_FALSE(AllocationFault::Happened());
     EXPECT_NE(number, nullptr);
@@ -77,7 +76,7 @@ TEST(OutOfMemory, ConstantsAndSmallIntegersNeedNone) {
 }
 
 TEST(OutOfMemory, AnArrayStaysAsItWas) {
-    const auto member = Integer(70000);
+    const auto member = Integer(kLarge);
     const auto array = NewArray();
     for (CFIndex count = 0; count < 40; ++count) {
         SweepAllocationFaults([&](std::size_t) { CFArrayAppendValue(array, member); },
@@ -89,10 +88,10 @@ TEST(OutOfMemory, AnArrayStaysAsItWas) {
 }
 
 TEST(OutOfMemory, ADictionaryStaysAsItWas) {
-    const auto value = Integer(70000);
+    const auto value = Integer(kLarge);
     const auto dictionary = NewDictionary();
     for (CFIndex count = 0; count < 40; ++count) {
-        const auto key = Integer(1000000 + count);
+        const auto key = Integer(kLarge + count);
         SweepAllocationFaults(
             [&](std::size_t) { CFDictionarySetValue(dictionary, key, value); },
             [&](std::size_t, bool happened) {
@@ -102,19 +101,21 @@ TEST(OutOfMemory, ADictionaryStaysAsItWas) {
             });
     }
     for (CFIndex i = 0; i < 40; ++i)
-        EXPECT_EQ(CFDictionaryGetValue(dictionary, Integer(1000000 + i)), value);
+        EXPECT_EQ(CFDictionaryGetValue(dictionary, Integer(kLarge + i)), value);
 }
 
 TEST(OutOfMemory, ReplacingInAFullDictionaryNeedsNone) {
     const auto dictionary = NewDictionary();
     for (std::int64_t i = 0; i < 6; ++i)
         CFDictionarySetValue(dictionary, Integer(i), kCFBooleanFalse);
+    const auto replaced = Integer(3);
+    const auto removed = Integer(4);
     {
         const AllocationFault fault(1, SIZE_MAX);
-        CFDictionarySetValue(dictionary, Integer(3), kCFBooleanTrue);
-        CFDictionaryRemoveValue(dictionary, Integer(4));
+        CFDictionarySetValue(dictionary, replaced, kCFBooleanTrue);
+        CFDictionaryRemoveValue(dictionary, removed);
     }
-    EXPECT_EQ(CFDictionaryGetValue(dictionary, Integer(3)), kCFBooleanTrue);
+    EXPECT_EQ(CFDictionaryGetValue(dictionary, replaced), kCFBooleanTrue);
     EXPECT_EQ(CFDictionaryGetCount(dictionary), 5);
 }
 
@@ -136,7 +137,7 @@ TEST(OutOfMemory, SharedValuesAreNullAndLeaveNothing) {
     cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), cf::AsObject(kCFBooleanTrue)}};
     const std::function<const cf::Object*()> creations[] = {
         [] { return cf::SharedString("name"); },
-        [] { return cf::SharedInteger(70000); },
+        [] { return cf::SharedInteger(kLarge); },
         [] { return cf::SharedUnsignedInteger(UINT64_MAX); },
         [] { return cf::SharedReal(1.5); },
         [] { return cf::SharedDate(1.5); },

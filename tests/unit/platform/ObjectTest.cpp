@@ -49,13 +49,11 @@ TEST(Object, NullIsHarmless) {
 }
 
 TEST(Object, StaticOnesAreNotCounted) {
-    const std::int64_t small = 7;
     const CFTypeRef statics[] = {
         CFSTR("static"),
         kCFBooleanTrue,
         kCFBooleanFalse,
         kCFNull,
-        CFNumberCreate(nullptr, kCFNumberSInt64Type, &small),
     };
     for (const CFTypeRef object : statics) {
         CFRetain(object);
@@ -65,6 +63,21 @@ TEST(Object, StaticOnesAreNotCounted) {
     }
 }
 
+TEST(Object, AReferenceThatHoldsAnIntegerIsUsedLikeAnyOther) {
+    const auto held = Integer(7);
+    EXPECT_EQ(CFRetain(held), static_cast<CFTypeRef>(held));
+    CFRelease(held);
+    CFRelease(held);
+    EXPECT_EQ(CFGetTypeID(held), CFGetTypeID(Integer(kLarge)));
+    EXPECT_TRUE(CFEqual(held, Real(7.0)));
+    EXPECT_TRUE(CFEqual(Real(7.0), held));
+    EXPECT_FALSE(CFEqual(held, CFSTR("7")));
+    EXPECT_FALSE(CFEqual(CFSTR("7"), held));
+    EXPECT_FALSE(CFEqual(held, kCFBooleanTrue));
+    EXPECT_EQ(CFStringGetLength(static_cast<CFStringRef>(CFTypeRef{held})), 0);
+    EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(CFTypeRef{held})), 0);
+}
+
 TEST(Object, BooleansAndNullDiffer) {
     EXPECT_FALSE(CFEqual(kCFBooleanTrue, kCFBooleanFalse));
     EXPECT_FALSE(CFEqual(kCFBooleanFalse, kCFNull));
@@ -72,7 +85,7 @@ TEST(Object, BooleansAndNullDiffer) {
 }
 
 TEST(Object, OwnedReferencesFollowTheirScope) {
-    const auto number = Integer(70000);
+    const auto number = Integer(kLarge);
     const auto* object = cf::AsObject(static_cast<CFNumberRef>(number));
     {
         auto shared = cf::Owned<const cf::Object>::Share(object);

@@ -56,7 +56,7 @@ TEST_F(SharedValues, EqualOnesAreOneObject) {
         case 0:
             return String("name");
         case 1:
-            return Value(cf::SharedInteger(70000));
+            return Value(cf::SharedInteger(kLarge));
         case 2:
             return Value(cf::SharedUnsignedInteger(UINT64_MAX));
         case 3:
@@ -96,8 +96,9 @@ TEST_F(SharedValues, KindsOfNumbersStayApart) {
               CFTypeRef{Value(cf::SharedUnsignedInteger(UINT64_MAX - 7))});
 }
 
-TEST_F(SharedValues, SmallIntegersAreTheUsualOnes) {
+TEST_F(SharedValues, IntegersThatNeedNoObjectAreTheUsualOnes) {
     EXPECT_EQ(CFTypeRef{Value(cf::SharedInteger(7))}, CFTypeRef{Integer(7)});
+    EXPECT_EQ(cf::MeasureSharedTable().values, 0U);
 }
 
 TEST_F(SharedValues, MayHoldZeros) {

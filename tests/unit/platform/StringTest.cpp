@@ -97,7 +97,7 @@ TEST(StringGetCString, OtherObjectsFail) {
     EXPECT_FALSE(CFStringGetCString(nullptr, buffer, 4, kCFStringEncodingUTF8));
     EXPECT_EQ(buffer[0], 0);
     buffer[0] = '#';
-    const auto number = Integer(70000);
+    const auto number = Integer(kLarge);
     const auto* disguised = static_cast<CFStringRef>(CFTypeRef{number});
     EXPECT_FALSE(CFStringGetCString(disguised, buffer, 4, kCFStringEncodingUTF8));
     EXPECT_EQ(buffer[0], 0);

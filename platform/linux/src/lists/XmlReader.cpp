@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace cf {
 
@@ -17,13 +18,13 @@ namespace {
 
 enum class Tag { Key, String, Integer, Dict, True, False, Array, Data, Real, Date, Plist, Unknown };
 
-// In line, because it is asked for each element.
-bool Is(const char* name, const char* text) {
-    while (*name == *text && *text != '\0') {
-        ++name;
-        ++text;
-    }
-    return *name == *text;
+// Byte by byte in line, because it is asked for each element.
+template<std::size_t Size>
+bool Is(const char* name, const char (&text)[Size]) {
+    const auto same = [&]<std::size_t... Index>(std::index_sequence<Index...>) {
+        return (... && (name[Index] == text[Index]));
+    };
+    return same(std::make_index_sequence<Size>());
 }
 
 Tag TagOf(pugi::xml_node element) {

@@ -40,7 +40,7 @@ private:
     bool WriteArray(const Array* array, int depth);
     bool WriteDictionary(const Dictionary* dictionary, int depth);
     void WriteString(std::string_view tag, const String* string, int depth);
-    void WriteNumber(const Number* number, int depth);
+    void WriteNumber(NumberValue number, int depth);
     bool WriteDate(const Date* date, int depth);
     void WriteData(const Data* data, int depth);
 
@@ -145,8 +145,8 @@ bool XmlWriter::WriteValue(const Object* value, int depth) {
         return false;
     if (const auto* string = As<String>(value))
         WriteString("string", string, depth);
-    else if (const auto* number = As<Number>(value))
-        WriteNumber(number, depth);
+    else if (const auto number = NumberIn(value))
+        WriteNumber(*number, depth);
     else if (value == AsObject(kCFBooleanTrue) || value == AsObject(kCFBooleanFalse))
         WriteLine(value == AsObject(kCFBooleanTrue) ? "<true/>" : "<false/>", depth);
     else if (const auto* data = As<Data>(value))
@@ -204,13 +204,13 @@ void XmlWriter::WriteString(std::string_view tag, const String* string, int dept
     CloseElement(tag);
 }
 
-void XmlWriter::WriteNumber(const Number* number, int depth) {
-    if (number->kind == kRealNumber)
-        WriteElement("real", RealText(number->Real()), depth);
-    else if (number->kind == kUnsignedNumber)
-        WriteElement("integer", std::to_string(number->Unsigned()), depth);
+void XmlWriter::WriteNumber(NumberValue number, int depth) {
+    if (number.kind == kRealNumber)
+        WriteElement("real", RealText(number.Real()), depth);
+    else if (number.kind == kUnsignedNumber)
+        WriteElement("integer", std::to_string(number.Unsigned()), depth);
     else
-        WriteElement("integer", std::to_string(number->Signed()), depth);
+        WriteElement("integer", std::to_string(number.Signed()), depth);
 }
 
 bool XmlWriter::WriteDate(const Date* date, int depth) {

@@ -57,13 +57,14 @@ Array* CreateImmutable(std::span<const void* const> members) noexcept {
 }
 
 bool IsInteger(const Object* object) noexcept {
-    return object->type == &Number::kClass && object->kind == kSignedNumber;
+    const auto number = NumberIn(object);
+    return number && number->kind == kSignedNumber;
 }
 
 // The one shared array of the integers in this one, of which only the values count.
 const Array* ShareIntegers(Array* array) noexcept {
     for (const Object*& slot : std::span(array->slots, array->count)) {
-        const Object* shared = SharedInteger(static_cast<const Number*>(slot)->Signed());
+        const Object* shared = SharedInteger(NumberIn(slot)->Signed());
         if (shared == nullptr)
             return nullptr;
         Release(std::exchange(slot, shared));

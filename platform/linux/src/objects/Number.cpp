@@ -2,80 +2,76 @@
 
 #include "objects/Hash.h"
 
-#include <array>
 #include <cstring>
 #include <limits>
 #include <type_traits>
-#include <utility>
 
 namespace cf {
 namespace {
-
-// The range covers booleans kept as numbers, states, kinds, and indexes into short lists.
-constexpr std::int64_t kSmallestCached = -1;
-constexpr std::size_t kCachedCount = 257;
-
-template<std::size_t... Index>
-constexpr std::array<Number, sizeof...(Index)> MakeCache(std::index_sequence<Index...>) {
-    return {Number(kSignedNumber, static_cast<std::uint64_t>(kSmallestCached) + Index,
-                   kStaticReferences)...};
-}
-
-constinit std::array<Number, kCachedCount> g_smallIntegers =
-    MakeCache(std::make_index_sequence<kCachedCount>());
 
 bool FitsSigned64(double value) noexcept {
     return value >= -0x1p63 && value < 0x1p63;
 }
 
 // A real that is an integer equals that integer, so it must hash like it.
-bool IsWholeNumber(const Number* number, std::int64_t* value) noexcept {
-    if (number->kind == kSignedNumber) {
-        *value = number->Signed();
+bool IsWholeNumber(NumberValue number, std::int64_t* value) noexcept {
+    if (number.kind == kSignedNumber) {
+        *value = number.Signed();
         return true;
     }
-    if (number->kind != kRealNumber || !FitsSigned64(number->Real()))
+    if (number.kind != kRealNumber || !FitsSigned64(number.Real()))
         return false;
-    *value = static_cast<std::int64_t>(number->Real());
-    return static_cast<double>(*value) == number->Real();
+    *value = static_cast<std::int64_t>(number.Real());
+    return static_cast<double>(*value) == number.Real();
+}
+
+NumberValue ImmediateValue(const Object* reference) noexcept {
+    const auto bits = reinterpret_cast<std::intptr_t>(reference);
+    return {kSignedNumber, static_cast<std::uint64_t>(std::int64_t{bits >> 1})};
+}
+
+NumberValue AnyValue(const Object* number) noexcept {
+    return IsImmediate(number) ? ImmediateValue(number)
+                               : ValueOf(static_cast<const Number*>(number));
 }
 
 bool EqualNumbers(const Object* first, const Object* second) noexcept {
-    const auto* left = static_cast<const Number*>(first);
-    const auto* right = static_cast<const Number*>(second);
+    const NumberValue left = AnyValue(first);
+    const NumberValue right = AnyValue(second);
     std::int64_t leftWhole = 0;
     std::int64_t rightWhole = 0;
     if (IsWholeNumber(left, &leftWhole) && IsWholeNumber(right, &rightWhole))
         return leftWhole == rightWhole;
-    return left->kind == right->kind && left->bits == right->bits;
+    return left == right;
 }
 
 std::uint32_t HashNumber(const Object* object) noexcept {
-    const auto* number = static_cast<const Number*>(object);
+    const NumberValue number = AnyValue(object);
     std::int64_t whole = 0;
     if (IsWholeNumber(number, &whole))
         return HashWord(static_cast<std::uint64_t>(whole));
-    return HashWord(~number->bits);
+    return HashWord(~number.bits);
 }
 
 } // namespace
 
-Number* SmallInteger(std::int64_t value) noexcept {
-    const auto index =
-        static_cast<std::uint64_t>(value) - static_cast<std::uint64_t>(kSmallestCached);
-    return index < kCachedCount ? &g_smallIntegers[index] : nullptr;
+std::optional<NumberValue> NumberIn(CFTypeRef reference) noexcept {
+    const Object* const object = AsObject(reference);
+    if (object == nullptr || (!IsImmediate(object) && object->type != &Number::kClass))
+        return std::nullopt;
+    return AnyValue(object);
 }
 
-Number* CreateNumber(NumberKind kind, std::uint64_t bits) noexcept {
-    return Allocate<Number>(0, kind, bits);
+Number* CreateNumber(NumberValue value) noexcept {
+    return Allocate<Number>(0, value);
 }
 
 namespace {
 
 CFNumberRef CreateInteger(std::int64_t value) noexcept {
-    if (Number* cached = SmallInteger(value); cached != nullptr)
-        return cached;
-    return CreateNumber(kSignedNumber, static_cast<std::uint64_t>(value));
+    if (const Object* immediate = ImmediateInteger(value); immediate != nullptr)
+        return reinterpret_cast<CFNumberRef>(immediate);
+    return CreateNumber({kSignedNumber, static_cast<std::uint64_t>(value)});
 }
 
 template<typename Native>
@@ -113,31 +109,31 @@ bool SurvivesIn(std::int64_t value) noexcept {
 }
 
 template<typename Integer>
-bool StoreInteger(const Number* number, void* address) noexcept {
+bool StoreInteger(NumberValue number, void* address) noexcept {
     Integer stored;
     bool survived;
-    if (number->kind == kRealNumber) {
-        stored = RealAsInteger<Integer>(number->Real());
-        survived = static_cast<double>(stored) == number->Real();
+    if (number.kind == kRealNumber) {
+        stored = RealAsInteger<Integer>(number.Real());
+        survived = static_cast<double>(stored) == number.Real();
     } else {
-        stored = static_cast<Integer>(number->Signed());
+        stored = static_cast<Integer>(number.Signed());
         // All bits of an unsigned number have room in 64, and in no less.
-        survived = number->kind == kUnsignedNumber ? sizeof stored == sizeof number->bits
-                                                   : SurvivesIn<Integer>(number->Signed());
+        survived = number.kind == kUnsignedNumber ? sizeof stored == sizeof number.bits
+                                                  : SurvivesIn<Integer>(number.Signed());
     }
     std::memcpy(address, &stored, sizeof stored);
     return survived;
 }
 
-bool StoreReal(const Number* number, void* address) noexcept {
-    double stored = number->Real();
+bool StoreReal(NumberValue number, void* address) noexcept {
+    double stored = number.Real();
     bool survived = true;
-    if (number->kind == kSignedNumber) {
-        stored = static_cast<double>(number->Signed());
-        survived = FitsSigned64(stored) && static_cast<std::int64_t>(stored) == number->Signed();
-    } else if (number->kind == kUnsignedNumber) {
-        stored = static_cast<double>(number->Unsigned());
-        survived = stored < 0x1p64 && static_cast<std::uint64_t>(stored) == number->Unsigned();
+    if (number.kind == kSignedNumber) {
+        stored = static_cast<double>(number.Signed());
+        survived = FitsSigned64(stored) && static_cast<std::int64_t>(stored) == number.Signed();
+    } else if (number.kind == kUnsignedNumber) {
+        stored = static_cast<double>(number.Unsigned());
+        survived = stored < 0x1p64 && static_cast<std::uint64_t>(stored) == number.Unsigned();
     }
     std::memcpy(address, &stored, sizeof stored);
     return survived;
@@ -178,26 +174,26 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
     case kCFNumberSInt64Type:
         return cf::CreateInteger(cf::ReadNative<std::int64_t>(value));
     case kCFNumberFloat64Type:
-        return cf::CreateNumber(cf::kRealNumber, cf::ReadNative<std::uint64_t>(value));
+        return cf::CreateNumber({cf::kRealNumber, cf::ReadNative<std::uint64_t>(value)});
     }
     return nullptr;
 }
 
 Boolean CFNumberGetValue(CFNumberRef reference, CFNumberType type, void* value) {
-    const auto* number = cf::As<cf::Number>(reference);
-    if (number == nullptr || value == nullptr)
+    const auto number = cf::NumberIn(reference);
+    if (!number || value == nullptr)
         return false;
     switch (type) {
     case kCFNumberSInt8Type:
-        return cf::StoreInteger<std::int8_t>(number, value);
+        return cf::StoreInteger<std::int8_t>(*number, value);
     case kCFNumberSInt16Type:
-        return cf::StoreInteger<std::int16_t>(number, value);
+        return cf::StoreInteger<std::int16_t>(*number, value);
     case kCFNumberSInt32Type:
-        return cf::StoreInteger<std::int32_t>(number, value);
+        return cf::StoreInteger<std::int32_t>(*number, value);
     case kCFNumberSInt64Type:
-        return cf::StoreInteger<std::int64_t>(number, value);
+        return cf::StoreInteger<std::int64_t>(*number, value);
     case kCFNumberFloat64Type:
-        return cf::StoreReal(number, value);
+        return cf::StoreReal(*number, value);
     }
     return false;
 }

@@ -1,9 +1,17 @@
 #include "objects/Object.h"
 
 #include "objects/Hash.h"
+#include "objects/Number.h"
 #include "objects/SharedTable.h"
 
 namespace cf {
+namespace {
+
+const Class* ClassOf(const Object* object) noexcept {
+    return IsImmediate(object) ? &Number::kClass : object->type;
+}
+
+} // namespace
 
 void Release(const Object* object) noexcept {
     if (DropReference(object))
@@ -23,13 +31,14 @@ void DestroyPlain(Object* object) noexcept {
 bool Equal(const Object* first, const Object* second) noexcept {
     if (first == second)
         return true;
-    return first->type == second->type && first->type->equal != nullptr &&
-           first->type->equal(first, second);
+    const Class* const type = ClassOf(first);
+    return type == ClassOf(second) && type->equal != nullptr && type->equal(first, second);
 }
 
 std::uint32_t ComputeHash(const Object* object) noexcept {
-    if (object->type->hash != nullptr)
-        return object->type->hash(object);
+    const Class* const type = ClassOf(object);
+    if (type->hash != nullptr)
+        return type->hash(object);
     return HashWord(reinterpret_cast<std::uintptr_t>(object));
 }
 
@@ -67,5 +76,5 @@ Boolean CFEqual(CFTypeRef first, CFTypeRef second) {
 }
 
 CFTypeID CFGetTypeID(CFTypeRef object) {
-    return object != nullptr ? cf::TypeIdOf(*cf::AsObject(object)->type) : 0;
+    return object != nullptr ? cf::TypeIdOf(*cf::ClassOf(cf::AsObject(object))) : 0;
 }

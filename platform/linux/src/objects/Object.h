@@ -27,6 +27,12 @@ struct Class {
     std::uint32_t (*hash)(const Object* object) noexcept;
 };
 
+// Most integers have no object: the reference itself holds them (Number.h), marked by its lowest
+// bit, which no address has. Nobody may look into such a reference.
+inline bool IsImmediate(const Object* object) noexcept {
+    return (reinterpret_cast<std::uintptr_t>(object) & 1U) != 0;
+}
+
 void Release(const Object* object) noexcept;
 bool Equal(const Object* first, const Object* second) noexcept;
 std::uint32_t ComputeHash(const Object* object) noexcept;
@@ -37,20 +43,20 @@ inline CFTypeID TypeIdOf(const Class& type) noexcept {
 }
 
 inline void Retain(const Object* object) noexcept {
-    if (object->references.load(std::memory_order_relaxed) >= 0)
+    if (!IsImmediate(object) && object->references.load(std::memory_order_relaxed) >= 0)
         object->references.fetch_add(1, std::memory_order_relaxed);
 }
 
 // Release in two steps, for who must not recurse: true when the last reference went, and the
 // object is now the caller's to Destroy.
 inline bool DropReference(const Object* object) noexcept {
-    return object->references.load(std::memory_order_relaxed) >= 0 &&
+    return !IsImmediate(object) && object->references.load(std::memory_order_relaxed) >= 0 &&
            object->references.fetch_sub(1, std::memory_order_acq_rel) == 1;
 }
 void Destroy(const Object* object) noexcept;
 
 inline std::uint32_t Hash(const Object* object) noexcept {
-    return object->hasHash ? object->hashValue : ComputeHash(object);
+    return !IsImmediate(object) && object->hasHash ? object->hashValue : ComputeHash(object);
 }
 
 // A new T, followed by that many bytes of its own; nullptr when memory is short. T needs no
@@ -65,11 +71,13 @@ T* Allocate(std::size_t trailingBytes, Arguments... arguments) noexcept {
 void DestroyPlain(Object* object) noexcept;
 
 // The object behind a public reference as T, or nullptr when it is not one. T names its class as
-// T::kClass. The public types promise const where the object behind them may well be changed.
+// T::kClass. Numbers are not asked for so (Number.h). The public types promise const where the
+// object behind them may well be changed.
 template<typename T>
 T* As(CFTypeRef reference) noexcept {
     auto* object = static_cast<Object*>(const_cast<void*>(reference));
-    return object != nullptr && object->type == &T::kClass ? static_cast<T*>(object) : nullptr;
+    const bool isObject = object != nullptr && !IsImmediate(object);
+    return isObject && object->type == &T::kClass ? static_cast<T*>(object) : nullptr;
 }
 
 inline const Object* AsObject(CFTypeRef reference) noexcept {

@@ -24,11 +24,9 @@ const T* Share(std::uint32_t hash, IsSame isSame, Make make) noexcept {
     return static_cast<const T*>(PartOfSharedTable(hash).FindOrAdd(hash, matches, make));
 }
 
-const Object* ShareNumber(NumberKind kind, std::uint64_t bits) noexcept {
-    const auto isSame = [=](const Number* number) {
-        return number->kind == kind && number->bits == bits;
-    };
-    return Share<Number>(HashWord(bits), isSame, [=] { return CreateNumber(kind, bits); });
+const Object* ShareNumber(NumberValue value) noexcept {
+    const auto isSame = [=](const Number* number) { return ValueOf(number) == value; };
+    return Share<Number>(HashWord(value.bits), isSame, [=] { return CreateNumber(value); });
 }
 
 // The array of count members, which memberAt(index) gives.
@@ -103,17 +101,17 @@ const Object* SharedString(std::string_view text) noexcept {
 }
 
 const Object* SharedInteger(std::int64_t value) noexcept {
-    if (Number* small = SmallInteger(value); small != nullptr)
-        return small;
-    return ShareNumber(kSignedNumber, static_cast<std::uint64_t>(value));
+    if (const Object* immediate = ImmediateInteger(value); immediate != nullptr)
+        return immediate;
+    return ShareNumber({kSignedNumber, static_cast<std::uint64_t>(value)});
 }
 
 const Object* SharedUnsignedInteger(std::uint64_t value) noexcept {
-    return ShareNumber(kUnsignedNumber, value);
+    return ShareNumber({kUnsignedNumber, value});
 }
 
 const Object* SharedReal(double value) noexcept {
-    return ShareNumber(kRealNumber, std::bit_cast<std::uint64_t>(value));
+    return ShareNumber({kRealNumber, std::bit_cast<std::uint64_t>(value)});
 }
 
 const Object* SharedDate(double absoluteTime) noexcept {

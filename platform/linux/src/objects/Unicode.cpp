@@ -17,13 +17,13 @@ bool IsContinuation(std::uint8_t byte) noexcept {
     return (byte & 0xC0U) == 0x80U;
 }
 
-// The length of a run of ASCII at the beginning, by whole words; what is left is for others.
+// The length of a run of ASCII at the beginning, by pairs of words; what is left is for others.
 std::size_t AsciiWords(std::string_view text) noexcept {
     std::size_t length = 0;
-    std::uint64_t word = 0;
-    for (; text.size() - length >= sizeof word; length += sizeof word) {
-        std::memcpy(&word, text.data() + length, sizeof word);
-        if ((word & kHighBits) != 0)
+    std::uint64_t words[2];
+    for (; text.size() - length >= sizeof words; length += sizeof words) {
+        std::memcpy(words, text.data() + length, sizeof words);
+        if (((words[0] | words[1]) & kHighBits) != 0)
             break;
     }
     return length;
