@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 static const char k_sourcePath[] = "fsclient/DirectoryInfo";
 
@@ -13,10 +14,15 @@ static const char k_mediaInfoFileName[] = ".media_info.plist";
 
 constexpr size_t k_pathSize = 1024; // longer paths are cut silently
 
+// path has k_pathSize bytes.
+static void MakePath(const char* directory, const char* fileName, char* path) {
+    const bool endsInSlash = directory[0] != '\0' && directory[strlen(directory) - 1] == '/';
+    snprintf(path, k_pathSize, "%s%s%s", directory, endsInSlash ? "" : "/", fileName);
+}
+
 static CFURLRef CreateFileURL(const char* directory, const char* fileName) {
     char path[k_pathSize];
-    const bool endsInSlash = directory[0] != '\0' && directory[strlen(directory) - 1] == '/';
-    snprintf(path, sizeof path, "%s%s%s", directory, endsInSlash ? "" : "/", fileName);
+    MakePath(directory, fileName, path);
     return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
                                                    reinterpret_cast<const UInt8*>(path),
                                                    static_cast<CFIndex>(strlen(path)), false);
@@ -110,7 +116,18 @@ VErrLink* IsDirectoryRootOfChangerFileSystem(const char* directory, bool* isRoot
     return nullptr;
 }
 
+// A walk asks this of each directory, and few have the file: a look is cheaper than an error chain.
+static bool HasFile(const char* directory, const char* fileName) {
+    char path[k_pathSize];
+    struct stat status;
+    MakePath(directory, fileName, path);
+    return lstat(path, &status) == 0;
+}
+
 VErrLink* IsDirectoryMediaRootOfChangerFileSystem(const char* directory, bool* isMediaRoot) {
+    *isMediaRoot = false;
+    if (!HasFile(directory, k_mediaInfoFileName))
+        return nullptr;
     UInt64 changerGUID = 0;
     UInt16 storageElem = 0;
     char partitionId[kPartitionIdSize];
