@@ -4,6 +4,7 @@
 
 #include "stage/Failure.h"
 
+#include <poll.h>
 #include <sys/prctl.h>
 
 namespace bench {
@@ -25,8 +26,11 @@ AwaitedServer::~AwaitedServer() {
 }
 
 void AwaitedServer::AwaitSubscriber() const {
+    constexpr std::chrono::milliseconds kWait = stage::kPatience;
+    pollfd listener = {listener_.Get(), POLLIN, 0};
+    stage::Require(poll(&listener, 1, static_cast<int>(kWait.count())) == 1, "no subscriber came");
     const stage::Descriptor client(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-    stage::Require(static_cast<bool>(client), "no subscriber came");
+    stage::Require(static_cast<bool>(client), "cannot accept a subscriber");
 }
 
 } // namespace bench

@@ -1,11 +1,12 @@
 #include "Contest.h"
 
+#include "Report.h"
+
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <future>
 #include <stdexcept>
-#include <vector>
 
 namespace bench {
 namespace {
@@ -80,6 +81,14 @@ Contest::Times Contest::Run() {
         throw std::runtime_error("not every contender has a time");
     }
     return reporter.Times();
+}
+
+std::string Contest::Tell(const Times& times, const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : ", ") + name + " " + InTime(times.at(name));
+    }
+    return text;
 }
 
 } // namespace bench

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -24,6 +25,9 @@ public:
 
     using Times = std::map<std::string, double>;
     Times Run();
+
+    // "ours 1.20 ms, theirs 2.40 ms"
+    static std::string Tell(const Times& times, const std::vector<std::string>& names);
 
 private:
     const int rounds_;

@@ -81,8 +81,8 @@ std::size_t AwaitThreads(const stage::Daemon& daemon, std::size_t count) {
     return most;
 }
 
-void MeasureAtOnce(Report& report) {
-    stage::Scene scene;
+// All discs stay as they are until the server is told to release.
+void StartHeld(stage::Scene& scene) {
     scene.StartServer();
     stage::Simulator& server = scene.Server();
     server.Do("events kinds=request,reply,identified,info-open");
@@ -97,32 +97,44 @@ void MeasureAtOnce(Report& report) {
     }
     std::this_thread::sleep_for(
         std::chrono::seconds(1)); // threads of the start may still be ending
-    const stage::Footprint before = scene.TheDaemon().TakeFootprint();
+}
 
+// Returns how many threads there were at most.
+std::size_t RunAll(stage::Scene& scene, std::size_t threadsBefore) {
+    stage::Simulator& server = scene.Server();
     for (int i = 0; i < kManyChangers; ++i) {
         server.Do("identify" + ChangerNamed(i));
     }
     server.Do("release");
     const std::size_t most =
-        AwaitThreads(scene.TheDaemon(), before.threads + kIdentifications + kManyChangers);
+        AwaitThreads(scene.TheDaemon(), threadsBefore + kIdentifications + kManyChangers);
     for (int i = 0; i < kIdentifications; ++i) {
         server.Await("identified");
     }
+    return most;
+}
+
+double MoreThan(std::size_t before, std::size_t after) {
+    return static_cast<double>(after) - static_cast<double>(before);
+}
+
+void MeasureAtOnce(Report& report) {
+    stage::Scene scene;
+    StartHeld(scene);
+    const stage::Footprint before = scene.TheDaemon().TakeFootprint();
+    const std::size_t most = RunAll(scene, before.threads);
     const stage::Footprint after = scene.TheDaemon().AwaitFootprintWithin(before);
-    const auto requests = static_cast<double>(server.AllSoFar("request").size());
-    const auto replies = static_cast<double>(server.AllSoFar("reply").size());
+    const std::size_t requests = scene.Server().AllSoFar("request").size();
+    const std::size_t replies = scene.Server().AllSoFar("reply").size();
 
     report.AddAtLeast("64 identifications and 16 builds at once: threads for them", 80,
-                      static_cast<double>(most) - static_cast<double>(before.threads), "", "");
-    report.AddAtMost("their requests without a reply", 0, requests - replies, "",
-                     InUnits(requests, "requests"));
+                      MoreThan(before.threads, most), "", "");
+    report.AddAtMost("their requests without a reply", 0, MoreThan(replies, requests), "",
+                     InUnits(static_cast<double>(requests), "requests"));
     report.AddAtMost("threads more than before, when all is done", 0,
-                     static_cast<double>(after.threads) - static_cast<double>(before.threads), "",
-                     "");
+                     MoreThan(before.threads, after.threads), "", "");
     report.AddAtMost("descriptors more than before, when all is done", 0,
-                     static_cast<double>(after.descriptors.size()) -
-                         static_cast<double>(before.descriptors.size()),
-                     "", "");
+                     MoreThan(before.descriptors.size(), after.descriptors.size()), "", "");
     EndInOrder(scene);
 }
 

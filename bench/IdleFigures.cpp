@@ -24,10 +24,6 @@ using std::chrono::duration;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-constexpr int kOthers = 500;
-constexpr double kKibibyte = 1024;
-constexpr double kMebibyte = 1024 * kKibibyte;
-
 // What strace tells of the process in that time: a line for each system call but those that began
 // before, or are not over.
 std::vector<std::string> TraceFor(stage::Record& record, pid_t process, seconds time,

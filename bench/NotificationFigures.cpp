@@ -12,8 +12,6 @@
 namespace bench {
 namespace {
 
-constexpr double kKibibyte = 1024;
-constexpr double kMebibyte = 1024 * kKibibyte;
 constexpr int kChangesADay = 1200;
 constexpr int kDaysAYear = 365;
 
@@ -46,8 +44,7 @@ void MeasureReading(Report& report, const std::string& what, Size size) {
     const auto times = contest.Run();
     report.AddAtLeast(what + ", " + Describe(size) + ": libplist's time over ours", 3.0,
                       times.at("libplist") / times.at("ours"), "",
-                      "ours " + InTime(times.at("ours")) + ", libplist " +
-                          InTime(times.at("libplist")));
+                      Contest::Tell(times, {"ours", "libplist"}));
 }
 
 void MeasureDelivery(Report& report, Size size) {
@@ -61,7 +58,7 @@ void MeasureDelivery(Report& report, Size size) {
     RequireKept(shelf);
     report.AddAtMost("last byte to end of callbacks, " + Describe(size) + ": over reading", 1.5,
                      times.at("all") / times.at("reading"), "",
-                     "reading " + InTime(times.at("reading")) + ", all " + InTime(times.at("all")));
+                     Contest::Tell(times, {"reading", "all"}));
 }
 
 long GrowthByLibplist(const std::string& text) {

@@ -11,6 +11,9 @@ namespace bench {
 // as a shell does.
 void RunProgram(const std::vector<std::string>& words);
 
+// On a machine that has much else to do.
+inline constexpr int kOthers = 500;
+
 // Processes that sleep as long as this lives.
 class Sleepers {
 public:

@@ -41,6 +41,9 @@ private:
     std::vector<Section> sections_;
 };
 
+inline constexpr double kKibibyte = 1024;
+inline constexpr double kMebibyte = 1024 * kKibibyte;
+
 // "12.3 ms", "0.83", "1,234": three digits, and a unit that makes them few.
 std::string InUnits(double value, const std::string& unit);
 std::string InTime(double seconds);

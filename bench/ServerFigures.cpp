@@ -15,7 +15,6 @@
 namespace bench {
 namespace {
 
-constexpr int kOthers = 500;
 constexpr std::size_t kRequest = 1024;
 
 std::size_t ReadTable() {
@@ -36,7 +35,7 @@ void MeasureTable(Report& report) {
     const auto times = contest.Run();
     const double ours = times.at("ours");
     report.AddAtMost("process table, 500 others: over pgrep -x", 0.25, ours / times.at("pgrep"), "",
-                     "ours " + InTime(ours) + ", pgrep " + InTime(times.at("pgrep")));
+                     Contest::Tell(times, {"ours", "pgrep"}));
     report.AddAtMost("a process of it", 8, ours * 1e6 / static_cast<double>(ReadTable()), "µs", "");
 }
 
@@ -105,7 +104,7 @@ void MeasureExchange(Report& report) {
     const auto times = contest.Run();
     report.AddAtMost("an exchange of 1 KiB: over a bare client", 2.5,
                      times.at("ours") / times.at("bare"), "",
-                     "ours " + InTime(times.at("ours")) + ", bare " + InTime(times.at("bare")));
+                     Contest::Tell(times, {"ours", "bare"}));
     server.CloseInput();
     server.AwaitEnd();
 }

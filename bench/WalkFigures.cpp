@@ -20,21 +20,21 @@ constexpr UInt64 kChanger = 0xA1;
 Contest::Times WalkInTurns(const std::string& root, int rounds) {
     Contest contest(rounds);
     contest.Add("ours", [&] { RunProgram({stage::ProgramPath("walk-by-daemon"), root}); });
-    contest.Add("bare", [&] { RunProgram({stage::ProgramPath("walk-bare"), root}); });
+    contest.Add("limit", [&] { RunProgram({stage::ProgramPath("walk-bare"), root}); });
     contest.Add("find", [&] { RunProgram({"find", root, "-size", "-0"}); });
     return contest.Run();
 }
 
 std::string Beside(const Contest::Times& times) {
-    return "ours " + InTime(times.at("ours")) + ", find " + InTime(times.at("find")) + ", limit " +
-           InTime(times.at("bare"));
+    return Contest::Tell(times, {"ours", "find", "limit"});
 }
 
 void MeasureFolder(Report& report, const std::string& where, const std::string& root) {
     const auto times = WalkInTurns(root, 15);
     report.AddAtMost(where + ": over find", 0.90, times.at("ours") / times.at("find"), "",
                      Beside(times));
-    report.AddAtMost(where + ": over the limit", 1.15, times.at("ours") / times.at("bare"), "", "");
+    report.AddAtMost(where + ": over the limit", 1.15, times.at("ours") / times.at("limit"), "",
+                     "");
 }
 
 void Check(VErrLink* err) {
@@ -69,7 +69,7 @@ void MeasureBuild(Report& report, const std::string& root) {
     EndInOrder(scene);
     report.AddAtMost("full build with progress: over the walk alone", 1.35,
                      times.at("build") / times.at("walk"), "",
-                     "build " + InTime(times.at("build")) + ", walk " + InTime(times.at("walk")));
+                     Contest::Tell(times, {"build", "walk"}));
 }
 
 void MeasureVolume(Report& report, bool cached) {
@@ -81,7 +81,7 @@ void MeasureVolume(Report& report, bool cached) {
     const std::string root = "/tmp/carousel/disc-0";
     RunProgram({stage::ProgramPath("walk-bare"), root});
     const auto times = WalkInTurns(root, 9);
-    const double overLimit = times.at("ours") / times.at("bare");
+    const double overLimit = times.at("ours") / times.at("limit");
     if (cached) {
         report.AddUnjudged("FUSE, kernel caching on: over the limit", overLimit, "", Beside(times));
     } else {
