@@ -15,15 +15,16 @@
 
 namespace {
 
-// Values of all kinds, a key that comes again, more pairs than are compared one by one.
+// Values of all kinds, dictionaries that are alike, a key that comes again, more pairs than are
+// compared one by one.
 std::string MotleyXml() {
     std::string xml =
         "<dict><key>a&amp;b</key><array><string>x<![CDATA[y]]></string>"
         "<integer>9223372036854775000</integer><integer>18446744073709551615</integer>"
         "<real>1.5</real><date>2004-11-29T21:33:09Z</date><data>AQID</data><true/>"
-        "<array/><dict/></array>";
-    for (int i = 0; i < 20; ++i)
-        xml += "<key>" + std::to_string(i % 19) + "</key><string>value</string>";
+        "<array/><dict/><dict><key>k</key><true/></dict><dict><key>k</key><false/></dict></array>";
+    for (int i = 0; i < 40; ++i)
+        xml += "<key>" + std::to_string(i % 39) + "</key><string>value</string>";
     return xml + "</dict>";
 }
 

@@ -202,6 +202,16 @@ TEST(StringUnits, OutsideTheStringAreLeftUnread) {
     }
 }
 
+TEST(String, IsAsLongAsItsUnits) {
+    for (const std::size_t ascii : {0U, 7U, 8U, 15U, 16U, 17U, 31U, 32U, 33U}) {
+        const std::string text(ascii, 'a');
+        const auto length = static_cast<CFIndex>(ascii);
+        EXPECT_EQ(CFStringGetLength(Text(text.c_str())), length);
+        EXPECT_EQ(CFStringGetLength(Text((text + "\xC3\xA9").c_str())), length + 1);
+        EXPECT_EQ(CFStringGetLength(Text((text + "\xF0\x9F\x98\x80").c_str())), length + 2);
+    }
+}
+
 TEST(String, ComparesNoFormsOfACharacter) {
     EXPECT_FALSE(CFEqual(CFSTR("\u00E9"), CFSTR("e\u0301")));
     EXPECT_FALSE(CFEqual(CFSTR("a"), CFSTR("A")));

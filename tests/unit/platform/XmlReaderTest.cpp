@@ -196,6 +196,8 @@ const Row kScalars[] = {
     {"IntegerCdata", "<integer><![CDATA[5]]></integer>", "Encountered empty <integer> on line 1"},
     {"IntegerWord", "<integer>abc</integer>", "Hex digit in non-hex <integer> on line 1"},
     {"IntegerExponent", "<integer>1e5</integer>", "Hex digit in non-hex <integer> on line 1"},
+    {"IntegerAndPath", "<integer>5x/</integer>",
+     "Unknown character 'x' (0x78) in <integer> on line 1"},
     {"IntegerUnit", "<integer>12x</integer>",
      "Unknown character 'x' (0x78) in <integer> on line 1"},
     {"IntegerFraction", "<integer>1.5</integer>",
@@ -488,9 +490,13 @@ TEST(XmlReader, NoFaultIsHiddenBetweenTwoPieces) {
                       "Unable to convert string to correct encoding")
                 << before;
     }
+    EXPECT_EQ(ReadList("<" + std::string(kPiece + 4, '\x80')).error,
+              "Unable to convert string to correct encoding");
 }
 
 TEST(XmlReader, WhatFollowsANulIsCheckedAndElseOfNoAccount) {
+    EXPECT_EQ(ReadList("<string>a\0"s + std::string(kPiece, 'b') + "</string>").error,
+              "Encountered unexpected EOF");
     for (const std::size_t place : {kPiece - 1, kPiece, kPiece + 1}) {
         const std::string xml = StringFrom(place - 9, "") + "\0<"s;
         const std::string behind(kPiece, 'b');
@@ -520,6 +526,7 @@ TEST(XmlReader, WhatStandsBeforeADictionaryChangesNothingInIt) {
         "<key>a</key><true/><key>a</key><false/>",
         "<key>a</key><true/><key>b</key><true/><key>a</key><false/>",
         "<key>ab</key><true/><key>b</key><false/>",
+        "<key>ab/</key><true/><key>b/</key><false/>",
         "<key></key><true/><key>b</key><false/>",
         "<key>a<![CDATA[b]]></key><true/><key>b</key><false/>",
         "<key>&#97;</key><true/><key>b</key><false/>",
@@ -546,6 +553,18 @@ TEST(XmlReader, WhatStandsBeforeADictionaryChangesNothingInIt) {
                     << before << " " << pairs;
         }
     }
+}
+
+TEST(XmlReader, ADictionaryOfManyKeysLeavesNothingToExpect) {
+    const std::string dictionaries[] = {"<dict>" + ManyKeys(3) + "</dict>",
+                                        "<dict>" + ManyKeys(33) + "</dict>", "<dict/>"};
+    std::string all;
+    for (const std::string& dictionary : dictionaries)
+        all += dictionary;
+    const ReadResult together = ReadList("<array>" + all + "</array>");
+    auto* array = static_cast<CFArrayRef>(together.list.Get());
+    for (CFIndex i = 0; i < 3; ++i)
+        EXPECT_EQ(CFArrayGetValueAtIndex(array, i), ReadList(dictionaries[i]).list.Get()) << i;
 }
 
 TEST(XmlReader, WhatStandsBeforeAnArrayChangesNothingInIt) {

@@ -238,7 +238,7 @@ Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int 
             Refuse();
         const Converted& value = Convert(Reference(references, count + i), depth + 1);
         height = std::max(height, value.height);
-        builder_.AddKey(Value::Share(key.value.Get()));
+        builder_.AddKey(key.value.Get());
         builder_.AddValue(Value::Share(value.value.Get()));
     }
     return {builder_.EndDictionary(), height + 1};

@@ -44,7 +44,7 @@ const Object* DictionaryShape::ShareAndLearn(std::span<Pair> pairs) noexcept {
         keys_[count_++] = pair.key;
     }
     const auto* dictionary = static_cast<const Dictionary*>(SharedDictionary(pairs));
-    for (std::size_t i = 0; dictionary != nullptr && i < count_; ++i) {
+    for (std::size_t i = 0; i < count_; ++i) {
         const auto place = std::ranges::find(pairs, keys_[i], &Pair::key);
         places_[i] = static_cast<std::uint8_t>(place - pairs.begin());
     }

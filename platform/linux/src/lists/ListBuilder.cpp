@@ -84,12 +84,12 @@ void ListBuilder::BeginDictionary() {
 }
 
 void ListBuilder::AddKey(std::string_view text) {
-    AddKey(Created(SharedString(text)));
+    keys_.push_back(Created(SharedString(text)));
+    AddKey(keys_.back().Get());
 }
 
-void ListBuilder::AddKey(Value key) {
-    keys_.push_back(std::move(key));
-    pairs_.emplace_back().key = keys_.back().Get();
+void ListBuilder::AddKey(const Object* key) {
+    pairs_.emplace_back().key = key;
 }
 
 void ListBuilder::AddValue(Value value) {
@@ -106,7 +106,7 @@ Value ListBuilder::EndDictionary() {
 
 Value ListBuilder::ShareDictionary(std::size_t begin) {
     DictionaryShape& shape = shapes_[Level()];
-    if (!mutable_ && shape.Fits(std::span(pairs_).subspan(begin)))
+    if (shape.Fits(std::span(pairs_).subspan(begin)))
         return Created(shape.Share(std::span(pairs_).subspan(begin)));
     KeepLastOfEachKey(begin);
     const auto pairs = std::span(pairs_).subspan(begin);

@@ -54,7 +54,7 @@ public:
     void BeginDictionary();
     // A key that comes again replaces the earlier value. The text is valid UTF-8.
     void AddKey(std::string_view text);
-    void AddKey(Value key);
+    void AddKey(const Object* key); // borrowed for as long as the list is read
     // The text that the next key will probably have; empty when nothing is known.
     std::string_view ExpectedKey() const noexcept;
     void AddExpectedKey();
@@ -73,7 +73,7 @@ private:
     std::vector<const Object*> members_; // owned
     Value lastArray_;                    // immutable
     std::vector<Pair> pairs_;         // keys borrowed, values owned, the last one's maybe missing
-    std::vector<Value> keys_;         // each that was looked up; pairs and shapes borrow them
+    std::vector<Value> keys_;         // those from texts; pairs and shapes borrow them
     std::vector<std::size_t> begins_; // of the unfinished dictionaries, among the pairs
 
     // Of the last dictionary at each level. Deep ones, which are rare, share one.

@@ -20,7 +20,7 @@ enum class Tag { Key, String, Integer, Dict, True, False, Array, Data, Real, Dat
 
 // Byte by byte in line, because it is asked for each element.
 template<std::size_t Size>
-bool Is(const char* name, const char (&text)[Size]) {
+bool IsNamed(const char* name, const char (&text)[Size]) {
     const auto same = [&]<std::size_t... Index>(std::index_sequence<Index...>) {
         return (... && (name[Index] == text[Index]));
     };
@@ -31,26 +31,26 @@ Tag TagOf(pugi::xml_node element) {
     const char* const name = element.name();
     switch (*name) {
     case 'a':
-        return Is(name, "array") ? Tag::Array : Tag::Unknown;
+        return IsNamed(name, "array") ? Tag::Array : Tag::Unknown;
     case 'd':
-        return Is(name, "dict")   ? Tag::Dict
-               : Is(name, "data") ? Tag::Data
-               : Is(name, "date") ? Tag::Date
-                                  : Tag::Unknown;
+        return IsNamed(name, "dict")   ? Tag::Dict
+               : IsNamed(name, "data") ? Tag::Data
+               : IsNamed(name, "date") ? Tag::Date
+                                       : Tag::Unknown;
     case 'f':
-        return Is(name, "false") ? Tag::False : Tag::Unknown;
+        return IsNamed(name, "false") ? Tag::False : Tag::Unknown;
     case 'i':
-        return Is(name, "integer") ? Tag::Integer : Tag::Unknown;
+        return IsNamed(name, "integer") ? Tag::Integer : Tag::Unknown;
     case 'k':
-        return Is(name, "key") ? Tag::Key : Tag::Unknown;
+        return IsNamed(name, "key") ? Tag::Key : Tag::Unknown;
     case 'p':
-        return Is(name, "plist") ? Tag::Plist : Tag::Unknown;
+        return IsNamed(name, "plist") ? Tag::Plist : Tag::Unknown;
     case 'r':
-        return Is(name, "real") ? Tag::Real : Tag::Unknown;
+        return IsNamed(name, "real") ? Tag::Real : Tag::Unknown;
     case 's':
-        return Is(name, "string") ? Tag::String : Tag::Unknown;
+        return IsNamed(name, "string") ? Tag::String : Tag::Unknown;
     case 't':
-        return Is(name, "true") ? Tag::True : Tag::Unknown;
+        return IsNamed(name, "true") ? Tag::True : Tag::Unknown;
     default:
         return Tag::Unknown;
     }
@@ -84,7 +84,7 @@ private:
     Value ReadNumber(pugi::xml_node element);
     Value ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice& content));
 
-    pugi::xml_node FirstChild(pugi::xml_node container, int depth) const;
+    pugi::xml_node EnterContainer(pugi::xml_node container, int depth) const;
     bool SkipToElement(pugi::xml_node& node) const;
     void RefuseUnlessRemark(pugi::xml_node node, pugi::xml_node_type type) const;
     [[noreturn]] void RefuseTag(pugi::xml_node element) const;
@@ -94,8 +94,7 @@ private:
     ListBuilder& builder_;
 };
 
-// Goes on from the node to the next one that is an element, if it is none itself; false when there
-// is no more.
+// Moves the node on to the nearest element, itself included; false when there is none.
 inline bool XmlReader::SkipToElement(pugi::xml_node& node) const {
     while (true) {
         const pugi::xml_node_type type = node.type();
@@ -155,7 +154,6 @@ Value XmlReader::ReadValue(pugi::xml_node element, int depth) {
 // Hands out what is written in the element, entities and sections resolved.
 template<typename Use>
 auto XmlReader::ReadText(pugi::xml_node element, Use use) {
-    RefuseBreakIn(element);
     const std::string_view text = element.value();
     const bool isAll =
         text.empty() ? !element.first_child() : XmlTree::Closes(text.data() + text.size());
@@ -165,7 +163,7 @@ auto XmlReader::ReadText(pugi::xml_node element, Use use) {
 }
 
 Value XmlReader::ReadPlist(pugi::xml_node plist, int depth) {
-    pugi::xml_node object = FirstChild(plist, depth);
+    pugi::xml_node object = EnterContainer(plist, depth);
     if (!SkipToElement(object)) {
         RefuseBreakIn(plist);
         throw MalformedList("Encountered empty plist tag");
@@ -181,7 +179,7 @@ Value XmlReader::ReadPlist(pugi::xml_node plist, int depth) {
 
 Value XmlReader::ReadArray(pugi::xml_node array, int depth) {
     const std::size_t begin = builder_.BeginArray();
-    for (pugi::xml_node member = FirstChild(array, depth); SkipToElement(member);
+    for (pugi::xml_node member = EnterContainer(array, depth); SkipToElement(member);
          member = member.next_sibling())
         builder_.AddMember(ReadValue(member, depth + 1));
     RefuseBreakIn(array);
@@ -190,9 +188,9 @@ Value XmlReader::ReadArray(pugi::xml_node array, int depth) {
 
 Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
     builder_.BeginDictionary();
-    for (pugi::xml_node node = FirstChild(dictionary, depth); SkipToElement(node);
+    for (pugi::xml_node node = EnterContainer(dictionary, depth); SkipToElement(node);
          node = node.next_sibling()) {
-        if (!Is(node.name(), "key"))
+        if (!IsNamed(node.name(), "key"))
             RefuseAt(tree_.At(node), "Found non-key inside <dict> at line ");
         pugi::xml_node value = node.next_sibling();
         const bool hasValue = SkipToElement(value);
@@ -218,6 +216,7 @@ void XmlReader::ReadKey(pugi::xml_node element) {
 }
 
 Value XmlReader::ReadString(pugi::xml_node element) {
+    RefuseBreakIn(element);
     return ReadText(element, [](std::string_view text) { return Created(SharedString(text)); });
 }
 
@@ -250,7 +249,7 @@ Value XmlReader::ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice
     return value;
 }
 
-pugi::xml_node XmlReader::FirstChild(pugi::xml_node container, int depth) const {
+pugi::xml_node XmlReader::EnterContainer(pugi::xml_node container, int depth) const {
     if (depth == kMaximumNesting)
         RefuseAt(tree_.At(container), "Too many nested arrays or dictionaries, failing on line ");
     if (*container.value() != '\0')

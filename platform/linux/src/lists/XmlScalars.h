@@ -13,8 +13,8 @@ namespace cf {
 // Decimal or 0x and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1.
 Value ReadInteger(const XmlSlice& content);
 
-// The usual integer, decimal digits alone and so few that they fit: gives it and returns where the
-// digits end; nullptr when there are none, or too many.
+// The usual integer, decimal digits alone: gives what the first eighteen of them say, which always
+// fits, and returns the place behind these; nullptr when there are none.
 const char* ParsePlainInteger(const char* text, std::int64_t& integer) noexcept;
 
 // As strtod() in the C locale has it, but without hexadecimal and without blanks behind.

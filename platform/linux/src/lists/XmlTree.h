@@ -60,7 +60,8 @@ private:
     [[noreturn]] void RefuseBrokenElement() const;
     XmlSlice LastBeforeBreak(std::string_view marker) const;
 
-    std::unique_ptr<char[]> copy_; // of the text; names and values lie in it
+    // Each is made from those before it; names and values lie in the copy.
+    std::unique_ptr<char[]> copy_;
     std::string_view text_;
     pugi::xml_document document_;
     pugi::xml_parse_result result_;

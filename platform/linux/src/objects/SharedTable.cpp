@@ -1,7 +1,6 @@
 #include "objects/SharedTable.h"
 
 #include <algorithm>
-#include <cassert>
 #include <cstdlib>
 #include <iterator>
 
@@ -9,7 +8,7 @@ namespace cf {
 namespace {
 
 constexpr unsigned kPartBits = 4;
-constinit SharedTablePart g_parts[1U << kPartBits];
+constinit SharedTablePart g_parts[1U << kPartBits] = {}; // GCC 12 leaves it zero without braces
 
 } // namespace
 
@@ -30,18 +29,16 @@ bool SharedTablePart::MakeRoom() noexcept {
 
 void SharedTablePart::Shrink() noexcept {
     if (capacity_ > kFew && count_ * 8 < capacity_)
-        Resize(CapacityFor(count_ * 2)); // when that fails, another time
+        Resize(std::max(CapacityFor(count_ * 2), kFew)); // when that fails, another time
 }
 
+// Never to the capacity that it has.
 bool SharedTablePart::Resize(std::size_t capacity) noexcept {
-    const bool areFew = capacity <= kFew; // only when there are more now
-    assert(!areFew || values_ != few_);
     const Object** values = few_;
-    if (!areFew)
+    if (capacity != kFew)
         values = static_cast<const Object**>(std::calloc(capacity, sizeof(const Object*)));
     if (values == nullptr)
         return false;
-    capacity = std::max(capacity, kFew);
     const auto isFree = [values](std::size_t place) { return values[place] == nullptr; };
     const auto never = [](std::size_t) { return false; };
     for (std::size_t i = 0; i < capacity_; ++i) {
@@ -80,7 +77,7 @@ std::size_t SharedTablePart::Count() noexcept {
     return count_;
 }
 
-std::size_t SharedTablePart::Capacity() noexcept {
+std::size_t SharedTablePart::AllocatedPlaces() noexcept {
     const std::lock_guard lock(mutex_);
     return values_ == few_ ? 0 : capacity_;
 }
@@ -97,7 +94,7 @@ SharedTableSize MeasureSharedTable() noexcept {
     SharedTableSize size = {};
     for (SharedTablePart& part : g_parts) {
         size.values += part.Count();
-        size.places += part.Capacity();
+        size.places += part.AllocatedPlaces();
     }
     return size;
 }

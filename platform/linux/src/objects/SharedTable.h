@@ -31,7 +31,7 @@ public:
 
     void Forget(const Object* value) noexcept;
     std::size_t Count() noexcept;
-    std::size_t Capacity() noexcept;
+    std::size_t AllocatedPlaces() noexcept;
 
 private:
     auto IsFree() const noexcept {
