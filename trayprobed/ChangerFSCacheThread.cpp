@@ -145,7 +145,8 @@ VErrLink* RunAFSCacheUpdate(UInt64 changerGUID, UInt16 storageElem, SInt32 desce
     snprintf(path, sizeof path, "%s", mountPath);
     const size_t length = AppendToPath(path, strlen(path), "");
     ListRoot(path, &room, &names);
-    while (const char* name = err == nullptr && !aborted ? TakeDirectoryName(&names) : nullptr) {
+    const char* name = nullptr;
+    while (err == nullptr && !aborted && (name = TakeDirectoryName(&names)) != nullptr) {
         bool isMediaRoot = false;
         UInt16 entryElem = 0;
         AppendToPath(path, length, name);

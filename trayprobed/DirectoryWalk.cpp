@@ -40,7 +40,7 @@ static bool HasIdentity(const WalkedDirectory* directory, const struct stat& sta
     return directory->inode == status.st_ino && directory->device == status.st_dev;
 }
 
-// The one place where a link is followed: a mount path may be one.
+// Followed if it is a link: a mount path may be one.
 static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
     top->stream = opendir(walk->path);
     struct stat status = {};
@@ -50,10 +50,12 @@ static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
     return error;
 }
 
-// From here on a deep parent is not needed until the child was walked.
+// Whether another took its place since the look is not asked: that costs a question for each
+// directory, and the path ends the way down in any case.
 static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
     const int error =
         Open(dirfd(child->parent->stream), walk->path + child->nameAt, &child->stream);
+    // A deep parent is not needed until the child was walked.
     if (error == 0 && child->parent->level >= k_levelsKeptOpen)
         Close(child->parent);
     return error;
@@ -67,8 +69,6 @@ static int OpenAgain(const DirectoryWalk* walk, WalkedDirectory* directory) {
         error = errno;
     else if (error == 0 && !HasIdentity(directory, status))
         error = ENOENT;
-    if (error != 0)
-        Close(directory);
     return error;
 }
 

@@ -2,10 +2,10 @@
 #define TRAYPROBED_DIRECTORYWALK_H
 
 /*
- * A walk down a directory tree and back, by open directories: links are not followed, and no path
- * is looked up again from the root. At most 63 directories are kept open, one more for a moment;
- * beyond that, a directory is closed while the walk is below it, and opened again by path for what
- * it has left.
+ * A walk down a directory tree and back, by open directories: each name is looked up in the
+ * directory that has it, and links are not followed. At most 63 directories are kept open, one more
+ * for a moment; beyond that, a directory is closed while the walk is below it, and opened again by
+ * path for what it has left.
  *
  * A walker lists each directory whole when it enters it, then goes from one of its subdirectories
  * to the next, each on a frame of the walker's own stack:

@@ -3,6 +3,8 @@
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "trayprobed/ChangerFSCacheState.h"
 
+#include <filesystem>
+
 namespace {
 
 void TimeOutOnceMemoryIsOut(CFRunLoopTimerRef timer, void* info) {
@@ -52,7 +54,19 @@ void WholeDaemon::RegisterFileSystem() const {
     EXPECT_EQ(TakeChain(AddChangerFSToList(kSweptChanger, "sr0", tree_.Root().c_str())), Chain());
 }
 
+// Of this process, that lead into the tree.
+static std::size_t CountOpenIn(const std::string& root) {
+    std::size_t count = 0;
+    for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone; // the iterator's own
+        const auto file = std::filesystem::read_symlink(descriptor, gone);
+        count += file.string().starts_with(root) ? 1U : 0U;
+    }
+    return count;
+}
+
 std::vector<std::string> WholeDaemon::ExpectSound(const Fault& fault, bool done) {
+    EXPECT_EQ(CountOpenIn(tree_.Root()), 0U) << fault.what;
     EXPECT_EQ(StateLock::CountHeldMutexes(), 0) << fault.what;
     EXPECT_TRUE(done || fault.happened) << fault.what;
     auto lines = log_.TakeWithoutLineNumbers();

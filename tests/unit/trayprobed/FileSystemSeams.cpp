@@ -19,6 +19,7 @@ struct Seams {
     std::map<std::string, int> listingErrors;
     std::map<std::string, int> statusErrors;
     std::map<std::string, std::string> sameAs;
+    std::function<void()> onOpening;
     std::function<void(const std::string&)> onListing;
     std::function<void(const std::string&)> onStatus;
 
@@ -87,6 +88,8 @@ int __wrap_openat(int folder, const char* name, int flags, ...) {
     }
     const int descriptor = __real_openat(folder, name, flags);
     g_seams->paths[descriptor] = path;
+    if (g_seams->onOpening)
+        g_seams->onOpening();
     return descriptor;
 }
 
@@ -147,6 +150,10 @@ void FileSystemSeams::FailStatus(const std::string& path, int error) {
 
 void FileSystemSeams::PretendSame(const std::string& path, const std::string& other) {
     g_seams->sameAs[path] = other;
+}
+
+void FileSystemSeams::OnOpening(std::function<void()> function) {
+    g_seams->onOpening = std::move(function);
 }
 
 void FileSystemSeams::OnListing(std::function<void(const std::string&)> function) {

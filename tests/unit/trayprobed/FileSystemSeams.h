@@ -24,6 +24,8 @@ public:
     static void FailStatus(const std::string& path, int error);
     // The one directory is the other's, as a mount would have it.
     static void PretendSame(const std::string& path, const std::string& other);
+    // Called behind each opening of a directory below the top.
+    static void OnOpening(std::function<void()> function);
     // Called before each listing.
     static void OnListing(std::function<void(const std::string& path)> function);
     // Called behind each look at an entry.
