@@ -8,8 +8,9 @@
 
 namespace bench {
 
-// Ways to do the same, timed in turns by Google Benchmark, so that what else the machine does
-// falls on all of them. The time is the real one: the median of the rounds, in seconds.
+// Ways to do the same, timed round by round in random order by Google Benchmark, so that what
+// else the machine does falls on all of them. The time is the real one: the median of the rounds,
+// in seconds.
 class Contest {
 public:
     enum class Thread { Main, Another };

@@ -8,7 +8,8 @@ namespace {
 
 std::string Rounded(double value) {
     const double magnitude = std::abs(value);
-    const int decimals = magnitude >= 100 ? 0 : magnitude >= 10 ? 1 : 2;
+    const bool isWhole = value == std::floor(value);
+    const int decimals = magnitude >= 100 || isWhole ? 0 : magnitude >= 10 ? 1 : 2;
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     std::string digits = text;

@@ -1,6 +1,6 @@
-// walk-bare ROOT: the least that a walk can do which opens every directory relative to its parent,
-// lists it in large pieces and takes the status of every entry. A directory that cannot be opened
-// ends it.
+// walk-bare ROOT ENTRIES: the least that a walk can do which opens every directory relative to its
+// parent, lists it in large pieces and takes the status of every entry. It fails unless it finds
+// that many.
 
 #include <array>
 #include <cstdlib>
@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 18;
 
+std::size_t g_entries = 0;
+
 bool IsDots(const char* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
@@ -23,6 +25,7 @@ void Walk(int directory);
 
 void Enter(int parent, const char* name) {
     struct stat status = {};
+    ++g_entries;
     if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) {
         return;
     }
@@ -61,10 +64,10 @@ void Walk(int directory) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const int root = argc == 2 ? open(argv[1], O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    const int root = argc == 3 ? open(argv[1], O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
     if (root < 0) {
         return 2;
     }
     Walk(root);
-    return 0;
+    return g_entries == std::strtoul(argv[2], nullptr, 10) ? 0 : 1;
 }

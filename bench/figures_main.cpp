@@ -46,6 +46,7 @@ void Measure(const std::vector<std::string>& names) {
 
 int main(int argc, char** argv) {
     if (!InitVErrSystem() || InitMediaIdState() != nullptr) {
+        std::fprintf(stderr, "cannot begin\n");
         return 1;
     }
     try {
