@@ -28,7 +28,7 @@ constexpr std::size_t kChangerCounts[] = {1, 4, 16, 64};
 
 void MeasureNotificationGrowth(Report& report) {
     std::vector<std::unique_ptr<Notification>> notifications;
-    Contest contest(9);
+    Contest contest;
     for (const std::size_t changers : kChangerCounts) {
         const Shelf shelf(changers, kSlots);
         KnowChangers(shelf);
