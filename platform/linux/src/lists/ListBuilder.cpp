@@ -105,7 +105,7 @@ Value ListBuilder::EndDictionary() {
 }
 
 Value ListBuilder::ShareDictionary(std::size_t begin) {
-    DictionaryShape& shape = shapes_[Level()];
+    DictionaryShape& shape = Shape();
     if (shape.Fits(std::span(pairs_).subspan(begin)))
         return Created(shape.Share(std::span(pairs_).subspan(begin)));
     KeepLastOfEachKey(begin);

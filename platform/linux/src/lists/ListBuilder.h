@@ -56,7 +56,7 @@ public:
     void AddKey(std::string_view text);
     void AddKey(const Object* key); // borrowed for as long as the list is read
     // The text that the next key will probably have; empty when nothing is known.
-    std::string_view ExpectedKey() const noexcept;
+    std::string_view ExpectedKey() noexcept;
     void AddExpectedKey();
     void AddValue(Value value); // of the last key
     Value EndDictionary();
@@ -67,7 +67,7 @@ private:
     void KeepLastOfEachKey(std::size_t begin);
     Value ShareArray(std::span<const Object* const> members);
     Value ShareDictionary(std::size_t begin);
-    std::size_t Level() const noexcept;
+    DictionaryShape& Shape() noexcept;
 
     const bool mutable_;
     std::vector<const Object*> members_; // owned
@@ -81,16 +81,16 @@ private:
 };
 
 // In line, because they are asked for each key.
-inline std::size_t ListBuilder::Level() const noexcept {
-    return std::min(begins_.size(), shapes_.size()) - 1;
+inline DictionaryShape& ListBuilder::Shape() noexcept {
+    return shapes_[std::min(begins_.size(), shapes_.size()) - 1];
 }
 
-inline std::string_view ListBuilder::ExpectedKey() const noexcept {
-    return shapes_[Level()].KeyText(pairs_.size() - begins_.back());
+inline std::string_view ListBuilder::ExpectedKey() noexcept {
+    return Shape().KeyText(pairs_.size() - begins_.back());
 }
 
 inline void ListBuilder::AddExpectedKey() {
-    pairs_.emplace_back().key = shapes_[Level()].Key(pairs_.size() - begins_.back());
+    pairs_.emplace_back().key = Shape().Key(pairs_.size() - begins_.back());
 }
 
 } // namespace cf

@@ -25,14 +25,11 @@ bool IsWholeNumber(NumberValue number, std::int64_t* value) noexcept {
     return static_cast<double>(*value) == number.Real();
 }
 
-NumberValue ImmediateValue(const Object* reference) noexcept {
-    const auto bits = reinterpret_cast<std::intptr_t>(reference);
-    return {kSignedNumber, static_cast<std::uint64_t>(std::int64_t{bits >> 1})};
-}
-
 NumberValue AnyValue(const Object* number) noexcept {
-    return IsImmediate(number) ? ImmediateValue(number)
-                               : ValueOf(static_cast<const Number*>(number));
+    if (!IsImmediate(number))
+        return ValueOf(static_cast<const Number*>(number));
+    const auto bits = reinterpret_cast<std::intptr_t>(number);
+    return {kSignedNumber, static_cast<std::uint64_t>(std::int64_t{bits >> 1})};
 }
 
 bool EqualNumbers(const Object* first, const Object* second) noexcept {
