@@ -21,7 +21,7 @@ protected:
     }
 
     Held<CFNumberRef> first_ = Integer(kLarge);
-    Held<CFNumberRef> second_ = Integer(kLarge + 1);
+    Held<CFNumberRef> second_ = Integer(kLarge + 1024);
     Held<CFNumberRef> third_ = Integer(kLarge);
     Held<CFMutableArrayRef> array_ = NewArray();
 };
@@ -80,9 +80,9 @@ TEST_F(ArrayOfThree, RemovesAtAnIndexAndReleases) {
 TEST_F(ArrayOfThree, FindsTheFirstEqualMember) {
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, third_), 0);
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, CFRangeMake(1, 2), first_), 2);
-    EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, Integer(kLarge + 1)), 1);
+    EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, Real(0x1p62 + 1024)), 1);
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(array_, kEverything, Integer(1)), kCFNotFound);
-    EXPECT_TRUE(CFArrayContainsValue(array_, kEverything, Integer(kLarge)));
+    EXPECT_TRUE(CFArrayContainsValue(array_, kEverything, Real(0x1p62)));
     EXPECT_FALSE(CFArrayContainsValue(array_, CFRangeMake(0, 1), second_));
 }
 

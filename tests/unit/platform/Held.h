@@ -35,8 +35,9 @@ private:
     Reference reference_;
 };
 
-// Too large for a reference to hold it, so that it is an object.
-constexpr std::int64_t kLarge = INT64_MAX - 70000;
+// Too large for a reference to hold it, so that it is an object. It is a real, too; the next one is
+// 1024 away.
+constexpr std::int64_t kLarge = std::int64_t{1} << 62;
 
 inline Held<CFNumberRef> Integer(std::int64_t value) {
     return Held(CFNumberCreate(nullptr, kCFNumberSInt64Type, &value));
