@@ -25,10 +25,15 @@ inline constexpr std::size_t kThreadsAtRest = 2; // the sanitizer keeps one of i
 inline constexpr std::size_t kThreadsAtRest = 1;
 #endif
 
+// A thread that was joined may still be listed for a moment.
+inline void AwaitThreads(std::size_t atMost) {
+    while (CountThreads() > atMost)
+        std::this_thread::yield();
+}
+
 // Until the threads that nobody joins have ended.
 inline void AwaitRest() {
-    while (CountThreads() > kThreadsAtRest)
-        std::this_thread::yield();
+    AwaitThreads(kThreadsAtRest);
 }
 
 #endif

@@ -1,5 +1,6 @@
 /* Reading property lists from files: the states of a stream, and files that must not be opened. */
 
+#include "Footprint.h"
 #include "Lists.h"
 
 #include <gtest/gtest.h>
@@ -20,10 +21,6 @@ namespace {
 constexpr const char* kUnknownError = "Property list reading could not be completed because the "
                                       "stream had an unknown error. Did you forget to open the "
                                       "stream?";
-
-std::ptrdiff_t DescriptorCount() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 // When it names a file, stat() tells of that file, as if another took its place before open().
 std::string g_replacedAfterLstat;
@@ -192,11 +189,11 @@ TEST_F(ReadStreamTest, LooksBeforeItOpens) {
 
 TEST_F(ReadStreamTest, LooksAgainAtWhatItOpened) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
-    const std::ptrdiff_t before = DescriptorCount();
+    const std::size_t before = CountDescriptors();
     g_replacedAfterLstat = File("x", "<true/>");
     EXPECT_FALSE(CanOpen(Path("fifo")));
     g_replacedAfterLstat.clear();
-    EXPECT_EQ(DescriptorCount(), before);
+    EXPECT_EQ(CountDescriptors(), before);
 }
 
 TEST_F(ReadStreamTest, RefusesFilesAbove16MiB) {
@@ -210,12 +207,12 @@ TEST_F(ReadStreamTest, RefusesFilesAbove16MiB) {
 }
 
 TEST_F(ReadStreamTest, KeepsNoDescriptor) {
-    const std::ptrdiff_t before = DescriptorCount();
+    const std::size_t before = CountDescriptors();
     const Held stream = MakeStream(File("x", "<true/>"));
     ASSERT_TRUE(CFReadStreamOpen(stream.Get()));
-    EXPECT_EQ(DescriptorCount(), before);
+    EXPECT_EQ(CountDescriptors(), before);
     EXPECT_FALSE(CanOpen(Path("missing")));
-    EXPECT_EQ(DescriptorCount(), before);
+    EXPECT_EQ(CountDescriptors(), before);
 }
 
 TEST(ReadStream, NeedsAUrlAndAStream) {

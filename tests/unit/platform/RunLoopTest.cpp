@@ -1,5 +1,5 @@
 #include "Callouts.h"
-#include "Descriptors.h"
+#include "Footprint.h"
 #include "LoopSleep.h"
 
 #include <glib.h>
@@ -385,7 +385,7 @@ TEST(RunLoopTest, LoopHoldsItsSource) {
 
 TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
     static std::atomic<int> released = 0;
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     std::thread([] {
         const Event event;
         CFRunLoopTimerContext context = {0, nullptr, nullptr, [](const void*) { ++released; },

@@ -1,5 +1,5 @@
 #include "Callouts.h"
-#include "Descriptors.h"
+#include "Footprint.h"
 #include "FaultSweep.h"
 #include "LocalServer.h"
 
@@ -57,7 +57,7 @@ bool BlocksSignal(const std::string& thread, int number) {
 TEST(SocketReaderTest, WhileItCannotBeStartedNothingConnects) {
     const LocalServer server;
     const CFDataRef address = CreateAddress(server);
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     const std::set<std::string> threads = ListThreads();
     for (const SystemCallFailure& failure : SystemCallFailures()) {
         if (!BelongsToTheStart(failure))

@@ -1,6 +1,6 @@
 #include "AllocationFaults.h"
 #include "Callouts.h"
-#include "Descriptors.h"
+#include "Footprint.h"
 #include "LocalServer.h"
 #include "LoopSleep.h"
 
@@ -171,7 +171,7 @@ using Chunks = std::vector<std::string>;
 // Connecting
 
 TEST(SocketConnectTest, NobodyThereGivesNothing) {
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     {
         LocalServer server;
         std::ofstream(server.Directory() + "/file") << "text";
@@ -226,7 +226,7 @@ TEST(SocketConnectTest, OtherSignaturesGiveNothing) {
 TEST(SocketConnectTest, FullBacklogGivesNothingWhenTheTimeIsOver) {
     LocalServer server(0);
     server.FillBacklog();
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     for (const CFTimeInterval timeout : {0.02, 0.0, -1.0})
         EXPECT_FALSE(TestSocket(Address(server.Path()), timeout).Connected());
     EXPECT_EQ(CountDescriptors(), descriptors);
@@ -657,7 +657,7 @@ TEST(SocketLifeTest, DroppedInItsOwnCalloutIsGoneWithWhatIsQueued) {
         peer.Write(LongText(1 << 20));
     }
     g_resting.wait(-1);
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     socket.atChunk = [&] { socket.Drop(); };
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks.size(), 1);
@@ -675,7 +675,7 @@ TEST(SocketLifeTest, ForgottenSourceKeepsNoDescriptor) {
     std::vector<CFRunLoopSourceRef> forgotten;
     StartTheReader();
     CFRunLoopGetCurrent();
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     for (int i = 0; i < 10; ++i) {
         TestSocket socket(server);
         forgotten.push_back(socket.CreateSource());
@@ -743,11 +743,11 @@ TEST(SocketLifeTest, ManyExchangesOnManyThreadsLeaveNothing) {
     constexpr int kExchanges = 1000;
     const LocalServer server(kThreads);
     StartTheReader();
-    const std::ptrdiff_t threadsAtRest = CountThreads();
+    const std::size_t threadsAtRest = CountThreads();
     std::thread first(Answer, std::cref(server), 1);
     Exchange(server); // this thread's loop stays
     first.join();
-    const std::ptrdiff_t descriptors = CountDescriptors();
+    const std::size_t descriptors = CountDescriptors();
     std::thread answers(Answer, std::cref(server), kThreads * kExchanges);
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i)
