@@ -18,6 +18,7 @@ imports=$(nm --dynamic --undefined-only "$binary")
 producers=$(readelf --wide --debug-dump=info "$binary" | grep DW_AT_producer)
 
 says() { printf '%s\n' "$1" | grep -qE -- "$2"; }
+lacks() { ! says "$1" "$2"; }
 # Of each of the daemon's own sources, not only of some.
 every_source_has() { [ -n "$producers" ] && ! printf '%s\n' "$producers" | grep -vq -- "$1"; }
 main_marks_its_entry() {
@@ -32,6 +33,8 @@ expect 'canaries' says "$imports" '__stack_chk_fail'
 expect 'canaries in every source' every_source_has '-fstack-protector-strong'
 expect 'probed stack growth in every source' every_source_has '-fstack-clash-protection'
 expect 'checked library calls' says "$imports" '__v?snprintf_chk'
+# Registering the destructor of a thread_local object ends the process when memory is out.
+expect 'a program without thread-local destructors' lacks "$imports" '__cxa_thread_atexit'
 if [ "$(uname -m)" = x86_64 ]; then
     expect 'control-flow protection in every source' every_source_has '-fcf-protection=full'
     expect 'marked entries' main_marks_its_entry

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -45,6 +46,7 @@ constexpr SystemCallFailure kFailures[] = {
     {"openat", ENFILE},
     {"opendir", EMFILE},
     {"opendir", ENFILE},
+    {"pthread_setspecific", ENOMEM},
     {"read", EINTR},
     {"read", EIO},
     {"readdir", EIO},
@@ -133,6 +135,7 @@ FAILING_CALL(int, -1, fstatat, (int directory, const char* path, struct stat* st
              (directory, path, status, flags))
 FAILING_CALL(int, -1, lstat, (const char* path, struct stat* status), (path, status))
 FAILING_CALL(DIR*, nullptr, opendir, (const char* path), (path))
+FAILING_CALL(int, ENOMEM, pthread_setspecific, (pthread_key_t key, const void* value), (key, value))
 FAILING_CALL(ssize_t, -1, read, (int descriptor, void* bytes, std::size_t count),
              (descriptor, bytes, count))
 FAILING_CALL(dirent*, nullptr, readdir, (DIR * directory), (directory))

@@ -18,6 +18,7 @@
 #include "loop/RunLoopState.h"
 #include "loop/RunLoopTimer.h"
 
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -36,22 +37,42 @@ void Destroy(Object* object) noexcept {
     delete static_cast<RunLoop*>(object);
 }
 
-// A thread's loop, freed with the thread.
-struct ThreadsLoop {
-    RunLoop* loop = nullptr;
+void EndLoop(void* ended) noexcept {
+    auto* loop = static_cast<RunLoop*>(ended);
+    while (!loop->sources.Empty())
+        Leave(static_cast<Source&>(*loop->sources.First()));
+    while (!loop->timers.Empty())
+        Leave(static_cast<Timer&>(*loop->timers.First()));
+    Release(loop);
+}
 
-    ThreadsLoop() noexcept = default;
-    ThreadsLoop(const ThreadsLoop&) = delete;
-    ThreadsLoop& operator=(const ThreadsLoop&) = delete;
-    ~ThreadsLoop() {
+// The key under which each thread keeps its loop, freed with the thread. Not a thread_local object
+// with a destructor: registering one ends the process when memory is out.
+class LoopKey {
+public:
+    LoopKey() noexcept : isMade_(pthread_key_create(&key_, EndLoop) == 0) {}
+    LoopKey(const LoopKey&) = delete;
+    LoopKey& operator=(const LoopKey&) = delete;
+    // At exit, which calls no destructor of the exiting thread's values. Other threads may still
+    // use the key.
+    ~LoopKey() {
+        RunLoop* const loop = Get();
         if (loop == nullptr)
             return;
-        while (!loop->sources.Empty())
-            Leave(static_cast<Source&>(*loop->sources.First()));
-        while (!loop->timers.Empty())
-            Leave(static_cast<Timer&>(*loop->timers.First()));
-        Release(loop);
+        Set(nullptr);
+        EndLoop(loop);
     }
+
+    RunLoop* Get() const noexcept {
+        return isMade_ ? static_cast<RunLoop*>(pthread_getspecific(key_)) : nullptr;
+    }
+    bool Set(RunLoop* loop) const noexcept {
+        return isMade_ && pthread_setspecific(key_, loop) == 0;
+    }
+
+private:
+    pthread_key_t key_ = 0;
+    const bool isMade_;
 };
 
 // GLib needs a descriptor for a context and ends the process without. Of those that there are,
@@ -75,10 +96,14 @@ RunLoop* MakeLoop() noexcept {
 }
 
 RunLoop* CurrentLoop() noexcept {
-    thread_local ThreadsLoop own;
-    if (own.loop == nullptr)
-        own.loop = MakeLoop();
-    return own.loop;
+    static const LoopKey key;
+    if (RunLoop* const known = key.Get())
+        return known;
+    RunLoop* const made = MakeLoop();
+    if (made == nullptr || key.Set(made))
+        return made;
+    Release(made);
+    return nullptr;
 }
 
 // Puts a run into the loop's chain of runs while it lasts.

@@ -1,0 +1,98 @@
+/* A thread's run loop where memory or keys are out, and at the end of the process. */
+
+#include "loop/RunLoopSource.h"
+
+#include <CoreFoundation/CFRunLoop.h>
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+bool g_hasKeys = true;
+
+} // namespace
+
+extern "C" {
+int __real_pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
+int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
+
+int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) {
+    return g_hasKeys ? __real_pthread_key_create(key, destructor) : EAGAIN;
+}
+}
+
+namespace {
+
+// Allocates until not even the smallest block is left, in libc itself neither.
+void ExhaustMemory() {
+    const rlimit none = {0, RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &none);
+    constexpr std::size_t kLargeStep = 1 << 16;
+    constexpr std::size_t kSmallStep = 16;
+    for (std::size_t size = 1 << 20; size > 0;
+         size -= size > kLargeStep ? kLargeStep : kSmallStep) {
+        void* volatile block = nullptr;
+        do
+            block = std::malloc(size);
+        while (block != nullptr);
+    }
+}
+
+// Ends the process, with status 0 if a new thread has no loop.
+[[noreturn]] void ExpectNoLoop() {
+    std::thread([] {
+        ExhaustMemory();
+        const bool hasLoop = CFRunLoopGetCurrent() != nullptr;
+        _exit(hasLoop ? 1 : 0);
+    }).join();
+    std::abort();
+}
+
+TEST(RunLoopOfThreadTest, IsNullWithoutMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer's own allocator ends the process";
+#endif
+    EXPECT_EXIT(ExpectNoLoop(), testing::ExitedWithCode(0), "");
+}
+
+TEST(RunLoopOfThreadTest, IsNullWithoutAKey) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // where nothing has made the key before
+    const auto look = [] {
+        g_hasKeys = false;
+        CFRunLoopRun(); // returns at once
+        _exit(CFRunLoopGetCurrent() == nullptr ? 0 : 1);
+    };
+    EXPECT_EXIT(look(), testing::ExitedWithCode(0), "");
+}
+
+// Of a source that is in the calling thread's loop and belongs to it alone.
+void AddSourceThatTellsItsEnd() {
+    static constexpr cf::SourceCallouts kCallouts = {
+        .perform = [](void*) {},
+        .joined = nullptr,
+        .left = [](void*) { std::fputs("left ", stderr); },
+        .invalid = [](void*) { std::fputs("freed", stderr); },
+    };
+    cf::Source* const source = cf::CreateSource(kCallouts, nullptr, cf::Runs::kEvery);
+    const auto reference = reinterpret_cast<CFRunLoopSourceRef>(source);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), reference, kCFRunLoopDefaultMode);
+    CFRelease(reference);
+}
+
+TEST(RunLoopOfThreadTest, EndsWithTheProcess) {
+    const auto end = [] {
+        AddSourceThatTellsItsEnd();
+        std::exit(0);
+    };
+    EXPECT_EXIT(end(), testing::ExitedWithCode(0), "left freed");
+}
+
+} // namespace
