@@ -118,17 +118,21 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
  * errno
  */
 #define VERR_RAISE(thrown) VErrRaise((thrown), k_sourcePath, __func__, __LINE__)
+#define VERR_STEP(err, call, ...) VERR_STEP_IN(__func__, err, call, __VA_ARGS__)
+#define VERR_NEED(err, condition, ...) VERR_NEED_IN(__func__, err, condition, __VA_ARGS__)
 
-#define VERR_STEP(err, call, ...)                                                                  \
+/* The same for a static function that does the work of several public ones: the link names the
+   public function that was called, which the caller hands down. */
+#define VERR_STEP_IN(function, err, call, ...)                                                     \
     do {                                                                                           \
         if ((err) == nullptr && ((err) = (call)) != nullptr)                                       \
-            VERR_RAISE(VErrThrow(&(err), __VA_ARGS__));                                            \
+            VErrRaise(VErrThrow(&(err), __VA_ARGS__), k_sourcePath, (function), __LINE__);         \
     } while (false)
 
-#define VERR_NEED(err, condition, ...)                                                             \
+#define VERR_NEED_IN(function, err, condition, ...)                                                \
     do {                                                                                           \
         if ((err) == nullptr && !(condition))                                                      \
-            VERR_RAISE(VErrThrow(&(err), __VA_ARGS__));                                            \
+            VErrRaise(VErrThrow(&(err), __VA_ARGS__), k_sourcePath, (function), __LINE__);         \
     } while (false)
 
 #define VERR_STATUS(err, call, ...)                                                                \

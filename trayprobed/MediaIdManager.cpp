@@ -271,11 +271,13 @@ VErrLink* CountChangerMountedMedia(CFArrayRef media, UInt16* count) {
 }
 
 // Whether a scan is after that medium.
-typedef VErrLink* (*MediumCriterion)(CFDictionaryRef medium, SInt32* isWanted);
+typedef VErrLink* (*MediumCriterion)(const char* function, CFDictionaryRef medium,
+                                     SInt32* isWanted);
 
 // The first medium that is there, wanted and not being identified yet.
-static VErrLink* SpawnNextMediaId(UInt64 changerGUID, CFArrayRef media, SInt32 buildDirCache,
-                                  MediumCriterion criterion, SInt32* started) {
+static VErrLink* SpawnNextMediaId(const char* function, UInt64 changerGUID, CFArrayRef media,
+                                  SInt32 buildDirCache, MediumCriterion criterion,
+                                  SInt32* started) {
     VErrLink* err = nullptr;
     *started = 0;
     const CFIndex count = CFArrayGetCount(media);
@@ -285,50 +287,57 @@ static VErrLink* SpawnNextMediaId(UInt64 changerGUID, CFArrayRef media, SInt32 b
         UInt16 storageElem = 0;
         SInt32 isWanted = 0;
         SInt32 isOnList = 0;
-        VERR_NEED(err, medium != nullptr, "fail get media dict for media index %ld", i);
-        VERR_STEP(err, CFHDictionaryGetUInt16Value(medium, CFSTR("Media Kind"), &kind),
-                  "fail get media kind for media index %ld", i);
+        VERR_NEED_IN(function, err, medium != nullptr, "fail get media dict for media index %ld",
+                     i);
+        VERR_STEP_IN(function, err, CFHDictionaryGetUInt16Value(medium, CFSTR("Media Kind"), &kind),
+                     "fail get media kind for media index %ld", i);
         if (err == nullptr && kind != k_noMedium)
-            err = criterion(medium, &isWanted);
+            err = criterion(function, medium, &isWanted);
         if (!isWanted)
             continue;
-        VERR_STEP(
-            err,
+        VERR_STEP_IN(
+            function, err,
             CFHDictionaryGetUInt16Value(medium, CFSTR("Media Storage Element Index"), &storageElem),
             "fail get storage element for media %ld", i);
-        VERR_STEP(err, IsStorageElemOnInProgressList(changerGUID, storageElem, &isOnList),
-                  "fail IsStorageElemOnInProgressList for changer GUID %016llX/storage elem %d",
-                  changerGUID, storageElem);
+        VERR_STEP_IN(function, err,
+                     IsStorageElemOnInProgressList(changerGUID, storageElem, &isOnList),
+                     "fail IsStorageElemOnInProgressList for changer GUID %016llX/storage elem %d",
+                     changerGUID, storageElem);
         if (isOnList)
             continue;
-        VERR_STEP(err, StartMediaId(changerGUID, storageElem, buildDirCache),
-                  "fail RunMediaIdThread for changer GUID %016llX/storage elem %d", changerGUID,
-                  storageElem);
+        VERR_STEP_IN(function, err, StartMediaId(changerGUID, storageElem, buildDirCache),
+                     "fail RunMediaIdThread for changer GUID %016llX/storage elem %d", changerGUID,
+                     storageElem);
         *started = err == nullptr;
     }
     return err;
 }
 
-static VErrLink* IsIdentificationRequested(CFDictionaryRef medium, SInt32* isRequested) {
+static VErrLink* IsIdentificationRequested(const char* /* function */, CFDictionaryRef medium,
+                                           SInt32* isRequested) {
     *isRequested = CFHDictionaryIsTrue(medium, CFSTR("Media Request Identification"));
     return nullptr;
 }
 
-static VErrLink* WasNeverIdentified(CFDictionaryRef medium, SInt32* neverIdentified) {
+static VErrLink* WasNeverIdentified(const char* function, CFDictionaryRef medium,
+                                    SInt32* neverIdentified) {
     VErrLink* err = nullptr;
     SInt32 identifyTime = 0;
-    VERR_STEP(err, CFHDictionaryGetSInt32Value(medium, CFSTR("Media Identify Time"), &identifyTime),
-              "fail get media identify time");
+    VERR_STEP_IN(function, err,
+                 CFHDictionaryGetSInt32Value(medium, CFSTR("Media Identify Time"), &identifyTime),
+                 "fail get media identify time");
     *neverIdentified = err == nullptr && identifyTime == 0;
     return err;
 }
 
 VErrLink* SpawnNextManualMediaId(UInt64 changerGUID, CFArrayRef media, SInt32 buildDirCache,
                                  SInt32* started) {
-    return SpawnNextMediaId(changerGUID, media, buildDirCache, IsIdentificationRequested, started);
+    return SpawnNextMediaId(__func__, changerGUID, media, buildDirCache, IsIdentificationRequested,
+                            started);
 }
 
 VErrLink* SpawnNextAutomaticMediaId(UInt64 changerGUID, CFArrayRef media, SInt32 buildDirCache,
                                     SInt32* started) {
-    return SpawnNextMediaId(changerGUID, media, buildDirCache, WasNeverIdentified, started);
+    return SpawnNextMediaId(__func__, changerGUID, media, buildDirCache, WasNeverIdentified,
+                            started);
 }

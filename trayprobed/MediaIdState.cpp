@@ -397,43 +397,48 @@ static const CFStringRef k_buildInProgress = CFSTR("Changer FS Cache Build In Pr
 static const CFStringRef k_shouldAbort = CFSTR("Should Abort Operation");
 
 // An absent flag is false.
-static VErrLink* GetFlag(UInt64 changerGUID, CFStringRef key, SInt32* flag) {
+static VErrLink* GetFlag(const char* function, UInt64 changerGUID, CFStringRef key, SInt32* flag) {
     VErrLink* err = nullptr;
     CFMutableDictionaryRef dict = nullptr;
-    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
+    VERR_STEP_IN(function, err, GetChangerDictForGUID(changerGUID, &dict),
+                 "fail GetChangerDictForGUID");
     if (err == nullptr)
         *flag = CFHDictionaryIsTrue(dict, key);
     CFHReleaseIfSet(dict);
     return err;
 }
 
-static VErrLink* SetFlag(UInt64 changerGUID, CFStringRef key, SInt32 flag) {
+static VErrLink* SetFlag(const char* function, UInt64 changerGUID, CFStringRef key, SInt32 flag) {
     VErrLink* err = nullptr;
     CFMutableDictionaryRef dict = nullptr;
     BeginStoreAccess();
-    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_STEP(err, CFHDictionarySetBoolValue(dict, key, flag), "fail CFHDictionarySetBoolValue");
-    VERR_NEED(err, CFHDictionaryIsTrue(dict, key) == (flag != 0), "fail CFHDictionarySetBoolValue");
-    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
+    VERR_STEP_IN(function, err, GetChangerDictForGUID(changerGUID, &dict),
+                 "fail GetChangerDictForGUID");
+    VERR_STEP_IN(function, err, CFHDictionarySetBoolValue(dict, key, flag),
+                 "fail CFHDictionarySetBoolValue");
+    VERR_NEED_IN(function, err, CFHDictionaryIsTrue(dict, key) == (flag != 0),
+                 "fail CFHDictionarySetBoolValue");
+    VERR_STEP_IN(function, err, SetChangerDictForGUID(changerGUID, dict),
+                 "fail SetChangerDictForGUID");
     EndStoreAccess();
     CFHReleaseIfSet(dict);
     return err;
 }
 
 VErrLink* GetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32* inProgress) {
-    return GetFlag(changerGUID, k_buildInProgress, inProgress);
+    return GetFlag(__func__, changerGUID, k_buildInProgress, inProgress);
 }
 
 VErrLink* SetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32 inProgress) {
-    return SetFlag(changerGUID, k_buildInProgress, inProgress);
+    return SetFlag(__func__, changerGUID, k_buildInProgress, inProgress);
 }
 
 VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort) {
-    return GetFlag(changerGUID, k_shouldAbort, shouldAbort);
+    return GetFlag(__func__, changerGUID, k_shouldAbort, shouldAbort);
 }
 
 VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort) {
-    return SetFlag(changerGUID, k_shouldAbort, shouldAbort);
+    return SetFlag(__func__, changerGUID, k_shouldAbort, shouldAbort);
 }
 
 // ---- the daily build ----

@@ -178,14 +178,14 @@ TEST_F(Store, OperationsOnAnUnknownChangerFail) {
               NotFoundThen("GetMediaIdInProgressCount"));
     EXPECT_EQ(TakeChain(IsStorageElemOnInProgressList(kChanger, 5, &flag)),
               NotFoundThen("IsStorageElemOnInProgressList"));
-    EXPECT_EQ(TakeMessages(GetChangerFSCacheBuildInProgress(kChanger, &flag)).back(),
-              "fail GetChangerDictForGUID");
-    EXPECT_EQ(TakeMessages(SetChangerFSCacheBuildInProgress(kChanger, 1)).back(),
-              "fail GetChangerDictForGUID");
-    EXPECT_EQ(TakeMessages(GetChangerShouldAbortOperation(kChanger, &flag)).back(),
-              "fail GetChangerDictForGUID");
-    EXPECT_EQ(TakeMessages(SetChangerShouldAbortOperation(kChanger, 1)).back(),
-              "fail GetChangerDictForGUID");
+    EXPECT_EQ(TakeChain(GetChangerFSCacheBuildInProgress(kChanger, &flag)),
+              NotFoundThen("GetChangerFSCacheBuildInProgress"));
+    EXPECT_EQ(TakeChain(SetChangerFSCacheBuildInProgress(kChanger, 1)),
+              NotFoundThen("SetChangerFSCacheBuildInProgress"));
+    EXPECT_EQ(TakeChain(GetChangerShouldAbortOperation(kChanger, &flag)),
+              NotFoundThen("GetChangerShouldAbortOperation"));
+    EXPECT_EQ(TakeChain(SetChangerShouldAbortOperation(kChanger, 1)),
+              NotFoundThen("SetChangerShouldAbortOperation"));
     EXPECT_FALSE(IsKnown(kChanger));
 }
 

@@ -249,6 +249,42 @@ TEST_F(Scheduling, AMediumWithoutItsKeysEndsTheScan) {
                             manual));
 }
 
+using Scan = VErrLink* (*)(UInt64, CFArrayRef, SInt32, SInt32*);
+
+// The newest link of a scan's failure: "message in function".
+std::string FailureOf(Scan scan, Held<CFMutableDictionaryRef> medium) {
+    SInt32 started = 0;
+    const Chain chain = TakeChain(scan(kChanger, Array({std::move(medium)}), 0, &started));
+    return chain.empty() ? "" : chain.back().message + " in " + chain.back().function;
+}
+
+// Both scans share their code; a log line still tells which of them failed.
+TEST_F(Scheduling, EveryFailureOfAScanNamesThatScan) {
+    const std::string manual = " in SpawnNextManualMediaId";
+    const std::string automatic = " in SpawnNextAutomaticMediaId";
+    const auto expectBoth = [&](const std::string& message, auto change) {
+        EXPECT_EQ(FailureOf(SpawnNextManualMediaId, change(Requested(5))), message + manual);
+        EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, change(New(5))), message + automatic);
+    };
+    const auto without = [](const char* key) {
+        return
+            [key](Held<CFMutableDictionaryRef> medium) { return Without(std::move(medium), key); };
+    };
+    const auto whole = [](Held<CFMutableDictionaryRef> medium) { return medium; };
+
+    expectBoth("fail get media kind for media index 0", without("Media Kind"));
+    expectBoth("fail get storage element for media 0", without("Media Storage Element Index"));
+    EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(New(5), "Media Identify Time")),
+              "fail get media identify time" + automatic);
+    g_fakes.failing = "StartMediaId";
+    expectBoth("fail RunMediaIdThread for changer GUID FEDCBA9876543210/storage elem 5", whole);
+    Journal::Take();
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    expectBoth(
+        "fail IsStorageElemOnInProgressList for changer GUID FEDCBA9876543210/storage elem 5",
+        whole);
+}
+
 // The manual scan does not look at the identify time, the automatic one not at the request.
 TEST_F(Scheduling, EachScanReadsOnlyItsOwnKey) {
     EXPECT_THAT(Start({Without(Requested(1), "Media Identify Time")}), ElementsAre(Identify(1)));
