@@ -10,8 +10,8 @@
 #include <iterator>
 #include <string_view>
 
-// The functions that can fail. pthread_setspecific is none of them: GLib ends the process when one of
-// its own calls of it fails.
+// The functions that can fail. pthread_setspecific is none of them: GLib ends the process when one
+// of its own calls of it fails.
 inline constexpr std::string_view kFaultyCalls[] = {
     "connect", "epoll_create1", "epoll_ctl", "epoll_wait",    "eventfd",        "fdopendir",
     "fopen",   "fstat",         "fstatat",   "lstat",         "open",           "openat",

@@ -37,16 +37,23 @@ timeval ToTimeval(Nanoseconds time) noexcept {
     return {microseconds / 1'000'000, microseconds % 1'000'000};
 }
 
-// Blocks in connect: a non-blocking one fails at once where the listener's backlog is full. The
-// time-out may stay on the socket, since nothing else blocks there.
+// How long the next attempt may take. The kernel rounds its time-out up by as much as an eighth,
+// which is seconds for half a minute, so a long one leaves an eighth to the attempts that follow.
+Nanoseconds NextWait(Nanoseconds left) noexcept {
+    constexpr Nanoseconds kShort = kSecond / 10;
+    return left > kShort ? left - left / 8 : left;
+}
+
+// Blocks in connect: a non-blocking one fails at once where the listener's backlog is full. EAGAIN
+// is the end of the time-out, which may stay on the socket, since nothing else blocks there.
 bool Connect(int descriptor, const sockaddr_un& address, CFTimeInterval timeout) noexcept {
     const Nanoseconds end = MonotonicNow() + ToNanoseconds(timeout);
     do {
-        const timeval left = ToTimeval(end - MonotonicNow());
-        setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &left, sizeof left);
+        const timeval wait = ToTimeval(NextWait(end - MonotonicNow()));
+        setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
         if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
             return true;
-    } while (errno == EINTR && MonotonicNow() < end);
+    } while ((errno == EAGAIN || errno == EINTR) && MonotonicNow() < end);
     return false;
 }
 
