@@ -205,11 +205,15 @@ static VErrLink* ArrayFind(const char* function, CFArrayRef array, CFIndex index
 
 static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex index,
                           CFTypeRef value, const char* failure) {
+    const CFIndex count = CFArrayGetCount(array);
     VErrLink* err = CFHArrayPadToValueAtIndex(array, index, value);
     if (err != nullptr)
         RaiseIn(function, __LINE__, VErrThrow(&err, "fail CFHArrayPadToValueAtIndex"));
     else if (CFArrayGetValueAtIndex(array, index) != value)
         RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
+    // Padding before the element that found no memory is taken out again.
+    for (CFIndex last = CFArrayGetCount(array); err != nullptr && last > count; last--)
+        CFArrayRemoveValueAtIndex(array, last - 1);
     return err;
 }
 

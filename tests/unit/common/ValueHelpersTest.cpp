@@ -117,6 +117,33 @@ TEST_F(ValueHelpers, WithoutMemoryNoTextIsSet) {
     EXPECT_EQ(CFArrayGetCount(array), 0);
 }
 
+// Wherever memory ends: at the value, at the first padding or at some later one.
+TEST_F(ValueHelpers, AnArraySetThatFailsLeavesNoPaddingBehind) {
+    using Set = VErrLink* (*)(CFMutableArrayRef array);
+    constexpr CFIndex kIndex = 20;
+    const Set sets[] = {
+        [](CFMutableArrayRef to) { return CFHArraySetSInt64Value(to, kIndex, 1); },
+        [](CFMutableArrayRef to) { return CFHArraySetUInt16Value(to, kIndex, 1); },
+        [](CFMutableArrayRef to) { return CFHArraySetAddrValue(to, kIndex, to); },
+        [](CFMutableArrayRef to) { return CFHArraySetStringValue(to, kIndex, "text", kUTF8); },
+        [](CFMutableArrayRef to) { return CFHArraySetBoolValue(to, kIndex, 1); },
+    };
+    array = Array({"first"});
+    for (const Set set : sets) {
+        VErrLink* err = nullptr;
+        std::size_t faults = 0;
+        SweepAllocationFaults([&](std::size_t) { err = set(array); },
+                              [&](std::size_t nth, bool happened) {
+                                  faults += happened;
+                                  EXPECT_EQ(TakeChain(err).empty(), !happened) << nth;
+                                  EXPECT_EQ(CFArrayGetCount(array), happened ? 1 : kIndex + 1)
+                                      << nth;
+                                  array = Array({"first"});
+                              });
+        EXPECT_GE(faults, 3U);
+    }
+}
+
 TEST_F(ValueHelpers, AnArrayKeepsTexts) {
     EXPECT_THAT(TakeChain(CFHArraySetStringValue(array, 1, "one", kUTF8)), IsEmpty());
     EXPECT_THAT(TakeChain(CFHArrayAppendStringValue(array, "two", kUTF8)), IsEmpty());

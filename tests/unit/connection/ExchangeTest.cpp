@@ -85,6 +85,7 @@ protected:
     }
     ~Exchange() override {
         t_beforeSending = nullptr;
+        SetClock(kNow);
     }
 
     Chain Send() {
@@ -122,6 +123,21 @@ TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
     EXPECT_EQ(asked.flags, 0u);
     EXPECT_EQ(asked.order, 0);
     EXPECT_EQ(asked.callout, HandleSocketTimeout);
+}
+
+// The thirty seconds of the reply begin when the request is written, however long that took.
+TEST_F(Exchange, SendsWithinThirtySecondsBeforeItsTimerStarts) {
+    const int timersBefore = CountAskedTimers();
+    int sendings = 0;
+    const OnSending sending([&](CFTimeInterval timeout) {
+        ++sendings;
+        EXPECT_EQ(timeout, 30.0);
+        EXPECT_EQ(CountAskedTimers(), timersBefore);
+        SetClock(kNow + 29);
+    });
+    SendTo(Answer(Dictionary()));
+    EXPECT_EQ(sendings, 1);
+    EXPECT_EQ(LastAskedTimer().fireDate, kNow + 29 + 30);
 }
 
 TEST_F(Exchange, GathersAReplyInPieces) {
@@ -293,6 +309,14 @@ TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
 }
 
 // ---- failing steps ----
+
+TEST_F(Exchange, AFailedOneEmptiesTheCallersReply) {
+    SetProcesses({{1, "init"}});
+    const auto earlier = Dictionary();
+    CFDictionaryRef slot = earlier;
+    EXPECT_THAT(TakeChain(SendMessageToChangerServer(message, &slot)), testing::SizeIs(3));
+    EXPECT_EQ(slot, nullptr);
+}
 
 TEST_F(Exchange, WithoutServerFailsToFindIt) {
     SetProcesses({{1, "init"}});

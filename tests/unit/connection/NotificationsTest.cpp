@@ -339,6 +339,19 @@ TEST_F(NotificationChunk, MalformedInTheMiddleCostsOnlyItself) {
     EXPECT_EQ(log.Take().size(), 2u);
 }
 
+TEST_F(NotificationChunk, RefusedByTheParserWithoutAWordIsToldAsNull) {
+    {
+        const Failing failing("CFPropertyListCreateFromXMLData");
+        CallOut(Notification("changer list", 1));
+    }
+    EXPECT_THAT(
+        log.TakeWithoutLineNumbers(),
+        ElementsAre(
+            Logged("HandleNotificationSocketData", "fail make property list from XML data (NULL)"),
+            Logged("ServerNotificationSocketCallBack", "fail handle notification socket data")));
+    EXPECT_THAT(told, IsEmpty());
+}
+
 TEST_F(NotificationChunk, WithoutMemoryCostsOnlyItself) {
     {
         const Failing failing("CFDataCreateMutable");

@@ -7,6 +7,7 @@ static constexpr CFTimeInterval kEachTurn = 0.001;
 
 static thread_local AskedTimer t_asked;
 static thread_local int t_count = 0;
+static thread_local CFAbsoluteTime t_now = kNow;
 static thread_local std::function<bool()> t_isTime;
 
 extern "C" {
@@ -25,7 +26,7 @@ static void FireWhenItIsTime(CFRunLoopTimerRef timer, void* info) {
 }
 
 CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void) {
-    return kNow;
+    return t_now;
 }
 
 CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
@@ -48,6 +49,10 @@ TimersFireWhen::TimersFireWhen(std::function<bool()> condition) {
 
 TimersFireWhen::~TimersFireWhen() {
     t_isTime = nullptr;
+}
+
+void SetClock(CFAbsoluteTime now) {
+    t_now = now;
 }
 
 AskedTimer LastAskedTimer() {

@@ -11,7 +11,10 @@
 
 #include <functional>
 
-constexpr CFAbsoluteTime kNow = 5000; // what the clock shows
+constexpr CFAbsoluteTime kNow = 5000; // what the clock shows unless it is set
+
+// What the clock shows this thread from now on.
+void SetClock(CFAbsoluteTime now);
 
 struct AskedTimer {
     CFAbsoluteTime fireDate;

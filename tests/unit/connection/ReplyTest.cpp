@@ -108,6 +108,13 @@ TEST_F(Reply, ThatIsNoPropertyListIsRefusedWithTheParsersWords) {
     EXPECT_EQ(info.frame.pendingData, nullptr);
 }
 
+TEST_F(Reply, ThatTheParserRefusesWithoutAWordIsToldAsNull) {
+    const Failing failing("CFPropertyListCreateFromXMLData");
+    EXPECT_EQ(Handle(FrameOfList(Dictionary())),
+              DataChain("fail make property list from XML data (NULL)"));
+    EXPECT_EQ(info.frame.pendingData, nullptr);
+}
+
 TEST_F(Reply, ThatFindsNoMemoryIsRefused) {
     const Failing failing("CFDataCreateMutable");
     EXPECT_EQ(Handle(FrameOfList(Dictionary())), DataChain("fail alloc pending socket data"));
@@ -216,8 +223,9 @@ TEST_F(Reply, TimerWithoutMemoryIsLoggedAndStopsAllTheSame) {
 // ---- replies made here ----
 
 Chain CreateWithFailing(const char* function) {
+    const auto earlier = Dictionary();
     const Failing failing(function);
-    CFMutableDictionaryRef dict = nullptr;
+    CFMutableDictionaryRef dict = earlier;
     Chain chain = TakeChain(CreateErrReplyDict(kLost, "text", &dict));
     EXPECT_EQ(dict, nullptr);
     return chain;

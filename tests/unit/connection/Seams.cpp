@@ -3,8 +3,10 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <string_view>
+#include <utility>
 
 static thread_local const char* t_failing = "";
+static thread_local std::function<void(CFTimeInterval)> t_onSending;
 
 Failing::Failing(const char* function) {
     t_failing = function;
@@ -16,6 +18,14 @@ Failing::~Failing() {
 
 bool Failing::Is(const char* function) {
     return std::string_view(t_failing) == function;
+}
+
+OnSending::OnSending(std::function<void(CFTimeInterval timeout)> function) {
+    t_onSending = std::move(function);
+}
+
+OnSending::~OnSending() {
+    t_onSending = nullptr;
 }
 
 #define FAILING_SEAM(Result, failure, name, parameters, arguments)                                 \
@@ -48,6 +58,23 @@ FAILING_SEAM(CFDataRef, nullptr, CFPropertyListCreateXMLData,
 FAILING_SEAM(CFRunLoopSourceRef, nullptr, CFSocketCreateRunLoopSource,
              (CFAllocatorRef allocator, CFSocketRef socket, CFIndex order),
              (allocator, socket, order))
-FAILING_SEAM(CFSocketError, kCFSocketTimeout, CFSocketSendData,
-             (CFSocketRef socket, CFDataRef address, CFDataRef data, CFTimeInterval timeout),
-             (socket, address, data, timeout))
+FAILING_SEAM(CFPropertyListRef, nullptr, CFPropertyListCreateFromXMLData,
+             (CFAllocatorRef allocator, CFDataRef data, CFOptionFlags mutability,
+              CFStringRef* errorText),
+             (allocator, data, mutability, errorText))
+
+extern "C" {
+CFSocketError __real_CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
+                                      CFTimeInterval timeout);
+CFSocketError __wrap_CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
+                                      CFTimeInterval timeout);
+
+CFSocketError __wrap_CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
+                                      CFTimeInterval timeout) {
+    if (t_onSending)
+        t_onSending(timeout);
+    return Failing::Is("CFSocketSendData")
+               ? kCFSocketTimeout
+               : __real_CFSocketSendData(socket, address, data, timeout);
+}
+}

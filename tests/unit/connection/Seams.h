@@ -3,6 +3,10 @@
 
 /* Calls to the platform that fail when a test says so: wrap those named in Seams.cpp. */
 
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <functional>
+
 // While it lives, this thread's calls of one function fail.
 class Failing {
 public:
@@ -12,6 +16,15 @@ public:
     ~Failing();
 
     static bool Is(const char* function);
+};
+
+// While it lives, calls the function before this thread sends data, with the time-out in seconds.
+class OnSending {
+public:
+    explicit OnSending(std::function<void(CFTimeInterval timeout)> function);
+    OnSending(const OnSending&) = delete;
+    OnSending& operator=(const OnSending&) = delete;
+    ~OnSending();
 };
 
 #endif

@@ -64,6 +64,23 @@ TEST(ProcessList, IsReadAgainWhenTheTableGrew) {
     EXPECT_EQ(CountTableCalls(), 6);
 }
 
+TEST(ProcessList, IsReadAgainHoweverOftenTheTableGrew) {
+    constexpr std::size_t kTimes = 100;
+    std::vector<TableAnswer> answers;
+    std::vector<Process> processes = {{1, "init"}};
+    for (std::size_t i = 0; i < kTimes; ++i) {
+        answers.push_back({0, processes});
+        processes.insert(processes.end(), 2, {2, "new"});
+        answers.push_back({0, processes});
+    }
+    answers.push_back({0, processes});
+    AnswerProcessTable(std::move(answers));
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, 0);
+    EXPECT_EQ(read.names.size(), 1 + 2 * kTimes);
+    EXPECT_EQ(CountTableCalls(), static_cast<int>(2 * kTimes + 2));
+}
+
 TEST(ProcessList, MayShrinkWhileItIsRead) {
     AnswerProcessTable({{0, {{1, "a"}, {2, "b"}, {3, "c"}}}, {0, {{1, "a"}}}});
     const ReadList read = ReadProcesses();
