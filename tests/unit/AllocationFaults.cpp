@@ -15,9 +15,10 @@ struct Countdown {
     bool happened;
 };
 constinit thread_local Countdown t_countdown = {};
+constinit thread_local bool t_isExempt = false;
 
 bool IsRefused() noexcept {
-    if (t_countdown.untilFault > 0 && --t_countdown.untilFault > 0)
+    if (t_isExempt || (t_countdown.untilFault > 0 && --t_countdown.untilFault > 0))
         return false;
     if (t_countdown.faultsLeft == 0)
         return false;
@@ -42,6 +43,14 @@ bool AllocationFault::Happened() noexcept {
 
 bool AllocationFault::StaysOut() noexcept {
     return t_countdown.happened && t_countdown.faultsLeft > 0;
+}
+
+NoAllocationFaultsHere::NoAllocationFaultsHere() noexcept {
+    t_isExempt = true;
+}
+
+NoAllocationFaultsHere::~NoAllocationFaultsHere() {
+    t_isExempt = false;
 }
 
 // What --wrap makes of the calls, and of the functions themselves.

@@ -27,6 +27,15 @@ public:
     static bool StaysOut() noexcept;
 };
 
+// While it lives, the calling thread's allocations do not count: for the test's own seams.
+class NoAllocationFaultsHere {
+public:
+    NoAllocationFaultsHere() noexcept;
+    ~NoAllocationFaultsHere();
+    NoAllocationFaultsHere(const NoAllocationFaultsHere&) = delete;
+    NoAllocationFaultsHere& operator=(const NoAllocationFaultsHere&) = delete;
+};
+
 // Runs the body with its first, second, ... allocation refused, until a run needs no more of them:
 // that run's number is returned, so 1 says that the body never allocates. body(fault number) does
 // the work; check(fault number, happened) then looks at what became of it, in peace.

@@ -295,6 +295,26 @@ TEST_F(DirectoryInfo, EachKeyMustBeThere) {
     }
 }
 
+TEST_F(DirectoryInfo, TheKeysOfAMediaRootAreReadInOrder) {
+    const auto info = Dictionary();
+    const auto read = [&] {
+        WriteMediaInfo(info);
+        return MediaInfoMessages();
+    };
+    const auto add = [&](const char* key, const Value& value) {
+        CFDictionarySetValue(info, Text(key), value.Get());
+    };
+    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get changer GUID"));
+    add("Changer GUID", 7);
+    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get media storage element"));
+    add("Storage Element Index", 12);
+    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get partition id"));
+    add("Partition Id", "s1");
+    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get is writable boolean"));
+    add("Writable", true);
+    EXPECT_THAT(read(), testing::IsEmpty());
+}
+
 TEST_F(DirectoryInfo, ANumberIsNoBoolean) {
     WriteMediaInfo(Dictionary({{"Changer GUID", 7},
                                {"Storage Element Index", 12},

@@ -241,6 +241,20 @@ TEST_F(BuildThread, APathThatDoesNotFitLeavesOnlyTheEnding) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
+// The registry's look needs memory, and the disc's path a whole one.
+TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
+    Mount();
+    EXPECT_EQ(Start(), Chain());
+    {
+        const AllocationFault fault(1);
+        HeldThreads::RunNext();
+    }
+    EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith(std::string("fail IsChangerFSGUIDInList for ") +
+                                                    kChangerText)));
+    EXPECT_FALSE(IsBuilding(kChanger));
+}
+
 // ---- the ending ----
 
 TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {

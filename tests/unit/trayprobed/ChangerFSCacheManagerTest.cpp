@@ -26,6 +26,23 @@ VErrLink* StartChangerFSCache(UInt64) {
     return nullptr;
 }
 
+static std::vector<std::string> g_fileUrls; // the paths of files for which a URL was made
+
+extern "C" {
+CFURLRef __real_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
+                                                        CFIndex length, Boolean isDirectory);
+CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
+                                                        CFIndex length, Boolean isDirectory);
+
+CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
+                                                        CFIndex length, Boolean isDirectory) {
+    if (!isDirectory)
+        g_fileUrls.emplace_back(reinterpret_cast<const char*>(path),
+                                static_cast<std::size_t>(length));
+    return __real_CFURLCreateFromFileSystemRepresentation(allocator, path, length, isDirectory);
+}
+}
+
 namespace {
 
 constexpr const char* kSource = "trayprobed/ChangerFSCacheManager";
@@ -125,8 +142,41 @@ TEST_F(DiskCallbacks, ADiskWithoutANameIsNotAskedForMore) {
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
 }
 
+// A path has 1023 bytes at most. The info file's own path is cut at as many.
 TEST_F(DiskCallbacks, APathThatDoesNotFitIsLeftAlone) {
-    Appear("sr0", "/" + std::string(1023, 'd'));
+    for (const std::size_t length : {1022U, 1023U, 1024U, 1025U}) {
+        const std::string path = "/" + std::string(length - 1, 'd');
+        g_fileUrls.clear();
+        Appear("sr0", path);
+        std::vector<std::string> expected;
+        if (length <= 1023)
+            expected.push_back((path + "/.changer_info.plist").substr(0, 1023));
+        EXPECT_EQ(g_fileUrls, expected) << length;
+    }
+}
+
+// Beyond that the info file's path would be cut.
+TEST_F(DiskCallbacks, AVolumesPathHas1003BytesAtMost) {
+    for (const std::size_t length : {1003U, 1004U}) {
+        std::string below;
+        while (tree_.Root().size() + below.size() + 1 < length) {
+            const std::size_t missing = length - tree_.Root().size() - below.size() - 1;
+            below += "/" + std::string(missing <= 200 ? missing : 100, 'd');
+        }
+        tree_.MakeDirectory(below.substr(1));
+        tree_.MakeChangerRoot(below.substr(1), 7);
+        Appear("sr0", tree_.Root() + below);
+        EXPECT_EQ(PathOf(7), length == 1003 ? tree_.Root() + below : "");
+        Disappear("sr0");
+    }
+}
+
+TEST_F(DiskCallbacks, ADisappearingDiskIsNamedUnderTheLockAndAnAppearingOneIsNot) {
+    FakeDisk disk("sr0", static_cast<const char*>(nullptr));
+    DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
+    EXPECT_TRUE(disk.wasNamedUnderTheLock_);
+    DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
+    EXPECT_FALSE(disk.wasNamedUnderTheLock_);
 }
 
 TEST_F(DiskCallbacks, OtherVolumesAreLeftAlone) {

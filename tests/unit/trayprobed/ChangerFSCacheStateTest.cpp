@@ -122,6 +122,13 @@ TEST_F(Registry, APathLongerThanTheBufferFails) {
     EXPECT_STREQ(enough, "/123456789");
 }
 
+TEST_F(Registry, AChangersNumberIsToldInSixteenDigits) {
+    Add(0xAB, "sr0", "/123456789");
+    char path[10];
+    EXPECT_EQ(TakeMessages(GetChangerFSMountPath(0xAB, path, sizeof path)).back(),
+              "fail get changer mount path for GUID 00000000000000AB");
+}
+
 TEST_F(Registry, PathsAreUtf8) {
     Add(kChanger, "sr0", "/Volumes/\xC3\xA4\n 100%n");
     EXPECT_EQ(PathOf(kChanger), "/Volumes/\xC3\xA4\n 100%n");

@@ -23,20 +23,21 @@ std::size_t CountDescriptors() {
     return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
-// Two directories at each level. The walk goes down in the one that is listed first, to the last
-// level, and comes to the other on its way back.
+// Three directories at each level. The walk goes down in the one that is listed first, to the last
+// level, and comes to the others on its way back.
 class DeepWalk : public MountedChanger {
 protected:
     DeepWalk() {
         std::string path = ".";
         for (std::size_t level = 0; level < kLevels; ++level) {
-            tree_.MakeDirectory(path + "/a");
-            tree_.MakeDirectory(path + "/b");
-            const std::string first =
-                fs::directory_iterator(tree_.Path(path))->path().filename().string();
-            others_.push_back(path + (first == "a" ? "/b" : "/a"));
-            path += "/" + first;
+            for (const char* name : {"/a", "/b", "/c"})
+                tree_.MakeDirectory(path + name);
+            std::vector<std::string> names;
+            for (const fs::directory_entry& entry : fs::directory_iterator(tree_.Path(path)))
+                names.push_back(path + "/" + entry.path().filename().string());
+            path = names.front();
             ways_.push_back(path);
+            others_.emplace_back(names.begin() + 1, names.end());
         }
     }
 
@@ -46,8 +47,10 @@ protected:
         for (const std::string& way : ways_)
             listed.push_back("list " + way);
         for (std::size_t level = kLevels; level-- > 0;) {
-            if (level < fromLevel || level >= toLevel)
-                listed.push_back("list " + others_[level]);
+            for (const std::string& other : others_[level]) {
+                if (level < fromLevel || level >= toLevel)
+                    listed.push_back("list " + other);
+            }
         }
         return listed;
     }
@@ -64,7 +67,7 @@ protected:
     }
 
     std::vector<std::string> ways_; // by level
-    std::vector<std::string> others_;
+    std::vector<std::vector<std::string>> others_;
 };
 
 TEST_F(DeepWalk, ComesToWhatItLeftOnItsWayBack) {
@@ -74,11 +77,13 @@ TEST_F(DeepWalk, ComesToWhatItLeftOnItsWayBack) {
 }
 
 TEST_F(DeepWalk, CountsWhatItLeftOnItsWayBack) {
-    for (const std::string& other : others_)
-        MakeMediaRoot(other);
+    for (const std::vector<std::string>& others : others_) {
+        for (const std::string& other : others)
+            MakeMediaRoot(other);
+    }
     UInt16 count = 0;
     EXPECT_THAT(TakeChain(CountMediaRootDirectories(tree_.Root().c_str(), &count)), IsEmpty());
-    EXPECT_EQ(count, kLevels);
+    EXPECT_EQ(count, 2 * kLevels);
     Journal::Take();
 }
 
@@ -96,6 +101,15 @@ TEST_F(DeepWalk, KeepsNoMoreThanSixtyFourDescriptors) {
 // Its siblings and those above are walked all the same.
 TEST_F(DeepWalk, WhatCannotBeOpenedAgainIsLoggedAndLeft) {
     AtTheListingOf(ways_.back(), [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE); });
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
+}
+
+// Even if it could be opened for the next one: what it has left stays unlisted.
+TEST_F(DeepWalk, WhatCouldNotBeOpenedAgainForOneNameIsLeftWithAllItsNames) {
+    AtTheListingOf(ways_.back(),
+                   [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE, 1); });
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));

@@ -54,6 +54,7 @@ void DASessionUnscheduleFromRunLoop(DASessionRef, CFRunLoopRef loop, CFStringRef
 }
 
 const char* DADiskGetBSDName(DADiskRef disk) {
+    FromRef(disk)->wasNamedUnderTheLock_ = StateLock::IsHeld();
     return FromRef(disk)->bsdName_;
 }
 

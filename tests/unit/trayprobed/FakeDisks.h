@@ -25,6 +25,7 @@ public:
     const char* bsdName_;
     Held<CFTypeRef> volumePath_;
     bool failsDescription_ = false;
+    bool wasNamedUnderTheLock_ = false; // when its name was asked for last
 };
 
 // The next session cannot be made.

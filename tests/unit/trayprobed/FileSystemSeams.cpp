@@ -1,5 +1,6 @@
 #include "FileSystemSeams.h"
 
+#include "AllocationFaults.h"
 #include "Journal.h"
 #include "StateLock.h"
 
@@ -16,6 +17,7 @@ namespace {
 struct Seams {
     std::string root;
     std::map<std::string, int> openingErrors;
+    std::map<std::string, int> openingsToFail;
     std::map<std::string, int> listingErrors;
     std::map<std::string, int> statusErrors;
     std::map<std::string, std::string> sameAs;
@@ -79,11 +81,13 @@ struct dirent* __wrap_readdir(DIR* stream);
 int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags);
 
 int __wrap_openat(int folder, const char* name, int flags, ...) {
+    const NoAllocationFaultsHere here;
     if (g_seams == nullptr)
         return __real_openat(folder, name, flags);
     const std::string path = PathOf(folder, name);
-    if (const int error = ErrorFor(g_seams->openingErrors, path)) {
-        errno = error;
+    const int openingError = ErrorFor(g_seams->openingErrors, path);
+    if (openingError != 0 && g_seams->openingsToFail[path]-- > 0) {
+        errno = openingError;
         return -1;
     }
     const int descriptor = __real_openat(folder, name, flags);
@@ -94,22 +98,26 @@ int __wrap_openat(int folder, const char* name, int flags, ...) {
 }
 
 DIR* __wrap_opendir(const char* path) {
+    const NoAllocationFaultsHere here;
     DIR* stream = __real_opendir(path);
     return g_seams != nullptr ? Watch(stream, RelativePath(path)) : stream;
 }
 
 DIR* __wrap_fdopendir(int descriptor) {
+    const NoAllocationFaultsHere here;
     DIR* stream = __real_fdopendir(descriptor);
     return g_seams != nullptr ? Watch(stream, g_seams->paths[descriptor]) : stream;
 }
 
 struct dirent* __wrap_readdir(DIR* stream) {
+    const NoAllocationFaultsHere here;
     if (g_seams != nullptr && g_seams->unlisted.erase(stream) != 0 && !BeginListing(stream))
         return nullptr;
     return __real_readdir(stream);
 }
 
 int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags) {
+    const NoAllocationFaultsHere here;
     if (g_seams == nullptr)
         return __real_fstatat(folder, name, status, flags);
     const std::string path = PathOf(folder, name);
@@ -136,8 +144,9 @@ FileSystemSeams::~FileSystemSeams() {
     delete std::exchange(g_seams, nullptr);
 }
 
-void FileSystemSeams::FailOpening(const std::string& path, int error) {
+void FileSystemSeams::FailOpening(const std::string& path, int error, int times) {
     g_seams->openingErrors[path] = error;
+    g_seams->openingsToFail[path] = times;
 }
 
 void FileSystemSeams::FailListing(const std::string& path, int error) {

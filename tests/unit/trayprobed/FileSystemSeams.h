@@ -8,6 +8,7 @@
  * kFileSystemSeamsWraps.
  */
 
+#include <climits>
 #include <functional>
 #include <string>
 
@@ -19,7 +20,8 @@ public:
     FileSystemSeams(const FileSystemSeams&) = delete;
     FileSystemSeams& operator=(const FileSystemSeams&) = delete;
 
-    static void FailOpening(const std::string& path, int error);
+    // Every opening, or so many; the next ones then succeed.
+    static void FailOpening(const std::string& path, int error, int times = INT_MAX);
     static void FailListing(const std::string& path, int error);
     static void FailStatus(const std::string& path, int error);
     // The one directory is the other's, as a mount would have it.

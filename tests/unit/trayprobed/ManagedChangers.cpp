@@ -30,12 +30,17 @@ VErrLink* Answer(const char* function) {
 const char k_fsCacheThreadStatusClient[] = "trayprobed";
 
 VErrLink* StartChangerFSCache(UInt64 changerGUID) {
-    Journal::Add("build %016llX%s", changerGUID, Lock());
+    SInt32 shouldAbort = 0;
+    VErrLink* err = GetChangerShouldAbortOperation(changerGUID, &shouldAbort);
+    VErrCatch(&err);
+    Journal::Add("build %016llX%s%s", changerGUID, shouldAbort ? " to be aborted" : "", Lock());
     return Answer(__func__);
 }
 
 VErrLink* ResetStatusReporting(UInt64 changerGUID) {
     Journal::Add("reset %016llX%s", changerGUID, Lock());
+    if (g_fakes.onReset)
+        g_fakes.onReset();
     return Answer(__func__);
 }
 

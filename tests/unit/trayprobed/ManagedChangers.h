@@ -7,6 +7,7 @@
  *
  *     reset FEDCBA9876543210      build FEDCBA9876543210      identify FEDCBA9876543210/5 down
  *
+ * " to be aborted" behind a build whose changer's abort flag is set,
  * and the timers (RecordedTimers.h).
  */
 
@@ -15,12 +16,14 @@
 
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
 // What the fakes are asked to do wrong, and what they were asked.
 struct ManagerFakes {
-    std::string failing; // the name of a function; fails with errno 5
+    std::string failing;           // the name of a function; fails with errno 5
+    std::function<void()> onReset; // called when a changer's progress is reset
     std::vector<ChangerNotificationCallBack> callBacks;
     std::vector<ChangerNotificationSubscription*> unsubscribed;
 };

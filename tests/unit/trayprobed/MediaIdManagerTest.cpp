@@ -2,6 +2,7 @@
 
 #include "Journal.h"
 #include "ManagedChangers.h"
+#include "NullElement.h"
 
 #include "AllocationFaults.h"
 
@@ -31,7 +32,7 @@ protected:
     static bool IdentifiesOnInsert() {
         SInt32 shouldId = 2;
         EXPECT_EQ(GetGlobalShouldIdMedia(&shouldId), nullptr);
-        return shouldId == 1;
+        return IsSet(shouldId);
     }
     // The last line's message.
     std::string LastLogged() {
@@ -86,6 +87,44 @@ TEST_F(MediaIdManager, ChangersThatAreNotReadyAreOnlySaved) {
     CFDictionaryRef info = nullptr;
     EXPECT_EQ(GetChangerInfoDict(kChanger, &info), nullptr);
     EXPECT_NE(info, nullptr);
+}
+
+TEST_F(MediaIdManager, AChangerThatIsNotReadyHidesNoneBehindIt) {
+    EXPECT_THAT(Notify({Changer(kOtherChanger, {{"Changer Ready", false}}), Changer(kChanger)}),
+                ElementsAre(kReset));
+    EXPECT_FALSE(IsKnown(kOtherChanger));
+    EXPECT_TRUE(IsKnown(kChanger));
+}
+
+TEST_F(MediaIdManager, TheListIsSavedBeforeAnyChangerIsHandled) {
+    int resets = 0;
+    g_fakes.onReset = [&resets] {
+        CFDictionaryRef info = nullptr;
+        EXPECT_EQ(TakeChain(GetChangerInfoDict(kOtherChanger, &info)), Chain());
+        ++resets;
+    };
+    Notify({Changer(kChanger), Changer(kOtherChanger, {{"Changer Ready", false}})});
+    EXPECT_EQ(resets, 1);
+}
+
+// A build that a user has stopped already must not begin with the wish of the time before.
+TEST_F(MediaIdManager, TheAbortFlagIsSetBeforeABuildIsStarted) {
+    const auto status = Dictionary({{"trayprobed", Dictionary({{"Abort Requested", true}})}});
+    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Client Status", status},
+                                           {"Changer Request Identification", true}})}),
+                ElementsAre(kReset, std::string(kBuild) + " to be aborted"));
+    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Request Identification", true}})}),
+                ElementsAre(kBuild));
+}
+
+TEST_F(MediaIdManager, ANullEntryEndsThePassWithItsIndex) {
+    const NullElement null(1);
+    Notify({Changer(kChanger), Changer(kOtherChanger)});
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre("MediaIdManager:123, ChangerInfoNotificationCallBack: fail get changer "
+                            "info dict at index 1"));
+    EXPECT_TRUE(IsKnown(kChanger));
+    EXPECT_FALSE(IsKnown(kOtherChanger));
 }
 
 TEST_F(MediaIdManager, AReadyChangerIsRegisteredOnce) {
@@ -252,6 +291,60 @@ TEST_F(MediaIdManager, AChangerThatIsNoLongerNamedIsDropped) {
     EXPECT_FALSE(IsKnown(kChanger));
     EXPECT_TRUE(IsKnown(kOtherChanger));
     EXPECT_FALSE(IsKnown(42));
+}
+
+TEST_F(MediaIdManager, ChangersThatAreNoLongerNamedAreAllDropped) {
+    for (const UInt64 changer : {kChanger, kOtherChanger, UInt64{1}})
+        AddChanger(changer);
+    NotifyList({1});
+    EXPECT_FALSE(IsKnown(kChanger));
+    EXPECT_FALSE(IsKnown(kOtherChanger));
+    EXPECT_TRUE(IsKnown(1));
+}
+
+TEST_F(MediaIdManager, TheFirstFailedDropEndsTheDropping) {
+    constexpr UInt64 kChangers[] = {1, 2, 3};
+    const auto list = Array();
+    std::vector<int> knownAfterFailedDrop;
+    // The list of known changers is kept and found again, so that each run allocates the same.
+    for (const UInt64 changer : kChangers)
+        AddChanger(changer);
+    ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
+    for (const UInt64 changer : kChangers)
+        AddChanger(changer);
+    SweepAllocationFaults(
+        [&](std::size_t) { ChangerListNotificationCallBack(list.Get(), nullptr, nullptr); },
+        [&](std::size_t, bool) {
+            int known = 0;
+            for (const UInt64 changer : kChangers) {
+                known += IsKnown(changer);
+                AddChanger(changer);
+            }
+            for (const std::string& line : log_.Take()) {
+                if (line.find("fail remove changer GUID ") != std::string::npos)
+                    knownAfterFailedDrop.push_back(known);
+            }
+        });
+    EXPECT_THAT(knownAfterFailedDrop, ElementsAre(3, 2, 1));
+}
+
+TEST_F(MediaIdManager, ANullNumberOfAKnownChangerEndsTheDroppingWithItsIndex) {
+    const auto list = Array();
+    for (const int goodReads : {0, 1}) { // by the walk, and by the typed reading behind it
+        AddChanger(kChanger);
+        AddChanger(kOtherChanger);
+        {
+            const NullElement null(0, goodReads);
+            ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
+        }
+        std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
+        ASSERT_GE(lines.size(), 2U);
+        EXPECT_EQ(lines[lines.size() - 2],
+                  std::string("MediaIdManager:123, HandleRemovedChangers: fail get changer GUID ") +
+                      (goodReads == 0 ? "CFNumber " : "") + "at index 0");
+        EXPECT_TRUE(IsKnown(kChanger));
+        EXPECT_TRUE(IsKnown(kOtherChanger));
+    }
 }
 
 TEST_F(MediaIdManager, AListWithoutNumbersDropsAll) {

@@ -212,6 +212,23 @@ TEST_F(MediaIdThread, EachFailureIsLoggedByItself) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
+TEST_F(MediaIdThread, AFailureIsLoggedBeforeTheNextCommandIsSent) {
+    for (const char* failing : {"mount", "eject"}) {
+        FakeServer::Fail(failing);
+        g_walkFails = failing == std::string("eject");
+        std::vector<std::size_t> lines; // that were logged since the command before
+        FakeServer::OnCommand([&](std::string_view) { lines.push_back(log_.Take().size()); });
+        Run();
+        FakeServer::OnCommand(nullptr);
+        // At the withdrawal, the mount, the eject if there is one, and the withdrawal.
+        const std::vector<std::size_t> expected =
+            g_walkFails ? std::vector<std::size_t>{0, 0, 2, 2} : std::vector<std::size_t>{0, 0, 2};
+        EXPECT_EQ(lines, expected) << failing;
+        EXPECT_THAT(log_.Take(), IsEmpty());
+        Journal::Take();
+    }
+}
+
 constexpr const char* kWithdrawalFailureLine =
     "MediaIdThread:123, RunMediaIdThread: fail ChangerServerRequestChangerIdentification "
     "(VErrCode = 1005)";

@@ -1,5 +1,6 @@
 /* The saved changer info list, and what it says about a medium. */
 
+#include "NullElement.h"
 #include "Store.h"
 
 #include <gmock/gmock.h>
@@ -106,6 +107,36 @@ TEST_F(MediaInfo, AnEntryWithoutGuidHidesThoseBehindIt) {
                     ElementsAre("fail get value from dict", "fail get changerGUID"));
         EXPECT_EQ(info, nullptr);
     }
+}
+
+TEST_F(MediaInfo, ANullElementIsToldWithItsIndex) {
+    SaveInfoList(Array(
+        {Dictionary({{"GUID", static_cast<SInt64>(kOtherChanger)}}),
+         Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
+                     {"Changer Media Info", Array({Medium(1, {Partition(false), Partition(false),
+                                                              Partition(true)})})}})}));
+    {
+        const NullElement null(1);
+        EXPECT_THAT(Messages(0),
+                    ElementsAre("fail get changer dict at 1", "fail GetChangerInfoDict"));
+    }
+    {
+        const NullElement null(2);
+        EXPECT_THAT(Messages(0), ElementsAre("fail get partition info for 2"));
+        EXPECT_EQ(hasFileSystem_, 0);
+    }
+    {
+        const NullElement null(0, 1);
+        EXPECT_THAT(Messages(0), ElementsAre("fail get info dictionary for sei 0"));
+    }
+}
+
+TEST_F(MediaInfo, AFailedSearchEmptiesTheCallersDictionary) {
+    const auto earlier = Dictionary();
+    SaveInfoList(Array());
+    CFDictionaryRef info = earlier;
+    EXPECT_EQ(TakeMessages(GetChangerInfoDict(kChanger, &info)).size(), 1U);
+    EXPECT_EQ(info, nullptr);
 }
 
 TEST_F(MediaInfo, AListThatIsNoArrayIsEmpty) {

@@ -2,6 +2,7 @@
 
 #include "Journal.h"
 #include "ManagedChangers.h"
+#include "NullElement.h"
 
 #include "AllocationFaults.h"
 #include "trayprobed/MediaIdManager.h"
@@ -174,11 +175,26 @@ TEST_F(Scheduling, DrivesAreCountedIn16Bits) {
 }
 
 TEST_F(Scheduling, EveryStateBut0And64CountsAsMounted) {
+    struct Case {
+        SInt64 state;
+        int counted;
+    };
+    for (const Case& each :
+         {Case{0, 0}, Case{0x40, 0}, Case{1, 1}, Case{2, 1}, Case{0x3F, 1}, Case{0x41, 1},
+          Case{0x80, 1}, Case{0x40000000, 1}, Case{0x40000040, 1}, Case{-1, 1}}) {
+        UInt16 count = 9;
+        EXPECT_EQ(CountChangerMountedMedia(Array({Mounted(0, each.state)}), &count), nullptr);
+        EXPECT_EQ(count, each.counted) << each.state;
+    }
+}
+
+TEST_F(Scheduling, EveryMountedMediumIsCounted) {
     UInt16 count = 9;
-    const auto media = Array({Mounted(0, 0), Mounted(1, 0x40), Mounted(2, 1), Mounted(3, 2),
-                              Mounted(4, 0x41), Mounted(5, 0x40000000), Mounted(6, -1)});
+    const auto media = Array({Mounted(0, 1), Mounted(1, 0), Mounted(2, 2), Mounted(3, 0x40)});
     EXPECT_EQ(CountChangerMountedMedia(media, &count), nullptr);
-    EXPECT_EQ(count, 5);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(CountChangerMountedMedia(Array(), &count), nullptr);
+    EXPECT_EQ(count, 0);
 }
 
 // ---- failures ----
@@ -214,6 +230,32 @@ TEST_F(Scheduling, TheChangersEntryMustHoldWhatIsRead) {
                       each.messages);
         }
     }
+}
+
+// An entry without anything, to which one value after the other is added.
+TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
+    const std::string text = kChangerText;
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    auto changer = Dictionary();
+    const auto newest = [&] { return MessagesOf(HandleStartingMediaId, changer).back(); };
+    const auto add = [&](const char* key, const Value& value) {
+        CFDictionarySetValue(changer, Text(key), value.Get());
+    };
+    EXPECT_EQ(newest(), "fail get changer preferences");
+    add("Changer Preferences", Dictionary({{"IdentifyMediaOnInsert", 1}}));
+    EXPECT_EQ(newest(), "fail get should id media flag from changer prefs");
+    add("Changer Preferences", Dictionary());
+    EXPECT_EQ(newest(), "fail get changer GUID from changer info dict");
+    add("GUID", static_cast<SInt64>(kChanger));
+    EXPECT_EQ(newest(), "fail get changer media array for changer GUID " + text);
+    add("Changer Media Info", Array({Dictionary()}));
+    EXPECT_EQ(newest(), "fail CountChangerMountedMedia for changer GUID " + text);
+    add("Changer Media Info", Array({Dictionary({{"Media Mount State", 0}})}));
+    EXPECT_EQ(newest(), "fail get count of data transfer elements for changer GUID " + text);
+    add("Data Transfer Element Count", 2);
+    EXPECT_EQ(newest(), "fail GetMediaIdInProgressCount for changer GUID " + text);
+    AddChanger(kChanger);
+    EXPECT_EQ(newest(), "fail SpawnNextManualMediaId for changer GUID " + text);
 }
 
 TEST_F(Scheduling, APreferenceThatIsNoBooleanFails) {
@@ -308,6 +350,21 @@ TEST_F(Scheduling, AFailedManualScanIsNotFollowedByTheAutomaticOne) {
                   .back(),
               "fail SpawnNextManualMediaId for changer GUID FEDCBA9876543210");
     EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
+}
+
+TEST_F(Scheduling, ANullMediumEndsTheReadingWithItsIndex) {
+    const auto media = Array({Medium(0), New(1), Requested(2)});
+    const NullElement null(1);
+    UInt16 count = 9;
+    SInt32 started = 9;
+    EXPECT_THAT(TakeMessages(CountChangerMountedMedia(media, &count)),
+                ElementsAre("fail get media dict at index 1"));
+    EXPECT_THAT(TakeMessages(SpawnNextManualMediaId(kChanger, media, 0, &started)),
+                ElementsAre("fail get media dict for media index 1"));
+    EXPECT_THAT(TakeMessages(SpawnNextAutomaticMediaId(kChanger, media, 0, &started)),
+                ElementsAre("fail get media dict for media index 1"));
+    EXPECT_EQ(started, 0);
+    EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
 TEST_F(Scheduling, WithoutMemoryTheListCannotBeRead) {

@@ -3,7 +3,10 @@
 #include "FakeTime.h"
 #include "MountedChanger.h"
 
+#include "AllocationFaults.h"
+
 #include <cerrno>
+#include <set>
 
 using testing::Contains;
 using testing::Each;
@@ -26,7 +29,7 @@ protected:
         EXPECT_EQ(
             TakeChain(RunAFSCacheUpdate(kChanger, kElem, descend, tree_.Root().c_str(), &cached)),
             Chain());
-        return cached == 1;
+        return IsSet(cached);
     }
     static Chain Run(SInt32 descend = 1) {
         return TakeChain(RunFSCache(kChanger, kElem, descend));
@@ -123,6 +126,27 @@ TEST_F(SingleDisc, AnAbortEndsTheRoundAsASuccess) {
     SetAbort(1);
     EXPECT_FALSE(Update());
     EXPECT_THAT(Journal::Take(), SizeIs(3)); // the root, one disc, one directory
+}
+
+// The first partition was listed, and stays so.
+TEST_F(SingleDisc, AnAbortInTheSecondMediaRootLeavesTheDiscCached) {
+    for (const char* root : {"s1", "s2", "s3"}) {
+        MakeMediaRoot(root);
+        tree_.MakeDirectory(std::string(root) + "/a");
+    }
+    Mount();
+    SaveMedium(1, true);
+    const auto abortInTheSecond = [round = 0](const std::string& path) mutable {
+        if (path.ends_with("/a") && ++round == 2)
+            SetAbort(1);
+    };
+    FileSystemSeams::OnListing(abortInTheSecond);
+    EXPECT_TRUE(Update());
+    EXPECT_THAT(Journal::Take(), SizeIs(5)); // the changer's root, two discs, their directories
+    SetAbort(0);
+    FileSystemSeams::OnListing(abortInTheSecond);
+    EXPECT_EQ(Run(), Chain());
+    EXPECT_THAT(Journal::Take(), SizeIs(5)); // and no second round
 }
 
 TEST_F(SingleDisc, AFailedWalkNamesItsMediaRoot) {
@@ -228,6 +252,28 @@ TEST_F(SingleDisc, TheStateLockIsNeverHeldWhileListing) {
     tree_.MakeDirectory("s1/a/b");
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), testing::Not(Contains(testing::HasSubstr("(locked)"))));
+}
+
+// ---- memory ----
+
+TEST_F(SingleDisc, WithoutMemoryEachStepIsToldByItsName) {
+    Mount();
+    SaveMedium(1, true);
+    MakeMediaRoot("s1");
+    std::set<std::string> messages;
+    VErrLink* err = nullptr;
+    SweepAllocationFaults([&](std::size_t) { err = RunFSCache(kChanger, kElem, 0); },
+                          [&](std::size_t, bool) {
+                              for (const RaisedLink& link : TakeChain(err))
+                                  messages.insert(link.function + ": " + link.message);
+                              log_.Take();
+                              Journal::Take();
+                          });
+    EXPECT_THAT(messages,
+                testing::IsSupersetOf({"RunFSCache: fail IsChangerFSGUIDInList",
+                                       "RunFSCache: fail GetChangerFSMountPath",
+                                       "RunAFSCacheUpdate: fail GetChangerFileSystemMediaRootInfo",
+                                       "RunFSCache: fail RunAFSCacheUpdate"}));
 }
 
 } // namespace

@@ -36,7 +36,7 @@ protected:
     bool IsKnown(UInt64 changerGUID) const {
         SInt32 isKnown = 2;
         EXPECT_EQ(TakeChain(IsChangerInList(changerGUID, &isKnown)), Chain());
-        return isKnown == 1;
+        return IsSet(isKnown);
     }
     UInt32 InProgressCount(UInt64 changerGUID) const {
         UInt32 count = 999;
@@ -47,17 +47,17 @@ protected:
         SInt32 isOnList = 2;
         EXPECT_EQ(TakeChain(IsStorageElemOnInProgressList(changerGUID, storageElem, &isOnList)),
                   Chain());
-        return isOnList == 1;
+        return IsSet(isOnList);
     }
     bool IsBuilding(UInt64 changerGUID) const {
         SInt32 inProgress = 2;
         EXPECT_EQ(TakeChain(GetChangerFSCacheBuildInProgress(changerGUID, &inProgress)), Chain());
-        return inProgress == 1;
+        return IsSet(inProgress);
     }
     bool ShouldAbort(UInt64 changerGUID) const {
         SInt32 shouldAbort = 2;
         EXPECT_EQ(TakeChain(GetChangerShouldAbortOperation(changerGUID, &shouldAbort)), Chain());
-        return shouldAbort == 1;
+        return IsSet(shouldAbort);
     }
     void SaveInfoList(CFArrayRef list) {
         EXPECT_EQ(SaveChangerInfoList(list), nullptr);
@@ -68,6 +68,12 @@ protected:
         if (savedList_ != nullptr)
             replacedLists_.push_back(savedList_);
         savedList_ = list;
+    }
+
+    // A flag must have been written: before each call it is neither true nor false.
+    static bool IsSet(SInt32 flag) {
+        EXPECT_TRUE(flag == 0 || flag == 1) << flag;
+        return flag == 1;
     }
 
     LogCapture log_;

@@ -45,6 +45,51 @@ protected:
     }
 };
 
+// What is opened in these directories, by the kernel's account.
+class OpeningsIn {
+public:
+    explicit OpeningsIn(const std::vector<std::string>& directories) {
+        EXPECT_GE(watcher_, 0);
+        for (const std::string& directory : directories)
+            EXPECT_GE(inotify_add_watch(watcher_, directory.c_str(), IN_OPEN), 0);
+    }
+    OpeningsIn(const OpeningsIn&) = delete;
+    OpeningsIn& operator=(const OpeningsIn&) = delete;
+    ~OpeningsIn() {
+        close(watcher_);
+    }
+
+    // By name.
+    const std::set<std::string>& Files() const {
+        Read();
+        return files_;
+    }
+    // Of the directories themselves.
+    int CountListings() const {
+        Read();
+        return listings_;
+    }
+
+private:
+    void Read() const {
+        alignas(struct inotify_event) char events[16384];
+        const ssize_t size = read(watcher_, events, sizeof events);
+        for (ssize_t at = 0; at < size;) {
+            const auto* event = reinterpret_cast<const struct inotify_event*>(events + at);
+            const bool isOfTheWatchedItself = event->len == 0;
+            if ((event->mask & IN_ISDIR) == 0)
+                files_.insert(event->name);
+            else if (isOfTheWatchedItself)
+                ++listings_;
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+        }
+    }
+
+    const int watcher_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    mutable std::set<std::string> files_;
+    mutable int listings_ = 0;
+};
+
 RaisedLink Raised(const char* message, VErrCode code = kVErrCodeDefault) {
     return {message, "CacheFSDirectory", kWalkSource, code};
 }
@@ -310,7 +355,10 @@ TEST_F(Walking, ALockThatFailsEndsTheWalk) {
 
 TEST_F(Walking, NoMediaTestIsMadeWithoutAReport) {
     MakeMediaRoot("disc");
+    const OpeningsIn openings({tree_.Path(""), tree_.Path("disc")});
     EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(openings.Files(), IsEmpty());
+    EXPECT_EQ(openings.CountListings(), 2);
     EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./disc"));
 }
 
@@ -385,36 +433,17 @@ TEST_F(Walking, SpecialFilesUnderTheInfoNamesAreNoObstacle) {
     Journal::Take();
 }
 
-// By the kernel's account: directories are opened to be listed, and info files, and nothing else.
 TEST_F(Walking, OfFilesOnlyTheInfoFilesAreOpened) {
     MakeMediaRoot("disc");
     tree_.MakeDirectory("disc/a");
     tree_.Write("disc/file", "content");
     tree_.Write("disc/a/file", "content");
-    const int watcher = inotify_init1(IN_NONBLOCK);
-    ASSERT_GE(watcher, 0);
-    for (const char* directory : {"", "disc", "disc/a"})
-        ASSERT_GE(inotify_add_watch(watcher, tree_.Path(directory).c_str(), IN_OPEN), 0);
+    const OpeningsIn openings({tree_.Path(""), tree_.Path("disc"), tree_.Path("disc/a")});
     FSCacheStatusReport report = {};
     EXPECT_THAT(Walk(1, &report), IsEmpty());
     Journal::Take();
-
-    alignas(struct inotify_event) char events[16384];
-    const ssize_t size = read(watcher, events, sizeof events);
-    close(watcher);
-    std::set<std::string> files;
-    int listings = 0;
-    for (ssize_t at = 0; at < size;) {
-        const auto* event = reinterpret_cast<const struct inotify_event*>(events + at);
-        const bool isOfTheWatchedItself = event->len == 0;
-        if ((event->mask & IN_ISDIR) == 0)
-            files.insert(event->name);
-        else if (isOfTheWatchedItself)
-            ++listings;
-        at += static_cast<ssize_t>(sizeof *event + event->len);
-    }
-    EXPECT_THAT(files, ElementsAre(".media_info.plist"));
-    EXPECT_EQ(listings, 3);
+    EXPECT_THAT(openings.Files(), ElementsAre(".media_info.plist"));
+    EXPECT_EQ(openings.CountListings(), 3);
 }
 
 // ---- the count ----
