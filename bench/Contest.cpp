@@ -61,9 +61,9 @@ void Contest::AddTimed(const std::string& name, std::function<double()> body) {
 Contest::Times Contest::Run() {
     InitializeOnce();
     for (const auto& [name, body] : bodies_) {
-        const auto repeat = [&body = body](benchmark::State& state) {
+        const auto repeat = [&timed = body](benchmark::State& state) {
             for (auto _ : state) {
-                state.SetIterationTime(body());
+                state.SetIterationTime(timed());
             }
         };
         benchmark::RegisterBenchmark(name.c_str(), repeat)

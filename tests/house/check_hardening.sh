@@ -35,7 +35,7 @@ expect 'probed stack growth in every source' every_source_has '-fstack-clash-pro
 expect 'checked library calls' says "$imports" '__v?snprintf_chk'
 # Registering the destructor of a thread_local object ends the process when memory is out.
 expect 'a program without thread-local destructors' lacks "$imports" '__cxa_thread_atexit'
-if [ "$(uname -m)" = x86_64 ]; then
+if says "$headers" 'Machine:.*X86-64'; then
     expect 'control-flow protection in every source' every_source_has '-fcf-protection=full'
     expect 'marked entries' main_marks_its_entry
 fi

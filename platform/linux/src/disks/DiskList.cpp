@@ -74,10 +74,10 @@ void DiskList::Update(std::vector<Volume> volumes) {
     present_.reserve(present_.size() + come.size());
 
     // From here on nothing fails.
-    const auto gone = std::stable_partition(present_.begin(), present_.end(), stays);
-    for (auto disk = gone; disk != present_.end(); ++disk)
-        Leave(std::move(*disk));
-    present_.erase(gone, present_.end());
+    for (auto& disk : present_)
+        if (!stays(disk))
+            Leave(std::move(disk));
+    std::erase_if(present_, [](const cf::Owned<Disk>& disk) { return !disk; });
     std::ranges::move(come, std::back_inserter(present_));
     std::ranges::sort(present_, {}, volumeOf);
 }

@@ -4,8 +4,13 @@
 #include <CoreFoundation/CFDictionary.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
+#include <new>
+#include <numeric>
 #include <span>
+#include <utility>
+#include <vector>
 
 namespace cf {
 
@@ -42,6 +47,21 @@ bool AnyKeyTwice(std::span<const Pair> pairs) noexcept {
             if (pairs[i].key == pairs[k].key)
                 return true;
     return false;
+}
+
+// Ascending indices, so that a pair is moved forwards only.
+std::vector<std::size_t> LastOfEachKey(std::span<const Pair> pairs) {
+    std::vector<std::size_t> indices(pairs.size());
+    std::iota(indices.begin(), indices.end(), std::size_t{0});
+    const auto keyOf = [pairs](std::size_t index) { return pairs[index].key; };
+    std::ranges::sort(indices, [keyOf](std::size_t first, std::size_t second) {
+        return keyOf(first) != keyOf(second) ? std::less<>()(keyOf(first), keyOf(second))
+                                             : first > second;
+    });
+    const auto others = std::ranges::unique(indices, {}, keyOf);
+    indices.erase(others.begin(), others.end());
+    std::ranges::sort(indices);
+    return indices;
 }
 
 } // namespace
@@ -133,17 +153,10 @@ void ListBuilder::KeepLastOfEachKey(std::size_t begin) {
     const auto pairs = std::span(pairs_).subspan(begin);
     if (pairs.size() <= DictionaryShape::kMostKeys && !AnyKeyTwice(pairs))
         return;
-    const auto byKey = [](const Pair& first, const Pair& second) {
-        return std::less<>()(first.key, second.key);
-    };
-    std::stable_sort(pairs.begin(), pairs.end(), byKey);
     std::size_t kept = 0;
-    for (std::size_t i = 1; i < pairs.size(); ++i) {
-        if (pairs[i].key != pairs[kept].key)
-            ++kept;
-        std::swap(pairs[kept], pairs[i]);
-    }
-    DropPairs(begin + kept + 1);
+    for (const std::size_t last : LastOfEachKey(pairs))
+        std::swap(pairs[kept++], pairs[last]);
+    DropPairs(begin + kept);
 }
 
 } // namespace cf
