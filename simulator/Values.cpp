@@ -64,7 +64,11 @@ Value Value::MakeBoolean(bool boolean) {
 }
 
 Value Value::MakeInteger(std::int64_t integer) {
+#if HAVE_PLIST_NEW_INT
+    return Value(plist_new_int(integer));
+#else
     return Value(plist_new_uint(static_cast<std::uint64_t>(integer)));
+#endif
 }
 
 Value Value::MakeString(const std::string& text) {

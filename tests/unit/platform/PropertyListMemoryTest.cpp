@@ -36,7 +36,7 @@ std::string MotleyBinary() {
     std::uint32_t length = 0;
     plist_to_bin(list, &bytes, &length);
     std::string binary(bytes, length);
-    plist_to_bin_free(bytes);
+    std::free(bytes);
     plist_free(list);
     return binary;
 }

@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <random>
 
 namespace {
@@ -101,7 +102,7 @@ std::string XmlOf(plist_t list) {
     std::uint32_t length = 0;
     plist_to_xml(list, &text, &length);
     std::string xml(text, length);
-    plist_to_xml_free(text);
+    std::free(text);
     return xml;
 }
 
@@ -110,7 +111,7 @@ std::string BinaryOf(plist_t list) {
     std::uint32_t length = 0;
     plist_to_bin(list, &bytes, &length);
     std::string binary(bytes, length);
-    plist_to_bin_free(bytes);
+    std::free(bytes);
     return binary;
 }
 

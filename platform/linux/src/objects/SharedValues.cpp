@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
+#include <functional>
 
 namespace cf {
 namespace {

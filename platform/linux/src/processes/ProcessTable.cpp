@@ -16,7 +16,9 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <mutex>
+#include <system_error>
 
 namespace process {
 
