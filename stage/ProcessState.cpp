@@ -25,10 +25,33 @@ std::string WithoutInstance(const std::string& target) {
     return numbered ? target.substr(0, target.find(':')) : target;
 }
 
-bool IsInSystemCall(const std::filesystem::directory_entry& task, long number) {
+// Not every processor has poll and epoll_wait.
+std::set<long> NumbersOf(SystemCall call) {
+    switch (call) {
+    case SystemCall::Connect:
+        return {SYS_connect};
+    case SystemCall::EpollWait:
+        return {
+#ifdef SYS_epoll_wait
+            SYS_epoll_wait,
+#endif
+            SYS_epoll_pwait};
+    case SystemCall::Poll:
+        return {
+#ifdef SYS_poll
+            SYS_poll,
+#endif
+            SYS_ppoll};
+    case SystemCall::Statfs:
+        return {SYS_statfs};
+    }
+    throw Failure("no such system call");
+}
+
+bool IsInSystemCall(const std::filesystem::directory_entry& task, const std::set<long>& numbers) {
     std::ifstream file(task.path() / "syscall");
     long current = -1; // stays so for a thread that runs
-    return file >> current && current == number;
+    return file >> current && numbers.contains(current);
 }
 
 bool IsSocket(const std::filesystem::directory_entry& descriptor) {
@@ -94,14 +117,15 @@ std::size_t ReadOwnMemory(pid_t pid) {
     return std::stoul(status.substr(found + key.size())) * 1024; // told in kB
 }
 
-void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count) {
+void AwaitThreadsInSystemCall(pid_t pid, SystemCall call, std::ptrdiff_t count) {
+    const std::set<long> numbers = NumbersOf(call);
     const auto areThere = [&] {
         const std::filesystem::directory_iterator tasks(ProcFolder(pid) / "task");
-        return std::count_if(begin(tasks), end(tasks), [number](const auto& task) {
-                   return IsInSystemCall(task, number);
+        return std::count_if(begin(tasks), end(tasks), [&numbers](const auto& task) {
+                   return IsInSystemCall(task, numbers);
                }) == count;
     };
-    AwaitState(areThere, "threads in system call " + std::to_string(number));
+    AwaitState(areThere, "threads in system call " + std::to_string(*numbers.begin()));
 }
 
 void AwaitSentIsRead(pid_t pid) {

@@ -30,8 +30,12 @@ inline constexpr bool kHasSanitizer = true;
 inline constexpr bool kHasSanitizer = false;
 #endif
 
-// Waits until so many of its threads sleep in that system call.
-void AwaitThreadsInSystemCall(pid_t pid, long number, std::ptrdiff_t count);
+// Calls in which threads of a process wait. Which system call of a pair a library performs depends
+// on its version and on the processor: Poll is poll or ppoll, EpollWait epoll_wait or epoll_pwait.
+enum class SystemCall { Connect, EpollWait, Poll, Statfs };
+
+// Waits until exactly so many of its threads sleep in that system call.
+void AwaitThreadsInSystemCall(pid_t pid, SystemCall call, std::ptrdiff_t count);
 
 // Waits until all that it wrote to its sockets was read at their other ends. It has stopped.
 void AwaitSentIsRead(pid_t pid);

@@ -14,7 +14,6 @@
 #include <iterator>
 #include <set>
 #include <sstream>
-#include <sys/syscall.h>
 #include <utility>
 
 using stage::Event;
@@ -67,8 +66,8 @@ protected:
     bool EndFault();
     // Waits until the daemon has no more calls to make: its main loop waits, and its reader.
     void AwaitIdle() {
-        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_poll, 1);
-        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_epoll_wait, 1);
+        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Poll, 1);
+        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::EpollWait, 1);
     }
 
     // A root that cannot be read is taken for no changer's, without a word.

@@ -7,7 +7,6 @@
 #include <deque>
 #include <fstream>
 #include <sys/mount.h>
-#include <sys/syscall.h>
 
 namespace {
 
@@ -83,7 +82,7 @@ TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
         silent.push_back(SilentVolume::OfUser(kAnotherUser, "/tmp/of-user" + std::to_string(i)));
     }
     ExpectMainLoopGoesOn();
-    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_statfs, 0);
+    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs, 0);
 }
 
 // Once it has answered, the daemon's main thread reads its info file, and waits for it up to half a
@@ -141,7 +140,8 @@ TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
     }
     ExpectMainLoopGoesOn();
     silent.emplace_back("/tmp/silent");
-    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_statfs, kMostProbes);
+    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs,
+                                    kMostProbes);
 
     MakeChangerFolder("/tmp/a", 1);
     std::filesystem::create_directory(kPlace);

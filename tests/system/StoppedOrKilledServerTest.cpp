@@ -6,7 +6,6 @@
 
 #include <gmock/gmock.h>
 #include <sys/mount.h>
-#include <sys/syscall.h>
 
 using testing::UnorderedElementsAreArray;
 
@@ -27,7 +26,7 @@ void ExpectDaemonRuns(const stage::Daemon& daemon, pid_t server) {
         VolumeTest::PropertyList("<key>Changer GUID</key><integer>177</integer>"));
     VolumeTest::Bind(folder, folder + "-place", 2);
     stage::AwaitSentIsRead(server);
-    stage::AwaitThreadsInSystemCall(daemon.Pid(), SYS_epoll_wait, 1);
+    stage::AwaitThreadsInSystemCall(daemon.Pid(), stage::SystemCall::EpollWait, 1);
 }
 
 // Stops a server until the daemon has done all that it can do without: the main thread and so many
@@ -35,7 +34,7 @@ void ExpectDaemonRuns(const stage::Daemon& daemon, pid_t server) {
 void StopAndContinue(Puppet& server, const stage::Daemon& daemon, int workers) {
     server.Stop();
     ExpectDaemonRuns(daemon, server.Pid());
-    stage::AwaitThreadsInSystemCall(daemon.Pid(), SYS_poll, 1 + workers);
+    stage::AwaitThreadsInSystemCall(daemon.Pid(), stage::SystemCall::Poll, 1 + workers);
     server.Continue();
 }
 

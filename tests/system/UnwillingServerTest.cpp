@@ -3,7 +3,6 @@
 #include "stage/ProcessState.h"
 
 #include <gmock/gmock.h>
-#include <sys/syscall.h>
 
 using testing::ElementsAre;
 
@@ -26,7 +25,7 @@ protected:
         Server().Do("fill " + channel);
     }
     void AwaitWaitingClient() {
-        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), SYS_connect, 1);
+        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Connect, 1);
     }
 };
 
