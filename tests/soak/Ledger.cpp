@@ -28,7 +28,7 @@ std::string Describe(const std::string& what, int ordered, int counted) {
 } // namespace
 
 std::string GuidOf(int changer) {
-    return "00000000000000A" + std::to_string(changer + 1);
+    return "5000C500ABCD00A" + std::to_string(changer + 1);
 }
 
 void Ledger::OrderIdentification(Place place) {

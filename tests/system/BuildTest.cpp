@@ -20,7 +20,8 @@ protected:
     // Discs that the daemon leaves alone until the build.
     void PutIdentifiedDiscs(int count, const std::string& content = "directories=5 depth=3") {
         for (int slot = 0; slot < count; ++slot) {
-            Tell("put changer=A1 slot=" + std::to_string(slot) + " identified=yes " + content);
+            Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot) + " identified=yes " +
+                 content);
         }
     }
 
@@ -30,7 +31,7 @@ protected:
 
     std::vector<std::string> UncachedDirectories() {
         std::vector<std::string> uncached;
-        for (const Event& line : Tell("show changer=A1 directories=yes")) {
+        for (const Event& line : Tell("show changer=5000C500ABCD00A1 directories=yes")) {
             if (line.kind == "directory" && line["cached"] == "no") {
                 uncached.push_back(line["slot"] + line["path"]);
             }
@@ -42,7 +43,7 @@ protected:
 TEST_F(BuildTest, EveryDirectoryIsListedAndEachDiscIsOneStep) {
     Begin();
     PutIdentifiedDiscs(3);
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw changer", "status 0/0",
                                              "status 0/3", "status 1/3", "status 2/3", "status 3/3",
@@ -54,14 +55,14 @@ TEST_F(BuildTest, EveryDirectoryIsListedAndEachDiscIsOneStep) {
 TEST_F(BuildTest, ProgressIsShownUnderTheDaemonsName) {
     Begin();
     PutIdentifiedDiscs(1);
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     const auto reports =
         Server().AllSoFar("request", {{"command", "set client status"},
                                       {"message", "Building changer directory cache"}});
     ASSERT_EQ(reports.size(), 3U);
     EXPECT_TRUE(reports[2].Has({{"client-name", "trayprobed"},
-                                {"changer", "00000000000000A1"},
+                                {"changer", "5000C500ABCD00A1"},
                                 {"current-step", "1"},
                                 {"maximum-step", "1"},
                                 {"abort-requested", "no"}}));
@@ -69,7 +70,7 @@ TEST_F(BuildTest, ProgressIsShownUnderTheDaemonsName) {
 
 TEST_F(BuildTest, ChangerWithoutDiscsReportsNothingOfNothing) {
     Begin();
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw changer", "status 0/0",
                                              "status 0/0", "clear status", "withdraw changer"));
@@ -78,11 +79,11 @@ TEST_F(BuildTest, ChangerWithoutDiscsReportsNothingOfNothing) {
 TEST_F(BuildTest, RequestsDuringABuildStartNoSecondOne) {
     Begin("slots=4 drives=1 moving=200");
     PutIdentifiedDiscs(3);
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitStatus("0");
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitStatus("1");
-    Tell("identify changer=A1 value=no");
+    Tell("identify changer=5000C500ABCD00A1 value=no");
     AwaitEndOfBuild();
     EXPECT_EQ(Server().AllSoFar("request", {{"current-step", "3"}}).size(), 1U);
 }
@@ -90,13 +91,13 @@ TEST_F(BuildTest, RequestsDuringABuildStartNoSecondOne) {
 TEST_F(BuildTest, AbortEndsTheBuildQuietlyAndTheNextOneRuns) {
     Begin("slots=4 drives=1 moving=300");
     PutIdentifiedDiscs(4);
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitStatus("1");
-    Tell("abort changer=A1 client=trayprobed");
+    Tell("abort changer=5000C500ABCD00A1 client=trayprobed");
     AwaitEndOfBuild();
     EXPECT_FALSE(UncachedDirectories().empty());
-    Tell("timing changer=A1 moving=0");
-    Tell("identify changer=A1");
+    Tell("timing changer=5000C500ABCD00A1 moving=0");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     EXPECT_THAT(UncachedDirectories(), IsEmpty());
 }
@@ -104,8 +105,8 @@ TEST_F(BuildTest, AbortEndsTheBuildQuietlyAndTheNextOneRuns) {
 TEST_F(BuildTest, FileSystemThatIsNotMountedEndsItAtOnce) {
     Begin();
     PutIdentifiedDiscs(1);
-    Tell("unmount changer=A1");
-    Tell("identify changer=A1");
+    Tell("unmount changer=5000C500ABCD00A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitWithdrawalForChanger(0);
     AwaitServedRequest(0);
     EXPECT_THAT(Server().AllSoFar("request", {{"message", "Building changer directory cache"}}),
@@ -118,7 +119,7 @@ TEST_F(BuildTest, LinksAreNotFollowed) {
     std::ofstream("/tmp/content/file") << "text";
     Begin();
     PutIdentifiedDiscs(1, "folder=/tmp/content");
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     ASSERT_TRUE(std::filesystem::is_symlink("/tmp/carousel/disc-0/link"));
     std::vector<std::string> listed;
@@ -132,7 +133,7 @@ TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
     Begin();
     PutIdentifiedDiscs(1);
     Tell("fault on=\"set client status\" do=error code=1050 text=no");
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitLog({Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
               Link(kStatus, "ChangerServerSetClientStatus",
                    "fail SendMessageToChangerServer (VErrCode = 1050)"),
@@ -143,7 +144,7 @@ TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
               Link(kBuild, "RunChangerFSCacheThread",
                    "fail StartStatusReportingForFullFSCache (VErrCode = 1050)")});
     EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     EXPECT_THAT(UncachedDirectories(), IsEmpty());
 }
@@ -151,7 +152,7 @@ TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
 TEST_F(BuildTest, RefusedProgressEndsARunningBuild) {
     Begin("slots=4 drives=1 moving=300");
     PutIdentifiedDiscs(3);
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     Server().Await("request", {{"command", "set client status"}, {"maximum-step", "3"}});
     Server().Await("listing", {{"cached", "no"}});
     Tell("fault on=\"set client status\" do=error code=1050 text=no");
@@ -171,7 +172,7 @@ TEST_F(BuildTest, RefusedOpeningRequestSkipsTheWalk) {
     Begin();
     PutIdentifiedDiscs(1);
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitLog(
         {Link(kMessages, "GetMessageReplyErr", "no (VErrCode = 1050)"),
          Link("ChangerServerRequestIdentification", "ChangerServerRequest[A-Za-z]+Identification",
@@ -194,9 +195,9 @@ TEST_F(BuildTest, RefusedOpeningRequestSkipsTheWalk) {
 TEST_F(BuildTest, DiscThatIsPulledOutIsLoggedAndTheBuildGoesOn) {
     Begin("slots=4 drives=1 moving=500");
     PutIdentifiedDiscs(3, "directories=0");
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     const Event first = Server().Await("listing", {{"cached", "no"}});
-    Tell("take changer=A1 slot=" + first["slot"]);
+    Tell("take changer=5000C500ABCD00A1 slot=" + first["slot"]);
     AwaitEndOfBuild();
     AwaitLog({Link(kBuild, "CacheFSDirectory", "fail scandir on \"/tmp/carousel/disc-") + ".*"});
     EXPECT_EQ(RequestsSoFar().back(), "withdraw changer");

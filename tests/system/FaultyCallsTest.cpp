@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <iomanip>
 #include <iterator>
 #include <set>
@@ -180,7 +181,8 @@ bool IsIdentification(const Line& line, const std::string& slot) {
 class FaultyRunTest : public FaultyCallsTest {
 protected:
     FaultyRunTest() {
-        Tell("preferences changer=A1 build-on-identify=yes"); // so that all of a disc is listed
+        Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes"); // so that all of a disc
+                                                                            // is listed
         StartDaemon(director_.Start());
         AwaitLastNotification();
         rest_ = scene_.TheDaemon().TakeFootprint();
@@ -216,7 +218,7 @@ private:
     int slot_ = 0; // the one to put a disc in
     bool isOccupied_ = false;
     bool isOutOfReach_ = false; // since its request could not be withdrawn
-    int changers_ = 0x1000;
+    std::uint64_t changers_ = 0x5000C500ABCD1000;
 };
 
 void FaultyRunTest::CheckDaemon(bool done, bool happened) {
@@ -249,7 +251,7 @@ void FaultyRunTest::AwaitRest() {
     EXPECT_TRUE(now.IsWithin(rest_)) << Describe(now);
     rest_.threads = std::min(rest_.threads, now.threads);
     if (std::exchange(isOccupied_, false))
-        Tell("take changer=A1 slot=" + std::to_string(slot_));
+        Tell("take changer=5000C500ABCD00A1 slot=" + std::to_string(slot_));
 }
 
 // An identification that cannot withdraw the request leaves the disc for good, and says so. Any
@@ -259,7 +261,7 @@ bool FaultyRunTest::Identify() {
     const auto isIdentified = [&](const Line& each) { return IsIdentification(each, slot); };
     while (scene_.TheRecord().TakeIfThere(isIdentified)) { // the last disc, a second time
     }
-    Tell("put changer=A1 slot=" + slot + " directories=3");
+    Tell("put changer=5000C500ABCD00A1 slot=" + slot + " directories=3");
     isOccupied_ = true;
     const Line line = scene_.TheRecord().Await(
         [&](const Line& each) { return isIdentified(each) || IsFailedWithdrawal(each); },
@@ -281,9 +283,9 @@ bool FaultyRunTest::Reconnect() {
 
 // What was lost is found again when the file system comes anew.
 bool FaultyRunTest::Remount() {
-    Tell("unmount changer=A1");
+    Tell("unmount changer=5000C500ABCD00A1");
     const int unmounted = Server().AllSoFar("file-system").back().number;
-    Tell("mount changer=A1");
+    Tell("mount changer=5000C500ABCD00A1");
     for (int reads = 0; reads < 2; ++reads) { // to recognise it, and to enter it
         while (IsFaultNotice(
             NextSign([&](const Line& each) { return IsInfoOpen(each, unmounted); }))) {

@@ -26,7 +26,7 @@ constexpr const char* kInfoFile = "/.changer_info.plist";
 constexpr std::size_t kLongestPath = 1023; // that the daemon can tell
 constexpr std::size_t kMebibyte = 1024 * 1024;
 
-// What a disc's file system may do to whoever walks it, in full builds of changer A1.
+// What a disc's file system may do to whoever walks it, in full builds of changer 5000C500ABCD00A1.
 class HostileDiscTest : public VolumeTest {
 protected:
     static std::string FailedListing(const std::string& folder, int error) {
@@ -35,8 +35,8 @@ protected:
     }
     // Other changers' discs, other volumes.
     void ExpectMainLoopGoesOn() {
-        Tell("add-changer changer=B2 slots=1 drives=1");
-        Tell("put changer=B2 slot=0");
+        Tell("add-changer changer=5000C500ABCD00B2 slots=1 drives=1");
+        Tell("put changer=5000C500ABCD00B2 slot=0");
         AwaitIdentification(0);
         AwaitMountsSeen();
     }
@@ -54,7 +54,7 @@ protected:
     }
     PuppetVolume& BeginBuildThatStopsIn(const std::vector<std::string>& folders) {
         PuppetVolume& volume = TakeUp(folders);
-        Tell("identify changer=A1");
+        Tell("identify changer=5000C500ABCD00A1");
         volume.AwaitStop();
         return volume;
     }
@@ -100,10 +100,10 @@ TEST_F(HostileVolumeTest, FoldersThatCannotBeListedAreLoggedByTheirNamesAndPasse
 
 TEST_F(HostileVolumeTest, DiscWithoutEndIsLeftWhenAUserAborts) {
     TakeUp({"maze"});
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     Server().Await("status", {{"current", "0"}, {"maximum", "1"}});
     ExpectMainLoopGoesOn();
-    Tell("abort changer=A1 client=trayprobed");
+    Tell("abort changer=5000C500ABCD00A1 client=trayprobed");
     AwaitEndOfBuild();
 }
 

@@ -17,7 +17,7 @@ protected:
         Tell("pulse every=0");
     }
     void ExpectNotificationsWork() {
-        Tell("put changer=A1 slot=7");
+        Tell("put changer=5000C500ABCD00A1 slot=7");
         AwaitIdentification(7);
         EXPECT_THAT(RequestsSoFar(), Contains("eject 7"));
     }
@@ -39,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(Oddities, OddFrameTest,
 TEST_P(OddFrameTest, ReplyIsUnderstood) {
     Begin();
     Tell(std::string("fault on=\"mount disc\" ") + GetParam());
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
 }
@@ -47,7 +47,7 @@ TEST_P(OddFrameTest, ReplyIsUnderstood) {
 TEST_P(OddFrameTest, NotificationIsUnderstood) {
     Begin();
     Tell(std::string("fault on=notification ") + GetParam());
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
 }
@@ -55,9 +55,9 @@ TEST_P(OddFrameTest, NotificationIsUnderstood) {
 TEST_F(HostilePeerTest, NotificationsInOneReadAreAllUnderstood) {
     Begin();
     Tell("fault on=notification do=glued count=all");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
     Tell("clear-faults");
     ExpectNotificationsWork();
@@ -76,7 +76,7 @@ TEST_F(HostilePeerTest, MalformedNotificationIsLoggedAndPassed) {
     Tell("push together=yes");
     AwaitLog({Link(kNotifications, "HandleNotificationSocketData",
                    "fail make property list from XML data (") +
-                  ".*line [0-9]+\\)",
+                  ".+\\)", // where the cut falls decides what the parser says
               Link(kNotifications, "ServerNotificationSocketCallBack",
                    "fail handle notification socket data")});
     ExpectNotificationsWork();
@@ -116,7 +116,7 @@ TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsSurvived) {
 TEST_F(HostilePeerTest, ReplyThatIsNoDictionaryIsNoError) {
     Begin();
     Tell("fault on=\"mount disc\" do=wrong-root");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
 }
@@ -124,7 +124,7 @@ TEST_F(HostilePeerTest, ReplyThatIsNoDictionaryIsNoError) {
 TEST_F(HostilePeerTest, SingleThreadedServerIsAnswered) {
     Begin();
     Tell("serial value=yes");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     ExpectNotificationsWork();
 }

@@ -30,7 +30,7 @@ protected:
     // Other volumes, other changers' discs.
     void ExpectMainLoopGoesOn() {
         AwaitMountsSeen();
-        Tell("put changer=A1 slot=0 identified=yes");
+        Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
         AwaitServedRequest(0);
     }
 };
@@ -40,7 +40,7 @@ class OlderHungVolumeTest : public SystemTest {};
 TEST_F(OlderHungVolumeTest, HoldsUpNoStart) {
     const SilentVolume silent("/tmp/silent");
     Begin();
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
 }
 
@@ -90,8 +90,8 @@ TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
 TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
     PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
-    Tell("put changer=A1 slot=0 identified=yes");
-    Tell("identify changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
+    Tell("identify changer=5000C500ABCD00A1 slot=0");
     volume.Continue();
     AwaitIdentification(0);
     volume.AwaitRead(kInfoFile);

@@ -39,7 +39,7 @@ protected:
 TEST_F(IdentificationFailureTest, AfterAFailedMountNothingIsEjectedAndTheDiscIsTriedAgain) {
     Begin();
     Tell("fault on=\"mount disc\" do=error code=1050 text=\"robot jammed\"");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitLog({Link(kMessages, "GetMessageReplyErr", "robot jammed (VErrCode = 1050)"),
               Link(kMount, "ChangerServerMountDiscInDrive",
@@ -47,7 +47,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedMountNothingIsEjectedAndTheDiscIsT
               Link(kMount, "ChangerServerMountDisc",
                    "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1050)"),
               Link(kWorker, "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1050)")});
+                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1050)")});
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw 0", "mount 0", "withdraw 0",
                                              "withdraw 0", "mount 0", "eject 0", "withdraw 0"));
@@ -56,13 +56,13 @@ TEST_F(IdentificationFailureTest, AfterAFailedMountNothingIsEjectedAndTheDiscIsT
 TEST_F(IdentificationFailureTest, AfterAFailedEjectTheDiscIsWithdrawnAllTheSame) {
     Begin();
     Tell("fault on=\"eject disc\" do=error code=1050 text=\"robot jammed\"");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitLog({Link(kMessages, "GetMessageReplyErr", "robot jammed (VErrCode = 1050)"),
               Link(kEject, "ChangerServerEjectDisc",
                    "fail send message to changer server (VErrCode = 1050)"),
               Link(kWorker, "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 "
+                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 "
                    "(VErrCode = 1050)")});
     AwaitServedRequest(0);
 }
@@ -70,9 +70,9 @@ TEST_F(IdentificationFailureTest, AfterAFailedEjectTheDiscIsWithdrawnAllTheSame)
 TEST_F(IdentificationFailureTest, AfterAFailedFirstWithdrawalTheDiscIsNeverPickedAgain) {
     Begin();
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitLogOfRefusedWithdrawal("no");
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
     AwaitServedRequest(1);
     EXPECT_THAT(RequestsSoFar(), Not(Contains("mount 0")));
@@ -81,13 +81,13 @@ TEST_F(IdentificationFailureTest, AfterAFailedFirstWithdrawalTheDiscIsNeverPicke
 TEST_F(IdentificationFailureTest, AfterAFailedSecondWithdrawalTheDiscIsNeverPickedAgain) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
     AwaitIdentification(0);
     AwaitLogOfRefusedWithdrawal("no");
-    Tell("identify changer=A1 slot=0");
-    Tell("put changer=A1 slot=1");
+    Tell("identify changer=5000C500ABCD00A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
     AwaitServedRequest(1);
     EXPECT_EQ(Server()
@@ -99,21 +99,21 @@ TEST_F(IdentificationFailureTest, AfterAFailedSecondWithdrawalTheDiscIsNeverPick
 TEST_F(IdentificationFailureTest, ErrorWithoutTextHasTheGeneralOne) {
     Begin();
     Tell("fault on=\"request identification\" do=error code=1050");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitLogOfRefusedWithdrawal("an error has occurred");
 }
 
 TEST_F(IdentificationFailureTest, PercentSignsInTheServersTextDoNoHarm) {
     Begin();
     Tell("fault on=\"request identification\" do=error code=1050 text=\"100%% of %s%n%99999999d\"");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitLogOfRefusedWithdrawal("100% of %s%n%99999999d");
 }
 
 TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
     Begin();
     Tell("fault on=\"mount disc\" do=close");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitLog({Link(kMessages, "GetMessageReplyErr",
                    "lost connection with changer server (VErrCode = 1005)"),
@@ -122,7 +122,7 @@ TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
               Link(kMount, "ChangerServerMountDisc",
                    "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1005)"),
               Link(kWorker, "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1005)")});
+                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1005)")});
     AwaitIdentification(0);
 }
 
@@ -131,18 +131,18 @@ TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
 TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     NotifyInsteadOfTheServer("<key>changer info</key><array/>");
     AwaitIdentification(0);
     AwaitLog({Link("MediaIdState", "GetChangerInfoDict",
-                   "fail find changer GUID 00000000000000A1 (VErrCode = 20)"),
+                   "fail find changer GUID 5000C500ABCD00A1 (VErrCode = 20)"),
               Link("MediaIdState", "MediaHasMountablePartitions",
                    "fail GetChangerInfoDict (VErrCode = 20)"),
               Link("ChangerFSCacheThread", "RunFSCache",
                    "fail MediaHasMountablePartitions (VErrCode = 20)"),
               Link(kWorker, "RunMediaIdThread",
-                   "fail RunFSCache(00000000000000A1, 0) (VErrCode = 20)")});
+                   "fail RunFSCache(5000C500ABCD00A1, 0) (VErrCode = 20)")});
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
     Tell("release");
     AwaitServedRequest(0);
@@ -151,7 +151,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
 TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     NotifyInsteadOfTheServer("<key>changer list</key><array/>");
     AwaitIdentification(0);
@@ -163,14 +163,14 @@ TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
 TEST_F(IdentificationFailureTest, WorkerOfARemovedChangerIsRefusedWhatItAsksFor) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
-    Tell("remove-changer changer=A1");
+    Tell("remove-changer changer=5000C500ABCD00A1");
     AwaitLog({Link(kMessages, "GetMessageReplyErr", "no such changer (VErrCode = 1032)"),
               Link(kEject, "ChangerServerEjectDisc",
                    "fail send message to changer server (VErrCode = 1032)"),
               Link(kWorker, "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 "
+                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 "
                    "(VErrCode = 1032)")});
     AwaitLogOfRefusedWithdrawal("no such changer", 1032);
 }
@@ -179,12 +179,12 @@ TEST_F(IdentificationFailureTest, WorkerOfARemovedChangerIsRefusedWhatItAsksFor)
 TEST_F(IdentificationFailureTest, ChangerMayBeRemovedAndAddedAnewWhileADiscIsIdentified) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=1000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
-    Tell("remove-changer changer=A1");
-    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("remove-changer changer=5000C500ABCD00A1");
+    Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     AwaitChangerTakenUp();
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
 }
 

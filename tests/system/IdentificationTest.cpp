@@ -45,7 +45,7 @@ protected:
 
 TEST_F(IdentificationTest, DiscIsWithdrawnMountedEjectedAndWithdrawnAgain) {
     Begin();
-    Tell("put changer=A1 slot=3");
+    Tell("put changer=5000C500ABCD00A1 slot=3");
     AwaitIdentification(3);
     EXPECT_THAT(RequestsSoFar(),
                 ElementsAre("clear status", "withdraw 3", "mount 3", "eject 3", "withdraw 3"));
@@ -54,10 +54,10 @@ TEST_F(IdentificationTest, DiscIsWithdrawnMountedEjectedAndWithdrawnAgain) {
 
 TEST_F(IdentificationTest, DiscIsMountedPrivatelyForThisProcess) {
     Begin();
-    Tell("put changer=A1 slot=3");
+    Tell("put changer=5000C500ABCD00A1 slot=3");
     AwaitIdentification(3);
     const Event mount = Server().AllSoFar("request", {{"command", "mount disc"}}).front();
-    EXPECT_TRUE(mount.Has({{"changer", "00000000000000A1"},
+    EXPECT_TRUE(mount.Has({{"changer", "5000C500ABCD00A1"},
                            {"storage-element-index", "3"},
                            {"partition-id", ""},
                            {"client-name", "Media Identification"},
@@ -77,7 +77,7 @@ TEST_F(IdentificationTest, EveryDiscIsIdentifiedOnceAndNeverMoreThanThereAreDriv
     Begin("slots=8 drives=2 moving=20");
     Tell("hold");
     for (int slot = 0; slot < 8; ++slot) {
-        Tell("put changer=A1 slot=" + std::to_string(slot));
+        Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
     }
     Tell("release");
     for (int slot = 0; slot < 8; ++slot) {
@@ -91,7 +91,7 @@ TEST_F(IdentificationTest, OneDriveTakesOneDiscAtATime) {
     Begin("slots=4 drives=1 moving=20");
     Tell("hold");
     for (int slot = 0; slot < 4; ++slot) {
-        Tell("put changer=A1 slot=" + std::to_string(slot));
+        Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
     }
     Tell("release");
     for (int slot = 0; slot < 4; ++slot) {
@@ -103,9 +103,9 @@ TEST_F(IdentificationTest, OneDriveTakesOneDiscAtATime) {
 TEST_F(IdentificationTest, SecondDiscStartsWhileADriveIsFree) {
     Begin("slots=4 drives=2");
     Tell("fault on=\"mount disc\" do=late after=1000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}, {"storage-element-index", "0"}});
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
     AwaitIdentification(0);
     EXPECT_EQ(MostAtOnce(), 2);
@@ -113,12 +113,12 @@ TEST_F(IdentificationTest, SecondDiscStartsWhileADriveIsFree) {
 
 TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersHoldAllDrives) {
     Begin("slots=4 drives=1 patience=0");
-    Tell("put changer=A1 slot=0 identified=yes");
-    Tell("load changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
+    Tell("load changer=5000C500ABCD00A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     Server().Await("request", {{"command", "mount disc"}, {"storage-element-index", "1"}});
-    Tell("eject changer=A1 slot=0");
+    Tell("eject changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(1);
     EXPECT_EQ(TimesIdentified(1), 1);
 }
@@ -126,9 +126,9 @@ TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersHoldAllDrives) {
 TEST_F(IdentificationTest, RequestGoesBeforeNeverIdentifiedDiscs) {
     Begin("slots=8 drives=1");
     Tell("hold");
-    Tell("put changer=A1 slot=1");
-    Tell("put changer=A1 slot=5 identified=yes");
-    Tell("identify changer=A1 slot=5");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=5 identified=yes");
+    Tell("identify changer=5000C500ABCD00A1 slot=5");
     Tell("release");
     AwaitIdentification(5);
     AwaitIdentification(1);
@@ -137,8 +137,8 @@ TEST_F(IdentificationTest, RequestGoesBeforeNeverIdentifiedDiscs) {
 
 TEST_F(IdentificationTest, IdentifiedDiscIsLeftAloneUntilRequested) {
     Begin();
-    Tell("put changer=A1 slot=2 identified=yes");
-    Tell("put changer=A1 slot=3");
+    Tell("put changer=5000C500ABCD00A1 slot=2 identified=yes");
+    Tell("put changer=5000C500ABCD00A1 slot=3");
     AwaitIdentification(3);
     EXPECT_THAT(MountedSlots(), ElementsAre("3"));
     AwaitServedRequest(2);
@@ -149,8 +149,8 @@ TEST_F(IdentificationTest, GlobalPreferenceTurnsAutomaticsOffButNotRequests) {
     StartServer();
     Tell("root-preferences identify-on-insert=no");
     StartDaemon();
-    Tell("put changer=A1 slot=0");
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitServedRequest(1);
     EXPECT_THAT(MountedSlots(), ElementsAre("1"));
     Tell("root-preferences identify-on-insert=yes");
@@ -160,30 +160,30 @@ TEST_F(IdentificationTest, GlobalPreferenceTurnsAutomaticsOffButNotRequests) {
 TEST_F(IdentificationTest, PreferenceOfTheChangerOverridesTheGlobalOne) {
     Begin();
     Tell("root-preferences identify-on-insert=no");
-    Tell("preferences changer=A1 identify-on-insert=yes");
-    Tell("put changer=A1 slot=0");
+    Tell("preferences changer=5000C500ABCD00A1 identify-on-insert=yes");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     Tell("root-preferences identify-on-insert=yes");
-    Tell("preferences changer=A1 identify-on-insert=no");
-    Tell("put changer=A1 slot=1");
+    Tell("preferences changer=5000C500ABCD00A1 identify-on-insert=no");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitServedRequest(0);
     EXPECT_THAT(MountedSlots(), Not(Contains("1")));
 }
 
 TEST_F(IdentificationTest, ChangerThatIsNotReadyWaits) {
     Begin();
-    Tell("ready changer=A1 value=no");
-    Tell("put changer=A1 slot=0");
-    Tell("add-changer changer=B2 slots=2 drives=1");
-    AwaitChangerTakenUp("00000000000000B2");
+    Tell("ready changer=5000C500ABCD00A1 value=no");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
+    Tell("add-changer changer=5000C500ABCD00B2 slots=2 drives=1");
+    AwaitChangerTakenUp("5000C500ABCD00B2");
     EXPECT_THAT(MountedSlots(), IsEmpty());
-    Tell("ready changer=A1 value=yes");
+    Tell("ready changer=5000C500ABCD00A1 value=yes");
     AwaitIdentification(0);
 }
 
 TEST_F(IdentificationTest, OnlyTheRootIsListedUnlessTheChangerWantsMore) {
     Begin();
-    Tell("put changer=A1 slot=0 directories=6 depth=3");
+    Tell("put changer=5000C500ABCD00A1 slot=0 directories=6 depth=3");
     AwaitIdentification(0);
     const auto listings = Server().AllSoFar("listing", {{"slot", "0"}});
     ASSERT_FALSE(listings.empty());
@@ -194,10 +194,10 @@ TEST_F(IdentificationTest, OnlyTheRootIsListedUnlessTheChangerWantsMore) {
 
 TEST_F(IdentificationTest, WholeDiscIsListedWhereTheChangerWantsIt) {
     Begin();
-    Tell("preferences changer=A1 build-on-identify=yes");
-    Tell("put changer=A1 slot=0 directories=6 depth=3");
+    Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
+    Tell("put changer=5000C500ABCD00A1 slot=0 directories=6 depth=3");
     AwaitIdentification(0);
-    for (const Event& line : Tell("show changer=A1 slot=0 directories=yes")) {
+    for (const Event& line : Tell("show changer=5000C500ABCD00A1 slot=0 directories=yes")) {
         if (line.kind == "directory") {
             EXPECT_EQ(line["cached"], "yes") << line["path"];
         }
@@ -207,7 +207,7 @@ TEST_F(IdentificationTest, WholeDiscIsListedWhereTheChangerWantsIt) {
 
 TEST_F(IdentificationTest, EveryPartitionIsListed) {
     Begin();
-    Tell("put changer=A1 slot=0 partitions=2");
+    Tell("put changer=5000C500ABCD00A1 slot=0 partitions=2");
     AwaitIdentification(0);
     EXPECT_FALSE(Server().AllSoFar("listed", {{"partition", "1"}}).empty());
     EXPECT_FALSE(Server().AllSoFar("listed", {{"partition", "2"}}).empty());
@@ -215,7 +215,7 @@ TEST_F(IdentificationTest, EveryPartitionIsListed) {
 
 TEST_F(IdentificationTest, DiscWithoutFileSystemIsEjectedAtOnce) {
     Begin();
-    Tell("put changer=A1 slot=0 unformatted=1");
+    Tell("put changer=5000C500ABCD00A1 slot=0 unformatted=1");
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(),
                 ElementsAre("clear status", "withdraw 0", "mount 0", "eject 0", "withdraw 0"));
@@ -224,14 +224,14 @@ TEST_F(IdentificationTest, DiscWithoutFileSystemIsEjectedAtOnce) {
 
 TEST_F(IdentificationTest, MediaRootThatAppearsLateIsAwaited) {
     Begin("slots=4 drives=1 appear=1500");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_FALSE(Server().AllSoFar("listed", {{"slot", "0"}, {"path", "/"}}).empty());
 }
 
 TEST_F(IdentificationTest, MountIsRepeatedWithoutStartingAgainWhileTheDiscIsOnItsWay) {
     Begin("slots=4 drives=1 moving=1500 patience=0");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     const auto mounts = Server().AllSoFar("request", {{"command", "mount disc"}});
     ASSERT_GE(mounts.size(), 2U);
@@ -244,7 +244,7 @@ TEST_F(IdentificationTest, MountIsRepeatedWithoutStartingAgainWhileTheDiscIsOnIt
 TEST_F(IdentificationTest, MountIsRepeatedUnchangedWhileTheServerIsBusy) {
     Begin();
     Tell("fault on=\"mount disc\" do=error code=1021 count=2");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     const auto mounts = Server().AllSoFar("request", {{"command", "mount disc"}});
     ASSERT_EQ(mounts.size(), 3U);
@@ -256,7 +256,7 @@ TEST_F(IdentificationTest, MountIsRepeatedUnchangedWhileTheServerIsBusy) {
 TEST_F(IdentificationTest, EjectIsRepeatedWhileTheServerIsBusy) {
     Begin();
     Tell("fault on=\"eject disc\" do=error code=1021 count=2");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw 0", "mount 0", "eject 0",
                                              "eject 0", "eject 0", "withdraw 0"));

@@ -3,6 +3,7 @@
 #include "stage/Pattern.h"
 #include "stage/ProcessState.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <gmock/gmock.h>
 
@@ -10,9 +11,9 @@ using testing::UnorderedElementsAreArray;
 
 namespace {
 
-std::string Hex(unsigned long number) {
+std::string Hex(std::uint64_t number) {
     char text[17];
-    std::snprintf(text, sizeof text, "%lX", number);
+    std::snprintf(text, sizeof text, "%" PRIX64, number);
     return text;
 }
 
@@ -42,7 +43,7 @@ void PuppetTest::Introduce(const Changers& changers) {
 std::string PuppetTest::Shortly(const std::string& request) {
     const std::size_t key = request.find("<key>Changer GUID</key>");
     const std::size_t number = request.find("<integer>", key) + 9;
-    const std::string guid = Hex(std::stoul(request.substr(number)));
+    const std::string guid = Hex(std::stoull(request.substr(number)) - wire::kGuidBase);
     const auto names = [&](const char* command) {
         return request.find("<string>" + std::string(command) + "</string>") != std::string::npos;
     };
@@ -93,9 +94,9 @@ void PuppetTest::AwaitLogLine(const std::string& pattern) {
     scene_.TheRecord().Await(stage::Voice::SystemLog, "trayprobed: " + pattern);
 }
 
-std::string PuppetTest::WorkerLine(unsigned guid, const std::string& message) {
+std::string PuppetTest::WorkerLine(std::uint64_t guid, const std::string& message) {
     return "MediaIdThread:[0-9]+, RunMediaIdThread: " +
-           stage::Pattern::Literally(message + "(00000000000000" + Hex(guid) + ", 0)") + ".*";
+           stage::Pattern::Literally(message + "(" + Hex(wire::kGuidBase + guid) + ", 0)") + ".*";
 }
 
 void PuppetTest::TearDown() {

@@ -9,6 +9,7 @@
 
 #include "stage/Scene.h"
 
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <optional>
 #include <set>
@@ -42,7 +43,7 @@ protected:
     void Introduce(const Changers& changers);
 
     // Answers the next request with success; returns it in short: "clear status A1",
-    // "withdraw A1", "mount A1", "eject A1".
+    // "withdraw A1", "mount A1", "eject A1", for the changer wire::kGuidBase + 0xA1.
     std::string Serve();
     std::vector<std::string> Serve(std::size_t count);
     void Reply(int connection);
@@ -57,7 +58,7 @@ protected:
     // Takes the next line that matches, whatever was logged before it.
     void AwaitLogLine(const std::string& pattern);
     // The pattern of the line with which a worker gives up.
-    static std::string WorkerLine(unsigned guid, const std::string& message);
+    static std::string WorkerLine(std::uint64_t guid, const std::string& message);
 
     void TearDown() override;
 

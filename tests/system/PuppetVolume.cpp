@@ -37,7 +37,7 @@ stage::Command PuppetVolume::CommandFor(const std::string& place,
     if (start != Start::Awake) {
         command.arguments.emplace_back(OptionFor(start));
     }
-    command.arguments.insert(command.arguments.end(), {MakePlace(place), "161"});
+    command.arguments.insert(command.arguments.end(), {MakePlace(place), "5764824129707245729"});
     command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());
     return command;
 }

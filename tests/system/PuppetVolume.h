@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// The file system of changer A1 with one disc, whose folders do to whoever lists them what their
-// names say (puppets/PuppetVolume.cpp), served by a process of its own.
+// The file system of changer 5000C500ABCD00A1 with one disc, whose folders do to whoever lists them
+// what their names say (puppets/PuppetVolume.cpp), served by a process of its own.
 class PuppetVolume {
 public:
     enum class Start { Awake, Asleep, StopsAtInfo, StopsAtSecondInfo };

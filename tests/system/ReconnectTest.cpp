@@ -13,7 +13,7 @@ protected:
         Server().Await("subscriber", {{"connected", "yes"}});
     }
     void ExpectIdentificationWorks() {
-        Tell("put changer=A1 slot=0");
+        Tell("put changer=5000C500ABCD00A1 slot=0");
         AwaitIdentification(0);
         EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
     }
@@ -30,7 +30,7 @@ TEST_F(ReconnectTest, ServerMayStartAfterTheDaemon) {
 TEST_F(ReconnectTest, ServerWithoutSocketsIsTriedAgainQuietly) {
     scene_.StartServer();
     scene_.StartDaemon();
-    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
     AwaitSubscriber();
     AwaitChangerTakenUp();
@@ -74,7 +74,7 @@ TEST_F(ReconnectTest, FrameThatTheServerDidNotFinishIsForgotten) {
 TEST_F(ReconnectTest, ServerThatDiesDuringAnIdentificationIsLogged) {
     Begin();
     Tell("fault on=\"mount disc\" do=silence");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
     scene_.KillServer();
     AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr",
@@ -84,7 +84,7 @@ TEST_F(ReconnectTest, ServerThatDiesDuringAnIdentificationIsLogged) {
               Link("ChangerServerMountDisc", "ChangerServerMountDisc",
                    "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1005)"),
               Link("MediaIdThread", "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1005)")});
+                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1005)")});
     // How far the next request comes depends on how far the kernel has come with ending the server.
     AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
                   "fail ChangerServerRequestChangerIdentification.*");

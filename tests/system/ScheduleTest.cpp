@@ -31,8 +31,8 @@ protected:
     // The daemon learns of the schedule as soon as it knows the changer.
     void BeginAt(long secondsOfTheDay, const std::string& schedule) {
         StartServer();
-        Tell("preferences changer=A1 build-on-schedule=yes " + schedule);
-        Tell("put changer=A1 slot=0 identified=yes");
+        Tell("preferences changer=5000C500ABCD00A1 build-on-schedule=yes " + schedule);
+        Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
         StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
         AwaitServedRequest(0);
         scene_.TakeBaseline(); // with the timer

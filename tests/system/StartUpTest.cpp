@@ -38,13 +38,13 @@ TEST_P(StartUpTest, LogLinesCarryTheDaemonsName) {
     StartServer();
     StartDaemon(Start());
     Tell("fault on=\"eject disc\" do=error code=1050 text=no");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", "no (VErrCode = 1050)"),
               Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
                    "fail send message to changer server (VErrCode = 1050)"),
               Link("MediaIdThread", "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 "
+                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 "
                    "(VErrCode = 1050)")});
 }
 

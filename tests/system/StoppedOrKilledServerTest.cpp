@@ -23,7 +23,7 @@ void ExpectDaemonRuns(const stage::Daemon& daemon, pid_t server) {
     const std::string folder = "/tmp/meanwhile" + std::to_string(number++);
     VolumeTest::WriteInfoFile(
         folder + "/.changer_info.plist",
-        VolumeTest::PropertyList("<key>Changer GUID</key><integer>177</integer>"));
+        VolumeTest::PropertyList("<key>Changer GUID</key><integer>5764824129707245745</integer>"));
     VolumeTest::Bind(folder, folder + "-place", 2);
     stage::AwaitSentIsRead(server);
     stage::AwaitThreadsInSystemCall(daemon.Pid(), stage::SystemCall::EpollWait, 1);
@@ -198,10 +198,10 @@ TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
     const std::vector<std::string> moments = {"connect",  "robot",   "mounted", "identified",
                                               "appeared", "listing", "listed",  "reply"};
     Begin("slots=8 drives=1");
-    Tell("preferences changer=A1 build-on-identify=yes");
+    Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
     for (std::size_t slot = 0; slot < moments.size(); ++slot) {
         const int before = Server().AllSoFar("notification").back().number;
-        Tell("put changer=A1 directories=5 slot=" + std::to_string(slot));
+        Tell("put changer=5000C500ABCD00A1 directories=5 slot=" + std::to_string(slot));
         Server().Await(moments[slot],
                        [before](const stage::Event& event) { return event.number > before; });
         Server().Stop();
@@ -250,8 +250,8 @@ class KilledSimulatorTest : public SystemTest {};
 
 TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified) {
     Begin("slots=4 drives=2");
-    Tell("preferences changer=A1 build-on-identify=yes");
-    Tell("put changer=A1 slot=0 directories=5");
+    Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
+    Tell("put changer=5000C500ABCD00A1 slot=0 directories=5");
     Server().Await("listing");
     scene_.KillServer();
     ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
@@ -259,7 +259,7 @@ TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified
                          "fail ChangerServerEjectDisc for changer .*");
     scene_.AwaitEndOfLog(kWorkerGaveUp);
     StartServer("slots=4 drives=2");
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
 }
 

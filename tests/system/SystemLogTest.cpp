@@ -11,19 +11,19 @@ TEST_F(SystemLogTest, WithoutASystemLogTheDaemonGoesOn) {
     Begin();
     ASSERT_EQ(std::rename("/dev/log", "/dev/log.away"), 0);
     Tell("fault on=\"eject disc\" do=error code=1050 text=unheard");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitServedRequest(0);
 
     ASSERT_EQ(std::rename("/dev/log.away", "/dev/log"), 0);
     Tell("fault on=\"eject disc\" do=error code=1050 text=heard");
-    Tell("put changer=A1 slot=1");
+    Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
     AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", "heard (VErrCode = 1050)"),
               Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
                    "fail send message to changer server (VErrCode = 1050)"),
               Link("MediaIdThread", "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 1 "
+                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 1 "
                    "(VErrCode = 1050)")});
 }
 

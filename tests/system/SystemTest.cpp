@@ -37,7 +37,7 @@ void SystemTest::Begin(const std::string& changer) {
 
 void SystemTest::StartServer(const std::string& changer) {
     scene_.StartServer();
-    Tell("add-changer changer=A1 mount=/tmp/carousel " + changer);
+    Tell("add-changer changer=5000C500ABCD00A1 mount=/tmp/carousel " + changer);
     Tell("start");
 }
 
@@ -65,7 +65,7 @@ void SystemTest::AwaitIdentification(int slot) {
 }
 
 void SystemTest::AwaitServedRequest(int slot) {
-    Tell("identify changer=A1 slot=" + std::to_string(slot));
+    Tell("identify changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
     AwaitIdentification(slot);
 }
 

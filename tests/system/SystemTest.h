@@ -1,8 +1,10 @@
 #ifndef TESTS_SYSTEM_SYSTEMTEST_H
 #define TESTS_SYSTEM_SYSTEMTEST_H
 
-// What the system tests share: a scene with one server whose changer has the GUID A1 and is mounted
-// on /tmp/carousel, and a daemon. Every test fails at its end for whatever Scene::End complains of.
+// What the system tests share: a scene with one server whose changer has the GUID 5000C500ABCD00A1
+// and is mounted on /tmp/carousel, and a daemon. Every test fails at its end for whatever
+// Scene::End complains of. The GUIDs of all changers need more than 63 bits: the daemon's numbers
+// of smaller ones are held by the reference itself, and nobody would count references to them.
 
 #include "stage/Scene.h"
 
@@ -19,7 +21,7 @@ protected:
     void StartDaemon(const stage::DaemonStart& start = {});
 
     // Waits until the daemon, having seen a changer for the first time, has cleared its status.
-    void AwaitChangerTakenUp(const std::string& guid = "00000000000000A1");
+    void AwaitChangerTakenUp(const std::string& guid = "5000C500ABCD00A1");
 
     // Waits until the worker's last request for a disc has been answered and its connection closed.
     void AwaitIdentification(int slot);

@@ -22,14 +22,14 @@ protected:
                   Link(kMount, "ChangerServerMountDisc",
                        "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1004)"),
                   Link("MediaIdThread", "RunMediaIdThread",
-                       "Fail ChangerServerMountDisc(00000000000000A1, 0) (VErrCode = 1004)")});
+                       "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1004)")});
     }
 };
 
 TEST_F(SlowTimeOutTest, NoReplyEndsTheMountAndTheDiscIsTriedAgain) {
     Begin();
     Tell("fault on=\"mount disc\" do=silence");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitLogOfTimedOutMount();
     AwaitIdentification(0);
@@ -40,7 +40,7 @@ TEST_F(SlowTimeOutTest, NoReplyEndsTheMountAndTheDiscIsTriedAgain) {
 TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
     Begin();
     Tell("fault on=\"mount disc\" do=signature act=no");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     AwaitLog({Link(kMessages, "[A-Za-z]+", "invalid message header on data received"),
               Link(kMessages, "ServerMessageSocketCallBack", "fail handle message socket data")});
@@ -51,7 +51,7 @@ TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
 TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
     scene_.StartServer();
     Tell("fault on=\"set client status\" do=silence");
-    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
     scene_.StartDaemon();
     AwaitChangerTakenUp();
@@ -72,7 +72,7 @@ TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
 
 TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
     Begin("slots=4 drives=1 appear=600000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
     EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
@@ -81,13 +81,13 @@ TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
 // Its media root never shows any more, and the server knows nothing of it when it is to go back.
 TEST_F(SlowTimeOutTest, DiscThatIsPulledOutIsAwaitedAndThenMissed) {
     Begin("slots=4 drives=1 appear=600000");
-    Tell("put changer=A1 slot=0");
+    Tell("put changer=5000C500ABCD00A1 slot=0");
     const int identified = Server().Await("identified").number;
     Server().Await("root-listing",
                    [&](const stage::Event& listing) { return listing.number > identified; });
-    Tell("take changer=A1 slot=0");
+    Tell("take changer=5000C500ABCD00A1 slot=0");
     AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                  "fail ChangerServerEjectDisc for changer 00000000000000A1/storage elem 0 .*");
+                  "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 .*");
     AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
                   "fail ChangerServerRequestChangerIdentification .*");
 }

@@ -22,7 +22,7 @@ constexpr const char* kNotAnInfoFile = "no property list";
 
 void VolumeTest::SetUp() {
     scene_.StartServer();
-    Tell("add-changer changer=A1 slots=2 drives=1");
+    Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
     scene_.StartDaemon();
     AwaitChangerTakenUp();
@@ -40,7 +40,7 @@ std::string VolumeTest::PropertyList(const std::string& content) {
 }
 
 void VolumeTest::MakeChangerFolder(const fs::path& folder, int discs) {
-    const std::string guid = "<key>Changer GUID</key><integer>161</integer>";
+    const std::string guid = "<key>Changer GUID</key><integer>5764824129707245729</integer>";
     WriteInfoFile(folder / ".changer_info.plist", PropertyList(guid));
     for (int slot = 0; slot < discs; ++slot) {
         const std::string number = std::to_string(slot);
@@ -66,7 +66,7 @@ void VolumeTest::AwaitMountsSeen() {
 }
 
 void VolumeTest::ExpectBuildOf(int discs) {
-    Tell("identify changer=A1");
+    Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
     const std::string steps = std::to_string(discs);
     EXPECT_THAT(RequestsSoFar(), Contains("status " + steps + "/" + steps));
@@ -76,7 +76,7 @@ void VolumeTest::ExpectNothingToBuild() {
     const std::size_t before = RequestsSoFar().size();
     int last = 0;
     for (int build = 0; build < 2; ++build) {
-        Tell("identify changer=A1");
+        Tell("identify changer=5000C500ABCD00A1");
         last = AwaitWithdrawalForChanger(last).number;
     }
     std::vector<std::string> requests = RequestsSoFar();
@@ -183,8 +183,8 @@ TEST_F(VolumeTest, PipesAndFoldersInPlaceOfTheInfoFileDoNoHarm) {
 
 // Listing what is mounted is followed by watching it: nothing may fall in between.
 TEST_F(VolumeTest, RealFileSystemIsTakenUpWhileTheDaemonRuns) {
-    Tell("mount changer=A1 mount=/tmp/carousel");
-    Tell("put changer=A1 slot=0 identified=yes");
+    Tell("mount changer=5000C500ABCD00A1 mount=/tmp/carousel");
+    Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
     while (Server().AllSoFar("listed").empty()) {
         AwaitServedRequest(0);
     }

@@ -2,7 +2,7 @@
 #define TESTS_SYSTEM_VOLUMETEST_H
 
 // What the tests of volumes share. The server's changer has no file system of its own: what is
-// listed in a build of A1 is a volume of the test's.
+// listed in a build of that changer is a volume of the test's.
 
 #include "SystemTest.h"
 
@@ -15,7 +15,8 @@ public:
     static void WriteInfoFile(const std::filesystem::path& file, const std::string& content);
     static std::string PropertyList(const std::string& content);
 
-    // A folder that looks like the file system of changer A1, with that many discs: "disc0"...
+    // A folder that looks like the file system of changer 5000C500ABCD00A1, with that many discs:
+    // "disc0"...
     static void MakeChangerFolder(const std::filesystem::path& folder, int discs);
 
     // Binds a folder, and waits until the daemon has read its info file so often: twice if it is a

@@ -1,6 +1,5 @@
 #include "WireFrames.h"
 
-#include <cstdint>
 #include <cstring>
 
 namespace wire {
@@ -15,7 +14,7 @@ std::string Key(const std::string& key, const std::string& value) {
     return "<key>" + key + "</key>" + value;
 }
 
-std::string Number(unsigned number) {
+std::string Number(std::uint64_t number) {
     return "<integer>" + std::to_string(number) + "</integer>";
 }
 
@@ -29,8 +28,8 @@ std::string Disc() {
 }
 
 std::string Info(const Changer& changer) {
-    return "<dict>" + Key("GUID", Number(changer.guid)) + Key("Changer Ready", "<true/>") +
-           Key("Changer Preferences", "<dict/>") +
+    return "<dict>" + Key("GUID", Number(kGuidBase + changer.guid)) +
+           Key("Changer Ready", "<true/>") + Key("Changer Preferences", "<dict/>") +
            Key("Changer Media Info", "<array>" + (changer.hasDisc ? Disc() : "") + "</array>") +
            Key("Data Transfer Element Count", Number(1)) +
            Key("Changer Request Identification", Truth(changer.wantsBuild)) +
@@ -63,7 +62,7 @@ std::string EmptyReply() {
 std::string ChangerList(const std::vector<Changer>& changers) {
     std::string list;
     for (const Changer& changer : changers) {
-        list += Number(changer.guid);
+        list += Number(kGuidBase + changer.guid);
     }
     return Notification("changer list", "<array>" + list + "</array>");
 }

@@ -3,6 +3,7 @@
 
 // The server's frames as a Puppet writes them, made without any library.
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,12 @@ std::string Frame(const std::string& payload);
 // The reply that means success.
 std::string EmptyReply();
 
+// Added to what a test calls a changer, so that the daemon's numbers of it are objects, whose
+// references count: integers of 63 bits are held by the reference itself.
+constexpr std::uint64_t kGuidBase = 0x5000C500ABCD0000;
+
 struct Changer {
-    unsigned guid = 0;
+    std::uint64_t guid = 0;  // without kGuidBase
     bool hasDisc = false;    // one, never identified, in slot 0
     bool wantsBuild = false; // by a user's request
 };
