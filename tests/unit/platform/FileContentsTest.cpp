@@ -5,11 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +28,8 @@ struct DeadFile {
     ino_t inode = 0;
     int waiting = 0;
 } g_dead;
+
+std::atomic<int> g_openingError = 0; // with which the next opening fails, for once
 
 class FileContentsTest : public testing::Test {
 protected:
@@ -73,6 +78,25 @@ TEST_F(FileContentsTest, OfWhatIsMissingOrAFolderAreNotThere) {
     EXPECT_FALSE(folder.isRead);
 }
 
+// A reason of the file's own, which asking again would not change: it could be opened by then.
+TEST_F(FileContentsTest, OfAFileThatCannotBeOpenedAreAskedForOnce) {
+    for (const int error : {EACCES, EIO, EPERM, ENXIO, ELOOP}) {
+        g_openingError = error;
+        const FileContents contents = cf::ReadFileWithin(1h, path_, 100);
+        EXPECT_FALSE(contents.isOpened) << error;
+        EXPECT_FALSE(contents.isShortage) << error;
+        EXPECT_EQ(g_openingError, 0) << error;
+    }
+}
+
+TEST_F(FileContentsTest, ThatCannotBeOpenedForAShortageAreAskedForAgain) {
+    for (const int error : {EMFILE, ENFILE, ENOMEM}) {
+        g_openingError = error;
+        EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isOpened) << error;
+        EXPECT_EQ(g_openingError, 0) << error;
+    }
+}
+
 TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
     LetDie();
     EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
@@ -96,8 +120,19 @@ TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
 } // namespace
 
 extern "C" {
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...);
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
+
+// Nothing here creates a file, so there is no mode to pass on.
+int __wrap_open(const char* path, int flags, ...) {
+    const int error = g_openingError.exchange(0);
+    if (error == 0)
+        return __real_open(path, flags);
+    errno = error;
+    return -1;
+}
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
     struct stat status = {};

@@ -10,6 +10,7 @@
 
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -29,6 +30,8 @@ namespace {
 std::atomic<int> g_resting = 0;           // streams that are not read for now, net
 std::atomic<bool> g_chunkFault = false;   // no memory for what arrives
 std::atomic<int> g_untilInterruption = 0; // counts waits for room down to one that is interrupted
+std::atomic<int> g_readsToFail = 0;       // in the background
+std::atomic<int> g_readError = 0;         // with which they fail
 std::function<void()> g_makeRoom;         // in place of any other wait for room
 
 } // namespace
@@ -40,6 +43,8 @@ CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIn
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 int __real_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
 int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
+ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
+ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags);
 
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
     g_resting += operation == EPOLL_CTL_DEL ? 1 : -1;
@@ -63,6 +68,15 @@ int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit,
         return __real_ppoll(descriptors, count, limit, signals);
     g_makeRoom();
     return 1;
+}
+
+ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
+    const bool isInBackground = (flags & MSG_DONTWAIT) != 0; // the test's peers wait for theirs
+    if (isInBackground && g_readsToFail > 0 && g_readsToFail-- > 0) {
+        errno = g_readError;
+        return -1;
+    }
+    return __real_recv(socket, bytes, count, flags);
 }
 }
 
@@ -267,6 +281,23 @@ TEST(SocketReceiveTest, ChunkArrives) {
     peer.Write("hello");
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks, Chunks{"hello"});
+}
+
+// By a signal, or by another reader that was faster.
+TEST(SocketReceiveTest, InterruptedReadIsNoEnd) {
+    for (const int error : {EINTR, EAGAIN}) {
+        const LocalServer server;
+        TestSocket socket(server);
+        const Peer peer = server.Accept();
+        socket.AddToLoop();
+        socket.atChunk = StopCurrentRun;
+        g_readError = error;
+        g_readsToFail = 3;
+        peer.Write("hello");
+        CFRunLoopRun();
+        EXPECT_EQ(socket.chunks, Chunks{"hello"}) << error;
+        EXPECT_EQ(g_readsToFail, 0);
+    }
 }
 
 TEST(SocketReceiveTest, NothingIsReadBeforeTheSourceIsAddedNorAfterItIsRemoved) {

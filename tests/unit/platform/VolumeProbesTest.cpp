@@ -4,6 +4,11 @@
 #include "PrivateMounts.h"
 #include "loop/RunLoop.h"
 
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
 #include <vector>
 
 namespace disks {
@@ -33,6 +38,25 @@ TEST_F(VolumeProbesTest, TakeAnErrorForAnAnswer) {
     Await(*probes_->Start("/"));
     Await(*probes_->Start("/nonexistent"));
     Await(*probes_->Start("/proc/self/comm"));
+}
+
+// Opening a device or a pipe may act on it.
+TEST_F(VolumeProbesTest, OpenNothingButDirectories) {
+    std::string directory = testing::TempDir() + "probes-XXXXXX";
+    ASSERT_NE(mkdtemp(directory.data()), nullptr);
+    const std::string pipe = directory + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int watcher = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    for (const std::string& path : {pipe, directory}) {
+        ASSERT_GE(inotify_add_watch(watcher, path.c_str(), IN_OPEN), 0);
+        Await(*probes_->Start(path));
+        inotify_event event = {};
+        const bool wasOpened = read(watcher, &event, sizeof event) > 0;
+        EXPECT_EQ(wasOpened, path == directory) << path;
+    }
+    close(watcher);
+    unlink(pipe.c_str());
+    rmdir(directory.c_str());
 }
 
 TEST_F(VolumeProbesTest, AreMadeAsOftenAsOneAsks) {
