@@ -2,8 +2,23 @@
 
 #include <gtest/gtest.h>
 
+namespace {
+
+// Tests that run in one process share their mounts: what one left in /tmp is gone before the next.
+class EmptyTmpForEachTest : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo&) override {
+        stage::RenewTmp();
+    }
+};
+
+int RunInWorld() {
+    testing::UnitTest::GetInstance()->listeners().Append(new EmptyTmpForEachTest);
+    return RUN_ALL_TESTS();
+}
+
+} // namespace
+
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    const auto runTests = [] { return RUN_ALL_TESTS(); };
-    return testing::GTEST_FLAG(list_tests) ? runTests() : stage::RunInPrivateWorld(runTests);
+    return testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS() : stage::RunInPrivateWorld(RunInWorld);
 }
