@@ -1,5 +1,7 @@
 #include "Screen.h"
 
+#include "stage/Failure.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -38,6 +40,12 @@ std::string BarOf(int step, int steps) {
            std::to_string(steps) + " discs";
 }
 
+// A write that failed earlier, as at the end of a line on a terminal, left the error with the
+// stream.
+void Flush() {
+    stage::Require(std::fflush(stdout) == 0 && std::ferror(stdout) == 0, "cannot write the output");
+}
+
 } // namespace
 
 Screen::Screen()
@@ -55,7 +63,7 @@ void Screen::Print(const std::string& line) {
     if (isTerminal_) {
         std::fputs(bar_.c_str(), stdout);
     }
-    std::fflush(stdout);
+    Flush();
 }
 
 void Screen::Title(const std::string& text) {
@@ -79,12 +87,13 @@ void Screen::ShowBar(int step, int steps) {
     }
     bar_ = Painted(bar, Colour::Green);
     std::printf("%s%s", kEraseLine, bar_.c_str());
-    std::fflush(stdout);
+    Flush();
 }
 
 void Screen::RemoveBar() {
     if (!bar_.empty()) {
         std::printf("\n");
         bar_.clear();
+        Flush();
     }
 }

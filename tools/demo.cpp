@@ -22,6 +22,16 @@ namespace {
 namespace fs = std::filesystem;
 using Condition = std::function<bool(const Event&)>;
 
+constexpr int kBadUsage = 2;
+constexpr const char* kUsage = "usage: trayprobed-demo [--help]\n";
+constexpr const char* kHelp =
+    "Shows the daemon trayprobed at work with a simulated changer server, in a private world:\n"
+    "processes, mounts, /tmp and system log of its own. It takes root or user namespaces, and\n"
+    "/dev/fuse, and ends by itself within two minutes.\n"
+    "\n"
+    "Exit status: 0 if everything happened as it must, 1 if not or if the output could not be\n"
+    "written, 125 if this machine permits no such world; standard error tells why.\n";
+
 constexpr const char* kRoot = "/tmp/carousel";
 constexpr std::array kDiscs{"holidays-2003", "letters",       "invoices-1999", "invoices-2000",
                             "sound-archive", "maps-north",    "maps-south",    "theses",
@@ -61,6 +71,7 @@ public:
     int Run();
 
 private:
+    void TellFailure(const std::string& failure);
     void Prepare();
     void IdentifyEveryDisc();
     void BuildTheCache();
@@ -91,9 +102,17 @@ int Demo::Run() {
         End();
         return 0;
     } catch (const std::exception& failure) {
-        screen_.RemoveBar();
-        screen_.Say("demo", failure.what(), Colour::Red);
+        TellFailure(failure.what());
         return 1;
+    }
+}
+
+void Demo::TellFailure(const std::string& failure) {
+    try {
+        screen_.RemoveBar();
+        screen_.Say("demo", failure, Colour::Red);
+    } catch (const stage::Failure&) {
+        std::fprintf(stderr, "%s\n", failure.c_str());
     }
 }
 
@@ -274,12 +293,32 @@ std::set<std::string> Demo::SlotsWithUncachedDirectories() {
     return slots;
 }
 
-} // namespace
+int PrintHelp() {
+    std::printf("%s\n%s", kUsage, kHelp);
+    if (std::fflush(stdout) != 0) {
+        std::perror("cannot write the help");
+        return 1;
+    }
+    return 0;
+}
 
-int main() {
+int RunDemo() {
     const int status = stage::RunInPrivateWorld([] { return Demo().Run(); });
     if (status == stage::kNoPrivateWorld) {
         std::fputs("The demo takes processes, mounts and a system log of its own.\n", stderr);
     }
     return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 1) {
+        return RunDemo();
+    }
+    if (argc == 2 && std::string(argv[1]) == "--help") {
+        return PrintHelp();
+    }
+    std::fputs(kUsage, stderr);
+    return kBadUsage;
 }

@@ -1,0 +1,107 @@
+// The demo as a program: what it says and how it ends where it cannot do its work.
+
+#include "ProgramRun.h"
+
+#include "stage/Descriptor.h"
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+using stage::Require;
+using testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kFuse = "/dev/fuse";
+
+void WriteTo(const char* file) {
+    const stage::Descriptor output(open(file, O_WRONLY | O_CLOEXEC));
+    Require(dup2(output.Get(), STDOUT_FILENO) >= 0, "cannot redirect standard output");
+}
+
+void WriteToErrors() {
+    Require(dup2(STDERR_FILENO, STDOUT_FILENO) >= 0, "cannot redirect standard output");
+}
+
+void Bind(const fs::path& from, const fs::path& to) {
+    Require(mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0,
+            "cannot bind " + from.string());
+}
+
+ProgramEnd RunDemo(const std::function<void()>& prepare) {
+    return RunProgram({"trayprobed-demo"}, prepare);
+}
+
+TEST(DemoTest, HelpIsWrittenToStandardOutput) {
+    const ProgramEnd end = RunProgram({"trayprobed-demo", "--help"}, WriteToErrors);
+    EXPECT_EQ(end.exitStatus, 0);
+    EXPECT_THAT(end.errors, HasSubstr("usage: trayprobed-demo"));
+}
+
+TEST(DemoTest, HelpThatCannotBeWrittenIsAFailure) {
+    const ProgramEnd end = RunProgram({"trayprobed-demo", "--help"}, [] { WriteTo("/dev/full"); });
+    EXPECT_EQ(end.exitStatus, 1);
+    EXPECT_THAT(end.errors, HasSubstr("No space left on device"));
+}
+
+TEST(DemoTest, UnknownArgumentIsRefused) {
+    const ProgramEnd end = RunProgram({"trayprobed-demo", "--halp"}, [] { WriteTo("/dev/null"); });
+    EXPECT_EQ(end.exitStatus, 2);
+    EXPECT_THAT(end.errors, HasSubstr("usage: trayprobed-demo"));
+}
+
+TEST(DemoTest, OutputThatCannotBeWrittenIsAFailure) {
+    const ProgramEnd end = RunDemo([] { WriteTo("/dev/full"); });
+    EXPECT_EQ(end.exitStatus, 1);
+    EXPECT_THAT(end.errors, HasSubstr("No space left on device"));
+}
+
+void HideDevicesButKeepPrograms() {
+    const fs::path programs = fs::path(stage::ProgramPath("")).parent_path();
+    const stage::Descriptor kept(open(programs.c_str(), O_PATH | O_CLOEXEC));
+    Require(mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0, "cannot hide /dev");
+    fs::create_directory(programs);
+    Bind("/proc/self/fd/" + std::to_string(kept.Get()), programs);
+}
+
+TEST(DemoTest, MissingFuseDeviceIsNamed) {
+    const ProgramEnd end = RunDemo(HideDevicesButKeepPrograms);
+    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_THAT(end.errors, HasSubstr("there is no /dev/fuse"));
+}
+
+TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsNamed) {
+    const ProgramEnd end = RunDemo([] {
+        const fs::path file = "/tmp/file";
+        const stage::Descriptor created(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
+        Bind(file, kFuse);
+    });
+    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
+}
+
+TEST(DemoTest, OtherDeviceInPlaceOfTheFuseDeviceIsNamed) {
+    const ProgramEnd end = RunDemo([] { Bind("/dev/null", kFuse); });
+    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
+}
+
+TEST(DemoTest, FuseDeviceThatMayNotBeOpenedIsNamed) {
+    const ProgramEnd end = RunDemo([] {
+        Bind(kFuse, kFuse);
+        const unsigned long flags = MS_REMOUNT | MS_BIND | MS_NODEV;
+        Require(mount(nullptr, kFuse, nullptr, flags, nullptr) == 0, "cannot forbid devices");
+    });
+    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_THAT(end.errors, HasSubstr("not permitted to open /dev/fuse: Permission denied"));
+}
+
+} // namespace
