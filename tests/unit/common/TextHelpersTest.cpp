@@ -58,6 +58,7 @@ TEST_F(TextHelpers, WithoutMemoryStringsAreJoinedWholeOrNotAtAll) {
     CFStringRef joined = nullptr;
     VErrLink* err = nullptr;
     const auto body = [&](std::size_t) {
+        joined = CFSTR("before");
         err = CFHStringCreateWithConcatenation(CFSTR("one long text "), CFSTR("and another"),
                                                &joined);
     };

@@ -223,16 +223,22 @@ using Build = std::function<VErrLink*(CFMutableDictionaryRef*)>;
 // Builds with each allocation refused in turn, and tells the chains, each once, in their order.
 std::vector<Chain> BuildWithoutMemory(const Build& build) {
     std::vector<Chain> chains;
+    const auto earlier = Dictionary();
     CFMutableDictionaryRef message = nullptr;
     VErrLink* err = nullptr;
-    SweepAllocationFaults([&](std::size_t) { err = build(&message); },
-                          [&](std::size_t nth, bool) {
-                              EXPECT_EQ(message == nullptr, err != nullptr) << nth;
-                              const Held<CFMutableDictionaryRef> held(message);
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty() && (chains.empty() || chains.back() != chain))
-                                  chains.push_back(chain);
-                          });
+    SweepAllocationFaults(
+        [&](std::size_t) {
+            message = earlier;
+            err = build(&message);
+        },
+        [&](std::size_t nth, bool) {
+            EXPECT_NE(message, earlier.Get()) << nth;
+            EXPECT_EQ(message == nullptr, err != nullptr) << nth;
+            const Held<CFMutableDictionaryRef> held(message);
+            const Chain chain = TakeChain(err);
+            if (!chain.empty() && (chains.empty() || chains.back() != chain))
+                chains.push_back(chain);
+        });
     return chains;
 }
 

@@ -376,6 +376,19 @@ TEST_F(DirectoryInfo, DirectoryNamesAreBytes) {
     }
 }
 
+TEST_F(DirectoryInfo, AFailureEmptiesTheOutputs) {
+    const auto earlier = Dictionary();
+    CFPropertyListRef list = earlier.Get();
+    bool isRoot = true;
+    bool isMediaRoot = true;
+    EXPECT_NE(TakeChain(ReadFSInfoFile("/no/such", "file", &list)), Chain());
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(IsDirectoryRootOfChangerFileSystem("/no/such", &isRoot), nullptr);
+    EXPECT_FALSE(isRoot);
+    EXPECT_EQ(IsDirectoryMediaRootOfChangerFileSystem("/no/such", &isMediaRoot), nullptr);
+    EXPECT_FALSE(isMediaRoot);
+}
+
 // ---- what a stranger's disc may have under the names ----
 
 TEST_F(DirectoryInfo, SpecialFilesAreNotOpened) {

@@ -331,6 +331,22 @@ TEST_F(Store, AMissingListIsAFailure) {
 
 // ---- flags ----
 
+TEST_F(Store, AFailureEmptiesTheCallersReference) {
+    const auto earlier = Dictionary();
+    const auto earlierList = Array();
+    CFMutableDictionaryRef dict = earlier;
+    CFArrayRef list = earlierList;
+    EXPECT_NE(TakeChain(GetChangerDictForGUID(kOtherChanger, &dict)), Chain());
+    EXPECT_EQ(dict, nullptr);
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(1);
+        err = GetChangerList(&list);
+    }
+    EXPECT_THAT(TakeMessages(err), ElementsAre("fail alloc changer GUID buffer"));
+    EXPECT_EQ(list, nullptr);
+}
+
 TEST_F(Store, FlagsAreFalseUntilSet) {
     AddChanger(kChanger);
     EXPECT_FALSE(IsBuilding(kChanger));
