@@ -3,13 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <glib.h>
+#include <poll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <ctime>
+#include <map>
+#include <mutex>
 
 namespace {
 
@@ -19,10 +24,12 @@ constexpr std::int64_t kMonotonicStart = 1000 * kSecond;
 constexpr std::int64_t kWallClockStart = 1'700'000'000 * kSecond;
 constexpr std::int64_t kNotSet = INT64_MAX;
 
-bool g_fake = false;
-std::int64_t g_monotonic;
-std::int64_t g_wallClock;
-std::int64_t g_alarmTime; // of the timer descriptor, on the wall clock
+std::atomic<bool> g_fake = false;
+std::atomic<std::int64_t> g_monotonic;
+std::atomic<std::int64_t> g_wallClock;
+std::mutex g_deadlinesMutex;
+std::multimap<std::int64_t, int> g_deadlines; // monotonic timers: date and descriptor
+std::int64_t g_alarmTime;                     // of the timer descriptor, on the wall clock
 int g_alarm = -1;
 bool g_stepped;
 bool g_refuseAlarms;
@@ -30,6 +37,10 @@ bool g_refuseAlarms;
 std::int64_t Nanoseconds(CFTimeInterval seconds) {
     return std::llround(seconds * static_cast<double>(kSecond));
 }
+
+// Lets the kernel's timers of the dates that are reached expire, one after the other. A descriptor
+// that was closed meanwhile is passed over.
+void ExpireDeadlines();
 
 // How long the context would sleep by itself.
 std::int64_t SleepOf(GMainContext* context) {
@@ -78,9 +89,15 @@ int __wrap_timerfd_create(int clock, int flags) {
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old) {
     if (!g_fake)
         return __real_timerfd_settime(timer, flags, setting, old);
+    const timespec& date = setting->it_value;
+    if (flags == TFD_TIMER_ABSTIME) {
+        const std::lock_guard lock(g_deadlinesMutex);
+        std::erase_if(g_deadlines, [timer](const auto& each) { return each.second == timer; });
+        g_deadlines.emplace(date.tv_sec * kSecond + date.tv_nsec, timer);
+        return 0;
+    }
     EXPECT_EQ(flags, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET);
     g_alarm = timer;
-    const timespec& date = setting->it_value;
     g_alarmTime =
         date.tv_sec == 0 && date.tv_nsec == 0 ? kNotSet : date.tv_sec * kSecond + date.tv_nsec;
     return 0;
@@ -106,6 +123,7 @@ gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBloc
         return __real_g_main_context_iteration(context, mayBlock);
     g_monotonic += sleep;
     g_wallClock += sleep;
+    ExpireDeadlines();
     if (!g_stepped && untilAlarm > sleep)
         return FALSE;
     const itimerspec atOnce = {{}, {0, 1}};
@@ -114,8 +132,25 @@ gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBloc
 }
 }
 
+namespace {
+
+void ExpireDeadlines() {
+    const std::lock_guard lock(g_deadlinesMutex);
+    while (!g_deadlines.empty() && g_deadlines.begin()->first <= g_monotonic) {
+        const int timer = g_deadlines.begin()->second;
+        g_deadlines.erase(g_deadlines.begin());
+        const itimerspec atOnce = {{}, {0, 1}};
+        pollfd expiry = {timer, POLLIN, 0};
+        if (__real_timerfd_settime(timer, 0, &atOnce, nullptr) == 0)
+            poll(&expiry, 1, -1);
+    }
+}
+
+} // namespace
+
 FakeClock::FakeClock() {
     g_fake = true;
+    g_deadlines.clear();
     g_monotonic = kMonotonicStart;
     g_wallClock = kWallClockStart;
     g_alarmTime = kNotSet;
@@ -131,6 +166,7 @@ FakeClock::~FakeClock() {
 void FakeClock::Advance(CFTimeInterval seconds) {
     g_monotonic += Nanoseconds(seconds);
     g_wallClock += Nanoseconds(seconds);
+    ExpireDeadlines();
 }
 
 void FakeClock::Step(CFTimeInterval seconds) {

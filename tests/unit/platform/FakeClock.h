@@ -3,8 +3,10 @@
 
 /*
  * Time in the test's hand. While a FakeClock lives, both clocks stand still but for it, and a run
- * loop that would sleep jumps to what it would sleep for. One thread at a time. Programs that use
- * it wrap the functions that FakeClock.cpp replaces.
+ * loop that would sleep jumps to what it would sleep for. The kernel's monotonic timers expire when
+ * the fake time reaches their dates, in the order of the dates. One thread moves the time at a
+ * time; any thread may read it. Programs that use it wrap the functions that FakeClock.cpp
+ * replaces.
  */
 
 #include <CoreFoundation/CFDate.h>
@@ -26,7 +28,7 @@ public:
     // Since the FakeClock was made, by the monotonic clock.
     CFTimeInterval Elapsed() const;
 
-    // Refuses descriptors for alarms of the wall clock.
+    // Refuses descriptors for timers of either clock.
     void RefuseAlarms(bool refuse);
 };
 

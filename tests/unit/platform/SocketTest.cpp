@@ -3,6 +3,7 @@
 #include "Footprint.h"
 #include "LocalServer.h"
 #include "LoopSleep.h"
+#include "TestSocket.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -81,104 +82,6 @@ ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
 }
 
 namespace {
-
-CFDataRef MakeData(std::string_view bytes) {
-    return CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
-                        static_cast<CFIndex>(bytes.size()));
-}
-
-std::string Address(const std::string& path) {
-    sockaddr_un address = {};
-    address.sun_len = sizeof address;
-    address.sun_family = 1;
-    path.copy(address.sun_path, sizeof address.sun_path);
-    return std::string(reinterpret_cast<const char*>(&address), sizeof address);
-}
-
-// A connected socket that keeps the chunks that it is called out with.
-class TestSocket {
-public:
-    explicit TestSocket(const LocalServer& server)
-        : TestSocket(Address(server.Path()), kUsualTimeout) {}
-    TestSocket(const std::string& address, CFTimeInterval timeout) {
-        const CFDataRef data = MakeData(address);
-        const CFSocketSignature signature = {1, 1, 0, data};
-        const CFSocketContext context = {0, this, nullptr, nullptr, nullptr};
-        socket_ = CFSocketCreateConnectedToSocketSignature(
-            kCFAllocatorDefault, &signature, kCFSocketDataCallBack, CallOut, &context, timeout);
-        CFRelease(data);
-    }
-    TestSocket(const TestSocket&) = delete;
-    TestSocket& operator=(const TestSocket&) = delete;
-    ~TestSocket() {
-        Drop();
-    }
-
-    static constexpr CFTimeInterval kUsualTimeout = 30;
-
-    bool Connected() const {
-        return socket_ != nullptr;
-    }
-    CFSocketRef Get() const {
-        return socket_;
-    }
-
-    CFRunLoopSourceRef CreateSource() const {
-        return CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket_, 0);
-    }
-    bool Valid() const {
-        CFRunLoopSourceRef source = CreateSource();
-        CFRelease(source);
-        return source != nullptr;
-    }
-    void AddToLoop() const {
-        if (CFRunLoopSourceRef source = CreateSource()) {
-            CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-            CFRelease(source);
-        }
-    }
-    void RemoveFromLoop() const {
-        CFRunLoopSourceRef source = CreateSource();
-        CFRunLoopRemoveSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-        CFRelease(source);
-    }
-
-    CFSocketError Send(std::string_view bytes, CFTimeInterval timeout = kUsualTimeout) const {
-        const CFDataRef data = MakeData(bytes);
-        const CFSocketError error = CFSocketSendData(socket_, nullptr, data, timeout);
-        CFRelease(data);
-        return error;
-    }
-
-    void Drop() {
-        if (socket_ == nullptr)
-            return;
-        CFSocketInvalidate(socket_);
-        CFRelease(std::exchange(socket_, nullptr));
-    }
-
-    std::string Received() const {
-        return std::accumulate(chunks.begin(), chunks.end(), std::string());
-    }
-
-    std::vector<std::string> chunks;
-    std::function<void()> atChunk = [] {};
-
-private:
-    static void CallOut(CFSocketRef socket, CFSocketCallBackType type, CFDataRef address,
-                        const void* data, void* info) {
-        auto* self = static_cast<TestSocket*>(info);
-        EXPECT_EQ(socket, self->socket_);
-        EXPECT_EQ(type, static_cast<CFSocketCallBackType>(kCFSocketDataCallBack));
-        EXPECT_EQ(address, nullptr);
-        const auto chunk = static_cast<CFDataRef>(data);
-        self->chunks.emplace_back(reinterpret_cast<const char*>(CFDataGetBytePtr(chunk)),
-                                  static_cast<std::size_t>(CFDataGetLength(chunk)));
-        self->atChunk();
-    }
-
-    CFSocketRef socket_;
-};
 
 using Chunks = std::vector<std::string>;
 

@@ -158,6 +158,17 @@ Source* FirstReady(const RunLoop& loop, std::uint64_t turn, bool nested) noexcep
     return nullptr;
 }
 
+// A source with input that had come when the timer became due.
+Source* FirstReadyBefore(const RunLoop& loop, const Timer& timer, const Moment& now,
+                         bool nested) noexcept {
+    for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
+        auto* source = static_cast<Source*>(member);
+        if (IsReadySince(*source, nested, DueSince(timer, now)))
+            return source;
+    }
+    return nullptr;
+}
+
 template<typename T>
 void CallOut(T& member, std::uint64_t turn) noexcept {
     const auto alive = Owned<T>::Share(&member);
@@ -167,25 +178,44 @@ void CallOut(T& member, std::uint64_t turn) noexcept {
     member.callingOut = false;
 }
 
-// One turn: the timers that are due as it begins, then the sources. Each gets one callout at
-// most, so that none can keep the others waiting. True when anything was called out.
-bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
-    const std::uint64_t turn = ++loop.turn;
-    const Moment now = ReadClocks();
+// Fires the timers that are due, each after the sources' input that had come by then: a loop that
+// comes late, because the process stood still or a callout took long, still takes a reply that came
+// in time. True when anything was called out.
+bool FireTimers(RunLoop& loop, const Run& run, std::uint64_t turn, const Moment& now) noexcept {
     const bool nested = run.outer != nullptr;
     bool calledOut = false;
-    const auto serveAll = [&](auto findNext) {
-        while (!run.stopped) {
-            auto* const member = findNext();
-            if (member == nullptr)
-                break;
-            CallOut(*member, turn);
-            calledOut = true;
-        }
-    };
-    serveAll([&] { return FirstDue(loop, turn, now); });
-    serveAll([&] { return FirstReady(loop, turn, nested); });
+    Timer* timer = nullptr;
+    while (!run.stopped && (timer = FirstDue(loop, turn, now)) != nullptr) {
+        if (!calledOut)
+            HandleArrivals();
+        if (Source* source = FirstReadyBefore(loop, *timer, now, nested))
+            CallOut(*source, turn);
+        else
+            CallOut(*timer, turn);
+        calledOut = true;
+    }
     return calledOut;
+}
+
+bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t turn) noexcept {
+    const bool nested = run.outer != nullptr;
+    bool calledOut = false;
+    Source* source = nullptr;
+    while (!run.stopped && (source = FirstReady(loop, turn, nested)) != nullptr) {
+        CallOut(*source, turn);
+        calledOut = true;
+    }
+    return calledOut;
+}
+
+// One turn: the timers that are due as it begins, then the sources. Each gets one callout at most,
+// so that none can keep the others waiting; input before a due timer may take more, and is as much
+// as had come. True when anything was called out.
+bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
+    const std::uint64_t turn = ++loop.turn;
+    const bool fired = FireTimers(loop, run, turn, ReadClocks());
+    const bool performed = PerformSources(loop, run, turn);
+    return fired || performed;
 }
 
 // Until when the loop may sleep, by the monotonic clock. For a date the alarm will wake it.

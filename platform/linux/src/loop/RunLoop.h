@@ -7,7 +7,8 @@
  *
  * A source's perform runs on that thread, at most once a turn, and never while it runs already:
  * what becomes ready meanwhile is kept for after its return. Ready sources are called out in the
- * order in which they were added.
+ * order in which they were added, after the timers that are due. A socket's input that had arrived
+ * when a timer became due goes before that timer, all of it.
  */
 
 #include <CoreFoundation/CFRunLoop.h>

@@ -65,6 +65,11 @@ bool IsReady(const Source& source, bool nested) noexcept {
     return source.signalled && !source.callingOut && !(nested && source.runs == Runs::kOutermost);
 }
 
+bool IsReadySince(const Source& source, bool nested, Nanoseconds moment) noexcept {
+    return source.callouts.hasArrivedBy != nullptr && IsReady(source, nested) &&
+           source.callouts.hasArrivedBy(source.info, moment);
+}
+
 void Serve(Source& source) noexcept {
     source.signalled = false;
     source.callouts.perform(source.info);

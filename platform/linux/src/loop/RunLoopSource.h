@@ -16,6 +16,8 @@ struct SourceCallouts {
     Perform joined;  // it was added to a loop
     Perform left;    // it was removed, or the loop ended
     Perform invalid; // it was invalidated or freed: info is not used again
+    // Whether what it is ready for had arrived by that moment of the monotonic clock.
+    bool (*hasArrivedBy)(void* info, Nanoseconds moment) = nullptr;
 };
 
 struct Source : Member {
@@ -44,6 +46,7 @@ void Signal(Source& source) noexcept;
 void Invalidate(Source& source) noexcept;
 
 bool IsReady(const Source& source, bool nested) noexcept;
+bool IsReadySince(const Source& source, bool nested, Nanoseconds moment) noexcept;
 void Serve(Source& source) noexcept;
 
 // Takes the source out of its loop.

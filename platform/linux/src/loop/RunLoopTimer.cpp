@@ -43,6 +43,10 @@ Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept {
     return Read(now, timer) - timer.date;
 }
 
+Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept {
+    return now.monotonic - Lateness(timer, now);
+}
+
 // By division: however many dates were missed, the next one is found at once.
 void Serve(Timer& timer) noexcept {
     timer.info.Use(
@@ -62,6 +66,7 @@ void Realign(Timer& timer, const Moment& now) noexcept {
 }
 
 void Leave(Timer& timer) noexcept {
+    timer.deadline.Clear();
     timer.loop->timers.Leave(timer);
 }
 
@@ -83,8 +88,10 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
 void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {
     auto* loop = cf::As<cf::RunLoop>(runLoop);
     auto* member = cf::As<cf::Timer>(timer);
-    if (loop != nullptr && member != nullptr)
-        loop->timers.Join(*loop, *member, mode);
+    if (loop == nullptr || member == nullptr || !loop->timers.Join(*loop, *member, mode))
+        return;
+    if (member->interval == 0 && !member->onWallClock)
+        member->deadline.Set(member->date);
 }
 
 void CFRunLoopRemoveTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {

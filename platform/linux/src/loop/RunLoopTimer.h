@@ -3,6 +3,7 @@
 
 #include "loop/Clock.h"
 #include "loop/ContextInfo.h"
+#include "loop/Deadline.h"
 #include "loop/RunLoopMember.h"
 
 namespace cf {
@@ -19,6 +20,7 @@ struct Timer : Member {
     const bool onWallClock;
     const CFRunLoopTimerCallBack callout;
     ContextInfo info;
+    Deadline deadline; // of a delay that is waited for once, while it is in a loop
 };
 
 // What the two clocks show.
@@ -30,6 +32,9 @@ Moment ReadClocks() noexcept;
 
 // How long the timer has been due; negative: how long it has to wait yet.
 Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept;
+
+// When the timer became due, by the monotonic clock.
+Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept;
 
 void Serve(Timer& timer) noexcept;
 

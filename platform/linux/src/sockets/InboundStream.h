@@ -1,6 +1,7 @@
 #ifndef PLATFORM_INBOUNDSTREAM_H
 #define PLATFORM_INBOUNDSTREAM_H
 
+#include "loop/Arrivals.h"
 #include "loop/RunLoopSource.h"
 #include "objects/Object.h"
 
@@ -11,15 +12,10 @@
 
 namespace cf {
 
-// Starts the one thread that reads for all streams, unless it runs. False when it cannot be made.
-bool StartReading() noexcept;
-
 // What arrives at a socket, read in the background and kept until the socket's loop takes it.
-class InboundStream {
+class InboundStream : Watched {
 public:
-    InboundStream() noexcept = default;
-    InboundStream(const InboundStream&) = delete;
-    InboundStream& operator=(const InboundStream&) = delete;
+    InboundStream() noexcept;
 
     // Reads from the descriptor, and signals the source when there is something to take. Between
     // Start and Pause both stay.
@@ -33,26 +29,30 @@ public:
     };
     Arrival Take() noexcept;
 
+    // Whether what Take gives next had arrived by that moment of the monotonic clock.
+    bool HasArrivedBy(Nanoseconds moment) noexcept;
+
     void Discard() noexcept;
 
 private:
-    [[noreturn]] static void ReadForever() noexcept;
-    static InboundStream* FindWatched(int descriptor) noexcept;
-    friend bool StartReading() noexcept;
+    struct Chunk {
+        Owned<const Object> data;
+        Nanoseconds arrived;
+    };
 
-    void Watch() noexcept;
-    void Unwatch() noexcept;
-    void ReadOnce(std::span<std::uint8_t> buffer) noexcept;
-    bool Keep(std::span<const std::uint8_t> bytes) noexcept;
+    static void Arrived(Watched& watched, Nanoseconds by) noexcept;
+    void StartWatching() noexcept;
+    std::size_t ReadOnce(Nanoseconds arrived) noexcept;
+    bool Keep(std::span<const std::uint8_t> bytes, Nanoseconds arrived) noexcept;
+    void End(Nanoseconds arrived) noexcept;
 
-    // All guarded by the reader's mutex.
+    // All guarded by the mutex of the arrivals.
     int descriptor_ = -1;
     Source* source_ = nullptr; // while started
-    std::list<Owned<const Object>> chunks_;
+    std::list<Chunk> chunks_;
     std::size_t size_ = 0; // of the chunks, with what they take besides
     bool ended_ = false;
-    bool watched_ = false;
-    InboundStream* nextWatched_ = nullptr;
+    Nanoseconds endArrived_ = 0; // once it has ended
 };
 
 } // namespace cf

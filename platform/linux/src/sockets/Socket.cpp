@@ -97,7 +97,12 @@ void ForgetSource(void* info) noexcept {
     Release(socket);
 }
 
-constexpr SourceCallouts kSourceCallouts = {Deliver, StartStream, PauseStream, ForgetSource};
+bool HasArrivedBy(void* info, Nanoseconds moment) noexcept {
+    return static_cast<Socket*>(info)->stream.HasArrivedBy(moment);
+}
+
+constexpr SourceCallouts kSourceCallouts = {Deliver, StartStream, PauseStream, ForgetSource,
+                                            HasArrivedBy};
 
 bool IsLocalStream(const CFSocketSignature& signature) noexcept {
     return signature.protocolFamily == PF_UNIX && signature.socketType == SOCK_STREAM &&
@@ -123,7 +128,7 @@ CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
     CFDataRef noData = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
     cf::Socket* socket = nullptr;
     // A connection that nobody could read from is none.
-    if (noData != nullptr && cf::StartReading())
+    if (noData != nullptr && cf::StartArrivals())
         socket = new (std::nothrow) cf::Socket(descriptor, callout, context, noData);
     if (socket == nullptr) {
         CFRelease(noData);

@@ -1,0 +1,136 @@
+#include "loop/Arrivals.h"
+
+#include "processes/AllSignalsBlocked.h"
+
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace cf {
+namespace {
+
+// None of these has a destructor: the thread may outlive main.
+constinit std::mutex g_mutex;
+constinit int g_epoll = -1;
+constinit Watched* g_firstWatched = nullptr;
+
+} // namespace
+
+// What the kernel noted, in the order in which it came. Of more than these at once, input in one
+// batch is not known to have come before a deadline in the next.
+class Events {
+public:
+    void Fetch(int milliseconds) noexcept {
+        const int count =
+            epoll_wait(g_epoll, events_.data(), static_cast<int>(events_.size()), milliseconds);
+        count_ = static_cast<std::size_t>(std::max(count, 0));
+    }
+
+    // The mutex is held.
+    void Handle() noexcept {
+        const Nanoseconds now = MonotonicNow();
+        Nanoseconds by = kNever; // the first date among the deadlines further on
+        for (std::size_t i = count_; i-- > 0;) {
+            const Watched* watched = Find(events_[i].data.fd);
+            if (watched != nullptr && watched->date_ <= now)
+                by = std::min(by, watched->date_);
+            by_[i] = by;
+        }
+        for (std::size_t i = 0; i < count_; ++i)
+            if (Watched* watched = Find(events_[i].data.fd))
+                watched->handler_(*watched, by_[i]);
+    }
+
+private:
+    // Null when it was unwatched meanwhile.
+    static Watched* Find(int descriptor) noexcept {
+        Watched* watched = g_firstWatched;
+        while (watched != nullptr && watched->descriptor_ != descriptor)
+            watched = watched->next_;
+        return watched;
+    }
+
+    static constexpr std::size_t kCapacity = 512;
+    std::array<epoll_event, kCapacity> events_;
+    std::array<Nanoseconds, kCapacity> by_;
+    std::size_t count_ = 0;
+};
+
+namespace {
+
+[[noreturn]] void WaitForever() noexcept {
+    Events events;
+    for (;;) {
+        events.Fetch(-1);
+        const std::lock_guard lock(g_mutex);
+        events.Handle();
+    }
+}
+
+} // namespace
+
+bool StartArrivals() noexcept {
+    const std::lock_guard lock(g_mutex);
+    if (g_epoll >= 0)
+        return true;
+    g_epoll = epoll_create1(EPOLL_CLOEXEC);
+    if (g_epoll < 0)
+        return false;
+    try {
+        const process::AllSignalsBlocked blocked;
+        std::thread(WaitForever).detach();
+    } catch (const std::system_error&) {
+        close(std::exchange(g_epoll, -1));
+    } catch (const std::bad_alloc&) {
+        close(std::exchange(g_epoll, -1));
+    }
+    return g_epoll >= 0;
+}
+
+bool AreArrivalsWatched() noexcept {
+    return g_epoll >= 0;
+}
+
+void HandleArrivals() noexcept {
+    const std::lock_guard lock(g_mutex);
+    if (!AreArrivalsWatched())
+        return;
+    Events events;
+    events.Fetch(0);
+    events.Handle();
+}
+
+std::mutex& ArrivalsMutex() noexcept {
+    return g_mutex;
+}
+
+bool Watched::Watch(int descriptor, Nanoseconds date) noexcept {
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.fd = descriptor;
+    if (epoll_ctl(g_epoll, EPOLL_CTL_ADD, descriptor, &event) != 0)
+        return false;
+    descriptor_ = descriptor;
+    date_ = date;
+    next_ = std::exchange(g_firstWatched, this);
+    return true;
+}
+
+void Watched::Unwatch() noexcept {
+    if (!IsWatched())
+        return;
+    epoll_ctl(g_epoll, EPOLL_CTL_DEL, descriptor_, nullptr);
+    Watched** link = &g_firstWatched;
+    while (*link != this)
+        link = &(*link)->next_;
+    *link = next_;
+    descriptor_ = -1;
+}
+
+} // namespace cf

@@ -1,0 +1,261 @@
+/*
+ * Which goes first when a loop comes late: a timer that is due, or input at a socket. Input that
+ * had reached the machine when the timer became due does, even if no thread of the process could
+ * run between the two.
+ */
+
+#include "Callouts.h"
+#include "FakeClock.h"
+#include "LocalServer.h"
+#include "TestSocket.h"
+
+#include <gmock/gmock.h>
+
+#include <poll.h>
+#include <sched.h>
+#include <sys/epoll.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+using testing::ElementsAre;
+
+namespace {
+
+std::mutex g_mutex;
+std::condition_variable g_changed;
+bool g_isStopped = false; // the background thread does not run
+
+} // namespace
+
+extern "C" {
+int __real_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
+int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
+
+// The background thread's wait takes nothing from the kernel before the thread may run.
+int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds) {
+    if (milliseconds == 0)
+        return __real_epoll_wait(epoll, events, count, 0);
+    pollfd ready = {epoll, POLLIN, 0};
+    poll(&ready, 1, -1);
+    std::unique_lock lock(g_mutex);
+    g_changed.wait(lock, [] { return !g_isStopped; });
+    return __real_epoll_wait(epoll, events, count, 0);
+}
+}
+
+namespace {
+
+// While it lives, no thread but the test's runs, as when the process is stopped.
+class Stop {
+public:
+    Stop() {
+        const std::lock_guard lock(g_mutex);
+        g_isStopped = true;
+    }
+    Stop(const Stop&) = delete;
+    Stop& operator=(const Stop&) = delete;
+    ~Stop() {
+        const std::lock_guard lock(g_mutex);
+        g_isStopped = false;
+        g_changed.notify_all();
+    }
+};
+
+class ArrivalOrderTest : public testing::Test {
+protected:
+    ArrivalOrderTest() : peer_(server_.Accept()) {
+        socket_.atChunk = [this] {
+            order_.push_back(socket_.chunks.back().empty() ? "end" : socket_.chunks.back());
+        };
+        socket_.AddToLoop();
+    }
+
+    // A timer of the loop that is due once, in so many seconds.
+    std::function<void()> Note(const char* name) {
+        return [this, name] { order_.push_back(name); };
+    }
+    CFAbsoluteTime In(CFTimeInterval seconds) const {
+        return start_ + seconds;
+    }
+
+    // The bytes have come and are read in the background.
+    void Send(std::string_view bytes) const {
+        peer_.Write(bytes);
+        AwaitReading();
+    }
+    void AwaitReading() const {
+        while (peer_.Unread() > 0)
+            sched_yield();
+    }
+
+    // Runs the loop until the last timer has fired and the socket has nothing more.
+    void Run() {
+        TestTimer last(In(100), 0, StopCurrentRun);
+        CFRunLoopRun();
+    }
+
+    FakeClock clock_;
+    const CFAbsoluteTime start_ = CFAbsoluteTimeGetCurrent();
+    const LocalServer server_;
+    TestSocket socket_{server_};
+    Peer peer_;
+    std::vector<std::string> order_;
+};
+
+// ---- the process stood still ----
+
+TEST_F(ArrivalOrderTest, InputBeforeTheDateGoesFirstAfterAStop) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    clock_.Advance(0.2);
+    peer_.Write("reply");
+    clock_.Advance(30.8);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("reply", "timer"));
+}
+
+TEST_F(ArrivalOrderTest, InputAfterTheDateComesSecondAfterAStop) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    clock_.Advance(30.5);
+    peer_.Write("reply");
+    clock_.Advance(0.5);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("timer", "reply"));
+}
+
+// Whoever of the two threads runs first after the stop.
+TEST_F(ArrivalOrderTest, InputReadInTheBackgroundAfterAStopKeepsItsPlace) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    {
+        const Stop stop;
+        peer_.Write("before");
+        clock_.Advance(31);
+    }
+    AwaitReading();
+    Send("after");
+    Run();
+    EXPECT_THAT(order_, ElementsAre("before", "timer", "after"));
+}
+
+TEST_F(ArrivalOrderTest, AllInputBeforeTheDateGoesFirstAndSoDoesTheEnd) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    const std::string large(100'000, 'x');
+    peer_.Write(large);
+    peer_.ShutDownWriting();
+    clock_.Advance(31);
+    Run();
+    EXPECT_EQ(socket_.Received(), large);
+    ASSERT_GE(order_.size(), 3U);
+    EXPECT_EQ(order_[order_.size() - 2], "end");
+    EXPECT_EQ(order_.back(), "timer");
+}
+
+TEST_F(ArrivalOrderTest, InputBetweenTwoDatesComesBetweenTheirTimersAfterAStop) {
+    TestTimer second(In(30), 0, Note("second"));
+    TestTimer first(In(20), 0, Note("first"));
+    const Stop stop;
+    clock_.Advance(25);
+    peer_.Write("reply");
+    clock_.Advance(10);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("first", "reply", "second"));
+}
+
+TEST_F(ArrivalOrderTest, TimerDoesNotFireOnceInputBeforeItStopsTheRun) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    socket_.atChunk = [this] {
+        order_.push_back("reply");
+        StopCurrentRun();
+    };
+    const Stop stop;
+    peer_.Write("reply");
+    clock_.Advance(31);
+    CFRunLoopRun();
+    EXPECT_THAT(order_, ElementsAre("reply"));
+}
+
+TEST_F(ArrivalOrderTest, SourceThatIsCalledOutIsNotEnteredAgainForItsEarlyInput) {
+    const Stop stop;
+    socket_.atChunk = [this] {
+        order_.push_back(socket_.chunks.back());
+        if (order_.size() > 1)
+            return;
+        TestTimer timer(In(30), 0, [this] {
+            order_.push_back("timer");
+            StopCurrentRun();
+        });
+        peer_.Write("second");
+        clock_.Advance(31);
+        CFRunLoopRun();
+        order_.push_back("return");
+    };
+    peer_.Write("first");
+    TestTimer wake(In(0), 0, [] {});
+    Run();
+    EXPECT_THAT(order_, ElementsAre("first", "timer", "return", "second"));
+}
+
+TEST_F(ArrivalOrderTest, WithoutADescriptorForTheDeadlineTheTimerFiresAndNothingIsLost) {
+    clock_.RefuseAlarms(true);
+    TestTimer timer(In(30), 0, Note("timer"));
+    clock_.RefuseAlarms(false);
+    const Stop stop;
+    peer_.Write("reply");
+    clock_.Advance(31);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("timer", "reply"));
+}
+
+// ---- the loop was busy ----
+
+class LongCalloutTest : public ArrivalOrderTest {
+protected:
+    // The first input's callout takes that long; then the loop runs on.
+    void RunWithFirstCallout(std::function<void()> callout) {
+        socket_.atChunk = [this, callout = std::move(callout)] {
+            order_.push_back(socket_.chunks.back());
+            if (order_.size() == 1)
+                callout();
+        };
+        Send("first");
+        Run();
+    }
+};
+
+TEST_F(LongCalloutTest, InputBeforeTheDateGoesFirst) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    RunWithFirstCallout([this] {
+        clock_.Advance(10);
+        Send("second");
+        clock_.Advance(21);
+    });
+    EXPECT_THAT(order_, ElementsAre("first", "second", "timer"));
+}
+
+TEST_F(LongCalloutTest, InputAfterTheDateComesSecond) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    RunWithFirstCallout([this] {
+        clock_.Advance(31);
+        Send("second");
+    });
+    EXPECT_THAT(order_, ElementsAre("first", "timer", "second"));
+}
+
+TEST_F(LongCalloutTest, RepeatingTimerAndDateOfTheWallClockAreOrderedLikeADelay) {
+    constexpr CFTimeInterval kDay = 86400;
+    TestTimer repeating(In(30), 1000, Note("repeating"));
+    TestTimer daily(In(40), kDay, Note("daily"));
+    RunWithFirstCallout([this] {
+        clock_.Advance(35);
+        Send("second");
+        clock_.Advance(10);
+    });
+    EXPECT_THAT(order_, ElementsAre("first", "repeating", "second", "daily"));
+}
+
+} // namespace
