@@ -38,6 +38,13 @@ public:
     void Signal(int number) const {
         process_.Signal(number);
     }
+    // By SIGSTOP and SIGCONT: after Freeze no thread of it runs, until Thaw.
+    void Freeze() const {
+        process_.Stop();
+    }
+    void Thaw() const {
+        process_.Continue();
+    }
     Footprint TakeFootprint() const;
 
     // Waits until the daemon holds no more than that; returns what it holds then, or still.

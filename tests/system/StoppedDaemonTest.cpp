@@ -1,0 +1,83 @@
+#include "PuppetTest.h"
+#include "VolumeTest.h"
+
+#include <chrono>
+#include <gmock/gmock.h>
+#include <thread>
+
+using testing::UnorderedElementsAre;
+
+namespace {
+
+// The daemon stands still (SIGSTOP, a frozen container) while a request of each kind waits for its
+// reply, for longer than it would wait by itself.
+class SlowStoppedDaemonTest : public PuppetTest {
+protected:
+    // The next request, which is read and not answered yet.
+    int AcceptRequest(const std::string& request) {
+        const int connection = Server().AcceptClient();
+        EXPECT_EQ(Shortly(Server().ReadRequest(connection)), request);
+        return connection;
+    }
+    void ServeFirst(std::initializer_list<const char*> requests) {
+        for (const char* request : requests)
+            EXPECT_EQ(Serve(), request);
+    }
+    void Answer(int connection) {
+        EXPECT_TRUE(Server().Write(connection, wire::EmptyReply()));
+    }
+
+    static constexpr std::chrono::seconds kLongerThanATimeOut{31};
+};
+
+TEST_F(SlowStoppedDaemonTest, RepliesOfTheStopAreTakenUnlessTheyCameTooLate) {
+    Changers changers = {{0xA1}, {0xA2}, {0xA3}, {0xA4}, {0xA5}, {0xA6}};
+    Begin(changers);
+    VolumeTest::WriteInfoFile(
+        "/tmp/volume/.changer_info.plist",
+        VolumeTest::PropertyList("<key>Changer GUID</key><integer>165</integer>"));
+    VolumeTest::Bind("/tmp/volume", "/tmp/place", 2);
+
+    const auto tellOfDiscIn = [&](std::size_t index) {
+        changers[index].hasDisc = true;
+        TellOf(changers);
+    };
+    tellOfDiscIn(0);
+    const int withdrawal = AcceptRequest("withdraw A1");
+    tellOfDiscIn(1);
+    ServeFirst({"withdraw A2"});
+    const int mount = AcceptRequest("mount A2");
+    tellOfDiscIn(2);
+    ServeFirst({"withdraw A3", "mount A3"});
+    const int eject = AcceptRequest("eject A3");
+    tellOfDiscIn(3);
+    ServeFirst({"withdraw A4", "mount A4", "eject A4"});
+    const int lastWithdrawal = AcceptRequest("withdraw A4");
+    changers[4].wantsBuild = true; // its file system is the volume
+    TellOf(changers);
+    ServeFirst({"withdraw A5"});
+    const int report = AcceptRequest("clear status A5");
+    tellOfDiscIn(5);
+    const int late = AcceptRequest("withdraw A6");
+    changers.push_back({0xA7});
+    TellOf(changers);
+    const int clearing = AcceptRequest("clear status A7"); // by the main thread
+
+    scene_.TheDaemon().Freeze();
+    for (const int connection : {withdrawal, mount, eject, lastWithdrawal, report, clearing})
+        Answer(connection);
+    std::this_thread::sleep_for(kLongerThanATimeOut);
+    Answer(late);
+    scene_.TheDaemon().Thaw();
+
+    EXPECT_THAT(Serve(9), UnorderedElementsAre("mount A1", "eject A1", "withdraw A1", // worker
+                                               "eject A2", "withdraw A2",             // worker
+                                               "withdraw A3",                         // worker
+                                               "clear status A5", "clear status A5",  // build
+                                               "withdraw A5"));
+    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                         "fail ChangerServerRequestChangerIdentification \\(VErrCode = 1004\\)");
+    AwaitEndOfWorkers();
+}
+
+} // namespace
