@@ -68,17 +68,18 @@ void ExpectSameWhenWrittenAgain(const Mount& mount) {
     EXPECT_EQ(same.source, mount.source);
 }
 
-// Each is one of the mounts, and none stands for the same files as another.
+// Each is one of the mounts, in their order, and none stands for the same files as another.
 void ExpectVolumesOf(const disks::MountTable& mounts) {
     const std::vector<disks::Volume> volumes = disks::VolumesOf(mounts, {});
-    EXPECT_TRUE(std::is_sorted(volumes.begin(), volumes.end()));
     std::set<std::pair<dev_t, std::string>> seen;
+    auto next = mounts.begin();
     for (const disks::Volume& volume : volumes) {
         EXPECT_TRUE(seen.emplace(volume.device, volume.root).second) << volume.path;
-        EXPECT_TRUE(std::any_of(mounts.begin(), mounts.end(), [&](const Mount& mount) {
+        next = std::find_if(next, mounts.end(), [&](const Mount& mount) {
             return mount.path == volume.path && mount.device == volume.device &&
                    mount.root == volume.root && mount.source == volume.source;
-        }));
+        });
+        EXPECT_TRUE(next != mounts.end()) << volume.path;
     }
 }
 

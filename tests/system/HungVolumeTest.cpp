@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <fstream>
+#include <optional>
 #include <sys/mount.h>
 
 namespace {
@@ -37,11 +38,70 @@ protected:
 
 class OlderHungVolumeTest : public SystemTest {};
 
+// Two file systems of one changer, of which the one mounted first answers last.
+class LateVolumeTest : public VolumeTest {
+protected:
+    ~LateVolumeTest() override {
+        umount2("/tmp/younger", MNT_DETACH);
+    }
+    void SetUp() override {}
+
+    void MountOlder() {
+        older_.emplace(scene_.TheRecord(), "/tmp/older", Folders{"a"}, PuppetVolume::Start::Asleep);
+    }
+    // Waits for so many readings of its info file.
+    static void MountYounger(int reads) {
+        MakeChangerFolder("/tmp/b", kDiscsOfYounger);
+        Bind("/tmp/b", "/tmp/younger", reads);
+    }
+    void LetOlderAnswer() {
+        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs, 1);
+        older_->Continue();
+        older_->AwaitRead(kInfoFile);
+        older_->AwaitRead(kInfoFile);
+        AwaitMountsSeen();
+    }
+
+    static constexpr int kDiscsOfYounger = 3; // the older has one
+
+private:
+    using Folders = std::vector<std::string>;
+    std::optional<PuppetVolume> older_;
+};
+
 TEST_F(OlderHungVolumeTest, HoldsUpNoStart) {
     const SilentVolume silent("/tmp/silent");
     Begin();
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
+}
+
+TEST_F(LateVolumeTest, DoesNotReplaceTheYoungerOneThatWasTakenUpMeanwhile) {
+    VolumeTest::SetUp();
+    MountOlder();
+    MountYounger(2);
+    LetOlderAnswer();
+    ExpectBuildOf(kDiscsOfYounger);
+}
+
+TEST_F(LateVolumeTest, DoesNotReplaceTheYoungerOneThatWasThereAtTheStart) {
+    MountOlder();
+    MountYounger(0);
+    stage::ReadWatch infoFile("/tmp/b/.changer_info.plist");
+    VolumeTest::SetUp();
+    infoFile.AwaitReads(2);
+    LetOlderAnswer();
+    ExpectBuildOf(kDiscsOfYounger);
+}
+
+TEST_F(LateVolumeTest, IsNotTakenUpWhenTheYoungerOneIsUnmounted) {
+    VolumeTest::SetUp();
+    MountOlder();
+    MountYounger(0);
+    LetOlderAnswer();
+    ASSERT_EQ(umount("/tmp/younger"), 0);
+    AwaitMountsSeen();
+    ExpectNothingToBuild();
 }
 
 TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {

@@ -3,21 +3,48 @@
 #include "loop/RunLoop.h"
 
 #include <gtest/gtest.h>
+#include <sys/statfs.h>
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
+
+namespace {
+
+std::mutex g_mutex;
+std::condition_variable g_answers;
+std::set<std::string> g_silent; // the roots that do not answer; guarded by g_mutex
+
+} // namespace
+
+extern "C" {
+int __real_statfs(const char* path, struct statfs* status);
+int __wrap_statfs(const char* path, struct statfs* status);
+
+int __wrap_statfs(const char* path, struct statfs* status) {
+    std::unique_lock lock(g_mutex);
+    g_answers.wait(lock, [path] { return !g_silent.contains(path); });
+    return __real_statfs(path, status);
+}
+}
 
 namespace disks {
 namespace {
 
 using Strings = std::vector<std::string>;
 
-// No such paths: the probes get their answer, an error, at once.
+std::string PathOf(std::uint64_t mount) {
+    return "/nonexistent/" + std::to_string(mount);
+}
+
+// No such paths: the probes get their answer, an error, at once, unless they are silent.
 Volume VolumeOf(std::uint64_t mount, const std::string& source = "none",
                 dev_t device = makedev(0, 45)) {
-    return {mount, device, "/", "/nonexistent/" + std::to_string(mount), source};
+    return {mount, device, "/", PathOf(mount), source};
 }
 
 Volume BlockVolume(std::uint64_t mount, const std::string& source) {
@@ -27,8 +54,43 @@ Volume BlockVolume(std::uint64_t mount, const std::string& source) {
 class DiskListTest : public testing::Test {
 protected:
     ~DiskListTest() override {
+        AnswerAll();
         CFRunLoopSourceInvalidate(answers_);
         CFRelease(answers_);
+    }
+
+    // What is there now, in this order: "a" has the mount id 1, "b" 2...
+    void Update(const std::string& names) {
+        std::vector<Volume> volumes;
+        for (const char name : names)
+            volumes.push_back(BlockVolume(static_cast<std::uint64_t>(name - 'a' + 1),
+                                          std::string("/dev/") + name));
+        Update(std::move(volumes));
+    }
+    void Update(std::vector<Volume> volumes) {
+        list_.Update(std::move(volumes), now_);
+    }
+    static void Silence(std::uint64_t mount) {
+        const std::lock_guard lock(g_mutex);
+        g_silent.insert(PathOf(mount));
+    }
+    static void Answer(std::uint64_t mount) {
+        const std::lock_guard lock(g_mutex);
+        g_silent.erase(PathOf(mount));
+        g_answers.notify_all();
+    }
+    static void AnswerAll() {
+        const std::lock_guard lock(g_mutex);
+        g_silent.clear();
+        g_answers.notify_all();
+    }
+    // Waits for an answer that no event has told of yet.
+    void AwaitAnswer() {
+        list_.StartProbes(probes_);
+        CFRunLoopRun();
+    }
+    bool HasEvent() {
+        return static_cast<bool>(list_.TakeEvent(now_).disk);
     }
 
     // The next events, as "+name" and "-name", for which it waits.
@@ -36,7 +98,7 @@ protected:
         list_.StartProbes(probes_);
         Strings events;
         while (events.size() < count) {
-            const DiskEvent event = list_.TakeEvent();
+            const DiskEvent event = list_.TakeEvent(now_);
             if (event.disk)
                 events.push_back((event.appeared ? "+" : "-") + event.disk->name);
             else
@@ -46,6 +108,7 @@ protected:
     }
 
     DiskList list_;
+    cf::Nanoseconds now_ = 0;
 
 private:
     static CFRunLoopSourceRef CreateAnswers() {
@@ -60,69 +123,157 @@ private:
 };
 
 TEST_F(DiskListTest, NamesDisksByTheirDevice) {
-    list_.Update({BlockVolume(1, "/dev/sr0")});
+    Update({BlockVolume(1, "/dev/sr0")});
     EXPECT_EQ(Events(1), Strings{"+sr0"});
-    list_.Update({VolumeOf(2, "/dev/fuse")});
+    Update({VolumeOf(2, "/dev/fuse")});
     EXPECT_EQ(Events(2), (Strings{"-sr0", "+0:45"}));
 }
 
 TEST_F(DiskListTest, NamesDisksByTheirNumbersWhenTheDevicesNameIsUnusual) {
     for (const char* source : {"", "host:/share", "/dev/", "/dev/a b", "/dev/\xff",
                                "/dev/mapper/a-name-that-is-far-too-long-to-keep"}) {
-        list_.Update({BlockVolume(1, source)});
+        Update({BlockVolume(1, source)});
         EXPECT_EQ(Events(1), Strings{"+8:1"}) << source;
-        list_.Update({});
+        Update("");
         EXPECT_EQ(Events(1), Strings{"-8:1"}) << source;
     }
 }
 
 TEST_F(DiskListTest, GivesNoNameTwiceAtATime) {
-    list_.Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0"),
-                  BlockVolume(3, "/dev/disk/sr0"), BlockVolume(4, "/dev/sr0s1")});
+    Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/disk/sr0"),
+            BlockVolume(4, "/dev/sr0s1")});
     Strings events = Events(4);
     std::ranges::sort(events);
     EXPECT_EQ(events, (Strings{"+sr0", "+sr0s1", "+sr0s1s1", "+sr0s2"}));
 }
 
 TEST_F(DiskListTest, GivesANameAgainOnceItsDiskHasGone) {
-    list_.Update({BlockVolume(1, "/dev/sr0")});
+    Update({BlockVolume(1, "/dev/sr0")});
     EXPECT_EQ(Events(1), Strings{"+sr0"});
-    list_.Update({BlockVolume(2, "/dev/sr0")});
+    Update({BlockVolume(2, "/dev/sr0")});
     EXPECT_EQ(Events(2), (Strings{"-sr0", "+sr0"}));
 }
 
 TEST_F(DiskListTest, KeepsTheNamesOfThoseThatStay) {
-    list_.Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0")});
+    Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0")});
     Events(2);
-    list_.Update({BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/sr0")});
+    Update({BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/sr0")});
     EXPECT_EQ(Events(2), (Strings{"-sr0", "+sr0"}));
-    list_.Update({BlockVolume(3, "/dev/sr0")});
+    Update({BlockVolume(3, "/dev/sr0")});
     EXPECT_EQ(Events(1), Strings{"-sr0s1"});
 }
 
 TEST_F(DiskListTest, TellsDisappearancesFirst) {
-    list_.Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr1")});
+    Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr1")});
     Events(2);
-    list_.Update({BlockVolume(2, "/dev/sr1"), BlockVolume(3, "/dev/sr2")});
-    list_.Update({BlockVolume(3, "/dev/sr2")});
+    Update({BlockVolume(2, "/dev/sr1"), BlockVolume(3, "/dev/sr2")});
+    Update({BlockVolume(3, "/dev/sr2")});
     EXPECT_EQ(Events(3), (Strings{"-sr0", "-sr1", "+sr2"}));
 }
 
 TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItAppeared) {
-    list_.Update({BlockVolume(1, "/dev/sr0")});
+    Update({BlockVolume(1, "/dev/sr0")});
     Events(0);
-    list_.Update({});
-    list_.Update({BlockVolume(2, "/dev/sr1")});
+    Update("");
+    Update({BlockVolume(2, "/dev/sr1")});
     EXPECT_EQ(Events(1), Strings{"+sr1"});
-    EXPECT_FALSE(list_.TakeEvent().disk);
+    EXPECT_FALSE(HasEvent());
 }
 
 TEST_F(DiskListTest, TellsNothingWhenNothingChanged) {
-    list_.Update({BlockVolume(1, "/dev/sr0")});
+    Update({BlockVolume(1, "/dev/sr0")});
     Events(1);
-    list_.Update({BlockVolume(1, "/dev/sr0")});
+    Update({BlockVolume(1, "/dev/sr0")});
     Events(0);
-    EXPECT_FALSE(list_.TakeEvent().disk);
+    EXPECT_FALSE(HasEvent());
+}
+
+// ---- the order of appearances ----
+
+TEST_F(DiskListTest, AppearancesAreInTheOrderGiven) {
+    Update("cab");
+    EXPECT_EQ(Events(3), (Strings{"+c", "+a", "+b"}));
+}
+
+TEST_F(DiskListTest, YoungerDiskIsHeldBackUntilTheOlderOneAnswers) {
+    Silence(1);
+    Update("ab");
+    AwaitAnswer();
+    now_ = DiskList::kPatience - 1;
+    EXPECT_FALSE(HasEvent());
+    EXPECT_TRUE(list_.MayHoldBack(now_));
+    Answer(1);
+    EXPECT_EQ(Events(2), (Strings{"+a", "+b"}));
+    EXPECT_FALSE(list_.IsOutOfOrder());
+    EXPECT_FALSE(list_.MayHoldBack(now_));
+    EXPECT_FALSE(HasEvent());
+}
+
+TEST_F(DiskListTest, YoungerDiskIsHeldBackNoLongerThanForThePatienceWithTheOlderOne) {
+    Silence(1);
+    Update("a");
+    now_ = DiskList::kPatience / 2;
+    Update("ab");
+    AwaitAnswer();
+    now_ = DiskList::kPatience;
+    EXPECT_EQ(Events(1), Strings{"+b"});
+    EXPECT_FALSE(list_.MayHoldBack(now_));
+}
+
+TEST_F(DiskListTest, DisksAppearAgainAfterAnOlderOneThatIsLate) {
+    Silence(2);
+    Update("ab");
+    EXPECT_EQ(Events(1), Strings{"+a"});
+    now_ = DiskList::kPatience;
+    Update("abcd");
+    EXPECT_EQ(Events(2), (Strings{"+c", "+d"}));
+    EXPECT_FALSE(list_.IsOutOfOrder());
+    Answer(2);
+    EXPECT_EQ(Events(1), Strings{"+b"});
+    EXPECT_TRUE(list_.IsOutOfOrder());
+    EXPECT_EQ(Events(2), (Strings{"+c", "+d"}));
+    EXPECT_FALSE(list_.IsOutOfOrder());
+    EXPECT_FALSE(HasEvent());
+}
+
+TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
+    Silence(1);
+    Update("a");
+    now_ = DiskList::kPatience;
+    Update("abc");
+    EXPECT_EQ(Events(2), (Strings{"+b", "+c"}));
+    Answer(1);
+    EXPECT_EQ(Events(1), Strings{"+a"});
+    Update("ac");
+    EXPECT_EQ(Events(2), (Strings{"-b", "+c"}));
+    EXPECT_FALSE(list_.IsOutOfOrder());
+}
+
+TEST_F(DiskListTest, LateDisksThatAnswerInReverseEndInOrder) {
+    Silence(1);
+    Silence(2);
+    Update("abc");
+    now_ = DiskList::kPatience;
+    EXPECT_EQ(Events(1), Strings{"+c"});
+    Answer(2);
+    EXPECT_EQ(Events(2), (Strings{"+b", "+c"}));
+    Answer(1);
+    EXPECT_EQ(Events(3), (Strings{"+a", "+b", "+c"}));
+    Update("");
+    EXPECT_EQ(Events(3), (Strings{"-a", "-b", "-c"}));
+}
+
+TEST_F(DiskListTest, AppearingAgainIsNotHeldBack) {
+    Silence(1);
+    Silence(2);
+    Update("bc");
+    now_ = DiskList::kPatience;
+    EXPECT_EQ(Events(1), Strings{"+c"});
+    Answer(2);
+    EXPECT_EQ(Events(1), Strings{"+b"});
+    Update("abc"); // uncovered
+    EXPECT_EQ(Events(1), Strings{"+c"});
+    EXPECT_FALSE(list_.IsOutOfOrder());
 }
 
 } // namespace

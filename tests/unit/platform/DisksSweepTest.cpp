@@ -17,14 +17,14 @@
 #include <string>
 #include <vector>
 
-// The second's wait before a failed turn is tried again takes no time.
+// The second's wait before a failed turn is tried again takes a millisecond.
 extern "C" {
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
 
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
     const bool isSet = setting->it_value.tv_sec > 0;
-    const itimerspec hastened = {{0, 0}, {0, isSet ? 1 : 0}};
+    const itimerspec hastened = {{0, 0}, {0, isSet ? 1'000'000 : 0}};
     return __real_timerfd_settime(timer, flags, &hastened, before);
 }
 }
@@ -62,6 +62,8 @@ TEST(DisksSweep, TheMountTableIsReadWholeOrNotAtAll) {
 
 // ---- the list ----
 
+constexpr cf::Nanoseconds kNow = 0;
+
 // One volume stays, one goes, two come; there are no such paths, which is an answer too.
 class ListSweep : public testing::Test {
 protected:
@@ -76,7 +78,7 @@ protected:
 
     void BeginAnew() {
         list_.emplace();
-        list_->Update(Volumes({1, 2}));
+        list_->Update(Volumes({1, 2}), kNow);
         EXPECT_EQ(TakeEvents(2), "++");
     }
     static std::vector<Volume> Volumes(const std::vector<std::uint64_t>& mounts) {
@@ -90,7 +92,7 @@ protected:
         list_->StartProbes(probes_);
         std::string events;
         while (events.size() < count) {
-            if (const DiskEvent event = list_->TakeEvent(); event.disk)
+            if (const DiskEvent event = list_->TakeEvent(kNow); event.disk)
                 events += event.appeared ? '+' : '-';
             else
                 CFRunLoopRun();
@@ -116,7 +118,7 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
         [&] {
             try {
                 failed = true;
-                list_->Update(std::move(changed));
+                list_->Update(std::move(changed), kNow);
                 failed = false;
             } catch (const std::bad_alloc&) {
             }
@@ -124,8 +126,8 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
         [&](const Fault& fault) {
             EXPECT_TRUE(!failed || fault.happened) << fault.what;
             if (failed) {
-                EXPECT_FALSE(list_->TakeEvent().disk) << fault.what;
-                list_->Update(Volumes({2, 3, 4}));
+                EXPECT_FALSE(list_->TakeEvent(kNow).disk) << fault.what;
+                list_->Update(Volumes({2, 3, 4}), kNow);
             }
             EXPECT_EQ(TakeEvents(3), "-++") << fault.what;
             prepare();
@@ -134,7 +136,7 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
 }
 
 TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
-    list_->Update(Volumes({2, 3, 4}));
+    list_->Update(Volumes({2, 3, 4}), kNow);
     const SweptFaults swept = SweepFaults(
         [&] {
             try {
@@ -145,7 +147,7 @@ TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
         [&](const Fault& fault) {
             EXPECT_EQ(TakeEvents(3), "-++") << fault.what;
             BeginAnew();
-            list_->Update(Volumes({2, 3, 4}));
+            list_->Update(Volumes({2, 3, 4}), kNow);
         });
     EXPECT_GT(swept.allocations, 0U);
     EXPECT_GT(swept.systemCalls, 0U);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,13 @@ TEST(Volumes, AreOnePerDeviceAndRootAtTheFirstMount) {
                     "41 27 11:0 / /mnt/b rw - iso9660 /dev/sr0 ro\n"
                     "42 27 11:0 /sub /mnt/c rw - iso9660 /dev/sr0 ro\n"),
               (Strings{"/mnt/a", "/mnt/c"}));
+}
+
+TEST(Volumes, AreInTheOrderOfTheTableWhateverTheirIds) {
+    const char* const lines = "41 27 0:45 / /mnt/b rw - tmpfs none rw\n"
+                              "40 27 0:46 / /mnt/a rw - tmpfs none rw\n"
+                              "42 27 0:44 / /mnt/c rw - tmpfs none rw\n";
+    EXPECT_EQ(Paths(lines), (Strings{"/mnt/b", "/mnt/a", "/mnt/c"}));
 }
 
 TEST(Volumes, AreHiddenByAMountOverThem) {
@@ -126,13 +134,14 @@ TEST(Volumes, SurviveAMountThatCoversItself) {
 TEST(Volumes, AreReadFromTheKernelWithUniqueIds) {
     const auto volumes = ReadVolumes("/proc/self/mountinfo");
     ASSERT_TRUE(volumes);
-    EXPECT_TRUE(std::is_sorted(volumes->begin(), volumes->end()));
     const auto ids = ReadUniqueMountIds();
     ASSERT_TRUE(ids);
     if (ids->empty())
         GTEST_SKIP() << "this kernel tells no unique mount ids (Linux 6.8 does)";
     for (const Volume& volume : *volumes)
         EXPECT_GT(volume.mount, std::uint64_t{INT32_MAX}) << volume.path;
+    // The table is in the order in which mounts came: these ids are given in that order.
+    EXPECT_TRUE(std::ranges::is_sorted(*volumes, {}, &Volume::mount));
 }
 
 } // namespace

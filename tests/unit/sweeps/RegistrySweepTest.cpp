@@ -20,7 +20,7 @@ protected:
 
     cf::Owned<disks::Disk> MakeDisk(const char* directory, const char* name) const {
         return cf::Owned<disks::Disk>::Adopt(
-            new disks::Disk({0, 0, "/", tree_.Path(directory), name}, name));
+            new disks::Disk({0, 0, "/", tree_.Path(directory), name}, name, 0));
     }
     static void Appear(const cf::Owned<disks::Disk>& disk) {
         DiskArbDiskAppearedCallback(disk.Get(), nullptr);

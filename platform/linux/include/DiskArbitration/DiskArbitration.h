@@ -11,6 +11,10 @@
  * until it is uncovered: its path leads elsewhere. The kernel's own file systems, automatic mount
  * points and network mounts are no disks. A disk appears only once its root answers.
  *
+ * Of any two disks the one mounted last appears last. A disk whose root takes more than a second to
+ * answer holds up no other; once it answers, it appears, and at once after it the disks mounted
+ * later that have appeared already do so once more, with no disappearance in between.
+ *
  * Callbacks run on the loop that the session is scheduled on, and only in its outermost run.
  */
 

@@ -2,10 +2,12 @@
  * Sessions.
  *
  * A session lives on one run loop. Three sources wake it: the monitor of the mount table, a volume
- * that has answered its probe, and a second's wait after something failed for the moment. Whichever
- * it is, the session then takes one step: look at the mount table if it may have changed, start
- * the probes that are due, and tell one event. As long as there was an event it wakes itself for
- * the next step, so that timers, other sources and a stop come in between.
+ * that has answered its probe, and a second's wait after something failed for the moment or while
+ * an appearance may be held back. Whichever it is, the session then takes one step: look at the
+ * mount table if it may have changed, start the probes that are due, and tell one event. As long as
+ * there was an event it wakes itself for the next step, so that timers, other sources and a stop
+ * come in between. The appearances that follow a late one are told in the same step: in between,
+ * somebody would take the older disk for the last one mounted.
  *
  * All three are served in the outermost run only: a callback may take locks that the code below a
  * nested run holds.
@@ -16,6 +18,7 @@
 #include "disks/DiskList.h"
 #include "disks/MountMonitor.h"
 #include "disks/RetryTimer.h"
+#include "loop/Clock.h"
 #include "loop/RunLoop.h"
 
 #include <exception>
@@ -76,8 +79,8 @@ struct __DASession : cf::Object {
 
 private:
     static void TakeStep(void* session) noexcept;
-    bool BringUpToDate() noexcept;
-    void TellOneEvent() noexcept;
+    bool BringUpToDate(cf::Nanoseconds now) noexcept;
+    void TellEvents(cf::Nanoseconds now) noexcept;
 
     disks::MountMonitor monitor_;
     disks::RetryTimer retry_;
@@ -87,6 +90,7 @@ private:
     disks::VolumeProbes probes_;
     disks::DiskList disks_;
     bool tableMayDiffer_ = true;
+    bool isScheduled_ = false;
 };
 
 namespace {
@@ -114,35 +118,38 @@ bool __DASession::IsWhole() const noexcept {
 void __DASession::Schedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
     for (const Source* source : {&wake_, &change_, &again_})
         CFRunLoopAddSource(runLoop, source->Get(), mode);
+    isScheduled_ = true;
     cf::SignalSource(wake_.Get());
 }
 
 void __DASession::Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
     for (const Source* source : {&wake_, &change_, &again_})
         CFRunLoopRemoveSource(runLoop, source->Get(), mode);
+    isScheduled_ = false;
 }
 
 void __DASession::TakeStep(void* info) noexcept {
     // The callback may give the session up.
     const auto session = cf::Owned<__DASession>::Share(static_cast<__DASession*>(info));
-    if (session->BringUpToDate())
+    const cf::Nanoseconds now = cf::MonotonicNow();
+    if (session->BringUpToDate(now) && !session->disks_.MayHoldBack(now))
         session->retry_.Clear();
     else
         session->retry_.Set();
     // By an old table, a disk that has gone might still appear.
     if (!session->tableMayDiffer_)
-        session->TellOneEvent();
+        session->TellEvents(now);
 }
 
 // False when something has to be tried again.
-bool __DASession::BringUpToDate() noexcept {
+bool __DASession::BringUpToDate(cf::Nanoseconds now) noexcept {
     try {
         tableMayDiffer_ = monitor_.TakeChange() || tableMayDiffer_;
         if (tableMayDiffer_) {
             auto volumes = disks::ReadVolumes(kMountTable);
             if (!volumes)
                 return false;
-            disks_.Update(std::move(*volumes));
+            disks_.Update(std::move(*volumes), now);
             tableMayDiffer_ = false;
         }
         disks_.StartProbes(probes_);
@@ -152,12 +159,14 @@ bool __DASession::BringUpToDate() noexcept {
     }
 }
 
-void __DASession::TellOneEvent() noexcept {
-    const disks::DiskEvent event = disks_.TakeEvent();
-    if (!event.disk)
-        return;
-    cf::SignalSource(wake_.Get());
-    (event.appeared ? appeared : disappeared).Tell(event.disk.Get());
+void __DASession::TellEvents(cf::Nanoseconds now) noexcept {
+    do {
+        const disks::DiskEvent event = disks_.TakeEvent(now);
+        if (!event.disk)
+            return;
+        cf::SignalSource(wake_.Get());
+        (event.appeared ? appeared : disappeared).Tell(event.disk.Get());
+    } while (isScheduled_ && disks_.IsOutOfOrder());
 }
 
 const CFStringRef kDADiskDescriptionVolumePathKey = CFSTR("DAVolumePath");

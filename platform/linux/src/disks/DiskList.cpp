@@ -3,7 +3,7 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
-#include <iterator>
+#include <cstddef>
 #include <set>
 #include <string_view>
 
@@ -51,35 +51,60 @@ std::string UniqueName(const Volume& volume, const std::set<std::string>& taken)
     return name;
 }
 
+// Finds disks by their volumes.
+struct ByVolume {
+    using is_transparent = void;
+
+    static const Volume& Of(const Volume& volume) {
+        return volume;
+    }
+    static const Volume& Of(const Disk* disk) {
+        return disk->volume;
+    }
+    template<typename First, typename Second>
+    bool operator()(const First& first, const Second& second) const {
+        return Of(first) < Of(second);
+    }
+};
+
+bool MayStillAnswerInTime(const cf::Owned<Disk>& disk, cf::Nanoseconds now) noexcept {
+    return !disk->isKnown && now - disk->found < DiskList::kPatience;
+}
+
+bool HasAnswered(const cf::Owned<Disk>& disk) noexcept {
+    return disk->probe && disk->probe->answered;
+}
+
 } // namespace
 
-void DiskList::Update(std::vector<Volume> volumes) {
-    const auto volumeOf = [](const cf::Owned<Disk>& disk) -> const Volume& { return disk->volume; };
-    const auto stays = [&](const cf::Owned<Disk>& disk) {
-        return std::ranges::binary_search(volumes, disk->volume);
-    };
-    std::set<std::string> names;
+void DiskList::Update(std::vector<Volume> volumes, cf::Nanoseconds now) {
+    std::set<Disk*, ByVolume> gone;
     for (const auto& disk : present_)
-        if (stays(disk))
-            names.insert(disk->name);
-
-    std::vector<cf::Owned<Disk>> come;
+        gone.insert(disk.Get());
+    std::set<std::string> names;
+    std::vector<cf::Owned<Disk>> present; // none: the volume is new
     for (const Volume& volume : volumes) {
-        if (std::ranges::binary_search(present_, volume, {}, volumeOf))
+        const auto stays = gone.find(volume);
+        present.emplace_back();
+        if (stays == gone.end())
             continue;
-        come.push_back(cf::Owned<Disk>::Adopt(new Disk(volume, UniqueName(volume, names))));
-        names.insert(come.back()->name);
+        present.back() = cf::Owned<Disk>::Share(*stays);
+        names.insert((*stays)->name);
+        gone.erase(stays);
     }
-    gone_.reserve(gone_.size() + present_.size());
-    present_.reserve(present_.size() + come.size());
+    for (std::size_t i = 0; i < volumes.size(); ++i) {
+        if (present[i])
+            continue;
+        auto* const disk = new Disk(volumes[i], UniqueName(volumes[i], names), now);
+        present[i] = cf::Owned<Disk>::Adopt(disk);
+        names.insert(disk->name);
+    }
+    gone_.reserve(gone_.size() + gone.size());
 
     // From here on nothing fails.
-    for (auto& disk : present_)
-        if (!stays(disk))
-            Leave(std::move(disk));
-    std::erase_if(present_, [](const cf::Owned<Disk>& disk) { return !disk; });
-    std::ranges::move(come, std::back_inserter(present_));
-    std::ranges::sort(present_, {}, volumeOf);
+    for (Disk* const disk : gone)
+        Leave(cf::Owned<Disk>::Share(disk));
+    present_ = std::move(present);
 }
 
 void DiskList::Leave(cf::Owned<Disk> disk) noexcept {
@@ -96,21 +121,37 @@ void DiskList::StartProbes(VolumeProbes& probes) {
             disk->probe = probes.Start(disk->volume.path);
 }
 
-DiskEvent DiskList::TakeEvent() noexcept {
+DiskEvent DiskList::TakeEvent(cf::Nanoseconds now) noexcept {
     if (!gone_.empty()) {
         DiskEvent event = {std::move(gone_.front()), false};
         gone_.erase(gone_.begin());
         return event;
     }
-    const auto hasAnswered = [](const cf::Owned<Disk>& disk) {
-        return disk->probe && disk->probe->answered;
-    };
-    const auto disk = std::ranges::find_if(present_, hasAnswered);
-    if (disk == present_.end())
-        return {};
+    bool isHeldBack = false;
+    for (auto disk = present_.begin(); disk != present_.end(); ++disk) {
+        if ((*disk)->appearsAgain || (!isHeldBack && HasAnswered(*disk)))
+            return TellAppearance(disk);
+        isHeldBack |= MayStillAnswerInTime(*disk, now);
+    }
+    return {};
+}
+
+DiskEvent DiskList::TellAppearance(Position disk) noexcept {
     (*disk)->probe.reset();
     (*disk)->isKnown = true;
+    (*disk)->appearsAgain = false;
+    for (auto younger = disk + 1; younger != present_.end(); ++younger)
+        (*younger)->appearsAgain = (*younger)->isKnown;
     return {cf::Owned<Disk>::Share(disk->Get()), true};
+}
+
+bool DiskList::IsOutOfOrder() const noexcept {
+    return std::ranges::any_of(present_, [](const auto& disk) { return disk->appearsAgain; });
+}
+
+bool DiskList::MayHoldBack(cf::Nanoseconds now) const noexcept {
+    return std::ranges::any_of(present_,
+                               [now](const auto& disk) { return MayStillAnswerInTime(disk, now); });
 }
 
 } // namespace disks

@@ -6,11 +6,16 @@
  * root has answered, its appearance is told, and when it goes after that, its disappearance. One
  * that goes before is never heard of. Disappearances are told first.
  *
+ * Appearances are told in the order of mounting. A disk that does not answer within kPatience holds
+ * the younger ones back no longer. When it appears after all, those of them that are known appear
+ * again, so that of any two disks the one mounted last is the one that appeared last.
+ *
  * For one thread, but for what a Disk says of itself.
  */
 
 #include "disks/VolumeProbes.h"
 #include "disks/Volumes.h"
+#include "loop/Clock.h"
 #include "objects/Object.h"
 
 #include <DiskArbitration/DiskArbitration.h>
@@ -24,14 +29,17 @@
 struct __DADisk : cf::Object {
     static const cf::Class kClass;
 
-    __DADisk(disks::Volume itsVolume, std::string itsName)
-        : cf::Object(&kClass), volume(std::move(itsVolume)), name(std::move(itsName)) {}
+    __DADisk(disks::Volume itsVolume, std::string itsName, cf::Nanoseconds now)
+        : cf::Object(&kClass), volume(std::move(itsVolume)), name(std::move(itsName)), found(now) {}
 
     const disks::Volume volume;
     const std::string name; // see DADiskGetBSDName
     std::atomic<bool> isPresent = true;
-    std::shared_ptr<disks::Probe> probe; // the list's own, as is the next
-    bool isKnown = false;                // its appearance was told
+    // What follows is the list's own.
+    const cf::Nanoseconds found; // when, by the monotonic clock
+    std::shared_ptr<disks::Probe> probe;
+    bool isKnown = false;      // its appearance was told
+    bool appearsAgain = false; // is to be told once more, behind an older one's
 };
 
 namespace disks {
@@ -45,19 +53,29 @@ struct DiskEvent {
 
 class DiskList {
 public:
-    // The volumes there are now, sorted. May throw std::bad_alloc, and has changed nothing then.
-    void Update(std::vector<Volume> volumes);
+    static constexpr cf::Nanoseconds kPatience = cf::kSecond;
+
+    // The volumes there are now, oldest first; now is by the monotonic clock, here and below. May
+    // throw std::bad_alloc, and has changed nothing then.
+    void Update(std::vector<Volume> volumes, cf::Nanoseconds now);
 
     // Starts the probes that are not yet started; throws what VolumeProbes::Start throws.
     void StartProbes(VolumeProbes& probes);
 
     // The next event, which is thereby told.
-    DiskEvent TakeEvent() noexcept;
+    DiskEvent TakeEvent(cf::Nanoseconds now) noexcept;
+
+    // An older disk has just appeared; the next events are those of the disks that appear again.
+    bool IsOutOfOrder() const noexcept;
+    // Within kPatience there may be an event, though no probe is answered.
+    bool MayHoldBack(cf::Nanoseconds now) const noexcept;
 
 private:
+    using Position = std::vector<cf::Owned<Disk>>::iterator;
     void Leave(cf::Owned<Disk> disk) noexcept;
+    DiskEvent TellAppearance(Position disk) noexcept;
 
-    std::vector<cf::Owned<Disk>> present_; // sorted by volume
+    std::vector<cf::Owned<Disk>> present_; // oldest first
     std::vector<cf::Owned<Disk>> gone_;    // to be told
 };
 

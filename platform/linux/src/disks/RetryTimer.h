@@ -4,7 +4,7 @@
 namespace disks {
 
 // A descriptor that becomes readable a second after it was set, whatever happens to the wall
-// clock. Setting it needs no memory: it is for what failed for want of that.
+// clock. Setting it needs no memory: it is for what failed for want of that, too.
 class RetryTimer {
 public:
     RetryTimer() noexcept;

@@ -108,7 +108,6 @@ std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& id
         const auto id = unique != ids.end() ? unique->second : static_cast<std::uint64_t>(mount.id);
         volumes.push_back({id, mount.device, mount.root, mount.path, mount.source});
     }
-    std::ranges::sort(volumes);
     return volumes;
 }
 

@@ -17,8 +17,7 @@ namespace disks {
 /*
  * One device and root directory of a file system, at its first mount. A mount that is covered by
  * another one does not count: its path leads elsewhere. Two volumes are equal when nothing has
- * happened to that mount in between; they sort by the age of their mounts, oldest first, as far as
- * the kernel tells.
+ * happened to that mount in between.
  */
 struct Volume {
     std::uint64_t mount; // unique id, or the mount table's where there is none
@@ -30,8 +29,8 @@ struct Volume {
     auto operator<=>(const Volume&) const = default;
 };
 
-// Sorted. Left out are the kernel's own file systems, automatic mount points and network mounts.
-// May throw std::bad_alloc, as may the next.
+// In the order of mounting, which is the kernel's table's own. Left out are the kernel's own file
+// systems, automatic mount points and network mounts. May throw std::bad_alloc, as may the next.
 std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& ids);
 
 // The volumes there are now, or nothing when they cannot be told.
