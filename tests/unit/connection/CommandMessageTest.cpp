@@ -6,6 +6,7 @@
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
 #include "FakeServer.h"
+#include "RefusedKey.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 
@@ -326,6 +327,66 @@ TEST(BuilderFailure, EachStepOfAStatusMessageHasItsText) {
                         {"String", "fail set message"},
                         {"UInt16", "fail set cur step"},
                         {"UInt16", "fail set max step"}}));
+}
+
+// A value that finds no room, whichever it is, is told as the step that was to set it.
+TEST(BuilderFailure, EachValueThatFindsNoRoomHasItsText) {
+    LogCapture log;
+    const Build eject = [](CFMutableDictionaryRef* message) {
+        return InitEjectDiscMessage(kGUID, 1, 3, 1, message);
+    };
+    const Build mount = [](CFMutableDictionaryRef* message) {
+        return InitMountDiscMessage(kGUID, 1, "", 0, "client", 15, 1, message);
+    };
+    const Build identification = [](CFMutableDictionaryRef* message) {
+        return InitRequestIdentificationMessage(kGUID, 1, true, message);
+    };
+    const Build status = [](CFMutableDictionaryRef* message) {
+        return InitSetClientStatusMessage(kGUID, "client", "text", 1, 2, false, message);
+    };
+    const struct {
+        const Build& build;
+        const char* key;
+        const char* message;
+    } cases[] = {
+        {eject, "command", "fail alloc messageDict"},
+        {eject, "Changer GUID", "fail set GUID argument"},
+        {eject, "Storage Element Index", "fail set storage element index"},
+        {eject, "private", "fail set eject private flag"},
+        {eject, "private PID", "fail set eject private PID"},
+        {eject, "private family", "fail set eject private family to 1"},
+        {eject, "overridePrivate", "fail set override private flag"},
+        {mount, "command", "fail alloc messageDict"},
+        {mount, "Changer GUID", "fail set GUID argument"},
+        {mount, "Storage Element Index", "fail set storage element index"},
+        {mount, "Partition ID", "fail set partition id string"},
+        {mount, "Data Transfer Element Index", "fail set data transfer element index"},
+        {mount, "client name", "fail set client name string"},
+        {mount, "private", "fail set mount private flag"},
+        {mount, "private PID", "fail set mount private PID"},
+        {mount, "private family", "fail set private mount family to 1"},
+        {mount, "mount disc disallow mount", "fail set disallow mount flag"},
+        {mount, "mount disc clear errors", "fail set clear errors flag"},
+        {mount, "mount disc start mount", "fail set start mount flag"},
+        {identification, "command", "fail alloc messageDict"},
+        {identification, "Changer GUID", "fail set changer GUID"},
+        {identification, "Storage Element Index", "fail set storage element index"},
+        {identification, "request", "fail save request identification"},
+        {status, "command", "fail create message dict"},
+        {status, "Changer GUID", "fail set changer GUID"},
+        {status, "client name", "fail set client name"},
+        {status, "message", "fail set message"},
+        {status, "current step", "fail set cur step"},
+        {status, "maximum step", "fail set max step"},
+    };
+    for (const auto& each : cases) {
+        const RefusedKey refused(each.key);
+        CFMutableDictionaryRef message = nullptr;
+        const std::vector<std::string> messages = TakeMessages(each.build(&message));
+        ASSERT_FALSE(messages.empty()) << each.message;
+        EXPECT_EQ(messages.back(), each.message) << each.key;
+        EXPECT_EQ(message, nullptr) << each.message;
+    }
 }
 
 TEST(BuilderFailure, TextsThatAreNotUTF8AreNotSent) {

@@ -5,6 +5,7 @@
 #include "Frames.h"
 #include "ProcessTable.h"
 #include "RecordedTimers.h"
+#include "RefusedKey.h"
 #include "ScriptedServer.h"
 #include "Seams.h"
 #include "support/Chain.h"
@@ -316,6 +317,12 @@ TEST_F(Exchange, AFailedOneEmptiesTheCallersReply) {
     CFDictionaryRef slot = earlier;
     EXPECT_THAT(TakeChain(SendMessageToChangerServer(message, &slot)), testing::SizeIs(3));
     EXPECT_EQ(slot, nullptr);
+}
+
+TEST_F(Exchange, WithoutRoomToAskForNoReplyIsNotSent) {
+    const RefusedKey refused("no reply");
+    EXPECT_EQ(TakeChain(SendMessageToChangerServer(message, nullptr)),
+              Chain{Raised("fail create copy of message dict", "SendMessageToChangerServer")});
 }
 
 TEST_F(Exchange, WithoutServerFailsToFindIt) {

@@ -43,6 +43,20 @@ CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator
 }
 }
 
+static bool g_recognitionFails = false; // which it never does by itself
+
+extern "C" {
+VErrLink* __real__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot);
+VErrLink* __wrap__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot);
+
+VErrLink* __wrap__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot) {
+    VErrLink* err = nullptr;
+    if (g_recognitionFails)
+        return VErrRaise(VErrThrow(&err, "fail on purpose"), "test/Recognition", __func__, 1);
+    return __real__Z34IsDirectoryRootOfChangerFileSystemPKcPb(directory, isRoot);
+}
+}
+
 namespace {
 
 constexpr const char* kSource = "trayprobed/ChangerFSCacheManager";
@@ -196,6 +210,19 @@ TEST_F(DiskCallbacks, AVolumeWithoutADescriptionIsLogged) {
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre("ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
                             "DADiskCopyDescription"));
+}
+
+TEST_F(DiskCallbacks, AFailedRecognitionIsLoggedWithThePath) {
+    tree_.MakeChangerRoot("", 7);
+    g_recognitionFails = true;
+    Appear("sr0", tree_.Root());
+    g_recognitionFails = false;
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(HasSubstr(": fail on purpose"),
+                            "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
+                            "IsDirectoryRootOfChangerFileSystem for \"" +
+                                tree_.Root() + "\""));
+    EXPECT_EQ(PathOf(7), "");
 }
 
 TEST_F(DiskCallbacks, ASecondVolumeOfAChangerReplacesTheFirst) {

@@ -3,6 +3,7 @@
 #include "FakeTime.h"
 #include "Journal.h"
 #include "RecordedTimers.h"
+#include "RefusedKey.h"
 #include "Store.h"
 
 #include "AllocationFaults.h"
@@ -273,6 +274,30 @@ TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
     EXPECT_THAT(newest, testing::IsSupersetOf(
                             {"fail create changerGUIDNum", "fail CFRunLoopTimerCreate",
                              "fail GetChangerDictForGUID", "fail SetChangerDictForGUID"}));
+}
+
+// The loop has it by then, and nobody can take it out again.
+TEST_F(DailyTimer, WithoutRoomInTheStateSchedulingFailsAfterAdding) {
+    const RefusedKey refused("FS Cache Timer");
+    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
+              (Chain{{"fail SetChangerDictForGUID", "ScheduleChangerFSCacheTimer", kSource}}));
+    EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
+    EXPECT_FALSE(HoldsTimer());
+}
+
+TEST_F(DailyTimer, WithoutMemoryUnschedulingFails) {
+    std::set<std::string> newest;
+    VErrLink* err = nullptr;
+    ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+    SweepAllocationFaults([&](std::size_t) { err = UnscheduleChangerFSCacheTimer(kChanger); },
+                          [&](std::size_t nth, bool happened) {
+                              EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
+                              EXPECT_EQ(HoldsTimer(), happened) << "allocation " << nth;
+                              const Chain chain = TakeChain(err);
+                              if (!chain.empty())
+                                  newest.insert(chain.back().message);
+                          });
+    EXPECT_THAT(newest, ElementsAre("fail GetChangerDictForGUID", "fail SetChangerDictForGUID"));
 }
 
 // ---- firing ----

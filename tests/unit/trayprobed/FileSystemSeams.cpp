@@ -3,6 +3,7 @@
 #include "AllocationFaults.h"
 #include "Journal.h"
 #include "StateLock.h"
+#include "common/VErr.h"
 
 #include <cerrno>
 #include <dirent.h>
@@ -20,6 +21,7 @@ struct Seams {
     std::map<std::string, int> openingsToFail;
     std::map<std::string, int> listingErrors;
     std::map<std::string, int> statusErrors;
+    std::string failingMediaTest;
     std::map<std::string, std::string> sameAs;
     std::function<void()> onOpening;
     std::function<void(const std::string&)> onListing;
@@ -66,6 +68,11 @@ bool BeginListing(DIR* stream) {
     return error == 0;
 }
 
+bool IsMediaTestToFail(const char* path) {
+    const NoAllocationFaultsHere here;
+    return g_seams != nullptr && RelativePath(path) == g_seams->failingMediaTest;
+}
+
 } // namespace
 
 extern "C" {
@@ -79,6 +86,8 @@ DIR* __wrap_opendir(const char* path);
 DIR* __wrap_fdopendir(int descriptor);
 struct dirent* __wrap_readdir(DIR* stream);
 int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags);
+VErrLink* __real__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(const char* path, bool* isRoot);
+VErrLink* __wrap__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(const char* path, bool* isRoot);
 
 int __wrap_openat(int folder, const char* name, int flags, ...) {
     const NoAllocationFaultsHere here;
@@ -133,6 +142,13 @@ int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags)
         g_seams->onStatus(path);
     return result;
 }
+
+VErrLink* __wrap__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(const char* path, bool* isRoot) {
+    VErrLink* err = nullptr;
+    if (IsMediaTestToFail(path))
+        return VErrRaise(VErrThrow(&err, "fail on purpose"), "test/MediaTest", __func__, 1);
+    return __real__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(path, isRoot);
+}
 }
 
 FileSystemSeams::FileSystemSeams(const std::string& root) {
@@ -155,6 +171,10 @@ void FileSystemSeams::FailListing(const std::string& path, int error) {
 
 void FileSystemSeams::FailStatus(const std::string& path, int error) {
     g_seams->statusErrors[path] = error;
+}
+
+void FileSystemSeams::FailMediaTest(const std::string& path) {
+    g_seams->failingMediaTest = path;
 }
 
 void FileSystemSeams::PretendSame(const std::string& path, const std::string& other) {

@@ -24,6 +24,8 @@ public:
     static void FailOpening(const std::string& path, int error, int times = INT_MAX);
     static void FailListing(const std::string& path, int error);
     static void FailStatus(const std::string& path, int error);
+    // Whether it is a media root cannot be told, which never happens by itself.
+    static void FailMediaTest(const std::string& path);
     // The one directory is the other's, as a mount would have it.
     static void PretendSame(const std::string& path, const std::string& other);
     // Called behind each opening of a directory below the top.

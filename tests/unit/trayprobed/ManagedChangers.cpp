@@ -68,6 +68,31 @@ VErrLink* UnsubscribeFromChangerNotifications(ChangerNotificationSubscription* s
     return Answer(__func__);
 }
 
+// These never fail by themselves.
+extern "C" {
+VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
+VErrLink* __real__Z22GetGlobalShouldIdMediaPi(SInt32* shouldId);
+VErrLink* __real__Z22SetGlobalShouldIdMediai(SInt32 shouldId);
+VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
+VErrLink* __wrap__Z22GetGlobalShouldIdMediaPi(SInt32* shouldId);
+VErrLink* __wrap__Z22SetGlobalShouldIdMediai(SInt32 shouldId);
+
+VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
+    VErrLink* err = Answer("SaveChangerInfoList");
+    return err != nullptr ? err : __real__Z19SaveChangerInfoListPK9__CFArray(list);
+}
+
+VErrLink* __wrap__Z22GetGlobalShouldIdMediaPi(SInt32* shouldId) {
+    VErrLink* err = Answer("GetGlobalShouldIdMedia");
+    return err != nullptr ? err : __real__Z22GetGlobalShouldIdMediaPi(shouldId);
+}
+
+VErrLink* __wrap__Z22SetGlobalShouldIdMediai(SInt32 shouldId) {
+    VErrLink* err = Answer("SetGlobalShouldIdMedia");
+    return err != nullptr ? err : __real__Z22SetGlobalShouldIdMediai(shouldId);
+}
+}
+
 ManagedChangers::ManagedChangers() {
     setenv("TZ", "UTC", 1);
     g_fakes = {};

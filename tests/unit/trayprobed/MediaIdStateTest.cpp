@@ -1,6 +1,7 @@
 #include "Store.h"
 
 #include "AllocationFaults.h"
+#include "RefusedKey.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 
 #include <gmock/gmock.h>
@@ -330,6 +331,26 @@ TEST_F(Store, AMissingListIsAFailure) {
 }
 
 // ---- flags ----
+
+TEST_F(Store, AFlagWithoutRoomFailsInTheNameOfItsSetter) {
+    struct Case {
+        const char* key;
+        VErrLink* (*set)(UInt64 changerGUID, SInt32 flag);
+        const char* function;
+    };
+    AddChanger(kChanger);
+    for (const Case& each :
+         {Case{"Changer FS Cache Build In Progress", SetChangerFSCacheBuildInProgress,
+               "SetChangerFSCacheBuildInProgress"},
+          Case{"Should Abort Operation", SetChangerShouldAbortOperation,
+               "SetChangerShouldAbortOperation"}}) {
+        const RefusedKey refused(each.key);
+        EXPECT_EQ(TakeChain(each.set(kChanger, 1)),
+                  (Chain{Raised("fail CFHDictionarySetBoolValue", each.function)}));
+    }
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_FALSE(ShouldAbort(kChanger));
+}
 
 TEST_F(Store, AFailureEmptiesTheCallersReference) {
     const auto earlier = Dictionary();

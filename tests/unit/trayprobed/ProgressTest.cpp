@@ -126,6 +126,23 @@ TEST_F(Progress, ADirectoryThatCannotBeCountedDoesNotStopTheStart) {
     Journal::Take();
 }
 
+TEST_F(Progress, AFailedCountIsLoggedAndLeavesWhatItReached) {
+    MakeMediaRoot("one");
+    tree_.MakeDirectory("folder");
+    FileSystemSeams::FailMediaTest("./folder");
+    FSCacheStatusReport* report = Start();
+    // Whichever of the two was listed first.
+    EXPECT_THAT(Commands(), ElementsAre(Show(0, 0), testing::AnyOf(Show(0, 0), Show(0, 1))));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(testing::HasSubstr(": fail on purpose"),
+                            "ChangerFSCacheThread:123, CountMediaRootDirectories: fail "
+                            "IsDirectoryMediaRootOfChangerFileSystem",
+                            "ChangerFSCacheThread:123, StartStatusReportingForFullFSCache: fail "
+                            "CountMediaRootDirectories"));
+    EndStatusReportingForFullFSCache(report);
+    Journal::Take();
+}
+
 TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
     FSCacheStatusReport report = {kChanger, "m", 65535, 3, 0};
     EXPECT_EQ(StatusReportingEnterMedia(&report), nullptr);

@@ -265,6 +265,13 @@ TEST_F(Scheduling, APreferenceThatIsNoBooleanFails) {
                             "fail get should id media flag from changer prefs"));
 }
 
+TEST_F(Scheduling, AGlobalFlagThatCannotBeReadFails) {
+    g_fakes.failing = "GetGlobalShouldIdMedia";
+    EXPECT_THAT(FailedStart({New(1)}),
+                ElementsAre("fail on purpose", "fail GetGlobalShouldIdMedia"));
+    g_fakes.failing.clear();
+}
+
 TEST_F(Scheduling, AnUnknownChangerFails) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_THAT(FailedStart({New(1)}),

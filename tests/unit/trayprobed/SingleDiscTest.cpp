@@ -149,6 +149,20 @@ TEST_F(SingleDisc, AnAbortInTheSecondMediaRootLeavesTheDiscCached) {
     EXPECT_THAT(Journal::Take(), SizeIs(5)); // and no second round
 }
 
+// The text names the other test.
+TEST_F(SingleDisc, AMediaTestThatFailsEndsTheRound) {
+    Mount();
+    SaveMedium(1, true);
+    tree_.MakeDirectory("folder");
+    FileSystemSeams::FailMediaTest("./folder");
+    const Chain chain = Run();
+    ASSERT_THAT(chain, SizeIs(3));
+    EXPECT_EQ(chain[1], (RaisedLink{"fail IsDirectoryRootOfChangerFileSystem", "RunAFSCacheUpdate",
+                                    kWalkSource}));
+    EXPECT_EQ(chain[2], (RaisedLink{"fail RunAFSCacheUpdate", "RunFSCache", kWalkSource}));
+    EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
+}
+
 TEST_F(SingleDisc, AFailedWalkNamesItsMediaRoot) {
     Mount();
     SaveMedium(0, false);

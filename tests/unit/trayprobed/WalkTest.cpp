@@ -372,6 +372,27 @@ TEST_F(Walking, LeavingAMediaRootIsReported) {
     EXPECT_EQ(report.mediaDepth, 0);
 }
 
+TEST_F(Walking, AMediaTestThatFailsEndsTheWalkAndTheCount) {
+    tree_.MakeDirectory("a/b");
+    FileSystemSeams::FailMediaTest("./a/b");
+    FSCacheStatusReport report = {};
+    Chain chain = Walk(1, &report);
+    ASSERT_THAT(chain, SizeIs(3));
+    EXPECT_EQ(chain[1], Raised("fail IsDirectoryMediaRootOfChangerFileSystem"));
+    EXPECT_EQ(chain[2], Raised("fail CacheFSDirectory"));
+    EXPECT_EQ(report.mediaDepth, 0);
+
+    UInt16 count = 5;
+    chain = TakeChain(CountMediaRootDirectories(tree_.Root().c_str(), &count));
+    ASSERT_THAT(chain, SizeIs(3));
+    EXPECT_EQ(chain[1], (RaisedLink{"fail IsDirectoryMediaRootOfChangerFileSystem",
+                                    "CountMediaRootDirectories", kWalkSource}));
+    EXPECT_EQ(chain[2], (RaisedLink{"fail CountMediaRootDirectories", "CountMediaRootDirectories",
+                                    kWalkSource}));
+    EXPECT_EQ(count, 5);
+    Journal::Take();
+}
+
 TEST_F(Walking, TheRootItselfIsNotTested) {
     MakeMediaRoot("");
     FSCacheStatusReport report = {};
