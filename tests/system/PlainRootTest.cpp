@@ -5,6 +5,7 @@
 
 #include "stage/Failure.h"
 #include "stage/PrivateWorld.h"
+#include "stage/ProcessState.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -59,6 +60,9 @@ TEST(PlainRootTest, DaemonRunsInAPrivateWorldThere) {
 }
 
 TEST(PlainRootTest, MissingProcFileSystemIsNamed) {
+    if (stage::kHasSanitizer) {
+        GTEST_SKIP() << "a sanitizer itself takes /proc";
+    }
     const ProgramEnd end = RunProgram({"system-tests"}, [] { ChangeToPlainRootWithout("/proc"); });
     EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("is the proc file system mounted"));
