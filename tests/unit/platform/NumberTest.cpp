@@ -112,6 +112,30 @@ TEST(Number, AboveTheSignedRangeKeepsItsBits) {
                      {{false, -17}, {false, -12817}, {false, -1985229329}, {true, kGuidBits}});
 }
 
+TEST(Number, AboveTheSignedRangeConvertsByItsLow64BitsAsSigned) {
+    struct Row {
+        std::uint64_t stored;
+        Conversion expected;
+    };
+    constexpr std::uint64_t k2To31 = std::uint64_t{1} << 31;
+    const Row rows[] = {
+        {0 - std::uint64_t{1}, {{true, -1}, {true, -1}, {true, -1}, {true, -1}}},
+        {0 - std::uint64_t{128}, {{true, -128}, {true, -128}, {true, -128}, {true, -128}}},
+        {0 - std::uint64_t{129}, {{false, 127}, {true, -129}, {true, -129}, {true, -129}}},
+        {0 - std::uint64_t{32768}, {{false, 0}, {true, -32768}, {true, -32768}, {true, -32768}}},
+        {0 - std::uint64_t{32769}, {{false, -1}, {false, 32767}, {true, -32769}, {true, -32769}}},
+        {0 - k2To31, {{false, 0}, {false, 0}, {true, INT32_MIN}, {true, INT32_MIN}}},
+        {0 - k2To31 - 1, {{false, -1}, {false, -1}, {false, INT32_MAX}, {true, -2147483649}}},
+        {std::uint64_t{1} << 63, {{false, 0}, {false, 0}, {false, 0}, {true, INT64_MIN}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.stored);
+        const Held<CFNumberRef> number(static_cast<CFNumberRef>(
+            static_cast<const void*>(cf::SharedUnsignedInteger(row.stored))));
+        ExpectConversion(number, row.expected);
+    }
+}
+
 TEST(Number, AboveTheSignedRangeEqualsOnlyItsOwnKind) {
     const Held<CFTypeRef> number(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
     const Held<CFTypeRef> same(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));

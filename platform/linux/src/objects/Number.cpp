@@ -113,10 +113,9 @@ bool StoreInteger(NumberValue number, void* address) noexcept {
         stored = RealAsInteger<Integer>(number.Real());
         survived = static_cast<double>(stored) == number.Real();
     } else {
+        // An unsigned number goes by its 64 bits as those of a signed one.
         stored = static_cast<Integer>(number.Signed());
-        // All bits of an unsigned number have room in 64, and in no less.
-        survived = number.kind == kUnsignedNumber ? sizeof stored == sizeof number.bits
-                                                  : SurvivesIn<Integer>(number.Signed());
+        survived = SurvivesIn<Integer>(number.Signed());
     }
     std::memcpy(address, &stored, sizeof stored);
     return survived;
