@@ -61,6 +61,10 @@ TEST(StringGetCString, CopiesWhatTheEncodingHas) {
         {CFSTR("caf\u00E9"), kCFStringEncodingISOLatin1, "caf\xE9"},
         {CFSTR("caf\u00E9"), kCFStringEncodingASCII, nullptr},
         {CFSTR("\u4E2D"), kCFStringEncodingISOLatin1, nullptr},
+        {CFSTR("\x7F"), kCFStringEncodingASCII, "\x7F"},
+        {CFSTR("\u0080"), kCFStringEncodingASCII, nullptr},
+        {CFSTR("\u00FF"), kCFStringEncodingISOLatin1, "\xFF"},
+        {CFSTR("\u0100"), kCFStringEncodingISOLatin1, nullptr},
         {CFSTR("\U0001F600"), kCFStringEncodingUTF8, "\xF0\x9F\x98\x80"},
         {CFSTR("plain"), kMacRoman, nullptr},
     };
@@ -190,6 +194,29 @@ TEST(StringUnits, OfAPairMayBeSplit) {
     EXPECT_EQ(unit, 0xD83D);
     CFStringGetCharacters(CFSTR("\U0001F600"), CFRangeMake(1, 1), &unit);
     EXPECT_EQ(unit, 0xDE00);
+}
+
+TEST(StringUnits, OfTheFirstAndLastCharactersOfEachSizeAreTheirUtf8) {
+    struct Row {
+        const char* utf8;
+        std::vector<UniChar> units;
+    };
+    const Row rows[] = {
+        {"\x7F", {0x7F}},
+        {"\xC2\x80", {0x80}},
+        {"\xC3\xBF", {0xFF}},
+        {"\xDF\xBF", {0x7FF}},
+        {"\xE0\xA0\x80", {0x800}},
+        {"\xEF\xBF\xBF", {0xFFFF}},
+        {"\xF0\x90\x80\x80", {0xD800, 0xDC00}}, // U+10000
+        {"\xF0\x9F\xBF\xBF", {0xD83F, 0xDFFF}},
+        {"\xF4\x8F\xBF\xBF", {0xDBFF, 0xDFFF}}, // U+10FFFF
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.utf8);
+        EXPECT_EQ(UnitsOf(Text(row.utf8)), row.units);
+        EXPECT_TRUE(CFEqual(Units(row.units), Text(row.utf8)));
+    }
 }
 
 TEST(StringUnits, OutsideTheStringAreLeftUnread) {
