@@ -65,11 +65,23 @@ const Row kNoDocument[] = {
     {"Words", "hello world", "Unexpected character h at line 1"},
     {"OldStyle", "{ a = b; }", "Unexpected character { at line 1"},
     {"OldStyleStrings", "\n\"a\" = \"b\";", "Unexpected character \" at line 2"},
-    {"HighBytes", "\x80\x81\xFE\xFF", "Unexpected character ? at line 1"},
+    {"HighBytes", "\x80\x81\xFE\xFF", "Unexpected character \u0080 at line 1"},
+    {"HighByteBehindDeclaration", "<?xml version=\"1.0\"?>\r\n\xFF",
+     "Unexpected character \u00FF at line 2"},
+    {"LoneBracketBehindComment", "<!-- c --><", "No XML content found"},
     {"TextBeforeRoot", "<?xml version=\"1.0\"?>\nx<true/>", "Unexpected character x at line 2"},
     {"DeclarationCut", "<?xml version=\"1.0\"", "End of buffer while looking for encoding name"},
     {"EncodingCut", "<?xml encoding=\"UTF-8", "End of buffer while looking for encoding name"},
+    {"UnquotedEncodingCut", "<?xml encoding=UTF-8",
+     "End of buffer while looking for encoding name"},
+    {"DeclarationCutBehindEncoding", "<?xml encoding=\"UTF-8\" ",
+     "Encountered unexpected EOF while parsing the processing instruction begun on line 1"},
+    {"DeclarationCutInItsName", "<?xm",
+     "Encountered unexpected EOF while parsing the processing instruction begun on line 1"},
+    {"InstructionCut", "<?xml?>\n<?a b?",
+     "Encountered unexpected EOF while parsing the processing instruction begun on line 2"},
     {"DoctypeCut", "<!DOCTYPE plist PUB", "Encountered unexpected EOF while parsing DTD"},
+    {"DoctypeCutInItsName", "<?xml?>\n<!DOC", "Malformed DTD on line 2"},
     {"HeaderOnly", "<?xml version=\"1.0\"?>\n<!DOCTYPE plist>\n", "No XML content found"},
     {"InternalSubset", "<!DOCTYPE plist [<!ENTITY a \"b\">]><true/>",
      "Encountered unexpected character [ on line 1 while parsing DTD"},
@@ -79,6 +91,12 @@ const Row kNoDocument[] = {
     {"UnterminatedComment", "<array>\n<!-- x", "Unterminated comment started on line 2"},
     {"UnknownEncoding", "<?xml version=\"1.0\" encoding=\"FOO-1\"?><true/>",
      "Encountered unknown encoding (FOO-1)"},
+    {"UnknownUnquotedEncoding", "<?xml encoding=FOO-1?><true/>",
+     "Encountered unknown encoding (FOO-1)"},
+    {"UnknownEncodingOfHighBytes", "<?xml encoding='\xE9-1'?><true/>",
+     "Encountered unknown encoding (\u00E9-1)"},
+    {"EncodingOfOtherFirstLetter", "<?xml encoding='vtf-8'?><true/>",
+     "Encountered unknown encoding (vtf-8)"},
     {"Macintosh", "<?xml version='1.0' encoding='macintosh'?><true/>",
      "Encountered unknown encoding (macintosh)"},
     {"Utf16Odd", "\xFF\xFE<", "Unable to convert string to correct encoding"},
@@ -88,6 +106,12 @@ const Row kNoDocument[] = {
     {"SurrogateUtf8", "<string>\xED\xA0\x80</string>",
      "Unable to convert string to correct encoding"},
     {"CutUtf8", "<string>\xE2\x82</string>", "Unable to convert string to correct encoding"},
+    {"InvalidUtf8InKey", "<dict><key>\xFF</key><true/></dict>",
+     "Unable to convert string to correct encoding"},
+    {"StandInBytesInString", "<string>a\xFE\xFF</string>",
+     "Unable to convert string to correct encoding"},
+    {"InvalidUtf8InCdata", "<string><![CDATA[\xFF]]></string>",
+     "Unable to convert string to correct encoding"},
 };
 INSTANTIATE_TEST_SUITE_P(NoDocument, XmlReaderRefuses, testing::ValuesIn(kNoDocument), NameOf);
 
@@ -95,23 +119,65 @@ const Row kGrammar[] = {
     {"PlistCut", "<plist version=\"1.0\">", "Encountered empty plist tag"},
     {"PlistEmpty", "<plist></plist>", "Encountered empty plist tag"},
     {"PlistSelfClosing", "<plist/>", "Encountered empty plist tag"},
+    {"PlistCutBehindLine", "<plist version=\"1.0\">\n", "Encountered unexpected EOF"},
+    {"PlistCutInTag", "<plist><stri", "Encountered empty plist tag"},
+    {"PlistCutInComment", "<plist>\n<!-- a", "Unterminated comment started on line 2"},
+    {"PlistOfNestedEmptyPlist", "<array><plist>", "Encountered empty plist tag"},
+    {"PlistInDictCut", "<dict><key>a</key><plist>\n", "Encountered unexpected EOF"},
     {"PlistOfTwo", "<plist><true/>\n<true/></plist>",
      "Encountered unexpected element at line 2 (plist can only include one object)"},
     {"PlistNotClosed", "<plist><true/>", "Encountered unexpected EOF"},
     {"PlistHalfClosed", "<plist><true/></pli", "Encountered unexpected EOF"},
     {"PlistClosedAsDict", "<plist><true/></dict>", "Encountered unexpected EOF"},
+    {"PlistClosedAsDictByTooFewBytes", "<plist><true/></dict> ",
+     "Close tag on line 1 does not match open tag plist"},
+    {"PlistClosedAsString", "<plist><true/>\n</string>",
+     "Close tag on line 2 does not match open tag plist"},
+    {"PlistClosedAsDictWithMoreBehind", "<plist><true/></dict>\n</plist>",
+     "Close tag on line 1 does not match open tag plist"},
     {"PlistText", "<plist>a</plist>",
      "Encountered unexpected character a on line 1 while looking for open tag"},
     {"UnknownTag", "<plist>\n<foo/></plist>", "Encountered unknown tag foo on line 2"},
+    {"UnknownTagWithAttribute", "<foo a='b'>", "Encountered unknown tag foo on line 1"},
+    {"UnknownTagOfHighBytes", "<\xE9\xFF/>", "Encountered unknown tag \u00E9\u00FF on line 1"},
+    {"UnknownTagInUtf8", "<\u00E9/>", "Encountered unknown tag \u00E9 on line 1"},
+    {"KnownTagAndMore", "<keys>", "Encountered unknown tag keys on line 1"},
+    {"KnownTagAndNul", "<key\0>a</key>"s, "Encountered unknown tag key\0 on line 1"},
+    {"NoTag", "<>", "Malformed tag on line 1"},
+    {"NoTagButBlank", "<plist>\n< true/></plist>", "Malformed tag on line 2"},
+    {"BracketInAttribute", "<array a=\"b>c\"/>",
+     "Encountered unexpected character c on line 1 while looking for open tag"},
+    {"HighByteForTag", "<array>\n\xFF</array>",
+     "Encountered unexpected character \u00FF on line 2 while looking for open tag"},
     {"UpperCase", "<STRING>a</STRING>", "Encountered unknown tag STRING on line 1"},
     {"Html", "<html>", "Encountered unknown tag html on line 1"},
     {"ClosingFirst", "</plist>", "Encountered unknown tag /plist on line 1"},
-    {"NumberTag", "<1/>", "Encountered unknown tag 1/ on line 1"},
+    {"NumberTag", "<1/>", "Encountered unknown tag 1 on line 1"},
     {"DictCut", "<plist><dict>", "Encountered unexpected EOF"},
     {"DictText", "<dict>a</dict>",
      "Encountered unexpected character a on line 1 while looking for open tag"},
     {"DictKeyWithoutValue", "<dict>\n<key>a</key></dict>",
      "Value missing for key inside <dict> at line 2"},
+    {"DictKeyWithoutValueOnItsLine", "<dict>\n<key>a</key>\n\n</dict>",
+     "Value missing for key inside <dict> at line 4"},
+    {"DictEmptyKeyWithoutValue", "<dict>\n<key/>\n</dict>",
+     "Value missing for key inside <dict> at line 3"},
+    {"DictKeyWithoutValueBehindOthers",
+     "<dict><key>a</key><string>b\nc</string><key>d</key><!-- \n --></dict>",
+     "Value missing for key inside <dict> at line 3"},
+    {"DictKeyWithoutValueWrongClose", "<dict><key>a</key>\n</array>",
+     "Value missing for key inside <dict> at line 2"},
+    {"DictCutBehindKeyAndLine", "<dict><key>a</key>\n", "Encountered unexpected EOF"},
+    {"DictCutInTagOnNextLine", "<dict><key>a</key>\n<stri",
+     "Value missing for key inside <dict> at line 2"},
+    {"DictCutInClosingTag", "<plist><dict><key>a</key></dic",
+     "Value missing for key inside <dict> at line 1"},
+    {"DictCutBehindBracket", "<dict><key>a</key><",
+     "Value missing for key inside <dict> at line 1"},
+    {"DictCutInValue", "<dict><key>a</key><string>b", "Encountered unexpected EOF"},
+    {"DictCutInKeysClosingTag", "<dict><key>a</ke", "Encountered unexpected EOF"},
+    {"DictTextForValue", "<dict><key>a</key>b</dict>",
+     "Encountered unexpected character b on line 1 while looking for open tag"},
     {"DictCutAfterKey", "<dict><key>a</key>", "Value missing for key inside <dict> at line 1"},
     {"DictCutInTag", "<dict><key>a</key><stri", "Value missing for key inside <dict> at line 1"},
     {"DictThreeInARow", "<dict><key>a</key><key>b</key><true/></dict>",
@@ -120,6 +186,23 @@ const Row kGrammar[] = {
     {"DictWrongClose", "<dict>\n</dixt>", "Close tag on line 2 does not match open tag dict"},
     {"ArrayText", "<array><true/>\n a</array>",
      "Encountered unexpected character a on line 2 while looking for open tag"},
+    {"ArrayCutInTag", "<array><stri", "Encountered unexpected EOF"},
+    {"ArrayCutBehindBracketAndMark", "<array><!", "Encountered unexpected EOF"},
+    {"ArrayInstructionCut", "<array>\n\n<?a >",
+     "Encountered unexpected EOF while parsing the processing instruction begun on line 3"},
+    {"TouchingClosingTagsLastCut", "<array><array><array></array></array></arra",
+     "Encountered unexpected EOF"},
+    {"TouchingClosingTagsLastWrong", "<array><dict><key>a</key><true/></dict>\n</arraz>",
+     "Close tag on line 2 does not match open tag array"},
+    {"TouchingClosingTagsFirstWrong", "<array><dict></array></dict>",
+     "Close tag on line 1 does not match open tag dict"},
+    {"TouchingClosingTagsOneMissing", "<plist><array><array></array></plist>",
+     "Close tag on line 1 does not match open tag array"},
+    {"TouchingClosingTagsOneTooMany", "<plist><array></array></array></plist>",
+     "Close tag on line 1 does not match open tag plist"},
+    {"ClosingTagWithAttribute", "<array></array a>",
+     "Close tag on line 1 does not match open tag array"},
+    {"LinesOfEachKind", "<array>\r\n\r\n\r\n\r<foo/>", "Encountered unknown tag foo on line 5"},
     {"ArrayCdata", "<array><![CDATA[a]]></array>", "Encountered improper CDATA opening at line 1"},
     {"ArrayWrongClose", "<array></dict>", "Close tag on line 1 does not match open tag array"},
     {"TooDeep", Nested(513, "<array>", "</array>"),
@@ -161,6 +244,15 @@ const Row kTexts[] = {
     {"EntityWithoutDigits", "<string>&#;</string>",
      "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
      "in a real string)"},
+    {"CutInEntity", "<string>a&am", "Encountered unexpected EOF"},
+    {"CutInNumericEntity", "<string>a&#6", "Encountered unexpected EOF"},
+    {"CutInCdataOpening", "<string>a<![CDA", "Encountered unexpected EOF"},
+    {"CutBehindBracket", "<string>a<", "Encountered unexpected EOF"},
+    {"CutInClosingTag", "<string>a</strin", "Encountered unexpected EOF"},
+    {"CutWithInvalidUtf8", "<string>a\xFF", "Unable to convert string to correct encoding"},
+    {"HighByteInNumericEntity", "<string>&#\xE9;</string>",
+     "Encountered unexpected character \u00E9 at line 1 while parsing data"},
+    {"NulInString", "<string>a\0</string>"s, "Encountered unexpected EOF"},
     {"CdataCut", "<string>a\n<![CDATA[b", "Could not find end of CDATA started on line 2"},
     {"CdataWithNul", "<string>x<![CDATA[a\0b]]></string>"s,
      "Could not find end of CDATA started on line 1"},
@@ -189,6 +281,22 @@ INSTANTIATE_TEST_SUITE_P(Texts, XmlReaderRefuses, testing::ValuesIn(kTexts), Nam
 const Row kScalars[] = {
     {"IntegerCut", "<plist><integer>12", "Premature end of file after <integer> on line 1"},
     {"IntegerCutAtOnce", "<plist><integer>", "Premature end of file after <integer> on line 1"},
+    {"IntegerCutInClosingTag", "<plist><integer>12</intege", "Encountered unexpected EOF"},
+    {"IntegerCutOnLaterLine", "<plist>\n<integer>1",
+     "Premature end of file after <integer> on line 2"},
+    {"IntegerHighByte", "<integer>1\xE9</integer>",
+     "Unknown character '\u00E9' (0xe9) in <integer> on line 1"},
+    {"IntegerLineBehind", "<array>\n<integer>\n5\n</integer></array>",
+     "Unknown character '\n' (0xa) in <integer> on line 3"},
+    {"IntegerOnItsLineBehindWhatIsLeftOut",
+     "<!-- \n --><plist\n a='\n'>\n<dict><key>a&amp;b</key>\n<integer b>x</integer></dict></plist>",
+     "Unknown character 'x' (0x78) in <integer> on line 6"},
+    {"IntegerInArrayOnItsLine", "<array>\n<integer>\n\n1x</integer></array>",
+     "Unknown character 'x' (0x78) in <integer> on line 4"},
+    {"IntegerBeforeLaterFault", "<array><integer>x</integer>\n<foo/></array>",
+     "Unknown character 'x' (0x78) in <integer> on line 1"},
+    {"IntegerBeforeItsWrongClose", "<array>\n<integer>x</string></array>",
+     "Unknown character 'x' (0x78) in <integer> on line 2"},
     {"IntegerWrongClose", "<integer>5</string>",
      "Close tag on line 1 does not match open tag integer"},
     {"IntegerEmpty", "<integer></integer>", "Encountered empty <integer> on line 1"},
@@ -201,12 +309,12 @@ const Row kScalars[] = {
     {"IntegerUnit", "<integer>12x</integer>",
      "Unknown character 'x' (0x78) in <integer> on line 1"},
     {"IntegerFraction", "<integer>1.5</integer>",
-     "Unknown character '.' (0x2E) in <integer> on line 1"},
+     "Unknown character '.' (0x2e) in <integer> on line 1"},
     {"IntegerTrailingBlank", "<integer>5 </integer>",
      "Unknown character ' ' (0x20) in <integer> on line 1"},
     {"IntegerTwo", "<integer>1 2</integer>", "Unknown character ' ' (0x20) in <integer> on line 1"},
     {"IntegerTwoSigns", "<integer>--5</integer>",
-     "Unknown character '-' (0x2D) in <integer> on line 1"},
+     "Unknown character '-' (0x2d) in <integer> on line 1"},
     {"IntegerEntity", "<integer>&#49;</integer>",
      "Unknown character '&' (0x26) in <integer> on line 1"},
     {"IntegerSignOnly", "<integer>-</integer>", "Incomplete <integer> on line 1"},
@@ -232,8 +340,13 @@ const Row kScalars[] = {
     {"DateBehindYear9999", "<date>9999-12-31T24:00:00Z</date>",
      "Could not interpret <date> at line 1"},
     {"DataSelfClosing", "<data/>", "Encountered empty <data> on line 1"},
+    {"DateSelfClosing", "<date/>", "Encountered empty <date> on line 1"},
     {"DataWithComment", "<data>AA==<!-- c --></data>",
-     "Encountered unexpected character < on line 1 while looking for close tag"},
+     "Encountered unexpected character ! on line 1 while looking for close tag"},
+    {"DataHighByte", "<data>\nAA\xC3\xA9==</data>",
+     "Could not interpret <data> on line 2 (invalid character 0xC3)"},
+    {"RealOnItsLine", "<dict><key>a</key>\n<real>x</real></dict>",
+     "Encountered misformatted real on line 2"},
 };
 INSTANTIATE_TEST_SUITE_P(Scalars, XmlReaderRefuses, testing::ValuesIn(kScalars), NameOf);
 
@@ -261,7 +374,23 @@ const Row kDocuments[] = {
      "<dict>\n\t<key>a</key>\n\t<string>b</string>\n</dict>"},
     {"LastValueWins", "<dict><key>a</key><true/><key>b</key><true/><key>a</key><false/></dict>",
      "<dict>\n\t<key>a</key>\n\t<false/>\n\t<key>b</key>\n\t<true/>\n</dict>"},
-    {"Attributes", "<array a=\"b>c\" d='/'><true e=\"\"/></array>", "<array>\n\t<true/>\n</array>"},
+    {"Attributes", "<array a=\"b/c\" d='/'><true e=\"\"/></array>", "<array>\n\t<true/>\n</array>"},
+    {"AttributesOfAnyKind",
+     "<plist version=1.0 foo><array a ='>\n<true a b=\"c/>\n<string "
+     "d=e=f>g</string></array></plist>",
+     "<array>\n\t<true/>\n\t<string>g</string>\n</array>"},
+    {"AttributesWithoutText", "<array \xFF\xC3=\"\0\"><true \x80/></array>"s,
+     "<array>\n\t<true/>\n</array>"},
+    {"SelfClosingBehindAttribute", "<array><string a='b'/><dict c/></array>",
+     "<array>\n\t<string></string>\n\t<dict/>\n</array>"},
+    {"InstructionsOfAnyKind", "<?1 a='?><? <true/>\xFF?><array><?'\0\"?></array>"s, "<array/>"},
+    {"DoctypesOfAnyKind", "<!DOCTYPE 1 \"\xFF '><!DOCTYPE><!DOCTYPEplist \0><true/>"s, "<true/>"},
+    {"CommentsOfAnyKind", "<!-- \xFF -- \0 > --><array><!-- <string> &x; \xC3 --></array>"s,
+     "<array/>"},
+    {"InvalidUtf8BehindTheList", "<plist><true/></plist>\xFF\xFE", "<true/>"},
+    {"UnclosedThingsBehindTheList", "<true/><!-- <![CDATA[ <? \xC3", "<true/>"},
+    {"BlankInClosingTags", "<array ><string>a</string\n></array\t>",
+     "<array>\n\t<string>a</string>\n</array>"},
     {"CommentsAndInstructions", "<!-- a --><?b c?><array><!-- d --><true/><?e?><!-- > --></array>",
      "<array>\n\t<true/>\n</array>"},
     {"AnyDoctype", "<!DOCTYPE foo SYSTEM \"file:///dev/zero\"><true/>", "<true/>"},
@@ -270,6 +399,30 @@ const Row kDocuments[] = {
     {"Utf16Big", Utf16("<?xml version='1.0' encoding='UTF-16'?><string>a</string>", true),
      "<string>a</string>"},
     {"Utf16Little", Utf16("<string>a</string>", false), "<string>a</string>"},
+    {"Utf8MarkBeforeLatin1",
+     "\xEF\xBB\xBF<?xml version='1.0' encoding='ISO-8859-1'?><string>\u00E9</string>",
+     "<string>\u00E9</string>"},
+    {"Utf8MarkBeforeUnknownEncoding", "\xEF\xBB\xBF<?xml encoding='FOO-1'?><true/>", "<true/>"},
+    {"Utf16MarkBeforeLatin1", Utf16("<?xml encoding='ISO-8859-1'?><true/>", false), "<true/>"},
+    {"Utf8WithoutHyphen", "<?xml encoding='UTF8'?><string>\u00E9</string>",
+     "<string>\u00E9</string>"},
+    {"Utf8Unquoted", "<?xml encoding=utf-8?><string>\u00E9</string>", "<string>\u00E9</string>"},
+    {"Latin1Unquoted", "<?xml encoding=ISO-8859-1 ?><string>\xE9</string>",
+     "<string>\u00E9</string>"},
+    {"Latin1ByItsOtherName", "<?xml encoding=\"Latin1\"?><string>\xE9\x80\xFF</string>",
+     "<string>\u00E9\u0080\u00FF</string>"},
+    {"AsciiWithHighByte", "<?xml encoding='ascii'?><string>\xE9</string>",
+     "<string>\u00E9</string>"},
+    {"UsAsciiWithHighByte", "<?xml encoding='US-ASCII'?><string>\xE9</string>",
+     "<string>\u00E9</string>"},
+    {"Latin9",
+     "<?xml "
+     "encoding='ISO-8859-15'?><string>\x9F\xA0\xA4\xA6\xA8\xB4\xB8\xBC\xBD\xBE\xBF\xE9</string>",
+     "<string>\u009F\u00A0\u20AC\u0160\u0161\u017D\u017E\u0152\u0153\u0178\u00BF\u00E9</string>"},
+    {"Windows1252", "<?xml encoding='windows-1252'?><string>\x7F\x80\x81\x9F\xA0\xE9</string>",
+     "<string>\x7F\u20AC\u0081\u0178\u00A0\u00E9</string>"},
+    {"NoEncodingBehindTheDeclaration", "<?xml version='1.0'?><!-- encoding='FOO-1' --><true/>",
+     "<true/>"},
     {"Latin1", "<?xml version='1.0' encoding='ISO-8859-1'?><string>\xE9</string>",
      "<string>\xC3\xA9</string>"},
     {"Utf8LowerCase", "<?xml version='1.0' encoding='utf-8'?><string>\xC3\xA9</string>",
@@ -287,6 +440,19 @@ const Row kStrings[] = {
      "<string> a&lt;&amp;lt;b </string>"},
     {"CdataBehindBlanks", "<string> <![CDATA[a]]> </string>", "<string> a </string>"},
     {"NulBehindTheList", "<true/>\0<"s, "<true/>"},
+    {"MarkAtTheBeginning",
+     "<array><string>\uFEFF</string><string>\uFEFFa\uFEFF</string>"
+     "<string>\uFEFF\uFEFFb</string><string>&#xFEFF;c</string></array>",
+     "<array>\n\t<string></string>\n\t<string>a\uFEFF</string>\n\t<string>\uFEFFb</string>\n"
+     "\t<string>c</string>\n</array>"},
+    {"MarkInKey",
+     "<array><dict><key>\uFEFFa</key><true/></dict><dict><key>a</key><true/></dict>"
+     "<dict><key>\uFEFF\uFEFFa</key><true/></dict><dict><key>\uFEFFa</key><true/></dict></array>",
+     "<array>\n\t<dict>\n\t\t<key>a</key>\n\t\t<true/>\n\t</dict>\n"
+     "\t<dict>\n\t\t<key>a</key>\n\t\t<true/>\n\t</dict>\n"
+     "\t<dict>\n\t\t<key>\uFEFFa</key>\n\t\t<true/>\n\t</dict>\n"
+     "\t<dict>\n\t\t<key>a</key>\n\t\t<true/>\n\t</dict>\n</array>"},
+    {"CharacterAcrossCdata", "<string>\xC3<![CDATA[\xA9]]></string>", "<string>\u00E9</string>"},
     {"EntityInKey", "<dict><key>&amp;</key><true/></dict>",
      "<dict>\n\t<key>&amp;</key>\n\t<true/>\n</dict>"},
     {"LongestUtf8", "<string>\x7F\xC2\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF</string>",
@@ -299,6 +465,8 @@ const Row kNumbers[] = {
     {"BlankBehindSign", "<integer> - 5</integer>", "<integer>-5</integer>"},
     {"LeadingLines", "<integer>\n\t5</integer>", "<integer>5</integer>"},
     {"Hex", "<integer>0x1F</integer>", "<integer>31</integer>"},
+    {"UpperCaseHex", "<array><integer>0X1F</integer><integer>-0Xa</integer></array>",
+     "<array>\n\t<integer>31</integer>\n\t<integer>-10</integer>\n</array>"},
     {"NegativeHex", "<integer>-0x10</integer>", "<integer>-16</integer>"},
     {"LeadingZeros", "<integer>007</integer>", "<integer>7</integer>"},
     {"NegativeZero", "<integer>-0</integer>", "<integer>0</integer>"},
@@ -461,49 +629,77 @@ TEST(XmlReader, SurvivesAnyChangedByte) {
     }
 }
 
-// ---- long texts, which are checked by pieces ----
+// ---- texts at each distance from the ends of the words by which they are copied ----
 
-constexpr std::size_t kPiece = std::size_t{16} << 10;
-
-// A string whose n-th byte of all is the first of the text.
-std::string StringFrom(std::size_t n, const std::string& text) {
-    const std::string opening = "<string>";
-    return opening + std::string(n - opening.size(), 'a') + text + "</string>";
+// A string that begins with so many characters.
+std::string StringBehind(std::size_t characters, const std::string& text,
+                         const std::string& behind = "") {
+    return "<string>" + std::string(characters, 'a') + text + behind + "</string>";
 }
 
-TEST(XmlReader, ACharacterMayLieAcrossTwoPieces) {
-    const std::string texts[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"};
-    for (const std::string& text : texts) {
-        for (std::size_t before = 0; before <= text.size(); ++before) {
-            const std::string xml = StringFrom(kPiece - before, text);
-            EXPECT_EQ(WriteBody(ReadList(xml).list.Get()), xml + "\n") << text << before;
+TEST(XmlReader, CharactersAreReadAtEachPlaceOfAWord) {
+    for (std::size_t before = 0; before <= 16; ++before) {
+        for (const std::size_t behind : {0U, 1U, 7U, 8U, 9U}) {
+            for (const std::string text : {"\x7F", "\u0080", "\u20AC", "\U0001F600", "\n", "'"}) {
+                const std::string xml = StringBehind(before, text, std::string(behind, 'b'));
+                EXPECT_EQ(WriteBody(ReadList(xml).list.Get()), xml + "\n") << text << before;
+            }
         }
     }
 }
 
-TEST(XmlReader, NoFaultIsHiddenBetweenTwoPieces) {
-    const std::string faults[] = {"\xC3", "\x82", "\xE2\x82", "\xF0\x9F\x98\xC3\xA9",
-                                  "\x80\x80\x80\x80\x80"};
-    for (const std::string& fault : faults) {
-        for (std::size_t before = 0; before <= fault.size(); ++before)
-            EXPECT_EQ(ReadList(StringFrom(kPiece - before, fault)).error,
-                      "Unable to convert string to correct encoding")
-                << before;
+TEST(XmlReader, MarkupIsFoundAtEachPlaceOfAWord) {
+    for (std::size_t before = 0; before <= 16; ++before) {
+        EXPECT_EQ(WriteBody(ReadList(StringBehind(before, "&amp;<![CDATA[<]]>")).list.Get()),
+                  StringBehind(before, "&amp;&lt;") + "\n");
+        EXPECT_EQ(ReadList(StringBehind(before, "\xFF")).error,
+                  "Unable to convert string to correct encoding");
+        EXPECT_EQ(ReadList(StringBehind(before, "\0"s)).error, "Encountered unexpected EOF");
+        EXPECT_EQ(ReadList(StringBehind(before, "<b/>")).error,
+                  "Encountered unexpected character b on line 1 while looking for close tag");
+        EXPECT_EQ(ReadList("<integer>" + std::string(before, '0') + "5</integer>").error, "");
     }
-    EXPECT_EQ(ReadList("<" + std::string(kPiece + 4, '\x80')).error,
-              "Unable to convert string to correct encoding");
 }
 
-TEST(XmlReader, WhatFollowsANulIsCheckedAndElseOfNoAccount) {
-    EXPECT_EQ(ReadList("<string>a\0"s + std::string(kPiece, 'b') + "</string>").error,
-              "Encountered unexpected EOF");
-    for (const std::size_t place : {kPiece - 1, kPiece, kPiece + 1}) {
-        const std::string xml = StringFrom(place - 9, "") + "\0<"s;
-        const std::string behind(kPiece, 'b');
-        EXPECT_TRUE(ReadList(xml + behind).list) << place;
-        EXPECT_EQ(ReadList(xml + behind + "\xFF").error,
-                  "Unable to convert string to correct encoding");
+TEST(XmlReader, ManyOfTheShortestElementsAreRead) {
+    constexpr CFIndex kCount = 100000;
+    for (const std::string_view element :
+         {"<key/>", "<key></key>", "<true/>", "<dict/>", "<array/>", "<real>1</real>"}) {
+        std::string xml = "<array>";
+        for (CFIndex i = 0; i < kCount; ++i)
+            xml += element;
+        const ReadResult unclosed = ReadList(xml);
+        EXPECT_EQ(unclosed.error, "Encountered unexpected EOF") << element;
+        const ReadResult result = ReadList(xml + "</array>");
+        ASSERT_TRUE(result.list) << element;
+        EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(result.list.Get())), kCount);
     }
+}
+
+TEST(XmlReader, BlanksOfAnyNumberAndKindMayStandBetweenTags) {
+    for (std::size_t count = 0; count <= 20; ++count) {
+        for (const char blank : {' ', '\t', '\n', '\r'}) {
+            const std::string blanks = "\n" + std::string(count, blank);
+            const std::string xml = "<array>" + blanks + "<true/>" + blanks + "</array>";
+            EXPECT_EQ(WriteBody(ReadList(xml).list.Get()), "<array>\n\t<true/>\n</array>\n");
+        }
+        const std::string tabs = "<array>\n" + std::string(count, '\t');
+        EXPECT_EQ(ReadList(tabs + "\x0B<true/></array>").error,
+                  "Encountered unexpected character \x0B on line 2 while looking for open tag");
+    }
+}
+
+TEST(XmlReader, WhatFollowsANulIsOfNoAccount) {
+    EXPECT_EQ(ReadList("<string>a\0b</string>"s).error, "Encountered unexpected EOF");
+    EXPECT_EQ(ReadList("<array>\0</array>"s).error, "Encountered unexpected EOF");
+    EXPECT_EQ(ReadList("<integer>5\0</integer>"s).error,
+              "Premature end of file after <integer> on line 1");
+    EXPECT_TRUE(ReadList("<true/>\0<\xFF"s).list);
+    // One that was left out ends no text behind it.
+    EXPECT_EQ(WriteBody(ReadList("<array a='\0'><string>&amp;</string><!-- \0 -->"
+                                 "<string>&lt;</string></array>"s)
+                            .list.Get()),
+              "<array>\n\t<string>&amp;</string>\n\t<string>&lt;</string>\n</array>\n");
 }
 
 // ---- dictionaries behind others, from which keys are expected ----

@@ -2,7 +2,7 @@
 
 #include "lists/CalendarDate.h"
 #include "lists/MalformedList.h"
-#include "lists/Utf16.h"
+#include "lists/Transcoding.h"
 #include "objects/String.h"
 
 #include <CoreFoundation/CFNumber.h>

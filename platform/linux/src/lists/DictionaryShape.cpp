@@ -6,15 +6,6 @@
 
 namespace cf {
 
-namespace {
-
-std::string_view PlainText(const Object* key) noexcept {
-    const std::string_view text = TextOf(static_cast<const String*>(key));
-    return text.find('&') == text.npos ? text : std::string_view();
-}
-
-} // namespace
-
 bool DictionaryShape::Fits(std::span<const Pair> pairs) const noexcept {
     return last_ && std::ranges::equal(pairs, std::span(keys_).first(count_), {}, &Pair::key);
 }
@@ -40,7 +31,7 @@ const Object* DictionaryShape::ShareAndLearn(std::span<Pair> pairs) noexcept {
     if (pairs.size() > kMostKeys)
         return SharedDictionary(pairs);
     for (const Pair& pair : pairs) {
-        texts_[count_] = PlainText(pair.key);
+        texts_[count_] = TextOf(static_cast<const String*>(pair.key));
         keys_[count_++] = pair.key;
     }
     const auto* dictionary = static_cast<const Dictionary*>(SharedDictionary(pairs));

@@ -23,8 +23,7 @@ public:
     // Up to so many keys, comparing each with all others is cheaper than sorting them.
     static constexpr std::size_t kMostKeys = 32;
 
-    // The text of the key that was written there; empty when there was none, or when XML does not
-    // write it as it is.
+    // The text of the key that was written there; empty when there was none.
     std::string_view KeyText(std::size_t index) const noexcept {
         return index < count_ ? texts_[index] : std::string_view();
     }

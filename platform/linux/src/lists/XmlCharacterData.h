@@ -5,12 +5,22 @@
 
 #include "lists/XmlSlice.h"
 
-#include <string>
+#include <cstddef>
 
 namespace cf {
 
-// Reads from the end of the opening tag to the closing tag. Anything else inside is refused.
-std::string ReadCharacterData(XmlSlice rest);
+// A '<' in a resolved text is this byte, which UTF-8 does not have: to the parser '<' is a tag.
+inline constexpr char kLessThan = '\xFF';
+
+struct CharacterData {
+    std::size_t sourceLength;
+    std::size_t textLength; // not more than that
+};
+
+// Resolves the text from the beginning of the slice to the closing tag's '<', which must be in the
+// slice, and writes it there. Throws XmlFault when anything else stands in it, when it is no
+// UTF-8, and when it does not end.
+CharacterData ResolveCharacterData(const XmlSlice& rest, char* text);
 
 } // namespace cf
 

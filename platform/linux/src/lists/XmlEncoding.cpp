@@ -1,9 +1,11 @@
 #include "lists/XmlEncoding.h"
 
 #include "lists/MalformedList.h"
-#include "lists/Utf16.h"
+#include "lists/Transcoding.h"
 #include "lists/XmlSlice.h"
 
+#include <algorithm>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -11,51 +13,55 @@ namespace cf {
 
 namespace {
 
-std::string FromLatin1(std::string_view bytes) {
-    std::string text;
-    text.reserve(bytes.size());
-    for (const char byte : bytes)
-        AppendCharacter(text, static_cast<unsigned char>(byte));
-    return text;
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+
+// By their names in lower case, without '-' and '_'; null for UTF-8. A text that claims to be ASCII
+// may have bytes from 80 on, as any string of that encoding.
+const struct {
+    std::string_view name;
+    const CharacterSet* set;
+} kEncodings[] = {
+    {"utf8", nullptr},         {"ascii", &kLatin1},  {"usascii", &kLatin1},
+    {"iso88591", &kLatin1},    {"latin1", &kLatin1}, {"l1", &kLatin1},
+    {"iso885915", &kLatin9},   {"latin9", &kLatin9}, {"windows1252", &kWindows1252},
+    {"cp1252", &kWindows1252},
+};
+
+std::string Simplified(std::string_view name) {
+    std::string simplified;
+    for (const char character : name) {
+        if (character >= 'A' && character <= 'Z')
+            simplified += static_cast<char>(character + ('a' - 'A'));
+        else if (character != '-' && character != '_')
+            simplified += character;
+    }
+    return simplified;
 }
 
-bool EqualIgnoringCase(std::string_view text, std::string_view lowerCase) {
-    if (text.size() != lowerCase.size())
-        return false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char character = text[i];
-        const bool upper = character >= 'A' && character <= 'Z';
-        if ((upper ? static_cast<char>(character + ('a' - 'A')) : character) != lowerCase[i])
-            return false;
-    }
-    return true;
+// What stands in quotes at the beginning, or else up to a blank or the end of the declaration.
+std::string_view AttributeValue(std::string_view text) {
+    const bool isQuoted = text.starts_with('"') || text.starts_with('\'');
+    const std::size_t end = isQuoted ? text.find(text.front(), 1) : text.find_first_of(" \t\r\n?>");
+    if (end == text.npos)
+        throw MalformedList("End of buffer while looking for encoding name");
+    return isQuoted ? text.substr(1, end - 1) : text.substr(0, end);
 }
 
 // The name in encoding="name" of the declaration; "utf-8" when there is none.
 std::string_view DeclaredEncoding(std::string_view text) {
+    constexpr std::string_view kBeginning = "<?xml";
     constexpr std::string_view kAttribute = "encoding=";
-    if (!text.starts_with("<?xml"))
-        return "utf-8";
-    const std::size_t end = text.find("?>");
-    if (end == std::string_view::npos)
+    constexpr std::string_view kDefault = "utf-8";
+    if (!text.starts_with(kBeginning))
+        return kDefault;
+    text.remove_prefix(kBeginning.size());
+    const std::size_t end = text.find_first_of("?>");
+    const std::size_t attribute = text.substr(0, end).find(kAttribute);
+    if (attribute != text.npos)
+        return AttributeValue(text.substr(attribute + kAttribute.size()));
+    if (end == text.npos)
         throw MalformedList("End of buffer while looking for encoding name");
-    const std::string_view declaration = text.substr(0, end);
-    const std::size_t attribute = declaration.find(kAttribute);
-    if (attribute == std::string_view::npos)
-        return "utf-8";
-    const std::string_view quoted = declaration.substr(attribute + kAttribute.size());
-    const std::size_t closing = quoted.empty() ? quoted.npos : quoted.find(quoted.front(), 1);
-    if (closing == std::string_view::npos)
-        throw MalformedList("End of buffer while looking for encoding name");
-    return quoted.substr(1, closing - 1);
-}
-
-// An error text is UTF-8, whatever the document is.
-std::string AsciiOnly(std::string_view name) {
-    std::string shown(name);
-    for (char& character : shown)
-        character = Shown(character);
-    return shown;
+    return kDefault;
 }
 
 } // namespace
@@ -69,15 +75,21 @@ XmlDocumentText::XmlDocumentText(std::span<const std::uint8_t> bytes)
         if (!converted)
             throw MalformedList("Unable to convert string to correct encoding");
         view_ = converted_ = std::move(*converted);
-        return;
+    } else if (view_.starts_with(kUtf8Mark)) {
+        view_.remove_prefix(kUtf8Mark.size());
+    } else {
+        ConvertFrom(DeclaredEncoding(view_));
     }
-    if (view_.starts_with("\xEF\xBB\xBF"))
-        view_.remove_prefix(3);
-    const std::string_view encoding = DeclaredEncoding(view_);
-    if (EqualIgnoringCase(encoding, "iso-8859-1"))
-        view_ = converted_ = FromLatin1(view_);
-    else if (!EqualIgnoringCase(encoding, "utf-8") && !EqualIgnoringCase(encoding, "us-ascii"))
-        throw MalformedList("Encountered unknown encoding (" + AsciiOnly(encoding) + ")");
+}
+
+void XmlDocumentText::ConvertFrom(std::string_view encoding) {
+    const std::string name = Simplified(encoding);
+    const auto* const known = std::ranges::find_if(
+        kEncodings, [&name](const auto& candidate) { return candidate.name == name; });
+    if (known == std::end(kEncodings))
+        throw MalformedList("Encountered unknown encoding (" + Shown(encoding) + ")");
+    if (known->set != nullptr)
+        view_ = converted_ = NarrowToUtf8(view_, *known->set);
 }
 
 } // namespace cf

@@ -14,7 +14,8 @@ namespace cf {
 // is not checked here.
 class XmlDocumentText {
 public:
-    // UTF-8, UTF-16 with a byte order mark, or what the declaration names. Throws MalformedList.
+    // UTF-8 or UTF-16 with a byte order mark, or else what the declaration names, UTF-8 when it
+    // names nothing. Throws MalformedList.
     explicit XmlDocumentText(std::span<const std::uint8_t> bytes);
     XmlDocumentText(const XmlDocumentText&) = delete;
     XmlDocumentText& operator=(const XmlDocumentText&) = delete;
@@ -24,6 +25,8 @@ public:
     }
 
 private:
+    void ConvertFrom(std::string_view encoding);
+
     std::string converted_;
     std::string_view view_;
 };

@@ -3,291 +3,187 @@
 #include "lists/MalformedList.h"
 #include "lists/XmlCharacterData.h"
 #include "lists/XmlEncoding.h"
+#include "lists/XmlNormalizer.h"
 #include "lists/XmlScalars.h"
-#include "lists/XmlTree.h"
+#include "lists/XmlTag.h"
 
 #include <CoreFoundation/CFNumber.h>
+#include <pugixml.hpp>
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace cf {
 
 namespace {
 
-enum class Tag { Key, String, Integer, Dict, True, False, Array, Data, Real, Date, Plist, Unknown };
-
-// Byte by byte in line, because it is asked for each element.
-template<std::size_t Size>
-bool IsNamed(const char* name, const char (&text)[Size]) {
-    const auto same = [&]<std::size_t... Index>(std::index_sequence<Index...>) {
-        return (... && (name[Index] == text[Index]));
-    };
-    return same(std::make_index_sequence<Size>());
-}
-
-Tag TagOf(pugi::xml_node element) {
-    const char* const name = element.name();
-    switch (*name) {
-    case 'a':
-        return IsNamed(name, "array") ? Tag::Array : Tag::Unknown;
-    case 'd':
-        return IsNamed(name, "dict")   ? Tag::Dict
-               : IsNamed(name, "data") ? Tag::Data
-               : IsNamed(name, "date") ? Tag::Date
-                                       : Tag::Unknown;
-    case 'f':
-        return IsNamed(name, "false") ? Tag::False : Tag::Unknown;
-    case 'i':
-        return IsNamed(name, "integer") ? Tag::Integer : Tag::Unknown;
-    case 'k':
-        return IsNamed(name, "key") ? Tag::Key : Tag::Unknown;
-    case 'p':
-        return IsNamed(name, "plist") ? Tag::Plist : Tag::Unknown;
-    case 'r':
-        return IsNamed(name, "real") ? Tag::Real : Tag::Unknown;
-    case 's':
-        return IsNamed(name, "string") ? Tag::String : Tag::Unknown;
-    case 't':
-        return IsNamed(name, "true") ? Tag::True : Tag::Unknown;
-    default:
-        return Tag::Unknown;
-    }
-}
-
-// Throws "<before><first character><between><its line><after>" when the text is not blank.
-void RefuseText(const XmlSlice& text, const char* before, const char* between,
-                const char* after = "") {
-    const std::size_t index = text.View().find_first_not_of(kXmlWhiteSpace);
-    if (index != std::string_view::npos)
-        RefuseAt(text.From(index), std::string(before) + Shown(text.View()[index]) + between,
-                 after);
+// Parses the normal form in place. It is well-formed, so that only memory can be missing.
+void Parse(pugi::xml_document& document, char* normalForm, std::size_t length) {
+    // A text is kept in its element, which halves the tree.
+    constexpr unsigned kFlags = pugi::parse_minimal | pugi::parse_fragment |
+                                pugi::parse_embed_pcdata | pugi::parse_ws_pcdata_single;
+    if (!document.load_buffer_inplace(normalForm, length + 1, kFlags, pugi::encoding_utf8))
+        throw std::bad_alloc();
 }
 
 class XmlReader {
 public:
-    XmlReader(std::string_view text, ListBuilder& builder) : tree_(text), builder_(builder) {}
+    XmlReader(std::span<const std::uint8_t> bytes, ListBuilder& builder)
+        : bytes_(bytes), builder_(builder) {}
 
+    // Throws MalformedList and std::bad_alloc.
     Value Read();
 
 private:
-    Value ReadValue(pugi::xml_node element, int depth);
-    Value ReadPlist(pugi::xml_node plist, int depth);
-    Value ReadArray(pugi::xml_node array, int depth);
-    Value ReadDictionary(pugi::xml_node dictionary, int depth);
-    template<typename Use>
-    auto ReadText(pugi::xml_node element, Use use);
-    void ReadKey(pugi::xml_node element);
-    Value ReadString(pugi::xml_node element);
-    Value ReadBoolean(pugi::xml_node element, CFBooleanRef value);
-    Value ReadNumber(pugi::xml_node element);
-    Value ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice& content));
+    std::size_t Normalize();
+    // The content is what stands in the element behind its key.
+    Value ReadValue(pugi::xml_node element, const char* content);
+    Value ReadPlist(pugi::xml_node plist);
+    Value ReadArray(pugi::xml_node array);
+    Value ReadDictionary(pugi::xml_node dictionary);
+    const char* ReadKey(const char* text);
+    Value ReadNumber(const char* content);
+    XmlSlice Slice(const char* content) const;
+    [[noreturn]] void Refuse(XmlFault fault) const;
 
-    pugi::xml_node EnterContainer(pugi::xml_node container, int depth) const;
-    bool SkipToElement(pugi::xml_node& node) const;
-    void RefuseUnlessRemark(pugi::xml_node node, pugi::xml_node_type type) const;
-    [[noreturn]] void RefuseTag(pugi::xml_node element) const;
-    void RefuseBreakIn(pugi::xml_node element) const;
-
-    const XmlTree tree_;
+    const std::span<const std::uint8_t> bytes_;
     ListBuilder& builder_;
+    std::unique_ptr<char[]> normalForm_;
+    std::optional<MalformedList> break_; // of the text, where the normal form ends
 };
 
-// Moves the node on to the nearest element, itself included; false when there is none.
-inline bool XmlReader::SkipToElement(pugi::xml_node& node) const {
-    while (true) {
-        const pugi::xml_node_type type = node.type();
-        if (type == pugi::node_element)
-            return true;
-        if (type == pugi::node_null)
-            return false;
-        RefuseUnlessRemark(node, type);
-        node = node.next_sibling();
-    }
-}
-
-// The element around a list is no level of it.
-Value XmlReader::Read() {
-    for (const pugi::xml_node node : tree_.Document()) {
-        if (node.type() == pugi::node_element)
-            return ReadValue(node, TagOf(node) == Tag::Plist ? -1 : 0);
-        if (node.type() == pugi::node_pcdata)
-            RefuseText(tree_.At(node), "Unexpected character ", " at line ");
-        if (node.type() == pugi::node_doctype && std::strchr(node.value(), '[') != nullptr)
-            RefuseDoctype(tree_.At(node));
-    }
-    if (!tree_.IsWellFormed())
-        tree_.RefuseBreak();
-    throw MalformedList("No XML content found");
-}
-
-Value XmlReader::ReadValue(pugi::xml_node element, int depth) {
-    switch (TagOf(element)) {
-    case Tag::Key:
-    case Tag::String:
-        return ReadString(element);
-    case Tag::Integer:
-        return ReadNumber(element);
-    case Tag::Dict:
-        return ReadDictionary(element, depth);
-    case Tag::True:
-        return ReadBoolean(element, kCFBooleanTrue);
-    case Tag::False:
-        return ReadBoolean(element, kCFBooleanFalse);
-    case Tag::Array:
-        return ReadArray(element, depth);
-    case Tag::Data:
-        return ReadScalar(element, ReadData);
-    case Tag::Real:
-        return ReadScalar(element, ReadReal);
-    case Tag::Date:
-        return ReadScalar(element, ReadDate);
-    case Tag::Plist:
-        return ReadPlist(element, depth);
-    case Tag::Unknown:
-        break;
-    }
-    RefuseTag(element);
-}
-
-// Hands out what is written in the element, entities and sections resolved.
+// Hands out a text with each '<' in it.
 template<typename Use>
-auto XmlReader::ReadText(pugi::xml_node element, Use use) {
-    const std::string_view text = element.value();
-    const bool isAll =
-        text.empty() ? !element.first_child() : XmlTree::Closes(text.data() + text.size());
-    if (isAll && text.find('&') == text.npos)
+auto UseText(std::string_view text, Use use) {
+    if (text.find(kLessThan) == text.npos)
         return use(text);
-    return use(std::string_view(ReadCharacterData(tree_.AfterOpeningTag(element))));
+    std::string resolved(text);
+    std::ranges::replace(resolved, kLessThan, '<');
+    return use(std::string_view(resolved));
 }
 
-Value XmlReader::ReadPlist(pugi::xml_node plist, int depth) {
-    pugi::xml_node object = EnterContainer(plist, depth);
-    if (!SkipToElement(object)) {
-        RefuseBreakIn(plist);
-        throw MalformedList("Encountered empty plist tag");
+// A value at fault stands before the place where the text breaks off.
+Value XmlReader::Read() {
+    const std::size_t length = Normalize();
+    pugi::xml_document document;
+    Parse(document, normalForm_.get(), length);
+    Value value;
+    try {
+        if (const pugi::xml_node root = document.first_child())
+            value = ReadValue(root, root.value());
+    } catch (const XmlFault& fault) {
+        Refuse(fault);
     }
-    Value value = ReadValue(object, depth + 1);
-    pugi::xml_node second = object.next_sibling();
-    if (SkipToElement(second))
-        RefuseAt(tree_.At(second), "Encountered unexpected element at line ",
-                 " (plist can only include one object)");
-    RefuseBreakIn(plist);
+    if (break_)
+        throw *break_;
     return value;
 }
 
-Value XmlReader::ReadArray(pugi::xml_node array, int depth) {
+// Returns the length. The text itself is not kept: it may be a copy.
+std::size_t XmlReader::Normalize() {
+    const XmlDocumentText document(bytes_);
+    const std::string_view text = document.View();
+    normalForm_ = std::make_unique_for_overwrite<char[]>(NormalizedCapacity(text));
+    const NormalizedXml normalized = NormalizeXml(text, normalForm_.get());
+    if (normalized.fault)
+        break_ = normalized.fault->In(text);
+    return normalized.length;
+}
+
+// Of a fault in the normal form, which is of no use afterwards.
+void XmlReader::Refuse(XmlFault fault) const {
+    const XmlDocumentText document(bytes_);
+    fault.place = FindInSource(document.View(), normalForm_.get(), fault.place);
+    throw fault.In(document.View());
+}
+
+Value XmlReader::ReadValue(pugi::xml_node element, const char* content) {
+    switch (static_cast<XmlTag>(*element.name())) {
+    case XmlTag::kInteger:
+        return ReadNumber(content);
+    case XmlTag::kDict:
+        return ReadDictionary(element);
+    case XmlTag::kTrue:
+        return Value::Share(AsObject(kCFBooleanTrue));
+    case XmlTag::kFalse:
+        return Value::Share(AsObject(kCFBooleanFalse));
+    case XmlTag::kArray:
+        return ReadArray(element);
+    case XmlTag::kData:
+        return ReadData(Slice(content));
+    case XmlTag::kReal:
+        return ReadReal(Slice(content));
+    case XmlTag::kDate:
+        return ReadDate(Slice(content));
+    case XmlTag::kPlist:
+        return ReadPlist(element);
+    default:
+        return UseText(content, [](std::string_view text) { return Created(SharedString(text)); });
+    }
+}
+
+// Without an object the normal form ends in it.
+Value XmlReader::ReadPlist(pugi::xml_node plist) {
+    const pugi::xml_node object = plist.first_child();
+    if (!object)
+        throw *break_;
+    return ReadValue(object, object.value());
+}
+
+Value XmlReader::ReadArray(pugi::xml_node array) {
     const std::size_t begin = builder_.BeginArray();
-    for (pugi::xml_node member = EnterContainer(array, depth); SkipToElement(member);
-         member = member.next_sibling())
-        builder_.AddMember(ReadValue(member, depth + 1));
-    RefuseBreakIn(array);
+    for (pugi::xml_node member = array.first_child(); member; member = member.next_sibling())
+        builder_.AddMember(ReadValue(member, member.value()));
     return builder_.EndArray(begin);
 }
 
-Value XmlReader::ReadDictionary(pugi::xml_node dictionary, int depth) {
+Value XmlReader::ReadDictionary(pugi::xml_node dictionary) {
     builder_.BeginDictionary();
-    for (pugi::xml_node node = EnterContainer(dictionary, depth); SkipToElement(node);
-         node = node.next_sibling()) {
-        if (!IsNamed(node.name(), "key"))
-            RefuseAt(tree_.At(node), "Found non-key inside <dict> at line ");
-        pugi::xml_node value = node.next_sibling();
-        const bool hasValue = SkipToElement(value);
-        ReadKey(node);
-        if (!hasValue)
-            RefuseAt(tree_.At(node), "Value missing for key inside <dict> at line ");
-        builder_.AddValue(ReadValue(value, depth + 1));
-        node = value;
+    for (pugi::xml_node value = dictionary.first_child(); value; value = value.next_sibling()) {
+        const char* const content = ReadKey(value.value());
+        builder_.AddValue(ReadValue(value, content));
     }
-    RefuseBreakIn(dictionary);
     return builder_.EndDictionary();
 }
 
-void XmlReader::ReadKey(pugi::xml_node element) {
-    RefuseBreakIn(element);
+// Returns what stands behind the key.
+const char* XmlReader::ReadKey(const char* text) {
     const std::string_view expected = builder_.ExpectedKey();
-    const char* const text = element.value();
     if (!expected.empty() && std::strncmp(text, expected.data(), expected.size()) == 0 &&
-        XmlTree::Closes(text + expected.size()))
+        text[expected.size()] == kBehindKey) {
         builder_.AddExpectedKey();
-    else
-        ReadText(element, [this](std::string_view key) { builder_.AddKey(key); });
+        return text + expected.size() + 1;
+    }
+    const char* const end = std::strchr(text, kBehindKey);
+    UseText({text, end}, [this](std::string_view key) { builder_.AddKey(key); });
+    return end + 1;
 }
 
-Value XmlReader::ReadString(pugi::xml_node element) {
-    RefuseBreakIn(element);
-    return ReadText(element, [](std::string_view text) { return Created(SharedString(text)); });
-}
-
-Value XmlReader::ReadBoolean(pugi::xml_node element, CFBooleanRef value) {
-    RefuseBreakIn(element);
-    if (element.first_child() || *element.value() != '\0')
-        RefuseAt(tree_.At(element),
-                 "Encountered non-empty <" + std::string(element.name()) + "> on line ");
-    return Value::Share(AsObject(value));
-}
-
-Value XmlReader::ReadNumber(pugi::xml_node element) {
-    RefuseBreakIn(element);
+Value XmlReader::ReadNumber(const char* content) {
     std::int64_t plain = 0;
-    const char* const end = ParsePlainInteger(element.value(), plain);
-    if (end != nullptr && XmlTree::Closes(end))
+    const char* const end = ParsePlainInteger(content, plain);
+    if (end != nullptr && *end == '\0')
         return Created(SharedInteger(plain));
-    return ReadScalar(element, ReadInteger);
+    return ReadInteger(Slice(content));
 }
 
-Value XmlReader::ReadScalar(pugi::xml_node element, Value (*read)(const XmlSlice& content)) {
-    RefuseBreakIn(element);
-    if (*element.value() == '\0' && tree_.IsSelfClosing(element))
-        RefuseAt(tree_.At(element),
-                 "Encountered empty <" + std::string(element.name()) + "> on line ");
-    Value value = read(tree_.Content(element));
-    if (const pugi::xml_node child = element.first_child())
-        RefuseAt(tree_.At(child), "Encountered unexpected character < on line ",
-                 " while looking for close tag");
-    return value;
-}
-
-pugi::xml_node XmlReader::EnterContainer(pugi::xml_node container, int depth) const {
-    if (depth == kMaximumNesting)
-        RefuseAt(tree_.At(container), "Too many nested arrays or dictionaries, failing on line ");
-    if (*container.value() != '\0')
-        RefuseText(tree_.Content(container), "Encountered unexpected character ", " on line ",
-                   " while looking for open tag");
-    return container.first_child();
-}
-
-// Only comments and instructions may stand between elements.
-void XmlReader::RefuseUnlessRemark(pugi::xml_node node, pugi::xml_node_type type) const {
-    if (type == pugi::node_pcdata)
-        RefuseText(tree_.At(node), "Encountered unexpected character ", " on line ",
-                   " while looking for open tag");
-    if (type == pugi::node_cdata)
-        RefuseAt(tree_.At(node), "Encountered improper CDATA opening at line ");
-}
-
-void XmlReader::RefuseTag(pugi::xml_node element) const {
-    RefuseAt(tree_.At(element),
-             "Encountered unknown tag " + std::string(element.name()) + " on line ");
-}
-
-void XmlReader::RefuseBreakIn(pugi::xml_node element) const {
-    if (!tree_.IsWellFormed() && element == tree_.BrokenElement())
-        tree_.RefuseBreak();
+XmlSlice XmlReader::Slice(const char* content) const {
+    const char* const begin = normalForm_.get();
+    const auto place = static_cast<std::size_t>(content - begin);
+    const std::size_t end = place + std::strlen(content);
+    return {{begin, end}, place, end};
 }
 
 } // namespace
 
 Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder) {
-    const XmlDocumentText document(bytes);
-    const std::string_view text = document.View();
-    const std::size_t begin = text.find_first_not_of(kXmlWhiteSpace);
-    if (begin == text.npos || text.substr(begin) == "<")
-        throw MalformedList("No XML content found");
-    if (text[begin] != '<')
-        RefuseText({text, 0, text.size()}, "Unexpected character ", " at line ");
-    return XmlReader(text, builder).Read();
+    return XmlReader(bytes, builder).Read();
 }
 
 } // namespace cf

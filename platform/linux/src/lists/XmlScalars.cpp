@@ -19,17 +19,22 @@ std::size_t SkipWhiteSpace(std::string_view text, std::size_t index) {
     return std::min(text.find_first_not_of(kXmlWhiteSpace, index), text.size());
 }
 
+unsigned CodeOf(char character) {
+    return static_cast<unsigned char>(character);
+}
+
+using CodeText = std::array<char, 8>;
+
 unsigned DigitOfInteger(const XmlSlice& place, unsigned base) {
     const char character = place.source[place.begin];
     const int digit = DigitValue(character);
     if (digit >= 10 && base == 10)
         RefuseAt(place, "Hex digit in non-hex <integer> on line ");
     if (digit < 0) {
-        std::array<char, 8> code{};
-        std::snprintf(code.data(), code.size(), "0x%X",
-                      static_cast<unsigned>(static_cast<unsigned char>(character)));
-        RefuseAt(place, std::string("Unknown character '") + Shown(character) + "' (" +
-                            code.data() + ") in <integer> on line ");
+        CodeText code{};
+        std::snprintf(code.data(), code.size(), "0x%x", CodeOf(character));
+        RefuseAt(place, "Unknown character '" + Shown(character) + "' (" + code.data() +
+                            ") in <integer> on line ");
     }
     return static_cast<unsigned>(digit);
 }
@@ -69,7 +74,8 @@ Value ReadInteger(const XmlSlice& content) {
     const bool negative = text[index] == '-';
     if (negative || text[index] == '+')
         index = SkipWhiteSpace(text, index + 1);
-    const bool hexadecimal = text.substr(index).starts_with("0x");
+    const std::string_view digits = text.substr(index);
+    const bool hexadecimal = digits.starts_with("0x") || digits.starts_with("0X");
     if (hexadecimal)
         index += 2;
     if (index == text.size())
@@ -117,16 +123,26 @@ int SixBits(char character) {
     return character == '+' ? 62 : character == '/' ? 63 : -1;
 }
 
+[[noreturn]] void RefuseDataAt(const XmlSlice& place) {
+    CodeText code{};
+    std::snprintf(code.data(), code.size(), "0x%02X", CodeOf(place.View().front()));
+    RefuseAt(place, "Could not interpret <data> on line ",
+             std::string(" (invalid character ") + code.data() + ")");
+}
+
 } // namespace
 
 Value ReadData(const XmlSlice& content) {
+    const std::string_view text = content.View();
     std::vector<std::uint8_t> bytes;
-    bytes.reserve(content.View().size() / 4 * 3);
+    bytes.reserve(text.size() / 4 * 3);
     std::uint32_t group = 0;
     int digits = 0;
     int padding = 0;
-    for (const char character : content.View()) {
+    for (const char& character : text) {
         const int bits = SixBits(character);
+        if (CodeOf(character) >= 0x80)
+            RefuseDataAt(content.From(static_cast<std::size_t>(&character - text.data())));
         if (bits < 0 && character != '=')
             continue;
         padding += character == '=' ? 1 : 0;

@@ -1,7 +1,8 @@
 #ifndef PLATFORM_XMLSCALARS_H
 #define PLATFORM_XMLSCALARS_H
 
-/* The values of <integer>, <real>, <date> and <data> from what stands inside. */
+/* The values of <integer>, <real>, <date> and <data> from what stands inside. Each throws XmlFault
+   for a content that it refuses. */
 
 #include "lists/ListBuilder.h"
 #include "lists/XmlSlice.h"
@@ -10,7 +11,7 @@
 
 namespace cf {
 
-// Decimal or 0x and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1.
+// Decimal, or 0x or 0X and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1.
 Value ReadInteger(const XmlSlice& content);
 
 // The usual integer, decimal digits alone: gives what the first eighteen of them say, which always
@@ -23,7 +24,7 @@ Value ReadReal(const XmlSlice& content);
 // YYYY-MM-DDThh:mm:ssZ; a month 13 is the next January, and so on.
 Value ReadDate(const XmlSlice& content);
 
-// Base64. What is no digit of it is skipped, an incomplete group at the end dropped.
+// Base64. ASCII that is no digit of it is skipped, an incomplete group at the end dropped.
 Value ReadData(const XmlSlice& content);
 
 } // namespace cf

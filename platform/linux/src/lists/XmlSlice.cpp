@@ -1,19 +1,45 @@
 #include "lists/XmlSlice.h"
 
-#include "lists/MalformedList.h"
-
-#include <algorithm>
+#include "lists/Transcoding.h"
+#include "objects/Unicode.h"
 
 namespace cf {
 
-void RefuseAt(const XmlSlice& place, std::string_view before, std::string_view after) {
-    const std::string_view preceding = place.source.substr(0, place.begin);
-    const auto line = 1 + std::count(preceding.begin(), preceding.end(), '\n');
-    throw MalformedList(std::string(before) + std::to_string(line) + std::string(after));
+namespace {
+
+// CR, LF and CR LF end a line.
+std::size_t LineAt(std::string_view text, std::size_t place) {
+    std::size_t line = 1;
+    char previous = '\0';
+    for (const char character : text.substr(0, place)) {
+        if (character == '\r' || (character == '\n' && previous != '\r'))
+            ++line;
+        previous = character;
+    }
+    return line;
 }
 
-char Shown(char character) {
-    return static_cast<unsigned char>(character) < 0x80 ? character : '?';
+} // namespace
+
+MalformedList XmlFault::In(std::string_view document) const {
+    return MalformedList(before + (namesLine ? std::to_string(LineAt(document, place)) : "") +
+                         after);
+}
+
+void RefuseAt(const XmlSlice& place, std::string_view before, std::string_view after) {
+    throw XmlFault{place.begin, std::string(before), std::string(after), true};
+}
+
+void RefuseWith(std::string_view text) {
+    throw XmlFault{0, std::string(text), {}, false};
+}
+
+std::string Shown(char byte) {
+    return NarrowToUtf8({&byte, 1}, kLatin1);
+}
+
+std::string Shown(std::string_view name) {
+    return IsValidUtf8(name) ? std::string(name) : NarrowToUtf8(name, kLatin1);
 }
 
 } // namespace cf

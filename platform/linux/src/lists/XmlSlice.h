@@ -1,7 +1,9 @@
 #ifndef PLATFORM_XMLSLICE_H
 #define PLATFORM_XMLSLICE_H
 
-/* Places in an XML text, and errors that name their line. */
+/* Places in an XML text, and what is wrong there. */
+
+#include "lists/MalformedList.h"
 
 #include <cstddef>
 #include <string>
@@ -11,7 +13,7 @@ namespace cf {
 
 inline constexpr std::string_view kXmlWhiteSpace = " \t\r\n";
 
-// A stretch of the text that is being read. Its line is counted only when an error needs it.
+// A stretch of the text that is being read.
 struct XmlSlice {
     std::string_view source;
     std::size_t begin;
@@ -25,12 +27,28 @@ struct XmlSlice {
     }
 };
 
-// Throws MalformedList: "<before><line of the place><after>".
+// What the functions that read a text throw. The line is counted once, by whoever catches the fault
+// and knows the document.
+struct XmlFault {
+    std::size_t place;
+    std::string before; // the line
+    std::string after;
+    bool namesLine;
+
+    // The error text, if the place is one in this document.
+    MalformedList In(std::string_view document) const;
+};
+
+// Throws the XmlFault "<before><line of the place><after>".
 [[noreturn]] void RefuseAt(const XmlSlice& place, std::string_view before,
                            std::string_view after = {});
+// Throws one that names no line.
+[[noreturn]] void RefuseWith(std::string_view text);
 
-// How an error text shows a character: itself, or '?' for a part of a longer sequence.
-char Shown(char character);
+// How an error text shows a byte: from 80 on as the Latin-1 character of its value.
+std::string Shown(char byte);
+// How it shows a name: as it is, or when it is no UTF-8, byte by byte.
+std::string Shown(std::string_view name);
 
 } // namespace cf
 

@@ -1,0 +1,80 @@
+#ifndef PLATFORM_XMLTAG_H
+#define PLATFORM_XMLTAG_H
+
+/* The elements of a property list. */
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace cf {
+
+// Each by the letter that is its name in a normalised text.
+enum class XmlTag : char {
+    kArray = 'a',
+    kData = 'b',
+    kDate = 'c',
+    kDict = 'd',
+    kFalse = 'f',
+    kInteger = 'i',
+    kKey = 'k',
+    kPlist = 'p',
+    kReal = 'r',
+    kString = 's',
+    kTrue = 't',
+    kUnknown = '\0',
+};
+
+// A name in one word, its first character in the lowest byte. No name has more than seven.
+constexpr std::uint64_t PackName(std::string_view name) {
+    std::uint64_t word = 0;
+    for (std::size_t i = 0; i < name.size() && i < sizeof word; ++i)
+        word |= std::uint64_t{static_cast<unsigned char>(name[i])} << (8 * i);
+    return word;
+}
+
+struct XmlTagName {
+    std::string_view text;
+    std::uint64_t packed;
+};
+
+namespace detail {
+
+constexpr auto MakeTagNames() {
+    std::array<XmlTagName, 'z' + 1> names{};
+    const auto add = [&names](XmlTag tag, std::string_view text) {
+        names[static_cast<unsigned char>(tag)] = {text, PackName(text)};
+    };
+    add(XmlTag::kArray, "array");
+    add(XmlTag::kData, "data");
+    add(XmlTag::kDate, "date");
+    add(XmlTag::kDict, "dict");
+    add(XmlTag::kFalse, "false");
+    add(XmlTag::kInteger, "integer");
+    add(XmlTag::kKey, "key");
+    add(XmlTag::kPlist, "plist");
+    add(XmlTag::kReal, "real");
+    add(XmlTag::kString, "string");
+    add(XmlTag::kTrue, "true");
+    return names;
+}
+
+inline constexpr auto kTagNames = MakeTagNames();
+
+} // namespace detail
+
+inline const XmlTagName& NameOf(XmlTag tag) {
+    return detail::kTagNames[static_cast<unsigned char>(tag)];
+}
+
+// kUnknown for all other names.
+inline XmlTag TagOf(std::string_view name) {
+    for (std::size_t i = 0; i < detail::kTagNames.size(); ++i)
+        if (!name.empty() && detail::kTagNames[i].text == name)
+            return static_cast<XmlTag>(i);
+    return XmlTag::kUnknown;
+}
+
+} // namespace cf
+
+#endif
