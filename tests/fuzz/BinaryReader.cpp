@@ -63,6 +63,12 @@ void ExpectLinearWork(std::string_view bytes) {
     EXPECT_LE(work.objects + work.references, bytes.size());
 }
 
+// Whether a text has characters from U+0080 to U+00FF. They may come from a string of ASCII, whose
+// bytes libplist takes for UTF-8.
+bool HasLatin1(CFPropertyListRef list) {
+    return WriteList(list).find_first_of("\xC2\xC3") != std::string::npos;
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -74,6 +80,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (!list.list || !HasXml(list.list.Get()))
         return 0;
     ExpectSameWhenReadAgain(list.list.Get());
-    ExpectWitnessAgrees(list.list.Get(), LibplistFromBinary(bytes));
+    if (!HasLatin1(list.list.Get()))
+        ExpectWitnessAgrees(list.list.Get(), LibplistFromBinary(bytes), EqualKeys::FirstCounts);
     return 0;
 }

@@ -27,6 +27,20 @@ int LeftAfter(const cf::Object* list, int left) {
     return left;
 }
 
+// In the place of what only the binary format has.
+bool HasNull(const cf::Object* value) {
+    bool hasNull = value == cf::AsObject(kCFNull);
+    if (const auto* array = cf::As<cf::Array>(value)) {
+        for (const cf::Object* member : cf::MembersOf(array))
+            hasNull = hasNull || HasNull(member);
+    } else if (const auto* dictionary = cf::As<cf::Dictionary>(value)) {
+        cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* each) {
+            hasNull = hasNull || HasNull(each);
+        });
+    }
+    return hasNull;
+}
+
 // XML has whole seconds, and one NaN of the many.
 bool HasAllInXml(const cf::Object* value) {
     if (const auto* date = cf::As<cf::Date>(value))
@@ -48,7 +62,7 @@ bool HasAllInXml(const cf::Object* value) {
 } // namespace
 
 bool HasXml(CFPropertyListRef list) {
-    return LeftAfter(cf::AsObject(list), kFewValues) >= 0 &&
+    return LeftAfter(cf::AsObject(list), kFewValues) >= 0 && !HasNull(cf::AsObject(list)) &&
            WriteList(list).find('\0') == std::string::npos;
 }
 
@@ -72,8 +86,8 @@ void ExpectSameWhenReadAgain(CFPropertyListRef list) {
     }
 }
 
-void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs) {
+void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys) {
     if (theirs) {
-        EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get()), "") << WriteList(ours);
+        EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get(), equalKeys), "") << WriteList(ours);
     }
 }

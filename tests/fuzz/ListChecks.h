@@ -9,7 +9,8 @@
 #include <string_view>
 
 // Whether the list can be written and read again as XML: each value is written as often as it is
-// referred to, which may be too often; and XML has no NUL. Nor does libplist take one in a text.
+// referred to, which may be too often; XML has neither what stands for null nor a NUL. Nor does
+// libplist take one in a text.
 bool HasXml(CFPropertyListRef list);
 
 // Mutable containers change nothing of what is read, refused or said about it.
@@ -19,6 +20,6 @@ void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& i
 void ExpectSameWhenReadAgain(CFPropertyListRef list);
 
 // Where libplist accepts the list too, it finds the same in it.
-void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs);
+void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys);
 
 #endif

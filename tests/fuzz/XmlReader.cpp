@@ -4,10 +4,12 @@
 #include "Target.h"
 
 #include "lists/XmlEncoding.h"
+#include "lists/XmlNormalizer.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -34,6 +36,12 @@ bool IsEndOfBase64(std::string_view text) {
     return text.starts_with('=') || text.starts_with("</data>");
 }
 
+// libplist takes a '>' inside quotes for a part of the attribute.
+bool IsWithoutAttributes(std::string_view tag) {
+    const std::size_t end = tag.find_first_of(" \t\r\n>");
+    return end != tag.npos && tag[end] == '>';
+}
+
 // Whether what stands behind the token satisfies the condition, wherever the text has the token.
 template<typename Condition>
 bool EachIsFollowedBy(std::string_view text, std::string_view token, Condition condition) {
@@ -55,12 +63,25 @@ bool IsPlain(std::string_view text) {
     if (!text.ends_with(kClosing))
         return false;
     text.remove_suffix(kClosing.size());
-    for (const std::string_view token : {"plist", "<!", "<?"})
+    // libplist keeps a byte order mark.
+    for (const std::string_view token : {"plist", "<!", "<?", "\uFEFF", "&#xFEFF;", "&#65279;"})
         if (text.find(token) != text.npos)
             return false;
-    return EachIsFollowedBy(text, "=", IsEndOfBase64) &&
+    return EachIsFollowedBy(text, "<", IsWithoutAttributes) &&
+           EachIsFollowedBy(text, "=", IsEndOfBase64) &&
            EachIsFollowedBy(text, "<integer>", IsPlainInteger) &&
            EachIsFollowedBy(text, "<date>", IsPlainDate);
+}
+
+// However often what is in the text is repeated: what is added at the end is added once.
+void ExpectNormalFormFits(std::string_view text) {
+    const std::size_t capacity = cf::NormalizedCapacity(text);
+    const auto buffer = std::make_unique<char[]>(capacity);
+    const cf::NormalizedXml normalized = cf::NormalizeXml(text, buffer.get());
+    EXPECT_LT(normalized.length, capacity);
+    if (!normalized.fault) {
+        EXPECT_LE(normalized.length, text.size());
+    }
 }
 
 } // namespace
@@ -71,11 +92,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         return 0;
     const ReadResult list = ReadList(bytes);
     ExpectSameWithMutableContainers(bytes, list);
+    ExpectNormalFormFits(bytes);
     if (!list.list)
         return 0;
     ExpectSameWhenReadAgain(list.list.Get());
     const cf::XmlDocumentText text({data, size}); // libplist takes everything for UTF-8
     if (IsPlain(text.View()))
-        ExpectWitnessAgrees(list.list.Get(), LibplistFromXml(text.View()));
+        ExpectWitnessAgrees(list.list.Get(), LibplistFromXml(text.View()), EqualKeys::LastCounts);
     return 0;
 }

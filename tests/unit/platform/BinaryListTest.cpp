@@ -81,9 +81,15 @@ TEST(BinaryList, ReadsIntegersOfEveryWidth) {
     EXPECT_EQ(WriteBinary({"\x14" + BigEndian(0, 8) + BigEndian(5, 8)}), "<integer>5</integer>\n");
     EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(~0ULL, 8)}),
               "<integer>-1</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(1, 8) + BigEndian(0, 8)}), kRefused);
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(0, 8)}), kRefused);
     EXPECT_EQ(WriteBinary({"\x15" + std::string(32, '\0')}), kRefused);
+}
+
+TEST(BinaryList, IntegersOfSixteenBytesGiveTheirLowerHalf) {
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(1, 8) + BigEndian(5, 8)}), "<integer>5</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(1, 8) + BigEndian(~0ULL, 8)}),
+              "<integer>-1</integer>\n");
+    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(0, 8)}),
+              "<integer>0</integer>\n");
 }
 
 TEST(BinaryList, ReadsBooleansRealsDatesAndData) {
@@ -111,17 +117,20 @@ TEST(BinaryList, ReadsStringsOfBothKinds) {
 TEST(BinaryList, RefusesOtherObjects) {
     const std::string refused[] = {
         "",                                    // nothing there
-        "\x00"s,                               // null
         "\x0F",                                // fill
         "\x20\x00"s,                           // real of one byte
         "\x32" + std::string(4, '\0'),         // date of four bytes
         "\x33\x7F\xF8" + std::string(6, '\0'), // no number
         "\x33\x7F\xE0" + std::string(6, '\0'), // no calendar date
-        "\x51\xE9",                            // not ASCII
         "\x61\xD8\x00"s,                       // unpaired surrogate
-        "\x80\x01",                            // identifier
-        "\xC0",                                // set
-        "\xF0",                                // unknown
+        "\x87\x01",                            // identifier that is cut
+        "\xC1\x00"s,                           // set that contains itself
+        "\xC1\x07",                            // set of what is not there
+        "\x01",                                // unknown
+        "\x70",
+        "\x90",
+        "\xE0",
+        "\xF0",
         "\x5F",                                // no count
         "\x5F\x50",                            // count that is no integer
         "\x5F\x13" + BigEndian(~0ULL, 8),      // count beyond the file
@@ -148,14 +157,87 @@ TEST(BinaryList, ReadsContainersWithWideReferences) {
               "<array>\n\t<dict>\n\t\t<key>k</key>\n\t\t<true/>\n\t</dict>\n\t<true/>\n</array>\n");
 }
 
-TEST(BinaryList, LastOfEqualKeysWins) {
-    EXPECT_EQ(WriteBinary({"\xD2\x01\x01\x02\x03", "\x51k", "\x08", "\x09"}),
-              "<dict>\n\t<key>k</key>\n\t<true/>\n</dict>\n");
+TEST(BinaryList, AsciiFrom80OnIsLatin1) {
+    EXPECT_EQ(WriteBinary({"\x54z\x80\xE9\xFF"}), "<string>z\u0080\u00E9\u00FF</string>\n");
+    EXPECT_EQ(WriteBinary({"\xD1\x01\x02", "\x51\xE9", "\x09"}),
+              "<dict>\n\t<key>\u00E9</key>\n\t<true/>\n</dict>\n");
 }
 
-TEST(BinaryList, RefusesKeysThatAreNoStrings) {
-    EXPECT_EQ(WriteBinary({"\xD1\x01\x01", "\x09"}), kRefused);
-    EXPECT_EQ(WriteBinary({"\xD1\x01\x02", "\xA0", "\x09"}), kRefused);
+TEST(BinaryList, FirstOfEqualKeysCounts) {
+    EXPECT_EQ(WriteBinary({"\xD2\x01\x01\x02\x03", "\x51k", "\x08", "\x09"}),
+              "<dict>\n\t<key>k</key>\n\t<false/>\n</dict>\n");
+    EXPECT_EQ(WriteBinary(
+                  {"\xD3\x01\x02\x03\x04\x05\x05", "\x51k", "\x51j", "\x61\x00k"s, "\x08", "\x09"}),
+              "<dict>\n\t<key>j</key>\n\t<true/>\n\t<key>k</key>\n\t<false/>\n</dict>\n");
+}
+
+TEST(BinaryList, FirstOfManyEqualKeysCounts) {
+    std::string dictionary = "\xDF\x10\x64" + std::string(100, '\x01');
+    std::vector<std::string> objects = {"", "\x51k"};
+    for (char i = 0; i < 100; ++i) {
+        dictionary += static_cast<char>(i + 2);
+        objects.push_back({'\x10', i});
+    }
+    objects[0] = dictionary;
+    EXPECT_EQ(WriteBinary(objects), "<dict>\n\t<key>k</key>\n\t<integer>0</integer>\n</dict>\n");
+}
+
+// An array of the object and a string: whether the rest of a list can be read beside it.
+TEST(BinaryList, WhatOnlyArchivesHaveRefusesNothing) {
+    const std::string objects[] = {
+        "\x00"s,                          // null
+        "\x80\x01",                       // identifier
+        "\x8F" + std::string(16, '\x01'), // the longest one
+        "\xC0",                           // set
+        "\xC2\x02\x02",
+        "\xB1\x02", // ordered set
+    };
+    for (const std::string& object : objects) {
+        for (const CFOptionFlags mutability :
+             {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+            SCOPED_TRACE(testing::PrintToString(object));
+            const BinaryList list({"\xA2\x01\x02", object, "\x51k"});
+            const ReadResult result = ReadList(list.Bytes(), mutability);
+            ASSERT_TRUE(result.list) << result.error;
+            const auto array = static_cast<CFArrayRef>(result.list.Get());
+            ASSERT_EQ(CFArrayGetCount(array), 2);
+            EXPECT_EQ(CFArrayGetValueAtIndex(array, 0), kCFNull);
+            EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(array, 1), CFSTR("k")));
+        }
+    }
+}
+
+TEST(BinaryList, KeysThatAreNoStringsHideNoOthers) {
+    const std::string keys[] = {"\x09",     "\x10\x01", "\xA0",
+                                "\xD0",     "\x00"s,    "\x80\x01",
+                                "\xC1\x02", "\x40",     "\x23\x3F\xF0" + std::string(6, '\0'),
+                                "\xA1\x02"};
+    for (const std::string& key : keys) {
+        for (const CFOptionFlags mutability :
+             {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+            SCOPED_TRACE(testing::PrintToString(key));
+            const BinaryList list(
+                {"\xD4\x01\x02\x01\x05\x03\x04\x03\x03", key, "\x51k", "\x08", "\x09", "\x51j"});
+            const ReadResult result = ReadList(list.Bytes(), mutability);
+            ASSERT_TRUE(result.list) << result.error;
+            const auto dictionary = static_cast<CFDictionaryRef>(result.list.Get());
+            EXPECT_EQ(CFDictionaryGetValue(dictionary, CFSTR("k")), kCFBooleanTrue);
+            EXPECT_EQ(CFDictionaryGetValue(dictionary, CFSTR("j")), kCFBooleanFalse);
+        }
+    }
+}
+
+TEST(BinaryList, KeysCountAsLevels) {
+    for (const std::size_t levels : {512U, 513U}) {
+        std::vector<std::string> objects = {"\xD1" + BigEndian(1, 2) + BigEndian(levels, 2)};
+        for (std::size_t i = 2; i < levels; ++i)
+            objects.push_back("\xA1" + BigEndian(i, 2));
+        objects.push_back("\xA0");
+        objects.push_back("\x09");
+        BinaryList list(objects);
+        list.referenceSize = 2;
+        EXPECT_EQ(static_cast<bool>(ReadList(list.Bytes()).list), levels == 512) << levels;
+    }
 }
 
 // The trailer
@@ -172,6 +254,7 @@ TEST(BinaryList, RefusesWrongTrailers) {
     refused([](BinaryList& list) { list.objectCount = 2; });
     refused([](BinaryList& list) { list.objectCount = ~0ULL; });
     refused([](BinaryList& list) { list.objectCount = 0x5555555555555556; }); // times 3: 2
+    refused([](BinaryList& list) { list.objects.push_back("\x08"); }); // more offsets than objects
     refused([](BinaryList& list) { list.topObject = 1; });
     refused([](BinaryList& list) { list.topObject = ~0ULL; });
     refused([](BinaryList& list) { list.offsetSize = 0; });
@@ -199,6 +282,15 @@ TEST(BinaryList, RefusesOffsetsTooNarrowForTheFile) {
     EXPECT_EQ(ReadList(list.Bytes()).error, kRefused);
     list.offsetSize = 2;
     EXPECT_TRUE(ReadList(list.Bytes()).list);
+}
+
+TEST(BinaryList, RefusesBytesBetweenOffsetsAndTrailer) {
+    const std::string bytes = BinaryList({"\x09"}).Bytes();
+    for (const std::size_t count : {1U, 2U, 3U, 6U}) {
+        std::string longer = bytes;
+        longer.insert(bytes.size() - 32, count, '\0');
+        EXPECT_EQ(ReadList(longer).error, kRefused) << count;
+    }
 }
 
 TEST(BinaryList, RefusesOtherVersions) {

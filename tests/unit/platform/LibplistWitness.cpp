@@ -69,35 +69,35 @@ bool AreSameBytes(const cf::Object* ours, plist_t theirs) {
     return data != nullptr && std::ranges::equal(cf::BytesOf(data), std::span(bytes, length));
 }
 
-std::string DifferenceOfMembers(const cf::Object* ours, plist_t theirs) {
+std::string DifferenceOfMembers(const cf::Object* ours, plist_t theirs, EqualKeys equalKeys) {
     const auto* array = cf::As<cf::Array>(ours);
     if (array == nullptr || cf::MembersOf(array).size() != plist_array_get_size(theirs))
         return "array";
     const auto members = cf::MembersOf(array);
     std::string difference;
     for (std::uint32_t i = 0; i < members.size() && difference.empty(); ++i)
-        difference = DifferenceOf(members[i], plist_array_get_item(theirs, i));
+        difference = DifferenceOf(members[i], plist_array_get_item(theirs, i), equalKeys);
     return difference.empty() ? "" : "array, " + difference;
 }
 
-// The last of equal keys wins; libplist keeps them all.
-std::map<std::string, plist_t> PairsOf(plist_t dictionary) {
+std::map<std::string, plist_t> PairsOf(plist_t dictionary, EqualKeys equalKeys) {
     std::map<std::string, plist_t> pairs;
     plist_dict_iter iterator = nullptr;
     plist_dict_new_iter(dictionary, &iterator);
     char* key = nullptr;
     plist_t value = nullptr;
     while (plist_dict_next_item(dictionary, iterator, &key, &value), value != nullptr) {
-        pairs[key] = value;
+        if (equalKeys == EqualKeys::LastCounts || !pairs.contains(key))
+            pairs[key] = value;
         std::free(key);
     }
     std::free(iterator);
     return pairs;
 }
 
-std::string DifferenceOfPairs(const cf::Object* ours, plist_t theirs) {
+std::string DifferenceOfPairs(const cf::Object* ours, plist_t theirs, EqualKeys equalKeys) {
     const auto* dictionary = cf::As<cf::Dictionary>(ours);
-    const auto pairs = PairsOf(theirs);
+    const auto pairs = PairsOf(theirs, equalKeys);
     if (dictionary == nullptr || dictionary->count != pairs.size())
         return "dictionary";
     std::string difference;
@@ -107,7 +107,7 @@ std::string DifferenceOfPairs(const cf::Object* ours, plist_t theirs) {
         if (difference.empty() && pair == pairs.end())
             difference = "missing";
         else if (difference.empty())
-            difference = DifferenceOf(value, pair->second);
+            difference = DifferenceOf(value, pair->second, equalKeys);
         if (!difference.empty())
             difference = "\"" + text + "\", " + difference;
     });
@@ -128,7 +128,7 @@ Node LibplistFromBinary(std::string_view bytes) {
     return Node(list);
 }
 
-std::string DifferenceOf(const cf::Object* ours, plist_t theirs) {
+std::string DifferenceOf(const cf::Object* ours, plist_t theirs, EqualKeys equalKeys) {
     switch (plist_get_node_type(theirs)) {
     case PLIST_STRING:
         return IsSameText(ours, theirs) ? "" : "string";
@@ -143,9 +143,9 @@ std::string DifferenceOf(const cf::Object* ours, plist_t theirs) {
     case PLIST_BOOLEAN:
         return IsSameBoolean(ours, theirs) ? "" : "boolean";
     case PLIST_ARRAY:
-        return DifferenceOfMembers(ours, theirs);
+        return DifferenceOfMembers(ours, theirs, equalKeys);
     case PLIST_DICT:
-        return DifferenceOfPairs(ours, theirs);
+        return DifferenceOfPairs(ours, theirs, equalKeys);
     default:
         return "kind of node";
     }

@@ -22,7 +22,11 @@ using Node = std::unique_ptr<void, FreeNode>;
 Node LibplistFromXml(std::string_view xml);
 Node LibplistFromBinary(std::string_view bytes);
 
+// Which of equal keys counts: in XML the last, in binary lists the first. libplist keeps them all.
+enum class EqualKeys { FirstCounts, LastCounts };
+
 // The first place where the lists differ; empty when they are alike.
-std::string DifferenceOf(const cf::Object* ours, plist_t theirs);
+std::string DifferenceOf(const cf::Object* ours, plist_t theirs,
+                         EqualKeys equalKeys = EqualKeys::LastCounts);
 
 #endif

@@ -5,6 +5,7 @@
 #include "lists/Transcoding.h"
 #include "objects/String.h"
 
+#include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFNumber.h>
 
 #include <algorithm>
@@ -64,7 +65,9 @@ Layout ReadLayout(Bytes bytes) {
     // Offsets that cannot name every place would allow for more objects than a file can hold.
     if (offsetSize < 8 && table >> (8 * offsetSize) != 0)
         Refuse();
-    if (objectCount > (body.size() - table) / offsetSize)
+    // The table ends where the trailer begins.
+    const std::size_t tableSize = body.size() - table;
+    if (tableSize % offsetSize != 0 || objectCount != tableSize / offsetSize)
         Refuse();
     const auto count = static_cast<std::size_t>(objectCount);
     return {body.first(table),
@@ -100,6 +103,7 @@ private:
     const Converted& Convert(std::uint64_t number, int depth);
     Converted ReadObject(std::size_t offset, int depth);
     Converted ReadArray(std::size_t count, Bytes references, int depth);
+    Converted ReadSet(std::size_t count, Bytes references, int depth);
     Converted ReadDictionary(std::size_t count, Bytes references, int depth);
 
     std::size_t TakeCount(std::size_t& position, unsigned low);
@@ -131,17 +135,13 @@ const Converted& BinaryReader::Convert(std::uint64_t number, int depth) {
     return object;
 }
 
-// The unsigned widths are 1, 2 and 4 bytes, the signed ones 8 and 16.
+// The unsigned widths are 1, 2 and 4 bytes, the signed ones 8 and 16. Of 16 bytes the lower half
+// counts; the upper one tells whether that is unsigned.
 Value IntegerFrom(Bytes bytes) {
     const std::uint64_t low = BigEndian(bytes);
     const auto value = static_cast<std::int64_t>(low);
-    if (bytes.size() < 16)
-        return Created(SharedInteger(value));
-    const std::uint64_t high = BigEndian(bytes.first(8));
-    if (high == 0 && value < 0)
+    if (bytes.size() == 16 && value < 0 && BigEndian(bytes.first(8)) == 0)
         return Created(SharedUnsignedInteger(low));
-    if (high != (value < 0 ? ~std::uint64_t{0} : 0))
-        Refuse();
     return Created(SharedInteger(value));
 }
 
@@ -158,10 +158,13 @@ Value DateFrom(Bytes bytes) {
     return Created(SharedDate(time));
 }
 
+// Bytes from 80 on are Latin-1.
 Value AsciiFrom(Bytes bytes) {
-    if (std::any_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte >= 0x80; }))
-        Refuse();
-    return Created(SharedString(TextOf(bytes)));
+    const std::string_view text = TextOf(bytes);
+    const auto isHigh = [](std::uint8_t byte) { return byte >= 0x80; };
+    if (std::none_of(bytes.begin(), bytes.end(), isHigh))
+        return Created(SharedString(text));
+    return Created(SharedString(NarrowToUtf8(text, kLatin1)));
 }
 
 Value Utf16From(Bytes bytes) {
@@ -171,10 +174,22 @@ Value Utf16From(Bytes bytes) {
     return Created(SharedString(*text));
 }
 
-Value BooleanFrom(unsigned low) {
-    if (low != 8 && low != 9)
+// What only archives have (null, identifiers, sets) is of a type that nobody asks for.
+Value Unusable() {
+    return Value::Share(AsObject(kCFNull));
+}
+
+Value SimpleFrom(unsigned low) {
+    switch (low) {
+    case 0x0:
+        return Unusable();
+    case 0x8:
+        return Value::Share(AsObject(kCFBooleanFalse));
+    case 0x9:
+        return Value::Share(AsObject(kCFBooleanTrue));
+    default:
         Refuse();
-    return Value::Share(AsObject(low == 9 ? kCFBooleanTrue : kCFBooleanFalse));
+    }
 }
 
 // The upper half of an object's first byte tells its type, the lower one its size.
@@ -184,7 +199,7 @@ Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
     const unsigned low = marker & 0xF;
     switch (marker >> 4) {
     case 0x0:
-        return {BooleanFrom(low), 0};
+        return {SimpleFrom(low), 0};
     case 0x1:
         if (low > 4)
             Refuse();
@@ -197,6 +212,9 @@ Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
         if (low != 3)
             Refuse();
         return {DateFrom(Take(position, 8, 1)), 0};
+    case 0x8:
+        Take(position, low + 1, 1);
+        return {Unusable(), 0};
     default:
         break;
     }
@@ -210,9 +228,12 @@ Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
         return {Utf16From(Take(position, count, 2)), 0};
     case 0xA:
         return ReadArray(count, Take(position, count, layout_.referenceSize), depth);
+    case 0xB: // an ordered one
+    case 0xC:
+        return ReadSet(count, Take(position, count, layout_.referenceSize), depth);
     case 0xD:
         return ReadDictionary(count, Take(position, count, 2 * layout_.referenceSize), depth);
-    default: // identifiers and sets, which only archives have
+    default:
         Refuse();
     }
 }
@@ -228,16 +249,26 @@ Converted BinaryReader::ReadArray(std::size_t count, Bytes references, int depth
     return {builder_.EndArray(begin), height + 1};
 }
 
-// All references to keys stand before those to the values.
+// Its members must be readable, and are dropped.
+Converted BinaryReader::ReadSet(std::size_t count, Bytes references, int depth) {
+    int height = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        height = std::max(height, Convert(Reference(references, i), depth + 1).height);
+    return {Unusable(), height + 1};
+}
+
+// All references to keys stand before those to the values. The first of equal keys counts here, the
+// last one to the builder, so they are added from the end. A key that is no string is left out with
+// its value: nobody asks for it.
 Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int depth) {
     builder_.BeginDictionary();
     int height = 0;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = count; i-- > 0;) {
         const Converted& key = Convert(Reference(references, i), depth + 1);
-        if (As<String>(key.value.Get()) == nullptr)
-            Refuse();
         const Converted& value = Convert(Reference(references, count + i), depth + 1);
-        height = std::max(height, value.height);
+        height = std::max({height, key.height, value.height});
+        if (As<String>(key.value.Get()) == nullptr)
+            continue;
         builder_.AddKey(key.value.Get());
         builder_.AddValue(Value::Share(value.value.Get()));
     }
