@@ -2,6 +2,7 @@
 
 #include "stage/Failure.h"
 #include "stage/ReadWatch.h"
+#include "tests/unit/support/BinaryLists.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -90,6 +91,21 @@ TEST_F(VolumeTest, ChangerIsTakenUpWhenItIsMounted) {
     ExpectNothingToBuild();
     MakeChangerFolder("/tmp/a", 2);
     Bind("/tmp/a", "/tmp/place", 2);
+    ExpectBuildOf(2);
+}
+
+TEST_F(VolumeTest, ChangerWithBinaryInfoFilesIsBuilt) {
+    const auto guid = std::pair("Changer GUID", BinaryInteger(0x5000C500ABCD00A1U));
+    WriteInfoFile("/tmp/binary/.changer_info.plist", BinaryDictionary({guid}));
+    for (const unsigned slot : {0U, 1U}) {
+        const fs::path disc = "/tmp/binary/disc" + std::to_string(slot);
+        WriteInfoFile(disc / ".media_info.plist",
+                      BinaryDictionary({guid,
+                                        {"Storage Element Index", BinaryInteger(slot)},
+                                        {"Partition Id", BinaryText("1")},
+                                        {"Writable", BinaryFlag(false)}}));
+    }
+    Bind("/tmp/binary", "/tmp/place", 2);
     ExpectBuildOf(2);
 }
 

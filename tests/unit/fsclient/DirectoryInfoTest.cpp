@@ -1,6 +1,7 @@
 #include "fsclient/DirectoryInfo.h"
 
 #include "AllocationFaults.h"
+#include "support/BinaryLists.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryTree.h"
@@ -135,6 +136,17 @@ TEST_F(DirectoryInfo, ReadsABinaryRootInfo) {
     EXPECT_EQ(guid, 7U);
 }
 
+TEST_F(DirectoryInfo, ReadsABinaryRootInfoOfEveryGuid) {
+    for (const UInt64 written : {0x5000C500ABCD1234U, 0x8000000000000000U, 0xFFFFFFFFFFFFFFFFU}) {
+        WriteRootInfo(BinaryDictionary(
+            {{"Other", BinaryText("x")}, {"Changer GUID", BinaryInteger(written)}}));
+        UInt64 guid = 0;
+        EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
+        EXPECT_EQ(guid, written);
+        EXPECT_TRUE(IsRoot());
+    }
+}
+
 TEST_F(DirectoryInfo, WithoutRootInfoIsNoRoot) {
     EXPECT_THAT(RootInfoChain(),
                 ElementsAre(RaisedLink{"fail CFReadStreamOpen", "ReadFSInfoFile", kSource},
@@ -212,6 +224,27 @@ TEST_F(DirectoryInfo, ReadsAMediaInfo) {
     EXPECT_EQ(guid, 7U);
     EXPECT_EQ(elem, 12);
     EXPECT_STREQ(partition, "s1");
+    EXPECT_EQ(writable, 1);
+    EXPECT_TRUE(IsMediaRoot());
+    EXPECT_FALSE(IsRoot());
+}
+
+TEST_F(DirectoryInfo, ReadsABinaryMediaInfo) {
+    tree_.Write(".media_info.plist",
+                BinaryDictionary({{"Changer GUID", BinaryInteger(0x5000C500ABCD1234U)},
+                                  {"Storage Element Index", BinaryInteger(40000)},
+                                  {"Partition Id", BinaryText("s\xE9")},
+                                  {"Writable", BinaryFlag(true)}}));
+    UInt64 guid = 0;
+    UInt16 elem = 0;
+    char partition[kPartitionIdSize] = "";
+    SInt32 writable = 0;
+    EXPECT_EQ(
+        GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem, partition, &writable),
+        nullptr);
+    EXPECT_EQ(guid, 0x5000C500ABCD1234U);
+    EXPECT_EQ(elem, 40000);
+    EXPECT_STREQ(partition, "s\u00E9");
     EXPECT_EQ(writable, 1);
     EXPECT_TRUE(IsMediaRoot());
     EXPECT_FALSE(IsRoot());
