@@ -174,6 +174,8 @@ const Row kGrammar[] = {
      "Value missing for key inside <dict> at line 1"},
     {"DictCutBehindBracket", "<dict><key>a</key><",
      "Value missing for key inside <dict> at line 1"},
+    {"DictCutBehindLineAndBracket", "<dict><key>a</key>\n<",
+     "Value missing for key inside <dict> at line 2"},
     {"DictCutInValue", "<dict><key>a</key><string>b", "Encountered unexpected EOF"},
     {"DictCutInKeysClosingTag", "<dict><key>a</ke", "Encountered unexpected EOF"},
     {"DictTextForValue", "<dict><key>a</key>b</dict>",
@@ -659,6 +661,33 @@ TEST(XmlReader, MarkupIsFoundAtEachPlaceOfAWord) {
                   "Encountered unexpected character b on line 1 while looking for close tag");
         EXPECT_EQ(ReadList("<integer>" + std::string(before, '0') + "5</integer>").error, "");
     }
+}
+
+TEST(XmlReader, EncodingsAreKnownByEachOfTheirNames) {
+    struct Names {
+        std::vector<std::string> names;
+        const char* text; // of the bytes A4 80
+    };
+    const Names encodings[] = {
+        {{"ASCII", "ascii", "US-ASCII", "us_ascii", "usascii", "ISO-8859-1", "ISO_8859-1",
+          "iso8859-1", "Latin1", "LATIN-1", "l1"},
+         "\u00A4\u0080"},
+        {{"ISO-8859-15", "iso8859-15", "Latin-9", "latin9"}, "\u20AC\u0080"},
+        {{"windows-1252", "Windows-1252", "cp1252", "CP-1252"}, "\u00A4\u20AC"},
+    };
+    for (const Names& encoding : encodings) {
+        for (const std::string& name : encoding.names) {
+            const std::string xml =
+                "<?xml version='1.0' encoding=\"" + name + "\"?><string>\xA4\x80</string>";
+            EXPECT_EQ(WriteBody(ReadList(xml).list.Get()),
+                      "<string>"s + encoding.text + "</string>\n")
+                << name;
+        }
+    }
+    for (const std::string name : {"", "x1", "latin", "latin10", "iso-8859-2", "utf-16", "utf-7",
+                                   "cp125", "xascii", "bscii", "macintosh"})
+        EXPECT_EQ(ReadList("<?xml encoding='" + name + "'?><true/>").error,
+                  "Encountered unknown encoding (" + name + ")");
 }
 
 TEST(XmlReader, ManyOfTheShortestElementsAreRead) {

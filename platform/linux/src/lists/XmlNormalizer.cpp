@@ -220,11 +220,11 @@ void XmlNormalizer::SkipDocumentType() {
     next_ += end + 1;
 }
 
-// At the end of the text, or at a '<' there.
+// At the end of the text, or at a '<' there: behind blanks at the very end, nothing is missed.
 void XmlNormalizer::RefuseEnd() const {
     if (openCount_ == 0)
         RefuseWith("No XML content found");
-    if (!IsWhiteSpace(next_[-1]))
+    if (next_ != end_ || !IsWhiteSpace(next_[-1]))
         RefuseAbsence();
     RefuseWith(kUnexpectedEnd);
 }
