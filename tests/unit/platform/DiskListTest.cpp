@@ -157,9 +157,9 @@ TEST_F(DiskListTest, GivesANameAgainOnceItsDiskHasGone) {
 TEST_F(DiskListTest, KeepsTheNamesOfThoseThatStay) {
     Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0")});
     Events(2);
-    Update({BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/sr0")});
-    EXPECT_EQ(Events(2), (Strings{"-sr0", "+sr0"}));
-    Update({BlockVolume(3, "/dev/sr0")});
+    Update({BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/sr0"), BlockVolume(4, "/dev/sr0")});
+    EXPECT_EQ(Events(3), (Strings{"-sr0", "+sr0", "+sr0s2"}));
+    Update({BlockVolume(3, "/dev/sr0"), BlockVolume(4, "/dev/sr0")});
     EXPECT_EQ(Events(1), Strings{"-sr0s1"});
 }
 
