@@ -243,16 +243,16 @@ TEST_F(BuildThread, APathThatDoesNotFitLeavesOnlyTheEnding) {
 
 // The registry's look needs memory, and the disc's path a whole one.
 TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
-    Mount();
-    EXPECT_EQ(Start(), Chain());
+    AddChanger(kSmallChanger);
+    EXPECT_EQ(StartChangerFSCache(kSmallChanger), nullptr);
     {
         const AllocationFault fault(1);
         HeldThreads::RunNext();
     }
-    EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith(std::string("fail IsChangerFSGUIDInList for ") +
-                                                    kChangerText)));
-    EXPECT_FALSE(IsBuilding(kChanger));
+    const std::string number = kSmallChangerText;
+    EXPECT_THAT(Journal::Take(), ElementsAre("withdraw changer " + number + " (locked)"));
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail IsChangerFSGUIDInList for " + number)));
+    EXPECT_FALSE(IsBuilding(kSmallChanger));
 }
 
 // ---- the ending ----

@@ -413,6 +413,34 @@ TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
              "MediaIdManager:123, ChangerListNotificationCallBack: fail HandleRemovedChangers"}));
 }
 
+TEST_F(MediaIdManager, AChangersNumberIsToldInSixteenDigits) {
+    const std::string number = kSmallChangerText;
+    const auto changer = Changer(
+        kSmallChanger, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}});
+    const auto list = Array();
+    std::set<std::string> messages;
+    VErrLink* err = nullptr;
+    const auto note = [&](std::size_t, bool) {
+        for (const RaisedLink& link : TakeChain(err))
+            messages.insert(link.message);
+        AddChanger(kSmallChanger);
+    };
+    SweepAllocationFaults([&](std::size_t) { err = UpdateChangerSettings(changer); }, note);
+    SweepAllocationFaults([&](std::size_t) { err = HandleRemovedChangers(list); }, note);
+    EXPECT_EQ(RemoveChangerFromList(kSmallChanger), nullptr);
+    SweepAllocationFaults([&](std::size_t) { err = HandleAddedChangers(changer); },
+                          [&](std::size_t, bool) {
+                              for (const RaisedLink& link : TakeChain(err))
+                                  messages.insert(link.message);
+                          });
+    EXPECT_THAT(messages, testing::IsSupersetOf(
+                              {"fail ScheduleChangerFSCacheTimer for " + number + " with 1:00",
+                               "fail remove changer GUID " + number + " from list",
+                               "fail check for changer " + number + " in list",
+                               "fail add changer GUID " + number + " to list"}));
+    Journal::Take();
+}
+
 // ---- "root preferences" ----
 
 TEST_F(MediaIdManager, RootPreferencesSetTheGlobalFlag) {

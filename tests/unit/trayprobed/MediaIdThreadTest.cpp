@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <set>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -301,6 +302,38 @@ TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
                     "MediaIdThread:123, RunMediaIdThread: fail remove changer GUID "
                     "FEDCBA9876543210/storage elem 5"));
     EXPECT_FALSE(StateLock::IsHeld());
+}
+
+TEST_F(MediaIdThread, AChangersNumberIsToldInSixteenDigits) {
+    const std::string number = kSmallChangerText;
+    AddChanger(kSmallChanger);
+    std::set<std::string> messages;
+    const auto run = [&](const char* failing, bool walkFails, std::size_t nthAllocation) {
+        EXPECT_EQ(StartMediaId(kSmallChanger, kElem, 0), nullptr);
+        FakeServer::Fail(failing);
+        g_walkFails = walkFails;
+        {
+            const AllocationFault fault(nthAllocation);
+            HeldThreads::RunNext();
+        }
+        for (const std::string& line : log_.TakeWithoutLineNumbers()) {
+            const std::string begin = "MediaIdThread:123, RunMediaIdThread: ";
+            if (line.starts_with(begin))
+                messages.insert(line.substr(begin.size(), line.rfind(" (") - begin.size()));
+        }
+    };
+    run("mount", false, 1000);
+    run("eject", true, 1000);
+    run("no command", false, 1);
+    run("no command", false, 2);
+    EXPECT_THAT(
+        messages,
+        testing::IsSupersetOf(
+            {"Fail ChangerServerMountDisc(" + number + ", 5)", "fail RunFSCache(" + number + ", 5)",
+             "fail ChangerServerEjectDisc for changer " + number + "/storage elem 5",
+             "fail IsChangerInList for GUID " + number,
+             "fail remove changer GUID " + number + "/storage elem 5"}));
+    Journal::Take();
 }
 
 // Whatever is refused, the thread ends without the lock and without its memory.

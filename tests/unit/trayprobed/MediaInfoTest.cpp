@@ -99,6 +99,13 @@ TEST_F(MediaInfo, AnAbsentChangerIsNotFound) {
                       kVErrCodeNotFound}}));
 }
 
+TEST_F(MediaInfo, AnAbsentChangersNumberIsToldInSixteenDigits) {
+    SaveInfoList(Array());
+    CFDictionaryRef info = nullptr;
+    EXPECT_THAT(TakeMessages(GetChangerInfoDict(kSmallChanger, &info)),
+                ElementsAre(std::string("fail find changer GUID ") + kSmallChangerText));
+}
+
 TEST_F(MediaInfo, AnEntryWithoutGuidHidesThoseBehindIt) {
     CFDictionaryRef info = nullptr;
     for (const Value& broken : {Value(Dictionary()), Value("text"), Value(3), Value(Array())}) {

@@ -234,8 +234,7 @@ TEST_F(Scheduling, TheChangersEntryMustHoldWhatIsRead) {
 
 // An entry without anything, to which one value after the other is added.
 TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
-    const std::string text = kChangerText;
-    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    const std::string text = kSmallChangerText;
     auto changer = Dictionary();
     const auto newest = [&] { return MessagesOf(HandleStartingMediaId, changer).back(); };
     const auto add = [&](const char* key, const Value& value) {
@@ -246,7 +245,7 @@ TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
     EXPECT_EQ(newest(), "fail get should id media flag from changer prefs");
     add("Changer Preferences", Dictionary());
     EXPECT_EQ(newest(), "fail get changer GUID from changer info dict");
-    add("GUID", static_cast<SInt64>(kChanger));
+    add("GUID", static_cast<SInt64>(kSmallChanger));
     EXPECT_EQ(newest(), "fail get changer media array for changer GUID " + text);
     add("Changer Media Info", Array({Dictionary()}));
     EXPECT_EQ(newest(), "fail CountChangerMountedMedia for changer GUID " + text);
@@ -254,7 +253,7 @@ TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
     EXPECT_EQ(newest(), "fail get count of data transfer elements for changer GUID " + text);
     add("Data Transfer Element Count", 2);
     EXPECT_EQ(newest(), "fail GetMediaIdInProgressCount for changer GUID " + text);
-    AddChanger(kChanger);
+    AddChanger(kSmallChanger);
     EXPECT_EQ(newest(), "fail SpawnNextManualMediaId for changer GUID " + text);
 }
 
@@ -372,6 +371,30 @@ TEST_F(Scheduling, ANullMediumEndsTheReadingWithItsIndex) {
                 ElementsAre("fail get media dict for media index 1"));
     EXPECT_EQ(started, 0);
     EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
+TEST_F(Scheduling, AChangersNumberIsToldInSixteenDigits) {
+    const std::string number = kSmallChangerText;
+    AddChanger(kSmallChanger);
+    g_fakes.failing = "StartMediaId";
+    const auto messages = MessagesOf(
+        HandleStartingMediaId, Changer(kSmallChanger, {{"Changer Media Info", Array({New(5)})}}));
+    EXPECT_THAT(messages,
+                ElementsAre("fail on purpose",
+                            "fail RunMediaIdThread for changer GUID " + number + "/storage elem 5",
+                            "fail SpawnNextAutomaticMediaId for changer GUID " + number));
+    g_fakes.failing.clear();
+
+    const auto media = Array({Requested(5)});
+    SInt32 started = 0;
+    VErrLink* err = nullptr;
+    {
+        const AllocationFault fault(1);
+        err = SpawnNextManualMediaId(kSmallChanger, media, 0, &started);
+    }
+    EXPECT_EQ(TakeMessages(err).back(),
+              "fail IsStorageElemOnInProgressList for changer GUID " + number + "/storage elem 5");
+    Journal::Take();
 }
 
 TEST_F(Scheduling, WithoutMemoryTheListCannotBeRead) {

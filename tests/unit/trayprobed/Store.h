@@ -17,6 +17,9 @@
 constexpr UInt64 kChanger = 0xFEDCBA9876543210; // needs all 64 bits
 constexpr UInt64 kOtherChanger = 0x123456789;
 constexpr const char* kChangerText = "FEDCBA9876543210";
+// One that is told with leading zeros.
+constexpr UInt64 kSmallChanger = 7;
+constexpr const char* kSmallChangerText = "0000000000000007";
 
 class Store : public testing::Test {
 protected:
