@@ -123,7 +123,7 @@ TEST(BinaryList, RefusesOtherObjects) {
         "\x33\x7F\xF8" + std::string(6, '\0'), // no number
         "\x33\x7F\xE0" + std::string(6, '\0'), // no calendar date
         "\x61\xD8\x00"s,                       // unpaired surrogate
-        "\x87\x01",                            // identifier that is cut
+        "\x81\x01",                            // identifier that lacks a byte
         "\xC1\x00"s,                           // set that contains itself
         "\xC1\x07",                            // set of what is not there
         "\x01",                                // unknown

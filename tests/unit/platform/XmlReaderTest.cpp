@@ -724,7 +724,10 @@ TEST(XmlReader, WhatFollowsANulIsOfNoAccount) {
     EXPECT_EQ(ReadList("<integer>5\0</integer>"s).error,
               "Premature end of file after <integer> on line 1");
     EXPECT_TRUE(ReadList("<true/>\0<\xFF"s).list);
-    // One that was left out ends no text behind it.
+    // One that was left out ends no text behind it, and hides no other one.
+    EXPECT_EQ(
+        ReadList("<array><string>&amp;</string><!-- \0 --><string>&lt;\0</string></array>"s).error,
+        "Encountered unexpected EOF");
     EXPECT_EQ(WriteBody(ReadList("<array a='\0'><string>&amp;</string><!-- \0 -->"
                                  "<string>&lt;</string></array>"s)
                             .list.Get()),
