@@ -58,8 +58,10 @@ std::vector<std::size_t> LastOfEachKey(std::span<const Pair> pairs) {
         return keyOf(first) != keyOf(second) ? std::less<>()(keyOf(first), keyOf(second))
                                              : first > second;
     });
-    const auto others = std::ranges::unique(indices, {}, keyOf);
-    indices.erase(others.begin(), others.end());
+    const auto haveSameKey = [keyOf](std::size_t first, std::size_t second) {
+        return keyOf(first) == keyOf(second);
+    };
+    indices.erase(std::unique(indices.begin(), indices.end(), haveSameKey), indices.end());
     std::ranges::sort(indices);
     return indices;
 }
