@@ -11,17 +11,23 @@ static const char k_sourcePath[] = "ChangerServerConnectionLib/ChangerServerNoti
 
 constexpr CFTimeInterval k_connectInterval = 1.0; // seconds between attempts
 
-VErrLink* GetChangerServerNotificationSocketPath(char* path, size_t size) {
+// The path's process id, too. Links name the function that gives the path to everybody.
+static VErrLink* FindNotificationSocket(char* path, size_t size, SInt32* pid) {
+    static const char function[] = "GetChangerServerNotificationSocketPath";
+    VErrLink* err = nullptr;
     SInt32 found = 0;
+    VERR_STEP_IN(function, err, GetChangerServerPID(&found, pid), "fail get changer server PID");
+    if (err == nullptr && !found)
+        VErrRaise(VErrThrowWithErrCode(&err, kVErrCodeServerNotFound, "fail find changer server"),
+                  k_sourcePath, function, __LINE__);
+    if (err == nullptr)
+        snprintf(path, size, "/tmp/carouseldn-%d", *pid);
+    return err;
+}
+
+VErrLink* GetChangerServerNotificationSocketPath(char* path, size_t size) {
     SInt32 pid = 0;
-    VErrLink* err = GetChangerServerPID(&found, &pid);
-    if (err != nullptr)
-        return VERR_RAISE(VErrThrow(&err, "fail get changer server PID"));
-    if (!found)
-        return VERR_RAISE(
-            VErrThrowWithErrCode(&err, kVErrCodeServerNotFound, "fail find changer server"));
-    snprintf(path, size, "/tmp/carouseldn-%d", pid);
-    return nullptr;
+    return FindNotificationSocket(path, size, &pid);
 }
 
 VErrLink* SubscribeToChangerNotifications(ChangerNotificationCallBack changerListCallBack,
@@ -116,12 +122,12 @@ void TryNotificationConnect(CFRunLoopTimerRef /* timer */, void* info) {
 
 VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subscription) {
     char path[kLocalSocketPathSize] = "";
+    SInt32 pid = 0;
     CFDataRef address = nullptr;
     CFSocketRef socket = nullptr;
     CFRunLoopSourceRef source = nullptr;
     VErrLink* err = nullptr;
-    VERR_STEP(err, GetChangerServerNotificationSocketPath(path, sizeof path),
-              "fail get socket path");
+    VERR_STEP(err, FindNotificationSocket(path, sizeof path, &pid), "fail get socket path");
     VERR_NEED(err, (address = CreateLocalSocketAddress(path)) != nullptr,
               "fail create socketAddrData");
     if (err == nullptr) {
@@ -138,6 +144,7 @@ VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subsc
         CFRunLoopAddSource(subscription->runLoop, source, kCFRunLoopDefaultMode);
         subscription->socket = socket;
         subscription->source = source;
+        GetChangerServerProcess(pid, &subscription->server);
     } else {
         CloseLocalSocket(socket);
     }

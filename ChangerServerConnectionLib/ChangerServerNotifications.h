@@ -12,6 +12,7 @@
  * locks. While a callback runs, no other notification is read; the bytes wait in order.
  */
 
+#include "ChangerServerConnectionLib/ChangerServerProcess.h"
 #include "ChangerServerConnectionLib/FrameAssembly.h"
 #include "common/VErr.h"
 
@@ -27,7 +28,8 @@ typedef void (*ChangerNotificationCallBack)(CFTypeRef value,
                                             void* refCon);
 
 struct ChangerNotificationSubscription {
-    CFSocketRef socket; // null while disconnected
+    CFSocketRef socket;          // null while disconnected
+    ChangerServerProcess server; // to which the last connection led, or leads
     CFRunLoopRef runLoop;
     CFRunLoopSourceRef source;
     CFRunLoopTimerRef connectTimer;                  // null when not cycling

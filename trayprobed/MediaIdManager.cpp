@@ -90,11 +90,14 @@ void RootPrefsNotificationCallBack(CFTypeRef value, ChangerNotificationSubscript
 
 // ---- "changer info" ----
 
-void ChangerInfoNotificationCallBack(CFTypeRef value, ChangerNotificationSubscription*, void*) {
+void ChangerInfoNotificationCallBack(CFTypeRef value, ChangerNotificationSubscription* subscription,
+                                     void*) {
     auto* list = static_cast<CFArrayRef>(value);
     VErrLink* err = nullptr;
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
     const bool locked = err == nullptr;
+    if (locked)
+        HandleMediaIdServer(&subscription->server);
     VERR_STEP(err, SaveChangerInfoList(list), "fail SaveChangerList");
     const CFIndex count = err == nullptr ? CFArrayGetCount(list) : 0;
     for (CFIndex i = 0; err == nullptr && i < count; i++) {

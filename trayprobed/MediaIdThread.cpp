@@ -15,12 +15,96 @@ constexpr double k_commandTimeout = 300.0; // seconds, for the mount and for the
 static const char k_clientName[] = "Media Identification";
 constexpr UInt32 k_privateFamily = 1;
 
+// ---- the contexts ----
+
+// Of all threads and of those that ended and left their element on the list, the one started last
+// first. Of each element only the first can have ended: the element is the last thread's.
+static MediaIdThreadContext* g_contexts = nullptr;
+static ChangerServerProcess g_server = {}; // that sends the notifications now
+static pthread_mutex_t g_contextsMutex = PTHREAD_MUTEX_INITIALIZER; // guards both
+
+static MediaIdThreadContext* FindContext(MediaIdThreadContext* from,
+                                         const MediaIdThreadContext* element) {
+    MediaIdThreadContext* context = from;
+    while (context != nullptr && (context->changerGUID != element->changerGUID ||
+                                  context->storageElem != element->storageElem))
+        context = context->next;
+    return context;
+}
+
+static void RemoveContext(MediaIdThreadContext* context) {
+    MediaIdThreadContext** link = &g_contexts;
+    while (*link != nullptr && *link != context)
+        link = &(*link)->next;
+    if (*link != nullptr)
+        *link = context->next;
+    free(context);
+}
+
+// What an earlier thread left is void: the element would not be started if it were on the list.
+static void AddContext(MediaIdThreadContext* context) {
+    pthread_mutex_lock(&g_contextsMutex);
+    MediaIdThreadContext* former = FindContext(g_contexts, context);
+    if (former != nullptr && former->hasEnded)
+        RemoveContext(former);
+    context->server = g_server;
+    context->next = g_contexts;
+    g_contexts = context;
+    pthread_mutex_unlock(&g_contextsMutex);
+}
+
+static void EndContext(MediaIdThreadContext* context, bool isLeftOnList) {
+    pthread_mutex_lock(&g_contextsMutex);
+    context->hasEnded = isLeftOnList && FindContext(g_contexts, context) == context;
+    if (!context->hasEnded)
+        RemoveContext(context);
+    pthread_mutex_unlock(&g_contextsMutex);
+}
+
+// False when there was no memory for it.
+static bool TakeElementOff(const MediaIdThreadContext* context) {
+    VErrLink* err =
+        RemoveStorageElemFromMediaIdInProgressList(context->changerGUID, context->storageElem);
+    const bool isOff = err == nullptr || VErrGetErrCode(err) == kVErrCodeNotFound;
+    VErrCatch(&err);
+    return isOff;
+}
+
+static bool IsChangerKnown(UInt64 changerGUID) {
+    SInt32 isKnown = 1;
+    VErrLink* err = IsChangerInList(changerGUID, &isKnown);
+    VErrCatch(&err);
+    return isKnown != 0;
+}
+
+void HandleMediaIdServer(const ChangerServerProcess* server) {
+    pthread_mutex_lock(&g_contextsMutex);
+    g_server = *server;
+    for (MediaIdThreadContext *context = g_contexts, *next = nullptr; context != nullptr;
+         context = next) {
+        next = context->next;
+        if (!context->hasEnded)
+            continue;
+        const bool isVoid = IsSameChangerServerProcess(&context->server, server)
+                                ? !IsChangerKnown(context->changerGUID)
+                                : FindContext(next, context) == nullptr && TakeElementOff(context);
+        if (isVoid)
+            RemoveContext(context);
+    }
+    pthread_mutex_unlock(&g_contextsMutex);
+}
+
+// ---- the thread ----
+
 VErrLink* StartMediaId(UInt64 changerGUID, UInt16 storageElem, SInt32 buildDirCache) {
     VErrLink* err = nullptr;
-    auto* context = static_cast<MediaIdThreadContext*>(malloc(sizeof(MediaIdThreadContext)));
+    auto* context = static_cast<MediaIdThreadContext*>(calloc(1, sizeof(MediaIdThreadContext)));
     if (context == nullptr)
         return VERR_RAISE(VErrThrow(&err, "fail alloc thread context"));
-    *context = {changerGUID, storageElem, buildDirCache};
+    context->changerGUID = changerGUID;
+    context->storageElem = storageElem;
+    context->buildDirCache = buildDirCache;
+    AddContext(context);
 
     pthread_t thread;
     pthread_attr_t attributes;
@@ -38,12 +122,12 @@ VErrLink* StartMediaId(UInt64 changerGUID, UInt16 storageElem, SInt32 buildDirCa
     if (destroyed != 0)
         VERR_RAISE(VErrThrowWithErrCode(&err, destroyed, "fail pthread_attr_destroy"));
     if (!created)
-        free(context);
+        EndContext(context, false);
     return err;
 }
 
 // A failed mount, walk or eject is logged at once, since what follows must happen all the same. A
-// failed withdrawal leaves the element on the list, and so out of reach.
+// failed withdrawal leaves the element on the list, and so out of reach of the server that refused.
 void* RunMediaIdThread(void* threadContext) {
     auto* context = static_cast<MediaIdThreadContext*>(threadContext);
     const UInt64 changerGUID = context->changerGUID;
@@ -86,7 +170,7 @@ void* RunMediaIdThread(void* threadContext) {
         if (locked)
             UnlockMediaIdState();
     }
-    free(context);
+    EndContext(context, err != nullptr);
     VErrLogAndCatch(&err);
     return nullptr;
 }

@@ -33,9 +33,10 @@ protected:
 TEST_F(SlowStoppedDaemonTest, RepliesOfTheStopAreTakenUnlessTheyCameTooLate) {
     Changers changers = {{0xA1}, {0xA2}, {0xA3}, {0xA4}, {0xA5}, {0xA6}};
     Begin(changers);
-    VolumeTest::WriteInfoFile(
-        "/tmp/volume/.changer_info.plist",
-        VolumeTest::PropertyList("<key>Changer GUID</key><integer>165</integer>"));
+    VolumeTest::WriteInfoFile("/tmp/volume/.changer_info.plist",
+                              VolumeTest::PropertyList("<key>Changer GUID</key><integer>" +
+                                                       std::to_string(wire::kGuidBase + 0xA5) +
+                                                       "</integer>"));
     VolumeTest::Bind("/tmp/volume", "/tmp/place", 2);
 
     const auto tellOfDiscIn = [&](std::size_t index) {

@@ -119,6 +119,26 @@ TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
     EXPECT_EQ(asked.callout, TryNotificationConnect);
 }
 
+TEST_F(Notifications, ConnectionKnowsTheProcessThatItLeadsTo) {
+    SetStartTime({100, 20000});
+    {
+        ScriptedServer server(SocketPath(kServer), {[](Connection&) {}});
+        SubscribeAndConnect();
+        EXPECT_EQ(subscription->server.pid, kServer);
+        EXPECT_EQ(subscription->server.startTime.tv_sec, 100);
+        RunUntil([this] { return IsCycling(); });
+    }
+    ScriptedServer restarted(SocketPath(kRestarted),
+                             {[](Connection& connection) { connection.WaitForEnd(); }});
+    SetStartTime({200, 0});
+    LetServerRun(kRestarted);
+    RunUntil([this] { return IsConnected(); });
+    EXPECT_EQ(subscription->server.pid, kRestarted);
+    EXPECT_EQ(subscription->server.startTime.tv_sec, 200);
+    Unsubscribe();
+    SetStartTime({});
+}
+
 TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
     SetProcesses({{1, "init"}});
     Subscribe();

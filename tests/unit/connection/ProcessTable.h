@@ -4,6 +4,7 @@
 /* The process table as the code under test sees it: wrap sysctl. */
 
 #include <string>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <vector>
 
@@ -24,7 +25,10 @@ void AnswerProcessTable(std::vector<TableAnswer> answers);
 // Any number of scans that all find these processes.
 void SetProcesses(std::vector<Process> processes);
 
-// How often the table was asked for so far.
+// The start time of every process there is; zero unless set: there is no record of any.
+void SetStartTime(timeval startTime);
+
+// How often the whole table was asked for so far.
 int CountTableCalls();
 
 #endif

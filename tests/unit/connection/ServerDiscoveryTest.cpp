@@ -240,4 +240,40 @@ TEST_P(SocketPath, FailsWithoutTheTable) {
                {"fail get changer server PID", GetParam().function, GetParam().file, ENFILE}}));
 }
 
+// ---- one process ----
+
+bool AreSame(const ChangerServerProcess& one, const ChangerServerProcess& other) {
+    const bool same = IsSameChangerServerProcess(&one, &other);
+    EXPECT_EQ(IsSameChangerServerProcess(&other, &one), same);
+    return same;
+}
+
+TEST(ServerProcess, IsTheSameOnlyWithTheSameIdAndStartTime) {
+    EXPECT_TRUE(AreSame({7, {100, 20000}}, {7, {100, 20000}}));
+    EXPECT_FALSE(AreSame({7, {100, 20000}}, {8, {100, 20000}}));
+    EXPECT_FALSE(AreSame({7, {100, 20000}}, {7, {101, 20000}}));
+    EXPECT_FALSE(AreSame({7, {100, 20000}}, {7, {100, 30000}}));
+}
+
+TEST(ServerProcess, UnknownStartTimeEqualsAny) {
+    EXPECT_TRUE(AreSame({7, {0, 0}}, {7, {100, 20000}}));
+    EXPECT_TRUE(AreSame({7, {0, 0}}, {7, {0, 0}}));
+    EXPECT_FALSE(AreSame({7, {0, 0}}, {8, {0, 0}}));
+    EXPECT_FALSE(AreSame({7, {0, 20000}}, {7, {0, 30000}})); // a time all the same
+}
+
+TEST(ServerProcess, StartTimeIsReadOrZero) {
+    ChangerServerProcess process = {1, {2, 3}};
+    SetStartTime({100, 20000});
+    GetChangerServerProcess(7, &process);
+    EXPECT_EQ(process.pid, 7);
+    EXPECT_EQ(process.startTime.tv_sec, 100);
+    EXPECT_EQ(process.startTime.tv_usec, 20000);
+    SetStartTime({});
+    GetChangerServerProcess(8, &process);
+    EXPECT_EQ(process.pid, 8);
+    EXPECT_EQ(process.startTime.tv_sec, 0);
+    EXPECT_EQ(process.startTime.tv_usec, 0);
+}
+
 } // namespace

@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,6 +108,12 @@ public:
     }
     void AddWithoutName(const std::string& entry) const {
         std::filesystem::create_directory(root_ / entry);
+    }
+    void AddStat(const std::string& entry, const std::string& stat) const {
+        std::ofstream(root_ / entry / "stat") << stat;
+    }
+    int ReadOne(pid_t process, kinfo_proc& record) const {
+        return process::ReadProcess(folder_, process, record);
     }
     int Read(std::vector<kinfo_proc>& table) const {
         std::size_t count = table.size();
@@ -256,8 +263,106 @@ TEST(ProcessTable, WithACallFailingLeavesOutAProcessOrSaysWhyNot) {
             });
 }
 
+// ---- one process ----
+
+int ReadOne(pid_t process, kinfo_proc& record, std::size_t& length) {
+    int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, process};
+    return sysctl(name, 4, &record, &length, nullptr, 0) == 0 ? 0 : errno;
+}
+
+TEST(OneProcess, HasItsNameAndItsStartTime) {
+    const Child child("(S) 1 2) 3");
+    kinfo_proc record = {};
+    std::size_t length = sizeof record;
+    ASSERT_EQ(ReadOne(child.Pid(), record, length), 0);
+    EXPECT_EQ(length, sizeof record);
+    EXPECT_EQ(record.kp_proc.p_pid, child.Pid());
+    EXPECT_STREQ(record.kp_proc.p_comm, "(S) 1 2) 3");
+
+    // It started between the start of this program and now.
+    kinfo_proc own = {};
+    ASSERT_EQ(ReadOne(getpid(), own, length), 0);
+    timespec sinceBoot = {};
+    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    EXPECT_FALSE(timercmp(&record.kp_proc.p_starttime, &own.kp_proc.p_starttime, <));
+    EXPECT_LE(record.kp_proc.p_starttime.tv_sec, sinceBoot.tv_sec);
+    EXPECT_GT(own.kp_proc.p_starttime.tv_sec, 0);
+}
+
+TEST(OneProcess, StartTimeIsTheSameAtEachReading) {
+    kinfo_proc first = {};
+    kinfo_proc second = {};
+    std::size_t length = sizeof first;
+    ASSERT_EQ(ReadOne(getpid(), first, length), 0);
+    ASSERT_EQ(ReadOne(getpid(), second, length), 0);
+    EXPECT_FALSE(timercmp(&first.kp_proc.p_starttime, &second.kp_proc.p_starttime, !=));
+}
+
+TEST(OneProcess, StartTimeIsTheWordThatStandsBehindTheName) {
+    const FakeProcesses processes;
+    processes.Add("7", "a) b (c\n");
+    processes.AddStat(
+        "7", "7 (a) b (c) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 12345 23 24\n");
+    kinfo_proc record = {};
+    ASSERT_EQ(processes.ReadOne(7, record), 0);
+    EXPECT_EQ(record.kp_proc.p_pid, 7);
+    EXPECT_STREQ(record.kp_proc.p_comm, "a) b (c");
+    const long ticks = sysconf(_SC_CLK_TCK);
+    EXPECT_EQ(record.kp_proc.p_starttime.tv_sec, 12345 / ticks);
+    EXPECT_EQ(record.kp_proc.p_starttime.tv_usec, 12345 % ticks * 1'000'000 / ticks);
+}
+
+TEST(OneProcess, WithoutItsFilesOrWordsThereIsNone) {
+    const FakeProcesses processes;
+    kinfo_proc record = {};
+    EXPECT_EQ(processes.ReadOne(7, record), ENOENT);
+    processes.AddWithoutName("7");
+    for (const char* stat : {"", "7", "7 (a) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21"}) {
+        processes.AddStat("7", stat);
+        EXPECT_EQ(processes.ReadOne(7, record), ESRCH) << stat;
+    }
+}
+
+TEST(OneProcess, OfAProcessThatHasGoneNothingIsWritten) {
+    pid_t pid = 0;
+    {
+        const Child child("soon gone");
+        pid = child.Pid();
+    }
+    kinfo_proc record = {};
+    record.kp_proc.p_pid = 1234;
+    std::size_t length = sizeof record;
+    EXPECT_EQ(ReadOne(pid, record, length), 0);
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(record.kp_proc.p_pid, 1234);
+}
+
+TEST(OneProcess, NeedsRoomForOneRecord) {
+    int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, getpid()};
+    kinfo_proc record = {};
+    std::size_t length = 0;
+    EXPECT_EQ(sysctl(name, 4, nullptr, &length, nullptr, 0), 0);
+    EXPECT_EQ(length, sizeof record);
+    length = sizeof record - 1;
+    EXPECT_EQ(ReadOne(getpid(), record, length), ENOMEM);
+    EXPECT_EQ(sysctl(name, 4, &record, &length, &record, sizeof record), -1);
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST(OneProcess, WithoutADescriptorToSpareThereIsAnError) {
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    kinfo_proc record = {};
+    std::size_t length = sizeof record;
+    const int error = ReadOne(getpid(), record, length);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(error, EMFILE);
+}
+
 TEST(ProcessTable, KnowsNoOtherName) {
-    int otherName[] = {CTL_KERN, KERN_PROC, 1};
+    int otherName[] = {CTL_KERN, KERN_PROC, 2};
     std::size_t length = 0;
     EXPECT_EQ(sysctl(otherName, 3, nullptr, &length, nullptr, 0), -1);
     EXPECT_EQ(errno, ENOENT);

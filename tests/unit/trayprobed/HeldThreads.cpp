@@ -125,6 +125,13 @@ void HeldThreads::RunNext() {
     EXPECT_EQ(body.function(body.argument), nullptr);
 }
 
+void HeldThreads::RunLast() {
+    ASSERT_FALSE(g_waiting.empty()) << "no thread was started";
+    const Body body = g_waiting.back();
+    g_waiting.pop_back();
+    EXPECT_EQ(body.function(body.argument), nullptr);
+}
+
 void HeldThreads::RaceWithStarter() {
     g_race = true;
 }

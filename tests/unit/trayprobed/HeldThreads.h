@@ -19,6 +19,8 @@ public:
     static std::size_t Count();
     // The body of the one that waits longest, on the calling thread.
     static void RunNext();
+    // The same of the one that was started last.
+    static void RunLast();
 
     // From now on threads run at once, and their creation returns when the thread has ended or
     // has to wait for a mutex. Join waits for their end.

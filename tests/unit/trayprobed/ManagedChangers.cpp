@@ -9,9 +9,9 @@
 
 ManagerFakes g_fakes;
 
-namespace {
-
 ChangerNotificationSubscription g_subscription = {};
+
+namespace {
 
 const char* Lock() {
     return StateLock::IsHeld() ? "" : " (unlocked)";
@@ -49,6 +49,12 @@ VErrLink* StartMediaId(UInt64 changerGUID, UInt16 storageElem, SInt32 buildDirCa
                  Lock());
     VErrLink* err = Answer(__func__);
     return err != nullptr ? err : AddStorageElemToMediaIdInProgressList(changerGUID, storageElem);
+}
+
+void HandleMediaIdServer(const ChangerServerProcess* server) {
+    EXPECT_TRUE(StateLock::IsHeld());
+    if (g_fakes.onServer)
+        g_fakes.onServer(*server);
 }
 
 VErrLink* SubscribeToChangerNotifications(ChangerNotificationCallBack changerListCallBack,
@@ -107,7 +113,7 @@ ManagedChangers::~ManagedChangers() {
 std::vector<std::string> ManagedChangers::Notify(std::initializer_list<Value> changers) {
     Journal::Take();
     const auto list = Array(changers);
-    ChangerInfoNotificationCallBack(list.Get(), nullptr, nullptr);
+    ChangerInfoNotificationCallBack(list.Get(), &g_subscription, nullptr);
     EXPECT_FALSE(StateLock::IsHeld());
     NoteSavedList(list);
     return Journal::Take();

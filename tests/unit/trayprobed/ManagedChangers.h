@@ -24,10 +24,12 @@
 struct ManagerFakes {
     std::string failing;           // the name of a function; fails with errno 5
     std::function<void()> onReset; // called when a changer's progress is reset
+    std::function<void(const ChangerServerProcess&)> onServer; // told of a notification's server
     std::vector<ChangerNotificationCallBack> callBacks;
     std::vector<ChangerNotificationSubscription*> unsubscribed;
 };
 extern ManagerFakes g_fakes;
+extern ChangerNotificationSubscription g_subscription; // that the callbacks are called with
 
 class ManagedChangers : public Store {
 protected:

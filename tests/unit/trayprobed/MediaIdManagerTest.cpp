@@ -183,7 +183,7 @@ TEST_F(MediaIdManager, TwoEntriesOfOneChangerAreHandledBoth) {
 
 TEST_F(MediaIdManager, WithoutTheLockNothingHappens) {
     StateLock::FailLock(EINVAL);
-    ChangerInfoNotificationCallBack(Array({Changer(kChanger)}).Get(), nullptr, nullptr);
+    ChangerInfoNotificationCallBack(Array({Changer(kChanger)}).Get(), &g_subscription, nullptr);
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
         ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
@@ -272,7 +272,7 @@ TEST_F(MediaIdManager, EntriesOfOtherTypesFail) {
 TEST_F(MediaIdManager, AListThatIsNoArrayIsEmpty) {
     const auto dictionary = Changer(kChanger);
     NoteSavedList(reinterpret_cast<CFArrayRef>(dictionary.Get()));
-    ChangerInfoNotificationCallBack(dictionary.Get(), nullptr, nullptr);
+    ChangerInfoNotificationCallBack(dictionary.Get(), &g_subscription, nullptr);
     EXPECT_FALSE(IsKnown(kChanger));
 }
 

@@ -255,6 +255,167 @@ TEST_F(MediaIdThread, AfterAFailedLastWithdrawalTheElementStays) {
     EXPECT_FALSE(StateLock::IsHeld());
 }
 
+// ---- another server ----
+
+constexpr ChangerServerProcess kServer = {4711, {1000, 250000}};
+constexpr ChangerServerProcess kNextServer = {4712, {2000, 0}};
+
+class MediaIdServer : public MediaIdThread {
+protected:
+    MediaIdServer() {
+        Handle(kServer);
+    }
+    ~MediaIdServer() override {
+        EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+        Handle(kServer); // forgets what is left
+        EXPECT_THAT(log_.Take(), IsEmpty());
+    }
+
+    static void Handle(const ChangerServerProcess& server) {
+        EXPECT_EQ(LockMediaIdState(), nullptr);
+        HandleMediaIdServer(&server);
+        UnlockMediaIdState();
+    }
+    // Leaves an element on the list: the server refused its withdrawal.
+    void Strand(int withdrawal = 1) {
+        FakeServer::Fail("withdraw", withdrawal);
+        Run();
+        log_.Take();
+        EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    }
+};
+
+TEST_F(MediaIdServer, ElementLeftOnTheListStaysWhileItsServerLives) {
+    for (const int withdrawal : {1, 2}) {
+        AddChanger(kChanger);
+        Strand(withdrawal);
+        Handle(kServer);
+        Handle(kServer);
+        EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    }
+}
+
+TEST_F(MediaIdServer, ElementLeftOnTheListIsTakenOffForTheNextServer) {
+    for (const int withdrawal : {1, 2}) {
+        Handle(kServer);
+        Strand(withdrawal);
+        Handle(kNextServer);
+        EXPECT_EQ(InProgressCount(kChanger), 0U);
+    }
+}
+
+TEST_F(MediaIdServer, SameProcessIdWithAnotherStartTimeIsTheNextServer) {
+    const ChangerServerProcess others[] = {{4711, {1001, 250000}}, {4711, {1000, 260000}}};
+    for (const ChangerServerProcess& other : others) {
+        Handle(kServer);
+        Strand();
+        Handle(other);
+        EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    }
+}
+
+TEST_F(MediaIdServer, StartTimeThatCannotBeReadLeavesTheElement) {
+    Strand();
+    Handle({4711, {0, 0}});
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadHasEnded) {
+    EXPECT_EQ(Start(), Chain());
+    FakeServer::Fail("withdraw");
+    Handle(kNextServer);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    HeldThreads::RunNext();
+    log_.Take();
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    Handle(kNextServer);
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdServer, NothingElseIsTouchedAndNothingIsSent) {
+    AddChanger(kOtherChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kOtherChanger, kElem), nullptr);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 6), nullptr);
+    EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
+    EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
+    Strand();
+    Journal::Take();
+    Handle(kNextServer);
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+    EXPECT_TRUE(IsInProgress(kOtherChanger, kElem));
+    EXPECT_TRUE(IsInProgress(kChanger, 6));
+    EXPECT_EQ(InProgressCount(kChanger), 1U);
+    EXPECT_TRUE(IsBuilding(kChanger));
+    EXPECT_TRUE(ShouldAbort(kChanger));
+}
+
+TEST_F(MediaIdServer, ElementStartedAgainIsLeftByTheServerOfTheLastStart) {
+    Strand();
+    AddChanger(kChanger); // anew: nothing is on the list
+    Handle(kNextServer);
+    Strand();
+    Handle(kNextServer);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    Handle(kServer);
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+// Two threads for one element: its changer was removed and added while the first one ran.
+TEST_F(MediaIdServer, ElementOfTwoThreadsIsTheOneStartedLast) {
+    EXPECT_EQ(Start(), Chain());
+    AddChanger(kChanger);
+    Handle(kNextServer);
+    EXPECT_EQ(Start(), Chain());
+    FakeServer::Fail("withdraw");
+    HeldThreads::RunNext(); // leaves what is no longer its own
+    Handle({9, {9, 9}});
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    Handle(kNextServer);
+    FakeServer::Fail("withdraw");
+    HeldThreads::RunNext();
+    log_.Take();
+    Handle(kNextServer);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    Handle(kServer);
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdServer, ElementOfAnEarlierThreadStaysUntilThatHasEndedToo) {
+    EXPECT_EQ(Start(), Chain());
+    AddChanger(kChanger);
+    FakeServer::Fail("withdraw");
+    EXPECT_EQ(Start(), Chain());
+    HeldThreads::RunLast();
+    log_.Take();
+    Handle(kNextServer);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    FakeServer::Fail("withdraw");
+    HeldThreads::RunNext();
+    log_.Take();
+    Handle(kNextServer);
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
+    HeldThreads::Fail("pthread_create", EAGAIN);
+    EXPECT_EQ(Start().size(), 1U);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, kElem), nullptr);
+    Handle(kNextServer);
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+}
+
+TEST_F(MediaIdServer, WithoutMemoryTheElementIsTakenOffByTheNextCall) {
+    Strand();
+    {
+        const AllocationFault fault(1);
+        Handle(kNextServer);
+    }
+    log_.Take(); // raising a failure takes memory, too
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    Handle(kNextServer);
+    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+}
+
 // ---- the end ----
 
 TEST_F(MediaIdThread, AFailedLockLeavesTheElement) {

@@ -197,6 +197,22 @@ TEST_F(Scheduling, EveryMountedMediumIsCounted) {
     EXPECT_EQ(count, 0);
 }
 
+// What the server's restart frees may be picked by the same notification.
+TEST_F(Scheduling, TheServerOfANotificationIsHandedOnBeforeAnythingIsPicked) {
+    SetInProgress({0});
+    g_subscription.server = {4711, {12, 340000}};
+    std::vector<ChangerServerProcess> servers;
+    g_fakes.onServer = [&](const ChangerServerProcess& server) {
+        servers.push_back(server);
+        EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 0), nullptr);
+    };
+    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Media Info", Array({New(0)})}})}),
+                testing::Contains(Identify(0)));
+    ASSERT_EQ(servers.size(), 1U);
+    EXPECT_TRUE(IsSameChangerServerProcess(&servers[0], &g_subscription.server));
+    g_subscription.server = {};
+}
+
 // ---- failures ----
 
 TEST_F(Scheduling, ACountEndsWithTheFirstFailure) {

@@ -68,8 +68,9 @@ protected:
                        const_cast<__CFNumber*>(Integer(static_cast<SInt64>(kChanger)).Get()));
     }
     static void Identify() {
-        auto* context = static_cast<MediaIdThreadContext*>(malloc(sizeof(MediaIdThreadContext)));
-        *context = {kChanger, 5, 0};
+        auto* context = static_cast<MediaIdThreadContext*>(calloc(1, sizeof(MediaIdThreadContext)));
+        context->changerGUID = kChanger;
+        context->storageElem = 5;
         RunMediaIdThread(context);
     }
     static void StartBuild() {
@@ -82,7 +83,7 @@ TEST_F(TimerOrders, TheFlagSetAndTheElementRemovedBothLast) {
                                .threads = {FireTimer, Identify},
                                .checkBeforeStarted = [&] { CheckState(true, false); },
                                .check = [&] { CheckState(false, false); }}),
-              364U);
+              918U);
 }
 
 TEST_F(TimerOrders, ABuildClearsTheFlagAfterItsStarterHasSetIt) {
@@ -121,7 +122,7 @@ TEST_F(TimerOrders, TheFlagClearedAndTheElementRemovedBothLast) {
                                .threads = {Identify},
                                .checkBeforeStarted = nullptr,
                                .check = [&] { CheckState(false, false); }}),
-              50U);
+              176U);
 }
 
 } // namespace

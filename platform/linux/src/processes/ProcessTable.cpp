@@ -12,12 +12,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <mutex>
+#include <span>
 #include <system_error>
 
 namespace process {
@@ -36,19 +39,45 @@ pid_t ProcessOf(const char* name) noexcept {
     return error == std::errc() && rest == end ? process : 0;
 }
 
-// False when the process has gone, or its name cannot be read.
-bool ReadCommandName(int root, pid_t process, char (&name)[MAXCOMLEN + 1]) noexcept {
-    char path[sizeof "-2147483648/comm"];
-    std::snprintf(path, sizeof path, "%d/comm", process);
+// The beginning of a file in the process's directory, as far as it fits; its length, or -1 with
+// errno.
+ssize_t ReadFile(int root, pid_t process, const char* name, char* text, std::size_t size) noexcept {
+    char path[sizeof "-2147483648/" + 8];
+    std::snprintf(path, sizeof path, "%d/%s", process, name);
     const int file = openat(root, path, O_RDONLY | O_CLOEXEC);
     if (file < 0)
-        return false;
-    const ssize_t length = read(file, name, MAXCOMLEN);
+        return -1;
+    const ssize_t length = read(file, text, size);
+    const int error = errno;
     close(file);
+    errno = error;
+    return length;
+}
+
+// False when the process has gone, or its name cannot be read.
+bool ReadCommandName(int root, pid_t process, char (&name)[MAXCOMLEN + 1]) noexcept {
+    const ssize_t length = ReadFile(root, process, "comm", name, MAXCOMLEN);
     if (length <= 0)
         return false;
     const bool hasNewline = name[length - 1] == '\n';
     name[hasNewline ? length - 1 : length] = '\0';
+    return true;
+}
+
+// From the text of proc_pid_stat(5): "1234 (name) S 1 ...", of which the 22nd word is the time in
+// clock ticks. The name may hold blanks and parentheses.
+bool ParseStartTime(const char* text, timeval& startTime) noexcept {
+    constexpr int kWordsBehindName = 20;
+    const char* position = std::strrchr(text, ')');
+    for (int word = 0; position != nullptr && word < kWordsBehindName; ++word)
+        position = std::strchr(position + 1, ' ');
+    if (position == nullptr)
+        return false;
+    const long long ticks = std::strtoll(position, nullptr, 10);
+    const long long ticksPerSecond = sysconf(_SC_CLK_TCK);
+    startTime.tv_sec = ticks / ticksPerSecond;
+    startTime.tv_usec =
+        static_cast<suseconds_t>(ticks % ticksPerSecond * 1'000'000 / ticksPerSecond);
     return true;
 }
 
@@ -89,11 +118,41 @@ int Fill(DIR* folder, kinfo_proc* records, std::size_t& count) noexcept {
     return 0;
 }
 
-int ReadKernelsTable(kinfo_proc* records, std::size_t& count) noexcept {
+// What function gives for the kernel's own folder.
+template<typename Function>
+int WithKernelsFolder(Function function) noexcept {
     const std::lock_guard lock(g_mutex);
     if (g_folder == nullptr)
         g_folder = opendir("/proc");
-    return g_folder != nullptr ? ReadProcessTable(g_folder, records, count) : errno;
+    return g_folder != nullptr ? function(g_folder) : errno;
+}
+
+int ListAll(void* buffer, std::size_t& length) noexcept {
+    std::size_t count = length / sizeof(kinfo_proc);
+    const int error = WithKernelsFolder([&](DIR* folder) {
+        return ReadProcessTable(folder, static_cast<kinfo_proc*>(buffer), count);
+    });
+    if (error == 0)
+        length = count * sizeof(kinfo_proc);
+    return error;
+}
+
+int ListOne(pid_t process, void* buffer, std::size_t& length) noexcept {
+    kinfo_proc record = {};
+    if (buffer == nullptr) {
+        length = sizeof record;
+        return 0;
+    }
+    if (length < sizeof record)
+        return ENOMEM;
+    const int error =
+        WithKernelsFolder([&](DIR* folder) { return ReadProcess(folder, process, record); });
+    const bool isGone = error == ENOENT || error == ESRCH;
+    if (error != 0 && !isGone)
+        return error;
+    length = isGone ? 0 : sizeof record;
+    std::memcpy(buffer, &record, length);
+    return 0;
 }
 
 } // namespace
@@ -103,25 +162,38 @@ int ReadProcessTable(DIR* folder, kinfo_proc* records, std::size_t& count) noexc
     return records == nullptr ? Count(folder, count) : Fill(folder, records, count);
 }
 
+int ReadProcess(DIR* folder, pid_t process, kinfo_proc& record) noexcept {
+    char text[1024]; // the 22nd word stands within the first 500 bytes
+    const ssize_t length = ReadFile(dirfd(folder), process, "stat", text, sizeof text - 1);
+    if (length < 0)
+        return errno;
+    text[length] = '\0';
+    record = {};
+    record.kp_proc.p_pid = process;
+    if (!ParseStartTime(text, record.kp_proc.p_starttime) ||
+        !ReadCommandName(dirfd(folder), process, record.kp_proc.p_comm))
+        return ESRCH;
+    return 0;
+}
+
 } // namespace process
 
 int sysctl(int* name, unsigned int nameLength, void* buffer, std::size_t* length, void* newValue,
            std::size_t) {
-    constexpr int kAllProcesses[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
-    if (!std::equal(name, name + nameLength, std::begin(kAllProcesses), std::end(kAllProcesses))) {
-        errno = ENOENT;
-        return -1;
-    }
-    if (newValue != nullptr) {
-        errno = EPERM;
-        return -1;
-    }
-    std::size_t count = *length / sizeof(kinfo_proc);
-    const int error = process::ReadKernelsTable(static_cast<kinfo_proc*>(buffer), count);
-    if (error != 0) {
-        errno = error;
-        return -1;
-    }
-    *length = count * sizeof(kinfo_proc);
-    return 0;
+    const std::span words(name, nameLength);
+    const bool isAll = std::ranges::equal(words, std::array{CTL_KERN, KERN_PROC, KERN_PROC_ALL});
+    const bool isOne =
+        words.size() == 4 &&
+        std::ranges::equal(words.first(3), std::array{CTL_KERN, KERN_PROC, KERN_PROC_PID});
+    int error = ENOENT;
+    if (newValue != nullptr && (isAll || isOne))
+        error = EPERM;
+    else if (isAll)
+        error = process::ListAll(buffer, *length);
+    else if (isOne)
+        error = process::ListOne(words[3], buffer, *length);
+    if (error == 0)
+        return 0;
+    errno = error;
+    return -1;
 }

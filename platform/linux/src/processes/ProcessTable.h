@@ -16,6 +16,12 @@ namespace process {
  */
 int ReadProcessTable(DIR* folder, kinfo_proc* records, std::size_t& count) noexcept;
 
+/*
+ * Reads one process's record, its start time included. Returns 0 or an errno value; ENOENT or ESRCH
+ * when there is no such process.
+ */
+int ReadProcess(DIR* folder, pid_t process, kinfo_proc& record) noexcept;
+
 } // namespace process
 
 #endif
