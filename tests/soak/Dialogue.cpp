@@ -64,11 +64,20 @@ void Dialogue::AwaitEndOfBuild(int changer) const {
     AwaitWithdrawalForChanger(changer, clearing.number);
 }
 
-void Dialogue::AwaitListing(Place place) const {
-    Server().Await("listing", {{"changer", GuidOf(place.changer)},
-                               {"slot", std::to_string(place.slot)},
-                               {"path", "/"},
-                               {"cached", "no"}});
+void Dialogue::AwaitUnansweredRequest() const {
+    Server().Await("fault", {{"do", "silence"}});
+}
+
+void Dialogue::HaltABuild(int changer) const {
+    for (int drive = 0; drive < kDrives; ++drive) {
+        TellAbout({changer, drive}, "load");
+    }
+    TellAbout({changer, kDrives}, "forget");
+    Tell("identify changer=" + GuidOf(changer));
+    ShowOnce();
+    AwaitBeginningOfBuild(changer);
+    AwaitProgress(changer, kDrives);
+    AwaitListing({changer, kDrives});
 }
 
 // When it was taken, the daemon may still have had a thread that looked at the volumes of the
@@ -96,4 +105,17 @@ void Dialogue::AwaitWithdrawalForChanger(int changer, int after) const {
         return request.number > after && request["command"] == "request identification" &&
                request["storage-element-index"].empty() && request["changer"] == GuidOf(changer);
     }));
+}
+
+void Dialogue::AwaitListing(Place place) const {
+    Server().Await("listing", {{"changer", GuidOf(place.changer)},
+                               {"slot", std::to_string(place.slot)},
+                               {"path", "/"},
+                               {"cached", "no"}});
+}
+
+void Dialogue::AwaitProgress(int changer, int discs) const {
+    Server().Await("request", {{"command", "set client status"},
+                               {"changer", GuidOf(changer)},
+                               {"current-step", std::to_string(discs)}});
 }

@@ -25,7 +25,11 @@ public:
     void AwaitEndOfIdentification(Place place) const;
     void AwaitBeginningOfBuild(int changer) const;
     void AwaitEndOfBuild(int changer) const;
-    void AwaitListing(Place place) const; // of a root that is not cached
+    void AwaitUnansweredRequest() const; // by a fault of the server
+
+    // Has a changer built, and waits until the build has listed as many discs as there are drives,
+    // and waits for the next: a user's discs are these, and fill the drives.
+    void HaltABuild(int changer) const;
 
     // Waits until no thread of the daemon's works: what a worker does last shows in nothing else.
     void AwaitQuiet() const;
@@ -38,6 +42,8 @@ private:
     }
     void AwaitAnswered(const stage::Event& request) const;
     void AwaitWithdrawalForChanger(int changer, int after) const;
+    void AwaitListing(Place place) const;             // of a root that is not cached
+    void AwaitProgress(int changer, int discs) const; // reported by a build
 
     Performance& performance_;
 };

@@ -47,6 +47,18 @@ void Ledger::OrderClearing() {
     ++requests_[kStatus].ordered;
 }
 
+void Ledger::OrderCutOffIdentification(Place place, Step last) {
+    requests_[kWithdrawDisc].ordered += last == Step::SecondWithdrawal ? 2 : 1;
+    requests_[kMount].ordered += last >= Step::Mount ? 1 : 0;
+    requests_[kEject].ordered += last >= Step::Eject ? 1 : 0;
+    discs_[place].ordered += last > Step::Mount ? 1 : 0;
+}
+
+void Ledger::OrderCutOffBuild(int reports) {
+    ++requests_[kWithdrawChanger].ordered;
+    requests_[kStatus].ordered += reports;
+}
+
 void Ledger::CountRequest(const stage::Event& request) {
     ++requests_[KindOf(request)].counted;
 }

@@ -15,6 +15,9 @@ struct Place {
     auto operator<=>(const Place&) const = default;
 };
 
+// What an identification consists of.
+enum class Step { FirstWithdrawal, Mount, Eject, SecondWithdrawal };
+
 std::string GuidOf(int changer); // as events tell it
 
 // What must have happened by the rules, beside what the server has counted.
@@ -26,6 +29,10 @@ public:
     // the last clears the status.
     void OrderBuild(int reports);
     void OrderClearing();
+    // The same as far as they come with a server that is killed: an identification whose last step
+    // is requested but not carried out, and a build whose last report is followed by nothing.
+    void OrderCutOffIdentification(Place place, Step last);
+    void OrderCutOffBuild(int reports);
 
     // The record of one server: its requests, and its "model slot" lines.
     void CountRequest(const stage::Event& request);

@@ -9,7 +9,6 @@ using stage::Event;
 namespace {
 
 constexpr int kSpareSlot = kDiscs;
-constexpr int kDrives = 2;
 
 // One changer leaves new discs alone; the disc in its spare slot is never identified.
 constexpr int kIndifferentChanger = 5;
@@ -29,7 +28,8 @@ std::string DailyBuild(int changer) {
 }
 
 ServerLife::ServerLife(Performance& performance, int number)
-    : performance_(performance), dialogue_(performance), number_(number) {}
+    : performance_(performance), dialogue_(performance), number_(number),
+      crash_(performance, number / kLivesToACrash) {}
 
 bool ServerLife::HasBuild() const {
     return number_ % kLivesToABuild == 0;
@@ -37,6 +37,10 @@ bool ServerLife::HasBuild() const {
 
 bool ServerLife::HasAbort() const {
     return HasBuild() && number_ / kLivesToABuild % kBuildsToAnAbort == kBuildsToAnAbort - 1;
+}
+
+bool ServerLife::HasCrash() const {
+    return number_ % kLivesToACrash == kFirstCrash;
 }
 
 void ServerLife::Play() {
@@ -51,6 +55,11 @@ void ServerLife::Play() {
     IdentifyCouples(couples);
     IdentifyBesideABuild();
     IdentifyTheLast();
+    ServerCrash::MakeUp(performance_);
+    if (HasCrash()) {
+        crash_.CutOff();
+        isCutOff_ = true;
+    }
 }
 
 // ---- The beginning ----
@@ -58,7 +67,7 @@ void ServerLife::Play() {
 void ServerLife::Begin(const std::set<Place>& newDiscs) {
     performance_.scene.StartServer();
     dialogue_.Tell("events kinds=request,disconnect,identified,listing,info-open,notification,"
-                   "subscriber");
+                   "subscriber,fault");
     dialogue_.Tell("pulse every=0");
     for (int changer = 0; changer < kChangers; ++changer) {
         AddChanger(changer, newDiscs);
@@ -210,16 +219,9 @@ void ServerLife::AwaitAWholeBuild(int changer) {
     ++performance_.wholeBuilds;
 }
 
-// A user's discs fill the drives, so that the build waits for the first disc that is none of them.
 // That the abort reached the daemon shows in whatever it does next.
 void ServerLife::HaltABuildAndAbortIt(int changer) {
-    for (int drive = 0; drive < kDrives; ++drive) {
-        dialogue_.TellAbout({changer, drive}, "load");
-    }
-    dialogue_.Tell("identify changer=" + GuidOf(changer));
-    dialogue_.ShowOnce();
-    dialogue_.AwaitBeginningOfBuild(changer);
-    dialogue_.AwaitListing({changer, kDrives});
+    dialogue_.HaltABuild(changer);
     dialogue_.Tell("abort client=trayprobed changer=" + GuidOf(changer));
 }
 
@@ -253,6 +255,7 @@ void ServerLife::IdentifyTheLast() {
 
 void ServerLife::PlayFinale() {
     Begin({});
+    ServerCrash::MakeUp(performance_);
     IdentifyEveryDisc();
     BuildEveryChanger();
 }
@@ -293,7 +296,9 @@ void ServerLife::Count() {
         if (line.kind == "slot") {
             performance_.ledger.CountDisc(line);
         }
-        if (line.kind == "status" || line["requested"] == "yes" || line["held"] == "yes") {
+        const bool isLeft =
+            line.kind == "status" || line["requested"] == "yes" || line["held"] == "yes";
+        if (isLeft && !isCutOff_) {
             performance_.leftovers.push_back("life " + std::to_string(number_) + ": " + line.kind +
                                              " " + line["changer"] + " " + line["slot"]);
         }
@@ -305,6 +310,9 @@ void ServerLife::End() {
         performance_.scene.QuitServer();
     } else {
         performance_.scene.KillServer();
+    }
+    if (isCutOff_) {
+        crash_.CountEnds();
     }
     performance_.scene.TheRecord().Forget(stage::Voice::Server);
 }

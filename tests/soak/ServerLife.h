@@ -3,6 +3,7 @@
 
 #include "Dialogue.h"
 #include "Performance.h"
+#include "ServerCrash.h"
 
 #include <set>
 #include <string>
@@ -13,6 +14,8 @@ inline constexpr int kNotificationsOfALife = 100;
 inline constexpr int kIdentificationsOfALife = 10;
 inline constexpr int kLivesToABuild = 2;
 inline constexpr int kBuildsToAnAbort = 3;
+inline constexpr int kLivesToACrash = 10;
+inline constexpr int kFirstCrash = 5;
 
 // A command that has a changer built every day at an hour that is far from now: the daily build is
 // scheduled with every notification and does not begin.
@@ -33,7 +36,7 @@ public:
     // What the server has recorded goes into the account.
     void Count();
 
-    // In good order, or as of a server that crashes.
+    // In good order, or killed: with nothing to do, or in the middle of it.
     void End();
 
 private:
@@ -52,6 +55,7 @@ private:
     }
     bool HasBuild() const;
     bool HasAbort() const;
+    bool HasCrash() const;
     std::vector<Couple> ChooseCouples() const;
 
     void Begin(const std::set<Place>& newDiscs);
@@ -72,6 +76,8 @@ private:
     Performance& performance_;
     Dialogue dialogue_;
     const int number_;
+    ServerCrash crash_;
+    bool isCutOff_ = false;
 };
 
 #endif

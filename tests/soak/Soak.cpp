@@ -92,10 +92,11 @@ void Soak::SayProgress(int number) {
 
 void Soak::PlayFinale() {
     const long before = performance_.ledger.Identifications();
+    const auto owed = static_cast<long>(performance_.crashes.discs.size());
     ServerLife finale(performance_, lives_);
     finale.PlayFinale();
     finale.Count();
-    identificationsOfFinale_ = performance_.ledger.Identifications() - before;
+    identificationsOfFinale_ = performance_.ledger.Identifications() - before - owed;
     finalePlayed_ = true;
 }
 
@@ -119,7 +120,8 @@ void Soak::Judge() {
     table_.AddAtLeast("notifications of changers", long{lives_} * kNotificationsOfALife,
                       performance_.notifications);
     table_.AddExactly("identifications", long{lives_} * kIdentificationsOfALife,
-                      performance_.ledger.Identifications() - identificationsOfFinale_);
+                      performance_.ledger.Identifications() - identificationsOfFinale_ -
+                          performance_.crashes.mounted - performance_.crashes.identifiedAgain);
     table_.AddExactly("server restarts, another process each", lives_, restarts_);
     table_.AddAtLeast("file systems mounted, taken up, unmounted", lives_, performance_.mounts);
     table_.AddExactly("builds", builds, performance_.wholeBuilds + performance_.abortedBuilds);
@@ -131,10 +133,28 @@ void Soak::Judge() {
                       identificationsOfFinale_);
     table_.AddExactly("statuses, requests, mounted discs left", 0,
                       static_cast<long>(performance_.leftovers.size()));
+    JudgeCrashes();
     Complain(differences);
     Complain(performance_.leftovers);
     JudgeMemory();
     JudgeTheEnd();
+}
+
+void Soak::JudgeCrashes() {
+    const CrashRecord& crashes = performance_.crashes;
+    const long servers = (lives_ + kLivesToACrash - 1 - kFirstCrash) / kLivesToACrash;
+    table_.AddExactly("servers killed in the middle of their work", servers, crashes.servers);
+    table_.AddExactly("  identifications so ended, each told once", crashes.begunIdentifications,
+                      crashes.endsOfIdentifications);
+    table_.AddExactly("  builds so ended, each told once", crashes.begunBuilds,
+                      crashes.endsOfBuilds);
+    table_.AddExactly("  discs identified by the next server", crashes.begunIdentifications,
+                      crashes.identifiedAgain);
+    table_.AddExactly("  changers built by the next server", crashes.begunBuilds,
+                      crashes.builtAgain);
+    table_.AddExactly("  log lines of anything else", 0,
+                      static_cast<long>(crashes.otherLines.size()));
+    Complain(crashes.otherLines);
 }
 
 void Soak::JudgeMemory() {

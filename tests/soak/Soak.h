@@ -16,6 +16,10 @@
 //   with the number of discs, one after each disc, a clearing, and a withdrawal again. An abort
 //   stops it on its way back from the next folder.
 // - A changer that the daemon did not know has its status cleared.
+// - A server that is killed in the middle of identifications and builds ends each of them. It is
+//   told once in the log, by its withdrawal that finds no server, and the disc of an identification
+//   is out of reach until another server sends notifications. A disc that this one is asked to have
+//   identified is identified once, and a changer that it is asked to have built is built once.
 //
 // A notification is out of date when it has been overtaken by what it started, and would start it
 // again. So the states in which a disc is wanted are shown one at a time, and the next one when
@@ -47,6 +51,7 @@ private:
     void PlayFinale();
     void SayProgress(int number);
     void Judge();
+    void JudgeCrashes();
     void JudgeMemory();
     void JudgeGrowth(const std::string& what, long bytes, long most);
     void JudgeTheEnd();
