@@ -38,6 +38,12 @@ CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator, CFPropertyListRe
  * Equal immutable values are one object, shared between all lists alive and freed with the last.
  * Time and memory are linear in the length of the data, which is at most 64 MiB; nesting ends at
  * 512 levels. Where a binary list refers twice to a container, a mutable one is shared, too.
+ *
+ * XML is UTF-8 or UTF-16 by its byte order mark, or else of the encoding that it declares: UTF-8,
+ * ASCII (with bytes from 80 on as Latin-1), ISO-8859-1, ISO-8859-15 or windows-1252. Only strings
+ * and keys must be valid; comments, instructions, attributes and what follows the list are skipped.
+ * Of equal keys the last counts in XML, the first in a binary list. Nulls, identifiers and sets of
+ * a binary list become kCFNull; a key that is no string is left out with its value.
  */
 CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator, CFDataRef data,
                                                   CFOptionFlags mutability,
