@@ -7,6 +7,10 @@
 #include <poll.h>
 #include <sys/prctl.h>
 
+#include <chrono>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace bench {
 
 AwaitedServer::AwaitedServer()

@@ -5,6 +5,10 @@
 #include "stage/Descriptor.h"
 #include "stage/Failure.h"
 
+#include <cstddef>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace bench {
 
 void ExchangeBarely(const std::string& path, const std::string& frame) {

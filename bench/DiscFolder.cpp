@@ -1,7 +1,10 @@
 #include "DiscFolder.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace bench {

@@ -13,7 +13,10 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <string>
+#include <sys/types.h>
 #include <thread>
+#include <vector>
 
 using stage::Event;
 using stage::Scene;

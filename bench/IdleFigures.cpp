@@ -17,6 +17,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <string>
 #include <thread>
 #include <vector>
 

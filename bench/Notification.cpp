@@ -6,6 +6,7 @@
 #include "trayprobed/MediaIdState.h"
 
 #include <chrono>
+#include <cstddef>
 #include <stdexcept>
 
 namespace bench {

@@ -7,7 +7,11 @@
 
 #include <plist/plist.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace bench {
 namespace {

@@ -2,6 +2,7 @@
 
 #include "stage/Failure.h"
 
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <spawn.h>

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <poll.h>
 #include <string>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {

@@ -11,6 +11,7 @@
 #include "stage/Process.h"
 
 #include <cstdlib>
+#include <string>
 
 namespace bench {
 namespace {

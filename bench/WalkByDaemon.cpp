@@ -5,6 +5,7 @@
 #include "trayprobed/MediaIdState.h"
 
 #include <cstdlib>
+#include <dirent.h>
 
 namespace {
 std::size_t g_entries = 0;

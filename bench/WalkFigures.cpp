@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
+#include <string>
 
 namespace bench {
 namespace {

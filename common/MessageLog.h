@@ -9,6 +9,8 @@
 
 #include "common/VErr.h"
 
+#include <cstdarg>
+
 /* Append the time on a line of its own, the message and a newline. Unopenable: dropped. */
 void VFLogMessage(const char* path, const char* format, va_list arguments)
     __attribute__((format(printf, 2, 0)));

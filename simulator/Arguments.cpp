@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <sstream>
+#include <system_error>
+#include <utility>
 
 namespace simulator {
 

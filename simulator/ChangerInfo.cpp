@@ -2,6 +2,12 @@
 
 #include "Changer.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
 namespace simulator {
 
 namespace {

@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <ctime>
+#include <mutex>
+#include <optional>
+#include <stop_token>
 #include <utility>
 
 namespace simulator {

@@ -3,9 +3,18 @@
 #include "Frame.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <optional>
+#include <set>
 #include <sstream>
+#include <string>
+#include <utility>
 
 namespace simulator {
 

@@ -4,6 +4,7 @@
 #include "Arguments.h"
 #include "Simulator.h"
 
+#include <memory>
 #include <string_view>
 
 namespace simulator {

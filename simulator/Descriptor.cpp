@@ -1,6 +1,7 @@
 #include "Descriptor.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <system_error>
 

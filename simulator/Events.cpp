@@ -2,6 +2,8 @@
 
 #include "Descriptor.h"
 
+#include <utility>
+
 namespace simulator {
 
 void Events::Report(std::string_view kind, const Fields& fields) {

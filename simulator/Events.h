@@ -3,6 +3,7 @@
 
 #include "Words.h"
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <set>

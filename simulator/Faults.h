@@ -4,6 +4,7 @@
 #include "Values.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <mutex>

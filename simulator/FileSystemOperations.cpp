@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <system_error>
+#include <utility>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -5,6 +5,19 @@
 
 #define FUSE_USE_VERSION 312
 #include <fuse_lowlevel.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace simulator {
 

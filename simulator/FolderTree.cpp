@@ -2,8 +2,14 @@
 #include "DiscTree.h"
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>

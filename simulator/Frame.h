@@ -1,6 +1,7 @@
 // The frames of both sockets: a header of 12 bytes in the host's byte order, then the payload.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>

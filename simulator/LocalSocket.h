@@ -5,6 +5,7 @@
 #include "Faults.h"
 
 #include <string>
+#include <vector>
 
 namespace simulator {
 

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>

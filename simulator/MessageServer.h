@@ -9,12 +9,16 @@
 #include "Values.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <list>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <vector>
 
 namespace simulator {
 

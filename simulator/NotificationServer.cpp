@@ -1,7 +1,10 @@
 #include "NotificationServer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <iterator>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>

@@ -7,6 +7,7 @@
 #include "LocalSocket.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>

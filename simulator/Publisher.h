@@ -8,12 +8,15 @@
 #include "NotificationServer.h"
 #include "Values.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace simulator {
 

@@ -1,6 +1,8 @@
 #include "RequestHandler.h"
 
+#include <chrono>
 #include <map>
+#include <stdexcept>
 
 namespace simulator {
 

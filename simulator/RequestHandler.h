@@ -4,10 +4,12 @@
 #include "Changer.h"
 #include "Values.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <stop_token>
 #include <string>
+#include <utility>
 
 namespace simulator {
 

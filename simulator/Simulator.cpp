@@ -1,5 +1,7 @@
 #include "Simulator.h"
 
+#include <chrono>
+#include <stop_token>
 #include <utility>
 
 #include <unistd.h>

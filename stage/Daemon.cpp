@@ -5,6 +5,7 @@
 #include "stage/ProcessState.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <sstream>
 #include <thread>

@@ -4,6 +4,7 @@
 #include "stage/Process.h"
 
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace stage {

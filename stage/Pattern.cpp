@@ -2,6 +2,8 @@
 
 #include "stage/Failure.h"
 
+#include <cstring>
+
 namespace stage {
 
 Pattern::Pattern(const std::string& expression) {

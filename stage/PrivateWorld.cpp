@@ -3,9 +3,11 @@
 #include "stage/Descriptor.h"
 #include "stage/Failure.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>

@@ -2,6 +2,8 @@
 
 #include "stage/Failure.h"
 
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -10,6 +12,8 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
+#include <utility>
 
 namespace stage {
 namespace {

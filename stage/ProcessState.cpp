@@ -4,6 +4,7 @@
 #include "stage/Failure.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -11,7 +12,9 @@
 #include <sstream>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <thread>
+#include <unistd.h>
 
 namespace stage {
 namespace {

@@ -3,8 +3,11 @@
 #include "stage/Failure.h"
 
 #include <array>
+#include <chrono>
+#include <cstddef>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <unistd.h>
 
 namespace stage {
 

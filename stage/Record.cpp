@@ -7,6 +7,8 @@
 #include <array>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
 
 namespace stage {
 namespace {

@@ -10,6 +10,7 @@
 #include "stage/Descriptor.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <list>

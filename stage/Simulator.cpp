@@ -4,6 +4,7 @@
 #include "stage/PrivateWorld.h"
 
 #include <csignal>
+#include <optional>
 
 namespace stage {
 namespace {

@@ -5,6 +5,10 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <utility>
 
 namespace stage {
 namespace {

@@ -3,6 +3,8 @@
 
 #include "stage/Record.h"
 
+#include <string>
+
 namespace stage {
 
 // The system log daemon of the private world: owns /dev/log and puts every message on the record,

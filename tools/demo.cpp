@@ -8,9 +8,15 @@
 #include "stage/Scene.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <set>
+#include <string>
+#include <vector>
 
 using stage::Event;
 using stage::Line;

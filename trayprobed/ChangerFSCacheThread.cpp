@@ -9,6 +9,7 @@
 #include "trayprobed/DirectoryWalk.h"
 #include "trayprobed/MediaIdState.h"
 
+#include <dirent.h>
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>

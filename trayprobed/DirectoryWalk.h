@@ -20,6 +20,7 @@
 
 #include "trayprobed/DirectoryNames.h"
 
+#include <dirent.h>
 #include <sys/types.h>
 
 constexpr size_t k_walkPathSize = 1024;

@@ -2,6 +2,7 @@
 
 #include "ChangerServerConnectionLib/FrameAssembly.h"
 
+#include <cstddef>
 #include <utility>
 
 namespace {

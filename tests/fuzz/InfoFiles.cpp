@@ -11,7 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -10,6 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
 namespace {
 
 using Reply = Held<CFDictionaryRef>;

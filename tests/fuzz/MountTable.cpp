@@ -7,11 +7,15 @@
 
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
+#include <sys/types.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 

@@ -33,8 +33,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {

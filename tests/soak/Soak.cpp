@@ -2,7 +2,9 @@
 
 #include "ServerLife.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <exception>
 
 namespace {
 

@@ -36,6 +36,9 @@
 #include "VerdictTable.h"
 
 #include <chrono>
+#include <string>
+#include <sys/types.h>
+#include <vector>
 
 class Soak {
 public:

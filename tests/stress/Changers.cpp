@@ -5,6 +5,8 @@
 
 #include "connection/Frames.h"
 
+#include <cstdint>
+
 using chance::Below;
 using chance::OneIn;
 

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <pthread.h>
 #include <set>
+#include <string>
 #include <syslog.h>
 #include <utility>
 

@@ -14,8 +14,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 using chance::Below;

@@ -37,7 +37,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <random>
 #include <set>

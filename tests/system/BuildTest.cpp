@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <string>
+#include <vector>
 
 using stage::Event;
 using testing::ElementsAre;

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <new>
 #include <sys/mman.h>
+#include <unistd.h>
 
 using stage::Require;
 

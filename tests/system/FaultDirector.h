@@ -5,6 +5,7 @@
 #include "stage/Daemon.h"
 
 #include <string>
+#include <string_view>
 
 // Lets the calls of a running daemon fail, one after the other, without starting it anew for each.
 class FaultDirector {

@@ -11,11 +11,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstring>
+#include <functional>
 #include <iomanip>
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <string>
 #include <utility>
+#include <vector>
 
 using stage::Event;
 using stage::Line;

@@ -5,15 +5,21 @@
 #include "stage/ProcessState.h"
 #include "stage/ReadWatch.h"
 
+#include <cerrno>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <optional>
+#include <string>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
+#include <vector>
 
 using testing::Contains;
 

@@ -5,9 +5,12 @@
 #include "stage/ReadWatch.h"
 
 #include <deque>
+#include <filesystem>
 #include <fstream>
 #include <optional>
+#include <string>
 #include <sys/mount.h>
+#include <sys/types.h>
 
 namespace {
 

@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <gmock/gmock.h>
+#include <string>
 
 using testing::Contains;
 using testing::ElementsAre;

@@ -2,6 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <set>
+#include <string>
+#include <vector>
+
 using stage::Event;
 using testing::Contains;
 using testing::Each;

@@ -5,6 +5,8 @@
 #include "stage/ProcessState.h"
 
 #include <csignal>
+#include <cstddef>
+#include <sys/types.h>
 #include <sys/wait.h>
 
 namespace {

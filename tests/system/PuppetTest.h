@@ -14,6 +14,8 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <sys/types.h>
 #include <vector>
 
 class PuppetTest : public testing::Test {

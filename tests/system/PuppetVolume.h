@@ -5,6 +5,7 @@
 #include "stage/Process.h"
 
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 // The file system of changer 5000C500ABCD00A1 with one disc, whose folders do to whoever lists them

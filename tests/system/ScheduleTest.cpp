@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 #include <gmock/gmock.h>
+#include <string>
 
 using testing::Contains;
 

@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <string>
+#include <vector>
+
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;

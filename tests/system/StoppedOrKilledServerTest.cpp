@@ -6,6 +6,10 @@
 
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
 
 using testing::UnorderedElementsAreArray;
 

@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
+#include <string>
+
 using testing::ElementsAre;
 
 namespace {

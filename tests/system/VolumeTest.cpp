@@ -4,10 +4,12 @@
 #include "stage/ReadWatch.h"
 #include "tests/unit/support/BinaryLists.h"
 
+#include <cstddef>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <vector>
 
 using stage::Event;
 using testing::Contains;

@@ -7,6 +7,7 @@
 #include "SystemTest.h"
 
 #include <filesystem>
+#include <string>
 
 // Volumes that come and go while the daemon runs. They are folders that are bound to their place
 // once they are complete, since a volume is looked at when it appears, and only then.

@@ -3,6 +3,7 @@
 
 // The server's frames as a Puppet writes them, made without any library.
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

@@ -11,6 +11,7 @@
 #include "AllocationFaults.h"
 #include "SystemCallFaults.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <thread>

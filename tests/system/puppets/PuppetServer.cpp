@@ -23,15 +23,21 @@
 #include "stage/Failure.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <iostream>
 #include <map>
 #include <poll.h>
 #include <sstream>
+#include <string>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {

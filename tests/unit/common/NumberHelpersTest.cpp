@@ -7,7 +7,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <limits>
+#include <string>
 #include <type_traits>
 
 using testing::ElementsAre;

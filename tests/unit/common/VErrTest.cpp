@@ -12,7 +12,9 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <pthread.h>
+#include <string>
 #include <thread>
 
 using testing::ElementsAre;

@@ -10,6 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

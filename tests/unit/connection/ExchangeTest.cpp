@@ -15,9 +15,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
+#include <functional>
 #include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <thread>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

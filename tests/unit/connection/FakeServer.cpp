@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <time.h>
 #include <unistd.h>
+#include <utility>
 
 static const char k_sourcePath[] = "tests/unit/FakeServer";
 

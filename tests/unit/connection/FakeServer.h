@@ -9,6 +9,7 @@
 #include "common/VErr.h"
 #include "support/PropertyLists.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 

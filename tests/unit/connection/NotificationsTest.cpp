@@ -16,8 +16,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
 #include <unistd.h>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

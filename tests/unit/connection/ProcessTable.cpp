@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <mutex>
+#include <utility>
 
 namespace {
 

@@ -2,6 +2,8 @@
 
 #include "Seams.h"
 
+#include <utility>
+
 static constexpr CFAbsoluteTime kFarFuture = 1e10;
 static constexpr CFTimeInterval kEachTurn = 0.001;
 

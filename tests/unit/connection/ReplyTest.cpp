@@ -10,6 +10,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <string>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 

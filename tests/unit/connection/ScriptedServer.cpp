@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 std::string Connection::Read(std::size_t count) {
     std::string bytes(count, '\0');

@@ -3,6 +3,7 @@
 
 /* The other end of a channel: a listening local socket whose connections follow scripts. */
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>

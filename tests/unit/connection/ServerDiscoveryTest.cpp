@@ -14,6 +14,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -8,8 +8,14 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <set>
+#include <string>
+#include <string_view>
 #include <sys/stat.h>
+#include <vector>
 
 using testing::AllOf;
 using testing::ElementsAre;

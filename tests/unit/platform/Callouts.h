@@ -6,6 +6,7 @@
 #include "loop/RunLoop.h"
 
 #include <functional>
+#include <utility>
 
 // A timer in the calling thread's loop. Takes itself out of it at the end of its life.
 class TestTimer {

@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include <cstddef>
+
 namespace {
 
 constexpr int kDeep = 200000;

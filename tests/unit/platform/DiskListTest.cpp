@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
+#include <sys/types.h>
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <set>
 #include <string>

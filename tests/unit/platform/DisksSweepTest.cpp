@@ -12,9 +12,15 @@
 #include <gtest/gtest.h>
 #include <sys/timerfd.h>
 
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The second's wait before a failed turn is tried again takes a millisecond.

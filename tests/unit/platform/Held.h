@@ -8,6 +8,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstdint>
+#include <utility>
 
 // A reference of the test's own; converts to what the calls take.
 template<typename Reference>

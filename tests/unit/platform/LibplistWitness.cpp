@@ -18,6 +18,7 @@
 #include <limits>
 #include <map>
 #include <span>
+#include <utility>
 
 namespace {
 

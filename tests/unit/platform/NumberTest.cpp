@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace {

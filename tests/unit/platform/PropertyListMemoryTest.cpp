@@ -9,9 +9,11 @@
 #include <plist/plist.h>
 #include <pugixml.hpp>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 namespace {
 

@@ -11,7 +11,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <random>
+#include <string>
 
 namespace {
 

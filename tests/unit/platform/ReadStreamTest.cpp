@@ -7,9 +7,11 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/inotify.h>

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <thread>

@@ -1,6 +1,6 @@
 #include "Callouts.h"
-#include "Footprint.h"
 #include "FaultSweep.h"
+#include "Footprint.h"
 #include "LocalServer.h"
 
 #include <CoreFoundation/CFSocket.h>
@@ -10,6 +10,7 @@
 #include <sys/un.h>
 
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <set>

@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace {

@@ -1,6 +1,12 @@
 #include "simulator/Changer.h"
 
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

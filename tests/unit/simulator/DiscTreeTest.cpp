@@ -1,9 +1,15 @@
 #include "simulator/DiscTree.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

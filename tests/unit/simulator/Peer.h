@@ -5,6 +5,7 @@
 #include "simulator/Frame.h"
 #include "simulator/Values.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>

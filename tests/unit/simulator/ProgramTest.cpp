@@ -7,12 +7,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <set>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

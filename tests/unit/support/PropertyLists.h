@@ -11,6 +11,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 class TemporaryTree {
 public:

@@ -5,6 +5,8 @@
 
 #include "trayprobed/ChangerFSCacheThread.h"
 
+#include <string>
+
 using testing::ElementsAre;
 
 namespace {

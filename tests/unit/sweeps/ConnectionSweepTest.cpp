@@ -6,6 +6,11 @@
 
 #include <unistd.h>
 
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
 using testing::Contains;
 using testing::HasSubstr;
 

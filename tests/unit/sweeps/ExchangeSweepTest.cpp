@@ -4,6 +4,10 @@
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 
+#include <set>
+#include <string>
+#include <vector>
+
 using testing::Contains;
 
 namespace {

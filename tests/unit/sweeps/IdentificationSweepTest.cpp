@@ -4,6 +4,9 @@
 
 #include "trayprobed/MediaIdThread.h"
 
+#include <string>
+#include <vector>
+
 namespace {
 
 class IdentificationSweep : public WholeDaemon {

@@ -8,6 +8,8 @@
 #include "trayprobed/MediaIdManager.h"
 
 #include <set>
+#include <string>
+#include <utility>
 
 using testing::IsEmpty;
 

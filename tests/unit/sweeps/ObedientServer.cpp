@@ -10,6 +10,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <optional>
 #include <sstream>
 #include <utility>

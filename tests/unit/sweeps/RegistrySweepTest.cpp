@@ -7,6 +7,9 @@
 #include "trayprobed/ChangerFSCacheManager.h"
 #include "trayprobed/ChangerFSCacheState.h"
 
+#include <cstddef>
+#include <string>
+
 namespace {
 
 class RegistrySweep : public WholeDaemon {

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <sys/sysctl.h>
 
+#include <cstddef>
 #include <string>
 
 namespace {

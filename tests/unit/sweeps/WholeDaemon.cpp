@@ -3,7 +3,9 @@
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "trayprobed/ChangerFSCacheState.h"
 
+#include <cstddef>
 #include <filesystem>
+#include <system_error>
 
 namespace {
 

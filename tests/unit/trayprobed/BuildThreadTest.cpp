@@ -5,7 +5,11 @@
 #include "AllocationFaults.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <set>
+#include <string>
+#include <string_view>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::EndsWith;

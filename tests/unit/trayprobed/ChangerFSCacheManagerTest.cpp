@@ -15,6 +15,11 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;

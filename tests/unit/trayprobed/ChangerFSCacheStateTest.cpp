@@ -9,8 +9,11 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <cstddef>
 #include <set>
+#include <string>
 #include <thread>
+#include <vector>
 
 using testing::ElementsAre;
 

@@ -10,6 +10,10 @@
 
 #include <gmock/gmock.h>
 
+#include <ctime>
+#include <set>
+#include <string>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 

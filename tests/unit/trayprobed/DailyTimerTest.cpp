@@ -11,7 +11,11 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
+#include <set>
+#include <string>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

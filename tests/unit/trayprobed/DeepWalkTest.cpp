@@ -4,9 +4,15 @@
 
 #include "trayprobed/DirectoryWalk.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

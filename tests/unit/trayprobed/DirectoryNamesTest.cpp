@@ -3,12 +3,15 @@
 #include "trayprobed/DirectoryNames.h"
 #include "support/TemporaryTree.h"
 
+#include <dirent.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 using testing::IsEmpty;

@@ -10,6 +10,7 @@
 #include <semaphore>
 #include <set>
 #include <thread>
+#include <utility>
 
 namespace {
 

@@ -17,6 +17,7 @@
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 

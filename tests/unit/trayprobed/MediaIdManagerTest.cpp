@@ -9,6 +9,11 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <initializer_list>
+#include <set>
+#include <string>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;

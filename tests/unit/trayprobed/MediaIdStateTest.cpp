@@ -7,6 +7,10 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <initializer_list>
+#include <set>
+#include <string>
+#include <vector>
 
 using testing::ElementsAre;
 

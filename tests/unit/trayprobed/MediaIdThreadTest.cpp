@@ -13,7 +13,11 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <set>
+#include <string>
+#include <string_view>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

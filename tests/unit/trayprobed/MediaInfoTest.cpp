@@ -5,6 +5,11 @@
 
 #include <gmock/gmock.h>
 
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
 using testing::ElementsAre;
 
 namespace {

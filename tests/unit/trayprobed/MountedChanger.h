@@ -15,6 +15,10 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
+#include <string>
+#include <string_view>
+
 constexpr const char* kWalkSource = "trayprobed/ChangerFSCacheThread";
 
 class MountedChanger : public Store {

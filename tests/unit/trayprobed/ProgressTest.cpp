@@ -6,6 +6,9 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;

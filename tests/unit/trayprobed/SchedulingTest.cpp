@@ -9,6 +9,13 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
+#include <initializer_list>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;

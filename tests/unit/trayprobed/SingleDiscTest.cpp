@@ -6,7 +6,10 @@
 #include "AllocationFaults.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <set>
+#include <string>
+#include <vector>
 
 using testing::Contains;
 using testing::Each;

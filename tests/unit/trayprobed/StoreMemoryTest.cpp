@@ -6,7 +6,10 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
 #include <functional>
+#include <set>
+#include <string>
 
 using testing::UnorderedElementsAreArray;
 

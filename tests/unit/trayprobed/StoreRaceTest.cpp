@@ -9,6 +9,7 @@
 #include <functional>
 #include <semaphore>
 #include <thread>
+#include <utility>
 
 namespace {
 

@@ -28,6 +28,7 @@
 #include "trayprobed/MediaIdThread.h"
 
 #include <cstdlib>
+#include <set>
 
 // All mutexes are watched by EveryOrder.cpp here.
 VErrLink* StateLock::InitStore() {

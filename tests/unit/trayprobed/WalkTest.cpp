@@ -2,12 +2,19 @@
 
 #include "MountedChanger.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <set>
+#include <string>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using testing::Contains;
 using testing::ElementsAre;

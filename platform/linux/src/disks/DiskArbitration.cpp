@@ -23,6 +23,7 @@
 
 #include <exception>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace {

@@ -3,6 +3,8 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <ctime>
+
 namespace disks {
 
 RetryTimer::RetryTimer() noexcept

@@ -4,6 +4,7 @@
 #include "processes/AllSignalsBlocked.h"
 
 #include <fcntl.h>
+#include <sys/statfs.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 

@@ -11,7 +11,10 @@
 #include <algorithm>
 #include <bit>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace cf {
 

@@ -17,6 +17,7 @@
 #include <array>
 #include <cstddef>
 #include <new>
+#include <span>
 #include <string_view>
 #include <vector>
 

@@ -9,6 +9,11 @@
 
 #include <CoreFoundation/CFPropertyList.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <span>
+
 namespace {
 
 using cf::MalformedList;

@@ -4,6 +4,8 @@
 #include "objects/Unicode.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string_view>
 
 namespace cf {
 

@@ -5,6 +5,7 @@
 #include "lists/XmlSlice.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <optional>
 #include <utility>

@@ -9,6 +9,9 @@
 #include <cstdio>
 #include <limits>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace cf {

@@ -3,6 +3,8 @@
 #include "lists/Transcoding.h"
 #include "objects/Unicode.h"
 
+#include <string>
+
 namespace cf {
 
 namespace {

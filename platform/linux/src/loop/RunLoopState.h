@@ -8,6 +8,7 @@
 #include "loop/WallClockAlarm.h"
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 
 namespace cf {

@@ -5,6 +5,8 @@
 #include "objects/SharedValues.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 #include <utility>
 
 namespace cf {

@@ -7,6 +7,7 @@
 
 #include <CoreFoundation/CFArray.h>
 
+#include <cstddef>
 #include <span>
 
 struct __CFArray : cf::Collection {

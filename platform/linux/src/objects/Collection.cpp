@@ -4,6 +4,7 @@
 #include "objects/Dictionary.h"
 #include "objects/SharedTable.h"
 
+#include <cstdlib>
 #include <utility>
 
 namespace cf {

@@ -7,6 +7,8 @@
 
 #include <CoreFoundation/CFData.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <span>
 
 // An immutable buffer's bytes follow the object, and its greatest length is the one it has. A

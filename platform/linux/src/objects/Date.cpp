@@ -3,6 +3,7 @@
 #include "objects/Hash.h"
 
 #include <bit>
+#include <cstdint>
 
 namespace cf {
 namespace {

@@ -3,6 +3,7 @@
 #include "objects/OpenAddressing.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <utility>
 

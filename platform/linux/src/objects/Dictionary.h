@@ -8,6 +8,7 @@
 
 #include <CoreFoundation/CFDictionary.h>
 
+#include <cstddef>
 #include <span>
 
 struct __CFDictionary : cf::Collection {

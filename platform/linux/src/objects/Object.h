@@ -10,6 +10,7 @@
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFConstantString.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,6 +1,7 @@
 #include "objects/SharedTable.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <iterator>
 

@@ -8,6 +8,7 @@
 #include <CoreFoundation/CFString.h>
 
 #include <compare>
+#include <cstdint>
 #include <string_view>
 
 namespace cf {

@@ -1,6 +1,7 @@
 #include "objects/Unicode.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 

@@ -4,6 +4,8 @@
 #include <CoreFoundation/CFURL.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 

@@ -23,8 +23,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace cf {
 namespace {

@@ -14,7 +14,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <new>
+#include <span>
+#include <utility>
 
 namespace cf {
 namespace {
