@@ -44,6 +44,10 @@ protected:
         const std::lock_guard lock(g_dead.mutex);
         g_dead.inode = status.st_ino;
     }
+    static int CountReaders() {
+        const std::lock_guard lock(g_dead.mutex);
+        return g_dead.waiting;
+    }
     static void AwaitReaders(int count) {
         std::unique_lock lock(g_dead.mutex);
         g_dead.changed.wait(lock, [&] { return g_dead.waiting == count; });
@@ -108,9 +112,9 @@ TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
 
 TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
     LetDie();
-    for (int i = 0; i < cf::kMostUnansweredFiles; ++i)
+    // A reader of an earlier test may count until it has ended, and one is refused for it.
+    while (CountReaders() < cf::kMostUnansweredFiles)
         EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
-    AwaitReaders(cf::kMostUnansweredFiles);
     EXPECT_FALSE(cf::ReadFileWithin(1h, path_, 100).isOpened);
     AwaitReaders(cf::kMostUnansweredFiles);
     Revive();
