@@ -168,6 +168,13 @@ void FireDailyTimer() {
         ChangerFSCache(last->timer, last->context.info);
 }
 
+// A build whose status cannot be cleared keeps its progress record for good.
+void RunNextThread() {
+    FakeServer::TakeKeptReport(); // of an earlier thread, which may have freed it
+    HeldThreads::RunNext();
+    free(FakeServer::TakeKeptReport());
+}
+
 void Daemon::Happen(char event) {
     if (event == kLost) {
         Receive({});
@@ -176,7 +183,7 @@ void Daemon::Happen(char event) {
     } else if (event == 'U') {
         DiskArbDiskDisappearedCallback(disk_.Ref(), nullptr);
     } else if (event == 'T' && HeldThreads::Count() > 0) {
-        HeldThreads::RunNext();
+        RunNextThread();
     } else if (event == 'D') {
         FireDailyTimer();
     } else if (event == 'X') {

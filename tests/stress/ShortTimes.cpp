@@ -1,6 +1,7 @@
 #include "ShortTimes.h"
 
 #include "Chance.h"
+#include "KeptObjects.h"
 #include "Tally.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -41,7 +42,7 @@ void FireDaily(CFRunLoopTimerRef timer, void* info) {
 
 void FireConnect(CFRunLoopTimerRef timer, void* info) {
     tally::Count(Kind::kConnectTimerFired);
-    TryNotificationConnect(timer, info);
+    kept_objects::TryToConnect(timer, static_cast<ChangerNotificationSubscription*>(info));
 }
 
 void FireReply(CFRunLoopTimerRef timer, void* info) {

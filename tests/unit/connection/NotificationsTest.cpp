@@ -414,20 +414,22 @@ TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
                           }});
     SubscribeAndConnect();
     RunUntil([this] { return told.size() == 1; });
-    // The source of a connection that ended is left behind when the next one begins.
-    const Held leftBehind(subscription->source);
+    // The source of a connection that ended is kept for good when the next one takes its place.
+    const Held kept(subscription->source);
+    const auto watched = Share(kept.Get());
 
     LetServerRun(kRestarted);
     mayEnd = true;
     mayEnd.notify_all();
     RunUntil([this] { return told.size() == 2; });
     EXPECT_TRUE(IsConnected());
-    EXPECT_NE(subscription->source, leftBehind.Get());
+    EXPECT_NE(subscription->source, kept.Get());
     EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
     EXPECT_EQ(CountAskedTimers() - timersBefore, 2);
     EXPECT_EQ(LastAskedTimer().fireDate, kNow); // at once
     EXPECT_EQ(LastAskedTimer().interval, 1.0);
     Unsubscribe();
+    EXPECT_EQ(static_cast<const cf::Object*>(CFTypeRef(kept.Get()))->references, 2);
 }
 
 TEST_F(Notifications, ForgetsHalfAFrameOfTheConnectionBefore) {
@@ -443,7 +445,7 @@ TEST_F(Notifications, ForgetsHalfAFrameOfTheConnectionBefore) {
                                                 }});
     SubscribeAndConnect();
     RunUntil([this] { return subscription->frame.pendingData != nullptr; });
-    const Held leftBehind(subscription->source);
+    const Held kept(subscription->source);
     mayEnd = true;
     mayEnd.notify_all();
     RunUntil([this] { return !told.empty(); });

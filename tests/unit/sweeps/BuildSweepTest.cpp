@@ -4,10 +4,50 @@
 #include "WholeDaemon.h"
 
 #include "trayprobed/ChangerFSCacheThread.h"
+#include "trayprobed/ShownReport.h"
 
+#include <cstdlib>
 #include <string>
+#include <utility>
+#include <vector>
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+FSCacheStatusReport* g_shownReport = nullptr; // by the build that runs
+FSCacheStatusReport* g_keptReport = nullptr;  // by the last build, which could not clear its status
+
+} // namespace
+
+// ChangerServerSetClientStatus and ChangerServerClearClientStatus by their names for the linker.
+extern "C" {
+VErrLink* __real__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
+                                                            const char* message, UInt16 step,
+                                                            UInt16 maximum, Boolean abort);
+VErrLink* __wrap__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
+                                                            const char* message, UInt16 step,
+                                                            UInt16 maximum, Boolean abort);
+VErrLink* __real__Z30ChangerServerClearClientStatusyPKc(UInt64 changerGUID, const char* client);
+VErrLink* __wrap__Z30ChangerServerClearClientStatusyPKc(UInt64 changerGUID, const char* client);
+
+VErrLink* __wrap__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
+                                                            const char* message, UInt16 step,
+                                                            UInt16 maximum, Boolean abort) {
+    g_shownReport = ReportOf(message);
+    return __real__Z28ChangerServerSetClientStatusyPKcS0_tth(changerGUID, client, message, step,
+                                                             maximum, abort);
+}
+
+VErrLink* __wrap__Z30ChangerServerClearClientStatusyPKc(UInt64 changerGUID, const char* client) {
+    VErrLink* err = __real__Z30ChangerServerClearClientStatusyPKc(changerGUID, client);
+    FSCacheStatusReport* shown = std::exchange(g_shownReport, nullptr);
+    g_keptReport = err != nullptr ? shown : nullptr;
+    return err;
+}
+}
 
 namespace {
 
@@ -21,6 +61,17 @@ protected:
     }
 
     void ExpectWalkIsDoneOrTold();
+    // The progress record is kept for good if its status could not be cleared, and then alone.
+    static void ExpectReportKeptIfNotCleared(const Fault& fault,
+                                             const std::vector<std::string>& lines) {
+        FSCacheStatusReport* report = std::exchange(g_keptReport, nullptr);
+        g_shownReport = nullptr;
+        if (report == nullptr)
+            return;
+        EXPECT_EQ(report->changerGUID, kSweptChanger) << fault.what;
+        EXPECT_THAT(lines, Contains(HasSubstr("fail ResetStatusReporting"))) << fault.what;
+        free(report);
+    }
     static void Start() {
         EXPECT_EQ(TakeChain(StartChangerFSCache(kSweptChanger)), Chain());
     }
@@ -66,7 +117,7 @@ TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
                            const auto requests = server_.TakeRequests();
                            const bool closed = !IsBuilding(kSweptChanger) && !requests.empty() &&
                                                requests.back() == "A1000: request identification";
-                           ExpectSound(fault, closed);
+                           ExpectReportKeptIfNotCleared(fault, ExpectSound(fault, closed));
                            EXPECT_TRUE(!IsBuilding(kSweptChanger) || fault.function.empty())
                                << fault.what;
                            EXPECT_EQ(RemoveChangerFromList(kSweptChanger), nullptr);

@@ -5,6 +5,7 @@
 
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "connection/Frames.h"
+#include "trayprobed/KnownChangerLists.h"
 #include "trayprobed/MediaIdManager.h"
 
 #include <set>
@@ -28,7 +29,7 @@ void SaveAndHandle(CFTypeRef list, ChangerNotificationSubscription* subscription
 
 // The server's changers are kSweptChanger, where a user has had everything identified and cached,
 // and kNewChanger; what the daemon has done is no longer asked for.
-class NotificationSweep : public WholeDaemon {
+class NotificationSweep : KnownChangerLists, public WholeDaemon {
 protected:
     NotificationSweep() {
         MakeFileSystem();

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <set>
 #include <string>
 #include <string_view>
@@ -261,6 +262,7 @@ TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
 
 // ---- the ending ----
 
+// The progress record is kept for good.
 TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {
     Mount();
     FakeServer::Fail("clear");
@@ -268,6 +270,11 @@ TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {
                                      kClosing));
     EXPECT_THAT(log_.Take(), SizeIs(3));
     EXPECT_FALSE(IsBuilding(kChanger));
+    FSCacheStatusReport* report = FakeServer::TakeKeptReport();
+    ASSERT_NE(report, nullptr);
+    EXPECT_EQ(report->changerGUID, kChanger);
+    EXPECT_STREQ(report->message, "Building changer directory cache");
+    free(report);
 }
 
 TEST_F(BuildThread, AFailedFirstLockLeavesOnlyTheEnding) {

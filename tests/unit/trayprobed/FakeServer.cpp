@@ -5,6 +5,7 @@
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
 #include "Journal.h"
+#include "ShownReport.h"
 #include "StateLock.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +23,8 @@ struct Failure {
 std::mutex g_mutex;
 std::vector<Failure> g_failures;
 std::function<void(std::string_view)> g_onCommand;
+FSCacheStatusReport* g_shownReport = nullptr; // the last one, until it is cleared
+FSCacheStatusReport* g_keptReport = nullptr;
 
 bool IsFailing(std::string_view command) {
     const std::lock_guard lock(g_mutex);
@@ -82,18 +85,28 @@ VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 stor
 VErrLink* ChangerServerSetClientStatus(UInt64 changerGUID, const char* clientName,
                                        const char* message, UInt16 currentStep, UInt16 maximumStep,
                                        Boolean abortRequested) {
+    {
+        const std::lock_guard lock(g_mutex);
+        g_shownReport = ReportOf(message);
+    }
     return Answer(Journal::Add("show %016llX %s \"%s\" %u/%u%s%s", changerGUID, clientName, message,
                                currentStep, maximumStep, abortRequested ? " abort" : "", Lock()));
 }
 
 VErrLink* ChangerServerClearClientStatus(UInt64 changerGUID, const char* clientName) {
-    return Answer(Journal::Add("clear %016llX %s%s", changerGUID, clientName, Lock()));
+    VErrLink* err = Answer(Journal::Add("clear %016llX %s%s", changerGUID, clientName, Lock()));
+    const std::lock_guard lock(g_mutex);
+    FSCacheStatusReport* shown = std::exchange(g_shownReport, nullptr);
+    g_keptReport = err != nullptr ? shown : nullptr;
+    return err;
 }
 
 void FakeServer::Reset() {
     const std::lock_guard lock(g_mutex);
     g_failures.clear();
     g_onCommand = nullptr;
+    g_shownReport = nullptr;
+    g_keptReport = nullptr;
 }
 
 void FakeServer::Fail(const std::string& command, int nth) {
@@ -103,4 +116,10 @@ void FakeServer::Fail(const std::string& command, int nth) {
 
 void FakeServer::OnCommand(std::function<void(std::string_view)> function) {
     g_onCommand = std::move(function);
+}
+
+FSCacheStatusReport* FakeServer::TakeKeptReport() {
+    const std::lock_guard lock(g_mutex);
+    g_shownReport = nullptr;
+    return std::exchange(g_keptReport, nullptr);
 }

@@ -17,6 +17,8 @@
 #include <string>
 #include <string_view>
 
+struct FSCacheStatusReport;
+
 class FakeServer {
 public:
     // Serves well, from now on.
@@ -26,6 +28,10 @@ public:
     static void Fail(const std::string& command, int nth = 1);
     // Called at each command, on its thread.
     static void OnCommand(std::function<void(std::string_view command)> function);
+
+    // The progress record that was shown last, if the next "clear" failed: the build keeps it for
+    // good, so it is the test's to free. Each is given once.
+    static FSCacheStatusReport* TakeKeptReport();
 };
 
 // How such a failure looks in the log.

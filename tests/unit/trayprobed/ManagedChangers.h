@@ -11,6 +11,7 @@
  * and the timers (RecordedTimers.h).
  */
 
+#include "KnownChangerLists.h"
 #include "RecordedTimers.h"
 #include "Store.h"
 
@@ -32,7 +33,7 @@ struct ManagerFakes {
 extern ManagerFakes g_fakes;
 extern ChangerNotificationSubscription g_subscription; // that the callbacks are called with
 
-class ManagedChangers : public Store {
+class ManagedChangers : KnownChangerLists, public Store {
 protected:
     ManagedChangers();
     ~ManagedChangers() override;
