@@ -17,7 +17,7 @@ constexpr UInt16 kSlots = 4;
 constexpr UInt32 kDrives = 2;
 
 constexpr UInt64 GuidOf(int changer) {
-    return 0xFEDCBA9800000000 + static_cast<UInt64>(changer);
+    return 0x9EDCBA9800000000 + static_cast<UInt64>(changer);
 }
 // Whether the daemon, once it knows the changer, does so until the end of the storm.
 constexpr bool StaysKnown(UInt64 changerGUID) {

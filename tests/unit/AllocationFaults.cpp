@@ -1,5 +1,7 @@
 #include "AllocationFaults.h"
 
+#include "NumberReferences.h"
+
 #include <CoreFoundation/CFNumber.h>
 
 #include <cstdlib>
@@ -85,7 +87,9 @@ char* __wrap_strdup(const char* text) {
 // Weak, because some tests have a seam of their own there.
 __attribute__((weak)) CFNumberRef __wrap_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
                                                         const void* value) {
-    return IsRefused() ? nullptr : __real_CFNumberCreate(allocator, type, value);
+    CFNumberRef number = IsRefused() ? nullptr : __real_CFNumberCreate(allocator, type, value);
+    NumberReferences::NoteMade(number);
+    return number;
 }
 }
 

@@ -264,10 +264,10 @@ TEST(NumberConversion, ASixteenBitGetTakesTheUnsignedValuesOfItsWidth) {
 TEST(NumberConversion, GUIDsOfAllSixtyFourBitsComeBack) {
     const auto dictionary = Dictionary();
     UInt64 value = 0;
-    TakeChain(CFHDictionarySetUInt64Value(dictionary, CFSTR("GUID"), 0xFEDCBA9876543210));
-    EXPECT_EQ(XmlOf(dictionary), XmlOf(Dictionary({{"GUID", -81985529216486896}})));
+    TakeChain(CFHDictionarySetUInt64Value(dictionary, CFSTR("GUID"), 0x9EDCBA9876543210));
+    EXPECT_EQ(XmlOf(dictionary), XmlOf(Dictionary({{"GUID", -6999514556857568752}})));
     TakeChain(CFHDictionaryGetUInt64Value(dictionary, CFSTR("GUID"), &value));
-    EXPECT_EQ(value, 0xFEDCBA9876543210);
+    EXPECT_EQ(value, 0x9EDCBA9876543210);
 }
 
 TEST(Padding, FillsWithNullsAndNeverFails) {

@@ -24,8 +24,8 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr UInt64 kGUID = 0xFEDCBA9876543210;
-constexpr std::int64_t kStoredGUID = -81985529216486896;
+constexpr UInt64 kGUID = 0x9EDCBA9876543210;
+constexpr std::int64_t kStoredGUID = -6999514556857568752;
 
 class CommandMessage : public testing::Test {
 protected:

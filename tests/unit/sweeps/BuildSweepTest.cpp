@@ -115,8 +115,9 @@ TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
     Report(SweepFaults([] { HeldThreads::RunNext(); },
                        [&](const Fault& fault) {
                            const auto requests = server_.TakeRequests();
-                           const bool closed = !IsBuilding(kSweptChanger) && !requests.empty() &&
-                                               requests.back() == "A1000: request identification";
+                           const bool closed =
+                               !IsBuilding(kSweptChanger) && !requests.empty() &&
+                               requests.back() == "5000C500ABCD1000: request identification";
                            ExpectReportKeptIfNotCleared(fault, ExpectSound(fault, closed));
                            EXPECT_TRUE(!IsBuilding(kSweptChanger) || fault.function.empty())
                                << fault.what;
@@ -125,10 +126,12 @@ TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
                            Start();
                        }));
     HeldThreads::RunNext();
-    EXPECT_THAT(server_.TakeRequests(),
-                ElementsAre("A1000: request identification", "A1000: set client status",
-                            "A1000: set client status", "A1000: set client status",
-                            "A1000: set client status", "A1000: request identification"));
+    EXPECT_THAT(server_.TakeRequests(), ElementsAre("5000C500ABCD1000: request identification",
+                                                    "5000C500ABCD1000: set client status",
+                                                    "5000C500ABCD1000: set client status",
+                                                    "5000C500ABCD1000: set client status",
+                                                    "5000C500ABCD1000: set client status",
+                                                    "5000C500ABCD1000: request identification"));
     EXPECT_FALSE(IsBuilding(kSweptChanger));
 }
 

@@ -37,9 +37,9 @@ protected:
 };
 
 TEST_F(IdentificationSweep, IsDoneOrToldAndTheNextOneIsDone) {
-    const std::vector<std::string> kAll = {"A1000: request identification 1000",
-                                           "A1000: mount disc 1000", "A1000: eject disc 1000",
-                                           "A1000: request identification 1000"};
+    const std::vector<std::string> kAll = {
+        "5000C500ABCD1000: request identification 1000", "5000C500ABCD1000: mount disc 1000",
+        "5000C500ABCD1000: eject disc 1000", "5000C500ABCD1000: request identification 1000"};
     Start();
     Report(SweepFaults([] { HeldThreads::RunNext(); },
                        [&](const Fault& fault) {

@@ -16,8 +16,8 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr UInt64 kNewChanger = 0xB2000;
-constexpr UInt64 kRemovedChanger = 0xC3000;
+constexpr UInt64 kNewChanger = 0x5000C500ABCD2000;
+constexpr UInt64 kRemovedChanger = 0x5000C500ABCD3000;
 constexpr UInt16 kSlots = 3;
 
 CFTypeRef g_savedList = nullptr; // by the last notification
@@ -47,10 +47,10 @@ protected:
         ForgetChangers();
         AddChanger(kRemovedChanger);
         EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
-        open_ = {"A1000: request identification"};
+        open_ = {"5000C500ABCD1000: request identification"};
         for (UInt16 slot = 0; slot < kSlots; ++slot) {
-            open_.insert("A1000: mount disc " + std::to_string(slot));
-            open_.insert("B2000: mount disc " + std::to_string(slot));
+            open_.insert("5000C500ABCD1000: mount disc " + std::to_string(slot));
+            open_.insert("5000C500ABCD2000: mount disc " + std::to_string(slot));
         }
         WriteFrame();
     }
@@ -124,7 +124,7 @@ private:
             {{"GUID", static_cast<SInt64>(changer)},
              {"Changer Ready", true},
              {"Changer Request Identification",
-              requested && IsOpen("A1000: request identification")},
+              requested && IsOpen("5000C500ABCD1000: request identification")},
              {"Data Transfer Element Count", 2},
              {"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", requested},
                                                  {"BuildDirCacheTimeHours", 3},
@@ -138,8 +138,8 @@ private:
             {{"changer list",
               Array({static_cast<SInt64>(kSweptChanger), static_cast<SInt64>(kNewChanger)})},
              {"root preferences", Dictionary({{"IdentifyMediaOnInsert", true}})},
-             {"changer info",
-              Array({Info(kSweptChanger, "A1000", true), Info(kNewChanger, "B2000", false)})}})));
+             {"changer info", Array({Info(kSweptChanger, "5000C500ABCD1000", true),
+                                     Info(kNewChanger, "5000C500ABCD2000", false)})}})));
     }
 
     std::set<std::string> open_; // the requests that the daemon has yet to make

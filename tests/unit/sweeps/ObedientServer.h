@@ -20,7 +20,7 @@ public:
     ObedientServer& operator=(const ObedientServer&) = delete;
 
     // The requests that have arrived since the last call, those of given up connections included:
-    // "A1000: mount disc 3", "A1000: set client status".
+    // "5000C500ABCD1000: mount disc 3", "5000C500ABCD1000: set client status".
     std::vector<std::string> TakeRequests();
 
 private:

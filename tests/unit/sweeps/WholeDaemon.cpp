@@ -32,6 +32,8 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
     if (callout == HandleSocketTimeout)
         return __real_CFRunLoopTimerCreate(allocator, 0, kEachTurn, 0, 0, TimeOutOnceMemoryIsOut,
                                            context);
+    if (callout == ChangerFSCache)
+        NumberReferences::NoteKept(context->info);
     return __real_CFRunLoopTimerCreate(allocator, fireDate, interval, flags, order, callout,
                                        context);
 }

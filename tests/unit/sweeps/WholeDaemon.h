@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
-// Beyond the numbers that the platform has ready.
-constexpr UInt64 kSweptChanger = 0xA1000;
+// A number object, not an integer that a reference holds by itself.
+constexpr UInt64 kSweptChanger = 0x5000C500ABCD1000;
 constexpr UInt16 kSweptSlot = 1000;
 
 class WholeDaemon : public Store {

@@ -19,13 +19,13 @@ using testing::SizeIs;
 
 namespace {
 
-constexpr const char* kWithdraw = "withdraw changer FEDCBA9876543210";
-constexpr const char* kClosing = "withdraw changer FEDCBA9876543210 (locked)";
-constexpr const char* kClear = "clear FEDCBA9876543210 trayprobed";
+constexpr const char* kWithdraw = "withdraw changer 9EDCBA9876543210";
+constexpr const char* kClosing = "withdraw changer 9EDCBA9876543210 (locked)";
+constexpr const char* kClear = "clear 9EDCBA9876543210 trayprobed";
 constexpr const char* kThread = "ChangerFSCacheThread:123, RunChangerFSCacheThread: ";
 
 std::string Show(int current, int maximum) {
-    return "show FEDCBA9876543210 trayprobed \"Building changer directory cache\" " +
+    return "show 9EDCBA9876543210 trayprobed \"Building changer directory cache\" " +
            std::to_string(current) + "/" + std::to_string(maximum);
 }
 
@@ -366,7 +366,7 @@ TEST_F(BuildThread, TheTimerOfARemovedChangerFailsDaily) {
                                 EndsWith(": fail GetChangerDictForGUID (VErrCode = 20)"),
                                 EndsWith(": fail GetChangerFSCacheBuildInProgress (VErrCode = 20)"),
                                 "MediaIdState:123, ChangerFSCache: fail StartChangerFSCache on "
-                                "FEDCBA9876543210 (VErrCode = 20)"));
+                                "9EDCBA9876543210 (VErrCode = 20)"));
     }
 }
 

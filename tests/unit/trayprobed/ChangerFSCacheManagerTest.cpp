@@ -129,30 +129,30 @@ protected:
 };
 
 TEST_F(DiskCallbacks, AChangersVolumeEntersAndLeaves) {
-    tree_.MakeChangerRoot("", kChanger & INT64_MAX);
+    tree_.MakeChangerRoot("", kChanger);
     Appear("sr0", tree_.Root());
-    EXPECT_EQ(PathOf(kChanger & INT64_MAX), tree_.Root());
+    EXPECT_EQ(PathOf(kChanger), tree_.Root());
     Disappear("sr1");
-    EXPECT_EQ(PathOf(kChanger & INT64_MAX), tree_.Root());
+    EXPECT_EQ(PathOf(kChanger), tree_.Root());
     Disappear("sr0");
-    EXPECT_EQ(PathOf(kChanger & INT64_MAX), "");
+    EXPECT_EQ(PathOf(kChanger), "");
 }
 
 TEST_F(DiskCallbacks, PathsAreBytesInUtf8) {
-    tree_.MakeChangerRoot("with blank\n100%n \xC3\xA4", 7);
+    tree_.MakeChangerRoot("with blank\n100%n \xC3\xA4", kOtherChanger);
     Appear("sr0", tree_.Path("with blank\n100%n \xC3\xA4"));
-    EXPECT_EQ(PathOf(7), tree_.Path("with blank\n100%n \xC3\xA4"));
+    EXPECT_EQ(PathOf(kOtherChanger), tree_.Path("with blank\n100%n \xC3\xA4"));
 }
 
 TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreLeftAlone) {
-    tree_.MakeChangerRoot("", 7);
+    tree_.MakeChangerRoot("", kOtherChanger);
     Appear(nullptr, tree_.Root());
     FakeDisk unmounted("sr0", static_cast<const char*>(nullptr));
     DiskArbDiskAppearedCallback(unmounted.Ref(), nullptr);
     FakeDisk strange("sr0", CFTypeRef(CFSTR("/")));
     DiskArbDiskAppearedCallback(strange.Ref(), nullptr);
     Disappear(nullptr);
-    EXPECT_EQ(PathOf(7), "");
+    EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
 TEST_F(DiskCallbacks, ADiskWithoutANameIsNotAskedForMore) {
@@ -183,9 +183,9 @@ TEST_F(DiskCallbacks, AVolumesPathHas1003BytesAtMost) {
             below += "/" + std::string(missing <= 200 ? missing : 100, 'd');
         }
         tree_.MakeDirectory(below.substr(1));
-        tree_.MakeChangerRoot(below.substr(1), 7);
+        tree_.MakeChangerRoot(below.substr(1), kOtherChanger);
         Appear("sr0", tree_.Root() + below);
-        EXPECT_EQ(PathOf(7), length == 1003 ? tree_.Root() + below : "");
+        EXPECT_EQ(PathOf(kOtherChanger), length == 1003 ? tree_.Root() + below : "");
         Disappear("sr0");
     }
 }
@@ -200,12 +200,12 @@ TEST_F(DiskCallbacks, ADisappearingDiskIsNamedUnderTheLockAndAnAppearingOneIsNot
 
 TEST_F(DiskCallbacks, OtherVolumesAreLeftAlone) {
     tree_.MakeDirectory("plain");
-    tree_.MakeMediaRoot("medium", 7, 1);
+    tree_.MakeMediaRoot("medium", kOtherChanger, 1);
     tree_.MakeDirectory("nameless");
     tree_.Write("nameless/.changer_info.plist", XmlOf(Dictionary({{"Changer GUID", "7"}})));
     for (const char* volume : {"plain", "medium", "nameless", "absent"})
         Appear("sr0", tree_.Path(volume));
-    EXPECT_EQ(PathOf(7), "");
+    EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
 TEST_F(DiskCallbacks, AVolumeWithoutADescriptionIsLogged) {
@@ -218,7 +218,7 @@ TEST_F(DiskCallbacks, AVolumeWithoutADescriptionIsLogged) {
 }
 
 TEST_F(DiskCallbacks, AFailedRecognitionIsLoggedWithThePath) {
-    tree_.MakeChangerRoot("", 7);
+    tree_.MakeChangerRoot("", kOtherChanger);
     g_recognitionFails = true;
     Appear("sr0", tree_.Root());
     g_recognitionFails = false;
@@ -227,20 +227,20 @@ TEST_F(DiskCallbacks, AFailedRecognitionIsLoggedWithThePath) {
                             "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
                             "IsDirectoryRootOfChangerFileSystem for \"" +
                                 tree_.Root() + "\""));
-    EXPECT_EQ(PathOf(7), "");
+    EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
 TEST_F(DiskCallbacks, ASecondVolumeOfAChangerReplacesTheFirst) {
-    tree_.MakeChangerRoot("first", 7);
-    tree_.MakeChangerRoot("second", 7);
+    tree_.MakeChangerRoot("first", kOtherChanger);
+    tree_.MakeChangerRoot("second", kOtherChanger);
     Appear("sr0", tree_.Path("first"));
     Appear("sr1", tree_.Path("second"));
     Disappear("sr0");
-    EXPECT_EQ(PathOf(7), tree_.Path("second"));
+    EXPECT_EQ(PathOf(kOtherChanger), tree_.Path("second"));
 }
 
 TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
-    tree_.MakeChangerRoot("", 7);
+    tree_.MakeChangerRoot("", kOtherChanger);
     StateLock::FailLock(EINVAL);
     Appear("sr0", tree_.Root());
     EXPECT_THAT(
@@ -248,7 +248,7 @@ TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
         ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
                     "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail LockMediaIdState "
                     "(err = 22)"));
-    EXPECT_EQ(PathOf(7), "");
+    EXPECT_EQ(PathOf(kOtherChanger), "");
 
     Appear("sr0", tree_.Root());
     StateLock::FailLock(EINVAL);
@@ -257,11 +257,11 @@ TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
                 ElementsAre(HasSubstr("fail pthread_mutex_lock"),
                             "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: fail "
                             "LockMediaIdState (err = 22)"));
-    EXPECT_EQ(PathOf(7), tree_.Root());
+    EXPECT_EQ(PathOf(kOtherChanger), tree_.Root());
 }
 
 TEST_F(DiskCallbacks, APathThatIsNotUtf8IsLogged) {
-    tree_.MakeChangerRoot("\xFF", 7);
+    tree_.MakeChangerRoot("\xFF", kOtherChanger);
     Appear("sr0", tree_.Path("\xFF"));
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
@@ -270,11 +270,11 @@ TEST_F(DiskCallbacks, APathThatIsNotUtf8IsLogged) {
             "ChangerFSCacheState:123, AddChangerFSToList: fail set changer mount path value",
             "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
             "AddChangerFSToList"));
-    EXPECT_EQ(PathOf(7), "");
+    EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
 TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
-    EXPECT_EQ(AddChangerFSToList(7, std::string(128, 'n').c_str(), "/x"), nullptr);
+    EXPECT_EQ(AddChangerFSToList(kOtherChanger, std::string(128, 'n').c_str(), "/x"), nullptr);
     Disappear("sr0");
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre("CFHelpers:123, CFHDictionaryGetStringValue: fail get str as C str",
@@ -282,12 +282,12 @@ TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
                             "CFHDictionaryGetStringValue",
                             "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: fail "
                             "RemoveChangerFSFromList for bsd name \"sr0\""));
-    EXPECT_EQ(PathOf(7), "/x");
+    EXPECT_EQ(PathOf(kOtherChanger), "/x");
 }
 
 // Recognised without the lock, read again with it: what has gone by then is told.
 TEST_F(DiskCallbacks, ARootThatGoesBetweenTheTwoReadingsIsLogged) {
-    tree_.MakeChangerRoot("", 7);
+    tree_.MakeChangerRoot("", kOtherChanger);
     StateLock::OnLock([&] { std::filesystem::remove(tree_.Path(".changer_info.plist")); });
     Appear("sr0", tree_.Root());
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
@@ -298,7 +298,7 @@ TEST_F(DiskCallbacks, ARootThatGoesBetweenTheTwoReadingsIsLogged) {
                             "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
                             "GetChangerFileSystemRootInfo for \"" +
                                 tree_.Root() + "\""));
-    EXPECT_EQ(PathOf(7), "");
+    EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "trayprobed/ChangerFSCacheState.h"
 
 #include "AllocationFaults.h"
+#include "NumberReferences.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 
@@ -20,8 +21,9 @@ using testing::ElementsAre;
 namespace {
 
 constexpr const char* kSource = "trayprobed/ChangerFSCacheState";
-constexpr UInt64 kChanger = 0xFEDCBA9876543210;
-constexpr UInt64 kOtherChanger = 0x123456789;
+// Both are number objects, not integers that a reference holds by itself.
+constexpr UInt64 kChanger = 0x9EDCBA9876543210;
+constexpr UInt64 kOtherChanger = 0x5000C500ABCD1234;
 
 class Registry : public testing::Test {
 protected:
@@ -50,6 +52,9 @@ protected:
     }
 
     LogCapture log_;
+
+private:
+    const NumberReferences numberReferences_; // counted when the registry has gone
 };
 
 TEST_F(Registry, KnowsWhatWasAdded) {
@@ -118,7 +123,7 @@ TEST_F(Registry, APathLongerThanTheBufferFails) {
     char path[10];
     EXPECT_EQ(TakeChain(GetChangerFSMountPath(kChanger, path, sizeof path)),
               (Chain{{"fail get str as C str", "CFHDictionaryGetStringValue", "common/CFHelpers"},
-                     {"fail get changer mount path for GUID FEDCBA9876543210",
+                     {"fail get changer mount path for GUID 9EDCBA9876543210",
                       "GetChangerFSMountPath", kSource}}));
     char enough[11];
     EXPECT_EQ(GetChangerFSMountPath(kChanger, enough, sizeof enough), nullptr);

@@ -127,7 +127,7 @@ TEST_F(ChangerSettings, AFailedSchedulingTellsTheTime) {
     EXPECT_THAT(MessagesOf(UpdateChangerSettings,
                            Changer(kChanger, {{"Changer Preferences", preferences}})),
                 ElementsAre("fail CFRunLoopTimerCreate",
-                            "fail ScheduleChangerFSCacheTimer for FEDCBA9876543210 with 7:05"));
+                            "fail ScheduleChangerFSCacheTimer for 9EDCBA9876543210 with 7:05"));
 }
 
 // ---- aborts ----
@@ -213,7 +213,7 @@ TEST_F(ChangerSettings, OnlyTheTrueObjectRequestsABuild) {
     EXPECT_THAT(Handle(HandleManualChangerFSBuildStart,
                        Changer(kChanger, {{"Changer Request Identification", true}})),
                 IsEmpty());
-    EXPECT_THAT(Journal::Take(), ElementsAre("build FEDCBA9876543210"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210"));
     EXPECT_THAT(MessagesOf(HandleManualChangerFSBuildStart, Without(Changer(kChanger), "GUID")),
                 ElementsAre("fail get value from dict", "fail get changer GUID"));
 }

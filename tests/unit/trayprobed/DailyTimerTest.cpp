@@ -313,7 +313,7 @@ TEST_F(DailyTimer, ADueTimerStartsABuildWithoutTheStateLock) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
     Journal::Take();
     CFRunLoopRun();
-    EXPECT_THAT(Journal::Take(), ElementsAre("build FEDCBA9876543210"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210"));
     EXPECT_TRUE(HoldsTimer());
 }
 
@@ -327,7 +327,7 @@ TEST_F(DailyTimer, SchedulingTwiceLeavesBothFiring) {
               RecordedTimers::All().back().timer);
     CFRunLoopRun();
     CFRunLoopRun();
-    EXPECT_THAT(Journal::Take(), ElementsAre("build FEDCBA9876543210", "build FEDCBA9876543210"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210", "build 9EDCBA9876543210"));
 }
 
 // Everything that held the GUID has gone but the run loop, which holds the timer.
@@ -337,7 +337,7 @@ TEST_F(DailyTimer, FiresAfterTheStoreHasGone) {
     TermMediaIdState();
     Journal::Take();
     CFRunLoopRun();
-    EXPECT_THAT(Journal::Take(), ElementsAre("build FEDCBA9876543210"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210"));
 }
 
 // Nobody tells the timer of a changer that is removed; added anew, the changer gets another one.
@@ -351,7 +351,7 @@ TEST_F(DailyTimer, TheTimerOfARemovedChangerGoesOn) {
     Journal::Take();
     CFRunLoopRun();
     CFRunLoopRun();
-    EXPECT_THAT(Journal::Take(), ElementsAre("build FEDCBA9876543210", "build FEDCBA9876543210"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210", "build 9EDCBA9876543210"));
 }
 
 TEST_F(DailyTimer, OneNumberServesAllTimersOfAChanger) {
@@ -360,6 +360,20 @@ TEST_F(DailyTimer, OneNumberServesAllTimersOfAChanger) {
         EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
         EXPECT_EQ(RecordedTimers::All().back().context.info,
                   RecordedTimers::All().front().context.info);
+    }
+}
+
+// The daemon holds it twice for good, as key and as value of its table; timers hold nothing.
+TEST_F(DailyTimer, TheNumberOfATimerKeepsItsReferencesForGood) {
+    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+    const CFTypeRef number = RecordedTimers::All().front().context.info;
+    const std::int32_t references = NumberReferences::CountReferences(number);
+    EXPECT_GE(references, 2);
+    for (int round = 0; round < 5; ++round) {
+        EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+        EXPECT_EQ(NumberReferences::CountReferences(number), references);
+        EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+        EXPECT_EQ(NumberReferences::CountReferences(number), references);
     }
 }
 

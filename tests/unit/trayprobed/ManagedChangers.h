@@ -5,7 +5,7 @@
  * The notification handling over the real store, with fakes around it. The journal shows what the
  * handlers start, " (unlocked)" behind what they start without the state lock:
  *
- *     reset FEDCBA9876543210      build FEDCBA9876543210      identify FEDCBA9876543210/5 down
+ *     reset 9EDCBA9876543210      build 9EDCBA9876543210      identify 9EDCBA9876543210/5 down
  *
  * " to be aborted" behind a build whose changer's abort flag is set,
  * and the timers (RecordedTimers.h).

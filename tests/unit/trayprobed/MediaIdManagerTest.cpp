@@ -22,8 +22,8 @@ using testing::IsEmpty;
 namespace {
 
 constexpr const char* kSource = "trayprobed/MediaIdManager";
-constexpr const char* kReset = "reset FEDCBA9876543210";
-constexpr const char* kBuild = "build FEDCBA9876543210";
+constexpr const char* kReset = "reset 9EDCBA9876543210";
+constexpr const char* kBuild = "build 9EDCBA9876543210";
 constexpr const char* kFakeLine = ": fail on purpose (err = 5)";
 
 class MediaIdManager : public ManagedChangers {
@@ -160,7 +160,7 @@ TEST_F(MediaIdManager, TheStepsComeInOrder) {
                            {"Changer Request Identification", true},
                            {"Changer Media Info", Array({medium})}});
     EXPECT_THAT(Notify({changer}),
-                ElementsAre(kReset, "add to default", kBuild, "identify FEDCBA9876543210/5"));
+                ElementsAre(kReset, "add to default", kBuild, "identify 9EDCBA9876543210/5"));
     EXPECT_THAT(Notify({changer}),
                 ElementsAre("remove from common", "invalidate", "add to default", kBuild));
 }
@@ -183,7 +183,7 @@ TEST_F(MediaIdManager, TwoEntriesOfOneChangerAreHandledBoth) {
                                           {"Media Mount State", 0}})});
     const auto changer = Changer(kChanger, {{"Changer Media Info", media}});
     EXPECT_THAT(Notify({changer, changer}),
-                ElementsAre(kReset, "identify FEDCBA9876543210/3", "identify FEDCBA9876543210/4"));
+                ElementsAre(kReset, "identify 9EDCBA9876543210/3", "identify 9EDCBA9876543210/4"));
 }
 
 TEST_F(MediaIdManager, WithoutTheLockNothingHappens) {
@@ -293,8 +293,8 @@ TEST_F(MediaIdManager, WithoutMemoryAChangerIsNotAdded) {
                               if (!chain.empty())
                                   newest.insert(chain.back().message);
                           });
-    EXPECT_THAT(newest, testing::IsSupersetOf({"fail check for changer FEDCBA9876543210 in list",
-                                               "fail add changer GUID FEDCBA9876543210 to list"}));
+    EXPECT_THAT(newest, testing::IsSupersetOf({"fail check for changer 9EDCBA9876543210 in list",
+                                               "fail add changer GUID 9EDCBA9876543210 to list"}));
 }
 
 // ---- "changer list" ----
@@ -414,7 +414,7 @@ TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
         testing::IsSupersetOf(
             {"MediaIdManager:123, HandleRemovedChangers: fail get old changer list",
              "MediaIdManager:123, HandleRemovedChangers: fail remove changer GUID "
-             "FEDCBA9876543210 from list",
+             "9EDCBA9876543210 from list",
              "MediaIdManager:123, ChangerListNotificationCallBack: fail HandleRemovedChangers"}));
 }
 

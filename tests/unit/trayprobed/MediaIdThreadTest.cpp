@@ -48,11 +48,11 @@ namespace {
 constexpr const char* kSource = "trayprobed/MediaIdThread";
 
 constexpr UInt16 kElem = 5;
-constexpr const char* kWithdraw = "withdraw disc FEDCBA9876543210/5";
-constexpr const char* kMount = "mount FEDCBA9876543210/5 within 300 s, partition \"\", client "
+constexpr const char* kWithdraw = "withdraw disc 9EDCBA9876543210/5";
+constexpr const char* kMount = "mount 9EDCBA9876543210/5 within 300 s, partition \"\", client "
                                "\"Media Identification\", flags 1, family 1";
-constexpr const char* kWalk = "walk FEDCBA9876543210/5";
-constexpr const char* kEject = "eject FEDCBA9876543210/5 within 300 s, flags 1, family 1";
+constexpr const char* kWalk = "walk 9EDCBA9876543210/5";
+constexpr const char* kEject = "eject 9EDCBA9876543210/5 within 300 s, flags 1, family 1";
 
 class MediaIdThread : public Store {
 protected:
@@ -164,7 +164,7 @@ TEST_F(MediaIdThread, MountsWalksAndEjectsBetweenTwoWithdrawals) {
 TEST_F(MediaIdThread, HandsTheWalkThePreferenceOfTheStart) {
     EXPECT_EQ(Start(1), Chain());
     HeldThreads::RunNext();
-    EXPECT_EQ(Journal::Take().at(2), "walk FEDCBA9876543210/5 down");
+    EXPECT_EQ(Journal::Take().at(2), "walk 9EDCBA9876543210/5 down");
 }
 
 TEST_F(MediaIdThread, TakesOnlyItsOwnElementOff) {
@@ -181,7 +181,7 @@ TEST_F(MediaIdThread, AfterAFailedMountNeitherWalksNorEjects) {
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre(kServerFailureLine,
                             "MediaIdThread:123, RunMediaIdThread: Fail "
-                            "ChangerServerMountDisc(FEDCBA9876543210, 5) (VErrCode = 1005)"));
+                            "ChangerServerMountDisc(9EDCBA9876543210, 5) (VErrCode = 1005)"));
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
@@ -192,7 +192,7 @@ TEST_F(MediaIdThread, AfterAFailedWalkEjectsAllTheSame) {
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre("Walk:123, RunFSCache: fail walk (err = 13)",
                             "MediaIdThread:123, RunMediaIdThread: fail "
-                            "RunFSCache(FEDCBA9876543210, 5) (err = 13)"));
+                            "RunFSCache(9EDCBA9876543210, 5) (err = 13)"));
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
@@ -204,7 +204,7 @@ TEST_F(MediaIdThread, AfterAFailedEjectGoesOn) {
         log_.TakeWithoutLineNumbers(),
         ElementsAre(kServerFailureLine,
                     "MediaIdThread:123, RunMediaIdThread: fail ChangerServerEjectDisc for changer "
-                    "FEDCBA9876543210/storage elem 5 (VErrCode = 1005)"));
+                    "9EDCBA9876543210/storage elem 5 (VErrCode = 1005)"));
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
@@ -465,7 +465,7 @@ TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
         ElementsAre("MediaIdState:123, RemoveStorageElemFromMediaIdInProgressList: fail get in "
                     "progress arr",
                     "MediaIdThread:123, RunMediaIdThread: fail remove changer GUID "
-                    "FEDCBA9876543210/storage elem 5"));
+                    "9EDCBA9876543210/storage elem 5"));
     EXPECT_FALSE(StateLock::IsHeld());
 }
 
@@ -512,9 +512,9 @@ TEST_F(MediaIdThread, EndsWellWhenMemoryRunsOut) {
             EXPECT_FALSE(StateLock::IsHeld());
             EXPECT_TRUE(happened || !IsInProgress(kChanger, kElem));
             for (const std::string& line : log_.Take()) {
-                saidKnown |= line.ends_with("fail IsChangerInList for GUID FEDCBA9876543210");
+                saidKnown |= line.ends_with("fail IsChangerInList for GUID 9EDCBA9876543210");
                 saidRemove |= line.find("fail remove changer GUID "
-                                        "FEDCBA9876543210/storage elem 5") != std::string::npos;
+                                        "9EDCBA9876543210/storage elem 5") != std::string::npos;
             }
             if (happened) {
                 EXPECT_EQ(Start(), Chain());

@@ -94,11 +94,11 @@ TEST_F(MediaInfo, AnAbsentChangerIsNotFound) {
     SaveInfoList(Array({Dictionary({{"GUID", static_cast<SInt64>(kOtherChanger)}})}));
     CFDictionaryRef info = nullptr;
     EXPECT_EQ(TakeChain(GetChangerInfoDict(kChanger, &info)),
-              (Chain{{"fail find changer GUID FEDCBA9876543210", "GetChangerInfoDict", kSource,
+              (Chain{{"fail find changer GUID 9EDCBA9876543210", "GetChangerInfoDict", kSource,
                       kVErrCodeNotFound}}));
     EXPECT_EQ(info, nullptr);
     EXPECT_EQ(TakeChain(MediaHasMountablePartitions(kChanger, 0, &identified_, &hasFileSystem_)),
-              (Chain{{"fail find changer GUID FEDCBA9876543210", "GetChangerInfoDict", kSource,
+              (Chain{{"fail find changer GUID 9EDCBA9876543210", "GetChangerInfoDict", kSource,
                       kVErrCodeNotFound},
                      {"fail GetChangerInfoDict", "MediaHasMountablePartitions", kSource,
                       kVErrCodeNotFound}}));
@@ -154,7 +154,7 @@ TEST_F(MediaInfo, AFailedSearchEmptiesTheCallersDictionary) {
 TEST_F(MediaInfo, AListThatIsNoArrayIsEmpty) {
     SaveInfoList(reinterpret_cast<CFArrayRef>(Dictionary({{"GUID", 1}}).Get()));
     EXPECT_THAT(Messages(0),
-                ElementsAre("fail find changer GUID FEDCBA9876543210", "fail GetChangerInfoDict"));
+                ElementsAre("fail find changer GUID 9EDCBA9876543210", "fail GetChangerInfoDict"));
 }
 
 TEST_F(MediaInfo, NeverIdentifiedWhateverThePartitions) {

@@ -42,7 +42,7 @@ protected:
         EXPECT_EQ(TakeChain(AddChangerFSToList(kChanger, "sr0", path.c_str())), Chain());
     }
     void MakeMediaRoot(std::string_view directory, int storageElem = 5) const {
-        tree_.MakeMediaRoot(directory, kChanger & INT64_MAX, storageElem);
+        tree_.MakeMediaRoot(directory, kChanger, storageElem);
     }
     static void SetAbort(SInt32 shouldAbort) {
         EXPECT_EQ(TakeChain(SetChangerShouldAbortOperation(kChanger, shouldAbort)), Chain());

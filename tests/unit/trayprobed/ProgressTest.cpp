@@ -16,10 +16,10 @@ using testing::IsEmpty;
 namespace {
 
 std::string Show(int current, int maximum) {
-    return "show FEDCBA9876543210 trayprobed \"Building changer directory cache\" " +
+    return "show 9EDCBA9876543210 trayprobed \"Building changer directory cache\" " +
            std::to_string(current) + "/" + std::to_string(maximum);
 }
-constexpr const char* kClear = "clear FEDCBA9876543210 trayprobed";
+constexpr const char* kClear = "clear 9EDCBA9876543210 trayprobed";
 
 class Progress : public MountedChanger {
 protected:
@@ -155,7 +155,7 @@ TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
     EXPECT_EQ(StatusReportingExitMedia(&report), nullptr);
     EXPECT_EQ(report.mediaDepth, 0);
-    EXPECT_THAT(Journal::Take(), ElementsAre("show FEDCBA9876543210 trayprobed \"m\" 0/3"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("show 9EDCBA9876543210 trayprobed \"m\" 0/3"));
 }
 
 // Every report says that no abort is requested: it may undo a user's.
@@ -163,7 +163,7 @@ TEST_F(Progress, NoReportAsksForAnAbort) {
     SetAbort(1);
     const FSCacheStatusReport report = {kChanger, "m", 1, 2, 0};
     EXPECT_EQ(ReportFSCacheClientStatus(&report), nullptr);
-    EXPECT_THAT(Journal::Take(), ElementsAre("show FEDCBA9876543210 trayprobed \"m\" 1/2"));
+    EXPECT_THAT(Journal::Take(), ElementsAre("show 9EDCBA9876543210 trayprobed \"m\" 1/2"));
 }
 
 // The record stays, in case the status is ever looked for.

@@ -2,6 +2,9 @@
 
 #include "Journal.h"
 
+#include "NumberReferences.h"
+#include "trayprobed/MediaIdState.h"
+
 #include <utility>
 
 namespace {
@@ -44,6 +47,8 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
                                               CFRunLoopTimerContext* context) {
     if (std::exchange(g_failNext, false))
         return nullptr;
+    if (callout == ChangerFSCache)
+        NumberReferences::NoteKept(context->info);
     CFRunLoopTimerRef timer =
         __real_CFRunLoopTimerCreate(allocator, fireDate, interval, flags, order, callout, context);
     if (g_isRecording && timer != nullptr) {

@@ -71,7 +71,7 @@ Held<CFMutableDictionaryRef> Mounted(int storageElem, SInt64 state) {
 }
 
 std::string Identify(int storageElem) {
-    return "identify FEDCBA9876543210/" + std::to_string(storageElem);
+    return "identify 9EDCBA9876543210/" + std::to_string(storageElem);
 }
 
 // ---- which ----
@@ -229,7 +229,7 @@ TEST_F(Scheduling, ACountEndsWithTheFirstFailure) {
                 ElementsAre("fail get value from dict", "fail get media mount state"));
     EXPECT_THAT(FailedStart({Dictionary(), New(1)}),
                 ElementsAre("fail get value from dict", "fail get media mount state",
-                            "fail CountChangerMountedMedia for changer GUID FEDCBA9876543210"));
+                            "fail CountChangerMountedMedia for changer GUID 9EDCBA9876543210"));
 }
 
 TEST_F(Scheduling, TheChangersEntryMustHoldWhatIsRead) {
@@ -240,10 +240,10 @@ TEST_F(Scheduling, TheChangersEntryMustHoldWhatIsRead) {
     const Case cases[] = {
         {"Changer Preferences", {"fail get changer preferences"}},
         {"GUID", {"fail get value from dict", "fail get changer GUID from changer info dict"}},
-        {"Changer Media Info", {"fail get changer media array for changer GUID FEDCBA9876543210"}},
+        {"Changer Media Info", {"fail get changer media array for changer GUID 9EDCBA9876543210"}},
         {"Data Transfer Element Count",
          {"fail get value from dict",
-          "fail get count of data transfer elements for changer GUID FEDCBA9876543210"}},
+          "fail get count of data transfer elements for changer GUID 9EDCBA9876543210"}},
     };
     for (const Case& each : cases) {
         EXPECT_EQ(MessagesOf(HandleStartingMediaId, Without(Changer(kChanger), each.key)),
@@ -298,14 +298,14 @@ TEST_F(Scheduling, AnUnknownChangerFails) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_THAT(FailedStart({New(1)}),
                 ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
-                            "fail GetMediaIdInProgressCount for changer GUID FEDCBA9876543210"));
+                            "fail GetMediaIdInProgressCount for changer GUID 9EDCBA9876543210"));
 }
 
 // Of a bad medium the scan does not get past, not even for one behind it.
 TEST_F(Scheduling, AMediumWithoutItsKeysEndsTheScan) {
-    const std::string manual = "fail SpawnNextManualMediaId for changer GUID FEDCBA9876543210";
+    const std::string manual = "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210";
     const std::string automatic =
-        "fail SpawnNextAutomaticMediaId for changer GUID FEDCBA9876543210";
+        "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210";
     EXPECT_THAT(
         FailedStart({Medium(0), Without(Medium(1), "Media Kind"), Requested(2)}),
         ElementsAre("fail get value from dict", "fail get media kind for media index 1", manual));
@@ -348,11 +348,11 @@ TEST_F(Scheduling, EveryFailureOfAScanNamesThatScan) {
     EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(New(5), "Media Identify Time")),
               "fail get media identify time" + automatic);
     g_fakes.failing = "StartMediaId";
-    expectBoth("fail RunMediaIdThread for changer GUID FEDCBA9876543210/storage elem 5", whole);
+    expectBoth("fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5", whole);
     Journal::Take();
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     expectBoth(
-        "fail IsStorageElemOnInProgressList for changer GUID FEDCBA9876543210/storage elem 5",
+        "fail IsStorageElemOnInProgressList for changer GUID 9EDCBA9876543210/storage elem 5",
         whole);
 }
 
@@ -367,8 +367,8 @@ TEST_F(Scheduling, AFailedStartIsToldByTheThreadsName) {
         MessagesOf(HandleStartingMediaId,
                    Changer(kChanger, {{"Changer Media Info", Array({New(5), New(6)})}})),
         ElementsAre("fail on purpose",
-                    "fail RunMediaIdThread for changer GUID FEDCBA9876543210/storage elem 5",
-                    "fail SpawnNextAutomaticMediaId for changer GUID FEDCBA9876543210"));
+                    "fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5",
+                    "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210"));
     EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
 }
 
@@ -377,7 +377,7 @@ TEST_F(Scheduling, AFailedManualScanIsNotFollowedByTheAutomaticOne) {
     EXPECT_EQ(MessagesOf(HandleStartingMediaId,
                          Changer(kChanger, {{"Changer Media Info", Array({Requested(5), New(6)})}}))
                   .back(),
-              "fail SpawnNextManualMediaId for changer GUID FEDCBA9876543210");
+              "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210");
     EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
 }
 
@@ -435,7 +435,7 @@ TEST_F(Scheduling, WithoutMemoryTheListCannotBeRead) {
                 newest.insert(chain.back().message);
         });
     EXPECT_THAT(newest, testing::Contains("fail IsStorageElemOnInProgressList for changer GUID "
-                                          "FEDCBA9876543210/storage elem 40000"));
+                                          "9EDCBA9876543210/storage elem 40000"));
     Journal::Take();
 }
 

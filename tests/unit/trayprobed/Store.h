@@ -3,6 +3,7 @@
 
 /* The store of changers, made for one test, and ways to read it without ceremony. */
 
+#include "NumberReferences.h"
 #include "StateLock.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
@@ -14,9 +15,10 @@
 #include <set>
 #include <vector>
 
-constexpr UInt64 kChanger = 0xFEDCBA9876543210; // needs all 64 bits
-constexpr UInt64 kOtherChanger = 0x123456789;
-constexpr const char* kChangerText = "FEDCBA9876543210";
+// Both are number objects in the store, not integers that a reference holds by itself.
+constexpr UInt64 kChanger = 0x9EDCBA9876543210; // needs all 64 bits
+constexpr UInt64 kOtherChanger = 0x5000C500ABCD1234;
+constexpr const char* kChangerText = "9EDCBA9876543210";
 // One that is told with leading zeros.
 constexpr UInt64 kSmallChanger = 7;
 constexpr const char* kSmallChangerText = "0000000000000007";
@@ -82,6 +84,7 @@ protected:
     LogCapture log_;
 
 private:
+    const NumberReferences numberReferences_; // counted when the store has gone
     CFArrayRef savedList_ = nullptr;
     std::vector<CFArrayRef> replacedLists_;
 };

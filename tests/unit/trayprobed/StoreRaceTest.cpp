@@ -24,6 +24,21 @@ CFMutableDictionaryRef __real_CFDictionaryCreateMutableCopy(CFAllocatorRef alloc
 CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
                                                             CFIndex capacity,
                                                             CFDictionaryRef dictionary);
+CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
+                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
+                                              CFRunLoopTimerContext*);
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
+                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
+                                              CFRunLoopTimerContext*);
+
+CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                              CFTimeInterval interval, CFOptionFlags flags,
+                                              CFIndex order, CFRunLoopTimerCallBack callout,
+                                              CFRunLoopTimerContext* context) {
+    NumberReferences::NoteKept(context->info);
+    return __real_CFRunLoopTimerCreate(allocator, fireDate, interval, flags, order, callout,
+                                       context);
+}
 
 CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
                                                             CFIndex capacity,

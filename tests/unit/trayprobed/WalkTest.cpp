@@ -375,7 +375,7 @@ TEST_F(Walking, LeavingAMediaRootIsReported) {
     FSCacheStatusReport report = {kChanger, "message", 0, 1, 0};
     EXPECT_THAT(Walk(1, &report), IsEmpty());
     EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./disc", "list ./disc/a",
-                                             "show FEDCBA9876543210 trayprobed \"message\" 1/1"));
+                                             "show 9EDCBA9876543210 trayprobed \"message\" 1/1"));
     EXPECT_EQ(report.mediaDepth, 0);
 }
 
@@ -417,7 +417,7 @@ TEST_F(Walking, AMediaRootInsideAnotherIsNoStep) {
     EXPECT_EQ(report.currentStep, 1);
     const std::vector<std::string> journal = Journal::Take();
     EXPECT_THAT(journal, SizeIs(5));
-    EXPECT_EQ(journal.back(), "show FEDCBA9876543210 trayprobed \"message\" 1/1");
+    EXPECT_EQ(journal.back(), "show 9EDCBA9876543210 trayprobed \"message\" 1/1");
 }
 
 TEST_F(Walking, AFailedReportEndsTheWalk) {
