@@ -343,6 +343,8 @@ void* RunChangerFSCacheThread(void* threadContext) {
     if (isMounted) {
         VERR_STEP(err, GetChangerFSMountPath(changerGUID, mountPath, sizeof mountPath),
                   "fail GetChangerFSMountPath");
+    }
+    if (isMounted && err == nullptr) {
         UnlockMediaIdState();
         locked = false;
         VERR_STEP(err, ChangerServerRequestChangerIdentification(changerGUID, false),

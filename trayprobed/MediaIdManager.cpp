@@ -41,6 +41,7 @@ void TermMediaIdManager(void) {
 
 void ChangerListNotificationCallBack(CFTypeRef value, ChangerNotificationSubscription*, void*) {
     VErrLink* err = nullptr;
+    VERR_NEED(err, CFGetTypeID(value) == CFArrayGetTypeID(), "fail get changer list as array");
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
     const bool locked = err == nullptr;
     VERR_STEP(err, HandleRemovedChangers(static_cast<CFArrayRef>(value)),
@@ -75,6 +76,8 @@ void RootPrefsNotificationCallBack(CFTypeRef value, ChangerNotificationSubscript
     auto* preferences = static_cast<CFDictionaryRef>(value);
     SInt32 shouldId = 0;
     VErrLink* err = nullptr;
+    VERR_NEED(err, CFGetTypeID(value) == CFDictionaryGetTypeID(),
+              "fail get root preferences as dictionary");
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
     const bool locked = err == nullptr;
     if (locked && CFDictionaryContainsKey(preferences, CFSTR("IdentifyMediaOnInsert"))) {
@@ -94,6 +97,7 @@ void ChangerInfoNotificationCallBack(CFTypeRef value, ChangerNotificationSubscri
                                      void*) {
     auto* list = static_cast<CFArrayRef>(value);
     VErrLink* err = nullptr;
+    VERR_NEED(err, CFGetTypeID(value) == CFArrayGetTypeID(), "fail get changer info as array");
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
     const bool locked = err == nullptr;
     if (locked)

@@ -246,6 +246,17 @@ TEST_F(BuildThread, APathThatDoesNotFitLeavesOnlyTheEnding) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
+TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldToTheEnd) {
+    Mount("/" + std::string(1023, 'd'));
+    EXPECT_EQ(Start(), Chain());
+    StateLock::FailLock(EINVAL, 2);
+    HeldThreads::RunNext();
+    EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
+    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_EQ(TakeChain(LockMediaIdState()).size(), 1U); // the second time that it is taken
+}
+
 // The registry's look needs memory, and the disc's path a whole one.
 TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
     AddChanger(kSmallChanger);

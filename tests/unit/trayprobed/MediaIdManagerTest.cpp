@@ -274,11 +274,31 @@ TEST_F(MediaIdManager, EntriesOfOtherTypesFail) {
     }
 }
 
-TEST_F(MediaIdManager, AListThatIsNoArrayIsEmpty) {
-    const auto dictionary = Changer(kChanger);
-    NoteSavedList(reinterpret_cast<CFArrayRef>(dictionary.Get()));
-    ChangerInfoNotificationCallBack(dictionary.Get(), &g_subscription, nullptr);
-    EXPECT_FALSE(IsKnown(kChanger));
+TEST_F(MediaIdManager, ListThatIsNoArrayIsLoggedAndNotSaved) {
+    CFDictionaryRef saved = nullptr;
+    Notify({Changer(kChanger)});
+    for (const Value& value :
+         {Value(Changer(kOtherChanger)), Value(3), Value("text"), Value(true)}) {
+        ChangerInfoNotificationCallBack(value.Get(), &g_subscription, nullptr);
+        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                    ElementsAre("MediaIdManager:123, ChangerInfoNotificationCallBack: fail get "
+                                "changer info as array"));
+        EXPECT_EQ(GetChangerInfoDict(kChanger, &saved), nullptr);
+        EXPECT_FALSE(StateLock::IsHeld());
+    }
+    EXPECT_FALSE(IsKnown(kOtherChanger));
+}
+
+TEST_F(MediaIdManager, ChangerListThatIsNoArrayIsLoggedAndForgetsNoChanger) {
+    AddChanger(kChanger);
+    for (const Value& value : {Value(Dictionary()), Value(3), Value("text"), Value(true)}) {
+        ChangerListNotificationCallBack(value.Get(), nullptr, nullptr);
+        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                    ElementsAre("MediaIdManager:123, ChangerListNotificationCallBack: fail get "
+                                "changer list as array"));
+        EXPECT_TRUE(IsKnown(kChanger));
+        EXPECT_FALSE(StateLock::IsHeld());
+    }
 }
 
 TEST_F(MediaIdManager, WithoutMemoryAChangerIsNotAdded) {
@@ -364,12 +384,7 @@ TEST_F(MediaIdManager, ANullNumberOfAKnownChangerEndsTheDroppingWithItsIndex) {
     }
 }
 
-TEST_F(MediaIdManager, AListWithoutNumbersDropsAll) {
-    for (const CFTypeRef list : {CFTypeRef(CFSTR("text")), CFTypeRef(kCFBooleanTrue)}) {
-        AddChanger(kChanger);
-        ChangerListNotificationCallBack(list, nullptr, nullptr);
-        EXPECT_FALSE(IsKnown(kChanger));
-    }
+TEST_F(MediaIdManager, ArrayWithoutNumbersDropsAllChangers) {
     AddChanger(kChanger);
     NotifyList({kChangerText});
     EXPECT_FALSE(IsKnown(kChanger));
@@ -466,8 +481,13 @@ TEST_F(MediaIdManager, RootPreferencesOfOtherTypesLeaveTheFlag) {
                 ElementsAre("CFHelpers:123, CFHDictionaryGetBoolValue: bool neither true nor false",
                             "MediaIdManager:123, RootPrefsNotificationCallBack: fail get should id "
                             "media value as boolean"));
-    RootPrefsNotificationCallBack(CFSTR("IdentifyMediaOnInsert"), nullptr, nullptr);
-    EXPECT_TRUE(IdentifiesOnInsert());
+    for (const Value& value : {Value(Array()), Value("IdentifyMediaOnInsert"), Value(false)}) {
+        RootPrefsNotificationCallBack(value.Get(), nullptr, nullptr);
+        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                    ElementsAre("MediaIdManager:123, RootPrefsNotificationCallBack: fail get root "
+                                "preferences as dictionary"));
+        EXPECT_TRUE(IdentifiesOnInsert());
+    }
 }
 
 TEST_F(MediaIdManager, AGlobalFlagThatCannotBeSetIsLogged) {
