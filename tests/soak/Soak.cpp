@@ -2,6 +2,8 @@
 
 #include "ServerLife.h"
 
+#include "stage/ProcessState.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -53,6 +55,8 @@ void Soak::PlayOverture() {
     scene.Server().Do("start");
     scene.StartDaemon();
     Dialogue(performance_).AwaitClearedStatus(kChangersOfTheOverture - 1);
+    // The daily timer gets its descriptor when the main thread waits next.
+    stage::AwaitThreadsInSystemCall(scene.TheDaemon().Pid(), stage::SystemCall::Poll, 1);
     scene.TakeBaseline();
     performance_.quiet = scene.TheDaemon().TakeFootprint();
     scene.QuitServer();
