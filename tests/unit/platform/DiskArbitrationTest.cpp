@@ -106,6 +106,7 @@ protected:
 
     DASessionRef session_ = nullptr;
     Strings events_;
+    std::map<std::string, std::string> volumes_; // names of those present, by BSD name
     std::function<void()> onAppeared_ = [] {};
 
 private:
@@ -136,7 +137,6 @@ private:
     }
 
     std::optional<MountStage> stage_;
-    std::map<std::string, std::string> volumes_; // names of those present, by BSD name
 };
 
 TEST_F(DiskArbitration, TellsOfWhatIsMountedAtTheStart) {
@@ -358,7 +358,25 @@ TEST_F(DiskArbitration, TakesNothingElseForASessionOrADisk) {
     EXPECT_EQ(DADiskGetBSDName(nullptr), nullptr);
     EXPECT_EQ(DADiskGetBSDName(reinterpret_cast<DADiskRef>(session_)), nullptr);
     EXPECT_EQ(DADiskCopyDescription(reinterpret_cast<DADiskRef>(session_)), nullptr);
-    DASessionScheduleWithRunLoop(nullptr, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    auto* const noSession = reinterpret_cast<DASessionRef>(const_cast<__CFString*>(CFSTR("none")));
+    for (DASessionRef session : {DASessionRef{nullptr}, noSession}) {
+        DARegisterDiskAppearedCallback(session, nullptr, nullptr, nullptr);
+        DARegisterDiskDisappearedCallback(session, nullptr, nullptr, nullptr);
+        DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+        DASessionUnscheduleFromRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    }
+    Stage().Mount("a");
+    EXPECT_EQ(Events(1), Strings{"+a"});
+}
+
+TEST_F(DiskArbitration, TellsNobodyWhereNobodyIsRegistered) {
+    Stage().Mount("a");
+    Open();
+    EXPECT_EQ(Events(1), Strings{"+a"});
+    DARegisterDiskDisappearedCallback(session_, nullptr, nullptr, nullptr);
+    volumes_.clear(); // which nobody will be told to do
+    Stage().Unmount("a");
+    EXPECT_EQ(EventsUntilNow(), Strings());
 }
 
 } // namespace

@@ -183,6 +183,13 @@ TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItAppeared) {
     EXPECT_FALSE(HasEvent());
 }
 
+TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItsProbeWasStarted) {
+    Update({BlockVolume(1, "/dev/sr0")});
+    Update({BlockVolume(2, "/dev/sr1")});
+    EXPECT_EQ(Events(1), Strings{"+sr1"});
+    EXPECT_FALSE(HasEvent());
+}
+
 TEST_F(DiskListTest, TellsNothingWhenNothingChanged) {
     Update({BlockVolume(1, "/dev/sr0")});
     Events(1);

@@ -159,6 +159,27 @@ TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
     EXPECT_GT(swept.systemCalls, 0U);
 }
 
+// ---- a disk ----
+
+// Short of memory, a description is none or lacks the path.
+TEST(DiskSweep, DescriptionNeverNamesAnotherPath) {
+    const auto disk =
+        cf::Owned<Disk>::Adopt(new Disk({1, 45, "/", "/mnt/disc", "none"}, "0:45", 0));
+    CFDictionaryRef description = nullptr;
+    const std::size_t faults = SweepMemory(
+        1, [&] { description = DADiskCopyDescription(disk.Get()); },
+        [&](const Fault& fault) {
+            char path[32] = "";
+            auto* url = static_cast<CFURLRef>(
+                CFDictionaryGetValue(description, kDADiskDescriptionVolumePathKey));
+            CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(path),
+                                             sizeof path);
+            EXPECT_STREQ(path, fault.happened ? "" : "/mnt/disc") << fault.what;
+            CFRelease(description);
+        });
+    EXPECT_EQ(faults, 3U); // the dictionary, the URL, room in the dictionary
+}
+
 // ---- the session ----
 
 TEST(SessionSweep, IsMadeWholeOrNotAtAll) {

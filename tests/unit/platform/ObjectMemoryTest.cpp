@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace {
@@ -156,6 +157,51 @@ TEST(OutOfMemory, SharedValuesAreNullAndLeaveNothing) {
         EXPECT_EQ(cf::MeasureSharedTable().values, 0U);
         EXPECT_EQ(cf::MeasureSharedTable().places, 0U);
     }
+}
+
+// The refused allocation is that of more places where the table is three quarters full, else that
+// of the value.
+TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
+    std::vector<Held<CFTypeRef>> values;
+    int taken = 0;
+    for (int i = 0; i < 2000; ++i) {
+        const std::string text = "value " + std::to_string(i);
+        const cf::Object* value = nullptr;
+        {
+            const AllocationFault fault(1);
+            value = cf::SharedString(text);
+        }
+        taken += value != nullptr ? 1 : 0;
+        values.emplace_back(value != nullptr ? value : cf::SharedString(text));
+        ASSERT_NE(CFTypeRef{values.back()}, nullptr) << text;
+    }
+    EXPECT_GT(taken, 0);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const Held<CFTypeRef> same(cf::SharedString("value " + std::to_string(i)));
+        EXPECT_EQ(CFTypeRef{same}, CFTypeRef{values[i]});
+    }
+}
+
+// Without any memory for places, a value is refused once the last place but one is taken.
+TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlace) {
+    std::vector<Held<CFTypeRef>> values;
+    int refused = 0;
+    for (int i = 0; i < 2000; ++i) {
+        const std::string text = "value " + std::to_string(i);
+        const std::size_t places = cf::MeasureSharedTable().places;
+        const cf::Object* value = nullptr;
+        {
+            const AllocationFault fault(1);
+            value = cf::SharedString(text);
+        }
+        if (value != nullptr) {
+            values.emplace_back(value);
+            continue;
+        }
+        values.emplace_back(cf::SharedString(text));
+        refused += cf::MeasureSharedTable().places != places ? 1 : 0; // it grew at last
+    }
+    EXPECT_GT(refused, 0);
 }
 
 TEST(OutOfMemory, ASharedValueThatIsThereNeedsNone) {

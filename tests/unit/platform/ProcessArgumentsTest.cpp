@@ -1,8 +1,13 @@
+#include "AllocationFaults.h"
+
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -13,7 +18,11 @@
 #error "TITLED_PROGRAM is not defined"
 #endif
 
+extern "C" void PlatformKeepProcessArguments(int argc, char** argv);
+
 namespace {
+
+bool g_hidesFileName = false;
 
 using Strings = std::vector<std::string>;
 
@@ -72,4 +81,55 @@ TEST(ProcessArguments, MayBeOverwrittenWithoutAnyEnvironment) {
     EXPECT_EQ(StartTitled({"some"}, {}), (Strings{"some", "some"}));
 }
 
+// What the constructor has found is put back.
+class KeptArguments : public testing::Test {
+protected:
+    ~KeptArguments() override {
+        environ = environment;
+        program_invocation_name = name;
+        program_invocation_short_name = shortName;
+    }
+
+    char** const environment = environ;
+    char* const name = program_invocation_name;
+    char* const shortName = program_invocation_short_name;
+    char argument[6] = "other";
+    char* arguments[2] = {argument, nullptr};
+};
+
+TEST_F(KeptArguments, WithoutMemoryStayWhereTheyAre) {
+    {
+        const AllocationFault fault(1, SIZE_MAX);
+        PlatformKeepProcessArguments(1, arguments);
+    }
+    EXPECT_EQ(environ, environment);
+    EXPECT_EQ(program_invocation_name, name);
+    EXPECT_EQ(program_invocation_short_name, shortName);
+}
+
+TEST_F(KeptArguments, OfNoneHaveTheFilesName) {
+    PlatformKeepProcessArguments(0, arguments + 1);
+    EXPECT_STREQ(program_invocation_short_name, "ProcessArgumentsTest");
+    EXPECT_NE(environ, environment);
+    std::free(program_invocation_name);
+    std::free(environ);
+}
+
+TEST_F(KeptArguments, WithoutAnyNameKeepTheOldOne) {
+    g_hidesFileName = true;
+    PlatformKeepProcessArguments(0, arguments + 1);
+    g_hidesFileName = false;
+    EXPECT_EQ(program_invocation_name, name);
+    std::free(environ);
+}
+
 } // namespace
+
+extern "C" {
+unsigned long __real_getauxval(unsigned long type);
+unsigned long __wrap_getauxval(unsigned long type);
+
+unsigned long __wrap_getauxval(unsigned long type) {
+    return g_hidesFileName ? 0 : __real_getauxval(type);
+}
+}

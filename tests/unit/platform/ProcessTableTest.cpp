@@ -126,8 +126,11 @@ public:
     }
     std::size_t Probe() const {
         std::size_t count = 0;
-        EXPECT_EQ(process::ReadProcessTable(folder_, nullptr, count), 0);
+        EXPECT_EQ(TryProbe(count), 0);
         return count;
+    }
+    int TryProbe(std::size_t& count) const {
+        return process::ReadProcessTable(folder_, nullptr, count);
     }
 
 private:
@@ -262,6 +265,21 @@ TEST(ProcessTable, WithACallFailingLeavesOutAProcessOrSaysWhyNot) {
                 EXPECT_EQ(error, fault.happened && isDirectorys ? EIO : 0) << fault.what;
                 EXPECT_EQ(table.size(), fault.happened && !isDirectorys ? 1U : 2U) << fault.what;
                 table.resize(2);
+            });
+}
+
+TEST(ProcessTable, ProbeSaysWhyTheFolderCannotBeRead) {
+    const FakeProcesses processes;
+    processes.Add("7", "server\n");
+    std::size_t count = 99;
+    int error = 0;
+    for (const SystemCallFailure& failure : SystemCallFailures())
+        SweepSystemCall(
+            failure, [&] { error = processes.TryProbe(count); },
+            [&](const Fault& fault) {
+                EXPECT_EQ(error, fault.happened ? EIO : 0) << fault.what;
+                EXPECT_EQ(count, fault.happened ? 99U : 17U) << fault.what;
+                count = 99;
             });
 }
 

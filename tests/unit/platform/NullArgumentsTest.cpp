@@ -1,0 +1,21 @@
+#include "Held.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(NullArguments, NothingHasNoType) {
+    EXPECT_EQ(CFGetTypeID(nullptr), 0U);
+}
+
+TEST(NullArguments, CharactersAreNotCopiedToNowhere) {
+    CFStringGetCharacters(CFSTR("abc"), {0, 3}, nullptr);
+}
+
+TEST(NullArguments, PathIsNotCopiedToNowhere) {
+    const auto* path = reinterpret_cast<const UInt8*>("/mnt");
+    const Held<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(nullptr, path, 4, true));
+    EXPECT_FALSE(CFURLGetFileSystemRepresentation(url, true, nullptr, 100));
+}
+
+} // namespace

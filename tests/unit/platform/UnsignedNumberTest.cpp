@@ -1,0 +1,61 @@
+/* Numbers above the signed range, and reals beyond either, where they meet. */
+
+#include "Held.h"
+
+#include "objects/SharedValues.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+namespace {
+
+using Value = Held<CFTypeRef>;
+
+struct AsReal {
+    double value = 0;
+    bool survived = false;
+};
+
+AsReal Read(CFTypeRef number) {
+    AsReal real;
+    real.survived =
+        CFNumberGetValue(static_cast<CFNumberRef>(number), kCFNumberFloat64Type, &real.value);
+    return real;
+}
+
+TEST(UnsignedNumber, AsRealTellsWhetherItSurvived) {
+    struct Row {
+        std::uint64_t number;
+        double real;
+        bool survived;
+    };
+    const Row rows[] = {{std::uint64_t{1} << 63, 0x1p63, true},
+                        {(std::uint64_t{1} << 63) + 1, 0x1p63, false},
+                        {UINT64_MAX - 2047, 0x1p64 - 2048, true},
+                        {UINT64_MAX, 0x1p64, false}};
+    for (const Row& row : rows) {
+        const AsReal real = Read(Value(cf::SharedUnsignedInteger(row.number)));
+        EXPECT_EQ(real.value, row.real) << row.number;
+        EXPECT_EQ(real.survived, row.survived) << row.number;
+    }
+}
+
+TEST(UnsignedNumber, EqualsNoRealNorAnyIntegerOfItsBits) {
+    const Value number(cf::SharedUnsignedInteger(std::uint64_t{1} << 63));
+    EXPECT_FALSE(CFEqual(number, Value(cf::SharedReal(0x1p63))));
+    EXPECT_FALSE(CFEqual(number, Value(cf::SharedInteger(INT64_MIN))));
+    EXPECT_TRUE(CFEqual(number, Value(cf::SharedUnsignedInteger(std::uint64_t{1} << 63))));
+}
+
+TEST(RealNumber, BeyondTheIntegersEqualsNone) {
+    for (const double real : {-0x1p64, 0x1p63, 1e300, -1e300}) {
+        const Value number(cf::SharedReal(real));
+        EXPECT_FALSE(CFEqual(number, Value(cf::SharedInteger(INT64_MIN)))) << real;
+        EXPECT_FALSE(CFEqual(number, Value(cf::SharedInteger(INT64_MAX)))) << real;
+        EXPECT_TRUE(CFEqual(number, Real(real))) << real;
+    }
+    EXPECT_TRUE(CFEqual(Real(-0x1p63), Value(cf::SharedInteger(INT64_MIN))));
+}
+
+} // namespace
