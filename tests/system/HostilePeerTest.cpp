@@ -108,10 +108,16 @@ TEST_F(HostilePeerTest, NotificationThatIsNoDictionaryMeansNothing) {
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsSurvived) {
+TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsLoggedAndChangesNothing) {
     Begin();
     Tell("fault on=notification do=wrong-types");
     Tell("push together=yes");
+    AwaitLog({Link("MediaIdManager", "ChangerListNotificationCallBack",
+                   "fail get changer list as array"),
+              Link("MediaIdManager", "RootPrefsNotificationCallBack",
+                   "fail get root preferences as dictionary"),
+              Link("MediaIdManager", "ChangerInfoNotificationCallBack",
+                   "fail get changer info as array")});
     ExpectNotificationsWork();
 }
 
