@@ -28,7 +28,8 @@ std::atomic<bool> g_quiet = false;
 
 std::mutex g_mutex; // guards what follows
 std::multiset<Element> g_identified;
-std::set<Element> g_outOfReach;
+std::map<Element, ChangerServerProcess> g_outOfReach; // by the server that asked for it
+ChangerServerProcess g_server = {};                   // of the last notification
 std::map<UInt64, int> g_builds;
 int g_threads = 0;
 
@@ -47,11 +48,12 @@ struct Body {
 void* RunWorker(Body body) {
     const auto* context = static_cast<const MediaIdThreadContext*>(body.argument);
     const Element element = {context->changerGUID, context->storageElem};
+    const ChangerServerProcess server = context->server;
     void* result = body.function(body.argument);
     tally::Count(Kind::kWorkerEnded);
     const std::lock_guard lock(g_mutex);
     if (t_withdrawalFailed)
-        g_outOfReach.insert(element);
+        g_outOfReach[element] = server;
     g_identified.extract(element);
     return result;
 }
@@ -110,7 +112,9 @@ void __wrap_vsyslog(int priority, const char* format, va_list list)
 void __wrap___vsyslog_chk(int priority, int flag, const char* format, va_list list)
     __attribute__((format(printf, 3, 0)));
 
-// SetChangerFSCacheBuildInProgress and VErrThrowWithErrCode
+// HandleMediaIdServer, SetChangerFSCacheBuildInProgress and VErrThrowWithErrCode
+void __real__Z19HandleMediaIdServerPK20ChangerServerProcess(const ChangerServerProcess* server);
+void __wrap__Z19HandleMediaIdServerPK20ChangerServerProcess(const ChangerServerProcess* server);
 VErrLink* __real__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress);
 VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress);
 VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCode code,
@@ -133,6 +137,14 @@ void __wrap_vsyslog(int, const char* format, va_list list) {
 
 void __wrap___vsyslog_chk(int, int, const char* format, va_list list) {
     NoteLogged(format, list);
+}
+
+void __wrap__Z19HandleMediaIdServerPK20ChangerServerProcess(const ChangerServerProcess* server) {
+    {
+        const std::lock_guard lock(g_mutex);
+        g_server = *server;
+    }
+    __real__Z19HandleMediaIdServerPK20ChangerServerProcess(server);
 }
 
 VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress) {
@@ -171,6 +183,12 @@ bool IsBeingIdentified(UInt64 changerGUID, UInt16 storageElem) {
 bool IsOutOfReach(UInt64 changerGUID, UInt16 storageElem) {
     const std::lock_guard lock(g_mutex);
     return g_outOfReach.contains({changerGUID, storageElem});
+}
+
+bool WasLeftByFormerServer(UInt64 changerGUID, UInt16 storageElem) {
+    const std::lock_guard lock(g_mutex);
+    const auto left = g_outOfReach.find({changerGUID, storageElem});
+    return left != g_outOfReach.end() && !IsSameChangerServerProcess(&left->second, &g_server);
 }
 
 int CountBuilds(UInt64 changerGUID) {

@@ -45,10 +45,10 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
                                               CFTimeInterval interval, CFOptionFlags flags,
                                               CFIndex order, CFRunLoopTimerCallBack callout,
                                               CFRunLoopTimerContext* context) {
-    if (std::exchange(g_failNext, false))
-        return nullptr;
     if (callout == ChangerFSCache)
         NumberReferences::NoteKept(context->info);
+    if (std::exchange(g_failNext, false))
+        return nullptr;
     CFRunLoopTimerRef timer =
         __real_CFRunLoopTimerCreate(allocator, fireDate, interval, flags, order, callout, context);
     if (g_isRecording && timer != nullptr) {
