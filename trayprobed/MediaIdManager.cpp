@@ -100,7 +100,7 @@ void ChangerInfoNotificationCallBack(CFTypeRef value, ChangerNotificationSubscri
     VERR_NEED(err, CFGetTypeID(value) == CFArrayGetTypeID(), "fail get changer info as array");
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
     const bool locked = err == nullptr;
-    if (locked)
+    if (locked && subscription != nullptr)
         HandleMediaIdServer(&subscription->server);
     VERR_STEP(err, SaveChangerInfoList(list), "fail SaveChangerList");
     const CFIndex count = err == nullptr ? CFArrayGetCount(list) : 0;

@@ -46,6 +46,7 @@ void ChangerListNotificationCallBack(CFTypeRef value, ChangerNotificationSubscri
                                      void* refCon);
 void RootPrefsNotificationCallBack(CFTypeRef value, ChangerNotificationSubscription* subscription,
                                    void* refCon);
+/* The subscription tells which server process sent the list; null: the same one as before. */
 void ChangerInfoNotificationCallBack(CFTypeRef value, ChangerNotificationSubscription* subscription,
                                      void* refCon);
 
