@@ -49,6 +49,13 @@ std::size_t CountUnread(int descriptor) noexcept {
     return ioctl(descriptor, FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
 }
 
+// Also in error, which the question takes away.
+bool IsAtEnd(int descriptor) noexcept {
+    std::uint8_t byte = 0;
+    const ssize_t count = recv(descriptor, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
+    return count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
+}
+
 } // namespace
 
 InboundStream::InboundStream() noexcept : Watched(Arrived) {}
@@ -56,17 +63,20 @@ InboundStream::InboundStream() noexcept : Watched(Arrived) {}
 void InboundStream::Arrived(Watched& watched, Nanoseconds by) noexcept {
     auto& stream = static_cast<InboundStream&>(watched);
     if (by == kNever) {
-        stream.ReadOnce(MonotonicNow());
+        stream.ReadOnce(kChunkSize, MonotonicNow());
         return;
     }
-    // All that waits now came before the deadline, and so did an end behind it.
+    // What waits now came before the deadline, and so did an end behind it. What comes while it is
+    // read did not.
     std::size_t unread = CountUnread(stream.descriptor_);
-    while (stream.IsWatched()) {
-        const std::size_t count = stream.ReadOnce(by);
-        if (count == 0 || count > unread)
-            break;
+    while (unread > 0 && stream.IsWatched()) {
+        const std::size_t count = stream.ReadOnce(std::min(unread, kChunkSize), by);
+        if (count == 0)
+            return;
         unread -= count;
     }
+    if (stream.IsWatched() && IsAtEnd(stream.descriptor_))
+        stream.End(by);
 }
 
 void InboundStream::StartWatching() noexcept {
@@ -82,8 +92,8 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
 }
 
 // How many bytes it read; 0 at the end, too.
-std::size_t InboundStream::ReadOnce(Nanoseconds arrived) noexcept {
-    const ssize_t count = recv(descriptor_, g_buffer.data(), g_buffer.size(), MSG_DONTWAIT);
+std::size_t InboundStream::ReadOnce(std::size_t size, Nanoseconds arrived) noexcept {
+    const ssize_t count = recv(descriptor_, g_buffer.data(), size, MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return 0;
     const std::span bytes(g_buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));

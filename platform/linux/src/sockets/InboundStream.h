@@ -42,7 +42,7 @@ private:
 
     static void Arrived(Watched& watched, Nanoseconds by) noexcept;
     void StartWatching() noexcept;
-    std::size_t ReadOnce(Nanoseconds arrived) noexcept;
+    std::size_t ReadOnce(std::size_t size, Nanoseconds arrived) noexcept;
     bool Keep(std::span<const std::uint8_t> bytes, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;
 
