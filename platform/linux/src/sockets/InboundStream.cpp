@@ -63,14 +63,14 @@ InboundStream::InboundStream() noexcept : Watched(Arrived) {}
 void InboundStream::Arrived(Watched& watched, Nanoseconds by) noexcept {
     auto& stream = static_cast<InboundStream&>(watched);
     if (by == kNever) {
-        stream.ReadOnce(kChunkSize, MonotonicNow());
+        stream.ReadOnce(MonotonicNow());
         return;
     }
     // What waits now came before the deadline, and so did an end behind it. What comes while it is
     // read did not.
     std::size_t unread = CountUnread(stream.descriptor_);
     while (unread > 0 && stream.IsWatched()) {
-        const std::size_t count = stream.ReadOnce(std::min(unread, kChunkSize), by);
+        const std::size_t count = stream.ReadUpTo(unread, by);
         if (count == 0)
             return;
         unread -= count;
@@ -92,8 +92,17 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
 }
 
 // How many bytes it read; 0 at the end, too.
-std::size_t InboundStream::ReadOnce(std::size_t size, Nanoseconds arrived) noexcept {
-    const ssize_t count = recv(descriptor_, g_buffer.data(), size, MSG_DONTWAIT);
+std::size_t InboundStream::ReadOnce(Nanoseconds arrived) noexcept {
+    return Handle(recv(descriptor_, g_buffer.data(), g_buffer.size(), MSG_DONTWAIT), arrived);
+}
+
+std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
+    const std::size_t count = std::min(size, g_buffer.size());
+    return Handle(recv(descriptor_, g_buffer.data(), count, MSG_DONTWAIT), arrived);
+}
+
+// What recv returned, with its errno.
+std::size_t InboundStream::Handle(ssize_t count, Nanoseconds arrived) noexcept {
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return 0;
     const std::span bytes(g_buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));

@@ -5,6 +5,8 @@
 #include "loop/RunLoopSource.h"
 #include "objects/Object.h"
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -42,7 +44,9 @@ private:
 
     static void Arrived(Watched& watched, Nanoseconds by) noexcept;
     void StartWatching() noexcept;
-    std::size_t ReadOnce(std::size_t size, Nanoseconds arrived) noexcept;
+    std::size_t ReadOnce(Nanoseconds arrived) noexcept;
+    std::size_t ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept;
+    std::size_t Handle(ssize_t count, Nanoseconds arrived) noexcept;
     bool Keep(std::span<const std::uint8_t> bytes, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;
 
