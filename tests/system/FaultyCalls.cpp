@@ -111,6 +111,8 @@ FAULTY_CALL(int, -1, timerfd_create, (int clock, int flags), (clock, flags))
 
 extern "C" {
 
+ssize_t __recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
+
 int open(const char* path, int flags, ...) {
     static auto* const next = Next<int(const char*, int, ...)>("open");
     va_list arguments;
@@ -127,6 +129,13 @@ int openat(int folder, const char* path, int flags, ...) {
     const mode_t mode = ModeOf(flags, arguments);
     va_end(arguments);
     return Fails(IndexOfFaultyCall("openat")) ? -1 : next(folder, path, flags, mode);
+}
+
+// What a hardened build makes of recv where it does not know the count.
+ssize_t __recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags) {
+    static auto* const next =
+        Next<ssize_t(int, void*, std::size_t, std::size_t, int)>("__recv_chk");
+    return Fails(IndexOfFaultyCall("recv")) ? -1 : next(socket, bytes, count, size, flags);
 }
 
 // Only adding takes memory.

@@ -63,7 +63,7 @@ InboundStream::InboundStream() noexcept : Watched(Arrived) {}
 void InboundStream::Arrived(Watched& watched, Nanoseconds by) noexcept {
     auto& stream = static_cast<InboundStream&>(watched);
     if (by == kNever) {
-        stream.ReadOnce(MonotonicNow());
+        stream.ReadUpTo(g_buffer.size(), MonotonicNow());
         return;
     }
     // What waits now came before the deadline, and so did an end behind it. What comes while it is
@@ -92,10 +92,6 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
 }
 
 // How many bytes it read; 0 at the end, too.
-std::size_t InboundStream::ReadOnce(Nanoseconds arrived) noexcept {
-    return Handle(recv(descriptor_, g_buffer.data(), g_buffer.size(), MSG_DONTWAIT), arrived);
-}
-
 std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
     const std::size_t count = std::min(size, g_buffer.size());
     return Handle(recv(descriptor_, g_buffer.data(), count, MSG_DONTWAIT), arrived);
