@@ -123,10 +123,19 @@ Process::~Process() {
     }
 }
 
-void Process::Tell(const std::string& line) const {
+bool Process::Write(const std::string& line) const {
     const std::string text = line + "\n";
-    const ssize_t written = write(input_.Get(), text.data(), text.size());
-    Require(written == static_cast<ssize_t>(text.size()), "cannot tell process: " + line);
+    return write(input_.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+void Process::Tell(const std::string& line) const {
+    Require(Write(line), "cannot tell process: " + line);
+}
+
+// A process that has closed its input is about to end.
+std::optional<Line> Process::Ask(const std::string& line, const Record::Test& isAnswer) const {
+    Require(Write(line) || errno == EPIPE, "cannot tell process: " + line);
+    return record_.AwaitUntilEndOf(output_, isAnswer, "the answer to: " + line);
 }
 
 void Process::Signal(int number) const {

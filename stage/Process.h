@@ -4,6 +4,7 @@
 #include "stage/Descriptor.h"
 #include "stage/Record.h"
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -29,6 +30,9 @@ public:
         return pid_;
     }
     void Tell(const std::string& line) const;
+    // Tells it a line, and waits for its answer, which passes the test; returns nothing when the
+    // process ends without one.
+    std::optional<Line> Ask(const std::string& line, const Record::Test& isAnswer) const;
     void CloseInput() {
         input_.Close();
     }
@@ -45,6 +49,8 @@ public:
     int AwaitEnd();
 
 private:
+    bool Write(const std::string& line) const;
+
     Record& record_;
     Descriptor input_;
     Descriptor pidDescriptor_;

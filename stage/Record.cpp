@@ -67,13 +67,14 @@ Record::SourceId Record::Listen(Voice voice, Descriptor descriptor, Edit editDat
     return id;
 }
 
+bool Record::HasEnded(SourceId id) const {
+    return std::none_of(sources_.begin(), sources_.end(),
+                        [id](const Source& source) { return source.id == id; });
+}
+
 void Record::AwaitEndOf(SourceId id) {
     std::unique_lock lock(mutex_);
-    const auto ended = [&] {
-        return std::none_of(sources_.begin(), sources_.end(),
-                            [id](const Source& source) { return source.id == id; });
-    };
-    if (!changed_.wait_for(lock, kPatience, ended)) {
+    if (!changed_.wait_for(lock, kPatience, [&] { return HasEnded(id); })) {
         throw Failure("the output of a process did not end");
     }
 }
@@ -156,15 +157,25 @@ std::optional<Line> Record::TakeFirst(const Test& test, std::size_t& next) {
     return std::nullopt;
 }
 
-Line Record::Await(const Test& test, const std::string& what) {
+std::optional<Line> Record::AwaitUnless(const std::function<bool()>& isOver, const Test& test,
+                                        const std::string& what) {
     std::unique_lock lock(mutex_);
     std::size_t next = 0;
     std::optional<Line> taken;
-    const auto isThere = [&] { return (taken = TakeFirst(test, next)).has_value(); };
-    if (!changed_.wait_for(lock, kPatience, isThere)) {
+    const auto isDone = [&] { return (taken = TakeFirst(test, next)).has_value() || isOver(); };
+    if (!changed_.wait_for(lock, kPatience, isDone)) {
         throw Failure("waited in vain for " + what);
     }
-    return *taken;
+    return taken;
+}
+
+Line Record::Await(const Test& test, const std::string& what) {
+    return *AwaitUnless([] { return false; }, test, what);
+}
+
+std::optional<Line> Record::AwaitUntilEndOf(SourceId source, const Test& test,
+                                            const std::string& what) {
+    return AwaitUnless([&] { return HasEnded(source); }, test, what);
 }
 
 Line Record::Await(Voice voice, const std::string& pattern) {

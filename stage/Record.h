@@ -51,6 +51,9 @@ public:
     Line Await(const Test& test, const std::string& what);
     Line Await(Voice voice, const std::string& pattern);
 
+    // As Await, but returns nothing when the source ends without such a line.
+    std::optional<Line> AwaitUntilEndOf(SourceId source, const Test& test, const std::string& what);
+
     // As Await, but only among the lines that have arrived.
     std::optional<Line> TakeIfThere(const Test& test);
 
@@ -76,6 +79,9 @@ private:
     void TakeLinesFrom(Source& source);
     void Append(Voice voice, std::string text);
     std::optional<Line> TakeFirst(const Test& test, std::size_t& next);
+    bool HasEnded(SourceId source) const; // with the mutex held
+    std::optional<Line> AwaitUnless(const std::function<bool()>& isOver, const Test& test,
+                                    const std::string& what);
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;

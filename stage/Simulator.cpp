@@ -38,11 +38,22 @@ Simulator::Simulator(Record& record)
     : record_(record), firstLine_(record.Size()),
       process_(SimulatorCommand(), record, Voice::Server, Voice::ServerOutput) {}
 
+std::string Simulator::DescribeUnexpectedEnd() {
+    std::string text = "the server " + DescribeEnd(process_.AwaitEnd());
+    const auto isError = [](const Line& line) { return line.voice == Voice::ServerOutput; };
+    while (const auto line = record_.TakeIfThere(isError)) {
+        text += ": " + line->text;
+    }
+    return text;
+}
+
 std::vector<Event> Simulator::Do(const std::string& command) {
-    process_.Tell(command);
-    const std::string answer = record_.Await(IsAnswer, "the server's answer to: " + command).text;
-    if (answer != "ok") {
-        throw Failure(command + ": " + answer);
+    const std::optional<Line> answer = process_.Ask(command, IsAnswer);
+    if (!answer) {
+        throw Failure(DescribeUnexpectedEnd());
+    }
+    if (answer->text != "ok") {
+        throw Failure(command + ": " + answer->text);
     }
     std::vector<Event> model;
     const auto isModel = [](const Line& line) {

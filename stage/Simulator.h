@@ -22,7 +22,8 @@ public:
         return process_.Pid();
     }
 
-    // Carries out a command; returns the model lines of its answer. Throws what the server objects.
+    // Carries out a command; returns the model lines of its answer. Throws what the server objects,
+    // or how it ended and what it wrote to standard error when it ends instead of answering.
     std::vector<Event> Do(const std::string& command);
 
     // Takes the first event of that kind, with these values or of which this holds, that was not
@@ -47,6 +48,8 @@ public:
     void Quit();
 
 private:
+    std::string DescribeUnexpectedEnd();
+
     Record& record_;
     std::size_t firstLine_;
     Process process_;

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -102,6 +103,27 @@ TEST(DemoTest, FuseDeviceThatMayNotBeOpenedIsNamed) {
     });
     EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("not permitted to open /dev/fuse: Permission denied"));
+}
+
+void ReplaceServerBy(const std::string& script) {
+    const fs::path file = "/tmp/server";
+    std::ofstream(file) << "#!/bin/sh\n" << script << std::flush;
+    fs::permissions(file, fs::perms::owner_all);
+    Bind(file, stage::ProgramPath("carouseld-sim"));
+    WriteToErrors();
+}
+
+TEST(DemoTest, ServerThatEndsAtItsStartIsToldWithItsError) {
+    const ProgramEnd end = RunDemo([] { ReplaceServerBy("echo 'no start' >&2\nexit 3\n"); });
+    EXPECT_EQ(end.exitStatus, 1);
+    EXPECT_THAT(end.errors, HasSubstr("the server exited with 3: no start"));
+}
+
+TEST(DemoTest, ServerThatEndsAtItsFirstCommandIsToldWithItsError) {
+    const ProgramEnd end =
+        RunDemo([] { ReplaceServerBy("read command\necho 'no answer' >&2\nexit 4\n"); });
+    EXPECT_EQ(end.exitStatus, 1);
+    EXPECT_THAT(end.errors, HasSubstr("the server exited with 4: no answer"));
 }
 
 } // namespace
