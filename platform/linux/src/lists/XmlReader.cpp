@@ -48,8 +48,8 @@ private:
     Value ReadArray(pugi::xml_node array);
     Value ReadDictionary(pugi::xml_node dictionary);
     const char* ReadKey(const char* text);
-    Value ReadNumber(const char* content);
-    XmlSlice Slice(const char* content) const;
+    Value ReadNumber(pugi::xml_node number, const char* content);
+    XmlSlice Slice(pugi::xml_node element, const char* content) const;
     [[noreturn]] void Refuse(XmlFault fault) const;
 
     const std::span<const std::uint8_t> bytes_;
@@ -106,7 +106,7 @@ void XmlReader::Refuse(XmlFault fault) const {
 Value XmlReader::ReadValue(pugi::xml_node element, const char* content) {
     switch (static_cast<XmlTag>(*element.name())) {
     case XmlTag::kInteger:
-        return ReadNumber(content);
+        return ReadNumber(element, content);
     case XmlTag::kDict:
         return ReadDictionary(element);
     case XmlTag::kTrue:
@@ -116,11 +116,11 @@ Value XmlReader::ReadValue(pugi::xml_node element, const char* content) {
     case XmlTag::kArray:
         return ReadArray(element);
     case XmlTag::kData:
-        return ReadData(Slice(content));
+        return ReadData(Slice(element, content));
     case XmlTag::kReal:
-        return ReadReal(Slice(content));
+        return ReadReal(Slice(element, content));
     case XmlTag::kDate:
-        return ReadDate(Slice(content));
+        return ReadDate(Slice(element, content));
     case XmlTag::kPlist:
         return ReadPlist(element);
     default:
@@ -165,17 +165,20 @@ const char* XmlReader::ReadKey(const char* text) {
     return end + 1;
 }
 
-Value XmlReader::ReadNumber(const char* content) {
+Value XmlReader::ReadNumber(pugi::xml_node number, const char* content) {
     std::int64_t plain = 0;
     const char* const end = ParsePlainInteger(content, plain);
     if (end != nullptr && *end == '\0')
         return Created(SharedInteger(plain));
-    return ReadInteger(Slice(content));
+    return ReadInteger(Slice(number, content));
 }
 
-XmlSlice XmlReader::Slice(const char* content) const {
+// An element without a key and content has a value that is pugixml's own, outside of the normal
+// form; its content would stand behind the letter of its name and the '>'.
+XmlSlice XmlReader::Slice(pugi::xml_node element, const char* content) const {
     const char* const begin = normalForm_.get();
-    const auto place = static_cast<std::size_t>(content - begin);
+    const bool isEmpty = *element.value() == '\0';
+    const auto place = static_cast<std::size_t>((isEmpty ? element.name() + 2 : content) - begin);
     const std::size_t end = place + std::strlen(content);
     return {{begin, end}, place, end};
 }
