@@ -1,55 +1,19 @@
 """A copy of the project in which one mutant after another is built and tried."""
 
-import functools
-import hashlib
 import json
 import os
 import pathlib
+import shlex
 import shutil
-import signal
 import subprocess
 import time
+
+from test_program import Program, digest
 
 OWN_OBJECTS = ('CMakeFiles/daemon.dir/', 'CMakeFiles/trayprobed.dir/',
                'platform/linux/CMakeFiles/platform.dir/')
 ARCHIVES = ('libdaemon.a', 'platform/linux/libplatform.a')
-MEMORY = 8 << 30  # bytes of address space: for a mutant that allocates without end
-BASELINE_LIMIT = 600  # seconds for a program whose duration is not yet known
-
-
-def digest(path):
-    return hashlib.sha256(path.read_bytes()).digest()
-
-
-class Program:
-    """A test program: how it is run, what it is when nothing is changed, how long it takes."""
-
-    def __init__(self, path, arguments):
-        self.path = path
-        self.command = ['prlimit', f'--as={MEMORY}', '--core=0', path, *arguments]
-        self.contents = path.read_bytes()
-        self.digest = digest(path)
-        self.seconds = 0.0
-
-    def contains(self, sources):
-        """Whether the symbol table names a source file of one of these names."""
-        return any(f'\0{source}\0'.encode() in self.contents for source in sources)
-
-    def run(self, limit):
-        """True when it ends well within so many seconds; whatever it has started ends with it."""
-        process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL, start_new_session=True,
-                                   cwd=self.path.parent)
-        try:
-            return process.wait(limit) == 0
-        except subprocess.TimeoutExpired:
-            return False
-        finally:
-            try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-            process.wait()
+BASELINE_LIMIT = 300  # seconds for a program whose duration is not yet known
 
 
 class Tree:
@@ -76,21 +40,26 @@ class Tree:
                     path.unlink()
 
     def prepare(self, everything):
-        """Builds the test programs unchanged, so that a mutant costs its own file and the links."""
+        """Builds the test programs unchanged, so that a mutant costs its own file and the links.
+        Returns false, with a log beside the tree, when that fails."""
         environment = dict(os.environ)
         if shutil.which('ccache'):
             environment.update(CMAKE_CXX_COMPILER_LAUNCHER='ccache', CCACHE_BASEDIR=str(self.root))
+        if self.under_way.exists():  # a run that was broken off has left a mutant's object
+            os.utime(self.root / self.under_way.read_text(encoding='utf-8'))
         with open(self.root.with_suffix('.log'), 'w', encoding='utf-8') as log:
-            run = functools.partial(subprocess.run, cwd=self.root, check=True, env=environment, stdout=log,
-                                    stderr=log)
-            if self.under_way.exists():  # a run that was broken off has left a mutant's object
-                os.utime(self.root / self.under_way.read_text(encoding='utf-8'))
-            run(['cmake', '--preset', 'mutants'])
+            def succeeds(*command):
+                return subprocess.run(command, cwd=self.root, check=False, env=environment, stdout=log,
+                                      stderr=log).returncode == 0
+            if not succeeds('cmake', '--preset', 'mutants'):
+                return False
             targets = self._list_programs()
-            run(['ninja', '-C', self.build, *([] if everything else targets)])
+            if not succeeds('ninja', '-C', self.build, *([] if everything else targets)):
+                return False
         self.under_way.unlink(missing_ok=True)
         self._read_dependencies()
         self.programs = [Program(self.build / target, self._arguments_of(target)) for target in targets]
+        return True
 
     def ninja(self, *targets):
         # Ninja ends with this script, lest it put a mutant's object in place afterwards.
@@ -127,21 +96,23 @@ class Tree:
         return [corpus] if name.startswith('Fuzz') else ['--gtest_fail_fast', '--gtest_brief=1']
 
     def measure(self):
-        """Runs each program unchanged, unless the same one was run before. Returns those that fail."""
+        """Runs each program unchanged, twice, unless the same one was run before. Returns what went
+        wrong: a program that fails now and then would take mutants for caught that are not."""
         notes = self.root.with_suffix('.json')  # seconds by the digest of the program
         known = json.loads(notes.read_text(encoding='utf-8')) if notes.exists() else {}
-        failing = []
+        wrong = []
         for program in self.programs:
             key = program.digest.hex()
             if key not in known:
                 started = time.monotonic()
-                if not (program.run(BASELINE_LIMIT) or program.run(BASELINE_LIMIT)): # once may be the load
-                    failing.append(program.path.name)
+                results = [program.run(BASELINE_LIMIT) for _ in range(2)]
+                if results != ['passed', 'passed']:
+                    wrong.append(f'{program.path.name} ({", then ".join(results)})')
                     continue
-                known[key] = time.monotonic() - started
+                known[key] = (time.monotonic() - started) / 2
                 notes.write_text(json.dumps(known), encoding='utf-8')
             program.seconds = known[key]
-        return failing
+        return wrong
 
     # ---- trying a mutant ----
 
@@ -154,8 +125,8 @@ class Tree:
         return sorted(found, key=lambda program: (not program.contains(own), program.seconds))
 
     def try_mutant(self, file, text):
-        """Puts the text in the file's place and returns what comes of it: `caught PROGRAM`,
-        `survived`, `same code` or `does not compile`. Leaves everything as it was."""
+        """Puts the text in the file's place and returns what comes of it: `caught by PROGRAM`,
+        `survived (...)`, `same code` or `does not compile`. Leaves everything as it was."""
         path = self.root / file
         objects = [self.build / name for name in self.objects.get(file, [])]
         saved = [(each, each.with_suffix('.saved')) for each in [path, *objects]]
@@ -179,17 +150,51 @@ class Tree:
         own = [name for name in self.objects.get(file, []) if name.startswith(OWN_OBJECTS)]
         if not self.ninja(*own):
             return 'does not compile'
-        if all(digest(self.build / name) == digest(saved[self.build / name]) for name in own):
+        changed = [name for name in own if digest(self.build / name) != digest(saved[self.build / name])]
+        if not changed:
             return 'same code'
+        tried, unsteady = 0, []
         for program in self.programs_with(file):
             program.path.unlink(missing_ok=True)
             if not self.ninja(program.path.relative_to(self.build)):
                 return 'does not compile'
             if digest(program.path) == program.digest:
                 continue  # the linker left the file out
-            if not program.run(10 + 5 * program.seconds):
-                return f'caught {program.path.name}'
-        return 'survived'
+            tried += 1
+            results = self._run_changed(program)
+            if 'passed' not in results:
+                return f'caught by {program.path.name}'
+            if len(results) > 1:
+                unsteady.append(program.path.name)
+        if self._is_same_optimised(self.root / file, saved[self.root / file], changed):
+            return 'same code'
+        notes = [f'{tried} programs', *(f'{name} failed once' for name in unsteady)]
+        return f'survived ({", ".join(notes)})'
+
+    def _run_changed(self, program):
+        """A failure counts when it happens twice, as whatever else the machine does may cause one."""
+        results = [program.run(5 + 10 * program.seconds)]
+        if results == ['failed']:
+            results.append(program.run(5 + 10 * program.seconds))
+        return results
+
+    def _is_same_optimised(self, path, original, objects):
+        """Whether an optimising compiler makes the same of both texts."""
+        commands = json.loads((self.build / 'compile_commands.json').read_text(encoding='utf-8'))
+        texts = path.read_bytes(), original.read_bytes()
+        for words in (shlex.split(entry['command'].replace(' -O0 ', ' -O2 ')) for entry in commands):
+            if words[words.index('-o') + 1] in objects:
+                mutant, unchanged = (self._compiled(words, path, text) for text in texts)
+                if mutant != unchanged:
+                    return False
+        return True
+
+    def _compiled(self, words, path, text):
+        output = self.root.with_suffix('.o')
+        path.write_bytes(text)
+        words[words.index('-o') + 1] = str(output)
+        subprocess.run(words, cwd=self.build, check=True, env=dict(os.environ, CCACHE_DISABLE='1'))
+        return digest(output)
 
     def try_system_tests(self, file, text):
         """The same with the real daemon, by every system test; takes minutes."""
