@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
 #include <utility>
@@ -411,6 +412,30 @@ TEST(BinaryList, NestsTo512Levels) {
         BinaryList list(objects);
         list.referenceSize = 2;
         EXPECT_EQ(static_cast<bool>(ReadList(list.Bytes()).list), levels == 512) << levels;
+    }
+}
+
+// The outermost first: each container has to be converted to convert the one that refers to it.
+TEST(BinaryList, ConvertsNoMoreThan512LevelsOfATower) {
+    constexpr std::size_t kLevels = 5000;
+    const auto array = [](std::size_t member) { return "\xA1" + BigEndian(member, 2); };
+    const auto set = [](std::size_t member) { return "\xC1" + BigEndian(member, 2); };
+    const auto key = [](std::size_t member) {
+        return "\xD1" + BigEndian(member, 2) + BigEndian(kLevels, 2);
+    };
+    const auto value = [](std::size_t member) {
+        return "\xD1" + BigEndian(kLevels, 2) + BigEndian(member, 2);
+    };
+    for (const auto& container :
+         std::vector<std::function<std::string(std::size_t)>>{array, set, key, value}) {
+        std::vector<std::string> objects;
+        for (std::size_t i = 1; i < kLevels; ++i)
+            objects.push_back(container(i));
+        objects.push_back("\xA0");
+        objects.push_back("\x09");
+        BinaryList list(objects);
+        list.referenceSize = 2;
+        EXPECT_LE(WorkOf(list.Bytes()).objects, 514U) << objects[0];
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -104,6 +105,14 @@ TEST_F(ConnectTimeOutTest, FullBacklogEndsItWhenTheTimeIsOverDespiteTheKernelsRo
             EXPECT_LT(waited, timeout + kLatest);
             EXPECT_LE(attempts_.waits.size(), kMostAttempts);
         }
+}
+
+TEST_F(ConnectTimeOutTest, FirstAttemptOfALongTimeLeavesAnEighthOfIt) {
+    for (const auto& [timeout, wait] :
+         {std::pair{0.1, 0.1}, {0.2, 0.175}, {2, 1.75}, {30, 26.25}}) {
+        EXPECT_FALSE(Connect(timeout));
+        EXPECT_NEAR(attempts_.waits.front(), wait, 1e-9);
+    }
 }
 
 TEST_F(ConnectTimeOutTest, NoTimeIsOneAttemptWithTheShortestWait) {

@@ -32,6 +32,7 @@ std::multimap<std::int64_t, int> g_deadlines; // monotonic timers: date and desc
 std::int64_t g_alarmTime;                     // of the timer descriptor, on the wall clock
 int g_alarm = -1;
 bool g_stepped;
+std::atomic<int> g_sleeps;
 bool g_refuseAlarms;
 
 std::int64_t Nanoseconds(CFTimeInterval seconds) {
@@ -121,6 +122,7 @@ gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBloc
         g_stepped ? 0 : std::max<std::int64_t>(std::min(untilReady, untilAlarm), 0);
     if (sleep == kNotSet)
         return __real_g_main_context_iteration(context, mayBlock);
+    ++g_sleeps;
     g_monotonic += sleep;
     g_wallClock += sleep;
     ExpireDeadlines();
@@ -155,6 +157,7 @@ FakeClock::FakeClock() {
     g_wallClock = kWallClockStart;
     g_alarmTime = kNotSet;
     g_stepped = false;
+    g_sleeps = 0;
     g_refuseAlarms = false;
 }
 
@@ -180,6 +183,10 @@ void FakeClock::Suspend(CFTimeInterval seconds) {
 
 CFTimeInterval FakeClock::Elapsed() const {
     return static_cast<double>(g_monotonic - kMonotonicStart) / static_cast<double>(kSecond);
+}
+
+int FakeClock::Sleeps() const {
+    return g_sleeps;
 }
 
 void FakeClock::RefuseAlarms(bool refuse) {

@@ -28,6 +28,9 @@ public:
     // Since the FakeClock was made, by the monotonic clock.
     CFTimeInterval Elapsed() const;
 
+    // How often a run loop has slept since the FakeClock was made.
+    int Sleeps() const;
+
     // Refuses descriptors for timers of either clock.
     void RefuseAlarms(bool refuse);
 };

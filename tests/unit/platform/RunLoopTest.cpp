@@ -18,6 +18,7 @@
 namespace {
 
 thread_local int t_takeBeforeGLib = 0; // descriptors, for that moment
+std::atomic<int> g_wakeUps = 0;
 
 } // namespace
 
@@ -33,6 +34,14 @@ GMainContext* __wrap_g_main_context_new(void) {
     for (const int descriptor : taken)
         close(descriptor);
     return context;
+}
+
+void __real_g_main_context_wakeup(GMainContext* context);
+void __wrap_g_main_context_wakeup(GMainContext* context);
+
+void __wrap_g_main_context_wakeup(GMainContext* context) {
+    ++g_wakeUps;
+    __real_g_main_context_wakeup(context);
 }
 }
 
@@ -143,6 +152,17 @@ TEST(RunLoopTest, SignalsBeforeACalloutAreOne) {
     stop.Signal();
     CFRunLoopRun();
     EXPECT_EQ(source.Count(), 1);
+}
+
+TEST(RunLoopTest, SignalsBeforeACalloutWakeTheLoopOnce) {
+    TestSource source(StopCurrentRun);
+    g_wakeUps = 0;
+    std::thread([&] {
+        source.Signal();
+        source.Signal();
+    }).join();
+    EXPECT_EQ(g_wakeUps, 1);
+    CFRunLoopRun();
 }
 
 TEST(RunLoopTest, AfterAStopNoCalloutOfThatRunFollows) {

@@ -52,6 +52,13 @@ TEST_F(RunLoopTimerTest, OneShotFiresAtItsDateAndIsGone) {
     ExpectTimes(fired, {30});
 }
 
+TEST_F(RunLoopTimerTest, WaitForADateIsOneSleepOfWholeMilliseconds) {
+    TestTimer timer(start + 30, 30, Note(2));
+    CFRunLoopRun();
+    EXPECT_EQ(clock.Sleeps(), 2);
+    ExpectTimes(fired, {30, 60}, 1e-6);
+}
+
 TEST_F(RunLoopTimerTest, RepeatingKeepsItsGridAndDropsMissedDates) {
     TestTimer timer(start + 0.1, 0.1, [&] {
         Note(3)();
@@ -161,6 +168,18 @@ TEST_F(RunLoopTimerTest, StepBackOverYearsBringsTheDateNear) {
     TestTimer earlier(start + 60, 0, [&] { clock.Step(-10 * kYear); });
     CFRunLoopRun();
     ExpectTimes(fired, {34 * kHour, 58 * kHour}, kTicks);
+}
+
+TEST_F(RunLoopTimerTest, StepBackLeavesLessThanTwoDaysToWait) {
+    for (const int days : {1, 2, 3}) {
+        const CFTimeInterval begin = clock.Elapsed();
+        const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
+        fired.clear();
+        TestTimer timer(now + 10 * kHour, kDay, Note(1));
+        TestTimer earlier(now + 60, 0, [&] { clock.Step(-days * kDay); });
+        CFRunLoopRun();
+        ExpectTimes(fired, {begin + 34 * kHour}, kTicks);
+    }
 }
 
 TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {

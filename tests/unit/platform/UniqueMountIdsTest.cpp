@@ -84,6 +84,12 @@ TEST_F(UniqueMountIdsTest, AreFoundByTheReusedIds) {
     EXPECT_EQ(ReadUniqueMountIds(), (UniqueMountIds{{1, 7001}, {2, 7002}, {5, 9005}}));
 }
 
+TEST_F(UniqueMountIdsTest, AreFoundWhenAnEarlierCallHadLeftItsErrorNumber) {
+    g_kernel->mounts = {7001};
+    errno = ENOMEM; // calls that succeed leave it as it is
+    EXPECT_EQ(ReadUniqueMountIds(), (UniqueMountIds{{1, 7001}}));
+}
+
 TEST_F(UniqueMountIdsTest, OfMoreMountsThanACallListsAreAllFound) {
     UniqueMountIds expected;
     for (std::uint64_t id = 0; id < 900; ++id) {

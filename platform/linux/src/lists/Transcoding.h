@@ -21,7 +21,7 @@ struct CharacterSet {
     unsigned char first;
     std::span<const char16_t> characters;
 };
-inline constexpr CharacterSet kLatin1 = {0, {}};
+inline constexpr CharacterSet kLatin1 = {};
 extern const CharacterSet kLatin9; // ISO 8859-15
 extern const CharacterSet kWindows1252;
 

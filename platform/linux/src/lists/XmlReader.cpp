@@ -99,7 +99,8 @@ std::size_t XmlReader::Normalize() {
 // Of a fault in the normal form, which is of no use afterwards.
 void XmlReader::Refuse(XmlFault fault) const {
     const XmlDocumentText document(bytes_);
-    fault.place = FindInSource(document.View(), normalForm_.get(), fault.place);
+    if (fault.place)
+        fault.place = FindInSource(document.View(), normalForm_.get(), *fault.place);
     throw fault.In(document.View());
 }
 

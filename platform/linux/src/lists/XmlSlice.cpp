@@ -24,16 +24,15 @@ std::size_t LineAt(std::string_view text, std::size_t place) {
 } // namespace
 
 MalformedList XmlFault::In(std::string_view document) const {
-    return MalformedList(before + (namesLine ? std::to_string(LineAt(document, place)) : "") +
-                         after);
+    return MalformedList(before + (place ? std::to_string(LineAt(document, *place)) : "") + after);
 }
 
 void RefuseAt(const XmlSlice& place, std::string_view before, std::string_view after) {
-    throw XmlFault{place.begin, std::string(before), std::string(after), true};
+    throw XmlFault{place.begin, std::string(before), std::string(after)};
 }
 
 void RefuseWith(std::string_view text) {
-    throw XmlFault{0, std::string(text), {}, false};
+    throw XmlFault{std::nullopt, std::string(text), {}};
 }
 
 std::string Shown(char byte) {

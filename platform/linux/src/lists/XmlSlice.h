@@ -6,6 +6,7 @@
 #include "lists/MalformedList.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,10 +31,9 @@ struct XmlSlice {
 // What the functions that read a text throw. The line is counted once, by whoever catches the fault
 // and knows the document.
 struct XmlFault {
-    std::size_t place;
-    std::string before; // the line
+    std::optional<std::size_t> place; // none: no line is named
+    std::string before;               // the line
     std::string after;
-    bool namesLine;
 
     // The error text, if the place is one in this document.
     MalformedList In(std::string_view document) const;

@@ -61,8 +61,8 @@ void Serve(Timer& timer) noexcept {
 
 void Realign(Timer& timer, const Moment& now) noexcept {
     const Nanoseconds wait = -Lateness(timer, now);
-    if (timer.onWallClock && timer.interval > 0 && wait / timer.interval >= 2)
-        timer.date -= (wait / timer.interval - 1) * timer.interval;
+    if (timer.onWallClock && timer.interval > 0)
+        timer.date -= std::max<Nanoseconds>(wait / timer.interval - 1, 0) * timer.interval;
 }
 
 void Leave(Timer& timer) noexcept {
