@@ -179,6 +179,27 @@ TEST_F(VErrTest, AFacilityCodeIsLoggedOnEveryLinkThatTookItOver) {
                                         "Module:2, Function: fail outer (VErrCode = 1024)"));
 }
 
+// People search logs for these numbers, and the server knows some of them.
+TEST_F(VErrTest, EachFacilityCodeIsLoggedByItsNumber) {
+    struct {
+        VErrCode code;
+        const char* number;
+    } const cases[] = {
+        {kVErrCodeUserAborted, "2"},       {kVErrCodeNotFound, "20"},
+        {kVErrCodeStringEncoding, "100"},  {kVErrCodeServerNotFound, "1001"},
+        {kVErrCodeConnectFailed, "1002"},  {kVErrCodeReplyTimeout, "1004"},
+        {kVErrCodeConnectionLost, "1005"}, {kVErrCodeMountUnderWay, "1020"},
+        {kVErrCodeServerBusy, "1021"},     {kVErrCodeCommandTimedOut, "1024"},
+    };
+    for (const auto& each : cases) {
+        At(3, VErrThrowWithErrCode(&err, each.code, "fail"));
+        VErrLog(err);
+        EXPECT_THAT(log.Take(), ElementsAre(std::string("Module:3, Function: fail (VErrCode = ") +
+                                            each.number + ")"));
+        VErrCatch(&err);
+    }
+}
+
 TEST_F(VErrTest, OtherCodesAreLoggedAsTheyAre) {
     struct {
         VErrCode code;

@@ -41,10 +41,14 @@ TEST_P(ExcludedType, IsNoVolume) {
     EXPECT_EQ(Paths(MountOfType(GetParam())), Strings());
 }
 INSTANTIATE_TEST_SUITE_P(Types, ExcludedType,
-                         testing::Values("proc", "sysfs", "cgroup", "cgroup2", "devtmpfs", "devpts",
-                                         "mqueue", "debugfs", "tracefs", "securityfs", "bpf",
-                                         "fusectl", "autofs", "nfs", "nfs4", "cifs", "smb3",
-                                         "ceph"));
+                         testing::Values("binder", "binfmt_misc", "bpf", "cgroup", "cgroup2",
+                                         "configfs", "cpuset", "debugfs", "devpts", "devtmpfs",
+                                         "efivarfs", "functionfs", "fusectl", "hugetlbfs", "mqueue",
+                                         "nfsd", "nsfs", "proc", "pstore", "resctrl", "rootfs",
+                                         "rpc_pipefs", "securityfs", "selinuxfs", "smackfs",
+                                         "spufs", "sysfs", "tracefs", "xenfs", "autofs", "9p",
+                                         "afs", "ceph", "cifs", "coda", "lustre", "ncpfs", "nfs",
+                                         "nfs4", "orangefs", "smb3", "smbfs"));
 
 TEST_P(VolumeType, IsAVolume) {
     EXPECT_EQ(Paths(MountOfType(GetParam())), Strings{"/mnt/a"});

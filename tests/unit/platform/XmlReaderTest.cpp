@@ -436,6 +436,24 @@ const Row kDocuments[] = {
      "<string>\u009F\u00A0\u20AC\u0160\u0161\u017D\u017E\u0152\u0153\u0178\u00BF\u00E9</string>"},
     {"Windows1252", "<?xml encoding='windows-1252'?><string>\x7F\x80\x81\x9F\xA0\xE9</string>",
      "<string>\x7F\u20AC\u0081\u0178\u00A0\u00E9</string>"},
+    {"EveryCharacterOfLatin9",
+     "<?xml "
+     "encoding='ISO-8859-15'?><string>"
+     "\x9F\xA0\xA1\xA2\xA3\xA4\xA5\xA6\xA7\xA8\xA9\xAA\xAB\xAC\xAD\xAE\xAF\xB0\xB1\xB2\xB3\xB4\xB5"
+     "\xB6\xB7\xB8\xB9\xBA\xBB\xBC\xBD\xBE\xBF\xC0</string>",
+     "<string>"
+     "\u009F\u00A0\u00A1\u00A2\u00A3\u20AC\u00A5\u0160\u00A7\u0161\u00A9\u00AA\u00AB\u00AC\u00AD"
+     "\u00AE\u00AF\u00B0\u00B1\u00B2\u00B3\u017D\u00B5\u00B6\u00B7\u017E\u00B9\u00BA\u00BB\u0152"
+     "\u0153\u0178\u00BF\u00C0</string>"},
+    {"EveryCharacterOfWindows1252",
+     "<?xml "
+     "encoding='windows-1252'?><string>"
+     "\x7F\x80\x81\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x8B\x8C\x8D\x8E\x8F\x90\x91\x92\x93\x94\x95"
+     "\x96\x97\x98\x99\x9A\x9B\x9C\x9D\x9E\x9F\xA0</string>",
+     "<string>"
+     "\x7F\u20AC\u0081\u201A\u0192\u201E\u2026\u2020\u2021\u02C6\u2030\u0160\u2039\u0152\u008D"
+     "\u017D\u008F\u0090\u2018\u2019\u201C\u201D\u2022\u2013\u2014\u02DC\u2122\u0161\u203A\u0153"
+     "\u009D\u017E\u0178\u00A0</string>"},
     {"NoEncodingBehindTheDeclaration", "<?xml version='1.0'?><!-- encoding='FOO-1' --><true/>",
      "<true/>"},
     {"Latin1", "<?xml version='1.0' encoding='ISO-8859-1'?><string>\xE9</string>",

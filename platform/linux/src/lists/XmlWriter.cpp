@@ -88,7 +88,7 @@ std::string RealText(double value) {
     if (std::isnan(value))
         return "nan";
     if (std::isinf(value))
-        return value < 0 ? "-infinity" : "+infinity";
+        return std::signbit(value) ? "-infinity" : "+infinity";
     if (value == 0)
         return "0.0";
     std::array<char, 32> text{};

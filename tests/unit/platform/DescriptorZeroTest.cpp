@@ -1,0 +1,135 @@
+/* Descriptor 0, which a process without a standard input may be given for anything. */
+
+#include "Callouts.h"
+#include "Footprint.h"
+#include "LocalServer.h"
+#include "TestSocket.h"
+
+#include "disks/RetryTimer.h"
+#include "lists/FileContents.h"
+#include "loop/WallClockAlarm.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <functional>
+#include <thread>
+
+namespace {
+
+bool IsZeroFree() {
+    return fcntl(0, F_GETFD) == -1;
+}
+
+// Runs the body in a process without a standard input. The body tells whether all was well.
+void ExpectWithoutInput(const std::function<bool()>& body) {
+    const auto run = [&] {
+        close(STDIN_FILENO);
+        _exit(body() ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+}
+
+TEST(DescriptorZeroTest, ThreadsLoopTakesItAndGivesItBack) {
+    ExpectWithoutInput([] {
+        bool isTaken = false;
+        std::thread([&] { isTaken = CFRunLoopGetCurrent() != nullptr && !IsZeroFree(); }).join();
+        return isTaken && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, SourceIsCalledOutWhenItIsReadable) {
+    CFRunLoopGetCurrent(); // takes descriptors of its own
+    ExpectWithoutInput([] {
+        const int event = eventfd(1, EFD_CLOEXEC);
+        TestSource source(StopCurrentRun, cf::Runs::kEvery, event);
+        CFRunLoopRun();
+        return event == 0 && source.Count() == 1;
+    });
+}
+
+TEST(DescriptorZeroTest, AlarmKeepsItForEachDateAndGivesItBack) {
+    GMainContext* const context = g_main_context_new();
+    ExpectWithoutInput([context] {
+        const std::size_t before = CountDescriptors();
+        bool isSet = false;
+        {
+            cf::WallClockAlarm alarm;
+            isSet = alarm.Set(context, 1'000'000 * cf::kSecond) && !IsZeroFree() &&
+                    alarm.Set(context, 2'000'000 * cf::kSecond);
+            isSet = isSet && CountDescriptors() == before + 1;
+        }
+        return isSet && CountDescriptors() == before;
+    });
+    g_main_context_unref(context);
+}
+
+TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
+    const LocalServer server;
+    ExpectWithoutInput([&server] {
+        const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const TestSocket socket(server); // from the first one on, deadlines are watched
+        CFRunLoopGetCurrent();
+        close(input);
+        itimerspec setting = {};
+        {
+            const TestTimer timer(CFAbsoluteTimeGetCurrent() + 1000, 0, [] {});
+            if (timerfd_gettime(0, &setting) != 0)
+                return false;
+        }
+        return setting.it_value.tv_sec > 0 && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, SocketExchangesDataAndGivesItBack) {
+    const LocalServer server;
+    CFRunLoopGetCurrent();
+    ExpectWithoutInput([&server] {
+        TestSocket socket(server);
+        if (IsZeroFree() || socket.Send("request") != kCFSocketSuccess)
+            return false;
+        const Peer peer = server.Accept();
+        if (peer.Read(7) != "request")
+            return false;
+        peer.Write("reply");
+        socket.atChunk = StopCurrentRun;
+        socket.AddToLoop();
+        CFRunLoopRun();
+        socket.Drop();
+        return socket.Received() == "reply" && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, SocketThatIsReleasedWithoutBeingInvalidatedGivesItBack) {
+    const LocalServer server;
+    ExpectWithoutInput([&server] {
+        TestSocket socket(server);
+        const bool isTaken = !IsZeroFree();
+        CFRelease(socket.Get());
+        return isTaken && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, FileIsReadAndGivesItBack) {
+    ExpectWithoutInput([] {
+        const cf::FileContents contents = cf::ReadFile("/etc/passwd", 10);
+        return contents.isRead && contents.bytes.size() == 10 && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, RetryTimerGivesItBack) {
+    ExpectWithoutInput([] {
+        const bool isTaken = disks::RetryTimer().Descriptor() == 0;
+        return isTaken && IsZeroFree();
+    });
+}
+
+} // namespace
