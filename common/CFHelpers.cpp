@@ -206,11 +206,10 @@ static VErrLink* ArrayFind(const char* function, CFArrayRef array, CFIndex index
 static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex index,
                           CFTypeRef value, const char* failure) {
     const CFIndex count = CFArrayGetCount(array);
-    VErrLink* err = CFHArrayPadToValueAtIndex(array, index, value);
-    if (err != nullptr)
-        RaiseIn(function, __LINE__, VErrThrow(&err, "fail CFHArrayPadToValueAtIndex"));
-    else if (CFArrayGetValueAtIndex(array, index) != value)
-        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
+    VErrLink* err = nullptr;
+    VERR_STEP_IN(function, err, CFHArrayPadToValueAtIndex(array, index, value),
+                 "fail CFHArrayPadToValueAtIndex");
+    VERR_NEED_IN(function, err, CFArrayGetValueAtIndex(array, index) == value, "%s", failure);
     // Padding before the element that found no memory is taken out again.
     for (CFIndex last = CFArrayGetCount(array); err != nullptr && last > count; last--)
         CFArrayRemoveValueAtIndex(array, last - 1);
