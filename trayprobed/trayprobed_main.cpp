@@ -22,7 +22,7 @@ static const char k_processTitle[] = "(trayprobed)";
 static void SetProcessTitle(int argc, char** argv) {
     for (int i = 0; i < argc; i++)
         memset(argv[i], 0, strlen(argv[i]));
-    if (argc == 0 || argv[0] == nullptr)
+    if (argc == 0)
         return;
     char* title = argv[0];
     for (size_t i = 0; i < sizeof k_processTitle; i++)
