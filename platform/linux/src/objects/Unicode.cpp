@@ -74,14 +74,6 @@ bool IsValidUtf8(std::string_view text) noexcept {
     return true;
 }
 
-// At most three bytes of a character stand before a border in it.
-std::size_t WholeCharacters(std::string_view text, std::size_t most) noexcept {
-    std::size_t length = std::min(text.size(), most);
-    while (length < text.size() && length + 3 > most && IsContinuation(ByteAt(text, length)))
-        --length;
-    return length;
-}
-
 std::size_t CountUnits(std::string_view text) noexcept {
     std::size_t units = AsciiWords(text);
     for (const char character : text.substr(units)) {

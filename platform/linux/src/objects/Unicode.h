@@ -16,10 +16,6 @@ namespace cf {
 
 bool IsValidUtf8(std::string_view text) noexcept;
 
-// The length of the longest beginning of UTF-8 that has whole characters and no more bytes than
-// that; four are enough for any.
-std::size_t WholeCharacters(std::string_view text, std::size_t most) noexcept;
-
 // Of generalized UTF-8.
 std::size_t CountUnits(std::string_view text) noexcept;
 
