@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <time.h>
@@ -18,9 +19,16 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+namespace {
+
+constexpr time_t kTime = 1'000'000'000;
+time_t g_time = kTime;
+
+} // namespace
+
 extern "C" time_t __wrap_time(time_t* out);
 extern "C" time_t __wrap_time(time_t*) {
-    return 1'000'000'000;
+    return g_time;
 }
 
 namespace {
@@ -39,6 +47,7 @@ class MessageLog : public testing::Test {
 protected:
     MessageLog() {
         InitVErrSystem();
+        g_time = kTime;
     }
 
     LogCapture log;
@@ -114,6 +123,12 @@ TEST_F(MessageLogFile, EachMessageFollowsATimeStampAndEndsItsLine) {
 TEST_F(MessageLogFile, AMessageWithANewlineOfItsOwnLeavesAnEmptyLine) {
     LogErr("fail\n");
     EXPECT_EQ(Content(), std::string(kStamp) + "fail\n\n");
+}
+
+TEST_F(MessageLogFile, AMessageOfAYearThatNoNumberHoldsHasNoTimeStamp) {
+    g_time = std::numeric_limits<time_t>::max();
+    LogErr("fail");
+    EXPECT_EQ(Content(), "fail\n");
 }
 
 TEST_F(MessageLogFile, WhatIsThereIsKept) {

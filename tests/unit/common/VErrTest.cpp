@@ -125,6 +125,12 @@ TEST_F(VErrTest, AMessageIsNotCopiedWithoutSizeOrBuffer) {
     VErrGetErrMessage(err, nullptr, sizeof buffer);
 }
 
+TEST_F(VErrTest, TheMessageOfALinkWithoutOneIsEmpty) {
+    char buffer[] = "before";
+    VErrGetErrMessage(&g_genericVErr, buffer, sizeof buffer);
+    EXPECT_STREQ(buffer, "");
+}
+
 // ---- the steps of a sequence ----
 
 VErrLink* FailingCall() {

@@ -299,30 +299,39 @@ TEST(FrameAssembly, ExcessInALaterChunkIsAFrameOfItsOwn) {
     EXPECT_THAT(Gather({FrameOf("payload"), "x"}), ElementsAre("payload", "(invalid header)"));
 }
 
+// Gathers the bytes, cut there, with each allocation refused in turn. Returns how many there were.
+std::size_t SweepGathering(const std::string& bytes, std::size_t cut) {
+    const std::string first = bytes.substr(0, cut);
+    const std::string rest = bytes.substr(cut);
+    FrameAssembly frame = {};
+    FrameState state = kFrameIncomplete;
+    const auto body = [&](std::size_t) {
+        frame = {};
+        for (const std::string* chunk : {&first, &rest}) {
+            CFIndex used = 0;
+            if (state = kFrameIncomplete; !chunk->empty())
+                state = GatherFrame(&frame, reinterpret_cast<const UInt8*>(chunk->data()),
+                                    static_cast<CFIndex>(chunk->size()), &used);
+            if (state != kFrameIncomplete)
+                break;
+        }
+    };
+    return SweepAllocationFaults(body, [&](std::size_t nth, bool happened) {
+        EXPECT_EQ(state, happened ? kFrameNoMemory : kFrameComplete) << nth;
+        ResetFrameAssembly(&frame);
+    });
+}
+
 TEST(FrameAssembly, WithoutMemoryOneFrameIsLostAndNoneGarbled) {
     const std::string bytes = FrameOf("payload");
-    for (const std::size_t cut : {bytes.size(), std::size_t{5}, std::size_t{14}}) {
-        const std::string first = bytes.substr(0, cut);
-        const std::string rest = bytes.substr(cut);
-        FrameAssembly frame = {};
-        FrameState state = kFrameIncomplete;
-        const auto body = [&](std::size_t) {
-            frame = {};
-            for (const std::string* chunk : {&first, &rest}) {
-                CFIndex used = 0;
-                if (state = kFrameIncomplete; !chunk->empty())
-                    state = GatherFrame(&frame, reinterpret_cast<const UInt8*>(chunk->data()),
-                                        static_cast<CFIndex>(chunk->size()), &used);
-                if (state != kFrameIncomplete)
-                    break;
-            }
-        };
-        const std::size_t runs = SweepAllocationFaults(body, [&](std::size_t nth, bool happened) {
-            EXPECT_EQ(state, happened ? kFrameNoMemory : kFrameComplete) << nth;
-            ResetFrameAssembly(&frame);
-        });
-        EXPECT_GE(runs, 3u);
-    }
+    for (const std::size_t cut : {bytes.size(), std::size_t{5}, std::size_t{14}})
+        EXPECT_GE(SweepGathering(bytes, cut), 3u);
+}
+
+TEST(FrameAssembly, WithoutMemoryForHeaderBytesOfThePayloadTheFrameIsLost) {
+    const std::string bytes = HeaderBytes({.headerSize = 0, .dataLength = 15}) + "abc";
+    for (const std::size_t cut : {bytes.size(), std::size_t{5}, std::size_t{12}, std::size_t{14}})
+        EXPECT_GE(SweepGathering(bytes, cut), 3u);
 }
 
 // ---- payloads ----

@@ -393,6 +393,13 @@ TEST_F(DirectoryInfo, ASlashAtTheEndIsNotDoubled) {
     VErrCatch(&err);
 }
 
+TEST_F(DirectoryInfo, AnEmptyDirectoryIsTheRoot) {
+    CFPropertyListRef list = nullptr;
+    VErrLink* err = ReadFSInfoFile("", "no-such-file", &list);
+    EXPECT_EQ(g_urlPath, "/no-such-file");
+    VErrCatch(&err);
+}
+
 TEST_F(DirectoryInfo, PathsAreCutAt1023Bytes) {
     CFPropertyListRef list = nullptr;
     const std::string directory = "/" + std::string(1019, 'd'); // of 1020 bytes

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <set>
 #include <string>
 
@@ -261,23 +262,48 @@ TEST_F(DailyTimer, ATimerThatCannotBeMadeIsAFailure) {
     EXPECT_FALSE(HoldsTimer());
 }
 
-// Not for the first time: the run loop and the table of timers' numbers are made only once.
-TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
-    ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
-    ASSERT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
-    std::set<std::string> newest;
+// Schedules with each allocation refused in turn. Returns the newest messages.
+std::multiset<std::string> SweepScheduling(const std::function<bool()>& holdsTimer) {
+    std::multiset<std::string> newest;
     VErrLink* err = nullptr;
     SweepAllocationFaults([&](std::size_t) { err = ScheduleChangerFSCacheTimer(kChanger, 10, 0); },
                           [&](std::size_t nth, bool happened) {
                               EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
-                              EXPECT_EQ(HoldsTimer(), !happened) << "allocation " << nth;
+                              EXPECT_EQ(holdsTimer(), !happened) << "allocation " << nth;
                               const Chain chain = TakeChain(err);
                               if (!chain.empty())
                                   newest.insert(chain.back().message);
                           });
-    EXPECT_THAT(newest, testing::IsSupersetOf(
-                            {"fail create changerGUIDNum", "fail CFRunLoopTimerCreate",
-                             "fail GetChangerDictForGUID", "fail SetChangerDictForGUID"}));
+    return newest;
+}
+
+// Not for the first time: the run loop and the table of timers' numbers are made only once.
+TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
+    ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+    ASSERT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+    EXPECT_THAT(
+        SweepScheduling(HoldsTimer),
+        testing::IsSupersetOf({"fail create changerGUIDNum", "fail CFRunLoopTimerCreate",
+                               "fail GetChangerDictForGUID", "fail SetChangerDictForGUID"}));
+}
+
+class FirstScheduling : public DailyTimer {
+public:
+    void TestBody() override {
+        CFRunLoopGetCurrent();
+        EXPECT_GE(SweepScheduling(HoldsTimer).count("fail create changerGUIDNum"), 3U);
+    }
+};
+
+// In a process of its own, since the table of timers' numbers is made only once: there memory ends
+// at the number, at the table and at its entry.
+TEST(DailyTimerDeathTest, WithoutMemoryTheFirstSchedulingFails) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto schedule = [] {
+        FirstScheduling().TestBody();
+        std::exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(schedule(), testing::ExitedWithCode(0), "");
 }
 
 // The loop has it by then, and nobody can take it out again.

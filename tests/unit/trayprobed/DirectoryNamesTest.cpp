@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -19,9 +20,13 @@ using testing::IsEmpty;
 namespace {
 
 constexpr std::size_t kChunk = 4096; // what a listing's room is used up in
+constexpr std::size_t kLongestAtAll = kChunk - 2 * sizeof(void*) - 1;
 constexpr std::size_t kLongestPerChunk = (kChunk - 2 * sizeof(void*)) / (NAME_MAX + 1);
 
 int g_readsUntilError = INT_MAX;
+
+// Read before the real entries. Longer than the names of any file system that the kernel has.
+std::string g_longName;
 
 int PassAll(const struct dirent*) {
     return 1;
@@ -35,6 +40,7 @@ class DirectoryNamesTest : public testing::Test {
 protected:
     DirectoryNamesTest() {
         g_readsUntilError = INT_MAX;
+        g_longName.clear();
     }
 
     void MakeLongNames(std::size_t count) const {
@@ -119,6 +125,18 @@ TEST_F(DirectoryNamesTest, ThatDoNotFitAreNone) {
     EXPECT_THAT(TakeAll(), IsEmpty());
 }
 
+TEST_F(DirectoryNamesTest, ANameOfAWholeChunkIsTheLongest) {
+    std::size_t room = 2 * kChunk;
+    g_longName = std::string(kLongestAtAll, 'x');
+    EXPECT_EQ(List(&room), 0);
+    EXPECT_THAT(TakeAll(), testing::ElementsAre(std::string(kLongestAtAll, 'x')));
+
+    g_longName = std::string(kLongestAtAll + 1, 'x');
+    EXPECT_EQ(List(&room), ENOMEM);
+    EXPECT_EQ(room, 2 * kChunk);
+    EXPECT_THAT(TakeAll(), IsEmpty());
+}
+
 TEST_F(DirectoryNamesTest, OfAListingThatBreaksOffAreNone) {
     MakeLongNames(2 * kLongestPerChunk);
     for (g_readsUntilError = 1; g_readsUntilError < 20; ++g_readsUntilError) {
@@ -137,7 +155,17 @@ extern "C" {
 struct dirent* __real_readdir(DIR* directory);
 struct dirent* __wrap_readdir(DIR* directory);
 
+static struct dirent* LongEntry() {
+    alignas(struct dirent) static char entry[2 * kChunk];
+    const std::size_t nameAt = offsetof(struct dirent, d_name);
+    memcpy(entry + nameAt, g_longName.c_str(), g_longName.size() + 1);
+    g_longName.clear();
+    return reinterpret_cast<struct dirent*>(entry);
+}
+
 struct dirent* __wrap_readdir(DIR* directory) {
+    if (!g_longName.empty())
+        return LongEntry();
     if (--g_readsUntilError != 0)
         return __real_readdir(directory);
     errno = EIO;

@@ -23,6 +23,7 @@ struct Seams {
     std::map<std::string, int> statusErrors;
     std::string failingMediaTest;
     std::map<std::string, std::string> sameAs;
+    std::map<std::string, std::string> sameInodeAs;
     std::function<void()> onOpening;
     std::function<void(const std::string&)> onListing;
     std::function<void(const std::string&)> onStatus;
@@ -66,6 +67,20 @@ bool BeginListing(DIR* stream) {
     if (error != 0)
         errno = error;
     return error == 0;
+}
+
+std::string AbsolutePath(const std::string& path) {
+    return g_seams->root + path.substr(1);
+}
+
+void PretendInode(const std::string& path, struct stat* status) {
+    const auto same = g_seams->sameInodeAs.find(path);
+    struct stat other {};
+    if (same == g_seams->sameInodeAs.end() ||
+        lstat(AbsolutePath(same->second).c_str(), &other) != 0)
+        return;
+    status->st_ino = other.st_ino;
+    status->st_dev = other.st_dev + 1;
 }
 
 bool IsMediaTestToFail(const char* path) {
@@ -136,8 +151,9 @@ int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags)
     }
     const auto same = g_seams->sameAs.find(path);
     if (same != g_seams->sameAs.end())
-        return lstat((g_seams->root + same->second.substr(1)).c_str(), status);
+        return lstat(AbsolutePath(same->second).c_str(), status);
     const int result = __real_fstatat(folder, name, status, flags);
+    PretendInode(path, status);
     if (g_seams->onStatus)
         g_seams->onStatus(path);
     return result;
@@ -179,6 +195,10 @@ void FileSystemSeams::FailMediaTest(const std::string& path) {
 
 void FileSystemSeams::PretendSame(const std::string& path, const std::string& other) {
     g_seams->sameAs[path] = other;
+}
+
+void FileSystemSeams::PretendSameInode(const std::string& path, const std::string& other) {
+    g_seams->sameInodeAs[path] = other;
 }
 
 void FileSystemSeams::OnOpening(std::function<void()> function) {

@@ -28,6 +28,8 @@ public:
     static void FailMediaTest(const std::string& path);
     // The one directory is the other's, as a mount would have it.
     static void PretendSame(const std::string& path, const std::string& other);
+    // The one directory has the other's inode number, on a device of its own.
+    static void PretendSameInode(const std::string& path, const std::string& other);
     // Called behind each opening of a directory below the top.
     static void OnOpening(std::function<void()> function);
     // Called before each listing.

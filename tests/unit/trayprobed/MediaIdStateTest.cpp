@@ -334,6 +334,15 @@ TEST_F(Store, AMissingListIsAFailure) {
     }
 }
 
+TEST_F(Store, AChangerWithoutRoomForItsStateIsNotAdded) {
+    for (const char* key : {"GUID", "In Progress"}) {
+        const RefusedKey refused(key);
+        EXPECT_EQ(TakeChain(AddChangerToList(kChanger)),
+                  (Chain{Raised("fail allocate changer dictionary", "AddChangerToList")}));
+        EXPECT_FALSE(IsKnown(kChanger)) << key;
+    }
+}
+
 // ---- flags ----
 
 TEST_F(Store, AFlagWithoutRoomFailsInTheNameOfItsSetter) {

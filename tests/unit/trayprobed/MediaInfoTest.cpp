@@ -64,6 +64,15 @@ TEST_F(MediaInfo, BeforeAnyListThereIsNone) {
     EXPECT_EQ(hasFileSystem_, 0);
 }
 
+TEST_F(MediaInfo, BeforeAnyListNoChangerIsFound) {
+    const auto earlier = Dictionary();
+    CFDictionaryRef info = earlier;
+    EXPECT_EQ(TakeChain(GetChangerInfoDict(kChanger, &info)),
+              (Chain{{"fail find changer GUID 9EDCBA9876543210", "GetChangerInfoDict", kSource,
+                      kVErrCodeNotFound}}));
+    EXPECT_EQ(info, nullptr);
+}
+
 // A reader without the state lock may still be at an earlier list.
 TEST_F(MediaInfo, EarlierListsStayRetained) {
     const auto first = Array({1});

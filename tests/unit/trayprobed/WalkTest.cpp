@@ -2,6 +2,8 @@
 
 #include "MountedChanger.h"
 
+#include "trayprobed/DirectoryWalk.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -114,6 +116,12 @@ TEST(WalkFilter, PassesAllButTheTwoDots) {
         snprintf(entry.d_name, sizeof entry.d_name, "%s", each.name);
         EXPECT_EQ(ShouldCacheItem(&entry) != 0, each.passes) << each.name;
     }
+}
+
+TEST(WalkPath, ANameBehindAnEmptyPathStandsBelowTheRoot) {
+    char path[k_walkPathSize] = "";
+    EXPECT_EQ(AppendToPath(path, 0, "name"), 1U);
+    EXPECT_STREQ(path, "/name");
 }
 
 TEST_F(Walking, WithoutDescendOnlyTheDirectoryItselfIsListed) {
@@ -258,6 +266,14 @@ TEST_F(Walking, AParentMountedBelowItselfIsNotEntered) {
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_EQ(Count(), 0);
     EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a", "list .", "list ./a"));
+}
+
+// The roots of many file systems have the same inode number.
+TEST_F(Walking, AVolumeWithItsParentsInodeNumberIsEntered) {
+    tree_.MakeDirectory("a/b");
+    FileSystemSeams::PretendSameInode("./a", ".");
+    EXPECT_THAT(Walk(), IsEmpty());
+    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a", "list ./a/b"));
 }
 
 TEST_F(Walking, EveryLevelThatAPathCanNameIsReached) {
