@@ -7,8 +7,7 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
-#include <system_error>
+#include <exception>
 #include <thread>
 #include <utility>
 
@@ -85,9 +84,7 @@ bool StartArrivals() noexcept {
     try {
         const process::AllSignalsBlocked blocked;
         std::thread(WaitForever).detach();
-    } catch (const std::system_error&) {
-        close(std::exchange(g_epoll, -1));
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) { // no thread, or no memory for one
         close(std::exchange(g_epoll, -1));
     }
     return g_epoll >= 0;
