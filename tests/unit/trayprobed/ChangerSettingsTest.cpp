@@ -218,4 +218,12 @@ TEST_F(ChangerSettings, OnlyTheTrueObjectRequestsABuild) {
                 ElementsAre("fail get value from dict", "fail get changer GUID"));
 }
 
+TEST_F(ChangerSettings, ARequestOfAChangerWithoutAGuidStartsNoBuild) {
+    const auto info =
+        Without(Changer(kChanger, {{"Changer Request Identification", true}}), "GUID");
+    EXPECT_THAT(MessagesOf(HandleManualChangerFSBuildStart, info),
+                ElementsAre("fail get value from dict", "fail get changer GUID"));
+    EXPECT_THAT(Journal::Take(), IsEmpty());
+}
+
 } // namespace
