@@ -15,6 +15,7 @@
 #include <ctime>
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -101,7 +102,10 @@ int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itim
     g_alarm = timer;
     g_alarmTime =
         date.tv_sec == 0 && date.tv_nsec == 0 ? kNotSet : date.tv_sec * kSecond + date.tv_nsec;
-    return 0;
+    if (!std::exchange(g_stepped, false))
+        return 0;
+    errno = ECANCELED; // told once: here, or when the descriptor is read
+    return -1;
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -30,7 +31,9 @@ struct DeadFile {
     int waiting = 0;
 } g_dead;
 
-std::atomic<int> g_openingError = 0; // with which the next opening fails, for once
+std::atomic<int> g_openingError = 0;               // with which the next opening fails, for once
+std::atomic<const char*> g_opensInstead = nullptr; // the file that took the next one's place
+std::atomic<bool> g_isMemoryOut = false;           // at the next reading
 
 class FileContentsTest : public testing::Test {
 protected:
@@ -102,6 +105,21 @@ TEST_F(FileContentsTest, ThatCannotBeOpenedForAShortageAreAskedForAgain) {
     }
 }
 
+TEST_F(FileContentsTest, OfAFileOnAnotherDeviceThatTookItsPlaceAreNotRead) {
+    g_opensInstead = "/proc/self/stat";
+    EXPECT_FALSE(cf::ReadFile(path_, 100).isOpened);
+    EXPECT_EQ(g_opensInstead, nullptr);
+    EXPECT_TRUE(cf::ReadFile(path_, 100).isOpened);
+}
+
+// Wherever the file is read, who asked for it learns.
+TEST_F(FileContentsTest, WithoutMemoryThereAreNone) {
+    g_isMemoryOut = true;
+    EXPECT_THROW(cf::ReadFileWithin(1h, path_, 100), std::bad_alloc);
+    EXPECT_FALSE(g_isMemoryOut);
+    EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isRead);
+}
+
 TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
     LetDie();
     EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
@@ -133,13 +151,16 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
 // Nothing here creates a file, so there is no mode to pass on.
 int __wrap_open(const char* path, int flags, ...) {
     const int error = g_openingError.exchange(0);
+    const char* const instead = g_opensInstead.exchange(nullptr);
     if (error == 0)
-        return __real_open(path, flags);
+        return __real_open(instead != nullptr ? instead : path, flags);
     errno = error;
     return -1;
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+    if (g_isMemoryOut.exchange(false))
+        throw std::bad_alloc();
     struct stat status = {};
     fstat(descriptor, &status);
     std::unique_lock lock(g_dead.mutex);

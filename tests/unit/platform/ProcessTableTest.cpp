@@ -388,6 +388,10 @@ TEST(ProcessTable, KnowsNoOtherName) {
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(sysctl(g_allProcesses, 2, nullptr, &length, nullptr, 0), -1);
     EXPECT_EQ(errno, ENOENT);
+    int otherNameOfFour[] = {CTL_KERN, KERN_PROC, 2, getpid()};
+    errno = 0;
+    EXPECT_EQ(sysctl(otherNameOfFour, 4, nullptr, &length, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(ProcessTable, TakesNoNewValue) {

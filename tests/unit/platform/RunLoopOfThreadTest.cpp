@@ -75,7 +75,7 @@ TEST(RunLoopOfThreadTest, IsNullWithoutAKey) {
     const auto look = [] {
         g_hasKeys = false;
         CFRunLoopRun(); // returns at once
-        _exit(CFRunLoopGetCurrent() == nullptr ? 0 : 1);
+        std::exit(CFRunLoopGetCurrent() == nullptr ? 0 : 1);
     };
     EXPECT_EXIT(look(), testing::ExitedWithCode(0), "");
 }

@@ -386,6 +386,19 @@ TEST(RunLoopTest, WhatCommonModesHoldLeavesByEitherName) {
     EXPECT_EQ(source.Count(), 0);
 }
 
+TEST(RunLoopTest, SourceStaysWhenAnotherModeLoopOrObjectIsNamed) {
+    TestSource source(StopCurrentRun);
+    CFRunLoopRef const loop = CFRunLoopGetCurrent();
+    std::thread([&] { source.Remove(); }).join();
+    source.Remove(CFSTR("another mode"));
+    CFRunLoopRemoveSource(loop, nullptr, kCFRunLoopDefaultMode);
+    CFRunLoopRemoveSource(nullptr, source.Get(), kCFRunLoopDefaultMode);
+    CFRunLoopSourceInvalidate(nullptr);
+    source.Signal();
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
 TEST(RunLoopTest, LoopHoldsItsSource) {
     static int served = 0;
     CFRunLoopSourceRef source = cf::CreateSignalSource(

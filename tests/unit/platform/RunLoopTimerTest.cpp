@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -182,6 +183,17 @@ TEST_F(RunLoopTimerTest, StepBackLeavesLessThanTwoDaysToWait) {
     }
 }
 
+// The kernel tells of the step when the next date is set.
+TEST_F(RunLoopTimerTest, StepBackInTheCalloutOfADateBringsTheNextOneNear) {
+    TestTimer timer(start + 10 * kHour, kDay, [&] {
+        if (fired.empty())
+            clock.Step(-10 * kYear);
+        Note(2)();
+    });
+    CFRunLoopRun();
+    ExpectTimes(fired, {10 * kHour, 58 * kHour}, kTicks);
+}
+
 TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {
     TestTimer timer(start + 10 * kHour, 0, Note(0));
     TestTimer earlier(start + 60, 0, [&] { clock.Step(kHour); });
@@ -333,9 +345,26 @@ TEST_F(RunLoopTimerTest, UnknownModeAndWrongObjectsAreIgnored) {
                       static_cast<CFRunLoopTimerRef>(const_cast<void*>(wrong)),
                       kCFRunLoopDefaultMode);
     CFRunLoopAddTimer(nullptr, nullptr, nullptr);
+    CFRunLoopRemoveTimer(nullptr, nullptr, nullptr);
     CFRunLoopTimerInvalidate(nullptr);
     CFRunLoopRun();
     EXPECT_EQ(timer.Count(), 0);
+}
+
+TEST_F(RunLoopTimerTest, StaysWhenAnotherModeLoopOrObjectIsNamed) {
+    TestTimer timer(start + 1, 0, Note(0));
+    CFRunLoopRef const loop = CFRunLoopGetCurrent();
+    CFRunLoopRef other = nullptr;
+    std::thread([&] {
+        other = CFRunLoopGetCurrent();
+        CFRunLoopRemoveTimer(other, timer.Get(), kCFRunLoopDefaultMode);
+    }).join();
+    CFRunLoopRemoveTimer(loop, timer.Get(), CFSTR("another mode"));
+    CFRunLoopRemoveTimer(loop, nullptr, kCFRunLoopDefaultMode);
+    CFRunLoopRemoveTimer(nullptr, timer.Get(), kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    EXPECT_NE(other, loop);
+    EXPECT_EQ(timer.Count(), 1);
 }
 
 int g_references = 0;
@@ -365,6 +394,18 @@ TEST_F(RunLoopTimerTest, InfoIsHeldFromCreationToInvalidationAndInCallouts) {
     EXPECT_EQ(g_references, 1);
     CFRunLoopRun();
     EXPECT_EQ(g_references, 0);
+}
+
+TEST_F(RunLoopTimerTest, InfoMayBeRetainedWithoutBeingReleased) {
+    g_references = 0;
+    CFRunLoopTimerContext context = {0, nullptr, CountRetain, nullptr, nullptr};
+    CFRunLoopTimerRef timer = CFRunLoopTimerCreate(
+        kCFAllocatorDefault, start, 0, 0, 0,
+        [](CFRunLoopTimerRef, void*) { EXPECT_EQ(g_references, 2); }, &context);
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+    CFRelease(timer);
+    CFRunLoopRun();
+    EXPECT_EQ(std::exchange(g_references, 0), 2);
 }
 
 TEST_F(RunLoopTimerTest, InfoIsReleasedWithATimerThatWasNeverInvalidated) {

@@ -234,6 +234,8 @@ const Row kTexts[] = {
      "Encountered unknown ampersand-escape sequence at line 2"},
     {"UpperCaseHex", "<string>&#X41;</string>",
      "Encountered unexpected character X at line 1 while parsing data"},
+    {"HexadecimalDigitInDecimalEntity", "<string>&#6A;</string>",
+     "Encountered unexpected character A at line 1 while parsing data"},
     {"LoneSurrogate", "<string>&#xD800;</string>",
      "Encountered unparseable Unicode sequence at line 1 while parsing data (input did not result "
      "in a real string)"},
@@ -529,6 +531,7 @@ const Row kDatesAndData[] = {
     {"LastDate", "<date>9999-12-31T23:59:59Z</date>", "<date>9999-12-31T23:59:59Z</date>"},
     {"DataPadded", "<data>AA==</data>", "<data>\nAA==\n</data>"},
     {"DataWithBlanksAndRubbish", "<data>\n A*\tQI\r D !</data>", "<data>\nAQID\n</data>"},
+    {"DataWithRubbishBesideTheLetters", "<data>@A[Z`a{z</data>", "<data>\nAZaz\n</data>"},
     {"DataIncompleteGroup", "<data>AQIDBA</data>", "<data>\nAQID\n</data>"},
     {"DataEmpty", "<data></data>", "<data>\n</data>"},
     {"DataPaddingOnly", "<data>====</data>", "<data>\n</data>"},

@@ -2,6 +2,8 @@
 
 #include "Lists.h"
 
+#include "objects/SharedValues.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -179,11 +181,34 @@ Held<CFMutableArrayRef> NestedArrays(int levels) {
     return array;
 }
 
+Held<CFMutableDictionaryRef> NestedDictionaries(int levels) {
+    Held dictionary = MakeDictionary({});
+    for (int i = 1; i < levels; ++i)
+        dictionary = MakeDictionary({{CFSTR("a"), dictionary.Get()}});
+    return dictionary;
+}
+
 TEST(XmlWriter, WritesWhatCanBeReadAgainAndNothingDeeper) {
     const std::string deepest = WriteList(NestedArrays(512).Get());
     EXPECT_TRUE(ReadList(deepest).list);
     EXPECT_EQ(WriteList(NestedArrays(513).Get()).size(), 0U);
     EXPECT_EQ(WriteList(NestedArrays(100000).Get()).size(), 0U);
+}
+
+TEST(XmlWriter, WritesNoDictionariesThatAreNestedTooDeep) {
+    EXPECT_TRUE(ReadList(WriteList(NestedDictionaries(512).Get())).list);
+    EXPECT_EQ(WriteList(NestedDictionaries(513).Get()), "");
+    EXPECT_EQ(WriteList(MakeArray({NestedDictionaries(512).Get()}).Get()), "");
+}
+
+// A binary list may hold any number of seconds.
+TEST(XmlWriter, WritesNoDateThatNoCalendarHas) {
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    for (const double time : {1e300, -1e300, kInfinity, -kInfinity, std::nan("")}) {
+        const Held<CFTypeRef> date(cf::SharedDate(time));
+        EXPECT_EQ(WriteList(date.Get()), "") << time;
+        EXPECT_EQ(WriteList(MakeArray({date.Get()}).Get()), "") << time;
+    }
 }
 
 TEST(XmlWriter, EndsWithListsThatContainThemselves) {
