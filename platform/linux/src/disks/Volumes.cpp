@@ -63,7 +63,7 @@ public:
     int MountAt(std::string_view path) const {
         int mount = root_;
         // Nothing covers "/" itself: every look-up starts inside it.
-        for (std::size_t end = 1; end < path.size() && end != std::string_view::npos;) {
+        for (std::size_t end = 1; end < path.size();) { // npos ends it, too
             end = path.find('/', end + 1);
             mount = Cross(mount, path.substr(0, end));
         }
