@@ -46,6 +46,15 @@ TEST(MountTable, PassesBytesThatAreNoTextThrough) {
     EXPECT_EQ((*mounts)[2].path, "/mnt/caf\xc3\xa9\xff");
 }
 
+// What looks like a label is no path to the library.
+TEST(MountTable, HasNoSourceThatIsNoPath) {
+    const auto mounts = ParseMountTable("41 27 11:0 / /mnt ro - iso9660 LABEL=disc ro\n");
+    ASSERT_TRUE(mounts);
+    ASSERT_EQ(mounts->size(), 1U);
+    EXPECT_EQ(mounts->front().source, "");
+    EXPECT_EQ(mounts->front().type, "iso9660");
+}
+
 TEST(MountTable, RefusesATableThatIsCutShort) {
     const std::string whole = kTable;
     EXPECT_FALSE(ParseMountTable(""));

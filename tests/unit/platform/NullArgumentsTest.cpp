@@ -12,6 +12,15 @@ TEST(NullArguments, CharactersAreNotCopiedToNowhere) {
     CFStringGetCharacters(CFSTR("abc"), {0, 3}, nullptr);
 }
 
+TEST(NullArguments, CharactersAreNotCopiedOutOfWhatIsNoString) {
+    UniChar characters[] = {'a', 'b'};
+    CFStringGetCharacters(nullptr, {0, 1}, characters);
+    CFStringGetCharacters(static_cast<CFStringRef>(static_cast<CFTypeRef>(kCFNull)), {0, 1},
+                          characters);
+    EXPECT_EQ(characters[0], 'a');
+    EXPECT_EQ(characters[1], 'b');
+}
+
 TEST(NullArguments, PathIsNotCopiedToNowhere) {
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
     const Held<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(nullptr, path, 4, true));
