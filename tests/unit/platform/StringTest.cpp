@@ -254,9 +254,10 @@ TEST(String, MaximumSize) {
         EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingISOLatin1), length);
     }
     EXPECT_EQ(CFStringGetMaximumSizeForEncoding(10, kMacRoman), 0);
-    EXPECT_EQ(CFStringGetMaximumSizeForEncoding(std::numeric_limits<CFIndex>::max(),
-                                                kCFStringEncodingUTF8),
-              kCFNotFound);
+    const CFIndex longest = std::numeric_limits<CFIndex>::max() / 3;
+    EXPECT_EQ(CFStringGetMaximumSizeForEncoding(longest, kCFStringEncodingUTF8), 3 * longest);
+    for (const CFIndex length : {longest + 1, std::numeric_limits<CFIndex>::max()})
+        EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8), kCFNotFound);
 }
 
 TEST(String, NeverNeedsMoreThanTheMaximumSize) {

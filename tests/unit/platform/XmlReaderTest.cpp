@@ -147,6 +147,7 @@ const Row kGrammar[] = {
     {"KnownTagAndMore", "<keys>", "Encountered unknown tag keys on line 1"},
     {"KnownTagAndNul", "<key\0>a</key>"s, "Encountered unknown tag key\0 on line 1"},
     {"NoTag", "<>", "Malformed tag on line 1"},
+    {"NoClosingTag", "</>", "Malformed tag on line 1"},
     {"NoTagButBlank", "<plist>\n< true/></plist>", "Malformed tag on line 2"},
     {"BracketInAttribute", "<array a=\"b>c\"/>",
      "Encountered unexpected character c on line 1 while looking for open tag"},
