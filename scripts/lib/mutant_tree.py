@@ -1,5 +1,6 @@
 """A copy of the project in which one mutant after another is built and tried."""
 
+import collections
 import json
 import os
 import pathlib
@@ -21,6 +22,7 @@ class Tree:
         self.project, self.root = project, root
         self.build = root / 'build/mutants'
         self.under_way = root.with_suffix('.under-way')  # names the file that has been changed
+        self.catches = collections.Counter()  # by the folder of the file and the program
 
     # ---- making it ----
 
@@ -117,12 +119,16 @@ class Tree:
     # ---- trying a mutant ----
 
     def programs_with(self, file):
-        """The programs that contain the file: its own tests first, then from quick to slow."""
+        """The programs that contain the file, those first that are likely to catch a mutant of it: its
+        own tests, then what has caught mutants of its folder, then from quick to slow."""
         sources = {pathlib.Path(name).name.removesuffix('.o') for name in self.objects.get(file, [])}
         stem = pathlib.Path(file).stem
         own = {f'{stem}Test.cpp', f'{stem}sTest.cpp'}
         found = [program for program in self.programs if program.contains(sources)]
-        return sorted(found, key=lambda program: (not program.contains(own), program.seconds))
+        folder = os.path.dirname(file)
+        return sorted(found, key=lambda program: (not program.contains(own),
+                                                  -self.catches[folder, program.path.name],
+                                                  program.seconds))
 
     def try_mutant(self, file, text):
         """Puts the text in the file's place and returns what comes of it: `caught by PROGRAM`,
@@ -163,6 +169,7 @@ class Tree:
             tried += 1
             results = self._run_changed(program)
             if 'passed' not in results:
+                self.catches[os.path.dirname(file), program.path.name] += 1
                 return f'caught by {program.path.name}'
             if len(results) > 1:
                 unsteady.append(program.path.name)
@@ -173,9 +180,10 @@ class Tree:
 
     def _run_changed(self, program):
         """A failure counts when it happens twice, as whatever else the machine does may cause one."""
-        results = [program.run(5 + 10 * program.seconds)]
+        limit = 5 + 4 * program.seconds
+        results = [program.run(limit)]
         if results == ['failed']:
-            results.append(program.run(5 + 10 * program.seconds))
+            results.append(program.run(limit))
         return results
 
     def _is_same_optimised(self, path, original, objects):
