@@ -80,12 +80,19 @@ TEST(RunLoopOfThreadTest, IsNullWithoutAKey) {
     EXPECT_EXIT(look(), testing::ExitedWithCode(0), "");
 }
 
+CFRunLoopRef g_ending = nullptr;
+
 // Of a source that is in the calling thread's loop and belongs to it alone.
 void AddSourceThatTellsItsEnd() {
+    g_ending = CFRunLoopGetCurrent();
     static constexpr cf::SourceCallouts kCallouts = {
         .perform = [](void*) {},
         .joined = nullptr,
-        .left = [](void*) { std::fputs("left ", stderr); },
+        .left =
+            [](void*) {
+                const bool isEnding = CFRunLoopGetCurrent() == g_ending;
+                std::fputs(isEnding ? "left the thread's loop " : "left the former loop ", stderr);
+            },
         .invalid = [](void*) { std::fputs("freed", stderr); },
     };
     cf::Source* const source = cf::CreateSource(kCallouts, nullptr, cf::Runs::kEvery);
@@ -99,7 +106,7 @@ TEST(RunLoopOfThreadTest, EndsWithTheProcess) {
         AddSourceThatTellsItsEnd();
         std::exit(0);
     };
-    EXPECT_EXIT(end(), testing::ExitedWithCode(0), "left freed");
+    EXPECT_EXIT(end(), testing::ExitedWithCode(0), "left the former loop freed");
 }
 
 } // namespace
