@@ -1,14 +1,18 @@
 /* What would be larger than anything may be. No test has the memory for that, so it is pretended.
  */
 
+#include "AllocationFaults.h"
 #include "Held.h"
 
 #include "objects/Array.h"
 #include "objects/Dictionary.h"
+#include "objects/OpenAddressing.h"
 #include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <span>
@@ -52,6 +56,73 @@ TEST(Capacity, ArrayIsNotMadeOfMoreThanTheGreatestCount) {
 TEST(Capacity, DataIsNotMadeOfMoreThanHalfTheAddresses) {
     const UInt8 byte = 0;
     EXPECT_EQ(CFDataCreate(nullptr, &byte, std::numeric_limits<CFIndex>::max()), nullptr);
+}
+
+// How often a container asks for memory while members are added one by one.
+constexpr std::size_t kMembers = 10000;
+constexpr std::size_t kFewAllocations = 16; // log2 of the members, and some
+
+TEST(Capacity, DataThatGrowsByteByByteAllocatesSeldom) {
+    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const UInt8 byte = 7;
+    bool happened = false;
+    {
+        const AllocationFault fault(kFewAllocations);
+        for (std::size_t i = 0; i < kMembers; ++i)
+            CFDataAppendBytes(data, &byte, 1);
+        happened = AllocationFault::Happened();
+    }
+    EXPECT_FALSE(happened);
+    EXPECT_EQ(CFDataGetLength(data), static_cast<CFIndex>(kMembers));
+}
+
+TEST(Capacity, ArrayThatGrowsOneByOneAllocatesSeldom) {
+    const auto array = NewArray();
+    bool happened = false;
+    {
+        const AllocationFault fault(kFewAllocations);
+        for (std::size_t i = 0; i < kMembers; ++i)
+            CFArrayAppendValue(array, kCFBooleanTrue);
+        happened = AllocationFault::Happened();
+    }
+    EXPECT_FALSE(happened);
+    EXPECT_EQ(CFArrayGetCount(array), static_cast<CFIndex>(kMembers));
+}
+
+TEST(Capacity, DictionaryThatGrowsOneByOneAllocatesSeldom) {
+    const auto keys = NewArray();
+    for (std::size_t i = 0; i < kMembers; ++i) {
+        const Held<CFNumberRef> key(CFNumberCreate(nullptr, kCFNumberSInt64Type, &i));
+        CFArrayAppendValue(keys, key);
+    }
+    const auto dictionary = NewDictionary();
+    bool happened = false;
+    {
+        const AllocationFault fault(kFewAllocations);
+        for (std::size_t i = 0; i < kMembers; ++i)
+            CFDictionarySetValue(dictionary, CFArrayGetValueAtIndex(keys, static_cast<CFIndex>(i)),
+                                 kCFBooleanTrue);
+        happened = AllocationFault::Happened();
+    }
+    EXPECT_FALSE(happened);
+    EXPECT_EQ(CFDictionaryGetCount(dictionary), static_cast<CFIndex>(kMembers));
+}
+
+TEST(Capacity, TableIsAtMostThreeQuartersFull) {
+    for (std::size_t capacity = cf::kSmallestTable; capacity <= 1024; capacity *= 2)
+        for (std::size_t count = 0; count < capacity; ++count)
+            EXPECT_EQ(cf::HasRoomForOneMore(count, capacity), count < capacity / 4 * 3) << count;
+}
+
+TEST(Capacity, NewTableIsTheSmallestThatIsNotTooFull) {
+    EXPECT_EQ(cf::CapacityFor(0), cf::kSmallestTable);
+    for (std::size_t count = 1; count < 1000; ++count) {
+        const std::size_t capacity = cf::CapacityFor(count);
+        EXPECT_TRUE(std::has_single_bit(capacity)) << count;
+        EXPECT_TRUE(cf::HasRoomForOneMore(count - 1, capacity)) << count;
+        EXPECT_TRUE(capacity == cf::kSmallestTable || !cf::HasRoomForOneMore(count, capacity / 2))
+            << count;
+    }
 }
 
 } // namespace
