@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/random.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -13,9 +14,14 @@
 namespace {
 
 std::vector<std::uint32_t> g_hashes; // of the same word, while others were drawing
+int g_onlyByte = -1;                 // of every draw, unless negative
 
 // The draws, of which each but the last is overtaken by the next: random bytes, zeros, none.
 ssize_t Draw(void* bytes, size_t size) {
+    if (g_onlyByte >= 0) {
+        std::memset(bytes, g_onlyByte, size);
+        return static_cast<ssize_t>(size);
+    }
     static int draw = 0;
     constexpr int kLastDraw = 2;
     const int own = draw++;
@@ -33,6 +39,17 @@ TEST(HashKey, OfTheFirstToDrawIsEverybodys) {
     EXPECT_EQ(g_hashes, (std::vector<std::uint32_t>{hash, hash}));
     EXPECT_EQ(cf::HashWord(1), hash);
     EXPECT_NE(cf::HashWord(2), hash);
+}
+
+TEST(HashKey, StaysTheSameWhenZerosWereDrawn) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // where nothing has drawn it before
+    const auto draw = [] {
+        g_onlyByte = 0;
+        const std::uint32_t hash = cf::HashWord(1);
+        g_onlyByte = 0x55;
+        _exit(cf::HashWord(1) == hash ? 0 : 1);
+    };
+    EXPECT_EXIT(draw(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
