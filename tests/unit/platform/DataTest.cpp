@@ -61,6 +61,10 @@ TEST(MutableData, KeepsToItsCapacity) {
     EXPECT_EQ(Content(data), "abc");
     Append(data, "de");
     EXPECT_EQ(Content(data), "abcde");
+    const Held<CFMutableDataRef> oneByte(CFDataCreateMutable(nullptr, 1)); // freed with its owner
+    Append(oneByte, "a");
+    Append(oneByte, "b");
+    EXPECT_EQ(Content(oneByte), "a");
 }
 
 TEST(MutableData, StaysAsItWasWhenAnAppendMakesNoSense) {

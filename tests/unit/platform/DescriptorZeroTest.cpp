@@ -7,6 +7,7 @@
 
 #include "disks/RetryTimer.h"
 #include "lists/FileContents.h"
+#include "loop/Arrivals.h"
 #include "loop/WallClockAlarm.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -86,6 +87,15 @@ TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
                 return false;
         }
         return setting.it_value.tv_sec > 0 && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, ArrivalsAreWatchedWithItOnce) {
+    ExpectWithoutInput([] {
+        if (!cf::StartArrivals() || IsZeroFree() || !cf::AreArrivalsWatched())
+            return false;
+        const std::size_t descriptors = CountDescriptors();
+        return cf::StartArrivals() && CountDescriptors() == descriptors;
     });
 }
 

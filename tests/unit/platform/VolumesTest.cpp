@@ -10,6 +10,8 @@
 namespace disks {
 namespace {
 
+using namespace std::string_literals;
+
 constexpr const char* kRootLine = "27 1 254:0 / / rw - ext4 /dev/vda rw\n";
 
 std::vector<Volume> Volumes(const std::string& lines, const UniqueMountIds& ids = {}) {
@@ -105,6 +107,14 @@ TEST(Volumes, TakeTheirPathFromAMountThatIsNotHidden) {
                     "41 27 0:45 / /mnt/b rw - tmpfs none rw\n"
                     "42 40 0:46 / /mnt/a rw - tmpfs none rw\n"),
               (Strings{"/mnt/b", "/mnt/a"}));
+}
+
+TEST(Volumes, HaveTheRootThatAMountOverItDoesNotCover) {
+    const auto mounts = ParseMountTable(kRootLine + "40 27 0:45 / / rw - tmpfs none rw\n"s);
+    ASSERT_TRUE(mounts);
+    const std::vector<Volume> volumes = VolumesOf(*mounts, {});
+    ASSERT_EQ(volumes.size(), 1U);
+    EXPECT_EQ(volumes[0].mount, 27U);
 }
 
 TEST(Volumes, AreSeenFromARootThatIsNoMountItself) {
