@@ -30,6 +30,11 @@ bool IsZeroFree() {
     return fcntl(0, F_GETFD) == -1;
 }
 
+// By something that a program started later on is not to have.
+bool IsZeroTaken() {
+    return fcntl(0, F_GETFD) == FD_CLOEXEC;
+}
+
 // Runs the body in a process without a standard input. The body tells whether all was well.
 void ExpectWithoutInput(const std::function<bool()>& body) {
     const auto run = [&] {
@@ -42,7 +47,7 @@ void ExpectWithoutInput(const std::function<bool()>& body) {
 TEST(DescriptorZeroTest, ThreadsLoopTakesItAndGivesItBack) {
     ExpectWithoutInput([] {
         bool isTaken = false;
-        std::thread([&] { isTaken = CFRunLoopGetCurrent() != nullptr && !IsZeroFree(); }).join();
+        std::thread([&] { isTaken = CFRunLoopGetCurrent() != nullptr && IsZeroTaken(); }).join();
         return isTaken && IsZeroFree();
     });
 }
@@ -64,7 +69,7 @@ TEST(DescriptorZeroTest, AlarmKeepsItForEachDateAndGivesItBack) {
         bool isSet = false;
         {
             cf::WallClockAlarm alarm;
-            isSet = alarm.Set(context, 1'000'000 * cf::kSecond) && !IsZeroFree() &&
+            isSet = alarm.Set(context, 1'000'000 * cf::kSecond) && IsZeroTaken() &&
                     alarm.Set(context, 2'000'000 * cf::kSecond);
             isSet = isSet && CountDescriptors() == before + 1;
         }
@@ -83,7 +88,7 @@ TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
         itimerspec setting = {};
         {
             const TestTimer timer(CFAbsoluteTimeGetCurrent() + 1000, 0, [] {});
-            if (timerfd_gettime(0, &setting) != 0)
+            if (!IsZeroTaken() || timerfd_gettime(0, &setting) != 0)
                 return false;
         }
         return setting.it_value.tv_sec > 0 && IsZeroFree();
@@ -92,7 +97,7 @@ TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
 
 TEST(DescriptorZeroTest, ArrivalsAreWatchedWithItOnce) {
     ExpectWithoutInput([] {
-        if (!cf::StartArrivals() || IsZeroFree() || !cf::AreArrivalsWatched())
+        if (!cf::StartArrivals() || !IsZeroTaken() || !cf::AreArrivalsWatched())
             return false;
         const std::size_t descriptors = CountDescriptors();
         return cf::StartArrivals() && CountDescriptors() == descriptors;
@@ -104,7 +109,7 @@ TEST(DescriptorZeroTest, SocketExchangesDataAndGivesItBack) {
     CFRunLoopGetCurrent();
     ExpectWithoutInput([&server] {
         TestSocket socket(server);
-        if (IsZeroFree() || socket.Send("request") != kCFSocketSuccess)
+        if (!IsZeroTaken() || socket.Send("request") != kCFSocketSuccess)
             return false;
         const Peer peer = server.Accept();
         if (peer.Read(7) != "request")
@@ -122,7 +127,7 @@ TEST(DescriptorZeroTest, SocketThatIsReleasedWithoutBeingInvalidatedGivesItBack)
     const LocalServer server;
     ExpectWithoutInput([&server] {
         TestSocket socket(server);
-        const bool isTaken = !IsZeroFree();
+        const bool isTaken = IsZeroTaken();
         CFRelease(socket.Get());
         return isTaken && IsZeroFree();
     });
@@ -137,7 +142,11 @@ TEST(DescriptorZeroTest, FileIsReadAndGivesItBack) {
 
 TEST(DescriptorZeroTest, RetryTimerGivesItBack) {
     ExpectWithoutInput([] {
-        const bool isTaken = disks::RetryTimer().Descriptor() == 0;
+        bool isTaken = false;
+        {
+            const disks::RetryTimer timer;
+            isTaken = timer.Descriptor() == 0 && IsZeroTaken();
+        }
         return isTaken && IsZeroFree();
     });
 }

@@ -150,6 +150,7 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
 
 // Nothing here creates a file, so there is no mode to pass on.
 int __wrap_open(const char* path, int flags, ...) {
+    EXPECT_EQ(flags, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) << path;
     const int error = g_openingError.exchange(0);
     const char* const instead = g_opensInstead.exchange(nullptr);
     if (error == 0)
