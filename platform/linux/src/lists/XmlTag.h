@@ -67,10 +67,10 @@ inline const XmlTagName& NameOf(XmlTag tag) {
     return detail::kTagNames[static_cast<unsigned char>(tag)];
 }
 
-// kUnknown for all other names.
+// Of a name that is not empty; kUnknown for all but those above.
 inline XmlTag TagOf(std::string_view name) {
     for (std::size_t i = 0; i < detail::kTagNames.size(); ++i)
-        if (!name.empty() && detail::kTagNames[i].text == name)
+        if (detail::kTagNames[i].text == name)
             return static_cast<XmlTag>(i);
     return XmlTag::kUnknown;
 }
