@@ -27,12 +27,19 @@ namespace {
 std::mutex g_mutex;
 std::condition_variable g_changed;
 bool g_isStopped = false; // the background thread does not run
+bool g_chunkFault = false;
 
 } // namespace
 
 extern "C" {
+CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
+CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 int __real_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
 int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
+
+CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length) {
+    return g_chunkFault ? nullptr : __real_CFDataCreate(allocator, bytes, length);
+}
 
 // The background thread's wait takes nothing from the kernel before the thread may run.
 int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds) {
@@ -153,6 +160,28 @@ TEST_F(ArrivalOrderTest, AllInputBeforeTheDateGoesFirstAndSoDoesTheEnd) {
     ASSERT_GE(order_.size(), 3U);
     EXPECT_EQ(order_[order_.size() - 2], "end");
     EXPECT_EQ(order_.back(), "timer");
+}
+
+TEST_F(ArrivalOrderTest, ResetBehindInputBeforeTheDateGoesFirst) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    EXPECT_EQ(socket_.Send("a request that nobody reads"), kCFSocketSuccess);
+    peer_.Write("reply");
+    peer_.Close();
+    clock_.Advance(31);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("reply", "end", "timer"));
+}
+
+TEST_F(ArrivalOrderTest, InputBeforeTheDateThatFindsNoMemoryIsAnEndBeforeIt) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    peer_.Write("reply");
+    clock_.Advance(31);
+    g_chunkFault = true;
+    Run();
+    g_chunkFault = false;
+    EXPECT_THAT(order_, ElementsAre("end", "timer"));
 }
 
 TEST_F(ArrivalOrderTest, InputBetweenTwoDatesComesBetweenTheirTimersAfterAStop) {

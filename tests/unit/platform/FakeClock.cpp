@@ -193,6 +193,10 @@ int FakeClock::Sleeps() const {
     return g_sleeps;
 }
 
+bool FakeClock::HasAlarm() const {
+    return g_alarmTime != kNotSet;
+}
+
 void FakeClock::RefuseAlarms(bool refuse) {
     g_refuseAlarms = refuse;
 }

@@ -31,6 +31,9 @@ public:
     // How often a run loop has slept since the FakeClock was made.
     int Sleeps() const;
 
+    // Whether a date by the wall clock would wake the loop.
+    bool HasAlarm() const;
+
     // Refuses descriptors for timers of either clock.
     void RefuseAlarms(bool refuse);
 };

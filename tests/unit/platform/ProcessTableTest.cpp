@@ -399,6 +399,9 @@ TEST(ProcessTable, TakesNoNewValue) {
     int value = 0;
     EXPECT_EQ(sysctl(g_allProcesses, 3, nullptr, &length, &value, sizeof value), -1);
     EXPECT_EQ(errno, EPERM);
+    int otherName[] = {CTL_KERN, KERN_PROC, 2};
+    EXPECT_EQ(sysctl(otherName, 3, nullptr, &length, &value, sizeof value), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 } // namespace

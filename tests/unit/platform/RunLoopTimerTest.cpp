@@ -194,6 +194,28 @@ TEST_F(RunLoopTimerTest, StepBackInTheCalloutOfADateBringsTheNextOneNear) {
     ExpectTimes(fired, {10 * kHour, 58 * kHour}, kTicks);
 }
 
+// However many of its intervals go into the delay before the first one.
+TEST_F(RunLoopTimerTest, DelayBeforeRepetitionsIgnoresAStepThatMovesDates) {
+    TestTimer delay(start + 1000, 10, Note(2));
+    TestTimer date(start + 10 * kHour, kDay, Note(0));
+    TestTimer earlier(start + 60, 0, [&] { clock.Step(-kDay); });
+    CFRunLoopRun();
+    ExpectTimes(fired, {1000, 1010});
+}
+
+TEST_F(RunLoopTimerTest, AlarmIsTakenBackWithTheLastDate) {
+    std::vector<bool> alarms;
+    TestTimer date(start + 7 * kHour, kDay, Note(0)); // at which no other test had the loop's alarm
+    TestTimer delays(start + 60, 60, [&] {
+        alarms.push_back(clock.HasAlarm());
+        date.Invalidate();
+        if (alarms.size() == 2)
+            StopCurrentRun();
+    });
+    CFRunLoopRun();
+    EXPECT_EQ(alarms, (std::vector<bool>{true, false}));
+}
+
 TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {
     TestTimer timer(start + 10 * kHour, 0, Note(0));
     TestTimer earlier(start + 60, 0, [&] { clock.Step(kHour); });

@@ -408,6 +408,16 @@ TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
+TEST_F(MediaIdServer, ElementOfAChangerThatWentIsForgottenForTheNextServer) {
+    Strand();
+    EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
+    Handle(kNextServer);
+    AddChanger(kChanger);
+    EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, kElem), nullptr);
+    Handle({4713, {3000, 0}});
+    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+}
+
 TEST_F(MediaIdServer, WithoutMemoryTheElementIsTakenOffByTheNextCall) {
     Strand();
     {
