@@ -75,7 +75,8 @@ TEST(PackedBytesTest, FirstHighByteIsFound) {
 TEST(XmlTagTest, NamesArePackedFromTheLowestByteOn) {
     EXPECT_EQ(PackName("key"), 0x79656BU);
     EXPECT_EQ(PackName("integer"), 0x72656765746E69U);
-    EXPECT_EQ(NameOf(XmlTag::kDict).packed, PackName("dict"));
+    EXPECT_EQ(NameOf(XmlTag::kKey).closing, 0x3E79656BU);
+    EXPECT_EQ(NameOf(XmlTag::kInteger).closing, 0x3E72656765746E69U);
 }
 
 TEST(XmlTagTest, EachNameIsThatOfItsTagAndOthersAreUnknown) {

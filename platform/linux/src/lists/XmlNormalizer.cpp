@@ -349,8 +349,7 @@ inline void XmlNormalizer::TakeClosingTag(XmlTag tag) {
     const XmlTagName& name = NameOf(tag);
     const std::size_t length = name.text.size();
     if (end_ - next_ >= 10 && next_[1] == '/' &&
-        LowBytes(LoadWord(next_ + 2), length + 1) ==
-            (name.packed | std::uint64_t{'>'} << (8 * length)))
+        LowBytes(LoadWord(next_ + 2), length + 1) == name.closing)
         next_ += 2 + length + 1;
     else
         TakeAnyClosingTag(tag);

@@ -35,7 +35,7 @@ constexpr std::uint64_t PackName(std::string_view name) {
 
 struct XmlTagName {
     std::string_view text;
-    std::uint64_t packed;
+    std::uint64_t closing; // the name and '>', packed
 };
 
 namespace detail {
@@ -43,7 +43,8 @@ namespace detail {
 constexpr auto MakeTagNames() {
     std::array<XmlTagName, 'z' + 1> names{};
     const auto add = [&names](XmlTag tag, std::string_view text) {
-        names[static_cast<unsigned char>(tag)] = {text, PackName(text)};
+        const std::uint64_t end = std::uint64_t{'>'} << (8 * text.size());
+        names[static_cast<unsigned char>(tag)] = {text, PackName(text) | end};
     };
     add(XmlTag::kArray, "array");
     add(XmlTag::kData, "data");
