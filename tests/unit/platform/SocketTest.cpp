@@ -33,6 +33,7 @@
 namespace {
 
 std::atomic<int> g_resting = 0;           // streams that are not read for now, net
+std::atomic<int> g_watches = 0;           // how often reading began, or began again
 std::atomic<bool> g_chunkFault = false;   // no memory for what arrives
 std::atomic<int> g_untilInterruption = 0; // counts waits for room down to one that is interrupted
 std::atomic<int> g_readsToFail = 0;       // in the background
@@ -62,6 +63,7 @@ ssize_t __real___recv_chk(int socket, void* bytes, std::size_t count, std::size_
 ssize_t __wrap___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
 
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
+    g_watches += operation == EPOLL_CTL_ADD ? 1 : 0;
     g_resting += operation == EPOLL_CTL_DEL ? 1 : -1;
     g_resting.notify_all();
     return __real_epoll_ctl(epoll, operation, descriptor, event);
@@ -275,6 +277,20 @@ TEST(SocketReceiveTest, MuchIsReadInOrderWhileTheLoopIsBusy) {
     EXPECT_EQ(socket.chunks.back(), "");
 }
 
+TEST(SocketReceiveTest, ChunkHasWhatIsThereUpTo64KBytes) {
+    constexpr std::size_t kChunk = 64 * 1024;
+    constexpr std::size_t kRest = 30 * 1024;
+    const LocalServer server;
+    TestSocket socket(server);
+    server.Accept().Write(LongText(kChunk + kRest));
+    socket.AddToLoop();
+    CFRunLoopRun();
+    ASSERT_EQ(socket.chunks.size(), 3U);
+    EXPECT_EQ(socket.chunks[0].size(), kChunk);
+    EXPECT_EQ(socket.chunks[1].size(), kRest);
+    EXPECT_EQ(socket.chunks[2], "");
+}
+
 TEST(SocketReceiveTest, ReadingRestsWhenMuchIsQueuedUntilItIsDrained) {
     constexpr std::size_t kBound = 64 << 20;
     const std::string text = LongText(kBound + (4 << 20));
@@ -299,8 +315,11 @@ TEST(SocketReceiveTest, ReadingRestsWhenMuchIsQueuedUntilItIsDrained) {
         if (received < kBound / 2 - (1 << 20)) {
             EXPECT_EQ(g_resting, 0);
             restedAtHalf = true;
+        } else if (received > kBound / 2 + (1 << 20)) {
+            EXPECT_EQ(g_watches, 1);
         }
     };
+    g_watches = 0;
     CFRunLoopRun();
     writer.join();
     EXPECT_TRUE(restedAtHalf);
