@@ -111,7 +111,11 @@ FAULTY_CALL(int, -1, timerfd_create, (int clock, int flags), (clock, flags))
 
 extern "C" {
 
-ssize_t __recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
+int __open_2(const char* path, int flags);
+int __openat_2(int folder, const char* path, int flags);
+int __ppoll_chk(pollfd* descriptors, nfds_t count, const timespec* timeout, const sigset_t* signals,
+                std::size_t size);
+ssize_t __read_chk(int descriptor, void* bytes, std::size_t count, std::size_t size);
 
 int open(const char* path, int flags, ...) {
     static auto* const next = Next<int(const char*, int, ...)>("open");
@@ -129,13 +133,6 @@ int openat(int folder, const char* path, int flags, ...) {
     const mode_t mode = ModeOf(flags, arguments);
     va_end(arguments);
     return Fails(IndexOfFaultyCall("openat")) ? -1 : next(folder, path, flags, mode);
-}
-
-// What a hardened build makes of recv where it does not know the count.
-ssize_t __recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags) {
-    static auto* const next =
-        Next<ssize_t(int, void*, std::size_t, std::size_t, int)>("__recv_chk");
-    return Fails(IndexOfFaultyCall("recv")) ? -1 : next(socket, bytes, count, size, flags);
 }
 
 // Only adding takes memory.
@@ -186,5 +183,24 @@ int timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec*
         return next(timer, flags, setting, before);
     const itimerspec hastened = {Hasten(setting->it_interval), Hasten(setting->it_value)};
     return next(timer, flags, &hastened, before);
+}
+
+// ---- what a hardened build may call instead, depending on the compiler ----
+
+int __open_2(const char* path, int flags) {
+    return open(path, flags);
+}
+
+int __openat_2(int folder, const char* path, int flags) {
+    return openat(folder, path, flags);
+}
+
+int __ppoll_chk(pollfd* descriptors, nfds_t count, const timespec* timeout, const sigset_t* signals,
+                std::size_t) {
+    return ppoll(descriptors, count, timeout, signals);
+}
+
+ssize_t __read_chk(int descriptor, void* bytes, std::size_t count, std::size_t) {
+    return read(descriptor, bytes, count);
 }
 }

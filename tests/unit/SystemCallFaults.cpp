@@ -153,8 +153,6 @@ int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
 int __real_openat(int directory, const char* path, int flags, ...);
 int __wrap_openat(int directory, const char* path, int flags, ...);
-ssize_t __real___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
-ssize_t __wrap___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
 ssize_t __real_send(int socket, const void* bytes, std::size_t count, int flags);
 ssize_t __wrap_send(int socket, const void* bytes, std::size_t count, int flags);
 
@@ -178,11 +176,6 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return Fails("openat") ? -1 : __real_openat(directory, path, flags, mode);
-}
-
-// What a hardened build makes of recv where it does not know the count.
-ssize_t __wrap___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags) {
-    return Fails("recv") ? -1 : __real___recv_chk(socket, bytes, count, size, flags);
 }
 
 ssize_t __wrap_send(int socket, const void* bytes, std::size_t count, int flags) {

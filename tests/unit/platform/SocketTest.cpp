@@ -40,14 +40,6 @@ std::atomic<int> g_readsToFail = 0;       // in the background
 std::atomic<int> g_readError = 0;         // with which they fail
 std::function<void()> g_makeRoom;         // in place of any other wait for room
 
-// Sets errno then. Only the background reads are non-blocking; the tests' peers wait for theirs.
-bool ReadFails(int flags) {
-    if ((flags & MSG_DONTWAIT) == 0 || g_readsToFail <= 0 || g_readsToFail-- <= 0)
-        return false;
-    errno = g_readError;
-    return true;
-}
-
 } // namespace
 
 extern "C" {
@@ -59,8 +51,6 @@ int __real_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const
 int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
 ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags);
-ssize_t __real___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
-ssize_t __wrap___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags);
 
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
     g_watches += operation == EPOLL_CTL_ADD ? 1 : 0;
@@ -88,12 +78,12 @@ int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit,
 }
 
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
-    return ReadFails(flags) ? -1 : __real_recv(socket, bytes, count, flags);
-}
-
-// What a hardened build makes of recv where it does not know the count.
-ssize_t __wrap___recv_chk(int socket, void* bytes, std::size_t count, std::size_t size, int flags) {
-    return ReadFails(flags) ? -1 : __real___recv_chk(socket, bytes, count, size, flags);
+    const bool isInBackground = (flags & MSG_DONTWAIT) != 0; // the test's peers wait for theirs
+    if (isInBackground && g_readsToFail > 0 && g_readsToFail-- > 0) {
+        errno = g_readError;
+        return -1;
+    }
+    return __real_recv(socket, bytes, count, flags);
 }
 }
 
