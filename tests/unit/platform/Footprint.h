@@ -22,7 +22,7 @@ inline std::size_t CountThreads() {
 #ifdef __SANITIZE_THREAD__
 inline constexpr std::size_t kThreadsAtRest = 2; // the sanitizer keeps one of its own
 #else
-inline constexpr std::size_t kThreadsAtRest = 1;
+inline const std::size_t kThreadsAtRest = CountThreads(); // at the start; an emulator has its own
 #endif
 
 // A thread that was joined may still be listed for a moment.
