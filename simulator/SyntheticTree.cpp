@@ -80,7 +80,9 @@ private:
             children.push_back(MakeDirectoryEntry(MakeName(number)));
         }
         for (std::uint32_t number = 1; number <= shape_.files; ++number) {
-            children.push_back({.name = MakeName(number) + kSuffixes[Draw(kSuffixes.size())],
+            // Drawn before the name: the order of operands is up to the compiler.
+            const char* const suffix = kSuffixes[Draw(kSuffixes.size())];
+            children.push_back({.name = MakeName(number) + suffix,
                                 .mode = S_IFREG | 0444,
                                 .size = Draw(kMaximumFileSize)});
         }
