@@ -128,7 +128,7 @@ TEST(DescriptorZeroTest, SocketThatIsReleasedWithoutBeingInvalidatedGivesItBack)
     ExpectWithoutInput([&server] {
         TestSocket socket(server);
         const bool isTaken = IsZeroTaken();
-        CFRelease(socket.Get());
+        CFRelease(socket.Detach());
         return isTaken && IsZeroFree();
     });
 }

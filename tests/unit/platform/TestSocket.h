@@ -93,6 +93,11 @@ public:
         CFRelease(std::exchange(socket_, nullptr));
     }
 
+    // Hands the reference to the caller.
+    CFSocketRef Detach() {
+        return std::exchange(socket_, nullptr);
+    }
+
     std::string Received() const {
         return std::accumulate(chunks.begin(), chunks.end(), std::string());
     }
