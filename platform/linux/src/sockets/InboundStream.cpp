@@ -93,12 +93,8 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
 
 // How many bytes it read; 0 at the end, too.
 std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
-    const std::size_t count = std::min(size, g_buffer.size());
-    return Handle(recv(descriptor_, g_buffer.data(), count, MSG_DONTWAIT), arrived);
-}
-
-// What recv returned, with its errno.
-std::size_t InboundStream::Handle(ssize_t count, Nanoseconds arrived) noexcept {
+    const ssize_t count =
+        recv(descriptor_, g_buffer.data(), std::min(size, g_buffer.size()), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return 0;
     const std::span bytes(g_buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));

@@ -5,8 +5,6 @@
 #include "loop/RunLoopSource.h"
 #include "objects/Object.h"
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -45,7 +43,6 @@ private:
     static void Arrived(Watched& watched, Nanoseconds by) noexcept;
     void StartWatching() noexcept;
     std::size_t ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept;
-    std::size_t Handle(ssize_t count, Nanoseconds arrived) noexcept;
     bool Keep(std::span<const std::uint8_t> bytes, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;
 
