@@ -58,34 +58,28 @@ TEST(Capacity, DataIsNotMadeOfMoreThanHalfTheAddresses) {
     EXPECT_EQ(CFDataCreate(nullptr, &byte, std::numeric_limits<CFIndex>::max()), nullptr);
 }
 
-// How often a container asks for memory while members are added one by one.
 constexpr std::size_t kMembers = 10000;
-constexpr std::size_t kFewAllocations = 16; // log2 of the members, and some
+
+// Whether a container asks for memory less than 16 times, log2 of its members and some, while that
+// many are added one by one.
+template<typename Add>
+bool AllocatesSeldom(Add add) {
+    const AllocationFault fault(16);
+    for (std::size_t i = 0; i < kMembers; ++i)
+        add(i);
+    return !AllocationFault::Happened();
+}
 
 TEST(Capacity, DataThatGrowsByteByByteAllocatesSeldom) {
     const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     const UInt8 byte = 7;
-    bool happened = false;
-    {
-        const AllocationFault fault(kFewAllocations);
-        for (std::size_t i = 0; i < kMembers; ++i)
-            CFDataAppendBytes(data, &byte, 1);
-        happened = AllocationFault::Happened();
-    }
-    EXPECT_FALSE(happened);
+    EXPECT_TRUE(AllocatesSeldom([&](std::size_t) { CFDataAppendBytes(data, &byte, 1); }));
     EXPECT_EQ(CFDataGetLength(data), static_cast<CFIndex>(kMembers));
 }
 
 TEST(Capacity, ArrayThatGrowsOneByOneAllocatesSeldom) {
     const auto array = NewArray();
-    bool happened = false;
-    {
-        const AllocationFault fault(kFewAllocations);
-        for (std::size_t i = 0; i < kMembers; ++i)
-            CFArrayAppendValue(array, kCFBooleanTrue);
-        happened = AllocationFault::Happened();
-    }
-    EXPECT_FALSE(happened);
+    EXPECT_TRUE(AllocatesSeldom([&](std::size_t) { CFArrayAppendValue(array, kCFBooleanTrue); }));
     EXPECT_EQ(CFArrayGetCount(array), static_cast<CFIndex>(kMembers));
 }
 
@@ -96,15 +90,10 @@ TEST(Capacity, DictionaryThatGrowsOneByOneAllocatesSeldom) {
         CFArrayAppendValue(keys, key);
     }
     const auto dictionary = NewDictionary();
-    bool happened = false;
-    {
-        const AllocationFault fault(kFewAllocations);
-        for (std::size_t i = 0; i < kMembers; ++i)
-            CFDictionarySetValue(dictionary, CFArrayGetValueAtIndex(keys, static_cast<CFIndex>(i)),
-                                 kCFBooleanTrue);
-        happened = AllocationFault::Happened();
-    }
-    EXPECT_FALSE(happened);
+    EXPECT_TRUE(AllocatesSeldom([&](std::size_t i) {
+        const void* const key = CFArrayGetValueAtIndex(keys, static_cast<CFIndex>(i));
+        CFDictionarySetValue(dictionary, key, kCFBooleanTrue);
+    }));
     EXPECT_EQ(CFDictionaryGetCount(dictionary), static_cast<CFIndex>(kMembers));
 }
 
