@@ -30,8 +30,8 @@ std::atomic<std::int64_t> g_monotonic;
 std::atomic<std::int64_t> g_wallClock;
 std::mutex g_deadlinesMutex;
 std::multimap<std::int64_t, int> g_deadlines; // monotonic timers: date and descriptor
-std::int64_t g_alarmTime;                     // of the timer descriptor, on the wall clock
-int g_alarm = -1;
+std::int64_t g_alarmTime;                     // when the alarm expires, on the wall clock
+int g_alarm = -1; // the timer descriptor that also tells of steps; -1: none was set yet
 bool g_stepped;
 std::atomic<int> g_sleeps;
 bool g_refuseAlarms;
@@ -132,6 +132,7 @@ gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBloc
     ExpireDeadlines();
     if (!g_stepped && untilAlarm > sleep)
         return FALSE;
+    g_alarmTime = kNotSet;
     const itimerspec atOnce = {{}, {0, 1}};
     EXPECT_EQ(__real_timerfd_settime(g_alarm, 0, &atOnce, nullptr), 0);
     return __real_g_main_context_iteration(context, TRUE);
@@ -160,6 +161,7 @@ FakeClock::FakeClock() {
     g_monotonic = kMonotonicStart;
     g_wallClock = kWallClockStart;
     g_alarmTime = kNotSet;
+    g_alarm = -1;
     g_stepped = false;
     g_sleeps = 0;
     g_refuseAlarms = false;
@@ -178,7 +180,7 @@ void FakeClock::Advance(CFTimeInterval seconds) {
 
 void FakeClock::Step(CFTimeInterval seconds) {
     g_wallClock += Nanoseconds(seconds);
-    g_stepped = g_alarmTime != kNotSet;
+    g_stepped = g_alarm >= 0;
 }
 
 void FakeClock::Suspend(CFTimeInterval seconds) {
