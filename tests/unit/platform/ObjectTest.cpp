@@ -21,8 +21,8 @@ TEST(Object, IsCountedAndGoesWithItsLastReference) {
             : Object(witnessClass), count(destroyedCount) {}
     };
     const cf::Class counted = {
-        "Witness", [](cf::Object* object) noexcept { ++*static_cast<Witness*>(object)->count; },
-        nullptr, nullptr};
+        [](cf::Object* object) noexcept { ++*static_cast<Witness*>(object)->count; }, nullptr,
+        nullptr};
     Witness witness(&counted, &destroyed);
     EXPECT_EQ(CFRetain(&witness), &witness);
     EXPECT_EQ(ReferencesTo(&witness), 2);
@@ -33,7 +33,7 @@ TEST(Object, IsCountedAndGoesWithItsLastReference) {
 }
 
 TEST(Object, WithoutClassFunctionsIsItsOwnEqualOnly) {
-    const cf::Class plainClass = {"Plain", cf::DestroyPlain, nullptr, nullptr};
+    const cf::Class plainClass = {cf::DestroyPlain, nullptr, nullptr};
     const cf::Object one(&plainClass);
     const cf::Object other(&plainClass);
     EXPECT_TRUE(CFEqual(&one, &one));

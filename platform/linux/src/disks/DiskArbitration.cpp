@@ -102,7 +102,7 @@ void DestroySession(cf::Object* object) noexcept {
 
 } // namespace
 
-constinit const cf::Class __DASession::kClass = {"disk session", DestroySession, nullptr, nullptr};
+constinit const cf::Class __DASession::kClass = {DestroySession, nullptr, nullptr};
 
 __DASession::__DASession()
     : cf::Object(&kClass), wake_(cf::CreateSignalSource(cf::Runs::kOutermost, TakeStep, this)),

@@ -15,7 +15,7 @@ void DestroyDisk(cf::Object* object) noexcept {
 
 } // namespace
 
-constinit const cf::Class __DADisk::kClass = {"disk", DestroyDisk, nullptr, nullptr};
+constinit const cf::Class __DADisk::kClass = {DestroyDisk, nullptr, nullptr};
 
 namespace disks {
 

@@ -53,8 +53,7 @@ std::optional<std::span<const std::uint8_t>> ReadBytes(ReadStream* stream,
 
 } // namespace cf
 
-constinit const cf::Class __CFReadStream::kClass = {"CFReadStream", cf::DestroyStream, nullptr,
-                                                    nullptr};
+constinit const cf::Class __CFReadStream::kClass = {cf::DestroyStream, nullptr, nullptr};
 
 CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef, CFURLRef url) {
     if (url == nullptr)

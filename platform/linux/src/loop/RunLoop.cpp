@@ -271,7 +271,7 @@ void StopInnermost(RunLoop& loop) noexcept {
 
 } // namespace
 
-const Class RunLoop::kClass = {"run loop", Destroy, nullptr, nullptr};
+const Class RunLoop::kClass = {Destroy, nullptr, nullptr};
 
 } // namespace cf
 

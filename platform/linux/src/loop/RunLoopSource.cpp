@@ -46,7 +46,7 @@ void Destroy(Object* object) noexcept {
 
 } // namespace
 
-const Class Source::kClass = {"run loop source", Destroy, nullptr, nullptr};
+const Class Source::kClass = {Destroy, nullptr, nullptr};
 
 Source* CreateSource(const SourceCallouts& callouts, void* info, Runs runs,
                      int descriptor) noexcept {

@@ -32,7 +32,7 @@ Nanoseconds Read(const Moment& now, const Timer& timer) noexcept {
 
 } // namespace
 
-const Class Timer::kClass = {"run loop timer", Destroy, nullptr, nullptr};
+const Class Timer::kClass = {Destroy, nullptr, nullptr};
 
 Moment ReadClocks() noexcept {
     // The tick, lest a callout that asks time() learns that its date is yet to come.

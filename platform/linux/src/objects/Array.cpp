@@ -81,7 +81,7 @@ bool HasIndex(const Array* array, CFIndex index) noexcept {
 } // namespace
 } // namespace cf
 
-constinit const cf::Class __CFArray::kClass = {"CFArray", cf::DestroyCollection, cf::EqualArrays,
+constinit const cf::Class __CFArray::kClass = {cf::DestroyCollection, cf::EqualArrays,
                                                cf::HashArray};
 
 CFTypeID CFArrayGetTypeID(void) {

@@ -58,8 +58,7 @@ Data* CreateData(std::span<const std::uint8_t> bytes) noexcept {
 
 } // namespace cf
 
-constinit const cf::Class __CFData::kClass = {"CFData", cf::DestroyData, cf::EqualData,
-                                              cf::HashData};
+constinit const cf::Class __CFData::kClass = {cf::DestroyData, cf::EqualData, cf::HashData};
 
 CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex length) {
     if (length < 0 || (bytes == nullptr && length > 0))

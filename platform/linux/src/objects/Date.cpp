@@ -20,6 +20,6 @@ std::uint32_t HashDate(const Object* object) noexcept {
 
 } // namespace
 
-constinit const Class Date::kClass = {"CFDate", DestroyPlain, EqualDates, HashDate};
+constinit const Class Date::kClass = {DestroyPlain, EqualDates, HashDate};
 
 } // namespace cf

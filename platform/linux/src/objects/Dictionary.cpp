@@ -128,8 +128,8 @@ const Object* FindValue(const Dictionary* dictionary, const Object* key) noexcep
 
 } // namespace cf
 
-constinit const cf::Class __CFDictionary::kClass = {"CFDictionary", cf::DestroyCollection,
-                                                    cf::EqualDictionaries, cf::HashDictionary};
+constinit const cf::Class __CFDictionary::kClass = {cf::DestroyCollection, cf::EqualDictionaries,
+                                                    cf::HashDictionary};
 
 CFTypeID CFDictionaryGetTypeID(void) {
     return cf::TypeIdOf(__CFDictionary::kClass);

@@ -138,8 +138,7 @@ bool StoreReal(NumberValue number, void* address) noexcept {
 } // namespace
 } // namespace cf
 
-constinit const cf::Class __CFNumber::kClass = {"CFNumber", cf::DestroyPlain, cf::EqualNumbers,
-                                                cf::HashNumber};
+constinit const cf::Class __CFNumber::kClass = {cf::DestroyPlain, cf::EqualNumbers, cf::HashNumber};
 
 struct __CFBoolean : cf::Object {
     static const cf::Class kClass;
@@ -147,7 +146,7 @@ struct __CFBoolean : cf::Object {
     constexpr __CFBoolean() : Object(&kClass, cf::kStaticReferences) {}
 };
 
-constinit const cf::Class __CFBoolean::kClass = {"CFBoolean", cf::DestroyPlain, nullptr, nullptr};
+constinit const cf::Class __CFBoolean::kClass = {cf::DestroyPlain, nullptr, nullptr};
 
 namespace {
 constinit __CFBoolean g_true;

@@ -50,7 +50,7 @@ struct __CFNull : cf::Object {
     constexpr __CFNull() : Object(&kClass, cf::kStaticReferences) {}
 };
 
-constinit const cf::Class __CFNull::kClass = {"CFNull", cf::DestroyPlain, nullptr, nullptr};
+constinit const cf::Class __CFNull::kClass = {cf::DestroyPlain, nullptr, nullptr};
 
 namespace {
 constinit __CFNull g_null;

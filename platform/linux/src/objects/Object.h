@@ -20,7 +20,6 @@
 namespace cf {
 
 struct Class {
-    const char* name;
     void (*destroy)(Object* object) noexcept; // frees the object and what it holds
     // Called with two different objects of this class. NULL: equal only to itself.
     bool (*equal)(const Object* first, const Object* second) noexcept;

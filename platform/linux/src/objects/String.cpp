@@ -158,8 +158,7 @@ bool CopyEncoded(const String* string, std::span<char> buffer, CFStringEncoding 
 } // namespace
 } // namespace cf
 
-constinit const cf::Class __CFString::kClass = {"CFString", cf::DestroyPlain, cf::EqualStrings,
-                                                cf::HashString};
+constinit const cf::Class __CFString::kClass = {cf::DestroyPlain, cf::EqualStrings, cf::HashString};
 
 CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding encoding) {
     if (text == nullptr)

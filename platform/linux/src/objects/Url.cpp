@@ -46,7 +46,7 @@ std::string_view WithoutTrailingSlashes(std::string_view path) noexcept {
 } // namespace
 } // namespace cf
 
-constinit const cf::Class __CFURL::kClass = {"CFURL", cf::DestroyPlain, cf::EqualUrls, cf::HashUrl};
+constinit const cf::Class __CFURL::kClass = {cf::DestroyPlain, cf::EqualUrls, cf::HashUrl};
 
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8* path, CFIndex length,
                                                  Boolean isDirectory) {

@@ -114,7 +114,7 @@ bool IsLocalStream(const CFSocketSignature& signature) noexcept {
 
 } // namespace
 
-const Class Socket::kClass = {"socket", Destroy, nullptr, nullptr};
+const Class Socket::kClass = {Destroy, nullptr, nullptr};
 
 } // namespace cf
 
