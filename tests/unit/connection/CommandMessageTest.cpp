@@ -134,6 +134,20 @@ TEST_F(CommandMessage, IdentificationOfAMediumNamesItsSlot) {
                            {"request", true}}));
 }
 
+TEST_F(CommandMessage, IdentificationOfTheElementBeforeTheLastNamesIt) {
+    TakeChain(ChangerServerRequestMediaIdentification(7, 0xFFFE, false));
+    ExpectSent(Dictionary({{"command", "request identification"},
+                           {"Changer GUID", 7},
+                           {"Storage Element Index", static_cast<std::int16_t>(0xFFFE)},
+                           {"request", false}}));
+}
+
+TEST_F(CommandMessage, IdentificationOfTheLastElementNamesNoSlot) {
+    TakeChain(ChangerServerRequestMediaIdentification(7, 0xFFFF, false));
+    ExpectSent(Dictionary(
+        {{"command", "request identification"}, {"Changer GUID", 7}, {"request", false}}));
+}
+
 TEST_F(CommandMessage, IdentificationOfAChangerNamesNoSlot) {
     TakeChain(ChangerServerRequestChangerIdentification(7, false));
     ExpectSent(Dictionary(

@@ -192,13 +192,15 @@ TEST_F(Notifications, WithoutMemoryThereIsNoSubscription) {
     EXPECT_EQ(subscription, nullptr);
 }
 
-TEST_F(Notifications, WithoutTimerThereIsNoSubscription) {
-    const Failing failing("CFRunLoopTimerCreate");
-    EXPECT_EQ(Subscribe(),
-              (Chain{Raised("fail create connect timer", "StartNotificationConnectCycle"),
-                     Raised("fail start notification connect cycle",
-                            "SubscribeToChangerNotifications")}));
-    EXPECT_EQ(subscription, nullptr);
+TEST_F(Notifications, WithoutRunLoopOrTimerThereIsNoSubscription) {
+    for (const char* function : {"CFRunLoopGetCurrent", "CFRunLoopTimerCreate"}) {
+        const Failing failing(function);
+        EXPECT_EQ(Subscribe(),
+                  (Chain{Raised("fail create connect timer", "StartNotificationConnectCycle"),
+                         Raised("fail start notification connect cycle",
+                                "SubscribeToChangerNotifications")}));
+        EXPECT_EQ(subscription, nullptr);
+    }
 }
 
 // ---- stalled ----

@@ -55,6 +55,7 @@ FAILING_SEAM(CFStringRef, nullptr, CFStringCreateWithCString,
              (allocator, text, encoding))
 FAILING_SEAM(CFDataRef, nullptr, CFPropertyListCreateXMLData,
              (CFAllocatorRef allocator, CFPropertyListRef list), (allocator, list))
+FAILING_SEAM(CFRunLoopRef, nullptr, CFRunLoopGetCurrent, (), ())
 FAILING_SEAM(CFRunLoopSourceRef, nullptr, CFSocketCreateRunLoopSource,
              (CFAllocatorRef allocator, CFSocketRef socket, CFIndex order),
              (allocator, socket, order))

@@ -266,6 +266,16 @@ TEST_F(LongCalloutTest, InputBeforeTheDateGoesFirst) {
     EXPECT_THAT(order_, ElementsAre("first", "second", "timer"));
 }
 
+TEST_F(LongCalloutTest, InputAPartOfASecondBeforeTheDateGoesFirst) {
+    TestTimer timer(In(30.5), 0, Note("timer"));
+    RunWithFirstCallout([this] {
+        clock_.Advance(30.2);
+        Send("second");
+        clock_.Advance(1);
+    });
+    EXPECT_THAT(order_, ElementsAre("first", "second", "timer"));
+}
+
 TEST_F(LongCalloutTest, InputAfterTheDateComesSecond) {
     TestTimer timer(In(30), 0, Note("timer"));
     RunWithFirstCallout([this] {

@@ -403,40 +403,42 @@ TEST(BinaryList, RefusesTowersHoweverTheyAreReferredTo) {
     EXPECT_EQ(ReadList(highest.Bytes()).error, kRefused);
 }
 
-TEST(BinaryList, NestsTo512Levels) {
-    for (const std::size_t levels : {512U, 513U}) {
-        std::vector<std::string> objects;
-        for (std::size_t i = 1; i < levels; ++i)
-            objects.push_back("\xA1" + BigEndian(i, 2));
-        objects.push_back("\xA0");
-        BinaryList list(objects);
-        list.referenceSize = 2;
-        EXPECT_EQ(static_cast<bool>(ReadList(list.Bytes()).list), levels == 512) << levels;
-    }
-}
-
-// The outermost first: each container has to be converted to convert the one that refers to it.
-TEST(BinaryList, ConvertsNoMoreThan512LevelsOfATower) {
-    constexpr std::size_t kLevels = 5000;
+// Towers of that many levels, the outermost first: of arrays, of sets, of keys and of values.
+std::vector<std::string> Towers(std::size_t levels) {
     const auto array = [](std::size_t member) { return "\xA1" + BigEndian(member, 2); };
     const auto set = [](std::size_t member) { return "\xC1" + BigEndian(member, 2); };
-    const auto key = [](std::size_t member) {
-        return "\xD1" + BigEndian(member, 2) + BigEndian(kLevels, 2);
+    const auto key = [levels](std::size_t member) {
+        return "\xD1" + BigEndian(member, 2) + BigEndian(levels, 2);
     };
-    const auto value = [](std::size_t member) {
-        return "\xD1" + BigEndian(kLevels, 2) + BigEndian(member, 2);
+    const auto value = [levels](std::size_t member) {
+        return "\xD1" + BigEndian(levels, 2) + BigEndian(member, 2);
     };
+    std::vector<std::string> towers;
     for (const auto& container :
          std::vector<std::function<std::string(std::size_t)>>{array, set, key, value}) {
-        std::vector<std::string> objects;
-        for (std::size_t i = 1; i < kLevels; ++i)
+        std::vector<std::string> objects = {array(1)}; // a set is refused where a list begins
+        for (std::size_t i = 2; i < levels; ++i)
             objects.push_back(container(i));
         objects.push_back("\xA0");
         objects.push_back("\x09");
         BinaryList list(objects);
         list.referenceSize = 2;
-        EXPECT_LE(WorkOf(list.Bytes()).objects, 514U) << objects[0];
+        towers.push_back(list.Bytes());
     }
+    return towers;
+}
+
+TEST(BinaryList, NestsTo512Levels) {
+    for (const std::string& tower : Towers(512))
+        EXPECT_TRUE(ReadList(tower).list) << tower.substr(0, 20);
+    for (const std::string& tower : Towers(513))
+        EXPECT_EQ(ReadList(tower).error, kRefused) << tower.substr(0, 20);
+}
+
+// Each container has to be converted to convert the one that refers to it.
+TEST(BinaryList, ConvertsNoMoreThan512LevelsOfATower) {
+    for (const std::string& tower : Towers(5000))
+        EXPECT_LE(WorkOf(tower).objects, 514U) << tower.substr(0, 20);
 }
 
 // Everything in one list.

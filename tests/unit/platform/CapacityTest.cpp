@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr auto kMostMembers = static_cast<std::uint32_t>(cf::kMaximumCapacity);
+constexpr std::uint32_t kMostMembers = std::uint32_t{1} << 30;
 
 TEST(Capacity, ArrayOfTheGreatestCountTakesNoMore) {
     const auto array = NewArray();
@@ -50,7 +50,7 @@ TEST(Capacity, ArrayIsNotMadeOfMoreThanTheGreatestCount) {
     EXPECT_EQ(CFArrayCreate(nullptr, members, CFIndex{kMostMembers} + 1, &kCFTypeArrayCallBacks),
               nullptr);
     const cf::Object* shared[] = {cf::AsObject(kCFBooleanTrue)};
-    EXPECT_EQ(cf::SharedArray(std::span(shared, cf::kMaximumCapacity + 1)), nullptr);
+    EXPECT_EQ(cf::SharedArray(std::span(shared, kMostMembers + 1)), nullptr);
 }
 
 TEST(Capacity, DataIsNotMadeOfMoreThanHalfTheAddresses) {

@@ -25,6 +25,15 @@ int g_unreadableTurns = 0; // the next times that the mount table cannot be open
 
 using Strings = std::vector<std::string>;
 
+bool IsUrlOfFolder(CFURLRef url, const char* path) {
+    CFURLRef folder = CFURLCreateFromFileSystemRepresentation(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path),
+        static_cast<CFIndex>(std::strlen(path)), true);
+    const bool equal = CFEqual(url, folder);
+    CFRelease(folder);
+    return equal;
+}
+
 std::optional<std::string> VolumePath(DADiskRef disk) {
     CFDictionaryRef description = DADiskCopyDescription(disk);
     auto* url =
@@ -32,6 +41,7 @@ std::optional<std::string> VolumePath(DADiskRef disk) {
     char path[4096];
     const bool good = url != nullptr && CFURLGetFileSystemRepresentation(
                                             url, true, reinterpret_cast<UInt8*>(path), sizeof path);
+    EXPECT_TRUE(!good || IsUrlOfFolder(url, path)) << path;
     CFRelease(description);
     return good ? std::optional<std::string>(path) : std::nullopt;
 }
@@ -145,6 +155,10 @@ TEST_F(DiskArbitration, TellsOfWhatIsMountedAtTheStart) {
     Open();
     EXPECT_TRUE(events_.empty());
     EXPECT_EQ(Events(2), (Strings{"+a", "+b"}));
+}
+
+TEST(DiskDescription, KeyOfThePathHasItsText) {
+    EXPECT_TRUE(CFEqual(kDADiskDescriptionVolumePathKey, CFSTR("DAVolumePath")));
 }
 
 TEST_F(DiskArbitration, TellsOfVolumesThatComeAndGo) {

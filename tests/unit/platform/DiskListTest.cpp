@@ -21,6 +21,7 @@ namespace {
 std::mutex g_mutex;
 std::condition_variable g_answers;
 std::set<std::string> g_silent; // the roots that do not answer; guarded by g_mutex
+std::set<std::string> g_asked;  // the roots that were asked; guarded by g_mutex
 
 } // namespace
 
@@ -30,6 +31,7 @@ int __wrap_statfs(const char* path, struct statfs* status);
 
 int __wrap_statfs(const char* path, struct statfs* status) {
     std::unique_lock lock(g_mutex);
+    g_asked.insert(path);
     g_answers.wait(lock, [path] { return !g_silent.contains(path); });
     return __real_statfs(path, status);
 }
@@ -81,6 +83,10 @@ protected:
         const std::lock_guard lock(g_mutex);
         g_silent.erase(PathOf(mount));
         g_answers.notify_all();
+    }
+    static bool WasAsked(std::uint64_t mount) {
+        const std::lock_guard lock(g_mutex);
+        return g_asked.contains(PathOf(mount));
     }
     static void AnswerAll() {
         const std::lock_guard lock(g_mutex);
@@ -188,6 +194,22 @@ TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItsProbeWasStarted) {
     Update({BlockVolume(2, "/dev/sr1")});
     EXPECT_EQ(Events(1), Strings{"+sr1"});
     EXPECT_FALSE(HasEvent());
+}
+
+TEST_F(DiskListTest, DoesNotAskAVolumeThatWentWhileItsProbeWasPending) {
+    constexpr std::uint64_t kPending = VolumeProbes::kMostThreads + 1;
+    std::vector<Volume> volumes;
+    for (std::uint64_t mount = 1; mount <= kPending; ++mount)
+        volumes.push_back(BlockVolume(mount, "/dev/sr" + std::to_string(mount)));
+    std::ranges::for_each(volumes, [](const Volume& volume) { Silence(volume.mount); });
+    Update(volumes);
+    Events(0);
+    volumes.back() = BlockVolume(kPending + 1, "/dev/sr0"); // whose probe is performed later
+    Update(volumes);
+    AnswerAll();
+    Events(volumes.size());
+    EXPECT_TRUE(WasAsked(kPending + 1));
+    EXPECT_FALSE(WasAsked(kPending));
 }
 
 TEST_F(DiskListTest, TellsNothingWhenNothingChanged) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
 #include <new>
 #include <string>
@@ -77,6 +78,9 @@ TEST_F(FileContentsTest, AreReadInTime) {
 TEST_F(FileContentsTest, AreNoMoreThanAskedFor) {
     EXPECT_EQ(cf::ReadFileWithin(1h, path_, 3).bytes.size(), 3U);
     EXPECT_EQ(cf::ReadFile(path_, 3).bytes.size(), 3U);
+    tree_.Write("file", std::string(40'000, 'x')); // more than one call to read() asks for
+    for (const std::size_t maximum : {16'384U, 16'387U, 39'999U})
+        EXPECT_EQ(cf::ReadFile(path_, maximum).bytes.size(), maximum);
 }
 
 TEST_F(FileContentsTest, OfWhatIsMissingOrAFolderAreNotThere) {

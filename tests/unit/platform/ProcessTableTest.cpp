@@ -336,11 +336,15 @@ TEST(OneProcess, WithoutItsFilesOrWordsThereIsNone) {
     const FakeProcesses processes;
     kinfo_proc record = {};
     EXPECT_EQ(processes.ReadOne(7, record), ENOENT);
-    processes.AddWithoutName("7");
+    processes.Add("7", "a\n");
+    EXPECT_EQ(processes.ReadOne(7, record), ENOENT);
     for (const char* stat : {"", "7", "7 (a) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21"}) {
         processes.AddStat("7", stat);
         EXPECT_EQ(processes.ReadOne(7, record), ESRCH) << stat;
     }
+    processes.AddWithoutName("8");
+    processes.AddStat("8", "8 (a) S 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23\n");
+    EXPECT_EQ(processes.ReadOne(8, record), ESRCH);
 }
 
 TEST(OneProcess, OfAProcessThatHasGoneNothingIsWritten) {

@@ -219,6 +219,9 @@ const Row kGrammar[] = {
      "Too many nested arrays or dictionaries, failing on line 1"},
     {"TooDeepPlists", Nested(514, "<plist>", "</plist>"),
      "Too many nested arrays or dictionaries, failing on line 1"},
+    {"IntegerCut", "<array>\n<integer>1", "Premature end of file after <integer> on line 2"},
+    {"RealCut", "<array>\n<real>1", "Encountered unexpected EOF"},
+    {"DateCut", "<array>\n<date>2001-01-01", "Encountered unexpected EOF"},
     {"TrueWithText", "<true>x</true>", "Encountered non-empty <true> on line 1"},
     {"FalseWithElement", "<false><true/></false>", "Encountered non-empty <false> on line 1"},
 };
@@ -459,6 +462,8 @@ const Row kDocuments[] = {
      "\u009D\u017E\u0178\u00A0</string>"},
     {"NoEncodingBehindTheDeclaration", "<?xml version='1.0'?><!-- encoding='FOO-1' --><true/>",
      "<true/>"},
+    {"NoEncodingBehindTheBracketOfTheDeclaration",
+     "<?xml version='1.0'> encoding='FOO-1' ?><true/>", "<true/>"},
     {"Latin1", "<?xml version='1.0' encoding='ISO-8859-1'?><string>\xE9</string>",
      "<string>\xC3\xA9</string>"},
     {"Utf8LowerCase", "<?xml version='1.0' encoding='utf-8'?><string>\xC3\xA9</string>",
