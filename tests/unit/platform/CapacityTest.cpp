@@ -34,6 +34,20 @@ TEST(Capacity, ArrayOfTheGreatestCountTakesNoMore) {
     EXPECT_EQ(CFArrayGetValueAtIndex(array, 1), CFSTR("second"));
 }
 
+TEST(Capacity, ArrayAsksForMemoryUpToTheGreatestCount) {
+    const auto array = NewArray();
+    auto* inside = cf::As<cf::Array>(CFMutableArrayRef{array});
+    inside->count = kMostMembers - 1;
+    bool hasAsked = false;
+    {
+        const AllocationFault fault(1);
+        CFArrayAppendValue(array, CFSTR("last"));
+        hasAsked = AllocationFault::Happened();
+    }
+    EXPECT_TRUE(hasAsked);
+    EXPECT_EQ(std::exchange(inside->count, 0U), kMostMembers - 1);
+}
+
 TEST(Capacity, DictionaryOfTheGreatestCountTakesNoMore) {
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, CFSTR("first"), kCFBooleanTrue);
