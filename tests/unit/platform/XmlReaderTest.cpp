@@ -229,7 +229,9 @@ INSTANTIATE_TEST_SUITE_P(Grammar, XmlReaderRefuses, testing::ValuesIn(kGrammar),
 
 const Row kTexts[] = {
     {"StringCut", "<plist><string>ab", "Encountered unexpected EOF"},
+    {"StringCutBehindBracket", "<plist><string>abcdefg<", "Encountered unexpected EOF"},
     {"KeyCut", "<plist><dict><key>ab", "Encountered unexpected EOF"},
+    {"KeyCutBehindBracket", "<plist><dict><key>abcdefg<", "Encountered unexpected EOF"},
     {"StringWrongClose", "<string>a</strong>",
      "Close tag on line 1 does not match open tag string"},
     {"UnknownEntity", "<string>&foo;</string>",
