@@ -8,13 +8,17 @@
 #include "FakeClock.h"
 #include "LocalServer.h"
 #include "TestSocket.h"
+#include "loop/Arrivals.h"
 
 #include <gmock/gmock.h>
 
 #include <poll.h>
 #include <sched.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 
+#include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -28,6 +32,7 @@ std::mutex g_mutex;
 std::condition_variable g_changed;
 bool g_isStopped = false; // the background thread does not run
 bool g_chunkFault = false;
+std::atomic<bool> g_findsNothing = false; // who reads, as if another reader had been faster
 
 } // namespace
 
@@ -36,6 +41,15 @@ CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIn
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 int __real_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
 int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
+ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
+ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags);
+
+ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
+    if (!g_findsNothing)
+        return __real_recv(socket, bytes, count, flags);
+    errno = EAGAIN;
+    return -1;
+}
 
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length) {
     return g_chunkFault ? nullptr : __real_CFDataCreate(allocator, bytes, length);
@@ -172,6 +186,39 @@ TEST_F(ArrivalOrderTest, AllInputBeforeTheDateGoesFirstAndSoDoesTheEnd) {
     EXPECT_EQ(order_.back(), "timer");
 }
 
+TEST_F(ArrivalOrderTest, EndBehindASingleByteBeforeTheDateGoesFirst) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    peer_.Write("x");
+    peer_.ShutDownWriting();
+    clock_.Advance(31);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("x", "end", "timer"));
+}
+
+TEST_F(ArrivalOrderTest, EndAfterTheDateComesSecondAfterAStop) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    clock_.Advance(30.5);
+    peer_.ShutDownWriting();
+    clock_.Advance(0.5);
+    Run();
+    EXPECT_THAT(order_, ElementsAre("timer", "end"));
+}
+
+TEST_F(ArrivalOrderTest, InputThatIsNotToBeHadYetIsNotWaitedFor) {
+    TestTimer timer(In(30), 0, [this] {
+        order_.push_back("timer");
+        g_findsNothing = false;
+    });
+    const Stop stop;
+    peer_.Write("reply");
+    clock_.Advance(31);
+    g_findsNothing = true;
+    Run();
+    EXPECT_THAT(order_, ElementsAre("timer", "reply"));
+}
+
 TEST_F(ArrivalOrderTest, ResetBehindInputBeforeTheDateGoesFirst) {
     TestTimer timer(In(30), 0, Note("timer"));
     const Stop stop;
@@ -248,6 +295,38 @@ TEST_F(ArrivalOrderTest, WithoutADescriptorForTheDeadlineTheTimerFiresAndNothing
     clock_.Advance(31);
     Run();
     EXPECT_THAT(order_, ElementsAre("timer", "reply"));
+}
+
+// ---- the loop does not take what arrives ----
+
+// Each chunk counts for 128 bytes more than it has.
+TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
+    std::vector<std::size_t> half(510, 64 * 1024);
+    half.insert(half.end(), 2, 32 * 1024);
+    for (int i = 0; i < 2; ++i)
+        for (const std::size_t size : half) {
+            {
+                const Stop stop; // so that it is read as one chunk
+                peer_.Write(std::string(size, 'x'));
+            }
+            AwaitReading();
+        }
+    const auto rests = [this] {
+        cf::HandleArrivals();
+        return peer_.Unread() > 0;
+    };
+    peer_.Write("behind");
+    EXPECT_TRUE(rests());
+    socket_.RemoveFromLoop();
+    socket_.AddToLoop();
+    EXPECT_TRUE(rests());
+    socket_.atChunk = [&] {
+        EXPECT_EQ(rests(), socket_.chunks.size() < half.size());
+        if (socket_.chunks.size() == half.size())
+            StopCurrentRun();
+    };
+    CFRunLoopRun();
+    EXPECT_EQ(socket_.chunks.size(), half.size());
 }
 
 // ---- the loop was busy ----

@@ -3,6 +3,7 @@
 #include "Held.h"
 
 #include "AllocationFaults.h"
+#include "objects/Hash.h"
 #include "objects/SharedTable.h"
 #include "objects/SharedValues.h"
 
@@ -182,26 +183,27 @@ TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
     }
 }
 
-// Without any memory for places, a value is refused once the last place but one is taken.
-TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlace) {
+// One part of the table, which has 16 places of its own and grows at the thirteenth value. The
+// refused allocation is that of more places.
+TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlaceAlone) {
+    constexpr std::size_t kPlaces = 16;
     std::vector<Held<CFTypeRef>> values;
-    int refused = 0;
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; values.size() < kPlaces; ++i) {
         const std::string text = "value " + std::to_string(i);
-        const std::size_t places = cf::MeasureSharedTable().places;
+        const std::uint32_t hash = cf::HashBytes(text.data(), text.size());
+        if (&cf::PartOfSharedTable(hash) != &cf::PartOfSharedTable(0))
+            continue;
+        const std::size_t count = values.size();
         const cf::Object* value = nullptr;
         {
-            const AllocationFault fault(1);
+            const AllocationFault fault(count * 4 < kPlaces * 3 ? SIZE_MAX : 1);
             value = cf::SharedString(text);
         }
-        if (value != nullptr) {
-            values.emplace_back(value);
-            continue;
-        }
-        values.emplace_back(cf::SharedString(text));
-        refused += cf::MeasureSharedTable().places != places ? 1 : 0; // it grew at last
+        EXPECT_EQ(value == nullptr, count == kPlaces - 1) << count;
+        values.emplace_back(value != nullptr ? value : cf::SharedString(text));
     }
-    EXPECT_GT(refused, 0);
+    for (const auto& value : values)
+        EXPECT_EQ(ReferencesTo(value), 1);
 }
 
 TEST(OutOfMemory, ASharedValueThatIsThereNeedsNone) {

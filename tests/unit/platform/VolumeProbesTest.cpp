@@ -87,6 +87,31 @@ TEST_F(VolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
     stage.Unmount("hung");
 }
 
+TEST_F(VolumeProbesTest, ThatAreUnwantedDoNotKeepTheOthersFromBeingMade) {
+    if (!EnterPrivateMounts())
+        GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
+    const MountStage stage;
+    HungVolume hung(stage, "hung");
+    if (!hung.IsMounted())
+        GTEST_SKIP() << "no user space file systems here";
+    std::vector<std::shared_ptr<Probe>> stuck;
+    for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i)
+        stuck.push_back(probes_->Start(stage.Path("hung")));
+    std::vector<std::shared_ptr<Probe>> unwanted; // one for each thread
+    for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i) {
+        unwanted.push_back(probes_->Start("/"));
+        unwanted.back()->unwanted = true;
+    }
+    const auto behind = probes_->Start("/");
+    hung.Answer();
+    Await(*behind);
+    for (const auto& probe : unwanted)
+        EXPECT_FALSE(probe->answered);
+    for (const auto& probe : stuck)
+        Await(*probe);
+    stage.Unmount("hung");
+}
+
 TEST_F(VolumeProbesTest, MayEndWhileAVolumeHangs) {
     if (!EnterPrivateMounts())
         GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";

@@ -42,8 +42,7 @@ std::uint32_t HashBytes(const void* bytes, std::size_t count) noexcept {
         std::memcpy(&word, next, sizeof word);
         hasher.Add(word);
     }
-    if (count > 0) {
-        word = 0;
+    if (count > 0) { // what else is in the word comes from these bytes, too
         std::memcpy(&word, next, count);
         hasher.Add(word);
     }

@@ -46,7 +46,8 @@ std::size_t SizeOf(const Object* chunk) noexcept {
 
 std::size_t CountUnread(int descriptor) noexcept {
     int count = 0;
-    return ioctl(descriptor, FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+    ioctl(descriptor, FIONREAD, &count);
+    return static_cast<std::size_t>(count);
 }
 
 // Also in error, which the question takes away.
@@ -162,7 +163,6 @@ bool InboundStream::HasArrivedBy(Nanoseconds moment) noexcept {
 void InboundStream::Discard() noexcept {
     const std::lock_guard lock(ArrivalsMutex());
     chunks_.clear();
-    size_ = 0;
 }
 
 } // namespace cf
