@@ -39,6 +39,8 @@ KEYWORDS = set('''if else for while do switch case default return try catch thro
     thread_local'''.split())
 DECLARATION = re.compile(r'(?!delete\b)[\w:]+(<.*>)?[*&]* \w+\s*[=;({\[]')
 PARAMETER = re.compile(r'^(const )?[\w:]+(<.*>)?[*&]* [*&]?\w+( =.*)?$', re.DOTALL)
+# Functions that do not care which of their arguments comes first.
+SYMMETRIC = {'CFEqual', 'Equal', 'max', 'min'}
 OPENING, CLOSING = '([{', ')]}'
 
 
@@ -228,7 +230,7 @@ def statement(source, i, rng):
 
 def arguments(source, i, rng):
     token = source.tokens[i]
-    if token.kind != 'word' or token.text in KEYWORDS or source.at(i + 1) != '(':
+    if token.kind != 'word' or token.text in KEYWORDS | SYMMETRIC or source.at(i + 1) != '(':
         return []
     if i + 1 not in source.partner or not source.in_code(i):
         return []
