@@ -6,17 +6,20 @@
 #include "TestSocket.h"
 
 #include "disks/RetryTimer.h"
+#include "disks/VolumeProbes.h"
 #include "lists/FileContents.h"
 #include "loop/Arrivals.h"
 #include "loop/WallClockAlarm.h"
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <DiskArbitration/DiskArbitration.h>
 
 #include <glib.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
+#include <sys/sysctl.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -148,6 +151,36 @@ TEST(DescriptorZeroTest, RetryTimerGivesItBack) {
             isTaken = timer.Descriptor() == 0 && IsZeroTaken();
         }
         return isTaken && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, VolumesProbeGivesItBack) {
+    CFRunLoopGetCurrent();
+    ExpectWithoutInput([] {
+        TestSource answers(StopCurrentRun);
+        disks::VolumeProbes probes(answers.Get());
+        const auto probe = probes.Start("/");
+        CFRunLoopRun();
+        return probe->answered && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, DiskSessionIsMadeWithItAndGivesItBack) {
+    ExpectWithoutInput([] {
+        DASessionRef session = DASessionCreate(kCFAllocatorDefault);
+        const bool isTaken = session != nullptr && IsZeroTaken();
+        CFRelease(session);
+        return isTaken && IsZeroFree();
+    });
+}
+
+TEST(DescriptorZeroTest, ProcessIsReadAndGivesItBack) {
+    ExpectWithoutInput([] {
+        int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, getpid()};
+        kinfo_proc record = {};
+        std::size_t length = sizeof record;
+        return sysctl(name, 4, &record, &length, nullptr, 0) == 0 &&
+               record.kp_proc.p_pid == getpid() && IsZeroFree();
     });
 }
 

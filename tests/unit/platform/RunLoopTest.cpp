@@ -165,6 +165,15 @@ TEST(RunLoopTest, SignalsBeforeACalloutWakeTheLoopOnce) {
     CFRunLoopRun();
 }
 
+TEST(RunLoopTest, SignalOnTheLoopsOwnThreadWakesNobody) {
+    TestSource source(StopCurrentRun);
+    g_wakeUps = 0;
+    source.Signal();
+    EXPECT_EQ(g_wakeUps, 0);
+    CFRunLoopRun();
+    EXPECT_EQ(source.Count(), 1);
+}
+
 TEST(RunLoopTest, AfterAStopNoCalloutOfThatRunFollows) {
     TestSource first(StopCurrentRun);
     TestSource second(StopCurrentRun);

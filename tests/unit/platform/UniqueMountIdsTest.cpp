@@ -80,8 +80,8 @@ protected:
 };
 
 TEST_F(UniqueMountIdsTest, AreFoundByTheReusedIds) {
-    g_kernel->mounts = {7001, 7002, 9005};
-    EXPECT_EQ(ReadUniqueMountIds(), (UniqueMountIds{{1, 7001}, {2, 7002}, {5, 9005}}));
+    g_kernel->mounts = {1, 7002, 9005};
+    EXPECT_EQ(ReadUniqueMountIds(), (UniqueMountIds{{1, 1}, {2, 7002}, {5, 9005}}));
 }
 
 TEST_F(UniqueMountIdsTest, AreFoundWhenAnEarlierCallHadLeftItsErrorNumber) {

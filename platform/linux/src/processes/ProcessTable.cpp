@@ -42,7 +42,7 @@ pid_t ProcessOf(const char* name) noexcept {
 // The beginning of a file in the process's directory, as far as it fits; its length, or -1 with
 // errno.
 ssize_t ReadFile(int root, pid_t process, const char* name, char* text, std::size_t size) noexcept {
-    char path[sizeof "-2147483648/" + 8];
+    char path[sizeof "-2147483648/comm"];
     std::snprintf(path, sizeof path, "%d/%s", process, name);
     const int file = openat(root, path, O_RDONLY | O_CLOEXEC);
     if (file < 0)

@@ -101,11 +101,11 @@ std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexc
     const std::span bytes(g_buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     if (bytes.empty() || !Keep(bytes, arrived)) {
         End(arrived);
-        return 0;
+    } else {
+        if (size_ >= kFull)
+            Unwatch();
+        Signal(*source_);
     }
-    if (size_ >= kFull)
-        Unwatch();
-    Signal(*source_);
     return bytes.size();
 }
 

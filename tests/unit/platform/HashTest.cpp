@@ -1,0 +1,41 @@
+#include "objects/Hash.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+
+namespace {
+
+// Tables take an entry's place from the lowest bits of its hash. Of 256 random places, 162 differ
+// on average and fewer than 120 hardly ever.
+constexpr std::uint32_t kPlaces = 256;
+constexpr std::size_t kFewest = 120;
+
+// In whatever bits words differ. Reals and dates differ in their highest ones.
+TEST(Hash, WordsThatDifferInEightBitsFindDifferentPlaces) {
+    for (unsigned lowest = 0; lowest <= 56; lowest += 8) {
+        std::set<std::uint32_t> places;
+        for (std::uint64_t i = 0; i < kPlaces; ++i)
+            places.insert(cf::HashWord(i << lowest) % kPlaces);
+        EXPECT_GT(places.size(), kFewest) << lowest;
+    }
+}
+
+TEST(Hash, TextsOfZerosFindDifferentPlaces) {
+    const char zeros[kPlaces] = {};
+    std::set<std::uint32_t> places;
+    for (std::size_t length = 0; length < kPlaces; ++length)
+        places.insert(cf::HashBytes(zeros, length) % kPlaces);
+    EXPECT_GT(places.size(), kFewest);
+}
+
+TEST(Hash, HasNoMoreBitsThanItsObjectHasRoomFor) {
+    std::uint32_t all = 0;
+    for (std::uint64_t i = 0; i < 1000; ++i)
+        all |= cf::HashWord(i);
+    EXPECT_EQ(all, (std::uint32_t{1} << cf::kHashBits) - 1);
+}
+
+} // namespace
