@@ -435,6 +435,27 @@ TEST(BinaryList, NestsTo512Levels) {
         EXPECT_EQ(ReadList(tower).error, kRefused) << tower.substr(0, 20);
 }
 
+TEST(BinaryList, ObjectsThatAreNoContainersAreNoLevels) {
+    const std::string objects[] = {"\x00"s,
+                                   "\x09",
+                                   "\x10\x05",
+                                   "\x22\x3F\xC0\x00\x00"s,
+                                   "\x33" + std::string(8, '\0'),
+                                   "\x80\x01",
+                                   "\x41\x01",
+                                   "\x51k",
+                                   "\x61\x00k"s};
+    for (const std::string& object : objects) {
+        std::vector<std::string> tower;
+        for (std::size_t i = 1; i <= 512; ++i)
+            tower.push_back("\xA1" + BigEndian(i, 2));
+        tower.push_back(object);
+        BinaryList list(tower);
+        list.referenceSize = 2;
+        EXPECT_TRUE(ReadList(list.Bytes()).list) << testing::PrintToString(object);
+    }
+}
+
 // Each container has to be converted to convert the one that refers to it.
 TEST(BinaryList, ConvertsNoMoreThan512LevelsOfATower) {
     for (const std::string& tower : Towers(5000))

@@ -3,12 +3,15 @@
 #include "lists/FileContents.h"
 #include "support/TemporaryTree.h"
 
+#include <CoreFoundation/CoreFoundation.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <cstddef>
 #include <mutex>
 #include <new>
@@ -16,6 +19,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +39,12 @@ struct DeadFile {
 std::atomic<int> g_openingError = 0;               // with which the next opening fails, for once
 std::atomic<const char*> g_opensInstead = nullptr; // the file that took the next one's place
 std::atomic<bool> g_isMemoryOut = false;           // at the next reading
+std::atomic<bool> g_takesSignals = true;           // the thread that read last
+std::atomic<int> g_pauses = 0;
+
+// At the next wait for a reader the file answers; here stands until when the wait was to be.
+std::atomic<bool> g_answersWhenAwaited = false;
+std::chrono::steady_clock::time_point g_endOfWait;
 
 class FileContentsTest : public testing::Test {
 protected:
@@ -73,6 +83,7 @@ TEST_F(FileContentsTest, AreReadInTime) {
     EXPECT_TRUE(contents.isOpened);
     EXPECT_TRUE(contents.isRead);
     EXPECT_EQ(std::string(contents.bytes.begin(), contents.bytes.end()), "content");
+    EXPECT_FALSE(g_takesSignals);
 }
 
 TEST_F(FileContentsTest, AreNoMoreThanAskedFor) {
@@ -104,8 +115,10 @@ TEST_F(FileContentsTest, OfAFileThatCannotBeOpenedAreAskedForOnce) {
 TEST_F(FileContentsTest, ThatCannotBeOpenedForAShortageAreAskedForAgain) {
     for (const int error : {EMFILE, ENFILE, ENOMEM}) {
         g_openingError = error;
+        g_pauses = 0;
         EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isOpened) << error;
         EXPECT_EQ(g_openingError, 0) << error;
+        EXPECT_EQ(g_pauses, 1) << error;
     }
 }
 
@@ -114,6 +127,30 @@ TEST_F(FileContentsTest, OfAFileOnAnotherDeviceThatTookItsPlaceAreNotRead) {
     EXPECT_FALSE(cf::ReadFile(path_, 100).isOpened);
     EXPECT_EQ(g_opensInstead, nullptr);
     EXPECT_TRUE(cf::ReadFile(path_, 100).isOpened);
+}
+
+TEST_F(FileContentsTest, AreReadThroughDescriptorZeroWhichIsClosedAgain) {
+    const int standardInput = dup(STDIN_FILENO);
+    ASSERT_GE(standardInput, 0);
+    close(STDIN_FILENO);
+    errno = EMFILE; // of an earlier failure
+    const FileContents contents = cf::ReadFile(path_, 100);
+    const bool isOpen = fcntl(STDIN_FILENO, F_GETFD) >= 0;
+    dup2(standardInput, STDIN_FILENO);
+    close(standardInput);
+    EXPECT_TRUE(contents.isOpened);
+    EXPECT_TRUE(contents.isRead);
+    EXPECT_FALSE(contents.isShortage);
+    EXPECT_FALSE(isOpen);
+}
+
+TEST_F(FileContentsTest, AreReadWhateverErrorAnEarlierCallLeft) {
+    for (const int error : {EINTR, EMFILE, EIO}) {
+        errno = error;
+        const FileContents contents = cf::ReadFile(path_, 100);
+        EXPECT_EQ(contents.bytes.size(), 7U) << error;
+        EXPECT_FALSE(contents.isShortage) << error;
+    }
 }
 
 // Wherever the file is read, who asked for it learns.
@@ -130,6 +167,23 @@ TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
     AwaitReaders(1);
     Revive();
     EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isOpened);
+}
+
+TEST_F(FileContentsTest, AreWaitedForHalfAMinuteOnTheMainThread) {
+    LetDie();
+    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
+        nullptr, reinterpret_cast<const UInt8*>(path_.data()), static_cast<CFIndex>(path_.size()),
+        false);
+    CFReadStreamRef stream = CFReadStreamCreateWithFile(nullptr, url);
+    g_answersWhenAwaited = true;
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_TRUE(CFReadStreamOpen(stream));
+    const auto after = std::chrono::steady_clock::now();
+    EXPECT_FALSE(g_answersWhenAwaited);
+    EXPECT_GE(g_endOfWait, before + 30s);
+    EXPECT_LE(g_endOfWait, after + 30s);
+    CFRelease(stream);
+    CFRelease(url);
 }
 
 TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
@@ -151,6 +205,31 @@ int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
+int __wrap_nanosleep(const struct timespec* pause, struct timespec* rest);
+int __real_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  clockid_t clock, const struct timespec* end);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  clockid_t clock, const struct timespec* end);
+
+int __wrap_nanosleep(const struct timespec* pause, struct timespec*) {
+    EXPECT_EQ(pause->tv_sec, 0);
+    EXPECT_GT(pause->tv_nsec, 0);
+    ++g_pauses;
+    return 0;
+}
+
+int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  clockid_t clock, const struct timespec* end) {
+    EXPECT_EQ(clock, CLOCK_MONOTONIC);
+    if (g_answersWhenAwaited.exchange(false)) {
+        g_endOfWait = std::chrono::steady_clock::time_point(std::chrono::seconds(end->tv_sec) +
+                                                            std::chrono::nanoseconds(end->tv_nsec));
+        const std::lock_guard lock(g_dead.mutex);
+        g_dead.inode = 0;
+        g_dead.changed.notify_all();
+    }
+    return __real_pthread_cond_clockwait(condition, mutex, clock, end);
+}
 
 // Nothing here creates a file, so there is no mode to pass on.
 int __wrap_open(const char* path, int flags, ...) {
@@ -164,6 +243,10 @@ int __wrap_open(const char* path, int flags, ...) {
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+    EXPECT_GT(size, 0U);
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    g_takesSignals = sigismember(&blocked, SIGTERM) == 0;
     if (g_isMemoryOut.exchange(false))
         throw std::bad_alloc();
     struct stat status = {};

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -206,6 +207,17 @@ TEST_F(ReadStreamTest, RefusesFilesAbove16MiB) {
     EXPECT_EQ(ReadFile(path).error, "stream had too many bytes");
     std::filesystem::resize_file(path, std::uintmax_t{1} << 40);
     EXPECT_EQ(ReadFile(path).error, "stream had too many bytes");
+}
+
+// On other threads than the main one files are read without another thread's help.
+TEST_F(ReadStreamTest, LimitsFilesOnAnyThread) {
+    const std::string path = File("x", "<true/>");
+    std::thread([&] {
+        std::filesystem::resize_file(path, std::uintmax_t{16} << 20);
+        EXPECT_TRUE(ReadFile(path).list);
+        std::filesystem::resize_file(path, (std::uintmax_t{16} << 20) + 1);
+        EXPECT_EQ(ReadFile(path).error, "stream had too many bytes");
+    }).join();
 }
 
 TEST_F(ReadStreamTest, KeepsNoDescriptor) {

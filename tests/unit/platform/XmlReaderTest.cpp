@@ -2,6 +2,9 @@
 
 #include "Lists.h"
 
+#include "lists/MalformedList.h"
+#include "lists/XmlReader.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +13,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -657,6 +661,94 @@ TEST(XmlReader, RefusesEveryPrefixWithAText) {
         EXPECT_FALSE(result.list) << length;
         EXPECT_NE(result.error, "") << length;
         EXPECT_NE(result.error, "(none)") << length;
+    }
+}
+
+// A list in pieces, each with what is said of a list that ends behind any of its characters.
+TEST(XmlReader, EachPrefixIsRefusedWithItsText) {
+    const std::pair<std::string_view, std::string_view> pieces[] = {
+        {"<", "No XML content found"},
+        {"?xm",
+         "Encountered unexpected EOF while parsing the processing instruction begun on line 1"},
+        {"l version=\"1.0\"", "End of buffer while looking for encoding name"},
+        {"?",
+         "Encountered unexpected EOF while parsing the processing instruction begun on line 1"},
+        {">\n<", "No XML content found"},
+        {"!DOCTYP", "Malformed DTD on line 2"},
+        {"E plist", "Encountered unexpected EOF while parsing DTD"},
+        {">\n<", "No XML content found"},
+        {"plist a='b'", "Encountered unexpected EOF"},
+        {">", "Encountered empty plist tag"},
+        {"\n", "Encountered unexpected EOF"},
+        {"<dict", "Encountered empty plist tag"},
+        {">\n\t<!-", "Encountered unexpected EOF"},
+        {"- c --", "Unterminated comment started on line 5"},
+        {">\n\t<key>a&amp;b</key", "Encountered unexpected EOF"},
+        {">", "Value missing for key inside <dict> at line 6"},
+        {"\n\t", "Encountered unexpected EOF"},
+        {"<array", "Value missing for key inside <dict> at line 7"},
+        {">\n\t\t<string>x&#65;<![CDATA[", "Encountered unexpected EOF"},
+        {"<y>]]", "Could not find end of CDATA started on line 8"},
+        {">z</string>\n\t\t<integer", "Encountered unexpected EOF"},
+        {">-12", "Premature end of file after <integer> on line 9"},
+        {"</integer>\n<real>1.5</real><true/>\n<false></false><array/><string/><",
+         "Encountered unexpected EOF"},
+        {"?i?",
+         "Encountered unexpected EOF while parsing the processing instruction begun on line 11"},
+        {"></array>\n<key/", "Encountered unexpected EOF"},
+        {">", "Value missing for key inside <dict> at line 12"},
+        {"\n", "Encountered unexpected EOF"},
+        {"<string b", "Value missing for key inside <dict> at line 13"},
+        {">c</string></dict>\n</plist ", "Encountered unexpected EOF"},
+    };
+    std::string xml;
+    for (const auto& [piece, error] : pieces) {
+        for (const char character : piece) {
+            xml += character;
+            EXPECT_EQ(ReadList(xml).error, error) << xml;
+        }
+    }
+    EXPECT_TRUE(ReadList(xml + ">").list);
+}
+
+// What comes of a part of the bytes, read where it stands: the written list, or why there is none.
+std::string ReadInPlace(std::string_view bytes) {
+    cf::ListBuilder builder(false);
+    try {
+        const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
+        return WriteBody(cf::ReadXmlList({data, bytes.size()}, builder).Get());
+    } catch (const cf::MalformedList& malformed) {
+        return malformed.what();
+    }
+}
+
+std::string ReadAlone(std::string_view bytes) {
+    const ReadResult result = ReadList(bytes);
+    return result.list ? WriteBody(result.list.Get()) : result.error;
+}
+
+// Words are read at once, but never beyond the end, be it that the list goes on there.
+TEST(XmlReader, BytesBehindTheListAreNotRead) {
+    const std::string xml = MotleyList();
+    for (std::size_t length = 1; length < xml.size(); ++length) {
+        const std::string alone = ReadAlone(std::string_view(xml).substr(0, length));
+        EXPECT_EQ(ReadInPlace(std::string_view(xml).substr(0, length)), alone) << length;
+        const std::string tabs = xml.substr(0, length) + "\t\t\t\t\t\t\t\t";
+        EXPECT_EQ(ReadInPlace(std::string_view(tabs).substr(0, length)), alone) << length;
+    }
+    for (std::size_t count = 0; count <= 16; ++count) {
+        const std::string blanks = "<array>\n" + std::string(count, '\t');
+        const std::string more = blanks + "\t\t</array>";
+        EXPECT_EQ(ReadInPlace(std::string_view(more).substr(0, blanks.size())), ReadAlone(blanks));
+    }
+}
+
+TEST(XmlReader, BytesBeforeTheListAreNotRead) {
+    for (const std::string_view list : {"\n<true/>", "\n\t\t<array></array>", "</", "true/>"}) {
+        for (const std::string_view before : {"\t", "\n", "<", "\xEF\xBB\xBF"}) {
+            const std::string bytes = std::string(before).append(list);
+            EXPECT_EQ(ReadInPlace(std::string_view(bytes).substr(before.size())), ReadAlone(list));
+        }
     }
 }
 
