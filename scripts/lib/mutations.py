@@ -40,7 +40,7 @@ KEYWORDS = set('''if else for while do switch case default return try catch thro
 DECLARATION = re.compile(r'(?!delete\b)[\w:]+(<.*>)?[*&]* \w+\s*[=;({\[]')
 PARAMETER = re.compile(r'^(const )?[\w:]+(<.*>)?[*&]* [*&]?\w+( =.*)?$', re.DOTALL)
 # Functions that do not care which of their arguments comes first.
-SYMMETRIC = {'CFEqual', 'Equal', 'max', 'min'}
+SYMMETRIC = {'CFEqual', 'Equal', 'max', 'min', 'swap'}
 OPENING, CLOSING = '([{', ')]}'
 
 

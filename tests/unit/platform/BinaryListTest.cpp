@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -94,6 +95,10 @@ TEST(BinaryList, IntegersOfSixteenBytesGiveTheirLowerHalf) {
               "<integer>-1</integer>\n");
     EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(0, 8)}),
               "<integer>0</integer>\n");
+    for (const std::uint64_t value : {0ULL, 1ULL, ~0ULL >> 1})
+        EXPECT_EQ(ReadList(BinaryList({"\x14" + BigEndian(0, 8) + BigEndian(value, 8)}).Bytes())
+                      .list.Get(),
+                  ReadList(BinaryList({"\x13" + BigEndian(value, 8)}).Bytes()).list.Get());
 }
 
 TEST(BinaryList, ReadsBooleansRealsDatesAndData) {
@@ -114,6 +119,12 @@ TEST(BinaryList, ReadsStringsOfBothKinds) {
     EXPECT_EQ(WriteBinary({"\x5F\x10\x10"
                            "0123456789abcdef"}),
               "<string>0123456789abcdef</string>\n");
+    for (const std::size_t width : {1U, 2U, 4U, 8U})
+        EXPECT_EQ(WriteBinary({"\x5F" +
+                               std::string(1, static_cast<char>(0x10 + std::bit_width(width) - 1)) +
+                               BigEndian(1, width) + "a"}),
+                  "<string>a</string>\n")
+            << width;
     EXPECT_EQ(WriteBinary({"\x63\x00\xE9\xD8\x3D\xDE\x00"s}),
               "<string>\xC3\xA9\xF0\x9F\x98\x80</string>\n");
 }
@@ -124,6 +135,7 @@ TEST(BinaryList, RefusesOtherObjects) {
         "\x0F",                                // fill
         "\x20\x00"s,                           // real of one byte
         "\x32" + std::string(4, '\0'),         // date of four bytes
+        "\x32" + std::string(8, '\0'),         // date of four bytes and more
         "\x33\x7F\xF8" + std::string(6, '\0'), // no number
         "\x33\x7F\xE0" + std::string(6, '\0'), // no calendar date
         "\x61\xD8\x00"s,                       // unpaired surrogate
@@ -135,8 +147,10 @@ TEST(BinaryList, RefusesOtherObjects) {
         "\x90",
         "\xE0",
         "\xF0",
-        "\x5F",                                // no count
-        "\x5F\x50",                            // count that is no integer
+        "\x5F",                              // no count
+        "\x5F\x50",                          // count that is no integer
+        "\x5F\x14" + BigEndian(1, 16) + "a", // count of 16 bytes
+        "\x5F\x0F" + std::string(32767, '\0') + "\x01" + std::string(32768, 'a'),
         "\x5F\x13" + BigEndian(~0ULL, 8),      // count beyond the file
         "\x6F\x13" + BigEndian(1ULL << 63, 8), // count that overflows with its size
         "\xDF\x13" + BigEndian(1ULL << 63, 8),
@@ -162,6 +176,7 @@ TEST(BinaryList, ReadsContainersWithWideReferences) {
 }
 
 TEST(BinaryList, AsciiFrom80OnIsLatin1) {
+    EXPECT_EQ(WriteBinary({"\x51\x80"}), "<string>\u0080</string>\n");
     EXPECT_EQ(WriteBinary({"\x54z\x80\xE9\xFF"}), "<string>z\u0080\u00E9\u00FF</string>\n");
     EXPECT_EQ(WriteBinary({"\xD1\x01\x02", "\x51\xE9", "\x09"}),
               "<dict>\n\t<key>\u00E9</key>\n\t<true/>\n</dict>\n");
@@ -270,6 +285,18 @@ TEST(BinaryList, RefusesWrongTrailers) {
     refused([](BinaryList& list) { list.tableShift = 0 - std::uint64_t{9}; });
 }
 
+TEST(BinaryList, TopObjectIsTheOneThatTheTrailerNames) {
+    for (const std::uint64_t top : {0U, 1U, 2U, 257U, 299U}) {
+        std::vector<std::string> objects;
+        for (std::uint64_t i = 0; i < 300; ++i)
+            objects.push_back("\x11" + BigEndian(i, 2));
+        BinaryList list(objects);
+        list.topObject = top;
+        EXPECT_EQ(WriteBody(ReadList(list.Bytes()).list.Get()),
+                  "<integer>" + std::to_string(top) + "</integer>\n");
+    }
+}
+
 TEST(BinaryList, RefusesOffsetsOutsideOfTheObjects) {
     for (const std::uint64_t offset : {0ULL, 7ULL, 9ULL, 1000ULL, ~0ULL}) {
         BinaryList list({"\x09"});
@@ -371,7 +398,7 @@ TEST(BinaryList, OverlappingObjectsClaimNoMoreThanTheFile) {
 }
 
 TEST(BinaryList, NoTwoObjectsHaveTheSameBytes) {
-    const BinaryList list({"\xA2\x01\x02", "\x5F\x11\x01\x00"s + std::string(256, 'a'), "\x09"});
+    const BinaryList list({"\xA2\x01\x02", "\x51k", "\x09"});
     std::string bytes = list.Bytes();
     ASSERT_TRUE(ReadList(bytes).list);
     const std::size_t table = bytes.size() - 32 - 9;

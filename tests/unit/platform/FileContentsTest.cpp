@@ -101,6 +101,12 @@ TEST_F(FileContentsTest, OfWhatIsMissingOrAFolderAreNotThere) {
     EXPECT_FALSE(folder.isRead);
 }
 
+TEST_F(FileContentsTest, OfWhatIsMissingAreNotAskedFor) {
+    g_openingError = EMFILE;
+    EXPECT_FALSE(cf::ReadFile(path_ + "missing", 100).isShortage);
+    EXPECT_EQ(g_openingError.exchange(0), EMFILE);
+}
+
 // A reason of the file's own, which asking again would not change: it could be opened by then.
 TEST_F(FileContentsTest, OfAFileThatCannotBeOpenedAreAskedForOnce) {
     for (const int error : {EACCES, EIO, EPERM, ENXIO, ELOOP}) {

@@ -37,6 +37,7 @@ TEST(PackedBytesTest, WordStartsWithAPrefixOfUpToEightBytes) {
     EXPECT_TRUE(StartsWith(Word("</key>ab"), WordPrefix("</key>")));
     EXPECT_FALSE(StartsWith(Word("</kez>ab"), WordPrefix("</key>")));
     EXPECT_FALSE(StartsWith(Word("</key"), WordPrefix("</key>")));
+    EXPECT_FALSE(StartsWith(Word("x/key>ab"), WordPrefix("</key>")));
     EXPECT_TRUE(StartsWith(Word("12345678"), WordPrefix("12345678")));
     EXPECT_FALSE(StartsWith(Word("1234567x"), WordPrefix("12345678")));
     EXPECT_TRUE(StartsWith(Word("12345678"), WordPrefix("")));

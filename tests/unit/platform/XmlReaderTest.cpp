@@ -10,11 +10,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <sys/mman.h>
 
 namespace {
 
@@ -95,6 +98,9 @@ const Row kNoDocument[] = {
     {"InternalSubsetCut", "<!DOCTYPE plist\n[<!ENTITY",
      "Encountered unexpected character [ on line 2 while parsing DTD"},
     {"Declaration", "<!FOO x><true/>", "Malformed DTD on line 1"},
+    {"CommentOfThreeDashes", "<!---><true/>", "Unterminated comment started on line 1"},
+    {"InstructionOfOneMark", "<?><true/>",
+     "Encountered unexpected EOF while parsing the processing instruction begun on line 1"},
     {"UnterminatedComment", "<array>\n<!-- x", "Unterminated comment started on line 2"},
     {"UnknownEncoding", "<?xml version=\"1.0\" encoding=\"FOO-1\"?><true/>",
      "Encountered unknown encoding (FOO-1)"},
@@ -418,6 +424,7 @@ const Row kDocuments[] = {
     {"UnclosedThingsBehindTheList", "<true/><!-- <![CDATA[ <? \xC3", "<true/>"},
     {"BlankInClosingTags", "<array ><string>a</string\n></array\t>",
      "<array>\n\t<string>a</string>\n</array>"},
+    {"EmptyCommentAndInstruction", "<!----><?\?><true/>", "<true/>"},
     {"CommentsAndInstructions", "<!-- a --><?b c?><array><!-- d --><true/><?e?><!-- > --></array>",
      "<array>\n\t<true/>\n</array>"},
     {"AnyDoctype", "<!DOCTYPE foo SYSTEM \"file:///dev/zero\"><true/>", "<true/>"},
@@ -639,8 +646,10 @@ TEST(XmlReader, ExpandsNoDeclaredEntities) {
 }
 
 TEST(XmlReader, RefusesWhatIsTooLong) {
-    std::string xml = "<string>" + std::string(std::size_t{64} << 20, 'a') + "</string>";
-    EXPECT_EQ(ReadList(xml).error, "The property list is too long");
+    std::string xml = "<true/>";
+    xml.resize(std::size_t{64} << 20, ' ');
+    EXPECT_TRUE(ReadList(xml).list);
+    EXPECT_EQ(ReadList(xml + " ").error, "The property list is too long");
 }
 
 // Everything in one list: all elements, entities, sections, comments.
@@ -727,6 +736,54 @@ std::string ReadAlone(std::string_view bytes) {
     return result.list ? WriteBody(result.list.Get()) : result.error;
 }
 
+// Pages that can be read, between two that cannot.
+class FencedPages {
+public:
+    FencedPages() {
+        mprotect(memory_, kPage, PROT_NONE);
+        mprotect(End(), kPage, PROT_NONE);
+    }
+    ~FencedPages() {
+        munmap(memory_, kSize);
+    }
+    FencedPages(const FencedPages&) = delete;
+    FencedPages& operator=(const FencedPages&) = delete;
+
+    std::string_view AtBegin(std::string_view bytes) {
+        std::memcpy(memory_ + kPage, bytes.data(), bytes.size());
+        return {memory_ + kPage, bytes.size()};
+    }
+    std::string_view AtEnd(std::string_view bytes) {
+        std::memcpy(End() - bytes.size(), bytes.data(), bytes.size());
+        return {End() - bytes.size(), bytes.size()};
+    }
+
+private:
+    static constexpr std::size_t kPage = 65536; // or a part of it
+    static constexpr std::size_t kSize = 3 * kPage;
+
+    char* End() const {
+        return memory_ + kSize - kPage;
+    }
+
+    char* const memory_ = static_cast<char*>(
+        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+};
+
+TEST(XmlReader, MemoryAroundTheListIsNotTouched) {
+    FencedPages pages;
+    const std::string lists[] = {MotleyList(), "\n\t\t\t\t\t\t\t\t<array>\n\t\t\t\t\t\t\t\t\t\t",
+                                 "<array></array><key", "<string>aaaaaaaaaaaaaaa<a"};
+    for (const std::string& xml : lists) {
+        for (std::size_t length = 1; length <= xml.size(); ++length) {
+            const std::string list = xml.substr(0, length);
+            const std::string alone = ReadAlone(list);
+            EXPECT_EQ(ReadInPlace(pages.AtBegin(list)), alone);
+            EXPECT_EQ(ReadInPlace(pages.AtEnd(list)), alone);
+        }
+    }
+}
+
 // Words are read at once, but never beyond the end, be it that the list goes on there.
 TEST(XmlReader, BytesBehindTheListAreNotRead) {
     const std::string xml = MotleyList();
@@ -761,6 +818,35 @@ TEST(XmlReader, SurvivesAnyChangedByte) {
             const ReadResult result = ReadList(changed);
             EXPECT_NE(static_cast<bool>(result.list), !result.error.empty()) << i;
             EXPECT_NE(result.error, "(none)") << i;
+        }
+    }
+}
+
+TEST(XmlReader, TagsThatDifferInOneCharacterAreUnknown) {
+    for (const std::string_view usual : {"key>", "integer>", "true/>", "false/>", "string>",
+                                         "dict>", "array>", "real>", "date>", "data>", "plist>"}) {
+        for (std::size_t i = 0; i < usual.size(); ++i) {
+            std::string tag(usual);
+            for (const int character : {usual[i] + 1, usual[i] - 1, int{'_'}}) {
+                tag[i] = static_cast<char>(character);
+                const std::string xml = "<array><" + tag + "        >        ";
+                EXPECT_TRUE(ReadList(xml).error.starts_with("Encountered unknown tag ")) << xml;
+            }
+        }
+    }
+}
+
+TEST(XmlReader, DatesHaveDigitsAndMarksAtTheirPlaces) {
+    const std::string date = "2004-11-29T21:33:09Z";
+    for (std::size_t i = 0; i < date.size(); ++i) {
+        for (const char character : {'/', ':', 'x', '-', '5'}) {
+            std::string changed = date;
+            changed[i] = character;
+            const bool isDate =
+                date[i] == character || (date[i] >= '0' && date[i] <= '9' && character == '5');
+            EXPECT_EQ(ReadList("<date>" + changed + "</date>").error,
+                      isDate ? "" : "Could not interpret <date> at line 1")
+                << changed;
         }
     }
 }

@@ -84,7 +84,6 @@ Layout ReadLayout(Bytes bytes) {
 // The levels of containers in an object, besides itself. Objects are shared, so this is not the
 // depth at which they were met first.
 constexpr int kNotConverted = -1;
-constexpr int kBeingConverted = -2;
 
 struct Converted {
     Value value;
@@ -95,7 +94,7 @@ class BinaryReader {
 public:
     BinaryReader(Bytes bytes, ListBuilder& builder, BinaryWork& work)
         : layout_(ReadLayout(bytes)), builder_(builder), work_(work),
-          unclaimed_(layout_.objects.size()), objects_(layout_.objectCount) {}
+          unclaimed_(layout_.objects.size() - kSignature.size()), objects_(layout_.objectCount) {}
 
     Value Read() {
         Convert(layout_.topObject, 0);
@@ -124,10 +123,9 @@ const Converted& BinaryReader::Convert(std::uint64_t number, int depth) {
     if (number >= objects_.size())
         Refuse();
     Converted& object = objects_[number];
-    if (object.height == kBeingConverted || depth > kMaximumNesting)
+    if (depth > kMaximumNesting) // as is what contains itself
         Refuse();
     if (object.height == kNotConverted) {
-        object.height = kBeingConverted;
         ++work_.objects;
         const std::uint64_t offset =
             BigEndian(layout_.offsets.subspan(number * layout_.offsetSize, layout_.offsetSize));
@@ -139,11 +137,11 @@ const Converted& BinaryReader::Convert(std::uint64_t number, int depth) {
 }
 
 // The unsigned widths are 1, 2 and 4 bytes, the signed ones 8 and 16. Of 16 bytes the lower half
-// counts; the upper one tells whether that is unsigned.
+// counts; the upper one tells whether that is unsigned. Of 8 bytes both are the same.
 Value IntegerFrom(Bytes bytes) {
     const std::uint64_t low = BigEndian(bytes);
     const auto value = static_cast<std::int64_t>(low);
-    if (bytes.size() == 16 && value < 0 && BigEndian(bytes.first(8)) == 0)
+    if (value < 0 && BigEndian(bytes.first(8)) == 0)
         return Created(SharedUnsignedInteger(low));
     return Created(SharedInteger(value));
 }
@@ -218,8 +216,6 @@ Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
     case 0x8:
         Take(position, low + 1, 1);
         return {Unusable(), 0};
-    default:
-        break;
     }
     const std::size_t count = TakeCount(position, low);
     switch (marker >> 4) {

@@ -17,6 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kPatience = 30s;
+constexpr std::size_t kMostBytes = kMaximumFileSize + 1; // the last one tells of more
 
 bool IsMainThread() noexcept {
     return gettid() == getpid();
@@ -24,8 +25,8 @@ bool IsMainThread() noexcept {
 
 FileContents ReadContents(const char* path) noexcept {
     try {
-        return IsMainThread() ? ReadFileWithin(kPatience, path, kMaximumFileSize + 1)
-                              : ReadFile(path, kMaximumFileSize + 1);
+        return IsMainThread() ? ReadFileWithin(kPatience, path, kMostBytes)
+                              : ReadFile(path, kMostBytes);
     } catch (const std::bad_alloc&) {
         return {};
     }

@@ -100,8 +100,7 @@ std::size_t Resolve(XmlSlice rest, char*& text) {
         else if (view.size() == 1 || view[1] == '!')
             rest = rest.From(ResolveCdata(rest, text));
         else
-            RefuseAt(rest.From(1),
-                     "Encountered unexpected character " + Shown(view[1]) + " on line ",
+            RefuseAt(rest, "Encountered unexpected character " + Shown(view[1]) + " on line ",
                      " while looking for close tag");
     }
 }

@@ -361,7 +361,7 @@ void XmlNormalizer::TakeAnyClosingTag(XmlTag tag) {
     const std::string_view name = NameOf(tag).text;
     const std::string_view rest = place.View();
     if (rest.size() > 1 && rest[1] != '/')
-        RefuseAt(place.From(1), "Encountered unexpected character " + Shown(rest[1]) + " on line ",
+        RefuseAt(place, "Encountered unexpected character " + Shown(rest[1]) + " on line ",
                  " while looking for close tag");
     const std::size_t end = rest.find('>');
     if (end == rest.npos || (tag == XmlTag::kPlist && rest.size() < name.size() + 3))
@@ -558,12 +558,11 @@ std::size_t FindInSource(std::string_view source, char* buffer, std::size_t plac
         normalizer.FindTag();
         const std::size_t tag = normalizer.SourcePlace();
         const std::size_t content = normalizer.ContentPlace();
-        bool hasMore = false;
         try {
-            hasMore = normalizer.TakeTag();
+            normalizer.TakeTag();
         } catch (const XmlFault&) { // the closing tag of the last element
         }
-        if (place < normalizer.Length() || !hasMore)
+        if (place < normalizer.Length())
             return source.find('>', tag) + 1 + (place - content);
     }
 }

@@ -155,7 +155,6 @@ Value ReadData(const XmlSlice& content) {
         for (int shift = 16; shift >= 0 && padding < 3; shift -= 8, ++padding)
             bytes.push_back(static_cast<std::uint8_t>(group >> shift));
         digits = padding = 0;
-        group = 0;
     }
     return Created(SharedData(bytes));
 }
