@@ -912,8 +912,8 @@ TEST(XmlReader, EncodingsAreKnownByEachOfTheirNames) {
 
 TEST(XmlReader, ManyOfTheShortestElementsAreRead) {
     constexpr CFIndex kCount = 100000;
-    for (const std::string_view element :
-         {"<key/>", "<key></key>", "<true/>", "<dict/>", "<array/>", "<real>1</real>"}) {
+    for (const std::string_view element : {"<key/>", "<key></key>", "<true/>", "<dict/>",
+                                           "<array/>", "<real>1</real>", "<string>&lt;</string>"}) {
         std::string xml = "<array>";
         for (CFIndex i = 0; i < kCount; ++i)
             xml += element;
