@@ -6,6 +6,7 @@
 
 #include "Callouts.h"
 #include "FakeClock.h"
+#include "Footprint.h"
 #include "LocalServer.h"
 #include "TestSocket.h"
 #include "loop/Arrivals.h"
@@ -331,6 +332,17 @@ TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
     };
     CFRunLoopRun();
     EXPECT_EQ(socket_.chunks.size(), half.size());
+}
+
+TEST_F(ArrivalOrderTest, OnlyADelayThatIsWaitedForOnceTakesADescriptor) {
+    constexpr CFTimeInterval kDay = 86400;
+    const std::size_t before = CountDescriptors();
+    TestTimer repeating(In(30), 30, [] {});
+    TestTimer daily(In(30), kDay, [] {});
+    TestTimer tomorrow(In(kDay), 0, [] {});
+    EXPECT_EQ(CountDescriptors(), before);
+    TestTimer delay(In(30), 0, [] {});
+    EXPECT_EQ(CountDescriptors(), before + 1);
 }
 
 // ---- the loop was busy ----

@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 namespace {
@@ -104,6 +105,20 @@ TEST(DescriptorZeroTest, ArrivalsAreWatchedWithItOnce) {
             return false;
         const std::size_t descriptors = CountDescriptors();
         return cf::StartArrivals() && CountDescriptors() == descriptors;
+    });
+}
+
+TEST(DescriptorZeroTest, WatchedItIsUntilItIsUnwatched) {
+    ExpectWithoutInput([] {
+        const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        cf::StartArrivals();
+        close(input);
+        const int event = eventfd(0, EFD_CLOEXEC);
+        const std::lock_guard lock(cf::ArrivalsMutex());
+        cf::Watched watched([](cf::Watched&, cf::Nanoseconds) noexcept {});
+        const bool isWatched = event == 0 && watched.Watch(event) && watched.IsWatched();
+        watched.Unwatch();
+        return isWatched && !watched.IsWatched() && watched.Watch(event); // no longer taken
     });
 }
 

@@ -7,6 +7,7 @@
 #include "loop/RunLoop.h"
 
 #include <sys/resource.h>
+#include <sys/timerfd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,11 +18,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
 
-int g_unreadableTurns = 0; // the next times that the mount table cannot be opened
+int g_unreadableTurns = 0;  // the next times that the mount table cannot be opened
+bool g_stopsAtRest = false; // the run, once the session waits for events alone
 
 using Strings = std::vector<std::string>;
 
@@ -383,6 +386,18 @@ TEST_F(DiskArbitration, TakesNothingElseForASessionOrADisk) {
     EXPECT_EQ(Events(1), Strings{"+a"});
 }
 
+// Its timer is set no more.
+TEST_F(DiskArbitration, RestsWhenAllIsTold) {
+    Stage().Mount("a");
+    Open();
+    EXPECT_EQ(Events(1), Strings{"+a"});
+    events_.clear();
+    g_stopsAtRest = true;
+    CFRunLoopRun();
+    EXPECT_FALSE(g_stopsAtRest);
+    EXPECT_EQ(events_, Strings());
+}
+
 TEST_F(DiskArbitration, TellsNobodyWhereNobodyIsRegistered) {
     Stage().Mount("a");
     Open();
@@ -406,5 +421,15 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
         return nullptr;
     }
     return __real_fopen(path, mode);
+}
+
+int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
+int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
+
+int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
+    const bool isDelay = (flags & TFD_TIMER_ABSTIME) == 0; // the loop's own timers keep dates
+    if (isDelay && setting->it_value.tv_sec == 0 && std::exchange(g_stopsAtRest, false))
+        CFRunLoopStop(CFRunLoopGetCurrent());
+    return __real_timerfd_settime(timer, flags, setting, before);
 }
 }

@@ -1,6 +1,7 @@
 #include "AllocationFaults.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <stdio.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -105,6 +106,22 @@ TEST_F(KeptArguments, WithoutMemoryStayWhereTheyAre) {
     EXPECT_EQ(environ, environment);
     EXPECT_EQ(program_invocation_name, name);
     EXPECT_EQ(program_invocation_short_name, shortName);
+}
+
+TEST_F(KeptArguments, EnvironmentFitsIntoItsMemory) {
+    Strings variables(1000, "NAME=value");
+    const std::vector<char*> pointers = Pointers(variables);
+    environ = const_cast<char**>(pointers.data());
+    PlatformKeepProcessArguments(1, arguments);
+    std::size_t count = 0;
+    for (; environ[count] != nullptr; ++count)
+        EXPECT_EQ(environ[count], variables[count]);
+    EXPECT_EQ(count, variables.size());
+    const char* const end = environ[count - 1] + variables.back().size() + 1;
+    const auto size = static_cast<std::size_t>(end - reinterpret_cast<const char*>(environ));
+    EXPECT_LE(size, malloc_usable_size(environ));
+    std::free(program_invocation_name);
+    std::free(environ);
 }
 
 TEST_F(KeptArguments, OfNoneHaveTheFilesName) {

@@ -234,6 +234,19 @@ TEST_F(RunLoopTimerTest, ShortestRepetitionIsNoDateHoweverLongTheDelayBeforeIt) 
     EXPECT_FALSE(hasAlarm);
 }
 
+TEST_F(RunLoopTimerTest, RepetitionOfAnHourIsADate) {
+    for (const CFTimeInterval interval : {3600.0, 3599.999}) {
+        bool hasAlarm = false;
+        TestTimer repeating(start + 10 * kHour, interval, Note(0));
+        TestTimer earlier(CFAbsoluteTimeGetCurrent() + 60, 0, [&] {
+            hasAlarm = clock.HasAlarm();
+            StopCurrentRun();
+        });
+        CFRunLoopRun();
+        EXPECT_EQ(hasAlarm, interval == 3600.0);
+    }
+}
+
 TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {
     TestTimer timer(start + 10 * kHour, 0, Note(0));
     TestTimer earlier(start + 60, 0, [&] { clock.Step(kHour); });

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstdint>
 
 namespace {
@@ -46,6 +47,9 @@ TEST(UnsignedNumber, EqualsNoRealNorAnyIntegerOfItsBits) {
     EXPECT_FALSE(CFEqual(number, Value(cf::SharedReal(0x1p63))));
     EXPECT_FALSE(CFEqual(number, Value(cf::SharedInteger(INT64_MIN))));
     EXPECT_TRUE(CFEqual(number, Value(cf::SharedUnsignedInteger(std::uint64_t{1} << 63))));
+    const Value bitsOfAReal(cf::SharedUnsignedInteger(std::bit_cast<std::uint64_t>(-2.0)));
+    EXPECT_FALSE(CFEqual(bitsOfAReal, Value(cf::SharedInteger(-2))));
+    EXPECT_FALSE(CFEqual(bitsOfAReal, Value(cf::SharedReal(-2.0))));
 }
 
 TEST(RealNumber, BeyondTheIntegersEqualsNone) {

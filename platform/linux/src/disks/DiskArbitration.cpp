@@ -47,8 +47,6 @@ public:
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
     ~Source() {
-        if (source_ == nullptr)
-            return;
         CFRunLoopSourceInvalidate(source_);
         CFRelease(source_);
     }

@@ -29,7 +29,7 @@ std::optional<sockaddr_un> ToKernelAddress(std::span<const std::uint8_t> address
     sockaddr_un result = {};
     static_assert(sizeof result.sun_path > kLongestPath);
     result.sun_family = AF_UNIX;
-    std::copy(path.begin(), std::find(path.begin(), path.end(), 0), result.sun_path);
+    std::ranges::copy(path, result.sun_path); // ends with a NUL in any case
     return result;
 }
 
