@@ -25,7 +25,6 @@ constexpr CFTimeInterval k_replyTimeout = 30.0; // seconds, from the moment the 
 
 [[noreturn]] static void FailAssertion(unsigned line, const char* expression) {
     fprintf(stderr, "%s:%u: failed assertion `%s'\n", k_sourcePath, line, expression);
-    fflush(stderr);
     abort();
 }
 
