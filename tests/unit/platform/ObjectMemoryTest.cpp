@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -30,6 +31,10 @@ void ExpectNullWithoutMemory(const char* name, const std::function<CFTypeRef()>&
     EXPECT_GT(runs, 1U);
 }
 
+std::size_t AllocationsOf(const std::function<void()>& body) {
+    return SweepAllocationFaults([&](std::size_t) { body(); }, [](std::size_t, bool) {}) - 1;
+}
+
 TEST(OutOfMemory, CreationsGiveNull) {
     const std::int64_t large = kLarge;
     const double real = 1.5;
@@ -39,6 +44,9 @@ TEST(OutOfMemory, CreationsGiveNull) {
     const Held<CFNumberRef> integer(CFNumberCreate(nullptr, kCFNumberSInt64Type, &large));
     const void* integers[] = {integer, integer};
     const Held<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const void* manyMembers[9];
+    std::ranges::fill(manyMembers, CFSTR("a"));
+    const Held<CFArrayRef> many(CFArrayCreate(nullptr, manyMembers, 9, &kCFTypeArrayCallBacks));
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, CFSTR("key"), CFSTR("value"));
 
@@ -68,6 +76,8 @@ TEST(OutOfMemory, CreationsGiveNull) {
     };
     for (const Creation& creation : creations)
         ExpectNullWithoutMemory(creation.name, creation.create);
+    // A copy has the memory for all members before it takes the first.
+    EXPECT_EQ(AllocationsOf([&] { CFRelease(CFArrayCreateMutableCopy(nullptr, 0, many)); }), 2U);
 }
 
 // Past the seam, which counts the call as an allocation.
@@ -136,6 +146,24 @@ TEST(OutOfMemory, DataStaysAsItWas) {
                                   EXPECT_EQ(CFDataGetLength(data), happened ? length : length + 50);
                               });
     }
+}
+
+TEST(OutOfMemory, DataOf64BytesAndArraysOf4MembersAskForMemoryOnce) {
+    const UInt8 bytes[32] = {};
+    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    CFDataAppendBytes(data, bytes, 32);
+    EXPECT_EQ(AllocationsOf([&] { CFDataAppendBytes(data, bytes, 32); }), 0U);
+    EXPECT_EQ(CFDataGetLength(data), 64);
+    EXPECT_EQ(AllocationsOf([&] { CFDataAppendBytes(data, bytes, 1); }), 1U);
+
+    const auto array = NewArray();
+    CFArrayAppendValue(array, kCFBooleanTrue);
+    EXPECT_EQ(AllocationsOf([&] {
+                  for (int i = 0; i < 3; ++i)
+                      CFArrayAppendValue(array, kCFBooleanTrue);
+              }),
+              0U);
+    EXPECT_EQ(AllocationsOf([&] { CFArrayAppendValue(array, kCFBooleanTrue); }), 1U);
 }
 
 // The value, its keys, and the places of the table for both.
