@@ -198,6 +198,13 @@ TEST(StringUnits, OfAPairMayBeSplit) {
     EXPECT_EQ(unit, 0xDE00);
 }
 
+TEST(StringUnits, OfARangeOfNegativeLengthAreNone) {
+    const CFIndex far = CFIndex{1} << 40;
+    UniChar unit = 7;
+    CFStringGetCharacters(CFSTR("abc"), CFRangeMake(far, -2 * far), &unit);
+    EXPECT_EQ(unit, 7);
+}
+
 TEST(StringUnits, OfTheFirstAndLastCharactersOfEachSizeAreTheirUtf8) {
     struct Row {
         const char* utf8;

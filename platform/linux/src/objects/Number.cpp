@@ -2,6 +2,7 @@
 
 #include "objects/Hash.h"
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -82,8 +83,8 @@ Native ReadNative(const void* address) noexcept {
 template<typename Integer>
 Integer TruncateReal(double value) noexcept {
     constexpr double kLimit = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2;
-    return value > -kLimit - 1 && value < kLimit ? static_cast<Integer>(value)
-                                                 : std::numeric_limits<Integer>::min();
+    return std::fabs(value) < kLimit ? static_cast<Integer>(value)
+                                     : std::numeric_limits<Integer>::min();
 }
 
 // The narrow types go by way of 32 bits, like the processor's own conversion.
