@@ -218,6 +218,13 @@ TEST(XmlWriter, EndsWithListsThatContainThemselves) {
     CFArrayRemoveValueAtIndex(array.Get(), 0);
 }
 
+TEST(XmlWriter, WritesUpTo64MiB) {
+    const std::size_t longest = (std::size_t{64} << 20) - WriteList(CFSTR("")).size();
+    const std::string text(longest, 'a');
+    EXPECT_EQ(WriteList(MakeString(text.c_str()).Get()).size(), std::size_t{64} << 20);
+    EXPECT_EQ(WriteList(MakeString((text + 'a').c_str()).Get()).size(), 0U);
+}
+
 // Two references a level to the next one: 2^100 elements in all.
 TEST(XmlWriter, EndsWithListsThatGrowWithoutBound) {
     Held array = MakeArray({});

@@ -27,7 +27,7 @@ bool IsWhiteSpace(char character) {
 
 // Four bytes may be written where the tag is shorter.
 char* WriteTag(char* out, XmlTag tag) {
-    const char text[4] = {'<', static_cast<char>(tag), '>', '\0'};
+    const char text[] = {'<', static_cast<char>(tag), '>', '\0'};
     std::memcpy(out, text, sizeof text);
     return out + 3;
 }
