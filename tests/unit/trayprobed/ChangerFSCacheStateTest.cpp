@@ -4,6 +4,7 @@
 
 #include "AllocationFaults.h"
 #include "NumberReferences.h"
+#include "RefusedKey.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 
@@ -193,6 +194,18 @@ TEST_F(Registry, WithoutMemoryAnEntryIsAddedWholeOrNotAtAll) {
     EXPECT_THAT(newest, testing::IsSupersetOf({"fail CFNumberCreate", "fail create fs info dict",
                                                "fail set changer BSD name",
                                                "fail set changer mount path value"}));
+}
+
+TEST_F(Registry, EntryThatCannotHoldAValueNamesIt) {
+    {
+        const RefusedKey refused("BSD Name");
+        EXPECT_THAT(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
+                    testing::Contains("fail set changer BSD name"));
+    }
+    const RefusedKey refused("Mount Path");
+    EXPECT_THAT(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
+                testing::Contains("fail set changer mount path value"));
+    EXPECT_FALSE(IsMounted(kChanger));
 }
 
 TEST_F(Registry, WithoutMemoryLookingFailsAndChangesNothing) {
