@@ -43,7 +43,7 @@ void DestroyStream(Object* object) noexcept {
 
 std::optional<std::span<const std::uint8_t>> ReadBytes(ReadStream* stream,
                                                        std::size_t maximum) noexcept {
-    if (stream == nullptr || stream->state != StreamState::Open || !stream->contents.isRead)
+    if (stream == nullptr || !stream->contents.isRead)
         return std::nullopt;
     const auto left =
         std::span<const std::uint8_t>(stream->contents.bytes).subspan(stream->position);
