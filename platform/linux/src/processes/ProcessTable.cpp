@@ -48,9 +48,9 @@ ssize_t ReadFile(int root, pid_t process, const char* name, char* text, std::siz
     if (file < 0)
         return -1;
     const ssize_t length = read(file, text, size);
-    const int error = errno;
+    const int readError = errno;
     close(file);
-    errno = error;
+    errno = readError;
     return length;
 }
 
