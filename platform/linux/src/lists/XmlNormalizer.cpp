@@ -558,11 +558,12 @@ std::size_t FindInSource(std::string_view source, char* buffer, std::size_t plac
         normalizer.FindTag();
         const std::size_t tag = normalizer.SourcePlace();
         const std::size_t content = normalizer.ContentPlace();
+        bool hasMore = false;
         try {
-            normalizer.TakeTag();
+            hasMore = normalizer.TakeTag();
         } catch (const XmlFault&) { // the closing tag of the last element
         }
-        if (place < normalizer.Length())
+        if (place < normalizer.Length() || !hasMore)
             return source.find('>', tag) + 1 + (place - content);
     }
 }

@@ -163,6 +163,7 @@ bool InboundStream::HasArrivedBy(Nanoseconds moment) noexcept {
 void InboundStream::Discard() noexcept {
     const std::lock_guard lock(ArrivalsMutex());
     chunks_.clear();
+    size_ = 0;
 }
 
 } // namespace cf

@@ -32,7 +32,6 @@ public:
     // Whether what Take gives next had arrived by that moment of the monotonic clock.
     bool HasArrivedBy(Nanoseconds moment) noexcept;
 
-    // Of a stream that is not started again: what is kept.
     void Discard() noexcept;
 
 private:
