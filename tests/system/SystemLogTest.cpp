@@ -22,9 +22,10 @@ TEST_F(SystemLogTest, WithoutASystemLogTheDaemonGoesOn) {
     AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", "heard (VErrCode = 1050)"),
               Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
                    "fail send message to changer server (VErrCode = 1050)"),
+              // A daemon that got a late turn may just be identifying the first disc once more.
               Link("MediaIdThread", "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 1 "
-                   "(VErrCode = 1050)")});
+                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem ") +
+                  "[01] \\(VErrCode = 1050\\)"});
 }
 
 } // namespace
