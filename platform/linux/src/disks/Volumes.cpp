@@ -73,11 +73,11 @@ public:
 private:
     // The mount that is seen at a path inside a mount: the last one of those stacked there.
     int Cross(int mount, std::string_view path) const {
-        auto child = children_.find({mount, path});
-        for (std::size_t crossed = 0; child != children_.end() && crossed < children_.size();
-             ++crossed) {
+        for (std::size_t crossed = 0; crossed < children_.size(); ++crossed) {
+            const auto child = children_.find({mount, path});
+            if (child == children_.end())
+                return mount;
             mount = child->second;
-            child = children_.find({mount, path});
         }
         return mount;
     }
