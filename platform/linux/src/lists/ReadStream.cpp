@@ -67,19 +67,16 @@ CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef, CFURLRef url) {
 
 Boolean CFReadStreamOpen(CFReadStreamRef reference) {
     auto* stream = cf::As<cf::ReadStream>(reference);
-    if (stream == nullptr || stream->state != cf::StreamState::New)
+    if (stream == nullptr || stream->wasOpened)
         return false;
     std::array<UInt8, PATH_MAX> path;
     if (CFURLGetFileSystemRepresentation(stream->url, true, path.data(), path.size()))
         stream->contents = cf::ReadContents(reinterpret_cast<const char*>(path.data()));
-    stream->state = stream->contents.isOpened ? cf::StreamState::Open : cf::StreamState::Failed;
+    stream->wasOpened = true;
     return stream->contents.isOpened;
 }
 
 void CFReadStreamClose(CFReadStreamRef reference) {
-    auto* stream = cf::As<cf::ReadStream>(reference);
-    if (stream == nullptr || stream->state != cf::StreamState::Open)
-        return;
-    stream->contents = {};
-    stream->state = cf::StreamState::Closed;
+    if (auto* stream = cf::As<cf::ReadStream>(reference))
+        stream->contents = {};
 }

@@ -22,19 +22,13 @@
 #include <optional>
 #include <span>
 
-namespace cf {
-
-enum class StreamState { New, Open, Failed, Closed };
-
-} // namespace cf
-
 struct __CFReadStream : cf::Object {
     static const cf::Class kClass;
 
-    CFURLRef url; // owned
-    cf::StreamState state = cf::StreamState::New;
-    cf::FileContents contents;
-    std::size_t position = 0; // of what is left of the contents
+    CFURLRef url;              // owned
+    bool wasOpened = false;    // once, with success or without
+    cf::FileContents contents; // none unless it is open
+    std::size_t position = 0;  // of what is left of the contents
 
     explicit __CFReadStream(CFURLRef file) noexcept : Object(&kClass), url(file) {}
 };
