@@ -2,6 +2,7 @@
 
 #include "Footprint.h"
 #include "PrivateMounts.h"
+#include "Urls.h"
 #include "disks/MountMonitor.h"
 #include "disks/UniqueMountIds.h"
 #include "loop/RunLoop.h"
@@ -29,9 +30,7 @@ bool g_stopsAtRest = false; // the run, once the session waits for events alone
 using Strings = std::vector<std::string>;
 
 bool IsUrlOfFolder(CFURLRef url, const char* path) {
-    CFURLRef folder = CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path),
-        static_cast<CFIndex>(std::strlen(path)), true);
+    CFURLRef folder = CreateUrl(path, true);
     const bool equal = CFEqual(url, folder);
     CFRelease(folder);
     return equal;

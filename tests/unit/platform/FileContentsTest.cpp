@@ -1,6 +1,7 @@
 /* Reading files from file systems that do not answer: a wrapped read() stands for one. */
 
 #include "lists/FileContents.h"
+#include "Urls.h"
 #include "support/TemporaryTree.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -177,9 +178,7 @@ TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
 
 TEST_F(FileContentsTest, AreWaitedForHalfAMinuteOnTheMainThread) {
     LetDie();
-    CFURLRef url = CFURLCreateFromFileSystemRepresentation(
-        nullptr, reinterpret_cast<const UInt8*>(path_.data()), static_cast<CFIndex>(path_.size()),
-        false);
+    CFURLRef url = CreateUrl(path_);
     CFReadStreamRef stream = CFReadStreamCreateWithFile(nullptr, url);
     g_answersWhenAwaited = true;
     const auto before = std::chrono::steady_clock::now();

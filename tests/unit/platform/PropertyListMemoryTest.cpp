@@ -2,6 +2,7 @@
 
 #include "AllocationFaults.h"
 #include "Lists.h"
+#include "Urls.h"
 
 #include "objects/SharedTable.h"
 
@@ -137,9 +138,7 @@ TEST_F(PropertyListMemory, ReadingAFile) {
     const std::string path = testing::TempDir() + "PropertyListMemoryTest.plist";
     std::ofstream(path) << MotleyXml();
     CFPropertyListRef list = nullptr;
-    const auto* bytes = reinterpret_cast<const UInt8*>(path.data());
-    const Held url(CFURLCreateFromFileSystemRepresentation(
-        nullptr, bytes, static_cast<CFIndex>(path.size()), false));
+    const Held url(CreateUrl(path));
     SweepAllocationFaults(
         [&](std::size_t) {
             list = nullptr;

@@ -2,6 +2,7 @@
 
 #include "Footprint.h"
 #include "Lists.h"
+#include "Urls.h"
 
 #include <gtest/gtest.h>
 
@@ -51,9 +52,7 @@ private:
 };
 
 Held<CFReadStreamRef> MakeStream(const std::string& path) {
-    const Held url(CFURLCreateFromFileSystemRepresentation(
-        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
-        static_cast<CFIndex>(path.size()), false));
+    const Held url(CreateUrl(path));
     return Held(CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get()));
 }
 

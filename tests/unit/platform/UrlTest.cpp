@@ -1,4 +1,5 @@
 #include "Held.h"
+#include "Urls.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +9,7 @@
 namespace {
 
 Held<CFURLRef> Url(std::string_view path, bool isDirectory = false) {
-    return Held(CFURLCreateFromFileSystemRepresentation(
-        nullptr, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
-        isDirectory));
+    return Held(CreateUrl(path, isDirectory));
 }
 
 TEST(Url, GivesThePathWithoutTrailingSlash) {
