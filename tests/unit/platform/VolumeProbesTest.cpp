@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,65 +69,64 @@ TEST_F(VolumeProbesTest, AreMadeAsOftenAsOneAsks) {
         Await(*probes_->Start("/"));
 }
 
-TEST_F(VolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
-    if (!EnterPrivateMounts())
-        GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-    const MountStage stage;
-    HungVolume hung(stage, "hung");
-    if (!hung.IsMounted())
-        GTEST_SKIP() << "no user space file systems here";
-    std::vector<std::shared_ptr<Probe>> stuck;
-    for (std::size_t i = 0; i < 2 * VolumeProbes::kMostThreads; ++i)
-        stuck.push_back(probes_->Start(stage.Path("hung")));
+// Beside a volume that does not answer until it is told to.
+class HungVolumeProbesTest : public VolumeProbesTest {
+protected:
+    void SetUp() override {
+        if (!EnterPrivateMounts())
+            GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
+        stage_.emplace();
+        hung_.emplace(*stage_, "hung");
+        if (!hung_->IsMounted())
+            GTEST_SKIP() << "no user space file systems here";
+    }
+
+    std::vector<std::shared_ptr<Probe>> StartStuck(std::size_t count) {
+        std::vector<std::shared_ptr<Probe>> stuck;
+        while (stuck.size() < count)
+            stuck.push_back(probes_->Start(stage_->Path("hung")));
+        return stuck;
+    }
+
+    std::optional<MountStage> stage_;
+    std::optional<HungVolume> hung_;
+};
+
+TEST_F(HungVolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
+    const auto stuck = StartStuck(2 * VolumeProbes::kMostThreads);
     EXPECT_EQ(CountThreads(), kThreadsAtRest + VolumeProbes::kMostThreads);
 
     const auto behind = probes_->Start("/");
-    hung.Answer();
+    hung_->Answer();
     Await(*behind);
     for (const auto& probe : stuck)
         Await(*probe);
-    stage.Unmount("hung");
+    stage_->Unmount("hung");
 }
 
-TEST_F(VolumeProbesTest, ThatAreUnwantedDoNotKeepTheOthersFromBeingMade) {
-    if (!EnterPrivateMounts())
-        GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-    const MountStage stage;
-    HungVolume hung(stage, "hung");
-    if (!hung.IsMounted())
-        GTEST_SKIP() << "no user space file systems here";
-    std::vector<std::shared_ptr<Probe>> stuck;
-    for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i)
-        stuck.push_back(probes_->Start(stage.Path("hung")));
+TEST_F(HungVolumeProbesTest, ThatAreUnwantedDoNotKeepTheOthersFromBeingMade) {
+    const auto stuck = StartStuck(VolumeProbes::kMostThreads);
     std::vector<std::shared_ptr<Probe>> unwanted; // one for each thread
     for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i) {
         unwanted.push_back(probes_->Start("/"));
         unwanted.back()->unwanted = true;
     }
     const auto behind = probes_->Start("/");
-    hung.Answer();
+    hung_->Answer();
     Await(*behind);
     for (const auto& probe : unwanted)
         EXPECT_FALSE(probe->answered);
     for (const auto& probe : stuck)
         Await(*probe);
-    stage.Unmount("hung");
+    stage_->Unmount("hung");
 }
 
-TEST_F(VolumeProbesTest, MayEndWhileAVolumeHangs) {
-    if (!EnterPrivateMounts())
-        GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-    const MountStage stage;
-    {
-        const HungVolume hung(stage, "hung");
-        if (!hung.IsMounted())
-            GTEST_SKIP() << "no user space file systems here";
-        for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i)
-            probes_->Start(stage.Path("hung"));
-        const std::weak_ptr<Probe> behind = probes_->Start("/");
-        probes_.reset();
-        EXPECT_TRUE(behind.expired());
-    }
+TEST_F(HungVolumeProbesTest, MayEndWhileAVolumeHangs) {
+    StartStuck(VolumeProbes::kMostThreads);
+    const std::weak_ptr<Probe> behind = probes_->Start("/");
+    probes_.reset();
+    EXPECT_TRUE(behind.expired());
+    hung_.reset();
     AwaitRest();
 }
 
