@@ -29,6 +29,8 @@ using testing::ElementsAre;
 
 namespace {
 
+constexpr CFTimeInterval kDay = 86400;
+
 std::mutex g_mutex;
 std::condition_variable g_changed;
 bool g_isStopped = false; // the background thread does not run
@@ -335,7 +337,6 @@ TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
 }
 
 TEST_F(ArrivalOrderTest, OnlyADelayThatIsWaitedForOnceTakesADescriptor) {
-    constexpr CFTimeInterval kDay = 86400;
     const std::size_t before = CountDescriptors();
     TestTimer repeating(In(30), 30, [] {});
     TestTimer daily(In(30), kDay, [] {});
@@ -381,7 +382,6 @@ TEST_F(LongCalloutTest, InputAfterTheDateComesSecond) {
 }
 
 TEST_F(LongCalloutTest, RepeatingTimerAndDateOfTheWallClockAreOrderedLikeADelay) {
-    constexpr CFTimeInterval kDay = 86400;
     TestTimer repeating(In(30), 1000, Note("repeating"));
     TestTimer daily(In(40), kDay, Note("daily"));
     RunWithFirstCallout([this] {
