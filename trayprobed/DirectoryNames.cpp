@@ -27,8 +27,6 @@ static bool AddChunk(DirectoryNames* names) {
 static void FreeFirstChunk(DirectoryNames* names) {
     NameChunk* chunk = names->first;
     names->first = chunk->next;
-    if (names->first == nullptr)
-        names->last = nullptr;
     names->next = 0;
     *names->room += sizeof(NameChunk);
     free(chunk);

@@ -25,8 +25,10 @@ constexpr std::size_t kLongestPerChunk = (kChunk - 2 * sizeof(void*)) / (NAME_MA
 
 int g_readsUntilError = INT_MAX;
 
-// Read before the real entries. Longer than the names of any file system that the kernel has.
+// Read so many times before the real entries. Longer than the names of any file system that the
+// kernel has.
 std::string g_longName;
+std::size_t g_longNames = 0;
 
 int PassAll(const struct dirent*) {
     return 1;
@@ -40,7 +42,7 @@ class DirectoryNamesTest : public testing::Test {
 protected:
     DirectoryNamesTest() {
         g_readsUntilError = INT_MAX;
-        g_longName.clear();
+        g_longNames = 0;
     }
 
     void MakeLongNames(std::size_t count) const {
@@ -128,13 +130,27 @@ TEST_F(DirectoryNamesTest, ThatDoNotFitAreNone) {
 TEST_F(DirectoryNamesTest, ANameOfAWholeChunkIsTheLongest) {
     std::size_t room = 2 * kChunk;
     g_longName = std::string(kLongestAtAll, 'x');
+    g_longNames = 1;
     EXPECT_EQ(List(&room), 0);
     EXPECT_THAT(TakeAll(), testing::ElementsAre(std::string(kLongestAtAll, 'x')));
 
     g_longName = std::string(kLongestAtAll + 1, 'x');
+    g_longNames = 1;
     EXPECT_EQ(List(&room), ENOMEM);
     EXPECT_EQ(room, 2 * kChunk);
     EXPECT_THAT(TakeAll(), IsEmpty());
+}
+
+TEST_F(DirectoryNamesTest, OfAWalkTake256MiBAtMost) {
+    constexpr std::size_t kMost = std::size_t{256} * 1024 * 1024 / kChunk;
+    std::size_t room = k_roomForNames;
+    g_longName = std::string(kLongestAtAll, 'x');
+    g_longNames = kMost;
+    EXPECT_EQ(List(&room), 0);
+    FreeDirectoryNames(&names_);
+
+    g_longNames = kMost + 1;
+    EXPECT_EQ(List(&room), ENOMEM);
 }
 
 TEST_F(DirectoryNamesTest, OfAListingThatBreaksOffAreNone) {
@@ -159,12 +175,12 @@ static struct dirent* LongEntry() {
     alignas(struct dirent) static char entry[2 * kChunk];
     const std::size_t nameAt = offsetof(struct dirent, d_name);
     memcpy(entry + nameAt, g_longName.c_str(), g_longName.size() + 1);
-    g_longName.clear();
+    --g_longNames;
     return reinterpret_cast<struct dirent*>(entry);
 }
 
 struct dirent* __wrap_readdir(DIR* directory) {
-    if (!g_longName.empty())
+    if (g_longNames > 0)
         return LongEntry();
     if (--g_readsUntilError != 0)
         return __real_readdir(directory);
