@@ -41,7 +41,7 @@ struct XmlTagName {
 namespace detail {
 
 constexpr auto MakeTagNames() {
-    std::array<XmlTagName, 'z' + 1> names{};
+    std::array<XmlTagName, 't' + 1> names{}; // up to the last letter that is a name
     const auto add = [&names](XmlTag tag, std::string_view text) {
         const std::uint64_t end = std::uint64_t{'>'} << (8 * text.size());
         names[static_cast<unsigned char>(tag)] = {text, PackName(text) | end};
