@@ -4,6 +4,7 @@
 
 #include <CoreFoundation/CFNumber.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -18,6 +19,9 @@ struct Countdown {
 };
 constinit thread_local Countdown t_countdown = {};
 constinit thread_local bool t_isExempt = false;
+
+// More would take long in tests of large blocks.
+constexpr std::size_t kFilledBytes = 64 * 1024;
 
 bool IsRefused() noexcept {
     if (t_isExempt || (t_countdown.untilFault > 0 && --t_countdown.untilFault > 0))
@@ -69,11 +73,14 @@ CFNumberRef __real_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, c
 CFNumberRef __wrap_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
 void* __wrap_malloc(std::size_t size) {
-    return IsRefused() ? nullptr : __real_malloc(size);
+    void* memory = IsRefused() || size == 0 ? nullptr : __real_malloc(size);
+    if (memory != nullptr)
+        std::memset(memory, 0xA5, std::min(size, kFilledBytes));
+    return memory;
 }
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-    return IsRefused() ? nullptr : __real_calloc(count, size);
+    return IsRefused() || count == 0 || size == 0 ? nullptr : __real_calloc(count, size);
 }
 
 void* __wrap_realloc(void* memory, std::size_t size) {
@@ -88,6 +95,11 @@ char* __wrap_strdup(const char* text) {
 __attribute__((weak)) CFNumberRef __wrap_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type,
                                                         const void* value) {
     CFNumberRef number = IsRefused() ? nullptr : __real_CFNumberCreate(allocator, type, value);
+    if (NumberReferences::MakesObjectOf(number)) {
+        double real = 0;
+        CFNumberGetValue(number, kCFNumberFloat64Type, &real);
+        number = __real_CFNumberCreate(allocator, kCFNumberFloat64Type, &real);
+    }
     NumberReferences::NoteMade(number);
     return number;
 }

@@ -8,6 +8,9 @@
  * Name the sources with ALLOCATION_FAULTS in add_unit_test. Only the thread that made the fault
  * sees it, so a test's threads do not disturb each other. The test framework allocates too: check
  * results after the fault has ended.
+ *
+ * For zero bytes malloc and calloc return null, as they may; and what malloc returns is filled, so
+ * that nobody takes it for zeroed memory.
  */
 
 #include <cstddef>

@@ -36,15 +36,14 @@ public:
             CFRelease(s_numbers[i]);
         }
         s_kept.fill(nullptr);
+        s_makesObjectsOfAll = false;
     }
     NumberReferences(const NumberReferences&) = delete;
     NumberReferences& operator=(const NumberReferences&) = delete;
 
     // Any thread. Takes no lock and no memory, both of which tests may watch.
     static void NoteMade(CFNumberRef number) {
-        const bool isObject =
-            number != nullptr && (reinterpret_cast<std::uintptr_t>(number) & 1U) == 0;
-        if (!isObject || !s_isWatching)
+        if (number == nullptr || !IsObject(number) || !s_isWatching)
             return;
         const std::size_t index = s_made++;
         if (index >= kCapacity)
@@ -59,11 +58,23 @@ public:
             *std::find(s_kept.begin(), s_kept.end(), nullptr) = number;
     }
 
+    // From here on an integer that is no object is made as the real of the same value, which is:
+    // for numbers of 16 bits.
+    static void MakeObjectsOfAll() {
+        s_makesObjectsOfAll = true;
+    }
+    static bool MakesObjectOf(CFNumberRef number) {
+        return s_makesObjectsOfAll && number != nullptr && !IsObject(number);
+    }
+
     static std::int32_t CountReferences(CFTypeRef object) {
         return static_cast<const cf::Object*>(object)->references;
     }
 
 private:
+    static bool IsObject(CFNumberRef number) {
+        return (reinterpret_cast<std::uintptr_t>(number) & 1U) == 0;
+    }
     static bool IsKept(const void* number) {
         return std::find(s_kept.begin(), s_kept.end(), number) != s_kept.end();
     }
@@ -73,6 +84,7 @@ private:
     static constexpr std::size_t kCapacity = 1'000'000;
 
     inline static std::atomic<bool> s_isWatching = false;
+    inline static std::atomic<bool> s_makesObjectsOfAll = false;
     inline static std::atomic<std::size_t> s_made = 0;
     inline static std::array<CFNumberRef, kCapacity> s_numbers = {};
     inline static std::array<const void*, 64> s_kept = {}; // of the timers' one thread

@@ -284,6 +284,17 @@ TEST_F(Store, RemovingTakesOneElementOff) {
     EXPECT_TRUE(IsInProgress(kChanger, 7));
 }
 
+TEST_F(Store, ElementsThatWereComparedAreReleased) {
+    AddChanger(kChanger);
+    NumberReferences::MakeObjectsOfAll();
+    for (const UInt16 elem : std::initializer_list<UInt16>{5, 5, 7})
+        EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, elem), nullptr);
+    EXPECT_TRUE(IsInProgress(kChanger, 5));
+    for (const UInt16 elem : std::initializer_list<UInt16>{5, 9})
+        EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, elem), nullptr);
+    EXPECT_FALSE(IsInProgress(kChanger, 5));
+}
+
 // An equal number twice can only come from elsewhere; the first goes.
 TEST_F(Store, RemovingTakesTheFirstOccurrence) {
     ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary({{"In Progress", Array({5, 3, 5})}})),
