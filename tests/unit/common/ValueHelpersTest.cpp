@@ -119,27 +119,36 @@ TEST_F(ValueHelpers, WithoutMemoryNoTextIsSet) {
 
 // Wherever memory ends: at the value, at the first padding or at some later one.
 TEST_F(ValueHelpers, AnArraySetThatFailsLeavesNoPaddingBehind) {
-    using Set = VErrLink* (*)(CFMutableArrayRef array);
+    struct Set {
+        VErrLink* (*call)(CFMutableArrayRef array);
+        Chain failure;
+    };
     constexpr CFIndex kIndex = 20;
     const Set sets[] = {
-        [](CFMutableArrayRef to) { return CFHArraySetSInt64Value(to, kIndex, 1); },
-        [](CFMutableArrayRef to) { return CFHArraySetUInt16Value(to, kIndex, 1); },
-        [](CFMutableArrayRef to) { return CFHArraySetAddrValue(to, kIndex, to); },
-        [](CFMutableArrayRef to) { return CFHArraySetStringValue(to, kIndex, "text", kUTF8); },
-        [](CFMutableArrayRef to) { return CFHArraySetBoolValue(to, kIndex, 1); },
+        {[](CFMutableArrayRef to) { return CFHArraySetSInt64Value(to, kIndex, 1); },
+         {RaisedByHelper("CFHArraySetSInt64Value", "fail alloc num")}},
+        {[](CFMutableArrayRef to) { return CFHArraySetUInt16Value(to, kIndex, 1); },
+         {RaisedByHelper("CFHArraySetUInt16Value", "fail alloc num")}},
+        {[](CFMutableArrayRef to) { return CFHArraySetAddrValue(to, kIndex, to); },
+         {RaisedByHelper("CFHArraySetAddrValue", "fail alloc num")}},
+        {[](CFMutableArrayRef to) { return CFHArraySetStringValue(to, kIndex, "text", kUTF8); },
+         {RaisedByHelper("CFHArraySetStringValue", "fail alloc str")}},
+        {[](CFMutableArrayRef to) { return CFHArraySetBoolValue(to, kIndex, 1); },
+         {RaisedByHelper("CFHArraySetBoolValue", "fail CFHArrayPadToValueAtIndex")}},
     };
     array = Array({"first"});
-    for (const Set set : sets) {
+    for (const Set& set : sets) {
         VErrLink* err = nullptr;
         std::size_t faults = 0;
-        SweepAllocationFaults([&](std::size_t) { err = set(array); },
-                              [&](std::size_t nth, bool happened) {
-                                  faults += happened;
-                                  EXPECT_EQ(TakeChain(err).empty(), !happened) << nth;
-                                  EXPECT_EQ(CFArrayGetCount(array), happened ? 1 : kIndex + 1)
-                                      << nth;
-                                  array = Array({"first"});
-                              });
+        SweepAllocationFaults(
+            [&](std::size_t) { err = set.call(array); },
+            [&](std::size_t nth, bool happened) {
+                faults += happened;
+                EXPECT_EQ(TakeChain(err), happened ? set.failure : Chain()) << nth;
+                EXPECT_EQ(CFArrayGetCount(array), happened ? 1 : kIndex + 1) << nth;
+                EXPECT_TRUE(CFEqual(CFArrayGetValueAtIndex(array, 0), CFSTR("first")));
+                array = Array({"first"});
+            });
         EXPECT_GE(faults, 3U);
     }
 }

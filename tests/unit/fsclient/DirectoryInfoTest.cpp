@@ -27,6 +27,7 @@ namespace {
 
 std::string g_urlPath; // of the last URL made
 bool g_readWithoutText = false;
+int g_openStreams = 0;
 
 } // namespace
 
@@ -45,6 +46,10 @@ CFPropertyListRef __wrap_CFPropertyListCreateFromStream(CFAllocatorRef allocator
                                                         CFOptionFlags mutability,
                                                         CFPropertyListFormat* format,
                                                         CFStringRef* errorString);
+Boolean __real_CFReadStreamOpen(CFReadStreamRef stream);
+Boolean __wrap_CFReadStreamOpen(CFReadStreamRef stream);
+void __real_CFReadStreamClose(CFReadStreamRef stream);
+void __wrap_CFReadStreamClose(CFReadStreamRef stream);
 
 CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
                                                         CFIndex length, Boolean isDirectory) {
@@ -66,6 +71,17 @@ CFPropertyListRef __wrap_CFPropertyListCreateFromStream(CFAllocatorRef allocator
     return __real_CFPropertyListCreateFromStream(allocator, stream, length, mutability, format,
                                                  errorString);
 }
+
+Boolean __wrap_CFReadStreamOpen(CFReadStreamRef stream) {
+    const Boolean isOpen = __real_CFReadStreamOpen(stream);
+    g_openStreams += isOpen;
+    return isOpen;
+}
+
+void __wrap_CFReadStreamClose(CFReadStreamRef stream) {
+    --g_openStreams;
+    __real_CFReadStreamClose(stream);
+}
 }
 
 namespace {
@@ -82,6 +98,10 @@ protected:
     DirectoryInfo() {
         g_urlPath.reserve(4096);
         g_readWithoutText = false;
+    }
+    ~DirectoryInfo() override {
+        EXPECT_EQ(g_openStreams, 0);
+        g_openStreams = 0;
     }
 
     void WriteRootInfo(std::string_view content) const {
