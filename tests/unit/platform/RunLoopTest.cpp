@@ -79,6 +79,11 @@ TEST(RunLoopTest, EachThreadHasItsOwn) {
     std::thread([own] { EXPECT_NE(CFRunLoopGetCurrent(), own); }).join();
 }
 
+TEST(RunLoopTest, ModesAreCalledLikeTheirNames) {
+    EXPECT_TRUE(CFEqual(kCFRunLoopDefaultMode, CFSTR("kCFRunLoopDefaultMode")));
+    EXPECT_TRUE(CFEqual(kCFRunLoopCommonModes, CFSTR("kCFRunLoopCommonModes")));
+}
+
 TEST(RunLoopTest, EmptyLoopReturnsAtOnce) {
     CFRunLoopRun();
 }

@@ -64,9 +64,10 @@ protected:
     }
 
     // As the notification callback does it, the state lock held.
-    static Chain Start(SInt32 buildDirCache = 0) {
+    static Chain Start(SInt32 buildDirCache = 0, UInt64 changerGUID = kChanger,
+                       UInt16 storageElem = kElem) {
         EXPECT_EQ(LockMediaIdState(), nullptr);
-        Chain chain = TakeChain(StartMediaId(kChanger, kElem, buildDirCache));
+        Chain chain = TakeChain(StartMediaId(changerGUID, storageElem, buildDirCache));
         UnlockMediaIdState();
         return chain;
     }
@@ -306,6 +307,22 @@ TEST_F(MediaIdServer, ElementLeftOnTheListIsTakenOffForTheNextServer) {
         Handle(kNextServer);
         EXPECT_EQ(InProgressCount(kChanger), 0U);
     }
+}
+
+TEST_F(MediaIdServer, ElementsWithAPartInCommonAreTakenOffForTheNextServerAlike) {
+    AddChanger(kOtherChanger);
+    for (const UInt64 changer : {kChanger, kOtherChanger}) {
+        for (const UInt16 elem : std::initializer_list<UInt16>{kElem, 6}) {
+            FakeServer::Fail("withdraw");
+            EXPECT_EQ(Start(0, changer, elem), Chain());
+            HeldThreads::RunNext();
+        }
+        EXPECT_EQ(InProgressCount(changer), 2U);
+    }
+    log_.Take();
+    Handle(kNextServer);
+    EXPECT_EQ(InProgressCount(kChanger), 0U);
+    EXPECT_EQ(InProgressCount(kOtherChanger), 0U);
 }
 
 TEST_F(MediaIdServer, SameProcessIdWithAnotherStartTimeIsTheNextServer) {
