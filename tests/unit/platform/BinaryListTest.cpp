@@ -283,6 +283,10 @@ TEST(BinaryList, RefusesWrongTrailers) {
     refused([](BinaryList& list) { list.tableShift = 1000; });
     refused([](BinaryList& list) { list.tableShift = ~0ULL - 3; });
     refused([](BinaryList& list) { list.tableShift = 0 - std::uint64_t{9}; });
+    refused([](BinaryList& list) { // as many offsets as fit between the trailer and a place in it
+        list.tableShift = 4;
+        list.objectCount = 0x5555555555555555;
+    });
 }
 
 TEST(BinaryList, TopObjectIsTheOneThatTheTrailerNames) {

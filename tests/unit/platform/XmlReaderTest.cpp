@@ -322,6 +322,8 @@ const Row kScalars[] = {
      "Unknown character 'x' (0x78) in <integer> on line 6"},
     {"IntegerInArrayOnItsLine", "<array>\n<integer>\n\n1x</integer></array>",
      "Unknown character 'x' (0x78) in <integer> on line 4"},
+    {"IntegerAtTheBeginningOfItsLine", "<array>\n<integer>\nx</integer></array>",
+     "Unknown character 'x' (0x78) in <integer> on line 3"},
     {"IntegerBeforeElementCut", "<array>\n<integer>5<x",
      "Encountered unexpected character x on line 2 while looking for close tag"},
     {"IntegerBeforeLaterFault", "<array><integer>x</integer>\n<foo/></array>",

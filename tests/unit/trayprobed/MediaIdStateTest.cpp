@@ -20,6 +20,21 @@ VErrLink* StartChangerFSCache(UInt64) {
     return nullptr;
 }
 
+// Without a dictionary the real one may end the process, and without keys it gives nothing.
+extern "C" {
+void __real_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
+                                         const void** values);
+void __wrap_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
+                                         const void** values);
+
+void __wrap_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
+                                         const void** values) {
+    EXPECT_NE(dict, nullptr);
+    EXPECT_NE(keys, nullptr);
+    __real_CFDictionaryGetKeysAndValues(dict, keys, values);
+}
+}
+
 namespace {
 
 constexpr const char* kSource = "trayprobed/MediaIdState";
