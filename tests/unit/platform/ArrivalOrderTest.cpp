@@ -37,6 +37,7 @@ bool g_isStopped = false; // the background thread does not run
 bool g_chunkFault = false;
 std::atomic<bool> g_findsNothing = false; // who reads, as if another reader had been faster
 std::atomic<int> g_vainReads = 0;
+std::atomic<bool> g_interruptsLooks = false; // for the end
 
 } // namespace
 
@@ -49,6 +50,10 @@ ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags);
 
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
+    if (g_interruptsLooks && (flags & MSG_PEEK) != 0) {
+        errno = EINTR;
+        return -1;
+    }
     if (!g_findsNothing)
         return __real_recv(socket, bytes, count, flags);
     ++g_vainReads;
@@ -224,6 +229,17 @@ TEST_F(ArrivalOrderTest, InputThatIsNotToBeHadYetIsNotWaitedFor) {
     Run();
     EXPECT_EQ(g_vainReads, 1);
     EXPECT_THAT(order_, ElementsAre("timer", "reply"));
+}
+
+TEST_F(ArrivalOrderTest, InterruptedLookForTheEndIsNoEnd) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const Stop stop;
+    peer_.Write("reply");
+    clock_.Advance(31);
+    g_interruptsLooks = true;
+    Run();
+    g_interruptsLooks = false;
+    EXPECT_THAT(order_, ElementsAre("reply", "timer"));
 }
 
 TEST_F(ArrivalOrderTest, ResetBehindInputBeforeTheDateGoesFirst) {

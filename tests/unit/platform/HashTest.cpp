@@ -23,6 +23,17 @@ TEST(Hash, WordsThatDifferInEightBitsFindDifferentPlaces) {
     }
 }
 
+// Of two words and a rest.
+TEST(Hash, TextsThatDifferInOneByteFindDifferentPlaces) {
+    char text[] = "twenty one characters";
+    for (char& byte : text) {
+        std::set<std::uint32_t> places;
+        for (std::uint32_t i = 0; i < kPlaces; ++i, ++byte)
+            places.insert(cf::HashBytes(text, sizeof text) % kPlaces);
+        EXPECT_GT(places.size(), kFewest) << &byte - text;
+    }
+}
+
 TEST(Hash, TextsOfZerosFindDifferentPlaces) {
     const char zeros[kPlaces] = {};
     std::set<std::uint32_t> places;

@@ -94,6 +94,8 @@ TEST(Number, ConvertsReals) {
         {-0x1p31, {{false, 0}, {false, 0}, {true, INT32_MIN}, {true, INT32_MIN}}},
         {0x1p31, {{false, 0}, {false, 0}, {false, INT32_MIN}, {true, std::int64_t{1} << 31}}},
         {-0x1p63, {{false, 0}, {false, 0}, {false, INT32_MIN}, {true, INT64_MIN}}},
+        {0x1.8p30, {{false, 0}, {false, 0}, {true, 3 << 29}, {true, 3 << 29}}},
+        {0x1.8p62, {{false, 0}, {false, 0}, {false, INT32_MIN}, {true, std::int64_t{3} << 61}}},
         {0x1p63, nowhere},
         {1e30, nowhere},
         {-1e30, nowhere},

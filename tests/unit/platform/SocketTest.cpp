@@ -38,6 +38,7 @@ std::atomic<bool> g_chunkFault = false;   // no memory for what arrives
 std::atomic<int> g_untilInterruption = 0; // counts waits for room down to one that is interrupted
 std::atomic<int> g_readsToFail = 0;       // in the background
 std::atomic<int> g_readError = 0;         // with which they fail
+std::atomic<CFTypeRef> g_kept = nullptr;  // a chunk that says "keep me", with a reference more
 std::function<void()> g_makeRoom;         // in place of any other wait for room
 thread_local std::vector<double> t_waits; // for room: how long each may take, in seconds
 
@@ -63,7 +64,13 @@ int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* even
 CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length) {
     if (length > 0 && g_chunkFault)
         return nullptr;
-    return __real_CFDataCreate(allocator, bytes, length);
+    CFDataRef data = __real_CFDataCreate(allocator, bytes, length);
+    if (std::string_view(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length)) ==
+        "keep me") {
+        g_kept = CFRetain(data);
+        g_kept.notify_all();
+    }
+    return data;
 }
 
 int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit,
@@ -611,6 +618,20 @@ TEST(SocketLifeTest, AnotherSourceTakesWhatIsQueued) {
     socket.atChunk = StopCurrentRun;
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks, Chunks{"queued"});
+}
+
+TEST(SocketLifeTest, InvalidatedReleasesWhatIsQueued) {
+    const LocalServer server;
+    TestSocket socket(server);
+    const Peer peer = server.Accept();
+    socket.AddToLoop();
+    g_kept = nullptr;
+    peer.Write("keep me");
+    g_kept.wait(nullptr);
+    const auto* chunk = static_cast<const cf::Object*>(g_kept.load());
+    CFSocketInvalidate(socket.Get());
+    EXPECT_EQ(chunk->references, 1);
+    CFRelease(chunk);
 }
 
 TEST(SocketLifeTest, DroppedInItsOwnCalloutIsGoneWithWhatIsQueued) {
