@@ -182,6 +182,16 @@ TEST_F(ArrivalOrderTest, InputReadInTheBackgroundAfterAStopKeepsItsPlace) {
     EXPECT_THAT(order_, ElementsAre("before", "timer", "after"));
 }
 
+TEST_F(ArrivalOrderTest, MuchInputReadInTheBackgroundBeforeTheDateGoesFirst) {
+    TestTimer timer(In(30), 0, Note("timer"));
+    const std::string large(200'000, 'x');
+    Send(large);
+    clock_.Advance(31);
+    Run();
+    EXPECT_EQ(socket_.Received(), large);
+    EXPECT_EQ(order_.back(), "timer");
+}
+
 TEST_F(ArrivalOrderTest, AllInputBeforeTheDateGoesFirstAndSoDoesTheEnd) {
     TestTimer timer(In(30), 0, Note("timer"));
     const Stop stop;

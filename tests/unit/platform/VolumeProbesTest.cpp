@@ -4,17 +4,40 @@
 #include "PrivateMounts.h"
 #include "loop/RunLoop.h"
 
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace {
+
+std::atomic<int> g_openFlags = 0; // of the last call
+
+} // namespace
+
+extern "C" {
+int __real_open(const char* path, int flags, mode_t mode);
+int __wrap_open(const char* path, int flags, ...);
+
+int __wrap_open(const char* path, int flags, ...) {
+    g_openFlags = flags;
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return __real_open(path, flags, mode);
+}
+}
 
 namespace disks {
 namespace {
@@ -58,6 +81,7 @@ TEST_F(VolumeProbesTest, OpenNothingButDirectories) {
         inotify_event event = {};
         const bool wasOpened = read(watcher, &event, sizeof event) > 0;
         EXPECT_EQ(wasOpened, path == directory) << path;
+        EXPECT_EQ(g_openFlags & (O_NONBLOCK | O_CLOEXEC), O_NONBLOCK | O_CLOEXEC);
     }
     close(watcher);
     unlink(pipe.c_str());
