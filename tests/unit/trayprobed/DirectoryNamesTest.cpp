@@ -141,6 +141,14 @@ TEST_F(DirectoryNamesTest, ANameOfAWholeChunkIsTheLongest) {
     EXPECT_THAT(TakeAll(), IsEmpty());
 }
 
+TEST_F(DirectoryNamesTest, ThatFillAChunkTakeOne) {
+    std::size_t room = kChunk;
+    g_longName = std::string((kLongestAtAll - 1) / 2, 'x');
+    g_longNames = 2;
+    EXPECT_EQ(List(&room), 0);
+    EXPECT_EQ(TakeAll().size(), 2U);
+}
+
 TEST_F(DirectoryNamesTest, OfAWalkTake256MiBAtMost) {
     constexpr std::size_t kMost = std::size_t{256} * 1024 * 1024 / kChunk;
     std::size_t room = k_roomForNames;
