@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -80,6 +81,11 @@ bool Fails(std::string_view function) noexcept {
     g_happened = true;
     errno = failure->error;
     return true;
+}
+
+// No descriptor may get into another program.
+void ExpectCloseOnExec(int flags) {
+    EXPECT_NE(flags & O_CLOEXEC, 0);
 }
 
 } // namespace
@@ -167,6 +173,7 @@ int __wrap_open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
+    ExpectCloseOnExec(flags);
     return Fails("open") ? -1 : __real_open(path, flags, mode);
 }
 
@@ -175,6 +182,7 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
     va_start(arguments, flags);
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
+    ExpectCloseOnExec(flags);
     return Fails("openat") ? -1 : __real_openat(directory, path, flags, mode);
 }
 
