@@ -133,6 +133,20 @@ TEST(StringCreate, RefusesInvalidUtf8) {
         EXPECT_EQ(CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8), nullptr) << text;
 }
 
+// Each byte behind the first one of a sequence, one below the least and one above the greatest.
+TEST(StringCreate, RefusesWhatIsBeyondTheBordersOfUtf8) {
+    for (const std::string valid : {"\xC2\x80", "\xE1\x80\x80", "\xF1\x80\x80\x80"}) {
+        EXPECT_NE(Text(valid.c_str()), nullptr);
+        for (std::size_t i = 1; i < valid.size(); ++i) {
+            for (const char byte : {'\x7F', '\xC0'}) {
+                std::string text = valid;
+                text[i] = byte;
+                EXPECT_EQ(Text(text.c_str()), nullptr) << i;
+            }
+        }
+    }
+}
+
 TEST(StringCreate, AcceptsTheBordersOfUtf8) {
     const char* const valid[] = {"",
                                  "\x7F",

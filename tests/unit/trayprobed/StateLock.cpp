@@ -53,8 +53,8 @@ int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 
 int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex) {
     const int status = __real_pthread_mutex_destroy(mutex);
-    if (mutex != g_stateMutex &&
-        g_stateMutex != nullptr) // before the first one is made, any counts
+    const bool isAnother = g_stateMutex != nullptr && mutex != g_stateMutex; // before, any counts
+    if (isAnother)
         return status;
     ++g_destroyedCount;
     return g_destroyStatus != 0 ? std::exchange(g_destroyStatus, 0) : status;
