@@ -236,6 +236,20 @@ TEST_F(MediaIdManager, AFailureEndsThePass) {
     }
 }
 
+TEST_F(MediaIdManager, AnEntryWithoutAGuidIsToldByEachStepThatReadsIt) {
+    const auto changer = Without(Changer(kChanger), "GUID");
+    const auto toldBy = [&](VErrLink* (*step)(CFDictionaryRef changerInfo)) {
+        const RaisedLink link = TakeChain(step(changer)).back();
+        return link.function + ": " + link.message;
+    };
+    EXPECT_EQ(toldBy(HandleAddedChangers), "HandleAddedChangers: fail get changer GUID");
+    EXPECT_EQ(toldBy(UpdateChangerSettings), "UpdateChangerSettings: fail get changer GUID");
+    EXPECT_EQ(toldBy(HandleChangerOperationAbort),
+              "HandleChangerOperationAbort: fail get changer GUID");
+    EXPECT_EQ(toldBy(HandleManualChangerFSBuildStart),
+              "HandleManualChangerFSBuildStart: fail get changer GUID");
+}
+
 TEST_F(MediaIdManager, AFailedBuildStartEndsThePass) {
     g_fakes.failing = "StartChangerFSCache";
     EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Request Identification", true}}),
