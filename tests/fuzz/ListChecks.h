@@ -16,7 +16,8 @@ bool HasXml(CFPropertyListRef list);
 // Mutable containers change nothing of what is read, refused or said about it.
 void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable);
 
-// What is written is read again, as the same values, and then written the same.
+// What is written is read again, as the same values, and then written the same; but for texts that
+// begin with a byte-order mark.
 void ExpectSameWhenReadAgain(CFPropertyListRef list);
 
 // Where libplist accepts the list too, it finds the same in it.
