@@ -1,4 +1,7 @@
+#include "Held.h"
+
 #include "objects/Hash.h"
+#include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +24,19 @@ TEST(Hash, WordsThatDifferInEightBitsFindDifferentPlaces) {
             places.insert(cf::HashWord(i << lowest) % kPlaces);
         EXPECT_GT(places.size(), kFewest) << lowest;
     }
+}
+
+TEST(Hash, NumbersThatAreNoSignedIntegersFindDifferentPlaces) {
+    std::set<std::uint32_t> ofReals;
+    std::set<std::uint32_t> ofUnsigned;
+    for (std::uint64_t i = 0; i < kPlaces; ++i) {
+        const Held<CFTypeRef> real(cf::SharedReal(0.001 * static_cast<double>(i)));
+        const Held<CFTypeRef> large(cf::SharedUnsignedInteger((std::uint64_t{1} << 63) + i));
+        ofReals.insert(cf::Hash(cf::AsObject(real)) % kPlaces);
+        ofUnsigned.insert(cf::Hash(cf::AsObject(large)) % kPlaces);
+    }
+    EXPECT_GT(ofReals.size(), kFewest);
+    EXPECT_GT(ofUnsigned.size(), kFewest);
 }
 
 // Of two words and a rest.

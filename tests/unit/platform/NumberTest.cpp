@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <set>
 
 namespace {
 
@@ -174,20 +173,6 @@ TEST(Number, EqualsAndHashesAcrossWidths) {
     EXPECT_FALSE(CFEqual(numbers[0], Real(300.5)));
     EXPECT_TRUE(CFEqual(Real(0.0), Real(-0.0)));
     EXPECT_TRUE(CFEqual(Real(1.5), Real(1.5)));
-}
-
-// Of 256 random places, fewer than 120 hardly ever differ.
-TEST(Number, ThatIsNoSignedIntegerHashesByAllItsBits) {
-    std::set<std::uint32_t> ofReals;
-    std::set<std::uint32_t> ofUnsigned;
-    for (std::uint64_t i = 0; i < 256; ++i) {
-        const Held<CFTypeRef> real(cf::SharedReal(0.001 * static_cast<double>(i)));
-        const Held<CFTypeRef> large(cf::SharedUnsignedInteger((std::uint64_t{1} << 63) + i));
-        ofReals.insert(cf::Hash(cf::AsObject(real)) % 256);
-        ofUnsigned.insert(cf::Hash(cf::AsObject(large)) % 256);
-    }
-    EXPECT_GT(ofReals.size(), 120U);
-    EXPECT_GT(ofUnsigned.size(), 120U);
 }
 
 TEST(Number, OfANarrowTypeIsSigned) {
