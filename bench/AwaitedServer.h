@@ -7,8 +7,8 @@
 
 namespace bench {
 
-// This process poses as a server that a daemon is going to connect to: it has the name, and listens
-// for subscribers.
+// This process poses as a server that a daemon is going to connect to: it has the name, listens for
+// subscribers, and gives requests back as their replies, which is good enough for the daemon's.
 class AwaitedServer {
 public:
     AwaitedServer();
@@ -16,12 +16,19 @@ public:
     AwaitedServer(const AwaitedServer&) = delete;
     AwaitedServer& operator=(const AwaitedServer&) = delete;
 
-    void AwaitSubscriber() const;
+    // The connection of the next one.
+    stage::Descriptor AwaitSubscriber() const;
+    void AnswerRequests(std::size_t count) const;
 
 private:
-    const std::string path_;
-    const stage::Descriptor listener_;
+    const std::string subscriberPath_;
+    const std::string requestPath_;
+    const stage::Descriptor subscribers_;
+    const stage::Descriptor requests_;
 };
+
+// Sends all of it. Throws when the subscriber takes nothing for as long as anything is waited for.
+void Push(const stage::Descriptor& subscriber, const std::string& bytes);
 
 } // namespace bench
 

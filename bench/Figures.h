@@ -5,6 +5,7 @@
 
 namespace bench {
 
+void MeasureMemory(Report& report);
 void MeasureWalk(Report& report);
 void MeasureNotifications(Report& report);
 void MeasureServer(Report& report);

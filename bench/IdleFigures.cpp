@@ -2,11 +2,11 @@
 
 #include "AwaitedServer.h"
 #include "InOrder.h"
+#include "ProcessMemory.h"
 #include "ProcessorTime.h"
 #include "Program.h"
 
 #include "stage/Failure.h"
-#include "stage/ProcessState.h"
 #include "stage/ReadWatch.h"
 #include "stage/Scene.h"
 
@@ -16,7 +16,6 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,18 +72,6 @@ void StartConnected(stage::Scene& scene) {
     infoFile.AwaitReads(2);
     scene.Server().Await("request", {{"command", "set client status"}});
     std::this_thread::sleep_for(seconds(1)); // threads of the start may still be ending
-}
-
-double ReadPrivateMemory(pid_t process) {
-    std::istringstream lines(stage::ReadProcFile(process, "smaps_rollup"));
-    double kibibytes = 0;
-    for (std::string word; lines >> word;) {
-        if (word == "Private_Clean:" || word == "Private_Dirty:") {
-            lines >> word;
-            kibibytes += std::stod(word);
-        }
-    }
-    return kibibytes * kKibibyte;
 }
 
 void MeasureConnected(Report& report) {

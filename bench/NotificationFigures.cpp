@@ -1,7 +1,6 @@
 #include "Figures.h"
 
 #include "Contest.h"
-#include "Memory.h"
 #include "Notification.h"
 #include "Shelf.h"
 
@@ -11,13 +10,9 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace bench {
 namespace {
-
-constexpr int kChangesADay = 1200;
-constexpr int kDaysAYear = 365;
 
 struct Size {
     std::size_t changers;
@@ -65,65 +60,12 @@ void MeasureDelivery(Report& report, Size size) {
                      Contest::Tell(times, {"reading", "all"}));
 }
 
-long GrowthByLibplist(const std::string& text) {
-    const long before = HeapInUse();
-    plist_t list = nullptr;
-    plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &list);
-    return HeapInUse() - before;
-}
-
-// What reading the last of these takes, while those before are kept.
-long GrowthByLast(const std::vector<std::string>& texts) {
-    long growth = 0;
-    for (const std::string& text : texts) {
-        const Notification notification(text);
-        const long before = HeapInUse();
-        notification.Keep();
-        growth = HeapInUse() - before;
-    }
-    return growth;
-}
-
-long GrowthInADay(Shelf shelf) {
-    Notification(shelf.MakeNotification()).Keep();
-    const long before = HeapInUse();
-    for (std::size_t change = 0; change < kChangesADay; ++change) {
-        shelf.ChangeDisc(change * 7919 % shelf.CountDiscs());
-        Notification(shelf.MakeNotification()).Keep();
-    }
-    return HeapInUse() - before;
-}
-
-void MeasureMemory(Report& report) {
-    Shelf shelf(kLarge.changers, kLarge.slots);
-    const auto discs = static_cast<double>(shelf.CountDiscs());
-    const std::string text = shelf.MakeNotification();
-    const auto libplist = MeasureApart([&] { return GrowthByLibplist(text); });
-    const auto first = MeasureApart([&] { return GrowthByLast({text}); });
-    const auto second = MeasureApart([&] { return GrowthByLast({text, text}); });
-    report.AddAtMost("memory of the first list, a disc", 300, static_cast<double>(first) / discs,
-                     "bytes",
-                     "libplist " + InUnits(static_cast<double>(libplist) / discs, "bytes"));
-    report.AddAtMost("of the same again, for all", 1, static_cast<double>(second) / kKibibyte,
-                     "KiB", "");
-    shelf.ChangeDisc(0);
-    const std::string changed = shelf.MakeNotification();
-    const auto third = MeasureApart([&] { return GrowthByLast({text, changed}); });
-    report.AddAtMost("of one with one disc changed, for all", 8,
-                     static_cast<double>(third) / kKibibyte, "KiB", "");
-
-    const auto day = static_cast<double>(MeasureApart([&] { return GrowthInADay(shelf); }));
-    report.AddUnjudged("of a day of " + std::to_string(kChangesADay) + " changes", day / kMebibyte,
-                       "MiB", "a year: " + InUnits(day * kDaysAYear / kMebibyte, "MiB"));
-}
-
 } // namespace
 
 void MeasureNotifications(Report& report) {
     report.BeginSection("Notifications", "A \"changer info\" of 10 changers with 500 slots each, "
                                          "and of one with 20, as XML. Beside: "
                                          "libplist's `plist_from_xml` with its `plist_free`.");
-    MeasureMemory(report); // first, in a process that has read nothing
     for (const Size size : {kSmall, kLarge}) {
         MeasureReading(report, "reading a list with none kept", size);
     }

@@ -1,22 +1,18 @@
 // carouseld-echo: a message server that gives every request back as its reply, one client at a
 // time, and ends with its standard input. It says one line when it listens.
 
+#include "Echo.h"
 #include "LocalAddress.h"
 
 #include <array>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
-
-constexpr std::size_t kHeader = 12; // signature, reserved, header size; then the payload's length
-constexpr std::size_t kRoom = 65536;
 
 int Listen(const std::string& path) {
     const sockaddr_un address = bench::LocalAddress(path);
@@ -25,25 +21,6 @@ int Listen(const std::string& path) {
         bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
         listen(socket, 16) == 0;
     return listens ? socket : -1;
-}
-
-void GiveBack(int client) {
-    std::array<char, kRoom> frame;
-    std::size_t size = 0;
-    std::uint32_t length = 0;
-    while (size < kHeader || size < kHeader + length) {
-        const ssize_t got = read(client, frame.data() + size, frame.size() - size);
-        if (got <= 0) {
-            return;
-        }
-        size += static_cast<std::size_t>(got);
-        std::memcpy(&length, frame.data() + 8, sizeof length);
-    }
-    if (write(client, frame.data(), size) > 0) {
-        // The client ends the connection.
-        while (read(client, frame.data(), frame.size()) > 0) {
-        }
-    }
 }
 
 bool AwaitClient(int listener) {
@@ -64,7 +41,7 @@ int main() {
     std::fflush(stdout);
     while (AwaitClient(listener)) {
         const int client = accept(listener, nullptr, nullptr);
-        GiveBack(client);
+        bench::GiveBack(client);
         close(client);
     }
     unlink(path.c_str());

@@ -81,7 +81,7 @@ Shelf::Shelf(std::size_t changers, std::size_t slots)
 }
 
 void Shelf::ChangeDisc(std::size_t disc) {
-    identifyTimes_.at(disc) += 86'400;
+    identifyTimes_.at(disc) += kBetweenLooks;
 }
 
 std::string Shelf::MakeNotification() const {

@@ -8,6 +8,10 @@
 
 namespace bench {
 
+// Seconds from one look at a disc to the next. No disc gets a time that another one has: their
+// first times are a multiple of 47 seconds apart, and of fewer than 86,400 of these.
+inline constexpr std::uint32_t kBetweenLooks = 86'400;
+
 // Changers full of identified discs, as a server shows them in its notifications. There is nothing
 // to do for the daemon.
 class Shelf {

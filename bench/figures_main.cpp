@@ -18,12 +18,11 @@ struct Section {
     void (*measure)(bench::Report& report);
 };
 
-// Notifications come first, while this process has read none.
-constexpr Section kSections[] = {{"notifications", bench::MeasureNotifications},
-                                 {"walk", bench::MeasureWalk},
-                                 {"server", bench::MeasureServer},
-                                 {"growth", bench::MeasureGrowth},
-                                 {"idle", bench::MeasureIdleAndStart}};
+// Memory and notifications come first, while this process has read none.
+constexpr Section kSections[] = {
+    {"memory", bench::MeasureMemory}, {"notifications", bench::MeasureNotifications},
+    {"walk", bench::MeasureWalk},     {"server", bench::MeasureServer},
+    {"growth", bench::MeasureGrowth}, {"idle", bench::MeasureIdleAndStart}};
 
 void Measure(const std::vector<std::string>& names) {
     bench::Report report;

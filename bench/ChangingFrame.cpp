@@ -1,0 +1,30 @@
+#include "ChangingFrame.h"
+
+#include "Frame.h"
+
+#include <charconv>
+
+namespace bench {
+namespace {
+
+constexpr std::size_t kDigits = 10; // from 2001 to 2106
+
+} // namespace
+
+ChangingFrame::ChangingFrame(const Shelf& shelf) : frame_(MakeFrame(shelf.MakeNotification())) {
+    const std::string key = "Media Identify Time";
+    const std::string tag = "<integer>";
+    for (std::size_t at = 0; (at = frame_.find(key, at)) != std::string::npos;) {
+        at = frame_.find(tag, at) + tag.size();
+        times_.push_back(at);
+    }
+}
+
+void ChangingFrame::ChangeDisc(std::size_t disc) {
+    char* const digits = frame_.data() + times_.at(disc);
+    std::uint32_t time = 0;
+    std::from_chars(digits, digits + kDigits, time);
+    std::to_chars(digits, digits + kDigits, time + kBetweenLooks);
+}
+
+} // namespace bench
