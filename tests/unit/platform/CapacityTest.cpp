@@ -15,8 +15,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <random>
+#include <set>
 #include <span>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -126,6 +129,72 @@ TEST(Capacity, NewTableIsTheSmallestThatIsNotTooFull) {
         EXPECT_TRUE(capacity == cf::kSmallestTable || !cf::HasRoomForOneMore(count, capacity / 2))
             << count;
     }
+}
+
+// Numbers that are their own hashes, zero being a free place.
+class Table {
+    auto IsFree() const {
+        return [this](std::size_t at) { return places_[at] == 0; };
+    }
+    template<typename IsSought>
+    std::size_t Find(std::uint32_t hash, IsSought isSought) const {
+        return cf::Probe(hash, places_.size(), IsFree(), isSought);
+    }
+
+public:
+    explicit Table(std::size_t capacity) : places_(capacity) {}
+
+    // Returns how many places were taken that the probe met.
+    std::size_t Add(std::uint32_t hash) {
+        std::size_t met = 0;
+        places_[Find(hash, [&](std::size_t) { return ++met, false; })] = hash;
+        return met;
+    }
+    bool Has(std::uint32_t hash) const {
+        return places_[Find(hash, [&](std::size_t at) { return places_[at] == hash; })] == hash;
+    }
+    void Remove(std::uint32_t hash) {
+        const std::size_t place = Find(hash, [&](std::size_t at) { return places_[at] == hash; });
+        places_[cf::CloseGap(
+            place, places_.size(), IsFree(), [this](std::size_t at) { return places_[at]; },
+            [this](std::size_t from, std::size_t to) { places_[to] = places_[from]; })] = 0;
+    }
+
+private:
+    std::vector<std::uint32_t> places_;
+};
+
+// As many as fill three quarters of it, of hashes that have a few bits more than tell the home.
+TEST(Capacity, TableOfMorePlacesThanHomesIsProbedInFewSteps) {
+    constexpr std::size_t kPlaces = std::size_t{4} << cf::kHomeBits;
+    constexpr std::size_t kEntries = kPlaces / 4 * 3;
+    Table table(kPlaces);
+    std::mt19937 random(1);
+    std::uniform_int_distribution<std::uint32_t> hashes(1, (1U << 24) - 1);
+    constexpr std::size_t kFewSteps = 16 * kEntries;
+    std::size_t met = 0;
+    for (std::size_t i = 0; i < kEntries && met < kFewSteps; ++i)
+        met += table.Add(hashes(random));
+    EXPECT_LT(met, kFewSteps);
+}
+
+// Some homes have more entries than places, so that they stand in the way of the next ones'.
+TEST(Capacity, TableOfMorePlacesThanHomesKeepsItsEntriesWhenOthersGo) {
+    constexpr std::uint32_t kEntries = 3000;
+    const auto hashOf = [](std::uint32_t i) {
+        return ((1U << cf::kHomeBits) - 1000 + i * i % 1009) | (i % 16) << cf::kHomeBits;
+    };
+    Table table(std::size_t{4} << cf::kHomeBits);
+    std::set<std::uint32_t> kept;
+    for (std::uint32_t i = 0; i < kEntries; ++i)
+        if (kept.insert(hashOf(i)).second)
+            table.Add(hashOf(i));
+    for (std::uint32_t i = 0; i < kEntries; i += 2)
+        if (kept.erase(hashOf(i)) > 0)
+            table.Remove(hashOf(i));
+    EXPECT_GT(kept.size(), 100U);
+    for (std::uint32_t i = 0; i < kEntries; ++i)
+        EXPECT_EQ(table.Has(hashOf(i)), kept.contains(hashOf(i))) << i;
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 namespace cf {
 namespace {
 
-constexpr unsigned kPartBits = 4;
+// The bits of a hash that do not tell the home.
+constexpr unsigned kPartBits = kHashBits - kHomeBits;
 constinit SharedTablePart g_parts[1U << kPartBits] = {}; // GCC 12 leaves it zero without braces
 
 } // namespace
