@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstddef>
 #include <string>
 
 namespace {
@@ -18,8 +19,8 @@ constexpr int kFewValues = 1000;
 int LeftAfter(const cf::Object* list, int left) {
     --left;
     if (const auto* array = cf::As<cf::Array>(list)) {
-        for (const cf::Object* member : cf::MembersOf(array))
-            left = left < 0 ? left : LeftAfter(member, left);
+        for (std::size_t i = 0; i < array->count; ++i)
+            left = left < 0 ? left : LeftAfter(cf::MemberAt(array, i), left);
     } else if (const auto* dictionary = cf::As<cf::Dictionary>(list)) {
         cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* value) {
             left = left < 0 ? left : LeftAfter(value, left);
@@ -32,8 +33,8 @@ int LeftAfter(const cf::Object* list, int left) {
 bool HasNull(const cf::Object* value) {
     bool hasNull = value == cf::AsObject(kCFNull);
     if (const auto* array = cf::As<cf::Array>(value)) {
-        for (const cf::Object* member : cf::MembersOf(array))
-            hasNull = hasNull || HasNull(member);
+        for (std::size_t i = 0; i < array->count; ++i)
+            hasNull = hasNull || HasNull(cf::MemberAt(array, i));
     } else if (const auto* dictionary = cf::As<cf::Dictionary>(value)) {
         cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* each) {
             hasNull = hasNull || HasNull(each);
@@ -50,8 +51,8 @@ bool HasAllInXml(const cf::Object* value) {
         return number->kind != cf::kRealNumber || !std::isnan(number->Real());
     bool hasAll = true;
     if (const auto* array = cf::As<cf::Array>(value)) {
-        for (const cf::Object* member : cf::MembersOf(array))
-            hasAll = hasAll && HasAllInXml(member);
+        for (std::size_t i = 0; i < array->count; ++i)
+            hasAll = hasAll && HasAllInXml(cf::MemberAt(array, i));
     } else if (const auto* dictionary = cf::As<cf::Dictionary>(value)) {
         cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* each) {
             hasAll = hasAll && HasAllInXml(each);

@@ -72,12 +72,12 @@ bool AreSameBytes(const cf::Object* ours, plist_t theirs) {
 
 std::string DifferenceOfMembers(const cf::Object* ours, plist_t theirs, EqualKeys equalKeys) {
     const auto* array = cf::As<cf::Array>(ours);
-    if (array == nullptr || cf::MembersOf(array).size() != plist_array_get_size(theirs))
+    if (array == nullptr || array->count != plist_array_get_size(theirs))
         return "array";
-    const auto members = cf::MembersOf(array);
     std::string difference;
-    for (std::uint32_t i = 0; i < members.size() && difference.empty(); ++i)
-        difference = DifferenceOf(members[i], plist_array_get_item(theirs, i), equalKeys);
+    for (std::uint32_t i = 0; i < array->count && difference.empty(); ++i)
+        difference =
+            DifferenceOf(cf::MemberAt(array, i), plist_array_get_item(theirs, i), equalKeys);
     return difference.empty() ? "" : "array, " + difference;
 }
 

@@ -93,10 +93,12 @@ Value ListBuilder::EndArray(std::size_t begin) {
     return array;
 }
 
-// Often it is the same as the one before.
+// A short one is often the same as the short one before.
 Value ListBuilder::ShareArray(std::span<const Object* const> members) {
+    if (members.size() > kMaximumRowLength)
+        return Created(SharedArray(members));
     const auto* last = static_cast<const Array*>(lastArray_.Get());
-    if (last == nullptr || !std::ranges::equal(MembersOf(last), members))
+    if (last == nullptr || !std::ranges::equal(RowOf(last), members))
         lastArray_ = Created(SharedArray(members));
     return Value::Share(lastArray_.Get());
 }

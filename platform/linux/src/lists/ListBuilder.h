@@ -72,7 +72,7 @@ private:
 
     const bool mutable_;
     std::vector<const Object*> members_; // owned
-    Value lastArray_;                    // immutable
+    Value lastArray_;                    // immutable, in one row
     std::vector<Pair> pairs_;         // keys borrowed, values owned, the last one's maybe missing
     std::vector<Value> keys_;         // those from texts; pairs and shapes borrow them
     std::vector<std::size_t> begins_; // of the unfinished dictionaries, among the pairs

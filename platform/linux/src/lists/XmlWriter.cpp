@@ -168,14 +168,13 @@ bool XmlWriter::WriteValue(const Object* value, int depth) {
 bool XmlWriter::WriteArray(const Array* array, int depth) {
     if (depth == kMaximumNesting)
         return false;
-    const auto members = MembersOf(array);
-    if (members.empty()) {
+    if (array->count == 0) {
         WriteLine("<array/>", depth);
         return true;
     }
     WriteLine("<array>", depth);
-    for (const Object* member : members)
-        if (!WriteValue(member, depth + 1))
+    for (std::size_t i = 0; i < array->count; ++i)
+        if (!WriteValue(MemberAt(array, i), depth + 1))
             return false;
     WriteLine("</array>", depth);
     return true;

@@ -13,9 +13,14 @@ namespace cf {
 namespace {
 
 bool EqualArrays(const Object* first, const Object* second) noexcept {
-    const auto left = MembersOf(static_cast<const Array*>(first));
-    const auto right = MembersOf(static_cast<const Array*>(second));
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(), Equal);
+    const auto* left = static_cast<const Array*>(first);
+    const auto* right = static_cast<const Array*>(second);
+    if (left->count != right->count)
+        return false;
+    std::size_t same = 0;
+    while (same < left->count && Equal(MemberAt(left, same), MemberAt(right, same)))
+        ++same;
+    return same == left->count;
 }
 
 // Members may be changed later, and hashing them all would be dear.
@@ -71,7 +76,7 @@ const Array* ShareIntegers(Array* array) noexcept {
             return nullptr;
         Release(std::exchange(slot, shared));
     }
-    return static_cast<const Array*>(SharedArray(MembersOf(array)));
+    return static_cast<const Array*>(SharedArray(RowOf(array)));
 }
 
 bool HasIndex(const Array* array, CFIndex index) noexcept {
@@ -101,7 +106,7 @@ CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
         std::find(values, values + count, nullptr) != values + count)
         return nullptr;
     auto array = cf::Owned<cf::Array>::Adopt(cf::CreateImmutable({values, memberCount}));
-    if (!array || !std::ranges::all_of(cf::MembersOf(array.Get()), cf::IsInteger))
+    if (!array || !std::ranges::all_of(cf::RowOf(array.Get()), cf::IsInteger))
         return array.Detach();
     return cf::ShareIntegers(array.Get()); // who keeps one after another keeps but one
 }
@@ -114,8 +119,8 @@ CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex,
     auto copy = cf::Owned<cf::Array>::Adopt(CFArrayCreateMutable(allocator, 0, nullptr));
     if (!copy || !cf::Reserve(copy.Get(), array->count))
         return nullptr;
-    for (const cf::Object* member : cf::MembersOf(array))
-        cf::Append(copy.Get(), member);
+    for (std::size_t i = 0; i < array->count; ++i)
+        cf::Append(copy.Get(), cf::MemberAt(array, i));
     return copy.Detach();
 }
 
@@ -126,7 +131,9 @@ CFIndex CFArrayGetCount(CFArrayRef reference) {
 
 const void* CFArrayGetValueAtIndex(CFArrayRef reference, CFIndex index) {
     const auto* array = cf::As<cf::Array>(reference);
-    return array != nullptr && cf::HasIndex(array, index) ? array->slots[index] : nullptr;
+    if (array == nullptr || !cf::HasIndex(array, index))
+        return nullptr;
+    return cf::MemberAt(array, static_cast<std::size_t>(index));
 }
 
 CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef reference, CFRange range, const void* value) {
@@ -134,7 +141,7 @@ CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef reference, CFRange range, const v
     if (array == nullptr || value == nullptr || !cf::LiesWithin(range, array->count))
         return kCFNotFound;
     for (CFIndex i = range.location; i < range.location + range.length; ++i) {
-        if (cf::Equal(array->slots[i], cf::AsObject(value)))
+        if (cf::Equal(cf::MemberAt(array, static_cast<std::size_t>(i)), cf::AsObject(value)))
             return i;
     }
     return kCFNotFound;

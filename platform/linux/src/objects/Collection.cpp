@@ -16,6 +16,8 @@ bool IsCollection(const Object* object) noexcept {
 
 std::uint32_t SlotsInUse(const Collection* collection) noexcept {
     switch (collection->kind) {
+    case kArrayOfPieces:
+        return PieceCount(static_cast<const Array*>(collection));
     case kSharedDictionary:
         return collection->count + 1;
     case kMutableDictionary:

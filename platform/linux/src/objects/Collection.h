@@ -6,6 +6,8 @@
  *
  *   kind                 slots                              count     capacity
  *   immutable array      the members, behind the object     members   0
+ *   array of pieces      the pieces, which are arrays       members   log2 of a piece's
+ *                        (Array.h), behind the object                 members
  *   mutable array        the members, then free ones        members   slots
  *   shared dictionary    an array of the keys, then the     pairs     0
  *                        values; behind the object
@@ -22,10 +24,15 @@ namespace cf {
 
 enum CollectionKind : unsigned char {
     kImmutableArray,
+    kArrayOfPieces,
     kMutableArray,
     kSharedDictionary,
     kMutableDictionary
 };
+
+inline bool IsMutable(const Object* collection) noexcept {
+    return collection->kind == kMutableArray || collection->kind == kMutableDictionary;
+}
 
 struct Collection : Object {
     std::uint32_t count = 0;
@@ -36,17 +43,13 @@ struct Collection : Object {
                std::size_t memberCount) noexcept
         : Object(collectionClass, 1, collectionKind),
           count(static_cast<std::uint32_t>(memberCount)), slots(nullptr) {
-        if (collectionKind == kImmutableArray || collectionKind == kSharedDictionary)
+        if (!IsMutable(this))
             slots = reinterpret_cast<const Object**>(this + 1);
     }
 };
 
 // The most members or places that a collection has.
 inline constexpr std::size_t kMaximumCapacity = std::size_t{1} << 30;
-
-inline bool IsMutable(const Collection* collection) noexcept {
-    return collection->kind == kMutableArray || collection->kind == kMutableDictionary;
-}
 
 // Releases all that the collection holds and frees it: the destroy function of both classes. The
 // stack it takes does not depend on how deep collections are nested.

@@ -29,7 +29,7 @@ std::size_t FindPlace(const Dictionary* dictionary, const Object* key) noexcept 
 }
 
 const Object* FindShared(const Dictionary* dictionary, const Object* key) noexcept {
-    const auto keys = MembersOf(KeysOfShared(dictionary));
+    const auto keys = RowOf(KeysOfShared(dictionary));
     const std::uint32_t hash = Hash(key);
     auto candidate = std::ranges::lower_bound(keys, hash, {}, Hash);
     for (; candidate != keys.end() && Hash(*candidate) == hash; ++candidate) {

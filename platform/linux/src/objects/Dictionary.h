@@ -23,7 +23,7 @@ namespace cf {
 using Dictionary = ::__CFDictionary;
 
 // Of a shared dictionary: its keys by ascending hash, and the values in the same order. All
-// dictionaries with these keys have the one array.
+// dictionaries with these keys have the one array, in one row.
 inline const Array* KeysOfShared(const Dictionary* dictionary) noexcept {
     return static_cast<const Array*>(dictionary->slots[0]);
 }
@@ -36,7 +36,7 @@ inline std::span<const Object*> ValuesOfShared(const Dictionary* dictionary) noe
 template<typename Visit>
 void VisitPairs(const Dictionary* dictionary, Visit visit) noexcept {
     if (dictionary->kind == kSharedDictionary) {
-        const auto keys = MembersOf(KeysOfShared(dictionary));
+        const auto keys = RowOf(KeysOfShared(dictionary));
         const auto values = ValuesOfShared(dictionary);
         for (std::size_t i = 0; i < dictionary->count; ++i)
             visit(keys[i], values[i]);

@@ -10,6 +10,7 @@
 #include "objects/String.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <functional>
@@ -31,29 +32,67 @@ const Object* ShareNumber(NumberValue value) noexcept {
     return Share<Number>(HashWord(value.bits), isSame, [=] { return CreateNumber(value); });
 }
 
-// The array of count members, which memberAt(index) gives.
-template<typename MemberAt>
-const Array* ShareArray(std::size_t count, MemberAt memberAt) noexcept {
-    if (count > kMaximumCapacity)
-        return nullptr;
+// The array of that kind with these slots, which slotAt(index) gives. Its shape follows from its
+// count: two of one kind and count have as many slots.
+template<typename SlotAt>
+const Array* ShareSlots(CollectionKind kind, std::size_t count, std::size_t slotCount,
+                        unsigned pieceBits, SlotAt slotAt) noexcept {
     WordHasher hasher;
-    for (std::size_t i = 0; i < count; ++i)
-        hasher.Add(reinterpret_cast<std::uintptr_t>(memberAt(i)));
+    for (std::size_t i = 0; i < slotCount; ++i)
+        hasher.Add(reinterpret_cast<std::uintptr_t>(slotAt(i)));
     const auto isSame = [&](const Array* array) {
+        if (array->kind != kind || array->count != count)
+            return false;
         std::size_t same = 0;
-        while (same < count && same < array->count && array->slots[same] == memberAt(same))
+        while (same < slotCount && array->slots[same] == slotAt(same))
             ++same;
-        return same == count && same == array->count;
+        return same == slotCount;
     };
     const auto make = [&]() noexcept {
-        auto* array = Allocate<Array>(count * sizeof(const Object*), kImmutableArray, count);
-        for (std::size_t i = 0; array != nullptr && i < count; ++i) {
-            Retain(memberAt(i));
-            array->slots[i] = memberAt(i);
+        auto* array = Allocate<Array>(slotCount * sizeof(const Object*), kind, count);
+        if (array == nullptr)
+            return array;
+        array->capacity = pieceBits;
+        for (std::size_t i = 0; i < slotCount; ++i) {
+            Retain(slotAt(i));
+            array->slots[i] = slotAt(i);
         }
         return array;
     };
     return Share<Array>(hasher.Value(), isSame, make);
+}
+
+// The array of count members in one row, which memberAt(index) gives.
+template<typename SlotAt>
+const Array* ShareRow(std::size_t count, SlotAt memberAt) noexcept {
+    return ShareSlots(kImmutableArray, count, count, 0, memberAt);
+}
+
+const Array* ShareArray(std::span<const Object* const> members) noexcept;
+
+// More members than one row takes. The recursion is as deep as pieces are nested: 6 at most.
+const Array* SharePieces(std::span<const Object* const> members) noexcept {
+    unsigned pieceBits = kPieceBits;
+    while (members.size() > kMaximumRowLength << pieceBits)
+        pieceBits += kPieceBits;
+    const std::size_t pieceSize = std::size_t{1} << pieceBits;
+    std::array<Owned<const Array>, kMaximumRowLength> pieces;
+    std::size_t pieceCount = 0;
+    for (auto rest = members; !rest.empty(); ++pieceCount) {
+        const auto piece = rest.first(std::min(rest.size(), pieceSize));
+        pieces[pieceCount] = Owned<const Array>::Adopt(ShareArray(piece));
+        if (!pieces[pieceCount])
+            return nullptr;
+        rest = rest.subspan(piece.size());
+    }
+    return ShareSlots(kArrayOfPieces, members.size(), pieceCount, pieceBits,
+                      [&](std::size_t index) { return pieces[index].Get(); });
+}
+
+const Array* ShareArray(std::span<const Object* const> members) noexcept {
+    if (members.size() > kMaximumRowLength)
+        return SharePieces(members);
+    return ShareRow(members.size(), [=](std::size_t index) { return members[index]; });
 }
 
 bool StandsBefore(const Pair& left, const Pair& right) noexcept {
@@ -131,13 +170,13 @@ const Object* SharedData(std::span<const std::uint8_t> bytes) noexcept {
 }
 
 const Object* SharedArray(std::span<const Object* const> members) noexcept {
-    return ShareArray(members.size(), [=](std::size_t index) { return members[index]; });
+    return members.size() <= kMaximumCapacity ? ShareArray(members) : nullptr;
 }
 
 const Object* SharedDictionary(std::span<Pair> pairs) noexcept {
     std::sort(pairs.begin(), pairs.end(), StandsBefore);
     const auto keys = Owned<const Array>::Adopt(
-        ShareArray(pairs.size(), [=](std::size_t index) { return pairs[index].key; }));
+        ShareRow(pairs.size(), [=](std::size_t index) { return pairs[index].key; }));
     if (!keys)
         return nullptr;
     return ShareDictionary(keys.Get(), [=](std::size_t index) { return pairs[index].value; });

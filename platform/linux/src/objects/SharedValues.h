@@ -3,9 +3,9 @@
 
 /*
  * Immutable property-list values of which equal ones are one object, whole arrays and
- * dictionaries included. A server sends the same list again and again with little changed; kept
- * lists then cost only what changed. The table holds no references: the last user of a value
- * frees it, on whatever thread. All calls are safe on all threads.
+ * dictionaries included, and the pieces of long arrays. A server sends the same list again and
+ * again with little changed; kept lists then cost only what changed. The table holds no references:
+ * the last user of a value frees it, on whatever thread. All calls are safe on all threads.
  *
  * Each function returns an owned reference, or nullptr when memory is short. Members handed in
  * are borrowed, must themselves come from here (or be static), and are compared by identity.

@@ -21,7 +21,7 @@ using UnitBuffer = std::unique_ptr<UniChar[], FreeMemory>;
 template<typename Visit>
 bool VisitParts(const Array* strings, const String* separator, Visit visit) noexcept {
     for (std::size_t i = 0; i < strings->count; ++i) {
-        const auto* string = As<String>(strings->slots[i]);
+        const auto* string = As<String>(MemberAt(strings, i));
         if (string == nullptr)
             return false;
         if (i > 0 && separator != nullptr)
@@ -46,7 +46,7 @@ CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRe
     if (!cf::VisitParts(strings, separator, countPart))
         return nullptr;
     if (strings->count == 1)
-        return static_cast<CFStringRef>(CFRetain(strings->slots[0]));
+        return static_cast<CFStringRef>(CFRetain(MemberAt(strings, 0)));
     const cf::UnitBuffer units(
         static_cast<UniChar*>(std::malloc((unitCount + 1) * sizeof(UniChar)))); // never of nothing
     if (units == nullptr)
