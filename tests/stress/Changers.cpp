@@ -91,7 +91,7 @@ Value ChangerInfo(int changer, bool isCalm) {
     const Held media = Array();
     for (UInt16 slot = 0; slot < kSlots; ++slot)
         CFArrayAppendValue(media, Medium(slot, isCalm).Get());
-    if (changer == 0 && OneIn(8))
+    if (changer == 0 && OneIn(50))
         AddFurtherMedia(media);
     const bool build = !isCalm && Happens(OneIn(8), Kind::kBuildRequest);
     return Dictionary({{"GUID", GuidOf(changer)},
