@@ -13,7 +13,6 @@ enum class Kind {
     kRootPreferences,
     kChangerInfo,
     kMediaInfo,
-    kLongList,
     kIdentificationRequest,
     kBuildRequest,
     kAbortRequest,

@@ -268,8 +268,7 @@ Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int 
         height = std::max({height, key.height, value.height});
         if (As<String>(key.value.Get()) == nullptr)
             continue;
-        builder_.AddKey(key.value.Get());
-        builder_.AddValue(Value::Share(value.value.Get()));
+        builder_.AddPair(key.value.Get(), Value::Share(value.value.Get()));
     }
     return {builder_.EndDictionary(), height + 1};
 }

@@ -1,7 +1,5 @@
 #include "lists/DictionaryShape.h"
 
-#include "objects/String.h"
-
 #include <algorithm>
 
 namespace cf {
@@ -30,10 +28,8 @@ const Object* DictionaryShape::ShareAndLearn(std::span<Pair> pairs) noexcept {
     count_ = 0;
     if (pairs.size() > kMostKeys)
         return SharedDictionary(pairs);
-    for (const Pair& pair : pairs) {
-        texts_[count_] = TextOf(static_cast<const String*>(pair.key));
+    for (const Pair& pair : pairs)
         keys_[count_++] = pair.key;
-    }
     const auto* dictionary = static_cast<const Dictionary*>(SharedDictionary(pairs));
     for (std::size_t i = 0; i < count_; ++i) {
         const auto place = std::ranges::find(pairs, keys_[i], &Pair::key);

@@ -14,7 +14,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string_view>
 
 namespace cf {
 
@@ -22,14 +21,6 @@ class DictionaryShape {
 public:
     // Up to so many keys, comparing each with all others is cheaper than sorting them.
     static constexpr std::size_t kMostKeys = 32;
-
-    // The text of the key that was written there; empty when there was none.
-    std::string_view KeyText(std::size_t index) const noexcept {
-        return index < count_ ? texts_[index] : std::string_view();
-    }
-    const Object* Key(std::size_t index) const noexcept {
-        return keys_[index];
-    }
 
     bool Fits(std::span<const Pair> pairs) const noexcept;
     // SharedDictionary of pairs that fit.
@@ -40,10 +31,9 @@ public:
 
 private:
     std::size_t count_ = 0;
-    std::array<const Object*, kMostKeys> keys_;     // as written; borrowed from who reads the list
-    std::array<std::string_view, kMostKeys> texts_; // of the keys
-    std::array<std::uint8_t, kMostKeys> places_;    // of the keys among the sorted ones
-    Owned<const Dictionary> last_;                  // null when there is none to be like
+    std::array<const Object*, kMostKeys> keys_;  // as written; borrowed from who reads the list
+    std::array<std::uint8_t, kMostKeys> places_; // of the keys among the sorted ones
+    Owned<const Dictionary> last_;               // null when there is none to be like
 };
 
 } // namespace cf

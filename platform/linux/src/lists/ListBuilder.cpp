@@ -72,7 +72,6 @@ std::vector<std::size_t> LastOfEachKey(std::span<const Pair> pairs) {
 ListBuilder::ListBuilder(bool mutableContainers) : mutable_(mutableContainers) {
     members_.reserve(64);
     pairs_.reserve(64);
-    keys_.reserve(32);
     begins_.reserve(8);
 }
 
@@ -107,17 +106,9 @@ void ListBuilder::BeginDictionary() {
     begins_.push_back(pairs_.size());
 }
 
-void ListBuilder::AddKey(std::string_view text) {
-    keys_.push_back(Created(SharedString(text)));
-    AddKey(keys_.back().Get());
-}
-
-void ListBuilder::AddKey(const Object* key) {
-    pairs_.emplace_back().key = key;
-}
-
-void ListBuilder::AddValue(Value value) {
-    pairs_.back().value = value.Detach();
+void ListBuilder::AddPair(const Object* key, Value value) {
+    pairs_.push_back({key, value.Get()});
+    value.Detach();
 }
 
 Value ListBuilder::EndDictionary() {
@@ -137,6 +128,10 @@ Value ListBuilder::ShareDictionary(std::size_t begin) {
     return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndLearn(pairs));
 }
 
+DictionaryShape& ListBuilder::Shape() noexcept {
+    return shapes_[std::min(begins_.size(), shapes_.size()) - 1];
+}
+
 void ListBuilder::DropMembers(std::size_t begin) noexcept {
     while (members_.size() > begin) {
         Release(members_.back());
@@ -146,8 +141,7 @@ void ListBuilder::DropMembers(std::size_t begin) noexcept {
 
 void ListBuilder::DropPairs(std::size_t begin) noexcept {
     while (pairs_.size() > begin) {
-        if (pairs_.back().value != nullptr)
-            Release(pairs_.back().value);
+        Release(pairs_.back().value);
         pairs_.pop_back();
     }
 }

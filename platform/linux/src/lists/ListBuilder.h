@@ -13,12 +13,10 @@
 #include "lists/DictionaryShape.h"
 #include "objects/SharedValues.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <new>
 #include <span>
-#include <string_view>
 #include <vector>
 
 namespace cf {
@@ -53,13 +51,9 @@ public:
     Value EndArray(std::size_t begin);
 
     void BeginDictionary();
-    // A key that comes again replaces the earlier value. The text is valid UTF-8.
-    void AddKey(std::string_view text);
-    void AddKey(const Object* key); // borrowed for as long as the list is read
-    // The text that the next key will probably have; empty when nothing is known.
-    std::string_view ExpectedKey() noexcept;
-    void AddExpectedKey();
-    void AddValue(Value value); // of the last key
+    // A key that comes again replaces the earlier value. The key is a shared string, and borrowed
+    // for as long as the list is read.
+    void AddPair(const Object* key, Value value);
     Value EndDictionary();
 
 private:
@@ -73,26 +67,12 @@ private:
     const bool mutable_;
     std::vector<const Object*> members_; // owned
     Value lastArray_;                    // immutable, in one row
-    std::vector<Pair> pairs_;         // keys borrowed, values owned, the last one's maybe missing
-    std::vector<Value> keys_;         // those from texts; pairs and shapes borrow them
-    std::vector<std::size_t> begins_; // of the unfinished dictionaries, among the pairs
+    std::vector<Pair> pairs_;            // keys borrowed, values owned
+    std::vector<std::size_t> begins_;    // of the unfinished dictionaries, among the pairs
 
     // Of the last dictionary at each level. Deep ones, which are rare, share one.
     std::array<DictionaryShape, 8> shapes_;
 };
-
-// In line, because they are asked for each key.
-inline DictionaryShape& ListBuilder::Shape() noexcept {
-    return shapes_[std::min(begins_.size(), shapes_.size()) - 1];
-}
-
-inline std::string_view ListBuilder::ExpectedKey() noexcept {
-    return Shape().KeyText(pairs_.size() - begins_.back());
-}
-
-inline void ListBuilder::AddExpectedKey() {
-    pairs_.emplace_back().key = Shape().Key(pairs_.size() - begins_.back());
-}
 
 } // namespace cf
 

@@ -1,21 +1,21 @@
 #include "lists/XmlNormalizer.h"
 
-#include "lists/ListBuilder.h"
 #include "lists/PackedBytes.h"
 #include "lists/XmlCharacterData.h"
+#include "lists/XmlContainerStack.h"
+#include "lists/XmlKeyTable.h"
+#include "lists/XmlMarkupCache.h"
 #include "lists/XmlTag.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 namespace cf {
 
 namespace {
 
-// With the element around the list, which is no level of it.
-constexpr std::size_t kMaximumOpenElements = kMaximumNesting + 1;
 constexpr std::size_t kOpeningTagLength = 3;
 constexpr std::size_t kClosingTagLength = 4;
 
@@ -25,18 +25,10 @@ bool IsWhiteSpace(char character) {
     return character == ' ' || character == '\t' || character == '\n' || character == '\r';
 }
 
-// Four bytes may be written where the tag is shorter.
-char* WriteTag(char* out, XmlTag tag) {
-    const char text[] = {'<', static_cast<char>(tag), '>', '\0'};
+char* WriteOpeningTag(char* out, XmlTag tag) {
+    const char text[kOpeningTagLength] = {'<', static_cast<char>(tag), '>'};
     std::memcpy(out, text, sizeof text);
-    return out + 3;
-}
-
-// Behind the '<' and the letter of an opening tag.
-char* WriteEmptyTagEnd(char* out) {
-    out[-1] = '/';
-    *out = '>';
-    return out + 1;
+    return out + sizeof text;
 }
 
 char* WriteClosingTag(char* out, XmlTag tag) {
@@ -45,43 +37,47 @@ char* WriteClosingTag(char* out, XmlTag tag) {
     return out + sizeof text;
 }
 
+char* WriteScalarEnd(char* out) {
+    *out = kBehindScalar;
+    return out + 1;
+}
+
 // The bytes of a text that are copied as they are: ASCII without NUL and markup.
 std::uint64_t FindSpecialBytes(std::uint64_t word) {
     return HighBytes(word) | BytesEqual(word, '<') | BytesEqual(word, '&') | BytesEqual(word, '\0');
 }
 
-// A container whose end was not yet read.
-struct OpenContainer {
-    XmlTag tag;
-    bool hasObject; // of a <plist>
-};
-
 class XmlNormalizer {
 public:
     XmlNormalizer(std::string_view source, char* buffer)
         : begin_(source.data()), end_(begin_ + source.size()), next_(begin_), buffer_(buffer),
-          out_(buffer) {}
+          out_(buffer), keys_(buffer + NormalizedCapacity(source)), markup_{begin_, buffer},
+          lastContent_(markup_) {}
 
-    // Skips what may stand before a tag.
-    void FindTag();
-    // Takes the tag that was found, or the whole element if it is no container. Returns false
-    // behind the root element.
-    bool TakeTag();
+    // Takes the next tag, with the whole element if it is no container. Returns false behind the
+    // root element.
+    bool TakeNext();
     // Closes what is open.
     void Finish();
 
-    std::size_t SourcePlace() const {
-        return PlaceOf(next_);
-    }
     std::size_t Length() const {
         return static_cast<std::size_t>(out_ - buffer_);
     }
-    // Where the content of the next element that is no container will be written.
-    std::size_t ContentPlace() const {
-        return Length() + (key_ != nullptr ? 0 : kOpeningTagLength);
+    std::vector<std::string_view> TakeKeys() {
+        return keys_.TakeTexts();
+    }
+    // The place in the source from which a byte of the last scalar's content was copied.
+    std::size_t FindInSource(std::size_t place) const {
+        const char* const copied = buffer_ + place;
+        return PlaceOf(lastContent_.source + (copied - lastContent_.normalForm));
     }
 
 private:
+    // Where the same thing stands in both texts.
+    struct Place {
+        const char* source;
+        const char* normalForm;
+    };
     struct OpeningTag {
         XmlTag tag;
         bool isEmpty; // <name/>
@@ -95,9 +91,6 @@ private:
         const auto size = static_cast<std::size_t>(end_ - begin_);
         return {{begin_, size}, PlaceOf(byte), size};
     }
-    bool IsIn(XmlTag tag) const {
-        return openCount_ != 0 && open_[openCount_ - 1].tag == tag;
-    }
     const char* TextEnd(const char* text);
 
     void SkipWhiteSpace();
@@ -105,6 +98,9 @@ private:
     void SkipTo(std::string_view end, std::size_t from, std::string_view refusal);
     void SkipDocumentType();
 
+    bool TakeCachedMarkup();
+    void FindTag();
+    void TakeTag();
     bool TakeUsualTag();
     [[gnu::noinline]] void TakeAnyTag();
     OpeningTag ReadOpeningTag() const;
@@ -115,19 +111,23 @@ private:
     [[gnu::noinline]] void TakeAnyClosingTag(XmlTag tag);
 
     bool IsKeyExpected() const {
-        return key_ == nullptr && IsIn(XmlTag::kDict);
+        return !key_ && containers_.Tag() == XmlTag::kDict;
     }
-    char* BeginElement(XmlTag tag);
-    [[gnu::noinline]] void CheckPlace();
-    void EndElement(XmlTag tag, char* out);
+    void CheckPlace();
+    [[gnu::noinline]] void CheckUnusualPlace();
+    char* WriteKey(char* out) const;
+    void BeginContainer(XmlTag tag);
+    char* BeginScalar(XmlTag tag);
+    void EndScalar(char* out);
     void TakeEmpty(XmlTag tag, const char* end);
+    void TakeEmptyText(const char* end);
     void TakeEmptyTag(const OpeningTag& opening);
     void TakeKey(const char* content);
-    void EndKey(char* out, const char* end);
-    template<XmlTag Tag>
-    void TakeText(const char* content);
-    template<XmlTag Tag>
-    void TakeScalar(const char* content);
+    void EndKey(std::string_view text, const char* end);
+    void TakeScalar(XmlTag tag, const char* content);
+    void CacheMarkup(XmlTag tag, const char* content, const char* out);
+    void TakeContent(XmlTag tag, const char* content, char* out);
+    char* CopyNumber(XmlTag tag, const char*& in, char* out) const;
     void TakeBoolean(XmlTag tag, const char* content);
     char* CopyText(const char*& in, char* out);
     [[gnu::noinline]] char* ResolveText(const char*& in, char* out);
@@ -145,9 +145,13 @@ private:
     const char* nul_ = nullptr; // the last one that was looked for
     char* const buffer_;
     char* out_;
-    char* key_ = nullptr; // the letter of the element of the key that was read last, not yet known
-    std::array<OpenContainer, kMaximumOpenElements> open_;
-    std::size_t openCount_ = 0;
+    XmlContainerStack containers_;
+    XmlKeyTable keys_;
+    std::optional<std::size_t> key_; // the number of the key whose value was not yet read
+    XmlMarkupCache cache_;
+    Place markup_;                           // behind the last scalar's closing tag
+    XmlContainerStack::Path markupPath_ = 0; // there; 0 before the first scalar
+    Place lastContent_;                      // of a scalar
 };
 
 // Texts have no NUL. It is looked for once, however many texts stand before it.
@@ -190,7 +194,7 @@ void XmlNormalizer::SkipRemark() {
             "Encountered unexpected EOF while parsing the processing instruction begun on line ");
     else if (rest.starts_with("<!--"))
         SkipTo("-->", 4, "Unterminated comment started on line ");
-    else if (openCount_ == 0)
+    else if (containers_.IsEmpty())
         SkipDocumentType();
     else if (std::string_view("<!--").starts_with(rest))
         RefuseWith(kUnexpectedEnd);
@@ -222,7 +226,7 @@ void XmlNormalizer::SkipDocumentType() {
 
 // At the end of the text, or at a '<' there: behind blanks at the very end, nothing is missed.
 void XmlNormalizer::RefuseEnd() const {
-    if (openCount_ == 0)
+    if (containers_.IsEmpty())
         RefuseWith("No XML content found");
     if (next_ != end_ || !IsWhiteSpace(next_[-1]))
         RefuseAbsence();
@@ -231,14 +235,14 @@ void XmlNormalizer::RefuseEnd() const {
 
 // Where no element stands, the container may lack one.
 void XmlNormalizer::RefuseAbsence() const {
-    if (key_ != nullptr)
+    if (key_)
         RefuseAt(From(next_), "Value missing for key inside <dict> at line ");
-    if (IsIn(XmlTag::kPlist) && !open_[openCount_ - 1].hasObject)
+    if (containers_.Tag() == XmlTag::kPlist && !containers_.HasObject())
         RefuseWith("Encountered empty plist tag");
 }
 
 void XmlNormalizer::RefuseCharacter() const {
-    if (openCount_ == 0)
+    if (containers_.IsEmpty())
         RefuseAt(From(next_), "Unexpected character " + Shown(*next_) + " at line ");
     RefuseAt(From(next_), "Encountered unexpected character " + Shown(*next_) + " on line ",
              " while looking for open tag");
@@ -246,12 +250,34 @@ void XmlNormalizer::RefuseCharacter() const {
 
 // ---- Tags ----
 
-bool XmlNormalizer::TakeTag() {
-    if (next_[1] == '/' && openCount_ != 0)
+bool XmlNormalizer::TakeNext() {
+    if (!TakeCachedMarkup()) {
+        FindTag();
+        TakeTag();
+    }
+    return !containers_.IsEmpty();
+}
+
+// Takes the scalar behind it, too. Returns false if the markup is not cached.
+inline bool XmlNormalizer::TakeCachedMarkup() {
+    const XmlMarkup* const markup = cache_.MatchSuccessor({next_, end_}, containers_.GetPath());
+    if (markup == nullptr)
+        return false;
+    const char* const content = next_ + markup->source.size();
+    char* const out = out_ + markup->normalForm.size();
+    std::memcpy(out_, markup->normalForm.data(), markup->normalForm.size());
+    containers_.SetPath(markup->after);
+    next_ += markup->tagPlace;
+    out_ += markup->scalarPlace;
+    TakeContent(markup->tag, content, out);
+    return true;
+}
+
+inline void XmlNormalizer::TakeTag() {
+    if (next_[1] == '/' && !containers_.IsEmpty())
         CloseContainer();
     else if (!TakeUsualTag())
         TakeAnyTag();
-    return openCount_ != 0;
 }
 
 // A tag as most are written, recognised by one word. Returns false for all others.
@@ -263,13 +289,13 @@ inline bool XmlNormalizer::TakeUsualTag() {
     if (StartsWith(word, "key>") && IsKeyExpected())
         TakeKey(name + 4);
     else if (StartsWith(word, "integer>"))
-        TakeScalar<XmlTag::kInteger>(name + 8);
+        TakeScalar(XmlTag::kInteger, name + 8);
     else if (StartsWith(word, "true/>"))
         TakeEmpty(XmlTag::kTrue, name + 6);
     else if (StartsWith(word, "false/>"))
         TakeEmpty(XmlTag::kFalse, name + 7);
     else if (StartsWith(word, "string>"))
-        TakeText<XmlTag::kString>(name + 7);
+        TakeScalar(XmlTag::kString, name + 7);
     else if (StartsWith(word, "dict>"))
         Open(XmlTag::kDict, name + 5);
     else if (StartsWith(word, "array>"))
@@ -287,17 +313,13 @@ void XmlNormalizer::TakeAnyTag() {
     case XmlTag::kKey:
         if (IsKeyExpected())
             return TakeKey(opening.end);
-        return TakeText<XmlTag::kKey>(opening.end);
+        return TakeScalar(XmlTag::kKey, opening.end);
     case XmlTag::kString:
-        return TakeText<XmlTag::kString>(opening.end);
     case XmlTag::kInteger:
-        return TakeScalar<XmlTag::kInteger>(opening.end);
     case XmlTag::kReal:
-        return TakeScalar<XmlTag::kReal>(opening.end);
     case XmlTag::kDate:
-        return TakeScalar<XmlTag::kDate>(opening.end);
     case XmlTag::kData:
-        return TakeScalar<XmlTag::kData>(opening.end);
+        return TakeScalar(opening.tag, opening.end);
     case XmlTag::kTrue:
     case XmlTag::kFalse:
         return TakeBoolean(opening.tag, opening.end);
@@ -323,26 +345,24 @@ XmlNormalizer::OpeningTag XmlNormalizer::ReadOpeningTag() const {
     return {tag, isEmpty, next_ + 1 + end + 1};
 }
 
-// The element around the list is no level of it.
 void XmlNormalizer::CheckDepth() const {
-    const bool isInPlist = openCount_ != 0 && open_[0].tag == XmlTag::kPlist;
-    if (openCount_ == kMaximumNesting + (isInPlist ? 1U : 0U))
+    if (containers_.IsFull())
         RefuseAt(From(next_), "Too many nested arrays or dictionaries, failing on line ");
 }
 
 inline void XmlNormalizer::Open(XmlTag tag, const char* content) {
     CheckDepth();
-    EndElement(tag, BeginElement(tag));
+    BeginContainer(tag);
     next_ = content;
-    open_[openCount_++] = {tag, false};
+    containers_.Push(tag);
 }
 
 inline void XmlNormalizer::CloseContainer() {
-    const XmlTag tag = open_[openCount_ - 1].tag;
+    const XmlTag tag = containers_.Tag();
     RefuseAbsence();
     TakeClosingTag(tag);
     out_ = WriteClosingTag(out_, tag);
-    --openCount_;
+    containers_.Pop();
 }
 
 inline void XmlNormalizer::TakeClosingTag(XmlTag tag) {
@@ -379,37 +399,58 @@ void XmlNormalizer::RefuseCutTag() const {
 
 // ---- Elements ----
 
-// Returns where the content goes. The tag of a value was written with its key.
-inline char* XmlNormalizer::BeginElement(XmlTag tag) {
-    if (key_ != nullptr)
-        return out_;
-    if (openCount_ != 0 && !IsIn(XmlTag::kArray))
-        CheckPlace();
-    return WriteTag(out_, tag);
+inline void XmlNormalizer::CheckPlace() {
+    if (!key_ && !containers_.IsEmpty() && containers_.Tag() != XmlTag::kArray)
+        CheckUnusualPlace();
 }
 
-void XmlNormalizer::CheckPlace() {
-    OpenContainer& container = open_[openCount_ - 1];
-    if (container.tag == XmlTag::kDict)
+void XmlNormalizer::CheckUnusualPlace() {
+    if (containers_.Tag() == XmlTag::kDict)
         RefuseAt(From(next_), "Found non-key inside <dict> at line ");
-    if (container.hasObject)
+    if (containers_.HasObject())
         RefuseAt(From(next_), "Encountered unexpected element at line ",
                  " (plist can only include one object)");
-    container.hasObject = true;
+    containers_.SetHasObject();
+}
+
+// Writes the key of a value, if it has one.
+inline char* XmlNormalizer::WriteKey(char* out) const {
+    return key_ ? WriteKeyReference(out, *key_) : out;
+}
+
+inline void XmlNormalizer::BeginContainer(XmlTag tag) {
+    CheckPlace();
+    out_ = WriteKey(WriteOpeningTag(out_, tag));
+    key_.reset();
+}
+
+// Returns where the content goes.
+inline char* XmlNormalizer::BeginScalar(XmlTag tag) {
+    CheckPlace();
+    char* const out = WriteKey(out_);
+    *out = static_cast<char>(tag == XmlTag::kKey ? XmlTag::kString : tag);
+    return out + 1;
 }
 
 // Makes what was written up to there a part of the normal form.
-inline void XmlNormalizer::EndElement(XmlTag tag, char* out) {
-    if (key_ != nullptr)
-        *std::exchange(key_, nullptr) = static_cast<char>(tag);
+inline void XmlNormalizer::EndScalar(char* out) {
+    key_.reset();
     out_ = out;
 }
 
-// The normal form is not longer either: <key/> becomes <s/>.
+// The normal form is not longer: <dict/> becomes <d></d>.
 inline void XmlNormalizer::TakeEmpty(XmlTag tag, const char* end) {
-    char* const content = BeginElement(tag);
-    const bool hasKey = key_ != nullptr;
-    EndElement(tag, hasKey ? WriteClosingTag(content, tag) : WriteEmptyTagEnd(content));
+    if (tag == XmlTag::kTrue || tag == XmlTag::kFalse) {
+        EndScalar(BeginScalar(tag));
+    } else {
+        BeginContainer(tag);
+        out_ = WriteClosingTag(out_, tag);
+    }
+    next_ = end;
+}
+
+void XmlNormalizer::TakeEmptyText(const char* end) {
+    EndScalar(WriteScalarEnd(BeginScalar(XmlTag::kString)));
     next_ = end;
 }
 
@@ -424,9 +465,9 @@ void XmlNormalizer::TakeEmptyTag(const OpeningTag& opening) {
         RefuseAt(From(next_),
                  "Encountered empty <" + std::string(NameOf(opening.tag).text) + "> on line ");
     case XmlTag::kKey:
-        if (IsKeyExpected())
-            return EndKey(WriteTag(out_, XmlTag::kKey), opening.end);
-        return TakeEmpty(XmlTag::kString, opening.end);
+        return IsKeyExpected() ? EndKey({}, opening.end) : TakeEmptyText(opening.end);
+    case XmlTag::kString:
+        return TakeEmptyText(opening.end);
     default:
         TakeEmpty(opening.tag, opening.end);
     }
@@ -434,42 +475,57 @@ void XmlNormalizer::TakeEmptyTag(const OpeningTag& opening) {
 
 inline void XmlNormalizer::TakeKey(const char* content) {
     const char* in = content;
-    char* const out = CopyText(in, WriteTag(out_, XmlTag::kKey));
+    const char* const text = out_;
+    const char* const textEnd = CopyText(in, out_);
     next_ = in;
     TakeClosingTag(XmlTag::kKey);
-    EndKey(out, next_);
+    EndKey({text, textEnd}, next_);
 }
 
-// The letter of the tag stays to be written.
-inline void XmlNormalizer::EndKey(char* out, const char* end) {
-    *out = kBehindKey;
-    key_ = out_ + 1;
-    out_ = out + 1;
+inline void XmlNormalizer::EndKey(std::string_view text, const char* end) {
+    key_ = keys_.NumberOf(text);
     next_ = end;
 }
 
-template<XmlTag Tag>
-inline void XmlNormalizer::TakeText(const char* content) {
-    constexpr XmlTag kWritten = XmlTag::kString;
-    const char* in = content;
-    char* const out = CopyText(in, BeginElement(kWritten));
-    EndElement(kWritten, WriteClosingTag(out, kWritten));
-    next_ = in;
-    TakeClosingTag(Tag);
+inline void XmlNormalizer::TakeScalar(XmlTag tag, const char* content) {
+    char* const out = BeginScalar(tag);
+    CacheMarkup(tag, content, out);
+    TakeContent(tag, content, out);
 }
 
-// The closing tag is written before it is looked at: what is wrong with the content comes first.
-template<XmlTag Tag>
-inline void XmlNormalizer::TakeScalar(const char* content) {
+inline void XmlNormalizer::CacheMarkup(XmlTag tag, const char* content, const char* out) {
+    cache_.Add({.source = {markup_.source, content},
+                .tagPlace = static_cast<std::size_t>(next_ - markup_.source),
+                .normalForm = {markup_.normalForm, out},
+                .scalarPlace = static_cast<std::size_t>(out_ - markup_.normalForm),
+                .tag = tag,
+                .before = markupPath_,
+                .after = containers_.GetPath()});
+}
+
+// Takes the content and the closing tag of a scalar, of which the beginning was written up to out.
+// The scalar is written before its closing tag is checked: what is wrong with the content comes
+// first.
+inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* out) {
+    const bool isText = tag == XmlTag::kString || tag == XmlTag::kKey;
+    lastContent_ = {content, out};
     const char* in = content;
-    char* out = CopyPlain(in, BeginElement(Tag));
+    char* const end = isText ? CopyText(in, out) : CopyNumber(tag, in, out);
+    EndScalar(WriteScalarEnd(end));
+    next_ = in;
+    TakeClosingTag(tag);
+    markup_ = {next_, out_};
+    markupPath_ = containers_.GetPath();
+}
+
+// Copies the content of a number, date or data.
+inline char* XmlNormalizer::CopyNumber(XmlTag tag, const char*& in, char* out) const {
+    out = CopyPlain(in, out);
     while (in != end_ && *in != '<' && *in != '\0')
         *out++ = *in++;
     if (in == end_ || *in == '\0')
-        RefuseCutScalar(Tag);
-    EndElement(Tag, WriteClosingTag(out, Tag));
-    next_ = in;
-    TakeClosingTag(Tag);
+        RefuseCutScalar(tag);
+    return out;
 }
 
 void XmlNormalizer::RefuseCutScalar(XmlTag tag) const {
@@ -521,12 +577,9 @@ inline char* XmlNormalizer::CopyPlain(const char*& in, char* out) const {
     return out;
 }
 
-// A key without a value is taken back.
 void XmlNormalizer::Finish() {
-    if (key_ != nullptr)
-        out_ = key_ - 1;
-    while (openCount_ != 0)
-        out_ = WriteClosingTag(out_, open_[--openCount_].tag);
+    for (; !containers_.IsEmpty(); containers_.Pop())
+        out_ = WriteClosingTag(out_, containers_.Tag());
     *out_ = '\0';
 }
 
@@ -534,38 +587,33 @@ void XmlNormalizer::Finish() {
 
 // Where the source breaks off, the elements that are open are closed, one of them a scalar.
 std::size_t NormalizedCapacity(std::string_view source) {
-    return source.size() + (kMaximumOpenElements + 1) * kClosingTagLength + 1;
+    return source.size() + (XmlContainerStack::kMaximumDepth + 1) * kClosingTagLength + 1;
 }
 
 NormalizedXml NormalizeXml(std::string_view source, char* buffer) {
     XmlNormalizer normalizer(source, buffer);
     NormalizedXml result = {};
     try {
-        do
-            normalizer.FindTag();
-        while (normalizer.TakeTag());
+        while (normalizer.TakeNext()) {
+        }
     } catch (XmlFault& fault) {
         result.fault = std::move(fault);
     }
     normalizer.Finish();
     result.length = normalizer.Length();
+    result.keys = normalizer.TakeKeys();
     return result;
 }
 
+// The last scalar may be one whose closing tag is at fault.
 std::size_t FindInSource(std::string_view source, char* buffer, std::size_t place) {
     XmlNormalizer normalizer(source, buffer);
-    while (true) {
-        normalizer.FindTag();
-        const std::size_t tag = normalizer.SourcePlace();
-        const std::size_t content = normalizer.ContentPlace();
-        bool hasMore = false;
-        try {
-            hasMore = normalizer.TakeTag();
-        } catch (const XmlFault&) { // the closing tag of the last element
+    try {
+        while (normalizer.Length() <= place && normalizer.TakeNext()) {
         }
-        if (place < normalizer.Length() || !hasMore)
-            return source.find('>', tag) + 1 + (place - content);
+    } catch (const XmlFault&) {
     }
+    return normalizer.FindInSource(place);
 }
 
 } // namespace cf

@@ -3,6 +3,7 @@
 #include "lists/MalformedList.h"
 #include "lists/XmlCharacterData.h"
 #include "lists/XmlEncoding.h"
+#include "lists/XmlKeyTable.h"
 #include "lists/XmlNormalizer.h"
 #include "lists/XmlScalars.h"
 #include "lists/XmlTag.h"
@@ -18,6 +19,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace cf {
 
@@ -25,9 +27,9 @@ namespace {
 
 // Parses the normal form in place. It is well-formed, so that only memory can be missing.
 void Parse(pugi::xml_document& document, char* normalForm, std::size_t length) {
-    // A text is kept in its element, which halves the tree.
-    constexpr unsigned kFlags = pugi::parse_minimal | pugi::parse_fragment |
-                                pugi::parse_embed_pcdata | pugi::parse_ws_pcdata_single;
+    // The text before the first element inside is kept in its element, without a node of its own.
+    constexpr unsigned kFlags =
+        pugi::parse_minimal | pugi::parse_fragment | pugi::parse_embed_pcdata;
     if (!document.load_buffer_inplace(normalForm, length + 1, kFlags, pugi::encoding_utf8))
         throw std::bad_alloc();
 }
@@ -42,30 +44,35 @@ public:
 
 private:
     std::size_t Normalize();
-    // The content is what stands in the element behind its key.
-    Value ReadValue(pugi::xml_node element, const char* content);
-    Value ReadPlist(pugi::xml_node plist);
-    Value ReadArray(pugi::xml_node array);
-    Value ReadDictionary(pugi::xml_node dictionary);
-    const char* ReadKey(const char* text);
-    Value ReadNumber(pugi::xml_node number, const char* content);
-    XmlSlice Slice(pugi::xml_node element, const char* content) const;
+    Value ReadNode(pugi::xml_node node);
+    // The text is what stands in the element behind its key.
+    Value ReadContainer(pugi::xml_node container, const char* text);
+    Value ReadPlist(pugi::xml_node plist, const char* text);
+    Value ReadArray(pugi::xml_node array, const char* text);
+    Value ReadDictionary(pugi::xml_node dictionary, const char* text);
+    void ReadMembers(const char* text);
+    void ReadPairs(const char* text);
+    // These move on behind what they read.
+    const Object* TakeKey(const char*& text) const;
+    Value ReadScalar(const char*& text);
+    Value ReadNumber(const char*& text);
+    XmlSlice TakeContent(const char*& text) const;
     [[noreturn]] void Refuse(XmlFault fault) const;
 
     const std::span<const std::uint8_t> bytes_;
     ListBuilder& builder_;
     std::unique_ptr<char[]> normalForm_;
+    std::vector<Value> keys_;            // by number
     std::optional<MalformedList> break_; // of the text, where the normal form ends
 };
 
-// Hands out a text with each '<' in it.
-template<typename Use>
-auto UseText(std::string_view text, Use use) {
+// From a text with kLessThan for '<'.
+Value CreateText(std::string_view text) {
     if (text.find(kLessThan) == text.npos)
-        return use(text);
+        return Created(SharedString(text));
     std::string resolved(text);
     std::ranges::replace(resolved, kLessThan, '<');
-    return use(std::string_view(resolved));
+    return Created(SharedString(resolved));
 }
 
 // A value at fault stands before the place where the text breaks off.
@@ -76,7 +83,7 @@ Value XmlReader::Read() {
     Value value;
     try {
         if (const pugi::xml_node root = document.first_child())
-            value = ReadValue(root, root.value());
+            value = ReadNode(root);
     } catch (const XmlFault& fault) {
         Refuse(fault);
     }
@@ -91,6 +98,9 @@ std::size_t XmlReader::Normalize() {
     const std::string_view text = document.View();
     normalForm_ = std::make_unique_for_overwrite<char[]>(NormalizedCapacity(text));
     const NormalizedXml normalized = NormalizeXml(text, normalForm_.get());
+    keys_.reserve(normalized.keys.size());
+    for (const std::string_view key : normalized.keys)
+        keys_.push_back(CreateText(key));
     if (normalized.fault)
         break_ = normalized.fault->In(text);
     return normalized.length;
@@ -104,84 +114,109 @@ void XmlReader::Refuse(XmlFault fault) const {
     throw fault.In(document.View());
 }
 
-Value XmlReader::ReadValue(pugi::xml_node element, const char* content) {
-    switch (static_cast<XmlTag>(*element.name())) {
-    case XmlTag::kInteger:
-        return ReadNumber(element, content);
+// A text here is one scalar.
+Value XmlReader::ReadNode(pugi::xml_node node) {
+    const char* text = node.value();
+    return node.type() == pugi::node_pcdata ? ReadScalar(text) : ReadContainer(node, text);
+}
+
+Value XmlReader::ReadContainer(pugi::xml_node container, const char* text) {
+    switch (static_cast<XmlTag>(*container.name())) {
     case XmlTag::kDict:
-        return ReadDictionary(element);
-    case XmlTag::kTrue:
-        return Value::Share(AsObject(kCFBooleanTrue));
-    case XmlTag::kFalse:
-        return Value::Share(AsObject(kCFBooleanFalse));
+        return ReadDictionary(container, text);
     case XmlTag::kArray:
-        return ReadArray(element);
-    case XmlTag::kData:
-        return ReadData(Slice(element, content));
-    case XmlTag::kReal:
-        return ReadReal(Slice(element, content));
-    case XmlTag::kDate:
-        return ReadDate(Slice(element, content));
-    case XmlTag::kPlist:
-        return ReadPlist(element);
+        return ReadArray(container, text);
     default:
-        return UseText(content, [](std::string_view text) { return Created(SharedString(text)); });
+        return ReadPlist(container, text);
     }
 }
 
 // Without an object the normal form ends in it.
-Value XmlReader::ReadPlist(pugi::xml_node plist) {
+Value XmlReader::ReadPlist(pugi::xml_node plist, const char* text) {
+    if (*text != '\0')
+        return ReadScalar(text);
     const pugi::xml_node object = plist.first_child();
     if (!object)
         throw *break_;
-    return ReadValue(object, object.value());
+    return ReadNode(object);
 }
 
-Value XmlReader::ReadArray(pugi::xml_node array) {
+Value XmlReader::ReadArray(pugi::xml_node array, const char* text) {
     const std::size_t begin = builder_.BeginArray();
-    for (pugi::xml_node member = array.first_child(); member; member = member.next_sibling())
-        builder_.AddMember(ReadValue(member, member.value()));
+    ReadMembers(text);
+    for (pugi::xml_node node = array.first_child(); node; node = node.next_sibling()) {
+        if (node.type() == pugi::node_pcdata)
+            ReadMembers(node.value());
+        else
+            builder_.AddMember(ReadContainer(node, node.value()));
+    }
     return builder_.EndArray(begin);
 }
 
-Value XmlReader::ReadDictionary(pugi::xml_node dictionary) {
+void XmlReader::ReadMembers(const char* text) {
+    while (*text != '\0')
+        builder_.AddMember(ReadScalar(text));
+}
+
+Value XmlReader::ReadDictionary(pugi::xml_node dictionary, const char* text) {
     builder_.BeginDictionary();
-    for (pugi::xml_node value = dictionary.first_child(); value; value = value.next_sibling()) {
-        const char* const content = ReadKey(value.value());
-        builder_.AddValue(ReadValue(value, content));
+    ReadPairs(text);
+    for (pugi::xml_node node = dictionary.first_child(); node; node = node.next_sibling()) {
+        const char* value = node.value();
+        if (node.type() == pugi::node_pcdata) {
+            ReadPairs(value);
+        } else {
+            const Object* const key = TakeKey(value);
+            builder_.AddPair(key, ReadContainer(node, value));
+        }
     }
     return builder_.EndDictionary();
 }
 
-// Returns what stands behind the key.
-const char* XmlReader::ReadKey(const char* text) {
-    const std::string_view expected = builder_.ExpectedKey();
-    if (!expected.empty() && std::strncmp(text, expected.data(), expected.size()) == 0 &&
-        text[expected.size()] == kBehindKey) {
-        builder_.AddExpectedKey();
-        return text + expected.size() + 1;
+void XmlReader::ReadPairs(const char* text) {
+    while (*text != '\0') {
+        const Object* const key = TakeKey(text);
+        builder_.AddPair(key, ReadScalar(text));
     }
-    const char* const end = std::strchr(text, kBehindKey);
-    UseText({text, end}, [this](std::string_view key) { builder_.AddKey(key); });
-    return end + 1;
 }
 
-Value XmlReader::ReadNumber(pugi::xml_node number, const char* content) {
+const Object* XmlReader::TakeKey(const char*& text) const {
+    return keys_[ReadKeyReference(std::exchange(text, text + kKeyReferenceLength))].Get();
+}
+
+Value XmlReader::ReadScalar(const char*& text) {
+    switch (static_cast<XmlTag>(*text++)) {
+    case XmlTag::kInteger:
+        return ReadNumber(text);
+    case XmlTag::kTrue:
+        return Value::Share(AsObject(kCFBooleanTrue));
+    case XmlTag::kFalse:
+        return Value::Share(AsObject(kCFBooleanFalse));
+    case XmlTag::kData:
+        return ReadData(TakeContent(text));
+    case XmlTag::kReal:
+        return ReadReal(TakeContent(text));
+    case XmlTag::kDate:
+        return ReadDate(TakeContent(text));
+    default:
+        return CreateText(TakeContent(text).View());
+    }
+}
+
+Value XmlReader::ReadNumber(const char*& text) {
     std::int64_t plain = 0;
-    const char* const end = ParsePlainInteger(content, plain);
-    if (end != nullptr && *end == '\0')
-        return Created(SharedInteger(plain));
-    return ReadInteger(Slice(number, content));
+    const char* const end = ParsePlainInteger(text, plain);
+    if (end == nullptr || *end != kBehindScalar)
+        return ReadInteger(TakeContent(text));
+    text = end + 1;
+    return Created(SharedInteger(plain));
 }
 
-// An element without a key and content has a value that is pugixml's own, outside of the normal
-// form; its content would stand behind the letter of its name and the '>'.
-XmlSlice XmlReader::Slice(pugi::xml_node element, const char* content) const {
-    const char* const begin = normalForm_.get();
-    const bool isEmpty = *element.value() == '\0';
-    const auto place = static_cast<std::size_t>((isEmpty ? element.name() + 2 : content) - begin);
-    const std::size_t end = place + std::strlen(content);
-    return {{begin, end}, place, end};
+XmlSlice XmlReader::TakeContent(const char*& text) const {
+    const char* const begin = std::exchange(text, std::strchr(text, kBehindScalar) + 1);
+    const char* const source = normalForm_.get();
+    const auto end = static_cast<std::size_t>(text - 1 - source);
+    return {{source, end}, static_cast<std::size_t>(begin - source), end};
 }
 
 } // namespace

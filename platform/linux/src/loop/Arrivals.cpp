@@ -17,14 +17,7 @@ namespace {
 // None of these has a destructor: the thread may outlive main.
 constinit std::mutex g_mutex;
 constinit int g_epoll = -1;
-
-// All that is watched, in lists by the lowest byte of the descriptor. Descriptors are small numbers
-// next to each other, so each list holds one of every 256.
-constinit std::array<Watched*, 256> g_watched = {};
-
-Watched*& FirstWatched(int descriptor) noexcept {
-    return g_watched[static_cast<std::size_t>(descriptor) % g_watched.size()];
-}
+constinit Watched* g_firstWatched = nullptr;
 
 } // namespace
 
@@ -56,7 +49,7 @@ public:
 private:
     // Null when it was unwatched meanwhile.
     static Watched* Find(int descriptor) noexcept {
-        Watched* watched = FirstWatched(descriptor);
+        Watched* watched = g_firstWatched;
         while (watched != nullptr && watched->descriptor_ != descriptor)
             watched = watched->next_;
         return watched;
@@ -122,7 +115,7 @@ bool Watched::Watch(int descriptor, Nanoseconds date) noexcept {
         return false;
     descriptor_ = descriptor;
     date_ = date;
-    next_ = std::exchange(FirstWatched(descriptor), this);
+    next_ = std::exchange(g_firstWatched, this);
     return true;
 }
 
@@ -130,7 +123,7 @@ void Watched::Unwatch() noexcept {
     if (!IsWatched())
         return;
     epoll_ctl(g_epoll, EPOLL_CTL_DEL, descriptor_, nullptr);
-    Watched** link = &FirstWatched(descriptor_);
+    Watched** link = &g_firstWatched;
     while (*link != this)
         link = &(*link)->next_;
     *link = next_;

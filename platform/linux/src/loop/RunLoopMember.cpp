@@ -13,17 +13,20 @@ bool MemberList::Join(RunLoop& loop, Member& member, CFStringRef mode) noexcept 
         return false;
     Retain(&member);
     member.loop = &loop;
-    member.inCommonModes = mode == kCFRunLoopCommonModes;
+    member.mode = mode;
     member.lastTurn = loop.turn;
-    member.previous = last_;
-    (last_ != nullptr ? last_->next : first_) = &member;
-    last_ = &member;
+    Member** end = &first_;
+    while (*end != nullptr)
+        end = &(*end)->next;
+    *end = &member;
     return true;
 }
 
 void MemberList::Leave(Member& member) noexcept {
-    (member.previous != nullptr ? member.previous->next : first_) = member.next;
-    (member.next != nullptr ? member.next->previous : last_) = member.previous;
+    Member** link = &first_;
+    while (*link != &member)
+        link = &(*link)->next;
+    *link = member.next;
     member.next = nullptr;
     member.loop = nullptr;
     Release(&member);
@@ -31,8 +34,9 @@ void MemberList::Leave(Member& member) noexcept {
 
 // The default mode is one of the common ones: what is in all of them leaves by either name.
 bool IsRemovedBy(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept {
-    return member.loop == &loop && (mode == kCFRunLoopDefaultMode ||
-                                    (mode == kCFRunLoopCommonModes && member.inCommonModes));
+    return member.loop == &loop &&
+           (mode == kCFRunLoopDefaultMode ||
+            (mode == kCFRunLoopCommonModes && member.mode == kCFRunLoopCommonModes));
 }
 
 } // namespace cf

@@ -5,7 +5,6 @@
 
 #include "loop/LoopContext.h"
 #include "loop/RunLoopMember.h"
-#include "loop/TimerQueue.h"
 #include "loop/WallClockAlarm.h"
 
 #include <atomic>
@@ -28,9 +27,7 @@ struct RunLoop : Object {
     WallClockAlarm alarm; // ends its sleep for the timers on the wall clock
     MemberList sources;
     MemberList timers;
-    TimerQueue queue;              // of the timers
-    std::uint64_t timersAdded = 0; // so far
-    std::uint64_t turn = 0;        // counts the turns of all runs
+    std::uint64_t turn = 0; // counts the turns of all runs
 
     std::mutex runMutex;
     Run* innermost = nullptr; // guarded by runMutex

@@ -1,0 +1,57 @@
+#ifndef PLATFORM_XMLKEYTABLE_H
+#define PLATFORM_XMLKEYTABLE_H
+
+/* The distinct keys of an XML property list. Each gets a number, by which the normal form refers to
+   it. */
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace cf {
+
+class XmlKeyTable {
+public:
+    // The texts are stored downwards from bufferEnd. The caller provides as many bytes as they have
+    // in total.
+    explicit XmlKeyTable(char* bufferEnd) : texts_(bufferEnd) {}
+
+    // The number of the key with that text: 0, 1, 2, ... in the order of first use. Copies the text
+    // of a new key. Throws std::bad_alloc.
+    std::size_t NumberOf(std::string_view text);
+
+    // All texts by number. The table is empty afterwards.
+    std::vector<std::string_view> TakeTexts() {
+        return std::move(keys_);
+    }
+
+private:
+    void Grow();
+
+    char* texts_;
+    std::vector<std::string_view> keys_;
+    std::vector<std::uint32_t> slots_; // open addressing: number + 1, or 0 for a free slot
+};
+
+// How the normal form refers to a key: its number in seven bits a byte, the lowest ones first. No
+// byte of it is ASCII.
+inline constexpr std::size_t kKeyReferenceLength = 4;
+
+inline char* WriteKeyReference(char* out, std::size_t number) {
+    for (unsigned i = 0; i < kKeyReferenceLength; ++i)
+        out[i] = static_cast<char>(0x80 | (number >> (7 * i) & 0x7F));
+    return out + kKeyReferenceLength;
+}
+
+inline std::size_t ReadKeyReference(const char* reference) {
+    std::size_t number = 0;
+    for (unsigned i = 0; i < kKeyReferenceLength; ++i)
+        number |= (static_cast<unsigned char>(reference[i]) & std::size_t{0x7F}) << (7 * i);
+    return number;
+}
+
+} // namespace cf
+
+#endif

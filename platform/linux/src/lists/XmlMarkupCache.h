@@ -1,0 +1,61 @@
+#ifndef PLATFORM_XMLMARKUPCACHE_H
+#define PLATFORM_XMLMARKUPCACHE_H
+
+/*
+ * The normal forms of markup that has been read: of all that stands between two scalars, which is
+ * tags, keys, booleans, and white space. The members of a list are mostly alike, so the markup
+ * behind a scalar is mostly the same as the last time.
+ *
+ * An entry is found by comparing the text with the successor of the last entry, which costs no
+ * hashing. An entry depends on nothing but its text and the containers that are open before it.
+ */
+
+#include "lists/XmlContainerStack.h"
+#include "lists/XmlTag.h"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace cf {
+
+// From the end of one scalar's closing tag to the content of the next scalar.
+struct XmlMarkup {
+    std::string_view source;
+    std::size_t tagPlace; // of the next scalar's opening tag in the source
+    std::string_view normalForm;
+    std::size_t scalarPlace; // of the next scalar, with its key, in the normal form
+    XmlTag tag;              // of the next scalar
+    XmlContainerStack::Path before;
+    XmlContainerStack::Path after;
+};
+
+class XmlMarkupCache {
+public:
+    // The successor of the last entry, if the text begins with it and the path is the one before
+    // it; else nullptr. It is then the last entry.
+    const XmlMarkup* MatchSuccessor(std::string_view text, XmlContainerStack::Path path) {
+        Entry* const successor = last_ != nullptr ? last_->successor : nullptr;
+        if (successor == nullptr || successor->markup.before != path ||
+            !text.starts_with(successor->markup.source))
+            return nullptr;
+        last_ = successor;
+        return &successor->markup;
+    }
+
+    // Adds the markup, unless it is cached, as the successor of the last entry. It is then the last
+    // entry. Ignores markup with a path of 0.
+    void Add(const XmlMarkup& markup);
+
+private:
+    struct Entry {
+        XmlMarkup markup;
+        Entry* successor;
+    };
+    std::array<Entry, 64> entries_ = {}; // one for each hash; a newer entry replaces an older one
+    Entry* last_ = nullptr;
+};
+
+} // namespace cf
+
+#endif

@@ -1,0 +1,362 @@
+/* The normal form of XML property lists: markup that comes again, keys by number, the stack of open
+   containers. What is read in the end is tested in XmlReaderTest.cpp. */
+
+#include "Lists.h"
+
+#include "lists/XmlContainerStack.h"
+#include "lists/XmlKeyTable.h"
+#include "lists/XmlMarkupCache.h"
+#include "lists/XmlNormalizer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <random>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using cf::XmlTag;
+
+// ---- markup that comes again ----
+
+// Lists whose elements are chosen at random from few, so that much of their markup comes again.
+class RandomList {
+public:
+    explicit RandomList(unsigned seed) : random_(seed) {}
+
+    // The pieces of a list, each of which is a scalar or contains none.
+    std::vector<std::string> Make(std::size_t members) {
+        pieces_.clear();
+        const bool hasPlist = Below(2) == 0;
+        Add(hasPlist ? "<plist>" : "");
+        Add("<array>");
+        for (std::size_t i = 0; i < members; ++i)
+            AddValue(0);
+        Add("</array>");
+        Add(hasPlist ? "</plist>" : "");
+        if (Below(4) == 0)
+            pieces_.insert(pieces_.begin() + Below(pieces_.size()), Choose(kFaults));
+        if (Below(4) == 0)
+            Cut();
+        return pieces_;
+    }
+
+private:
+    static constexpr std::array kScalars = {"<integer>1</integer>", "<integer>22</integer>",
+                                            "<string>a</string>",   "<string>&lt;b</string>",
+                                            "<string></string>",    "<key>k</key>",
+                                            "<real>1.5</real>",     "<integer\n>3</integer>"};
+    static constexpr std::array kFaults = {"<integer>x</integer>",
+                                           "<integer>1<true/>",
+                                           "<string>&x;</string>",
+                                           "</dict>",
+                                           "</array>",
+                                           "<key>a</key>",
+                                           "<dict>",
+                                           "<foo>",
+                                           "<integer/>",
+                                           "<string>b</integer>",
+                                           "<string>c<b></string>"};
+    static constexpr std::array kKeys = {"<key>a</key>", "<key>b</key>", "<key>c&amp;</key>",
+                                         "<key/>"};
+    static constexpr std::array kSeparators = {"", "", "\n", "\n\t", " ", "\n\t\t\t\t\t\t\t\t"};
+
+    int Below(std::size_t limit) {
+        return static_cast<int>(random_() % limit);
+    }
+    template<std::size_t Size>
+    const char* Choose(const std::array<const char*, Size>& choices) {
+        return choices[static_cast<std::size_t>(Below(Size))];
+    }
+    void Cut() {
+        pieces_.resize(static_cast<std::size_t>(Below(pieces_.size())) + 1);
+        std::string& last = pieces_.back();
+        last.resize(static_cast<std::size_t>(Below(last.size() + 1)));
+    }
+    void Add(const std::string& piece) {
+        pieces_.push_back(Choose(kSeparators));
+        pieces_.push_back(piece);
+    }
+    void AddContainer(const std::string& tag, int depth, bool hasKeys, int most) {
+        Add("<" + tag + ">");
+        for (int i = Below(static_cast<std::size_t>(most) + 1); i > 0; --i) {
+            if (hasKeys)
+                Add(Choose(kKeys));
+            AddValue(depth);
+        }
+        Add("</" + tag + ">");
+    }
+    void AddValue(int depth) {
+        const int kind = Below(depth < 4 ? 10 : 7);
+        if (kind < 5)
+            Add(Choose(kScalars));
+        else if (kind == 5)
+            Add(Below(2) == 0 ? "<true/>" : "<false/>");
+        else if (kind == 6)
+            Add("<string/>");
+        else if (kind == 7)
+            AddContainer("array", depth + 1, false, 3);
+        else if (Below(10) > 0)
+            AddContainer("dict", depth + 1, true, 3);
+        else
+            AddDeepContainers(depth + 1);
+    }
+    // More than a path has bits for, or a <plist> inside.
+    void AddDeepContainers(int depth) {
+        const int levels = Below(2) == 0 ? 40 : 0;
+        for (int i = 0; i < levels; ++i)
+            Add("<array>");
+        Add("<plist>");
+        AddValue(depth);
+        Add("</plist>");
+        for (int i = 0; i < levels; ++i)
+            Add("</array>");
+    }
+
+    std::mt19937 random_;
+    std::vector<std::string> pieces_;
+};
+
+std::string Join(const std::vector<std::string>& pieces) {
+    std::string text;
+    for (const std::string& piece : pieces)
+        text += piece;
+    return text;
+}
+
+// No markup comes twice, as a comment with another number stands before each scalar.
+std::string JoinWithComments(const std::vector<std::string>& pieces) {
+    std::string text;
+    int comments = 0;
+    for (const std::string& piece : pieces) {
+        if (piece.starts_with("<integer") || piece.starts_with("<string>") ||
+            piece.starts_with("<real") || piece == "<key>k</key>")
+            text += "<!--" + std::to_string(comments++) + "-->";
+        text += piece;
+    }
+    return text;
+}
+
+TEST(XmlNormalizer, MarkupThatComesAgainIsReadAsTheFirstTime) {
+    int lists = 0;
+    for (unsigned seed = 0; seed < 3000; ++seed) {
+        const std::vector<std::string> pieces = RandomList(seed).Make(seed % 10 == 0 ? 200 : 20);
+        const ReadResult repeated = ReadList(Join(pieces) + " ");
+        const ReadResult unique = ReadList(JoinWithComments(pieces) + " ");
+        ASSERT_EQ(repeated.error, unique.error) << seed << "\n" << Join(pieces);
+        ASSERT_EQ(repeated.list.Get(), unique.list.Get()) << seed << "\n" << Join(pieces);
+        lists += repeated.list ? 1 : 0;
+    }
+    EXPECT_GT(lists, 1000);
+}
+
+std::string Disc(const std::string& index) {
+    return "\n<dict>\n<key>Index</key>\n<integer>" + index +
+           "</integer>\n<key>Parts</key>\n<array>\n<dict>\n<key>Name</key>\n<string>p" + index +
+           "</string>\n</dict>\n</array>\n</dict>";
+}
+
+TEST(XmlNormalizer, FaultBehindRepeatedMarkupIsReportedWithItsLine) {
+    std::string discs;
+    for (int i = 0; i < 20; ++i)
+        discs += Disc(std::to_string(i)); // 11 lines each
+    EXPECT_EQ(ReadList("<array>" + discs + Disc("x") + "</array>").error,
+              "Unknown character 'x' (0x78) in <integer> on line 224");
+    EXPECT_EQ(ReadList("<array>" + discs + Disc("x") + "<foo>").error,
+              "Unknown character 'x' (0x78) in <integer> on line 224");
+    EXPECT_EQ(ReadList("<array>" + discs + "\n<dict>\n<key>Index</key>\n<integer>1").error,
+              "Premature end of file after <integer> on line 224");
+    EXPECT_EQ(ReadList("<array>" + discs + "\n<dict>\n<key>Index</key>\n<integer>1</key>").error,
+              "Close tag on line 224 does not match open tag integer");
+}
+
+TEST(XmlNormalizer, PlistOfRepeatedMarkupHasOneObject) {
+    const std::string plist = "<integer>1</integer><plist><integer>2</integer>";
+    std::string xml = "<array>";
+    for (int i = 0; i < 4; ++i)
+        xml += plist + "</plist>";
+    EXPECT_TRUE(ReadList(xml + "</array>").list);
+    EXPECT_EQ(ReadList(xml + plist + "<true/></plist></array>").error,
+              "Encountered unexpected element at line 1 (plist can only include one object)");
+}
+
+TEST(XmlNormalizer, NormalFormRefersToKeysByNumber) {
+    const std::string xml =
+        "<plist><dict><key>name</key><string>a&amp;b</string><key>slots</key>"
+        "<array><integer>1</integer><true/></array><key>name</key><dict/></dict></plist>";
+    std::vector<char> buffer(cf::NormalizedCapacity(xml));
+    const cf::NormalizedXml normalized = cf::NormalizeXml(xml, buffer.data());
+    EXPECT_EQ(std::string_view(buffer.data(), normalized.length),
+              "<p><d>\x80\x80\x80\x80sa&b\xFE<a>\x81\x80\x80\x80i1\xFEt</a>"
+              "<d>\x80\x80\x80\x80</d></d></p>");
+    EXPECT_EQ(normalized.keys, (std::vector<std::string_view>{"name", "slots"}));
+}
+
+// ---- keys ----
+
+TEST(XmlKeyTable, EqualTextsHaveOneNumber) {
+    constexpr std::size_t kCount = 20000;
+    std::vector<char> buffer(kCount * 5);
+    cf::XmlKeyTable table(buffer.data() + buffer.size());
+    for (int repetition = 0; repetition < 2; ++repetition)
+        for (std::size_t i = 0; i < kCount; ++i)
+            ASSERT_EQ(table.NumberOf(std::to_string(i)), i);
+    const std::vector<std::string_view> texts = table.TakeTexts();
+    ASSERT_EQ(texts.size(), kCount);
+    for (std::size_t i = 0; i < kCount; ++i)
+        ASSERT_EQ(texts[i], std::to_string(i));
+}
+
+TEST(XmlKeyTable, ReferenceGivesTheNumberAndHasNoAscii) {
+    for (const std::size_t number :
+         {0U, 1U, 0x7FU, 0x80U, 0x3FFFU, 0x4000U, 0x1FFFFFU, 0x200000U, 0xABCDEF1U, 0xFFFFFFFU}) {
+        char reference[cf::kKeyReferenceLength];
+        EXPECT_EQ(cf::WriteKeyReference(reference, number), reference + sizeof reference);
+        EXPECT_EQ(cf::ReadKeyReference(reference), number);
+        EXPECT_TRUE(std::ranges::all_of(reference, [](char byte) { return (byte & 0x80) != 0; }));
+    }
+}
+
+// ---- the stack of containers ----
+
+cf::XmlContainerStack StackOf(const std::vector<XmlTag>& tags) {
+    cf::XmlContainerStack stack;
+    for (const XmlTag tag : tags)
+        stack.Push(tag);
+    return stack;
+}
+
+TEST(XmlContainerStack, PathTellsEachStackFromAllOthers) {
+    std::set<cf::XmlContainerStack::Path> paths;
+    std::size_t stacks = 0;
+    for (int depth = 0; depth <= 4; ++depth) {
+        for (int choice = 0; choice < 1 << (2 * depth); ++choice) {
+            std::vector<XmlTag> tags;
+            for (int level = 0; level < depth; ++level)
+                tags.push_back(std::array{XmlTag::kDict, XmlTag::kArray, XmlTag::kPlist,
+                                          XmlTag::kUnknown}[choice >> (2 * level) & 3]);
+            if (std::ranges::find(tags, XmlTag::kUnknown) != tags.end())
+                continue;
+            ++stacks;
+            paths.insert(StackOf(tags).GetPath());
+        }
+    }
+    EXPECT_EQ(stacks, 1U + 3 + 9 + 27 + 81);
+    EXPECT_EQ(paths.size(), stacks);
+}
+
+TEST(XmlContainerStack, DeepStackHasNoPathUntilItIsShallowAgain) {
+    cf::XmlContainerStack stack = StackOf(std::vector<XmlTag>(31, XmlTag::kArray));
+    const cf::XmlContainerStack::Path path = stack.GetPath();
+    EXPECT_NE(path, 0U);
+    stack.Push(XmlTag::kDict);
+    EXPECT_EQ(stack.GetPath(), 0U);
+    stack.Push(XmlTag::kDict);
+    EXPECT_EQ(stack.GetPath(), 0U);
+    stack.Pop();
+    stack.Pop();
+    EXPECT_EQ(stack.GetPath(), path);
+}
+
+TEST(XmlContainerStack, SetPathGivesTheStackWithThatPath) {
+    const std::vector<XmlTag> tags[] = {
+        {},
+        {XmlTag::kDict},
+        {XmlTag::kPlist, XmlTag::kDict, XmlTag::kArray, XmlTag::kDict},
+        {XmlTag::kPlist, XmlTag::kArray, XmlTag::kArray, XmlTag::kDict},
+        {XmlTag::kPlist, XmlTag::kDict},
+        {XmlTag::kArray, XmlTag::kPlist},
+    };
+    for (const auto& before : tags) {
+        for (const auto& after : tags) {
+            cf::XmlContainerStack stack = StackOf(before);
+            stack.SetPath(StackOf(after).GetPath());
+            ASSERT_EQ(stack.Depth(), after.size());
+            for (std::size_t i = after.size(); i > 0; --i) {
+                EXPECT_EQ(stack.Tag(), after[i - 1]);
+                stack.Pop();
+            }
+            EXPECT_TRUE(stack.IsEmpty());
+        }
+    }
+}
+
+TEST(XmlContainerStack, SetPathReplacesContainersBelowOneThatWasPopped) {
+    cf::XmlContainerStack stack = StackOf({XmlTag::kArray, XmlTag::kArray});
+    const cf::XmlContainerStack::Path path = stack.GetPath();
+    stack.Pop();
+    stack.Pop();
+    stack.Push(XmlTag::kDict);
+    stack.SetPath(path);
+    EXPECT_EQ(stack.Tag(), XmlTag::kArray);
+    stack.Pop();
+    EXPECT_EQ(stack.Tag(), XmlTag::kArray);
+}
+
+// ---- the cache ----
+
+const cf::XmlContainerStack::Path kPath = StackOf({XmlTag::kArray}).GetPath();
+const cf::XmlContainerStack::Path kOtherPath = StackOf({XmlTag::kDict}).GetPath();
+
+cf::XmlMarkup Markup(std::string_view source, cf::XmlContainerStack::Path before = kPath) {
+    return {source, 0, source, 0, XmlTag::kInteger, before, kPath};
+}
+
+TEST(XmlMarkupCache, SuccessorOfTheLastEntryMatchesItsTextAndPath) {
+    cf::XmlMarkupCache cache;
+    EXPECT_EQ(cache.MatchSuccessor("<a>", kPath), nullptr);
+    for (const std::string_view source : {"<a>", "<b>", "<a>"})
+        cache.Add(Markup(source));
+    EXPECT_EQ(cache.MatchSuccessor("<a>", kPath), nullptr);
+    EXPECT_EQ(cache.MatchSuccessor("<b", kPath), nullptr);
+    EXPECT_EQ(cache.MatchSuccessor("<b>", kOtherPath), nullptr);
+    const cf::XmlMarkup* markup = cache.MatchSuccessor("<b>1", kPath);
+    ASSERT_NE(markup, nullptr);
+    EXPECT_EQ(markup->source, "<b>");
+    EXPECT_EQ(cache.MatchSuccessor("<b>", kPath), nullptr);
+    EXPECT_NE(cache.MatchSuccessor("<a>", kPath), nullptr);
+}
+
+TEST(XmlMarkupCache, EqualTextWithAnotherPathIsAnotherEntry) {
+    cf::XmlMarkupCache cache;
+    for (const auto path : {kPath, kOtherPath, kOtherPath})
+        cache.Add(Markup("<a>", path));
+    EXPECT_EQ(cache.MatchSuccessor("<a>", kPath), nullptr);
+    EXPECT_NE(cache.MatchSuccessor("<a>", kOtherPath), nullptr);
+}
+
+TEST(XmlMarkupCache, NewEntryReplacesTheOneWithItsHash) {
+    cf::XmlMarkupCache cache;
+    std::vector<std::string> sources;
+    for (int i = 0; i < 1000; ++i)
+        sources.push_back("<" + std::to_string(i) + ">");
+    for (const std::string& source : sources)
+        cache.Add(Markup(source));
+    int matches = 0;
+    for (std::size_t i = 1; i < sources.size(); ++i) {
+        for (const std::size_t each : {i - 1, i, i - 1})
+            cache.Add(Markup(sources[each]));
+        matches += cache.MatchSuccessor(sources[i], kPath) != nullptr ? 1 : 0;
+    }
+    EXPECT_GT(matches, 900); // the two have the same hash at times
+}
+
+TEST(XmlMarkupCache, MarkupWithoutAPathIsIgnored) {
+    cf::XmlMarkupCache cache;
+    cf::XmlMarkup endsDeep = Markup("<a>");
+    endsDeep.after = 0;
+    for (int i = 0; i < 3; ++i) {
+        cache.Add(endsDeep);
+        cache.Add(Markup("<a>", 0));
+    }
+    EXPECT_EQ(cache.MatchSuccessor("<a>", kPath), nullptr);
+    EXPECT_EQ(cache.MatchSuccessor("<a>", 0), nullptr);
+}
+
+} // namespace
