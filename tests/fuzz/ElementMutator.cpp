@@ -1,7 +1,8 @@
 /*
  * Mutations for inputs that hold XML property lists. Every other time it is libFuzzer that changes
- * bytes; else whole elements are erased, doubled, copied over others or replaced by a scalar, so
- * that lists stay lists and the fuzzer gets behind the reader. A key goes with its value.
+ * bytes; else whole elements are erased, doubled, repeated until an array that holds them is long,
+ * copied over others or replaced by a scalar, so that lists stay lists and the fuzzer gets behind
+ * the reader. A key goes with its value.
  */
 
 #include <algorithm>
@@ -92,13 +93,15 @@ public:
     std::string Result() {
         const Span place = SomeElement();
         std::string result(text_);
-        switch (Below(4)) {
+        switch (Below(5)) {
         case 0:
             return result.erase(place.begin, place.length);
         case 1:
             return result.insert(place.begin, Copied(place));
         case 2:
             return result.replace(place.begin, place.length, Copied(SomeElement()));
+        case 3:
+            return result.insert(place.begin, Repeated(Copied(place)));
         default:
             return result.replace(place.begin, place.length, kScalars[Below(kScalars.size())]);
         }
@@ -110,6 +113,13 @@ private:
     }
     std::string_view Copied(const Span& span) const {
         return text_.substr(span.begin, span.length);
+    }
+    // Often enough for an array of several pieces.
+    std::string Repeated(std::string_view element) {
+        std::string elements;
+        for (std::size_t rest = 32 + Below(40); rest > 0; --rest)
+            elements += element;
+        return elements;
     }
     // The first one behind some place.
     Span SomeElement() {

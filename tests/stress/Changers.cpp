@@ -6,6 +6,7 @@
 #include "connection/Frames.h"
 
 #include <cstdint>
+#include <vector>
 
 using chance::Below;
 using chance::OneIn;
@@ -38,6 +39,33 @@ Value Medium(UInt16 slot, bool isCalm) {
          {"Media Partition Info", Array({Dictionary({{"Partition Has File System", OneIn(2)}})})}});
 }
 
+// An identified disc, of which nothing is wanted.
+Value IdentifiedMedium(UInt16 slot, int identifyTime) {
+    return Dictionary(
+        {{"Media Kind", 1},
+         {"Media Request Identification", false},
+         {"Media Storage Element Index", slot},
+         {"Media Identify Time", identifyTime},
+         {"Media Mount State", 0},
+         {"Media Partition Info", Array({Dictionary({{"Partition Has File System", true}})})}});
+}
+
+// Those beyond the slots that the daemon works on, of which one changes with each list.
+void AddFurtherMedia(const Held<CFMutableArrayRef>& media) {
+    static const std::vector<Value> unchanging = [] {
+        std::vector<Value> made;
+        for (UInt16 slot = kSlots; slot < kSlotsOfLongList; ++slot)
+            made.push_back(IdentifiedMedium(slot, 1));
+        return made;
+    }();
+    tally::Count(Kind::kLongList);
+    for (const Value& medium : unchanging)
+        CFArrayAppendValue(media, medium.Get());
+    const int changing = kSlots + Below(kSlotsOfLongList - kSlots);
+    CFArraySetValueAtIndex(media, changing,
+                           IdentifiedMedium(static_cast<UInt16>(changing), 1 + Below(1000)).Get());
+}
+
 Value Preferences(bool isCalm) {
     const Mutable preferences = Dictionary({{"BuildDirCacheOnIdentify", OneIn(2)}});
     if (OneIn(2))
@@ -63,6 +91,8 @@ Value ChangerInfo(int changer, bool isCalm) {
     const Held media = Array();
     for (UInt16 slot = 0; slot < kSlots; ++slot)
         CFArrayAppendValue(media, Medium(slot, isCalm).Get());
+    if (changer == 0 && OneIn(50))
+        AddFurtherMedia(media);
     const bool build = !isCalm && Happens(OneIn(8), Kind::kBuildRequest);
     return Dictionary({{"GUID", GuidOf(changer)},
                        {"Changer Ready", isCalm || !OneIn(10)},

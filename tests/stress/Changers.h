@@ -14,6 +14,7 @@
 constexpr int kChangers = 6;
 constexpr int kChangersThatStay = 3;
 constexpr UInt16 kSlots = 4;
+constexpr UInt16 kSlotsOfLongList = 5000; // of the first changer, in some notifications
 constexpr UInt32 kDrives = 2;
 
 constexpr UInt64 GuidOf(int changer) {

@@ -20,6 +20,7 @@ constexpr std::array<const char*, kKinds> kNames = {
     "root preferences",
     "changer infos",
     "  media infos",
+    "  media lists of 5,000 slots",
     "  identification requests",
     "  build requests",
     "  abort requests",

@@ -13,6 +13,7 @@ enum class Kind {
     kRootPreferences,
     kChangerInfo,
     kMediaInfo,
+    kLongList,
     kIdentificationRequest,
     kBuildRequest,
     kAbortRequest,

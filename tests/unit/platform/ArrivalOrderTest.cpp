@@ -13,10 +13,13 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -360,6 +363,60 @@ TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
     };
     CFRunLoopRun();
     EXPECT_EQ(socket_.chunks.size(), half.size());
+}
+
+class WatchedEvent : public cf::Watched {
+public:
+    explicit WatchedEvent(int descriptor) : Watched(Count), descriptor_(descriptor) {
+        EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << "in use";
+        const int event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        EXPECT_EQ(dup3(event, descriptor, O_CLOEXEC), descriptor);
+        close(event);
+        const std::lock_guard lock(cf::ArrivalsMutex());
+        EXPECT_TRUE(Watch(descriptor));
+    }
+    ~WatchedEvent() {
+        End();
+        close(descriptor_);
+    }
+
+    void End() {
+        const std::lock_guard lock(cf::ArrivalsMutex());
+        Unwatch();
+    }
+    // How often the handler is called for one input.
+    int CountCalls() const {
+        count_ = 0;
+        EXPECT_EQ(eventfd_write(descriptor_, 1), 0);
+        cf::HandleArrivals();
+        eventfd_t input = 0;
+        EXPECT_EQ(eventfd_read(descriptor_, &input), 0);
+        return count_;
+    }
+
+private:
+    static void Count(cf::Watched& watched, cf::Nanoseconds) noexcept {
+        ++static_cast<WatchedEvent&>(watched).count_;
+    }
+
+    const int descriptor_;
+    mutable int count_ = 0;
+};
+
+TEST_F(ArrivalOrderTest, DescriptorsOfTheSameLowestByteAreWatchedIndependently) {
+    const Stop stop;
+    WatchedEvent first(300);
+    WatchedEvent second(300 + 256);
+    WatchedEvent third(300 + 512);
+    for (const WatchedEvent* each : {&first, &second, &third})
+        EXPECT_EQ(each->CountCalls(), 1);
+    second.End();
+    EXPECT_EQ(first.CountCalls(), 1);
+    EXPECT_EQ(second.CountCalls(), 0);
+    EXPECT_EQ(third.CountCalls(), 1);
+    third.End();
+    EXPECT_EQ(first.CountCalls(), 1);
+    EXPECT_EQ(third.CountCalls(), 0);
 }
 
 TEST_F(ArrivalOrderTest, OnlyADelayThatIsWaitedForOnceTakesADescriptor) {

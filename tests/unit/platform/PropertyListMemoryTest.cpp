@@ -19,7 +19,7 @@
 namespace {
 
 // Values of all kinds, dictionaries that are alike, a key that comes again, more pairs than are
-// compared one by one.
+// compared one by one, an array that is kept in pieces.
 std::string MotleyXml() {
     std::string xml =
         "<dict><key>a&amp;b</key><array><string>x<![CDATA[y]]></string>"
@@ -28,7 +28,10 @@ std::string MotleyXml() {
         "<array/><dict/><dict><key>k</key><true/></dict><dict><key>k</key><false/></dict></array>";
     for (int i = 0; i < 40; ++i)
         xml += "<key>" + std::to_string(i % 39) + "</key><string>value</string>";
-    return xml + "</dict>";
+    xml += "<key>long</key><array>";
+    for (int i = 0; i < 70; ++i)
+        xml += "<integer>" + std::to_string(i) + "</integer>";
+    return xml + "</array></dict>";
 }
 
 std::string MotleyBinary() {

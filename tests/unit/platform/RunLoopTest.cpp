@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -116,6 +117,36 @@ TEST(RunLoopTest, ReadySourcesGoInTheOrderOfTheirComing) {
     first.Signal();
     CFRunLoopRun();
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}
+
+TEST(RunLoopTest, SourcesKeepTheirOrderWhenOthersLeave) {
+    std::vector<int> order;
+    std::vector<std::unique_ptr<TestSource>> sources;
+    for (int i = 0; i < 5; ++i)
+        sources.push_back(std::make_unique<TestSource>([&order, i] { order.push_back(i); }));
+    const auto run = [&] {
+        TestSource last(StopCurrentRun);
+        for (const auto& source : sources)
+            source->Signal();
+        last.Signal();
+        order.clear();
+        CFRunLoopRun();
+        return order;
+    };
+    sources[2]->Remove();
+    EXPECT_EQ(run(), (std::vector<int>{0, 1, 3, 4}));
+    sources[0]->Remove();
+    sources[1]->Remove();
+    EXPECT_EQ(run(), (std::vector<int>{3, 4}));
+    sources[4]->Remove();
+    sources[1]->Add();
+    EXPECT_EQ(run(), (std::vector<int>{3, 1}));
+    sources[3]->Remove();
+    sources[1]->Remove();
+    EXPECT_EQ(run(), (std::vector<int>{}));
+    sources[2]->Add();
+    sources[0]->Add();
+    EXPECT_EQ(run(), (std::vector<int>{2, 0}));
 }
 
 TEST(RunLoopTest, SourceGetsOneCalloutATurn) {

@@ -223,6 +223,18 @@ TEST_F(RunLoopTimerTest, AlarmIsTakenBackWithTheLastDate) {
     EXPECT_EQ(alarms, (std::vector<bool>{true, false}));
 }
 
+TEST_F(RunLoopTimerTest, DateThatNeverComesSetsNoAlarm) {
+    bool hasAlarm = true;
+    const CFTimeInterval infinity = std::numeric_limits<CFTimeInterval>::infinity();
+    TestTimer onceAndNever(start, infinity, Note(0)); // its second date is beyond kNever
+    TestTimer delay(start + 60, 0, [&] {
+        hasAlarm = clock.HasAlarm();
+        StopCurrentRun();
+    });
+    CFRunLoopRun();
+    EXPECT_FALSE(hasAlarm);
+}
+
 TEST_F(RunLoopTimerTest, ShortestRepetitionIsNoDateHoweverLongTheDelayBeforeIt) {
     bool hasAlarm = true;
     TestTimer delay(start + 10 * kHour, 1e-9, Note(0));

@@ -17,7 +17,14 @@ namespace {
 // None of these has a destructor: the thread may outlive main.
 constinit std::mutex g_mutex;
 constinit int g_epoll = -1;
-constinit Watched* g_firstWatched = nullptr;
+
+// All that is watched, in lists by the lowest byte of the descriptor. Descriptors are small numbers
+// next to each other, so each list holds one of every 256.
+constinit std::array<Watched*, 256> g_watched = {};
+
+Watched*& FirstWatched(int descriptor) noexcept {
+    return g_watched[static_cast<std::size_t>(descriptor) % g_watched.size()];
+}
 
 } // namespace
 
@@ -49,7 +56,7 @@ public:
 private:
     // Null when it was unwatched meanwhile.
     static Watched* Find(int descriptor) noexcept {
-        Watched* watched = g_firstWatched;
+        Watched* watched = FirstWatched(descriptor);
         while (watched != nullptr && watched->descriptor_ != descriptor)
             watched = watched->next_;
         return watched;
@@ -115,7 +122,7 @@ bool Watched::Watch(int descriptor, Nanoseconds date) noexcept {
         return false;
     descriptor_ = descriptor;
     date_ = date;
-    next_ = std::exchange(g_firstWatched, this);
+    next_ = std::exchange(FirstWatched(descriptor), this);
     return true;
 }
 
@@ -123,7 +130,7 @@ void Watched::Unwatch() noexcept {
     if (!IsWatched())
         return;
     epoll_ctl(g_epoll, EPOLL_CTL_DEL, descriptor_, nullptr);
-    Watched** link = &g_firstWatched;
+    Watched** link = &FirstWatched(descriptor_);
     while (*link != this)
         link = &(*link)->next_;
     *link = next_;

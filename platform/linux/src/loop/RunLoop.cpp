@@ -137,19 +137,6 @@ bool GoesOn(const RunLoop& loop, const Run& run) noexcept {
     return !run.stopped && !(loop.sources.Empty() && loop.timers.Empty());
 }
 
-// The timer that has been due longest.
-Timer* FirstDue(const RunLoop& loop, std::uint64_t turn, const Moment& now) noexcept {
-    Timer* first = nullptr;
-    for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
-        auto* timer = static_cast<Timer*>(member);
-        if (timer->callingOut || timer->lastTurn >= turn || Lateness(*timer, now) < 0)
-            continue;
-        if (first == nullptr || Lateness(*timer, now) > Lateness(*first, now))
-            first = timer;
-    }
-    return first;
-}
-
 Source* FirstReady(const RunLoop& loop, std::uint64_t turn, bool nested) noexcept {
     for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
         auto* source = static_cast<Source*>(member);
@@ -186,7 +173,7 @@ bool FireTimers(RunLoop& loop, const Run& run, std::uint64_t turn, const Moment&
     const bool nested = run.outer != nullptr;
     bool calledOut = false;
     Timer* timer = nullptr;
-    while (!run.stopped && (timer = FirstDue(loop, turn, now)) != nullptr) {
+    while (!run.stopped && (timer = loop.queue.FirstDue(turn, now)) != nullptr) {
         if (!calledOut)
             HandleArrivals();
         if (Source* source = FirstReadyBefore(loop, *timer, now, nested))
@@ -214,24 +201,19 @@ bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t turn) noexcept 
 // as had come. True when anything was called out.
 bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
     const std::uint64_t turn = ++loop.turn;
+    loop.queue.AdmitDeferred();
     const bool fired = FireTimers(loop, run, turn, ReadClocks());
     const bool performed = PerformSources(loop, run, turn);
     return fired || performed;
 }
 
 // Until when the loop may sleep, by the monotonic clock. For a date the alarm will wake it.
+// A timer that is put aside is not asked about: a turn that put one aside has called out.
 Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
-    Nanoseconds monotonic = kNever;
-    Nanoseconds wallClock = kNever;
-    for (Member* member = loop.timers.First(); member != nullptr; member = member->next) {
-        const auto& timer = static_cast<const Timer&>(*member);
-        Nanoseconds& first = timer.onWallClock ? wallClock : monotonic;
-        if (!timer.callingOut)
-            first = std::min(first, timer.date);
-    }
-    if (!loop.alarm.Set(loop.context.Get(), wallClock))
-        monotonic = std::min(monotonic, MonotonicNow() + kMinute);
-    return monotonic;
+    const Nanoseconds monotonic = loop.queue.FirstMonotonicDate();
+    if (loop.alarm.Set(loop.context.Get(), loop.queue.FirstWallClockDate()))
+        return monotonic;
+    return std::min(monotonic, MonotonicNow() + kMinute);
 }
 
 void RealignTimers(RunLoop& loop) noexcept {

@@ -13,20 +13,17 @@ bool MemberList::Join(RunLoop& loop, Member& member, CFStringRef mode) noexcept 
         return false;
     Retain(&member);
     member.loop = &loop;
-    member.mode = mode;
+    member.inCommonModes = mode == kCFRunLoopCommonModes;
     member.lastTurn = loop.turn;
-    Member** end = &first_;
-    while (*end != nullptr)
-        end = &(*end)->next;
-    *end = &member;
+    member.previous = last_;
+    (last_ != nullptr ? last_->next : first_) = &member;
+    last_ = &member;
     return true;
 }
 
 void MemberList::Leave(Member& member) noexcept {
-    Member** link = &first_;
-    while (*link != &member)
-        link = &(*link)->next;
-    *link = member.next;
+    (member.previous != nullptr ? member.previous->next : first_) = member.next;
+    (member.next != nullptr ? member.next->previous : last_) = member.previous;
     member.next = nullptr;
     member.loop = nullptr;
     Release(&member);
@@ -34,9 +31,8 @@ void MemberList::Leave(Member& member) noexcept {
 
 // The default mode is one of the common ones: what is in all of them leaves by either name.
 bool IsRemovedBy(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept {
-    return member.loop == &loop &&
-           (mode == kCFRunLoopDefaultMode ||
-            (mode == kCFRunLoopCommonModes && member.mode == kCFRunLoopCommonModes));
+    return member.loop == &loop && (mode == kCFRunLoopDefaultMode ||
+                                    (mode == kCFRunLoopCommonModes && member.inCommonModes));
 }
 
 } // namespace cf

@@ -17,9 +17,10 @@ struct Member : Object {
     using Object::Object;
 
     Member* next = nullptr;
-    RunLoop* loop = nullptr; // the one that it is in, which lets go of it before it ends
-    CFStringRef mode = nullptr;
+    Member* previous = nullptr;
+    RunLoop* loop = nullptr;    // the one that it is in, which lets go of it before it ends
     std::uint64_t lastTurn = 0; // the last turn that it has had, or that was too early for it
+    bool inCommonModes = false; // rather than in the default mode alone
     bool callingOut = false;
     bool valid = true;
 };
@@ -40,6 +41,7 @@ public:
 
 private:
     Member* first_ = nullptr;
+    Member* last_ = nullptr;
 };
 
 // Whether removing the member from that loop and mode takes it out.

@@ -5,6 +5,7 @@
 
 #include "loop/LoopContext.h"
 #include "loop/RunLoopMember.h"
+#include "loop/TimerQueue.h"
 #include "loop/WallClockAlarm.h"
 
 #include <atomic>
@@ -27,7 +28,9 @@ struct RunLoop : Object {
     WallClockAlarm alarm; // ends its sleep for the timers on the wall clock
     MemberList sources;
     MemberList timers;
-    std::uint64_t turn = 0; // counts the turns of all runs
+    TimerQueue queue;              // of the timers
+    std::uint64_t timersAdded = 0; // so far
+    std::uint64_t turn = 0;        // counts the turns of all runs
 
     std::mutex runMutex;
     Run* innermost = nullptr; // guarded by runMutex

@@ -49,6 +49,7 @@ Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept {
 
 // By division: however many dates were missed, the next one is found at once.
 void Serve(Timer& timer) noexcept {
+    RemoveFromQueue(timer);
     timer.info.Use(
         [&timer](void* info) { timer.callout(reinterpret_cast<CFRunLoopTimerRef>(&timer), info); });
     if (timer.interval == 0) {
@@ -57,16 +58,24 @@ void Serve(Timer& timer) noexcept {
     }
     const Nanoseconds late = std::max<Nanoseconds>(Lateness(timer, ReadClocks()), 0);
     timer.date += (late / timer.interval + 1) * timer.interval;
+    if (timer.loop != nullptr)
+        timer.loop->queue.Insert(timer);
 }
 
 void Realign(Timer& timer, const Moment& now) noexcept {
+    if (!timer.onWallClock || timer.interval == 0)
+        return;
     const Nanoseconds wait = -Lateness(timer, now);
-    if (timer.onWallClock && timer.interval > 0)
-        timer.date -= std::max<Nanoseconds>(wait / timer.interval - 1, 0) * timer.interval;
+    TimerHeap* const heap = timer.links.heap;
+    RemoveFromQueue(timer);
+    timer.date -= std::max<Nanoseconds>(wait / timer.interval - 1, 0) * timer.interval;
+    if (heap != nullptr)
+        heap->Insert(timer);
 }
 
 void Leave(Timer& timer) noexcept {
     timer.deadline.Clear();
+    RemoveFromQueue(timer);
     timer.loop->timers.Leave(timer);
 }
 
@@ -90,6 +99,9 @@ void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRe
     auto* member = cf::As<cf::Timer>(timer);
     if (loop == nullptr || member == nullptr || !loop->timers.Join(*loop, *member, mode))
         return;
+    member->order = ++loop->timersAdded;
+    if (!member->callingOut) // else it is inserted after the callout
+        loop->queue.Insert(*member);
     if (member->interval == 0 && !member->onWallClock)
         member->deadline.Set(member->date);
 }

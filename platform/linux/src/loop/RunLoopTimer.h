@@ -5,6 +5,9 @@
 #include "loop/ContextInfo.h"
 #include "loop/Deadline.h"
 #include "loop/RunLoopMember.h"
+#include "loop/TimerHeap.h"
+
+#include <cstdint>
 
 namespace cf {
 
@@ -21,6 +24,9 @@ struct Timer : Member {
     const CFRunLoopTimerCallBack callout;
     ContextInfo info;
     Deadline deadline; // of a delay that is waited for once, while it is in a loop
+
+    std::uint64_t order = 0; // among the timers that were added to its loop
+    HeapLinks links;
 };
 
 // What the two clocks show.
@@ -36,6 +42,7 @@ Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept;
 // When the timer became due, by the monotonic clock.
 Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept;
 
+// Calls the timer out; meanwhile it is in no queue.
 void Serve(Timer& timer) noexcept;
 
 // After a step of the wall clock: a date that lies more than two intervals ahead moves to the

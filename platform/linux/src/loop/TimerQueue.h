@@ -1,0 +1,39 @@
+#ifndef PLATFORM_TIMERQUEUE_H
+#define PLATFORM_TIMERQUEUE_H
+
+#include "loop/RunLoopTimer.h"
+#include "loop/TimerHeap.h"
+
+#include <cstdint>
+
+namespace cf {
+
+// The timers of a loop that wait to fire: all but those that are calling out.
+class TimerQueue {
+public:
+    void Insert(Timer& timer) noexcept;
+
+    // Of the timers that joined the loop and fired last before that turn, the one that has been
+    // due longest at that moment; of equally late ones the one that joined first. nullptr when none
+    // is due. It remains in the queue. Due timers that must wait for a later turn are put aside.
+    Timer* FirstDue(std::uint64_t turn, const Moment& now) noexcept;
+
+    // Takes back what was put aside, at the beginning of a turn.
+    void AdmitDeferred() noexcept;
+
+    // The first date on one of the clocks, but for what is put aside; kNever: there is none.
+    Nanoseconds FirstMonotonicDate() const noexcept;
+    Nanoseconds FirstWallClockDate() const noexcept;
+
+private:
+    TimerHeap monotonic_;
+    TimerHeap wallClock_;
+    TimerHeap deferred_; // of both clocks: only that they are in it counts
+};
+
+// Takes the timer out of the queue that it is in, if any.
+void RemoveFromQueue(Timer& timer) noexcept;
+
+} // namespace cf
+
+#endif
