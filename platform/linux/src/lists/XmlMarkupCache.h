@@ -32,6 +32,9 @@ struct XmlMarkup {
 
 class XmlMarkupCache {
 public:
+    // An entry has the index hash % kCapacity. It replaces the one before it there.
+    static constexpr std::size_t kCapacity = 64;
+
     // The successor of the last entry, if the text begins with it and the path is the one before
     // it; else nullptr. It is then the last entry.
     const XmlMarkup* MatchSuccessor(std::string_view text, XmlContainerStack::Path path) {
@@ -52,7 +55,7 @@ private:
         XmlMarkup markup;
         Entry* successor;
     };
-    std::array<Entry, 64> entries_ = {}; // one for each hash; a newer entry replaces an older one
+    std::array<Entry, kCapacity> entries_ = {};
     Entry* last_ = nullptr;
 };
 
