@@ -2,92 +2,117 @@
 
 #include "Report.h"
 
-#include <benchmark/benchmark.h>
-
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <future>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
 namespace bench {
 namespace {
 
+using std::chrono::steady_clock;
+
 constexpr double kSecondsARound = 0.1;
+constexpr int kTrials = 3;
+constexpr std::chrono::minutes kEnough{1};
 
-class MedianReporter : public benchmark::BenchmarkReporter {
-public:
-    bool ReportContext(const Context&) override {
-        return true;
-    }
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.aggregate_name == "median") {
-                times_[run.run_name.function_name] = run.GetAdjustedRealTime();
-            }
-        }
-    }
-    const Contest::Times& Times() const {
-        return times_;
-    }
+double SecondsSince(steady_clock::time_point start) {
+    return std::chrono::duration<double>(steady_clock::now() - start).count();
+}
 
-private:
-    Contest::Times times_;
-};
+double TimeRuns(const std::function<double()>& body, std::size_t runs) {
+    double sum = 0;
+    for (std::size_t i = 0; i < runs; ++i) {
+        sum += body();
+    }
+    return sum / static_cast<double>(runs);
+}
 
-void InitializeOnce() {
-    static std::vector<std::string> words = {"bench", "--benchmark_enable_random_interleaving"};
-    static std::vector<char*> arguments = {words[0].data(), words[1].data(), nullptr};
-    static const bool initialized = [] {
-        int count = 2;
-        benchmark::Initialize(&count, arguments.data());
-        return true;
-    }();
-    static_cast<void>(initialized);
+std::size_t CountRuns(const std::function<double()>& body, double seconds) {
+    body(); // the first run warms up
+    const auto start = steady_clock::now();
+    body();
+    return static_cast<std::size_t>(std::max(1.0, std::ceil(seconds / SecondsSince(start))));
 }
 
 } // namespace
 
-void Contest::Add(const std::string& name, std::function<void()> body) {
-    AddTimed(name, [body = std::move(body)] {
-        const auto start = std::chrono::steady_clock::now();
+void Contest::Add(const std::string& name, const std::function<void()>& body) {
+    AddTimed(name, [body] {
+        const auto start = steady_clock::now();
         body();
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return SecondsSince(start);
     });
 }
 
 void Contest::AddTimed(const std::string& name, std::function<double()> body) {
-    bodies_[name] = std::move(body);
+    contenders_.push_back({name, std::move(body), 1, {}});
 }
 
-Contest::Times Contest::Run() {
-    InitializeOnce();
-    for (const auto& [name, body] : bodies_) {
-        const auto repeat = [&timed = body](benchmark::State& state) {
-            for (auto _ : state) {
-                state.SetIterationTime(timed());
-            }
-        };
-        benchmark::RegisterBenchmark(name.c_str(), repeat)
-            ->Unit(benchmark::kSecond)
-            ->UseManualTime()
-            ->MinTime(kSecondsARound)
-            ->Repetitions(rounds_)
-            ->ReportAggregatesOnly();
-    }
-    MedianReporter reporter;
-    const auto run = [&reporter] { benchmark::RunSpecifiedBenchmarks(&reporter); };
-    std::async(thread_ == Thread::Another ? std::launch::async : std::launch::deferred, run).get();
-    benchmark::ClearRegisteredBenchmarks();
-    if (reporter.Times().size() != bodies_.size()) {
-        throw std::runtime_error("not every contender has a time");
-    }
-    return reporter.Times();
+void Contest::Run() {
+    const auto policy = thread_ == Thread::Another ? std::launch::async : std::launch::deferred;
+    std::async(policy, [this] { RunTrials(); }).get();
 }
 
-std::string Contest::Tell(const Times& times, const std::vector<std::string>& names) {
+void Contest::RunTrials() {
+    const auto start = steady_clock::now();
+    double seconds = kSecondsARound;
+    for (int trial = 0; trial < kTrials; ++trial, seconds *= 2) {
+        RunTrial(seconds);
+        if (IsClear() || steady_clock::now() - start > kEnough) {
+            return;
+        }
+    }
+}
+
+void Contest::RunTrial(double seconds) {
+    static std::minstd_rand random{std::random_device{}()};
+    std::vector<Contender*> order;
+    for (Contender& contender : contenders_) {
+        contender.runs = CountRuns(contender.body, seconds);
+        contender.times.clear();
+        order.push_back(&contender);
+    }
+    for (std::size_t round = 0; round < rounds_; ++round) {
+        std::ranges::shuffle(order, random);
+        for (Contender* contender : order) {
+            contender->times.push_back(TimeRuns(contender->body, contender->runs));
+        }
+    }
+}
+
+bool Contest::IsClear() const {
+    return std::ranges::all_of(contenders_, [this](const Contender& contender) {
+        return Ratio(contender.name, contenders_.front().name).IsNarrow();
+    });
+}
+
+const Contest::Contender& Contest::Find(const std::string& name) const {
+    const auto found = std::ranges::find(contenders_, name, &Contender::name);
+    if (found == contenders_.end()) {
+        throw std::invalid_argument("no contender " + name);
+    }
+    return *found;
+}
+
+Spread Contest::Time(const std::string& name) const {
+    return Spread(Find(name).times);
+}
+
+Spread Contest::Ratio(const std::string& over, const std::string& under) const {
+    std::vector<double> ratios;
+    std::ranges::transform(Find(over).times, Find(under).times, std::back_inserter(ratios),
+                           std::divides());
+    return Spread(std::move(ratios));
+}
+
+std::string Contest::Tell(const std::vector<std::string>& names) const {
     std::string text;
     for (const std::string& name : names) {
-        text += (text.empty() ? "" : ", ") + name + " " + InTime(times.at(name));
+        text += (text.empty() ? "" : ", ") + name + " " + InTime(Time(name).median);
     }
     return text;
 }

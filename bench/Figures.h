@@ -11,6 +11,11 @@ void MeasureNotifications(Report& report);
 void MeasureServer(Report& report);
 void MeasureIdleAndStart(Report& report);
 void MeasureGrowth(Report& report);
+void MeasureScaling(Report& report);
+
+// Parts of a section.
+void MeasureLists(Report& report);
+void MeasureNotificationGrowth(Report& report);
 
 } // namespace bench
 

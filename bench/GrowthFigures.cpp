@@ -1,10 +1,7 @@
 #include "Figures.h"
 
-#include "Contest.h"
 #include "InOrder.h"
-#include "Notification.h"
 #include "ProcessorTime.h"
-#include "Shelf.h"
 
 #include "stage/Failure.h"
 #include "stage/ReadWatch.h"
@@ -12,46 +9,15 @@
 
 #include <algorithm>
 #include <chrono>
-#include <memory>
 #include <string>
 #include <sys/types.h>
 #include <thread>
-#include <vector>
 
 using stage::Event;
 using stage::Scene;
 
 namespace bench {
 namespace {
-
-// ---- notifications ----
-
-constexpr std::size_t kSlots = 1000;
-constexpr std::size_t kChangerCounts[] = {1, 4, 16, 64};
-
-void MeasureNotificationGrowth(Report& report) {
-    std::vector<std::unique_ptr<Notification>> notifications;
-    Contest contest;
-    for (const std::size_t changers : kChangerCounts) {
-        const Shelf shelf(changers, kSlots);
-        KnowChangers(shelf);
-        notifications.push_back(std::make_unique<Notification>(shelf.MakeNotification()));
-        notifications.back()->Deliver();
-        contest.AddTimed(std::to_string(changers),
-                         [&each = *notifications.back()] { return each.Deliver(); });
-    }
-    const auto times = contest.Run();
-    std::vector<double> costs;
-    std::string beside;
-    for (const std::size_t changers : kChangerCounts) {
-        const double cost = times.at(std::to_string(changers)) / double(changers * kSlots);
-        costs.push_back(cost);
-        beside += (beside.empty() ? "" : ", ") + std::to_string(changers) + ": " + InTime(cost);
-    }
-    const auto [least, most] = std::ranges::minmax(costs);
-    report.AddAtMost("a notification's cost for a disc, 1 to 64 changers: most over least", 1.25,
-                     most / least, "", beside);
-}
 
 // ---- much at once ----
 
@@ -196,11 +162,11 @@ void MeasureOneAfterTheOther(Report& report) {
 } // namespace
 
 void MeasureGrowth(Report& report) {
-    report.BeginSection("Growth",
-                        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, which "
-                        "have not changed, in this "
-                        "process; identifications and builds by the daemon as installed, with the "
-                        "simulator, whose robot takes no time, once each.");
+    report.BeginSection(
+        "Growth",
+        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, which have not changed, "
+        "in this process; identifications and builds by the daemon as installed, with the "
+        "simulator, whose robot takes no time, once each.");
     MeasureNotificationGrowth(report);
     MeasureAtOnce(report);
     MeasureOneAfterTheOther(report);

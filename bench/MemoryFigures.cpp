@@ -2,18 +2,14 @@
 
 #include "AwaitedServer.h"
 #include "ChangingFrame.h"
+#include "Data.h"
 #include "Frame.h"
 #include "InOrder.h"
-#include "Memory.h"
-#include "Notification.h"
 #include "ProcessMemory.h"
 #include "Shelf.h"
 
 #include "stage/Scene.h"
 
-#include <plist/plist.h>
-
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -137,12 +133,22 @@ std::string Describe(const Shape& shape) {
     return std::to_string(shape.changers) + " x " + InUnits(static_cast<double>(shape.slots), "");
 }
 
+void AddTo(Data& data, const Shape& shape, const Series& series) {
+    data.BeginSet(Describe(shape) + " discs");
+    for (const auto& [notifications, memory] : series) {
+        data.Add(
+            {static_cast<double>(notifications), (memory - series.front().second) / kMebibyte});
+    }
+}
+
 void MeasureRunning(Report& report) {
+    Data data({"notifications", "MiB since the first"});
     for (const Shape& shape : kShapes) {
         if (!IsWanted(shape)) {
             continue;
         }
         const Series series = MeasureShape(shape);
+        AddTo(data, shape, series);
         const double each = GrowthEach(series);
         constexpr double kGibibyte = kMebibyte * kKibibyte;
         report.AddAtMost(Describe(shape) + " discs: memory for a notification", shape.goal,
@@ -151,40 +157,8 @@ void MeasureRunning(Report& report) {
                              "; in the beginning " +
                              InUnits(series.front().second / kMebibyte, "MiB"));
     }
-}
-
-// ---- lists that are alike ----
-
-// What keeping the last of these takes on the heap, while those before are kept.
-long GrowthByLast(const std::vector<std::string>& texts) {
-    long growth = 0;
-    for (const std::string& text : texts) {
-        const Notification notification(text);
-        const long before = HeapInUse();
-        notification.Keep();
-        growth = HeapInUse() - before;
-    }
-    return growth;
-}
-
-long GrowthByLibplist(const std::string& text) {
-    const long before = HeapInUse();
-    plist_t list = nullptr;
-    plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &list);
-    return HeapInUse() - before;
-}
-
-void MeasureFirst(Report& report) {
-    const Shelf shelf(10, 500);
-    const std::string text = shelf.MakeNotification();
-    const auto discs = static_cast<double>(shelf.CountDiscs());
-    const auto libplist = MeasureApart([&] { return GrowthByLibplist(text); });
-    const auto first = MeasureApart([&] { return GrowthByLast({text}); });
-    const auto again = MeasureApart([&] { return GrowthByLast({text, text}); });
-    report.AddAtMost("10 x 500 discs: memory of the first list, a disc", 130,
-                     static_cast<double>(first) / discs, "bytes",
-                     "libplist " + InUnits(static_cast<double>(libplist) / discs, "bytes"));
-    report.AddAtMost("the same list again, for all", 0, static_cast<double>(again), "bytes", "");
+    data.Write("memory");
+    report.ShowPicture("memory.svg", "Memory over notifications for the six shapes");
 }
 
 } // namespace
@@ -196,9 +170,10 @@ void MeasureMemory(Report& report) {
         "many changers with so many identified discs each; " +
             InUnits(static_cast<double>(CountNotifications()), "notifications") +
             " with one disc changed in each, after 30 to warm up. Its private dirty memory, as the "
-            "kernel counts it, divided by their number; a year has 1,200 changes a day. The first "
-            "list and the same again are measured on the heap of a process that has read nothing.");
-    MeasureFirst(report);
+            "kernel counts it, divided by their number; a year has 1,200 changes a day. Single "
+            "lists "
+            "are measured in processes that have read nothing, their peaks as resident memory.");
+    MeasureLists(report);
     MeasureRunning(report);
 }
 

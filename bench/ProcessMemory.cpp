@@ -5,31 +5,47 @@
 #include "stage/Failure.h"
 #include "stage/ProcessState.h"
 
+#include <fstream>
 #include <sstream>
 #include <string>
 
 namespace bench {
 namespace {
 
-double ReadRollup(pid_t process, const std::string& field) {
-    std::istringstream lines(stage::ReadProcFile(process, "smaps_rollup"));
+double ReadField(pid_t process, const std::string& file, const std::string& field) {
+    std::istringstream lines(stage::ReadProcFile(process, file));
     for (std::string word; lines >> word;) {
         if (word == field) {
             lines >> word;
             return std::stod(word) * kKibibyte;
         }
     }
-    throw stage::Failure("no " + field + " in smaps_rollup of a process");
+    throw stage::Failure("no " + field + " in " + file + " of a process");
 }
 
 } // namespace
 
 double ReadDirtyMemory(pid_t process) {
-    return ReadRollup(process, "Private_Dirty:");
+    return ReadField(process, "smaps_rollup", "Private_Dirty:");
 }
 
 double ReadPrivateMemory(pid_t process) {
-    return ReadDirtyMemory(process) + ReadRollup(process, "Private_Clean:");
+    return ReadDirtyMemory(process) + ReadField(process, "smaps_rollup", "Private_Clean:");
+}
+
+double ReadResidentMemory(pid_t process) {
+    return ReadField(process, "status", "VmRSS:");
+}
+
+double ReadPeakMemory(pid_t process) {
+    return ReadField(process, "status", "VmHWM:");
+}
+
+void ForgetPeakMemory() {
+    std::ofstream file("/proc/self/clear_refs");
+    file << '5';
+    file.close();
+    stage::Require(file.good(), "cannot forget the peak of memory");
 }
 
 } // namespace bench

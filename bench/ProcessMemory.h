@@ -10,6 +10,11 @@ namespace bench {
 double ReadDirtyMemory(pid_t process);
 double ReadPrivateMemory(pid_t process);
 
+// Bytes of it that are in memory, now and at most, since this process forgot its own peak.
+double ReadResidentMemory(pid_t process);
+double ReadPeakMemory(pid_t process);
+void ForgetPeakMemory();
+
 } // namespace bench
 
 #endif

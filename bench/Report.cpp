@@ -21,6 +21,13 @@ std::string Rounded(double value) {
     return digits;
 }
 
+// "0.81 to 0.84 of 15", or nothing for what was measured once.
+std::string TellMiddleHalf(const Spread& measured) {
+    return measured.count == 1 ? ""
+                               : Rounded(measured.low) + " to " + Rounded(measured.high) + " of " +
+                                     std::to_string(measured.count);
+}
+
 } // namespace
 
 std::string InUnits(double value, const std::string& unit) {
@@ -35,57 +42,93 @@ std::string InTime(double seconds) {
 }
 
 void Report::BeginSection(const std::string& title, const std::string& how) {
-    sections_.push_back({title, how, {}});
+    sections_.push_back({title, how, {}, ""});
     std::fprintf(stderr, "\n%s\n", title.c_str());
 }
 
-void Report::AddAtMost(const std::string& what, double goal, double measured,
+Report::Verdict Report::Judge(const Spread& measured, bool lowMeets, bool medianMeets,
+                              bool highMeets) {
+    if (!measured.IsNarrow() && lowMeets != highMeets) {
+        return Verdict::TooBusy;
+    }
+    return medianMeets ? Verdict::Met : Verdict::Short;
+}
+
+void Report::AddAtMost(const std::string& what, double goal, const Spread& measured,
                        const std::string& unit, const std::string& peers) {
-    Add({what, InUnits(measured, unit), "≤ " + InUnits(goal, unit), measured <= goal, peers});
+    Add({what, InUnits(measured.median, unit), TellMiddleHalf(measured), "≤ " + InUnits(goal, unit),
+         Judge(measured, measured.low <= goal, measured.median <= goal, measured.high <= goal),
+         peers});
 }
 
-void Report::AddAtLeast(const std::string& what, double goal, double measured,
+void Report::AddAtLeast(const std::string& what, double goal, const Spread& measured,
                         const std::string& unit, const std::string& peers) {
-    Add({what, InUnits(measured, unit), "≥ " + InUnits(goal, unit), measured >= goal, peers});
+    Add({what, InUnits(measured.median, unit), TellMiddleHalf(measured), "≥ " + InUnits(goal, unit),
+         Judge(measured, measured.low >= goal, measured.median >= goal, measured.high >= goal),
+         peers});
 }
 
-void Report::AddUnjudged(const std::string& what, double measured, const std::string& unit,
+void Report::AddUnjudged(const std::string& what, const Spread& measured, const std::string& unit,
                          const std::string& peers) {
-    Add({what, InUnits(measured, unit), "", true, peers});
+    Add({what, InUnits(measured.median, unit), TellMiddleHalf(measured), "", Verdict::None, peers});
+}
+
+const char* Report::MarkOf(Verdict verdict) {
+    switch (verdict) {
+    case Verdict::Short:
+        return "SHORT";
+    case Verdict::TooBusy:
+        return "TOO BUSY TO TELL";
+    default:
+        return "";
+    }
 }
 
 void Report::Add(Row row) {
-    std::fprintf(stderr, "  %-66s %10s  %-12s %s%s\n", row.what.c_str(), row.measured.c_str(),
-                 row.goal.c_str(), row.isMet ? "" : "SHORT  ", row.peers.c_str());
+    std::fprintf(stderr, "  %-72s %10s  %-22s %-12s %s  %s\n", row.what.c_str(),
+                 row.measured.c_str(), row.middleHalf.c_str(), row.goal.c_str(),
+                 MarkOf(row.verdict), row.peers.c_str());
     sections_.back().rows.push_back(std::move(row));
+}
+
+void Report::ShowPicture(const std::string& name, const std::string& text) {
+    sections_.back().pictures += "![" + text + "](" + name + ")\n\n";
 }
 
 std::string Report::Write() const {
     std::string text;
     for (const Section& section : sections_) {
         text += "## " + section.title + "\n\n" + section.how + "\n\n";
-        text += "| what | measured | goal | beside |\n|---|---|---|---|\n";
+        text += "| what | measured | middle half | goal | beside |\n|---|---|---|---|---|\n";
         for (const Row& row : section.rows) {
-            const std::string mark = row.isMet ? "" : " **short**";
-            text += "| " + row.what + " | " + row.measured + mark + " | " + row.goal + " | " +
-                    row.peers + " |\n";
+            const std::string mark = MarkOf(row.verdict);
+            text += "| " + row.what + " | " + row.measured +
+                    (mark.empty() ? "" : " **" + mark + "**") + " | " + row.middleHalf + " | " +
+                    row.goal + " | " + row.peers + " |\n";
         }
-        text += "\n";
+        text += "\n" + section.pictures;
     }
     return text + WriteShortfalls();
 }
 
-std::string Report::WriteShortfalls() const {
+std::string Report::List(Verdict verdict) const {
     std::string text;
     for (const Section& section : sections_) {
         for (const Row& row : section.rows) {
-            if (!row.isMet) {
+            if (row.verdict == verdict) {
                 text += "- " + section.title + ": " + row.what + ": " + row.measured + ", wanted " +
                         row.goal + "\n";
             }
         }
     }
-    return "## What falls short\n\n" + (text.empty() ? "Nothing.\n" : text);
+    return text;
+}
+
+std::string Report::WriteShortfalls() const {
+    const std::string fallShort = List(Verdict::Short);
+    const std::string tooBusy = List(Verdict::TooBusy);
+    return "## What falls short\n\n" + (fallShort.empty() ? "Nothing.\n" : fallShort) +
+           (tooBusy.empty() ? "" : "\n## What the machine was too busy to tell\n\n" + tooBusy);
 }
 
 } // namespace bench

@@ -1,41 +1,56 @@
 #ifndef BENCH_REPORT_H
 #define BENCH_REPORT_H
 
+#include "Spread.h"
+
 #include <string>
 #include <vector>
 
 namespace bench {
 
 // What was measured, beside what is wanted and what others need for the same.
+//
+// A figure falls short when its median does and its middle half lies within 5 %, or when all of its
+// middle half does. It meets its goal likewise. Otherwise the machine was too busy to tell.
 class Report {
 public:
     void BeginSection(const std::string& title, const std::string& how);
 
     // The peers are told in words, such as "find: 204 ms".
-    void AddAtMost(const std::string& what, double goal, double measured, const std::string& unit,
-                   const std::string& peers);
-    void AddAtLeast(const std::string& what, double goal, double measured, const std::string& unit,
-                    const std::string& peers);
-    void AddUnjudged(const std::string& what, double measured, const std::string& unit,
+    void AddAtMost(const std::string& what, double goal, const Spread& measured,
+                   const std::string& unit, const std::string& peers);
+    void AddAtLeast(const std::string& what, double goal, const Spread& measured,
+                    const std::string& unit, const std::string& peers);
+    void AddUnjudged(const std::string& what, const Spread& measured, const std::string& unit,
                      const std::string& peers);
 
-    // As Markdown; the shortfalls alone, and all with them at the end.
+    // A picture of the section's figures, which is drawn from data that the section wrote. The name
+    // is that of its file in docs/.
+    void ShowPicture(const std::string& name, const std::string& text);
+
+    // As Markdown; what falls short or could not be told alone, and all with that at the end.
     std::string WriteShortfalls() const;
     std::string Write() const;
 
 private:
+    enum class Verdict { None, Met, Short, TooBusy };
     struct Row {
         std::string what;
         std::string measured;
+        std::string middleHalf;
         std::string goal;
-        bool isMet;
+        Verdict verdict;
         std::string peers;
     };
     struct Section {
         std::string title;
         std::string how;
         std::vector<Row> rows;
+        std::string pictures;
     };
+    static Verdict Judge(const Spread& measured, bool lowMeets, bool medianMeets, bool highMeets);
+    static const char* MarkOf(Verdict verdict);
+    std::string List(Verdict verdict) const;
     void Add(Row row);
 
     std::vector<Section> sections_;

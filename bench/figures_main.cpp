@@ -20,11 +20,13 @@ struct Section {
 
 // Memory and notifications come first, while this process has read none.
 constexpr Section kSections[] = {
-    {"memory", bench::MeasureMemory}, {"notifications", bench::MeasureNotifications},
-    {"walk", bench::MeasureWalk},     {"server", bench::MeasureServer},
-    {"growth", bench::MeasureGrowth}, {"idle", bench::MeasureIdleAndStart}};
+    {"memory", bench::MeasureMemory},    {"notifications", bench::MeasureNotifications},
+    {"walk", bench::MeasureWalk},        {"server", bench::MeasureServer},
+    {"growth", bench::MeasureGrowth},    {"scaling", bench::MeasureScaling},
+    {"idle", bench::MeasureIdleAndStart}};
 
 void Measure(const std::vector<std::string>& names) {
+    const std::string head = bench::DescribeRun();
     bench::Report report;
     for (const std::string& name : names) {
         if (std::ranges::none_of(kSections,
@@ -37,7 +39,7 @@ void Measure(const std::vector<std::string>& names) {
             section.measure(report);
         }
     }
-    std::printf("%s%s", bench::DescribeRun().c_str(), report.Write().c_str());
+    std::printf("%s%s", head.c_str(), report.Write().c_str());
     std::fprintf(stderr, "\n%s", report.WriteShortfalls().c_str());
 }
 

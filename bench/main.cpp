@@ -1,6 +1,6 @@
 // trayprobed-bench [section...]: measures what the daemon costs beside its peers and its goals, in
 // a private world. The tables go to standard output as Markdown; how far it is, to standard error.
-// Sections: memory, notifications, walk, server, growth, idle; all unless named.
+// Sections: memory, notifications, walk, server, growth, scaling, idle; all unless named.
 
 #include "stage/Failure.h"
 #include "stage/PrivateWorld.h"

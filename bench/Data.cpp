@@ -1,0 +1,53 @@
+#include "Data.h"
+
+#include "stage/Failure.h"
+#include "stage/PrivateWorld.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace bench {
+namespace {
+
+std::string Quoted(const std::string& word) {
+    return '"' + word + '"';
+}
+
+} // namespace
+
+Data::Data(const std::vector<std::string>& columns) : text_("#") {
+    for (const std::string& column : columns) {
+        text_ += ' ' + Quoted(column);
+    }
+    text_ += '\n';
+}
+
+void Data::Add(const std::string& name, const std::vector<double>& numbers) {
+    text_ += Quoted(name);
+    Add(numbers);
+}
+
+void Data::Add(const std::vector<double>& numbers) {
+    for (const double number : numbers) {
+        char digits[32];
+        std::snprintf(digits, sizeof digits, " %.6g", number);
+        text_ += digits;
+    }
+    text_ += '\n';
+}
+
+void Data::BeginSet(const std::string& name) {
+    text_ += "\n\n" + Quoted(name) + '\n';
+}
+
+void Data::Write(const std::string& name) const {
+    const std::string folder = stage::ProgramPath("bench-data");
+    std::filesystem::create_directories(folder);
+    std::ofstream file(folder + "/" + name + ".dat");
+    file << text_;
+    file.close();
+    stage::Require(file.good(), "cannot write data of a picture");
+}
+
+} // namespace bench

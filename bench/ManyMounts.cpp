@@ -1,0 +1,31 @@
+#include "ManyMounts.h"
+
+#include "stage/Failure.h"
+
+#include <filesystem>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace bench {
+
+ManyMounts::ManyMounts() {
+    std::filesystem::create_directory(root_);
+    stage::Require(mount("volumes", root_.c_str(), "tmpfs", 0, nullptr) == 0,
+                   "cannot mount a tmpfs");
+}
+
+ManyMounts::~ManyMounts() {
+    umount2(root_.c_str(), MNT_DETACH); // with all that are mounted in it
+    std::filesystem::remove(root_);
+}
+
+void ManyMounts::GrowTo(std::size_t count) {
+    for (; count_ < count; ++count_) {
+        const std::string path = root_ + "/" + std::to_string(count_);
+        stage::Require(mkdir(path.c_str(), 0700) == 0 &&
+                           mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0,
+                       "cannot mount a volume");
+    }
+}
+
+} // namespace bench

@@ -1,0 +1,71 @@
+#include "Figures.h"
+
+#include "Contest.h"
+#include "Data.h"
+#include "Notification.h"
+#include "Shelf.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace bench {
+namespace {
+
+constexpr std::size_t kSlots = 1000;
+constexpr std::size_t kChangerCounts[] = {1, 4, 16, 64};
+constexpr int kRuns = 5;
+
+using Notifications = std::map<std::size_t, std::unique_ptr<Notification>>; // by changers
+
+Notifications DeliverAll() {
+    Notifications notifications;
+    for (const std::size_t changers : kChangerCounts) {
+        const Shelf shelf(changers, kSlots);
+        KnowChangers(shelf);
+        notifications[changers] = std::make_unique<Notification>(shelf.MakeNotification());
+        notifications[changers]->Deliver();
+    }
+    return notifications;
+}
+
+// A contender tells its time for a thousand discs.
+void MeasureOnce(Report& report, Data& data, const Notifications& notifications, int run) {
+    Contest contest;
+    for (const auto& [changers, each] : notifications) {
+        contest.AddTimed(std::to_string(changers), [changers = changers, &each = *each] {
+            return each.Deliver() / static_cast<double>(changers);
+        });
+    }
+    contest.Run();
+    std::map<double, std::string> costs;
+    std::string beside;
+    data.BeginSet("run " + std::to_string(run));
+    for (const std::size_t changers : kChangerCounts) {
+        const std::string name = std::to_string(changers);
+        const Spread cost = contest.Time(name).Times(1.0 / kSlots);
+        costs[cost.median] = name;
+        beside += (beside.empty() ? "" : ", ") + name + ": " + InTime(cost.median);
+        data.Add({static_cast<double>(changers * kSlots), cost.median * 1e6, cost.low * 1e6,
+                  cost.high * 1e6});
+    }
+    report.AddAtMost("a notification's cost for a disc, 1 to 64 changers: most over least, run " +
+                         std::to_string(run),
+                     1.25, contest.Ratio(costs.rbegin()->second, costs.begin()->second), "",
+                     beside);
+}
+
+} // namespace
+
+void MeasureNotificationGrowth(Report& report) {
+    const Notifications notifications = DeliverAll();
+    Data data({"discs", "microseconds a disc", "low", "high"});
+    for (int run = 1; run <= kRuns; ++run) {
+        MeasureOnce(report, data, notifications, run);
+    }
+    data.Write("cost-per-disc");
+    report.ShowPicture("cost-per-disc.svg", "A notification's cost for a disc over their number");
+}
+
+} // namespace bench

@@ -1,0 +1,195 @@
+#include "Figures.h"
+
+#include "Contest.h"
+#include "ManyMounts.h"
+#include "Notification.h"
+#include "Program.h"
+#include "Shelf.h"
+
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "stage/Failure.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <DiskArbitration/DiskArbitration.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+namespace {
+
+// With 16 times the number, what n log n takes, and the processor's caches, makes each dearer by
+// less than this; the square makes it 16 times as dear.
+constexpr double kGoal = 3;
+constexpr std::size_t kRounds = 9;
+
+using Sizes = std::array<std::size_t, 3>; // n, 4n, 16n
+using Costs = std::vector<Spread>;        // seconds for each of so many
+
+double SecondsOf(const std::function<void()>& body) {
+    const auto start = std::chrono::steady_clock::now();
+    body();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void Tell(Report& report, const std::string& what, const Sizes& sizes, const Costs& costs,
+          const Spread& ratio) {
+    std::string beside;
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+        beside += (beside.empty() ? "" : ", ") + InUnits(static_cast<double>(sizes[i]), "") + ": " +
+                  InTime(costs[i].median);
+    }
+    report.AddAtMost(what + ": cost of each, 16n over n", kGoal, ratio, "", beside);
+}
+
+// Of what can be done with so many at any moment.
+void CompareSizes(Report& report, const std::string& what, const Sizes& sizes,
+                  const std::function<void(std::size_t)>& body) {
+    Contest contest(kRounds);
+    for (const std::size_t size : sizes) {
+        contest.AddTimed(std::to_string(size), [size, &body] {
+            return SecondsOf([&] { body(size); }) / static_cast<double>(size);
+        });
+    }
+    contest.Run();
+    Costs costs;
+    for (const std::size_t size : sizes) {
+        costs.push_back(contest.Time(std::to_string(size)));
+    }
+    Tell(report, what, sizes, costs,
+         contest.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0])));
+}
+
+// Of what there are more and more of; grow makes them so many.
+void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
+                   const std::function<void(std::size_t)>& grow,
+                   const std::function<void(std::size_t)>& body) {
+    Costs costs;
+    for (const std::size_t size : sizes) {
+        grow(size);
+        Contest contest(kRounds);
+        contest.Add("all", [&] { body(size); });
+        contest.Run();
+        costs.push_back(contest.Time("all").Times(1 / static_cast<double>(size)));
+    }
+    Tell(report, what, sizes, costs, Quotient(costs[2], costs[0]));
+}
+
+// ---- timers ----
+
+void CallNothing(CFRunLoopTimerRef /* timer */, void* /* info */) {}
+
+// All are due at once, and once only; the loop runs until none is left.
+void RunDueTimers(std::size_t count) {
+    CFRunLoopTimerContext context = {};
+    for (std::size_t i = 0; i < count; ++i) {
+        CFRunLoopTimerRef timer = CFRunLoopTimerCreate(
+            kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() - 1, 0, 0, 0, CallNothing, &context);
+        CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+        CFRelease(timer);
+    }
+    CFRunLoopRun();
+}
+
+// ---- processes ----
+
+void ReadProcesses(std::size_t atLeast) {
+    struct kinfo_proc* processes = nullptr;
+    std::size_t count = 0;
+    if (GetBSDProcessList(&processes, &count) != 0 || count < atLeast) {
+        throw stage::Failure("cannot read the process table");
+    }
+    std::free(processes);
+}
+
+void MeasureProcesses(Report& report) {
+    std::vector<std::unique_ptr<Sleepers>> sleepers;
+    std::size_t count = 0;
+    const auto grow = [&](std::size_t size) {
+        sleepers.push_back(std::make_unique<Sleepers>(static_cast<int>(size - count)));
+        count = size;
+    };
+    CompareStages(report, "the process table", {250, 1000, 4000}, grow, ReadProcesses);
+}
+
+// ---- volumes ----
+
+struct Appearance {
+    std::size_t awaited;
+    CFRunLoopRef runLoop;
+};
+
+void CountDisk(DADiskRef /* disk */, void* context) {
+    auto* appearance = static_cast<Appearance*>(context);
+    if (--appearance->awaited == 0) {
+        CFRunLoopStop(appearance->runLoop);
+    }
+}
+
+// From a new session until all have appeared.
+void AwaitVolumes(std::size_t count) {
+    Appearance appearance = {count, CFRunLoopGetCurrent()};
+    DASessionRef session = DASessionCreate(kCFAllocatorDefault);
+    DARegisterDiskAppearedCallback(session, nullptr, CountDisk, &appearance);
+    DASessionScheduleWithRunLoop(session, appearance.runLoop, kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    DASessionUnscheduleFromRunLoop(session, appearance.runLoop, kCFRunLoopDefaultMode);
+    CFRelease(session);
+}
+
+void MeasureVolumes(Report& report) {
+    ManyMounts mounts;
+    CompareStages(
+        report, "volumes that are there at the start", {625, 2500, 10'000},
+        [&](std::size_t size) { mounts.GrowTo(size); }, AwaitVolumes);
+}
+
+// ---- clients ----
+
+std::string MakeNotification(const Shelf& shelf, std::size_t clients) {
+    std::string statuses = "<dict>";
+    for (std::size_t i = 0; i < clients; ++i) {
+        statuses += "<key>client " + std::to_string(i) +
+                    "</key><dict><key>Message</key><string>Working</string><key>Current Step</key>"
+                    "<integer>" +
+                    std::to_string(i) + "</integer><key>Abort Requested</key><false/></dict>";
+    }
+    const std::string none = "<dict/>";
+    std::string text = shelf.MakeNotification();
+    return text.replace(text.find(none), none.size(), statuses + "</dict>");
+}
+
+void MeasureClients(Report& report) {
+    const Shelf shelf(1, 1);
+    KnowChangers(shelf);
+    const Sizes sizes = {64, 256, 1024};
+    std::map<std::size_t, std::unique_ptr<Notification>> notifications;
+    for (const std::size_t clients : sizes) {
+        notifications[clients] = std::make_unique<Notification>(MakeNotification(shelf, clients));
+    }
+    CompareSizes(report, "clients in a changer's status", sizes,
+                 [&](std::size_t clients) { notifications.at(clients)->Deliver(); });
+}
+
+} // namespace
+
+void MeasureScaling(Report& report) {
+    report.BeginSection(
+        "Scaling",
+        "What may come in large numbers, in this process, at n, 4n and 16n: timers that are due at "
+        "once, from making them to the last callout; a look at the process table; the volumes "
+        "that are mounted when a daemon starts, until all have appeared; a notification with that "
+        "many clients in its status.");
+    CompareSizes(report, "timers due at once", {10'000, 40'000, 160'000}, RunDueTimers);
+    MeasureProcesses(report);
+    MeasureVolumes(report);
+    MeasureClients(report);
+}
+
+} // namespace bench
