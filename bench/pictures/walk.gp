@@ -1,0 +1,18 @@
+# The walk and find beside the limit, with the middle half.
+set ylabel "time over that of the limit"
+set key outside top right horizontal
+set yrange [0:]
+set xrange [-0.6:3.6]
+set bmargin 3.5
+set grid noxtics
+set xtics scale 0
+set style fill solid 0.7 noborder
+set errorbars linecolor rgb grey
+width = 0.34
+# A comma ends the first line of a label.
+wrap(label) = strstrt(label, ", ") == 0 ? label : \
+    label[1:strstrt(label, ", ")] . "\n" . label[strstrt(label, ", ") + 2:]
+plot data using ($0 - width / 2):2:3:4:(width):xticlabels(wrap(stringcolumn(1))) \
+    with boxerrorbars linetype 1 title "ours", \
+    data using ($0 + width / 2):5:6:7:(width) with boxerrorbars linetype 2 title "find", \
+    1 with lines linecolor rgb grey dashtype 2 title "limit"
