@@ -20,8 +20,8 @@ namespace {
 
 std::mutex g_mutex;
 std::condition_variable g_answers;
-std::set<std::string> g_silent; // the roots that do not answer; guarded by g_mutex
-std::set<std::string> g_asked;  // the roots that were asked; guarded by g_mutex
+std::set<std::string> g_silent;     // the roots that do not answer; guarded by g_mutex
+std::multiset<std::string> g_asked; // the roots that were asked; guarded by g_mutex
 
 } // namespace
 
@@ -88,6 +88,10 @@ protected:
         const std::lock_guard lock(g_mutex);
         return g_asked.contains(PathOf(mount));
     }
+    static std::size_t CountQuestions(std::uint64_t mount) {
+        const std::lock_guard lock(g_mutex);
+        return g_asked.count(PathOf(mount));
+    }
     static void AnswerAll() {
         const std::lock_guard lock(g_mutex);
         g_silent.clear();
@@ -97,6 +101,24 @@ protected:
     void AwaitAnswer() {
         list_.StartProbes(probes_);
         CFRunLoopRun();
+    }
+    // Takes the signal of those that events have told of.
+    void DrainAnswers() {
+        list_.StartProbes(probes_);
+        bool isDrained = false;
+        CFRunLoopSourceRef drain = cf::CreateSignalSource(
+            cf::Runs::kEvery,
+            [](void* info) {
+                *static_cast<bool*>(info) = true;
+                CFRunLoopStop(CFRunLoopGetCurrent());
+            },
+            &isDrained);
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), drain, kCFRunLoopDefaultMode);
+        cf::SignalSource(drain);
+        while (!isDrained)
+            CFRunLoopRun();
+        CFRunLoopSourceInvalidate(drain);
+        CFRelease(drain);
     }
     bool HasEvent() {
         return static_cast<bool>(list_.TakeEvent(now_).disk);
@@ -212,6 +234,31 @@ TEST_F(DiskListTest, DoesNotAskAVolumeThatWentWhileItsProbeWasPending) {
     EXPECT_FALSE(WasAsked(kPending));
 }
 
+// All threads but one are with the silent volumes, so that the questions are asked in order.
+TEST_F(DiskListTest, AsksAVolumeOnceHoweverOftenOthersCome) {
+    static std::uint64_t mount = 1000; // another one for each volume of each run of this test
+    const std::uint64_t first = mount;
+    std::vector<Volume> volumes;
+    while (volumes.size() + 1 < VolumeProbes::kMostThreads) {
+        Silence(mount);
+        volumes.push_back(BlockVolume(mount++, "/dev/silent"));
+    }
+    Update(volumes);
+    Events(0);
+    now_ = DiskList::kPatience;
+    volumes.push_back(BlockVolume(mount++, "/dev/known"));
+    Update(volumes);
+    EXPECT_EQ(Events(1), Strings{"+known"});
+    volumes.push_back(BlockVolume(mount++, "/dev/new"));
+    Update(volumes);
+    Events(0);
+    AnswerAll();
+    while (Events(1)[0] != "+new") {
+    }
+    for (std::uint64_t each = first; each < mount; ++each)
+        EXPECT_EQ(CountQuestions(each), 1U) << each - first;
+}
+
 TEST_F(DiskListTest, TellsNothingWhenNothingChanged) {
     Update({BlockVolume(1, "/dev/sr0")});
     Events(1);
@@ -279,6 +326,58 @@ TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
     Update("ac");
     EXPECT_EQ(Events(2), (Strings{"-b", "+c"}));
     EXPECT_FALSE(list_.IsOutOfOrder());
+}
+
+TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotDoSoAfterAChange) {
+    Silence(1);
+    Update("abcd");
+    now_ = DiskList::kPatience;
+    EXPECT_EQ(Events(3), (Strings{"+b", "+c", "+d"}));
+    Answer(1);
+    EXPECT_EQ(Events(2), (Strings{"+a", "+b"}));
+    Update("acde");
+    EXPECT_EQ(Events(4), (Strings{"-b", "+c", "+d", "+e"}));
+    EXPECT_FALSE(HasEvent());
+}
+
+// A new probe is started behind all answers so far, so that none of them is still to be signalled.
+TEST_F(DiskListTest, LateDiskAppearsBeforeYoungerOnesThatAppearAgain) {
+    Silence(1);
+    Silence(3);
+    Silence(5);
+    Update("abcd");
+    now_ = DiskList::kPatience;
+    EXPECT_EQ(Events(2), (Strings{"+b", "+d"}));
+    Update("abcde");
+    DrainAnswers();
+    for (const std::uint64_t late : {std::uint64_t{1}, std::uint64_t{3}}) {
+        Answer(late);
+        AwaitAnswer();
+    }
+    EXPECT_EQ(Events(4), (Strings{"+a", "+b", "+c", "+d"}));
+    EXPECT_FALSE(HasEvent());
+}
+
+TEST_F(DiskListTest, DiskThatWasFoundLastMayHoldBackAlthoughItIsNotTheYoungest) {
+    Silence(1);
+    Silence(2);
+    Update("b");
+    now_ = DiskList::kPatience / 2;
+    Update("ab"); // uncovered
+    Events(0);
+    now_ = DiskList::kPatience;
+    EXPECT_TRUE(list_.MayHoldBack(now_));
+    now_ += DiskList::kPatience / 2;
+    EXPECT_FALSE(list_.MayHoldBack(now_));
+}
+
+TEST_F(DiskListTest, DiskOutOfTimeDoesNotHoldBackAfterANewerOneAppeared) {
+    Silence(1);
+    Update("a");
+    now_ = DiskList::kPatience;
+    Update("ab");
+    EXPECT_EQ(Events(1), Strings{"+b"});
+    EXPECT_FALSE(list_.MayHoldBack(now_));
 }
 
 TEST_F(DiskListTest, LateDisksThatAnswerInReverseEndInOrder) {

@@ -21,7 +21,10 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include <atomic>
+#include <cstddef>
+#include <list>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,8 +41,8 @@ struct __DADisk : cf::Object {
     // What follows is the list's own.
     const cf::Nanoseconds found; // when, by the monotonic clock
     std::shared_ptr<disks::Probe> probe;
-    bool isKnown = false;      // its appearance was told
-    bool appearsAgain = false; // is to be told once more, behind an older one's
+    bool isKnown = false;     // its appearance was told
+    std::size_t position = 0; // among those present
 };
 
 namespace disks {
@@ -71,12 +74,25 @@ public:
     bool MayHoldBack(cf::Nanoseconds now) const noexcept;
 
 private:
-    using Position = std::vector<cf::Owned<Disk>>::iterator;
-    void Leave(cf::Owned<Disk> disk) noexcept;
-    DiskEvent TellAppearance(Position disk) noexcept;
+    using Positions = std::set<std::size_t>;
+
+    // What is still to be done for the disks that are present, which are named by their position.
+    struct Order {
+        Positions unknown;
+        Positions known;
+        std::size_t again = 0;      // the known disks from here on are to be told once more
+        std::size_t probed = 0;     // for the unknown disks before this one probes were started
+        cf::Nanoseconds latest = 0; // when the last one of the unknown was found
+    };
+
+    Order OrderOf(const std::vector<cf::Owned<Disk>>& disks) const;
+    Positions::const_iterator FirstReady(cf::Nanoseconds now) const noexcept;
+    Positions::const_iterator FirstAgain() const noexcept;
+    DiskEvent TellAppearance(std::size_t position) noexcept;
 
     std::vector<cf::Owned<Disk>> present_; // oldest first
-    std::vector<cf::Owned<Disk>> gone_;    // to be told
+    Order order_;
+    std::list<cf::Owned<Disk>> gone_; // to be told
 };
 
 } // namespace disks
