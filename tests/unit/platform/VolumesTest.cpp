@@ -83,6 +83,19 @@ TEST(Volumes, AreHiddenByAMountOverThem) {
               41U);
 }
 
+TEST(Volumes, OfSeveralMountsOverEachOtherTheLastOneIsSeen) {
+    const auto volumes = Volumes("43 42 0:48 / /mnt/a/b rw - tmpfs none rw\n"
+                                 "44 40 0:49 / /mnt/a/c rw - tmpfs none rw\n"
+                                 "41 40 0:46 / /mnt/a rw - tmpfs none rw\n"
+                                 "42 41 0:47 / /mnt/a rw - tmpfs none rw\n"
+                                 "40 27 0:45 / /mnt/a rw - tmpfs none rw\n"
+                                 "45 42 0:50 / /mnt/a/d rw - tmpfs none rw\n");
+    std::vector<std::uint64_t> mounts;
+    for (const Volume& volume : volumes)
+        mounts.push_back(volume.mount);
+    EXPECT_EQ(mounts, (std::vector<std::uint64_t>{43, 42, 45}));
+}
+
 TEST(Volumes, AreHiddenByAMountOverADirectoryAboveThem) {
     EXPECT_EQ(Paths("40 27 0:45 / /mnt/deep/a rw - tmpfs none rw\n"
                     "41 27 0:46 / /mnt rw - tmpfs none rw\n"),
@@ -143,6 +156,14 @@ TEST(Volumes, StayTheSameWhenOptionsChange) {
 
 TEST(Volumes, SurviveAMountThatCoversItself) {
     EXPECT_EQ(Paths("40 40 0:45 / /mnt/a rw - tmpfs none rw\n"), Strings());
+}
+
+TEST(Volumes, SurviveMountsThatCoverEachOther) {
+    EXPECT_LE(Paths("40 27 0:45 / /mnt/a rw - tmpfs none rw\n"
+                    "41 40 0:46 / /mnt/a rw - tmpfs none rw\n"
+                    "40 41 0:47 / /mnt/a rw - tmpfs none rw\n")
+                  .size(),
+              2U);
 }
 
 TEST(Volumes, AreReadFromTheKernelWithUniqueIds) {

@@ -1,11 +1,14 @@
 #include "disks/Volumes.h"
 
+#include "objects/Hash.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <map>
+#include <cstdint>
 #include <set>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 namespace disks {
@@ -48,6 +51,42 @@ bool IsVolumeType(std::string_view type) {
     return !lists(kKernelTypes) && !lists(kAutomaticTypes) && !lists(kNetworkTypes);
 }
 
+// A path inside a mount, and a hash of the path, which is made character by character: that of all
+// directories on the way costs no more than that of the whole path.
+struct Place {
+    int mount;
+    std::uint32_t hash;
+    std::string_view path;
+
+    bool operator==(const Place&) const = default;
+};
+
+struct PlaceHash {
+    std::size_t operator()(const Place& place) const noexcept {
+        return cf::HashWord(static_cast<std::uint64_t>(place.mount) << 32 | place.hash);
+    }
+};
+
+class PathHasher {
+public:
+    void Add(std::string_view characters) noexcept {
+        for (const char character : characters)
+            hasher_.Add(static_cast<unsigned char>(character));
+    }
+    std::uint32_t Value() const noexcept {
+        return hasher_.Value();
+    }
+
+private:
+    cf::WordHasher hasher_;
+};
+
+std::uint32_t HashPath(std::string_view path) noexcept {
+    PathHasher hasher;
+    hasher.Add(path);
+    return hasher.Value();
+}
+
 /*
  * Where a path leads, by the mount table alone: the kernel itself could only be asked by a look-up
  * that any dead file system on the way would block.
@@ -56,30 +95,38 @@ class PathWalk {
 public:
     explicit PathWalk(const MountTable& mounts) : root_(RootOf(mounts)) {
         for (const Mount& mount : mounts)
-            children_.emplace(std::pair(mount.parent, std::string_view(mount.path)), mount.id);
+            children_.emplace(Place{mount.parent, HashPath(mount.path), mount.path}, mount.id);
     }
 
     // The id of the mount that the absolute path ends in.
-    int MountAt(std::string_view path) const {
+    int MountAt(std::string_view path) {
         int mount = root_;
+        PathHasher hasher;
+        std::size_t begin = 0;
         // Nothing covers "/" itself: every look-up starts inside it.
-        for (std::size_t end = 1; end < path.size();) { // npos ends it, too
-            end = path.find('/', end + 1);
-            mount = Cross(mount, path.substr(0, end));
+        for (std::size_t end = 1; end < path.size(); begin = end) {
+            end = std::min(path.find('/', end + 1), path.size());
+            hasher.Add(path.substr(begin, end - begin));
+            mount = Cross({mount, hasher.Value(), path.substr(0, end)});
         }
         return mount;
     }
 
 private:
     // The mount that is seen at a path inside a mount: the last one of those stacked there.
-    int Cross(int mount, std::string_view path) const {
+    int Cross(Place place) {
+        const int first = place.mount;
         for (std::size_t crossed = 0; crossed < children_.size(); ++crossed) {
-            const auto child = children_.find({mount, path});
-            if (child == children_.end())
-                return mount;
-            mount = child->second;
+            const auto child = children_.find(place);
+            if (child == children_.end() || child->second == place.mount)
+                break;
+            place.mount = child->second;
         }
-        return mount;
+        const int last = place.mount;
+        // From each of them one step leads there the next time.
+        for (place.mount = first; place.mount != last;)
+            place.mount = std::exchange(children_.find(place)->second, last);
+        return last;
     }
 
     // A process whose root is a plain directory does not see the mount that this lies in, but as
@@ -92,13 +139,13 @@ private:
     }
 
     int root_;
-    std::map<std::pair<int, std::string_view>, int> children_;
+    std::unordered_map<Place, int, PlaceHash> children_;
 };
 
 } // namespace
 
 std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& ids) {
-    const PathWalk walk(mounts);
+    PathWalk walk(mounts);
     std::set<std::pair<dev_t, std::string_view>> seen;
     std::vector<Volume> volumes;
     for (const Mount& mount : mounts) {
