@@ -85,7 +85,7 @@ std::size_t SharedTablePart::AllocatedPlaces() noexcept {
 }
 
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept {
-    return g_parts[hash >> (kHashBits - kPartBits)];
+    return g_parts[hash >> kHomeBits];
 }
 
 void ForgetSharedValue(const Object* value) noexcept {
