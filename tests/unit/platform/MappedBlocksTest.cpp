@@ -1,0 +1,50 @@
+/*
+ * Which blocks have mappings of their own in a process that links MappedBlocks.cpp. Some of the
+ * first ones may come from what the heap has at its end. A sanitizer has a heap of its own, which
+ * tells nothing of this.
+ */
+
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kBlocks = 32;
+constexpr std::size_t kFromTheHeapsEnd = 4;
+
+std::size_t MappingsForBlocksOf(std::size_t size) {
+    const std::size_t before = mallinfo2().hblks;
+    std::vector<void*> blocks(kBlocks);
+    for (void*& block : blocks)
+        block = std::malloc(size);
+    const std::size_t after = mallinfo2().hblks;
+    for (void* block : blocks)
+        std::free(block);
+    EXPECT_EQ(mallinfo2().hblks, before);
+    return after - before;
+}
+
+class MappedBlocks : public testing::Test {
+protected:
+    void SetUp() override {
+        if (mallinfo2().arena == 0)
+            GTEST_SKIP() << "not the heap of the C library";
+    }
+};
+
+TEST_F(MappedBlocks, AreThoseFromTheSizeOfAChunkOn) {
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{64} << 10), kBlocks - kFromTheHeapsEnd);
+    EXPECT_EQ(MappingsForBlocksOf(std::size_t{60} << 10), 0U);
+}
+
+TEST_F(MappedBlocks, AreTheSameAfterALargeOneWasFreed) {
+    EXPECT_EQ(MappingsForBlocksOf(std::size_t{8} << 20), kBlocks);
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{64} << 10), kBlocks - kFromTheHeapsEnd);
+}
+
+} // namespace
