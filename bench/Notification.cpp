@@ -6,12 +6,15 @@
 #include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <stdexcept>
 
 namespace bench {
 namespace {
+
+constexpr CFIndex kChunkSize = 65536;
 
 CFPropertyListRef CreateList(CFDataRef text) {
     CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, text,
@@ -85,7 +88,10 @@ double Notification::Deliver() const {
     subscription.changerInfoCallBack = ChangerInfoNotificationCallBack;
     const UInt8* bytes = CFDataGetBytePtr(frame_);
     const CFIndex most = CFDataGetLength(frame_) - 1;
-    Gather(bytes, most, &subscription);
+    // In chunks, as a socket hands it out. Memory for a frame that came as one chunk would have no
+    // byte to spare, and the last byte would have all of it copied.
+    for (CFIndex begin = 0; begin < most; begin += kChunkSize)
+        Gather(bytes + begin, std::min(kChunkSize, most - begin), &subscription);
     const auto start = std::chrono::steady_clock::now();
     Gather(bytes + most, 1, &subscription);
     const auto end = std::chrono::steady_clock::now();
