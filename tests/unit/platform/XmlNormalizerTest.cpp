@@ -7,14 +7,12 @@
 #include "lists/XmlKeyTable.h"
 #include "lists/XmlMarkupCache.h"
 #include "lists/XmlNormalizer.h"
-#include "objects/Hash.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <functional>
 #include <random>
 #include <set>
 #include <string>
@@ -310,27 +308,19 @@ cf::XmlMarkup Markup(std::string_view source, cf::XmlContainerStack::Path before
     return {source, 0, source, 0, XmlTag::kInteger, before, kPath};
 }
 
-std::size_t IndexOf(const std::string& source) {
-    return cf::HashBytes(source.data(), source.size()) % cf::XmlMarkupCache::kCapacity;
-}
-
 TEST(XmlMarkupCache, SuccessorOfTheLastEntryMatchesItsTextAndPath) {
-    const std::string first = "<a>";
-    std::string second = "<b>";
-    while (IndexOf(first) == IndexOf(second)) // each process hashes with a key of its own
-        second += "<b>";
     cf::XmlMarkupCache cache;
-    EXPECT_EQ(cache.MatchSuccessor(first, kPath), nullptr);
-    for (const std::string& source : {std::cref(first), std::cref(second), std::cref(first)})
+    EXPECT_EQ(cache.MatchSuccessor("<a>", kPath), nullptr);
+    for (const std::string_view source : {"<a>", "<b>", "<a>"})
         cache.Add(Markup(source));
-    EXPECT_EQ(cache.MatchSuccessor(first, kPath), nullptr);
-    EXPECT_EQ(cache.MatchSuccessor(second.substr(0, second.size() - 1), kPath), nullptr);
-    EXPECT_EQ(cache.MatchSuccessor(second, kOtherPath), nullptr);
-    const cf::XmlMarkup* markup = cache.MatchSuccessor(second + "1", kPath);
+    EXPECT_EQ(cache.MatchSuccessor("<a>", kPath), nullptr);
+    EXPECT_EQ(cache.MatchSuccessor("<b", kPath), nullptr);
+    EXPECT_EQ(cache.MatchSuccessor("<b>", kOtherPath), nullptr);
+    const cf::XmlMarkup* markup = cache.MatchSuccessor("<b>1", kPath);
     ASSERT_NE(markup, nullptr);
-    EXPECT_EQ(markup->source, second);
-    EXPECT_EQ(cache.MatchSuccessor(second, kPath), nullptr);
-    EXPECT_NE(cache.MatchSuccessor(first, kPath), nullptr);
+    EXPECT_EQ(markup->source, "<b>");
+    EXPECT_EQ(cache.MatchSuccessor("<b>", kPath), nullptr);
+    EXPECT_NE(cache.MatchSuccessor("<a>", kPath), nullptr);
 }
 
 TEST(XmlMarkupCache, EqualTextWithAnotherPathIsAnotherEntry) {
@@ -341,19 +331,46 @@ TEST(XmlMarkupCache, EqualTextWithAnotherPathIsAnotherEntry) {
     EXPECT_NE(cache.MatchSuccessor("<a>", kOtherPath), nullptr);
 }
 
-TEST(XmlMarkupCache, NewEntryReplacesTheOneWithItsHash) {
+// Adds as many different entries, each one twice, and counts those that match the second time.
+std::size_t CountMatches(std::size_t entries, int rounds) {
+    std::vector<std::string> sources;
+    for (std::size_t i = 0; i < entries; ++i)
+        sources.push_back("<" + std::to_string(i) + ">");
+    cf::XmlMarkupCache cache;
+    std::size_t matches = 0;
+    for (int round = 0; round < rounds; ++round) {
+        matches = 0;
+        for (const std::string& source : sources) {
+            if (cache.MatchSuccessor(source, kPath) != nullptr)
+                ++matches;
+            else
+                cache.Add(Markup(source));
+        }
+    }
+    return matches;
+}
+
+TEST(XmlMarkupCache, EntriesUpToTheCapacityAllMatch) {
+    constexpr std::size_t kCapacity = cf::XmlMarkupCache::kCapacity;
+    EXPECT_EQ(CountMatches(kCapacity, 1), 0U);
+    EXPECT_EQ(CountMatches(kCapacity, 2),
+              kCapacity - 1); // the first follows the last for the first time
+    EXPECT_EQ(CountMatches(kCapacity, 3), kCapacity);
+    EXPECT_LT(CountMatches(kCapacity + 1, 3), kCapacity);
+}
+
+TEST(XmlMarkupCache, FullCacheTakesNewEntries) {
     cf::XmlMarkupCache cache;
     std::vector<std::string> sources;
-    for (int i = 0; i < 1000; ++i)
+    for (std::size_t i = 0; i < 3 * cf::XmlMarkupCache::kCapacity; ++i)
         sources.push_back("<" + std::to_string(i) + ">");
     for (const std::string& source : sources)
         cache.Add(Markup(source));
-    for (std::size_t i = 1; i < sources.size(); ++i) {
-        for (const std::size_t each : {i - 1, i, i - 1})
-            cache.Add(Markup(sources[each]));
-        const bool haveTwoPlaces = IndexOf(sources[i - 1]) != IndexOf(sources[i]);
-        EXPECT_EQ(cache.MatchSuccessor(sources[i], kPath) != nullptr, haveTwoPlaces);
-    }
+    for (int round = 0; round < 2; ++round)
+        for (const char* source : {"<a>", "<b>"})
+            cache.Add(Markup(source));
+    EXPECT_NE(cache.MatchSuccessor("<a>", kPath), nullptr);
+    EXPECT_NE(cache.MatchSuccessor("<b>", kPath), nullptr);
 }
 
 TEST(XmlMarkupCache, MarkupWithoutAPathIsIgnored) {

@@ -32,8 +32,8 @@ struct XmlMarkup {
 
 class XmlMarkupCache {
 public:
-    // An entry has the index hash % kCapacity. It replaces the one before it there.
-    static constexpr std::size_t kCapacity = 64;
+    // When so many entries are cached, the next one replaces all of them.
+    static constexpr std::size_t kCapacity = 128;
 
     // The successor of the last entry, if the text begins with it and the path is the one before
     // it; else nullptr. It is then the last entry.
@@ -55,7 +55,12 @@ private:
         XmlMarkup markup;
         Entry* successor;
     };
-    std::array<Entry, kCapacity> entries_ = {};
+    Entry& FindOrAdd(const XmlMarkup& markup);
+
+    std::array<Entry, kCapacity> entries_;
+    std::size_t count_ = 0;
+    // Open addressing: the index of an entry + 1, or 0 for a free slot.
+    std::array<unsigned char, 2 * kCapacity> slots_ = {};
     Entry* last_ = nullptr;
 };
 
