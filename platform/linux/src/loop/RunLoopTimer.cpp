@@ -26,6 +26,16 @@ void Invalidate(Timer& timer) noexcept {
     timer.info.Drop();
 }
 
+bool MakeNode(Timer* timer) noexcept {
+    try {
+        TimerSet set;
+        timer->node = set.extract(set.insert(timer).first);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 Nanoseconds Read(const Moment& now, const Timer& timer) noexcept {
     return timer.onWallClock ? now.wallClock : now.monotonic;
 }
@@ -66,11 +76,11 @@ void Realign(Timer& timer, const Moment& now) noexcept {
     if (!timer.onWallClock || timer.interval == 0)
         return;
     const Nanoseconds wait = -Lateness(timer, now);
-    TimerHeap* const heap = timer.links.heap;
+    TimerSet* const set = timer.set;
     RemoveFromQueue(timer);
     timer.date -= std::max<Nanoseconds>(wait / timer.interval - 1, 0) * timer.interval;
-    if (heap != nullptr)
-        heap->Insert(timer);
+    if (set != nullptr)
+        Enter(*set, timer);
 }
 
 void Leave(Timer& timer) noexcept {
@@ -90,8 +100,11 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
     const Nanoseconds period = std::max<Nanoseconds>(ToNanoseconds(interval), 0);
     const bool onWallClock = (period > 0 ? period : wait) >= kLongestDelay;
     const Nanoseconds date = wait + (onWallClock ? WallClockNow() : MonotonicNow());
-    return reinterpret_cast<CFRunLoopTimerRef>(
-        new (std::nothrow) Timer(date, period, onWallClock, callout, context));
+    auto timer =
+        Owned<Timer>::Adopt(new (std::nothrow) Timer(date, period, onWallClock, callout, context));
+    if (!timer || !MakeNode(timer.Get()))
+        return nullptr;
+    return reinterpret_cast<CFRunLoopTimerRef>(timer.Detach());
 }
 
 void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {

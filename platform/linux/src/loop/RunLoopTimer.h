@@ -5,7 +5,7 @@
 #include "loop/ContextInfo.h"
 #include "loop/Deadline.h"
 #include "loop/RunLoopMember.h"
-#include "loop/TimerHeap.h"
+#include "loop/TimerSet.h"
 
 #include <cstdint>
 
@@ -26,7 +26,8 @@ struct Timer : Member {
     Deadline deadline; // of a delay that is waited for once, while it is in a loop
 
     std::uint64_t order = 0; // among the timers that were added to its loop
-    HeapLinks links;
+    TimerSet* set = nullptr; // of a queue, while it is in one; else it has its node here
+    TimerSet::node_type node;
 };
 
 // What the two clocks show.

@@ -1,6 +1,7 @@
 #include "loop/TimerQueue.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace cf {
 namespace {
@@ -14,30 +15,38 @@ Timer* DueLonger(Timer* first, Timer* second, const Moment& now) noexcept {
     return comesFirst ? first : second;
 }
 
-Nanoseconds FirstDate(const TimerHeap& heap) noexcept {
-    return heap.First() != nullptr ? std::min(heap.First()->date, kNever) : kNever;
+Timer* First(const TimerSet& set) noexcept {
+    return set.empty() ? nullptr : *set.begin();
+}
+
+Nanoseconds FirstDate(const TimerSet& set) noexcept {
+    return set.empty() ? kNever : std::min(First(set)->date, kNever);
 }
 
 } // namespace
 
+bool FiresBefore::operator()(const Timer* first, const Timer* second) const noexcept {
+    return first->date != second->date ? first->date < second->date : first->order < second->order;
+}
+
 void TimerQueue::Insert(Timer& timer) noexcept {
-    (timer.onWallClock ? wallClock_ : monotonic_).Insert(timer);
+    Enter(timer.onWallClock ? wallClock_ : monotonic_, timer);
 }
 
 Timer* TimerQueue::FirstDue(std::uint64_t turn, const Moment& now) noexcept {
     for (;;) {
-        Timer* const first = DueLonger(monotonic_.First(), wallClock_.First(), now);
+        Timer* const first = DueLonger(First(monotonic_), First(wallClock_), now);
         if (first == nullptr || Lateness(*first, now) < 0)
             return nullptr;
         if (first->lastTurn < turn)
             return first;
         RemoveFromQueue(*first);
-        deferred_.Insert(*first);
+        Enter(deferred_, *first);
     }
 }
 
 void TimerQueue::AdmitDeferred() noexcept {
-    while (Timer* const timer = deferred_.First()) {
+    while (Timer* const timer = First(deferred_)) {
         RemoveFromQueue(*timer);
         Insert(*timer);
     }
@@ -51,9 +60,14 @@ Nanoseconds TimerQueue::FirstWallClockDate() const noexcept {
     return FirstDate(wallClock_);
 }
 
+void Enter(TimerSet& set, Timer& timer) noexcept {
+    set.insert(std::move(timer.node));
+    timer.set = &set;
+}
+
 void RemoveFromQueue(Timer& timer) noexcept {
-    if (timer.links.heap != nullptr)
-        timer.links.heap->Remove(timer);
+    if (timer.set != nullptr)
+        timer.node = std::exchange(timer.set, nullptr)->extract(&timer);
 }
 
 } // namespace cf

@@ -2,7 +2,7 @@
 #define PLATFORM_TIMERQUEUE_H
 
 #include "loop/RunLoopTimer.h"
-#include "loop/TimerHeap.h"
+#include "loop/TimerSet.h"
 
 #include <cstdint>
 
@@ -26,12 +26,14 @@ public:
     Nanoseconds FirstWallClockDate() const noexcept;
 
 private:
-    TimerHeap monotonic_;
-    TimerHeap wallClock_;
-    TimerHeap deferred_; // of both clocks: only that they are in it counts
+    TimerSet monotonic_;
+    TimerSet wallClock_;
+    TimerSet deferred_; // of both clocks: only that they are in it counts
 };
 
-// Takes the timer out of the queue that it is in, if any.
+// Of a timer that is in no set.
+void Enter(TimerSet& set, Timer& timer) noexcept;
+// Takes the timer out of the set of a queue that it is in, if any.
 void RemoveFromQueue(Timer& timer) noexcept;
 
 } // namespace cf
