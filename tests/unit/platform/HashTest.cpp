@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <set>
+#include <span>
 
 namespace {
 
@@ -37,6 +39,29 @@ TEST(Hash, NumbersThatAreNoSignedIntegersFindDifferentPlaces) {
     }
     EXPECT_GT(ofReals.size(), kFewest);
     EXPECT_GT(ofUnsigned.size(), kFewest);
+}
+
+// Arrays and dictionaries are entered in the table of shared values by what they hold.
+TEST(Hash, SharedCollectionsThatDifferInOneMemberFindDifferentPlaces) {
+    std::set<std::uint32_t> ofRows;
+    std::set<std::uint32_t> ofPieces;
+    std::set<std::uint32_t> ofDictionaries;
+    const cf::Object* members[40];
+    std::ranges::fill(members, cf::AsObject(kCFBooleanTrue));
+    for (std::uint32_t i = 0; i < kPlaces; ++i) {
+        const Held<CFTypeRef> number(cf::SharedInteger(i));
+        members[0] = cf::AsObject(number);
+        const Held<CFTypeRef> row(cf::SharedArray(std::span(members, 2)));
+        const Held<CFTypeRef> pieces(cf::SharedArray(members));
+        cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), cf::AsObject(number)}};
+        const Held<CFTypeRef> dictionary(cf::SharedDictionary(pairs));
+        ofRows.insert(cf::AsObject(row)->hashValue % kPlaces);
+        ofPieces.insert(cf::AsObject(pieces)->hashValue % kPlaces);
+        ofDictionaries.insert(cf::AsObject(dictionary)->hashValue % kPlaces);
+    }
+    EXPECT_GT(ofRows.size(), kFewest);
+    EXPECT_GT(ofPieces.size(), kFewest);
+    EXPECT_GT(ofDictionaries.size(), kFewest);
 }
 
 // Of two words and a rest.

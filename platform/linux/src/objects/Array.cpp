@@ -101,8 +101,8 @@ CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFArrayCal
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
                          const CFArrayCallBacks*) {
-    const auto memberCount = static_cast<std::size_t>(count);
-    if (count < 0 || memberCount > cf::kMaximumCapacity || (values == nullptr && count > 0) ||
+    const auto memberCount = static_cast<std::size_t>(count); // of a negative one: too large
+    if (memberCount > cf::kMaximumCapacity || (values == nullptr && count > 0) ||
         std::find(values, values + count, nullptr) != values + count)
         return nullptr;
     auto array = cf::Owned<cf::Array>::Adopt(cf::CreateImmutable({values, memberCount}));
