@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <map>
-#include <ranges>
 #include <set>
 #include <string_view>
 
@@ -220,9 +219,8 @@ bool DiskList::IsOutOfOrder() const noexcept {
 // The last disk is mostly the one found last.
 bool DiskList::MayHoldBack(cf::Nanoseconds now) const noexcept {
     return now - order_.latest < kPatience &&
-           std::ranges::any_of(order_.unknown | std::views::reverse, [&](std::size_t position) {
-               return IsInTime(present_[position], now);
-           });
+           std::any_of(order_.unknown.rbegin(), order_.unknown.rend(),
+                       [&](std::size_t position) { return IsInTime(present_[position], now); });
 }
 
 } // namespace disks
