@@ -51,44 +51,22 @@ void ChangerListNotificationCallBack(CFTypeRef value, ChangerNotificationSubscri
     VErrLogAndCatch(&err);
 }
 
-// The members as the keys of a dictionary, in which a search does not pass all others: who poses as
-// the server may list a million changers. Null when there is no memory for it.
-static CFDictionaryRef CreateSetOfMembers(CFArrayRef list) {
-    CFMutableDictionaryRef set = CFHCreateMutableDictionary();
-    const CFIndex count = set != nullptr ? CFArrayGetCount(list) : 0;
-    for (CFIndex i = 0; set != nullptr && i < count; i++) {
-        const void* member = CFArrayGetValueAtIndex(list, i);
-        if (!CFHDictionaryStore(set, member, member)) {
-            CFRelease(set);
-            set = nullptr;
-        }
-    }
-    return set;
-}
-
-static bool HoldsEqual(CFArrayRef list, CFDictionaryRef members, const void* number) {
-    return members != nullptr ? CFDictionaryContainsKey(members, number)
-                              : CFArrayContainsValue(list, CFHWholeArray(list), number);
-}
-
 VErrLink* HandleRemovedChangers(CFArrayRef changerList) {
     VErrLink* err = nullptr;
     CFArrayRef known = nullptr; // kept: one small array for each list that the server sends
     VERR_STEP(err, GetChangerList(&known), "fail get old changer list");
     const CFIndex count = err == nullptr ? CFArrayGetCount(known) : 0;
-    CFDictionaryRef listed = count > 0 ? CreateSetOfMembers(changerList) : nullptr;
     for (CFIndex i = 0; err == nullptr && i < count; i++) {
         const void* number = CFArrayGetValueAtIndex(known, i);
         UInt64 changerGUID = 0;
         VERR_NEED(err, number != nullptr, "fail get changer GUID CFNumber at index %ld", i);
-        if (err != nullptr || HoldsEqual(changerList, listed, number))
+        if (err != nullptr || CFArrayContainsValue(changerList, CFHWholeArray(changerList), number))
             continue;
         VERR_STEP(err, CFHArrayGetUInt64Value(known, i, &changerGUID),
                   "fail get changer GUID at index %ld", i);
         VERR_STEP(err, RemoveChangerFromList(changerGUID),
                   "fail remove changer GUID %016llX from list", changerGUID);
     }
-    CFHReleaseIfSet(listed);
     return err;
 }
 
