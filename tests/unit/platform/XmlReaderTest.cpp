@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -850,6 +851,36 @@ TEST(XmlReader, TagsThatDifferInOneCharacterAreUnknown) {
             }
         }
     }
+}
+
+// Some of these bytes have a meaning in the normal form.
+TEST(XmlReader, BytesBesidesAsciiInNumbersAreRefused) {
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+        const char bytes[] = {static_cast<char>(byte), '\0'};
+        const std::string shown = {static_cast<char>(0xC0 | byte >> 6),
+                                   static_cast<char>(0x80 | (byte & 0x3F))};
+        std::ostringstream hex;
+        hex << std::hex << byte;
+        std::ostringstream upperHex;
+        upperHex << std::hex << std::uppercase << byte;
+        const std::pair<std::string, std::string> lists[] = {
+            {"<integer>1"s + bytes + "2</integer>",
+             "Unknown character '" + shown + "' (0x" + hex.str() + ") in <integer> on line 2"},
+            {"<data>AQID"s + bytes + "</data>",
+             "Could not interpret <data> on line 2 (invalid character 0x" + upperHex.str() + ")"},
+            {"<real>1"s + bytes + "</real>", "Encountered misformatted real on line 2"},
+            {"<date>2004-11-29T21:33:09Z"s + bytes + "</date>",
+             "Could not interpret <date> at line 2"},
+        };
+        for (const auto& [list, error] : lists) {
+            EXPECT_EQ(ReadList("<array>\n" + list + "\n</array>").error, error);
+            EXPECT_EQ(ReadList("<array>\n" + list + "</dict>").error, error);
+            EXPECT_EQ(ReadList("<array><real>x</real>\n" + list + "</array>").error,
+                      "Encountered misformatted real on line 1");
+        }
+    }
+    EXPECT_EQ(ReadList("<data>AA\xFE").error, "Encountered unexpected EOF");
+    EXPECT_EQ(ReadList("<integer>1\xFE").error, "Premature end of file after <integer> on line 1");
 }
 
 TEST(XmlReader, DatesHaveDigitsAndMarksAtTheirPlaces) {

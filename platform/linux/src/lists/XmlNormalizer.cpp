@@ -5,6 +5,7 @@
 #include "lists/XmlContainerStack.h"
 #include "lists/XmlKeyTable.h"
 #include "lists/XmlMarkupCache.h"
+#include "lists/XmlScalars.h"
 #include "lists/XmlTag.h"
 
 #include <algorithm>
@@ -518,13 +519,17 @@ inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* ou
     markupPath_ = containers_.GetPath();
 }
 
-// Copies the content of a number, date or data.
+// Copies the content of a number, date or data. A byte in it that would end it in the normal form
+// is no ASCII, which none of them takes: it is refused as when the normal form is read.
 inline char* XmlNormalizer::CopyNumber(XmlTag tag, const char*& in, char* out) const {
+    const char* const content = in;
     out = CopyPlain(in, out);
     while (in != end_ && *in != '<' && *in != '\0')
         *out++ = *in++;
     if (in == end_ || *in == '\0')
         RefuseCutScalar(tag);
+    if (std::find(content, in, kBehindScalar) != in)
+        ReadNumber(tag, {From(content).source, PlaceOf(content), PlaceOf(in)});
     return out;
 }
 

@@ -55,7 +55,7 @@ private:
     // These move on behind what they read.
     const Object* TakeKey(const char*& text) const;
     Value ReadScalar(const char*& text);
-    Value ReadNumber(const char*& text);
+    Value TakeInteger(const char*& text);
     XmlSlice TakeContent(const char*& text) const;
     [[noreturn]] void Refuse(XmlFault fault) const;
 
@@ -185,25 +185,22 @@ const Object* XmlReader::TakeKey(const char*& text) const {
 }
 
 Value XmlReader::ReadScalar(const char*& text) {
-    switch (static_cast<XmlTag>(*text++)) {
+    const auto tag = static_cast<XmlTag>(*text++);
+    switch (tag) {
     case XmlTag::kInteger:
-        return ReadNumber(text);
+        return TakeInteger(text);
     case XmlTag::kTrue:
         return Value::Share(AsObject(kCFBooleanTrue));
     case XmlTag::kFalse:
         return Value::Share(AsObject(kCFBooleanFalse));
-    case XmlTag::kData:
-        return ReadData(TakeContent(text));
-    case XmlTag::kReal:
-        return ReadReal(TakeContent(text));
-    case XmlTag::kDate:
-        return ReadDate(TakeContent(text));
-    default:
+    case XmlTag::kString:
         return CreateText(TakeContent(text).View());
+    default:
+        return ReadNumber(tag, TakeContent(text));
     }
 }
 
-Value XmlReader::ReadNumber(const char*& text) {
+Value XmlReader::TakeInteger(const char*& text) {
     std::int64_t plain = 0;
     const char* const end = ParsePlainInteger(text, plain);
     if (end == nullptr || *end != kBehindScalar)

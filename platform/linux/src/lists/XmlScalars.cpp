@@ -159,4 +159,17 @@ Value ReadData(const XmlSlice& content) {
     return Created(SharedData(bytes));
 }
 
+Value ReadNumber(XmlTag tag, const XmlSlice& content) {
+    switch (tag) {
+    case XmlTag::kInteger:
+        return ReadInteger(content);
+    case XmlTag::kReal:
+        return ReadReal(content);
+    case XmlTag::kDate:
+        return ReadDate(content);
+    default:
+        return ReadData(content);
+    }
+}
+
 } // namespace cf

@@ -6,10 +6,14 @@
 
 #include "lists/ListBuilder.h"
 #include "lists/XmlSlice.h"
+#include "lists/XmlTag.h"
 
 #include <cstdint>
 
 namespace cf {
+
+// The value of any of these elements.
+Value ReadNumber(XmlTag tag, const XmlSlice& content);
 
 // Decimal, or 0x or 0X and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1.
 Value ReadInteger(const XmlSlice& content);
