@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <set>
 #include <span>
+#include <vector>
 
 namespace {
 
@@ -41,27 +43,25 @@ TEST(Hash, NumbersThatAreNoSignedIntegersFindDifferentPlaces) {
     EXPECT_GT(ofUnsigned.size(), kFewest);
 }
 
-// Arrays and dictionaries are entered in the table of shared values by what they hold.
+// Arrays and dictionaries are entered in the table of shared values by what they hold. All stay
+// alive, lest one have the address of another that is gone.
 TEST(Hash, SharedCollectionsThatDifferInOneMemberFindDifferentPlaces) {
-    std::set<std::uint32_t> ofRows;
-    std::set<std::uint32_t> ofPieces;
-    std::set<std::uint32_t> ofDictionaries;
+    std::vector<Held<CFTypeRef>> values;
+    std::set<std::uint32_t> places[3]; // of rows, of rows of pieces, of dictionaries
     const cf::Object* members[40];
     std::ranges::fill(members, cf::AsObject(kCFBooleanTrue));
     for (std::uint32_t i = 0; i < kPlaces; ++i) {
-        const Held<CFTypeRef> number(cf::SharedInteger(i));
-        members[0] = cf::AsObject(number);
-        const Held<CFTypeRef> row(cf::SharedArray(std::span(members, 2)));
-        const Held<CFTypeRef> pieces(cf::SharedArray(members));
-        cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), cf::AsObject(number)}};
-        const Held<CFTypeRef> dictionary(cf::SharedDictionary(pairs));
-        ofRows.insert(cf::AsObject(row)->hashValue % kPlaces);
-        ofPieces.insert(cf::AsObject(pieces)->hashValue % kPlaces);
-        ofDictionaries.insert(cf::AsObject(dictionary)->hashValue % kPlaces);
+        members[0] = cf::SharedInteger(i);
+        cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), members[0]}};
+        const cf::Object* const made[] = {cf::SharedArray(std::span(members, 2)),
+                                          cf::SharedArray(members), cf::SharedDictionary(pairs)};
+        for (std::size_t kind = 0; kind < std::size(made); ++kind) {
+            places[kind].insert(made[kind]->hashValue % kPlaces);
+            values.emplace_back(made[kind]);
+        }
     }
-    EXPECT_GT(ofRows.size(), kFewest);
-    EXPECT_GT(ofPieces.size(), kFewest);
-    EXPECT_GT(ofDictionaries.size(), kFewest);
+    for (const auto& each : places)
+        EXPECT_GT(each.size(), kFewest);
 }
 
 // Of two words and a rest.
