@@ -2,11 +2,15 @@
    thread of its own: it is not there, or what was put into it is called out. */
 
 #include "FaultSweep.h"
+#include "Footprint.h"
+#include "loop/Arrivals.h"
 #include "loop/RunLoop.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
+
+#include <cstddef>
 
 namespace {
 
@@ -51,12 +55,15 @@ void UseLoop() {
 }
 
 TEST(RunLoopSweep, IsNotThereOrWorks) {
+    ASSERT_TRUE(cf::StartArrivals()); // so that delays take a descriptor
+    const std::size_t descriptors = CountDescriptors();
     const SweptFaults swept = SweepFaults(
         UseLoop,
-        [](const Fault& fault) {
+        [descriptors](const Fault& fault) {
             const Outcome& outcome = g_outcome;
             EXPECT_TRUE(fault.happened || (outcome.hasLoop && outcome.made == 2)) << fault.what;
             EXPECT_EQ(outcome.calledOut, outcome.hasLoop ? outcome.made : 0) << fault.what;
+            EXPECT_EQ(CountDescriptors(), descriptors) << fault.what;
         },
         SweptThread::kFresh);
     EXPECT_GT(swept.allocations, 0U);
