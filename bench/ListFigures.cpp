@@ -60,7 +60,7 @@ long PeakOfReading(const std::string& text) {
     malloc_trim(0); // what is free would be used again, and not be seen
     const double before = ReadResidentMemory(getpid());
     ForgetPeakMemory();
-    notification.TryToRead();
+    notification.Read();
     return static_cast<long>(ReadPeakMemory(getpid()) - before);
 }
 
@@ -69,10 +69,28 @@ double PeakOverText(const std::string& text) {
     return peak / static_cast<double>(text.size());
 }
 
-std::string Repeat(const std::string& element) {
+// Elements whose parsed form is long beside their text. A '#' stands for a number, another each
+// time.
+constexpr const char* kHostile[] = {"<true/>",
+                                    "<array/>",
+                                    "<dict/>",
+                                    "<array><true/></array>",
+                                    "<array><array/></array>",
+                                    "<string>#</string>",
+                                    "<real>#</real>",
+                                    "<array><integer>#</integer></array>",
+                                    "<dict><key>#</key><true/></dict>",
+                                    "<dict><key/><array/></dict>"};
+
+std::string Repeat(std::string element) {
     constexpr std::size_t kLength = 10'000'000;
+    const std::size_t number = element.find('#');
+    const std::string behind = number == element.npos ? "" : element.substr(number + 1);
     std::string text = "<array>";
-    while (text.size() < kLength) {
+    for (int i = 0; text.size() < kLength; ++i) {
+        if (number != element.npos) {
+            element.replace(number, element.npos, std::to_string(i) + behind);
+        }
         text += element;
     }
     return text + "</array>";
@@ -89,13 +107,13 @@ void MeasurePeaks(Report& report) {
 
     double most = 0;
     std::string told;
-    for (const std::string element :
-         {"<a/>", "<true/>", "<key/>", "<array/>", "<string/>", "<data/>", "<array><a/></array>"}) {
+    for (const char* element : kHostile) {
         const double times = PeakOverText(Repeat(element));
         most = std::max(most, times);
-        told += (told.empty() ? "" : ", ") + ("`" + element + "` ") + InUnits(times, "");
+        told += (told.empty() ? "`" : ", `") + std::string(element) + "` " + InUnits(times, "");
     }
-    report.AddAtMost("hostile lists: peak while one is read, times its text", 16, most, "", told);
+    report.AddAtMost("the most hostile lists known: peak while one is read, times its text", 16,
+                     most, "", told);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "ChangerServerConnectionLib/FrameAssembly.h"
-#include "common/CFHelpers.h"
 #include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
 
@@ -69,14 +68,6 @@ Notification::~Notification() {
 
 void Notification::Read() const {
     CFRelease(CreateList(text_));
-}
-
-void Notification::TryToRead() const {
-    CFStringRef text = nullptr;
-    CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, text_,
-                                                             kCFPropertyListImmutable, &text);
-    CFHReleaseIfSet(list);
-    CFHReleaseIfSet(text);
 }
 
 void Notification::Keep() const {

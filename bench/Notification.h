@@ -25,8 +25,6 @@ public:
 
     // Makes the list and frees it.
     void Read() const;
-    // The same for what may be none.
-    void TryToRead() const;
     // Makes the list and keeps it for good.
     void Keep() const;
     // Gathers its bytes, reads it and calls back; it is kept. Returns the seconds from the last
