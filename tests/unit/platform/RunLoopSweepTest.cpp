@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <set>
+#include <string>
 
 namespace {
 
@@ -68,6 +70,29 @@ TEST(RunLoopSweep, IsNotThereOrWorks) {
         SweptThread::kFresh);
     EXPECT_GT(swept.allocations, 0U);
     EXPECT_GT(swept.systemCalls, 0U);
+}
+
+TEST(RunLoopSweep, DelayThatCannotBeWatchedTakesNoDescriptor) {
+    ASSERT_TRUE(cf::StartArrivals());
+    CFRunLoopRef loop = CFRunLoopGetCurrent();
+    const std::size_t descriptors = CountDescriptors();
+    std::set<std::string> failed;
+    for (const SystemCallFailure& failure : SystemCallFailures()) {
+        CFRunLoopTimerRef timer = MakeTimer(1000, 0);
+        bool happened = false;
+        {
+            const SystemCallFault fault(failure, 1);
+            CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
+            happened = SystemCallFault::Happened();
+        }
+        if (happened) {
+            failed.insert(failure.function);
+            EXPECT_EQ(CountDescriptors(), descriptors) << Describe(failure, 1);
+        }
+        CFRunLoopTimerInvalidate(timer);
+        CFRelease(timer);
+    }
+    EXPECT_EQ(failed, (std::set<std::string>{"epoll_ctl", "timerfd_create"}));
 }
 
 } // namespace
