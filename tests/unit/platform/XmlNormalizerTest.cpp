@@ -63,7 +63,7 @@ private:
                                            "<integer/>",
                                            "<string>b</integer>",
                                            "<string>c<b></string>"};
-    static constexpr std::array kKeys = {"<key>a</key>", "<key>b</key>", "<key>c&amp;</key>",
+    static constexpr std::array kKeys = {"<key>a</key>", "<key>k</key>", "<key>c&amp;</key>",
                                          "<key/>"};
     static constexpr std::array kSeparators = {"", "", "\n", "\n\t", " ", "\n\t\t\t\t\t\t\t\t"};
 
@@ -174,6 +174,13 @@ TEST(XmlNormalizer, FaultBehindRepeatedMarkupIsReportedWithItsLine) {
               "Premature end of file after <integer> on line 224");
     EXPECT_EQ(ReadList("<array>" + discs + "\n<dict>\n<key>Index</key>\n<integer>1</key>").error,
               "Close tag on line 224 does not match open tag integer");
+}
+
+// The text behind the key equals markup that is expected in its place.
+TEST(XmlNormalizer, RepeatedMarkupBehindAKeyIsReadAsItsValue) {
+    const std::string pair = "<key>c</key><integer>1</integer>";
+    EXPECT_EQ(ReadList("<dict>" + pair + pair + pair + "<key>d</key>" + pair + "</dict>").error,
+              "Found non-key inside <dict> at line 1");
 }
 
 TEST(XmlNormalizer, PlistOfRepeatedMarkupHasOneObject) {

@@ -259,8 +259,11 @@ bool XmlNormalizer::TakeNext() {
     return !containers_.IsEmpty();
 }
 
-// Takes the scalar behind it, too. Returns false if the markup is not cached.
+// Takes the scalar behind it, too. Returns false if the markup is not cached, or if a part of it
+// has been read: behind a key the same text means something else.
 inline bool XmlNormalizer::TakeCachedMarkup() {
+    if (next_ != markup_.source)
+        return false;
     const XmlMarkup* const markup = cache_.MatchSuccessor({next_, end_}, containers_.GetPath());
     if (markup == nullptr)
         return false;
