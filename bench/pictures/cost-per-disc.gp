@@ -1,7 +1,7 @@
 # A notification's cost for a disc over their number: five runs, with the middle half of each.
 set xlabel "discs, 1,000 in each changer"
 set ylabel "time for a disc, µs"
-set key bottom right
+set key outside top right horizontal
 set logscale x 4
 set xtics (1000, 4000, 16000, 64000)
 set xrange [800:80000]

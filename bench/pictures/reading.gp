@@ -1,7 +1,7 @@
 # How many times as long libplist takes for the same list, with the middle half.
 set xlabel "discs in the list"
 set ylabel "libplist's time over ours"
-set key bottom right
+set key outside top right horizontal
 set logscale x 10
 set xrange [15:100000]
 set yrange [0:]
