@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::size_t kBlocks = 32;
-constexpr std::size_t kFromTheHeapsEnd = 4;
+constexpr std::size_t kFromTheHeapsEnd = 8;
 
 std::size_t MappingsForBlocksOf(std::size_t size) {
     const std::size_t before = mallinfo2().hblks;
@@ -37,14 +37,14 @@ protected:
     }
 };
 
-TEST_F(MappedBlocks, AreThoseFromTheSizeOfAChunkOn) {
-    EXPECT_GE(MappingsForBlocksOf(std::size_t{64} << 10), kBlocks - kFromTheHeapsEnd);
-    EXPECT_EQ(MappingsForBlocksOf(std::size_t{60} << 10), 0U);
+TEST_F(MappedBlocks, AreThoseFrom32KibibytesOn) {
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{32} << 10), kBlocks - kFromTheHeapsEnd);
+    EXPECT_EQ(MappingsForBlocksOf(std::size_t{30} << 10), 0U);
 }
 
 TEST_F(MappedBlocks, AreTheSameAfterALargeOneWasFreed) {
     EXPECT_EQ(MappingsForBlocksOf(std::size_t{8} << 20), kBlocks);
-    EXPECT_GE(MappingsForBlocksOf(std::size_t{64} << 10), kBlocks - kFromTheHeapsEnd);
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{32} << 10), kBlocks - kFromTheHeapsEnd);
 }
 
 } // namespace
