@@ -171,8 +171,8 @@ void MeasureMemory(Report& report) {
             InUnits(static_cast<double>(CountNotifications()), "notifications") +
             " with one disc changed in each, after 30 to warm up. Its private dirty memory, as the "
             "kernel counts it, divided by their number; a year has 1,200 changes a day. Single "
-            "lists "
-            "are measured in processes that have read nothing, their peaks as resident memory.");
+            "lists are measured in processes that have read nothing, their peaks as resident "
+            "memory.");
     MeasureLists(report);
     MeasureRunning(report);
 }
