@@ -25,6 +25,8 @@ std::string ZoneWhereItIs(long secondsOfTheDay) {
 }
 
 // Each begins shortly before the build is due, which is long enough for the daemon to learn of it.
+// Every "changer info" makes the daemon set its timer anew, to the next day when the hour has come:
+// one that it deals with just then would cost the build of the day, so none is repeated meanwhile.
 class ScheduleTest : public SystemTest {
 protected:
     static constexpr long kLeadTime = 12;
@@ -36,6 +38,7 @@ protected:
         Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
         StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
         AwaitServedRequest(0);
+        Tell("pulse every=0");
         scene_.TakeBaseline(); // with the timer
     }
     void ExpectBuild() {

@@ -20,8 +20,10 @@ namespace {
 
 std::mutex g_mutex;
 std::condition_variable g_answers;
-std::set<std::string> g_silent;     // the roots that do not answer; guarded by g_mutex
-std::multiset<std::string> g_asked; // the roots that were asked; guarded by g_mutex
+// The roots that do not answer, and those that were asked; guarded by g_mutex. Never destroyed: the
+// threads that ask may outlive main.
+auto& g_silent = *new std::set<std::string>;
+auto& g_asked = *new std::multiset<std::string>;
 
 } // namespace
 
