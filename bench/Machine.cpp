@@ -15,10 +15,10 @@ namespace {
 constexpr const char* kHow =
     "# What it costs\n\n"
     "Written by `scripts/bench`, with the pictures. Ways to do the same are timed round by round, "
-    "in random order; what is told is the median of the rounds and the borders of their middle "
-    "half, for a ratio that of two times of the same round. Where the middle half is wider than "
-    "5 % even in long rounds, and the goal lies in it, the machine was too busy to tell. What has "
-    "no middle half was measured once.\n\n";
+    "in random order in each. A figure is the median of n rounds, beside the borders of their "
+    "middle half; a ratio is taken in each round, of two times of that round. Where the middle "
+    "half is wider than 5 % of the median even in long rounds, and the goal lies in it, the "
+    "machine was too busy to tell. What has no middle half was measured once.\n\n";
 
 } // namespace
 

@@ -21,11 +21,13 @@ std::string Rounded(double value) {
     return digits;
 }
 
-// "0.81 to 0.84 of 15", or nothing for what was measured once.
+// "0.81 to 0.84 (n = 15)", or nothing for what was measured once.
 std::string TellMiddleHalf(const Spread& measured) {
-    return measured.count == 1 ? ""
-                               : Rounded(measured.low) + " to " + Rounded(measured.high) + " of " +
-                                     std::to_string(measured.count);
+    if (measured.count == 1) {
+        return "";
+    }
+    return Rounded(measured.low) + " to " + Rounded(measured.high) +
+           " (n = " + std::to_string(measured.count) + ")";
 }
 
 } // namespace
@@ -85,7 +87,7 @@ const char* Report::MarkOf(Verdict verdict) {
 }
 
 void Report::Add(Row row) {
-    std::fprintf(stderr, "  %-72s %10s  %-22s %-12s %s  %s\n", row.what.c_str(),
+    std::fprintf(stderr, "  %-72s %10s  %-25s %-12s %s  %s\n", row.what.c_str(),
                  row.measured.c_str(), row.middleHalf.c_str(), row.goal.c_str(),
                  MarkOf(row.verdict), row.peers.c_str());
     sections_.back().rows.push_back(std::move(row));

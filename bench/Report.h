@@ -8,15 +8,17 @@
 
 namespace bench {
 
-// What was measured, beside what is wanted and what others need for the same.
+// What was measured, beside its goal and what others need for the same.
 //
-// A figure falls short when its median does and its middle half lies within 5 %, or when all of its
-// middle half does. It meets its goal likewise. Otherwise the machine was too busy to tell.
+// When the middle half is narrow (Spread::IsNarrow), the median decides whether a figure meets its
+// goal or falls short. When it is wide, all of it must lie on one side of the goal; otherwise the
+// machine was too busy to tell.
 class Report {
 public:
     void BeginSection(const std::string& title, const std::string& how);
 
-    // The peers are told in words, such as "find: 204 ms".
+    // The measured values and the goal are in that unit. The peers are told in words, such as
+    // "find 204 ms".
     void AddAtMost(const std::string& what, double goal, const Spread& measured,
                    const std::string& unit, const std::string& peers);
     void AddAtLeast(const std::string& what, double goal, const Spread& measured,
@@ -28,7 +30,7 @@ public:
     // is that of its file in docs/.
     void ShowPicture(const std::string& name, const std::string& text);
 
-    // As Markdown; what falls short or could not be told alone, and all with that at the end.
+    // As Markdown: what falls short or could not be told; and all tables, with that at the end.
     std::string WriteShortfalls() const;
     std::string Write() const;
 
