@@ -15,9 +15,9 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr double kSecondsARound = 0.1;
 constexpr int kTrials = 3;
 constexpr std::chrono::minutes kEnough{1};
+constexpr double kShortestRun = 1e-9; // seconds; the clock may not move during a shorter one
 
 double SecondsSince(steady_clock::time_point start) {
     return std::chrono::duration<double>(steady_clock::now() - start).count();
@@ -35,7 +35,8 @@ std::size_t CountRuns(const std::function<double()>& body, double seconds) {
     body(); // the first run warms up
     const auto start = steady_clock::now();
     body();
-    return static_cast<std::size_t>(std::max(1.0, std::ceil(seconds / SecondsSince(start))));
+    const double each = std::max(SecondsSince(start), kShortestRun);
+    return static_cast<std::size_t>(std::max(1.0, std::ceil(seconds / each)));
 }
 
 } // namespace
@@ -59,10 +60,10 @@ void Contest::Run() {
 
 void Contest::RunTrials() {
     const auto start = steady_clock::now();
-    double seconds = kSecondsARound;
+    double seconds = secondsPerRound_;
     for (int trial = 0; trial < kTrials; ++trial, seconds *= 2) {
         RunTrial(seconds);
-        if (IsClear() || steady_clock::now() - start > kEnough) {
+        if (IsNarrow() || steady_clock::now() - start > kEnough) {
             return;
         }
     }
@@ -84,9 +85,14 @@ void Contest::RunTrial(double seconds) {
     }
 }
 
-bool Contest::IsClear() const {
-    return std::ranges::all_of(contenders_, [this](const Contender& contender) {
-        return Ratio(contender.name, contenders_.front().name).IsNarrow();
+bool Contest::IsNarrow() const {
+    if (contenders_.size() == 1) {
+        return Time(contenders_.front().name).IsNarrow();
+    }
+    return std::ranges::all_of(contenders_, [this](const Contender& over) {
+        return std::ranges::all_of(contenders_, [&](const Contender& under) {
+            return Ratio(over.name, under.name).IsNarrow();
+        });
     });
 }
 

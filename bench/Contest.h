@@ -13,26 +13,28 @@ namespace bench {
 // Ways to do the same, timed round by round: in each round all of them once, in random order, so
 // that what else the machine does falls on all. What counts is the ratio of two in the same round.
 //
-// When the middle half of the ratios to the first contender is wider than 5 %, the trial is
-// repeated with rounds twice as long, in which disturbances level out, up to three trials or a
-// minute.
+// A trial is repeated with rounds twice as long, in which disturbances level out, until its result
+// is narrow (Spread::IsNarrow): the ratio of each two contenders, or the times of the only one.
+// There are three trials at most, and none begins after a minute. The last one counts.
 class Contest {
 public:
     enum class Thread { Main, Another };
-    explicit Contest(std::size_t rounds = 15, Thread thread = Thread::Main)
-        : rounds_(rounds), thread_(thread) {}
+    explicit Contest(std::size_t rounds = 15, Thread thread = Thread::Main,
+                     double secondsPerRound = 0.1)
+        : rounds_(rounds), thread_(thread), secondsPerRound_(secondsPerRound) {}
     Contest(const Contest&) = delete;
     Contest& operator=(const Contest&) = delete;
 
-    // The body is one run, and is repeated in a round until that takes a while.
+    // The body is one run, and is repeated in a round until that takes its seconds.
     void Add(const std::string& name, const std::function<void()>& body);
-    // One that tells itself how many seconds it took, or something did in it.
+    // As Add, but what counts is the seconds that the body returns, such as those of a part of it.
     void AddTimed(const std::string& name, std::function<double()> body);
 
     void Run();
 
     // Seconds a run.
     Spread Time(const std::string& name) const;
+    // Paired: of the times of the same round.
     Spread Ratio(const std::string& over, const std::string& under) const;
 
     // "ours 1.20 ms, theirs 2.40 ms"
@@ -48,10 +50,11 @@ private:
     const Contender& Find(const std::string& name) const;
     void RunTrial(double seconds);
     void RunTrials();
-    bool IsClear() const;
+    bool IsNarrow() const;
 
     const std::size_t rounds_;
     const Thread thread_;
+    const double secondsPerRound_;
     std::vector<Contender> contenders_;
 };
 

@@ -13,7 +13,6 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include <array>
-#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -24,19 +23,13 @@
 namespace bench {
 namespace {
 
-// With 16 times the number, what n log n takes, and the processor's caches, makes each dearer by
-// less than this; the square makes it 16 times as dear.
+// How many times as much each may cost with 16 times their number: n log n and the misses of the
+// processor's caches stay below it; what takes n^2 has 16.
 constexpr double kGoal = 4;
 constexpr std::size_t kRounds = 9;
 
 using Sizes = std::array<std::size_t, 3>; // n, 4n, 16n
 using Costs = std::vector<Spread>;        // seconds for each of so many
-
-double SecondsOf(const std::function<void()>& body) {
-    const auto start = std::chrono::steady_clock::now();
-    body();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 void Tell(Report& report, const std::string& what, const Sizes& sizes, const Costs& costs,
           const Spread& ratio) {
@@ -48,25 +41,28 @@ void Tell(Report& report, const std::string& what, const Sizes& sizes, const Cos
     report.AddAtMost(what + ": cost of each, 16n over n", kGoal, ratio, "", beside);
 }
 
-// Of what can be done with so many at any moment.
+Spread CostOfEach(const Spread& all, std::size_t size) {
+    return all.Times(1 / static_cast<double>(size));
+}
+
+// For work that can be done with any of these numbers at any moment.
 void CompareSizes(Report& report, const std::string& what, const Sizes& sizes,
                   const std::function<void(std::size_t)>& body) {
     Contest contest(kRounds);
     for (const std::size_t size : sizes) {
-        contest.AddTimed(std::to_string(size), [size, &body] {
-            return SecondsOf([&] { body(size); }) / static_cast<double>(size);
-        });
+        contest.Add(std::to_string(size), [size, &body] { body(size); });
     }
     contest.Run();
     Costs costs;
     for (const std::size_t size : sizes) {
-        costs.push_back(contest.Time(std::to_string(size)));
+        costs.push_back(CostOfEach(contest.Time(std::to_string(size)), size));
     }
-    Tell(report, what, sizes, costs,
-         contest.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0])));
+    const Spread times = contest.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0]));
+    const double growth = static_cast<double>(sizes[2]) / static_cast<double>(sizes[0]);
+    Tell(report, what, sizes, costs, times.Times(1 / growth));
 }
 
-// Of what there are more and more of; grow makes them so many.
+// For what only becomes more: grow brings their number to the size.
 void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
                    const std::function<void(std::size_t)>& grow,
                    const std::function<void(std::size_t)>& body) {
@@ -76,7 +72,7 @@ void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
         Contest contest(kRounds);
         contest.Add("all", [&] { body(size); });
         contest.Run();
-        costs.push_back(contest.Time("all").Times(1 / static_cast<double>(size)));
+        costs.push_back(CostOfEach(contest.Time("all"), size));
     }
     Tell(report, what, sizes, costs, Quotient(costs[2], costs[0]));
 }

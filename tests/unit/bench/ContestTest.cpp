@@ -1,0 +1,131 @@
+#include "bench/Contest.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using bench::Contest;
+
+namespace {
+
+constexpr std::size_t kRounds = 5;
+constexpr std::size_t kRunsOfATrial = 2 + kRounds; // the first two warm up and tell how long one is
+
+// Rounds of one run each, so that the bodies decide which times there are.
+class ScriptedContest : public testing::Test {
+protected:
+    // The times of the rounds of each trial, from the first on again when there are more rounds.
+    // Those of the last trial repeat.
+    void Add(const std::string& name, const std::vector<std::vector<double>>& trials) {
+        contest_.AddTimed(name, [this, trials, run = std::size_t{0}]() mutable {
+            const std::size_t trial = std::min(run / kRunsOfATrial, trials.size() - 1);
+            const std::size_t round = run % kRunsOfATrial;
+            ++run;
+            runs_ = std::max(runs_, run);
+            return round < 2 ? 1e9 : trials[trial][(round - 2) % trials[trial].size()];
+        });
+    }
+    std::size_t CountTrials() const {
+        return runs_ / kRunsOfATrial;
+    }
+
+    Contest contest_{kRounds, Contest::Thread::Main, 0};
+
+private:
+    std::size_t runs_ = 0;
+};
+
+} // namespace
+
+TEST_F(ScriptedContest, NarrowRatioEndsAfterTheFirstTrial) {
+    Add("ours", {{1}});
+    Add("theirs", {{2}});
+    contest_.Run();
+    EXPECT_EQ(CountTrials(), 1U);
+    EXPECT_EQ(contest_.Ratio("theirs", "ours").median, 2);
+}
+
+TEST_F(ScriptedContest, WideRatioIsTriedThreeTimes) {
+    Add("ours", {{1}});
+    Add("theirs", {{1, 2}});
+    contest_.Run();
+    EXPECT_EQ(CountTrials(), 3U);
+}
+
+TEST_F(ScriptedContest, RatioIsOfTheSameRound) {
+    Add("ours", {{1, 2, 3, 4, 5}});
+    Add("theirs", {{2, 4, 6, 8, 10}});
+    contest_.Run();
+    EXPECT_EQ(CountTrials(), 1U);
+    EXPECT_FALSE(contest_.Time("ours").IsNarrow());
+    EXPECT_EQ(contest_.Ratio("theirs", "ours").low, 2);
+    EXPECT_EQ(contest_.Ratio("theirs", "ours").high, 2);
+}
+
+// Each of the two is within 5 % of the first one, but not of the other.
+TEST_F(ScriptedContest, WideRatioOfTheSecondToTheThirdIsTriedAgain) {
+    Add("first", {{1}});
+    Add("second", {{1, 1.04}});
+    Add("third", {{1.04, 1}});
+    contest_.Run();
+    EXPECT_TRUE(contest_.Ratio("second", "first").IsNarrow());
+    EXPECT_TRUE(contest_.Ratio("third", "first").IsNarrow());
+    EXPECT_EQ(CountTrials(), 3U);
+}
+
+TEST_F(ScriptedContest, WideTimesOfTheOnlyContenderAreTriedAgain) {
+    Add("all", {{1, 2}});
+    contest_.Run();
+    EXPECT_EQ(CountTrials(), 3U);
+}
+
+TEST_F(ScriptedContest, NarrowTimesOfTheOnlyContenderEndAfterTheFirstTrial) {
+    Add("all", {{1}});
+    contest_.Run();
+    EXPECT_EQ(CountTrials(), 1U);
+}
+
+TEST_F(ScriptedContest, LastTrialCountsAlone) {
+    Add("all", {{1, 2}, {3}});
+    contest_.Run();
+    EXPECT_EQ(CountTrials(), 2U);
+    EXPECT_EQ(contest_.Time("all").low, 3);
+    EXPECT_EQ(contest_.Time("all").high, 3);
+    EXPECT_EQ(contest_.Time("all").count, kRounds);
+}
+
+TEST_F(ScriptedContest, TimesAreTold) {
+    Add("ours", {{0.5}});
+    Add("theirs", {{0.25}});
+    contest_.Run();
+    EXPECT_EQ(contest_.Tell({"theirs", "ours"}), "theirs 250 ms, ours 500 ms");
+}
+
+TEST_F(ScriptedContest, UnknownNameThrows) {
+    Add("ours", {{1}});
+    contest_.Run();
+    EXPECT_THROW(contest_.Time("theirs"), std::invalid_argument);
+}
+
+TEST(Contest, BodiesRunOnTheThreadThatWasChosen) {
+    for (const auto& [thread, isThis] :
+         {std::pair(Contest::Thread::Main, true), std::pair(Contest::Thread::Another, false)}) {
+        Contest contest(1, thread, 0);
+        std::thread::id id;
+        contest.Add("all", [&] { id = std::this_thread::get_id(); });
+        contest.Run();
+        EXPECT_EQ(id == std::this_thread::get_id(), isThis);
+    }
+}
+
+TEST(Contest, FailureOfABodyIsThrown) {
+    for (const Contest::Thread thread : {Contest::Thread::Main, Contest::Thread::Another}) {
+        Contest contest(1, thread, 0);
+        contest.Add("all", [] { throw std::runtime_error("failed"); });
+        EXPECT_THROW(contest.Run(), std::runtime_error);
+    }
+}
