@@ -1,5 +1,7 @@
 #include "DiscFolder.h"
 
+#include "stage/Failure.h"
+
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -14,10 +16,17 @@ namespace fs = std::filesystem;
 
 constexpr int kSubdirectories = 3; // of each directory, which makes six levels
 
+void WriteFile(const fs::path& path, const std::string& text) {
+    std::ofstream file(path);
+    file << text;
+    file.close();
+    stage::Require(file.good(), "cannot write " + path.string());
+}
+
 void MakeDirectory(const fs::path& path) {
     fs::create_directory(path);
     for (int file = 0; file < DiscFolder::kFilesOfADirectory; ++file) {
-        std::ofstream(path / ("IMG_" + std::to_string(4000 + file) + ".JPG"));
+        WriteFile(path / ("IMG_" + std::to_string(4000 + file) + ".JPG"), "");
     }
 }
 
@@ -32,11 +41,12 @@ void MakeDisc(const fs::path& root) {
 }
 
 void WriteMediaInfo(const fs::path& root, std::uint64_t changerGuid, int slot) {
-    std::ofstream(root / ".media_info.plist")
-        << "<plist version=\"1.0\"><dict><key>Changer GUID</key><integer>" << changerGuid
-        << "</integer><key>Storage Element Index</key><integer>" << slot
-        << "</integer><key>Partition Id</key><string>1</string>"
-        << "<key>Writable</key><false/></dict></plist>";
+    WriteFile(root / ".media_info.plist",
+              "<plist version=\"1.0\"><dict><key>Changer GUID</key><integer>" +
+                  std::to_string(changerGuid) +
+                  "</integer><key>Storage Element Index</key><integer>" + std::to_string(slot) +
+                  "</integer><key>Partition Id</key><string>1</string>"
+                  "<key>Writable</key><false/></dict></plist>");
 }
 
 } // namespace

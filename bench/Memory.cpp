@@ -2,12 +2,29 @@
 
 #include "stage/Descriptor.h"
 #include "stage/Failure.h"
+#include "stage/Process.h"
 
+#include <cstdio>
+#include <exception>
 #include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace bench {
+namespace {
+
+// Nothing of the parent's is cleaned up in the child, so no exception leaves it.
+[[noreturn]] void RunInChild(const std::function<long()>& body, const stage::Descriptor& to) {
+    try {
+        const long result = body();
+        _exit(write(to.Get(), &result, sizeof result) == sizeof result ? 0 : 1);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        _exit(1);
+    }
+}
+
+} // namespace
 
 long HeapInUse() {
     const struct mallinfo2 info = mallinfo2();
@@ -22,15 +39,15 @@ long MeasureApart(const std::function<long()>& body) {
     const pid_t child = fork();
     stage::Require(child >= 0, "cannot fork");
     if (child == 0) {
-        const long result = body();
-        _exit(write(to.Get(), &result, sizeof result) == sizeof result ? 0 : 1);
+        RunInChild(body, to);
     }
     to.Close();
     long result = 0;
-    const bool told = read(from.Get(), &result, sizeof result) == sizeof result;
-    waitpid(child, nullptr, 0);
-    if (!told) {
-        throw stage::Failure("a measurement ended without a result");
+    const bool hasResult = read(from.Get(), &result, sizeof result) == sizeof result;
+    int status = 0;
+    stage::Require(waitpid(child, &status, 0) == child, "cannot wait for a measurement");
+    if (!hasResult || status != 0) {
+        throw stage::Failure("a measurement in a process of its own " + stage::DescribeEnd(status));
     }
     return result;
 }

@@ -8,7 +8,8 @@ namespace bench {
 // The bytes on the heap of this process.
 long HeapInUse();
 
-// What the body returns, in a process of its own, which has done nothing before.
+// Runs the body in a child of this process and returns its result, so that what it leaves on the
+// heap is gone. Throws when the child fails, which says why on standard error.
 long MeasureApart(const std::function<long()>& body);
 
 } // namespace bench

@@ -1,6 +1,7 @@
 #include "Program.h"
 
 #include "stage/Failure.h"
+#include "stage/Process.h"
 
 #include <cerrno>
 #include <csignal>
@@ -33,8 +34,8 @@ pid_t Start(const std::vector<std::string>& words) {
 void RunProgram(const std::vector<std::string>& words) {
     int status = 0;
     stage::Require(waitpid(Start(words), &status, 0) > 0, "cannot wait for " + words[0]);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        throw stage::Failure(words[0] + " failed");
+    if (status != 0) {
+        throw stage::Failure(words[0] + " " + stage::DescribeEnd(status));
     }
 }
 

@@ -7,14 +7,14 @@
 
 namespace bench {
 
-// Runs it to its end, its output unread. Throws unless it succeeds. The first word is searched for
-// as a shell does.
+// Runs a program until it exits; its standard output is discarded. Throws unless it succeeds. The
+// first word is a path, or searched for in PATH.
 void RunProgram(const std::vector<std::string>& words);
 
-// On a machine that has much else to do.
+// How many other processes there are where the process table is read.
 inline constexpr int kOthers = 500;
 
-// Processes that sleep as long as this lives.
+// So many processes, which do nothing until this object goes.
 class Sleepers {
 public:
     explicit Sleepers(int count);

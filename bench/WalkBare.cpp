@@ -1,8 +1,11 @@
 // walk-bare ROOT ENTRIES: the least that a walk can do which opens every directory relative to its
-// parent, lists it in large pieces and takes the status of every entry. It fails unless it finds
-// that many.
+// parent, lists it in large pieces and takes the status of every entry. It fails unless it finds so
+// many entries, and says why on standard error.
+
+#include "WalkStatus.h"
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -31,13 +34,15 @@ void Enter(int parent, const char* name) {
     }
     const int directory = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (directory < 0) {
+        std::perror(name);
         std::exit(1);
     }
     Walk(directory);
     close(directory);
 }
 
-// One piece for each level, made once: the way down goes on while a piece is being looked through.
+// The buffer of a level, allocated once: those above hold directories that are not yet read
+// through.
 char* PieceOf(std::size_t level) {
     static std::array<std::unique_ptr<char[]>, 1024> pieces;
     if (!pieces.at(level)) {
@@ -64,10 +69,15 @@ void Walk(int directory) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const int root = argc == 3 ? open(argv[1], O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: %s ROOT ENTRIES\n", argv[0]);
+        return 2;
+    }
+    const int root = open(argv[1], O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (root < 0) {
+        std::perror(argv[1]);
         return 2;
     }
     Walk(root);
-    return g_entries == std::strtoul(argv[2], nullptr, 10) ? 0 : 1;
+    return bench::StatusOfWalk(argv[0], g_entries, argv[2]);
 }

@@ -1,10 +1,12 @@
-// walk-by-daemon ROOT ENTRIES: the daemon's walk, and nothing else of it. The daemon only logs what
-// it cannot list, so the walk fails here unless it finds that many entries.
+// walk-by-daemon ROOT ENTRIES: the daemon's walk, and nothing else of it. It fails unless it finds
+// so many entries, and says why on standard error: the daemon itself only logs what it cannot list.
+
+#include "WalkStatus.h"
 
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdState.h"
 
-#include <cstdlib>
+#include <cstdio>
 #include <dirent.h>
 
 namespace {
@@ -26,8 +28,12 @@ int main(int argc, char** argv) {
     constexpr UInt64 kChanger = 0xA1;
     if (argc != 3 || !InitVErrSystem() || InitMediaIdState() != nullptr ||
         AddChangerToList(kChanger) != nullptr) {
+        std::fprintf(stderr, "usage: %s ROOT ENTRIES\n", argv[0]);
         return 2;
     }
-    const bool walked = CacheFSDirectory(kChanger, argv[1], 1, nullptr) == nullptr;
-    return walked && g_entries == std::strtoul(argv[2], nullptr, 10) ? 0 : 1;
+    if (CacheFSDirectory(kChanger, argv[1], 1, nullptr) != nullptr) {
+        std::fprintf(stderr, "%s cannot walk %s\n", argv[0], argv[1]);
+        return 1;
+    }
+    return bench::StatusOfWalk(argv[0], g_entries, argv[2]);
 }

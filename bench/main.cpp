@@ -1,6 +1,7 @@
 // trayprobed-bench [section...]: measures what the daemon costs beside its peers and its goals, in
-// a private world. The tables go to standard output as Markdown; how far it is, to standard error.
-// Sections: memory, notifications, walk, server, growth, scaling, idle; all unless named.
+// a private world. The tables go to standard output as Markdown, each figure as soon as it is known
+// to standard error. Sections: memory, notifications, walk, server, growth, scaling, idle; all of
+// them unless some are named.
 
 #include "stage/Failure.h"
 #include "stage/PrivateWorld.h"
@@ -10,7 +11,8 @@
 // The measuring process begins inside, where it sees the world's processes from its first moment.
 int main(int, char** argv) {
     return stage::RunInPrivateWorld([&]() -> int {
-        execv(stage::ProgramPath("bench-figures").c_str(), argv);
-        throw stage::Failure("cannot run bench-figures");
+        stage::Require(execv(stage::ProgramPath("bench-figures").c_str(), argv) == 0,
+                       "cannot run bench-figures");
+        return 1;
     });
 }
