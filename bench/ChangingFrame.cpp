@@ -3,11 +3,16 @@
 #include "Frame.h"
 
 #include <charconv>
+#include <cstdint>
 
 namespace bench {
 namespace {
 
-constexpr std::size_t kDigits = 10; // from 2001 to 2106
+constexpr std::size_t kDigits = 10; // of a time from 2001 to 2106
+
+// Seconds from one look at a disc to the next. Discs of a shelf have times that are multiples of 47
+// seconds apart, and there are fewer than 86,400 of them; so no disc gets a time of another one.
+constexpr std::uint32_t kBetweenLooks = 86'400;
 
 } // namespace
 

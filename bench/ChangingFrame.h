@@ -10,7 +10,7 @@
 namespace bench {
 
 // The frame of a shelf's notification, made once. A change of a disc overwrites the digits of its
-// time, so that a sender spends next to nothing on it, however many discs there are.
+// time in the text, which costs the sender next to nothing, however many discs there are.
 class ChangingFrame {
 public:
     explicit ChangingFrame(const Shelf& shelf);

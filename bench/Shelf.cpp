@@ -1,12 +1,10 @@
 #include "Shelf.h"
 
-#include <span>
-
 namespace bench {
 namespace {
 
 constexpr std::uint32_t kFirstTime = 1'790'000'000;
-constexpr std::uint32_t kBetweenTimes = 47; // seconds; so that hardly two discs are alike
+constexpr std::uint32_t kBetweenDiscs = 47; // seconds
 
 // The text of a list as servers write it: a line for each value, indented by tabs.
 class Lines {
@@ -49,7 +47,8 @@ void AddDisc(Lines& lines, std::size_t slot, std::uint32_t identifyTime) {
     lines.Add(4, "</dict>");
 }
 
-void AddChanger(Lines& lines, std::uint64_t guid, std::span<const std::uint32_t> identifyTimes) {
+// The discs of all changers have numbers; this one's begin with firstDisc.
+void AddChanger(Lines& lines, std::uint64_t guid, std::size_t firstDisc, std::size_t slots) {
     lines.Add(2, "<dict>");
     lines.AddInteger(3, "GUID", guid);
     lines.AddFlag(3, "Changer Ready", true);
@@ -59,8 +58,9 @@ void AddChanger(Lines& lines, std::uint64_t guid, std::span<const std::uint32_t>
     lines.Add(3, "</dict>");
     lines.AddKey(3, "Changer Media Info");
     lines.Add(3, "<array>");
-    for (std::size_t slot = 0; slot < identifyTimes.size(); ++slot) {
-        AddDisc(lines, slot, identifyTimes[slot]);
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+        const auto disc = static_cast<std::uint32_t>(firstDisc + slot);
+        AddDisc(lines, slot, kFirstTime + disc * kBetweenDiscs);
     }
     lines.Add(3, "</array>");
     lines.AddInteger(3, "Data Transfer Element Count", 2);
@@ -72,20 +72,7 @@ void AddChanger(Lines& lines, std::uint64_t guid, std::span<const std::uint32_t>
 
 } // namespace
 
-Shelf::Shelf(std::size_t changers, std::size_t slots)
-    : changers_(changers), slots_(slots), identifyTimes_(changers * slots) {
-    std::uint32_t time = kFirstTime;
-    for (std::uint32_t& each : identifyTimes_) {
-        each = time += kBetweenTimes;
-    }
-}
-
-void Shelf::ChangeDisc(std::size_t disc) {
-    identifyTimes_.at(disc) += kBetweenLooks;
-}
-
 std::string Shelf::MakeNotification() const {
-    const std::span<const std::uint32_t> identifyTimes(identifyTimes_);
     Lines lines;
     lines.Add(0, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
     lines.Add(0, "<plist version=\"1.0\">");
@@ -93,7 +80,7 @@ std::string Shelf::MakeNotification() const {
     lines.AddKey(1, "changer info");
     lines.Add(1, "<array>");
     for (std::size_t changer = 0; changer < changers_; ++changer) {
-        AddChanger(lines, GuidOf(changer), identifyTimes.subspan(changer * slots_, slots_));
+        AddChanger(lines, GuidOf(changer), changer * slots_, slots_);
     }
     lines.Add(1, "</array>");
     lines.Add(0, "</dict>");
