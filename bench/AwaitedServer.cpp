@@ -1,7 +1,7 @@
 #include "AwaitedServer.h"
 
 #include "Echo.h"
-#include "LocalAddress.h"
+#include "LocalSocket.h"
 
 #include "stage/Failure.h"
 
@@ -18,38 +18,31 @@ namespace {
 void Await(const stage::Descriptor& socket, short event, const std::string& what) {
     constexpr std::chrono::milliseconds kWait = stage::kPatience;
     pollfd waits = {socket.Get(), event, 0};
-    stage::Require(poll(&waits, 1, static_cast<int>(kWait.count())) == 1, what);
-}
-
-stage::Descriptor Listen(const std::string& path) {
-    stage::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = LocalAddress(path);
-    const auto* at = reinterpret_cast<const sockaddr*>(&address);
-    stage::Require(bind(listener.Get(), at, sizeof address) == 0 && listen(listener.Get(), 1) == 0,
-                   "cannot listen at " + path);
-    return listener;
+    const int ready = poll(&waits, 1, static_cast<int>(kWait.count()));
+    stage::Require(ready >= 0, "cannot wait for a socket");
+    if (ready == 0) {
+        throw stage::Failure(what);
+    }
 }
 
 stage::Descriptor AwaitClient(const stage::Descriptor& listener) {
     Await(listener, POLLIN, "no client came");
-    stage::Descriptor client(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-    stage::Require(static_cast<bool>(client), "cannot accept a client");
-    return client;
+    return Accept(listener);
 }
 
 } // namespace
 
 AwaitedServer::AwaitedServer()
-    : subscriberPath_("/tmp/carouseldn-" + std::to_string(getpid())),
-      requestPath_("/tmp/carouseld-" + std::to_string(getpid())),
+    : subscriberPath_(NotificationPath(getpid())), requestPath_(RequestPath(getpid())),
       subscribers_(Listen(subscriberPath_)), requests_(Listen(requestPath_)) {
+    prctl(PR_GET_NAME, formerName_.data());
     prctl(PR_SET_NAME, "carouseld-bench");
 }
 
 AwaitedServer::~AwaitedServer() {
     unlink(subscriberPath_.c_str());
     unlink(requestPath_.c_str());
-    prctl(PR_SET_NAME, "bench");
+    prctl(PR_SET_NAME, formerName_.data());
 }
 
 stage::Descriptor AwaitedServer::AwaitSubscriber() const {

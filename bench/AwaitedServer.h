@@ -3,12 +3,13 @@
 
 #include "stage/Descriptor.h"
 
+#include <array>
 #include <string>
 
 namespace bench {
 
-// This process poses as a server that a daemon is going to connect to: it has the name, listens for
-// subscribers, and gives requests back as their replies, which is good enough for the daemon's.
+// Makes this process the server that a daemon is going to connect to: it has the name, listens for
+// subscribers, and gives requests back as their replies, which the daemon takes for success.
 class AwaitedServer {
 public:
     AwaitedServer();
@@ -16,18 +17,20 @@ public:
     AwaitedServer(const AwaitedServer&) = delete;
     AwaitedServer& operator=(const AwaitedServer&) = delete;
 
-    // The connection of the next one.
+    // Wait for the next subscriber, whose connection is returned, and for so many requests. Throw
+    // when none comes within stage::kPatience.
     stage::Descriptor AwaitSubscriber() const;
     void AnswerRequests(std::size_t count) const;
 
 private:
+    std::array<char, 16> formerName_{}; // of this thread, as long as the kernel has them
     const std::string subscriberPath_;
     const std::string requestPath_;
     const stage::Descriptor subscribers_;
     const stage::Descriptor requests_;
 };
 
-// Sends all of it. Throws when the subscriber takes nothing for as long as anything is waited for.
+// Sends all of it. Throws when the subscriber takes nothing for stage::kPatience.
 void Push(const stage::Descriptor& subscriber, const std::string& bytes);
 
 } // namespace bench

@@ -1,21 +1,16 @@
 #include "BareClient.h"
 
-#include "LocalAddress.h"
+#include "LocalSocket.h"
 
-#include "stage/Descriptor.h"
 #include "stage/Failure.h"
 
 #include <cstddef>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace bench {
 
 void ExchangeBarely(const std::string& path, const std::string& frame) {
-    const sockaddr_un address = LocalAddress(path);
-    const stage::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const auto* to = reinterpret_cast<const sockaddr*>(&address);
-    stage::Require(connect(client.Get(), to, sizeof address) == 0, "cannot connect to " + path);
+    const stage::Descriptor client = Connect(path);
     stage::Require(write(client.Get(), frame.data(), frame.size()) ==
                        static_cast<ssize_t>(frame.size()),
                    "cannot write a request");

@@ -1,14 +1,12 @@
 #include "Figures.h"
 
+#include "Libplist.h"
 #include "Memory.h"
 #include "Notification.h"
 #include "ProcessMemory.h"
 #include "Shelf.h"
 
-#include <plist/plist.h>
-
 #include <algorithm>
-#include <cstdint>
 #include <malloc.h>
 #include <string>
 #include <unistd.h>
@@ -34,8 +32,7 @@ long GrowthByLast(const std::vector<std::string>& texts) {
 
 long GrowthByLibplist(const std::string& text) {
     const long before = HeapInUse();
-    plist_t list = nullptr;
-    plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &list);
+    ReadByLibplist(text);
     return HeapInUse() - before;
 }
 

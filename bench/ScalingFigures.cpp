@@ -3,17 +3,17 @@
 #include "Contest.h"
 #include "ManyMounts.h"
 #include "Notification.h"
+#include "ProcessTable.h"
 #include "Program.h"
 #include "Shelf.h"
 
-#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "stage/Failure.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <DiskArbitration/DiskArbitration.h>
 
 #include <array>
-#include <cstdlib>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -79,29 +79,33 @@ void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
 
 // ---- timers ----
 
-void CallNothing(CFRunLoopTimerRef /* timer */, void* /* info */) {}
+void CountCallout(CFRunLoopTimerRef /* timer */, void* info) {
+    ++*static_cast<std::size_t*>(info);
+}
 
 // All are due at once, and once only; the loop runs until none is left.
 void RunDueTimers(std::size_t count) {
+    std::size_t fired = 0;
     CFRunLoopTimerContext context = {};
+    context.info = &fired;
     for (std::size_t i = 0; i < count; ++i) {
         CFRunLoopTimerRef timer = CFRunLoopTimerCreate(
-            kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() - 1, 0, 0, 0, CallNothing, &context);
+            kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() - 1, 0, 0, 0, CountCallout, &context);
         CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
         CFRelease(timer);
     }
     CFRunLoopRun();
+    if (fired != count) {
+        throw stage::Failure("some timers did not fire");
+    }
 }
 
 // ---- processes ----
 
 void ReadProcesses(std::size_t atLeast) {
-    struct kinfo_proc* processes = nullptr;
-    std::size_t count = 0;
-    if (GetBSDProcessList(&processes, &count) != 0 || count < atLeast) {
-        throw stage::Failure("cannot read the process table");
+    if (ReadProcessTable() < atLeast) {
+        throw stage::Failure("the process table has too few processes");
     }
-    std::free(processes);
 }
 
 void MeasureProcesses(Report& report) {
@@ -128,13 +132,35 @@ void CountDisk(DADiskRef /* disk */, void* context) {
     }
 }
 
-// From a new session until all have appeared.
+void StopWaiting(CFRunLoopTimerRef /* timer */, void* info) {
+    CFRunLoopStop(static_cast<Appearance*>(info)->runLoop);
+}
+
+// Runs the loop until all have appeared. Volumes that never appear end the measurement, not only
+// delay it.
+void RunUntilAppeared(Appearance& appearance) {
+    CFRunLoopTimerContext context = {};
+    context.info = &appearance;
+    const std::chrono::duration<double> patience = stage::kPatience;
+    CFRunLoopTimerRef timer =
+        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + patience.count(), 0,
+                             0, 0, StopWaiting, &context);
+    CFRunLoopAddTimer(appearance.runLoop, timer, kCFRunLoopDefaultMode);
+    CFRunLoopRun();
+    CFRunLoopTimerInvalidate(timer);
+    CFRelease(timer);
+    if (appearance.awaited > 0) {
+        throw stage::Failure("volumes did not appear");
+    }
+}
+
+// From a new session until so many have appeared.
 void AwaitVolumes(std::size_t count) {
     Appearance appearance = {count, CFRunLoopGetCurrent()};
     DASessionRef session = DASessionCreate(kCFAllocatorDefault);
     DARegisterDiskAppearedCallback(session, nullptr, CountDisk, &appearance);
     DASessionScheduleWithRunLoop(session, appearance.runLoop, kCFRunLoopDefaultMode);
-    CFRunLoopRun();
+    RunUntilAppeared(appearance);
     DASessionUnscheduleFromRunLoop(session, appearance.runLoop, kCFRunLoopDefaultMode);
     CFRelease(session);
 }
@@ -171,6 +197,7 @@ void MeasureClients(Report& report) {
     }
     CompareSizes(report, "clients in a changer's status", sizes,
                  [&](std::size_t clients) { notifications.at(clients)->Deliver(); });
+    RequireKept(shelf);
 }
 
 } // namespace

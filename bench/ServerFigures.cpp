@@ -3,6 +3,8 @@
 #include "BareClient.h"
 #include "Contest.h"
 #include "KnownServer.h"
+#include "LocalSocket.h"
+#include "ProcessTable.h"
 #include "Program.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -10,37 +12,27 @@
 #include "stage/PrivateWorld.h"
 #include "stage/Process.h"
 
-#include <cstdlib>
 #include <string>
 
 namespace bench {
 namespace {
 
-constexpr std::size_t kRequest = 1024;
-
-std::size_t ReadTable() {
-    struct kinfo_proc* processes = nullptr;
-    std::size_t count = 0;
-    if (GetBSDProcessList(&processes, &count) != 0) {
-        throw stage::Failure("cannot read the process table");
-    }
-    std::free(processes);
-    return count;
-}
+constexpr std::size_t kPayload = 1024; // bytes of a request
 
 void MeasureTable(Report& report) {
     const Sleepers others(kOthers);
     Contest contest;
-    contest.Add("ours", [] { ReadTable(); });
+    contest.Add("ours", [] { ReadProcessTable(); });
     contest.Add("pgrep", [] { RunProgram({"pgrep", "-x", "sleep"}); });
     contest.Run();
     report.AddAtMost("process table, 500 others: over pgrep -x", 0.25,
                      contest.Ratio("ours", "pgrep"), "", contest.Tell({"ours", "pgrep"}));
-    report.AddAtMost("a process of it", 8,
-                     contest.Time("ours").Times(1e6 / static_cast<double>(ReadTable())), "µs", "");
+    report.AddAtMost("process table: a process of it", 8,
+                     contest.Time("ours").Times(1e6 / static_cast<double>(ReadProcessTable())),
+                     "µs", "");
 }
 
-// As a dictionary and as a frame, with so many bytes of payload.
+// The same request as a dictionary and as a frame, with kPayload bytes of payload.
 class Request {
 public:
     Request()
@@ -48,7 +40,7 @@ public:
                                                 &kCFTypeDictionaryKeyCallBacks,
                                                 &kCFTypeDictionaryValueCallBacks)) {
         SetText("");
-        SetText(std::string(kRequest - MakeFrame().size() + sizeof(FrameHeader), 'x'));
+        SetText(std::string(kPayload - MakeFrame().size() + sizeof(FrameHeader), 'x'));
     }
     ~Request() {
         CFRelease(dictionary_);
@@ -96,7 +88,7 @@ void MeasureExchange(Report& report) {
                           stage::Voice::Server, stage::Voice::Server);
     record.Await(stage::Voice::Server, "listening");
     const KnownServer known(server.Pid());
-    const std::string path = "/tmp/carouseld-" + std::to_string(server.Pid());
+    const std::string path = RequestPath(server.Pid());
     const Request request;
     const std::string frame = request.MakeFrame();
     Contest contest;
@@ -106,7 +98,10 @@ void MeasureExchange(Report& report) {
     report.AddAtMost("an exchange of 1 KiB: over a bare client", 2.5, contest.Ratio("ours", "bare"),
                      "", contest.Tell({"ours", "bare"}));
     server.CloseInput();
-    server.AwaitEnd();
+    const int status = server.AwaitEnd();
+    if (status != 0) {
+        throw stage::Failure("carouseld-echo " + stage::DescribeEnd(status));
+    }
 }
 
 } // namespace
