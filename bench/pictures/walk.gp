@@ -1,12 +1,13 @@
 # The walk and find beside the limit, with the middle half.
-set ylabel "time over that of the limit"
+set xlabel "file system" offset 0,-0.5
+set bmargin 5.5
+set ylabel "time, in multiples of the limit's"
 set key outside top right horizontal
 set yrange [0:]
 set xrange [-0.6:3.6]
-set bmargin 3.5
 set grid noxtics
 set xtics scale 0
-set style fill solid 0.7 noborder
+set style fill solid 0.5 border
 set errorbars linecolor rgb grey
 width = 0.34
 # A comma ends the first line of a label.
