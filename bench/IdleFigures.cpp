@@ -10,7 +10,6 @@
 #include "stage/ReadWatch.h"
 #include "stage/Scene.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -29,12 +28,17 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 struct Trace {
-    std::vector<std::string> calls;
-    std::vector<std::string> provoked;
+    std::vector<std::string> calls;    // of the time traced
+    std::vector<std::string> provoked; // behind it
 };
 
-// What strace tells of the process in that time, and of what is provoked behind it: a line for each
-// system call but those that began before, or are not over.
+// Seconds since 1970, which follow the thread's id.
+double TimeOf(const std::string& call) {
+    return std::stod(call.substr(call.find(' ')));
+}
+
+// The system calls of a process as strace shows them, during that time and while what is provoked
+// behind it is dealt with: a line each, but for those that do not return before the end.
 Trace TraceFor(stage::Record& record, pid_t process, seconds time, const std::string& calls,
                const std::function<void()>& provoke) {
     const std::string file = "/tmp/strace";
@@ -56,8 +60,7 @@ Trace TraceFor(stage::Record& record, pid_t process, seconds time, const std::st
     Trace trace;
     for (std::string line; std::getline(told, line);) {
         if (line.find("detached ...>") == line.npos && !line.ends_with("<unfinished ...>")) {
-            const double began = std::stod(line.substr(line.find(' '))); // behind the thread's id
-            (began < end.count() ? trace.calls : trace.provoked).push_back(line);
+            (TimeOf(line) < end.count() ? trace.calls : trace.provoked).push_back(line);
         }
     }
     return trace;
@@ -84,10 +87,41 @@ void MeasureConnected(Report& report) {
     // What follows shows that strace was looking.
     const Trace trace = TraceFor(scene.TheRecord(), daemon, seconds(60), "trace=all",
                                  [&] { scene.Server().Do("push"); });
-    stage::Require(!trace.provoked.empty(), "strace saw nothing of a notification");
+    if (trace.provoked.empty()) {
+        throw stage::Failure("strace saw nothing of a notification");
+    }
     report.AddAtMost("connected: system calls in 60 s", 0, static_cast<double>(trace.calls.size()),
                      "", trace.calls.empty() ? "" : trace.calls.front());
     EndInOrder(scene);
+}
+
+// In percent of a core, over several stretches of time.
+Spread MeasureShareOfCore(pid_t process) {
+    constexpr int kStretches = 5;
+    std::vector<double> shares;
+    for (int i = 0; i < kStretches; ++i) {
+        const double before = ProcessorTimeOf(process);
+        const auto start = steady_clock::now();
+        std::this_thread::sleep_for(seconds(5));
+        const duration<double> passed = steady_clock::now() - start;
+        shares.push_back((ProcessorTimeOf(process) - before) / passed.count() * 100);
+    }
+    return Spread(std::move(shares));
+}
+
+// From the first attempt to the last one, so that it does not matter where between two attempts the
+// trace begins and ends. An attempt looks once at each process, so also at process 1.
+double AttemptsPerSecond(const std::vector<std::string>& calls) {
+    std::vector<double> times;
+    for (const std::string& call : calls) {
+        if (call.find("\"1/comm\"") != call.npos) {
+            times.push_back(TimeOf(call));
+        }
+    }
+    if (times.size() < 2) {
+        throw stage::Failure("strace saw no attempts");
+    }
+    return static_cast<double>(times.size() - 1) / (times.back() - times.front());
 }
 
 void MeasureDisconnected(Report& report) {
@@ -96,18 +130,11 @@ void MeasureDisconnected(Report& report) {
     scene.StartDaemon();
     std::this_thread::sleep_for(seconds(2));
     const pid_t daemon = scene.TheDaemon().Pid();
-    const double before = ProcessorTimeOf(daemon);
-    const auto start = steady_clock::now();
-    std::this_thread::sleep_for(seconds(20));
-    const duration<double> passed = steady_clock::now() - start;
-    const double share = (ProcessorTimeOf(daemon) - before) / passed.count();
-    report.AddAtMost("disconnected, 500 others: share of a core", 0.5, share * 100, "%", "");
-
-    constexpr seconds kTraced{20}; // an attempt looks once at each process
-    const Trace trace = TraceFor(scene.TheRecord(), daemon, kTraced, "trace=openat,open", [] {});
-    const auto looks = std::ranges::count_if(
-        trace.calls, [](const std::string& call) { return call.find("\"1/comm\"") != call.npos; });
-    const auto attempts = static_cast<double>(looks) / static_cast<double>(kTraced.count());
+    report.AddAtMost("disconnected, 500 others: share of a core", 0.5, MeasureShareOfCore(daemon),
+                     "%", "");
+    const Trace trace =
+        TraceFor(scene.TheRecord(), daemon, seconds(20), "trace=openat,open", [] {});
+    const double attempts = AttemptsPerSecond(trace.calls);
     report.AddAtMost("disconnected: attempts a second, off one", 0.05, std::abs(attempts - 1), "",
                      InUnits(attempts, "a second"));
     EndInOrder(scene);
@@ -135,8 +162,8 @@ void MeasureIdleAndStart(Report& report) {
     report.BeginSection(
         "Idle and start",
         "The daemon as installed, connected to the simulator with one changer, its file system "
-        "mounted, and without a server, one run each. System calls by strace, processor time over "
-        "20 s. The start is from before the fork to the accepted connection.");
+        "mounted, and without a server. System calls by strace, processor time in n times 5 s. A "
+        "start is from before the fork to the accepted connection.");
     MeasureStart(report);
     MeasureDisconnected(report);
     MeasureConnected(report);
