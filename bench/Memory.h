@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// The bytes on the heap of this process.
+// The bytes that are allocated on the heap of this process.
 long HeapInUse();
 
 // Runs the body in a child of this process and returns its result, so that what it leaves on the

@@ -10,23 +10,29 @@
 
 #include "stage/Scene.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
 #include <string>
-#include <sys/types.h>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace bench {
 namespace {
 
-constexpr double kChangesAYear = 1200 * 365;
-constexpr std::size_t kNotifications = 10'000;
+constexpr double kChangesADay = 1200;
+constexpr double kDaysAYear = 365;
+constexpr std::size_t kNotifications = 10'000; // unless BENCH_NOTIFICATIONS says otherwise
 constexpr std::size_t kToWarmUp = 30;
 constexpr std::size_t kBetweenSamples = 250;
 
 struct Shape {
-    const char* name;
+    std::string_view name;
     std::size_t changers;
     std::size_t slots;
     double goal; // KiB a notification
@@ -41,24 +47,37 @@ std::string Environment(const char* name) {
     return value != nullptr ? value : "";
 }
 
+// Throws unless the variable is a number above 0, or missing.
 std::size_t CountNotifications() {
     const std::string wanted = Environment("BENCH_NOTIFICATIONS");
-    return wanted.empty() ? kNotifications : std::stoul(wanted);
+    std::size_t count = kNotifications;
+    const char* const end = wanted.data() + wanted.size();
+    if (!wanted.empty() && (std::from_chars(wanted.data(), end, count).ptr != end || count == 0)) {
+        throw std::invalid_argument("BENCH_NOTIFICATIONS is no number of notifications: " + wanted);
+    }
+    return count;
 }
 
-bool IsWanted(const Shape& shape) {
-    const std::string wanted = Environment("BENCH_SHAPES");
-    return wanted.empty() ||
-           (" " + wanted + " ").find(" " + std::string(shape.name) + " ") != std::string::npos;
+// Those that the variable names, in its order, or all of them. Throws when it names another one.
+std::vector<Shape> WantedShapes() {
+    std::istringstream wanted(Environment("BENCH_SHAPES"));
+    std::vector<Shape> shapes;
+    for (std::string name; wanted >> name;) {
+        const auto* const shape = std::ranges::find(kShapes, name, &Shape::name);
+        if (shape == std::end(kShapes)) {
+            throw std::invalid_argument("BENCH_SHAPES: there is no shape " + name);
+        }
+        shapes.push_back(*shape);
+    }
+    return shapes.empty() ? std::vector<Shape>(std::begin(kShapes), std::end(kShapes)) : shapes;
 }
 
 // ---- the running daemon ----
 
-// What a daemon's memory was after so many notifications, the first with those that warmed it up.
+// A daemon's memory after so many notifications, in bytes; those that warmed it up are not counted.
 using Series = std::vector<std::pair<std::size_t, double>>;
 
-// A daemon that is sent one notification after the other, each of which it has dealt with before
-// the next one.
+// A daemon that is sent notifications, each when it has dealt with the one before.
 class Reader {
 public:
     explicit Reader(const Shape& shape) : frame_(Shelf(shape.changers, shape.slots)) {
@@ -70,7 +89,8 @@ public:
     }
 
     void SendChanged() {
-        constexpr std::size_t kStride = 7919; // prime, so that all discs have their turn
+        constexpr std::size_t kStride =
+            7919; // prime, so that each disc changes once before any twice
         frame_.ChangeDisc(++sent_ * kStride % frame_.CountDiscs());
         Push(subscriber_, frame_.Bytes());
         AwaitDealtWith();
@@ -83,8 +103,8 @@ public:
     }
 
 private:
-    // Nothing answers a notification. But they are dealt with one after the other, and one that is
-    // nonsense costs a line in the log and leaves nothing behind.
+    // Nothing answers a notification. But they are dealt with in order, and a wrong one costs a
+    // line in the log and leaves nothing in memory.
     void AwaitDealtWith() {
         Push(subscriber_, nonsense_);
         scene_.AwaitLog({".*fail get changer list as array.*"});
@@ -105,8 +125,9 @@ double GrowthEach(const Series& series) {
 }
 
 void TellProgress(const Shape& shape, const Series& series) {
-    std::fprintf(stderr, "    %s: %zu notifications, %.2f KiB each\n", shape.name,
-                 series.back().first, GrowthEach(series) / kKibibyte);
+    std::fprintf(stderr, "    %s: %zu notifications, %.2f KiB each\n",
+                 std::string(shape.name).c_str(), series.back().first,
+                 GrowthEach(series) / kKibibyte);
 }
 
 Series MeasureShape(const Shape& shape) {
@@ -141,20 +162,22 @@ void AddTo(Data& data, const Shape& shape, const Series& series) {
     }
 }
 
-void MeasureRunning(Report& report) {
+std::string TellGrowth(double bytesANotification) {
+    constexpr double kGibibyte = kMebibyte * kKibibyte;
+    const double aDay = bytesANotification * kChangesADay;
+    return "a day: " + InUnits(aDay / kMebibyte, "MiB") +
+           ", a year: " + InUnits(aDay * kDaysAYear / kGibibyte, "GiB");
+}
+
+void MeasureRunning(Report& report, const std::vector<Shape>& shapes) {
     Data data({"notifications", "MiB since the first"});
-    for (const Shape& shape : kShapes) {
-        if (!IsWanted(shape)) {
-            continue;
-        }
+    for (const Shape& shape : shapes) {
         const Series series = MeasureShape(shape);
         AddTo(data, shape, series);
         const double each = GrowthEach(series);
-        constexpr double kGibibyte = kMebibyte * kKibibyte;
         report.AddAtMost(Describe(shape) + " discs: memory for a notification", shape.goal,
                          each / kKibibyte, "KiB",
-                         "a year: " + InUnits(each * kChangesAYear / kGibibyte, "GiB") +
-                             "; in the beginning " +
+                         TellGrowth(each) + "; with the first lists " +
                              InUnits(series.front().second / kMebibyte, "MiB"));
     }
     data.Write("memory");
@@ -164,17 +187,20 @@ void MeasureRunning(Report& report) {
 } // namespace
 
 void MeasureMemory(Report& report) {
+    const std::vector<Shape> shapes = WantedShapes();
     report.BeginSection(
         "Memory for years",
-        "The daemon as installed, as a process that keeps each \"changer info\" that it gets. So "
-        "many changers with so many identified discs each; " +
+        "The daemon as installed keeps each \"changer info\" that it gets. It is sent " +
             InUnits(static_cast<double>(CountNotifications()), "notifications") +
-            " with one disc changed in each, after 30 to warm up. Its private dirty memory, as the "
-            "kernel counts it, divided by their number; a year has 1,200 changes a day. Single "
-            "lists are measured in processes that have read nothing, their peaks as resident "
-            "memory.");
+            " of so many changers with so many identified discs each, in each of which one disc "
+            "has changed, after " +
+            std::to_string(kToWarmUp) +
+            " to warm up. A notification's memory is the growth of the daemon's private dirty "
+            "memory, as the kernel counts it, divided by their number; a year has 1,200 changes a "
+            "day. Single lists are measured in processes that have read nothing before: what they "
+            "keep on the heap, their peaks as resident memory.");
     MeasureLists(report);
-    MeasureRunning(report);
+    MeasureRunning(report, shapes);
 }
 
 } // namespace bench
