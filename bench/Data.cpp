@@ -47,7 +47,7 @@ void Data::Write(const std::string& name) const {
     std::ofstream file(folder + "/" + name + ".dat");
     file << text_;
     file.close();
-    stage::Require(file.good(), "cannot write data of a picture");
+    stage::Require(file.good(), "cannot write the data of picture " + name);
 }
 
 } // namespace bench

@@ -6,15 +6,16 @@
 
 namespace bench {
 
-// The numbers that a picture is drawn from: a line of column names, then a line for each row, in
-// bench-data/NAME.dat beside the programs. A name or number is one word for gnuplot.
+// The numbers that a picture is drawn from, as gnuplot reads them: a line of column names, then a
+// line for each row. Names are quoted, so that each is one column.
 class Data {
 public:
     explicit Data(const std::vector<std::string>& columns);
     void Add(const std::string& name, const std::vector<double>& numbers);
     void Add(const std::vector<double>& numbers);
-    // Begins another data set of the same columns, which gnuplot counts by index.
+    // Begins a data set of the same columns, the first one as well. gnuplot counts them by index.
     void BeginSet(const std::string& name);
+    // To bench-data/NAME.dat beside the programs.
     void Write(const std::string& name) const;
 
 private:

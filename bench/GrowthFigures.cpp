@@ -26,10 +26,10 @@ constexpr int kDrives = 4; // of each, so many identifications run there at one 
 constexpr int kIdentifications = kManyChangers * kDrives;
 
 std::string ChangerNamed(int number) {
-    return " changer=" + std::to_string(10 + number); // a hexadecimal number, for all that
+    return " changer=" + std::to_string(10 + number); // which the server takes as hexadecimal
 }
 
-// The discs take a while to spin up, so that all runs at one time.
+// The discs take three seconds to spin up, so that all identifications are under way at one time.
 void Fill(stage::Simulator& server, int changer) {
     const std::string name = ChangerNamed(changer);
     server.Do("add-changer" + name + " slots=5 drives=4 spin-up=3000 mount=/tmp/changer-" +
@@ -40,6 +40,8 @@ void Fill(stage::Simulator& server, int changer) {
     }
 }
 
+// Returns how many threads there were at most, as soon as there are so many, or after
+// stage::kPatience.
 std::size_t AwaitThreads(const stage::Daemon& daemon, std::size_t count) {
     std::size_t most = 0;
     const auto deadline = std::chrono::steady_clock::now() + stage::kPatience;
@@ -50,7 +52,7 @@ std::size_t AwaitThreads(const stage::Daemon& daemon, std::size_t count) {
     return most;
 }
 
-// All discs stay as they are until the server is told to release.
+// The server holds back its notifications until it is told to release them.
 void StartHeld(stage::Scene& scene) {
     scene.StartServer();
     stage::Simulator& server = scene.Server();
@@ -113,10 +115,11 @@ constexpr int kDiscs = 100;
 
 struct Cost {
     double seconds;
-    double processor;
+    double processor; // seconds of the daemon
 };
 
-// Identifies the empty discs of a changer, as a server without robot shows them.
+// Has the empty discs of a changer identified by a server whose robot takes no time. The seconds
+// are from the first notification to the end of the last connection.
 Cost IdentifyDiscs(const std::string& mount) {
     stage::Scene scene;
     scene.StartServer();
@@ -154,9 +157,9 @@ void MeasureOneAfterTheOther(Report& report) {
     report.AddUnjudged("a changer of 100 discs: discs identified per second",
                        kDiscs / listed.seconds, "",
                        "without a file system to list " + InUnits(kDiscs / unlisted.seconds, ""));
-    report.AddAtMost("processor time for a disc without its walk", 1,
-                     unlisted.processor * 1e3 / kDiscs, "ms",
-                     "with it, and a look at all others, " + InTime(listed.processor / kDiscs));
+    report.AddAtMost(
+        "processor time for a disc without its walk", 1, unlisted.processor * 1e3 / kDiscs, "ms",
+        "with it, for which all discs are looked at, " + InTime(listed.processor / kDiscs));
 }
 
 } // namespace

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// Ends the run. What was measured counts only if nothing went wrong in it.
+// Ends the run. Throws what went wrong in it, since then nothing that was measured counts.
 inline void EndInOrder(stage::Scene& scene) {
     std::string complaints;
     for (const std::string& complaint : scene.End()) {

@@ -18,7 +18,7 @@ namespace {
 
 // ---- what is kept ----
 
-// What keeping the last of these takes on the heap, while those before are kept.
+// The bytes that the last of these takes on the heap when those before are kept.
 long GrowthByLast(const std::vector<std::string>& texts) {
     long growth = 0;
     for (const std::string& text : texts) {
@@ -51,7 +51,7 @@ void MeasureFirst(Report& report) {
 
 // ---- while it is read ----
 
-// What reading the text takes at most, beside the text itself.
+// The bytes of memory that reading the text takes at most, beside the text itself.
 long PeakOfReading(const std::string& text) {
     const Notification notification(text);
     malloc_trim(0); // what is free would be used again, and not be seen
@@ -66,8 +66,8 @@ double PeakOverText(const std::string& text) {
     return peak / static_cast<double>(text.size());
 }
 
-// Elements whose parsed form is long beside their text. A '#' stands for a number, another each
-// time.
+// Elements whose parsed form is long beside their text. A '#' stands for a number that is another
+// one in each element, so that no two are equal.
 constexpr const char* kHostile[] = {"<true/>",
                                     "<array/>",
                                     "<dict/>",

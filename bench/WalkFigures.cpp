@@ -21,13 +21,13 @@ namespace {
 
 constexpr UInt64 kChanger = 0xA1;
 
-// Warms it as well.
+// Has the directories cached by the kernel as well.
 std::string CountEntries(const std::string& root) {
     const std::filesystem::recursive_directory_iterator entries(root);
     return std::to_string(std::distance(begin(entries), end(entries)));
 }
 
-// Each walk as a whole process. The data get the ratios to the limit.
+// Each walk is a whole process. Adds the ratios to the limit to the data.
 void CompareWalks(Contest& contest, Data& data, const std::string& where, const std::string& root) {
     const std::string entries = CountEntries(root);
     contest.Add("ours", [&] { RunProgram({stage::ProgramPath("walk-by-daemon"), root, entries}); });
@@ -58,7 +58,7 @@ void Check(VErrLink* err) {
     }
 }
 
-// As the thread of a build does it, but for asking and withdrawing the request.
+// What a build thread does between accepting the request and withdrawing it.
 void Build(const char* root) {
     FSCacheStatusReport* status = nullptr;
     Check(StartStatusReportingForFullFSCache(kChanger, root, &status));
@@ -75,7 +75,8 @@ void MeasureBuild(Report& report, const std::string& root) {
     scene.StartServer();
     scene.Server().Do("add-changer changer=A1 slots=50 drives=2");
     scene.Server().Do("start");
-    // On the main thread, another would read the info files.
+    // As in the daemon: on the main thread, CacheFSDirectory would have each info file read by
+    // another thread.
     Contest contest(15, Contest::Thread::Another);
     contest.Add("walk", [&] { Check(CacheFSDirectory(kChanger, root.c_str(), 1, nullptr)); });
     contest.Add("build", [&] { Build(root.c_str()); });

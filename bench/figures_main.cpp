@@ -18,7 +18,7 @@ struct Section {
     void (*measure)(bench::Report& report);
 };
 
-// Memory and notifications come first, while this process has read none.
+// Memory and notifications come first: they measure lists of which this process keeps nothing yet.
 constexpr Section kSections[] = {
     {"memory", bench::MeasureMemory},    {"notifications", bench::MeasureNotifications},
     {"walk", bench::MeasureWalk},        {"server", bench::MeasureServer},
@@ -47,7 +47,7 @@ void Measure(const std::vector<std::string>& names) {
 
 int main(int argc, char** argv) {
     if (!InitVErrSystem() || InitMediaIdState() != nullptr) {
-        std::fprintf(stderr, "cannot begin\n");
+        std::fprintf(stderr, "cannot initialise the daemon's modules\n");
         return 1;
     }
     try {
