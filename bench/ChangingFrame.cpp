@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <stdexcept>
 
 namespace bench {
 namespace {
@@ -28,7 +29,9 @@ ChangingFrame::ChangingFrame(const Shelf& shelf) : frame_(MakeFrame(shelf.MakeNo
 void ChangingFrame::ChangeDisc(std::size_t disc) {
     char* const digits = frame_.data() + times_.at(disc);
     std::uint32_t time = 0;
-    std::from_chars(digits, digits + kDigits, time);
+    if (std::from_chars(digits, digits + kDigits, time).ptr != digits + kDigits) {
+        throw std::logic_error("the time of a disc has another number of digits");
+    }
     std::to_chars(digits, digits + kDigits, time + kBetweenLooks);
 }
 

@@ -18,7 +18,8 @@ public:
     std::size_t CountDiscs() const {
         return times_.size();
     }
-    // As after another look at the disc: it has a time that no disc has had before.
+    // As after another look at the disc: it has a time that no disc has had before. Throws for a
+    // disc that is not there.
     void ChangeDisc(std::size_t disc);
     const std::string& Bytes() const {
         return frame_;

@@ -135,8 +135,8 @@ void MeasureDisconnected(Report& report) {
     const Trace trace =
         TraceFor(scene.TheRecord(), daemon, seconds(20), "trace=openat,open", [] {});
     const double attempts = AttemptsPerSecond(trace.calls);
-    report.AddAtMost("disconnected: attempts a second, off one", 0.05, std::abs(attempts - 1), "",
-                     InUnits(attempts, "a second"));
+    report.AddAtMost("disconnected: attempts a second, difference from one", 0.05,
+                     std::abs(attempts - 1), "", InUnits(attempts, "a second"));
     EndInOrder(scene);
 }
 

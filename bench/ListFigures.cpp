@@ -46,7 +46,8 @@ void MeasureFirst(Report& report) {
     report.AddAtMost("10 x 500 discs: memory of the first list, a disc", 130,
                      static_cast<double>(first) / discs, "bytes",
                      "libplist " + InUnits(static_cast<double>(libplist) / discs, "bytes"));
-    report.AddAtMost("the same list again, for all", 0, static_cast<double>(again), "bytes", "");
+    report.AddAtMost("the same list again: memory of all of it", 0, static_cast<double>(again),
+                     "bytes", "");
 }
 
 // ---- while it is read ----

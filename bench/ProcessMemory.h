@@ -5,14 +5,17 @@
 
 namespace bench {
 
-// Bytes that are the process's alone, as the kernel counts them in smaps_rollup: those that it has
-// written, and with those that it has only read.
+// All in bytes, as the kernel counts them by pages. They throw when the kernel does not tell.
+
+// Memory that no other process shares: that which the process has written, and all of it.
 double ReadDirtyMemory(pid_t process);
 double ReadPrivateMemory(pid_t process);
 
-// Bytes of it that are in memory, now and at most, since this process forgot its own peak.
+// Resident memory, now and at most.
 double ReadResidentMemory(pid_t process);
 double ReadPeakMemory(pid_t process);
+
+// Has the peak of this process begin anew with what is resident now.
 void ForgetPeakMemory();
 
 } // namespace bench

@@ -5,7 +5,8 @@
 
 namespace bench {
 
-// The seconds of processor that all threads of the process have taken so far.
+// Seconds of processor time that all threads of the process have used so far, those that ended as
+// well.
 double ProcessorTimeOf(pid_t process);
 
 } // namespace bench
