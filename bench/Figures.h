@@ -16,6 +16,7 @@ void MeasureScaling(Report& report);
 // Parts of a section.
 void MeasureLists(Report& report);
 void MeasureNotificationGrowth(Report& report);
+void MeasureHostileGrowth(Report& report);
 
 } // namespace bench
 
