@@ -1,6 +1,6 @@
 # The walk and find beside the limit, with the middle half.
 set xlabel "file system" offset 0,-0.5
-set bmargin 5.5
+set bmargin 4.8
 set ylabel "time, in multiples of the limit's"
 set key outside top right horizontal
 set yrange [0:]
