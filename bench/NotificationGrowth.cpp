@@ -44,7 +44,8 @@ Spread CompareCosts(const Contest& contest, std::size_t changers, std::size_t ot
 void MeasureOnce(Report& report, Data& data, const Notifications& notifications, int run) {
     Contest contest;
     for (const auto& [changers, each] : notifications) {
-        contest.AddTimed(std::to_string(changers), [&each = *each] { return each.Deliver(); });
+        contest.AddTimed(std::to_string(changers),
+                         [&notification = *each] { return notification.Deliver(); });
     }
     contest.Run();
     std::map<double, std::size_t> changersByCost;
