@@ -28,6 +28,9 @@ public:
     T Get() const {
         return reference_;
     }
+    T Detach() {
+        return std::exchange(reference_, nullptr);
+    }
     explicit operator bool() const {
         return reference_ != nullptr;
     }

@@ -2,11 +2,15 @@
    containers. What is read in the end is tested in XmlReaderTest.cpp. */
 
 #include "Lists.h"
+#include "XmlBatches.h"
 
+#include "lists/ListBuilder.h"
 #include "lists/XmlContainerStack.h"
 #include "lists/XmlKeyTable.h"
 #include "lists/XmlMarkupCache.h"
 #include "lists/XmlNormalizer.h"
+#include "lists/XmlSlice.h"
+#include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>
 
@@ -17,6 +21,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -163,20 +168,46 @@ std::string Disc(const std::string& index) {
 }
 
 TEST(XmlNormalizer, FaultBehindRepeatedMarkupIsReportedWithItsLine) {
-    std::string discs;
+    std::string discs = "<array>";
     for (int i = 0; i < 20; ++i)
         discs += Disc(std::to_string(i)); // 11 lines each
-    EXPECT_EQ(ReadList("<array>" + discs + Disc("x") + "</array>").error,
-              "Unknown character 'x' (0x78) in <integer> on line 224");
-    EXPECT_EQ(ReadList("<array>" + discs + Disc("x") + "<foo>").error,
-              "Unknown character 'x' (0x78) in <integer> on line 224");
-    EXPECT_EQ(ReadList("<array>" + discs + "\n<dict>\n<key>Index</key>\n<integer>1").error,
-              "Premature end of file after <integer> on line 224");
-    EXPECT_EQ(ReadList("<array>" + discs + "\n<dict>\n<key>Index</key>\n<integer>1</key>").error,
-              "Close tag on line 224 does not match open tag integer");
+    const std::pair<std::string, std::string> endings[] = {
+        {Disc("x") + "</array>", "Unknown character 'x' (0x78) in <integer> on line 224"},
+        {Disc("x") + "<foo>", "Unknown character 'x' (0x78) in <integer> on line 224"},
+        {"\n<dict>\n<key>Index</key>\n<integer>1",
+         "Premature end of file after <integer> on line 224"},
+        {"\n<dict>\n<key>Index</key>\n<integer>1</key>",
+         "Close tag on line 224 does not match open tag integer"},
+    };
+    for (const auto& [ending, error] : endings) {
+        for (const std::size_t length : {std::size_t{1}, std::size_t{100}, std::size_t{16384}})
+            EXPECT_EQ(ReadInBatches(discs + ending, length).error, error) << length;
+    }
+}
+
+TEST(XmlNormalizer, RepeatedMarkupReadInBatchesOfAnyLengthIsTheSame) {
+    for (const char* pair : {"", "<key>b</key><integer>1</integer>"}) {
+        std::string xml = "<array>";
+        for (int i = 0; i < 8; ++i)
+            xml += std::string("<dict><key>a</key><integer>12</integer>") + pair + "</dict>";
+        xml += "</array>";
+        const ReadResult expected = ReadList(xml);
+        for (std::size_t length = 1; length < 100; ++length)
+            ExpectSameInBatches(xml, length, expected);
+    }
 }
 
 // The text behind the key equals markup that is expected in its place.
+TEST(XmlNormalizer, RandomListReadInBatchesIsTheSame) {
+    for (unsigned seed = 0; seed < 1000; ++seed) {
+        const std::string xml = Join(RandomList(seed).Make(20)) + " ";
+        const ReadResult expected = ReadList(xml);
+        for (const std::size_t length : {1U, 30U, 200U})
+            ExpectSameInBatches(xml, length, expected);
+        ASSERT_FALSE(testing::Test::HasFailure()) << seed << "\n" << xml;
+    }
+}
+
 TEST(XmlNormalizer, RepeatedMarkupBehindAKeyIsReadAsItsValue) {
     const std::string pair = "<key>c</key><integer>1</integer>";
     EXPECT_EQ(ReadList("<dict>" + pair + pair + pair + "<key>d</key>" + pair + "</dict>").error,
@@ -195,29 +226,68 @@ TEST(XmlNormalizer, PlistOfRepeatedMarkupHasOneObject) {
 
 TEST(XmlNormalizer, NormalFormRefersToKeysByNumber) {
     const std::string xml =
-        "<plist><dict><key>name</key><string>a&amp;b</string><key>slots</key>"
+        "<plist><dict><key>name</key><string>a&amp;b</string><key>&lt;</key>"
         "<array><integer>1</integer><true/></array><key>name</key><dict/></dict></plist>";
-    std::vector<char> buffer(cf::NormalizedCapacity(xml));
-    const cf::NormalizedXml normalized = cf::NormalizeXml(xml, buffer.data());
-    EXPECT_EQ(std::string_view(buffer.data(), normalized.length),
+    cf::XmlNormalizer normalizer(xml);
+    const auto batch = normalizer.NextBatch();
+    ASSERT_TRUE(batch);
+    EXPECT_EQ(std::string_view(batch->text, batch->length),
               "<p><d>\x80\x80\x80\x80sa&b\xFE<a>\x81\x80\x80\x80i1\xFEt</a>"
               "<d>\x80\x80\x80\x80</d></d></p>");
-    EXPECT_EQ(normalized.keys, (std::vector<std::string_view>{"name", "slots"}));
+    EXPECT_EQ(TextOf(static_cast<CFStringRef>(normalizer.KeyAt(0))), "name");
+    EXPECT_EQ(TextOf(static_cast<CFStringRef>(normalizer.KeyAt(1))), "<");
+    EXPECT_FALSE(normalizer.NextBatch());
+}
+
+TEST(XmlNormalizer, BatchClosesWhatTheNextOneOpensAgain) {
+    const std::string xml = "<plist><array><dict><key>a</key><integer>12</integer></dict>"
+                            "<string>b</string><array/></array></plist>";
+    cf::XmlNormalizer normalizer(xml, 17);
+    struct Expected {
+        std::string_view text;
+        std::size_t openAtBegin;
+        std::size_t openAtEnd;
+    };
+    const Expected expected[] = {
+        {"<p><a><d>\x80\x80\x80\x80i12\xFE</d></a></p>", 0, 3},
+        {"<p><a><d></d>sb\xFE<a></a></a></p>", 3, 2},
+        {"<p><a></a></p>", 2, 0},
+    };
+    for (const Expected& each : expected) {
+        const auto batch = normalizer.NextBatch();
+        ASSERT_TRUE(batch);
+        EXPECT_EQ(std::string_view(batch->text), each.text);
+        EXPECT_EQ(batch->length, each.text.size());
+        EXPECT_EQ(batch->openAtBegin, each.openAtBegin);
+        EXPECT_EQ(batch->openAtEnd, each.openAtEnd);
+    }
+    EXPECT_FALSE(normalizer.NextBatch());
+}
+
+TEST(XmlNormalizer, FaultIsThrownBehindTheBatchBeforeIt) {
+    cf::XmlNormalizer normalizer("<array><integer>1</integer><foo/></array>");
+    const auto batch = normalizer.NextBatch();
+    ASSERT_TRUE(batch);
+    EXPECT_EQ(std::string_view(batch->text), "<a>i1\xFE</a>");
+    EXPECT_EQ(batch->openAtEnd, 1U);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_THROW(normalizer.NextBatch(), cf::XmlFault);
 }
 
 // ---- keys ----
 
+cf::Value SharedText(const std::string& text) {
+    return cf::Created(cf::SharedString(text));
+}
+
 TEST(XmlKeyTable, EqualTextsHaveOneNumber) {
     constexpr std::size_t kCount = 20000;
-    std::vector<char> buffer(kCount * 5);
-    cf::XmlKeyTable table(buffer.data() + buffer.size());
+    cf::XmlKeyTable table;
     for (int repetition = 0; repetition < 2; ++repetition)
         for (std::size_t i = 0; i < kCount; ++i)
-            ASSERT_EQ(table.NumberOf(std::to_string(i)), i);
-    const std::vector<std::string_view> texts = table.TakeTexts();
-    ASSERT_EQ(texts.size(), kCount);
+            ASSERT_EQ(table.NumberOf(SharedText(std::to_string(i))), i);
     for (std::size_t i = 0; i < kCount; ++i)
-        ASSERT_EQ(texts[i], std::to_string(i));
+        ASSERT_EQ(table.KeyAt(i), SharedText(std::to_string(i)).Get());
 }
 
 TEST(XmlKeyTable, ReferenceGivesTheNumberAndHasNoAscii) {
@@ -378,6 +448,31 @@ TEST(XmlMarkupCache, FullCacheTakesNewEntries) {
             cache.Add(Markup(source));
     EXPECT_NE(cache.MatchSuccessor("<a>", kPath), nullptr);
     EXPECT_NE(cache.MatchSuccessor("<b>", kPath), nullptr);
+}
+
+TEST(XmlMarkupCache, NormalFormIsCopied) {
+    std::string normalForm = "abc";
+    cf::XmlMarkup markup = Markup("<a>");
+    markup.normalForm = normalForm;
+    cf::XmlMarkupCache cache;
+    cache.Add(markup);
+    cache.Add(markup);
+    normalForm = "xyz";
+    const cf::XmlMarkup* cached = cache.MatchSuccessor("<a>", kPath);
+    ASSERT_NE(cached, nullptr);
+    EXPECT_EQ(cached->normalForm, "abc");
+}
+
+TEST(XmlMarkupCache, NormalFormOfTheMaximumLengthIsCachedAndNoLongerOne) {
+    for (const std::size_t excess : {0U, 1U}) {
+        const std::string normalForm(cf::XmlMarkupCache::kMaximumLength + excess, 'a');
+        cf::XmlMarkup markup = Markup("<a>");
+        markup.normalForm = normalForm;
+        cf::XmlMarkupCache cache;
+        cache.Add(markup);
+        cache.Add(markup);
+        EXPECT_EQ(cache.MatchSuccessor("<a>", kPath) != nullptr, excess == 0);
+    }
 }
 
 TEST(XmlMarkupCache, MarkupWithoutAPathIsIgnored) {

@@ -1,9 +1,9 @@
 /* What the XML reader accepts and gives, and what it refuses with which text. */
 
 #include "Lists.h"
+#include "XmlBatches.h"
 
-#include "lists/MalformedList.h"
-#include "lists/XmlReader.h"
+#include "lists/XmlNormalizer.h"
 
 #include <gtest/gtest.h>
 
@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ostream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -66,6 +67,8 @@ TEST_P(XmlReaderRefuses, WithText) {
     EXPECT_EQ(immutable.error, GetParam().result);
     EXPECT_EQ(ReadList(GetParam().xml, kCFPropertyListMutableContainersAndLeaves).error,
               GetParam().result);
+    if (!GetParam().xml.empty())
+        ExpectSameInBatches(GetParam().xml, 1, immutable);
 }
 
 const Row kNoDocument[] = {
@@ -409,6 +412,7 @@ TEST_P(XmlReaderReads, AndWritesBack) {
         ASSERT_TRUE(result.list);
         EXPECT_EQ(WriteBody(result.list.Get()), GetParam().result + "\n");
     }
+    ExpectSameInBatches(GetParam().xml, 1, ReadList(GetParam().xml));
 }
 
 const Row kDocuments[] = {
@@ -640,6 +644,76 @@ TEST(XmlReader, LastOfManyEqualKeysWins) {
     }
 }
 
+// Many dictionaries that are alike
+
+std::string Member(const std::string& value) {
+    return "<dict><key>name</key><string>" + value + "</string><key>kind</key><true/></dict>";
+}
+
+TEST(XmlReader, DictionariesThatAreAlikeAreMembersInTheirOrder) {
+    for (const int count : {1, 2, 15, 16, 17, 31, 32, 33, 100}) {
+        std::string xml = "<array>";
+        for (int i = 0; i < count; ++i)
+            xml += Member(std::to_string(i));
+        const ReadResult result = ReadList(xml + "</array>");
+        const auto array = static_cast<CFArrayRef>(result.list.Get());
+        ASSERT_EQ(CFArrayGetCount(array), count);
+        for (int i = 0; i < count; ++i) {
+            const auto member = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(array, i));
+            const auto name = static_cast<CFStringRef>(CFDictionaryGetValue(member, CFSTR("name")));
+            ASSERT_EQ(TextOf(name), std::to_string(i));
+            ASSERT_EQ(member, ReadList(Member(std::to_string(i))).list.Get());
+        }
+    }
+}
+
+// Members with the keys of the one before and with others, equal ones, and arrays of such members.
+std::string RandomMembers(std::mt19937& random, int depth) {
+    std::string xml = "<array>";
+    for (auto i = random() % 40; i > 0; --i) {
+        const std::string value = std::to_string(random() % 30);
+        switch (random() % (depth < 3 ? 20 : 16)) {
+        case 0:
+            xml += "<dict><key>kind</key><true/></dict>";
+            break;
+        case 1:
+            xml += "<dict/>";
+            break;
+        case 2:
+            xml += "<string>" + value + "</string>";
+            break;
+        case 3:
+            xml += "<dict><key>name</key><true/><key>name</key><false/></dict>";
+            break;
+        case 16:
+        case 17:
+            xml += RandomMembers(random, depth + 1);
+            break;
+        case 18:
+        case 19:
+            xml += "<dict><key>name</key>" + RandomMembers(random, depth + 1) +
+                   "<key>kind</key><true/></dict>";
+            break;
+        default:
+            xml += Member(value);
+        }
+    }
+    return xml + "</array>";
+}
+
+// Mutable dictionaries are made one by one.
+TEST(XmlReader, DictionariesOfChangingKeysAreTheSameAsMutableOnes) {
+    for (unsigned seed = 0; seed < 300; ++seed) {
+        std::mt19937 random(seed);
+        const std::string xml = RandomMembers(random, 0);
+        const ReadResult immutable = ReadList(xml);
+        const ReadResult mutableOne = ReadList(xml, kCFPropertyListMutableContainers);
+        ASSERT_TRUE(immutable.list);
+        ASSERT_EQ(WriteBody(immutable.list.Get()), WriteBody(mutableOne.list.Get())) << xml;
+        ASSERT_TRUE(CFEqual(immutable.list.Get(), mutableOne.list.Get())) << xml;
+    }
+}
+
 // Hostile lists
 
 TEST(XmlReader, NestsTo512Levels) {
@@ -690,6 +764,20 @@ TEST(XmlReader, RefusesEveryPrefixWithAText) {
     }
 }
 
+TEST(XmlReader, ListReadInBatchesOfAnyLengthIsTheSame) {
+    const std::string xml = MotleyList();
+    const ReadResult expected = ReadList(xml);
+    for (std::size_t length = 1; length <= xml.size(); ++length)
+        ExpectSameInBatches(xml, length, expected);
+}
+
+TEST(XmlReader, DeepListReadInBatchesIsTheSame) {
+    const std::string xml =
+        Nested(512, "<array><true/>", "<true/></array>", "<integer>1</integer>");
+    ExpectSameInBatches(xml, 1, ReadList(xml));
+    ExpectSameInBatches(xml, 2000, ReadList(xml));
+}
+
 // A list in pieces, each with what is said of a list that ends behind any of its characters.
 TEST(XmlReader, EachPrefixIsRefusedWithItsText) {
     const std::pair<std::string_view, std::string_view> pieces[] = {
@@ -737,20 +825,18 @@ TEST(XmlReader, EachPrefixIsRefusedWithItsText) {
     EXPECT_TRUE(ReadList(xml + ">").list);
 }
 
-// What comes of a part of the bytes, read where it stands: the written list, or why there is none.
+// The written list, or why there is none.
+std::string Written(const ReadResult& result) {
+    return result.list ? WriteBody(result.list.Get()) : result.error;
+}
+
+// What comes of a part of the bytes, read where it stands.
 std::string ReadInPlace(std::string_view bytes) {
-    cf::ListBuilder builder(false);
-    try {
-        const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-        return WriteBody(cf::ReadXmlList({data, bytes.size()}, builder).Get());
-    } catch (const cf::MalformedList& malformed) {
-        return malformed.what();
-    }
+    return Written(ReadInBatches(bytes, cf::XmlNormalizer::kBatchLength));
 }
 
 std::string ReadAlone(std::string_view bytes) {
-    const ReadResult result = ReadList(bytes);
-    return result.list ? WriteBody(result.list.Get()) : result.error;
+    return Written(ReadList(bytes));
 }
 
 // Pages that can be read, between two that cannot.

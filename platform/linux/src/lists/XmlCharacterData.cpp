@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace cf {
@@ -119,6 +120,14 @@ CharacterData ResolveCharacterData(const XmlSlice& rest, char* text) {
         end = std::copy(text + kByteOrderMark.size(), end, text);
     std::replace(text, end, '<', kLessThan);
     return {length, static_cast<std::size_t>(end - text)};
+}
+
+Value CreateText(std::string_view resolved) {
+    if (resolved.find(kLessThan) == resolved.npos)
+        return Created(SharedString(resolved));
+    std::string text(resolved);
+    std::ranges::replace(text, kLessThan, '<');
+    return Created(SharedString(text));
 }
 
 } // namespace cf

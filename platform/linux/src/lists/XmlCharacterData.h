@@ -3,9 +3,11 @@
 
 /* The text inside an element, entities and CDATA sections resolved. */
 
+#include "lists/ListBuilder.h"
 #include "lists/XmlSlice.h"
 
 #include <cstddef>
+#include <string_view>
 
 namespace cf {
 
@@ -21,6 +23,9 @@ struct CharacterData {
 // slice, and writes it there. Throws XmlFault when anything else stands in it, when it is no
 // UTF-8, and when it does not end.
 CharacterData ResolveCharacterData(const XmlSlice& rest, char* text);
+
+// The shared string of a resolved text. Throws std::bad_alloc.
+Value CreateText(std::string_view resolved);
 
 } // namespace cf
 

@@ -40,6 +40,10 @@ public:
     XmlTag Tag() const {
         return levels_[depth_].tag;
     }
+    // Of the container at that depth, from 1 to Depth().
+    XmlTag TagAt(std::size_t depth) const {
+        return levels_[depth].tag;
+    }
     Path GetPath() const {
         return levels_[depth_].path;
     }

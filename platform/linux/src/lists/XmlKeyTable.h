@@ -4,34 +4,29 @@
 /* The distinct keys of an XML property list. Each gets a number, by which the normal form refers to
    it. */
 
+#include "lists/ListBuilder.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace cf {
 
 class XmlKeyTable {
 public:
-    // The texts are stored downwards from bufferEnd. The caller provides as many bytes as they have
-    // in total.
-    explicit XmlKeyTable(char* bufferEnd) : texts_(bufferEnd) {}
+    // The number of that key, a shared string: 0, 1, 2, ... in the order of first use. Throws
+    // std::bad_alloc.
+    std::size_t NumberOf(Value key);
 
-    // The number of the key with that text: 0, 1, 2, ... in the order of first use. Copies the text
-    // of a new key. Throws std::bad_alloc.
-    std::size_t NumberOf(std::string_view text);
-
-    // All texts by number. The table is empty afterwards.
-    std::vector<std::string_view> TakeTexts() {
-        return std::move(keys_);
+    // The key is borrowed from the table.
+    const Object* KeyAt(std::size_t number) const {
+        return keys_[number].Get();
     }
 
 private:
     void Grow();
 
-    char* texts_;
-    std::vector<std::string_view> keys_;
+    std::vector<Value> keys_;
     std::vector<std::uint32_t> slots_; // open addressing: number + 1, or 0 for a free slot
 };
 

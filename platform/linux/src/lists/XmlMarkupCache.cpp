@@ -18,7 +18,7 @@ std::size_t HashOf(std::string_view source) {
 } // namespace
 
 void XmlMarkupCache::Add(const XmlMarkup& markup) {
-    if (markup.before == 0 || markup.after == 0)
+    if (markup.before == 0 || markup.after == 0 || markup.normalForm.size() > kMaximumLength)
         return;
     Entry& entry = FindOrAdd(markup);
     if (last_ != nullptr)
@@ -42,7 +42,10 @@ XmlMarkupCache::Entry& XmlMarkupCache::FindOrAdd(const XmlMarkup& markup) {
         return FindOrAdd(markup);
     }
     Entry& entry = entries_[count_++];
-    entry = {markup, nullptr};
+    entry.markup = markup;
+    entry.successor = nullptr;
+    std::ranges::copy(markup.normalForm, entry.normalForm.begin());
+    entry.markup.normalForm = {entry.normalForm.data(), markup.normalForm.size()};
     slots_[slot] = static_cast<unsigned char>(count_);
     return entry;
 }

@@ -7,7 +7,8 @@
  * behind a scalar is mostly the same as the last time.
  *
  * An entry is found by comparing the text with the successor of the last entry, which costs no
- * hashing. An entry depends on nothing but its text and the containers that are open before it.
+ * hashing. An entry depends on nothing but its text and the containers that are open before it. It
+ * refers to its text, which must live as long as the cache, and copies its normal form.
  */
 
 #include "lists/XmlContainerStack.h"
@@ -34,6 +35,8 @@ class XmlMarkupCache {
 public:
     // When so many entries are cached, the next one replaces all of them.
     static constexpr std::size_t kCapacity = 128;
+    // The maximum length of a normal form that is cached; longer ones are rare.
+    static constexpr std::size_t kMaximumLength = 64;
 
     // The successor of the last entry, if the text begins with it and the path is the one before
     // it; else nullptr. It is then the last entry.
@@ -47,13 +50,14 @@ public:
     }
 
     // Adds the markup, unless it is cached, as the successor of the last entry. It is then the last
-    // entry. Ignores markup with a path of 0.
+    // entry. Ignores markup with a path of 0 or with a longer normal form.
     void Add(const XmlMarkup& markup);
 
 private:
     struct Entry {
         XmlMarkup markup;
         Entry* successor;
+        std::array<char, kMaximumLength> normalForm;
     };
     Entry& FindOrAdd(const XmlMarkup& markup);
 

@@ -48,112 +48,66 @@ std::uint64_t FindSpecialBytes(std::uint64_t word) {
     return HighBytes(word) | BytesEqual(word, '<') | BytesEqual(word, '&') | BytesEqual(word, '\0');
 }
 
-class XmlNormalizer {
-public:
-    XmlNormalizer(std::string_view source, char* buffer)
-        : begin_(source.data()), end_(begin_ + source.size()), next_(begin_), buffer_(buffer),
-          out_(buffer), keys_(buffer + NormalizedCapacity(source)), markup_{begin_, buffer},
-          lastContent_(markup_) {}
+} // namespace
 
-    // Takes the next tag, with the whole element if it is no container. Returns false behind the
-    // root element.
-    bool TakeNext();
-    // Closes what is open.
-    void Finish();
+XmlNormalizer::XmlNormalizer(std::string_view source, std::size_t batchLength)
+    : begin_(source.data()), end_(begin_ + source.size()), batchLength_(batchLength),
+      buffer_(std::make_unique_for_overwrite<char[]>(
+          source.size() +
+          XmlContainerStack::kMaximumDepth * (kOpeningTagLength + kClosingTagLength) + 1)),
+      next_(begin_), markup_{begin_, nullptr}, lastContent_(markup_) {}
 
-    std::size_t Length() const {
-        return static_cast<std::size_t>(out_ - buffer_);
+// ---- Batches ----
+
+std::optional<XmlBatch> XmlNormalizer::NextBatch() {
+    if (fault_)
+        throw *fault_;
+    if (isComplete_)
+        return std::nullopt;
+    const std::size_t reopened = containers_.Depth();
+    BeginBatch();
+    try {
+        do
+            TakeNext();
+        while (Length() < batchLength_ && !isComplete_);
+    } catch (XmlFault& fault) {
+        fault_ = std::move(fault);
     }
-    std::vector<std::string_view> TakeKeys() {
-        return keys_.TakeTexts();
+    EndBatch();
+    return XmlBatch{buffer_.get(), Length(), reopened, containers_.Depth()};
+}
+
+// Markup of which a part stands in the batch before is not cached.
+void XmlNormalizer::BeginBatch() {
+    ++batches_;
+    out_ = buffer_.get();
+    for (std::size_t depth = 1; depth <= containers_.Depth(); ++depth)
+        out_ = WriteOpeningTag(out_, containers_.TagAt(depth));
+    markup_.normalForm = out_;
+    if (next_ != markup_.source)
+        markupPath_ = 0;
+}
+
+void XmlNormalizer::EndBatch() {
+    for (std::size_t depth = containers_.Depth(); depth > 0; --depth)
+        out_ = WriteClosingTag(out_, containers_.TagAt(depth));
+    *out_ = '\0';
+}
+
+// The last scalar may be one whose closing tag is at fault.
+std::size_t XmlNormalizer::FindInSource(std::size_t place) const {
+    XmlNormalizer again({begin_, end_}, batchLength_);
+    while (again.batches_ + 1 < batches_)
+        again.NextBatch();
+    again.BeginBatch();
+    try {
+        while (again.Length() <= place && !again.isComplete_)
+            again.TakeNext();
+    } catch (const XmlFault&) {
     }
-    // The place in the source from which a byte of the last scalar's content was copied.
-    std::size_t FindInSource(std::size_t place) const {
-        const char* const copied = buffer_ + place;
-        return PlaceOf(lastContent_.source + (copied - lastContent_.normalForm));
-    }
-
-private:
-    // Where the same thing stands in both texts.
-    struct Place {
-        const char* source;
-        const char* normalForm;
-    };
-    struct OpeningTag {
-        XmlTag tag;
-        bool isEmpty; // <name/>
-        const char* end;
-    };
-
-    std::size_t PlaceOf(const char* byte) const {
-        return static_cast<std::size_t>(byte - begin_);
-    }
-    XmlSlice From(const char* byte) const {
-        const auto size = static_cast<std::size_t>(end_ - begin_);
-        return {{begin_, size}, PlaceOf(byte), size};
-    }
-    const char* TextEnd(const char* text);
-
-    void SkipWhiteSpace();
-    [[gnu::noinline]] void SkipRemark();
-    void SkipTo(std::string_view end, std::size_t from, std::string_view refusal);
-    void SkipDocumentType();
-
-    bool TakeCachedMarkup();
-    void FindTag();
-    void TakeTag();
-    bool TakeUsualTag();
-    [[gnu::noinline]] void TakeAnyTag();
-    OpeningTag ReadOpeningTag() const;
-    void CheckDepth() const;
-    void Open(XmlTag tag, const char* content);
-    void CloseContainer();
-    void TakeClosingTag(XmlTag tag);
-    [[gnu::noinline]] void TakeAnyClosingTag(XmlTag tag);
-
-    bool IsKeyExpected() const {
-        return !key_ && containers_.Tag() == XmlTag::kDict;
-    }
-    void CheckPlace();
-    [[gnu::noinline]] void CheckUnusualPlace();
-    char* WriteKey(char* out) const;
-    void BeginContainer(XmlTag tag);
-    char* BeginScalar(XmlTag tag);
-    void EndScalar(char* out);
-    void TakeEmpty(XmlTag tag, const char* end);
-    void TakeEmptyText(const char* end);
-    void TakeEmptyTag(const OpeningTag& opening);
-    void TakeKey(const char* content);
-    void EndKey(std::string_view text, const char* end);
-    void TakeScalar(XmlTag tag, const char* content);
-    void CacheMarkup(XmlTag tag, const char* content, const char* out);
-    void TakeContent(XmlTag tag, const char* content, char* out);
-    char* CopyNumber(XmlTag tag, const char*& in, char* out) const;
-    void TakeBoolean(XmlTag tag, const char* content);
-    char* CopyText(const char*& in, char* out);
-    [[gnu::noinline]] char* ResolveText(const char*& in, char* out);
-    char* CopyPlain(const char*& in, char* out) const;
-
-    void RefuseAbsence() const;
-    [[noreturn, gnu::noinline]] void RefuseEnd() const;
-    [[noreturn, gnu::noinline]] void RefuseCutTag() const;
-    [[noreturn, gnu::noinline]] void RefuseCutScalar(XmlTag tag) const;
-    [[noreturn, gnu::noinline]] void RefuseCharacter() const;
-
-    const char* const begin_;
-    const char* const end_;
-    const char* next_;
-    const char* nul_ = nullptr; // the last one that was looked for
-    char* const buffer_;
-    char* out_;
-    XmlContainerStack containers_;
-    XmlKeyTable keys_;
-    std::optional<std::size_t> key_; // the number of the key whose value was not yet read
-    XmlMarkupCache cache_;
-    Place markup_;                           // behind the last scalar's closing tag
-    XmlContainerStack::Path markupPath_ = 0; // there; 0 before the first scalar
-    Place lastContent_;                      // of a scalar
-};
+    const char* const copied = again.buffer_.get() + place;
+    return again.PlaceOf(again.lastContent_.source + (copied - again.lastContent_.normalForm));
+}
 
 // Texts have no NUL. It is looked for once, however many texts stand before it.
 const char* XmlNormalizer::TextEnd(const char* text) {
@@ -251,12 +205,13 @@ void XmlNormalizer::RefuseCharacter() const {
 
 // ---- Tags ----
 
-bool XmlNormalizer::TakeNext() {
+// Takes the next tag, with the whole element if it is no container.
+void XmlNormalizer::TakeNext() {
     if (!TakeCachedMarkup()) {
         FindTag();
         TakeTag();
     }
-    return !containers_.IsEmpty();
+    isComplete_ = containers_.IsEmpty();
 }
 
 // Takes the scalar behind it, too. Returns false if the markup is not cached, or if a part of it
@@ -487,7 +442,7 @@ inline void XmlNormalizer::TakeKey(const char* content) {
 }
 
 inline void XmlNormalizer::EndKey(std::string_view text, const char* end) {
-    key_ = keys_.NumberOf(text);
+    key_ = keys_.NumberOf(CreateText(text));
     next_ = end;
 }
 
@@ -507,12 +462,25 @@ inline void XmlNormalizer::CacheMarkup(XmlTag tag, const char* content, const ch
                 .after = containers_.GetPath()});
 }
 
+// The processor itself loads ahead only to the end of a page of memory.
+void XmlNormalizer::PrefetchSource() {
+    constexpr std::ptrdiff_t kLine = 64;
+    constexpr std::ptrdiff_t kStep = 16 * kLine;
+    while (prefetched_ - next_ < kPrefetched && end_ - prefetched_ > kStep) {
+        for (std::ptrdiff_t at = 0; at < kStep; at += kLine)
+            __builtin_prefetch(prefetched_ + at);
+        prefetched_ += kStep;
+    }
+}
+
 // Takes the content and the closing tag of a scalar, of which the beginning was written up to out.
 // The scalar is written before its closing tag is checked: what is wrong with the content comes
 // first.
 inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* out) {
     const bool isText = tag == XmlTag::kString || tag == XmlTag::kKey;
     lastContent_ = {content, out};
+    if (prefetched_ - next_ < kPrefetched)
+        PrefetchSource();
     const char* in = content;
     char* const end = isText ? CopyText(in, out) : CopyNumber(tag, in, out);
     EndScalar(WriteScalarEnd(end));
@@ -583,45 +551,6 @@ inline char* XmlNormalizer::CopyPlain(const char*& in, char* out) const {
         out += sizeof word;
     }
     return out;
-}
-
-void XmlNormalizer::Finish() {
-    for (; !containers_.IsEmpty(); containers_.Pop())
-        out_ = WriteClosingTag(out_, containers_.Tag());
-    *out_ = '\0';
-}
-
-} // namespace
-
-// Where the source breaks off, the elements that are open are closed, one of them a scalar.
-std::size_t NormalizedCapacity(std::string_view source) {
-    return source.size() + (XmlContainerStack::kMaximumDepth + 1) * kClosingTagLength + 1;
-}
-
-NormalizedXml NormalizeXml(std::string_view source, char* buffer) {
-    XmlNormalizer normalizer(source, buffer);
-    NormalizedXml result = {};
-    try {
-        while (normalizer.TakeNext()) {
-        }
-    } catch (XmlFault& fault) {
-        result.fault = std::move(fault);
-    }
-    normalizer.Finish();
-    result.length = normalizer.Length();
-    result.keys = normalizer.TakeKeys();
-    return result;
-}
-
-// The last scalar may be one whose closing tag is at fault.
-std::size_t FindInSource(std::string_view source, char* buffer, std::size_t place) {
-    XmlNormalizer normalizer(source, buffer);
-    try {
-        while (normalizer.Length() <= place && normalizer.TakeNext()) {
-        }
-    } catch (const XmlFault&) {
-    }
-    return normalizer.FindInSource(place);
 }
 
 } // namespace cf

@@ -4,184 +4,172 @@
 #include "lists/XmlCharacterData.h"
 #include "lists/XmlEncoding.h"
 #include "lists/XmlKeyTable.h"
-#include "lists/XmlNormalizer.h"
 #include "lists/XmlScalars.h"
 #include "lists/XmlTag.h"
 
 #include <CoreFoundation/CFNumber.h>
 #include <pugixml.hpp>
 
-#include <algorithm>
+#include <array>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace cf {
 
 namespace {
 
-// Parses the normal form in place. It is well-formed, so that only memory can be missing.
-void Parse(pugi::xml_document& document, char* normalForm, std::size_t length) {
+// Parses a batch in place. It is well-formed, so that only memory can be missing.
+void Parse(pugi::xml_document& document, const XmlBatch& batch) {
     // The text before the first element inside is kept in its element, without a node of its own.
     constexpr unsigned kFlags =
         pugi::parse_minimal | pugi::parse_fragment | pugi::parse_embed_pcdata;
-    if (!document.load_buffer_inplace(normalForm, length + 1, kFlags, pugi::encoding_utf8))
+    if (!document.load_buffer_inplace(batch.text, batch.length + 1, kFlags, pugi::encoding_utf8))
         throw std::bad_alloc();
 }
 
 class XmlReader {
 public:
-    XmlReader(std::span<const std::uint8_t> bytes, ListBuilder& builder)
-        : bytes_(bytes), builder_(builder) {}
+    XmlReader(std::string_view source, ListBuilder& builder, std::size_t batchLength)
+        : normalizer_(source, batchLength), builder_(builder) {
+        containers_[0] = {XmlTag::kPlist, 0, nullptr};
+    }
 
-    // Throws MalformedList and std::bad_alloc.
+    // Throws XmlFault, with a place in the source, and std::bad_alloc.
     Value Read();
 
 private:
-    std::size_t Normalize();
-    Value ReadNode(pugi::xml_node node);
-    // The text is what stands in the element behind its key.
-    Value ReadContainer(pugi::xml_node container, const char* text);
-    Value ReadPlist(pugi::xml_node plist, const char* text);
-    Value ReadArray(pugi::xml_node array, const char* text);
-    Value ReadDictionary(pugi::xml_node dictionary, const char* text);
-    void ReadMembers(const char* text);
-    void ReadPairs(const char* text);
+    // A container that is read, which may take several batches.
+    struct Container {
+        XmlTag tag;
+        std::size_t begin; // of an array's members
+        const Object* key; // in the dictionary around it, or null
+    };
+
+    void ReadBatch(const XmlBatch& batch);
+    void ReadNodes(pugi::xml_node node, std::size_t depth);
+    void ReadContainer(pugi::xml_node container, std::size_t depth);
+    void ReadScalars(const char* text);
+    void Open(XmlTag tag, const Object* key);
+    void CloseDownTo(std::size_t depth);
+    void CloseInnermost();
+    void Add(const Object* key, Value value);
+
+    XmlTag Tag() const {
+        return containers_[depth_].tag;
+    }
     // These move on behind what they read.
     const Object* TakeKey(const char*& text) const;
     Value ReadScalar(const char*& text);
     Value TakeInteger(const char*& text);
     XmlSlice TakeContent(const char*& text) const;
-    [[noreturn]] void Refuse(XmlFault fault) const;
 
-    const std::span<const std::uint8_t> bytes_;
+    XmlNormalizer normalizer_;
     ListBuilder& builder_;
-    std::unique_ptr<char[]> normalForm_;
-    std::vector<Value> keys_;            // by number
-    std::optional<MalformedList> break_; // of the text, where the normal form ends
+    const char* batch_ = nullptr;                                            // its text
+    std::array<Container, XmlContainerStack::kMaximumDepth + 1> containers_; // 0 is the document
+    std::size_t depth_ = 0;
+    Value root_;
 };
-
-// From a text with kLessThan for '<'.
-Value CreateText(std::string_view text) {
-    if (text.find(kLessThan) == text.npos)
-        return Created(SharedString(text));
-    std::string resolved(text);
-    std::ranges::replace(resolved, kLessThan, '<');
-    return Created(SharedString(resolved));
-}
 
 // A value at fault stands before the place where the text breaks off.
 Value XmlReader::Read() {
-    const std::size_t length = Normalize();
-    pugi::xml_document document;
-    Parse(document, normalForm_.get(), length);
-    Value value;
-    try {
-        if (const pugi::xml_node root = document.first_child())
-            value = ReadNode(root);
-    } catch (const XmlFault& fault) {
-        Refuse(fault);
-    }
-    if (break_)
-        throw *break_;
-    return value;
-}
-
-// Returns the length. The text itself is not kept: it may be a copy.
-std::size_t XmlReader::Normalize() {
-    const XmlDocumentText document(bytes_);
-    const std::string_view text = document.View();
-    normalForm_ = std::make_unique_for_overwrite<char[]>(NormalizedCapacity(text));
-    const NormalizedXml normalized = NormalizeXml(text, normalForm_.get());
-    keys_.reserve(normalized.keys.size());
-    for (const std::string_view key : normalized.keys)
-        keys_.push_back(CreateText(key));
-    if (normalized.fault)
-        break_ = normalized.fault->In(text);
-    return normalized.length;
-}
-
-// Of a fault in the normal form, which is of no use afterwards.
-void XmlReader::Refuse(XmlFault fault) const {
-    const XmlDocumentText document(bytes_);
-    if (fault.place)
-        fault.place = FindInSource(document.View(), normalForm_.get(), *fault.place);
-    throw fault.In(document.View());
-}
-
-// A text here is one scalar.
-Value XmlReader::ReadNode(pugi::xml_node node) {
-    const char* text = node.value();
-    return node.type() == pugi::node_pcdata ? ReadScalar(text) : ReadContainer(node, text);
-}
-
-Value XmlReader::ReadContainer(pugi::xml_node container, const char* text) {
-    switch (static_cast<XmlTag>(*container.name())) {
-    case XmlTag::kDict:
-        return ReadDictionary(container, text);
-    case XmlTag::kArray:
-        return ReadArray(container, text);
-    default:
-        return ReadPlist(container, text);
-    }
-}
-
-// Without an object the normal form ends in it.
-Value XmlReader::ReadPlist(pugi::xml_node plist, const char* text) {
-    if (*text != '\0')
-        return ReadScalar(text);
-    const pugi::xml_node object = plist.first_child();
-    if (!object)
-        throw *break_;
-    return ReadNode(object);
-}
-
-Value XmlReader::ReadArray(pugi::xml_node array, const char* text) {
-    const std::size_t begin = builder_.BeginArray();
-    ReadMembers(text);
-    for (pugi::xml_node node = array.first_child(); node; node = node.next_sibling()) {
-        if (node.type() == pugi::node_pcdata)
-            ReadMembers(node.value());
-        else
-            builder_.AddMember(ReadContainer(node, node.value()));
-    }
-    return builder_.EndArray(begin);
-}
-
-void XmlReader::ReadMembers(const char* text) {
-    while (*text != '\0')
-        builder_.AddMember(ReadScalar(text));
-}
-
-Value XmlReader::ReadDictionary(pugi::xml_node dictionary, const char* text) {
-    builder_.BeginDictionary();
-    ReadPairs(text);
-    for (pugi::xml_node node = dictionary.first_child(); node; node = node.next_sibling()) {
-        const char* value = node.value();
-        if (node.type() == pugi::node_pcdata) {
-            ReadPairs(value);
-        } else {
-            const Object* const key = TakeKey(value);
-            builder_.AddPair(key, ReadContainer(node, value));
+    while (const auto batch = normalizer_.NextBatch()) {
+        try {
+            ReadBatch(*batch);
+        } catch (XmlFault& fault) {
+            if (fault.place)
+                fault.place = normalizer_.FindInSource(*fault.place);
+            throw;
         }
     }
-    return builder_.EndDictionary();
+    return std::move(root_);
 }
 
-void XmlReader::ReadPairs(const char* text) {
+// What is open since an earlier batch is read from the innermost container outwards.
+void XmlReader::ReadBatch(const XmlBatch& batch) {
+    pugi::xml_document document;
+    Parse(document, batch);
+    batch_ = batch.text;
+    std::size_t depth = batch.openAtBegin;
+    pugi::xml_node container = document;
+    for (std::size_t i = 0; i < depth; ++i)
+        container = container.first_child();
+    ReadScalars(container.value());
+    ReadNodes(container.first_child(), depth);
+    for (; depth > 0; --depth, container = container.parent())
+        ReadNodes(container.next_sibling(), depth - 1);
+    CloseDownTo(batch.openAtEnd);
+}
+
+// The node and its next siblings. A container is closed only when something follows it: the next
+// batch may continue it.
+void XmlReader::ReadNodes(pugi::xml_node node, std::size_t depth) {
+    for (; node; node = node.next_sibling()) {
+        CloseDownTo(depth);
+        if (node.type() == pugi::node_pcdata)
+            ReadScalars(node.value());
+        else
+            ReadContainer(node, depth);
+    }
+}
+
+void XmlReader::ReadContainer(pugi::xml_node container, std::size_t depth) {
+    const char* text = container.value();
+    const Object* const key = Tag() == XmlTag::kDict ? TakeKey(text) : nullptr;
+    Open(static_cast<XmlTag>(*container.name()), key);
+    ReadScalars(text);
+    ReadNodes(container.first_child(), depth + 1);
+}
+
+// What stands in a container before, between or behind others.
+void XmlReader::ReadScalars(const char* text) {
+    if (Tag() != XmlTag::kDict) {
+        while (*text != '\0')
+            Add(nullptr, ReadScalar(text));
+        return;
+    }
     while (*text != '\0') {
         const Object* const key = TakeKey(text);
         builder_.AddPair(key, ReadScalar(text));
     }
 }
 
+void XmlReader::Open(XmlTag tag, const Object* key) {
+    containers_[++depth_] = {tag, builder_.BeginArray(), key};
+    if (tag == XmlTag::kDict)
+        builder_.BeginDictionary();
+}
+
+void XmlReader::CloseDownTo(std::size_t depth) {
+    while (depth_ > depth)
+        CloseInnermost();
+}
+
+void XmlReader::CloseInnermost() {
+    const Container& container = containers_[depth_--];
+    if (container.tag == XmlTag::kDict)
+        Add(container.key, builder_.EndDictionary());
+    else if (container.tag == XmlTag::kArray)
+        Add(container.key, builder_.EndArray(container.begin));
+    else
+        Add(container.key, std::move(root_));
+}
+
+// To the innermost container.
+void XmlReader::Add(const Object* key, Value value) {
+    switch (Tag()) {
+    case XmlTag::kDict:
+        return builder_.AddPair(key, std::move(value));
+    case XmlTag::kArray:
+        return builder_.AddMember(std::move(value));
+    default:
+        root_ = std::move(value);
+    }
+}
 const Object* XmlReader::TakeKey(const char*& text) const {
-    return keys_[ReadKeyReference(std::exchange(text, text + kKeyReferenceLength))].Get();
+    return normalizer_.KeyAt(ReadKeyReference(std::exchange(text, text + kKeyReferenceLength)));
 }
 
 Value XmlReader::ReadScalar(const char*& text) {
@@ -211,15 +199,20 @@ Value XmlReader::TakeInteger(const char*& text) {
 
 XmlSlice XmlReader::TakeContent(const char*& text) const {
     const char* const begin = std::exchange(text, std::strchr(text, kBehindScalar) + 1);
-    const char* const source = normalForm_.get();
-    const auto end = static_cast<std::size_t>(text - 1 - source);
-    return {{source, end}, static_cast<std::size_t>(begin - source), end};
+    const auto end = static_cast<std::size_t>(text - 1 - batch_);
+    return {{batch_, end}, static_cast<std::size_t>(begin - batch_), end};
 }
 
 } // namespace
 
-Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder) {
-    return XmlReader(bytes, builder).Read();
+Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder,
+                  std::size_t batchLength) {
+    const XmlDocumentText document(bytes);
+    try {
+        return XmlReader(document.View(), builder, batchLength).Read();
+    } catch (const XmlFault& fault) {
+        throw fault.In(document.View());
+    }
 }
 
 } // namespace cf

@@ -4,14 +4,16 @@
 /* Property lists in XML. */
 
 #include "lists/ListBuilder.h"
+#include "lists/XmlNormalizer.h"
 
 #include <cstdint>
 #include <span>
 
 namespace cf {
 
-// Throws MalformedList or std::bad_alloc.
-Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder);
+// Throws MalformedList or std::bad_alloc. What is read does not depend on the length of a batch.
+Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder,
+                  std::size_t batchLength = XmlNormalizer::kBatchLength);
 
 } // namespace cf
 

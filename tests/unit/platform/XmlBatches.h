@@ -1,0 +1,40 @@
+#ifndef TESTS_XMLBATCHES_H
+#define TESTS_XMLBATCHES_H
+
+/* XML property lists whose normal form is read in batches of any length. */
+
+#include "Lists.h"
+
+#include "lists/ListBuilder.h"
+#include "lists/MalformedList.h"
+#include "lists/XmlReader.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+inline ReadResult ReadInBatches(std::string_view bytes, std::size_t batchLength) {
+    ReadResult result;
+    cf::ListBuilder builder(false);
+    try {
+        cf::Value list =
+            cf::ReadXmlList({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()},
+                            builder, batchLength);
+        result.list = Held<CFPropertyListRef>(list.Detach());
+    } catch (const cf::MalformedList& malformed) {
+        result.error = malformed.what();
+    }
+    return result;
+}
+
+// Equal immutable lists are one object.
+inline void ExpectSameInBatches(std::string_view bytes, std::size_t batchLength,
+                                const ReadResult& expected) {
+    const ReadResult result = ReadInBatches(bytes, batchLength);
+    EXPECT_EQ(result.error, expected.error) << batchLength;
+    EXPECT_EQ(result.list.Get(), expected.list.Get()) << batchLength;
+}
+
+#endif
