@@ -3,6 +3,7 @@
 #include "AllocationFaults.h"
 #include "Lists.h"
 #include "Urls.h"
+#include "XmlBatches.h"
 
 #include "objects/SharedTable.h"
 
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <string>
 
 namespace {
@@ -28,7 +30,10 @@ std::string MotleyXml() {
         "<array/><dict/><dict><key>k</key><true/></dict><dict><key>k</key><false/></dict></array>";
     for (int i = 0; i < 40; ++i)
         xml += "<key>" + std::to_string(i % 39) + "</key><string>value</string>";
-    xml += "<key>long</key><array>";
+    xml += "<key>alike</key><array>";
+    for (int i = 0; i < 20; ++i)
+        xml += "<dict><key>k</key><string>" + std::to_string(i) + "</string></dict>";
+    xml += "</array><key>long</key><array>";
     for (int i = 0; i < 70; ++i)
         xml += "<integer>" + std::to_string(i) + "</integer>";
     return xml + "</array></dict>";
@@ -90,6 +95,29 @@ TEST_F(PropertyListMemory, ReadingXml) {
     SweepReading(MotleyXml(), kCFPropertyListMutableContainersAndLeaves);
 }
 
+TEST_F(PropertyListMemory, ReadingXmlInBatches) {
+    const std::string xml = MotleyXml();
+    const std::string expected = WriteList(ReadList(xml).list.Get());
+    const std::size_t sharedValues = cf::MeasureSharedTable().values;
+    CFPropertyListRef list = nullptr;
+    const std::size_t runs = SweepAllocationFaults(
+        [&](std::size_t) {
+            try {
+                list = ReadInBatches(xml, 100).list.Detach();
+            } catch (const std::bad_alloc&) {
+                list = nullptr;
+            }
+        },
+        [&](std::size_t nth, bool happened) {
+            if (list != nullptr || !happened) {
+                EXPECT_EQ(WriteList(list), expected) << nth;
+            }
+            CFRelease(list);
+            EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
+        });
+    EXPECT_GT(runs, 50U);
+}
+
 TEST_F(PropertyListMemory, ReadingXmlOfOtherEncodings) {
     SweepReading("<?xml version='1.0' encoding='ISO-8859-1'?>" + MotleyXml(),
                  kCFPropertyListImmutable);
@@ -105,7 +133,11 @@ TEST_F(PropertyListMemory, ReadingBinary) {
 }
 
 TEST_F(PropertyListMemory, RefusingXml) {
-    const Held data = MakeData("<dict><key>a</key><array><string>b</string><integer>c</integer>");
+    // Two of the dictionaries are pending when the list is refused.
+    const Held data =
+        MakeData("<dict><key>a</key><array><dict><key>k</key><string>1</string></dict>"
+                 "<dict><key>k</key><string>2</string></dict>"
+                 "<dict><key>k</key><string>3</string></dict><integer>c</integer>");
     const std::size_t sharedValues = cf::MeasureSharedTable().values;
     CFStringRef text = nullptr;
     CFPropertyListRef list = nullptr;

@@ -297,6 +297,42 @@ TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
     EXPECT_FALSE(shape.Fits(written));
 }
 
+TEST_F(SharedValues, PendingDictionariesBecomeTheMembersWithTheirIndices) {
+    const Value key = String("key");
+    std::vector<cf::Pair> pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
+    const auto setValue = [&pairs](int number) {
+        pairs[0].value = cf::SharedString("value " + std::to_string(number));
+    };
+    std::vector<const cf::Object*> members(4);
+    cf::DictionaryShape shape;
+    members[0] = shape.ShareAndLearn(pairs);
+    for (const int index : {2, 1, 3}) {
+        setValue(index);
+        ASSERT_TRUE(shape.Fits(pairs));
+        ASSERT_EQ(shape.FindLast(pairs), nullptr);
+        shape.Enqueue(pairs, static_cast<std::size_t>(index));
+    }
+    EXPECT_EQ(shape.PendingCount(), 3U);
+    shape.SharePending(members);
+    EXPECT_EQ(shape.PendingCount(), 0U);
+    for (int i = 1; i <= 3; ++i) {
+        const Value value = String("value " + std::to_string(i));
+        EXPECT_EQ(members[static_cast<std::size_t>(i)],
+                  Dictionary({{key, value}}).operator CFTypeRef());
+    }
+    for (const cf::Object* member : members)
+        cf::Release(member);
+}
+
+TEST_F(SharedValues, PendingDictionariesOfAShapeThatEndsLeaveNothing) {
+    const Value key = String("key");
+    std::vector<cf::Pair> pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
+    cf::DictionaryShape shape;
+    const Value first(shape.ShareAndLearn(pairs));
+    pairs[0].value = cf::SharedString("value");
+    shape.Enqueue(pairs, 0);
+}
+
 TEST_F(SharedValues, ADictionaryOfManyKeysIsNoShape) {
     std::vector<Value> keys;
     std::vector<cf::Pair> pairs;

@@ -86,6 +86,7 @@ void ListBuilder::AddMember(Value member) {
 }
 
 Value ListBuilder::EndArray(std::size_t begin) {
+    SharePending(ShapeAt(begins_.size() + 1));
     const auto members = std::span(members_).subspan(begin);
     Value array = mutable_ ? CreateMutableArray(members) : ShareArray(members);
     DropMembers(begin);
@@ -119,22 +120,50 @@ Value ListBuilder::EndDictionary() {
     return dictionary;
 }
 
+// A list may have very many members of an array, so they are looked up several at a time.
+void ListBuilder::AddDictionary() {
+    const std::size_t begin = begins_.back();
+    const auto pairs = std::span(pairs_).subspan(begin);
+    DictionaryShape& shape = ShapeAt(begins_.size());
+    if (!shape.Fits(pairs))
+        return AddMember(EndDictionary());
+    if (const Object* last = shape.FindLast(pairs); last != nullptr) {
+        AddMember(Value::Adopt(last));
+        DropPairs(begin);
+    } else {
+        shape.Enqueue(pairs, members_.size());
+        pairs_.erase(pairs_.begin() + static_cast<std::ptrdiff_t>(begin), pairs_.end());
+        members_.push_back(nullptr);
+    }
+    begins_.pop_back();
+    if (shape.PendingCount() == DictionaryShape::kMostPending)
+        shape.SharePending(members_);
+}
+
 Value ListBuilder::ShareDictionary(std::size_t begin) {
-    DictionaryShape& shape = Shape();
+    DictionaryShape& shape = ShapeAt(begins_.size());
     if (shape.Fits(std::span(pairs_).subspan(begin)))
         return Created(shape.Share(std::span(pairs_).subspan(begin)));
+    SharePending(shape);
     KeepLastOfEachKey(begin);
     const auto pairs = std::span(pairs_).subspan(begin);
     return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndLearn(pairs));
 }
 
-DictionaryShape& ListBuilder::Shape() noexcept {
-    return shapes_[std::min(begins_.size(), shapes_.size()) - 1];
+inline void ListBuilder::SharePending(DictionaryShape& shape) {
+    if (shape.PendingCount() > 0)
+        shape.SharePending(members_);
+}
+
+// Of a dictionary in so many others, itself included.
+DictionaryShape& ListBuilder::ShapeAt(std::size_t level) noexcept {
+    return shapes_[std::min(level, shapes_.size()) - 1];
 }
 
 void ListBuilder::DropMembers(std::size_t begin) noexcept {
     while (members_.size() > begin) {
-        Release(members_.back());
+        if (members_.back() != nullptr)
+            Release(members_.back());
         members_.pop_back();
     }
 }

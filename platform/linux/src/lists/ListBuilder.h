@@ -55,6 +55,8 @@ public:
     // for as long as the list is read.
     void AddPair(const Object* key, Value value);
     Value EndDictionary();
+    // The same when the dictionary is a member of the array around it.
+    void AddDictionary();
 
 private:
     void DropMembers(std::size_t begin) noexcept;
@@ -62,10 +64,11 @@ private:
     void KeepLastOfEachKey(std::size_t begin);
     Value ShareArray(std::span<const Object* const> members);
     Value ShareDictionary(std::size_t begin);
-    DictionaryShape& Shape() noexcept;
+    void SharePending(DictionaryShape& shape);
+    DictionaryShape& ShapeAt(std::size_t level) noexcept;
 
     const bool mutable_;
-    std::vector<const Object*> members_; // owned
+    std::vector<const Object*> members_; // owned; null where a dictionary is pending
     Value lastArray_;                    // immutable, in one row
     std::vector<Pair> pairs_;            // keys borrowed, values owned
     std::vector<std::size_t> begins_;    // of the unfinished dictionaries, among the pairs

@@ -149,7 +149,9 @@ void XmlReader::CloseDownTo(std::size_t depth) {
 
 void XmlReader::CloseInnermost() {
     const Container& container = containers_[depth_--];
-    if (container.tag == XmlTag::kDict)
+    if (container.tag == XmlTag::kDict && Tag() == XmlTag::kArray)
+        builder_.AddDictionary();
+    else if (container.tag == XmlTag::kDict)
         Add(container.key, builder_.EndDictionary());
     else if (container.tag == XmlTag::kArray)
         Add(container.key, builder_.EndArray(container.begin));

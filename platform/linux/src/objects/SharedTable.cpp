@@ -23,6 +23,21 @@ bool SharedTablePart::RetainLiving(const Object* value) noexcept {
     return count != 0; // so many references that counting has ended
 }
 
+// An address, as the capacity may be that of other places than these.
+void SharedTablePart::PrefetchPlace(std::uint32_t hash) noexcept {
+    const auto places = reinterpret_cast<std::uintptr_t>(values_.load(std::memory_order_relaxed));
+    const std::size_t home = HomeOf(hash, capacity_.load(std::memory_order_relaxed));
+    __builtin_prefetch(reinterpret_cast<const void*>(places + home * sizeof(const Object*)));
+}
+
+// The value that is sought is mostly at its home or at the next place.
+void SharedTablePart::PrefetchValues(std::uint32_t hash) noexcept {
+    const std::lock_guard lock(mutex_);
+    const std::size_t home = HomeOf(hash, capacity_);
+    __builtin_prefetch(values_[home], 1);
+    __builtin_prefetch(values_[(home + 1) & (capacity_ - 1)], 1);
+}
+
 // Growing may fail as long as a free place is left to end the probes.
 bool SharedTablePart::MakeRoom() noexcept {
     return HasRoomForOneMore(count_, capacity_) || Resize(CapacityFor(count_ + 1)) ||
@@ -81,7 +96,7 @@ std::size_t SharedTablePart::Count() noexcept {
 
 std::size_t SharedTablePart::AllocatedPlaces() noexcept {
     const std::lock_guard lock(mutex_);
-    return values_ == few_ ? 0 : capacity_;
+    return values_ == few_ ? 0 : capacity_.load();
 }
 
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept {

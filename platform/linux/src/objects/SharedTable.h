@@ -16,6 +16,7 @@
 #include "objects/Object.h"
 #include "objects/OpenAddressing.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -29,13 +30,18 @@ public:
     template<typename Matches, typename Make>
     const Object* FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept;
 
+    // Have the processor load what FindOrAdd will read: the place, and in a second step the values
+    // there.
+    void PrefetchPlace(std::uint32_t hash) noexcept;
+    void PrefetchValues(std::uint32_t hash) noexcept;
+
     void Forget(const Object* value) noexcept;
     std::size_t Count() noexcept;
     std::size_t AllocatedPlaces() noexcept;
 
 private:
     auto IsFree() const noexcept {
-        return [this](std::size_t place) { return values_[place] == nullptr; };
+        return [values = values_.load()](std::size_t place) { return values[place] == nullptr; };
     }
 
     static bool RetainLiving(const Object* value) noexcept;
@@ -49,9 +55,11 @@ private:
 
     std::mutex mutex_;
     const Object* few_[kFew] = {};
-    const Object** values_ = few_;
     std::size_t count_ = 0;
-    std::size_t capacity_ = kFew;
+    // PrefetchPlace() reads these without the lock. When another thread resizes the table
+    // meanwhile, what it loads is of no use.
+    std::atomic<const Object**> values_ = few_;
+    std::atomic<std::size_t> capacity_ = kFew;
 };
 
 template<typename Matches, typename Make>
@@ -59,10 +67,11 @@ const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Ma
     const std::lock_guard lock(mutex_);
     if (!MakeRoom())
         return nullptr;
+    const Object** const values = values_;
     const std::size_t place = Probe(hash, capacity_, IsFree(), [&](std::size_t at) {
-        return values_[at]->hashValue == hash && matches(values_[at]);
+        return values[at]->hashValue == hash && matches(values[at]);
     });
-    const Object*& found = values_[place];
+    const Object*& found = values[place];
     if (found != nullptr && RetainLiving(found))
         return found;
     Object* made = make();

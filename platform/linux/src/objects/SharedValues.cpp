@@ -101,14 +101,20 @@ bool StandsBefore(const Pair& left, const Pair& right) noexcept {
     return leftHash != rightHash ? leftHash < rightHash : std::less<>()(left.key, right.key);
 }
 
-// The dictionary of these keys and as many values, which valueAt(index) gives in their order.
+// Of a dictionary with these keys and as many values, which valueAt(index) gives in their order.
 template<typename ValueAt>
-const Object* ShareDictionary(const Array* keys, ValueAt valueAt) noexcept {
-    const std::size_t count = keys->count;
+std::uint32_t HashPairs(const Array* keys, ValueAt valueAt) noexcept {
     WordHasher hasher;
     hasher.Add(reinterpret_cast<std::uintptr_t>(keys));
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < keys->count; ++i)
         hasher.Add(reinterpret_cast<std::uintptr_t>(valueAt(i)));
+    return hasher.Value();
+}
+
+// That dictionary.
+template<typename ValueAt>
+const Object* SharePairs(const Array* keys, ValueAt valueAt, std::uint32_t hash) noexcept {
+    const std::size_t count = keys->count;
     const auto isSame = [&](const Dictionary* dictionary) {
         if (KeysOfShared(dictionary) != keys)
             return false;
@@ -130,7 +136,7 @@ const Object* ShareDictionary(const Array* keys, ValueAt valueAt) noexcept {
         }
         return dictionary;
     };
-    return Share<Dictionary>(hasher.Value(), isSame, make);
+    return Share<Dictionary>(hash, isSame, make);
 }
 
 } // namespace
@@ -179,11 +185,26 @@ const Object* SharedDictionary(std::span<Pair> pairs) noexcept {
         ShareRow(pairs.size(), [=](std::size_t index) { return pairs[index].key; }));
     if (!keys)
         return nullptr;
-    return ShareDictionary(keys.Get(), [=](std::size_t index) { return pairs[index].value; });
+    const auto valueAt = [=](std::size_t index) { return pairs[index].value; };
+    return SharePairs(keys.Get(), valueAt, HashPairs(keys.Get(), valueAt));
 }
 
-const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values) noexcept {
-    return ShareDictionary(keys, [=](std::size_t index) { return values[index]; });
+std::uint32_t HashDictionary(const Array* keys, std::span<const Object* const> values) noexcept {
+    return HashPairs(keys, [=](std::size_t index) { return values[index]; });
+}
+
+void PrefetchSharedPlace(std::uint32_t hash) noexcept {
+    PartOfSharedTable(hash).PrefetchPlace(hash);
+}
+
+void PrefetchSharedValues(std::uint32_t hash) noexcept {
+    PartOfSharedTable(hash).PrefetchValues(hash);
+}
+
+const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values,
+                               std::uint32_t hash) noexcept {
+    return SharePairs(
+        keys, [=](std::size_t index) { return values[index]; }, hash);
 }
 
 } // namespace cf

@@ -35,8 +35,15 @@ struct Pair {
 };
 // No key twice. The order of the pairs is of no account; the call puts them into its own.
 const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
-// The same from the keys that another such dictionary has, and the values in their order.
-const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values) noexcept;
+// The same in steps, from the keys that another such dictionary has, and the values in their order.
+// Who has several takes each step for all of them, so that the processor loads what the next step
+// needs for one while it works on the others. In a large table it would wait for memory twice for
+// each dictionary.
+std::uint32_t HashDictionary(const Array* keys, std::span<const Object* const> values) noexcept;
+void PrefetchSharedPlace(std::uint32_t hash) noexcept;
+void PrefetchSharedValues(std::uint32_t hash) noexcept;
+const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values,
+                               std::uint32_t hash) noexcept;
 
 } // namespace cf
 
