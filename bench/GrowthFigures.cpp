@@ -169,9 +169,10 @@ void MeasureGrowth(Report& report) {
         "Growth",
         "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, which have not changed, "
         "in this process; identifications and builds by the daemon as installed, with the "
-        "simulator, whose robot takes no time, once each; what a server leaves behind in the "
-        "daemon "
-        "that closes 50,000 connections, or takes a changer away 10,000 times.");
+        "simulator, whose robot takes no time, once each. What is left behind by 50,000 "
+        "connections "
+        "that the server closes, in the daemon as installed, and by a changer that goes 10,000 "
+        "times, in this process.");
     MeasureNotificationGrowth(report);
     MeasureAtOnce(report);
     MeasureOneAfterTheOther(report);
