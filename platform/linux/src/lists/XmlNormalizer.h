@@ -21,9 +21,9 @@
  *
  * It is written in batches, so that it and what is made of it stay in the processor's caches, and
  * reading takes little memory however long the list is. The containers that are open between two
- * batches are closed at the end of the first one, and opened again, without their keys, in the
- * second one. Where the list breaks off or is malformed, the last batch ends, too: each is
- * well-formed, whatever the text is.
+ * batches are closed at the end of the first one, and opened again, without their keys, at the
+ * beginning of the second one. Where the list breaks off or is malformed, the batch ends, too: each
+ * is well-formed, whatever the text is.
  */
 
 #include "lists/XmlContainerStack.h"
@@ -43,15 +43,15 @@ namespace cf {
 inline constexpr char kBehindScalar = '\xFE';
 
 struct XmlBatch {
-    char* text; // in the normalizer's buffer: may be changed, until the next batch is written
-    std::size_t length;      // a NUL follows
-    std::size_t openAtBegin; // containers, opened again: each is the first node in the one before
-    std::size_t openAtEnd;   // each is the last node in the one before
+    char* text;              // may be changed; valid until the next batch is written
+    std::size_t length;      // without the NUL behind it
+    std::size_t openAtBegin; // containers of the batch before, each the first node in its parent
+    std::size_t openAtEnd;   // containers that the next batch continues, each the last node
 };
 
 class XmlNormalizer {
 public:
-    // A batch ends behind the scalar or tag with which it has that many bytes.
+    // In bytes. A batch ends behind the scalar or tag that reaches it.
     static constexpr std::size_t kBatchLength = 16 * 1024;
 
     // The source must live as long as the normalizer. Throws std::bad_alloc.

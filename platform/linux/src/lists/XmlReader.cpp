@@ -40,7 +40,7 @@ public:
     Value Read();
 
 private:
-    // A container that is read, which may take several batches.
+    // One that is being read, which may take several batches.
     struct Container {
         XmlTag tag;
         std::size_t begin; // of an array's members
@@ -170,6 +170,7 @@ void XmlReader::Add(const Object* key, Value value) {
         root_ = std::move(value);
     }
 }
+
 const Object* XmlReader::TakeKey(const char*& text) const {
     return normalizer_.KeyAt(ReadKeyReference(std::exchange(text, text + kKeyReferenceLength)));
 }
