@@ -15,7 +15,7 @@ namespace bench {
 //
 // A trial is repeated with rounds twice as long, in which disturbances level out, until its result
 // is narrow (Spread::IsNarrow): the ratio of each two contenders, or the times of the only one.
-// There are five trials at most, and none begins after two minutes. The last one counts.
+// There are five trials at most, and none begins after a minute. The last one counts.
 class Contest {
 public:
     enum class Thread { Main, Another };
