@@ -1,5 +1,5 @@
 /* The normal form of XML property lists: markup that comes again, keys by number, the stack of open
-   containers. What is read in the end is tested in XmlReaderTest.cpp. */
+   containers. What is read in the end is tested in XmlReaderTest.cpp and XmlReaderCasesTest.cpp. */
 
 #include "Lists.h"
 #include "XmlBatches.h"
