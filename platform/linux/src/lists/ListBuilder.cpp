@@ -150,6 +150,7 @@ Value ListBuilder::ShareDictionary(std::size_t begin) {
     return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndLearn(pairs));
 }
 
+// Most arrays have none pending. Without the check, the call costs reading some 2 %.
 inline void ListBuilder::SharePending(DictionaryShape& shape) {
     if (shape.PendingCount() > 0)
         shape.SharePending(members_);
