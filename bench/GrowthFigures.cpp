@@ -170,9 +170,9 @@ void MeasureGrowth(Report& report) {
         "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, which have not changed, "
         "in this process; identifications and builds by the daemon as installed, with the "
         "simulator, whose robot takes no time, once each. What is left behind by 50,000 "
-        "connections "
-        "that the server closes, in the daemon as installed, and by a changer that goes 10,000 "
-        "times, in this process.");
+        "connections that the server closes, in the daemon as installed, and by a changer that "
+        "goes "
+        "10,000 times, in this process.");
     MeasureNotificationGrowth(report);
     MeasureAtOnce(report);
     MeasureOneAfterTheOther(report);
