@@ -21,27 +21,19 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <iterator>
 #include <mutex>
-#include <new>
-#include <utility>
 
 namespace cf {
 namespace {
 
-constexpr std::size_t kChunkSize = 64 * 1024;
 constexpr std::size_t kFull = 64 * 1024 * 1024;
 constexpr std::size_t kHalfFull = kFull / 2;
-// About what a chunk takes besides its bytes, so that many small ones are bounded too.
-constexpr std::size_t kChunkOverhead = 128;
 
-constinit std::array<std::uint8_t, kChunkSize> g_buffer = {}; // guarded by the mutex, too
-
-std::size_t SizeOf(const Object* chunk) noexcept {
-    return static_cast<std::size_t>(CFDataGetLength(reinterpret_cast<CFDataRef>(chunk))) +
-           kChunkOverhead;
+Owned<const Object> CreateData(std::span<const std::uint8_t> bytes) noexcept {
+    return Owned<const Object>::Adopt(
+        AsObject(CFDataCreate(kCFAllocatorDefault, bytes.data(), std::ssize(bytes))));
 }
 
 std::size_t CountUnread(int descriptor) noexcept {
@@ -64,7 +56,7 @@ InboundStream::InboundStream() noexcept : Watched(Arrived) {}
 void InboundStream::Arrived(Watched& watched, Nanoseconds by) noexcept {
     auto& stream = static_cast<InboundStream&>(watched);
     if (by == kNever) {
-        stream.ReadUpTo(g_buffer.size(), MonotonicNow());
+        stream.ReadUpTo(ChunkQueue::kLongestChunk, MonotonicNow());
         return;
     }
     // What waits now came before the deadline, and so did an end behind it. What comes while it is
@@ -92,44 +84,40 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
     Signal(*source_);
 }
 
-// How many bytes it read; 0 at the end, too.
-std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
-    const ssize_t count =
-        recv(descriptor_, g_buffer.data(), std::min(size, g_buffer.size()), MSG_DONTWAIT);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR))
-        return 0;
-    const std::span bytes(g_buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    if (bytes.empty() || !Keep(bytes, arrived)) {
-        End(arrived);
-    } else {
-        if (size_ >= kFull)
-            Unwatch();
-        Signal(*source_);
-    }
-    return bytes.size();
+// For a first chunk that there is no memory to hand out. That is told in the same turn.
+void InboundStream::EndBeforeFront() noexcept {
+    chunks_.Clear();
+    Unwatch();
+    ended_ = true;
 }
 
-bool InboundStream::Keep(std::span<const std::uint8_t> bytes, Nanoseconds arrived) noexcept {
-    auto data = Owned<const Object>::Adopt(
-        AsObject(CFDataCreate(kCFAllocatorDefault, bytes.data(), std::ssize(bytes))));
-    if (!data)
-        return false;
-    try {
-        chunks_.push_back({std::move(data), arrived});
-    } catch (const std::bad_alloc&) {
-        return false;
+// How many bytes it read; 0 at the end, too.
+std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
+    const auto room = chunks_.Room();
+    const ssize_t count =
+        room.empty() ? 0
+                     : recv(descriptor_, room.data(), std::min(size, room.size()), MSG_DONTWAIT);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
+        return 0;
+    if (count <= 0) {
+        End(arrived);
+        return 0;
     }
-    size_ += bytes.size() + kChunkOverhead;
-    return true;
+    const auto length = static_cast<std::size_t>(count);
+    chunks_.Append(length, arrived);
+    if (chunks_.Size() >= kFull)
+        Unwatch();
+    Signal(*source_);
+    return length;
 }
 
 void InboundStream::Start(int descriptor, Source& source) noexcept {
     const std::lock_guard lock(ArrivalsMutex());
     descriptor_ = descriptor;
     source_ = &source;
-    if (!ended_ && size_ < kFull)
+    if (!ended_ && chunks_.Size() < kFull)
         StartWatching();
-    if (ended_ || !chunks_.empty())
+    if (ended_ || !chunks_.IsEmpty())
         Signal(source);
 }
 
@@ -142,28 +130,28 @@ void InboundStream::Pause() noexcept {
 InboundStream::Arrival InboundStream::Take() noexcept {
     const std::lock_guard lock(ArrivalsMutex());
     Arrival arrival;
-    if (chunks_.empty()) {
-        arrival.isEnd = ended_;
-        return arrival;
+    if (!chunks_.IsEmpty()) {
+        arrival.data = CreateData(chunks_.Front().bytes);
+        if (arrival.data)
+            chunks_.RemoveFront();
+        else
+            EndBeforeFront();
     }
-    arrival.data = std::move(chunks_.front().data);
-    chunks_.pop_front();
-    size_ -= SizeOf(arrival.data.Get());
-    arrival.isLast = chunks_.empty() && !ended_;
-    if (source_ != nullptr && !IsWatched() && !ended_ && size_ <= kHalfFull)
+    arrival.isEnd = !arrival.data && ended_;
+    arrival.isLast = chunks_.IsEmpty() && !ended_;
+    if (source_ != nullptr && !IsWatched() && !ended_ && chunks_.Size() <= kHalfFull)
         StartWatching();
     return arrival;
 }
 
 bool InboundStream::HasArrivedBy(Nanoseconds moment) noexcept {
     const std::lock_guard lock(ArrivalsMutex());
-    return chunks_.empty() ? ended_ && endArrived_ <= moment : chunks_.front().arrived <= moment;
+    return chunks_.IsEmpty() ? ended_ && endArrived_ <= moment : chunks_.Front().arrived <= moment;
 }
 
 void InboundStream::Discard() noexcept {
     const std::lock_guard lock(ArrivalsMutex());
-    chunks_.clear();
-    size_ = 0;
+    chunks_.Clear();
 }
 
 } // namespace cf

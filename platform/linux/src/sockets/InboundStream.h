@@ -4,11 +4,9 @@
 #include "loop/Arrivals.h"
 #include "loop/RunLoopSource.h"
 #include "objects/Object.h"
+#include "sockets/ChunkQueue.h"
 
 #include <cstddef>
-#include <cstdint>
-#include <list>
-#include <span>
 
 namespace cf {
 
@@ -35,22 +33,16 @@ public:
     void Discard() noexcept;
 
 private:
-    struct Chunk {
-        Owned<const Object> data;
-        Nanoseconds arrived;
-    };
-
     static void Arrived(Watched& watched, Nanoseconds by) noexcept;
     void StartWatching() noexcept;
     std::size_t ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept;
-    bool Keep(std::span<const std::uint8_t> bytes, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;
+    void EndBeforeFront() noexcept;
 
     // All guarded by the mutex of the arrivals.
     int descriptor_ = -1;
     Source* source_ = nullptr; // while started
-    std::list<Chunk> chunks_;
-    std::size_t size_ = 0; // of the chunks, with what they take besides
+    ChunkQueue chunks_;
     bool ended_ = false;
     Nanoseconds endArrived_ = 0; // once it has ended
 };

@@ -1,0 +1,157 @@
+#include "sockets/ChunkQueue.h"
+
+#include "AllocationFaults.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace cf {
+namespace {
+
+constexpr std::size_t kOverhead = 16; // of each chunk
+
+void Append(ChunkQueue& queue, std::string_view text, Nanoseconds arrived) {
+    const auto room = queue.Room();
+    ASSERT_GE(room.size(), text.size());
+    std::ranges::copy(text, room.begin());
+    queue.Append(text.size(), arrived);
+}
+
+std::string TextOf(const ChunkQueue::Chunk& chunk) {
+    return {chunk.bytes.begin(), chunk.bytes.end()};
+}
+
+std::string TakeFront(ChunkQueue& queue) {
+    std::string text = TextOf(queue.Front());
+    queue.RemoveFront();
+    return text;
+}
+
+TEST(ChunkQueueTest, NewQueueIsEmpty) {
+    const ChunkQueue queue;
+    EXPECT_TRUE(queue.IsEmpty());
+    EXPECT_EQ(queue.Size(), 0U);
+}
+
+TEST(ChunkQueueTest, ChunksComeInOrderWithTheirMoments) {
+    ChunkQueue queue;
+    Append(queue, "one", 10);
+    Append(queue, "three", 20);
+    EXPECT_EQ(TextOf(queue.Front()), "one");
+    EXPECT_EQ(queue.Front().arrived, 10);
+    queue.RemoveFront();
+    EXPECT_EQ(TextOf(queue.Front()), "three");
+    EXPECT_EQ(queue.Front().arrived, 20);
+    EXPECT_FALSE(queue.IsEmpty());
+    queue.RemoveFront();
+    EXPECT_TRUE(queue.IsEmpty());
+}
+
+TEST(ChunkQueueTest, SizeCountsTheBytesAndWhatEachChunkTakesBesides) {
+    ChunkQueue queue;
+    Append(queue, "one", 0);
+    Append(queue, "three", 0);
+    EXPECT_EQ(queue.Size(), 3 + 5 + 2 * kOverhead);
+    queue.RemoveFront();
+    EXPECT_EQ(queue.Size(), 5 + kOverhead);
+    queue.RemoveFront();
+    EXPECT_EQ(queue.Size(), 0U);
+}
+
+TEST(ChunkQueueTest, RoomIsAlwaysThatOfTheLongestChunk) {
+    ChunkQueue queue;
+    for (std::size_t length = 1; length <= ChunkQueue::kLongestChunk; length *= 2) {
+        ASSERT_EQ(queue.Room().size(), ChunkQueue::kLongestChunk) << length;
+        queue.Append(length, 0);
+    }
+    EXPECT_EQ(queue.Room().size(), ChunkQueue::kLongestChunk);
+}
+
+TEST(ChunkQueueTest, RoomThatIsNotUsedChangesNothing) {
+    ChunkQueue queue;
+    queue.Room();
+    EXPECT_TRUE(queue.IsEmpty());
+    const std::string longest(ChunkQueue::kLongestChunk, 'x');
+    Append(queue, longest, 1);
+    queue.Room(); // a second block
+    EXPECT_EQ(TakeFront(queue), longest);
+    EXPECT_TRUE(queue.IsEmpty());
+    Append(queue, "next", 2);
+    EXPECT_EQ(TakeFront(queue), "next");
+}
+
+TEST(ChunkQueueTest, DrainedBlockIsUsedFromItsBeginning) {
+    ChunkQueue queue;
+    const auto* const begin = queue.Room().data();
+    for (int i = 0; i < 100; ++i) {
+        Append(queue, std::string(ChunkQueue::kLongestChunk, 'x'), i);
+        queue.RemoveFront();
+        ASSERT_EQ(queue.Room().data(), begin);
+    }
+}
+
+TEST(ChunkQueueTest, ClearedQueueIsEmptyAndStartsAnew) {
+    ChunkQueue queue;
+    Append(queue, "first", 1);
+    Append(queue, "second", 2);
+    queue.RemoveFront();
+    queue.Clear();
+    EXPECT_TRUE(queue.IsEmpty());
+    EXPECT_EQ(queue.Size(), 0U);
+    Append(queue, "third", 3);
+    EXPECT_EQ(TakeFront(queue), "third");
+}
+
+TEST(ChunkQueueTest, WithoutMemoryForABlockThereIsNoRoom) {
+    ChunkQueue queue;
+    const std::string longest(ChunkQueue::kLongestChunk, 'x');
+    const auto hasRoom = [&] {
+        const AllocationFault fault(1);
+        return !queue.Room().empty();
+    };
+    EXPECT_FALSE(hasRoom());
+    Append(queue, longest, 1);
+    EXPECT_FALSE(hasRoom());
+    EXPECT_EQ(TakeFront(queue), longest);
+    EXPECT_TRUE(hasRoom());
+}
+
+// Beside a queue of texts: chunks of all lengths, appended and taken in bursts, so that it is
+// drained often, and often many blocks long.
+TEST(ChunkQueueTest, BurstsOfChunksOfAnyLengthComeOutAsTheyWentIn) {
+    std::mt19937 random(7); // NOLINT(bugprone-random-generator-seed)
+    std::uniform_int_distribution<std::size_t> doublings(0, 16);
+    std::uniform_int_distribution<int> burst(0, 20);
+    ChunkQueue queue;
+    std::vector<std::string> pending;
+    std::size_t size = 0;
+    for (int round = 0; round < 300; ++round) {
+        for (int i = burst(random); i > 0; --i) {
+            const std::size_t longest = std::size_t{1} << doublings(random);
+            const std::size_t length = 1 + random() % longest;
+            pending.emplace_back(length, static_cast<char>(random()));
+            Append(queue, pending.back(), static_cast<Nanoseconds>(length));
+            size += length + kOverhead;
+            ASSERT_EQ(queue.Size(), size);
+        }
+        for (int i = burst(random); i > 0 && !pending.empty(); --i) {
+            ASSERT_EQ(queue.Front().arrived, std::ssize(pending.front()));
+            ASSERT_EQ(TakeFront(queue), pending.front());
+            size -= pending.front().size() + kOverhead;
+            pending.erase(pending.begin());
+        }
+        ASSERT_EQ(queue.IsEmpty(), pending.empty());
+        ASSERT_EQ(queue.Size(), size);
+    }
+}
+
+} // namespace
+} // namespace cf
