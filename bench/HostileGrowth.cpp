@@ -1,16 +1,21 @@
 #include "Figures.h"
 
 #include "AwaitedServer.h"
+#include "Contest.h"
 #include "InOrder.h"
 #include "Memory.h"
 #include "ProcessMemory.h"
 
 #include "stage/Failure.h"
 #include "stage/Scene.h"
+#include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
+
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <chrono>
 #include <future>
+#include <string>
 
 namespace bench {
 namespace {
@@ -64,12 +69,53 @@ void MeasureTimers(Report& report) {
                        static_cast<double>(HeapInUse() - before) / kTimers, "bytes", "");
 }
 
+constexpr UInt64 kFirstOfMany = 0x10'0000;
+
+CFArrayRef CreateChangerList(UInt64 changers) {
+    std::string text = "<plist><array>";
+    for (UInt64 i = 0; i < changers; ++i) {
+        text += "<integer>" + std::to_string(kFirstOfMany + i) + "</integer>";
+    }
+    text += "</array></plist>";
+    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                                  static_cast<CFIndex>(text.size()));
+    CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, data,
+                                                             kCFPropertyListImmutable, nullptr);
+    CFRelease(data);
+    if (list == nullptr) {
+        throw stage::Failure("a list of changers cannot be read");
+    }
+    return static_cast<CFArrayRef>(list);
+}
+
+// Each known changer is compared with all that the list names before it.
+void MeasureRemovals(Report& report) {
+    constexpr UInt64 kListed = 100'000;
+    constexpr UInt64 kKnown = 100;
+    CFArrayRef list = CreateChangerList(kListed);
+    for (UInt64 i = kListed - kKnown; i < kListed; ++i) {
+        stage::Require(AddChangerToList(kFirstOfMany + i) == nullptr, "a changer cannot be known");
+    }
+    Contest contest;
+    contest.Add("all", [list] {
+        stage::Require(HandleRemovedChangers(list) == nullptr, "a list of changers is not handled");
+    });
+    contest.Run();
+    CFRelease(list);
+    SInt32 isKnown = 0;
+    stage::Require(IsChangerInList(kFirstOfMany + kListed - 1, &isKnown) == nullptr && isKnown,
+                   "a changer that is listed is gone");
+    report.AddUnjudged("a known changer compared with one of a \"changer list\"",
+                       contest.Time("all").Times(1e9 / (kListed * kKnown)), "ns", "");
+}
+
 } // namespace
 
 void MeasureHostileGrowth(Report& report) {
     MeasureConnections(report);
     // On a thread, with which its run loop and the timers end.
     std::async(std::launch::async, [&] { MeasureTimers(report); }).get();
+    MeasureRemovals(report);
 }
 
 } // namespace bench
