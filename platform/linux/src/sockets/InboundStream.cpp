@@ -84,13 +84,6 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
     Signal(*source_);
 }
 
-// For a first chunk that there is no memory to hand out. That is told in the same turn.
-void InboundStream::EndBeforeFront() noexcept {
-    chunks_.Clear();
-    Unwatch();
-    ended_ = true;
-}
-
 // How many bytes it read; 0 at the end, too.
 std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
     const auto room = chunks_.Room();
@@ -130,14 +123,16 @@ void InboundStream::Pause() noexcept {
 InboundStream::Arrival InboundStream::Take() noexcept {
     const std::lock_guard lock(ArrivalsMutex());
     Arrival arrival;
-    if (!chunks_.IsEmpty()) {
-        arrival.data = CreateData(chunks_.Front().bytes);
-        if (arrival.data)
-            chunks_.RemoveFront();
-        else
-            EndBeforeFront();
+    if (chunks_.IsEmpty()) {
+        arrival.isEnd = ended_;
+        return arrival;
     }
-    arrival.isEnd = !arrival.data && ended_;
+    arrival.data = CreateData(chunks_.Front().bytes);
+    if (!arrival.data) {
+        arrival.isEnd = true;
+        return arrival;
+    }
+    chunks_.RemoveFront();
     arrival.isLast = chunks_.IsEmpty() && !ended_;
     if (source_ != nullptr && !IsWatched() && !ended_ && chunks_.Size() <= kHalfFull)
         StartWatching();

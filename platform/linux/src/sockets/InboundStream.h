@@ -22,8 +22,8 @@ public:
 
     struct Arrival {
         Owned<const Object> data; // empty: the stream is at its end, or nothing has come
-        bool isEnd = false;
-        bool isLast = true; // nothing more to take for now
+        bool isEnd = false;       // also for want of memory; nothing may be taken after it
+        bool isLast = true;       // nothing more to take for now
     };
     Arrival Take() noexcept;
 
@@ -37,7 +37,6 @@ private:
     void StartWatching() noexcept;
     std::size_t ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;
-    void EndBeforeFront() noexcept;
 
     // All guarded by the mutex of the arrivals.
     int descriptor_ = -1;
