@@ -37,14 +37,14 @@ protected:
     }
 };
 
-TEST_F(MappedBlocks, AreThoseFrom32KibibytesOn) {
-    EXPECT_GE(MappingsForBlocksOf(std::size_t{32} << 10), kBlocks - kFromTheHeapsEnd);
-    EXPECT_EQ(MappingsForBlocksOf(std::size_t{30} << 10), 0U);
+TEST_F(MappedBlocks, AreThoseFrom128KibibytesOn) {
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{128} << 10), kBlocks - kFromTheHeapsEnd);
+    EXPECT_EQ(MappingsForBlocksOf(std::size_t{127} << 10), 0U);
 }
 
 TEST_F(MappedBlocks, AreTheSameAfterALargeOneWasFreed) {
     EXPECT_EQ(MappingsForBlocksOf(std::size_t{8} << 20), kBlocks);
-    EXPECT_GE(MappingsForBlocksOf(std::size_t{32} << 10), kBlocks - kFromTheHeapsEnd);
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{128} << 10), kBlocks - kFromTheHeapsEnd);
 }
 
 } // namespace
