@@ -16,7 +16,8 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int kTrials = 5;
-constexpr std::chrono::minutes kEnough{1};
+constexpr std::size_t kMostTurns = 16; // of each contender in a round
+constexpr std::chrono::seconds kEnough{90};
 constexpr double kShortestRun = 1e-9; // seconds; the clock may not move during a shorter one
 
 double SecondsSince(steady_clock::time_point start) {
@@ -28,7 +29,7 @@ double TimeRuns(const std::function<double()>& body, std::size_t runs) {
     for (std::size_t i = 0; i < runs; ++i) {
         sum += body();
     }
-    return sum / static_cast<double>(runs);
+    return sum;
 }
 
 std::size_t CountRuns(const std::function<double()>& body, double seconds) {
@@ -70,18 +71,34 @@ void Contest::RunTrials() {
 }
 
 void Contest::RunTrial(double seconds) {
-    static std::minstd_rand random{std::random_device{}()};
-    std::vector<Contender*> order;
     for (Contender& contender : contenders_) {
         contender.runs = CountRuns(contender.body, seconds);
         contender.times.clear();
-        order.push_back(&contender);
     }
     for (std::size_t round = 0; round < rounds_; ++round) {
+        RunRound();
+    }
+}
+
+void Contest::RunRound() {
+    static std::minstd_rand random{std::random_device{}()};
+    std::size_t turns = kMostTurns;
+    std::vector<Contender*> order;
+    for (Contender& contender : contenders_) {
+        turns = std::min(turns, contender.runs);
+        order.push_back(&contender);
+        contender.times.push_back(0);
+    }
+    for (std::size_t turn = 0; turn < turns; ++turn) {
         std::ranges::shuffle(order, random);
         for (Contender* contender : order) {
-            contender->times.push_back(TimeRuns(contender->body, contender->runs));
+            const std::size_t runs = contender->runs;
+            const std::size_t share = runs * (turn + 1) / turns - runs * turn / turns;
+            contender->times.back() += TimeRuns(contender->body, share);
         }
+    }
+    for (Contender& contender : contenders_) {
+        contender.times.back() /= static_cast<double>(contender.runs);
     }
 }
 

@@ -10,12 +10,12 @@
 
 namespace bench {
 
-// Ways to do the same, timed round by round: in each round all of them once, in random order, so
+// Ways to do the same, timed round by round: in each round they take turns, in random order, so
 // that what else the machine does falls on all. What counts is the ratio of two in the same round.
 //
 // A trial is repeated with rounds twice as long, in which disturbances level out, until its result
 // is narrow (Spread::IsNarrow): the ratio of each two contenders, or the times of the only one.
-// There are five trials at most, and none begins after a minute. The last one counts.
+// There are five trials at most, and none begins after a minute and a half. The last one counts.
 class Contest {
 public:
     enum class Thread { Main, Another };
@@ -49,6 +49,7 @@ private:
     };
     const Contender& Find(const std::string& name) const;
     void RunTrial(double seconds);
+    void RunRound();
     void RunTrials();
     bool IsNarrow() const;
 

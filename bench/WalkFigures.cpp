@@ -20,6 +20,7 @@ namespace bench {
 namespace {
 
 constexpr UInt64 kChanger = 0xA1;
+constexpr double kSecondsPerRound = 0.6; // two walks of each
 
 // Has the directories cached by the kernel as well.
 std::string CountEntries(const std::string& root) {
@@ -44,7 +45,7 @@ std::string Beside(const Contest& contest) {
 }
 
 void MeasureFolder(Report& report, Data& data, const std::string& where, const std::string& root) {
-    Contest contest;
+    Contest contest(15, Contest::Thread::Main, kSecondsPerRound);
     CompareWalks(contest, data, where, root);
     report.AddAtMost(where + ": over find", 0.90, contest.Ratio("ours", "find"), "",
                      Beside(contest));
@@ -77,7 +78,7 @@ void MeasureBuild(Report& report, const std::string& root) {
     scene.Server().Do("start");
     // As in the daemon: on the main thread, CacheFSDirectory would have each info file read by
     // another thread.
-    Contest contest(15, Contest::Thread::Another);
+    Contest contest(15, Contest::Thread::Another, kSecondsPerRound);
     contest.Add("walk", [&] { Check(CacheFSDirectory(kChanger, root.c_str(), 1, nullptr)); });
     contest.Add("build", [&] { Build(root.c_str()); });
     contest.Run();

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -109,6 +111,23 @@ TEST_F(ScriptedContest, UnknownNameThrows) {
     Add("ours", {{1}});
     contest_.Run();
     EXPECT_THROW(contest_.Time("theirs"), std::invalid_argument);
+}
+
+// Twice as long as a turn when the last in one is the first in the next.
+TEST(Contest, ContendersTakeTurnsWithinARound) {
+    std::string log;
+    Contest contest(1, Contest::Thread::Main, 0.01);
+    contest.Add("a", [&] { log += 'a'; });
+    contest.Add("b", [&] { log += 'b'; });
+    contest.Run();
+    log.erase(0, 4); // what tells how long one is
+    const auto runs = [&](char name) { return std::ranges::count(log, name); };
+    const auto turns = std::min<std::ptrdiff_t>({16, runs('a'), runs('b')});
+    for (const char name : {'a', 'b'}) {
+        const auto share = static_cast<std::size_t>(runs(name) / turns + 1);
+        EXPECT_EQ(log.find(std::string(2 * share + 1, name)), std::string::npos)
+            << runs(name) << " runs of " << name;
+    }
 }
 
 TEST(Contest, BodiesRunOnTheThreadThatWasChosen) {
