@@ -16,7 +16,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -112,11 +111,7 @@ protected:
     // The bytes have come and are read in the background.
     void Send(std::string_view bytes) const {
         peer_.Write(bytes);
-        AwaitReading();
-    }
-    void AwaitReading() const {
-        while (peer_.Unread() > 0)
-            sched_yield();
+        peer_.AwaitReading();
     }
 
     // Runs the loop until the last timer has fired and the socket has nothing more.
@@ -173,7 +168,7 @@ TEST_F(ArrivalOrderTest, InputReadInTheBackgroundAfterAStopKeepsItsPlace) {
         peer_.Write("before");
         clock_.Advance(31);
     }
-    AwaitReading();
+    peer_.AwaitReading();
     Send("after");
     Run();
     EXPECT_THAT(order_, ElementsAre("before", "timer", "after"));
@@ -342,7 +337,7 @@ TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
                 const Stop stop; // so that it is read as one chunk
                 peer_.Write(std::string(size, 'x'));
             }
-            AwaitReading();
+            peer_.AwaitReading();
         }
     const auto rests = [this] {
         cf::HandleArrivals();

@@ -6,10 +6,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <random>
-#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 

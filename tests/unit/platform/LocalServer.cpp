@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -62,6 +63,11 @@ int Peer::Unread() const {
     int count = -1;
     EXPECT_EQ(ioctl(descriptor_, SIOCOUTQ, &count), 0);
     return count;
+}
+
+void Peer::AwaitReading() const {
+    while (Unread() > 0)
+        std::this_thread::yield();
 }
 
 void Peer::ShutDownWriting() const {

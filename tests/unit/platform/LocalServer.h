@@ -22,6 +22,8 @@ public:
     std::string Read(std::size_t count) const;
     // What was written and not yet read at the other end.
     int Unread() const;
+    // Until all of that has been read.
+    void AwaitReading() const;
     void ShutDownWriting() const;
     void Close();
 

@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -53,8 +52,7 @@ protected:
         const std::string piece(kPiece, 'x');
         for (std::size_t sent = 0; sent < size; sent += kPiece) {
             peer_.Write(piece);
-            while (peer_.Unread() > 0)
-                std::this_thread::yield();
+            peer_.AwaitReading();
         }
     }
 

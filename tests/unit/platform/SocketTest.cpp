@@ -95,11 +95,6 @@ namespace {
 
 using Chunks = std::vector<std::string>;
 
-void AwaitReading(const Peer& peer) {
-    while (peer.Unread() > 0)
-        std::this_thread::yield();
-}
-
 // Connecting
 
 TEST(SocketConnectTest, NobodyThereGivesNothing) {
@@ -469,11 +464,11 @@ TEST(SocketReceiveTest, NothingFollowsAChunkThatCannotBeHandedOut) {
     const Peer peer = server.Accept();
     socket.AddToLoop();
     peer.Write("first");
-    AwaitReading(peer);
+    peer.AwaitReading();
     peer.Write("lost");
-    AwaitReading(peer);
+    peer.AwaitReading();
     peer.Write("behind");
-    AwaitReading(peer);
+    peer.AwaitReading();
     socket.atChunk = [] { g_chunkFault = true; };
     CFRunLoopRun();
     g_chunkFault = false;
@@ -627,7 +622,7 @@ TEST(SocketLifeTest, AnotherSourceTakesWhatIsQueued) {
     CFRunLoopSourceRef source = socket.CreateSource();
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     peer.Write("queued");
-    AwaitReading(peer);
+    peer.AwaitReading();
     CFRunLoopSourceInvalidate(source);
     CFRelease(source);
     socket.AddToLoop();
