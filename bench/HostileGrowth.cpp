@@ -4,6 +4,7 @@
 #include "Contest.h"
 #include "InOrder.h"
 #include "Memory.h"
+#include "Notification.h"
 #include "ProcessMemory.h"
 
 #include "stage/Failure.h"
@@ -77,15 +78,7 @@ CFArrayRef CreateChangerList(UInt64 changers) {
         text += "<integer>" + std::to_string(kFirstOfMany + i) + "</integer>";
     }
     text += "</array></plist>";
-    CFDataRef data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                  static_cast<CFIndex>(text.size()));
-    CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, data,
-                                                             kCFPropertyListImmutable, nullptr);
-    CFRelease(data);
-    if (list == nullptr) {
-        throw stage::Failure("a list of changers cannot be read");
-    }
-    return static_cast<CFArrayRef>(list);
+    return static_cast<CFArrayRef>(Notification(text).Create());
 }
 
 // Each known changer is compared with all that the list names before it.

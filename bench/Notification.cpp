@@ -15,15 +15,6 @@ namespace {
 
 constexpr CFIndex kChunkSize = 65536;
 
-CFPropertyListRef CreateList(CFDataRef text) {
-    CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, text,
-                                                             kCFPropertyListImmutable, nullptr);
-    if (list == nullptr) {
-        throw std::runtime_error("a notification cannot be read");
-    }
-    return list;
-}
-
 void Gather(const UInt8* bytes, CFIndex length, ChangerNotificationSubscription* subscription) {
     CFIndex used = 0;
     if (HandleNotificationSocketData(bytes, length, &used, subscription) != nullptr ||
@@ -66,12 +57,21 @@ Notification::~Notification() {
     CFRelease(frame_);
 }
 
+CFPropertyListRef Notification::Create() const {
+    CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, text_,
+                                                             kCFPropertyListImmutable, nullptr);
+    if (list == nullptr) {
+        throw std::runtime_error("a notification cannot be read");
+    }
+    return list;
+}
+
 void Notification::Read() const {
-    CFRelease(CreateList(text_));
+    CFRelease(Create());
 }
 
 void Notification::Keep() const {
-    CreateList(text_);
+    Create();
 }
 
 double Notification::Deliver() const {

@@ -23,6 +23,8 @@ public:
     Notification(const Notification&) = delete;
     Notification& operator=(const Notification&) = delete;
 
+    // The list; the caller releases it.
+    CFPropertyListRef Create() const;
     // Makes the list and frees it.
     void Read() const;
     // Makes the list and keeps it for good.
