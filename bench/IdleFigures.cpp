@@ -5,6 +5,7 @@
 #include "ProcessMemory.h"
 #include "ProcessorTime.h"
 #include "Program.h"
+#include "TracedCall.h"
 
 #include "stage/Failure.h"
 #include "stage/ReadWatch.h"
@@ -28,14 +29,9 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 struct Trace {
-    std::vector<std::string> calls;    // of the time traced
-    std::vector<std::string> provoked; // behind it
+    std::vector<TracedCall> calls;    // that ended in the time traced
+    std::vector<TracedCall> provoked; // that ended behind it
 };
-
-// Seconds since 1970, which follow the thread's id.
-double TimeOf(const std::string& call) {
-    return std::stod(call.substr(call.find(' ')));
-}
 
 // The system calls of a process as strace shows them, during that time and while what is provoked
 // behind it is dealt with: a line each, but for those that do not return before the end.
@@ -44,7 +40,7 @@ Trace TraceFor(stage::Record& record, pid_t process, seconds time, const std::st
     const std::string file = "/tmp/strace";
     stage::Process strace(
         {"/usr/bin/strace",
-         {"strace", "-f", "-ttt", "-e", calls, "-o", file, "-p", std::to_string(process)},
+         {"strace", "-f", "-ttt", "-T", "-e", calls, "-o", file, "-p", std::to_string(process)},
          {}},
         record, stage::Voice::Helper, stage::Voice::Helper);
     record.Await(stage::Voice::Helper, ".*attached.*");
@@ -59,8 +55,9 @@ Trace TraceFor(stage::Record& record, pid_t process, seconds time, const std::st
     stage::Require(told.is_open(), "strace wrote nothing");
     Trace trace;
     for (std::string line; std::getline(told, line);) {
-        if (line.find("detached ...>") == line.npos && !line.ends_with("<unfinished ...>")) {
-            (TimeOf(line) < end.count() ? trace.calls : trace.provoked).push_back(line);
+        if (HasReturned(line)) {
+            TracedCall call(std::move(line));
+            (call.end < end.count() ? trace.calls : trace.provoked).push_back(std::move(call));
         }
     }
     return trace;
@@ -91,7 +88,7 @@ void MeasureConnected(Report& report) {
         throw stage::Failure("strace saw nothing of a notification");
     }
     report.AddAtMost("connected: system calls in 60 s", 0, static_cast<double>(trace.calls.size()),
-                     "", trace.calls.empty() ? "" : trace.calls.front());
+                     "", trace.calls.empty() ? "" : trace.calls.front().line);
     EndInOrder(scene);
 }
 
@@ -111,11 +108,11 @@ Spread MeasureShareOfCore(pid_t process) {
 
 // From the first attempt to the last one, so that it does not matter where between two attempts the
 // trace begins and ends. An attempt looks once at each process, so also at process 1.
-double AttemptsPerSecond(const std::vector<std::string>& calls) {
+double AttemptsPerSecond(const std::vector<TracedCall>& calls) {
     std::vector<double> times;
-    for (const std::string& call : calls) {
-        if (call.find("\"1/comm\"") != call.npos) {
-            times.push_back(TimeOf(call));
+    for (const TracedCall& call : calls) {
+        if (call.line.find("\"1/comm\"") != call.line.npos) {
+            times.push_back(call.begin);
         }
     }
     if (times.size() < 2) {

@@ -1,0 +1,31 @@
+#include "TracedCall.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <utility>
+
+namespace bench {
+namespace {
+
+// The time follows the thread's id.
+double TimeOf(const std::string& line) {
+    return std::stod(line.substr(line.find(' ')));
+}
+
+// What -T adds at the end, "<0.000123>"; 0 where it adds nothing.
+double DurationOf(const std::string& line) {
+    const std::size_t bracket = line.rfind(" <");
+    return bracket == line.npos ? 0 : std::strtod(line.c_str() + bracket + 2, nullptr);
+}
+
+} // namespace
+
+TracedCall::TracedCall(std::string text)
+    : line(std::move(text)), begin(TimeOf(line)),
+      end(line.find(" resumed>") == line.npos ? begin + DurationOf(line) : begin) {}
+
+bool HasReturned(const std::string& line) {
+    return !line.ends_with("detached ...>") && !line.ends_with("<unfinished ...>");
+}
+
+} // namespace bench
