@@ -1,5 +1,7 @@
 #include "LocalServer.h"
 
+#include "loop/Arrivals.h"
+
 #include <gtest/gtest.h>
 
 #include <linux/sockios.h>
@@ -13,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -65,9 +68,12 @@ int Peer::Unread() const {
     return count;
 }
 
+// The kernel counts bytes as read before recv() returns, and that recv() also takes bytes that are
+// written then. The reader calls it with the mutex locked.
 void Peer::AwaitReading() const {
     while (Unread() > 0)
         std::this_thread::yield();
+    const std::lock_guard readerHasReturned(cf::ArrivalsMutex());
 }
 
 void Peer::ShutDownWriting() const {

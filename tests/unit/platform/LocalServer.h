@@ -22,7 +22,7 @@ public:
     std::string Read(std::size_t count) const;
     // What was written and not yet read at the other end.
     int Unread() const;
-    // Until all of that has been read.
+    // Returns when all of that has been read and the next bytes belong to the next chunk.
     void AwaitReading() const;
     void ShutDownWriting() const;
     void Close();
