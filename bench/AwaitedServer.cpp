@@ -20,9 +20,8 @@ void Await(const stage::Descriptor& socket, short event, const std::string& what
     pollfd waits = {socket.Get(), event, 0};
     const int ready = poll(&waits, 1, static_cast<int>(kWait.count()));
     stage::Require(ready >= 0, "cannot wait for a socket");
-    if (ready == 0) {
+    if (ready == 0)
         throw stage::Failure(what);
-    }
 }
 
 stage::Descriptor AwaitClient(const stage::Descriptor& listener) {
@@ -50,9 +49,8 @@ stage::Descriptor AwaitedServer::AwaitSubscriber() const {
 }
 
 void AwaitedServer::AnswerRequests(std::size_t count) const {
-    for (; count > 0; --count) {
+    for (; count > 0; --count)
         GiveBack(AwaitClient(requests_).Get());
-    }
 }
 
 void Push(const stage::Descriptor& subscriber, const std::string& bytes) {

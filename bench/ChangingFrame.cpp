@@ -29,9 +29,8 @@ ChangingFrame::ChangingFrame(const Shelf& shelf) : frame_(MakeFrame(shelf.MakeNo
 void ChangingFrame::ChangeDisc(std::size_t disc) {
     char* const digits = frame_.data() + times_.at(disc);
     std::uint32_t time = 0;
-    if (std::from_chars(digits, digits + kDigits, time).ptr != digits + kDigits) {
+    if (std::from_chars(digits, digits + kDigits, time).ptr != digits + kDigits)
         throw std::logic_error("the time of a disc has another number of digits");
-    }
     std::to_chars(digits, digits + kDigits, time + kBetweenLooks);
 }
 

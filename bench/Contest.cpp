@@ -26,9 +26,8 @@ double SecondsSince(steady_clock::time_point start) {
 
 double TimeRuns(const std::function<double()>& body, std::size_t runs) {
     double sum = 0;
-    for (std::size_t i = 0; i < runs; ++i) {
+    for (std::size_t i = 0; i < runs; ++i)
         sum += body();
-    }
     return sum;
 }
 
@@ -64,9 +63,8 @@ void Contest::RunTrials() {
     double seconds = secondsPerRound_;
     for (int trial = 0; trial < kTrials; ++trial, seconds *= 2) {
         RunTrial(seconds);
-        if (IsNarrow() || steady_clock::now() - start > kEnough) {
+        if (IsNarrow() || steady_clock::now() - start > kEnough)
             return;
-        }
     }
 }
 
@@ -75,9 +73,8 @@ void Contest::RunTrial(double seconds) {
         contender.runs = CountRuns(contender.body, seconds);
         contender.times.clear();
     }
-    for (std::size_t round = 0; round < rounds_; ++round) {
+    for (std::size_t round = 0; round < rounds_; ++round)
         RunRound();
-    }
 }
 
 void Contest::RunRound() {
@@ -97,15 +94,13 @@ void Contest::RunRound() {
             contender->times.back() += TimeRuns(contender->body, share);
         }
     }
-    for (Contender& contender : contenders_) {
+    for (Contender& contender : contenders_)
         contender.times.back() /= static_cast<double>(contender.runs);
-    }
 }
 
 bool Contest::IsNarrow() const {
-    if (contenders_.size() == 1) {
+    if (contenders_.size() == 1)
         return Time(contenders_.front().name).IsNarrow();
-    }
     return std::ranges::all_of(contenders_, [this](const Contender& over) {
         return std::ranges::all_of(contenders_, [&](const Contender& under) {
             return Ratio(over.name, under.name).IsNarrow();
@@ -115,9 +110,8 @@ bool Contest::IsNarrow() const {
 
 const Contest::Contender& Contest::Find(const std::string& name) const {
     const auto found = std::ranges::find(contenders_, name, &Contender::name);
-    if (found == contenders_.end()) {
+    if (found == contenders_.end())
         throw std::invalid_argument("no contender " + name);
-    }
     return *found;
 }
 
@@ -134,9 +128,8 @@ Spread Contest::Ratio(const std::string& over, const std::string& under) const {
 
 std::string Contest::Tell(const std::vector<std::string>& names) const {
     std::string text;
-    for (const std::string& name : names) {
+    for (const std::string& name : names)
         text += (text.empty() ? "" : ", ") + name + " " + InTime(Time(name).median);
-    }
     return text;
 }
 

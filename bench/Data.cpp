@@ -17,9 +17,8 @@ std::string Quoted(const std::string& word) {
 } // namespace
 
 Data::Data(const std::vector<std::string>& columns) : text_("#") {
-    for (const std::string& column : columns) {
+    for (const std::string& column : columns)
         text_ += ' ' + Quoted(column);
-    }
     text_ += '\n';
 }
 

@@ -25,9 +25,8 @@ void WriteFile(const fs::path& path, const std::string& text) {
 
 void MakeDirectory(const fs::path& path) {
     fs::create_directory(path);
-    for (int file = 0; file < DiscFolder::kFilesOfADirectory; ++file) {
+    for (int file = 0; file < DiscFolder::kFilesOfADirectory; ++file)
         WriteFile(path / ("IMG_" + std::to_string(4000 + file) + ".JPG"), "");
-    }
 }
 
 void MakeDisc(const fs::path& root) {

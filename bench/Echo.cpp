@@ -15,9 +15,8 @@ void GiveBack(int client) {
     std::uint32_t length = 0;
     while (size < kFrameHeader || size < kFrameHeader + length) {
         const ssize_t got = read(client, frame.data() + size, frame.size() - size);
-        if (got <= 0) {
+        if (got <= 0)
             return;
-        }
         size += static_cast<std::size_t>(got);
         std::memcpy(&length, frame.data() + kFrameHeader - sizeof length, sizeof length);
     }

@@ -35,9 +35,8 @@ void Fill(stage::Simulator& server, int changer) {
     server.Do("add-changer" + name + " slots=5 drives=4 spin-up=3000 mount=/tmp/changer-" +
               std::to_string(changer));
     server.Do("put" + name + " slot=4 identified=yes directories=50");
-    for (int slot = 0; slot < kDrives; ++slot) {
+    for (int slot = 0; slot < kDrives; ++slot)
         server.Do("put" + name + " slot=" + std::to_string(slot));
-    }
 }
 
 // Returns how many threads there were at most, as soon as there are so many, or after
@@ -57,15 +56,13 @@ void StartHeld(stage::Scene& scene) {
     scene.StartServer();
     stage::Simulator& server = scene.Server();
     server.Do("events kinds=request,reply,identified,info-open");
-    for (int i = 0; i < kManyChangers; ++i) {
+    for (int i = 0; i < kManyChangers; ++i)
         Fill(server, i);
-    }
     server.Do("hold");
     server.Do("start");
     scene.StartDaemon();
-    for (int i = 0; i < 2 * kManyChangers; ++i) {
+    for (int i = 0; i < 2 * kManyChangers; ++i)
         server.Await("info-open");
-    }
     std::this_thread::sleep_for(
         std::chrono::seconds(1)); // threads of the start may still be ending
 }
@@ -73,15 +70,13 @@ void StartHeld(stage::Scene& scene) {
 // Returns how many threads there were at most.
 std::size_t RunAll(stage::Scene& scene, std::size_t threadsBefore) {
     stage::Simulator& server = scene.Server();
-    for (int i = 0; i < kManyChangers; ++i) {
+    for (int i = 0; i < kManyChangers; ++i)
         server.Do("identify" + ChangerNamed(i));
-    }
     server.Do("release");
     const std::size_t most =
         AwaitThreads(scene.TheDaemon(), threadsBefore + kIdentifications + kManyChangers);
-    for (int i = 0; i < kIdentifications; ++i) {
+    for (int i = 0; i < kIdentifications; ++i)
         server.Await("identified");
-    }
     return most;
 }
 
@@ -126,24 +121,21 @@ Cost IdentifyDiscs(const std::string& mount) {
     stage::Simulator& server = scene.Server();
     server.Do("events kinds=request,subscriber,info-open,disconnect");
     server.Do("add-changer changer=A1 slots=100 drives=2" + mount);
-    for (int slot = 0; slot < kDiscs; ++slot) {
+    for (int slot = 0; slot < kDiscs; ++slot)
         server.Do("put changer=A1 directories=0 files=0 slot=" + std::to_string(slot));
-    }
     server.Do("hold");
     server.Do("start");
     scene.StartDaemon();
     server.Await("subscriber");
-    for (int reads = mount.empty() ? 0 : 2; reads > 0; --reads) {
+    for (int reads = mount.empty() ? 0 : 2; reads > 0; --reads)
         server.Await("info-open");
-    }
     const pid_t daemon = scene.TheDaemon().Pid();
     const double before = ProcessorTimeOf(daemon);
     const auto start = std::chrono::steady_clock::now();
     server.Do("release");
     stage::Event last;
-    for (int i = 0; i < 2 * kDiscs; ++i) {
+    for (int i = 0; i < 2 * kDiscs; ++i)
         last = server.Await("request", {{"command", "request identification"}});
-    }
     server.Await("disconnect", {{"connection", last["connection"]}});
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
     const Cost cost = {passed.count(), ProcessorTimeOf(daemon) - before};

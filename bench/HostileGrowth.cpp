@@ -23,9 +23,8 @@ namespace {
 
 // Accepts the daemon's connection and closes it, so many times.
 void CloseConnections(const AwaitedServer& server, int count) {
-    for (; count > 0; --count) {
+    for (; count > 0; --count)
         server.AwaitSubscriber();
-    }
 }
 
 void MeasureConnections(Report& report) {
@@ -74,9 +73,8 @@ constexpr UInt64 kFirstOfMany = 0x10'0000;
 
 CFArrayRef CreateChangerList(UInt64 changers) {
     std::string text = "<plist><array>";
-    for (UInt64 i = 0; i < changers; ++i) {
+    for (UInt64 i = 0; i < changers; ++i)
         text += "<integer>" + std::to_string(kFirstOfMany + i) + "</integer>";
-    }
     text += "</array></plist>";
     return static_cast<CFArrayRef>(Notification(text).Create());
 }
@@ -86,9 +84,8 @@ void MeasureRemovals(Report& report) {
     constexpr UInt64 kListed = 100'000;
     constexpr UInt64 kKnown = 100;
     CFArrayRef list = CreateChangerList(kListed);
-    for (UInt64 i = kListed - kKnown; i < kListed; ++i) {
+    for (UInt64 i = kListed - kKnown; i < kListed; ++i)
         stage::Require(AddChangerToList(kFirstOfMany + i) == nullptr, "a changer cannot be known");
-    }
     Contest contest;
     contest.Add("all", [list] {
         stage::Require(HandleRemovedChangers(list) == nullptr, "a list of changers is not handled");

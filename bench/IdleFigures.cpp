@@ -84,9 +84,8 @@ void MeasureConnected(Report& report) {
     // What follows shows that strace was looking.
     const Trace trace = TraceFor(scene.TheRecord(), daemon, seconds(60), "trace=all",
                                  [&] { scene.Server().Do("push"); });
-    if (trace.provoked.empty()) {
+    if (trace.provoked.empty())
         throw stage::Failure("strace saw nothing of a notification");
-    }
     report.AddAtMost("connected: system calls in 60 s", 0, static_cast<double>(trace.calls.size()),
                      "", trace.calls.empty() ? "" : trace.calls.front().line);
     EndInOrder(scene);
@@ -110,14 +109,11 @@ Spread MeasureShareOfCore(pid_t process) {
 // trace begins and ends. An attempt looks once at each process, so also at process 1.
 double AttemptsPerSecond(const std::vector<TracedCall>& calls) {
     std::vector<double> times;
-    for (const TracedCall& call : calls) {
-        if (call.line.find("\"1/comm\"") != call.line.npos) {
+    for (const TracedCall& call : calls)
+        if (call.line.find("\"1/comm\"") != call.line.npos)
             times.push_back(call.begin);
-        }
-    }
-    if (times.size() < 2) {
+    if (times.size() < 2)
         throw stage::Failure("strace saw no attempts");
-    }
     return static_cast<double>(times.size() - 1) / (times.back() - times.front());
 }
 

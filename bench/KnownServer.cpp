@@ -17,9 +17,8 @@ int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* leng
 
 int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
                   size_t newLength) {
-    if (g_known == 0) {
+    if (g_known == 0)
         return __real_sysctl(name, nameLength, buffer, length, newValue, newLength);
-    }
     *length = sizeof(kinfo_proc);
     if (buffer != nullptr) {
         kinfo_proc server = {};

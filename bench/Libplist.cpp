@@ -8,9 +8,8 @@ namespace bench {
 plist_t ReadByLibplist(const std::string& text) {
     plist_t list = nullptr;
     plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &list);
-    if (list == nullptr) {
+    if (list == nullptr)
         throw std::runtime_error("libplist cannot read a notification");
-    }
     return list;
 }
 

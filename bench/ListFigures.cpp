@@ -86,9 +86,8 @@ std::string Repeat(std::string element) {
     const std::string behind = number == element.npos ? "" : element.substr(number + 1);
     std::string text = "<array>";
     for (int i = 0; text.size() < kLength; ++i) {
-        if (number != element.npos) {
+        if (number != element.npos)
             element.replace(number, element.npos, std::to_string(i) + behind);
-        }
         text += element;
     }
     return text + "</array>";

@@ -38,17 +38,15 @@ long MeasureApart(const std::function<long()>& body) {
     stage::Descriptor to(ends[1]);
     const pid_t child = fork();
     stage::Require(child >= 0, "cannot fork");
-    if (child == 0) {
+    if (child == 0)
         RunInChild(body, to);
-    }
     to.Close();
     long result = 0;
     const bool hasResult = read(from.Get(), &result, sizeof result) == sizeof result;
     int status = 0;
     stage::Require(waitpid(child, &status, 0) == child, "cannot wait for a measurement");
-    if (!hasResult || status != 0) {
+    if (!hasResult || status != 0)
         throw stage::Failure("a measurement in a process of its own " + stage::DescribeEnd(status));
-    }
     return result;
 }
 

@@ -52,9 +52,8 @@ std::size_t CountNotifications() {
     const std::string wanted = Environment("BENCH_NOTIFICATIONS");
     std::size_t count = kNotifications;
     const char* const end = wanted.data() + wanted.size();
-    if (!wanted.empty() && (std::from_chars(wanted.data(), end, count).ptr != end || count == 0)) {
+    if (!wanted.empty() && (std::from_chars(wanted.data(), end, count).ptr != end || count == 0))
         throw std::invalid_argument("BENCH_NOTIFICATIONS is no number of notifications: " + wanted);
-    }
     return count;
 }
 
@@ -64,9 +63,8 @@ std::vector<Shape> WantedShapes() {
     std::vector<Shape> shapes;
     for (std::string name; wanted >> name;) {
         const auto* const shape = std::ranges::find(kShapes, name, &Shape::name);
-        if (shape == std::end(kShapes)) {
+        if (shape == std::end(kShapes))
             throw std::invalid_argument("BENCH_SHAPES: there is no shape " + name);
-        }
         shapes.push_back(*shape);
     }
     return shapes.empty() ? std::vector<Shape>(std::begin(kShapes), std::end(kShapes)) : shapes;
@@ -133,18 +131,15 @@ void TellProgress(const Shape& shape, const Series& series) {
 Series MeasureShape(const Shape& shape) {
     const std::size_t count = CountNotifications();
     Reader reader(shape);
-    for (std::size_t i = 0; i < kToWarmUp; ++i) {
+    for (std::size_t i = 0; i < kToWarmUp; ++i)
         reader.SendChanged();
-    }
     Series series = {{0, reader.Memory()}};
     for (std::size_t i = 1; i <= count; ++i) {
         reader.SendChanged();
-        if (i % kBetweenSamples == 0 || i == count) {
+        if (i % kBetweenSamples == 0 || i == count)
             series.emplace_back(i, reader.Memory());
-        }
-        if (i % (10 * kBetweenSamples) == 0) {
+        if (i % (10 * kBetweenSamples) == 0)
             TellProgress(shape, series);
-        }
     }
     reader.End();
     return series;

@@ -60,9 +60,8 @@ Notification::~Notification() {
 CFPropertyListRef Notification::Create() const {
     CFPropertyListRef list = CFPropertyListCreateFromXMLData(kCFAllocatorDefault, text_,
                                                              kCFPropertyListImmutable, nullptr);
-    if (list == nullptr) {
+    if (list == nullptr)
         throw std::runtime_error("a notification cannot be read");
-    }
     return list;
 }
 

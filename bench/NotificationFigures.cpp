@@ -74,16 +74,14 @@ void MeasureNotifications(Report& report) {
         "too, of one changer.");
     Data data({"discs", "ratio", "low", "high"});
     data.BeginSet("nothing kept");
-    for (const Size& size : kSizes) {
+    for (const Size& size : kSizes)
         MeasureReading(report, data, "nothing kept", size, size.goalWithNoneKept);
-    }
     // The daemon keeps every list that it gets, so that each but the first finds its values there.
     data.BeginSet("the last list kept");
     for (const Size& size : kSizes) {
         Keep(size);
-        if (size.goalWithLastKept > 0) {
+        if (size.goalWithLastKept > 0)
             MeasureDelivery(report, size);
-        }
         MeasureReading(report, data, "the last list kept", size, size.goalWithLastKept);
     }
     data.Write("reading");

@@ -71,9 +71,8 @@ void MeasureOnce(Report& report, Data& data, const Notifications& notifications,
 void MeasureNotificationGrowth(Report& report) {
     const Notifications notifications = DeliverAll();
     Data data({"discs", "microseconds a disc", "low", "high"});
-    for (int run = 1; run <= kRuns; ++run) {
+    for (int run = 1; run <= kRuns; ++run)
         MeasureOnce(report, data, notifications, run);
-    }
     data.Write("cost-per-disc");
     report.ShowPicture("cost-per-disc.svg", "A notification's cost for a disc over their number");
 }

@@ -10,9 +10,8 @@ namespace bench {
 std::size_t ReadProcessTable() {
     struct kinfo_proc* processes = nullptr;
     std::size_t count = 0;
-    if (GetBSDProcessList(&processes, &count) != 0) {
+    if (GetBSDProcessList(&processes, &count) != 0)
         throw stage::Failure("cannot read the process table");
-    }
     std::free(processes);
     return count;
 }

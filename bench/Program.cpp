@@ -15,9 +15,8 @@ namespace {
 
 pid_t Start(const std::vector<std::string>& words) {
     std::vector<char*> arguments;
-    for (const std::string& word : words) {
+    for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
-    }
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -34,24 +33,20 @@ pid_t Start(const std::vector<std::string>& words) {
 void RunProgram(const std::vector<std::string>& words) {
     int status = 0;
     stage::Require(waitpid(Start(words), &status, 0) > 0, "cannot wait for " + words[0]);
-    if (status != 0) {
+    if (status != 0)
         throw stage::Failure(words[0] + " " + stage::DescribeEnd(status));
-    }
 }
 
 Sleepers::Sleepers(int count) {
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         processes_.push_back(Start({"sleep", "infinity"}));
-    }
 }
 
 Sleepers::~Sleepers() {
-    for (const pid_t process : processes_) {
+    for (const pid_t process : processes_)
         kill(process, SIGKILL);
-    }
-    for (const pid_t process : processes_) {
+    for (const pid_t process : processes_)
         waitpid(process, nullptr, 0);
-    }
 }
 
 } // namespace bench

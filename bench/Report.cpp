@@ -14,18 +14,15 @@ std::string Rounded(double value) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     std::string digits = text;
-    for (std::size_t at = digits.size(); decimals == 0 && at > 3 && digits[at - 4] != '-';
-         at -= 3) {
+    for (std::size_t at = digits.size(); decimals == 0 && at > 3 && digits[at - 4] != '-'; at -= 3)
         digits.insert(at - 3, ",");
-    }
     return digits;
 }
 
 // "0.81 to 0.84 (n = 15)", or nothing for what was measured once.
 std::string TellMiddleHalf(const Spread& measured) {
-    if (measured.count == 1) {
+    if (measured.count == 1)
         return "";
-    }
     return Rounded(measured.low) + " to " + Rounded(measured.high) +
            " (n = " + std::to_string(measured.count) + ")";
 }
@@ -37,9 +34,8 @@ std::string InUnits(double value, const std::string& unit) {
 }
 
 std::string InTime(double seconds) {
-    if (seconds >= 1) {
+    if (seconds >= 1)
         return InUnits(seconds, "s");
-    }
     return seconds >= 1e-3 ? InUnits(seconds * 1e3, "ms") : InUnits(seconds * 1e6, "µs");
 }
 
@@ -50,9 +46,8 @@ void Report::BeginSection(const std::string& title, const std::string& how) {
 
 Report::Verdict Report::Judge(const Spread& measured, bool lowMeets, bool medianMeets,
                               bool highMeets) {
-    if (!measured.IsNarrow() && lowMeets != highMeets) {
+    if (!measured.IsNarrow() && lowMeets != highMeets)
         return Verdict::TooBusy;
-    }
     return medianMeets ? Verdict::Met : Verdict::Short;
 }
 

@@ -49,14 +49,12 @@ Spread CostOfEach(const Spread& all, std::size_t size) {
 void CompareSizes(Report& report, const std::string& what, const Sizes& sizes,
                   const std::function<void(std::size_t)>& body) {
     Contest contest(kRounds);
-    for (const std::size_t size : sizes) {
+    for (const std::size_t size : sizes)
         contest.Add(std::to_string(size), [size, &body] { body(size); });
-    }
     contest.Run();
     Costs costs;
-    for (const std::size_t size : sizes) {
+    for (const std::size_t size : sizes)
         costs.push_back(CostOfEach(contest.Time(std::to_string(size)), size));
-    }
     const Spread times = contest.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0]));
     const double growth = static_cast<double>(sizes[2]) / static_cast<double>(sizes[0]);
     Tell(report, what, sizes, costs, times.Times(1 / growth));
@@ -95,17 +93,15 @@ void RunDueTimers(std::size_t count) {
         CFRelease(timer);
     }
     CFRunLoopRun();
-    if (fired != count) {
+    if (fired != count)
         throw stage::Failure("some timers did not fire");
-    }
 }
 
 // ---- processes ----
 
 void ReadProcesses(std::size_t atLeast) {
-    if (ReadProcessTable() < atLeast) {
+    if (ReadProcessTable() < atLeast)
         throw stage::Failure("the process table has too few processes");
-    }
 }
 
 void MeasureProcesses(Report& report) {
@@ -127,9 +123,8 @@ struct Appearance {
 
 void CountDisk(DADiskRef /* disk */, void* context) {
     auto* appearance = static_cast<Appearance*>(context);
-    if (--appearance->awaited == 0) {
+    if (--appearance->awaited == 0)
         CFRunLoopStop(appearance->runLoop);
-    }
 }
 
 void StopWaiting(CFRunLoopTimerRef /* timer */, void* info) {
@@ -149,9 +144,8 @@ void RunUntilAppeared(Appearance& appearance) {
     CFRunLoopRun();
     CFRunLoopTimerInvalidate(timer);
     CFRelease(timer);
-    if (appearance.awaited > 0) {
+    if (appearance.awaited > 0)
         throw stage::Failure("volumes did not appear");
-    }
 }
 
 // From a new session until so many have appeared.
@@ -192,9 +186,8 @@ void MeasureClients(Report& report) {
     KnowChangers(shelf);
     const Sizes sizes = {64, 256, 1024};
     std::map<std::size_t, std::unique_ptr<Notification>> notifications;
-    for (const std::size_t clients : sizes) {
+    for (const std::size_t clients : sizes)
         notifications[clients] = std::make_unique<Notification>(MakeNotification(shelf, clients));
-    }
     CompareSizes(report, "clients in a changer's status", sizes,
                  [&](std::size_t clients) { notifications.at(clients)->Deliver(); });
     RequireKept(shelf);

@@ -25,9 +25,8 @@ void Serve() {
     const stage::Descriptor listener = bench::Listen(path);
     std::puts("listening");
     std::fflush(stdout);
-    while (AwaitClient(listener)) {
+    while (AwaitClient(listener))
         bench::GiveBack(bench::Accept(listener).Get());
-    }
     unlink(path.c_str());
 }
 

@@ -99,9 +99,8 @@ void MeasureExchange(Report& report) {
                      "", contest.Tell({"ours", "bare"}));
     server.CloseInput();
     const int status = server.AwaitEnd();
-    if (status != 0) {
+    if (status != 0)
         throw stage::Failure("carouseld-echo " + stage::DescribeEnd(status));
-    }
 }
 
 } // namespace

@@ -79,9 +79,8 @@ std::string Shelf::MakeNotification() const {
     lines.Add(0, "<dict>");
     lines.AddKey(1, "changer info");
     lines.Add(1, "<array>");
-    for (std::size_t changer = 0; changer < changers_; ++changer) {
+    for (std::size_t changer = 0; changer < changers_; ++changer)
         AddChanger(lines, GuidOf(changer), changer * slots_, slots_);
-    }
     lines.Add(1, "</array>");
     lines.Add(0, "</dict>");
     lines.Add(0, "</plist>");

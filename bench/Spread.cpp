@@ -17,12 +17,10 @@ double ValueAt(const std::vector<double>& sorted, double share) {
 } // namespace
 
 Spread::Spread(std::vector<double> values) : Spread(0) {
-    if (values.empty()) {
+    if (values.empty())
         throw std::invalid_argument("nothing was measured");
-    }
-    if (std::ranges::any_of(values, [](double value) { return std::isnan(value); })) {
+    if (std::ranges::any_of(values, [](double value) { return std::isnan(value); }))
         throw std::invalid_argument("a measurement is not a number");
-    }
     std::ranges::sort(values);
     low = ValueAt(values, 0.25);
     median = ValueAt(values, 0.5);

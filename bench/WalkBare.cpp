@@ -29,9 +29,8 @@ void Walk(int directory);
 void Enter(int parent, const char* name) {
     struct stat status = {};
     ++g_entries;
-    if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) {
+    if (fstatat(parent, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode))
         return;
-    }
     const int directory = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (directory < 0) {
         std::perror(name);
@@ -45,9 +44,8 @@ void Enter(int parent, const char* name) {
 // through.
 char* PieceOf(std::size_t level) {
     static std::array<std::unique_ptr<char[]>, 1024> pieces;
-    if (!pieces.at(level)) {
+    if (!pieces.at(level))
         pieces[level] = std::make_unique_for_overwrite<char[]>(kPiece);
-    }
     return pieces[level].get();
 }
 
@@ -58,9 +56,8 @@ void Walk(int directory) {
         for (ssize_t at = 0; at < size;) {
             const auto* entry = reinterpret_cast<const struct dirent64*>(piece + at);
             at += entry->d_reclen;
-            if (!IsDots(entry->d_name)) {
+            if (!IsDots(entry->d_name))
                 Enter(directory, entry->d_name);
-            }
         }
     }
     --level;

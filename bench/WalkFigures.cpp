@@ -63,9 +63,8 @@ void Check(VErrLink* err) {
 void Build(const char* root) {
     FSCacheStatusReport* status = nullptr;
     Check(StartStatusReportingForFullFSCache(kChanger, root, &status));
-    if (status->maximumStep != DiscFolder::kDiscs) {
+    if (status->maximumStep != DiscFolder::kDiscs)
         throw std::runtime_error("a build missed discs");
-    }
     Check(CacheFSDirectory(kChanger, root, 1, status));
     EndStatusReportingForFullFSCache(status);
 }
@@ -97,11 +96,10 @@ void MeasureVolume(Report& report, Data& data, bool cached) {
     const std::string where = std::string("FUSE, kernel caching ") + (cached ? "on" : "off");
     CompareWalks(contest, data, where, "/tmp/carousel/disc-0");
     const Spread overLimit = contest.Ratio("ours", "limit");
-    if (cached) {
+    if (cached)
         report.AddUnjudged(where + ": over the limit", overLimit, "", Beside(contest));
-    } else {
+    else
         report.AddAtMost(where + ": over the limit", 1.10, overLimit, "", Beside(contest));
-    }
     EndInOrder(scene);
 }
 

@@ -28,17 +28,12 @@ constexpr Section kSections[] = {
 void Measure(const std::vector<std::string>& names) {
     const std::string head = bench::DescribeRun();
     bench::Report report;
-    for (const std::string& name : names) {
-        if (std::ranges::none_of(kSections,
-                                 [&](const Section& each) { return name == each.name; })) {
+    for (const std::string& name : names)
+        if (std::ranges::none_of(kSections, [&](const Section& each) { return name == each.name; }))
             throw std::invalid_argument("there is no section " + name);
-        }
-    }
-    for (const Section& section : kSections) {
-        if (names.empty() || std::ranges::find(names, section.name) != names.end()) {
+    for (const Section& section : kSections)
+        if (names.empty() || std::ranges::find(names, section.name) != names.end())
             section.measure(report);
-        }
-    }
     std::printf("%s%s", head.c_str(), report.Write().c_str());
     std::fprintf(stderr, "\n%s", report.WriteShortfalls().c_str());
 }

@@ -10,9 +10,8 @@ namespace simulator {
 namespace {
 
 bool ParseSwitch(std::string_view key, std::string_view text) {
-    if (text != "yes" && text != "no") {
+    if (text != "yes" && text != "no")
         throw CommandError(std::string(key) + " is yes or no");
-    }
     return text == "yes";
 }
 
@@ -20,31 +19,26 @@ std::uint64_t ParseDigits(std::string_view key, std::string_view digits, int bas
     std::uint64_t number = 0;
     const char* end = digits.data() + digits.size();
     const auto result = std::from_chars(digits.data(), end, number, base);
-    if (result.ec != std::errc() || result.ptr != end) {
+    if (result.ec != std::errc() || result.ptr != end)
         throw CommandError(std::string(key) + " is no number in range");
-    }
     return number;
 }
 
 bool IsInUsage(std::string_view usage, std::string_view key) {
     key = key.substr(0, key.find_last_not_of("0123456789") + 1);
     const std::string wanted = std::string(key) + '=';
-    for (auto at = usage.find(wanted); at != usage.npos; at = usage.find(wanted, at + 1)) {
-        if (at == 0 || usage[at - 1] == ' ' || usage[at - 1] == '[') {
+    for (auto at = usage.find(wanted); at != usage.npos; at = usage.find(wanted, at + 1))
+        if (at == 0 || usage[at - 1] == ' ' || usage[at - 1] == '[')
             return true;
-        }
-    }
     return false;
 }
 
 } // namespace
 
 Arguments::Arguments(Values values, std::string_view usage) : values_(std::move(values)) {
-    for (const auto& [key, value] : values_) {
-        if (!IsInUsage(usage, key)) {
+    for (const auto& [key, value] : values_)
+        if (!IsInUsage(usage, key))
             throw CommandError("what is " + key + "?");
-        }
-    }
 }
 
 std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& text,
@@ -52,17 +46,15 @@ std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& te
     const bool isHexadecimal = text.starts_with("0x");
     const std::uint64_t number = ParseDigits(
         key, std::string_view(text).substr(isHexadecimal ? 2 : 0), isHexadecimal ? 16 : 10);
-    if (number > maximum) {
+    if (number > maximum)
         throw CommandError(std::string(key) + " is at most " + std::to_string(maximum));
-    }
     return number;
 }
 
 std::string Arguments::NeedText(std::string_view key) const {
     const auto found = values_.find(key);
-    if (found == values_.end()) {
+    if (found == values_.end())
         throw CommandError(std::string(key) + " is missing");
-    }
     return found->second;
 }
 
@@ -108,9 +100,8 @@ void Arguments::Update(std::string_view key, std::optional<std::int32_t>& prefer
     if (Has(key)) {
         const std::string text = NeedText(key);
         preference.reset();
-        if (text != "absent") {
+        if (text != "absent")
             preference = NeedNumber<std::int32_t>(key);
-        }
     }
 }
 

@@ -15,9 +15,8 @@ Changer::Section::~Section() {
     changer_.SettleLocked();
     const auto callbacks = std::exchange(changer_.callbacks_, {});
     guard_.unlock();
-    for (const auto& callback : callbacks) {
+    for (const auto& callback : callbacks)
         callback();
-    }
 }
 
 Changer::Changer(const ChangerShape& shape, Events& events, std::function<void()> changed,
@@ -57,14 +56,12 @@ Preferences Changer::GetPreferences() const {
 
 void Changer::Put(NewDisc newDisc) {
     const Section section(*this);
-    if (newDisc.slot >= slots_.size() || slots_[newDisc.slot]) {
+    if (newDisc.slot >= slots_.size() || slots_[newDisc.slot])
         throw CommandError("no such slot, or not empty");
-    }
     const SlotIndex slot = newDisc.slot;
     Disc disc = MakeDisc(std::move(newDisc));
-    for (const auto& volume : disc.volumes) {
+    for (const auto& volume : disc.volumes)
         volumes_.emplace(volume->id, volume);
-    }
     slots_[slot] = std::move(disc);
     NoteChange();
 }
@@ -76,9 +73,8 @@ Changer::Disc Changer::MakeDisc(NewDisc newDisc) {
         disc.partitionsWithFileSystem.push_back(partition.hasFileSystem);
         const std::string number = std::to_string(disc.partitionsWithFileSystem.size());
         const std::string name = number == "1" ? newDisc.name : newDisc.name + '-' + number;
-        if (HasMediaRoot(name)) {
+        if (HasMediaRoot(name))
             throw CommandError("another disc has that name");
-        }
         if (partition.hasFileSystem) {
             disc.volumes.push_back(std::make_shared<Volume>(
                 Volume{++lastVolume_, newDisc.slot, name, number, std::move(partition.tree), {}}));
@@ -100,9 +96,8 @@ void Changer::Take(SlotIndex slot) {
     const Section section(*this);
     Disc& disc = GetDisc(slot);
     FailWaitersOf(disc);
-    for (const auto& volume : disc.volumes) {
+    for (const auto& volume : disc.volumes)
         volumes_.erase(volume->id);
-    }
     mechanics_.Drop(slot);
     Unwant(slot);
     slots_[slot].reset();
@@ -111,18 +106,15 @@ void Changer::Take(SlotIndex slot) {
 
 void Changer::Forget(SlotIndex slot) {
     const Section section(*this);
-    for (const auto& volume : GetDisc(slot).volumes) {
-        for (auto& [entry, directory] : volume->directories) {
+    for (const auto& volume : GetDisc(slot).volumes)
+        for (auto& [entry, directory] : volume->directories)
             directory.cached = false;
-        }
-    }
 }
 
 void Changer::RequestAbort(const std::string& client, bool create) {
     const Section section(*this);
-    if (!create && !statuses_.contains(client)) {
+    if (!create && !statuses_.contains(client))
         throw CommandError("the client has no status");
-    }
     ClientStatus& status = statuses_[client];
     status.abortRequested = true;
     events_.Report("status", Describe(client, status));
@@ -135,32 +127,26 @@ MountOutcome Changer::Mount(const MountRequest& request) {
     const Section section(*this);
     Disc* disc = FindDisc(request.slot);
     Outcome outcome = CheckMount(request, disc);
-    if (outcome.code == ReplyCode::Success) {
+    if (outcome.code == ReplyCode::Success)
         outcome = BeginMount(request, *disc);
-    }
-    if (outcome.code != ReplyCode::Success) {
+    if (outcome.code != ReplyCode::Success)
         return {outcome, {}, 0};
-    }
     return DescribeMount(request, *disc);
 }
 
 Outcome Changer::CheckMount(const MountRequest& request, const Disc* disc) const {
-    if (!disc) {
+    if (!disc)
         return {ReplyCode::NoSuchThing, "no disc in that slot"};
-    }
     const auto hasId = [&](const auto& volume) {
         return volume->partitionId == request.partitionId;
     };
-    if (!request.partitionId.empty() && std::ranges::none_of(disc->volumes, hasId)) {
+    if (!request.partitionId.empty() && std::ranges::none_of(disc->volumes, hasId))
         return {ReplyCode::NoSuchThing, "no such partition"};
-    }
-    if (request.drive && *request.drive >= mechanics_.GetDriveCount()) {
+    if (request.drive && *request.drive >= mechanics_.GetDriveCount())
         return {ReplyCode::NoSuchThing, "no such drive"};
-    }
     if (disc->holder && disc->holder->user != request.user) {
-        if (disc->holder->user.isPrivate) {
+        if (disc->holder->user.isPrivate)
             return {ReplyCode::Private, "the disc is mounted privately"};
-        }
         return {ReplyCode::Busy, "the disc is in use"};
     }
     return {};
@@ -168,16 +154,13 @@ Outcome Changer::CheckMount(const MountRequest& request, const Disc* disc) const
 
 Outcome Changer::BeginMount(const MountRequest& request, Disc& disc) {
     const Phase phase = mechanics_.GetPhase(request.slot);
-    if (phase == Phase::Unloading) {
+    if (phase == Phase::Unloading)
         return {ReplyCode::Busy, "the disc is on its way to its slot"};
-    }
     if (phase == Phase::InSlot && !IsWanted(request.slot)) {
-        if (!request.mayStart) {
+        if (!request.mayStart)
             return {ReplyCode::NotMounted, "the disc is not mounted"};
-        }
-        if (!mechanics_.IsRobotIdle() || !ChooseDrive(request.drive)) {
+        if (!mechanics_.IsRobotIdle() || !ChooseDrive(request.drive))
             return {ReplyCode::Busy, "the robot or the drives are busy"};
-        }
         Want(request.slot, request.drive);
     }
     if (!disc.holder) {
@@ -185,12 +168,10 @@ Outcome Changer::BeginMount(const MountRequest& request, Disc& disc) {
         disc.lastUse = ++lastUse_;
     }
     SettleLocked();
-    if (mechanics_.GetPhase(request.slot) != Phase::Readable) {
+    if (mechanics_.GetPhase(request.slot) != Phase::Readable)
         return {ReplyCode::UnderWay, "the disc is on its way to a drive"};
-    }
-    if (disc.holder->user.isPrivate && !disc.holder->identified) {
+    if (disc.holder->user.isPrivate && !disc.holder->identified)
         IdentifyDisc(request.slot, disc);
-    }
     return {};
 }
 
@@ -209,14 +190,12 @@ MountOutcome Changer::DescribeMount(const MountRequest& request, const Disc& dis
 Outcome Changer::Eject(const EjectRequest& request) {
     const Section section(*this);
     const Disc* disc = FindDisc(request.slot);
-    if (!disc) {
+    if (!disc)
         return {ReplyCode::NoSuchThing, "no disc in that slot"};
-    }
     const bool isStrangers =
         disc->holder && disc->holder->user.isPrivate && disc->holder->user != request.user;
-    if (isStrangers && !request.overridePrivate) {
+    if (isStrangers && !request.overridePrivate)
         return {ReplyCode::Private, "the disc is mounted privately"};
-    }
     return BeginEject(request);
 }
 
@@ -228,48 +207,41 @@ Outcome Changer::BeginEject(const EjectRequest& request) {
         BeginUnload(request.slot);
         SettleLocked();
         phase = mechanics_.GetPhase(request.slot);
-        if (phase == Phase::Unloading) {
+        if (phase == Phase::Unloading)
             return {ReplyCode::UnderWay, "the disc is on its way to its slot"};
-        }
     } else if (phase == Phase::InSlot) {
         disc.holder.reset();
-        if (disc.waiters.empty()) {
+        if (disc.waiters.empty())
             Unwant(request.slot);
-        }
     }
-    if (phase != Phase::InSlot) {
+    if (phase != Phase::InSlot)
         return {ReplyCode::Busy, "the robot or the drive is busy"};
-    }
     return {};
 }
 
 Outcome Changer::RequestDiscIdentification(SlotIndex slot, bool request) {
     const Section section(*this);
     Disc* disc = FindDisc(slot);
-    if (!disc) {
+    if (!disc)
         return {ReplyCode::NoSuchThing, "no disc in that slot"};
-    }
-    if (std::exchange(disc->requested, request) != request) {
+    if (std::exchange(disc->requested, request) != request)
         NoteChange();
-    }
     return {};
 }
 
 void Changer::RequestChangerIdentification(bool request) {
     const Section section(*this);
-    if (std::exchange(identificationRequested_, request) != request) {
+    if (std::exchange(identificationRequested_, request) != request)
         NoteChange();
-    }
 }
 
 void Changer::SetClientStatus(const std::string& client, const ClientStatus& status) {
     const Section section(*this);
     events_.Report("status", Describe(client, status));
-    if (status.message.empty()) {
+    if (status.message.empty())
         statuses_.erase(client);
-    } else {
+    else
         statuses_[client] = status;
-    }
     NoteChange();
 }
 
@@ -290,11 +262,9 @@ bool Changer::WaitForChange(std::uint64_t generation, TimePoint deadline, std::s
 std::vector<std::shared_ptr<const Volume>> Changer::GetMediaRoots() {
     const Section section(*this);
     std::vector<std::shared_ptr<const Volume>> roots;
-    for (const auto& disc : slots_) {
-        if (disc && disc->appeared) {
+    for (const auto& disc : slots_)
+        if (disc && disc->appeared)
             roots.insert(roots.end(), disc->volumes.begin(), disc->volumes.end());
-        }
-    }
     return roots;
 }
 
@@ -321,11 +291,10 @@ void Changer::List(std::uint32_t id, EntryIndex directory, Ready ready) {
                                   .Add("partition", volume->partitionId)
                                   .Add("path", volume->tree->GetPath(directory))
                                   .Add("cached", state.cached));
-    if (state.cached) {
+    if (state.cached)
         callbacks_.push_back([ready] { ready(0); });
-    } else {
+    else
         WaitForDisc(volume, directory, std::move(ready));
-    }
 }
 
 void Changer::Open(std::uint32_t id, EntryIndex file, Ready ready) {
@@ -357,9 +326,8 @@ const Changer::Disc* Changer::FindDisc(SlotIndex slot) const {
 
 Changer::Disc& Changer::GetDisc(SlotIndex slot) {
     Disc* disc = FindDisc(slot);
-    if (!disc) {
+    if (!disc)
         throw CommandError("no disc in that slot");
-    }
     return *disc;
 }
 

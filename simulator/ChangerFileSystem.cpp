@@ -25,14 +25,12 @@ constexpr int kThreads = 4;
 // True if the mount point had to be made.
 bool PrepareMountPoint(const std::string& path) {
     struct stat status = {};
-    if (stat(path.c_str(), &status) != 0 && errno == ENOTCONN) {
+    if (stat(path.c_str(), &status) != 0 && errno == ENOTCONN)
         umount2(path.c_str(), MNT_DETACH); // its server was killed
-    }
     std::error_code error;
     const bool made = std::filesystem::create_directories(path, error);
-    if (error) {
+    if (error)
         throw CommandError(path + ": " + error.message());
-    }
     return made;
 }
 
@@ -42,9 +40,8 @@ public:
         fuse_opt_add_arg(&arguments_, "carouseld-sim");
         std::string options = "-oro,nosuid,nodev,subtype=carousel,fsname=changer-";
         options += FormatGuid(guid);
-        if (geteuid() == 0) {
+        if (geteuid() == 0)
             options += ",allow_other";
-        }
         fuse_opt_add_arg(&arguments_, options.c_str());
     }
     MountArguments(const MountArguments&) = delete;
@@ -73,13 +70,11 @@ ChangerFileSystem::ChangerFileSystem(Changer& changer, const FileSystemOptions& 
     MountArguments arguments(changer.GetGuid());
     const fuse_lowlevel_ops& table = GetFileSystemOperations();
     session_.reset(fuse_session_new(arguments.Get(), &table, sizeof table, operations_.get()));
-    if (!session_ || fuse_session_mount(session_.get(), options_.mountPoint.c_str()) != 0) {
+    if (!session_ || fuse_session_mount(session_.get(), options_.mountPoint.c_str()) != 0)
         throw CommandError("cannot mount on " + options_.mountPoint);
-    }
     fcntl(fuse_session_fd(session_.get()), F_SETFL, O_NONBLOCK);
-    for (int count = 0; count < kThreads; ++count) {
+    for (int count = 0; count < kThreads; ++count)
         threads_.emplace_back([this] { Serve(); });
-    }
     events_.Report("file-system", Fields()
                                       .AddChanger(changer_.GetGuid())
                                       .Add("mounted", true)
@@ -92,9 +87,8 @@ ChangerFileSystem::~ChangerFileSystem() {
     changer_.FailWaiters();
     operations_->WaitUntilAnswered();
     fuse_session_unmount(session_.get());
-    if (madeMountPoint_) {
+    if (madeMountPoint_)
         rmdir(options_.mountPoint.c_str());
-    }
     events_.Report("file-system", Fields()
                                       .AddChanger(changer_.GetGuid())
                                       .Add("mounted", false)
@@ -113,16 +107,13 @@ bool ChangerFileSystem::ReceiveAndProcess(fuse_buf& buffer) {
     {
         const std::lock_guard guard(turn_);
         pollfd sources[] = {{fuse_session_fd(session_.get()), POLLIN, 0}, {stop_.Get(), POLLIN, 0}};
-        if (poll(sources, 2, -1) < 0) {
+        if (poll(sources, 2, -1) < 0)
             return errno == EINTR;
-        }
-        if (sources[1].revents != 0) {
+        if (sources[1].revents != 0)
             return false;
-        }
         const int length = fuse_session_receive_buf(session_.get(), &buffer);
-        if (length <= 0) {
+        if (length <= 0)
             return length == -EAGAIN || length == -EINTR;
-        }
     }
     fuse_session_process_buf(session_.get(), &buffer);
     return true;

@@ -22,9 +22,8 @@ std::int16_t ToWire(std::size_t index) {
 Value Changer::GetInfo() {
     const Section section(*this);
     Value media = Value::MakeArray();
-    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot)
         media.Append(GetMediaInfo(static_cast<SlotIndex>(slot)));
-    }
     Value info = Value::MakeDictionary();
     info.Set("GUID", guid_)
         .Set("Changer Ready", ready_)
@@ -79,9 +78,8 @@ std::uint32_t Changer::GetMountState(SlotIndex slot) const {
 Value Changer::GetPreferencesInfo() const {
     Value info = Value::MakeDictionary();
     const auto setIfPresent = [&](const char* key, const auto& preference) {
-        if (preference) {
+        if (preference)
             info.Set(key, *preference);
-        }
     };
     setIfPresent("IdentifyMediaOnInsert", preferences_.identifyOnInsert);
     setIfPresent("BuildDirCacheOnIdentify", preferences_.buildOnIdentify);
@@ -116,9 +114,8 @@ void Changer::Print(std::optional<SlotIndex> only, bool withDirectories) {
                         .Add("drives", mechanics_.GetDriveCount())
                         .Add("robot", mechanics_.IsRobotIdle() ? "idle" : "moving")
                         .Add("requested", identificationRequested_));
-    for (const auto& [client, status] : statuses_) {
+    for (const auto& [client, status] : statuses_)
         line("status", Describe(client, status));
-    }
     for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
         const auto slot = mechanics_.GetSlotIn(drive);
         line("drive", Fields()
@@ -126,11 +123,9 @@ void Changer::Print(std::optional<SlotIndex> only, bool withDirectories) {
                           .Add("drive", drive)
                           .Add("slot", slot ? std::to_string(*slot) : "none"));
     }
-    for (std::size_t slot = 0; slot < slots_.size(); ++slot) {
-        if (slots_[slot] && (!only || *only == slot)) {
+    for (std::size_t slot = 0; slot < slots_.size(); ++slot)
+        if (slots_[slot] && (!only || *only == slot))
             PrintSlot(static_cast<SlotIndex>(slot), *slots_[slot], withDirectories || only);
-        }
-    }
 }
 
 void Changer::PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) const {
@@ -149,9 +144,8 @@ void Changer::PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) 
                       .Add("held", disc.holder.has_value())
                       .Add("appeared", disc.appeared)
                       .Add("partitions", disc.partitionsWithFileSystem.size()));
-    if (!withDirectories) {
+    if (!withDirectories)
         return;
-    }
     for (const auto& volume : disc.volumes) {
         for (EntryIndex index = 0; index < volume->tree->GetSize(); ++index) {
             if (volume->tree->GetEntry(index).IsDirectory()) {

@@ -23,27 +23,23 @@ void Changer::Run(std::stop_token stop) {
         std::unique_lock guard(lock_);
         const std::uint64_t seen = generation_;
         const auto hasMoved = [&] { return generation_ != seen; };
-        if (const auto due = GetNextDue()) {
+        if (const auto due = GetNextDue())
             moved_.wait_until(guard, stop, *due, hasMoved);
-        } else {
+        else
             moved_.wait(guard, stop, hasMoved);
-        }
     }
 }
 
 void Changer::FailWaiters() {
     const Section section(*this);
-    for (auto& disc : slots_) {
-        if (disc) {
+    for (auto& disc : slots_)
+        if (disc)
             FailWaitersOf(*disc);
-        }
-    }
 }
 
 void Changer::FailWaitersOf(Disc& disc) {
-    for (Waiter& waiter : std::exchange(disc.waiters, {})) {
+    for (Waiter& waiter : std::exchange(disc.waiters, {}))
         callbacks_.push_back([ready = std::move(waiter.ready)] { ready(EIO); });
-    }
 }
 
 void Changer::Close() {
@@ -61,11 +57,9 @@ void Changer::SettleLocked() {
             moved = true;
         }
         ShowMediaRoots();
-        for (SlotIndex slot = 0; slot < slots_.size(); ++slot) {
-            if (slots_[slot] && !slots_[slot]->waiters.empty()) {
+        for (SlotIndex slot = 0; slot < slots_.size(); ++slot)
+            if (slots_[slot] && !slots_[slot]->waiters.empty())
                 ServeWaiters(slot, *slots_[slot]);
-            }
-        }
         moved = BeginNextWanted() || moved;
     }
 }
@@ -89,18 +83,16 @@ void Changer::Apply(const Step& step) {
 
 void Changer::BecomeReadable(SlotIndex slot, Disc& disc) {
     ++disc.timesMounted;
-    if (disc.holder && disc.holder->user.isPrivate) {
+    if (disc.holder && disc.holder->user.isPrivate)
         IdentifyDisc(slot, disc);
-    }
 }
 
 void Changer::IdentifyDisc(SlotIndex slot, Disc& disc) {
     disc.holder->identified = true;
     disc.identifyTime = static_cast<std::int32_t>(std::time(nullptr));
     ++disc.timesIdentified;
-    if (!disc.appeared) {
+    if (!disc.appeared)
         disc.appearance = clock_() + timing_.appear;
-    }
     events_.Report("identified", Describe(slot).Add("times", disc.timesIdentified));
     NoteChange();
 }
@@ -121,12 +113,10 @@ void Changer::ShowMediaRoots() {
 
 void Changer::ServeWaiters(SlotIndex slot, Disc& disc) {
     const Phase phase = mechanics_.GetPhase(slot);
-    if (phase == Phase::InSlot && !IsWanted(slot)) {
+    if (phase == Phase::InSlot && !IsWanted(slot))
         Want(slot, {});
-    }
-    if (phase != Phase::Readable) {
+    if (phase != Phase::Readable)
         return;
-    }
     disc.lastUse = ++lastUse_;
     for (Waiter& waiter : std::exchange(disc.waiters, {})) {
         FinishListing(waiter);
@@ -136,9 +126,8 @@ void Changer::ServeWaiters(SlotIndex slot, Disc& disc) {
 
 void Changer::FinishListing(const Waiter& waiter) {
     const auto volume = FindVolumeLocked(waiter.volume);
-    if (!volume->tree->GetEntry(waiter.entry).IsDirectory()) {
+    if (!volume->tree->GetEntry(waiter.entry).IsDirectory())
         return;
-    }
     volume->directories[waiter.entry].cached = true;
     events_.Report("listed", Describe(volume->slot)
                                  .Add("partition", volume->partitionId)
@@ -148,13 +137,11 @@ void Changer::FinishListing(const Waiter& waiter) {
 // The first wanted disc gets a drive; one has to be emptied first if none is. True if the robot has
 // begun anything.
 bool Changer::BeginNextWanted() {
-    if (wanted_.empty() || !mechanics_.IsRobotIdle()) {
+    if (wanted_.empty() || !mechanics_.IsRobotIdle())
         return false;
-    }
     const auto drive = ChooseDrive(wanted_.front().drive);
-    if (!drive) {
+    if (!drive)
         return false;
-    }
     if (const auto occupant = mechanics_.GetSlotIn(*drive)) {
         BeginUnload(*occupant);
     } else {
@@ -188,13 +175,11 @@ std::optional<DriveIndex> Changer::ChooseDrive(std::optional<DriveIndex> wished)
     std::optional<DriveIndex> chosen;
     std::uint64_t oldestUse = UINT64_MAX;
     for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
-        if (wished && *wished != drive) {
+        if (wished && *wished != drive)
             continue;
-        }
         const auto occupant = mechanics_.GetSlotIn(drive);
-        if (!occupant) {
+        if (!occupant)
             return drive;
-        }
         const std::uint64_t use = FindDisc(*occupant)->lastUse;
         if (CanBeEmptied(drive) && use < oldestUse) {
             chosen = drive;
@@ -224,9 +209,8 @@ std::optional<TimePoint> Changer::GetNextDue() const {
     auto due = mechanics_.GetNextDue();
     for (const auto& disc : slots_) {
         const bool willAppear = disc && disc->identifyTime != 0 && !disc->appeared;
-        if (willAppear && (!due || disc->appearance < *due)) {
+        if (willAppear && (!due || disc->appearance < *due))
             due = disc->appearance;
-        }
     }
     return due;
 }

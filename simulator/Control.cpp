@@ -22,9 +22,8 @@ namespace {
 
 std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    if (!file)
         throw CommandError("cannot read " + path);
-    }
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -40,9 +39,8 @@ FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
     FileSystemOptions options;
     options.mountPoint = arguments.GetText("mount", "");
     const std::string info = arguments.GetText("info", "xml");
-    if (info != "xml" && info != "binary") {
+    if (info != "xml" && info != "binary")
         throw CommandError("info is xml or binary");
-    }
     options.binaryInfo = info == "binary";
     options.kernelCache = arguments.GetSwitch("kernel-cache", false);
     return options;
@@ -56,19 +54,16 @@ public:
         shape_.directories = arguments.GetNumber("directories", shape_.directories);
         shape_.files = arguments.GetNumber("files", shape_.files);
         shape_.depth = arguments.GetNumber("depth", shape_.depth);
-        if (arguments.Has("folder")) {
+        if (arguments.Has("folder"))
             folder_ = ReadFolderTree(arguments.NeedText("folder"));
-        }
     }
 
     std::shared_ptr<const DiscTree> Read(unsigned partition) {
         const std::string key = "folder" + std::to_string(partition);
-        if (arguments_.Has(key)) {
+        if (arguments_.Has(key))
             return ReadFolderTree(arguments_.NeedText(key));
-        }
-        if (folder_) {
+        if (folder_)
             return folder_;
-        }
         SyntheticShape shape = shape_;
         shape.seed += partition - 1;
         return MakeSyntheticTree(shape);
@@ -84,17 +79,15 @@ NewDisc ReadDisc(const Arguments& arguments) {
     NewDisc disc;
     disc.slot = arguments.NeedNumber<SlotIndex>("slot");
     disc.name = arguments.GetText("name", "disc-" + std::to_string(disc.slot));
-    if (disc.name.empty() || disc.name.find('/') != disc.name.npos) {
+    if (disc.name.empty() || disc.name.find('/') != disc.name.npos)
         throw CommandError("that is no name for a media root");
-    }
     disc.kind = arguments.GetNumber<std::uint16_t>("kind", 1);
     disc.identified = arguments.GetSwitch("identified", false);
     const auto unformatted = arguments.GetNumberSet("unformatted");
     ContentReader content(arguments);
     const unsigned partitions = arguments.GetNumber<std::uint8_t>("partitions", 1);
-    for (unsigned partition = 1; partition <= partitions; ++partition) {
+    for (unsigned partition = 1; partition <= partitions; ++partition)
         disc.partitions.push_back({content.Read(partition), !unformatted.contains(partition)});
-    }
     return disc;
 }
 
@@ -132,12 +125,10 @@ Fault ReadFault(const Arguments& arguments) {
 
 void CheckFaultTarget(const std::string& target, FaultKind kind) {
     const bool isOfReplies = kind == FaultKind::Error || kind == FaultKind::Late;
-    if (target == "connection" && kind != FaultKind::Close) {
+    if (target == "connection" && kind != FaultKind::Close)
         throw CommandError("a connection can only be closed");
-    }
-    if (target == "notification" && (isOfReplies || kind == FaultKind::Close)) {
+    if (target == "notification" && (isOfReplies || kind == FaultKind::Close))
         throw CommandError("no such fault of notifications");
-    }
 }
 
 } // namespace
@@ -194,17 +185,14 @@ const Control::Command Control::kCommands[] = {
 bool Control::Execute(std::string_view line) {
     try {
         const CommandLine parsed = ParseCommandLine(line);
-        if (parsed.word.empty()) {
+        if (parsed.word.empty())
             return true;
-        }
         const auto command = std::ranges::find(kCommands, parsed.word, &Command::name);
-        if (command == std::end(kCommands)) {
+        if (command == std::end(kCommands))
             throw CommandError("no such command, try help");
-        }
         const Arguments arguments(parsed.values, command->usage);
-        if (!command->run) {
+        if (!command->run)
             return false;
-        }
         (this->*command->run)(arguments);
         simulator_.GetPublisher().Flush();
         simulator_.GetEvents().Print("ok");
@@ -288,27 +276,24 @@ void Control::Identify(const Arguments& arguments) {
     }
     const auto slot = arguments.NeedNumber<SlotIndex>("slot");
     const Outcome outcome = changer->RequestDiscIdentification(slot, isRequested);
-    if (outcome.code != ReplyCode::Success) {
+    if (outcome.code != ReplyCode::Success)
         throw CommandError(outcome.text);
-    }
 }
 
 void Control::Load(const Arguments& arguments) {
     MountRequest request;
     request.slot = arguments.NeedNumber<SlotIndex>("slot");
     const Outcome outcome = GetChanger(arguments)->Mount(request);
-    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay) {
+    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
         throw CommandError(outcome.text);
-    }
 }
 
 void Control::Eject(const Arguments& arguments) {
     const auto changer = GetChanger(arguments);
     const auto slot = arguments.NeedNumber<SlotIndex>("slot");
     const Outcome outcome = changer->Eject({slot, {}, true});
-    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay) {
+    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
         throw CommandError(outcome.text);
-    }
 }
 
 void Control::Forget(const Arguments& arguments) {
@@ -334,11 +319,10 @@ void Control::Push(const Arguments& arguments) {
     Publisher& publisher = simulator_.GetPublisher();
     const bool together = arguments.GetSwitch("together", false);
     for (auto left = arguments.GetNumber<unsigned>("times", 1); left > 0; --left) {
-        if (together) {
+        if (together)
             publisher.MarkTogether();
-        } else {
+        else
             publisher.Mark(kAllNotifications);
-        }
         publisher.Flush(); // or the next one would share its turn
     }
 }
@@ -348,11 +332,10 @@ void Control::Hold(const Arguments&) {
 }
 
 void Control::Release(const Arguments& arguments) {
-    if (arguments.GetSwitch("once", false)) {
+    if (arguments.GetSwitch("once", false))
         simulator_.GetPublisher().ReleaseOnce();
-    } else {
+    else
         simulator_.GetPublisher().Release();
-    }
 }
 
 void Control::SetPulse(const Arguments& arguments) {
@@ -369,13 +352,12 @@ void Control::SetSerial(const Arguments& arguments) {
 
 void Control::Notify(const Arguments& arguments) {
     std::string bytes;
-    if (arguments.Has("payload")) {
+    if (arguments.Has("payload"))
         bytes = EncodeFrame(ReadFile(arguments.NeedText("payload")));
-    } else if (arguments.Has("file")) {
+    else if (arguments.Has("file"))
         bytes = ReadFile(arguments.NeedText("file"));
-    } else {
+    else
         bytes = ParseHexBytes(arguments.NeedText("hex"));
-    }
     simulator_.SendRaw(CutIntoPieces(bytes, arguments.GetNumber<std::size_t>("split", 0)));
 }
 
@@ -385,9 +367,8 @@ void Control::AddFault(const Arguments& arguments) {
     Faults::Order order;
     order.target = arguments.NeedText("on");
     order.fault = ReadFault(arguments);
-    if (arguments.GetText("count", "1") != "all") {
+    if (arguments.GetText("count", "1") != "all")
         order.count = arguments.GetNumber<unsigned>("count", 1);
-    }
     CheckFaultTarget(order.target, order.fault.kind);
     simulator_.GetFaults().Add(std::move(order));
 }
@@ -410,26 +391,23 @@ void Control::ClearFaults(const Arguments&) {
 
 void Control::Show(const Arguments& arguments) {
     std::optional<SlotIndex> slot;
-    if (arguments.Has("slot")) {
+    if (arguments.Has("slot"))
         slot = arguments.NeedNumber<SlotIndex>("slot");
-    }
     const bool withDirectories = arguments.GetSwitch("directories", false);
     if (arguments.Has("changer")) {
         GetChanger(arguments)->Print(slot, withDirectories);
         return;
     }
-    for (const auto& changer : simulator_.GetChangers()) {
+    for (const auto& changer : simulator_.GetChangers())
         changer->Print(slot, withDirectories);
-    }
 }
 
 void Control::ChooseEvents(const Arguments& arguments) {
     const std::string text = arguments.NeedText("kinds");
     std::set<std::string, std::less<>> kinds;
     std::istringstream list(text);
-    for (std::string kind; std::getline(list, kind, ',');) {
+    for (std::string kind; std::getline(list, kind, ',');)
         kinds.insert(kind);
-    }
     simulator_.GetEvents().SetKinds(text == "all" ? std::nullopt : std::optional(kinds));
 }
 

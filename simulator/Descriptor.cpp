@@ -11,26 +11,23 @@
 namespace simulator {
 
 Descriptor::~Descriptor() {
-    if (descriptor_ >= 0) {
+    if (descriptor_ >= 0)
         close(descriptor_);
-    }
 }
 
 void WriteAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-        if (count >= 0) {
+        if (count >= 0)
             bytes.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EINTR) {
+        else if (errno != EINTR)
             return;
-        }
     }
 }
 
 Bell::Bell() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (event_.Get() < 0) {
+    if (event_.Get() < 0)
         throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
 }
 
 void Bell::Ring() const {

@@ -13,17 +13,15 @@ std::optional<EntryIndex> DiscTree::FindChild(EntryIndex directory, std::string_
     const auto children = GetChildren(directory);
     const auto found = std::ranges::lower_bound(
         children, name, {}, [](const TreeEntry& entry) { return std::string_view(entry.name); });
-    if (found == children.end() || found->name != name) {
+    if (found == children.end() || found->name != name)
         return {};
-    }
     return static_cast<EntryIndex>(entries_[directory].firstChild + (found - children.begin()));
 }
 
 std::string DiscTree::GetPath(EntryIndex index) const {
     std::string path;
-    for (; index != 0; index = entries_[index].parent) {
+    for (; index != 0; index = entries_[index].parent)
         path.insert(0, "/" + entries_[index].name);
-    }
     return path.empty() ? "/" : path;
 }
 

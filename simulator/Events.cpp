@@ -8,9 +8,8 @@ namespace simulator {
 
 void Events::Report(std::string_view kind, const Fields& fields) {
     const std::lock_guard guard(lock_);
-    if (kinds_ && !kinds_->contains(kind)) {
+    if (kinds_ && !kinds_->contains(kind))
         return;
-    }
     Write("event " + std::to_string(++count_) + ' ' + std::string(kind) + fields.GetText());
 }
 

@@ -56,9 +56,8 @@ std::string_view GetFaultName(FaultKind kind) {
 
 FaultKind ParseFaultName(std::string_view name) {
     const auto found = std::ranges::find(kFaultNames, name);
-    if (found == kFaultNames.end()) {
+    if (found == kFaultNames.end())
         throw CommandError("no such fault: " + std::string(name));
-    }
     return static_cast<FaultKind>(found - kFaultNames.begin());
 }
 
@@ -72,13 +71,11 @@ std::optional<Fault> Faults::Take(const std::vector<std::string_view>& targets) 
     const auto found = std::ranges::find_if(orders_, [&](const Order& order) {
         return std::ranges::find(targets, order.target) != targets.end();
     });
-    if (found == orders_.end()) {
+    if (found == orders_.end())
         return {};
-    }
     Fault fault = found->fault;
-    if (found->count && --*found->count == 0) {
+    if (found->count && --*found->count == 0)
         orders_.erase(found);
-    }
     return fault;
 }
 
@@ -93,21 +90,18 @@ void Faults::Clear() {
 }
 
 std::vector<Piece> EncodeWithFault(const Value& dictionary, const std::optional<Fault>& fault) {
-    if (!fault) {
+    if (!fault)
         return {{EncodeFrame(dictionary.ToXml())}};
-    }
     const bool isSplit = fault->kind == FaultKind::Split;
     return CutIntoPieces(EncodeDamaged(dictionary, *fault), isSplit ? fault->size : 0);
 }
 
 std::vector<Piece> CutIntoPieces(std::string_view bytes, std::size_t size) {
-    if (size == 0) {
+    if (size == 0)
         return {{std::string(bytes)}};
-    }
     std::vector<Piece> pieces;
-    for (std::size_t at = 0; at < bytes.size(); at += size) {
+    for (std::size_t at = 0; at < bytes.size(); at += size)
         pieces.push_back({std::string(bytes.substr(at, size)), true});
-    }
     return pieces;
 }
 

@@ -130,9 +130,8 @@ void FileSystemOperations::ReadFolder(fuse_req_t request, size_t size, off_t off
         const std::size_t needed =
             fuse_add_direntry(request, buffer.data() + used, size - used, name.c_str(), &attributes,
                               static_cast<off_t>(index + 1));
-        if (needed > size - used) {
+        if (needed > size - used)
             break;
-        }
         used += needed;
     }
     fuse_reply_buf(request, buffer.data(), used);
@@ -147,11 +146,10 @@ void FileSystemOperations::ReadFile(fuse_req_t request, fuse_ino_t number, size_
     }
     const auto begin = static_cast<std::size_t>(offset);
     std::string content;
-    if (!inode->isInfoFile) {
+    if (!inode->isInfoFile)
         content = inode->volume->tree->Read(inode->entry, begin, size);
-    } else if (const std::string whole = MakeInfoFile(*inode); begin < whole.size()) {
+    else if (const std::string whole = MakeInfoFile(*inode); begin < whole.size())
         content = whole.substr(begin, size);
-    }
     fuse_reply_buf(request, content.data(), content.size());
 }
 
@@ -213,9 +211,8 @@ void FileSystemOperations::OpenFile(fuse_req_t request, fuse_ino_t number,
     fuse_file_info answer = file;
     answer.direct_io = !options_.kernelCache;
     if (inode->isInfoFile) {
-        if (!inode->volume) {
+        if (!inode->volume)
             events_.Report("info-open", Fields().AddChanger(changer_.GetGuid()));
-        }
         fuse_reply_open(request, &answer);
         return;
     }
@@ -228,11 +225,10 @@ Changer::Ready FileSystemOperations::AnswerWhenReady(fuse_req_t request,
     const std::lock_guard guard(lock_);
     ++waiting_;
     return [=, this](int errorNumber) {
-        if (errorNumber != 0) {
+        if (errorNumber != 0)
             fuse_reply_err(request, errorNumber);
-        } else {
+        else
             answer();
-        }
         const std::lock_guard inner(lock_);
         --waiting_;
         answered_.notify_all();
@@ -247,42 +243,34 @@ void FileSystemOperations::WaitUntilAnswered() {
 // ---- Inodes ----
 
 std::optional<Inode> FileSystemOperations::Find(fuse_ino_t number) const {
-    if (number == FUSE_ROOT_ID || number == kRootInfoNumber) {
+    if (number == FUSE_ROOT_ID || number == kRootInfoNumber)
         return Inode{number, {}, 0, number == kRootInfoNumber};
-    }
     const auto entry = static_cast<EntryIndex>(number);
     auto volume = changer_.FindVolume(static_cast<std::uint32_t>(number >> 32));
-    if (!volume) {
+    if (!volume)
         return {};
-    }
     return Inode{number, std::move(volume), entry, entry == kInfoEntry};
 }
 
 std::optional<Inode> FileSystemOperations::FindChild(const Inode& parent,
                                                      std::string_view name) const {
-    if (parent.IsRoot()) {
+    if (parent.IsRoot())
         return FindInRoot(name);
-    }
     const Volume& volume = *parent.volume;
-    if (parent.entry == 0 && name == kMediaInfoName) {
+    if (parent.entry == 0 && name == kMediaInfoName)
         return Inode{MakeNumber(volume, kInfoEntry), parent.volume, kInfoEntry, true};
-    }
     const auto entry = volume.tree->FindChild(parent.entry, name);
-    if (!entry) {
+    if (!entry)
         return {};
-    }
     return Inode{MakeNumber(volume, *entry), parent.volume, *entry, false};
 }
 
 std::optional<Inode> FileSystemOperations::FindInRoot(std::string_view name) const {
-    if (name == kRootInfoName) {
+    if (name == kRootInfoName)
         return Find(kRootInfoNumber);
-    }
-    for (const auto& volume : changer_.GetMediaRoots()) {
-        if (volume->name == name) {
+    for (const auto& volume : changer_.GetMediaRoots())
+        if (volume->name == name)
             return Inode{MakeNumber(*volume, 0), volume, 0, false};
-        }
-    }
     return {};
 }
 
@@ -328,9 +316,8 @@ OpenDirectory FileSystemOperations::ListRoot() const {
                        {"..", FUSE_ROOT_ID, S_IFDIR},
                        {kRootInfoName, kRootInfoNumber, S_IFREG}};
     directory.keepsNames = changer_.GetMediaRoots();
-    for (const auto& volume : directory.keepsNames) {
+    for (const auto& volume : directory.keepsNames)
         directory.items.push_back({volume->name, MakeNumber(*volume, 0), S_IFDIR});
-    }
     return directory;
 }
 
@@ -342,13 +329,11 @@ OpenDirectory FileSystemOperations::ListVolume(const Inode& inode) {
     directory.items = {
         {".", inode.number, S_IFDIR},
         {"..", inode.entry == 0 ? FUSE_ROOT_ID : MakeNumber(volume, folder.parent), S_IFDIR}};
-    if (inode.entry == 0) {
+    if (inode.entry == 0)
         directory.items.push_back({kMediaInfoName, MakeNumber(volume, kInfoEntry), S_IFREG});
-    }
     EntryIndex index = folder.firstChild;
-    for (const TreeEntry& child : volume.tree->GetChildren(inode.entry)) {
+    for (const TreeEntry& child : volume.tree->GetChildren(inode.entry))
         directory.items.push_back({child.name, MakeNumber(volume, index++), child.mode});
-    }
     return directory;
 }
 

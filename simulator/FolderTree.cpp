@@ -32,9 +32,8 @@ std::string ReadLinkTarget(const std::string& path) {
 
 TreeEntry MakeEntry(const std::string& path, std::string name) {
     struct stat status = {};
-    if (lstat(path.c_str(), &status) != 0) {
+    if (lstat(path.c_str(), &status) != 0)
         ThrowErrno(path);
-    }
     return {.name = std::move(name),
             .mode = status.st_mode,
             .size = static_cast<std::uint64_t>(status.st_size),
@@ -44,14 +43,12 @@ TreeEntry MakeEntry(const std::string& path, std::string name) {
 std::vector<TreeEntry> ListFolder(const std::string& path) {
     std::vector<TreeEntry> entries;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), &closedir);
-    if (!directory) {
+    if (!directory)
         return entries;
-    }
     while (const dirent* item = readdir(directory.get())) {
         const std::string name = item->d_name;
-        if (name != "." && name != "..") {
+        if (name != "." && name != "..")
             entries.push_back(MakeEntry(path + '/' + name, name));
-        }
     }
     return entries;
 }
@@ -63,11 +60,9 @@ public:
             errno = ENOTDIR;
             ThrowErrno(path);
         }
-        for (EntryIndex index = 0; index < GetSize(); ++index) {
-            if (GetEntry(index).IsDirectory()) {
+        for (EntryIndex index = 0; index < GetSize(); ++index)
+            if (GetEntry(index).IsDirectory())
                 AppendChildren(index, ListFolder(folder_ + GetPath(index)));
-            }
-        }
     }
 
     std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const override {
@@ -77,9 +72,8 @@ public:
         std::string content(size, '\0');
         const ssize_t length =
             pread(descriptor.Get(), content.data(), size, static_cast<off_t>(offset));
-        if (length < 0) {
+        if (length < 0)
             ThrowErrno(path);
-        }
         content.resize(static_cast<std::size_t>(length));
         return content;
     }

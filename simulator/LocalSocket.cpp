@@ -59,9 +59,8 @@ ListeningSocket::~ListeningSocket() {
 
 Descriptor ListeningSocket::Accept() const {
     Descriptor client(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (client.Get() < 0 && (errno == EMFILE || errno == ENFILE)) {
+    if (client.Get() < 0 && (errno == EMFILE || errno == ENFILE))
         poll(nullptr, 0, kPause); // the client stays in the queue, and poll would not wait for it
-    }
     return client;
 }
 
@@ -83,16 +82,13 @@ SendResult SendSome(int socket, Piece& piece) {
 
 bool SendPieces(int socket, std::vector<Piece> pieces, const Bell& stop) {
     for (Piece& piece : pieces) {
-        while (piece.alone && !HasPeerReadAll(socket)) {
-            if (!Wait(socket, 0, kLookAgain, stop)) {
+        while (piece.alone && !HasPeerReadAll(socket))
+            if (!Wait(socket, 0, kLookAgain, stop))
                 return false;
-            }
-        }
         for (auto result = SendSome(socket, piece); result != SendResult::Done;
              result = SendSome(socket, piece)) {
-            if (result == SendResult::Lost || !Wait(socket, POLLOUT, -1, stop)) {
+            if (result == SendResult::Lost || !Wait(socket, POLLOUT, -1, stop))
                 return false;
-            }
         }
     }
     return true;
@@ -100,18 +96,16 @@ bool SendPieces(int socket, std::vector<Piece> pieces, const Bell& stop) {
 
 bool ReceiveSome(int socket, std::string& bytes, const Bell& stop) {
     for (;;) {
-        if (!Wait(socket, POLLIN, -1, stop)) {
+        if (!Wait(socket, POLLIN, -1, stop))
             return false;
-        }
         char buffer[65536];
         const ssize_t count = recv(socket, buffer, sizeof buffer, MSG_DONTWAIT);
         if (count > 0) {
             bytes.append(buffer, static_cast<std::size_t>(count));
             return true;
         }
-        if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+        if (count == 0 || (errno != EAGAIN && errno != EINTR))
             return false;
-        }
     }
 }
 

@@ -11,18 +11,15 @@ bool Mechanics::IsRobotIdle() const {
 }
 
 std::optional<SlotIndex> Mechanics::GetSlotIn(DriveIndex drive) const {
-    if (drives_[drive].phase == Phase::InSlot) {
+    if (drives_[drive].phase == Phase::InSlot)
         return {};
-    }
     return drives_[drive].slot;
 }
 
 std::optional<DriveIndex> Mechanics::FindDriveOf(SlotIndex slot) const {
-    for (DriveIndex drive = 0; drive < drives_.size(); ++drive) {
-        if (GetSlotIn(drive) == slot) {
+    for (DriveIndex drive = 0; drive < drives_.size(); ++drive)
+        if (GetSlotIn(drive) == slot)
             return drive;
-        }
-    }
     return {};
 }
 
@@ -42,16 +39,14 @@ void Mechanics::BeginUnload(SlotIndex slot, TimePoint now) {
 }
 
 void Mechanics::Drop(SlotIndex slot) {
-    if (const auto drive = FindDriveOf(slot)) {
+    if (const auto drive = FindDriveOf(slot))
         drives_[*drive] = {};
-    }
 }
 
 std::optional<Step> Mechanics::Advance(TimePoint now) {
     const Drive* next = FindNextDue();
-    if (!next || next->due > now) {
+    if (!next || next->due > now)
         return {};
-    }
     const auto index = static_cast<DriveIndex>(next - drives_.data());
     Drive& drive = drives_[index];
     switch (drive.phase) {
@@ -76,11 +71,9 @@ std::optional<TimePoint> Mechanics::GetNextDue() const {
 
 const Mechanics::Drive* Mechanics::FindNextDue() const {
     const Drive* next = nullptr;
-    for (const Drive& drive : drives_) {
-        if (IsUnderWay(drive) && (!next || drive.due < next->due)) {
+    for (const Drive& drive : drives_)
+        if (IsUnderWay(drive) && (!next || drive.due < next->due))
             next = &drive;
-        }
-    }
     return next;
 }
 

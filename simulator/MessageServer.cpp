@@ -46,9 +46,8 @@ std::string FormatCode(const Value& reply) {
 Value MakeErrorReply(const Fault& fault) {
     Value reply = Value::MakeDictionary();
     reply.Set("error code", fault.code);
-    if (!fault.text.empty()) {
+    if (!fault.text.empty())
         reply.Set("error string", fault.text);
-    }
     return reply;
 }
 
@@ -69,9 +68,8 @@ void MessageServer::Accept() {
         connections_.remove_if(
             [](const Connection& connection) { return connection.ended.load(); });
         const bool isFull = connections_.size() >= kMaximumConnections;
-        if (isFull) {
+        if (isFull)
             DropOneThatIsIdle();
-        }
         pollfd sources[] = {{bell_.Get(), POLLIN, 0}, {socket_.Get(), POLLIN, 0}};
         poll(sources, isFull ? 1 : 2, isFull ? 10 : -1);
         Descriptor client = isFull ? Descriptor() : socket_.Accept();
@@ -123,16 +121,14 @@ void MessageServer::Serve(Connection& connection, const Descriptor& client,
 bool MessageServer::ReceiveRequests(Connection& connection, int client, Fields& description,
                                     FrameReader& reader) {
     std::string bytes;
-    if (!ReceiveSome(client, bytes, bell_)) {
+    if (!ReceiveSome(client, bytes, bell_))
         return false;
-    }
     try {
         reader.Append(bytes);
         while (const auto payload = reader.TakePayload()) {
             connection.SetIdle(-1);
-            if (!Answer(client, description, *payload)) {
+            if (!Answer(client, description, *payload))
                 return false;
-            }
         }
         return true;
     } catch (const std::runtime_error& error) {
@@ -154,22 +150,18 @@ bool MessageServer::Answer(int client, const Fields& description, const std::str
 bool MessageServer::SendReply(int client, Fields description, const Value& request,
                               const std::optional<Fault>& fault) {
     Value reply = Value::MakeDictionary();
-    if (!fault || fault->act) {
+    if (!fault || fault->act)
         reply = services_.handle(request, stop_.get_token());
-    }
-    if (fault && fault->kind == FaultKind::Error) {
+    if (fault && fault->kind == FaultKind::Error)
         reply = MakeErrorReply(*fault);
-    }
-    if (fault && fault->kind == FaultKind::Close) {
+    if (fault && fault->kind == FaultKind::Close)
         return false;
-    }
     if (fault && fault->kind == FaultKind::Silence) {
         AwaitEnd(client);
         return false;
     }
-    if (fault && fault->kind == FaultKind::Late) {
+    if (fault && fault->kind == FaultKind::Late)
         Pause(fault->after);
-    }
     services_.awaitReply(stop_.get_token());
     bool isSent = true;
     if (!request.IsTrue("no reply")) {
@@ -203,9 +195,8 @@ void MessageServer::Pause(std::chrono::milliseconds duration) const {
 
 void MessageServer::AwaitEnd(int client) const {
     std::string ignored;
-    while (ReceiveSome(client, ignored, bell_)) {
+    while (ReceiveSome(client, ignored, bell_))
         ignored.clear();
-    }
 }
 
 } // namespace simulator

@@ -35,25 +35,22 @@ NotificationServer::~NotificationServer() {
     }
     work_.Ring();
     thread_.join();
-    while (!subscribers_.empty()) {
+    while (!subscribers_.empty())
         Drop(subscribers_.begin());
-    }
 }
 
 void NotificationServer::Send(SubscriberId subscriber, const std::vector<Piece>& pieces,
                               const std::string& keys) {
     const std::lock_guard guard(lock_);
-    if (const auto found = subscribers_.find(subscriber); found != subscribers_.end()) {
+    if (const auto found = subscribers_.find(subscriber); found != subscribers_.end())
         Queue(found, pieces, keys);
-    }
     work_.Ring();
 }
 
 void NotificationServer::SendToAll(const std::vector<Piece>& pieces, const std::string& keys) {
     const std::lock_guard guard(lock_);
-    for (auto subscriber = subscribers_.begin(); subscriber != subscribers_.end(); ++subscriber) {
+    for (auto subscriber = subscribers_.begin(); subscriber != subscribers_.end(); ++subscriber)
         Queue(subscriber, pieces, keys);
-    }
     work_.Ring();
 }
 
@@ -72,9 +69,8 @@ void NotificationServer::Queue(Subscribers::iterator subscriber, const std::vect
 
 void NotificationServer::CopyTo(const std::string& path) {
     Descriptor copy(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
-    if (copy.Get() < 0) {
+    if (copy.Get() < 0)
         throw CommandError("cannot write " + path);
-    }
     const std::lock_guard guard(lock_);
     copy_ = std::move(copy);
 }
@@ -96,9 +92,8 @@ void NotificationServer::Serve() {
         work_.Clear();
         AcceptSubscriber();
         const std::lock_guard guard(lock_);
-        if (ending_) {
+        if (ending_)
             return;
-        }
         SendQueued();
     }
 }
@@ -112,9 +107,8 @@ void NotificationServer::WaitForWork() {
             const bool isQueued = !subscriber.queue.empty();
             const bool mustWait = isQueued && subscriber.queue.front().alone &&
                                   !HasPeerReadAll(subscriber.socket.Get());
-            if (mustWait) {
+            if (mustWait)
                 milliseconds = kLookAgain;
-            }
             const short wanted = isQueued && !mustWait ? POLLIN | POLLOUT : POLLIN;
             sources.push_back({subscriber.socket.Get(), wanted, 0});
         }
@@ -124,9 +118,8 @@ void NotificationServer::WaitForWork() {
 
 void NotificationServer::AcceptSubscriber() {
     Descriptor client = socket_.Accept();
-    if (client.Get() < 0) {
+    if (client.Get() < 0)
         return;
-    }
     const SubscriberId id = ++lastId_;
     {
         const std::lock_guard guard(lock_);
@@ -151,15 +144,13 @@ bool NotificationServer::SendQueuedTo(Subscriber& subscriber) {
     const int socket = subscriber.socket.Get();
     while (!subscriber.queue.empty()) {
         Piece& piece = subscriber.queue.front();
-        if (piece.alone && !HasPeerReadAll(socket)) {
+        if (piece.alone && !HasPeerReadAll(socket))
             return true;
-        }
         const std::size_t before = piece.bytes.size();
         const SendResult result = SendSome(socket, piece);
         subscriber.queuedBytes -= before - piece.bytes.size();
-        if (result != SendResult::Done) {
+        if (result != SendResult::Done)
             return result == SendResult::Again;
-        }
         subscriber.queue.pop_front();
     }
     return true;

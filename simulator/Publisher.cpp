@@ -106,9 +106,8 @@ void Publisher::Run(std::stop_token stop) {
     std::unique_lock guard(lock_);
     while (!stop.stop_requested()) {
         AwaitWork(guard, stop);
-        if (!HasWork()) {
+        if (!HasWork())
             continue;
-        }
         const Work work = std::exchange(work_, {});
         const auto turn = marked_;
         inTurn_ = true;
@@ -135,14 +134,12 @@ void Publisher::AwaitWork(std::unique_lock<std::mutex>& guard, std::stop_token s
 
 void Publisher::Publish(const Work& work) {
     const std::lock_guard guard(publishing_);
-    if (!server_) {
+    if (!server_)
         return;
-    }
     if (work.together) {
         Value all = Value::MakeDictionary();
-        for (const auto& [notification, key] : kNotificationKeys) {
+        for (const auto& [notification, key] : kNotificationKeys)
             all.Set(key, describe_(notification));
-        }
         SendFrame(all, "all", true, work.newcomers);
         return;
     }
@@ -163,9 +160,8 @@ void Publisher::SendFrame(const Value& notification, const std::string& keys, bo
         server_->SendToAll(pieces, keys);
         return;
     }
-    for (const SubscriberId subscriber : newcomers) {
+    for (const SubscriberId subscriber : newcomers)
         server_->Send(subscriber, pieces, keys);
-    }
 }
 
 std::vector<Piece> Publisher::Encode(const Value& notification) {
@@ -174,9 +170,8 @@ std::vector<Piece> Publisher::Encode(const Value& notification) {
         events_.Report("fault",
                        Fields().Add("on", "notification").Add("do", GetFaultName(fault->kind)));
     }
-    if (fault && fault->kind == FaultKind::Silence) {
+    if (fault && fault->kind == FaultKind::Silence)
         return {};
-    }
     return EncodeWithFault(notification, fault);
 }
 

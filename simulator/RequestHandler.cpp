@@ -15,17 +15,15 @@ public:
 
 std::int64_t NeedInteger(const Value& request, const char* key) {
     const auto integer = request.GetInteger(key);
-    if (!integer) {
+    if (!integer)
         throw MissingKey(std::string("no number under ") + key);
-    }
     return *integer;
 }
 
 std::string NeedString(const Value& request, const char* key) {
     auto text = request.GetString(key);
-    if (!text) {
+    if (!text)
         throw MissingKey(std::string("no string under ") + key);
-    }
     return std::move(*text);
 }
 
@@ -35,9 +33,8 @@ std::uint16_t NeedIndex(const Value& request, const char* key) {
 }
 
 User GetUser(const Value& request) {
-    if (!request.IsTrue("private")) {
+    if (!request.IsTrue("private"))
         return {};
-    }
     return {true, NeedInteger(request, "private PID"), NeedInteger(request, "private family")};
 }
 
@@ -59,9 +56,8 @@ auto TryPatiently(Changer& changer, std::stop_token stop, const Attempt& attempt
         const std::uint64_t generation = changer.GetGeneration();
         const auto outcome = attempt();
         const bool isBusy = outcome.code == ReplyCode::Busy || outcome.code == ReplyCode::UnderWay;
-        if (!isBusy || !changer.WaitForChange(generation, deadline, stop)) {
+        if (!isBusy || !changer.WaitForChange(generation, deadline, stop))
             return outcome;
-        }
     }
 }
 
@@ -72,9 +68,8 @@ Value MountDisc(const KnownChanger& known, const Value& request, std::stop_token
     mount.user = GetUser(request);
     mount.mayStart =
         request.IsTrue("mount disc start mount") && !request.IsTrue("mount disc disallow mount");
-    if (const auto drive = request.GetInteger("Data Transfer Element Index")) {
+    if (const auto drive = request.GetInteger("Data Transfer Element Index"))
         mount.drive = static_cast<DriveIndex>(*drive);
-    }
     NeedString(request, "client name");
     const MountOutcome outcome =
         TryPatiently(*known.changer, stop, [&] { return known.changer->Mount(mount); });
@@ -92,9 +87,8 @@ Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token
                                 request.IsTrue("overridePrivate")};
     Outcome outcome =
         TryPatiently(*known.changer, stop, [&] { return known.changer->Eject(eject); });
-    if (outcome.code == ReplyCode::UnderWay) {
+    if (outcome.code == ReplyCode::UnderWay)
         outcome.code = ReplyCode::Busy; // all that a client of "eject disc" knows
-    }
     return MakeReply(outcome);
 }
 
@@ -137,14 +131,12 @@ std::int64_t MakeWireCode(std::int64_t code) {
 Value RequestHandler::Handle(const Value& request, std::stop_token stop) const {
     try {
         const auto command = GetCommands().find(NeedString(request, "command"));
-        if (command == GetCommands().end()) {
+        if (command == GetCommands().end())
             return MakeReply({ReplyCode::UnknownCommand, "unknown command"});
-        }
         const auto guid = static_cast<std::uint64_t>(NeedInteger(request, "Changer GUID"));
         const KnownChanger known = find_(guid);
-        if (!known.changer) {
+        if (!known.changer)
             return MakeReply({ReplyCode::NoSuchThing, "no such changer"});
-        }
         return command->second(known, request, stop);
     } catch (const MissingKey& error) {
         return MakeReply({ReplyCode::MissingKey, error.what()});

@@ -16,9 +16,8 @@ Simulator::Simulator(Events& events, std::string socketDirectory)
 
 Simulator::~Simulator() {
     Stop();
-    while (!units_.empty()) {
+    while (!units_.empty())
         RemoveChanger(units_.begin()->first);
-    }
 }
 
 // ---- Changers ----
@@ -32,12 +31,10 @@ void Simulator::AddChanger(const ChangerShape& shape, const ChangerTiming& timin
     unit.options = options;
     {
         const std::lock_guard guard(lock_);
-        if (units_.contains(shape.guid)) {
+        if (units_.contains(shape.guid))
             throw CommandError("there is such a changer already");
-        }
-        if (!options.mountPoint.empty()) {
+        if (!options.mountPoint.empty())
             unit.fileSystem = std::make_unique<ChangerFileSystem>(*unit.changer, options, events_);
-        }
         unit.clock =
             std::jthread([&changer = *unit.changer](std::stop_token stop) { changer.Run(stop); });
         units_.emplace(shape.guid, std::move(unit));
@@ -67,58 +64,50 @@ void Simulator::TakeDown(Unit unit) {
 Simulator::Unit& Simulator::GetUnit(std::uint64_t guid) {
     const std::lock_guard guard(lock_);
     const auto found = units_.find(guid);
-    if (found == units_.end()) {
+    if (found == units_.end())
         throw CommandError("no such changer");
-    }
     return found->second;
 }
 
 std::shared_ptr<Changer> Simulator::GetChanger(std::uint64_t guid) const {
     auto changer = Find(guid).changer;
-    if (!changer) {
+    if (!changer)
         throw CommandError("no such changer");
-    }
     return changer;
 }
 
 std::vector<std::shared_ptr<Changer>> Simulator::GetChangers() const {
     const std::lock_guard guard(lock_);
     std::vector<std::shared_ptr<Changer>> changers;
-    for (const auto& [guid, unit] : units_) {
+    for (const auto& [guid, unit] : units_)
         changers.push_back(unit.changer);
-    }
     return changers;
 }
 
 KnownChanger Simulator::Find(std::uint64_t guid) const {
     const std::lock_guard guard(lock_);
     const auto found = units_.find(guid);
-    if (found == units_.end()) {
+    if (found == units_.end())
         return {};
-    }
     return {found->second.changer, found->second.options.mountPoint};
 }
 
 void Simulator::MountFileSystem(std::uint64_t guid, const std::string& path) {
     Unit& unit = GetUnit(guid);
-    if (unit.fileSystem) {
+    if (unit.fileSystem)
         throw CommandError("it is mounted");
-    }
     const std::lock_guard guard(lock_);
-    if (!path.empty()) {
+    if (!path.empty())
         unit.options.mountPoint = path;
-    }
-    if (unit.options.mountPoint.empty()) {
+    if (unit.options.mountPoint.empty())
         throw CommandError("where?");
-    }
     unit.fileSystem = std::make_unique<ChangerFileSystem>(*unit.changer, unit.options, events_);
 }
 
 void Simulator::UnmountFileSystem(std::uint64_t guid) {
     const auto fileSystem = std::exchange(GetUnit(guid).fileSystem, nullptr);
-    if (!fileSystem) {
+    if (!fileSystem)
         throw CommandError("it is not mounted");
-    }
 }
 
 void Simulator::SetIdentifyOnInsert(std::optional<bool> identify) {
@@ -133,9 +122,8 @@ Value Simulator::Describe(Notifications notification) const {
     if (notification == kRootPreferences) {
         const std::lock_guard guard(lock_);
         Value preferences = Value::MakeDictionary();
-        if (identifyOnInsert_) {
+        if (identifyOnInsert_)
             preferences.Set("IdentifyMediaOnInsert", *identifyOnInsert_);
-        }
         return preferences;
     }
     Value list = Value::MakeArray();
@@ -150,9 +138,8 @@ Value Simulator::Describe(Notifications notification) const {
 // ---- Sockets ----
 
 void Simulator::Start() {
-    if (messages_) {
+    if (messages_)
         throw CommandError("it is started");
-    }
     const std::string suffix = std::to_string(getpid());
     const std::string notificationPath = socketDirectory_ + "/carouseldn-" + suffix;
     const std::string messagePath = socketDirectory_ + "/carouseld-" + suffix;
@@ -172,24 +159,21 @@ MessageServer::Services Simulator::MakeServices() {
                          std::stop_token stop) { return handler_.Handle(request, stop); },
         .awaitReply =
             [this](std::stop_token stop) {
-                if (isSerial_) {
+                if (isSerial_)
                     notifications_->AwaitRead(stop);
-                }
             },
         .answered =
             [this](const Value& request) {
                 // What a client does next may depend on its withdrawal having been seen by all.
-                if (request.GetString("command") == "request identification") {
+                if (request.GetString("command") == "request identification")
                     publisher_.Mark(kChangerInfo);
-                }
             },
     };
 }
 
 void Simulator::Stop() {
-    if (!messages_) {
+    if (!messages_)
         return;
-    }
     messages_.reset();
     publisher_.Detach();
     notifications_.reset();
@@ -205,9 +189,8 @@ void Simulator::SendRaw(const std::vector<Piece>& pieces) {
 }
 
 NotificationServer& Simulator::GetNotificationServer() {
-    if (!notifications_) {
+    if (!notifications_)
         throw CommandError("it is not started");
-    }
     return *notifications_;
 }
 

@@ -32,20 +32,17 @@ public:
         : DiscTree(MakeDirectoryEntry({})), shape_(shape), random_(shape.seed) {
         const auto childrenOf = DistributeDirectories();
         std::vector<std::uint32_t> numberOf = {0}; // of each entry that is a directory
-        for (EntryIndex index = 0; index < GetSize(); ++index) {
-            if (GetEntry(index).IsDirectory()) {
+        for (EntryIndex index = 0; index < GetSize(); ++index)
+            if (GetEntry(index).IsDirectory())
                 LayOut(index, childrenOf[numberOf[index]], numberOf);
-            }
-        }
     }
 
     std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const override {
         const std::string line = GetPath(file) + '\n';
         const std::uint64_t end = std::min<std::uint64_t>(GetEntry(file).size, offset + size);
         std::string content;
-        for (std::uint64_t at = offset; at < end; ++at) {
+        for (std::uint64_t at = offset; at < end; ++at)
             content += line[at % line.size()];
-        }
         return content;
     }
 
@@ -59,16 +56,14 @@ private:
         std::vector<std::vector<std::uint32_t>> childrenOf(shape_.directories + 1u);
         std::vector<std::uint32_t> depthOf = {0};
         std::vector<std::uint32_t> parents = {0}; // who may have more children
-        if (shape_.depth == 0) {
+        if (shape_.depth == 0)
             return childrenOf;
-        }
         for (std::uint32_t number = 1; number <= shape_.directories; ++number) {
             const std::uint32_t parent = parents[Draw(parents.size())];
             childrenOf[parent].push_back(number);
             depthOf.push_back(depthOf[parent] + 1);
-            if (depthOf[number] < shape_.depth) {
+            if (depthOf[number] < shape_.depth)
                 parents.push_back(number);
-            }
         }
         return childrenOf;
     }
@@ -76,9 +71,8 @@ private:
     void LayOut(EntryIndex directory, const std::vector<std::uint32_t>& subdirectories,
                 std::vector<std::uint32_t>& numberOf) {
         std::vector<TreeEntry> children;
-        for (const std::uint32_t number : subdirectories) {
+        for (const std::uint32_t number : subdirectories)
             children.push_back(MakeDirectoryEntry(MakeName(number)));
-        }
         for (std::uint32_t number = 1; number <= shape_.files; ++number) {
             // Drawn before the name: the order of operands is up to the compiler.
             const char* const suffix = kSuffixes[Draw(kSuffixes.size())];
@@ -87,9 +81,8 @@ private:
                                 .size = Draw(kMaximumFileSize)});
         }
         AppendChildren(directory, std::move(children));
-        for (const TreeEntry& child : GetChildren(directory)) {
+        for (const TreeEntry& child : GetChildren(directory))
             numberOf.push_back(child.IsDirectory() ? ParseNumber(child.name) : 0);
-        }
     }
 
     std::string MakeName(std::uint32_t number) {

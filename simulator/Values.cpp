@@ -13,17 +13,15 @@ constexpr std::size_t kMaximumContainers = 64;
 
 std::size_t CountOccurrences(std::string_view text, std::string_view word) {
     std::size_t count = 0;
-    for (auto at = text.find(word); at != text.npos; at = text.find(word, at + word.size())) {
+    for (auto at = text.find(word); at != text.npos; at = text.find(word, at + word.size()))
         ++count;
-    }
     return count;
 }
 
 std::string TakeBuffer(char* buffer, std::uint32_t length) {
     const std::unique_ptr<char, decltype(&std::free)> owner(buffer, &std::free);
-    if (!buffer) {
+    if (!buffer)
         throw ValueError("the property list cannot be written");
-    }
     return std::string(buffer, length);
 }
 
@@ -76,14 +74,12 @@ Value Value::MakeString(const std::string& text) {
 }
 
 Value Value::ParseXml(std::string_view xml) {
-    if (CountOccurrences(xml, "<array") + CountOccurrences(xml, "<dict") > kMaximumContainers) {
+    if (CountOccurrences(xml, "<array") + CountOccurrences(xml, "<dict") > kMaximumContainers)
         throw ValueError("too many arrays and dictionaries");
-    }
     plist_t node = nullptr;
     plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &node);
-    if (!node) {
+    if (!node)
         throw ValueError("not an XML property list");
-    }
     return Value(node);
 }
 
@@ -106,9 +102,8 @@ std::string Value::ToBinary() const {
 }
 
 Value& Value::Set(const char* key, Value value) {
-    if (!IsDictionary()) {
+    if (!IsDictionary())
         throw ValueError("not a dictionary");
-    }
     plist_dict_set_item(node_.get(), key, value.node_.release());
     return *this;
 }
@@ -136,18 +131,16 @@ bool Value::IsDictionary() const {
 
 std::vector<std::string> Value::GetKeys() const {
     std::vector<std::string> keys;
-    if (!IsDictionary()) {
+    if (!IsDictionary())
         return keys;
-    }
     plist_dict_iter iterator = nullptr;
     plist_dict_new_iter(node_.get(), &iterator);
     const std::unique_ptr<void, decltype(&std::free)> owner(iterator, &std::free);
     for (;;) {
         char* key = nullptr;
         plist_dict_next_item(node_.get(), iterator, &key, nullptr);
-        if (!key) {
+        if (!key)
             return keys;
-        }
         keys.emplace_back(key);
         std::free(key);
     }
@@ -164,17 +157,15 @@ bool Value::IsTrue(const char* key) const {
 
 std::optional<std::int64_t> Value::GetInteger(const char* key) const {
     const plist_t node = Find(key);
-    if (!node || plist_get_node_type(node) != PLIST_UINT) {
+    if (!node || plist_get_node_type(node) != PLIST_UINT)
         return {};
-    }
     return ReadInteger(node);
 }
 
 std::optional<std::string> Value::GetString(const char* key) const {
     const plist_t node = Find(key);
-    if (!node || plist_get_node_type(node) != PLIST_STRING) {
+    if (!node || plist_get_node_type(node) != PLIST_STRING)
         return {};
-    }
     return ReadString(node);
 }
 

@@ -13,13 +13,11 @@ bool IsBlank(char character) {
 }
 
 int ParseHexDigit(char digit) {
-    if (digit >= '0' && digit <= '9') {
+    if (digit >= '0' && digit <= '9')
         return digit - '0';
-    }
     const int lower = std::tolower(static_cast<unsigned char>(digit));
-    if (lower >= 'a' && lower <= 'f') {
+    if (lower >= 'a' && lower <= 'f')
         return lower - 'a' + 10;
-    }
     throw CommandError("not a hexadecimal digit");
 }
 
@@ -33,32 +31,27 @@ public:
     explicit Scanner(std::string_view rest) : rest_(rest) {}
 
     bool SkipBlanks() {
-        while (!rest_.empty() && IsBlank(rest_.front())) {
+        while (!rest_.empty() && IsBlank(rest_.front()))
             rest_.remove_prefix(1);
-        }
         return !rest_.empty();
     }
 
     std::string TakeWord() {
         std::size_t length = 0;
-        while (length < rest_.size() && !IsBlank(rest_[length]) && rest_[length] != '=') {
+        while (length < rest_.size() && !IsBlank(rest_[length]) && rest_[length] != '=')
             ++length;
-        }
         return TakeText(length);
     }
 
     std::string TakeValue() {
-        if (rest_.empty() || rest_.front() != '=') {
+        if (rest_.empty() || rest_.front() != '=')
             throw CommandError("each word after the first needs a value: key=value");
-        }
         rest_.remove_prefix(1);
-        if (rest_.starts_with('"')) {
+        if (rest_.starts_with('"'))
             return TakeQuoted();
-        }
         std::size_t length = 0;
-        while (length < rest_.size() && !IsBlank(rest_[length])) {
+        while (length < rest_.size() && !IsBlank(rest_[length]))
             ++length;
-        }
         return TakeText(length);
     }
 
@@ -70,9 +63,8 @@ private:
     }
 
     char TakeCharacter() {
-        if (rest_.empty()) {
+        if (rest_.empty())
             throw CommandError("a quoted value does not end");
-        }
         const char character = rest_.front();
         rest_.remove_prefix(1);
         return character;
@@ -81,9 +73,8 @@ private:
     std::string TakeQuoted() {
         std::string text;
         TakeCharacter();
-        for (char character = TakeCharacter(); character != '"'; character = TakeCharacter()) {
+        for (char character = TakeCharacter(); character != '"'; character = TakeCharacter())
             text += character == '\\' ? TakeEscaped() : character;
-        }
         return text;
     }
 
@@ -106,11 +97,9 @@ private:
 };
 
 bool NeedsQuotes(std::string_view text) {
-    for (const char character : text) {
-        if (character <= ' ' || character == '"' || character == '\\' || character == 0x7F) {
+    for (const char character : text)
+        if (character <= ' ' || character == '"' || character == '\\' || character == 0x7F)
             return true; // a byte of a longer UTF-8 character is negative: quoted as well
-        }
-    }
     return text.empty();
 }
 
@@ -119,16 +108,14 @@ bool NeedsQuotes(std::string_view text) {
 CommandLine ParseCommandLine(std::string_view line) {
     CommandLine result;
     Scanner scanner(line);
-    if (!scanner.SkipBlanks() || line.substr(line.find_first_not_of(" \t")).front() == '#') {
+    if (!scanner.SkipBlanks() || line.substr(line.find_first_not_of(" \t")).front() == '#')
         return result;
-    }
     result.word = scanner.TakeWord();
     while (scanner.SkipBlanks()) {
         std::string key = scanner.TakeWord();
         std::string value = scanner.TakeValue();
-        if (!result.values.emplace(key, std::move(value)).second) {
+        if (!result.values.emplace(key, std::move(value)).second)
             throw CommandError(key + " is given twice");
-        }
     }
     return result;
 }
@@ -158,13 +145,11 @@ std::string Quote(std::string_view text) {
 }
 
 std::string ParseHexBytes(std::string_view digits) {
-    if (digits.size() % 2 != 0) {
+    if (digits.size() % 2 != 0)
         throw CommandError("an odd number of hexadecimal digits");
-    }
     std::string bytes;
-    for (std::size_t index = 0; index < digits.size(); index += 2) {
+    for (std::size_t index = 0; index < digits.size(); index += 2)
         bytes += ParseHexByte(digits[index], digits[index + 1]);
-    }
     return bytes;
 }
 

@@ -41,9 +41,8 @@ public:
                 gathered_.erase(0, end + 1);
                 return line;
             }
-            if (gathered_.size() > kMaximumLine || !Gather()) {
+            if (gathered_.size() > kMaximumLine || !Gather())
                 return {};
-            }
         }
     }
 
@@ -53,14 +52,12 @@ private:
     bool Gather() {
         pollfd sources[] = {{STDIN_FILENO, POLLIN, 0}, {signals_.Get(), POLLIN, 0}};
         poll(sources, 2, -1);
-        if (sources[1].revents != 0) {
+        if (sources[1].revents != 0)
             return false;
-        }
         char buffer[4096];
         const ssize_t length = read(STDIN_FILENO, buffer, sizeof buffer);
-        if (length > 0) {
+        if (length > 0)
             gathered_.append(buffer, static_cast<std::size_t>(length));
-        }
         return length > 0;
     }
 
@@ -78,15 +75,13 @@ void Run() {
         CommandReader reader(signals);
         while (!hasQuit) {
             const auto line = reader.Next();
-            if (!line) {
+            if (!line)
                 break;
-            }
             hasQuit = !control.Execute(*line);
         }
     }
-    if (hasQuit) {
+    if (hasQuit)
         events.Print("ok");
-    }
 }
 
 } // namespace

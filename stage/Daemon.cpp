@@ -55,18 +55,16 @@ Footprint Daemon::AwaitFootprintWithin(const Footprint& limit) const {
 }
 
 int Daemon::Stop() {
-    if (IsRunning()) {
+    if (IsRunning())
         Signal(SIGTERM);
-    }
     return AwaitEnd();
 }
 
 std::string Describe(const Footprint& footprint) {
     std::ostringstream text;
     text << footprint.threads << " threads; descriptors:";
-    for (const std::string& target : footprint.descriptors) {
+    for (const std::string& target : footprint.descriptors)
         text << ' ' << target;
-    }
     return text.str();
 }
 

@@ -27,9 +27,8 @@ public:
         return number_ >= 0;
     }
     void Close() {
-        if (number_ >= 0) {
+        if (number_ >= 0)
             close(std::exchange(number_, -1));
-        }
     }
 
 private:

@@ -13,9 +13,8 @@ public:
     explicit Scanner(const std::string& text) : text_(text) {}
 
     bool AtEnd() {
-        while (next_ < text_.size() && text_[next_] == ' ') {
+        while (next_ < text_.size() && text_[next_] == ' ')
             ++next_;
-        }
         return next_ >= text_.size();
     }
     std::string Word() {
@@ -23,9 +22,8 @@ public:
         return Until(" =");
     }
     std::string Value() {
-        if (next_ < text_.size() && text_[next_] == '=') {
+        if (next_ < text_.size() && text_[next_] == '=')
             ++next_;
-        }
         if (next_ < text_.size() && text_[next_] == '"') {
             ++next_;
             return Quoted();
@@ -81,13 +79,11 @@ bool Event::Has(const Values& wanted) const {
 std::optional<Event> ParseEvent(const std::string& line) {
     Scanner scanner(line);
     const std::string first = scanner.Word();
-    if (first != "event" && first != "model") {
+    if (first != "event" && first != "model")
         return std::nullopt;
-    }
     Event event;
-    if (first == "event") {
+    if (first == "event")
         event.number = std::atoi(scanner.Word().c_str());
-    }
     event.kind = scanner.Word();
     while (!scanner.AtEnd()) {
         const std::string key = scanner.Word();

@@ -17,9 +17,8 @@ public:
 
 // Throws unless good; the reason is the system's, from errno.
 inline void Require(bool good, const std::string& what) {
-    if (!good) {
+    if (!good)
         throw Failure(what + ": " + std::strerror(errno));
-    }
 }
 
 // How long anything is waited for before it counts as failed. It bounds a failing test, and says

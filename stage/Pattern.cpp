@@ -9,9 +9,8 @@ namespace stage {
 Pattern::Pattern(const std::string& expression) {
     auto compiled = std::make_unique<regex_t>();
     const std::string whole = "^(" + expression + ")$";
-    if (regcomp(compiled.get(), whole.c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
+    if (regcomp(compiled.get(), whole.c_str(), REG_EXTENDED | REG_NOSUB) != 0)
         throw Failure("malformed pattern: " + expression);
-    }
     const auto release = [](regex_t* expired) {
         regfree(expired);
         delete expired;
@@ -26,9 +25,8 @@ bool Pattern::Matches(const std::string& line) const {
 std::string Pattern::Literally(const std::string& text) {
     std::string expression;
     for (const char letter : text) {
-        if (std::strchr(".^$|()[]{}*+?\\", letter) != nullptr) {
+        if (std::strchr(".^$|()[]{}*+?\\", letter) != nullptr)
             expression += '\\';
-        }
         expression += letter;
     }
     return expression;

@@ -103,14 +103,11 @@ void PrepareDev(const Descriptor& programs) {
     const std::string folder = "/tmp/.dev";
     fs::create_directory(folder);
     Mount("tmpfs", folder.c_str(), "tmpfs", MS_NOSUID, "mode=755");
-    for (const char* name : {"null", "zero", "full", "random", "urandom", "fuse"}) {
+    for (const char* name : {"null", "zero", "full", "random", "urandom", "fuse"})
         BindNode(name, folder);
-    }
-    for (const char* name : {"tty", "pts", "ptmx"}) {
-        if (fs::exists(std::string("/dev/") + name)) {
+    for (const char* name : {"tty", "pts", "ptmx"})
+        if (fs::exists(std::string("/dev/") + name))
             BindNode(name, folder);
-        }
-    }
     fs::create_directory(folder + "/shm");
     fs::create_directory_symlink("/proc/self/fd", folder + "/fd");
     BindPrograms(programs, folder);
@@ -119,12 +116,11 @@ void PrepareDev(const Descriptor& programs) {
 }
 
 void RequireFuse() {
-    struct stat node {};
+    struct stat node{};
     Require(stat(kFuse, &node) == 0, "there is no /dev/fuse, which the kernel's fuse module or "
                                      "\"mknod /dev/fuse c 10 229\" makes");
-    if (!S_ISCHR(node.st_mode) || node.st_rdev != makedev(kFuseMajor, kFuseMinor)) {
+    if (!S_ISCHR(node.st_mode) || node.st_rdev != makedev(kFuseMajor, kFuseMinor))
         throw Failure("/dev/fuse is no FUSE device, which would be the character device 10, 229");
-    }
     const Descriptor fuse(open(kFuse, O_RDWR | O_CLOEXEC));
     const bool isForbidden = errno == EACCES || errno == EPERM;
     Require(static_cast<bool>(fuse), isForbidden
@@ -146,9 +142,8 @@ void BindRootToMountPoint() {
 void MakeMountsPrivate() {
     const unsigned long flags = MS_REC | MS_PRIVATE;
     const bool isPrivate = mount("none", "/", nullptr, flags, nullptr) == 0;
-    if (!isPrivate && errno == EINVAL) {
+    if (!isPrivate && errno == EINVAL)
         BindRootToMountPoint();
-    }
     Mount("none", "/", nullptr, flags);
 }
 

@@ -25,8 +25,8 @@ int RunInPrivateWorld(const std::function<int()>& body);
 
 inline constexpr int kNoPrivateWorld = 125; // the result then
 
-// Inside a private world: unmounts whatever is mounted on /tmp or below it, and starts with an empty
-// one. Files that are still open there stay open.
+// Inside a private world: unmounts whatever is mounted on /tmp or below it, and starts with an
+// empty one. Files that are still open there stay open.
 void RenewTmp();
 
 // A program of this build, such as "trayprobed", as the private world sees it: its /tmp may hide

@@ -56,9 +56,8 @@ private:
 
 std::vector<char*> PointersTo(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
-    for (const std::string& text : texts) {
+    for (const std::string& text : texts)
         pointers.push_back(const_cast<char*>(text.c_str()));
-    }
     pointers.push_back(nullptr);
     return pointers;
 }
@@ -162,23 +161,20 @@ void Process::AwaitStop() const {
     int status = 0;
     pid_t changed = 0;
     while ((changed = waitpid(pid_, &status, WUNTRACED | WNOHANG)) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
+        if (std::chrono::steady_clock::now() > deadline)
             throw Failure("process " + std::to_string(pid_) + " does not stop");
-        }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     Require(changed == pid_ && WIFSTOPPED(status), "cannot await the stop of a process");
 }
 
 int Process::AwaitEnd() {
-    if (reaped_) {
+    if (reaped_)
         return status_;
-    }
     pollfd polled{pidDescriptor_.Get(), POLLIN, 0};
     const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
-    if (poll(&polled, 1, patience) != 1) {
+    if (poll(&polled, 1, patience) != 1)
         throw Failure("process " + std::to_string(pid_) + " does not end");
-    }
     Require(waitpid(pid_, &status_, 0) == pid_, "cannot reap a process");
     reaped_ = true;
     record_.AwaitEndOf(output_);
@@ -195,9 +191,8 @@ std::vector<std::string> PlainEnvironment() {
     std::vector<std::string> environment;
     for (const char* name :
          {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
-        if (const char* value = std::getenv(name)) {
+        if (const char* value = std::getenv(name))
             environment.push_back(std::string(name) + "=" + value);
-        }
     }
     return environment;
 }

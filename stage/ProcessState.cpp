@@ -74,9 +74,8 @@ bool HasUnreadBytes(const Descriptor& process, int number) {
 void AwaitState(const std::function<bool()>& isReached, const std::string& what) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (!isReached()) {
-        if (std::chrono::steady_clock::now() > deadline) {
+        if (std::chrono::steady_clock::now() > deadline)
             throw Failure("waited in vain for " + what);
-        }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
 }
@@ -93,9 +92,8 @@ std::string ReadProcFile(pid_t pid, const std::string& name) {
 
 std::set<pid_t> ListThreads(pid_t pid) {
     std::set<pid_t> threads;
-    for (const auto& task : std::filesystem::directory_iterator(ProcFolder(pid) / "task")) {
+    for (const auto& task : std::filesystem::directory_iterator(ProcFolder(pid) / "task"))
         threads.insert(std::stoi(task.path().filename().string()));
-    }
     return threads;
 }
 
@@ -104,9 +102,8 @@ std::vector<std::string> ListDescriptors(pid_t pid) {
     for (const auto& entry : std::filesystem::directory_iterator(ProcFolder(pid) / "fd")) {
         std::error_code gone; // closed since it was listed
         const auto target = std::filesystem::read_symlink(entry.path(), gone);
-        if (!gone) {
+        if (!gone)
             targets.push_back(WithoutInstance(target.string()));
-        }
     }
     std::sort(targets.begin(), targets.end());
     return targets;

@@ -23,9 +23,8 @@ int ReadWatch::CountNewReads() const {
     const ssize_t length = read(inotify_.Get(), events.data(), sizeof events);
     Require(length > 0, "cannot read the watch of " + path_);
     int reads = 0;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(length) / sizeof(inotify_event); ++i) {
+    for (std::size_t i = 0; i < static_cast<std::size_t>(length) / sizeof(inotify_event); ++i)
         reads += (events[i].mask & IN_CLOSE) != 0 ? 1 : 0;
-    }
     return reads;
 }
 
@@ -33,18 +32,16 @@ void ReadWatch::AwaitReads(int count) {
     const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
     while (reads_ < count) {
         pollfd polled{inotify_.Get(), POLLIN, 0};
-        if (poll(&polled, 1, patience) != 1) {
+        if (poll(&polled, 1, patience) != 1)
             throw Failure(path_ + " was not read " + std::to_string(count) + " times");
-        }
         reads_ += CountNewReads();
     }
 }
 
 int ReadWatch::CountReadsSoFar() {
     pollfd polled{inotify_.Get(), POLLIN, 0};
-    while (poll(&polled, 1, 0) == 1) {
+    while (poll(&polled, 1, 0) == 1)
         reads_ += CountNewReads();
-    }
     return reads_;
 }
 

@@ -74,9 +74,8 @@ bool Record::HasEnded(SourceId id) const {
 
 void Record::AwaitEndOf(SourceId id) {
     std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, kPatience, [&] { return HasEnded(id); })) {
+    if (!changed_.wait_for(lock, kPatience, [&] { return HasEnded(id); }))
         throw Failure("the output of a process did not end");
-    }
 }
 
 // Only this thread removes sources, so that references to them stay good while it reads unlocked.
@@ -88,9 +87,8 @@ void Record::Run() {
         sources.clear();
         {
             const std::lock_guard lock(mutex_);
-            if (stopping_) {
+            if (stopping_)
                 return;
-            }
             for (Source& source : sources_) {
                 sources.push_back(&source);
                 polled.push_back({source.descriptor.Get(), POLLIN, 0});
@@ -115,9 +113,8 @@ bool Record::ReadFrom(Source& source) {
     std::array<char, 65536> buffer{};
     const ssize_t length = read(source.descriptor.Get(), buffer.data(), buffer.size());
     if (length <= 0 && source.editDatagram == nullptr) {
-        if (!source.unfinished.empty()) {
+        if (!source.unfinished.empty())
             Append(source.voice, std::move(source.unfinished));
-        }
         return false;
     }
     if (length > 0) {
@@ -163,9 +160,8 @@ std::optional<Line> Record::AwaitUnless(const std::function<bool()>& isOver, con
     std::size_t next = 0;
     std::optional<Line> taken;
     const auto isDone = [&] { return (taken = TakeFirst(test, next)).has_value() || isOver(); };
-    if (!changed_.wait_for(lock, kPatience, isDone)) {
+    if (!changed_.wait_for(lock, kPatience, isDone))
         throw Failure("waited in vain for " + what);
-    }
     return taken;
 }
 

@@ -57,9 +57,8 @@ std::string Scene::NextLogLine(const std::string& awaited) {
 void Scene::AwaitLog(const std::vector<std::string>& patterns) {
     for (const std::string& pattern : patterns) {
         const std::string line = NextLogLine(pattern);
-        if (!Pattern(kIdent + pattern).Matches(line)) {
+        if (!Pattern(kIdent + pattern).Matches(line))
             throw Failure("logged \"" + line + "\" where expected was \"" + pattern + "\"");
-        }
     }
 }
 
@@ -72,9 +71,8 @@ void Scene::AwaitEndOfLog(const std::string& pattern) {
 std::vector<std::string> Scene::TakeLog() {
     log_.CatchUp();
     std::vector<std::string> lines;
-    while (const auto line = record_.TakeIfThere(IsLogged)) {
+    while (const auto line = record_.TakeIfThere(IsLogged))
         lines.push_back(line->text);
-    }
     return lines;
 }
 
@@ -102,23 +100,19 @@ void Scene::CheckFootprint(std::vector<std::string>& complaints) {
 }
 
 void Scene::EndDaemon(std::vector<std::string>& complaints) {
-    if (!daemon_) {
+    if (!daemon_)
         return;
-    }
-    if (baseline_ && daemon_->IsRunning()) {
+    if (baseline_ && daemon_->IsRunning())
         CheckFootprint(complaints);
-    }
     const int status = daemon_->Stop();
-    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM) {
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM)
         complaints.push_back("the daemon did not live until the end: " + DescribeEnd(status));
-    }
     daemon_.reset();
 }
 
 void Scene::EndServer(std::vector<std::string>& complaints) {
-    if (!server_) {
+    if (!server_)
         return;
-    }
     try {
         QuitServer();
     } catch (const Failure& failure) {

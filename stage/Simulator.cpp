@@ -15,9 +15,8 @@ Command SimulatorCommand() {
 
 std::string Describe(const std::string& kind, const Values& values) {
     std::string text = "event " + kind;
-    for (const auto& [key, value] : values) {
+    for (const auto& [key, value] : values)
         text += " " + key + "=" + value;
-    }
     return text;
 }
 
@@ -41,27 +40,23 @@ Simulator::Simulator(Record& record)
 std::string Simulator::DescribeUnexpectedEnd() {
     std::string text = "the server " + DescribeEnd(process_.AwaitEnd());
     const auto isError = [](const Line& line) { return line.voice == Voice::ServerOutput; };
-    while (const auto line = record_.TakeIfThere(isError)) {
+    while (const auto line = record_.TakeIfThere(isError))
         text += ": " + line->text;
-    }
     return text;
 }
 
 std::vector<Event> Simulator::Do(const std::string& command) {
     const std::optional<Line> answer = process_.Ask(command, IsAnswer);
-    if (!answer) {
+    if (!answer)
         throw Failure(DescribeUnexpectedEnd());
-    }
-    if (answer->text != "ok") {
+    if (answer->text != "ok")
         throw Failure(command + ": " + answer->text);
-    }
     std::vector<Event> model;
     const auto isModel = [](const Line& line) {
         return line.voice == Voice::Server && line.text.starts_with("model ");
     };
-    while (const auto line = record_.TakeIfThere(isModel)) {
+    while (const auto line = record_.TakeIfThere(isModel))
         model.push_back(*ParseEvent(line->text));
-    }
     return model;
 }
 
@@ -85,9 +80,8 @@ std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& va
     std::vector<Event> events;
     for (const Line& line : record_.Since(firstLine_)) {
         const auto event = EventOf(line, kind);
-        if (event && event->Has(values)) {
+        if (event && event->Has(values))
             events.push_back(*event);
-        }
     }
     return events;
 }
@@ -100,9 +94,8 @@ void Simulator::Kill() {
 void Simulator::Quit() {
     Do("quit");
     const int status = process_.AwaitEnd();
-    if (status != 0) {
+    if (status != 0)
         throw Failure("the server " + DescribeEnd(status));
-    }
 }
 
 } // namespace stage

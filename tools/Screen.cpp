@@ -56,13 +56,11 @@ std::string Screen::Painted(const std::string& text, Colour colour) const {
 }
 
 void Screen::Print(const std::string& line) {
-    if (!bar_.empty() && isTerminal_) {
+    if (!bar_.empty() && isTerminal_)
         std::fputs(kEraseLine, stdout);
-    }
     std::printf("%s\n", line.c_str());
-    if (isTerminal_) {
+    if (isTerminal_)
         std::fputs(bar_.c_str(), stdout);
-    }
     Flush();
 }
 

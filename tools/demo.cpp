@@ -45,9 +45,8 @@ constexpr std::array kDiscs{"holidays-2003", "letters",       "invoices-1999", "
 constexpr int kDiscCount = static_cast<int>(kDiscs.size());
 
 void Check(bool good, const std::string& what) {
-    if (!good) {
+    if (!good)
         throw stage::Failure("not as it must be: " + what);
-    }
 }
 
 bool IsWithdrawalForChanger(const Event& event) {
@@ -57,12 +56,10 @@ bool IsWithdrawalForChanger(const Event& event) {
 
 std::string TellRequest(const Event& request) {
     std::string text = request["command"];
-    if (!request["storage-element-index"].empty()) {
+    if (!request["storage-element-index"].empty())
         text += ", slot " + request["storage-element-index"];
-    }
-    if (request["command"] == "request identification") {
+    if (request["command"] == "request identification")
         text += request["request"] == "no" ? ": withdrawn" : ": wanted";
-    }
     if (request["command"] == "set client status") {
         text += request["message"].empty()
                     ? ": cleared"
@@ -189,9 +186,8 @@ void Demo::BuildTheCache() {
 
 void Demo::AbortABuild() {
     screen_.Title("All is forgotten, built again, and the user changes his mind half-way");
-    for (int slot = 0; slot < kDiscCount; ++slot) {
+    for (int slot = 0; slot < kDiscCount; ++slot)
         scene_.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
-    }
     Tell("identify changer=A1");
     const std::string half = std::to_string(kDiscCount / 2);
     ShowUntil(
@@ -226,9 +222,8 @@ void Demo::CompareBrowsing() {
 double Demo::SecondsToBrowse(const std::string& disc) {
     const auto start = std::chrono::steady_clock::now();
     int directories = 1;
-    for (const auto& entry : fs::recursive_directory_iterator(fs::path(kRoot) / disc)) {
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(kRoot) / disc))
         directories += entry.is_directory() ? 1 : 0;
-    }
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
     std::array<char, 128> text{};
     std::snprintf(text.data(), text.size(), "%-16s %3d directories  %9.4f s", disc.c_str(),
@@ -240,9 +235,8 @@ double Demo::SecondsToBrowse(const std::string& disc) {
 void Demo::End() {
     screen_.Title("The end");
     const std::vector<std::string> complaints = scene_.End();
-    for (const std::string& complaint : complaints) {
+    for (const std::string& complaint : complaints)
         screen_.Say("demo", complaint, Colour::Red);
-    }
     Check(complaints.empty(), "a clean end");
     screen_.Say("demo", "all as it must be: nothing logged, nothing left behind", Colour::Green);
 }
@@ -280,9 +274,8 @@ void Demo::Show(const Event& event) {
 }
 
 void Demo::ShowStatus(const Event& status) {
-    if (status["client"] == "trayprobed" && !status["message"].empty()) {
+    if (status["client"] == "trayprobed" && !status["message"].empty())
         screen_.ShowBar(std::stoi(status["current"]), std::stoi(status["maximum"]));
-    }
 }
 
 void Demo::AwaitClosingOf(const Event& request) {
@@ -291,11 +284,9 @@ void Demo::AwaitClosingOf(const Event& request) {
 
 std::set<std::string> Demo::SlotsWithUncachedDirectories() {
     std::set<std::string> slots;
-    for (const Event& line : scene_.Server().Do("show changer=A1 directories=yes")) {
-        if (line.kind == "directory" && line["cached"] == "no") {
+    for (const Event& line : scene_.Server().Do("show changer=A1 directories=yes"))
+        if (line.kind == "directory" && line["cached"] == "no")
             slots.insert(line["slot"]);
-        }
-    }
     return slots;
 }
 
@@ -310,21 +301,18 @@ int PrintHelp() {
 
 int RunDemo() {
     const int status = stage::RunInPrivateWorld([] { return Demo().Run(); });
-    if (status == stage::kNoPrivateWorld) {
+    if (status == stage::kNoPrivateWorld)
         std::fputs("The demo takes processes, mounts and a system log of its own.\n", stderr);
-    }
     return status;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 1) {
+    if (argc == 1)
         return RunDemo();
-    }
-    if (argc == 2 && std::string(argv[1]) == "--help") {
+    if (argc == 2 && std::string(argv[1]) == "--help")
         return PrintHelp();
-    }
     std::fputs(kUsage, stderr);
     return kBadUsage;
 }

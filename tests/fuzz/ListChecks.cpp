@@ -72,9 +72,8 @@ void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& i
     const ReadResult list = ReadList(bytes, kCFPropertyListMutableContainersAndLeaves);
     EXPECT_EQ(static_cast<bool>(list.list), static_cast<bool>(immutable.list));
     EXPECT_EQ(list.error, immutable.error);
-    if (list.list && HasXml(list.list.Get())) {
+    if (list.list && HasXml(list.list.Get()))
         EXPECT_EQ(WriteList(list.list.Get()), WriteList(immutable.list.Get()));
-    }
 }
 
 void ExpectSameWhenReadAgain(CFPropertyListRef list) {
@@ -85,13 +84,11 @@ void ExpectSameWhenReadAgain(CFPropertyListRef list) {
     if (written.find(">\uFEFF") != std::string::npos)
         return; // reading drops a mark at the beginning of a text
     EXPECT_EQ(WriteList(again.list.Get()), written);
-    if (HasAllInXml(cf::AsObject(list))) {
+    if (HasAllInXml(cf::AsObject(list)))
         EXPECT_TRUE(CFEqual(again.list.Get(), list)) << written;
-    }
 }
 
 void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys) {
-    if (theirs) {
+    if (theirs)
         EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get(), equalKeys), "") << WriteList(ours);
-    }
 }

@@ -49,9 +49,8 @@ void ReadErrorOf(const Reply& reply) {
 void ExpectReplyIn(std::string_view payload, const Reply& reply) {
     const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
         nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));
-    if (list != nullptr) {
+    if (list != nullptr)
         EXPECT_EQ(reply.Get(), list.Get());
-    }
 }
 
 } // namespace

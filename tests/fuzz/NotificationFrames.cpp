@@ -224,8 +224,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     EXPECT_EQ(zone, 0);
     const std::string_view script = TextOfInput(data, size);
     const auto done = Daemon(fileSystem).ReceiveChunks(script);
-    if (IsWellFramed(script)) {
+    if (IsWellFramed(script))
         EXPECT_EQ(done, Daemon(fileSystem).TakePayloads(script));
-    }
     return 0;
 }

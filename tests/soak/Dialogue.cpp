@@ -26,9 +26,8 @@ void Dialogue::AwaitSubscriber() const {
 
 // The daemon reads the info file of a volume twice when it takes it up.
 void Dialogue::AwaitTakenUp(int changer) const {
-    for (int read = 0; read < 2; ++read) {
+    for (int read = 0; read < 2; ++read)
         Server().Await("info-open", {{"changer", GuidOf(changer)}});
-    }
 }
 
 void Dialogue::AwaitClearedStatus(int changer) const {
@@ -69,9 +68,8 @@ void Dialogue::AwaitUnansweredRequest() const {
 }
 
 void Dialogue::HaltABuild(int changer) const {
-    for (int drive = 0; drive < kDrives; ++drive) {
+    for (int drive = 0; drive < kDrives; ++drive)
         TellAbout({changer, drive}, "load");
-    }
     TellAbout({changer, kDrives}, "forget");
     Tell("identify changer=" + GuidOf(changer));
     ShowOnce();

@@ -11,12 +11,10 @@ constexpr const char* kStatus = "set client status";
 
 std::string KindOf(const stage::Event& request) {
     const std::string command = request["command"];
-    if (command != "request identification") {
+    if (command != "request identification")
         return command;
-    }
-    if (request["request"] != "no") {
+    if (request["request"] != "no")
         return kRequest;
-    }
     return request["storage-element-index"].empty() ? kWithdrawChanger : kWithdrawDisc;
 }
 
@@ -79,10 +77,8 @@ std::vector<std::string> Ledger::Differences() const {
             differences.push_back(Describe(disc, account.ordered, account.counted));
         }
     }
-    for (const auto& [kind, account] : requests_) {
-        if (account.ordered != account.counted) {
+    for (const auto& [kind, account] : requests_)
+        if (account.ordered != account.counted)
             differences.push_back(Describe(kind, account.ordered, account.counted));
-        }
-    }
     return differences;
 }

@@ -42,14 +42,12 @@ bool KnowChangersOf(CFArrayRef list) {
 bool Keep(CFDictionaryRef notification) {
     if (CFDictionaryContainsKey(notification, CFSTR("changer list"))) {
         CFArrayRef known = nullptr; // kept, as the daemon does
-        if (Failed(GetChangerList(&known))) {
+        if (Failed(GetChangerList(&known)))
             return false;
-        }
     }
     CFArrayRef list = CFHDictionaryFindArray(notification, CFSTR("changer info"));
-    if (list == nullptr) {
+    if (list == nullptr)
         return true;
-    }
     ++g_lists;
     return !Failed(SaveChangerInfoList(list)) && KnowChangersOf(list);
 }
@@ -61,31 +59,27 @@ bool KeepSource() {
     CFDataRef address = CreateLocalSocketAddress(g_serverPath);
     CFSocketRef socket = CreateConnectedLocalSocket(address, IgnoreData, nullptr);
     CFRelease(address);
-    if (socket == nullptr) {
+    if (socket == nullptr)
         return false;
-    }
     const bool isKept = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0) != nullptr;
     CloseLocalSocket(socket);
     return isKept;
 }
 
 bool HandleMark() {
-    if (!KeepSource()) {
+    if (!KeepSource())
         return false;
-    }
     std::printf("kept %ld\n", g_lists);
     return std::fflush(stdout) == 0;
 }
 
 bool HandleFrame(const FrameAssembly& frame) {
-    if (frame.header.dataLength == 0) {
+    if (frame.header.dataLength == 0)
         return HandleMark();
-    }
     char* parserText = nullptr;
     auto* notification = static_cast<CFDictionaryRef>(CreatePayloadList(&frame, &parserText));
-    if (notification == nullptr) {
+    if (notification == nullptr)
         return false;
-    }
     const bool kept = Keep(notification);
     CFRelease(notification);
     return kept;
@@ -95,12 +89,10 @@ bool HandleChunk(FrameAssembly& frame, const UInt8* bytes, CFIndex length) {
     CFIndex used = 0;
     for (CFIndex position = 0; position < length; position += used) {
         const FrameState state = GatherFrame(&frame, bytes + position, length - position, &used);
-        if (state == kFrameIncomplete) {
+        if (state == kFrameIncomplete)
             continue;
-        }
-        if (state != kFrameComplete || !HandleFrame(frame)) {
+        if (state != kFrameComplete || !HandleFrame(frame))
             return false;
-        }
         ResetFrameAssembly(&frame);
     }
     return true;
@@ -112,9 +104,8 @@ bool HandleChunk(FrameAssembly& frame, const UInt8* bytes, CFIndex length) {
 int main(int argc, char** argv) {
     // Open for writing too, so that the pipe does not end with a server.
     const int pipe = argc == 3 ? open(argv[1], O_RDWR | O_CLOEXEC) : -1;
-    if (pipe < 0 || !InitVErrSystem() || Failed(InitMediaIdState())) {
+    if (pipe < 0 || !InitVErrSystem() || Failed(InitMediaIdState()))
         return 2;
-    }
     g_serverPath = argv[2];
     FrameAssembly frame = {};
     std::array<UInt8, 65536> chunk;

@@ -32,11 +32,10 @@ Footing ReadFooting(pid_t pid) {
     bool isHeap = false;
     for (std::string line; std::getline(lines, line);) {
         const std::string key = line.substr(0, line.find(' '));
-        if (key == "Anonymous:") {
+        if (key == "Anonymous:")
             (isHeap ? footing.heap : footing.rest) += std::stol(line.substr(key.size())) * 1024;
-        } else if (key.back() != ':') {
+        else if (key.back() != ':')
             isHeap = line.ends_with("[heap]");
-        }
     }
     return footing;
 }

@@ -76,15 +76,13 @@ void ServerCrash::CountEnds() {
                            "socket");
     }
     dialogue_.AwaitQuiet();
-    for (const std::string& line : performance_.scene.TakeLog()) {
-        if (IsEndOf("RunMediaIdThread", line)) {
+    for (const std::string& line : performance_.scene.TakeLog())
+        if (IsEndOf("RunMediaIdThread", line))
             ++crashes.endsOfIdentifications;
-        } else if (IsEndOf("RunChangerFSCacheThread", line)) {
+        else if (IsEndOf("RunChangerFSCacheThread", line))
             ++crashes.endsOfBuilds;
-        } else if (!IsLinkOfLostServer(line)) {
+        else if (!IsLinkOfLostServer(line))
             crashes.otherLines.push_back(line);
-        }
-    }
 }
 
 void ServerCrash::MakeUp(Performance& performance) {

@@ -47,11 +47,9 @@ bool ServerLife::HasCrash() const {
 void ServerLife::Play() {
     const std::vector<Couple> couples = ChooseCouples();
     std::set<Place> newDiscs;
-    for (const Couple& couple : couples) {
-        if (couple.isSecondNew) {
+    for (const Couple& couple : couples)
+        if (couple.isSecondNew)
             newDiscs.insert(couple.second);
-        }
-    }
     Begin(newDiscs);
     IdentifyCouples(couples);
     IdentifyBesideABuild();
@@ -70,9 +68,8 @@ void ServerLife::Begin(const std::set<Place>& newDiscs) {
     dialogue_.Tell("events kinds=request,disconnect,identified,listing,info-open,notification,"
                    "subscriber,fault");
     dialogue_.Tell("pulse every=0");
-    for (int changer = 0; changer < kChangers; ++changer) {
+    for (int changer = 0; changer < kChangers; ++changer)
         AddChanger(changer, newDiscs);
-    }
     dialogue_.Tell("hold");
     dialogue_.Tell("start");
     dialogue_.Tell("copy-notifications file=" + performance_.pipe);
@@ -96,12 +93,10 @@ void ServerLife::AddChanger(int changer, const std::set<Place>& newDiscs) {
         dialogue_.Tell("preferences " + guid + " identify-on-insert=no");
         dialogue_.TellAbout({changer, kSpareSlot}, "put");
     }
-    if (changer % 2 == 1) {
+    if (changer % 2 == 1)
         dialogue_.Tell("preferences " + guid + " build-on-identify=yes");
-    }
-    if (changer % 4 >= 2) {
+    if (changer % 4 >= 2)
         dialogue_.Tell(DailyBuild(changer));
-    }
 }
 
 // ---- Identifications by twos ----
@@ -112,9 +107,8 @@ std::vector<ServerLife::Couple> ServerLife::ChooseCouples() const {
         const int changer = ChangerAt(position);
         Couple couple{{changer, SlotAt(0)}, {changer, SlotAt(3)}, IdentifiesNewDiscs(changer)};
         // Of two requests, the one for the lower slot is served first.
-        if (!couple.isSecondNew && couple.second < couple.first) {
+        if (!couple.isSecondNew && couple.second < couple.first)
             std::swap(couple.first, couple.second);
-        }
         couples.push_back(couple);
     }
     return couples;
@@ -124,23 +118,19 @@ std::vector<ServerLife::Couple> ServerLife::ChooseCouples() const {
 void ServerLife::IdentifyCouples(const std::vector<Couple>& couples) {
     for (const Couple& couple : couples) {
         Request(couple.first);
-        if (couple.isSecondNew) {
+        if (couple.isSecondNew)
             performance_.ledger.OrderIdentification(couple.second);
-        } else {
+        else
             Request(couple.second);
-        }
     }
     dialogue_.ShowOnce();
-    if (number_ == 0) {
+    if (number_ == 0)
         AwaitNewChangers();
-    }
-    for (const Couple& couple : couples) {
+    for (const Couple& couple : couples)
         dialogue_.AwaitIdentified(couple.first);
-    }
     dialogue_.ShowOnce();
-    for (const Couple& couple : couples) {
+    for (const Couple& couple : couples)
         dialogue_.AwaitIdentified(couple.second);
-    }
     dialogue_.Tell("release");
     dialogue_.Tell("push times=" + std::to_string(kNotificationsOfALife / 4));
     Remount(ChangerAt(3));
@@ -179,32 +169,24 @@ void ServerLife::IdentifyBesideABuild() {
     const int abortedChanger = ChangerAt(7);
     const bool isWhole = HasBuild() && !HasAbort();
     dialogue_.Tell("hold");
-    if (isWhole) {
+    if (isWhole)
         dialogue_.Tell("identify changer=" + GuidOf(wholeChanger));
-    }
-    if (HasAbort()) {
+    if (HasAbort())
         HaltABuildAndAbortIt(abortedChanger);
-    }
-    for (const Place& place : places) {
+    for (const Place& place : places)
         Request(place);
-    }
     dialogue_.ShowOnce();
-    for (const Place& place : places) {
+    for (const Place& place : places)
         dialogue_.AwaitIdentified(place);
-    }
-    if (isWhole) {
+    if (isWhole)
         dialogue_.AwaitBeginningOfBuild(wholeChanger);
-    }
     SendWhatIsMissing();
-    for (const Place& place : places) {
+    for (const Place& place : places)
         dialogue_.AwaitEndOfIdentification(place);
-    }
-    if (isWhole) {
+    if (isWhole)
         AwaitAWholeBuild(wholeChanger);
-    }
-    if (HasAbort()) {
+    if (HasAbort())
         LetAnAbortedBuildEnd(abortedChanger);
-    }
     dialogue_.AwaitQuiet();
 }
 
@@ -227,9 +209,8 @@ void ServerLife::HaltABuildAndAbortIt(int changer) {
 }
 
 void ServerLife::LetAnAbortedBuildEnd(int changer) {
-    for (int drive = 0; drive < kDrives; ++drive) {
+    for (int drive = 0; drive < kDrives; ++drive)
         dialogue_.TellAbout({changer, drive}, "eject");
-    }
     dialogue_.AwaitEndOfBuild(changer);
     performance_.ledger.OrderBuild(kDrives + 3);
     ++performance_.abortedBuilds;
@@ -263,21 +244,18 @@ void ServerLife::PlayFinale() {
 
 void ServerLife::IdentifyEveryDisc() {
     for (int slot = 0; slot < kDiscs; ++slot) {
-        for (int changer = 0; changer < kChangers; ++changer) {
+        for (int changer = 0; changer < kChangers; ++changer)
             Request({changer, slot});
-        }
         dialogue_.ShowOnce();
-        for (int changer = 0; changer < kChangers; ++changer) {
+        for (int changer = 0; changer < kChangers; ++changer)
             dialogue_.AwaitEndOfIdentification({changer, slot});
-        }
         dialogue_.AwaitQuiet();
     }
 }
 
 void ServerLife::BuildEveryChanger() {
-    for (int changer = 0; changer < kChangers; ++changer) {
+    for (int changer = 0; changer < kChangers; ++changer)
         dialogue_.Tell("identify changer=" + GuidOf(changer));
-    }
     dialogue_.ShowOnce();
     for (int changer = 0; changer < kChangers; ++changer) {
         dialogue_.AwaitBeginningOfBuild(changer);
@@ -289,14 +267,12 @@ void ServerLife::BuildEveryChanger() {
 
 void ServerLife::Count() {
     stage::Simulator& server = performance_.scene.Server();
-    for (const Event& request : server.AllSoFar("request")) {
+    for (const Event& request : server.AllSoFar("request"))
         performance_.ledger.CountRequest(request);
-    }
     performance_.notifications += dialogue_.CountNotifications();
     for (const Event& line : dialogue_.Tell("show")) {
-        if (line.kind == "slot") {
+        if (line.kind == "slot")
             performance_.ledger.CountDisc(line);
-        }
         const bool isLeft =
             line.kind == "status" || line["requested"] == "yes" || line["held"] == "yes";
         if (isLeft && !isCutOff_) {
@@ -307,13 +283,11 @@ void ServerLife::Count() {
 }
 
 void ServerLife::End() {
-    if (number_ % 2 == 0) {
+    if (number_ % 2 == 0)
         performance_.scene.QuitServer();
-    } else {
+    else
         performance_.scene.KillServer();
-    }
-    if (isCutOff_) {
+    if (isCutOff_)
         crash_.CountEnds();
-    }
     performance_.scene.TheRecord().Forget(stage::Voice::Server);
 }

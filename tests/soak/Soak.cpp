@@ -30,9 +30,8 @@ Soak::Soak(int lives, bool judgesMemory)
 bool Soak::Run() {
     try {
         PlayOverture();
-        for (int number = 0; number < lives_; ++number) {
+        for (int number = 0; number < lives_; ++number)
             PlayLife(number);
-        }
         PlayFinale();
     } catch (const std::exception& failure) {
         PrintLastLines();
@@ -48,9 +47,8 @@ bool Soak::Run() {
 void Soak::PlayOverture() {
     stage::Scene& scene = performance_.scene;
     scene.StartServer();
-    for (int changer = 0; changer < kChangersOfTheOverture; ++changer) {
+    for (int changer = 0; changer < kChangersOfTheOverture; ++changer)
         scene.Server().Do("add-changer slots=1 drives=1 changer=" + GuidOf(changer));
-    }
     scene.Server().Do(DailyBuild(0));
     scene.Server().Do("start");
     scene.StartDaemon();
@@ -72,16 +70,13 @@ void Soak::PlayLife(int number) {
     lastServer_ = server;
     life.End();
 
-    if (number == std::max(2, lives_ / 20)) {
+    if (number == std::max(2, lives_ / 20))
         warm_ = memory_.Take(performance_.scene.TheDaemon());
-    }
-    if (number == lives_ / 2) {
+    if (number == lives_ / 2)
         middle_ = memory_.Take(performance_.scene.TheDaemon());
-    }
     last_ = memory_.Take(performance_.scene.TheDaemon());
-    if ((number + 1) % std::max(1, lives_ / 50) == 0) {
+    if ((number + 1) % std::max(1, lives_ / 50) == 0)
         SayProgress(number + 1);
-    }
 }
 
 void Soak::SayProgress(int number) {
@@ -109,15 +104,13 @@ void Soak::PlayFinale() {
 void Soak::PrintLastLines() {
     constexpr std::size_t kEnough = 100;
     const stage::Record& record = performance_.scene.TheRecord();
-    for (const stage::Line& line : record.Since(record.Size() - std::min(kEnough, record.Size()))) {
+    for (const stage::Line& line : record.Since(record.Size() - std::min(kEnough, record.Size())))
         std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
-    }
 }
 
 void Soak::Complain(const std::vector<std::string>& complaints) const {
-    for (const std::string& complaint : complaints) {
+    for (const std::string& complaint : complaints)
         std::printf("%s\n", complaint.c_str());
-    }
 }
 
 void Soak::Judge() {
@@ -177,11 +170,10 @@ void Soak::JudgeMemory() {
 
 void Soak::JudgeGrowth(const std::string& what, long bytes, long most) {
     const std::string asked = "at most " + InKilobytes(most);
-    if (judgesMemory_) {
+    if (judgesMemory_)
         table_.Add(what, asked, InKilobytes(bytes), last_.lists > 0 && bytes <= most);
-    } else {
+    else
         table_.AddUnjudged(what, asked, "a sanitizer's memory");
-    }
 }
 
 void Soak::JudgeTheEnd() {

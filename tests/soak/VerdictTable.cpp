@@ -27,9 +27,8 @@ void VerdictTable::Print() const {
                     row.counted.c_str(), row.verdict);
     };
     print({"", "asked", "counted", "verdict"});
-    for (const Row& row : rows_) {
+    for (const Row& row : rows_)
         print(row);
-    }
     std::fflush(stdout);
 }
 

@@ -77,10 +77,9 @@ void Storm(Surroundings& around, Mood mood) {
     std::optional<Observer> observer;
     if (chance::OneIn(2))
         observer.emplace();
-    for (const auto end = Clock::now() + kStorm; Clock::now() < end; chance::Pause(4000)) {
+    for (const auto end = Clock::now() + kStorm; Clock::now() < end; chance::Pause(4000))
         if (mood == Mood::kStorm)
             Rage(around);
-    }
     short_times::ShortenReplyTimeouts(false);
     around.volumes.Restore();
 }

@@ -33,11 +33,9 @@ protected:
 
     std::vector<std::string> UncachedDirectories() {
         std::vector<std::string> uncached;
-        for (const Event& line : Tell("show changer=5000C500ABCD00A1 directories=yes")) {
-            if (line.kind == "directory" && line["cached"] == "no") {
+        for (const Event& line : Tell("show changer=5000C500ABCD00A1 directories=yes"))
+            if (line.kind == "directory" && line["cached"] == "no")
                 uncached.push_back(line["slot"] + line["path"]);
-            }
-        }
         return uncached;
     }
 };
@@ -125,9 +123,8 @@ TEST_F(BuildTest, LinksAreNotFollowed) {
     AwaitEndOfBuild();
     ASSERT_TRUE(std::filesystem::is_symlink("/tmp/carousel/disc-0/link"));
     std::vector<std::string> listed;
-    for (const Event& listing : Server().AllSoFar("listing")) {
+    for (const Event& listing : Server().AllSoFar("listing"))
         listed.push_back(listing["path"]);
-    }
     EXPECT_THAT(listed, UnorderedElementsAre("/", "/real", "/real/inside"));
 }
 

@@ -19,11 +19,9 @@ inline constexpr std::string_view kFaultyCalls[] = {
     "send",    "socket",        "statfs",    "timerfd_create"};
 
 constexpr int IndexOfFaultyCall(std::string_view name) {
-    for (int i = 0; i < static_cast<int>(std::size(kFaultyCalls)); ++i) {
-        if (kFaultyCalls[i] == name) {
+    for (int i = 0; i < static_cast<int>(std::size(kFaultyCalls)); ++i)
+        if (kFaultyCalls[i] == name)
             return i;
-        }
-    }
     return -1;
 }
 

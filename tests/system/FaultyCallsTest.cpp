@@ -232,9 +232,8 @@ void FaultyRunTest::CheckDaemon(bool done, bool happened) {
     const auto log = scene_.TakeLog();
     EXPECT_TRUE(done || !log.empty()) << "passed over in silence";
     EXPECT_TRUE(happened || (done && log.empty())) << testing::PrintToString(log);
-    const bool isFailed = std::ranges::any_of(log, [](const auto& text) {
-        return IsFailedWithdrawal({Voice::SystemLog, text});
-    });
+    const bool isFailed = std::ranges::any_of(
+        log, [](const auto& text) { return IsFailedWithdrawal({Voice::SystemLog, text}); });
     if (std::exchange(isOutOfReach_, false) || isFailed)
         ++slot_;
 }

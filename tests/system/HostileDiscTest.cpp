@@ -138,9 +138,8 @@ TEST_F(OddContentTest, NamesAreBytes) {
         watches.emplace_back(leaf);
     }
     BindAndExpectBuild();
-    for (stage::ReadWatch& watch : watches) {
+    for (stage::ReadWatch& watch : watches)
         watch.AwaitReads(1);
-    }
 }
 
 // None of these is entered, or opened, as nobody can a socket.
@@ -163,9 +162,8 @@ TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
 }
 
 TEST_F(OddContentTest, OnlyFilesAreReadUnderTheInfoFilesName) {
-    for (const char* folder : {"pipe", "directory", "link", "self", "socket", "terabyte"}) {
+    for (const char* folder : {"pipe", "directory", "link", "self", "socket", "terabyte"})
         fs::create_directory(fs::path("/tmp/a") / folder);
-    }
     fs::create_directory("/tmp/a/directory/.media_info.plist");
     fs::create_symlink("/dev/zero", "/tmp/a/link/.media_info.plist");
     fs::create_symlink(".media_info.plist", "/tmp/a/self/.media_info.plist");
@@ -207,25 +205,20 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DeviceTest, testing::Values(S_IFCHR, S_IFBLK),
                          });
 
 TEST_P(DeviceTest, IsOpenedNeitherOnADiscNorUnderTheInfoFilesName) {
-    for (const char* folder : {"/tmp/a/info", "/tmp/a/link", "/tmp/a/z"}) {
+    for (const char* folder : {"/tmp/a/info", "/tmp/a/link", "/tmp/a/z"})
         fs::create_directory(folder);
-    }
-    for (const char* path : {"/tmp/a/disc0/device", "/tmp/a/info/.media_info.plist"}) {
-        if (!CanMake(path)) {
+    for (const char* path : {"/tmp/a/disc0/device", "/tmp/a/info/.media_info.plist"})
+        if (!CanMake(path))
             GTEST_SKIP() << "no device can be made in this namespace (run as root)";
-        }
-    }
     fs::create_symlink("../disc0/device", "/tmp/a/link/.media_info.plist");
     Bind("/tmp/a", kPlace, 2);
     PermitDevices(kPlace);
     stage::ReadWatch onDisc("/tmp/a/disc0/device");
     stage::ReadWatch infoFile("/tmp/a/info/.media_info.plist");
     stage::ReadWatch last("/tmp/a/z");
-    for (const char* path : {"/disc0/device", "/info/.media_info.plist"}) {
-        if (!CanOpen(std::string(kPlace) + path)) {
+    for (const char* path : {"/disc0/device", "/info/.media_info.plist"})
+        if (!CanOpen(std::string(kPlace) + path))
             GTEST_SKIP() << "nobody can open such a device here: " << std::strerror(errno);
-        }
-    }
     ExpectBuildOf(1);
     EXPECT_EQ(onDisc.CountReadsSoFar(), 1); // by this test itself
     EXPECT_EQ(infoFile.CountReadsSoFar(), 1);
@@ -245,9 +238,8 @@ TEST_F(OddContentTest, SparseTerabyteInPlaceOfTheInfoFileHoldsUpNobody) {
 TEST_F(OddContentTest, FoldersAreEnteredAsDeepAsAPathCanTell) {
     std::string folder = "/tmp/a/disc0";
     std::string path = "/tmp/place/disc0";
-    for (; path.size() + 2 <= kLongestPath; path += "/d") {
+    for (; path.size() + 2 <= kLongestPath; path += "/d")
         fs::create_directory(folder += "/d");
-    }
     fs::create_directories(folder + "/d/d");
     stage::ReadWatch deepest(folder);
     stage::ReadWatch tooDeep(folder + "/d");
@@ -288,9 +280,8 @@ protected:
         stage::ReadWatch many("/tmp/a/disc0/many");
         ExpectBuildOf(1);
         many.AwaitReads(1);
-        if (!stage::kHasSanitizer) {
+        if (!stage::kHasSanitizer)
             EXPECT_LE(stage::ReadOwnMemory(scene_.TheDaemon().Pid()), before + kMebibyte);
-        }
     }
 };
 

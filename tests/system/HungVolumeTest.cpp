@@ -137,13 +137,11 @@ TEST_F(HungVolumeTest, NeverAppearsIfItsServerIsKilledBeforeItAnswers) {
 
 // Any user may mount one, but it is the system that answers for it.
 TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
-    if (!IsUserKnown(kAnotherUser)) {
+    if (!IsUserKnown(kAnotherUser))
         GTEST_SKIP() << "no other user is known in this namespace (run as root)";
-    }
     std::deque<SilentVolume> silent;
-    for (int i = 0; i < 2 * kMostProbes; ++i) {
+    for (int i = 0; i < 2 * kMostProbes; ++i)
         silent.push_back(SilentVolume::OfUser(kAnotherUser, "/tmp/of-user" + std::to_string(i)));
-    }
     ExpectMainLoopGoesOn();
     stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs, 0);
 }
@@ -198,9 +196,8 @@ TEST_F(HungVolumeTest, SlowThatStopsInItsSecondReadingHoldsUpTheDaemonForHalfAMi
 // Beyond so many dead ones, a volume that would answer has to wait, too; all else goes on.
 TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
     std::deque<SilentVolume> silent;
-    for (int i = 1; i < kMostProbes; ++i) {
+    for (int i = 1; i < kMostProbes; ++i)
         silent.emplace_back("/tmp/silent" + std::to_string(i));
-    }
     ExpectMainLoopGoesOn();
     silent.emplace_back("/tmp/silent");
     stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs,

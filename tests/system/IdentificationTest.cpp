@@ -22,9 +22,8 @@ protected:
     // The slots in the order in which their discs were asked for.
     std::vector<std::string> MountedSlots() {
         std::vector<std::string> slots;
-        for (const Event& mount : Server().AllSoFar("request", {{"command", "mount disc"}})) {
+        for (const Event& mount : Server().AllSoFar("request", {{"command", "mount disc"}}))
             slots.push_back(mount["storage-element-index"]);
-        }
         return slots;
     }
 
@@ -40,9 +39,8 @@ protected:
         for (const Event& request :
              Server().AllSoFar("request", {{"command", "request identification"}})) {
             const std::string slot = request["storage-element-index"];
-            if (running.erase(slot) == 0) {
+            if (running.erase(slot) == 0)
                 running.insert(slot);
-            }
             most = std::max(most, running.size());
         }
         return static_cast<int>(most);
@@ -82,9 +80,8 @@ TEST_F(IdentificationTest, DiscIsMountedPrivatelyForThisProcess) {
 TEST_F(IdentificationTest, EveryDiscIsIdentifiedOnceAndNeverMoreThanThereAreDrives) {
     Begin("slots=8 drives=2 moving=20");
     Tell("hold");
-    for (int slot = 0; slot < 8; ++slot) {
+    for (int slot = 0; slot < 8; ++slot)
         Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
-    }
     Tell("release");
     for (int slot = 0; slot < 8; ++slot) {
         AwaitIdentification(slot);
@@ -96,13 +93,11 @@ TEST_F(IdentificationTest, EveryDiscIsIdentifiedOnceAndNeverMoreThanThereAreDriv
 TEST_F(IdentificationTest, OneDriveTakesOneDiscAtATime) {
     Begin("slots=4 drives=1 moving=20");
     Tell("hold");
-    for (int slot = 0; slot < 4; ++slot) {
+    for (int slot = 0; slot < 4; ++slot)
         Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
-    }
     Tell("release");
-    for (int slot = 0; slot < 4; ++slot) {
+    for (int slot = 0; slot < 4; ++slot)
         AwaitIdentification(slot);
-    }
     EXPECT_EQ(MostAtOnce(), 1);
 }
 
@@ -193,9 +188,8 @@ TEST_F(IdentificationTest, OnlyTheRootIsListedUnlessTheChangerWantsMore) {
     AwaitIdentification(0);
     const auto listings = Server().AllSoFar("listing", {{"slot", "0"}});
     ASSERT_FALSE(listings.empty());
-    for (const Event& listing : listings) {
+    for (const Event& listing : listings)
         EXPECT_EQ(listing["path"], "/");
-    }
 }
 
 TEST_F(IdentificationTest, WholeDiscIsListedWhereTheChangerWantsIt) {
@@ -203,11 +197,9 @@ TEST_F(IdentificationTest, WholeDiscIsListedWhereTheChangerWantsIt) {
     Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
     Tell("put changer=5000C500ABCD00A1 slot=0 directories=6 depth=3");
     AwaitIdentification(0);
-    for (const Event& line : Tell("show changer=5000C500ABCD00A1 slot=0 directories=yes")) {
-        if (line.kind == "directory") {
+    for (const Event& line : Tell("show changer=5000C500ABCD00A1 slot=0 directories=yes"))
+        if (line.kind == "directory")
             EXPECT_EQ(line["cached"], "yes") << line["path"];
-        }
-    }
     EXPECT_THAT(Server().AllSoFar("open"), IsEmpty()) << "files are never opened";
 }
 

@@ -38,15 +38,13 @@ void ChangeToPlainRootWithout(const fs::path& left) {
     fs::create_directories(kRoot + std::string("/tmp"));
     for (const fs::directory_entry& entry : fs::directory_iterator("/")) {
         const fs::path place = kRoot + entry.path().string();
-        if (entry.is_symlink()) {
+        if (entry.is_symlink())
             fs::copy_symlink(entry.path(), place);
-        } else if (IsFolder(entry) && entry.path() != "/tmp" && entry.path() != left) {
+        else if (IsFolder(entry) && entry.path() != "/tmp" && entry.path() != left)
             Bind(entry.path());
-        }
     }
-    if (!left.empty()) {
+    if (!left.empty())
         fs::create_directory(kRoot + left.string());
-    }
     Require(chroot(kRoot) == 0 && chdir("/") == 0, "cannot change the root");
     Require(dup2(STDERR_FILENO, STDOUT_FILENO) >= 0, "cannot redirect standard output");
 }
@@ -60,9 +58,8 @@ TEST(PlainRootTest, DaemonRunsInAPrivateWorldThere) {
 }
 
 TEST(PlainRootTest, MissingProcFileSystemIsNamed) {
-    if (stage::kHasSanitizer) {
+    if (stage::kHasSanitizer)
         GTEST_SKIP() << "a sanitizer itself takes /proc";
-    }
     const ProgramEnd end = RunProgram({"system-tests"}, [] { ChangeToPlainRootWithout("/proc"); });
     EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("is the proc file system mounted"));

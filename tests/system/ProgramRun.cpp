@@ -21,9 +21,8 @@ constexpr int kCannotRun = 127;
 
 [[noreturn]] void Execute(const std::vector<std::string>& arguments) {
     std::vector<char*> pointers;
-    for (const std::string& argument : arguments) {
+    for (const std::string& argument : arguments)
         pointers.push_back(const_cast<char*>(argument.c_str()));
-    }
     pointers.push_back(nullptr);
     const std::string program = stage::ProgramPath(arguments.front());
     execv(program.c_str(), pointers.data());
@@ -47,9 +46,8 @@ std::string ReadToEnd(int pipe) {
     std::string text;
     std::array<char, 4096> chunk;
     ssize_t length = 0;
-    while ((length = read(pipe, chunk.data(), chunk.size())) > 0) {
+    while ((length = read(pipe, chunk.data(), chunk.size())) > 0)
         text.append(chunk.data(), static_cast<std::size_t>(length));
-    }
     return text;
 }
 
@@ -64,9 +62,8 @@ ProgramEnd RunProgram(const std::vector<std::string>& arguments,
     std::fflush(nullptr);
     const pid_t child = fork();
     Require(child >= 0, "cannot fork");
-    if (child == 0) {
+    if (child == 0)
         BecomeProgram(arguments, prepare, writer.Get());
-    }
     writer.Close();
     const std::string errors = ReadToEnd(reader.Get());
     int status = 0;

@@ -52,9 +52,8 @@ std::string Puppet::AwaitAnswer() {
         return line.voice == stage::Voice::Server;
     };
     const std::string answer = record_.Await(isAnswer, "the puppet's answer").text;
-    if (answer.starts_with("failed ")) {
+    if (answer.starts_with("failed "))
         throw stage::Failure("the puppet " + answer);
-    }
     return answer;
 }
 

@@ -35,9 +35,8 @@ void PuppetTest::Begin(const Changers& changers) {
 
 void PuppetTest::Introduce(const Changers& changers) {
     TellOf(changers);
-    for (const wire::Changer& changer : changers) {
+    for (const wire::Changer& changer : changers)
         EXPECT_EQ(Serve(), "clear status " + Hex(changer.guid));
-    }
 }
 
 std::string PuppetTest::Shortly(const std::string& request) {
@@ -47,12 +46,10 @@ std::string PuppetTest::Shortly(const std::string& request) {
     const auto names = [&](const char* command) {
         return request.find("<string>" + std::string(command) + "</string>") != std::string::npos;
     };
-    if (names("mount disc")) {
+    if (names("mount disc"))
         return "mount " + guid;
-    }
-    if (names("eject disc")) {
+    if (names("eject disc"))
         return "eject " + guid;
-    }
     return (names("request identification") ? "withdraw " : "clear status ") + guid;
 }
 
@@ -70,19 +67,16 @@ std::string PuppetTest::Serve() {
 
 std::vector<std::string> PuppetTest::Serve(std::size_t count) {
     std::vector<std::string> requests(count);
-    for (std::string& request : requests) {
+    for (std::string& request : requests)
         request = Serve();
-    }
     return requests;
 }
 
 void PuppetTest::ServeIdentificationsOf(const Changers& changers) {
     std::vector<std::string> expected;
-    for (const wire::Changer& changer : changers) {
-        for (const char* request : {"withdraw ", "mount ", "eject ", "withdraw "}) {
+    for (const wire::Changer& changer : changers)
+        for (const char* request : {"withdraw ", "mount ", "eject ", "withdraw "})
             expected.push_back(request + Hex(changer.guid));
-        }
-    }
     EXPECT_THAT(Serve(expected.size()), UnorderedElementsAreArray(expected));
 }
 
@@ -100,12 +94,9 @@ std::string PuppetTest::WorkerLine(std::uint64_t guid, const std::string& messag
 }
 
 void PuppetTest::TearDown() {
-    for (const std::string& complaint : scene_.End()) {
+    for (const std::string& complaint : scene_.End())
         ADD_FAILURE() << complaint;
-    }
-    if (HasFailure()) {
-        for (const stage::Line& line : scene_.TheRecord().Since(0)) {
+    if (HasFailure())
+        for (const stage::Line& line : scene_.TheRecord().Since(0))
             std::printf("%s: %.400s\n", NameOf(line.voice), line.text.c_str());
-        }
-    }
 }

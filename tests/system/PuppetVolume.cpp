@@ -34,9 +34,8 @@ stage::Command PuppetVolume::CommandFor(const std::string& place,
                                         const std::vector<std::string>& folders, Start start) {
     stage::Command command{
         stage::ProgramPath("puppet-volume"), {"puppet-volume"}, stage::PlainEnvironment()};
-    if (start != Start::Awake) {
+    if (start != Start::Awake)
         command.arguments.emplace_back(OptionFor(start));
-    }
     command.arguments.insert(command.arguments.end(), {MakePlace(place), "5764824129707245729"});
     command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());
     return command;
@@ -47,9 +46,8 @@ PuppetVolume::PuppetVolume(stage::Record& record, const std::string& place,
     : record_(record), place_(place), process_(CommandFor(place, folders, start), record,
                                                stage::Voice::Server, stage::Voice::ServerOutput) {
     record_.Await(stage::Voice::Server, "volume mounted");
-    if (start == Start::Asleep) {
+    if (start == Start::Asleep)
         AwaitStop();
-    }
 }
 
 PuppetVolume::~PuppetVolume() {

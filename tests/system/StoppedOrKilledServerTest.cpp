@@ -91,23 +91,20 @@ protected:
     // Goes on with them to their ends; false where the daemon has given up.
     std::vector<bool> FinishMounts() {
         std::vector<bool> isTaken;
-        for (Exchange& mount : mounts_) {
+        for (Exchange& mount : mounts_)
             isTaken.push_back(Finish(mount));
-        }
         return isTaken;
     }
 
     static Changers Without(Changers changers) {
-        for (wire::Changer& changer : changers) {
+        for (wire::Changer& changer : changers)
             changer.hasDisc = false;
-        }
         return changers;
     }
     static std::vector<std::string> ForEach(const char* request) {
         std::vector<std::string> requests;
-        for (const char* guid : {"A1", "A2", "A3", "A4", "A5", "A6", "A7"}) {
+        for (const char* guid : {"A1", "A2", "A3", "A4", "A5", "A6", "A7"})
             requests.push_back(request + std::string(guid));
-        }
         return requests;
     }
 
@@ -146,9 +143,8 @@ private:
         }
     }
     bool Finish(Exchange& mount) {
-        if (mount.point == Point::DidNotAccept) {
+        if (mount.point == Point::DidNotAccept)
             mount.connection = Server().AcceptClient();
-        }
         if (mount.point == Point::ReadPart || mount.point == Point::Accepted ||
             mount.point == Point::DidNotAccept) {
             EXPECT_THAT(Shortly(Server().ReadRequest(mount.connection)),
@@ -238,9 +234,8 @@ TEST_F(KilledServerTest, RequestsAreLostAndTheNextServersDiscsAreIdentified) {
     // Of the connection that was not accepted, nobody can tell how far the daemon had come with it.
     const Changers accepted(changers_.begin(), changers_.end() - 1);
     AwaitLogOfLostMounts(accepted, "lost connection with changer server", 1005);
-    for (std::size_t i = 0; i < changers_.size(); ++i) {
+    for (std::size_t i = 0; i < changers_.size(); ++i)
         scene_.AwaitEndOfLog(kWorkerGaveUp);
-    }
     StartServer();
     AwaitSubscriber();
     TellOf(changers_);

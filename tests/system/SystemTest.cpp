@@ -12,19 +12,16 @@ namespace {
 std::string Shortly(const Event& request) {
     const std::string command = request["command"];
     const std::string slot = request["storage-element-index"];
-    if (command == "mount disc") {
+    if (command == "mount disc")
         return "mount " + slot;
-    }
-    if (command == "eject disc") {
+    if (command == "eject disc")
         return "eject " + slot;
-    }
     if (command == "request identification") {
         const std::string verb = request["request"] == "no" ? "withdraw " : "request ";
         return verb + (slot.empty() ? "changer" : slot);
     }
-    if (command == "set client status" && request["message"].empty()) {
+    if (command == "set client status" && request["message"].empty())
         return "clear status";
-    }
     return "status " + request["current-step"] + "/" + request["maximum-step"];
 }
 
@@ -90,20 +87,16 @@ std::string SystemTest::Link(const std::string& module, const std::string& funct
 }
 
 void SystemTest::TearDown() {
-    for (const std::string& complaint : scene_.End()) {
+    for (const std::string& complaint : scene_.End())
         ADD_FAILURE() << complaint;
-    }
-    if (HasFailure()) {
-        for (const stage::Line& line : scene_.TheRecord().Since(0)) {
+    if (HasFailure())
+        for (const stage::Line& line : scene_.TheRecord().Since(0))
             std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
-        }
-    }
 }
 
 std::vector<std::string> SystemTest::RequestsSoFar() {
     std::vector<std::string> requests;
-    for (const Event& request : Server().AllSoFar("request")) {
+    for (const Event& request : Server().AllSoFar("request"))
         requests.push_back(Shortly(request));
-    }
     return requests;
 }

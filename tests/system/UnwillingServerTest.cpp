@@ -38,9 +38,8 @@ TEST_F(UnwillingServerTest, MayPushMoreThanSocketsHoldBeforeItAnswers) {
     Begin({{0xA1}});
     const std::string known = wire::ChangerList({{0xA1}});
     TellOf({{0xA1}, {0xA2}});
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         Notify(known + wire::ChangerInfo({{0xA1}, {0xA2}}, kHuge));
-    }
     EXPECT_THAT(Serve(4), ElementsAre("clear status A2", "clear status A2", "clear status A2",
                                       "clear status A2"));
     ExpectIdentificationWorks();
@@ -59,9 +58,8 @@ TEST_F(UnwillingServerTest, MayPushMoreThanSocketsHoldBeforeItAnswersABuild) {
     Begin({{0xA1}});
     TellOf({{.guid = 0xA1, .wantsBuild = true}});
     const int withdrawal = Server().AcceptClient();
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         Notify(wire::ChangerInfo({{0xA1}}, kHuge));
-    }
     EXPECT_EQ(Shortly(Server().ReadRequest(withdrawal)), "withdraw A1");
     Reply(withdrawal);
     ExpectIdentificationWorks();
@@ -88,9 +86,8 @@ TEST_F(UnwillingServerTest, MayCloseEverySubscriptionAtOnceForAWhile) {
     Server().Do("refuse notifications " + std::to_string(kTimes));
     AwaitSubscriber();
     ExpectIdentificationWorks();
-    if (!stage::kHasSanitizer) {
+    if (!stage::kHasSanitizer)
         EXPECT_LE(stage::ReadOwnMemory(scene_.TheDaemon().Pid()), before + kTimes * kSource);
-    }
 }
 
 TEST_F(UnwillingServerTest, IsWaitedForWhereItsMessageSocketIsFull) {

@@ -176,9 +176,8 @@ TEST_F(VolumeTest, FoldersThatAreNoChangersAreTakenForNone) {
     WriteInfoFile("/tmp/empty/.changer_info.plist", "");
     WriteInfoFile("/tmp/string/.changer_info.plist",
                   PropertyList("<key>Changer GUID</key><string>161</string>"));
-    for (const fs::path folder : {"/tmp/malformed", "/tmp/empty", "/tmp/string"}) {
+    for (const fs::path folder : {"/tmp/malformed", "/tmp/empty", "/tmp/string"})
         Bind(folder, folder.string() + "-place", 1);
-    }
     ExpectNothingToBuild();
 }
 
@@ -203,9 +202,8 @@ TEST_F(VolumeTest, PipesAndFoldersInPlaceOfTheInfoFileDoNoHarm) {
 TEST_F(VolumeTest, RealFileSystemIsTakenUpWhileTheDaemonRuns) {
     Tell("mount changer=5000C500ABCD00A1 mount=/tmp/carousel");
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
-    while (Server().AllSoFar("listed").empty()) {
+    while (Server().AllSoFar("listed").empty())
         AwaitServedRequest(0);
-    }
 }
 
 } // namespace

@@ -61,17 +61,15 @@ std::string EmptyReply() {
 
 std::string ChangerList(const std::vector<Changer>& changers) {
     std::string list;
-    for (const Changer& changer : changers) {
+    for (const Changer& changer : changers)
         list += Number(kGuidBase + changer.guid);
-    }
     return Notification("changer list", "<array>" + list + "</array>");
 }
 
 std::string ChangerInfo(const std::vector<Changer>& changers, std::size_t padding) {
     std::string infos;
-    for (const Changer& changer : changers) {
+    for (const Changer& changer : changers)
         infos += Info(changer);
-    }
     return Notification("changer info", "<array>" + infos + "</array>",
                         Key("padding", "<string>" + std::string(padding, 'x') + "</string>"));
 }

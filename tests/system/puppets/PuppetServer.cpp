@@ -90,9 +90,8 @@ void Bind(Channel& channel, const std::string& name) {
 
 void Listen(const std::string& name, int backlog) {
     Channel& channel = g_channels[name];
-    if (!channel.listener) {
+    if (!channel.listener)
         Bind(channel, name);
-    }
     Require(listen(channel.listener.Get(), backlog) == 0, "listen");
 }
 
@@ -102,9 +101,8 @@ void Fill(Channel& channel) {
         Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         hasRoom = connect(client.Get(), reinterpret_cast<const sockaddr*>(&channel.address),
                           sizeof channel.address) == 0;
-        if (hasRoom) {
+        if (hasRoom)
             channel.fillers.push_back(std::move(client));
-        }
     }
     Require(errno == EAGAIN, "connect");
 }
@@ -116,9 +114,8 @@ Descriptor Accept(const Channel& channel) {
 }
 
 void Drain(Channel& channel) {
-    for (; !channel.fillers.empty(); channel.fillers.pop_back()) {
+    for (; !channel.fillers.empty(); channel.fillers.pop_back())
         Accept(channel);
-    }
 }
 
 void Read(Connection& connection, std::size_t count) {
@@ -142,9 +139,8 @@ bool Write(const Connection& connection, const std::string& bytes) {
     for (std::size_t done = 0; done < bytes.size();) {
         const ssize_t sent =
             send(connection.socket.Get(), bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (sent < 0) {
+        if (sent < 0)
             return false;
-        }
         done += static_cast<std::size_t>(sent);
     }
     return true;
@@ -172,9 +168,8 @@ std::string DoWithChannel(const std::string& verb, const std::string& name, int 
         g_connections[next].socket = Accept(channel);
         return "accepted " + std::to_string(next);
     } else if (verb == "refuse") {
-        for (int i = 0; i < number; ++i) {
+        for (int i = 0; i < number; ++i)
             Accept(channel);
-        }
     }
     return "done";
 }
@@ -209,9 +204,8 @@ std::string Do(const std::string& line) {
         prctl(PR_SET_NAME, FromHex(object).c_str());
         return "done";
     }
-    if (object == "messages" || object == "notifications") {
+    if (object == "messages" || object == "notifications")
         return DoWithChannel(verb, object, argument.empty() ? 0 : std::stoi(argument));
-    }
     return DoWithConnection(verb, std::stoi(object), argument);
 }
 

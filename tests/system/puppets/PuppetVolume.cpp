@@ -45,9 +45,8 @@ std::string PropertyList(const std::string& content) {
 }
 
 std::optional<std::string> FindFile(std::string_view path) {
-    if (path == kChangerInfo) {
+    if (path == kChangerInfo)
         return PropertyList("");
-    }
     if (path == "/disc/.media_info.plist") {
         return PropertyList("<key>Storage Element Index</key><integer>0</integer>"
                             "<key>Partition Id</key><string>1</string>"
@@ -58,9 +57,8 @@ std::optional<std::string> FindFile(std::string_view path) {
 
 // The folder of the disc that the path leads into, and what follows.
 std::pair<std::string, std::string> SplitBelowDisc(std::string_view path) {
-    if (!path.starts_with(std::string(kDisc) + "/")) {
+    if (!path.starts_with(std::string(kDisc) + "/"))
         return {};
-    }
     const std::string below(path.substr(kDisc.size() + 1));
     const std::size_t slash = std::min(below.find('/'), below.size());
     return {below.substr(0, slash), below.substr(slash)};
@@ -68,16 +66,14 @@ std::pair<std::string, std::string> SplitBelowDisc(std::string_view path) {
 
 // "/a/b/b/a" and the like.
 bool IsInMaze(std::string_view rest) {
-    while (rest.starts_with("/a") || rest.starts_with("/b")) {
+    while (rest.starts_with("/a") || rest.starts_with("/b"))
         rest.remove_prefix(2);
-    }
     return rest.empty();
 }
 
 bool IsDirectory(std::string_view path) {
-    if (path == "/" || path == kDisc) {
+    if (path == "/" || path == kDisc)
         return true;
-    }
     const auto [folder, rest] = SplitBelowDisc(path);
     const bool isThere = std::count(g_folders.begin(), g_folders.end(), folder) > 0;
     return isThere && (rest.empty() || (folder.starts_with("maze") && IsInMaze(rest)));
@@ -90,9 +86,8 @@ int GetAttributes(const char* path, struct stat* status, fuse_file_info*) {
         return 0;
     }
     const auto file = FindFile(path);
-    if (!file) {
+    if (!file)
         return -ENOENT;
-    }
     status->st_mode = S_IFREG | 0644;
     status->st_size = static_cast<off_t>(file->size());
     return 0;
@@ -100,16 +95,14 @@ int GetAttributes(const char* path, struct stat* status, fuse_file_info*) {
 
 int OpenDirectory(const char* path, fuse_file_info*) {
     const std::string folder = SplitBelowDisc(path).first;
-    if (folder.starts_with("stop")) {
+    if (folder.starts_with("stop"))
         raise(SIGSTOP);
-    }
     return folder.starts_with("forbidden") ? -EACCES : 0;
 }
 
 std::vector<std::string> NamesIn(std::string_view path) {
-    if (path == "/") {
+    if (path == "/")
         return {".changer_info.plist", "disc"};
-    }
     if (path == kDisc) {
         std::vector<std::string> names = g_folders;
         names.emplace_back(".media_info.plist");
@@ -125,20 +118,17 @@ int ReadDirectory(const char* path, void* buffer, fuse_fill_dir_t fill, off_t of
     const bool isBroken = SplitBelowDisc(path).first.starts_with("broken");
     std::vector<std::string> names = NamesIn(path);
     names.insert(names.begin(), {".", ".."});
-    if (isBroken && offset > 0) {
+    if (isBroken && offset > 0)
         return -EIO;
-    }
     const auto index = static_cast<std::size_t>(offset);
-    if (index < names.size()) {
+    if (index < names.size())
         fill(buffer, names[index].c_str(), nullptr, offset + 1, fuse_fill_dir_flags{});
-    }
     return 0;
 }
 
 int Open(const char* path, fuse_file_info*) {
-    if (path == kChangerInfo && --g_infoOpeningsUntilStop == 0) {
+    if (path == kChangerInfo && --g_infoOpeningsUntilStop == 0)
         raise(SIGSTOP);
-    }
     std::cout << "volume read " << path << std::endl;
     return 0;
 }
@@ -159,13 +149,11 @@ int Serve(const char* place, bool isAsleep) {
     const char* arguments[] = {"puppet-volume", "-oro,allow_other"};
     fuse_args parsed = FUSE_ARGS_INIT(2, const_cast<char**>(arguments));
     fuse* volume = fuse_new(&parsed, &operations, sizeof operations, nullptr);
-    if (volume == nullptr || fuse_mount(volume, place) != 0) {
+    if (volume == nullptr || fuse_mount(volume, place) != 0)
         return 1;
-    }
     std::cout << "volume mounted" << std::endl;
-    if (isAsleep) {
+    if (isAsleep)
         raise(SIGSTOP);
-    }
     return fuse_loop(volume);
 }
 
@@ -176,15 +164,13 @@ int main(int, char** argv) {
     const std::string_view option = *next;
     const bool isAsleep = option == "--asleep";
     const bool stopsAtInfo = option.starts_with(kStopsAtInfo);
-    if (stopsAtInfo) {
+    if (stopsAtInfo)
         g_infoOpeningsUntilStop = std::stoi(*next + kStopsAtInfo.size());
-    }
     next += isAsleep || stopsAtInfo ? 1 : 0;
     const char* const place = *next++;
     g_guid = *next++;
-    for (; *next != nullptr; ++next) {
+    for (; *next != nullptr; ++next)
         g_folders.emplace_back(*next);
-    }
     // Tests unmount this program's file system and kill it at once. A leak check at its exit that
     // is killed in the middle reports "Unable to get registers", so exit without one.
     std::_Exit(Serve(place, isAsleep));

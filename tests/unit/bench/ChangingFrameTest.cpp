@@ -22,9 +22,8 @@ std::vector<std::uint64_t> TimesIn(const ChangingFrame& frame) {
     const std::string tag = "<integer>";
     const std::string& text = frame.Bytes();
     std::vector<std::uint64_t> times;
-    for (std::size_t at = 0; (at = text.find(key, at)) != std::string::npos; ++at) {
+    for (std::size_t at = 0; (at = text.find(key, at)) != std::string::npos; ++at)
         times.push_back(std::strtoull(&text[text.find(tag, at) + tag.size()], nullptr, 10));
-    }
     return times;
 }
 
@@ -54,9 +53,8 @@ TEST(ChangingFrame, NoTwoDiscsEverHaveTheSameTime) {
     std::set<std::uint64_t> seen(first.begin(), first.end());
     EXPECT_EQ(seen.size(), kDiscs);
     for (std::size_t look = 1; look <= 2; ++look) {
-        for (std::size_t disc = 0; disc < kDiscs; ++disc) {
+        for (std::size_t disc = 0; disc < kDiscs; ++disc)
             frame.ChangeDisc(disc);
-        }
         const std::vector<std::uint64_t> times = TimesIn(frame);
         seen.insert(times.begin(), times.end());
         EXPECT_EQ(seen.size(), (1 + look) * kDiscs);

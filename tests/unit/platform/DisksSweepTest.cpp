@@ -97,12 +97,11 @@ protected:
     std::string TakeEvents(std::size_t count) {
         list_->StartProbes(probes_);
         std::string events;
-        while (events.size() < count) {
+        while (events.size() < count)
             if (const DiskEvent event = list_->TakeEvent(kNow); event.disk)
                 events += event.appeared ? '+' : '-';
             else
                 CFRunLoopRun();
-        }
         return events;
     }
 

@@ -76,9 +76,8 @@ protected:
             },
             [&](std::size_t nth, bool happened) {
                 EXPECT_EQ(text, nullptr) << nth;
-                if (list != nullptr || !happened) {
+                if (list != nullptr || !happened)
                     EXPECT_EQ(WriteList(list), expected) << nth;
-                }
                 CFRelease(list);
                 EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
             });
@@ -109,9 +108,8 @@ TEST_F(PropertyListMemory, ReadingXmlInBatches) {
             }
         },
         [&](std::size_t nth, bool happened) {
-            if (list != nullptr || !happened) {
+            if (list != nullptr || !happened)
                 EXPECT_EQ(WriteList(list), expected) << nth;
-            }
             CFRelease(list);
             EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
         });
@@ -145,9 +143,8 @@ TEST_F(PropertyListMemory, RefusingXml) {
         [&](std::size_t) { list = CFPropertyListCreateFromXMLData(nullptr, data.Get(), 0, &text); },
         [&](std::size_t nth, bool happened) {
             EXPECT_EQ(list, nullptr) << nth;
-            if (text != nullptr || !happened) {
+            if (text != nullptr || !happened)
                 EXPECT_EQ(TextOf(text), "Hex digit in non-hex <integer> on line 1") << nth;
-            }
             CFRelease(text);
             EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
         });
@@ -161,9 +158,8 @@ TEST_F(PropertyListMemory, Writing) {
         [&](std::size_t) { written = CFPropertyListCreateXMLData(nullptr, source.list.Get()); },
         [&](std::size_t nth, bool happened) {
             EXPECT_NE(written == nullptr, !happened) << nth;
-            if (written != nullptr) {
+            if (written != nullptr)
                 EXPECT_EQ(static_cast<std::size_t>(CFDataGetLength(written)), expected.size());
-            }
             CFRelease(written);
         });
     EXPECT_GT(runs, 5U);

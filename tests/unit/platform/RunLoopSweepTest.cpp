@@ -43,8 +43,8 @@ void UseLoop() {
     g_outcome.hasLoop = loop != nullptr;
     CFRunLoopTimerRef soon = MakeTimer(kSoon, 0);
     CFRunLoopTimerRef daily = MakeTimer(kDay, kDay);
-    CFRunLoopSourceRef source = cf::CreateSignalSource(
-        cf::Runs::kEvery, [](void*) { NoteCallout(); }, nullptr);
+    CFRunLoopSourceRef source =
+        cf::CreateSignalSource(cf::Runs::kEvery, [](void*) { NoteCallout(); }, nullptr);
     for (CFRunLoopTimerRef timer : {soon, daily})
         CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
     CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);

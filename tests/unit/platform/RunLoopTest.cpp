@@ -477,8 +477,8 @@ TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
             CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
             CFRelease(timer);
         }
-        CFRunLoopSourceRef source = cf::CreateDescriptorSource(
-            event.Descriptor(), cf::Runs::kEvery, [](void*) {}, nullptr);
+        CFRunLoopSourceRef source =
+            cf::CreateDescriptorSource(event.Descriptor(), cf::Runs::kEvery, [](void*) {}, nullptr);
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
         CFRelease(source);
         AtNextSleepElsewhere([loop = CFRunLoopGetCurrent()] { CFRunLoopStop(loop); });

@@ -43,9 +43,8 @@ TEST(StringGetCString, NeedsRoomForTheTerminator) {
                 CFStringGetCString(row.string, buffer.data(), size, kCFStringEncodingUTF8) != 0;
             EXPECT_EQ(fits, size > row.bytes) << size;
             EXPECT_EQ(buffer[static_cast<std::size_t>(size)], '#') << "written past the end";
-            if (!fits && size > 0) {
+            if (!fits && size > 0)
                 EXPECT_EQ(buffer[0], 0);
-            }
         }
     }
 }
@@ -321,16 +320,8 @@ TEST(StringOrder, CountsUnpairedSurrogatesAsUnits) {
 }
 
 TEST(StringKind, TellsWhetherTheTextIsPlainUtf8) {
-    EXPECT_EQ(
-        CFStringRef {
-            Units({'a', 0xD83D, 0xDE00})
-        } -> kind,
-        cf::kValidUtf8);
-    EXPECT_EQ(
-        CFStringRef {
-            Units({'a', 0xD83D})
-        } -> kind,
-        cf::kWithUnpairedSurrogates);
+    EXPECT_EQ(CFStringRef { Units({'a', 0xD83D, 0xDE00}) } -> kind, cf::kValidUtf8);
+    EXPECT_EQ(CFStringRef { Units({'a', 0xD83D}) } -> kind, cf::kWithUnpairedSurrogates);
     EXPECT_TRUE(cf::IsValidUtf8(cf::TextOf(Units({'a', 0xD83D, 0xDE00}))));
     EXPECT_FALSE(cf::IsValidUtf8(cf::TextOf(Units({'a', 0xD83D}))));
 }

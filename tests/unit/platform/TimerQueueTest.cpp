@@ -39,8 +39,7 @@ protected:
     }
 
     // A callout that notes the name and then does something.
-    std::function<void()> Note(
-        char name, std::function<void()> then = [] {}) {
+    std::function<void()> Note(char name, std::function<void()> then = [] {}) {
         return [this, name, then = std::move(then)] {
             order += name;
             then();

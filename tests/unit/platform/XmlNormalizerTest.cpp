@@ -179,10 +179,9 @@ TEST(XmlNormalizer, FaultBehindRepeatedMarkupIsReportedWithItsLine) {
         {"\n<dict>\n<key>Index</key>\n<integer>1</key>",
          "Close tag on line 224 does not match open tag integer"},
     };
-    for (const auto& [ending, error] : endings) {
+    for (const auto& [ending, error] : endings)
         for (const std::size_t length : {std::size_t{1}, std::size_t{100}, std::size_t{16384}})
             EXPECT_EQ(ReadInBatches(discs + ending, length).error, error) << length;
-    }
 }
 
 TEST(XmlNormalizer, RepeatedMarkupReadInBatchesOfAnyLengthIsTheSame) {
@@ -417,12 +416,11 @@ std::size_t CountMatches(std::size_t entries, int rounds) {
     std::size_t matches = 0;
     for (int round = 0; round < rounds; ++round) {
         matches = 0;
-        for (const std::string& source : sources) {
+        for (const std::string& source : sources)
             if (cache.MatchSuccessor(source, kPath) != nullptr)
                 ++matches;
             else
                 cache.Add(Markup(source));
-        }
     }
     return matches;
 }

@@ -26,9 +26,8 @@ protected:
         disc.slot = slot;
         disc.name = "disc-" + std::to_string(slot);
         disc.identified = identified;
-        for (unsigned count = 0; count < partitions; ++count) {
+        for (unsigned count = 0; count < partitions; ++count)
             disc.partitions.push_back({MakeSyntheticTree({.seed = slot, .directories = 2}), true});
-        }
         changer_.Put(std::move(disc));
     }
     void SetTimes(int moving, int spinUp, int appear = 0) {
@@ -51,11 +50,9 @@ protected:
         return result;
     }
     std::uint32_t GetRoot(const std::string& name) {
-        for (const auto& volume : changer_.GetMediaRoots()) {
-            if (volume->name == name) {
+        for (const auto& volume : changer_.GetMediaRoots())
+            if (volume->name == name)
                 return volume->id;
-            }
-        }
         return 0;
     }
     std::string GetInfo() {
@@ -104,9 +101,8 @@ TEST_F(ChangerTest, BusyRobotBeginsNothing) {
 }
 
 TEST_F(ChangerTest, OccupiedDrivesBeginNothing) {
-    for (SlotIndex slot = 0; slot < 3; ++slot) {
+    for (SlotIndex slot = 0; slot < 3; ++slot)
         Put(slot, false);
-    }
     Mount(0, kDaemon);
     Mount(1, kDaemon);
     EXPECT_EQ(Mount(2, kDaemon), ReplyCode::Busy);
@@ -250,9 +246,8 @@ TEST_F(ChangerTest, ForgottenListingsNeedTheDiscAgain) {
 }
 
 TEST_F(ChangerTest, ListingTakesTheDriveOfADiscThatNobodyUses) {
-    for (SlotIndex slot = 0; slot < 4; ++slot) {
+    for (SlotIndex slot = 0; slot < 4; ++slot)
         Put(slot, true);
-    }
     Mount(0, kDaemon);
     List(GetRoot("disc-1"));
     EXPECT_EQ(*List(GetRoot("disc-2")), 0) << "in the drive of disc 1, not of disc 0";
@@ -262,9 +257,8 @@ TEST_F(ChangerTest, ListingTakesTheDriveOfADiscThatNobodyUses) {
 }
 
 TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreHeld) {
-    for (SlotIndex slot = 0; slot < 3; ++slot) {
+    for (SlotIndex slot = 0; slot < 3; ++slot)
         Put(slot, true);
-    }
     Mount(0, kDaemon);
     Mount(1, kDaemon);
     const auto waiting = List(GetRoot("disc-2"));

@@ -31,9 +31,8 @@ std::vector<std::string> Describe(const DiscTree& tree) {
 
 unsigned CountDirectories(const DiscTree& tree) {
     unsigned count = 0;
-    for (EntryIndex index = 0; index < tree.GetSize(); ++index) {
+    for (EntryIndex index = 0; index < tree.GetSize(); ++index)
         count += tree.GetEntry(index).IsDirectory() ? 1u : 0u;
-    }
     return count;
 }
 
@@ -50,9 +49,8 @@ TEST(SyntheticTreeTest, SeedDecidesEverything) {
 TEST(SyntheticTreeTest, StaysTheSameFromReleaseToRelease) {
     const auto tree = MakeSyntheticTree({.seed = 7, .directories = 2, .files = 1, .depth = 2});
     std::vector<std::string> paths;
-    for (EntryIndex index = 0; index < tree->GetSize(); ++index) {
+    for (EntryIndex index = 0; index < tree->GetSize(); ++index)
         paths.push_back(tree->GetPath(index));
-    }
     EXPECT_EQ(paths,
               (std::vector<std::string>{"/", "/kitchen-1", "/kitchen-2", "/letters-1.jpg",
                                         "/kitchen-1/railway-1.mp3", "/kitchen-2/railway-1.mp3"}));
@@ -63,11 +61,9 @@ TEST(SyntheticTreeTest, HasTheShapeAskedFor) {
     EXPECT_EQ(CountDirectories(*tree), 201u);
     EXPECT_EQ(tree->GetSize(), 201u + 201u * 4u);
     std::size_t deepest = 0;
-    for (EntryIndex index = 0; index < tree->GetSize(); ++index) {
-        if (tree->GetEntry(index).IsDirectory()) {
+    for (EntryIndex index = 0; index < tree->GetSize(); ++index)
+        if (tree->GetEntry(index).IsDirectory())
             deepest = std::max(deepest, GetDepth(tree->GetPath(index)));
-        }
-    }
     EXPECT_EQ(deepest, 5u);
 }
 

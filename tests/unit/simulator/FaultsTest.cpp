@@ -18,9 +18,8 @@ Value MakeReply() {
 
 std::string Encode(const Fault& fault) {
     std::string bytes;
-    for (const Piece& piece : EncodeWithFault(MakeReply(), fault)) {
+    for (const Piece& piece : EncodeWithFault(MakeReply(), fault))
         bytes += piece.bytes;
-    }
     return bytes;
 }
 
@@ -39,9 +38,8 @@ TEST(FaultsTest, OrdersAreUsedUpInTheirOrder) {
 }
 
 TEST(FaultsTest, NamesAreUndoneByTheParser) {
-    for (const auto kind : {FaultKind::Error, FaultKind::WrongRoot, FaultKind::Raw}) {
+    for (const auto kind : {FaultKind::Error, FaultKind::WrongRoot, FaultKind::Raw})
         EXPECT_EQ(ParseFaultName(GetFaultName(kind)), kind);
-    }
     EXPECT_EQ(GetFaultName(FaultKind::Raw), "raw");
     EXPECT_THROW(ParseFaultName("jam"), CommandError);
 }

@@ -28,9 +28,8 @@ TEST(FrameReaderTest, GathersFramesFromSingleBytes) {
     std::vector<std::string> payloads;
     for (const char byte : stream) {
         reader.Append({&byte, 1});
-        while (const auto payload = reader.TakePayload()) {
+        while (const auto payload = reader.TakePayload())
             payloads.push_back(*payload);
-        }
     }
     EXPECT_EQ(payloads, (std::vector<std::string>{"one", "", "two"}));
 }

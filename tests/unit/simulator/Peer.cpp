@@ -13,17 +13,15 @@ Peer::Peer(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::system_error(errno, std::generic_category(), path);
-    }
 }
 
 void Peer::Send(std::string_view bytes) const {
     while (!bytes.empty()) {
         const ssize_t count = send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count < 0) {
+        if (count < 0)
             throw std::system_error(errno, std::generic_category(), "send");
-        }
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
 }
@@ -40,13 +38,11 @@ std::string Peer::Receive() {
 
 std::optional<Value> Peer::ReceiveValue() {
     for (;;) {
-        if (const auto payload = reader_.TakePayload()) {
+        if (const auto payload = reader_.TakePayload())
             return Value::ParseXml(*payload);
-        }
         const std::string bytes = Receive();
-        if (bytes.empty()) {
+        if (bytes.empty())
             return {};
-        }
         reader_.Append(bytes);
     }
 }

@@ -43,9 +43,8 @@ public:
     Program() {
         int input[2];
         int output[2];
-        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
+        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
             throw std::runtime_error("pipe2");
-        }
         process_ = fork();
         if (process_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -80,9 +79,8 @@ public:
         while ((end = gathered_.find('\n')) == gathered_.npos) {
             char buffer[4096];
             const ssize_t length = read(output_.Get(), buffer, sizeof buffer);
-            if (length <= 0) {
+            if (length <= 0)
                 throw std::runtime_error("the program has ended");
-            }
             gathered_.append(buffer, static_cast<std::size_t>(length));
         }
         std::string line = gathered_.substr(0, end);
@@ -92,9 +90,8 @@ public:
     std::string AwaitLine(const std::string& part) {
         for (;;) {
             std::string line = ReadLine();
-            if (line.find(part) != line.npos) {
+            if (line.find(part) != line.npos)
                 return line;
-            }
         }
     }
     void Kill(int signal) const {
@@ -126,9 +123,8 @@ std::string ReadAll(const fs::path& path) {
 
 std::set<std::string> ListNames(const fs::path& path) {
     std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(path)) {
+    for (const auto& entry : fs::directory_iterator(path))
         names.insert(entry.path().filename());
-    }
     return names;
 }
 
@@ -150,15 +146,13 @@ protected:
     void RunPrivately(const std::function<void()>& body) {
         ASSERT_GE(GetExecutable().Get(), 0);
         const pid_t child = fork();
-        if (child == 0) {
+        if (child == 0)
             _exit(RunAsChild(body));
-        }
         int status = -1;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-        if (WEXITSTATUS(status) == kNotPermitted) {
+        if (WEXITSTATUS(status) == kNotPermitted)
             GTEST_SKIP() << "mounting a FUSE file system in a private namespace is not permitted";
-        }
         EXPECT_EQ(WEXITSTATUS(status), 0) << "see the failures above";
     }
 
@@ -168,9 +162,8 @@ protected:
 
 private:
     static int RunAsChild(const std::function<void()>& body) {
-        if (!EnterPrivateWorld()) {
+        if (!EnterPrivateWorld())
             return kNotPermitted;
-        }
         try {
             body();
         } catch (const std::exception& error) {
@@ -307,9 +300,8 @@ TEST_F(ProgramTest, KernelCacheShowsTheSame) {
         Program program;
         program.Tell(AddChanger("kernel-cache=yes"));
         program.Tell("put changer=A1 slot=0 identified=yes name=disc directories=1 depth=1");
-        for (int count = 0; count < 3; ++count) {
+        for (int count = 0; count < 3; ++count)
             EXPECT_EQ(ListNames("/tmp/carousel/disc").size(), 7u);
-        }
     });
 }
 
@@ -344,17 +336,14 @@ TEST_F(ProgramTest, EventsAreCountedInTheirOrder) {
         program.Tell("put changer=A1 slot=0 identified=yes name=disc");
         ListNames("/tmp/carousel/disc");
         std::vector<std::string> kinds;
-        for (const std::string& line : program.Tell("start")) {
-            if (line != "ok") {
+        for (const std::string& line : program.Tell("start"))
+            if (line != "ok")
                 kinds.push_back(line.substr(line.find(' ', 6) + 1));
-            }
-        }
         const std::vector<std::string> expected = {"listing", "robot",  "robot",
                                                    "mounted", "listed", "started"};
         ASSERT_EQ(kinds.size(), expected.size());
-        for (std::size_t index = 0; index < kinds.size(); ++index) {
+        for (std::size_t index = 0; index < kinds.size(); ++index)
             EXPECT_TRUE(kinds[index].starts_with(expected[index])) << kinds[index];
-        }
     });
 }
 

@@ -167,9 +167,8 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUpHoweverManyTheyAre) {
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
     setrlimit(RLIMIT_NOFILE, &limit);
     std::vector<Peer> idle;
-    for (int count = 0; count < 600; ++count) {
+    for (int count = 0; count < 600; ++count)
         idle.push_back(Connect());
-    }
     EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
     EXPECT_EQ(idle.front().Receive(), "");
     EXPECT_EQ(idle.back().Ask(MakePrivateEject(0)), 0);
@@ -234,9 +233,8 @@ TEST_F(ServersTest, SplitReplyArrivesInPieces) {
     Tell("fault on=request do=split size=5");
     Peer peer = Connect();
     peer.SendRequest(MakePrivateEject(0));
-    for (int count = 0; count < 10; ++count) {
+    for (int count = 0; count < 10; ++count)
         EXPECT_EQ(peer.Receive().size(), 5u);
-    }
 }
 
 // ---- Notifications ----
@@ -310,9 +308,8 @@ TEST_F(ServersTest, PushSendsAsManyTimesAsTold) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     Tell("push together=yes times=3");
-    for (int count = 0; count < 3; ++count) {
+    for (int count = 0; count < 3; ++count)
         EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u);
-    }
 }
 
 TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
@@ -323,9 +320,8 @@ TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
     std::ifstream file(path, std::ios::binary);
     FrameReader reader;
     reader.Append(std::string(std::istreambuf_iterator<char>(file), {}));
-    for (const std::string& key : kAllKeys) {
+    for (const std::string& key : kAllKeys)
         EXPECT_EQ(Value::ParseXml(reader.TakePayload().value()).GetKeys().front(), key);
-    }
 }
 
 TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {

@@ -38,8 +38,8 @@ public:
     template<std::same_as<bool> Flag> // not what merely converts to one
     Value(Flag flag) : object_(Share<CFTypeRef>(flag ? kCFBooleanTrue : kCFBooleanFalse)) {}
     template<std::integral T>
-    requires(!std::same_as<T, bool>) Value(T integer)
-        : object_(Integer(static_cast<std::int64_t>(integer))) {}
+        requires(!std::same_as<T, bool>)
+    Value(T integer) : object_(Integer(static_cast<std::int64_t>(integer))) {}
     Value(const char* utf8) : object_(Text(utf8)) {}
     template<typename Reference>
     Value(const Held<Reference>& object) : object_(Share<CFTypeRef>(object.Get())) {}

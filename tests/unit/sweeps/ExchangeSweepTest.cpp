@@ -34,11 +34,10 @@ TEST_F(ExchangeSweep, FailsWithItsChainAndTheNextOneSucceeds) {
                            const Chain chain = ReadChain(err);
                            VErrLogAndCatch(&err); // as the callers' callers do
                            ExpectSound(fault, chain.empty());
-                           if (chain.empty()) {
+                           if (chain.empty())
                                EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary())) << fault.what;
-                           } else {
+                           else
                                EXPECT_THAT(kMessages, Contains(chain.back().message)) << fault.what;
-                           }
                            server_.TakeRequests(); // by an exchange, which succeeds
                        }));
 }

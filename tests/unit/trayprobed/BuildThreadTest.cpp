@@ -346,9 +346,8 @@ TEST_F(BuildThread, AChangerRemovedMeanwhileEndsItsWalk) {
     MakeMediaRoot("disc");
     Mount();
     FakeServer::OnCommand([](std::string_view command) {
-        if (command == Show(0, 1)) {
+        if (command == Show(0, 1))
             EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
-        }
     });
     EXPECT_EQ(Build().back(), kClear);
     EXPECT_THAT(ThreadLines(),

@@ -53,10 +53,9 @@ protected:
         for (const std::string& way : ways_)
             listed.push_back("list " + way);
         for (std::size_t level = kLevels; level-- > 0;) {
-            for (const std::string& other : others_[level]) {
+            for (const std::string& other : others_[level])
                 if (level < fromLevel || level >= toLevel)
                     listed.push_back("list " + other);
-            }
         }
         return listed;
     }
@@ -83,10 +82,9 @@ TEST_F(DeepWalk, ComesToWhatItLeftOnItsWayBack) {
 }
 
 TEST_F(DeepWalk, CountsWhatItLeftOnItsWayBack) {
-    for (const std::vector<std::string>& others : others_) {
+    for (const std::vector<std::string>& others : others_)
         for (const std::string& other : others)
             MakeMediaRoot(other);
-    }
     UInt16 count = 0;
     EXPECT_THAT(TakeChain(CountMediaRootDirectories(tree_.Root().c_str(), &count)), IsEmpty());
     EXPECT_EQ(count, 2 * kLevels);

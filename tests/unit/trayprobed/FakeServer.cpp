@@ -28,10 +28,9 @@ FSCacheStatusReport* g_keptReport = nullptr;
 
 bool IsFailing(std::string_view command) {
     const std::lock_guard lock(g_mutex);
-    for (Failure& failure : g_failures) {
+    for (Failure& failure : g_failures)
         if (command.starts_with(failure.command) && --failure.countdown == 0)
             return true;
-    }
     return false;
 }
 

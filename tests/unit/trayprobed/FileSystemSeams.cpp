@@ -75,7 +75,7 @@ std::string AbsolutePath(const std::string& path) {
 
 void PretendInode(const std::string& path, struct stat* status) {
     const auto same = g_seams->sameInodeAs.find(path);
-    struct stat other {};
+    struct stat other{};
     if (same == g_seams->sameInodeAs.end() ||
         lstat(AbsolutePath(same->second).c_str(), &other) != 0)
         return;

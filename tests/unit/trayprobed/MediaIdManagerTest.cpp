@@ -369,10 +369,9 @@ TEST_F(MediaIdManager, TheFirstFailedDropEndsTheDropping) {
                 known += IsKnown(changer);
                 AddChanger(changer);
             }
-            for (const std::string& line : log_.Take()) {
+            for (const std::string& line : log_.Take())
                 if (line.find("fail remove changer GUID ") != std::string::npos)
                     knownAfterFailedDrop.push_back(known);
-            }
         });
     // Changers that are added again may stand in another order, whose list is not found again.
     ASSERT_FALSE(knownAfterFailedDrop.empty());

@@ -462,9 +462,8 @@ TEST_F(MediaIdThread, AFailedLockLeavesTheElement) {
 
 TEST_F(MediaIdThread, AChangerRemovedMeanwhileIsLeftAlone) {
     FakeServer::OnCommand([](std::string_view command) {
-        if (command == kEject) {
+        if (command == kEject)
             EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
-        }
     });
     Run();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
@@ -543,9 +542,8 @@ TEST_F(MediaIdThread, EndsWellWhenMemoryRunsOut) {
                 saidRemove |= line.find("fail remove changer GUID "
                                         "9EDCBA9876543210/storage elem 5") != std::string::npos;
             }
-            if (happened) {
+            if (happened)
                 EXPECT_EQ(Start(), Chain());
-            }
         });
     EXPECT_TRUE(saidKnown);
     EXPECT_TRUE(saidRemove);

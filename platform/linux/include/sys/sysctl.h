@@ -34,8 +34,8 @@ struct kinfo_proc {
  * p_starttime is zero there, since reading it takes as long again.
  *
  * For the name {CTL_KERN, KERN_PROC, KERN_PROC_PID, process id}: with buffer NULL sets *length to
- * the size of one record; otherwise writes that process's, or nothing and a *length of 0 if there is
- * no such process. Of two processes that had the same id, p_starttime differs.
+ * the size of one record; otherwise writes that process's, or nothing and a *length of 0 if there
+ * is no such process. Of two processes that had the same id, p_starttime differs.
  *
  * Returns 0, or -1 with errno: ENOMEM when the records do not fit into *length bytes, ENOENT for
  * another name, EPERM for a new value, or what opening the table gave. Any thread.

@@ -219,8 +219,9 @@ bool DiskList::IsOutOfOrder() const noexcept {
 // The last disk is mostly the one found last.
 bool DiskList::MayHoldBack(cf::Nanoseconds now) const noexcept {
     return now - order_.latest < kPatience &&
-           std::any_of(order_.unknown.rbegin(), order_.unknown.rend(),
-                       [&](std::size_t position) { return IsInTime(present_[position], now); });
+           std::any_of(
+               order_.unknown.rbegin(), order_.unknown.rend(),
+               [&](std::size_t position) { return IsInTime(present_[position], now); });
 }
 
 } // namespace disks

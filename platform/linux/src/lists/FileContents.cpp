@@ -154,13 +154,13 @@ FileContents TryToRead(steady_clock::time_point end, const std::string& path, st
 // Looks before it opens, because opening alone makes some devices act, and again at what it got.
 FileContents ReadFile(const std::string& path, std::size_t maximum) {
     FileContents contents;
-    struct stat found {};
+    struct stat found{};
     if (!Find(path.c_str(), found))
         return contents;
     const Descriptor file(
         Retry([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
     contents.isShortage = file.Get() < 0 && IsShortOf(errno);
-    struct stat opened {};
+    struct stat opened{};
     contents.isOpened = file.Get() >= 0 && fstat(file.Get(), &opened) == 0 &&
                         opened.st_dev == found.st_dev && IsFileOrDirectory(opened);
     contents.isRead = contents.isOpened && ReadToEnd(file.Get(), maximum, contents.bytes);

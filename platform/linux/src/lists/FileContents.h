@@ -17,7 +17,7 @@ namespace cf {
 struct FileContents {
     bool isOpened = false;
     bool isRead = false;
-    bool isShortage = false; // not opened for want of a descriptor, a thread or memory
+    bool isShortage = false;         // not opened for want of a descriptor, a thread or memory
     std::vector<std::uint8_t> bytes; // from the beginning, at most as many as were asked for
 };
 

@@ -30,12 +30,11 @@ const struct {
 
 std::string Simplified(std::string_view name) {
     std::string simplified;
-    for (const char character : name) {
+    for (const char character : name)
         if (character >= 'A' && character <= 'Z')
             simplified += static_cast<char>(character + ('a' - 'A'));
         else if (character != '-' && character != '_')
             simplified += character;
-    }
     return simplified;
 }
 

@@ -140,10 +140,9 @@ CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef reference, CFRange range, const v
     const auto* array = cf::As<cf::Array>(reference);
     if (array == nullptr || value == nullptr || !cf::LiesWithin(range, array->count))
         return kCFNotFound;
-    for (CFIndex i = range.location; i < range.location + range.length; ++i) {
+    for (CFIndex i = range.location; i < range.location + range.length; ++i)
         if (cf::Equal(cf::MemberAt(array, static_cast<std::size_t>(i)), cf::AsObject(value)))
             return i;
-    }
     return kCFNotFound;
 }
 

@@ -32,10 +32,9 @@ const Object* FindShared(const Dictionary* dictionary, const Object* key) noexce
     const auto keys = RowOf(KeysOfShared(dictionary));
     const std::uint32_t hash = Hash(key);
     auto candidate = std::ranges::lower_bound(keys, hash, {}, Hash);
-    for (; candidate != keys.end() && Hash(*candidate) == hash; ++candidate) {
+    for (; candidate != keys.end() && Hash(*candidate) == hash; ++candidate)
         if (Equal(*candidate, key))
             return ValuesOfShared(dictionary)[static_cast<std::size_t>(candidate - keys.begin())];
-    }
     return nullptr;
 }
 

@@ -42,10 +42,9 @@ void VisitPairs(const Dictionary* dictionary, Visit visit) noexcept {
             visit(keys[i], values[i]);
         return;
     }
-    for (std::size_t i = 0; i < dictionary->capacity; ++i) {
+    for (std::size_t i = 0; i < dictionary->capacity; ++i)
         if (const Object* const* pair = dictionary->slots + 2 * i; pair[0] != nullptr)
             visit(pair[0], pair[1]);
-    }
 }
 
 // Borrowed; nullptr when the key is absent.

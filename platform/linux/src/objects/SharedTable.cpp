@@ -16,10 +16,9 @@ constinit SharedTablePart g_parts[1U << kPartBits] = {}; // GCC 12 leaves it zer
 
 bool SharedTablePart::RetainLiving(const Object* value) noexcept {
     std::int32_t count = value->references.load(std::memory_order_relaxed);
-    while (count > 0) {
+    while (count > 0)
         if (value->references.compare_exchange_weak(count, count + 1, std::memory_order_relaxed))
             return true;
-    }
     return count != 0; // so many references that counting has ended
 }
 
@@ -58,10 +57,9 @@ bool SharedTablePart::Resize(std::size_t capacity) noexcept {
         return false;
     const auto isFree = [values](std::size_t place) { return values[place] == nullptr; };
     const auto never = [](std::size_t) { return false; };
-    for (std::size_t i = 0; i < capacity_; ++i) {
+    for (std::size_t i = 0; i < capacity_; ++i)
         if (values_[i] != nullptr)
             values[Probe(values_[i]->hashValue, capacity, isFree, never)] = values_[i];
-    }
     FreePlaces();
     values_ = values;
     capacity_ = capacity;

@@ -203,8 +203,7 @@ void PrefetchSharedValues(std::uint32_t hash) noexcept {
 
 const Object* SharedDictionary(const Array* keys, std::span<const Object* const> values,
                                std::uint32_t hash) noexcept {
-    return SharePairs(
-        keys, [=](std::size_t index) { return values[index]; }, hash);
+    return SharePairs(keys, [=](std::size_t index) { return values[index]; }, hash);
 }
 
 } // namespace cf

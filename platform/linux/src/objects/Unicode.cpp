@@ -53,10 +53,9 @@ std::size_t ValidSequence(std::string_view text) noexcept {
     const std::size_t length = SequenceLength(lead);
     if (length > text.size() || (length > 1 && !IsSecondByte(lead, ByteAt(text, 1))))
         return 0;
-    for (std::size_t i = 2; i < length; ++i) {
+    for (std::size_t i = 2; i < length; ++i)
         if (!IsContinuation(ByteAt(text, i)))
             return 0;
-    }
     return length;
 }
 

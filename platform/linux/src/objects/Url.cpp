@@ -15,8 +15,8 @@ struct __CFURL : cf::Object {
 
     std::size_t pathLength;
 
-    __CFURL(std::size_t length, bool isDirectory)
-    noexcept : Object(&kClass, 1, isDirectory ? 1U : 0U), pathLength(length) {}
+    __CFURL(std::size_t length, bool isDirectory) noexcept
+        : Object(&kClass, 1, isDirectory ? 1U : 0U), pathLength(length) {}
 };
 
 namespace cf {
