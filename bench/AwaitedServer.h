@@ -8,8 +8,8 @@
 
 namespace bench {
 
-// Makes this process the server that a daemon is going to connect to: it has the name, listens for
-// subscribers, and gives requests back as their replies, which the daemon takes for success.
+/* Makes this process the server that a daemon is going to connect to: it has the name, listens for
+   subscribers, and gives requests back as their replies, which the daemon takes for success. */
 class AwaitedServer {
 public:
     AwaitedServer();
@@ -30,7 +30,7 @@ private:
     const stage::Descriptor requests_;
 };
 
-// Sends all of it. Throws when the subscriber takes nothing for stage::kPatience.
+/* Sends all of it. Throws when the subscriber takes nothing for stage::kPatience. */
 void Push(const stage::Descriptor& subscriber, const std::string& bytes);
 
 } // namespace bench

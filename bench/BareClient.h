@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// What a client does at the least: connects, writes the frame, reads as many bytes, closes.
+/* What a client does at the least: connects, writes the frame, reads as many bytes, closes. */
 void ExchangeBarely(const std::string& path, const std::string& frame);
 
 } // namespace bench

@@ -9,8 +9,8 @@
 
 namespace bench {
 
-// The frame of a shelf's notification, made once. A change of a disc overwrites the digits of its
-// time in the text, which costs the sender next to nothing, however many discs there are.
+/* The frame of a shelf's notification, made once. A change of a disc overwrites the digits of its
+   time in the text, which costs the sender next to nothing, however many discs there are. */
 class ChangingFrame {
 public:
     explicit ChangingFrame(const Shelf& shelf);

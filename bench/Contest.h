@@ -10,12 +10,14 @@
 
 namespace bench {
 
-// Ways to do the same, timed round by round: in each round they take turns, in random order, so
-// that what else the machine does falls on all. What counts is the ratio of two in the same round.
-//
-// A trial is repeated with rounds twice as long, in which disturbances level out, until its result
-// is narrow (Spread::IsNarrow): the ratio of each two contenders, or the times of the only one.
-// There are five trials at most, and none begins after a minute and a half. The last one counts.
+/*
+ * Ways to do the same, timed round by round: in each round they take turns, in random order, so
+ * that what else the machine does falls on all. What counts is the ratio of two in the same round.
+ *
+ * A trial is repeated with rounds twice as long, in which disturbances level out, until its result
+ * is narrow (Spread::IsNarrow): the ratio of each two contenders, or the times of the only one.
+ * There are five trials at most, and none begins after a minute and a half. The last one counts.
+ */
 class Contest {
 public:
     enum class Thread { Main, Another };

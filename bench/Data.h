@@ -6,8 +6,8 @@
 
 namespace bench {
 
-// The numbers that a picture is drawn from, as gnuplot reads them: a line of column names, then a
-// line for each row. Names are quoted, so that each is one column.
+/* The numbers that a picture is drawn from, as gnuplot reads them: a line of column names, then a
+   line for each row. Names are quoted, so that each is one column. */
 class Data {
 public:
     explicit Data(const std::vector<std::string>& columns);

@@ -6,9 +6,9 @@
 
 namespace bench {
 
-// A folder that looks like a changer's file system: discs with an info file each, in them
-// directories with files, nested as on discs that people make. It exists as long as this object;
-// one that a killed run has left behind at the path is removed first.
+/* A folder that looks like a changer's file system: discs with an info file each, in them
+   directories with files, nested as on discs that people make. It exists as long as this object;
+   one that a killed run has left behind at the path is removed first. */
 class DiscFolder {
 public:
     static constexpr int kDiscs = 50;

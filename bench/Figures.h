@@ -13,7 +13,7 @@ void MeasureIdleAndStart(Report& report);
 void MeasureGrowth(Report& report);
 void MeasureScaling(Report& report);
 
-// Parts of a section.
+/* Parts of a section. */
 void MeasureLists(Report& report);
 void MeasureNotificationGrowth(Report& report);
 void MeasureHostileGrowth(Report& report);

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// Ends the run. Throws what went wrong in it, since then nothing that was measured counts.
+/* Ends the run. Throws what went wrong in it, since then nothing that was measured counts. */
 inline void EndInOrder(stage::Scene& scene) {
     std::string complaints;
     for (const std::string& complaint : scene.End())

@@ -5,8 +5,8 @@
 
 namespace bench {
 
-// As long as this object exists, sysctl shows this process a table of one process, the server, so
-// that an exchange is timed without reading the whole table. The program wraps sysctl (--wrap).
+/* As long as this object exists, sysctl shows this process a table of one process, the server, so
+   that an exchange is timed without reading the whole table. The program wraps sysctl (--wrap). */
 class KnownServer {
 public:
     explicit KnownServer(pid_t process);

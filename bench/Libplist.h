@@ -7,8 +7,8 @@
 
 namespace bench {
 
-// Has libplist read a notification. The list is the caller's, for plist_free. Throws when libplist
-// cannot read it.
+/* Has libplist read a notification. The list is the caller's, for plist_free. Throws when libplist
+   cannot read it. */
 plist_t ReadByLibplist(const std::string& text);
 
 } // namespace bench

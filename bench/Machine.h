@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// The head of the tables: how they come about, what machine this is, and how busy it is now.
+/* The head of the tables: how they come about, what machine this is, and how busy it is now. */
 std::string DescribeRun();
 
 } // namespace bench

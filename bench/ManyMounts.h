@@ -6,8 +6,8 @@
 
 namespace bench {
 
-// Directories of one file system, each mounted as a volume of its own, as long as this lives. In a
-// private world.
+/* Directories of one file system, each mounted as a volume of its own, as long as this lives. In a
+   private world. */
 class ManyMounts {
 public:
     ManyMounts();

@@ -9,13 +9,13 @@
 
 namespace bench {
 
-// Lets the daemon's state, which is this process's, know the changers, as after their first
-// notification.
+/* Lets the daemon's state, which is this process's, know the changers, as after their first
+   notification. */
 void KnowChangers(const Shelf& shelf);
-// Throws unless the last list that was delivered is this shelf's, to its last disc.
+/* Throws unless the last list that was delivered is this shelf's, to its last disc. */
 void RequireKept(const Shelf& shelf);
 
-// A notification that has arrived, and the daemon's own ways with it.
+/* A notification that has arrived, and the daemon's own ways with it. */
 class Notification {
 public:
     explicit Notification(const std::string& text);

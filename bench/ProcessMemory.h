@@ -5,17 +5,17 @@
 
 namespace bench {
 
-// All in bytes, as the kernel counts them by pages. They throw when the kernel does not tell.
+/* All in bytes, as the kernel counts them by pages. They throw when the kernel does not tell. */
 
-// Memory that no other process shares: that which the process has written, and all of it.
+/* Memory that no other process shares: that which the process has written, and all of it. */
 double ReadDirtyMemory(pid_t process);
 double ReadPrivateMemory(pid_t process);
 
-// Resident memory, now and at most.
+/* Resident memory, now and at most. */
 double ReadResidentMemory(pid_t process);
 double ReadPeakMemory(pid_t process);
 
-// Has the peak of this process begin anew with what is resident now.
+/* Has the peak of this process begin anew with what is resident now. */
 void ForgetPeakMemory();
 
 } // namespace bench

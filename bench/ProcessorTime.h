@@ -5,8 +5,8 @@
 
 namespace bench {
 
-// Seconds of processor time that all threads of the process have used so far, those that ended as
-// well.
+/* Seconds of processor time that all threads of the process have used so far, those that ended as
+   well. */
 double ProcessorTimeOf(pid_t process);
 
 } // namespace bench

@@ -8,11 +8,13 @@
 
 namespace bench {
 
-// What was measured, beside its goal and what others need for the same.
-//
-// When the middle half is narrow (Spread::IsNarrow), the median decides whether a figure meets its
-// goal or falls short. When it is wide, all of it must lie on one side of the goal; otherwise the
-// machine was too busy to tell.
+/*
+ * What was measured, beside its goal and what others need for the same.
+ *
+ * When the middle half is narrow (Spread::IsNarrow), the median decides whether a figure meets its
+ * goal or falls short. When it is wide, all of it must lie on one side of the goal; otherwise the
+ * machine was too busy to tell.
+ */
 class Report {
 public:
     void BeginSection(const std::string& title, const std::string& how);
@@ -61,7 +63,7 @@ private:
 inline constexpr double kKibibyte = 1024;
 inline constexpr double kMebibyte = 1024 * kKibibyte;
 
-// "12.3 ms", "0.83", "1,234": three digits, and a unit that makes them few.
+/* "12.3 ms", "0.83", "1,234": three digits, and a unit that makes them few. */
 std::string InUnits(double value, const std::string& unit);
 std::string InTime(double seconds);
 

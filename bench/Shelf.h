@@ -7,8 +7,8 @@
 
 namespace bench {
 
-// Changers full of identified discs, as a server shows them in its notifications. The daemon has
-// nothing to do for them. No two discs have the same time of identification.
+/* Changers full of identified discs, as a server shows them in its notifications. The daemon has
+   nothing to do for them. No two discs have the same time of identification. */
 class Shelf {
 public:
     Shelf(std::size_t changers, std::size_t slots) : changers_(changers), slots_(slots) {}

@@ -7,8 +7,8 @@
 
 namespace bench {
 
-// Some measurements of the same: their median and the borders of their middle half. All three are
-// the value itself when there is only one.
+/* Some measurements of the same: their median and the borders of their middle half. All three are
+   the value itself when there is only one. */
 struct Spread {
     Spread(double only) : low(only), median(only), high(only) {}
     // Quartiles are interpolated between two values. Throws when there is no value, or one is NaN.
@@ -27,8 +27,8 @@ struct Spread {
     Spread Times(double factor) const;
 };
 
-// Of two that were not measured side by side, so that no times are pairs: from the least to the
-// most that their middle halves permit.
+/* Of two that were not measured side by side, so that no times are pairs: from the least to the
+   most that their middle halves permit. */
 Spread Quotient(const Spread& over, const Spread& under);
 
 } // namespace bench

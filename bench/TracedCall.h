@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// A system call as a line of strace shows it, with the options -f, -ttt and -T.
+/* A system call as a line of strace shows it, with the options -f, -ttt and -T. */
 struct TracedCall {
     explicit TracedCall(std::string line);
 
@@ -15,7 +15,7 @@ struct TracedCall {
     double end;
 };
 
-// Whether the call has come back; its line is complete, or the end of one that was cut in two.
+/* Whether the call has come back; its line is complete, or the end of one that was cut in two. */
 bool HasReturned(const std::string& line);
 
 } // namespace bench

@@ -7,8 +7,8 @@
 
 namespace bench {
 
-// The exit status of a walk, which fails unless it found that many entries: a walk that misses some
-// would win. expected is the number as an argument of the program.
+/* The exit status of a walk, which fails unless it found that many entries: a walk that misses some
+   would win. expected is the number as an argument of the program. */
 inline int StatusOfWalk(const char* program, std::size_t found, const char* expected) {
     if (found == std::strtoul(expected, nullptr, 10))
         return EXIT_SUCCESS;

@@ -1,5 +1,7 @@
-// The key=value arguments of one command, read with their types and their defaults.
-#pragma once
+#ifndef SIMULATOR_ARGUMENTS_H
+#define SIMULATOR_ARGUMENTS_H
+
+/* The key=value arguments of one command, read with their types and their defaults. */
 
 #include "Words.h"
 
@@ -15,14 +17,14 @@
 
 namespace simulator {
 
-/// Each call that reads an argument throws CommandError when it is not of its type; the Need...
-/// ones also when it is missing.
+/* Each call that reads an argument throws CommandError when it is not of its type; the Need...
+   ones also when it is missing. */
 class Arguments {
 public:
     using Values = std::map<std::string, std::string, std::less<>>;
 
-    /// Throws CommandError when one of them is not in the usage, as "key=". Digits at the end of a
-    /// key do not count.
+    // Throws CommandError when one of them is not in the usage, as "key=". Digits at the end of a
+    // key do not count.
     Arguments(Values values, std::string_view usage);
 
     bool Has(std::string_view key) const {
@@ -47,7 +49,7 @@ public:
         return Has(key) ? NeedNumber<Number>(key) : otherwise;
     }
 
-    /// What has no value, "absent" or a new one: leaves it, takes it away or sets it.
+    // What has no value, "absent" or a new one: leaves it, takes it away or sets it.
     void Update(std::string_view key, std::optional<bool>& preference) const;
     void Update(std::string_view key, std::optional<std::int32_t>& preference) const;
 
@@ -59,3 +61,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

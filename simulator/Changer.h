@@ -1,14 +1,18 @@
-// The model of one changer: its discs, who uses them, and what its server says about it.
-//
-// Everything is guarded by one lock and happens inside calls: each call first makes the steps of
-// robot and drives whose time has come (Settle), then does its own work, then settles again. Run()
-// lives on a thread of its own and settles when the next step is due. Who waits for a disc leaves a
-// callback, which is called when the lock has been released.
-//
-// A disc comes to a drive for a holder (a client that mounted it) or for waiters (listings of the
-// file system). What cannot begin at once stands in the queue of wanted slots until the robot is
-// idle and a drive is empty or can be emptied: one whose disc nobody holds or waits for.
-#pragma once
+#ifndef SIMULATOR_CHANGER_H
+#define SIMULATOR_CHANGER_H
+
+/*
+ * The model of one changer: its discs, who uses them, and what its server says about it.
+ *
+ * Everything is guarded by one lock and happens inside calls: each call first makes the steps of
+ * robot and drives whose time has come (Settle), then does its own work, then settles again. Run()
+ * lives on a thread of its own and settles when the next step is due. Who waits for a disc leaves a
+ * callback, which is called when the lock has been released.
+ *
+ * A disc comes to a drive for a holder (a client that mounted it) or for waiters (listings of the
+ * file system). What cannot begin at once stands in the queue of wanted slots until the robot is
+ * idle and a drive is empty or can be emptied: one whose disc nobody holds or waits for.
+ */
 
 #include "DiscTree.h"
 #include "Events.h"
@@ -31,7 +35,7 @@
 
 namespace simulator {
 
-/// Codes of a reply; on the wire they carry the facility's high word.
+/* Codes of a reply; on the wire they carry the facility's high word. */
 enum class ReplyCode : std::int32_t {
     Success = 0,
     UnderWay = 1020,
@@ -48,7 +52,7 @@ struct Outcome {
     std::string text;
 };
 
-/// Who mounts or ejects.
+/* Who mounts or ejects. */
 struct User {
     bool isPrivate = false;
     std::int64_t processId = 0;
@@ -59,14 +63,14 @@ struct User {
 
 struct MountRequest {
     SlotIndex slot = 0;
-    std::string partitionId{}; ///< empty: the first
+    std::string partitionId{}; // empty: the first
     std::optional<DriveIndex> drive{};
     User user{};
     bool mayStart = true;
 };
 
 struct MountOutcome : Outcome {
-    std::string mediaRoot; ///< its name in the file system; empty if the partition has none
+    std::string mediaRoot; // its name in the file system; empty if the partition has none
     DriveIndex drive = 0;
 };
 
@@ -83,7 +87,7 @@ struct ClientStatus {
     bool abortRequested = false;
 };
 
-/// Absent ones are left out of the notification.
+/* Absent ones are left out of the notification. */
 struct Preferences {
     std::optional<bool> identifyOnInsert{};
     std::optional<bool> buildOnIdentify{};
@@ -105,9 +109,9 @@ struct NewDisc {
     std::vector<NewPartition> partitions;
 };
 
-/// A partition with a file system: what a media root shows. Only the changer changes directories.
+/* A partition with a file system: what a media root shows. Only the changer changes directories. */
 struct Volume {
-    std::uint32_t id; ///< never used again
+    std::uint32_t id; // never used again
     SlotIndex slot;
     std::string name;
     std::string partitionId;
@@ -117,7 +121,7 @@ struct Volume {
         bool cached = false;
         unsigned listings = 0;
     };
-    std::map<EntryIndex, Directory> directories; ///< those that were listed
+    std::map<EntryIndex, Directory> directories; // those that were listed
 };
 
 struct ChangerShape {
@@ -129,8 +133,8 @@ struct ChangerShape {
 
 struct ChangerTiming {
     DriveTiming drives;
-    milliseconds appear{0};     ///< from identification to the media roots
-    milliseconds patience{500}; ///< of a request before it is answered "busy"
+    milliseconds appear{0};     // from identification to the media roots
+    milliseconds patience{500}; // of a request before it is answered "busy"
 };
 
 class Changer {
@@ -138,7 +142,7 @@ public:
     using Clock = std::function<TimePoint()>;
     using Ready = std::function<void(int errorNumber)>;
 
-    /// Changed is called, with the lock held, whenever the information has changed.
+    // Changed is called, with the lock held, whenever the information has changed.
     Changer(const ChangerShape& shape, Events& events, std::function<void()> changed, Clock clock);
 
     std::uint64_t GetGuid() const {
@@ -151,42 +155,42 @@ public:
     ChangerTiming GetTiming() const;
     void SetPreferences(const Preferences& preferences);
     Preferences GetPreferences() const;
-    void Put(NewDisc disc);    ///< throws CommandError
-    void Take(SlotIndex slot); ///< throws CommandError
+    void Put(NewDisc disc);    // throws CommandError
+    void Take(SlotIndex slot); // throws CommandError
     void Forget(SlotIndex slot);
-    void RequestAbort(const std::string& client, bool create); ///< throws CommandError
+    void RequestAbort(const std::string& client, bool create); // throws CommandError
 
     // For clients of the server.
     MountOutcome Mount(const MountRequest& request);
-    /// UnderWay when the robot has just begun, Busy while it has not, or not yet, come to the end.
+    // UnderWay when the robot has just begun, Busy while it has not, or not yet, come to the end.
     Outcome Eject(const EjectRequest& request);
     Outcome RequestDiscIdentification(SlotIndex slot, bool request);
     void RequestChangerIdentification(bool request);
     void SetClientStatus(const std::string& client, const ClientStatus& status);
 
-    /// Counts up whenever something in the model has moved.
+    // Counts up whenever something in the model has moved.
     std::uint64_t GetGeneration() const;
-    /// Waits until it is no longer this one; false at the deadline or when asked to stop.
+    // Waits until it is no longer this one; false at the deadline or when asked to stop.
     bool WaitForChange(std::uint64_t generation, TimePoint deadline, std::stop_token stop);
 
     // For the file system.
     std::vector<std::shared_ptr<const Volume>> GetMediaRoots();
     std::shared_ptr<const Volume> FindVolume(std::uint32_t id);
-    /// Ready is called with 0 as soon as the directory is cached, with an error number if it never
-    /// will be; perhaps before this returns, else on another thread.
+    // Ready is called with 0 as soon as the directory is cached, with an error number if it never
+    // will be; perhaps before this returns, else on another thread.
     void List(std::uint32_t volume, EntryIndex directory, Ready ready);
-    /// The same for reading a file, which needs the disc in a drive.
+    // The same for reading a file, which needs the disc in a drive.
     void Open(std::uint32_t volume, EntryIndex file, Ready ready);
 
     Value GetInfo();
     void Print(std::optional<SlotIndex> slot, bool withDirectories);
 
-    /// Makes the steps of robot and drives at their times, until it is asked to stop.
+    // Makes the steps of robot and drives at their times, until it is asked to stop.
     void Run(std::stop_token stop);
     void Settle();
-    /// Whoever waits for a disc fails.
+    // Whoever waits for a disc fails.
     void FailWaiters();
-    /// No request waits any longer.
+    // No request waits any longer.
     void Close();
 
 private:
@@ -217,7 +221,7 @@ private:
         SlotIndex slot;
         std::optional<DriveIndex> drive;
     };
-    /// The lock held, the model settled before and after, and the callbacks called at the end.
+    // The lock held, the model settled before and after, and the callbacks called at the end.
     class Section {
     public:
         explicit Section(Changer& changer);
@@ -294,3 +298,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

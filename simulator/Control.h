@@ -1,5 +1,7 @@
-// The text protocol: carries the commands of a person or of a script out.
-#pragma once
+#ifndef SIMULATOR_CONTROL_H
+#define SIMULATOR_CONTROL_H
+
+/* The text protocol: carries the commands of a person or of a script out. */
 
 #include "Arguments.h"
 #include "Simulator.h"
@@ -13,8 +15,8 @@ class Control {
 public:
     explicit Control(Simulator& simulator) : simulator_(simulator) {}
 
-    /// Carries one line out and prints its answer. False after "quit", whose answer is left to who
-    /// takes the simulator down.
+    // Carries one line out and prints its answer. False after "quit", whose answer is left to who
+    // takes the simulator down.
     bool Execute(std::string_view line);
 
 private:
@@ -62,3 +64,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

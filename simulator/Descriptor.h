@@ -1,5 +1,7 @@
-// File descriptors that close themselves, and an event that a poll can wait for.
-#pragma once
+#ifndef SIMULATOR_DESCRIPTOR_H
+#define SIMULATOR_DESCRIPTOR_H
+
+/* File descriptors that close themselves, and an event that a poll can wait for. */
 
 #include <string_view>
 #include <utility>
@@ -25,10 +27,10 @@ private:
     int descriptor_ = -1;
 };
 
-/// Gives up silently when nobody takes the bytes any more, or the descriptor is none.
+/* Gives up silently when nobody takes the bytes any more, or the descriptor is none. */
 void WriteAll(int descriptor, std::string_view bytes);
 
-/// Readable in poll() from Ring() until Clear(). Any thread may ring.
+/* Readable in poll() from Ring() until Clear(). Any thread may ring. */
 class Bell {
 public:
     Bell();
@@ -44,3 +46,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -1,5 +1,7 @@
-// What is on a disc: a tree of names that never changes once it is made.
-#pragma once
+#ifndef SIMULATOR_DISCTREE_H
+#define SIMULATOR_DISCTREE_H
+
+/* What is on a disc: a tree of names that never changes once it is made. */
 
 #include <cstddef>
 #include <cstdint>
@@ -19,11 +21,11 @@ using EntryIndex = std::uint32_t;
 
 struct TreeEntry {
     std::string name;
-    mode_t mode = 0; ///< type and permissions, as of stat
+    mode_t mode = 0; // type and permissions, as of stat
     std::uint64_t size = 0;
     std::string linkTarget{};
     EntryIndex parent = 0;
-    EntryIndex firstChild = 0; ///< the children lie side by side, sorted by name
+    EntryIndex firstChild = 0; // the children lie side by side, sorted by name
     EntryIndex childCount = 0;
 
     bool IsDirectory() const {
@@ -33,12 +35,12 @@ struct TreeEntry {
 
 struct SyntheticShape {
     std::uint64_t seed = 1;
-    std::uint32_t directories = 20; ///< below the root
-    std::uint32_t files = 5;        ///< in each directory
-    std::uint32_t depth = 3;        ///< of the deepest directory; the root has 0
+    std::uint32_t directories = 20; // below the root
+    std::uint32_t files = 5;        // in each directory
+    std::uint32_t depth = 3;        // of the deepest directory; the root has 0
 };
 
-/// Entry 0 is the root.
+/* Entry 0 is the root. */
 class DiscTree {
 public:
     virtual ~DiscTree() = default;
@@ -52,10 +54,10 @@ public:
     std::span<const TreeEntry> GetChildren(EntryIndex directory) const;
     std::optional<EntryIndex> FindChild(EntryIndex directory, std::string_view name) const;
 
-    /// Begins with "/", which is the root's own path.
+    // Begins with "/", which is the root's own path.
     std::string GetPath(EntryIndex index) const;
 
-    /// At most so many bytes of a file's content; fewer only at its end. Throws std::system_error.
+    // At most so many bytes of a file's content; fewer only at its end. Throws std::system_error.
     virtual std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const = 0;
 
 protected:
@@ -63,19 +65,21 @@ protected:
         entries_.push_back(std::move(root));
     }
 
-    /// Appends the children of a directory that has none yet; with their parents in ascending
-    /// order, each directory's children come to lie side by side.
+    // Appends the children of a directory that has none yet; with their parents in ascending
+    // order, each directory's children come to lie side by side.
     void AppendChildren(EntryIndex directory, std::vector<TreeEntry> children);
 
 private:
     std::vector<TreeEntry> entries_;
 };
 
-/// The same shape gives the same tree, names, sizes and contents, everywhere.
+/* The same shape gives the same tree, names, sizes and contents, everywhere. */
 std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticShape& shape);
 
-/// The folder's names as of now; contents are read from it later. What cannot be listed is an empty
-/// directory. Throws std::system_error when the folder itself is no directory.
+/* The folder's names as of now; contents are read from it later. What cannot be listed is an empty
+   directory. Throws std::system_error when the folder itself is no directory. */
 std::shared_ptr<const DiscTree> ReadFolderTree(const std::string& path);
 
 } // namespace simulator
+
+#endif

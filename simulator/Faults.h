@@ -1,5 +1,7 @@
-// Misbehaviour on order: what goes wrong, on which occasion, how often.
-#pragma once
+#ifndef SIMULATOR_FAULTS_H
+#define SIMULATOR_FAULTS_H
+
+/* Misbehaviour on order: what goes wrong, on which occasion, how often. */
 
 #include "Values.h"
 
@@ -32,31 +34,31 @@ enum class FaultKind {
     Raw,
 };
 
-/// The word for it in the protocol, and back. The latter throws CommandError.
+/* The word for it in the protocol, and back. The latter throws CommandError. */
 std::string_view GetFaultName(FaultKind kind);
 FaultKind ParseFaultName(std::string_view name);
 
 struct Fault {
     FaultKind kind = FaultKind::Error;
-    bool act = true;       ///< the request is carried out all the same
-    std::int64_t code = 0; ///< of an error
-    std::string text{};    ///< of an error; empty: none is sent
+    bool act = true;       // the request is carried out all the same
+    std::int64_t code = 0; // of an error
+    std::string text{};    // of an error; empty: none is sent
     std::chrono::milliseconds after{0};
-    std::size_t size = 0; ///< of a header, a piece, a padding
+    std::size_t size = 0; // of a header, a piece, a padding
     std::string raw{};
 };
 
-/// The orders that stand. Thread-safe.
+/* The orders that stand. Thread-safe. */
 class Faults {
 public:
     struct Order {
         std::string target;
         Fault fault;
-        std::optional<unsigned> count; ///< none: every time
+        std::optional<unsigned> count; // none: every time
     };
 
     void Add(Order order);
-    /// Uses up one occasion of the first order for any of the targets.
+    // Uses up one occasion of the first order for any of the targets.
     std::optional<Fault> Take(const std::vector<std::string_view>& targets);
     std::vector<Order> List() const;
     void Clear();
@@ -66,17 +68,19 @@ private:
     std::list<Order> orders_;
 };
 
-/// Bytes that go out in one send; alone: not before everything sent so far has been read.
+/* Bytes that go out in one send; alone: not before everything sent so far has been read. */
 struct Piece {
     std::string bytes;
     bool alone = false;
 };
 
-/// The frame of a dictionary, damaged as the fault says, cut into what is to be sent. Faults that
-/// are none of the frame (Error, Silence, Late, Close) change nothing.
+/* The frame of a dictionary, damaged as the fault says, cut into what is to be sent. Faults that
+   are none of the frame (Error, Silence, Late, Close) change nothing. */
 std::vector<Piece> EncodeWithFault(const Value& dictionary, const std::optional<Fault>& fault);
 
-/// Cuts bytes into pieces of so many that arrive one by one; 0: all in one, as it comes.
+/* Cuts bytes into pieces of so many that arrive one by one; 0: all in one, as it comes. */
 std::vector<Piece> CutIntoPieces(std::string_view bytes, std::size_t size);
 
 } // namespace simulator
+
+#endif

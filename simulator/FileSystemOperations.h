@@ -1,5 +1,7 @@
-// What the changer file system answers to each request of the kernel.
-#pragma once
+#ifndef SIMULATOR_FILESYSTEMOPERATIONS_H
+#define SIMULATOR_FILESYSTEMOPERATIONS_H
+
+/* What the changer file system answers to each request of the kernel. */
 
 #include "ChangerFileSystem.h"
 
@@ -21,14 +23,14 @@
 
 namespace simulator {
 
-/// The table for libfuse; the session's user data is a FileSystemOperations.
+/* The table for libfuse; the session's user data is a FileSystemOperations. */
 const fuse_lowlevel_ops& GetFileSystemOperations();
 
-/// One file or directory, looked up anew for each request.
+/* One file or directory, looked up anew for each request. */
 struct Inode {
     fuse_ino_t number = 0;
-    std::shared_ptr<const Volume> volume; ///< none: the root or its info file
-    EntryIndex entry = 0;                 ///< within the volume
+    std::shared_ptr<const Volume> volume; // none: the root or its info file
+    EntryIndex entry = 0;                 // within the volume
     bool isInfoFile = false;
 
     bool IsRoot() const {
@@ -36,7 +38,7 @@ struct Inode {
     }
 };
 
-/// What an open directory lists, taken when it was opened.
+/* What an open directory lists, taken when it was opened. */
 struct OpenDirectory {
     struct Item {
         std::string_view name;
@@ -61,7 +63,7 @@ public:
     void OpenFile(fuse_req_t request, fuse_ino_t number, const fuse_file_info& file);
     void ReadFile(fuse_req_t request, fuse_ino_t number, size_t size, off_t offset);
 
-    /// Returns when nobody waits for a disc any more.
+    // Returns when nobody waits for a disc any more.
     void WaitUntilAnswered();
 
 private:
@@ -89,3 +91,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -1,5 +1,7 @@
-// Local stream sockets: a listening one with a path, and writing to one that may be slow.
-#pragma once
+#ifndef SIMULATOR_LOCALSOCKET_H
+#define SIMULATOR_LOCALSOCKET_H
+
+/* Local stream sockets: a listening one with a path, and writing to one that may be slow. */
 
 #include "Descriptor.h"
 #include "Faults.h"
@@ -9,10 +11,10 @@
 
 namespace simulator {
 
-/// Listens at a path, which it replaces if it is there and unlinks when it is closed.
+/* Listens at a path, which it replaces if it is there and unlinks when it is closed. */
 class ListeningSocket {
 public:
-    explicit ListeningSocket(std::string path); ///< throws std::system_error
+    explicit ListeningSocket(std::string path); // throws std::system_error
     ListeningSocket(const ListeningSocket&) = delete;
     ~ListeningSocket();
 
@@ -22,7 +24,7 @@ public:
     const std::string& GetPath() const {
         return path_;
     }
-    /// The next client, its socket non-blocking; or an empty descriptor if there is none any more.
+    // The next client, its socket non-blocking; or an empty descriptor if there is none any more.
     Descriptor Accept() const;
 
 private:
@@ -30,20 +32,22 @@ private:
     Descriptor socket_;
 };
 
-/// True when the peer has read all that was sent so far, or is gone.
+/* True when the peer has read all that was sent so far, or is gone. */
 bool HasPeerReadAll(int socket);
 
-/// What one attempt to send has come to.
+/* What one attempt to send has come to. */
 enum class SendResult { Done, Again, Lost };
 
-/// Sends what the kernel takes of a piece now, and removes it from the piece.
+/* Sends what the kernel takes of a piece now, and removes it from the piece. */
 SendResult SendSome(int socket, Piece& piece);
 
-/// Sends everything. False when the peer is gone or the bell rings first.
+/* Sends everything. False when the peer is gone or the bell rings first. */
 bool SendPieces(int socket, std::vector<Piece> pieces, const Bell& stop);
 
-/// Appends what is there to be read, after waiting for it. False at the end of the stream, on an
-/// error, or when the bell rings first.
+/* Appends what is there to be read, after waiting for it. False at the end of the stream, on an
+   error, or when the bell rings first. */
 bool ReceiveSome(int socket, std::string& bytes, const Bell& stop);
 
 } // namespace simulator
+
+#endif

@@ -1,11 +1,15 @@
-// The moving parts of a changer: one robot, and drives that spin discs up.
-//
-// A disc that a drive has to do with passes through these phases:
-//     InSlot -> Loading -> SpinningUp -> Readable -> Unloading -> InSlot
-// Loading and Unloading need the robot, which does one thing at a time. Nothing happens by itself:
-// Advance() makes the steps whose time has come, at their own times, so that with all times at
-// zero a disc is readable as soon as the caller has advanced.
-#pragma once
+#ifndef SIMULATOR_MECHANICS_H
+#define SIMULATOR_MECHANICS_H
+
+/*
+ * The moving parts of a changer: one robot, and drives that spin discs up.
+ *
+ * A disc that a drive has to do with passes through these phases:
+ *     InSlot -> Loading -> SpinningUp -> Readable -> Unloading -> InSlot
+ * Loading and Unloading need the robot, which does one thing at a time. Nothing happens by itself:
+ * Advance() makes the steps whose time has come, at their own times, so that with all times at
+ * zero a disc is readable as soon as the caller has advanced.
+ */
 
 #include <chrono>
 #include <cstddef>
@@ -28,7 +32,7 @@ struct DriveTiming {
     milliseconds spinUp{0};
 };
 
-/// A disc has come into a phase.
+/* A disc has come into a phase. */
 struct Step {
     SlotIndex slot;
     DriveIndex drive;
@@ -39,7 +43,7 @@ class Mechanics {
 public:
     explicit Mechanics(std::size_t driveCount) : drives_(driveCount) {}
 
-    /// Holds from the next step on.
+    // Holds from the next step on.
     void SetTiming(DriveTiming timing) {
         timing_ = timing;
     }
@@ -52,14 +56,14 @@ public:
     std::optional<DriveIndex> FindDriveOf(SlotIndex slot) const;
     Phase GetPhase(SlotIndex slot) const;
 
-    /// The robot must be idle; the drive empty, or the disc readable.
+    // The robot must be idle; the drive empty, or the disc readable.
     void BeginLoad(SlotIndex slot, DriveIndex drive, TimePoint now);
     void BeginUnload(SlotIndex slot, TimePoint now);
 
-    /// Forgets a disc that somebody has pulled out.
+    // Forgets a disc that somebody has pulled out.
     void Drop(SlotIndex slot);
 
-    /// The next step that is due by now, made; nothing if none is.
+    // The next step that is due by now, made; nothing if none is.
     std::optional<Step> Advance(TimePoint now);
     std::optional<TimePoint> GetNextDue() const;
 
@@ -79,3 +83,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -1,6 +1,8 @@
-// The message socket: a thread accepts, and each connection has a thread of its own, so that no
-// client, however slow, keeps another waiting. Requests on one connection are answered in order.
-#pragma once
+#ifndef SIMULATOR_MESSAGESERVER_H
+#define SIMULATOR_MESSAGESERVER_H
+
+/* The message socket: a thread accepts, and each connection has a thread of its own, so that no
+   client, however slow, keeps another waiting. Requests on one connection are answered in order. */
 
 #include "Events.h"
 #include "Faults.h"
@@ -24,19 +26,19 @@ namespace simulator {
 
 class MessageServer {
 public:
-    /// What the server lends its connections.
+    // What the server lends its connections.
     struct Services {
         Events& events;
         Faults& faults;
-        /// Carries a request out; the reply is a dictionary. May wait, but not beyond the stop.
+        // Carries a request out; the reply is a dictionary. May wait, but not beyond the stop.
         std::function<Value(const Value& request, std::stop_token stop)> handle;
-        /// Returns when a reply may be sent.
+        // Returns when a reply may be sent.
         std::function<void(std::stop_token stop)> awaitReply;
-        /// A request has been answered.
+        // A request has been answered.
         std::function<void(const Value& request)> answered;
     };
 
-    MessageServer(const std::string& path, Services services); ///< throws std::system_error
+    MessageServer(const std::string& path, Services services); // throws std::system_error
     ~MessageServer();
 
 private:
@@ -72,3 +74,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -1,6 +1,8 @@
-// The notification socket: one thread serves all subscribers, with a queue for each, so that a slow
-// one holds up neither the others nor the model. Who lets too much pile up is dropped.
-#pragma once
+#ifndef SIMULATOR_NOTIFICATIONSERVER_H
+#define SIMULATOR_NOTIFICATIONSERVER_H
+
+/* The notification socket: one thread serves all subscribers, with a queue for each, so that a slow
+   one holds up neither the others nor the model. Who lets too much pile up is dropped. */
 
 #include "Events.h"
 #include "Faults.h"
@@ -25,20 +27,20 @@ class NotificationServer {
 public:
     static constexpr std::size_t kMaximumQueued = std::size_t{256} * 1024 * 1024;
 
-    /// Greet is called on the server's thread for each new subscriber. Throws std::system_error.
+    // Greet is called on the server's thread for each new subscriber. Throws std::system_error.
     NotificationServer(const std::string& path, Events& events,
                        std::function<void(SubscriberId)> greet);
     ~NotificationServer();
 
-    /// Queues the pieces for one subscriber, or for all. Keys is what the event says of them.
+    // Queues the pieces for one subscriber, or for all. Keys is what the event says of them.
     void Send(SubscriberId subscriber, const std::vector<Piece>& pieces, const std::string& keys);
     void SendToAll(const std::vector<Piece>& pieces, const std::string& keys);
 
-    /// Writes what is queued from now on, for whomever, also to this file or pipe. Throws
-    /// CommandError.
+    // Writes what is queued from now on, for whomever, also to this file or pipe. Throws
+    // CommandError.
     void CopyTo(const std::string& path);
 
-    /// Returns when the subscribers have read all that was queued for them.
+    // Returns when the subscribers have read all that was queued for them.
     void AwaitRead(std::stop_token stop);
 
 private:
@@ -72,3 +74,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -1,8 +1,12 @@
-// Sends the state to the subscribers: on every change, to each newcomer, and at each pulse.
-//
-// Changes only mark what has to be sent; a thread of its own puts the notifications together and
-// queues them, so that they leave in one order. Marks that are made meanwhile share the next turn.
-#pragma once
+#ifndef SIMULATOR_PUBLISHER_H
+#define SIMULATOR_PUBLISHER_H
+
+/*
+ * Sends the state to the subscribers: on every change, to each newcomer, and at each pulse.
+ *
+ * Changes only mark what has to be sent; a thread of its own puts the notifications together and
+ * queues them, so that they leave in one order. Marks that are made meanwhile share the next turn.
+ */
 
 #include "Faults.h"
 #include "NotificationServer.h"
@@ -20,7 +24,7 @@
 
 namespace simulator {
 
-/// A set of the three notifications.
+/* A set of the three notifications. */
 enum Notifications : unsigned {
     kNoNotification = 0,
     kChangerList = 1,
@@ -31,27 +35,27 @@ enum Notifications : unsigned {
 
 class Publisher {
 public:
-    /// Describe gives the present value of one notification; it is called on the thread.
+    // Describe gives the present value of one notification; it is called on the thread.
     Publisher(Events& events, Faults& faults, std::function<Value(Notifications)> describe);
     ~Publisher();
 
-    /// From now on, until Detach returns, the notifications go through this server.
+    // From now on, until Detach returns, the notifications go through this server.
     void Attach(NotificationServer& server);
     void Detach();
 
     void Mark(unsigned notifications);
     void Greet(SubscriberId subscriber);
-    /// Sends all in one frame with the next turn.
+    // Sends all in one frame with the next turn.
     void MarkTogether();
-    /// Returns when what was marked before has been queued, or cannot be at present.
+    // Returns when what was marked before has been queued, or cannot be at present.
     void Flush();
 
-    /// Nothing is queued any more once it returns.
+    // Nothing is queued any more once it returns.
     void Hold();
     void Release();
-    /// Sends everything once, and goes on holding.
+    // Sends everything once, and goes on holding.
     void ReleaseOnce();
-    void SetPulse(std::chrono::milliseconds pulse); ///< 0: none
+    void SetPulse(std::chrono::milliseconds pulse); // 0: none
 
 private:
     struct Work {
@@ -91,3 +95,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

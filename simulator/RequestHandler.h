@@ -1,5 +1,7 @@
-// What each command of the message socket does to the model, and what is replied.
-#pragma once
+#ifndef SIMULATOR_REQUESTHANDLER_H
+#define SIMULATOR_REQUESTHANDLER_H
+
+/* What each command of the message socket does to the model, and what is replied. */
 
 #include "Changer.h"
 #include "Values.h"
@@ -13,11 +15,11 @@
 
 namespace simulator {
 
-/// A reply's "error code": the code with the high word that marks it as one of the server's.
+/* A reply's "error code": the code with the high word that marks it as one of the server's. */
 std::int64_t MakeWireCode(std::int64_t code);
 
 struct KnownChanger {
-    std::shared_ptr<Changer> changer; ///< none: no such changer
+    std::shared_ptr<Changer> changer; // none: no such changer
     std::string mountPoint;
 };
 
@@ -26,7 +28,7 @@ public:
     explicit RequestHandler(std::function<KnownChanger(std::uint64_t guid)> find)
         : find_(std::move(find)) {}
 
-    /// The reply, a dictionary. Waits as long as the changer's patience allows.
+    // The reply, a dictionary. Waits as long as the changer's patience allows.
     Value Handle(const Value& request, std::stop_token stop) const;
 
 private:
@@ -34,3 +36,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -1,8 +1,12 @@
-// The whole changer server: its changers with their file systems, its sockets, its faults.
-//
-// The calls come from one thread, that of the control; connections, file systems and the publisher
-// look changers up from theirs.
-#pragma once
+#ifndef SIMULATOR_SIMULATOR_H
+#define SIMULATOR_SIMULATOR_H
+
+/*
+ * The whole changer server: its changers with their file systems, its sockets, its faults.
+ *
+ * The calls come from one thread, that of the control; connections, file systems and the publisher
+ * look changers up from theirs.
+ */
 
 #include "Changer.h"
 #include "ChangerFileSystem.h"
@@ -30,13 +34,13 @@ public:
     explicit Simulator(Events& events, std::string socketDirectory = "/tmp");
     ~Simulator();
 
-    /// Without a mount point its file system is not mounted yet.
+    // Without a mount point its file system is not mounted yet.
     void AddChanger(const ChangerShape& shape, const ChangerTiming& timing,
                     const FileSystemOptions& options);
     void RemoveChanger(std::uint64_t guid);
-    std::shared_ptr<Changer> GetChanger(std::uint64_t guid) const; ///< throws CommandError
+    std::shared_ptr<Changer> GetChanger(std::uint64_t guid) const; // throws CommandError
     std::vector<std::shared_ptr<Changer>> GetChangers() const;
-    /// With no path, where it was mounted before.
+    // With no path, where it was mounted before.
     void MountFileSystem(std::uint64_t guid, const std::string& path);
     void UnmountFileSystem(std::uint64_t guid);
 
@@ -47,9 +51,9 @@ public:
 
     void Start();
     void Stop();
-    /// Until it is stopped, writes every notification also to this file or pipe.
+    // Until it is stopped, writes every notification also to this file or pipe.
     void CopyNotifications(const std::string& path);
-    /// Sends bytes to all subscribers that are no notification of ours.
+    // Sends bytes to all subscribers that are no notification of ours.
     void SendRaw(const std::vector<Piece>& pieces);
 
     Publisher& GetPublisher() {
@@ -93,3 +97,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

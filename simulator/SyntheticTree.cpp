@@ -25,7 +25,7 @@ TreeEntry MakeDirectoryEntry(std::string name) {
     return {.name = std::move(name), .mode = S_IFDIR | 0555};
 }
 
-/// Distributes the directories first, then lays them out breadth first.
+// Distributes the directories first, then lays them out breadth first.
 class SyntheticTree final : public DiscTree {
 public:
     explicit SyntheticTree(const SyntheticShape& shape)

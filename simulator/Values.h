@@ -1,5 +1,7 @@
-// Property lists, as libplist makes and reads them.
-#pragma once
+#ifndef SIMULATOR_VALUES_H
+#define SIMULATOR_VALUES_H
+
+/* Property lists, as libplist makes and reads them. */
 
 #include <concepts>
 #include <cstdint>
@@ -17,17 +19,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// One value and all that it holds. Dictionaries are filled and read with the calls that take a
-/// key; on any other type setting throws and reading finds nothing.
+/* One value and all that it holds. Dictionaries are filled and read with the calls that take a
+   key; on any other type setting throws and reading finds nothing. */
 class Value {
 public:
     static Value MakeDictionary();
     static Value MakeArray();
     static Value MakeBoolean(bool boolean);
-    static Value MakeInteger(std::int64_t integer); ///< also an unsigned one: the bits are sent
+    static Value MakeInteger(std::int64_t integer); // also an unsigned one: the bits are sent
     static Value MakeString(const std::string& text);
 
-    /// Throws ValueError when this is no XML property list, or one that no request looks like.
+    // Throws ValueError when this is no XML property list, or one that no request looks like.
     static Value ParseXml(std::string_view xml);
 
     Value Copy() const;
@@ -49,10 +51,10 @@ public:
     std::optional<std::int64_t> GetInteger(const char* key) const;
     std::optional<std::string> GetString(const char* key) const;
 
-    /// The value under the key for a person's eyes: a number, a text, "yes", or the type's name.
+    // The value under the key for a person's eyes: a number, a text, "yes", or the type's name.
     std::string Describe(const char* key) const;
 
-    /// The same dictionary with each value replaced by one of another type.
+    // The same dictionary with each value replaced by one of another type.
     Value WithWrongTypes() const;
 
 private:
@@ -66,3 +68,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

@@ -25,7 +25,7 @@ char ParseHexByte(char high, char low) {
     return static_cast<char>(ParseHexDigit(high) * 16 + ParseHexDigit(low));
 }
 
-/// Reads a line from its beginning to its end.
+// Reads a line from its beginning to its end.
 class Scanner {
 public:
     explicit Scanner(std::string_view rest) : rest_(rest) {}

@@ -1,5 +1,7 @@
-// The lines of the text protocol: a word, then key=value, then key="a value with blanks".
-#pragma once
+#ifndef SIMULATOR_WORDS_H
+#define SIMULATOR_WORDS_H
+
+/* The lines of the text protocol: a word, then key=value, then key="a value with blanks". */
 
 #include <concepts>
 #include <cstdint>
@@ -11,33 +13,33 @@
 
 namespace simulator {
 
-/// What the user typed cannot be carried out; the text says why.
+/* What the user typed cannot be carried out; the text says why. */
 class CommandError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
 struct CommandLine {
-    std::string word; ///< empty for an empty line or a comment
+    std::string word; // empty for an empty line or a comment
     std::map<std::string, std::string, std::less<>> values;
 };
 
-/// Throws CommandError when the line does not follow the protocol.
+/* Throws CommandError when the line does not follow the protocol. */
 CommandLine ParseCommandLine(std::string_view line);
 
-/// The text in quotes, with what cannot stand there escaped.
+/* The text in quotes, with what cannot stand there escaped. */
 std::string Quote(std::string_view text);
 
-/// The text as a value: quoted if it needs to be.
+/* The text as a value: quoted if it needs to be. */
 std::string QuoteValue(std::string_view text);
 
-/// Bytes from pairs of hexadecimal digits. Throws CommandError.
+/* Bytes from pairs of hexadecimal digits. Throws CommandError. */
 std::string ParseHexBytes(std::string_view digits);
 
-/// Sixteen hexadecimal digits.
+/* Sixteen hexadecimal digits. */
 std::string FormatGuid(std::uint64_t guid);
 
-/// The key=value part of a line of output, in the order of the calls.
+/* The key=value part of a line of output, in the order of the calls. */
 class Fields {
 public:
     Fields& Add(std::string_view key, std::string_view value);
@@ -63,3 +65,5 @@ private:
 };
 
 } // namespace simulator
+
+#endif

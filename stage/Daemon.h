@@ -15,7 +15,7 @@ struct DaemonStart {
     int descriptorLimit = 0; // none unless set; arguments do not count then
 };
 
-// What a daemon holds of the kernel's, to be compared before and after some work.
+/* What a daemon holds of the kernel's, to be compared before and after some work. */
 struct Footprint {
     std::size_t threads = 0;
     std::vector<std::string> descriptors; // sorted
@@ -25,7 +25,7 @@ struct Footprint {
 
 std::string Describe(const Footprint& footprint);
 
-// The real daemon as a child process.
+/* The real daemon as a child process. */
 class Daemon {
 public:
     Daemon(Record& record, const DaemonStart& start);

@@ -6,7 +6,7 @@
 
 namespace stage {
 
-// Owns a file descriptor; -1 is none.
+/* Owns a file descriptor; -1 is none. */
 class Descriptor {
 public:
     Descriptor() = default;

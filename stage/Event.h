@@ -9,7 +9,9 @@ namespace stage {
 
 using Values = std::map<std::string, std::string>;
 
-// "event 12 request connection=3 command="mount disc" ..." of the simulator, or a "model ..." line.
+/*
+ * "event 12 request connection=3 command="mount disc" ..." of the simulator, or a "model ..." line.
+ */
 struct Event {
     int number = 0; // of an event
     std::string kind;
@@ -20,7 +22,7 @@ struct Event {
     bool Has(const Values& wanted) const;
 };
 
-// Nothing for lines of another kind.
+/* Nothing for lines of another kind. */
 std::optional<Event> ParseEvent(const std::string& line);
 
 } // namespace stage

@@ -7,8 +7,8 @@
 
 namespace stage {
 
-// An extended POSIX regular expression for a whole line. (That of the C++ library shares an
-// unguarded cache between threads, which the thread sanitizer reports.)
+/* An extended POSIX regular expression for a whole line. (That of the C++ library shares an
+   unguarded cache between threads, which the thread sanitizer reports.) */
 class Pattern {
 public:
     explicit Pattern(const std::string& expression);

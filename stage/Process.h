@@ -17,8 +17,8 @@ struct Command {
     std::vector<std::string> environment; // NAME=value, nothing else is inherited
 };
 
-// A child process that speaks on the record and can be spoken to. It is killed and reaped at the
-// latest when this object goes.
+/* A child process that speaks on the record and can be spoken to. It is killed and reaped at the
+   latest when this object goes. */
 class Process {
 public:
     Process(const Command& command, Record& record, Voice output, Voice errors);
@@ -61,11 +61,11 @@ private:
     Record::SourceId errors_ = 0;
 };
 
-// "exited with 1", "killed by signal 9".
+/* "exited with 1", "killed by signal 9". */
 std::string DescribeEnd(int waitStatus);
 
-// The variables of this process's environment that a child of the build needs: the search path
-// and what steers the sanitizers.
+/* The variables of this process's environment that a child of the build needs: the search path
+   and what steers the sanitizers. */
 std::vector<std::string> PlainEnvironment();
 
 } // namespace stage

@@ -7,8 +7,8 @@
 
 namespace stage {
 
-// Tells how often a file has been opened and closed again since the watch was set. The daemon reads
-// a volume's info file twice when it takes the volume up, and tells so in no other way.
+/* Tells how often a file has been opened and closed again since the watch was set. The daemon reads
+   a volume's info file twice when it takes the volume up, and tells so in no other way. */
 class ReadWatch {
 public:
     explicit ReadWatch(const std::string& path);

@@ -1,11 +1,13 @@
 #ifndef STAGE_RECORD_H
 #define STAGE_RECORD_H
 
-// Everything that is said on the stage (system log, the daemon's own output, the server's events)
-// as one list of lines in the order of arrival.
-//
-// One thread reads all sources all the time, so no speaker ever blocks because nobody listens (the
-// kernel holds back whoever logs to a full /dev/log). Everybody else waits for lines on the list.
+/*
+ * Everything that is said on the stage (system log, the daemon's own output, the server's events)
+ * as one list of lines in the order of arrival.
+ *
+ * One thread reads all sources all the time, so no speaker ever blocks because nobody listens (the
+ * kernel holds back whoever logs to a full /dev/log). Everybody else waits for lines on the list.
+ */
 
 #include "stage/Descriptor.h"
 

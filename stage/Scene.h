@@ -1,9 +1,9 @@
 #ifndef STAGE_SCENE_H
 #define STAGE_SCENE_H
 
-// One run of the daemon against one server, inside a private world. It keeps account of what must
-// be true at the end of every run, whatever the run was about: the daemon lives, holds no more than
-// before, logged nothing that was not awaited, and no sanitizer spoke up.
+/* One run of the daemon against one server, inside a private world. It keeps account of what must
+   be true at the end of every run, whatever the run was about: the daemon lives, holds no more than
+   before, logged nothing that was not awaited, and no sanitizer spoke up. */
 
 #include "stage/Daemon.h"
 #include "stage/Record.h"

@@ -12,8 +12,8 @@
 
 namespace stage {
 
-// The simulated changer server as a child process, told what to do line by line. Its commands and
-// events are described in docs/simulator.md.
+/* The simulated changer server as a child process, told what to do line by line. Its commands and
+   events are described in docs/simulator.md. */
 class Simulator {
 public:
     explicit Simulator(Record& record);

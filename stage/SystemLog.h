@@ -7,9 +7,9 @@
 
 namespace stage {
 
-// The system log daemon of the private world: owns /dev/log and puts every message on the record,
-// as "trayprobed: text" once its priority and date are taken off. A message that is not formed
-// like that, or not of the daemon's priority, is recorded as it came.
+/* The system log daemon of the private world: owns /dev/log and puts every message on the record,
+   as "trayprobed: text" once its priority and date are taken off. A message that is not formed
+   like that, or not of the daemon's priority, is recorded as it came. */
 class SystemLog {
 public:
     explicit SystemLog(Record& record);
@@ -24,7 +24,7 @@ private:
     Record& record_;
 };
 
-// "<9>Nov 21 02:00:00 trayprobed: text" without priority (user.alert) and date.
+/* "<9>Nov 21 02:00:00 trayprobed: text" without priority (user.alert) and date. */
 std::string WithoutStamp(const std::string& message);
 
 } // namespace stage

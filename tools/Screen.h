@@ -4,9 +4,9 @@
 #include <chrono>
 #include <string>
 
-// Lines with the time since the beginning, and a progress bar that stays below them; colours and
-// redrawing only on a terminal. Each function writes at once, and throws stage::Failure when
-// standard output cannot be written.
+/* Lines with the time since the beginning, and a progress bar that stays below them; colours and
+   redrawing only on a terminal. Each function writes at once, and throws stage::Failure when
+   standard output cannot be written. */
 class Screen {
 public:
     enum class Colour { Plain, Bold, Dim, Red, Green, Yellow, Cyan };

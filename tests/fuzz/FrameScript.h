@@ -18,22 +18,22 @@
 
 constexpr char kLost = 'L';
 
-// Something that happens, and the bytes that arrived just before.
+/* Something that happens, and the bytes that arrived just before. */
 struct ScriptStep {
     std::string bytes; // may be empty: none arrived
     char event = '\0'; // none
 };
 
-// The chunks of the stream.
+/* The chunks of the stream. */
 std::vector<ScriptStep> ReadChunks(std::string_view script);
 
-// Whether the script has nothing but whole, well-formed frames.
+/* Whether the script has nothing but whole, well-formed frames. */
 bool IsWellFramed(std::string_view script);
 
-// The payloads of such a script instead of its chunks, but for empty ones.
+/* The payloads of such a script instead of its chunks, but for empty ones. */
 std::vector<ScriptStep> ReadPayloads(std::string_view script);
 
-// The payload of its first frame, which may be empty.
+/* The payload of its first frame, which may be empty. */
 std::string FirstPayload(std::string_view script);
 
 #endif

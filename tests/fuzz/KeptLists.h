@@ -4,7 +4,7 @@
 /* The lists that the daemon keeps for ever by design, which a fuzzer's many inputs would make too
    many. Wrap the functions of CMakeLists.txt. */
 
-// At its end it releases what was kept since its beginning. The store must be gone by then.
+/* At its end it releases what was kept since its beginning. The store must be gone by then. */
 class KeptLists {
 public:
     KeptLists() = default;

@@ -8,10 +8,10 @@
 #include <string_view>
 
 extern "C" {
-// Once, before all inputs; see Assertions.cpp.
+/* Once, before all inputs; see Assertions.cpp. */
 int LLVMFuzzerInitialize(int* argc, char*** argv);
 
-// The target, with one input. It leaves nothing behind: every input finds the same state.
+/* The target, with one input. It leaves nothing behind: every input finds the same state. */
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// What is said to one server, and awaited of it and the daemon.
+/* What is said to one server, and awaited of it and the daemon. */
 class Dialogue {
 public:
     explicit Dialogue(Performance& performance) : performance_(performance) {}

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// A slot of a changer. Changers are numbered from 0.
+/* A slot of a changer. Changers are numbered from 0. */
 struct Place {
     int changer;
     int slot;
@@ -15,12 +15,12 @@ struct Place {
     auto operator<=>(const Place&) const = default;
 };
 
-// What an identification consists of.
+/* What an identification consists of. */
 enum class Step { FirstWithdrawal, Mount, Eject, SecondWithdrawal };
 
 std::string GuidOf(int changer); // as events tell it
 
-// What must have happened by the rules, beside what the server has counted.
+/* What must have happened by the rules, beside what the server has counted. */
 class Ledger {
 public:
     // A disc is identified once more: its request is withdrawn twice, it is mounted and ejected.

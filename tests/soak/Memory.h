@@ -8,15 +8,15 @@
 #include <optional>
 #include <string>
 
-// Bytes of memory that a process has touched and not given back.
+/* Bytes of memory that a process has touched and not given back. */
 struct Footing {
     long heap = 0; // of its main thread, which keeps the lists
     long rest = 0; // of the other threads: their stacks, and heaps that grow with what was ever
                    // under way at one time, not with what has gone by
 };
 
-// How much memory the daemon takes, beside a process that keeps the same lists and nothing else:
-// it reads what the servers send from a pipe, and keeps it through the daemon's own calls.
+/* How much memory the daemon takes, beside a process that keeps the same lists and nothing else:
+   it reads what the servers send from a pipe, and keeps it through the daemon's own calls. */
 class Memory {
 public:
     explicit Memory(stage::Record& record);
@@ -41,7 +41,7 @@ private:
     std::optional<stage::Process> keeper_;
 };
 
-// What the daemon's heap has grown by beyond what its lists cost.
+/* What the daemon's heap has grown by beyond what its lists cost. */
 long UnexplainedGrowth(const Memory::Sample& from, const Memory::Sample& to);
 
 #endif

@@ -13,8 +13,8 @@ inline constexpr int kChangersOfTheOverture = 2; // the daemon knows the first o
 inline constexpr int kDrives = 2;                // of a changer
 inline constexpr int kDiscs = 7; // of a changer, in its first slots; one slot more is spare
 
-// What a server that was killed in the middle of its work left undone, and over all of them what
-// became of it.
+/* What a server that was killed in the middle of its work left undone, and over all of them what
+   became of it. */
 struct CrashRecord {
     std::vector<Place> discs;  // to be identified by the next server
     std::vector<int> changers; // to be built by it
@@ -30,7 +30,7 @@ struct CrashRecord {
     long builtAgain = 0;
 };
 
-// What all servers have in common, and what has been counted over them.
+/* What all servers have in common, and what has been counted over them. */
 struct Performance {
     stage::Scene scene;
     Ledger ledger;

@@ -7,9 +7,9 @@
 #include <map>
 #include <string>
 
-// A server that is killed in the middle of identifications and a build. Each of them is brought to
-// a request that the server leaves unanswered, or to a listing that it does not finish, so that
-// what the server has counted is known when it is killed.
+/* A server that is killed in the middle of identifications and a build. Each of them is brought to
+   a request that the server leaves unanswered, or to a listing that it does not finish, so that
+   what the server has counted is known when it is killed. */
 class ServerCrash {
 public:
     // The discs and changers concerned rotate with the number of the crash.

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// What one server lives through makes the following of the soak's figures.
+/* What one server lives through makes the following of the soak's figures. */
 inline constexpr int kNotificationsOfALife = 100;
 inline constexpr int kIdentificationsOfALife = 10;
 inline constexpr int kLivesToABuild = 2;
@@ -17,12 +17,12 @@ inline constexpr int kBuildsToAnAbort = 3;
 inline constexpr int kLivesToACrash = 10;
 inline constexpr int kFirstCrash = 5;
 
-// A command that has a changer built every day at an hour that is far from now: the daily build is
-// scheduled with every notification and does not begin.
+/* A command that has a changer built every day at an hour that is far from now: the daily build is
+   scheduled with every notification and does not begin. */
 std::string DailyBuild(int changer);
 
-// One server, from its start to its end, and what it has the daemon do meanwhile. Which changers
-// and discs take part turns with the number of the life, so that all get their share.
+/* One server, from its start to its end, and what it has the daemon do meanwhile. Which changers
+   and discs take part turns with the number of the life, so that all get their share. */
 class ServerLife {
 public:
     ServerLife(Performance& performance, int number);

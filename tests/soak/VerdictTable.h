@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// What was asked, what was counted, and whether that will do.
+/* What was asked, what was counted, and whether that will do. */
 class VerdictTable {
 public:
     void Add(const std::string& what, const std::string& asked, const std::string& counted,

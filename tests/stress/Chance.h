@@ -7,13 +7,13 @@
 
 namespace chance {
 
-// Before any thread draws.
+/* Before any thread draws. */
 void Seed(std::uint32_t seed);
 
-// 0 to bound - 1.
+/* 0 to bound - 1. */
 int Below(int bound);
 bool OneIn(int count);
-// Lets others run, for so many microseconds at most.
+/* Lets others run, for so many microseconds at most. */
 void Pause(int mostMicroseconds);
 
 } // namespace chance

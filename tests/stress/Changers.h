@@ -20,7 +20,7 @@ constexpr UInt32 kDrives = 2;
 constexpr UInt64 GuidOf(int changer) {
     return 0x9EDCBA9800000000 + static_cast<UInt64>(changer);
 }
-// Whether the daemon, once it knows the changer, does so until the end of the storm.
+/* Whether the daemon, once it knows the changer, does so until the end of the storm. */
 constexpr bool StaysKnown(UInt64 changerGUID) {
     return changerGUID < GuidOf(kChangersThatStay);
 }

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <thread>
 
-// Takes the state lock again and again, as long as it lives, and looks.
+/* Takes the state lock again and again, as long as it lives, and looks. */
 class Observer {
 public:
     Observer() : thread_([this] { Observe(); }) {}
@@ -24,10 +24,10 @@ private:
     std::thread thread_;
 };
 
-// Whether the daemon knows all changers and where each is mounted, and has nothing to do.
+/* Whether the daemon knows all changers and where each is mounted, and has nothing to do. */
 bool IsAtRest();
-// Nothing is left to build or to abort, and what is still on an in-progress list is out of reach.
-// With anew, the changers were forgotten and added anew, so that nothing is out of reach either.
+/* Nothing is left to build or to abort, and what is still on an in-progress list is out of reach.
+   With anew, the changers were forgotten and added anew, so that nothing is out of reach either. */
 void CheckRest(bool anew);
 
 #endif

@@ -12,7 +12,7 @@
 
 namespace kept_objects {
 
-// TryNotificationConnect; a new connection's source takes the place of an earlier one's.
+/* TryNotificationConnect; a new connection's source takes the place of an earlier one's. */
 void TryToConnect(CFRunLoopTimerRef timer, ChangerNotificationSubscription* subscription);
 
 } // namespace kept_objects

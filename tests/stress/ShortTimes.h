@@ -15,7 +15,7 @@ namespace short_times {
 
 void ShortenReplyTimeouts(bool shorten);
 
-// Whether a daily timer is set that has not fired yet.
+/* Whether a daily timer is set that has not fired yet. */
 bool HasPendingDailyTimer();
 
 } // namespace short_times

@@ -57,12 +57,12 @@ enum class Kind {
 namespace tally {
 
 void Count(Kind kind);
-// One line each, and a complaint for each kind that never happened.
+/* One line each, and a complaint for each kind that never happened. */
 void Report();
 
 bool HasEverythingHappened();
 
-// Each text is told once.
+/* Each text is told once. */
 void Complain(const std::string& text);
 bool HasComplaints();
 

@@ -7,7 +7,9 @@
 #include <string>
 #include <string_view>
 
-// Lets the calls of a running daemon fail, one after the other, without starting it anew for each.
+/*
+ * Lets the calls of a running daemon fail, one after the other, without starting it anew for each.
+ */
 class FaultDirector {
 public:
     FaultDirector();

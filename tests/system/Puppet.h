@@ -7,8 +7,8 @@
 #include <string_view>
 #include <sys/types.h>
 
-// A changer server that does what the test says, step by step (puppets/PuppetServer.cpp), and that
-// can be stopped or killed between any two of them.
+/* A changer server that does what the test says, step by step (puppets/PuppetServer.cpp), and that
+   can be stopped or killed between any two of them. */
 class Puppet {
 public:
     explicit Puppet(stage::Record& record);

@@ -1,8 +1,8 @@
 #ifndef TESTS_SYSTEM_PUPPETTEST_H
 #define TESTS_SYSTEM_PUPPETTEST_H
 
-// What the tests with a Puppet for a server share. Every test fails at its end for whatever
-// Scene::End complains of.
+/* What the tests with a Puppet for a server share. Every test fails at its end for whatever
+   Scene::End complains of. */
 
 #include "Puppet.h"
 #include "WireFrames.h"

@@ -8,8 +8,8 @@
 #include <sys/types.h>
 #include <vector>
 
-// The file system of changer 5000C500ABCD00A1 with one disc, whose folders do to whoever lists them
-// what their names say (puppets/PuppetVolume.cpp), served by a process of its own.
+/* The file system of changer 5000C500ABCD00A1 with one disc, whose folders do to whoever lists them
+   what their names say (puppets/PuppetVolume.cpp), served by a process of its own. */
 class PuppetVolume {
 public:
     enum class Start { Awake, Asleep, StopsAtInfo, StopsAtSecondInfo };
@@ -43,8 +43,8 @@ private:
     stage::Process process_;
 };
 
-// A volume whose server never answers as long as this lives. Whoever waits for it then gets an
-// error.
+/* A volume whose server never answers as long as this lives. Whoever waits for it then gets an
+   error. */
 class SilentVolume {
 public:
     explicit SilentVolume(const std::string& place) : SilentVolume(place, kForAllUsers) {}

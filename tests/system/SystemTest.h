@@ -1,10 +1,12 @@
 #ifndef TESTS_SYSTEM_SYSTEMTEST_H
 #define TESTS_SYSTEM_SYSTEMTEST_H
 
-// What the system tests share: a scene with one server whose changer has the GUID 5000C500ABCD00A1
-// and is mounted on /tmp/carousel, and a daemon. Every test fails at its end for whatever
-// Scene::End complains of. The GUIDs of all changers need more than 63 bits: the daemon's numbers
-// of smaller ones are held by the reference itself, and nobody would count references to them.
+/*
+ * What the system tests share: a scene with one server whose changer has the GUID 5000C500ABCD00A1
+ * and is mounted on /tmp/carousel, and a daemon. Every test fails at its end for whatever
+ * Scene::End complains of. The GUIDs of all changers need more than 63 bits: the daemon's numbers
+ * of smaller ones are held by the reference itself, and nobody would count references to them.
+ */
 
 #include "stage/Scene.h"
 

@@ -1,16 +1,16 @@
 #ifndef TESTS_SYSTEM_VOLUMETEST_H
 #define TESTS_SYSTEM_VOLUMETEST_H
 
-// What the tests of volumes share. The server's changer has no file system of its own: what is
-// listed in a build of that changer is a volume of the test's.
+/* What the tests of volumes share. The server's changer has no file system of its own: what is
+   listed in a build of that changer is a volume of the test's. */
 
 #include "SystemTest.h"
 
 #include <filesystem>
 #include <string>
 
-// Volumes that come and go while the daemon runs. They are folders that are bound to their place
-// once they are complete, since a volume is looked at when it appears, and only then.
+/* Volumes that come and go while the daemon runs. They are folders that are bound to their place
+   once they are complete, since a volume is looked at when it appears, and only then. */
 class VolumeTest : public SystemTest {
 public:
     static void WriteInfoFile(const std::filesystem::path& file, const std::string& content);

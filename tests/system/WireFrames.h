@@ -1,7 +1,7 @@
 #ifndef TESTS_SYSTEM_WIREFRAMES_H
 #define TESTS_SYSTEM_WIREFRAMES_H
 
-// The server's frames as a Puppet writes them, made without any library.
+/* The server's frames as a Puppet writes them, made without any library. */
 
 #include <cstddef>
 #include <cstdint>
@@ -14,11 +14,11 @@ constexpr std::size_t kHeaderSize = 12;
 
 std::string Frame(const std::string& payload);
 
-// The reply that means success.
+/* The reply that means success. */
 std::string EmptyReply();
 
-// Added to what a test calls a changer, so that the daemon's numbers of it are objects, whose
-// references count: integers of 63 bits are held by the reference itself.
+/* Added to what a test calls a changer, so that the daemon's numbers of it are objects, whose
+   references count: integers of 63 bits are held by the reference itself. */
 constexpr std::uint64_t kGuidBase = 0x5000C500ABCD0000;
 
 struct Changer {
@@ -28,7 +28,7 @@ struct Changer {
 };
 
 std::string ChangerList(const std::vector<Changer>& changers);
-// With a key of so many bytes that means nothing.
+/* With a key of so many bytes that means nothing. */
 std::string ChangerInfo(const std::vector<Changer>& changers, std::size_t padding = 0);
 
 } // namespace wire

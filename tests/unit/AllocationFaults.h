@@ -15,8 +15,8 @@
 
 #include <cstddef>
 
-// From its construction on, lets the nth allocation (from 1) and those after it, count in all,
-// find no memory. One at a time on a thread.
+/* From its construction on, lets the nth allocation (from 1) and those after it, count in all,
+   find no memory. One at a time on a thread. */
 class AllocationFault {
 public:
     explicit AllocationFault(std::size_t nth, std::size_t count = 1) noexcept;
@@ -30,7 +30,7 @@ public:
     static bool StaysOut() noexcept;
 };
 
-// While it lives, the calling thread's allocations do not count: for the test's own seams.
+/* While it lives, the calling thread's allocations do not count: for the test's own seams. */
 class NoAllocationFaultsHere {
 public:
     NoAllocationFaultsHere() noexcept;
@@ -39,9 +39,9 @@ public:
     NoAllocationFaultsHere& operator=(const NoAllocationFaultsHere&) = delete;
 };
 
-// Runs the body with its first, second, ... allocation refused, until a run needs no more of them:
-// that run's number is returned, so 1 says that the body never allocates. body(fault number) does
-// the work; check(fault number, happened) then looks at what became of it, in peace.
+/* Runs the body with its first, second, ... allocation refused, until a run needs no more of them:
+   that run's number is returned, so 1 says that the body never allocates. body(fault number) does
+   the work; check(fault number, happened) then looks at what became of it, in peace. */
 template<typename Body, typename Check>
 std::size_t SweepAllocationFaults(Body body, Check check) {
     for (std::size_t nth = 1;; ++nth) {

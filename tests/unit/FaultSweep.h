@@ -22,16 +22,18 @@ struct Fault {
     bool happened;        // else the body needed no more of them, and nothing has gone wrong
 };
 
-// How many faults there were.
+/* How many faults there were. */
 struct SweptFaults {
     std::size_t allocations = 0;
     std::size_t systemCalls = 0;
 };
 
-// Where a body runs, and its fault is set: on the sweep's thread, or each time on one of its own.
+/*
+ * Where a body runs, and its fault is set: on the sweep's thread, or each time on one of its own.
+ */
 enum class SweptThread { kCalling, kFresh };
 
-// Whether the fault happened, which is made of the arguments.
+/* Whether the fault happened, which is made of the arguments. */
 template<typename FaultKind, typename Body, typename... Arguments>
 bool RunWithFault(SweptThread thread, Body& body, const Arguments&... arguments) {
     bool happened = false;
@@ -47,8 +49,8 @@ bool RunWithFault(SweptThread thread, Body& body, const Arguments&... arguments)
     return happened;
 }
 
-// body() does the work; check(fault) then looks at what became of it, in peace, on the calling
-// thread, and makes all ready for the next run.
+/* body() does the work; check(fault) then looks at what became of it, in peace, on the calling
+   thread, and makes all ready for the next run. */
 template<typename Body, typename Check>
 std::size_t SweepMemory(std::size_t count, Body body, Check check,
                         SweptThread thread = SweptThread::kCalling) {

@@ -18,9 +18,9 @@
 #include <cstddef>
 #include <cstdint>
 
-// While one of these lives, each number object that is made, up to a million of them, gets two
-// references more, so that a release too many cannot free it. At the end each must have these two
-// alone.
+/* While one of these lives, each number object that is made, up to a million of them, gets two
+   references more, so that a release too many cannot free it. At the end each must have these two
+   alone. */
 class NumberReferences {
 public:
     NumberReferences() {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-// While it lives, dictionaries stay as they were when a value is set under that key.
+/* While it lives, dictionaries stay as they were when a value is set under that key. */
 class RefusedKey {
 public:
     explicit RefusedKey(const std::string& utf8);

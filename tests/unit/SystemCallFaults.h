@@ -11,7 +11,7 @@
 #include <span>
 #include <string>
 
-// One way in which a function fails: with that errno, or by doing less than it was asked for.
+/* One way in which a function fails: with that errno, or by doing less than it was asked for. */
 struct SystemCallFailure {
     static constexpr int kShort = 0;
 
@@ -19,14 +19,14 @@ struct SystemCallFailure {
     int error;
 };
 
-// Every way that is known here.
+/* Every way that is known here. */
 std::span<const SystemCallFailure> SystemCallFailures();
 
-// "call 2 of socket, EMFILE"
+/* "call 2 of socket, EMFILE" */
 std::string Describe(const SystemCallFailure& failure, std::size_t nth);
 
-// From its construction on, lets the nth call (from 1) fail. One at a time. The failure lasts as
-// long.
+/* From its construction on, lets the nth call (from 1) fail. One at a time. The failure lasts as
+   long. */
 class SystemCallFault {
 public:
     SystemCallFault(const SystemCallFailure& failure, std::size_t nth) noexcept;
@@ -38,7 +38,7 @@ public:
     static bool Happened() noexcept;
 };
 
-// While it lives, the calling thread's calls do not count: for the test's own servers.
+/* While it lives, the calling thread's calls do not count: for the test's own servers. */
 class NoSystemCallFaultsHere {
 public:
     NoSystemCallFaultsHere() noexcept;

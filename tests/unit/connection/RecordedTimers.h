@@ -13,7 +13,7 @@
 
 constexpr CFAbsoluteTime kNow = 5000; // what the clock shows unless it is set
 
-// What the clock shows this thread from now on.
+/* What the clock shows this thread from now on. */
 void SetClock(CFAbsoluteTime now);
 
 struct AskedTimer {
@@ -24,8 +24,8 @@ struct AskedTimer {
     CFRunLoopTimerCallBack callout;
 };
 
-// While it lives, the timers of this thread's code fire again and again as long as the condition
-// holds, instead of never.
+/* While it lives, the timers of this thread's code fire again and again as long as the condition
+   holds, instead of never. */
 class TimersFireWhen {
 public:
     explicit TimersFireWhen(std::function<bool()> condition);
@@ -34,11 +34,13 @@ public:
     ~TimersFireWhen();
 };
 
-// The last timer that this thread's code asked for, and how many it asked for so far.
+/* The last timer that this thread's code asked for, and how many it asked for so far. */
 AskedTimer LastAskedTimer();
 int CountAskedTimers();
 
-// A timer of the test's own: calls the function in each turn of this thread's loop, or nearly so.
+/*
+ * A timer of the test's own: calls the function in each turn of this thread's loop, or nearly so.
+ */
 class Tick {
 public:
     explicit Tick(std::function<void()> function);
@@ -51,7 +53,7 @@ private:
     CFRunLoopTimerRef timer_;
 };
 
-// Runs the loop until the condition holds.
+/* Runs the loop until the condition holds. */
 void RunUntil(const std::function<bool()>& isDone);
 
 #endif

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-// A connection that the server accepted.
+/* A connection that the server accepted. */
 class Connection {
 public:
     explicit Connection(int descriptor) : descriptor_(descriptor) {}
@@ -29,10 +29,10 @@ private:
     int descriptor_;
 };
 
-// Runs on the server's thread; the connection is closed when it returns.
+/* Runs on the server's thread; the connection is closed when it returns. */
 using Script = std::function<void(Connection&)>;
 
-// Serves one connection after the other, each by the next script; then it takes no more.
+/* Serves one connection after the other, each by the next script; then it takes no more. */
 class ScriptedServer {
 public:
     ScriptedServer(const std::string& path, std::vector<Script> scripts);

@@ -7,7 +7,7 @@
 
 #include <functional>
 
-// While it lives, this thread's calls of one function fail.
+/* While it lives, this thread's calls of one function fail. */
 class Failing {
 public:
     explicit Failing(const char* function);
@@ -18,7 +18,9 @@ public:
     static bool Is(const char* function);
 };
 
-// While it lives, calls the function before this thread sends data, with the time-out in seconds.
+/*
+ * While it lives, calls the function before this thread sends data, with the time-out in seconds.
+ */
 class OnSending {
 public:
     explicit OnSending(std::function<void(CFTimeInterval timeout)> function);

@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-// A timer in the calling thread's loop. Takes itself out of it at the end of its life.
+/* A timer in the calling thread's loop. Takes itself out of it at the end of its life. */
 class TestTimer {
 public:
     TestTimer(CFAbsoluteTime fireDate, CFTimeInterval interval, std::function<void()> callout,
@@ -48,7 +48,9 @@ private:
     int count_ = 0;
 };
 
-// A source in the calling thread's loop: ready when signalled, or while a descriptor is readable.
+/*
+ * A source in the calling thread's loop: ready when signalled, or while a descriptor is readable.
+ */
 class TestSource {
 public:
     explicit TestSource(std::function<void()> callout, cf::Runs runs = cf::Runs::kEvery,

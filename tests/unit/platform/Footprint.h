@@ -25,13 +25,13 @@ inline constexpr std::size_t kThreadsAtRest = 2; // the sanitizer keeps one of i
 inline const std::size_t kThreadsAtRest = CountThreads(); // at the start; an emulator has its own
 #endif
 
-// A thread that was joined may still be listed for a moment.
+/* A thread that was joined may still be listed for a moment. */
 inline void AwaitThreads(std::size_t atMost) {
     while (CountThreads() > atMost)
         std::this_thread::yield();
 }
 
-// Until the threads that nobody joins have ended.
+/* Until the threads that nobody joins have ended. */
 inline void AwaitRest() {
     AwaitThreads(kThreadsAtRest);
 }

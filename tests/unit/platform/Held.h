@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <utility>
 
-// A reference of the test's own; converts to what the calls take.
+/* A reference of the test's own; converts to what the calls take. */
 template<typename Reference>
 class Held {
 public:
@@ -36,8 +36,8 @@ private:
     Reference reference_;
 };
 
-// Too large for a reference to hold it, so that it is an object. It is a real, too; the next one is
-// 1024 away.
+/* Too large for a reference to hold it, so that it is an object. It is a real, too; the next one is
+   1024 away. */
 constexpr std::int64_t kLarge = std::int64_t{1} << 62;
 
 inline Held<CFNumberRef> Integer(std::int64_t value) {

@@ -18,14 +18,16 @@ struct FreeNode {
 };
 using Node = std::unique_ptr<void, FreeNode>;
 
-// Null for what libplist does not take.
+/* Null for what libplist does not take. */
 Node LibplistFromXml(std::string_view xml);
 Node LibplistFromBinary(std::string_view bytes);
 
-// Which of equal keys counts: in XML the last, in binary lists the first. libplist keeps them all.
+/*
+ * Which of equal keys counts: in XML the last, in binary lists the first. libplist keeps them all.
+ */
 enum class EqualKeys { FirstCounts, LastCounts };
 
-// The first place where the lists differ; empty when they are alike.
+/* The first place where the lists differ; empty when they are alike. */
 std::string DifferenceOf(const cf::Object* ours, plist_t theirs,
                          EqualKeys equalKeys = EqualKeys::LastCounts);
 

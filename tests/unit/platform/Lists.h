@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-// An owned reference, or none.
+/* An owned reference, or none. */
 template<typename T>
 class Held {
 public:
@@ -57,7 +57,7 @@ inline std::string TextOf(CFStringRef string) {
     return text.c_str();
 }
 
-// A list, or why there is none ("(none)" without a text).
+/* A list, or why there is none ("(none)" without a text). */
 struct ReadResult {
     Held<CFPropertyListRef> list;
     std::string error;
@@ -84,7 +84,7 @@ constexpr std::string_view kXmlHeader = "<?xml version=\"1.0\" encoding=\"UTF-8\
                                         "<plist version=\"1.0\">\n";
 constexpr std::string_view kXmlTrailer = "</plist>\n";
 
-// The whole document; nothing when the list cannot be written.
+/* The whole document; nothing when the list cannot be written. */
 inline std::string WriteList(CFPropertyListRef list) {
     const Held data(CFPropertyListCreateXMLData(kCFAllocatorDefault, list));
     if (!data)
@@ -93,7 +93,7 @@ inline std::string WriteList(CFPropertyListRef list) {
             static_cast<std::size_t>(CFDataGetLength(data.Get()))};
 }
 
-// What the document has between header and trailer.
+/* What the document has between header and trailer. */
 inline std::string WriteBody(CFPropertyListRef list) {
     const std::string text = WriteList(list);
     if (!text.starts_with(kXmlHeader) || !text.ends_with(kXmlTrailer))

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-// A connected descriptor of the server's.
+/* A connected descriptor of the server's. */
 class Peer {
 public:
     explicit Peer(int descriptor) : descriptor_(descriptor) {}

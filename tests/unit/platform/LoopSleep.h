@@ -3,11 +3,11 @@
 
 #include <functional>
 
-// Calls the function once, on the loop's thread, when a run of a loop has nothing more to do and
-// is about to sleep. Programs that use it wrap g_main_context_iteration.
+/* Calls the function once, on the loop's thread, when a run of a loop has nothing more to do and
+   is about to sleep. Programs that use it wrap g_main_context_iteration. */
 void AtNextSleep(std::function<void()> function);
 
-// The same on a thread of its own, which has ended when the loop goes to sleep.
+/* The same on a thread of its own, which has ended when the loop goes to sleep. */
 void AtNextSleepElsewhere(std::function<void()> function);
 
 #endif

@@ -20,14 +20,14 @@
 #include <string>
 #include <thread>
 
-// An own mount namespace, entered once and before there are threads. False when not permitted.
+/* An own mount namespace, entered once and before there are threads. False when not permitted. */
 inline bool EnterPrivateMounts() {
     static const bool entered = unshare(CLONE_NEWNS) == 0 &&
                                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     return entered;
 }
 
-// A folder with a file system of its own, and mounts in it by their names there.
+/* A folder with a file system of its own, and mounts in it by their names there. */
 class MountStage {
 public:
     MountStage() {
@@ -69,7 +69,7 @@ private:
     std::filesystem::path root_;
 };
 
-// A user space file system whose server does not answer before it is told to.
+/* A user space file system whose server does not answer before it is told to. */
 class HungVolume {
 public:
     HungVolume(const MountStage& stage, const std::string& name)

@@ -31,7 +31,7 @@ inline std::string Address(const std::string& path) {
     return std::string(reinterpret_cast<const char*>(&address), sizeof address);
 }
 
-// A connected socket that keeps the chunks that it is called out with.
+/* A connected socket that keeps the chunks that it is called out with. */
 class TestSocket {
 public:
     explicit TestSocket(const LocalServer& server)

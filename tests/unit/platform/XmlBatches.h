@@ -29,7 +29,7 @@ inline ReadResult ReadInBatches(std::string_view bytes, std::size_t batchLength)
     return result;
 }
 
-// Equal immutable lists are one object.
+/* Equal immutable lists are one object. */
 inline void ExpectSameInBatches(std::string_view bytes, std::size_t batchLength,
                                 const ReadResult& expected) {
     const ReadResult result = ReadInBatches(bytes, batchLength);

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-// The innermost text between so many opening and as many closing ones.
+/* The innermost text between so many opening and as many closing ones. */
 inline std::string Nested(int levels, std::string_view opening, std::string_view closing,
                           std::string_view innermost = "") {
     std::string xml;

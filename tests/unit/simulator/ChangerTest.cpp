@@ -43,7 +43,7 @@ protected:
     ReplyCode Eject(SlotIndex slot, const User& user, bool overridePrivate = false) {
         return changer_.Eject({slot, user, overridePrivate}).code;
     }
-    /// The result of a listing that has ended; none while it waits.
+    // The result of a listing that has ended; none while it waits.
     std::shared_ptr<std::optional<int>> List(std::uint32_t volume, EntryIndex directory = 0) {
         auto result = std::make_shared<std::optional<int>>();
         changer_.List(volume, directory, [result](int error) { *result = error; });

@@ -65,7 +65,7 @@ public:
         ASSERT_EQ(write(input_.Get(), bytes.data(), bytes.size()),
                   static_cast<ssize_t>(bytes.size()));
     }
-    /// Carries a command out; what it printed, the answer at the end.
+    // Carries a command out; what it printed, the answer at the end.
     std::vector<std::string> Tell(const std::string& command) {
         Write(command);
         std::vector<std::string> lines;
@@ -140,7 +140,7 @@ bool EnterPrivateWorld() {
 
 constexpr int kNotPermitted = 77;
 
-/// Runs each test's body in a child that has its own mounts and its own /tmp.
+// Runs each test's body in a child that has its own mounts and its own /tmp.
 class ProgramTest : public testing::Test {
 protected:
     void RunPrivately(const std::function<void()>& body) {

@@ -19,7 +19,7 @@ inline std::string BigEndianBytes(std::uint64_t value) {
     return bytes;
 }
 
-// With the bits of the value; the format has it as signed.
+/* With the bits of the value; the format has it as signed. */
 inline std::string BinaryInteger(std::uint64_t value) {
     return "\x13" + BigEndianBytes(value);
 }
@@ -32,7 +32,7 @@ inline std::string BinaryText(const std::string& ascii) {
     return std::string("\x5F\x10") + static_cast<char>(ascii.size()) + ascii;
 }
 
-// The objects are the dictionary, its keys, and its values, which are given as above.
+/* The objects are the dictionary, its keys, and its values, which are given as above. */
 inline std::string BinaryDictionary(const std::vector<std::pair<std::string, std::string>>& pairs) {
     std::vector<std::string> objects = {std::string(1, static_cast<char>(0xD0 | pairs.size()))};
     for (const auto& [key, value] : pairs)

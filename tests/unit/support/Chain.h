@@ -32,7 +32,7 @@ inline void PrintTo(const RaisedLink& link, std::ostream* out) {
         *out << ", level " << link.level;
 }
 
-// A site without a line is marked: every raise has one. The shared static link is "(generic)".
+/* A site without a line is marked: every raise has one. The shared static link is "(generic)". */
 inline RaisedLink ReadLink(const VErrLink* link) {
     const auto text = [](const char* field) { return field != nullptr ? field : "(none)"; };
     RaisedLink read = {text(link->message), text(link->funcName), text(link->fileName), link->code,
@@ -52,14 +52,14 @@ inline Chain ReadChain(const VErrLink* newest) {
     return chain;
 }
 
-// Reads the chain and frees it. Success is the empty list.
+/* Reads the chain and frees it. Success is the empty list. */
 inline Chain TakeChain(VErrLink* owned) {
     Chain chain = ReadChain(owned);
     ReleaseVErrLink(owned);
     return chain;
 }
 
-// The messages alone.
+/* The messages alone. */
 inline std::vector<std::string> TakeMessages(VErrLink* owned) {
     std::vector<std::string> messages;
     for (const RaisedLink& link : TakeChain(owned))

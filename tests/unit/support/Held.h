@@ -7,7 +7,7 @@
 
 #include <utility>
 
-// An owned reference, or none. Converts to what the calls take; Out() is for out parameters.
+/* An owned reference, or none. Converts to what the calls take; Out() is for out parameters. */
 template<typename Reference>
 class Held {
 public:
@@ -49,7 +49,7 @@ private:
     Reference reference_ = nullptr;
 };
 
-// A further reference to what somebody else owns.
+/* A further reference to what somebody else owns. */
 template<typename Reference>
 Held<Reference> Share(Reference borrowed) {
     if (borrowed != nullptr)

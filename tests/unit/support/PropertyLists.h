@@ -32,7 +32,7 @@ inline Held<CFDataRef> Bytes(std::string_view bytes) {
                              static_cast<CFIndex>(bytes.size())));
 }
 
-// One value of a list: a boolean, an integer, a text, or any object, which it shares.
+/* One value of a list: a boolean, an integer, a text, or any object, which it shares. */
 class Value {
 public:
     template<std::same_as<bool> Flag> // not what merely converts to one
@@ -74,8 +74,8 @@ inline Held<CFMutableArrayRef> Array(std::initializer_list<Value> values = {}) {
     return array;
 }
 
-// The whole XML document; comparing two of them shows where lists differ. Empty when the list
-// cannot be written.
+/* The whole XML document; comparing two of them shows where lists differ. Empty when the list
+   cannot be written. */
 inline std::string XmlOf(CFPropertyListRef list) {
     if (list == nullptr)
         return {};

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-// A number object, not an integer that a reference holds by itself.
+/* A number object, not an integer that a reference holds by itself. */
 constexpr UInt64 kSweptChanger = 0x5000C500ABCD1000;
 constexpr UInt16 kSweptSlot = 1000;
 

@@ -29,10 +29,10 @@ struct Scenario {
     std::function<void()> check;
 };
 
-// The number of orders.
+/* The number of orders. */
 std::size_t RunInEveryOrder(const Scenario& scenario);
 
-// How many threads were started since the run began.
+/* How many threads were started since the run began. */
 std::size_t CountStartedThreads();
 
 #endif

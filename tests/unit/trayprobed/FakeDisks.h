@@ -8,7 +8,7 @@
 
 #include <DiskArbitration/DiskArbitration.h>
 
-// A disk with that name and volume path; each may be absent.
+/* A disk with that name and volume path; each may be absent. */
 class FakeDisk {
 public:
     FakeDisk(const char* bsdName, const char* volumePath);
@@ -28,7 +28,7 @@ public:
     bool wasNamedUnderTheLock_ = false; // when its name was asked for last
 };
 
-// The next session cannot be made.
+/* The next session cannot be made. */
 void FailNextSession();
 
 #endif

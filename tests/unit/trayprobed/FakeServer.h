@@ -34,7 +34,7 @@ public:
     static FSCacheStatusReport* TakeKeptReport();
 };
 
-// How such a failure looks in the log.
+/* How such a failure looks in the log. */
 constexpr const char* kServerFailureLine =
     "FakeServer:123, Answer: fail on purpose (VErrCode = 1005)";
 

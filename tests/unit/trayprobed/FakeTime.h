@@ -16,7 +16,7 @@ public:
     static void Set(time_t now);
 };
 
-// "2024-03-31 08:00:00" in universal time.
+/* "2024-03-31 08:00:00" in universal time. */
 time_t Utc(const char* dateAndTime);
 
 #endif

@@ -12,7 +12,7 @@
 #include <functional>
 #include <string>
 
-// One at a time. Paths are relative to the root: "./a/b".
+/* One at a time. Paths are relative to the root: "./a/b". */
 class FileSystemSeams {
 public:
     explicit FileSystemSeams(const std::string& root);

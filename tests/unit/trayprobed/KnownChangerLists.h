@@ -6,9 +6,9 @@
  * GetChangerList by its name for the linker, _Z14GetChangerListPPK9__CFArray.
  */
 
-// At its end, checks that each list that was given out since its beginning was kept, and releases
-// it. A fixture has it as its first base, so that it ends last: an equal list that the store or the
-// test holds is the same object.
+/* At its end, checks that each list that was given out since its beginning was kept, and releases
+   it. A fixture has it as its first base, so that it ends last: an equal list that the store or the
+   test holds is the same object. */
 class KnownChangerLists {
 public:
     KnownChangerLists();

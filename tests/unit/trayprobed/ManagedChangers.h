@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-// What the fakes are asked to do wrong, and what they were asked.
+/* What the fakes are asked to do wrong, and what they were asked. */
 struct ManagerFakes {
     std::string failing;           // the name of a function; fails with errno 5
     std::function<void()> onReset; // called when a changer's progress is reset
@@ -59,8 +59,8 @@ protected:
     RecordedTimers timers_;
 };
 
-// One entry of "changer info": a ready changer with two drives, no media and no preferences,
-// changed by these entries.
+/* One entry of "changer info": a ready changer with two drives, no media and no preferences,
+   changed by these entries. */
 Held<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<Entry> changes = {});
 Held<CFMutableDictionaryRef> Without(Held<CFMutableDictionaryRef> dictionary, const char* key);
 

@@ -6,8 +6,8 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-// While it lives, the element at that index of every array reads as null, from the read after so
-// many others of it. One at a time.
+/* While it lives, the element at that index of every array reads as null, from the read after so
+   many others of it. One at a time. */
 class NullElement {
 public:
     explicit NullElement(CFIndex index, int goodReads = 0);

@@ -19,8 +19,8 @@ struct RecordedTimer {
     CFRunLoopTimerContext context;
 };
 
-// While it lives, records timers, and notes in the journal where they are added, removed and
-// invalidated. At its end no timer is left in the loop.
+/* While it lives, records timers, and notes in the journal where they are added, removed and
+   invalidated. At its end no timer is left in the loop. */
 class RecordedTimers {
 public:
     RecordedTimers();

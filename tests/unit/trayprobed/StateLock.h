@@ -32,7 +32,7 @@ public:
     static void OnLock(std::function<void()> function);
 };
 
-// While it lives, calls the function when the calling thread is about to wait for a mutex.
+/* While it lives, calls the function when the calling thread is about to wait for a mutex. */
 class OnWaitingForMutex {
 public:
     explicit OnWaitingForMutex(std::function<void()> function);

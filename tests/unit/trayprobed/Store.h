@@ -15,11 +15,11 @@
 #include <set>
 #include <vector>
 
-// Both are number objects in the store, not integers that a reference holds by itself.
+/* Both are number objects in the store, not integers that a reference holds by itself. */
 constexpr UInt64 kChanger = 0x9EDCBA9876543210; // needs all 64 bits
 constexpr UInt64 kOtherChanger = 0x5000C500ABCD1234;
 constexpr const char* kChangerText = "9EDCBA9876543210";
-// One that is told with leading zeros.
+/* One that is told with leading zeros. */
 constexpr UInt64 kSmallChanger = 0xAB;
 constexpr const char* kSmallChangerText = "00000000000000AB";
 

@@ -19,7 +19,7 @@ namespace cf {
 
 struct Class;
 
-// The reference count of an object that lives as long as the program.
+/* The reference count of an object that lives as long as the program. */
 inline constexpr std::int32_t kStaticReferences = INT32_MIN;
 
 struct Object {
@@ -42,7 +42,9 @@ struct Object {
 
 } // namespace cf
 
-// The text follows the object: UTF-8, in which unpaired surrogates are encoded like any other unit.
+/*
+ * The text follows the object: UTF-8, in which unpaired surrogates are encoded like any other unit.
+ */
 struct __CFString : cf::Object {
     static const cf::Class kClass;
 
@@ -56,7 +58,7 @@ struct __CFString : cf::Object {
 
 namespace cf {
 
-// A string literal as a template argument. The terminator is kept.
+/* A string literal as a template argument. The terminator is kept. */
 template<std::size_t Size>
 struct Literal {
     char text[Size] = {};

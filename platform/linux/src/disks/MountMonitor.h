@@ -7,7 +7,7 @@ struct libmnt_monitor;
 
 namespace disks {
 
-// Tells when the kernel's mount table may have changed.
+/* Tells when the kernel's mount table may have changed. */
 class MountMonitor {
 public:
     MountMonitor() noexcept;

@@ -23,8 +23,8 @@ struct Mount {
 
 using MountTable = std::vector<Mount>;
 
-// The whole table in its own order, or nothing when it could not be read to its end, or a line of
-// it makes no sense. May throw std::bad_alloc.
+/* The whole table in its own order, or nothing when it could not be read to its end, or a line of
+   it makes no sense. May throw std::bad_alloc. */
 std::optional<MountTable> ReadMountTable(const char* file);
 std::optional<MountTable> ParseMountTable(std::string text);
 

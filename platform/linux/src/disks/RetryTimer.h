@@ -3,8 +3,8 @@
 
 namespace disks {
 
-// A descriptor that becomes readable a second after it was set, whatever happens to the wall
-// clock. Setting it needs no memory: it is for what failed for want of that, too.
+/* A descriptor that becomes readable a second after it was set, whatever happens to the wall
+   clock. Setting it needs no memory: it is for what failed for want of that, too. */
 class RetryTimer {
 public:
     RetryTimer() noexcept;

@@ -21,7 +21,7 @@
 
 namespace disks {
 
-// One volume's question. Whoever asked may drop it, and sets unwanted when no answer is needed.
+/* One volume's question. Whoever asked may drop it, and sets unwanted when no answer is needed. */
 struct Probe {
     explicit Probe(std::string root) : path(std::move(root)) {}
 

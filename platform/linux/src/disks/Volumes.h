@@ -30,11 +30,11 @@ struct Volume {
     auto operator<=>(const Volume&) const = default;
 };
 
-// In the order of mounting, which is the kernel's table's own. Left out are the kernel's own file
-// systems, automatic mount points and network mounts. May throw std::bad_alloc, as may the next.
+/* In the order of mounting, which is the kernel's table's own. Left out are the kernel's own file
+   systems, automatic mount points and network mounts. May throw std::bad_alloc, as may the next. */
 std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& ids);
 
-// The volumes there are now, or nothing when they cannot be told.
+/* The volumes there are now, or nothing when they cannot be told. */
 std::optional<std::vector<Volume>> ReadVolumes(const char* mountTableFile);
 
 } // namespace disks

@@ -19,13 +19,13 @@ namespace cf {
 
 bool IsBinaryList(std::span<const std::uint8_t> bytes) noexcept;
 
-// What reading took.
+/* What reading took. */
 struct BinaryWork {
     std::size_t objects = 0;
     std::size_t references = 0;
 };
 
-// Throws MalformedList or std::bad_alloc. The work is told also of a list that is refused.
+/* Throws MalformedList or std::bad_alloc. The work is told also of a list that is refused. */
 Value ReadBinaryList(std::span<const std::uint8_t> bytes, ListBuilder& builder, BinaryWork& work);
 
 } // namespace cf

@@ -11,12 +11,12 @@
 
 namespace cf {
 
-// Fields beyond their range count on: month 13 is the next January.
+/* Fields beyond their range count on: month 13 is the next January. */
 std::optional<CFAbsoluteTime> ParseDate(std::string_view text);
 
 bool HasCalendarDate(CFAbsoluteTime time);
 
-// Down to the whole second, of a time that has a calendar date.
+/* Down to the whole second, of a time that has a calendar date. */
 std::string FormatDate(CFAbsoluteTime time);
 
 } // namespace cf

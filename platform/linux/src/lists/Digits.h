@@ -9,7 +9,7 @@ inline bool IsDecimalDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-// The value of a hexadecimal digit, or -1.
+/* The value of a hexadecimal digit, or -1. */
 inline int DigitValue(char character) {
     if (IsDecimalDigit(character))
         return character - '0';

@@ -21,7 +21,7 @@ struct FileContents {
     std::vector<std::uint8_t> bytes; // from the beginning, at most as many as were asked for
 };
 
-// Waits as long as the file system does, which may be for ever. Throws std::bad_alloc.
+/* Waits as long as the file system does, which may be for ever. Throws std::bad_alloc. */
 FileContents ReadFile(const std::string& path, std::size_t maximum);
 
 /*

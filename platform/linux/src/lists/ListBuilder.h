@@ -23,14 +23,14 @@ namespace cf {
 
 using Value = Owned<const Object>;
 
-// Deeper nesting is refused, so that whoever walks a list that was read may recurse.
+/* Deeper nesting is refused, so that whoever walks a list that was read may recurse. */
 inline constexpr int kMaximumNesting = 512;
 
-// Longer lists are neither read nor written. Reading XML takes up to 7 times its length, most of it
-// for a list of dictionaries with a key of its own each.
+/* Longer lists are neither read nor written. Reading XML takes up to 7 times its length, most of it
+   for a list of dictionaries with a key of its own each. */
 inline constexpr std::size_t kMaximumListSize = std::size_t{64} << 20;
 
-// The object that a creation gave.
+/* The object that a creation gave. */
 inline Value Created(const Object* object) {
     if (object == nullptr)
         throw std::bad_alloc();

@@ -5,7 +5,7 @@
 
 namespace cf {
 
-// What the readers throw when bytes are no property list. Its text is UTF-8.
+/* What the readers throw when bytes are no property list. Its text is UTF-8. */
 class MalformedList : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -23,7 +23,7 @@ inline std::uint64_t LowBytes(std::uint64_t word, std::size_t count) noexcept {
     return count < sizeof word ? word & ((std::uint64_t{1} << (8 * count)) - 1) : word;
 }
 
-// The beginning of a word that is looked for; up to eight bytes.
+/* The beginning of a word that is looked for; up to eight bytes. */
 struct WordPrefix {
     std::uint64_t bits = 0;
     std::uint64_t mask = 0;
@@ -42,15 +42,15 @@ inline bool StartsWith(std::uint64_t word, const WordPrefix& prefix) noexcept {
     return (word & prefix.mask) == prefix.bits;
 }
 
-// The bytes at the beginning that are all this one.
+/* The bytes at the beginning that are all this one. */
 inline std::size_t CountLeading(std::uint64_t word, char byte) noexcept {
     return static_cast<std::size_t>(
                std::countr_zero(word ^ kEachByte * static_cast<unsigned char>(byte))) /
            8;
 }
 
-// Masks in which the lowest bit that is set tells the first byte that is meant; bits above it may
-// be wrong.
+/* Masks in which the lowest bit that is set tells the first byte that is meant; bits above it may
+   be wrong. */
 inline std::uint64_t BytesEqual(std::uint64_t word, char byte) noexcept {
     const std::uint64_t difference = word ^ kEachByte * static_cast<unsigned char>(byte);
     return (difference - kEachByte) & ~difference & kEachHighBit;

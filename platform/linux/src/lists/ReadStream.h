@@ -37,11 +37,11 @@ namespace cf {
 
 using ReadStream = ::__CFReadStream;
 
-// Of a file, no more than this is read, and one byte that tells of more.
+/* Of a file, no more than this is read, and one byte that tells of more. */
 inline constexpr std::size_t kMaximumFileSize = std::size_t{16} << 20;
 
-// What is left of the file, at most that many bytes of it, good as long as the stream is open.
-// Nothing when there is no stream, it is not open or cannot be read.
+/* What is left of the file, at most that many bytes of it, good as long as the stream is open.
+   Nothing when there is no stream, it is not open or cannot be read. */
 std::optional<std::span<const std::uint8_t>> ReadBytes(ReadStream* stream,
                                                        std::size_t maximum) noexcept;
 

@@ -10,8 +10,8 @@
 
 namespace cf {
 
-// The document's own bytes, or their conversion, without a byte order mark. What claims to be UTF-8
-// is not checked here.
+/* The document's own bytes, or their conversion, without a byte order mark. What claims to be UTF-8
+   is not checked here. */
 class XmlDocumentText {
 public:
     // UTF-8 or UTF-16 with a byte order mark, or else what the declaration names, UTF-8 when it

@@ -30,8 +30,8 @@ private:
     std::vector<std::uint32_t> slots_; // open addressing: number + 1, or 0 for a free slot
 };
 
-// How the normal form refers to a key: its number in seven bits a byte, the lowest ones first. No
-// byte of it is ASCII.
+/* How the normal form refers to a key: its number in seven bits a byte, the lowest ones first. No
+   byte of it is ASCII. */
 inline constexpr std::size_t kKeyReferenceLength = 4;
 
 inline char* WriteKeyReference(char* out, std::size_t number) {

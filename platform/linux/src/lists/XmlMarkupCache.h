@@ -20,7 +20,7 @@
 
 namespace cf {
 
-// From the end of one scalar's closing tag to the content of the next scalar.
+/* From the end of one scalar's closing tag to the content of the next scalar. */
 struct XmlMarkup {
     std::string_view source;
     std::size_t tagPlace; // of the next scalar's opening tag in the source

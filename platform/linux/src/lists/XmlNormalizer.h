@@ -39,7 +39,7 @@
 
 namespace cf {
 
-// No byte of UTF-8.
+/* No byte of UTF-8. */
 inline constexpr char kBehindScalar = '\xFE';
 
 struct XmlBatch {

@@ -11,7 +11,7 @@
 
 namespace cf {
 
-// Throws MalformedList or std::bad_alloc. What is read does not depend on the length of a batch.
+/* Throws MalformedList or std::bad_alloc. What is read does not depend on the length of a batch. */
 Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder,
                   std::size_t batchLength = XmlNormalizer::kBatchLength);
 

@@ -9,7 +9,7 @@
 
 namespace cf {
 
-// Each by the letter that is its name in a normalised text.
+/* Each by the letter that is its name in a normalised text. */
 enum class XmlTag : char {
     kArray = 'a',
     kData = 'b',
@@ -25,7 +25,7 @@ enum class XmlTag : char {
     kUnknown = '\0',
 };
 
-// A name in one word, its first character in the lowest byte. No name has more than seven.
+/* A name in one word, its first character in the lowest byte. No name has more than seven. */
 constexpr std::uint64_t PackName(std::string_view name) {
     std::uint64_t word = 0;
     for (std::size_t i = 0; i < name.size() && i < sizeof word; ++i)
@@ -68,7 +68,7 @@ inline const XmlTagName& NameOf(XmlTag tag) {
     return detail::kTagNames[static_cast<unsigned char>(tag)];
 }
 
-// Of a name that is not empty; kUnknown for all but those above.
+/* Of a name that is not empty; kUnknown for all but those above. */
 inline XmlTag TagOf(std::string_view name) {
     for (std::size_t i = 0; i < detail::kTagNames.size(); ++i)
         if (detail::kTagNames[i].text == name)

@@ -10,8 +10,8 @@
 
 namespace cf {
 
-// Nothing when the list holds what is no property list, is nested deeper than kMaximumNesting or
-// becomes longer than kMaximumListSize. Throws std::bad_alloc.
+/* Nothing when the list holds what is no property list, is nested deeper than kMaximumNesting or
+   becomes longer than kMaximumListSize. Throws std::bad_alloc. */
 std::optional<std::string> WriteXmlList(const Object* list);
 
 } // namespace cf

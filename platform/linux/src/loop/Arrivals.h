@@ -17,19 +17,19 @@ namespace cf {
  * coming.
  */
 
-// Starts the thread, unless it runs. False when there is no descriptor, thread or memory for it.
+/* Starts the thread, unless it runs. False when there is no descriptor, thread or memory for it. */
 bool StartArrivals() noexcept;
 
-// Whether it was started. The caller holds the mutex.
+/* Whether it was started. The caller holds the mutex. */
 bool AreArrivalsWatched() noexcept;
 
-// Handles, on the calling thread, all that the kernel has noted so far. Any thread.
+/* Handles, on the calling thread, all that the kernel has noted so far. Any thread. */
 void HandleArrivals() noexcept;
 
-// Guards every Watched and what its handler changes. Held while a handler runs.
+/* Guards every Watched and what its handler changes. Held while a handler runs. */
 std::mutex& ArrivalsMutex() noexcept;
 
-// A descriptor that may be watched. The caller of each member holds the mutex.
+/* A descriptor that may be watched. The caller of each member holds the mutex. */
 class Watched {
 public:
     // Called when the descriptor is readable, at its end or in error, until it is unwatched. The

@@ -5,8 +5,8 @@
 
 namespace cf {
 
-// The info of a callback context: retained when its object is made and for each callout, released
-// when the object is invalidated, by the context's own functions where it names any.
+/* The info of a callback context: retained when its object is made and for each callout, released
+   when the object is invalidated, by the context's own functions where it names any. */
 class ContextInfo {
 public:
     template<typename Context>

@@ -5,8 +5,8 @@
 
 namespace cf {
 
-// A date that is watched together with the descriptors, so that input that came before it is known
-// to have come before it. Takes a descriptor while it is set. Any thread, one at a time.
+/* A date that is watched together with the descriptors, so that input that came before it is known
+   to have come before it. Takes a descriptor while it is set. Any thread, one at a time. */
 class Deadline {
 public:
     Deadline() noexcept;

@@ -14,7 +14,7 @@ struct UnrefContext {
 };
 using ContextPointer = std::unique_ptr<GMainContext, UnrefContext>;
 
-// Takes the source out of its context too.
+/* Takes the source out of its context too. */
 struct DestroySource {
     void operator()(GSource* source) const noexcept {
         g_source_destroy(source);

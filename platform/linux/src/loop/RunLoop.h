@@ -15,21 +15,21 @@
 
 namespace cf {
 
-// The runs of its loop that call a source out. In the outermost only: readiness waits while a
-// nested run lasts.
+/* The runs of its loop that call a source out. In the outermost only: readiness waits while a
+   nested run lasts. */
 enum class Runs { kEvery, kOutermost };
 
 using Perform = void (*)(void* info);
 
-// A source that is ready once it is signalled, until its callout begins. Owned by the caller;
-// nullptr when memory is short.
+/* A source that is ready once it is signalled, until its callout begins. Owned by the caller;
+   nullptr when memory is short. */
 CFRunLoopSourceRef CreateSignalSource(Runs runs, Perform perform, void* info) noexcept;
 
-// Makes the source ready and wakes its loop. Any thread; the caller holds a reference.
+/* Makes the source ready and wakes its loop. Any thread; the caller holds a reference. */
 void SignalSource(CFRunLoopSourceRef source) noexcept;
 
-// A source that is ready while the descriptor is readable (or at its end, or in error). The
-// descriptor remains the caller's, who keeps it open until the source is removed or invalid.
+/* A source that is ready while the descriptor is readable (or at its end, or in error). The
+   descriptor remains the caller's, who keeps it open until the source is removed or invalid. */
 CFRunLoopSourceRef CreateDescriptorSource(int descriptor, Runs runs, Perform perform,
                                           void* info) noexcept;
 

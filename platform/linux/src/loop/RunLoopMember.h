@@ -25,7 +25,7 @@ struct Member : Object {
     bool valid = true;
 };
 
-// The members of one kind in a loop, in the order of their coming, each retained.
+/* The members of one kind in a loop, in the order of their coming, each retained. */
 class MemberList {
 public:
     Member* First() const noexcept {
@@ -44,7 +44,7 @@ private:
     Member* last_ = nullptr;
 };
 
-// Whether removing the member from that loop and mode takes it out.
+/* Whether removing the member from that loop and mode takes it out. */
 bool IsRemovedBy(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept;
 
 } // namespace cf

@@ -10,7 +10,7 @@
 
 namespace cf {
 
-// What a source tells its owner, on the thread of the loop. All but perform may be nullptr.
+/* What a source tells its owner, on the thread of the loop. All but perform may be nullptr. */
 struct SourceCallouts {
     Perform perform;
     Perform joined;  // it was added to a loop
@@ -49,7 +49,7 @@ bool IsReady(const Source& source, bool nested) noexcept;
 bool IsReadySince(const Source& source, bool nested, Nanoseconds moment) noexcept;
 void Serve(Source& source) noexcept;
 
-// Takes the source out of its loop.
+/* Takes the source out of its loop. */
 void Leave(Source& source) noexcept;
 
 } // namespace cf

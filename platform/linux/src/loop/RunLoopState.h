@@ -14,7 +14,7 @@
 
 namespace cf {
 
-// One call of CFRunLoopRun, on its stack.
+/* One call of CFRunLoopRun, on its stack. */
 struct Run {
     Run* const outer;
     std::atomic<bool> stopped = false;

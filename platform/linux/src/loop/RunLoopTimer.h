@@ -30,27 +30,27 @@ struct Timer : Member {
     TimerSet::node_type node;
 };
 
-// What the two clocks show.
+/* What the two clocks show. */
 struct Moment {
     Nanoseconds monotonic;
     Nanoseconds wallClock;
 };
 Moment ReadClocks() noexcept;
 
-// How long the timer has been due; negative: how long it has to wait yet.
+/* How long the timer has been due; negative: how long it has to wait yet. */
 Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept;
 
-// When the timer became due, by the monotonic clock.
+/* When the timer became due, by the monotonic clock. */
 Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept;
 
-// Calls the timer out; meanwhile it is in no queue.
+/* Calls the timer out; meanwhile it is in no queue. */
 void Serve(Timer& timer) noexcept;
 
-// After a step of the wall clock: a date that lies more than two intervals ahead moves to the
-// timer's grid within them, so that a clock put right from years ahead does not silence it.
+/* After a step of the wall clock: a date that lies more than two intervals ahead moves to the
+   timer's grid within them, so that a clock put right from years ahead does not silence it. */
 void Realign(Timer& timer, const Moment& now) noexcept;
 
-// Takes the timer out of its loop.
+/* Takes the timer out of its loop. */
 void Leave(Timer& timer) noexcept;
 
 } // namespace cf

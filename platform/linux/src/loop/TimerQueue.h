@@ -8,7 +8,7 @@
 
 namespace cf {
 
-// The timers of a loop that wait to fire: all but those that are calling out.
+/* The timers of a loop that wait to fire: all but those that are calling out. */
 class TimerQueue {
 public:
     void Insert(Timer& timer) noexcept;
@@ -31,9 +31,9 @@ private:
     TimerSet deferred_; // of both clocks: only that they are in it counts
 };
 
-// Of a timer that is in no set.
+/* Of a timer that is in no set. */
 void Enter(TimerSet& set, Timer& timer) noexcept;
-// Takes the timer out of the set of a queue that it is in, if any.
+/* Takes the timer out of the set of a queue that it is in, if any. */
 void RemoveFromQueue(Timer& timer) noexcept;
 
 } // namespace cf

@@ -6,7 +6,7 @@
 
 namespace cf {
 
-// Wakes a loop at a date of the wall clock, and whenever that clock is stepped.
+/* Wakes a loop at a date of the wall clock, and whenever that clock is stepped. */
 class WallClockAlarm {
 public:
     WallClockAlarm() noexcept = default;

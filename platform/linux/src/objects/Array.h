@@ -30,7 +30,7 @@ namespace cf {
 
 using Array = ::__CFArray;
 
-// An array of pieces has more members than this, and at most as many pieces.
+/* An array of pieces has more members than this, and at most as many pieces. */
 inline constexpr unsigned kPieceBits = 5;
 inline constexpr std::size_t kMaximumRowLength = std::size_t{1} << kPieceBits;
 
@@ -38,12 +38,12 @@ inline std::uint32_t PieceCount(const Array* array) noexcept {
     return ((array->count - 1) >> array->capacity) + 1;
 }
 
-// The members of an array that has them in one row.
+/* The members of an array that has them in one row. */
 inline std::span<const Object* const> RowOf(const Array* array) noexcept {
     return {array->slots, array->count};
 }
 
-// The index is below the count.
+/* The index is below the count. */
 inline const Object* MemberAt(const Array* array, std::size_t index) noexcept {
     while (array->kind == kArrayOfPieces) {
         const std::size_t mask = (std::size_t{1} << array->capacity) - 1;

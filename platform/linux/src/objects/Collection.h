@@ -48,11 +48,11 @@ struct Collection : Object {
     }
 };
 
-// The most members or places that a collection has.
+/* The most members or places that a collection has. */
 inline constexpr std::size_t kMaximumCapacity = std::size_t{1} << 30;
 
-// Releases all that the collection holds and frees it: the destroy function of both classes. The
-// stack it takes does not depend on how deep collections are nested.
+/* Releases all that the collection holds and frees it: the destroy function of both classes. The
+   stack it takes does not depend on how deep collections are nested. */
 void DestroyCollection(Object* object) noexcept;
 
 } // namespace cf

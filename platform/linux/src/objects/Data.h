@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <span>
 
-// An immutable buffer's bytes follow the object, and its greatest length is the one it has. A
-// mutable one's are an allocation of their own as soon as there are any.
+/* An immutable buffer's bytes follow the object, and its greatest length is the one it has. A
+   mutable one's are an allocation of their own as soon as there are any. */
 struct __CFData : cf::Object {
     static const cf::Class kClass;
 
@@ -34,7 +34,7 @@ inline std::span<const std::uint8_t> BytesOf(const Data* data) noexcept {
     return {data->bytes, data->length};
 }
 
-// A copy of the bytes, owned by the caller; nullptr when memory is short.
+/* A copy of the bytes, owned by the caller; nullptr when memory is short. */
 Data* CreateData(std::span<const std::uint8_t> bytes) noexcept;
 
 } // namespace cf

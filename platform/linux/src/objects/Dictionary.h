@@ -22,8 +22,8 @@ namespace cf {
 
 using Dictionary = ::__CFDictionary;
 
-// Of a shared dictionary: its keys by ascending hash, and the values in the same order. All
-// dictionaries with these keys have the one array, in one row.
+/* Of a shared dictionary: its keys by ascending hash, and the values in the same order. All
+   dictionaries with these keys have the one array, in one row. */
 inline const Array* KeysOfShared(const Dictionary* dictionary) noexcept {
     return static_cast<const Array*>(dictionary->slots[0]);
 }
@@ -32,7 +32,7 @@ inline std::span<const Object*> ValuesOfShared(const Dictionary* dictionary) noe
     return {dictionary->slots + 1, dictionary->count};
 }
 
-// Calls visit(key, value) for each pair, in the dictionary's own order.
+/* Calls visit(key, value) for each pair, in the dictionary's own order. */
 template<typename Visit>
 void VisitPairs(const Dictionary* dictionary, Visit visit) noexcept {
     if (dictionary->kind == kSharedDictionary) {
@@ -47,7 +47,7 @@ void VisitPairs(const Dictionary* dictionary, Visit visit) noexcept {
             visit(pair[0], pair[1]);
 }
 
-// Borrowed; nullptr when the key is absent.
+/* Borrowed; nullptr when the key is absent. */
 const Object* FindValue(const Dictionary* dictionary, const Object* key) noexcept;
 
 } // namespace cf

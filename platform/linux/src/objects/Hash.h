@@ -11,13 +11,13 @@
 
 namespace cf {
 
-// Hash values are this wide, as wide as an object has room for.
+/* Hash values are this wide, as wide as an object has room for. */
 inline constexpr unsigned kHashBits = 24;
 
 std::uint32_t HashBytes(const void* bytes, std::size_t count) noexcept;
 std::uint32_t HashWord(std::uint64_t word) noexcept;
 
-// A hash of several words: start, add each, end.
+/* A hash of several words: start, add each, end. */
 class WordHasher {
 public:
     WordHasher() noexcept;

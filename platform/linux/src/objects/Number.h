@@ -17,7 +17,7 @@
 
 namespace cf {
 
-// Unsigned numbers are those above the signed range.
+/* Unsigned numbers are those above the signed range. */
 enum NumberKind : unsigned char { kSignedNumber, kUnsignedNumber, kRealNumber };
 
 struct NumberValue {
@@ -54,15 +54,15 @@ using Number = ::__CFNumber;
 template<>
 Number* As<Number>(CFTypeRef reference) noexcept = delete; // may be none: NumberIn
 
-// The value of a reference, or nothing when that is no number.
+/* The value of a reference, or nothing when that is no number. */
 std::optional<NumberValue> NumberIn(CFTypeRef reference) noexcept;
 
-// The value of an object that is known to be a number.
+/* The value of an object that is known to be a number. */
 inline NumberValue ValueOf(const Number* number) noexcept {
     return {static_cast<NumberKind>(number->kind), number->bits};
 }
 
-// The reference that holds the integer, or nullptr when that needs an object.
+/* The reference that holds the integer, or nullptr when that needs an object. */
 inline const Object* ImmediateInteger(std::int64_t value) noexcept {
     constexpr std::intptr_t kMost = std::numeric_limits<std::intptr_t>::max() / 2;
     if (value > kMost || value < -kMost - 1)
@@ -70,7 +70,7 @@ inline const Object* ImmediateInteger(std::int64_t value) noexcept {
     return reinterpret_cast<const Object*>(static_cast<std::uintptr_t>(value) << 1 | 1U);
 }
 
-// Owned by the caller; nullptr when memory is short.
+/* Owned by the caller; nullptr when memory is short. */
 Number* CreateNumber(NumberValue value) noexcept;
 
 } // namespace cf

@@ -27,8 +27,8 @@ struct Class {
     std::uint32_t (*hash)(const Object* object) noexcept;
 };
 
-// Most integers have no object: the reference itself holds them (Number.h), marked by its lowest
-// bit, which no address has. Nobody may look into such a reference.
+/* Most integers have no object: the reference itself holds them (Number.h), marked by its lowest
+   bit, which no address has. Nobody may look into such a reference. */
 inline bool IsImmediate(const Object* object) noexcept {
     return (reinterpret_cast<std::uintptr_t>(object) & 1U) != 0;
 }
@@ -37,7 +37,7 @@ void Release(const Object* object) noexcept;
 bool Equal(const Object* first, const Object* second) noexcept;
 std::uint32_t ComputeHash(const Object* object) noexcept;
 
-// What the public functions call a class.
+/* What the public functions call a class. */
 inline CFTypeID TypeIdOf(const Class& type) noexcept {
     return reinterpret_cast<CFTypeID>(&type);
 }
@@ -47,8 +47,8 @@ inline void Retain(const Object* object) noexcept {
         object->references.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Release in two steps, for who must not recurse: true when the last reference went, and the
-// object is now the caller's to Destroy.
+/* Release in two steps, for who must not recurse: true when the last reference went, and the
+   object is now the caller's to Destroy. */
 inline bool DropReference(const Object* object) noexcept {
     return !IsImmediate(object) && object->references.load(std::memory_order_relaxed) >= 0 &&
            object->references.fetch_sub(1, std::memory_order_acq_rel) == 1;
@@ -59,20 +59,20 @@ inline std::uint32_t Hash(const Object* object) noexcept {
     return !IsImmediate(object) && object->hasHash ? object->hashValue : ComputeHash(object);
 }
 
-// A new T, followed by that many bytes of its own; nullptr when memory is short. T needs no
-// destructor: its class frees it with DestroyPlain, or with std::free after what it holds.
+/* A new T, followed by that many bytes of its own; nullptr when memory is short. T needs no
+   destructor: its class frees it with DestroyPlain, or with std::free after what it holds. */
 template<typename T, typename... Arguments>
 T* Allocate(std::size_t trailingBytes, Arguments... arguments) noexcept {
     void* memory = std::malloc(sizeof(T) + trailingBytes);
     return memory != nullptr ? new (memory) T(arguments...) : nullptr;
 }
 
-// The destroy function of a class whose objects hold nothing.
+/* The destroy function of a class whose objects hold nothing. */
 void DestroyPlain(Object* object) noexcept;
 
-// The object behind a public reference as T, or nullptr when it is not one. T names its class as
-// T::kClass. Numbers are not asked for so (Number.h). The public types promise const where the
-// object behind them may well be changed.
+/* The object behind a public reference as T, or nullptr when it is not one. T names its class as
+   T::kClass. Numbers are not asked for so (Number.h). The public types promise const where the
+   object behind them may well be changed. */
 template<typename T>
 T* As(CFTypeRef reference) noexcept {
     auto* object = static_cast<Object*>(const_cast<void*>(reference));
@@ -84,7 +84,7 @@ inline const Object* AsObject(CFTypeRef reference) noexcept {
     return static_cast<const Object*>(reference);
 }
 
-// A reference that is released when it goes out of scope. T is an Object.
+/* A reference that is released when it goes out of scope. T is an Object. */
 template<typename T>
 class Owned {
 public:

@@ -86,13 +86,13 @@ const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Ma
     return made;
 }
 
-// The part that values with that hash belong to.
+/* The part that values with that hash belong to. */
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept;
 
-// Takes a value whose last reference went out of the table, before it is torn down.
+/* Takes a value whose last reference went out of the table, before it is torn down. */
 void ForgetSharedValue(const Object* value) noexcept;
 
-// The number of values in the table, dead ones included, and of the places that are allocated.
+/* The number of values in the table, dead ones included, and of the places that are allocated. */
 struct SharedTableSize {
     std::size_t values;
     std::size_t places;

@@ -19,10 +19,10 @@
 
 namespace cf {
 
-// The text is valid UTF-8.
+/* The text is valid UTF-8. */
 const Object* SharedString(std::string_view text) noexcept;
 const Object* SharedInteger(std::int64_t value) noexcept;
-// A number above the signed range, which equals only its own kind.
+/* A number above the signed range, which equals only its own kind. */
 const Object* SharedUnsignedInteger(std::uint64_t value) noexcept;
 const Object* SharedReal(double value) noexcept;
 const Object* SharedDate(double absoluteTime) noexcept;
@@ -33,12 +33,14 @@ struct Pair {
     const Object* key;
     const Object* value;
 };
-// No key twice. The order of the pairs is of no account; the call puts them into its own.
+/* No key twice. The order of the pairs is of no account; the call puts them into its own. */
 const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
-// The same in steps, from the keys that another such dictionary has, and the values in their order.
-// Who has several takes each step for all of them, so that the processor loads what the next step
-// needs for one while it works on the others. In a large table it would wait for memory twice for
-// each dictionary.
+/*
+ * The same in steps, from the keys that another such dictionary has, and the values in their order.
+ * Who has several takes each step for all of them, so that the processor loads what the next step
+ * needs for one while it works on the others. In a large table it would wait for memory twice for
+ * each dictionary.
+ */
 std::uint32_t HashDictionary(const Array* keys, std::span<const Object* const> values) noexcept;
 void PrefetchSharedPlace(std::uint32_t hash) noexcept;
 void PrefetchSharedValues(std::uint32_t hash) noexcept;

@@ -16,25 +16,27 @@ namespace cf {
 
 bool IsValidUtf8(std::string_view text) noexcept;
 
-// Of generalized UTF-8.
+/* Of generalized UTF-8. */
 std::size_t CountUnits(std::string_view text) noexcept;
 
-// The first character of generalized UTF-8 that is not empty; cuts it off.
+/* The first character of generalized UTF-8 that is not empty; cuts it off. */
 char32_t TakeCharacter(std::string_view& text) noexcept;
 
-// The first character of UTF-16 that is not empty, or its unpaired surrogate; moves next behind it.
+/*
+ * The first character of UTF-16 that is not empty, or its unpaired surrogate; moves next behind it.
+ */
 char32_t TakeCharacter(const UniChar*& next, const UniChar* end) noexcept;
 
 std::size_t EncodedSize(char32_t character) noexcept;
 
-// Appends the character as generalized UTF-8 and returns the place behind it.
+/* Appends the character as generalized UTF-8 and returns the place behind it. */
 char* Encode(char* place, char32_t character) noexcept;
 
 inline bool IsSurrogate(char32_t character) noexcept {
     return (character & ~U'\x7FF') == 0xD800;
 }
 
-// The UTF-16 units of generalized UTF-8, one after the other.
+/* The UTF-16 units of generalized UTF-8, one after the other. */
 class UnitReader {
 public:
     explicit UnitReader(std::string_view text) noexcept : rest_(text) {}

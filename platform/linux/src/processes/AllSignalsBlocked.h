@@ -5,8 +5,8 @@
 
 namespace process {
 
-// While it lives, threads that are made get no signals: those are for the threads that the program
-// knows of.
+/* While it lives, threads that are made get no signals: those are for the threads that the program
+   knows of. */
 class AllSignalsBlocked {
 public:
     AllSignalsBlocked() noexcept {

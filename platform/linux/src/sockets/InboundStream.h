@@ -10,7 +10,7 @@
 
 namespace cf {
 
-// What arrives at a socket, read in the background and kept until the socket's loop takes it.
+/* What arrives at a socket, read in the background and kept until the socket's loop takes it. */
 class InboundStream : Watched {
 public:
     InboundStream() noexcept;
