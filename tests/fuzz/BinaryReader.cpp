@@ -8,8 +8,8 @@
 #include "ListChecks.h"
 #include "Target.h"
 
-#include "lists/BinaryReader.h"
-#include "lists/MalformedList.h"
+#include "plist/BinaryReader.h"
+#include "plist/MalformedList.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include "Target.h"
 #include "XmlBatches.h"
 
-#include "lists/XmlEncoding.h"
+#include "plist/XmlEncoding.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "Lists.h"
 
-#include "lists/BinaryReader.h"
-#include "lists/MalformedList.h"
+#include "plist/BinaryReader.h"
+#include "plist/MalformedList.h"
 
 #include <gtest/gtest.h>
 

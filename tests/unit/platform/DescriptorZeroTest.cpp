@@ -7,7 +7,7 @@
 
 #include "disks/RetryTimer.h"
 #include "disks/VolumeProbes.h"
-#include "lists/FileContents.h"
+#include "files/FileContents.h"
 #include "loop/Arrivals.h"
 #include "loop/WallClockAlarm.h"
 

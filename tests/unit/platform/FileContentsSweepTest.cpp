@@ -1,7 +1,7 @@
 /* Reading a file while what reading takes is short for a moment. */
 
 #include "FaultSweep.h"
-#include "lists/FileContents.h"
+#include "files/FileContents.h"
 #include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>

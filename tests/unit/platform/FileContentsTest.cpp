@@ -1,6 +1,6 @@
 /* Reading files from file systems that do not answer: a wrapped read() stands for one. */
 
-#include "lists/FileContents.h"
+#include "files/FileContents.h"
 #include "Urls.h"
 #include "support/TemporaryTree.h"
 

@@ -1,8 +1,8 @@
 /* What is done to eight bytes at a time. A wrong answer would only send the XML reader a longer
  * way. */
 
-#include "lists/PackedBytes.h"
-#include "lists/XmlTag.h"
+#include "plist/PackedBytes.h"
+#include "plist/XmlTag.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "Held.h"
 
-#include "lists/DictionaryShape.h"
 #include "objects/SharedTable.h"
 #include "objects/SharedValues.h"
+#include "plist/DictionaryShape.h"
 
 #include <gtest/gtest.h>
 

@@ -5,9 +5,9 @@
 
 #include "Lists.h"
 
-#include "lists/ListBuilder.h"
-#include "lists/MalformedList.h"
-#include "lists/XmlReader.h"
+#include "plist/ListBuilder.h"
+#include "plist/MalformedList.h"
+#include "plist/XmlReader.h"
 
 #include <gtest/gtest.h>
 

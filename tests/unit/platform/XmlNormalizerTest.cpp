@@ -4,13 +4,13 @@
 #include "Lists.h"
 #include "XmlBatches.h"
 
-#include "lists/ListBuilder.h"
-#include "lists/XmlContainerStack.h"
-#include "lists/XmlKeyTable.h"
-#include "lists/XmlMarkupCache.h"
-#include "lists/XmlNormalizer.h"
-#include "lists/XmlSlice.h"
 #include "objects/SharedValues.h"
+#include "plist/ListBuilder.h"
+#include "plist/XmlContainerStack.h"
+#include "plist/XmlKeyTable.h"
+#include "plist/XmlMarkupCache.h"
+#include "plist/XmlNormalizer.h"
+#include "plist/XmlSlice.h"
 
 #include <gtest/gtest.h>
 

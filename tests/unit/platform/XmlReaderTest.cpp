@@ -5,7 +5,7 @@
 #include "XmlBatches.h"
 #include "XmlTexts.h"
 
-#include "lists/XmlNormalizer.h"
+#include "plist/XmlNormalizer.h"
 
 #include <gtest/gtest.h>
 

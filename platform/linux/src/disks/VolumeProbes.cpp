@@ -1,7 +1,7 @@
 #include "disks/VolumeProbes.h"
 
 #include "loop/RunLoop.h"
-#include "processes/AllSignalsBlocked.h"
+#include "threads/AllSignalsBlocked.h"
 
 #include <fcntl.h>
 #include <sys/statfs.h>

@@ -1,6 +1,6 @@
 #include "loop/Arrivals.h"
 
-#include "processes/AllSignalsBlocked.h"
+#include "threads/AllSignalsBlocked.h"
 
 #include <sys/epoll.h>
 #include <unistd.h>

@@ -1,0 +1,181 @@
+#include "files/FileContents.h"
+
+#include "threads/AllSignalsBlocked.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace cf {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::size_t kChunk = 16384;
+constexpr std::chrono::milliseconds kPause(20); // before what was short is asked for again
+
+// Calls a function of the system again as long as signals interrupt it.
+template<typename Call>
+auto Retry(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+bool IsFileOrDirectory(const struct stat& status) {
+    return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+}
+
+// What the path leads to, when it may be opened. A link out of its file system could lead to where
+// reading acts, as some of the kernel's own files do.
+bool Find(const char* path, struct stat& found) {
+    if (lstat(path, &found) != 0)
+        return false;
+    const dev_t device = found.st_dev;
+    if (S_ISLNK(found.st_mode) && (stat(path, &found) != 0 || found.st_dev != device))
+        return false;
+    return IsFileOrDirectory(found);
+}
+
+bool IsShortOf(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (descriptor_ >= 0)
+            close(descriptor_);
+    }
+    int Get() const noexcept {
+        return descriptor_;
+    }
+
+private:
+    const int descriptor_;
+};
+
+bool ReadToEnd(int descriptor, std::size_t maximum, std::vector<std::uint8_t>& bytes) {
+    std::size_t filled = 0;
+    ssize_t count = 1;
+    while (count > 0 && filled < maximum) {
+        bytes.resize(filled + std::min(kChunk, maximum - filled));
+        count =
+            Retry([&] { return read(descriptor, bytes.data() + filled, bytes.size() - filled); });
+        filled += static_cast<std::size_t>(std::max(count, ssize_t{0}));
+    }
+    bytes.resize(filled);
+    return count >= 0;
+}
+
+std::atomic<int> g_readings = 0;
+
+// Shared by the thread that reads and the one that waits for it.
+struct Reading {
+    Reading(const std::string& file, std::size_t most) : path(file), maximum(most) {
+        ++g_readings;
+    }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+    ~Reading() {
+        --g_readings;
+    }
+
+    const std::string path;
+    const std::size_t maximum;
+
+    std::mutex mutex; // guards what follows
+    std::condition_variable isThrough;
+    bool through = false;
+    bool failed = false; // for want of memory
+    FileContents contents;
+};
+
+void Read(Reading& reading) noexcept {
+    FileContents contents;
+    bool failed = false;
+    try {
+        contents = ReadFile(reading.path, reading.maximum);
+    } catch (const std::bad_alloc&) {
+        failed = true;
+    }
+    const std::lock_guard lock(reading.mutex);
+    reading.contents = std::move(contents);
+    reading.failed = failed;
+    reading.through = true;
+    reading.isThrough.notify_one();
+}
+
+bool StartReading(const std::shared_ptr<Reading>& reading) {
+    try {
+        const process::AllSignalsBlocked blocked;
+        std::thread([reading] { Read(*reading); }).detach();
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+// One attempt to read the file until then.
+FileContents TryToRead(steady_clock::time_point end, const std::string& path, std::size_t maximum) {
+    FileContents none;
+    if (g_readings >= kMostUnansweredFiles)
+        return none;
+    const auto reading = std::make_shared<Reading>(path, maximum);
+    if (!StartReading(reading)) {
+        none.isShortage = true;
+        return none;
+    }
+    std::unique_lock lock(reading->mutex);
+    reading->isThrough.wait_until(lock, end, [&] { return reading->through; });
+    if (reading->failed)
+        throw std::bad_alloc();
+    return std::move(reading->contents);
+}
+
+} // namespace
+
+// Looks before it opens, because opening alone makes some devices act, and again at what it got.
+FileContents ReadFile(const std::string& path, std::size_t maximum) {
+    FileContents contents;
+    struct stat found{};
+    if (!Find(path.c_str(), found))
+        return contents;
+    const Descriptor file(
+        Retry([&] { return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+    contents.isShortage = file.Get() < 0 && IsShortOf(errno);
+    struct stat opened{};
+    contents.isOpened = file.Get() >= 0 && fstat(file.Get(), &opened) == 0 &&
+                        opened.st_dev == found.st_dev && IsFileOrDirectory(opened);
+    contents.isRead = contents.isOpened && ReadToEnd(file.Get(), maximum, contents.bytes);
+    return contents;
+}
+
+FileContents ReadFileWithin(std::chrono::milliseconds patience, const std::string& path,
+                            std::size_t maximum) {
+    const auto end = steady_clock::now() + patience;
+    FileContents contents = TryToRead(end, path, maximum);
+    while (contents.isShortage && steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPause);
+        contents = TryToRead(end, path, maximum);
+    }
+    return contents;
+}
+
+} // namespace cf

@@ -1,0 +1,73 @@
+#ifndef PLATFORM_XMLMARKUPCACHE_H
+#define PLATFORM_XMLMARKUPCACHE_H
+
+/*
+ * The normal forms of markup that has been read: of all that stands between two scalars, which is
+ * tags, keys, booleans, and white space. The members of a list are mostly alike, so the markup
+ * behind a scalar is mostly the same as the last time.
+ *
+ * An entry is found by comparing the text with the successor of the last entry, which costs no
+ * hashing. An entry depends on nothing but its text and the containers that are open before it. It
+ * refers to its text, which must live as long as the cache, and copies its normal form.
+ */
+
+#include "plist/XmlContainerStack.h"
+#include "plist/XmlTag.h"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace cf {
+
+/* From the end of one scalar's closing tag to the content of the next scalar. */
+struct XmlMarkup {
+    std::string_view source;
+    std::size_t tagPlace; // of the next scalar's opening tag in the source
+    std::string_view normalForm;
+    std::size_t scalarPlace; // of the next scalar, with its key, in the normal form
+    XmlTag tag;              // of the next scalar
+    XmlContainerStack::Path before;
+    XmlContainerStack::Path after;
+};
+
+class XmlMarkupCache {
+public:
+    // When so many entries are cached, the next one replaces all of them.
+    static constexpr std::size_t kCapacity = 128;
+    // The maximum length of a normal form that is cached; longer ones are rare.
+    static constexpr std::size_t kMaximumLength = 64;
+
+    // The successor of the last entry, if the text begins with it and the path is the one before
+    // it; else nullptr. It is then the last entry.
+    const XmlMarkup* MatchSuccessor(std::string_view text, XmlContainerStack::Path path) {
+        Entry* const successor = last_ != nullptr ? last_->successor : nullptr;
+        if (successor == nullptr || successor->markup.before != path ||
+            !text.starts_with(successor->markup.source))
+            return nullptr;
+        last_ = successor;
+        return &successor->markup;
+    }
+
+    // Adds the markup, unless it is cached, as the successor of the last entry. It is then the last
+    // entry. Ignores markup with a path of 0 or with a longer normal form.
+    void Add(const XmlMarkup& markup);
+
+private:
+    struct Entry {
+        XmlMarkup markup;
+        Entry* successor;
+        std::array<char, kMaximumLength> normalForm;
+    };
+    Entry& FindOrAdd(const XmlMarkup& markup);
+
+    std::array<Entry, kCapacity> entries_;
+    std::size_t count_ = 0;
+    // Open addressing: the index of an entry + 1, or 0 for a free slot.
+    std::array<unsigned char, 2 * kCapacity> slots_ = {};
+    Entry* last_ = nullptr;
+};
+
+} // namespace cf
+
+#endif

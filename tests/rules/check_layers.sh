@@ -1,0 +1,54 @@
+#!/bin/sh
+# The rules of this tree that a program can check. Prints every line that breaks one.
+set -u
+cd "$(dirname "$0")/../.."
+
+broken=0
+
+# refuse WHY PATTERN FILE... : no line of these files may match.
+refuse() {
+    why=$1
+    pattern=$2
+    shift 2
+    found=$(grep -nHE -- "$pattern" "$@" /dev/null) || return 0
+    printf '%s:\n%s\n' "$why" "$found"
+    broken=1
+}
+
+files_in() {
+    find "$@" \( -name '*.h' -o -name '*.cpp' \) | sort
+}
+
+common=$(files_in common)
+connection=$(files_in ChangerServerConnectionLib)
+fsclient=$(files_in fsclient)
+daemon="$common $connection $fsclient $(files_in trayprobed)"
+platform=$(files_in platform/linux)
+beside=$(files_in simulator stage tools)
+
+before_a_comment='^([^/]|/[^/*])*'
+
+# shellcheck disable=SC2086 # lists of files, none with a blank in its name
+{
+    refuse 'The daemon names no operating system' '[Ll]inux|__APPLE__|_WIN32' $daemon
+    refuse 'The daemon asks for no platform' '^ *# *(if|ifdef|elif) ' $daemon
+    refuse 'The daemon has no classes' '^ *(class |virtual |(public|protected|private):)' $daemon
+    refuse 'The daemon has no exceptions' \
+        "$before_a_comment"'\b(throw\b|(try|catch) *[({])' $daemon
+    refuse 'The platform knows nothing of changers' '[Cc]hanger|[Cc]arousel|[Tt]rayprobed' $platform
+
+    refuse 'platform imports upwards' \
+        '#include "(common|ChangerServerConnectionLib|fsclient|trayprobed)/' $platform
+    refuse 'common imports upwards' \
+        '#include "(ChangerServerConnectionLib|fsclient|trayprobed)/' $common
+    refuse 'ChangerServerConnectionLib imports sideways or upwards' \
+        '#include "(fsclient|trayprobed)/' $connection
+    refuse 'fsclient imports sideways or upwards' \
+        '#include "(ChangerServerConnectionLib|trayprobed)/' $fsclient
+    refuse 'What stands beside the daemon reaches into it' \
+        '#include ["<](common|ChangerServerConnectionLib|fsclient|trayprobed|CoreFoundation|DiskArbitration)/' \
+        $beside
+}
+
+[ $broken -eq 0 ] && echo 'No rule is broken.'
+exit $broken
