@@ -3,7 +3,7 @@
 #include "Echo.h"
 #include "LocalSocket.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -15,16 +15,16 @@
 namespace bench {
 namespace {
 
-void Await(const stage::Descriptor& socket, short event, const std::string& what) {
-    constexpr std::chrono::milliseconds kWait = stage::kPatience;
+void Await(const testbed::Descriptor& socket, short event, const std::string& what) {
+    constexpr std::chrono::milliseconds kWait = testbed::kPatience;
     pollfd waits = {socket.Get(), event, 0};
     const int ready = poll(&waits, 1, static_cast<int>(kWait.count()));
-    stage::Require(ready >= 0, "cannot wait for a socket");
+    testbed::Require(ready >= 0, "cannot wait for a socket");
     if (ready == 0)
-        throw stage::Failure(what);
+        throw testbed::Failure(what);
 }
 
-stage::Descriptor AwaitClient(const stage::Descriptor& listener) {
+testbed::Descriptor AwaitClient(const testbed::Descriptor& listener) {
     Await(listener, POLLIN, "no client came");
     return Accept(listener);
 }
@@ -44,7 +44,7 @@ AwaitedServer::~AwaitedServer() {
     prctl(PR_SET_NAME, formerName_.data());
 }
 
-stage::Descriptor AwaitedServer::AwaitSubscriber() const {
+testbed::Descriptor AwaitedServer::AwaitSubscriber() const {
     return AwaitClient(subscribers_);
 }
 
@@ -53,12 +53,12 @@ void AwaitedServer::AnswerRequests(std::size_t count) const {
         GiveBack(AwaitClient(requests_).Get());
 }
 
-void Push(const stage::Descriptor& subscriber, const std::string& bytes) {
+void Push(const testbed::Descriptor& subscriber, const std::string& bytes) {
     for (std::size_t sent = 0; sent < bytes.size();) {
         Await(subscriber, POLLOUT, "a subscriber takes nothing");
         const ssize_t size = send(subscriber.Get(), bytes.data() + sent, bytes.size() - sent,
                                   MSG_DONTWAIT | MSG_NOSIGNAL);
-        stage::Require(size > 0, "cannot send to a subscriber");
+        testbed::Require(size > 0, "cannot send to a subscriber");
         sent += static_cast<std::size_t>(size);
     }
 }

@@ -1,7 +1,7 @@
 #ifndef BENCH_AWAITEDSERVER_H
 #define BENCH_AWAITEDSERVER_H
 
-#include "stage/Descriptor.h"
+#include "testbed/Descriptor.h"
 
 #include <array>
 #include <string>
@@ -18,20 +18,20 @@ public:
     AwaitedServer& operator=(const AwaitedServer&) = delete;
 
     // Wait for the next subscriber, whose connection is returned, and for so many requests. Throw
-    // when none comes within stage::kPatience.
-    stage::Descriptor AwaitSubscriber() const;
+    // when none comes within testbed::kPatience.
+    testbed::Descriptor AwaitSubscriber() const;
     void AnswerRequests(std::size_t count) const;
 
 private:
     std::array<char, 16> formerName_{}; // of this thread, as long as the kernel has them
     const std::string subscriberPath_;
     const std::string requestPath_;
-    const stage::Descriptor subscribers_;
-    const stage::Descriptor requests_;
+    const testbed::Descriptor subscribers_;
+    const testbed::Descriptor requests_;
 };
 
-/* Sends all of it. Throws when the subscriber takes nothing for stage::kPatience. */
-void Push(const stage::Descriptor& subscriber, const std::string& bytes);
+/* Sends all of it. Throws when the subscriber takes nothing for testbed::kPatience. */
+void Push(const testbed::Descriptor& subscriber, const std::string& bytes);
 
 } // namespace bench
 

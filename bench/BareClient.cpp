@@ -2,7 +2,7 @@
 
 #include "LocalSocket.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <cstddef>
 #include <unistd.h>
@@ -10,14 +10,14 @@
 namespace bench {
 
 void ExchangeBarely(const std::string& path, const std::string& frame) {
-    const stage::Descriptor client = Connect(path);
-    stage::Require(write(client.Get(), frame.data(), frame.size()) ==
-                       static_cast<ssize_t>(frame.size()),
-                   "cannot write a request");
+    const testbed::Descriptor client = Connect(path);
+    testbed::Require(write(client.Get(), frame.data(), frame.size()) ==
+                         static_cast<ssize_t>(frame.size()),
+                     "cannot write a request");
     char reply[65536];
     for (std::size_t size = 0; size < frame.size();) {
         const ssize_t got = read(client.Get(), reply, sizeof reply);
-        stage::Require(got > 0, "cannot read a reply");
+        testbed::Require(got > 0, "cannot read a reply");
         size += static_cast<std::size_t>(got);
     }
 }

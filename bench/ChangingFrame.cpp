@@ -17,7 +17,8 @@ constexpr std::uint32_t kBetweenLooks = 86'400;
 
 } // namespace
 
-ChangingFrame::ChangingFrame(const Shelf& shelf) : frame_(MakeFrame(shelf.MakeNotification())) {
+ChangingFrame::ChangingFrame(const ChangerInfoGenerator& shelf)
+    : frame_(MakeFrame(shelf.MakeNotification())) {
     const std::string key = "Media Identify Time";
     const std::string tag = "<integer>";
     for (std::size_t at = 0; (at = frame_.find(key, at)) != std::string::npos;) {

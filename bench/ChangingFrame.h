@@ -1,7 +1,7 @@
 #ifndef BENCH_CHANGINGFRAME_H
 #define BENCH_CHANGINGFRAME_H
 
-#include "Shelf.h"
+#include "ChangerInfoGenerator.h"
 
 #include <cstddef>
 #include <string>
@@ -13,7 +13,7 @@ namespace bench {
    time in the text, which costs the sender next to nothing, however many discs there are. */
 class ChangingFrame {
 public:
-    explicit ChangingFrame(const Shelf& shelf);
+    explicit ChangingFrame(const ChangerInfoGenerator& shelf);
 
     std::size_t CountDiscs() const {
         return times_.size();

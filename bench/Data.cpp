@@ -1,7 +1,7 @@
 #include "Data.h"
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -41,12 +41,12 @@ void Data::BeginSet(const std::string& name) {
 }
 
 void Data::Write(const std::string& name) const {
-    const std::string folder = stage::ProgramPath("bench-data");
+    const std::string folder = testbed::ProgramPath("bench-data");
     std::filesystem::create_directories(folder);
     std::ofstream file(folder + "/" + name + ".dat");
     file << text_;
     file.close();
-    stage::Require(file.good(), "cannot write the data of picture " + name);
+    testbed::Require(file.good(), "cannot write the data of picture " + name);
 }
 
 } // namespace bench

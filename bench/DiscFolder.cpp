@@ -1,6 +1,6 @@
 #include "DiscFolder.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -20,7 +20,7 @@ void WriteFile(const fs::path& path, const std::string& text) {
     std::ofstream file(path);
     file << text;
     file.close();
-    stage::Require(file.good(), "cannot write " + path.string());
+    testbed::Require(file.good(), "cannot write " + path.string());
 }
 
 void MakeDirectory(const fs::path& path) {

@@ -3,9 +3,9 @@
 #include "InOrder.h"
 #include "ProcessorTime.h"
 
-#include "stage/Failure.h"
-#include "stage/ReadWatch.h"
-#include "stage/Scene.h"
+#include "testbed/Failure.h"
+#include "testbed/ReadWatch.h"
+#include "testbed/TestRun.h"
 
 #include <algorithm>
 #include <chrono>
@@ -13,8 +13,8 @@
 #include <sys/types.h>
 #include <thread>
 
-using stage::Event;
-using stage::Scene;
+using testbed::Event;
+using testbed::TestRun;
 
 namespace bench {
 namespace {
@@ -30,7 +30,7 @@ std::string ChangerNamed(int number) {
 }
 
 // The discs take three seconds to spin up, so that all identifications are under way at one time.
-void Fill(stage::Simulator& server, int changer) {
+void Fill(testbed::Simulator& server, int changer) {
     const std::string name = ChangerNamed(changer);
     server.Do("add-changer" + name + " slots=5 drives=4 spin-up=3000 mount=/tmp/changer-" +
               std::to_string(changer));
@@ -40,10 +40,10 @@ void Fill(stage::Simulator& server, int changer) {
 }
 
 // Returns how many threads there were at most, as soon as there are so many, or after
-// stage::kPatience.
-std::size_t AwaitThreads(const stage::Daemon& daemon, std::size_t count) {
+// testbed::kPatience.
+std::size_t AwaitThreads(const testbed::Daemon& daemon, std::size_t count) {
     std::size_t most = 0;
-    const auto deadline = std::chrono::steady_clock::now() + stage::kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + testbed::kPatience;
     while (most < count && std::chrono::steady_clock::now() < deadline) {
         most = std::max(most, daemon.TakeFootprint().threads);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -52,15 +52,15 @@ std::size_t AwaitThreads(const stage::Daemon& daemon, std::size_t count) {
 }
 
 // The server holds back its notifications until it is told to release them.
-void StartHeld(stage::Scene& scene) {
-    scene.StartServer();
-    stage::Simulator& server = scene.Server();
+void StartHeld(testbed::TestRun& run) {
+    run.StartServer();
+    testbed::Simulator& server = run.Server();
     server.Do("events kinds=request,reply,identified,info-open");
     for (int i = 0; i < kManyChangers; ++i)
         Fill(server, i);
     server.Do("hold");
     server.Do("start");
-    scene.StartDaemon();
+    run.StartDaemon();
     for (int i = 0; i < 2 * kManyChangers; ++i)
         server.Await("info-open");
     std::this_thread::sleep_for(
@@ -68,13 +68,13 @@ void StartHeld(stage::Scene& scene) {
 }
 
 // Returns how many threads there were at most.
-std::size_t RunAll(stage::Scene& scene, std::size_t threadsBefore) {
-    stage::Simulator& server = scene.Server();
+std::size_t RunAll(testbed::TestRun& run, std::size_t threadsBefore) {
+    testbed::Simulator& server = run.Server();
     for (int i = 0; i < kManyChangers; ++i)
         server.Do("identify" + ChangerNamed(i));
     server.Do("release");
     const std::size_t most =
-        AwaitThreads(scene.TheDaemon(), threadsBefore + kIdentifications + kManyChangers);
+        AwaitThreads(run.TheDaemon(), threadsBefore + kIdentifications + kManyChangers);
     for (int i = 0; i < kIdentifications; ++i)
         server.Await("identified");
     return most;
@@ -85,13 +85,13 @@ double MoreThan(std::size_t before, std::size_t after) {
 }
 
 void MeasureAtOnce(Report& report) {
-    stage::Scene scene;
-    StartHeld(scene);
-    const stage::Footprint before = scene.TheDaemon().TakeFootprint();
-    const std::size_t most = RunAll(scene, before.threads);
-    const stage::Footprint after = scene.TheDaemon().AwaitFootprintWithin(before);
-    const std::size_t requests = scene.Server().AllSoFar("request").size();
-    const std::size_t replies = scene.Server().AllSoFar("reply").size();
+    testbed::TestRun run;
+    StartHeld(run);
+    const testbed::ResourceUsage before = run.TheDaemon().TakeFootprint();
+    const std::size_t most = RunAll(run, before.threads);
+    const testbed::ResourceUsage after = run.TheDaemon().AwaitFootprintWithin(before);
+    const std::size_t requests = run.Server().AllSoFar("request").size();
+    const std::size_t replies = run.Server().AllSoFar("reply").size();
 
     report.AddAtLeast("64 identifications and 16 builds at once: threads for them", 80,
                       MoreThan(before.threads, most), "", "");
@@ -101,7 +101,7 @@ void MeasureAtOnce(Report& report) {
                      MoreThan(before.threads, after.threads), "", "");
     report.AddAtMost("descriptors more than before, when all is done", 0,
                      MoreThan(before.descriptors.size(), after.descriptors.size()), "", "");
-    EndInOrder(scene);
+    EndCleanly(run);
 }
 
 // ---- one after the other ----
@@ -116,30 +116,30 @@ struct Cost {
 // Has the empty discs of a changer identified by a server whose robot takes no time. The seconds
 // are from the first notification to the end of the last connection.
 Cost IdentifyDiscs(const std::string& mount) {
-    stage::Scene scene;
-    scene.StartServer();
-    stage::Simulator& server = scene.Server();
+    testbed::TestRun run;
+    run.StartServer();
+    testbed::Simulator& server = run.Server();
     server.Do("events kinds=request,subscriber,info-open,disconnect");
     server.Do("add-changer changer=A1 slots=100 drives=2" + mount);
     for (int slot = 0; slot < kDiscs; ++slot)
         server.Do("put changer=A1 directories=0 files=0 slot=" + std::to_string(slot));
     server.Do("hold");
     server.Do("start");
-    scene.StartDaemon();
+    run.StartDaemon();
     server.Await("subscriber");
     for (int reads = mount.empty() ? 0 : 2; reads > 0; --reads)
         server.Await("info-open");
-    const pid_t daemon = scene.TheDaemon().Pid();
+    const pid_t daemon = run.TheDaemon().Pid();
     const double before = ProcessorTimeOf(daemon);
     const auto start = std::chrono::steady_clock::now();
     server.Do("release");
-    stage::Event last;
+    testbed::Event last;
     for (int i = 0; i < 2 * kDiscs; ++i)
         last = server.Await("request", {{"command", "request identification"}});
     server.Await("disconnect", {{"connection", last["connection"]}});
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
     const Cost cost = {passed.count(), ProcessorTimeOf(daemon) - before};
-    EndInOrder(scene);
+    EndCleanly(run);
     return cost;
 }
 

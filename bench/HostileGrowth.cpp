@@ -1,14 +1,14 @@
 #include "Figures.h"
 
 #include "AwaitedServer.h"
-#include "Contest.h"
+#include "Comparison.h"
 #include "InOrder.h"
 #include "Memory.h"
 #include "Notification.h"
 #include "ProcessMemory.h"
 
-#include "stage/Failure.h"
-#include "stage/Scene.h"
+#include "testbed/Failure.h"
+#include "testbed/TestRun.h"
 #include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
 
@@ -30,11 +30,11 @@ void CloseConnections(const AwaitedServer& server, int count) {
 void MeasureConnections(Report& report) {
     constexpr int kToWarmUp = 1000;
     constexpr int kConnections = 50'000;
-    stage::Scene scene;
+    testbed::TestRun run;
     const AwaitedServer server;
-    scene.StartDaemon();
+    run.StartDaemon();
     CloseConnections(server, kToWarmUp);
-    const pid_t daemon = scene.TheDaemon().Pid();
+    const pid_t daemon = run.TheDaemon().Pid();
     const double before = ReadDirtyMemory(daemon);
     const auto start = std::chrono::steady_clock::now();
     CloseConnections(server, kConnections);
@@ -44,7 +44,7 @@ void MeasureConnections(Report& report) {
                        kConnections / passed.count(), "", "");
     report.AddUnjudged("memory that each of these connections leaves", growth / kConnections,
                        "bytes", "");
-    EndInOrder(scene);
+    EndCleanly(run);
 }
 
 // A changer with a schedule goes and comes back, so many times.
@@ -54,7 +54,7 @@ void LeaveTimers(int count) {
         if (AddChangerToList(kChanger) != nullptr ||
             ScheduleChangerFSCacheTimer(kChanger, 3, 30) != nullptr ||
             RemoveChangerFromList(kChanger) != nullptr) {
-            throw stage::Failure("a changer cannot come and go");
+            throw testbed::Failure("a changer cannot come and go");
         }
     }
 }
@@ -85,18 +85,20 @@ void MeasureRemovals(Report& report) {
     constexpr UInt64 kKnown = 100;
     CFArrayRef list = CreateChangerList(kListed);
     for (UInt64 i = kListed - kKnown; i < kListed; ++i)
-        stage::Require(AddChangerToList(kFirstOfMany + i) == nullptr, "a changer cannot be known");
-    Contest contest;
-    contest.Add("all", [list] {
-        stage::Require(HandleRemovedChangers(list) == nullptr, "a list of changers is not handled");
+        testbed::Require(AddChangerToList(kFirstOfMany + i) == nullptr,
+                         "a changer cannot be known");
+    Comparison comparison;
+    comparison.Add("all", [list] {
+        testbed::Require(HandleRemovedChangers(list) == nullptr,
+                         "a list of changers is not handled");
     });
-    contest.Run();
+    comparison.Run();
     CFRelease(list);
     SInt32 isKnown = 0;
-    stage::Require(IsChangerInList(kFirstOfMany + kListed - 1, &isKnown) == nullptr && isKnown,
-                   "a changer that is listed is gone");
+    testbed::Require(IsChangerInList(kFirstOfMany + kListed - 1, &isKnown) == nullptr && isKnown,
+                     "a changer that is listed is gone");
     report.AddUnjudged("a known changer compared with one of a \"changer list\"",
-                       contest.Time("all").Times(1e9 / (kListed * kKnown)), "ns", "");
+                       comparison.Time("all").Times(1e9 / (kListed * kKnown)), "ns", "");
 }
 
 } // namespace

@@ -7,9 +7,9 @@
 #include "Program.h"
 #include "TracedCall.h"
 
-#include "stage/Failure.h"
-#include "stage/ReadWatch.h"
-#include "stage/Scene.h"
+#include "testbed/Failure.h"
+#include "testbed/ReadWatch.h"
+#include "testbed/TestRun.h"
 
 #include <chrono>
 #include <cmath>
@@ -35,24 +35,24 @@ struct Trace {
 
 // The system calls of a process as strace shows them, during that time and while what is provoked
 // behind it is dealt with: a line each, but for those that do not return before the end.
-Trace TraceFor(stage::Record& record, pid_t process, seconds time, const std::string& calls,
+Trace TraceFor(testbed::OutputLog& outputLog, pid_t process, seconds time, const std::string& calls,
                const std::function<void()>& provoke) {
     const std::string file = "/tmp/strace";
-    stage::Process strace(
+    testbed::Process strace(
         {"/usr/bin/strace",
          {"strace", "-f", "-ttt", "-T", "-e", calls, "-o", file, "-p", std::to_string(process)},
          {}},
-        record, stage::Voice::Helper, stage::Voice::Helper);
-    record.Await(stage::Voice::Helper, ".*attached.*");
+        outputLog, testbed::Stream::Helper, testbed::Stream::Helper);
+    outputLog.Await(testbed::Stream::Helper, ".*attached.*");
     std::this_thread::sleep_for(time);
     const duration<double> end = std::chrono::system_clock::now().time_since_epoch();
     provoke();
     std::this_thread::sleep_for(seconds(1));
     strace.Signal(SIGINT);
     strace.AwaitEnd();
-    record.Forget(stage::Voice::Helper);
+    outputLog.Forget(testbed::Stream::Helper);
     std::ifstream told(file);
-    stage::Require(told.is_open(), "strace wrote nothing");
+    testbed::Require(told.is_open(), "strace wrote nothing");
     Trace trace;
     for (std::string line; std::getline(told, line);) {
         if (HasReturned(line)) {
@@ -63,32 +63,32 @@ Trace TraceFor(stage::Record& record, pid_t process, seconds time, const std::st
     return trace;
 }
 
-void StartConnected(stage::Scene& scene) {
-    scene.StartServer();
-    scene.Server().Do("add-changer changer=A1 slots=50 drives=2 mount=/tmp/carousel");
-    scene.Server().Do("pulse every=0");
-    scene.Server().Do("start");
-    stage::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
-    scene.StartDaemon();
+void StartConnected(testbed::TestRun& run) {
+    run.StartServer();
+    run.Server().Do("add-changer changer=A1 slots=50 drives=2 mount=/tmp/carousel");
+    run.Server().Do("pulse every=0");
+    run.Server().Do("start");
+    testbed::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
+    run.StartDaemon();
     infoFile.AwaitReads(2);
-    scene.Server().Await("request", {{"command", "set client status"}});
+    run.Server().Await("request", {{"command", "set client status"}});
     std::this_thread::sleep_for(seconds(1)); // threads of the start may still be ending
 }
 
 void MeasureConnected(Report& report) {
-    stage::Scene scene;
-    StartConnected(scene);
-    const pid_t daemon = scene.TheDaemon().Pid();
+    testbed::TestRun run;
+    StartConnected(run);
+    const pid_t daemon = run.TheDaemon().Pid();
     report.AddAtMost("private memory after start-up", 5, ReadPrivateMemory(daemon) / kMebibyte,
                      "MiB", "");
     // What follows shows that strace was looking.
-    const Trace trace = TraceFor(scene.TheRecord(), daemon, seconds(60), "trace=all",
-                                 [&] { scene.Server().Do("push"); });
+    const Trace trace = TraceFor(run.TheOutputLog(), daemon, seconds(60), "trace=all",
+                                 [&] { run.Server().Do("push"); });
     if (trace.provoked.empty())
-        throw stage::Failure("strace saw nothing of a notification");
+        throw testbed::Failure("strace saw nothing of a notification");
     report.AddAtMost("connected: system calls in 60 s", 0, static_cast<double>(trace.calls.size()),
                      "", trace.calls.empty() ? "" : trace.calls.front().line);
-    EndInOrder(scene);
+    EndCleanly(run);
 }
 
 // In percent of a core, over several stretches of time.
@@ -113,24 +113,24 @@ double AttemptsPerSecond(const std::vector<TracedCall>& calls) {
         if (call.line.find("\"1/comm\"") != call.line.npos)
             times.push_back(call.begin);
     if (times.size() < 2)
-        throw stage::Failure("strace saw no attempts");
+        throw testbed::Failure("strace saw no attempts");
     return static_cast<double>(times.size() - 1) / (times.back() - times.front());
 }
 
 void MeasureDisconnected(Report& report) {
     const Sleepers others(kOthers);
-    stage::Scene scene;
-    scene.StartDaemon();
+    testbed::TestRun run;
+    run.StartDaemon();
     std::this_thread::sleep_for(seconds(2));
-    const pid_t daemon = scene.TheDaemon().Pid();
+    const pid_t daemon = run.TheDaemon().Pid();
     report.AddAtMost("disconnected, 500 others: share of a core", 0.5, MeasureShareOfCore(daemon),
                      "%", "");
     const Trace trace =
-        TraceFor(scene.TheRecord(), daemon, seconds(20), "trace=openat,open", [] {});
+        TraceFor(run.TheOutputLog(), daemon, seconds(20), "trace=openat,open", [] {});
     const double attempts = AttemptsPerSecond(trace.calls);
     report.AddAtMost("disconnected: attempts a second, difference from one", 0.05,
                      std::abs(attempts - 1), "", InUnits(attempts, "a second"));
-    EndInOrder(scene);
+    EndCleanly(run);
 }
 
 void MeasureStart(Report& report) {
@@ -138,9 +138,9 @@ void MeasureStart(Report& report) {
     std::vector<double> times;
     for (int i = 0; i < kStarts; ++i) {
         const AwaitedServer server;
-        stage::Record record;
+        testbed::OutputLog outputLog;
         const auto start = steady_clock::now();
-        stage::Daemon daemon(record, {});
+        testbed::Daemon daemon(outputLog, {});
         server.AwaitSubscriber();
         times.push_back(duration<double>(steady_clock::now() - start).count());
         daemon.Stop();

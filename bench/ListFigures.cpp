@@ -1,10 +1,10 @@
 #include "Figures.h"
 
+#include "ChangerInfoGenerator.h"
 #include "Libplist.h"
 #include "Memory.h"
 #include "Notification.h"
 #include "ProcessMemory.h"
-#include "Shelf.h"
 
 #include <algorithm>
 #include <malloc.h>
@@ -37,7 +37,7 @@ long GrowthByLibplist(const std::string& text) {
 }
 
 void MeasureFirst(Report& report) {
-    const Shelf shelf(10, 500);
+    const ChangerInfoGenerator shelf(10, 500);
     const std::string text = shelf.MakeNotification();
     const auto discs = static_cast<double>(shelf.CountDiscs());
     const auto libplist = MeasureApart([&] { return GrowthByLibplist(text); });
@@ -94,7 +94,7 @@ std::string Repeat(std::string element) {
 }
 
 void MeasurePeaks(Report& report) {
-    const Shelf shelf(1, 20'000);
+    const ChangerInfoGenerator shelf(1, 20'000);
     const std::string text = shelf.MakeNotification();
     const double peak = PeakOverText(text);
     report.AddUnjudged("1 x 20,000 discs: peak while a list is read, times its text", peak, "",

@@ -1,6 +1,6 @@
 #include "LocalSocket.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -17,9 +17,9 @@ sockaddr_un AddressOf(const std::string& path) {
     return address;
 }
 
-stage::Descriptor MakeSocket() {
-    stage::Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    stage::Require(static_cast<bool>(made), "cannot make a socket");
+testbed::Descriptor MakeSocket() {
+    testbed::Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    testbed::Require(static_cast<bool>(made), "cannot make a socket");
     return made;
 }
 
@@ -33,27 +33,27 @@ std::string NotificationPath(pid_t server) {
     return "/tmp/carouseldn-" + std::to_string(server);
 }
 
-stage::Descriptor Listen(const std::string& path) {
-    stage::Descriptor listener = MakeSocket();
+testbed::Descriptor Listen(const std::string& path) {
+    testbed::Descriptor listener = MakeSocket();
     const sockaddr_un address = AddressOf(path);
     const auto* at = reinterpret_cast<const sockaddr*>(&address);
-    stage::Require(bind(listener.Get(), at, sizeof address) == 0 &&
-                       listen(listener.Get(), kBacklog) == 0,
-                   "cannot listen at " + path);
+    testbed::Require(bind(listener.Get(), at, sizeof address) == 0 &&
+                         listen(listener.Get(), kBacklog) == 0,
+                     "cannot listen at " + path);
     return listener;
 }
 
-stage::Descriptor Accept(const stage::Descriptor& listener) {
-    stage::Descriptor client(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-    stage::Require(static_cast<bool>(client), "cannot accept a client");
+testbed::Descriptor Accept(const testbed::Descriptor& listener) {
+    testbed::Descriptor client(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    testbed::Require(static_cast<bool>(client), "cannot accept a client");
     return client;
 }
 
-stage::Descriptor Connect(const std::string& path) {
-    stage::Descriptor client = MakeSocket();
+testbed::Descriptor Connect(const std::string& path) {
+    testbed::Descriptor client = MakeSocket();
     const sockaddr_un address = AddressOf(path);
     const auto* to = reinterpret_cast<const sockaddr*>(&address);
-    stage::Require(connect(client.Get(), to, sizeof address) == 0, "cannot connect to " + path);
+    testbed::Require(connect(client.Get(), to, sizeof address) == 0, "cannot connect to " + path);
     return client;
 }
 

@@ -1,6 +1,6 @@
 #include "ManyMounts.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <filesystem>
 #include <sys/mount.h>
@@ -11,8 +11,8 @@ namespace bench {
 
 ManyMounts::ManyMounts() {
     std::filesystem::create_directory(root_);
-    stage::Require(mount("volumes", root_.c_str(), "tmpfs", 0, nullptr) == 0,
-                   "cannot mount a tmpfs");
+    testbed::Require(mount("volumes", root_.c_str(), "tmpfs", 0, nullptr) == 0,
+                     "cannot mount a tmpfs");
 }
 
 ManyMounts::~ManyMounts() {
@@ -24,9 +24,9 @@ ManyMounts::~ManyMounts() {
 void ManyMounts::GrowTo(std::size_t count) {
     for (; count_ < count; ++count_) {
         const std::string path = root_ + "/" + std::to_string(count_);
-        stage::Require(mkdir(path.c_str(), 0700) == 0 &&
-                           mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0,
-                       "cannot mount a volume");
+        testbed::Require(mkdir(path.c_str(), 0700) == 0 &&
+                             mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0,
+                         "cannot mount a volume");
     }
 }
 

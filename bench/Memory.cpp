@@ -1,8 +1,8 @@
 #include "Memory.h"
 
-#include "stage/Descriptor.h"
-#include "stage/Failure.h"
-#include "stage/Process.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Failure.h"
+#include "testbed/Process.h"
 
 #include <cstdio>
 #include <exception>
@@ -14,7 +14,7 @@ namespace bench {
 namespace {
 
 // Nothing of the parent's is cleaned up in the child, so no exception leaves it.
-[[noreturn]] void RunInChild(const std::function<long()>& body, const stage::Descriptor& to) {
+[[noreturn]] void RunInChild(const std::function<long()>& body, const testbed::Descriptor& to) {
     try {
         const long result = body();
         _exit(write(to.Get(), &result, sizeof result) == sizeof result ? 0 : 1);
@@ -33,20 +33,21 @@ long HeapInUse() {
 
 long MeasureApart(const std::function<long()>& body) {
     int ends[2];
-    stage::Require(pipe(ends) == 0, "cannot make a pipe");
-    const stage::Descriptor from(ends[0]);
-    stage::Descriptor to(ends[1]);
+    testbed::Require(pipe(ends) == 0, "cannot make a pipe");
+    const testbed::Descriptor from(ends[0]);
+    testbed::Descriptor to(ends[1]);
     const pid_t child = fork();
-    stage::Require(child >= 0, "cannot fork");
+    testbed::Require(child >= 0, "cannot fork");
     if (child == 0)
         RunInChild(body, to);
     to.Close();
     long result = 0;
     const bool hasResult = read(from.Get(), &result, sizeof result) == sizeof result;
     int status = 0;
-    stage::Require(waitpid(child, &status, 0) == child, "cannot wait for a measurement");
+    testbed::Require(waitpid(child, &status, 0) == child, "cannot wait for a measurement");
     if (!hasResult || status != 0)
-        throw stage::Failure("a measurement in a process of its own " + stage::DescribeEnd(status));
+        throw testbed::Failure("a measurement in a process of its own " +
+                               testbed::DescribeEnd(status));
     return result;
 }
 

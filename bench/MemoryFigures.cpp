@@ -1,14 +1,14 @@
 #include "Figures.h"
 
 #include "AwaitedServer.h"
+#include "ChangerInfoGenerator.h"
 #include "ChangingFrame.h"
 #include "Data.h"
 #include "Frame.h"
 #include "InOrder.h"
 #include "ProcessMemory.h"
-#include "Shelf.h"
 
-#include "stage/Scene.h"
+#include "testbed/TestRun.h"
 
 #include <algorithm>
 #include <charconv>
@@ -78,8 +78,9 @@ using Series = std::vector<std::pair<std::size_t, double>>;
 // A daemon that is sent notifications, each when it has dealt with the one before.
 class Reader {
 public:
-    explicit Reader(const Shape& shape) : frame_(Shelf(shape.changers, shape.slots)) {
-        scene_.StartDaemon();
+    explicit Reader(const Shape& shape)
+        : frame_(ChangerInfoGenerator(shape.changers, shape.slots)) {
+        run_.StartDaemon();
         subscriber_ = server_.AwaitSubscriber();
         Push(subscriber_, frame_.Bytes());
         server_.AnswerRequests(shape.changers); // the daemon shows that it has no builds there
@@ -94,10 +95,10 @@ public:
         AwaitDealtWith();
     }
     double Memory() {
-        return ReadDirtyMemory(scene_.TheDaemon().Pid());
+        return ReadDirtyMemory(run_.TheDaemon().Pid());
     }
     void End() {
-        EndInOrder(scene_);
+        EndCleanly(run_);
     }
 
 private:
@@ -105,12 +106,12 @@ private:
     // line in the log and leaves nothing in memory.
     void AwaitDealtWith() {
         Push(subscriber_, nonsense_);
-        scene_.AwaitLog({".*fail get changer list as array.*"});
+        run_.AwaitLog({".*fail get changer list as array.*"});
     }
 
-    stage::Scene scene_;
+    testbed::TestRun run_;
     AwaitedServer server_;
-    stage::Descriptor subscriber_;
+    testbed::Descriptor subscriber_;
     ChangingFrame frame_;
     const std::string nonsense_ =
         MakeFrame("<plist version=\"1.0\"><dict><key>changer list</key><true/></dict></plist>");

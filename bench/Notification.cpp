@@ -25,21 +25,21 @@ void Gather(const UInt8* bytes, CFIndex length, ChangerNotificationSubscription*
 
 } // namespace
 
-void KnowChangers(const Shelf& shelf) {
+void KnowChangers(const ChangerInfoGenerator& shelf) {
     for (std::size_t i = 0; i < shelf.CountChangers(); ++i) {
         SInt32 isKnown = 0;
-        if (IsChangerInList(Shelf::GuidOf(i), &isKnown) != nullptr ||
-            (!isKnown && AddChangerToList(Shelf::GuidOf(i)) != nullptr)) {
+        if (IsChangerInList(ChangerInfoGenerator::GuidOf(i), &isKnown) != nullptr ||
+            (!isKnown && AddChangerToList(ChangerInfoGenerator::GuidOf(i)) != nullptr)) {
             throw std::runtime_error("a changer cannot be known");
         }
     }
 }
 
-void RequireKept(const Shelf& shelf) {
+void RequireKept(const ChangerInfoGenerator& shelf) {
     const auto slots = shelf.CountDiscs() / shelf.CountChangers();
     SInt32 identified = 0;
     SInt32 hasFileSystem = 0;
-    if (MediaHasMountablePartitions(Shelf::GuidOf(shelf.CountChangers() - 1),
+    if (MediaHasMountablePartitions(ChangerInfoGenerator::GuidOf(shelf.CountChangers() - 1),
                                     static_cast<UInt16>(slots - 1), &identified,
                                     &hasFileSystem) != nullptr ||
         !identified || !hasFileSystem) {

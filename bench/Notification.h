@@ -1,7 +1,7 @@
 #ifndef BENCH_NOTIFICATION_H
 #define BENCH_NOTIFICATION_H
 
-#include "Shelf.h"
+#include "ChangerInfoGenerator.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -11,9 +11,9 @@ namespace bench {
 
 /* Lets the daemon's state, which is this process's, know the changers, as after their first
    notification. */
-void KnowChangers(const Shelf& shelf);
+void KnowChangers(const ChangerInfoGenerator& shelf);
 /* Throws unless the last list that was delivered is this shelf's, to its last disc. */
-void RequireKept(const Shelf& shelf);
+void RequireKept(const ChangerInfoGenerator& shelf);
 
 /* A notification that has arrived, and the daemon's own ways with it. */
 class Notification {

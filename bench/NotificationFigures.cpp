@@ -1,10 +1,10 @@
 #include "Figures.h"
 
-#include "Contest.h"
+#include "ChangerInfoGenerator.h"
+#include "Comparison.h"
 #include "Data.h"
 #include "Libplist.h"
 #include "Notification.h"
-#include "Shelf.h"
 
 #include <cstddef>
 #include <string>
@@ -30,24 +30,24 @@ std::string Describe(const Size& size) {
 
 void MeasureReading(Report& report, Data& data, const std::string& what, const Size& size,
                     double goal) {
-    const std::string text = Shelf(size.changers, size.slots).MakeNotification();
+    const std::string text = ChangerInfoGenerator(size.changers, size.slots).MakeNotification();
     const Notification notification(text);
-    Contest contest;
-    contest.Add("ours", [&] { notification.Read(); });
-    contest.Add("libplist", [&] { plist_free(ReadByLibplist(text)); });
-    contest.Run();
-    const Spread ratio = contest.Ratio("libplist", "ours");
+    Comparison comparison;
+    comparison.Add("ours", [&] { notification.Read(); });
+    comparison.Add("libplist", [&] { plist_free(ReadByLibplist(text)); });
+    comparison.Run();
+    const Spread ratio = comparison.Ratio("libplist", "ours");
     data.Add(
         {static_cast<double>(size.changers * size.slots), ratio.median, ratio.low, ratio.high});
     if (goal > 0) {
         report.AddAtLeast("reading with " + what + ", " + Describe(size) +
                               ": libplist's time over ours",
-                          goal, ratio, "", contest.Tell({"ours", "libplist"}));
+                          goal, ratio, "", comparison.Tell({"ours", "libplist"}));
     }
 }
 
 void Keep(const Size& size) {
-    const Shelf shelf(size.changers, size.slots);
+    const ChangerInfoGenerator shelf(size.changers, size.slots);
     KnowChangers(shelf);
     Notification(shelf.MakeNotification()).Deliver();
     RequireKept(shelf);
@@ -55,13 +55,14 @@ void Keep(const Size& size) {
 
 // Of a list that is kept already.
 void MeasureDelivery(Report& report, const Size& size) {
-    const Notification notification(Shelf(size.changers, size.slots).MakeNotification());
-    Contest contest;
-    contest.Add("reading", [&] { notification.Read(); });
-    contest.AddTimed("all", [&] { return notification.Deliver(); });
-    contest.Run();
+    const Notification notification(
+        ChangerInfoGenerator(size.changers, size.slots).MakeNotification());
+    Comparison comparison;
+    comparison.Add("reading", [&] { notification.Read(); });
+    comparison.AddTimed("all", [&] { return notification.Deliver(); });
+    comparison.Run();
     report.AddAtMost("last byte to end of callbacks, " + Describe(size) + ": over reading", 1.5,
-                     contest.Ratio("all", "reading"), "", contest.Tell({"reading", "all"}));
+                     comparison.Ratio("all", "reading"), "", comparison.Tell({"reading", "all"}));
 }
 
 } // namespace

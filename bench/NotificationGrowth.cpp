@@ -1,9 +1,9 @@
 #include "Figures.h"
 
-#include "Contest.h"
+#include "ChangerInfoGenerator.h"
+#include "Comparison.h"
 #include "Data.h"
 #include "Notification.h"
-#include "Shelf.h"
 
 #include <algorithm>
 #include <map>
@@ -22,7 +22,7 @@ using Notifications = std::map<std::size_t, std::unique_ptr<Notification>>; // b
 Notifications DeliverAll() {
     Notifications notifications;
     for (const std::size_t changers : kChangerCounts) {
-        const Shelf shelf(changers, kSlots);
+        const ChangerInfoGenerator shelf(changers, kSlots);
         KnowChangers(shelf);
         notifications[changers] = std::make_unique<Notification>(shelf.MakeNotification());
         notifications[changers]->Deliver();
@@ -36,24 +36,24 @@ double CountDiscs(std::size_t changers) {
 }
 
 // Seconds for a disc of the first over those for one of the second.
-Spread CompareCosts(const Contest& contest, std::size_t changers, std::size_t others) {
-    return contest.Ratio(std::to_string(changers), std::to_string(others))
+Spread CompareCosts(const Comparison& comparison, std::size_t changers, std::size_t others) {
+    return comparison.Ratio(std::to_string(changers), std::to_string(others))
         .Times(CountDiscs(others) / CountDiscs(changers));
 }
 
 void MeasureOnce(Report& report, Data& data, const Notifications& notifications, int run) {
-    Contest contest;
+    Comparison comparison;
     for (const auto& [changers, each] : notifications) {
-        contest.AddTimed(std::to_string(changers),
-                         [&notification = *each] { return notification.Deliver(); });
+        comparison.AddTimed(std::to_string(changers),
+                            [&notification = *each] { return notification.Deliver(); });
     }
-    contest.Run();
+    comparison.Run();
     std::map<double, std::size_t> changersByCost;
     std::string beside;
     data.BeginSet("run " + std::to_string(run));
     for (const std::size_t changers : kChangerCounts) {
         const std::string name = std::to_string(changers);
-        const Spread cost = contest.Time(name).Times(1 / CountDiscs(changers));
+        const Spread cost = comparison.Time(name).Times(1 / CountDiscs(changers));
         changersByCost[cost.median] = changers;
         beside += (beside.empty() ? "" : ", ") + name + ": " + InTime(cost.median);
         data.Add({CountDiscs(changers), cost.median * 1e6, cost.low * 1e6, cost.high * 1e6});
@@ -62,8 +62,8 @@ void MeasureOnce(Report& report, Data& data, const Notifications& notifications,
         "a notification's cost for a disc, 1 to 64 changers: most over least, run " +
             std::to_string(run),
         1.25,
-        CompareCosts(contest, changersByCost.rbegin()->second, changersByCost.begin()->second), "",
-        beside);
+        CompareCosts(comparison, changersByCost.rbegin()->second, changersByCost.begin()->second),
+        "", beside);
 }
 
 } // namespace

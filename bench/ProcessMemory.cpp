@@ -2,8 +2,8 @@
 
 #include "Report.h"
 
-#include "stage/Failure.h"
-#include "stage/ProcessState.h"
+#include "testbed/Failure.h"
+#include "testbed/ProcessState.h"
 
 #include <fstream>
 #include <sstream>
@@ -13,14 +13,14 @@ namespace bench {
 namespace {
 
 double ReadField(pid_t process, const std::string& file, const std::string& field) {
-    std::istringstream lines(stage::ReadProcFile(process, file));
+    std::istringstream lines(testbed::ReadProcFile(process, file));
     for (std::string word; lines >> word;) {
         if (word == field) {
             lines >> word;
             return std::stod(word) * kKibibyte;
         }
     }
-    throw stage::Failure("no " + field + " in " + file + " of a process");
+    throw testbed::Failure("no " + field + " in " + file + " of a process");
 }
 
 } // namespace
@@ -45,7 +45,7 @@ void ForgetPeakMemory() {
     std::ofstream file("/proc/self/clear_refs");
     file << '5';
     file.close();
-    stage::Require(file.good(), "cannot forget the peak of memory");
+    testbed::Require(file.good(), "cannot forget the peak of memory");
 }
 
 } // namespace bench

@@ -1,7 +1,7 @@
 #include "ProcessTable.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <cstdlib>
 
@@ -11,7 +11,7 @@ std::size_t ReadProcessTable() {
     struct kinfo_proc* processes = nullptr;
     std::size_t count = 0;
     if (GetBSDProcessList(&processes, &count) != 0)
-        throw stage::Failure("cannot read the process table");
+        throw testbed::Failure("cannot read the process table");
     std::free(processes);
     return count;
 }

@@ -1,6 +1,6 @@
 #include "ProcessorTime.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <cerrno>
 #include <ctime>
@@ -11,7 +11,8 @@ double ProcessorTimeOf(pid_t process) {
     clockid_t clock{};
     timespec time{};
     errno = clock_getcpuclockid(process, &clock);
-    stage::Require(errno == 0 && clock_gettime(clock, &time) == 0, "no processor time to be told");
+    testbed::Require(errno == 0 && clock_gettime(clock, &time) == 0,
+                     "no processor time to be told");
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 

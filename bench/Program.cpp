@@ -1,7 +1,7 @@
 #include "Program.h"
 
-#include "stage/Failure.h"
-#include "stage/Process.h"
+#include "testbed/Failure.h"
+#include "testbed/Process.h"
 
 #include <cerrno>
 #include <csignal>
@@ -24,7 +24,7 @@ pid_t Start(const std::vector<std::string>& words) {
     pid_t process = -1;
     errno = posix_spawnp(&process, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    stage::Require(errno == 0, "cannot run " + words[0]);
+    testbed::Require(errno == 0, "cannot run " + words[0]);
     return process;
 }
 
@@ -32,9 +32,9 @@ pid_t Start(const std::vector<std::string>& words) {
 
 void RunProgram(const std::vector<std::string>& words) {
     int status = 0;
-    stage::Require(waitpid(Start(words), &status, 0) > 0, "cannot wait for " + words[0]);
+    testbed::Require(waitpid(Start(words), &status, 0) > 0, "cannot wait for " + words[0]);
     if (status != 0)
-        throw stage::Failure(words[0] + " " + stage::DescribeEnd(status));
+        throw testbed::Failure(words[0] + " " + testbed::DescribeEnd(status));
 }
 
 Sleepers::Sleepers(int count) {

@@ -1,13 +1,13 @@
 #include "Figures.h"
 
-#include "Contest.h"
+#include "ChangerInfoGenerator.h"
+#include "Comparison.h"
 #include "ManyMounts.h"
 #include "Notification.h"
 #include "ProcessTable.h"
 #include "Program.h"
-#include "Shelf.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <DiskArbitration/DiskArbitration.h>
@@ -48,14 +48,14 @@ Spread CostOfEach(const Spread& all, std::size_t size) {
 // For work that can be done with any of these numbers at any moment.
 void CompareSizes(Report& report, const std::string& what, const Sizes& sizes,
                   const std::function<void(std::size_t)>& body) {
-    Contest contest(kRounds);
+    Comparison comparison(kRounds);
     for (const std::size_t size : sizes)
-        contest.Add(std::to_string(size), [size, &body] { body(size); });
-    contest.Run();
+        comparison.Add(std::to_string(size), [size, &body] { body(size); });
+    comparison.Run();
     Costs costs;
     for (const std::size_t size : sizes)
-        costs.push_back(CostOfEach(contest.Time(std::to_string(size)), size));
-    const Spread times = contest.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0]));
+        costs.push_back(CostOfEach(comparison.Time(std::to_string(size)), size));
+    const Spread times = comparison.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0]));
     const double growth = static_cast<double>(sizes[2]) / static_cast<double>(sizes[0]);
     Tell(report, what, sizes, costs, times.Times(1 / growth));
 }
@@ -67,10 +67,10 @@ void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
     Costs costs;
     for (const std::size_t size : sizes) {
         grow(size);
-        Contest contest(kRounds);
-        contest.Add("all", [&] { body(size); });
-        contest.Run();
-        costs.push_back(CostOfEach(contest.Time("all"), size));
+        Comparison comparison(kRounds);
+        comparison.Add("all", [&] { body(size); });
+        comparison.Run();
+        costs.push_back(CostOfEach(comparison.Time("all"), size));
     }
     Tell(report, what, sizes, costs, Quotient(costs[2], costs[0]));
 }
@@ -94,14 +94,14 @@ void RunDueTimers(std::size_t count) {
     }
     CFRunLoopRun();
     if (fired != count)
-        throw stage::Failure("some timers did not fire");
+        throw testbed::Failure("some timers did not fire");
 }
 
 // ---- processes ----
 
 void ReadProcesses(std::size_t atLeast) {
     if (ReadProcessTable() < atLeast)
-        throw stage::Failure("the process table has too few processes");
+        throw testbed::Failure("the process table has too few processes");
 }
 
 void MeasureProcesses(Report& report) {
@@ -136,7 +136,7 @@ void StopWaiting(CFRunLoopTimerRef /* timer */, void* info) {
 void RunUntilAppeared(Appearance& appearance) {
     CFRunLoopTimerContext context = {};
     context.info = &appearance;
-    const std::chrono::duration<double> patience = stage::kPatience;
+    const std::chrono::duration<double> patience = testbed::kPatience;
     CFRunLoopTimerRef timer =
         CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + patience.count(), 0,
                              0, 0, StopWaiting, &context);
@@ -145,7 +145,7 @@ void RunUntilAppeared(Appearance& appearance) {
     CFRunLoopTimerInvalidate(timer);
     CFRelease(timer);
     if (appearance.awaited > 0)
-        throw stage::Failure("volumes did not appear");
+        throw testbed::Failure("volumes did not appear");
 }
 
 // From a new session until so many have appeared.
@@ -168,7 +168,7 @@ void MeasureVolumes(Report& report) {
 
 // ---- clients ----
 
-std::string MakeNotification(const Shelf& shelf, std::size_t clients) {
+std::string MakeNotification(const ChangerInfoGenerator& shelf, std::size_t clients) {
     std::string statuses = "<dict>";
     for (std::size_t i = 0; i < clients; ++i) {
         statuses += "<key>client " + std::to_string(i) +
@@ -182,7 +182,7 @@ std::string MakeNotification(const Shelf& shelf, std::size_t clients) {
 }
 
 void MeasureClients(Report& report) {
-    const Shelf shelf(1, 1);
+    const ChangerInfoGenerator shelf(1, 1);
     KnowChangers(shelf);
     const Sizes sizes = {64, 256, 1024};
     std::map<std::size_t, std::unique_ptr<Notification>> notifications;

@@ -15,14 +15,14 @@
 namespace {
 
 // Returns false when standard input has ended instead.
-bool AwaitClient(const stage::Descriptor& listener) {
+bool AwaitClient(const testbed::Descriptor& listener) {
     std::array<pollfd, 2> waits = {{{listener.Get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
     return poll(waits.data(), waits.size(), -1) > 0 && waits[1].revents == 0;
 }
 
 void Serve() {
     const std::string path = bench::RequestPath(getpid());
-    const stage::Descriptor listener = bench::Listen(path);
+    const testbed::Descriptor listener = bench::Listen(path);
     std::puts("listening");
     std::fflush(stdout);
     while (AwaitClient(listener))

@@ -1,16 +1,16 @@
 #include "Figures.h"
 
 #include "BareClient.h"
-#include "Contest.h"
+#include "Comparison.h"
 #include "KnownServer.h"
 #include "LocalSocket.h"
 #include "ProcessTable.h"
 #include "Program.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
-#include "stage/Process.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/Process.h"
 
 #include <string>
 
@@ -21,14 +21,14 @@ constexpr std::size_t kPayload = 1024; // bytes of a request
 
 void MeasureTable(Report& report) {
     const Sleepers others(kOthers);
-    Contest contest;
-    contest.Add("ours", [] { ReadProcessTable(); });
-    contest.Add("pgrep", [] { RunProgram({"pgrep", "-x", "sleep"}); });
-    contest.Run();
+    Comparison comparison;
+    comparison.Add("ours", [] { ReadProcessTable(); });
+    comparison.Add("pgrep", [] { RunProgram({"pgrep", "-x", "sleep"}); });
+    comparison.Run();
     report.AddAtMost("process table, 500 others: over pgrep -x", 0.25,
-                     contest.Ratio("ours", "pgrep"), "", contest.Tell({"ours", "pgrep"}));
+                     comparison.Ratio("ours", "pgrep"), "", comparison.Tell({"ours", "pgrep"}));
     report.AddAtMost("process table: a process of it", 8,
-                     contest.Time("ours").Times(1e6 / static_cast<double>(ReadProcessTable())),
+                     comparison.Time("ours").Times(1e6 / static_cast<double>(ReadProcessTable())),
                      "µs", "");
 }
 
@@ -77,30 +77,30 @@ void Exchange(CFDictionaryRef message) {
     VErrLink* err = SendMessageToChangerServer(message, &reply);
     if (err != nullptr) {
         VErrLogAndCatch(&err);
-        throw stage::Failure("an exchange failed");
+        throw testbed::Failure("an exchange failed");
     }
     CFRelease(reply);
 }
 
 void MeasureExchange(Report& report) {
-    stage::Record record;
-    stage::Process server({stage::ProgramPath("carouseld-echo"), {"carouseld-echo"}, {}}, record,
-                          stage::Voice::Server, stage::Voice::Server);
-    record.Await(stage::Voice::Server, "listening");
+    testbed::OutputLog outputLog;
+    testbed::Process server({testbed::ProgramPath("carouseld-echo"), {"carouseld-echo"}, {}},
+                            outputLog, testbed::Stream::Server, testbed::Stream::Server);
+    outputLog.Await(testbed::Stream::Server, "listening");
     const KnownServer known(server.Pid());
     const std::string path = RequestPath(server.Pid());
     const Request request;
     const std::string frame = request.MakeFrame();
-    Contest contest;
-    contest.Add("ours", [&] { Exchange(request.Dictionary()); });
-    contest.Add("bare", [&] { ExchangeBarely(path, frame); });
-    contest.Run();
-    report.AddAtMost("an exchange of 1 KiB: over a bare client", 2.5, contest.Ratio("ours", "bare"),
-                     "", contest.Tell({"ours", "bare"}));
+    Comparison comparison;
+    comparison.Add("ours", [&] { Exchange(request.Dictionary()); });
+    comparison.Add("bare", [&] { ExchangeBarely(path, frame); });
+    comparison.Run();
+    report.AddAtMost("an exchange of 1 KiB: over a bare client", 2.5,
+                     comparison.Ratio("ours", "bare"), "", comparison.Tell({"ours", "bare"}));
     server.CloseInput();
     const int status = server.AwaitEnd();
     if (status != 0)
-        throw stage::Failure("carouseld-echo " + stage::DescribeEnd(status));
+        throw testbed::Failure("carouseld-echo " + testbed::DescribeEnd(status));
 }
 
 } // namespace

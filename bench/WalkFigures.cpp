@@ -1,13 +1,13 @@
 #include "Figures.h"
 
-#include "Contest.h"
+#include "Comparison.h"
 #include "Data.h"
 #include "DiscFolder.h"
 #include "InOrder.h"
 #include "Program.h"
 
-#include "stage/PrivateWorld.h"
-#include "stage/Scene.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/TestRun.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdState.h"
 
@@ -29,27 +29,30 @@ std::string CountEntries(const std::string& root) {
 }
 
 // Each walk is a whole process. Adds the ratios to the limit to the data.
-void CompareWalks(Contest& contest, Data& data, const std::string& where, const std::string& root) {
+void CompareWalks(Comparison& comparison, Data& data, const std::string& where,
+                  const std::string& root) {
     const std::string entries = CountEntries(root);
-    contest.Add("ours", [&] { RunProgram({stage::ProgramPath("walk-by-daemon"), root, entries}); });
-    contest.Add("limit", [&] { RunProgram({stage::ProgramPath("walk-bare"), root, entries}); });
-    contest.Add("find", [&] { RunProgram({"find", root, "-size", "-0"}); });
-    contest.Run();
-    const Spread ours = contest.Ratio("ours", "limit");
-    const Spread find = contest.Ratio("find", "limit");
+    comparison.Add("ours",
+                   [&] { RunProgram({testbed::ProgramPath("walk-by-daemon"), root, entries}); });
+    comparison.Add("limit",
+                   [&] { RunProgram({testbed::ProgramPath("walk-bare"), root, entries}); });
+    comparison.Add("find", [&] { RunProgram({"find", root, "-size", "-0"}); });
+    comparison.Run();
+    const Spread ours = comparison.Ratio("ours", "limit");
+    const Spread find = comparison.Ratio("find", "limit");
     data.Add(where, {ours.median, ours.low, ours.high, find.median, find.low, find.high});
 }
 
-std::string Beside(const Contest& contest) {
-    return contest.Tell({"ours", "find", "limit"});
+std::string Beside(const Comparison& comparison) {
+    return comparison.Tell({"ours", "find", "limit"});
 }
 
 void MeasureFolder(Report& report, Data& data, const std::string& where, const std::string& root) {
-    Contest contest(15, Contest::Thread::Main, kSecondsPerRound);
-    CompareWalks(contest, data, where, root);
-    report.AddAtMost(where + ": over find", 0.90, contest.Ratio("ours", "find"), "",
-                     Beside(contest));
-    report.AddAtMost(where + ": over the limit", 1.15, contest.Ratio("ours", "limit"), "", "");
+    Comparison comparison(15, Comparison::Thread::Main, kSecondsPerRound);
+    CompareWalks(comparison, data, where, root);
+    report.AddAtMost(where + ": over find", 0.90, comparison.Ratio("ours", "find"), "",
+                     Beside(comparison));
+    report.AddAtMost(where + ": over the limit", 1.15, comparison.Ratio("ours", "limit"), "", "");
 }
 
 void Check(VErrLink* err) {
@@ -71,36 +74,36 @@ void Build(const char* root) {
 
 void MeasureBuild(Report& report, const std::string& root) {
     Check(AddChangerToList(kChanger));
-    stage::Scene scene;
-    scene.StartServer();
-    scene.Server().Do("add-changer changer=A1 slots=50 drives=2");
-    scene.Server().Do("start");
+    testbed::TestRun run;
+    run.StartServer();
+    run.Server().Do("add-changer changer=A1 slots=50 drives=2");
+    run.Server().Do("start");
     // As in the daemon: on the main thread, CacheFSDirectory would have each info file read by
     // another thread.
-    Contest contest(15, Contest::Thread::Another, kSecondsPerRound);
-    contest.Add("walk", [&] { Check(CacheFSDirectory(kChanger, root.c_str(), 1, nullptr)); });
-    contest.Add("build", [&] { Build(root.c_str()); });
-    contest.Run();
-    EndInOrder(scene);
+    Comparison comparison(15, Comparison::Thread::Another, kSecondsPerRound);
+    comparison.Add("walk", [&] { Check(CacheFSDirectory(kChanger, root.c_str(), 1, nullptr)); });
+    comparison.Add("build", [&] { Build(root.c_str()); });
+    comparison.Run();
+    EndCleanly(run);
     report.AddAtMost("full build with progress: over the walk alone", 1.35,
-                     contest.Ratio("build", "walk"), "", contest.Tell({"build", "walk"}));
+                     comparison.Ratio("build", "walk"), "", comparison.Tell({"build", "walk"}));
 }
 
 void MeasureVolume(Report& report, Data& data, bool cached) {
-    stage::Scene scene;
-    scene.StartServer();
-    scene.Server().Do("add-changer changer=A1 slots=1 drives=1 mount=/tmp/carousel kernel-cache=" +
-                      std::string(cached ? "yes" : "no"));
-    scene.Server().Do("put changer=A1 slot=0 directories=2000 files=10 depth=6 identified=yes");
-    Contest contest(9);
+    testbed::TestRun run;
+    run.StartServer();
+    run.Server().Do("add-changer changer=A1 slots=1 drives=1 mount=/tmp/carousel kernel-cache=" +
+                    std::string(cached ? "yes" : "no"));
+    run.Server().Do("put changer=A1 slot=0 directories=2000 files=10 depth=6 identified=yes");
+    Comparison comparison(9);
     const std::string where = std::string("FUSE, kernel caching ") + (cached ? "on" : "off");
-    CompareWalks(contest, data, where, "/tmp/carousel/disc-0");
-    const Spread overLimit = contest.Ratio("ours", "limit");
+    CompareWalks(comparison, data, where, "/tmp/carousel/disc-0");
+    const Spread overLimit = comparison.Ratio("ours", "limit");
     if (cached)
-        report.AddUnjudged(where + ": over the limit", overLimit, "", Beside(contest));
+        report.AddUnjudged(where + ": over the limit", overLimit, "", Beside(comparison));
     else
-        report.AddAtMost(where + ": over the limit", 1.10, overLimit, "", Beside(contest));
-    EndInOrder(scene);
+        report.AddAtMost(where + ": over the limit", 1.10, overLimit, "", Beside(comparison));
+    EndCleanly(run);
 }
 
 } // namespace
@@ -118,7 +121,7 @@ void MeasureWalk(Report& report) {
         MeasureBuild(report, folder.Path());
     }
     {
-        const DiscFolder folder(stage::ProgramPath("bench-discs"), kChanger);
+        const DiscFolder folder(testbed::ProgramPath("bench-discs"), kChanger);
         MeasureFolder(report, data, "the disk's file system", folder.Path());
     }
     MeasureVolume(report, data, false);

@@ -3,16 +3,16 @@
 // to standard error. Sections: memory, notifications, walk, server, growth, scaling, idle; all of
 // them unless some are named.
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
 
 #include <unistd.h>
 
 // The measuring process begins inside, where it sees the world's processes from its first moment.
 int main(int, char** argv) {
-    return stage::RunInPrivateWorld([&]() -> int {
-        stage::Require(execv(stage::ProgramPath("bench-figures").c_str(), argv) == 0,
-                       "cannot run bench-figures");
+    return testbed::RunInPrivateWorld([&]() -> int {
+        testbed::Require(execv(testbed::ProgramPath("bench-figures").c_str(), argv) == 0,
+                         "cannot run bench-figures");
         return 1;
     });
 }

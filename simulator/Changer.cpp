@@ -19,7 +19,7 @@ Changer::Section::~Section() {
         callback();
 }
 
-Changer::Changer(const ChangerShape& shape, Events& events, std::function<void()> changed,
+Changer::Changer(const ChangerConfig& shape, Events& events, std::function<void()> changed,
                  Clock clock)
     : guid_(shape.guid), events_(events), changed_(std::move(changed)), clock_(std::move(clock)),
       ready_(shape.ready), slots_(shape.slots), mechanics_(shape.drives) {}

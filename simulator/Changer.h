@@ -124,7 +124,7 @@ struct Volume {
     std::map<EntryIndex, Directory> directories; // those that were listed
 };
 
-struct ChangerShape {
+struct ChangerConfig {
     std::uint64_t guid = 0;
     std::size_t slots = 0;
     std::size_t drives = 0;
@@ -143,7 +143,7 @@ public:
     using Ready = std::function<void(int errorNumber)>;
 
     // Changed is called, with the lock held, whenever the information has changed.
-    Changer(const ChangerShape& shape, Events& events, std::function<void()> changed, Clock clock);
+    Changer(const ChangerConfig& shape, Events& events, std::function<void()> changed, Clock clock);
 
     std::uint64_t GetGuid() const {
         return guid_;

@@ -64,14 +64,14 @@ public:
             return ReadFolderTree(arguments_.NeedText(key));
         if (folder_)
             return folder_;
-        SyntheticShape shape = shape_;
+        SyntheticTreeOptions shape = shape_;
         shape.seed += partition - 1;
         return MakeSyntheticTree(shape);
     }
 
 private:
     const Arguments& arguments_;
-    SyntheticShape shape_;
+    SyntheticTreeOptions shape_;
     std::shared_ptr<const DiscTree> folder_;
 };
 
@@ -209,7 +209,7 @@ std::shared_ptr<Changer> Control::GetChanger(const Arguments& arguments) {
 // ---- Changers ----
 
 void Control::AddChanger(const Arguments& arguments) {
-    ChangerShape shape;
+    ChangerConfig shape;
     shape.guid = arguments.NeedChanger();
     shape.slots = arguments.NeedNumber<std::uint16_t>("slots");
     shape.drives = arguments.NeedNumber<std::uint16_t>("drives");

@@ -33,7 +33,7 @@ struct TreeEntry {
     }
 };
 
-struct SyntheticShape {
+struct SyntheticTreeOptions {
     std::uint64_t seed = 1;
     std::uint32_t directories = 20; // below the root
     std::uint32_t files = 5;        // in each directory
@@ -74,7 +74,7 @@ private:
 };
 
 /* The same shape gives the same tree, names, sizes and contents, everywhere. */
-std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticShape& shape);
+std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& shape);
 
 /* The folder's names as of now; contents are read from it later. What cannot be listed is an empty
    directory. Throws std::system_error when the folder itself is no directory. */

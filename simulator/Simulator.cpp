@@ -22,7 +22,7 @@ Simulator::~Simulator() {
 
 // ---- Changers ----
 
-void Simulator::AddChanger(const ChangerShape& shape, const ChangerTiming& timing,
+void Simulator::AddChanger(const ChangerConfig& shape, const ChangerTiming& timing,
                            const FileSystemOptions& options) {
     Unit unit;
     unit.changer = std::make_shared<Changer>(

@@ -28,7 +28,7 @@ TreeEntry MakeDirectoryEntry(std::string name) {
 // Distributes the directories first, then lays them out breadth first.
 class SyntheticTree final : public DiscTree {
 public:
-    explicit SyntheticTree(const SyntheticShape& shape)
+    explicit SyntheticTree(const SyntheticTreeOptions& shape)
         : DiscTree(MakeDirectoryEntry({})), shape_(shape), random_(shape.seed) {
         const auto childrenOf = DistributeDirectories();
         std::vector<std::uint32_t> numberOf = {0}; // of each entry that is a directory
@@ -93,13 +93,13 @@ private:
         return static_cast<std::uint32_t>(std::stoul(name.substr(name.find('-') + 1)));
     }
 
-    const SyntheticShape shape_;
+    const SyntheticTreeOptions shape_;
     std::mt19937_64 random_;
 };
 
 } // namespace
 
-std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticShape& shape) {
+std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& shape) {
     return std::make_shared<SyntheticTree>(shape);
 }
 

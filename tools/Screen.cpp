@@ -1,6 +1,6 @@
 #include "Screen.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <algorithm>
 #include <array>
@@ -43,7 +43,8 @@ std::string BarOf(int step, int steps) {
 // A write that failed earlier, as at the end of a line on a terminal, left the error with the
 // stream.
 void Flush() {
-    stage::Require(std::fflush(stdout) == 0 && std::ferror(stdout) == 0, "cannot write the output");
+    testbed::Require(std::fflush(stdout) == 0 && std::ferror(stdout) == 0,
+                     "cannot write the output");
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include <string>
 
 /* Lines with the time since the beginning, and a progress bar that stays below them; colours and
-   redrawing only on a terminal. Each function writes at once, and throws stage::Failure when
+   redrawing only on a terminal. Each function writes at once, and throws testbed::Failure when
    standard output cannot be written. */
 class Screen {
 public:

@@ -3,9 +3,9 @@
 // half-way through building it once more. Exit status 0 only if all of that happened as it must.
 
 #include "Screen.h"
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
-#include "stage/Scene.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/TestRun.h"
 
 #include <array>
 #include <chrono>
@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-using stage::Event;
-using stage::Line;
-using stage::Voice;
+using testbed::Event;
+using testbed::Line;
+using testbed::Stream;
 using Colour = Screen::Colour;
 
 namespace {
@@ -46,7 +46,7 @@ constexpr int kDiscCount = static_cast<int>(kDiscs.size());
 
 void Check(bool good, const std::string& what) {
     if (!good)
-        throw stage::Failure("not as it must be: " + what);
+        throw testbed::Failure("not as it must be: " + what);
 }
 
 bool IsWithdrawalForChanger(const Event& event) {
@@ -92,7 +92,7 @@ private:
     double SecondsToBrowse(const std::string& disc);
 
     Screen screen_;
-    stage::Scene scene_;
+    testbed::TestRun run_;
 };
 
 int Demo::Run() {
@@ -114,20 +114,20 @@ void Demo::TellFailure(const std::string& failure) {
     try {
         screen_.RemoveBar();
         screen_.Say("demo", failure, Colour::Red);
-    } catch (const stage::Failure&) {
+    } catch (const testbed::Failure&) {
         std::fprintf(stderr, "%s\n", failure.c_str());
     }
 }
 
 std::vector<Event> Demo::Tell(const std::string& command) {
     screen_.Say("user", command, Colour::Yellow);
-    return scene_.Server().Do(command);
+    return run_.Server().Do(command);
 }
 
 void Demo::Prepare() {
     screen_.Title("A changer with 12 slots, 2 drives and a dozen discs that nobody has looked at");
-    scene_.StartServer();
-    stage::Simulator& server = scene_.Server();
+    run_.StartServer();
+    testbed::Simulator& server = run_.Server();
     server.Do("events kinds=request,robot,identified,status,disconnect");
     server.Do(
         "add-changer changer=A1 slots=12 drives=2 moving=300 spin-up=200 patience=5000 mount=" +
@@ -144,8 +144,8 @@ void Demo::Prepare() {
 
 void Demo::IdentifyEveryDisc() {
     screen_.Title("trayprobed starts, and has every disc identified");
-    scene_.StartDaemon();
-    screen_.Say("demo", "trayprobed running, process " + std::to_string(scene_.TheDaemon().Pid()));
+    run_.StartDaemon();
+    screen_.Say("demo", "trayprobed running, process " + std::to_string(run_.TheDaemon().Pid()));
 
     std::map<std::string, int> withdrawals;
     Event last;
@@ -162,11 +162,11 @@ void Demo::IdentifyEveryDisc() {
     AwaitClosingOf(last);
     for (int slot = 0; slot < kDiscCount; ++slot) {
         const auto times =
-            scene_.Server().AllSoFar("identified", {{"slot", std::to_string(slot)}}).size();
+            run_.Server().AllSoFar("identified", {{"slot", std::to_string(slot)}}).size();
         Check(times == 1, "slot " + std::to_string(slot) + " identified once");
     }
     screen_.Say("demo", "all 12 discs identified, each once", Colour::Green);
-    scene_.TakeBaseline();
+    run_.TakeBaseline();
 }
 
 void Demo::BuildTheCache() {
@@ -187,7 +187,7 @@ void Demo::BuildTheCache() {
 void Demo::AbortABuild() {
     screen_.Title("All is forgotten, built again, and the user changes his mind half-way");
     for (int slot = 0; slot < kDiscCount; ++slot)
-        scene_.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
+        run_.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
     Tell("identify changer=A1");
     const std::string half = std::to_string(kDiscCount / 2);
     ShowUntil(
@@ -234,7 +234,7 @@ double Demo::SecondsToBrowse(const std::string& disc) {
 
 void Demo::End() {
     screen_.Title("The end");
-    const std::vector<std::string> complaints = scene_.End();
+    const std::vector<std::string> complaints = run_.End();
     for (const std::string& complaint : complaints)
         screen_.Say("demo", complaint, Colour::Red);
     Check(complaints.empty(), "a clean end");
@@ -244,17 +244,17 @@ void Demo::End() {
 void Demo::ShowUntil(const Condition& condition) {
     bool met = false;
     const auto isNews = [](const Line& line) {
-        return line.voice != Voice::Server || stage::ParseEvent(line.text).has_value();
+        return line.stream != Stream::Server || testbed::ParseEvent(line.text).has_value();
     };
     while (!met) {
-        const Line line = scene_.TheRecord().Await(isNews, "what the demo is about");
-        const auto event = stage::ParseEvent(line.text);
-        if (line.voice == Voice::Server && event) {
+        const Line line = run_.TheOutputLog().Await(isNews, "what the demo is about");
+        const auto event = testbed::ParseEvent(line.text);
+        if (line.stream == Stream::Server && event) {
             Show(*event);
             met = condition(*event);
         } else {
-            screen_.Say(NameOf(line.voice), line.text, Colour::Red);
-            throw stage::Failure("not as it must be: nothing logged");
+            screen_.Say(NameOf(line.stream), line.text, Colour::Red);
+            throw testbed::Failure("not as it must be: nothing logged");
         }
     }
 }
@@ -279,12 +279,12 @@ void Demo::ShowStatus(const Event& status) {
 }
 
 void Demo::AwaitClosingOf(const Event& request) {
-    scene_.Server().Await("disconnect", {{"connection", request["connection"]}});
+    run_.Server().Await("disconnect", {{"connection", request["connection"]}});
 }
 
 std::set<std::string> Demo::SlotsWithUncachedDirectories() {
     std::set<std::string> slots;
-    for (const Event& line : scene_.Server().Do("show changer=A1 directories=yes"))
+    for (const Event& line : run_.Server().Do("show changer=A1 directories=yes"))
         if (line.kind == "directory" && line["cached"] == "no")
             slots.insert(line["slot"]);
     return slots;
@@ -300,8 +300,8 @@ int PrintHelp() {
 }
 
 int RunDemo() {
-    const int status = stage::RunInPrivateWorld([] { return Demo().Run(); });
-    if (status == stage::kNoPrivateWorld)
+    const int status = testbed::RunInPrivateWorld([] { return Demo().Run(); });
+    if (status == testbed::kNoPrivateWorld)
         std::fputs("The demo takes processes, mounts and a system log of its own.\n", stderr);
     return status;
 }

@@ -446,7 +446,7 @@ VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort)
 static const CFStringRef k_timer = CFSTR("FS Cache Timer");
 
 // The number that a changer's timers carry; it lives for ever. Borrowed.
-static CFNumberRef FindTimerGUIDNumber(UInt64 changerGUID) {
+static CFNumberRef InternTimerGUIDNumber(UInt64 changerGUID) {
     CFNumberRef number = CFHCreateUInt64Number(changerGUID);
     if (number == nullptr)
         return nullptr;
@@ -499,7 +499,7 @@ VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 mi
         buildTime = TimeOnDay(today, 1, hour, minute);
         VERR_NEED(err, buildTime != -1, "fail construct buildTime for tomorrow");
     }
-    VERR_NEED(err, (number = FindTimerGUIDNumber(changerGUID)) != nullptr,
+    VERR_NEED(err, (number = InternTimerGUIDNumber(changerGUID)) != nullptr,
               "fail create changerGUIDNum");
     VERR_NEED(err, (timer = CreateDailyTimer(buildTime, number)) != nullptr,
               "fail CFRunLoopTimerCreate");

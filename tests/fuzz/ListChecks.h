@@ -3,7 +3,7 @@
 
 /* What must hold of every property list that a reader accepts. */
 
-#include "LibplistWitness.h"
+#include "LibplistReference.h"
 #include "Lists.h"
 
 #include <string_view>

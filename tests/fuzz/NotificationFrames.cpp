@@ -20,10 +20,10 @@
 #include "support/TemporaryTree.h"
 #include "trayprobed/ChangerFSCacheManager.h"
 #include "trayprobed/ChangerFSCacheState.h"
+#include "trayprobed/DeferredThreads.h"
 #include "trayprobed/FakeDisks.h"
 #include "trayprobed/FakeServer.h"
 #include "trayprobed/FakeTime.h"
-#include "trayprobed/HeldThreads.h"
 #include "trayprobed/Journal.h"
 #include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
@@ -88,7 +88,7 @@ private:
     LogCapture log_;
     FakeTime time_{kSomeDay, 1};
     RecordedTimers timers_;
-    HeldThreads threads_;
+    DeferredThreads threads_;
     FakeDisk disk_;
     ChangerNotificationSubscription* subscription_ = nullptr;
     bool refused_ = false; // a command; the slot of a request that could not be withdrawn stays
@@ -137,7 +137,7 @@ std::vector<std::string> Daemon::TakePayloads(std::string_view script) {
 }
 
 std::vector<std::string> Daemon::End() {
-    while (HeldThreads::Count() > 0)
+    while (DeferredThreads::Count() > 0)
         Happen('T');
     if (!refused_)
         ExpectNothingUnderWay();
@@ -171,7 +171,7 @@ void FireDailyTimer() {
 // A build whose status cannot be cleared keeps its progress record for good.
 void RunNextThread() {
     FakeServer::TakeKeptReport(); // of an earlier thread, which may have freed it
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     free(FakeServer::TakeKeptReport());
 }
 
@@ -182,7 +182,7 @@ void Daemon::Happen(char event) {
         DiskArbDiskAppearedCallback(disk_.Ref(), nullptr);
     } else if (event == 'U') {
         DiskArbDiskDisappearedCallback(disk_.Ref(), nullptr);
-    } else if (event == 'T' && HeldThreads::Count() > 0) {
+    } else if (event == 'T' && DeferredThreads::Count() > 0) {
         RunNextThread();
     } else if (event == 'D') {
         FireDailyTimer();

@@ -24,7 +24,7 @@ connection=$(files_in ChangerServerConnectionLib)
 fsclient=$(files_in fsclient)
 daemon="$common $connection $fsclient $(files_in trayprobed)"
 platform=$(files_in platform/linux)
-beside=$(files_in simulator stage tools)
+beside=$(files_in simulator testbed tools)
 
 before_a_comment='^([^/]|/[^/*])*'
 

@@ -1,10 +1,10 @@
 #include "Dialogue.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <algorithm>
 
-using stage::Event;
+using testbed::Event;
 
 std::vector<Event> Dialogue::Tell(const std::string& command) const {
     return Server().Do(command);
@@ -81,11 +81,11 @@ void Dialogue::HaltABuild(int changer) const {
 // When it was taken, the daemon may still have had a thread that looked at the volumes of the
 // start.
 void Dialogue::AwaitQuiet() const {
-    stage::Footprint& quiet = performance_.quiet;
-    const auto now = performance_.scene.TheDaemon().AwaitFootprintWithin(quiet);
+    testbed::ResourceUsage& quiet = performance_.quiet;
+    const auto now = performance_.run.TheDaemon().AwaitFootprintWithin(quiet);
     if (!now.IsWithin(quiet)) {
-        throw stage::Failure("the daemon began with " + Describe(quiet) +
-                             ", and does not come back to it from " + Describe(now));
+        throw testbed::Failure("the daemon began with " + Describe(quiet) +
+                               ", and does not come back to it from " + Describe(now));
     }
     quiet.threads = std::min(quiet.threads, now.threads);
 }

@@ -12,7 +12,7 @@ class Dialogue {
 public:
     explicit Dialogue(Performance& performance) : performance_(performance) {}
 
-    std::vector<stage::Event> Tell(const std::string& command) const;
+    std::vector<testbed::Event> Tell(const std::string& command) const;
     void TellAbout(Place place, const std::string& command) const;
 
     // The daemon sees the present state once; nothing is sent before or after it.
@@ -37,10 +37,10 @@ public:
     long CountNotifications() const; // "changer info", of this server
 
 private:
-    stage::Simulator& Server() const {
-        return performance_.scene.Server();
+    testbed::Simulator& Server() const {
+        return performance_.run.Server();
     }
-    void AwaitAnswered(const stage::Event& request) const;
+    void AwaitAnswered(const testbed::Event& request) const;
     void AwaitWithdrawalForChanger(int changer, int after) const;
     void AwaitListing(Place place) const;             // of a root that is not cached
     void AwaitProgress(int changer, int discs) const; // reported by a build

@@ -9,7 +9,7 @@ constexpr const char* kWithdrawChanger = "withdraw the request for a changer";
 constexpr const char* kRequest = "request an identification";
 constexpr const char* kStatus = "set client status";
 
-std::string KindOf(const stage::Event& request) {
+std::string KindOf(const testbed::Event& request) {
     const std::string command = request["command"];
     if (command != "request identification")
         return command;
@@ -57,11 +57,11 @@ void Ledger::OrderCutOffBuild(int reports) {
     requests_[kStatus].ordered += reports;
 }
 
-void Ledger::CountRequest(const stage::Event& request) {
+void Ledger::CountRequest(const testbed::Event& request) {
     ++requests_[KindOf(request)].counted;
 }
 
-void Ledger::CountDisc(const stage::Event& slot) {
+void Ledger::CountDisc(const testbed::Event& slot) {
     const int changer = slot["changer"].back() - '1';
     const int times = std::stoi(slot["times-identified"]);
     discs_[{changer, std::stoi(slot["slot"])}].counted += times;

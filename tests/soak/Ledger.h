@@ -1,7 +1,7 @@
 #ifndef TESTS_SOAK_LEDGER_H
 #define TESTS_SOAK_LEDGER_H
 
-#include "stage/Event.h"
+#include "testbed/Event.h"
 
 #include <map>
 #include <string>
@@ -34,9 +34,9 @@ public:
     void OrderCutOffIdentification(Place place, Step last);
     void OrderCutOffBuild(int reports);
 
-    // The record of one server: its requests, and its "model slot" lines.
-    void CountRequest(const stage::Event& request);
-    void CountDisc(const stage::Event& slot);
+    // The output log of one server: its requests, and its "model slot" lines.
+    void CountRequest(const testbed::Event& request);
+    void CountDisc(const testbed::Event& slot);
 
     int Identifications() const {
         return identifications_;

@@ -1,8 +1,8 @@
 #include "Memory.h"
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
-#include "stage/ProcessState.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/ProcessState.h"
 
 #include <cstdint>
 #include <cstring>
@@ -27,7 +27,7 @@ struct Mark {
 
 // From lines like "55f7-55f8 rw-p 0 00:00 0  [heap]", each followed by some like "Anonymous: 4 kB".
 Footing ReadFooting(pid_t pid) {
-    std::istringstream lines(stage::ReadProcFile(pid, "smaps"));
+    std::istringstream lines(testbed::ReadProcFile(pid, "smaps"));
     Footing footing;
     bool isHeap = false;
     for (std::string line; std::getline(lines, line);) {
@@ -40,12 +40,12 @@ Footing ReadFooting(pid_t pid) {
     return footing;
 }
 
-stage::Descriptor Listen() {
-    stage::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+testbed::Descriptor Listen() {
+    testbed::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, kListenerPath);
-    stage::Require(
+    testbed::Require(
         bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
             listen(listener.Get(), 1) == 0,
         "cannot listen");
@@ -54,21 +54,21 @@ stage::Descriptor Listen() {
 
 } // namespace
 
-Memory::Memory(stage::Record& record) : record_(record), listener_(Listen()) {
-    stage::Require(mkfifo(pipe_.c_str(), 0600) == 0, "cannot make a pipe");
-    const stage::Command command{stage::ProgramPath("trayprobed-list-keeper"),
-                                 {"trayprobed-list-keeper", pipe_, kListenerPath},
-                                 stage::PlainEnvironment()};
-    keeper_.emplace(command, record_, stage::Voice::Helper, stage::Voice::Helper);
+Memory::Memory(testbed::OutputLog& outputLog) : outputLog_(outputLog), listener_(Listen()) {
+    testbed::Require(mkfifo(pipe_.c_str(), 0600) == 0, "cannot make a pipe");
+    const testbed::Command command{testbed::ProgramPath("trayprobed-list-keeper"),
+                                   {"trayprobed-list-keeper", pipe_, kListenerPath},
+                                   testbed::PlainEnvironment()};
+    keeper_.emplace(command, outputLog_, testbed::Stream::Helper, testbed::Stream::Helper);
 }
 
-Memory::Sample Memory::Take(const stage::Daemon& daemon) {
-    const stage::Descriptor pipe(open(pipe_.c_str(), O_WRONLY | O_CLOEXEC));
+Memory::Sample Memory::Take(const testbed::Daemon& daemon) {
+    const testbed::Descriptor pipe(open(pipe_.c_str(), O_WRONLY | O_CLOEXEC));
     const Mark mark;
-    stage::Require(write(pipe.Get(), &mark, sizeof mark) == sizeof mark,
-                   "cannot mark the notifications");
-    const std::string kept = record_.Await(stage::Voice::Helper, "kept [0-9]+").text;
-    const stage::Descriptor connection(accept(listener_.Get(), nullptr, nullptr));
+    testbed::Require(write(pipe.Get(), &mark, sizeof mark) == sizeof mark,
+                     "cannot mark the notifications");
+    const std::string kept = outputLog_.Await(testbed::Stream::Helper, "kept [0-9]+").text;
+    const testbed::Descriptor connection(accept(listener_.Get(), nullptr, nullptr));
     return {ReadFooting(daemon.Pid()), ReadFooting(keeper_->Pid()),
             std::stol(kept.substr(kept.find(' ')))};
 }

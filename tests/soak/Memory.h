@@ -1,9 +1,9 @@
 #ifndef TESTS_SOAK_MEMORY_H
 #define TESTS_SOAK_MEMORY_H
 
-#include "stage/Daemon.h"
-#include "stage/Descriptor.h"
-#include "stage/Process.h"
+#include "testbed/Daemon.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Process.h"
 
 #include <optional>
 #include <string>
@@ -19,7 +19,7 @@ struct Footing {
    it reads what the servers send from a pipe, and keeps it through the daemon's own calls. */
 class Memory {
 public:
-    explicit Memory(stage::Record& record);
+    explicit Memory(testbed::OutputLog& outputLog);
 
     // To be given to every server, which copies its notifications into it.
     const std::string& Pipe() const {
@@ -32,13 +32,13 @@ public:
         long lists = 0; // kept by then
     };
     // At the end of each server: waits until all is kept that it sent.
-    Sample Take(const stage::Daemon& daemon);
+    Sample Take(const testbed::Daemon& daemon);
 
 private:
-    stage::Record& record_;
+    testbed::OutputLog& outputLog_;
     const std::string pipe_ = "/tmp/notifications";
-    stage::Descriptor listener_; // for the keeper to connect to, as to a server
-    std::optional<stage::Process> keeper_;
+    testbed::Descriptor listener_; // for the keeper to connect to, as to a server
+    std::optional<testbed::Process> keeper_;
 };
 
 /* What the daemon's heap has grown by beyond what its lists cost. */

@@ -3,7 +3,7 @@
 
 #include "Ledger.h"
 
-#include "stage/Scene.h"
+#include "testbed/TestRun.h"
 
 #include <string>
 #include <vector>
@@ -32,10 +32,10 @@ struct CrashRecord {
 
 /* What all servers have in common, and what has been counted over them. */
 struct Performance {
-    stage::Scene scene;
+    testbed::TestRun run;
     Ledger ledger;
-    stage::Footprint quiet; // of the daemon when it is connected and has nothing to do
-    std::string pipe;       // takes a copy of all notifications
+    testbed::ResourceUsage quiet; // of the daemon when it is connected and has nothing to do
+    std::string pipe;             // takes a copy of all notifications
 
     long notifications = 0; // "changer info" only
     long mounts = 0;        // taken up by the daemon

@@ -1,6 +1,6 @@
 #include "ServerCrash.h"
 
-#include "stage/Pattern.h"
+#include "testbed/Pattern.h"
 
 #include <algorithm>
 #include <array>
@@ -18,9 +18,9 @@ std::string SilenceOn(const std::string& command) {
 // A link of a request that found no server, or one that was ending: one that has ended but was not
 // waited for is found, too, and refuses. Or of a listing in a file system without a server.
 bool IsLinkOfLostServer(const std::string& line) {
-    static const stage::Pattern coded("trayprobed: .* \\((VErrCode = 100[15]|"
-                                      "err = (-1|10[37]))\\)"); // ECONNABORTED, ENOTCONN
-    static const stage::Pattern refused("trayprobed: [A-Za-z]+:[0-9]+, [A-Za-z]+: fail [^()]*");
+    static const testbed::Pattern coded("trayprobed: .* \\((VErrCode = 100[15]|"
+                                        "err = (-1|10[37]))\\)"); // ECONNABORTED, ENOTCONN
+    static const testbed::Pattern refused("trayprobed: [A-Za-z]+:[0-9]+, [A-Za-z]+: fail [^()]*");
     return coded.Matches(line) || refused.Matches(line);
 }
 
@@ -76,7 +76,7 @@ void ServerCrash::CountEnds() {
                            "socket");
     }
     dialogue_.AwaitQuiet();
-    for (const std::string& line : performance_.scene.TakeLog())
+    for (const std::string& line : performance_.run.TakeLog())
         if (IsEndOf("RunMediaIdThread", line))
             ++crashes.endsOfIdentifications;
         else if (IsEndOf("RunChangerFSCacheThread", line))

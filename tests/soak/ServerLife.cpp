@@ -5,7 +5,7 @@
 #include <ctime>
 #include <utility>
 
-using stage::Event;
+using testbed::Event;
 
 namespace {
 
@@ -64,7 +64,7 @@ void ServerLife::Play() {
 // ---- The beginning ----
 
 void ServerLife::Begin(const std::set<Place>& newDiscs) {
-    performance_.scene.StartServer();
+    performance_.run.StartServer();
     dialogue_.Tell("events kinds=request,disconnect,identified,listing,info-open,notification,"
                    "subscriber,fault");
     dialogue_.Tell("pulse every=0");
@@ -266,7 +266,7 @@ void ServerLife::BuildEveryChanger() {
 }
 
 void ServerLife::Count() {
-    stage::Simulator& server = performance_.scene.Server();
+    testbed::Simulator& server = performance_.run.Server();
     for (const Event& request : server.AllSoFar("request"))
         performance_.ledger.CountRequest(request);
     performance_.notifications += dialogue_.CountNotifications();
@@ -284,10 +284,10 @@ void ServerLife::Count() {
 
 void ServerLife::End() {
     if (number_ % 2 == 0)
-        performance_.scene.QuitServer();
+        performance_.run.QuitServer();
     else
-        performance_.scene.KillServer();
+        performance_.run.KillServer();
     if (isCutOff_)
         crash_.CountEnds();
-    performance_.scene.TheRecord().Forget(stage::Voice::Server);
+    performance_.run.TheOutputLog().Forget(testbed::Stream::Server);
 }

@@ -2,7 +2,7 @@
 
 #include "ServerLife.h"
 
-#include "stage/ProcessState.h"
+#include "testbed/ProcessState.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -23,7 +23,7 @@ std::string InKilobytes(long bytes) {
 } // namespace
 
 Soak::Soak(int lives, bool judgesMemory)
-    : lives_(lives), judgesMemory_(judgesMemory), memory_(performance_.scene.TheRecord()) {
+    : lives_(lives), judgesMemory_(judgesMemory), memory_(performance_.run.TheOutputLog()) {
     performance_.pipe = memory_.Pipe();
 }
 
@@ -45,36 +45,36 @@ bool Soak::Run() {
 // A server with two changers and no file systems, of which the first is to be built daily: when the
 // second one's status has been cleared, the daemon has all that it needs when nothing is to do.
 void Soak::PlayOverture() {
-    stage::Scene& scene = performance_.scene;
-    scene.StartServer();
+    testbed::TestRun& run = performance_.run;
+    run.StartServer();
     for (int changer = 0; changer < kChangersOfTheOverture; ++changer)
-        scene.Server().Do("add-changer slots=1 drives=1 changer=" + GuidOf(changer));
-    scene.Server().Do(DailyBuild(0));
-    scene.Server().Do("start");
-    scene.StartDaemon();
+        run.Server().Do("add-changer slots=1 drives=1 changer=" + GuidOf(changer));
+    run.Server().Do(DailyBuild(0));
+    run.Server().Do("start");
+    run.StartDaemon();
     Dialogue(performance_).AwaitClearedStatus(kChangersOfTheOverture - 1);
     // The daily timer gets its descriptor when the main thread waits next.
-    stage::AwaitThreadsInSystemCall(scene.TheDaemon().Pid(), stage::SystemCall::Poll, 1);
-    scene.TakeBaseline();
-    performance_.quiet = scene.TheDaemon().TakeFootprint();
-    scene.QuitServer();
-    scene.TheRecord().Forget(stage::Voice::Server);
+    testbed::AwaitThreadsInSystemCall(run.TheDaemon().Pid(), testbed::SystemCall::Poll, 1);
+    run.TakeBaseline();
+    performance_.quiet = run.TheDaemon().TakeFootprint();
+    run.QuitServer();
+    run.TheOutputLog().Forget(testbed::Stream::Server);
 }
 
 void Soak::PlayLife(int number) {
     ServerLife life(performance_, number);
     life.Play();
     life.Count();
-    const pid_t server = performance_.scene.Server().Pid();
+    const pid_t server = performance_.run.Server().Pid();
     restarts_ += server != lastServer_ ? 1 : 0;
     lastServer_ = server;
     life.End();
 
     if (number == std::max(2, lives_ / 20))
-        warm_ = memory_.Take(performance_.scene.TheDaemon());
+        warm_ = memory_.Take(performance_.run.TheDaemon());
     if (number == lives_ / 2)
-        middle_ = memory_.Take(performance_.scene.TheDaemon());
-    last_ = memory_.Take(performance_.scene.TheDaemon());
+        middle_ = memory_.Take(performance_.run.TheDaemon());
+    last_ = memory_.Take(performance_.run.TheDaemon());
     if ((number + 1) % std::max(1, lives_ / 50) == 0)
         SayProgress(number + 1);
 }
@@ -103,9 +103,10 @@ void Soak::PlayFinale() {
 
 void Soak::PrintLastLines() {
     constexpr std::size_t kEnough = 100;
-    const stage::Record& record = performance_.scene.TheRecord();
-    for (const stage::Line& line : record.Since(record.Size() - std::min(kEnough, record.Size())))
-        std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
+    const testbed::OutputLog& outputLog = performance_.run.TheOutputLog();
+    for (const testbed::Line& line :
+         outputLog.Since(outputLog.Size() - std::min(kEnough, outputLog.Size())))
+        std::printf("%s: %s\n", NameOf(line.stream), line.text.c_str());
 }
 
 void Soak::Complain(const std::vector<std::string>& complaints) const {
@@ -178,14 +179,14 @@ void Soak::JudgeGrowth(const std::string& what, long bytes, long most) {
 
 void Soak::JudgeTheEnd() {
     if (finalePlayed_) {
-        const stage::Footprint& first = performance_.quiet;
-        const auto last = performance_.scene.TheDaemon().AwaitFootprintWithin(first);
+        const testbed::ResourceUsage& first = performance_.quiet;
+        const auto last = performance_.run.TheDaemon().AwaitFootprintWithin(first);
         table_.AddExactly("threads", static_cast<long>(first.threads),
                           static_cast<long>(last.threads));
         table_.Add("descriptors", std::to_string(first.descriptors.size()),
                    std::to_string(last.descriptors.size()), last.IsWithin(first));
     }
-    const auto complaints = performance_.scene.End();
+    const auto complaints = performance_.run.End();
     Complain(complaints);
     table_.AddExactly("unexpected log lines and other complaints", 0,
                       static_cast<long>(complaints.size()));

@@ -2,7 +2,7 @@
 
 #include "Tally.h"
 #include "common/VErr.h"
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -69,8 +69,8 @@ void Wake() {
 
 void AwaitSaved(long count) {
     std::unique_lock lock(g_mutex);
-    if (!g_changed.wait_for(lock, stage::kPatience, [&] { return CountSaved() >= count; }))
-        throw stage::Failure("the daemon does not handle notifications any more");
+    if (!g_changed.wait_for(lock, testbed::kPatience, [&] { return CountSaved() >= count; }))
+        throw testbed::Failure("the daemon does not handle notifications any more");
 }
 
 void ReleaseReplaced() {

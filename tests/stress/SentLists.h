@@ -15,7 +15,7 @@ long CountSent();
 /* Until no more than that many are under way; false when the flag is set, of which Wake tells. */
 bool AwaitUnderWay(long most, const std::atomic<bool>& giveUp);
 void Wake();
-/* Until so many were saved; throws stage::Failure when that never happens. */
+/* Until so many were saved; throws testbed::Failure when that never happens. */
 void AwaitSaved(long count);
 
 /* The daemon keeps each list for ever. What it has replaced is given up here, once nobody reads. */

@@ -4,7 +4,7 @@
 #include "SentLists.h"
 #include "Tally.h"
 #include "common/VErr.h"
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include "connection/Frames.h"
 
@@ -41,7 +41,7 @@ pid_t StartNamedProcess() {
     char* environment[] = {nullptr};
     pid_t process = -1;
     errno = posix_spawn(&process, path.c_str(), nullptr, nullptr, arguments, environment);
-    stage::Require(errno == 0, "cannot start " + path);
+    testbed::Require(errno == 0, "cannot start " + path);
     return process;
 }
 
@@ -56,10 +56,10 @@ int Listen(const std::string& path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    stage::Require(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
-                           0 &&
-                       listen(listener, 128) == 0,
-                   "cannot listen on " + path);
+    testbed::Require(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+                             0 &&
+                         listen(listener, 128) == 0,
+                     "cannot listen on " + path);
     return listener;
 }
 

@@ -2,7 +2,7 @@
 
 #include "Chance.h"
 #include "Tally.h"
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include "support/PropertyLists.h"
 
@@ -29,7 +29,7 @@ std::string PathOfTaken(int changer, UInt16 slot) {
 void Write(const std::string& path, const std::string& text) {
     std::ofstream file(path);
     file << text << std::flush;
-    stage::Require(file.good(), "cannot write " + path);
+    testbed::Require(file.good(), "cannot write " + path);
 }
 
 void MakeTree(int changer) {
@@ -66,11 +66,12 @@ void Volumes::Toggle(int changer) {
     const std::string path = PathOf(GuidOf(changer));
     bool& isMounted = isMounted_[changer];
     if (isMounted) {
-        stage::Require(umount2(path.c_str(), MNT_DETACH) == 0, "cannot unmount " + path);
+        testbed::Require(umount2(path.c_str(), MNT_DETACH) == 0, "cannot unmount " + path);
         tally::Count(Kind::kVolumeUnmounted);
     } else {
-        stage::Require(mount(TreeOf(changer).c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0,
-                       "cannot mount " + path);
+        testbed::Require(mount(TreeOf(changer).c_str(), path.c_str(), nullptr, MS_BIND, nullptr) ==
+                             0,
+                         "cannot mount " + path);
         tally::Count(Kind::kVolumeMounted);
     }
     isMounted = !isMounted;

@@ -31,9 +31,9 @@
 #include "Tally.h"
 #include "Volumes.h"
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
-#include "stage/ProcessState.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/ProcessState.h"
 
 #include <algorithm>
 #include <chrono>
@@ -93,9 +93,9 @@ void ChangeMood(Surroundings& around, Mood mood) {
 
 void ComeToRest(Surroundings& around, bool anew) {
     ChangeMood(around, Mood::kCalm);
-    for (const auto end = Clock::now() + stage::kPatience; !IsAtRest();) {
+    for (const auto end = Clock::now() + testbed::kPatience; !IsAtRest();) {
         if (Clock::now() > end)
-            throw stage::Failure("the daemon does not come to rest");
+            throw testbed::Failure("the daemon does not come to rest");
         sent_lists::AwaitSaved(sent_lists::CountSent() + 1);
     }
     CheckRest(anew);
@@ -120,23 +120,23 @@ void RunRound(Surroundings& around, Mood mood) {
 
 // All but what there was before must go.
 void CheckWhatIsLeft(const std::set<pid_t>& threads, const std::vector<std::string>& descriptors) {
-    stage::AwaitEndOfThreadsBut(threads, getpid());
-    if (!std::ranges::includes(descriptors, stage::ListDescriptors(getpid())))
+    testbed::AwaitEndOfThreadsBut(threads, getpid());
+    if (!std::ranges::includes(descriptors, testbed::ListDescriptors(getpid())))
         tally::Complain("descriptors were left open");
 }
 
 // On a slow machine it takes longer until everything has happened.
 bool IsToGoOn(Clock::duration passed, std::chrono::seconds duration) {
     return passed < duration ||
-           (passed < duration + stage::kPatience && !tally::HasEverythingHappened());
+           (passed < duration + testbed::kPatience && !tally::HasEverythingHappened());
 }
 
 int Run(std::chrono::seconds duration) {
     try {
         Surroundings around;
         RunRound(around, Mood::kCalm);
-        const auto threads = stage::ListThreads(getpid());
-        const auto descriptors = stage::ListDescriptors(getpid());
+        const auto threads = testbed::ListThreads(getpid());
+        const auto descriptors = testbed::ListDescriptors(getpid());
         int rounds = 0;
         for (const auto begin = Clock::now(); IsToGoOn(Clock::now() - begin, duration); ++rounds)
             RunRound(around, rounds % 3 == 0 ? Mood::kQuietStorm : Mood::kStorm);
@@ -157,9 +157,9 @@ int Run(std::chrono::seconds duration) {
 constexpr const char* kInside = "stress-trayprobed in its private world";
 
 int StartInside(const std::string& seconds, const std::string& seed) {
-    execl(stage::ProgramPath("stress-trayprobed").c_str(), kInside, seconds.c_str(), seed.c_str(),
+    execl(testbed::ProgramPath("stress-trayprobed").c_str(), kInside, seconds.c_str(), seed.c_str(),
           nullptr);
-    throw stage::Failure("cannot start anew");
+    throw testbed::Failure("cannot start anew");
 }
 
 } // namespace
@@ -168,7 +168,7 @@ int main(int argc, char** argv) {
     const std::string seconds = argc > 1 ? argv[1] : "600";
     const std::string seed = argc > 2 ? argv[2] : std::to_string(std::random_device()());
     if (std::string_view(argv[0]) != kInside)
-        return stage::RunInPrivateWorld([&] { return StartInside(seconds, seed); });
+        return testbed::RunInPrivateWorld([&] { return StartInside(seconds, seed); });
     std::printf("seed %s\n", seed.c_str());
     std::fflush(nullptr);
     chance::Seed(static_cast<std::uint32_t>(std::stoul(seed)));

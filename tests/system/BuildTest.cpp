@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-using stage::Event;
+using testbed::Event;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;

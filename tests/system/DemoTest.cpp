@@ -2,9 +2,9 @@
 
 #include "ProgramRun.h"
 
-#include "stage/Descriptor.h"
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -14,7 +14,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-using stage::Require;
+using testbed::Require;
 using testing::HasSubstr;
 
 namespace fs = std::filesystem;
@@ -24,7 +24,7 @@ namespace {
 constexpr const char* kFuse = "/dev/fuse";
 
 void WriteTo(const char* file) {
-    const stage::Descriptor output(open(file, O_WRONLY | O_CLOEXEC));
+    const testbed::Descriptor output(open(file, O_WRONLY | O_CLOEXEC));
     Require(dup2(output.Get(), STDOUT_FILENO) >= 0, "cannot redirect standard output");
 }
 
@@ -66,8 +66,8 @@ TEST(DemoTest, OutputThatCannotBeWrittenIsAFailure) {
 }
 
 void HideDevicesButKeepPrograms() {
-    const fs::path programs = fs::path(stage::ProgramPath("")).parent_path();
-    const stage::Descriptor kept(open(programs.c_str(), O_PATH | O_CLOEXEC));
+    const fs::path programs = fs::path(testbed::ProgramPath("")).parent_path();
+    const testbed::Descriptor kept(open(programs.c_str(), O_PATH | O_CLOEXEC));
     Require(mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0, "cannot hide /dev");
     fs::create_directory(programs);
     Bind("/proc/self/fd/" + std::to_string(kept.Get()), programs);
@@ -75,23 +75,23 @@ void HideDevicesButKeepPrograms() {
 
 TEST(DemoTest, MissingFuseDeviceIsNamed) {
     const ProgramEnd end = RunDemo(HideDevicesButKeepPrograms);
-    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("there is no /dev/fuse"));
 }
 
 TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsNamed) {
     const ProgramEnd end = RunDemo([] {
         const fs::path file = "/tmp/file";
-        const stage::Descriptor created(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
+        const testbed::Descriptor created(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
         Bind(file, kFuse);
     });
-    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
 }
 
 TEST(DemoTest, OtherDeviceInPlaceOfTheFuseDeviceIsNamed) {
     const ProgramEnd end = RunDemo([] { Bind("/dev/null", kFuse); });
-    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
 }
 
@@ -101,7 +101,7 @@ TEST(DemoTest, FuseDeviceThatMayNotBeOpenedIsNamed) {
         const unsigned long flags = MS_REMOUNT | MS_BIND | MS_NODEV;
         Require(mount(nullptr, kFuse, nullptr, flags, nullptr) == 0, "cannot forbid devices");
     });
-    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("not permitted to open /dev/fuse: Permission denied"));
 }
 
@@ -109,7 +109,7 @@ void ReplaceServerBy(const std::string& script) {
     const fs::path file = "/tmp/server";
     std::ofstream(file) << "#!/bin/sh\n" << script << std::flush;
     fs::permissions(file, fs::perms::owner_all);
-    Bind(file, stage::ProgramPath("carouseld-sim"));
+    Bind(file, testbed::ProgramPath("carouseld-sim"));
     WriteToErrors();
 }
 

@@ -1,18 +1,19 @@
 #include "FaultDirector.h"
 
-#include "stage/Descriptor.h"
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
 
 #include <fcntl.h>
 #include <new>
 #include <sys/mman.h>
 #include <unistd.h>
 
-using stage::Require;
+using testbed::Require;
 
 FaultDirector::FaultDirector() {
-    const stage::Descriptor file(open(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    const testbed::Descriptor file(
+        open(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     Require(ftruncate(file.Get(), sizeof(FaultPlan)) == 0, "cannot make " + path_);
     void* const memory =
         mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
@@ -26,9 +27,9 @@ FaultDirector::~FaultDirector() {
 }
 
 // The address sanitizer wants to come first, and is content when it does not.
-stage::DaemonStart FaultDirector::Start() const {
-    stage::DaemonStart start;
-    start.environment = {"LD_PRELOAD=" + stage::ProgramPath("libfaulty-calls.so"),
+testbed::DaemonStart FaultDirector::Start() const {
+    testbed::DaemonStart start;
+    start.environment = {"LD_PRELOAD=" + testbed::ProgramPath("libfaulty-calls.so"),
                          std::string(kFaultPlanVariable) + "=" + path_,
                          "ASAN_OPTIONS=verify_asan_link_order=0"};
     return start;

@@ -2,7 +2,7 @@
 #define TESTS_SYSTEM_FAULTDIRECTOR_H
 
 #include "FaultPlan.h"
-#include "stage/Daemon.h"
+#include "testbed/Daemon.h"
 
 #include <string>
 #include <string_view>
@@ -18,7 +18,7 @@ public:
     FaultDirector& operator=(const FaultDirector&) = delete;
 
     // How a daemon is to be started for it.
-    stage::DaemonStart Start() const;
+    testbed::DaemonStart Start() const;
 
     // From now on lets the nth call (from 1) fail. The daemon says kFaultNotice then.
     void Arm(std::string_view call, int error, int nth);

@@ -5,7 +5,7 @@
 #include "FaultDirector.h"
 #include "SystemTest.h"
 
-#include "stage/ProcessState.h"
+#include "testbed/ProcessState.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,9 +21,9 @@
 #include <utility>
 #include <vector>
 
-using stage::Event;
-using stage::Line;
-using stage::Voice;
+using testbed::Event;
+using testbed::Line;
+using testbed::Stream;
 
 namespace {
 
@@ -45,15 +45,15 @@ void PrintTo(const Failing& failing, std::ostream* out) {
 }
 
 bool IsFaultNotice(const Line& line) {
-    return line.voice == Voice::DaemonOutput && line.text == kFaultNotice;
+    return line.stream == Stream::DaemonOutput && line.text == kFaultNotice;
 }
 
 bool IsLogged(const Line& line, const std::string& part) {
-    return line.voice == Voice::SystemLog && line.text.find(part) != std::string::npos;
+    return line.stream == Stream::SystemLog && line.text.find(part) != std::string::npos;
 }
 
 bool IsInfoOpen(const Line& line, int after) {
-    const auto event = stage::ParseEvent(line.text);
+    const auto event = testbed::ParseEvent(line.text);
     return event && event->kind == "info-open" && event->number > after;
 }
 
@@ -71,8 +71,9 @@ protected:
     bool EndFault();
     // Waits until the daemon has no more calls to make: its main loop waits, and its reader.
     void AwaitIdle() {
-        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Poll, 1);
-        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::EpollWait, 1);
+        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Poll, 1);
+        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::EpollWait,
+                                          1);
     }
 
     // A root that cannot be read is taken for no changer's, without a word.
@@ -80,7 +81,7 @@ protected:
         static const std::set<std::string> kReading = {"fstat", "lstat", "open", "read"};
         return kReading.contains(GetParam().call);
     }
-    // The next line of the record that tells how far the daemon has come.
+    // The next line of the output log that tells how far the daemon has come.
     Line NextSign(const std::function<bool(const Line&)>& isSign);
 
     FaultDirector director_;
@@ -107,12 +108,12 @@ void FaultyCallsTest::ForEachFault(const std::function<bool()>& runRound) {
 bool FaultyCallsTest::EndFault() {
     const bool happened = director_.Disarm();
     if (happened && !std::exchange(isNoticeTaken_, false))
-        scene_.TheRecord().Await(IsFaultNotice, "notice of the fault");
+        run_.TheOutputLog().Await(IsFaultNotice, "notice of the fault");
     return happened;
 }
 
 Line FaultyCallsTest::NextSign(const std::function<bool(const Line&)>& isSign) {
-    const Line line = scene_.TheRecord().Await(
+    const Line line = run_.TheOutputLog().Await(
         [&](const Line& each) { return isSign(each) || IsFaultNotice(each); }, "a sign of life");
     isNoticeTaken_ |= IsFaultNotice(line);
     return line;
@@ -121,7 +122,7 @@ Line FaultyCallsTest::NextSign(const std::function<bool(const Line&)>& isSign) {
 // ---- the start ----
 
 bool IsClearedStatus(const Line& line) {
-    const auto event = stage::ParseEvent(line.text);
+    const auto event = testbed::ParseEvent(line.text);
     return event && event->kind == "request" &&
            event->Has({{"command", "set client status"}, {"message", ""}});
 }
@@ -134,18 +135,18 @@ bool IsSignOfStart(const Line& line) {
 class FaultyStartTest : public FaultyCallsTest {
 protected:
     bool Start() {
-        while (scene_.TheRecord().TakeIfThere(IsSignOfStart)) {
+        while (run_.TheOutputLog().TakeIfThere(IsSignOfStart)) {
         }
-        scene_.StartDaemon(director_.Start());
+        run_.StartDaemon(director_.Start());
         const bool isUp = AwaitStart();
         if (isUp)
             AwaitIdle();
         const bool happened = EndFault();
         EXPECT_TRUE(isUp || happened);
         if (isUp)
-            scene_.TheDaemon().Signal(SIGTERM);
-        EXPECT_EQ(scene_.AwaitEndOfDaemon(), isUp ? SIGTERM : 0);
-        const auto log = scene_.TakeLog();
+            run_.TheDaemon().Signal(SIGTERM);
+        EXPECT_EQ(run_.AwaitEndOfDaemon(), isUp ? SIGTERM : 0);
+        const auto log = run_.TakeLog();
         EXPECT_TRUE(happened || log.empty()) << testing::PrintToString(log);
         return happened;
     }
@@ -157,7 +158,7 @@ private:
         int reads = 0; // of the info file: to recognise it, and to enter it
         while (!isConnected || (reads < 2 && !mayBeLost)) {
             const Line line = NextSign(IsSignOfStart);
-            if (line.voice == Voice::SystemLog)
+            if (line.stream == Stream::SystemLog)
                 return false;
             isConnected |= IsClearedStatus(line);
             reads += IsInfoOpen(line, 0) ? 1 : 0;
@@ -178,7 +179,7 @@ bool IsFailedWithdrawal(const Line& line) {
 }
 
 bool IsIdentification(const Line& line, const std::string& slot) {
-    const auto event = stage::ParseEvent(line.text);
+    const auto event = testbed::ParseEvent(line.text);
     return event && event->kind == "identified" && event->Has({{"slot", slot}});
 }
 
@@ -189,7 +190,7 @@ protected:
                                                                             // is listed
         StartDaemon(director_.Start());
         AwaitLastNotification();
-        rest_ = scene_.TheDaemon().TakeFootprint();
+        rest_ = run_.TheDaemon().TakeFootprint();
         rest_.descriptors.emplace_back("socket"); // to the system log
         std::sort(rest_.descriptors.begin(), rest_.descriptors.end());
     }
@@ -218,7 +219,7 @@ private:
     void AwaitLastNotification();
     void AwaitRest();
 
-    stage::Footprint rest_;
+    testbed::ResourceUsage rest_;
     int slot_ = 0; // the one to put a disc in
     bool isOccupied_ = false;
     bool isOutOfReach_ = false; // since its request could not be withdrawn
@@ -229,11 +230,11 @@ void FaultyRunTest::CheckDaemon(bool done, bool happened) {
     constexpr long kBusy = 1000; // looks for something to do, where some ten are usual
     EXPECT_LT(director_.TakeWaits(), kBusy);
     AwaitRest();
-    const auto log = scene_.TakeLog();
+    const auto log = run_.TakeLog();
     EXPECT_TRUE(done || !log.empty()) << "passed over in silence";
     EXPECT_TRUE(happened || (done && log.empty())) << testing::PrintToString(log);
     const bool isFailed = std::ranges::any_of(
-        log, [](const auto& text) { return IsFailedWithdrawal({Voice::SystemLog, text}); });
+        log, [](const auto& text) { return IsFailedWithdrawal({Stream::SystemLog, text}); });
     if (std::exchange(isOutOfReach_, false) || isFailed)
         ++slot_;
 }
@@ -250,7 +251,7 @@ void FaultyRunTest::AwaitLastNotification() {
 // The threads at rest are the fewest ever seen: one that probes a volume may be slow to end.
 void FaultyRunTest::AwaitRest() {
     AwaitLastNotification();
-    const stage::Footprint now = scene_.TheDaemon().AwaitFootprintWithin(rest_);
+    const testbed::ResourceUsage now = run_.TheDaemon().AwaitFootprintWithin(rest_);
     EXPECT_TRUE(now.IsWithin(rest_)) << Describe(now);
     rest_.threads = std::min(rest_.threads, now.threads);
     if (std::exchange(isOccupied_, false))
@@ -262,14 +263,14 @@ void FaultyRunTest::AwaitRest() {
 bool FaultyRunTest::Identify() {
     const std::string slot = std::to_string(slot_);
     const auto isIdentified = [&](const Line& each) { return IsIdentification(each, slot); };
-    while (scene_.TheRecord().TakeIfThere(isIdentified)) { // the last disc, a second time
+    while (run_.TheOutputLog().TakeIfThere(isIdentified)) { // the last disc, a second time
     }
     Tell("put changer=5000C500ABCD00A1 slot=" + slot + " directories=3");
     isOccupied_ = true;
-    const Line line = scene_.TheRecord().Await(
+    const Line line = run_.TheOutputLog().Await(
         [&](const Line& each) { return isIdentified(each) || IsFailedWithdrawal(each); },
         "the identification of slot " + slot);
-    scene_.TheDaemon().AwaitFootprintWithin(rest_); // the disc is ejected, or stays
+    run_.TheDaemon().AwaitFootprintWithin(rest_); // the disc is ejected, or stays
     isOutOfReach_ = IsFailedWithdrawal(line);
     return !isOutOfReach_;
 }

@@ -1,9 +1,9 @@
 #include "PuppetVolume.h"
 #include "VolumeTest.h"
 
-#include "stage/Failure.h"
-#include "stage/ProcessState.h"
-#include "stage/ReadWatch.h"
+#include "testbed/Failure.h"
+#include "testbed/ProcessState.h"
+#include "testbed/ReadWatch.h"
 
 #include <cerrno>
 #include <cstring>
@@ -53,7 +53,7 @@ protected:
 class HostileVolumeTest : public HostileDiscTest {
 protected:
     PuppetVolume& TakeUp(const std::vector<std::string>& folders) {
-        volume_.emplace(scene_.TheRecord(), kPlace, folders);
+        volume_.emplace(run_.TheOutputLog(), kPlace, folders);
         volume_->AwaitRead(kInfoFile);
         volume_->AwaitRead(kInfoFile);
         return *volume_;
@@ -129,7 +129,7 @@ protected:
 };
 
 TEST_F(OddContentTest, NamesAreBytes) {
-    std::deque<stage::ReadWatch> watches;
+    std::deque<testbed::ReadWatch> watches;
     for (const std::string& name :
          {std::string("%n%s%999999d"), std::string("line\nbreak"), std::string("\xff\xfe"),
           std::string("..."), std::string(255, 'x'), std::string("\\\"'`$(false)")}) {
@@ -138,23 +138,23 @@ TEST_F(OddContentTest, NamesAreBytes) {
         watches.emplace_back(leaf);
     }
     BindAndExpectBuild();
-    for (stage::ReadWatch& watch : watches)
+    for (testbed::ReadWatch& watch : watches)
         watch.AwaitReads(1);
 }
 
 // None of these is entered, or opened, as nobody can a socket.
 TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
     fs::create_directories("/tmp/outside/leaf");
-    stage::ReadWatch leaf("/tmp/outside/leaf");
+    testbed::ReadWatch leaf("/tmp/outside/leaf");
     fs::create_directory_symlink("/tmp/outside", "/tmp/a/disc0/outside");
     fs::create_directory_symlink("..", "/tmp/a/disc0/loop");
     fs::create_symlink("nowhere", "/tmp/a/disc0/dangling");
     fs::create_symlink("self", "/tmp/a/disc0/self");
     ASSERT_EQ(mkfifo("/tmp/a/disc0/pipe", 0666), 0);
-    stage::ReadWatch pipe("/tmp/a/disc0/pipe");
+    testbed::ReadWatch pipe("/tmp/a/disc0/pipe");
     ASSERT_EQ(mknod("/tmp/a/disc0/socket", S_IFSOCK | 0666, 0), 0);
     fs::create_directory("/tmp/a/disc0/z");
-    stage::ReadWatch last("/tmp/a/disc0/z");
+    testbed::ReadWatch last("/tmp/a/disc0/z");
     BindAndExpectBuild();
     EXPECT_EQ(last.CountReadsSoFar(), 1);
     EXPECT_EQ(leaf.CountReadsSoFar(), 0);
@@ -171,8 +171,8 @@ TEST_F(OddContentTest, OnlyFilesAreReadUnderTheInfoFilesName) {
     fs::resize_file("/tmp/a/terabyte/.media_info.plist", 1ULL << 40);
     ASSERT_EQ(mkfifo("/tmp/a/pipe/.media_info.plist", 0666), 0);
     ASSERT_EQ(mknod("/tmp/a/socket/.media_info.plist", S_IFSOCK | 0666, 0), 0);
-    stage::ReadWatch pipe("/tmp/a/pipe/.media_info.plist");
-    stage::ReadWatch terabyte("/tmp/a/terabyte/.media_info.plist");
+    testbed::ReadWatch pipe("/tmp/a/pipe/.media_info.plist");
+    testbed::ReadWatch terabyte("/tmp/a/terabyte/.media_info.plist");
     BindAndExpectBuild();
     EXPECT_EQ(pipe.CountReadsSoFar(), 0);
     EXPECT_EQ(terabyte.CountReadsSoFar(), 2); // the count and the walk
@@ -185,17 +185,17 @@ protected:
         const bool isCharacters = GetParam() == S_IFCHR;
         const dev_t device = isCharacters ? makedev(1, 5) : makedev(7, 0); // zero, loop0
         const bool isMade = mknod(path, GetParam() | 0666, device) == 0;
-        stage::Require(isMade || errno == EPERM, "cannot make a device");
+        testbed::Require(isMade || errno == EPERM, "cannot make a device");
         return isMade;
     }
     // The private /tmp permits no devices; a place does then, as a disc may be mounted so.
     static void PermitDevices(const char* place) {
-        stage::Require(mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND, nullptr) == 0,
-                       "cannot permit devices");
+        testbed::Require(mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND, nullptr) == 0,
+                         "cannot permit devices");
     }
     static bool CanOpen(const std::string& path) {
         return static_cast<bool>(
-            stage::Descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+            testbed::Descriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
     }
 };
 
@@ -213,9 +213,9 @@ TEST_P(DeviceTest, IsOpenedNeitherOnADiscNorUnderTheInfoFilesName) {
     fs::create_symlink("../disc0/device", "/tmp/a/link/.media_info.plist");
     Bind("/tmp/a", kPlace, 2);
     PermitDevices(kPlace);
-    stage::ReadWatch onDisc("/tmp/a/disc0/device");
-    stage::ReadWatch infoFile("/tmp/a/info/.media_info.plist");
-    stage::ReadWatch last("/tmp/a/z");
+    testbed::ReadWatch onDisc("/tmp/a/disc0/device");
+    testbed::ReadWatch infoFile("/tmp/a/info/.media_info.plist");
+    testbed::ReadWatch last("/tmp/a/z");
     for (const char* path : {"/disc0/device", "/info/.media_info.plist"})
         if (!CanOpen(std::string(kPlace) + path))
             GTEST_SKIP() << "nobody can open such a device here: " << std::strerror(errno);
@@ -241,8 +241,8 @@ TEST_F(OddContentTest, FoldersAreEnteredAsDeepAsAPathCanTell) {
     for (; path.size() + 2 <= kLongestPath; path += "/d")
         fs::create_directory(folder += "/d");
     fs::create_directories(folder + "/d/d");
-    stage::ReadWatch deepest(folder);
-    stage::ReadWatch tooDeep(folder + "/d");
+    testbed::ReadWatch deepest(folder);
+    testbed::ReadWatch tooDeep(folder + "/d");
     BindAndExpectBuild();
     EXPECT_EQ(deepest.CountReadsSoFar(), 2);
     EXPECT_EQ(tooDeep.CountReadsSoFar(), 0);
@@ -253,7 +253,7 @@ TEST_F(OddContentTest, ParentThatIsMountedBelowItselfIsNotEnteredAgain) {
     fs::create_directory("/tmp/a/leaf");
     Bind("/tmp/a", kPlace, 2);
     ASSERT_EQ(mount(kPlace, "/tmp/place/disc0/again", nullptr, MS_BIND, nullptr), 0);
-    stage::ReadWatch leaf("/tmp/a/leaf");
+    testbed::ReadWatch leaf("/tmp/a/leaf");
     ExpectBuildOf(1);
     EXPECT_EQ(leaf.CountReadsSoFar(), 2); // the count and the walk
 }
@@ -264,10 +264,10 @@ class ManyNamesTest : public OddContentTest {
 protected:
     static void MakeNames(const std::string& folder, int count) {
         fs::create_directory(folder);
-        const stage::Descriptor inside(open(folder.c_str(), O_PATH | O_CLOEXEC));
+        const testbed::Descriptor inside(open(folder.c_str(), O_PATH | O_CLOEXEC));
         std::ofstream("/tmp/a/file");
         for (int i = 0; i < count; ++i) {
-            stage::Require(
+            testbed::Require(
                 linkat(AT_FDCWD, "/tmp/a/file", inside.Get(), std::to_string(i).c_str(), 0) == 0,
                 "link");
         }
@@ -275,18 +275,18 @@ protected:
     // After a small build, which needs what every build needs.
     void ExpectBuildGivesMemoryBack(int names) {
         BindAndExpectBuild();
-        const std::size_t before = stage::ReadOwnMemory(scene_.TheDaemon().Pid());
+        const std::size_t before = testbed::ReadOwnMemory(run_.TheDaemon().Pid());
         MakeNames("/tmp/a/disc0/many", names);
-        stage::ReadWatch many("/tmp/a/disc0/many");
+        testbed::ReadWatch many("/tmp/a/disc0/many");
         ExpectBuildOf(1);
         many.AwaitReads(1);
-        if (!stage::kHasSanitizer)
-            EXPECT_LE(stage::ReadOwnMemory(scene_.TheDaemon().Pid()), before + kMebibyte);
+        if (!testbed::kHasSanitizer)
+            EXPECT_LE(testbed::ReadOwnMemory(run_.TheDaemon().Pid()), before + kMebibyte);
     }
 };
 
 TEST_F(ManyNamesTest, AreListedAndTheirMemoryIsGivenBack) {
-    ExpectBuildGivesMemoryBack(stage::kHasSanitizer ? 100'000 : 1'000'000);
+    ExpectBuildGivesMemoryBack(testbed::kHasSanitizer ? 100'000 : 1'000'000);
 }
 
 } // namespace

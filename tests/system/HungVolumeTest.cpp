@@ -1,8 +1,8 @@
 #include "PuppetVolume.h"
 #include "VolumeTest.h"
 
-#include "stage/ProcessState.h"
-#include "stage/ReadWatch.h"
+#include "testbed/ProcessState.h"
+#include "testbed/ReadWatch.h"
 
 #include <deque>
 #include <filesystem>
@@ -50,7 +50,8 @@ protected:
     void SetUp() override {}
 
     void MountOlder() {
-        older_.emplace(scene_.TheRecord(), "/tmp/older", Folders{"a"}, PuppetVolume::Start::Asleep);
+        older_.emplace(run_.TheOutputLog(), "/tmp/older", Folders{"a"},
+                       PuppetVolume::Start::Asleep);
     }
     // Waits for so many readings of its info file.
     static void MountYounger(int reads) {
@@ -58,7 +59,7 @@ protected:
         Bind("/tmp/b", "/tmp/younger", reads);
     }
     void LetOlderAnswer() {
-        stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs, 1);
+        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Statfs, 1);
         older_->Continue();
         older_->AwaitRead(kInfoFile);
         older_->AwaitRead(kInfoFile);
@@ -90,7 +91,7 @@ TEST_F(LateVolumeTest, DoesNotReplaceTheYoungerOneThatWasTakenUpMeanwhile) {
 TEST_F(LateVolumeTest, DoesNotReplaceTheYoungerOneThatWasThereAtTheStart) {
     MountOlder();
     MountYounger(0);
-    stage::ReadWatch infoFile("/tmp/b/.changer_info.plist");
+    testbed::ReadWatch infoFile("/tmp/b/.changer_info.plist");
     VolumeTest::SetUp();
     infoFile.AwaitReads(2);
     LetOlderAnswer();
@@ -108,7 +109,7 @@ TEST_F(LateVolumeTest, IsNotTakenUpWhenTheYoungerOneIsUnmounted) {
 }
 
 TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     ExpectMainLoopGoesOn();
     ExpectNothingToBuild();
     volume.Continue();
@@ -118,7 +119,7 @@ TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
 }
 
 TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Unmount();
     AwaitMountsSeen();
@@ -128,7 +129,7 @@ TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
 }
 
 TEST_F(HungVolumeTest, NeverAppearsIfItsServerIsKilledBeforeItAnswers) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Kill();
     ExpectMainLoopGoesOn();
@@ -143,13 +144,13 @@ TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
     for (int i = 0; i < 2 * kMostProbes; ++i)
         silent.push_back(SilentVolume::OfUser(kAnotherUser, "/tmp/of-user" + std::to_string(i)));
     ExpectMainLoopGoesOn();
-    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs, 0);
+    testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Statfs, 0);
 }
 
 // Once it has answered, the daemon's main thread reads its info file, and waits for it up to half a
 // minute. What comes meanwhile is kept.
 TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
     Tell("identify changer=5000C500ABCD00A1 slot=0");
@@ -161,7 +162,7 @@ TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
 }
 
 TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     volume.Kill();
     ExpectMainLoopGoesOn();
@@ -170,7 +171,7 @@ TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
 
 // Then it is no changer's volume.
 TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteAtMost) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     ExpectMainLoopGoesOn();
     volume.Continue();
@@ -180,7 +181,7 @@ TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteA
 // The second reading is bounded like the first, though the state lock is held meanwhile. The
 // volume has told that it is a changer's, but not whose in the end, which is logged: it is none.
 TEST_F(HungVolumeTest, SlowThatStopsInItsSecondReadingHoldsUpTheDaemonForHalfAMinuteAtMost) {
-    PuppetVolume volume(scene_.TheRecord(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
+    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
     volume.AwaitRead(kInfoFile);
     volume.AwaitStop();
     ExpectMainLoopGoesOn();
@@ -200,13 +201,13 @@ TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
         silent.emplace_back("/tmp/silent" + std::to_string(i));
     ExpectMainLoopGoesOn();
     silent.emplace_back("/tmp/silent");
-    stage::AwaitThreadsInSystemCall(scene_.TheDaemon().Pid(), stage::SystemCall::Statfs,
-                                    kMostProbes);
+    testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Statfs,
+                                      kMostProbes);
 
     MakeChangerFolder("/tmp/a", 1);
     std::filesystem::create_directory(kPlace);
     ASSERT_EQ(mount("/tmp/a", kPlace, nullptr, MS_BIND, nullptr), 0);
-    stage::ReadWatch infoFile("/tmp/a/.changer_info.plist");
+    testbed::ReadWatch infoFile("/tmp/a/.changer_info.plist");
     ExpectNothingToBuild();
     silent.pop_front();
     infoFile.AwaitReads(2);

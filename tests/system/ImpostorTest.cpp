@@ -1,8 +1,8 @@
 #include "FaultDirector.h"
 #include "PuppetTest.h"
 
-#include "stage/Descriptor.h"
-#include "stage/ReadWatch.h"
+#include "testbed/Descriptor.h"
+#include "testbed/ReadWatch.h"
 
 #include <filesystem>
 #include <fstream>
@@ -29,7 +29,7 @@ protected:
         }
 
     private:
-        stage::ReadWatch names_;
+        testbed::ReadWatch names_;
     };
 
     void ExpectServerWorks() {
@@ -41,10 +41,10 @@ protected:
 };
 
 TEST_F(ImpostorTest, OlderProcessOfTheNameIsTakenForTheServerUntilItEnds) {
-    Puppet impostor(scene_.TheRecord());
+    Puppet impostor(run_.TheOutputLog());
     SearchWatch searches(impostor);
     StartServer();
-    scene_.StartDaemon();
+    run_.StartDaemon();
     searches.AwaitAttempt();
     impostor.Kill();
     ExpectServerWorks();
@@ -52,18 +52,18 @@ TEST_F(ImpostorTest, OlderProcessOfTheNameIsTakenForTheServerUntilItEnds) {
 
 TEST_F(ImpostorTest, YoungerProcessOfTheNameIsPassedOver) {
     StartServer();
-    Puppet impostor(scene_.TheRecord());
+    Puppet impostor(run_.TheOutputLog());
     impostor.Listen();
-    scene_.StartDaemon();
+    run_.StartDaemon();
     ExpectServerWorks();
 }
 
 TEST_F(ImpostorTest, DeadProcessOfTheNameIsTakenForTheServerUntilItsParentLooks) {
-    Puppet impostor(scene_.TheRecord());
+    Puppet impostor(run_.TheOutputLog());
     SearchWatch searches(impostor);
     impostor.Die();
     StartServer();
-    scene_.StartDaemon();
+    run_.StartDaemon();
     searches.AwaitAttempt();
     impostor.Kill();
     ExpectServerWorks();
@@ -72,14 +72,14 @@ TEST_F(ImpostorTest, DeadProcessOfTheNameIsTakenForTheServerUntilItsParentLooks)
 TEST_F(ImpostorTest, ServerMayHaveAnyNameThatContainsTheWord) {
     StartServer();
     Server().Do("name ff256e206361726f7573656c640a"); // "\xff%n carouseld\n"
-    scene_.StartDaemon();
+    run_.StartDaemon();
     ExpectServerWorks();
 }
 
 // ---- what is not a socket that somebody listens to ----
 
 void BindStaleSocket(const std::string& path) {
-    const stage::Descriptor closed(socket(AF_UNIX, SOCK_STREAM, 0));
+    const testbed::Descriptor closed(socket(AF_UNIX, SOCK_STREAM, 0));
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -99,9 +99,9 @@ constexpr MakeObstacle kObstacles[] = {
 };
 
 TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
-    server_.emplace(scene_.TheRecord());
+    server_.emplace(run_.TheOutputLog());
     Server().Do("listen notifications 1");
-    scene_.StartDaemon();
+    run_.StartDaemon();
     AwaitSubscriber();
     const std::string path = "/tmp/carouseld-" + std::to_string(Server().Pid());
     for (const MakeObstacle make : kObstacles) {
@@ -110,8 +110,8 @@ TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
         AwaitLogLine("ChangerServerMessages:[0-9]+, GetChangerServerMessageSocket: "
                      "fail create/connect socket to path " +
                      path);
-        scene_.AwaitEndOfLog("MediaIdManager:[0-9]+, ChangerInfoNotificationCallBack: "
-                             "fail handle added changers for changer at index 0.*");
+        run_.AwaitEndOfLog("MediaIdManager:[0-9]+, ChangerInfoNotificationCallBack: "
+                           "fail handle added changers for changer at index 0.*");
         fs::remove(path);
     }
     Server().Do("listen messages 1");
@@ -119,10 +119,10 @@ TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
 }
 
 TEST_F(ImpostorTest, OtherFilesInPlaceOfTheNotificationSocketAreTriedAgainQuietly) {
-    server_.emplace(scene_.TheRecord());
+    server_.emplace(run_.TheOutputLog());
     SearchWatch searches(Server());
     const FaultDirector haste; // without a fault: an attempt comes every 0.1 seconds
-    scene_.StartDaemon(haste.Start());
+    run_.StartDaemon(haste.Start());
     const std::string path = "/tmp/carouseldn-" + std::to_string(Server().Pid());
     for (const MakeObstacle make : kObstacles) {
         make(path);

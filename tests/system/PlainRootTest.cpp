@@ -3,9 +3,9 @@
 
 #include "ProgramRun.h"
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
-#include "stage/ProcessState.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/ProcessState.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-using stage::Require;
+using testbed::Require;
 using testing::HasSubstr;
 
 namespace fs = std::filesystem;
@@ -58,10 +58,10 @@ TEST(PlainRootTest, DaemonRunsInAPrivateWorldThere) {
 }
 
 TEST(PlainRootTest, MissingProcFileSystemIsNamed) {
-    if (stage::kHasSanitizer)
+    if (testbed::kHasSanitizer)
         GTEST_SKIP() << "a sanitizer itself takes /proc";
     const ProgramEnd end = RunProgram({"system-tests"}, [] { ChangeToPlainRootWithout("/proc"); });
-    EXPECT_EQ(end.exitStatus, stage::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
     EXPECT_THAT(end.errors, HasSubstr("is the proc file system mounted"));
 }
 

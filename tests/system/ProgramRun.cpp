@@ -1,8 +1,8 @@
 #include "ProgramRun.h"
 
-#include "stage/Descriptor.h"
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
 
 #include <array>
 #include <cerrno>
@@ -13,7 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using stage::Require;
+using testbed::Require;
 
 namespace {
 
@@ -24,9 +24,9 @@ constexpr int kCannotRun = 127;
     for (const std::string& argument : arguments)
         pointers.push_back(const_cast<char*>(argument.c_str()));
     pointers.push_back(nullptr);
-    const std::string program = stage::ProgramPath(arguments.front());
+    const std::string program = testbed::ProgramPath(arguments.front());
     execv(program.c_str(), pointers.data());
-    throw stage::Failure("cannot execute " + program + ": " + std::strerror(errno));
+    throw testbed::Failure("cannot execute " + program + ": " + std::strerror(errno));
 }
 
 [[noreturn]] void BecomeProgram(const std::vector<std::string>& arguments,
@@ -57,8 +57,8 @@ ProgramEnd RunProgram(const std::vector<std::string>& arguments,
                       const std::function<void()>& prepare) {
     int ends[2];
     Require(pipe2(ends, O_CLOEXEC) == 0, "cannot create a pipe");
-    const stage::Descriptor reader(ends[0]);
-    stage::Descriptor writer(ends[1]);
+    const testbed::Descriptor reader(ends[0]);
+    testbed::Descriptor writer(ends[1]);
     std::fflush(nullptr);
     const pid_t child = fork();
     Require(child >= 0, "cannot fork");

@@ -1,8 +1,8 @@
 #include "Puppet.h"
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
-#include "stage/ProcessState.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/ProcessState.h"
 
 #include <csignal>
 #include <cstddef>
@@ -11,9 +11,10 @@
 
 namespace {
 
-stage::Command PuppetCommand() {
-    return {
-        stage::ProgramPath("carouseld-puppet"), {"carouseld-puppet"}, stage::PlainEnvironment()};
+testbed::Command PuppetCommand() {
+    return {testbed::ProgramPath("carouseld-puppet"),
+            {"carouseld-puppet"},
+            testbed::PlainEnvironment()};
 }
 
 std::string ToHex(std::string_view bytes) {
@@ -29,9 +30,10 @@ std::string ToHex(std::string_view bytes) {
 
 } // namespace
 
-Puppet::Puppet(stage::Record& record)
-    : record_(record),
-      process_(PuppetCommand(), record, stage::Voice::Server, stage::Voice::ServerOutput) {}
+Puppet::Puppet(testbed::OutputLog& outputLog)
+    : outputLog_(outputLog),
+      process_(PuppetCommand(), outputLog, testbed::Stream::Server, testbed::Stream::ServerOutput) {
+}
 
 void Puppet::Listen() {
     Do("listen messages 128");
@@ -48,12 +50,12 @@ void Puppet::Begin(const std::string& step) {
 }
 
 std::string Puppet::AwaitAnswer() {
-    const auto isAnswer = [](const stage::Line& line) {
-        return line.voice == stage::Voice::Server;
+    const auto isAnswer = [](const testbed::Line& line) {
+        return line.stream == testbed::Stream::Server;
     };
-    const std::string answer = record_.Await(isAnswer, "the puppet's answer").text;
+    const std::string answer = outputLog_.Await(isAnswer, "the puppet's answer").text;
     if (answer.starts_with("failed "))
-        throw stage::Failure("the puppet " + answer);
+        throw testbed::Failure("the puppet " + answer);
     return answer;
 }
 
@@ -80,8 +82,8 @@ bool Puppet::Write(int connection, std::string_view bytes) {
 void Puppet::Die() {
     process_.Signal(SIGKILL);
     siginfo_t end = {};
-    stage::Require(waitid(P_PID, static_cast<id_t>(Pid()), &end, WEXITED | WNOWAIT) == 0,
-                   "cannot await an end");
+    testbed::Require(waitid(P_PID, static_cast<id_t>(Pid()), &end, WEXITED | WNOWAIT) == 0,
+                     "cannot await an end");
 }
 
 void Puppet::Kill() {

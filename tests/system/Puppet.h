@@ -1,7 +1,7 @@
 #ifndef TESTS_SYSTEM_PUPPET_H
 #define TESTS_SYSTEM_PUPPET_H
 
-#include "stage/Process.h"
+#include "testbed/Process.h"
 
 #include <string>
 #include <string_view>
@@ -11,7 +11,7 @@
    can be stopped or killed between any two of them. */
 class Puppet {
 public:
-    explicit Puppet(stage::Record& record);
+    explicit Puppet(testbed::OutputLog& outputLog);
 
     pid_t Pid() const {
         return process_.Pid();
@@ -47,8 +47,8 @@ public:
     void Kill();
 
 private:
-    stage::Record& record_;
-    stage::Process process_;
+    testbed::OutputLog& outputLog_;
+    testbed::Process process_;
 };
 
 #endif

@@ -1,7 +1,7 @@
 #include "PuppetTest.h"
 
-#include "stage/Pattern.h"
-#include "stage/ProcessState.h"
+#include "testbed/Pattern.h"
+#include "testbed/ProcessState.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -20,17 +20,17 @@ std::string Hex(std::uint64_t number) {
 } // namespace
 
 void PuppetTest::StartServer() {
-    server_.emplace(scene_.TheRecord());
+    server_.emplace(run_.TheOutputLog());
     server_->Listen();
 }
 
 void PuppetTest::Begin(const Changers& changers) {
     StartServer();
-    scene_.StartDaemon();
+    run_.StartDaemon();
     AwaitSubscriber();
     Introduce(changers);
-    scene_.TakeBaseline();
-    lastingThreads_ = stage::ListThreads(scene_.TheDaemon().Pid());
+    run_.TakeBaseline();
+    lastingThreads_ = testbed::ListThreads(run_.TheDaemon().Pid());
 }
 
 void PuppetTest::Introduce(const Changers& changers) {
@@ -81,22 +81,22 @@ void PuppetTest::ServeIdentificationsOf(const Changers& changers) {
 }
 
 void PuppetTest::AwaitEndOfWorkers() {
-    stage::AwaitEndOfThreadsBut(lastingThreads_, scene_.TheDaemon().Pid());
+    testbed::AwaitEndOfThreadsBut(lastingThreads_, run_.TheDaemon().Pid());
 }
 
 void PuppetTest::AwaitLogLine(const std::string& pattern) {
-    scene_.TheRecord().Await(stage::Voice::SystemLog, "trayprobed: " + pattern);
+    run_.TheOutputLog().Await(testbed::Stream::SystemLog, "trayprobed: " + pattern);
 }
 
 std::string PuppetTest::WorkerLine(std::uint64_t guid, const std::string& message) {
     return "MediaIdThread:[0-9]+, RunMediaIdThread: " +
-           stage::Pattern::Literally(message + "(" + Hex(wire::kGuidBase + guid) + ", 0)") + ".*";
+           testbed::Pattern::Literally(message + "(" + Hex(wire::kGuidBase + guid) + ", 0)") + ".*";
 }
 
 void PuppetTest::TearDown() {
-    for (const std::string& complaint : scene_.End())
+    for (const std::string& complaint : run_.End())
         ADD_FAILURE() << complaint;
     if (HasFailure())
-        for (const stage::Line& line : scene_.TheRecord().Since(0))
-            std::printf("%s: %.400s\n", NameOf(line.voice), line.text.c_str());
+        for (const testbed::Line& line : run_.TheOutputLog().Since(0))
+            std::printf("%s: %.400s\n", NameOf(line.stream), line.text.c_str());
 }

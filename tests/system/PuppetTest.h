@@ -2,12 +2,12 @@
 #define TESTS_SYSTEM_PUPPETTEST_H
 
 /* What the tests with a Puppet for a server share. Every test fails at its end for whatever
-   Scene::End complains of. */
+   TestRun::End complains of. */
 
 #include "Puppet.h"
 #include "WireFrames.h"
 
-#include "stage/Scene.h"
+#include "testbed/TestRun.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -64,7 +64,7 @@ protected:
 
     void TearDown() override;
 
-    stage::Scene scene_;
+    testbed::TestRun run_;
     std::optional<Puppet> server_;
     int subscriber_ = 0;
     std::set<pid_t> lastingThreads_;

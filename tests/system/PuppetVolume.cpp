@@ -1,7 +1,7 @@
 #include "PuppetVolume.h"
 
-#include "stage/Failure.h"
-#include "stage/PrivateWorld.h"
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -30,10 +30,10 @@ const char* PuppetVolume::OptionFor(Start start) {
     }
 }
 
-stage::Command PuppetVolume::CommandFor(const std::string& place,
-                                        const std::vector<std::string>& folders, Start start) {
-    stage::Command command{
-        stage::ProgramPath("puppet-volume"), {"puppet-volume"}, stage::PlainEnvironment()};
+testbed::Command PuppetVolume::CommandFor(const std::string& place,
+                                          const std::vector<std::string>& folders, Start start) {
+    testbed::Command command{
+        testbed::ProgramPath("puppet-volume"), {"puppet-volume"}, testbed::PlainEnvironment()};
     if (start != Start::Awake)
         command.arguments.emplace_back(OptionFor(start));
     command.arguments.insert(command.arguments.end(), {MakePlace(place), "5764824129707245729"});
@@ -41,11 +41,12 @@ stage::Command PuppetVolume::CommandFor(const std::string& place,
     return command;
 }
 
-PuppetVolume::PuppetVolume(stage::Record& record, const std::string& place,
+PuppetVolume::PuppetVolume(testbed::OutputLog& outputLog, const std::string& place,
                            const std::vector<std::string>& folders, Start start)
-    : record_(record), place_(place), process_(CommandFor(place, folders, start), record,
-                                               stage::Voice::Server, stage::Voice::ServerOutput) {
-    record_.Await(stage::Voice::Server, "volume mounted");
+    : outputLog_(outputLog), place_(place),
+      process_(CommandFor(place, folders, start), outputLog, testbed::Stream::Server,
+               testbed::Stream::ServerOutput) {
+    outputLog_.Await(testbed::Stream::Server, "volume mounted");
     if (start == Start::Asleep)
         AwaitStop();
 }
@@ -55,7 +56,7 @@ PuppetVolume::~PuppetVolume() {
 }
 
 void PuppetVolume::AwaitRead(const std::string& path) {
-    record_.Await(stage::Voice::Server, "volume read " + path);
+    outputLog_.Await(testbed::Stream::Server, "volume read " + path);
 }
 
 void PuppetVolume::Kill() {
@@ -64,14 +65,14 @@ void PuppetVolume::Kill() {
 }
 
 void PuppetVolume::Unmount() {
-    stage::Require(umount2(place_.c_str(), MNT_DETACH) == 0, "cannot unmount " + place_);
+    testbed::Require(umount2(place_.c_str(), MNT_DETACH) == 0, "cannot unmount " + place_);
 }
 
 SilentVolume::SilentVolume(const std::string& place, const std::string& options)
     : device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
     const std::string all = "fd=" + std::to_string(device_.Get()) + ",rootmode=40000," + options;
-    stage::Require(mount("silent", MakePlace(place).c_str(), "fuse.silent", 0, all.c_str()) == 0,
-                   "cannot mount " + place);
+    testbed::Require(mount("silent", MakePlace(place).c_str(), "fuse.silent", 0, all.c_str()) == 0,
+                     "cannot mount " + place);
 }
 
 SilentVolume SilentVolume::OfUser(uid_t owner, const std::string& place) {

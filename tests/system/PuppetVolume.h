@@ -1,8 +1,8 @@
 #ifndef TESTS_SYSTEM_PUPPETVOLUME_H
 #define TESTS_SYSTEM_PUPPETVOLUME_H
 
-#include "stage/Descriptor.h"
-#include "stage/Process.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Process.h"
 
 #include <string>
 #include <sys/types.h>
@@ -15,7 +15,7 @@ public:
     enum class Start { Awake, Asleep, StopsAtInfo, StopsAtSecondInfo };
     // After which it is mounted, and has stopped if it starts asleep. The last two stop when the
     // daemon comes to read the changer's info file for the first, or the second, time.
-    PuppetVolume(stage::Record& record, const std::string& place,
+    PuppetVolume(testbed::OutputLog& outputLog, const std::string& place,
                  const std::vector<std::string>& folders, Start start = Start::Awake);
     // Unmounts it if nobody did.
     ~PuppetVolume();
@@ -34,13 +34,13 @@ public:
     void Unmount();
 
 private:
-    static stage::Command CommandFor(const std::string& place,
-                                     const std::vector<std::string>& folders, Start start);
+    static testbed::Command CommandFor(const std::string& place,
+                                       const std::vector<std::string>& folders, Start start);
     static const char* OptionFor(Start start);
 
-    stage::Record& record_;
+    testbed::OutputLog& outputLog_;
     const std::string place_;
-    stage::Process process_;
+    testbed::Process process_;
 };
 
 /* A volume whose server never answers as long as this lives. Whoever waits for it then gets an
@@ -56,7 +56,7 @@ private:
     static constexpr const char* kForAllUsers = "user_id=0,group_id=0,allow_other";
     SilentVolume(const std::string& place, const std::string& options);
 
-    stage::Descriptor device_;
+    testbed::Descriptor device_;
 };
 
 #endif

@@ -20,7 +20,7 @@ protected:
 };
 
 TEST_F(ReconnectTest, ServerMayStartAfterTheDaemon) {
-    scene_.StartDaemon();
+    run_.StartDaemon();
     StartServer();
     AwaitSubscriber();
     AwaitChangerTakenUp();
@@ -28,8 +28,8 @@ TEST_F(ReconnectTest, ServerMayStartAfterTheDaemon) {
 }
 
 TEST_F(ReconnectTest, ServerWithoutSocketsIsTriedAgainQuietly) {
-    scene_.StartServer();
-    scene_.StartDaemon();
+    run_.StartServer();
+    run_.StartDaemon();
     Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
     AwaitSubscriber();
@@ -50,7 +50,7 @@ TEST_F(ReconnectTest, ServerThatClosesItsSocketsIsFoundAgain) {
 
 TEST_F(ReconnectTest, RestartedServerIsFoundUnderItsNewProcessId) {
     Begin();
-    scene_.KillServer();
+    run_.KillServer();
     ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
     StartServer();
     AwaitSubscriber();
@@ -76,7 +76,7 @@ TEST_F(ReconnectTest, ServerThatDiesDuringAnIdentificationIsLogged) {
     Tell("fault on=\"mount disc\" do=silence");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("request", {{"command", "mount disc"}});
-    scene_.KillServer();
+    run_.KillServer();
     AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr",
                    "lost connection with changer server (VErrCode = 1005)"),
               Link("ChangerServerMountDisc", "ChangerServerMountDiscInDrive",

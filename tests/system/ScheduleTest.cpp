@@ -39,7 +39,7 @@ protected:
         StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
         AwaitServedRequest(0);
         Tell("pulse every=0");
-        scene_.TakeBaseline(); // with the timer
+        run_.TakeBaseline(); // with the timer
     }
     void ExpectBuild() {
         AwaitEndOfBuild();

@@ -1,6 +1,6 @@
 #include "SystemTest.h"
 
-#include "stage/ProcessState.h"
+#include "testbed/ProcessState.h"
 
 #include <gmock/gmock.h>
 
@@ -17,7 +17,7 @@ namespace {
 class StartUpTest : public SystemTest,
                     public testing::WithParamInterface<std::vector<std::string>> {
 protected:
-    stage::DaemonStart Start() const {
+    testbed::DaemonStart Start() const {
         return {GetParam(), {"MARK=of the environment"}};
     }
 };
@@ -32,7 +32,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {
     StartServer();
     StartDaemon(Start());
-    const std::string title = stage::ReadProcFile(scene_.TheDaemon().Pid(), "cmdline");
+    const std::string title = testbed::ReadProcFile(run_.TheDaemon().Pid(), "cmdline");
     EXPECT_THAT(title, StartsWith("(trayprobed)"));
     EXPECT_THAT(title, Not(HasSubstr("word")));
 }
@@ -55,10 +55,10 @@ using StartUpFailureTest = SystemTest;
 
 // Enough descriptors to load the program and to log, but not for the main thread's run loop.
 TEST_F(StartUpFailureTest, DaemonThatCannotStartSaysWhyAndEndsWithStatusZero) {
-    stage::DaemonStart start;
+    testbed::DaemonStart start;
     start.descriptorLimit = 6;
-    scene_.StartDaemon(start);
-    EXPECT_EQ(scene_.AwaitEndOfDaemon(), 0);
+    run_.StartDaemon(start);
+    EXPECT_EQ(run_.AwaitEndOfDaemon(), 0);
     AwaitLog({Link("ChangerServerNotifications", "StartNotificationConnectCycle",
                    "fail create connect timer"),
               Link("ChangerServerNotifications", "SubscribeToChangerNotifications",

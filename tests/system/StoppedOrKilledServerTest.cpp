@@ -2,7 +2,7 @@
 #include "SystemTest.h"
 #include "VolumeTest.h"
 
-#include "stage/ProcessState.h"
+#include "testbed/ProcessState.h"
 
 #include <gmock/gmock.h>
 #include <sys/mount.h>
@@ -22,23 +22,23 @@ constexpr const char* kWorkerGaveUp = "MediaIdThread:[0-9]+, RunMediaIdThread: "
 
 // What the daemon does while its server has stopped: its main thread takes up a volume, which it
 // puts on its list under the state lock, and its reader takes all that was sent.
-void ExpectDaemonRuns(const stage::Daemon& daemon, pid_t server) {
+void ExpectDaemonRuns(const testbed::Daemon& daemon, pid_t server) {
     static int number = 0;
     const std::string folder = "/tmp/meanwhile" + std::to_string(number++);
     VolumeTest::WriteInfoFile(
         folder + "/.changer_info.plist",
         VolumeTest::PropertyList("<key>Changer GUID</key><integer>5764824129707245745</integer>"));
     VolumeTest::Bind(folder, folder + "-place", 2);
-    stage::AwaitSentIsRead(server);
-    stage::AwaitThreadsInSystemCall(daemon.Pid(), stage::SystemCall::EpollWait, 1);
+    testbed::AwaitSentIsRead(server);
+    testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::EpollWait, 1);
 }
 
 // Stops a server until the daemon has done all that it can do without: the main thread and so many
 // workers wait in their run loops.
-void StopAndContinue(Puppet& server, const stage::Daemon& daemon, int workers) {
+void StopAndContinue(Puppet& server, const testbed::Daemon& daemon, int workers) {
     server.Stop();
     ExpectDaemonRuns(daemon, server.Pid());
-    stage::AwaitThreadsInSystemCall(daemon.Pid(), stage::SystemCall::Poll, 1 + workers);
+    testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::Poll, 1 + workers);
     server.Continue();
 }
 
@@ -158,7 +158,7 @@ class StoppedServerTest : public RequestPointsTest {};
 
 TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
     BringMountsToTheirPoints();
-    StopAndContinue(Server(), scene_.TheDaemon(), static_cast<int>(mounts_.size()));
+    StopAndContinue(Server(), run_.TheDaemon(), static_cast<int>(mounts_.size()));
     EXPECT_THAT(FinishMounts(), testing::Each(true));
     std::vector<std::string> expected = ForEach("eject ");
     const std::vector<std::string> withdrawals = ForEach("withdraw ");
@@ -175,7 +175,7 @@ protected:
 TEST_F(StoppedAfterSendingTest, NotificationStartsAWorker) {
     Begin({{0xA1}});
     TellOf(changers_);
-    StopAndContinue(Server(), scene_.TheDaemon(), 1);
+    StopAndContinue(Server(), run_.TheDaemon(), 1);
     ServeIdentificationsOf(changers_);
 }
 
@@ -186,7 +186,7 @@ TEST_F(StoppedAfterSendingTest, ReplyIsFollowedByTheNextRequest) {
     const int mount = Server().AcceptClient();
     EXPECT_EQ(Shortly(Server().ReadRequest(mount)), "mount A1");
     EXPECT_TRUE(Server().Write(mount, wire::EmptyReply()));
-    StopAndContinue(Server(), scene_.TheDaemon(), 1);
+    StopAndContinue(Server(), run_.TheDaemon(), 1);
     EXPECT_EQ(Serve(), "eject A1");
     EXPECT_EQ(Serve(), "withdraw A1");
 }
@@ -203,9 +203,9 @@ TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
         const int before = Server().AllSoFar("notification").back().number;
         Tell("put changer=5000C500ABCD00A1 directories=5 slot=" + std::to_string(slot));
         Server().Await(moments[slot],
-                       [before](const stage::Event& event) { return event.number > before; });
+                       [before](const testbed::Event& event) { return event.number > before; });
         Server().Stop();
-        ExpectDaemonRuns(scene_.TheDaemon(), Server().Pid());
+        ExpectDaemonRuns(run_.TheDaemon(), Server().Pid());
         Server().Continue();
         AwaitIdentification(static_cast<int>(slot));
     }
@@ -235,7 +235,7 @@ TEST_F(KilledServerTest, RequestsAreLostAndTheNextServersDiscsAreIdentified) {
     const Changers accepted(changers_.begin(), changers_.end() - 1);
     AwaitLogOfLostMounts(accepted, "lost connection with changer server", 1005);
     for (std::size_t i = 0; i < changers_.size(); ++i)
-        scene_.AwaitEndOfLog(kWorkerGaveUp);
+        run_.AwaitEndOfLog(kWorkerGaveUp);
     StartServer();
     AwaitSubscriber();
     TellOf(changers_);
@@ -250,11 +250,11 @@ TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified
     Tell("fault on=\"eject disc\" do=silence"); // a walk that outruns the kill ends here
     Tell("put changer=5000C500ABCD00A1 slot=0 directories=50");
     Server().Await("listing");
-    scene_.KillServer();
+    run_.KillServer();
     ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
-    scene_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                         "fail ChangerServerEjectDisc for changer .*");
-    scene_.AwaitEndOfLog(kWorkerGaveUp);
+    run_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                       "fail ChangerServerEjectDisc for changer .*");
+    run_.AwaitEndOfLog(kWorkerGaveUp);
     StartServer("slots=4 drives=2");
     Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
@@ -275,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, StoppedNotificationTest,
 TEST_P(StoppedNotificationTest, IsActedOnOnceWhenItIsComplete) {
     Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
-    StopAndContinue(Server(), scene_.TheDaemon(), 0);
+    StopAndContinue(Server(), run_.TheDaemon(), 0);
     Notify(frame_.substr(GetParam()));
     ServeIdentificationsOf(changers_);
 }
@@ -299,7 +299,7 @@ TEST_P(KilledNotificationTest, LeavesThoseThatWereSentBeforeIt) {
     Begin({{0xA1}});
     Notify(frame_ + frame_.substr(0, GetParam()));
     Server().Kill();
-    scene_.AwaitEndOfLog(kWorkerGaveUp);
+    run_.AwaitEndOfLog(kWorkerGaveUp);
 }
 
 } // namespace

@@ -1,11 +1,11 @@
 #include "SystemTest.h"
 
-#include "stage/Pattern.h"
-#include "stage/ReadWatch.h"
+#include "testbed/Pattern.h"
+#include "testbed/ReadWatch.h"
 
 #include <cstdio>
 
-using stage::Event;
+using testbed::Event;
 
 namespace {
 
@@ -33,17 +33,17 @@ void SystemTest::Begin(const std::string& changer) {
 }
 
 void SystemTest::StartServer(const std::string& changer) {
-    scene_.StartServer();
+    run_.StartServer();
     Tell("add-changer changer=5000C500ABCD00A1 mount=/tmp/carousel " + changer);
     Tell("start");
 }
 
-void SystemTest::StartDaemon(const stage::DaemonStart& start) {
-    stage::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
-    scene_.StartDaemon(start);
+void SystemTest::StartDaemon(const testbed::DaemonStart& start) {
+    testbed::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
+    run_.StartDaemon(start);
     infoFile.AwaitReads(2);
     AwaitChangerTakenUp();
-    scene_.TakeBaseline();
+    run_.TakeBaseline();
 }
 
 void SystemTest::AwaitChangerTakenUp(const std::string& guid) {
@@ -83,15 +83,15 @@ void SystemTest::AwaitEndOfBuild() {
 
 std::string SystemTest::Link(const std::string& module, const std::string& function,
                              const std::string& message) {
-    return module + ":[0-9]+, " + function + ": " + stage::Pattern::Literally(message);
+    return module + ":[0-9]+, " + function + ": " + testbed::Pattern::Literally(message);
 }
 
 void SystemTest::TearDown() {
-    for (const std::string& complaint : scene_.End())
+    for (const std::string& complaint : run_.End())
         ADD_FAILURE() << complaint;
     if (HasFailure())
-        for (const stage::Line& line : scene_.TheRecord().Since(0))
-            std::printf("%s: %s\n", NameOf(line.voice), line.text.c_str());
+        for (const testbed::Line& line : run_.TheOutputLog().Since(0))
+            std::printf("%s: %s\n", NameOf(line.stream), line.text.c_str());
 }
 
 std::vector<std::string> SystemTest::RequestsSoFar() {

@@ -2,13 +2,13 @@
 #define TESTS_SYSTEM_SYSTEMTEST_H
 
 /*
- * What the system tests share: a scene with one server whose changer has the GUID 5000C500ABCD00A1
+ * What the system tests share: a run with one server whose changer has the GUID 5000C500ABCD00A1
  * and is mounted on /tmp/carousel, and a daemon. Every test fails at its end for whatever
- * Scene::End complains of. The GUIDs of all changers need more than 63 bits: the daemon's numbers
+ * TestRun::End complains of. The GUIDs of all changers need more than 63 bits: the daemon's numbers
  * of smaller ones are held by the reference itself, and nobody would count references to them.
  */
 
-#include "stage/Scene.h"
+#include "testbed/TestRun.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -20,7 +20,7 @@ protected:
     void Begin(const std::string& changer = "slots=8 drives=2");
 
     void StartServer(const std::string& changer = "slots=8 drives=2");
-    void StartDaemon(const stage::DaemonStart& start = {});
+    void StartDaemon(const testbed::DaemonStart& start = {});
 
     // Waits until the daemon, having seen a changer for the first time, has cleared its status.
     void AwaitChangerTakenUp(const std::string& guid = "5000C500ABCD00A1");
@@ -36,18 +36,18 @@ protected:
     // there identified on request, since requests are served in the order of the notifications.
     void AwaitServedRequest(int slot);
 
-    stage::Simulator& Server() {
-        return scene_.Server();
+    testbed::Simulator& Server() {
+        return run_.Server();
     }
-    std::vector<stage::Event> Tell(const std::string& command) {
+    std::vector<testbed::Event> Tell(const std::string& command) {
         return Server().Do(command);
     }
     void AwaitLog(const std::vector<std::string>& patterns) {
-        scene_.AwaitLog(patterns);
+        run_.AwaitLog(patterns);
     }
 
     void AwaitEndOfLog(const std::string& pattern) {
-        scene_.AwaitEndOfLog(pattern);
+        run_.AwaitEndOfLog(pattern);
     }
 
     // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".
@@ -56,7 +56,7 @@ protected:
 
     // Waits for a withdrawal of the changer's request after that event, and the end of its
     // connection.
-    stage::Event AwaitWithdrawalForChanger(int after);
+    testbed::Event AwaitWithdrawalForChanger(int after);
 
     // What the daemon asked for so far, in short: "mount 3", "eject 3", "withdraw 3",
     // "withdraw changer", "status 1/3", "clear status".
@@ -64,7 +64,7 @@ protected:
 
     void TearDown() override;
 
-    stage::Scene scene_;
+    testbed::TestRun run_;
 };
 
 #endif

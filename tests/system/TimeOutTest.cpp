@@ -49,11 +49,11 @@ TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
 }
 
 TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
-    scene_.StartServer();
+    run_.StartServer();
     Tell("fault on=\"set client status\" do=silence");
     Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
-    scene_.StartDaemon();
+    run_.StartDaemon();
     AwaitChangerTakenUp();
     AwaitLog({Link(kMessages, "GetMessageReplyErr",
                    "timeout waiting for reply from changer server (VErrCode = 1004)"),
@@ -84,7 +84,7 @@ TEST_F(SlowTimeOutTest, DiscThatIsPulledOutIsAwaitedAndThenMissed) {
     Tell("put changer=5000C500ABCD00A1 slot=0");
     const int identified = Server().Await("identified").number;
     Server().Await("root-listing",
-                   [&](const stage::Event& listing) { return listing.number > identified; });
+                   [&](const testbed::Event& listing) { return listing.number > identified; });
     Tell("take changer=5000C500ABCD00A1 slot=0");
     AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 .*");

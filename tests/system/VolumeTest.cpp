@@ -1,7 +1,7 @@
 #include "VolumeTest.h"
 
-#include "stage/Failure.h"
-#include "stage/ReadWatch.h"
+#include "testbed/Failure.h"
+#include "testbed/ReadWatch.h"
 #include "tests/unit/support/BinaryLists.h"
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-using stage::Event;
+using testbed::Event;
 using testing::Contains;
 using testing::Each;
 
@@ -24,12 +24,12 @@ constexpr const char* kNotAnInfoFile = "no property list";
 } // namespace
 
 void VolumeTest::SetUp() {
-    scene_.StartServer();
+    run_.StartServer();
     Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
-    scene_.StartDaemon();
+    run_.StartDaemon();
     AwaitChangerTakenUp();
-    scene_.TakeBaseline();
+    run_.TakeBaseline();
 }
 
 void VolumeTest::WriteInfoFile(const fs::path& file, const std::string& content) {
@@ -55,9 +55,9 @@ void VolumeTest::MakeChangerFolder(const fs::path& folder, int discs) {
 }
 
 void VolumeTest::Bind(const fs::path& folder, const fs::path& place, int reads) {
-    stage::ReadWatch infoFile((folder / ".changer_info.plist").string());
+    testbed::ReadWatch infoFile((folder / ".changer_info.plist").string());
     fs::create_directories(place);
-    stage::Require(mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind");
+    testbed::Require(mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0, "bind");
     infoFile.AwaitReads(reads);
 }
 
@@ -136,7 +136,7 @@ TEST_F(VolumeTest, VolumeThatIsMountedTwiceIsOneUntilItsLastMountGoes) {
     Bind("/tmp/a", "/tmp/place-1", 2);
     fs::create_directory("/tmp/place-2");
     ASSERT_EQ(mount("/tmp/a", "/tmp/place-2", nullptr, MS_BIND, nullptr), 0);
-    stage::ReadWatch infoFile("/tmp/a/.changer_info.plist");
+    testbed::ReadWatch infoFile("/tmp/a/.changer_info.plist");
     ASSERT_EQ(umount("/tmp/place-1"), 0);
     infoFile.AwaitReads(2); // taken up again, at its other place
     ExpectBuildOf(2);
@@ -149,7 +149,7 @@ TEST_F(VolumeTest, MovedVolumeIsFoundAtItsNewPlace) {
     MakeChangerFolder("/tmp/a", 2);
     Bind("/tmp/a", "/tmp/place-1", 2);
     fs::create_directory("/tmp/place-2");
-    stage::ReadWatch infoFile("/tmp/a/.changer_info.plist");
+    testbed::ReadWatch infoFile("/tmp/a/.changer_info.plist");
     ASSERT_EQ(mount("/tmp/place-1", "/tmp/place-2", nullptr, MS_MOVE, nullptr), 0);
     infoFile.AwaitReads(2);
     ExpectBuildOf(2);

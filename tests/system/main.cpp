@@ -1,4 +1,4 @@
-#include "stage/PrivateWorld.h"
+#include "testbed/PrivateWorld.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@ namespace {
 // Tests that run in one process share their mounts: what one left in /tmp is gone before the next.
 class EmptyTmpForEachTest : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
-        stage::RenewTmp();
+        testbed::RenewTmp();
     }
 };
 
@@ -20,5 +20,6 @@ int RunInWorld() {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    return testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS() : stage::RunInPrivateWorld(RunInWorld);
+    return testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS()
+                                           : testbed::RunInPrivateWorld(RunInWorld);
 }

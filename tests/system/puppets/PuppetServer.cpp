@@ -19,8 +19,8 @@
  *   close NUMBER           closes the connection
  */
 
-#include "stage/Descriptor.h"
-#include "stage/Failure.h"
+#include "testbed/Descriptor.h"
+#include "testbed/Failure.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -42,8 +42,8 @@
 
 namespace {
 
-using stage::Descriptor;
-using stage::Require;
+using testbed::Descriptor;
+using testbed::Require;
 
 constexpr std::size_t kHeaderSize = 12;
 constexpr std::size_t kLengthAt = 8;

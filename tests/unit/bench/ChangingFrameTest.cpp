@@ -1,6 +1,6 @@
 #include "bench/ChangingFrame.h"
 
-#include "bench/Shelf.h"
+#include "bench/ChangerInfoGenerator.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+using bench::ChangerInfoGenerator;
 using bench::ChangingFrame;
-using bench::Shelf;
 
 namespace {
 
@@ -30,11 +30,11 @@ std::vector<std::uint64_t> TimesIn(const ChangingFrame& frame) {
 } // namespace
 
 TEST(ChangingFrame, CountsTheDiscsOfAllChangers) {
-    EXPECT_EQ(ChangingFrame(Shelf(3, 5)).CountDiscs(), 15U);
+    EXPECT_EQ(ChangingFrame(ChangerInfoGenerator(3, 5)).CountDiscs(), 15U);
 }
 
 TEST(ChangingFrame, ChangedDiscAloneHasAnotherTime) {
-    ChangingFrame frame(Shelf(2, 3));
+    ChangingFrame frame(ChangerInfoGenerator(2, 3));
     std::vector<std::uint64_t> expected = TimesIn(frame);
     const std::size_t size = frame.Bytes().size();
     ASSERT_EQ(expected.size(), 6U);
@@ -48,7 +48,7 @@ TEST(ChangingFrame, ChangedDiscAloneHasAnotherTime) {
 TEST(ChangingFrame, NoTwoDiscsEverHaveTheSameTime) {
     constexpr std::size_t kChangers = 5;
     constexpr std::size_t kDiscs = kChangers * 13'107;
-    ChangingFrame frame(Shelf(kChangers, kDiscs / kChangers));
+    ChangingFrame frame(ChangerInfoGenerator(kChangers, kDiscs / kChangers));
     const std::vector<std::uint64_t> first = TimesIn(frame);
     std::set<std::uint64_t> seen(first.begin(), first.end());
     EXPECT_EQ(seen.size(), kDiscs);
@@ -62,6 +62,6 @@ TEST(ChangingFrame, NoTwoDiscsEverHaveTheSameTime) {
 }
 
 TEST(ChangingFrame, DiscBehindTheLastOneThrows) {
-    ChangingFrame frame(Shelf(2, 3));
+    ChangingFrame frame(ChangerInfoGenerator(2, 3));
     EXPECT_THROW(frame.ChangeDisc(6), std::out_of_range);
 }

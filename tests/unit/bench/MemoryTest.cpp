@@ -1,6 +1,6 @@
 #include "bench/Memory.h"
 
-#include "stage/Failure.h"
+#include "testbed/Failure.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ namespace {
 std::string FailureOf(const std::function<long()>& body) {
     try {
         MeasureApart(body);
-    } catch (const stage::Failure& failure) {
+    } catch (const testbed::Failure& failure) {
         return failure.what();
     }
     return "none";

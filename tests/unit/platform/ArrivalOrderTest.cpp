@@ -7,8 +7,8 @@
 #include "AllocationFaults.h"
 #include "Callouts.h"
 #include "FakeClock.h"
-#include "Footprint.h"
 #include "LocalServer.h"
+#include "ResourceUsage.h"
 #include "TestSocket.h"
 #include "loop/Arrivals.h"
 

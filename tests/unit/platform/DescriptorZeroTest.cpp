@@ -1,8 +1,8 @@
 /* Descriptor 0, which a process without a standard input may be given for anything. */
 
 #include "Callouts.h"
-#include "Footprint.h"
 #include "LocalServer.h"
+#include "ResourceUsage.h"
 #include "TestSocket.h"
 
 #include "disks/RetryTimer.h"

@@ -1,7 +1,7 @@
 #include <DiskArbitration/DiskArbitration.h>
 
-#include "Footprint.h"
 #include "PrivateMounts.h"
+#include "ResourceUsage.h"
 #include "Urls.h"
 #include "disks/MountMonitor.h"
 #include "disks/UniqueMountIds.h"

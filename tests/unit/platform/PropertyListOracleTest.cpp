@@ -3,7 +3,7 @@
  * the other, in both formats and both directions, and must come out alike.
  */
 
-#include "LibplistWitness.h"
+#include "LibplistReference.h"
 #include "Lists.h"
 
 #include <gtest/gtest.h>

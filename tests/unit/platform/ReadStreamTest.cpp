@@ -1,7 +1,7 @@
 /* Reading property lists from files: the states of a stream, and files that must not be opened. */
 
-#include "Footprint.h"
 #include "Lists.h"
+#include "ResourceUsage.h"
 #include "Urls.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
    thread of its own: it is not there, or what was put into it is called out. */
 
 #include "FaultSweep.h"
-#include "Footprint.h"
+#include "ResourceUsage.h"
 #include "loop/Arrivals.h"
 #include "loop/RunLoop.h"
 

@@ -1,6 +1,6 @@
 #include "Callouts.h"
-#include "Footprint.h"
 #include "LoopSleep.h"
+#include "ResourceUsage.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "Callouts.h"
 #include "FaultSweep.h"
-#include "Footprint.h"
 #include "LocalServer.h"
+#include "ResourceUsage.h"
 
 #include <CoreFoundation/CFSocket.h>
 

@@ -1,8 +1,8 @@
 #include "AllocationFaults.h"
 #include "Callouts.h"
-#include "Footprint.h"
 #include "LocalServer.h"
 #include "LoopSleep.h"
+#include "ResourceUsage.h"
 #include "TestSocket.h"
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,7 +1,7 @@
 #include "disks/VolumeProbes.h"
 
-#include "Footprint.h"
 #include "PrivateMounts.h"
+#include "ResourceUsage.h"
 #include "loop/RunLoop.h"
 
 #include <fcntl.h>

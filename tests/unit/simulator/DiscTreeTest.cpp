@@ -41,7 +41,7 @@ std::size_t GetDepth(const std::string& path) {
 }
 
 TEST(SyntheticTreeTest, SeedDecidesEverything) {
-    const SyntheticShape shape = {.seed = 7};
+    const SyntheticTreeOptions shape = {.seed = 7};
     EXPECT_EQ(Describe(*MakeSyntheticTree(shape)), Describe(*MakeSyntheticTree(shape)));
     EXPECT_NE(Describe(*MakeSyntheticTree(shape)), Describe(*MakeSyntheticTree({.seed = 8})));
 }

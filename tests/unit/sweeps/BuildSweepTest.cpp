@@ -112,7 +112,7 @@ TEST_F(BuildSweep, ADeepWalkIsDoneOrTold) {
 // once it comes anew.
 TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
     Start();
-    Report(SweepFaults([] { HeldThreads::RunNext(); },
+    Report(SweepFaults([] { DeferredThreads::RunNext(); },
                        [&](const Fault& fault) {
                            const auto requests = server_.TakeRequests();
                            const bool closed =
@@ -125,7 +125,7 @@ TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
                            AddChanger(kSweptChanger);
                            Start();
                        }));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_THAT(server_.TakeRequests(), ElementsAre("5000C500ABCD1000: request identification",
                                                     "5000C500ABCD1000: set client status",
                                                     "5000C500ABCD1000: set client status",

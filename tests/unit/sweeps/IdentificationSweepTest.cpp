@@ -41,7 +41,7 @@ TEST_F(IdentificationSweep, IsDoneOrToldAndTheNextOneIsDone) {
         "5000C500ABCD1000: request identification 1000", "5000C500ABCD1000: mount disc 1000",
         "5000C500ABCD1000: eject disc 1000", "5000C500ABCD1000: request identification 1000"};
     Start();
-    Report(SweepFaults([] { HeldThreads::RunNext(); },
+    Report(SweepFaults([] { DeferredThreads::RunNext(); },
                        [&](const Fault& fault) {
                            const bool done = server_.TakeRequests() == kAll &&
                                              !IsInProgress(kSweptChanger, kSweptSlot);
@@ -49,7 +49,7 @@ TEST_F(IdentificationSweep, IsDoneOrToldAndTheNextOneIsDone) {
                            PutInReach();
                            Start();
                        }));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_EQ(server_.TakeRequests(), kAll);
     EXPECT_FALSE(IsInProgress(kSweptChanger, kSweptSlot));
 }

@@ -60,8 +60,8 @@ protected:
     }
     // Lets the daemon's threads do their work, and the server take notice of it.
     void RunThreads() {
-        while (HeldThreads::Count() > 0)
-            HeldThreads::RunNext();
+        while (DeferredThreads::Count() > 0)
+            DeferredThreads::RunNext();
         for (const std::string& request : server_.TakeRequests())
             open_.erase(request);
         WriteFrame();
@@ -77,7 +77,7 @@ protected:
 
     // What the daemon knows and has begun.
     std::string State() const {
-        std::string state = std::to_string(HeldThreads::Count()) + " threads\n";
+        std::string state = std::to_string(DeferredThreads::Count()) + " threads\n";
         for (const UInt64 changer : {kSweptChanger, kNewChanger, kRemovedChanger}) {
             Held<CFMutableDictionaryRef> dict;
             VErrLink* err = GetChangerDictForGUID(changer, dict.Out());
@@ -151,7 +151,7 @@ TEST_F(NotificationSweep, IsActedOnOrToldAndTheNextOnesMakeUpForIt) {
     Deliver();
     NoteSavedList();
     const std::string allBegun = State();
-    EXPECT_EQ(HeldThreads::Count(), 3U); // a build, a disc of each changer
+    EXPECT_EQ(DeferredThreads::Count(), 3U); // a build, a disc of each changer
     RunThreads();
     BeginAnew();
 

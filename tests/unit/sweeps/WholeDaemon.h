@@ -4,15 +4,15 @@
 /*
  * The daemon's modules all together, from the callbacks down to sockets and files, against a server
  * and a changer file system of the test's own. Only its threads wait to be run by the test
- * (HeldThreads.h), and a reply is waited for no longer once memory is out for good: nothing that
- * arrives could be read.
+ * (DeferredThreads.h), and a reply is waited for no longer once memory is out for good: nothing
+ * that arrives could be read.
  */
 
 #include "FaultSweep.h"
 #include "ObedientServer.h"
 #include "support/TemporaryTree.h"
+#include "trayprobed/DeferredThreads.h"
 #include "trayprobed/FakeTime.h"
-#include "trayprobed/HeldThreads.h"
 #include "trayprobed/Store.h"
 
 #include <gmock/gmock.h>
@@ -45,7 +45,7 @@ protected:
     // Passes quickly, for a disc that cannot be listed is looked for again and again, for ten
     // seconds. So late that no daily timer is due.
     const FakeTime time_{4'000'000'000, 4};
-    HeldThreads threads_;
+    DeferredThreads threads_;
 };
 
 #endif

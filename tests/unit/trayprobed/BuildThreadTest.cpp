@@ -41,8 +41,8 @@ protected:
     // A whole build; what it did.
     static std::vector<std::string> Build() {
         EXPECT_EQ(Start(), Chain());
-        EXPECT_EQ(HeldThreads::Count(), 1U);
-        HeldThreads::RunNext();
+        EXPECT_EQ(DeferredThreads::Count(), 1U);
+        DeferredThreads::RunNext();
         EXPECT_FALSE(StateLock::IsHeld());
         return Journal::Take();
     }
@@ -60,11 +60,11 @@ TEST_F(BuildThread, OfTwoStartsOneBuilds) {
     EXPECT_EQ(Start(), Chain());
     EXPECT_TRUE(IsBuilding(kChanger));
     EXPECT_EQ(Start(), Chain());
-    EXPECT_EQ(HeldThreads::Count(), 1U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 1U);
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsBuilding(kChanger));
     EXPECT_EQ(Start(), Chain());
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     Journal::Take();
 }
 
@@ -72,44 +72,44 @@ TEST_F(BuildThread, ChangersAreBuiltBesideEachOther) {
     AddChanger(kOtherChanger);
     EXPECT_EQ(Start(), Chain());
     EXPECT_EQ(StartChangerFSCache(kOtherChanger), nullptr);
-    EXPECT_EQ(HeldThreads::Count(), 2U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 2U);
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsBuilding(kChanger));
     EXPECT_TRUE(IsBuilding(kOtherChanger));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     Journal::Take();
 }
 
 TEST_F(BuildThread, AnUnknownChangerIsNotBuilt) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(Start().back(), Raised("fail GetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
-    EXPECT_EQ(HeldThreads::Count(), 0U);
+    EXPECT_EQ(DeferredThreads::Count(), 0U);
 }
 
 TEST_F(BuildThread, AThreadThatCannotBeMadeLeavesNothing) {
     const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
                                      "pthread_create"};
     for (const char* function : functions) {
-        HeldThreads::Fail(function, EAGAIN);
+        DeferredThreads::Fail(function, EAGAIN);
         EXPECT_EQ(Start(), (Chain{Raised(std::string("fail ") + function, EAGAIN)}));
-        EXPECT_EQ(HeldThreads::Count(), 0U);
+        EXPECT_EQ(DeferredThreads::Count(), 0U);
         EXPECT_FALSE(IsBuilding(kChanger));
     }
 }
 
 TEST_F(BuildThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedBuild) {
-    HeldThreads::Fail("pthread_attr_destroy", EINVAL);
+    DeferredThreads::Fail("pthread_attr_destroy", EINVAL);
     EXPECT_EQ(Start(), (Chain{Raised("fail pthread_attr_destroy", EINVAL)}));
     EXPECT_TRUE(IsBuilding(kChanger));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     Journal::Take();
 }
 
 TEST_F(BuildThread, AFlagThatCannotBeSetLetsTheThreadRun) {
-    HeldThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
+    DeferredThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
     EXPECT_EQ(Start().back(), Raised("fail SetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
-    EXPECT_EQ(HeldThreads::Count(), 1U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 1U);
+    DeferredThreads::RunNext();
     EXPECT_THAT(Journal::Take(), IsEmpty()); // without the flag no closing command
     EXPECT_THAT(ThreadLines(),
                 ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)")));
@@ -124,8 +124,8 @@ TEST_F(BuildThread, WithoutMemoryNothingIsLeftBehind) {
                               const Chain chain = TakeChain(err);
                               if (!chain.empty())
                                   newest.insert(chain.back().message);
-                              if (HeldThreads::Count() != 0)
-                                  HeldThreads::RunNext();
+                              if (DeferredThreads::Count() != 0)
+                                  DeferredThreads::RunNext();
                               EXPECT_FALSE(IsBuilding(kChanger));
                           });
     EXPECT_THAT(newest,
@@ -136,28 +136,28 @@ TEST_F(BuildThread, WithoutMemoryNothingIsLeftBehind) {
 
 // A build that finds nothing to do may be through before its starter has set the flag.
 TEST_F(BuildThread, ABuildFasterThanItsStarterLeavesTheFlagFalse) {
-    HeldThreads::RaceWithStarter();
+    DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain()); // as the timer does, without the state lock
-    HeldThreads::Join();
+    DeferredThreads::Join();
     EXPECT_FALSE(IsBuilding(kChanger));
     Journal::Take();
 }
 
 TEST_F(BuildThread, TheThreadWaitsForItsStarterEvenWhenTheFlagCannotBeSet) {
-    HeldThreads::RaceWithStarter();
-    HeldThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
+    DeferredThreads::RaceWithStarter();
+    DeferredThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
     EXPECT_THAT(Start(), SizeIs(3));
-    HeldThreads::Join();
+    DeferredThreads::Join();
     EXPECT_THAT(ThreadLines(), SizeIs(1));
 }
 
 TEST_F(BuildThread, AStarterWithTheStateLockIsWaitedForToo) {
-    HeldThreads::RaceWithStarter();
+    DeferredThreads::RaceWithStarter();
     ASSERT_EQ(LockMediaIdState(), nullptr);
     EXPECT_EQ(Start(), Chain());
     EXPECT_TRUE(IsBuilding(kChanger));
     UnlockMediaIdState();
-    HeldThreads::Join();
+    DeferredThreads::Join();
     EXPECT_FALSE(IsBuilding(kChanger));
     Journal::Take();
 }
@@ -250,7 +250,7 @@ TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldToTheEnd) {
     Mount("/" + std::string(1023, 'd'));
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL, 2);
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
     EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
     EXPECT_FALSE(IsBuilding(kChanger));
@@ -263,7 +263,7 @@ TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
     EXPECT_EQ(StartChangerFSCache(kSmallChanger), nullptr);
     {
         const AllocationFault fault(1);
-        HeldThreads::RunNext();
+        DeferredThreads::RunNext();
     }
     const std::string number = kSmallChangerText;
     EXPECT_THAT(Journal::Take(), ElementsAre("withdraw changer " + number + " (locked)"));
@@ -292,7 +292,7 @@ TEST_F(BuildThread, AFailedFirstLockLeavesOnlyTheEnding) {
     Mount();
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL);
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
     EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail LockMediaIdState (err = 22)")));
     EXPECT_FALSE(IsBuilding(kChanger));
@@ -303,7 +303,7 @@ TEST_F(BuildThread, AFailedLastLockLeavesTheFlag) {
     Mount();
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL, 2);
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_EQ(Journal::Take().back(), kClear);
     EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail LockMediaIdState (err = 22)")));
     EXPECT_TRUE(IsBuilding(kChanger));
@@ -334,10 +334,10 @@ TEST_F(BuildThread, AChangerAddedAnewIsBuiltTwice) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
     EXPECT_EQ(Start(), Chain());
-    EXPECT_EQ(HeldThreads::Count(), 2U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 2U);
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsBuilding(kChanger));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsBuilding(kChanger));
     Journal::Take();
 }
@@ -361,8 +361,8 @@ TEST_F(BuildThread, TheTimerStartsNothingWhileABuildRuns) {
     const auto number = Integer(static_cast<SInt64>(kChanger));
     ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
     ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
-    EXPECT_EQ(HeldThreads::Count(), 1U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 1U);
+    DeferredThreads::RunNext();
     Journal::Take();
 }
 

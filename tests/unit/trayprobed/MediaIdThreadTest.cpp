@@ -1,8 +1,8 @@
 /* The worker that identifies one medium: what it asks of the server, in which order, and what
    becomes of its storage element. */
 
+#include "DeferredThreads.h"
 #include "FakeServer.h"
-#include "HeldThreads.h"
 #include "Journal.h"
 #include "Store.h"
 
@@ -73,44 +73,44 @@ protected:
     }
     static void Run() {
         EXPECT_EQ(Start(), Chain());
-        HeldThreads::RunNext();
+        DeferredThreads::RunNext();
     }
 
-    HeldThreads threads_;
+    DeferredThreads threads_;
 };
 
 // ---- the start ----
 
 TEST_F(MediaIdThread, StartingPutsTheElementOnTheList) {
     EXPECT_EQ(Start(), Chain());
-    EXPECT_EQ(HeldThreads::Count(), 1U);
+    EXPECT_EQ(DeferredThreads::Count(), 1U);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     EXPECT_THAT(Journal::Take(), IsEmpty());
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
 }
 
 TEST_F(MediaIdThread, AThreadThatCannotBeMadeLeavesNothing) {
     const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
                                      "pthread_create"};
     for (const char* function : functions) {
-        HeldThreads::Fail(function, EAGAIN);
+        DeferredThreads::Fail(function, EAGAIN);
         EXPECT_EQ(Start(),
                   (Chain{{std::string("fail ") + function, "StartMediaId", kSource, EAGAIN}}));
-        EXPECT_EQ(HeldThreads::Count(), 0U);
+        EXPECT_EQ(DeferredThreads::Count(), 0U);
         EXPECT_EQ(InProgressCount(kChanger), 0U);
     }
 }
 
 TEST_F(MediaIdThread, AStatusIsSignExtended) {
-    HeldThreads::Fail("pthread_create", -3);
+    DeferredThreads::Fail("pthread_create", -3);
     EXPECT_EQ(Start().back().code, -3);
 }
 
 TEST_F(MediaIdThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedThread) {
-    HeldThreads::Fail("pthread_attr_destroy", EINVAL);
+    DeferredThreads::Fail("pthread_attr_destroy", EINVAL);
     EXPECT_EQ(Start(), (Chain{{"fail pthread_attr_destroy", "StartMediaId", kSource, EINVAL}}));
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
@@ -123,7 +123,7 @@ TEST_F(MediaIdThread, WithoutMemoryNothingStarts) {
     }
     UnlockMediaIdState();
     EXPECT_EQ(TakeChain(err), (Chain{{"fail alloc thread context", "StartMediaId", kSource}}));
-    EXPECT_EQ(HeldThreads::Count(), 0U);
+    EXPECT_EQ(DeferredThreads::Count(), 0U);
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
@@ -138,17 +138,17 @@ TEST_F(MediaIdThread, AnElementThatCannotBeListedIsIdentifiedAllTheSame) {
                      {"fail AddStorageElemToMediaIdInProgressList", "StartMediaId", kSource,
                       kVErrCodeNotFound}}));
     AddChanger(kChanger);
-    EXPECT_EQ(HeldThreads::Count(), 1U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 1U);
+    DeferredThreads::RunNext();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
 // The lock that the starter holds keeps the thread from taking the element off before it is on.
 TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsWithItsEnd) {
-    HeldThreads::RaceWithStarter();
+    DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain());
-    HeldThreads::Join();
+    DeferredThreads::Join();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
@@ -164,7 +164,7 @@ TEST_F(MediaIdThread, MountsWalksAndEjectsBetweenTwoWithdrawals) {
 
 TEST_F(MediaIdThread, HandsTheWalkThePreferenceOfTheStart) {
     EXPECT_EQ(Start(1), Chain());
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_EQ(Journal::Take().at(2), "walk 9EDCBA9876543210/5 down");
 }
 
@@ -315,7 +315,7 @@ TEST_F(MediaIdServer, ElementsWithAPartInCommonAreTakenOffForTheNextServerAlike)
         for (const UInt16 elem : std::initializer_list<UInt16>{kElem, 6}) {
             FakeServer::Fail("withdraw");
             EXPECT_EQ(Start(0, changer, elem), Chain());
-            HeldThreads::RunNext();
+            DeferredThreads::RunNext();
         }
         EXPECT_EQ(InProgressCount(changer), 2U);
     }
@@ -346,7 +346,7 @@ TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadHasEnded) {
     FakeServer::Fail("withdraw");
     Handle(kNextServer);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     log_.Take();
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     Handle(kNextServer);
@@ -388,12 +388,12 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsIsTheOneStartedLast) {
     Handle(kNextServer);
     EXPECT_EQ(Start(), Chain());
     FakeServer::Fail("withdraw");
-    HeldThreads::RunNext(); // leaves what is no longer its own
+    DeferredThreads::RunNext(); // leaves what is no longer its own
     Handle({9, {9, 9}});
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     Handle(kNextServer);
     FakeServer::Fail("withdraw");
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     log_.Take();
     Handle(kNextServer);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
@@ -406,19 +406,19 @@ TEST_F(MediaIdServer, ElementOfAnEarlierThreadStaysUntilThatHasEndedToo) {
     AddChanger(kChanger);
     FakeServer::Fail("withdraw");
     EXPECT_EQ(Start(), Chain());
-    HeldThreads::RunLast();
+    DeferredThreads::RunLast();
     log_.Take();
     Handle(kNextServer);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     FakeServer::Fail("withdraw");
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     log_.Take();
     Handle(kNextServer);
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
 TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
-    HeldThreads::Fail("pthread_create", EAGAIN);
+    DeferredThreads::Fail("pthread_create", EAGAIN);
     EXPECT_EQ(Start().size(), 1U);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, kElem), nullptr);
     Handle(kNextServer);
@@ -452,7 +452,7 @@ TEST_F(MediaIdServer, WithoutMemoryTheElementIsTakenOffByTheNextCall) {
 TEST_F(MediaIdThread, AFailedLockLeavesTheElement) {
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL);
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
         ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
@@ -475,17 +475,17 @@ TEST_F(MediaIdThread, AChangerAddedAnewLosesTheEntryOfItsNewWorker) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
     EXPECT_EQ(Start(), Chain());
-    EXPECT_EQ(HeldThreads::Count(), 2U);
-    HeldThreads::RunNext();
+    EXPECT_EQ(DeferredThreads::Count(), 2U);
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
 TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
     EXPECT_EQ(Start(), Chain());
     ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
-    HeldThreads::RunNext();
+    DeferredThreads::RunNext();
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
         ElementsAre("MediaIdState:123, RemoveStorageElemFromMediaIdInProgressList: fail get in "
@@ -505,7 +505,7 @@ TEST_F(MediaIdThread, AChangersNumberIsToldInSixteenDigits) {
         g_walkFails = walkFails;
         {
             const AllocationFault fault(nthAllocation);
-            HeldThreads::RunNext();
+            DeferredThreads::RunNext();
         }
         for (const std::string& line : log_.TakeWithoutLineNumbers()) {
             const std::string begin = "MediaIdThread:123, RunMediaIdThread: ";
@@ -533,7 +533,7 @@ TEST_F(MediaIdThread, EndsWellWhenMemoryRunsOut) {
     bool saidRemove = false;
     ASSERT_EQ(Start(), Chain());
     SweepAllocationFaults(
-        [](std::size_t) { HeldThreads::RunNext(); },
+        [](std::size_t) { DeferredThreads::RunNext(); },
         [&](std::size_t, bool happened) {
             EXPECT_FALSE(StateLock::IsHeld());
             EXPECT_TRUE(happened || !IsInProgress(kChanger, kElem));

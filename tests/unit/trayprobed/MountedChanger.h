@@ -3,9 +3,9 @@
 
 /* A known changer whose file system is a temporary tree, mounted when the test says so. */
 
+#include "DeferredThreads.h"
 #include "FakeServer.h"
 #include "FileSystemSeams.h"
-#include "HeldThreads.h"
 #include "Journal.h"
 #include "Store.h"
 
@@ -57,7 +57,7 @@ protected:
 
     TemporaryTree tree_;
     FileSystemSeams seams_;
-    HeldThreads threads_;
+    DeferredThreads threads_;
 };
 
 #endif

@@ -19,7 +19,7 @@
  * an earlier build and, where there is one, its new build, and 50 of an identification and a build.
  */
 
-#include "EveryOrder.h"
+#include "ExploreInterleavings.h"
 #include "Store.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -30,7 +30,7 @@
 #include <cstdlib>
 #include <set>
 
-// All mutexes are watched by EveryOrder.cpp here.
+// All mutexes are watched by ExploreInterleavings.cpp here.
 VErrLink* StateLock::InitStore() {
     return InitMediaIdState();
 }

@@ -1,0 +1,71 @@
+#include "testbed/Daemon.h"
+
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+#include "testbed/ProcessState.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <sstream>
+#include <thread>
+
+namespace testbed {
+namespace {
+
+Command CommandOf(const DaemonStart& start) {
+    const std::string program = ProgramPath("trayprobed");
+    Command command{program, start.arguments, PlainEnvironment()};
+    if (start.descriptorLimit > 0) {
+        const std::string limit = "--nofile=" + std::to_string(start.descriptorLimit);
+        command.program = "/usr/bin/prlimit";
+        command.arguments = {"prlimit", limit, program};
+    }
+    command.environment.insert(command.environment.begin(), start.environment.begin(),
+                               start.environment.end());
+    return command;
+}
+
+} // namespace
+
+bool ResourceUsage::IsWithin(const ResourceUsage& limit) const {
+    return threads <= limit.threads &&
+           std::includes(limit.descriptors.begin(), limit.descriptors.end(), descriptors.begin(),
+                         descriptors.end());
+}
+
+Daemon::Daemon(OutputLog& outputLog, const DaemonStart& start)
+    : process_(CommandOf(start), outputLog, Stream::DaemonOutput, Stream::DaemonOutput) {
+    process_.CloseInput();
+}
+
+ResourceUsage Daemon::TakeFootprint() const {
+    return {ListThreads(Pid()).size(), ListDescriptors(Pid())};
+}
+
+// Nothing announces that a thread of another process has ended, so /proc is asked again and again.
+ResourceUsage Daemon::AwaitFootprintWithin(const ResourceUsage& limit) const {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    ResourceUsage current = TakeFootprint();
+    while (!current.IsWithin(limit) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        current = TakeFootprint();
+    }
+    return current;
+}
+
+int Daemon::Stop() {
+    if (IsRunning())
+        Signal(SIGTERM);
+    return AwaitEnd();
+}
+
+std::string Describe(const ResourceUsage& footprint) {
+    std::ostringstream text;
+    text << footprint.threads << " threads; descriptors:";
+    for (const std::string& target : footprint.descriptors)
+        text << ' ' << target;
+    return text.str();
+}
+
+} // namespace testbed

@@ -1,0 +1,48 @@
+#include "testbed/ReadWatch.h"
+
+#include "testbed/Failure.h"
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace testbed {
+
+// Openings are watched too because the kernel merges equal events that follow on each other.
+ReadWatch::ReadWatch(const std::string& path) : inotify_(inotify_init1(IN_CLOEXEC)), path_(path) {
+    Require(inotify_add_watch(inotify_.Get(), path.c_str(), IN_OPEN | IN_CLOSE) >= 0,
+            "cannot watch " + path);
+}
+
+// The events of a watched file, other than those of a folder, carry no name: all have one size.
+int ReadWatch::CountNewReads() const {
+    std::array<inotify_event, 64> events{};
+    const ssize_t length = read(inotify_.Get(), events.data(), sizeof events);
+    Require(length > 0, "cannot read the watch of " + path_);
+    int reads = 0;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(length) / sizeof(inotify_event); ++i)
+        reads += (events[i].mask & IN_CLOSE) != 0 ? 1 : 0;
+    return reads;
+}
+
+void ReadWatch::AwaitReads(int count) {
+    const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+    while (reads_ < count) {
+        pollfd polled{inotify_.Get(), POLLIN, 0};
+        if (poll(&polled, 1, patience) != 1)
+            throw Failure(path_ + " was not read " + std::to_string(count) + " times");
+        reads_ += CountNewReads();
+    }
+}
+
+int ReadWatch::CountReadsSoFar() {
+    pollfd polled{inotify_.Get(), POLLIN, 0};
+    while (poll(&polled, 1, 0) == 1)
+        reads_ += CountNewReads();
+    return reads_;
+}
+
+} // namespace testbed

@@ -1,0 +1,101 @@
+#include "testbed/Simulator.h"
+
+#include "testbed/Failure.h"
+#include "testbed/PrivateWorld.h"
+
+#include <csignal>
+#include <optional>
+
+namespace testbed {
+namespace {
+
+Command SimulatorCommand() {
+    return {ProgramPath("carouseld-sim"), {"carouseld-sim"}, PlainEnvironment()};
+}
+
+std::string Describe(const std::string& kind, const Values& values) {
+    std::string text = "event " + kind;
+    for (const auto& [key, value] : values)
+        text += " " + key + "=" + value;
+    return text;
+}
+
+std::optional<Event> EventOf(const Line& line, const std::string& kind) {
+    const bool isWorthParsing =
+        line.stream == Stream::Server && line.text.find(' ' + kind) != std::string::npos;
+    const auto event = isWorthParsing ? ParseEvent(line.text) : std::nullopt;
+    return event && event->kind == kind ? event : std::nullopt;
+}
+
+bool IsAnswer(const Line& line) {
+    return line.stream == Stream::Server && (line.text == "ok" || line.text.starts_with("error "));
+}
+
+} // namespace
+
+Simulator::Simulator(OutputLog& outputLog)
+    : outputLog_(outputLog), firstLine_(outputLog.Size()),
+      process_(SimulatorCommand(), outputLog, Stream::Server, Stream::ServerOutput) {}
+
+std::string Simulator::DescribeUnexpectedEnd() {
+    std::string text = "the server " + DescribeEnd(process_.AwaitEnd());
+    const auto isError = [](const Line& line) { return line.stream == Stream::ServerOutput; };
+    while (const auto line = outputLog_.TakeIfThere(isError))
+        text += ": " + line->text;
+    return text;
+}
+
+std::vector<Event> Simulator::Do(const std::string& command) {
+    const std::optional<Line> answer = process_.Ask(command, IsAnswer);
+    if (!answer)
+        throw Failure(DescribeUnexpectedEnd());
+    if (answer->text != "ok")
+        throw Failure(command + ": " + answer->text);
+    std::vector<Event> model;
+    const auto isModel = [](const Line& line) {
+        return line.stream == Stream::Server && line.text.starts_with("model ");
+    };
+    while (const auto line = outputLog_.TakeIfThere(isModel))
+        model.push_back(*ParseEvent(line->text));
+    return model;
+}
+
+Event Simulator::Await(const std::string& kind, const Values& values) {
+    const auto wanted = [&](const Line& line) {
+        const auto event = EventOf(line, kind);
+        return event && event->Has(values);
+    };
+    return *ParseEvent(outputLog_.Await(wanted, Describe(kind, values)).text);
+}
+
+Event Simulator::Await(const std::string& kind, const std::function<bool(const Event&)>& holds) {
+    const auto wanted = [&](const Line& line) {
+        const auto event = EventOf(line, kind);
+        return event && holds(*event);
+    };
+    return *ParseEvent(outputLog_.Await(wanted, "a certain event " + kind).text);
+}
+
+std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& values) const {
+    std::vector<Event> events;
+    for (const Line& line : outputLog_.Since(firstLine_)) {
+        const auto event = EventOf(line, kind);
+        if (event && event->Has(values))
+            events.push_back(*event);
+    }
+    return events;
+}
+
+void Simulator::Kill() {
+    process_.Signal(SIGKILL);
+    process_.AwaitEnd();
+}
+
+void Simulator::Quit() {
+    Do("quit");
+    const int status = process_.AwaitEnd();
+    if (status != 0)
+        throw Failure("the server " + DescribeEnd(status));
+}
+
+} // namespace testbed

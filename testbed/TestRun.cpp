@@ -1,0 +1,134 @@
+#include "testbed/TestRun.h"
+
+#include "testbed/Failure.h"
+#include "testbed/Pattern.h"
+
+#include <algorithm>
+#include <csignal>
+#include <sys/wait.h>
+
+namespace testbed {
+namespace {
+
+const std::string kIdent = "trayprobed: ";
+
+bool IsLogged(const Line& line) {
+    return line.stream == Stream::SystemLog;
+}
+
+bool IsOfTheDaemon(const Line& line) {
+    return line.stream == Stream::SystemLog && line.text.starts_with(kIdent);
+}
+
+} // namespace
+
+void TestRun::StartServer() {
+    server_.emplace(outputLog_);
+}
+
+void TestRun::KillServer() {
+    Server().Kill();
+    server_.reset();
+}
+
+void TestRun::QuitServer() {
+    Server().Quit();
+    server_.reset();
+}
+
+void TestRun::StartDaemon(const DaemonStart& start) {
+    daemon_.emplace(outputLog_, start);
+}
+
+int TestRun::AwaitEndOfDaemon() {
+    const int status = TheDaemon().AwaitEnd();
+    daemon_.reset();
+    return status;
+}
+
+void TestRun::TakeBaseline() {
+    baseline_ = TheDaemon().TakeFootprint();
+}
+
+std::string TestRun::NextLogLine(const std::string& awaited) {
+    return outputLog_.Await(IsLogged, "log: " + awaited).text;
+}
+
+void TestRun::AwaitLog(const std::vector<std::string>& patterns) {
+    for (const std::string& pattern : patterns) {
+        const std::string line = NextLogLine(pattern);
+        if (!Pattern(kIdent + pattern).Matches(line))
+            throw Failure("logged \"" + line + "\" where expected was \"" + pattern + "\"");
+    }
+}
+
+void TestRun::AwaitEndOfLog(const std::string& pattern) {
+    const Pattern last(kIdent + pattern);
+    while (!last.Matches(NextLogLine(pattern))) {
+    }
+}
+
+std::vector<std::string> TestRun::TakeLog() {
+    log_.CatchUp();
+    std::vector<std::string> lines;
+    while (const auto line = outputLog_.TakeIfThere(IsLogged))
+        lines.push_back(line->text);
+    return lines;
+}
+
+std::vector<std::string> TestRun::End() {
+    std::vector<std::string> complaints;
+    EndDaemon(complaints);
+    EndServer(complaints);
+    log_.CatchUp();
+    CheckLines(complaints);
+    return complaints;
+}
+
+void TestRun::CheckFootprint(std::vector<std::string>& complaints) {
+    ResourceUsage limit = baseline_.value();
+    const auto lines = outputLog_.Since(0);
+    if (std::any_of(lines.begin(), lines.end(), IsOfTheDaemon)) {
+        limit.descriptors.emplace_back("socket");
+        std::sort(limit.descriptors.begin(), limit.descriptors.end());
+    }
+    const ResourceUsage last = daemon_->AwaitFootprintWithin(limit);
+    if (!last.IsWithin(limit)) {
+        complaints.push_back("the daemon began with " + Describe(*baseline_));
+        complaints.push_back("     and ended with " + Describe(last));
+    }
+}
+
+void TestRun::EndDaemon(std::vector<std::string>& complaints) {
+    if (!daemon_)
+        return;
+    if (baseline_ && daemon_->IsRunning())
+        CheckFootprint(complaints);
+    const int status = daemon_->Stop();
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM)
+        complaints.push_back("the daemon did not live until the end: " + DescribeEnd(status));
+    daemon_.reset();
+}
+
+void TestRun::EndServer(std::vector<std::string>& complaints) {
+    if (!server_)
+        return;
+    try {
+        QuitServer();
+    } catch (const Failure& failure) {
+        complaints.emplace_back(failure.what());
+        server_.reset();
+    }
+}
+
+// The server's events are there to be looked at or not; everybody else speaks when asked.
+void TestRun::CheckLines(std::vector<std::string>& complaints) {
+    for (const Line& line : outputLog_.Since(0)) {
+        if (line.stream != Stream::Server && !line.taken) {
+            complaints.push_back(std::string("unexpected, ") + NameOf(line.stream) + ": " +
+                                 line.text);
+        }
+    }
+}
+
+} // namespace testbed

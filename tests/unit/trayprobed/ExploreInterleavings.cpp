@@ -1,0 +1,220 @@
+#include "ExploreInterleavings.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <pthread.h>
+#include <semaphore>
+#include <set>
+#include <thread>
+#include <utility>
+
+namespace {
+
+enum class State { kNew, kAtStep, kWaiting, kEnded };
+
+struct Runner {
+    explicit Runner(std::function<void()> itsBody) : body(std::move(itsBody)) {}
+
+    const std::function<void()> body;
+    State state = State::kNew;
+    const pthread_mutex_t* wanted = nullptr; // while it waits
+    std::multiset<const pthread_mutex_t*> held;
+    std::binary_semaphore mayRun{0};
+    std::thread thread;
+};
+
+// Used by one thread at a time: who runs, or the one that chooses.
+std::deque<Runner> g_runners;
+std::deque<std::function<void()>> g_held; // threads that do not take part
+bool g_holdStarted = false;
+bool g_isRunning = false;
+std::size_t g_started = 0;
+std::binary_semaphore g_hasStopped{0};
+
+thread_local Runner* t_self = nullptr;
+
+void Stop(State state) {
+    t_self->state = state;
+    g_hasStopped.release();
+    t_self->mayRun.acquire();
+}
+
+void RunBody(Runner& self) {
+    t_self = &self;
+    self.mayRun.acquire();
+    self.body();
+    t_self = nullptr;
+    self.state = State::kEnded;
+    g_hasStopped.release();
+}
+
+void AddRunner(std::function<void()> body) {
+    Runner& runner = g_runners.emplace_back(std::move(body));
+    runner.thread = std::thread([&runner] { RunBody(runner); });
+}
+
+// Until its next step.
+void LetRun(Runner& runner) {
+    runner.mayRun.release();
+    g_hasStopped.acquire();
+}
+
+std::vector<Runner*> WhoCanGoOn() {
+    std::vector<Runner*> able;
+    for (Runner& runner : g_runners)
+        if (runner.state == State::kAtStep)
+            able.push_back(&runner);
+    return able;
+}
+
+// What comes before a thread's first step does not depend on anybody.
+void BringNewOnesToTheirFirstStep() {
+    for (std::size_t i = 0; i < g_runners.size(); ++i)
+        if (g_runners[i].state == State::kNew)
+            LetRun(g_runners[i]);
+}
+
+struct Choice {
+    std::size_t chosen;
+    std::size_t count;
+};
+
+// Follows the choices that are there and notes the further ones, each the first of its kind.
+void RunOnce(std::vector<Choice>& choices) {
+    BringNewOnesToTheirFirstStep();
+    std::size_t taken = 0;
+    for (auto able = WhoCanGoOn(); !able.empty(); able = WhoCanGoOn(), ++taken) {
+        if (taken == choices.size())
+            choices.push_back({0, able.size()});
+        LetRun(*able[choices[taken].chosen]);
+        BringNewOnesToTheirFirstStep();
+    }
+    for (Runner& runner : g_runners) {
+        if (runner.state != State::kEnded) {
+            std::fprintf(stderr, "threads wait for each other\n");
+            std::abort();
+        }
+        runner.thread.join();
+    }
+    g_runners.clear();
+}
+
+// False when every order was run.
+bool TakeNextOrder(std::vector<Choice>& choices) {
+    while (!choices.empty() && choices.back().chosen + 1 == choices.back().count)
+        choices.pop_back();
+    if (choices.empty())
+        return false;
+    ++choices.back().chosen;
+    return true;
+}
+
+void RunScenario(const Scenario& scenario, std::vector<Choice>& choices) {
+    g_isRunning = true;
+    g_started = 0;
+    g_holdStarted = false;
+    scenario.prepare();
+    g_holdStarted = scenario.checkBeforeStarted != nullptr;
+    for (const auto& body : scenario.threads)
+        AddRunner(body);
+    RunOnce(choices);
+    if (scenario.checkBeforeStarted)
+        scenario.checkBeforeStarted();
+    for (; !g_held.empty(); g_held.pop_front())
+        g_held.front()();
+    g_isRunning = false;
+    scenario.check();
+}
+
+} // namespace
+
+std::size_t RunInEveryOrder(const Scenario& scenario) {
+    std::vector<Choice> choices;
+    std::size_t orders = 0;
+    do {
+        RunScenario(scenario, choices);
+        ++orders;
+    } while (TakeNextOrder(choices));
+    return orders;
+}
+
+std::size_t CountStartedThreads() {
+    return g_started;
+}
+
+// ---- the steps ----
+
+extern "C" {
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument);
+CFMutableDictionaryRef __real_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
+                                                            CFIndex capacity,
+                                                            CFDictionaryRef dictionary);
+void __real_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
+                                 const void* value);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument);
+CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
+                                                            CFIndex capacity,
+                                                            CFDictionaryRef dictionary);
+void __wrap_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
+                                 const void* value);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (t_self == nullptr)
+        return __real_pthread_mutex_lock(mutex);
+    if (!t_self->held.contains(mutex))
+        Stop(State::kAtStep);
+    t_self->wanted = mutex;
+    while (pthread_mutex_trylock(mutex) != 0)
+        Stop(State::kWaiting);
+    t_self->held.insert(mutex);
+    return 0;
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+    if (t_self != nullptr)
+        t_self->held.extract(mutex);
+    for (Runner& runner : g_runners)
+        if (runner.state == State::kWaiting && runner.wanted == mutex)
+            runner.state = State::kAtStep;
+    return __real_pthread_mutex_unlock(mutex);
+}
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* argument) {
+    if (!g_isRunning)
+        return __real_pthread_create(thread, attributes, body, argument);
+    ++g_started;
+    const auto run = [=] { body(argument); };
+    if (g_holdStarted)
+        g_held.emplace_back(run);
+    else
+        AddRunner(run);
+    return 0;
+}
+
+CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
+                                                            CFIndex capacity,
+                                                            CFDictionaryRef dictionary) {
+    if (t_self != nullptr)
+        Stop(State::kAtStep);
+    return __real_CFDictionaryCreateMutableCopy(allocator, capacity, dictionary);
+}
+
+// Dictionaries are stored in the table of changers only.
+void __wrap_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
+                                 const void* value) {
+    if (t_self != nullptr && CFGetTypeID(value) == CFDictionaryGetTypeID())
+        Stop(State::kAtStep);
+    __real_CFDictionarySetValue(dictionary, key, value);
+}
+}
