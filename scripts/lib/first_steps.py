@@ -1,7 +1,8 @@
-"""Where the macros of common/VErr.h ask for an error that there cannot be.
+"""Finds the uses of the macros of common/VErr.h that no earlier error can precede.
 
-VERR_STEP, VERR_NEED and VERR_STATUS do nothing when a step before has failed. Nothing can have failed
-at the first step after the chain was made empty, or was seen to be empty by the block's condition.
+VERR_STEP, VERR_NEED and VERR_STATUS do nothing if an earlier step has failed. No step can have failed
+before the first one after the error chain was made empty, or in a block whose condition says that the
+chain is empty.
 """
 
 import re
@@ -14,23 +15,23 @@ LOOP = re.compile(r'\b(?:for|while|do)\b')
 
 
 def stay_empty(chains, text, step):
-    """Those that the line leaves empty, unless it leaves the function."""
+    """Returns the chains that are still empty after the line, if the function continues."""
     taken = step[1] if step else None
     return {chain for chain in chains if chain != taken and (
         'return' in text or not re.search(rf'&{chain}\b|\b{chain} = ', text))}
 
 
 def find_first_steps(texts):
-    """The numbers of those lines in a source file, given its lines."""
-    made, seen = set(), set()  # the chains that are empty here, and by what
+    """Yields the line numbers of such first steps in the lines of a source file."""
+    made, seen = set(), set()  # chains that are empty here: by assignment, by the block's condition
     for number, (text, following) in enumerate(zip(texts, [*texts[1:], '']), 1):
         text = text.split('//')[0].rstrip()
         step = STEP.search(text + following.lstrip() if text.endswith('(') else text)
         if step and step[1] in made | seen:
             yield number
-        if text.lstrip().startswith('}'):  # the condition holds no longer
+        if text.lstrip().startswith('}'):  # the block ends, and with it what its condition says
             seen = set()
-        if LOOP.search(text):  # what was empty before it may be none in the second turn
+        if LOOP.search(text):  # a chain that is empty before a loop may not be in its second iteration
             made = set()
         made, seen = stay_empty(made, text, step), stay_empty(seen, text, step)
         made |= {name for emptied in MADE_EMPTY.finditer(text) for name in emptied.groups() if name}

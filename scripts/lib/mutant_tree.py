@@ -1,4 +1,4 @@
-"""A copy of the project in which one mutant after another is built and tried."""
+"""A copy of the project in which mutants are built and tried, one after another."""
 
 import collections
 import json
@@ -14,20 +14,20 @@ from test_program import Program, digest
 OWN_OBJECTS = ('CMakeFiles/daemon.dir/', 'CMakeFiles/trayprobed.dir/',
                'platform/linux/CMakeFiles/platform.dir/')
 ARCHIVES = ('libdaemon.a', 'platform/linux/libplatform.a')
-BASELINE_LIMIT = 300  # seconds for a program whose duration is not yet known
+BASELINE_LIMIT = 300  # seconds, for a program whose run time is not yet known
 
 
 class Tree:
     def __init__(self, project, root):
         self.project, self.root = project, root
         self.build = root / 'build/mutants'
-        self.under_way = root.with_suffix('.under-way')  # names the file that has been changed
-        self.catches = collections.Counter()  # by the folder of the file and the program
+        self.under_way = root.with_suffix('.under-way')  # holds the path of the file that is changed now
+        self.catches = collections.Counter()  # by folder of the file and program
 
-    # ---- making it ----
+    # ---- preparing the tree ----
 
     def update(self):
-        """Makes the sources those of the project; what is the same keeps its time."""
+        """Copies the project's sources. Unchanged files keep their modification time."""
         listed = subprocess.run(['git', 'ls-files', '-z', '--cached', '--others', '--exclude-standard'],
                                 cwd=self.project, check=True, capture_output=True, text=True).stdout
         wanted = {name for name in listed.split('\0') if name and (self.project / name).is_file()}
@@ -42,12 +42,12 @@ class Tree:
                     path.unlink()
 
     def prepare(self):
-        """Builds the test programs unchanged, so that a mutant costs its own file and the links.
-        Returns false, with a log beside the tree, when that fails."""
+        """Builds the unchanged test programs; a mutant then costs one compilation and the links.
+        Returns false on failure; the log is beside the tree."""
         environment = dict(os.environ)
         if shutil.which('ccache'):
             environment.update(CMAKE_CXX_COMPILER_LAUNCHER='ccache', CCACHE_BASEDIR=str(self.root))
-        if self.under_way.exists():  # a run that was broken off has left a mutant's object
+        if self.under_way.exists():  # an interrupted run has left the object of a mutant
             os.utime(self.root / self.under_way.read_text(encoding='utf-8'))
         with open(self.root.with_suffix('.log'), 'w', encoding='utf-8') as log:
             def succeeds(*command):
@@ -64,7 +64,7 @@ class Tree:
         return True
 
     def ninja(self, *targets):
-        # Ninja ends with this script, lest it put a mutant's object in place afterwards.
+        # Ninja must end with this script: it would install the object of a mutant afterwards.
         return subprocess.run(['setpriv', '--pdeathsig', 'TERM', 'ninja', '-C', str(self.build), '-j', '1',
                                *map(str, targets)], check=False,
                               env=dict(os.environ, CCACHE_DISABLE='1'), stdin=subprocess.DEVNULL,
@@ -75,7 +75,7 @@ class Tree:
                               capture_output=True, text=True).stdout.splitlines()
 
     def _read_dependencies(self):
-        """The objects made from each file of the project, headers included."""
+        """Finds the objects that depend on each file of the project, headers included."""
         self.objects = {}
         for line in self._ask_ninja('deps'):
             if line.startswith('    '):
@@ -85,7 +85,7 @@ class Tree:
                 target = line.split(':')[0]
 
     def _list_programs(self):
-        """The test programs that link the platform."""
+        """Returns the test programs that link the platform."""
         rules = (line.partition(': ') for line in self._ask_ninja('targets', 'all'))
         programs = [target for target, _, rule in rules
                     if target.startswith('tests/') and rule.startswith('CXX_EXECUTABLE_LINKER')]
@@ -98,8 +98,8 @@ class Tree:
         return [corpus] if name.startswith('Fuzz') else ['--gtest_fail_fast', '--gtest_brief=1']
 
     def measure(self):
-        """Runs each program unchanged, twice, unless the same one was run before. Returns what went
-        wrong: a program that fails now and then would take mutants for caught that are not."""
+        """Runs each unchanged program twice, unless this version has passed before. Returns the
+        failures: an unreliable program would report mutants as caught that are not."""
         notes = self.root.with_suffix('.json')  # seconds by the digest of the program
         known = json.loads(notes.read_text(encoding='utf-8')) if notes.exists() else {}
         wrong = []
@@ -119,8 +119,8 @@ class Tree:
     # ---- trying a mutant ----
 
     def programs_with(self, file):
-        """The programs that contain the file, those first that are likely to catch a mutant of it: its
-        own tests, then what has caught mutants of its folder, then from quick to slow."""
+        """Returns the programs that contain the file, the most likely to catch a mutant first: the
+        file's own tests, then those that have caught mutants of its folder, then the fastest."""
         sources = {pathlib.Path(name).name.removesuffix('.o') for name in self.objects.get(file, [])}
         stem = pathlib.Path(file).stem
         own = {f'{stem}Test.cpp', f'{stem}sTest.cpp'}
@@ -131,8 +131,8 @@ class Tree:
                                                   program.seconds))
 
     def try_mutant(self, file, text):
-        """Puts the text in the file's place and returns what comes of it: `caught by PROGRAM`,
-        `survived (...)`, `same code` or `does not compile`. Leaves everything as it was."""
+        """Replaces the file by the text, builds and tests it. Returns `caught by PROGRAM`,
+        `survived (...)`, `same code` or `does not compile`. Restores the file and the objects."""
         path = self.root / file
         objects = [self.build / name for name in self.objects.get(file, [])]
         saved = [(each, each.with_suffix('.saved')) for each in [path, *objects]]
@@ -141,20 +141,20 @@ class Tree:
         self.under_way.write_text(file, encoding='utf-8')
         try:
             path.write_text(text, encoding='utf-8')
-            # Without its outputs ninja must make them anew: nothing older can be taken for the mutant.
+            # Delete the outputs: ninja must not take older ones for those of the mutant.
             for output in [*objects, *(self.build / name for name in ARCHIVES)]:
                 output.unlink(missing_ok=True)
             return self._judge(file, dict(saved))
         finally:
             for name in ARCHIVES:
                 (self.build / name).unlink(missing_ok=True)
-            for each, copy in reversed(saved): # the source last: until then it is newer
+            for each, copy in reversed(saved): # the source last: it must be older than its objects
                 os.replace(copy, each)
             self.under_way.unlink()
 
     def _judge(self, file, saved):
         objects = self.objects.get(file, [])
-        # Tests compile the daemon's main file themselves.
+        # Tests compile the daemon's main file on their own.
         own = [name for name in objects if name.startswith(OWN_OBJECTS)] or objects
         if not own:
             return 'survived (no program contains the file)'
@@ -183,7 +183,7 @@ class Tree:
         return f'survived ({", ".join(notes)})'
 
     def _run_changed(self, program):
-        """A failure counts when it happens twice, as whatever else the machine does may cause one."""
+        """Runs a program, and once more after a failure: load on the machine may cause one failure."""
         limit = 5 + 4 * program.seconds
         results = [program.run(limit)]
         if results == ['failed']:
@@ -191,7 +191,7 @@ class Tree:
         return results
 
     def _is_same_optimised(self, path, original, objects):
-        """Whether an optimising compiler makes the same of both texts."""
+        """True if both texts compile to the same optimised code."""
         commands = json.loads((self.build / 'compile_commands.json').read_text(encoding='utf-8'))
         texts = path.read_bytes(), original.read_bytes()
         for words in (shlex.split(entry['command'].replace(' -O0 ', ' -O2 ')) for entry in commands):

@@ -1,8 +1,8 @@
 """The small changes to C++ source text that scripts/mutants makes.
 
-The text is cut into tokens; nothing is parsed. Some changes therefore do not compile, and those are
-not counted. What clang-format guarantees is relied on: a binary operator has a blank on both sides,
-the brackets of a template and the marks of a pointer or a reference have not.
+The text is split into tokens but not parsed; some changes therefore do not compile. The rules rely on
+clang-format: a binary operator has a blank on both sides; the angle brackets of a template and the
+`*` and `&` of a pointer or reference do not.
 """
 
 import re
@@ -32,14 +32,14 @@ OPERATORS = {
 WORDS = {'true': ('constant', 'false'), 'false': ('constant', 'true'),
          'break': ('jump', 'continue'), 'continue': ('jump', 'break')}
 
-# What no statement begins with that can be dropped, and what no call is named.
+# Words that begin no droppable statement and name no function.
 KEYWORDS = set('''if else for while do switch case default return try catch throw using typedef namespace
     class struct enum union template static const constexpr constinit extern inline friend operator auto
     public private protected unsigned goto sizeof alignof decltype noexcept static_assert
     thread_local'''.split())
 DECLARATION = re.compile(r'(?!delete\b)[\w:]+(<.*>)?[*&]* \w+\s*[=;({\[]')
 PARAMETER = re.compile(r'^(const )?[\w:]+(<.*>)?[*&]* [*&]?\w+( =.*)?$', re.DOTALL)
-# Functions that do not care which of their arguments comes first.
+# Functions whose result does not depend on the order of their arguments.
 SYMMETRIC = {'CFEqual', 'Equal', 'max', 'min', 'swap'}
 OPENING, CLOSING = '([{', ')]}'
 
@@ -55,7 +55,7 @@ class Mutation:
         return text[:self.start] + self.replacement + text[self.end:]
 
     def described_in(self, text):
-        """The line number, and the lines changed as `OLD => NEW`."""
+        """Returns the line number, and the changed lines as `OLD => NEW`."""
         first = text.rfind('\n', 0, self.start) + 1
         last = text.find('\n', self.end)
         old = text[first:last]
@@ -73,7 +73,7 @@ class Token:
 
 
 class Source:
-    """A source text in tokens, each bracket with its partner."""
+    """The tokens of a source text, with the matching bracket of each bracket."""
 
     def __init__(self, text):
         self.text = text
@@ -81,8 +81,8 @@ class Source:
                        for match in TOKEN.finditer(text)
                        if match.lastgroup not in ('comment', 'directive')]
         self.partner = {}
-        self._in_code = []  # for each token: whether it stands in the body of a function
-        self._around = []  # for each token: the innermost bracket that is open there
+        self._in_code = []  # for each token: whether it is in the body of a function
+        self._around = []  # for each token: the innermost open bracket
         self._match_brackets()
 
     def _match_brackets(self):
@@ -131,12 +131,12 @@ class Source:
         return self.at(first) in ('case', 'default')
 
     def _ends_head(self, closing):
-        """Whether the bracket ends the head of an if, a for or a while."""
+        """True if the bracket closes the condition of an if or the head of a for or while."""
         opening = self.partner.get(closing, 0)
         return self.at(opening - 1) in ('if', 'for', 'while', 'constexpr')
 
     def between(self, first, last):
-        """The text from one token to another, both included."""
+        """The text from one token to another, inclusive."""
         return self.text[self.tokens[first].start:self.tokens[last].end]
 
     def is_spaced(self, i):
@@ -145,7 +145,7 @@ class Source:
 
 
 def mutations(text, rng):
-    """A mutation of each kind for each place that has one; which of several, rng decides."""
+    """Returns one mutation of each kind for each possible place, chosen at random by rng."""
     source = Source(text)
     found = []
     for i in range(len(source.tokens)):
@@ -236,7 +236,7 @@ def arguments(source, i, rng):
         return []
     parts = split_arguments(source, i + 1)
     if token.text.isupper():
-        parts = parts[2:]  # of a macro for errors, which begins with the chain and what may fail
+        parts = parts[2:]  # an error macro: its first arguments are the chain and the call
     pairs = [(a, b) for a, b in zip(parts, parts[1:]) if can_change_places(source, a, b)]
     if not pairs:
         return []
@@ -247,7 +247,7 @@ def arguments(source, i, rng):
 
 
 def split_arguments(source, opening):
-    """The first and the last token of each argument in these brackets."""
+    """Returns the first and the last token of each argument between the brackets."""
     closing = source.partner[opening]
     parts = []
     first = j = opening + 1

@@ -1,8 +1,8 @@
-"""Lists of accepted exceptions, each with its reason.
+"""Reads a list of accepted exceptions with their reasons.
 
-An entry is a line `FILE: TEXT` and the indented lines below it, which are the reason. Three dots in
-FILE or TEXT stand for any characters, white space counts as one blank, and a line that begins with #
-is a comment.
+An entry is a line `FILE: TEXT`; the indented lines below it are the reason. Three dots in FILE or TEXT
+match any characters. A sequence of white space equals one blank. A line that begins with # is a
+comment.
 """
 
 import re
@@ -29,7 +29,7 @@ class Reasons:
             self.entries.append([squeeze(line), '', 0])
 
     def find(self, file, text):
-        """The reason given for the text in this file, or None."""
+        """Returns the reason for this text in this file, or None."""
         for entry in self.entries:
             pattern = '.*'.join(re.escape(part) for part in entry[0].split('...'))
             if entry[1] and re.fullmatch(pattern, f'{file}: {squeeze(text)}'):

@@ -1,16 +1,16 @@
-"""A test program, run so that it can leave nothing behind."""
+"""Runs a test program in a sandbox."""
 
 import hashlib
 import os
 import shlex
 import subprocess
 
-MEMORY = 4 << 30  # bytes: for a mutant that allocates without end
-TEMPORARY_FILES = '1g'  # for one that writes to /tmp without end
+MEMORY = 4 << 30  # limit in bytes: for a mutant that allocates without end
+TEMPORARY_FILES = '1g'  # size of /tmp: for a mutant that writes without end
 
-# A process and a mount namespace, and a /tmp, of its own: whatever a program starts, mounts or
-# creates there ends with the shell, which is the namespace's first process. All of it ends with the
-# thread that has started it, so that a script that is killed leaves nothing, either.
+# Private process and mount namespaces, and a private /tmp. All processes, mounts and files of the
+# program end with the shell, which is process 1 of the namespace. The kernel kills the shell when the
+# thread that started it ends, also when this script is killed.
 SANDBOX = ['setpriv', '--pdeathsig', 'KILL', 'unshare', '--mount', '--pid', '--fork', '--kill-child',
            '--mount-proc', *([] if os.geteuid() == 0 else ['--map-root-user']),
            'sh', '-c', f'mount -t tmpfs -o size={TEMPORARY_FILES} none /tmp || exit 125; "$@"; exit $?', 'sh',
@@ -22,7 +22,7 @@ def digest(path):
 
 
 class Program:
-    """What is run and how; what it is when nothing is changed, and how long it takes then."""
+    """A test program: its command, and the contents and run time of the unchanged program."""
 
     def __init__(self, path, arguments):
         self.path = path
@@ -32,11 +32,11 @@ class Program:
         self.seconds = 0.0
 
     def contains(self, sources):
-        """Whether the symbol table names a source file of one of these names."""
+        """True if the symbol table names one of these source files."""
         return any(f'\0{source}\0'.encode() in self.contents for source in sources)
 
     def run(self, limit):
-        """`passed`, `failed`, or `timed out` when it has not ended within so many seconds."""
+        """Returns `passed`, `failed`, or `timed out` after `limit` seconds."""
         process = subprocess.Popen([*SANDBOX, *self.command], stdin=subprocess.DEVNULL,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                    cwd=self.path.parent)
