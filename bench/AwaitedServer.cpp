@@ -16,7 +16,7 @@ namespace bench {
 namespace {
 
 void Await(const testbed::Descriptor& socket, short event, const std::string& what) {
-    constexpr std::chrono::milliseconds kWait = testbed::kPatience;
+    constexpr std::chrono::milliseconds kWait = testbed::kTimeOut;
     pollfd waits = {socket.Get(), event, 0};
     const int ready = poll(&waits, 1, static_cast<int>(kWait.count()));
     testbed::Require(ready >= 0, "cannot wait for a socket");

@@ -18,7 +18,7 @@ public:
     AwaitedServer& operator=(const AwaitedServer&) = delete;
 
     // Wait for the next subscriber, whose connection is returned, and for so many requests. Throw
-    // when none comes within testbed::kPatience.
+    // when none comes within testbed::kTimeOut.
     testbed::Descriptor AwaitSubscriber() const;
     void AnswerRequests(std::size_t count) const;
 
@@ -30,7 +30,7 @@ private:
     const testbed::Descriptor requests_;
 };
 
-/* Sends all of it. Throws when the subscriber takes nothing for testbed::kPatience. */
+/* Sends all of it. Throws when the subscriber takes nothing for testbed::kTimeOut. */
 void Push(const testbed::Descriptor& subscriber, const std::string& bytes);
 
 } // namespace bench

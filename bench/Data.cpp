@@ -1,7 +1,7 @@
 #include "Data.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <cstdio>
 #include <filesystem>

@@ -40,12 +40,12 @@ void Fill(testbed::Simulator& server, int changer) {
 }
 
 // Returns how many threads there were at most, as soon as there are so many, or after
-// testbed::kPatience.
+// testbed::kTimeOut.
 std::size_t AwaitThreads(const testbed::Daemon& daemon, std::size_t count) {
     std::size_t most = 0;
-    const auto deadline = std::chrono::steady_clock::now() + testbed::kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + testbed::kTimeOut;
     while (most < count && std::chrono::steady_clock::now() < deadline) {
-        most = std::max(most, daemon.TakeFootprint().threads);
+        most = std::max(most, daemon.ReadResourceUsage().threads);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return most;
@@ -74,7 +74,7 @@ std::size_t RunAll(testbed::TestRun& run, std::size_t threadsBefore) {
         server.Do("identify" + ChangerNamed(i));
     server.Do("release");
     const std::size_t most =
-        AwaitThreads(run.TheDaemon(), threadsBefore + kIdentifications + kManyChangers);
+        AwaitThreads(run.Daemon(), threadsBefore + kIdentifications + kManyChangers);
     for (int i = 0; i < kIdentifications; ++i)
         server.Await("identified");
     return most;
@@ -87,9 +87,9 @@ double MoreThan(std::size_t before, std::size_t after) {
 void MeasureAtOnce(Report& report) {
     testbed::TestRun run;
     StartHeld(run);
-    const testbed::ResourceUsage before = run.TheDaemon().TakeFootprint();
+    const testbed::ResourceUsage before = run.Daemon().ReadResourceUsage();
     const std::size_t most = RunAll(run, before.threads);
-    const testbed::ResourceUsage after = run.TheDaemon().AwaitFootprintWithin(before);
+    const testbed::ResourceUsage after = run.Daemon().AwaitResourceUsageWithin(before);
     const std::size_t requests = run.Server().AllSoFar("request").size();
     const std::size_t replies = run.Server().AllSoFar("reply").size();
 
@@ -129,7 +129,7 @@ Cost IdentifyDiscs(const std::string& mount) {
     server.Await("subscriber");
     for (int reads = mount.empty() ? 0 : 2; reads > 0; --reads)
         server.Await("info-open");
-    const pid_t daemon = run.TheDaemon().Pid();
+    const pid_t daemon = run.Daemon().Pid();
     const double before = ProcessorTimeOf(daemon);
     const auto start = std::chrono::steady_clock::now();
     server.Do("release");

@@ -34,7 +34,7 @@ void MeasureConnections(Report& report) {
     const AwaitedServer server;
     run.StartDaemon();
     CloseConnections(server, kToWarmUp);
-    const pid_t daemon = run.TheDaemon().Pid();
+    const pid_t daemon = run.Daemon().Pid();
     const double before = ReadDirtyMemory(daemon);
     const auto start = std::chrono::steady_clock::now();
     CloseConnections(server, kConnections);

@@ -50,7 +50,7 @@ Trace TraceFor(testbed::OutputLog& outputLog, pid_t process, seconds time, const
     std::this_thread::sleep_for(seconds(1));
     strace.Signal(SIGINT);
     strace.AwaitEnd();
-    outputLog.Forget(testbed::Stream::Helper);
+    outputLog.Discard(testbed::Stream::Helper);
     std::ifstream told(file);
     testbed::Require(told.is_open(), "strace wrote nothing");
     Trace trace;
@@ -78,11 +78,11 @@ void StartConnected(testbed::TestRun& run) {
 void MeasureConnected(Report& report) {
     testbed::TestRun run;
     StartConnected(run);
-    const pid_t daemon = run.TheDaemon().Pid();
+    const pid_t daemon = run.Daemon().Pid();
     report.AddAtMost("private memory after start-up", 5, ReadPrivateMemory(daemon) / kMebibyte,
                      "MiB", "");
     // What follows shows that strace was looking.
-    const Trace trace = TraceFor(run.TheOutputLog(), daemon, seconds(60), "trace=all",
+    const Trace trace = TraceFor(run.OutputLog(), daemon, seconds(60), "trace=all",
                                  [&] { run.Server().Do("push"); });
     if (trace.provoked.empty())
         throw testbed::Failure("strace saw nothing of a notification");
@@ -122,11 +122,10 @@ void MeasureDisconnected(Report& report) {
     testbed::TestRun run;
     run.StartDaemon();
     std::this_thread::sleep_for(seconds(2));
-    const pid_t daemon = run.TheDaemon().Pid();
+    const pid_t daemon = run.Daemon().Pid();
     report.AddAtMost("disconnected, 500 others: share of a core", 0.5, MeasureShareOfCore(daemon),
                      "%", "");
-    const Trace trace =
-        TraceFor(run.TheOutputLog(), daemon, seconds(20), "trace=openat,open", [] {});
+    const Trace trace = TraceFor(run.OutputLog(), daemon, seconds(20), "trace=openat,open", [] {});
     const double attempts = AttemptsPerSecond(trace.calls);
     report.AddAtMost("disconnected: attempts a second, difference from one", 0.05,
                      std::abs(attempts - 1), "", InUnits(attempts, "a second"));

@@ -10,11 +10,11 @@ namespace bench {
 
 /* Ends the run. Throws what went wrong in it, since then nothing that was measured counts. */
 inline void EndCleanly(testbed::TestRun& run) {
-    std::string complaints;
-    for (const std::string& complaint : run.End())
-        complaints += complaint + "\n";
-    if (!complaints.empty())
-        throw testbed::Failure(complaints);
+    std::string problems;
+    for (const std::string& problem : run.End())
+        problems += problem + "\n";
+    if (!problems.empty())
+        throw testbed::Failure(problems);
 }
 
 } // namespace bench

@@ -95,7 +95,7 @@ public:
         AwaitDealtWith();
     }
     double Memory() {
-        return ReadDirtyMemory(run_.TheDaemon().Pid());
+        return ReadDirtyMemory(run_.Daemon().Pid());
     }
     void End() {
         EndCleanly(run_);

@@ -136,7 +136,7 @@ void StopWaiting(CFRunLoopTimerRef /* timer */, void* info) {
 void RunUntilAppeared(Appearance& appearance) {
     CFRunLoopTimerContext context = {};
     context.info = &appearance;
-    const std::chrono::duration<double> patience = testbed::kPatience;
+    const std::chrono::duration<double> patience = testbed::kTimeOut;
     CFRunLoopTimerRef timer =
         CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + patience.count(), 0,
                              0, 0, StopWaiting, &context);

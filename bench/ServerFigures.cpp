@@ -9,8 +9,8 @@
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
 #include "testbed/Process.h"
+#include "testbed/Sandbox.h"
 
 #include <string>
 

@@ -6,7 +6,7 @@
 #include "InOrder.h"
 #include "Program.h"
 
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 #include "testbed/TestRun.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdState.h"

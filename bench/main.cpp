@@ -4,13 +4,13 @@
 // them unless some are named.
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <unistd.h>
 
 // The measuring process begins inside, where it sees the world's processes from its first moment.
 int main(int, char** argv) {
-    return testbed::RunInPrivateWorld([&]() -> int {
+    return testbed::RunInSandbox([&]() -> int {
         testbed::Require(execv(testbed::ProgramPath("bench-figures").c_str(), argv) == 0,
                          "cannot run bench-figures");
         return 1;

@@ -1,8 +1,8 @@
 #include "testbed/Daemon.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
 #include "testbed/ProcessState.h"
+#include "testbed/Sandbox.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,7 +15,7 @@ namespace {
 
 Command CommandOf(const DaemonStart& start) {
     const std::string program = ProgramPath("trayprobed");
-    Command command{program, start.arguments, PlainEnvironment()};
+    Command command{program, start.arguments, MinimalEnvironment()};
     if (start.descriptorLimit > 0) {
         const std::string limit = "--nofile=" + std::to_string(start.descriptorLimit);
         command.program = "/usr/bin/prlimit";
@@ -39,17 +39,17 @@ Daemon::Daemon(OutputLog& outputLog, const DaemonStart& start)
     process_.CloseInput();
 }
 
-ResourceUsage Daemon::TakeFootprint() const {
+ResourceUsage Daemon::ReadResourceUsage() const {
     return {ListThreads(Pid()).size(), ListDescriptors(Pid())};
 }
 
 // Nothing announces that a thread of another process has ended, so /proc is asked again and again.
-ResourceUsage Daemon::AwaitFootprintWithin(const ResourceUsage& limit) const {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    ResourceUsage current = TakeFootprint();
+ResourceUsage Daemon::AwaitResourceUsageWithin(const ResourceUsage& limit) const {
+    const auto deadline = std::chrono::steady_clock::now() + kTimeOut;
+    ResourceUsage current = ReadResourceUsage();
     while (!current.IsWithin(limit) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        current = TakeFootprint();
+        current = ReadResourceUsage();
     }
     return current;
 }
@@ -60,10 +60,10 @@ int Daemon::Stop() {
     return AwaitEnd();
 }
 
-std::string Describe(const ResourceUsage& footprint) {
+std::string Describe(const ResourceUsage& usage) {
     std::ostringstream text;
-    text << footprint.threads << " threads; descriptors:";
-    for (const std::string& target : footprint.descriptors)
+    text << usage.threads << " threads; descriptors:";
+    for (const std::string& target : usage.descriptors)
         text << ' ' << target;
     return text.str();
 }

@@ -23,7 +23,7 @@ struct ResourceUsage {
     bool IsWithin(const ResourceUsage& limit) const;
 };
 
-std::string Describe(const ResourceUsage& footprint);
+std::string Describe(const ResourceUsage& usage);
 
 /* The real daemon as a child process. */
 class Daemon {
@@ -46,10 +46,10 @@ public:
     void Thaw() const {
         process_.Continue();
     }
-    ResourceUsage TakeFootprint() const;
+    ResourceUsage ReadResourceUsage() const;
 
     // Waits until the daemon holds no more than that; returns what it holds then, or still.
-    ResourceUsage AwaitFootprintWithin(const ResourceUsage& limit) const;
+    ResourceUsage AwaitResourceUsageWithin(const ResourceUsage& limit) const;
 
     // It runs until it is killed. Returns the wait status, of that death or of an earlier one.
     int Stop();

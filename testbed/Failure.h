@@ -23,7 +23,7 @@ inline void Require(bool good, const std::string& what) {
 
 /* How long anything is waited for before it counts as failed. It bounds a failing test, and says
    nothing about how fast a thing should be: the daemon's own time-outs are 30 seconds. */
-inline constexpr std::chrono::seconds kPatience{90};
+inline constexpr std::chrono::seconds kTimeOut{90};
 
 } // namespace testbed
 

@@ -51,15 +51,15 @@ OutputLog::~OutputLog() {
     thread_.join();
 }
 
-OutputLog::SourceId OutputLog::ListenToLines(Stream stream, Descriptor pipe) {
-    return Listen(stream, std::move(pipe), nullptr);
+OutputLog::SourceId OutputLog::AddLineSource(Stream stream, Descriptor pipe) {
+    return AddSource(stream, std::move(pipe), nullptr);
 }
 
-OutputLog::SourceId OutputLog::ListenToDatagrams(Stream stream, Descriptor socket, Edit edit) {
-    return Listen(stream, std::move(socket), edit);
+OutputLog::SourceId OutputLog::AddDatagramSource(Stream stream, Descriptor socket, Edit edit) {
+    return AddSource(stream, std::move(socket), edit);
 }
 
-OutputLog::SourceId OutputLog::Listen(Stream stream, Descriptor descriptor, Edit editDatagram) {
+OutputLog::SourceId OutputLog::AddSource(Stream stream, Descriptor descriptor, Edit editDatagram) {
     const std::lock_guard lock(mutex_);
     const SourceId id = nextId_++;
     sources_.push_back({id, stream, std::move(descriptor), editDatagram, {}});
@@ -74,7 +74,7 @@ bool OutputLog::HasEnded(SourceId id) const {
 
 void OutputLog::AwaitEndOf(SourceId id) {
     std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, kPatience, [&] { return HasEnded(id); }))
+    if (!changed_.wait_for(lock, kTimeOut, [&] { return HasEnded(id); }))
         throw Failure("the output of a process did not end");
 }
 
@@ -160,7 +160,7 @@ std::optional<Line> OutputLog::AwaitUnless(const std::function<bool()>& isOver, 
     std::size_t next = 0;
     std::optional<Line> taken;
     const auto isDone = [&] { return (taken = TakeFirst(test, next)).has_value() || isOver(); };
-    if (!changed_.wait_for(lock, kPatience, isDone))
+    if (!changed_.wait_for(lock, kTimeOut, isDone))
         throw Failure("waited in vain for " + what);
     return taken;
 }
@@ -178,13 +178,13 @@ Line OutputLog::Await(Stream stream, const std::string& pattern) {
     return Await(MatchOf(stream, pattern), std::string(NameOf(stream)) + ": " + pattern);
 }
 
-std::optional<Line> OutputLog::TakeIfThere(const Test& test) {
+std::optional<Line> OutputLog::TryTake(const Test& test) {
     const std::lock_guard lock(mutex_);
     std::size_t next = 0;
     return TakeFirst(test, next);
 }
 
-std::vector<Line> OutputLog::Since(std::size_t position) const {
+std::vector<Line> OutputLog::LinesFrom(std::size_t position) const {
     const std::lock_guard lock(mutex_);
     const auto first =
         lines_.begin() + static_cast<std::ptrdiff_t>(std::min(position, lines_.size()));
@@ -196,7 +196,7 @@ std::size_t OutputLog::Size() const {
     return lines_.size();
 }
 
-void OutputLog::Forget(Stream stream) {
+void OutputLog::Discard(Stream stream) {
     const std::lock_guard lock(mutex_);
     std::erase_if(lines_, [stream](const Line& line) { return line.stream == stream; });
 }

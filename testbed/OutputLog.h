@@ -44,8 +44,8 @@ public:
     OutputLog& operator=(const OutputLog&) = delete;
 
     // Takes lines from a pipe until it ends, or whole datagrams from a socket, edited, for ever.
-    SourceId ListenToLines(Stream stream, Descriptor pipe);
-    SourceId ListenToDatagrams(Stream stream, Descriptor socket, Edit edit);
+    SourceId AddLineSource(Stream stream, Descriptor pipe);
+    SourceId AddDatagramSource(Stream stream, Descriptor socket, Edit edit);
     void AwaitEndOf(SourceId source);
 
     // Marks the first line that nobody took and that passes the test as taken, and returns it;
@@ -57,14 +57,14 @@ public:
     std::optional<Line> AwaitUntilEndOf(SourceId source, const Test& test, const std::string& what);
 
     // As Await, but only among the lines that have arrived.
-    std::optional<Line> TakeIfThere(const Test& test);
+    std::optional<Line> TryTake(const Test& test);
 
     // A copy of the lines from the given position on.
-    std::vector<Line> Since(std::size_t position) const;
+    std::vector<Line> LinesFrom(std::size_t position) const;
     std::size_t Size() const;
 
     // Drops what that stream has said so far. Positions change.
-    void Forget(Stream stream);
+    void Discard(Stream stream);
 
 private:
     struct Source {
@@ -75,7 +75,7 @@ private:
         std::string unfinished;
     };
 
-    SourceId Listen(Stream stream, Descriptor descriptor, Edit editDatagram);
+    SourceId AddSource(Stream stream, Descriptor descriptor, Edit editDatagram);
     void Run();
     bool ReadFrom(Source& source); // false when the source has ended
     void TakeLinesFrom(Source& source);

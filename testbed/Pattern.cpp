@@ -22,7 +22,7 @@ bool Pattern::Matches(const std::string& line) const {
     return regexec(compiled_.get(), line.c_str(), 0, nullptr, 0) == 0;
 }
 
-std::string Pattern::Literally(const std::string& text) {
+std::string Pattern::Escape(const std::string& text) {
     std::string expression;
     for (const char letter : text) {
         if (std::strchr(".^$|()[]{}*+?\\", letter) != nullptr)

@@ -16,7 +16,7 @@ public:
     bool Matches(const std::string& line) const;
 
     // An expression for just this text.
-    static std::string Literally(const std::string& text);
+    static std::string Escape(const std::string& text);
 
 private:
     std::shared_ptr<const regex_t> compiled_;

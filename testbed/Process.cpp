@@ -111,8 +111,8 @@ Process::Process(const Command& command, OutputLog& outputLog, Stream output, St
     pid_ = Spawn(command, actions);
     pidDescriptor_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
     input_ = std::move(in.writer);
-    output_ = outputLog.ListenToLines(output, std::move(out.reader));
-    errors_ = outputLog.ListenToLines(errors, std::move(err.reader));
+    output_ = outputLog.AddLineSource(output, std::move(out.reader));
+    errors_ = outputLog.AddLineSource(errors, std::move(err.reader));
 }
 
 Process::~Process() {
@@ -127,12 +127,13 @@ bool Process::Write(const std::string& line) const {
     return write(input_.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-void Process::Tell(const std::string& line) const {
+void Process::WriteLine(const std::string& line) const {
     Require(Write(line), "cannot tell process: " + line);
 }
 
 // A process that has closed its input is about to end.
-std::optional<Line> Process::Ask(const std::string& line, const OutputLog::Test& isAnswer) const {
+std::optional<Line> Process::WriteAndAwait(const std::string& line,
+                                           const OutputLog::Test& isAnswer) const {
     Require(Write(line) || errno == EPIPE, "cannot tell process: " + line);
     return outputLog_.AwaitUntilEndOf(output_, isAnswer, "the answer to: " + line);
 }
@@ -157,7 +158,7 @@ void Process::Continue() const {
 
 // A wait for a stop has no limit, so it is asked for again and again.
 void Process::AwaitStop() const {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeOut;
     int status = 0;
     pid_t changed = 0;
     while ((changed = waitpid(pid_, &status, WUNTRACED | WNOHANG)) == 0) {
@@ -172,7 +173,7 @@ int Process::AwaitEnd() {
     if (reaped_)
         return status_;
     pollfd polled{pidDescriptor_.Get(), POLLIN, 0};
-    const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+    const int patience = static_cast<int>(std::chrono::milliseconds(kTimeOut).count());
     if (poll(&polled, 1, patience) != 1)
         throw Failure("process " + std::to_string(pid_) + " does not end");
     Require(waitpid(pid_, &status_, 0) == pid_, "cannot reap a process");
@@ -187,7 +188,7 @@ std::string DescribeEnd(int waitStatus) {
                                  : "killed by signal " + std::to_string(WTERMSIG(waitStatus));
 }
 
-std::vector<std::string> PlainEnvironment() {
+std::vector<std::string> MinimalEnvironment() {
     std::vector<std::string> environment;
     for (const char* name :
          {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {

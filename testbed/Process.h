@@ -29,10 +29,11 @@ public:
     pid_t Pid() const {
         return pid_;
     }
-    void Tell(const std::string& line) const;
+    void WriteLine(const std::string& line) const;
     // Tells it a line, and waits for its answer, which passes the test; returns nothing when the
     // process ends without one.
-    std::optional<Line> Ask(const std::string& line, const OutputLog::Test& isAnswer) const;
+    std::optional<Line> WriteAndAwait(const std::string& line,
+                                      const OutputLog::Test& isAnswer) const;
     void CloseInput() {
         input_.Close();
     }
@@ -66,7 +67,7 @@ std::string DescribeEnd(int waitStatus);
 
 /* The variables of this process's environment that a child of the build needs: the search path
    and what steers the sanitizers. */
-std::vector<std::string> PlainEnvironment();
+std::vector<std::string> MinimalEnvironment();
 
 } // namespace testbed
 

@@ -72,7 +72,7 @@ bool HasUnreadBytes(const Descriptor& process, int number) {
 
 // Nothing announces what becomes of another process, so /proc is asked again and again.
 void AwaitState(const std::function<bool()>& isReached, const std::string& what) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeOut;
     while (!isReached()) {
         if (std::chrono::steady_clock::now() > deadline)
             throw Failure("waited in vain for " + what);
@@ -109,7 +109,7 @@ std::vector<std::string> ListDescriptors(pid_t pid) {
     return targets;
 }
 
-std::size_t ReadOwnMemory(pid_t pid) {
+std::size_t ReadAnonymousMemory(pid_t pid) {
     const std::string status = ReadProcFile(pid, "status");
     const std::string key = "\nRssAnon:";
     const std::size_t found = status.find(key);
@@ -128,7 +128,7 @@ void AwaitThreadsInSystemCall(pid_t pid, SystemCall call, std::ptrdiff_t count) 
     AwaitState(areThere, "threads in system call " + std::to_string(*numbers.begin()));
 }
 
-void AwaitSentIsRead(pid_t pid) {
+void AwaitSentBytesRead(pid_t pid) {
     const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     const auto isRead = [&] {
         const std::filesystem::directory_iterator descriptors(ProcFolder(pid) / "fd");
@@ -139,7 +139,7 @@ void AwaitSentIsRead(pid_t pid) {
     AwaitState(isRead, "readers of what a process sent");
 }
 
-void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid) {
+void AwaitEndOfOtherThreads(const std::set<pid_t>& threads, pid_t pid) {
     const auto hasNoOthers = [&] {
         const std::set<pid_t> current = ListThreads(pid);
         return std::includes(threads.begin(), threads.end(), current.begin(), current.end());

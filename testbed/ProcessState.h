@@ -20,7 +20,7 @@ std::vector<std::string> ListDescriptors(pid_t pid);
 
 /* The bytes of memory that are the process's own: not those of files, which come and go as the
    kernel likes. */
-std::size_t ReadOwnMemory(pid_t pid);
+std::size_t ReadAnonymousMemory(pid_t pid);
 
 /* Whether the programs are compiled with a sanitizer, which takes memory for itself and keeps for a
    while what was freed. */
@@ -40,10 +40,10 @@ enum class SystemCall { Connect, EpollWait, Poll, Statfs };
 void AwaitThreadsInSystemCall(pid_t pid, SystemCall call, std::ptrdiff_t count);
 
 /* Waits until all that it wrote to its sockets was read at their other ends. It has stopped. */
-void AwaitSentIsRead(pid_t pid);
+void AwaitSentBytesRead(pid_t pid);
 
 /* Waits until it has no other threads than these. */
-void AwaitEndOfThreadsBut(const std::set<pid_t>& threads, pid_t pid);
+void AwaitEndOfOtherThreads(const std::set<pid_t>& threads, pid_t pid);
 
 } // namespace testbed
 

@@ -29,7 +29,7 @@ int ReadWatch::CountNewReads() const {
 }
 
 void ReadWatch::AwaitReads(int count) {
-    const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+    const int patience = static_cast<int>(std::chrono::milliseconds(kTimeOut).count());
     while (reads_ < count) {
         pollfd polled{inotify_.Get(), POLLIN, 0};
         if (poll(&polled, 1, patience) != 1)

@@ -1,7 +1,7 @@
 #include "testbed/Simulator.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <csignal>
 #include <optional>
@@ -10,7 +10,7 @@ namespace testbed {
 namespace {
 
 Command SimulatorCommand() {
-    return {ProgramPath("carouseld-sim"), {"carouseld-sim"}, PlainEnvironment()};
+    return {ProgramPath("carouseld-sim"), {"carouseld-sim"}, MinimalEnvironment()};
 }
 
 std::string Describe(const std::string& kind, const Values& values) {
@@ -40,13 +40,13 @@ Simulator::Simulator(OutputLog& outputLog)
 std::string Simulator::DescribeUnexpectedEnd() {
     std::string text = "the server " + DescribeEnd(process_.AwaitEnd());
     const auto isError = [](const Line& line) { return line.stream == Stream::ServerOutput; };
-    while (const auto line = outputLog_.TakeIfThere(isError))
+    while (const auto line = outputLog_.TryTake(isError))
         text += ": " + line->text;
     return text;
 }
 
 std::vector<Event> Simulator::Do(const std::string& command) {
-    const std::optional<Line> answer = process_.Ask(command, IsAnswer);
+    const std::optional<Line> answer = process_.WriteAndAwait(command, IsAnswer);
     if (!answer)
         throw Failure(DescribeUnexpectedEnd());
     if (answer->text != "ok")
@@ -55,7 +55,7 @@ std::vector<Event> Simulator::Do(const std::string& command) {
     const auto isModel = [](const Line& line) {
         return line.stream == Stream::Server && line.text.starts_with("model ");
     };
-    while (const auto line = outputLog_.TakeIfThere(isModel))
+    while (const auto line = outputLog_.TryTake(isModel))
         model.push_back(*ParseEvent(line->text));
     return model;
 }
@@ -78,7 +78,7 @@ Event Simulator::Await(const std::string& kind, const std::function<bool(const E
 
 std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& values) const {
     std::vector<Event> events;
-    for (const Line& line : outputLog_.Since(firstLine_)) {
+    for (const Line& line : outputLog_.LinesFrom(firstLine_)) {
         const auto event = EventOf(line, kind);
         if (event && event->Has(values))
             events.push_back(*event);

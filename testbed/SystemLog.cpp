@@ -24,7 +24,7 @@ sockaddr_un LogAddress() {
 
 } // namespace
 
-std::string WithoutStamp(const std::string& message) {
+std::string WithoutHeader(const std::string& message) {
     static const Pattern stamp("<9>[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} ");
     constexpr std::size_t kStampLength = 19;
     const bool stamped = stamp.Matches(message.substr(0, kStampLength));
@@ -36,14 +36,14 @@ SystemLog::SystemLog(OutputLog& outputLog) : outputLog_(outputLog) {
     const sockaddr_un address = LogAddress();
     Require(bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
             "cannot bind /dev/log");
-    outputLog.ListenToDatagrams(Stream::SystemLog, std::move(socket), WithoutStamp);
+    outputLog.AddDatagramSource(Stream::SystemLog, std::move(socket), WithoutHeader);
 }
 
 SystemLog::~SystemLog() {
     unlink(kLogPath);
 }
 
-void SystemLog::CatchUp() {
+void SystemLog::Flush() {
     const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = LogAddress();
     const std::string mark = "testbed: caught up";

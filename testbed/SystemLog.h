@@ -18,14 +18,14 @@ public:
     SystemLog& operator=(const SystemLog&) = delete;
 
     // Everything logged before this call is in the output log afterwards.
-    void CatchUp();
+    void Flush();
 
 private:
     OutputLog& outputLog_;
 };
 
 /* "<9>Nov 21 02:00:00 trayprobed: text" without priority (user.alert) and date. */
-std::string WithoutStamp(const std::string& message);
+std::string WithoutHeader(const std::string& message);
 
 } // namespace testbed
 

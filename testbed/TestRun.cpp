@@ -41,13 +41,13 @@ void TestRun::StartDaemon(const DaemonStart& start) {
 }
 
 int TestRun::AwaitEndOfDaemon() {
-    const int status = TheDaemon().AwaitEnd();
+    const int status = Daemon().AwaitEnd();
     daemon_.reset();
     return status;
 }
 
 void TestRun::TakeBaseline() {
-    baseline_ = TheDaemon().TakeFootprint();
+    baseline_ = Daemon().ReadResourceUsage();
 }
 
 std::string TestRun::NextLogLine(const std::string& awaited) {
@@ -62,71 +62,71 @@ void TestRun::AwaitLog(const std::vector<std::string>& patterns) {
     }
 }
 
-void TestRun::AwaitEndOfLog(const std::string& pattern) {
+void TestRun::SkipLogUntil(const std::string& pattern) {
     const Pattern last(kIdent + pattern);
     while (!last.Matches(NextLogLine(pattern))) {
     }
 }
 
 std::vector<std::string> TestRun::TakeLog() {
-    log_.CatchUp();
+    log_.Flush();
     std::vector<std::string> lines;
-    while (const auto line = outputLog_.TakeIfThere(IsLogged))
+    while (const auto line = outputLog_.TryTake(IsLogged))
         lines.push_back(line->text);
     return lines;
 }
 
 std::vector<std::string> TestRun::End() {
-    std::vector<std::string> complaints;
-    EndDaemon(complaints);
-    EndServer(complaints);
-    log_.CatchUp();
-    CheckLines(complaints);
-    return complaints;
+    std::vector<std::string> problems;
+    EndDaemon(problems);
+    EndServer(problems);
+    log_.Flush();
+    CheckLines(problems);
+    return problems;
 }
 
-void TestRun::CheckFootprint(std::vector<std::string>& complaints) {
+void TestRun::CheckResourceUsage(std::vector<std::string>& problems) {
     ResourceUsage limit = baseline_.value();
-    const auto lines = outputLog_.Since(0);
+    const auto lines = outputLog_.LinesFrom(0);
     if (std::any_of(lines.begin(), lines.end(), IsOfTheDaemon)) {
         limit.descriptors.emplace_back("socket");
         std::sort(limit.descriptors.begin(), limit.descriptors.end());
     }
-    const ResourceUsage last = daemon_->AwaitFootprintWithin(limit);
+    const ResourceUsage last = daemon_->AwaitResourceUsageWithin(limit);
     if (!last.IsWithin(limit)) {
-        complaints.push_back("the daemon began with " + Describe(*baseline_));
-        complaints.push_back("     and ended with " + Describe(last));
+        problems.push_back("the daemon began with " + Describe(*baseline_));
+        problems.push_back("     and ended with " + Describe(last));
     }
 }
 
-void TestRun::EndDaemon(std::vector<std::string>& complaints) {
+void TestRun::EndDaemon(std::vector<std::string>& problems) {
     if (!daemon_)
         return;
     if (baseline_ && daemon_->IsRunning())
-        CheckFootprint(complaints);
+        CheckResourceUsage(problems);
     const int status = daemon_->Stop();
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGTERM)
-        complaints.push_back("the daemon did not live until the end: " + DescribeEnd(status));
+        problems.push_back("the daemon did not live until the end: " + DescribeEnd(status));
     daemon_.reset();
 }
 
-void TestRun::EndServer(std::vector<std::string>& complaints) {
+void TestRun::EndServer(std::vector<std::string>& problems) {
     if (!server_)
         return;
     try {
         QuitServer();
     } catch (const Failure& failure) {
-        complaints.emplace_back(failure.what());
+        problems.emplace_back(failure.what());
         server_.reset();
     }
 }
 
 // The server's events are there to be looked at or not; everybody else speaks when asked.
-void TestRun::CheckLines(std::vector<std::string>& complaints) {
-    for (const Line& line : outputLog_.Since(0)) {
+void TestRun::CheckLines(std::vector<std::string>& problems) {
+    for (const Line& line : outputLog_.LinesFrom(0)) {
         if (line.stream != Stream::Server && !line.taken) {
-            complaints.push_back(std::string("unexpected, ") + NameOf(line.stream) + ": " +
-                                 line.text);
+            problems.push_back(std::string("unexpected, ") + NameOf(line.stream) + ": " +
+                               line.text);
         }
     }
 }

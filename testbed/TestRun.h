@@ -20,13 +20,13 @@ class TestRun {
 public:
     TestRun() : log_(outputLog_) {}
 
-    OutputLog& TheOutputLog() {
+    testbed::OutputLog& OutputLog() {
         return outputLog_;
     }
     Simulator& Server() {
         return server_.value();
     }
-    Daemon& TheDaemon() {
+    testbed::Daemon& Daemon() {
         return daemon_.value();
     }
 
@@ -47,7 +47,7 @@ public:
     void AwaitLog(const std::vector<std::string>& patterns);
 
     // Takes the next lines of the system log, whatever they are, until one matches the pattern.
-    void AwaitEndOfLog(const std::string& pattern);
+    void SkipLogUntil(const std::string& pattern);
 
     // Takes what was logged so far, whatever it is.
     std::vector<std::string> TakeLog();
@@ -57,15 +57,15 @@ public:
 
 private:
     std::string NextLogLine(const std::string& awaited);
-    void CheckFootprint(std::vector<std::string>& complaints);
-    void EndDaemon(std::vector<std::string>& complaints);
-    void EndServer(std::vector<std::string>& complaints);
-    void CheckLines(std::vector<std::string>& complaints);
+    void CheckResourceUsage(std::vector<std::string>& problems);
+    void EndDaemon(std::vector<std::string>& problems);
+    void EndServer(std::vector<std::string>& problems);
+    void CheckLines(std::vector<std::string>& problems);
 
-    OutputLog outputLog_;
+    testbed::OutputLog outputLog_;
     SystemLog log_;
     std::optional<Simulator> server_;
-    std::optional<Daemon> daemon_;
+    std::optional<testbed::Daemon> daemon_;
     std::optional<ResourceUsage> baseline_;
 };
 

@@ -4,7 +4,7 @@
 
 #include "Screen.h"
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 #include "testbed/TestRun.h"
 
 #include <array>
@@ -145,7 +145,7 @@ void Demo::Prepare() {
 void Demo::IdentifyEveryDisc() {
     screen_.Title("trayprobed starts, and has every disc identified");
     run_.StartDaemon();
-    screen_.Say("demo", "trayprobed running, process " + std::to_string(run_.TheDaemon().Pid()));
+    screen_.Say("demo", "trayprobed running, process " + std::to_string(run_.Daemon().Pid()));
 
     std::map<std::string, int> withdrawals;
     Event last;
@@ -234,10 +234,10 @@ double Demo::SecondsToBrowse(const std::string& disc) {
 
 void Demo::End() {
     screen_.Title("The end");
-    const std::vector<std::string> complaints = run_.End();
-    for (const std::string& complaint : complaints)
-        screen_.Say("demo", complaint, Colour::Red);
-    Check(complaints.empty(), "a clean end");
+    const std::vector<std::string> problems = run_.End();
+    for (const std::string& problem : problems)
+        screen_.Say("demo", problem, Colour::Red);
+    Check(problems.empty(), "a clean end");
     screen_.Say("demo", "all as it must be: nothing logged, nothing left behind", Colour::Green);
 }
 
@@ -247,7 +247,7 @@ void Demo::ShowUntil(const Condition& condition) {
         return line.stream != Stream::Server || testbed::ParseEvent(line.text).has_value();
     };
     while (!met) {
-        const Line line = run_.TheOutputLog().Await(isNews, "what the demo is about");
+        const Line line = run_.OutputLog().Await(isNews, "what the demo is about");
         const auto event = testbed::ParseEvent(line.text);
         if (line.stream == Stream::Server && event) {
             Show(*event);
@@ -300,8 +300,8 @@ int PrintHelp() {
 }
 
 int RunDemo() {
-    const int status = testbed::RunInPrivateWorld([] { return Demo().Run(); });
-    if (status == testbed::kNoPrivateWorld)
+    const int status = testbed::RunInSandbox([] { return Demo().Run(); });
+    if (status == testbed::kNoSandbox)
         std::fputs("The demo takes processes, mounts and a system log of its own.\n", stderr);
     return status;
 }

@@ -82,7 +82,7 @@ void Dialogue::HaltABuild(int changer) const {
 // start.
 void Dialogue::AwaitQuiet() const {
     testbed::ResourceUsage& quiet = performance_.quiet;
-    const auto now = performance_.run.TheDaemon().AwaitFootprintWithin(quiet);
+    const auto now = performance_.run.Daemon().AwaitResourceUsageWithin(quiet);
     if (!now.IsWithin(quiet)) {
         throw testbed::Failure("the daemon began with " + Describe(quiet) +
                                ", and does not come back to it from " + Describe(now));

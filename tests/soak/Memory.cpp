@@ -1,8 +1,8 @@
 #include "Memory.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
 #include "testbed/ProcessState.h"
+#include "testbed/Sandbox.h"
 
 #include <cstdint>
 #include <cstring>
@@ -58,7 +58,7 @@ Memory::Memory(testbed::OutputLog& outputLog) : outputLog_(outputLog), listener_
     testbed::Require(mkfifo(pipe_.c_str(), 0600) == 0, "cannot make a pipe");
     const testbed::Command command{testbed::ProgramPath("trayprobed-list-keeper"),
                                    {"trayprobed-list-keeper", pipe_, kListenerPath},
-                                   testbed::PlainEnvironment()};
+                                   testbed::MinimalEnvironment()};
     keeper_.emplace(command, outputLog_, testbed::Stream::Helper, testbed::Stream::Helper);
 }
 

@@ -289,5 +289,5 @@ void ServerLife::End() {
         performance_.run.KillServer();
     if (isCutOff_)
         crash_.CountEnds();
-    performance_.run.TheOutputLog().Forget(testbed::Stream::Server);
+    performance_.run.OutputLog().Discard(testbed::Stream::Server);
 }

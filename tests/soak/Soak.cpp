@@ -23,7 +23,7 @@ std::string InKilobytes(long bytes) {
 } // namespace
 
 Soak::Soak(int lives, bool judgesMemory)
-    : lives_(lives), judgesMemory_(judgesMemory), memory_(performance_.run.TheOutputLog()) {
+    : lives_(lives), judgesMemory_(judgesMemory), memory_(performance_.run.OutputLog()) {
     performance_.pipe = memory_.Pipe();
 }
 
@@ -54,11 +54,11 @@ void Soak::PlayOverture() {
     run.StartDaemon();
     Dialogue(performance_).AwaitClearedStatus(kChangersOfTheOverture - 1);
     // The daily timer gets its descriptor when the main thread waits next.
-    testbed::AwaitThreadsInSystemCall(run.TheDaemon().Pid(), testbed::SystemCall::Poll, 1);
+    testbed::AwaitThreadsInSystemCall(run.Daemon().Pid(), testbed::SystemCall::Poll, 1);
     run.TakeBaseline();
-    performance_.quiet = run.TheDaemon().TakeFootprint();
+    performance_.quiet = run.Daemon().ReadResourceUsage();
     run.QuitServer();
-    run.TheOutputLog().Forget(testbed::Stream::Server);
+    run.OutputLog().Discard(testbed::Stream::Server);
 }
 
 void Soak::PlayLife(int number) {
@@ -71,10 +71,10 @@ void Soak::PlayLife(int number) {
     life.End();
 
     if (number == std::max(2, lives_ / 20))
-        warm_ = memory_.Take(performance_.run.TheDaemon());
+        warm_ = memory_.Take(performance_.run.Daemon());
     if (number == lives_ / 2)
-        middle_ = memory_.Take(performance_.run.TheDaemon());
-    last_ = memory_.Take(performance_.run.TheDaemon());
+        middle_ = memory_.Take(performance_.run.Daemon());
+    last_ = memory_.Take(performance_.run.Daemon());
     if ((number + 1) % std::max(1, lives_ / 50) == 0)
         SayProgress(number + 1);
 }
@@ -103,9 +103,9 @@ void Soak::PlayFinale() {
 
 void Soak::PrintLastLines() {
     constexpr std::size_t kEnough = 100;
-    const testbed::OutputLog& outputLog = performance_.run.TheOutputLog();
+    const testbed::OutputLog& outputLog = performance_.run.OutputLog();
     for (const testbed::Line& line :
-         outputLog.Since(outputLog.Size() - std::min(kEnough, outputLog.Size())))
+         outputLog.LinesFrom(outputLog.Size() - std::min(kEnough, outputLog.Size())))
         std::printf("%s: %s\n", NameOf(line.stream), line.text.c_str());
 }
 
@@ -180,7 +180,7 @@ void Soak::JudgeGrowth(const std::string& what, long bytes, long most) {
 void Soak::JudgeTheEnd() {
     if (finalePlayed_) {
         const testbed::ResourceUsage& first = performance_.quiet;
-        const auto last = performance_.run.TheDaemon().AwaitFootprintWithin(first);
+        const auto last = performance_.run.Daemon().AwaitResourceUsageWithin(first);
         table_.AddExactly("threads", static_cast<long>(first.threads),
                           static_cast<long>(last.threads));
         table_.Add("descriptors", std::to_string(first.descriptors.size()),

@@ -1,6 +1,6 @@
 #include "Soak.h"
 
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,5 +14,5 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: trayprobed-soak [SERVER LIVES, at least 6 [unjudged]]\n");
         return 2;
     }
-    return testbed::RunInPrivateWorld([&] { return Soak(lives, judgesMemory).Run() ? 0 : 1; });
+    return testbed::RunInSandbox([&] { return Soak(lives, judgesMemory).Run() ? 0 : 1; });
 }

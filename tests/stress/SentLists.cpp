@@ -69,7 +69,7 @@ void Wake() {
 
 void AwaitSaved(long count) {
     std::unique_lock lock(g_mutex);
-    if (!g_changed.wait_for(lock, testbed::kPatience, [&] { return CountSaved() >= count; }))
+    if (!g_changed.wait_for(lock, testbed::kTimeOut, [&] { return CountSaved() >= count; }))
         throw testbed::Failure("the daemon does not handle notifications any more");
 }
 

@@ -32,8 +32,8 @@
 #include "Volumes.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
 #include "testbed/ProcessState.h"
+#include "testbed/Sandbox.h"
 
 #include <algorithm>
 #include <chrono>
@@ -93,7 +93,7 @@ void ChangeMood(Surroundings& around, Mood mood) {
 
 void ComeToRest(Surroundings& around, bool anew) {
     ChangeMood(around, Mood::kCalm);
-    for (const auto end = Clock::now() + testbed::kPatience; !IsAtRest();) {
+    for (const auto end = Clock::now() + testbed::kTimeOut; !IsAtRest();) {
         if (Clock::now() > end)
             throw testbed::Failure("the daemon does not come to rest");
         sent_lists::AwaitSaved(sent_lists::CountSent() + 1);
@@ -120,7 +120,7 @@ void RunRound(Surroundings& around, Mood mood) {
 
 // All but what there was before must go.
 void CheckWhatIsLeft(const std::set<pid_t>& threads, const std::vector<std::string>& descriptors) {
-    testbed::AwaitEndOfThreadsBut(threads, getpid());
+    testbed::AwaitEndOfOtherThreads(threads, getpid());
     if (!std::ranges::includes(descriptors, testbed::ListDescriptors(getpid())))
         tally::Complain("descriptors were left open");
 }
@@ -128,7 +128,7 @@ void CheckWhatIsLeft(const std::set<pid_t>& threads, const std::vector<std::stri
 // On a slow machine it takes longer until everything has happened.
 bool IsToGoOn(Clock::duration passed, std::chrono::seconds duration) {
     return passed < duration ||
-           (passed < duration + testbed::kPatience && !tally::HasEverythingHappened());
+           (passed < duration + testbed::kTimeOut && !tally::HasEverythingHappened());
 }
 
 int Run(std::chrono::seconds duration) {
@@ -168,7 +168,7 @@ int main(int argc, char** argv) {
     const std::string seconds = argc > 1 ? argv[1] : "600";
     const std::string seed = argc > 2 ? argv[2] : std::to_string(std::random_device()());
     if (std::string_view(argv[0]) != kInside)
-        return testbed::RunInPrivateWorld([&] { return StartInside(seconds, seed); });
+        return testbed::RunInSandbox([&] { return StartInside(seconds, seed); });
     std::printf("seed %s\n", seed.c_str());
     std::fflush(nullptr);
     chance::Seed(static_cast<std::uint32_t>(std::stoul(seed)));

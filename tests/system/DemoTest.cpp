@@ -4,7 +4,7 @@
 
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -75,7 +75,7 @@ void HideDevicesButKeepPrograms() {
 
 TEST(DemoTest, MissingFuseDeviceIsNamed) {
     const ProgramEnd end = RunDemo(HideDevicesButKeepPrograms);
-    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("there is no /dev/fuse"));
 }
 
@@ -85,13 +85,13 @@ TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsNamed) {
         const testbed::Descriptor created(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
         Bind(file, kFuse);
     });
-    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
 }
 
 TEST(DemoTest, OtherDeviceInPlaceOfTheFuseDeviceIsNamed) {
     const ProgramEnd end = RunDemo([] { Bind("/dev/null", kFuse); });
-    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
 }
 
@@ -101,7 +101,7 @@ TEST(DemoTest, FuseDeviceThatMayNotBeOpenedIsNamed) {
         const unsigned long flags = MS_REMOUNT | MS_BIND | MS_NODEV;
         Require(mount(nullptr, kFuse, nullptr, flags, nullptr) == 0, "cannot forbid devices");
     });
-    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("not permitted to open /dev/fuse: Permission denied"));
 }
 

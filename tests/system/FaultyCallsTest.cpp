@@ -71,9 +71,8 @@ protected:
     bool EndFault();
     // Waits until the daemon has no more calls to make: its main loop waits, and its reader.
     void AwaitIdle() {
-        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Poll, 1);
-        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::EpollWait,
-                                          1);
+        testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Poll, 1);
+        testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::EpollWait, 1);
     }
 
     // A root that cannot be read is taken for no changer's, without a word.
@@ -108,12 +107,12 @@ void FaultyCallsTest::ForEachFault(const std::function<bool()>& runRound) {
 bool FaultyCallsTest::EndFault() {
     const bool happened = director_.Disarm();
     if (happened && !std::exchange(isNoticeTaken_, false))
-        run_.TheOutputLog().Await(IsFaultNotice, "notice of the fault");
+        run_.OutputLog().Await(IsFaultNotice, "notice of the fault");
     return happened;
 }
 
 Line FaultyCallsTest::NextSign(const std::function<bool(const Line&)>& isSign) {
-    const Line line = run_.TheOutputLog().Await(
+    const Line line = run_.OutputLog().Await(
         [&](const Line& each) { return isSign(each) || IsFaultNotice(each); }, "a sign of life");
     isNoticeTaken_ |= IsFaultNotice(line);
     return line;
@@ -135,7 +134,7 @@ bool IsSignOfStart(const Line& line) {
 class FaultyStartTest : public FaultyCallsTest {
 protected:
     bool Start() {
-        while (run_.TheOutputLog().TakeIfThere(IsSignOfStart)) {
+        while (run_.OutputLog().TryTake(IsSignOfStart)) {
         }
         run_.StartDaemon(director_.Start());
         const bool isUp = AwaitStart();
@@ -144,7 +143,7 @@ protected:
         const bool happened = EndFault();
         EXPECT_TRUE(isUp || happened);
         if (isUp)
-            run_.TheDaemon().Signal(SIGTERM);
+            run_.Daemon().Signal(SIGTERM);
         EXPECT_EQ(run_.AwaitEndOfDaemon(), isUp ? SIGTERM : 0);
         const auto log = run_.TakeLog();
         EXPECT_TRUE(happened || log.empty()) << testing::PrintToString(log);
@@ -190,7 +189,7 @@ protected:
                                                                             // is listed
         StartDaemon(director_.Start());
         AwaitLastNotification();
-        rest_ = run_.TheDaemon().TakeFootprint();
+        rest_ = run_.Daemon().ReadResourceUsage();
         rest_.descriptors.emplace_back("socket"); // to the system log
         std::sort(rest_.descriptors.begin(), rest_.descriptors.end());
     }
@@ -251,7 +250,7 @@ void FaultyRunTest::AwaitLastNotification() {
 // The threads at rest are the fewest ever seen: one that probes a volume may be slow to end.
 void FaultyRunTest::AwaitRest() {
     AwaitLastNotification();
-    const testbed::ResourceUsage now = run_.TheDaemon().AwaitFootprintWithin(rest_);
+    const testbed::ResourceUsage now = run_.Daemon().AwaitResourceUsageWithin(rest_);
     EXPECT_TRUE(now.IsWithin(rest_)) << Describe(now);
     rest_.threads = std::min(rest_.threads, now.threads);
     if (std::exchange(isOccupied_, false))
@@ -263,14 +262,14 @@ void FaultyRunTest::AwaitRest() {
 bool FaultyRunTest::Identify() {
     const std::string slot = std::to_string(slot_);
     const auto isIdentified = [&](const Line& each) { return IsIdentification(each, slot); };
-    while (run_.TheOutputLog().TakeIfThere(isIdentified)) { // the last disc, a second time
+    while (run_.OutputLog().TryTake(isIdentified)) { // the last disc, a second time
     }
     Tell("put changer=5000C500ABCD00A1 slot=" + slot + " directories=3");
     isOccupied_ = true;
-    const Line line = run_.TheOutputLog().Await(
+    const Line line = run_.OutputLog().Await(
         [&](const Line& each) { return isIdentified(each) || IsFailedWithdrawal(each); },
         "the identification of slot " + slot);
-    run_.TheDaemon().AwaitFootprintWithin(rest_); // the disc is ejected, or stays
+    run_.Daemon().AwaitResourceUsageWithin(rest_); // the disc is ejected, or stays
     isOutOfReach_ = IsFailedWithdrawal(line);
     return !isOutOfReach_;
 }

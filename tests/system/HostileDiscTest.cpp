@@ -53,7 +53,7 @@ protected:
 class HostileVolumeTest : public HostileDiscTest {
 protected:
     PuppetVolume& TakeUp(const std::vector<std::string>& folders) {
-        volume_.emplace(run_.TheOutputLog(), kPlace, folders);
+        volume_.emplace(run_.OutputLog(), kPlace, folders);
         volume_->AwaitRead(kInfoFile);
         volume_->AwaitRead(kInfoFile);
         return *volume_;
@@ -275,13 +275,13 @@ protected:
     // After a small build, which needs what every build needs.
     void ExpectBuildGivesMemoryBack(int names) {
         BindAndExpectBuild();
-        const std::size_t before = testbed::ReadOwnMemory(run_.TheDaemon().Pid());
+        const std::size_t before = testbed::ReadAnonymousMemory(run_.Daemon().Pid());
         MakeNames("/tmp/a/disc0/many", names);
         testbed::ReadWatch many("/tmp/a/disc0/many");
         ExpectBuildOf(1);
         many.AwaitReads(1);
         if (!testbed::kHasSanitizer)
-            EXPECT_LE(testbed::ReadOwnMemory(run_.TheDaemon().Pid()), before + kMebibyte);
+            EXPECT_LE(testbed::ReadAnonymousMemory(run_.Daemon().Pid()), before + kMebibyte);
     }
 };
 

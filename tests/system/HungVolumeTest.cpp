@@ -50,8 +50,7 @@ protected:
     void SetUp() override {}
 
     void MountOlder() {
-        older_.emplace(run_.TheOutputLog(), "/tmp/older", Folders{"a"},
-                       PuppetVolume::Start::Asleep);
+        older_.emplace(run_.OutputLog(), "/tmp/older", Folders{"a"}, PuppetVolume::Start::Asleep);
     }
     // Waits for so many readings of its info file.
     static void MountYounger(int reads) {
@@ -59,7 +58,7 @@ protected:
         Bind("/tmp/b", "/tmp/younger", reads);
     }
     void LetOlderAnswer() {
-        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Statfs, 1);
+        testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, 1);
         older_->Continue();
         older_->AwaitRead(kInfoFile);
         older_->AwaitRead(kInfoFile);
@@ -109,7 +108,7 @@ TEST_F(LateVolumeTest, IsNotTakenUpWhenTheYoungerOneIsUnmounted) {
 }
 
 TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     ExpectMainLoopGoesOn();
     ExpectNothingToBuild();
     volume.Continue();
@@ -119,7 +118,7 @@ TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
 }
 
 TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Unmount();
     AwaitMountsSeen();
@@ -129,7 +128,7 @@ TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
 }
 
 TEST_F(HungVolumeTest, NeverAppearsIfItsServerIsKilledBeforeItAnswers) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Kill();
     ExpectMainLoopGoesOn();
@@ -144,13 +143,13 @@ TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
     for (int i = 0; i < 2 * kMostProbes; ++i)
         silent.push_back(SilentVolume::OfUser(kAnotherUser, "/tmp/of-user" + std::to_string(i)));
     ExpectMainLoopGoesOn();
-    testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Statfs, 0);
+    testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, 0);
 }
 
 // Once it has answered, the daemon's main thread reads its info file, and waits for it up to half a
 // minute. What comes meanwhile is kept.
 TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
     Tell("identify changer=5000C500ABCD00A1 slot=0");
@@ -162,7 +161,7 @@ TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
 }
 
 TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     volume.Kill();
     ExpectMainLoopGoesOn();
@@ -171,7 +170,7 @@ TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
 
 // Then it is no changer's volume.
 TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteAtMost) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     ExpectMainLoopGoesOn();
     volume.Continue();
@@ -181,7 +180,7 @@ TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteA
 // The second reading is bounded like the first, though the state lock is held meanwhile. The
 // volume has told that it is a changer's, but not whose in the end, which is logged: it is none.
 TEST_F(HungVolumeTest, SlowThatStopsInItsSecondReadingHoldsUpTheDaemonForHalfAMinuteAtMost) {
-    PuppetVolume volume(run_.TheOutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
+    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
     volume.AwaitRead(kInfoFile);
     volume.AwaitStop();
     ExpectMainLoopGoesOn();
@@ -201,7 +200,7 @@ TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
         silent.emplace_back("/tmp/silent" + std::to_string(i));
     ExpectMainLoopGoesOn();
     silent.emplace_back("/tmp/silent");
-    testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Statfs,
+    testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs,
                                       kMostProbes);
 
     MakeChangerFolder("/tmp/a", 1);

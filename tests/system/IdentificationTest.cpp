@@ -66,7 +66,7 @@ TEST_F(IdentificationTest, DiscIsMountedPrivatelyForThisProcess) {
                            {"partition-id", ""},
                            {"client-name", "Media Identification"},
                            {"private", "yes"},
-                           {"private-pid", std::to_string(run_.TheDaemon().Pid())},
+                           {"private-pid", std::to_string(run_.Daemon().Pid())},
                            {"private-family", "1"},
                            {"mount-disc-clear-errors", "yes"},
                            {"mount-disc-start-mount", "yes"}}));

@@ -4,8 +4,8 @@
 #include "ProgramRun.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
 #include "testbed/ProcessState.h"
+#include "testbed/Sandbox.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -61,7 +61,7 @@ TEST(PlainRootTest, MissingProcFileSystemIsNamed) {
     if (testbed::kHasSanitizer)
         GTEST_SKIP() << "a sanitizer itself takes /proc";
     const ProgramEnd end = RunProgram({"system-tests"}, [] { ChangeToPlainRootWithout("/proc"); });
-    EXPECT_EQ(end.exitStatus, testbed::kNoPrivateWorld);
+    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("is the proc file system mounted"));
 }
 

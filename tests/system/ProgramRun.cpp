@@ -2,7 +2,7 @@
 
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <array>
 #include <cerrno>

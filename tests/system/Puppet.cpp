@@ -1,8 +1,8 @@
 #include "Puppet.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
 #include "testbed/ProcessState.h"
+#include "testbed/Sandbox.h"
 
 #include <csignal>
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace {
 testbed::Command PuppetCommand() {
     return {testbed::ProgramPath("carouseld-puppet"),
             {"carouseld-puppet"},
-            testbed::PlainEnvironment()};
+            testbed::MinimalEnvironment()};
 }
 
 std::string ToHex(std::string_view bytes) {
@@ -46,7 +46,7 @@ std::string Puppet::Do(const std::string& step) {
 }
 
 void Puppet::Begin(const std::string& step) {
-    process_.Tell(step);
+    process_.WriteLine(step);
 }
 
 std::string Puppet::AwaitAnswer() {

@@ -20,7 +20,7 @@ std::string Hex(std::uint64_t number) {
 } // namespace
 
 void PuppetTest::StartServer() {
-    server_.emplace(run_.TheOutputLog());
+    server_.emplace(run_.OutputLog());
     server_->Listen();
 }
 
@@ -30,7 +30,7 @@ void PuppetTest::Begin(const Changers& changers) {
     AwaitSubscriber();
     Introduce(changers);
     run_.TakeBaseline();
-    lastingThreads_ = testbed::ListThreads(run_.TheDaemon().Pid());
+    lastingThreads_ = testbed::ListThreads(run_.Daemon().Pid());
 }
 
 void PuppetTest::Introduce(const Changers& changers) {
@@ -81,22 +81,22 @@ void PuppetTest::ServeIdentificationsOf(const Changers& changers) {
 }
 
 void PuppetTest::AwaitEndOfWorkers() {
-    testbed::AwaitEndOfThreadsBut(lastingThreads_, run_.TheDaemon().Pid());
+    testbed::AwaitEndOfOtherThreads(lastingThreads_, run_.Daemon().Pid());
 }
 
 void PuppetTest::AwaitLogLine(const std::string& pattern) {
-    run_.TheOutputLog().Await(testbed::Stream::SystemLog, "trayprobed: " + pattern);
+    run_.OutputLog().Await(testbed::Stream::SystemLog, "trayprobed: " + pattern);
 }
 
 std::string PuppetTest::WorkerLine(std::uint64_t guid, const std::string& message) {
     return "MediaIdThread:[0-9]+, RunMediaIdThread: " +
-           testbed::Pattern::Literally(message + "(" + Hex(wire::kGuidBase + guid) + ", 0)") + ".*";
+           testbed::Pattern::Escape(message + "(" + Hex(wire::kGuidBase + guid) + ", 0)") + ".*";
 }
 
 void PuppetTest::TearDown() {
     for (const std::string& complaint : run_.End())
         ADD_FAILURE() << complaint;
     if (HasFailure())
-        for (const testbed::Line& line : run_.TheOutputLog().Since(0))
+        for (const testbed::Line& line : run_.OutputLog().LinesFrom(0))
             std::printf("%s: %.400s\n", NameOf(line.stream), line.text.c_str());
 }

@@ -1,7 +1,7 @@
 #include "PuppetVolume.h"
 
 #include "testbed/Failure.h"
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -33,7 +33,7 @@ const char* PuppetVolume::OptionFor(Start start) {
 testbed::Command PuppetVolume::CommandFor(const std::string& place,
                                           const std::vector<std::string>& folders, Start start) {
     testbed::Command command{
-        testbed::ProgramPath("puppet-volume"), {"puppet-volume"}, testbed::PlainEnvironment()};
+        testbed::ProgramPath("puppet-volume"), {"puppet-volume"}, testbed::MinimalEnvironment()};
     if (start != Start::Awake)
         command.arguments.emplace_back(OptionFor(start));
     command.arguments.insert(command.arguments.end(), {MakePlace(place), "5764824129707245729"});

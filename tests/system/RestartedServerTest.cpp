@@ -43,7 +43,7 @@ TEST_P(RestartedSimulatorTest, EveryDiscIsIdentifiedOnceByTheNextServer) {
         Server().Await("request", {{"command", "mount disc"}});
     run_.KillServer();
     for (int drive = 0; drive < GetParam(); ++drive)
-        AwaitEndOfLog(kWorkerGaveUp);
+        SkipLogUntil(kWorkerGaveUp);
 
     StartServer(Changer());
     PutDiscs();
@@ -72,7 +72,7 @@ TEST_F(RestartedServerTest, ElementOfARefusedWithdrawalIsFreeForTheNextServerOnl
     Begin({{0xA1}, {0xA2}});
     TellOf({{0xA1, true}, {0xA2}});
     DropRequest("withdraw A1");
-    run_.AwaitEndOfLog(kWorkerGaveUp);
+    run_.SkipLogUntil(kWorkerGaveUp);
     AwaitEndOfWorkers();
     TellOf({{0xA1, true}, {0xA2, true}});
     ServeIdentificationsOf({{0xA2, true}});
@@ -97,7 +97,7 @@ TEST_F(SlowRestartedServerTest, ElementOfAWorkerThatEndsAfterTheRestartIsFreeThe
     TellOf({{0xA1, true}}); // its worker still runs, so it is not picked
     EXPECT_EQ(Serve(), "eject A1");
     DropRequest("withdraw A1");
-    run_.AwaitEndOfLog(kWorkerGaveUp);
+    run_.SkipLogUntil(kWorkerGaveUp);
     AwaitEndOfWorkers();
     TellOf({{0xA1, true}});
     EXPECT_THAT(Serve(4), ElementsAre("withdraw A1", "mount A1", "eject A1", "withdraw A1"));
@@ -108,8 +108,8 @@ TEST_F(SlowRestartedServerTest, ElementOfAHungServerIsFreeForTheOneThatReplacesI
     TellOf({{0xA1, true}});
     Server().AcceptClient();
     Server().Stop();
-    run_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                       "fail ChangerServerRequestChangerIdentification \\(VErrCode = 1004\\)");
+    run_.SkipLogUntil("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                      "fail ChangerServerRequestChangerIdentification \\(VErrCode = 1004\\)");
     RestartServer();
     TellOf({{0xA1, true}});
     ServeIdentificationsOf({{0xA1, true}});

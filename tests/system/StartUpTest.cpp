@@ -32,7 +32,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {
     StartServer();
     StartDaemon(Start());
-    const std::string title = testbed::ReadProcFile(run_.TheDaemon().Pid(), "cmdline");
+    const std::string title = testbed::ReadProcFile(run_.Daemon().Pid(), "cmdline");
     EXPECT_THAT(title, StartsWith("(trayprobed)"));
     EXPECT_THAT(title, Not(HasSubstr("word")));
 }

@@ -29,7 +29,7 @@ void ExpectDaemonRuns(const testbed::Daemon& daemon, pid_t server) {
         folder + "/.changer_info.plist",
         VolumeTest::PropertyList("<key>Changer GUID</key><integer>5764824129707245745</integer>"));
     VolumeTest::Bind(folder, folder + "-place", 2);
-    testbed::AwaitSentIsRead(server);
+    testbed::AwaitSentBytesRead(server);
     testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::EpollWait, 1);
 }
 
@@ -158,7 +158,7 @@ class StoppedServerTest : public RequestPointsTest {};
 
 TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
     BringMountsToTheirPoints();
-    StopAndContinue(Server(), run_.TheDaemon(), static_cast<int>(mounts_.size()));
+    StopAndContinue(Server(), run_.Daemon(), static_cast<int>(mounts_.size()));
     EXPECT_THAT(FinishMounts(), testing::Each(true));
     std::vector<std::string> expected = ForEach("eject ");
     const std::vector<std::string> withdrawals = ForEach("withdraw ");
@@ -175,7 +175,7 @@ protected:
 TEST_F(StoppedAfterSendingTest, NotificationStartsAWorker) {
     Begin({{0xA1}});
     TellOf(changers_);
-    StopAndContinue(Server(), run_.TheDaemon(), 1);
+    StopAndContinue(Server(), run_.Daemon(), 1);
     ServeIdentificationsOf(changers_);
 }
 
@@ -186,7 +186,7 @@ TEST_F(StoppedAfterSendingTest, ReplyIsFollowedByTheNextRequest) {
     const int mount = Server().AcceptClient();
     EXPECT_EQ(Shortly(Server().ReadRequest(mount)), "mount A1");
     EXPECT_TRUE(Server().Write(mount, wire::EmptyReply()));
-    StopAndContinue(Server(), run_.TheDaemon(), 1);
+    StopAndContinue(Server(), run_.Daemon(), 1);
     EXPECT_EQ(Serve(), "eject A1");
     EXPECT_EQ(Serve(), "withdraw A1");
 }
@@ -205,7 +205,7 @@ TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
         Server().Await(moments[slot],
                        [before](const testbed::Event& event) { return event.number > before; });
         Server().Stop();
-        ExpectDaemonRuns(run_.TheDaemon(), Server().Pid());
+        ExpectDaemonRuns(run_.Daemon(), Server().Pid());
         Server().Continue();
         AwaitIdentification(static_cast<int>(slot));
     }
@@ -235,7 +235,7 @@ TEST_F(KilledServerTest, RequestsAreLostAndTheNextServersDiscsAreIdentified) {
     const Changers accepted(changers_.begin(), changers_.end() - 1);
     AwaitLogOfLostMounts(accepted, "lost connection with changer server", 1005);
     for (std::size_t i = 0; i < changers_.size(); ++i)
-        run_.AwaitEndOfLog(kWorkerGaveUp);
+        run_.SkipLogUntil(kWorkerGaveUp);
     StartServer();
     AwaitSubscriber();
     TellOf(changers_);
@@ -252,9 +252,9 @@ TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified
     Server().Await("listing");
     run_.KillServer();
     ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
-    run_.AwaitEndOfLog("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                       "fail ChangerServerEjectDisc for changer .*");
-    run_.AwaitEndOfLog(kWorkerGaveUp);
+    run_.SkipLogUntil("MediaIdThread:[0-9]+, RunMediaIdThread: "
+                      "fail ChangerServerEjectDisc for changer .*");
+    run_.SkipLogUntil(kWorkerGaveUp);
     StartServer("slots=4 drives=2");
     Tell("put changer=5000C500ABCD00A1 slot=1");
     AwaitIdentification(1);
@@ -275,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(Bytes, StoppedNotificationTest,
 TEST_P(StoppedNotificationTest, IsActedOnOnceWhenItIsComplete) {
     Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
-    StopAndContinue(Server(), run_.TheDaemon(), 0);
+    StopAndContinue(Server(), run_.Daemon(), 0);
     Notify(frame_.substr(GetParam()));
     ServeIdentificationsOf(changers_);
 }
@@ -299,7 +299,7 @@ TEST_P(KilledNotificationTest, LeavesThoseThatWereSentBeforeIt) {
     Begin({{0xA1}});
     Notify(frame_ + frame_.substr(0, GetParam()));
     Server().Kill();
-    run_.AwaitEndOfLog(kWorkerGaveUp);
+    run_.SkipLogUntil(kWorkerGaveUp);
 }
 
 } // namespace

@@ -83,14 +83,14 @@ void SystemTest::AwaitEndOfBuild() {
 
 std::string SystemTest::Link(const std::string& module, const std::string& function,
                              const std::string& message) {
-    return module + ":[0-9]+, " + function + ": " + testbed::Pattern::Literally(message);
+    return module + ":[0-9]+, " + function + ": " + testbed::Pattern::Escape(message);
 }
 
 void SystemTest::TearDown() {
     for (const std::string& complaint : run_.End())
         ADD_FAILURE() << complaint;
     if (HasFailure())
-        for (const testbed::Line& line : run_.TheOutputLog().Since(0))
+        for (const testbed::Line& line : run_.OutputLog().LinesFrom(0))
             std::printf("%s: %s\n", NameOf(line.stream), line.text.c_str());
 }
 

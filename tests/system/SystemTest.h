@@ -46,8 +46,8 @@ protected:
         run_.AwaitLog(patterns);
     }
 
-    void AwaitEndOfLog(const std::string& pattern) {
-        run_.AwaitEndOfLog(pattern);
+    void SkipLogUntil(const std::string& pattern) {
+        run_.SkipLogUntil(pattern);
     }
 
     // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".

@@ -28,7 +28,7 @@ protected:
         Server().Do("fill " + channel);
     }
     void AwaitWaitingClient() {
-        testbed::AwaitThreadsInSystemCall(run_.TheDaemon().Pid(), testbed::SystemCall::Connect, 1);
+        testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Connect, 1);
     }
 };
 
@@ -71,7 +71,7 @@ TEST_F(UnwillingServerTest, MayCloseAConnectionAtOnce) {
     TellOf({{0xA1, true}});
     EXPECT_THAT(Serve(1), ElementsAre("withdraw A1"));
     Server().Do("refuse messages 1");
-    run_.AwaitEndOfLog(WorkerLine(0xA1, "Fail ChangerServerMountDisc"));
+    run_.SkipLogUntil(WorkerLine(0xA1, "Fail ChangerServerMountDisc"));
     EXPECT_THAT(Serve(1), ElementsAre("withdraw A1"));
     ExpectIdentificationWorks();
 }
@@ -81,13 +81,13 @@ TEST_F(UnwillingServerTest, MayCloseEverySubscriptionAtOnceForAWhile) {
     constexpr std::size_t kTimes = 5000;
     constexpr std::size_t kSource = 256;
     Begin({{0xA1}});
-    const std::size_t before = testbed::ReadOwnMemory(run_.TheDaemon().Pid());
+    const std::size_t before = testbed::ReadAnonymousMemory(run_.Daemon().Pid());
     Server().Do("close " + std::to_string(subscriber_));
     Server().Do("refuse notifications " + std::to_string(kTimes));
     AwaitSubscriber();
     ExpectIdentificationWorks();
     if (!testbed::kHasSanitizer)
-        EXPECT_LE(testbed::ReadOwnMemory(run_.TheDaemon().Pid()), before + kTimes * kSource);
+        EXPECT_LE(testbed::ReadAnonymousMemory(run_.Daemon().Pid()), before + kTimes * kSource);
 }
 
 TEST_F(UnwillingServerTest, IsWaitedForWhereItsMessageSocketIsFull) {

@@ -1,4 +1,4 @@
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@ namespace {
 // Tests that run in one process share their mounts: what one left in /tmp is gone before the next.
 class EmptyTmpForEachTest : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
-        testbed::RenewTmp();
+        testbed::RemountTmp();
     }
 };
 
@@ -20,6 +20,5 @@ int RunInWorld() {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    return testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS()
-                                           : testbed::RunInPrivateWorld(RunInWorld);
+    return testing::GTEST_FLAG(list_tests) ? RUN_ALL_TESTS() : testbed::RunInSandbox(RunInWorld);
 }

@@ -1,5 +1,5 @@
-#ifndef TESTBED_PRIVATEWORLD_H
-#define TESTBED_PRIVATEWORLD_H
+#ifndef TESTBED_SANDBOX_H
+#define TESTBED_SANDBOX_H
 
 /*
  * A world of its own for one run of the daemon: processes, mounts, /tmp, /dev and system log that
@@ -23,13 +23,13 @@ namespace testbed {
 /* Runs body in a private world and returns its result, which is to be the caller's exit status.
    Where this machine permits no such world, says on standard error what is missing. The caller has
    no threads. */
-int RunInPrivateWorld(const std::function<int()>& body);
+int RunInSandbox(const std::function<int()>& body);
 
-inline constexpr int kNoPrivateWorld = 125; // the result then
+inline constexpr int kNoSandbox = 125; // the result then
 
 /* Inside a private world: unmounts whatever is mounted on /tmp or below it, and starts with an
    empty one. Files that are still open there stay open. */
-void RenewTmp();
+void RemountTmp();
 
 /* A program of this build, such as "trayprobed", as the private world sees it: its /tmp may hide
    the folder that the program was built in. */

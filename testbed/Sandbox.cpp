@@ -1,4 +1,4 @@
-#include "testbed/PrivateWorld.h"
+#include "testbed/Sandbox.h"
 
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
@@ -172,7 +172,7 @@ int RunAndReport(const std::function<int()>& work) {
         return work();
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "%s\n", failure.what());
-        return kNoPrivateWorld;
+        return kNoSandbox;
     }
 }
 
@@ -210,11 +210,11 @@ int RunOutside(const std::function<int()>& body) {
 
 } // namespace
 
-int RunInPrivateWorld(const std::function<int()>& body) {
+int RunInSandbox(const std::function<int()>& body) {
     return RunAsChild([&] { return RunOutside(body); });
 }
 
-void RenewTmp() {
+void RemountTmp() {
     Require(umount2("/tmp", MNT_DETACH) == 0, "cannot unmount /tmp");
     MountTmp();
 }
