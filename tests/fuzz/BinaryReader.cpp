@@ -9,7 +9,7 @@
 #include "Target.h"
 
 #include "plist/BinaryReader.h"
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include "Lists.h"
 
 #include "plist/BinaryReader.h"
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include "Lists.h"
 
 #include "plist/ListBuilder.h"
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 #include "plist/XmlReader.h"
 
 #include <gtest/gtest.h>

@@ -6,11 +6,11 @@
 
 #include "objects/SharedValues.h"
 #include "plist/ListBuilder.h"
+#include "plist/Parsing.h"
 #include "plist/XmlContainerStack.h"
 #include "plist/XmlKeyTable.h"
 #include "plist/XmlMarkupCache.h"
 #include "plist/XmlNormalizer.h"
-#include "plist/XmlSlice.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "objects/String.h"
 #include "plist/CalendarDate.h"
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 #include "plist/Transcoding.h"
 
 #include <CoreFoundation/CFBase.h>

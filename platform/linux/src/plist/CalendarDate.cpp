@@ -1,6 +1,6 @@
 #include "plist/CalendarDate.h"
 
-#include "plist/Digits.h"
+#include "plist/Parsing.h"
 
 #include <array>
 #include <chrono>

@@ -3,7 +3,7 @@
 #include "objects/String.h"
 #include "plist/BinaryReader.h"
 #include "plist/ListBuilder.h"
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 #include "plist/XmlReader.h"
 #include "plist/XmlWriter.h"
 

@@ -1,7 +1,7 @@
 #include "plist/XmlCharacterData.h"
 
 #include "objects/Unicode.h"
-#include "plist/Digits.h"
+#include "plist/Parsing.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -37,7 +37,7 @@ std::size_t ResolveNumericEntity(const XmlSlice& entity, char*& text) {
         const int digit = DigitValue(view[index]);
         if (digit < 0 || digit >= base)
             RefuseAt(entity.From(index),
-                     "Encountered unexpected character " + Shown(view[index]) + " at line ",
+                     "Encountered unexpected character " + Printable(view[index]) + " at line ",
                      " while parsing data");
         character = character * static_cast<char32_t>(base) + static_cast<char32_t>(digit);
         character = std::min(character, kTooLarge);
@@ -101,7 +101,7 @@ std::size_t Resolve(XmlSlice rest, char*& text) {
         else if (view.size() == 1 || view[1] == '!')
             rest = rest.From(ResolveCdata(rest, text));
         else
-            RefuseAt(rest, "Encountered unexpected character " + Shown(view[1]) + " on line ",
+            RefuseAt(rest, "Encountered unexpected character " + Printable(view[1]) + " on line ",
                      " while looking for close tag");
     }
 }

@@ -4,7 +4,7 @@
 /* The text inside an element, entities and CDATA sections resolved. */
 
 #include "plist/ListBuilder.h"
-#include "plist/XmlSlice.h"
+#include "plist/Parsing.h"
 
 #include <cstddef>
 #include <string_view>

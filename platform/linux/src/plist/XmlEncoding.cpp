@@ -1,8 +1,7 @@
 #include "plist/XmlEncoding.h"
 
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 #include "plist/Transcoding.h"
-#include "plist/XmlSlice.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -87,7 +86,7 @@ void XmlDocumentText::ConvertFrom(std::string_view encoding) {
     const auto* const known = std::ranges::find_if(
         kEncodings, [&name](const auto& candidate) { return candidate.name == name; });
     if (known == std::end(kEncodings))
-        throw MalformedList("Encountered unknown encoding (" + Shown(encoding) + ")");
+        throw MalformedList("Encountered unknown encoding (" + Printable(encoding) + ")");
     if (known->set != nullptr)
         view_ = converted_ = NarrowToUtf8(view_, *known->set);
 }

@@ -198,8 +198,8 @@ void XmlNormalizer::RefuseAbsence() const {
 
 void XmlNormalizer::RefuseCharacter() const {
     if (containers_.IsEmpty())
-        RefuseAt(From(next_), "Unexpected character " + Shown(*next_) + " at line ");
-    RefuseAt(From(next_), "Encountered unexpected character " + Shown(*next_) + " on line ",
+        RefuseAt(From(next_), "Unexpected character " + Printable(*next_) + " at line ");
+    RefuseAt(From(next_), "Encountered unexpected character " + Printable(*next_) + " on line ",
              " while looking for open tag");
 }
 
@@ -300,7 +300,7 @@ XmlNormalizer::OpeningTag XmlNormalizer::ReadOpeningTag() const {
         RefuseAt(rest, "Malformed tag on line ");
     const XmlTag tag = TagOf(name);
     if (tag == XmlTag::kUnknown)
-        RefuseAt(rest, "Encountered unknown tag " + Shown(name) + " on line ");
+        RefuseAt(rest, "Encountered unknown tag " + Printable(name) + " on line ");
     return {tag, isEmpty, next_ + 1 + end + 1};
 }
 
@@ -340,7 +340,7 @@ void XmlNormalizer::TakeAnyClosingTag(XmlTag tag) {
     const std::string_view name = NameOf(tag).text;
     const std::string_view rest = place.View();
     if (rest.size() > 1 && rest[1] != '/')
-        RefuseAt(place, "Encountered unexpected character " + Shown(rest[1]) + " on line ",
+        RefuseAt(place, "Encountered unexpected character " + Printable(rest[1]) + " on line ",
                  " while looking for close tag");
     const std::size_t end = rest.find('>');
     if (end == rest.npos || (tag == XmlTag::kPlist && rest.size() < name.size() + 3))

@@ -26,10 +26,10 @@
  * is well-formed, whatever the text is.
  */
 
+#include "plist/Parsing.h"
 #include "plist/XmlContainerStack.h"
 #include "plist/XmlKeyTable.h"
 #include "plist/XmlMarkupCache.h"
-#include "plist/XmlSlice.h"
 #include "plist/XmlTag.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "plist/XmlReader.h"
 
-#include "plist/MalformedList.h"
+#include "plist/Parsing.h"
 #include "plist/XmlCharacterData.h"
 #include "plist/XmlEncoding.h"
 #include "plist/XmlKeyTable.h"
@@ -214,7 +214,7 @@ Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder,
     try {
         return XmlReader(document.View(), builder, batchLength).Read();
     } catch (const XmlFault& fault) {
-        throw fault.In(document.View());
+        throw fault.ErrorIn(document.View());
     }
 }
 

@@ -1,7 +1,7 @@
 #include "plist/XmlScalars.h"
 
 #include "plist/CalendarDate.h"
-#include "plist/Digits.h"
+#include "plist/Parsing.h"
 
 #include <algorithm>
 #include <array>
@@ -36,7 +36,7 @@ unsigned DigitOfInteger(const XmlSlice& place, unsigned base) {
     if (digit < 0) {
         CodeText code{};
         std::snprintf(code.data(), code.size(), "0x%x", CodeOf(character));
-        RefuseAt(place, "Unknown character '" + Shown(character) + "' (" + code.data() +
+        RefuseAt(place, "Unknown character '" + Printable(character) + "' (" + code.data() +
                             ") in <integer> on line ");
     }
     return static_cast<unsigned>(digit);

@@ -5,7 +5,7 @@
    for a content that it refuses. */
 
 #include "plist/ListBuilder.h"
-#include "plist/XmlSlice.h"
+#include "plist/Parsing.h"
 #include "plist/XmlTag.h"
 
 #include <cstdint>

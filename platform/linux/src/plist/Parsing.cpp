@@ -1,4 +1,4 @@
-#include "plist/XmlSlice.h"
+#include "plist/Parsing.h"
 
 #include "objects/Unicode.h"
 #include "plist/Transcoding.h"
@@ -9,7 +9,7 @@ namespace cf {
 
 namespace {
 
-// CR, LF and CR LF end a line.
+// The number of the line, counted from 1. CR, LF and CR LF each end a line.
 std::size_t LineAt(std::string_view text, std::size_t place) {
     std::size_t line = 1;
     char previous = '\0';
@@ -23,7 +23,7 @@ std::size_t LineAt(std::string_view text, std::size_t place) {
 
 } // namespace
 
-MalformedList XmlFault::In(std::string_view document) const {
+MalformedList XmlFault::ErrorIn(std::string_view document) const {
     return MalformedList(before + (place ? std::to_string(LineAt(document, *place)) : "") + after);
 }
 
@@ -35,11 +35,11 @@ void RefuseWith(std::string_view text) {
     throw XmlFault{std::nullopt, std::string(text), {}};
 }
 
-std::string Shown(char byte) {
+std::string Printable(char byte) {
     return NarrowToUtf8({&byte, 1}, kLatin1);
 }
 
-std::string Shown(std::string_view name) {
+std::string Printable(std::string_view name) {
     return IsValidUtf8(name) ? std::string(name) : NarrowToUtf8(name, kLatin1);
 }
 
