@@ -10,17 +10,17 @@ import sys
 
 sys.dont_write_bytecode = True
 
-from cpp_source import functions_of, tracked
+from cpp_source import BESIDE, DAEMON, functions_of, sources
 
-FOLDERS = ('common', 'ChangerServerConnectionLib', 'fsclient', 'trayprobed', 'platform/linux/include',
-           'platform/linux/src', 'simulator', 'testbed', 'tools', 'bench')
+FOLDERS = (*DAEMON, 'platform/linux/include', 'platform/linux/src', *BESIDE)
 LEAST_SHARE = 0.95
 
 
 def main():
     is_broken = False
     for folder in sys.argv[1:] or FOLDERS:
-        exported = [function for path in tracked(f'{folder}/*.h') for function in functions_of(path)
+        exported = [function for path in sources(folder) if path.endswith('.h')
+                    for function in functions_of(path)
                     if function.is_exported and not function.is_special]
         missing = [function for function in exported if not function.has_comment]
         is_short = len(exported) - len(missing) < LEAST_SHARE * len(exported)

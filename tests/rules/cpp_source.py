@@ -7,9 +7,12 @@ the constructs that the tree uses.
 import dataclasses
 import pathlib
 import re
-import subprocess
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
+DAEMON = ('common', 'ChangerServerConnectionLib', 'fsclient', 'trayprobed')
+PRODUCT = (*DAEMON, 'platform/linux')
+BESIDE = ('simulator', 'testbed', 'tools', 'bench')
+FOLDERS = (*PRODUCT, *BESIDE, 'tests')
 
 TOKEN = re.compile(r'''
     (?P<comment>//[^\n]*|/\*.*?\*/)
@@ -45,11 +48,11 @@ class Function:
     has_comment: bool  # directly above it, behind it, or above its group
 
 
-def tracked(*patterns):
-    """The tracked files that match, as paths relative to the project."""
-    listed = subprocess.run(['git', 'ls-files', '--', *patterns], cwd=PROJECT, check=True,
-                            stdout=subprocess.PIPE, text=True).stdout.split()
-    return [path for path in listed if (PROJECT / path).exists()]
+def sources(*folders):
+    """The headers and sources below these folders, or of the whole tree, relative to the project."""
+    found = [path for folder in folders or FOLDERS for path in (PROJECT / folder).rglob('*')
+             if path.suffix in ('.h', '.cpp')]
+    return sorted(str(path.relative_to(PROJECT)) for path in found)
 
 
 def tokens_of(text):
