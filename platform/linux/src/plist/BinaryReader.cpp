@@ -92,8 +92,8 @@ struct Converted {
 
 class BinaryReader {
 public:
-    BinaryReader(Bytes bytes, ListBuilder& builder, BinaryWork& work)
-        : layout_(ReadLayout(bytes)), builder_(builder), work_(work),
+    BinaryReader(Bytes bytes, ListBuilder& builder)
+        : layout_(ReadLayout(bytes)), builder_(builder),
           unclaimed_(layout_.objects.size() - kSignature.size()), objects_(layout_.objectCount) {}
 
     Value Read() {
@@ -110,11 +110,10 @@ private:
 
     std::size_t TakeCount(std::size_t& position, unsigned low);
     Bytes Take(std::size_t& position, std::size_t count, std::size_t size);
-    std::uint64_t Reference(Bytes references, std::size_t index);
+    std::uint64_t Reference(Bytes references, std::size_t index) const;
 
     const Layout layout_;
     ListBuilder& builder_;
-    BinaryWork& work_;
     std::size_t unclaimed_; // bytes that no object has claimed yet
     std::vector<Converted> objects_;
 };
@@ -126,7 +125,6 @@ const Converted& BinaryReader::Convert(std::uint64_t number, int depth) {
     if (depth > kMaximumNesting) // as is what contains itself
         Refuse();
     if (object.height == kNotConverted) {
-        ++work_.objects;
         const std::uint64_t offset =
             BigEndian(layout_.offsets.subspan(number * layout_.offsetSize, layout_.offsetSize));
         object = ReadObject(offset, depth);
@@ -295,8 +293,7 @@ Bytes BinaryReader::Take(std::size_t& position, std::size_t count, std::size_t s
     return rest.first(count * size);
 }
 
-std::uint64_t BinaryReader::Reference(Bytes references, std::size_t index) {
-    ++work_.references;
+std::uint64_t BinaryReader::Reference(Bytes references, std::size_t index) const {
     return BigEndian(references.subspan(index * layout_.referenceSize, layout_.referenceSize));
 }
 
@@ -306,8 +303,8 @@ bool IsBinaryList(Bytes bytes) noexcept {
     return TextOf(bytes).starts_with(kSignature);
 }
 
-Value ReadBinaryList(Bytes bytes, ListBuilder& builder, BinaryWork& work) {
-    return BinaryReader(bytes, builder, work).Read();
+Value ReadBinaryList(Bytes bytes, ListBuilder& builder) {
+    return BinaryReader(bytes, builder).Read();
 }
 
 } // namespace cf

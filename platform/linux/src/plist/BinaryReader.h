@@ -11,22 +11,16 @@
 
 #include "plist/ListBuilder.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace cf {
 
+/* True if the bytes begin like a binary list: "bplist00". */
 bool IsBinaryList(std::span<const std::uint8_t> bytes) noexcept;
 
-/* What reading took. */
-struct BinaryWork {
-    std::size_t objects = 0;
-    std::size_t references = 0;
-};
-
-/* Throws MalformedList or std::bad_alloc. The work is told also of a list that is refused. */
-Value ReadBinaryList(std::span<const std::uint8_t> bytes, ListBuilder& builder, BinaryWork& work);
+/* The list, made with `builder`, which must be new. Throws MalformedList or std::bad_alloc. */
+Value ReadBinaryList(std::span<const std::uint8_t> bytes, ListBuilder& builder);
 
 } // namespace cf
 

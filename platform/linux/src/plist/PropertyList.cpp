@@ -27,8 +27,7 @@ Value ReadList(Bytes bytes, CFOptionFlags mutability) {
     if (bytes.size() > cf::kMaximumListSize)
         throw MalformedList("The property list is too long");
     cf::ListBuilder builder(mutability != kCFPropertyListImmutable);
-    cf::BinaryWork work;
-    return cf::IsBinaryList(bytes) ? cf::ReadBinaryList(bytes, builder, work)
+    return cf::IsBinaryList(bytes) ? cf::ReadBinaryList(bytes, builder)
                                    : cf::ReadXmlList(bytes, builder);
 }
 
