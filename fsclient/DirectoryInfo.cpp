@@ -1,10 +1,9 @@
 #include "fsclient/DirectoryInfo.h"
 
 #include "common/CFHelpers.h"
+#include "common/PathBuffer.h"
 
-#include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/stat.h>
 
 static const char k_sourcePath[] = "fsclient/DirectoryInfo";
@@ -12,20 +11,17 @@ static const char k_sourcePath[] = "fsclient/DirectoryInfo";
 static const char k_rootInfoFileName[] = ".changer_info.plist";
 static const char k_mediaInfoFileName[] = ".media_info.plist";
 
-constexpr size_t k_pathSize = 1024; // longer paths are cut silently
-
-// path has k_pathSize bytes.
-static void MakePath(const char* directory, const char* fileName, char* path) {
-    const bool endsInSlash = directory[0] != '\0' && directory[strlen(directory) - 1] == '/';
-    snprintf(path, k_pathSize, "%s%s%s", directory, endsInSlash ? "" : "/", fileName);
+static void SetFilePath(PathBuffer* path, const char* directory, const char* fileName) {
+    SetPath(path, directory);
+    AppendToPath(path, fileName);
 }
 
 static CFURLRef CreateFileURL(const char* directory, const char* fileName) {
-    char path[k_pathSize];
-    MakePath(directory, fileName, path);
+    PathBuffer path;
+    SetFilePath(&path, directory, fileName);
     return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
-                                                   reinterpret_cast<const UInt8*>(path),
-                                                   static_cast<CFIndex>(strlen(path)), false);
+                                                   reinterpret_cast<const UInt8*>(path.text),
+                                                   static_cast<CFIndex>(path.length), false);
 }
 
 VErrLink* ReadFSInfoFile(const char* directory, const char* fileName, CFPropertyListRef* list) {
@@ -118,10 +114,10 @@ VErrLink* IsDirectoryRootOfChangerFileSystem(const char* directory, bool* isRoot
 
 // A walk asks this of each directory, and few have the file: a look is cheaper than an error chain.
 static bool HasFile(const char* directory, const char* fileName) {
-    char path[k_pathSize];
+    PathBuffer path;
     struct stat status;
-    MakePath(directory, fileName, path);
-    return lstat(path, &status) == 0;
+    SetFilePath(&path, directory, fileName);
+    return lstat(path.text, &status) == 0;
 }
 
 VErrLink* IsDirectoryMediaRootOfChangerFileSystem(const char* directory, bool* isMediaRoot) {

@@ -1,13 +1,12 @@
 #include "trayprobed/ChangerFSCacheManager.h"
 
 #include "common/CFHelpers.h"
+#include "common/PathBuffer.h"
 #include "fsclient/DirectoryInfo.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/MediaIdState.h"
 
 static const char k_sourcePath[] = "trayprobed/ChangerFSCacheManager";
-
-constexpr CFIndex k_pathSize = 1024;
 
 static CFRunLoopRef g_changerFSCacheManagerRunLoop = nullptr; // borrowed
 static DASessionRef g_changerFSCacheManagerDASession = nullptr;
@@ -50,7 +49,7 @@ void DiskArbDiskAppearedCallback(DADiskRef disk, void* /* context */) {
         return;
     VErrLink* err = nullptr;
     CFDictionaryRef description = nullptr;
-    char path[k_pathSize] = "";
+    char path[kPathSize] = "";
     bool isRoot = false;
     VERR_NEED(err, (description = DADiskCopyDescription(disk)) != nullptr,
               "fail DADiskCopyDescription");

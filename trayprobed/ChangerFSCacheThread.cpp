@@ -3,6 +3,7 @@
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
 #include "common/CFHelpers.h"
+#include "common/PathBuffer.h"
 #include "common/WallClock.h"
 #include "fsclient/DirectoryInfo.h"
 #include "trayprobed/ChangerFSCacheState.h"
@@ -35,8 +36,9 @@ static void LogUnlisted(const char* function, const DirectoryWalk* walk,
     VErrLink* err = nullptr;
     if (directory->error == 0)
         return;
-    VErrRaise(VErrThrowWithErrCode(&err, directory->error, "fail scandir on \"%s\"", walk->path),
-              k_sourcePath, function, __LINE__);
+    VErrRaise(
+        VErrThrowWithErrCode(&err, directory->error, "fail scandir on \"%s\"", walk->path.text),
+        k_sourcePath, function, __LINE__);
     VErrLogAndCatch(&err);
 }
 
@@ -47,7 +49,7 @@ static VErrLink* CountMediaRootDirectories(DirectoryWalk* walk, WalkedDirectory*
     EnterDirectory(walk, here);
     while (err == nullptr && FindSubdirectory(walk, here, &child)) {
         bool isMediaRoot = false;
-        VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(walk->path, &isMediaRoot),
+        VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(walk->path.text, &isMediaRoot),
                   "fail IsDirectoryMediaRootOfChangerFileSystem");
         if (isMediaRoot)
             *count = static_cast<UInt16>(*count + 1);
@@ -82,9 +84,10 @@ static VErrLink* CacheFSDirectory(CacheWalk* walk, WalkedDirectory* here) {
     while (err == nullptr && walk->descend && FindSubdirectory(&walk->directories, here, &child)) {
         bool isMediaRoot = false;
         if (walk->status != nullptr)
-            VERR_STEP(err,
-                      IsDirectoryMediaRootOfChangerFileSystem(walk->directories.path, &isMediaRoot),
-                      "fail IsDirectoryMediaRootOfChangerFileSystem");
+            VERR_STEP(
+                err,
+                IsDirectoryMediaRootOfChangerFileSystem(walk->directories.path.text, &isMediaRoot),
+                "fail IsDirectoryMediaRootOfChangerFileSystem");
         if (isMediaRoot)
             VERR_STEP(err, StatusReportingEnterMedia(walk->status),
                       "fail StatusReportingEnterMedia");
@@ -126,45 +129,47 @@ static int KeepEntry(const struct dirent*) {
 }
 
 // One that cannot be listed is silently without names.
-static void ListRoot(const char* path, size_t* room, DirectoryNames* names) {
+static void ListRoot(const char* path, size_t* budget, DirectoryNames* names) {
     DIR* directory = opendir(path);
     *names = {};
     if (directory == nullptr)
         return;
-    ListDirectoryNames(directory, KeepEntry, room, names);
+    ListDirectoryNames(directory, KeepEntry, budget, names);
     closedir(directory);
 }
 
 VErrLink* RunAFSCacheUpdate(UInt64 changerGUID, UInt16 storageElem, SInt32 descend,
                             const char* mountPath, SInt32* cached) {
     VErrLink* err = nullptr;
-    char path[k_walkPathSize];
-    size_t room = k_roomForNames;
+    PathBuffer path;
+    size_t nameBudget = kNameBudget;
     DirectoryNames names;
     bool aborted = false;
     *cached = 0;
-    snprintf(path, sizeof path, "%s", mountPath);
-    const size_t length = AppendToPath(path, strlen(path), "");
-    ListRoot(path, &room, &names);
+    SetPath(&path, mountPath);
+    const size_t rootLength = AppendToPath(&path, "");
+    ListRoot(path.text, &nameBudget, &names);
     const char* name = nullptr;
     while (err == nullptr && !aborted && (name = TakeDirectoryName(&names)) != nullptr) {
         bool isMediaRoot = false;
         UInt16 entryElem = 0;
-        AppendToPath(path, length, name);
-        VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path, &isMediaRoot),
+        TruncatePath(&path, rootLength);
+        AppendToPath(&path, name);
+        VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path.text, &isMediaRoot),
                   "fail IsDirectoryRootOfChangerFileSystem"); // known by this text
         if (isMediaRoot)
             VERR_STEP(
-                err, GetChangerFileSystemMediaRootInfo(path, nullptr, &entryElem, nullptr, nullptr),
+                err,
+                GetChangerFileSystemMediaRootInfo(path.text, nullptr, &entryElem, nullptr, nullptr),
                 "fail GetChangerFileSystemMediaRootInfo");
         if (err != nullptr || !isMediaRoot || entryElem != storageElem)
             continue;
-        err = CacheFSDirectory(changerGUID, path, descend, nullptr);
+        err = CacheFSDirectory(changerGUID, path.text, descend, nullptr);
         aborted = err != nullptr && VErrGetErrCode(err) == kVErrCodeUserAborted;
         if (aborted)
             VErrCatch(&err);
         else if (err != nullptr)
-            VERR_RAISE(VErrThrow(&err, "fail CacheFSMediaRoot for \"%s\"", path));
+            VERR_RAISE(VErrThrow(&err, "fail CacheFSMediaRoot for \"%s\"", path.text));
         else
             *cached = 1;
     }
@@ -175,7 +180,7 @@ VErrLink* RunAFSCacheUpdate(UInt64 changerGUID, UInt16 storageElem, SInt32 desce
 VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
     VErrLink* err = nullptr;
     bool isMounted = false;
-    char mountPath[k_walkPathSize];
+    char mountPath[kPathSize];
     VERR_STEP(err, IsChangerFSGUIDInList(changerGUID, &isMounted), "fail IsChangerFSGUIDInList");
     if (err != nullptr || !isMounted)
         return err;
@@ -333,7 +338,7 @@ void* RunChangerFSCacheThread(void* threadContext) {
     VErrLink* err = nullptr;
     FSCacheStatusReport* status = nullptr;
     bool isMounted = false;
-    char mountPath[k_walkPathSize];
+    char mountPath[kPathSize];
     WaitForStarter(context);
 
     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");

@@ -11,7 +11,7 @@ struct NameChunk {
 };
 
 static bool AddChunk(DirectoryNames* names) {
-    if (*names->room < sizeof(NameChunk))
+    if (*names->budget < sizeof(NameChunk))
         return false;
     auto* chunk = static_cast<NameChunk*>(malloc(sizeof(NameChunk)));
     if (chunk == nullptr)
@@ -20,7 +20,7 @@ static bool AddChunk(DirectoryNames* names) {
     chunk->used = 0;
     (names->last != nullptr ? names->last->next : names->first) = chunk;
     names->last = chunk;
-    *names->room -= sizeof(NameChunk);
+    *names->budget -= sizeof(NameChunk);
     return true;
 }
 
@@ -28,7 +28,7 @@ static void FreeFirstChunk(DirectoryNames* names) {
     NameChunk* chunk = names->first;
     names->first = chunk->next;
     names->next = 0;
-    *names->room += sizeof(NameChunk);
+    *names->budget += sizeof(NameChunk);
     free(chunk);
 }
 
@@ -45,10 +45,10 @@ static bool AddName(DirectoryNames* names, const char* name) {
     return true;
 }
 
-int ListDirectoryNames(DIR* directory, DirectoryFilter filter, size_t* room,
+int ListDirectoryNames(DIR* directory, DirectoryFilter filter, size_t* budget,
                        DirectoryNames* names) {
     int error = 0;
-    *names = {nullptr, nullptr, 0, room};
+    *names = {nullptr, nullptr, 0, budget};
     while (error == 0) {
         errno = 0;
         const struct dirent* entry = readdir(directory);

@@ -2,22 +2,10 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 constexpr unsigned k_levelsKeptOpen = 62; // the top is one of them
-
-size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name) {
-    size_t nameAt = length;
-    if (nameAt + 1 < k_walkPathSize && (nameAt == 0 || path[nameAt - 1] != '/'))
-        path[nameAt++] = '/';
-    const size_t size = strnlen(name, k_walkPathSize - 1 - nameAt);
-    memcpy(path + nameAt, name, size);
-    path[nameAt + size] = '\0';
-    return nameAt;
-}
 
 // ---- opening ----
 
@@ -42,7 +30,7 @@ static bool HasIdentity(const WalkedDirectory* directory, const struct stat& sta
 
 // Followed if it is a link: a mount path may be one.
 static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
-    top->stream = opendir(walk->path);
+    top->stream = opendir(walk->path.text);
     struct stat status = {};
     const int error = top->stream == nullptr || fstat(dirfd(top->stream), &status) != 0 ? errno : 0;
     top->device = status.st_dev;
@@ -54,7 +42,7 @@ static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
 // directory, and the path ends the way down in any case.
 static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
     const int error =
-        Open(dirfd(child->parent->stream), walk->path + child->nameAt, &child->stream);
+        Open(dirfd(child->parent->stream), walk->path.text + child->nameAt, &child->stream);
     // A deep parent is not needed until the child was walked.
     if (error == 0 && child->parent->level >= k_levelsKeptOpen)
         Close(child->parent);
@@ -63,7 +51,7 @@ static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
 
 // What stands at its path by now may be another.
 static int OpenAgain(const DirectoryWalk* walk, WalkedDirectory* directory) {
-    int error = Open(AT_FDCWD, walk->path, &directory->stream);
+    int error = Open(AT_FDCWD, walk->path.text, &directory->stream);
     struct stat status = {};
     if (error == 0 && fstat(dirfd(directory->stream), &status) != 0)
         error = errno;
@@ -76,19 +64,19 @@ static int OpenAgain(const DirectoryWalk* walk, WalkedDirectory* directory) {
 
 void BeginWalk(DirectoryWalk* walk, const char* path, DirectoryFilter filter,
                WalkedDirectory* top) {
-    snprintf(walk->path, sizeof walk->path, "%s", path);
+    SetPath(&walk->path, path);
     walk->filter = filter;
-    walk->room = k_roomForNames;
+    walk->nameBudget = kNameBudget;
     *top = {};
-    top->pathLength = strlen(walk->path);
+    top->pathLength = walk->path.length;
 }
 
 void EnterDirectory(DirectoryWalk* walk, WalkedDirectory* directory) {
     directory->error =
         directory->parent == nullptr ? OpenTop(walk, directory) : OpenChild(walk, directory);
     if (directory->error == 0)
-        directory->error =
-            ListDirectoryNames(directory->stream, walk->filter, &walk->room, &directory->names);
+        directory->error = ListDirectoryNames(directory->stream, walk->filter, &walk->nameBudget,
+                                              &directory->names);
 }
 
 static bool IsOnTheWay(const WalkedDirectory* directory, const struct stat& status) {
@@ -98,29 +86,30 @@ static bool IsOnTheWay(const WalkedDirectory* directory, const struct stat& stat
 }
 
 bool FindSubdirectory(DirectoryWalk* walk, WalkedDirectory* directory, WalkedDirectory* child) {
-    char* path = walk->path;
-    path[directory->pathLength] = '\0';
+    PathBuffer* path = &walk->path;
+    TruncatePath(path, directory->pathLength);
     while (const char* name = TakeDirectoryName(&directory->names)) {
         if (directory->stream == nullptr)
             directory->error = OpenAgain(walk, directory);
         if (directory->error != 0)
             break;
         struct stat status = {};
-        const size_t nameAt = AppendToPath(path, directory->pathLength, name);
+        TruncatePath(path, directory->pathLength);
+        const size_t nameAt = AppendToPath(path, name);
         const int failed =
-            fstatat(dirfd(directory->stream), path + nameAt, &status, AT_SYMLINK_NOFOLLOW);
+            fstatat(dirfd(directory->stream), path->text + nameAt, &status, AT_SYMLINK_NOFOLLOW);
         if (failed || !S_ISDIR(status.st_mode) || IsOnTheWay(directory, status))
             continue;
         *child = {};
         child->parent = directory;
         child->level = directory->level + 1;
         child->nameAt = nameAt;
-        child->pathLength = nameAt + strlen(path + nameAt);
+        child->pathLength = path->length;
         child->device = status.st_dev;
         child->inode = status.st_ino;
         return true;
     }
-    path[directory->pathLength] = '\0';
+    TruncatePath(path, directory->pathLength);
     return false;
 }
 

@@ -18,18 +18,17 @@
  * A walk is a thread's own, and stays where it is in memory as long as it goes on.
  */
 
+#include "common/PathBuffer.h"
 #include "trayprobed/DirectoryNames.h"
 
 #include <dirent.h>
 #include <sys/types.h>
 
-constexpr size_t k_walkPathSize = 1024;
-
-/* One per walk: the path of where it is, cut silently at 1023 bytes. */
+/* One per walk. */
 struct DirectoryWalk {
-    char path[k_walkPathSize];
+    PathBuffer path; // of the directory where the walk is
     DirectoryFilter filter;
-    size_t room; // for names
+    size_t nameBudget; // bytes left for names
 };
 
 /* A directory on the way down. It is known by its identity, since a path that was cut may name one
@@ -45,10 +44,6 @@ struct WalkedDirectory {
     DirectoryNames names;
     int error; // of its listing, or of opening it again; 0 when all is well
 };
-
-/* Appends a slash, unless the path ends in one, and the name; cut silently. Returns where the name
-   begins. */
-size_t AppendToPath(char path[k_walkPathSize], size_t length, const char* name);
 
 /* The top is followed if it is a link. Nothing is opened yet. */
 void BeginWalk(DirectoryWalk* walk, const char* path, DirectoryFilter filter, WalkedDirectory* top);

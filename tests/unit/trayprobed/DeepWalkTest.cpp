@@ -153,12 +153,12 @@ TEST_F(DeepWalk, NamesBeyondTheRoomAreAFailedListing) {
     WalkedDirectory top;
     WalkedDirectory child;
     BeginWalk(&walk, tree_.Path("a").c_str(), ShouldCacheItem, &top);
-    walk.room = kRoom;
+    walk.nameBudget = kRoom;
     EnterDirectory(&walk, &top);
     EXPECT_EQ(top.error, ENOMEM);
     EXPECT_FALSE(FindSubdirectory(&walk, &top, &child));
     LeaveDirectory(&top);
-    EXPECT_EQ(walk.room, kRoom);
+    EXPECT_EQ(walk.nameBudget, kRoom);
     Journal::Take();
 }
 

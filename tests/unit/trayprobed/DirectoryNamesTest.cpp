@@ -86,10 +86,10 @@ TEST_F(DirectoryNamesTest, AreThoseOfScandirInItsOrder) {
         tree_.MakeDirectory(std::string(length, 'y'));
     }
     for (const DirectoryFilter filter : {PassAll, PassX}) {
-        std::size_t room = k_roomForNames;
+        std::size_t room = kNameBudget;
         EXPECT_EQ(List(&room, filter), 0);
         EXPECT_EQ(TakeAll(), Scan(filter));
-        EXPECT_EQ(room, k_roomForNames);
+        EXPECT_EQ(room, kNameBudget);
     }
 }
 
@@ -151,7 +151,7 @@ TEST_F(DirectoryNamesTest, ThatFillAChunkTakeOne) {
 
 TEST_F(DirectoryNamesTest, OfAWalkTake256MiBAtMost) {
     constexpr std::size_t kMost = std::size_t{256} * 1024 * 1024 / kChunk;
-    std::size_t room = k_roomForNames;
+    std::size_t room = kNameBudget;
     g_longName = std::string(kLongestAtAll, 'x');
     g_longNames = kMost;
     EXPECT_EQ(List(&room), 0);

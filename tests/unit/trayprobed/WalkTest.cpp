@@ -118,12 +118,6 @@ TEST(WalkFilter, PassesAllButTheTwoDots) {
     }
 }
 
-TEST(WalkPath, ANameBehindAnEmptyPathStandsBelowTheRoot) {
-    char path[k_walkPathSize] = "";
-    EXPECT_EQ(AppendToPath(path, 0, "name"), 1U);
-    EXPECT_STREQ(path, "/name");
-}
-
 TEST_F(Walking, WithoutDescendOnlyTheDirectoryItselfIsListed) {
     tree_.MakeDirectory("a/b");
     EXPECT_THAT(Walk(0), IsEmpty());
