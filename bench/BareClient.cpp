@@ -9,7 +9,7 @@
 
 namespace bench {
 
-void ExchangeBarely(const std::string& path, const std::string& frame) {
+void ExchangeFrame(const std::string& path, const std::string& frame) {
     const testbed::Descriptor client = Connect(path);
     testbed::Require(write(client.Get(), frame.data(), frame.size()) ==
                          static_cast<ssize_t>(frame.size()),

@@ -5,8 +5,9 @@
 
 namespace bench {
 
-/* What a client does at the least: connects, writes the frame, reads as many bytes, closes. */
-void ExchangeBarely(const std::string& path, const std::string& frame);
+/* The least work of a client: connects to the socket at `path`, writes the frame, reads as many
+   bytes, closes. Throws Failure on errors. */
+void ExchangeFrame(const std::string& path, const std::string& frame);
 
 } // namespace bench
 

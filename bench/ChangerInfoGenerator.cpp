@@ -6,7 +6,7 @@ namespace {
 constexpr std::uint32_t kFirstTime = 1'790'000'000;
 constexpr std::uint32_t kBetweenDiscs = 47; // seconds
 
-// The text of a list as servers write it: a line for each value, indented by tabs.
+// A property list in the layout of servers: a line for each value, indented by tabs.
 class Lines {
 public:
     void Add(std::size_t depth, const std::string& line) {
@@ -47,7 +47,7 @@ void AddDisc(Lines& lines, std::size_t slot, std::uint32_t identifyTime) {
     lines.Add(4, "</dict>");
 }
 
-// The discs of all changers have numbers; this one's begin with firstDisc.
+// `firstDisc`: the number of this changer's first disc among the discs of all changers.
 void AddChanger(Lines& lines, std::uint64_t guid, std::size_t firstDisc, std::size_t slots) {
     lines.Add(2, "<dict>");
     lines.AddInteger(3, "GUID", guid);

@@ -7,23 +7,26 @@
 
 namespace bench {
 
-/* Changers full of identified discs, as a server shows them in its notifications. The daemon has
-   nothing to do for them. No two discs have the same time of identification. */
+/* Generates notifications of changers that are full of identified discs; the daemon has nothing to
+   do for them. Each disc has another identification time. */
 class ChangerInfoGenerator {
 public:
+    // `slots`: the slots of each changer.
     ChangerInfoGenerator(std::size_t changers, std::size_t slots)
         : changers_(changers), slots_(slots) {}
 
+    // The numbers of discs and of changers.
     std::size_t CountDiscs() const {
         return changers_ * slots_;
     }
     std::size_t CountChangers() const {
         return changers_;
     }
+    // The GUID of a changer, 0 to CountChangers() - 1.
     static std::uint64_t GuidOf(std::size_t changer) {
         return 0xA000 + changer;
     }
-    // The "changer info" of all, as XML.
+    // Returns the "changer info" of all changers, as XML.
     std::string MakeNotification() const;
 
 private:

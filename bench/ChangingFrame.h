@@ -9,25 +9,28 @@
 
 namespace bench {
 
-/* The frame of a shelf's notification, made once. A change of a disc overwrites the digits of its
-   time in the text, which costs the sender next to nothing, however many discs there are. */
+/* The frame of a notification, generated once. A change of a disc overwrites the digits of its
+   identification time in the text: the cost does not depend on the number of discs. */
 class ChangingFrame {
 public:
-    explicit ChangingFrame(const ChangerInfoGenerator& shelf);
+    // Generates the notification and its frame.
+    explicit ChangingFrame(const ChangerInfoGenerator& generator);
 
+    // The number of discs.
     std::size_t CountDiscs() const {
         return times_.size();
     }
-    // As after another look at the disc: it has a time that no disc has had before. Throws for a
-    // disc that is not there.
+    // Gives the disc an identification time that no disc has had before, as after a new
+    // identification. Throws std::out_of_range if there is no such disc.
     void ChangeDisc(std::size_t disc);
+    // The whole frame.
     const std::string& Bytes() const {
         return frame_;
     }
 
 private:
     std::string frame_;
-    std::vector<std::size_t> times_; // where the digits of each disc's time begin
+    std::vector<std::size_t> times_; // offset of the digits of each disc's time
 };
 
 } // namespace bench

@@ -16,9 +16,9 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int kTrials = 5;
-constexpr std::size_t kMostTurns = 16; // of each contender in a round
-constexpr std::chrono::seconds kEnough{90};
-constexpr double kShortestRun = 1e-9; // seconds; the clock may not move during a shorter one
+constexpr std::size_t kMaxSlices = 16; // of each candidate in a round
+constexpr std::chrono::seconds kTimeBudget{90};
+constexpr double kShortestRun = 1e-9; // seconds; the clock's resolution
 
 double SecondsSince(steady_clock::time_point start) {
     return std::chrono::duration<double>(steady_clock::now() - start).count();
@@ -50,11 +50,11 @@ void Comparison::Add(const std::string& name, const std::function<void()>& body)
 }
 
 void Comparison::AddTimed(const std::string& name, std::function<double()> body) {
-    contenders_.push_back({name, std::move(body), 1, {}});
+    candidates_.push_back({name, std::move(body), 1, {}});
 }
 
 void Comparison::Run() {
-    const auto policy = thread_ == Thread::Another ? std::launch::async : std::launch::deferred;
+    const auto policy = thread_ == Thread::Worker ? std::launch::async : std::launch::deferred;
     std::async(policy, [this] { RunTrials(); }).get();
 }
 
@@ -63,15 +63,15 @@ void Comparison::RunTrials() {
     double seconds = secondsPerRound_;
     for (int trial = 0; trial < kTrials; ++trial, seconds *= 2) {
         RunTrial(seconds);
-        if (IsNarrow() || steady_clock::now() - start > kEnough)
+        if (IsNarrow() || steady_clock::now() - start > kTimeBudget)
             return;
     }
 }
 
 void Comparison::RunTrial(double seconds) {
-    for (Contender& contender : contenders_) {
-        contender.runs = CountRuns(contender.body, seconds);
-        contender.times.clear();
+    for (Candidate& candidate : candidates_) {
+        candidate.runs = CountRuns(candidate.body, seconds);
+        candidate.times.clear();
     }
     for (std::size_t round = 0; round < rounds_; ++round)
         RunRound();
@@ -79,39 +79,39 @@ void Comparison::RunTrial(double seconds) {
 
 void Comparison::RunRound() {
     static std::minstd_rand random{std::random_device{}()};
-    std::size_t turns = kMostTurns;
-    std::vector<Contender*> order;
-    for (Contender& contender : contenders_) {
-        turns = std::min(turns, contender.runs);
-        order.push_back(&contender);
-        contender.times.push_back(0);
+    std::size_t slices = kMaxSlices;
+    std::vector<Candidate*> order;
+    for (Candidate& candidate : candidates_) {
+        slices = std::min(slices, candidate.runs);
+        order.push_back(&candidate);
+        candidate.times.push_back(0);
     }
-    for (std::size_t turn = 0; turn < turns; ++turn) {
+    for (std::size_t slice = 0; slice < slices; ++slice) {
         std::ranges::shuffle(order, random);
-        for (Contender* contender : order) {
-            const std::size_t runs = contender->runs;
-            const std::size_t share = runs * (turn + 1) / turns - runs * turn / turns;
-            contender->times.back() += TimeRuns(contender->body, share);
+        for (Candidate* candidate : order) {
+            const std::size_t runs = candidate->runs;
+            const std::size_t share = runs * (slice + 1) / slices - runs * slice / slices;
+            candidate->times.back() += TimeRuns(candidate->body, share);
         }
     }
-    for (Contender& contender : contenders_)
-        contender.times.back() /= static_cast<double>(contender.runs);
+    for (Candidate& candidate : candidates_)
+        candidate.times.back() /= static_cast<double>(candidate.runs);
 }
 
 bool Comparison::IsNarrow() const {
-    if (contenders_.size() == 1)
-        return Time(contenders_.front().name).IsNarrow();
-    return std::ranges::all_of(contenders_, [this](const Contender& over) {
-        return std::ranges::all_of(contenders_, [&](const Contender& under) {
+    if (candidates_.size() == 1)
+        return Time(candidates_.front().name).IsNarrow();
+    return std::ranges::all_of(candidates_, [this](const Candidate& over) {
+        return std::ranges::all_of(candidates_, [&](const Candidate& under) {
             return Ratio(over.name, under.name).IsNarrow();
         });
     });
 }
 
-const Comparison::Contender& Comparison::Find(const std::string& name) const {
-    const auto found = std::ranges::find(contenders_, name, &Contender::name);
-    if (found == contenders_.end())
-        throw std::invalid_argument("no contender " + name);
+const Comparison::Candidate& Comparison::Find(const std::string& name) const {
+    const auto found = std::ranges::find(candidates_, name, &Candidate::name);
+    if (found == candidates_.end())
+        throw std::invalid_argument("no candidate " + name);
     return *found;
 }
 
@@ -126,7 +126,7 @@ Spread Comparison::Ratio(const std::string& over, const std::string& under) cons
     return Spread(std::move(ratios));
 }
 
-std::string Comparison::Tell(const std::vector<std::string>& names) const {
+std::string Comparison::DescribeTimes(const std::vector<std::string>& names) const {
     std::string text;
     for (const std::string& name : names)
         text += (text.empty() ? "" : ", ") + name + " " + InTime(Time(name).median);

@@ -11,45 +11,50 @@
 namespace bench {
 
 /*
- * Ways to do the same, timed round by round: in each round they take turns, in random order, so
- * that what else the machine does falls on all. What counts is the ratio of two in the same round.
+ * Compares the run times of candidates: alternative ways to do the same work. Each round is divided
+ * into time slices, in which the candidates run in random order; a disturbance by other processes
+ * affects all candidates of a round. Results are ratios of two times of the same round.
  *
- * A trial is repeated with rounds twice as long, in which disturbances level out, until its result
- * is narrow (Spread::IsNarrow): the ratio of each two contenders, or the times of the only one.
- * There are five trials at most, and none begins after a minute and a half. The last one counts.
+ * A trial is a number of rounds. It is repeated with rounds of twice the length, in which
+ * disturbances average out, until its result is narrow (Spread::IsNarrow): the ratios of all pairs
+ * of candidates, or the times of a single candidate. There are at most five trials, and none begins
+ * later than 90 seconds after the first one. Only the last trial counts.
  */
 class Comparison {
 public:
-    enum class Thread { Main, Another };
+    enum class Thread { Main, Worker };
+    // `thread`: where the candidates run; Worker is a new thread, Main the caller of Run().
     explicit Comparison(std::size_t rounds = 15, Thread thread = Thread::Main,
                         double secondsPerRound = 0.1)
         : rounds_(rounds), thread_(thread), secondsPerRound_(secondsPerRound) {}
     Comparison(const Comparison&) = delete;
     Comparison& operator=(const Comparison&) = delete;
 
-    // The body is one run, and is repeated in a round until that takes its seconds.
+    // Adds a candidate. The body is one run; a round repeats it for about `secondsPerRound`.
     void Add(const std::string& name, const std::function<void()>& body);
-    // As Add, but what counts is the seconds that the body returns, such as those of a part of it.
+    // As Add, but the body measures its time itself and returns it, in seconds.
     void AddTimed(const std::string& name, std::function<double()> body);
 
+    // Runs the trials; blocks until they are done. Rethrows exceptions of the bodies.
     void Run();
 
-    // Seconds a run.
+    // The times of a candidate, in seconds per run. Throws std::invalid_argument if there is no
+    // such candidate.
     Spread Time(const std::string& name) const;
-    // Paired: of the times of the same round.
+    // The ratios of the times of two candidates in the same round. Throws like Time().
     Spread Ratio(const std::string& over, const std::string& under) const;
 
-    // "ours 1.20 ms, theirs 2.40 ms"
-    std::string Tell(const std::vector<std::string>& names) const;
+    // Formats the median times of the candidates: "ours 1.20 ms, find 2.40 ms".
+    std::string DescribeTimes(const std::vector<std::string>& names) const;
 
 private:
-    struct Contender {
+    struct Candidate {
         std::string name;
         std::function<double()> body;
-        std::size_t runs = 1;      // in a round
-        std::vector<double> times; // seconds a run, one for each round
+        std::size_t runs = 1;      // per round
+        std::vector<double> times; // seconds per run, one for each round
     };
-    const Contender& Find(const std::string& name) const;
+    const Candidate& Find(const std::string& name) const;
     void RunTrial(double seconds);
     void RunRound();
     void RunTrials();
@@ -58,7 +63,7 @@ private:
     const std::size_t rounds_;
     const Thread thread_;
     const double secondsPerRound_;
-    std::vector<Contender> contenders_;
+    std::vector<Candidate> candidates_;
 };
 
 } // namespace bench

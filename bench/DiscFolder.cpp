@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kSubdirectories = 3; // of each directory, which makes six levels
+constexpr int kSubdirectories = 3; // per directory; this gives six levels
 
 void WriteFile(const fs::path& path, const std::string& text) {
     std::ofstream file(path);
@@ -25,14 +25,14 @@ void WriteFile(const fs::path& path, const std::string& text) {
 
 void MakeDirectory(const fs::path& path) {
     fs::create_directory(path);
-    for (int file = 0; file < DiscFolder::kFilesOfADirectory; ++file)
+    for (int file = 0; file < DiscFolder::kFilesPerDirectory; ++file)
         WriteFile(path / ("IMG_" + std::to_string(4000 + file) + ".JPG"), "");
 }
 
 void MakeDisc(const fs::path& root) {
     std::vector<fs::path> directories = {root};
     MakeDirectory(root);
-    for (int i = 1; i < DiscFolder::kDirectoriesOfADisc; ++i) {
+    for (int i = 1; i < DiscFolder::kDirectoriesPerDisc; ++i) {
         const fs::path& parent = directories[static_cast<std::size_t>((i - 1) / kSubdirectories)];
         directories.push_back(parent / ("Holiday " + std::to_string(i)));
         MakeDirectory(directories.back());

@@ -6,20 +6,22 @@
 
 namespace bench {
 
-/* A folder that looks like a changer's file system: discs with an info file each, in them
-   directories with files, nested as on discs that people make. It exists as long as this object;
-   one that a killed run has left behind at the path is removed first. */
+/* A folder with the contents of a changer's file system: discs, each with an info file and nested
+   directories of empty files. */
 class DiscFolder {
 public:
     static constexpr int kDiscs = 50;
-    static constexpr int kDirectoriesOfADisc = 400; // with its root
-    static constexpr int kFilesOfADirectory = 10;
+    static constexpr int kDirectoriesPerDisc = 400; // including its root
+    static constexpr int kFilesPerDirectory = 10;
 
+    // Creates the folder, after the removal of an older one that a killed run may have left; the
+    // destructor removes it. Throws on errors.
     DiscFolder(std::string path, std::uint64_t changerGuid);
     ~DiscFolder();
     DiscFolder(const DiscFolder&) = delete;
     DiscFolder& operator=(const DiscFolder&) = delete;
 
+    // The path given to the constructor.
     const std::string& Path() const {
         return path_;
     }

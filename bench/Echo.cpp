@@ -9,7 +9,7 @@
 
 namespace bench {
 
-void GiveBack(int client) {
+void EchoFrame(int client) {
     std::array<char, 65536> frame;
     std::size_t size = 0;
     std::uint32_t length = 0;

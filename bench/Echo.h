@@ -3,9 +3,9 @@
 
 namespace bench {
 
-/* Reads one frame of at most 64 KiB from a client that has connected, writes it back, and waits
-   until the client ends the connection. */
-void GiveBack(int client);
+/* Reads one frame of at most 64 KiB from a connected client, writes it back, and waits until the
+   client closes the connection. Returns without a reply if the client closes earlier. */
+void EchoFrame(int client);
 
 } // namespace bench
 

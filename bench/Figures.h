@@ -5,6 +5,8 @@
 
 namespace bench {
 
+/* Each function runs the benchmarks of one section of the report and adds their results. They must
+   be called in a sandbox, block until done, and throw on errors. */
 void MeasureMemory(Report& report);
 void MeasureWalk(Report& report);
 void MeasureNotifications(Report& report);
@@ -13,7 +15,7 @@ void MeasureIdleAndStart(Report& report);
 void MeasureGrowth(Report& report);
 void MeasureScaling(Report& report);
 
-/* Parts of a section. */
+/* Parts of the sections "memory" and "growth". */
 void MeasureLists(Report& report);
 void MeasureNotificationGrowth(Report& report);
 void MeasureHostileGrowth(Report& report);

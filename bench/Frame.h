@@ -6,11 +6,11 @@
 
 namespace bench {
 
-/* Signature (4 bytes), reserved (2), size of the header (2), length of the payload (4), in the
-   host's byte order. */
+/* The size of a frame's header: signature (4 bytes), reserved (2), size of the header (2), length
+   of the payload (4), in the host's byte order. */
 inline constexpr std::size_t kFrameHeader = 12;
 
-/* A frame of the server's sockets around the payload. */
+/* Returns the payload with a frame header in front. */
 std::string MakeFrame(const std::string& payload);
 
 } // namespace bench

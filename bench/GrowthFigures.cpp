@@ -1,6 +1,6 @@
 #include "Figures.h"
 
-#include "InOrder.h"
+#include "EndAndCheck.h"
 #include "ProcessorTime.h"
 
 #include "testbed/Failure.h"
@@ -19,17 +19,17 @@ using testbed::TestRun;
 namespace bench {
 namespace {
 
-// ---- much at once ----
+// ---- concurrent work ----
 
 constexpr int kManyChangers = 16;
-constexpr int kDrives = 4; // of each, so many identifications run there at one time
+constexpr int kDrives = 4; // per changer; each can identify a disc at the same time
 constexpr int kIdentifications = kManyChangers * kDrives;
 
 std::string ChangerNamed(int number) {
-    return " changer=" + std::to_string(10 + number); // which the server takes as hexadecimal
+    return " changer=" + std::to_string(10 + number); // the server parses hexadecimal digits
 }
 
-// The discs take three seconds to spin up, so that all identifications are under way at one time.
+// The discs take three seconds to spin up: all identifications run at the same time.
 void Fill(testbed::Simulator& server, int changer) {
     const std::string name = ChangerNamed(changer);
     server.Do("add-changer" + name + " slots=5 drives=4 spin-up=3000 mount=/tmp/changer-" +
@@ -39,8 +39,8 @@ void Fill(testbed::Simulator& server, int changer) {
         server.Do("put" + name + " slot=" + std::to_string(slot));
 }
 
-// Returns how many threads there were at most, as soon as there are so many, or after
-// testbed::kTimeOut.
+// Waits until the daemon has `count` threads, at most testbed::kTimeOut; returns the highest number
+// seen.
 std::size_t AwaitThreads(const testbed::Daemon& daemon, std::size_t count) {
     std::size_t most = 0;
     const auto deadline = std::chrono::steady_clock::now() + testbed::kTimeOut;
@@ -51,8 +51,8 @@ std::size_t AwaitThreads(const testbed::Daemon& daemon, std::size_t count) {
     return most;
 }
 
-// The server holds back its notifications until it is told to release them.
-void StartHeld(testbed::TestRun& run) {
+// The server holds its notifications back until the command "release".
+void StartPaused(testbed::TestRun& run) {
     run.StartServer();
     testbed::Simulator& server = run.Server();
     server.Do("events kinds=request,reply,identified,info-open");
@@ -64,11 +64,11 @@ void StartHeld(testbed::TestRun& run) {
     for (int i = 0; i < 2 * kManyChangers; ++i)
         server.Await("info-open");
     std::this_thread::sleep_for(
-        std::chrono::seconds(1)); // threads of the start may still be ending
+        std::chrono::seconds(1)); // threads of the start-up may still be ending
 }
 
-// Returns how many threads there were at most.
-std::size_t RunAll(testbed::TestRun& run, std::size_t threadsBefore) {
+// Returns the highest number of threads.
+std::size_t RunConcurrently(testbed::TestRun& run, std::size_t threadsBefore) {
     testbed::Simulator& server = run.Server();
     for (int i = 0; i < kManyChangers; ++i)
         server.Do("identify" + ChangerNamed(i));
@@ -80,31 +80,31 @@ std::size_t RunAll(testbed::TestRun& run, std::size_t threadsBefore) {
     return most;
 }
 
-double MoreThan(std::size_t before, std::size_t after) {
+double Increase(std::size_t before, std::size_t after) {
     return static_cast<double>(after) - static_cast<double>(before);
 }
 
-void MeasureAtOnce(Report& report) {
+void MeasureConcurrent(Report& report) {
     testbed::TestRun run;
-    StartHeld(run);
+    StartPaused(run);
     const testbed::ResourceUsage before = run.Daemon().ReadResourceUsage();
-    const std::size_t most = RunAll(run, before.threads);
+    const std::size_t most = RunConcurrently(run, before.threads);
     const testbed::ResourceUsage after = run.Daemon().AwaitResourceUsageWithin(before);
     const std::size_t requests = run.Server().AllSoFar("request").size();
     const std::size_t replies = run.Server().AllSoFar("reply").size();
 
-    report.AddAtLeast("64 identifications and 16 builds at once: threads for them", 80,
-                      MoreThan(before.threads, most), "", "");
-    report.AddAtMost("their requests without a reply", 0, MoreThan(replies, requests), "",
+    report.AddAtLeast("64 identifications and 16 builds at the same time: threads", 80,
+                      Increase(before.threads, most), "", "");
+    report.AddAtMost("their requests without a reply", 0, Increase(replies, requests), "",
                      InUnits(static_cast<double>(requests), "requests"));
-    report.AddAtMost("threads more than before, when all is done", 0,
-                     MoreThan(before.threads, after.threads), "", "");
-    report.AddAtMost("descriptors more than before, when all is done", 0,
-                     MoreThan(before.descriptors.size(), after.descriptors.size()), "", "");
-    EndCleanly(run);
+    report.AddAtMost("threads left over when all are done", 0,
+                     Increase(before.threads, after.threads), "", "");
+    report.AddAtMost("descriptors left over when all are done", 0,
+                     Increase(before.descriptors.size(), after.descriptors.size()), "", "");
+    EndAndCheck(run);
 }
 
-// ---- one after the other ----
+// ---- sequential work ----
 
 constexpr int kDiscs = 100;
 
@@ -113,8 +113,8 @@ struct Cost {
     double processor; // seconds of the daemon
 };
 
-// Has the empty discs of a changer identified by a server whose robot takes no time. The seconds
-// are from the first notification to the end of the last connection.
+// Measures the identification of all discs of a changer, which are empty, with a server whose robot
+// takes no time: from the first notification to the end of the last connection.
 Cost IdentifyDiscs(const std::string& mount) {
     testbed::TestRun run;
     run.StartServer();
@@ -139,19 +139,19 @@ Cost IdentifyDiscs(const std::string& mount) {
     server.Await("disconnect", {{"connection", last["connection"]}});
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
     const Cost cost = {passed.count(), ProcessorTimeOf(daemon) - before};
-    EndCleanly(run);
+    EndAndCheck(run);
     return cost;
 }
 
-void MeasureOneAfterTheOther(Report& report) {
-    const Cost listed = IdentifyDiscs(" mount=/tmp/carousel");
-    const Cost unlisted = IdentifyDiscs("");
-    report.AddUnjudged("a changer of 100 discs: discs identified per second",
-                       kDiscs / listed.seconds, "",
-                       "without a file system to list " + InUnits(kDiscs / unlisted.seconds, ""));
+void MeasureSequential(Report& report) {
+    const Cost withWalk = IdentifyDiscs(" mount=/tmp/carousel");
+    const Cost withoutWalk = IdentifyDiscs("");
+    report.AddWithoutGoal(
+        "a changer of 100 discs: discs identified per second", kDiscs / withWalk.seconds, "",
+        InUnits(kDiscs / withoutWalk.seconds, "") + " without a file system to walk");
     report.AddAtMost(
-        "processor time for a disc without its walk", 1, unlisted.processor * 1e3 / kDiscs, "ms",
-        "with it, for which all discs are looked at, " + InTime(listed.processor / kDiscs));
+        "processor time per disc, without a walk", 1, withoutWalk.processor * 1e3 / kDiscs, "ms",
+        InTime(withWalk.processor / kDiscs) + " with the walk, which visits all discs");
 }
 
 } // namespace
@@ -159,15 +159,16 @@ void MeasureOneAfterTheOther(Report& report) {
 void MeasureGrowth(Report& report) {
     report.BeginSection(
         "Growth",
-        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, which have not changed, "
-        "in this process; identifications and builds by the daemon as installed, with the "
-        "simulator, whose robot takes no time, once each. What is left behind by 50,000 "
-        "connections that the server closes, in the daemon as installed, and by a changer that "
-        "goes 10,000 times, in this process. A \"changer list\" of 100,000 changers of which the "
-        "last 100 are known, in this process.");
+        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, without changes, in the "
+        "benchmark process. Identifications and builds by the daemon as installed, with the "
+        "simulator, whose robot takes no time, measured once. The memory left by 50,000 "
+        "connections that the server closes, in the daemon as installed, and by a changer that is "
+        "removed 10,000 times, in the benchmark process. A \"changer list\" of 100,000 changers, "
+        "of "
+        "which the last 100 are known, in the benchmark process.");
     MeasureNotificationGrowth(report);
-    MeasureAtOnce(report);
-    MeasureOneAfterTheOther(report);
+    MeasureConcurrent(report);
+    MeasureSequential(report);
     MeasureHostileGrowth(report);
 }
 

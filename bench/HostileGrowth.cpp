@@ -1,8 +1,8 @@
 #include "Figures.h"
 
-#include "AwaitedServer.h"
+#include "BenchServer.h"
 #include "Comparison.h"
-#include "InOrder.h"
+#include "EndAndCheck.h"
 #include "Memory.h"
 #include "Notification.h"
 #include "ProcessMemory.h"
@@ -21,52 +21,52 @@
 namespace bench {
 namespace {
 
-// Accepts the daemon's connection and closes it, so many times.
-void CloseConnections(const AwaitedServer& server, int count) {
+// Accepts the daemon's connection and closes it, `count` times.
+void CloseConnections(const BenchServer& server, int count) {
     for (; count > 0; --count)
         server.AwaitSubscriber();
 }
 
 void MeasureConnections(Report& report) {
-    constexpr int kToWarmUp = 1000;
+    constexpr int kWarmUp = 1000;
     constexpr int kConnections = 50'000;
     testbed::TestRun run;
-    const AwaitedServer server;
+    const BenchServer server;
     run.StartDaemon();
-    CloseConnections(server, kToWarmUp);
+    CloseConnections(server, kWarmUp);
     const pid_t daemon = run.Daemon().Pid();
     const double before = ReadDirtyMemory(daemon);
     const auto start = std::chrono::steady_clock::now();
     CloseConnections(server, kConnections);
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
     const double growth = ReadDirtyMemory(daemon) - before;
-    report.AddUnjudged("a server that closes each connection: connections a second",
-                       kConnections / passed.count(), "", "");
-    report.AddUnjudged("memory that each of these connections leaves", growth / kConnections,
-                       "bytes", "");
-    EndCleanly(run);
+    report.AddWithoutGoal("a server that closes each connection: connections per second",
+                          kConnections / passed.count(), "", "");
+    report.AddWithoutGoal("memory left by each of these connections", growth / kConnections,
+                          "bytes", "");
+    EndAndCheck(run);
 }
 
-// A changer with a schedule goes and comes back, so many times.
-void LeaveTimers(int count) {
+// Adds and removes a changer with a schedule, `count` times. The daemon does not free its timers.
+void LeakTimers(int count) {
     constexpr UInt64 kChanger = 0xB1;
     for (; count > 0; --count) {
         if (AddChangerToList(kChanger) != nullptr ||
             ScheduleChangerFSCacheTimer(kChanger, 3, 30) != nullptr ||
             RemoveChangerFromList(kChanger) != nullptr) {
-            throw testbed::Failure("a changer cannot come and go");
+            throw testbed::Failure("a changer cannot be added and removed");
         }
     }
 }
 
 void MeasureTimers(Report& report) {
-    constexpr int kToWarmUp = 100;
+    constexpr int kWarmUp = 100;
     constexpr int kTimers = 10'000;
-    LeaveTimers(kToWarmUp);
+    LeakTimers(kWarmUp);
     const long before = HeapInUse();
-    LeaveTimers(kTimers);
-    report.AddUnjudged("memory of a timer that a changer with a schedule leaves behind",
-                       static_cast<double>(HeapInUse() - before) / kTimers, "bytes", "");
+    LeakTimers(kTimers);
+    report.AddWithoutGoal("memory left by the timer of a removed changer with a schedule",
+                          static_cast<double>(HeapInUse() - before) / kTimers, "bytes", "");
 }
 
 constexpr UInt64 kFirstOfMany = 0x10'0000;
@@ -79,33 +79,32 @@ CFArrayRef CreateChangerList(UInt64 changers) {
     return static_cast<CFArrayRef>(Notification(text).Create());
 }
 
-// Each known changer is compared with all that the list names before it.
+// HandleRemovedChangers() compares each known changer with all entries of the list before it.
 void MeasureRemovals(Report& report) {
     constexpr UInt64 kListed = 100'000;
     constexpr UInt64 kKnown = 100;
     CFArrayRef list = CreateChangerList(kListed);
     for (UInt64 i = kListed - kKnown; i < kListed; ++i)
         testbed::Require(AddChangerToList(kFirstOfMany + i) == nullptr,
-                         "a changer cannot be known");
+                         "a changer cannot be added");
     Comparison comparison;
     comparison.Add("all", [list] {
-        testbed::Require(HandleRemovedChangers(list) == nullptr,
-                         "a list of changers is not handled");
+        testbed::Require(HandleRemovedChangers(list) == nullptr, "HandleRemovedChangers failed");
     });
     comparison.Run();
     CFRelease(list);
     SInt32 isKnown = 0;
     testbed::Require(IsChangerInList(kFirstOfMany + kListed - 1, &isKnown) == nullptr && isKnown,
-                     "a changer that is listed is gone");
-    report.AddUnjudged("a known changer compared with one of a \"changer list\"",
-                       comparison.Time("all").Times(1e9 / (kListed * kKnown)), "ns", "");
+                     "a listed changer was removed");
+    report.AddWithoutGoal("comparison of a known changer with one of a \"changer list\"",
+                          comparison.Time("all").Times(1e9 / (kListed * kKnown)), "ns", "");
 }
 
 } // namespace
 
 void MeasureHostileGrowth(Report& report) {
     MeasureConnections(report);
-    // On a thread, with which its run loop and the timers end.
+    // On a new thread: its run loop, with the timers, is freed at the end of the thread.
     std::async(std::launch::async, [&] { MeasureTimers(report); }).get();
     MeasureRemovals(report);
 }

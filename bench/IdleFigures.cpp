@@ -1,7 +1,7 @@
 #include "Figures.h"
 
-#include "AwaitedServer.h"
-#include "InOrder.h"
+#include "BenchServer.h"
+#include "EndAndCheck.h"
 #include "ProcessMemory.h"
 #include "ProcessorTime.h"
 #include "Program.h"
@@ -29,14 +29,14 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 struct Trace {
-    std::vector<TracedCall> calls;    // that ended in the time traced
-    std::vector<TracedCall> provoked; // that ended behind it
+    std::vector<TracedCall> calls;     // ended within the measured time
+    std::vector<TracedCall> triggered; // ended after it
 };
 
-// The system calls of a process as strace shows them, during that time and while what is provoked
-// behind it is dealt with: a line each, but for those that do not return before the end.
+// Traces the system calls of a process by strace for `time`; then calls trigger() and traces for
+// one more second. Calls that do not return before the end are left out.
 Trace TraceFor(testbed::OutputLog& outputLog, pid_t process, seconds time, const std::string& calls,
-               const std::function<void()>& provoke) {
+               const std::function<void()>& trigger) {
     const std::string file = "/tmp/strace";
     testbed::Process strace(
         {"/usr/bin/strace",
@@ -46,18 +46,18 @@ Trace TraceFor(testbed::OutputLog& outputLog, pid_t process, seconds time, const
     outputLog.Await(testbed::Stream::Helper, ".*attached.*");
     std::this_thread::sleep_for(time);
     const duration<double> end = std::chrono::system_clock::now().time_since_epoch();
-    provoke();
+    trigger();
     std::this_thread::sleep_for(seconds(1));
     strace.Signal(SIGINT);
     strace.AwaitEnd();
     outputLog.Discard(testbed::Stream::Helper);
-    std::ifstream told(file);
-    testbed::Require(told.is_open(), "strace wrote nothing");
+    std::ifstream output(file);
+    testbed::Require(output.is_open(), "strace wrote nothing");
     Trace trace;
-    for (std::string line; std::getline(told, line);) {
+    for (std::string line; std::getline(output, line);) {
         if (HasReturned(line)) {
             TracedCall call(std::move(line));
-            (call.end < end.count() ? trace.calls : trace.provoked).push_back(std::move(call));
+            (call.end < end.count() ? trace.calls : trace.triggered).push_back(std::move(call));
         }
     }
     return trace;
@@ -72,7 +72,7 @@ void StartConnected(testbed::TestRun& run) {
     run.StartDaemon();
     infoFile.AwaitReads(2);
     run.Server().Await("request", {{"command", "set client status"}});
-    std::this_thread::sleep_for(seconds(1)); // threads of the start may still be ending
+    std::this_thread::sleep_for(seconds(1)); // threads of the start-up may still be ending
 }
 
 void MeasureConnected(Report& report) {
@@ -81,21 +81,21 @@ void MeasureConnected(Report& report) {
     const pid_t daemon = run.Daemon().Pid();
     report.AddAtMost("private memory after start-up", 5, ReadPrivateMemory(daemon) / kMebibyte,
                      "MiB", "");
-    // What follows shows that strace was looking.
+    // The calls after the trigger prove that strace was attached.
     const Trace trace = TraceFor(run.OutputLog(), daemon, seconds(60), "trace=all",
                                  [&] { run.Server().Do("push"); });
-    if (trace.provoked.empty())
-        throw testbed::Failure("strace saw nothing of a notification");
+    if (trace.triggered.empty())
+        throw testbed::Failure("strace reported no calls for a notification");
     report.AddAtMost("connected: system calls in 60 s", 0, static_cast<double>(trace.calls.size()),
                      "", trace.calls.empty() ? "" : trace.calls.front().line);
-    EndCleanly(run);
+    EndAndCheck(run);
 }
 
-// In percent of a core, over several stretches of time.
+// Returns the processor time in percent of a core, over several intervals.
 Spread MeasureShareOfCore(pid_t process) {
-    constexpr int kStretches = 5;
+    constexpr int kIntervals = 5;
     std::vector<double> shares;
-    for (int i = 0; i < kStretches; ++i) {
+    for (int i = 0; i < kIntervals; ++i) {
         const double before = ProcessorTimeOf(process);
         const auto start = steady_clock::now();
         std::this_thread::sleep_for(seconds(5));
@@ -105,38 +105,38 @@ Spread MeasureShareOfCore(pid_t process) {
     return Spread(std::move(shares));
 }
 
-// From the first attempt to the last one, so that it does not matter where between two attempts the
-// trace begins and ends. An attempt looks once at each process, so also at process 1.
+// Counts from the first to the last attempt: the trace may begin and end anywhere between two of
+// them. An attempt reads the name of each process once, also that of process 1.
 double AttemptsPerSecond(const std::vector<TracedCall>& calls) {
     std::vector<double> times;
     for (const TracedCall& call : calls)
         if (call.line.find("\"1/comm\"") != call.line.npos)
             times.push_back(call.begin);
     if (times.size() < 2)
-        throw testbed::Failure("strace saw no attempts");
+        throw testbed::Failure("strace reported no attempts");
     return static_cast<double>(times.size() - 1) / (times.back() - times.front());
 }
 
 void MeasureDisconnected(Report& report) {
-    const Sleepers others(kOthers);
+    const Sleepers others(kOtherProcesses);
     testbed::TestRun run;
     run.StartDaemon();
     std::this_thread::sleep_for(seconds(2));
     const pid_t daemon = run.Daemon().Pid();
-    report.AddAtMost("disconnected, 500 others: share of a core", 0.5, MeasureShareOfCore(daemon),
-                     "%", "");
+    report.AddAtMost("disconnected, 500 other processes: share of a core", 0.5,
+                     MeasureShareOfCore(daemon), "%", "");
     const Trace trace = TraceFor(run.OutputLog(), daemon, seconds(20), "trace=openat,open", [] {});
     const double attempts = AttemptsPerSecond(trace.calls);
-    report.AddAtMost("disconnected: attempts a second, difference from one", 0.05,
-                     std::abs(attempts - 1), "", InUnits(attempts, "a second"));
-    EndCleanly(run);
+    report.AddAtMost("disconnected: attempts per second, difference from 1", 0.05,
+                     std::abs(attempts - 1), "", InUnits(attempts, "per second"));
+    EndAndCheck(run);
 }
 
 void MeasureStart(Report& report) {
     constexpr int kStarts = 21;
     std::vector<double> times;
     for (int i = 0; i < kStarts; ++i) {
-        const AwaitedServer server;
+        const BenchServer server;
         testbed::OutputLog outputLog;
         const auto start = steady_clock::now();
         testbed::Daemon daemon(outputLog, {});
@@ -153,9 +153,10 @@ void MeasureStart(Report& report) {
 void MeasureIdleAndStart(Report& report) {
     report.BeginSection(
         "Idle and start",
-        "The daemon as installed, connected to the simulator with one changer, its file system "
-        "mounted, and without a server. System calls by strace, processor time in n times 5 s. A "
-        "start is from before the fork to the accepted connection.");
+        "The daemon as installed, connected to the simulator with one changer and its file system, "
+        "and without a server. System calls are counted by strace; processor time is measured in "
+        "n intervals of 5 s. The start is measured from before the fork to the accepted "
+        "connection.");
     MeasureStart(report);
     MeasureDisconnected(report);
     MeasureConnected(report);

@@ -5,7 +5,7 @@
 
 namespace bench {
 
-plist_t ReadByLibplist(const std::string& text) {
+plist_t ParseByLibplist(const std::string& text) {
     plist_t list = nullptr;
     plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &list);
     if (list == nullptr)

@@ -7,9 +7,9 @@
 
 namespace bench {
 
-/* Has libplist read a notification. The list is the caller's, for plist_free. Throws when libplist
-   cannot read it. */
-plist_t ReadByLibplist(const std::string& text);
+/* Parses XML by libplist. The caller frees the result by plist_free(). Throws std::runtime_error if
+   libplist reports an error. */
+plist_t ParseByLibplist(const std::string& text);
 
 } // namespace bench
 

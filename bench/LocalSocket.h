@@ -8,15 +8,15 @@
 
 namespace bench {
 
-/*
- * Where a server of that process id listens for requests, and for who subscribes to notifications.
- */
+/* The paths of the sockets on which the server with this process id listens for requests and for
+   subscribers to notifications. */
 std::string RequestPath(pid_t server);
 std::string NotificationPath(pid_t server);
 
-/* Local stream sockets, closed when their descriptors go. All of them throw what fails. */
+/* Local stream sockets. The functions throw Failure on errors. Accept() blocks until a client
+   connects. */
 testbed::Descriptor Listen(const std::string& path);
-testbed::Descriptor Accept(const testbed::Descriptor& listener); // blocks until a client connects
+testbed::Descriptor Accept(const testbed::Descriptor& listener);
 testbed::Descriptor Connect(const std::string& path);
 
 } // namespace bench

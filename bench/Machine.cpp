@@ -13,12 +13,13 @@ namespace bench {
 namespace {
 
 constexpr const char* kHow =
-    "# What it costs\n\n"
-    "Written by `scripts/bench`, with the pictures. Ways to do the same are timed round by round, "
-    "in random order in each. A figure is the median of n rounds, beside the borders of their "
-    "middle half; a ratio is taken in each round, of two times of that round. Where the middle "
-    "half is wider than 5 % of the median even in long rounds, and the goal lies in it, the "
-    "machine was too busy to tell. What has no middle half was measured once.\n\n";
+    "# Benchmarks\n\n"
+    "Written by `scripts/bench`, with the pictures. Alternatives are timed in the same rounds, in "
+    "random order within a round. A measured value is the median of n rounds, with the "
+    "interquartile range. A ratio is calculated for each round, from two times of that round. A "
+    "result is inconclusive if its interquartile range is wider than 5 % of the median even in "
+    "long rounds, and the goal is within the range: the machine was too busy. A value without a "
+    "range was measured once. \"Ours\" is trayprobed.\n\n";
 
 } // namespace
 
@@ -30,7 +31,7 @@ std::string DescribeRun() {
     const auto memory = double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE));
     return kHow + std::to_string(std::thread::hardware_concurrency()) + " cores, " +
            std::to_string(std::lround(memory / (1 << 30))) + " GiB, " + system.machine +
-           ", Linux " + system.release + "; a load of " + InUnits(load[0], "") +
+           ", Linux " + system.release + "; load average " + InUnits(load[0], "") +
            " in the minute before.\n\n";
 }
 

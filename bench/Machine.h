@@ -5,7 +5,8 @@
 
 namespace bench {
 
-/* The head of the tables: how they come about, what machine this is, and how busy it is now. */
+/* Returns the introduction of the report as Markdown: the method, this machine and its present
+   load. */
 std::string DescribeRun();
 
 } // namespace bench

@@ -16,8 +16,8 @@ ManyMounts::ManyMounts() {
 }
 
 ManyMounts::~ManyMounts() {
-    umount2(root_.c_str(), MNT_DETACH); // with all that are mounted in it
-    std::error_code ignored;            // the private world ends with its mounts
+    umount2(root_.c_str(), MNT_DETACH); // including the mounts in it
+    std::error_code ignored;            // the sandbox ends with its mounts
     std::filesystem::remove(root_, ignored);
 }
 

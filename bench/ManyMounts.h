@@ -6,15 +6,17 @@
 
 namespace bench {
 
-/* Directories of one file system, each mounted as a volume of its own, as long as this lives. In a
-   private world. */
+/* Many volumes: directories of one tmpfs, each bind-mounted on itself. The destructor unmounts
+   them. For use in a sandbox. */
 class ManyMounts {
 public:
+    // Mounts the tmpfs, without volumes. Throws Failure on errors.
     ManyMounts();
     ~ManyMounts();
     ManyMounts(const ManyMounts&) = delete;
     ManyMounts& operator=(const ManyMounts&) = delete;
 
+    // Adds volumes until there are `count`. Throws Failure on errors.
     void GrowTo(std::size_t count);
 
 private:

@@ -13,7 +13,7 @@
 namespace bench {
 namespace {
 
-// Nothing of the parent's is cleaned up in the child, so no exception leaves it.
+// No exception may leave the child's part: it would run the parent's destructors.
 [[noreturn]] void RunInChild(const std::function<long()>& body, const testbed::Descriptor& to) {
     try {
         const long result = body();
@@ -31,7 +31,7 @@ long HeapInUse() {
     return static_cast<long>(info.uordblks + info.hblkhd);
 }
 
-long MeasureApart(const std::function<long()>& body) {
+long MeasureInChild(const std::function<long()>& body) {
     int ends[2];
     testbed::Require(pipe(ends) == 0, "cannot make a pipe");
     const testbed::Descriptor from(ends[0]);

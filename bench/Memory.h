@@ -5,12 +5,13 @@
 
 namespace bench {
 
-/* The bytes that are allocated on the heap of this process. */
+/* Returns the bytes that are allocated on the heap of this process. */
 long HeapInUse();
 
-/* Runs the body in a child of this process and returns its result, so that what it leaves on the
-   heap is gone. Throws when the child fails, which says why on standard error. */
-long MeasureApart(const std::function<long()>& body);
+/* Runs the body in a forked child process and returns its result; the heap of this process does not
+   change. Throws Failure if the body throws or the child ends in another way; the text of the
+   exception goes to standard error. Blocks until the child ends. */
+long MeasureInChild(const std::function<long()>& body);
 
 } // namespace bench
 

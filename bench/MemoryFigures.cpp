@@ -1,11 +1,11 @@
 #include "Figures.h"
 
-#include "AwaitedServer.h"
+#include "BenchServer.h"
 #include "ChangerInfoGenerator.h"
 #include "ChangingFrame.h"
-#include "Data.h"
+#include "EndAndCheck.h"
 #include "Frame.h"
-#include "InOrder.h"
+#include "PlotData.h"
 #include "ProcessMemory.h"
 
 #include "testbed/TestRun.h"
@@ -25,17 +25,17 @@
 namespace bench {
 namespace {
 
-constexpr double kChangesADay = 1200;
-constexpr double kDaysAYear = 365;
-constexpr std::size_t kNotifications = 10'000; // unless BENCH_NOTIFICATIONS says otherwise
-constexpr std::size_t kToWarmUp = 30;
+constexpr double kChangesPerDay = 1200;
+constexpr double kDaysPerYear = 365;
+constexpr std::size_t kNotifications = 10'000; // the default of BENCH_NOTIFICATIONS
+constexpr std::size_t kWarmUp = 30;
 constexpr std::size_t kBetweenSamples = 250;
 
 struct Shape {
     std::string_view name;
     std::size_t changers;
     std::size_t slots;
-    double goal; // KiB a notification
+    double goal; // KiB per notification
 };
 
 constexpr Shape kShapes[] = {{"10x500", 10, 500, 1.25},   {"1x500", 1, 500, 1.25},
@@ -47,24 +47,25 @@ std::string Environment(const char* name) {
     return value != nullptr ? value : "";
 }
 
-// Throws unless the variable is a number above 0, or missing.
-std::size_t CountNotifications() {
+// Reads BENCH_NOTIFICATIONS. Throws if it is set but no number above 0.
+std::size_t NotificationCount() {
     const std::string wanted = Environment("BENCH_NOTIFICATIONS");
     std::size_t count = kNotifications;
     const char* const end = wanted.data() + wanted.size();
     if (!wanted.empty() && (std::from_chars(wanted.data(), end, count).ptr != end || count == 0))
-        throw std::invalid_argument("BENCH_NOTIFICATIONS is no number of notifications: " + wanted);
+        throw std::invalid_argument("BENCH_NOTIFICATIONS must be a number above 0: " + wanted);
     return count;
 }
 
-// Those that the variable names, in its order, or all of them. Throws when it names another one.
-std::vector<Shape> WantedShapes() {
+// Returns the shapes that BENCH_SHAPES names, in its order; all shapes if it is not set. Throws if
+// it contains an unknown name.
+std::vector<Shape> SelectedShapes() {
     std::istringstream wanted(Environment("BENCH_SHAPES"));
     std::vector<Shape> shapes;
     for (std::string name; wanted >> name;) {
         const auto* const shape = std::ranges::find(kShapes, name, &Shape::name);
         if (shape == std::end(kShapes))
-            throw std::invalid_argument("BENCH_SHAPES: there is no shape " + name);
+            throw std::invalid_argument("BENCH_SHAPES: unknown shape: " + name);
         shapes.push_back(*shape);
     }
     return shapes.empty() ? std::vector<Shape>(std::begin(kShapes), std::end(kShapes)) : shapes;
@@ -72,48 +73,48 @@ std::vector<Shape> WantedShapes() {
 
 // ---- the running daemon ----
 
-// A daemon's memory after so many notifications, in bytes; those that warmed it up are not counted.
+// Samples of a daemon's memory: notifications since the warm-up, bytes.
 using Series = std::vector<std::pair<std::size_t, double>>;
 
-// A daemon that is sent notifications, each when it has dealt with the one before.
-class Reader {
+// A daemon that receives notifications, each after it has processed the one before.
+class SubscribedDaemon {
 public:
-    explicit Reader(const Shape& shape)
+    explicit SubscribedDaemon(const Shape& shape)
         : frame_(ChangerInfoGenerator(shape.changers, shape.slots)) {
         run_.StartDaemon();
         subscriber_ = server_.AwaitSubscriber();
         Push(subscriber_, frame_.Bytes());
-        server_.AnswerRequests(shape.changers); // the daemon shows that it has no builds there
-        AwaitDealtWith();
+        server_.AnswerRequests(shape.changers); // the daemon clears its status at each new changer
+        AwaitProcessed();
     }
 
     void SendChanged() {
         constexpr std::size_t kStride =
-            7919; // prime, so that each disc changes once before any twice
+            7919; // a prime: every disc changes once before one changes twice
         frame_.ChangeDisc(++sent_ * kStride % frame_.CountDiscs());
         Push(subscriber_, frame_.Bytes());
-        AwaitDealtWith();
+        AwaitProcessed();
     }
     double Memory() {
         return ReadDirtyMemory(run_.Daemon().Pid());
     }
     void End() {
-        EndCleanly(run_);
+        EndAndCheck(run_);
     }
 
 private:
-    // Nothing answers a notification. But they are dealt with in order, and a wrong one costs a
-    // line in the log and leaves nothing in memory.
-    void AwaitDealtWith() {
-        Push(subscriber_, nonsense_);
+    // The daemon does not acknowledge notifications, but processes them in order. An invalid
+    // notification causes a log line and retains no memory.
+    void AwaitProcessed() {
+        Push(subscriber_, invalidFrame_);
         run_.AwaitLog({".*fail get changer list as array.*"});
     }
 
     testbed::TestRun run_;
-    AwaitedServer server_;
+    BenchServer server_;
     testbed::Descriptor subscriber_;
     ChangingFrame frame_;
-    const std::string nonsense_ =
+    const std::string invalidFrame_ =
         MakeFrame("<plist version=\"1.0\"><dict><key>changer list</key><true/></dict></plist>");
     std::size_t sent_ = 0;
 };
@@ -123,16 +124,16 @@ double GrowthEach(const Series& series) {
            static_cast<double>(series.back().first - series.front().first);
 }
 
-void TellProgress(const Shape& shape, const Series& series) {
+void PrintProgress(const Shape& shape, const Series& series) {
     std::fprintf(stderr, "    %s: %zu notifications, %.2f KiB each\n",
                  std::string(shape.name).c_str(), series.back().first,
                  GrowthEach(series) / kKibibyte);
 }
 
 Series MeasureShape(const Shape& shape) {
-    const std::size_t count = CountNotifications();
-    Reader reader(shape);
-    for (std::size_t i = 0; i < kToWarmUp; ++i)
+    const std::size_t count = NotificationCount();
+    SubscribedDaemon reader(shape);
+    for (std::size_t i = 0; i < kWarmUp; ++i)
         reader.SendChanged();
     Series series = {{0, reader.Memory()}};
     for (std::size_t i = 1; i <= count; ++i) {
@@ -140,7 +141,7 @@ Series MeasureShape(const Shape& shape) {
         if (i % kBetweenSamples == 0 || i == count)
             series.emplace_back(i, reader.Memory());
         if (i % (10 * kBetweenSamples) == 0)
-            TellProgress(shape, series);
+            PrintProgress(shape, series);
     }
     reader.End();
     return series;
@@ -150,7 +151,7 @@ std::string Describe(const Shape& shape) {
     return std::to_string(shape.changers) + " x " + InUnits(static_cast<double>(shape.slots), "");
 }
 
-void AddTo(Data& data, const Shape& shape, const Series& series) {
+void AddTo(PlotData& data, const Shape& shape, const Series& series) {
     data.BeginSet(Describe(shape) + " discs");
     for (const auto& [notifications, memory] : series) {
         data.Add(
@@ -158,22 +159,22 @@ void AddTo(Data& data, const Shape& shape, const Series& series) {
     }
 }
 
-std::string TellGrowth(double bytesANotification) {
+std::string DescribeGrowth(double bytesPerNotification) {
     constexpr double kGibibyte = kMebibyte * kKibibyte;
-    const double aDay = bytesANotification * kChangesADay;
-    return "a day: " + InUnits(aDay / kMebibyte, "MiB") +
-           ", a year: " + InUnits(aDay * kDaysAYear / kGibibyte, "GiB");
+    const double perDay = bytesPerNotification * kChangesPerDay;
+    return "per day: " + InUnits(perDay / kMebibyte, "MiB") +
+           ", per year: " + InUnits(perDay * kDaysPerYear / kGibibyte, "GiB");
 }
 
 void MeasureRunning(Report& report, const std::vector<Shape>& shapes) {
-    Data data({"notifications", "MiB since the first"});
+    PlotData data({"notifications", "MiB since the first"});
     for (const Shape& shape : shapes) {
         const Series series = MeasureShape(shape);
         AddTo(data, shape, series);
         const double each = GrowthEach(series);
-        report.AddAtMost(Describe(shape) + " discs: memory for a notification", shape.goal,
+        report.AddAtMost(Describe(shape) + " discs: memory per notification", shape.goal,
                          each / kKibibyte, "KiB",
-                         TellGrowth(each) + "; with the first lists " +
+                         DescribeGrowth(each) + "; after the warm-up: " +
                              InUnits(series.front().second / kMebibyte, "MiB"));
     }
     data.Write("memory");
@@ -183,18 +184,18 @@ void MeasureRunning(Report& report, const std::vector<Shape>& shapes) {
 } // namespace
 
 void MeasureMemory(Report& report) {
-    const std::vector<Shape> shapes = WantedShapes();
+    const std::vector<Shape> shapes = SelectedShapes();
     report.BeginSection(
-        "Memory for years",
-        "The daemon as installed keeps each \"changer info\" that it gets. It is sent " +
-            InUnits(static_cast<double>(CountNotifications()), "notifications") +
-            " of so many changers with so many identified discs each, in each of which one disc "
-            "has changed, after " +
-            std::to_string(kToWarmUp) +
-            " to warm up. A notification's memory is the growth of the daemon's private dirty "
-            "memory, as the kernel counts it, divided by their number; a year has 1,200 changes a "
-            "day. Single lists are measured in processes that have read nothing before: what they "
-            "keep on the heap, their peaks as resident memory.");
+        "Memory over years",
+        "The daemon as installed keeps each \"changer info\" that it receives. It receives " +
+            std::to_string(kWarmUp) + " notifications as a warm-up, and then " +
+            InUnits(static_cast<double>(NotificationCount()), "notifications") +
+            ". Each notification contains the given number of changers and of identified discs "
+            "per changer; in each of them one disc has changed. The memory per notification is "
+            "the growth of the daemon's private dirty memory, as counted by the kernel, divided "
+            "by their number. A year has 1,200 changes per day. Single lists are measured in "
+            "processes that have parsed nothing before: their retained memory on the heap, their "
+            "peaks as resident memory.");
     MeasureLists(report);
     MeasureRunning(report, shapes);
 }

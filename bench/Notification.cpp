@@ -15,7 +15,7 @@ namespace {
 
 constexpr CFIndex kChunkSize = 65536;
 
-void Gather(const UInt8* bytes, CFIndex length, ChangerNotificationSubscription* subscription) {
+void Assemble(const UInt8* bytes, CFIndex length, ChangerNotificationSubscription* subscription) {
     CFIndex used = 0;
     if (HandleNotificationSocketData(bytes, length, &used, subscription) != nullptr ||
         used != length) {
@@ -25,21 +25,21 @@ void Gather(const UInt8* bytes, CFIndex length, ChangerNotificationSubscription*
 
 } // namespace
 
-void KnowChangers(const ChangerInfoGenerator& shelf) {
-    for (std::size_t i = 0; i < shelf.CountChangers(); ++i) {
+void AddChangers(const ChangerInfoGenerator& generator) {
+    for (std::size_t i = 0; i < generator.CountChangers(); ++i) {
         SInt32 isKnown = 0;
         if (IsChangerInList(ChangerInfoGenerator::GuidOf(i), &isKnown) != nullptr ||
             (!isKnown && AddChangerToList(ChangerInfoGenerator::GuidOf(i)) != nullptr)) {
-            throw std::runtime_error("a changer cannot be known");
+            throw std::runtime_error("a changer cannot be added");
         }
     }
 }
 
-void RequireKept(const ChangerInfoGenerator& shelf) {
-    const auto slots = shelf.CountDiscs() / shelf.CountChangers();
+void RequireDelivered(const ChangerInfoGenerator& generator) {
+    const auto slots = generator.CountDiscs() / generator.CountChangers();
     SInt32 identified = 0;
     SInt32 hasFileSystem = 0;
-    if (MediaHasMountablePartitions(ChangerInfoGenerator::GuidOf(shelf.CountChangers() - 1),
+    if (MediaHasMountablePartitions(ChangerInfoGenerator::GuidOf(generator.CountChangers() - 1),
                                     static_cast<UInt16>(slots - 1), &identified,
                                     &hasFileSystem) != nullptr ||
         !identified || !hasFileSystem) {
@@ -65,11 +65,11 @@ CFPropertyListRef Notification::Create() const {
     return list;
 }
 
-void Notification::Read() const {
+void Notification::Parse() const {
     CFRelease(Create());
 }
 
-void Notification::Keep() const {
+void Notification::Leak() const {
     Create();
 }
 
@@ -77,13 +77,13 @@ double Notification::Deliver() const {
     ChangerNotificationSubscription subscription = {};
     subscription.changerInfoCallBack = ChangerInfoNotificationCallBack;
     const UInt8* bytes = CFDataGetBytePtr(frame_);
-    const CFIndex most = CFDataGetLength(frame_) - 1;
-    // In chunks, as a socket hands it out. Memory for a frame that came as one chunk would have no
-    // byte to spare, and the last byte would have all of it copied.
-    for (CFIndex begin = 0; begin < most; begin += kChunkSize)
-        Gather(bytes + begin, std::min(kChunkSize, most - begin), &subscription);
+    const CFIndex last = CFDataGetLength(frame_) - 1;
+    // In chunks, as from a socket. If the frame came as one chunk, its buffer would have no spare
+    // byte, and the last byte would cause a copy of the whole frame.
+    for (CFIndex begin = 0; begin < last; begin += kChunkSize)
+        Assemble(bytes + begin, std::min(kChunkSize, last - begin), &subscription);
     const auto start = std::chrono::steady_clock::now();
-    Gather(bytes + most, 1, &subscription);
+    Assemble(bytes + last, 1, &subscription);
     const auto end = std::chrono::steady_clock::now();
     return std::chrono::duration<double>(end - start).count();
 }

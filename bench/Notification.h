@@ -9,28 +9,32 @@
 
 namespace bench {
 
-/* Lets the daemon's state, which is this process's, know the changers, as after their first
-   notification. */
-void KnowChangers(const ChangerInfoGenerator& shelf);
-/* Throws unless the last list that was delivered is this shelf's, to its last disc. */
-void RequireKept(const ChangerInfoGenerator& shelf);
+/* Adds the changers to the list of known changers of the daemon's modules in this process, as the
+   first notification of each does. Throws std::runtime_error on errors. */
+void AddChangers(const ChangerInfoGenerator& generator);
 
-/* A notification that has arrived, and the daemon's own ways with it. */
+/* Throws std::runtime_error unless the list that was delivered last contains the last disc of the
+   generator. */
+void RequireDelivered(const ChangerInfoGenerator& generator);
+
+/* A received notification; its functions call the daemon's modules. They throw std::runtime_error
+   on errors. */
 class Notification {
 public:
+    // `text`: the payload, XML.
     explicit Notification(const std::string& text);
     ~Notification();
     Notification(const Notification&) = delete;
     Notification& operator=(const Notification&) = delete;
 
-    // The list; the caller releases it.
+    // Parses the notification; the caller releases the list.
     CFPropertyListRef Create() const;
-    // Makes the list and frees it.
-    void Read() const;
-    // Makes the list and keeps it for good.
-    void Keep() const;
-    // Gathers its bytes, reads it and calls back; it is kept. Returns the seconds from the last
-    // byte to the end of the callbacks.
+    // Parses the notification and releases the list.
+    void Parse() const;
+    // Parses the notification and never releases the list.
+    void Leak() const;
+    // Assembles the frame, parses it and calls the daemon's callbacks, which keep the list. Returns
+    // the seconds from the last byte to the end of the callbacks.
     double Deliver() const;
 
 private:

@@ -2,9 +2,9 @@
 
 #include "ChangerInfoGenerator.h"
 #include "Comparison.h"
-#include "Data.h"
 #include "Libplist.h"
 #include "Notification.h"
+#include "PlotData.h"
 
 #include <cstddef>
 #include <string>
@@ -13,7 +13,7 @@
 namespace bench {
 namespace {
 
-// The goals are libplist's time over ours at least, 0 for sizes that are only drawn.
+// The goals are the least ratios of libplist's time to ours; 0 for sizes that are only drawn.
 struct Size {
     std::size_t changers;
     std::size_t slots;
@@ -28,41 +28,42 @@ std::string Describe(const Size& size) {
     return InUnits(discs, "discs");
 }
 
-void MeasureReading(Report& report, Data& data, const std::string& what, const Size& size,
+void MeasureParsing(Report& report, PlotData& data, const std::string& what, const Size& size,
                     double goal) {
     const std::string text = ChangerInfoGenerator(size.changers, size.slots).MakeNotification();
     const Notification notification(text);
     Comparison comparison;
-    comparison.Add("ours", [&] { notification.Read(); });
-    comparison.Add("libplist", [&] { plist_free(ReadByLibplist(text)); });
+    comparison.Add("ours", [&] { notification.Parse(); });
+    comparison.Add("libplist", [&] { plist_free(ParseByLibplist(text)); });
     comparison.Run();
     const Spread ratio = comparison.Ratio("libplist", "ours");
     data.Add(
         {static_cast<double>(size.changers * size.slots), ratio.median, ratio.low, ratio.high});
     if (goal > 0) {
-        report.AddAtLeast("reading with " + what + ", " + Describe(size) +
+        report.AddAtLeast("parsing with " + what + ", " + Describe(size) +
                               ": libplist's time over ours",
-                          goal, ratio, "", comparison.Tell({"ours", "libplist"}));
+                          goal, ratio, "", comparison.DescribeTimes({"ours", "libplist"}));
     }
 }
 
-void Keep(const Size& size) {
-    const ChangerInfoGenerator shelf(size.changers, size.slots);
-    KnowChangers(shelf);
-    Notification(shelf.MakeNotification()).Deliver();
-    RequireKept(shelf);
+void DeliverOnce(const Size& size) {
+    const ChangerInfoGenerator generator(size.changers, size.slots);
+    AddChangers(generator);
+    Notification(generator.MakeNotification()).Deliver();
+    RequireDelivered(generator);
 }
 
-// Of a list that is kept already.
+// Precondition: the same list has been delivered before.
 void MeasureDelivery(Report& report, const Size& size) {
     const Notification notification(
         ChangerInfoGenerator(size.changers, size.slots).MakeNotification());
     Comparison comparison;
-    comparison.Add("reading", [&] { notification.Read(); });
+    comparison.Add("parsing", [&] { notification.Parse(); });
     comparison.AddTimed("all", [&] { return notification.Deliver(); });
     comparison.Run();
-    report.AddAtMost("last byte to end of callbacks, " + Describe(size) + ": over reading", 1.5,
-                     comparison.Ratio("all", "reading"), "", comparison.Tell({"reading", "all"}));
+    report.AddAtMost("last byte to end of callbacks, " + Describe(size) + ": over parsing", 1.5,
+                     comparison.Ratio("all", "parsing"), "",
+                     comparison.DescribeTimes({"parsing", "all"}));
 }
 
 } // namespace
@@ -70,23 +71,24 @@ void MeasureDelivery(Report& report, const Size& size) {
 void MeasureNotifications(Report& report) {
     report.BeginSection(
         "Notifications",
-        "A \"changer info\" of 10 changers with 500 slots each, and of one with 20, as XML. "
-        "Beside: libplist's `plist_from_xml` with its `plist_free`. The picture has other sizes, "
-        "too, of one changer.");
-    Data data({"discs", "ratio", "low", "high"});
+        "A \"changer info\" of 10 changers with 500 slots each, and of one changer with 20 slots, "
+        "as "
+        "XML. Reference: libplist's `plist_from_xml` and `plist_free`. The picture shows more "
+        "sizes, of one changer.");
+    PlotData data({"discs", "ratio", "low", "high"});
     data.BeginSet("nothing kept");
     for (const Size& size : kSizes)
-        MeasureReading(report, data, "nothing kept", size, size.goalWithNoneKept);
-    // The daemon keeps every list that it gets, so that each but the first finds its values there.
+        MeasureParsing(report, data, "nothing kept", size, size.goalWithNoneKept);
+    // The daemon keeps every list that it receives: all lists but the first share its values.
     data.BeginSet("the last list kept");
     for (const Size& size : kSizes) {
-        Keep(size);
+        DeliverOnce(size);
         if (size.goalWithLastKept > 0)
             MeasureDelivery(report, size);
-        MeasureReading(report, data, "the last list kept", size, size.goalWithLastKept);
+        MeasureParsing(report, data, "the last list kept", size, size.goalWithLastKept);
     }
     data.Write("reading");
-    report.ShowPicture("reading.svg", "Reading beside libplist over the size of the list");
+    report.ShowPicture("reading.svg", "Parse time of libplist over ours, by size of the list");
 }
 
 } // namespace bench

@@ -2,8 +2,8 @@
 
 #include "ChangerInfoGenerator.h"
 #include "Comparison.h"
-#include "Data.h"
 #include "Notification.h"
+#include "PlotData.h"
 
 #include <algorithm>
 #include <map>
@@ -17,16 +17,16 @@ constexpr std::size_t kSlots = 1000;
 constexpr std::size_t kChangerCounts[] = {1, 4, 16, 64};
 constexpr int kRuns = 5;
 
-using Notifications = std::map<std::size_t, std::unique_ptr<Notification>>; // by changers
+using Notifications = std::map<std::size_t, std::unique_ptr<Notification>>; // by number of changers
 
 Notifications DeliverAll() {
     Notifications notifications;
     for (const std::size_t changers : kChangerCounts) {
-        const ChangerInfoGenerator shelf(changers, kSlots);
-        KnowChangers(shelf);
-        notifications[changers] = std::make_unique<Notification>(shelf.MakeNotification());
+        const ChangerInfoGenerator generator(changers, kSlots);
+        AddChangers(generator);
+        notifications[changers] = std::make_unique<Notification>(generator.MakeNotification());
         notifications[changers]->Deliver();
-        RequireKept(shelf);
+        RequireDelivered(generator);
     }
     return notifications;
 }
@@ -35,13 +35,13 @@ double CountDiscs(std::size_t changers) {
     return static_cast<double>(changers * kSlots);
 }
 
-// Seconds for a disc of the first over those for one of the second.
+// Returns the ratio of the times per disc: `changers` over `others`.
 Spread CompareCosts(const Comparison& comparison, std::size_t changers, std::size_t others) {
     return comparison.Ratio(std::to_string(changers), std::to_string(others))
         .Times(CountDiscs(others) / CountDiscs(changers));
 }
 
-void MeasureOnce(Report& report, Data& data, const Notifications& notifications, int run) {
+void MeasureOnce(Report& report, PlotData& data, const Notifications& notifications, int run) {
     Comparison comparison;
     for (const auto& [changers, each] : notifications) {
         comparison.AddTimed(std::to_string(changers),
@@ -49,32 +49,32 @@ void MeasureOnce(Report& report, Data& data, const Notifications& notifications,
     }
     comparison.Run();
     std::map<double, std::size_t> changersByCost;
-    std::string beside;
+    std::string details;
     data.BeginSet("run " + std::to_string(run));
     for (const std::size_t changers : kChangerCounts) {
         const std::string name = std::to_string(changers);
         const Spread cost = comparison.Time(name).Times(1 / CountDiscs(changers));
         changersByCost[cost.median] = changers;
-        beside += (beside.empty() ? "" : ", ") + name + ": " + InTime(cost.median);
+        details += (details.empty() ? "" : ", ") + name + ": " + InTime(cost.median);
         data.Add({CountDiscs(changers), cost.median * 1e6, cost.low * 1e6, cost.high * 1e6});
     }
     report.AddAtMost(
-        "a notification's cost for a disc, 1 to 64 changers: most over least, run " +
+        "time per disc of a notification, 1 to 64 changers: highest over lowest, run " +
             std::to_string(run),
         1.25,
         CompareCosts(comparison, changersByCost.rbegin()->second, changersByCost.begin()->second),
-        "", beside);
+        "", details);
 }
 
 } // namespace
 
 void MeasureNotificationGrowth(Report& report) {
     const Notifications notifications = DeliverAll();
-    Data data({"discs", "microseconds a disc", "low", "high"});
+    PlotData data({"discs", "microseconds per disc", "low", "high"});
     for (int run = 1; run <= kRuns; ++run)
         MeasureOnce(report, data, notifications, run);
     data.Write("cost-per-disc");
-    report.ShowPicture("cost-per-disc.svg", "A notification's cost for a disc over their number");
+    report.ShowPicture("cost-per-disc.svg", "Time per disc of a notification, by number of discs");
 }
 
 } // namespace bench

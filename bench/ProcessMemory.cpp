@@ -41,11 +41,11 @@ double ReadPeakMemory(pid_t process) {
     return ReadField(process, "status", "VmHWM:");
 }
 
-void ForgetPeakMemory() {
+void ResetPeakMemory() {
     std::ofstream file("/proc/self/clear_refs");
     file << '5';
     file.close();
-    testbed::Require(file.good(), "cannot forget the peak of memory");
+    testbed::Require(file.good(), "cannot reset the peak of memory");
 }
 
 } // namespace bench

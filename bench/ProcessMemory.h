@@ -5,18 +5,19 @@
 
 namespace bench {
 
-/* All in bytes, as the kernel counts them by pages. They throw when the kernel does not tell. */
+/* Memory of a process in bytes; the kernel counts whole pages. Functions throw Failure on errors.
+ */
 
-/* Memory that no other process shares: that which the process has written, and all of it. */
+/* Memory that no other process shares: the pages that the process has written, and all pages. */
 double ReadDirtyMemory(pid_t process);
 double ReadPrivateMemory(pid_t process);
 
-/* Resident memory, now and at most. */
+/* Resident memory: the present value, and the peak. */
 double ReadResidentMemory(pid_t process);
 double ReadPeakMemory(pid_t process);
 
-/* Has the peak of this process begin anew with what is resident now. */
-void ForgetPeakMemory();
+/* Sets the peak of this process to its present resident memory. */
+void ResetPeakMemory();
 
 } // namespace bench
 

@@ -5,8 +5,8 @@
 
 namespace bench {
 
-/* Reads the process table as the daemon does; returns the number of processes in it. Throws when it
-   cannot be read. */
+/* Reads the process table by the daemon's function; returns the number of processes. Throws Failure
+   on errors. */
 std::size_t ReadProcessTable();
 
 } // namespace bench

@@ -12,7 +12,7 @@ double ProcessorTimeOf(pid_t process) {
     timespec time{};
     errno = clock_getcpuclockid(process, &clock);
     testbed::Require(errno == 0 && clock_gettime(clock, &time) == 0,
-                     "no processor time to be told");
+                     "cannot read the processor time of a process");
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 

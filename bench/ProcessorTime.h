@@ -5,8 +5,8 @@
 
 namespace bench {
 
-/* Seconds of processor time that all threads of the process have used so far, those that ended as
-   well. */
+/* Returns the processor time that all threads of the process have used so far, ended ones included,
+   in seconds. Throws Failure on errors. */
 double ProcessorTimeOf(pid_t process);
 
 } // namespace bench

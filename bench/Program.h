@@ -7,16 +7,18 @@
 
 namespace bench {
 
-/* Runs a program until it exits; its standard output is discarded. Throws unless it succeeds. The
-   first word is a path, or searched for in PATH. */
+/* Runs a program and waits for its end; its standard output is discarded. `words` are its arguments
+   from argv[0] on; words[0] is a path or a name to search in PATH. Throws Failure unless it exits
+   with 0. */
 void RunProgram(const std::vector<std::string>& words);
 
-/* How many other processes there are where the process table is read. */
-inline constexpr int kOthers = 500;
+/* The number of other processes while the process table is read. */
+inline constexpr int kOtherProcesses = 500;
 
-/* So many processes, which do nothing until this object goes. */
+/* Idle processes, as entries of the process table. */
 class Sleepers {
 public:
+    // Starts `count` processes; the destructor kills them. Throws Failure on errors.
     explicit Sleepers(int count);
     ~Sleepers();
     Sleepers(const Sleepers&) = delete;

@@ -19,8 +19,8 @@ std::string Rounded(double value) {
     return digits;
 }
 
-// "0.81 to 0.84 (n = 15)", or nothing for what was measured once.
-std::string TellMiddleHalf(const Spread& measured) {
+// "0.81 to 0.84 (n = 15)", or an empty string for a single measurement.
+std::string FormatQuartiles(const Spread& measured) {
     if (measured.count == 1)
         return "";
     return Rounded(measured.low) + " to " + Rounded(measured.high) +
@@ -47,35 +47,38 @@ void Report::BeginSection(const std::string& title, const std::string& how) {
 Report::Verdict Report::Judge(const Spread& measured, bool lowMeets, bool medianMeets,
                               bool highMeets) {
     if (!measured.IsNarrow() && lowMeets != highMeets)
-        return Verdict::TooBusy;
-    return medianMeets ? Verdict::Met : Verdict::Short;
+        return Verdict::Inconclusive;
+    return medianMeets ? Verdict::Met : Verdict::Missed;
 }
 
 void Report::AddAtMost(const std::string& what, double goal, const Spread& measured,
-                       const std::string& unit, const std::string& peers) {
-    Add({what, InUnits(measured.median, unit), TellMiddleHalf(measured), "≤ " + InUnits(goal, unit),
+                       const std::string& unit, const std::string& details) {
+    Add({what, InUnits(measured.median, unit), FormatQuartiles(measured),
+         "≤ " + InUnits(goal, unit),
          Judge(measured, measured.low <= goal, measured.median <= goal, measured.high <= goal),
-         peers});
+         details});
 }
 
 void Report::AddAtLeast(const std::string& what, double goal, const Spread& measured,
-                        const std::string& unit, const std::string& peers) {
-    Add({what, InUnits(measured.median, unit), TellMiddleHalf(measured), "≥ " + InUnits(goal, unit),
+                        const std::string& unit, const std::string& details) {
+    Add({what, InUnits(measured.median, unit), FormatQuartiles(measured),
+         "≥ " + InUnits(goal, unit),
          Judge(measured, measured.low >= goal, measured.median >= goal, measured.high >= goal),
-         peers});
+         details});
 }
 
-void Report::AddUnjudged(const std::string& what, const Spread& measured, const std::string& unit,
-                         const std::string& peers) {
-    Add({what, InUnits(measured.median, unit), TellMiddleHalf(measured), "", Verdict::None, peers});
+void Report::AddWithoutGoal(const std::string& what, const Spread& measured,
+                            const std::string& unit, const std::string& details) {
+    Add({what, InUnits(measured.median, unit), FormatQuartiles(measured), "", Verdict::None,
+         details});
 }
 
 const char* Report::MarkOf(Verdict verdict) {
     switch (verdict) {
-    case Verdict::Short:
-        return "SHORT";
-    case Verdict::TooBusy:
-        return "TOO BUSY TO TELL";
+    case Verdict::Missed:
+        return "MISSED";
+    case Verdict::Inconclusive:
+        return "INCONCLUSIVE";
     default:
         return "";
     }
@@ -83,8 +86,8 @@ const char* Report::MarkOf(Verdict verdict) {
 
 void Report::Add(Row row) {
     std::fprintf(stderr, "  %-72s %10s  %-25s %-12s %s  %s\n", row.what.c_str(),
-                 row.measured.c_str(), row.middleHalf.c_str(), row.goal.c_str(),
-                 MarkOf(row.verdict), row.peers.c_str());
+                 row.measured.c_str(), row.range.c_str(), row.goal.c_str(), MarkOf(row.verdict),
+                 row.details.c_str());
     sections_.back().rows.push_back(std::move(row));
 }
 
@@ -92,20 +95,21 @@ void Report::ShowPicture(const std::string& name, const std::string& text) {
     sections_.back().pictures += "![" + text + "](" + name + ")\n\n";
 }
 
-std::string Report::Write() const {
+std::string Report::Format() const {
     std::string text;
     for (const Section& section : sections_) {
         text += "## " + section.title + "\n\n" + section.how + "\n\n";
-        text += "| what | measured | middle half | goal | beside |\n|---|---|---|---|---|\n";
+        text +=
+            "| metric | measured | interquartile range | goal | details |\n|---|---|---|---|---|\n";
         for (const Row& row : section.rows) {
             const std::string mark = MarkOf(row.verdict);
             text += "| " + row.what + " | " + row.measured +
-                    (mark.empty() ? "" : " **" + mark + "**") + " | " + row.middleHalf + " | " +
-                    row.goal + " | " + row.peers + " |\n";
+                    (mark.empty() ? "" : " **" + mark + "**") + " | " + row.range + " | " +
+                    row.goal + " | " + row.details + " |\n";
         }
         text += "\n" + section.pictures;
     }
-    return text + WriteShortfalls();
+    return text + FormatSummary();
 }
 
 std::string Report::List(Verdict verdict) const {
@@ -113,7 +117,7 @@ std::string Report::List(Verdict verdict) const {
     for (const Section& section : sections_) {
         for (const Row& row : section.rows) {
             if (row.verdict == verdict) {
-                text += "- " + section.title + ": " + row.what + ": " + row.measured + ", wanted " +
+                text += "- " + section.title + ": " + row.what + ": " + row.measured + ", goal " +
                         row.goal + "\n";
             }
         }
@@ -121,11 +125,11 @@ std::string Report::List(Verdict verdict) const {
     return text;
 }
 
-std::string Report::WriteShortfalls() const {
-    const std::string fallShort = List(Verdict::Short);
-    const std::string tooBusy = List(Verdict::TooBusy);
-    return "## What falls short\n\n" + (fallShort.empty() ? "Nothing.\n" : fallShort) +
-           (tooBusy.empty() ? "" : "\n## What the machine was too busy to tell\n\n" + tooBusy);
+std::string Report::FormatSummary() const {
+    const std::string missed = List(Verdict::Missed);
+    const std::string inconclusive = List(Verdict::Inconclusive);
+    return "## Missed goals\n\n" + (missed.empty() ? "None.\n" : missed) +
+           (inconclusive.empty() ? "" : "\n## Inconclusive results\n\n" + inconclusive);
 }
 
 } // namespace bench

@@ -9,42 +9,47 @@
 namespace bench {
 
 /*
- * What was measured, beside its goal and what others need for the same.
+ * The results of the benchmarks with their goals, as Markdown tables. Each result is also printed
+ * to standard error at once.
  *
- * When the middle half is narrow (Spread::IsNarrow), the median decides whether a figure meets its
- * goal or falls short. When it is wide, all of it must lie on one side of the goal; otherwise the
- * machine was too busy to tell.
+ * A result meets or misses its goal. If its interquartile range is narrow (Spread::IsNarrow), the
+ * median decides. If it is wide, the whole range must be on one side of the goal; otherwise the
+ * result is inconclusive: the machine was too busy.
  */
 class Report {
 public:
+    // Begins a section with a title and a paragraph on the method. There must be one before any
+    // other call.
     void BeginSection(const std::string& title, const std::string& how);
 
-    // The measured values and the goal are in that unit. The peers are told in words, such as
-    // "find 204 ms".
+    // Adds a result that should be at most or at least `goal`, or has no goal. `unit` is that of
+    // the measured values and of the goal, empty for ratios and counts. `details` is text, such as
+    // the times of references: "find 204 ms".
     void AddAtMost(const std::string& what, double goal, const Spread& measured,
-                   const std::string& unit, const std::string& peers);
+                   const std::string& unit, const std::string& details);
     void AddAtLeast(const std::string& what, double goal, const Spread& measured,
-                    const std::string& unit, const std::string& peers);
-    void AddUnjudged(const std::string& what, const Spread& measured, const std::string& unit,
-                     const std::string& peers);
+                    const std::string& unit, const std::string& details);
+    void AddWithoutGoal(const std::string& what, const Spread& measured, const std::string& unit,
+                        const std::string& details);
 
-    // A picture of the section's figures, which is drawn from data that the section wrote. The name
-    // is that of its file in docs/.
+    // Adds a picture to the section. `name`: the file in docs/, which scripts/bench draws from the
+    // section's PlotData. `text`: the alternative text.
     void ShowPicture(const std::string& name, const std::string& text);
 
-    // As Markdown: what falls short or could not be told; and all tables, with that at the end.
-    std::string WriteShortfalls() const;
-    std::string Write() const;
+    // Returns the lists of missed goals and of inconclusive results.
+    std::string FormatSummary() const;
+    // Returns all sections and the summary.
+    std::string Format() const;
 
 private:
-    enum class Verdict { None, Met, Short, TooBusy };
+    enum class Verdict { None, Met, Missed, Inconclusive };
     struct Row {
         std::string what;
         std::string measured;
-        std::string middleHalf;
+        std::string range;
         std::string goal;
         Verdict verdict;
-        std::string peers;
+        std::string details;
     };
     struct Section {
         std::string title;
@@ -63,7 +68,8 @@ private:
 inline constexpr double kKibibyte = 1024;
 inline constexpr double kMebibyte = 1024 * kKibibyte;
 
-/* "12.3 ms", "0.83", "1,234": three digits, and a unit that makes them few. */
+/* Formats a value with three significant digits, or with all digits before the decimal point:
+   "0.83", "1,234 discs". InTime() chooses s, ms or µs: "12.3 ms". */
 std::string InUnits(double value, const std::string& unit);
 std::string InTime(double seconds);
 

@@ -23,29 +23,29 @@
 namespace bench {
 namespace {
 
-// How many times as much each may cost with 16 times their number: n log n and the misses of the
-// processor's caches stay below it; what takes n^2 has 16.
+// The highest permitted ratio of the time per item at 16n to that at n. O(n log n) and cache misses
+// stay below it; O(n^2) gives 16.
 constexpr double kGoal = 4;
 constexpr std::size_t kRounds = 9;
 
 using Sizes = std::array<std::size_t, 3>; // n, 4n, 16n
-using Costs = std::vector<Spread>;        // seconds for each of so many
+using Costs = std::vector<Spread>;        // seconds per item
 
-void Tell(Report& report, const std::string& what, const Sizes& sizes, const Costs& costs,
-          const Spread& ratio) {
-    std::string beside;
+void AddRow(Report& report, const std::string& what, const Sizes& sizes, const Costs& costs,
+            const Spread& ratio) {
+    std::string details;
     for (std::size_t i = 0; i < sizes.size(); ++i) {
-        beside += (beside.empty() ? "" : ", ") + InUnits(static_cast<double>(sizes[i]), "") + ": " +
-                  InTime(costs[i].median);
+        details += (details.empty() ? "" : ", ") + InUnits(static_cast<double>(sizes[i]), "") +
+                   ": " + InTime(costs[i].median);
     }
-    report.AddAtMost(what + ": cost of each, 16n over n", kGoal, ratio, "", beside);
+    report.AddAtMost(what + ": time per item, 16n over n", kGoal, ratio, "", details);
 }
 
 Spread CostOfEach(const Spread& all, std::size_t size) {
     return all.Times(1 / static_cast<double>(size));
 }
 
-// For work that can be done with any of these numbers at any moment.
+// For work that can be done with all sizes in the same rounds.
 void CompareSizes(Report& report, const std::string& what, const Sizes& sizes,
                   const std::function<void(std::size_t)>& body) {
     Comparison comparison(kRounds);
@@ -57,13 +57,13 @@ void CompareSizes(Report& report, const std::string& what, const Sizes& sizes,
         costs.push_back(CostOfEach(comparison.Time(std::to_string(size)), size));
     const Spread times = comparison.Ratio(std::to_string(sizes[2]), std::to_string(sizes[0]));
     const double growth = static_cast<double>(sizes[2]) / static_cast<double>(sizes[0]);
-    Tell(report, what, sizes, costs, times.Times(1 / growth));
+    AddRow(report, what, sizes, costs, times.Times(1 / growth));
 }
 
-// For what only becomes more: grow brings their number to the size.
-void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
-                   const std::function<void(std::size_t)>& grow,
-                   const std::function<void(std::size_t)>& body) {
+// For work on items whose number only grows: grow(size) adds items up to the size.
+void CompareGrowing(Report& report, const std::string& what, const Sizes& sizes,
+                    const std::function<void(std::size_t)>& grow,
+                    const std::function<void(std::size_t)>& body) {
     Costs costs;
     for (const std::size_t size : sizes) {
         grow(size);
@@ -72,7 +72,7 @@ void CompareStages(Report& report, const std::string& what, const Sizes& sizes,
         comparison.Run();
         costs.push_back(CostOfEach(comparison.Time("all"), size));
     }
-    Tell(report, what, sizes, costs, Quotient(costs[2], costs[0]));
+    AddRow(report, what, sizes, costs, Quotient(costs[2], costs[0]));
 }
 
 // ---- timers ----
@@ -81,7 +81,7 @@ void CountCallout(CFRunLoopTimerRef /* timer */, void* info) {
     ++*static_cast<std::size_t*>(info);
 }
 
-// All are due at once, and once only; the loop runs until none is left.
+// All timers are due at the same time and fire once; the loop runs until none is left.
 void RunDueTimers(std::size_t count) {
     std::size_t fired = 0;
     CFRunLoopTimerContext context = {};
@@ -111,7 +111,8 @@ void MeasureProcesses(Report& report) {
         sleepers.push_back(std::make_unique<Sleepers>(static_cast<int>(size - count)));
         count = size;
     };
-    CompareStages(report, "the process table", {250, 1000, 4000}, grow, ReadProcesses);
+    CompareGrowing(report, "processes in the process table", {250, 1000, 4000}, grow,
+                   ReadProcesses);
 }
 
 // ---- volumes ----
@@ -131,14 +132,13 @@ void StopWaiting(CFRunLoopTimerRef /* timer */, void* info) {
     CFRunLoopStop(static_cast<Appearance*>(info)->runLoop);
 }
 
-// Runs the loop until all have appeared. Volumes that never appear end the measurement, not only
-// delay it.
+// Runs the loop until all volumes have appeared. Throws Failure after testbed::kTimeOut.
 void RunUntilAppeared(Appearance& appearance) {
     CFRunLoopTimerContext context = {};
     context.info = &appearance;
-    const std::chrono::duration<double> patience = testbed::kTimeOut;
+    const std::chrono::duration<double> timeOut = testbed::kTimeOut;
     CFRunLoopTimerRef timer =
-        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + patience.count(), 0,
+        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + timeOut.count(), 0,
                              0, 0, StopWaiting, &context);
     CFRunLoopAddTimer(appearance.runLoop, timer, kCFRunLoopDefaultMode);
     CFRunLoopRun();
@@ -148,7 +148,7 @@ void RunUntilAppeared(Appearance& appearance) {
         throw testbed::Failure("volumes did not appear");
 }
 
-// From a new session until so many have appeared.
+// Creates a session and waits until `count` volumes have appeared.
 void AwaitVolumes(std::size_t count) {
     Appearance appearance = {count, CFRunLoopGetCurrent()};
     DASessionRef session = DASessionCreate(kCFAllocatorDefault);
@@ -161,14 +161,14 @@ void AwaitVolumes(std::size_t count) {
 
 void MeasureVolumes(Report& report) {
     ManyMounts mounts;
-    CompareStages(
-        report, "volumes that are there at the start", {625, 2500, 10'000},
+    CompareGrowing(
+        report, "volumes mounted at the start", {625, 2500, 10'000},
         [&](std::size_t size) { mounts.GrowTo(size); }, AwaitVolumes);
 }
 
 // ---- clients ----
 
-std::string MakeNotification(const ChangerInfoGenerator& shelf, std::size_t clients) {
+std::string MakeNotification(const ChangerInfoGenerator& generator, std::size_t clients) {
     std::string statuses = "<dict>";
     for (std::size_t i = 0; i < clients; ++i) {
         statuses += "<key>client " + std::to_string(i) +
@@ -177,20 +177,21 @@ std::string MakeNotification(const ChangerInfoGenerator& shelf, std::size_t clie
                     std::to_string(i) + "</integer><key>Abort Requested</key><false/></dict>";
     }
     const std::string none = "<dict/>";
-    std::string text = shelf.MakeNotification();
+    std::string text = generator.MakeNotification();
     return text.replace(text.find(none), none.size(), statuses + "</dict>");
 }
 
 void MeasureClients(Report& report) {
-    const ChangerInfoGenerator shelf(1, 1);
-    KnowChangers(shelf);
+    const ChangerInfoGenerator generator(1, 1);
+    AddChangers(generator);
     const Sizes sizes = {64, 256, 1024};
     std::map<std::size_t, std::unique_ptr<Notification>> notifications;
     for (const std::size_t clients : sizes)
-        notifications[clients] = std::make_unique<Notification>(MakeNotification(shelf, clients));
+        notifications[clients] =
+            std::make_unique<Notification>(MakeNotification(generator, clients));
     CompareSizes(report, "clients in a changer's status", sizes,
                  [&](std::size_t clients) { notifications.at(clients)->Deliver(); });
-    RequireKept(shelf);
+    RequireDelivered(generator);
 }
 
 } // namespace
@@ -198,11 +199,11 @@ void MeasureClients(Report& report) {
 void MeasureScaling(Report& report) {
     report.BeginSection(
         "Scaling",
-        "What may come in large numbers, in this process, at n, 4n and 16n: timers that are due at "
-        "once, from making them to the last callout; a look at the process table; the volumes "
-        "that are mounted when a daemon starts, until all have appeared; a notification with that "
-        "many clients in its status.");
-    CompareSizes(report, "timers due at once", {10'000, 40'000, 160'000}, RunDueTimers);
+        "Work on many items, in the benchmark process, with n, 4n and 16n of them: timers that are "
+        "due at the same time, from their creation to the last callout; one read of the process "
+        "table; the volumes that are mounted when a daemon starts, until all have appeared; a "
+        "notification with that many clients in its status.");
+    CompareSizes(report, "timers due at the same time", {10'000, 40'000, 160'000}, RunDueTimers);
     MeasureProcesses(report);
     MeasureVolumes(report);
     MeasureClients(report);

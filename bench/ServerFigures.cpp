@@ -2,10 +2,10 @@
 
 #include "BareClient.h"
 #include "Comparison.h"
-#include "KnownServer.h"
 #include "LocalSocket.h"
 #include "ProcessTable.h"
 #include "Program.h"
+#include "SingleProcessTable.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "testbed/Failure.h"
@@ -20,19 +20,20 @@ namespace {
 constexpr std::size_t kPayload = 1024; // bytes of a request
 
 void MeasureTable(Report& report) {
-    const Sleepers others(kOthers);
+    const Sleepers others(kOtherProcesses);
     Comparison comparison;
     comparison.Add("ours", [] { ReadProcessTable(); });
     comparison.Add("pgrep", [] { RunProgram({"pgrep", "-x", "sleep"}); });
     comparison.Run();
-    report.AddAtMost("process table, 500 others: over pgrep -x", 0.25,
-                     comparison.Ratio("ours", "pgrep"), "", comparison.Tell({"ours", "pgrep"}));
-    report.AddAtMost("process table: a process of it", 8,
+    report.AddAtMost("process table with 500 other processes: over pgrep -x", 0.25,
+                     comparison.Ratio("ours", "pgrep"), "",
+                     comparison.DescribeTimes({"ours", "pgrep"}));
+    report.AddAtMost("process table: time per process", 8,
                      comparison.Time("ours").Times(1e6 / static_cast<double>(ReadProcessTable())),
                      "µs", "");
 }
 
-// The same request as a dictionary and as a frame, with kPayload bytes of payload.
+// A request with a payload of kPayload bytes, as a dictionary and as a frame.
 class Request {
 public:
     Request()
@@ -87,16 +88,17 @@ void MeasureExchange(Report& report) {
     testbed::Process server({testbed::ProgramPath("carouseld-echo"), {"carouseld-echo"}, {}},
                             outputLog, testbed::Stream::Server, testbed::Stream::Server);
     outputLog.Await(testbed::Stream::Server, "listening");
-    const KnownServer known(server.Pid());
+    const SingleProcessTable table(server.Pid());
     const std::string path = RequestPath(server.Pid());
     const Request request;
     const std::string frame = request.MakeFrame();
     Comparison comparison;
     comparison.Add("ours", [&] { Exchange(request.Dictionary()); });
-    comparison.Add("bare", [&] { ExchangeBarely(path, frame); });
+    comparison.Add("bare", [&] { ExchangeFrame(path, frame); });
     comparison.Run();
     report.AddAtMost("an exchange of 1 KiB: over a bare client", 2.5,
-                     comparison.Ratio("ours", "bare"), "", comparison.Tell({"ours", "bare"}));
+                     comparison.Ratio("ours", "bare"), "",
+                     comparison.DescribeTimes({"ours", "bare"}));
     server.CloseInput();
     const int status = server.AwaitEnd();
     if (status != 0)
@@ -108,9 +110,10 @@ void MeasureExchange(Report& report) {
 void MeasureServer(Report& report) {
     report.BeginSection(
         "Commands and discovery",
-        "The process table as the daemon reads it, in this process, beside `pgrep -x sleep` as a "
-        "whole one. An exchange with a server that gives each request back, with the server's "
-        "process known beforehand, beside a client that connects, writes, reads and closes.");
+        "Reading the process table by the daemon's function, in the benchmark process; reference: "
+        "a whole process `pgrep -x sleep`. An exchange with a server that echoes each request and "
+        "whose process is known in advance; reference: a bare client, which only connects, "
+        "writes, reads and closes.");
     MeasureTable(report);
     MeasureExchange(report);
 }

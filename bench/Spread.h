@@ -7,28 +7,30 @@
 
 namespace bench {
 
-/* Some measurements of the same: their median and the borders of their middle half. All three are
-   the value itself when there is only one. */
+/* Repeated measurements of one quantity: the median and the quartiles (interquartile range from
+   `low` to `high`). All three are equal for a single measurement. */
 struct Spread {
+    // A single measurement. Implicit: a number is accepted where a Spread is expected.
     Spread(double only) : low(only), median(only), high(only) {}
-    // Quartiles are interpolated between two values. Throws when there is no value, or one is NaN.
+    // Interpolates quartiles between two values. Throws std::invalid_argument if there is no value
+    // or one is NaN.
     explicit Spread(std::vector<double> values);
 
     double low;
     double median;
     double high;
-    std::size_t count = 1;
+    std::size_t count = 1; // of measurements
 
-    // Whether the middle half is at most 5 % of the median wide.
+    // True if the interquartile range is at most 5 % of the median.
     bool IsNarrow() const {
         return high - low <= 0.05 * std::abs(median);
     }
-    // The factor is positive.
+    // Returns all values multiplied by `factor`, which must be positive.
     Spread Times(double factor) const;
 };
 
-/* Of two that were not measured side by side, so that no times are pairs: from the least to the
-   most that their middle halves permit. */
+/* The ratio of two quantities that were not measured in the same rounds: the quotient of the
+   medians, with the widest range that both interquartile ranges permit. */
 Spread Quotient(const Spread& over, const Spread& under);
 
 } // namespace bench

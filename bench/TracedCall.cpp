@@ -7,12 +7,12 @@
 namespace bench {
 namespace {
 
-// The time follows the thread's id.
+// The time follows the thread id.
 double TimeOf(const std::string& line) {
     return std::stod(line.substr(line.find(' ')));
 }
 
-// What -T adds at the end, "<0.000123>"; 0 where it adds nothing.
+// The duration that -T appends, "<0.000123>"; 0 if there is none.
 double DurationOf(const std::string& line) {
     const std::size_t bracket = line.rfind(" <");
     return bracket == line.npos ? 0 : std::strtod(line.c_str() + bracket + 2, nullptr);

@@ -5,17 +5,19 @@
 
 namespace bench {
 
-/* A system call as a line of strace shows it, with the options -f, -ttt and -T. */
+/* A system call, parsed from a line of strace with the options -f, -ttt and -T. */
 struct TracedCall {
+    // Parses the line. Throws std::invalid_argument if it has no time.
     explicit TracedCall(std::string line);
 
     std::string line;
-    // Seconds since 1970. A call that was resumed has the time of its end for both.
+    // Seconds since 1970. For a resumed call strace prints the time of its end; both have it then.
     double begin;
     double end;
 };
 
-/* Whether the call has come back; its line is complete, or the end of one that was cut in two. */
+/* True if the line shows the return of the call: a complete line, or the second part of a split
+ * one. */
 bool HasReturned(const std::string& line);
 
 } // namespace bench

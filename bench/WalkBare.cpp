@@ -1,6 +1,6 @@
-// walk-bare ROOT ENTRIES: the least that a walk can do which opens every directory relative to its
-// parent, lists it in large pieces and takes the status of every entry. It fails unless it finds so
-// many entries, and says why on standard error.
+// walk-bare ROOT ENTRIES: the least work of a walk that opens every directory relative to its
+// parent, reads it with a large buffer and calls fstatat() for every entry. Exits with 1, and
+// prints the reason to standard error, unless it finds ENTRIES entries.
 
 #include "WalkStatus.h"
 
@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{1} << 18;
+constexpr std::size_t kBufferSize = std::size_t{1} << 18;
 
 std::size_t g_entries = 0;
 
@@ -40,21 +40,20 @@ void Enter(int parent, const char* name) {
     close(directory);
 }
 
-// The buffer of a level, allocated once: those above hold directories that are not yet read
-// through.
-char* PieceOf(std::size_t level) {
-    static std::array<std::unique_ptr<char[]>, 1024> pieces;
-    if (!pieces.at(level))
-        pieces[level] = std::make_unique_for_overwrite<char[]>(kPiece);
-    return pieces[level].get();
+// Returns the buffer of a level, allocated once. The levels above still use theirs.
+char* BufferOfLevel(std::size_t level) {
+    static std::array<std::unique_ptr<char[]>, 1024> buffers;
+    if (!buffers.at(level))
+        buffers[level] = std::make_unique_for_overwrite<char[]>(kBufferSize);
+    return buffers[level].get();
 }
 
 void Walk(int directory) {
     static std::size_t level = 0;
-    char* const piece = PieceOf(level++);
-    for (ssize_t size; (size = getdents64(directory, piece, kPiece)) > 0;) {
+    char* const buffer = BufferOfLevel(level++);
+    for (ssize_t size; (size = getdents64(directory, buffer, kBufferSize)) > 0;) {
         for (ssize_t at = 0; at < size;) {
-            const auto* entry = reinterpret_cast<const struct dirent64*>(piece + at);
+            const auto* entry = reinterpret_cast<const struct dirent64*>(buffer + at);
             at += entry->d_reclen;
             if (!IsDots(entry->d_name))
                 Enter(directory, entry->d_name);
@@ -76,5 +75,5 @@ int main(int argc, char** argv) {
         return 2;
     }
     Walk(root);
-    return bench::StatusOfWalk(argv[0], g_entries, argv[2]);
+    return bench::WalkExitStatus(argv[0], g_entries, argv[2]);
 }

@@ -1,5 +1,5 @@
-// walk-by-daemon ROOT ENTRIES: the daemon's walk, and nothing else of it. It fails unless it finds
-// so many entries, and says why on standard error: the daemon itself only logs what it cannot list.
+// walk-by-daemon ROOT ENTRIES: runs the daemon's walk alone. Exits with 1, and prints the reason to
+// standard error, unless it finds ENTRIES entries: the walk itself only logs its errors.
 
 #include "WalkStatus.h"
 
@@ -35,5 +35,5 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s cannot walk %s\n", argv[0], argv[1]);
         return 1;
     }
-    return bench::StatusOfWalk(argv[0], g_entries, argv[2]);
+    return bench::WalkExitStatus(argv[0], g_entries, argv[2]);
 }

@@ -1,9 +1,9 @@
 #include "Figures.h"
 
 #include "Comparison.h"
-#include "Data.h"
 #include "DiscFolder.h"
-#include "InOrder.h"
+#include "EndAndCheck.h"
+#include "PlotData.h"
 #include "Program.h"
 
 #include "testbed/Sandbox.h"
@@ -20,16 +20,16 @@ namespace bench {
 namespace {
 
 constexpr UInt64 kChanger = 0xA1;
-constexpr double kSecondsPerRound = 0.6; // two walks of each
+constexpr double kSecondsPerRound = 0.6; // enough for two walks of each candidate
 
-// Has the directories cached by the kernel as well.
+// Also loads the directories into the kernel's caches.
 std::string CountEntries(const std::string& root) {
     const std::filesystem::recursive_directory_iterator entries(root);
     return std::to_string(std::distance(begin(entries), end(entries)));
 }
 
-// Each walk is a whole process. Adds the ratios to the limit to the data.
-void CompareWalks(Comparison& comparison, Data& data, const std::string& where,
+// Times whole processes. Adds the ratios to the limit to the plot data.
+void CompareWalks(Comparison& comparison, PlotData& data, const std::string& where,
                   const std::string& root) {
     const std::string entries = CountEntries(root);
     comparison.Add("ours",
@@ -43,15 +43,16 @@ void CompareWalks(Comparison& comparison, Data& data, const std::string& where,
     data.Add(where, {ours.median, ours.low, ours.high, find.median, find.low, find.high});
 }
 
-std::string Beside(const Comparison& comparison) {
-    return comparison.Tell({"ours", "find", "limit"});
+std::string DescribeTimes(const Comparison& comparison) {
+    return comparison.DescribeTimes({"ours", "find", "limit"});
 }
 
-void MeasureFolder(Report& report, Data& data, const std::string& where, const std::string& root) {
+void MeasureFolder(Report& report, PlotData& data, const std::string& where,
+                   const std::string& root) {
     Comparison comparison(15, Comparison::Thread::Main, kSecondsPerRound);
     CompareWalks(comparison, data, where, root);
     report.AddAtMost(where + ": over find", 0.90, comparison.Ratio("ours", "find"), "",
-                     Beside(comparison));
+                     DescribeTimes(comparison));
     report.AddAtMost(where + ": over the limit", 1.15, comparison.Ratio("ours", "limit"), "", "");
 }
 
@@ -62,12 +63,12 @@ void Check(VErrLink* err) {
     }
 }
 
-// What a build thread does between accepting the request and withdrawing it.
+// The work of a build thread between the acceptance of a request and its withdrawal.
 void Build(const char* root) {
     FSCacheStatusReport* status = nullptr;
     Check(StartStatusReportingForFullFSCache(kChanger, root, &status));
     if (status->maximumStep != DiscFolder::kDiscs)
-        throw std::runtime_error("a build missed discs");
+        throw std::runtime_error("a build counted too few or too many discs");
     Check(CacheFSDirectory(kChanger, root, 1, status));
     EndStatusReportingForFullFSCache(status);
 }
@@ -78,18 +79,19 @@ void MeasureBuild(Report& report, const std::string& root) {
     run.StartServer();
     run.Server().Do("add-changer changer=A1 slots=50 drives=2");
     run.Server().Do("start");
-    // As in the daemon: on the main thread, CacheFSDirectory would have each info file read by
-    // another thread.
-    Comparison comparison(15, Comparison::Thread::Another, kSecondsPerRound);
+    // On a worker thread, as in the daemon: on the main thread CacheFSDirectory() would read each
+    // info file on another thread.
+    Comparison comparison(15, Comparison::Thread::Worker, kSecondsPerRound);
     comparison.Add("walk", [&] { Check(CacheFSDirectory(kChanger, root.c_str(), 1, nullptr)); });
     comparison.Add("build", [&] { Build(root.c_str()); });
     comparison.Run();
-    EndCleanly(run);
+    EndAndCheck(run);
     report.AddAtMost("full build with progress: over the walk alone", 1.35,
-                     comparison.Ratio("build", "walk"), "", comparison.Tell({"build", "walk"}));
+                     comparison.Ratio("build", "walk"), "",
+                     comparison.DescribeTimes({"build", "walk"}));
 }
 
-void MeasureVolume(Report& report, Data& data, bool cached) {
+void MeasureVolume(Report& report, PlotData& data, bool cached) {
     testbed::TestRun run;
     run.StartServer();
     run.Server().Do("add-changer changer=A1 slots=1 drives=1 mount=/tmp/carousel kernel-cache=" +
@@ -100,10 +102,11 @@ void MeasureVolume(Report& report, Data& data, bool cached) {
     CompareWalks(comparison, data, where, "/tmp/carousel/disc-0");
     const Spread overLimit = comparison.Ratio("ours", "limit");
     if (cached)
-        report.AddUnjudged(where + ": over the limit", overLimit, "", Beside(comparison));
+        report.AddWithoutGoal(where + ": over the limit", overLimit, "", DescribeTimes(comparison));
     else
-        report.AddAtMost(where + ": over the limit", 1.10, overLimit, "", Beside(comparison));
-    EndCleanly(run);
+        report.AddAtMost(where + ": over the limit", 1.10, overLimit, "",
+                         DescribeTimes(comparison));
+    EndAndCheck(run);
 }
 
 } // namespace
@@ -111,10 +114,11 @@ void MeasureVolume(Report& report, Data& data, bool cached) {
 void MeasureWalk(Report& report) {
     report.BeginSection(
         "The walk",
-        "20,000 directories of 10 files each, in 50 discs, six levels deep, warm; on FUSE 2,000 "
-        "directories of the simulator. Whole processes. Beside: `find ROOT -size -0`, and the "
-        "limit, a bare loop of openat, getdents64 in pieces of 256 KiB and fstatat.");
-    Data data({"where", "ours", "low", "high", "find", "low", "high"});
+        "20,000 directories of 10 files each, in 50 discs, six levels deep, in the kernel's "
+        "caches; on FUSE 2,000 directories of the simulator. Whole processes are timed. "
+        "References: `find ROOT -size -0`, and the limit: a loop of openat, getdents64 with a "
+        "buffer of 256 KiB, and fstatat only.");
+    PlotData data({"where", "ours", "low", "high", "find", "low", "high"});
     {
         const DiscFolder folder("/tmp/discs", kChanger);
         MeasureFolder(report, data, "tmpfs", folder.Path());
@@ -127,7 +131,7 @@ void MeasureWalk(Report& report) {
     MeasureVolume(report, data, false);
     MeasureVolume(report, data, true);
     data.Write("walk");
-    report.ShowPicture("walk.svg", "The walk beside find and the limit");
+    report.ShowPicture("walk.svg", "The walk compared with find and with the limit");
 }
 
 } // namespace bench

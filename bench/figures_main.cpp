@@ -18,7 +18,7 @@ struct Section {
     void (*measure)(bench::Report& report);
 };
 
-// Memory and notifications come first: they measure lists of which this process keeps nothing yet.
+// Memory and notifications come first: they need a process that has parsed no list yet.
 constexpr Section kSections[] = {
     {"memory", bench::MeasureMemory},    {"notifications", bench::MeasureNotifications},
     {"walk", bench::MeasureWalk},        {"server", bench::MeasureServer},
@@ -30,12 +30,12 @@ void Measure(const std::vector<std::string>& names) {
     bench::Report report;
     for (const std::string& name : names)
         if (std::ranges::none_of(kSections, [&](const Section& each) { return name == each.name; }))
-            throw std::invalid_argument("there is no section " + name);
+            throw std::invalid_argument("unknown section: " + name);
     for (const Section& section : kSections)
         if (names.empty() || std::ranges::find(names, section.name) != names.end())
             section.measure(report);
-    std::printf("%s%s", head.c_str(), report.Write().c_str());
-    std::fprintf(stderr, "\n%s", report.WriteShortfalls().c_str());
+    std::printf("%s%s", head.c_str(), report.Format().c_str());
+    std::fprintf(stderr, "\n%s", report.FormatSummary().c_str());
 }
 
 } // namespace

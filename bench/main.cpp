@@ -1,14 +1,15 @@
-// trayprobed-bench [section...]: measures what the daemon costs beside its peers and its goals, in
-// a private world. The tables go to standard output as Markdown, each figure as soon as it is known
-// to standard error. Sections: memory, notifications, walk, server, growth, scaling, idle; all of
-// them unless some are named.
+// trayprobed-bench [section...]: runs the benchmarks of the daemon in a sandbox and compares the
+// results with goals and with other programs. Prints each result to standard error at once, and the
+// tables to standard output, as Markdown. Sections (default all): memory, notifications, walk,
+// server, growth, scaling, idle.
 
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
 
 #include <unistd.h>
 
-// The measuring process begins inside, where it sees the world's processes from its first moment.
+// bench-figures must start inside the sandbox: the platform's functions open /proc at program
+// start.
 int main(int, char** argv) {
     return testbed::RunInSandbox([&]() -> int {
         testbed::Require(execv(testbed::ProgramPath("bench-figures").c_str(), argv) == 0,

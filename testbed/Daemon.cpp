@@ -43,7 +43,7 @@ ResourceUsage Daemon::ReadResourceUsage() const {
     return {ListThreads(Pid()).size(), ListDescriptors(Pid())};
 }
 
-// Nothing announces that a thread of another process has ended, so /proc is asked again and again.
+// The kernel does not notify of the end of another process's thread; poll /proc.
 ResourceUsage Daemon::AwaitResourceUsageWithin(const ResourceUsage& limit) const {
     const auto deadline = std::chrono::steady_clock::now() + kTimeOut;
     ResourceUsage current = ReadResourceUsage();

@@ -9,27 +9,34 @@
 
 namespace testbed {
 
+/* How to start the daemon. */
 struct DaemonStart {
     std::vector<std::string> arguments{"trayprobed"}; // from argv[0] on
-    std::vector<std::string> environment;             // besides the plain one
-    int descriptorLimit = 0; // none unless set; arguments do not count then
+    std::vector<std::string> environment;             // added to MinimalEnvironment()
+    int descriptorLimit = 0; // 0: no limit; otherwise `arguments` is ignored
 };
 
-/* What a daemon holds of the kernel's, to be compared before and after some work. */
+/* The kernel resources of a daemon, for a comparison before and after a test. */
 struct ResourceUsage {
     std::size_t threads = 0;
-    std::vector<std::string> descriptors; // sorted
+    std::vector<std::string> descriptors; // see ListDescriptors()
 
+    // True if the process has at most as many threads, and no descriptor that is not in `limit`.
     bool IsWithin(const ResourceUsage& limit) const;
 };
 
+/* Formats the number of threads and the targets of the descriptors, for a test's failure message.
+ */
 std::string Describe(const ResourceUsage& usage);
 
-/* The real daemon as a child process. */
+/* The real daemon as a child process. All functions throw Failure on errors. */
 class Daemon {
 public:
+    // Starts the daemon; does not wait for its initialisation. Its standard input is closed, its
+    // output goes to `outputLog`.
     Daemon(OutputLog& outputLog, const DaemonStart& start);
 
+    // See Process.
     pid_t Pid() const {
         return process_.Pid();
     }
@@ -39,20 +46,22 @@ public:
     void Signal(int number) const {
         process_.Signal(number);
     }
-    // By SIGSTOP and SIGCONT: after Freeze no thread of it runs, until Thaw.
+    // Freeze() sends SIGSTOP and waits until all threads have stopped; Thaw() sends SIGCONT.
     void Freeze() const {
         process_.Stop();
     }
     void Thaw() const {
         process_.Continue();
     }
+    // Reads the present usage from /proc.
     ResourceUsage ReadResourceUsage() const;
 
-    // Waits until the daemon holds no more than that; returns what it holds then, or still.
+    // Waits until the usage is within `limit`, at most kTimeOut; returns the last usage read.
     ResourceUsage AwaitResourceUsageWithin(const ResourceUsage& limit) const;
 
-    // It runs until it is killed. Returns the wait status, of that death or of an earlier one.
+    // Sends SIGTERM if the daemon runs, and waits for its end. Returns the wait status.
     int Stop();
+    // Waits for the daemon's end; returns the wait status.
     int AwaitEnd() {
         return process_.AwaitEnd();
     }

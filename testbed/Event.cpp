@@ -7,7 +7,7 @@
 namespace testbed {
 namespace {
 
-// Reads words and values from a line of the simulator's protocol.
+// Splits a line of the simulator's protocol into words and values.
 class Scanner {
 public:
     explicit Scanner(const std::string& text) : text_(text) {}
@@ -47,7 +47,7 @@ private:
         ++next_;
         return value;
     }
-    // Stands on the backslash, and afterwards on the last character of the escape.
+    // next_ is the backslash on entry, and the last character of the escape sequence on return.
     char Escaped() {
         const char letter = ++next_ < text_.size() ? text_[next_] : '\\';
         if (letter == 'x') {

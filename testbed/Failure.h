@@ -9,20 +9,20 @@
 
 namespace testbed {
 
-/* Thrown when the test bed cannot be set up, or when what it waits for does not come. */
+/* Thrown when the test bed cannot be set up, or when a wait times out. */
 class Failure : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/* Throws unless good; the reason is the system's, from errno. */
+/* Throws Failure unless `good`; the message is `what` and the text of errno. */
 inline void Require(bool good, const std::string& what) {
     if (!good)
         throw Failure(what + ": " + std::strerror(errno));
 }
 
-/* How long anything is waited for before it counts as failed. It bounds a failing test, and says
-   nothing about how fast a thing should be: the daemon's own time-outs are 30 seconds. */
+/* The time-out of every wait. It ends a failing test and is no requirement on speed; it is longer
+   than the daemon's own time-outs of 30 seconds. */
 inline constexpr std::chrono::seconds kTimeOut{90};
 
 } // namespace testbed

@@ -78,7 +78,7 @@ void OutputLog::AwaitEndOf(SourceId id) {
         throw Failure("the output of a process did not end");
 }
 
-// Only this thread removes sources, so that references to them stay good while it reads unlocked.
+// Only this thread removes sources; pointers to them are valid while the mutex is not locked.
 void OutputLog::Run() {
     std::vector<pollfd> polled;
     std::vector<Source*> sources;
@@ -142,7 +142,7 @@ void OutputLog::Append(Stream stream, std::string text) {
     changed_.notify_all();
 }
 
-// From the line next on, which it moves past the lines that do not pass.
+// Searches from the line `next` on, and sets `next` to the line found or to the end of the list.
 std::optional<Line> OutputLog::TakeFirst(const Test& test, std::size_t& next) {
     for (; next < lines_.size(); ++next) {
         Line& line = lines_[next];

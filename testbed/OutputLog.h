@@ -2,11 +2,12 @@
 #define TESTBED_OUTPUTLOG_H
 
 /*
- * All output of a test run (system log, the daemon's own output, the server's events)
- * as one list of lines in the order of arrival.
+ * Collects all output of a test run (system log, the daemon's output, the simulator's events) as
+ * one list of lines in the order of arrival.
  *
- * One thread reads all sources all the time, so no speaker ever blocks because nobody listens (the
- * kernel holds back whoever logs to a full /dev/log). Everybody else waits for lines on the list.
+ * A background thread reads all sources at all times; a process never blocks on a full pipe or on a
+ * full /dev/log. Tests wait for lines on the list and mark them as taken. All public functions may
+ * be called on any thread.
  */
 
 #include "testbed/Descriptor.h"
@@ -24,12 +25,13 @@
 
 namespace testbed {
 
+/* Where a line comes from. */
 enum class Stream { SystemLog, DaemonOutput, Server, ServerOutput, Helper };
 
 struct Line {
     Stream stream;
     std::string text;
-    bool taken = false;
+    bool taken = false; // a test has awaited the line
 };
 
 class OutputLog {
@@ -38,32 +40,39 @@ public:
     using SourceId = std::size_t;
     using Edit = std::string (*)(const std::string&);
 
+    // Starts the background thread; the destructor stops it.
     OutputLog();
     ~OutputLog();
     OutputLog(const OutputLog&) = delete;
     OutputLog& operator=(const OutputLog&) = delete;
 
-    // Takes lines from a pipe until it ends, or whole datagrams from a socket, edited, for ever.
+    // Reads lines from `pipe` until end of file.
     SourceId AddLineSource(Stream stream, Descriptor pipe);
+    // Reads datagrams from `socket` for as long as this object exists; edit(datagram) is the line.
     SourceId AddDatagramSource(Stream stream, Descriptor socket, Edit edit);
+    // Waits until the source has ended and all of its lines are on the list. Throws Failure after
+    // kTimeOut.
     void AwaitEndOf(SourceId source);
 
-    // Marks the first line that nobody took and that passes the test as taken, and returns it;
-    // waits for it. The overload without test takes a whole line that matches the pattern.
+    // Waits for a line that is not taken and passes the test, marks the first such line as taken
+    // and returns it. Throws Failure after kTimeOut, with `what` in its message. The test runs with
+    // the list locked.
     Line Await(const Test& test, const std::string& what);
+    // As above, for a whole line of the stream that matches the pattern (see Pattern).
     Line Await(Stream stream, const std::string& pattern);
 
-    // As Await, but returns nothing when the source ends without such a line.
+    // As Await, but returns nothing if the source ends without such a line.
     std::optional<Line> AwaitUntilEndOf(SourceId source, const Test& test, const std::string& what);
 
-    // As Await, but only among the lines that have arrived.
+    // As Await, but does not wait: returns nothing if there is no such line yet.
     std::optional<Line> TryTake(const Test& test);
 
-    // A copy of the lines from the given position on.
+    // Returns a copy of the lines from `position` on, taken or not.
     std::vector<Line> LinesFrom(std::size_t position) const;
+    // The number of lines.
     std::size_t Size() const;
 
-    // Drops what that stream has said so far. Positions change.
+    // Deletes the stream's lines so far. This changes the positions of other lines.
     void Discard(Stream stream);
 
 private:
@@ -71,17 +80,17 @@ private:
         SourceId id;
         Stream stream;
         Descriptor descriptor;
-        Edit editDatagram; // null for a stream of lines
-        std::string unfinished;
+        Edit editDatagram;      // null for a source of lines
+        std::string unfinished; // the bytes after the last newline
     };
 
     SourceId AddSource(Stream stream, Descriptor descriptor, Edit editDatagram);
     void Run();
-    bool ReadFrom(Source& source); // false when the source has ended
+    bool ReadFrom(Source& source); // returns false if the source has ended
     void TakeLinesFrom(Source& source);
     void Append(Stream stream, std::string text);
     std::optional<Line> TakeFirst(const Test& test, std::size_t& next);
-    bool HasEnded(SourceId source) const; // with the mutex held
+    bool HasEnded(SourceId source) const; // mutex_ must be locked
     std::optional<Line> AwaitUnless(const std::function<bool()>& isOver, const Test& test,
                                     const std::string& what);
 
@@ -95,6 +104,7 @@ private:
     std::thread thread_;
 };
 
+/* Returns the stream's name for messages: a string literal. */
 const char* NameOf(Stream stream);
 
 } // namespace testbed

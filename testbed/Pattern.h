@@ -7,15 +7,17 @@
 
 namespace testbed {
 
-/* An extended POSIX regular expression for a whole line. (That of the C++ library shares an
-   unguarded cache between threads, which the thread sanitizer reports.) */
+/* A POSIX extended regular expression that must match a whole line. std::regex is not used: it
+   shares an unsynchronised cache between threads, which the thread sanitizer reports. */
 class Pattern {
 public:
+    // Throws Failure if the expression is malformed.
     explicit Pattern(const std::string& expression);
 
+    // True if the whole line matches. May be called on any thread.
     bool Matches(const std::string& line) const;
 
-    // An expression for just this text.
+    // Returns an expression that matches exactly this text.
     static std::string Escape(const std::string& text);
 
 private:

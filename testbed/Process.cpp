@@ -62,7 +62,7 @@ std::vector<char*> PointersTo(const std::vector<std::string>& texts) {
     return pointers;
 }
 
-// The child gets the default action for SIGPIPE back, which the test bed itself ignores.
+// Restores the default action for SIGPIPE, which the test bed ignores, in the child.
 class Attributes {
 public:
     Attributes() {
@@ -107,7 +107,7 @@ Process::Process(const Command& command, OutputLog& outputLog, Stream output, St
     actions.Connect(in.reader, STDIN_FILENO);
     actions.Connect(out.writer, STDOUT_FILENO);
     actions.Connect(err.writer, STDERR_FILENO);
-    actions.CloseFrom(STDERR_FILENO + 1); // what this process has inherited itself
+    actions.CloseFrom(STDERR_FILENO + 1); // inherited ones may lack FD_CLOEXEC
     pid_ = Spawn(command, actions);
     pidDescriptor_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
     input_ = std::move(in.writer);
@@ -128,13 +128,13 @@ bool Process::Write(const std::string& line) const {
 }
 
 void Process::WriteLine(const std::string& line) const {
-    Require(Write(line), "cannot tell process: " + line);
+    Require(Write(line), "cannot write to a process: " + line);
 }
 
-// A process that has closed its input is about to end.
+// EPIPE is no error here: the process is about to end, and AwaitUntilEndOf returns nothing.
 std::optional<Line> Process::WriteAndAwait(const std::string& line,
                                            const OutputLog::Test& isAnswer) const {
-    Require(Write(line) || errno == EPIPE, "cannot tell process: " + line);
+    Require(Write(line) || errno == EPIPE, "cannot write to a process: " + line);
     return outputLog_.AwaitUntilEndOf(output_, isAnswer, "the answer to: " + line);
 }
 
@@ -156,7 +156,7 @@ void Process::Continue() const {
     Signal(SIGCONT);
 }
 
-// A wait for a stop has no limit, so it is asked for again and again.
+// waitpid() has no time-out; poll it.
 void Process::AwaitStop() const {
     const auto deadline = std::chrono::steady_clock::now() + kTimeOut;
     int status = 0;
@@ -173,8 +173,8 @@ int Process::AwaitEnd() {
     if (reaped_)
         return status_;
     pollfd polled{pidDescriptor_.Get(), POLLIN, 0};
-    const int patience = static_cast<int>(std::chrono::milliseconds(kTimeOut).count());
-    if (poll(&polled, 1, patience) != 1)
+    const int timeOut = static_cast<int>(std::chrono::milliseconds(kTimeOut).count());
+    if (poll(&polled, 1, timeOut) != 1)
         throw Failure("process " + std::to_string(pid_) + " does not end");
     Require(waitpid(pid_, &status_, 0) == pid_, "cannot reap a process");
     reaped_ = true;

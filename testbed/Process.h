@@ -11,42 +11,53 @@
 
 namespace testbed {
 
+/* A program to start. */
 struct Command {
-    std::string program;                  // its path
+    std::string program;                  // a path
     std::vector<std::string> arguments;   // from argv[0] on
-    std::vector<std::string> environment; // NAME=value, nothing else is inherited
+    std::vector<std::string> environment; // the whole environment, as NAME=value
 };
 
-/* A child process whose output goes to the output log and can be spoken to. It is killed and reaped
-   at the latest when this object goes. */
+/* A child process. Its standard input is a pipe from this process; its output goes to an output
+   log. The destructor kills and reaps the process if it still exists. Functions throw Failure on
+   errors and after kTimeOut. */
 class Process {
 public:
+    // Starts the program. Standard output and standard error are read as the streams `output` and
+    // `errors` of the output log, which must outlive this object.
     Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors);
     ~Process();
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
+    // The process id, valid until AwaitEnd() returns.
     pid_t Pid() const {
         return pid_;
     }
+    // Writes the line and a newline to the process's standard input.
     void WriteLine(const std::string& line) const;
-    // Tells it a line, and waits for its answer, which passes the test; returns nothing when the
-    // process ends without one.
+    // Writes a line and waits for a line of output that passes the test `isAnswer`. Returns nothing
+    // if the process ends without such a line.
     std::optional<Line> WriteAndAwait(const std::string& line,
                                       const OutputLog::Test& isAnswer) const;
+    // Closes this end of the process's standard input.
     void CloseInput() {
         input_.Close();
     }
+    // Sends a signal.
     void Signal(int number) const;
+    // True until the process has ended. Does not block.
     bool IsRunning() const;
 
-    // By SIGSTOP and SIGCONT; after Stop it has stopped. AwaitStop waits for one that it does
-    // itself.
+    // Sends SIGSTOP and waits until the process has stopped.
     void Stop() const;
+    // Sends SIGCONT.
     void Continue() const;
+    // Waits until the process has stopped, for a process that stops itself.
     void AwaitStop() const;
 
-    // Waits for the end and for the last of the output; returns the wait status.
+    // Waits for the end of the process and of its output, and reaps it; returns the wait status.
+    // May be called again.
     int AwaitEnd();
 
 private:
@@ -62,11 +73,11 @@ private:
     OutputLog::SourceId errors_ = 0;
 };
 
-/* "exited with 1", "killed by signal 9". */
+/* Formats a wait status: "exited with 1" or "killed by signal 9". */
 std::string DescribeEnd(int waitStatus);
 
-/* The variables of this process's environment that a child of the build needs: the search path
-   and what steers the sanitizers. */
+/* Returns those variables of this process's environment that its children need, as NAME=value: PATH
+   and the options of the sanitizers. */
 std::vector<std::string> MinimalEnvironment();
 
 } // namespace testbed

@@ -28,7 +28,7 @@ std::string WithoutInstance(const std::string& target) {
     return numbered ? target.substr(0, target.find(':')) : target;
 }
 
-// Not every processor has poll and epoll_wait.
+// Some architectures have only ppoll and epoll_pwait.
 std::set<long> NumbersOf(SystemCall call) {
     switch (call) {
     case SystemCall::Connect:
@@ -53,7 +53,7 @@ std::set<long> NumbersOf(SystemCall call) {
 
 bool IsInSystemCall(const std::filesystem::directory_entry& task, const std::set<long>& numbers) {
     std::ifstream file(task.path() / "syscall");
-    long current = -1; // stays so for a thread that runs
+    long current = -1; // not changed for a running thread
     return file >> current && numbers.contains(current);
 }
 
@@ -61,16 +61,16 @@ bool IsSocket(const std::filesystem::directory_entry& descriptor) {
     return std::filesystem::read_symlink(descriptor.path()).string().starts_with("socket:");
 }
 
-// By a copy of the socket, since its owner cannot be asked.
+// Reads the counter through a duplicate of the other process's socket.
 bool HasUnreadBytes(const Descriptor& process, int number) {
     const Descriptor socket(static_cast<int>(syscall(SYS_pidfd_getfd, process.Get(), number, 0)));
     Require(static_cast<bool>(socket), "cannot copy the socket of a process");
     int unread = 0;
-    Require(ioctl(socket.Get(), SIOCOUTQ, &unread) == 0, "cannot ask a socket");
+    Require(ioctl(socket.Get(), SIOCOUTQ, &unread) == 0, "cannot read the send queue of a socket");
     return unread > 0;
 }
 
-// Nothing announces what becomes of another process, so /proc is asked again and again.
+// The kernel does not notify of state changes of another process; poll /proc.
 void AwaitState(const std::function<bool()>& isReached, const std::string& what) {
     const auto deadline = std::chrono::steady_clock::now() + kTimeOut;
     while (!isReached()) {
@@ -114,7 +114,7 @@ std::size_t ReadAnonymousMemory(pid_t pid) {
     const std::string key = "\nRssAnon:";
     const std::size_t found = status.find(key);
     Require(found != std::string::npos, "no RssAnon in the status of a process");
-    return std::stoul(status.substr(found + key.size())) * 1024; // told in kB
+    return std::stoul(status.substr(found + key.size())) * 1024; // the unit is kB
 }
 
 void AwaitThreadsInSystemCall(pid_t pid, SystemCall call, std::ptrdiff_t count) {

@@ -1,7 +1,9 @@
 #ifndef TESTBED_PROCESSSTATE_H
 #define TESTBED_PROCESSSTATE_H
 
-/* What /proc tells of a running process. */
+/* The state of a running process, read from /proc. Functions throw Failure or
+   std::filesystem::filesystem_error if the process does not exist; those that wait poll /proc every
+   5 ms and throw Failure after kTimeOut. */
 
 #include <cstddef>
 #include <set>
@@ -11,19 +13,22 @@
 
 namespace testbed {
 
+/* Returns the content of the file /proc/PID/NAME. */
 std::string ReadProcFile(pid_t pid, const std::string& name);
+
+/* Returns the thread ids of the process. */
 std::set<pid_t> ListThreads(pid_t pid);
 
-/* Where the open descriptors lead, sorted, without the numbers that tell one socket or pipe from
-   another: "socket", "pipe", "/dev/null", "anon_inode:[eventfd]". */
+/* Returns the targets of the open descriptors, sorted, without the inode numbers of sockets and
+   pipes: "socket", "pipe", "/dev/null", "anon_inode:[eventfd]". */
 std::vector<std::string> ListDescriptors(pid_t pid);
 
-/* The bytes of memory that are the process's own: not those of files, which come and go as the
-   kernel likes. */
+/* Returns the resident anonymous memory in bytes. Pages of files do not count: the kernel drops and
+   reloads them at any time. */
 std::size_t ReadAnonymousMemory(pid_t pid);
 
-/* Whether the programs are compiled with a sanitizer, which takes memory for itself and keeps for a
-   while what was freed. */
+/* True if the programs are compiled with a sanitizer, which needs memory of its own and delays the
+   reuse of freed memory. */
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kHasSanitizer = true;
 #else
@@ -31,18 +36,19 @@ inline constexpr bool kHasSanitizer = false;
 #endif
 
 /*
- * Calls in which threads of a process wait. Which system call of a pair a library performs depends
- * on its version and on the processor: Poll is poll or ppoll, EpollWait epoll_wait or epoll_pwait.
+ * System calls in which a thread blocks. Poll stands for poll and ppoll, EpollWait for epoll_wait
+ * and epoll_pwait: the C library's choice depends on its version and on the processor.
  */
 enum class SystemCall { Connect, EpollWait, Poll, Statfs };
 
-/* Waits until exactly so many of its threads sleep in that system call. */
+/* Waits until exactly `count` threads of the process block in that system call. */
 void AwaitThreadsInSystemCall(pid_t pid, SystemCall call, std::ptrdiff_t count);
 
-/* Waits until all that it wrote to its sockets was read at their other ends. It has stopped. */
+/* Waits until the peers of the process's sockets have read all bytes that it sent. Precondition:
+   the process is stopped. */
 void AwaitSentBytesRead(pid_t pid);
 
-/* Waits until it has no other threads than these. */
+/* Waits until the process has no other threads than `threads`. */
 void AwaitEndOfOtherThreads(const std::set<pid_t>& threads, pid_t pid);
 
 } // namespace testbed

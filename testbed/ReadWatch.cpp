@@ -11,13 +11,14 @@
 
 namespace testbed {
 
-// Openings are watched too because the kernel merges equal events that follow on each other.
+// IN_OPEN is watched as well because the kernel merges equal consecutive events: without it two
+// reads could be one IN_CLOSE.
 ReadWatch::ReadWatch(const std::string& path) : inotify_(inotify_init1(IN_CLOEXEC)), path_(path) {
     Require(inotify_add_watch(inotify_.Get(), path.c_str(), IN_OPEN | IN_CLOSE) >= 0,
             "cannot watch " + path);
 }
 
-// The events of a watched file, other than those of a folder, carry no name: all have one size.
+// Events of a watched file have no name, unlike those of a folder; all have the same size.
 int ReadWatch::CountNewReads() const {
     std::array<inotify_event, 64> events{};
     const ssize_t length = read(inotify_.Get(), events.data(), sizeof events);
@@ -29,10 +30,10 @@ int ReadWatch::CountNewReads() const {
 }
 
 void ReadWatch::AwaitReads(int count) {
-    const int patience = static_cast<int>(std::chrono::milliseconds(kTimeOut).count());
+    const int timeOut = static_cast<int>(std::chrono::milliseconds(kTimeOut).count());
     while (reads_ < count) {
         pollfd polled{inotify_.Get(), POLLIN, 0};
-        if (poll(&polled, 1, patience) != 1)
+        if (poll(&polled, 1, timeOut) != 1)
             throw Failure(path_ + " was not read " + std::to_string(count) + " times");
         reads_ += CountNewReads();
     }

@@ -7,13 +7,17 @@
 
 namespace testbed {
 
-/* Tells how often a file has been opened and closed again since the watch was set. The daemon reads
-   a volume's info file twice when it takes the volume up, and tells so in no other way. */
+/* Counts how often a file was opened and closed since the construction. The daemon reads the info
+   file of a volume twice when the volume appears; this is the only sign that it has accepted the
+   volume. */
 class ReadWatch {
 public:
+    // Starts to watch the file, which must exist; throws Failure otherwise.
     explicit ReadWatch(const std::string& path);
 
+    // Waits until the file was read `count` times in total. Throws Failure after kTimeOut.
     void AwaitReads(int count);
+    // Returns the number of reads so far. Does not block.
     int CountReadsSoFar();
 
 private:

@@ -36,12 +36,12 @@ void WriteFile(const char* path, const std::string& text) {
     Require(file.good(), std::string("cannot write ") + path);
 }
 
-// Without root's rights, a user namespace in which we are root.
-void LeaveForPrivateNamespaces() {
+// Without root privileges, creates a user namespace too, in which this user is root.
+void EnterPrivateNamespaces() {
     const uid_t user = geteuid();
     const gid_t group = getegid();
-    const int worlds = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC;
-    Require(unshare(user == 0 ? worlds : worlds | CLONE_NEWUSER) == 0,
+    const int namespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC;
+    Require(unshare(user == 0 ? namespaces : namespaces | CLONE_NEWUSER) == 0,
             user == 0 ? "cannot enter private mount and process namespaces"
                       : "cannot enter private namespaces without being root");
     if (user != 0) {
@@ -57,8 +57,7 @@ void Mount(const char* source, const char* target, const char* type, unsigned lo
             std::string("cannot mount ") + (type != nullptr ? type : source) + " on " + target);
 }
 
-// The path is good before unshare(2) only: the program stays in the mounts that it was started
-// from.
+// Must be called before unshare(2): afterwards the link names a path in the original mounts.
 fs::path FolderOfThisProgram() {
     const fs::path link = "/proc/self/exe";
     std::error_code failure;
@@ -84,7 +83,7 @@ void BindNode(const std::string& name, const std::string& newFolder) {
     Mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC);
 }
 
-// The old /tmp may hold the programs, so they are opened before it is hidden, and bound elsewhere.
+// The programs may be in the original /tmp: open their folder before the new /tmp hides it.
 Descriptor OpenFolder(const fs::path& folder) {
     Descriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     Require(static_cast<bool>(opened), "cannot open " + folder.string());
@@ -98,7 +97,7 @@ void BindPrograms(const Descriptor& programs, const std::string& newFolder) {
     Mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC);
 }
 
-// Our own /dev, for the sake of our own /dev/log.
+// A private /dev is needed for a private /dev/log.
 void PrepareDev(const Descriptor& programs) {
     const std::string folder = "/tmp/.dev";
     fs::create_directory(folder);
@@ -128,10 +127,9 @@ void RequireFuse() {
                                          : "cannot open /dev/fuse (is the fuse module loaded?)");
 }
 
-// mount(2) changes the propagation of mount points only. A root that is a plain directory, as after
-// chroot(2), is bound to one below it, which becomes the root. That is /proc, made private before:
-// the mount that the root is part of has no path here, and if it is shared, what is mounted in it
-// is mounted in the other namespaces, too.
+// For a root that is no mount point, as after chroot(2): mount(2) can change the propagation of
+// mount points only. Binds / to /proc and makes /proc the root. /proc must be a mount point that is
+// private first: a bind mount on a shared one would appear in the other namespaces too.
 void BindRootToMountPoint() {
     Require(mount("none", "/proc", nullptr, MS_PRIVATE, nullptr) == 0,
             "neither / nor /proc is a mount point (bind / to itself)");
@@ -156,7 +154,7 @@ void PrepareMounts(const fs::path& programFolder) {
     PrepareDev(programs);
 }
 
-// A dead server that nobody reaps would keep its name and place in the process table.
+// Reaps all orphans: a zombie of a server would keep its name and its entry in the process table.
 int ReapUntilEndOf(pid_t child) {
     int status = 0;
     pid_t ended = 0;
@@ -176,7 +174,8 @@ int RunAndReport(const std::function<int()>& work) {
     }
 }
 
-// The child dies with its parent. Nothing of the parent's is cleaned up in it.
+// The child is killed when its parent ends. The child leaves by _exit(): the parent's destructors
+// and exit handlers must not run there.
 int RunAsChild(const std::function<int()>& work) {
     std::fflush(nullptr);
     const pid_t child = fork();
@@ -193,7 +192,7 @@ int RunAsChild(const std::function<int()>& work) {
 int RunBody(const std::function<int()>& body) {
     const rlimit noCore{};
     setrlimit(RLIMIT_CORE, &noCore);
-    std::signal(SIGPIPE, SIG_IGN); // who speaks to a process that died gets an error
+    std::signal(SIGPIPE, SIG_IGN); // writes to an ended process fail with EPIPE
     return body();
 }
 
@@ -204,7 +203,7 @@ int RunProcessOne(const fs::path& programFolder, const std::function<int()>& bod
 
 int RunOutside(const std::function<int()>& body) {
     const fs::path programFolder = FolderOfThisProgram();
-    LeaveForPrivateNamespaces();
+    EnterPrivateNamespaces();
     return RunAsChild([&] { return RunProcessOne(programFolder, body); });
 }
 

@@ -2,17 +2,18 @@
 #define TESTBED_SANDBOX_H
 
 /*
- * A world of its own for one run of the daemon: processes, mounts, /tmp, /dev and system log that
- * nobody else sees, since the daemon finds its server by process name, its sockets in /tmp and its
- * file systems in the mount table, all of which are the whole machine's.
+ * A sandbox for one run of the daemon: private namespaces with their own process table, mount
+ * table, /tmp, /dev and system log. The daemon finds its server by process name, its sockets in
+ * /tmp and its file systems in the mount table; outside a sandbox it would find those of the whole
+ * machine.
  *
  *   caller
- *     └─ a process that enters the namespaces, for its children only
- *          └─ process 1 of the world: prepares the mounts, then reaps whoever nobody else waits for
+ *     └─ a process that creates the namespaces for its children
+ *          └─ process 1 of the sandbox: prepares the mounts, then reaps orphans
  *               └─ the body: starts servers and daemons
  *
- * Each dies with the one above it. When process 1 dies, the kernel kills what is left and drops the
- * mounts.
+ * Each process is killed when its parent ends. When process 1 ends, the kernel kills all remaining
+ * processes of the sandbox and removes its mounts.
  */
 
 #include <functional>
@@ -20,19 +21,19 @@
 
 namespace testbed {
 
-/* Runs body in a private world and returns its result, which is to be the caller's exit status.
-   Where this machine permits no such world, says on standard error what is missing. The caller has
-   no threads. */
+/* Runs `body` in a sandbox and returns its result, an exit status. If the sandbox cannot be set up,
+   or the body throws, writes the reason to standard error and returns kNoSandbox. Precondition:
+   this process has one thread. Blocks until the body ends. */
 int RunInSandbox(const std::function<int()>& body);
 
-inline constexpr int kNoSandbox = 125; // the result then
+inline constexpr int kNoSandbox = 125;
 
-/* Inside a private world: unmounts whatever is mounted on /tmp or below it, and starts with an
-   empty one. Files that are still open there stay open. */
+/* Inside a sandbox: replaces /tmp and all mounts below it by an empty tmpfs. Open files there
+   remain usable. Throws Failure on errors. */
 void RemountTmp();
 
-/* A program of this build, such as "trayprobed", as the private world sees it: its /tmp may hide
-   the folder that the program was built in. */
+/* Inside a sandbox: returns the path of a file in this build's folder of programs, such as
+   "trayprobed". The original path may be hidden by the sandbox's /tmp. */
 std::string ProgramPath(const std::string& name);
 
 } // namespace testbed

@@ -73,7 +73,8 @@ Event Simulator::Await(const std::string& kind, const std::function<bool(const E
         const auto event = EventOf(line, kind);
         return event && holds(*event);
     };
-    return *ParseEvent(outputLog_.Await(wanted, "a certain event " + kind).text);
+    return *ParseEvent(
+        outputLog_.Await(wanted, "an event " + kind + " that meets a condition").text);
 }
 
 std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& values) const {

@@ -12,29 +12,32 @@
 
 namespace testbed {
 
-/* The simulated changer server as a child process, told what to do line by line. Its commands and
-   events are described in docs/simulator.md. */
+/* The simulated changer server as a child process, controlled by lines on its standard input.
+   docs/simulator.md describes its commands and events. Functions throw Failure after kTimeOut. */
 class Simulator {
 public:
+    // Starts the simulator. The output log must outlive this object.
     explicit Simulator(OutputLog& outputLog);
 
+    // The process id.
     pid_t Pid() const {
         return process_.Pid();
     }
 
-    // Carries out a command; returns the model lines of its answer. Throws what the server objects,
-    // or how it ended and what it wrote to standard error when it ends instead of answering.
+    // Executes a command and returns the model lines of its answer. Throws Failure with the
+    // simulator's error text, or with its exit status and standard error if it ends.
     std::vector<Event> Do(const std::string& command);
 
-    // Takes the first event of that kind, with these values or of which this holds, that was not
-    // taken yet.
+    // Waits for an event of this kind that has these values, or for which holds(event) is true.
+    // Returns the first such event that is not taken yet, and marks it as taken.
     Event Await(const std::string& kind, const Values& values = {});
     Event Await(const std::string& kind, const std::function<bool(const Event&)>& holds);
 
-    // Those that this server has told so far, taken or not.
+    // Returns all events of this kind with these values so far, taken or not.
     std::vector<Event> AllSoFar(const std::string& kind, const Values& values = {}) const;
 
-    // Suspends it between any two instructions of its threads, its file systems too.
+    // Stop() suspends all threads by SIGSTOP, those of the simulated file systems too; Continue()
+    // resumes them.
     void Stop() {
         process_.Stop();
     }
@@ -42,9 +45,9 @@ public:
         process_.Continue();
     }
 
-    // As a server dies that crashes: sockets and mounts stay behind.
+    // Kills the simulator, like a crash: its sockets and mounts remain.
     void Kill();
-    // Ends in good order; throws when it does not.
+    // Ends the simulator by its command "quit"; throws Failure if it does not exit with 0.
     void Quit();
 
 private:

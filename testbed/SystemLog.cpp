@@ -46,7 +46,7 @@ SystemLog::~SystemLog() {
 void SystemLog::Flush() {
     const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = LogAddress();
-    const std::string mark = "testbed: caught up";
+    const std::string mark = "testbed: flush";
     Require(sendto(socket.Get(), mark.data(), mark.size(), 0,
                    reinterpret_cast<const sockaddr*>(&address), sizeof address) > 0,
             "cannot write to /dev/log");

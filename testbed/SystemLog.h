@@ -7,24 +7,27 @@
 
 namespace testbed {
 
-/* The system log daemon of the private world: owns /dev/log and puts every message on the
-   outputLog, as "trayprobed: text" once its priority and date are taken off. A message that is not
-   formed like that, or not of the daemon's priority, is recorded as it came. */
+/* The system log of a sandbox: creates /dev/log and adds every message to the output log, without
+   its header of priority and date: "trayprobed: text". A message with another header keeps it. */
 class SystemLog {
 public:
+    // Creates /dev/log; the destructor removes it. The output log must outlive this object. Throws
+    // Failure on errors.
     explicit SystemLog(OutputLog& outputLog);
     ~SystemLog();
     SystemLog(const SystemLog&) = delete;
     SystemLog& operator=(const SystemLog&) = delete;
 
-    // Everything logged before this call is in the output log afterwards.
+    // Waits until the output log contains all messages that were sent before this call. Throws
+    // Failure after kTimeOut.
     void Flush();
 
 private:
     OutputLog& outputLog_;
 };
 
-/* "<9>Nov 21 02:00:00 trayprobed: text" without priority (user.alert) and date. */
+/* Removes priority and date from "<9>Nov 21 02:00:00 trayprobed: text"; priority 9 is user.alert.
+   Returns other messages unchanged. */
 std::string WithoutHeader(const std::string& message);
 
 } // namespace testbed

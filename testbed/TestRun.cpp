@@ -121,7 +121,7 @@ void TestRun::EndServer(std::vector<std::string>& problems) {
     }
 }
 
-// The server's events are there to be looked at or not; everybody else speaks when asked.
+// Lines of the server may remain unread; all other lines must have been awaited.
 void TestRun::CheckLines(std::vector<std::string>& problems) {
     for (const Line& line : outputLog_.LinesFrom(0)) {
         if (line.stream != Stream::Server && !line.taken) {

@@ -1,9 +1,13 @@
 #ifndef TESTBED_TESTRUN_H
 #define TESTBED_TESTRUN_H
 
-/* One run of the daemon against one server, inside a private world. It keeps account of what must
-   be true at the end of every run, whatever the run was about: the daemon lives, holds no more than
-   before, logged nothing that was not awaited, and no sanitizer spoke up. */
+/*
+ * One run of the daemon against simulated servers, inside a sandbox. End() checks what every test
+ * requires: the daemon still runs, uses no more kernel resources than at TakeBaseline(), and logged
+ * and printed no line that the test did not await (reports of sanitizers are such lines).
+ *
+ * Functions throw Failure on errors and after kTimeOut.
+ */
 
 #include "testbed/Daemon.h"
 #include "testbed/OutputLog.h"
@@ -20,9 +24,11 @@ class TestRun {
 public:
     TestRun() : log_(outputLog_) {}
 
+    // All output of this run.
     testbed::OutputLog& OutputLog() {
         return outputLog_;
     }
+    // The running server, the running daemon. Throw std::bad_optional_access if there is none.
     Simulator& Server() {
         return server_.value();
     }
@@ -30,29 +36,35 @@ public:
         return daemon_.value();
     }
 
+    // Starts a server; see Simulator.
     void StartServer();
+    // Ends the server by SIGKILL.
     void KillServer();
-    void QuitServer(); // throws when it does not end in good order
+    // Ends the server by its command "quit"; throws Failure if it does not exit with 0.
+    void QuitServer();
+    // Starts a daemon; see Daemon.
     void StartDaemon(const DaemonStart& start = {});
 
-    // For a daemon that is to end by itself: waits for it, returns the wait status.
+    // Waits for the end of a daemon that ends by itself; returns the wait status.
     int AwaitEndOfDaemon();
 
-    // At the end the daemon is to hold no more than now, but for its connection to the system log
-    // if it has said something.
+    // Records the daemon's resource usage, which End() compares with the final one. The socket of
+    // the daemon's first log message is permitted in addition.
     void TakeBaseline();
 
-    // Waits for the next lines of the system log, which must be these, in this order: each a
-    // pattern for a whole line without the ident.
+    // Waits for the next lines of the system log and takes them. They must match these patterns in
+    // this order, each pattern a whole line without the ident "trayprobed: ".
     void AwaitLog(const std::vector<std::string>& patterns);
 
-    // Takes the next lines of the system log, whatever they are, until one matches the pattern.
+    // Takes the next lines of the system log up to the first one that matches the pattern; waits
+    // for it.
     void SkipLogUntil(const std::string& pattern);
 
-    // Takes what was logged so far, whatever it is.
+    // Takes and returns all lines that were logged before this call.
     std::vector<std::string> TakeLog();
 
-    // Ends the run, politely where possible; returns what was wrong, one line each.
+    // Ends the daemon and the server; returns a list of problems, one line each, empty if there
+    // were none.
     std::vector<std::string> End();
 
 private:

@@ -1,5 +1,5 @@
-# A notification's cost for a disc over their number: five runs, with the middle half of each. The runs
-# stand side by side, as their error bars would hide each other.
+# Time per disc of a notification, by number of discs: five runs, with their interquartile ranges. The
+# points are shifted sideways: otherwise the error bars would hide each other.
 set xlabel "discs, 1,000 in each changer"
 set ylabel "time for a disc, µs"
 set key outside top right horizontal

@@ -1,4 +1,4 @@
-# Memory over notifications, a line for each shape.
+# Memory over notifications, one line per shape.
 set xlabel "notifications with one disc changed"
 set ylabel "private dirty memory since the first, MiB"
 set key outside top center horizontal maxcols 3

@@ -1,4 +1,4 @@
-# How many times as long libplist takes for the same list, with the middle half.
+# The parse time of libplist over ours for the same list, with the interquartile range.
 set xlabel "discs in the list"
 set ylabel "libplist's time, in multiples of ours"
 set key outside top right horizontal

@@ -1,5 +1,5 @@
-# What all pictures have in common. The background is transparent, and every colour has about the same
-# contrast with a white page as with a dark one, at least 4:1, so that a picture can be read on both.
+# The common style of all pictures. The background is transparent; every colour has a contrast of at
+# least 4:1 on a white page and on a dark one.
 set terminal svg size 760,440 font "sans-serif,13" linewidth 1.5
 grey = "#797979"
 set border 3 linecolor rgb grey

@@ -1,4 +1,4 @@
-# The walk and find beside the limit, with the middle half.
+# The times of our walk and of find over the limit, with the interquartile range.
 set xlabel "file system" offset 0,-0.5
 set bmargin 4.8
 set ylabel "time, in multiples of the limit's"

@@ -29,11 +29,11 @@ std::vector<std::uint64_t> TimesIn(const ChangingFrame& frame) {
 
 } // namespace
 
-TEST(ChangingFrame, CountsTheDiscsOfAllChangers) {
+TEST(ChangingFrame, NumberOfDiscsIsThatOfAllChangers) {
     EXPECT_EQ(ChangingFrame(ChangerInfoGenerator(3, 5)).CountDiscs(), 15U);
 }
 
-TEST(ChangingFrame, ChangedDiscAloneHasAnotherTime) {
+TEST(ChangingFrame, ChangeOfADiscChangesOnlyItsTime) {
     ChangingFrame frame(ChangerInfoGenerator(2, 3));
     std::vector<std::uint64_t> expected = TimesIn(frame);
     const std::size_t size = frame.Bytes().size();
@@ -45,23 +45,23 @@ TEST(ChangingFrame, ChangedDiscAloneHasAnotherTime) {
     EXPECT_EQ(frame.Bytes().size(), size);
 }
 
-TEST(ChangingFrame, NoTwoDiscsEverHaveTheSameTime) {
+TEST(ChangingFrame, RepeatedChangesGiveNoTimeTwice) {
     constexpr std::size_t kChangers = 5;
     constexpr std::size_t kDiscs = kChangers * 13'107;
     ChangingFrame frame(ChangerInfoGenerator(kChangers, kDiscs / kChangers));
     const std::vector<std::uint64_t> first = TimesIn(frame);
     std::set<std::uint64_t> seen(first.begin(), first.end());
     EXPECT_EQ(seen.size(), kDiscs);
-    for (std::size_t look = 1; look <= 2; ++look) {
+    for (std::size_t change = 1; change <= 2; ++change) {
         for (std::size_t disc = 0; disc < kDiscs; ++disc)
             frame.ChangeDisc(disc);
         const std::vector<std::uint64_t> times = TimesIn(frame);
         seen.insert(times.begin(), times.end());
-        EXPECT_EQ(seen.size(), (1 + look) * kDiscs);
+        EXPECT_EQ(seen.size(), (1 + change) * kDiscs);
     }
 }
 
-TEST(ChangingFrame, DiscBehindTheLastOneThrows) {
+TEST(ChangingFrame, ChangeOfAnUnknownDiscThrows) {
     ChangingFrame frame(ChangerInfoGenerator(2, 3));
     EXPECT_THROW(frame.ChangeDisc(6), std::out_of_range);
 }

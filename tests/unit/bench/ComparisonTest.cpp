@@ -15,24 +15,24 @@ using bench::Comparison;
 namespace {
 
 constexpr std::size_t kRounds = 5;
-constexpr std::size_t kRunsOfATrial = 2 + kRounds; // the first two warm up and tell how long one is
+constexpr std::size_t kRunsPerTrial = 2 + kRounds; // two to warm up and to estimate a run's time
 
-// Rounds of one run each, so that the bodies decide which times there are.
-class ScriptedContest : public testing::Test {
+// A comparison with one run per round; the bodies return prepared times.
+class ScriptedComparison : public testing::Test {
 protected:
-    // The times of the rounds of each trial, from the first on again when there are more rounds.
-    // Those of the last trial repeat.
+    // Adds a candidate with the times of the rounds of each trial. The times repeat if there are
+    // more rounds, the last trial repeats if there are more trials.
     void Add(const std::string& name, const std::vector<std::vector<double>>& trials) {
         comparison_.AddTimed(name, [this, trials, run = std::size_t{0}]() mutable {
-            const std::size_t trial = std::min(run / kRunsOfATrial, trials.size() - 1);
-            const std::size_t round = run % kRunsOfATrial;
+            const std::size_t trial = std::min(run / kRunsPerTrial, trials.size() - 1);
+            const std::size_t round = run % kRunsPerTrial;
             ++run;
             runs_ = std::max(runs_, run);
             return round < 2 ? 1e9 : trials[trial][(round - 2) % trials[trial].size()];
         });
     }
     std::size_t CountTrials() const {
-        return runs_ / kRunsOfATrial;
+        return runs_ / kRunsPerTrial;
     }
 
     Comparison comparison_{kRounds, Comparison::Thread::Main, 0};
@@ -43,7 +43,7 @@ private:
 
 } // namespace
 
-TEST_F(ScriptedContest, NarrowRatioEndsAfterTheFirstTrial) {
+TEST_F(ScriptedComparison, NarrowRatioEndsAfterTheFirstTrial) {
     Add("ours", {{1}});
     Add("theirs", {{2}});
     comparison_.Run();
@@ -51,14 +51,14 @@ TEST_F(ScriptedContest, NarrowRatioEndsAfterTheFirstTrial) {
     EXPECT_EQ(comparison_.Ratio("theirs", "ours").median, 2);
 }
 
-TEST_F(ScriptedContest, WideRatioIsTriedFiveTimes) {
+TEST_F(ScriptedComparison, WideRatioEndsAfterFiveTrials) {
     Add("ours", {{1}});
     Add("theirs", {{1, 2}});
     comparison_.Run();
     EXPECT_EQ(CountTrials(), 5U);
 }
 
-TEST_F(ScriptedContest, RatioIsOfTheSameRound) {
+TEST_F(ScriptedComparison, RatioUsesTimesOfTheSameRound) {
     Add("ours", {{1, 2, 3, 4, 5}});
     Add("theirs", {{2, 4, 6, 8, 10}});
     comparison_.Run();
@@ -68,8 +68,8 @@ TEST_F(ScriptedContest, RatioIsOfTheSameRound) {
     EXPECT_EQ(comparison_.Ratio("theirs", "ours").high, 2);
 }
 
-// Each of the two is within 5 % of the first one, but not of the other.
-TEST_F(ScriptedContest, WideRatioOfTheSecondToTheThirdIsTriedAgain) {
+// The second and the third are each within 5 % of the first, but not of each other.
+TEST_F(ScriptedComparison, WideRatioOfTheSecondToTheThirdRepeatsTheTrial) {
     Add("first", {{1}});
     Add("second", {{1, 1.04}});
     Add("third", {{1.04, 1}});
@@ -79,19 +79,19 @@ TEST_F(ScriptedContest, WideRatioOfTheSecondToTheThirdIsTriedAgain) {
     EXPECT_EQ(CountTrials(), 5U);
 }
 
-TEST_F(ScriptedContest, WideTimesOfTheOnlyContenderAreTriedAgain) {
+TEST_F(ScriptedComparison, WideTimesOfASingleCandidateRepeatTheTrial) {
     Add("all", {{1, 2}});
     comparison_.Run();
     EXPECT_EQ(CountTrials(), 5U);
 }
 
-TEST_F(ScriptedContest, NarrowTimesOfTheOnlyContenderEndAfterTheFirstTrial) {
+TEST_F(ScriptedComparison, NarrowTimesOfASingleCandidateEndAfterTheFirstTrial) {
     Add("all", {{1}});
     comparison_.Run();
     EXPECT_EQ(CountTrials(), 1U);
 }
 
-TEST_F(ScriptedContest, LastTrialCountsAlone) {
+TEST_F(ScriptedComparison, ResultIsThatOfTheLastTrialOnly) {
     Add("all", {{1, 2}, {3}});
     comparison_.Run();
     EXPECT_EQ(CountTrials(), 2U);
@@ -100,39 +100,39 @@ TEST_F(ScriptedContest, LastTrialCountsAlone) {
     EXPECT_EQ(comparison_.Time("all").count, kRounds);
 }
 
-TEST_F(ScriptedContest, TimesAreTold) {
+TEST_F(ScriptedComparison, DescriptionHasTheMedianTimesInTheGivenOrder) {
     Add("ours", {{0.5}});
     Add("theirs", {{0.25}});
     comparison_.Run();
-    EXPECT_EQ(comparison_.Tell({"theirs", "ours"}), "theirs 250 ms, ours 500 ms");
+    EXPECT_EQ(comparison_.DescribeTimes({"theirs", "ours"}), "theirs 250 ms, ours 500 ms");
 }
 
-TEST_F(ScriptedContest, UnknownNameThrows) {
+TEST_F(ScriptedComparison, TimeOfAnUnknownCandidateThrows) {
     Add("ours", {{1}});
     comparison_.Run();
     EXPECT_THROW(comparison_.Time("theirs"), std::invalid_argument);
 }
 
-// Twice as long as a turn when the last in one is the first in the next.
-TEST(Comparison, ContendersTakeTurnsWithinARound) {
+// A candidate may be the last of a slice and the first of the next: at most two shares in sequence.
+TEST(Comparison, CandidatesAreInterleavedWithinARound) {
     std::string log;
     Comparison comparison(1, Comparison::Thread::Main, 0.01);
     comparison.Add("a", [&] { log += 'a'; });
     comparison.Add("b", [&] { log += 'b'; });
     comparison.Run();
-    log.erase(0, 4); // what tells how long one is
+    log.erase(0, 4); // the runs before the rounds
     const auto runs = [&](char name) { return std::ranges::count(log, name); };
-    const auto turns = std::min<std::ptrdiff_t>({16, runs('a'), runs('b')});
+    const auto slices = std::min<std::ptrdiff_t>({16, runs('a'), runs('b')});
     for (const char name : {'a', 'b'}) {
-        const auto share = static_cast<std::size_t>(runs(name) / turns + 1);
+        const auto share = static_cast<std::size_t>(runs(name) / slices + 1);
         EXPECT_EQ(log.find(std::string(2 * share + 1, name)), std::string::npos)
             << runs(name) << " runs of " << name;
     }
 }
 
-TEST(Comparison, BodiesRunOnTheThreadThatWasChosen) {
+TEST(Comparison, BodiesRunOnTheChosenThread) {
     for (const auto& [thread, isThis] : {std::pair(Comparison::Thread::Main, true),
-                                         std::pair(Comparison::Thread::Another, false)}) {
+                                         std::pair(Comparison::Thread::Worker, false)}) {
         Comparison comparison(1, thread, 0);
         std::thread::id id;
         comparison.Add("all", [&] { id = std::this_thread::get_id(); });
@@ -141,9 +141,8 @@ TEST(Comparison, BodiesRunOnTheThreadThatWasChosen) {
     }
 }
 
-TEST(Comparison, FailureOfABodyIsThrown) {
-    for (const Comparison::Thread thread :
-         {Comparison::Thread::Main, Comparison::Thread::Another}) {
+TEST(Comparison, ExceptionOfABodyLeavesRun) {
+    for (const Comparison::Thread thread : {Comparison::Thread::Main, Comparison::Thread::Worker}) {
         Comparison comparison(1, thread, 0);
         comparison.Add("all", [] { throw std::runtime_error("failed"); });
         EXPECT_THROW(comparison.Run(), std::runtime_error);

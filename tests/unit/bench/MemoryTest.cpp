@@ -11,13 +11,13 @@
 #include <string>
 #include <unistd.h>
 
-using bench::MeasureApart;
+using bench::MeasureInChild;
 
 namespace {
 
 std::string FailureOf(const std::function<long()>& body) {
     try {
-        MeasureApart(body);
+        MeasureInChild(body);
     } catch (const testbed::Failure& failure) {
         return failure.what();
     }
@@ -26,19 +26,19 @@ std::string FailureOf(const std::function<long()>& body) {
 
 } // namespace
 
-TEST(MeasureApart, ReturnsTheResultOfAChild) {
+TEST(MeasureInChild, ReturnsTheResultOfTheBodyInAChildProcess) {
     const pid_t parent = getpid();
-    EXPECT_EQ(MeasureApart([&] { return getppid() == parent ? 4711L : 0L; }), 4711);
+    EXPECT_EQ(MeasureInChild([&] { return getppid() == parent ? 4711L : 0L; }), 4711);
 }
 
-TEST(MeasureApart, ExceptionInTheChildIsAFailureOfTheParent) {
+TEST(MeasureInChild, ExceptionInTheChildThrowsInTheParent) {
     testing::internal::CaptureStderr();
     const std::string failure = FailureOf([]() -> long { throw std::runtime_error("the cause"); });
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "the cause\n");
     EXPECT_THAT(failure, testing::HasSubstr("exited with 1"));
 }
 
-TEST(MeasureApart, SignalThatKillsTheChildIsTold) {
+TEST(MeasureInChild, ChildKilledByASignalThrowsWithItsNumber) {
     EXPECT_THAT(FailureOf([]() -> long { return raise(SIGKILL); }),
                 testing::HasSubstr("killed by signal 9"));
 }

@@ -22,7 +22,7 @@ TEST(Spread, QuartilesOfFourValuesAreInterpolated) {
     EXPECT_DOUBLE_EQ(spread.high, 3.25);
 }
 
-TEST(Spread, OfOneValueIsThatValue) {
+TEST(Spread, QuartilesOfOneValueAreThatValue) {
     const Spread spread(std::vector<double>{7});
     EXPECT_EQ(spread.low, 7);
     EXPECT_EQ(spread.median, 7);
@@ -30,16 +30,16 @@ TEST(Spread, OfOneValueIsThatValue) {
     EXPECT_TRUE(spread.IsNarrow());
 }
 
-TEST(Spread, OfNoValueThrows) {
+TEST(Spread, ConstructionFromNoValueThrows) {
     EXPECT_THROW(Spread(std::vector<double>{}), std::invalid_argument);
 }
 
-TEST(Spread, OfNotANumberThrows) {
+TEST(Spread, ConstructionFromNanThrows) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     EXPECT_THROW(Spread(std::vector<double>{1, nan, 2}), std::invalid_argument);
 }
 
-TEST(Spread, MiddleHalfOfFivePercentIsNarrow) {
+TEST(Spread, RangeUpToFivePercentIsNarrow) {
     EXPECT_TRUE(Spread(std::vector<double>{97.5, 97.5, 100, 102.5, 102.5}).IsNarrow());
     EXPECT_FALSE(Spread(std::vector<double>{97.5, 97.5, 100, 102.6, 102.6}).IsNarrow());
 }
@@ -48,7 +48,7 @@ TEST(Spread, EqualNegativeValuesAreNarrow) {
     EXPECT_TRUE(Spread(std::vector<double>{-3, -3, -3}).IsNarrow());
 }
 
-TEST(Spread, ScaledKeepsItsCount) {
+TEST(Spread, ScaledSpreadKeepsItsCount) {
     const Spread spread = Spread(std::vector<double>{10, 20, 30, 40, 50}).Times(0.5);
     EXPECT_EQ(spread.low, 10);
     EXPECT_EQ(spread.median, 15);
@@ -56,7 +56,7 @@ TEST(Spread, ScaledKeepsItsCount) {
     EXPECT_EQ(spread.count, 5U);
 }
 
-TEST(Spread, QuotientIsAsWideAsBothPermit) {
+TEST(Spread, QuotientHasTheWidestPossibleRange) {
     const Spread over(std::vector<double>{10, 20, 30, 40, 50});
     const Spread under(std::vector<double>{1, 4, 5, 8, 9, 9, 1});
     const Spread quotient = Quotient(over, under);

@@ -1,4 +1,4 @@
-#include "KnownServer.h"
+#include "SingleProcessTable.h"
 
 #include <cstring>
 #include <sys/sysctl.h>
@@ -32,11 +32,11 @@ int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* leng
 
 namespace bench {
 
-KnownServer::KnownServer(pid_t process) {
+SingleProcessTable::SingleProcessTable(pid_t process) {
     g_known = process;
 }
 
-KnownServer::~KnownServer() {
+SingleProcessTable::~SingleProcessTable() {
     g_known = 0;
 }
 

@@ -1,4 +1,4 @@
-#include "AwaitedServer.h"
+#include "BenchServer.h"
 
 #include "Echo.h"
 #include "LocalSocket.h"
@@ -25,37 +25,37 @@ void Await(const testbed::Descriptor& socket, short event, const std::string& wh
 }
 
 testbed::Descriptor AwaitClient(const testbed::Descriptor& listener) {
-    Await(listener, POLLIN, "no client came");
+    Await(listener, POLLIN, "no client connects");
     return Accept(listener);
 }
 
 } // namespace
 
-AwaitedServer::AwaitedServer()
-    : subscriberPath_(NotificationPath(getpid())), requestPath_(RequestPath(getpid())),
-      subscribers_(Listen(subscriberPath_)), requests_(Listen(requestPath_)) {
+BenchServer::BenchServer()
+    : notificationPath_(NotificationPath(getpid())), requestPath_(RequestPath(getpid())),
+      notificationSocket_(Listen(notificationPath_)), requestSocket_(Listen(requestPath_)) {
     prctl(PR_GET_NAME, formerName_.data());
     prctl(PR_SET_NAME, "carouseld-bench");
 }
 
-AwaitedServer::~AwaitedServer() {
-    unlink(subscriberPath_.c_str());
+BenchServer::~BenchServer() {
+    unlink(notificationPath_.c_str());
     unlink(requestPath_.c_str());
     prctl(PR_SET_NAME, formerName_.data());
 }
 
-testbed::Descriptor AwaitedServer::AwaitSubscriber() const {
-    return AwaitClient(subscribers_);
+testbed::Descriptor BenchServer::AwaitSubscriber() const {
+    return AwaitClient(notificationSocket_);
 }
 
-void AwaitedServer::AnswerRequests(std::size_t count) const {
+void BenchServer::AnswerRequests(std::size_t count) const {
     for (; count > 0; --count)
-        GiveBack(AwaitClient(requests_).Get());
+        EchoFrame(AwaitClient(requestSocket_).Get());
 }
 
 void Push(const testbed::Descriptor& subscriber, const std::string& bytes) {
     for (std::size_t sent = 0; sent < bytes.size();) {
-        Await(subscriber, POLLOUT, "a subscriber takes nothing");
+        Await(subscriber, POLLOUT, "a subscriber reads nothing");
         const ssize_t size = send(subscriber.Get(), bytes.data() + sent, bytes.size() - sent,
                                   MSG_DONTWAIT | MSG_NOSIGNAL);
         testbed::Require(size > 0, "cannot send to a subscriber");

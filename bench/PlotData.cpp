@@ -1,4 +1,4 @@
-#include "Data.h"
+#include "PlotData.h"
 
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
@@ -16,18 +16,18 @@ std::string Quoted(const std::string& word) {
 
 } // namespace
 
-Data::Data(const std::vector<std::string>& columns) : text_("#") {
+PlotData::PlotData(const std::vector<std::string>& columns) : text_("#") {
     for (const std::string& column : columns)
         text_ += ' ' + Quoted(column);
     text_ += '\n';
 }
 
-void Data::Add(const std::string& name, const std::vector<double>& numbers) {
+void PlotData::Add(const std::string& name, const std::vector<double>& numbers) {
     text_ += Quoted(name);
     Add(numbers);
 }
 
-void Data::Add(const std::vector<double>& numbers) {
+void PlotData::Add(const std::vector<double>& numbers) {
     for (const double number : numbers) {
         char digits[32];
         std::snprintf(digits, sizeof digits, " %.6g", number);
@@ -36,11 +36,11 @@ void Data::Add(const std::vector<double>& numbers) {
     text_ += '\n';
 }
 
-void Data::BeginSet(const std::string& name) {
+void PlotData::BeginSet(const std::string& name) {
     text_ += "\n\n" + Quoted(name) + '\n';
 }
 
-void Data::Write(const std::string& name) const {
+void PlotData::Write(const std::string& name) const {
     const std::string folder = testbed::ProgramPath("bench-data");
     std::filesystem::create_directories(folder);
     std::ofstream file(folder + "/" + name + ".dat");

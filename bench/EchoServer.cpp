@@ -1,5 +1,5 @@
-// carouseld-echo: a message server that gives every request back as its reply, one client at a
-// time, and ends with its standard input. It says one line when it listens.
+// carouseld-echo: a message server that echoes every request, one client at a time. It prints
+// "listening" when it is ready, and exits at the end of its standard input.
 
 #include "Echo.h"
 #include "LocalSocket.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-// Returns false when standard input has ended instead.
+// Waits for a client; returns false at the end of standard input.
 bool AwaitClient(const testbed::Descriptor& listener) {
     std::array<pollfd, 2> waits = {{{listener.Get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
     return poll(waits.data(), waits.size(), -1) > 0 && waits[1].revents == 0;
@@ -26,7 +26,7 @@ void Serve() {
     std::puts("listening");
     std::fflush(stdout);
     while (AwaitClient(listener))
-        bench::GiveBack(bench::Accept(listener).Get());
+        bench::EchoFrame(bench::Accept(listener).Get());
     unlink(path.c_str());
 }
 

@@ -1,5 +1,5 @@
-#ifndef BENCH_INORDER_H
-#define BENCH_INORDER_H
+#ifndef BENCH_ENDANDCHECK_H
+#define BENCH_ENDANDCHECK_H
 
 #include "testbed/Failure.h"
 #include "testbed/TestRun.h"
@@ -8,8 +8,8 @@
 
 namespace bench {
 
-/* Ends the run. Throws what went wrong in it, since then nothing that was measured counts. */
-inline void EndCleanly(testbed::TestRun& run) {
+/* Ends the run. Throws Failure with its problems, if any: the measurements are invalid then. */
+inline void EndAndCheck(testbed::TestRun& run) {
     std::string problems;
     for (const std::string& problem : run.End())
         problems += problem + "\n";
