@@ -95,10 +95,9 @@ void AddSourceThatTellsItsEnd() {
             },
         .invalid = [](void*) { std::fputs("freed", stderr); },
     };
-    cf::Source* const source = cf::CreateSource(kCallouts, nullptr, cf::Runs::kEvery);
-    const auto reference = reinterpret_cast<CFRunLoopSourceRef>(source);
-    CFRunLoopAddSource(CFRunLoopGetCurrent(), reference, kCFRunLoopDefaultMode);
-    CFRelease(reference);
+    CFRunLoopSourceRef source = cf::CreateSource(kCallouts, nullptr, cf::Runs::kEvery);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    CFRelease(source);
 }
 
 TEST(RunLoopOfThreadTest, EndsWithTheProcess) {

@@ -34,7 +34,7 @@ namespace {
 // How often the wall clock is looked at when no alarm is to be had.
 constexpr Nanoseconds kMinute = 60 * kSecond;
 
-void Destroy(Object* object) noexcept {
+void DestroyRunLoop(Object* object) noexcept {
     delete static_cast<RunLoop*>(object);
 }
 
@@ -253,12 +253,12 @@ void StopInnermost(RunLoop& loop) noexcept {
 
 } // namespace
 
-const Class RunLoop::kClass = {Destroy, nullptr, nullptr};
-
 } // namespace cf
 
+constinit const cf::Class __CFRunLoop::kClass = {cf::DestroyRunLoop, nullptr, nullptr};
+
 CFRunLoopRef CFRunLoopGetCurrent(void) {
-    return reinterpret_cast<CFRunLoopRef>(cf::CurrentLoop());
+    return cf::CurrentLoop();
 }
 
 void CFRunLoopRun(void) {

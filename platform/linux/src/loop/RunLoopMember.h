@@ -11,7 +11,7 @@
 
 namespace cf {
 
-struct RunLoop;
+using RunLoop = ::__CFRunLoop;
 
 struct Member : Object {
     using Object::Object;

@@ -37,7 +37,7 @@ void SetWakes(Source& source, LoopContext* context) noexcept {
     source.wakes = context;
 }
 
-void Destroy(Object* object) noexcept {
+void DestroyRunLoopSource(Object* object) noexcept {
     auto* source = static_cast<Source*>(object);
     if (source->valid)
         Tell(source->callouts.invalid, *source);
@@ -45,8 +45,6 @@ void Destroy(Object* object) noexcept {
 }
 
 } // namespace
-
-const Class Source::kClass = {Destroy, nullptr, nullptr};
 
 Source* CreateSource(const SourceCallouts& callouts, void* info, Runs runs,
                      int descriptor) noexcept {
@@ -97,7 +95,7 @@ void Invalidate(Source& source) noexcept {
 CFRunLoopSourceRef CreateDescriptorSource(int descriptor, Runs runs, Perform perform,
                                           void* info) noexcept {
     const SourceCallouts callouts = {perform, nullptr, nullptr, nullptr};
-    return reinterpret_cast<CFRunLoopSourceRef>(CreateSource(callouts, info, runs, descriptor));
+    return CreateSource(callouts, info, runs, descriptor);
 }
 
 CFRunLoopSourceRef CreateSignalSource(Runs runs, Perform perform, void* info) noexcept {
@@ -110,6 +108,8 @@ void SignalSource(CFRunLoopSourceRef source) noexcept {
 }
 
 } // namespace cf
+
+constinit const cf::Class __CFRunLoopSource::kClass = {cf::DestroyRunLoopSource, nullptr, nullptr};
 
 void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode) {
     auto* loop = cf::As<cf::RunLoop>(runLoop);

@@ -20,24 +20,30 @@ struct SourceCallouts {
     bool (*hasArrivedBy)(void* info, Nanoseconds moment) = nullptr;
 };
 
-struct Source : Member {
-    static const Class kClass;
-    Source(const SourceCallouts& sourceCallouts, void* sourceInfo, Runs sourceRuns,
-           int sourceDescriptor) noexcept
-        : Member(&kClass), callouts(sourceCallouts), info(sourceInfo), runs(sourceRuns),
+} // namespace cf
+
+struct __CFRunLoopSource : cf::Member {
+    static const cf::Class kClass;
+    __CFRunLoopSource(const cf::SourceCallouts& sourceCallouts, void* sourceInfo,
+                      cf::Runs sourceRuns, int sourceDescriptor) noexcept
+        : cf::Member(&kClass), callouts(sourceCallouts), info(sourceInfo), runs(sourceRuns),
           descriptor(sourceDescriptor) {}
 
-    const SourceCallouts callouts;
+    const cf::SourceCallouts callouts;
     void* const info;
-    const Runs runs;
+    const cf::Runs runs;
 
-    const int descriptor; // -1: becomes ready by being signalled only
-    SourcePointer watch;  // on the descriptor, while the source is in a loop and not ready
+    const int descriptor;    // -1: becomes ready by being signalled only
+    cf::SourcePointer watch; // on the descriptor, while the source is in a loop and not ready
 
     std::atomic<bool> signalled = false;
     std::mutex wakeMutex;
-    LoopContext* wakes = nullptr; // of the loop that it is in; guarded by wakeMutex
+    cf::LoopContext* wakes = nullptr; // of the loop that it is in; guarded by wakeMutex
 };
+
+namespace cf {
+
+using Source = ::__CFRunLoopSource;
 
 Source* CreateSource(const SourceCallouts& callouts, void* info, Runs runs,
                      int descriptor = -1) noexcept;

@@ -20,22 +20,22 @@ struct Run {
     std::atomic<bool> stopped = false;
 };
 
-struct RunLoop : Object {
-    static const Class kClass;
-    RunLoop() noexcept : Object(&kClass) {}
+} // namespace cf
 
-    LoopContext context;
-    WallClockAlarm alarm; // ends its sleep for the timers on the wall clock
-    MemberList sources;
-    MemberList timers;
-    TimerQueue queue;              // of the timers
+struct __CFRunLoop : cf::Object {
+    static const cf::Class kClass;
+    __CFRunLoop() noexcept : cf::Object(&kClass) {}
+
+    cf::LoopContext context;
+    cf::WallClockAlarm alarm; // ends its sleep for the timers on the wall clock
+    cf::MemberList sources;
+    cf::MemberList timers;
+    cf::TimerQueue queue;          // of the timers
     std::uint64_t timersAdded = 0; // so far
     std::uint64_t turn = 0;        // counts the turns of all runs
 
     std::mutex runMutex;
-    Run* innermost = nullptr; // guarded by runMutex
+    cf::Run* innermost = nullptr; // guarded by runMutex
 };
-
-} // namespace cf
 
 #endif

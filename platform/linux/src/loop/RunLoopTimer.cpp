@@ -12,7 +12,7 @@ namespace {
 // clock neither cuts nor stretches it. One that waits longer keeps a date.
 constexpr Nanoseconds kLongestDelay = 3600 * kSecond;
 
-void Destroy(Object* object) noexcept {
+void DestroyRunLoopTimer(Object* object) noexcept {
     delete static_cast<Timer*>(object);
 }
 
@@ -42,8 +42,6 @@ Nanoseconds Read(const Moment& now, const Timer& timer) noexcept {
 
 } // namespace
 
-const Class Timer::kClass = {Destroy, nullptr, nullptr};
-
 Moment ReadClocks() noexcept {
     // The tick, lest a callout that asks time() learns that its date is yet to come.
     return {MonotonicNow(), WallClockTick()};
@@ -60,8 +58,7 @@ Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept {
 // By division: however many dates were missed, the next one is found at once.
 void Serve(Timer& timer) noexcept {
     RemoveFromQueue(timer);
-    timer.info.Use(
-        [&timer](void* info) { timer.callout(reinterpret_cast<CFRunLoopTimerRef>(&timer), info); });
+    timer.info.Use([&timer](void* info) { timer.callout(&timer, info); });
     if (timer.interval == 0) {
         Invalidate(timer);
         return;
@@ -91,6 +88,8 @@ void Leave(Timer& timer) noexcept {
 
 } // namespace cf
 
+constinit const cf::Class __CFRunLoopTimer::kClass = {cf::DestroyRunLoopTimer, nullptr, nullptr};
+
 CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
                                        CFTimeInterval interval, CFOptionFlags, CFIndex,
                                        CFRunLoopTimerCallBack callout,
@@ -104,7 +103,7 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
         Owned<Timer>::Adopt(new (std::nothrow) Timer(date, period, onWallClock, callout, context));
     if (!timer || !MakeNode(timer.Get()))
         return nullptr;
-    return reinterpret_cast<CFRunLoopTimerRef>(timer.Detach());
+    return timer.Detach();
 }
 
 void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {

@@ -9,26 +9,27 @@
 
 #include <cstdint>
 
-namespace cf {
-
-struct Timer : Member {
-    static const Class kClass;
-    Timer(Nanoseconds timerDate, Nanoseconds timerInterval, bool wallClock,
-          CFRunLoopTimerCallBack timerCallout, const CFRunLoopTimerContext* context) noexcept
-        : Member(&kClass), date(timerDate), interval(timerInterval), onWallClock(wallClock),
+struct __CFRunLoopTimer : cf::Member {
+    static const cf::Class kClass;
+    __CFRunLoopTimer(cf::Nanoseconds timerDate, cf::Nanoseconds timerInterval, bool wallClock,
+                     CFRunLoopTimerCallBack timerCallout,
+                     const CFRunLoopTimerContext* context) noexcept
+        : cf::Member(&kClass), date(timerDate), interval(timerInterval), onWallClock(wallClock),
           callout(timerCallout), info(context) {}
 
-    Nanoseconds date;           // the next fire date, by the timer's own clock
-    const Nanoseconds interval; // 0: fires once
+    cf::Nanoseconds date;           // the next fire date, by the timer's own clock
+    const cf::Nanoseconds interval; // 0: fires once
     const bool onWallClock;
     const CFRunLoopTimerCallBack callout;
-    ContextInfo info;
-    Deadline deadline; // of a delay that is waited for once, while it is in a loop
+    cf::ContextInfo info;
+    cf::Deadline deadline; // of a delay that is waited for once, while it is in a loop
 
-    std::uint64_t order = 0; // among the timers that were added to its loop
-    TimerSet* set = nullptr; // of a queue, while it is in one; else it has its node here
-    TimerSet::node_type node;
+    std::uint64_t order = 0;     // among the timers that were added to its loop
+    cf::TimerSet* set = nullptr; // of a queue, while it is in one; else it has its node here
+    cf::TimerSet::node_type node;
 };
+
+namespace cf {
 
 /* What the two clocks show. */
 struct Moment {

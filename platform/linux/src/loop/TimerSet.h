@@ -1,11 +1,13 @@
 #ifndef PLATFORM_TIMERSET_H
 #define PLATFORM_TIMERSET_H
 
+#include <CoreFoundation/CFRunLoop.h>
+
 #include <set>
 
 namespace cf {
 
-struct Timer;
+using Timer = ::__CFRunLoopTimer;
 
 /* By date, those of equal date in the order in which they joined their loop. */
 struct FiresBefore {

@@ -19,23 +19,25 @@
 #include <span>
 #include <utility>
 
-namespace cf {
-namespace {
-
-struct Socket : Object {
-    static const Class kClass;
-    Socket(int socketDescriptor, CFSocketCallBack socketCallout, const CFSocketContext* context,
-           CFDataRef noData) noexcept
-        : Object(&kClass), descriptor(socketDescriptor), callout(socketCallout), info(context),
-          endOfStream(Owned<const Object>::Adopt(AsObject(noData))) {}
+struct __CFSocket : cf::Object {
+    static const cf::Class kClass;
+    __CFSocket(int socketDescriptor, CFSocketCallBack socketCallout, const CFSocketContext* context,
+               CFDataRef noData) noexcept
+        : cf::Object(&kClass), descriptor(socketDescriptor), callout(socketCallout), info(context),
+          endOfStream(cf::Owned<const cf::Object>::Adopt(cf::AsObject(noData))) {}
 
     int descriptor; // -1: invalidated
     const CFSocketCallBack callout;
-    ContextInfo info;
-    InboundStream stream;
-    const Owned<const Object> endOfStream; // the data of the last callout
-    Source* source = nullptr;
+    cf::ContextInfo info;
+    cf::InboundStream stream;
+    const cf::Owned<const cf::Object> endOfStream; // the data of the last callout
+    cf::Source* source = nullptr;
 };
+
+namespace cf {
+namespace {
+
+using Socket = ::__CFSocket;
 
 std::span<const UInt8> Bytes(CFDataRef data) noexcept {
     return {CFDataGetBytePtr(data), static_cast<std::size_t>(CFDataGetLength(data))};
@@ -47,7 +49,7 @@ void Close(Socket& socket) noexcept {
     socket.info.Drop();
 }
 
-void Invalidate(Socket& socket) noexcept {
+void InvalidateSocket(Socket& socket) noexcept {
     if (socket.descriptor < 0)
         return;
     const auto alive = Owned<Socket>::Share(&socket);
@@ -57,7 +59,7 @@ void Invalidate(Socket& socket) noexcept {
 }
 
 // No source is left, since it would hold the socket, and so nothing reads.
-void Destroy(Object* object) noexcept {
+void DestroySocket(Object* object) noexcept {
     auto* socket = static_cast<Socket*>(object);
     if (socket->descriptor >= 0)
         Close(*socket);
@@ -65,10 +67,8 @@ void Destroy(Object* object) noexcept {
 }
 
 void CallOut(Socket& socket, const Object* data) noexcept {
-    socket.info.Use([&](void* info) {
-        socket.callout(reinterpret_cast<CFSocketRef>(&socket), kCFSocketDataCallBack, nullptr, data,
-                       info);
-    });
+    socket.info.Use(
+        [&](void* info) { socket.callout(&socket, kCFSocketDataCallBack, nullptr, data, info); });
 }
 
 // What the source tells. One chunk a turn; the end is a turn of its own.
@@ -81,7 +81,7 @@ void Deliver(void* info) noexcept {
         CallOut(*socket.Get(), arrival.data.Get());
     } else if (arrival.isEnd) {
         CallOut(*socket.Get(), socket->endOfStream.Get());
-        Invalidate(*socket.Get());
+        InvalidateSocket(*socket.Get());
     }
 }
 
@@ -114,9 +114,9 @@ bool IsLocalStream(const CFSocketSignature& signature) noexcept {
 
 } // namespace
 
-const Class Socket::kClass = {Destroy, nullptr, nullptr};
-
 } // namespace cf
+
+constinit const cf::Class __CFSocket::kClass = {cf::DestroySocket, nullptr, nullptr};
 
 CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
                                                      const CFSocketSignature* signature,
@@ -137,7 +137,7 @@ CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
         CFRelease(noData);
         close(descriptor);
     }
-    return reinterpret_cast<CFSocketRef>(socket);
+    return socket;
 }
 
 CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef, CFSocketRef socket, CFIndex) {
@@ -151,12 +151,12 @@ CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef, CFSocketRef socke
         if (target->source != nullptr)
             cf::Retain(target);
     }
-    return reinterpret_cast<CFRunLoopSourceRef>(target->source);
+    return target->source;
 }
 
 void CFSocketInvalidate(CFSocketRef socket) {
     if (auto* target = cf::As<cf::Socket>(socket))
-        Invalidate(*target);
+        cf::InvalidateSocket(*target);
 }
 
 CFSocketError CFSocketSendData(CFSocketRef socket, CFDataRef, CFDataRef data,
