@@ -1,4 +1,4 @@
-#include "Arguments.h"
+#include "simulator/Arguments.h"
 
 #include <charconv>
 #include <sstream>
@@ -51,37 +51,37 @@ std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& te
     return number;
 }
 
-std::string Arguments::NeedText(std::string_view key) const {
+std::string Arguments::RequiredText(std::string_view key) const {
     const auto found = values_.find(key);
     if (found == values_.end())
         throw CommandError(std::string(key) + " is missing");
     return found->second;
 }
 
-std::string Arguments::GetText(std::string_view key, std::string_view otherwise) const {
-    return Has(key) ? NeedText(key) : std::string(otherwise);
+std::string Arguments::TextOr(std::string_view key, std::string_view otherwise) const {
+    return Has(key) ? RequiredText(key) : std::string(otherwise);
 }
 
-bool Arguments::NeedSwitch(std::string_view key) const {
-    return ParseSwitch(key, NeedText(key));
+bool Arguments::RequiredSwitch(std::string_view key) const {
+    return ParseSwitch(key, RequiredText(key));
 }
 
-bool Arguments::GetSwitch(std::string_view key, bool otherwise) const {
-    return Has(key) ? NeedSwitch(key) : otherwise;
+bool Arguments::SwitchOr(std::string_view key, bool otherwise) const {
+    return Has(key) ? RequiredSwitch(key) : otherwise;
 }
 
-std::uint64_t Arguments::NeedChanger() const {
-    return ParseDigits("changer", NeedText("changer"), 16);
+std::uint64_t Arguments::RequiredGuid() const {
+    return ParseDigits("changer", RequiredText("changer"), 16);
 }
 
-std::chrono::milliseconds Arguments::GetTime(std::string_view key,
-                                             std::chrono::milliseconds otherwise) const {
-    return Has(key) ? std::chrono::milliseconds(NeedNumber<std::int32_t>(key)) : otherwise;
+std::chrono::milliseconds Arguments::TimeOr(std::string_view key,
+                                            std::chrono::milliseconds otherwise) const {
+    return Has(key) ? std::chrono::milliseconds(RequiredNumber<std::int32_t>(key)) : otherwise;
 }
 
-std::set<unsigned> Arguments::GetNumberSet(std::string_view key) const {
+std::set<unsigned> Arguments::NumberSet(std::string_view key) const {
     std::set<unsigned> numbers;
-    std::istringstream list(GetText(key, ""));
+    std::istringstream list(TextOr(key, ""));
     for (std::string number; std::getline(list, number, ',');) {
         numbers.insert(
             static_cast<unsigned>(ParseNumber(key, number, std::numeric_limits<unsigned>::max())));
@@ -91,17 +91,17 @@ std::set<unsigned> Arguments::GetNumberSet(std::string_view key) const {
 
 void Arguments::Update(std::string_view key, std::optional<bool>& preference) const {
     if (Has(key)) {
-        const std::string text = NeedText(key);
+        const std::string text = RequiredText(key);
         preference = text == "absent" ? std::nullopt : std::optional(ParseSwitch(key, text));
     }
 }
 
 void Arguments::Update(std::string_view key, std::optional<std::int32_t>& preference) const {
     if (Has(key)) {
-        const std::string text = NeedText(key);
+        const std::string text = RequiredText(key);
         preference.reset();
         if (text != "absent")
-            preference = NeedNumber<std::int32_t>(key);
+            preference = RequiredNumber<std::int32_t>(key);
     }
 }
 

@@ -3,7 +3,7 @@
 
 /* The key=value arguments of one command, read with their types and their defaults. */
 
-#include "Words.h"
+#include "simulator/Words.h"
 
 #include <chrono>
 #include <cstdint>
@@ -30,23 +30,23 @@ public:
     bool Has(std::string_view key) const {
         return values_.contains(key);
     }
-    std::string NeedText(std::string_view key) const;
-    std::string GetText(std::string_view key, std::string_view otherwise) const;
-    bool NeedSwitch(std::string_view key) const;
-    bool GetSwitch(std::string_view key, bool otherwise) const;
-    std::uint64_t NeedChanger() const;
-    std::chrono::milliseconds GetTime(std::string_view key,
-                                      std::chrono::milliseconds otherwise) const;
-    std::set<unsigned> GetNumberSet(std::string_view key) const;
+    std::string RequiredText(std::string_view key) const;
+    std::string TextOr(std::string_view key, std::string_view otherwise) const;
+    bool RequiredSwitch(std::string_view key) const;
+    bool SwitchOr(std::string_view key, bool otherwise) const;
+    std::uint64_t RequiredGuid() const;
+    std::chrono::milliseconds TimeOr(std::string_view key,
+                                     std::chrono::milliseconds otherwise) const;
+    std::set<unsigned> NumberSet(std::string_view key) const;
 
     template<typename Number>
-    Number NeedNumber(std::string_view key) const {
+    Number RequiredNumber(std::string_view key) const {
         return static_cast<Number>(
-            ParseNumber(key, NeedText(key), std::numeric_limits<Number>::max()));
+            ParseNumber(key, RequiredText(key), std::numeric_limits<Number>::max()));
     }
     template<typename Number>
-    Number GetNumber(std::string_view key, Number otherwise) const {
-        return Has(key) ? NeedNumber<Number>(key) : otherwise;
+    Number NumberOr(std::string_view key, Number otherwise) const {
+        return Has(key) ? RequiredNumber<Number>(key) : otherwise;
     }
 
     // What has no value, "absent" or a new one: leaves it, takes it away or sets it.

@@ -1,4 +1,4 @@
-#include "Changer.h"
+#include "simulator/Changer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -38,7 +38,7 @@ void Changer::SetTiming(const ChangerTiming& timing) {
     mechanics_.SetTiming(timing.drives);
 }
 
-ChangerTiming Changer::GetTiming() const {
+ChangerTiming Changer::CurrentTiming() const {
     const std::lock_guard guard(lock_);
     return timing_;
 }
@@ -49,7 +49,7 @@ void Changer::SetPreferences(const Preferences& preferences) {
     NoteChange();
 }
 
-Preferences Changer::GetPreferences() const {
+Preferences Changer::CurrentPreferences() const {
     const std::lock_guard guard(lock_);
     return preferences_;
 }
@@ -94,7 +94,7 @@ bool Changer::HasMediaRoot(const std::string& name) const {
 
 void Changer::Take(SlotIndex slot) {
     const Section section(*this);
-    Disc& disc = GetDisc(slot);
+    Disc& disc = RequiredDisc(slot);
     FailWaitersOf(disc);
     for (const auto& volume : disc.volumes)
         volumes_.erase(volume->id);
@@ -106,7 +106,7 @@ void Changer::Take(SlotIndex slot) {
 
 void Changer::Forget(SlotIndex slot) {
     const Section section(*this);
-    for (const auto& volume : GetDisc(slot).volumes)
+    for (const auto& volume : RequiredDisc(slot).volumes)
         for (auto& [entry, directory] : volume->directories)
             directory.cached = false;
 }
@@ -142,7 +142,7 @@ Outcome Changer::CheckMount(const MountRequest& request, const Disc* disc) const
     };
     if (!request.partitionId.empty() && std::ranges::none_of(disc->volumes, hasId))
         return {ReplyCode::NoSuchThing, "no such partition"};
-    if (request.drive && *request.drive >= mechanics_.GetDriveCount())
+    if (request.drive && *request.drive >= mechanics_.DriveCount())
         return {ReplyCode::NoSuchThing, "no such drive"};
     if (disc->holder && disc->holder->user != request.user) {
         if (disc->holder->user.isPrivate)
@@ -153,7 +153,7 @@ Outcome Changer::CheckMount(const MountRequest& request, const Disc* disc) const
 }
 
 Outcome Changer::BeginMount(const MountRequest& request, Disc& disc) {
-    const Phase phase = mechanics_.GetPhase(request.slot);
+    const Phase phase = mechanics_.PhaseOf(request.slot);
     if (phase == Phase::Unloading)
         return {ReplyCode::Busy, "the disc is on its way to its slot"};
     if (phase == Phase::InSlot && !IsWanted(request.slot)) {
@@ -168,7 +168,7 @@ Outcome Changer::BeginMount(const MountRequest& request, Disc& disc) {
         disc.lastUse = ++lastUse_;
     }
     SettleLocked();
-    if (mechanics_.GetPhase(request.slot) != Phase::Readable)
+    if (mechanics_.PhaseOf(request.slot) != Phase::Readable)
         return {ReplyCode::UnderWay, "the disc is on its way to a drive"};
     if (disc.holder->user.isPrivate && !disc.holder->identified)
         IdentifyDisc(request.slot, disc);
@@ -201,12 +201,12 @@ Outcome Changer::Eject(const EjectRequest& request) {
 
 Outcome Changer::BeginEject(const EjectRequest& request) {
     Disc& disc = *FindDisc(request.slot);
-    Phase phase = mechanics_.GetPhase(request.slot);
+    Phase phase = mechanics_.PhaseOf(request.slot);
     if (phase == Phase::Readable && mechanics_.IsRobotIdle()) {
         disc.holder.reset();
         BeginUnload(request.slot);
         SettleLocked();
-        phase = mechanics_.GetPhase(request.slot);
+        phase = mechanics_.PhaseOf(request.slot);
         if (phase == Phase::Unloading)
             return {ReplyCode::UnderWay, "the disc is on its way to its slot"};
     } else if (phase == Phase::InSlot) {
@@ -245,7 +245,7 @@ void Changer::SetClientStatus(const std::string& client, const ClientStatus& sta
     NoteChange();
 }
 
-std::uint64_t Changer::GetGeneration() const {
+std::uint64_t Changer::Generation() const {
     const std::lock_guard guard(lock_);
     return generation_;
 }
@@ -259,7 +259,7 @@ bool Changer::WaitForChange(std::uint64_t generation, TimePoint deadline, std::s
 
 // ---- What the file system needs ----
 
-std::vector<std::shared_ptr<const Volume>> Changer::GetMediaRoots() {
+std::vector<std::shared_ptr<const Volume>> Changer::MediaRoots() {
     const Section section(*this);
     std::vector<std::shared_ptr<const Volume>> roots;
     for (const auto& disc : slots_)
@@ -289,7 +289,7 @@ void Changer::List(std::uint32_t id, EntryIndex directory, Ready ready) {
     ++state.listings;
     events_.Report("listing", Describe(volume->slot)
                                   .Add("partition", volume->partitionId)
-                                  .Add("path", volume->tree->GetPath(directory))
+                                  .Add("path", volume->tree->Path(directory))
                                   .Add("cached", state.cached));
     if (state.cached)
         callbacks_.push_back([ready] { ready(0); });
@@ -306,7 +306,7 @@ void Changer::Open(std::uint32_t id, EntryIndex file, Ready ready) {
     }
     events_.Report("open", Describe(volume->slot)
                                .Add("partition", volume->partitionId)
-                               .Add("path", volume->tree->GetPath(file)));
+                               .Add("path", volume->tree->Path(file)));
     WaitForDisc(volume, file, std::move(ready));
 }
 
@@ -324,7 +324,7 @@ const Changer::Disc* Changer::FindDisc(SlotIndex slot) const {
     return slot < slots_.size() && slots_[slot] ? &*slots_[slot] : nullptr;
 }
 
-Changer::Disc& Changer::GetDisc(SlotIndex slot) {
+Changer::Disc& Changer::RequiredDisc(SlotIndex slot) {
     Disc* disc = FindDisc(slot);
     if (!disc)
         throw CommandError("no disc in that slot");

@@ -14,10 +14,10 @@
  * idle and a drive is empty or can be emptied: one whose disc nobody holds or waits for.
  */
 
-#include "DiscTree.h"
-#include "Events.h"
-#include "Mechanics.h"
-#include "Values.h"
+#include "simulator/DiscTree.h"
+#include "simulator/Events.h"
+#include "simulator/Mechanics.h"
+#include "simulator/Values.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -145,16 +145,16 @@ public:
     // Changed is called, with the lock held, whenever the information has changed.
     Changer(const ChangerConfig& shape, Events& events, std::function<void()> changed, Clock clock);
 
-    std::uint64_t GetGuid() const {
+    std::uint64_t Guid() const {
         return guid_;
     }
 
     // For the user of the program.
     void SetReady(bool ready);
     void SetTiming(const ChangerTiming& timing);
-    ChangerTiming GetTiming() const;
+    ChangerTiming CurrentTiming() const;
     void SetPreferences(const Preferences& preferences);
-    Preferences GetPreferences() const;
+    Preferences CurrentPreferences() const;
     void Put(NewDisc disc);    // throws CommandError
     void Take(SlotIndex slot); // throws CommandError
     void Forget(SlotIndex slot);
@@ -169,12 +169,12 @@ public:
     void SetClientStatus(const std::string& client, const ClientStatus& status);
 
     // Counts up whenever something in the model has moved.
-    std::uint64_t GetGeneration() const;
+    std::uint64_t Generation() const;
     // Waits until it is no longer this one; false at the deadline or when asked to stop.
     bool WaitForChange(std::uint64_t generation, TimePoint deadline, std::stop_token stop);
 
     // For the file system.
-    std::vector<std::shared_ptr<const Volume>> GetMediaRoots();
+    std::vector<std::shared_ptr<const Volume>> MediaRoots();
     std::shared_ptr<const Volume> FindVolume(std::uint32_t id);
     // Ready is called with 0 as soon as the directory is cached, with an error number if it never
     // will be; perhaps before this returns, else on another thread.
@@ -182,7 +182,7 @@ public:
     // The same for reading a file, which needs the disc in a drive.
     void Open(std::uint32_t volume, EntryIndex file, Ready ready);
 
-    Value GetInfo();
+    Value MakeInfo();
     void Print(std::optional<SlotIndex> slot, bool withDirectories);
 
     // Makes the steps of robot and drives at their times, until it is asked to stop.
@@ -235,7 +235,7 @@ private:
 
     Disc* FindDisc(SlotIndex slot);
     const Disc* FindDisc(SlotIndex slot) const;
-    Disc& GetDisc(SlotIndex slot); // throws CommandError
+    Disc& RequiredDisc(SlotIndex slot); // throws CommandError
     Disc MakeDisc(NewDisc newDisc);
     bool HasMediaRoot(const std::string& name) const;
     Fields Describe(SlotIndex slot) const;
@@ -258,7 +258,7 @@ private:
     std::optional<DriveIndex> ChooseDrive(std::optional<DriveIndex> wished) const;
     void BeginLoad(SlotIndex slot, DriveIndex drive);
     void BeginUnload(SlotIndex slot);
-    std::optional<TimePoint> GetNextDue() const;
+    std::optional<TimePoint> NextDue() const;
 
     Outcome CheckMount(const MountRequest& request, const Disc* disc) const;
     Outcome BeginMount(const MountRequest& request, Disc& disc);
@@ -267,10 +267,10 @@ private:
     std::shared_ptr<Volume> FindVolumeLocked(std::uint32_t id) const;
     void WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entry, Ready ready);
 
-    std::uint32_t GetMountState(SlotIndex slot) const;
-    Value GetMediaInfo(SlotIndex slot) const;
-    Value GetPreferencesInfo() const;
-    Value GetStatusInfo() const;
+    std::uint32_t MountState(SlotIndex slot) const;
+    Value MakeMediaInfo(SlotIndex slot) const;
+    Value MakePreferencesInfo() const;
+    Value MakeStatusInfo() const;
     void PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) const;
 
     const std::uint64_t guid_;

@@ -1,6 +1,6 @@
-#include "ChangerFileSystem.h"
+#include "simulator/ChangerFileSystem.h"
 
-#include "FileSystemOperations.h"
+#include "simulator/FileSystemOperations.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -67,18 +67,17 @@ ChangerFileSystem::ChangerFileSystem(Changer& changer, const FileSystemOptions& 
     : changer_(changer), options_(options), events_(events),
       madeMountPoint_(PrepareMountPoint(options.mountPoint)),
       operations_(std::make_unique<FileSystemOperations>(changer, options_, events)) {
-    MountArguments arguments(changer.GetGuid());
-    const fuse_lowlevel_ops& table = GetFileSystemOperations();
+    MountArguments arguments(changer.Guid());
+    const fuse_lowlevel_ops& table = FuseOperations();
     session_.reset(fuse_session_new(arguments.Get(), &table, sizeof table, operations_.get()));
     if (!session_ || fuse_session_mount(session_.get(), options_.mountPoint.c_str()) != 0)
         throw CommandError("cannot mount on " + options_.mountPoint);
     fcntl(fuse_session_fd(session_.get()), F_SETFL, O_NONBLOCK);
     for (int count = 0; count < kThreads; ++count)
         threads_.emplace_back([this] { Serve(); });
-    events_.Report("file-system", Fields()
-                                      .AddChanger(changer_.GetGuid())
-                                      .Add("mounted", true)
-                                      .Add("path", options_.mountPoint));
+    events_.Report(
+        "file-system",
+        Fields().AddChanger(changer_.Guid()).Add("mounted", true).Add("path", options_.mountPoint));
 }
 
 ChangerFileSystem::~ChangerFileSystem() {
@@ -90,7 +89,7 @@ ChangerFileSystem::~ChangerFileSystem() {
     if (madeMountPoint_)
         rmdir(options_.mountPoint.c_str());
     events_.Report("file-system", Fields()
-                                      .AddChanger(changer_.GetGuid())
+                                      .AddChanger(changer_.Guid())
                                       .Add("mounted", false)
                                       .Add("path", options_.mountPoint));
 }

@@ -14,8 +14,8 @@
  * that the kernel still remembers is at worst stale.
  */
 
-#include "Changer.h"
-#include "Descriptor.h"
+#include "simulator/Changer.h"
+#include "simulator/Descriptor.h"
 
 #include <memory>
 #include <mutex>

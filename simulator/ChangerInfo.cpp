@@ -1,6 +1,6 @@
 // How the model of a changer looks from outside: in notifications, and on the user's terminal.
 
-#include "Changer.h"
+#include "simulator/Changer.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -19,23 +19,23 @@ std::int16_t ToWire(std::size_t index) {
 
 } // namespace
 
-Value Changer::GetInfo() {
+Value Changer::MakeInfo() {
     const Section section(*this);
     Value media = Value::MakeArray();
     for (std::size_t slot = 0; slot < slots_.size(); ++slot)
-        media.Append(GetMediaInfo(static_cast<SlotIndex>(slot)));
+        media.Append(MakeMediaInfo(static_cast<SlotIndex>(slot)));
     Value info = Value::MakeDictionary();
     info.Set("GUID", guid_)
         .Set("Changer Ready", ready_)
-        .Set("Changer Preferences", GetPreferencesInfo())
+        .Set("Changer Preferences", MakePreferencesInfo())
         .Set("Changer Media Info", std::move(media))
-        .Set("Data Transfer Element Count", ToWire(mechanics_.GetDriveCount()))
+        .Set("Data Transfer Element Count", ToWire(mechanics_.DriveCount()))
         .Set("Changer Request Identification", identificationRequested_)
-        .Set("Changer Client Status", GetStatusInfo());
+        .Set("Changer Client Status", MakeStatusInfo());
     return info;
 }
 
-Value Changer::GetMediaInfo(SlotIndex slot) const {
+Value Changer::MakeMediaInfo(SlotIndex slot) const {
     static const Disc kNoDisc = [] {
         Disc disc;
         disc.kind = 0;
@@ -56,14 +56,14 @@ Value Changer::GetMediaInfo(SlotIndex slot) const {
         .Set("Media Request Identification", disc.requested)
         .Set("Media Storage Element Index", ToWire(slot))
         .Set("Media Identify Time", disc.identifyTime)
-        .Set("Media Mount State", GetMountState(slot))
+        .Set("Media Mount State", MountState(slot))
         .Set("Media Partition Info", std::move(partitions));
     return media;
 }
 
-std::uint32_t Changer::GetMountState(SlotIndex slot) const {
+std::uint32_t Changer::MountState(SlotIndex slot) const {
     constexpr std::uint32_t kWaitsForRobot = 0x40; // in its slot: not counted as mounted
-    switch (mechanics_.GetPhase(slot)) {
+    switch (mechanics_.PhaseOf(slot)) {
     case Phase::InSlot:
         return IsWanted(slot) ? kWaitsForRobot : 0;
     case Phase::Readable:
@@ -75,7 +75,7 @@ std::uint32_t Changer::GetMountState(SlotIndex slot) const {
     }
 }
 
-Value Changer::GetPreferencesInfo() const {
+Value Changer::MakePreferencesInfo() const {
     Value info = Value::MakeDictionary();
     const auto setIfPresent = [&](const char* key, const auto& preference) {
         if (preference)
@@ -89,7 +89,7 @@ Value Changer::GetPreferencesInfo() const {
     return info;
 }
 
-Value Changer::GetStatusInfo() const {
+Value Changer::MakeStatusInfo() const {
     Value info = Value::MakeDictionary();
     for (const auto& [client, status] : statuses_) {
         Value entry = Value::MakeDictionary();
@@ -105,19 +105,19 @@ Value Changer::GetStatusInfo() const {
 void Changer::Print(std::optional<SlotIndex> only, bool withDirectories) {
     const Section section(*this);
     const auto line = [&](const char* kind, const Fields& fields) {
-        events_.Print("model " + std::string(kind) + fields.GetText());
+        events_.Print("model " + std::string(kind) + fields.Text());
     };
     line("changer", Fields()
                         .AddChanger(guid_)
                         .Add("ready", ready_)
                         .Add("slots", slots_.size())
-                        .Add("drives", mechanics_.GetDriveCount())
+                        .Add("drives", mechanics_.DriveCount())
                         .Add("robot", mechanics_.IsRobotIdle() ? "idle" : "moving")
                         .Add("requested", identificationRequested_));
     for (const auto& [client, status] : statuses_)
         line("status", Describe(client, status));
-    for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
-        const auto slot = mechanics_.GetSlotIn(drive);
+    for (DriveIndex drive = 0; drive < mechanics_.DriveCount(); ++drive) {
+        const auto slot = mechanics_.FindSlotIn(drive);
         line("drive", Fields()
                           .AddChanger(guid_)
                           .Add("drive", drive)
@@ -130,11 +130,11 @@ void Changer::Print(std::optional<SlotIndex> only, bool withDirectories) {
 
 void Changer::PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) const {
     const auto print = [&](const char* kind, const Fields& fields) {
-        events_.Print("model " + std::string(kind) + fields.GetText());
+        events_.Print("model " + std::string(kind) + fields.Text());
     };
     print("slot", Describe(slot)
                       .Add("kind", disc.kind)
-                      .Add("state", GetMountState(slot))
+                      .Add("state", MountState(slot))
                       .Add("identified", disc.identifyTime != 0)
                       .Add("identify-time", disc.identifyTime)
                       .Add("times-identified", disc.timesIdentified)
@@ -147,14 +147,14 @@ void Changer::PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) 
     if (!withDirectories)
         return;
     for (const auto& volume : disc.volumes) {
-        for (EntryIndex index = 0; index < volume->tree->GetSize(); ++index) {
-            if (volume->tree->GetEntry(index).IsDirectory()) {
+        for (EntryIndex index = 0; index < volume->tree->Size(); ++index) {
+            if (volume->tree->Entry(index).IsDirectory()) {
                 const auto found = volume->directories.find(index);
                 const auto state =
                     found == volume->directories.end() ? Volume::Directory{} : found->second;
                 print("directory", Describe(slot)
                                        .Add("partition", volume->partitionId)
-                                       .Add("path", volume->tree->GetPath(index))
+                                       .Add("path", volume->tree->Path(index))
                                        .Add("cached", state.cached)
                                        .Add("listings", state.listings));
             }

@@ -1,6 +1,6 @@
 // How the discs of a changer come to drives and back, and what becomes of who waits for them.
 
-#include "Changer.h"
+#include "simulator/Changer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,7 +23,7 @@ void Changer::Run(std::stop_token stop) {
         std::unique_lock guard(lock_);
         const std::uint64_t seen = generation_;
         const auto hasMoved = [&] { return generation_ != seen; };
-        if (const auto due = GetNextDue())
+        if (const auto due = NextDue())
             moved_.wait_until(guard, stop, *due, hasMoved);
         else
             moved_.wait(guard, stop, hasMoved);
@@ -112,7 +112,7 @@ void Changer::ShowMediaRoots() {
 }
 
 void Changer::ServeWaiters(SlotIndex slot, Disc& disc) {
-    const Phase phase = mechanics_.GetPhase(slot);
+    const Phase phase = mechanics_.PhaseOf(slot);
     if (phase == Phase::InSlot && !IsWanted(slot))
         Want(slot, {});
     if (phase != Phase::Readable)
@@ -126,12 +126,12 @@ void Changer::ServeWaiters(SlotIndex slot, Disc& disc) {
 
 void Changer::FinishListing(const Waiter& waiter) {
     const auto volume = FindVolumeLocked(waiter.volume);
-    if (!volume->tree->GetEntry(waiter.entry).IsDirectory())
+    if (!volume->tree->Entry(waiter.entry).IsDirectory())
         return;
     volume->directories[waiter.entry].cached = true;
     events_.Report("listed", Describe(volume->slot)
                                  .Add("partition", volume->partitionId)
-                                 .Add("path", volume->tree->GetPath(waiter.entry)));
+                                 .Add("path", volume->tree->Path(waiter.entry)));
 }
 
 // The first wanted disc gets a drive; one has to be emptied first if none is. True if the robot has
@@ -142,7 +142,7 @@ bool Changer::BeginNextWanted() {
     const auto drive = ChooseDrive(wanted_.front().drive);
     if (!drive)
         return false;
-    if (const auto occupant = mechanics_.GetSlotIn(*drive)) {
+    if (const auto occupant = mechanics_.FindSlotIn(*drive)) {
         BeginUnload(*occupant);
     } else {
         BeginLoad(wanted_.front().slot, *drive);
@@ -165,19 +165,19 @@ bool Changer::IsWanted(SlotIndex slot) const {
 }
 
 bool Changer::CanBeEmptied(DriveIndex drive) const {
-    const SlotIndex slot = *mechanics_.GetSlotIn(drive);
+    const SlotIndex slot = *mechanics_.FindSlotIn(drive);
     const Disc& disc = *FindDisc(slot);
-    return mechanics_.GetPhase(slot) == Phase::Readable && !disc.holder && disc.waiters.empty();
+    return mechanics_.PhaseOf(slot) == Phase::Readable && !disc.holder && disc.waiters.empty();
 }
 
 // An empty drive before the one whose disc was used longest ago.
 std::optional<DriveIndex> Changer::ChooseDrive(std::optional<DriveIndex> wished) const {
     std::optional<DriveIndex> chosen;
     std::uint64_t oldestUse = UINT64_MAX;
-    for (DriveIndex drive = 0; drive < mechanics_.GetDriveCount(); ++drive) {
+    for (DriveIndex drive = 0; drive < mechanics_.DriveCount(); ++drive) {
         if (wished && *wished != drive)
             continue;
-        const auto occupant = mechanics_.GetSlotIn(drive);
+        const auto occupant = mechanics_.FindSlotIn(drive);
         if (!occupant)
             return drive;
         const std::uint64_t use = FindDisc(*occupant)->lastUse;
@@ -205,8 +205,8 @@ void Changer::BeginUnload(SlotIndex slot) {
     NoteChange();
 }
 
-std::optional<TimePoint> Changer::GetNextDue() const {
-    auto due = mechanics_.GetNextDue();
+std::optional<TimePoint> Changer::NextDue() const {
+    auto due = mechanics_.NextDue();
     for (const auto& disc : slots_) {
         const bool willAppear = disc && disc->identifyTime != 0 && !disc->appeared;
         if (willAppear && (!due || disc->appearance < *due))

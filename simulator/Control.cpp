@@ -1,6 +1,6 @@
-#include "Control.h"
+#include "simulator/Control.h"
 
-#include "Frame.h"
+#include "simulator/Frame.h"
 
 #include <algorithm>
 #include <chrono>
@@ -28,21 +28,21 @@ std::string ReadFile(const std::string& path) {
 }
 
 ChangerTiming ReadTiming(const Arguments& arguments, ChangerTiming timing) {
-    timing.drives.moving = arguments.GetTime("moving", timing.drives.moving);
-    timing.drives.spinUp = arguments.GetTime("spin-up", timing.drives.spinUp);
-    timing.appear = arguments.GetTime("appear", timing.appear);
-    timing.patience = arguments.GetTime("patience", timing.patience);
+    timing.drives.moving = arguments.TimeOr("moving", timing.drives.moving);
+    timing.drives.spinUp = arguments.TimeOr("spin-up", timing.drives.spinUp);
+    timing.appear = arguments.TimeOr("appear", timing.appear);
+    timing.patience = arguments.TimeOr("patience", timing.patience);
     return timing;
 }
 
 FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
     FileSystemOptions options;
-    options.mountPoint = arguments.GetText("mount", "");
-    const std::string info = arguments.GetText("info", "xml");
+    options.mountPoint = arguments.TextOr("mount", "");
+    const std::string info = arguments.TextOr("info", "xml");
     if (info != "xml" && info != "binary")
         throw CommandError("info is xml or binary");
     options.binaryInfo = info == "binary";
-    options.kernelCache = arguments.GetSwitch("kernel-cache", false);
+    options.kernelCache = arguments.SwitchOr("kernel-cache", false);
     return options;
 }
 
@@ -50,18 +50,18 @@ FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
 class ContentReader {
 public:
     explicit ContentReader(const Arguments& arguments) : arguments_(arguments) {
-        shape_.seed = arguments.GetNumber("seed", shape_.seed);
-        shape_.directories = arguments.GetNumber("directories", shape_.directories);
-        shape_.files = arguments.GetNumber("files", shape_.files);
-        shape_.depth = arguments.GetNumber("depth", shape_.depth);
+        shape_.seed = arguments.NumberOr("seed", shape_.seed);
+        shape_.directories = arguments.NumberOr("directories", shape_.directories);
+        shape_.files = arguments.NumberOr("files", shape_.files);
+        shape_.depth = arguments.NumberOr("depth", shape_.depth);
         if (arguments.Has("folder"))
-            folder_ = ReadFolderTree(arguments.NeedText("folder"));
+            folder_ = ReadFolderTree(arguments.RequiredText("folder"));
     }
 
     std::shared_ptr<const DiscTree> Read(unsigned partition) {
         const std::string key = "folder" + std::to_string(partition);
         if (arguments_.Has(key))
-            return ReadFolderTree(arguments_.NeedText(key));
+            return ReadFolderTree(arguments_.RequiredText(key));
         if (folder_)
             return folder_;
         SyntheticTreeOptions shape = shape_;
@@ -77,15 +77,15 @@ private:
 
 NewDisc ReadDisc(const Arguments& arguments) {
     NewDisc disc;
-    disc.slot = arguments.NeedNumber<SlotIndex>("slot");
-    disc.name = arguments.GetText("name", "disc-" + std::to_string(disc.slot));
+    disc.slot = arguments.RequiredNumber<SlotIndex>("slot");
+    disc.name = arguments.TextOr("name", "disc-" + std::to_string(disc.slot));
     if (disc.name.empty() || disc.name.find('/') != disc.name.npos)
         throw CommandError("that is no name for a media root");
-    disc.kind = arguments.GetNumber<std::uint16_t>("kind", 1);
-    disc.identified = arguments.GetSwitch("identified", false);
-    const auto unformatted = arguments.GetNumberSet("unformatted");
+    disc.kind = arguments.NumberOr<std::uint16_t>("kind", 1);
+    disc.identified = arguments.SwitchOr("identified", false);
+    const auto unformatted = arguments.NumberSet("unformatted");
     ContentReader content(arguments);
-    const unsigned partitions = arguments.GetNumber<std::uint8_t>("partitions", 1);
+    const unsigned partitions = arguments.NumberOr<std::uint8_t>("partitions", 1);
     for (unsigned partition = 1; partition <= partitions; ++partition)
         disc.partitions.push_back({content.Read(partition), !unformatted.contains(partition)});
     return disc;
@@ -93,29 +93,29 @@ NewDisc ReadDisc(const Arguments& arguments) {
 
 Fault ReadFault(const Arguments& arguments) {
     Fault fault;
-    fault.kind = ParseFaultName(arguments.NeedText("do"));
+    fault.kind = ParseFaultName(arguments.RequiredText("do"));
     const bool replaces = fault.kind == FaultKind::Error || fault.kind == FaultKind::Silence ||
                           fault.kind == FaultKind::Close;
-    fault.act = arguments.GetSwitch("act", !replaces);
+    fault.act = arguments.SwitchOr("act", !replaces);
     switch (fault.kind) {
     case FaultKind::Error:
-        fault.code = arguments.NeedNumber<std::int64_t>("code");
+        fault.code = arguments.RequiredNumber<std::int64_t>("code");
         fault.code = fault.code < 0x10000 ? MakeWireCode(fault.code) : fault.code;
-        fault.text = arguments.GetText("text", "");
+        fault.text = arguments.TextOr("text", "");
         break;
     case FaultKind::Late:
-        fault.after = arguments.GetTime("after", {});
+        fault.after = arguments.TimeOr("after", {});
         break;
     case FaultKind::HeaderSize:
-        fault.size = arguments.NeedNumber<std::uint16_t>("size");
+        fault.size = arguments.RequiredNumber<std::uint16_t>("size");
         break;
     case FaultKind::Split:
     case FaultKind::Huge:
-        fault.size = arguments.NeedNumber<std::uint32_t>("size");
+        fault.size = arguments.RequiredNumber<std::uint32_t>("size");
         break;
     case FaultKind::Raw:
-        fault.raw = arguments.Has("file") ? ReadFile(arguments.NeedText("file"))
-                                          : ParseHexBytes(arguments.NeedText("hex"));
+        fault.raw = arguments.Has("file") ? ReadFile(arguments.RequiredText("file"))
+                                          : ParseHexBytes(arguments.RequiredText("hex"));
         break;
     default:
         break;
@@ -194,53 +194,53 @@ bool Control::Execute(std::string_view line) {
         if (!command->run)
             return false;
         (this->*command->run)(arguments);
-        simulator_.GetPublisher().Flush();
-        simulator_.GetEvents().Print("ok");
+        simulator_.Publisher().Flush();
+        simulator_.Events().Print("ok");
     } catch (const std::exception& error) {
-        simulator_.GetEvents().Print("error " + Quote(error.what()));
+        simulator_.Events().Print("error " + Quote(error.what()));
     }
     return true;
 }
 
-std::shared_ptr<Changer> Control::GetChanger(const Arguments& arguments) {
-    return simulator_.GetChanger(arguments.NeedChanger());
+std::shared_ptr<Changer> Control::FindChanger(const Arguments& arguments) {
+    return simulator_.FindChanger(arguments.RequiredGuid());
 }
 
 // ---- Changers ----
 
 void Control::AddChanger(const Arguments& arguments) {
     ChangerConfig shape;
-    shape.guid = arguments.NeedChanger();
-    shape.slots = arguments.NeedNumber<std::uint16_t>("slots");
-    shape.drives = arguments.NeedNumber<std::uint16_t>("drives");
-    shape.ready = arguments.GetSwitch("ready", true);
+    shape.guid = arguments.RequiredGuid();
+    shape.slots = arguments.RequiredNumber<std::uint16_t>("slots");
+    shape.drives = arguments.RequiredNumber<std::uint16_t>("drives");
+    shape.ready = arguments.SwitchOr("ready", true);
     simulator_.AddChanger(shape, ReadTiming(arguments, {}), ReadFileSystemOptions(arguments));
 }
 
 void Control::RemoveChanger(const Arguments& arguments) {
-    simulator_.RemoveChanger(arguments.NeedChanger());
+    simulator_.RemoveChanger(arguments.RequiredGuid());
 }
 
 void Control::Mount(const Arguments& arguments) {
-    simulator_.MountFileSystem(arguments.NeedChanger(), arguments.GetText("mount", ""));
+    simulator_.MountFileSystem(arguments.RequiredGuid(), arguments.TextOr("mount", ""));
 }
 
 void Control::Unmount(const Arguments& arguments) {
-    simulator_.UnmountFileSystem(arguments.NeedChanger());
+    simulator_.UnmountFileSystem(arguments.RequiredGuid());
 }
 
 void Control::SetReady(const Arguments& arguments) {
-    GetChanger(arguments)->SetReady(arguments.NeedSwitch("value"));
+    FindChanger(arguments)->SetReady(arguments.RequiredSwitch("value"));
 }
 
 void Control::SetTiming(const Arguments& arguments) {
-    const auto changer = GetChanger(arguments);
-    changer->SetTiming(ReadTiming(arguments, changer->GetTiming()));
+    const auto changer = FindChanger(arguments);
+    changer->SetTiming(ReadTiming(arguments, changer->CurrentTiming()));
 }
 
 void Control::SetPreferences(const Arguments& arguments) {
-    const auto changer = GetChanger(arguments);
-    Preferences preferences = changer->GetPreferences();
+    const auto changer = FindChanger(arguments);
+    Preferences preferences = changer->CurrentPreferences();
     arguments.Update("identify-on-insert", preferences.identifyOnInsert);
     arguments.Update("build-on-identify", preferences.buildOnIdentify);
     arguments.Update("build-on-schedule", preferences.buildOnSchedule);
@@ -258,23 +258,23 @@ void Control::SetRootPreferences(const Arguments& arguments) {
 // ---- Discs and users ----
 
 void Control::Put(const Arguments& arguments) {
-    const auto changer = GetChanger(arguments);
+    const auto changer = FindChanger(arguments);
     NewDisc disc = ReadDisc(arguments);
     changer->Put(std::move(disc));
 }
 
 void Control::Take(const Arguments& arguments) {
-    GetChanger(arguments)->Take(arguments.NeedNumber<SlotIndex>("slot"));
+    FindChanger(arguments)->Take(arguments.RequiredNumber<SlotIndex>("slot"));
 }
 
 void Control::Identify(const Arguments& arguments) {
-    const auto changer = GetChanger(arguments);
-    const bool isRequested = arguments.GetSwitch("value", true);
+    const auto changer = FindChanger(arguments);
+    const bool isRequested = arguments.SwitchOr("value", true);
     if (!arguments.Has("slot")) {
         changer->RequestChangerIdentification(isRequested);
         return;
     }
-    const auto slot = arguments.NeedNumber<SlotIndex>("slot");
+    const auto slot = arguments.RequiredNumber<SlotIndex>("slot");
     const Outcome outcome = changer->RequestDiscIdentification(slot, isRequested);
     if (outcome.code != ReplyCode::Success)
         throw CommandError(outcome.text);
@@ -282,27 +282,27 @@ void Control::Identify(const Arguments& arguments) {
 
 void Control::Load(const Arguments& arguments) {
     MountRequest request;
-    request.slot = arguments.NeedNumber<SlotIndex>("slot");
-    const Outcome outcome = GetChanger(arguments)->Mount(request);
+    request.slot = arguments.RequiredNumber<SlotIndex>("slot");
+    const Outcome outcome = FindChanger(arguments)->Mount(request);
     if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
         throw CommandError(outcome.text);
 }
 
 void Control::Eject(const Arguments& arguments) {
-    const auto changer = GetChanger(arguments);
-    const auto slot = arguments.NeedNumber<SlotIndex>("slot");
+    const auto changer = FindChanger(arguments);
+    const auto slot = arguments.RequiredNumber<SlotIndex>("slot");
     const Outcome outcome = changer->Eject({slot, {}, true});
     if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
         throw CommandError(outcome.text);
 }
 
 void Control::Forget(const Arguments& arguments) {
-    GetChanger(arguments)->Forget(arguments.NeedNumber<SlotIndex>("slot"));
+    FindChanger(arguments)->Forget(arguments.RequiredNumber<SlotIndex>("slot"));
 }
 
 void Control::Abort(const Arguments& arguments) {
-    const auto changer = GetChanger(arguments);
-    changer->RequestAbort(arguments.NeedText("client"), arguments.GetSwitch("create", false));
+    const auto changer = FindChanger(arguments);
+    changer->RequestAbort(arguments.RequiredText("client"), arguments.SwitchOr("create", false));
 }
 
 // ---- Sockets ----
@@ -316,9 +316,9 @@ void Control::Stop(const Arguments&) {
 }
 
 void Control::Push(const Arguments& arguments) {
-    Publisher& publisher = simulator_.GetPublisher();
-    const bool together = arguments.GetSwitch("together", false);
-    for (auto left = arguments.GetNumber<unsigned>("times", 1); left > 0; --left) {
+    Publisher& publisher = simulator_.Publisher();
+    const bool together = arguments.SwitchOr("together", false);
+    for (auto left = arguments.NumberOr<unsigned>("times", 1); left > 0; --left) {
         if (together)
             publisher.MarkTogether();
         else
@@ -328,63 +328,63 @@ void Control::Push(const Arguments& arguments) {
 }
 
 void Control::Hold(const Arguments&) {
-    simulator_.GetPublisher().Hold();
+    simulator_.Publisher().Hold();
 }
 
 void Control::Release(const Arguments& arguments) {
-    if (arguments.GetSwitch("once", false))
-        simulator_.GetPublisher().ReleaseOnce();
+    if (arguments.SwitchOr("once", false))
+        simulator_.Publisher().ReleaseOnce();
     else
-        simulator_.GetPublisher().Release();
+        simulator_.Publisher().Release();
 }
 
 void Control::SetPulse(const Arguments& arguments) {
-    simulator_.GetPublisher().SetPulse(milliseconds(arguments.NeedNumber<std::int32_t>("every")));
+    simulator_.Publisher().SetPulse(milliseconds(arguments.RequiredNumber<std::int32_t>("every")));
 }
 
 void Control::CopyNotifications(const Arguments& arguments) {
-    simulator_.CopyNotifications(arguments.NeedText("file"));
+    simulator_.CopyNotifications(arguments.RequiredText("file"));
 }
 
 void Control::SetSerial(const Arguments& arguments) {
-    simulator_.SetSerial(arguments.NeedSwitch("value"));
+    simulator_.SetSerial(arguments.RequiredSwitch("value"));
 }
 
 void Control::Notify(const Arguments& arguments) {
     std::string bytes;
     if (arguments.Has("payload"))
-        bytes = EncodeFrame(ReadFile(arguments.NeedText("payload")));
+        bytes = EncodeFrame(ReadFile(arguments.RequiredText("payload")));
     else if (arguments.Has("file"))
-        bytes = ReadFile(arguments.NeedText("file"));
+        bytes = ReadFile(arguments.RequiredText("file"));
     else
-        bytes = ParseHexBytes(arguments.NeedText("hex"));
-    simulator_.SendRaw(CutIntoPieces(bytes, arguments.GetNumber<std::size_t>("split", 0)));
+        bytes = ParseHexBytes(arguments.RequiredText("hex"));
+    simulator_.SendRaw(CutIntoPieces(bytes, arguments.NumberOr<std::size_t>("split", 0)));
 }
 
 // ---- Faults ----
 
 void Control::AddFault(const Arguments& arguments) {
     Faults::Order order;
-    order.target = arguments.NeedText("on");
+    order.target = arguments.RequiredText("on");
     order.fault = ReadFault(arguments);
-    if (arguments.GetText("count", "1") != "all")
-        order.count = arguments.GetNumber<unsigned>("count", 1);
+    if (arguments.TextOr("count", "1") != "all")
+        order.count = arguments.NumberOr<unsigned>("count", 1);
     CheckFaultTarget(order.target, order.fault.kind);
-    simulator_.GetFaults().Add(std::move(order));
+    simulator_.Faults().Add(std::move(order));
 }
 
 void Control::ListFaults(const Arguments&) {
-    for (const auto& order : simulator_.GetFaults().List()) {
+    for (const auto& order : simulator_.Faults().List()) {
         Fields fields;
         fields.Add("on", order.target)
-            .Add("do", GetFaultName(order.fault.kind))
+            .Add("do", FaultName(order.fault.kind))
             .Add("count", order.count ? std::to_string(*order.count) : "all");
-        simulator_.GetEvents().Print("model fault" + fields.GetText());
+        simulator_.Events().Print("model fault" + fields.Text());
     }
 }
 
 void Control::ClearFaults(const Arguments&) {
-    simulator_.GetFaults().Clear();
+    simulator_.Faults().Clear();
 }
 
 // ---- Looking ----
@@ -392,29 +392,29 @@ void Control::ClearFaults(const Arguments&) {
 void Control::Show(const Arguments& arguments) {
     std::optional<SlotIndex> slot;
     if (arguments.Has("slot"))
-        slot = arguments.NeedNumber<SlotIndex>("slot");
-    const bool withDirectories = arguments.GetSwitch("directories", false);
+        slot = arguments.RequiredNumber<SlotIndex>("slot");
+    const bool withDirectories = arguments.SwitchOr("directories", false);
     if (arguments.Has("changer")) {
-        GetChanger(arguments)->Print(slot, withDirectories);
+        FindChanger(arguments)->Print(slot, withDirectories);
         return;
     }
-    for (const auto& changer : simulator_.GetChangers())
+    for (const auto& changer : simulator_.Changers())
         changer->Print(slot, withDirectories);
 }
 
 void Control::ChooseEvents(const Arguments& arguments) {
-    const std::string text = arguments.NeedText("kinds");
+    const std::string text = arguments.RequiredText("kinds");
     std::set<std::string, std::less<>> kinds;
     std::istringstream list(text);
     for (std::string kind; std::getline(list, kind, ',');)
         kinds.insert(kind);
-    simulator_.GetEvents().SetKinds(text == "all" ? std::nullopt : std::optional(kinds));
+    simulator_.Events().SetKinds(text == "all" ? std::nullopt : std::optional(kinds));
 }
 
 void Control::Help(const Arguments&) {
     for (const Command& command : kCommands) {
         const Fields fields = Fields().Add("command", command.name).Add("usage", command.usage);
-        simulator_.GetEvents().Print("model help" + fields.GetText());
+        simulator_.Events().Print("model help" + fields.Text());
     }
 }
 

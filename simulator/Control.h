@@ -3,8 +3,8 @@
 
 /* The text protocol: carries the commands of a person or of a script out. */
 
-#include "Arguments.h"
-#include "Simulator.h"
+#include "simulator/Arguments.h"
+#include "simulator/Simulator.h"
 
 #include <memory>
 #include <string_view>
@@ -58,7 +58,7 @@ private:
     void ChooseEvents(const Arguments& arguments);
     void Help(const Arguments& arguments);
 
-    std::shared_ptr<Changer> GetChanger(const Arguments& arguments);
+    std::shared_ptr<Changer> FindChanger(const Arguments& arguments);
 
     Simulator& simulator_;
 };

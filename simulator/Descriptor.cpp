@@ -1,4 +1,4 @@
-#include "Descriptor.h"
+#include "simulator/Descriptor.h"
 
 #include <cerrno>
 #include <cstddef>

@@ -1,16 +1,16 @@
-#include "DiscTree.h"
+#include "simulator/DiscTree.h"
 
 #include <algorithm>
 
 namespace simulator {
 
-std::span<const TreeEntry> DiscTree::GetChildren(EntryIndex directory) const {
+std::span<const TreeEntry> DiscTree::Children(EntryIndex directory) const {
     const TreeEntry& entry = entries_[directory];
     return std::span(entries_).subspan(entry.firstChild, entry.childCount);
 }
 
 std::optional<EntryIndex> DiscTree::FindChild(EntryIndex directory, std::string_view name) const {
-    const auto children = GetChildren(directory);
+    const auto children = Children(directory);
     const auto found = std::ranges::lower_bound(
         children, name, {}, [](const TreeEntry& entry) { return std::string_view(entry.name); });
     if (found == children.end() || found->name != name)
@@ -18,7 +18,7 @@ std::optional<EntryIndex> DiscTree::FindChild(EntryIndex directory, std::string_
     return static_cast<EntryIndex>(entries_[directory].firstChild + (found - children.begin()));
 }
 
-std::string DiscTree::GetPath(EntryIndex index) const {
+std::string DiscTree::Path(EntryIndex index) const {
     std::string path;
     for (; index != 0; index = entries_[index].parent)
         path.insert(0, "/" + entries_[index].name);

@@ -45,17 +45,17 @@ class DiscTree {
 public:
     virtual ~DiscTree() = default;
 
-    std::size_t GetSize() const {
+    std::size_t Size() const {
         return entries_.size();
     }
-    const TreeEntry& GetEntry(EntryIndex index) const {
+    const TreeEntry& Entry(EntryIndex index) const {
         return entries_[index];
     }
-    std::span<const TreeEntry> GetChildren(EntryIndex directory) const;
+    std::span<const TreeEntry> Children(EntryIndex directory) const;
     std::optional<EntryIndex> FindChild(EntryIndex directory, std::string_view name) const;
 
     // Begins with "/", which is the root's own path.
-    std::string GetPath(EntryIndex index) const;
+    std::string Path(EntryIndex index) const;
 
     // At most so many bytes of a file's content; fewer only at its end. Throws std::system_error.
     virtual std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const = 0;

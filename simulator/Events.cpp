@@ -1,6 +1,6 @@
-#include "Events.h"
+#include "simulator/Events.h"
 
-#include "Descriptor.h"
+#include "simulator/Descriptor.h"
 
 #include <utility>
 
@@ -10,7 +10,7 @@ void Events::Report(std::string_view kind, const Fields& fields) {
     const std::lock_guard guard(lock_);
     if (kinds_ && !kinds_->contains(kind))
         return;
-    Write("event " + std::to_string(++count_) + ' ' + std::string(kind) + fields.GetText());
+    Write("event " + std::to_string(++count_) + ' ' + std::string(kind) + fields.Text());
 }
 
 void Events::Print(const std::string& line) {

@@ -3,7 +3,7 @@
 
 /* What the program prints: one line at a time, in the order in which things happened. */
 
-#include "Words.h"
+#include "simulator/Words.h"
 
 #include <functional>
 #include <mutex>

@@ -1,7 +1,7 @@
-#include "Faults.h"
+#include "simulator/Faults.h"
 
-#include "Frame.h"
-#include "Words.h"
+#include "simulator/Frame.h"
+#include "simulator/Words.h"
 
 #include <algorithm>
 #include <array>
@@ -50,7 +50,7 @@ std::string EncodeDamaged(const Value& dictionary, const Fault& fault) {
 
 } // namespace
 
-std::string_view GetFaultName(FaultKind kind) {
+std::string_view FaultName(FaultKind kind) {
     return kFaultNames[static_cast<std::size_t>(kind)];
 }
 

@@ -3,7 +3,7 @@
 
 /* Misbehaviour on order: what goes wrong, on which occasion, how often. */
 
-#include "Values.h"
+#include "simulator/Values.h"
 
 #include <chrono>
 #include <cstddef>
@@ -35,7 +35,7 @@ enum class FaultKind {
 };
 
 /* The word for it in the protocol, and back. The latter throws CommandError. */
-std::string_view GetFaultName(FaultKind kind);
+std::string_view FaultName(FaultKind kind);
 FaultKind ParseFaultName(std::string_view name);
 
 struct Fault {

@@ -1,4 +1,4 @@
-#include "FileSystemOperations.h"
+#include "simulator/FileSystemOperations.h"
 
 #include <cerrno>
 #include <cstring>
@@ -24,7 +24,7 @@ fuse_ino_t MakeNumber(const Volume& volume, EntryIndex entry) {
     return fuse_ino_t{volume.id} << 32 | entry;
 }
 
-FileSystemOperations& GetOperations(fuse_req_t request) {
+FileSystemOperations& OperationsOf(fuse_req_t request) {
     return *static_cast<FileSystemOperations*>(fuse_req_userdata(request));
 }
 
@@ -32,7 +32,7 @@ FileSystemOperations& GetOperations(fuse_req_t request) {
 template<typename Handler>
 void Guard(fuse_req_t request, const Handler& handler) noexcept {
     try {
-        handler(GetOperations(request));
+        handler(OperationsOf(request));
     } catch (const std::system_error& error) {
         fuse_reply_err(request, error.code().value());
     } catch (const std::exception&) {
@@ -42,7 +42,7 @@ void Guard(fuse_req_t request, const Handler& handler) noexcept {
 
 } // namespace
 
-const fuse_lowlevel_ops& GetFileSystemOperations() {
+const fuse_lowlevel_ops& FuseOperations() {
     static const fuse_lowlevel_ops operations = [] {
         fuse_lowlevel_ops table = {};
         table.init = [](void*, fuse_conn_info* connection) {
@@ -92,9 +92,9 @@ void FileSystemOperations::Lookup(fuse_req_t request, fuse_ino_t parent, const c
     fuse_entry_param entry = {};
     entry.ino = found->number;
     entry.attr = Describe(*found);
-    entry.attr_timeout = GetTimeout(*found);
+    entry.attr_timeout = CacheTimeout(*found);
     // A media root comes and goes: only what lies below one keeps its name.
-    entry.entry_timeout = directory->IsRoot() ? 0.0 : GetTimeout(*found);
+    entry.entry_timeout = directory->IsRoot() ? 0.0 : CacheTimeout(*found);
     fuse_reply_entry(request, &entry);
 }
 
@@ -105,7 +105,7 @@ void FileSystemOperations::GetAttributes(fuse_req_t request, fuse_ino_t number) 
         return;
     }
     const struct stat attributes = Describe(*inode);
-    fuse_reply_attr(request, &attributes, GetTimeout(*inode));
+    fuse_reply_attr(request, &attributes, CacheTimeout(*inode));
 }
 
 void FileSystemOperations::ReadLink(fuse_req_t request, fuse_ino_t number) {
@@ -114,12 +114,12 @@ void FileSystemOperations::ReadLink(fuse_req_t request, fuse_ino_t number) {
         fuse_reply_err(request, inode ? EINVAL : ESTALE);
         return;
     }
-    fuse_reply_readlink(request, inode->volume->tree->GetEntry(inode->entry).linkTarget.c_str());
+    fuse_reply_readlink(request, inode->volume->tree->Entry(inode->entry).linkTarget.c_str());
 }
 
 void FileSystemOperations::ReadFolder(fuse_req_t request, size_t size, off_t offset,
                                       const fuse_file_info& file) {
-    const auto& items = GetOpen(file).items;
+    const auto& items = FindOpen(file).items;
     std::vector<char> buffer(size);
     std::size_t used = 0;
     for (auto index = static_cast<std::size_t>(offset); index < items.size(); ++index) {
@@ -163,7 +163,7 @@ void FileSystemOperations::OpenFolder(fuse_req_t request, fuse_ino_t number,
         return;
     }
     if (inode->IsRoot()) {
-        events_.Report("root-listing", Fields().AddChanger(changer_.GetGuid()));
+        events_.Report("root-listing", Fields().AddChanger(changer_.Guid()));
         ReplyOpenFolder(request, file, ListRoot());
         return;
     }
@@ -188,7 +188,7 @@ void FileSystemOperations::ReplyOpenFolder(fuse_req_t request, fuse_file_info fi
     }
 }
 
-OpenDirectory& FileSystemOperations::GetOpen(const fuse_file_info& file) {
+OpenDirectory& FileSystemOperations::FindOpen(const fuse_file_info& file) {
     const std::lock_guard guard(lock_);
     return open_.at(file.fh);
 }
@@ -212,7 +212,7 @@ void FileSystemOperations::OpenFile(fuse_req_t request, fuse_ino_t number,
     answer.direct_io = !options_.kernelCache;
     if (inode->isInfoFile) {
         if (!inode->volume)
-            events_.Report("info-open", Fields().AddChanger(changer_.GetGuid()));
+            events_.Report("info-open", Fields().AddChanger(changer_.Guid()));
         fuse_reply_open(request, &answer);
         return;
     }
@@ -268,7 +268,7 @@ std::optional<Inode> FileSystemOperations::FindChild(const Inode& parent,
 std::optional<Inode> FileSystemOperations::FindInRoot(std::string_view name) const {
     if (name == kRootInfoName)
         return Find(kRootInfoNumber);
-    for (const auto& volume : changer_.GetMediaRoots())
+    for (const auto& volume : changer_.MediaRoots())
         if (volume->name == name)
             return Inode{MakeNumber(*volume, 0), volume, 0, false};
     return {};
@@ -286,20 +286,20 @@ struct stat FileSystemOperations::Describe(const Inode& inode) const {
     } else if (inode.IsRoot()) {
         attributes.st_mode = S_IFDIR | 0555;
     } else {
-        const TreeEntry& entry = inode.volume->tree->GetEntry(inode.entry);
+        const TreeEntry& entry = inode.volume->tree->Entry(inode.entry);
         attributes.st_mode = entry.mode;
         attributes.st_size = static_cast<off_t>(entry.size);
     }
     return attributes;
 }
 
-double FileSystemOperations::GetTimeout(const Inode& inode) const {
+double FileSystemOperations::CacheTimeout(const Inode& inode) const {
     return options_.kernelCache && inode.volume ? kForAsLongAsItLasts : 0.0;
 }
 
 std::string FileSystemOperations::MakeInfoFile(const Inode& inode) const {
     Value info = Value::MakeDictionary();
-    info.Set("Changer GUID", changer_.GetGuid());
+    info.Set("Changer GUID", changer_.Guid());
     if (inode.volume) {
         info.Set("Storage Element Index", static_cast<std::int16_t>(inode.volume->slot))
             .Set("Partition Id", inode.volume->partitionId)
@@ -315,7 +315,7 @@ OpenDirectory FileSystemOperations::ListRoot() const {
     directory.items = {{".", FUSE_ROOT_ID, S_IFDIR},
                        {"..", FUSE_ROOT_ID, S_IFDIR},
                        {kRootInfoName, kRootInfoNumber, S_IFREG}};
-    directory.keepsNames = changer_.GetMediaRoots();
+    directory.keepsNames = changer_.MediaRoots();
     for (const auto& volume : directory.keepsNames)
         directory.items.push_back({volume->name, MakeNumber(*volume, 0), S_IFDIR});
     return directory;
@@ -323,7 +323,7 @@ OpenDirectory FileSystemOperations::ListRoot() const {
 
 OpenDirectory FileSystemOperations::ListVolume(const Inode& inode) {
     const Volume& volume = *inode.volume;
-    const TreeEntry& folder = volume.tree->GetEntry(inode.entry);
+    const TreeEntry& folder = volume.tree->Entry(inode.entry);
     OpenDirectory directory;
     directory.keepsNames = {inode.volume};
     directory.items = {
@@ -332,7 +332,7 @@ OpenDirectory FileSystemOperations::ListVolume(const Inode& inode) {
     if (inode.entry == 0)
         directory.items.push_back({kMediaInfoName, MakeNumber(volume, kInfoEntry), S_IFREG});
     EntryIndex index = folder.firstChild;
-    for (const TreeEntry& child : volume.tree->GetChildren(inode.entry))
+    for (const TreeEntry& child : volume.tree->Children(inode.entry))
         directory.items.push_back({child.name, MakeNumber(volume, index++), child.mode});
     return directory;
 }

@@ -3,7 +3,7 @@
 
 /* What the changer file system answers to each request of the kernel. */
 
-#include "ChangerFileSystem.h"
+#include "simulator/ChangerFileSystem.h"
 
 #define FUSE_USE_VERSION 312
 #include <fuse_lowlevel.h>
@@ -24,7 +24,7 @@
 namespace simulator {
 
 /* The table for libfuse; the session's user data is a FileSystemOperations. */
-const fuse_lowlevel_ops& GetFileSystemOperations();
+const fuse_lowlevel_ops& FuseOperations();
 
 /* One file or directory, looked up anew for each request. */
 struct Inode {
@@ -72,12 +72,12 @@ private:
     std::optional<Inode> FindChild(const Inode& parent, std::string_view name) const;
     std::optional<Inode> FindInRoot(std::string_view name) const;
     struct stat Describe(const Inode& inode) const;
-    double GetTimeout(const Inode& inode) const;
+    double CacheTimeout(const Inode& inode) const;
     std::string MakeInfoFile(const Inode& inode) const;
     OpenDirectory ListRoot() const;
     static OpenDirectory ListVolume(const Inode& inode);
     void ReplyOpenFolder(fuse_req_t request, fuse_file_info file, OpenDirectory directory);
-    OpenDirectory& GetOpen(const fuse_file_info& file);
+    OpenDirectory& FindOpen(const fuse_file_info& file);
 
     Changer& changer_;
     const FileSystemOptions& options_;

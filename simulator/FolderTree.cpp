@@ -1,5 +1,5 @@
-#include "Descriptor.h"
-#include "DiscTree.h"
+#include "simulator/Descriptor.h"
+#include "simulator/DiscTree.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -56,17 +56,17 @@ std::vector<TreeEntry> ListFolder(const std::string& path) {
 class FolderTree final : public DiscTree {
 public:
     explicit FolderTree(const std::string& path) : DiscTree(MakeEntry(path, {})), folder_(path) {
-        if (!GetEntry(0).IsDirectory()) {
+        if (!Entry(0).IsDirectory()) {
             errno = ENOTDIR;
             ThrowErrno(path);
         }
-        for (EntryIndex index = 0; index < GetSize(); ++index)
-            if (GetEntry(index).IsDirectory())
-                AppendChildren(index, ListFolder(folder_ + GetPath(index)));
+        for (EntryIndex index = 0; index < Size(); ++index)
+            if (Entry(index).IsDirectory())
+                AppendChildren(index, ListFolder(folder_ + Path(index)));
     }
 
     std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const override {
-        const std::string path = folder_ + GetPath(file);
+        const std::string path = folder_ + Path(file);
         const Descriptor descriptor(
             open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
         std::string content(size, '\0');

@@ -1,4 +1,4 @@
-#include "Frame.h"
+#include "simulator/Frame.h"
 
 #include <algorithm>
 #include <cstring>

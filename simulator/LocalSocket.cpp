@@ -1,4 +1,4 @@
-#include "LocalSocket.h"
+#include "simulator/LocalSocket.h"
 
 #include <cerrno>
 #include <cstring>

@@ -3,8 +3,8 @@
 
 /* Local stream sockets: a listening one with a path, and writing to one that may be slow. */
 
-#include "Descriptor.h"
-#include "Faults.h"
+#include "simulator/Descriptor.h"
+#include "simulator/Faults.h"
 
 #include <string>
 #include <vector>
@@ -20,9 +20,6 @@ public:
 
     int Get() const {
         return socket_.Get();
-    }
-    const std::string& GetPath() const {
-        return path_;
     }
     // The next client, its socket non-blocking; or an empty descriptor if there is none any more.
     Descriptor Accept() const;

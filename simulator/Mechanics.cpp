@@ -1,4 +1,4 @@
-#include "Mechanics.h"
+#include "simulator/Mechanics.h"
 
 #include <algorithm>
 
@@ -10,7 +10,7 @@ bool Mechanics::IsRobotIdle() const {
     });
 }
 
-std::optional<SlotIndex> Mechanics::GetSlotIn(DriveIndex drive) const {
+std::optional<SlotIndex> Mechanics::FindSlotIn(DriveIndex drive) const {
     if (drives_[drive].phase == Phase::InSlot)
         return {};
     return drives_[drive].slot;
@@ -18,12 +18,12 @@ std::optional<SlotIndex> Mechanics::GetSlotIn(DriveIndex drive) const {
 
 std::optional<DriveIndex> Mechanics::FindDriveOf(SlotIndex slot) const {
     for (DriveIndex drive = 0; drive < drives_.size(); ++drive)
-        if (GetSlotIn(drive) == slot)
+        if (FindSlotIn(drive) == slot)
             return drive;
     return {};
 }
 
-Phase Mechanics::GetPhase(SlotIndex slot) const {
+Phase Mechanics::PhaseOf(SlotIndex slot) const {
     const auto drive = FindDriveOf(slot);
     return drive ? drives_[*drive].phase : Phase::InSlot;
 }
@@ -44,7 +44,7 @@ void Mechanics::Drop(SlotIndex slot) {
 }
 
 std::optional<Step> Mechanics::Advance(TimePoint now) {
-    const Drive* next = FindNextDue();
+    const Drive* next = FindNextDrive();
     if (!next || next->due > now)
         return {};
     const auto index = static_cast<DriveIndex>(next - drives_.data());
@@ -64,12 +64,12 @@ std::optional<Step> Mechanics::Advance(TimePoint now) {
     return Step{drive.slot, index, drive.phase};
 }
 
-std::optional<TimePoint> Mechanics::GetNextDue() const {
-    const Drive* next = FindNextDue();
+std::optional<TimePoint> Mechanics::NextDue() const {
+    const Drive* next = FindNextDrive();
     return next ? std::optional(next->due) : std::nullopt;
 }
 
-const Mechanics::Drive* Mechanics::FindNextDue() const {
+const Mechanics::Drive* Mechanics::FindNextDrive() const {
     const Drive* next = nullptr;
     for (const Drive& drive : drives_)
         if (IsUnderWay(drive) && (!next || drive.due < next->due))

@@ -49,12 +49,12 @@ public:
     }
 
     bool IsRobotIdle() const;
-    std::size_t GetDriveCount() const {
+    std::size_t DriveCount() const {
         return drives_.size();
     }
-    std::optional<SlotIndex> GetSlotIn(DriveIndex drive) const;
+    std::optional<SlotIndex> FindSlotIn(DriveIndex drive) const;
     std::optional<DriveIndex> FindDriveOf(SlotIndex slot) const;
-    Phase GetPhase(SlotIndex slot) const;
+    Phase PhaseOf(SlotIndex slot) const;
 
     // The robot must be idle; the drive empty, or the disc readable.
     void BeginLoad(SlotIndex slot, DriveIndex drive, TimePoint now);
@@ -65,7 +65,7 @@ public:
 
     // The next step that is due by now, made; nothing if none is.
     std::optional<Step> Advance(TimePoint now);
-    std::optional<TimePoint> GetNextDue() const;
+    std::optional<TimePoint> NextDue() const;
 
 private:
     struct Drive {
@@ -76,7 +76,7 @@ private:
     static bool IsUnderWay(const Drive& drive) {
         return drive.phase != Phase::InSlot && drive.phase != Phase::Readable;
     }
-    const Drive* FindNextDue() const;
+    const Drive* FindNextDrive() const;
 
     std::vector<Drive> drives_;
     DriveTiming timing_;

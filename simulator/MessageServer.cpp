@@ -1,4 +1,4 @@
-#include "MessageServer.h"
+#include "simulator/MessageServer.h"
 
 #include <algorithm>
 #include <cctype>
@@ -27,10 +27,10 @@ std::string MakeFieldName(const std::string& key) {
 }
 
 Fields DescribeRequest(Fields fields, const Value& request) {
-    for (const std::string& key : request.GetKeys()) {
+    for (const std::string& key : request.Keys()) {
         if (key == "Changer GUID") {
             fields.AddChanger(
-                static_cast<std::uint64_t>(request.GetInteger(key.c_str()).value_or(0)));
+                static_cast<std::uint64_t>(request.FindInteger(key.c_str()).value_or(0)));
         } else if (key != "command") {
             fields.Add(MakeFieldName(key), request.Describe(key.c_str()));
         }
@@ -39,7 +39,7 @@ Fields DescribeRequest(Fields fields, const Value& request) {
 }
 
 std::string FormatCode(const Value& reply) {
-    const auto code = static_cast<std::uint64_t>(reply.GetInteger("error code").value_or(0));
+    const auto code = static_cast<std::uint64_t>(reply.FindInteger("error code").value_or(0));
     return code == 0 ? "0" : "0x" + FormatGuid(code);
 }
 
@@ -140,7 +140,7 @@ bool MessageServer::ReceiveRequests(Connection& connection, int client, Fields& 
 
 bool MessageServer::Answer(int client, const Fields& description, const std::string& payload) {
     const Value request = Value::ParseXml(payload);
-    const std::string command = request.GetString("command").value_or("");
+    const std::string command = request.FindString("command").value_or("");
     const Fields named = Fields(description).Add("command", command);
     services_.events.Report("request", DescribeRequest(named, request));
     const auto fault = TakeFault({command, "request"}, description);
@@ -177,7 +177,7 @@ std::optional<Fault> MessageServer::TakeFault(const std::vector<std::string_view
     auto fault = services_.faults.Take(targets);
     if (fault) {
         Fields fields = description;
-        fields.Add("on", targets.front()).Add("do", GetFaultName(fault->kind));
+        fields.Add("on", targets.front()).Add("do", FaultName(fault->kind));
         services_.events.Report("fault", fields);
     }
     return fault;

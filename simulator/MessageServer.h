@@ -4,11 +4,11 @@
 /* The message socket: a thread accepts, and each connection has a thread of its own, so that no
    client, however slow, keeps another waiting. Requests on one connection are answered in order. */
 
-#include "Events.h"
-#include "Faults.h"
-#include "Frame.h"
-#include "LocalSocket.h"
-#include "Values.h"
+#include "simulator/Events.h"
+#include "simulator/Faults.h"
+#include "simulator/Frame.h"
+#include "simulator/LocalSocket.h"
+#include "simulator/Values.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "NotificationServer.h"
+#include "simulator/NotificationServer.h"
 
 #include <algorithm>
 #include <cerrno>

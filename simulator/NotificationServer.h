@@ -4,9 +4,9 @@
 /* The notification socket: one thread serves all subscribers, with a queue for each, so that a slow
    one holds up neither the others nor the model. Who lets too much pile up is dropped. */
 
-#include "Events.h"
-#include "Faults.h"
-#include "LocalSocket.h"
+#include "simulator/Events.h"
+#include "simulator/Faults.h"
+#include "simulator/LocalSocket.h"
 
 #include <condition_variable>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "Publisher.h"
+#include "simulator/Publisher.h"
 
 #include <array>
 #include <utility>
@@ -168,7 +168,7 @@ std::vector<Piece> Publisher::Encode(const Value& notification) {
     const auto fault = faults_.Take({"notification"});
     if (fault) {
         events_.Report("fault",
-                       Fields().Add("on", "notification").Add("do", GetFaultName(fault->kind)));
+                       Fields().Add("on", "notification").Add("do", FaultName(fault->kind)));
     }
     if (fault && fault->kind == FaultKind::Silence)
         return {};

@@ -8,9 +8,9 @@
  * queues them, so that they leave in one order. Marks that are made meanwhile share the next turn.
  */
 
-#include "Faults.h"
-#include "NotificationServer.h"
-#include "Values.h"
+#include "simulator/Faults.h"
+#include "simulator/NotificationServer.h"
+#include "simulator/Values.h"
 
 #include <chrono>
 #include <condition_variable>

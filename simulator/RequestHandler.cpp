@@ -1,4 +1,4 @@
-#include "RequestHandler.h"
+#include "simulator/RequestHandler.h"
 
 #include <chrono>
 #include <map>
@@ -13,29 +13,30 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-std::int64_t NeedInteger(const Value& request, const char* key) {
-    const auto integer = request.GetInteger(key);
+std::int64_t RequiredInteger(const Value& request, const char* key) {
+    const auto integer = request.FindInteger(key);
     if (!integer)
         throw MissingKey(std::string("no number under ") + key);
     return *integer;
 }
 
-std::string NeedString(const Value& request, const char* key) {
-    auto text = request.GetString(key);
+std::string RequiredString(const Value& request, const char* key) {
+    auto text = request.FindString(key);
     if (!text)
         throw MissingKey(std::string("no string under ") + key);
     return std::move(*text);
 }
 
 // Wide indices come with the sign that their 16 bits have.
-std::uint16_t NeedIndex(const Value& request, const char* key) {
-    return static_cast<std::uint16_t>(NeedInteger(request, key));
+std::uint16_t RequiredIndex(const Value& request, const char* key) {
+    return static_cast<std::uint16_t>(RequiredInteger(request, key));
 }
 
-User GetUser(const Value& request) {
+User ReadUser(const Value& request) {
     if (!request.IsTrue("private"))
         return {};
-    return {true, NeedInteger(request, "private PID"), NeedInteger(request, "private family")};
+    return {true, RequiredInteger(request, "private PID"),
+            RequiredInteger(request, "private family")};
 }
 
 Value MakeReply(const Outcome& outcome) {
@@ -51,9 +52,9 @@ Value MakeReply(const Outcome& outcome) {
 // patience ends.
 template<typename Attempt>
 auto TryPatiently(Changer& changer, std::stop_token stop, const Attempt& attempt) {
-    const TimePoint deadline = std::chrono::steady_clock::now() + changer.GetTiming().patience;
+    const TimePoint deadline = std::chrono::steady_clock::now() + changer.CurrentTiming().patience;
     for (;;) {
-        const std::uint64_t generation = changer.GetGeneration();
+        const std::uint64_t generation = changer.Generation();
         const auto outcome = attempt();
         const bool isBusy = outcome.code == ReplyCode::Busy || outcome.code == ReplyCode::UnderWay;
         if (!isBusy || !changer.WaitForChange(generation, deadline, stop))
@@ -63,14 +64,14 @@ auto TryPatiently(Changer& changer, std::stop_token stop, const Attempt& attempt
 
 Value MountDisc(const KnownChanger& known, const Value& request, std::stop_token stop) {
     MountRequest mount;
-    mount.slot = NeedIndex(request, "Storage Element Index");
-    mount.partitionId = NeedString(request, "Partition ID");
-    mount.user = GetUser(request);
+    mount.slot = RequiredIndex(request, "Storage Element Index");
+    mount.partitionId = RequiredString(request, "Partition ID");
+    mount.user = ReadUser(request);
     mount.mayStart =
         request.IsTrue("mount disc start mount") && !request.IsTrue("mount disc disallow mount");
-    if (const auto drive = request.GetInteger("Data Transfer Element Index"))
+    if (const auto drive = request.FindInteger("Data Transfer Element Index"))
         mount.drive = static_cast<DriveIndex>(*drive);
-    NeedString(request, "client name");
+    RequiredString(request, "client name");
     const MountOutcome outcome =
         TryPatiently(*known.changer, stop, [&] { return known.changer->Mount(mount); });
     Value reply = MakeReply(outcome);
@@ -83,7 +84,7 @@ Value MountDisc(const KnownChanger& known, const Value& request, std::stop_token
 }
 
 Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token stop) {
-    const EjectRequest eject = {NeedIndex(request, "Storage Element Index"), GetUser(request),
+    const EjectRequest eject = {RequiredIndex(request, "Storage Element Index"), ReadUser(request),
                                 request.IsTrue("overridePrivate")};
     Outcome outcome =
         TryPatiently(*known.changer, stop, [&] { return known.changer->Eject(eject); });
@@ -94,25 +95,25 @@ Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token
 
 Value RequestIdentification(const KnownChanger& known, const Value& request, std::stop_token) {
     const bool isRequested = request.IsTrue("request");
-    if (!request.GetInteger("Storage Element Index")) {
+    if (!request.FindInteger("Storage Element Index")) {
         known.changer->RequestChangerIdentification(isRequested);
         return MakeReply({});
     }
-    const SlotIndex slot = NeedIndex(request, "Storage Element Index");
+    const SlotIndex slot = RequiredIndex(request, "Storage Element Index");
     return MakeReply(known.changer->RequestDiscIdentification(slot, isRequested));
 }
 
 Value SetClientStatus(const KnownChanger& known, const Value& request, std::stop_token) {
     known.changer->SetClientStatus(
-        NeedString(request, "client name"),
-        {NeedString(request, "message"), NeedIndex(request, "current step"),
-         NeedIndex(request, "maximum step"), request.IsTrue("abort requested")});
+        RequiredString(request, "client name"),
+        {RequiredString(request, "message"), RequiredIndex(request, "current step"),
+         RequiredIndex(request, "maximum step"), request.IsTrue("abort requested")});
     return MakeReply({});
 }
 
 using Command = Value (*)(const KnownChanger&, const Value&, std::stop_token);
 
-const std::map<std::string, Command>& GetCommands() {
+const std::map<std::string, Command>& Commands() {
     static const std::map<std::string, Command> commands = {
         {"mount disc", MountDisc},
         {"eject disc", EjectDisc},
@@ -130,10 +131,10 @@ std::int64_t MakeWireCode(std::int64_t code) {
 
 Value RequestHandler::Handle(const Value& request, std::stop_token stop) const {
     try {
-        const auto command = GetCommands().find(NeedString(request, "command"));
-        if (command == GetCommands().end())
+        const auto command = Commands().find(RequiredString(request, "command"));
+        if (command == Commands().end())
             return MakeReply({ReplyCode::UnknownCommand, "unknown command"});
-        const auto guid = static_cast<std::uint64_t>(NeedInteger(request, "Changer GUID"));
+        const auto guid = static_cast<std::uint64_t>(RequiredInteger(request, "Changer GUID"));
         const KnownChanger known = find_(guid);
         if (!known.changer)
             return MakeReply({ReplyCode::NoSuchThing, "no such changer"});

@@ -3,8 +3,8 @@
 
 /* What each command of the message socket does to the model, and what is replied. */
 
-#include "Changer.h"
-#include "Values.h"
+#include "simulator/Changer.h"
+#include "simulator/Values.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "Simulator.h"
+#include "simulator/Simulator.h"
 
 #include <chrono>
 #include <stop_token>
@@ -8,7 +8,7 @@
 
 namespace simulator {
 
-Simulator::Simulator(Events& events, std::string socketDirectory)
+Simulator::Simulator(simulator::Events& events, std::string socketDirectory)
     : events_(events), socketDirectory_(std::move(socketDirectory)),
       handler_([this](std::uint64_t guid) { return Find(guid); }),
       publisher_(events, faults_,
@@ -45,7 +45,7 @@ void Simulator::AddChanger(const ChangerConfig& shape, const ChangerTiming& timi
 void Simulator::RemoveChanger(std::uint64_t guid) {
     Unit removed;
     {
-        Unit& unit = GetUnit(guid);
+        Unit& unit = FindUnit(guid);
         const std::lock_guard guard(lock_);
         removed = std::move(unit);
         units_.erase(guid);
@@ -61,7 +61,7 @@ void Simulator::TakeDown(Unit unit) {
     unit.clock.join();
 }
 
-Simulator::Unit& Simulator::GetUnit(std::uint64_t guid) {
+Simulator::Unit& Simulator::FindUnit(std::uint64_t guid) {
     const std::lock_guard guard(lock_);
     const auto found = units_.find(guid);
     if (found == units_.end())
@@ -69,14 +69,14 @@ Simulator::Unit& Simulator::GetUnit(std::uint64_t guid) {
     return found->second;
 }
 
-std::shared_ptr<Changer> Simulator::GetChanger(std::uint64_t guid) const {
+std::shared_ptr<Changer> Simulator::FindChanger(std::uint64_t guid) const {
     auto changer = Find(guid).changer;
     if (!changer)
         throw CommandError("no such changer");
     return changer;
 }
 
-std::vector<std::shared_ptr<Changer>> Simulator::GetChangers() const {
+std::vector<std::shared_ptr<Changer>> Simulator::Changers() const {
     const std::lock_guard guard(lock_);
     std::vector<std::shared_ptr<Changer>> changers;
     for (const auto& [guid, unit] : units_)
@@ -93,7 +93,7 @@ KnownChanger Simulator::Find(std::uint64_t guid) const {
 }
 
 void Simulator::MountFileSystem(std::uint64_t guid, const std::string& path) {
-    Unit& unit = GetUnit(guid);
+    Unit& unit = FindUnit(guid);
     if (unit.fileSystem)
         throw CommandError("it is mounted");
     const std::lock_guard guard(lock_);
@@ -105,7 +105,7 @@ void Simulator::MountFileSystem(std::uint64_t guid, const std::string& path) {
 }
 
 void Simulator::UnmountFileSystem(std::uint64_t guid) {
-    const auto fileSystem = std::exchange(GetUnit(guid).fileSystem, nullptr);
+    const auto fileSystem = std::exchange(FindUnit(guid).fileSystem, nullptr);
     if (!fileSystem)
         throw CommandError("it is not mounted");
 }
@@ -127,10 +127,10 @@ Value Simulator::Describe(Notifications notification) const {
         return preferences;
     }
     Value list = Value::MakeArray();
-    for (const auto& changer : GetChangers()) {
+    for (const auto& changer : Changers()) {
         list.Append(notification == kChangerInfo
-                        ? changer->GetInfo()
-                        : Value::MakeInteger(static_cast<std::int64_t>(changer->GetGuid())));
+                        ? changer->MakeInfo()
+                        : Value::MakeInteger(static_cast<std::int64_t>(changer->Guid())));
     }
     return list;
 }
@@ -165,7 +165,7 @@ MessageServer::Services Simulator::MakeServices() {
         .answered =
             [this](const Value& request) {
                 // What a client does next may depend on its withdrawal having been seen by all.
-                if (request.GetString("command") == "request identification")
+                if (request.FindString("command") == "request identification")
                     publisher_.Mark(kChangerInfo);
             },
     };
@@ -181,14 +181,14 @@ void Simulator::Stop() {
 }
 
 void Simulator::CopyNotifications(const std::string& path) {
-    GetNotificationServer().CopyTo(path);
+    FindNotificationServer().CopyTo(path);
 }
 
 void Simulator::SendRaw(const std::vector<Piece>& pieces) {
-    GetNotificationServer().SendToAll(pieces, "raw");
+    FindNotificationServer().SendToAll(pieces, "raw");
 }
 
-NotificationServer& Simulator::GetNotificationServer() {
+NotificationServer& Simulator::FindNotificationServer() {
     if (!notifications_)
         throw CommandError("it is not started");
     return *notifications_;

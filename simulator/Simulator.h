@@ -8,14 +8,14 @@
  * look changers up from theirs.
  */
 
-#include "Changer.h"
-#include "ChangerFileSystem.h"
-#include "Events.h"
-#include "Faults.h"
-#include "MessageServer.h"
-#include "NotificationServer.h"
-#include "Publisher.h"
-#include "RequestHandler.h"
+#include "simulator/Changer.h"
+#include "simulator/ChangerFileSystem.h"
+#include "simulator/Events.h"
+#include "simulator/Faults.h"
+#include "simulator/MessageServer.h"
+#include "simulator/NotificationServer.h"
+#include "simulator/Publisher.h"
+#include "simulator/RequestHandler.h"
 
 #include <atomic>
 #include <cstdint>
@@ -31,15 +31,15 @@ namespace simulator {
 
 class Simulator {
 public:
-    explicit Simulator(Events& events, std::string socketDirectory = "/tmp");
+    explicit Simulator(simulator::Events& events, std::string socketDirectory = "/tmp");
     ~Simulator();
 
     // Without a mount point its file system is not mounted yet.
     void AddChanger(const ChangerConfig& shape, const ChangerTiming& timing,
                     const FileSystemOptions& options);
     void RemoveChanger(std::uint64_t guid);
-    std::shared_ptr<Changer> GetChanger(std::uint64_t guid) const; // throws CommandError
-    std::vector<std::shared_ptr<Changer>> GetChangers() const;
+    std::shared_ptr<Changer> FindChanger(std::uint64_t guid) const; // throws CommandError
+    std::vector<std::shared_ptr<Changer>> Changers() const;
     // With no path, where it was mounted before.
     void MountFileSystem(std::uint64_t guid, const std::string& path);
     void UnmountFileSystem(std::uint64_t guid);
@@ -56,13 +56,13 @@ public:
     // Sends bytes to all subscribers that are no notification of ours.
     void SendRaw(const std::vector<Piece>& pieces);
 
-    Publisher& GetPublisher() {
+    simulator::Publisher& Publisher() {
         return publisher_;
     }
-    Faults& GetFaults() {
+    simulator::Faults& Faults() {
         return faults_;
     }
-    Events& GetEvents() {
+    simulator::Events& Events() {
         return events_;
     }
 
@@ -74,16 +74,16 @@ private:
         std::jthread clock;
     };
 
-    Unit& GetUnit(std::uint64_t guid);           // throws CommandError
-    NotificationServer& GetNotificationServer(); // throws CommandError
+    Unit& FindUnit(std::uint64_t guid);           // throws CommandError
+    NotificationServer& FindNotificationServer(); // throws CommandError
     KnownChanger Find(std::uint64_t guid) const;
     Value Describe(Notifications notification) const;
     MessageServer::Services MakeServices();
     static void TakeDown(Unit unit);
 
-    Events& events_;
+    simulator::Events& events_;
     const std::string socketDirectory_;
-    Faults faults_;
+    simulator::Faults faults_;
     RequestHandler handler_;
     std::atomic<bool> isSerial_ = false;
 
@@ -91,7 +91,7 @@ private:
     std::map<std::uint64_t, Unit> units_;
     std::optional<bool> identifyOnInsert_;
 
-    Publisher publisher_;
+    simulator::Publisher publisher_;
     std::unique_ptr<NotificationServer> notifications_;
     std::unique_ptr<MessageServer> messages_;
 };

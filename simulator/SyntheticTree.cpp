@@ -1,4 +1,4 @@
-#include "DiscTree.h"
+#include "simulator/DiscTree.h"
 
 #include <algorithm>
 #include <array>
@@ -32,14 +32,14 @@ public:
         : DiscTree(MakeDirectoryEntry({})), shape_(shape), random_(shape.seed) {
         const auto childrenOf = DistributeDirectories();
         std::vector<std::uint32_t> numberOf = {0}; // of each entry that is a directory
-        for (EntryIndex index = 0; index < GetSize(); ++index)
-            if (GetEntry(index).IsDirectory())
+        for (EntryIndex index = 0; index < Size(); ++index)
+            if (Entry(index).IsDirectory())
                 LayOut(index, childrenOf[numberOf[index]], numberOf);
     }
 
     std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const override {
-        const std::string line = GetPath(file) + '\n';
-        const std::uint64_t end = std::min<std::uint64_t>(GetEntry(file).size, offset + size);
+        const std::string line = Path(file) + '\n';
+        const std::uint64_t end = std::min<std::uint64_t>(Entry(file).size, offset + size);
         std::string content;
         for (std::uint64_t at = offset; at < end; ++at)
             content += line[at % line.size()];
@@ -81,7 +81,7 @@ private:
                                 .size = Draw(kMaximumFileSize)});
         }
         AppendChildren(directory, std::move(children));
-        for (const TreeEntry& child : GetChildren(directory))
+        for (const TreeEntry& child : Children(directory))
             numberOf.push_back(child.IsDirectory() ? ParseNumber(child.name) : 0);
     }
 

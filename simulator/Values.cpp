@@ -1,4 +1,4 @@
-#include "Values.h"
+#include "simulator/Values.h"
 
 #include <cstdlib>
 
@@ -129,7 +129,7 @@ bool Value::IsDictionary() const {
     return plist_get_node_type(node_.get()) == PLIST_DICT;
 }
 
-std::vector<std::string> Value::GetKeys() const {
+std::vector<std::string> Value::Keys() const {
     std::vector<std::string> keys;
     if (!IsDictionary())
         return keys;
@@ -146,31 +146,31 @@ std::vector<std::string> Value::GetKeys() const {
     }
 }
 
-void* Value::Find(const char* key) const {
+void* Value::FindNode(const char* key) const {
     return IsDictionary() ? plist_dict_get_item(node_.get(), key) : nullptr;
 }
 
 bool Value::IsTrue(const char* key) const {
-    const plist_t node = Find(key);
+    const plist_t node = FindNode(key);
     return node && plist_get_node_type(node) == PLIST_BOOLEAN && ReadBoolean(node);
 }
 
-std::optional<std::int64_t> Value::GetInteger(const char* key) const {
-    const plist_t node = Find(key);
+std::optional<std::int64_t> Value::FindInteger(const char* key) const {
+    const plist_t node = FindNode(key);
     if (!node || plist_get_node_type(node) != PLIST_UINT)
         return {};
     return ReadInteger(node);
 }
 
-std::optional<std::string> Value::GetString(const char* key) const {
-    const plist_t node = Find(key);
+std::optional<std::string> Value::FindString(const char* key) const {
+    const plist_t node = FindNode(key);
     if (!node || plist_get_node_type(node) != PLIST_STRING)
         return {};
     return ReadString(node);
 }
 
 std::string Value::Describe(const char* key) const {
-    const plist_t node = Find(key);
+    const plist_t node = FindNode(key);
     switch (node ? plist_get_node_type(node) : PLIST_NONE) {
     case PLIST_BOOLEAN:
         return ReadBoolean(node) ? "yes" : "no";
@@ -189,8 +189,8 @@ std::string Value::Describe(const char* key) const {
 
 Value Value::WithWrongTypes() const {
     Value wrong = MakeDictionary();
-    for (const std::string& key : GetKeys()) {
-        switch (plist_get_node_type(Find(key.c_str()))) {
+    for (const std::string& key : Keys()) {
+        switch (plist_get_node_type(FindNode(key.c_str()))) {
         case PLIST_UINT:
             wrong.Set(key.c_str(), "not a number");
             break;

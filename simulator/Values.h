@@ -46,10 +46,10 @@ public:
     Value& Append(Value value);
 
     bool IsDictionary() const;
-    std::vector<std::string> GetKeys() const;
+    std::vector<std::string> Keys() const;
     bool IsTrue(const char* key) const;
-    std::optional<std::int64_t> GetInteger(const char* key) const;
-    std::optional<std::string> GetString(const char* key) const;
+    std::optional<std::int64_t> FindInteger(const char* key) const;
+    std::optional<std::string> FindString(const char* key) const;
 
     // The value under the key for a person's eyes: a number, a text, "yes", or the type's name.
     std::string Describe(const char* key) const;
@@ -62,7 +62,7 @@ private:
         void operator()(void* node) const;
     };
     explicit Value(void* node) : node_(node) {}
-    void* Find(const char* key) const;
+    void* FindNode(const char* key) const;
 
     std::unique_ptr<void, Free> node_; // a plist_t
 };

@@ -1,4 +1,4 @@
-#include "Words.h"
+#include "simulator/Words.h"
 
 #include <cctype>
 #include <cstdio>

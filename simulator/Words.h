@@ -56,7 +56,7 @@ public:
         return Add("changer", FormatGuid(guid));
     }
 
-    const std::string& GetText() const {
+    const std::string& Text() const {
         return text_;
     }
 

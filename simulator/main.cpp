@@ -1,7 +1,7 @@
 // carouseld-sim: a changer server to run the daemon against. See docs/simulator.md.
 
-#include "Control.h"
-#include "Descriptor.h"
+#include "simulator/Control.h"
+#include "simulator/Descriptor.h"
 
 #include <csignal>
 #include <cstdio>

@@ -18,26 +18,26 @@ Arguments Parse(const std::string& values) {
 
 TEST(ArgumentsTest, NumbersAreCheckedAgainstTheirType) {
     Arguments arguments = Parse("a=65535 b=65536 c=0x1F d=-1 e=1x f=\"\"");
-    EXPECT_EQ(arguments.NeedNumber<std::uint16_t>("a"), 65535);
-    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("b"), CommandError);
-    EXPECT_EQ(arguments.NeedNumber<std::uint16_t>("c"), 31);
-    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("d"), CommandError);
-    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("e"), CommandError);
-    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("f"), CommandError);
-    EXPECT_THROW(arguments.NeedNumber<std::uint16_t>("missing"), CommandError);
-    EXPECT_EQ(arguments.GetNumber<std::uint16_t>("missing", 7), 7);
+    EXPECT_EQ(arguments.RequiredNumber<std::uint16_t>("a"), 65535);
+    EXPECT_THROW(arguments.RequiredNumber<std::uint16_t>("b"), CommandError);
+    EXPECT_EQ(arguments.RequiredNumber<std::uint16_t>("c"), 31);
+    EXPECT_THROW(arguments.RequiredNumber<std::uint16_t>("d"), CommandError);
+    EXPECT_THROW(arguments.RequiredNumber<std::uint16_t>("e"), CommandError);
+    EXPECT_THROW(arguments.RequiredNumber<std::uint16_t>("f"), CommandError);
+    EXPECT_THROW(arguments.RequiredNumber<std::uint16_t>("missing"), CommandError);
+    EXPECT_EQ(arguments.NumberOr<std::uint16_t>("missing", 7), 7);
 }
 
 TEST(ArgumentsTest, ChangersAreHexadecimal) {
-    EXPECT_EQ(Parse("changer=10").NeedChanger(), 16u);
-    EXPECT_EQ(Parse("changer=FEDCBA9876543210").NeedChanger(), 0xFEDCBA9876543210u);
-    EXPECT_THROW(Parse("changer=1FEDCBA9876543210").NeedChanger(), CommandError);
+    EXPECT_EQ(Parse("changer=10").RequiredGuid(), 16u);
+    EXPECT_EQ(Parse("changer=FEDCBA9876543210").RequiredGuid(), 0xFEDCBA9876543210u);
+    EXPECT_THROW(Parse("changer=1FEDCBA9876543210").RequiredGuid(), CommandError);
 }
 
 TEST(ArgumentsTest, SwitchesAreYesOrNo) {
-    EXPECT_TRUE(Parse("a=yes").NeedSwitch("a"));
-    EXPECT_FALSE(Parse("a=no").NeedSwitch("a"));
-    EXPECT_THROW(Parse("a=true").NeedSwitch("a"), CommandError);
+    EXPECT_TRUE(Parse("a=yes").RequiredSwitch("a"));
+    EXPECT_FALSE(Parse("a=no").RequiredSwitch("a"));
+    EXPECT_THROW(Parse("a=true").RequiredSwitch("a"), CommandError);
 }
 
 TEST(ArgumentsTest, UpdateLeavesTakesAwayOrSets) {
@@ -54,8 +54,8 @@ TEST(ArgumentsTest, UpdateLeavesTakesAwayOrSets) {
 }
 
 TEST(ArgumentsTest, NumberSetsAreSeparatedByCommas) {
-    EXPECT_EQ(Parse("a=1,3").GetNumberSet("a"), (std::set<unsigned>{1, 3}));
-    EXPECT_TRUE(Parse("").GetNumberSet("a").empty());
+    EXPECT_EQ(Parse("a=1,3").NumberSet("a"), (std::set<unsigned>{1, 3}));
+    EXPECT_TRUE(Parse("").NumberSet("a").empty());
 }
 
 TEST(ArgumentsTest, WhatIsNotInTheUsageIsRefused) {

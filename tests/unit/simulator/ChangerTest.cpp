@@ -49,14 +49,14 @@ protected:
         changer_.List(volume, directory, [result](int error) { *result = error; });
         return result;
     }
-    std::uint32_t GetRoot(const std::string& name) {
-        for (const auto& volume : changer_.GetMediaRoots())
+    std::uint32_t FindRoot(const std::string& name) {
+        for (const auto& volume : changer_.MediaRoots())
             if (volume->name == name)
                 return volume->id;
         return 0;
     }
-    std::string GetInfo() {
-        return changer_.GetInfo().ToXml();
+    std::string InfoXml() {
+        return changer_.MakeInfo().ToXml();
     }
 
     int changes_ = 0;
@@ -176,10 +176,10 @@ TEST_F(ChangerTest, PrivateMountWaitsForThePublicOne) {
 
 TEST_F(ChangerTest, PrivateMountIdentifiesOnce) {
     Put(0, false, 2);
-    EXPECT_TRUE(changer_.GetMediaRoots().empty());
+    EXPECT_TRUE(changer_.MediaRoots().empty());
     Mount(0, kDaemon);
-    EXPECT_EQ(changer_.GetMediaRoots().size(), 2u);
-    EXPECT_NE(GetInfo().find("Partition Has File System"), std::string::npos);
+    EXPECT_EQ(changer_.MediaRoots().size(), 2u);
+    EXPECT_NE(InfoXml().find("Partition Has File System"), std::string::npos);
     const int changes = changes_;
     Mount(0, kDaemon);
     EXPECT_EQ(changes_, changes) << "asking again is no second identification";
@@ -188,19 +188,19 @@ TEST_F(ChangerTest, PrivateMountIdentifiesOnce) {
 TEST_F(ChangerTest, PublicMountDoesNotIdentify) {
     Put(0, false);
     Mount(0, kAnybody);
-    EXPECT_TRUE(changer_.GetMediaRoots().empty());
-    EXPECT_EQ(GetInfo().find("Partition Has File System"), std::string::npos);
+    EXPECT_TRUE(changer_.MediaRoots().empty());
+    EXPECT_EQ(InfoXml().find("Partition Has File System"), std::string::npos);
 }
 
 TEST_F(ChangerTest, MediaRootsAppearSomeTimeAfterwards) {
     SetTimes(0, 0, 50);
     Put(0, false);
     Mount(0, kDaemon);
-    EXPECT_TRUE(changer_.GetMediaRoots().empty());
+    EXPECT_TRUE(changer_.MediaRoots().empty());
     Pass(49);
-    EXPECT_TRUE(changer_.GetMediaRoots().empty());
+    EXPECT_TRUE(changer_.MediaRoots().empty());
     Pass(1);
-    EXPECT_EQ(changer_.GetMediaRoots().size(), 1u);
+    EXPECT_EQ(changer_.MediaRoots().size(), 1u);
 }
 
 TEST_F(ChangerTest, UnformattedPartitionHasNoMediaRoot) {
@@ -209,9 +209,9 @@ TEST_F(ChangerTest, UnformattedPartitionHasNoMediaRoot) {
     disc.identified = true;
     disc.partitions = {{MakeSyntheticTree({}), false}, {MakeSyntheticTree({}), true}};
     changer_.Put(std::move(disc));
-    ASSERT_EQ(changer_.GetMediaRoots().size(), 1u);
-    EXPECT_EQ(changer_.GetMediaRoots()[0]->name, "disc-2");
-    EXPECT_EQ(changer_.GetMediaRoots()[0]->partitionId, "2");
+    ASSERT_EQ(changer_.MediaRoots().size(), 1u);
+    EXPECT_EQ(changer_.MediaRoots()[0]->name, "disc-2");
+    EXPECT_EQ(changer_.MediaRoots()[0]->partitionId, "2");
 }
 
 // ---- Listings ----
@@ -219,38 +219,38 @@ TEST_F(ChangerTest, UnformattedPartitionHasNoMediaRoot) {
 TEST_F(ChangerTest, UncachedListingWaitsForTheRobot) {
     SetTimes(300, 200);
     Put(0, true);
-    const auto first = List(GetRoot("disc-0"));
+    const auto first = List(FindRoot("disc-0"));
     EXPECT_EQ(*first, std::nullopt);
     Pass(500);
     EXPECT_EQ(*first, 0);
-    EXPECT_EQ(*List(GetRoot("disc-0")), 0) << "now it is cached";
+    EXPECT_EQ(*List(FindRoot("disc-0")), 0) << "now it is cached";
 }
 
 TEST_F(ChangerTest, CachedListingNeedsNoDisc) {
     Put(0, true);
-    List(GetRoot("disc-0"));
+    List(FindRoot("disc-0"));
     SetTimes(300, 200);
     Eject(0, kAnybody);
-    EXPECT_EQ(*List(GetRoot("disc-0")), 0);
-    const TreeEntry root = changer_.GetMediaRoots()[0]->tree->GetEntry(0);
-    EXPECT_EQ(*List(GetRoot("disc-0"), root.firstChild), std::nullopt) << "another directory";
+    EXPECT_EQ(*List(FindRoot("disc-0")), 0);
+    const TreeEntry root = changer_.MediaRoots()[0]->tree->Entry(0);
+    EXPECT_EQ(*List(FindRoot("disc-0"), root.firstChild), std::nullopt) << "another directory";
 }
 
 TEST_F(ChangerTest, ForgottenListingsNeedTheDiscAgain) {
     Put(0, true);
-    List(GetRoot("disc-0"));
+    List(FindRoot("disc-0"));
     Eject(0, kAnybody);
     SetTimes(300, 200);
     changer_.Forget(0);
-    EXPECT_EQ(*List(GetRoot("disc-0")), std::nullopt);
+    EXPECT_EQ(*List(FindRoot("disc-0")), std::nullopt);
 }
 
 TEST_F(ChangerTest, ListingTakesTheDriveOfADiscThatNobodyUses) {
     for (SlotIndex slot = 0; slot < 4; ++slot)
         Put(slot, true);
     Mount(0, kDaemon);
-    List(GetRoot("disc-1"));
-    EXPECT_EQ(*List(GetRoot("disc-2")), 0) << "in the drive of disc 1, not of disc 0";
+    List(FindRoot("disc-1"));
+    EXPECT_EQ(*List(FindRoot("disc-2")), 0) << "in the drive of disc 1, not of disc 0";
     EXPECT_EQ(Mount(0, kDaemon, false), ReplyCode::Success);
     EXPECT_EQ(Mount(1, kDaemon, false), ReplyCode::NotMounted);
     EXPECT_EQ(Mount(3, kDaemon), ReplyCode::Success) << "a mount takes it as well";
@@ -261,9 +261,9 @@ TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreHeld) {
         Put(slot, true);
     Mount(0, kDaemon);
     Mount(1, kDaemon);
-    const auto waiting = List(GetRoot("disc-2"));
+    const auto waiting = List(FindRoot("disc-2"));
     EXPECT_EQ(*waiting, std::nullopt);
-    EXPECT_NE(GetInfo().find("<integer>64</integer>"), std::string::npos) << "its mount state";
+    EXPECT_NE(InfoXml().find("<integer>64</integer>"), std::string::npos) << "its mount state";
     Eject(1, kDaemon);
     EXPECT_EQ(*waiting, 0);
 }
@@ -271,12 +271,12 @@ TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreHeld) {
 TEST_F(ChangerTest, FileNeedsTheDiscEachTime) {
     Put(0, true);
     std::optional<int> result;
-    changer_.Open(GetRoot("disc-0"), 1, [&](int error) { result = error; });
+    changer_.Open(FindRoot("disc-0"), 1, [&](int error) { result = error; });
     EXPECT_EQ(result, 0);
     Eject(0, kAnybody);
     SetTimes(300, 0);
     result.reset();
-    changer_.Open(GetRoot("disc-0"), 1, [&](int error) { result = error; });
+    changer_.Open(FindRoot("disc-0"), 1, [&](int error) { result = error; });
     EXPECT_EQ(result, std::nullopt);
     Pass(300);
     EXPECT_EQ(result, 0);
@@ -285,20 +285,20 @@ TEST_F(ChangerTest, FileNeedsTheDiscEachTime) {
 TEST_F(ChangerTest, WaitersOfAPulledDiscFail) {
     SetTimes(300, 200);
     Put(0, true);
-    const std::uint32_t volume = GetRoot("disc-0");
+    const std::uint32_t volume = FindRoot("disc-0");
     const auto waiting = List(volume);
     changer_.Take(0);
     EXPECT_EQ(*waiting, EIO);
     EXPECT_EQ(*List(volume), ESTALE);
     EXPECT_EQ(changer_.FindVolume(volume), nullptr);
     Put(0, true);
-    EXPECT_NE(GetRoot("disc-0"), volume) << "numbers are never used again";
+    EXPECT_NE(FindRoot("disc-0"), volume) << "numbers are never used again";
 }
 
 TEST_F(ChangerTest, WaitersFailWhenTheFileSystemGoes) {
     SetTimes(300, 200);
     Put(0, true);
-    const auto waiting = List(GetRoot("disc-0"));
+    const auto waiting = List(FindRoot("disc-0"));
     changer_.FailWaiters();
     EXPECT_EQ(*waiting, EIO);
 }
@@ -306,10 +306,10 @@ TEST_F(ChangerTest, WaitersFailWhenTheFileSystemGoes) {
 // ---- What the server says ----
 
 TEST_F(ChangerTest, InfoHasAllKeysOfAnEmptyChanger) {
-    const Value info = changer_.GetInfo();
-    EXPECT_EQ(info.GetInteger("GUID"), -81985529216486896);
+    const Value info = changer_.MakeInfo();
+    EXPECT_EQ(info.FindInteger("GUID"), -81985529216486896);
     EXPECT_TRUE(info.IsTrue("Changer Ready"));
-    EXPECT_EQ(info.GetInteger("Data Transfer Element Count"), 2);
+    EXPECT_EQ(info.FindInteger("Data Transfer Element Count"), 2);
     EXPECT_EQ(info.Describe("Changer Request Identification"), "no");
     EXPECT_EQ(info.Describe("Changer Client Status"), "<dictionary>");
     EXPECT_EQ(info.Describe("Changer Preferences"), "<dictionary>");
@@ -319,13 +319,13 @@ TEST_F(ChangerTest, InfoHasAllKeysOfAnEmptyChanger) {
 TEST_F(ChangerTest, AbortStandsUntilTheClientsNextStatus) {
     EXPECT_THROW(changer_.RequestAbort("trayprobed", false), CommandError);
     changer_.SetClientStatus("trayprobed", {"Building", 1, 3, false});
-    EXPECT_EQ(GetInfo().find("<true/>"), GetInfo().rfind("<true/>")) << "ready, nothing else";
+    EXPECT_EQ(InfoXml().find("<true/>"), InfoXml().rfind("<true/>")) << "ready, nothing else";
     changer_.RequestAbort("trayprobed", false);
-    EXPECT_NE(GetInfo().find("<true/>"), GetInfo().rfind("<true/>"));
+    EXPECT_NE(InfoXml().find("<true/>"), InfoXml().rfind("<true/>"));
     changer_.SetClientStatus("trayprobed", {"Building", 2, 3, false});
-    EXPECT_EQ(GetInfo().find("<true/>"), GetInfo().rfind("<true/>"));
+    EXPECT_EQ(InfoXml().find("<true/>"), InfoXml().rfind("<true/>"));
     changer_.SetClientStatus("trayprobed", {});
-    EXPECT_EQ(GetInfo().find("trayprobed"), std::string::npos);
+    EXPECT_EQ(InfoXml().find("trayprobed"), std::string::npos);
 }
 
 TEST_F(ChangerTest, EveryChangeIsTold) {
@@ -341,13 +341,13 @@ TEST_F(ChangerTest, EveryChangeIsTold) {
     EXPECT_TRUE(isTold([&] { changer_.RequestChangerIdentification(true); }));
     EXPECT_TRUE(isTold([&] { changer_.SetPreferences({.hours = 3}); }));
     EXPECT_TRUE(isTold([&] { Mount(0, kDaemon); }));
-    EXPECT_FALSE(isTold([&] { List(GetRoot("disc-0")); })) << "the disc is in its drive";
+    EXPECT_FALSE(isTold([&] { List(FindRoot("disc-0")); })) << "the disc is in its drive";
     EXPECT_TRUE(isTold([&] { Eject(0, kDaemon); }));
     EXPECT_TRUE(isTold([&] { changer_.Take(0); }));
 }
 
 TEST_F(ChangerTest, WaitForChangeEndsAtAChangeAndAtTheDeadline) {
-    const auto generation = changer_.GetGeneration();
+    const auto generation = changer_.Generation();
     EXPECT_FALSE(changer_.WaitForChange(generation, std::chrono::steady_clock::now(), {}));
     changer_.SetReady(false);
     EXPECT_TRUE(changer_.WaitForChange(generation, TimePoint::max(), {}));

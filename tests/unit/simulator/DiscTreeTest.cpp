@@ -20,9 +20,9 @@ namespace {
 
 std::vector<std::string> Describe(const DiscTree& tree) {
     std::vector<std::string> lines;
-    for (EntryIndex index = 0; index < tree.GetSize(); ++index) {
-        const TreeEntry& entry = tree.GetEntry(index);
-        std::string line = tree.GetPath(index);
+    for (EntryIndex index = 0; index < tree.Size(); ++index) {
+        const TreeEntry& entry = tree.Entry(index);
+        std::string line = tree.Path(index);
         line += ' ' + std::to_string(entry.mode) + ' ' + std::to_string(entry.size);
         lines.push_back(entry.IsDirectory() ? line : line + tree.Read(index, 0, 100));
     }
@@ -31,12 +31,12 @@ std::vector<std::string> Describe(const DiscTree& tree) {
 
 unsigned CountDirectories(const DiscTree& tree) {
     unsigned count = 0;
-    for (EntryIndex index = 0; index < tree.GetSize(); ++index)
-        count += tree.GetEntry(index).IsDirectory() ? 1u : 0u;
+    for (EntryIndex index = 0; index < tree.Size(); ++index)
+        count += tree.Entry(index).IsDirectory() ? 1u : 0u;
     return count;
 }
 
-std::size_t GetDepth(const std::string& path) {
+std::size_t DepthOf(const std::string& path) {
     return path == "/" ? 0 : static_cast<std::size_t>(std::ranges::count(path, '/'));
 }
 
@@ -49,8 +49,8 @@ TEST(SyntheticTreeTest, SeedDecidesEverything) {
 TEST(SyntheticTreeTest, StaysTheSameFromReleaseToRelease) {
     const auto tree = MakeSyntheticTree({.seed = 7, .directories = 2, .files = 1, .depth = 2});
     std::vector<std::string> paths;
-    for (EntryIndex index = 0; index < tree->GetSize(); ++index)
-        paths.push_back(tree->GetPath(index));
+    for (EntryIndex index = 0; index < tree->Size(); ++index)
+        paths.push_back(tree->Path(index));
     EXPECT_EQ(paths,
               (std::vector<std::string>{"/", "/kitchen-1", "/kitchen-2", "/letters-1.jpg",
                                         "/kitchen-1/railway-1.mp3", "/kitchen-2/railway-1.mp3"}));
@@ -59,22 +59,22 @@ TEST(SyntheticTreeTest, StaysTheSameFromReleaseToRelease) {
 TEST(SyntheticTreeTest, HasTheShapeAskedFor) {
     const auto tree = MakeSyntheticTree({.seed = 3, .directories = 200, .files = 4, .depth = 5});
     EXPECT_EQ(CountDirectories(*tree), 201u);
-    EXPECT_EQ(tree->GetSize(), 201u + 201u * 4u);
+    EXPECT_EQ(tree->Size(), 201u + 201u * 4u);
     std::size_t deepest = 0;
-    for (EntryIndex index = 0; index < tree->GetSize(); ++index)
-        if (tree->GetEntry(index).IsDirectory())
-            deepest = std::max(deepest, GetDepth(tree->GetPath(index)));
+    for (EntryIndex index = 0; index < tree->Size(); ++index)
+        if (tree->Entry(index).IsDirectory())
+            deepest = std::max(deepest, DepthOf(tree->Path(index)));
     EXPECT_EQ(deepest, 5u);
 }
 
 TEST(SyntheticTreeTest, WithoutDepthThereIsOnlyTheRoot) {
-    EXPECT_EQ(MakeSyntheticTree({.directories = 5, .files = 0, .depth = 0})->GetSize(), 1u);
+    EXPECT_EQ(MakeSyntheticTree({.directories = 5, .files = 0, .depth = 0})->Size(), 1u);
 }
 
 TEST(DiscTreeTest, EveryEntryIsFoundByItsName) {
     const auto tree = MakeSyntheticTree({.seed = 5, .directories = 30, .files = 3, .depth = 3});
-    for (EntryIndex index = 1; index < tree->GetSize(); ++index) {
-        const TreeEntry& entry = tree->GetEntry(index);
+    for (EntryIndex index = 1; index < tree->Size(); ++index) {
+        const TreeEntry& entry = tree->Entry(index);
         EXPECT_EQ(tree->FindChild(entry.parent, entry.name), index);
     }
     EXPECT_EQ(tree->FindChild(0, "nothing"), std::nullopt);
@@ -83,8 +83,8 @@ TEST(DiscTreeTest, EveryEntryIsFoundByItsName) {
 
 TEST(SyntheticTreeTest, ReadsPiecesOfAFile) {
     const auto tree = MakeSyntheticTree({.seed = 1, .directories = 0, .files = 20, .depth = 0});
-    for (EntryIndex index = 1; index < tree->GetSize(); ++index) {
-        const std::uint64_t size = tree->GetEntry(index).size;
+    for (EntryIndex index = 1; index < tree->Size(); ++index) {
+        const std::uint64_t size = tree->Entry(index).size;
         const std::string whole = tree->Read(index, 0, 100'000);
         EXPECT_EQ(whole.size(), size);
         EXPECT_EQ(tree->Read(index, size / 2, 100'000), whole.substr(size / 2));
@@ -114,9 +114,9 @@ TEST_F(FolderTreeTest, ShowsEveryKindOfEntry) {
     std::ofstream(folder_ / "not-utf8-\xFF") << "x";
 
     const auto tree = ReadFolderTree(folder_);
-    ASSERT_EQ(tree->GetSize(), 7u);
+    ASSERT_EQ(tree->Size(), 7u);
     const auto get = [&](EntryIndex directory, std::string_view name) -> const TreeEntry& {
-        return tree->GetEntry(tree->FindChild(directory, name).value());
+        return tree->Entry(tree->FindChild(directory, name).value());
     };
     EXPECT_TRUE(get(0, "sub").IsDirectory());
     EXPECT_TRUE(S_ISLNK(get(0, "link").mode));
@@ -124,7 +124,7 @@ TEST_F(FolderTreeTest, ShowsEveryKindOfEntry) {
     EXPECT_TRUE(S_ISFIFO(get(0, ".media_info.plist").mode));
     EXPECT_TRUE(S_ISREG(get(0, "not-utf8-\xFF").mode));
     const EntryIndex file = tree->FindChild(*tree->FindChild(0, "sub"), "file").value();
-    EXPECT_EQ(tree->GetPath(file), "/sub/file");
+    EXPECT_EQ(tree->Path(file), "/sub/file");
     EXPECT_EQ(tree->Read(file, 3, 3), "ten");
 }
 

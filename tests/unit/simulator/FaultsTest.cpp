@@ -39,8 +39,8 @@ TEST(FaultsTest, OrdersAreUsedUpInTheirOrder) {
 
 TEST(FaultsTest, NamesAreUndoneByTheParser) {
     for (const auto kind : {FaultKind::Error, FaultKind::WrongRoot, FaultKind::Raw})
-        EXPECT_EQ(ParseFaultName(GetFaultName(kind)), kind);
-    EXPECT_EQ(GetFaultName(FaultKind::Raw), "raw");
+        EXPECT_EQ(ParseFaultName(FaultName(kind)), kind);
+    EXPECT_EQ(FaultName(FaultKind::Raw), "raw");
     EXPECT_THROW(ParseFaultName("jam"), CommandError);
 }
 
@@ -67,8 +67,8 @@ TEST(FaultsTest, DamagedPayloads) {
     EXPECT_THROW(decode({.kind = FaultKind::Malformed}), ValueError);
     EXPECT_FALSE(decode({.kind = FaultKind::WrongRoot}).IsDictionary());
     EXPECT_EQ(decode({.kind = FaultKind::WrongTypes}).Describe("error code"), "not a number");
-    EXPECT_EQ(decode({.kind = FaultKind::Huge, .size = 5000}).GetString("padding")->size(), 5000u);
-    EXPECT_EQ(decode({.kind = FaultKind::Huge, .size = 1}).GetString("mount path"), "/mnt/disc");
+    EXPECT_EQ(decode({.kind = FaultKind::Huge, .size = 5000}).FindString("padding")->size(), 5000u);
+    EXPECT_EQ(decode({.kind = FaultKind::Huge, .size = 1}).FindString("mount path"), "/mnt/disc");
 }
 
 TEST(FaultsTest, SplitGluedExtraAndRaw) {

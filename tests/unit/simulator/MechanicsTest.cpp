@@ -14,25 +14,25 @@ TEST(MechanicsTest, DiscTravelsThroughItsPhases) {
     Mechanics mechanics(2);
     mechanics.SetTiming({milliseconds(300), milliseconds(200)});
     mechanics.BeginLoad(7, 1, kStart);
-    EXPECT_EQ(mechanics.GetPhase(7), Phase::Loading);
+    EXPECT_EQ(mechanics.PhaseOf(7), Phase::Loading);
     EXPECT_FALSE(mechanics.IsRobotIdle());
     EXPECT_FALSE(mechanics.Advance(kStart + milliseconds(299)));
 
     ASSERT_TRUE(mechanics.Advance(kStart + milliseconds(300)));
-    EXPECT_EQ(mechanics.GetPhase(7), Phase::SpinningUp);
+    EXPECT_EQ(mechanics.PhaseOf(7), Phase::SpinningUp);
     EXPECT_TRUE(mechanics.IsRobotIdle());
-    EXPECT_EQ(mechanics.GetNextDue(), kStart + milliseconds(500));
+    EXPECT_EQ(mechanics.NextDue(), kStart + milliseconds(500));
 
     ASSERT_TRUE(mechanics.Advance(kStart + milliseconds(500)));
-    EXPECT_EQ(mechanics.GetPhase(7), Phase::Readable);
+    EXPECT_EQ(mechanics.PhaseOf(7), Phase::Readable);
     EXPECT_EQ(mechanics.FindDriveOf(7), 1);
-    EXPECT_EQ(mechanics.GetNextDue(), std::nullopt);
+    EXPECT_EQ(mechanics.NextDue(), std::nullopt);
 
     mechanics.BeginUnload(7, kStart + milliseconds(1000));
     EXPECT_FALSE(mechanics.IsRobotIdle());
     ASSERT_TRUE(mechanics.Advance(kStart + milliseconds(1300)));
-    EXPECT_EQ(mechanics.GetPhase(7), Phase::InSlot);
-    EXPECT_EQ(mechanics.GetSlotIn(1), std::nullopt);
+    EXPECT_EQ(mechanics.PhaseOf(7), Phase::InSlot);
+    EXPECT_EQ(mechanics.FindSlotIn(1), std::nullopt);
 }
 
 TEST(MechanicsTest, LateAdvanceMakesTheStepsAtTheirOwnTimes) {
@@ -47,7 +47,7 @@ TEST(MechanicsTest, LateAdvanceMakesTheStepsAtTheirOwnTimes) {
     EXPECT_EQ(second.slot, 1);
     EXPECT_EQ(second.reached, Phase::SpinningUp);
     EXPECT_EQ(mechanics.Advance(late)->slot, 0);
-    EXPECT_EQ(mechanics.GetNextDue(), kStart + milliseconds(1600));
+    EXPECT_EQ(mechanics.NextDue(), kStart + milliseconds(1600));
     EXPECT_EQ(mechanics.Advance(late)->slot, 1);
     EXPECT_FALSE(mechanics.Advance(late));
 }
@@ -59,7 +59,7 @@ TEST(MechanicsTest, DroppedDiscLeavesDriveAndRobot) {
     mechanics.Drop(4);
     EXPECT_TRUE(mechanics.IsRobotIdle());
     EXPECT_FALSE(mechanics.Advance(kStart + milliseconds(100)));
-    EXPECT_EQ(mechanics.GetSlotIn(0), std::nullopt);
+    EXPECT_EQ(mechanics.FindSlotIn(0), std::nullopt);
 }
 
 } // namespace

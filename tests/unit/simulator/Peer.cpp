@@ -50,7 +50,7 @@ std::optional<Value> Peer::ReceiveValue() {
 std::int64_t Peer::Ask(const Value& request) {
     SendRequest(request);
     const auto reply = ReceiveValue();
-    return reply.value().GetInteger("error code").value_or(0) & 0xFFFFFFFF;
+    return reply.value().FindInteger("error code").value_or(0) & 0xFFFFFFFF;
 }
 
 Value MakeRequest(const char* command) {

@@ -32,7 +32,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Opened before the private /tmp hides where it may have been built.
-const Descriptor& GetExecutable() {
+const Descriptor& Executable() {
     static const Descriptor executable(open(SIMULATOR_PROGRAM, O_PATH | O_CLOEXEC));
     return executable;
 }
@@ -50,7 +50,7 @@ public:
             prctl(PR_SET_PDEATHSIG, SIGTERM);
             dup2(input[0], STDIN_FILENO);
             dup2(output[1], STDOUT_FILENO);
-            const std::string path = "/proc/self/fd/" + std::to_string(GetExecutable().Get());
+            const std::string path = "/proc/self/fd/" + std::to_string(Executable().Get());
             execl(path.c_str(), "carouseld-sim", nullptr);
             _exit(127);
         }
@@ -105,7 +105,7 @@ public:
         waitpid(process_, &status, 0);
         return status;
     }
-    pid_t GetProcess() const {
+    pid_t ProcessId() const {
         return process_;
     }
 
@@ -144,7 +144,7 @@ constexpr int kNotPermitted = 77;
 class ProgramTest : public testing::Test {
 protected:
     void RunPrivately(const std::function<void()>& body) {
-        ASSERT_GE(GetExecutable().Get(), 0);
+        ASSERT_GE(Executable().Get(), 0);
         const pid_t child = fork();
         if (child == 0)
             _exit(RunAsChild(body));
@@ -181,18 +181,18 @@ TEST_F(ProgramTest, DiscIsIdentifiedThroughTheSocketsAndWalked) {
         program.Tell("start");
         EXPECT_EQ(ListNames("/tmp/carousel"), std::set<std::string>{".changer_info.plist"});
 
-        const std::string suffix = std::to_string(program.GetProcess());
+        const std::string suffix = std::to_string(program.ProcessId());
         Peer subscriber("/tmp/carouseldn-" + suffix);
-        EXPECT_EQ(subscriber.ReceiveValue().value().GetKeys(),
+        EXPECT_EQ(subscriber.ReceiveValue().value().Keys(),
                   std::vector<std::string>{"changer list"});
         Peer client("/tmp/carouseld-" + suffix);
         client.SendRequest(MakePrivateMount(0));
-        EXPECT_EQ(client.ReceiveValue().value().GetString("mount path"), "/tmp/carousel/holidays");
+        EXPECT_EQ(client.ReceiveValue().value().FindString("mount path"), "/tmp/carousel/holidays");
 
         const Value info = Value::ParseXml(ReadAll("/tmp/carousel/holidays/.media_info.plist"));
-        EXPECT_EQ(info.GetInteger("Changer GUID"), 0xA1);
-        EXPECT_EQ(info.GetInteger("Storage Element Index"), 0);
-        EXPECT_EQ(info.GetString("Partition Id"), "1");
+        EXPECT_EQ(info.FindInteger("Changer GUID"), 0xA1);
+        EXPECT_EQ(info.FindInteger("Storage Element Index"), 0);
+        EXPECT_EQ(info.FindString("Partition Id"), "1");
         EXPECT_EQ(info.Describe("Writable"), "no");
         int directories = 0;
         for (const auto& entry : fs::recursive_directory_iterator("/tmp/carousel/holidays")) {

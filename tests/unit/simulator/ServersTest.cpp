@@ -54,7 +54,7 @@ protected:
     static std::vector<std::string> ReceiveKeys(Peer& peer, int count) {
         std::vector<std::string> keys;
         for (int index = 0; index < count; ++index) {
-            const auto more = peer.ReceiveValue().value().GetKeys();
+            const auto more = peer.ReceiveValue().value().Keys();
             keys.insert(keys.end(), more.begin(), more.end());
         }
         return keys;
@@ -88,17 +88,17 @@ TEST_F(ServersTest, MountRepliesWithPathAndDevice) {
     Peer peer = Connect();
     peer.SendRequest(MakePrivateMount(0));
     const Value reply = peer.ReceiveValue().value();
-    EXPECT_EQ(reply.GetInteger("error code"), std::nullopt);
-    EXPECT_EQ(reply.GetString("mount path"), "") << "there is no file system";
-    EXPECT_EQ(reply.GetString("device id"), "drive-0");
+    EXPECT_EQ(reply.FindInteger("error code"), std::nullopt);
+    EXPECT_EQ(reply.FindString("mount path"), "") << "there is no file system";
+    EXPECT_EQ(reply.FindString("device id"), "drive-0");
 }
 
 TEST_F(ServersTest, ErrorsCarryTheHighWordAndAText) {
     Peer peer = Connect();
     peer.SendRequest(MakePrivateMount(2));
     const Value reply = peer.ReceiveValue().value();
-    EXPECT_EQ(reply.GetInteger("error code"), 0x4000000000000000 + 1032);
-    EXPECT_EQ(reply.GetString("error string"), "no disc in that slot");
+    EXPECT_EQ(reply.FindInteger("error code"), 0x4000000000000000 + 1032);
+    EXPECT_EQ(reply.FindString("error string"), "no disc in that slot");
 }
 
 TEST_F(ServersTest, BusyCodesOfAMountAndAnEject) {
@@ -193,7 +193,7 @@ TEST_F(ServersTest, FaultsOfReplies) {
     Tell("fault on=\"mount disc\" do=error code=1050 text=\"100%\"");
     Peer refused = Connect();
     refused.SendRequest(MakePrivateMount(0));
-    EXPECT_EQ(refused.ReceiveValue().value().GetString("error string"), "100%");
+    EXPECT_EQ(refused.ReceiveValue().value().FindString("error string"), "100%");
 
     Tell("fault on=request do=close");
     Peer closed = Connect();
@@ -321,7 +321,7 @@ TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
     FrameReader reader;
     reader.Append(std::string(std::istreambuf_iterator<char>(file), {}));
     for (const std::string& key : kAllKeys)
-        EXPECT_EQ(Value::ParseXml(reader.TakePayload().value()).GetKeys().front(), key);
+        EXPECT_EQ(Value::ParseXml(reader.TakePayload().value()).Keys().front(), key);
 }
 
 TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {
@@ -363,8 +363,8 @@ TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
     Tell("serial value=yes");
     Tell("fault on=notification do=huge size=900000");
     Tell("push");
-    const auto changer = simulator_->GetChanger(0xA1);
-    const auto generation = changer->GetGeneration();
+    const auto changer = simulator_->FindChanger(0xA1);
+    const auto generation = changer->Generation();
     std::atomic<bool> isAnswered = false;
     std::jthread asking([&] {
         EXPECT_EQ(Ask(MakePrivateMount(0)), 0);

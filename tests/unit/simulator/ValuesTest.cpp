@@ -20,8 +20,8 @@ TEST(ValueTest, ReadsWhatItWrote) {
         .Set("yes", true)
         .Set("no", false);
     const Value read = Value::ParseXml(written.ToXml());
-    EXPECT_EQ(read.GetInteger("integer"), -25536);
-    EXPECT_EQ(read.GetString("text"), "caf\xC3\xA9 & <tea>");
+    EXPECT_EQ(read.FindInteger("integer"), -25536);
+    EXPECT_EQ(read.FindString("text"), "caf\xC3\xA9 & <tea>");
     EXPECT_TRUE(read.IsTrue("yes"));
     EXPECT_FALSE(read.IsTrue("no"));
 }
@@ -39,11 +39,11 @@ TEST(ValueTest, BinaryFormHasItsSignature) {
 TEST(ValueTest, WrongTypesAreAsGoodAsAbsent) {
     Value value = Value::MakeDictionary();
     value.Set("text", "1").Set("number", 1).Set("array", Value::MakeArray());
-    EXPECT_EQ(value.GetInteger("text"), std::nullopt);
-    EXPECT_EQ(value.GetString("number"), std::nullopt);
+    EXPECT_EQ(value.FindInteger("text"), std::nullopt);
+    EXPECT_EQ(value.FindString("number"), std::nullopt);
     EXPECT_FALSE(value.IsTrue("number"));
-    EXPECT_EQ(value.GetInteger("array"), std::nullopt);
-    EXPECT_EQ(Value::MakeArray().GetInteger("key"), std::nullopt);
+    EXPECT_EQ(value.FindInteger("array"), std::nullopt);
+    EXPECT_EQ(Value::MakeArray().FindInteger("key"), std::nullopt);
     EXPECT_THROW(Value::MakeArray().Set("key", 1), ValueError);
 }
 
@@ -68,7 +68,7 @@ TEST(ValueTest, WithWrongTypesChangesEachType) {
     Value value = Value::MakeDictionary();
     value.Set("text", "a").Set("number", 1).Set("yes", true).Set("array", Value::MakeArray());
     const Value wrong = value.WithWrongTypes();
-    EXPECT_EQ(wrong.GetKeys(), value.GetKeys());
+    EXPECT_EQ(wrong.Keys(), value.Keys());
     EXPECT_EQ(wrong.Describe("text"), "1");
     EXPECT_EQ(wrong.Describe("number"), "not a number");
     EXPECT_EQ(wrong.Describe("yes"), "1");

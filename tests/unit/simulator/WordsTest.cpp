@@ -50,7 +50,7 @@ TEST(HexBytesTest, ReadsPairsOfDigits) {
 TEST(FieldsTest, KeepTheOrderOfTheCalls) {
     const Fields fields =
         Fields().AddChanger(0xA1).Add("slot", 3).Add("cached", false).Add("path", "/a b");
-    EXPECT_EQ(fields.GetText(), " changer=00000000000000A1 slot=3 cached=no path=\"/a b\"");
+    EXPECT_EQ(fields.Text(), " changer=00000000000000A1 slot=3 cached=no path=\"/a b\"");
 }
 
 } // namespace
