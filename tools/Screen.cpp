@@ -4,33 +4,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <unistd.h>
 
 namespace {
 
 constexpr int kBarWidth = 40;
+// Escape sequences that set the text style, in the order of Screen::Colour.
+constexpr std::array kColourCodes{"\033[0m",  "\033[1m",  "\033[2m", "\033[31m",
+                                  "\033[32m", "\033[33m", "\033[36m"};
+constexpr const char* kReset = "\033[0m";
 constexpr const char* kEraseLine = "\r\033[K";
-
-const char* CodeOf(Screen::Colour colour) {
-    switch (colour) {
-    case Screen::Colour::Plain:
-        return "";
-    case Screen::Colour::Bold:
-        return "\033[1m";
-    case Screen::Colour::Dim:
-        return "\033[2m";
-    case Screen::Colour::Red:
-        return "\033[31m";
-    case Screen::Colour::Green:
-        return "\033[32m";
-    case Screen::Colour::Yellow:
-        return "\033[33m";
-    case Screen::Colour::Cyan:
-        return "\033[36m";
-    }
-    return "";
-}
 
 std::string BarOf(int step, int steps) {
     const int filled = steps > 0 ? std::min(kBarWidth * step / steps, kBarWidth) : 0;
@@ -40,8 +25,7 @@ std::string BarOf(int step, int steps) {
            std::to_string(steps) + " discs";
 }
 
-// A write that failed earlier, as at the end of a line on a terminal, left the error with the
-// stream.
+// ferror() reports earlier failures: on a terminal each newline flushes the buffer.
 void Flush() {
     testbed::Require(std::fflush(stdout) == 0 && std::ferror(stdout) == 0,
                      "cannot write the output");
@@ -53,7 +37,9 @@ Screen::Screen()
     : isTerminal_(isatty(STDOUT_FILENO) == 1), start_(std::chrono::steady_clock::now()) {}
 
 std::string Screen::Painted(const std::string& text, Colour colour) const {
-    return isTerminal_ && colour != Colour::Plain ? CodeOf(colour) + text + "\033[0m" : text;
+    if (!isTerminal_ || colour == Colour::Plain)
+        return text;
+    return kColourCodes.at(static_cast<std::size_t>(colour)) + text + kReset;
 }
 
 void Screen::Print(const std::string& line) {
@@ -77,7 +63,6 @@ void Screen::Say(const std::string& who, const std::string& text, Colour colour)
     Print(Painted(head.data(), Colour::Dim) + Painted(text, colour));
 }
 
-// Without a terminal each step is a line of its own.
 void Screen::ShowBar(int step, int steps) {
     const std::string bar = BarOf(step, steps);
     if (!isTerminal_) {

@@ -1,6 +1,6 @@
-// The main job, to watch: a simulated server with two drives and a dozen discs, and the real
-// daemon, which has every disc identified, builds the whole directory cache, and is stopped
-// half-way through building it once more. Exit status 0 only if all of that happened as it must.
+// trayprobed-demo: shows the daemon at work with a simulated server of two drives and twelve discs.
+// The daemon identifies every disc, builds the whole directory cache, and aborts a second build
+// half-way. Exits with 0 only if all of this succeeded.
 
 #include "Screen.h"
 #include "testbed/Failure.h"
@@ -31,12 +31,14 @@ using Condition = std::function<bool(const Event&)>;
 constexpr int kBadUsage = 2;
 constexpr const char* kUsage = "usage: trayprobed-demo [--help]\n";
 constexpr const char* kHelp =
-    "Shows the daemon trayprobed at work with a simulated changer server, in a private world:\n"
-    "processes, mounts, /tmp and system log of its own. It takes root or user namespaces, and\n"
-    "/dev/fuse, and ends by itself within two minutes.\n"
+    "Shows the daemon trayprobed at work with a simulated changer server, in a sandbox with its\n"
+    "own processes, mounts, /tmp and system log. The sandbox requires root or user namespaces, "
+    "and\n"
+    "/dev/fuse. The demo ends by itself within two minutes.\n"
     "\n"
-    "Exit status: 0 if everything happened as it must, 1 if not or if the output could not be\n"
-    "written, 125 if this machine permits no such world; standard error tells why.\n";
+    "Exit status: 0 on success; 1 if a step failed or the output could not be written; 125 if "
+    "this\n"
+    "machine permits no such sandbox, with the reason on standard error.\n";
 
 constexpr const char* kRoot = "/tmp/carousel";
 constexpr std::array kDiscs{"holidays-2003", "letters",       "invoices-1999", "invoices-2000",
@@ -46,7 +48,7 @@ constexpr int kDiscCount = static_cast<int>(kDiscs.size());
 
 void Check(bool good, const std::string& what) {
     if (!good)
-        throw testbed::Failure("not as it must be: " + what);
+        throw testbed::Failure("failed: " + what);
 }
 
 bool IsWithdrawalForChanger(const Event& event) {
@@ -54,12 +56,12 @@ bool IsWithdrawalForChanger(const Event& event) {
            event["storage-element-index"].empty();
 }
 
-std::string TellRequest(const Event& request) {
+std::string DescribeRequest(const Event& request) {
     std::string text = request["command"];
     if (!request["storage-element-index"].empty())
         text += ", slot " + request["storage-element-index"];
     if (request["command"] == "request identification")
-        text += request["request"] == "no" ? ": withdrawn" : ": wanted";
+        text += request["request"] == "no" ? ": withdrawn" : ": requested";
     if (request["command"] == "set client status") {
         text += request["message"].empty()
                     ? ": cleared"
@@ -74,7 +76,7 @@ public:
     int Run();
 
 private:
-    void TellFailure(const std::string& failure);
+    void ShowFailure(const std::string& failure);
     void Prepare();
     void IdentifyEveryDisc();
     void BuildTheCache();
@@ -82,12 +84,15 @@ private:
     void CompareBrowsing();
     void End();
 
-    // Shows what is said until an event meets the condition, that one included.
-    void ShowUntil(const Condition& condition);
+    // Shows events up to the first one that meets the condition, and returns that one. Throws
+    // testbed::Failure if the daemon logs or prints a line.
+    Event ShowUntil(const Condition& condition);
+    // Shows events up to the end of a build: the second withdrawal of the changer's request.
+    void ShowUntilEndOfBuild();
     void Show(const Event& event);
     void ShowStatus(const Event& status);
-    std::vector<Event> Tell(const std::string& command);
-    void AwaitClosingOf(const Event& request);
+    void Execute(const std::string& command);
+    void AwaitEndOfConnection(const Event& request);
     std::set<std::string> SlotsWithUncachedDirectories();
     double SecondsToBrowse(const std::string& disc);
 
@@ -105,12 +110,12 @@ int Demo::Run() {
         End();
         return 0;
     } catch (const std::exception& failure) {
-        TellFailure(failure.what());
+        ShowFailure(failure.what());
         return 1;
     }
 }
 
-void Demo::TellFailure(const std::string& failure) {
+void Demo::ShowFailure(const std::string& failure) {
     try {
         screen_.RemoveBar();
         screen_.Say("demo", failure, Colour::Red);
@@ -119,13 +124,13 @@ void Demo::TellFailure(const std::string& failure) {
     }
 }
 
-std::vector<Event> Demo::Tell(const std::string& command) {
+void Demo::Execute(const std::string& command) {
     screen_.Say("user", command, Colour::Yellow);
-    return run_.Server().Do(command);
+    run_.Server().Do(command);
 }
 
 void Demo::Prepare() {
-    screen_.Title("A changer with 12 slots, 2 drives and a dozen discs that nobody has looked at");
+    screen_.Title("A changer with 12 slots, 2 drives and 12 discs that are not identified");
     run_.StartServer();
     testbed::Simulator& server = run_.Server();
     server.Do("events kinds=request,robot,identified,status,disconnect");
@@ -143,23 +148,18 @@ void Demo::Prepare() {
 }
 
 void Demo::IdentifyEveryDisc() {
-    screen_.Title("trayprobed starts, and has every disc identified");
+    screen_.Title("trayprobed starts and identifies every disc");
     run_.StartDaemon();
     screen_.Say("demo", "trayprobed running, process " + std::to_string(run_.Daemon().Pid()));
 
     std::map<std::string, int> withdrawals;
-    Event last;
     int done = 0;
-    ShowUntil([&](const Event& event) {
-        const std::string slot = event["storage-element-index"];
-        if (event.kind == "request" && event["command"] == "request identification" &&
-            ++withdrawals[slot] == 2) {
-            last = event;
-            ++done;
-        }
+    const Event last = ShowUntil([&](const Event& event) {
+        if (event.kind == "request" && event["command"] == "request identification")
+            done += ++withdrawals[event["storage-element-index"]] == 2 ? 1 : 0;
         return done == kDiscCount;
     });
-    AwaitClosingOf(last);
+    AwaitEndOfConnection(last);
     for (int slot = 0; slot < kDiscCount; ++slot) {
         const auto times =
             run_.Server().AllSoFar("identified", {{"slot", std::to_string(slot)}}).size();
@@ -170,43 +170,31 @@ void Demo::IdentifyEveryDisc() {
 }
 
 void Demo::BuildTheCache() {
-    screen_.Title("A user wants the directories of all discs cached");
-    Tell("identify changer=A1");
+    screen_.Title("A user requests the directories of all discs to be cached");
+    Execute("identify changer=A1");
     ShowUntil(IsWithdrawalForChanger);
-    Event closing;
-    ShowUntil([&](const Event& event) {
-        closing = event;
-        return IsWithdrawalForChanger(event);
-    });
-    AwaitClosingOf(closing);
-    screen_.RemoveBar();
+    ShowUntilEndOfBuild();
     Check(SlotsWithUncachedDirectories().empty(), "every directory of every disc cached");
     screen_.Say("demo", "every directory of every disc is cached", Colour::Green);
 }
 
 void Demo::AbortABuild() {
-    screen_.Title("All is forgotten, built again, and the user changes his mind half-way");
+    screen_.Title("The cache is emptied and built again, and the user aborts the build half-way");
     for (int slot = 0; slot < kDiscCount; ++slot)
         run_.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
-    Tell("identify changer=A1");
+    Execute("identify changer=A1");
     const std::string half = std::to_string(kDiscCount / 2);
     ShowUntil(
         [&](const Event& event) { return event.kind == "status" && event["current"] == half; });
-    Tell("abort changer=A1 client=trayprobed");
-    Event closing;
-    ShowUntil([&](const Event& event) {
-        closing = event;
-        return IsWithdrawalForChanger(event);
-    });
-    AwaitClosingOf(closing);
-    screen_.RemoveBar();
+    Execute("abort changer=A1 client=trayprobed");
+    ShowUntilEndOfBuild();
     const std::size_t left = SlotsWithUncachedDirectories().size();
     Check(left > 0 && left < kDiscs.size(), "only some discs cached after the abort");
     screen_.Say("demo", "stopped with " + std::to_string(left) + " discs left", Colour::Green);
 }
 
 void Demo::CompareBrowsing() {
-    screen_.Title("What the cache is good for: listing all directories of one disc");
+    screen_.Title("The benefit of the cache: reading all directories of one disc");
     const std::set<std::string> uncached = SlotsWithUncachedDirectories();
     std::string cachedDisc;
     std::string uncachedDisc;
@@ -233,35 +221,35 @@ double Demo::SecondsToBrowse(const std::string& disc) {
 }
 
 void Demo::End() {
-    screen_.Title("The end");
+    screen_.Title("End");
     const std::vector<std::string> problems = run_.End();
     for (const std::string& problem : problems)
         screen_.Say("demo", problem, Colour::Red);
-    Check(problems.empty(), "a clean end");
-    screen_.Say("demo", "all as it must be: nothing logged, nothing left behind", Colour::Green);
+    Check(problems.empty(), "the end of the run without problems");
+    screen_.Say("demo", "success: no log lines, no resources left over", Colour::Green);
 }
 
-void Demo::ShowUntil(const Condition& condition) {
-    bool met = false;
-    const auto isNews = [](const Line& line) {
+Event Demo::ShowUntil(const Condition& condition) {
+    const auto isEventOrOutput = [](const Line& line) {
         return line.stream != Stream::Server || testbed::ParseEvent(line.text).has_value();
     };
-    while (!met) {
-        const Line line = run_.OutputLog().Await(isNews, "what the demo is about");
+    while (true) {
+        const Line line = run_.OutputLog().Await(isEventOrOutput, "an event");
         const auto event = testbed::ParseEvent(line.text);
         if (line.stream == Stream::Server && event) {
             Show(*event);
-            met = condition(*event);
+            if (condition(*event))
+                return *event;
         } else {
             screen_.Say(NameOf(line.stream), line.text, Colour::Red);
-            throw testbed::Failure("not as it must be: nothing logged");
+            throw testbed::Failure("unexpected log line or output, see above");
         }
     }
 }
 
 void Demo::Show(const Event& event) {
     if (event.kind == "request") {
-        screen_.Say("trayprobed", TellRequest(event), Colour::Cyan);
+        screen_.Say("trayprobed", DescribeRequest(event), Colour::Cyan);
     } else if (event.kind == "robot" && event["phase"] == "begin") {
         const bool loads = event["move"] == "load";
         screen_.Say("robot", loads ? "slot " + event["slot"] + " -> drive " + event["drive"]
@@ -278,7 +266,12 @@ void Demo::ShowStatus(const Event& status) {
         screen_.ShowBar(std::stoi(status["current"]), std::stoi(status["maximum"]));
 }
 
-void Demo::AwaitClosingOf(const Event& request) {
+void Demo::ShowUntilEndOfBuild() {
+    AwaitEndOfConnection(ShowUntil(IsWithdrawalForChanger));
+    screen_.RemoveBar();
+}
+
+void Demo::AwaitEndOfConnection(const Event& request) {
     run_.Server().Await("disconnect", {{"connection", request["connection"]}});
 }
 
@@ -302,7 +295,8 @@ int PrintHelp() {
 int RunDemo() {
     const int status = testbed::RunInSandbox([] { return Demo().Run(); });
     if (status == testbed::kNoSandbox)
-        std::fputs("The demo takes processes, mounts and a system log of its own.\n", stderr);
+        std::fputs("The demo requires a sandbox with its own processes, mounts and system log.\n",
+                   stderr);
     return status;
 }
 
