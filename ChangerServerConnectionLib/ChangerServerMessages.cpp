@@ -8,11 +8,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-static const char k_sourcePath[] = "ChangerServerConnectionLib/ChangerServerMessages";
+static const char kSourcePath[] = "ChangerServerConnectionLib/ChangerServerMessages";
 
-static const char k_serverProcessName[] = "carouseld";
+static const char kServerProcessName[] = "carouseld";
 
-constexpr CFTimeInterval k_replyTimeout = 30.0; // seconds, from the moment the request is written
+constexpr CFTimeInterval kReplyTimeout = 30.0; // seconds, from the moment the request is written
 
 // ---- finding the server ----
 
@@ -24,7 +24,7 @@ constexpr CFTimeInterval k_replyTimeout = 30.0; // seconds, from the moment the 
     } while (false)
 
 [[noreturn]] static void FailAssertion(unsigned line, const char* expression) {
-    fprintf(stderr, "%s:%u: failed assertion `%s'\n", k_sourcePath, line, expression);
+    fprintf(stderr, "%s:%u: failed assertion `%s'\n", kSourcePath, line, expression);
     abort();
 }
 
@@ -82,7 +82,7 @@ VErrLink* GetChangerServerPID(SInt32* found, SInt32* pid) {
         return VERR_RAISE(VErrThrowWithErrCode(&err, status, "unable to get BSD process list"));
     }
     for (size_t i = 0; i < count && *found == 0; i++) {
-        if (strstr(processes[i].kp_proc.p_comm, k_serverProcessName) != nullptr) {
+        if (strstr(processes[i].kp_proc.p_comm, kServerProcessName) != nullptr) {
             *found = 1;
             *pid = processes[i].kp_proc.p_pid;
         }
@@ -144,7 +144,7 @@ VErrLink* SendMessageOnSocket(CFSocketRef socket, CFDictionaryRef message) {
 
 static CFRunLoopTimerRef CreateReplyTimer(CFDictionaryRef* reply) {
     CFRunLoopTimerContext context = {0, reply, nullptr, nullptr, nullptr};
-    return CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + k_replyTimeout, 0,
+    return CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + kReplyTimeout, 0,
                                 0, 0, HandleSocketTimeout, &context);
 }
 

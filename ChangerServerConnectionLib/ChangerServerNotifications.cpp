@@ -7,9 +7,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-static const char k_sourcePath[] = "ChangerServerConnectionLib/ChangerServerNotifications";
+static const char kSourcePath[] = "ChangerServerConnectionLib/ChangerServerNotifications";
 
-constexpr CFTimeInterval k_connectInterval = 1.0; // seconds between attempts
+constexpr CFTimeInterval kConnectInterval = 1.0; // seconds between attempts
 
 // The path's process id, too. Links name the function that gives the path to everybody.
 static VErrLink* FindNotificationSocket(char* path, size_t size, SInt32* pid) {
@@ -19,7 +19,7 @@ static VErrLink* FindNotificationSocket(char* path, size_t size, SInt32* pid) {
     VERR_STEP_IN(function, err, GetChangerServerPID(&found, pid), "fail get changer server PID");
     if (err == nullptr && !found)
         VErrRaise(VErrThrowWithErrCode(&err, kVErrCodeServerNotFound, "fail find changer server"),
-                  k_sourcePath, function, __LINE__);
+                  kSourcePath, function, __LINE__);
     if (err == nullptr)
         snprintf(path, size, "/tmp/carouseldn-%d", *pid);
     return err;
@@ -89,7 +89,7 @@ VErrLink* StartNotificationConnectCycle(ChangerNotificationSubscription* subscri
         return VERR_RAISE(VErrThrow(&err, "fail create connect timer"));
     CFRunLoopTimerContext context = {0, subscription, nullptr, nullptr, nullptr};
     CFRunLoopTimerRef timer =
-        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent(), k_connectInterval, 0,
+        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent(), kConnectInterval, 0,
                              0, TryNotificationConnect, &context);
     if (timer == nullptr)
         return VERR_RAISE(VErrThrow(&err, "fail create connect timer"));

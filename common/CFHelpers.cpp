@@ -2,7 +2,7 @@
 
 #include <stdlib.h>
 
-static const char k_sourcePath[] = "common/CFHelpers";
+static const char kSourcePath[] = "common/CFHelpers";
 
 // The members of a family differ in their names and in how they carry the value.
 struct NumberMember {
@@ -11,11 +11,11 @@ struct NumberMember {
     const char* word; // the type's name in messages
 };
 
-static const char k_numberFailure[] = "fail alloc num";
-static const char k_stringFailure[] = "fail alloc str";
+static const char kNumberFailure[] = "fail alloc num";
+static const char kStringFailure[] = "fail alloc str";
 
 static VErrLink* RaiseIn(const char* function, SInt64 line, VErrLink* thrown) {
-    return VErrRaise(thrown, k_sourcePath, function, line);
+    return VErrRaise(thrown, kSourcePath, function, line);
 }
 
 // No check that the value is a number: one that is none fails the conversion.
@@ -30,7 +30,7 @@ static VErrLink* CreateNumber(const NumberMember& member, const void* value, CFN
     VErrLink* err = nullptr;
     *number = CFNumberCreate(kCFAllocatorDefault, member.type, value);
     if (*number == nullptr)
-        RaiseIn(member.function, __LINE__, VErrThrow(&err, "%s", k_numberFailure));
+        RaiseIn(member.function, __LINE__, VErrThrow(&err, "%s", kNumberFailure));
     return err;
 }
 
@@ -39,7 +39,7 @@ static VErrLink* CreateString(const char* function, const char* text, CFStringEn
     VErrLink* err = nullptr;
     *string = CFStringCreateWithCString(kCFAllocatorDefault, text, encoding);
     if (*string == nullptr)
-        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", k_stringFailure));
+        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", kStringFailure));
     return err;
 }
 
@@ -98,7 +98,7 @@ static VErrLink* DictionarySetNumber(const NumberMember& member, CFMutableDictio
     CFNumberRef number = nullptr;
     VErrLink* err = CreateNumber(member, value, &number);
     if (err == nullptr) {
-        err = DictionaryStore(member.function, dict, key, number, k_numberFailure);
+        err = DictionaryStore(member.function, dict, key, number, kNumberFailure);
         CFRelease(number);
     }
     return err;
@@ -167,7 +167,7 @@ VErrLink* CFHDictionarySetStringValue(CFMutableDictionaryRef dict, CFStringRef k
     CFStringRef string = nullptr;
     VErrLink* err = CreateString(__func__, text, encoding, &string);
     if (err == nullptr) {
-        err = DictionaryStore(__func__, dict, key, string, k_stringFailure);
+        err = DictionaryStore(__func__, dict, key, string, kStringFailure);
         CFRelease(string);
     }
     return err;
@@ -238,7 +238,7 @@ static VErrLink* ArraySetNumber(const NumberMember& member, CFMutableArrayRef ar
     CFNumberRef number = nullptr;
     VErrLink* err = CreateNumber(member, value, &number);
     if (err == nullptr) {
-        err = ArrayPut(member.function, array, index, number, k_numberFailure);
+        err = ArrayPut(member.function, array, index, number, kNumberFailure);
         CFRelease(number);
     }
     return err;
@@ -249,7 +249,7 @@ static VErrLink* ArrayAppendNumber(const NumberMember& member, CFMutableArrayRef
     CFNumberRef number = nullptr;
     VErrLink* err = CreateNumber(member, value, &number);
     if (err == nullptr) {
-        err = ArrayAppend(member.function, array, number, k_numberFailure);
+        err = ArrayAppend(member.function, array, number, kNumberFailure);
         CFRelease(number);
     }
     return err;
@@ -308,7 +308,7 @@ VErrLink* CFHArraySetStringValue(CFMutableArrayRef array, CFIndex index, const c
     CFStringRef string = nullptr;
     VErrLink* err = CreateString(__func__, text, encoding, &string);
     if (err == nullptr) {
-        err = ArrayPut(__func__, array, index, string, k_stringFailure);
+        err = ArrayPut(__func__, array, index, string, kStringFailure);
         CFRelease(string);
     }
     return err;
@@ -319,7 +319,7 @@ VErrLink* CFHArrayAppendStringValue(CFMutableArrayRef array, const char* text,
     CFStringRef string = nullptr;
     VErrLink* err = CreateString(__func__, text, encoding, &string);
     if (err == nullptr) {
-        err = ArrayAppend(__func__, array, string, k_stringFailure);
+        err = ArrayAppend(__func__, array, string, kStringFailure);
         CFRelease(string);
     }
     return err;

@@ -106,7 +106,7 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
 }
 
 /*
- * The raising idiom. A module that uses it names itself in k_sourcePath, its path without suffix:
+ * The raising idiom. A module that uses it names itself in kSourcePath, its path without suffix:
  *
  *     return VERR_RAISE(VErrThrow(&err, "fail alloc num"));
  *
@@ -117,7 +117,7 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
  *     VERR_STATUS(err, pthread_attr_init(&attributes), "fail ...");  // a call that returns an
  * errno
  */
-#define VERR_RAISE(thrown) VErrRaise((thrown), k_sourcePath, __func__, __LINE__)
+#define VERR_RAISE(thrown) VErrRaise((thrown), kSourcePath, __func__, __LINE__)
 #define VERR_STEP(err, call, ...) VERR_STEP_IN(__func__, err, call, __VA_ARGS__)
 #define VERR_NEED(err, condition, ...) VERR_NEED_IN(__func__, err, condition, __VA_ARGS__)
 
@@ -126,13 +126,13 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
 #define VERR_STEP_IN(function, err, call, ...)                                                     \
     do {                                                                                           \
         if ((err) == nullptr && ((err) = (call)) != nullptr)                                       \
-            VErrRaise(VErrThrow(&(err), __VA_ARGS__), k_sourcePath, (function), __LINE__);         \
+            VErrRaise(VErrThrow(&(err), __VA_ARGS__), kSourcePath, (function), __LINE__);          \
     } while (false)
 
 #define VERR_NEED_IN(function, err, condition, ...)                                                \
     do {                                                                                           \
         if ((err) == nullptr && !(condition))                                                      \
-            VErrRaise(VErrThrow(&(err), __VA_ARGS__), k_sourcePath, (function), __LINE__);         \
+            VErrRaise(VErrThrow(&(err), __VA_ARGS__), kSourcePath, (function), __LINE__);          \
     } while (false)
 
 #define VERR_STATUS(err, call, ...)                                                                \

@@ -6,10 +6,10 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
-static const char k_sourcePath[] = "fsclient/DirectoryInfo";
+static const char kSourcePath[] = "fsclient/DirectoryInfo";
 
-static const char k_rootInfoFileName[] = ".changer_info.plist";
-static const char k_mediaInfoFileName[] = ".media_info.plist";
+static const char kRootInfoFileName[] = ".changer_info.plist";
+static const char kMediaInfoFileName[] = ".media_info.plist";
 
 static void SetFilePath(PathBuffer* path, const char* directory, const char* fileName) {
     SetPath(path, directory);
@@ -57,13 +57,13 @@ VErrLink* ReadFSInfoFile(const char* directory, const char* fileName, CFProperty
 
 VErrLink* ReadFSRootInfoFile(const char* directory, CFPropertyListRef* list) {
     VErrLink* err = nullptr;
-    VERR_STEP(err, ReadFSInfoFile(directory, k_rootInfoFileName, list), "fail ReadFSInfoFile");
+    VERR_STEP(err, ReadFSInfoFile(directory, kRootInfoFileName, list), "fail ReadFSInfoFile");
     return err;
 }
 
 VErrLink* ReadFSMediaRootInfoFile(const char* directory, CFPropertyListRef* list) {
     VErrLink* err = nullptr;
-    VERR_STEP(err, ReadFSInfoFile(directory, k_mediaInfoFileName, list), "fail ReadFSInfoFile");
+    VERR_STEP(err, ReadFSInfoFile(directory, kMediaInfoFileName, list), "fail ReadFSInfoFile");
     return err;
 }
 
@@ -122,7 +122,7 @@ static bool HasFile(const char* directory, const char* fileName) {
 
 VErrLink* IsDirectoryMediaRootOfChangerFileSystem(const char* directory, bool* isMediaRoot) {
     *isMediaRoot = false;
-    if (!HasFile(directory, k_mediaInfoFileName))
+    if (!HasFile(directory, kMediaInfoFileName))
         return nullptr;
     UInt64 changerGUID = 0;
     UInt16 storageElem = 0;

@@ -6,7 +6,7 @@
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/MediaIdState.h"
 
-static const char k_sourcePath[] = "trayprobed/ChangerFSCacheManager";
+static const char kSourcePath[] = "trayprobed/ChangerFSCacheManager";
 
 static CFRunLoopRef g_changerFSCacheManagerRunLoop = nullptr; // borrowed
 static DASessionRef g_changerFSCacheManagerDASession = nullptr;

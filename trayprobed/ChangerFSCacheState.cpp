@@ -6,12 +6,12 @@
 #include <stdlib.h>
 #include <string.h>
 
-static const char k_sourcePath[] = "trayprobed/ChangerFSCacheState";
+static const char kSourcePath[] = "trayprobed/ChangerFSCacheState";
 
 static const CFStringRef kChangerFSListValueBSDName = CFSTR("BSD Name");
 static const CFStringRef kChangerFSListValueMountPath = CFSTR("Mount Path");
 
-constexpr CFIndex k_bsdNameSize = 128;
+constexpr CFIndex kBsdNameSize = 128;
 
 // GUID number to a dictionary of the two values; null before Init and after Term. Read and written
 // under this lock alone, which is never destroyed: detached threads may outlive Term.
@@ -117,10 +117,10 @@ VErrLink* RemoveChangerFSFromList(const char* bsdName) {
 
     bool removed = false;
     for (CFIndex i = 0; err == nullptr && !removed && i < count; i++) {
-        char entryName[k_bsdNameSize];
+        char entryName[kBsdNameSize];
         VERR_STEP(err,
                   CFHDictionaryGetStringValue(static_cast<CFDictionaryRef>(values[i]),
-                                              kChangerFSListValueBSDName, k_bsdNameSize,
+                                              kChangerFSListValueBSDName, kBsdNameSize,
                                               kCFStringEncodingUTF8, entryName),
                   "fail CFHDictionaryGetStringValue");
         removed = err == nullptr && strcmp(entryName, bsdName) == 0;

@@ -17,7 +17,7 @@
 #include <string.h>
 #include <time.h>
 
-static const char k_sourcePath[] = "trayprobed/ChangerFSCacheThread";
+static const char kSourcePath[] = "trayprobed/ChangerFSCacheThread";
 
 const char k_fsCacheThreadStatusClient[] = "trayprobed";
 static const char k_fsCacheThreadStatusMessage[] = "Building changer directory cache";
@@ -38,7 +38,7 @@ static void LogUnlisted(const char* function, const DirectoryWalk* walk,
         return;
     VErrRaise(
         VErrThrowWithErrCode(&err, directory->error, "fail scandir on \"%s\"", walk->path.text),
-        k_sourcePath, function, __LINE__);
+        kSourcePath, function, __LINE__);
     VErrLogAndCatch(&err);
 }
 

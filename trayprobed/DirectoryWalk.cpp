@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr unsigned k_levelsKeptOpen = 62; // the top is one of them
+constexpr unsigned kLevelsKeptOpen = 62; // the top is one of them
 
 // ---- opening ----
 
@@ -44,7 +44,7 @@ static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
     const int error =
         Open(dirfd(child->parent->stream), walk->path.text + child->nameAt, &child->stream);
     // A deep parent is not needed until the child was walked.
-    if (error == 0 && child->parent->level >= k_levelsKeptOpen)
+    if (error == 0 && child->parent->level >= kLevelsKeptOpen)
         Close(child->parent);
     return error;
 }

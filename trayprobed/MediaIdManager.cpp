@@ -5,11 +5,11 @@
 #include "trayprobed/MediaIdState.h"
 #include "trayprobed/MediaIdThread.h"
 
-static const char k_sourcePath[] = "trayprobed/MediaIdManager";
+static const char kSourcePath[] = "trayprobed/MediaIdManager";
 
-constexpr UInt16 k_noMedium = 0; // an empty slot
-constexpr UInt32 k_notMounted = 0;
-constexpr UInt32 k_notCountedAsMounted = 0x40; // the server's other state without a drive
+constexpr UInt16 kNoMedium = 0; // an empty slot
+constexpr UInt32 kNotMounted = 0;
+constexpr UInt32 kNotCountedAsMounted = 0x40; // the server's other state without a drive
 
 static SInt32 g_subscribedToChangerNotifications = 0;
 static ChangerNotificationSubscription* g_changerNotificationId = nullptr;
@@ -267,11 +267,11 @@ VErrLink* CountChangerMountedMedia(CFArrayRef media, UInt16* count) {
     const CFIndex mediaCount = CFArrayGetCount(media);
     for (CFIndex i = 0; err == nullptr && i < mediaCount; i++) {
         auto* medium = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(media, i));
-        UInt32 state = k_notMounted;
+        UInt32 state = kNotMounted;
         VERR_NEED(err, medium != nullptr, "fail get media dict at index %ld", i);
         VERR_STEP(err, CFHDictionaryGetUInt32Value(medium, CFSTR("Media Mount State"), &state),
                   "fail get media mount state");
-        if (err == nullptr && state != k_notMounted && state != k_notCountedAsMounted)
+        if (err == nullptr && state != kNotMounted && state != kNotCountedAsMounted)
             *count = static_cast<UInt16>(*count + 1);
     }
     return err;
@@ -298,7 +298,7 @@ static VErrLink* SpawnNextMediaId(const char* function, UInt64 changerGUID, CFAr
                      i);
         VERR_STEP_IN(function, err, CFHDictionaryGetUInt16Value(medium, CFSTR("Media Kind"), &kind),
                      "fail get media kind for media index %ld", i);
-        if (err == nullptr && kind != k_noMedium)
+        if (err == nullptr && kind != kNoMedium)
             err = criterion(function, medium, &isWanted);
         if (!isWanted)
             continue;

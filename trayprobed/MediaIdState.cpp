@@ -7,9 +7,9 @@
 #include <stdlib.h>
 #include <time.h>
 
-static const char k_sourcePath[] = "trayprobed/MediaIdState";
+static const char kSourcePath[] = "trayprobed/MediaIdState";
 
-constexpr CFTimeInterval k_dailyInterval = 86400.0;
+constexpr CFTimeInterval kDailyInterval = 86400.0;
 
 static pthread_mutex_t g_mediaIdStateMutex;
 static SInt32 g_mediaIdStateMutexInited = 0;
@@ -393,8 +393,8 @@ VErrLink* IsStorageElemOnInProgressList(UInt64 changerGUID, UInt16 storageElem, 
 
 // ---- flags ----
 
-static const CFStringRef k_buildInProgress = CFSTR("Changer FS Cache Build In Progress");
-static const CFStringRef k_shouldAbort = CFSTR("Should Abort Operation");
+static const CFStringRef kBuildInProgress = CFSTR("Changer FS Cache Build In Progress");
+static const CFStringRef kShouldAbort = CFSTR("Should Abort Operation");
 
 // An absent flag is false.
 static VErrLink* GetFlag(const char* function, UInt64 changerGUID, CFStringRef key, SInt32* flag) {
@@ -426,24 +426,24 @@ static VErrLink* SetFlag(const char* function, UInt64 changerGUID, CFStringRef k
 }
 
 VErrLink* GetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32* inProgress) {
-    return GetFlag(__func__, changerGUID, k_buildInProgress, inProgress);
+    return GetFlag(__func__, changerGUID, kBuildInProgress, inProgress);
 }
 
 VErrLink* SetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32 inProgress) {
-    return SetFlag(__func__, changerGUID, k_buildInProgress, inProgress);
+    return SetFlag(__func__, changerGUID, kBuildInProgress, inProgress);
 }
 
 VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort) {
-    return GetFlag(__func__, changerGUID, k_shouldAbort, shouldAbort);
+    return GetFlag(__func__, changerGUID, kShouldAbort, shouldAbort);
 }
 
 VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort) {
-    return SetFlag(__func__, changerGUID, k_shouldAbort, shouldAbort);
+    return SetFlag(__func__, changerGUID, kShouldAbort, shouldAbort);
 }
 
 // ---- the daily build ----
 
-static const CFStringRef k_timer = CFSTR("FS Cache Timer");
+static const CFStringRef kTimer = CFSTR("FS Cache Timer");
 
 // The number that a changer's timers carry; it lives for ever. Borrowed.
 static CFNumberRef InternTimerGUIDNumber(UInt64 changerGUID) {
@@ -479,8 +479,8 @@ static CFRunLoopTimerRef CreateDailyTimer(time_t firstTime, CFNumberRef changerG
                                      nullptr};
     const CFAbsoluteTime fireDate =
         static_cast<CFAbsoluteTime>(firstTime) - kCFAbsoluteTimeIntervalSince1970;
-    return CFRunLoopTimerCreate(kCFAllocatorDefault, fireDate, k_dailyInterval, 0, 0,
-                                ChangerFSCache, &context);
+    return CFRunLoopTimerCreate(kCFAllocatorDefault, fireDate, kDailyInterval, 0, 0, ChangerFSCache,
+                                &context);
 }
 
 VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 minute) {
@@ -508,7 +508,7 @@ VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 mi
 
     BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_NEED(err, CFHDictionaryStore(dict, k_timer, timer), "fail SetChangerDictForGUID");
+    VERR_NEED(err, CFHDictionaryStore(dict, kTimer, timer), "fail SetChangerDictForGUID");
     VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
     EndStoreAccess();
     CFHReleaseIfSet(dict);
@@ -522,12 +522,12 @@ VErrLink* UnscheduleChangerFSCacheTimer(UInt64 changerGUID) {
     BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
     auto* timer = static_cast<CFRunLoopTimerRef>(
-        const_cast<void*>(err == nullptr ? CFDictionaryGetValue(dict, k_timer) : nullptr));
+        const_cast<void*>(err == nullptr ? CFDictionaryGetValue(dict, kTimer) : nullptr));
     if (timer != nullptr) {
         // Not the mode that it was added in: invalidating it is what takes it out.
         CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopCommonModes);
         CFRunLoopTimerInvalidate(timer);
-        CFDictionaryRemoveValue(dict, k_timer);
+        CFDictionaryRemoveValue(dict, kTimer);
         VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
     }
     EndStoreAccess();

@@ -9,11 +9,11 @@
 #include <pthread.h>
 #include <stdlib.h>
 
-static const char k_sourcePath[] = "trayprobed/MediaIdThread";
+static const char kSourcePath[] = "trayprobed/MediaIdThread";
 
-constexpr double k_commandTimeout = 300.0; // seconds, for the mount and for the eject
-static const char k_clientName[] = "Media Identification";
-constexpr UInt32 k_privateFamily = 1;
+constexpr double kCommandTimeout = 300.0; // seconds, for the mount and for the eject
+static const char kClientName[] = "Media Identification";
+constexpr UInt32 kPrivateFamily = 1;
 
 // ---- the contexts ----
 
@@ -137,9 +137,8 @@ void* RunMediaIdThread(void* threadContext) {
               "fail ChangerServerRequestChangerIdentification");
     if (err == nullptr) {
         VERR_STEP(err,
-                  ChangerServerMountDisc(k_commandTimeout, changerGUID, storageElem, "",
-                                         k_clientName, kMountDiscPrivate, k_privateFamily, nullptr,
-                                         0, nullptr, 0),
+                  ChangerServerMountDisc(kCommandTimeout, changerGUID, storageElem, "", kClientName,
+                                         kMountDiscPrivate, kPrivateFamily, nullptr, 0, nullptr, 0),
                   "Fail ChangerServerMountDisc(%016llX, %ld)", changerGUID,
                   static_cast<long>(storageElem));
         const bool mounted = err == nullptr;
@@ -149,8 +148,8 @@ void* RunMediaIdThread(void* threadContext) {
                       "fail RunFSCache(%016llX, %ld)", changerGUID, static_cast<long>(storageElem));
             VErrLogAndCatch(&err);
             VERR_STEP(err,
-                      ChangerServerEjectDisc(k_commandTimeout, changerGUID, storageElem,
-                                             kEjectDiscPrivate, k_privateFamily),
+                      ChangerServerEjectDisc(kCommandTimeout, changerGUID, storageElem,
+                                             kEjectDiscPrivate, kPrivateFamily),
                       "fail ChangerServerEjectDisc for changer %016llX/storage elem %d",
                       changerGUID, storageElem);
             VErrLogAndCatch(&err);

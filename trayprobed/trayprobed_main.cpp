@@ -14,9 +14,9 @@
 
 #include <string.h>
 
-static const char k_sourcePath[] = "trayprobed/trayprobed_main";
+static const char kSourcePath[] = "trayprobed/trayprobed_main";
 
-static const char k_processTitle[] = "(trayprobed)";
+static const char kProcessTitle[] = "(trayprobed)";
 
 // The title is copied whole, however short argv[0] is: what lies behind the arguments is not used.
 static void SetProcessTitle(int argc, char** argv) {
@@ -25,8 +25,8 @@ static void SetProcessTitle(int argc, char** argv) {
     if (argc == 0)
         return;
     char* title = argv[0];
-    for (size_t i = 0; i < sizeof k_processTitle; i++)
-        title[i] = k_processTitle[i];
+    for (size_t i = 0; i < sizeof kProcessTitle; i++)
+        title[i] = kProcessTitle[i];
 }
 
 int main(int argc, char** argv) {

@@ -7,7 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
-static const char k_sourcePath[] =
+static const char kSourcePath[] =
     "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc";
 
 VErrLink* InitEjectDiscMessage(UInt64 changerGUID, UInt16 storageElem, UInt32 flags,

@@ -7,7 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
-static const char k_sourcePath[] =
+static const char kSourcePath[] =
     "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc";
 
 VErrLink* InitMountDiscMessage(UInt64 changerGUID, UInt16 storageElem, const char* partitionId,

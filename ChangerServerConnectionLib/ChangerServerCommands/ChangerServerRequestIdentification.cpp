@@ -3,7 +3,7 @@
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "common/CFHelpers.h"
 
-static const char k_sourcePath[] =
+static const char kSourcePath[] =
     "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification";
 
 VErrLink* InitRequestIdentificationMessage(UInt64 changerGUID, UInt16 storageElem, Boolean request,

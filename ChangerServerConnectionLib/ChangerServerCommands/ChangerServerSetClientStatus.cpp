@@ -3,7 +3,7 @@
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "common/CFHelpers.h"
 
-static const char k_sourcePath[] =
+static const char kSourcePath[] =
     "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus";
 
 VErrLink* InitSetClientStatusMessage(UInt64 changerGUID, const char* clientName,

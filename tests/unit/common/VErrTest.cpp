@@ -22,7 +22,7 @@ using testing::IsEmpty;
 
 namespace {
 
-const char k_sourcePath[] = "tests/unit/VErrTest";
+const char kSourcePath[] = "tests/unit/VErrTest";
 
 class VErrTest : public testing::Test {
 protected:
@@ -147,16 +147,16 @@ TEST_F(VErrTest, AStepThatSucceedsRaisesNothing) {
 
 TEST_F(VErrTest, AFailingStepWrapsWhatItsCallReturned) {
     VERR_STEP(err, FailingCall(), "fail step %d", 2);
-    EXPECT_EQ(ReadChain(err), (Chain{{"fail FailingCall", "FailingCall", k_sourcePath, EBUSY},
-                                     {"fail step 2", "TestBody", k_sourcePath, EBUSY}}));
+    EXPECT_EQ(ReadChain(err), (Chain{{"fail FailingCall", "FailingCall", kSourcePath, EBUSY},
+                                     {"fail step 2", "TestBody", kSourcePath, EBUSY}}));
 }
 
 TEST_F(VErrTest, AFailingNeedAndStatusRaiseOneLink) {
     VERR_NEED(err, false, "fail need %d", 1);
-    EXPECT_EQ(ReadChain(err), (Chain{{"fail need 1", "TestBody", k_sourcePath}}));
+    EXPECT_EQ(ReadChain(err), (Chain{{"fail need 1", "TestBody", kSourcePath}}));
     VErrCatch(&err);
     VERR_STATUS(err, EAGAIN, "fail status %d", 3);
-    EXPECT_EQ(ReadChain(err), (Chain{{"fail status 3", "TestBody", k_sourcePath, EAGAIN}}));
+    EXPECT_EQ(ReadChain(err), (Chain{{"fail status 3", "TestBody", kSourcePath, EAGAIN}}));
 }
 
 TEST_F(VErrTest, TheFirstFailureEndsTheRest) {
@@ -166,7 +166,7 @@ TEST_F(VErrTest, TheFirstFailureEndsTheRest) {
     VERR_NEED(err, ++calls < 0, "third");
     VERR_STATUS(err, ++calls, "fourth");
     EXPECT_EQ(calls, 0);
-    EXPECT_EQ(ReadChain(err), (Chain{{"first", "TestBody", k_sourcePath}}));
+    EXPECT_EQ(ReadChain(err), (Chain{{"first", "TestBody", kSourcePath}}));
 }
 
 // ---- logging ----

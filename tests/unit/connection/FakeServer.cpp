@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-static const char k_sourcePath[] = "tests/unit/FakeServer";
+static const char kSourcePath[] = "tests/unit/FakeServer";
 
 static FakeServer* g_server = nullptr;
 static time_t g_now = 0;

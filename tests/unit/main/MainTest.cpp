@@ -21,7 +21,7 @@ using testing::IsEmpty;
 
 namespace {
 
-const char k_sourcePath[] = "tests/unit/MainTest";
+const char kSourcePath[] = "tests/unit/MainTest";
 
 std::vector<std::string> g_calls;
 std::string g_failing; // the stage that does not come up
