@@ -111,12 +111,9 @@ VErrLink* GetChangerServerMessageSocket(CFSocketRef* socket, SocketInfo* info) {
     CFDataRef address = nullptr;
     VErrLink* err = nullptr;
     VERR_STEP(err, GetChangerServerMessageSocketPath(path, sizeof path), "fail get socket path");
-    VERR_NEED(err, (address = CreateLocalSocketAddress(path)) != nullptr,
-              "fail create socketAddrData");
-    VERR_NEED(err,
-              (*socket = CreateConnectedLocalSocket(address, ServerMessageSocketCallBack, info)) !=
-                  nullptr,
-              "fail create/connect socket to path %s", path);
+    VERR_GET(err, address, CreateLocalSocketAddress(path), "fail create socketAddrData");
+    VERR_GET(err, *socket, CreateConnectedLocalSocket(address, ServerMessageSocketCallBack, info),
+             "fail create/connect socket to path %s", path);
     CFHReleaseIfSet(address);
     return err;
 }
@@ -182,17 +179,16 @@ VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* r
         // A thread's first look at its run loop makes it. Made later, it would wait without the
         // source.
         CFRunLoopRef runLoop = CFRunLoopGetCurrent();
-        VERR_NEED(err,
-                  runLoop != nullptr && (source = CFSocketCreateRunLoopSource(
-                                             kCFAllocatorDefault, socket, 0)) != nullptr,
-                  "fail create socket source");
+        VERR_NEED(err, runLoop != nullptr, "fail create socket source");
+        VERR_GET(err, source, CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0),
+                 "fail create socket source");
         if (err == nullptr)
             CFRunLoopAddSource(runLoop, source, kCFRunLoopDefaultMode);
     }
     VERR_STEP(err, SendMessageOnSocket(socket, request), "fail send message on socket");
 
     if (reply != nullptr) {
-        VERR_NEED(err, (timer = CreateReplyTimer(reply)) != nullptr, "fail create timeout timer");
+        VERR_GET(err, timer, CreateReplyTimer(reply), "fail create timeout timer");
         if (err == nullptr) {
             CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
             CFRunLoopRun();
@@ -248,9 +244,9 @@ VErrLink* HandleChangerServerSocketData(CFDataRef data, CFDictionaryRef* reply, 
     VERR_NEED(err, state != kFrameInvalidHeader, "invalid message header on data received");
     VERR_NEED(err, state != kFrameTooLong, "inconsitent data length");
     VERR_NEED(err, state != kFrameNoMemory, "fail alloc pending socket data");
-    VERR_NEED(err, (list = CreatePayloadList(&info->frame, &parserText)) != nullptr,
-              "fail make property list from XML data (%s)",
-              parserText != nullptr ? parserText : "NULL");
+    VERR_GET(err, list, CreatePayloadList(&info->frame, &parserText),
+             "fail make property list from XML data (%s)",
+             parserText != nullptr ? parserText : "NULL");
     if (err == nullptr && reply != nullptr) {
         *reply = static_cast<CFDictionaryRef>(CFRetain(list));
         CFRunLoopStop(CFRunLoopGetCurrent());

@@ -128,8 +128,7 @@ VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subsc
     CFRunLoopSourceRef source = nullptr;
     VErrLink* err = nullptr;
     VERR_STEP(err, FindNotificationSocket(path, sizeof path, &pid), "fail get socket path");
-    VERR_NEED(err, (address = CreateLocalSocketAddress(path)) != nullptr,
-              "fail create socketAddrData");
+    VERR_GET(err, address, CreateLocalSocketAddress(path), "fail create socketAddrData");
     if (err == nullptr) {
         socket =
             CreateConnectedLocalSocket(address, ServerNotificationSocketCallBack, subscription);
@@ -137,9 +136,8 @@ VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subsc
             VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeConnectFailed,
                                             "fail create/connect socket to path %s", path));
     }
-    VERR_NEED(err,
-              (source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0)) != nullptr,
-              "fail create socket source");
+    VERR_GET(err, source, CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0),
+             "fail create socket source");
     if (err == nullptr) {
         CFRunLoopAddSource(subscription->runLoop, source, kCFRunLoopDefaultMode);
         subscription->socket = socket;
@@ -201,9 +199,9 @@ VErrLink* HandleNotificationSocketData(const UInt8* bytes, CFIndex length, CFInd
     VERR_NEED(err, state != kFrameInvalidHeader, "invalid notification header on data received");
     VERR_NEED(err, state != kFrameTooLong, "inconsitent data length");
     VERR_NEED(err, state != kFrameNoMemory, "fail alloc pending socket data");
-    VERR_NEED(err, (list = CreatePayloadList(&subscription->frame, &parserText)) != nullptr,
-              "fail make property list from XML data (%s)",
-              parserText != nullptr ? parserText : "NULL");
+    VERR_GET(err, list, CreatePayloadList(&subscription->frame, &parserText),
+             "fail make property list from XML data (%s)",
+             parserText != nullptr ? parserText : "NULL");
     VERR_STEP(err, HandleChangerNotification(subscription, static_cast<CFDictionaryRef>(list)),
               "fail handle client notification");
     free(parserText);

@@ -106,28 +106,38 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
 }
 
 /*
- * The raising idiom. A module that uses it names itself in kSourcePath, its path without suffix:
+ * The macros that raise links. A source that uses them defines kSourcePath, the path that its links
+ * name, without suffix:
  *
  *     return VERR_RAISE(VErrThrow(&err, "fail alloc num"));
  *
- * and a sequence of steps of which the first failure ends the rest:
+ * A sequence of steps, in which the first failure skips the rest. err is a variable, and empty as
+ * long as no step has failed; a step that is skipped evaluates nothing but err:
  *
- *     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");   // a call that returns a chain
- *     VERR_NEED(err, number != nullptr, "fail alloc num");           // a condition
- *     VERR_STATUS(err, pthread_attr_init(&attributes), "fail ...");  // a call that returns an
- * errno
+ *     // a call that returns a chain
+ *     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
+ *     // a call that returns an object, or null (or false) on failure; it is assigned to `number`
+ *     VERR_GET(err, number, CFHCreateUInt64Number(changerGUID), "fail alloc num");
+ *     // a condition
+ *     VERR_NEED(err, CFGetTypeID(value) == CFArrayGetTypeID(), "fail get list as array");
+ *     // a call that returns an errno value, which becomes the link's code
+ *     VERR_STATUS(err, pthread_attr_init(&attributes), "fail pthread_attr_init");
  */
 #define VERR_RAISE(thrown) VErrRaise((thrown), kSourcePath, __func__, __LINE__)
 #define VERR_STEP(err, call, ...) VERR_STEP_IN(__func__, err, call, __VA_ARGS__)
+#define VERR_GET(err, target, call, ...) VERR_GET_IN(__func__, err, target, call, __VA_ARGS__)
 #define VERR_NEED(err, condition, ...) VERR_NEED_IN(__func__, err, condition, __VA_ARGS__)
 
-/* The same for a static function that does the work of several public ones: the link names the
-   public function that was called, which the caller hands down. */
+/* For a static function that several public ones share: its links name `function`, which is the
+   public function that was called. */
 #define VERR_STEP_IN(function, err, call, ...)                                                     \
     do {                                                                                           \
         if ((err) == nullptr && ((err) = (call)) != nullptr)                                       \
             VErrRaise(VErrThrow(&(err), __VA_ARGS__), kSourcePath, (function), __LINE__);          \
     } while (false)
+
+#define VERR_GET_IN(function, err, target, call, ...)                                              \
+    VERR_NEED_IN(function, err, (target) = (call), __VA_ARGS__)
 
 #define VERR_NEED_IN(function, err, condition, ...)                                                \
     do {                                                                                           \

@@ -31,11 +31,11 @@ VErrLink* ReadFSInfoFile(const char* directory, const char* fileName, CFProperty
     bool opened = false;
     *list = nullptr;
 
-    VERR_NEED(err, (url = CreateFileURL(directory, fileName)) != nullptr,
-              "fail CFURLCreateFromFileSystemRepresentation");
-    VERR_NEED(err, (stream = CFReadStreamCreateWithFile(kCFAllocatorDefault, url)) != nullptr,
-              "fail CFReadStreamCreateWithFile");
-    VERR_NEED(err, opened = CFReadStreamOpen(stream), "fail CFReadStreamOpen");
+    VERR_GET(err, url, CreateFileURL(directory, fileName),
+             "fail CFURLCreateFromFileSystemRepresentation");
+    VERR_GET(err, stream, CFReadStreamCreateWithFile(kCFAllocatorDefault, url),
+             "fail CFReadStreamCreateWithFile");
+    VERR_GET(err, opened, CFReadStreamOpen(stream), "fail CFReadStreamOpen");
     if (err == nullptr) {
         CFStringRef errorString = nullptr;
         CFPropertyListFormat format;

@@ -51,8 +51,7 @@ void DiskArbDiskAppearedCallback(DADiskRef disk, void* /* context */) {
     CFDictionaryRef description = nullptr;
     char path[kPathSize] = "";
     bool isRoot = false;
-    VERR_NEED(err, (description = DADiskCopyDescription(disk)) != nullptr,
-              "fail DADiskCopyDescription");
+    VERR_GET(err, description, DADiskCopyDescription(disk), "fail DADiskCopyDescription");
     if (err == nullptr && GetVolumePath(description, path, sizeof path))
         VERR_STEP(err, IsDirectoryRootOfChangerFileSystem(path, &isRoot),
                   "fail IsDirectoryRootOfChangerFileSystem for \"%s\"", path);

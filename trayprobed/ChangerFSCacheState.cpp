@@ -80,8 +80,8 @@ VErrLink* AddChangerFSToList(UInt64 changerGUID, const char* bsdName, const char
     VErrLink* err = nullptr;
     CFNumberRef number = nullptr;
     CFMutableDictionaryRef entry = nullptr;
-    VERR_NEED(err, (number = CFHCreateUInt64Number(changerGUID)) != nullptr, "fail CFNumberCreate");
-    VERR_NEED(err, (entry = CFHCreateMutableDictionary()) != nullptr, "fail create fs info dict");
+    VERR_GET(err, number, CFHCreateUInt64Number(changerGUID), "fail CFNumberCreate");
+    VERR_GET(err, entry, CFHCreateMutableDictionary(), "fail create fs info dict");
     VERR_STEP(err,
               CFHDictionarySetStringValue(entry, kChangerFSListValueBSDName, bsdName,
                                           kCFStringEncodingUTF8),
@@ -109,9 +109,8 @@ VErrLink* RemoveChangerFSFromList(const char* bsdName) {
     const size_t slots = static_cast<size_t>(count) + 1;
     auto* keys = static_cast<const void**>(malloc(slots * sizeof(const void*)));
     VERR_NEED(err, keys != nullptr, "fail alloc keys storage");
-    VERR_NEED(err,
-              (values = static_cast<const void**>(malloc(slots * sizeof(const void*)))) != nullptr,
-              "fail alloc values storage");
+    VERR_GET(err, values, static_cast<const void**>(malloc(slots * sizeof(const void*))),
+             "fail alloc values storage");
     if (err == nullptr && count != 0)
         CFDictionaryGetKeysAndValues(g_changerFSListDict, keys, values);
 

@@ -157,10 +157,9 @@ VErrLink* UpdateChangerSettings(CFDictionaryRef changerInfo) {
               "fail get changer GUID");
     VERR_STEP(err, UnscheduleChangerFSCacheTimer(changerGUID),
               "fail UnscheduleChangerFSCacheTimer");
-    VERR_NEED(err,
-              (preferences = CFHDictionaryFindDictionary(changerInfo,
-                                                         CFSTR("Changer Preferences"))) != nullptr,
-              "fail get changer preferences");
+    VERR_GET(err, preferences,
+             CFHDictionaryFindDictionary(changerInfo, CFSTR("Changer Preferences")),
+             "fail get changer preferences");
     if (err == nullptr && CFHDictionaryIsTrue(preferences, CFSTR("BuildDirCacheOnSchedule"))) {
         SInt32 hours = 1;
         SInt32 minutes = 0;
@@ -183,15 +182,13 @@ VErrLink* HandleChangerOperationAbort(CFDictionaryRef changerInfo) {
     SInt32 shouldAbort = 0;
     VERR_STEP(err, CFHDictionaryGetUInt64Value(changerInfo, CFSTR("GUID"), &changerGUID),
               "fail get changer GUID");
-    VERR_NEED(err,
-              (statuses = CFHDictionaryFindDictionary(changerInfo,
-                                                      CFSTR("Changer Client Status"))) != nullptr,
-              "fail get client status list dict");
-    VERR_NEED(
-        err,
-        (clientName = CFStringCreateWithCString(kCFAllocatorDefault, k_fsCacheThreadStatusClient,
-                                                kCFStringEncodingUTF8)) != nullptr,
-        "fail alloc client name str");
+    VERR_GET(err, statuses,
+             CFHDictionaryFindDictionary(changerInfo, CFSTR("Changer Client Status")),
+             "fail get client status list dict");
+    VERR_GET(err, clientName,
+             CFStringCreateWithCString(kCFAllocatorDefault, k_fsCacheThreadStatusClient,
+                                       kCFStringEncodingUTF8),
+             "fail alloc client name str");
     if (err == nullptr && CFDictionaryContainsKey(statuses, clientName)) {
         auto* own = static_cast<CFDictionaryRef>(CFDictionaryGetValue(statuses, clientName));
         VERR_STEP(err, CFHDictionaryGetBoolValue(own, CFSTR("Abort Requested"), &shouldAbort),
@@ -224,10 +221,9 @@ VErrLink* HandleStartingMediaId(CFDictionaryRef changerInfo) {
     UInt16 mounted = 0;
     UInt16 drives = 0;
     UInt32 inProgress = 0;
-    VERR_NEED(err,
-              (preferences = CFHDictionaryFindDictionary(changerInfo,
-                                                         CFSTR("Changer Preferences"))) != nullptr,
-              "fail get changer preferences");
+    VERR_GET(err, preferences,
+             CFHDictionaryFindDictionary(changerInfo, CFSTR("Changer Preferences")),
+             "fail get changer preferences");
     if (err == nullptr && CFDictionaryContainsKey(preferences, CFSTR("IdentifyMediaOnInsert")))
         VERR_STEP(err,
                   CFHDictionaryGetBoolValue(preferences, CFSTR("IdentifyMediaOnInsert"), &shouldId),
@@ -236,9 +232,8 @@ VErrLink* HandleStartingMediaId(CFDictionaryRef changerInfo) {
         VERR_STEP(err, GetGlobalShouldIdMedia(&shouldId), "fail GetGlobalShouldIdMedia");
     VERR_STEP(err, CFHDictionaryGetUInt64Value(changerInfo, CFSTR("GUID"), &changerGUID),
               "fail get changer GUID from changer info dict");
-    VERR_NEED(err,
-              (media = CFHDictionaryFindArray(changerInfo, CFSTR("Changer Media Info"))) != nullptr,
-              "fail get changer media array for changer GUID %016llX", changerGUID);
+    VERR_GET(err, media, CFHDictionaryFindArray(changerInfo, CFSTR("Changer Media Info")),
+             "fail get changer media array for changer GUID %016llX", changerGUID);
     VERR_STEP(err, CountChangerMountedMedia(media, &mounted),
               "fail CountChangerMountedMedia for changer GUID %016llX", changerGUID);
     VERR_STEP(

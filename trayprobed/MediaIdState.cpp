@@ -156,19 +156,16 @@ VErrLink* MediaHasMountablePartitions(UInt64 changerGUID, UInt16 storageElem, SI
     BeginStoreAccess();
     VERR_NEED(err, g_changerInfoListArr != nullptr, "info list array is still NULL");
     VERR_STEP(err, GetChangerInfoDict(changerGUID, &changer), "fail GetChangerInfoDict");
-    VERR_NEED(err,
-              (media = CFHDictionaryFindArray(changer, CFSTR("Changer Media Info"))) != nullptr,
-              "fail CFDictionaryGetValue");
-    VERR_NEED(err, (medium = FindMediaInfo(media, storageElem)) != nullptr,
-              "fail get info dictionary for sei %d", storageElem);
+    VERR_GET(err, media, CFHDictionaryFindArray(changer, CFSTR("Changer Media Info")),
+             "fail CFDictionaryGetValue");
+    VERR_GET(err, medium, FindMediaInfo(media, storageElem), "fail get info dictionary for sei %d",
+             storageElem);
     VERR_STEP(err, CFHDictionaryGetSInt32Value(medium, CFSTR("Media Identify Time"), &identifyTime),
               "fail CFHDictionaryGetSInt32Value");
     if (err == nullptr && identifyTime != 0) {
         *identified = 1;
-        VERR_NEED(err,
-                  (partitions = CFHDictionaryFindArray(medium, CFSTR("Media Partition Info"))) !=
-                      nullptr,
-                  "fail CFDictionaryGetValue");
+        VERR_GET(err, partitions, CFHDictionaryFindArray(medium, CFSTR("Media Partition Info")),
+                 "fail CFDictionaryGetValue");
         const CFIndex count = err == nullptr ? CFArrayGetCount(partitions) : 0;
         for (CFIndex i = 0; err == nullptr && *hasFileSystem == 0 && i < count; i++) {
             auto* partition = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(partitions, i));
@@ -202,9 +199,8 @@ VErrLink* GetChangerDictForGUID(UInt64 changerGUID, CFMutableDictionaryRef* dict
     CFDictionaryRef found = FindChangerDict(number);
     if (found == nullptr)
         VERR_RAISE(VErrThrowWithErrCode(&err, kVErrCodeNotFound, "fail find changer in list"));
-    VERR_NEED(err,
-              (*dict = CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, found)) != nullptr,
-              "fail create mutable copy of found dictionary");
+    VERR_GET(err, *dict, CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, found),
+             "fail create mutable copy of found dictionary");
     EndStoreAccess();
     CFRelease(number);
     return err;
@@ -247,10 +243,8 @@ VErrLink* GetChangerList(CFArrayRef* list) {
     VERR_NEED(err, numbers != nullptr, "fail alloc changer GUID buffer");
     if (err == nullptr && count != 0)
         CFDictionaryGetKeysAndValues(g_changerListDict, numbers, nullptr);
-    VERR_NEED(err,
-              (*list = CFArrayCreate(kCFAllocatorDefault, numbers, count,
-                                     &kCFTypeArrayCallBacks)) != nullptr,
-              "fail create changer list array");
+    VERR_GET(err, *list, CFArrayCreate(kCFAllocatorDefault, numbers, count, &kCFTypeArrayCallBacks),
+             "fail create changer list array");
     free(numbers);
     EndStoreAccess();
     return err;
@@ -261,14 +255,10 @@ VErrLink* AddChangerToList(UInt64 changerGUID) {
     CFNumberRef number = nullptr;
     CFMutableDictionaryRef dict = nullptr;
     CFMutableArrayRef inProgress = nullptr;
-    VERR_NEED(err, (number = CFHCreateUInt64Number(changerGUID)) != nullptr,
-              "fail alloc changer GUID number");
-    VERR_NEED(err, (dict = CFHCreateMutableDictionary()) != nullptr,
-              "fail allocate changer dictionary");
-    VERR_NEED(err,
-              (inProgress = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks)) !=
-                  nullptr,
-              "fail alloc media id in-progress array");
+    VERR_GET(err, number, CFHCreateUInt64Number(changerGUID), "fail alloc changer GUID number");
+    VERR_GET(err, dict, CFHCreateMutableDictionary(), "fail allocate changer dictionary");
+    VERR_GET(err, inProgress, CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks),
+             "fail alloc media id in-progress array");
     VERR_NEED(err,
               CFHDictionaryStore(dict, CFSTR("GUID"), number) &&
                   CFHDictionaryStore(dict, CFSTR("In Progress"), inProgress),
@@ -306,15 +296,13 @@ VErrLink* AddStorageElemToMediaIdInProgressList(UInt64 changerGUID, UInt16 stora
     CFMutableArrayRef changed = nullptr;
     BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_NEED(err, (number = CFHCreateUInt16Number(storageElem)) != nullptr,
-              "fail create CFNumber from storage elem index");
-    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
-              "fail get in progress array");
+    VERR_GET(err, number, CFHCreateUInt16Number(storageElem),
+             "fail create CFNumber from storage elem index");
+    VERR_GET(err, inProgress, CFHDictionaryFindArray(dict, CFSTR("In Progress")),
+             "fail get in progress array");
     if (err == nullptr && !CFArrayContainsValue(inProgress, CFHWholeArray(inProgress), number)) {
-        VERR_NEED(err,
-                  (changed = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress)) !=
-                      nullptr,
-                  "fail create mutable copy of in progress array");
+        VERR_GET(err, changed, CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress),
+                 "fail create mutable copy of in progress array");
         VERR_STEP(err, CFHArrayAppendUInt16Value(changed, storageElem),
                   "fail create mutable copy of in progress array");
         if (err == nullptr)
@@ -337,17 +325,15 @@ VErrLink* RemoveStorageElemFromMediaIdInProgressList(UInt64 changerGUID, UInt16 
     CFIndex index = kCFNotFound;
     BeginStoreAccess();
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_NEED(err, (number = CFHCreateUInt16Number(storageElem)) != nullptr,
-              "fail create CFNumber for storage elem index");
-    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
-              "fail get in progress arr");
+    VERR_GET(err, number, CFHCreateUInt16Number(storageElem),
+             "fail create CFNumber for storage elem index");
+    VERR_GET(err, inProgress, CFHDictionaryFindArray(dict, CFSTR("In Progress")),
+             "fail get in progress arr");
     if (err == nullptr)
         index = CFArrayGetFirstIndexOfValue(inProgress, CFHWholeArray(inProgress), number);
     if (index != kCFNotFound) {
-        VERR_NEED(err,
-                  (changed = CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress)) !=
-                      nullptr,
-                  "fail create mutable copy of in progress arr");
+        VERR_GET(err, changed, CFArrayCreateMutableCopy(kCFAllocatorDefault, 0, inProgress),
+                 "fail create mutable copy of in progress arr");
         if (err == nullptr) {
             CFArrayRemoveValueAtIndex(changed, index);
             CFDictionarySetValue(dict, CFSTR("In Progress"), changed);
@@ -366,8 +352,8 @@ VErrLink* GetMediaIdInProgressCount(UInt64 changerGUID, UInt32* count) {
     CFMutableDictionaryRef dict = nullptr;
     CFArrayRef inProgress = nullptr;
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
-              "fail get in progress arr");
+    VERR_GET(err, inProgress, CFHDictionaryFindArray(dict, CFSTR("In Progress")),
+             "fail get in progress arr");
     if (err == nullptr)
         *count = static_cast<UInt32>(CFArrayGetCount(inProgress));
     CFHReleaseIfSet(dict);
@@ -379,11 +365,11 @@ VErrLink* IsStorageElemOnInProgressList(UInt64 changerGUID, UInt16 storageElem, 
     CFNumberRef number = nullptr;
     CFMutableDictionaryRef dict = nullptr;
     CFArrayRef inProgress = nullptr;
-    VERR_NEED(err, (number = CFHCreateUInt16Number(storageElem)) != nullptr,
-              "fail create CFNumber for storage elem index");
+    VERR_GET(err, number, CFHCreateUInt16Number(storageElem),
+             "fail create CFNumber for storage elem index");
     VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_NEED(err, (inProgress = CFHDictionaryFindArray(dict, CFSTR("In Progress"))) != nullptr,
-              "fail get in progress arr");
+    VERR_GET(err, inProgress, CFHDictionaryFindArray(dict, CFSTR("In Progress")),
+             "fail get in progress arr");
     if (err == nullptr)
         *isOnList = CFArrayContainsValue(inProgress, CFHWholeArray(inProgress), number);
     CFHReleaseIfSet(dict);
@@ -499,10 +485,8 @@ VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 mi
         buildTime = TimeOnDay(today, 1, hour, minute);
         VERR_NEED(err, buildTime != -1, "fail construct buildTime for tomorrow");
     }
-    VERR_NEED(err, (number = InternTimerGUIDNumber(changerGUID)) != nullptr,
-              "fail create changerGUIDNum");
-    VERR_NEED(err, (timer = CreateDailyTimer(buildTime, number)) != nullptr,
-              "fail CFRunLoopTimerCreate");
+    VERR_GET(err, number, InternTimerGUIDNumber(changerGUID), "fail create changerGUIDNum");
+    VERR_GET(err, timer, CreateDailyTimer(buildTime, number), "fail CFRunLoopTimerCreate");
     if (err == nullptr)
         CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
 

@@ -1,13 +1,13 @@
 """Finds the uses of the macros of common/VErr.h that no earlier error can precede.
 
-VERR_STEP, VERR_NEED and VERR_STATUS do nothing if an earlier step has failed. No step can have failed
-before the first one after the error chain was made empty, or in a block whose condition says that the
-chain is empty.
+VERR_STEP, VERR_GET, VERR_NEED and VERR_STATUS do nothing if an earlier step has failed. No step can
+have failed before the first one after the error chain was made empty, or in a block whose condition
+says that the chain is empty.
 """
 
 import re
 
-STEP = re.compile(r'\bVERR_(?:STEP|NEED|STATUS)(?:_IN)?\( *(?:function, )?(\w+),')
+STEP = re.compile(r'\bVERR_(?:STEP|GET|NEED|STATUS)(?:_IN)?\( *(?:function, )?(\w+),')
 MADE_EMPTY = re.compile(r'VErrLink\* (\w+) = nullptr;|VErr(?:LogAnd)?Catch\(&(\w+)\);')
 CONDITION = re.compile(r'^\s*(?:if|while|for) \((?!.*\|\|).*\{$')
 SEEN_EMPTY = re.compile(r'(?<!\*)\b(\w+) == nullptr\b')

@@ -140,6 +140,9 @@ VErrLink* FailingCall() {
 
 TEST_F(VErrTest, AStepThatSucceedsRaisesNothing) {
     VERR_STEP(err, static_cast<VErrLink*>(nullptr), "fail step");
+    const char* object = nullptr;
+    VERR_GET(err, object, "object", "fail get");
+    EXPECT_STREQ(object, "object");
     VERR_NEED(err, true, "fail need");
     VERR_STATUS(err, 0, "fail status");
     EXPECT_EQ(err, nullptr);
@@ -151,12 +154,17 @@ TEST_F(VErrTest, AFailingStepWrapsWhatItsCallReturned) {
                                      {"fail step 2", "TestBody", kSourcePath, EBUSY}}));
 }
 
-TEST_F(VErrTest, AFailingNeedAndStatusRaiseOneLink) {
+TEST_F(VErrTest, FailingNeedStatusAndGetRaiseOneLink) {
     VERR_NEED(err, false, "fail need %d", 1);
     EXPECT_EQ(ReadChain(err), (Chain{{"fail need 1", "TestBody", kSourcePath}}));
     VErrCatch(&err);
     VERR_STATUS(err, EAGAIN, "fail status %d", 3);
     EXPECT_EQ(ReadChain(err), (Chain{{"fail status 3", "TestBody", kSourcePath, EAGAIN}}));
+    VErrCatch(&err);
+    const char* object = "before";
+    VERR_GET(err, object, nullptr, "fail get %d", 4);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(ReadChain(err), (Chain{{"fail get 4", "TestBody", kSourcePath}}));
 }
 
 TEST_F(VErrTest, TheFirstFailureEndsTheRest) {
@@ -165,6 +173,7 @@ TEST_F(VErrTest, TheFirstFailureEndsTheRest) {
     VERR_STEP(err, (++calls, FailingCall()), "second");
     VERR_NEED(err, ++calls < 0, "third");
     VERR_STATUS(err, ++calls, "fourth");
+    VERR_GET(err, calls, 1, "fifth");
     EXPECT_EQ(calls, 0);
     EXPECT_EQ(ReadChain(err), (Chain{{"first", "TestBody", kSourcePath}}));
 }
