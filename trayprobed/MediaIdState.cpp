@@ -1,15 +1,11 @@
 #include "trayprobed/MediaIdState.h"
 
 #include "common/CFHelpers.h"
-#include "trayprobed/ChangerFSCacheThread.h"
 
 #include <pthread.h>
 #include <stdlib.h>
-#include <time.h>
 
 static const char kSourcePath[] = "trayprobed/MediaIdState";
-
-constexpr CFTimeInterval kDailyInterval = 86400.0;
 
 static pthread_mutex_t g_mediaIdStateMutex;
 static SInt32 g_mediaIdStateMutexInited = 0;
@@ -18,9 +14,6 @@ static SInt32 g_mediaIdStateMutexInited = 0;
 static CFMutableDictionaryRef g_changerListDict = nullptr; // GUID number to state dictionary
 static CFArrayRef g_changerInfoListArr = nullptr;
 static SInt32 g_globalShouldIdMedia = 1;
-
-// One number per changer ever scheduled, for life: timers carry them without holding them.
-static CFMutableDictionaryRef g_timerGUIDNumbers = nullptr;
 
 // ---- the store's own lock ----
 
@@ -37,12 +30,12 @@ static void InitStoreMutex(void) {
     pthread_mutexattr_destroy(&attributes);
 }
 
-static void BeginStoreAccess(void) {
+void BeginStoreAccess(void) {
     pthread_once(&g_storeMutexOnce, InitStoreMutex);
     pthread_mutex_lock(&g_storeMutex);
 }
 
-static void EndStoreAccess(void) {
+void EndStoreAccess(void) {
     pthread_mutex_unlock(&g_storeMutex);
 }
 
@@ -425,107 +418,4 @@ VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort
 
 VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort) {
     return SetFlag(__func__, changerGUID, kShouldAbort, shouldAbort);
-}
-
-// ---- the daily build ----
-
-static const CFStringRef kTimer = CFSTR("FS Cache Timer");
-
-// The number that a changer's timers carry; it lives for ever. Borrowed.
-static CFNumberRef InternTimerGUIDNumber(UInt64 changerGUID) {
-    CFNumberRef number = CFHCreateUInt64Number(changerGUID);
-    if (number == nullptr)
-        return nullptr;
-    BeginStoreAccess();
-    if (g_timerGUIDNumbers == nullptr)
-        g_timerGUIDNumbers = CFHCreateMutableDictionary();
-    if (g_timerGUIDNumbers != nullptr && !CFDictionaryContainsKey(g_timerGUIDNumbers, number))
-        CFDictionarySetValue(g_timerGUIDNumbers, number, number);
-    auto* kept = g_timerGUIDNumbers != nullptr
-                     ? static_cast<CFNumberRef>(CFDictionaryGetValue(g_timerGUIDNumbers, number))
-                     : nullptr;
-    EndStoreAccess();
-    CFRelease(number);
-    return kept;
-}
-
-// The calendar decides anew whether daylight saving applies. -1 when there is no such time.
-static time_t TimeOnDay(const struct tm& today, int daysLater, SInt32 hour, SInt32 minute) {
-    struct tm when = today;
-    when.tm_mday += daysLater;
-    when.tm_hour = hour;
-    when.tm_min = minute;
-    when.tm_sec = 0;
-    when.tm_isdst = -1;
-    return mktime(&when);
-}
-
-static CFRunLoopTimerRef CreateDailyTimer(time_t firstTime, CFNumberRef changerGUIDNum) {
-    CFRunLoopTimerContext context = {0, const_cast<__CFNumber*>(changerGUIDNum), nullptr, nullptr,
-                                     nullptr};
-    const CFAbsoluteTime fireDate =
-        static_cast<CFAbsoluteTime>(firstTime) - kCFAbsoluteTimeIntervalSince1970;
-    return CFRunLoopTimerCreate(kCFAllocatorDefault, fireDate, kDailyInterval, 0, 0, ChangerFSCache,
-                                &context);
-}
-
-VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 minute) {
-    VErrLink* err = nullptr;
-    CFNumberRef number = nullptr;
-    CFRunLoopTimerRef timer = nullptr;
-    CFMutableDictionaryRef dict = nullptr;
-    const time_t now = time(nullptr);
-    struct tm today = {};
-    tzset();
-    localtime_r(&now, &today);
-
-    time_t buildTime = TimeOnDay(today, 0, hour, minute);
-    VERR_NEED(err, buildTime != -1, "fail construct buildTime for today");
-    if (err == nullptr && buildTime <= now) {
-        buildTime = TimeOnDay(today, 1, hour, minute);
-        VERR_NEED(err, buildTime != -1, "fail construct buildTime for tomorrow");
-    }
-    VERR_GET(err, number, InternTimerGUIDNumber(changerGUID), "fail create changerGUIDNum");
-    VERR_GET(err, timer, CreateDailyTimer(buildTime, number), "fail CFRunLoopTimerCreate");
-    if (err == nullptr)
-        CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
-
-    BeginStoreAccess();
-    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    VERR_NEED(err, CFHDictionaryStore(dict, kTimer, timer), "fail SetChangerDictForGUID");
-    VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
-    EndStoreAccess();
-    CFHReleaseIfSet(dict);
-    CFHReleaseIfSet(timer);
-    return err;
-}
-
-VErrLink* UnscheduleChangerFSCacheTimer(UInt64 changerGUID) {
-    VErrLink* err = nullptr;
-    CFMutableDictionaryRef dict = nullptr;
-    BeginStoreAccess();
-    VERR_STEP(err, GetChangerDictForGUID(changerGUID, &dict), "fail GetChangerDictForGUID");
-    auto* timer = static_cast<CFRunLoopTimerRef>(
-        const_cast<void*>(err == nullptr ? CFDictionaryGetValue(dict, kTimer) : nullptr));
-    if (timer != nullptr) {
-        // Not the mode that it was added in: invalidating it is what takes it out.
-        CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopCommonModes);
-        CFRunLoopTimerInvalidate(timer);
-        CFDictionaryRemoveValue(dict, kTimer);
-        VERR_STEP(err, SetChangerDictForGUID(changerGUID, dict), "fail SetChangerDictForGUID");
-    }
-    EndStoreAccess();
-    CFHReleaseIfSet(dict);
-    return err;
-}
-
-void ChangerFSCache(CFRunLoopTimerRef /* timer */, void* info) {
-    VErrLink* err = nullptr;
-    UInt64 changerGUID = 0;
-    VERR_NEED(err,
-              CFNumberGetValue(static_cast<CFNumberRef>(info), kCFNumberSInt64Type, &changerGUID),
-              "fail get info as changer GUID");
-    VERR_STEP(err, StartChangerFSCache(changerGUID), "fail StartChangerFSCache on %016llX",
-              changerGUID);
-    VErrLogAndCatch(&err);
 }

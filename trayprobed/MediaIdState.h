@@ -27,6 +27,11 @@ void TermMediaIdState(void);
 VErrLink* LockMediaIdState(void);
 void UnlockMediaIdState(void);
 
+/* The store's own lock, for the sources of the store alone. It is recursive: between the two calls,
+   several operations form one update. Call nothing outside the store in between. */
+void BeginStoreAccess(void);
+void EndStoreAccess(void);
+
 /* Whether media are identified on insert where a changer's preferences do not say. Never fail. */
 VErrLink* GetGlobalShouldIdMedia(SInt32* shouldId);
 VErrLink* SetGlobalShouldIdMedia(SInt32 shouldId);
