@@ -26,21 +26,12 @@ static VErrLink* ConvertNumber(const NumberMember& member, const void* object, v
     return err;
 }
 
-static VErrLink* CreateNumber(const NumberMember& member, const void* value, CFNumberRef* number) {
-    VErrLink* err = nullptr;
-    *number = CFNumberCreate(kCFAllocatorDefault, member.type, value);
-    if (*number == nullptr)
-        RaiseIn(member.function, __LINE__, VErrThrow(&err, "%s", kNumberFailure));
-    return err;
+static CFNumberRef CreateNumber(const NumberMember& member, const void* value) {
+    return CFNumberCreate(kCFAllocatorDefault, member.type, value);
 }
 
-static VErrLink* CreateString(const char* function, const char* text, CFStringEncoding encoding,
-                              CFStringRef* string) {
-    VErrLink* err = nullptr;
-    *string = CFStringCreateWithCString(kCFAllocatorDefault, text, encoding);
-    if (*string == nullptr)
-        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", kStringFailure));
-    return err;
+static CFStringRef CreateString(const char* text, CFStringEncoding encoding) {
+    return CFStringCreateWithCString(kCFAllocatorDefault, text, encoding);
 }
 
 static VErrLink* ConvertString(const char* function, const void* object, char* buffer, CFIndex size,
@@ -84,24 +75,21 @@ static VErrLink* DictionaryGetNumber(const NumberMember& member, CFDictionaryRef
     return err != nullptr ? err : ConvertNumber(member, object, value);
 }
 
-// A message or a list must not go out with a value missing: no memory to store it is a failure too.
-static VErrLink* DictionaryStore(const char* function, CFMutableDictionaryRef dict, CFStringRef key,
-                                 CFTypeRef value, const char* failure) {
+// Stores a new object and releases it. Null stands for one that could not be created: no memory to
+// create it and no memory to store it are the same failure.
+static VErrLink* DictionaryStoreNew(const char* function, CFMutableDictionaryRef dict,
+                                    CFStringRef key, CFTypeRef object, const char* failure) {
     VErrLink* err = nullptr;
-    if (!CFHDictionaryStore(dict, key, value))
+    if (object == nullptr || !CFHDictionaryStore(dict, key, object))
         RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
+    CFHReleaseIfSet(object);
     return err;
 }
 
 static VErrLink* DictionarySetNumber(const NumberMember& member, CFMutableDictionaryRef dict,
                                      CFStringRef key, const void* value) {
-    CFNumberRef number = nullptr;
-    VErrLink* err = CreateNumber(member, value, &number);
-    if (err == nullptr) {
-        err = DictionaryStore(member.function, dict, key, number, kNumberFailure);
-        CFRelease(number);
-    }
-    return err;
+    return DictionaryStoreNew(member.function, dict, key, CreateNumber(member, value),
+                              kNumberFailure);
 }
 
 // Unsigned arithmetic wraps where the signed kind would be undefined.
@@ -164,13 +152,7 @@ VErrLink* CFHDictionaryGetStringValue(CFDictionaryRef dict, CFStringRef key, CFI
 
 VErrLink* CFHDictionarySetStringValue(CFMutableDictionaryRef dict, CFStringRef key,
                                       const char* text, CFStringEncoding encoding) {
-    CFStringRef string = nullptr;
-    VErrLink* err = CreateString(__func__, text, encoding, &string);
-    if (err == nullptr) {
-        err = DictionaryStore(__func__, dict, key, string, kStringFailure);
-        CFRelease(string);
-    }
-    return err;
+    return DictionaryStoreNew(__func__, dict, key, CreateString(text, encoding), kStringFailure);
 }
 
 VErrLink* CFHDictionaryGetBoolValue(CFDictionaryRef dict, CFStringRef key, SInt32* flag) {
@@ -216,13 +198,25 @@ static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex
     return err;
 }
 
-static VErrLink* ArrayAppend(const char* function, CFMutableArrayRef array, CFTypeRef value,
-                             const char* failure) {
+// The same for a new object, which is released; null stands for one that could not be created.
+static VErrLink* ArrayPutNew(const char* function, CFMutableArrayRef array, CFIndex index,
+                             CFTypeRef object, const char* failure) {
+    VErrLink* err = nullptr;
+    VERR_NEED_IN(function, err, object != nullptr, "%s", failure);
+    if (err == nullptr)
+        err = ArrayPut(function, array, index, object, failure);
+    CFHReleaseIfSet(object);
+    return err;
+}
+
+static VErrLink* ArrayAppendNew(const char* function, CFMutableArrayRef array, CFTypeRef object,
+                                const char* failure) {
     VErrLink* err = nullptr;
     const CFIndex count = CFArrayGetCount(array);
-    CFArrayAppendValue(array, value);
-    if (CFArrayGetCount(array) == count)
-        RaiseIn(function, __LINE__, VErrThrow(&err, "%s", failure));
+    if (object != nullptr)
+        CFArrayAppendValue(array, object);
+    VERR_NEED_IN(function, err, CFArrayGetCount(array) > count, "%s", failure);
+    CFHReleaseIfSet(object);
     return err;
 }
 
@@ -235,24 +229,12 @@ static VErrLink* ArrayGetNumber(const NumberMember& member, CFArrayRef array, CF
 
 static VErrLink* ArraySetNumber(const NumberMember& member, CFMutableArrayRef array, CFIndex index,
                                 const void* value) {
-    CFNumberRef number = nullptr;
-    VErrLink* err = CreateNumber(member, value, &number);
-    if (err == nullptr) {
-        err = ArrayPut(member.function, array, index, number, kNumberFailure);
-        CFRelease(number);
-    }
-    return err;
+    return ArrayPutNew(member.function, array, index, CreateNumber(member, value), kNumberFailure);
 }
 
 static VErrLink* ArrayAppendNumber(const NumberMember& member, CFMutableArrayRef array,
                                    const void* value) {
-    CFNumberRef number = nullptr;
-    VErrLink* err = CreateNumber(member, value, &number);
-    if (err == nullptr) {
-        err = ArrayAppend(member.function, array, number, kNumberFailure);
-        CFRelease(number);
-    }
-    return err;
+    return ArrayAppendNew(member.function, array, CreateNumber(member, value), kNumberFailure);
 }
 
 #define DEFINE_ARRAY_NUMBER(Word, Native, numberType)                                              \
@@ -305,24 +287,12 @@ VErrLink* CFHArrayGetStringValue(CFArrayRef array, CFIndex index, CFIndex size,
 
 VErrLink* CFHArraySetStringValue(CFMutableArrayRef array, CFIndex index, const char* text,
                                  CFStringEncoding encoding) {
-    CFStringRef string = nullptr;
-    VErrLink* err = CreateString(__func__, text, encoding, &string);
-    if (err == nullptr) {
-        err = ArrayPut(__func__, array, index, string, kStringFailure);
-        CFRelease(string);
-    }
-    return err;
+    return ArrayPutNew(__func__, array, index, CreateString(text, encoding), kStringFailure);
 }
 
 VErrLink* CFHArrayAppendStringValue(CFMutableArrayRef array, const char* text,
                                     CFStringEncoding encoding) {
-    CFStringRef string = nullptr;
-    VErrLink* err = CreateString(__func__, text, encoding, &string);
-    if (err == nullptr) {
-        err = ArrayAppend(__func__, array, string, kStringFailure);
-        CFRelease(string);
-    }
-    return err;
+    return ArrayAppendNew(__func__, array, CreateString(text, encoding), kStringFailure);
 }
 
 VErrLink* CFHArrayGetBoolValue(CFArrayRef array, CFIndex index, SInt32* flag) {
