@@ -12,11 +12,11 @@ static const char kSourcePath[] = "ChangerServerConnectionLib/ChangerServerMessa
 
 static const char kServerProcessName[] = "carouseld";
 
-constexpr CFTimeInterval kReplyTimeout = 30.0; // seconds, from the moment the request is written
+constexpr CFTimeInterval kReplyTimeout = 30.0; // seconds, from the end of sending
 
 // ---- finding the server ----
 
-// Violations are programming errors, not failures at run time.
+// A violated condition is a programming error and aborts the process.
 #define REQUIRE(expression)                                                                        \
     do {                                                                                           \
         if (!(expression))                                                                         \
@@ -28,7 +28,7 @@ constexpr CFTimeInterval kReplyTimeout = 30.0; // seconds, from the moment the r
     abort();
 }
 
-// The table may grow between asking for its size and reading it: then errno is ENOMEM.
+// Returns ENOMEM with a table if the process table grew after its size was read.
 static int ReadProcessTable(struct kinfo_proc** table, size_t* length) {
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
     *length = 0;
@@ -54,7 +54,7 @@ int GetBSDProcessList(struct kinfo_proc** procList, size_t* procCount) {
         REQUIRE(result == NULL);
         err = ReadProcessTable(&result, &length);
         done = err == 0;
-        if (err == ENOMEM && result != nullptr) { // without limit: the table settles
+        if (err == ENOMEM && result != nullptr) { // no limit is needed: the table stops growing
             free(result);
             result = nullptr;
             err = 0;
@@ -145,7 +145,8 @@ static CFRunLoopTimerRef CreateReplyTimer(CFDictionaryRef* reply) {
                                 0, 0, HandleSocketTimeout, &context);
 }
 
-// The mode named for the source is not the one that it was added in: invalidating removes it.
+// Invalidating removes the source from its run loop; the mode of the call before is not the one
+// that the source was added to.
 static void EndExchange(CFRunLoopTimerRef timer, CFRunLoopSourceRef source, CFSocketRef socket) {
     if (timer != nullptr) {
         CFRunLoopTimerInvalidate(timer);
@@ -176,8 +177,8 @@ VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* r
 
     VERR_STEP(err, GetChangerServerMessageSocket(&socket, &info), "fail get server socket");
     if (reply != nullptr) {
-        // A thread's first look at its run loop makes it. Made later, it would wait without the
-        // source.
+        // CFRunLoopGetCurrent() creates the loop on first use and may fail: get the loop before
+        // CFRunLoopRun(), which would otherwise run without the source.
         CFRunLoopRef runLoop = CFRunLoopGetCurrent();
         VERR_NEED(err, runLoop != nullptr, "fail create socket source");
         VERR_GET(err, source, CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0),
@@ -221,7 +222,7 @@ void ServerMessageSocketCallBack(CFSocketRef /* socket */, CFSocketCallBackType 
                   CreateErrReplyDict(kVErrCodeConnectionLost, "lost connection with changer server",
                                      &lost),
                   "fail create error reply dictionary");
-        if (err == nullptr) { // else the timer ends the wait
+        if (err == nullptr) { // otherwise the timer stops the run loop
             *socketInfo->reply = lost;
             CFRunLoopStop(CFRunLoopGetCurrent());
         }
@@ -290,8 +291,8 @@ VErrLink* CreateErrReplyDict(VErrCode code, const char* message, CFMutableDictio
     return err;
 }
 
-// Reads the text as a printf format without arguments, in place: it can only shrink. Handing the
-// server's conversions to a formatter would let anybody who poses as the server crash the daemon.
+// Reads the text as a printf format without arguments, in place. A formatter must not read it: the
+// text is untrusted input, and a conversion in it could crash the daemon.
 static void InterpretPercents(char* text) {
     char* written = text;
     for (const char* read = text; *read != '\0'; read++) {

@@ -2,12 +2,12 @@
 #define CHANGERSERVERCONNECTIONLIB_CHANGERSERVERMESSAGES_H
 
 /*
- * Finding the changer server, and one request/reply exchange with it.
+ * Finding the changer server, and one exchange with it: a request and its reply.
  *
- * Nothing is cached and no connection is kept: each exchange scans the process table for the
- * server's process id, connects to the socket whose path carries it, and closes the connection
- * again. A restarted server is thus found by the next exchange. All functions are reentrant; any
- * thread may call them.
+ * There is no cache and no standing connection. Each exchange scans the process table for the
+ * server's process id, connects to the socket whose path contains the id, and closes the connection
+ * at its end. The next exchange therefore finds a restarted server. There is no state: any thread
+ * may call any function. An exchange blocks its thread.
  */
 
 #include "ChangerServerConnectionLib/FrameAssembly.h"
@@ -18,63 +18,65 @@
 #include <stddef.h>
 #include <sys/sysctl.h>
 
-/*
- * The whole process table, freed by the caller with free. Returns 0 or an errno value; on failure
- * the list is NULL and the count 0. *procList must be NULL on entry; a violated precondition
- * aborts the process.
- */
+/* Copies the whole process table, which the caller releases with free(). Returns 0, or an errno
+   value; the list is then NULL and the count 0. Precondition: *procList is NULL. A violated
+   precondition aborts the process. */
 int GetBSDProcessList(struct kinfo_proc** procList, size_t* procCount);
 
-/* The first process in the table whose command name contains "carouseld". Not finding one is no
-   error: found is then 0 and pid is untouched. */
+/* Finds the first process of the table whose command name contains "carouseld". Sets *found to 1
+   and *pid, or *found to 0 and leaves *pid as it was. The code of an error is an errno value. */
 VErrLink* GetChangerServerPID(SInt32* found, SInt32* pid);
 
-/* "/tmp/carouseld-<pid>"; code kVErrCodeServerNotFound when no server runs. A path that does not
-   fit the size is cut. */
+/* Writes the path of the server's message socket, "/tmp/carouseld-<pid>", cut to size - 1 bytes.
+   The code is kVErrCodeServerNotFound if no server runs. */
 VErrLink* GetChangerServerMessageSocketPath(char* path, size_t size);
 
 /*
- * Sends the message and waits for the reply on the calling thread's run loop, at most 30 seconds
- * each for connecting, sending and waiting. With reply NULL none is asked for or awaited.
+ * Sends the message and waits for the reply, which the calling thread's run loop receives.
+ * Connecting, sending and waiting take up to 30 seconds each. With reply NULL, the server is
+ * requested not to reply, and the function does not wait.
  *
- * The reply belongs to the caller and is set whenever one arrived, also when it tells of an error
- * and this returns a chain: the server's own code and text, kVErrCodeReplyTimeout, or
- * kVErrCodeConnectionLost; the latter two leave a reply made here.
+ * If the reply reports an error, its code and text are returned as a chain. Without a reply the
+ * code is kVErrCodeReplyTimeout or kVErrCodeConnectionLost, and *reply is a dictionary that this
+ * function made. The caller owns *reply, also after an error; it is NULL if there is none.
  */
 VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* reply);
 
 /* ---- the steps of an exchange ---- */
 
-/* What a message socket's callbacks share: where the reply goes (NULL: none is wanted), and the
-   frame being gathered. */
+/* What the callbacks of a message socket share. */
 struct SocketInfo {
-    CFDictionaryRef* reply;
-    FrameAssembly frame;
+    CFDictionaryRef* reply; // receives the reply; NULL: the reply is dropped
+    FrameAssembly frame;    // the reply so far
 };
 
-/* Connects; the caller owns the socket. The info record must outlive it. */
+/* Connects to the server. The caller owns the socket, and keeps *info for as long as the socket
+   exists. */
 VErrLink* GetChangerServerMessageSocket(CFSocketRef* socket, SocketInfo* info);
 
+/* Sends a message, or a payload, as a frame. Blocks for up to 30 seconds. The code of a failure to
+   send is a socket error. */
 VErrLink* SendMessageOnSocket(CFSocketRef socket, CFDictionaryRef message);
 VErrLink* SendDataOnSocket(CFSocketRef socket, CFDataRef payload);
 
+/* Receives a chunk of the reply; info is the SocketInfo. A connection that the server closed makes
+   a reply with kVErrCodeConnectionLost and stops the run loop. Logs its errors. */
 void ServerMessageSocketCallBack(CFSocketRef socket, CFSocketCallBackType type, CFDataRef address,
                                  const void* data, void* info);
 
-/* Adds one chunk to the reply; when that completes it, hands it out and stops the run loop. What
-   comes behind a reply is left alone: the connection ends with it. */
+/* Adds a chunk to the reply. If that completes the reply, sets *reply, which the caller owns, and
+   stops the run loop. Bytes behind the reply are ignored: the connection is closed after it. */
 VErrLink* HandleChangerServerSocketData(CFDataRef data, CFDictionaryRef* reply, SocketInfo* info);
 
-/* info is the reply slot. */
+/* Stops the run loop; info is the `reply` of the SocketInfo. If there is no reply yet, makes one
+   with kVErrCodeReplyTimeout. Logs its errors. */
 void HandleSocketTimeout(CFRunLoopTimerRef timer, void* info);
 
-/* A reply that tells of an error, owned by the caller; NULL on failure. */
+/* Makes a reply that reports an error. The caller owns it; NULL on failure. */
 VErrLink* CreateErrReplyDict(VErrCode code, const char* message, CFMutableDictionaryRef* dict);
 
-/*
- * The error that a reply tells of, as a chain in replyErr; NULL for success. The server's text is
- * read as a format without arguments: "%%" stands for "%", everything else for itself.
- */
+/* Sets *replyErr to the error that a reply reports, as a chain; NULL for success. The server's text
+   is read as a format without arguments: "%%" means "%", any other text means itself. */
 VErrLink* GetMessageReplyErr(CFDictionaryRef reply, VErrLink** replyErr);
 
 #endif

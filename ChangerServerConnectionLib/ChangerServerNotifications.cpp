@@ -11,7 +11,7 @@ static const char kSourcePath[] = "ChangerServerConnectionLib/ChangerServerNotif
 
 constexpr CFTimeInterval kConnectInterval = 1.0; // seconds between attempts
 
-// The path's process id, too. Links name the function that gives the path to everybody.
+// Gets the process id in the path, too. Links name the exported function.
 static VErrLink* FindNotificationSocket(char* path, size_t size, SInt32* pid) {
     static const char function[] = "GetChangerServerNotificationSocketPath";
     VErrLink* err = nullptr;
@@ -54,7 +54,8 @@ VErrLink* SubscribeToChangerNotifications(ChangerNotificationCallBack changerLis
     return err;
 }
 
-// The mode named is not the one that the timer was added in: invalidating it is what removes it.
+// Invalidating removes the timer from its run loop; the mode of the call before is not the one that
+// the timer was added to.
 static void StopConnectTimer(ChangerNotificationSubscription* subscription) {
     CFRunLoopTimerRef timer = subscription->connectTimer;
     if (timer == nullptr)
@@ -84,7 +85,7 @@ VErrLink* StartNotificationConnectCycle(ChangerNotificationSubscription* subscri
     VErrLink* err = nullptr;
     if (subscription->connectTimer != nullptr)
         return nullptr;
-    // Without a loop, for which there was no memory or descriptor, no timer would ever fire.
+    // CFRunLoopGetCurrent() may have failed. Without a loop, no timer would fire.
     if (subscription->runLoop == nullptr)
         return VERR_RAISE(VErrThrow(&err, "fail create connect timer"));
     CFRunLoopTimerContext context = {0, subscription, nullptr, nullptr, nullptr};
@@ -103,7 +104,6 @@ static bool IsServerAbsent(const VErrLink* err) {
     return code == kVErrCodeServerNotFound || code == kVErrCodeConnectFailed;
 }
 
-// Any failure but the server's absence ends the cycle for good.
 void TryNotificationConnect(CFRunLoopTimerRef /* timer */, void* info) {
     auto* subscription = static_cast<ChangerNotificationSubscription*>(info);
     VErrLink* err = nullptr;
@@ -150,7 +150,8 @@ VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subsc
     return err;
 }
 
-// The source dies with its socket; its reference is left behind when the next one is stored.
+// Closing the socket invalidates its source. The reference to the source is not released here; the
+// next connection overwrites it.
 VErrLink* HandleServerDisconnect(ChangerNotificationSubscription* subscription) {
     CloseLocalSocket(subscription->socket);
     subscription->socket = nullptr;
@@ -167,7 +168,7 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
                                       CFDataRef /* address */, const void* data, void* info) {
     auto* subscription = static_cast<ChangerNotificationSubscription*>(info);
     auto* chunk = static_cast<CFDataRef>(data);
-    const bool isData = type == kCFSocketDataCallBack; // only then is there a chunk to look at
+    const bool isData = type == kCFSocketDataCallBack; // else data is not a chunk
     const UInt8* bytes = isData ? CFDataGetBytePtr(chunk) : nullptr;
     const CFIndex length = isData ? CFDataGetLength(chunk) : 0;
     VErrLink* err = nullptr;
@@ -177,7 +178,8 @@ void ServerNotificationSocketCallBack(CFSocketRef /* socket */, CFSocketCallBack
         VERR_STEP(err, HandleServerDisconnect(subscription), "fail handle server disconnect");
     VErrLogAndCatch(&err);
 
-    // The chunk may end one notification and begin the next; a malformed one costs only itself.
+    // A chunk may end one notification and begin the next. A malformed notification does not affect
+    // the next one.
     CFIndex used = 0;
     for (CFIndex position = 0; position < length; position += used) {
         VERR_STEP(

@@ -2,14 +2,16 @@
 #define CHANGERSERVERCONNECTIONLIB_CHANGERSERVERNOTIFICATIONS_H
 
 /*
- * The server's notifications: one long-lived connection, on which the server pushes frames.
+ * The server's notifications: a standing connection, on which the server sends frames.
  *
- *   Cycling    a connect timer, no socket: an attempt at once and then every second
- *   Connected  a socket, no timer; frames are gathered and handed to the callbacks
- *   Stalled    neither: an attempt failed other than by the server's absence; for good
+ *   state      connect timer  socket  meaning
+ *   Cycling    yes            no      attempts to connect: now, and then every second
+ *   Connected  no             yes     frames are assembled and passed to the callbacks
+ *   Stalled    no             no      an attempt failed, and not because the server is absent
  *
- * A disconnect leads back to Cycling. Everything runs on the subscriber's run loop; there are no
- * locks. While a callback runs, no other notification is read; the bytes wait in order.
+ * Success leads from Cycling to Connected, the end of a connection back to Cycling. Stalled is
+ * final. Everything runs on the run loop of the thread that subscribed; there are no locks. While a
+ * callback runs, no other notification is read.
  */
 
 #include "ChangerServerConnectionLib/ChangerServerProcess.h"
@@ -22,17 +24,17 @@
 
 struct ChangerNotificationSubscription;
 
-/* The value is borrowed for the call; it may be of any property-list type. */
+/* Receives the value of one key of a notification: borrowed, of any property-list type. */
 typedef void (*ChangerNotificationCallBack)(CFTypeRef value,
                                             ChangerNotificationSubscription* subscription,
                                             void* refCon);
 
 struct ChangerNotificationSubscription {
-    CFSocketRef socket;          // null while disconnected
-    ChangerServerProcess server; // to which the last connection led, or leads
+    CFSocketRef socket;          // null unless Connected
+    ChangerServerProcess server; // of the present or the last connection
     CFRunLoopRef runLoop;
     CFRunLoopSourceRef source;
-    CFRunLoopTimerRef connectTimer;                  // null when not cycling
+    CFRunLoopTimerRef connectTimer;                  // null unless Cycling
     ChangerNotificationCallBack changerListCallBack; // each may be null
     ChangerNotificationCallBack rootPreferencesCallBack;
     ChangerNotificationCallBack changerInfoCallBack;
@@ -40,41 +42,50 @@ struct ChangerNotificationSubscription {
     FrameAssembly frame;
 };
 
-/* "/tmp/carouseldn-<pid>", as GetChangerServerMessageSocketPath. */
+/* Writes the path of the server's notification socket, "/tmp/carouseldn-<pid>", cut to size - 1
+   bytes. The code is kVErrCodeServerNotFound if no server runs. */
 VErrLink* GetChangerServerNotificationSocketPath(char* path, size_t size);
 
-/*
- * Subscribes on the calling thread's run loop, which must be the one that will deliver. Does not
- * wait for the server: the first attempt is made when the loop runs. The caller keeps the record
- * and gives it back to Unsubscribe.
- */
+/* Starts Cycling on the calling thread's run loop, where the callbacks will be called with refCon.
+   Does not wait for the server. The caller owns the subscription and ends it by
+   UnsubscribeFromChangerNotifications(). */
 VErrLink* SubscribeToChangerNotifications(ChangerNotificationCallBack changerListCallBack,
                                           ChangerNotificationCallBack rootPreferencesCallBack,
                                           ChangerNotificationCallBack changerInfoCallBack,
                                           void* refCon,
                                           ChangerNotificationSubscription** subscription);
 
-/* Tears everything down and frees the record. Always succeeds. On the subscriber's thread, and
-   not from inside a callback. */
+/* Closes the connection and frees the subscription. Always returns null. Call it on the
+   subscriber's thread, and not in a callback. */
 VErrLink* UnsubscribeFromChangerNotifications(ChangerNotificationSubscription* subscription);
 
-/* ---- the steps ---- */
+/* ---- the steps; on the subscriber's thread ---- */
 
+/* Adds the connect timer to the run loop, unless it is there. Fails without a run loop or
+   memory. */
 VErrLink* StartNotificationConnectCycle(ChangerNotificationSubscription* subscription);
-/* info is the subscription. */
+
+/* The connect timer fires; info is the subscription. Ends the cycle after a success, and after any
+   failure but the absence of the server. Such a failure is logged. */
 void TryNotificationConnect(CFRunLoopTimerRef timer, void* info);
+
+/* Attempts to connect, for up to 30 seconds. The code is kVErrCodeServerNotFound or
+   kVErrCodeConnectFailed if the server is absent. */
 VErrLink* ConnectServerNotificationSocket(ChangerNotificationSubscription* subscription);
-/* info is the subscription. */
+
+/* Receives a chunk, or the end of the connection; info is the subscription. Logs its errors. */
 void ServerNotificationSocketCallBack(CFSocketRef socket, CFSocketCallBackType type,
                                       CFDataRef address, const void* data, void* info);
+
+/* Closes the socket, drops the incomplete notification and starts Cycling. */
 VErrLink* HandleServerDisconnect(ChangerNotificationSubscription* subscription);
 
-/* Adds bytes to the notification being gathered and delivers it when it is complete. used receives
-   how many bytes belong to it; the rest begins the next one. */
+/* Adds bytes to the notification and, if that completes it, calls back. *used receives how many of
+   the bytes belong to the notification; the rest begins the next one. */
 VErrLink* HandleNotificationSocketData(const UInt8* bytes, CFIndex length, CFIndex* used,
                                        ChangerNotificationSubscription* subscription);
 
-/* Calls back for each known key that the notification holds. Always succeeds. */
+/* Calls back for each known key of the notification. Always returns null. */
 VErrLink* HandleChangerNotification(ChangerNotificationSubscription* subscription,
                                     CFDictionaryRef notification);
 

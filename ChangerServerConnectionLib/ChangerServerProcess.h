@@ -1,23 +1,21 @@
 #ifndef CHANGERSERVERCONNECTIONLIB_CHANGERSERVERPROCESS_H
 #define CHANGERSERVERCONNECTIONLIB_CHANGERSERVERPROCESS_H
 
-/* Which process of the server's it is: a server that is started again is another one. */
+/* The identity of a server process: a restarted server is another process. */
 
 #include <CoreFoundation/CFBase.h>
 
 #include <sys/time.h>
 
-/* A process of the server's. The start time tells it from a later one of the same id; it is zero
-   where it could not be read. */
 struct ChangerServerProcess {
     SInt32 pid;
-    struct timeval startTime;
+    struct timeval startTime; // differs for a later process of the same id; zero if unknown
 };
 
-/* Looks up the start time of the process that has the id now. Never fails. */
+/* Sets *process to the id and the start time of the process that has the id now. Any thread. */
 void GetChangerServerProcess(SInt32 pid, ChangerServerProcess* process);
 
-/* A start time that is not known equals any. */
+/* True if the ids are equal and the start times are equal or one is unknown. Any thread. */
 bool IsSameChangerServerProcess(const ChangerServerProcess* one, const ChangerServerProcess* other);
 
 #endif

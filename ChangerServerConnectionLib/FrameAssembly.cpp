@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string.h>
 
-// The announced length may be 4 GB; no honest message comes near this.
+// A header can announce 4 GiB. Real payloads are far smaller than this limit.
 constexpr CFIndex kMaxPayloadLength = 256 * 1024 * 1024;
 
 static bool BeginsWithSignature(const void* bytes, CFIndex length) {
@@ -21,7 +21,8 @@ static bool AppendPayload(FrameAssembly* frame, const UInt8* bytes, CFIndex leng
     return CFDataGetLength(frame->pendingData) == gathered + length;
 }
 
-// Takes header bytes until there are twelve. A headerSize below that makes the rest payload.
+// Adds bytes until the header is complete. If headerSize is less than 12, the last bytes of the 12
+// belong to the payload.
 static FrameState GatherHeader(FrameAssembly* frame, const UInt8* bytes, CFIndex length,
                                CFIndex* used) {
     UInt8* header = reinterpret_cast<UInt8*>(&frame->header);
@@ -39,7 +40,7 @@ static FrameState GatherHeader(FrameAssembly* frame, const UInt8* bytes, CFIndex
     return kFrameIncomplete;
 }
 
-// Skips what stands between the twelve bytes and a payload that begins later.
+// Skips the bytes between the header and the payload, if headerSize is more than 12.
 static CFIndex SkipToPayload(FrameAssembly* frame, CFIndex length) {
     if (frame->headBytes >= frame->header.headerSize)
         return 0;

@@ -2,11 +2,13 @@
 #define CHANGERSERVERCONNECTIONLIB_FRAMEASSEMBLY_H
 
 /*
- * The frame of both server sockets, and its assembly from chunks of a stream.
+ * The frame of both server sockets, and its assembly from the chunks of a stream.
  *
- * A frame is a 12-byte header in the host's byte order and a payload, an XML property list. The
- * payload begins headerSize bytes into the frame. Where a chunk begins and ends is nobody's
- * promise: a header may come in pieces, and one chunk may end one frame and begin the next.
+ * A frame is a header of 12 bytes, in the byte order of the host, and a payload, which is an XML
+ * property list. The payload begins headerSize bytes behind the begin of the frame. Chunks may end
+ * anywhere: a header may come in several chunks, and one chunk may end a frame and begin the next.
+ *
+ * The functions keep no state of their own. A FrameAssembly belongs to one thread.
  */
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -21,38 +23,35 @@ struct FrameHeader {
 };
 static_assert(sizeof(FrameHeader) == 12, "the header goes over the wire as it stands");
 
-/* What has been gathered of one frame. All zero between frames. */
+/* The part of a frame that has been received. All zero between frames. */
 struct FrameAssembly {
     CFMutableDataRef pendingData; // payload so far, owned
-    FrameHeader header;           // valid once headBytes has reached its size
-    UInt32 headBytes;             // bytes seen of what precedes the payload, header included
+    FrameHeader header;           // complete if headBytes >= sizeof(FrameHeader)
+    UInt32 headBytes;             // received bytes before the payload, header included
 };
 
 enum FrameState {
     kFrameIncomplete,
     kFrameComplete,      // pendingData holds the whole payload
-    kFrameInvalidHeader, // not the signature
-    kFrameTooLong,       // more bytes than dataLength, and no next frame in them
-    kFrameNoMemory       // or above the bound on a payload
+    kFrameInvalidHeader, // wrong signature
+    kFrameTooLong,       // the bytes behind the payload do not begin a frame
+    kFrameNoMemory       // no memory, or a payload above 256 MiB
 };
 
-/*
- * Adds a chunk's bytes to the frame. used receives how many belong to it: all of them, unless the
- * frame is complete and the next one begins behind it. In every state but kFrameIncomplete the
- * caller then resets the assembly; after a failure the next chunk is read as a new frame.
- */
+/* Adds the bytes of a chunk to the frame. *used receives how many bytes belong to the frame: all,
+   unless the frame is complete and the next one begins behind it. In every state but
+   kFrameIncomplete, the caller then calls ResetFrameAssembly(); the next byte begins a frame. */
 FrameState GatherFrame(FrameAssembly* frame, const UInt8* bytes, CFIndex length, CFIndex* used);
 
-/*
- * The property list that a complete frame carries, owned by the caller. NULL when it is none;
- * errorText then receives the parser's words, to be freed, or NULL when it has none.
- */
+/* Parses the payload of a complete frame; the caller owns the result. NULL if the payload is not a
+   property list: *errorText is then the parser's message, which the caller releases with free(), or
+   NULL if there is none. */
 CFPropertyListRef CreatePayloadList(const FrameAssembly* frame, char** errorText);
 
-/* Drops what was gathered. */
+/* Releases the payload and makes the assembly all zero. */
 void ResetFrameAssembly(FrameAssembly* frame);
 
-/* A whole frame around the payload; the caller owns it. Null when memory is short. */
+/* Makes a frame of the payload; the caller owns the frame. Null without memory. */
 CFDataRef CreateFrame(CFDataRef payload);
 
 #endif

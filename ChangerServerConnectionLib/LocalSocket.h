@@ -8,19 +8,21 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-/* What a local address holds, terminator included. */
+/* Maximum size of a socket's path in bytes, terminator included. */
 constexpr size_t kLocalSocketPathSize = sizeof(sockaddr_un::sun_path);
 
-/* Seconds that connecting and sending may each take. */
+/* Time-out in seconds, for connecting and for each sending. */
 constexpr CFTimeInterval kServerSocketTimeout = 30.0;
 
-/* The address of that path as a data object, owned by the caller; null when memory is short. */
+/* The socket address of the path, as a data object that the caller owns. A longer path is cut to
+   kLocalSocketPathSize - 1 bytes. Null without memory. Any thread. */
 CFDataRef CreateLocalSocketAddress(const char* path);
 
-/* A connected socket, owned by the caller, whose data callback gets info; null on failure. */
+/* Connects a stream socket, which the caller owns and whose data callback gets info. Null on
+   failure. Any thread; blocks for up to kServerSocketTimeout. */
 CFSocketRef CreateConnectedLocalSocket(CFDataRef address, CFSocketCallBack callout, void* info);
 
-/* Closes the connection and gives up the caller's reference; null is ignored. */
+/* Closes the connection and releases the socket; null is ignored. */
 void CloseLocalSocket(CFSocketRef socket);
 
 #endif

@@ -4,11 +4,11 @@
 
 static const char kSourcePath[] = "common/CFHelpers";
 
-// The members of a family differ in their names and in how they carry the value.
+// What the functions for one type of number differ in.
 struct NumberMember {
-    const char* function;
+    const char* function; // the public one, which links name
     CFNumberType type;
-    const char* word; // the type's name in messages
+    const char* word; // name of the type in messages
 };
 
 static const char kNumberFailure[] = "fail alloc num";
@@ -18,7 +18,7 @@ static VErrLink* RaiseIn(const char* function, SInt64 line, VErrLink* thrown) {
     return VErrRaise(thrown, kSourcePath, function, line);
 }
 
-// No check that the value is a number: one that is none fails the conversion.
+// CFNumberGetValue() fails for an object that is not a number.
 static VErrLink* ConvertNumber(const NumberMember& member, const void* object, void* value) {
     VErrLink* err = nullptr;
     if (!CFNumberGetValue(static_cast<CFNumberRef>(object), member.type, value))
@@ -92,7 +92,7 @@ static VErrLink* DictionarySetNumber(const NumberMember& member, CFMutableDictio
                               kNumberFailure);
 }
 
-// Unsigned arithmetic wraps where the signed kind would be undefined.
+// Signed overflow would be undefined; unsigned arithmetic wraps.
 template<typename Native>
 static Native WrappingSum(Native value, Native delta) {
     return static_cast<Native>(static_cast<UInt64>(value) + static_cast<UInt64>(delta));
@@ -108,7 +108,7 @@ static Native WrappingSum(Native value, Native delta) {
         return DictionarySetNumber({__func__, numberType, #Word}, dict, key, &value);              \
     }
 
-// The 64-bit members name the dictionary when the value is missing, the narrower ones do not.
+// The failure to get the value has one text for 64-bit numbers and another for narrower ones.
 #define DEFINE_DICTIONARY_ADJUST(Word, Native, getFailure)                                         \
     VErrLink* CFHDictionaryAdjust##Word##Value(CFMutableDictionaryRef dict, CFStringRef key,       \
                                                Native delta) {                                     \
@@ -175,7 +175,7 @@ VErrLink* CFHArrayPadToValueAtIndex(CFMutableArrayRef array, CFIndex index, CFTy
     return nullptr;
 }
 
-// The index is the caller's to know; an absent element is reported all the same.
+// Precondition: the index is inside the array. A null element is an error.
 static VErrLink* ArrayFind(const char* function, CFArrayRef array, CFIndex index,
                            const void** object) {
     VErrLink* err = nullptr;
@@ -192,7 +192,7 @@ static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex
     VERR_STEP_IN(function, err, CFHArrayPadToValueAtIndex(array, index, value),
                  "fail CFHArrayPadToValueAtIndex");
     VERR_NEED_IN(function, err, CFArrayGetValueAtIndex(array, index) == value, "%s", failure);
-    // Padding before the element that found no memory is taken out again.
+    // Without memory for the element, the padding before it is removed again.
     for (CFIndex last = CFArrayGetCount(array); err != nullptr && last > count; last--)
         CFArrayRemoveValueAtIndex(array, last - 1);
     return err;
@@ -323,7 +323,7 @@ VErrLink* CFHStringCreateWithConcatenation(CFStringRef first, CFStringRef second
 
     CFArrayAppendValue(strings, first);
     CFArrayAppendValue(strings, second);
-    if (CFArrayGetCount(strings) == 2) // an append that finds no memory says nothing
+    if (CFArrayGetCount(strings) == 2) // CFArrayAppendValue() does not report a shortage of memory
         *joined = CFStringCreateByCombiningStrings(kCFAllocatorDefault, strings, CFSTR(""));
     VERR_NEED(err, *joined != nullptr, "fail create string by combining strings");
     CFRelease(strings);

@@ -25,7 +25,7 @@ void FLogMessage(const char* path, const char* format, ...) {
     va_end(arguments);
 }
 
-// No openlog: the facility and the name before each line are the system's defaults.
+// There is no openlog(): the facility and the name in each line are the system's defaults.
 void VLogMessage(const char* format, va_list arguments) {
     vsyslog(LOG_ALERT, format, arguments);
 }

@@ -15,7 +15,6 @@ int InitVErrSystem(void) {
     return 1;
 }
 
-// The path keeps its value: the log is not written to after this.
 void TermVErrSystem(void) {
     free(g_vErrLogPath);
 }
@@ -36,7 +35,8 @@ VErrLink* GetVErrLink(void) {
     return static_cast<VErrLink*>(calloc(1, sizeof(VErrLink)));
 }
 
-// A deep walk that fails leaves a link per directory level: no recursion here or in the log.
+// No recursion here and in VErrLogCore(): the failure of a walk has a link for each directory
+// level.
 void ReleaseVErrLink(VErrLink* link) {
     while (link != nullptr && link != &g_genericVErr) {
         VErrLink* next = link->next;
@@ -48,7 +48,7 @@ void ReleaseVErrLink(VErrLink* link) {
     }
 }
 
-// The formatter may fail, and its length may be the greatest int.
+// Null without memory, or if the format or its arguments cannot be converted.
 __attribute__((format(printf, 1, 0))) static char* FormatMessage(const char* format,
                                                                  va_list arguments) {
     va_list measured;
@@ -69,7 +69,7 @@ __attribute__((format(printf, 1, 0))) static char* FormatMessage(const char* for
     return message;
 }
 
-// Nothing can be stored any more: what the chain says is said now.
+// Without memory for another link: logs the chain now, and replaces it by the shared link.
 static void CollapseToGenericVErr(VErrLink** err) {
     VErrLog(*err);
     ReleaseVErrLink(*err);
@@ -158,8 +158,8 @@ void VErrLog(VErrLink* err) {
         VErrLogCore(err);
 }
 
-// Moves links from one chain onto another, newest first. What is left, null or the shared static
-// link, which must not be touched, is handed back through rest.
+// Moves the links from `link` on to the top of another chain, which reverses their order. *rest
+// receives the end of the former chain: null or g_genericVErr, which must not be changed.
 static VErrLink* MoveLinksOnto(VErrLink* chain, VErrLink* link, VErrLink** rest) {
     while (link != nullptr && link != &g_genericVErr) {
         VErrLink* next = link->next;

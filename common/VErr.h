@@ -2,13 +2,16 @@
 #define COMMON_VERR_H
 
 /*
- * The error chain that every fallible operation returns.
+ * The error chain, which every function that can fail returns.
  *
- * Null is success; anything else points to the newest link of a chain that leads back, link by
- * link, to the failure it began with. Who notices a failure raises a link; who receives a chain
- * raises its own link on top and returns it; who has nobody to return to logs the chain and frees
- * it. A chain belongs to the thread whose local slot holds it. Raising never fails: out of memory
- * the chain collapses to the static g_genericVErr, and what the links said is logged at once.
+ * Null is success. Any other value points to the newest link of a chain, which leads to the oldest
+ * link, the first failure. A function that detects a failure raises a link. A function that
+ * receives a chain raises a link on top and returns the chain. A function without such a caller, as
+ * a callback or the body of a thread, logs the chain and releases it.
+ *
+ * A chain belongs to the thread whose local variable holds it; there are no locks. Raising never
+ * fails: without memory, the links of the chain are logged at once and released, and the chain
+ * becomes the shared link g_genericVErr.
  */
 
 #include <CoreFoundation/CFBase.h>
@@ -18,13 +21,11 @@
 
 typedef SInt64 VErrCode;
 
-/*
- * Codes are outside error numbers (errno, a socket error) or, from this base up, the daemon's own.
- * The base is the high word 0x40000000; logs show what is added to it.
- */
+/* A code below this base is an error number of the system (errno, a socket error); the daemon's own
+   codes follow it. The log shows the difference to the base. */
 constexpr VErrCode kVErrFacilityBase = 0x4000000000000000;
 
-constexpr VErrCode kVErrCodeDefault = kVErrFacilityBase + 1; // no particular code; never shown
+constexpr VErrCode kVErrCodeDefault = kVErrFacilityBase + 1; // no particular code; not logged
 constexpr VErrCode kVErrCodeUserAborted = kVErrFacilityBase + 2;
 constexpr VErrCode kVErrCodeNotFound = kVErrFacilityBase + 20;
 constexpr VErrCode kVErrCodeStringEncoding = kVErrFacilityBase + 100;
@@ -36,40 +37,46 @@ constexpr VErrCode kVErrCodeMountUnderWay = kVErrFacilityBase + 1020; // from th
 constexpr VErrCode kVErrCodeServerBusy = kVErrFacilityBase + 1021;    // from the server
 constexpr VErrCode kVErrCodeCommandTimedOut = kVErrFacilityBase + 1024;
 
-constexpr UInt16 kVErrLevelDefault = 50; // links above it are not logged
+constexpr UInt16 kVErrLevelDefault = 50; // a chain of a higher level is not logged
 
 struct VErrLink {
-    char* message; // owned, as are the two names and the rest of the chain
+    char* message; // owned, as are funcName, fileName and next
     UInt16 level;
     VErrCode code;
     SInt64 line;
     char* funcName;
     char* fileName;
-    VErrLink* next; // the older link, which this one wraps
+    VErrLink* next; // the next older link; null at the end
 };
 
-extern VErrLink g_genericVErr; // shared; never freed, never printed
-extern char* g_vErrLogPath;    // null: errors go to the system log
+extern VErrLink g_genericVErr; // shared; never released, never logged
+extern char* g_vErrLogPath;    // of the file for errors; null: the system log
 
-/* First and last of the daemon's stages. Init returns 1 (0 would be failure). */
+/* Sets the global variables to their defaults. The first call of the daemon. Returns 1 for success;
+   it does not fail. */
 int InitVErrSystem(void);
+
+/* Frees the log path. The last call of the daemon: nothing may be raised or logged after it. */
 void TermVErrSystem(void);
 
-/* Sends errors to a file instead; call it before threads start. The earlier path is not freed. */
+/* Makes errors go to the file at path, which is copied. Call it before other threads start. A
+   former path is not freed. Without memory, errors go to the system log. */
 void SetVErrLogFilePath(const char* path);
 
-/* An empty link, or null. ReleaseVErrLink frees it and everything older. */
+/* Allocates a link of zeros. Null without memory. */
 VErrLink* GetVErrLink(void);
+
+/* Frees the link and all older ones. Null and g_genericVErr are ignored. */
 void ReleaseVErrLink(VErrLink* link);
 
 /*
- * Push a link on the slot and return the chain, which is then never null. A plain raise, with the
- * default level or code, takes over those of the link that it wraps. The texts are printf formats.
+ * Raise a link: put it on top of the chain *err, and return *err, which is not null then. A default
+ * level or code is replaced by that of the link below. The message is a printf format and its
+ * arguments; VErrThrowLevel() ignores its level.
  */
 VErrLink* VErrThrowCore(VErrLink** err, UInt16 level, VErrCode code, const char* format,
                         va_list arguments) __attribute__((format(printf, 4, 0)));
 VErrLink* VErrThrow(VErrLink** err, const char* format, ...) __attribute__((format(printf, 2, 3)));
-/* The level is ignored. */
 VErrLink* VErrThrowLevel(VErrLink** err, UInt16 level, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 VErrLink* VErrThrowWithErrCode(VErrLink** err, VErrCode code, const char* format, ...)
@@ -77,29 +84,36 @@ VErrLink* VErrThrowWithErrCode(VErrLink** err, VErrCode code, const char* format
 VErrLink* VErrThrowLevelWithErrCode(VErrLink** err, UInt16 level, VErrCode code, const char* format,
                                     ...) __attribute__((format(printf, 4, 5)));
 
-/* Records the raising site on the newest link; every raise is followed by this at once. */
+/* Copies the raising site to the link. Without memory, only the line is set. For g_genericVErr, the
+   site is logged instead. */
 void VErrAddFileFuncLine(VErrLink* link, const char* file, const char* func, SInt64 line);
 
-/* Frees the chain in the slot and empties the slot. */
+/* Releases the chain *err and sets *err to null. */
 void VErrCatch(VErrLink** err);
 
-/* One line per link, oldest first, unless the newest link's level is above 50. Null is quiet. */
+/* Logs a line for each link, the oldest first, unless the newest link has a level above
+   kVErrLevelDefault. Null is ignored. The chain stays the caller's. */
 void VErrLog(VErrLink* err);
+/* The same, whatever the level. */
 void VErrLogCore(VErrLink* link);
+/* Logs the line of one link. Null and g_genericVErr are ignored. */
 void VErrLogLink(const VErrLink* link);
 
+/* The level and the code of a link, which must not be null. */
 UInt16 VErrGetErrLevel(const VErrLink* link);
 VErrCode VErrGetErrCode(const VErrLink* link);
-/* Copies the newest message, cut to fit and always terminated; a size of 0 copies nothing. */
+
+/* Copies the message of the link, cut to size - 1 bytes; empty if the link has none. A null buffer
+   or a size of 0 is ignored. */
 void VErrGetErrMessage(const VErrLink* link, char* buffer, size_t size);
 
-/* What whoever has nobody to return to does with a chain. */
+/* Logs the chain and releases it, where there is no caller to return it to. *err becomes null. */
 inline void VErrLogAndCatch(VErrLink** err) {
     VErrLog(*err);
     VErrCatch(err);
 }
 
-/* Records the site and hands the chain on. Use it through the macros below. */
+/* Copies the raising site to the link and returns the link. For the macros below. */
 inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, SInt64 line) {
     VErrAddFileFuncLine(link, file, func, line);
     return link;
@@ -111,8 +125,8 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
  *
  *     return VERR_RAISE(VErrThrow(&err, "fail alloc num"));
  *
- * A sequence of steps, in which the first failure skips the rest. err is a variable, and empty as
- * long as no step has failed; a step that is skipped evaluates nothing but err:
+ * A sequence of steps, in which the first failure skips the rest. err is the variable of the chain.
+ * A step that is skipped evaluates no other argument:
  *
  *     // a call that returns a chain
  *     VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");

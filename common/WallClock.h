@@ -2,13 +2,13 @@
 #define COMMON_WALLCLOCK_H
 
 /*
- * Time-outs by the wall clock, in whole seconds. Any thread.
+ * Time-outs by the wall clock.
  */
 
 #include <time.h>
 
-/* The seconds since *start. A clock that was set back behind it makes *start now: the time-out then
-   begins anew, instead of lasting as much longer. */
+/* The whole seconds since *start. If the clock was set back to a time before *start, *start becomes
+   the present time: the time-out begins again, and is not extended by the change. Any thread. */
 double SecondsSince(time_t* start);
 
 #endif

@@ -42,7 +42,7 @@ VErrLink* InitEjectDiscMessage(UInt64 changerGUID, UInt16 storageElem, UInt32 fl
 VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 storageElem,
                                  UInt32 flags, SInt32 privateFamily) {
     CFMutableDictionaryRef message = nullptr;
-    CFDictionaryRef reply = nullptr; // only the last one is released
+    CFDictionaryRef reply = nullptr; // of the last request; earlier replies are not released
     VErrLink* err = nullptr;
     VERR_STEP(err, InitEjectDiscMessage(changerGUID, storageElem, flags, privateFamily, &message),
               "fail InitEjectDiscMessage");
@@ -56,7 +56,7 @@ VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 stor
             break;
         }
         VErrCatch(&err);
-        if (SecondsSince(&start) > timeout) // a mount gives up at its timeout
+        if (SecondsSince(&start) > timeout) // the mount has >=
             VERR_RAISE(
                 VErrThrowWithErrCode(&err, kVErrCodeCommandTimedOut, "eject disc timed out"));
         else

@@ -8,18 +8,17 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 enum : UInt32 {
-    kEjectDiscPrivate = 1 << 0,        // of a disc that this process mounted for itself
-    kEjectDiscOverridePrivate = 1 << 1 // although another process holds it
+    kEjectDiscPrivate = 1 << 0,        // the disc is mounted for this process alone
+    kEjectDiscOverridePrivate = 1 << 1 // eject although the disc is mounted for another process
 };
 
-/*
- * Asks once a second for as long as the server is busy. Fails with kVErrCodeCommandTimedOut once
- * more than timeout whole seconds have passed. Any thread; blocks it.
- */
+/* Requests the ejection, and repeats the request every second as long as the server is busy. The
+   code is kVErrCodeCommandTimedOut when more than `timeout` whole seconds have passed. Any thread;
+   blocks it. */
 VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 storageElem,
                                  UInt32 flags, SInt32 privateFamily);
 
-/* The message alone, owned by the caller. */
+/* Makes the message, which the caller owns; null on failure. */
 VErrLink* InitEjectDiscMessage(UInt64 changerGUID, UInt16 storageElem, UInt32 flags,
                                SInt32 privateFamily, CFMutableDictionaryRef* message);
 

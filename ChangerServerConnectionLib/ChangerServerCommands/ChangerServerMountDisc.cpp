@@ -35,7 +35,7 @@ VErrLink* InitMountDiscMessage(UInt64 changerGUID, UInt16 storageElem, const cha
         err,
         CFHDictionarySetStringValue(dict, CFSTR("client name"), clientName, kCFStringEncodingUTF8),
         "fail set client name string");
-    if (flags & kMountDiscPrivate) { // the family goes out unsigned here, signed with an eject
+    if (flags & kMountDiscPrivate) { // the family is unsigned here, and signed in an eject
         VERR_NEED(err, CFHDictionaryStore(dict, CFSTR("private"), kCFBooleanTrue),
                   "fail set mount private flag");
         VERR_STEP(err, CFHDictionarySetSInt32Value(dict, CFSTR("private PID"), getpid()),
@@ -82,7 +82,7 @@ VErrLink* ChangerServerMountDiscInDrive(double timeout, UInt64 changerGUID, UInt
                                         CFIndex deviceIdSize) {
     VErrLink* err = nullptr;
     CFMutableDictionaryRef message = nullptr;
-    CFDictionaryRef reply = nullptr; // only the last one is released
+    CFDictionaryRef reply = nullptr; // of the last request; earlier replies are not released
     UInt32 attemptFlags = flags | kMountDiscClearErrors | kMountDiscStartMount;
     time_t start = time(nullptr);
     if (mountPath != nullptr && mountPathSize != 0)
@@ -113,7 +113,7 @@ VErrLink* ChangerServerMountDiscInDrive(double timeout, UInt64 changerGUID, UInt
         attemptFlags &= ~static_cast<UInt32>(kMountDiscClearErrors);
         if (code == kVErrCodeMountUnderWay)
             attemptFlags &= ~static_cast<UInt32>(kMountDiscStartMount);
-        if (SecondsSince(&start) >= timeout) { // an eject waits for more than its timeout
+        if (SecondsSince(&start) >= timeout) { // the eject has >
             VERR_RAISE(
                 VErrThrowWithErrCode(&err, kVErrCodeCommandTimedOut, "mount disc timed out"));
             break;
