@@ -112,7 +112,7 @@ VErrLink* IsDirectoryRootOfChangerFileSystem(const char* directory, bool* isRoot
     return nullptr;
 }
 
-// A walk asks this of each directory, and few have the file: a look is cheaper than an error chain.
+// A walk checks each directory, and few have an info file: lstat() is cheaper than an error chain.
 static bool HasFile(const char* directory, const char* fileName) {
     PathBuffer path;
     struct stat status;

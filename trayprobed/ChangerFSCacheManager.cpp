@@ -24,7 +24,7 @@ VErrLink* InitChangerFSCacheManager(void) {
     return nullptr;
 }
 
-// The released session takes its registrations with it.
+// Releasing the session removes its registrations.
 void TermChangerFSCacheManager(void) {
     if (g_changerFSCacheManagerRunLoop == nullptr || g_changerFSCacheManagerDASession == nullptr)
         return;
@@ -34,7 +34,7 @@ void TermChangerFSCacheManager(void) {
     g_changerFSCacheManagerDASession = nullptr;
 }
 
-// False for a disk that is not mounted, or whose path is too long for us.
+// False for a disk without a mounted volume, or whose volume path does not fit.
 static bool GetVolumePath(CFDictionaryRef description, char* path, CFIndex size) {
     auto* url =
         static_cast<CFURLRef>(CFDictionaryGetValue(description, kDADiskDescriptionVolumePathKey));
@@ -42,7 +42,8 @@ static bool GetVolumePath(CFDictionaryRef description, char* path, CFIndex size)
            CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(path), size);
 }
 
-// Recognising the root reads its info file without the lock; the GUID is read again under it.
+// The state lock is not held while the root is recognised. With the lock, the info file is read
+// again.
 void DiskArbDiskAppearedCallback(DADiskRef disk, void* /* context */) {
     const char* bsdName = DADiskGetBSDName(disk);
     if (bsdName == nullptr)

@@ -2,23 +2,28 @@
 #define TRAYPROBED_CHANGERFSCACHEMANAGER_H
 
 /*
- * Where each changer file system is mounted: a Disk Arbitration session, whose callbacks recognise
- * the file systems by the info file at their root and keep the registry. Everything runs on the
- * thread that called Init, on its run loop.
+ * Observes the mounting of volumes: the callbacks of a Disk Arbitration session recognise changer
+ * file systems by the info file in their root, and update the registry (ChangerFSCacheState.h).
+ * Everything runs on the run loop of the thread that called InitChangerFSCacheManager().
  */
 
 #include "common/VErr.h"
 
 #include <DiskArbitration/DiskArbitration.h>
 
-/* After InitChangerFSCacheState. What is mounted already is reported as soon as the loop runs. */
+/* Starts the session. The first callbacks, for the volumes that are mounted already, come as soon
+   as the run loop runs. Precondition: InitMediaIdState() and InitChangerFSCacheState() succeeded.
+ */
 VErrLink* InitChangerFSCacheManager(void);
-/* No callback follows. */
+
+/* Ends the session: no callback follows. Without a session, nothing happens. */
 void TermChangerFSCacheManager(void);
 
-/* They log their errors; a failed add leaves the changer out until its volume is mounted again, a
-   failed removal leaves an entry behind. */
+/* Adds the changer to the registry if the disk's volume is a changer file system. Logs its errors;
+   the changer is then missing until its volume is mounted again. */
 void DiskArbDiskAppearedCallback(DADiskRef disk, void* context);
+
+/* Removes the disk's changer from the registry. Logs its errors; the entry then remains. */
 void DiskArbDiskDisappearedCallback(DADiskRef disk, void* context);
 
 #endif

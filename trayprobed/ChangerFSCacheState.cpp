@@ -13,8 +13,8 @@ static const CFStringRef kChangerFSListValueMountPath = CFSTR("Mount Path");
 
 constexpr CFIndex kBsdNameSize = 128;
 
-// GUID number to a dictionary of the two values; null before Init and after Term. Read and written
-// under this lock alone, which is never destroyed: detached threads may outlive Term.
+// Changer GUID to a dictionary of the two values; null before Init and after Term. Guarded by
+// g_changerFSListMutex, which is never destroyed: detached threads may still run after Term.
 static CFMutableDictionaryRef g_changerFSListDict = nullptr;
 static pthread_mutex_t g_changerFSListMutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -35,8 +35,8 @@ void TermChangerFSCacheState(void) {
     pthread_mutex_unlock(&g_changerFSListMutex);
 }
 
-// Owned by the caller, so that it stays whole when the main thread replaces the entry. Null when
-// there is none.
+// Returns the changer's entry, or null. The caller owns it: the main thread may replace it
+// meanwhile.
 static CFDictionaryRef CopyEntry(CFNumberRef changerGUIDNum) {
     pthread_mutex_lock(&g_changerFSListMutex);
     CFTypeRef entry = g_changerFSListDict != nullptr
@@ -105,7 +105,7 @@ VErrLink* RemoveChangerFSFromList(const char* bsdName) {
     pthread_mutex_lock(&g_changerFSListMutex);
     const CFIndex count =
         g_changerFSListDict != nullptr ? CFDictionaryGetCount(g_changerFSListDict) : 0;
-    // Never for zero bytes, which may be answered with null.
+    // One slot more than needed: malloc(0) may return null.
     const size_t slots = static_cast<size_t>(count) + 1;
     auto* keys = static_cast<const void**>(malloc(slots * sizeof(const void*)));
     VERR_NEED(err, keys != nullptr, "fail alloc keys storage");

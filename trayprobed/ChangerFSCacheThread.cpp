@@ -22,7 +22,7 @@ static const char kSourcePath[] = "trayprobed/ChangerFSCacheThread";
 const char k_fsCacheThreadStatusClient[] = "trayprobed";
 static const char k_fsCacheThreadStatusMessage[] = "Building changer directory cache";
 
-constexpr double k_changerFSCacheTimeout = 10.0; // seconds that a disc's media roots may take
+constexpr double k_changerFSCacheTimeout = 10.0; // seconds, until the media roots of a disc exist
 
 // ---- the walk ----
 
@@ -30,7 +30,7 @@ int ShouldCacheItem(const struct dirent* entry) {
     return strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0;
 }
 
-// A directory that could not be listed is logged in the walker's name.
+// Logs the error of a directory, if any. The link names `function`.
 static void LogUnlisted(const char* function, const DirectoryWalk* walk,
                         const WalkedDirectory* directory) {
     VErrLink* err = nullptr;
@@ -76,7 +76,7 @@ struct CacheWalk {
     FSCacheStatusReport* status;
 };
 
-// Entering it is the listing that makes the file system cache it.
+// EnterDirectory() lists the directory, which makes the file system cache it.
 static VErrLink* CacheFSDirectory(CacheWalk* walk, WalkedDirectory* here) {
     VErrLink* err = nullptr;
     WalkedDirectory child;
@@ -93,7 +93,7 @@ static VErrLink* CacheFSDirectory(CacheWalk* walk, WalkedDirectory* here) {
                       "fail StatusReportingEnterMedia");
         VERR_STEP(err, CacheFSDirectory(walk, &child), "fail CacheFSDirectory");
 
-        // Only here, on the way back, does an abort take effect.
+        // An abort takes effect here only: after a subdirectory.
         SInt32 shouldAbort = 0;
         VERR_STEP(err, LockMediaIdState(), "fail LockMediaIdState");
         const bool locked = err == nullptr;
@@ -124,17 +124,17 @@ VErrLink* CacheFSDirectory(UInt64 changerGUID, const char* directory, SInt32 des
 
 // ---- one disc ----
 
-static int KeepEntry(const struct dirent*) {
+static int PassAll(const struct dirent*) {
     return 1;
 }
 
-// One that cannot be listed is silently without names.
+// A directory that cannot be listed has no names; that is not logged.
 static void ListRoot(const char* path, size_t* budget, DirectoryNames* names) {
     DIR* directory = opendir(path);
     *names = {};
     if (directory == nullptr)
         return;
-    ListDirectoryNames(directory, KeepEntry, budget, names);
+    ListDirectoryNames(directory, PassAll, budget, names);
     closedir(directory);
 }
 
@@ -150,13 +150,13 @@ VErrLink* RunAFSCacheUpdate(UInt64 changerGUID, UInt16 storageElem, SInt32 desce
     const size_t rootLength = AppendToPath(&path, "");
     ListRoot(path.text, &nameBudget, &names);
     const char* name = nullptr;
-    while (err == nullptr && !aborted && (name = TakeDirectoryName(&names)) != nullptr) {
+    while (err == nullptr && !aborted && (name = NextDirectoryName(&names)) != nullptr) {
         bool isMediaRoot = false;
         UInt16 entryElem = 0;
         TruncatePath(&path, rootLength);
         AppendToPath(&path, name);
         VERR_STEP(err, IsDirectoryMediaRootOfChangerFileSystem(path.text, &isMediaRoot),
-                  "fail IsDirectoryRootOfChangerFileSystem"); // known by this text
+                  "fail IsDirectoryRootOfChangerFileSystem"); // without "Media": a fixed text
         if (isMediaRoot)
             VERR_STEP(
                 err,
@@ -226,7 +226,7 @@ VErrLink* StartStatusReportingForFullFSCache(UInt64 changerGUID, const char* roo
     started->changerGUID = changerGUID;
     snprintf(started->message, sizeof started->message, "%s", k_fsCacheThreadStatusMessage);
     VERR_STEP(err, ReportFSCacheClientStatus(started), "fail ReportFSCacheClientStatus");
-    if (err == nullptr) { // the build goes on with what a failed count reached
+    if (err == nullptr) { // a failed count does not end the build
         VErrLink* countErr = nullptr;
         VERR_STEP(countErr, CountMediaRootDirectories(rootPath, &started->maximumStep),
                   "fail CountMediaRootDirectories");
@@ -274,10 +274,10 @@ void EndStatusReportingForFullFSCache(FSCacheStatusReport* report) {
 
 struct FSCacheThreadContext {
     UInt64 changerGUID;
-    pthread_mutex_t starting; // held by the starter until the build flag stands
+    pthread_mutex_t starting; // locked until StartChangerFSCache() has set the build flag
 };
 
-// A build that ended before its flag was set would leave it set for ever.
+// Waits until the build flag is set. A build that ended before would leave the flag set for ever.
 static void WaitForStarter(FSCacheThreadContext* context) {
     pthread_mutex_lock(&context->starting);
     pthread_mutex_unlock(&context->starting);
@@ -323,7 +323,7 @@ VErrLink* StartChangerFSCache(UInt64 changerGUID) {
     return err;
 }
 
-// An abort by the user ends the walk like its end.
+// An abort by the user is a success.
 static VErrLink* WalkChanger(UInt64 changerGUID, const char* mountPath,
                              FSCacheStatusReport* status) {
     VErrLink* err = CacheFSDirectory(changerGUID, mountPath, 1, status);
@@ -361,7 +361,7 @@ void* RunChangerFSCacheThread(void* threadContext) {
     if (status != nullptr)
         EndStatusReportingForFullFSCache(status);
 
-    // The ending always runs, whatever became of the build, and reports on its own. The lock is
+    // The rest runs after a failed build, too, and has an error chain of its own. The state lock is
     // held while the request is withdrawn.
     VErrLink* endErr = nullptr;
     if (!locked) {

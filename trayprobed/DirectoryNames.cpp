@@ -7,7 +7,7 @@
 struct NameChunk {
     NameChunk* next;
     size_t used;
-    char names[4096 - sizeof(NameChunk*) - sizeof(size_t)]; // each with its NUL
+    char names[4096 - sizeof(NameChunk*) - sizeof(size_t)]; // each terminated
 };
 
 static bool AddChunk(DirectoryNames* names) {
@@ -64,7 +64,7 @@ int ListDirectoryNames(DIR* directory, DirectoryFilter filter, size_t* budget,
     return error;
 }
 
-const char* TakeDirectoryName(DirectoryNames* names) {
+const char* NextDirectoryName(DirectoryNames* names) {
     if (names->first != nullptr && names->next == names->first->used)
         FreeFirstChunk(names);
     if (names->first == nullptr)

@@ -2,9 +2,11 @@
 #define TRAYPROBED_DIRECTORYNAMES_H
 
 /*
- * The names in one directory, in the file system's order: as scandir has them, but kept densely,
- * freed as they are used, and bounded. A directory is listed whole before its first name is used;
- * one whose listing breaks off has no names. A thread's own.
+ * The names in one directory, in the order of the file system. Like scandir(), but the names are
+ * stored in chunks, which are freed as they are used, and their memory is limited by a budget. All
+ * names are read before the first one is returned; if reading fails, there are none.
+ *
+ * There are no locks: a DirectoryNames and its budget belong to one thread.
  */
 
 #include <dirent.h>
@@ -12,30 +14,30 @@
 
 struct NameChunk;
 
-/* All zeros hold nothing. */
+/* All zero: no names. */
 struct DirectoryNames {
     NameChunk* first;
     NameChunk* last;
-    size_t next; // where the next name stands in the first chunk
-    size_t* budget;
+    size_t next;    // offset of the next name in the first chunk
+    size_t* budget; // the owner's count of free bytes
 };
 
-/* Bytes for the names of one walk: as much as a million of the longest. */
+/* Budget of one walk in bytes: enough for a million of the longest names. */
 constexpr size_t kNameBudget = size_t{256} << 20;
 
-/* As scandir's: zero for a name that is passed over. */
+/* As for scandir(): returns 0 for an entry whose name is not needed. */
 typedef int (*DirectoryFilter)(const struct dirent* entry);
 
-/* 0 or the error number: the listing's, or ENOMEM when the memory or the room is used up. The room
-   shrinks with what is kept and grows as it is freed; it may serve several listings and outlives
-   them. */
+/* Reads the names that pass the filter. Returns 0, or an errno value: that of readdir(), or ENOMEM
+   if memory or the budget is exhausted. *budget decreases by what the names occupy and increases
+   when they are freed. Several DirectoryNames may share a budget, which must outlive them. */
 int ListDirectoryNames(DIR* directory, DirectoryFilter filter, size_t* budget,
                        DirectoryNames* names);
 
-/* It lasts until the next call; null at the end. */
-const char* TakeDirectoryName(DirectoryNames* names);
+/* Returns the next name, which is valid until the next call; null at the end. */
+const char* NextDirectoryName(DirectoryNames* names);
 
-/* Frees those that are left. */
+/* Frees the remaining names. */
 void FreeDirectoryNames(DirectoryNames* names);
 
 #endif

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr unsigned kLevelsKeptOpen = 62; // the top is one of them
+constexpr unsigned kLevelsKeptOpen = 62; // the top included
 
 // ---- opening ----
 
@@ -28,7 +28,7 @@ static bool HasIdentity(const WalkedDirectory* directory, const struct stat& sta
     return directory->inode == status.st_ino && directory->device == status.st_dev;
 }
 
-// Followed if it is a link: a mount path may be one.
+// Follows a symbolic link: a mount path may be one.
 static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
     top->stream = opendir(walk->path.text);
     struct stat status = {};
@@ -38,18 +38,18 @@ static int OpenTop(const DirectoryWalk* walk, WalkedDirectory* top) {
     return error;
 }
 
-// Whether another took its place since the look is not asked: that costs a question for each
-// directory, and the path ends the way down in any case.
+// Does not verify that the directory is still the one that FindSubdirectory() found: that would
+// cost one fstat() for each directory, and the length of the path limits the depth anyway.
 static int OpenChild(const DirectoryWalk* walk, WalkedDirectory* child) {
     const int error =
-        Open(dirfd(child->parent->stream), walk->path.text + child->nameAt, &child->stream);
-    // A deep parent is not needed until the child was walked.
+        Open(dirfd(child->parent->stream), walk->path.text + child->nameOffset, &child->stream);
+    // The walk needs a deep parent again only after the child.
     if (error == 0 && child->parent->level >= kLevelsKeptOpen)
         Close(child->parent);
     return error;
 }
 
-// What stands at its path by now may be another.
+// ENOENT if another directory is at the path now.
 static int OpenAgain(const DirectoryWalk* walk, WalkedDirectory* directory) {
     int error = Open(AT_FDCWD, walk->path.text, &directory->stream);
     struct stat status = {};
@@ -79,7 +79,7 @@ void EnterDirectory(DirectoryWalk* walk, WalkedDirectory* directory) {
                                               &directory->names);
 }
 
-static bool IsOnTheWay(const WalkedDirectory* directory, const struct stat& status) {
+static bool IsInPath(const WalkedDirectory* directory, const struct stat& status) {
     while (directory != nullptr && !HasIdentity(directory, status))
         directory = directory->parent;
     return directory != nullptr;
@@ -88,22 +88,22 @@ static bool IsOnTheWay(const WalkedDirectory* directory, const struct stat& stat
 bool FindSubdirectory(DirectoryWalk* walk, WalkedDirectory* directory, WalkedDirectory* child) {
     PathBuffer* path = &walk->path;
     TruncatePath(path, directory->pathLength);
-    while (const char* name = TakeDirectoryName(&directory->names)) {
+    while (const char* name = NextDirectoryName(&directory->names)) {
         if (directory->stream == nullptr)
             directory->error = OpenAgain(walk, directory);
         if (directory->error != 0)
             break;
         struct stat status = {};
         TruncatePath(path, directory->pathLength);
-        const size_t nameAt = AppendToPath(path, name);
-        const int failed =
-            fstatat(dirfd(directory->stream), path->text + nameAt, &status, AT_SYMLINK_NOFOLLOW);
-        if (failed || !S_ISDIR(status.st_mode) || IsOnTheWay(directory, status))
+        const size_t nameOffset = AppendToPath(path, name);
+        const int failed = fstatat(dirfd(directory->stream), path->text + nameOffset, &status,
+                                   AT_SYMLINK_NOFOLLOW);
+        if (failed || !S_ISDIR(status.st_mode) || IsInPath(directory, status))
             continue;
         *child = {};
         child->parent = directory;
         child->level = directory->level + 1;
-        child->nameAt = nameAt;
+        child->nameOffset = nameOffset;
         child->pathLength = path->length;
         child->device = status.st_dev;
         child->inode = status.st_ino;

@@ -2,20 +2,21 @@
 #define TRAYPROBED_DIRECTORYWALK_H
 
 /*
- * A walk down a directory tree and back, by open directories: each name is looked up in the
- * directory that has it, and links are not followed. At most 63 directories are kept open, one more
- * for a moment; beyond that, a directory is closed while the walk is below it, and opened again by
- * path for what it has left.
+ * A depth-first walk of a directory tree, by open directories: a name is looked up in the open
+ * directory that contains it, and symbolic links below the top are not followed. At most 63
+ * directories stay open, and one more for a moment. A deeper directory is closed while the walk is
+ * below it; it is opened again, by path, for the rest of its names.
  *
- * A walker lists each directory whole when it enters it, then goes from one of its subdirectories
- * to the next, each on a frame of the walker's own stack:
+ * The caller recurses. It reads all names of a directory on entry, then goes from one subdirectory
+ * to the next; each WalkedDirectory is on the caller's stack:
  *
  *     EnterDirectory(walk, here);
  *     while (FindSubdirectory(walk, here, &child))
- *         ... the walker itself, for the child ...
+ *         ... recurse for the child ...
  *     LeaveDirectory(here);
  *
- * A walk is a thread's own, and stays where it is in memory as long as it goes on.
+ * There are no locks: a walk belongs to one thread. A DirectoryWalk and a WalkedDirectory in use
+ * must not be moved. Every function may block as long as the file system does.
  */
 
 #include "common/PathBuffer.h"
@@ -31,33 +32,35 @@ struct DirectoryWalk {
     size_t nameBudget; // bytes left for names
 };
 
-/* A directory on the way down. It is known by its identity, since a path that was cut may name one
-   of its own parents, and a parent may be mounted below itself: entering it again would not end. */
+/* A directory between the top and the present place of the walk. Device and inode identify it: a
+   path that was cut may name a parent, and a parent may be mounted below itself; entering it again
+   would never end. */
 struct WalkedDirectory {
-    WalkedDirectory* parent;
-    unsigned level;
-    size_t nameAt; // where its name begins in the walk's path
-    size_t pathLength;
+    WalkedDirectory* parent; // null for the top
+    unsigned level;          // 0 for the top
+    size_t nameOffset;       // of its name in the walk's path
+    size_t pathLength;       // of its path in bytes
     dev_t device;
     ino_t inode;
-    DIR* stream; // null where it is closed for now
+    DIR* stream; // null while it is closed
     DirectoryNames names;
-    int error; // of its listing, or of opening it again; 0 when all is well
+    int error; // errno of opening it, of reading its names or of opening it again; 0 for none
 };
 
-/* The top is followed if it is a link. Nothing is opened yet. */
+/* Initialises the walk at path; if that is a symbolic link, the walk is in the directory behind it.
+   Opens nothing. */
 void BeginWalk(DirectoryWalk* walk, const char* path, DirectoryFilter filter, WalkedDirectory* top);
 
-/* Opens and lists it, while the walk's path is its own; its error tells how that went. However it
-   went, LeaveDirectory follows. */
+/* Opens the directory and reads its names. Sets directory->error. Always pair with
+   LeaveDirectory(). Precondition: walk->path is the path of the directory. */
 void EnterDirectory(DirectoryWalk* walk, WalkedDirectory* directory);
 
-/* The next subdirectory, whose path the walk's becomes; at the end false, and the path is the
-   directory's own again. What cannot be looked at, and what is on the way down already, is passed
-   over. */
+/* Initialises *child as the next subdirectory, makes walk->path its path and returns true. At the
+   end, or after an error, makes walk->path that of the directory and returns false. Skips a name
+   that cannot be looked up, and a directory that the walk is in already. */
 bool FindSubdirectory(DirectoryWalk* walk, WalkedDirectory* directory, WalkedDirectory* child);
 
-/* Frees what is left of it. */
+/* Closes the directory and frees its remaining names. */
 void LeaveDirectory(WalkedDirectory* directory);
 
 #endif

@@ -9,7 +9,7 @@ static const char kSourcePath[] = "trayprobed/MediaIdManager";
 
 constexpr UInt16 kNoMedium = 0; // an empty slot
 constexpr UInt32 kNotMounted = 0;
-constexpr UInt32 kNotCountedAsMounted = 0x40; // the server's other state without a drive
+constexpr UInt32 kNotCountedAsMounted = 0x40; // like kNotMounted, uses no drive
 
 static SInt32 g_subscribedToChangerNotifications = 0;
 static ChangerNotificationSubscription* g_changerNotificationId = nullptr;
@@ -53,7 +53,7 @@ void ChangerListNotificationCallBack(CFTypeRef value, ChangerNotificationSubscri
 
 VErrLink* HandleRemovedChangers(CFArrayRef changerList) {
     VErrLink* err = nullptr;
-    CFArrayRef known = nullptr; // kept: one small array for each list that the server sends
+    CFArrayRef known = nullptr; // never released: one small array per notification
     VERR_STEP(err, GetChangerList(&known), "fail get old changer list");
     const CFIndex count = err == nullptr ? CFArrayGetCount(known) : 0;
     for (CFIndex i = 0; err == nullptr && i < count; i++) {
@@ -142,7 +142,7 @@ VErrLink* HandleAddedChangers(CFDictionaryRef changerInfo) {
     return err;
 }
 
-// An absent number leaves the default; one that does not convert exactly is a failure.
+// A missing number leaves *value as it was. False if the value is not a number of 32 bits.
 static bool GetOptionalNumber(CFDictionaryRef dict, CFStringRef key, SInt32* value) {
     const void* number = CFDictionaryGetValue(dict, key);
     return number == nullptr ||
@@ -242,7 +242,7 @@ VErrLink* HandleStartingMediaId(CFDictionaryRef changerInfo) {
         "fail get count of data transfer elements for changer GUID %016llX", changerGUID);
     VERR_STEP(err, GetMediaIdInProgressCount(changerGUID, &inProgress),
               "fail GetMediaIdInProgressCount for changer GUID %016llX", changerGUID);
-    // With none of ours running, one is always allowed, however many media are mounted.
+    // If none is in progress, one may always start, regardless of the mounted media.
     if (err != nullptr || (inProgress != 0 && (mounted >= drives || inProgress >= drives)))
         return err;
 
@@ -272,11 +272,11 @@ VErrLink* CountChangerMountedMedia(CFArrayRef media, UInt16* count) {
     return err;
 }
 
-// Whether a scan is after that medium.
+// Sets *isWanted to whether the medium is to be identified. Links name `function`.
 typedef VErrLink* (*MediumCriterion)(const char* function, CFDictionaryRef medium,
                                      SInt32* isWanted);
 
-// The first medium that is there, wanted and not being identified yet.
+// Starts the first medium that exists, meets the criterion and is not in progress.
 static VErrLink* SpawnNextMediaId(const char* function, UInt64 changerGUID, CFArrayRef media,
                                   SInt32 buildDirCache, MediumCriterion criterion,
                                   SInt32* started) {

@@ -10,15 +10,14 @@ static const char kSourcePath[] = "trayprobed/MediaIdState";
 static pthread_mutex_t g_mediaIdStateMutex;
 static SInt32 g_mediaIdStateMutexInited = 0;
 
-// All three are read and written between BeginStoreAccess and EndStoreAccess.
-static CFMutableDictionaryRef g_changerListDict = nullptr; // GUID number to state dictionary
+// Guarded by the store's own lock.
+static CFMutableDictionaryRef g_changerListDict = nullptr; // changer GUID to state dictionary
 static CFArrayRef g_changerInfoListArr = nullptr;
 static SInt32 g_globalShouldIdMedia = 1;
 
 // ---- the store's own lock ----
 
-// Recursive, so that one update can be made of the public operations. Never destroyed: detached
-// threads may still come by after Term.
+// Never destroyed: detached threads may still run after TermMediaIdState().
 static pthread_mutex_t g_storeMutex;
 static pthread_once_t g_storeMutexOnce = PTHREAD_ONCE_INIT;
 
@@ -39,7 +38,7 @@ void EndStoreAccess(void) {
     pthread_mutex_unlock(&g_storeMutex);
 }
 
-// ---- life and state lock ----
+// ---- start-up, shutdown and the state lock ----
 
 VErrLink* InitMediaIdState(void) {
     VErrLink* err = nullptr;
@@ -82,7 +81,7 @@ void UnlockMediaIdState(void) {
     VErrLogAndCatch(&err);
 }
 
-// ---- what the server said last ----
+// ---- data of the server ----
 
 VErrLink* GetGlobalShouldIdMedia(SInt32* shouldId) {
     BeginStoreAccess();
@@ -128,7 +127,7 @@ VErrLink* GetChangerInfoDict(UInt64 changerGUID, CFDictionaryRef* info) {
     return err;
 }
 
-// The media array is indexed by storage element; the server may know fewer than it should.
+// The storage element is the index in the media array. Null if the array is too short.
 static CFDictionaryRef FindMediaInfo(CFArrayRef media, UInt16 storageElem) {
     if (storageElem >= CFArrayGetCount(media))
         return nullptr;
@@ -175,7 +174,7 @@ VErrLink* MediaHasMountablePartitions(UInt64 changerGUID, UInt16 storageElem, SI
 
 // ---- changers ----
 
-// Nothing is known before Init and after Term.
+// Null if the changer is not known, and without a store.
 static CFDictionaryRef FindChangerDict(CFNumberRef changerGUIDNum) {
     if (g_changerListDict == nullptr)
         return nullptr;
@@ -230,7 +229,7 @@ VErrLink* GetChangerList(CFArrayRef* list) {
     BeginStoreAccess();
     const CFIndex count =
         g_changerListDict != nullptr ? CFDictionaryGetCount(g_changerListDict) : 0;
-    // Never for zero bytes, which may be answered with null.
+    // One slot more than needed: calloc(0, ...) may return null.
     auto* numbers =
         static_cast<const void**>(calloc(static_cast<size_t>(count) + 1, sizeof(const void*)));
     VERR_NEED(err, numbers != nullptr, "fail alloc changer GUID buffer");
@@ -375,7 +374,7 @@ VErrLink* IsStorageElemOnInProgressList(UInt64 changerGUID, UInt16 storageElem, 
 static const CFStringRef kBuildInProgress = CFSTR("Changer FS Cache Build In Progress");
 static const CFStringRef kShouldAbort = CFSTR("Should Abort Operation");
 
-// An absent flag is false.
+// A missing flag is 0.
 static VErrLink* GetFlag(const char* function, UInt64 changerGUID, CFStringRef key, SInt32* flag) {
     VErrLink* err = nullptr;
     CFMutableDictionaryRef dict = nullptr;

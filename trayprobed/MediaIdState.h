@@ -2,87 +2,124 @@
 #define TRAYPROBED_MEDIAIDSTATE_H
 
 /*
- * What the daemon remembers about changers: the last changer info list that the server pushed, a
- * state dictionary for each known changer, and the global default for identifying media.
+ * The store: what the daemon knows about changers. It has the changer info list that the server
+ * sent last, a state dictionary for each known changer, and the global default for identifying
+ * media.
  *
- * Two locks. The state lock makes a sequence of operations one step; callers take it around the
- * whole sequence, and no operation but LockMediaIdState takes it. It is not recursive. Beneath it
- * the store has a lock of its own, taken by each operation and held across no call out, because
- * two callers come without the state lock: the daily timer, and the walk of a single disc.
+ * There are two locks. The state lock makes a sequence of calls atomic: a caller takes it around
+ * the sequence. It is not recursive, and of the functions below only LockMediaIdState() takes it.
+ * The store's own lock is inside each function, because two callers do not hold the state lock: the
+ * daily timer, and the caching of a single disc. The store calls no other module of trayprobed
+ * under this lock.
  *
- * State dictionaries are copied, changed and written back whole; a failure on the way leaves the
- * stored one as it was. Operations on a changer that is not known fail with kVErrCodeNotFound.
- * Flags are 0 or 1.
+ * A state dictionary is copied, changed and stored as a whole: after a failure, the former one is
+ * unchanged. For a changer that is not known, functions fail with kVErrCodeNotFound. Flags are 0 or
+ * 1. Any thread may call any function, unless its contract names one.
  */
 
 #include "common/VErr.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
-/* On the main thread, before other threads start and after they are of no account. Term does
-   nothing harmful when Init did not succeed. */
+/* Creates the empty store. Main thread, before other threads start. */
 VErrLink* InitMediaIdState(void);
+
+/* Releases the store. No changer is known from then on, to threads that still run. Without a store,
+   nothing happens. */
 void TermMediaIdState(void);
 
+/* Takes the state lock; blocks until it is free. The code of an error is an errno value; the caller
+   does not have the lock then, and does not unlock it. */
 VErrLink* LockMediaIdState(void);
+
+/* Releases the state lock, which the calling thread holds. Logs its errors. */
 void UnlockMediaIdState(void);
 
 /* The store's own lock, for the sources of the store alone. It is recursive: between the two calls,
-   several operations form one update. Call nothing outside the store in between. */
+   several functions form one update. Call no other module of trayprobed in between. */
 void BeginStoreAccess(void);
 void EndStoreAccess(void);
 
-/* Whether media are identified on insert where a changer's preferences do not say. Never fail. */
+/* ---- data of the server ---- */
+
+/* Whether media are identified on insert if the preferences of their changer do not specify it;
+   initially 1. Always return null. */
 VErrLink* GetGlobalShouldIdMedia(SInt32* shouldId);
 VErrLink* SetGlobalShouldIdMedia(SInt32 shouldId);
 
-/* Keeps the list. Earlier lists stay retained for ever, so that a reader without the state lock
-   never loses what it reads. Never fails. */
+/* Retains the list and makes it the saved one. No list is ever released: readers without the state
+   lock may still use a former one. Always returns null. */
 VErrLink* SaveChangerInfoList(CFArrayRef list);
 
-/* The changer's entry in the saved list, borrowed. */
+/* Gets the changer's entry of the saved list, borrowed; null on failure. */
 VErrLink* GetChangerInfoDict(UInt64 changerGUID, CFDictionaryRef* info);
 
-/* Whether the medium was ever identified, and then whether any of its partitions holds a file
-   system. May be called without the state lock. */
+/* Gets whether the medium was ever identified, and if so, whether one of its partitions has a file
+   system; from the saved list. On failure, what was not found out is 0. */
 VErrLink* MediaHasMountablePartitions(UInt64 changerGUID, UInt16 storageElem, SInt32* identified,
                                       SInt32* hasFileSystem);
 
-/* A copy of the changer's state, owned by the caller. */
+/* ---- changers ---- */
+
+/* Gets a copy of the changer's state, which the caller owns; null on failure. */
 VErrLink* GetChangerDictForGUID(UInt64 changerGUID, CFMutableDictionaryRef* dict);
+
+/* Stores the changer's state. A shortage of memory in the store is not reported. */
 VErrLink* SetChangerDictForGUID(UInt64 changerGUID, CFDictionaryRef dict);
 
+/* Gets whether the changer is known. Fails without memory alone. */
 VErrLink* IsChangerInList(UInt64 changerGUID, SInt32* isInList);
-/* The known changers' GUIDs as numbers; the caller owns the array. */
+
+/* Gets the GUIDs of the known changers as numbers, in an array that the caller owns. */
 VErrLink* GetChangerList(CFArrayRef* list);
-/* With a fresh state, in place of any earlier one. */
+
+/* Makes the changer known, with a new state that replaces any former one. */
 VErrLink* AddChangerToList(UInt64 changerGUID);
-/* Drops the whole state; nothing else is told. An unknown changer is no error. */
+
+/* Removes the changer's state; does not stop its timer, build or identifications. For a changer
+   that is not known, nothing happens. */
 VErrLink* RemoveChangerFromList(UInt64 changerGUID);
 
-/* The storage elements whose identification runs. Adding twice and removing an absent one are no
-   errors. */
+/* ---- storage elements whose identification is in progress ---- */
+
+/* Add an element to the changer's list, or remove it. If it is there, or not there, nothing
+ * happens. */
 VErrLink* AddStorageElemToMediaIdInProgressList(UInt64 changerGUID, UInt16 storageElem);
 VErrLink* RemoveStorageElemFromMediaIdInProgressList(UInt64 changerGUID, UInt16 storageElem);
+
+/* Get the number of elements on the changer's list, and whether an element is on it. The output
+   stays as it was on failure. */
 VErrLink* GetMediaIdInProgressCount(UInt64 changerGUID, UInt32* count);
 VErrLink* IsStorageElemOnInProgressList(UInt64 changerGUID, UInt16 storageElem, SInt32* isOnList);
 
+/* ---- flags of a changer; initially 0 ---- */
+
+/* Whether a full build is in progress. The output stays as it was on failure. */
 VErrLink* GetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32* inProgress);
 VErrLink* SetChangerFSCacheBuildInProgress(UInt64 changerGUID, SInt32 inProgress);
+
+/* Whether the user requested to abort the daemon's operation. The output stays as it was on
+   failure. */
 VErrLink* GetChangerShouldAbortOperation(UInt64 changerGUID, SInt32* shouldAbort);
 VErrLink* SetChangerShouldAbortOperation(UInt64 changerGUID, SInt32 shouldAbort);
 
+/* ---- the daily full build (MediaIdStateTimer.cpp); on one thread, which has the run loop ---- */
+
 /*
- * The daily directory cache build: a timer on the calling thread's run loop, the same thread for
- * all calls, first at the next occurrence of that local time and then every 86400 seconds.
- * Hour and minute are normalised by the calendar. Scheduling twice leaves both timers firing, so
- * unschedule first. The timer of a changer that is removed goes on: it fails daily, and builds
- * again once the changer is back.
+ * Adds a timer to the calling thread's run loop. The timer fires at the next occurrence of the
+ * local time, and then every 86400 seconds. The calendar normalises an hour or a minute out of
+ * range.
+ *
+ * A timer that was scheduled before is not stopped: call UnscheduleChangerFSCacheTimer() first. The
+ * timer of a changer that is removed continues: each time it fires it logs an error, until the
+ * changer is known again.
  */
 VErrLink* ScheduleChangerFSCacheTimer(UInt64 changerGUID, SInt32 hour, SInt32 minute);
-/* Without a timer nothing happens. */
+
+/* Stops the changer's timer. Without a timer, nothing happens. */
 VErrLink* UnscheduleChangerFSCacheTimer(UInt64 changerGUID);
-/* The timer's callout; info is a number, the changer's GUID. */
+
+/* The timer fires: starts a full build. info is the changer's GUID as a number. Logs its errors. */
 void ChangerFSCache(CFRunLoopTimerRef timer, void* info);
 
 #endif

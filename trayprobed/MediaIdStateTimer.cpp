@@ -9,13 +9,13 @@ static const char kSourcePath[] = "trayprobed/MediaIdState"; // links name the s
 
 constexpr CFTimeInterval kDailyInterval = 86400.0; // seconds, whatever the length of the day
 
-// One GUID number per changer that was ever scheduled. None is released: timers refer to the
-// numbers without retaining them. Accessed between BeginStoreAccess() and EndStoreAccess().
+// One GUID number for each changer that was ever scheduled, by itself. The numbers are never
+// released: timers use them without retaining them. Guarded by the store's own lock.
 static CFMutableDictionaryRef g_timerGUIDNumbers = nullptr;
 
 static const CFStringRef kTimer = CFSTR("FS Cache Timer");
 
-// The number that a changer's timers carry; it lives for ever. Borrowed.
+// Returns the number for the timers of a changer, borrowed. Null without memory.
 static CFNumberRef InternTimerGUIDNumber(UInt64 changerGUID) {
     CFNumberRef number = CFHCreateUInt64Number(changerGUID);
     if (number == nullptr)
@@ -33,7 +33,8 @@ static CFNumberRef InternTimerGUIDNumber(UInt64 changerGUID) {
     return kept;
 }
 
-// The calendar decides anew whether daylight saving applies. -1 when there is no such time.
+// tm_isdst = -1: mktime() finds out whether daylight saving applies on that day. Returns -1 if the
+// time cannot be represented.
 static time_t TimeOnDay(const struct tm& today, int daysLater, SInt32 hour, SInt32 minute) {
     struct tm when = today;
     when.tm_mday += daysLater;
@@ -92,7 +93,8 @@ VErrLink* UnscheduleChangerFSCacheTimer(UInt64 changerGUID) {
     auto* timer = static_cast<CFRunLoopTimerRef>(
         const_cast<void*>(err == nullptr ? CFDictionaryGetValue(dict, kTimer) : nullptr));
     if (timer != nullptr) {
-        // Not the mode that it was added in: invalidating it is what takes it out.
+        // Invalidating removes the timer from its run loop; the mode of the call before is not the
+        // one that the timer was added to.
         CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopCommonModes);
         CFRunLoopTimerInvalidate(timer);
         CFDictionaryRemoveValue(dict, kTimer);

@@ -17,10 +17,11 @@ constexpr UInt32 kPrivateFamily = 1;
 
 // ---- the contexts ----
 
-// Of all threads and of those that ended and left their element on the list, the one started last
-// first. Of each element only the first can have ended: the element is the last thread's.
+// The contexts of all threads that run, and of those that ended and left their element on the list;
+// the newest first. Only the newest context of an element can have hasEnded set: the element on the
+// list belongs to the newest thread.
 static MediaIdThreadContext* g_contexts = nullptr;
-static ChangerServerProcess g_server = {}; // that sends the notifications now
+static ChangerServerProcess g_server = {}; // the present sender of notifications
 static pthread_mutex_t g_contextsMutex = PTHREAD_MUTEX_INITIALIZER; // guards both
 
 static MediaIdThreadContext* FindContext(MediaIdThreadContext* from,
@@ -41,7 +42,8 @@ static void RemoveContext(MediaIdThreadContext* context) {
     free(context);
 }
 
-// What an earlier thread left is void: the element would not be started if it were on the list.
+// A context that an earlier thread of the element left is obsolete: an element on the list is not
+// started, so that thread's element is not on the list any more.
 static void AddContext(MediaIdThreadContext* context) {
     pthread_mutex_lock(&g_contextsMutex);
     MediaIdThreadContext* former = FindContext(g_contexts, context);
@@ -61,8 +63,8 @@ static void EndContext(MediaIdThreadContext* context, bool isLeftOnList) {
     pthread_mutex_unlock(&g_contextsMutex);
 }
 
-// False when there was no memory for it.
-static bool TakeElementOff(const MediaIdThreadContext* context) {
+// Returns whether the element is off the list. False without memory.
+static bool RemoveElement(const MediaIdThreadContext* context) {
     VErrLink* err =
         RemoveStorageElemFromMediaIdInProgressList(context->changerGUID, context->storageElem);
     const bool isOff = err == nullptr || VErrGetErrCode(err) == kVErrCodeNotFound;
@@ -85,10 +87,11 @@ void HandleMediaIdServer(const ChangerServerProcess* server) {
         next = context->next;
         if (!context->hasEnded)
             continue;
-        const bool isVoid = IsSameChangerServerProcess(&context->server, server)
-                                ? !IsChangerKnown(context->changerGUID)
-                                : FindContext(next, context) == nullptr && TakeElementOff(context);
-        if (isVoid)
+        const bool isObsolete =
+            IsSameChangerServerProcess(&context->server, server)
+                ? !IsChangerKnown(context->changerGUID)
+                : FindContext(next, context) == nullptr && RemoveElement(context);
+        if (isObsolete)
             RemoveContext(context);
     }
     pthread_mutex_unlock(&g_contextsMutex);
@@ -126,8 +129,8 @@ VErrLink* StartMediaId(UInt64 changerGUID, UInt16 storageElem, SInt32 buildDirCa
     return err;
 }
 
-// A failed mount, walk or eject is logged at once, since what follows must happen all the same. A
-// failed withdrawal leaves the element on the list, and so out of reach of the server that refused.
+// A failed mount, walk or eject is logged at once: the following steps must run all the same. After
+// a failed withdrawal the element stays on the list, so that it is not started again.
 void* RunMediaIdThread(void* threadContext) {
     auto* context = static_cast<MediaIdThreadContext*>(threadContext);
     const UInt64 changerGUID = context->changerGUID;
@@ -155,7 +158,7 @@ void* RunMediaIdThread(void* threadContext) {
             VErrLogAndCatch(&err);
         }
 
-        // Once more: a request made meanwhile is answered too.
+        // Withdraw again: a request that was made meanwhile is fulfilled, too.
         VERR_STEP(err, ChangerServerRequestMediaIdentification(changerGUID, storageElem, false),
                   "fail ChangerServerRequestChangerIdentification");
         SInt32 isKnown = 0;

@@ -1,6 +1,7 @@
 /*
- * The daemon's entry point: brings its stages up in order, each only if the one before succeeded,
- * hands the main thread to the run loop for good, and takes down what came up in reverse order.
+ * The daemon's entry point: initialises the modules in order, each only if the one before
+ * succeeded; runs the run loop on the main thread; then terminates the initialised modules in
+ * reverse order.
  */
 
 #include "common/MessageLog.h"
@@ -18,7 +19,7 @@ static const char kSourcePath[] = "trayprobed/trayprobed_main";
 
 static const char kProcessTitle[] = "(trayprobed)";
 
-// The title is copied whole, however short argv[0] is: what lies behind the arguments is not used.
+// Copies the whole title, even if argv[0] is shorter: nothing uses the bytes behind the arguments.
 static void SetProcessTitle(int argc, char** argv) {
     for (int i = 0; i < argc; i++)
         memset(argv[i], 0, strlen(argv[i]));
@@ -51,7 +52,7 @@ int main(int argc, char** argv) {
         CFRunLoopRun();
     }
 
-    // The exit status is 0 whatever happened: failures are in the log.
+    // The exit status is always 0: failures are in the log.
     VErrLogAndCatch(&err);
     if (changerFSCacheManagerUp)
         TermChangerFSCacheManager();

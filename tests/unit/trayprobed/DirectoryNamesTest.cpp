@@ -60,7 +60,7 @@ protected:
     }
     std::vector<std::string> TakeAll() {
         std::vector<std::string> all;
-        while (const char* name = TakeDirectoryName(&names_))
+        while (const char* name = NextDirectoryName(&names_))
             all.emplace_back(name);
         return all;
     }
@@ -94,11 +94,11 @@ TEST_F(DirectoryNamesTest, AreThoseOfScandirInItsOrder) {
 }
 
 TEST_F(DirectoryNamesTest, NothingHoldsNone) {
-    EXPECT_EQ(TakeDirectoryName(&names_), nullptr);
+    EXPECT_EQ(NextDirectoryName(&names_), nullptr);
     FreeDirectoryNames(&names_);
     std::size_t room = 0;
     EXPECT_EQ(List(&room), 0);
-    EXPECT_EQ(TakeDirectoryName(&names_), nullptr);
+    EXPECT_EQ(NextDirectoryName(&names_), nullptr);
 }
 
 TEST_F(DirectoryNamesTest, GiveTheirRoomBackAsTheyAreUsed) {
@@ -106,12 +106,12 @@ TEST_F(DirectoryNamesTest, GiveTheirRoomBackAsTheyAreUsed) {
     std::size_t room = 10 * kChunk;
     ASSERT_EQ(List(&room), 0);
     for (std::size_t i = 0; i < 3 * kLongestPerChunk; ++i) {
-        EXPECT_NE(TakeDirectoryName(&names_), nullptr);
+        EXPECT_NE(NextDirectoryName(&names_), nullptr);
         EXPECT_EQ(room, (7 + i / kLongestPerChunk) * kChunk) << i;
     }
     FreeDirectoryNames(&names_);
     EXPECT_EQ(room, 10 * kChunk);
-    EXPECT_EQ(TakeDirectoryName(&names_), nullptr);
+    EXPECT_EQ(NextDirectoryName(&names_), nullptr);
 }
 
 TEST_F(DirectoryNamesTest, ThatDoNotFitAreNone) {
