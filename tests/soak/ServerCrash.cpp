@@ -8,101 +8,102 @@
 
 namespace {
 
-// The last link of whatever ends with a withdrawal that failed.
+// The last link of an identification or a build whose withdrawal failed.
 constexpr const char* kFailedWithdrawal = ": fail ChangerServerRequestChangerIdentification";
 
-std::string SilenceOn(const std::string& command) {
+std::string SuppressReplyTo(const std::string& command) {
     return "fault on=\"" + command + "\" do=silence";
 }
 
-// A link of a request that found no server, or one that was ending: one that has ended but was not
-// waited for is found, too, and refuses. Or of a listing in a file system without a server.
-bool IsLinkOfLostServer(const std::string& line) {
+// True for a link of a request that failed because the server was gone or ending (the daemon also
+// finds a zombie process, whose sockets refuse the connection), and for a link of a listing in a
+// file system whose server is gone.
+bool IsLostServerLink(const std::string& line) {
     static const testbed::Pattern coded("trayprobed: .* \\((VErrCode = 100[15]|"
                                         "err = (-1|10[37]))\\)"); // ECONNABORTED, ENOTCONN
     static const testbed::Pattern refused("trayprobed: [A-Za-z]+:[0-9]+, [A-Za-z]+: fail [^()]*");
     return coded.Matches(line) || refused.Matches(line);
 }
 
-bool IsEndOf(const std::string& function, const std::string& line) {
+bool IsFailureOf(const std::string& function, const std::string& line) {
     return line.find(function + kFailedWithdrawal) != std::string::npos;
 }
 
 } // namespace
 
-void ServerCrash::CutOff() {
+void ServerCrash::Interrupt() {
     constexpr std::array kSteps{Step::FirstWithdrawal, Step::Mount, Step::Eject,
                                 Step::SecondWithdrawal};
     for (int position = 0; position < static_cast<int>(kSteps.size()); ++position) {
-        CutOffIdentification({ChangerAt(position), SlotAt(position)},
-                             kSteps.at(static_cast<std::size_t>(position)));
+        InterruptIdentification({ChangerAt(position), SlotAt(position)},
+                                kSteps.at(static_cast<std::size_t>(position)));
     }
-    // Both drives of one changer, in which nothing could be picked any more.
-    const int full = ChangerAt(4);
-    CutOffIdentification({full, SlotAt(0)}, Step::Mount);
-    CutOffIdentification({full, SlotAt(1)}, Step::Eject);
-    CutOffBuild(ChangerAt(5));
+    // Both drives of one changer: while both are in use, the daemon picks no disc there.
+    const int fullChanger = ChangerAt(4);
+    InterruptIdentification({fullChanger, SlotAt(0)}, Step::Mount);
+    InterruptIdentification({fullChanger, SlotAt(1)}, Step::Eject);
+    InterruptBuild(ChangerAt(5));
 }
 
-void ServerCrash::CutOffIdentification(Place place, Step last) {
+void ServerCrash::InterruptIdentification(Place place, Step last) {
     if (last == Step::SecondWithdrawal) {
-        dialogue_.Tell(
-            "fault on=\"request identification\" do=late after=0"); // the first: answered
+        // The first withdrawal gets a reply, the second does not.
+        control_.Do("fault on=\"request identification\" do=late after=0");
     }
-    dialogue_.Tell(SilenceOn(last == Step::Mount   ? "mount disc"
-                             : last == Step::Eject ? "eject disc"
-                                                   : "request identification"));
-    dialogue_.TellAbout(place, "identify");
-    dialogue_.ShowOnce();
-    dialogue_.AwaitUnansweredRequest();
-    performance_.ledger.OrderCutOffIdentification(place, last);
-    performance_.crashes.discs.push_back(place);
-    ++performance_.crashes.begunIdentifications;
-    performance_.crashes.mounted += last > Step::Mount ? 1 : 0;
+    control_.Do(SuppressReplyTo(last == Step::Mount   ? "mount disc"
+                                : last == Step::Eject ? "eject disc"
+                                                      : "request identification"));
+    control_.DoForSlot(place, "identify");
+    control_.SendStateOnce();
+    control_.AwaitPendingRequest();
+    context_.counts.ExpectInterruptedIdentification(place, last);
+    context_.crashes.discs.push_back(place);
+    ++context_.crashes.interruptedIdentifications;
+    context_.crashes.mounted += last > Step::Mount ? 1 : 0;
 }
 
-void ServerCrash::CutOffBuild(int changer) {
-    dialogue_.HaltABuild(changer);
-    performance_.ledger.OrderCutOffBuild(kDrives + 2);
-    performance_.crashes.changers.push_back(changer);
-    ++performance_.crashes.begunBuilds;
+void ServerCrash::InterruptBuild(int changer) {
+    control_.BlockBuild(changer);
+    context_.counts.ExpectInterruptedBuild(kDrives + 2);
+    context_.crashes.changers.push_back(changer);
+    ++context_.crashes.interruptedBuilds;
 }
 
-void ServerCrash::CountEnds() {
-    CrashRecord& crashes = performance_.crashes;
-    if (crashes.servers++ == 0) { // the daemon logs for the first time
-        auto& descriptors = performance_.quiet.descriptors;
+void ServerCrash::CountFailures() {
+    CrashCounts& crashes = context_.crashes;
+    if (crashes.servers++ == 0) { // the daemon's first log line opens its log socket
+        auto& descriptors = context_.idleUsage.descriptors;
         descriptors.insert(std::upper_bound(descriptors.begin(), descriptors.end(), "socket"),
                            "socket");
     }
-    dialogue_.AwaitQuiet();
-    for (const std::string& line : performance_.run.TakeLog())
-        if (IsEndOf("RunMediaIdThread", line))
-            ++crashes.endsOfIdentifications;
-        else if (IsEndOf("RunChangerFSCacheThread", line))
-            ++crashes.endsOfBuilds;
-        else if (!IsLinkOfLostServer(line))
+    control_.AwaitIdle();
+    for (const std::string& line : context_.run.TakeLog())
+        if (IsFailureOf("RunMediaIdThread", line))
+            ++crashes.failedIdentifications;
+        else if (IsFailureOf("RunChangerFSCacheThread", line))
+            ++crashes.failedBuilds;
+        else if (!IsLostServerLink(line))
             crashes.otherLines.push_back(line);
 }
 
-void ServerCrash::MakeUp(Performance& performance) {
-    const Dialogue dialogue(performance);
-    CrashRecord& crashes = performance.crashes;
+void ServerCrash::RepeatInterruptedWork(SoakContext& context) {
+    const ServerControl control(context);
+    CrashCounts& crashes = context.crashes;
     for (const Place place : std::exchange(crashes.discs, {})) {
-        dialogue.TellAbout(place, "identify");
-        performance.ledger.OrderIdentification(place);
-        dialogue.ShowOnce();
-        dialogue.AwaitEndOfIdentification(place);
-        dialogue.AwaitQuiet();
-        ++crashes.identifiedAgain;
+        control.DoForSlot(place, "identify");
+        context.counts.ExpectIdentification(place);
+        control.SendStateOnce();
+        control.AwaitEndOfIdentification(place);
+        control.AwaitIdle();
+        ++crashes.repeatedIdentifications;
     }
     for (const int changer : std::exchange(crashes.changers, {})) {
-        dialogue.Tell("identify changer=" + GuidOf(changer));
-        dialogue.ShowOnce();
-        dialogue.AwaitBeginningOfBuild(changer);
-        dialogue.AwaitEndOfBuild(changer);
-        performance.ledger.OrderBuild(kDiscs + 3);
-        dialogue.AwaitQuiet();
-        ++crashes.builtAgain;
+        control.Do("identify changer=" + GuidOf(changer));
+        control.SendStateOnce();
+        control.AwaitStartOfBuild(changer);
+        control.AwaitEndOfBuild(changer);
+        context.counts.ExpectBuild(kDiscs + 3);
+        control.AwaitIdle();
+        ++crashes.repeatedBuilds;
     }
 }

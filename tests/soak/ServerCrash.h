@@ -1,31 +1,27 @@
 #ifndef TESTS_SOAK_SERVERCRASH_H
 #define TESTS_SOAK_SERVERCRASH_H
 
-#include "Dialogue.h"
-#include "Performance.h"
+#include "ServerControl.h"
+#include "SoakContext.h"
 
-#include <map>
-#include <string>
-
-/* A server that is killed in the middle of identifications and a build. Each of them is brought to
-   a request that the server leaves unanswered, or to a listing that it does not finish, so that
-   what the server has counted is known when it is killed. */
+/* A server that is killed during identifications and a build. Before the kill, each of them is
+   blocked at a request without reply or at a listing without end, so the expected counts are
+   exact. */
 class ServerCrash {
 public:
-    // The discs and changers concerned rotate with the number of the crash.
-    ServerCrash(Performance& performance, int number)
-        : performance_(performance), dialogue_(performance), number_(number) {}
+    // `number` of the crash selects the discs and changers.
+    ServerCrash(SoakContext& context, int number)
+        : context_(context), control_(context), number_(number) {}
 
-    // Before the server is killed. The daemon has nothing else to do.
-    void CutOff();
+    // Starts and blocks the work. Call before the server is killed, when the daemon is idle.
+    void Interrupt();
 
-    // After it was killed: waits until the daemon has given up everything, and counts how often it
-    // logged so. With the next server all of it has to be made up for.
-    void CountEnds();
+    // Call after the kill: waits until the daemon is idle and counts the failures that it logged.
+    void CountFailures();
 
-    // What the server that was killed last left undone is asked for again. The build leaves discs
-    // in the drives.
-    static void MakeUp(Performance& performance);
+    // Requests the interrupted identifications and builds from the next server and waits for them.
+    // The builds leave discs in the drives.
+    static void RepeatInterruptedWork(SoakContext& context);
 
 private:
     int ChangerAt(int position) const {
@@ -34,11 +30,11 @@ private:
     int SlotAt(int position) const {
         return (number_ / kChangers + position) % kDiscs;
     }
-    void CutOffIdentification(Place place, Step last);
-    void CutOffBuild(int changer);
+    void InterruptIdentification(Place place, Step last);
+    void InterruptBuild(int changer);
 
-    Performance& performance_;
-    Dialogue dialogue_;
+    SoakContext& context_;
+    ServerControl control_;
     const int number_;
 };
 

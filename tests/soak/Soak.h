@@ -2,40 +2,38 @@
 #define TESTS_SOAK_SOAK_H
 
 /*
- * The daemon's years in minutes: the real daemon against many servers one after another, all delays
- * at zero. What the servers have recorded at the end is compared with what must have happened by
- * the rules of the daemon:
+ * A long test of one daemon: it runs against many servers, one after another, with all delays at
+ * zero. At the end the observed counts of the servers are compared with the counts that the rules
+ * of the daemon require:
  *
- * - A notification starts at most one identification in each changer: of the first disc, by slot,
- *   of which one is requested, else, unless the changer's preferences forbid it, of the first that
- *   was never identified; of no disc that is being identified.
- * - It does so when none runs in the changer, or when fewer run than there are drives and fewer
- *   discs are mounted.
- * - An identification is four requests: the disc's request is withdrawn, the disc mounted and
- *   ejected, and its request withdrawn once more. A disc so identified is not wanted any more.
- * - A requested build is the withdrawal of the changer's request, a report without a maximum, one
- *   with the number of discs, one after each disc, a clearing, and a withdrawal again. An abort
- *   stops it on its way back from the next folder.
- * - A changer that the daemon did not know has its status cleared.
- * - A server that is killed in the middle of identifications and builds ends each of them. It is
- *   told once in the log, by its withdrawal that finds no server, and the disc of an identification
- *   is out of reach until another server sends notifications. A disc that this one is asked to have
- *   identified is identified once, and a changer that it is asked to have built is built once.
+ * - A notification starts at most one identification in each changer: of the first requested disc
+ *   in slot order, otherwise (unless the preferences of the changer forbid it) of the first disc
+ *   that was never identified. A disc that is being identified is not picked.
+ * - It starts one if none runs in the changer, or if fewer identifications run than there are
+ *   drives and fewer discs are mounted.
+ * - An identification is four requests: withdraw the disc's request, mount, eject, withdraw again.
+ * - A requested build is: withdraw the changer's request, a status without maximum, a status with
+ *   the number of discs, a status after each disc, clear the status, withdraw again. An abort ends
+ *   the build when the walk leaves its next folder.
+ * - The daemon clears the status of a changer that is new to it.
+ * - A server that is killed during identifications and builds ends each of them. The daemon logs
+ *   one failed withdrawal for each. The disc of an identification stays in progress until another
+ *   server sends notifications. When that server requests the disc or the changer again, it is
+ *   identified or built once.
  *
- * A notification is out of date when it has been overtaken by what it started, and would start it
- * again. So the states in which a disc is wanted are shown one at a time, and the next one when
- * that disc no longer is. All other notifications flow as they like, beside whatever the daemon
- * does.
+ * A notification is stale when its identification has already started; it would start the same
+ * identification again. Therefore each state with a requested disc is sent once, and the next state
+ * only after the disc has been identified. All other notifications are sent without
+ * synchronisation.
  *
- * The heap may grow by what the kept lists cost, which a second process tells that keeps the same.
- * What else the daemon touches depends on how much was ever under way at once: how many threads,
- * and how many notifications had been read when the main thread was held up. It may not grow for
- * long.
+ * The heap may grow by the size of the lists that the daemon never frees, which a second process
+ * measures (MemorySampler.h). Other memory depends on the largest number of concurrent threads and
+ * pending notifications, so it must stop growing.
  */
 
-#include "Memory.h"
-#include "Performance.h"
-#include "VerdictTable.h"
+#include "MemorySampler.h"
+#include "ResultTable.h"
+#include "SoakContext.h"
 
 #include <chrono>
 #include <string>
@@ -44,38 +42,38 @@
 
 class Soak {
 public:
-    Soak(int lives, bool judgesMemory);
+    // `checksMemory`: compare the memory growth with its limits. Not possible with a sanitizer.
+    Soak(int cycles, bool checksMemory);
 
-    // True if all is as it must be. Prints its progress, and the table at the end, whatever the
-    // end.
+    // Returns true if every check passed. Prints progress, and the result table in any case.
     bool Run();
 
 private:
-    void PlayOverture();
-    void PlayLife(int number);
-    void PlayFinale();
-    void SayProgress(int number);
-    void Judge();
-    void JudgeCrashes();
-    void JudgeMemory();
-    void JudgeGrowth(const std::string& what, long bytes, long most);
-    void JudgeTheEnd();
+    void RunWarmUp();
+    void RunCycle(int number);
+    void RunShutdown();
+    void PrintProgress(int number);
+    void Evaluate();
+    void EvaluateCrashes();
+    void EvaluateMemory();
+    void EvaluateGrowth(const std::string& what, long bytes, long most);
+    void EvaluateEnd();
     void PrintLastLines();
-    void Complain(const std::vector<std::string>& complaints) const;
+    void Print(const std::vector<std::string>& problems) const;
 
-    const int lives_;
-    const bool judgesMemory_;
+    const int cycles_;
+    const bool checksMemory_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    Performance performance_;
-    Memory memory_;
-    Memory::Sample warm_;
-    Memory::Sample middle_;
-    Memory::Sample last_;
+    SoakContext context_;
+    MemorySampler sampler_;
+    MemorySampler::Sample warmedUp_;
+    MemorySampler::Sample middle_;
+    MemorySampler::Sample last_;
     pid_t lastServer_ = -1;
     long restarts_ = 0;
-    long identificationsOfFinale_ = 0;
-    bool finalePlayed_ = false;
-    VerdictTable table_;
+    long shutdownIdentifications_ = 0;
+    bool hasShutDown_ = false;
+    ResultTable table_;
 };
 
 #endif

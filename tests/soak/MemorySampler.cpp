@@ -1,4 +1,4 @@
-#include "Memory.h"
+#include "MemorySampler.h"
 
 #include "testbed/Failure.h"
 #include "testbed/ProcessState.h"
@@ -15,36 +15,37 @@
 
 namespace {
 
-constexpr const char* kListenerPath = "/tmp/list-keeper";
+constexpr const char* kSocketPath = "/tmp/memory-reference";
 
-// A frame without a payload.
-struct Mark {
+// A frame without payload.
+struct Marker {
     std::uint32_t signature = 0x68536967;
     std::uint16_t reserved = 0;
     std::uint16_t headerSize = 12;
     std::uint32_t dataLength = 0;
 };
 
-// From lines like "55f7-55f8 rw-p 0 00:00 0  [heap]", each followed by some like "Anonymous: 4 kB".
-Footing ReadFooting(pid_t pid) {
+// smaps has a line like "55f7-55f8 rw-p 0 00:00 0  [heap]" per mapping, followed by lines like
+// "Anonymous: 4 kB".
+MemoryUsage ReadMemoryUsage(pid_t pid) {
     std::istringstream lines(testbed::ReadProcFile(pid, "smaps"));
-    Footing footing;
+    MemoryUsage usage;
     bool isHeap = false;
     for (std::string line; std::getline(lines, line);) {
         const std::string key = line.substr(0, line.find(' '));
         if (key == "Anonymous:")
-            (isHeap ? footing.heap : footing.rest) += std::stol(line.substr(key.size())) * 1024;
+            (isHeap ? usage.heap : usage.rest) += std::stol(line.substr(key.size())) * 1024;
         else if (key.back() != ':')
             isHeap = line.ends_with("[heap]");
     }
-    return footing;
+    return usage;
 }
 
 testbed::Descriptor Listen() {
     testbed::Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, kListenerPath);
+    std::strcpy(address.sun_path, kSocketPath);
     testbed::Require(
         bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
             listen(listener.Get(), 1) == 0,
@@ -54,25 +55,26 @@ testbed::Descriptor Listen() {
 
 } // namespace
 
-Memory::Memory(testbed::OutputLog& outputLog) : outputLog_(outputLog), listener_(Listen()) {
+MemorySampler::MemorySampler(testbed::OutputLog& outputLog)
+    : outputLog_(outputLog), listener_(Listen()) {
     testbed::Require(mkfifo(pipe_.c_str(), 0600) == 0, "cannot make a pipe");
-    const testbed::Command command{testbed::ProgramPath("trayprobed-list-keeper"),
-                                   {"trayprobed-list-keeper", pipe_, kListenerPath},
+    const testbed::Command command{testbed::ProgramPath("trayprobed-memory-reference"),
+                                   {"trayprobed-memory-reference", pipe_, kSocketPath},
                                    testbed::MinimalEnvironment()};
-    keeper_.emplace(command, outputLog_, testbed::Stream::Helper, testbed::Stream::Helper);
+    reference_.emplace(command, outputLog_, testbed::Stream::Helper, testbed::Stream::Helper);
 }
 
-Memory::Sample Memory::Take(const testbed::Daemon& daemon) {
+MemorySampler::Sample MemorySampler::Measure(const testbed::Daemon& daemon) {
     const testbed::Descriptor pipe(open(pipe_.c_str(), O_WRONLY | O_CLOEXEC));
-    const Mark mark;
-    testbed::Require(write(pipe.Get(), &mark, sizeof mark) == sizeof mark,
+    const Marker marker;
+    testbed::Require(write(pipe.Get(), &marker, sizeof marker) == sizeof marker,
                      "cannot mark the notifications");
-    const std::string kept = outputLog_.Await(testbed::Stream::Helper, "kept [0-9]+").text;
+    const std::string lists = outputLog_.Await(testbed::Stream::Helper, "lists [0-9]+").text;
     const testbed::Descriptor connection(accept(listener_.Get(), nullptr, nullptr));
-    return {ReadFooting(daemon.Pid()), ReadFooting(keeper_->Pid()),
-            std::stol(kept.substr(kept.find(' ')))};
+    return {ReadMemoryUsage(daemon.Pid()), ReadMemoryUsage(reference_->Pid()),
+            std::stol(lists.substr(lists.find(' ')))};
 }
 
-long UnexplainedGrowth(const Memory::Sample& from, const Memory::Sample& to) {
-    return (to.daemon.heap - from.daemon.heap) - (to.keeper.heap - from.keeper.heap);
+long UnexplainedGrowth(const MemorySampler::Sample& from, const MemorySampler::Sample& to) {
+    return (to.daemon.heap - from.daemon.heap) - (to.reference.heap - from.reference.heap);
 }

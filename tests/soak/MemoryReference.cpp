@@ -1,7 +1,10 @@
-// Keeps what the daemon keeps on purpose, and does nothing else: reads the notifications that the
-// servers send from a pipe, through the daemon's own calls, so that its memory tells what the kept
-// lists cost. A frame without a payload is the soak's mark at the end of a server: the source of
-// its connection is kept, and the number of lists told.
+/*
+ * trayprobed-memory-reference PIPE SOCKET: the reference for the daemon's heap. It reads the
+ * servers' notifications from a pipe and stores them with the daemon's own functions, so its heap
+ * holds the lists that the daemon never frees by design, and nothing else. A frame without payload
+ * marks the end of a server: the program then creates one more connection source, which the daemon
+ * does not free either, and writes "lists COUNT".
+ */
 
 #include "ChangerServerConnectionLib/FrameAssembly.h"
 #include "ChangerServerConnectionLib/LocalSocket.h"
@@ -15,8 +18,8 @@
 
 namespace {
 
-const char* g_serverPath = nullptr; // of a socket to connect to
-long g_lists = 0;
+const char* g_serverPath = nullptr; // the socket to connect to
+long g_listCount = 0;
 
 bool Failed(VErrLink* err) {
     const bool failed = err != nullptr;
@@ -24,8 +27,8 @@ bool Failed(VErrLink* err) {
     return failed;
 }
 
-// The daemon knows a changer from the first list that shows it.
-bool KnowChangersOf(CFArrayRef list) {
+// The daemon adds a changer when the first list contains it.
+bool AddChangersOf(CFArrayRef list) {
     for (CFIndex i = 0; i < CFArrayGetCount(list); ++i) {
         UInt64 changerGUID = 0;
         SInt32 isKnown = 0;
@@ -39,50 +42,50 @@ bool KnowChangersOf(CFArrayRef list) {
     return true;
 }
 
-bool Keep(CFDictionaryRef notification) {
+bool StoreNotification(CFDictionaryRef notification) {
     if (CFDictionaryContainsKey(notification, CFSTR("changer list"))) {
-        CFArrayRef known = nullptr; // kept, as the daemon does
-        if (Failed(GetChangerList(&known)))
+        CFArrayRef changers = nullptr; // never released, as in the daemon
+        if (Failed(GetChangerList(&changers)))
             return false;
     }
     CFArrayRef list = CFHDictionaryFindArray(notification, CFSTR("changer info"));
     if (list == nullptr)
         return true;
-    ++g_lists;
-    return !Failed(SaveChangerInfoList(list)) && KnowChangersOf(list);
+    ++g_listCount;
+    return !Failed(SaveChangerInfoList(list)) && AddChangersOf(list);
 }
 
 void IgnoreData(CFSocketRef, CFSocketCallBackType, CFDataRef, const void*, void*) {}
 
-// As the daemon does when it is connected, and when the server is gone.
-bool KeepSource() {
+// The daemon creates a source for each connection and keeps it when the connection is lost.
+bool LeakSource() {
     CFDataRef address = CreateLocalSocketAddress(g_serverPath);
     CFSocketRef socket = CreateConnectedLocalSocket(address, IgnoreData, nullptr);
     CFRelease(address);
     if (socket == nullptr)
         return false;
-    const bool isKept = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0) != nullptr;
+    const bool isCreated = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0) != nullptr;
     CloseLocalSocket(socket);
-    return isKept;
+    return isCreated;
 }
 
-bool HandleMark() {
-    if (!KeepSource())
+bool HandleMarker() {
+    if (!LeakSource())
         return false;
-    std::printf("kept %ld\n", g_lists);
+    std::printf("lists %ld\n", g_listCount);
     return std::fflush(stdout) == 0;
 }
 
 bool HandleFrame(const FrameAssembly& frame) {
     if (frame.header.dataLength == 0)
-        return HandleMark();
+        return HandleMarker();
     char* parserText = nullptr;
     auto* notification = static_cast<CFDictionaryRef>(CreatePayloadList(&frame, &parserText));
     if (notification == nullptr)
         return false;
-    const bool kept = Keep(notification);
+    const bool isStored = StoreNotification(notification);
     CFRelease(notification);
-    return kept;
+    return isStored;
 }
 
 bool HandleChunk(FrameAssembly& frame, const UInt8* bytes, CFIndex length) {
@@ -100,9 +103,8 @@ bool HandleChunk(FrameAssembly& frame, const UInt8* bytes, CFIndex length) {
 
 } // namespace
 
-// trayprobed-list-keeper PIPE SOCKET
 int main(int argc, char** argv) {
-    // Open for writing too, so that the pipe does not end with a server.
+    // Opened for writing too: otherwise read() returns 0 when a server closes the pipe.
     const int pipe = argc == 3 ? open(argv[1], O_RDWR | O_CLOEXEC) : -1;
     if (pipe < 0 || !InitVErrSystem() || Failed(InitMediaIdState()))
         return 2;
@@ -112,7 +114,7 @@ int main(int argc, char** argv) {
     ssize_t length = 0;
     while ((length = read(pipe, chunk.data(), chunk.size())) > 0) {
         if (!HandleChunk(frame, chunk.data(), length)) {
-            std::fprintf(stderr, "cannot keep a notification\n");
+            std::fprintf(stderr, "cannot store a notification\n");
             return 1;
         }
     }
