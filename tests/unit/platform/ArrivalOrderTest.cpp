@@ -357,9 +357,9 @@ TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
     EXPECT_EQ(socket_.chunks.size(), half.size());
 }
 
-class WatchedEvent : public cf::Watched {
+class WatchedEvent : public cf::WatchedDescriptor {
 public:
-    explicit WatchedEvent(int descriptor) : Watched(Count), descriptor_(descriptor) {
+    explicit WatchedEvent(int descriptor) : WatchedDescriptor(Count), descriptor_(descriptor) {
         EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << "in use";
         const int event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
         EXPECT_EQ(dup3(event, descriptor, O_CLOEXEC), descriptor);
@@ -387,7 +387,7 @@ public:
     }
 
 private:
-    static void Count(cf::Watched& watched, cf::Nanoseconds) noexcept {
+    static void Count(cf::WatchedDescriptor& watched, cf::Nanoseconds) noexcept {
         ++static_cast<WatchedEvent&>(watched).count_;
     }
 

@@ -53,11 +53,11 @@ private:
  */
 class TestSource {
 public:
-    explicit TestSource(std::function<void()> callout, cf::Runs runs = cf::Runs::kEvery,
+    explicit TestSource(std::function<void()> callout, cf::RunLevel level = cf::RunLevel::kAny,
                         int descriptor = -1)
         : callout_(std::move(callout)),
-          source_(descriptor < 0 ? cf::CreateSignalSource(runs, Perform, this)
-                                 : cf::CreateDescriptorSource(descriptor, runs, Perform, this)) {
+          source_(descriptor < 0 ? cf::CreateSignalSource(level, Perform, this)
+                                 : cf::CreateDescriptorSource(descriptor, level, Perform, this)) {
         Add();
     }
     TestSource(const TestSource&) = delete;

@@ -18,9 +18,9 @@ namespace {
 constexpr std::size_t kOverhead = 16; // of each chunk
 
 void Append(ChunkQueue& queue, std::string_view text, Nanoseconds arrived) {
-    const auto room = queue.Room();
-    ASSERT_GE(room.size(), text.size());
-    std::ranges::copy(text, room.begin());
+    const auto space = queue.Reserve();
+    ASSERT_GE(space.size(), text.size());
+    std::ranges::copy(text, space.begin());
     queue.Append(text.size(), arrived);
 }
 
@@ -65,22 +65,22 @@ TEST(ChunkQueueTest, SizeCountsTheBytesAndWhatEachChunkTakesBesides) {
     EXPECT_EQ(queue.Size(), 0U);
 }
 
-TEST(ChunkQueueTest, RoomIsAlwaysThatOfTheLongestChunk) {
+TEST(ChunkQueueTest, ReserveAlwaysGivesTheMaximumChunkSize) {
     ChunkQueue queue;
-    for (std::size_t length = 1; length <= ChunkQueue::kLongestChunk; length *= 2) {
-        ASSERT_EQ(queue.Room().size(), ChunkQueue::kLongestChunk) << length;
+    for (std::size_t length = 1; length <= ChunkQueue::kMaximumChunkSize; length *= 2) {
+        ASSERT_EQ(queue.Reserve().size(), ChunkQueue::kMaximumChunkSize) << length;
         queue.Append(length, 0);
     }
-    EXPECT_EQ(queue.Room().size(), ChunkQueue::kLongestChunk);
+    EXPECT_EQ(queue.Reserve().size(), ChunkQueue::kMaximumChunkSize);
 }
 
-TEST(ChunkQueueTest, RoomThatIsNotUsedChangesNothing) {
+TEST(ChunkQueueTest, UnusedReserveChangesNothing) {
     ChunkQueue queue;
-    queue.Room();
+    queue.Reserve();
     EXPECT_TRUE(queue.IsEmpty());
-    const std::string longest(ChunkQueue::kLongestChunk, 'x');
+    const std::string longest(ChunkQueue::kMaximumChunkSize, 'x');
     Append(queue, longest, 1);
-    queue.Room(); // a second block
+    queue.Reserve(); // a second block
     EXPECT_EQ(TakeFront(queue), longest);
     EXPECT_TRUE(queue.IsEmpty());
     Append(queue, "next", 2);
@@ -89,11 +89,11 @@ TEST(ChunkQueueTest, RoomThatIsNotUsedChangesNothing) {
 
 TEST(ChunkQueueTest, DrainedBlockIsUsedFromItsBeginning) {
     ChunkQueue queue;
-    const auto* const begin = queue.Room().data();
+    const auto* const begin = queue.Reserve().data();
     for (int i = 0; i < 100; ++i) {
-        Append(queue, std::string(ChunkQueue::kLongestChunk, 'x'), i);
+        Append(queue, std::string(ChunkQueue::kMaximumChunkSize, 'x'), i);
         queue.RemoveFront();
-        ASSERT_EQ(queue.Room().data(), begin);
+        ASSERT_EQ(queue.Reserve().data(), begin);
     }
 }
 
@@ -109,18 +109,18 @@ TEST(ChunkQueueTest, ClearedQueueIsEmptyAndStartsAnew) {
     EXPECT_EQ(TakeFront(queue), "third");
 }
 
-TEST(ChunkQueueTest, WithoutMemoryForABlockThereIsNoRoom) {
+TEST(ChunkQueueTest, ReserveGivesNothingWithoutMemoryForABlock) {
     ChunkQueue queue;
-    const std::string longest(ChunkQueue::kLongestChunk, 'x');
-    const auto hasRoom = [&] {
+    const std::string longest(ChunkQueue::kMaximumChunkSize, 'x');
+    const auto hasSpace = [&] {
         const AllocationFault fault(1);
-        return !queue.Room().empty();
+        return !queue.Reserve().empty();
     };
-    EXPECT_FALSE(hasRoom());
+    EXPECT_FALSE(hasSpace());
     Append(queue, longest, 1);
-    EXPECT_FALSE(hasRoom());
+    EXPECT_FALSE(hasSpace());
     EXPECT_EQ(TakeFront(queue), longest);
-    EXPECT_TRUE(hasRoom());
+    EXPECT_TRUE(hasSpace());
 }
 
 // Beside a queue of texts: chunks of all lengths, appended and taken in bursts, so that it is

@@ -60,7 +60,7 @@ TEST(DescriptorZeroTest, SourceIsCalledOutWhenItIsReadable) {
     CFRunLoopGetCurrent(); // takes descriptors of its own
     ExpectWithoutInput([] {
         const int event = eventfd(1, EFD_CLOEXEC);
-        TestSource source(StopCurrentRun, cf::Runs::kEvery, event);
+        TestSource source(StopCurrentRun, cf::RunLevel::kAny, event);
         CFRunLoopRun();
         return event == 0 && source.Count() == 1;
     });
@@ -101,7 +101,7 @@ TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
 
 TEST(DescriptorZeroTest, ArrivalsAreWatchedWithItOnce) {
     ExpectWithoutInput([] {
-        if (!cf::StartArrivals() || !IsZeroTaken() || !cf::AreArrivalsWatched())
+        if (!cf::StartArrivals() || !IsZeroTaken() || !cf::AreArrivalsStarted())
             return false;
         const std::size_t descriptors = CountDescriptors();
         return cf::StartArrivals() && CountDescriptors() == descriptors;
@@ -115,7 +115,7 @@ TEST(DescriptorZeroTest, WatchedItIsUntilItIsUnwatched) {
         close(input);
         const int event = eventfd(0, EFD_CLOEXEC);
         const std::lock_guard lock(cf::ArrivalsMutex());
-        cf::Watched watched([](cf::Watched&, cf::Nanoseconds) noexcept {});
+        cf::WatchedDescriptor watched([](cf::WatchedDescriptor&, cf::Nanoseconds) noexcept {});
         const bool isWatched = event == 0 && watched.Watch(event) && watched.IsWatched();
         watched.Unwatch();
         return isWatched && !watched.IsWatched() && watched.Watch(event); // no longer taken
@@ -176,7 +176,7 @@ TEST(DescriptorZeroTest, VolumesProbeGivesItBack) {
         disks::VolumeProbes probes(answers.Get());
         const auto probe = probes.Start("/");
         CFRunLoopRun();
-        return probe->answered && IsZeroFree();
+        return probe->done && IsZeroFree();
     });
 }
 

@@ -344,7 +344,7 @@ struct NestedRun {
     static void Run(CFRunLoopTimerRef, void* info) {
         auto& self = *static_cast<NestedRun*>(info);
         CFRunLoopSourceRef change = cf::CreateDescriptorSource(
-            self.monitor.Descriptor(), cf::Runs::kEvery,
+            self.monitor.Descriptor(), cf::RunLevel::kAny,
             [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
         CFRunLoopAddSource(CFRunLoopGetCurrent(), change, kCFRunLoopDefaultMode);
         CFRunLoopRun();

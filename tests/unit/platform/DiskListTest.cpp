@@ -109,7 +109,7 @@ protected:
         list_.StartProbes(probes_);
         bool isDrained = false;
         CFRunLoopSourceRef drain = cf::CreateSignalSource(
-            cf::Runs::kEvery,
+            cf::RunLevel::kAny,
             [](void* info) {
                 *static_cast<bool*>(info) = true;
                 CFRunLoopStop(CFRunLoopGetCurrent());
@@ -123,7 +123,7 @@ protected:
         CFRelease(drain);
     }
     bool HasEvent() {
-        return static_cast<bool>(list_.TakeEvent(now_).disk);
+        return static_cast<bool>(list_.NextEvent(now_).disk);
     }
 
     // The next events, as "+name" and "-name", for which it waits.
@@ -131,7 +131,7 @@ protected:
         list_.StartProbes(probes_);
         Strings events;
         while (events.size() < count) {
-            const DiskEvent event = list_.TakeEvent(now_);
+            const DiskEvent event = list_.NextEvent(now_);
             if (event.disk)
                 events.push_back((event.appeared ? "+" : "-") + event.disk->name);
             else
@@ -146,7 +146,7 @@ protected:
 private:
     static CFRunLoopSourceRef CreateAnswers() {
         CFRunLoopSourceRef source = cf::CreateSignalSource(
-            cf::Runs::kEvery, [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
+            cf::RunLevel::kAny, [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
         return source;
     }
@@ -221,7 +221,7 @@ TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItsProbeWasStarted) {
 }
 
 TEST_F(DiskListTest, DoesNotAskAVolumeThatWentWhileItsProbeWasPending) {
-    constexpr std::uint64_t kPending = VolumeProbes::kMostThreads + 1;
+    constexpr std::uint64_t kPending = VolumeProbes::kMaximumThreads + 1;
     std::vector<Volume> volumes;
     for (std::uint64_t mount = 1; mount <= kPending; ++mount)
         volumes.push_back(BlockVolume(mount, "/dev/sr" + std::to_string(mount)));
@@ -241,13 +241,13 @@ TEST_F(DiskListTest, AsksAVolumeOnceHoweverOftenOthersCome) {
     static std::uint64_t mount = 1000; // another one for each volume of each run of this test
     const std::uint64_t first = mount;
     std::vector<Volume> volumes;
-    while (volumes.size() + 1 < VolumeProbes::kMostThreads) {
+    while (volumes.size() + 1 < VolumeProbes::kMaximumThreads) {
         Silence(mount);
         volumes.push_back(BlockVolume(mount++, "/dev/silent"));
     }
     Update(volumes);
     Events(0);
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     volumes.push_back(BlockVolume(mount++, "/dev/known"));
     Update(volumes);
     EXPECT_EQ(Events(1), Strings{"+known"});
@@ -280,60 +280,60 @@ TEST_F(DiskListTest, YoungerDiskIsHeldBackUntilTheOlderOneAnswers) {
     Silence(1);
     Update("ab");
     AwaitAnswer();
-    now_ = DiskList::kPatience - 1;
+    now_ = DiskList::kProbeTimeout - 1;
     EXPECT_FALSE(HasEvent());
-    EXPECT_TRUE(list_.MayHoldBack(now_));
+    EXPECT_TRUE(list_.IsTimeoutPending(now_));
     Answer(1);
     EXPECT_EQ(Events(2), (Strings{"+a", "+b"}));
-    EXPECT_FALSE(list_.IsOutOfOrder());
-    EXPECT_FALSE(list_.MayHoldBack(now_));
+    EXPECT_FALSE(list_.HasRepeats());
+    EXPECT_FALSE(list_.IsTimeoutPending(now_));
     EXPECT_FALSE(HasEvent());
 }
 
 TEST_F(DiskListTest, YoungerDiskIsHeldBackNoLongerThanForThePatienceWithTheOlderOne) {
     Silence(1);
     Update("a");
-    now_ = DiskList::kPatience / 2;
+    now_ = DiskList::kProbeTimeout / 2;
     Update("ab");
     AwaitAnswer();
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+b"});
-    EXPECT_FALSE(list_.MayHoldBack(now_));
+    EXPECT_FALSE(list_.IsTimeoutPending(now_));
 }
 
 TEST_F(DiskListTest, DisksAppearAgainAfterAnOlderOneThatIsLate) {
     Silence(2);
     Update("ab");
     EXPECT_EQ(Events(1), Strings{"+a"});
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     Update("abcd");
     EXPECT_EQ(Events(2), (Strings{"+c", "+d"}));
-    EXPECT_FALSE(list_.IsOutOfOrder());
+    EXPECT_FALSE(list_.HasRepeats());
     Answer(2);
     EXPECT_EQ(Events(1), Strings{"+b"});
-    EXPECT_TRUE(list_.IsOutOfOrder());
+    EXPECT_TRUE(list_.HasRepeats());
     EXPECT_EQ(Events(2), (Strings{"+c", "+d"}));
-    EXPECT_FALSE(list_.IsOutOfOrder());
+    EXPECT_FALSE(list_.HasRepeats());
     EXPECT_FALSE(HasEvent());
 }
 
 TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
     Silence(1);
     Update("a");
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     Update("abc");
     EXPECT_EQ(Events(2), (Strings{"+b", "+c"}));
     Answer(1);
     EXPECT_EQ(Events(1), Strings{"+a"});
     Update("ac");
     EXPECT_EQ(Events(2), (Strings{"-b", "+c"}));
-    EXPECT_FALSE(list_.IsOutOfOrder());
+    EXPECT_FALSE(list_.HasRepeats());
 }
 
 TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotDoSoAfterAChange) {
     Silence(1);
     Update("a");
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     Update("abcd");
     EXPECT_EQ(Events(3), (Strings{"+b", "+c", "+d"}));
     Answer(1);
@@ -349,7 +349,7 @@ TEST_F(DiskListTest, LateDiskAppearsBeforeYoungerOnesThatAppearAgain) {
     Silence(3);
     Silence(5);
     Update("abc");
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+b"});
     Update("abcd");
     EXPECT_EQ(Events(1), Strings{"+d"});
@@ -367,29 +367,29 @@ TEST_F(DiskListTest, DiskThatWasFoundLastMayHoldBackAlthoughItIsNotTheYoungest) 
     Silence(1);
     Silence(2);
     Update("b");
-    now_ = DiskList::kPatience / 2;
+    now_ = DiskList::kProbeTimeout / 2;
     Update("ab"); // uncovered
     Events(0);
-    now_ = DiskList::kPatience;
-    EXPECT_TRUE(list_.MayHoldBack(now_));
-    now_ += DiskList::kPatience / 2;
-    EXPECT_FALSE(list_.MayHoldBack(now_));
+    now_ = DiskList::kProbeTimeout;
+    EXPECT_TRUE(list_.IsTimeoutPending(now_));
+    now_ += DiskList::kProbeTimeout / 2;
+    EXPECT_FALSE(list_.IsTimeoutPending(now_));
 }
 
 TEST_F(DiskListTest, DiskOutOfTimeDoesNotHoldBackAfterANewerOneAppeared) {
     Silence(1);
     Update("a");
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     Update("ab");
     EXPECT_EQ(Events(1), Strings{"+b"});
-    EXPECT_FALSE(list_.MayHoldBack(now_));
+    EXPECT_FALSE(list_.IsTimeoutPending(now_));
 }
 
 TEST_F(DiskListTest, LateDisksThatAnswerInReverseEndInOrder) {
     Silence(1);
     Silence(2);
     Update("abc");
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+c"});
     Answer(2);
     EXPECT_EQ(Events(2), (Strings{"+b", "+c"}));
@@ -403,13 +403,13 @@ TEST_F(DiskListTest, AppearingAgainIsNotHeldBack) {
     Silence(1);
     Silence(2);
     Update("bc");
-    now_ = DiskList::kPatience;
+    now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+c"});
     Answer(2);
     EXPECT_EQ(Events(1), Strings{"+b"});
     Update("abc"); // uncovered
     EXPECT_EQ(Events(1), Strings{"+c"});
-    EXPECT_FALSE(list_.IsOutOfOrder());
+    EXPECT_FALSE(list_.HasRepeats());
 }
 
 } // namespace

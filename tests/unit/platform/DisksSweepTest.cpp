@@ -98,14 +98,15 @@ protected:
         list_->StartProbes(probes_);
         std::string events;
         while (events.size() < count)
-            if (const DiskEvent event = list_->TakeEvent(kNow); event.disk)
+            if (const DiskEvent event = list_->NextEvent(kNow); event.disk)
                 events += event.appeared ? '+' : '-';
             else
                 CFRunLoopRun();
         return events;
     }
 
-    const CFRunLoopSourceRef answers_ = cf::CreateSignalSource(cf::Runs::kEvery, StopRun, nullptr);
+    const CFRunLoopSourceRef answers_ =
+        cf::CreateSignalSource(cf::RunLevel::kAny, StopRun, nullptr);
     VolumeProbes probes_{answers_};
     std::optional<DiskList> list_;
 };
@@ -131,7 +132,7 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
         [&](const Fault& fault) {
             EXPECT_TRUE(!failed || fault.happened) << fault.what;
             if (failed) {
-                EXPECT_FALSE(list_->TakeEvent(kNow).disk) << fault.what;
+                EXPECT_FALSE(list_->NextEvent(kNow).disk) << fault.what;
                 list_->Update(Volumes({2, 3, 4}), kNow);
             }
             EXPECT_EQ(TakeEvents(3), "-++") << fault.what;
@@ -253,7 +254,7 @@ private:
     }
 
     int turnsLeft_ = 0;
-    const CFRunLoopSourceRef turns_ = cf::CreateSignalSource(cf::Runs::kEvery, CountTurn, this);
+    const CFRunLoopSourceRef turns_ = cf::CreateSignalSource(cf::RunLevel::kAny, CountTurn, this);
     DASessionRef session_ = nullptr;
 };
 

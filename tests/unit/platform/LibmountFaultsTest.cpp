@@ -37,7 +37,7 @@ TEST_F(LibmountFaults, MonitorThatCannotBeMadeOrEnabledHasNoDescriptor) {
         g_refused = function;
         disks::MountMonitor monitor;
         EXPECT_LT(monitor.Descriptor(), 0) << function;
-        EXPECT_FALSE(monitor.TakeChange()) << function;
+        EXPECT_FALSE(monitor.ConsumeChanges()) << function;
     }
 }
 

@@ -87,15 +87,15 @@ void AddSourceThatTellsItsEnd() {
     g_ending = CFRunLoopGetCurrent();
     static constexpr cf::SourceCallouts kCallouts = {
         .perform = [](void*) {},
-        .joined = nullptr,
-        .left =
+        .added = nullptr,
+        .removed =
             [](void*) {
                 const bool isEnding = CFRunLoopGetCurrent() == g_ending;
                 std::fputs(isEnding ? "left the thread's loop " : "left the former loop ", stderr);
             },
-        .invalid = [](void*) { std::fputs("freed", stderr); },
+        .invalidated = [](void*) { std::fputs("freed", stderr); },
     };
-    CFRunLoopSourceRef source = cf::CreateSource(kCallouts, nullptr, cf::Runs::kEvery);
+    CFRunLoopSourceRef source = cf::CreateSource(kCallouts, nullptr, cf::RunLevel::kAny);
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     CFRelease(source);
 }

@@ -44,7 +44,7 @@ void UseLoop() {
     CFRunLoopTimerRef soon = MakeTimer(kSoon, 0);
     CFRunLoopTimerRef daily = MakeTimer(kDay, kDay);
     CFRunLoopSourceRef source =
-        cf::CreateSignalSource(cf::Runs::kEvery, [](void*) { NoteCallout(); }, nullptr);
+        cf::CreateSignalSource(cf::RunLevel::kAny, [](void*) { NoteCallout(); }, nullptr);
     for (CFRunLoopTimerRef timer : {soon, daily})
         CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
     CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);

@@ -305,13 +305,13 @@ TEST(RunLoopTest, NestedRunServesOtherSourcesButNotTheOneCallingOut) {
 TEST(RunLoopTest, OutermostSourcesWaitForTheEndOfNestedRunsInOrder) {
     std::vector<int> order;
     const Event event;
-    TestSource first([&] { order.push_back(2); }, cf::Runs::kOutermost);
+    TestSource first([&] { order.push_back(2); }, cf::RunLevel::kOutermost);
     TestSource second(
         [&] {
             order.push_back(3);
             StopCurrentRun();
         },
-        cf::Runs::kOutermost, event.Descriptor());
+        cf::RunLevel::kOutermost, event.Descriptor());
     TestSource inner(StopCurrentRun);
     TestSource nests([&] {
         first.Signal();
@@ -333,7 +333,7 @@ TEST(RunLoopTest, DescriptorSourceCallsOutWhileItIsReadable) {
             if (source.Count() == 3)
                 event.Clear();
         },
-        cf::Runs::kEvery, event.Descriptor());
+        cf::RunLevel::kAny, event.Descriptor());
     event.Raise();
     AtNextSleepElsewhere([loop = CFRunLoopGetCurrent()] { CFRunLoopStop(loop); });
     CFRunLoopRun();
@@ -342,7 +342,7 @@ TEST(RunLoopTest, DescriptorSourceCallsOutWhileItIsReadable) {
 
 TEST(RunLoopTest, DescriptorThatTurnsReadableWakesTheLoop) {
     const Event event;
-    TestSource source(StopCurrentRun, cf::Runs::kEvery, event.Descriptor());
+    TestSource source(StopCurrentRun, cf::RunLevel::kAny, event.Descriptor());
     AtNextSleepElsewhere([&] { event.Raise(); });
     CFRunLoopRun();
     EXPECT_EQ(source.Count(), 1);
@@ -359,7 +359,7 @@ TEST(RunLoopTest, DescriptorIsNotCalledOutAgainByANestedRun) {
             CFRunLoopRun();
             EXPECT_EQ(source.Count(), 1);
         },
-        cf::Runs::kEvery, event.Descriptor());
+        cf::RunLevel::kAny, event.Descriptor());
     event.Raise();
     CFRunLoopRun();
     EXPECT_EQ(source.Count(), 2);
@@ -369,7 +369,7 @@ TEST(RunLoopTest, DescriptorIsServedBetweenSourcesThatAreAlwaysReady) {
     const Event event;
     event.Raise();
     TestSource eager([&] { eager.Signal(); });
-    TestSource source(StopCurrentRun, cf::Runs::kEvery, event.Descriptor());
+    TestSource source(StopCurrentRun, cf::RunLevel::kAny, event.Descriptor());
     eager.Signal();
     CFRunLoopRun();
     EXPECT_EQ(source.Count(), 1);
@@ -377,7 +377,7 @@ TEST(RunLoopTest, DescriptorIsServedBetweenSourcesThatAreAlwaysReady) {
 
 TEST(RunLoopTest, RemovedDescriptorIsNotCalledOutUntilItIsAddedAgain) {
     const Event event;
-    TestSource source([] {}, cf::Runs::kEvery, event.Descriptor());
+    TestSource source([] {}, cf::RunLevel::kAny, event.Descriptor());
     TestSource stop(StopCurrentRun);
     source.Remove();
     event.Raise();
@@ -399,7 +399,7 @@ TEST(RunLoopTest, RemovedDescriptorIsNotCalledOutUntilItIsAddedAgain) {
 TEST(RunLoopTest, InvalidatedInItsOwnCalloutIsGone) {
     const Event event;
     event.Raise();
-    TestSource descriptor([&] { descriptor.Invalidate(); }, cf::Runs::kEvery, event.Descriptor());
+    TestSource descriptor([&] { descriptor.Invalidate(); }, cf::RunLevel::kAny, event.Descriptor());
     TestSource signal([&] {
         signal.Invalidate();
         signal.Signal();
@@ -447,7 +447,7 @@ TEST(RunLoopTest, SourceStaysWhenAnotherModeLoopOrObjectIsNamed) {
 TEST(RunLoopTest, LoopHoldsItsSource) {
     static int served = 0;
     CFRunLoopSourceRef source = cf::CreateSignalSource(
-        cf::Runs::kEvery,
+        cf::RunLevel::kAny,
         [](void*) {
             ++served;
             StopCurrentRun();
@@ -477,8 +477,8 @@ TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
             CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
             CFRelease(timer);
         }
-        CFRunLoopSourceRef source =
-            cf::CreateDescriptorSource(event.Descriptor(), cf::Runs::kEvery, [](void*) {}, nullptr);
+        CFRunLoopSourceRef source = cf::CreateDescriptorSource(
+            event.Descriptor(), cf::RunLevel::kAny, [](void*) {}, nullptr);
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
         CFRelease(source);
         AtNextSleepElsewhere([loop = CFRunLoopGetCurrent()] { CFRunLoopStop(loop); });
@@ -491,7 +491,7 @@ TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
 TEST(RunLoopTest, SourceOutlivesTheLoopOfAnEndedThread) {
     int served = 0;
     CFRunLoopSourceRef source = cf::CreateSignalSource(
-        cf::Runs::kEvery,
+        cf::RunLevel::kAny,
         [](void* info) {
             ++*static_cast<int*>(info);
             StopCurrentRun();

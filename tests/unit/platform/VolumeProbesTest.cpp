@@ -53,12 +53,12 @@ protected:
 
     void Await(const Probe& probe) {
         CFRunLoopAddSource(CFRunLoopGetCurrent(), answers_, kCFRunLoopDefaultMode);
-        while (!probe.answered)
+        while (!probe.done)
             CFRunLoopRun();
     }
 
     const CFRunLoopSourceRef answers_ = cf::CreateSignalSource(
-        cf::Runs::kEvery, [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
+        cf::RunLevel::kAny, [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
     std::unique_ptr<VolumeProbes> probes_ = std::make_unique<VolumeProbes>(answers_);
 };
 
@@ -89,7 +89,7 @@ TEST_F(VolumeProbesTest, OpenNothingButDirectories) {
 }
 
 TEST_F(VolumeProbesTest, AreMadeAsOftenAsOneAsks) {
-    for (std::size_t i = 0; i < 2 * VolumeProbes::kMostThreads; ++i)
+    for (std::size_t i = 0; i < 2 * VolumeProbes::kMaximumThreads; ++i)
         Await(*probes_->Start("/"));
 }
 
@@ -117,8 +117,8 @@ protected:
 };
 
 TEST_F(HungVolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
-    const auto stuck = StartStuck(2 * VolumeProbes::kMostThreads);
-    EXPECT_EQ(CountThreads(), kThreadsAtRest + VolumeProbes::kMostThreads);
+    const auto stuck = StartStuck(2 * VolumeProbes::kMaximumThreads);
+    EXPECT_EQ(CountThreads(), kThreadsAtRest + VolumeProbes::kMaximumThreads);
 
     const auto behind = probes_->Start("/");
     hung_->Answer();
@@ -129,24 +129,24 @@ TEST_F(HungVolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
 }
 
 TEST_F(HungVolumeProbesTest, ThatAreUnwantedDoNotKeepTheOthersFromBeingMade) {
-    const auto stuck = StartStuck(VolumeProbes::kMostThreads);
-    std::vector<std::shared_ptr<Probe>> unwanted; // one for each thread
-    for (std::size_t i = 0; i < VolumeProbes::kMostThreads; ++i) {
-        unwanted.push_back(probes_->Start("/"));
-        unwanted.back()->unwanted = true;
+    const auto stuck = StartStuck(VolumeProbes::kMaximumThreads);
+    std::vector<std::shared_ptr<Probe>> cancelled; // one for each thread
+    for (std::size_t i = 0; i < VolumeProbes::kMaximumThreads; ++i) {
+        cancelled.push_back(probes_->Start("/"));
+        cancelled.back()->cancelled = true;
     }
     const auto behind = probes_->Start("/");
     hung_->Answer();
     Await(*behind);
-    for (const auto& probe : unwanted)
-        EXPECT_FALSE(probe->answered);
+    for (const auto& probe : cancelled)
+        EXPECT_FALSE(probe->done);
     for (const auto& probe : stuck)
         Await(*probe);
     stage_->Unmount("hung");
 }
 
 TEST_F(HungVolumeProbesTest, MayEndWhileAVolumeHangs) {
-    StartStuck(VolumeProbes::kMostThreads);
+    StartStuck(VolumeProbes::kMaximumThreads);
     const std::weak_ptr<Probe> behind = probes_->Start("/");
     probes_.reset();
     EXPECT_TRUE(behind.expired());

@@ -2,7 +2,7 @@
  * Sessions.
  *
  * A session lives on one run loop. Three sources wake it: the monitor of the mount table, a volume
- * that has answered its probe, and a second's wait after something failed for the moment or while
+ * whose probe is done, and a second's wait after something failed for the moment or while
  * an appearance may be held back. Whichever it is, the session then takes one step: look at the
  * mount table if it may have changed, start the probes that are due, and tell one event. As long as
  * there was an event it wakes itself for the next step, so that timers, other sources and a stop
@@ -34,7 +34,7 @@ struct Listener {
     DADiskAppearedCallback callback = nullptr; // that of a disappearance is of the same type
     void* context = nullptr;
 
-    void Tell(DADiskRef disk) const {
+    void Notify(DADiskRef disk) const {
         if (callback != nullptr)
             callback(disk, context);
     }
@@ -68,7 +68,7 @@ struct __DASession : cf::Object {
     __DASession();
 
     // False when a part of it could not be made.
-    bool IsWhole() const noexcept;
+    bool IsValid() const noexcept;
 
     Listener appeared;
     Listener disappeared;
@@ -77,18 +77,18 @@ struct __DASession : cf::Object {
     void Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept;
 
 private:
-    static void TakeStep(void* session) noexcept;
-    bool BringUpToDate(cf::Nanoseconds now) noexcept;
-    void TellEvents(cf::Nanoseconds now) noexcept;
+    static void RunStep(void* session) noexcept;
+    bool Update(cf::Nanoseconds now) noexcept;
+    void ReportEvents(cf::Nanoseconds now) noexcept;
 
     disks::MountMonitor monitor_;
     disks::RetryTimer retry_;
-    const Source wake_;
-    const Source change_;
-    const Source again_;
+    const Source wakeSource_;
+    const Source monitorSource_;
+    const Source retrySource_;
     disks::VolumeProbes probes_;
     disks::DiskList disks_;
-    bool tableMayDiffer_ = true;
+    bool isTableStale_ = true;
     bool isScheduled_ = false;
 };
 
@@ -103,53 +103,55 @@ void DestroySession(cf::Object* object) noexcept {
 constinit const cf::Class __DASession::kClass = {DestroySession, nullptr, nullptr};
 
 __DASession::__DASession()
-    : cf::Object(&kClass), wake_(cf::CreateSignalSource(cf::Runs::kOutermost, TakeStep, this)),
-      change_(
-          cf::CreateDescriptorSource(monitor_.Descriptor(), cf::Runs::kOutermost, TakeStep, this)),
-      again_(cf::CreateDescriptorSource(retry_.Descriptor(), cf::Runs::kOutermost, TakeStep, this)),
-      probes_(wake_.Get()) {}
+    : cf::Object(&kClass),
+      wakeSource_(cf::CreateSignalSource(cf::RunLevel::kOutermost, RunStep, this)),
+      monitorSource_(cf::CreateDescriptorSource(monitor_.Descriptor(), cf::RunLevel::kOutermost,
+                                                RunStep, this)),
+      retrySource_(
+          cf::CreateDescriptorSource(retry_.Descriptor(), cf::RunLevel::kOutermost, RunStep, this)),
+      probes_(wakeSource_.Get()) {}
 
-bool __DASession::IsWhole() const noexcept {
-    return monitor_.Descriptor() >= 0 && retry_.Descriptor() >= 0 && wake_.Get() != nullptr &&
-           change_.Get() != nullptr && again_.Get() != nullptr;
+bool __DASession::IsValid() const noexcept {
+    return monitor_.Descriptor() >= 0 && retry_.Descriptor() >= 0 && wakeSource_.Get() != nullptr &&
+           monitorSource_.Get() != nullptr && retrySource_.Get() != nullptr;
 }
 
 void __DASession::Schedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
-    for (const Source* source : {&wake_, &change_, &again_})
+    for (const Source* source : {&wakeSource_, &monitorSource_, &retrySource_})
         CFRunLoopAddSource(runLoop, source->Get(), mode);
     isScheduled_ = true;
-    cf::SignalSource(wake_.Get());
+    cf::SignalSource(wakeSource_.Get());
 }
 
 void __DASession::Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
-    for (const Source* source : {&wake_, &change_, &again_})
+    for (const Source* source : {&wakeSource_, &monitorSource_, &retrySource_})
         CFRunLoopRemoveSource(runLoop, source->Get(), mode);
     isScheduled_ = false;
 }
 
-void __DASession::TakeStep(void* info) noexcept {
+void __DASession::RunStep(void* info) noexcept {
     // The callback may give the session up.
     const auto session = cf::Owned<__DASession>::Share(static_cast<__DASession*>(info));
     const cf::Nanoseconds now = cf::MonotonicNow();
-    if (session->BringUpToDate(now) && !session->disks_.MayHoldBack(now))
+    if (session->Update(now) && !session->disks_.IsTimeoutPending(now))
         session->retry_.Clear();
     else
         session->retry_.Set();
     // By an old table, a disk that has gone might still appear.
-    if (!session->tableMayDiffer_)
-        session->TellEvents(now);
+    if (!session->isTableStale_)
+        session->ReportEvents(now);
 }
 
 // False when something has to be tried again.
-bool __DASession::BringUpToDate(cf::Nanoseconds now) noexcept {
+bool __DASession::Update(cf::Nanoseconds now) noexcept {
     try {
-        tableMayDiffer_ = monitor_.TakeChange() || tableMayDiffer_;
-        if (tableMayDiffer_) {
+        isTableStale_ = monitor_.ConsumeChanges() || isTableStale_;
+        if (isTableStale_) {
             auto volumes = disks::ReadVolumes(kMountTable);
             if (!volumes)
                 return false;
             disks_.Update(std::move(*volumes), now);
-            tableMayDiffer_ = false;
+            isTableStale_ = false;
         }
         disks_.StartProbes(probes_);
         return true;
@@ -158,14 +160,14 @@ bool __DASession::BringUpToDate(cf::Nanoseconds now) noexcept {
     }
 }
 
-void __DASession::TellEvents(cf::Nanoseconds now) noexcept {
+void __DASession::ReportEvents(cf::Nanoseconds now) noexcept {
     do {
-        const disks::DiskEvent event = disks_.TakeEvent(now);
+        const disks::DiskEvent event = disks_.NextEvent(now);
         if (!event.disk)
             return;
-        cf::SignalSource(wake_.Get());
-        (event.appeared ? appeared : disappeared).Tell(event.disk.Get());
-    } while (isScheduled_ && disks_.IsOutOfOrder());
+        cf::SignalSource(wakeSource_.Get());
+        (event.appeared ? appeared : disappeared).Notify(event.disk.Get());
+    } while (isScheduled_ && disks_.HasRepeats());
 }
 
 const CFStringRef kDADiskDescriptionVolumePathKey = CFSTR("DAVolumePath");
@@ -173,7 +175,7 @@ const CFStringRef kDADiskDescriptionVolumePathKey = CFSTR("DAVolumePath");
 DASessionRef DASessionCreate(CFAllocatorRef) {
     try {
         auto session = cf::Owned<__DASession>::Adopt(new __DASession);
-        return session->IsWhole() ? session.Detach() : nullptr;
+        return session->IsValid() ? session.Detach() : nullptr;
     } catch (const std::exception&) {
         return nullptr;
     }

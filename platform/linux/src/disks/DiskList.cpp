@@ -50,10 +50,10 @@ std::string DeviceName(const Volume& volume) {
 // for the next one of the device goes on where the last one ended.
 class DiskNames {
 public:
-    void Take(const std::string& name) {
+    void Add(const std::string& name) {
         taken_.insert(name);
     }
-    std::string MakeFor(const Volume& volume) {
+    std::string CreateFor(const Volume& volume) {
         const std::string device = DeviceName(volume);
         unsigned& ordinal = ordinals_[device];
         std::string name;
@@ -85,18 +85,18 @@ struct ByVolume {
     }
 };
 
-bool IsInTime(const cf::Owned<Disk>& disk, cf::Nanoseconds now) noexcept {
-    return now - disk->found < DiskList::kPatience;
+bool IsWithinTimeout(const cf::Owned<Disk>& disk, cf::Nanoseconds now) noexcept {
+    return now - disk->found < DiskList::kProbeTimeout;
 }
 
-bool HasAnswered(const cf::Owned<Disk>& disk) noexcept {
-    return disk->probe && disk->probe->answered;
+bool IsProbeDone(const cf::Owned<Disk>& disk) noexcept {
+    return disk->probe && disk->probe->done;
 }
 
 using DisksByVolume = std::set<Disk*, ByVolume>;
 
 // The disks of the volumes that were there before, which leave `former`; none for a new volume.
-Disks TakeStaying(const std::vector<Volume>& volumes, DisksByVolume& former) {
+Disks MatchExisting(const std::vector<Volume>& volumes, DisksByVolume& former) {
     Disks disks;
     for (const Volume& volume : volumes) {
         const auto stays = former.find(volume);
@@ -113,31 +113,32 @@ void AddNew(const std::vector<Volume>& volumes, cf::Nanoseconds now, Disks& disk
     DiskNames names;
     for (const auto& disk : disks)
         if (disk)
-            names.Take(disk->name);
+            names.Add(disk->name);
     for (std::size_t i = 0; i < volumes.size(); ++i)
         if (!disks[i])
-            disks[i] = cf::Owned<Disk>::Adopt(new Disk(volumes[i], names.MakeFor(volumes[i]), now));
+            disks[i] =
+                cf::Owned<Disk>::Adopt(new Disk(volumes[i], names.CreateFor(volumes[i]), now));
 }
 
-void Leave(Disk& disk) noexcept {
+void MarkGone(Disk& disk) noexcept {
     disk.isPresent = false;
     if (disk.probe)
-        disk.probe->unwanted = true;
+        disk.probe->cancelled = true;
 }
 
 } // namespace
 
 DiskList::Order DiskList::OrderOf(const Disks& disks) const {
     Order order;
-    order.again = disks.size();
+    order.repeatFrom = disks.size();
     for (std::size_t i = 0; i < disks.size(); ++i) {
         const auto& disk = disks[i];
-        Positions& positions = disk->isKnown ? order.known : order.unknown;
+        Positions& positions = disk->isReported ? order.reported : order.unreported;
         positions.insert(positions.end(), i);
-        if (disk->isKnown && disk->position >= order_.again)
-            order.again = std::min(order.again, i);
-        if (!disk->isKnown)
-            order.latest = std::max(order.latest, disk->found);
+        if (disk->isReported && disk->position >= order_.repeatFrom)
+            order.repeatFrom = std::min(order.repeatFrom, i);
+        if (!disk->isReported)
+            order.lastFound = std::max(order.lastFound, disk->found);
     }
     return order;
 }
@@ -146,18 +147,18 @@ void DiskList::Update(std::vector<Volume> volumes, cf::Nanoseconds now) {
     DisksByVolume gone;
     for (const auto& disk : present_)
         gone.insert(disk.Get());
-    Disks present = TakeStaying(volumes, gone);
+    Disks present = MatchExisting(volumes, gone);
     AddNew(volumes, now, present);
     Order order = OrderOf(present);
-    std::list<cf::Owned<Disk>> toTell;
+    std::list<cf::Owned<Disk>> toReport;
     for (Disk* const disk : gone)
-        if (disk->isKnown)
-            toTell.push_back(cf::Owned<Disk>::Share(disk));
+        if (disk->isReported)
+            toReport.push_back(cf::Owned<Disk>::Share(disk));
 
     // From here on nothing fails.
     for (Disk* const disk : gone)
-        Leave(*disk);
-    gone_.splice(gone_.end(), toTell);
+        MarkGone(*disk);
+    gone_.splice(gone_.end(), toReport);
     present_ = std::move(present);
     order_ = std::move(order);
     for (std::size_t i = 0; i < present_.size(); ++i)
@@ -167,61 +168,61 @@ void DiskList::Update(std::vector<Volume> volumes, cf::Nanoseconds now) {
 void DiskList::StartProbes(VolumeProbes& probes) {
     for (; order_.probed < present_.size(); ++order_.probed) {
         const auto& disk = present_[order_.probed];
-        if (!disk->isKnown && !disk->probe)
+        if (!disk->isReported && !disk->probe)
             disk->probe = probes.Start(disk->volume.path);
     }
 }
 
-DiskEvent DiskList::TakeEvent(cf::Nanoseconds now) noexcept {
+DiskEvent DiskList::NextEvent(cf::Nanoseconds now) noexcept {
     if (!gone_.empty()) {
         DiskEvent event = {std::move(gone_.front()), false};
         gone_.pop_front();
         return event;
     }
     const auto ready = FirstReady(now);
-    const auto again = FirstAgain();
-    if (ready != order_.unknown.end() && (again == order_.known.end() || *ready < *again))
-        return TellAppearance(*order_.known.insert(order_.unknown.extract(ready)).position);
-    return again != order_.known.end() ? TellAppearance(*again) : DiskEvent();
+    const auto repeat = FirstRepeat();
+    if (ready != order_.unreported.end() && (repeat == order_.reported.end() || *ready < *repeat))
+        return ReportAppearance(*order_.reported.insert(order_.unreported.extract(ready)).position);
+    return repeat != order_.reported.end() ? ReportAppearance(*repeat) : DiskEvent();
 }
 
-// The oldest disk that has answered, unless an older one holds it back. Those that are passed over
-// are few: of the disks that have not answered in time, the younger ones have not been asked.
+// The oldest disk whose probe is done, unless an older one holds it back. Those that are passed
+// over are few: of the disks that are not done in time, the younger ones have no probe.
 DiskList::Positions::const_iterator DiskList::FirstReady(cf::Nanoseconds now) const noexcept {
-    auto position = order_.unknown.begin();
-    for (; position != order_.unknown.end(); ++position) {
+    auto position = order_.unreported.begin();
+    for (; position != order_.unreported.end(); ++position) {
         const auto& disk = present_[*position];
-        if (HasAnswered(disk))
+        if (IsProbeDone(disk))
             return position;
-        if (IsInTime(disk, now))
+        if (IsWithinTimeout(disk, now))
             break;
     }
-    return order_.unknown.end();
+    return order_.unreported.end();
 }
 
-DiskList::Positions::const_iterator DiskList::FirstAgain() const noexcept {
-    return order_.known.lower_bound(order_.again);
+DiskList::Positions::const_iterator DiskList::FirstRepeat() const noexcept {
+    return order_.reported.lower_bound(order_.repeatFrom);
 }
 
 // The known disks behind it appear again: none, when it was told in the order of mounting.
-DiskEvent DiskList::TellAppearance(std::size_t position) noexcept {
+DiskEvent DiskList::ReportAppearance(std::size_t position) noexcept {
     const auto& disk = present_[position];
     disk->probe.reset();
-    disk->isKnown = true;
-    order_.again = position + 1;
+    disk->isReported = true;
+    order_.repeatFrom = position + 1;
     return {cf::Owned<Disk>::Share(disk.Get()), true};
 }
 
-bool DiskList::IsOutOfOrder() const noexcept {
-    return FirstAgain() != order_.known.end();
+bool DiskList::HasRepeats() const noexcept {
+    return FirstRepeat() != order_.reported.end();
 }
 
 // The last disk is mostly the one found last.
-bool DiskList::MayHoldBack(cf::Nanoseconds now) const noexcept {
-    return now - order_.latest < kPatience &&
+bool DiskList::IsTimeoutPending(cf::Nanoseconds now) const noexcept {
+    return now - order_.lastFound < kProbeTimeout &&
            std::any_of(
-               order_.unknown.rbegin(), order_.unknown.rend(),
-               [&](std::size_t position) { return IsInTime(present_[position], now); });
+               order_.unreported.rbegin(), order_.unreported.rend(),
+               [&](std::size_t position) { return IsWithinTimeout(present_[position], now); });
 }
 
 } // namespace disks

@@ -13,7 +13,7 @@ MountMonitor::MountMonitor() noexcept : monitor_(mnt_new_monitor()) {
         descriptor_ = mnt_monitor_get_fd(monitor_.get());
 }
 
-bool MountMonitor::TakeChange() noexcept {
+bool MountMonitor::ConsumeChanges() noexcept {
     bool changed = false;
     while (mnt_monitor_next_change(monitor_.get(), nullptr, nullptr) == 0)
         changed = true;

@@ -18,7 +18,7 @@ public:
     }
 
     // Whether there was a change since the last call.
-    bool TakeChange() noexcept;
+    bool ConsumeChanges() noexcept;
 
 private:
     struct Unref {

@@ -27,7 +27,7 @@ struct VolumeProbes::Shared {
 
     const CFRunLoopSourceRef source;
     std::mutex mutex; // guards what follows
-    std::deque<std::shared_ptr<Probe>> waiting;
+    std::deque<std::shared_ptr<Probe>> pending;
     std::size_t threads = 0;
     bool closed = false;
 };
@@ -35,7 +35,7 @@ struct VolumeProbes::Shared {
 namespace {
 
 // An error is an answer too: whoever looks next gets it without waiting.
-void Touch(const char* path) noexcept {
+void OpenRoot(const char* path) noexcept {
     struct statfs status = {};
     statfs(path, &status);
     const int root = open(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
@@ -50,37 +50,37 @@ VolumeProbes::VolumeProbes(CFRunLoopSourceRef source) : shared_(std::make_shared
 VolumeProbes::~VolumeProbes() {
     const std::lock_guard lock(shared_->mutex);
     shared_->closed = true;
-    shared_->waiting.clear();
+    shared_->pending.clear();
 }
 
 std::shared_ptr<Probe> VolumeProbes::Start(const std::string& path) {
     auto probe = std::make_shared<Probe>(path);
     const std::lock_guard lock(shared_->mutex);
-    shared_->waiting.push_back(probe);
-    if (shared_->threads == kMostThreads)
+    shared_->pending.push_back(probe);
+    if (shared_->threads == kMaximumThreads)
         return probe;
     try {
         const process::AllSignalsBlocked blocked;
-        std::thread(Work, shared_).detach();
+        std::thread(RunWorker, shared_).detach();
         ++shared_->threads;
     } catch (...) {
-        shared_->waiting.pop_back();
+        shared_->pending.pop_back();
         throw;
     }
     return probe;
 }
 
-void VolumeProbes::Work(const std::shared_ptr<Shared>& shared) noexcept {
+void VolumeProbes::RunWorker(const std::shared_ptr<Shared>& shared) noexcept {
     std::unique_lock lock(shared->mutex);
-    while (!shared->waiting.empty()) {
-        const std::shared_ptr<Probe> probe = std::move(shared->waiting.front());
-        shared->waiting.pop_front();
-        if (probe->unwanted)
+    while (!shared->pending.empty()) {
+        const std::shared_ptr<Probe> probe = std::move(shared->pending.front());
+        shared->pending.pop_front();
+        if (probe->cancelled)
             continue;
         lock.unlock();
-        Touch(probe->path.c_str());
+        OpenRoot(probe->path.c_str());
         lock.lock();
-        probe->answered = true;
+        probe->done = true;
         if (!shared->closed)
             cf::SignalSource(shared->source);
     }

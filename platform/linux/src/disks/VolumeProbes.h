@@ -5,7 +5,7 @@
  * Touches the roots of volumes on threads of their own, because a file system whose server is
  * dead keeps whoever touches it waiting, for ever perhaps. A volume that does not answer holds up
  * its own thread and nobody else: a thread that is through takes the next volume that waits, or
- * ends. There are never more than kMostThreads; volumes beyond that many dead ones have to wait.
+ * ends. There are never more than kMaximumThreads; volumes beyond that many dead ones have to wait.
  *
  * The threads share ownership of all that they use, so that one which is stuck may outlive
  * everything else. Once its file system answers or is aborted, it ends.
@@ -21,18 +21,18 @@
 
 namespace disks {
 
-/* One volume's question. Whoever asked may drop it, and sets unwanted when no answer is needed. */
+/* One volume's question. Whoever asked may drop it, and sets cancelled when no answer is needed. */
 struct Probe {
     explicit Probe(std::string root) : path(std::move(root)) {}
 
     const std::string path;
-    std::atomic<bool> answered = false;
-    std::atomic<bool> unwanted = false;
+    std::atomic<bool> done = false;
+    std::atomic<bool> cancelled = false;
 };
 
 class VolumeProbes {
 public:
-    static constexpr std::size_t kMostThreads = 32;
+    static constexpr std::size_t kMaximumThreads = 32;
 
     // Signals the source, of which it keeps a reference, after each answer. May throw
     // std::bad_alloc.
@@ -47,7 +47,7 @@ public:
 
 private:
     struct Shared;
-    static void Work(const std::shared_ptr<Shared>& shared) noexcept;
+    static void RunWorker(const std::shared_ptr<Shared>& shared) noexcept;
 
     std::shared_ptr<Shared> shared_;
 };

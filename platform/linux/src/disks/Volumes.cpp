@@ -53,17 +53,17 @@ bool IsVolumeType(std::string_view type) {
 
 // A path inside a mount, and a hash of the path, which is made character by character: that of all
 // directories on the way costs no more than that of the whole path.
-struct Place {
+struct Location {
     int mount;
     std::uint32_t hash;
     std::string_view path;
 
-    bool operator==(const Place&) const = default;
+    bool operator==(const Location&) const = default;
 };
 
-struct PlaceHash {
-    std::size_t operator()(const Place& place) const noexcept {
-        return cf::HashWord(static_cast<std::uint64_t>(place.mount) << 32 | place.hash);
+struct LocationHash {
+    std::size_t operator()(const Location& location) const noexcept {
+        return cf::HashWord(static_cast<std::uint64_t>(location.mount) << 32 | location.hash);
     }
 };
 
@@ -95,7 +95,7 @@ class PathWalk {
 public:
     explicit PathWalk(const MountTable& mounts) : root_(RootOf(mounts)) {
         for (const Mount& mount : mounts)
-            children_.emplace(Place{mount.parent, HashPath(mount.path), mount.path}, mount.id);
+            children_.emplace(Location{mount.parent, HashPath(mount.path), mount.path}, mount.id);
     }
 
     // The id of the mount that the absolute path ends in.
@@ -114,18 +114,18 @@ public:
 
 private:
     // The mount that is seen at a path inside a mount: the last one of those stacked there.
-    int Cross(Place place) {
-        const int first = place.mount;
+    int Cross(Location location) {
+        const int first = location.mount;
         for (std::size_t crossed = 0; crossed < children_.size(); ++crossed) {
-            const auto child = children_.find(place);
-            if (child == children_.end() || child->second == place.mount)
+            const auto child = children_.find(location);
+            if (child == children_.end() || child->second == location.mount)
                 break;
-            place.mount = child->second;
+            location.mount = child->second;
         }
-        const int last = place.mount;
+        const int last = location.mount;
         // From each of them one step leads there the next time.
-        for (place.mount = first; place.mount != last;)
-            place.mount = std::exchange(children_.find(place)->second, last);
+        for (location.mount = first; location.mount != last;)
+            location.mount = std::exchange(children_.find(location)->second, last);
         return last;
     }
 
@@ -139,7 +139,7 @@ private:
     }
 
     int root_;
-    std::unordered_map<Place, int, PlaceHash> children_;
+    std::unordered_map<Location, int, LocationHash> children_;
 };
 
 } // namespace

@@ -20,9 +20,9 @@ constinit int g_epoll = -1;
 
 // All that is watched, in lists by the lowest byte of the descriptor. Descriptors are small numbers
 // next to each other, so each list holds one of every 256.
-constinit std::array<Watched*, 256> g_watched = {};
+constinit std::array<WatchedDescriptor*, 256> g_watched = {};
 
-Watched*& FirstWatched(int descriptor) noexcept {
+WatchedDescriptor*& FirstWatched(int descriptor) noexcept {
     return g_watched[static_cast<std::size_t>(descriptor) % g_watched.size()];
 }
 
@@ -30,7 +30,7 @@ Watched*& FirstWatched(int descriptor) noexcept {
 
 // What the kernel noted, in the order in which it came. Of more than these at once, input in one
 // batch is not known to have come before a deadline in the next.
-class Events {
+class EventBatch {
 public:
     void Fetch(int milliseconds) noexcept {
         const int count =
@@ -41,22 +41,22 @@ public:
     // The mutex is held.
     void Handle() noexcept {
         const Nanoseconds now = MonotonicNow();
-        Nanoseconds by = kNever; // the first date among the deadlines further on
+        Nanoseconds arrivedBy = kNever; // the first date among the deadlines further on
         for (std::size_t i = count_; i-- > 0;) {
-            const Watched* watched = Find(events_[i].data.fd);
+            const WatchedDescriptor* watched = Find(events_[i].data.fd);
             if (watched != nullptr && watched->date_ <= now)
-                by = std::min(by, watched->date_);
-            by_[i] = by;
+                arrivedBy = std::min(arrivedBy, watched->date_);
+            arrivedBy_[i] = arrivedBy;
         }
         for (std::size_t i = 0; i < count_; ++i)
-            if (Watched* watched = Find(events_[i].data.fd))
-                watched->handler_(*watched, by_[i]);
+            if (WatchedDescriptor* watched = Find(events_[i].data.fd))
+                watched->handler_(*watched, arrivedBy_[i]);
     }
 
 private:
     // Null when it was unwatched meanwhile.
-    static Watched* Find(int descriptor) noexcept {
-        Watched* watched = FirstWatched(descriptor);
+    static WatchedDescriptor* Find(int descriptor) noexcept {
+        WatchedDescriptor* watched = FirstWatched(descriptor);
         while (watched != nullptr && watched->descriptor_ != descriptor)
             watched = watched->next_;
         return watched;
@@ -64,14 +64,14 @@ private:
 
     static constexpr std::size_t kCapacity = 512;
     std::array<epoll_event, kCapacity> events_;
-    std::array<Nanoseconds, kCapacity> by_;
+    std::array<Nanoseconds, kCapacity> arrivedBy_;
     std::size_t count_ = 0;
 };
 
 namespace {
 
-[[noreturn]] void WaitForever() noexcept {
-    Events events;
+[[noreturn]] void RunArrivalsThread() noexcept {
+    EventBatch events;
     for (;;) {
         events.Fetch(-1);
         const std::lock_guard lock(g_mutex);
@@ -90,22 +90,22 @@ bool StartArrivals() noexcept {
         return false;
     try {
         const process::AllSignalsBlocked blocked;
-        std::thread(WaitForever).detach();
+        std::thread(RunArrivalsThread).detach();
     } catch (const std::exception&) { // no thread, or no memory for one
         close(std::exchange(g_epoll, -1));
     }
     return g_epoll >= 0;
 }
 
-bool AreArrivalsWatched() noexcept {
+bool AreArrivalsStarted() noexcept {
     return g_epoll >= 0;
 }
 
 void HandleArrivals() noexcept {
     const std::lock_guard lock(g_mutex);
-    if (!AreArrivalsWatched())
+    if (!AreArrivalsStarted())
         return;
-    Events events;
+    EventBatch events;
     events.Fetch(0);
     events.Handle();
 }
@@ -114,7 +114,7 @@ std::mutex& ArrivalsMutex() noexcept {
     return g_mutex;
 }
 
-bool Watched::Watch(int descriptor, Nanoseconds date) noexcept {
+bool WatchedDescriptor::Watch(int descriptor, Nanoseconds date) noexcept {
     epoll_event event = {};
     event.events = EPOLLIN;
     event.data.fd = descriptor;
@@ -126,11 +126,11 @@ bool Watched::Watch(int descriptor, Nanoseconds date) noexcept {
     return true;
 }
 
-void Watched::Unwatch() noexcept {
+void WatchedDescriptor::Unwatch() noexcept {
     if (!IsWatched())
         return;
     epoll_ctl(g_epoll, EPOLL_CTL_DEL, descriptor_, nullptr);
-    Watched** link = &FirstWatched(descriptor_);
+    WatchedDescriptor** link = &FirstWatched(descriptor_);
     while (*link != this)
         link = &(*link)->next_;
     *link = next_;

@@ -21,26 +21,26 @@ namespace cf {
 bool StartArrivals() noexcept;
 
 /* Whether it was started. The caller holds the mutex. */
-bool AreArrivalsWatched() noexcept;
+bool AreArrivalsStarted() noexcept;
 
 /* Handles, on the calling thread, all that the kernel has noted so far. Any thread. */
 void HandleArrivals() noexcept;
 
-/* Guards every Watched and what its handler changes. Held while a handler runs. */
+/* Guards every WatchedDescriptor and what its handler changes. Held while a handler runs. */
 std::mutex& ArrivalsMutex() noexcept;
 
 /* A descriptor that may be watched. The caller of each member holds the mutex. */
-class Watched {
+class WatchedDescriptor {
 public:
     // Called when the descriptor is readable, at its end or in error, until it is unwatched. The
     // input came no later than `by` on the monotonic clock; kNever: no deadline has passed since.
     // A call may come without input, after a descriptor's number was used again. Unwatches no
     // other than its own.
-    using Handler = void (*)(Watched& watched, Nanoseconds by) noexcept;
+    using Handler = void (*)(WatchedDescriptor& watched, Nanoseconds arrivedBy) noexcept;
 
-    explicit Watched(Handler handler) noexcept : handler_(handler) {}
-    Watched(const Watched&) = delete;
-    Watched& operator=(const Watched&) = delete;
+    explicit WatchedDescriptor(Handler handler) noexcept : handler_(handler) {}
+    WatchedDescriptor(const WatchedDescriptor&) = delete;
+    WatchedDescriptor& operator=(const WatchedDescriptor&) = delete;
 
     // The descriptor remains the caller's and open until Unwatch. `date`: for a deadline, when the
     // descriptor becomes readable. False, with errno, when the kernel does not watch it.
@@ -51,12 +51,12 @@ public:
     }
 
 private:
-    friend class Events;
+    friend class EventBatch;
 
     const Handler handler_;
     int descriptor_ = -1;
     Nanoseconds date_ = kNever;
-    Watched* next_ = nullptr;
+    WatchedDescriptor* next_ = nullptr;
 };
 
 } // namespace cf

@@ -20,10 +20,10 @@ public:
     ContextInfo(const ContextInfo&) = delete;
     ContextInfo& operator=(const ContextInfo&) = delete;
     ~ContextInfo() {
-        Drop();
+        Release();
     }
 
-    void Drop() noexcept {
+    void Release() noexcept {
         if (release_ != nullptr)
             std::exchange(release_, nullptr)(info_);
     }

@@ -8,7 +8,7 @@
 namespace cf {
 namespace {
 
-void Unwatch(Watched& watched, Nanoseconds) noexcept {
+void Unwatch(WatchedDescriptor& watched, Nanoseconds) noexcept {
     watched.Unwatch();
 }
 
@@ -22,7 +22,7 @@ Deadline::~Deadline() {
 
 void Deadline::Set(Nanoseconds date) noexcept {
     const std::lock_guard lock(ArrivalsMutex());
-    if (!AreArrivalsWatched())
+    if (!AreArrivalsStarted())
         return;
     timer_ = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
     if (timer_ < 0)

@@ -20,7 +20,7 @@ public:
     void Clear() noexcept;
 
 private:
-    Watched watched_;
+    WatchedDescriptor watched_;
     int timer_ = -1;
 };
 

@@ -37,7 +37,7 @@ GSource* CreateDeadline(GMainContext* context) noexcept {
 LoopContext::LoopContext() noexcept
     : context_(g_main_context_new()), deadline_(CreateDeadline(context_.get())) {}
 
-void LoopContext::Look() noexcept {
+void LoopContext::Poll() noexcept {
     g_main_context_iteration(context_.get(), FALSE);
 }
 

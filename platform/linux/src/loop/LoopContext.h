@@ -17,7 +17,7 @@ public:
     LoopContext() noexcept;
 
     // Dispatches the descriptors that are readable.
-    void Look() noexcept;
+    void Poll() noexcept;
     // The same, after having slept until there is one, the date of the monotonic clock comes, or
     // somebody calls Wake.
     void Sleep(Nanoseconds until) noexcept;

@@ -2,8 +2,9 @@
  * The run loops.
  *
  * GLib's main context does the waiting: it polls the descriptors, sleeps until the next deadline
- * and is woken by other threads. What it dispatches only notes that something is ready. The turn
- * below then does the calling out, since GLib orders, nests and stops its dispatching otherwise.
+ * and is woken by other threads. What it dispatches only notes that something is ready. The
+ * iteration below then does the calling out, since GLib orders, nests and stops its dispatching
+ * otherwise.
  *
  * Threads: a loop and all that is in it belong to one thread, which makes the loop with its first
  * look at it and frees it at its end. Other threads may do two things: stop the innermost run
@@ -41,9 +42,9 @@ void DestroyRunLoop(Object* object) noexcept {
 void EndLoop(void* ended) noexcept {
     auto* loop = static_cast<RunLoop*>(ended);
     while (!loop->sources.Empty())
-        Leave(static_cast<Source&>(*loop->sources.First()));
+        RemoveFromLoop(static_cast<Source&>(*loop->sources.First()));
     while (!loop->timers.Empty())
-        Leave(static_cast<Timer&>(*loop->timers.First()));
+        RemoveFromLoop(static_cast<Timer&>(*loop->timers.First()));
     Release(loop);
 }
 
@@ -51,7 +52,7 @@ void EndLoop(void* ended) noexcept {
 // with a destructor: registering one ends the process when memory is out.
 class LoopKey {
 public:
-    LoopKey() noexcept : isMade_(pthread_key_create(&key_, EndLoop) == 0) {}
+    LoopKey() noexcept : isCreated_(pthread_key_create(&key_, EndLoop) == 0) {}
     LoopKey(const LoopKey&) = delete;
     LoopKey& operator=(const LoopKey&) = delete;
     // At exit, which calls no destructor of the exiting thread's values. Other threads may still
@@ -65,20 +66,20 @@ public:
     }
 
     RunLoop* Get() const noexcept {
-        return isMade_ ? static_cast<RunLoop*>(pthread_getspecific(key_)) : nullptr;
+        return isCreated_ ? static_cast<RunLoop*>(pthread_getspecific(key_)) : nullptr;
     }
     bool Set(RunLoop* loop) const noexcept {
-        return isMade_ && pthread_setspecific(key_, loop) == 0;
+        return isCreated_ && pthread_setspecific(key_, loop) == 0;
     }
 
 private:
     pthread_key_t key_ = 0;
-    const bool isMade_;
+    const bool isCreated_;
 };
 
 // GLib needs a descriptor for a context and ends the process without. Of those that there are,
 // somebody may take one or the other before GLib takes its own.
-bool HasDescriptorsToSpare() noexcept {
+bool AreDescriptorsAvailable() noexcept {
     std::array<int, 4> descriptors;
     for (int& descriptor : descriptors)
         descriptor = eventfd(0, EFD_CLOEXEC);
@@ -90,17 +91,17 @@ bool HasDescriptorsToSpare() noexcept {
 }
 
 // Threads that begin at the same time do so one after another, lest each count on the same ones.
-RunLoop* MakeLoop() noexcept {
+RunLoop* CreateLoop() noexcept {
     static constinit std::mutex making;
     const std::lock_guard lock(making);
-    return HasDescriptorsToSpare() ? new (std::nothrow) RunLoop : nullptr;
+    return AreDescriptorsAvailable() ? new (std::nothrow) RunLoop : nullptr;
 }
 
 RunLoop* CurrentLoop() noexcept {
     static const LoopKey key;
     if (RunLoop* const known = key.Get())
         return known;
-    RunLoop* const made = MakeLoop();
+    RunLoop* const made = CreateLoop();
     if (made == nullptr || key.Set(made))
         return made;
     Release(made);
@@ -133,82 +134,83 @@ private:
     Run run_;
 };
 
-bool GoesOn(const RunLoop& loop, const Run& run) noexcept {
+bool ShouldContinue(const RunLoop& loop, const Run& run) noexcept {
     return !run.stopped && !(loop.sources.Empty() && loop.timers.Empty());
 }
 
-Source* FirstReady(const RunLoop& loop, std::uint64_t turn, bool nested) noexcept {
+Source* FirstReady(const RunLoop& loop, std::uint64_t iteration, bool nested) noexcept {
     for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
         auto* source = static_cast<Source*>(member);
-        if (source->lastTurn < turn && IsReady(*source, nested))
+        if (source->lastIteration < iteration && IsReady(*source, nested))
             return source;
     }
     return nullptr;
 }
 
 // A source with input that had come when the timer became due.
-Source* FirstReadyBefore(const RunLoop& loop, const Timer& timer, const Moment& now,
+Source* FirstReadyBefore(const RunLoop& loop, const Timer& timer, const ClockTimes& now,
                          bool nested) noexcept {
     for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
         auto* source = static_cast<Source*>(member);
-        if (IsReadySince(*source, nested, DueSince(timer, now)))
+        if (HasInputBy(*source, nested, DueTime(timer, now)))
             return source;
     }
     return nullptr;
 }
 
-template<typename T>
-void CallOut(T& member, std::uint64_t turn) noexcept {
+template<auto function, typename T>
+void CallOut(T& member, std::uint64_t iteration) noexcept {
     const auto alive = Owned<T>::Share(&member);
-    member.lastTurn = turn;
+    member.lastIteration = iteration;
     member.callingOut = true;
-    Serve(member);
+    function(member);
     member.callingOut = false;
 }
 
 // Fires the timers that are due, each after the sources' input that had come by then: a loop that
 // comes late, because the process stood still or a callout took long, still takes a reply that came
 // in time. True when anything was called out.
-bool FireTimers(RunLoop& loop, const Run& run, std::uint64_t turn, const Moment& now) noexcept {
+bool FireTimers(RunLoop& loop, const Run& run, std::uint64_t iteration,
+                const ClockTimes& now) noexcept {
     const bool nested = run.outer != nullptr;
     bool calledOut = false;
     Timer* timer = nullptr;
-    while (!run.stopped && (timer = loop.queue.FirstDue(turn, now)) != nullptr) {
+    while (!run.stopped && (timer = loop.queue.FirstDue(iteration, now)) != nullptr) {
         if (!calledOut)
             HandleArrivals();
         if (Source* source = FirstReadyBefore(loop, *timer, now, nested))
-            CallOut(*source, turn);
+            CallOut<Perform>(*source, iteration);
         else
-            CallOut(*timer, turn);
+            CallOut<Fire>(*timer, iteration);
         calledOut = true;
     }
     return calledOut;
 }
 
-bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t turn) noexcept {
+bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t iteration) noexcept {
     const bool nested = run.outer != nullptr;
     bool calledOut = false;
     Source* source = nullptr;
-    while (!run.stopped && (source = FirstReady(loop, turn, nested)) != nullptr) {
-        CallOut(*source, turn);
+    while (!run.stopped && (source = FirstReady(loop, iteration, nested)) != nullptr) {
+        CallOut<Perform>(*source, iteration);
         calledOut = true;
     }
     return calledOut;
 }
 
-// One turn: the timers that are due as it begins, then the sources. Each gets one callout at most,
-// so that none can keep the others waiting; input before a due timer may take more, and is as much
-// as had come. True when anything was called out.
-bool TakeTurn(RunLoop& loop, const Run& run) noexcept {
-    const std::uint64_t turn = ++loop.turn;
-    loop.queue.AdmitDeferred();
-    const bool fired = FireTimers(loop, run, turn, ReadClocks());
-    const bool performed = PerformSources(loop, run, turn);
+// One iteration: the timers that are due as it begins, then the sources. Each gets one callout at
+// most, so that none can keep the others waiting; input before a due timer may take more, and is as
+// much as had come. True when anything was called out.
+bool RunOnce(RunLoop& loop, const Run& run) noexcept {
+    const std::uint64_t iteration = ++loop.iteration;
+    loop.queue.RequeueDeferred();
+    const bool fired = FireTimers(loop, run, iteration, ReadClocks());
+    const bool performed = PerformSources(loop, run, iteration);
     return fired || performed;
 }
 
 // Until when the loop may sleep, by the monotonic clock. For a date the alarm will wake it.
-// A timer that is put aside is not asked about: a turn that put one aside has called out.
+// A timer that is put aside is not asked about: an iteration that put one aside has called out.
 Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
     const Nanoseconds monotonic = loop.queue.FirstMonotonicDate();
     if (loop.alarm.Set(loop.context.Get(), loop.queue.FirstWallClockDate()))
@@ -217,28 +219,28 @@ Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
 }
 
 void RealignTimers(RunLoop& loop) noexcept {
-    const Moment now = ReadClocks();
+    const ClockTimes now = ReadClocks();
     for (Member* member = loop.timers.First(); member != nullptr; member = member->next)
         Realign(static_cast<Timer&>(*member), now);
-    loop.alarm.TakeNote();
+    loop.alarm.ClearStepped();
 }
 
 // Learns what became ready; with nothing to do, sleeps until something does or a timer is due.
 void Wait(RunLoop& loop, bool idle) noexcept {
     const Nanoseconds until = idle ? PrepareSleep(loop) : kNever;
-    if (idle && !loop.alarm.Stepped())
+    if (idle && !loop.alarm.WasStepped())
         loop.context.Sleep(until);
     else
-        loop.context.Look();
-    if (loop.alarm.Stepped())
+        loop.context.Poll();
+    if (loop.alarm.WasStepped())
         RealignTimers(loop);
 }
 
 void RunUntilStopped(RunLoop& loop) noexcept {
     const RunScope scope(loop);
-    while (GoesOn(loop, scope.Get())) {
-        const bool idle = !TakeTurn(loop, scope.Get());
-        if (GoesOn(loop, scope.Get()))
+    while (ShouldContinue(loop, scope.Get())) {
+        const bool idle = !RunOnce(loop, scope.Get());
+        if (ShouldContinue(loop, scope.Get()))
             Wait(loop, idle);
     }
 }

@@ -7,21 +7,21 @@ const CFStringRef kCFRunLoopCommonModes = CFSTR("kCFRunLoopCommonModes");
 
 namespace cf {
 
-bool MemberList::Join(RunLoop& loop, Member& member, CFStringRef mode) noexcept {
+bool MemberList::Add(RunLoop& loop, Member& member, CFStringRef mode) noexcept {
     if (!member.valid || member.loop != nullptr ||
         (mode != kCFRunLoopDefaultMode && mode != kCFRunLoopCommonModes))
         return false;
     Retain(&member);
     member.loop = &loop;
     member.inCommonModes = mode == kCFRunLoopCommonModes;
-    member.lastTurn = loop.turn;
+    member.lastIteration = loop.iteration;
     member.previous = last_;
     (last_ != nullptr ? last_->next : first_) = &member;
     last_ = &member;
     return true;
 }
 
-void MemberList::Leave(Member& member) noexcept {
+void MemberList::Remove(Member& member) noexcept {
     (member.previous != nullptr ? member.previous->next : first_) = member.next;
     (member.next != nullptr ? member.next->previous : last_) = member.previous;
     member.next = nullptr;
@@ -30,7 +30,7 @@ void MemberList::Leave(Member& member) noexcept {
 }
 
 // The default mode is one of the common ones: what is in all of them leaves by either name.
-bool IsRemovedBy(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept {
+bool IsInMode(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept {
     return member.loop == &loop && (mode == kCFRunLoopDefaultMode ||
                                     (mode == kCFRunLoopCommonModes && member.inCommonModes));
 }

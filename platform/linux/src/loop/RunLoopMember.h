@@ -18,9 +18,9 @@ struct Member : Object {
 
     Member* next = nullptr;
     Member* previous = nullptr;
-    RunLoop* loop = nullptr;    // the one that it is in, which lets go of it before it ends
-    std::uint64_t lastTurn = 0; // the last turn that it has had, or that was too early for it
-    bool inCommonModes = false; // rather than in the default mode alone
+    RunLoop* loop = nullptr;         // the one that it is in, which lets go of it before it ends
+    std::uint64_t lastIteration = 0; // the last one that called the member out, or was too early
+    bool inCommonModes = false;      // rather than in the default mode alone
     bool callingOut = false;
     bool valid = true;
 };
@@ -36,8 +36,8 @@ public:
     }
 
     // False when the member stays out: it is invalid, in a loop already, or the mode is unknown.
-    bool Join(RunLoop& loop, Member& member, CFStringRef mode) noexcept;
-    void Leave(Member& member) noexcept;
+    bool Add(RunLoop& loop, Member& member, CFStringRef mode) noexcept;
+    void Remove(Member& member) noexcept;
 
 private:
     Member* first_ = nullptr;
@@ -45,7 +45,7 @@ private:
 };
 
 /* Whether removing the member from that loop and mode takes it out. */
-bool IsRemovedBy(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept;
+bool IsInMode(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept;
 
 } // namespace cf
 

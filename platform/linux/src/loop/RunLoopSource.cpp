@@ -9,12 +9,12 @@
 namespace cf {
 namespace {
 
-void Tell(Perform callout, const Source& source) noexcept {
+void Notify(PerformCallback callout, const Source& source) noexcept {
     if (callout != nullptr)
         callout(source.info);
 }
 
-gboolean NoteReadable(gint, GIOCondition, gpointer info) noexcept {
+gboolean OnReadable(gint, GIOCondition, gpointer info) noexcept {
     auto& source = *static_cast<Source*>(info);
     Signal(source);
     source.watch.reset();
@@ -28,58 +28,59 @@ void Watch(Source& source) noexcept {
         return;
     source.signalled = false;
     source.watch.reset(g_unix_fd_source_new(source.descriptor, G_IO_IN));
-    g_source_set_callback(source.watch.get(), G_SOURCE_FUNC(&NoteReadable), &source, nullptr);
+    g_source_set_callback(source.watch.get(), G_SOURCE_FUNC(&OnReadable), &source, nullptr);
     g_source_attach(source.watch.get(), source.loop->context.Get());
 }
 
-void SetWakes(Source& source, LoopContext* context) noexcept {
+void SetWakeContext(Source& source, LoopContext* context) noexcept {
     const std::lock_guard lock(source.wakeMutex);
-    source.wakes = context;
+    source.wakeContext = context;
 }
 
 void DestroyRunLoopSource(Object* object) noexcept {
     auto* source = static_cast<Source*>(object);
     if (source->valid)
-        Tell(source->callouts.invalid, *source);
+        Notify(source->callouts.invalidated, *source);
     delete source;
 }
 
 } // namespace
 
-Source* CreateSource(const SourceCallouts& callouts, void* info, Runs runs,
+Source* CreateSource(const SourceCallouts& callouts, void* info, RunLevel level,
                      int descriptor) noexcept {
-    return new (std::nothrow) Source(callouts, info, runs, descriptor);
+    return new (std::nothrow) Source(callouts, info, level, descriptor);
 }
 
 void Signal(Source& source) noexcept {
     if (source.signalled.exchange(true))
         return;
     const std::lock_guard lock(source.wakeMutex);
-    if (source.wakes != nullptr)
-        source.wakes->Wake();
+    if (source.wakeContext != nullptr)
+        source.wakeContext->Wake();
 }
 
 bool IsReady(const Source& source, bool nested) noexcept {
-    return source.signalled && !source.callingOut && !(nested && source.runs == Runs::kOutermost);
+    return source.signalled && !source.callingOut &&
+           !(nested && source.level == RunLevel::kOutermost);
 }
 
-bool IsReadySince(const Source& source, bool nested, Nanoseconds moment) noexcept {
+bool HasInputBy(const Source& source, bool nested, Nanoseconds time) noexcept {
     return source.callouts.hasArrivedBy != nullptr && IsReady(source, nested) &&
-           source.callouts.hasArrivedBy(source.info, moment);
+           source.callouts.hasArrivedBy(source.info, time);
 }
 
-void Serve(Source& source) noexcept {
+void Perform(Source& source) noexcept {
     source.signalled = false;
     source.callouts.perform(source.info);
     if (source.loop != nullptr && source.watch == nullptr)
         Watch(source);
 }
 
-void Leave(Source& source) noexcept {
+void RemoveFromLoop(Source& source) noexcept {
     source.watch.reset();
-    SetWakes(source, nullptr);
-    Tell(source.callouts.left, source);
-    source.loop->sources.Leave(source);
+    SetWakeContext(source, nullptr);
+    Notify(source.callouts.removed, source);
+    source.loop->sources.Remove(source);
 }
 
 void Invalidate(Source& source) noexcept {
@@ -88,18 +89,19 @@ void Invalidate(Source& source) noexcept {
     source.valid = false;
     const auto alive = Owned<Source>::Share(&source);
     if (source.loop != nullptr)
-        Leave(source);
-    Tell(source.callouts.invalid, source);
+        RemoveFromLoop(source);
+    Notify(source.callouts.invalidated, source);
 }
 
-CFRunLoopSourceRef CreateDescriptorSource(int descriptor, Runs runs, Perform perform,
+CFRunLoopSourceRef CreateDescriptorSource(int descriptor, RunLevel level, PerformCallback perform,
                                           void* info) noexcept {
     const SourceCallouts callouts = {perform, nullptr, nullptr, nullptr};
-    return CreateSource(callouts, info, runs, descriptor);
+    return CreateSource(callouts, info, level, descriptor);
 }
 
-CFRunLoopSourceRef CreateSignalSource(Runs runs, Perform perform, void* info) noexcept {
-    return CreateDescriptorSource(-1, runs, perform, info);
+CFRunLoopSourceRef CreateSignalSource(RunLevel level, PerformCallback perform,
+                                      void* info) noexcept {
+    return CreateDescriptorSource(-1, level, perform, info);
 }
 
 void SignalSource(CFRunLoopSourceRef source) noexcept {
@@ -114,18 +116,18 @@ constinit const cf::Class __CFRunLoopSource::kClass = {cf::DestroyRunLoopSource,
 void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode) {
     auto* loop = cf::As<cf::RunLoop>(runLoop);
     auto* member = cf::As<cf::Source>(source);
-    if (loop == nullptr || member == nullptr || !loop->sources.Join(*loop, *member, mode))
+    if (loop == nullptr || member == nullptr || !loop->sources.Add(*loop, *member, mode))
         return;
-    cf::SetWakes(*member, &loop->context);
+    cf::SetWakeContext(*member, &loop->context);
     cf::Watch(*member);
-    cf::Tell(member->callouts.joined, *member);
+    cf::Notify(member->callouts.added, *member);
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode) {
     auto* loop = cf::As<cf::RunLoop>(runLoop);
     auto* member = cf::As<cf::Source>(source);
-    if (loop != nullptr && member != nullptr && cf::IsRemovedBy(*member, *loop, mode))
-        cf::Leave(*member);
+    if (loop != nullptr && member != nullptr && cf::IsInMode(*member, *loop, mode))
+        cf::RemoveFromLoop(*member);
 }
 
 void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source) {

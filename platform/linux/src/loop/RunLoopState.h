@@ -32,7 +32,7 @@ struct __CFRunLoop : cf::Object {
     cf::MemberList timers;
     cf::TimerQueue queue;          // of the timers
     std::uint64_t timersAdded = 0; // so far
-    std::uint64_t turn = 0;        // counts the turns of all runs
+    std::uint64_t iteration = 0;   // counts the iterations of all runs
 
     std::mutex runMutex;
     cf::Run* innermost = nullptr; // guarded by runMutex

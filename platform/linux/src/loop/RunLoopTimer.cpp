@@ -22,11 +22,11 @@ void Invalidate(Timer& timer) noexcept {
     timer.valid = false;
     const auto alive = Owned<Timer>::Share(&timer);
     if (timer.loop != nullptr)
-        Leave(timer);
-    timer.info.Drop();
+        RemoveFromLoop(timer);
+    timer.info.Release();
 }
 
-bool MakeNode(Timer* timer) noexcept {
+bool CreateNode(Timer* timer) noexcept {
     try {
         TimerSet set;
         timer->node = set.extract(set.insert(timer).first);
@@ -36,27 +36,27 @@ bool MakeNode(Timer* timer) noexcept {
     }
 }
 
-Nanoseconds Read(const Moment& now, const Timer& timer) noexcept {
+Nanoseconds Read(const ClockTimes& now, const Timer& timer) noexcept {
     return timer.onWallClock ? now.wallClock : now.monotonic;
 }
 
 } // namespace
 
-Moment ReadClocks() noexcept {
+ClockTimes ReadClocks() noexcept {
     // The tick, lest a callout that asks time() learns that its date is yet to come.
     return {MonotonicNow(), WallClockTick()};
 }
 
-Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept {
+Nanoseconds Lateness(const Timer& timer, const ClockTimes& now) noexcept {
     return Read(now, timer) - timer.date;
 }
 
-Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept {
+Nanoseconds DueTime(const Timer& timer, const ClockTimes& now) noexcept {
     return now.monotonic - Lateness(timer, now);
 }
 
 // By division: however many dates were missed, the next one is found at once.
-void Serve(Timer& timer) noexcept {
+void Fire(Timer& timer) noexcept {
     RemoveFromQueue(timer);
     timer.info.Use([&timer](void* info) { timer.callout(&timer, info); });
     if (timer.interval == 0) {
@@ -69,7 +69,7 @@ void Serve(Timer& timer) noexcept {
         timer.loop->queue.Insert(timer);
 }
 
-void Realign(Timer& timer, const Moment& now) noexcept {
+void Realign(Timer& timer, const ClockTimes& now) noexcept {
     if (!timer.onWallClock || timer.interval == 0)
         return;
     const Nanoseconds wait = -Lateness(timer, now);
@@ -77,13 +77,13 @@ void Realign(Timer& timer, const Moment& now) noexcept {
     RemoveFromQueue(timer);
     timer.date -= std::max<Nanoseconds>(wait / timer.interval - 1, 0) * timer.interval;
     if (set != nullptr)
-        Enter(*set, timer);
+        InsertInto(*set, timer);
 }
 
-void Leave(Timer& timer) noexcept {
+void RemoveFromLoop(Timer& timer) noexcept {
     timer.deadline.Clear();
     RemoveFromQueue(timer);
-    timer.loop->timers.Leave(timer);
+    timer.loop->timers.Remove(timer);
 }
 
 } // namespace cf
@@ -101,7 +101,7 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
     const Nanoseconds date = wait + (onWallClock ? WallClockNow() : MonotonicNow());
     auto timer =
         Owned<Timer>::Adopt(new (std::nothrow) Timer(date, period, onWallClock, callout, context));
-    if (!timer || !MakeNode(timer.Get()))
+    if (!timer || !CreateNode(timer.Get()))
         return nullptr;
     return timer.Detach();
 }
@@ -109,7 +109,7 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
 void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {
     auto* loop = cf::As<cf::RunLoop>(runLoop);
     auto* member = cf::As<cf::Timer>(timer);
-    if (loop == nullptr || member == nullptr || !loop->timers.Join(*loop, *member, mode))
+    if (loop == nullptr || member == nullptr || !loop->timers.Add(*loop, *member, mode))
         return;
     member->order = ++loop->timersAdded;
     if (!member->callingOut) // else it is inserted after the callout
@@ -121,8 +121,8 @@ void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRe
 void CFRunLoopRemoveTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {
     auto* loop = cf::As<cf::RunLoop>(runLoop);
     auto* member = cf::As<cf::Timer>(timer);
-    if (loop != nullptr && member != nullptr && cf::IsRemovedBy(*member, *loop, mode))
-        cf::Leave(*member);
+    if (loop != nullptr && member != nullptr && cf::IsInMode(*member, *loop, mode))
+        cf::RemoveFromLoop(*member);
 }
 
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {

@@ -32,27 +32,27 @@ struct __CFRunLoopTimer : cf::Member {
 namespace cf {
 
 /* What the two clocks show. */
-struct Moment {
+struct ClockTimes {
     Nanoseconds monotonic;
     Nanoseconds wallClock;
 };
-Moment ReadClocks() noexcept;
+ClockTimes ReadClocks() noexcept;
 
 /* How long the timer has been due; negative: how long it has to wait yet. */
-Nanoseconds Lateness(const Timer& timer, const Moment& now) noexcept;
+Nanoseconds Lateness(const Timer& timer, const ClockTimes& now) noexcept;
 
 /* When the timer became due, by the monotonic clock. */
-Nanoseconds DueSince(const Timer& timer, const Moment& now) noexcept;
+Nanoseconds DueTime(const Timer& timer, const ClockTimes& now) noexcept;
 
 /* Calls the timer out; meanwhile it is in no queue. */
-void Serve(Timer& timer) noexcept;
+void Fire(Timer& timer) noexcept;
 
 /* After a step of the wall clock: a date that lies more than two intervals ahead moves to the
    timer's grid within them, so that a clock put right from years ahead does not silence it. */
-void Realign(Timer& timer, const Moment& now) noexcept;
+void Realign(Timer& timer, const ClockTimes& now) noexcept;
 
 /* Takes the timer out of its loop. */
-void Leave(Timer& timer) noexcept;
+void RemoveFromLoop(Timer& timer) noexcept;
 
 } // namespace cf
 

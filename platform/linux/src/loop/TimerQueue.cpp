@@ -6,7 +6,7 @@
 namespace cf {
 namespace {
 
-Timer* DueLonger(Timer* first, Timer* second, const Moment& now) noexcept {
+Timer* MoreOverdue(Timer* first, Timer* second, const ClockTimes& now) noexcept {
     if (first == nullptr || second == nullptr)
         return first != nullptr ? first : second;
     const Nanoseconds late = Lateness(*first, now);
@@ -30,22 +30,22 @@ bool FiresBefore::operator()(const Timer* first, const Timer* second) const noex
 }
 
 void TimerQueue::Insert(Timer& timer) noexcept {
-    Enter(timer.onWallClock ? wallClock_ : monotonic_, timer);
+    InsertInto(timer.onWallClock ? wallClock_ : monotonic_, timer);
 }
 
-Timer* TimerQueue::FirstDue(std::uint64_t turn, const Moment& now) noexcept {
+Timer* TimerQueue::FirstDue(std::uint64_t iteration, const ClockTimes& now) noexcept {
     for (;;) {
-        Timer* const first = DueLonger(First(monotonic_), First(wallClock_), now);
+        Timer* const first = MoreOverdue(First(monotonic_), First(wallClock_), now);
         if (first == nullptr || Lateness(*first, now) < 0)
             return nullptr;
-        if (first->lastTurn < turn)
+        if (first->lastIteration < iteration)
             return first;
         RemoveFromQueue(*first);
-        Enter(deferred_, *first);
+        InsertInto(deferred_, *first);
     }
 }
 
-void TimerQueue::AdmitDeferred() noexcept {
+void TimerQueue::RequeueDeferred() noexcept {
     while (Timer* const timer = First(deferred_)) {
         RemoveFromQueue(*timer);
         Insert(*timer);
@@ -60,7 +60,7 @@ Nanoseconds TimerQueue::FirstWallClockDate() const noexcept {
     return FirstDate(wallClock_);
 }
 
-void Enter(TimerSet& set, Timer& timer) noexcept {
+void InsertInto(TimerSet& set, Timer& timer) noexcept {
     set.insert(std::move(timer.node));
     timer.set = &set;
 }

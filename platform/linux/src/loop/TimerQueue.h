@@ -13,13 +13,14 @@ class TimerQueue {
 public:
     void Insert(Timer& timer) noexcept;
 
-    // Of the timers that joined the loop and fired last before that turn, the one that has been
-    // due longest at that moment; of equally late ones the one that joined first. nullptr when none
-    // is due. It remains in the queue. Due timers that must wait for a later turn are put aside.
-    Timer* FirstDue(std::uint64_t turn, const Moment& now) noexcept;
+    // Of the timers that joined the loop and fired last before that iteration, the one that has
+    // been due longest at that time; of equally late ones the one that joined first. nullptr when
+    // none is due. It remains in the queue. Due timers that must wait for a later iteration are put
+    // aside.
+    Timer* FirstDue(std::uint64_t iteration, const ClockTimes& now) noexcept;
 
-    // Takes back what was put aside, at the beginning of a turn.
-    void AdmitDeferred() noexcept;
+    // Takes back what was put aside, at the beginning of an iteration.
+    void RequeueDeferred() noexcept;
 
     // The first date on one of the clocks, but for what is put aside; kNever: there is none.
     Nanoseconds FirstMonotonicDate() const noexcept;
@@ -32,7 +33,7 @@ private:
 };
 
 /* Of a timer that is in no set. */
-void Enter(TimerSet& set, Timer& timer) noexcept;
+void InsertInto(TimerSet& set, Timer& timer) noexcept;
 /* Takes the timer out of the set of a queue that it is in, if any. */
 void RemoveFromQueue(Timer& timer) noexcept;
 

@@ -22,7 +22,7 @@ bool WallClockAlarm::Open(GMainContext* context) noexcept {
     if (descriptor_ < 0)
         return false;
     watch_.reset(g_unix_fd_source_new(descriptor_, G_IO_IN));
-    g_source_set_callback(watch_.get(), G_SOURCE_FUNC(&WallClockAlarm::Ring), this, nullptr);
+    g_source_set_callback(watch_.get(), G_SOURCE_FUNC(&WallClockAlarm::OnExpiry), this, nullptr);
     g_source_attach(watch_.get(), context);
     return true;
 }
@@ -34,10 +34,10 @@ bool WallClockAlarm::Set(GMainContext* context, Nanoseconds date) noexcept {
         return false;
     itimerspec setting = {};
     if (date != kNever) {
-        // A date in the past rings at once; one of 0 seconds would disarm.
-        const Nanoseconds rings = date + kTick + kSecondsSince1970 * kSecond;
-        setting.it_value.tv_sec = rings / kSecond;
-        setting.it_value.tv_nsec = rings % kSecond;
+        // A date in the past expires at once; one of 0 seconds would disarm.
+        const Nanoseconds expiry = date + kTick + kSecondsSince1970 * kSecond;
+        setting.it_value.tv_sec = expiry / kSecond;
+        setting.it_value.tv_nsec = expiry % kSecond;
     }
     // ECANCELED tells of a step just now; the alarm is set all the same.
     if (timerfd_settime(descriptor_, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting,
@@ -47,10 +47,10 @@ bool WallClockAlarm::Set(GMainContext* context, Nanoseconds date) noexcept {
     return true;
 }
 
-gboolean WallClockAlarm::Ring(gint descriptor, GIOCondition, gpointer self) noexcept {
+gboolean WallClockAlarm::OnExpiry(gint descriptor, GIOCondition, gpointer self) noexcept {
     auto& alarm = *static_cast<WallClockAlarm*>(self);
-    std::uint64_t rings = 0;
-    if (read(descriptor, &rings, sizeof rings) < 0 && errno == ECANCELED)
+    std::uint64_t expirations = 0;
+    if (read(descriptor, &expirations, sizeof expirations) < 0 && errno == ECANCELED)
         alarm.stepped_ = true;
     alarm.date_ = kNever;
     return G_SOURCE_CONTINUE;

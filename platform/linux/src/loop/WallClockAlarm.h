@@ -19,16 +19,16 @@ public:
     bool Set(GMainContext* context, Nanoseconds date) noexcept;
 
     // The clock was stepped. Stays so until it is taken note of.
-    bool Stepped() const noexcept {
+    bool WasStepped() const noexcept {
         return stepped_;
     }
-    void TakeNote() noexcept {
+    void ClearStepped() noexcept {
         stepped_ = false;
     }
 
 private:
     bool Open(GMainContext* context) noexcept;
-    static gboolean Ring(gint descriptor, GIOCondition condition, gpointer self) noexcept;
+    static gboolean OnExpiry(gint descriptor, GIOCondition condition, gpointer self) noexcept;
 
     int descriptor_ = -1;
     SourcePointer watch_;

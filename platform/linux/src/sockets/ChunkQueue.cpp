@@ -5,8 +5,8 @@
 
 namespace cf {
 
-std::span<std::uint8_t> ChunkQueue::Room() noexcept {
-    if (blocks_.empty() || !blocks_.back().HasRoom()) {
+std::span<std::uint8_t> ChunkQueue::Reserve() noexcept {
+    if (blocks_.empty() || !blocks_.back().HasFreeSpace()) {
         try {
             blocks_.emplace_back();
         } catch (const std::bad_alloc&) {
@@ -14,7 +14,7 @@ std::span<std::uint8_t> ChunkQueue::Room() noexcept {
         }
     }
     Block& block = blocks_.back();
-    return std::span(block.bytes).subspan(block.used + sizeof(Header), kLongestChunk);
+    return std::span(block.bytes).subspan(block.used + sizeof(Header), kMaximumChunkSize);
 }
 
 void ChunkQueue::Append(std::size_t length, Nanoseconds arrived) noexcept {

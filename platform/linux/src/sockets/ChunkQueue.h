@@ -12,7 +12,7 @@
 namespace cf {
 
 /*
- * A queue of chunks of bytes, each with the moment of its arrival, first in, first out.
+ * A queue of chunks of bytes, each with the time of its arrival, first in, first out.
  *
  * The chunks are stored one behind the other in blocks of 128 KiB. One thread appends them, another
  * one takes them: if each chunk were an object of its own, thousands of pending small ones would
@@ -21,17 +21,17 @@ namespace cf {
  */
 class ChunkQueue {
 public:
-    static constexpr std::size_t kLongestChunk = 64 * 1024;
+    static constexpr std::size_t kMaximumChunkSize = 64 * 1024;
 
     struct Chunk {
         std::span<const std::uint8_t> bytes;
         Nanoseconds arrived;
     };
 
-    // Where the bytes of the next chunk may be written, kLongestChunk of them; empty when memory is
-    // short.
-    std::span<std::uint8_t> Room() noexcept;
-    // Appends a chunk: the first bytes of Room(), one at least.
+    // Where the bytes of the next chunk may be written, kMaximumChunkSize of them; empty when
+    // memory is short.
+    std::span<std::uint8_t> Reserve() noexcept;
+    // Appends a chunk: the first bytes of Reserve(), one at least.
     void Append(std::size_t length, Nanoseconds arrived) noexcept;
 
     bool IsEmpty() const noexcept;
@@ -54,10 +54,10 @@ private:
     };
     struct Block {
         Block() noexcept {} // leaves the bytes alone, so that only those in use take memory
-        bool HasRoom() const noexcept {
-            return bytes.size() - used >= sizeof(Header) + kLongestChunk;
+        bool HasFreeSpace() const noexcept {
+            return bytes.size() - used >= sizeof(Header) + kMaximumChunkSize;
         }
-        std::array<std::uint8_t, 2 * kLongestChunk> bytes;
+        std::array<std::uint8_t, 2 * kMaximumChunkSize> bytes;
         std::size_t used = 0;
     };
 

@@ -6,7 +6,7 @@
  * signalled. The mutex of the arrivals guards all streams; it is held while a chunk is read, which
  * never blocks, so a descriptor that was unwatched under it is not read any more.
  *
- * Each chunk has the moment of its arrival: that of its reading, or the first deadline behind it
+ * Each chunk has the time of its arrival: that of its reading, or the first deadline behind it
  * when the kernel had noted both before anybody could read.
  *
  * The end, an error and the lack of memory for a chunk are one thing: nothing can follow what has
@@ -28,8 +28,8 @@
 namespace cf {
 namespace {
 
-constexpr std::size_t kFull = 64 * 1024 * 1024;
-constexpr std::size_t kHalfFull = kFull / 2;
+constexpr std::size_t kHighWaterMark = 64 * 1024 * 1024;
+constexpr std::size_t kLowWaterMark = kHighWaterMark / 2;
 
 Owned<const Object> CreateData(std::span<const std::uint8_t> bytes) noexcept {
     return Owned<const Object>::Adopt(
@@ -51,25 +51,25 @@ bool IsAtEnd(int descriptor) noexcept {
 
 } // namespace
 
-InboundStream::InboundStream() noexcept : Watched(Arrived) {}
+InboundStream::InboundStream() noexcept : WatchedDescriptor(OnReadable) {}
 
-void InboundStream::Arrived(Watched& watched, Nanoseconds by) noexcept {
+void InboundStream::OnReadable(WatchedDescriptor& watched, Nanoseconds arrivedBy) noexcept {
     auto& stream = static_cast<InboundStream&>(watched);
-    if (by == kNever) {
-        stream.ReadUpTo(ChunkQueue::kLongestChunk, MonotonicNow());
+    if (arrivedBy == kNever) {
+        stream.ReadUpTo(ChunkQueue::kMaximumChunkSize, MonotonicNow());
         return;
     }
     // What waits now came before the deadline, and so did an end behind it. What comes while it is
     // read did not.
     std::size_t unread = CountUnread(stream.descriptor_);
     while (unread > 0 && stream.IsWatched()) {
-        const std::size_t count = stream.ReadUpTo(unread, by);
+        const std::size_t count = stream.ReadUpTo(unread, arrivedBy);
         if (count == 0)
             return;
         unread -= count;
     }
     if (stream.IsWatched() && IsAtEnd(stream.descriptor_))
-        stream.End(by);
+        stream.End(arrivedBy);
 }
 
 void InboundStream::StartWatching() noexcept {
@@ -86,10 +86,10 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
 
 // How many bytes it read; 0 at the end, too.
 std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
-    const auto room = chunks_.Room();
+    const auto space = chunks_.Reserve();
     const ssize_t count =
-        room.empty() ? 0
-                     : recv(descriptor_, room.data(), std::min(size, room.size()), MSG_DONTWAIT);
+        space.empty() ? 0
+                      : recv(descriptor_, space.data(), std::min(size, space.size()), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return 0;
     if (count <= 0) {
@@ -98,7 +98,7 @@ std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexc
     }
     const auto length = static_cast<std::size_t>(count);
     chunks_.Append(length, arrived);
-    if (chunks_.Size() >= kFull)
+    if (chunks_.Size() >= kHighWaterMark)
         Unwatch();
     Signal(*source_);
     return length;
@@ -108,7 +108,7 @@ void InboundStream::Start(int descriptor, Source& source) noexcept {
     const std::lock_guard lock(ArrivalsMutex());
     descriptor_ = descriptor;
     source_ = &source;
-    if (!ended_ && chunks_.Size() < kFull)
+    if (!ended_ && chunks_.Size() < kHighWaterMark)
         StartWatching();
     if (ended_ || !chunks_.IsEmpty())
         Signal(source);
@@ -120,28 +120,28 @@ void InboundStream::Pause() noexcept {
     source_ = nullptr;
 }
 
-InboundStream::Arrival InboundStream::Take() noexcept {
+InboundStream::Chunk InboundStream::Dequeue() noexcept {
     const std::lock_guard lock(ArrivalsMutex());
-    Arrival arrival;
+    Chunk chunk;
     if (chunks_.IsEmpty()) {
-        arrival.isEnd = ended_;
-        return arrival;
+        chunk.isEnd = ended_;
+        return chunk;
     }
-    arrival.data = CreateData(chunks_.Front().bytes);
-    if (!arrival.data) {
-        arrival.isEnd = true;
-        return arrival;
+    chunk.data = CreateData(chunks_.Front().bytes);
+    if (!chunk.data) {
+        chunk.isEnd = true;
+        return chunk;
     }
     chunks_.RemoveFront();
-    arrival.isLast = chunks_.IsEmpty() && !ended_;
-    if (source_ != nullptr && !IsWatched() && !ended_ && chunks_.Size() <= kHalfFull)
+    chunk.isLast = chunks_.IsEmpty() && !ended_;
+    if (source_ != nullptr && !IsWatched() && !ended_ && chunks_.Size() <= kLowWaterMark)
         StartWatching();
-    return arrival;
+    return chunk;
 }
 
-bool InboundStream::HasArrivedBy(Nanoseconds moment) noexcept {
+bool InboundStream::HasArrivedBy(Nanoseconds time) noexcept {
     const std::lock_guard lock(ArrivalsMutex());
-    return chunks_.IsEmpty() ? ended_ && endArrived_ <= moment : chunks_.Front().arrived <= moment;
+    return chunks_.IsEmpty() ? ended_ && endArrived_ <= time : chunks_.Front().arrived <= time;
 }
 
 void InboundStream::Discard() noexcept {

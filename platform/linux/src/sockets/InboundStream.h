@@ -11,7 +11,7 @@
 namespace cf {
 
 /* What arrives at a socket, read in the background and kept until the socket's loop takes it. */
-class InboundStream : Watched {
+class InboundStream : WatchedDescriptor {
 public:
     InboundStream() noexcept;
 
@@ -20,20 +20,20 @@ public:
     void Start(int descriptor, Source& source) noexcept;
     void Pause() noexcept;
 
-    struct Arrival {
+    struct Chunk {
         Owned<const Object> data; // empty: the stream is at its end, or nothing has come
         bool isEnd = false;       // also for want of memory; nothing may be taken after it
         bool isLast = true;       // nothing more to take for now
     };
-    Arrival Take() noexcept;
+    Chunk Dequeue() noexcept;
 
-    // Whether what Take gives next had arrived by that moment of the monotonic clock.
-    bool HasArrivedBy(Nanoseconds moment) noexcept;
+    // Whether what Dequeue gives next had arrived by that time of the monotonic clock.
+    bool HasArrivedBy(Nanoseconds time) noexcept;
 
     void Discard() noexcept;
 
 private:
-    static void Arrived(Watched& watched, Nanoseconds by) noexcept;
+    static void OnReadable(WatchedDescriptor& watched, Nanoseconds arrivedBy) noexcept;
     void StartWatching() noexcept;
     std::size_t ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;

@@ -59,7 +59,7 @@ bool Connect(int descriptor, const sockaddr_un& address, CFTimeInterval timeout)
 }
 
 // False when the time is over.
-bool WaitForRoom(int descriptor, Nanoseconds end) noexcept {
+bool WaitUntilWritable(int descriptor, Nanoseconds end) noexcept {
     const Nanoseconds left = end - MonotonicNow();
     if (left <= 0)
         return false;
@@ -92,7 +92,7 @@ CFSocketError SendAll(int descriptor, std::span<const std::uint8_t> bytes,
             bytes = bytes.subspan(static_cast<std::size_t>(sent));
         else if (errno != EAGAIN && errno != EINTR)
             return kCFSocketError;
-        else if (!WaitForRoom(descriptor, end))
+        else if (!WaitUntilWritable(descriptor, end))
             return kCFSocketTimeout;
     }
     return kCFSocketSuccess;

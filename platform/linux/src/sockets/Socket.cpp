@@ -46,7 +46,7 @@ std::span<const UInt8> Bytes(CFDataRef data) noexcept {
 void Close(Socket& socket) noexcept {
     socket.stream.Discard();
     close(std::exchange(socket.descriptor, -1));
-    socket.info.Drop();
+    socket.info.Release();
 }
 
 void InvalidateSocket(Socket& socket) noexcept {
@@ -74,12 +74,12 @@ void CallOut(Socket& socket, const Object* data) noexcept {
 // What the source tells. One chunk a turn; the end is a turn of its own.
 void Deliver(void* info) noexcept {
     const auto socket = Owned<Socket>::Share(static_cast<Socket*>(info));
-    const auto arrival = socket->stream.Take();
-    if (arrival.data) {
-        if (!arrival.isLast)
+    const auto chunk = socket->stream.Dequeue();
+    if (chunk.data) {
+        if (!chunk.isLast)
             Signal(*socket->source);
-        CallOut(*socket.Get(), arrival.data.Get());
-    } else if (arrival.isEnd) {
+        CallOut(*socket.Get(), chunk.data.Get());
+    } else if (chunk.isEnd) {
         CallOut(*socket.Get(), socket->endOfStream.Get());
         InvalidateSocket(*socket.Get());
     }
@@ -94,17 +94,17 @@ void PauseStream(void* info) noexcept {
     static_cast<Socket*>(info)->stream.Pause();
 }
 
-void ForgetSource(void* info) noexcept {
+void OnSourceInvalidated(void* info) noexcept {
     auto* socket = static_cast<Socket*>(info);
     socket->source = nullptr;
     Release(socket);
 }
 
-bool HasArrivedBy(void* info, Nanoseconds moment) noexcept {
-    return static_cast<Socket*>(info)->stream.HasArrivedBy(moment);
+bool HasArrivedBy(void* info, Nanoseconds time) noexcept {
+    return static_cast<Socket*>(info)->stream.HasArrivedBy(time);
 }
 
-constexpr SourceCallouts kSourceCallouts = {Deliver, StartStream, PauseStream, ForgetSource,
+constexpr SourceCallouts kSourceCallouts = {Deliver, StartStream, PauseStream, OnSourceInvalidated,
                                             HasArrivedBy};
 
 bool IsLocalStream(const CFSocketSignature& signature) noexcept {
@@ -147,7 +147,7 @@ CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef, CFSocketRef socke
     if (target->source != nullptr) {
         cf::Retain(target->source);
     } else {
-        target->source = cf::CreateSource(cf::kSourceCallouts, target, cf::Runs::kEvery);
+        target->source = cf::CreateSource(cf::kSourceCallouts, target, cf::RunLevel::kAny);
         if (target->source != nullptr)
             cf::Retain(target);
     }
