@@ -124,10 +124,7 @@ void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStrin
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode) {
-    auto* loop = cf::As<cf::RunLoop>(runLoop);
-    auto* member = cf::As<cf::Source>(source);
-    if (loop != nullptr && member != nullptr && cf::IsInMode(*member, *loop, mode))
-        cf::RemoveFromLoop(*member);
+    cf::RemoveMember<cf::Source>(runLoop, source, mode);
 }
 
 void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source) {

@@ -38,4 +38,17 @@ struct __CFRunLoop : cf::Object {
     cf::Run* innermost = nullptr; // guarded by runMutex
 };
 
+namespace cf {
+
+/* CFRunLoopRemoveSource and CFRunLoopRemoveTimer: T is the class of the member. */
+template<typename T>
+void RemoveMember(CFRunLoopRef runLoop, CFTypeRef reference, CFStringRef mode) noexcept {
+    auto* loop = As<RunLoop>(runLoop);
+    auto* member = As<T>(reference);
+    if (loop != nullptr && member != nullptr && IsInMode(*member, *loop, mode))
+        RemoveFromLoop(*member);
+}
+
+} // namespace cf
+
 #endif

@@ -119,10 +119,7 @@ void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRe
 }
 
 void CFRunLoopRemoveTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode) {
-    auto* loop = cf::As<cf::RunLoop>(runLoop);
-    auto* member = cf::As<cf::Timer>(timer);
-    if (loop != nullptr && member != nullptr && cf::IsInMode(*member, *loop, mode))
-        cf::RemoveFromLoop(*member);
+    cf::RemoveMember<cf::Timer>(runLoop, timer, mode);
 }
 
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {
