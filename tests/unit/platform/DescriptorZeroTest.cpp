@@ -5,7 +5,6 @@
 #include "ResourceUsage.h"
 #include "TestSocket.h"
 
-#include "disks/RetryTimer.h"
 #include "disks/VolumeProbes.h"
 #include "files/FileContents.h"
 #include "loop/Arrivals.h"
@@ -155,17 +154,6 @@ TEST(DescriptorZeroTest, FileIsReadAndGivesItBack) {
     ExpectWithoutInput([] {
         const cf::FileContents contents = cf::ReadFile("/etc/passwd", 10);
         return contents.isRead && contents.bytes.size() == 10 && IsZeroFree();
-    });
-}
-
-TEST(DescriptorZeroTest, RetryTimerGivesItBack) {
-    ExpectWithoutInput([] {
-        bool isTaken = false;
-        {
-            const disks::RetryTimer timer;
-            isTaken = timer.Descriptor() == 0 && IsZeroTaken();
-        }
-        return isTaken && IsZeroFree();
     });
 }
 

@@ -25,6 +25,7 @@
 namespace {
 
 int g_unreadableTurns = 0;  // the next times that the mount table cannot be opened
+itimerspec g_retry = {};    // the last delay that the session set
 bool g_stopsAtRest = false; // the run, once the session waits for events alone
 
 using Strings = std::vector<std::string>;
@@ -325,6 +326,19 @@ TEST_F(DiskArbitration, LooksAgainAfterTheMountTableWasUnreadable) {
     EXPECT_EQ(g_unreadableTurns, 0);
 }
 
+TEST_F(DiskArbitration, UnreadableMountTableIsReadAgainAfterOneSecond) {
+    Open();
+    EventsUntilNow();
+    g_retry = {};
+    g_unreadableTurns = 1;
+    Stage().Unmount("last");
+    EXPECT_EQ(Events(1), Strings{"-last"});
+    EXPECT_EQ(g_retry.it_value.tv_sec, 1);
+    EXPECT_EQ(g_retry.it_value.tv_nsec, 0);
+    EXPECT_EQ(g_retry.it_interval.tv_sec, 0);
+    EXPECT_EQ(g_retry.it_interval.tv_nsec, 0);
+}
+
 TEST_F(DiskArbitration, IsRefusedWhenTheMountTableCannotBeWatched) {
     CFRunLoopGetCurrent();
     rlimit before = {};
@@ -427,6 +441,8 @@ int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itim
 
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
     const bool isDelay = (flags & TFD_TIMER_ABSTIME) == 0; // the loop's own timers keep dates
+    if (isDelay && setting->it_value.tv_sec > 0)
+        g_retry = *setting;
     if (isDelay && setting->it_value.tv_sec == 0 && std::exchange(g_stopsAtRest, false))
         CFRunLoopStop(CFRunLoopGetCurrent());
     return __real_timerfd_settime(timer, flags, setting, before);

@@ -17,11 +17,15 @@
 
 #include "disks/DiskList.h"
 #include "disks/MountMonitor.h"
-#include "disks/RetryTimer.h"
 #include "loop/Clock.h"
 #include "loop/RunLoop.h"
 
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <ctime>
 #include <exception>
+#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -29,6 +33,7 @@
 namespace {
 
 constexpr const char* kMountTable = "/proc/self/mountinfo";
+constexpr time_t kRetryDelay = 1; // seconds
 
 struct Listener {
     DADiskAppearedCallback callback = nullptr; // that of a disappearance is of the same type
@@ -40,23 +45,41 @@ struct Listener {
     }
 };
 
-// A source that takes no further callout once it goes out of scope.
-class Source {
+// Takes the source out of its loop: no callout follows.
+struct InvalidateSource {
+    void operator()(CFRunLoopSourceRef source) const noexcept {
+        CFRunLoopSourceInvalidate(source);
+        CFRelease(source);
+    }
+};
+using SourcePointer = std::unique_ptr<__CFRunLoopSource, InvalidateSource>;
+
+// A descriptor that becomes readable when a delay on the monotonic clock is over. Setting the delay
+// allocates nothing, so it works after a shortage of memory too.
+class RetryTimer {
 public:
-    explicit Source(CFRunLoopSourceRef source) noexcept : source_(source) {}
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
-    ~Source() {
-        CFRunLoopSourceInvalidate(source_);
-        CFRelease(source_);
+    RetryTimer() noexcept
+        : descriptor_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}
+    RetryTimer(const RetryTimer&) = delete;
+    RetryTimer& operator=(const RetryTimer&) = delete;
+    ~RetryTimer() {
+        if (descriptor_ >= 0)
+            close(descriptor_);
     }
 
-    CFRunLoopSourceRef Get() const noexcept {
-        return source_;
+    // Negative if the kernel gave no descriptor.
+    int Descriptor() const noexcept {
+        return descriptor_;
+    }
+
+    // Sets one delay from now on; 0 disarms the timer.
+    void Set(time_t seconds) noexcept {
+        const itimerspec setting = {{0, 0}, {seconds, 0}};
+        timerfd_settime(descriptor_, 0, &setting, nullptr);
     }
 
 private:
-    const CFRunLoopSourceRef source_;
+    const int descriptor_;
 };
 
 } // namespace
@@ -82,10 +105,10 @@ private:
     void ReportEvents(cf::Nanoseconds now) noexcept;
 
     disks::MountMonitor monitor_;
-    disks::RetryTimer retry_;
-    const Source wakeSource_;
-    const Source monitorSource_;
-    const Source retrySource_;
+    RetryTimer retry_;
+    const SourcePointer wakeSource_;
+    const SourcePointer monitorSource_;
+    const SourcePointer retrySource_;
     disks::VolumeProbes probes_;
     disks::DiskList disks_;
     bool isTableStale_ = true;
@@ -109,23 +132,23 @@ __DASession::__DASession()
                                                 RunStep, this)),
       retrySource_(
           cf::CreateDescriptorSource(retry_.Descriptor(), cf::RunLevel::kOutermost, RunStep, this)),
-      probes_(wakeSource_.Get()) {}
+      probes_(wakeSource_.get()) {}
 
 bool __DASession::IsValid() const noexcept {
-    return monitor_.Descriptor() >= 0 && retry_.Descriptor() >= 0 && wakeSource_.Get() != nullptr &&
-           monitorSource_.Get() != nullptr && retrySource_.Get() != nullptr;
+    return monitor_.Descriptor() >= 0 && retry_.Descriptor() >= 0 && wakeSource_ &&
+           monitorSource_ && retrySource_;
 }
 
 void __DASession::Schedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
-    for (const Source* source : {&wakeSource_, &monitorSource_, &retrySource_})
-        CFRunLoopAddSource(runLoop, source->Get(), mode);
+    for (const SourcePointer* source : {&wakeSource_, &monitorSource_, &retrySource_})
+        CFRunLoopAddSource(runLoop, source->get(), mode);
     isScheduled_ = true;
-    cf::SignalSource(wakeSource_.Get());
+    cf::SignalSource(wakeSource_.get());
 }
 
 void __DASession::Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
-    for (const Source* source : {&wakeSource_, &monitorSource_, &retrySource_})
-        CFRunLoopRemoveSource(runLoop, source->Get(), mode);
+    for (const SourcePointer* source : {&wakeSource_, &monitorSource_, &retrySource_})
+        CFRunLoopRemoveSource(runLoop, source->get(), mode);
     isScheduled_ = false;
 }
 
@@ -133,10 +156,8 @@ void __DASession::RunStep(void* info) noexcept {
     // The callback may give the session up.
     const auto session = cf::Owned<__DASession>::Share(static_cast<__DASession*>(info));
     const cf::Nanoseconds now = cf::MonotonicNow();
-    if (session->Update(now) && !session->disks_.IsTimeoutPending(now))
-        session->retry_.Clear();
-    else
-        session->retry_.Set();
+    const bool mustRetry = !session->Update(now) || session->disks_.IsTimeoutPending(now);
+    session->retry_.Set(mustRetry ? kRetryDelay : 0);
     // By an old table, a disk that has gone might still appear.
     if (!session->isTableStale_)
         session->ReportEvents(now);
@@ -165,7 +186,7 @@ void __DASession::ReportEvents(cf::Nanoseconds now) noexcept {
         const disks::DiskEvent event = disks_.NextEvent(now);
         if (!event.disk)
             return;
-        cf::SignalSource(wakeSource_.Get());
+        cf::SignalSource(wakeSource_.get());
         (event.appeared ? appeared : disappeared).Notify(event.disk.Get());
     } while (isScheduled_ && disks_.HasRepeats());
 }
