@@ -1,5 +1,7 @@
 #include "FaultDirector.h"
 
+#include "Calls.h"
+
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"

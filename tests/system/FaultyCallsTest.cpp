@@ -1,14 +1,13 @@
-// The daemon's calls, and those of its libraries: in each phase of its life in which a call occurs,
-// it fails in each way, the first time, the second, ... Only of readdir, which one look at the
-// process table calls some hundred times, every 50th is taken.
+// The calls of Calls.def, made by the daemon and its libraries: in each phase in which a call
+// occurs the first, the second, ... one fails with each error.
 
+#include "Calls.h"
 #include "FaultDirector.h"
 #include "SystemTest.h"
 
 #include "testbed/ProcessState.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
@@ -18,6 +17,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,24 +25,13 @@ using testbed::Event;
 using testbed::Line;
 using testbed::Stream;
 
+static void PrintTo(const FaultyCall& call, std::ostream* out) {
+    *out << call.name;
+}
+
 namespace {
 
 constexpr int kSlots = 50;
-
-// What the daemon does meanwhile.
-enum Phase : unsigned { kStart = 1, kIdentification = 2, kReconnection = 4, kRemount = 8 };
-
-// One call, the ways in which it fails, and the phases in which it occurs.
-struct Failing {
-    const char* call;
-    std::vector<int> errors;
-    unsigned phases;
-    int stride = 1; // so many calls from one that fails to the next
-};
-
-void PrintTo(const Failing& failing, std::ostream* out) {
-    *out << failing.call;
-}
 
 bool IsFaultNotice(const Line& line) {
     return line.stream == Stream::DaemonOutput && line.text == kFaultNotice;
@@ -57,7 +46,7 @@ bool IsInfoOpen(const Line& line, int after) {
     return event && event->kind == "info-open" && event->number > after;
 }
 
-class FaultyCallsTest : public SystemTest, public testing::WithParamInterface<Failing> {
+class FaultyCallsTest : public SystemTest, public testing::WithParamInterface<FaultyCall> {
 protected:
     FaultyCallsTest() {
         // As many drives as slots, for a disc may have to stay where it is.
@@ -77,8 +66,8 @@ protected:
 
     // A root that cannot be read is taken for no changer's, without a word.
     static bool IsForReading() {
-        static const std::set<std::string> kReading = {"fstat", "lstat", "open", "read"};
-        return kReading.contains(GetParam().call);
+        static const std::set<std::string_view> kReading = {"fstat", "lstat", "open", "read"};
+        return kReading.contains(GetParam().name);
     }
     // The next line of the output log that tells how far the daemon has come.
     Line NextSign(const std::function<bool(const Line&)>& isSign);
@@ -89,18 +78,26 @@ private:
     bool isNoticeTaken_ = false;
 };
 
+// The process table is read with some hundred calls of readdir(): every 50th fails.
+int Stride(std::string_view call) {
+    return call == "readdir" ? 50 : 1;
+}
+
 void FaultyCallsTest::ForEachFault(const std::function<bool()>& runRound) {
+    const std::string call(GetParam().name);
     for (const int error : GetParam().errors) {
+        if (error == 0)
+            break;
         int faults = 0;
         bool happened = true;
-        for (int nth = 1; happened; nth += GetParam().stride) {
-            SCOPED_TRACE("call " + std::to_string(nth) + ": " + strerrorname_np(error));
-            director_.Arm(GetParam().call, error, nth);
+        for (int nth = 1; happened; nth += Stride(call)) {
+            SCOPED_TRACE("call " + std::to_string(nth) + ": " + NameOfError(error));
+            director_.Arm(call, error, nth);
             happened = runRound();
             faults += happened ? 1 : 0;
         }
-        EXPECT_GT(faults, 0) << strerrorname_np(error) << ": the call does not occur";
-        RecordProperty(strerrorname_np(error), faults);
+        EXPECT_GT(faults, 0) << NameOfError(error) << ": the call does not occur";
+        RecordProperty(NameOfError(error), faults);
     }
 }
 
@@ -318,42 +315,15 @@ TEST_P(FaultyRemountTest, IsGotOver) {
 
 // ---- the calls ----
 
-// An error in reading the process table ends the trying to connect for good, and is meant to; so
-// readdir is left out where the trying is all there is.
-const std::vector<Failing> kCalls = {
-    {"connect", {EAGAIN, ECONNREFUSED, EINTR}, kStart | kIdentification | kReconnection},
-    {"epoll_create1", {EMFILE, ENFILE}, kStart},
-    {"epoll_ctl", {ENOMEM, ENOSPC}, kStart | kIdentification | kReconnection},
-    {"epoll_wait", {EINTR}, kStart | kIdentification | kReconnection | kRemount},
-    {"eventfd", {EMFILE, ENFILE}, kStart | kIdentification},
-    {"fdopendir", {ENOMEM}, kIdentification},
-    {"fopen", {EMFILE, ENFILE}, kStart | kRemount},
-    {"fstat", {EIO}, kStart | kIdentification | kRemount},
-    {"fstatat", {EIO}, kIdentification},
-    {"lstat", {EIO}, kStart | kIdentification | kRemount},
-    {"open", {EINTR, EMFILE, ENFILE}, kStart | kIdentification | kRemount},
-    {"openat", {EMFILE, ENFILE}, kStart | kIdentification | kReconnection},
-    {"opendir", {EMFILE, ENFILE}, kStart | kIdentification},
-    {"poll", {EINTR}, kStart | kIdentification | kReconnection | kRemount},
-    {"pthread_create", {EAGAIN}, kStart | kIdentification | kRemount},
-    {"read", {EINTR, EIO}, kStart | kIdentification | kReconnection | kRemount},
-    {"readdir", {EIO}, kIdentification, 50},
-    {"recv", {EAGAIN, ECONNRESET, EINTR}, kStart | kIdentification | kReconnection},
-    {"send", {EAGAIN, ECONNRESET, EINTR, EPIPE}, kStart | kIdentification},
-    {"socket", {EMFILE, ENFILE}, kStart | kIdentification | kReconnection},
-    {"statfs", {EIO}, kStart | kRemount},
-    {"timerfd_create", {EMFILE, ENFILE}, kStart},
-};
-
 auto CallsIn(Phase phase) {
-    std::vector<Failing> calls;
-    std::ranges::copy_if(kCalls, std::back_inserter(calls),
-                         [phase](const Failing& each) { return (each.phases & phase) != 0; });
+    std::vector<FaultyCall> calls;
+    std::ranges::copy_if(kFaultyCalls, std::back_inserter(calls),
+                         [phase](const FaultyCall& each) { return (each.phases & phase) != 0; });
     return testing::ValuesIn(calls);
 }
 
-std::string NameOf(const testing::TestParamInfo<Failing>& instance) {
-    return instance.param.call;
+std::string NameOf(const testing::TestParamInfo<FaultyCall>& instance) {
+    return std::string(instance.param.name);
 }
 
 INSTANTIATE_TEST_SUITE_P(Calls, FaultyStartTest, CallsIn(kStart), NameOf);

@@ -28,38 +28,38 @@ OnSending::~OnSending() {
     t_onSending = nullptr;
 }
 
-#define FAILING_SEAM(Result, failure, name, parameters, arguments)                                 \
+#define FAILING_CALL(name, Result, parameters, arguments)                                          \
     extern "C" Result __real_##name parameters;                                                    \
     extern "C" Result __wrap_##name parameters;                                                    \
     extern "C" Result __wrap_##name parameters {                                                   \
-        return Failing::Is(#name) ? failure : __real_##name arguments;                             \
+        return Failing::Is(#name) ? nullptr : __real_##name arguments;                             \
     }
 
-FAILING_SEAM(CFDataRef, nullptr, CFDataCreate,
+FAILING_CALL(CFDataCreate, CFDataRef,
              (CFAllocatorRef allocator, const UInt8* bytes, CFIndex length),
              (allocator, bytes, length))
-FAILING_SEAM(CFMutableDataRef, nullptr, CFDataCreateMutable,
-             (CFAllocatorRef allocator, CFIndex capacity), (allocator, capacity))
-FAILING_SEAM(CFMutableDictionaryRef, nullptr, CFDictionaryCreateMutable,
+FAILING_CALL(CFDataCreateMutable, CFMutableDataRef, (CFAllocatorRef allocator, CFIndex capacity),
+             (allocator, capacity))
+FAILING_CALL(CFDictionaryCreateMutable, CFMutableDictionaryRef,
              (CFAllocatorRef allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* keys,
               const CFDictionaryValueCallBacks* values),
              (allocator, capacity, keys, values))
-FAILING_SEAM(CFMutableDictionaryRef, nullptr, CFDictionaryCreateMutableCopy,
+FAILING_CALL(CFDictionaryCreateMutableCopy, CFMutableDictionaryRef,
              (CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary),
              (allocator, capacity, dictionary))
-FAILING_SEAM(CFNumberRef, nullptr, CFNumberCreate,
+FAILING_CALL(CFNumberCreate, CFNumberRef,
              (CFAllocatorRef allocator, CFNumberType type, const void* value),
              (allocator, type, value))
-FAILING_SEAM(CFStringRef, nullptr, CFStringCreateWithCString,
+FAILING_CALL(CFStringCreateWithCString, CFStringRef,
              (CFAllocatorRef allocator, const char* text, CFStringEncoding encoding),
              (allocator, text, encoding))
-FAILING_SEAM(CFDataRef, nullptr, CFPropertyListCreateXMLData,
+FAILING_CALL(CFPropertyListCreateXMLData, CFDataRef,
              (CFAllocatorRef allocator, CFPropertyListRef list), (allocator, list))
-FAILING_SEAM(CFRunLoopRef, nullptr, CFRunLoopGetCurrent, (), ())
-FAILING_SEAM(CFRunLoopSourceRef, nullptr, CFSocketCreateRunLoopSource,
+FAILING_CALL(CFRunLoopGetCurrent, CFRunLoopRef, (), ())
+FAILING_CALL(CFSocketCreateRunLoopSource, CFRunLoopSourceRef,
              (CFAllocatorRef allocator, CFSocketRef socket, CFIndex order),
              (allocator, socket, order))
-FAILING_SEAM(CFPropertyListRef, nullptr, CFPropertyListCreateFromXMLData,
+FAILING_CALL(CFPropertyListCreateFromXMLData, CFPropertyListRef,
              (CFAllocatorRef allocator, CFDataRef data, CFOptionFlags mutability,
               CFStringRef* errorText),
              (allocator, data, mutability, errorText))

@@ -1,5 +1,6 @@
 /* Reading a file while what reading takes is short for a moment. */
 
+#include "Calls.h"
 #include "FaultSweep.h"
 #include "files/FileContents.h"
 #include "support/TemporaryTree.h"
@@ -43,7 +44,7 @@ TEST_F(FileContentsSweep, AShortageIsWaitedOut) {
 }
 
 TEST_F(FileContentsSweep, NobodyWaitsWithoutEndForAShortage) {
-    const SystemCallFailure failure = {"std::thread", EAGAIN};
+    const SystemCallFailure failure = {kThreadStart, EAGAIN};
     const SystemCallFault fault(failure, 1);
     const cf::FileContents contents = cf::ReadFileWithin(0ms, tree_.Path("file"), 100);
     EXPECT_FALSE(contents.isOpened);

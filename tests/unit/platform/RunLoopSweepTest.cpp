@@ -86,7 +86,7 @@ TEST(RunLoopSweep, DelayThatCannotBeWatchedTakesNoDescriptor) {
             happened = SystemCallFault::Happened();
         }
         if (happened) {
-            failed.insert(failure.function);
+            failed.emplace(failure.function);
             EXPECT_EQ(CountDescriptors(), descriptors) << Describe(failure, 1);
         }
         CFRunLoopTimerInvalidate(timer);

@@ -1,4 +1,5 @@
 #include "Callouts.h"
+#include "Calls.h"
 #include "FaultSweep.h"
 #include "LocalServer.h"
 #include "ResourceUsage.h"
@@ -34,8 +35,7 @@ CFSocketRef Connect(CFDataRef address) {
 }
 
 bool BelongsToTheStart(const SystemCallFailure& failure) {
-    const std::string_view function = failure.function;
-    return function == "epoll_create1" || function == "std::thread";
+    return failure.function == "epoll_create1" || failure.function == kThreadStart;
 }
 
 std::set<std::string> ListThreads() {

@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_SWEEPS_WHOLEDAEMON_H
-#define TESTS_UNIT_SWEEPS_WHOLEDAEMON_H
+#ifndef TESTS_FAULTS_SWEEPS_WHOLEDAEMON_H
+#define TESTS_FAULTS_SWEEPS_WHOLEDAEMON_H
 
 /*
  * The daemon's modules all together, from the callbacks down to sockets and files, against a server

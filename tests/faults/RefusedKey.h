@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_REFUSEDKEY_H
-#define TESTS_UNIT_REFUSEDKEY_H
+#ifndef TESTS_FAULTS_REFUSEDKEY_H
+#define TESTS_FAULTS_REFUSEDKEY_H
 
 /* Dictionaries that find no memory for one value: add RefusedKey.cpp and wrap
    CFDictionarySetValue. Which value makes a dictionary grow depends on its size otherwise. */

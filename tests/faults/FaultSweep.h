@@ -1,11 +1,11 @@
-#ifndef TESTS_UNIT_FAULTSWEEP_H
-#define TESTS_UNIT_FAULTSWEEP_H
+#ifndef TESTS_FAULTS_FAULTSWEEP_H
+#define TESTS_FAULTS_FAULTSWEEP_H
 
 /*
- * A body of work, run again and again with one thing around it failing: its first, second, ...
- * allocation, alone and with all that follow it, then its first, second, ... call of each system
- * function in each way, until none is left. Needs ALLOCATION_FAULTS and SYSTEM_CALL_FAULTS in
- * add_unit_test.
+ * Fault sweeps: a body of work runs again and again with one fault, its first, second, ...
+ * allocation failing, alone and with all after it, then its first, second, ... call of each system
+ * function with each error, until none is left. Name AllocationFaults and SystemCallFaults in the
+ * SEAMS of add_unit_test.
  */
 
 #include "AllocationFaults.h"
@@ -14,26 +14,25 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <thread>
 
 struct Fault {
-    std::string what;     // for messages
-    std::string function; // of the system; empty: memory ran out
-    bool happened;        // else the body needed no more of them, and nothing has gone wrong
+    std::string what;          // for messages
+    std::string_view function; // of the system; empty for an allocation
+    bool happened;             // false: the body had fewer calls, and nothing has failed
 };
 
-/* How many faults there were. */
+/* How many faults happened. */
 struct SweptFaults {
     std::size_t allocations = 0;
     std::size_t systemCalls = 0;
 };
 
-/*
- * Where a body runs, and its fault is set: on the sweep's thread, or each time on one of its own.
- */
+/* The thread on which a body runs with its fault: the sweep's, or a new one for each run. */
 enum class SweptThread { kCalling, kFresh };
 
-/* Whether the fault happened, which is made of the arguments. */
+/* Runs the body with a fault that is constructed from the arguments. True if the fault happened. */
 template<typename FaultKind, typename Body, typename... Arguments>
 bool RunWithFault(SweptThread thread, Body& body, const Arguments&... arguments) {
     bool happened = false;
@@ -49,31 +48,35 @@ bool RunWithFault(SweptThread thread, Body& body, const Arguments&... arguments)
     return happened;
 }
 
-/* body() does the work; check(fault) then looks at what became of it, in peace, on the calling
-   thread, and makes all ready for the next run. */
+/*
+ * Each sweep calls body() with a fault, then check(fault) without one on the calling thread, where
+ * the result is examined and the next run prepared. Returns the number of faults that happened.
+ */
+
+/* Sweeps the allocations; each fails with the `count` - 1 after it. */
 template<typename Body, typename Check>
 std::size_t SweepMemory(std::size_t count, Body body, Check check,
                         SweptThread thread = SweptThread::kCalling) {
     const std::string following = count > 1 ? " and all after it" : "";
-    for (std::size_t nth = 1;; ++nth) {
+    return SweepFaults([&](std::size_t nth) {
         const bool happened = RunWithFault<AllocationFault>(thread, body, nth, count);
         check(Fault{"allocation " + std::to_string(nth) + following, "", happened});
-        if (!happened)
-            return nth - 1;
-    }
+        return happened;
+    });
 }
 
+/* Sweeps the calls of one function with one error. */
 template<typename Body, typename Check>
 std::size_t SweepSystemCall(const SystemCallFailure& failure, Body body, Check check,
                             SweptThread thread = SweptThread::kCalling) {
-    for (std::size_t nth = 1;; ++nth) {
+    return SweepFaults([&](std::size_t nth) {
         const bool happened = RunWithFault<SystemCallFault>(thread, body, failure, nth);
         check(Fault{Describe(failure, nth), failure.function, happened});
-        if (!happened)
-            return nth - 1;
-    }
+        return happened;
+    });
 }
 
+/* Sweeps everything. */
 template<typename Body, typename Check>
 SweptFaults SweepFaults(Body body, Check check, SweptThread thread = SweptThread::kCalling) {
     SweptFaults swept;

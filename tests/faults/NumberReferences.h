@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_NUMBERREFERENCES_H
-#define TESTS_UNIT_NUMBERREFERENCES_H
+#ifndef TESTS_FAULTS_NUMBERREFERENCES_H
+#define TESTS_FAULTS_NUMBERREFERENCES_H
 
 /*
  * References to number objects, counted in release builds, too. Only integers that do not fit in 63

@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_SWEEPS_OBEDIENTSERVER_H
-#define TESTS_UNIT_SWEEPS_OBEDIENTSERVER_H
+#ifndef TESTS_FAULTS_SWEEPS_OBEDIENTSERVER_H
+#define TESTS_FAULTS_SWEEPS_OBEDIENTSERVER_H
 
 /*
  * A changer server behind this process's own number, on real sockets: it does at once whatever it
