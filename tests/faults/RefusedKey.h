@@ -1,12 +1,13 @@
 #ifndef TESTS_FAULTS_REFUSEDKEY_H
 #define TESTS_FAULTS_REFUSEDKEY_H
 
-/* Dictionaries that find no memory for one value: add RefusedKey.cpp and wrap
-   CFDictionarySetValue. Which value makes a dictionary grow depends on its size otherwise. */
+/* Dictionaries without memory for the value of one key: without this seam the value that makes a
+   dictionary grow depends on its size. Name RefusedKey in the SEAMS of add_unit_test. */
 
 #include <string>
 
-/* While it lives, dictionaries stay as they were when a value is set under that key. */
+/* While it lives, CFDictionarySetValue() changes nothing for a key that is equal to `utf8`. One at
+   a time. */
 class RefusedKey {
 public:
     explicit RefusedKey(const std::string& utf8);

@@ -2,7 +2,7 @@
 #define TESTS_FUZZ_KEPTLISTS_H
 
 /* The lists that the daemon keeps for ever by design, which a fuzzer's many inputs would make too
-   many. Wrap the functions of CMakeLists.txt. */
+   many. */
 
 /* At its end it releases what was kept since its beginning. The store must be gone by then. */
 class KeptLists {

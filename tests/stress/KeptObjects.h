@@ -5,7 +5,7 @@
  * What the daemon keeps for good by design, besides lists: the sources of notification connections
  * that ended, and the progress records of builds whose status could not be cleared. Each is given
  * up here, as soon as the daemon has lost sight of it, so that nothing else is forgiven by the leak
- * checker. Wrap the functions of kKeptObjectsWraps.
+ * checker.
  */
 
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"

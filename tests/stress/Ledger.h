@@ -2,8 +2,7 @@
 #define TESTS_STRESS_LEDGER_H
 
 /*
- * Who is at work: the threads that the daemon starts, counted beside it, and what they log. Wrap
- * the functions of kLedgerWraps.
+ * Who is at work: the threads that the daemon starts, counted beside it, and what they log.
  */
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,8 +1,7 @@
 #ifndef TESTS_STRESS_SENTLISTS_H
 #define TESTS_STRESS_SENTLISTS_H
 
-/* The changer info lists of a round: how many were sent, and which of them the daemon saved. Wrap
-   the function of kSentListsWraps. */
+/* The changer info lists of a round: how many were sent, and which of them the daemon saved. */
 
 #include <atomic>
 

@@ -3,8 +3,7 @@
 
 /*
  * The daemon's time, made short: the clock that its loops look at runs forty times as fast,
- * a sleep lasts milliseconds, and so do the delays of its timers. Wrap the functions of
- * kShortTimesWraps.
+ * a sleep lasts milliseconds, and so do the delays of its timers.
  *
  *   next attempt to connect   2 milliseconds
  *   daily build               at once to 4 milliseconds after it is set, then daily

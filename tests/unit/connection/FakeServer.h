@@ -3,7 +3,7 @@
 
 /*
  * The server as the commands see it: SendMessageToChangerServer itself, a clock that only sleeping
- * moves, and a process id. Wrap those named in FakeServer.cpp.
+ * moves, and a process id.
  */
 
 #include "common/VErr.h"

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_PROCESSTABLE_H
 #define TESTS_UNIT_CONNECTION_PROCESSTABLE_H
 
-/* The process table as the code under test sees it: wrap sysctl. */
+/* The process table as the code under test sees it. */
 
 #include <string>
 #include <sys/time.h>

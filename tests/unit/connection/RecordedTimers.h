@@ -3,8 +3,8 @@
 
 /*
  * Run-loop timers without waiting. The code's timers are noted as they are asked for, by a clock
- * that stands still, and fire when the test says so. Wrap CFAbsoluteTimeGetCurrent and
- * CFRunLoopTimerCreate, which Failing (Seams.h) can let fail.
+ * that stands still, and fire when the test says so. Failing (Seams.h) can make
+ * CFRunLoopTimerCreate fail.
  */
 
 #include <CoreFoundation/CoreFoundation.h>

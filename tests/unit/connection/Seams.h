@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_SEAMS_H
 #define TESTS_UNIT_CONNECTION_SEAMS_H
 
-/* Calls to the platform that fail when a test says so: wrap those named in Seams.cpp. */
+/* Calls to the platform that fail when a test says so. */
 
 #include <CoreFoundation/CoreFoundation.h>
 

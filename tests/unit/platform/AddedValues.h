@@ -3,10 +3,7 @@
 
 /*
  * Counts the values that the readers of property lists add to containers: the measure of their
- * work. It is the seam between a reader and ListBuilder, so a program needs WRAP with
- *
- *     _ZN2cf11ListBuilder9AddMemberENS_5OwnedIKNS_6ObjectEEE
- *     _ZN2cf11ListBuilder7AddPairEPKNS_6ObjectENS_5OwnedIS2_EE
+ * work. It is the seam between a reader and ListBuilder.
  */
 
 #include <cstddef>

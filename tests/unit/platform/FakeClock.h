@@ -5,8 +5,7 @@
  * Time in the test's hand. While a FakeClock lives, both clocks stand still but for it, and a run
  * loop that would sleep jumps to what it would sleep for. The kernel's monotonic timers expire when
  * the fake time reaches their dates, in the order of the dates. One thread moves the time at a
- * time; any thread may read it. Programs that use it wrap the functions that FakeClock.cpp
- * replaces.
+ * time; any thread may read it.
  */
 
 #include <CoreFoundation/CFDate.h>

@@ -2,8 +2,7 @@
 #define TESTS_UNIT_TRAYPROBED_HELDTHREADS_H
 
 /* The threads that the daemon starts: while one of these lives, nothing runs before the test says
-   so. Every thread must be detached, every attribute object destroyed. Wrap the functions of
-   kHeldThreadsWraps. */
+   so. Every thread must be detached, every attribute object destroyed. */
 
 #include <cstddef>
 #include <functional>

@@ -13,8 +13,6 @@
  * What a thread does between two steps nobody else sees, so that no other place to stop would lead
  * to anything new. Unlocking needs none for the same reason: what it lets happen is the next step
  * of somebody else.
- *
- * Wrap the functions of kEveryOrderWraps.
  */
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_FAKETIME_H
 #define TESTS_UNIT_TRAYPROBED_FAKETIME_H
 
-/* time() in the test's hand. Wrap time. */
+/* time() in the test's hand. */
 
 #include <ctime>
 

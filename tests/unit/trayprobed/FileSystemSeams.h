@@ -4,8 +4,7 @@
 /*
  * Directories opened, listed and looked into, watched: each listing is noted in the journal as
  * "list PATH", with "." for the tree's root, and " (locked)" behind it when the calling thread
- * holds the state lock. As root may read everything, failures are made here. Wrap the functions of
- * kFileSystemSeamsWraps.
+ * holds the state lock. As root may read everything, failures are made here.
  */
 
 #include <climits>

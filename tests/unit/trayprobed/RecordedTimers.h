@@ -1,8 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_RECORDEDTIMERS_H
 #define TESTS_UNIT_TRAYPROBED_RECORDEDTIMERS_H
 
-/* The run-loop timers that the daemon makes: real ones, but watched. Wrap the functions of
-   kRecordedTimersWraps. */
+/* The run-loop timers that the daemon makes: real ones, but watched. */
 
 #include <CoreFoundation/CoreFoundation.h>
 

@@ -3,7 +3,7 @@
 
 /*
  * The daemon's mutexes, watched: which thread holds the state lock, what its calls return, and
- * when a thread has to wait for any of them. Wrap the functions of kStateLockWraps.
+ * when a thread has to wait for any of them.
  */
 
 #include "common/VErr.h"
