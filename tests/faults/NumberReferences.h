@@ -2,10 +2,10 @@
 #define TESTS_FAULTS_NUMBERREFERENCES_H
 
 /*
- * References to number objects, counted in release builds, too. Only integers that do not fit in 63
- * bits, and reals, are objects: GUIDs of tests are such integers. A program with ALLOCATION_FAULTS
- * tells of each number that it makes, and the seams of the daily timer of each that a timer
- * carries.
+ * Counts the references to number objects, in release builds too. Only reals, and integers that do
+ * not fit into 63 bits, are objects; the GUIDs of tests are such integers. The seam
+ * AllocationFaults reports each number that it makes, and the seams of the daily timer each number
+ * that a timer carries.
  */
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -18,9 +18,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/* While one of these lives, each number object that is made, up to a million of them, gets two
-   references more, so that a release too many cannot free it. At the end each must have these two
-   alone. */
+/* While it lives, each number object that is made, up to a million of them, gets two additional
+   references, so that a release too many cannot free it. The destructor fails the test for a number
+   with any other reference. One at a time. */
 class NumberReferences {
 public:
     NumberReferences() {
@@ -41,7 +41,8 @@ public:
     NumberReferences(const NumberReferences&) = delete;
     NumberReferences& operator=(const NumberReferences&) = delete;
 
-    // Any thread. Takes no lock and no memory, both of which tests may watch.
+    // Reports a number; null is ignored. Any thread. Neither locks nor allocates, as tests may
+    // watch both.
     static void NoteMade(CFNumberRef number) {
         if (number == nullptr || !IsObject(number) || !s_isWatching)
             return;
@@ -52,21 +53,23 @@ public:
         CFRetain(number);
         s_numbers[index] = number;
     }
-    // A changer's timers carry this number: two references to it are kept for good.
+    // Reports a number that a changer's timers carry: the table of timers keeps two references to
+    // it. The timers' thread only.
     static void NoteKept(const void* number) {
         if (s_isWatching && !IsKept(number))
             *std::find(s_kept.begin(), s_kept.end(), nullptr) = number;
     }
 
-    // From here on an integer that is no object is made as the real of the same value, which is:
-    // for numbers of 16 bits.
+    // From now on integers that would be no objects are made as reals of the same value, which are.
     static void MakeObjectsOfAll() {
         s_makesObjectsOfAll = true;
     }
+    // True if the number has to be replaced by such a real.
     static bool MakesObjectOf(CFNumberRef number) {
         return s_makesObjectsOfAll && number != nullptr && !IsObject(number);
     }
 
+    // The object's references. `object` must not be a number without one.
     static std::int32_t CountReferences(CFTypeRef object) {
         return static_cast<const cf::Object*>(object)->references;
     }
