@@ -118,7 +118,9 @@ TEST_F(TextHelpers, AllocatesACString) {
 TEST_F(TextHelpers, ACharacterThatTheEncodingLacksHasACodeOfItsOwn) {
     char before[] = "before";
     char* text = before;
-    EXPECT_EQ(TakeChain(CFHAllocCStringFromCFString(Text("zwölf"), kCFStringEncodingASCII, &text)),
+    const UniChar unpairedSurrogate = 0xD800;
+    const Held string(CFStringCreateWithCharacters(nullptr, &unpairedSurrogate, 1));
+    EXPECT_EQ(TakeChain(CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text)),
               Chain{RaisedByHelper("CFHAllocCStringFromCFString",
                                    "can't convert the string to the requested encoding",
                                    0x4000000000000064)});

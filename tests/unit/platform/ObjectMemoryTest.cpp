@@ -58,8 +58,6 @@ TEST(OutOfMemory, CreationsGiveNull) {
         {"integer", [&] { return CFNumberCreate(nullptr, kCFNumberSInt64Type, &large); }},
         {"real", [&] { return CFNumberCreate(nullptr, kCFNumberFloat64Type, &real); }},
         {"UTF-8", [] { return CFStringCreateWithCString(nullptr, "x", kCFStringEncodingUTF8); }},
-        {"Latin-1",
-         [] { return CFStringCreateWithCString(nullptr, "x", kCFStringEncodingISOLatin1); }},
         {"units", [&] { return CFStringCreateWithCharacters(nullptr, units, 2); }},
         {"joined", [&] { return CFStringCreateByCombiningStrings(nullptr, array, CFSTR(",")); }},
         {"data", [&] { return CFDataCreate(nullptr, path, 4); }},

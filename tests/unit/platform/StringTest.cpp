@@ -15,8 +15,6 @@
 namespace {
 
 constexpr CFStringEncoding kMacRoman = 0;
-constexpr CFStringEncoding kEncodings[] = {kCFStringEncodingUTF8, kCFStringEncodingASCII,
-                                           kCFStringEncodingISOLatin1};
 
 Held<CFStringRef> Units(const std::vector<UniChar>& units) {
     return Held(
@@ -56,16 +54,8 @@ TEST(StringGetCString, CopiesWhatTheEncodingHas) {
         const char* expected; // null: no place in the encoding
     };
     const Row rows[] = {
-        {CFSTR("plain"), kCFStringEncodingASCII, "plain"},
-        {CFSTR("plain"), kCFStringEncodingISOLatin1, "plain"},
+        {CFSTR("plain"), kCFStringEncodingUTF8, "plain"},
         {CFSTR("caf\u00E9"), kCFStringEncodingUTF8, "caf\xC3\xA9"},
-        {CFSTR("caf\u00E9"), kCFStringEncodingISOLatin1, "caf\xE9"},
-        {CFSTR("caf\u00E9"), kCFStringEncodingASCII, nullptr},
-        {CFSTR("\u4E2D"), kCFStringEncodingISOLatin1, nullptr},
-        {CFSTR("\x7F"), kCFStringEncodingASCII, "\x7F"},
-        {CFSTR("\u0080"), kCFStringEncodingASCII, nullptr},
-        {CFSTR("\u00FF"), kCFStringEncodingISOLatin1, "\xFF"},
-        {CFSTR("\u0100"), kCFStringEncodingISOLatin1, nullptr},
         {CFSTR("\U0001F600"), kCFStringEncodingUTF8, "\xF0\x9F\x98\x80"},
         {CFSTR("plain"), kMacRoman, nullptr},
     };
@@ -75,13 +65,6 @@ TEST(StringGetCString, CopiesWhatTheEncodingHas) {
                   row.expected != nullptr);
         EXPECT_STREQ(buffer, row.expected != nullptr ? row.expected : "");
     }
-}
-
-TEST(StringGetCString, ExactlyFilledNarrowBuffer) {
-    char buffer[5] = {};
-    EXPECT_TRUE(CFStringGetCString(CFSTR("caf\u00E9"), buffer, 5, kCFStringEncodingISOLatin1));
-    EXPECT_STREQ(buffer, "caf\xE9");
-    EXPECT_FALSE(CFStringGetCString(CFSTR("caf\u00E9"), buffer, 4, kCFStringEncodingISOLatin1));
 }
 
 TEST(StringGetCString, UnpairedSurrogateHasNoPlaceInUtf8) {
@@ -165,14 +148,6 @@ TEST(StringCreate, AcceptsTheBordersOfUtf8) {
 TEST(StringCreate, DropsALeadingByteOrderMark) {
     EXPECT_TRUE(CFEqual(Text("\xEF\xBB\xBFname"), CFSTR("name")));
     EXPECT_TRUE(CFEqual(Text("\xEF\xBB\xBF"), CFSTR("")));
-}
-
-TEST(StringCreate, TakesNarrowBytesAsLatin1) {
-    for (const CFStringEncoding encoding : {kCFStringEncodingASCII, kCFStringEncodingISOLatin1}) {
-        const Held<CFStringRef> string(CFStringCreateWithCString(nullptr, "caf\xE9", encoding));
-        EXPECT_TRUE(CFEqual(string, CFSTR("caf\u00E9")));
-        EXPECT_EQ(CFStringGetLength(string), 4);
-    }
 }
 
 TEST(StringCreate, RefusesWhatItDoesNotKnow) {
@@ -268,11 +243,8 @@ TEST(String, ComparesNoFormsOfACharacter) {
 
 TEST(String, MaximumSize) {
     const CFIndex lengths[] = {0, 1, 10};
-    for (const CFIndex length : lengths) {
+    for (const CFIndex length : lengths)
         EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8), 3 * length);
-        EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingASCII), length);
-        EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingISOLatin1), length);
-    }
     EXPECT_EQ(CFStringGetMaximumSizeForEncoding(10, kMacRoman), 0);
     const CFIndex longest = std::numeric_limits<CFIndex>::max() / 3;
     EXPECT_EQ(CFStringGetMaximumSizeForEncoding(longest, kCFStringEncodingUTF8), 3 * longest);
@@ -283,14 +255,10 @@ TEST(String, MaximumSize) {
 TEST(String, NeverNeedsMoreThanTheMaximumSize) {
     for (const char* text : {"", "plain", "caf\u00E9", "\u4E2D\u6587", "\U0001F600\U0001F600"}) {
         const auto string = Text(text);
-        for (const CFStringEncoding encoding : kEncodings) {
-            const CFIndex size =
-                CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), encoding) + 1;
-            std::vector<char> small(static_cast<std::size_t>(size));
-            std::vector<char> ample(64);
-            EXPECT_EQ(CFStringGetCString(string, small.data(), size, encoding),
-                      CFStringGetCString(string, ample.data(), 64, encoding));
-        }
+        const CFIndex size =
+            CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
+        std::vector<char> buffer(static_cast<std::size_t>(size));
+        EXPECT_TRUE(CFStringGetCString(string, buffer.data(), size, kCFStringEncodingUTF8)) << text;
     }
 }
 

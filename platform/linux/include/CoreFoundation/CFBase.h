@@ -16,7 +16,6 @@ CF_EXTERN_C_BEGIN
 /* Named by width as on the original, where 64 bits are long long: "%lld" and "%llX" fit. */
 typedef unsigned char Boolean;
 typedef unsigned char UInt8;
-typedef signed char SInt8;
 typedef unsigned short UInt16;
 typedef signed short SInt16;
 typedef unsigned int UInt32;
@@ -27,7 +26,6 @@ typedef UInt16 UniChar;
 
 typedef unsigned long CFTypeID;
 typedef unsigned long CFOptionFlags;
-typedef unsigned long CFHashCode;
 typedef signed long CFIndex;
 
 typedef const void* CFTypeRef;

@@ -10,16 +10,12 @@ CF_EXTERN_C_BEGIN
 typedef const struct __CFArray* CFArrayRef;
 typedef UInt32 CFStringEncoding;
 
-/* The encodings known here; a call that names another one fails. */
-enum {
-    kCFStringEncodingISOLatin1 = 0x0201,
-    kCFStringEncodingASCII = 0x0600,
-    kCFStringEncodingUTF8 = 0x08000100
-};
+/* The only encoding known here; a call that names another one fails. */
+enum { kCFStringEncodingUTF8 = 0x08000100 };
 
 /*
- * NULL when the bytes are not valid in the encoding or memory is short. A leading byte order mark
- * of UTF-8 is dropped. Bytes above ASCII's are taken as Latin-1's.
+ * A copy of the NUL-terminated text, without a leading byte order mark. NULL if the text is NULL or
+ * not valid UTF-8, or memory is short.
  */
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
                                       CFStringEncoding encoding);

@@ -161,8 +161,6 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
     if (value == nullptr)
         return nullptr;
     switch (type) {
-    case kCFNumberSInt8Type:
-        return cf::CreateInteger(cf::ReadNative<std::int8_t>(value));
     case kCFNumberSInt16Type:
         return cf::CreateInteger(cf::ReadNative<std::int16_t>(value));
     case kCFNumberSInt32Type:
@@ -180,8 +178,6 @@ Boolean CFNumberGetValue(CFNumberRef reference, CFNumberType type, void* value) 
     if (!number || value == nullptr)
         return false;
     switch (type) {
-    case kCFNumberSInt8Type:
-        return cf::StoreInteger<std::int8_t>(*number, value);
     case kCFNumberSInt16Type:
         return cf::StoreInteger<std::int16_t>(*number, value);
     case kCFNumberSInt32Type:

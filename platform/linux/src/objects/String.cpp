@@ -77,25 +77,10 @@ std::strong_ordering CompareByUnits(const String* first, const String* second) n
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
 String* CreateFromUtf8(std::string_view text) noexcept {
-    if (text.starts_with(kByteOrderMark))
-        text.remove_prefix(kByteOrderMark.size());
+    if (text.starts_with(kUtf8ByteOrderMark))
+        text.remove_prefix(kUtf8ByteOrderMark.size());
     return IsValidUtf8(text) ? CreateString(text) : nullptr;
-}
-
-// Every byte is the character of its value.
-String* CreateFromLatin1(std::string_view text) noexcept {
-    const auto above =
-        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
-    String* string = AllocateString(text.size() + static_cast<std::size_t>(above), text.size());
-    if (string == nullptr)
-        return nullptr;
-    char* place = TextPlace(string);
-    for (const char character : text)
-        place = Encode(place, static_cast<unsigned char>(character));
-    return Seal(string);
 }
 
 String* CreateFromUnits(const UniChar* units, std::size_t count) noexcept {
@@ -126,52 +111,15 @@ bool CopyUtf8(const String* string, std::span<char> buffer) noexcept {
     return true;
 }
 
-// One byte for each character, none above the last. Writes as CopyUtf8 does.
-bool CopyNarrow(const String* string, char32_t last, std::span<char> buffer) noexcept {
-    std::string_view rest = TextOf(string);
-    if (string->unitCount >= buffer.size())
-        return false;
-    auto place = buffer.begin();
-    while (!rest.empty()) {
-        const char32_t character = TakeCharacter(rest);
-        if (character > last)
-            return false;
-        *place++ = static_cast<char>(character);
-    }
-    *place = 0;
-    return true;
-}
-
-bool CopyEncoded(const String* string, std::span<char> buffer, CFStringEncoding encoding) noexcept {
-    switch (encoding) {
-    case kCFStringEncodingUTF8:
-        return CopyUtf8(string, buffer);
-    case kCFStringEncodingASCII:
-        return CopyNarrow(string, 0x7F, buffer);
-    case kCFStringEncodingISOLatin1:
-        return CopyNarrow(string, 0xFF, buffer);
-    default:
-        return false;
-    }
-}
-
 } // namespace
 } // namespace cf
 
 constinit const cf::Class __CFString::kClass = {cf::DestroyPlain, cf::EqualStrings, cf::HashString};
 
 CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding encoding) {
-    if (text == nullptr)
+    if (text == nullptr || encoding != kCFStringEncodingUTF8)
         return nullptr;
-    switch (encoding) {
-    case kCFStringEncodingUTF8:
-        return cf::CreateFromUtf8(text);
-    case kCFStringEncodingASCII:
-    case kCFStringEncodingISOLatin1:
-        return cf::CreateFromLatin1(text);
-    default:
-        return nullptr;
-    }
+    return cf::CreateFromUtf8(text);
 }
 
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* characters, CFIndex count) {
@@ -186,16 +134,9 @@ CFIndex CFStringGetLength(CFStringRef reference) {
 }
 
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding) {
-    switch (encoding) {
-    case kCFStringEncodingUTF8:
-        return length <= std::numeric_limits<CFIndex>::max() / 3 ? length * 3
-                                                                 : CFIndex{kCFNotFound};
-    case kCFStringEncodingASCII:
-    case kCFStringEncodingISOLatin1:
-        return length;
-    default:
+    if (encoding != kCFStringEncodingUTF8)
         return 0;
-    }
+    return length <= std::numeric_limits<CFIndex>::max() / 3 ? length * 3 : CFIndex{kCFNotFound};
 }
 
 Boolean CFStringGetCString(CFStringRef reference, char* buffer, CFIndex size,
@@ -204,7 +145,7 @@ Boolean CFStringGetCString(CFStringRef reference, char* buffer, CFIndex size,
         return false;
     const auto* string = cf::As<cf::String>(reference);
     const std::span<char> place(buffer, static_cast<std::size_t>(size));
-    if (string != nullptr && cf::CopyEncoded(string, place, encoding))
+    if (string != nullptr && encoding == kCFStringEncodingUTF8 && cf::CopyUtf8(string, place))
         return true;
     buffer[0] = 0;
     return false;

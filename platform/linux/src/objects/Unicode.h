@@ -14,6 +14,9 @@
 
 namespace cf {
 
+/* The encoded byte order mark. A leading one is no part of a text. */
+inline constexpr std::string_view kUtf8ByteOrderMark = "\xEF\xBB\xBF";
+
 bool IsValidUtf8(std::string_view text) noexcept;
 
 /* Of generalized UTF-8. */
