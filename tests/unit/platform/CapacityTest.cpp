@@ -117,7 +117,8 @@ TEST(Capacity, DictionaryThatGrowsOneByOneAllocatesSeldom) {
 TEST(Capacity, TableIsAtMostThreeQuartersFull) {
     for (std::size_t capacity = cf::kSmallestTable; capacity <= 1024; capacity *= 2)
         for (std::size_t count = 0; count < capacity; ++count)
-            EXPECT_EQ(cf::HasRoomForOneMore(count, capacity), count < capacity / 4 * 3) << count;
+            EXPECT_EQ(cf::HasCapacityForOneMore(count, capacity), count < capacity / 4 * 3)
+                << count;
 }
 
 TEST(Capacity, NewTableIsTheSmallestThatIsNotTooFull) {
@@ -125,8 +126,9 @@ TEST(Capacity, NewTableIsTheSmallestThatIsNotTooFull) {
     for (std::size_t count = 1; count < 1000; ++count) {
         const std::size_t capacity = cf::CapacityFor(count);
         EXPECT_TRUE(std::has_single_bit(capacity)) << count;
-        EXPECT_TRUE(cf::HasRoomForOneMore(count - 1, capacity)) << count;
-        EXPECT_TRUE(capacity == cf::kSmallestTable || !cf::HasRoomForOneMore(count, capacity / 2))
+        EXPECT_TRUE(cf::HasCapacityForOneMore(count - 1, capacity)) << count;
+        EXPECT_TRUE(capacity == cf::kSmallestTable ||
+                    !cf::HasCapacityForOneMore(count, capacity / 2))
             << count;
     }
 }

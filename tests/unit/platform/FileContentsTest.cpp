@@ -194,10 +194,10 @@ TEST_F(FileContentsTest, AreWaitedForHalfAMinuteOnTheMainThread) {
 TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
     LetDie();
     // A reader of an earlier test may count until it has ended, and one is refused for it.
-    while (CountReaders() < cf::kMostUnansweredFiles)
+    while (CountReaders() < cf::kMaximumPendingReads)
         EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
     EXPECT_FALSE(cf::ReadFileWithin(1h, path_, 100).isOpened);
-    AwaitReaders(cf::kMostUnansweredFiles);
+    AwaitReaders(cf::kMaximumPendingReads);
     Revive();
     while (!cf::ReadFileWithin(1h, path_, 100).isOpened)
         std::this_thread::yield(); // until the threads that were left alone have ended

@@ -277,7 +277,7 @@ TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
     EXPECT_FALSE(shape.Fits(written));
 
     std::vector<cf::Pair> pairs = written;
-    const Value dictionary(shape.ShareAndLearn(pairs));
+    const Value dictionary(shape.ShareAndRemember(pairs));
     EXPECT_TRUE(shape.Fits(written));
     EXPECT_FALSE(shape.Fits({}));
     EXPECT_EQ(Value(shape.Share(written)).operator CFTypeRef(), dictionary.operator CFTypeRef());
@@ -291,7 +291,7 @@ TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
     const std::vector<cf::Pair> reversed = {written[1], written[0]};
     pairs = reversed;
     EXPECT_FALSE(shape.Fits(reversed));
-    EXPECT_EQ(Value(shape.ShareAndLearn(pairs)).operator CFTypeRef(),
+    EXPECT_EQ(Value(shape.ShareAndRemember(pairs)).operator CFTypeRef(),
               dictionary.operator CFTypeRef());
     EXPECT_TRUE(shape.Fits(reversed));
     EXPECT_FALSE(shape.Fits(written));
@@ -305,7 +305,7 @@ TEST_F(SharedValues, PendingDictionariesBecomeTheMembersWithTheirIndices) {
     };
     std::vector<const cf::Object*> members(4);
     cf::DictionaryShape shape;
-    members[0] = shape.ShareAndLearn(pairs);
+    members[0] = shape.ShareAndRemember(pairs);
     for (const int index : {2, 1, 3}) {
         setValue(index);
         ASSERT_TRUE(shape.Fits(pairs));
@@ -328,7 +328,7 @@ TEST_F(SharedValues, PendingDictionariesOfAShapeThatEndsLeaveNothing) {
     const Value key = String("key");
     std::vector<cf::Pair> pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
     cf::DictionaryShape shape;
-    const Value first(shape.ShareAndLearn(pairs));
+    const Value first(shape.ShareAndRemember(pairs));
     pairs[0].value = cf::SharedString("value");
     shape.Enqueue(pairs, 0);
 }
@@ -336,17 +336,17 @@ TEST_F(SharedValues, PendingDictionariesOfAShapeThatEndsLeaveNothing) {
 TEST_F(SharedValues, ADictionaryOfManyKeysIsNoShape) {
     std::vector<Value> keys;
     std::vector<cf::Pair> pairs;
-    for (std::size_t i = 0; i <= cf::DictionaryShape::kMostKeys; ++i) {
+    for (std::size_t i = 0; i <= cf::DictionaryShape::kMaximumKeys; ++i) {
         keys.push_back(String(std::to_string(i)));
         pairs.push_back({cf::AsObject(keys.back()), cf::AsObject(kCFBooleanTrue)});
     }
     cf::DictionaryShape shape;
     std::vector<cf::Pair> written = pairs;
-    const Value many(shape.ShareAndLearn(written));
+    const Value many(shape.ShareAndRemember(written));
     EXPECT_FALSE(shape.Fits(pairs));
     pairs.pop_back();
     written = pairs;
-    const Value fewer(shape.ShareAndLearn(written));
+    const Value fewer(shape.ShareAndRemember(written));
     EXPECT_TRUE(shape.Fits(pairs));
 }
 

@@ -320,7 +320,7 @@ TEST(XmlContainerStack, PathTellsEachStackFromAllOthers) {
             if (std::ranges::find(tags, XmlTag::kUnknown) != tags.end())
                 continue;
             ++stacks;
-            paths.insert(StackOf(tags).GetPath());
+            paths.insert(StackOf(tags).CurrentPath());
         }
     }
     EXPECT_EQ(stacks, 1U + 3 + 9 + 27 + 81);
@@ -329,15 +329,15 @@ TEST(XmlContainerStack, PathTellsEachStackFromAllOthers) {
 
 TEST(XmlContainerStack, DeepStackHasNoPathUntilItIsShallowAgain) {
     cf::XmlContainerStack stack = StackOf(std::vector<XmlTag>(31, XmlTag::kArray));
-    const cf::XmlContainerStack::Path path = stack.GetPath();
+    const cf::XmlContainerStack::Path path = stack.CurrentPath();
     EXPECT_NE(path, 0U);
     stack.Push(XmlTag::kDict);
-    EXPECT_EQ(stack.GetPath(), 0U);
+    EXPECT_EQ(stack.CurrentPath(), 0U);
     stack.Push(XmlTag::kDict);
-    EXPECT_EQ(stack.GetPath(), 0U);
+    EXPECT_EQ(stack.CurrentPath(), 0U);
     stack.Pop();
     stack.Pop();
-    EXPECT_EQ(stack.GetPath(), path);
+    EXPECT_EQ(stack.CurrentPath(), path);
 }
 
 TEST(XmlContainerStack, SetPathGivesTheStackWithThatPath) {
@@ -352,7 +352,7 @@ TEST(XmlContainerStack, SetPathGivesTheStackWithThatPath) {
     for (const auto& before : tags) {
         for (const auto& after : tags) {
             cf::XmlContainerStack stack = StackOf(before);
-            stack.SetPath(StackOf(after).GetPath());
+            stack.SetPath(StackOf(after).CurrentPath());
             ASSERT_EQ(stack.Depth(), after.size());
             for (std::size_t i = after.size(); i > 0; --i) {
                 EXPECT_EQ(stack.Tag(), after[i - 1]);
@@ -365,7 +365,7 @@ TEST(XmlContainerStack, SetPathGivesTheStackWithThatPath) {
 
 TEST(XmlContainerStack, SetPathReplacesContainersBelowOneThatWasPopped) {
     cf::XmlContainerStack stack = StackOf({XmlTag::kArray, XmlTag::kArray});
-    const cf::XmlContainerStack::Path path = stack.GetPath();
+    const cf::XmlContainerStack::Path path = stack.CurrentPath();
     stack.Pop();
     stack.Pop();
     stack.Push(XmlTag::kDict);
@@ -377,8 +377,8 @@ TEST(XmlContainerStack, SetPathReplacesContainersBelowOneThatWasPopped) {
 
 // ---- the cache ----
 
-const cf::XmlContainerStack::Path kPath = StackOf({XmlTag::kArray}).GetPath();
-const cf::XmlContainerStack::Path kOtherPath = StackOf({XmlTag::kDict}).GetPath();
+const cf::XmlContainerStack::Path kPath = StackOf({XmlTag::kArray}).CurrentPath();
+const cf::XmlContainerStack::Path kOtherPath = StackOf({XmlTag::kDict}).CurrentPath();
 
 cf::XmlMarkup Markup(std::string_view source, cf::XmlContainerStack::Path before = kPath) {
     return {source, 0, source, 0, XmlTag::kInteger, before, kPath};

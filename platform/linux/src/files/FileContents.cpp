@@ -24,7 +24,7 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::size_t kChunk = 16384;
-constexpr std::chrono::milliseconds kPause(20); // before what was short is asked for again
+constexpr std::chrono::milliseconds kRetryInterval(20); // before what was short is asked for again
 
 // Calls a function of the system again as long as signals interrupt it.
 template<typename Call>
@@ -101,8 +101,8 @@ struct Reading {
     const std::size_t maximum;
 
     std::mutex mutex; // guards what follows
-    std::condition_variable isThrough;
-    bool through = false;
+    std::condition_variable doneCondition;
+    bool isDone = false;
     bool failed = false; // for want of memory
     FileContents contents;
 };
@@ -118,8 +118,8 @@ void Read(Reading& reading) noexcept {
     const std::lock_guard lock(reading.mutex);
     reading.contents = std::move(contents);
     reading.failed = failed;
-    reading.through = true;
-    reading.isThrough.notify_one();
+    reading.isDone = true;
+    reading.doneCondition.notify_one();
 }
 
 bool StartReading(const std::shared_ptr<Reading>& reading) {
@@ -135,7 +135,7 @@ bool StartReading(const std::shared_ptr<Reading>& reading) {
 // One attempt to read the file until then.
 FileContents TryToRead(steady_clock::time_point end, const std::string& path, std::size_t maximum) {
     FileContents none;
-    if (g_readings >= kMostUnansweredFiles)
+    if (g_readings >= kMaximumPendingReads)
         return none;
     const auto reading = std::make_shared<Reading>(path, maximum);
     if (!StartReading(reading)) {
@@ -143,7 +143,7 @@ FileContents TryToRead(steady_clock::time_point end, const std::string& path, st
         return none;
     }
     std::unique_lock lock(reading->mutex);
-    reading->isThrough.wait_until(lock, end, [&] { return reading->through; });
+    reading->doneCondition.wait_until(lock, end, [&] { return reading->isDone; });
     if (reading->failed)
         throw std::bad_alloc();
     return std::move(reading->contents);
@@ -167,12 +167,12 @@ FileContents ReadFile(const std::string& path, std::size_t maximum) {
     return contents;
 }
 
-FileContents ReadFileWithin(std::chrono::milliseconds patience, const std::string& path,
+FileContents ReadFileWithin(std::chrono::milliseconds timeOut, const std::string& path,
                             std::size_t maximum) {
-    const auto end = steady_clock::now() + patience;
+    const auto end = steady_clock::now() + timeOut;
     FileContents contents = TryToRead(end, path, maximum);
     while (contents.isShortage && steady_clock::now() < end) {
-        std::this_thread::sleep_for(kPause);
+        std::this_thread::sleep_for(kRetryInterval);
         contents = TryToRead(end, path, maximum);
     }
     return contents;

@@ -30,10 +30,10 @@ FileContents ReadFile(const std::string& path, std::size_t maximum);
  * are answered; while there are many of them, nothing is opened. A shortage is waited out in that
  * time. Throws std::bad_alloc.
  */
-FileContents ReadFileWithin(std::chrono::milliseconds patience, const std::string& path,
+FileContents ReadFileWithin(std::chrono::milliseconds timeOut, const std::string& path,
                             std::size_t maximum);
 
-inline constexpr int kMostUnansweredFiles = 32;
+inline constexpr int kMaximumPendingReads = 32;
 
 } // namespace cf
 

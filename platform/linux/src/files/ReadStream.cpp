@@ -16,8 +16,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kPatience = 30s;
-constexpr std::size_t kMostBytes = kMaximumFileSize + 1; // the last one tells of more
+constexpr auto kTimeOut = 30s;
+constexpr std::size_t kMaximumBytes = kMaximumFileSize + 1; // the last one tells of more
 
 bool IsMainThread() noexcept {
     return gettid() == getpid();
@@ -25,8 +25,8 @@ bool IsMainThread() noexcept {
 
 FileContents ReadContents(const char* path) noexcept {
     try {
-        return IsMainThread() ? ReadFileWithin(kPatience, path, kMostBytes)
-                              : ReadFile(path, kMostBytes);
+        return IsMainThread() ? ReadFileWithin(kTimeOut, path, kMaximumBytes)
+                              : ReadFile(path, kMaximumBytes);
     } catch (const std::bad_alloc&) {
         return {};
     }

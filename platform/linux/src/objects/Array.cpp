@@ -50,11 +50,6 @@ void Append(Array* array, const Object* member) noexcept {
     array->slots[array->count++] = member;
 }
 
-Array* AsMutable(CFMutableArrayRef reference) noexcept {
-    auto* array = As<Array>(reference);
-    return array != nullptr && IsMutable(array) ? array : nullptr;
-}
-
 Array* CreateImmutable(std::span<const void* const> members) noexcept {
     auto* array =
         Allocate<Array>(members.size() * sizeof(const Object*), kImmutableArray, members.size());
@@ -151,13 +146,13 @@ Boolean CFArrayContainsValue(CFArrayRef array, CFRange range, const void* value)
 }
 
 void CFArrayAppendValue(CFMutableArrayRef reference, const void* value) {
-    auto* array = cf::AsMutable(reference);
+    auto* array = cf::AsMutable<cf::Array>(reference);
     if (array != nullptr && value != nullptr)
         cf::Append(array, cf::AsObject(value));
 }
 
 void CFArraySetValueAtIndex(CFMutableArrayRef reference, CFIndex index, const void* value) {
-    auto* array = cf::AsMutable(reference);
+    auto* array = cf::AsMutable<cf::Array>(reference);
     if (array == nullptr || value == nullptr)
         return;
     if (cf::HasIndex(array, index))
@@ -167,7 +162,7 @@ void CFArraySetValueAtIndex(CFMutableArrayRef reference, CFIndex index, const vo
 }
 
 void CFArrayRemoveValueAtIndex(CFMutableArrayRef reference, CFIndex index) {
-    auto* array = cf::AsMutable(reference);
+    auto* array = cf::AsMutable<cf::Array>(reference);
     if (array == nullptr || !cf::HasIndex(array, index))
         return;
     const cf::Object** place = array->slots + index;

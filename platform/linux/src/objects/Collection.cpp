@@ -65,7 +65,7 @@ void DestroyCollection(Object* object) noexcept {
             continue;
         }
         if (member->isShared)
-            ForgetSharedValue(member);
+            RemoveSharedValue(member);
         slot = around;
         around = std::exchange(current, BeginTeardown(member));
     }

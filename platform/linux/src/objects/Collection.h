@@ -48,6 +48,14 @@ struct Collection : Object {
     }
 };
 
+/* The object behind a public reference as T, an Array or a Dictionary; nullptr if the reference is
+   NULL, of another type, or an immutable collection. */
+template<typename T>
+T* AsMutable(CFTypeRef reference) noexcept {
+    auto* collection = As<T>(reference);
+    return collection != nullptr && IsMutable(collection) ? collection : nullptr;
+}
+
 /* The most members or places that a collection has. */
 inline constexpr std::size_t kMaximumCapacity = std::size_t{1} << 30;
 

@@ -76,7 +76,7 @@ bool Resize(Dictionary* dictionary, std::size_t capacity) noexcept {
 // Key and value are retained only when they are put in.
 void Set(Dictionary* dictionary, const Object* key, const Object* value) noexcept {
     if (FindValue(dictionary, key) == nullptr) {
-        if (!HasRoomForOneMore(dictionary->count, dictionary->capacity) &&
+        if (!HasCapacityForOneMore(dictionary->count, dictionary->capacity) &&
             !Resize(dictionary, CapacityFor(std::size_t{dictionary->count} + 1)))
             return;
         ++dictionary->count;
@@ -108,11 +108,6 @@ void Remove(Dictionary* dictionary, const Object* key) noexcept {
     --dictionary->count;
     Release(removedKey);
     Release(removedValue);
-}
-
-Dictionary* AsMutable(CFMutableDictionaryRef reference) noexcept {
-    auto* dictionary = As<Dictionary>(reference);
-    return dictionary != nullptr && IsMutable(dictionary) ? dictionary : nullptr;
 }
 
 } // namespace
@@ -188,13 +183,13 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef reference, const void** keys,
 }
 
 void CFDictionarySetValue(CFMutableDictionaryRef reference, const void* key, const void* value) {
-    auto* dictionary = cf::AsMutable(reference);
+    auto* dictionary = cf::AsMutable<cf::Dictionary>(reference);
     if (dictionary != nullptr && key != nullptr && value != nullptr)
         cf::Set(dictionary, cf::AsObject(key), cf::AsObject(value));
 }
 
 void CFDictionaryRemoveValue(CFMutableDictionaryRef reference, const void* key) {
-    auto* dictionary = cf::AsMutable(reference);
+    auto* dictionary = cf::AsMutable<cf::Dictionary>(reference);
     if (dictionary != nullptr && key != nullptr)
         cf::Remove(dictionary, cf::AsObject(key));
 }

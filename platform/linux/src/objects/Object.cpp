@@ -20,7 +20,7 @@ void Release(const Object* object) noexcept {
 
 void Destroy(const Object* object) noexcept {
     if (object->isShared)
-        ForgetSharedValue(object);
+        RemoveSharedValue(object);
     object->type->destroy(const_cast<Object*>(object));
 }
 

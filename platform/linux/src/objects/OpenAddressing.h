@@ -15,7 +15,7 @@ namespace cf {
 inline constexpr std::size_t kSmallestTable = 8;
 
 /* A table is at most three quarters full; a probe then ends soon, at a free place. */
-inline bool HasRoomForOneMore(std::size_t count, std::size_t capacity) noexcept {
+inline bool HasCapacityForOneMore(std::size_t count, std::size_t capacity) noexcept {
     return (count + 1) * 4 <= capacity * 3;
 }
 

@@ -38,20 +38,20 @@ void SharedTablePart::PrefetchValues(std::uint32_t hash) noexcept {
 }
 
 // Growing may fail as long as a free place is left to end the probes.
-bool SharedTablePart::MakeRoom() noexcept {
-    return HasRoomForOneMore(count_, capacity_) || Resize(CapacityFor(count_ + 1)) ||
+bool SharedTablePart::EnsureCapacity() noexcept {
+    return HasCapacityForOneMore(count_, capacity_) || Resize(CapacityFor(count_ + 1)) ||
            count_ + 1 < capacity_;
 }
 
 void SharedTablePart::Shrink() noexcept {
-    if (capacity_ > kFew && count_ * 8 < capacity_)
-        Resize(std::max(CapacityFor(count_ * 2), kFew)); // when that fails, another time
+    if (capacity_ > kInlineCapacity && count_ * 8 < capacity_)
+        Resize(std::max(CapacityFor(count_ * 2), kInlineCapacity)); // when that fails, another time
 }
 
 // Never to the capacity that it has.
 bool SharedTablePart::Resize(std::size_t capacity) noexcept {
-    const Object** values = few_;
-    if (capacity != kFew)
+    const Object** values = inline_;
+    if (capacity != kInlineCapacity)
         values = static_cast<const Object**>(std::calloc(capacity, sizeof(const Object*)));
     if (values == nullptr)
         return false;
@@ -67,13 +67,13 @@ bool SharedTablePart::Resize(std::size_t capacity) noexcept {
 }
 
 void SharedTablePart::FreePlaces() noexcept {
-    if (values_ == few_)
-        std::fill(std::begin(few_), std::end(few_), nullptr);
+    if (values_ == inline_)
+        std::fill(std::begin(inline_), std::end(inline_), nullptr);
     else
         std::free(values_);
 }
 
-void SharedTablePart::Forget(const Object* value) noexcept {
+void SharedTablePart::Remove(const Object* value) noexcept {
     const std::lock_guard lock(mutex_);
     const std::size_t place = Probe(value->hashValue, capacity_, IsFree(),
                                     [&](std::size_t at) { return values_[at] == value; });
@@ -94,15 +94,15 @@ std::size_t SharedTablePart::Count() noexcept {
 
 std::size_t SharedTablePart::AllocatedPlaces() noexcept {
     const std::lock_guard lock(mutex_);
-    return values_ == few_ ? 0 : capacity_.load();
+    return values_ == inline_ ? 0 : capacity_.load();
 }
 
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept {
     return g_parts[hash >> kHomeBits];
 }
 
-void ForgetSharedValue(const Object* value) noexcept {
-    PartOfSharedTable(value->hashValue).Forget(value);
+void RemoveSharedValue(const Object* value) noexcept {
+    PartOfSharedTable(value->hashValue).Remove(value);
 }
 
 SharedTableSize MeasureSharedTable() noexcept {

@@ -35,7 +35,7 @@ public:
     void PrefetchPlace(std::uint32_t hash) noexcept;
     void PrefetchValues(std::uint32_t hash) noexcept;
 
-    void Forget(const Object* value) noexcept;
+    void Remove(const Object* value) noexcept;
     std::size_t Count() noexcept;
     std::size_t AllocatedPlaces() noexcept;
 
@@ -45,27 +45,27 @@ private:
     }
 
     static bool RetainLiving(const Object* value) noexcept;
-    bool MakeRoom() noexcept;
+    bool EnsureCapacity() noexcept;
     void Shrink() noexcept;
     bool Resize(std::size_t capacity) noexcept;
     void FreePlaces() noexcept;
 
     // A table with few values has its places here, so that a short list costs no growing.
-    static constexpr std::size_t kFew = 16; // a power of two
+    static constexpr std::size_t kInlineCapacity = 16; // a power of two
 
     std::mutex mutex_;
-    const Object* few_[kFew] = {};
+    const Object* inline_[kInlineCapacity] = {};
     std::size_t count_ = 0;
     // PrefetchPlace() reads these without the lock. When another thread resizes the table
     // meanwhile, what it loads is of no use.
-    std::atomic<const Object**> values_ = few_;
-    std::atomic<std::size_t> capacity_ = kFew;
+    std::atomic<const Object**> values_ = inline_;
+    std::atomic<std::size_t> capacity_ = kInlineCapacity;
 };
 
 template<typename Matches, typename Make>
 const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept {
     const std::lock_guard lock(mutex_);
-    if (!MakeRoom())
+    if (!EnsureCapacity())
         return nullptr;
     const Object** const values = values_;
     const std::size_t place = Probe(hash, capacity_, IsFree(), [&](std::size_t at) {
@@ -90,7 +90,7 @@ const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Ma
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept;
 
 /* Takes a value whose last reference went out of the table, before it is torn down. */
-void ForgetSharedValue(const Object* value) noexcept;
+void RemoveSharedValue(const Object* value) noexcept;
 
 /* The number of values in the table, dead ones included, and of the places that are allocated. */
 struct SharedTableSize {

@@ -38,10 +38,10 @@ const Object* DictionaryShape::Share(std::span<const Pair> pairs) noexcept {
     return next;
 }
 
-const Object* DictionaryShape::ShareAndLearn(std::span<Pair> pairs) noexcept {
+const Object* DictionaryShape::ShareAndRemember(std::span<Pair> pairs) noexcept {
     last_ = {};
     count_ = 0;
-    if (pairs.size() > kMostKeys)
+    if (pairs.size() > kMaximumKeys)
         return SharedDictionary(pairs);
     for (const Pair& pair : pairs)
         keys_[count_++] = pair.key;
@@ -60,7 +60,7 @@ DictionaryShape::~DictionaryShape() {
 
 void DictionaryShape::Enqueue(std::span<const Pair> pairs, std::size_t member) {
     if (pending_ == nullptr)
-        pending_ = std::make_unique_for_overwrite<Pending[]>(kMostPending);
+        pending_ = std::make_unique_for_overwrite<Pending[]>(kMaximumPending);
     Pending& pending = pending_[pendingCount_++];
     const auto sorted = Sort(pairs, pending.values);
     pending.member = member;

@@ -22,10 +22,10 @@ namespace cf {
 class DictionaryShape {
 public:
     // Up to so many keys, comparing each with all others is cheaper than sorting them.
-    static constexpr std::size_t kMostKeys = 32;
+    static constexpr std::size_t kMaximumKeys = 32;
 
     // The number of dictionaries that are looked up together.
-    static constexpr std::size_t kMostPending = 16;
+    static constexpr std::size_t kMaximumPending = 16;
 
     DictionaryShape() = default;
     ~DictionaryShape();
@@ -41,10 +41,10 @@ public:
     const Object* Share(std::span<const Pair> pairs) noexcept;
 
     // SharedDictionary of pairs that do not; the next ones may be like them. None may be pending.
-    const Object* ShareAndLearn(std::span<Pair> pairs) noexcept;
+    const Object* ShareAndRemember(std::span<Pair> pairs) noexcept;
 
     // The dictionary of pairs that fit is pending until SharePending() makes it the member with
-    // that index. At most kMostPending may be pending. Takes over the values, unless it throws
+    // that index. At most kMaximumPending may be pending. Takes over the values, unless it throws
     // std::bad_alloc.
     void Enqueue(std::span<const Pair> pairs, std::size_t member);
     std::size_t PendingCount() const noexcept {
@@ -54,7 +54,7 @@ public:
     void SharePending(std::span<const Object*> members);
 
 private:
-    using Values = std::array<const Object*, kMostKeys>; // in the order of the sorted keys
+    using Values = std::array<const Object*, kMaximumKeys>; // in the order of the sorted keys
     struct Pending {
         std::size_t member;
         std::uint32_t hash;
@@ -65,10 +65,10 @@ private:
     void DropPending() noexcept;
 
     std::size_t count_ = 0;
-    std::array<const Object*, kMostKeys> keys_;  // as written; borrowed from who reads the list
-    std::array<std::uint8_t, kMostKeys> places_; // of the keys among the sorted ones
-    Owned<const Dictionary> last_;               // null when there is none to be like
-    std::unique_ptr<Pending[]> pending_;         // kMostPending of them
+    std::array<const Object*, kMaximumKeys> keys_;  // as written; borrowed from who reads the list
+    std::array<std::uint8_t, kMaximumKeys> places_; // of the keys among the sorted ones
+    Owned<const Dictionary> last_;                  // null when there is none to be like
+    std::unique_ptr<Pending[]> pending_;            // kMaximumPending of them
     std::size_t pendingCount_ = 0;
 };
 

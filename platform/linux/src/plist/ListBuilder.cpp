@@ -136,7 +136,7 @@ void ListBuilder::AddDictionary() {
         members_.push_back(nullptr);
     }
     begins_.pop_back();
-    if (shape.PendingCount() == DictionaryShape::kMostPending)
+    if (shape.PendingCount() == DictionaryShape::kMaximumPending)
         shape.SharePending(members_);
 }
 
@@ -147,7 +147,7 @@ Value ListBuilder::ShareDictionary(std::size_t begin) {
     SharePending(shape);
     KeepLastOfEachKey(begin);
     const auto pairs = std::span(pairs_).subspan(begin);
-    return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndLearn(pairs));
+    return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndRemember(pairs));
 }
 
 // Most arrays have none pending. Without the check, the call costs reading some 2 %.
@@ -179,7 +179,7 @@ void ListBuilder::DropPairs(std::size_t begin) noexcept {
 // Keys are shared strings: equal ones are one object. The order of the pairs is of no account.
 void ListBuilder::KeepLastOfEachKey(std::size_t begin) {
     const auto pairs = std::span(pairs_).subspan(begin);
-    if (pairs.size() <= DictionaryShape::kMostKeys && !AnyKeyTwice(pairs))
+    if (pairs.size() <= DictionaryShape::kMaximumKeys && !AnyKeyTwice(pairs))
         return;
     std::size_t kept = 0;
     for (const std::size_t last : LastOfEachKey(pairs))

@@ -37,6 +37,9 @@ inline int DigitValue(char character) {
     return -1;
 }
 
+/* The error text for an XML list that is cut off. */
+inline constexpr std::string_view kUnexpectedEnd = "Encountered unexpected EOF";
+
 inline constexpr std::string_view kXmlWhiteSpace = " \t\r\n";
 
 /* The bytes [begin, end) of an XML text, which is borrowed. */

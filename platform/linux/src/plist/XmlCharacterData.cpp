@@ -12,8 +12,6 @@ namespace cf {
 
 namespace {
 
-constexpr std::string_view kUnexpectedEnd = "Encountered unexpected EOF";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kCdataOpening = "<![CDATA[";
 
 constexpr struct {
@@ -116,8 +114,8 @@ CharacterData ResolveCharacterData(const XmlSlice& rest, char* text) {
         RefuseWith("Unable to convert string to correct encoding");
     if (rest.begin + length == rest.end)
         RefuseWith(kUnexpectedEnd);
-    if (resolved.starts_with(kByteOrderMark))
-        end = std::copy(text + kByteOrderMark.size(), end, text);
+    if (resolved.starts_with(kUtf8ByteOrderMark))
+        end = std::copy(text + kUtf8ByteOrderMark.size(), end, text);
     std::replace(text, end, '<', kLessThan);
     return {length, static_cast<std::size_t>(end - text)};
 }

@@ -44,7 +44,7 @@ public:
     XmlTag TagAt(std::size_t depth) const {
         return levels_[depth].tag;
     }
-    Path GetPath() const {
+    Path CurrentPath() const {
         return levels_[depth_].path;
     }
     // True if the innermost container, a <plist>, already contains an object.

@@ -1,5 +1,6 @@
 #include "plist/XmlEncoding.h"
 
+#include "objects/Unicode.h"
 #include "plist/Parsing.h"
 #include "plist/Transcoding.h"
 
@@ -12,8 +13,6 @@
 namespace cf {
 
 namespace {
-
-constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 // By their names in lower case, without '-' and '_'; null for UTF-8. A text that claims to be ASCII
 // may have bytes from 80 on, as any string of that encoding.
@@ -74,8 +73,8 @@ XmlDocumentText::XmlDocumentText(std::span<const std::uint8_t> bytes)
         if (!converted)
             throw MalformedList("Unable to convert string to correct encoding");
         view_ = converted_ = std::move(*converted);
-    } else if (view_.starts_with(kUtf8Mark)) {
-        view_.remove_prefix(kUtf8Mark.size());
+    } else if (view_.starts_with(kUtf8ByteOrderMark)) {
+        view_.remove_prefix(kUtf8ByteOrderMark.size());
     } else {
         ConvertFrom(DeclaredEncoding(view_));
     }

@@ -8,7 +8,7 @@
 namespace cf {
 
 std::size_t XmlKeyTable::NumberOf(Value key) {
-    if (!HasRoomForOneMore(keys_.size(), slots_.size()))
+    if (!HasCapacityForOneMore(keys_.size(), slots_.size()))
         Grow();
     const auto isFree = [this](std::size_t slot) { return slots_[slot] == 0; };
     const auto isSought = [&](std::size_t slot) { return KeyAt(slots_[slot] - 1) == key.Get(); };

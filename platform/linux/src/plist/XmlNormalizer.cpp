@@ -20,8 +20,6 @@ namespace {
 constexpr std::size_t kOpeningTagLength = 3;
 constexpr std::size_t kClosingTagLength = 4;
 
-constexpr std::string_view kUnexpectedEnd = "Encountered unexpected EOF";
-
 bool IsWhiteSpace(char character) {
     return character == ' ' || character == '\t' || character == '\n' || character == '\r';
 }
@@ -39,7 +37,7 @@ char* WriteClosingTag(char* out, XmlTag tag) {
 }
 
 char* WriteScalarEnd(char* out) {
-    *out = kBehindScalar;
+    *out = kScalarEnd;
     return out + 1;
 }
 
@@ -133,11 +131,11 @@ inline void XmlNormalizer::FindTag() {
         SkipWhiteSpace();
         if (end_ - next_ > 1 && next_[0] == '<' && next_[1] != '!' && next_[1] != '?')
             return;
-        SkipRemark();
+        SkipNonElement();
     }
 }
 
-void XmlNormalizer::SkipRemark() {
+void XmlNormalizer::SkipNonElement() {
     const std::string_view rest = From(next_).View();
     if (rest.empty() || rest == "<" || rest.starts_with('\0'))
         RefuseEnd();
@@ -184,12 +182,12 @@ void XmlNormalizer::RefuseEnd() const {
     if (containers_.IsEmpty())
         RefuseWith("No XML content found");
     if (next_ != end_ || !IsWhiteSpace(next_[-1]))
-        RefuseAbsence();
+        RefuseIfIncomplete();
     RefuseWith(kUnexpectedEnd);
 }
 
 // Where no element stands, the container may lack one.
-void XmlNormalizer::RefuseAbsence() const {
+void XmlNormalizer::RefuseIfIncomplete() const {
     if (key_)
         RefuseAt(From(next_), "Value missing for key inside <dict> at line ");
     if (containers_.Tag() == XmlTag::kPlist && !containers_.HasObject())
@@ -219,7 +217,7 @@ void XmlNormalizer::TakeNext() {
 inline bool XmlNormalizer::TakeCachedMarkup() {
     if (next_ != markup_.source)
         return false;
-    const XmlMarkup* const markup = cache_.MatchSuccessor({next_, end_}, containers_.GetPath());
+    const XmlMarkup* const markup = cache_.MatchSuccessor({next_, end_}, containers_.CurrentPath());
     if (markup == nullptr)
         return false;
     const char* const content = next_ + markup->source.size();
@@ -292,7 +290,7 @@ XmlNormalizer::OpeningTag XmlNormalizer::ReadOpeningTag() const {
     const XmlSlice rest = From(next_).From(1);
     const std::size_t end = rest.View().find('>');
     if (end == std::string_view::npos)
-        RefuseCutTag();
+        RefuseTruncatedTag();
     const bool isEmpty = end > 0 && rest.View()[end - 1] == '/';
     const std::string_view written = rest.View().substr(0, end - (isEmpty ? 1 : 0));
     const std::string_view name = written.substr(0, written.find_first_of(kXmlWhiteSpace));
@@ -318,7 +316,7 @@ inline void XmlNormalizer::Open(XmlTag tag, const char* content) {
 
 inline void XmlNormalizer::CloseContainer() {
     const XmlTag tag = containers_.Tag();
-    RefuseAbsence();
+    RefuseIfIncomplete();
     TakeClosingTag(tag);
     out_ = WriteClosingTag(out_, tag);
     containers_.Pop();
@@ -351,8 +349,8 @@ void XmlNormalizer::TakeAnyClosingTag(XmlTag tag) {
     next_ += end + 1;
 }
 
-void XmlNormalizer::RefuseCutTag() const {
-    RefuseAbsence();
+void XmlNormalizer::RefuseTruncatedTag() const {
+    RefuseIfIncomplete();
     RefuseWith(kUnexpectedEnd);
 }
 
@@ -459,14 +457,14 @@ inline void XmlNormalizer::CacheMarkup(XmlTag tag, const char* content, const ch
                 .scalarPlace = static_cast<std::size_t>(out_ - markup_.normalForm),
                 .tag = tag,
                 .before = markupPath_,
-                .after = containers_.GetPath()});
+                .after = containers_.CurrentPath()});
 }
 
 // The processor itself loads ahead only to the end of a page of memory.
 void XmlNormalizer::PrefetchSource() {
     constexpr std::ptrdiff_t kLine = 64;
     constexpr std::ptrdiff_t kStep = 16 * kLine;
-    while (prefetched_ - next_ < kPrefetched && end_ - prefetched_ > kStep) {
+    while (prefetched_ - next_ < kPrefetchDistance && end_ - prefetched_ > kStep) {
         for (std::ptrdiff_t at = 0; at < kStep; at += kLine)
             __builtin_prefetch(prefetched_ + at);
         prefetched_ += kStep;
@@ -479,7 +477,7 @@ void XmlNormalizer::PrefetchSource() {
 inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* out) {
     const bool isText = tag == XmlTag::kString || tag == XmlTag::kKey;
     lastContent_ = {content, out};
-    if (prefetched_ - next_ < kPrefetched)
+    if (prefetched_ - next_ < kPrefetchDistance)
         PrefetchSource();
     const char* in = content;
     char* const end = isText ? CopyText(in, out) : CopyNumber(tag, in, out);
@@ -487,7 +485,7 @@ inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* ou
     next_ = in;
     TakeClosingTag(tag);
     markup_ = {next_, out_};
-    markupPath_ = containers_.GetPath();
+    markupPath_ = containers_.CurrentPath();
 }
 
 // Copies the content of a number, date or data. A byte in it that would end it in the normal form
@@ -498,13 +496,13 @@ inline char* XmlNormalizer::CopyNumber(XmlTag tag, const char*& in, char* out) c
     while (in != end_ && *in != '<' && *in != '\0')
         *out++ = *in++;
     if (in == end_ || *in == '\0')
-        RefuseCutScalar(tag);
-    if (std::find(content, in, kBehindScalar) != in)
+        RefuseTruncatedScalar(tag);
+    if (std::find(content, in, kScalarEnd) != in)
         ReadNumber(tag, {From(content).source, PlaceOf(content), PlaceOf(in)});
     return out;
 }
 
-void XmlNormalizer::RefuseCutScalar(XmlTag tag) const {
+void XmlNormalizer::RefuseTruncatedScalar(XmlTag tag) const {
     if (tag == XmlTag::kInteger)
         RefuseAt(From(next_), "Premature end of file after <integer> on line ");
     RefuseWith(kUnexpectedEnd);

@@ -6,14 +6,14 @@
  * ignores is left out: declarations, comments, instructions, attributes, blanks between tags, and
  * all that stands behind the root element. Only containers are elements, named by one letter
  * (XmlTag.h). Scalars are a part of the text of their container: the letter, the content, and
- * kBehindScalar, but for booleans, which are the letter alone. Texts are resolved. A key is the
+ * kScalarEnd, but for booleans, which are the letter alone. Texts are resolved. A key is the
  * number of its text (XmlKeyTable.h). It stands in front of its scalar, or in the element of its
  * container before what that contains.
  *
  *     <plist version="1.0"><dict>
  *         <key>name</key>                      <p><d>0sa&b;<a>1i1;</a></d></p>
  *         <string>a&amp;b</string>
- *         <key>slots</key>                     with kBehindScalar for ';'
+ *         <key>slots</key>                     with kScalarEnd for ';'
  *         <array><integer>1</integer></array>  and the keys "name" and "slots"
  *     </dict></plist>
  *
@@ -40,7 +40,7 @@
 namespace cf {
 
 /* No byte of UTF-8. */
-inline constexpr char kBehindScalar = '\xFE';
+inline constexpr char kScalarEnd = '\xFE';
 
 struct XmlBatch {
     char* text;              // may be changed; valid until the next batch is written
@@ -72,7 +72,7 @@ public:
     std::size_t FindInSource(std::size_t place) const;
 
 private:
-    static constexpr std::ptrdiff_t kPrefetched = 2048; // what is prefetched at least
+    static constexpr std::ptrdiff_t kPrefetchDistance = 2048; // what is prefetched at least
 
     // Where the same thing stands in both texts.
     struct Place {
@@ -103,7 +103,7 @@ private:
     const char* TextEnd(const char* text);
 
     void SkipWhiteSpace();
-    [[gnu::noinline]] void SkipRemark();
+    [[gnu::noinline]] void SkipNonElement();
     void SkipTo(std::string_view end, std::size_t from, std::string_view refusal);
     void SkipDocumentType();
 
@@ -143,10 +143,10 @@ private:
     [[gnu::noinline]] char* ResolveText(const char*& in, char* out);
     char* CopyPlain(const char*& in, char* out) const;
 
-    void RefuseAbsence() const;
+    void RefuseIfIncomplete() const;
     [[noreturn, gnu::noinline]] void RefuseEnd() const;
-    [[noreturn, gnu::noinline]] void RefuseCutTag() const;
-    [[noreturn, gnu::noinline]] void RefuseCutScalar(XmlTag tag) const;
+    [[noreturn, gnu::noinline]] void RefuseTruncatedTag() const;
+    [[noreturn, gnu::noinline]] void RefuseTruncatedScalar(XmlTag tag) const;
     [[noreturn, gnu::noinline]] void RefuseCharacter() const;
 
     const char* const begin_;

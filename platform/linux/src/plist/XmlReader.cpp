@@ -1,6 +1,7 @@
 #include "plist/XmlReader.h"
 
 #include "plist/Parsing.h"
+#include "plist/XmlBatchParser.h"
 #include "plist/XmlCharacterData.h"
 #include "plist/XmlEncoding.h"
 #include "plist/XmlKeyTable.h"
@@ -8,26 +9,15 @@
 #include "plist/XmlTag.h"
 
 #include <CoreFoundation/CFNumber.h>
-#include <pugixml.hpp>
 
 #include <array>
 #include <cstring>
-#include <new>
 #include <string_view>
 #include <utility>
 
 namespace cf {
 
 namespace {
-
-// Parses a batch in place. It is well-formed, so that only memory can be missing.
-void Parse(pugi::xml_document& document, const XmlBatch& batch) {
-    // The text before the first element inside is kept in its element, without a node of its own.
-    constexpr unsigned kFlags =
-        pugi::parse_minimal | pugi::parse_fragment | pugi::parse_embed_pcdata;
-    if (!document.load_buffer_inplace(batch.text, batch.length + 1, kFlags, pugi::encoding_utf8))
-        throw std::bad_alloc();
-}
 
 class XmlReader {
 public:
@@ -90,7 +80,7 @@ Value XmlReader::Read() {
 // What is open since an earlier batch is read from the innermost container outwards.
 void XmlReader::ReadBatch(const XmlBatch& batch) {
     pugi::xml_document document;
-    Parse(document, batch);
+    ParseBatch(document, batch);
     batch_ = batch.text;
     std::size_t depth = batch.openAtBegin;
     pugi::xml_node container = document;
@@ -194,14 +184,14 @@ Value XmlReader::ReadScalar(const char*& text) {
 Value XmlReader::TakeInteger(const char*& text) {
     std::int64_t plain = 0;
     const char* const end = ParsePlainInteger(text, plain);
-    if (end == nullptr || *end != kBehindScalar)
+    if (end == nullptr || *end != kScalarEnd)
         return ReadInteger(TakeContent(text));
     text = end + 1;
     return Created(SharedInteger(plain));
 }
 
 XmlSlice XmlReader::TakeContent(const char*& text) const {
-    const char* const begin = std::exchange(text, std::strchr(text, kBehindScalar) + 1);
+    const char* const begin = std::exchange(text, std::strchr(text, kScalarEnd) + 1);
     const auto end = static_cast<std::size_t>(text - 1 - batch_);
     return {{batch_, end}, static_cast<std::size_t>(begin - batch_), end};
 }
