@@ -54,7 +54,7 @@ int GetBSDProcessList(struct kinfo_proc** procList, size_t* procCount) {
         REQUIRE(result == NULL);
         err = ReadProcessTable(&result, &length);
         done = err == 0;
-        if (err == ENOMEM && result != nullptr) { // no limit is needed: the table stops growing
+        if (err == ENOMEM && result != nullptr) { // retries end: the table stops growing
             free(result);
             result = nullptr;
             err = 0;

@@ -4,7 +4,7 @@
 
 static const char kSourcePath[] = "common/CFHelpers";
 
-// What the functions for one type of number differ in.
+// The differences between the functions for two types of numbers.
 struct NumberMember {
     const char* function; // the public one, which links name
     CFNumberType type;
@@ -75,8 +75,8 @@ static VErrLink* DictionaryGetNumber(const NumberMember& member, CFDictionaryRef
     return err != nullptr ? err : ConvertNumber(member, object, value);
 }
 
-// Stores a new object and releases it. Null stands for one that could not be created: no memory to
-// create it and no memory to store it are the same failure.
+// Stores a new object and releases it. A null object, which could not be created, is the same
+// failure as one that cannot be stored.
 static VErrLink* DictionaryStoreNew(const char* function, CFMutableDictionaryRef dict,
                                     CFStringRef key, CFTypeRef object, const char* failure) {
     VErrLink* err = nullptr;
@@ -198,7 +198,7 @@ static VErrLink* ArrayPut(const char* function, CFMutableArrayRef array, CFIndex
     return err;
 }
 
-// The same for a new object, which is released; null stands for one that could not be created.
+// Like ArrayPut(), for a new object, which is released; null if it could not be created.
 static VErrLink* ArrayPutNew(const char* function, CFMutableArrayRef array, CFIndex index,
                              CFTypeRef object, const char* failure) {
     VErrLink* err = nullptr;

@@ -150,14 +150,14 @@ inline VErrLink* VErrRaise(VErrLink* link, const char* file, const char* func, S
             VErrRaise(VErrThrow(&(err), __VA_ARGS__), kSourcePath, (function), __LINE__);          \
     } while (false)
 
-#define VERR_GET_IN(function, err, target, call, ...)                                              \
-    VERR_NEED_IN(function, err, (target) = (call), __VA_ARGS__)
-
 #define VERR_NEED_IN(function, err, condition, ...)                                                \
     do {                                                                                           \
         if ((err) == nullptr && !(condition))                                                      \
             VErrRaise(VErrThrow(&(err), __VA_ARGS__), kSourcePath, (function), __LINE__);          \
     } while (false)
+
+#define VERR_GET_IN(function, err, target, call, ...)                                              \
+    VERR_NEED_IN(function, err, (target) = (call), __VA_ARGS__)
 
 #define VERR_STATUS(err, call, ...)                                                                \
     do {                                                                                           \

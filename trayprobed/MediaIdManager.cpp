@@ -272,9 +272,9 @@ VErrLink* CountChangerMountedMedia(CFArrayRef media, UInt16* count) {
     return err;
 }
 
-// Sets *isWanted to whether the medium is to be identified. Links name `function`.
+// Sets *isCandidate to whether the medium should be identified. Links name `function`.
 typedef VErrLink* (*MediumCriterion)(const char* function, CFDictionaryRef medium,
-                                     SInt32* isWanted);
+                                     SInt32* isCandidate);
 
 // Starts the first medium that exists, meets the criterion and is not in progress.
 static VErrLink* SpawnNextMediaId(const char* function, UInt64 changerGUID, CFArrayRef media,
@@ -287,15 +287,15 @@ static VErrLink* SpawnNextMediaId(const char* function, UInt64 changerGUID, CFAr
         auto* medium = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(media, i));
         UInt16 kind = 0;
         UInt16 storageElem = 0;
-        SInt32 isWanted = 0;
+        SInt32 isCandidate = 0;
         SInt32 isOnList = 0;
         VERR_NEED_IN(function, err, medium != nullptr, "fail get media dict for media index %ld",
                      i);
         VERR_STEP_IN(function, err, CFHDictionaryGetUInt16Value(medium, CFSTR("Media Kind"), &kind),
                      "fail get media kind for media index %ld", i);
         if (err == nullptr && kind != kNoMedium)
-            err = criterion(function, medium, &isWanted);
-        if (!isWanted)
+            err = criterion(function, medium, &isCandidate);
+        if (!isCandidate)
             continue;
         VERR_STEP_IN(
             function, err,

@@ -56,7 +56,7 @@ VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 stor
             break;
         }
         VErrCatch(&err);
-        if (SecondsSince(&start) > timeout) // the mount has >=
+        if (SecondsSince(&start) > timeout) // the mount command uses >=
             VERR_RAISE(
                 VErrThrowWithErrCode(&err, kVErrCodeCommandTimedOut, "eject disc timed out"));
         else

@@ -113,7 +113,7 @@ VErrLink* ChangerServerMountDiscInDrive(double timeout, UInt64 changerGUID, UInt
         attemptFlags &= ~static_cast<UInt32>(kMountDiscClearErrors);
         if (code == kVErrCodeMountUnderWay)
             attemptFlags &= ~static_cast<UInt32>(kMountDiscStartMount);
-        if (SecondsSince(&start) >= timeout) { // the eject has >
+        if (SecondsSince(&start) >= timeout) { // the eject command uses >
             VERR_RAISE(
                 VErrThrowWithErrCode(&err, kVErrCodeCommandTimedOut, "mount disc timed out"));
             break;
