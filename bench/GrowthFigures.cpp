@@ -110,7 +110,7 @@ constexpr int kDiscs = 100;
 
 struct Cost {
     double seconds;
-    double processor; // seconds of the daemon
+    double processor; // processor time of the daemon, seconds
 };
 
 // Measures the identification of all discs of a changer, which are empty, with a server whose robot

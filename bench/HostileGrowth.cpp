@@ -47,7 +47,7 @@ void MeasureConnections(Report& report) {
     EndAndCheck(run);
 }
 
-// Adds and removes a changer with a schedule, `count` times. The daemon does not free its timers.
+// Adds and removes a changer with a schedule, `count` times. Each removal leaves a timer in memory.
 void LeakTimers(int count) {
     constexpr UInt64 kChanger = 0xB1;
     for (; count > 0; --count) {

@@ -49,20 +49,20 @@ std::string Environment(const char* name) {
 
 // Reads BENCH_NOTIFICATIONS. Throws if it is set but no number above 0.
 std::size_t NotificationCount() {
-    const std::string wanted = Environment("BENCH_NOTIFICATIONS");
+    const std::string text = Environment("BENCH_NOTIFICATIONS");
     std::size_t count = kNotifications;
-    const char* const end = wanted.data() + wanted.size();
-    if (!wanted.empty() && (std::from_chars(wanted.data(), end, count).ptr != end || count == 0))
-        throw std::invalid_argument("BENCH_NOTIFICATIONS must be a number above 0: " + wanted);
+    const char* const end = text.data() + text.size();
+    if (!text.empty() && (std::from_chars(text.data(), end, count).ptr != end || count == 0))
+        throw std::invalid_argument("BENCH_NOTIFICATIONS must be a number above 0: " + text);
     return count;
 }
 
 // Returns the shapes that BENCH_SHAPES names, in its order; all shapes if it is not set. Throws if
 // it contains an unknown name.
 std::vector<Shape> SelectedShapes() {
-    std::istringstream wanted(Environment("BENCH_SHAPES"));
+    std::istringstream names(Environment("BENCH_SHAPES"));
     std::vector<Shape> shapes;
-    for (std::string name; wanted >> name;) {
+    for (std::string name; names >> name;) {
         const auto* const shape = std::ranges::find(kShapes, name, &Shape::name);
         if (shape == std::end(kShapes))
             throw std::invalid_argument("BENCH_SHAPES: unknown shape: " + name);

@@ -69,8 +69,8 @@ std::string Event::operator[](const std::string& key) const {
     return found == values.end() ? std::string() : found->second;
 }
 
-bool Event::Has(const Values& wanted) const {
-    return std::all_of(wanted.begin(), wanted.end(), [this](const auto& pair) {
+bool Event::Has(const Values& expected) const {
+    return std::all_of(expected.begin(), expected.end(), [this](const auto& pair) {
         const auto found = values.find(pair.first);
         return found != values.end() && found->second == pair.second;
     });

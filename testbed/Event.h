@@ -21,7 +21,7 @@ struct Event {
     // Returns the value of the key, an empty string if there is none.
     std::string operator[](const std::string& key) const;
     // True if the event has all these keys with these values.
-    bool Has(const Values& wanted) const;
+    bool Has(const Values& expected) const;
 };
 
 /* Parses an "event" or a "model" line; returns nothing for other lines. */

@@ -78,7 +78,7 @@ void OutputLog::AwaitEndOf(SourceId id) {
         throw Failure("the output of a process did not end");
 }
 
-// Only this thread removes sources; pointers to them are valid while the mutex is not locked.
+// Only this thread removes sources: its pointers to them stay valid without the mutex.
 void OutputLog::Run() {
     std::vector<pollfd> polled;
     std::vector<Source*> sources;

@@ -28,6 +28,7 @@ namespace testbed {
 /* Where a line comes from. */
 enum class Stream { SystemLog, DaemonOutput, Server, ServerOutput, Helper };
 
+/* A line of output, without the newline. */
 struct Line {
     Stream stream;
     std::string text;

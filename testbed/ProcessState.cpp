@@ -28,7 +28,7 @@ std::string WithoutInstance(const std::string& target) {
     return numbered ? target.substr(0, target.find(':')) : target;
 }
 
-// Some architectures have only ppoll and epoll_pwait.
+// Some architectures have only ppoll and epoll_pwait; C libraries use either call of a pair.
 std::set<long> NumbersOf(SystemCall call) {
     switch (call) {
     case SystemCall::Connect:

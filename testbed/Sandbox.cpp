@@ -26,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kFuse = "/dev/fuse";
-constexpr unsigned int kFuseMajor = 10; // as the kernel's list of devices has them
+constexpr unsigned int kFuseMajor = 10; // the numbers in the kernel's list of devices
 constexpr unsigned int kFuseMinor = 229;
 constexpr const char* kProgramFolder = "/dev/.programs";
 

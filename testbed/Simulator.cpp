@@ -27,6 +27,15 @@ std::optional<Event> EventOf(const Line& line, const std::string& kind) {
     return event && event->kind == kind ? event : std::nullopt;
 }
 
+Event AwaitEvent(OutputLog& outputLog, const std::string& kind,
+                 const std::function<bool(const Event&)>& holds, const std::string& what) {
+    const auto isMatch = [&](const Line& line) {
+        const auto event = EventOf(line, kind);
+        return event && holds(*event);
+    };
+    return *ParseEvent(outputLog.Await(isMatch, what).text);
+}
+
 bool IsAnswer(const Line& line) {
     return line.stream == Stream::Server && (line.text == "ok" || line.text.starts_with("error "));
 }
@@ -61,20 +70,13 @@ std::vector<Event> Simulator::Do(const std::string& command) {
 }
 
 Event Simulator::Await(const std::string& kind, const Values& values) {
-    const auto wanted = [&](const Line& line) {
-        const auto event = EventOf(line, kind);
-        return event && event->Has(values);
-    };
-    return *ParseEvent(outputLog_.Await(wanted, Describe(kind, values)).text);
+    return AwaitEvent(
+        outputLog_, kind, [&](const Event& event) { return event.Has(values); },
+        Describe(kind, values));
 }
 
 Event Simulator::Await(const std::string& kind, const std::function<bool(const Event&)>& holds) {
-    const auto wanted = [&](const Line& line) {
-        const auto event = EventOf(line, kind);
-        return event && holds(*event);
-    };
-    return *ParseEvent(
-        outputLog_.Await(wanted, "an event " + kind + " that meets a condition").text);
+    return AwaitEvent(outputLog_, kind, holds, "an event " + kind + " that meets a condition");
 }
 
 std::vector<Event> Simulator::AllSoFar(const std::string& kind, const Values& values) const {

@@ -30,15 +30,15 @@ class Tree:
         """Copies the project's sources. Unchanged files keep their modification time."""
         listed = subprocess.run(['git', 'ls-files', '-z', '--cached', '--others', '--exclude-standard'],
                                 cwd=self.project, check=True, capture_output=True, text=True).stdout
-        wanted = {name for name in listed.split('\0') if name and (self.project / name).is_file()}
-        for name in wanted:
+        sources = {name for name in listed.split('\0') if name and (self.project / name).is_file()}
+        for name in sources:
             ours, theirs = self.root / name, self.project / name
             if not ours.is_file() or ours.read_bytes() != theirs.read_bytes():
                 ours.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(theirs, ours)
         for path in list(self.root.rglob('*')):
             if self.root / 'build' not in path.parents and path.is_file():
-                if str(path.relative_to(self.root)) not in wanted:
+                if str(path.relative_to(self.root)) not in sources:
                     path.unlink()
 
     def prepare(self):
