@@ -1,16 +1,20 @@
 /*
  * Sessions.
  *
- * A session lives on one run loop. Three sources wake it: the monitor of the mount table, a volume
- * whose probe is done, and a second's wait after something failed for the moment or while
- * an appearance may be held back. Whichever it is, the session then takes one step: look at the
- * mount table if it may have changed, start the probes that are due, and tell one event. As long as
- * there was an event it wakes itself for the next step, so that timers, other sources and a stop
- * come in between. The appearances that follow a late one are told in the same step: in between,
- * somebody would take the older disk for the last one mounted.
+ * A session belongs to one run loop. Three sources wake the session: the monitor of the mount
+ * table, a volume whose probe is done, and a timer of one second. The timer is set after a step
+ * that failed for a shortage, and while the time-out of a probe is pending.
  *
- * All three are served in the outermost run only: a callback may take locks that the code below a
- * nested run holds.
+ * Each wake-up runs one step: read the mount table if it may have changed, start the probes of new
+ * disks, report one event. After an event the session signals itself for the next step, so timers,
+ * other sources and a stop of the loop come in between. One exception: the appearances that a late
+ * appearance repeats are reported in the same step. Otherwise a client could in between take the
+ * older disk for the last one mounted.
+ *
+ * The sources perform in the outermost run only, because a callback may take locks that the code
+ * below a nested run holds.
+ *
+ * Threads: all functions of a session are for the thread of its loop.
  */
 
 #include <DiskArbitration/DiskArbitration.h>
@@ -36,7 +40,7 @@ constexpr const char* kMountTable = "/proc/self/mountinfo";
 constexpr time_t kRetryDelay = 1; // seconds
 
 struct Listener {
-    DADiskAppearedCallback callback = nullptr; // that of a disappearance is of the same type
+    DADiskAppearedCallback callback = nullptr; // DADiskDisappearedCallback is the same type
     void* context = nullptr;
 
     void Notify(DADiskRef disk) const {
@@ -90,7 +94,7 @@ struct __DASession : cf::Object {
     // May throw std::bad_alloc.
     __DASession();
 
-    // False when a part of it could not be made.
+    // False after a shortage of descriptors or memory in the constructor.
     bool IsValid() const noexcept;
 
     Listener appeared;
@@ -153,17 +157,18 @@ void __DASession::Unschedule(CFRunLoopRef runLoop, CFStringRef mode) noexcept {
 }
 
 void __DASession::RunStep(void* info) noexcept {
-    // The callback may give the session up.
+    // The callback may release the session.
     const auto session = cf::Owned<__DASession>::Share(static_cast<__DASession*>(info));
     const cf::Nanoseconds now = cf::MonotonicNow();
     const bool mustRetry = !session->Update(now) || session->disks_.IsTimeoutPending(now);
     session->retry_.Set(mustRetry ? kRetryDelay : 0);
-    // By an old table, a disk that has gone might still appear.
+    // According to a stale table, a disk that has gone could still appear.
     if (!session->isTableStale_)
         session->ReportEvents(now);
 }
 
-// False when something has to be tried again.
+// Reads the mount table if it may have changed and starts the probes of new disks. False if the
+// step must be repeated.
 bool __DASession::Update(cf::Nanoseconds now) noexcept {
     try {
         isTableStale_ = monitor_.ConsumeChanges() || isTableStale_;
@@ -181,6 +186,7 @@ bool __DASession::Update(cf::Nanoseconds now) noexcept {
     }
 }
 
+// Calls the callback of the next event, if any. The callback may unschedule the session.
 void __DASession::ReportEvents(cf::Nanoseconds now) noexcept {
     do {
         const disks::DiskEvent event = disks_.NextEvent(now);

@@ -24,7 +24,7 @@ namespace {
 
 using Disks = std::vector<cf::Owned<Disk>>;
 
-constexpr std::size_t kLongestDeviceName = 24; // leaves room for the ordinal
+constexpr std::size_t kLongestDeviceName = 24; // leaves space for the ordinal
 
 bool IsPlain(char character) {
     constexpr std::string_view kPlain = "0123456789+-._"
@@ -33,8 +33,8 @@ bool IsPlain(char character) {
 }
 
 /*
- * "sr0" for a block device's "/dev/sr0". A file system without one (its device's major number is
- * 0), or whose device has an unusual name, goes by its device numbers, as in "0:45".
+ * "sr0" for the block device "/dev/sr0". A file system without a block device (major number 0), or
+ * with an unusual device name, is named by its device numbers, as in "0:45".
  */
 std::string DeviceName(const Volume& volume) {
     const std::string_view source = volume.source;
@@ -45,14 +45,16 @@ std::string DeviceName(const Volume& volume) {
     return std::to_string(major(volume.device)) + ':' + std::to_string(minor(volume.device));
 }
 
-// Further directories of one device are told apart as partitions are: "sr0", "sr0s1", "sr0s2". A
-// new disk has the first of these names that is not taken. Names are only added, so that the search
-// for the next one of the device goes on where the last one ended.
+// The names of the present disks. Several directories of one device are named like partitions:
+// "sr0", "sr0s1", "sr0s2". A new disk gets the first free name. Names are only added, so the search
+// for the next name of a device continues where the last search ended.
 class DiskNames {
 public:
+    // Marks a name as taken.
     void Add(const std::string& name) {
         taken_.insert(name);
     }
+    // Chooses a free name for a disk of the volume, and marks it as taken.
     std::string CreateFor(const Volume& volume) {
         const std::string device = DeviceName(volume);
         unsigned& ordinal = ordinals_[device];
@@ -66,10 +68,10 @@ public:
 
 private:
     std::set<std::string> taken_;
-    std::map<std::string, unsigned> ordinals_; // the next one to try for each device
+    std::map<std::string, unsigned> ordinals_; // the next ordinal to try, by device
 };
 
-// Finds disks by their volumes.
+// Orders disks and volumes by volume, so a set of disks can be searched for a volume.
 struct ByVolume {
     using is_transparent = void;
 
@@ -95,7 +97,7 @@ bool IsProbeDone(const cf::Owned<Disk>& disk) noexcept {
 
 using DisksByVolume = std::set<Disk*, ByVolume>;
 
-// The disks of the volumes that were there before, which leave `former`; none for a new volume.
+// For each volume the disk that it had before, which is removed from `former`; empty: a new volume.
 Disks MatchExisting(const std::vector<Volume>& volumes, DisksByVolume& former) {
     Disks disks;
     for (const Volume& volume : volumes) {
@@ -109,6 +111,7 @@ Disks MatchExisting(const std::vector<Volume>& volumes, DisksByVolume& former) {
     return disks;
 }
 
+// Creates the disks of the new volumes.
 void AddNew(const std::vector<Volume>& volumes, cf::Nanoseconds now, Disks& disks) {
     DiskNames names;
     for (const auto& disk : disks)
@@ -155,7 +158,7 @@ void DiskList::Update(std::vector<Volume> volumes, cf::Nanoseconds now) {
         if (disk->isReported)
             toReport.push_back(cf::Owned<Disk>::Share(disk));
 
-    // From here on nothing fails.
+    // Nothing below allocates or throws: the list changes completely or not at all.
     for (Disk* const disk : gone)
         MarkGone(*disk);
     gone_.splice(gone_.end(), toReport);
@@ -186,8 +189,9 @@ DiskEvent DiskList::NextEvent(cf::Nanoseconds now) noexcept {
     return repeat != order_.reported.end() ? ReportAppearance(*repeat) : DiskEvent();
 }
 
-// The oldest disk whose probe is done, unless an older one holds it back. Those that are passed
-// over are few: of the disks that are not done in time, the younger ones have no probe.
+// The oldest unreported disk whose probe is done, or the end if an older disk must be waited for.
+// Few disks are skipped, because probes start in this order and at most kMaximumThreads run at a
+// time.
 DiskList::Positions::const_iterator DiskList::FirstReady(cf::Nanoseconds now) const noexcept {
     auto position = order_.unreported.begin();
     for (; position != order_.unreported.end(); ++position) {
@@ -204,7 +208,7 @@ DiskList::Positions::const_iterator DiskList::FirstRepeat() const noexcept {
     return order_.reported.lower_bound(order_.repeatFrom);
 }
 
-// The known disks behind it appear again: none, when it was told in the order of mounting.
+// The reported disks behind `position` appear again; there are none if the order was kept.
 DiskEvent DiskList::ReportAppearance(std::size_t position) noexcept {
     const auto& disk = present_[position];
     disk->probe.reset();
@@ -217,7 +221,7 @@ bool DiskList::HasRepeats() const noexcept {
     return FirstRepeat() != order_.reported.end();
 }
 
-// The last disk is mostly the one found last.
+// Searches from the end: the youngest disk is usually the one found last.
 bool DiskList::IsTimeoutPending(cf::Nanoseconds now) const noexcept {
     return now - order_.lastFound < kProbeTimeout &&
            std::any_of(

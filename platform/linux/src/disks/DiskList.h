@@ -2,15 +2,19 @@
 #define PLATFORM_DISKLIST_H
 
 /*
- * The disks that there are, and what is still to be told of them. A disk is first probed; once its
- * probe is done, its appearance is told, and when it goes after that, its disappearance. One
- * that goes before is never heard of. Disappearances are told first.
+ * The disks that are present, and the events still to be reported.
  *
- * Appearances are told in the order of mounting. A disk that does not answer within kProbeTimeout
- * holds the younger ones back no longer. When it appears after all, those of them that are known
- * appear again, so that of any two disks the one mounted last is the one that appeared last.
+ * A new disk is probed first (VolumeProbes.h). Once its probe is done, the disk's appearance is
+ * reported, and later its disappearance. A disk that goes before its appearance was reported is
+ * never reported. Disappearances are reported first.
  *
- * For one thread, but for what a Disk says of itself.
+ * Appearances are reported in the order of mounting: a disk waits for the older ones, but for no
+ * disk longer than kProbeTimeout after that disk was found. If a disk appears after its time-out,
+ * the reported disks that were mounted later appear again. So of any two disks, the one mounted
+ * last is the one that appeared last.
+ *
+ * Threads: a list and its disks are for one thread, but for volume, name and isPresent of a disk,
+ * which any thread may read. Times are of the monotonic clock.
  */
 
 #include "disks/VolumeProbes.h"
@@ -32,17 +36,18 @@
 struct __DADisk : cf::Object {
     static const cf::Class kClass;
 
+    // A new disk, found at `now`.
     __DADisk(disks::Volume itsVolume, std::string itsName, cf::Nanoseconds now)
         : cf::Object(&kClass), volume(std::move(itsVolume)), name(std::move(itsName)), found(now) {}
 
     const disks::Volume volume;
     const std::string name; // see DADiskGetBSDName
     std::atomic<bool> isPresent = true;
-    // What follows is the list's own.
-    const cf::Nanoseconds found; // when, by the monotonic clock
+    // For the list only.
+    const cf::Nanoseconds found; // when the list found the disk
     std::shared_ptr<disks::Probe> probe;
-    bool isReported = false;  // its appearance was told
-    std::size_t position = 0; // among those present
+    bool isReported = false;  // the appearance was reported
+    std::size_t position = 0; // among the present disks
 };
 
 namespace disks {
@@ -50,39 +55,40 @@ namespace disks {
 using Disk = __DADisk;
 
 struct DiskEvent {
-    cf::Owned<Disk> disk; // none: nothing to tell
-    bool appeared = false;
+    cf::Owned<Disk> disk;  // empty: no event
+    bool appeared = false; // false: the disk has disappeared
 };
 
 class DiskList {
 public:
     static constexpr cf::Nanoseconds kProbeTimeout = cf::kSecond;
 
-    // The volumes there are now, oldest first; now is by the monotonic clock, here and below. May
-    // throw std::bad_alloc, and has changed nothing then.
+    // Sets the present volumes, oldest first. May throw std::bad_alloc; the list is then unchanged.
     void Update(std::vector<Volume> volumes, cf::Nanoseconds now);
 
-    // Starts the probes that are not yet started; throws what VolumeProbes::Start throws.
+    // Starts the probes of the new disks. Throws what VolumeProbes::Start() throws; a later call
+    // starts the remaining ones.
     void StartProbes(VolumeProbes& probes);
 
-    // The next event, which is thereby told.
+    // Removes the next event from the list: the caller reports it.
     DiskEvent NextEvent(cf::Nanoseconds now) noexcept;
 
-    // An older disk has just appeared; the next events are those of the disks that appear again.
+    // True if the next appearances are repeated, after the late appearance of an older disk.
     bool HasRepeats() const noexcept;
-    // Within kProbeTimeout there may be an event, though no probe is done.
+    // True while a probe's time-out is pending: within kProbeTimeout its expiry may allow an event,
+    // without a signal from a probe.
     bool IsTimeoutPending(cf::Nanoseconds now) const noexcept;
 
 private:
     using Positions = std::set<std::size_t>;
 
-    // What is still to be done for the disks that are present, which are named by their position.
+    // The work still to be done for the present disks, by their positions in present_.
     struct Order {
         Positions unreported;
         Positions reported;
-        std::size_t repeatFrom = 0;    // the known disks from here on are to be told once more
-        std::size_t probed = 0;        // for the unknown disks before this one probes were started
-        cf::Nanoseconds lastFound = 0; // when the last one of the unknown was found
+        std::size_t repeatFrom = 0;    // reported disks from here on must appear again
+        std::size_t probed = 0;        // the disks before this one have probes or need none
+        cf::Nanoseconds lastFound = 0; // when the last of the unreported disks was found
     };
 
     Order OrderOf(const std::vector<cf::Owned<Disk>>& disks) const;
@@ -92,7 +98,7 @@ private:
 
     std::vector<cf::Owned<Disk>> present_; // oldest first
     Order order_;
-    std::list<cf::Owned<Disk>> gone_; // to be told
+    std::list<cf::Owned<Disk>> gone_; // disappearances still to be reported
 };
 
 } // namespace disks

@@ -7,17 +7,19 @@ struct libmnt_monitor;
 
 namespace disks {
 
-/* Tells when the kernel's mount table may have changed. */
+/* Reports when the kernel's mount table may have changed. For one thread. */
 class MountMonitor {
 public:
+    // On a shortage of memory or descriptors, Descriptor() is negative.
     MountMonitor() noexcept;
 
-    // Readable once there was a change. Negative when the table cannot be watched.
+    // A descriptor that is readable after a change until ConsumeChanges(). The monitor owns it.
+    // Negative if the table cannot be watched.
     int Descriptor() const noexcept {
         return descriptor_;
     }
 
-    // Whether there was a change since the last call.
+    // True if there was a change since the last call. Does not block.
     bool ConsumeChanges() noexcept;
 
 private:
@@ -26,7 +28,7 @@ private:
     };
 
     std::unique_ptr<libmnt_monitor, Unref> monitor_;
-    int descriptor_ = -1; // the monitor's own
+    int descriptor_ = -1; // owned by monitor_
 };
 
 } // namespace disks

@@ -50,7 +50,7 @@ Mount MountOf(libmnt_fs* line) {
             Text(mnt_fs_get_srcpath(line))};
 }
 
-// A line left out would look like a mount that went.
+// Without the malformed line, its mount would seem to have gone. So the whole table is rejected.
 int RefuseLine(libmnt_table*, const char*, int) {
     return -EINVAL;
 }
@@ -58,7 +58,7 @@ int RefuseLine(libmnt_table*, const char*, int) {
 } // namespace
 
 std::optional<MountTable> ParseMountTable(std::string text) {
-    // There is a root, and a table cut short ends inside a line.
+    // A complete table has at least the root and ends with a newline.
     if (text.empty() || text.back() != '\n')
         return std::nullopt;
     const Stream stream(fmemopen(text.data(), text.size(), "r"));

@@ -12,10 +12,10 @@
 namespace disks {
 
 struct Mount {
-    int id; // given again to another mount once this one has gone
+    int id; // reused for another mount after this one has gone
     int parent;
     dev_t device;
-    std::string root; // the directory of the file system that is mounted
+    std::string root; // the mounted directory of the file system
     std::string path;
     std::string type;
     std::string source; // may be empty
@@ -23,8 +23,8 @@ struct Mount {
 
 using MountTable = std::vector<Mount>;
 
-/* The whole table in its own order, or nothing when it could not be read to its end, or a line of
-   it makes no sense. May throw std::bad_alloc. */
+/* The whole table, in the order of `file` or `text`; empty if the file cannot be read to its end or
+   a line is malformed. May throw std::bad_alloc. Any thread. */
 std::optional<MountTable> ReadMountTable(const char* file);
 std::optional<MountTable> ParseMountTable(std::string text);
 

@@ -11,7 +11,7 @@ namespace disks {
 
 namespace {
 
-// From linux/mount.h of Linux 6.8, newer than the headers that this is built with.
+// From linux/mount.h of Linux 6.8. The headers of the build may be older.
 constexpr long kStatMount = 457;
 constexpr long kListMount = 458;
 constexpr std::uint64_t kRootOfNamespace = UINT64_MAX;
@@ -21,11 +21,12 @@ struct MountRequest {
     std::uint32_t size = sizeof(MountRequest);
     std::uint32_t spare = 0;
     std::uint64_t mount = 0;
-    std::uint64_t parameter = 0; // what is asked for, or the mount after which the list goes on
+    std::uint64_t parameter =
+        0; // statmount: the requested fields; listmount: the last mount listed
 };
 static_assert(sizeof(MountRequest) == 24);
 
-// As far as it is of use here; the kernel fills no more than there is room for.
+// The beginning of the kernel's structure; the kernel fills no more than the size passed.
 struct MountStatus {
     std::uint32_t size;
     std::uint32_t options;

@@ -26,7 +26,7 @@ struct VolumeProbes::Shared {
     }
 
     const CFRunLoopSourceRef source;
-    std::mutex mutex; // guards what follows
+    std::mutex mutex; // guards the members below
     std::deque<std::shared_ptr<Probe>> pending;
     std::size_t threads = 0;
     bool closed = false;
@@ -34,7 +34,7 @@ struct VolumeProbes::Shared {
 
 namespace {
 
-// An error is an answer too: whoever looks next gets it without waiting.
+// An error is a valid result too: later calls for this path then fail without blocking.
 void OpenRoot(const char* path) noexcept {
     struct statfs status = {};
     statfs(path, &status);

@@ -2,13 +2,18 @@
 #define PLATFORM_VOLUMEPROBES_H
 
 /*
- * Touches the roots of volumes on threads of their own, because a file system whose server is
- * dead keeps whoever touches it waiting, for ever perhaps. A volume that does not answer holds up
- * its own thread and nobody else: a thread that is through takes the next volume that waits, or
- * ends. There are never more than kMaximumThreads; volumes beyond that many dead ones have to wait.
+ * Opens the root directories of volumes on threads of its own, because a file system whose server
+ * is dead blocks its caller, possibly for ever.
  *
- * The threads share ownership of all that they use, so that one which is stuck may outlive
- * everything else. Once its file system answers or is aborted, it ends.
+ * There are at most kMaximumThreads worker threads. A worker takes the next pending probe, or ends
+ * if there is none. A dead volume blocks one worker only; with kMaximumThreads dead volumes all
+ * further probes stay pending.
+ *
+ * The workers share the ownership of all that they use, so a blocked worker may outlive the
+ * VolumeProbes. It ends once its file system replies or is aborted.
+ *
+ * Lock: one mutex guards the pending probes and the number of workers. No worker holds it while it
+ * accesses a file system.
  */
 
 #include <CoreFoundation/CFRunLoop.h>
@@ -21,12 +26,14 @@
 
 namespace disks {
 
-/* One volume's question. Whoever asked may drop it, and sets cancelled when no answer is needed. */
+/* The probe of one volume. Its owner may release it at any time, and sets `cancelled` if the result
+   is not needed: a pending probe is then skipped. */
 struct Probe {
+    // `root`: the path of the volume's root directory.
     explicit Probe(std::string root) : path(std::move(root)) {}
 
     const std::string path;
-    std::atomic<bool> done = false;
+    std::atomic<bool> done = false; // the volume has replied, with success or an error
     std::atomic<bool> cancelled = false;
 };
 
@@ -34,15 +41,15 @@ class VolumeProbes {
 public:
     static constexpr std::size_t kMaximumThreads = 32;
 
-    // Signals the source, of which it keeps a reference, after each answer. May throw
-    // std::bad_alloc.
+    // Retains `source`, and signals it after each probe that is done. May throw std::bad_alloc.
     explicit VolumeProbes(CFRunLoopSourceRef source);
     VolumeProbes(const VolumeProbes&) = delete;
     VolumeProbes& operator=(const VolumeProbes&) = delete;
-    // No signal follows.
+    // Drops the pending probes. Does not wait for the workers; no signal follows.
     ~VolumeProbes();
 
-    // May throw std::bad_alloc, or std::system_error when no thread can be made.
+    // Starts a probe of the volume at `path`, or leaves it pending. Does not block. May throw
+    // std::bad_alloc, or std::system_error if no thread can be created: there is then no probe.
     std::shared_ptr<Probe> Start(const std::string& path);
 
 private:

@@ -17,7 +17,8 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// Views of the kernel's own state: no files of anybody's lie there, and reading may have effects.
+// File systems that show the kernel's own state: they hold no user files, and reading may have side
+// effects.
 constexpr auto kKernelTypes = std::to_array({
     "binder"sv,  "binfmt_misc"sv, "bpf"sv,    "cgroup"sv,     "cgroup2"sv,    "configfs"sv,
     "cpuset"sv,  "debugfs"sv,     "devpts"sv, "devtmpfs"sv,   "efivarfs"sv,   "functionfs"sv,
@@ -26,11 +27,11 @@ constexpr auto kKernelTypes = std::to_array({
     "smackfs"sv, "spufs"sv,       "sysfs"sv,  "tracefs"sv,    "xenfs"sv,
 });
 
-// Looking into one of these mounts something.
+// Access to one of these may mount a file system.
 constexpr auto kAutomaticTypes = std::to_array({"autofs"sv});
 
-// Their server may be out of reach, and whoever looks into one then waits until it is back. User
-// space file systems are not here, whatever they stand for: most of them are volumes.
+// Network file systems: access blocks while the server is unreachable. User space file systems are
+// not listed, because most of them are volumes.
 constexpr auto kNetworkTypes = std::to_array({
     "9p"sv,
     "afs"sv,
@@ -51,8 +52,8 @@ bool IsVolumeType(std::string_view type) {
     return !lists(kKernelTypes) && !lists(kAutomaticTypes) && !lists(kNetworkTypes);
 }
 
-// A path inside a mount, and a hash of the path, which is made character by character: that of all
-// directories on the way costs no more than that of the whole path.
+// A path inside a mount, with a hash of the path. The hash is computed character by character, so
+// the hashes of all parent directories cost no more than the hash of the whole path.
 struct Location {
     int mount;
     std::uint32_t hash;
@@ -88,8 +89,8 @@ std::uint32_t HashPath(std::string_view path) noexcept {
 }
 
 /*
- * Where a path leads, by the mount table alone: the kernel itself could only be asked by a look-up
- * that any dead file system on the way would block.
+ * Resolves a path to a mount by the mount table alone. A look-up by the kernel would block on any
+ * dead file system on the way.
  */
 class PathWalk {
 public:
@@ -98,12 +99,12 @@ public:
             children_.emplace(Location{mount.parent, HashPath(mount.path), mount.path}, mount.id);
     }
 
-    // The id of the mount that the absolute path ends in.
+    // The id of the mount to which the absolute path leads.
     int MountAt(std::string_view path) {
         int mount = root_;
         PathHasher hasher;
         std::size_t begin = 0;
-        // Nothing covers "/" itself: every look-up starts inside it.
+        // No mount covers "/" itself: every look-up starts inside the root mount.
         for (std::size_t end = 1; end < path.size(); begin = end) {
             end = std::min(path.find('/', end + 1), path.size());
             hasher.Add(path.substr(begin, end - begin));
@@ -113,7 +114,7 @@ public:
     }
 
 private:
-    // The mount that is seen at a path inside a mount: the last one of those stacked there.
+    // The mount that is visible at a location: the last one of those stacked there.
     int Cross(Location location) {
         const int first = location.mount;
         for (std::size_t crossed = 0; crossed < children_.size(); ++crossed) {
@@ -123,14 +124,14 @@ private:
             location.mount = child->second;
         }
         const int last = location.mount;
-        // From each of them one step leads there the next time.
+        // Path compression: the next look-up reaches the last mount in one step.
         for (location.mount = first; location.mount != last;)
             location.mount = std::exchange(children_.find(location)->second, last);
         return last;
     }
 
-    // A process whose root is a plain directory does not see the mount that this lies in, but as
-    // the parent of others, of which the oldest comes first.
+    // If the root directory of the process is no mount point, its mount is not in the table, but is
+    // the parent of the first mount listed.
     static int RootOf(const MountTable& mounts) {
         const auto root = std::ranges::find(mounts, "/", &Mount::path);
         if (root != mounts.end())
@@ -161,7 +162,8 @@ std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& id
 
 std::optional<std::vector<Volume>> ReadVolumes(const char* mountTableFile) {
     const auto mounts = ReadMountTable(mountTableFile);
-    // Read second: a mount that came in between is then rather seen as new once too often.
+    // In this order, a mount that is replaced between the two readings is found as new once too
+    // often, not missed.
     const auto ids = mounts ? ReadUniqueMountIds() : std::nullopt;
     return ids ? std::optional(VolumesOf(*mounts, *ids)) : std::nullopt;
 }

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_VOLUMES_H
 #define PLATFORM_VOLUMES_H
 
-/* Which mounts are volumes, and where each is found. */
+/* The volumes among the mounts. All functions may be called from any thread. */
 
 #include "disks/MountTable.h"
 #include "disks/UniqueMountIds.h"
@@ -16,12 +16,12 @@
 namespace disks {
 
 /*
- * One device and root directory of a file system, at its first mount. A mount that is covered by
- * another one does not count: its path leads elsewhere. Two volumes are equal when nothing has
- * happened to that mount in between.
+ * A device and a root directory of its file system, at its first mount that is not covered by
+ * another mount. The path of a covered mount leads to the covering one. Two volumes are equal if
+ * they are the same mount, unchanged.
  */
 struct Volume {
-    std::uint64_t mount; // unique id, or the mount table's where there is none
+    std::uint64_t mount; // the unique id, or the mount table's id on an older kernel
     dev_t device;
     std::string root;
     std::string path;
@@ -30,11 +30,13 @@ struct Volume {
     auto operator<=>(const Volume&) const = default;
 };
 
-/* In the order of mounting, which is the kernel's table's own. Left out are the kernel's own file
-   systems, automatic mount points and network mounts. May throw std::bad_alloc, as may the next. */
+/* The volumes of `mounts`, in the order of the mount table, which is the order of mounting.
+   Excludes the kernel's own file systems, automatic mount points and network mounts. May throw
+   std::bad_alloc. */
 std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& ids);
 
-/* The volumes there are now, or nothing when they cannot be told. */
+/* The present volumes, according to the mount table at that path; std::nullopt if the table or the
+   unique ids cannot be read. May throw std::bad_alloc. */
 std::optional<std::vector<Volume>> ReadVolumes(const char* mountTableFile);
 
 } // namespace disks

@@ -14,12 +14,12 @@
 namespace cf {
 namespace {
 
-// None of these has a destructor: the thread may outlive main.
+// Guarded by g_mutex. None of these has a destructor, because the arrivals thread may outlive main.
 constinit std::mutex g_mutex;
 constinit int g_epoll = -1;
 
-// All that is watched, in lists by the lowest byte of the descriptor. Descriptors are small numbers
-// next to each other, so each list holds one of every 256.
+// All watched descriptors: a hash table of lists, by the lowest byte of the descriptor. Descriptors
+// are small consecutive numbers, so a list rarely has a second member.
 constinit std::array<WatchedDescriptor*, 256> g_watched = {};
 
 WatchedDescriptor*& FirstWatched(int descriptor) noexcept {
@@ -28,20 +28,22 @@ WatchedDescriptor*& FirstWatched(int descriptor) noexcept {
 
 } // namespace
 
-// What the kernel noted, in the order in which it came. Of more than these at once, input in one
-// batch is not known to have come before a deadline in the next.
+// Up to kCapacity events of the kernel, in the order in which the descriptors became ready. Input
+// in one batch is not known to have arrived before a deadline in the next batch.
 class EventBatch {
 public:
+    // Waits at most so long for events; -1: without limit.
     void Fetch(int milliseconds) noexcept {
         const int count =
             epoll_wait(g_epoll, events_.data(), static_cast<int>(events_.size()), milliseconds);
         count_ = static_cast<std::size_t>(std::max(count, 0));
     }
 
-    // The mutex is held.
+    // Calls the handlers. The caller holds g_mutex.
     void Handle() noexcept {
         const Nanoseconds now = MonotonicNow();
-        Nanoseconds arrivedBy = kNever; // the first date among the deadlines further on
+        Nanoseconds arrivedBy =
+            kNever; // the first date among the expired deadlines behind an event
         for (std::size_t i = count_; i-- > 0;) {
             const WatchedDescriptor* watched = Find(events_[i].data.fd);
             if (watched != nullptr && watched->date_ <= now)
@@ -54,7 +56,7 @@ public:
     }
 
 private:
-    // Null when it was unwatched meanwhile.
+    // Null if the descriptor was unwatched after the event.
     static WatchedDescriptor* Find(int descriptor) noexcept {
         WatchedDescriptor* watched = FirstWatched(descriptor);
         while (watched != nullptr && watched->descriptor_ != descriptor)
@@ -91,7 +93,7 @@ bool StartArrivals() noexcept {
     try {
         const process::AllSignalsBlocked blocked;
         std::thread(RunArrivalsThread).detach();
-    } catch (const std::exception&) { // no thread, or no memory for one
+    } catch (const std::exception&) { // shortage of threads or memory
         close(std::exchange(g_epoll, -1));
     }
     return g_epoll >= 0;

@@ -8,44 +8,56 @@
 namespace cf {
 
 /*
- * Input at descriptors, noticed in the background, and whether it came before a deadline.
+ * Input at descriptors, read in the background, and its order relative to deadlines.
  *
- * One thread waits for all watched descriptors of the process. It is started once and then stays:
- * with nothing to read it makes no system call. It learns of input at once unless the whole process
- * stood still (stopped, frozen); then only the kernel knows what came when. So a deadline is
- * watched as well, as a timer descriptor, and the kernel hands both out in the order of their
- * coming.
+ * One background thread, the arrivals thread, waits in epoll_wait() for all watched descriptors of
+ * the process and calls their handlers. It starts once and never ends; without input it makes no
+ * system call.
+ *
+ * A deadline is a timer descriptor (Deadline.h) in the same epoll instance. The kernel reports
+ * descriptors in the order in which they became ready. So even after the whole process was stopped
+ * or frozen, input that arrived before a deadline is recognized by its place before the timer.
+ *
+ * Locks: ArrivalsMutex() guards every WatchedDescriptor and what its handler changes. Either the
+ * arrivals thread or a caller of HandleArrivals() holds the mutex while handlers run.
  */
 
-/* Starts the thread, unless it runs. False when there is no descriptor, thread or memory for it. */
+/* Starts the arrivals thread unless it is running. False on a shortage of descriptors, threads or
+   memory. Any thread; takes the mutex. */
 bool StartArrivals() noexcept;
 
-/* Whether it was started. The caller holds the mutex. */
+/* True once StartArrivals() has succeeded. The caller holds the mutex. */
 bool AreArrivalsStarted() noexcept;
 
-/* Handles, on the calling thread, all that the kernel has noted so far. Any thread. */
+/* Calls the handlers, on the calling thread, for all that the kernel has reported so far. Does
+   nothing before StartArrivals(). Any thread; takes the mutex and does not wait for input. */
 void HandleArrivals() noexcept;
 
-/* Guards every WatchedDescriptor and what its handler changes. Held while a handler runs. */
+/* The mutex that guards every WatchedDescriptor and what its handler changes. */
 std::mutex& ArrivalsMutex() noexcept;
 
-/* A descriptor that may be watched. The caller of each member holds the mutex. */
+/* A descriptor that the arrivals thread may watch. The caller of every member function holds the
+   mutex. */
 class WatchedDescriptor {
 public:
-    // Called when the descriptor is readable, at its end or in error, until it is unwatched. The
-    // input came no later than `by` on the monotonic clock; kNever: no deadline has passed since.
-    // A call may come without input, after a descriptor's number was used again. Unwatches no
-    // other than its own.
+    // Called with the mutex held while the descriptor is readable, at its end or in error, until
+    // Unwatch(). The input arrived no later than `arrivedBy` on the monotonic clock; kNever: no
+    // deadline is known to have followed the input. A call without input is possible when the
+    // descriptor's number was reused. A handler may unwatch its own descriptor only.
     using Handler = void (*)(WatchedDescriptor& watched, Nanoseconds arrivedBy) noexcept;
 
+    // Watches nothing yet.
     explicit WatchedDescriptor(Handler handler) noexcept : handler_(handler) {}
     WatchedDescriptor(const WatchedDescriptor&) = delete;
     WatchedDescriptor& operator=(const WatchedDescriptor&) = delete;
 
-    // The descriptor remains the caller's and open until Unwatch. `date`: for a deadline, when the
-    // descriptor becomes readable. False, with errno, when the kernel does not watch it.
+    // Starts watching. The caller owns the descriptor and keeps it open until Unwatch(). `date`: of
+    // a deadline, the monotonic time at which the descriptor becomes readable. False, with errno,
+    // if the kernel refuses. StartArrivals() must have succeeded.
     bool Watch(int descriptor, Nanoseconds date = kNever) noexcept;
+    // Stops watching: no call of the handler follows. Does nothing if nothing is watched.
     void Unwatch() noexcept;
+    // True between Watch() and Unwatch().
     bool IsWatched() const noexcept {
         return descriptor_ >= 0;
     }

@@ -3,7 +3,8 @@
 
 /*
  * The two clocks of the run loops, in whole nanoseconds. The wall clock counts from the reference
- * date of CFDate.h and may be stepped; the monotonic one does not know when it began.
+ * date of CFDate.h and may be stepped. The monotonic clock counts from an unspecified start and
+ * does not count while the machine is suspended. All functions may be called from any thread.
  */
 
 #include <CoreFoundation/CFDate.h>
@@ -16,21 +17,23 @@ using Nanoseconds = std::int64_t;
 
 inline constexpr Nanoseconds kSecond = 1'000'000'000;
 
-/* Further than any date: a time that never comes. Sums of two such values do not overflow. */
+/* Later than any date: a time that never comes. A sum of two such values does not overflow. */
 inline constexpr Nanoseconds kNever = INT64_MAX / 4;
 
+/* The present time of one of the clocks. */
 Nanoseconds MonotonicNow() noexcept;
 Nanoseconds WallClockNow() noexcept;
 
-/* The wall clock as time() shows it: it moves with the kernel's tick, so up to kTick behind. */
+/* The wall clock as time() returns it. It advances with the kernel's tick, so it may be up to kTick
+   behind WallClockNow(). */
 Nanoseconds WallClockTick() noexcept;
 inline constexpr Nanoseconds kTick = kSecond / 100;
 
-/* Rounded up, so that nothing comes early; held within -kNever and kNever, which is also what no
-   number gives. */
+/* `seconds` rounded up (a timer must not fire early) and limited to -kNever and kNever. Not a
+   number gives kNever. */
 Nanoseconds ToNanoseconds(CFTimeInterval seconds) noexcept;
 
-/* From 1970 to the reference date. */
+/* Seconds from 1970 to the reference date. */
 inline constexpr Nanoseconds kSecondsSince1970 = 978'307'200;
 
 } // namespace cf

@@ -5,10 +5,12 @@
 
 namespace cf {
 
-/* The info of a callback context: retained when its object is made and for each callout, released
-   when the object is invalidated, by the context's own functions where it names any. */
+/* The info of a callback context (CFRunLoopTimerContext, CFSocketContext): retained when the object
+   is created and around each callout, released when the object is invalidated, with the context's
+   retain and release functions if given. For the thread of the object's loop. */
 class ContextInfo {
 public:
+    // Copies what it needs from `context`, which may be nullptr, and retains its info.
     template<typename Context>
     explicit ContextInfo(const Context* context) noexcept {
         if (context == nullptr)
@@ -23,12 +25,14 @@ public:
         Release();
     }
 
+    // Releases the info; does nothing the second time.
     void Release() noexcept {
         if (release_ != nullptr)
             std::exchange(release_, nullptr)(info_);
     }
 
-    // Calls function with the info, which stays alive even when it is dropped meanwhile.
+    // Calls function(info). The info is retained for the call, so function may invalidate the
+    // object.
     template<typename Function>
     void Use(Function function) const {
         const auto release = release_;

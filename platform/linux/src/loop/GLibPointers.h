@@ -14,7 +14,7 @@ struct UnrefContext {
 };
 using ContextPointer = std::unique_ptr<GMainContext, UnrefContext>;
 
-/* Takes the source out of its context too. */
+/* Also removes the source from its context. */
 struct DestroySource {
     void operator()(GSource* source) const noexcept {
         g_source_destroy(source);

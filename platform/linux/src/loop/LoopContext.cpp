@@ -6,8 +6,8 @@
 namespace cf {
 namespace {
 
-// Never ready itself: it only bounds the sleep. Setting the ready time of a source instead would
-// wake the very thread that does it.
+// A source that is never ready and only limits the time-out of the context's poll.
+// g_source_set_ready_time() would do so too, but would wake the calling thread.
 struct Deadline {
     GSource source;
     Nanoseconds date;

@@ -9,23 +9,26 @@
 namespace cf {
 
 /*
- * GLib's main context, as the thread that makes it waits in it: for descriptors, for a date and
- * for being woken. The process ends when GLib finds no memory or no descriptor for it.
+ * A GLib main context, in which the thread that creates it waits for descriptors, for a date and
+ * for Wake(). All functions but Wake() are for that thread. On a shortage of memory or descriptors
+ * GLib ends the process.
  */
 class LoopContext {
 public:
+    // Creates the context for the calling thread.
     LoopContext() noexcept;
 
-    // Dispatches the descriptors that are readable.
+    // Dispatches the descriptors that are readable now. Does not block.
     void Poll() noexcept;
-    // The same, after having slept until there is one, the date of the monotonic clock comes, or
-    // somebody calls Wake.
+    // Blocks until a descriptor is readable, until the monotonic time `until` (kNever: no limit) or
+    // until Wake(); then dispatches like Poll().
     void Sleep(Nanoseconds until) noexcept;
 
-    // Ends the sleep, or keeps the next one from beginning. Any thread; on the context's own,
-    // which is awake, it does nothing.
+    // Ends the present Sleep(), or else the next one at once. Any thread; does nothing on the
+    // context's own thread, which is awake.
     void Wake() noexcept;
 
+    // The context, borrowed.
     GMainContext* Get() const noexcept {
         return context_.get();
     }

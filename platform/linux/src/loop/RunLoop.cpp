@@ -1,18 +1,19 @@
 /*
  * The run loops.
  *
- * GLib's main context does the waiting: it polls the descriptors, sleeps until the next deadline
- * and is woken by other threads. What it dispatches only notes that something is ready. The
- * iteration below then does the calling out, since GLib orders, nests and stops its dispatching
- * otherwise.
+ * A GLib main context waits: it polls the descriptors, sleeps until the next fire date and is woken
+ * by other threads. The GLib callbacks only mark a source as ready. RunOnce() then fires the timers
+ * and performs the sources, because the order, nesting and stopping of GLib's own dispatch differ
+ * from those of CFRunLoop.h.
  *
- * Threads: a loop and all that is in it belong to one thread, which makes the loop with its first
- * look at it and frees it at its end. Other threads may do two things: stop the innermost run
- * (runMutex guards the chain of runs) and signal a source (Source::wakeMutex guards the way from
- * the source to its loop). No lock is held while anything is called out.
+ * Threads: a loop, its sources and its timers belong to one thread. CFRunLoopGetCurrent() creates
+ * the loop on first use; the end of the thread destroys the loop. Other threads may do two things:
+ * stop the innermost run (runMutex guards the chain of runs) and signal a source (the source's
+ * wakeMutex guards its pointer to the loop's context). No lock is held during a callout.
  *
- * GLib ends the process when it is out of memory. It allocates while a loop is made or first
- * sleeps and when a descriptor joins, but not for a timer, a socket or a signal.
+ * Memory: GLib ends the process when memory is short. GLib allocates when a loop is created or
+ * sleeps for the first time and when a source with a descriptor is added, but not for a timer, a
+ * socket or a signal.
  */
 
 #include "loop/RunLoopSource.h"
@@ -32,7 +33,7 @@
 namespace cf {
 namespace {
 
-// How often the wall clock is looked at when no alarm is to be had.
+// The longest sleep when the alarm has no descriptor: the wall clock is then read once a minute.
 constexpr Nanoseconds kMinute = 60 * kSecond;
 
 void DestroyRunLoop(Object* object) noexcept {
@@ -48,15 +49,15 @@ void EndLoop(void* ended) noexcept {
     Release(loop);
 }
 
-// The key under which each thread keeps its loop, freed with the thread. Not a thread_local object
-// with a destructor: registering one ends the process when memory is out.
+// The key under which each thread stores its loop; EndLoop() runs at the end of the thread. Not a
+// thread_local object: registering its destructor ends the process when memory is short.
 class LoopKey {
 public:
     LoopKey() noexcept : isCreated_(pthread_key_create(&key_, EndLoop) == 0) {}
     LoopKey(const LoopKey&) = delete;
     LoopKey& operator=(const LoopKey&) = delete;
-    // At exit, which calls no destructor of the exiting thread's values. Other threads may still
-    // use the key.
+    // exit() does not call EndLoop() for the exiting thread, so the destructor does. The key is not
+    // deleted, because other threads may still use it.
     ~LoopKey() {
         RunLoop* const loop = Get();
         if (loop == nullptr)
@@ -65,9 +66,11 @@ public:
         EndLoop(loop);
     }
 
+    // The calling thread's loop, or nullptr.
     RunLoop* Get() const noexcept {
         return isCreated_ ? static_cast<RunLoop*>(pthread_getspecific(key_)) : nullptr;
     }
+    // False on a shortage of memory or keys.
     bool Set(RunLoop* loop) const noexcept {
         return isCreated_ && pthread_setspecific(key_, loop) == 0;
     }
@@ -77,8 +80,8 @@ private:
     const bool isCreated_;
 };
 
-// GLib needs a descriptor for a context and ends the process without. Of those that there are,
-// somebody may take one or the other before GLib takes its own.
+// GLib ends the process if it gets no descriptor for a context. Opens more descriptors than GLib
+// needs, because other threads may take some before GLib opens its own.
 bool AreDescriptorsAvailable() noexcept {
     std::array<int, 4> descriptors;
     for (int& descriptor : descriptors)
@@ -90,13 +93,15 @@ bool AreDescriptorsAvailable() noexcept {
     return found;
 }
 
-// Threads that begin at the same time do so one after another, lest each count on the same ones.
+// nullptr on a shortage of memory or descriptors. Threads create their loops one after another;
+// otherwise several could count on the same free descriptors.
 RunLoop* CreateLoop() noexcept {
     static constinit std::mutex making;
     const std::lock_guard lock(making);
     return AreDescriptorsAvailable() ? new (std::nothrow) RunLoop : nullptr;
 }
 
+// The calling thread's loop, created on first use; nullptr if that fails.
 RunLoop* CurrentLoop() noexcept {
     static const LoopKey key;
     if (RunLoop* const known = key.Get())
@@ -108,7 +113,7 @@ RunLoop* CurrentLoop() noexcept {
     return nullptr;
 }
 
-// Puts a run into the loop's chain of runs while it lasts.
+// Adds a run to the loop's chain of runs for the lifetime of the scope.
 class RunScope {
 public:
     explicit RunScope(RunLoop& loop) noexcept : loop_(loop), run_{loop.innermost} {
@@ -134,10 +139,12 @@ private:
     Run run_;
 };
 
+// CFRunLoopRun() returns once the run is stopped or the loop has no source and no timer.
 bool ShouldContinue(const RunLoop& loop, const Run& run) noexcept {
     return !run.stopped && !(loop.sources.Empty() && loop.timers.Empty());
 }
 
+// The first source that is ready and has not performed in this iteration, or nullptr.
 Source* FirstReady(const RunLoop& loop, std::uint64_t iteration, bool nested) noexcept {
     for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
         auto* source = static_cast<Source*>(member);
@@ -147,7 +154,7 @@ Source* FirstReady(const RunLoop& loop, std::uint64_t iteration, bool nested) no
     return nullptr;
 }
 
-// A source with input that had come when the timer became due.
+// The first source whose input had arrived when the timer became due, or nullptr.
 Source* FirstReadyBefore(const RunLoop& loop, const Timer& timer, const ClockTimes& now,
                          bool nested) noexcept {
     for (Member* member = loop.sources.First(); member != nullptr; member = member->next) {
@@ -158,6 +165,7 @@ Source* FirstReadyBefore(const RunLoop& loop, const Timer& timer, const ClockTim
     return nullptr;
 }
 
+// Calls function(member), which may release the last reference but this one.
 template<auto function, typename T>
 void CallOut(T& member, std::uint64_t iteration) noexcept {
     const auto alive = Owned<T>::Share(&member);
@@ -167,9 +175,10 @@ void CallOut(T& member, std::uint64_t iteration) noexcept {
     member.callingOut = false;
 }
 
-// Fires the timers that are due, each after the sources' input that had come by then: a loop that
-// comes late, because the process stood still or a callout took long, still takes a reply that came
-// in time. True when anything was called out.
+// Fires the timers that are due. Before each of them, performs the sources whose input had arrived
+// when that timer became due: a loop that is late, because the process was stopped or a callout
+// took long, must not let a time-out overtake a reply that arrived in time. True if there was a
+// callout.
 bool FireTimers(RunLoop& loop, const Run& run, std::uint64_t iteration,
                 const ClockTimes& now) noexcept {
     const bool nested = run.outer != nullptr;
@@ -187,6 +196,7 @@ bool FireTimers(RunLoop& loop, const Run& run, std::uint64_t iteration,
     return calledOut;
 }
 
+// Performs each ready source once. True if there was a callout.
 bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t iteration) noexcept {
     const bool nested = run.outer != nullptr;
     bool calledOut = false;
@@ -198,9 +208,9 @@ bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t iteration) noex
     return calledOut;
 }
 
-// One iteration: the timers that are due as it begins, then the sources. Each gets one callout at
-// most, so that none can keep the others waiting; input before a due timer may take more, and is as
-// much as had come. True when anything was called out.
+// One iteration: fires the timers that are due at its begin, then performs the sources. Each gets
+// at most one callout, so none can starve the others. Input that precedes a due timer may take more
+// callouts, but only for what had arrived by then. True if there was a callout.
 bool RunOnce(RunLoop& loop, const Run& run) noexcept {
     const std::uint64_t iteration = ++loop.iteration;
     loop.queue.RequeueDeferred();
@@ -209,8 +219,9 @@ bool RunOnce(RunLoop& loop, const Run& run) noexcept {
     return fired || performed;
 }
 
-// Until when the loop may sleep, by the monotonic clock. For a date the alarm will wake it.
-// A timer that is put aside is not asked about: an iteration that put one aside has called out.
+// Sets the alarm for the wall clock. The result is the monotonic time until which the loop may
+// sleep. Deferred timers need no date here: an iteration that defers a timer has a callout, so the
+// loop does not sleep after it.
 Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
     const Nanoseconds monotonic = loop.queue.FirstMonotonicDate();
     if (loop.alarm.Set(loop.context.Get(), loop.queue.FirstWallClockDate()))
@@ -218,6 +229,7 @@ Nanoseconds PrepareSleep(RunLoop& loop) noexcept {
     return std::min(monotonic, MonotonicNow() + kMinute);
 }
 
+// Moves the dates of the timers after a step of the wall clock.
 void RealignTimers(RunLoop& loop) noexcept {
     const ClockTimes now = ReadClocks();
     for (Member* member = loop.timers.First(); member != nullptr; member = member->next)
@@ -225,7 +237,7 @@ void RealignTimers(RunLoop& loop) noexcept {
     loop.alarm.ClearStepped();
 }
 
-// Learns what became ready; with nothing to do, sleeps until something does or a timer is due.
+// Marks the sources that became ready. If idle, first sleeps until one does or a timer is due.
 void Wait(RunLoop& loop, bool idle) noexcept {
     const Nanoseconds until = idle ? PrepareSleep(loop) : kNever;
     if (idle && !loop.alarm.WasStepped())
@@ -245,6 +257,7 @@ void RunUntilStopped(RunLoop& loop) noexcept {
     }
 }
 
+// Any thread. Does nothing if the loop has no run.
 void StopInnermost(RunLoop& loop) noexcept {
     const std::lock_guard lock(loop.runMutex);
     if (loop.innermost == nullptr)

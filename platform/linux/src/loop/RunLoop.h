@@ -2,34 +2,39 @@
 #define PLATFORM_RUNLOOP_H
 
 /*
- * Sources for the other rooms of the platform. They are added, removed and invalidated with the
- * calls of CFRunLoop.h, on their loop's own thread; all of that is allowed inside a callout too.
+ * Run loop sources for the other modules of the platform. They are added, removed and invalidated
+ * with the functions of CFRunLoop.h on their loop's thread, also inside a callout.
  *
- * A source's perform runs on that thread, at most once an iteration, and never while it runs
- * already: what becomes ready meanwhile is kept for after its return. Ready sources are called out
- * in the order in which they were added, after the timers that are due. A socket's input that had
- * arrived when a timer became due goes before that timer, all of it.
+ * A source's perform callback runs on that thread, at most once per iteration, and is never
+ * reentered: a source that becomes ready during its own callout stays ready for a later one. Ready
+ * sources perform in the order in which they were added, after the timers that are due. One
+ * exception: socket input that had arrived when a timer became due is delivered before that timer
+ * fires.
  */
 
 #include <CoreFoundation/CFRunLoop.h>
 
 namespace cf {
 
-/* The runs of its loop that call a source out. In the outermost only: readiness waits while a
-   nested run lasts. */
+/* Which runs of the loop may perform a source: all of them, or the outermost only. A source of the
+   latter kind stays ready while a nested run lasts. */
 enum class RunLevel { kAny, kOutermost };
 
+/* Called on the loop's thread with the source's info. */
 using PerformCallback = void (*)(void* info);
 
-/* A source that is ready once it is signalled, until its callout begins. Owned by the caller;
-   nullptr when memory is short. */
+/* Creates a source that SignalSource() makes ready, until its callout begins. The caller owns the
+   reference and keeps `info` valid until the source is invalidated; nullptr on a shortage of
+   memory. Any thread. */
 CFRunLoopSourceRef CreateSignalSource(RunLevel level, PerformCallback perform, void* info) noexcept;
 
-/* Makes the source ready and wakes its loop. Any thread; the caller holds a reference. */
+/* Makes the source ready and wakes its loop. Ignores nullptr. Any thread; the caller owns a
+   reference. */
 void SignalSource(CFRunLoopSourceRef source) noexcept;
 
-/* A source that is ready while the descriptor is readable (or at its end, or in error). The
-   descriptor remains the caller's, who keeps it open until the source is removed or invalid. */
+/* Creates a source that is ready while `descriptor` is readable, at its end or in error; otherwise
+   as CreateSignalSource(). The caller owns the descriptor and keeps it open until the source is
+   removed or invalidated. */
 CFRunLoopSourceRef CreateDescriptorSource(int descriptor, RunLevel level, PerformCallback perform,
                                           void* info) noexcept;
 

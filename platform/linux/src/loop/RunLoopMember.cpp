@@ -29,7 +29,7 @@ void MemberList::Remove(Member& member) noexcept {
     Release(&member);
 }
 
-// The default mode is one of the common ones: what is in all of them leaves by either name.
+// The default mode is one of the common modes: a member of the common modes is in both.
 bool IsInMode(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept {
     return member.loop == &loop && (mode == kCFRunLoopDefaultMode ||
                                     (mode == kCFRunLoopCommonModes && member.inCommonModes));

@@ -1,7 +1,8 @@
 #ifndef PLATFORM_RUNLOOPMEMBER_H
 #define PLATFORM_RUNLOOPMEMBER_H
 
-/* What sources and timers have in common: being in a loop, under a mode. */
+/* What sources and timers have in common: membership in a loop, under a mode. All of this is for
+   the thread of the loop. */
 
 #include "objects/Object.h"
 
@@ -18,25 +19,29 @@ struct Member : Object {
 
     Member* next = nullptr;
     Member* previous = nullptr;
-    RunLoop* loop = nullptr;         // the one that it is in, which lets go of it before it ends
-    std::uint64_t lastIteration = 0; // the last one that called the member out, or was too early
-    bool inCommonModes = false;      // rather than in the default mode alone
+    RunLoop* loop = nullptr; // borrowed; the loop removes its members before it is destroyed
+    std::uint64_t lastIteration = 0; // called out or added in this one, so not before the next one
+    bool inCommonModes = false;      // added in the common modes, not in the default mode alone
     bool callingOut = false;
     bool valid = true;
 };
 
-/* The members of one kind in a loop, in the order of their coming, each retained. */
+/* The sources or the timers of a loop, in the order in which they were added, each retained. */
 class MemberList {
 public:
+    // The head of the list, which Member::next continues; nullptr: the list is empty.
     Member* First() const noexcept {
         return first_;
     }
+    // True without members.
     bool Empty() const noexcept {
         return first_ == nullptr;
     }
 
-    // False when the member stays out: it is invalid, in a loop already, or the mode is unknown.
+    // Appends and retains the member. False, and nothing changes, if it is invalid or in a loop, or
+    // if the mode is unknown.
     bool Add(RunLoop& loop, Member& member, CFStringRef mode) noexcept;
+    // Removes the member, which is in this list, and releases it.
     void Remove(Member& member) noexcept;
 
 private:
@@ -44,7 +49,7 @@ private:
     Member* last_ = nullptr;
 };
 
-/* Whether removing the member from that loop and mode takes it out. */
+/* True if removing the member from that loop and mode has an effect. */
 bool IsInMode(const Member& member, const RunLoop& loop, CFStringRef mode) noexcept;
 
 } // namespace cf

@@ -14,6 +14,7 @@ void Notify(PerformCallback callout, const Source& source) noexcept {
         callout(source.info);
 }
 
+// Called by GLib on the loop's thread.
 gboolean OnReadable(gint, GIOCondition, gpointer info) noexcept {
     auto& source = *static_cast<Source*>(info);
     Signal(source);
@@ -21,8 +22,8 @@ gboolean OnReadable(gint, GIOCondition, gpointer info) noexcept {
     return G_SOURCE_REMOVE;
 }
 
-// The descriptor is watched until it is readable and then not before the callout is over: what
-// may not be called out yet would keep the loop from sleeping.
+// Watches the descriptor until it is readable. Perform() watches it again after the callout: a
+// readable descriptor whose source may not perform yet would keep the loop from sleeping.
 void Watch(Source& source) noexcept {
     if (source.descriptor < 0)
         return;

@@ -8,8 +8,8 @@
 namespace cf {
 namespace {
 
-// A timer that waits less than this measures a delay, on the monotonic clock: setting the wall
-// clock neither cuts nor stretches it. One that waits longer keeps a date.
+// A timer that waits less than this measures a delay on the monotonic clock, which steps of the
+// wall clock do not change. A timer that waits longer keeps a date of the wall clock.
 constexpr Nanoseconds kLongestDelay = 3600 * kSecond;
 
 void DestroyRunLoopTimer(Object* object) noexcept {
@@ -26,6 +26,7 @@ void Invalidate(Timer& timer) noexcept {
     timer.info.Release();
 }
 
+// Allocates the node with which the timer is inserted into sets.
 bool CreateNode(Timer* timer) noexcept {
     try {
         TimerSet set;
@@ -43,7 +44,7 @@ Nanoseconds Read(const ClockTimes& now, const Timer& timer) noexcept {
 } // namespace
 
 ClockTimes ReadClocks() noexcept {
-    // The tick, lest a callout that asks time() learns that its date is yet to come.
+    // WallClockTick(), not WallClockNow(): a timer must not fire while time() is before its date.
     return {MonotonicNow(), WallClockTick()};
 }
 
@@ -55,7 +56,7 @@ Nanoseconds DueTime(const Timer& timer, const ClockTimes& now) noexcept {
     return now.monotonic - Lateness(timer, now);
 }
 
-// By division: however many dates were missed, the next one is found at once.
+// Finds the next date by division, because any number of dates may have passed.
 void Fire(Timer& timer) noexcept {
     RemoveFromQueue(timer);
     timer.info.Use([&timer](void* info) { timer.callout(&timer, info); });
@@ -112,7 +113,7 @@ void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRe
     if (loop == nullptr || member == nullptr || !loop->timers.Add(*loop, *member, mode))
         return;
     member->order = ++loop->timersAdded;
-    if (!member->callingOut) // else it is inserted after the callout
+    if (!member->callingOut) // else Fire() inserts the timer after its callout
         loop->queue.Insert(*member);
     if (member->interval == 0 && !member->onWallClock)
         member->deadline.Set(member->date);

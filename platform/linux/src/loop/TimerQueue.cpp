@@ -6,6 +6,7 @@
 namespace cf {
 namespace {
 
+// The timer that has been due longer, of equally late ones the one added first. Either may be null.
 Timer* MoreOverdue(Timer* first, Timer* second, const ClockTimes& now) noexcept {
     if (first == nullptr || second == nullptr)
         return first != nullptr ? first : second;

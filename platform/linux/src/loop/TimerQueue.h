@@ -8,33 +8,34 @@
 
 namespace cf {
 
-/* The timers of a loop that wait to fire: all but those that are calling out. */
+/* The timers of a loop that wait to fire: all but those that are calling out. For the thread of the
+   loop. */
 class TimerQueue {
 public:
+    // Inserts a timer that is in no set, by its date and clock. Allocates nothing.
     void Insert(Timer& timer) noexcept;
 
-    // Of the timers that joined the loop and fired last before that iteration, the one that has
-    // been due longest at that time; of equally late ones the one that joined first. nullptr when
-    // none is due. It remains in the queue. Due timers that must wait for a later iteration are put
-    // aside.
+    // The timer that has been due longest at `now`, of equally late ones the one added first;
+    // nullptr: none is due. The timer stays in the queue. A due timer that was added or called out
+    // in this iteration or a later one does not count: it is deferred until RequeueDeferred().
     Timer* FirstDue(std::uint64_t iteration, const ClockTimes& now) noexcept;
 
-    // Takes back what was put aside, at the beginning of an iteration.
+    // Puts the deferred timers back into the queue. Call at the beginning of an iteration.
     void RequeueDeferred() noexcept;
 
-    // The first date on one of the clocks, but for what is put aside; kNever: there is none.
+    // The first fire date on one of the clocks, without the deferred timers; kNever: there is none.
     Nanoseconds FirstMonotonicDate() const noexcept;
     Nanoseconds FirstWallClockDate() const noexcept;
 
 private:
     TimerSet monotonic_;
     TimerSet wallClock_;
-    TimerSet deferred_; // of both clocks: only that they are in it counts
+    TimerSet deferred_; // of both clocks, in an order without meaning
 };
 
-/* Of a timer that is in no set. */
+/* Inserts a timer that is in no set. Allocates nothing. */
 void InsertInto(TimerSet& set, Timer& timer) noexcept;
-/* Takes the timer out of the set of a queue that it is in, if any. */
+/* Removes the timer from the set of the queue that it is in, if any. */
 void RemoveFromQueue(Timer& timer) noexcept;
 
 } // namespace cf

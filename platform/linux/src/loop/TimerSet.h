@@ -9,13 +9,14 @@ namespace cf {
 
 using Timer = ::__CFRunLoopTimer;
 
-/* By date, those of equal date in the order in which they joined their loop. */
+/* Orders timers by date, those of equal date in the order in which the loop received them. */
 struct FiresBefore {
+    // True if `first` fires before `second`.
     bool operator()(const Timer* first, const Timer* second) const noexcept;
 };
 
-/* A timer brings the node with which it enters a set, so that entering one allocates nothing. While
-   it is in a set its date does not change. */
+/* A timer owns the node with which it is inserted, so an insertion allocates nothing. The date of a
+   timer must not change while the timer is in a set. */
 using TimerSet = std::set<Timer*, FiresBefore>;
 
 } // namespace cf

@@ -34,12 +34,13 @@ bool WallClockAlarm::Set(GMainContext* context, Nanoseconds date) noexcept {
         return false;
     itimerspec setting = {};
     if (date != kNever) {
-        // A date in the past expires at once; one of 0 seconds would disarm.
+        // Plus kTick, because timers compare with WallClockTick(). A date in the past expires at
+        // once. A time of 0 would disarm the descriptor.
         const Nanoseconds expiry = date + kTick + kSecondsSince1970 * kSecond;
         setting.it_value.tv_sec = expiry / kSecond;
         setting.it_value.tv_nsec = expiry % kSecond;
     }
-    // ECANCELED tells of a step just now; the alarm is set all the same.
+    // ECANCELED: the clock was stepped meanwhile; the descriptor is set nevertheless.
     if (timerfd_settime(descriptor_, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting,
                         nullptr) != 0)
         stepped_ = true;

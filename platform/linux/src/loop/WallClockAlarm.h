@@ -6,7 +6,8 @@
 
 namespace cf {
 
-/* Wakes a loop at a date of the wall clock, and whenever that clock is stepped. */
+/* Wakes a loop at a date of the wall clock, and whenever that clock is stepped. For the thread of
+   the loop. */
 class WallClockAlarm {
 public:
     WallClockAlarm() noexcept = default;
@@ -14,14 +15,16 @@ public:
     WallClockAlarm& operator=(const WallClockAlarm&) = delete;
     ~WallClockAlarm();
 
-    // False when no descriptor is to be had: the caller looks at the clock again by itself.
-    // kNever: no date.
+    // Sets the date at which `context` wakes up; kNever: no date, steps of the clock only. The
+    // first call creates a timer descriptor. False on a shortage of descriptors: the caller must
+    // read the clock from time to time. The context must outlive the alarm.
     bool Set(GMainContext* context, Nanoseconds date) noexcept;
 
-    // The clock was stepped. Stays so until it is taken note of.
+    // True if the clock was stepped since the last ClearStepped().
     bool WasStepped() const noexcept {
         return stepped_;
     }
+    // Resets WasStepped().
     void ClearStepped() noexcept {
         stepped_ = false;
     }
@@ -32,7 +35,7 @@ private:
 
     int descriptor_ = -1;
     SourcePointer watch_;
-    Nanoseconds date_ = kNever; // what the descriptor is set to
+    Nanoseconds date_ = kNever; // the date that the descriptor is set to
     bool stepped_ = false;
 };
 

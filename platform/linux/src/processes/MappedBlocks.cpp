@@ -1,15 +1,16 @@
 /*
- * The size from which blocks of memory go back to the system as soon as they are freed.
+ * Sets the size from which malloc() maps blocks of their own, which return to the system when
+ * freed.
  *
- * glibc gives a large block a mapping of its own; the rest of the heap goes back only from its end.
- * "Large" is 128 KiB at the start, grows with each such block that is freed, up to 32 MiB, and with
- * it what the heap keeps at its end. A list that is read takes many times the memory of what is
- * kept of it: the chunks from the socket, the frame, the text. All that would stay with the process
- * for good, with what is kept between it. Setting the size, here to what it is at the start, keeps
- * it from growing.
+ * glibc maps a large block separately; the rest of the heap shrinks only from its end. "Large" is
+ * 128 KiB at first. Each freed mapping raises that threshold, up to 32 MiB, and with it the memory
+ * that the heap keeps at its end. Reading a list takes many times the memory of the result: chunks
+ * from the socket, the frame, the text. With a raised threshold that memory stays in the heap for
+ * good, between the blocks that remain in use. Setting the threshold, here to its first value,
+ * keeps it constant.
  *
- * A smaller size costs more than it gives: each directory that is open has a buffer of 32 KiB, and
- * with a mapping for each of them a walk takes 1.4 times as long.
+ * A lower threshold costs more than it saves: each open directory has a buffer of 32 KiB, and with
+ * a mapping for each buffer a walk takes 1.4 times as long.
  */
 
 #include <malloc.h>

@@ -1,9 +1,9 @@
 /*
- * A daemon may write a title over its arguments, beyond the end of the first one even. What glibc
- * and the program still need from that memory is copied away before main: the name that tags the
- * lines of the system log, and the environment, which lies right behind the arguments.
+ * A daemon may write a title over its arguments, even beyond the end of the first one. This module
+ * copies what glibc and the program need from that memory before main(): the name that tags the
+ * lines of the system log, and the environment, which lies directly behind the arguments.
  *
- * The copies stay for good. Short of memory, things are left as they are.
+ * The copies are never freed. On a shortage of memory the originals stay in use.
  */
 
 #include <cerrno>
@@ -14,11 +14,11 @@
 
 namespace {
 
-// What the program was started as, or else the file that was started.
+// argv[0]; if that is missing or empty, the path of the program's file.
 const char* InvocationName(int argc, char** argv) noexcept {
     if (argc > 0 && argv[0][0] != '\0')
         return argv[0];
-    // The kernel passes numbers and addresses alike as numbers.
+    // getauxval() returns addresses as numbers, too.
     return reinterpret_cast<const char*>(getauxval(AT_EXECFN));
 }
 
@@ -53,8 +53,8 @@ void MoveEnvironment() noexcept {
 
 extern "C" {
 
-// glibc passes main's arguments to constructors. Every program that links the platform asks for
-// this one by name (see CMakeLists.txt), since nothing calls it.
+// A constructor: glibc passes main's arguments to it. No code refers to the function, so
+// CMakeLists.txt makes the linker include it by name.
 void PlatformKeepProcessArguments(int argc, char** argv);
 
 __attribute__((constructor)) void PlatformKeepProcessArguments(int argc, char** argv) {

@@ -1,9 +1,11 @@
 /*
- * The process table, from /proc: its numbered entries are the thread group leaders.
+ * The process table, from /proc, whose numbered entries are the thread group leaders.
  *
- * The folder is opened when the program starts, and stays open: that there are processes can then
- * be told without a descriptor to spare. A process whose name takes one that is not to be had is
- * left out, as is one that hides it.
+ * The directory is opened when the program starts and stays open. So the processes can be counted
+ * even when no descriptor is free. A process is left out if reading its name fails, because
+ * descriptors are short or the process is hidden.
+ *
+ * Lock: g_mutex guards the position of the open directory.
  */
 
 #include "processes/ProcessTable.h"
@@ -28,7 +30,7 @@ namespace process {
 namespace {
 
 // Neither has a destructor: threads may outlive main.
-constinit std::mutex g_mutex; // for who reads the folder
+constinit std::mutex g_mutex; // held while g_folder is read
 DIR* g_folder = opendir("/proc");
 
 // The process whose directory has this name, or 0.
@@ -39,7 +41,7 @@ pid_t ProcessOf(const char* name) noexcept {
     return error == std::errc() && rest == end ? process : 0;
 }
 
-// The beginning of a file in the process's directory, as far as it fits; its length, or -1 with
+// Reads at most `size` bytes of a file in the process's directory. Returns their number, or -1 with
 // errno.
 ssize_t ReadFile(int root, pid_t process, const char* name, char* text, std::size_t size) noexcept {
     char path[sizeof "-2147483648/comm"];
@@ -54,7 +56,7 @@ ssize_t ReadFile(int root, pid_t process, const char* name, char* text, std::siz
     return length;
 }
 
-// False when the process has gone, or its name cannot be read.
+// False if the process has gone or its name cannot be read.
 bool ReadCommandName(int root, pid_t process, char (&name)[MAXCOMLEN + 1]) noexcept {
     const ssize_t length = ReadFile(root, process, "comm", name, MAXCOMLEN);
     if (length <= 0)
@@ -64,8 +66,8 @@ bool ReadCommandName(int root, pid_t process, char (&name)[MAXCOMLEN + 1]) noexc
     return true;
 }
 
-// From the text of proc_pid_stat(5): "1234 (name) S 1 ...", of which the 22nd word is the time in
-// clock ticks. The name may hold blanks and parentheses.
+// Parses the text of proc_pid_stat(5): "1234 (name) S 1 ...". The 22nd word is the start time in
+// clock ticks since boot. The name may contain blanks and parentheses.
 bool ParseStartTime(const char* text, timeval& startTime) noexcept {
     constexpr int kWordsBehindName = 20;
     const char* position = std::strrchr(text, ')');
@@ -88,7 +90,7 @@ int Count(DIR* folder, std::size_t& count) noexcept {
         found += ProcessOf(entry->d_name) > 0 ? 1U : 0U;
     if (errno != 0)
         return errno;
-    // Processes that start before the table is read must not make every second reading fail.
+    // Spare records for processes that start before the caller reads the table.
     count = found + found / 8 + 16;
     return 0;
 }
@@ -111,14 +113,14 @@ int Fill(DIR* folder, kinfo_proc* records, std::size_t& count) noexcept {
     }
     if (errno != 0)
         return errno;
-    // The kernel lists them in this order already, but nowhere promises it.
+    // The kernel's order is the same today, but not documented.
     std::ranges::sort(records, records + filled, {},
                       [](const kinfo_proc& record) { return record.kp_proc.p_pid; });
     count = filled;
     return 0;
 }
 
-// What function gives for the kernel's own folder.
+// Returns function(/proc), or an errno value if the directory cannot be opened.
 template<typename Function>
 int WithKernelsFolder(Function function) noexcept {
     const std::lock_guard lock(g_mutex);

@@ -29,7 +29,7 @@ bool ChunkQueue::IsEmpty() const noexcept {
     return size_ == 0;
 }
 
-// A copy, since chunks of any length leave the next header at any address.
+// Copies the header, which is not aligned: chunks have any length.
 ChunkQueue::Header ChunkQueue::FrontHeader() const noexcept {
     Header header = {};
     std::memcpy(&header, blocks_.front().bytes.data() + removed_, sizeof header);

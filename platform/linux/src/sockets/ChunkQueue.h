@@ -12,12 +12,14 @@
 namespace cf {
 
 /*
- * A queue of chunks of bytes, each with the time of its arrival, first in, first out.
+ * A first-in, first-out queue of chunks of bytes, each with the monotonic time of its arrival.
  *
- * The chunks are stored one behind the other in blocks of 128 KiB. One thread appends them, another
- * one takes them: if each chunk were an object of its own, thousands of pending small ones would
- * fragment the heap of the first thread, and their memory would never go back to the system. A
- * block is so large that the daemon's heap maps and unmaps it as a whole.
+ * The queue stores the chunks contiguously in blocks of 128 KiB. One thread appends chunks, another
+ * removes them: if each chunk were an allocation of its own, thousands of small pending chunks
+ * would fragment the first thread's heap, and their memory would never return to the system. A
+ * block is large enough for malloc() to map and unmap it as a whole.
+ *
+ * The queue has no lock; the caller serializes all calls.
  */
 class ChunkQueue {
 public:
@@ -28,21 +30,23 @@ public:
         Nanoseconds arrived;
     };
 
-    // Where the bytes of the next chunk may be written, kMaximumChunkSize of them; empty when
-    // memory is short.
+    // The free space for the next chunk, kMaximumChunkSize bytes; empty on a shortage of memory.
+    // Valid until the next call of Append(), RemoveFront() or Clear().
     std::span<std::uint8_t> Reserve() noexcept;
-    // Appends a chunk: the first bytes of Reserve(), one at least.
+    // Appends the first `length` bytes (1 to kMaximumChunkSize) of the space that Reserve() gave.
     void Append(std::size_t length, Nanoseconds arrived) noexcept;
 
+    // True without chunks.
     bool IsEmpty() const noexcept;
-    // The first chunk, whose bytes stay until it is removed. The queue is not empty.
+    // The first chunk, whose bytes are valid until RemoveFront(). The queue must not be empty.
     Chunk Front() const noexcept;
-    // Keeps the last block for the chunks that follow.
+    // Removes the first chunk and frees its block after the block's last chunk. The queue must not
+    // be empty. The last block is kept for chunks to come.
     void RemoveFront() noexcept;
-    // Frees all blocks.
+    // Removes all chunks and frees all blocks.
     void Clear() noexcept;
 
-    // The memory of all chunks, in bytes, with what the queue stores for each.
+    // The bytes of all chunks, with the header that the queue stores with each.
     std::size_t Size() const noexcept {
         return size_;
     }
@@ -50,10 +54,10 @@ public:
 private:
     struct Header {
         Nanoseconds arrived;
-        std::size_t length; // of the bytes that follow it
+        std::size_t length; // of the chunk's bytes, which follow the header
     };
     struct Block {
-        Block() noexcept {} // leaves the bytes alone, so that only those in use take memory
+        Block() noexcept {} // leaves `bytes` uninitialized: unused pages take no memory
         bool HasFreeSpace() const noexcept {
             return bytes.size() - used >= sizeof(Header) + kMaximumChunkSize;
         }
@@ -64,7 +68,7 @@ private:
     Header FrontHeader() const noexcept;
 
     std::list<Block> blocks_;
-    std::size_t removed_ = 0; // bytes of the first block whose chunks are gone
+    std::size_t removed_ = 0; // bytes of the first block that belong to removed chunks
     std::size_t size_ = 0;
 };
 

@@ -1,16 +1,19 @@
 /*
- * The background reading.
+ * Reading of sockets in the background.
  *
- * A stream is watched while it is started, has not ended and is not full. What arrives is read at
- * once, by the thread of the arrivals, at most a chunk at a time, and the stream's source is
- * signalled. The mutex of the arrivals guards all streams; it is held while a chunk is read, which
- * never blocks, so a descriptor that was unwatched under it is not read any more.
+ * The arrivals thread (Arrivals.h) watches a stream while the stream is started, has not ended and
+ * has not reached the high water mark. It reads input at once, at most one chunk at a time, appends
+ * the chunk to the queue and signals the stream's source. The loop's thread dequeues; at the low
+ * water mark it starts the watching again.
  *
- * Each chunk has the time of its arrival: that of its reading, or the first deadline behind it
- * when the kernel had noted both before anybody could read.
+ * Lock: ArrivalsMutex() guards all streams. The reading thread holds it during recv(), which does
+ * not block. So no thread reads from a descriptor once Unwatch() has returned.
  *
- * The end, an error and the lack of memory for a chunk are one thing: nothing can follow what has
- * been kept so far.
+ * The arrival time of a chunk is the time of recv(). If the kernel reported both the input and a
+ * later deadline before any thread could read, the date of that deadline is used instead.
+ *
+ * The end of the stream, an error and a shortage of memory for a chunk have the same effect: the
+ * stream ends behind the chunks queued so far.
  */
 
 #include "sockets/InboundStream.h"
@@ -36,13 +39,14 @@ Owned<const Object> CreateData(std::span<const std::uint8_t> bytes) noexcept {
         AsObject(CFDataCreate(kCFAllocatorDefault, bytes.data(), std::ssize(bytes))));
 }
 
+// The number of bytes in the socket's receive buffer.
 std::size_t CountUnread(int descriptor) noexcept {
     int count = 0;
     ioctl(descriptor, FIONREAD, &count);
     return static_cast<std::size_t>(count);
 }
 
-// Also in error, which the question takes away.
+// True at the end of the stream and for a pending error. recv() clears the error.
 bool IsAtEnd(int descriptor) noexcept {
     std::uint8_t byte = 0;
     const ssize_t count = recv(descriptor, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
@@ -59,8 +63,8 @@ void InboundStream::OnReadable(WatchedDescriptor& watched, Nanoseconds arrivedBy
         stream.ReadUpTo(ChunkQueue::kMaximumChunkSize, MonotonicNow());
         return;
     }
-    // What waits now came before the deadline, and so did an end behind it. What comes while it is
-    // read did not.
+    // Bytes in the receive buffer now arrived before the deadline, and so did an end of the stream
+    // directly behind them. Bytes that arrive during this loop did not.
     std::size_t unread = CountUnread(stream.descriptor_);
     while (unread > 0 && stream.IsWatched()) {
         const std::size_t count = stream.ReadUpTo(unread, arrivedBy);
@@ -84,7 +88,7 @@ void InboundStream::End(Nanoseconds arrived) noexcept {
     Signal(*source_);
 }
 
-// How many bytes it read; 0 at the end, too.
+// Reads and queues one chunk. Returns its size; 0: no input, or the stream has ended.
 std::size_t InboundStream::ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept {
     const auto space = chunks_.Reserve();
     const ssize_t count =

@@ -10,26 +10,31 @@
 
 namespace cf {
 
-/* What arrives at a socket, read in the background and kept until the socket's loop takes it. */
+/* The inbound bytes of a socket: read by the arrivals thread, queued, and dequeued by the thread of
+   the socket's loop. All functions but the constructor take ArrivalsMutex(); none blocks. */
 class InboundStream : WatchedDescriptor {
 public:
+    // Not started.
     InboundStream() noexcept;
 
-    // Reads from the descriptor, and signals the source when there is something to take. Between
-    // Start and Pause both stay.
+    // Starts reading from `descriptor` and signals `source` whenever Dequeue() has something to
+    // give. Both must stay valid until Pause().
     void Start(int descriptor, Source& source) noexcept;
+    // Stops reading and signalling. Queued chunks remain.
     void Pause() noexcept;
 
     struct Chunk {
-        Owned<const Object> data; // empty: the stream is at its end, or nothing has come
-        bool isEnd = false;       // also for want of memory; nothing may be taken after it
-        bool isLast = true;       // nothing more to take for now
+        Owned<const Object> data; // a CFData; empty: the end of the stream, or an empty queue
+        bool isEnd = false;       // end, error or shortage of memory: do not call Dequeue() again
+        bool isLast = true;       // Dequeue() has nothing more to give now
     };
+    // Removes the first chunk of the queue. Reading resumes at the low water mark.
     Chunk Dequeue() noexcept;
 
-    // Whether what Dequeue gives next had arrived by that time of the monotonic clock.
+    // True if the next result of Dequeue() had arrived by `time` of the monotonic clock.
     bool HasArrivedBy(Nanoseconds time) noexcept;
 
+    // Frees all queued chunks. The stream is paused.
     void Discard() noexcept;
 
 private:
@@ -38,7 +43,7 @@ private:
     std::size_t ReadUpTo(std::size_t size, Nanoseconds arrived) noexcept;
     void End(Nanoseconds arrived) noexcept;
 
-    // All guarded by the mutex of the arrivals.
+    // Guarded by ArrivalsMutex().
     int descriptor_ = -1;
     Source* source_ = nullptr; // while started
     ChunkQueue chunks_;

@@ -16,7 +16,8 @@
 namespace cf {
 namespace {
 
-// BSD: a byte with the length, one with the family, then the path, ended by a NUL or the length.
+// The address is BSD's: a byte with the length, a byte with the family, then the path, which ends
+// with a NUL or with the address.
 constexpr std::size_t kFamilyAt = 1;
 constexpr std::size_t kPathAt = 2;
 constexpr std::size_t kLongestPath = 104;
@@ -29,7 +30,7 @@ std::optional<sockaddr_un> ToKernelAddress(std::span<const std::uint8_t> address
     sockaddr_un result = {};
     static_assert(sizeof result.sun_path > kLongestPath);
     result.sun_family = AF_UNIX;
-    std::ranges::copy(path, result.sun_path); // ends with a NUL in any case
+    std::ranges::copy(path, result.sun_path); // shorter than sun_path: a NUL follows
     return result;
 }
 
@@ -38,15 +39,16 @@ timeval ToTimeval(Nanoseconds time) noexcept {
     return {microseconds / 1'000'000, microseconds % 1'000'000};
 }
 
-// How long the next attempt may take. The kernel rounds its time-out up by as much as an eighth,
-// which is seconds for half a minute, so a long one leaves an eighth to the attempts that follow.
+// The time-out of the next attempt. The kernel rounds a time-out up by as much as an eighth, which
+// is seconds for half a minute. So a long time-out leaves an eighth for the following attempts.
 Nanoseconds NextWait(Nanoseconds left) noexcept {
     constexpr Nanoseconds kShort = kSecond / 10;
     return left > kShort ? left - left / 8 : left;
 }
 
-// Blocks in connect: a non-blocking one fails at once where the listener's backlog is full. EAGAIN
-// is the end of the time-out, which may stay on the socket, since nothing else blocks there.
+// Blocks in connect(): a non-blocking connect() fails at once if the listener's backlog is full.
+// EAGAIN: SO_SNDTIMEO has expired. The option may stay set, because no later call on the socket
+// blocks.
 bool Connect(int descriptor, const sockaddr_un& address, CFTimeInterval timeout) noexcept {
     const Nanoseconds end = MonotonicNow() + ToNanoseconds(timeout);
     do {
@@ -58,7 +60,7 @@ bool Connect(int descriptor, const sockaddr_un& address, CFTimeInterval timeout)
     return false;
 }
 
-// False when the time is over.
+// Waits until the descriptor is writable or the monotonic time `end`. False if `end` has passed.
 bool WaitUntilWritable(int descriptor, Nanoseconds end) noexcept {
     const Nanoseconds left = end - MonotonicNow();
     if (left <= 0)

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_LOCALSTREAM_H
 #define PLATFORM_LOCALSTREAM_H
 
-/* The system calls of a connected local stream socket, with time-outs in seconds. */
+/* The system calls of a connected local stream socket, with time-outs in seconds. Any thread. */
 
 #include <CoreFoundation/CFSocket.h>
 
@@ -10,11 +10,13 @@
 
 namespace cf {
 
-/* A descriptor connected to an address of the layout of <sys/un.h>, or -1: the address is none,
-   nobody listens there, or the listener did not accept in time. */
+/* Connects to `address`, which has the layout of <sys/un.h> of BSD. Returns a descriptor that the
+   caller owns, or -1: the address is invalid, no server listens, the listener's backlog stayed full
+   for `timeout`, or descriptors are short. Blocks for at most about `timeout`. */
 int ConnectToLocalStream(std::span<const std::uint8_t> address, CFTimeInterval timeout) noexcept;
 
-/* Sends all of the bytes, as CFSocketSendData tells. */
+/* Sends all bytes, with the time-out and the results of CFSocketSendData(). Blocks while the
+   socket's send buffer is full. */
 CFSocketError SendAll(int descriptor, std::span<const std::uint8_t> bytes,
                       CFTimeInterval timeout) noexcept;
 

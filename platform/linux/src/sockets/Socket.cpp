@@ -1,10 +1,12 @@
 /*
  * Socket objects.
  *
- * Who holds whom: the source holds its socket until it is invalidated or freed; the socket merely
- * knows its source. Invalidating a socket invalidates the source, so one that its owner forgot to
- * release keeps nothing but itself. All calls but those of CFRetain and CFRelease belong to the
- * thread of the loop that carries the source; what arrives comes through the InboundStream.
+ * Ownership: the source retains its socket until the source is invalidated or freed. The socket has
+ * a plain pointer to its source. Invalidating the socket invalidates the source, so a source that
+ * its owner forgot to release retains no socket.
+ *
+ * Threads: all functions but CFRetain() and CFRelease() are for the thread of the source's loop.
+ * The InboundStream passes the input from the arrivals thread to that thread.
  */
 
 #include "loop/ContextInfo.h"
@@ -26,11 +28,11 @@ struct __CFSocket : cf::Object {
         : cf::Object(&kClass), descriptor(socketDescriptor), callout(socketCallout), info(context),
           endOfStream(cf::Owned<const cf::Object>::Adopt(cf::AsObject(noData))) {}
 
-    int descriptor; // -1: invalidated
+    int descriptor; // -1: the socket is invalid
     const CFSocketCallBack callout;
     cf::ContextInfo info;
     cf::InboundStream stream;
-    const cf::Owned<const cf::Object> endOfStream; // the data of the last callout
+    const cf::Owned<const cf::Object> endOfStream; // the empty data of the last callout
     cf::Source* source = nullptr;
 };
 
@@ -58,7 +60,7 @@ void InvalidateSocket(Socket& socket) noexcept {
     Close(socket);
 }
 
-// No source is left, since it would hold the socket, and so nothing reads.
+// A source would retain the socket, so there is none, and the stream is not started.
 void DestroySocket(Object* object) noexcept {
     auto* socket = static_cast<Socket*>(object);
     if (socket->descriptor >= 0)
@@ -71,7 +73,8 @@ void CallOut(Socket& socket, const Object* data) noexcept {
         [&](void* info) { socket.callout(&socket, kCFSocketDataCallBack, nullptr, data, info); });
 }
 
-// What the source tells. One chunk a turn; the end is a turn of its own.
+// The source's perform: delivers one chunk per iteration. The end of the stream takes an iteration
+// of its own.
 void Deliver(void* info) noexcept {
     const auto socket = Owned<Socket>::Share(static_cast<Socket*>(info));
     const auto chunk = socket->stream.Dequeue();
@@ -130,7 +133,7 @@ CFSocketRef CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
         return nullptr;
     CFDataRef noData = CFDataCreate(kCFAllocatorDefault, nullptr, 0);
     cf::Socket* socket = nullptr;
-    // A connection that nobody could read from is none.
+    // Without the arrivals thread nothing would read from the connection.
     if (noData != nullptr && cf::StartArrivals())
         socket = new (std::nothrow) cf::Socket(descriptor, callout, context, noData);
     if (socket == nullptr) {

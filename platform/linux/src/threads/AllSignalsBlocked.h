@@ -5,10 +5,11 @@
 
 namespace process {
 
-/* While it lives, threads that are made get no signals: those are for the threads that the program
-   knows of. */
+/* Blocks all signals of the calling thread for its lifetime. A thread that is created meanwhile
+   inherits the mask, so signals go to the program's own threads only. */
 class AllSignalsBlocked {
 public:
+    // Saves the signal mask of the calling thread.
     AllSignalsBlocked() noexcept {
         sigset_t all;
         sigfillset(&all);
