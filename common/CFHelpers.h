@@ -8,8 +8,8 @@
  * signed integer of the same width; a pointer as a 64-bit number; a flag as kCFBooleanTrue or
  * kCFBooleanFalse; text as a string object.
  *
- * The collection owns what it stores; the caller keeps no reference. A setter or an append that
- * fails leaves the collection as it was. Sizes of text buffers are in bytes and include the
+ * Only the collection owns the objects that are stored here. A setter or an append that fails
+ * leaves the collection as it was. Sizes of text buffers are in bytes and include the
  * terminator. Errors have the default code unless a contract names another, and are not logged.
  *
  * Any thread may call these functions, and none blocks. The caller serialises the access to a
@@ -22,9 +22,10 @@
 
 /* ---- dictionaries ---- */
 
-/* Get fails if the key is missing, and then leaves *value as it was; or if the value is not a
-   number of the type, and then *value is unspecified. Set replaces any value of the key. Adjust
-   adds delta to the number of the key, wrapping in its width; a missing key is an error. */
+/* Get fails if the key is missing, and then leaves *value as it was; or if its value is not a
+   number that the type can represent, and then *value is unspecified. Set replaces any value of the
+   key. Adjust adds delta to the number of the key, wrapping in its width; a missing key is an
+   error. */
 VErrLink* CFHDictionaryGetSInt64Value(CFDictionaryRef dict, CFStringRef key, SInt64* value);
 VErrLink* CFHDictionarySetSInt64Value(CFMutableDictionaryRef dict, CFStringRef key, SInt64 value);
 VErrLink* CFHDictionaryAdjustSInt64Value(CFMutableDictionaryRef dict, CFStringRef key,
@@ -59,8 +60,8 @@ VErrLink* CFHDictionaryGetStringValue(CFDictionaryRef dict, CFStringRef key, CFI
 VErrLink* CFHDictionarySetStringValue(CFMutableDictionaryRef dict, CFStringRef key,
                                       const char* text, CFStringEncoding encoding);
 
-/* Get writes 0 or 1. It fails, and leaves *flag as it was, if the key is missing or its value is not
-   a boolean. Set stores true for any flag but 0. It always returns null: without memory, the
+/* Get writes 0 or 1. It fails, and leaves *flag as it was, if the key is missing or its value is
+   not a boolean. Set stores true for any flag but 0. It always returns null: without memory, the
    dictionary stays as it was. */
 VErrLink* CFHDictionaryGetBoolValue(CFDictionaryRef dict, CFStringRef key, SInt32* flag);
 VErrLink* CFHDictionarySetBoolValue(CFMutableDictionaryRef dict, CFStringRef key, SInt32 flag);

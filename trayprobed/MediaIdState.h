@@ -14,7 +14,7 @@
  *
  * A state dictionary is copied, changed and stored as a whole: after a failure, the former one is
  * unchanged. For a changer that is not known, functions fail with kVErrCodeNotFound. Flags are 0 or
- * 1. Any thread may call any function, unless its contract names one.
+ * 1. Any thread may call any function whose contract names no thread.
  */
 
 #include "common/VErr.h"

@@ -9,8 +9,8 @@ static const char kSourcePath[] = "trayprobed/MediaIdState"; // links name the s
 
 constexpr CFTimeInterval kDailyInterval = 86400.0; // seconds, whatever the length of the day
 
-// One GUID number for each changer that was ever scheduled, by itself. The numbers are never
-// released: timers use them without retaining them. Guarded by the store's own lock.
+// The GUID numbers of all changers that were ever scheduled; key and value are the same object.
+// They are never released: timers use them without retaining them. Guarded by the store's own lock.
 static CFMutableDictionaryRef g_timerGUIDNumbers = nullptr;
 
 static const CFStringRef kTimer = CFSTR("FS Cache Timer");
