@@ -11,7 +11,7 @@ namespace {
 
 bool ParseSwitch(std::string_view key, std::string_view text) {
     if (text != "yes" && text != "no")
-        throw CommandError(std::string(key) + " is yes or no");
+        throw CommandError(std::string(key) + " must be yes or no");
     return text == "yes";
 }
 
@@ -20,7 +20,7 @@ std::uint64_t ParseDigits(std::string_view key, std::string_view digits, int bas
     const char* end = digits.data() + digits.size();
     const auto result = std::from_chars(digits.data(), end, number, base);
     if (result.ec != std::errc() || result.ptr != end)
-        throw CommandError(std::string(key) + " is no number in range");
+        throw CommandError(std::string(key) + " must be a number in range");
     return number;
 }
 
@@ -38,7 +38,7 @@ bool IsInUsage(std::string_view usage, std::string_view key) {
 Arguments::Arguments(Values values, std::string_view usage) : values_(std::move(values)) {
     for (const auto& [key, value] : values_)
         if (!IsInUsage(usage, key))
-            throw CommandError("what is " + key + "?");
+            throw CommandError("unknown argument: " + key);
 }
 
 std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& text,
@@ -47,14 +47,14 @@ std::uint64_t Arguments::ParseNumber(std::string_view key, const std::string& te
     const std::uint64_t number = ParseDigits(
         key, std::string_view(text).substr(isHexadecimal ? 2 : 0), isHexadecimal ? 16 : 10);
     if (number > maximum)
-        throw CommandError(std::string(key) + " is at most " + std::to_string(maximum));
+        throw CommandError(std::string(key) + " must be at most " + std::to_string(maximum));
     return number;
 }
 
 std::string Arguments::RequiredText(std::string_view key) const {
     const auto found = values_.find(key);
     if (found == values_.end())
-        throw CommandError(std::string(key) + " is missing");
+        throw CommandError("missing argument: " + std::string(key));
     return found->second;
 }
 

@@ -57,7 +57,7 @@ Preferences Changer::CurrentPreferences() const {
 void Changer::Put(NewDisc newDisc) {
     const Section section(*this);
     if (newDisc.slot >= slots_.size() || slots_[newDisc.slot])
-        throw CommandError("no such slot, or not empty");
+        throw CommandError("no such slot, or the slot is not empty");
     const SlotIndex slot = newDisc.slot;
     Disc disc = MakeDisc(std::move(newDisc));
     for (const auto& volume : disc.volumes)
@@ -74,7 +74,7 @@ Changer::Disc Changer::MakeDisc(NewDisc newDisc) {
         const std::string number = std::to_string(disc.partitionsWithFileSystem.size());
         const std::string name = number == "1" ? newDisc.name : newDisc.name + '-' + number;
         if (HasMediaRoot(name))
-            throw CommandError("another disc has that name");
+            throw CommandError("another disc has the name " + name);
         if (partition.hasFileSystem) {
             disc.volumes.push_back(std::make_shared<Volume>(
                 Volume{++lastVolume_, newDisc.slot, name, number, std::move(partition.tree), {}}));
@@ -114,7 +114,7 @@ void Changer::Forget(SlotIndex slot) {
 void Changer::RequestAbort(const std::string& client, bool create) {
     const Section section(*this);
     if (!create && !statuses_.contains(client))
-        throw CommandError("the client has no status");
+        throw CommandError("client has no status: " + client);
     ClientStatus& status = statuses_[client];
     status.abortRequested = true;
     events_.Report("status", Describe(client, status));

@@ -40,7 +40,7 @@ FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
     options.mountPoint = arguments.TextOr("mount", "");
     const std::string info = arguments.TextOr("info", "xml");
     if (info != "xml" && info != "binary")
-        throw CommandError("info is xml or binary");
+        throw CommandError("info must be xml or binary");
     options.binaryInfo = info == "binary";
     options.kernelCache = arguments.SwitchOr("kernel-cache", false);
     return options;
@@ -80,7 +80,7 @@ NewDisc ReadDisc(const Arguments& arguments) {
     disc.slot = arguments.RequiredNumber<SlotIndex>("slot");
     disc.name = arguments.TextOr("name", "disc-" + std::to_string(disc.slot));
     if (disc.name.empty() || disc.name.find('/') != disc.name.npos)
-        throw CommandError("that is no name for a media root");
+        throw CommandError("invalid name for a media root: " + disc.name);
     disc.kind = arguments.NumberOr<std::uint16_t>("kind", 1);
     disc.identified = arguments.SwitchOr("identified", false);
     const auto unformatted = arguments.NumberSet("unformatted");
@@ -126,9 +126,9 @@ Fault ReadFault(const Arguments& arguments) {
 void CheckFaultTarget(const std::string& target, FaultKind kind) {
     const bool isOfReplies = kind == FaultKind::Error || kind == FaultKind::Late;
     if (target == "connection" && kind != FaultKind::Close)
-        throw CommandError("a connection can only be closed");
+        throw CommandError("on=connection supports do=close only");
     if (target == "notification" && (isOfReplies || kind == FaultKind::Close))
-        throw CommandError("no such fault of notifications");
+        throw CommandError("on=notification does not support do=" + std::string(FaultName(kind)));
 }
 
 } // namespace
@@ -189,7 +189,7 @@ bool Control::Execute(std::string_view line) {
             return true;
         const auto command = std::ranges::find(kCommands, parsed.word, &Command::name);
         if (command == std::end(kCommands))
-            throw CommandError("no such command, try help");
+            throw CommandError("unknown command: " + parsed.word + "; try help");
         const Arguments arguments(parsed.values, command->usage);
         if (!command->run)
             return false;

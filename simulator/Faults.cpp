@@ -57,7 +57,7 @@ std::string_view FaultName(FaultKind kind) {
 FaultKind ParseFaultName(std::string_view name) {
     const auto found = std::ranges::find(kFaultNames, name);
     if (found == kFaultNames.end())
-        throw CommandError("no such fault: " + std::string(name));
+        throw CommandError("unknown fault: " + std::string(name));
     return static_cast<FaultKind>(found - kFaultNames.begin());
 }
 

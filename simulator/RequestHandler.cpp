@@ -16,14 +16,14 @@ public:
 std::int64_t RequiredInteger(const Value& request, const char* key) {
     const auto integer = request.FindInteger(key);
     if (!integer)
-        throw MissingKey(std::string("no number under ") + key);
+        throw MissingKey(std::string("missing number: ") + key);
     return *integer;
 }
 
 std::string RequiredString(const Value& request, const char* key) {
     auto text = request.FindString(key);
     if (!text)
-        throw MissingKey(std::string("no string under ") + key);
+        throw MissingKey(std::string("missing string: ") + key);
     return std::move(*text);
 }
 

@@ -32,7 +32,7 @@ void Simulator::AddChanger(const ChangerConfig& shape, const ChangerTiming& timi
     {
         const std::lock_guard guard(lock_);
         if (units_.contains(shape.guid))
-            throw CommandError("there is such a changer already");
+            throw CommandError("changer exists already: " + FormatGuid(shape.guid));
         if (!options.mountPoint.empty())
             unit.fileSystem = std::make_unique<ChangerFileSystem>(*unit.changer, options, events_);
         unit.clock =
@@ -65,14 +65,14 @@ Simulator::Unit& Simulator::FindUnit(std::uint64_t guid) {
     const std::lock_guard guard(lock_);
     const auto found = units_.find(guid);
     if (found == units_.end())
-        throw CommandError("no such changer");
+        throw CommandError("no such changer: " + FormatGuid(guid));
     return found->second;
 }
 
 std::shared_ptr<Changer> Simulator::FindChanger(std::uint64_t guid) const {
     auto changer = Find(guid).changer;
     if (!changer)
-        throw CommandError("no such changer");
+        throw CommandError("no such changer: " + FormatGuid(guid));
     return changer;
 }
 
@@ -95,19 +95,19 @@ KnownChanger Simulator::Find(std::uint64_t guid) const {
 void Simulator::MountFileSystem(std::uint64_t guid, const std::string& path) {
     Unit& unit = FindUnit(guid);
     if (unit.fileSystem)
-        throw CommandError("it is mounted");
+        throw CommandError("file system is already mounted");
     const std::lock_guard guard(lock_);
     if (!path.empty())
         unit.options.mountPoint = path;
     if (unit.options.mountPoint.empty())
-        throw CommandError("where?");
+        throw CommandError("no mount point: give mount=DIRECTORY");
     unit.fileSystem = std::make_unique<ChangerFileSystem>(*unit.changer, unit.options, events_);
 }
 
 void Simulator::UnmountFileSystem(std::uint64_t guid) {
     const auto fileSystem = std::exchange(FindUnit(guid).fileSystem, nullptr);
     if (!fileSystem)
-        throw CommandError("it is not mounted");
+        throw CommandError("file system is not mounted");
 }
 
 void Simulator::SetIdentifyOnInsert(std::optional<bool> identify) {
@@ -139,7 +139,7 @@ Value Simulator::Describe(Notifications notification) const {
 
 void Simulator::Start() {
     if (messages_)
-        throw CommandError("it is started");
+        throw CommandError("sockets are already open");
     const std::string suffix = std::to_string(getpid());
     const std::string notificationPath = socketDirectory_ + "/carouseldn-" + suffix;
     const std::string messagePath = socketDirectory_ + "/carouseld-" + suffix;
@@ -190,7 +190,7 @@ void Simulator::SendRaw(const std::vector<Piece>& pieces) {
 
 NotificationServer& Simulator::FindNotificationServer() {
     if (!notifications_)
-        throw CommandError("it is not started");
+        throw CommandError("sockets are not open: use start");
     return *notifications_;
 }
 

@@ -21,7 +21,7 @@ std::size_t CountOccurrences(std::string_view text, std::string_view word) {
 std::string TakeBuffer(char* buffer, std::uint32_t length) {
     const std::unique_ptr<char, decltype(&std::free)> owner(buffer, &std::free);
     if (!buffer)
-        throw ValueError("the property list cannot be written");
+        throw ValueError("cannot write the property list");
     return std::string(buffer, length);
 }
 

@@ -45,7 +45,7 @@ public:
 
     std::string TakeValue() {
         if (rest_.empty() || rest_.front() != '=')
-            throw CommandError("each word after the first needs a value: key=value");
+            throw CommandError("argument without a value: give key=value");
         rest_.remove_prefix(1);
         if (rest_.starts_with('"'))
             return TakeQuoted();
@@ -64,7 +64,7 @@ private:
 
     char TakeCharacter() {
         if (rest_.empty())
-            throw CommandError("a quoted value does not end");
+            throw CommandError("unterminated quoted value");
         const char character = rest_.front();
         rest_.remove_prefix(1);
         return character;
@@ -115,7 +115,7 @@ CommandLine ParseCommandLine(std::string_view line) {
         std::string key = scanner.TakeWord();
         std::string value = scanner.TakeValue();
         if (!result.values.emplace(key, std::move(value)).second)
-            throw CommandError(key + " is given twice");
+            throw CommandError("duplicate argument: " + key);
     }
     return result;
 }
@@ -146,7 +146,7 @@ std::string Quote(std::string_view text) {
 
 std::string ParseHexBytes(std::string_view digits) {
     if (digits.size() % 2 != 0)
-        throw CommandError("an odd number of hexadecimal digits");
+        throw CommandError("odd number of hexadecimal digits");
     std::string bytes;
     for (std::size_t index = 0; index < digits.size(); index += 2)
         bytes += ParseHexByte(digits[index], digits[index + 1]);

@@ -288,7 +288,8 @@ TEST_F(ProgramTest, FileSystemComesAndGoes) {
         EXPECT_EQ(ListNames("/tmp/elsewhere").size(), 1u);
         EXPECT_EQ(program.Tell("remove-changer changer=A1").back(), "ok");
         program.Tell("add-changer changer=B2 slots=1 drives=1 info=binary");
-        EXPECT_TRUE(program.Tell("mount changer=B2").back().starts_with("error "));
+        EXPECT_EQ(program.Tell("mount changer=B2").back(),
+                  "error \"no mount point: give mount=DIRECTORY\"");
         EXPECT_EQ(program.Tell("mount changer=B2 mount=/tmp/later").back(), "ok");
         EXPECT_TRUE(ReadAll("/tmp/later/.changer_info.plist").starts_with("bplist00"));
         EXPECT_FALSE(IsMounted("/tmp/elsewhere"));
@@ -315,6 +316,8 @@ TEST_F(ProgramTest, WrongCommandsChangeNothing) {
               "fault on=connection do=late after=1", "notify hex=00", "quit now=yes"}) {
             EXPECT_TRUE(program.Tell(command).front().starts_with("error \"")) << command;
         }
+        EXPECT_EQ(program.Tell("brew").back(), "error \"unknown command: brew; try help\"");
+        EXPECT_EQ(program.Tell("stop now=yes").back(), "error \"unknown argument: now\"");
         EXPECT_EQ(program.Tell("show"), std::vector<std::string>{"ok"});
         EXPECT_GT(program.Tell("help").size(), 20u);
     });
