@@ -51,14 +51,14 @@ std::size_t AwaitThreads(const testbed::Daemon& daemon, std::size_t count) {
     return most;
 }
 
-// The server holds its notifications back until the command "release".
+// The server holds its notifications back until the command "resume".
 void StartPaused(testbed::TestRun& run) {
     run.StartServer();
     testbed::Simulator& server = run.Server();
     server.Do("events kinds=request,reply,identified,info-open");
     for (int i = 0; i < kManyChangers; ++i)
         Fill(server, i);
-    server.Do("hold");
+    server.Do("pause");
     server.Do("start");
     run.StartDaemon();
     for (int i = 0; i < 2 * kManyChangers; ++i)
@@ -72,7 +72,7 @@ std::size_t RunConcurrently(testbed::TestRun& run, std::size_t threadsBefore) {
     testbed::Simulator& server = run.Server();
     for (int i = 0; i < kManyChangers; ++i)
         server.Do("identify" + ChangerNamed(i));
-    server.Do("release");
+    server.Do("resume");
     const std::size_t most =
         AwaitThreads(run.Daemon(), threadsBefore + kIdentifications + kManyChangers);
     for (int i = 0; i < kIdentifications; ++i)
@@ -123,7 +123,7 @@ Cost IdentifyDiscs(const std::string& mount) {
     server.Do("add-changer changer=A1 slots=100 drives=2" + mount);
     for (int slot = 0; slot < kDiscs; ++slot)
         server.Do("put changer=A1 directories=0 files=0 slot=" + std::to_string(slot));
-    server.Do("hold");
+    server.Do("pause");
     server.Do("start");
     run.StartDaemon();
     server.Await("subscriber");
@@ -132,7 +132,7 @@ Cost IdentifyDiscs(const std::string& mount) {
     const pid_t daemon = run.Daemon().Pid();
     const double before = ProcessorTimeOf(daemon);
     const auto start = std::chrono::steady_clock::now();
-    server.Do("release");
+    server.Do("resume");
     testbed::Event last;
     for (int i = 0; i < 2 * kDiscs; ++i)
         last = server.Await("request", {{"command", "request identification"}});

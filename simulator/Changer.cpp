@@ -19,10 +19,10 @@ Changer::Section::~Section() {
         callback();
 }
 
-Changer::Changer(const ChangerConfig& shape, Events& events, std::function<void()> changed,
+Changer::Changer(const ChangerConfig& config, Events& events, std::function<void()> changed,
                  Clock clock)
-    : guid_(shape.guid), events_(events), changed_(std::move(changed)), clock_(std::move(clock)),
-      ready_(shape.ready), slots_(shape.slots), mechanics_(shape.drives) {}
+    : guid_(config.guid), events_(events), changed_(std::move(changed)), clock_(std::move(clock)),
+      ready_(config.ready), slots_(config.slots), mechanics_(config.drives) {}
 
 // ---- What the user does ----
 
@@ -99,7 +99,7 @@ void Changer::Take(SlotIndex slot) {
     for (const auto& volume : disc.volumes)
         volumes_.erase(volume->id);
     mechanics_.Drop(slot);
-    Unwant(slot);
+    CancelLoad(slot);
     slots_[slot].reset();
     NoteChange();
 }
@@ -136,14 +136,14 @@ MountOutcome Changer::Mount(const MountRequest& request) {
 
 Outcome Changer::CheckMount(const MountRequest& request, const Disc* disc) const {
     if (!disc)
-        return {ReplyCode::NoSuchThing, "no disc in that slot"};
+        return {ReplyCode::NotFound, "no disc in that slot"};
     const auto hasId = [&](const auto& volume) {
         return volume->partitionId == request.partitionId;
     };
     if (!request.partitionId.empty() && std::ranges::none_of(disc->volumes, hasId))
-        return {ReplyCode::NoSuchThing, "no such partition"};
+        return {ReplyCode::NotFound, "no such partition"};
     if (request.drive && *request.drive >= mechanics_.DriveCount())
-        return {ReplyCode::NoSuchThing, "no such drive"};
+        return {ReplyCode::NotFound, "no such drive"};
     if (disc->holder && disc->holder->user != request.user) {
         if (disc->holder->user.isPrivate)
             return {ReplyCode::Private, "the disc is mounted privately"};
@@ -156,12 +156,12 @@ Outcome Changer::BeginMount(const MountRequest& request, Disc& disc) {
     const Phase phase = mechanics_.PhaseOf(request.slot);
     if (phase == Phase::Unloading)
         return {ReplyCode::Busy, "the disc is on its way to its slot"};
-    if (phase == Phase::InSlot && !IsWanted(request.slot)) {
+    if (phase == Phase::InSlot && !IsLoadQueued(request.slot)) {
         if (!request.mayStart)
             return {ReplyCode::NotMounted, "the disc is not mounted"};
         if (!mechanics_.IsRobotIdle() || !ChooseDrive(request.drive))
             return {ReplyCode::Busy, "the robot or the drives are busy"};
-        Want(request.slot, request.drive);
+        EnqueueLoad(request.slot, request.drive);
     }
     if (!disc.holder) {
         disc.holder = Holder{request.user};
@@ -191,10 +191,10 @@ Outcome Changer::Eject(const EjectRequest& request) {
     const Section section(*this);
     const Disc* disc = FindDisc(request.slot);
     if (!disc)
-        return {ReplyCode::NoSuchThing, "no disc in that slot"};
-    const bool isStrangers =
+        return {ReplyCode::NotFound, "no disc in that slot"};
+    const bool isPrivateOfOther =
         disc->holder && disc->holder->user.isPrivate && disc->holder->user != request.user;
-    if (isStrangers && !request.overridePrivate)
+    if (isPrivateOfOther && !request.overridePrivate)
         return {ReplyCode::Private, "the disc is mounted privately"};
     return BeginEject(request);
 }
@@ -212,7 +212,7 @@ Outcome Changer::BeginEject(const EjectRequest& request) {
     } else if (phase == Phase::InSlot) {
         disc.holder.reset();
         if (disc.waiters.empty())
-            Unwant(request.slot);
+            CancelLoad(request.slot);
     }
     if (phase != Phase::InSlot)
         return {ReplyCode::Busy, "the robot or the drive is busy"};
@@ -223,7 +223,7 @@ Outcome Changer::RequestDiscIdentification(SlotIndex slot, bool request) {
     const Section section(*this);
     Disc* disc = FindDisc(slot);
     if (!disc)
-        return {ReplyCode::NoSuchThing, "no disc in that slot"};
+        return {ReplyCode::NotFound, "no disc in that slot"};
     if (std::exchange(disc->requested, request) != request)
         NoteChange();
     return {};
@@ -278,46 +278,45 @@ std::shared_ptr<Volume> Changer::FindVolumeLocked(std::uint32_t id) const {
     return found == volumes_.end() ? nullptr : found->second;
 }
 
-void Changer::List(std::uint32_t id, EntryIndex directory, Ready ready) {
+void Changer::List(std::uint32_t id, EntryIndex directory, Callback callback) {
     const Section section(*this);
-    const auto volume = FindVolumeLocked(id);
-    if (!volume) {
-        callbacks_.push_back([ready] { ready(ESTALE); });
+    const auto volume = FindVolumeOrFail(id, callback);
+    if (!volume)
         return;
-    }
     Volume::Directory& state = volume->directories[directory];
     ++state.listings;
-    events_.Report("listing", Describe(volume->slot)
-                                  .Add("partition", volume->partitionId)
-                                  .Add("path", volume->tree->Path(directory))
-                                  .Add("cached", state.cached));
+    events_.Report("listing", Describe(*volume, directory).Add("cached", state.cached));
     if (state.cached)
-        callbacks_.push_back([ready] { ready(0); });
+        callbacks_.push_back([callback] { callback(0); });
     else
-        WaitForDisc(volume, directory, std::move(ready));
+        WaitForDisc(volume, directory, std::move(callback));
 }
 
-void Changer::Open(std::uint32_t id, EntryIndex file, Ready ready) {
+void Changer::Open(std::uint32_t id, EntryIndex file, Callback callback) {
     const Section section(*this);
-    const auto volume = FindVolumeLocked(id);
-    if (!volume) {
-        callbacks_.push_back([ready] { ready(ESTALE); });
+    const auto volume = FindVolumeOrFail(id, callback);
+    if (!volume)
         return;
-    }
-    events_.Report("open", Describe(volume->slot)
-                               .Add("partition", volume->partitionId)
-                               .Add("path", volume->tree->Path(file)));
-    WaitForDisc(volume, file, std::move(ready));
+    events_.Report("open", Describe(*volume, file));
+    WaitForDisc(volume, file, std::move(callback));
 }
 
-void Changer::WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entry, Ready ready) {
-    FindDisc(volume->slot)->waiters.push_back({volume->id, entry, std::move(ready)});
+std::shared_ptr<Volume> Changer::FindVolumeOrFail(std::uint32_t id, const Callback& callback) {
+    auto volume = FindVolumeLocked(id);
+    if (!volume)
+        callbacks_.push_back([callback] { callback(ESTALE); });
+    return volume;
+}
+
+void Changer::WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entry,
+                          Callback callback) {
+    FindDisc(volume->slot)->waiters.push_back({volume->id, entry, std::move(callback)});
 }
 
 // ---- Small helpers ----
 
 Changer::Disc* Changer::FindDisc(SlotIndex slot) {
-    return slot < slots_.size() && slots_[slot] ? &*slots_[slot] : nullptr;
+    return const_cast<Disc*>(std::as_const(*this).FindDisc(slot));
 }
 
 const Changer::Disc* Changer::FindDisc(SlotIndex slot) const {
@@ -333,6 +332,12 @@ Changer::Disc& Changer::RequiredDisc(SlotIndex slot) {
 
 Fields Changer::Describe(SlotIndex slot) const {
     return Fields().AddChanger(guid_).Add("slot", slot);
+}
+
+Fields Changer::Describe(const Volume& volume, EntryIndex entry) const {
+    return Describe(volume.slot)
+        .Add("partition", volume.partitionId)
+        .Add("path", volume.tree->Path(entry));
 }
 
 Fields Changer::Describe(const std::string& client, const ClientStatus& status) const {

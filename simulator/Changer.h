@@ -42,7 +42,7 @@ enum class ReplyCode : std::int32_t {
     Busy = 1021,
     NotMounted = 1030,
     Private = 1031,
-    NoSuchThing = 1032,
+    NotFound = 1032,
     MissingKey = 1033,
     UnknownCommand = 1034,
 };
@@ -133,17 +133,18 @@ struct ChangerConfig {
 
 struct ChangerTiming {
     DriveTiming drives;
-    milliseconds appear{0};     // from identification to the media roots
-    milliseconds patience{500}; // of a request before it is answered "busy"
+    milliseconds appear{0};    // from identification to the media roots
+    milliseconds timeout{500}; // of a request before it is answered "busy"
 };
 
 class Changer {
 public:
     using Clock = std::function<TimePoint()>;
-    using Ready = std::function<void(int errorNumber)>;
+    using Callback = std::function<void(int errorNumber)>;
 
     // Changed is called, with the lock held, whenever the information has changed.
-    Changer(const ChangerConfig& shape, Events& events, std::function<void()> changed, Clock clock);
+    Changer(const ChangerConfig& config, Events& events, std::function<void()> changed,
+            Clock clock);
 
     std::uint64_t Guid() const {
         return guid_;
@@ -178,9 +179,9 @@ public:
     std::shared_ptr<const Volume> FindVolume(std::uint32_t id);
     // Ready is called with 0 as soon as the directory is cached, with an error number if it never
     // will be; perhaps before this returns, else on another thread.
-    void List(std::uint32_t volume, EntryIndex directory, Ready ready);
+    void List(std::uint32_t volume, EntryIndex directory, Callback callback);
     // The same for reading a file, which needs the disc in a drive.
-    void Open(std::uint32_t volume, EntryIndex file, Ready ready);
+    void Open(std::uint32_t volume, EntryIndex file, Callback callback);
 
     Value MakeInfo();
     void Print(std::optional<SlotIndex> slot, bool withDirectories);
@@ -201,7 +202,7 @@ private:
     struct Waiter {
         std::uint32_t volume;
         EntryIndex entry;
-        Ready ready;
+        Callback callback;
     };
     struct Disc {
         std::uint16_t kind = 1;
@@ -217,7 +218,7 @@ private:
         std::vector<Waiter> waiters;
         std::uint64_t lastUse = 0;
     };
-    struct Wanted {
+    struct QueuedLoad {
         SlotIndex slot;
         std::optional<DriveIndex> drive;
     };
@@ -239,6 +240,7 @@ private:
     Disc MakeDisc(NewDisc newDisc);
     bool HasMediaRoot(const std::string& name) const;
     Fields Describe(SlotIndex slot) const;
+    Fields Describe(const Volume& volume, EntryIndex entry) const;
     Fields Describe(const std::string& client, const ClientStatus& status) const;
     void NoteChange();
 
@@ -250,10 +252,10 @@ private:
     void ServeWaiters(SlotIndex slot, Disc& disc);
     void FailWaitersOf(Disc& disc);
     void FinishListing(const Waiter& waiter);
-    bool BeginNextWanted();
-    void Want(SlotIndex slot, std::optional<DriveIndex> drive);
-    void Unwant(SlotIndex slot);
-    bool IsWanted(SlotIndex slot) const;
+    bool BeginNextLoad();
+    void EnqueueLoad(SlotIndex slot, std::optional<DriveIndex> drive);
+    void CancelLoad(SlotIndex slot);
+    bool IsLoadQueued(SlotIndex slot) const;
     bool CanBeEmptied(DriveIndex drive) const;
     std::optional<DriveIndex> ChooseDrive(std::optional<DriveIndex> wished) const;
     void BeginLoad(SlotIndex slot, DriveIndex drive);
@@ -265,7 +267,8 @@ private:
     MountOutcome DescribeMount(const MountRequest& request, const Disc& disc) const;
     Outcome BeginEject(const EjectRequest& request);
     std::shared_ptr<Volume> FindVolumeLocked(std::uint32_t id) const;
-    void WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entry, Ready ready);
+    std::shared_ptr<Volume> FindVolumeOrFail(std::uint32_t id, const Callback& callback);
+    void WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entry, Callback callback);
 
     std::uint32_t MountState(SlotIndex slot) const;
     Value MakeMediaInfo(SlotIndex slot) const;
@@ -292,7 +295,7 @@ private:
     std::vector<std::optional<Disc>> slots_;
     std::map<std::uint32_t, std::shared_ptr<Volume>> volumes_; // those of the discs, by number
     Mechanics mechanics_;
-    std::deque<Wanted> wanted_;
+    std::deque<QueuedLoad> loadQueue_;
     std::uint32_t lastVolume_ = 0;
     std::uint64_t lastUse_ = 0;
 };

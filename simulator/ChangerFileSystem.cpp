@@ -81,7 +81,7 @@ ChangerFileSystem::ChangerFileSystem(Changer& changer, const FileSystemOptions& 
 }
 
 ChangerFileSystem::~ChangerFileSystem() {
-    stop_.Ring();
+    stop_.Signal();
     threads_.clear();
     changer_.FailWaiters();
     operations_->WaitUntilAnswered();
@@ -104,7 +104,7 @@ void ChangerFileSystem::Serve() {
 // One request; false when there will be no more.
 bool ChangerFileSystem::ReceiveAndProcess(fuse_buf& buffer) {
     {
-        const std::lock_guard guard(turn_);
+        const std::lock_guard guard(receiveLock_);
         pollfd sources[] = {{fuse_session_fd(session_.get()), POLLIN, 0}, {stop_.Get(), POLLIN, 0}};
         if (poll(sources, 2, -1) < 0)
             return errno == EINTR;

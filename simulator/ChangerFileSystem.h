@@ -58,8 +58,8 @@ private:
     bool madeMountPoint_ = false;
     std::unique_ptr<FileSystemOperations> operations_;
     std::unique_ptr<fuse_session, FreeSession> session_;
-    Bell stop_;
-    std::mutex turn_; // whose turn it is to wait for the kernel's next request
+    WakeEvent stop_;
+    std::mutex receiveLock_; // whose turn it is to wait for the kernel's next request
     std::vector<std::jthread> threads_;
 };
 

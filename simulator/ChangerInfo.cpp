@@ -65,7 +65,7 @@ std::uint32_t Changer::MountState(SlotIndex slot) const {
     constexpr std::uint32_t kWaitsForRobot = 0x40; // in its slot: not counted as mounted
     switch (mechanics_.PhaseOf(slot)) {
     case Phase::InSlot:
-        return IsWanted(slot) ? kWaitsForRobot : 0;
+        return IsLoadQueued(slot) ? kWaitsForRobot : 0;
     case Phase::Readable:
         return 2;
     case Phase::Unloading:
@@ -152,9 +152,7 @@ void Changer::PrintSlot(SlotIndex slot, const Disc& disc, bool withDirectories) 
                 const auto found = volume->directories.find(index);
                 const auto state =
                     found == volume->directories.end() ? Volume::Directory{} : found->second;
-                print("directory", Describe(slot)
-                                       .Add("partition", volume->partitionId)
-                                       .Add("path", volume->tree->Path(index))
+                print("directory", Describe(*volume, index)
                                        .Add("cached", state.cached)
                                        .Add("listings", state.listings));
             }

@@ -39,7 +39,7 @@ void Changer::FailWaiters() {
 
 void Changer::FailWaitersOf(Disc& disc) {
     for (Waiter& waiter : std::exchange(disc.waiters, {}))
-        callbacks_.push_back([ready = std::move(waiter.ready)] { ready(EIO); });
+        callbacks_.push_back([callback = std::move(waiter.callback)] { callback(EIO); });
 }
 
 void Changer::Close() {
@@ -60,7 +60,7 @@ void Changer::SettleLocked() {
         for (SlotIndex slot = 0; slot < slots_.size(); ++slot)
             if (slots_[slot] && !slots_[slot]->waiters.empty())
                 ServeWaiters(slot, *slots_[slot]);
-        moved = BeginNextWanted() || moved;
+        moved = BeginNextLoad() || moved;
     }
 }
 
@@ -113,14 +113,14 @@ void Changer::ShowMediaRoots() {
 
 void Changer::ServeWaiters(SlotIndex slot, Disc& disc) {
     const Phase phase = mechanics_.PhaseOf(slot);
-    if (phase == Phase::InSlot && !IsWanted(slot))
-        Want(slot, {});
+    if (phase == Phase::InSlot && !IsLoadQueued(slot))
+        EnqueueLoad(slot, {});
     if (phase != Phase::Readable)
         return;
     disc.lastUse = ++lastUse_;
     for (Waiter& waiter : std::exchange(disc.waiters, {})) {
         FinishListing(waiter);
-        callbacks_.push_back([ready = std::move(waiter.ready)] { ready(0); });
+        callbacks_.push_back([callback = std::move(waiter.callback)] { callback(0); });
     }
 }
 
@@ -129,39 +129,37 @@ void Changer::FinishListing(const Waiter& waiter) {
     if (!volume->tree->Entry(waiter.entry).IsDirectory())
         return;
     volume->directories[waiter.entry].cached = true;
-    events_.Report("listed", Describe(volume->slot)
-                                 .Add("partition", volume->partitionId)
-                                 .Add("path", volume->tree->Path(waiter.entry)));
+    events_.Report("listed", Describe(*volume, waiter.entry));
 }
 
 // The first wanted disc gets a drive; one has to be emptied first if none is. True if the robot has
 // begun anything.
-bool Changer::BeginNextWanted() {
-    if (wanted_.empty() || !mechanics_.IsRobotIdle())
+bool Changer::BeginNextLoad() {
+    if (loadQueue_.empty() || !mechanics_.IsRobotIdle())
         return false;
-    const auto drive = ChooseDrive(wanted_.front().drive);
+    const auto drive = ChooseDrive(loadQueue_.front().drive);
     if (!drive)
         return false;
     if (const auto occupant = mechanics_.FindSlotIn(*drive)) {
         BeginUnload(*occupant);
     } else {
-        BeginLoad(wanted_.front().slot, *drive);
-        wanted_.pop_front();
+        BeginLoad(loadQueue_.front().slot, *drive);
+        loadQueue_.pop_front();
     }
     return true;
 }
 
-void Changer::Want(SlotIndex slot, std::optional<DriveIndex> drive) {
-    wanted_.push_back({slot, drive});
+void Changer::EnqueueLoad(SlotIndex slot, std::optional<DriveIndex> drive) {
+    loadQueue_.push_back({slot, drive});
     NoteChange();
 }
 
-void Changer::Unwant(SlotIndex slot) {
-    std::erase_if(wanted_, [&](const Wanted& wanted) { return wanted.slot == slot; });
+void Changer::CancelLoad(SlotIndex slot) {
+    std::erase_if(loadQueue_, [&](const QueuedLoad& wanted) { return wanted.slot == slot; });
 }
 
-bool Changer::IsWanted(SlotIndex slot) const {
-    return std::ranges::find(wanted_, slot, &Wanted::slot) != wanted_.end();
+bool Changer::IsLoadQueued(SlotIndex slot) const {
+    return std::ranges::find(loadQueue_, slot, &QueuedLoad::slot) != loadQueue_.end();
 }
 
 bool Changer::CanBeEmptied(DriveIndex drive) const {

@@ -31,7 +31,7 @@ ChangerTiming ReadTiming(const Arguments& arguments, ChangerTiming timing) {
     timing.drives.moving = arguments.TimeOr("moving", timing.drives.moving);
     timing.drives.spinUp = arguments.TimeOr("spin-up", timing.drives.spinUp);
     timing.appear = arguments.TimeOr("appear", timing.appear);
-    timing.patience = arguments.TimeOr("patience", timing.patience);
+    timing.timeout = arguments.TimeOr("timeout", timing.timeout);
     return timing;
 }
 
@@ -50,10 +50,10 @@ FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
 class ContentReader {
 public:
     explicit ContentReader(const Arguments& arguments) : arguments_(arguments) {
-        shape_.seed = arguments.NumberOr("seed", shape_.seed);
-        shape_.directories = arguments.NumberOr("directories", shape_.directories);
-        shape_.files = arguments.NumberOr("files", shape_.files);
-        shape_.depth = arguments.NumberOr("depth", shape_.depth);
+        synthetic_.seed = arguments.NumberOr("seed", synthetic_.seed);
+        synthetic_.directories = arguments.NumberOr("directories", synthetic_.directories);
+        synthetic_.files = arguments.NumberOr("files", synthetic_.files);
+        synthetic_.depth = arguments.NumberOr("depth", synthetic_.depth);
         if (arguments.Has("folder"))
             folder_ = ReadFolderTree(arguments.RequiredText("folder"));
     }
@@ -64,14 +64,14 @@ public:
             return ReadFolderTree(arguments_.RequiredText(key));
         if (folder_)
             return folder_;
-        SyntheticTreeOptions shape = shape_;
-        shape.seed += partition - 1;
-        return MakeSyntheticTree(shape);
+        SyntheticTreeOptions options = synthetic_;
+        options.seed += partition - 1;
+        return MakeSyntheticTree(options);
     }
 
 private:
     const Arguments& arguments_;
-    SyntheticTreeOptions shape_;
+    SyntheticTreeOptions synthetic_;
     std::shared_ptr<const DiscTree> folder_;
 };
 
@@ -131,20 +131,26 @@ void CheckFaultTarget(const std::string& target, FaultKind kind) {
         throw CommandError("on=notification does not support do=" + std::string(FaultName(kind)));
 }
 
+// A move that has begun is no refusal.
+void ThrowIfRefused(const Outcome& outcome) {
+    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
+        throw CommandError(outcome.text);
+}
+
 } // namespace
 
-// ---- Which commands there are ----
+// ---- The table of commands ----
 
 const Control::Command Control::kCommands[] = {
     {"add-changer",
      "changer=GUID slots=N drives=N [mount=DIRECTORY] [moving=MS] [spin-up=MS] [appear=MS] "
-     "[patience=MS] [ready=yes] [info=xml|binary] [kernel-cache=no]",
+     "[timeout=MS] [ready=yes] [info=xml|binary] [kernel-cache=no]",
      &Control::AddChanger},
     {"remove-changer", "changer=GUID", &Control::RemoveChanger},
     {"mount", "changer=GUID [mount=DIRECTORY]", &Control::Mount},
     {"unmount", "changer=GUID", &Control::Unmount},
     {"ready", "changer=GUID value=yes|no", &Control::SetReady},
-    {"timing", "changer=GUID [moving=MS] [spin-up=MS] [appear=MS] [patience=MS]",
+    {"timing", "changer=GUID [moving=MS] [spin-up=MS] [appear=MS] [timeout=MS]",
      &Control::SetTiming},
     {"preferences",
      "changer=GUID [identify-on-insert=yes|no|absent] [build-on-identify=...] "
@@ -164,8 +170,8 @@ const Control::Command Control::kCommands[] = {
     {"start", "", &Control::Start},
     {"stop", "", &Control::Stop},
     {"push", "[together=no] [times=1]", &Control::Push},
-    {"hold", "", &Control::Hold},
-    {"release", "[once=no]", &Control::Release},
+    {"pause", "", &Control::Pause},
+    {"resume", "[once=no]", &Control::Resume},
     {"pulse", "every=MS", &Control::SetPulse},
     {"copy-notifications", "file=FILE", &Control::CopyNotifications},
     {"serial", "value=yes|no", &Control::SetSerial},
@@ -209,12 +215,12 @@ std::shared_ptr<Changer> Control::FindChanger(const Arguments& arguments) {
 // ---- Changers ----
 
 void Control::AddChanger(const Arguments& arguments) {
-    ChangerConfig shape;
-    shape.guid = arguments.RequiredGuid();
-    shape.slots = arguments.RequiredNumber<std::uint16_t>("slots");
-    shape.drives = arguments.RequiredNumber<std::uint16_t>("drives");
-    shape.ready = arguments.SwitchOr("ready", true);
-    simulator_.AddChanger(shape, ReadTiming(arguments, {}), ReadFileSystemOptions(arguments));
+    ChangerConfig config;
+    config.guid = arguments.RequiredGuid();
+    config.slots = arguments.RequiredNumber<std::uint16_t>("slots");
+    config.drives = arguments.RequiredNumber<std::uint16_t>("drives");
+    config.ready = arguments.SwitchOr("ready", true);
+    simulator_.AddChanger(config, ReadTiming(arguments, {}), ReadFileSystemOptions(arguments));
 }
 
 void Control::RemoveChanger(const Arguments& arguments) {
@@ -275,25 +281,19 @@ void Control::Identify(const Arguments& arguments) {
         return;
     }
     const auto slot = arguments.RequiredNumber<SlotIndex>("slot");
-    const Outcome outcome = changer->RequestDiscIdentification(slot, isRequested);
-    if (outcome.code != ReplyCode::Success)
-        throw CommandError(outcome.text);
+    ThrowIfRefused(changer->RequestDiscIdentification(slot, isRequested));
 }
 
 void Control::Load(const Arguments& arguments) {
     MountRequest request;
     request.slot = arguments.RequiredNumber<SlotIndex>("slot");
-    const Outcome outcome = FindChanger(arguments)->Mount(request);
-    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
-        throw CommandError(outcome.text);
+    ThrowIfRefused(FindChanger(arguments)->Mount(request));
 }
 
 void Control::Eject(const Arguments& arguments) {
     const auto changer = FindChanger(arguments);
     const auto slot = arguments.RequiredNumber<SlotIndex>("slot");
-    const Outcome outcome = changer->Eject({slot, {}, true});
-    if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
-        throw CommandError(outcome.text);
+    ThrowIfRefused(changer->Eject({slot, {}, true}));
 }
 
 void Control::Forget(const Arguments& arguments) {
@@ -327,15 +327,15 @@ void Control::Push(const Arguments& arguments) {
     }
 }
 
-void Control::Hold(const Arguments&) {
-    simulator_.Publisher().Hold();
+void Control::Pause(const Arguments&) {
+    simulator_.Publisher().Pause();
 }
 
-void Control::Release(const Arguments& arguments) {
+void Control::Resume(const Arguments& arguments) {
     if (arguments.SwitchOr("once", false))
-        simulator_.Publisher().ReleaseOnce();
+        simulator_.Publisher().ResumeOnce();
     else
-        simulator_.Publisher().Release();
+        simulator_.Publisher().Resume();
 }
 
 void Control::SetPulse(const Arguments& arguments) {
@@ -364,7 +364,7 @@ void Control::Notify(const Arguments& arguments) {
 // ---- Faults ----
 
 void Control::AddFault(const Arguments& arguments) {
-    Faults::Order order;
+    Faults::Rule order;
     order.target = arguments.RequiredText("on");
     order.fault = ReadFault(arguments);
     if (arguments.TextOr("count", "1") != "all")

@@ -45,8 +45,8 @@ private:
     void Start(const Arguments& arguments);
     void Stop(const Arguments& arguments);
     void Push(const Arguments& arguments);
-    void Hold(const Arguments& arguments);
-    void Release(const Arguments& arguments);
+    void Pause(const Arguments& arguments);
+    void Resume(const Arguments& arguments);
     void SetPulse(const Arguments& arguments);
     void CopyNotifications(const Arguments& arguments);
     void SetSerial(const Arguments& arguments);

@@ -25,16 +25,16 @@ void WriteAll(int descriptor, std::string_view bytes) {
     }
 }
 
-Bell::Bell() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+WakeEvent::WakeEvent() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (event_.Get() < 0)
         throw std::system_error(errno, std::generic_category(), "eventfd");
 }
 
-void Bell::Ring() const {
+void WakeEvent::Signal() const {
     eventfd_write(event_.Get(), 1); // fails only when it rings already
 }
 
-void Bell::Clear() const {
+void WakeEvent::Reset() const {
     eventfd_t count = 0;
     eventfd_read(event_.Get(), &count);
 }

@@ -31,12 +31,12 @@ private:
 void WriteAll(int descriptor, std::string_view bytes);
 
 /* Readable in poll() from Ring() until Clear(). Any thread may ring. */
-class Bell {
+class WakeEvent {
 public:
-    Bell();
+    WakeEvent();
 
-    void Ring() const;
-    void Clear() const;
+    void Signal() const;
+    void Reset() const;
     int Get() const {
         return event_.Get();
     }

@@ -74,7 +74,7 @@ private:
 };
 
 /* The same shape gives the same tree, names, sizes and contents, everywhere. */
-std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& shape);
+std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& options);
 
 /* The folder's names as of now; contents are read from it later. What cannot be listed is an empty
    directory. Throws std::system_error when the folder itself is no directory. */

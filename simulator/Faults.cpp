@@ -61,32 +61,32 @@ FaultKind ParseFaultName(std::string_view name) {
     return static_cast<FaultKind>(found - kFaultNames.begin());
 }
 
-void Faults::Add(Order order) {
+void Faults::Add(Rule order) {
     const std::lock_guard guard(lock_);
-    orders_.push_back(std::move(order));
+    rules_.push_back(std::move(order));
 }
 
 std::optional<Fault> Faults::Take(const std::vector<std::string_view>& targets) {
     const std::lock_guard guard(lock_);
-    const auto found = std::ranges::find_if(orders_, [&](const Order& order) {
+    const auto found = std::ranges::find_if(rules_, [&](const Rule& order) {
         return std::ranges::find(targets, order.target) != targets.end();
     });
-    if (found == orders_.end())
+    if (found == rules_.end())
         return {};
     Fault fault = found->fault;
     if (found->count && --*found->count == 0)
-        orders_.erase(found);
+        rules_.erase(found);
     return fault;
 }
 
-std::vector<Faults::Order> Faults::List() const {
+std::vector<Faults::Rule> Faults::List() const {
     const std::lock_guard guard(lock_);
-    return {orders_.begin(), orders_.end()};
+    return {rules_.begin(), rules_.end()};
 }
 
 void Faults::Clear() {
     const std::lock_guard guard(lock_);
-    orders_.clear();
+    rules_.clear();
 }
 
 std::vector<Piece> EncodeWithFault(const Value& dictionary, const std::optional<Fault>& fault) {

@@ -51,21 +51,21 @@ struct Fault {
 /* The orders that stand. Thread-safe. */
 class Faults {
 public:
-    struct Order {
+    struct Rule {
         std::string target;
         Fault fault;
         std::optional<unsigned> count; // none: every time
     };
 
-    void Add(Order order);
+    void Add(Rule order);
     // Uses up one occasion of the first order for any of the targets.
     std::optional<Fault> Take(const std::vector<std::string_view>& targets);
-    std::vector<Order> List() const;
+    std::vector<Rule> List() const;
     void Clear();
 
 private:
     mutable std::mutex lock_;
-    std::list<Order> orders_;
+    std::list<Rule> rules_;
 };
 
 /* Bytes that go out in one send; alone: not before everything sent so far has been read. */

@@ -18,7 +18,7 @@ constexpr const char* kRootInfoName = ".changer_info.plist";
 constexpr const char* kMediaInfoName = ".media_info.plist";
 constexpr fuse_ino_t kRootInfoNumber = 2;
 constexpr EntryIndex kInfoEntry = 0xFFFFFFFF;
-constexpr double kForAsLongAsItLasts = 3600.0;
+constexpr double kCacheSeconds = 3600.0;
 
 fuse_ino_t MakeNumber(const Volume& volume, EntryIndex entry) {
     return fuse_ino_t{volume.id} << 32 | entry;
@@ -220,8 +220,8 @@ void FileSystemOperations::OpenFile(fuse_req_t request, fuse_ino_t number,
                   AnswerWhenReady(request, [=] { fuse_reply_open(request, &answer); }));
 }
 
-Changer::Ready FileSystemOperations::AnswerWhenReady(fuse_req_t request,
-                                                     std::function<void()> answer) {
+Changer::Callback FileSystemOperations::AnswerWhenReady(fuse_req_t request,
+                                                        std::function<void()> answer) {
     const std::lock_guard guard(lock_);
     ++waiting_;
     return [=, this](int errorNumber) {
@@ -294,7 +294,7 @@ struct stat FileSystemOperations::Describe(const Inode& inode) const {
 }
 
 double FileSystemOperations::CacheTimeout(const Inode& inode) const {
-    return options_.kernelCache && inode.volume ? kForAsLongAsItLasts : 0.0;
+    return options_.kernelCache && inode.volume ? kCacheSeconds : 0.0;
 }
 
 std::string FileSystemOperations::MakeInfoFile(const Inode& inode) const {

@@ -67,7 +67,7 @@ public:
     void WaitUntilAnswered();
 
 private:
-    Changer::Ready AnswerWhenReady(fuse_req_t request, std::function<void()> answer);
+    Changer::Callback AnswerWhenReady(fuse_req_t request, std::function<void()> answer);
     std::optional<Inode> Find(fuse_ino_t number) const;
     std::optional<Inode> FindChild(const Inode& parent, std::string_view name) const;
     std::optional<Inode> FindInRoot(std::string_view name) const;

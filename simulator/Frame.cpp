@@ -15,18 +15,18 @@ std::string EncodeFrame(std::string_view payload, FrameHeader header) {
 
 std::optional<std::string> FrameReader::TakePayload() {
     FrameHeader header;
-    if (gathered_.size() < sizeof header)
+    if (buffer_.size() < sizeof header)
         return {};
-    std::memcpy(&header, gathered_.data(), sizeof header);
+    std::memcpy(&header, buffer_.data(), sizeof header);
     if (header.signature != FrameHeader{}.signature)
         throw FrameError("wrong signature");
     if (header.headerSize < sizeof header || header.dataLength > kMaximumPayload)
         throw FrameError("header out of range");
     const std::size_t length = std::size_t{header.headerSize} + header.dataLength;
-    if (gathered_.size() < length)
+    if (buffer_.size() < length)
         return {};
-    std::string payload = gathered_.substr(header.headerSize, header.dataLength);
-    gathered_.erase(0, length);
+    std::string payload = buffer_.substr(header.headerSize, header.dataLength);
+    buffer_.erase(0, length);
     return payload;
 }
 

@@ -36,14 +36,14 @@ public:
     static constexpr std::size_t kMaximumPayload = 1024 * 1024;
 
     void Append(std::string_view bytes) {
-        gathered_ += bytes;
+        buffer_ += bytes;
     }
 
     // The next whole payload, or nothing yet. Throws FrameError when what came is no frame.
     std::optional<std::string> TakePayload();
 
 private:
-    std::string gathered_;
+    std::string buffer_;
 };
 
 } // namespace simulator

@@ -16,8 +16,8 @@ namespace simulator {
 
 namespace {
 
-constexpr int kLookAgain = 1; // milliseconds until a peer is asked again what it has read
-constexpr int kPause = 10;    // milliseconds until descriptors may be free again
+constexpr int kPollInterval = 1; // milliseconds until a peer is asked again what it has read
+constexpr int kPause = 10;       // milliseconds until descriptors may be free again
 constexpr int kBacklog = 128;
 
 [[noreturn]] void ThrowErrno(const std::string& what) {
@@ -42,7 +42,7 @@ Descriptor Listen(const std::string& path) {
 }
 
 // Waits for the socket; false when the bell rings.
-bool Wait(int socket, short events, int milliseconds, const Bell& stop) {
+bool Wait(int socket, short events, int milliseconds, const WakeEvent& stop) {
     pollfd sources[] = {{socket, events, 0}, {stop.Get(), POLLIN, 0}};
     poll(sources, 2, milliseconds);
     return sources[1].revents == 0;
@@ -80,10 +80,10 @@ SendResult SendSome(int socket, Piece& piece) {
     return piece.bytes.empty() ? SendResult::Done : SendResult::Again;
 }
 
-bool SendPieces(int socket, std::vector<Piece> pieces, const Bell& stop) {
+bool SendPieces(int socket, std::vector<Piece> pieces, const WakeEvent& stop) {
     for (Piece& piece : pieces) {
         while (piece.alone && !HasPeerReadAll(socket))
-            if (!Wait(socket, 0, kLookAgain, stop))
+            if (!Wait(socket, 0, kPollInterval, stop))
                 return false;
         for (auto result = SendSome(socket, piece); result != SendResult::Done;
              result = SendSome(socket, piece)) {
@@ -94,7 +94,7 @@ bool SendPieces(int socket, std::vector<Piece> pieces, const Bell& stop) {
     return true;
 }
 
-bool ReceiveSome(int socket, std::string& bytes, const Bell& stop) {
+bool ReceiveSome(int socket, std::string& bytes, const WakeEvent& stop) {
     for (;;) {
         if (!Wait(socket, POLLIN, -1, stop))
             return false;

@@ -39,11 +39,11 @@ enum class SendResult { Done, Again, Lost };
 SendResult SendSome(int socket, Piece& piece);
 
 /* Sends everything. False when the peer is gone or the bell rings first. */
-bool SendPieces(int socket, std::vector<Piece> pieces, const Bell& stop);
+bool SendPieces(int socket, std::vector<Piece> pieces, const WakeEvent& stop);
 
 /* Appends what is there to be read, after waiting for it. False at the end of the stream, on an
    error, or when the bell rings first. */
-bool ReceiveSome(int socket, std::string& bytes, const Bell& stop);
+bool ReceiveSome(int socket, std::string& bytes, const WakeEvent& stop);
 
 } // namespace simulator
 

@@ -58,7 +58,7 @@ MessageServer::MessageServer(const std::string& path, Services services)
 
 MessageServer::~MessageServer() {
     stop_.request_stop();
-    bell_.Ring();
+    wakeEvent_.Signal();
     acceptor_.join();
     connections_.clear();
 }
@@ -69,8 +69,8 @@ void MessageServer::Accept() {
             [](const Connection& connection) { return connection.ended.load(); });
         const bool isFull = connections_.size() >= kMaximumConnections;
         if (isFull)
-            DropOneThatIsIdle();
-        pollfd sources[] = {{bell_.Get(), POLLIN, 0}, {socket_.Get(), POLLIN, 0}};
+            DropIdleConnection();
+        pollfd sources[] = {{wakeEvent_.Get(), POLLIN, 0}, {socket_.Get(), POLLIN, 0}};
         poll(sources, isFull ? 1 : 2, isFull ? 10 : -1);
         Descriptor client = isFull ? Descriptor() : socket_.Accept();
         if (client.Get() >= 0) {
@@ -86,7 +86,7 @@ void MessageServer::Accept() {
 }
 
 // The one that came first. Its thread then finds the end of the stream.
-void MessageServer::DropOneThatIsIdle() {
+void MessageServer::DropIdleConnection() {
     for (Connection& connection : connections_) {
         const std::lock_guard guard(connection.lock);
         if (connection.idleClient >= 0) {
@@ -121,7 +121,7 @@ void MessageServer::Serve(Connection& connection, const Descriptor& client,
 bool MessageServer::ReceiveRequests(Connection& connection, int client, Fields& description,
                                     FrameReader& reader) {
     std::string bytes;
-    if (!ReceiveSome(client, bytes, bell_))
+    if (!ReceiveSome(client, bytes, wakeEvent_))
         return false;
     try {
         reader.Append(bytes);
@@ -162,13 +162,13 @@ bool MessageServer::SendReply(int client, Fields description, const Value& reque
     }
     if (fault && fault->kind == FaultKind::Late)
         Pause(fault->after);
-    services_.awaitReply(stop_.get_token());
+    services_.beforeReply(stop_.get_token());
     bool isSent = true;
     if (!request.IsTrue("no reply")) {
         services_.events.Report("reply", description.Add("code", FormatCode(reply)));
-        isSent = SendPieces(client, EncodeWithFault(reply, fault), bell_);
+        isSent = SendPieces(client, EncodeWithFault(reply, fault), wakeEvent_);
     }
-    services_.answered(request);
+    services_.afterReply(request);
     return isSent;
 }
 
@@ -184,18 +184,18 @@ std::optional<Fault> MessageServer::TakeFault(const std::vector<std::string_view
 }
 
 void MessageServer::AwaitRequest(int client) const {
-    pollfd sources[] = {{client, POLLIN, 0}, {bell_.Get(), POLLIN, 0}};
+    pollfd sources[] = {{client, POLLIN, 0}, {wakeEvent_.Get(), POLLIN, 0}};
     poll(sources, 2, -1);
 }
 
 void MessageServer::Pause(std::chrono::milliseconds duration) const {
-    pollfd source = {bell_.Get(), POLLIN, 0};
+    pollfd source = {wakeEvent_.Get(), POLLIN, 0};
     poll(&source, 1, static_cast<int>(duration.count()));
 }
 
 void MessageServer::AwaitEnd(int client) const {
     std::string ignored;
-    while (ReceiveSome(client, ignored, bell_))
+    while (ReceiveSome(client, ignored, wakeEvent_))
         ignored.clear();
 }
 

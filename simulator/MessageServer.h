@@ -33,9 +33,9 @@ public:
         // Carries a request out; the reply is a dictionary. May wait, but not beyond the stop.
         std::function<Value(const Value& request, std::stop_token stop)> handle;
         // Returns when a reply may be sent.
-        std::function<void(std::stop_token stop)> awaitReply;
+        std::function<void(std::stop_token stop)> beforeReply;
         // A request has been answered.
-        std::function<void(const Value& request)> answered;
+        std::function<void(const Value& request)> afterReply;
     };
 
     MessageServer(const std::string& path, Services services); // throws std::system_error
@@ -52,7 +52,7 @@ private:
     };
 
     void Accept();
-    void DropOneThatIsIdle();
+    void DropIdleConnection();
     void Serve(Connection& connection, const Descriptor& client, unsigned long long number);
     bool ReceiveRequests(Connection& connection, int client, Fields& description,
                          FrameReader& reader);
@@ -67,7 +67,7 @@ private:
 
     const Services services_;
     ListeningSocket socket_;
-    Bell bell_;                         // rings when the server ends, for those who poll
+    WakeEvent wakeEvent_;               // rings when the server ends, for those who poll
     std::stop_source stop_;             // the same for those who wait for a condition
     std::list<Connection> connections_; // of the accepting thread, until it has ended
     std::jthread acceptor_;

@@ -14,7 +14,7 @@ namespace simulator {
 
 namespace {
 
-constexpr int kLookAgain = 1; // milliseconds; what a peer has read wakes nobody
+constexpr int kPollInterval = 1; // milliseconds; what a peer has read wakes nobody
 
 bool HasHungUp(int socket) {
     char byte;
@@ -25,15 +25,16 @@ bool HasHungUp(int socket) {
 } // namespace
 
 NotificationServer::NotificationServer(const std::string& path, Events& events,
-                                       std::function<void(SubscriberId)> greet)
-    : events_(events), greet_(std::move(greet)), socket_(path), thread_([this] { Serve(); }) {}
+                                       std::function<void(SubscriberId)> onSubscribe)
+    : events_(events), onSubscribe_(std::move(onSubscribe)), socket_(path),
+      thread_([this] { Serve(); }) {}
 
 NotificationServer::~NotificationServer() {
     {
         const std::lock_guard guard(lock_);
         ending_ = true;
     }
-    work_.Ring();
+    work_.Signal();
     thread_.join();
     while (!subscribers_.empty())
         Drop(subscribers_.begin());
@@ -44,14 +45,14 @@ void NotificationServer::Send(SubscriberId subscriber, const std::vector<Piece>&
     const std::lock_guard guard(lock_);
     if (const auto found = subscribers_.find(subscriber); found != subscribers_.end())
         Queue(found, pieces, keys);
-    work_.Ring();
+    work_.Signal();
 }
 
 void NotificationServer::SendToAll(const std::vector<Piece>& pieces, const std::string& keys) {
     const std::lock_guard guard(lock_);
     for (auto subscriber = subscribers_.begin(); subscriber != subscribers_.end(); ++subscriber)
         Queue(subscriber, pieces, keys);
-    work_.Ring();
+    work_.Signal();
 }
 
 void NotificationServer::Queue(Subscribers::iterator subscriber, const std::vector<Piece>& pieces,
@@ -81,7 +82,7 @@ void NotificationServer::AwaitRead(std::stop_token stop) {
         return entry.second.queue.empty() && HasPeerReadAll(entry.second.socket.Get());
     };
     while (!ending_ && !stop.stop_requested() && !std::ranges::all_of(subscribers_, hasRead)) {
-        progress_.wait_for(guard, stop, std::chrono::milliseconds(kLookAgain),
+        progress_.wait_for(guard, stop, std::chrono::milliseconds(kPollInterval),
                            [] { return false; });
     }
 }
@@ -89,7 +90,7 @@ void NotificationServer::AwaitRead(std::stop_token stop) {
 void NotificationServer::Serve() {
     for (;;) {
         WaitForWork();
-        work_.Clear();
+        work_.Reset();
         AcceptSubscriber();
         const std::lock_guard guard(lock_);
         if (ending_)
@@ -108,7 +109,7 @@ void NotificationServer::WaitForWork() {
             const bool mustWait = isQueued && subscriber.queue.front().alone &&
                                   !HasPeerReadAll(subscriber.socket.Get());
             if (mustWait)
-                milliseconds = kLookAgain;
+                milliseconds = kPollInterval;
             const short wanted = isQueued && !mustWait ? POLLIN | POLLOUT : POLLIN;
             sources.push_back({subscriber.socket.Get(), wanted, 0});
         }
@@ -126,7 +127,7 @@ void NotificationServer::AcceptSubscriber() {
         subscribers_[id].socket = std::move(client);
         events_.Report("subscriber", Fields().Add("client", id).Add("connected", true));
     }
-    greet_(id);
+    onSubscribe_(id);
 }
 
 void NotificationServer::SendQueued() {

@@ -29,7 +29,7 @@ public:
 
     // Greet is called on the server's thread for each new subscriber. Throws std::system_error.
     NotificationServer(const std::string& path, Events& events,
-                       std::function<void(SubscriberId)> greet);
+                       std::function<void(SubscriberId)> onSubscribe);
     ~NotificationServer();
 
     // Queues the pieces for one subscriber, or for all. Keys is what the event says of them.
@@ -61,9 +61,9 @@ private:
     Subscribers::iterator Drop(Subscribers::iterator subscriber);
 
     Events& events_;
-    const std::function<void(SubscriberId)> greet_;
+    const std::function<void(SubscriberId)> onSubscribe_;
     ListeningSocket socket_;
-    Bell work_;
+    WakeEvent work_;
     std::mutex lock_;
     std::condition_variable_any progress_;
     bool ending_ = false;

@@ -25,14 +25,14 @@ Publisher::~Publisher() {
 }
 
 void Publisher::Attach(NotificationServer& server) {
-    const std::scoped_lock guard(publishing_, lock_);
+    const std::scoped_lock guard(serverLock_, lock_);
     server_ = &server;
     attached_ = true;
     changed_.notify_all();
 }
 
 void Publisher::Detach() {
-    const std::scoped_lock guard(publishing_, lock_);
+    const std::scoped_lock guard(serverLock_, lock_);
     server_ = nullptr;
     attached_ = false;
     changed_.notify_all();
@@ -40,52 +40,50 @@ void Publisher::Detach() {
 
 void Publisher::Mark(unsigned notifications) {
     const std::lock_guard guard(lock_);
-    work_.notifications |= notifications;
-    ++marked_;
-    changed_.notify_all();
+    Request(notifications);
 }
 
-void Publisher::Greet(SubscriberId subscriber) {
+void Publisher::MarkForSubscriber(SubscriberId subscriber) {
     const std::lock_guard guard(lock_);
-    work_.newcomers.insert(subscriber);
-    ++marked_;
-    changed_.notify_all();
+    work_.newSubscribers.insert(subscriber);
+    Request(kNoNotification);
 }
 
 void Publisher::MarkTogether() {
     const std::lock_guard guard(lock_);
     work_.together = true;
-    ++marked_;
+    Request(kNoNotification);
+}
+
+void Publisher::Request(unsigned notifications) {
+    work_.notifications |= notifications;
+    ++requested_;
     changed_.notify_all();
 }
 
 void Publisher::Flush() {
     std::unique_lock guard(lock_);
-    const auto wanted = marked_;
-    changed_.wait(guard, [&] { return !MaySend() || published_ >= wanted; });
+    const auto target = requested_;
+    changed_.wait(guard, [&] { return !MaySend() || completed_ >= target; });
 }
 
-void Publisher::Hold() {
+void Publisher::Pause() {
     std::unique_lock guard(lock_);
-    held_ = true;
+    paused_ = true;
     changed_.notify_all();
-    changed_.wait(guard, [&] { return !inTurn_; });
+    changed_.wait(guard, [&] { return !isPublishing_; });
 }
 
-void Publisher::Release() {
+void Publisher::Resume() {
     const std::lock_guard guard(lock_);
-    held_ = false;
-    work_.notifications = kAllNotifications;
-    ++marked_;
-    changed_.notify_all();
+    paused_ = false;
+    Request(kAllNotifications);
 }
 
-void Publisher::ReleaseOnce() {
+void Publisher::ResumeOnce() {
     const std::lock_guard guard(lock_);
-    heldButOnce_ = held_;
-    work_.notifications = kAllNotifications;
-    ++marked_;
-    changed_.notify_all();
+    resumedOnce_ = paused_;
+    Request(kAllNotifications);
 }
 
 void Publisher::SetPulse(std::chrono::milliseconds pulse) {
@@ -95,11 +93,11 @@ void Publisher::SetPulse(std::chrono::milliseconds pulse) {
 }
 
 bool Publisher::MaySend() const {
-    return attached_ && (!held_ || heldButOnce_);
+    return attached_ && (!paused_ || resumedOnce_);
 }
 
 bool Publisher::HasWork() const {
-    return MaySend() && published_ != marked_;
+    return MaySend() && completed_ != requested_;
 }
 
 void Publisher::Run(std::stop_token stop) {
@@ -109,14 +107,14 @@ void Publisher::Run(std::stop_token stop) {
         if (!HasWork())
             continue;
         const Work work = std::exchange(work_, {});
-        const auto turn = marked_;
-        inTurn_ = true;
+        const auto request = requested_;
+        isPublishing_ = true;
         guard.unlock();
         Publish(work);
         guard.lock();
-        inTurn_ = false;
-        heldButOnce_ = false;
-        published_ = turn;
+        isPublishing_ = false;
+        resumedOnce_ = false;
+        completed_ = request;
         changed_.notify_all();
     }
 }
@@ -128,39 +126,39 @@ void Publisher::AwaitWork(std::unique_lock<std::mutex>& guard, std::stop_token s
         changed_.wait(guard, stop, isDue);
     } else if (!changed_.wait_for(guard, stop, pulse, isDue)) {
         work_.notifications |= kChangerInfo;
-        ++marked_;
+        ++requested_;
     }
 }
 
 void Publisher::Publish(const Work& work) {
-    const std::lock_guard guard(publishing_);
+    const std::lock_guard guard(serverLock_);
     if (!server_)
         return;
     if (work.together) {
         Value all = Value::MakeDictionary();
         for (const auto& [notification, key] : kNotificationKeys)
             all.Set(key, describe_(notification));
-        SendFrame(all, "all", true, work.newcomers);
+        SendFrame(all, "all", true, work.newSubscribers);
         return;
     }
     for (const auto& [notification, key] : kNotificationKeys) {
         const bool isMarked = (work.notifications & notification) != 0;
-        if (isMarked || !work.newcomers.empty()) {
+        if (isMarked || !work.newSubscribers.empty()) {
             Value one = Value::MakeDictionary();
             one.Set(key, describe_(notification));
-            SendFrame(one, key, isMarked, work.newcomers);
+            SendFrame(one, key, isMarked, work.newSubscribers);
         }
     }
 }
 
 void Publisher::SendFrame(const Value& notification, const std::string& keys, bool toAll,
-                          const std::set<SubscriberId>& newcomers) {
+                          const std::set<SubscriberId>& newSubscribers) {
     const std::vector<Piece> pieces = Encode(notification);
     if (toAll) {
         server_->SendToAll(pieces, keys);
         return;
     }
-    for (const SubscriberId subscriber : newcomers)
+    for (const SubscriberId subscriber : newSubscribers)
         server_->Send(subscriber, pieces, keys);
 }
 

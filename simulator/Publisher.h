@@ -44,33 +44,34 @@ public:
     void Detach();
 
     void Mark(unsigned notifications);
-    void Greet(SubscriberId subscriber);
+    void MarkForSubscriber(SubscriberId subscriber);
     // Sends all in one frame with the next turn.
     void MarkTogether();
     // Returns when what was marked before has been queued, or cannot be at present.
     void Flush();
 
     // Nothing is queued any more once it returns.
-    void Hold();
-    void Release();
+    void Pause();
+    void Resume();
     // Sends everything once, and goes on holding.
-    void ReleaseOnce();
+    void ResumeOnce();
     void SetPulse(std::chrono::milliseconds pulse); // 0: none
 
 private:
     struct Work {
         unsigned notifications = kNoNotification;
         bool together = false;
-        std::set<SubscriberId> newcomers;
+        std::set<SubscriberId> newSubscribers;
     };
 
     void Run(std::stop_token stop);
     void AwaitWork(std::unique_lock<std::mutex>& guard, std::stop_token stop);
+    void Request(unsigned notifications);
     bool MaySend() const;
     bool HasWork() const;
     void Publish(const Work& work);
     void SendFrame(const Value& notification, const std::string& keys, bool toAll,
-                   const std::set<SubscriberId>& newcomers);
+                   const std::set<SubscriberId>& newSubscribers);
     std::vector<Piece> Encode(const Value& notification);
 
     Events& events_;
@@ -80,15 +81,15 @@ private:
     std::mutex lock_;
     std::condition_variable_any changed_;
     Work work_;
-    unsigned long long marked_ = 0;    // turns asked for
-    unsigned long long published_ = 0; // and made
-    bool inTurn_ = false;              // work was taken and is being published
-    bool held_ = false;
-    bool heldButOnce_ = false; // until the next turn has been made
+    unsigned long long requested_ = 0; // turns asked for
+    unsigned long long completed_ = 0; // and made
+    bool isPublishing_ = false;        // work was taken and is being published
+    bool paused_ = false;
+    bool resumedOnce_ = false; // until the next turn has been made
     bool attached_ = false;
     std::chrono::milliseconds pulse_{250};
 
-    std::mutex publishing_; // held for a turn; guards the server
+    std::mutex serverLock_; // held for a turn; guards the server
     NotificationServer* server_ = nullptr;
 
     std::jthread thread_;

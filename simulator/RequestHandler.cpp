@@ -51,8 +51,8 @@ Value MakeReply(const Outcome& outcome) {
 // Tries again whenever something has moved, until the answer is no longer "busy" or the changer's
 // patience ends.
 template<typename Attempt>
-auto TryPatiently(Changer& changer, std::stop_token stop, const Attempt& attempt) {
-    const TimePoint deadline = std::chrono::steady_clock::now() + changer.CurrentTiming().patience;
+auto RetryUntilTimeout(Changer& changer, std::stop_token stop, const Attempt& attempt) {
+    const TimePoint deadline = std::chrono::steady_clock::now() + changer.CurrentTiming().timeout;
     for (;;) {
         const std::uint64_t generation = changer.Generation();
         const auto outcome = attempt();
@@ -73,7 +73,7 @@ Value MountDisc(const KnownChanger& known, const Value& request, std::stop_token
         mount.drive = static_cast<DriveIndex>(*drive);
     RequiredString(request, "client name");
     const MountOutcome outcome =
-        TryPatiently(*known.changer, stop, [&] { return known.changer->Mount(mount); });
+        RetryUntilTimeout(*known.changer, stop, [&] { return known.changer->Mount(mount); });
     Value reply = MakeReply(outcome);
     if (outcome.code == ReplyCode::Success) {
         const bool isShown = !known.mountPoint.empty() && !outcome.mediaRoot.empty();
@@ -87,7 +87,7 @@ Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token
     const EjectRequest eject = {RequiredIndex(request, "Storage Element Index"), ReadUser(request),
                                 request.IsTrue("overridePrivate")};
     Outcome outcome =
-        TryPatiently(*known.changer, stop, [&] { return known.changer->Eject(eject); });
+        RetryUntilTimeout(*known.changer, stop, [&] { return known.changer->Eject(eject); });
     if (outcome.code == ReplyCode::UnderWay)
         outcome.code = ReplyCode::Busy; // all that a client of "eject disc" knows
     return MakeReply(outcome);
@@ -137,7 +137,7 @@ Value RequestHandler::Handle(const Value& request, std::stop_token stop) const {
         const auto guid = static_cast<std::uint64_t>(RequiredInteger(request, "Changer GUID"));
         const KnownChanger known = find_(guid);
         if (!known.changer)
-            return MakeReply({ReplyCode::NoSuchThing, "no such changer"});
+            return MakeReply({ReplyCode::NotFound, "no such changer"});
         return command->second(known, request, stop);
     } catch (const MissingKey& error) {
         return MakeReply({ReplyCode::MissingKey, error.what()});

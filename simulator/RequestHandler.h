@@ -28,7 +28,7 @@ public:
     explicit RequestHandler(std::function<KnownChanger(std::uint64_t guid)> find)
         : find_(std::move(find)) {}
 
-    // The reply, a dictionary. Waits as long as the changer's patience allows.
+    // The reply, a dictionary. Waits as long as the time-out of the changer allows.
     Value Handle(const Value& request, std::stop_token stop) const;
 
 private:

@@ -22,22 +22,22 @@ Simulator::~Simulator() {
 
 // ---- Changers ----
 
-void Simulator::AddChanger(const ChangerConfig& shape, const ChangerTiming& timing,
+void Simulator::AddChanger(const ChangerConfig& config, const ChangerTiming& timing,
                            const FileSystemOptions& options) {
     Unit unit;
     unit.changer = std::make_shared<Changer>(
-        shape, events_, [this] { publisher_.Mark(kChangerInfo); }, std::chrono::steady_clock::now);
+        config, events_, [this] { publisher_.Mark(kChangerInfo); }, std::chrono::steady_clock::now);
     unit.changer->SetTiming(timing);
     unit.options = options;
     {
         const std::lock_guard guard(lock_);
-        if (units_.contains(shape.guid))
-            throw CommandError("changer exists already: " + FormatGuid(shape.guid));
+        if (units_.contains(config.guid))
+            throw CommandError("changer exists already: " + FormatGuid(config.guid));
         if (!options.mountPoint.empty())
             unit.fileSystem = std::make_unique<ChangerFileSystem>(*unit.changer, options, events_);
         unit.clock =
             std::jthread([&changer = *unit.changer](std::stop_token stop) { changer.Run(stop); });
-        units_.emplace(shape.guid, std::move(unit));
+        units_.emplace(config.guid, std::move(unit));
     }
     publisher_.Mark(kChangerList | kChangerInfo);
 }
@@ -144,7 +144,7 @@ void Simulator::Start() {
     const std::string notificationPath = socketDirectory_ + "/carouseldn-" + suffix;
     const std::string messagePath = socketDirectory_ + "/carouseld-" + suffix;
     notifications_ = std::make_unique<NotificationServer>(
-        notificationPath, events_, [this](SubscriberId id) { publisher_.Greet(id); });
+        notificationPath, events_, [this](SubscriberId id) { publisher_.MarkForSubscriber(id); });
     publisher_.Attach(*notifications_);
     messages_ = std::make_unique<MessageServer>(messagePath, MakeServices());
     events_.Report("started",
@@ -157,12 +157,12 @@ MessageServer::Services Simulator::MakeServices() {
         .faults = faults_,
         .handle = [this](const Value& request,
                          std::stop_token stop) { return handler_.Handle(request, stop); },
-        .awaitReply =
+        .beforeReply =
             [this](std::stop_token stop) {
                 if (isSerial_)
                     notifications_->AwaitRead(stop);
             },
-        .answered =
+        .afterReply =
             [this](const Value& request) {
                 // What a client does next may depend on its withdrawal having been seen by all.
                 if (request.FindString("command") == "request identification")

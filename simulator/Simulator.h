@@ -35,7 +35,7 @@ public:
     ~Simulator();
 
     // Without a mount point its file system is not mounted yet.
-    void AddChanger(const ChangerConfig& shape, const ChangerTiming& timing,
+    void AddChanger(const ChangerConfig& config, const ChangerTiming& timing,
                     const FileSystemOptions& options);
     void RemoveChanger(std::uint64_t guid);
     std::shared_ptr<Changer> FindChanger(std::uint64_t guid) const; // throws CommandError

@@ -28,8 +28,8 @@ TreeEntry MakeDirectoryEntry(std::string name) {
 // Distributes the directories first, then lays them out breadth first.
 class SyntheticTree final : public DiscTree {
 public:
-    explicit SyntheticTree(const SyntheticTreeOptions& shape)
-        : DiscTree(MakeDirectoryEntry({})), shape_(shape), random_(shape.seed) {
+    explicit SyntheticTree(const SyntheticTreeOptions& options)
+        : DiscTree(MakeDirectoryEntry({})), options_(options), random_(options.seed) {
         const auto childrenOf = DistributeDirectories();
         std::vector<std::uint32_t> numberOf = {0}; // of each entry that is a directory
         for (EntryIndex index = 0; index < Size(); ++index)
@@ -53,16 +53,16 @@ private:
     }
 
     std::vector<std::vector<std::uint32_t>> DistributeDirectories() {
-        std::vector<std::vector<std::uint32_t>> childrenOf(shape_.directories + 1u);
+        std::vector<std::vector<std::uint32_t>> childrenOf(options_.directories + 1u);
         std::vector<std::uint32_t> depthOf = {0};
         std::vector<std::uint32_t> parents = {0}; // who may have more children
-        if (shape_.depth == 0)
+        if (options_.depth == 0)
             return childrenOf;
-        for (std::uint32_t number = 1; number <= shape_.directories; ++number) {
+        for (std::uint32_t number = 1; number <= options_.directories; ++number) {
             const std::uint32_t parent = parents[Draw(parents.size())];
             childrenOf[parent].push_back(number);
             depthOf.push_back(depthOf[parent] + 1);
-            if (depthOf[number] < shape_.depth)
+            if (depthOf[number] < options_.depth)
                 parents.push_back(number);
         }
         return childrenOf;
@@ -73,7 +73,7 @@ private:
         std::vector<TreeEntry> children;
         for (const std::uint32_t number : subdirectories)
             children.push_back(MakeDirectoryEntry(MakeName(number)));
-        for (std::uint32_t number = 1; number <= shape_.files; ++number) {
+        for (std::uint32_t number = 1; number <= options_.files; ++number) {
             // Drawn before the name: the order of operands is up to the compiler.
             const char* const suffix = kSuffixes[Draw(kSuffixes.size())];
             children.push_back({.name = MakeName(number) + suffix,
@@ -93,14 +93,14 @@ private:
         return static_cast<std::uint32_t>(std::stoul(name.substr(name.find('-') + 1)));
     }
 
-    const SyntheticTreeOptions shape_;
+    const SyntheticTreeOptions options_;
     std::mt19937_64 random_;
 };
 
 } // namespace
 
-std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& shape) {
-    return std::make_shared<SyntheticTree>(shape);
+std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& options) {
+    return std::make_shared<SyntheticTree>(options);
 }
 
 } // namespace simulator

@@ -36,12 +36,12 @@ public:
 
     std::optional<std::string> Next() {
         for (;;) {
-            if (const auto end = gathered_.find('\n'); end != gathered_.npos) {
-                std::string line = gathered_.substr(0, end);
-                gathered_.erase(0, end + 1);
+            if (const auto end = buffer_.find('\n'); end != buffer_.npos) {
+                std::string line = buffer_.substr(0, end);
+                buffer_.erase(0, end + 1);
                 return line;
             }
-            if (gathered_.size() > kMaximumLine || !Gather())
+            if (buffer_.size() > kMaximumLine || !Gather())
                 return {};
         }
     }
@@ -57,12 +57,12 @@ private:
         char buffer[4096];
         const ssize_t length = read(STDIN_FILENO, buffer, sizeof buffer);
         if (length > 0)
-            gathered_.append(buffer, static_cast<std::size_t>(length));
+            buffer_.append(buffer, static_cast<std::size_t>(length));
         return length > 0;
     }
 
     const Descriptor& signals_;
-    std::string gathered_;
+    std::string buffer_;
 };
 
 void Run() {

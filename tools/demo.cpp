@@ -135,7 +135,7 @@ void Demo::Prepare() {
     testbed::Simulator& server = run_.Server();
     server.Do("events kinds=request,robot,identified,status,disconnect");
     server.Do(
-        "add-changer changer=A1 slots=12 drives=2 moving=300 spin-up=200 patience=5000 mount=" +
+        "add-changer changer=A1 slots=12 drives=2 moving=300 spin-up=200 timeout=5000 mount=" +
         std::string(kRoot));
     for (int slot = 0; slot < kDiscCount; ++slot) {
         const std::string number = std::to_string(slot);

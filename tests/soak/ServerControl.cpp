@@ -17,7 +17,7 @@ void ServerControl::DoForSlot(Place place, const std::string& command) const {
 }
 
 void ServerControl::SendStateOnce() const {
-    Do("release once=yes");
+    Do("resume once=yes");
 }
 
 void ServerControl::AwaitSubscriber() const {

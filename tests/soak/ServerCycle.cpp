@@ -71,7 +71,7 @@ void ServerCycle::Start(const std::set<Place>& newDiscs) {
     control_.Do("pulse every=0");
     for (int changer = 0; changer < kChangers; ++changer)
         AddChanger(changer, newDiscs);
-    control_.Do("hold");
+    control_.Do("pause");
     control_.Do("start");
     control_.Do("copy-notifications file=" + context_.pipe);
     control_.AwaitSubscriber();
@@ -132,7 +132,7 @@ void ServerCycle::IdentifyPairs(const std::vector<DiscPair>& pairs) {
     control_.SendStateOnce();
     for (const DiscPair& pair : pairs)
         control_.AwaitIdentified(pair.second);
-    control_.Do("release");
+    control_.Do("resume");
     control_.Do("push times=" + std::to_string(kNotificationsPerCycle / 4));
     Remount(ChangerAt(3));
     for (const DiscPair& pair : pairs) {
@@ -169,7 +169,7 @@ void ServerCycle::IdentifyDuringBuild() {
     const int builtChanger = ChangerAt(4); // one of its discs is identified during the build
     const int abortedChanger = ChangerAt(7);
     const bool isCompleted = HasBuild() && !HasAbort();
-    control_.Do("hold");
+    control_.Do("pause");
     if (isCompleted)
         control_.Do("identify changer=" + GuidOf(builtChanger));
     if (HasAbort())
@@ -192,7 +192,7 @@ void ServerCycle::IdentifyDuringBuild() {
 }
 
 void ServerCycle::SendRemainingNotifications() {
-    control_.Do("release");
+    control_.Do("resume");
     const long missing = kNotificationsPerCycle - control_.CountNotifications();
     control_.Do("push times=" + std::to_string(std::max(missing, 0L)));
 }
@@ -224,7 +224,7 @@ void ServerCycle::AwaitAbortedBuild(int changer) {
 void ServerCycle::IdentifyLastDisc() {
     const int changer = ChangerAt(7);
     Place place{changer, kSpareSlot};
-    control_.Do("hold");
+    control_.Do("pause");
     if (IdentifiesNewDiscs(changer)) {
         control_.DoForSlot(place, "put directories=2 files=1 depth=1");
         context_.counts.ExpectIdentification(place);

@@ -28,9 +28,9 @@ protected:
                        "fail ChangerServerRequestChangerIdentification" + suffix)});
     }
 
-    // From now on the daemon hears this, and nothing else until the server's "release".
+    // From now on the daemon hears this, and nothing else until the server's "resume".
     void NotifyInsteadOfTheServer(const std::string& pair) {
-        Tell("hold");
+        Tell("pause");
         std::ofstream("/tmp/notification")
             << "<plist version=\"1.0\"><dict>" << pair << "</dict></plist>";
         Tell("notify payload=/tmp/notification");
@@ -145,7 +145,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
               Link(kWorker, "RunMediaIdThread",
                    "fail RunFSCache(5000C500ABCD00A1, 0) (VErrCode = 20)")});
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
-    Tell("release");
+    Tell("resume");
     AwaitServedRequest(0);
 }
 
@@ -156,7 +156,7 @@ TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
     Server().Await("request", {{"command", "mount disc"}});
     NotifyInsteadOfTheServer("<key>changer list</key><array/>");
     AwaitIdentification(0);
-    Tell("release");
+    Tell("resume");
     AwaitChangerTakenUp();
     AwaitServedRequest(0);
 }

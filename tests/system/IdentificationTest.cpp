@@ -79,10 +79,10 @@ TEST_F(IdentificationTest, DiscIsMountedPrivatelyForThisProcess) {
 
 TEST_F(IdentificationTest, EveryDiscIsIdentifiedOnceAndNeverMoreThanThereAreDrives) {
     Begin("slots=8 drives=2 moving=20");
-    Tell("hold");
+    Tell("pause");
     for (int slot = 0; slot < 8; ++slot)
         Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
-    Tell("release");
+    Tell("resume");
     for (int slot = 0; slot < 8; ++slot) {
         AwaitIdentification(slot);
         EXPECT_EQ(TimesIdentified(slot), 1) << "slot " << slot;
@@ -92,10 +92,10 @@ TEST_F(IdentificationTest, EveryDiscIsIdentifiedOnceAndNeverMoreThanThereAreDriv
 
 TEST_F(IdentificationTest, OneDriveTakesOneDiscAtATime) {
     Begin("slots=4 drives=1 moving=20");
-    Tell("hold");
+    Tell("pause");
     for (int slot = 0; slot < 4; ++slot)
         Tell("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
-    Tell("release");
+    Tell("resume");
     for (int slot = 0; slot < 4; ++slot)
         AwaitIdentification(slot);
     EXPECT_EQ(MostAtOnce(), 1);
@@ -113,7 +113,7 @@ TEST_F(IdentificationTest, SecondDiscStartsWhileADriveIsFree) {
 }
 
 TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersHoldAllDrives) {
-    Begin("slots=4 drives=1 patience=0");
+    Begin("slots=4 drives=1 timeout=0");
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
     Tell("load changer=5000C500ABCD00A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
@@ -126,11 +126,11 @@ TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersHoldAllDrives) {
 
 TEST_F(IdentificationTest, RequestGoesBeforeNeverIdentifiedDiscs) {
     Begin("slots=8 drives=1");
-    Tell("hold");
+    Tell("pause");
     Tell("put changer=5000C500ABCD00A1 slot=1");
     Tell("put changer=5000C500ABCD00A1 slot=5 identified=yes");
     Tell("identify changer=5000C500ABCD00A1 slot=5");
-    Tell("release");
+    Tell("resume");
     AwaitIdentification(5);
     AwaitIdentification(1);
     EXPECT_THAT(MountedSlots(), ElementsAre("5", "1"));
@@ -228,7 +228,7 @@ TEST_F(IdentificationTest, MediaRootThatAppearsLateIsAwaited) {
 }
 
 TEST_F(IdentificationTest, MountIsRepeatedWithoutStartingAgainWhileTheDiscIsOnItsWay) {
-    Begin("slots=4 drives=1 moving=1500 patience=0");
+    Begin("slots=4 drives=1 moving=1500 timeout=0");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     const auto mounts = Server().AllSoFar("request", {{"command", "mount disc"}});

@@ -16,8 +16,8 @@ namespace simulator {
 namespace {
 
 constexpr User kDaemon = {true, 100, 1};
-constexpr User kStranger = {true, 200, 1};
-constexpr User kAnybody = {};
+constexpr User kOtherDaemon = {true, 200, 1};
+constexpr User kPublicUser = {};
 
 class ChangerTest : public testing::Test {
 protected:
@@ -94,10 +94,10 @@ TEST_F(ChangerTest, BusyRobotBeginsNothing) {
     Put(1, false);
     Put(2, false);
     Mount(1, kDaemon);
-    EXPECT_EQ(Mount(2, kStranger), ReplyCode::Busy);
+    EXPECT_EQ(Mount(2, kOtherDaemon), ReplyCode::Busy);
     EXPECT_EQ(Eject(1, kDaemon), ReplyCode::Busy);
     Pass(300);
-    EXPECT_EQ(Mount(2, kStranger), ReplyCode::UnderWay);
+    EXPECT_EQ(Mount(2, kOtherDaemon), ReplyCode::UnderWay);
 }
 
 TEST_F(ChangerTest, OccupiedDrivesBeginNothing) {
@@ -135,17 +135,17 @@ TEST_F(ChangerTest, WishedDriveIsUsed) {
     request.slot = 1;
     EXPECT_EQ(changer_.Mount(request).code, ReplyCode::Busy);
     request.drive = 2;
-    EXPECT_EQ(changer_.Mount(request).code, ReplyCode::NoSuchThing);
+    EXPECT_EQ(changer_.Mount(request).code, ReplyCode::NotFound);
 }
 
 TEST_F(ChangerTest, WhatIsNotThereCannotBeMounted) {
     Put(0, false);
-    EXPECT_EQ(Mount(1, kDaemon), ReplyCode::NoSuchThing);
-    EXPECT_EQ(Mount(800, kDaemon), ReplyCode::NoSuchThing);
-    EXPECT_EQ(Eject(1, kDaemon), ReplyCode::NoSuchThing);
+    EXPECT_EQ(Mount(1, kDaemon), ReplyCode::NotFound);
+    EXPECT_EQ(Mount(800, kDaemon), ReplyCode::NotFound);
+    EXPECT_EQ(Eject(1, kDaemon), ReplyCode::NotFound);
     EXPECT_EQ(changer_.Mount({.slot = 0, .partitionId = "9", .user = kDaemon}).code,
-              ReplyCode::NoSuchThing);
-    EXPECT_EQ(changer_.RequestDiscIdentification(1, true).code, ReplyCode::NoSuchThing);
+              ReplyCode::NotFound);
+    EXPECT_EQ(changer_.RequestDiscIdentification(1, true).code, ReplyCode::NotFound);
 }
 
 // ---- Privacy ----
@@ -153,22 +153,22 @@ TEST_F(ChangerTest, WhatIsNotThereCannotBeMounted) {
 TEST_F(ChangerTest, PrivateMountKeepsOthersAway) {
     Put(0, false);
     Mount(0, kDaemon);
-    EXPECT_EQ(Mount(0, kStranger), ReplyCode::Private);
-    EXPECT_EQ(Mount(0, kAnybody), ReplyCode::Private);
+    EXPECT_EQ(Mount(0, kOtherDaemon), ReplyCode::Private);
+    EXPECT_EQ(Mount(0, kPublicUser), ReplyCode::Private);
     EXPECT_EQ(Mount(0, {true, 100, 2}), ReplyCode::Private) << "another family";
-    EXPECT_EQ(Eject(0, kStranger), ReplyCode::Private);
-    EXPECT_EQ(Eject(0, kAnybody), ReplyCode::Private);
+    EXPECT_EQ(Eject(0, kOtherDaemon), ReplyCode::Private);
+    EXPECT_EQ(Eject(0, kPublicUser), ReplyCode::Private);
     EXPECT_EQ(Mount(0, kDaemon), ReplyCode::Success);
-    EXPECT_EQ(Eject(0, kAnybody, true), ReplyCode::Success);
-    EXPECT_EQ(Mount(0, kStranger), ReplyCode::Success);
+    EXPECT_EQ(Eject(0, kPublicUser, true), ReplyCode::Success);
+    EXPECT_EQ(Mount(0, kOtherDaemon), ReplyCode::Success);
 }
 
 TEST_F(ChangerTest, PrivateMountWaitsForThePublicOne) {
     Put(0, false);
-    EXPECT_EQ(Mount(0, kAnybody), ReplyCode::Success);
-    EXPECT_EQ(Mount(0, kAnybody), ReplyCode::Success);
+    EXPECT_EQ(Mount(0, kPublicUser), ReplyCode::Success);
+    EXPECT_EQ(Mount(0, kPublicUser), ReplyCode::Success);
     EXPECT_EQ(Mount(0, kDaemon), ReplyCode::Busy);
-    EXPECT_EQ(Eject(0, kAnybody), ReplyCode::Success);
+    EXPECT_EQ(Eject(0, kPublicUser), ReplyCode::Success);
     EXPECT_EQ(Mount(0, kDaemon), ReplyCode::Success);
 }
 
@@ -187,7 +187,7 @@ TEST_F(ChangerTest, PrivateMountIdentifiesOnce) {
 
 TEST_F(ChangerTest, PublicMountDoesNotIdentify) {
     Put(0, false);
-    Mount(0, kAnybody);
+    Mount(0, kPublicUser);
     EXPECT_TRUE(changer_.MediaRoots().empty());
     EXPECT_EQ(InfoXml().find("Partition Has File System"), std::string::npos);
 }
@@ -230,7 +230,7 @@ TEST_F(ChangerTest, CachedListingNeedsNoDisc) {
     Put(0, true);
     List(FindRoot("disc-0"));
     SetTimes(300, 200);
-    Eject(0, kAnybody);
+    Eject(0, kPublicUser);
     EXPECT_EQ(*List(FindRoot("disc-0")), 0);
     const TreeEntry root = changer_.MediaRoots()[0]->tree->Entry(0);
     EXPECT_EQ(*List(FindRoot("disc-0"), root.firstChild), std::nullopt) << "another directory";
@@ -239,7 +239,7 @@ TEST_F(ChangerTest, CachedListingNeedsNoDisc) {
 TEST_F(ChangerTest, ForgottenListingsNeedTheDiscAgain) {
     Put(0, true);
     List(FindRoot("disc-0"));
-    Eject(0, kAnybody);
+    Eject(0, kPublicUser);
     SetTimes(300, 200);
     changer_.Forget(0);
     EXPECT_EQ(*List(FindRoot("disc-0")), std::nullopt);
@@ -273,7 +273,7 @@ TEST_F(ChangerTest, FileNeedsTheDiscEachTime) {
     std::optional<int> result;
     changer_.Open(FindRoot("disc-0"), 1, [&](int error) { result = error; });
     EXPECT_EQ(result, 0);
-    Eject(0, kAnybody);
+    Eject(0, kPublicUser);
     SetTimes(300, 0);
     result.reset();
     changer_.Open(FindRoot("disc-0"), 1, [&](int error) { result = error; });
@@ -329,21 +329,21 @@ TEST_F(ChangerTest, AbortStandsUntilTheClientsNextStatus) {
 }
 
 TEST_F(ChangerTest, EveryChangeIsTold) {
-    const auto isTold = [&](const auto& change) {
+    const auto notifies = [&](const auto& change) {
         const int before = std::exchange(changes_, 0);
         change();
         return std::exchange(changes_, before) > 0;
     };
-    EXPECT_TRUE(isTold([&] { changer_.SetReady(false); }));
-    EXPECT_TRUE(isTold([&] { Put(0, true); }));
-    EXPECT_TRUE(isTold([&] { changer_.RequestDiscIdentification(0, true); }));
-    EXPECT_FALSE(isTold([&] { changer_.RequestDiscIdentification(0, true); }));
-    EXPECT_TRUE(isTold([&] { changer_.RequestChangerIdentification(true); }));
-    EXPECT_TRUE(isTold([&] { changer_.SetPreferences({.hours = 3}); }));
-    EXPECT_TRUE(isTold([&] { Mount(0, kDaemon); }));
-    EXPECT_FALSE(isTold([&] { List(FindRoot("disc-0")); })) << "the disc is in its drive";
-    EXPECT_TRUE(isTold([&] { Eject(0, kDaemon); }));
-    EXPECT_TRUE(isTold([&] { changer_.Take(0); }));
+    EXPECT_TRUE(notifies([&] { changer_.SetReady(false); }));
+    EXPECT_TRUE(notifies([&] { Put(0, true); }));
+    EXPECT_TRUE(notifies([&] { changer_.RequestDiscIdentification(0, true); }));
+    EXPECT_FALSE(notifies([&] { changer_.RequestDiscIdentification(0, true); }));
+    EXPECT_TRUE(notifies([&] { changer_.RequestChangerIdentification(true); }));
+    EXPECT_TRUE(notifies([&] { changer_.SetPreferences({.hours = 3}); }));
+    EXPECT_TRUE(notifies([&] { Mount(0, kDaemon); }));
+    EXPECT_FALSE(notifies([&] { List(FindRoot("disc-0")); })) << "the disc is in its drive";
+    EXPECT_TRUE(notifies([&] { Eject(0, kDaemon); }));
+    EXPECT_TRUE(notifies([&] { changer_.Take(0); }));
 }
 
 TEST_F(ChangerTest, WaitForChangeEndsAtAChangeAndAtTheDeadline) {

@@ -41,9 +41,9 @@ std::size_t DepthOf(const std::string& path) {
 }
 
 TEST(SyntheticTreeTest, SeedDecidesEverything) {
-    const SyntheticTreeOptions shape = {.seed = 7};
-    EXPECT_EQ(Describe(*MakeSyntheticTree(shape)), Describe(*MakeSyntheticTree(shape)));
-    EXPECT_NE(Describe(*MakeSyntheticTree(shape)), Describe(*MakeSyntheticTree({.seed = 8})));
+    const SyntheticTreeOptions options = {.seed = 7};
+    EXPECT_EQ(Describe(*MakeSyntheticTree(options)), Describe(*MakeSyntheticTree(options)));
+    EXPECT_NE(Describe(*MakeSyntheticTree(options)), Describe(*MakeSyntheticTree({.seed = 8})));
 }
 
 TEST(SyntheticTreeTest, StaysTheSameFromReleaseToRelease) {

@@ -47,7 +47,7 @@ std::optional<Value> Peer::ReceiveValue() {
     }
 }
 
-std::int64_t Peer::Ask(const Value& request) {
+std::int64_t Peer::Exchange(const Value& request) {
     SendRequest(request);
     const auto reply = ReceiveValue();
     return reply.value().FindInteger("error code").value_or(0) & 0xFFFFFFFF;

@@ -25,7 +25,7 @@ public:
     // The next frame's dictionary; none at the end of the stream.
     std::optional<Value> ReceiveValue();
     // The whole exchange; the reply's code without the facility's high word.
-    std::int64_t Ask(const Value& request);
+    std::int64_t Exchange(const Value& request);
 
 private:
     Descriptor socket_;

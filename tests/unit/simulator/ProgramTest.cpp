@@ -66,7 +66,7 @@ public:
                   static_cast<ssize_t>(bytes.size()));
     }
     // Carries a command out; what it printed, the answer at the end.
-    std::vector<std::string> Tell(const std::string& command) {
+    std::vector<std::string> Do(const std::string& command) {
         Write(command);
         std::vector<std::string> lines;
         do {
@@ -76,15 +76,15 @@ public:
     }
     std::string ReadLine() {
         std::size_t end = 0;
-        while ((end = gathered_.find('\n')) == gathered_.npos) {
+        while ((end = buffer_.find('\n')) == buffer_.npos) {
             char buffer[4096];
             const ssize_t length = read(output_.Get(), buffer, sizeof buffer);
             if (length <= 0)
                 throw std::runtime_error("the program has ended");
-            gathered_.append(buffer, static_cast<std::size_t>(length));
+            buffer_.append(buffer, static_cast<std::size_t>(length));
         }
-        std::string line = gathered_.substr(0, end);
-        gathered_.erase(0, end + 1);
+        std::string line = buffer_.substr(0, end);
+        buffer_.erase(0, end + 1);
         return line;
     }
     std::string AwaitLine(const std::string& part) {
@@ -113,7 +113,7 @@ private:
     pid_t process_ = -1;
     Descriptor input_;
     Descriptor output_;
-    std::string gathered_;
+    std::string buffer_;
 };
 
 std::string ReadAll(const fs::path& path) {
@@ -132,7 +132,7 @@ bool IsMounted(const std::string& path) {
     return ReadAll("/proc/self/mountinfo").find(' ' + path + ' ') != std::string::npos;
 }
 
-bool EnterPrivateWorld() {
+bool EnterPrivateNamespace() {
     return unshare(CLONE_NEWNS) == 0 &&
            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("none", "/tmp", "tmpfs", 0, nullptr) == 0 && access("/dev/fuse", R_OK | W_OK) == 0;
@@ -162,7 +162,7 @@ protected:
 
 private:
     static int RunAsChild(const std::function<void()>& body) {
-        if (!EnterPrivateWorld())
+        if (!EnterPrivateNamespace())
             return kNotPermitted;
         try {
             body();
@@ -176,9 +176,9 @@ private:
 TEST_F(ProgramTest, DiscIsIdentifiedThroughTheSocketsAndWalked) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger());
-        program.Tell("put changer=A1 slot=0 seed=7 directories=4 files=2 depth=2 name=holidays");
-        program.Tell("start");
+        program.Do(AddChanger());
+        program.Do("put changer=A1 slot=0 seed=7 directories=4 files=2 depth=2 name=holidays");
+        program.Do("start");
         EXPECT_EQ(ListNames("/tmp/carousel"), std::set<std::string>{".changer_info.plist"});
 
         const std::string suffix = std::to_string(program.ProcessId());
@@ -200,8 +200,8 @@ TEST_F(ProgramTest, DiscIsIdentifiedThroughTheSocketsAndWalked) {
             EXPECT_TRUE(entry.is_directory() || ReadAll(entry.path()).size() == entry.file_size());
         }
         EXPECT_EQ(directories, 4);
-        EXPECT_EQ(client.Ask(MakePrivateEject(0)), 0);
-        EXPECT_EQ(program.Tell("quit").back(), "ok");
+        EXPECT_EQ(client.Exchange(MakePrivateEject(0)), 0);
+        EXPECT_EQ(program.Do("quit").back(), "ok");
         EXPECT_EQ(program.AwaitEnd(), 0);
     });
 }
@@ -209,7 +209,7 @@ TEST_F(ProgramTest, DiscIsIdentifiedThroughTheSocketsAndWalked) {
 TEST_F(ProgramTest, BinaryInfoFilesAndWritesRefused) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger("info=binary"));
+        program.Do(AddChanger("info=binary"));
         EXPECT_TRUE(ReadAll("/tmp/carousel/.changer_info.plist").starts_with("bplist00"));
         EXPECT_EQ(open("/tmp/carousel/.changer_info.plist", O_WRONLY | O_CLOEXEC), -1);
         EXPECT_EQ(errno, EROFS);
@@ -220,8 +220,8 @@ TEST_F(ProgramTest, BinaryInfoFilesAndWritesRefused) {
 TEST_F(ProgramTest, WaitingListingsBlockNobodyAndAreAnsweredAtTheEnd) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger("moving=3600000"));
-        program.Tell("put changer=A1 slot=0 identified=yes name=far-away");
+        program.Do(AddChanger("moving=3600000"));
+        program.Do("put changer=A1 slot=0 identified=yes name=far-away");
         std::vector<pid_t> waiting;
         for (int count = 0; count < 20; ++count) {
             waiting.push_back(fork());
@@ -252,8 +252,8 @@ TEST_F(ProgramTest, NothingIsLeftAfterAnySortOfEnd) {
                           +[](Program& program) { program.Kill(SIGINT); }};
         for (const auto& way : end) {
             Program program;
-            program.Tell(AddChanger());
-            program.Tell("start");
+            program.Do(AddChanger());
+            program.Do("start");
             const int user = open("/tmp/carousel", O_DIRECTORY | O_CLOEXEC);
             EXPECT_TRUE(IsMounted("/tmp/carousel"));
             way(program);
@@ -268,11 +268,11 @@ TEST_F(ProgramTest, NothingIsLeftAfterAnySortOfEnd) {
 TEST_F(ProgramTest, KilledServersMountIsTakenOver) {
     RunPrivately([] {
         Program killed;
-        killed.Tell(AddChanger());
+        killed.Do(AddChanger());
         killed.Kill(SIGKILL);
         killed.AwaitEnd();
         Program program;
-        EXPECT_EQ(program.Tell(AddChanger()).back(), "ok");
+        EXPECT_EQ(program.Do(AddChanger()).back(), "ok");
         EXPECT_EQ(ListNames("/tmp/carousel").size(), 1u);
     });
 }
@@ -280,17 +280,17 @@ TEST_F(ProgramTest, KilledServersMountIsTakenOver) {
 TEST_F(ProgramTest, FileSystemComesAndGoes) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger());
-        EXPECT_EQ(program.Tell("unmount changer=A1").back(), "ok");
+        program.Do(AddChanger());
+        EXPECT_EQ(program.Do("unmount changer=A1").back(), "ok");
         EXPECT_FALSE(IsMounted("/tmp/carousel"));
-        EXPECT_TRUE(program.Tell("unmount changer=A1").back().starts_with("error "));
-        EXPECT_EQ(program.Tell("mount changer=A1 mount=/tmp/elsewhere").back(), "ok");
+        EXPECT_TRUE(program.Do("unmount changer=A1").back().starts_with("error "));
+        EXPECT_EQ(program.Do("mount changer=A1 mount=/tmp/elsewhere").back(), "ok");
         EXPECT_EQ(ListNames("/tmp/elsewhere").size(), 1u);
-        EXPECT_EQ(program.Tell("remove-changer changer=A1").back(), "ok");
-        program.Tell("add-changer changer=B2 slots=1 drives=1 info=binary");
-        EXPECT_EQ(program.Tell("mount changer=B2").back(),
+        EXPECT_EQ(program.Do("remove-changer changer=A1").back(), "ok");
+        program.Do("add-changer changer=B2 slots=1 drives=1 info=binary");
+        EXPECT_EQ(program.Do("mount changer=B2").back(),
                   "error \"no mount point: give mount=DIRECTORY\"");
-        EXPECT_EQ(program.Tell("mount changer=B2 mount=/tmp/later").back(), "ok");
+        EXPECT_EQ(program.Do("mount changer=B2 mount=/tmp/later").back(), "ok");
         EXPECT_TRUE(ReadAll("/tmp/later/.changer_info.plist").starts_with("bplist00"));
         EXPECT_FALSE(IsMounted("/tmp/elsewhere"));
     });
@@ -299,8 +299,8 @@ TEST_F(ProgramTest, FileSystemComesAndGoes) {
 TEST_F(ProgramTest, KernelCacheShowsTheSame) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger("kernel-cache=yes"));
-        program.Tell("put changer=A1 slot=0 identified=yes name=disc directories=1 depth=1");
+        program.Do(AddChanger("kernel-cache=yes"));
+        program.Do("put changer=A1 slot=0 identified=yes name=disc directories=1 depth=1");
         for (int count = 0; count < 3; ++count)
             EXPECT_EQ(ListNames("/tmp/carousel/disc").size(), 7u);
     });
@@ -314,19 +314,19 @@ TEST_F(ProgramTest, WrongCommandsChangeNothing) {
               "add-changer changer=A1 slots=4",
               "add-changer changer=A1 slots=4 drives=1 colour=red", "fault on=request do=jam",
               "fault on=connection do=late after=1", "notify hex=00", "quit now=yes"}) {
-            EXPECT_TRUE(program.Tell(command).front().starts_with("error \"")) << command;
+            EXPECT_TRUE(program.Do(command).front().starts_with("error \"")) << command;
         }
-        EXPECT_EQ(program.Tell("brew").back(), "error \"unknown command: brew; try help\"");
-        EXPECT_EQ(program.Tell("stop now=yes").back(), "error \"unknown argument: now\"");
-        EXPECT_EQ(program.Tell("show"), std::vector<std::string>{"ok"});
-        EXPECT_GT(program.Tell("help").size(), 20u);
+        EXPECT_EQ(program.Do("brew").back(), "error \"unknown command: brew; try help\"");
+        EXPECT_EQ(program.Do("stop now=yes").back(), "error \"unknown argument: now\"");
+        EXPECT_EQ(program.Do("show"), std::vector<std::string>{"ok"});
+        EXPECT_GT(program.Do("help").size(), 20u);
     });
 }
 
 TEST_F(ProgramTest, OpeningTheRootsInfoFileIsTold) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger());
+        program.Do(AddChanger());
         ReadAll("/tmp/carousel/.changer_info.plist");
         EXPECT_TRUE(program.AwaitLine("info-open").ends_with("changer=00000000000000A1"));
     });
@@ -335,11 +335,11 @@ TEST_F(ProgramTest, OpeningTheRootsInfoFileIsTold) {
 TEST_F(ProgramTest, EventsAreCountedInTheirOrder) {
     RunPrivately([] {
         Program program;
-        program.Tell(AddChanger());
-        program.Tell("put changer=A1 slot=0 identified=yes name=disc");
+        program.Do(AddChanger());
+        program.Do("put changer=A1 slot=0 identified=yes name=disc");
         ListNames("/tmp/carousel/disc");
         std::vector<std::string> kinds;
-        for (const std::string& line : program.Tell("start"))
+        for (const std::string& line : program.Do("start"))
             if (line != "ok")
                 kinds.push_back(line.substr(line.find(' ', 6) + 1));
         const std::vector<std::string> expected = {"listing", "robot",  "robot",

@@ -29,17 +29,17 @@ namespace {
 class ServersTest : public testing::Test {
 protected:
     ServersTest() {
-        Tell("pulse every=0");
-        Tell("add-changer changer=A1 slots=4 drives=1");
-        Tell("put changer=A1 slot=0");
-        Tell("start");
+        Do("pulse every=0");
+        Do("add-changer changer=A1 slots=4 drives=1");
+        Do("put changer=A1 slot=0");
+        Do("start");
     }
     ~ServersTest() override {
         simulator_.reset();
         std::filesystem::remove_all(folder_);
     }
 
-    void Tell(const std::string& command) {
+    void Do(const std::string& command) {
         EXPECT_TRUE(control_.Execute(command));
     }
     Peer Connect() const {
@@ -48,8 +48,8 @@ protected:
     Peer Subscribe() const {
         return Peer(folder_ + "/carouseldn-" + std::to_string(getpid()));
     }
-    std::int64_t Ask(const Value& request) const {
-        return Connect().Ask(request);
+    std::int64_t Exchange(const Value& request) const {
+        return Connect().Exchange(request);
     }
     static std::vector<std::string> ReceiveKeys(Peer& peer, int count) {
         std::vector<std::string> keys;
@@ -102,27 +102,27 @@ TEST_F(ServersTest, ErrorsCarryTheHighWordAndAText) {
 }
 
 TEST_F(ServersTest, BusyCodesOfAMountAndAnEject) {
-    Tell("put changer=A1 slot=1");
-    Tell("timing changer=A1 moving=3600000 patience=0");
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 1020);
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 1020);
-    EXPECT_EQ(Ask(MakePrivateMount(1)), 1021);
-    EXPECT_EQ(Ask(MakePrivateEject(0)), 1021);
+    Do("put changer=A1 slot=1");
+    Do("timing changer=A1 moving=3600000 timeout=0");
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 1020);
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 1020);
+    EXPECT_EQ(Exchange(MakePrivateMount(1)), 1021);
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 1021);
 }
 
 TEST_F(ServersTest, PatientRequestsWaitForTheRobot) {
-    Tell("timing changer=A1 moving=1 spin-up=1 patience=60000");
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
-    EXPECT_EQ(Ask(MakePrivateEject(0)), 0);
+    Do("timing changer=A1 moving=1 spin-up=1 timeout=60000");
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 0);
 }
 
 TEST_F(ServersTest, RequestsThatMakeNoSense) {
-    EXPECT_EQ(Ask(MakeRequest("brew coffee")), 1034);
-    EXPECT_EQ(Ask(MakeRequest("mount disc")), 1033);
-    EXPECT_EQ(Ask(Value::MakeArray()), 1033);
+    EXPECT_EQ(Exchange(MakeRequest("brew coffee")), 1034);
+    EXPECT_EQ(Exchange(MakeRequest("mount disc")), 1033);
+    EXPECT_EQ(Exchange(Value::MakeArray()), 1033);
     Value request = MakePrivateEject(0);
     request.Set("Changer GUID", 0xB2);
-    EXPECT_EQ(Ask(request), 1032);
+    EXPECT_EQ(Exchange(request), 1032);
 }
 
 TEST_F(ServersTest, OneConnectionCarriesManyRequests) {
@@ -138,7 +138,8 @@ TEST_F(ServersTest, NoReplyGetsNone) {
     Value silent = MakeRequest("request identification");
     silent.Set("request", true).Set("no reply", true);
     peer.SendRequest(silent);
-    EXPECT_EQ(peer.Ask(MakePrivateMount(2)), 1032) << "the first reply is the second request's";
+    EXPECT_EQ(peer.Exchange(MakePrivateMount(2)), 1032)
+        << "the first reply is the second request's";
 }
 
 TEST_F(ServersTest, RubbishClosesTheConnection) {
@@ -148,7 +149,7 @@ TEST_F(ServersTest, RubbishClosesTheConnection) {
     Peer other = Connect();
     other.Send(EncodeFrame("this is no property list"));
     EXPECT_EQ(other.ReceiveValue().has_value(), false);
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0) << "others are served";
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0) << "others are served";
 }
 
 TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
@@ -157,7 +158,7 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
         idle.push_back(Connect());
         idle.back().Send("giSh");
     }
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
 }
 
 // More than it has connections for: those that came first have to go.
@@ -169,68 +170,68 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUpHoweverManyTheyAre) {
     std::vector<Peer> idle;
     for (int count = 0; count < 600; ++count)
         idle.push_back(Connect());
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
     EXPECT_EQ(idle.front().Receive(), "");
-    EXPECT_EQ(idle.back().Ask(MakePrivateEject(0)), 0);
+    EXPECT_EQ(idle.back().Exchange(MakePrivateEject(0)), 0);
 }
 
 TEST_F(ServersTest, StoppedServerIsGone) {
     Peer waiting = Connect();
     Peer subscriber = Subscribe();
-    Tell("stop");
+    Do("stop");
     EXPECT_EQ(waiting.ReceiveValue().has_value(), false);
     while (subscriber.ReceiveValue()) {
     }
     EXPECT_THROW(Connect(), std::system_error);
     EXPECT_TRUE(std::filesystem::is_empty(folder_));
-    Tell("start");
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+    Do("start");
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
 }
 
 // ---- Faults ----
 
 TEST_F(ServersTest, FaultsOfReplies) {
-    Tell("fault on=\"mount disc\" do=error code=1050 text=\"100%\"");
+    Do("fault on=\"mount disc\" do=error code=1050 text=\"100%\"");
     Peer refused = Connect();
     refused.SendRequest(MakePrivateMount(0));
     EXPECT_EQ(refused.ReceiveValue().value().FindString("error string"), "100%");
 
-    Tell("fault on=request do=close");
+    Do("fault on=request do=close");
     Peer closed = Connect();
     closed.SendRequest(MakePrivateMount(0));
     EXPECT_FALSE(closed.ReceiveValue());
 
-    Tell("fault on=request do=raw hex=010203");
+    Do("fault on=request do=raw hex=010203");
     Peer raw = Connect();
     raw.SendRequest(MakePrivateEject(0));
     EXPECT_EQ(raw.Receive(), "\x01\x02\x03");
 
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0) << "all faults are used up";
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0) << "all faults are used up";
 }
 
 TEST_F(ServersTest, RefusedRequestIsNotCarriedOutUnlessToldSo) {
-    Tell("timing changer=A1 moving=3600000 patience=0");
-    Tell("fault on=\"mount disc\" do=error code=1");
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 1);
-    EXPECT_EQ(Ask(MakePrivateEject(0)), 0) << "it is in its slot";
-    Tell("fault on=\"mount disc\" do=error code=1 act=yes");
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 1);
-    EXPECT_EQ(Ask(MakePrivateEject(0)), 1021) << "it is on its way";
+    Do("timing changer=A1 moving=3600000 timeout=0");
+    Do("fault on=\"mount disc\" do=error code=1");
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 1);
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 0) << "it is in its slot";
+    Do("fault on=\"mount disc\" do=error code=1 act=yes");
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 1);
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 1021) << "it is on its way";
 }
 
 TEST_F(ServersTest, ClosedUnreadResetsTheConnection) {
-    Tell("fault on=connection do=close");
+    Do("fault on=connection do=close");
     Peer peer = Connect();
     Peer other = Subscribe(); // time enough to close it too early
     ReceiveKeys(other, 3);
     EXPECT_NO_THROW(peer.SendRequest(MakePrivateMount(0)));
     EXPECT_EQ(peer.Receive(), "");
     EXPECT_EQ(errno, ECONNRESET);
-    EXPECT_EQ(Ask(MakePrivateEject(0)), 0);
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 0);
 }
 
 TEST_F(ServersTest, SplitReplyArrivesInPieces) {
-    Tell("fault on=request do=split size=5");
+    Do("fault on=request do=split size=5");
     Peer peer = Connect();
     peer.SendRequest(MakePrivateEject(0));
     for (int count = 0; count < 10; ++count)
@@ -244,7 +245,7 @@ TEST_F(ServersTest, NewcomerIsToldEverything) {
     EXPECT_EQ(ReceiveKeys(first, 3), kAllKeys);
     Peer second = Subscribe();
     EXPECT_EQ(ReceiveKeys(second, 3), kAllKeys);
-    Tell("ready changer=A1 value=no");
+    Do("ready changer=A1 value=no");
     EXPECT_EQ(ReceiveKeys(first, 1), std::vector<std::string>{"changer info"})
         << "the other one's greeting was its own";
 }
@@ -252,13 +253,13 @@ TEST_F(ServersTest, NewcomerIsToldEverything) {
 TEST_F(ServersTest, ChangesGoToAllSubscribers) {
     Peer first = Subscribe();
     Peer second = Subscribe();
-    Tell("root-preferences identify-on-insert=yes");
+    Do("root-preferences identify-on-insert=yes");
     for (Peer* peer : {&first, &second}) {
         AwaitNotification(*peer, [](const std::string& xml) {
             return Contains(xml, "<key>IdentifyMediaOnInsert</key>");
         });
     }
-    Tell("remove-changer changer=A1");
+    Do("remove-changer changer=A1");
     for (Peer* peer : {&first, &second}) {
         AwaitNotification(*peer, [](const std::string& xml) {
             return Contains(xml, "changer list") && !Contains(xml, "161");
@@ -269,7 +270,7 @@ TEST_F(ServersTest, ChangesGoToAllSubscribers) {
 TEST_F(ServersTest, TogetherIsOneFrame) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
-    Tell("push together=yes");
+    Do("push together=yes");
     auto keys = ReceiveKeys(peer, 1);
     std::ranges::sort(keys);
     EXPECT_EQ(keys, (std::vector<std::string>{"changer info", "changer list", "root preferences"}));
@@ -278,43 +279,43 @@ TEST_F(ServersTest, TogetherIsOneFrame) {
 TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
-    Tell("hold");
-    Tell("put changer=A1 slot=3");
-    Tell("put changer=A1 slot=2");
-    Tell("release");
+    Do("pause");
+    Do("put changer=A1 slot=3");
+    Do("put changer=A1 slot=2");
+    Do("resume");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
-    Tell("push together=yes");
+    Do("push together=yes");
     EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "nothing else was kept for the release";
 }
 
 TEST_F(ServersTest, ReleaseOnceLetsOneStateOutAndHoldsOn) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
-    Tell("hold");
-    Tell("put changer=A1 slot=3");
-    Tell("release once=yes");
+    Do("pause");
+    Do("put changer=A1 slot=3");
+    Do("resume once=yes");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
-    Tell("push");
-    Tell("push");
-    Tell("release once=yes");
+    Do("push");
+    Do("push");
+    Do("resume once=yes");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
-    Tell("release");
+    Do("resume");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
-    Tell("push together=yes");
+    Do("push together=yes");
     EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "what was pushed meanwhile was sent once";
 }
 
 TEST_F(ServersTest, PushSendsAsManyTimesAsTold) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
-    Tell("push together=yes times=3");
+    Do("push together=yes times=3");
     for (int count = 0; count < 3; ++count)
         EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u);
 }
 
 TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
     const std::string path = folder_ + "/copy";
-    Tell("copy-notifications file=" + path);
+    Do("copy-notifications file=" + path);
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     std::ifstream file(path, std::ios::binary);
@@ -329,45 +330,45 @@ TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {
     ReceiveKeys(peer, 3);
     Value withdrawal = MakeRequest("request identification");
     withdrawal.Set("request", false);
-    EXPECT_EQ(Ask(withdrawal), 0);
+    EXPECT_EQ(Exchange(withdrawal), 0);
     EXPECT_EQ(ReceiveKeys(peer, 1), std::vector<std::string>{"changer info"});
 }
 
 TEST_F(ServersTest, PulseRepeatsTheInfo) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
-    Tell("pulse every=1");
+    Do("pulse every=1");
     EXPECT_EQ(ReceiveKeys(peer, 2), (std::vector<std::string>{"changer info", "changer info"}));
 }
 
 TEST_F(ServersTest, RawBytesGoToAllSubscribers) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
-    Tell("notify hex=676953680000");
+    Do("notify hex=676953680000");
     EXPECT_EQ(peer.Receive(), std::string("giSh\0\0", 6));
 }
 
 TEST_F(ServersTest, SubscriberThatNeverReadsHoldsNobodyUp) {
     const Peer stuck = Subscribe();
-    Tell("fault on=notification do=huge size=900000 count=2");
-    Tell("push");
-    Tell("push");
+    Do("fault on=notification do=huge size=900000 count=2");
+    Do("push");
+    Do("push");
     Peer peer = Subscribe();
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
-    EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
 }
 
 TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
     Peer subscriber = Subscribe();
     ReceiveKeys(subscriber, 3);
-    Tell("serial value=yes");
-    Tell("fault on=notification do=huge size=900000");
-    Tell("push");
+    Do("serial value=yes");
+    Do("fault on=notification do=huge size=900000");
+    Do("push");
     const auto changer = simulator_->FindChanger(0xA1);
     const auto generation = changer->Generation();
     std::atomic<bool> isAnswered = false;
     std::jthread asking([&] {
-        EXPECT_EQ(Ask(MakePrivateMount(0)), 0);
+        EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
         isAnswered = true;
     });
     // Far more is on its way than the socket's buffer holds, so that it cannot have been read.
@@ -383,7 +384,7 @@ TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
     });
     asking.join();
     EXPECT_TRUE(isAnswered);
-    Tell("stop");
+    Do("stop");
 }
 
 } // namespace
