@@ -2,16 +2,16 @@
 #define SIMULATOR_CHANGER_H
 
 /*
- * The model of one changer: its discs, who uses them, and what its server says about it.
+ * The model of one changer: its discs, their users, and the state that its server publishes.
  *
- * Everything is guarded by one lock and happens inside calls: each call first makes the steps of
- * robot and drives whose time has come (Settle), then does its own work, then settles again. Run()
- * lives on a thread of its own and settles when the next step is due. Who waits for a disc leaves a
- * callback, which is called when the lock has been released.
+ * Any thread may call; one lock guards the whole model. The model only changes inside calls: each
+ * call first performs the steps of robot and drives that are due (Settle), then its own work, then
+ * settles again. Run(), on a thread of its own, settles when the next step is due. A caller that
+ * needs a disc passes a callback, which is called after the lock has been released.
  *
- * A disc comes to a drive for a holder (a client that mounted it) or for waiters (listings of the
- * file system). What cannot begin at once stands in the queue of wanted slots until the robot is
- * idle and a drive is empty or can be emptied: one whose disc nobody holds or waits for.
+ * A disc is loaded into a drive for a holder (the client that mounted it) or for waiters (requests
+ * of the file system). Loads that cannot begin are queued until the robot is idle and a drive is
+ * empty or can be emptied. A drive can be emptied if its disc has neither holder nor waiters.
  */
 
 #include "simulator/DiscTree.h"
@@ -35,7 +35,7 @@
 
 namespace simulator {
 
-/* Codes of a reply; on the wire they carry the facility's high word. */
+/* Codes of a reply, without the high word that MakeWireCode() adds. */
 enum class ReplyCode : std::int32_t {
     Success = 0,
     UnderWay = 1020,
@@ -52,7 +52,7 @@ struct Outcome {
     std::string text;
 };
 
-/* Who mounts or ejects. */
+/* The client that mounts or ejects a disc; a public user by default. */
 struct User {
     bool isPrivate = false;
     std::int64_t processId = 0;
@@ -70,7 +70,7 @@ struct MountRequest {
 };
 
 struct MountOutcome : Outcome {
-    std::string mediaRoot; // its name in the file system; empty if the partition has none
+    std::string mediaRoot; // the name in the file system; empty if the partition has none
     DriveIndex drive = 0;
 };
 
@@ -87,7 +87,7 @@ struct ClientStatus {
     bool abortRequested = false;
 };
 
-/* Absent ones are left out of the notification. */
+/* The notification contains only the preferences that have a value. */
 struct Preferences {
     std::optional<bool> identifyOnInsert{};
     std::optional<bool> buildOnIdentify{};
@@ -109,9 +109,9 @@ struct NewDisc {
     std::vector<NewPartition> partitions;
 };
 
-/* A partition with a file system: what a media root shows. Only the changer changes directories. */
+/* A partition with a file system, shown as a media root. Only Changer modifies `directories`. */
 struct Volume {
-    std::uint32_t id; // never used again
+    std::uint32_t id; // unique during the life of the changer
     SlotIndex slot;
     std::string name;
     std::string partitionId;
@@ -121,7 +121,7 @@ struct Volume {
         bool cached = false;
         unsigned listings = 0;
     };
-    std::map<EntryIndex, Directory> directories; // those that were listed
+    std::map<EntryIndex, Directory> directories; // the ones listed at least once
 };
 
 struct ChangerConfig {
@@ -133,8 +133,8 @@ struct ChangerConfig {
 
 struct ChangerTiming {
     DriveTiming drives;
-    milliseconds appear{0};    // from identification to the media roots
-    milliseconds timeout{500}; // of a request before it is answered "busy"
+    milliseconds appear{0};    // from identification until the media roots are visible
+    milliseconds timeout{500}; // how long a mount or eject waits before the reply "busy"
 };
 
 class Changer {
@@ -142,62 +142,89 @@ public:
     using Clock = std::function<TimePoint()>;
     using Callback = std::function<void(int errorNumber)>;
 
-    // Changed is called, with the lock held, whenever the information has changed.
+    // `changed` is called with the lock held after each change of the published state; it must not
+    // call the changer. `clock` returns the current time. `events` must outlive the changer.
     Changer(const ChangerConfig& config, Events& events, std::function<void()> changed,
             Clock clock);
 
+    // The identity of the changer; constant.
     std::uint64_t Guid() const {
         return guid_;
     }
 
-    // For the user of the program.
+    // ---- For the commands of the user ----
+
+    // Replaces "Changer Ready".
     void SetReady(bool ready);
+    // Replaces the times; steps that have begun keep theirs.
     void SetTiming(const ChangerTiming& timing);
     ChangerTiming CurrentTiming() const;
+    // Replaces all preferences.
     void SetPreferences(const Preferences& preferences);
     Preferences CurrentPreferences() const;
-    void Put(NewDisc disc);    // throws CommandError
-    void Take(SlotIndex slot); // throws CommandError
+    // Puts a disc into an empty slot. Throws CommandError if there is no such slot, if the slot is
+    // not empty, or if a media root of this name exists.
+    void Put(NewDisc disc);
+    // Removes a disc from its slot or drive; its waiters fail with EIO. Throws CommandError if
+    // there is no disc.
+    void Take(SlotIndex slot);
+    // Drops the cached listings of a disc. Throws CommandError if there is no disc.
     void Forget(SlotIndex slot);
-    void RequestAbort(const std::string& client, bool create); // throws CommandError
+    // Sets "Abort Requested" in the status of `client`. Throws CommandError if the client has no
+    // status, unless `create` is true.
+    void RequestAbort(const std::string& client, bool create);
 
-    // For clients of the server.
+    // ---- For the clients of the server; none of these blocks ----
+
+    // Mounts a disc for the user. UnderWay: the disc is on its way to a drive. Busy: nothing could
+    // begin, or another user has mounted the disc.
     MountOutcome Mount(const MountRequest& request);
-    // UnderWay when the robot has just begun, Busy while it has not, or not yet, come to the end.
+    // Success: the disc is in its slot. UnderWay: this call began the move. Busy: the robot or the
+    // drive is in use, also by this move after the call that began it.
     Outcome Eject(const EjectRequest& request);
+    // Sets (true) or withdraws (false) the request to identify a disc or the changer.
     Outcome RequestDiscIdentification(SlotIndex slot, bool request);
     void RequestChangerIdentification(bool request);
+    // Replaces the status of `client`; an empty message removes it.
     void SetClientStatus(const std::string& client, const ClientStatus& status);
 
-    // Counts up whenever something in the model has moved.
+    // A counter that each change of the model increments.
     std::uint64_t Generation() const;
-    // Waits until it is no longer this one; false at the deadline or when asked to stop.
+    // Blocks until Generation() differs from `generation`. False at the deadline, on `stop`, or
+    // after Close().
     bool WaitForChange(std::uint64_t generation, TimePoint deadline, std::stop_token stop);
 
-    // For the file system.
+    // ---- For the file system ----
+
+    // The volumes whose media roots are visible.
     std::vector<std::shared_ptr<const Volume>> MediaRoots();
+    // The volume of this number, visible or not; null if its disc was removed.
     std::shared_ptr<const Volume> FindVolume(std::uint32_t id);
-    // Ready is called with 0 as soon as the directory is cached, with an error number if it never
-    // will be; perhaps before this returns, else on another thread.
+    // Calls `callback` once: with 0 when the directory is cached, or with an errno if it cannot be
+    // (ESTALE, EIO). The call happens before List() returns, or later on another thread.
     void List(std::uint32_t volume, EntryIndex directory, Callback callback);
-    // The same for reading a file, which needs the disc in a drive.
+    // The same for reading a file, which needs the disc in a drive each time.
     void Open(std::uint32_t volume, EntryIndex file, Callback callback);
 
+    // The changer's dictionary in the notification "changer info".
     Value MakeInfo();
+    // Prints the model as "model" lines: of all discs or of one slot, with or without directories.
+    // A `slot` includes the directories.
     void Print(std::optional<SlotIndex> slot, bool withDirectories);
 
-    // Makes the steps of robot and drives at their times, until it is asked to stop.
+    // Performs the steps of robot and drives when they are due. Blocks until `stop`.
     void Run(std::stop_token stop);
+    // Performs the steps that are due.
     void Settle();
-    // Whoever waits for a disc fails.
+    // Calls the callbacks of all waiters with EIO.
     void FailWaiters();
-    // No request waits any longer.
+    // Ends every WaitForChange(), at present and in future.
     void Close();
 
 private:
     struct Holder {
         User user;
-        bool identified = false; // by this mount
+        bool identified = false; // true after this mount has identified the disc
     };
     struct Waiter {
         std::uint32_t volume;
@@ -222,9 +249,11 @@ private:
         SlotIndex slot;
         std::optional<DriveIndex> drive;
     };
-    // The lock held, the model settled before and after, and the callbacks called at the end.
+    // Holds the lock. Settles the model at the beginning and at the end, then releases the lock and
+    // calls the callbacks.
     class Section {
     public:
+        // Locks `changer`, which must outlive the section.
         explicit Section(Changer& changer);
         Section(const Section&) = delete;
         ~Section();
@@ -236,7 +265,7 @@ private:
 
     Disc* FindDisc(SlotIndex slot);
     const Disc* FindDisc(SlotIndex slot) const;
-    Disc& RequiredDisc(SlotIndex slot); // throws CommandError
+    Disc& RequiredDisc(SlotIndex slot); // throws CommandError if there is no disc
     Disc MakeDisc(NewDisc newDisc);
     bool HasMediaRoot(const std::string& name) const;
     Fields Describe(SlotIndex slot) const;
@@ -284,7 +313,7 @@ private:
     mutable std::mutex lock_;
     std::condition_variable_any moved_;
     std::uint64_t generation_ = 0;
-    std::vector<std::function<void()>> callbacks_; // to be called without the lock
+    std::vector<std::function<void()>> callbacks_; // called without the lock
     bool closed_ = false;
 
     bool ready_;
@@ -293,7 +322,7 @@ private:
     Preferences preferences_;
     std::map<std::string, ClientStatus> statuses_;
     std::vector<std::optional<Disc>> slots_;
-    std::map<std::uint32_t, std::shared_ptr<Volume>> volumes_; // those of the discs, by number
+    std::map<std::uint32_t, std::shared_ptr<Volume>> volumes_; // of all discs, by id
     Mechanics mechanics_;
     std::deque<QueuedLoad> loadQueue_;
     std::uint32_t lastVolume_ = 0;

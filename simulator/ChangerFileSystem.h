@@ -4,14 +4,13 @@
 /*
  * The mounted file system of one changer: a media root for each identified partition.
  *
- * A few threads take requests from the kernel, one at a time, and answer most of them at once. What
- * needs the disc (listing a directory that is not cached, reading a file) is handed to the changer
- * and answered from wherever the disc arrives, so that no number of waiting listings blocks
- * another.
+ * Four threads receive requests from the kernel, one at a time, and answer most of them at once. A
+ * request that needs the disc (listing a directory that is not cached, reading a file) is passed to
+ * the changer and answered by its callback. Pending listings therefore occupy no thread.
  *
- * Inode numbers: 1 is the root, 2 its info file; the entry E of the volume V is V << 32 | E, and
- * the volume's info file V << 32 | 0xFFFFFFFF. Volume numbers are never used again, so an inode
- * that the kernel still remembers is at worst stale.
+ * Inode numbers: 1 is the root, 2 the root's info file, V << 32 | E entry E of volume V, and
+ * V << 32 | 0xFFFFFFFF the volume's info file. Volume ids are unique, so an inode number that the
+ * kernel has kept may be stale, but never means another file.
  */
 
 #include "simulator/Changer.h"
@@ -32,16 +31,17 @@ class FileSystemOperations;
 
 struct FileSystemOptions {
     std::string mountPoint;
-    bool binaryInfo = false;  // format of the info files
-    bool kernelCache = false; // the kernel may keep listings and attributes of discs
+    bool binaryInfo = false;  // info files are binary property lists, not XML
+    bool kernelCache = false; // the kernel may cache listings and attributes of discs
 };
 
 class ChangerFileSystem {
 public:
-    // Mounted and answering when this returns. Makes the mount point if it is missing, and takes
-    // away what a killed predecessor left mounted there. Throws CommandError.
+    // Mounts the file system and starts its threads. Creates the mount point if it is missing, and
+    // unmounts what a killed simulator left there. Throws CommandError on failure. `changer` and
+    // `events` must outlive the object.
     ChangerFileSystem(Changer& changer, const FileSystemOptions& options, Events& events);
-    // Unmounts, whoever still uses it.
+    // Fails the pending requests with EIO and unmounts, even if the file system is in use.
     ~ChangerFileSystem();
 
 private:
@@ -59,7 +59,7 @@ private:
     std::unique_ptr<FileSystemOperations> operations_;
     std::unique_ptr<fuse_session, FreeSession> session_;
     WakeEvent stop_;
-    std::mutex receiveLock_; // whose turn it is to wait for the kernel's next request
+    std::mutex receiveLock_; // held by the thread that waits for the next request
     std::vector<std::jthread> threads_;
 };
 

@@ -364,21 +364,21 @@ void Control::Notify(const Arguments& arguments) {
 // ---- Faults ----
 
 void Control::AddFault(const Arguments& arguments) {
-    Faults::Rule order;
-    order.target = arguments.RequiredText("on");
-    order.fault = ReadFault(arguments);
+    Faults::Rule rule;
+    rule.target = arguments.RequiredText("on");
+    rule.fault = ReadFault(arguments);
     if (arguments.TextOr("count", "1") != "all")
-        order.count = arguments.NumberOr<unsigned>("count", 1);
-    CheckFaultTarget(order.target, order.fault.kind);
-    simulator_.Faults().Add(std::move(order));
+        rule.count = arguments.NumberOr<unsigned>("count", 1);
+    CheckFaultTarget(rule.target, rule.fault.kind);
+    simulator_.Faults().Add(std::move(rule));
 }
 
 void Control::ListFaults(const Arguments&) {
-    for (const auto& order : simulator_.Faults().List()) {
+    for (const auto& rule : simulator_.Faults().List()) {
         Fields fields;
-        fields.Add("on", order.target)
-            .Add("do", FaultName(order.fault.kind))
-            .Add("count", order.count ? std::to_string(*order.count) : "all");
+        fields.Add("on", rule.target)
+            .Add("do", FaultName(rule.fault.kind))
+            .Add("count", rule.count ? std::to_string(*rule.count) : "all");
         simulator_.Events().Print("model fault" + fields.Text());
     }
 }

@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_CONTROL_H
 #define SIMULATOR_CONTROL_H
 
-/* The text protocol: carries the commands of a person or of a script out. */
+/* The text protocol of docs/simulator.md: executes the commands of a person or a script. */
 
 #include "simulator/Arguments.h"
 #include "simulator/Simulator.h"
@@ -13,10 +13,11 @@ namespace simulator {
 
 class Control {
 public:
+    // `simulator` must outlive the object.
     explicit Control(Simulator& simulator) : simulator_(simulator) {}
 
-    // Carries one line out and prints its answer. False after "quit", whose answer is left to who
-    // takes the simulator down.
+    // Executes one line and prints its answer; blocks until its notifications are queued. False
+    // after "quit": the caller destroys the simulator, then prints "ok".
     bool Execute(std::string_view line);
 
 private:

@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_DISCTREE_H
 #define SIMULATOR_DISCTREE_H
 
-/* What is on a disc: a tree of names that never changes once it is made. */
+/* The content of a disc: an immutable tree of directories and files. */
 
 #include <cstddef>
 #include <cstdint>
@@ -21,13 +21,14 @@ using EntryIndex = std::uint32_t;
 
 struct TreeEntry {
     std::string name;
-    mode_t mode = 0; // type and permissions, as of stat
+    mode_t mode = 0; // type and permissions, like st_mode
     std::uint64_t size = 0;
     std::string linkTarget{};
     EntryIndex parent = 0;
-    EntryIndex firstChild = 0; // the children lie side by side, sorted by name
+    EntryIndex firstChild = 0; // children are contiguous, sorted by name
     EntryIndex childCount = 0;
 
+    // True if `mode` is that of a directory.
     bool IsDirectory() const {
         return (mode & 0170000u) == 0040000u;
     }
@@ -37,27 +38,32 @@ struct SyntheticTreeOptions {
     std::uint64_t seed = 1;
     std::uint32_t directories = 20; // below the root
     std::uint32_t files = 5;        // in each directory
-    std::uint32_t depth = 3;        // of the deepest directory; the root has 0
+    std::uint32_t depth = 3;        // greatest depth of a directory; the root has 0
 };
 
-/* Entry 0 is the root. */
+/* Entry 0 is the root. Indices must be less than Size(). Any thread may call. */
 class DiscTree {
 public:
     virtual ~DiscTree() = default;
 
+    // The number of entries, the root included.
     std::size_t Size() const {
         return entries_.size();
     }
+    // An entry, valid as long as the tree.
     const TreeEntry& Entry(EntryIndex index) const {
         return entries_[index];
     }
+    // The children, sorted by name, valid as long as the tree.
     std::span<const TreeEntry> Children(EntryIndex directory) const;
+    // The child of this name; none if there is no such child.
     std::optional<EntryIndex> FindChild(EntryIndex directory, std::string_view name) const;
 
-    // Begins with "/", which is the root's own path.
+    // The path from the root of the tree, with "/" at its beginning; "/" for the root.
     std::string Path(EntryIndex index) const;
 
-    // At most so many bytes of a file's content; fewer only at its end. Throws std::system_error.
+    // Reads up to `size` bytes of a file from `offset`; fewer only at the end of the file. Throws
+    // std::system_error.
     virtual std::string Read(EntryIndex file, std::uint64_t offset, std::size_t size) const = 0;
 
 protected:
@@ -65,19 +71,20 @@ protected:
         entries_.push_back(std::move(root));
     }
 
-    // Appends the children of a directory that has none yet; with their parents in ascending
-    // order, each directory's children come to lie side by side.
+    // Appends all children of a directory; call it once per directory, in ascending order of the
+    // directories.
     void AppendChildren(EntryIndex directory, std::vector<TreeEntry> children);
 
 private:
     std::vector<TreeEntry> entries_;
 };
 
-/* The same shape gives the same tree, names, sizes and contents, everywhere. */
+/* Makes a tree. Equal options give equal names, sizes and contents on every machine. */
 std::shared_ptr<const DiscTree> MakeSyntheticTree(const SyntheticTreeOptions& options);
 
-/* The folder's names as of now; contents are read from it later. What cannot be listed is an empty
-   directory. Throws std::system_error when the folder itself is no directory. */
+/* Reads the names and attributes of a folder now; contents of files are read from it later. A
+   subdirectory that cannot be listed is empty. Throws std::system_error if `path` is no directory,
+   or if an entry disappears meanwhile. */
 std::shared_ptr<const DiscTree> ReadFolderTree(const std::string& path);
 
 } // namespace simulator

@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_EVENTS_H
 #define SIMULATOR_EVENTS_H
 
-/* What the program prints: one line at a time, in the order in which things happened. */
+/* The output of the program: lines, in the order of the events. */
 
 #include "simulator/Words.h"
 
@@ -14,19 +14,20 @@
 
 namespace simulator {
 
-/* Thread-safe. A line is on its way when the call returns, so that a caller who reports while it
-   holds a lock puts the events of that lock in order. */
+/* Any thread may call. Each call writes its line before it returns, and blocks while the reader is
+   slow. Events that are reported under one lock are therefore printed in the order of that lock. */
 class Events {
 public:
+    // `descriptor` is not owned; -1 prints nothing.
     explicit Events(int descriptor) : descriptor_(descriptor) {}
 
-    // Prints "event N KIND fields", unless the kind is switched off.
+    // Prints "event N KIND fields", unless the kind is disabled.
     void Report(std::string_view kind, const Fields& fields);
 
-    // Prints any other line.
+    // Prints `line` and a newline.
     void Print(const std::string& line);
 
-    // Only these kinds are reported from now on; without a set, all.
+    // Enables only these kinds of events; all if there is no set.
     void SetKinds(std::optional<std::set<std::string, std::less<>>> kinds);
 
 private:

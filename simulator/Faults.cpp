@@ -61,15 +61,15 @@ FaultKind ParseFaultName(std::string_view name) {
     return static_cast<FaultKind>(found - kFaultNames.begin());
 }
 
-void Faults::Add(Rule order) {
+void Faults::Add(Rule rule) {
     const std::lock_guard guard(lock_);
-    rules_.push_back(std::move(order));
+    rules_.push_back(std::move(rule));
 }
 
 std::optional<Fault> Faults::Take(const std::vector<std::string_view>& targets) {
     const std::lock_guard guard(lock_);
-    const auto found = std::ranges::find_if(rules_, [&](const Rule& order) {
-        return std::ranges::find(targets, order.target) != targets.end();
+    const auto found = std::ranges::find_if(rules_, [&](const Rule& rule) {
+        return std::ranges::find(targets, rule.target) != targets.end();
     });
     if (found == rules_.end())
         return {};

@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_FAULTS_H
 #define SIMULATOR_FAULTS_H
 
-/* Misbehaviour on order: what goes wrong, on which occasion, how often. */
+/* Injected faults: which fault, on which target, how often. */
 
 #include "simulator/Values.h"
 
@@ -34,32 +34,36 @@ enum class FaultKind {
     Raw,
 };
 
-/* The word for it in the protocol, and back. The latter throws CommandError. */
+/* Convert a fault to its name in the text protocol and back. Parsing throws CommandError if the
+   name is unknown. */
 std::string_view FaultName(FaultKind kind);
 FaultKind ParseFaultName(std::string_view name);
 
 struct Fault {
     FaultKind kind = FaultKind::Error;
-    bool act = true;       // the request is carried out all the same
+    bool act = true;       // the request is executed nevertheless
     std::int64_t code = 0; // of an error
-    std::string text{};    // of an error; empty: none is sent
+    std::string text{};    // of an error; not sent if empty
     std::chrono::milliseconds after{0};
-    std::size_t size = 0; // of a header, a piece, a padding
+    std::size_t size = 0; // of the header, a piece or the padding, in bytes
     std::string raw{};
 };
 
-/* The orders that stand. Thread-safe. */
+/* The pending faults. Any thread may call. */
 class Faults {
 public:
     struct Rule {
         std::string target;
         Fault fault;
-        std::optional<unsigned> count; // none: every time
+        std::optional<unsigned> count; // none: unlimited
     };
 
-    void Add(Rule order);
-    // Uses up one occasion of the first order for any of the targets.
+    // Appends a rule.
+    void Add(Rule rule);
+    // Returns the fault of the first rule for any of the targets, and decrements its count; none if
+    // there is no such rule.
     std::optional<Fault> Take(const std::vector<std::string_view>& targets);
+    // The rules that remain, with their remaining counts; Clear() drops them.
     std::vector<Rule> List() const;
     void Clear();
 
@@ -68,17 +72,17 @@ private:
     std::list<Rule> rules_;
 };
 
-/* Bytes that go out in one send; alone: not before everything sent so far has been read. */
+/* Bytes for one send(). If `alone`, they are sent after the peer has read everything before. */
 struct Piece {
     std::string bytes;
     bool alone = false;
 };
 
-/* The frame of a dictionary, damaged as the fault says, cut into what is to be sent. Faults that
-   are none of the frame (Error, Silence, Late, Close) change nothing. */
+/* Encodes the frame of a dictionary, with the damage of `fault`, as pieces to send. Error, Silence,
+   Late and Close do not damage the frame. */
 std::vector<Piece> EncodeWithFault(const Value& dictionary, const std::optional<Fault>& fault);
 
-/* Cuts bytes into pieces of so many that arrive one by one; 0: all in one, as it comes. */
+/* Cuts bytes into pieces of `size` bytes, each sent alone; one ordinary piece if `size` is 0. */
 std::vector<Piece> CutIntoPieces(std::string_view bytes, std::size_t size);
 
 } // namespace simulator
