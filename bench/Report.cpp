@@ -85,7 +85,7 @@ const char* Report::MarkOf(Verdict verdict) {
 }
 
 void Report::Add(Row row) {
-    std::fprintf(stderr, "  %-72s %10s  %-25s %-12s %s  %s\n", row.what.c_str(),
+    std::fprintf(stderr, "  %-80s %10s  %-25s %-12s %s  %s\n", row.what.c_str(),
                  row.measured.c_str(), row.range.c_str(), row.goal.c_str(), MarkOf(row.verdict),
                  row.details.c_str());
     sections_.back().rows.push_back(std::move(row));
