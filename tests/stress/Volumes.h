@@ -1,7 +1,7 @@
 #ifndef TESTS_STRESS_VOLUMES_H
 #define TESTS_STRESS_VOLUMES_H
 
-/* The changers' file systems: real mounts, in a private world, of trees with a disc for each slot.
+/* The changers' file systems: real mounts, in a sandbox, of trees with a disc for each slot.
    For one thread. */
 
 #include "Changers.h"

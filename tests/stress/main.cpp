@@ -152,7 +152,7 @@ int Run(std::chrono::seconds duration) {
     return tally::HasComplaints() ? 1 : 0;
 }
 
-// What the program calls itself once it is in the private world. It is started anew there, since
+// What the program calls itself once it is in the sandbox. It is started anew there, since
 // the daemon opens the folder of the processes when its program starts.
 constexpr const char* kInside = "stress-trayprobed in its private world";
 
