@@ -17,8 +17,10 @@ namespace {
 enum class State { kNew, kAtStep, kWaiting, kEnded };
 
 struct Runner {
-    explicit Runner(std::function<void()> itsBody) : body(std::move(itsBody)) {}
+    Runner(std::size_t itsNumber, std::function<void()> itsBody)
+        : number(itsNumber), body(std::move(itsBody)) {}
 
+    const std::size_t number;
     const std::function<void()> body;
     State state = State::kNew;
     const pthread_mutex_t* wanted = nullptr; // while it waits
@@ -33,6 +35,8 @@ std::deque<std::function<void()>> g_held; // threads that do not take part
 bool g_holdStarted = false;
 bool g_isRunning = false;
 std::size_t g_started = 0;
+std::vector<std::size_t> g_ended; // the numbers of the threads
+std::set<std::string> g_steps;
 std::binary_semaphore g_hasStopped{0};
 
 thread_local Runner* t_self = nullptr;
@@ -43,17 +47,23 @@ void Stop(State state) {
     t_self->mayRun.acquire();
 }
 
+void StopAtStep(const char* kind) {
+    g_steps.insert(kind);
+    Stop(State::kAtStep);
+}
+
 void RunBody(Runner& self) {
     t_self = &self;
     self.mayRun.acquire();
     self.body();
     t_self = nullptr;
     self.state = State::kEnded;
+    g_ended.push_back(self.number);
     g_hasStopped.release();
 }
 
 void AddRunner(std::function<void()> body) {
-    Runner& runner = g_runners.emplace_back(std::move(body));
+    Runner& runner = g_runners.emplace_back(g_runners.size(), std::move(body));
     runner.thread = std::thread([&runner] { RunBody(runner); });
 }
 
@@ -83,6 +93,11 @@ struct Choice {
     std::size_t count;
 };
 
+void EndProcess(const char* why) {
+    std::fprintf(stderr, "%s\n", why);
+    std::abort();
+}
+
 // Follows the choices that are there and notes the further ones, each the first of its kind.
 void RunOnce(std::vector<Choice>& choices) {
     BringNewOnesToTheirFirstStep();
@@ -90,14 +105,14 @@ void RunOnce(std::vector<Choice>& choices) {
     for (auto able = WhoCanGoOn(); !able.empty(); able = WhoCanGoOn(), ++taken) {
         if (taken == choices.size())
             choices.push_back({0, able.size()});
+        if (able.size() != choices[taken].count)
+            EndProcess("a thread behaves differently in the same order");
         LetRun(*able[choices[taken].chosen]);
         BringNewOnesToTheirFirstStep();
     }
     for (Runner& runner : g_runners) {
-        if (runner.state != State::kEnded) {
-            std::fprintf(stderr, "threads wait for each other\n");
-            std::abort();
-        }
+        if (runner.state != State::kEnded)
+            EndProcess("threads wait for each other");
         runner.thread.join();
     }
     g_runners.clear();
@@ -116,6 +131,7 @@ bool TakeNextOrder(std::vector<Choice>& choices) {
 void RunScenario(const Scenario& scenario, std::vector<Choice>& choices) {
     g_isRunning = true;
     g_started = 0;
+    g_ended.clear();
     g_holdStarted = false;
     scenario.prepare();
     g_holdStarted = scenario.checkBeforeStarted != nullptr;
@@ -132,13 +148,16 @@ void RunScenario(const Scenario& scenario, std::vector<Choice>& choices) {
 
 } // namespace
 
-std::size_t RunInEveryOrder(const Scenario& scenario) {
+ExploredOrders RunInEveryOrder(const Scenario& scenario) {
     std::vector<Choice> choices;
-    std::size_t orders = 0;
+    ExploredOrders orders;
+    g_steps.clear();
     do {
         RunScenario(scenario, choices);
-        ++orders;
+        ++orders.count;
+        orders.endings.insert(g_ended);
     } while (TakeNextOrder(choices));
+    orders.steps = g_steps;
     return orders;
 }
 
@@ -172,7 +191,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     if (t_self == nullptr)
         return __real_pthread_mutex_lock(mutex);
     if (!t_self->held.contains(mutex))
-        Stop(State::kAtStep);
+        StopAtStep("lock");
     t_self->wanted = mutex;
     while (pthread_mutex_trylock(mutex) != 0)
         Stop(State::kWaiting);
@@ -206,7 +225,7 @@ CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef alloc
                                                             CFIndex capacity,
                                                             CFDictionaryRef dictionary) {
     if (t_self != nullptr)
-        Stop(State::kAtStep);
+        StopAtStep("copy");
     return __real_CFDictionaryCreateMutableCopy(allocator, capacity, dictionary);
 }
 
@@ -214,7 +233,7 @@ CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef alloc
 void __wrap_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
                                  const void* value) {
     if (t_self != nullptr && CFGetTypeID(value) == CFDictionaryGetTypeID())
-        Stop(State::kAtStep);
+        StopAtStep("store");
     __real_CFDictionarySetValue(dictionary, key, value);
 }
 }

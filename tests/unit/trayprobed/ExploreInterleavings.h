@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_TRAYPROBED_EVERYORDER_H
-#define TESTS_UNIT_TRAYPROBED_EVERYORDER_H
+#ifndef TESTS_UNIT_TRAYPROBED_EXPLOREINTERLEAVINGS_H
+#define TESTS_UNIT_TRAYPROBED_EXPLOREINTERLEAVINGS_H
 
 /*
  * Threads that run one step at a time, in every order that there is.
@@ -17,6 +17,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <set>
+#include <string>
 #include <vector>
 
 struct Scenario {
@@ -27,10 +29,18 @@ struct Scenario {
     std::function<void()> check;
 };
 
-/* The number of orders. */
-std::size_t RunInEveryOrder(const Scenario& scenario);
+/* What a search covered. Threads are numbered as they were started, from 0. */
+struct ExploredOrders {
+    std::size_t count = 0;
+    std::set<std::vector<std::size_t>> endings; // the orders in which the threads ended
+    std::set<std::string> steps; // of "lock", "copy" and "store", those that occurred
+};
 
-/* How many threads were started since the run began. */
+/* Runs the scenario in every order. Ends the process if threads wait for each other, or if a thread
+   behaves differently in the same order. */
+ExploredOrders RunInEveryOrder(const Scenario& scenario);
+
+/* The number of threads that were started by others than the scenario since its run began. */
 std::size_t CountStartedThreads();
 
 #endif
