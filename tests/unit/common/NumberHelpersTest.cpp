@@ -25,7 +25,8 @@ protected:
     static constexpr typename Member::Native kMax =
         std::numeric_limits<typename Member::Native>::max();
     static constexpr typename Member::Native kMinusOne = static_cast<typename Member::Native>(-1);
-    static constexpr typename Member::Native kUncached = 1000; // a number that has to be allocated
+    // Neither small nor a limit. AllocationFault(1) makes CFNumberCreate fail for any number.
+    static constexpr typename Member::Native kOrdinary = 1000;
 
     static std::string Name(const std::string& container, const std::string& verb) {
         return "CFH" + container + verb + Member::kWord + "Value";
@@ -43,7 +44,7 @@ TYPED_TEST_SUITE(NumberHelpers, HelperMembers, HelperMemberNames);
 // ---- dictionaries ----
 
 TYPED_TEST(NumberHelpers, ADictionaryGivesBackWhatWasSet) {
-    for (const auto set : {this->kMin, this->kMax, this->kMinusOne, this->kUncached}) {
+    for (const auto set : {this->kMin, this->kMax, this->kMinusOne, this->kOrdinary}) {
         typename TypeParam::Native got = 77;
         EXPECT_THAT(TakeChain(TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), set)),
                     IsEmpty());
@@ -132,7 +133,7 @@ TYPED_TEST(NumberHelpers, WithoutMemorySetLeavesTheDictionaryAsItWas) {
     VErrLink* err = nullptr;
     {
         const AllocationFault fault(1);
-        err = TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), this->kUncached);
+        err = TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), this->kOrdinary);
     }
     EXPECT_EQ(TakeChain(err),
               Chain{RaisedByHelper(this->Name("Dictionary", "Set"), "fail alloc num")});
@@ -144,7 +145,7 @@ TYPED_TEST(NumberHelpers, WithoutMemoryAdjustLeavesTheDictionaryAsItWas) {
     VErrLink* err = nullptr;
     {
         const AllocationFault fault(1);
-        err = TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), this->kUncached);
+        err = TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), this->kOrdinary);
     }
     EXPECT_EQ(
         TakeChain(err),
@@ -158,7 +159,7 @@ TYPED_TEST(NumberHelpers, WithoutAnyMemoryFailuresAreLogged) {
     VErrLink* err = nullptr;
     {
         const AllocationFault fault(1, 1000);
-        err = TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), this->kUncached);
+        err = TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), this->kOrdinary);
     }
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(this->log.TakeWithoutLineNumbers(),
@@ -217,15 +218,15 @@ TYPED_TEST(NumberHelpers, WithoutMemoryTheArrayStaysAsItWas) {
     VErrLink* adjustErr = nullptr;
     {
         const AllocationFault fault(1);
-        setErr = TypeParam::kArraySet(this->array, 3, this->kUncached);
+        setErr = TypeParam::kArraySet(this->array, 3, this->kOrdinary);
     }
     {
         const AllocationFault fault(1);
-        appendErr = TypeParam::kArrayAppend(this->array, this->kUncached);
+        appendErr = TypeParam::kArrayAppend(this->array, this->kOrdinary);
     }
     {
         const AllocationFault fault(1);
-        adjustErr = TypeParam::kArrayAdjust(this->array, 0, this->kUncached);
+        adjustErr = TypeParam::kArrayAdjust(this->array, 0, this->kOrdinary);
     }
     EXPECT_EQ(TakeChain(setErr),
               Chain{RaisedByHelper(this->Name("Array", "Set"), "fail alloc num")});

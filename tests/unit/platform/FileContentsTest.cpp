@@ -95,7 +95,7 @@ TEST_F(FileContentsTest, AreNoMoreThanAskedFor) {
         EXPECT_EQ(cf::ReadFile(path_, maximum).bytes.size(), maximum);
 }
 
-TEST_F(FileContentsTest, OfWhatIsMissingOrAFolderAreNotThere) {
+TEST_F(FileContentsTest, MissingFileIsNotOpenedAndDirectoryIsOpenedButNotRead) {
     EXPECT_FALSE(cf::ReadFileWithin(1h, path_ + "missing", 100).isOpened);
     const FileContents folder = cf::ReadFileWithin(1h, tree_.Root(), 100);
     EXPECT_TRUE(folder.isOpened);
