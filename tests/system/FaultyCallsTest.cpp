@@ -54,22 +54,23 @@ protected:
         StartServer("slots=" + count + " drives=" + count);
     }
 
-    // Runs a round with the first, second, ... call failing in each way, until one needs no more of
-    // them; the first is there each time. A round ends the fault, and returns whether it happened.
+    // Runs a round with the first, second, ... call failing with each error, until one has no such
+    // call. Fails if the first round has none. A round ends the fault, and returns whether it
+    // happened.
     void ForEachFault(const std::function<bool()>& runRound);
     bool EndFault();
-    // Waits until the daemon has no more calls to make: its main loop waits, and its reader.
+    // Waits until the daemon is idle: its main loop and its reader wait for events.
     void AwaitIdle() {
         testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Poll, 1);
         testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::EpollWait, 1);
     }
 
-    // A root that cannot be read is taken for no changer's, without a word.
+    // A root that cannot be read is silently no changer's.
     static bool IsForReading() {
         static const std::set<std::string_view> kReading = {"fstat", "lstat", "open", "read"};
         return kReading.contains(GetParam().name);
     }
-    // The next line of the output log that tells how far the daemon has come.
+    // Waits for the next line that shows the daemon's progress, or for the notice of the fault.
     Line NextSign(const std::function<bool(const Line&)>& isSign);
 
     FaultDirector director_;
@@ -110,7 +111,8 @@ bool FaultyCallsTest::EndFault() {
 
 Line FaultyCallsTest::NextSign(const std::function<bool(const Line&)>& isSign) {
     const Line line = run_.OutputLog().Await(
-        [&](const Line& each) { return isSign(each) || IsFaultNotice(each); }, "a sign of life");
+        [&](const Line& each) { return isSign(each) || IsFaultNotice(each); },
+        "progress of the daemon");
     isNoticeTaken_ |= IsFaultNotice(line);
     return line;
 }
@@ -127,7 +129,7 @@ bool IsSignOfStart(const Line& line) {
     return IsClearedStatus(line) || IsInfoOpen(line, 0) || IsLogged(line, "main: fail");
 }
 
-// Comes up, with its connection and its disks, or says why not and ends with status 0.
+// Starts, connects and finds its disks, or logs why not and ends with status 0.
 class FaultyStartTest : public FaultyCallsTest {
 protected:
     bool Start() {
@@ -164,7 +166,7 @@ private:
     }
 };
 
-TEST_P(FaultyStartTest, ComesUpOrSaysWhyNot) {
+TEST_P(FaultyStartTest, StartSucceedsOrLogsWhyNot) {
     ForEachFault([this] { return Start(); });
 }
 
@@ -191,7 +193,7 @@ protected:
         std::sort(rest_.descriptors.begin(), rest_.descriptors.end());
     }
 
-    // doThing returns whether the thing was done; else the log has to tell.
+    // doThing returns whether the work was done; else the log must have a line.
     void Sweep(const std::function<bool()>& doThing) {
         ForEachFault([&] {
             director_.TakeWaits();
@@ -203,7 +205,7 @@ protected:
         });
     }
 
-    // A new disc is put in; the notifications come again and again until it has had its turn.
+    // A new disc is put in, and notified until it is identified.
     bool Identify();
     // The server drops its connections.
     bool Reconnect();
@@ -218,16 +220,16 @@ private:
     testbed::ResourceUsage rest_;
     int slot_ = 0; // the one to put a disc in
     bool isOccupied_ = false;
-    bool isOutOfReach_ = false; // since its request could not be withdrawn
+    bool isOutOfReach_ = false; // its request could not be withdrawn
     std::uint64_t changers_ = 0x5000C500ABCD1000;
 };
 
 void FaultyRunTest::CheckDaemon(bool done, bool happened) {
-    constexpr long kBusy = 1000; // looks for something to do, where some ten are usual
+    constexpr long kBusy = 1000; // waits for events; some ten are usual
     EXPECT_LT(director_.TakeWaits(), kBusy);
     AwaitRest();
     const auto log = run_.TakeLog();
-    EXPECT_TRUE(done || !log.empty()) << "passed over in silence";
+    EXPECT_TRUE(done || !log.empty()) << "not logged";
     EXPECT_TRUE(happened || (done && log.empty())) << testing::PrintToString(log);
     const bool isFailed = std::ranges::any_of(
         log, [](const auto& text) { return IsFailedWithdrawal({Stream::SystemLog, text}); });
@@ -235,8 +237,7 @@ void FaultyRunTest::CheckDaemon(bool done, bool happened) {
         ++slot_;
 }
 
-// The daemon acts on notifications in their order. Once it has taken up another changer, none is
-// left from before.
+// The daemon handles notifications in order. Once it has added another changer, none is pending.
 void FaultyRunTest::AwaitLastNotification() {
     std::ostringstream changer;
     changer << std::hex << std::uppercase << std::setw(16) << std::setfill('0') << changers_++;
@@ -244,7 +245,7 @@ void FaultyRunTest::AwaitLastNotification() {
     AwaitChangerTakenUp(changer.str());
 }
 
-// The threads at rest are the fewest ever seen: one that probes a volume may be slow to end.
+// The idle threads are the fewest ever seen: one that probes a volume may be slow to end.
 void FaultyRunTest::AwaitRest() {
     AwaitLastNotification();
     const testbed::ResourceUsage now = run_.Daemon().AwaitResourceUsageWithin(rest_);
@@ -254,8 +255,8 @@ void FaultyRunTest::AwaitRest() {
         Tell("take changer=5000C500ABCD00A1 slot=" + std::to_string(slot_));
 }
 
-// An identification that cannot withdraw the request leaves the disc for good, and says so. Any
-// other failure leaves it to a next time.
+// An identification that cannot withdraw the request logs that and never gets to the disc again.
+// Any other failure is made up for by the next notification.
 bool FaultyRunTest::Identify() {
     const std::string slot = std::to_string(slot_);
     const auto isIdentified = [&](const Line& each) { return IsIdentification(each, slot); };
@@ -281,7 +282,7 @@ bool FaultyRunTest::Reconnect() {
     return true;
 }
 
-// What was lost is found again when the file system comes anew.
+// A volume that was missed is found when it is mounted again.
 bool FaultyRunTest::Remount() {
     Tell("unmount changer=5000C500ABCD00A1");
     const int unmounted = Server().AllSoFar("file-system").back().number;
@@ -301,15 +302,15 @@ using FaultyIdentificationTest = FaultyRunTest;
 using FaultyReconnectionTest = FaultyRunTest;
 using FaultyRemountTest = FaultyRunTest;
 
-TEST_P(FaultyIdentificationTest, IsGotOver) {
+TEST_P(FaultyIdentificationTest, DaemonRecovers) {
     Sweep([this] { return Identify(); });
 }
 
-TEST_P(FaultyReconnectionTest, IsGotOver) {
+TEST_P(FaultyReconnectionTest, DaemonRecovers) {
     Sweep([this] { return Reconnect(); });
 }
 
-TEST_P(FaultyRemountTest, IsGotOver) {
+TEST_P(FaultyRemountTest, DaemonRecovers) {
     Sweep([this] { return Remount(); });
 }
 

@@ -1,5 +1,4 @@
-/* The walk of a changer's directories and the build around it, with whatever can fail around them
-   failing. */
+/* Fault sweeps of the walk of a changer's directories and of the build around it. */
 
 #include "WholeDaemon.h"
 
@@ -17,8 +16,9 @@ using testing::HasSubstr;
 
 namespace {
 
-FSCacheStatusReport* g_shownReport = nullptr; // by the build that runs
-FSCacheStatusReport* g_keptReport = nullptr;  // by the last build, which could not clear its status
+FSCacheStatusReport* g_shownReport = nullptr; // the report of the build that runs
+FSCacheStatusReport* g_keptReport =
+    nullptr; // that of the last build, if its status could not be cleared
 
 } // namespace
 
@@ -60,8 +60,8 @@ protected:
         AddChanger(kSweptChanger);
     }
 
-    void ExpectWalkIsDoneOrTold();
-    // The progress record is kept for good if its status could not be cleared, and then alone.
+    void ExpectWalkSucceedsOrLogs();
+    // By design, a report whose status could not be cleared is never freed; the others are.
     static void ExpectReportKeptIfNotCleared(const Fault& fault,
                                              const std::vector<std::string>& lines) {
         FSCacheStatusReport* report = std::exchange(g_keptReport, nullptr);
@@ -77,12 +77,12 @@ protected:
     }
 };
 
-// A directory whose status cannot be told is passed over, as the walk has it.
+// The walk skips a directory whose fstatat() fails, without a log line.
 bool MayBeSilent(const Fault& fault) {
     return fault.function == "fstatat";
 }
 
-void BuildSweep::ExpectWalkIsDoneOrTold() {
+void BuildSweep::ExpectWalkSucceedsOrLogs() {
     VErrLink* err = nullptr;
     Report(SweepFaults(
         [&] { err = CacheFSDirectory(kSweptChanger, tree_.Root().c_str(), 1, nullptr); },
@@ -94,23 +94,23 @@ void BuildSweep::ExpectWalkIsDoneOrTold() {
         }));
 }
 
-TEST_F(BuildSweep, AWalkIsDoneOrTold) {
-    ExpectWalkIsDoneOrTold();
+TEST_F(BuildSweep, WalkSucceedsOrLogsAnError) {
+    ExpectWalkSucceedsOrLogs();
 }
 
-// So deep that it does not keep all open.
-TEST_F(BuildSweep, ADeepWalkIsDoneOrTold) {
+// Deeper than the number of directories that the walk keeps open.
+TEST_F(BuildSweep, DeepWalkSucceedsOrLogsAnError) {
     std::string path = "disc";
     for (int level = 0; level < 65; ++level) {
         tree_.MakeDirectory(path + "/b");
         tree_.MakeDirectory(path += "/a");
     }
-    ExpectWalkIsDoneOrTold();
+    ExpectWalkSucceedsOrLogs();
 }
 
-// Memory that is out when the flag is to be cleared leaves it set; the changer is then built again
-// once it comes anew.
-TEST_F(BuildSweep, ABuildIsDoneOrToldAndTheNextOneIsDone) {
+// Without memory the build cannot clear its flag. The changer is built again once it has been
+// removed and added.
+TEST_F(BuildSweep, BuildSucceedsOrLogsAnErrorAndTheNextSucceeds) {
     Start();
     Report(SweepFaults([] { DeferredThreads::RunNext(); },
                        [&](const Fault& fault) {

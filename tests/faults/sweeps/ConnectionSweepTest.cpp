@@ -1,4 +1,4 @@
-/* The standing connection, made, lost and made again, with whatever can fail around it failing. */
+/* Fault sweeps of the notification connection: attempts to connect, and its loss. */
 
 #include "WholeDaemon.h"
 
@@ -41,7 +41,7 @@ protected:
         ServerNotificationSocketCallBack(subscription_->socket, kCFSocketDataCallBack, nullptr,
                                          nothing.Get(), subscription_);
     }
-    // Which is kept for good otherwise.
+    // By design the daemon never releases it.
     void ReleaseEarlierSource() {
         if (subscription_->source != nullptr)
             CFRelease(std::exchange(subscription_->source, nullptr));
@@ -60,8 +60,8 @@ private:
                                   std::vector<Script>(kConnections, ServeUntilTheEnd)};
 };
 
-// What keeps the server out of reach is tried again; anything else ends the trying, and says so.
-TEST_F(ConnectionSweep, AnAttemptConnectsOrIsRepeatedOrTellsWhyNot) {
+// An unreachable server is tried again. Without memory the attempts end, and the log has the error.
+TEST_F(ConnectionSweep, AttemptConnectsOrIsRepeatedOrLogsWhyNot) {
     Report(SweepFaults([&] { Try(); },
                        [&](const Fault& fault) {
                            const auto lines = ExpectSound(fault, IsConnected() || IsTrying());
@@ -80,7 +80,7 @@ TEST_F(ConnectionSweep, AnAttemptConnectsOrIsRepeatedOrTellsWhyNot) {
                        }));
 }
 
-TEST_F(ConnectionSweep, ALossIsFollowedByAttemptsOrTold) {
+TEST_F(ConnectionSweep, LossStartsAttemptsOrLogsAnError) {
     Try();
     const std::size_t faults = SweepMemory(
         1, [&] { LoseConnection(); },

@@ -1,4 +1,4 @@
-/* One exchange with the server, with whatever can fail around it failing. */
+/* Fault sweeps of one exchange with the server. */
 
 #include "WholeDaemon.h"
 
@@ -14,7 +14,7 @@ namespace {
 
 using ExchangeSweep = WholeDaemon;
 
-// What the newest link of a failed exchange says; "(generic)" when not even that could be kept.
+// The text of the newest link of a failed exchange; "(generic)" if there was no memory for a link.
 const std::set<std::string> kMessages = {"(generic)",
                                          "fail create copy of message dict",
                                          "fail get server socket",
@@ -25,7 +25,7 @@ const std::set<std::string> kMessages = {"(generic)",
                                          "fail get message reply err",
                                          "lost connection with changer server"};
 
-TEST_F(ExchangeSweep, FailsWithItsChainAndTheNextOneSucceeds) {
+TEST_F(ExchangeSweep, FailureReturnsAChainAndTheNextExchangeSucceeds) {
     const auto message = Dictionary({{"command", "test"}, {"number", 70000}});
     Held<CFDictionaryRef> reply;
     VErrLink* err = nullptr;
@@ -38,11 +38,11 @@ TEST_F(ExchangeSweep, FailsWithItsChainAndTheNextOneSucceeds) {
                                EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary())) << fault.what;
                            else
                                EXPECT_THAT(kMessages, Contains(chain.back().message)) << fault.what;
-                           server_.TakeRequests(); // by an exchange, which succeeds
+                           server_.TakeRequests(); // makes an exchange, which succeeds
                        }));
 }
 
-TEST_F(ExchangeSweep, WithoutReplyIsToldAsWell) {
+TEST_F(ExchangeSweep, ExchangeWithoutReplySucceedsOrReturnsAChain) {
     const auto message = Dictionary({{"command", "test"}});
     VErrLink* err = nullptr;
     Report(SweepFaults([&] { err = SendMessageToChangerServer(message, nullptr); },

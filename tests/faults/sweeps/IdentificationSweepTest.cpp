@@ -1,4 +1,4 @@
-/* One identification, the whole body of its thread, with whatever can fail around it failing. */
+/* Fault sweep of one identification: the whole thread function. */
 
 #include "WholeDaemon.h"
 
@@ -23,20 +23,21 @@ protected:
             {{"GUID", static_cast<SInt64>(kSweptChanger)}, {"Changer Media Info", media}})}));
     }
 
-    // As the notification callback does it.
+    // As the notification callback does.
     static void Start() {
         EXPECT_EQ(LockMediaIdState(), nullptr);
         EXPECT_EQ(TakeChain(StartMediaId(kSweptChanger, kSweptSlot, 1)), Chain());
         UnlockMediaIdState();
     }
-    // A slot that its thread had to leave on the list is out of reach until the changer comes anew.
-    void PutInReach() const {
+    // Clears the list of slots in progress, from which a failed identification may not remove its
+    // own.
+    void ReAddChanger() const {
         EXPECT_EQ(TakeChain(RemoveChangerFromList(kSweptChanger)), Chain());
         AddChanger(kSweptChanger);
     }
 };
 
-TEST_F(IdentificationSweep, IsDoneOrToldAndTheNextOneIsDone) {
+TEST_F(IdentificationSweep, IdentificationSucceedsOrLogsAnErrorAndTheNextSucceeds) {
     const std::vector<std::string> kAll = {
         "5000C500ABCD1000: request identification 1000", "5000C500ABCD1000: mount disc 1000",
         "5000C500ABCD1000: eject disc 1000", "5000C500ABCD1000: request identification 1000"};
@@ -46,7 +47,7 @@ TEST_F(IdentificationSweep, IsDoneOrToldAndTheNextOneIsDone) {
                            const bool done = server_.TakeRequests() == kAll &&
                                              !IsInProgress(kSweptChanger, kSweptSlot);
                            ExpectSound(fault, done);
-                           PutInReach();
+                           ReAddChanger();
                            Start();
                        }));
     DeferredThreads::RunNext();

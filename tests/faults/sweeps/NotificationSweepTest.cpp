@@ -1,5 +1,4 @@
-/* One notification with all that the daemon does about it, with whatever can fail around it
-   failing. */
+/* Fault sweep of one notification and of all that the daemon does because of it. */
 
 #include "WholeDaemon.h"
 
@@ -20,15 +19,16 @@ constexpr UInt64 kNewChanger = 0x5000C500ABCD2000;
 constexpr UInt64 kRemovedChanger = 0x5000C500ABCD3000;
 constexpr UInt16 kSlots = 3;
 
-CFTypeRef g_savedList = nullptr; // by the last notification
+CFTypeRef g_savedList = nullptr; // the list of the last notification
 
 void SaveAndHandle(CFTypeRef list, ChangerNotificationSubscription* subscription, void* refCon) {
     g_savedList = list;
     ChangerInfoNotificationCallBack(list, subscription, refCon);
 }
 
-// The server's changers are kSweptChanger, where a user has had everything identified and cached,
-// and kNewChanger; what the daemon has done is no longer asked for.
+// The server's changers are kSweptChanger, for which a user requests identification and caching of
+// everything, and kNewChanger. A request that the daemon has made is not part of later
+// notifications.
 class NotificationSweep : KnownChangerLists, public WholeDaemon {
 protected:
     NotificationSweep() {
@@ -37,13 +37,13 @@ protected:
         subscription_.changerListCallBack = ChangerListNotificationCallBack;
         subscription_.rootPreferencesCallBack = RootPrefsNotificationCallBack;
         subscription_.changerInfoCallBack = SaveAndHandle;
-        BeginAnew();
+        Reset();
     }
     ~NotificationSweep() override {
         ForgetChangers();
     }
 
-    void BeginAnew() {
+    void Reset() {
         ForgetChangers();
         AddChanger(kRemovedChanger);
         EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
@@ -58,7 +58,8 @@ protected:
         ServerNotificationSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, frame_.Get(),
                                          &subscription_);
     }
-    // Lets the daemon's threads do their work, and the server take notice of it.
+    // Runs the daemon's threads, and removes the requests that they made from the next
+    // notification.
     void RunThreads() {
         while (DeferredThreads::Count() > 0)
             DeferredThreads::RunNext();
@@ -66,16 +67,16 @@ protected:
             open_.erase(request);
         WriteFrame();
     }
-    // The store takes a reference to each list for ever.
+    // By design the store never releases a saved list.
     void NoteSavedList() {
         if (g_savedList != nullptr)
             Store::NoteSavedList(static_cast<CFArrayRef>(std::exchange(g_savedList, nullptr)));
     }
-    bool NothingIsLeftToDo() const {
+    bool AllRequestsAreMade() const {
         return open_.empty();
     }
 
-    // What the daemon knows and has begun.
+    // The daemon's state and its pending threads, for comparison.
     std::string State() const {
         std::string state = std::to_string(DeferredThreads::Count()) + " threads\n";
         for (const UInt64 changer : {kSweptChanger, kNewChanger, kRemovedChanger}) {
@@ -147,32 +148,32 @@ private:
     ChangerNotificationSubscription subscription_ = {};
 };
 
-TEST_F(NotificationSweep, IsActedOnOrToldAndTheNextOnesMakeUpForIt) {
+TEST_F(NotificationSweep, NotificationTakesEffectOrLogsAnErrorAndLaterOnesCompleteIt) {
     Deliver();
     NoteSavedList();
     const std::string allBegun = State();
     EXPECT_EQ(DeferredThreads::Count(), 3U); // a build, a disc of each changer
     RunThreads();
-    BeginAnew();
+    Reset();
 
     Report(SweepFaults([&] { Deliver(); },
                        [&](const Fault& fault) {
                            NoteSavedList();
                            ExpectSound(fault, State() == allBegun);
-                           for (int more = 0; more < 2 * kSlots && !NothingIsLeftToDo(); ++more) {
+                           for (int more = 0; more < 2 * kSlots && !AllRequestsAreMade(); ++more) {
                                RunThreads();
                                Deliver();
                                NoteSavedList();
                            }
                            RunThreads();
-                           EXPECT_TRUE(NothingIsLeftToDo()) << fault.what;
+                           EXPECT_TRUE(AllRequestsAreMade()) << fault.what;
                            EXPECT_THAT(log_.Take(), IsEmpty()) << fault.what;
                            for (const UInt64 changer : {kSweptChanger, kNewChanger}) {
                                EXPECT_EQ(InProgressCount(changer), 0U) << fault.what;
                                EXPECT_FALSE(IsBuilding(changer)) << fault.what;
                            }
                            EXPECT_FALSE(IsKnown(kRemovedChanger)) << fault.what;
-                           BeginAnew();
+                           Reset();
                        }));
 }
 

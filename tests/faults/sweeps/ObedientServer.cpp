@@ -54,7 +54,7 @@ ObedientServer::ObedientServer()
 void ObedientServer::Serve(Connection& connection) {
     const NoSystemCallFaultsHere unfailing;
     const std::string payload = connection.ReadFrame();
-    if (payload.empty()) // given up
+    if (payload.empty()) // the client closed it
         return;
     {
         const std::lock_guard lock(mutex_);
@@ -63,7 +63,7 @@ void ObedientServer::Serve(Connection& connection) {
     connection.Write(FrameOfList(Dictionary()));
 }
 
-// Connections are served in their order: a request that is answered is the last one.
+// Connections are served in order: when this request has its reply, all earlier ones are noted.
 std::vector<std::string> ObedientServer::TakeRequests() {
     Held<CFDictionaryRef> reply;
     EXPECT_EQ(

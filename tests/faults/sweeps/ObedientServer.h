@@ -2,9 +2,9 @@
 #define TESTS_FAULTS_SWEEPS_OBEDIENTSERVER_H
 
 /*
- * A changer server behind this process's own number, on real sockets: it does at once whatever it
- * is asked, and closes each connection after its reply. Whoever cannot read the reply then finds
- * the connection lost instead of waiting for one that never comes.
+ * A changer server on real sockets, with this process's PID. It replies to each request at once and
+ * closes the connection. A client that could not read the reply then notices the lost connection
+ * instead of waiting.
  */
 
 #include "connection/ScriptedServer.h"
@@ -19,8 +19,8 @@ public:
     ObedientServer(const ObedientServer&) = delete;
     ObedientServer& operator=(const ObedientServer&) = delete;
 
-    // The requests that have arrived since the last call, those of given up connections included:
-    // "5000C500ABCD1000: mount disc 3", "5000C500ABCD1000: set client status".
+    // The requests since the last call, also those on connections that the client closed early:
+    // "5000C500ABCD1000: mount disc 3", "5000C500ABCD1000: set client status". Makes one exchange.
     std::vector<std::string> TakeRequests();
 
 private:

@@ -1,5 +1,4 @@
-/* A change of the registry of file systems, from the disk's appearance or disappearance on, with
-   whatever can fail around it failing. */
+/* Fault sweeps of the registry of file systems: a disk appears, replaces another, disappears. */
 
 #include "WholeDaemon.h"
 
@@ -31,7 +30,7 @@ protected:
     static void Disappear(const cf::Owned<disks::Disk>& disk) {
         DiskArbDiskDisappearedCallback(disk.Get(), nullptr);
     }
-    // The directory that the changer is registered with, "" when it is not.
+    // The directory that the changer is registered with, "" if it is not registered.
     std::string Registered() const {
         bool isInList = false;
         char path[1024] = "";
@@ -46,9 +45,8 @@ protected:
     cf::Owned<disks::Disk> new_;
 };
 
-// A root that cannot be read is taken for no changer's, without a word; so the log says nothing of
-// most of these.
-TEST_F(RegistrySweep, AnAppearanceIsEnteredWholeOrNotAtAll) {
+// A root that cannot be read is silently no changer's, so most of these failures are not logged.
+TEST_F(RegistrySweep, AppearanceRegistersWhollyOrNotAtAll) {
     Report(SweepFaults([&] { Appear(old_); },
                        [&](const Fault& fault) {
                            const bool entered = Registered() == "old";
@@ -60,7 +58,7 @@ TEST_F(RegistrySweep, AnAppearanceIsEnteredWholeOrNotAtAll) {
                        }));
 }
 
-TEST_F(RegistrySweep, AChangeLeavesTheOldOrTheNew) {
+TEST_F(RegistrySweep, ReplacementLeavesTheOldOrTheNewEntry) {
     Appear(old_);
     Report(SweepFaults([&] { Appear(new_); },
                        [&](const Fault& fault) {
@@ -73,7 +71,7 @@ TEST_F(RegistrySweep, AChangeLeavesTheOldOrTheNew) {
                        }));
 }
 
-TEST_F(RegistrySweep, ADisappearanceIsEnteredOrTold) {
+TEST_F(RegistrySweep, DisappearanceUnregistersOrLogsAnError) {
     Appear(old_);
     const std::size_t faults = SweepMemory(
         1, [&] { Disappear(old_); },

@@ -1,5 +1,5 @@
-/* The daemon's start, from main to the first turn of its run loop, and its end, with whatever can
-   fail around them failing. Each is on a thread of its own, which has no run loop yet. */
+/* Fault sweep of the daemon's start, from main to the first iteration of its run loop, and of its
+   end. Each run is on a new thread, which has no run loop yet. */
 
 #include "FaultSweep.h"
 #include "support/LogCapture.h"
@@ -16,7 +16,7 @@
 namespace {
 
 bool g_isUp = false;      // the run loop was reached
-bool g_hasLooked = false; // for the server, as it does at once
+bool g_hasLooked = false; // main looked for the server, its first work
 
 } // namespace
 
@@ -43,14 +43,14 @@ void __wrap_CFRunLoopRun(void) {
 int __wrap_sysctl(int*, unsigned int, void* buffer, size_t* length, void*, size_t) {
     g_hasLooked = true;
     CFRunLoopStop(CFRunLoopGetCurrent());
-    *length = buffer == nullptr ? sizeof(struct kinfo_proc) : 0; // room for one, and then none
+    *length = buffer == nullptr ? sizeof(struct kinfo_proc) : 0; // space for one, and then none
     return 0;
 }
 }
 
 namespace {
 
-TEST(StartUpSweep, ComesUpOrSaysWhyNot) {
+TEST(StartUpSweep, StartSucceedsOrLogsWhyNot) {
     LogCapture log;
     int status = 0;
     const SweptFaults swept = SweepFaults(
@@ -62,7 +62,7 @@ TEST(StartUpSweep, ComesUpOrSaysWhyNot) {
         [&](const Fault& fault) {
             const auto lines = log.Take();
             EXPECT_EQ(status, 0) << fault.what;
-            EXPECT_TRUE(g_hasLooked || !lines.empty()) << fault.what << " was passed in silence";
+            EXPECT_TRUE(g_hasLooked || !lines.empty()) << fault.what << " was not logged";
             EXPECT_TRUE(fault.happened || (g_hasLooked && lines.empty())) << fault.what;
             EXPECT_EQ(g_isUp, g_hasLooked) << fault.what;
             g_isUp = false;

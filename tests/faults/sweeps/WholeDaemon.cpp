@@ -28,9 +28,9 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
                                               CFTimeInterval interval, CFOptionFlags flags,
                                               CFIndex order, CFRunLoopTimerCallBack callout,
                                               CFRunLoopTimerContext* context) {
-    constexpr CFTimeInterval kEachTurn = 0.001;
+    constexpr CFTimeInterval kInterval = 0.001;
     if (callout == HandleSocketTimeout)
-        return __real_CFRunLoopTimerCreate(allocator, 0, kEachTurn, 0, 0, TimeOutOnceMemoryIsOut,
+        return __real_CFRunLoopTimerCreate(allocator, 0, kInterval, 0, 0, TimeOutOnceMemoryIsOut,
                                            context);
     if (callout == ChangerFSCache)
         NumberReferences::NoteKept(context->info);
@@ -58,7 +58,7 @@ void WholeDaemon::RegisterFileSystem() const {
     EXPECT_EQ(TakeChain(AddChangerFSToList(kSweptChanger, "sr0", tree_.Root().c_str())), Chain());
 }
 
-// Of this process, that lead into the tree.
+// The descriptors of this process that refer to files below `root`.
 static std::size_t CountOpenIn(const std::string& root) {
     std::size_t count = 0;
     for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -74,7 +74,7 @@ std::vector<std::string> WholeDaemon::ExpectSound(const Fault& fault, bool done)
     EXPECT_EQ(StateLock::CountHeldMutexes(), 0) << fault.what;
     EXPECT_TRUE(done || fault.happened) << fault.what;
     auto lines = log_.TakeWithoutLineNumbers();
-    EXPECT_TRUE(done || !lines.empty()) << fault.what << " was passed over in silence";
+    EXPECT_TRUE(done || !lines.empty()) << fault.what << " was not logged";
     if (!fault.happened)
         EXPECT_THAT(lines, testing::IsEmpty()) << fault.what;
     return lines;

@@ -2,10 +2,10 @@
 #define TESTS_FAULTS_SWEEPS_WHOLEDAEMON_H
 
 /*
- * The daemon's modules all together, from the callbacks down to sockets and files, against a server
- * and a changer file system of the test's own. Only its threads wait to be run by the test
- * (DeferredThreads.h), and a reply is waited for no longer once memory is out for good: nothing
- * that arrives could be read.
+ * The daemon's modules together, from the callbacks down to sockets and files, with a server and a
+ * changer's file system of the test's own. The daemon's threads run when the test runs them
+ * (DeferredThreads.h). An exchange times out at once after memory has run out for good, as no reply
+ * could be read.
  */
 
 #include "FaultSweep.h"
@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-/* A number object, not an integer that a reference holds by itself. */
+/* The GUID is a number object; the slot's number is stored in the reference itself. */
 constexpr UInt64 kSweptChanger = 0x5000C500ABCD1000;
 constexpr UInt16 kSweptSlot = 1000;
 
@@ -29,21 +29,22 @@ protected:
     WholeDaemon();
     ~WholeDaemon() override;
 
-    // The changer's file system, with its info file and one disc in kSweptSlot.
+    // Writes the changer's file system, with its info file and one disc in kSweptSlot.
     void MakeFileSystem() const;
+    // Registers the file system as that of kSweptChanger.
     void RegisterFileSystem() const;
 
-    // What must be true after every run; returns what was logged, which is something if the work
-    // was not done, and nothing if nothing has failed.
+    // Checks what holds after every run: no open file, no held mutex; log lines if the work was not
+    // done, none without a fault. Returns the log lines.
     std::vector<std::string> ExpectSound(const Fault& fault, bool done);
 
-    // Tells how far a sweep came, which is some way.
+    // Records the numbers of faults, which must not be 0.
     static void Report(const SweptFaults& swept);
 
     ObedientServer server_;
     TemporaryTree tree_;
-    // Passes quickly, for a disc that cannot be listed is looked for again and again, for ten
-    // seconds. So late that no daily timer is due.
+    // Advances by 4 s with each look, as the daemon retries a disc that it cannot list for ten
+    // seconds. No daily timer is due then.
     const FakeTime time_{4'000'000'000, 4};
     DeferredThreads threads_;
 };
