@@ -1,7 +1,7 @@
 #ifndef COREFOUNDATION_CFBASE_H
 #define COREFOUNDATION_CFBASE_H
 
-/* The types that every other header needs, and the life of objects. */
+/* The types that every other header needs, and reference counting. */
 
 #ifdef __cplusplus
 #define CF_EXTERN_C_BEGIN extern "C" {
@@ -13,7 +13,7 @@
 
 CF_EXTERN_C_BEGIN
 
-/* Named by width as on the original, where 64 bits are long long: "%lld" and "%llX" fit. */
+/* Integers named by width. 64 bits are long long, as in the original: "%lld" and "%llX" fit. */
 typedef unsigned char Boolean;
 typedef unsigned char UInt8;
 typedef unsigned short UInt16;
@@ -39,6 +39,7 @@ typedef struct {
     CFIndex length;
 } CFRange;
 
+/* The range of `length` items from `location` on. */
 static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
     CFRange range = {location, length};
     return range;
@@ -46,26 +47,31 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length) {
 
 enum { kCFNotFound = -1 };
 
-/* The only allocator. Every allocator argument is ignored. */
+/* Every allocator argument is ignored: all memory comes from malloc(). */
 static const CFAllocatorRef kCFAllocatorDefault = 0;
 
-/* The one object that stands for "no value" inside a collection. */
+/* The only null object: it stands for "no value" inside a collection. Never freed. */
 extern const CFNullRef kCFNull;
 
-/* Adds a reference and returns the object. Any thread. NULL stays NULL. */
+/* Adds a reference and returns the object; NULL for NULL. Any thread. */
 CFTypeRef CFRetain(CFTypeRef object);
 
-/* Gives a reference up; the last one frees the object. Any thread. NULL is ignored. */
+/* Releases a reference. Releasing the last one frees the object, on the calling thread. Ignores
+   NULL. Any thread. */
 void CFRelease(CFTypeRef object);
 
 /*
- * Equality by value for strings, numbers, booleans, data, dates, URLs and collections of them, by
- * identity for everything else. Numbers are equal across their widths, but a number parsed from a
- * text above the signed 64-bit range equals only its own kind.
+ * True if the objects are equal: by value for strings, numbers, data, dates, URLs and collections
+ * of them, by identity for everything else. Numbers are equal across their widths, but a number
+ * that was parsed and is above the signed 64-bit range equals only its own kind. NULL equals only
+ * NULL.
+ *
+ * Collections compare their members and keys in this way. Apart from that, only tests call it.
  */
 Boolean CFEqual(CFTypeRef first, CFTypeRef second);
 
-/* The object's type, to be compared with what a type's own GetTypeID function gives; 0 for NULL. */
+/* The object's type, to be compared with what CFArrayGetTypeID or CFDictionaryGetTypeID gives; 0
+   for NULL. */
 CFTypeID CFGetTypeID(CFTypeRef object);
 
 CF_EXTERN_C_END

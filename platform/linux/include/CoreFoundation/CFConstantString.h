@@ -2,9 +2,9 @@
 #define COREFOUNDATION_CFCONSTANTSTRING_H
 
 /*
- * What CFSTR leaves in the program: the head that every object begins with, the string's sizes and
- * its text, laid out by the compiler. Nothing runs and nothing is allocated, so the strings can be
- * used while globals are still being initialised. Equal literals are one object.
+ * The objects that CFSTR creates at compile time: the header of every object, the string's sizes
+ * and its text. They need no code and no memory at run time, so the initialisers of globals may use
+ * them. Equal literals are one object.
  */
 
 #include <CoreFoundation/CFBase.h>
@@ -19,22 +19,25 @@ namespace cf {
 
 struct Class;
 
-/* The reference count of an object that lives as long as the program. */
+/* The reference count of a static object, which is never freed. Negative counts do not change. */
 inline constexpr std::int32_t kStaticReferences = INT32_MIN;
 
+/* The header of every object. */
 struct Object {
     const Class* type;
     mutable std::atomic<std::int32_t> references;
     std::uint32_t hashValue : 24;
-    std::uint32_t hasHash : 1;  // hashValue is what Hash() gives
-    std::uint32_t isShared : 1; // stands in the table of shared values, under hashValue
-    std::uint32_t kind : 6;     // for the class's own use
+    std::uint32_t hasHash : 1;  // hashValue is valid
+    std::uint32_t isShared : 1; // the table of shared values has it under hashValue
+    std::uint32_t kind : 6;     // the class defines its values
 
+    // The header of an object of that class. `objectKind` has 6 bits.
     constexpr explicit Object(const Class* objectType, std::int32_t count = 1,
                               unsigned objectKind = 0) noexcept
         : type(objectType), references(count), hashValue(0), hasHash(0), isShared(0),
           kind(objectKind & 0x3FU) {}
 
+    // Stores the lowest 24 bits. Leaves hasHash as it is.
     void SetHashValue(std::uint32_t value) noexcept {
         hashValue = value & 0xFFFFFFU;
     }
@@ -43,7 +46,8 @@ struct Object {
 } // namespace cf
 
 /*
- * The text follows the object: UTF-8, in which unpaired surrogates are encoded like any other unit.
+ * A string. Its text follows the object: UTF-8, in which an unpaired surrogate is encoded as if it
+ * were a character.
  */
 struct __CFString : cf::Object {
     static const cf::Class kClass;
@@ -51,6 +55,7 @@ struct __CFString : cf::Object {
     std::uint32_t byteCount;
     std::uint32_t unitCount; // UTF-16 units
 
+    // A string without its text, which the caller writes behind the object.
     constexpr __CFString(std::uint32_t bytes, std::uint32_t units, unsigned stringKind = 0,
                          std::int32_t count = 1) noexcept
         : Object(&kClass, count, stringKind), byteCount(bytes), unitCount(units) {}
@@ -58,18 +63,19 @@ struct __CFString : cf::Object {
 
 namespace cf {
 
-/* A string literal as a template argument. The terminator is kept. */
+/* A string literal as a template argument, with its terminator. */
 template<std::size_t Size>
 struct Literal {
     char text[Size] = {};
 
+    // Copies the literal.
     consteval Literal(const char (&literal)[Size]) {
         for (std::size_t i = 0; i < Size; ++i)
             text[i] = literal[i];
     }
 
-    // Every character begins with a byte that is no continuation; those of four bytes are two
-    // units.
+    // The length in UTF-16 units. Each byte that is not a continuation byte begins a character, and
+    // a character of four bytes has two units.
     consteval std::uint32_t UnitCount() const {
         std::uint32_t units = 0;
         for (std::size_t i = 0; i + 1 < Size; ++i) {
@@ -81,6 +87,7 @@ struct Literal {
     }
 };
 
+/* A static string and its text. */
 template<Literal kLiteral>
 struct ConstantString : __CFString {
     char text[sizeof kLiteral.text] = {};
@@ -92,11 +99,13 @@ struct ConstantString : __CFString {
     }
 };
 
+/* One variable for each distinct literal. */
 template<Literal kLiteral>
 inline constinit ConstantString<kLiteral> constantString{};
 
 } // namespace cf
 
+/* The constant string of a UTF-8 literal. Borrowed; CFRetain and CFRelease have no effect. */
 #define CFSTR(literal) (static_cast<CFStringRef>(&::cf::constantString<literal>))
 
 #endif

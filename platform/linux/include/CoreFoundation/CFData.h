@@ -10,19 +10,23 @@ CF_EXTERN_C_BEGIN
 typedef const struct __CFData* CFDataRef;
 typedef struct __CFData* CFMutableDataRef;
 
-/* A copy of the bytes. */
+/* An immutable copy of the bytes. NULL if the length is negative, `bytes` is NULL and the length is
+   not 0, or memory is short. */
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 
-/* An empty buffer that grows as it is appended to; a capacity above 0 is its greatest length. */
+/* An empty buffer, which grows when bytes are appended. A capacity above 0 is its maximum length.
+ */
 CFMutableDataRef CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
 
+/* The length in bytes; 0 if `data` is not a data object. */
 CFIndex CFDataGetLength(CFDataRef data);
 
-/* Borrowed until the data changes or goes. Never NULL for a data object, not even an empty one. */
+/* The bytes, borrowed until the data is changed or freed. NULL only if `data` is not a data object:
+   an empty one has a valid pointer, too. */
 const UInt8* CFDataGetBytePtr(CFDataRef data);
 
-/* Short of memory or capacity, or with a negative length, the buffer stays as it was: compare
-   the length. */
+/* Appends a copy of the bytes. Does nothing if the length is not above 0, the maximum length would
+   be exceeded, or memory is short: only the length shows that. */
 void CFDataAppendBytes(CFMutableDataRef data, const UInt8* bytes, CFIndex length);
 
 CF_EXTERN_C_END

@@ -10,9 +10,10 @@ CF_EXTERN_C_BEGIN
 typedef double CFTimeInterval;
 typedef CFTimeInterval CFAbsoluteTime;
 
-/* From 1970-01-01 to the reference date. */
+/* The seconds from 1970-01-01 to 2001-01-01. */
 extern const CFTimeInterval kCFAbsoluteTimeIntervalSince1970;
 
+/* The current time of the wall clock, which may be set while the program runs. Any thread. */
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);
 
 CF_EXTERN_C_END

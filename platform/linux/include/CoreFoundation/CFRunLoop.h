@@ -2,16 +2,16 @@
 #define COREFOUNDATION_CFRUNLOOP_H
 
 /*
- * Run loops: one per thread, made when first asked for and freed with the thread. A run serves
- * the timers and sources of the default mode. Runs nest; a source or timer whose callout is still
- * running is not called out again by a nested run.
+ * Run loops. Each thread has one, which is created on first use and freed with the thread. A run
+ * fires the timers and performs the sources of the default mode. Runs nest: a nested run does not
+ * call out a source or timer whose callout has not yet returned.
  *
- * One turn of a run: first the timers that were due when the turn began, by fire date, then the
- * sources that are ready, in the order in which they were added; each at most once. Once a stop is
- * asked for, no further callout of that run follows.
+ * An iteration of a run first fires the timers that were due when it began, in the order of their
+ * fire dates, and then performs the sources that are ready, in the order in which they were added;
+ * each at most once. After a stop, no further callout of that run follows.
  *
- * A loop and what is in it belong to the loop's thread: adding, removing and invalidating happen
- * there. Any thread may stop a run.
+ * A loop, its sources and its timers belong to the loop's thread: only that thread may call the
+ * functions below, except CFRunLoopStop, which any thread may call.
  */
 
 #include <CoreFoundation/CFBase.h>
@@ -25,34 +25,37 @@ typedef struct __CFRunLoopSource* CFRunLoopSourceRef;
 typedef struct __CFRunLoopTimer* CFRunLoopTimerRef;
 
 /*
- * Sources and timers are added to one of these; any other mode is as good as none. Removing from
- * the common modes what was added in the default mode removes nothing; what was added in the
- * common modes leaves by either name.
+ * The modes to which sources and timers are added; any other mode is ignored. A source or timer of
+ * the default mode can only be removed by that name, one of the common modes by either name.
  */
 extern const CFStringRef kCFRunLoopDefaultMode;
 extern const CFStringRef kCFRunLoopCommonModes;
 
-/* The calling thread's own loop, borrowed. NULL when it cannot be made. */
+/* The calling thread's loop, borrowed. NULL if it cannot be created. */
 CFRunLoopRef CFRunLoopGetCurrent(void);
 
-/* Serves the calling thread's loop until it is stopped or its default mode holds nothing more. */
+/* Runs the calling thread's loop. Blocks until the run is stopped or the default mode has neither
+   sources nor timers. */
 void CFRunLoopRun(void);
 
-/* Ends the innermost run of that loop, from any thread. Ignored when it does not run. */
+/* Stops the innermost run of the loop. Ignored if the loop does not run. Any thread. */
 void CFRunLoopStop(CFRunLoopRef runLoop);
 
-/* The loop retains what is added, once. Adding what is in a loop, or is invalid, does nothing. */
+/* Add retains the source; it does nothing if the source is invalid or already in a loop. Remove
+   releases it; it does nothing if the source is not in that loop and mode. */
 void CFRunLoopAddSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode);
 void CFRunLoopRemoveSource(CFRunLoopRef runLoop, CFRunLoopSourceRef source, CFStringRef mode);
 
-/* Takes the source out of its loop for good; allowed inside its own callout. */
+/* Removes the source from its loop and makes it invalid for ever. Allowed in its own callout. */
 void CFRunLoopSourceInvalidate(CFRunLoopSourceRef source);
 
+/* The callout of a timer, on the thread of its loop. `info` is that of the context. */
 typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void* info);
 
 /*
- * retain is called when the timer is made, and what it returns is the callout's info; release when
- * the timer is invalidated or freed. Each callout is between the two as well. Either may be NULL.
+ * `retain` is called when the timer is created, and what it returns is the info of the callouts;
+ * `release` is called when the timer is invalidated or freed. If `retain` is not NULL, each callout
+ * is also between a call of both. Either may be NULL.
  */
 typedef struct {
     CFIndex version;
@@ -63,26 +66,29 @@ typedef struct {
 } CFRunLoopTimerContext;
 
 /*
- * A timer that fires at fireDate and then, when interval is above 0, at every whole multiple of
- * it after that; a date that passed while the loop was busy or the machine slept is made up for
- * by one callout, never by several. A fire date in the past is due now and starts the grid there.
- * A one-shot timer is invalidated after its callout. None fires early. order is of no account.
+ * A timer that fires at fireDate and, if the interval is above 0, at fireDate plus every whole
+ * multiple of the interval. However many dates passed while the loop was busy or the machine was
+ * suspended, one callout follows. A fire date in the past fires at once and is the first date. A
+ * one-shot timer is invalidated after its callout. No timer fires early. `order` is ignored. The
+ * caller owns the timer.
  *
- * A timer that waits an hour or more (its interval; for a one-shot timer, the time until its fire
- * date) keeps a date of the wall clock: when that clock is set, the timer goes by what it shows
- * now, and when it is set back so far that a repeating timer would wait for more than two
- * intervals, the timer takes an earlier date of its grid. A timer that waits less measures a
- * delay, on the monotonic clock, which nobody sets.
+ * A timer that waits an hour or more (its interval or, for a one-shot timer, the time until its
+ * fire date) follows the wall clock. If that clock is set, the timer fires when the new time
+ * reaches the date. If it is set back so far that a repeating timer would wait for more than two
+ * intervals, the timer uses an earlier date of its series. A timer that waits less uses the
+ * monotonic clock, which cannot be set.
  */
 CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
                                        CFTimeInterval interval, CFOptionFlags flags, CFIndex order,
                                        CFRunLoopTimerCallBack callout,
                                        CFRunLoopTimerContext* context);
 
+/* Add retains the timer; it does nothing if the timer is invalid or already in a loop. Remove
+   releases it; it does nothing if the timer is not in that loop and mode. */
 void CFRunLoopAddTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode);
 void CFRunLoopRemoveTimer(CFRunLoopRef runLoop, CFRunLoopTimerRef timer, CFStringRef mode);
 
-/* Takes the timer out of its loop for good; allowed inside its own callout. */
+/* Removes the timer from its loop and makes it invalid for ever. Allowed in its own callout. */
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
 
 CF_EXTERN_C_END

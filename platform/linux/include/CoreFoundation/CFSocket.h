@@ -4,11 +4,11 @@
 /*
  * Connected local stream sockets, read in the background and delivered by a run loop.
  *
- * From the moment its source is added to a loop, a socket's bytes are read by one thread for all
- * sockets and queued in the order of arrival, in chunks of at most 64 KiB, however long the loop
- * is busy; beyond 64 MiB queued, reading rests. Each turn of the loop hands over one chunk. The
- * end of the stream, for whatever reason, is one chunk of length 0 after all others; the socket
- * is invalidated when that callout returns. The lack of memory for a chunk is such an end too.
+ * When the source of a socket is added to a loop, one thread for all sockets begins to read its
+ * bytes and to queue them in the order of arrival, in chunks of at most 64 KiB, even while the loop
+ * is busy. Reading pauses while more than 64 MiB are queued. Each iteration of the loop delivers
+ * one chunk. The end of the stream, whatever its cause (also a shortage of memory for a chunk), is
+ * one chunk of length 0 behind all others; the socket is invalidated when that callout returns.
  */
 
 #include <CoreFoundation/CFBase.h>
@@ -22,14 +22,15 @@ typedef struct __CFSocket* CFSocketRef;
 
 typedef enum { kCFSocketSuccess = 0, kCFSocketError = -1, kCFSocketTimeout = -2 } CFSocketError;
 
-/* The only callback type served here. Its data argument is a CFDataRef, borrowed. */
+/* The only type of callback supported. Its `data` argument is a CFDataRef, borrowed. */
 enum { kCFSocketDataCallBack = 3 };
 typedef CFOptionFlags CFSocketCallBackType;
 
+/* The callout of a socket, on the thread of the loop. `info` is that of the context. */
 typedef void (*CFSocketCallBack)(CFSocketRef socket, CFSocketCallBackType type, CFDataRef address,
                                  const void* data, void* info);
 
-/* As that of a timer: held while the socket is valid and around each callout. */
+/* The same as CFRunLoopTimerContext: retained while the socket is valid and during each callout. */
 typedef struct {
     CFIndex version;
     void* info;
@@ -38,7 +39,7 @@ typedef struct {
     CFStringRef (*copyDescription)(const void* info);
 } CFSocketContext;
 
-/* The address is a local one as <sys/un.h> declares it. */
+/* The peer. The address is a local one, a struct sockaddr_un of <sys/un.h>. */
 typedef struct {
     SInt32 protocolFamily;
     SInt32 socketType;
@@ -47,31 +48,32 @@ typedef struct {
 } CFSocketSignature;
 
 /*
- * Waits at most timeout seconds for the connection; NULL when it does not come about. Only local
- * streams are served: family and type 1, protocol 0, the address as above or only as much of it
- * as its path takes.
+ * Connects to the peer and returns the socket, which the caller owns. Blocks for at most `timeout`
+ * seconds. NULL if there is no connection by then or memory is short. Only local streams are
+ * supported: family and type 1, protocol 0; the address may end behind its path.
  */
 CFSocketRef CFSocketCreateConnectedToSocketSignature(
     CFAllocatorRef allocator, const CFSocketSignature* signature, CFOptionFlags callBackTypes,
     CFSocketCallBack callout, const CFSocketContext* context, CFTimeInterval timeout);
 
 /*
- * The socket's one source, retained for the caller. The source keeps the socket alive until it is
- * invalidated. NULL also for an invalid socket, and when the thread that reads cannot be started.
+ * The socket's only source, which the caller owns. The source retains the socket until it is
+ * invalidated. NULL if the socket is invalid, the thread that reads cannot be started, or memory is
+ * short.
  */
 CFRunLoopSourceRef CFSocketCreateRunLoopSource(CFAllocatorRef allocator, CFSocketRef socket,
                                                CFIndex order);
 
 /*
- * Closes the connection, drops what is queued and invalidates the source. No callout follows;
- * allowed inside the socket's own.
+ * Closes the connection, drops the chunks that are queued and invalidates the source. No callout
+ * follows. Allowed in the socket's callout.
  */
 void CFSocketInvalidate(CFSocketRef socket);
 
 /*
- * Sends all of the data within timeout seconds (0 or less: without limit). Anything else is an
- * error: kCFSocketTimeout when the time ran out with a part unsent, kCFSocketError otherwise, also
- * for empty data and an invalid socket. Raises no signal. address must be NULL.
+ * Sends all of the data. Blocks for at most `timeout` seconds (0 or less: without limit). Returns
+ * kCFSocketSuccess, kCFSocketTimeout if the time ran out with a part unsent, or kCFSocketError,
+ * which includes empty data and an invalid socket. Raises no signal. `address` must be NULL.
  */
 CFSocketError CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
                                CFTimeInterval timeout);

@@ -10,17 +10,22 @@ CF_EXTERN_C_BEGIN
 
 typedef struct __CFReadStream* CFReadStreamRef;
 
-/* A stream that is not open yet; the file need not exist. */
+/* A stream that is not yet open, of a file that need not exist. Retains the URL. NULL if the URL is
+   NULL or memory is short. */
 CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef allocator, CFURLRef url);
 
 /*
- * False when the file cannot be opened, when it is neither a regular file nor a directory (links
- * followed), or when the stream was opened before. Never waits for a writer of a FIFO and never
- * acts on a device. A directory opens, but reading from it fails.
+ * Opens the file and reads it. False if the file cannot be opened, if it is neither a regular file
+ * nor a directory (links are followed within a file system), or if the stream was opened before. A
+ * directory can be opened, but not read. FIFOs and devices are not opened.
+ *
+ * Blocks until the file is read: on the main thread for at most 30 seconds, then the result is
+ * false; on any other thread as long as the file system does.
  */
 Boolean CFReadStreamOpen(CFReadStreamRef stream);
 
-/* Closing a stream that is not open does nothing. A closed stream cannot be opened again. */
+/* Closes the stream and frees what was read. Does nothing if the stream is not open. A closed
+   stream cannot be opened again. */
 void CFReadStreamClose(CFReadStreamRef stream);
 
 CF_EXTERN_C_END

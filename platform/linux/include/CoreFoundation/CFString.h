@@ -20,34 +20,39 @@ enum { kCFStringEncodingUTF8 = 0x08000100 };
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
                                       CFStringEncoding encoding);
 
-/* Any UTF-16 units, unpaired surrogates included. */
+/* A copy of `count` UTF-16 units, which may include unpaired surrogates. NULL if the count is
+   negative, `characters` is NULL and the count is not 0, or memory is short. */
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* characters,
                                          CFIndex count);
 
-/* The strings of the array, in order, with the separator between each two. */
+/* The strings of the array in order, with the separator between each two; a NULL separator is
+   empty. NULL if a member is not a string or memory is short. */
 CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRef strings,
                                              CFStringRef separator);
 
+/* The length in UTF-16 units; 0 if `string` is not a string. */
 CFIndex CFStringGetLength(CFStringRef string);
 
-/* The most bytes that a string of that length takes in the encoding, without a terminator. */
+/* The maximum size in bytes of a string of that length in the encoding, without a terminator. 0 for
+   an unknown encoding, kCFNotFound if the size does not fit into a CFIndex. */
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
 
 /*
- * Copies the text with its terminator. False when the buffer is too small (its first byte is then
- * 0, if it has one), when a character has no place in the encoding, or the encoding is unknown.
+ * Copies the text and a terminator to a buffer of `size` bytes. False if the buffer is too small,
+ * the encoding lacks a character (UTF-8 lacks unpaired surrogates) or is unknown, or `string` is
+ * not a string; the buffer then contains an empty text, unless `size` is 0.
  */
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
                            CFStringEncoding encoding);
 
-/* Copies the units of a range that lies inside the string; a pair of surrogates may be split. */
+/* Copies the UTF-16 units of the range to a buffer of range.length units. Does nothing if the range
+   does not lie inside the string. The range may split a pair of surrogates. */
 void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* buffer);
 
 CF_EXTERN_C_END
 
 /*
- * A constant string is a static object of the program, so naming one never fails. The layout is
- * the library's own; use CFSTR.
+ * CFSTR("literal") is a static object, so it needs no memory and cannot fail.
  */
 #include <CoreFoundation/CFConstantString.h>
 

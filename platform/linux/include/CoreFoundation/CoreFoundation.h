@@ -2,15 +2,17 @@
 #define COREFOUNDATION_COREFOUNDATION_H
 
 /*
- * Core Foundation on Linux: the calls that this project makes, behaving as documented for the
- * original. Two rules go beyond the original and hold for every function:
- *   - a creation that finds no memory returns NULL;
- *   - an object of another type than the function expects behaves as absent: lookups find
- *     nothing, conversions fail, counts are 0, mutations do nothing. NULL is such an object.
+ * Core Foundation on Linux: the functions that this project calls, with the behaviour that the
+ * original documents. Two rules go beyond the original and hold for every function:
+ *   - a function that creates an object returns NULL if memory is short;
+ *   - NULL and an object of another type than the function expects are treated as absent: lookups
+ *     find nothing, conversions fail, counts are 0, mutations do nothing.
  *
- * Ownership follows the naming rule: what a function with Create or Copy in its name returns is
- * owned by the caller, who gives it up with CFRelease; everything else is borrowed.
- * Immutable objects may be shared by threads freely; a mutable one needs its user's lock.
+ * Ownership: the caller owns what a function with Create or Copy in its name returns and must
+ * CFRelease it; all other results are borrowed.
+ *
+ * Threads: immutable objects may be used by any number of threads. A mutable object needs a lock of
+ * the caller's. No function blocks unless its comment says so.
  */
 
 #include <CoreFoundation/CFArray.h>

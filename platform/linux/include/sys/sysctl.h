@@ -1,7 +1,7 @@
 #ifndef SYS_SYSCTL_H
 #define SYS_SYSCTL_H
 
-/* The process table as the BSD call sysctl gives it. No other names are known. */
+/* The process table, as sysctl() returns it on BSD. No other names are supported. */
 
 #include <stddef.h>
 #include <sys/time.h>
@@ -20,7 +20,7 @@ extern "C" {
 struct extern_proc {
     pid_t p_pid;
     char p_comm[MAXCOMLEN + 1];
-    struct timeval p_starttime; /* counted from the start of the machine; see below */
+    struct timeval p_starttime; /* since the machine was started; see below */
 };
 
 struct kinfo_proc {
@@ -28,17 +28,18 @@ struct kinfo_proc {
 };
 
 /*
- * For the name {CTL_KERN, KERN_PROC, KERN_PROC_ALL}: with buffer NULL sets *length to a size with
- * some room to spare; otherwise fills the buffer with one record for each process, by ascending
- * process id, and sets *length to the bytes written. A process that ends meanwhile is left out.
- * p_starttime is zero there, since reading it takes as long again.
+ * Name {CTL_KERN, KERN_PROC, KERN_PROC_ALL}: if the buffer is NULL, sets *length to a size that is
+ * larger than needed now. Otherwise writes one record for each process, in the order of process
+ * ids, and sets *length to the bytes written. A process that ends meanwhile may be missing.
+ * p_starttime is 0, because reading it would double the time.
  *
- * For the name {CTL_KERN, KERN_PROC, KERN_PROC_PID, process id}: with buffer NULL sets *length to
- * the size of one record; otherwise writes that process's, or nothing and a *length of 0 if there
- * is no such process. Of two processes that had the same id, p_starttime differs.
+ * Name {CTL_KERN, KERN_PROC, KERN_PROC_PID, process id}: if the buffer is NULL, sets *length to the
+ * size of one record. Otherwise writes the record of that process, or sets *length to 0 if there is
+ * no such process. Two processes that had the same id differ in p_starttime.
  *
- * Returns 0, or -1 with errno: ENOMEM when the records do not fit into *length bytes, ENOENT for
- * another name, EPERM for a new value, or what opening the table gave. Any thread.
+ * *length is the size of the buffer in bytes. Returns 0, or -1 with errno: ENOMEM if the records do
+ * not fit, ENOENT for another name, EPERM for a new value, or the error of opening the table. Any
+ * thread.
  */
 int sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
            size_t newLength);
