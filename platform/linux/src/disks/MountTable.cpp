@@ -51,7 +51,7 @@ Mount MountOf(libmnt_fs* line) {
 }
 
 // Without the malformed line, its mount would seem to have gone. So the whole table is rejected.
-int RefuseLine(libmnt_table*, const char*, int) {
+int RejectLine(libmnt_table*, const char*, int) {
     return -EINVAL;
 }
 
@@ -66,7 +66,7 @@ std::optional<MountTable> ParseMountTable(std::string text) {
     const Iterator iterator(mnt_new_iter(MNT_ITER_FORWARD));
     if (!stream || !table || !iterator)
         return std::nullopt;
-    mnt_table_set_parser_errcb(table.get(), RefuseLine);
+    mnt_table_set_parser_errcb(table.get(), RejectLine);
     if (mnt_table_parse_stream(table.get(), stream.get(), "mountinfo") != 0)
         return std::nullopt;
 

@@ -8,7 +8,7 @@ namespace {
 
 // A source that is never ready and only limits the time-out of the context's poll.
 // g_source_set_ready_time() would do so too, but would wake the calling thread.
-struct Deadline {
+struct SleepLimit {
     GSource source;
     Nanoseconds date;
 };
@@ -16,7 +16,7 @@ struct Deadline {
 gboolean BoundSleep(GSource* source, gint* milliseconds) {
     constexpr Nanoseconds kMillisecond = kSecond / 1000;
     constexpr Nanoseconds kLongest = std::numeric_limits<gint>::max();
-    const Nanoseconds date = reinterpret_cast<Deadline*>(source)->date;
+    const Nanoseconds date = reinterpret_cast<SleepLimit*>(source)->date;
     const Nanoseconds left = std::max<Nanoseconds>(date - MonotonicNow(), 0);
     *milliseconds =
         date == kNever
@@ -25,9 +25,9 @@ gboolean BoundSleep(GSource* source, gint* milliseconds) {
     return FALSE;
 }
 
-GSource* CreateDeadline(GMainContext* context) noexcept {
+GSource* CreateSleepLimit(GMainContext* context) noexcept {
     static GSourceFuncs functions = {BoundSleep, nullptr, nullptr, nullptr, nullptr, nullptr};
-    GSource* source = g_source_new(&functions, sizeof(Deadline));
+    GSource* source = g_source_new(&functions, sizeof(SleepLimit));
     g_source_attach(source, context);
     return source;
 }
@@ -35,14 +35,14 @@ GSource* CreateDeadline(GMainContext* context) noexcept {
 } // namespace
 
 LoopContext::LoopContext() noexcept
-    : context_(g_main_context_new()), deadline_(CreateDeadline(context_.get())) {}
+    : context_(g_main_context_new()), sleepLimit_(CreateSleepLimit(context_.get())) {}
 
 void LoopContext::Poll() noexcept {
     g_main_context_iteration(context_.get(), FALSE);
 }
 
 void LoopContext::Sleep(Nanoseconds until) noexcept {
-    reinterpret_cast<Deadline*>(deadline_.get())->date = until;
+    reinterpret_cast<SleepLimit*>(sleepLimit_.get())->date = until;
     g_main_context_iteration(context_.get(), TRUE);
 }
 

@@ -36,7 +36,7 @@ public:
 private:
     const std::thread::id thread_ = std::this_thread::get_id();
     const ContextPointer context_;
-    const SourcePointer deadline_;
+    const SourcePointer sleepLimit_;
 };
 
 } // namespace cf

@@ -117,12 +117,12 @@ RunLoop* CurrentLoop() noexcept {
 class RunScope {
 public:
     explicit RunScope(RunLoop& loop) noexcept : loop_(loop), run_{loop.innermost} {
-        Enter(&run_);
+        SetInnermost(&run_);
     }
     RunScope(const RunScope&) = delete;
     RunScope& operator=(const RunScope&) = delete;
     ~RunScope() {
-        Enter(run_.outer);
+        SetInnermost(run_.outer);
     }
 
     const Run& Get() const noexcept {
@@ -130,7 +130,7 @@ public:
     }
 
 private:
-    void Enter(Run* run) noexcept {
+    void SetInnermost(Run* run) noexcept {
         const std::lock_guard lock(loop_.runMutex);
         loop_.innermost = run;
     }

@@ -17,10 +17,10 @@
 
 namespace {
 
-constexpr int kSmallestMapping = 128 * 1024;
+constexpr int kMappingThreshold = 128 * 1024;
 
-__attribute__((constructor)) void MapBlocksOfReading() {
-    mallopt(M_MMAP_THRESHOLD, kSmallestMapping);
+__attribute__((constructor)) void SetMappingThreshold() {
+    mallopt(M_MMAP_THRESHOLD, kMappingThreshold);
 }
 
 } // namespace

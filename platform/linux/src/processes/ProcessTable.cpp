@@ -122,7 +122,7 @@ int Fill(DIR* folder, kinfo_proc* records, std::size_t& count) noexcept {
 
 // Returns function(/proc), or an errno value if the directory cannot be opened.
 template<typename Function>
-int WithKernelsFolder(Function function) noexcept {
+int WithProcFolder(Function function) noexcept {
     const std::lock_guard lock(g_mutex);
     if (g_folder == nullptr)
         g_folder = opendir("/proc");
@@ -131,7 +131,7 @@ int WithKernelsFolder(Function function) noexcept {
 
 int ListAll(void* buffer, std::size_t& length) noexcept {
     std::size_t count = length / sizeof(kinfo_proc);
-    const int error = WithKernelsFolder([&](DIR* folder) {
+    const int error = WithProcFolder([&](DIR* folder) {
         return ReadProcessTable(folder, static_cast<kinfo_proc*>(buffer), count);
     });
     if (error == 0)
@@ -148,7 +148,7 @@ int ListOne(pid_t process, void* buffer, std::size_t& length) noexcept {
     if (length < sizeof record)
         return ENOMEM;
     const int error =
-        WithKernelsFolder([&](DIR* folder) { return ReadProcess(folder, process, record); });
+        WithProcFolder([&](DIR* folder) { return ReadProcess(folder, process, record); });
     const bool isGone = error == ENOENT || error == ESRCH;
     if (error != 0 && !isGone)
         return error;

@@ -6,8 +6,9 @@
  * the chunk to the queue and signals the stream's source. The loop's thread dequeues; at the low
  * water mark it starts the watching again.
  *
- * Lock: ArrivalsMutex() guards all streams. The reading thread holds it during recv(), which does
- * not block. So no thread reads from a descriptor once Unwatch() has returned.
+ * Lock: ArrivalsMutex() guards all streams. The reading thread (the arrivals thread, or a loop's
+ * thread in HandleArrivals()) holds it during recv(), which does not block. So no thread reads from
+ * a descriptor once Unwatch() has returned.
  *
  * The arrival time of a chunk is the time of recv(). If the kernel reported both the input and a
  * later deadline before any thread could read, the date of that deadline is used instead.

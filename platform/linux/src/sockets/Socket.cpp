@@ -75,7 +75,7 @@ void CallOut(Socket& socket, const Object* data) noexcept {
 
 // The source's perform: delivers one chunk per iteration. The end of the stream takes an iteration
 // of its own.
-void Deliver(void* info) noexcept {
+void DeliverChunk(void* info) noexcept {
     const auto socket = Owned<Socket>::Share(static_cast<Socket*>(info));
     const auto chunk = socket->stream.Dequeue();
     if (chunk.data) {
@@ -107,8 +107,8 @@ bool HasArrivedBy(void* info, Nanoseconds time) noexcept {
     return static_cast<Socket*>(info)->stream.HasArrivedBy(time);
 }
 
-constexpr SourceCallouts kSourceCallouts = {Deliver, StartStream, PauseStream, OnSourceInvalidated,
-                                            HasArrivedBy};
+constexpr SourceCallouts kSourceCallouts = {DeliverChunk, StartStream, PauseStream,
+                                            OnSourceInvalidated, HasArrivedBy};
 
 bool IsLocalStream(const CFSocketSignature& signature) noexcept {
     return signature.protocolFamily == PF_UNIX && signature.socketType == SOCK_STREAM &&
