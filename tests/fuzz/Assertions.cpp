@@ -1,5 +1,5 @@
-/* The targets assert with GoogleTest, outside of any test: the first failure ends the program, so
-   that the fuzzer keeps the input. */
+/* The targets use GoogleTest's assertions outside of tests. The first failure aborts the program,
+   so the fuzzer saves the input. */
 
 #include "Target.h"
 

@@ -1,6 +1,6 @@
 /*
- * Binary property lists, which whoever poses as the server or writes a disc may choose. An input
- * is such a list; or else a description of one, whose offset table and trailer are made here:
+ * Binary property lists: untrusted input from the server socket or a disc. An input is a list, or a
+ * description from which this target makes the offset table and the trailer:
  *
  *     size of offsets, size of references, then for each object its length and its bytes
  */
@@ -52,8 +52,8 @@ std::string Assembled(std::string_view input) {
            BigEndian(bytes.size(), 8);
 }
 
-// Whether a text has characters from U+0080 to U+00FF. They may come from a string of ASCII, whose
-// bytes libplist takes for UTF-8.
+// True if the list has characters from U+0080 to U+00FF. They may come from an ASCII string, whose
+// bytes libplist decodes as UTF-8.
 bool HasLatin1(CFPropertyListRef list) {
     return WriteList(list).find_first_of("\xC2\xC3") != std::string::npos;
 }
@@ -67,10 +67,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const ReadResult list = ReadList(bytes);
     EXPECT_LE(CountAddedValues(), bytes.size()); // each reference has a byte of its own
     ExpectSameWithMutableContainers(bytes, list);
-    if (!list.list || !HasXml(list.list.Get()))
+    if (!list.list || !IsXmlCompatible(list.list.Get()))
         return 0;
     ExpectSameWhenReadAgain(list.list.Get());
     if (!HasLatin1(list.list.Get()))
-        ExpectWitnessAgrees(list.list.Get(), LibplistFromBinary(bytes), EqualKeys::FirstCounts);
+        ExpectReferenceAgrees(list.list.Get(), LibplistFromBinary(bytes), EqualKeys::FirstCounts);
     return 0;
 }

@@ -1,8 +1,8 @@
 /*
- * Mutations for inputs that hold XML property lists. Every other time it is libFuzzer that changes
- * bytes; else whole elements are erased, doubled, repeated until an array that holds them is long,
- * copied over others or replaced by a scalar, so that lists stay lists and the fuzzer gets behind
- * the reader. A key goes with its value.
+ * Mutations for inputs with XML property lists. Half of the mutations are libFuzzer's own, of
+ * bytes. The others erase, double or repeat an element, copy it over another one or replace it by a
+ * scalar: lists remain valid, so the fuzzer reaches the code behind the reader. A key and its value
+ * are one element.
  */
 
 #include <algorithm>
@@ -38,16 +38,16 @@ constexpr std::array<std::string_view, 12> kScalars = {
 
 struct Span {
     std::size_t begin = 0;
-    std::size_t length = 0; // 0: there is none
+    std::size_t length = 0; // 0: no element
 };
 
-// The end of the tag that begins there; npos when it has none.
+// The end of the tag that starts at `begin`; npos if it has none.
 std::size_t TagEnd(std::string_view text, std::size_t begin) {
     const std::size_t end = text.find('>', begin);
     return end == text.npos ? end : end + 1;
 }
 
-// Behind the closing tag that belongs to an element whose content begins there.
+// The end of the closing tag of the element `name` whose content starts at `content`; npos if none.
 std::size_t ElementEnd(std::string_view text, std::size_t content, std::string_view name) {
     int open = 1;
     for (std::size_t tag = text.find('<', content); tag != text.npos; tag = text.find('<', tag)) {
@@ -114,14 +114,14 @@ private:
     std::string_view Copied(const Span& span) const {
         return text_.substr(span.begin, span.length);
     }
-    // Often enough for an array of several pieces.
+    // Often enough for an array of several chunks.
     std::string Repeated(std::string_view element) {
         std::string elements;
         for (std::size_t rest = 32 + Below(40); rest > 0; --rest)
             elements += element;
         return elements;
     }
-    // The first one behind some place.
+    // The first element behind a random position.
     Span SomeElement() {
         const std::size_t begin = text_.find('<', Below(text_.size() + 1));
         return begin == text_.npos ? Span{text_.size(), 0} : ElementAt(text_, begin);

@@ -33,7 +33,7 @@ bool IsEvent(const Token& token) {
     return token.isEscaped && !IsFrame(token) && token.byte != kChunkEnd;
 }
 
-// Of the frame whose header stands before this.
+// The payload of the frame whose header is before `script`.
 std::string PayloadAt(std::string_view script) {
     std::string payload;
     while (!script.empty()) {
@@ -52,7 +52,7 @@ std::string HeaderOf(std::string_view payload) {
     return {reinterpret_cast<const char*>(&header), sizeof header};
 }
 
-// The last step is the one that bytes are added to.
+// Appends the header to the last step, or one step per byte if `inPieces`.
 void AddHeader(std::vector<ScriptStep>& steps, const std::string& header, bool inPieces) {
     for (const char byte : header) {
         steps.back().bytes += byte;

@@ -2,14 +2,14 @@
 #define TESTS_FUZZ_FRAMESCRIPT_H
 
 /*
- * What a server sends, as an input tells it. Bytes stand for themselves, but for an escape
+ * A script of the bytes that a server sends. Bytes stand for themselves, except for an escape
  * character and the letter behind it:
  *
  *   ESC F  the header of a frame whose payload reaches to the next such header, or the end
  *   ESC f  the same, each byte of the header in a chunk of its own
  *   ESC |  the end of a chunk
  *   ESC L  the end of the connection
- *   ESC and any other letter: something that happens at that point, which the target knows
+ *   ESC and any other letter: an event at that point, defined by the target
  */
 
 #include <string>
@@ -18,22 +18,22 @@
 
 constexpr char kLost = 'L';
 
-/* Something that happens, and the bytes that arrived just before. */
+/* An event, and the bytes received before it. */
 struct ScriptStep {
-    std::string bytes; // may be empty: none arrived
+    std::string bytes; // may be empty
     char event = '\0'; // none
 };
 
-/* The chunks of the stream. */
+/* The chunks of the stream, with the event after each. */
 std::vector<ScriptStep> ReadChunks(std::string_view script);
 
-/* Whether the script has nothing but whole, well-formed frames. */
+/* True if the script consists of complete, well-formed frames. */
 bool IsWellFramed(std::string_view script);
 
-/* The payloads of such a script instead of its chunks, but for empty ones. */
+/* The non-empty payloads of a well-framed script instead of its chunks. */
 std::vector<ScriptStep> ReadPayloads(std::string_view script);
 
-/* The payload of its first frame, which may be empty. */
+/* The payload of the first frame of a well-framed script; may be empty. */
 std::string FirstPayload(std::string_view script);
 
 #endif

@@ -1,5 +1,5 @@
-/* The info files, which whoever writes a disc or mounts a file system may choose, through the
-   functions that recognise the roots by them. Every input is both files of one directory. */
+/* Info files: untrusted input from a disc or a mounted file system, read by the functions that
+   recognise root directories. Each input is the content of both files of one directory. */
 
 #include "Target.h"
 
@@ -21,7 +21,7 @@
 
 namespace {
 
-// A directory whose two info files are one.
+// A directory whose two info files are links to one file.
 class InfoFileDirectory {
 public:
     InfoFileDirectory() {
@@ -49,7 +49,7 @@ private:
     int file_ = -1;
 };
 
-// What stands in the file, read without the functions under test.
+// The content of the file, read without the functions under test.
 class Info {
 public:
     explicit Info(std::string_view content) {

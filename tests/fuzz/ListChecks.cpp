@@ -13,23 +13,23 @@
 
 namespace {
 
-constexpr int kFewValues = 1000;
+constexpr int kMaxValues = 1000;
 
-// Less than nothing is left when there are more values than were left before.
-int LeftAfter(const cf::Object* list, int left) {
+// `left` less the number of values in the list; negative if the list has more.
+int RemainingAfter(const cf::Object* list, int left) {
     --left;
     if (const auto* array = cf::As<cf::Array>(list)) {
         for (std::size_t i = 0; i < array->count; ++i)
-            left = left < 0 ? left : LeftAfter(cf::MemberAt(array, i), left);
+            left = left < 0 ? left : RemainingAfter(cf::MemberAt(array, i), left);
     } else if (const auto* dictionary = cf::As<cf::Dictionary>(list)) {
         cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* value) {
-            left = left < 0 ? left : LeftAfter(value, left);
+            left = left < 0 ? left : RemainingAfter(value, left);
         });
     }
     return left;
 }
 
-// In the place of what only the binary format has.
+// The readers replace values that only the binary format has by null.
 bool HasNull(const cf::Object* value) {
     bool hasNull = value == cf::AsObject(kCFNull);
     if (const auto* array = cf::As<cf::Array>(value)) {
@@ -43,8 +43,8 @@ bool HasNull(const cf::Object* value) {
     return hasNull;
 }
 
-// XML has whole seconds, and one NaN of the many.
-bool HasAllInXml(const cf::Object* value) {
+// XML has no fractions of seconds and only one NaN.
+bool IsExactInXml(const cf::Object* value) {
     if (const auto* date = cf::As<cf::Date>(value))
         return std::trunc(date->absoluteTime) == date->absoluteTime;
     if (const auto number = cf::NumberIn(value))
@@ -52,10 +52,10 @@ bool HasAllInXml(const cf::Object* value) {
     bool hasAll = true;
     if (const auto* array = cf::As<cf::Array>(value)) {
         for (std::size_t i = 0; i < array->count; ++i)
-            hasAll = hasAll && HasAllInXml(cf::MemberAt(array, i));
+            hasAll = hasAll && IsExactInXml(cf::MemberAt(array, i));
     } else if (const auto* dictionary = cf::As<cf::Dictionary>(value)) {
         cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* each) {
-            hasAll = hasAll && HasAllInXml(each);
+            hasAll = hasAll && IsExactInXml(each);
         });
     }
     return hasAll;
@@ -63,8 +63,8 @@ bool HasAllInXml(const cf::Object* value) {
 
 } // namespace
 
-bool HasXml(CFPropertyListRef list) {
-    return LeftAfter(cf::AsObject(list), kFewValues) >= 0 && !HasNull(cf::AsObject(list)) &&
+bool IsXmlCompatible(CFPropertyListRef list) {
+    return RemainingAfter(cf::AsObject(list), kMaxValues) >= 0 && !HasNull(cf::AsObject(list)) &&
            WriteList(list).find('\0') == std::string::npos;
 }
 
@@ -72,7 +72,7 @@ void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& i
     const ReadResult list = ReadList(bytes, kCFPropertyListMutableContainersAndLeaves);
     EXPECT_EQ(static_cast<bool>(list.list), static_cast<bool>(immutable.list));
     EXPECT_EQ(list.error, immutable.error);
-    if (list.list && HasXml(list.list.Get()))
+    if (list.list && IsXmlCompatible(list.list.Get()))
         EXPECT_EQ(WriteList(list.list.Get()), WriteList(immutable.list.Get()));
 }
 
@@ -82,13 +82,13 @@ void ExpectSameWhenReadAgain(CFPropertyListRef list) {
     const ReadResult again = ReadList(written);
     EXPECT_TRUE(again.list) << again.error << "\n" << written;
     if (written.find(">\uFEFF") != std::string::npos)
-        return; // reading drops a mark at the beginning of a text
+        return; // the reader removes a byte order mark at the start of a text
     EXPECT_EQ(WriteList(again.list.Get()), written);
-    if (HasAllInXml(cf::AsObject(list)))
+    if (IsExactInXml(cf::AsObject(list)))
         EXPECT_TRUE(CFEqual(again.list.Get(), list)) << written;
 }
 
-void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys) {
+void ExpectReferenceAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys) {
     if (theirs)
         EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get(), equalKeys), "") << WriteList(ours);
 }

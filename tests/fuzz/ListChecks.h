@@ -1,26 +1,25 @@
 #ifndef TESTS_FUZZ_LISTCHECKS_H
 #define TESTS_FUZZ_LISTCHECKS_H
 
-/* What must hold of every property list that a reader accepts. */
+/* Checks for every property list that a reader accepts. */
 
 #include "LibplistReference.h"
 #include "Lists.h"
 
 #include <string_view>
 
-/* Whether the list can be written and read again as XML: each value is written as often as it is
-   referred to, which may be too often; XML has neither what stands for null nor a NUL. Nor does
-   libplist take one in a text. */
-bool HasXml(CFPropertyListRef list);
+/* True if the list can be written as XML and read again. XML repeats a value for each reference, so
+   a list may be too long; null and NUL characters have no XML form. libplist accepts no NUL. */
+bool IsXmlCompatible(CFPropertyListRef list);
 
-/* Mutable containers change nothing of what is read, refused or said about it. */
+/* Reading with mutable containers must give the same list or the same error. */
 void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable);
 
-/* What is written is read again, as the same values, and then written the same; but for texts that
-   begin with a byte-order mark. */
+/* A list that is written and read again must be equal and be written equally, except for texts that
+   begin with a byte order mark. */
 void ExpectSameWhenReadAgain(CFPropertyListRef list);
 
-/* Where libplist accepts the list too, it finds the same in it. */
-void ExpectWitnessAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys);
+/* If libplist, the reference, accepts the list, both readers must agree on its content. */
+void ExpectReferenceAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys);
 
 #endif

@@ -1,4 +1,4 @@
-/* The reply on the message socket, in whatever chunks it comes, down to the error that it tells. */
+/* The reply on the message socket, in arbitrary chunks, and the error that it contains. */
 
 #include "FrameScript.h"
 #include "Target.h"
@@ -23,7 +23,7 @@ void Receive(std::string_view chunk, SocketInfo& info) {
     ServerMessageSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk), &info);
 }
 
-// As SendMessageToChangerServer receives it: the first reply ends the exchange.
+// As in SendMessageToChangerServer(), the first reply ends the exchange.
 Reply ReceiveReply(const std::vector<ScriptStep>& steps) {
     Reply reply;
     SocketInfo info = {reply.Out(), {}};
@@ -38,14 +38,14 @@ Reply ReceiveReply(const std::vector<ScriptStep>& steps) {
 }
 
 void ReadErrorOf(const Reply& reply) {
-    VErrLink* told = nullptr;
-    VErrLink* err = GetMessageReplyErr(reply, &told);
+    VErrLink* reported = nullptr;
+    VErrLink* err = GetMessageReplyErr(reply, &reported);
     VErrLogAndCatch(&err);
-    VErrLogAndCatch(&told);
+    VErrLogAndCatch(&reported);
 }
 
-// Unless the payload is no list: then what came in the same chunk behind it is lost, too. Values
-// that are read alike are one object.
+// Without a check if the payload is not a list: the rest of the chunk behind it is then lost, too.
+// Equal values are one object, so the pointers are compared.
 void ExpectReplyIn(std::string_view payload, const Reply& reply) {
     const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
         nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));

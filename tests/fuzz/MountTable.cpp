@@ -1,4 +1,4 @@
-/* The kernel's table of mounts, whose paths and sources anybody who mounts may choose. */
+/* The kernel's mount table: paths and sources are untrusted input from any user who may mount. */
 
 #include "Target.h"
 
@@ -21,7 +21,7 @@ namespace {
 
 using disks::Mount;
 
-// As the kernel writes it: blanks, line ends and backslashes in octal.
+// The kernel's format: blanks, line ends and backslashes in octal.
 std::string Escaped(const std::string& text) {
     std::string escaped;
     for (const char character : text) {
@@ -52,8 +52,8 @@ std::string LineOf(const Mount& mount) {
            Escaped(mount.source) + " rw\n";
 }
 
-// An empty source cannot be told from one that libmount understands as a label.
-bool CanBeWritten(const Mount& mount) {
+// An empty source cannot be distinguished from one that libmount reads as a label.
+bool IsWritable(const Mount& mount) {
     return !mount.root.empty() && !mount.path.empty() && !mount.type.empty() &&
            !mount.source.empty();
 }
@@ -72,7 +72,7 @@ void ExpectSameWhenWrittenAgain(const Mount& mount) {
     EXPECT_EQ(same.source, mount.source);
 }
 
-// Each is one of the mounts, in their order, and none stands for the same files as another.
+// Each volume must be one of the mounts, in their order, and no two may have the same files.
 void ExpectVolumesOf(const disks::MountTable& mounts) {
     const std::vector<disks::Volume> volumes = disks::VolumesOf(mounts, {});
     std::set<std::pair<dev_t, std::string>> seen;
@@ -94,7 +94,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (!mounts)
         return 0;
     for (const Mount& mount : *mounts)
-        if (CanBeWritten(mount))
+        if (IsWritable(mount))
             ExpectSameWhenWrittenAgain(mount);
     ExpectVolumesOf(*mounts);
     return 0;

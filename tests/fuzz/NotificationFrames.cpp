@@ -1,16 +1,15 @@
 /*
- * What the server pushes, in whatever chunks it comes, through the real callbacks, store, registry,
- * identifications and builds; the server's answers are the test's. Besides what FrameScript.h
- * tells, this may happen:
+ * The notification socket: frames in arbitrary chunks, through the real callbacks, store, registry,
+ * identifications and builds. Replies come from FakeServer. Events besides those of FrameScript.h:
  *
  *   ESC M, ESC U  the file system of changer 7 is mounted, unmounted
- *   ESC T         of the threads that were started, the one that waits longest runs
- *   ESC D         the daily timer that was made last fires
+ *   ESC T         runs the oldest pending thread
+ *   ESC D         fires the newest daily timer
  *   ESC X         the server refuses the next command
  */
 
 #include "FrameScript.h"
-#include "KeptLists.h"
+#include "RetainedLists.h"
 #include "Target.h"
 
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
@@ -44,7 +43,7 @@
 namespace {
 
 constexpr UInt64 kChanger = 7;
-constexpr time_t kSomeDay = 1'000'000'000;
+constexpr time_t kStartTime = 1'000'000'000;
 
 class ChangerFileSystem {
 public:
@@ -63,7 +62,7 @@ private:
     TemporaryTree tree_;
 };
 
-// The daemon, but for what stands around it.
+// The daemon with fakes for its environment.
 class Daemon {
 public:
     explicit Daemon(const ChangerFileSystem& fileSystem);
@@ -71,31 +70,32 @@ public:
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
 
-    // What it did: its commands to the server and its timers.
+    // Feeds the chunks of the script; returns the daemon's commands to the server and its timers.
     std::vector<std::string> ReceiveChunks(std::string_view script);
-    // What it should do, were its frames assembled and read well.
-    std::vector<std::string> TakePayloads(std::string_view script);
+    // The same from the payloads, without the assembly of frames: the expected result.
+    std::vector<std::string> HandlePayloads(std::string_view script);
 
 private:
     void Receive(std::string_view chunk);
-    void Take(std::string_view payload);
-    void Happen(char event);
+    void HandlePayload(std::string_view payload);
+    void Perform(char event);
     std::vector<std::string> End();
-    void NoteWhatItDid();
-    void ExpectNothingUnderWay() const;
+    void RecordActions();
+    void ExpectNothingInProgress() const;
 
-    KeptLists keptLists_;
+    RetainedLists retainedLists_;
     LogCapture log_;
-    FakeTime time_{kSomeDay, 1};
+    FakeTime time_{kStartTime, 1};
     RecordedTimers timers_;
     DeferredThreads threads_;
     FakeDisk disk_;
     ChangerNotificationSubscription* subscription_ = nullptr;
-    bool refused_ = false; // a command; the slot of a request that could not be withdrawn stays
-    std::vector<std::string> done_;
+    bool isCommandRefused_ =
+        false; // a command; the slot of a request that could not be withdrawn stays
+    std::vector<std::string> actions_;
 };
 
-// The connection stands.
+// Subscribed and connected.
 Daemon::Daemon(const ChangerFileSystem& fileSystem) : disk_("sr0", fileSystem.Path().c_str()) {
     FakeServer::Reset();
     EXPECT_EQ(TakeChain(StateLock::InitStore()), Chain());
@@ -122,26 +122,26 @@ std::vector<std::string> Daemon::ReceiveChunks(std::string_view script) {
     for (const ScriptStep& step : ReadChunks(script)) {
         if (!step.bytes.empty())
             Receive(step.bytes);
-        Happen(step.event);
+        Perform(step.event);
     }
     return End();
 }
 
-std::vector<std::string> Daemon::TakePayloads(std::string_view script) {
+std::vector<std::string> Daemon::HandlePayloads(std::string_view script) {
     for (const ScriptStep& step : ReadPayloads(script)) {
         if (!step.bytes.empty())
-            Take(step.bytes);
-        Happen(step.event);
+            HandlePayload(step.bytes);
+        Perform(step.event);
     }
     return End();
 }
 
 std::vector<std::string> Daemon::End() {
     while (DeferredThreads::Count() > 0)
-        Happen('T');
-    if (!refused_)
-        ExpectNothingUnderWay();
-    return done_;
+        Perform('T');
+    if (!isCommandRefused_)
+        ExpectNothingInProgress();
+    return actions_;
 }
 
 void Daemon::Receive(std::string_view chunk) {
@@ -149,7 +149,7 @@ void Daemon::Receive(std::string_view chunk) {
                                      subscription_);
 }
 
-void Daemon::Take(std::string_view payload) {
+void Daemon::HandlePayload(std::string_view payload) {
     const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
         nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));
     if (list != nullptr) {
@@ -168,14 +168,15 @@ void FireDailyTimer() {
         ChangerFSCache(last->timer, last->context.info);
 }
 
-// A build whose status cannot be cleared keeps its progress record for good.
+// A build whose status cannot be cleared never frees its progress report.
 void RunNextThread() {
-    FakeServer::TakeKeptReport(); // of an earlier thread, which may have freed it
+    FakeServer::TakeKeptReport(); // discards the report of an earlier thread, which may be freed
+                                  // already
     DeferredThreads::RunNext();
     free(FakeServer::TakeKeptReport());
 }
 
-void Daemon::Happen(char event) {
+void Daemon::Perform(char event) {
     if (event == kLost) {
         Receive({});
     } else if (event == 'M') {
@@ -188,19 +189,19 @@ void Daemon::Happen(char event) {
         FireDailyTimer();
     } else if (event == 'X') {
         FakeServer::Fail("");
-        refused_ = true;
+        isCommandRefused_ = true;
     }
-    NoteWhatItDid();
+    RecordActions();
 }
 
-void Daemon::NoteWhatItDid() {
+void Daemon::RecordActions() {
     EXPECT_FALSE(StateLock::IsHeld());
     log_.Take();
     for (std::string& entry : Journal::Take())
-        done_.push_back(std::move(entry));
+        actions_.push_back(std::move(entry));
 }
 
-void Daemon::ExpectNothingUnderWay() const {
+void Daemon::ExpectNothingInProgress() const {
     CFArrayRef changers = nullptr;
     EXPECT_EQ(TakeChain(GetChangerList(&changers)), Chain());
     for (CFIndex i = 0; i < CFArrayGetCount(changers); ++i) {
@@ -223,8 +224,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const int zone = setenv("TZ", "UTC", 1);
     EXPECT_EQ(zone, 0);
     const std::string_view script = TextOfInput(data, size);
-    const auto done = Daemon(fileSystem).ReceiveChunks(script);
+    const auto actions = Daemon(fileSystem).ReceiveChunks(script);
     if (IsWellFramed(script))
-        EXPECT_EQ(done, Daemon(fileSystem).TakePayloads(script));
+        EXPECT_EQ(actions, Daemon(fileSystem).HandlePayloads(script));
     return 0;
 }

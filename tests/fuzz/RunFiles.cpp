@@ -1,5 +1,5 @@
-/* main in place of libFuzzer's: gives the target each file that is named, or found in a directory
-   that is named, once. */
+/* Replaces libFuzzer's main: runs the target once for each file given as an argument or found in a
+   directory given as an argument. */
 
 #include "Target.h"
 
@@ -26,14 +26,14 @@ std::vector<fs::path> FilesAt(const fs::path& path) {
     return files;
 }
 
-// False for a file that cannot be read. The bytes are a block of their own, so that the address
-// sanitizer sees who reads beyond them.
+// Returns false if the file cannot be read. The input has a heap block of exactly its size, so the
+// address sanitizer detects reads beyond the end.
 bool Run(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     const std::vector<char> bytes(std::istreambuf_iterator<char>(stream), {});
     if (!stream.is_open() || stream.bad())
         return false;
-    std::fprintf(stderr, "%s\n", file.c_str()); // the last one named is the one that fails
+    std::fprintf(stderr, "%s\n", file.c_str()); // the last line names the failing input
     const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
     LLVMFuzzerTestOneInput(input.data(), input.size());
     return true;

@@ -1,7 +1,7 @@
 /*
- * The error that a reply tells of, from the server's text to the lines of the log. The first byte
- * of an input chooses what stands for the code, the second what for the text; eight bytes of a
- * number and those of a text follow.
+ * The error in a reply, from the server's text to the log lines. The first byte of an input selects
+ * the type of the code, the second the type of the text; a number of eight bytes and the bytes of a
+ * text follow.
  */
 
 #include "Target.h"
@@ -55,7 +55,7 @@ Held<CFMutableDictionaryRef> ReplyOf(CFTypeRef code, CFTypeRef text) {
     return reply;
 }
 
-// A format without arguments, by the rules of printf.
+// The result of printf for a format without arguments.
 std::string Formatted(std::string_view format) {
     std::string text;
     for (std::size_t i = 0; i < format.size(); ++i) {
@@ -66,15 +66,15 @@ std::string Formatted(std::string_view format) {
     return text;
 }
 
-// As a chain of one link, and in the log as one line.
-void ExpectTold(VErrLink* told, std::int64_t code, const std::string& text) {
-    EXPECT_EQ(told == nullptr, code == 0);
-    if (told == nullptr)
+// The error must be a chain of one link and one line in the log.
+void ExpectError(VErrLink* reported, std::int64_t code, const std::string& text) {
+    EXPECT_EQ(reported == nullptr, code == 0);
+    if (reported == nullptr)
         return;
-    EXPECT_EQ(told->code, code);
-    EXPECT_EQ(told->message, text);
+    EXPECT_EQ(reported->code, code);
+    EXPECT_EQ(reported->message, text);
     LogCapture log;
-    VErrLog(told);
+    VErrLog(reported);
     const std::vector<std::string> lines = log.Take();
     EXPECT_EQ(lines.size(), 1U);
     EXPECT_NE(lines.front().find(", GetMessageReplyErr: " + text), std::string::npos);
@@ -92,13 +92,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(TextOfInput(data, size).substr(kTextAt));
     const Held<CFTypeRef> text = Chosen(textChoice, number, bytes);
 
-    VErrLink* told = nullptr;
-    VErrLink* err = GetMessageReplyErr(ReplyOf(Chosen(codeChoice, number, bytes), text), &told);
+    VErrLink* reported = nullptr;
+    VErrLink* err = GetMessageReplyErr(ReplyOf(Chosen(codeChoice, number, bytes), text), &reported);
     if (codeChoice == kInteger && textChoice == kText && text != nullptr) {
         EXPECT_EQ(err, nullptr);
-        ExpectTold(told, number, Formatted(TextOf(static_cast<CFStringRef>(text.Get()))));
+        ExpectError(reported, number, Formatted(TextOf(static_cast<CFStringRef>(text.Get()))));
     }
     VErrCatch(&err);
-    VErrCatch(&told);
+    VErrCatch(&reported);
     return 0;
 }

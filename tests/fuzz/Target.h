@@ -1,17 +1,17 @@
 #ifndef TESTS_FUZZ_TARGET_H
 #define TESTS_FUZZ_TARGET_H
 
-/* What libFuzzer, or RunFiles.cpp in its place, calls in each target. */
+/* The functions of each target that libFuzzer, or RunFiles.cpp in its place, calls. */
 
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 extern "C" {
-/* Once, before all inputs; see Assertions.cpp. */
+/* Called once before all inputs; see Assertions.cpp. */
 int LLVMFuzzerInitialize(int* argc, char*** argv);
 
-/* The target, with one input. It leaves nothing behind: every input finds the same state. */
+/* Runs the target with one input and restores the initial state. */
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 }
 

@@ -1,4 +1,4 @@
-/* XML property lists, which whoever poses as the server or writes a disc may choose. */
+/* XML property lists: untrusted input from the server socket or a disc. */
 
 #include "ListChecks.h"
 #include "Target.h"
@@ -15,7 +15,7 @@
 
 namespace {
 
-// libplist takes a 0 in front for octal, and no blanks.
+// libplist reads a leading 0 as octal and rejects blanks.
 bool IsPlainInteger(std::string_view digits) {
     if (digits.starts_with('-'))
         digits.remove_prefix(1);
@@ -23,7 +23,7 @@ bool IsPlainInteger(std::string_view digits) {
            (!digits.empty() && digits.front() >= '1' && digits.front() <= '9');
 }
 
-// libplist does not count on behind the end of a month, or of a day.
+// libplist does not normalise days behind the end of a month or hours behind the end of a day.
 bool IsPlainDate(std::string_view text) {
     const auto isWithin = [text](std::size_t at, std::string_view first, std::string_view last) {
         const std::string_view field = text.substr(std::min(at, text.size()), 2);
@@ -33,18 +33,18 @@ bool IsPlainDate(std::string_view text) {
            isWithin(14, "00", "59") && isWithin(17, "00", "59");
 }
 
-// libplist does not go on behind a '=' inside of base64.
+// libplist stops at a '=' inside base64 text.
 bool IsEndOfBase64(std::string_view text) {
     return text.starts_with('=') || text.starts_with("</data>");
 }
 
-// libplist takes a '>' inside quotes for a part of the attribute.
+// libplist treats a '>' inside quotes as part of the attribute.
 bool IsWithoutAttributes(std::string_view tag) {
     const std::size_t end = tag.find_first_of(" \t\r\n>");
     return end != tag.npos && tag[end] == '>';
 }
 
-// Whether what stands behind the token satisfies the condition, wherever the text has the token.
+// True if the text behind every occurrence of the token satisfies the condition.
 template<typename Condition>
 bool EachIsFollowedBy(std::string_view text, std::string_view token, Condition condition) {
     for (std::size_t i = text.find(token); i != text.npos; i = text.find(token, i + 1))
@@ -53,8 +53,8 @@ bool EachIsFollowedBy(std::string_view text, std::string_view token, Condition c
     return true;
 }
 
-// Whether both readers must find the same: one list in a <plist> or in a document like ours. About
-// all else each reader is lenient in its own way.
+// True if both readers must read the same: one list in a <plist> or in a document as we write it.
+// The readers accept different deviations from that form.
 bool IsPlain(std::string_view text) {
     constexpr std::string_view kOpening = "<plist>";
     constexpr std::string_view kClosing = "</plist>";
@@ -65,7 +65,7 @@ bool IsPlain(std::string_view text) {
     if (!text.ends_with(kClosing))
         return false;
     text.remove_suffix(kClosing.size());
-    // libplist keeps a byte order mark.
+    // libplist does not remove a byte order mark.
     for (const std::string_view token : {"plist", "<!", "<?", "\uFEFF", "&#xFEFF;", "&#65279;"})
         if (text.find(token) != text.npos)
             return false;
@@ -87,8 +87,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (!list.list)
         return 0;
     ExpectSameWhenReadAgain(list.list.Get());
-    const cf::XmlDocumentText text({data, size}); // libplist takes everything for UTF-8
+    const cf::XmlDocumentText text({data, size}); // libplist reads any input as UTF-8
     if (IsPlain(text.View()))
-        ExpectWitnessAgrees(list.list.Get(), LibplistFromXml(text.View()), EqualKeys::LastCounts);
+        ExpectReferenceAgrees(list.list.Get(), LibplistFromXml(text.View()), EqualKeys::LastCounts);
     return 0;
 }

@@ -1,15 +1,15 @@
 #include "Changers.h"
 
-#include "Chance.h"
-#include "Tally.h"
+#include "EventCounts.h"
+#include "RandomValues.h"
 
 #include "connection/Frames.h"
 
 #include <cstdint>
 #include <vector>
 
-using chance::Below;
-using chance::OneIn;
+using random_values::Below;
+using random_values::OneIn;
 
 namespace {
 
@@ -19,17 +19,17 @@ void Set(const Mutable& dictionary, const char* key, const Value& value) {
     CFDictionarySetValue(dictionary, Text(key), value.Get());
 }
 
-bool Happens(bool does, Kind kind) {
-    if (does)
-        tally::Count(kind);
-    return does;
+bool CountIf(bool happens, EventKind kind) {
+    if (happens)
+        event_counts::Count(kind);
+    return happens;
 }
 
-Value Medium(UInt16 slot, bool isCalm) {
+Value Medium(UInt16 slot, bool isIdle) {
     constexpr int kMountStates[] = {0, 0, 0, 0x40, 2};
-    const bool requested = !isCalm && Happens(OneIn(6), Kind::kIdentificationRequest);
-    const int identifyTime = isCalm || !OneIn(4) ? 1 : 0;
-    tally::Count(Kind::kMediaInfo);
+    const bool requested = !isIdle && CountIf(OneIn(6), EventKind::kIdentificationRequest);
+    const int identifyTime = isIdle || !OneIn(4) ? 1 : 0;
+    event_counts::Count(EventKind::kMediaInfo);
     return Dictionary(
         {{"Media Kind", OneIn(5) ? 0 : 1},
          {"Media Request Identification", requested},
@@ -39,7 +39,7 @@ Value Medium(UInt16 slot, bool isCalm) {
          {"Media Partition Info", Array({Dictionary({{"Partition Has File System", OneIn(2)}})})}});
 }
 
-// An identified disc, of which nothing is wanted.
+// An identified disc without a request.
 Value IdentifiedMedium(UInt16 slot, int identifyTime) {
     return Dictionary(
         {{"Media Kind", 1},
@@ -50,7 +50,7 @@ Value IdentifiedMedium(UInt16 slot, int identifyTime) {
          {"Media Partition Info", Array({Dictionary({{"Partition Has File System", true}})})}});
 }
 
-// Those beyond the slots that the daemon works on, of which one changes with each list.
+// Appends discs in the slots behind kSlots. One of them differs in each list.
 void AddFurtherMedia(const Held<CFMutableArrayRef>& media) {
     static const std::vector<Value> unchanging = [] {
         std::vector<Value> made;
@@ -58,7 +58,7 @@ void AddFurtherMedia(const Held<CFMutableArrayRef>& media) {
             made.push_back(IdentifiedMedium(slot, 1));
         return made;
     }();
-    tally::Count(Kind::kLongList);
+    event_counts::Count(EventKind::kLongList);
     for (const Value& medium : unchanging)
         CFArrayAppendValue(media, medium.Get());
     const int changing = kSlots + Below(kSlotsOfLongList - kSlots);
@@ -66,11 +66,11 @@ void AddFurtherMedia(const Held<CFMutableArrayRef>& media) {
                            IdentifiedMedium(static_cast<UInt16>(changing), 1 + Below(1000)).Get());
 }
 
-Value Preferences(bool isCalm) {
+Value Preferences(bool isIdle) {
     const Mutable preferences = Dictionary({{"BuildDirCacheOnIdentify", OneIn(2)}});
     if (OneIn(2))
         Set(preferences, "IdentifyMediaOnInsert", OneIn(2));
-    if (!isCalm && Happens(OneIn(2), Kind::kDailyBuildSet)) {
+    if (!isIdle && CountIf(OneIn(2), EventKind::kDailyBuildSet)) {
         Set(preferences, "BuildDirCacheOnSchedule", true);
         Set(preferences, "BuildDirCacheTimeHours", Below(24));
         Set(preferences, "BuildDirCacheTimeMinutes", Below(60));
@@ -78,63 +78,64 @@ Value Preferences(bool isCalm) {
     return preferences;
 }
 
-Value ClientStatus(bool isCalm) {
+Value ClientStatus(bool isIdle) {
     const Mutable statuses = Dictionary();
-    if (!isCalm && OneIn(2)) {
-        const bool abort = Happens(OneIn(3), Kind::kAbortRequest);
+    if (!isIdle && OneIn(2)) {
+        const bool abort = CountIf(OneIn(3), EventKind::kAbortRequest);
         Set(statuses, "trayprobed", Dictionary({{"Abort Requested", abort}}));
     }
     return statuses;
 }
 
-Value ChangerInfo(int changer, bool isCalm) {
+Value ChangerInfo(int changer, bool isIdle) {
     const Held media = Array();
     for (UInt16 slot = 0; slot < kSlots; ++slot)
-        CFArrayAppendValue(media, Medium(slot, isCalm).Get());
+        CFArrayAppendValue(media, Medium(slot, isIdle).Get());
     if (changer == 0 && OneIn(50))
         AddFurtherMedia(media);
-    const bool build = !isCalm && Happens(OneIn(8), Kind::kBuildRequest);
+    const bool build = !isIdle && CountIf(OneIn(8), EventKind::kBuildRequest);
     return Dictionary({{"GUID", GuidOf(changer)},
-                       {"Changer Ready", isCalm || !OneIn(10)},
-                       {"Changer Preferences", Preferences(isCalm)},
+                       {"Changer Ready", isIdle || !OneIn(10)},
+                       {"Changer Preferences", Preferences(isIdle)},
                        {"Changer Media Info", media},
                        {"Data Transfer Element Count", kDrives},
                        {"Changer Request Identification", build},
-                       {"Changer Client Status", ClientStatus(isCalm)}});
+                       {"Changer Client Status", ClientStatus(isIdle)}});
 }
 
 } // namespace
 
-void Changers::ComeAndGo(Mood mood) {
+void Changers::AddAndRemoveChangers(Phase phase) {
     for (int changer = 0; changer < kChangers; ++changer) {
-        bool& isThere = isThere_[changer];
-        if (mood != Mood::kStorm) {
-            isThere = mood != Mood::kNoChangers;
-        } else if (!StaysKnown(GuidOf(changer)) && OneIn(8)) {
-            isThere = !isThere;
-            tally::Count(isThere ? Kind::kChangerAddedAnew : Kind::kChangerRemoved);
+        bool& isPresent = isPresent_[changer];
+        if (phase != Phase::kChurn) {
+            isPresent = phase != Phase::kNoChangers;
+        } else if (!IsPermanent(GuidOf(changer)) && OneIn(8)) {
+            isPresent = !isPresent;
+            event_counts::Count(isPresent ? EventKind::kChangerReadded
+                                          : EventKind::kChangerRemoved);
         }
     }
 }
 
 Changers::Notification Changers::Compose() {
-    const Mood mood = mood_;
-    const bool isStorm = mood == Mood::kStorm || mood == Mood::kQuietStorm;
-    ComeAndGo(mood);
+    const Phase phase = phase_;
+    const bool isChurn = phase == Phase::kChurn || phase == Phase::kFaultFreeChurn;
+    AddAndRemoveChangers(phase);
     const Held list = Array();
     const Held infos = Array();
     for (int changer = 0; changer < kChangers; ++changer) {
-        if (!isThere_[changer])
+        if (!isPresent_[changer])
             continue;
         CFArrayAppendValue(list, Integer(static_cast<std::int64_t>(GuidOf(changer))));
-        CFArrayAppendValue(infos, ChangerInfo(changer, !isStorm).Get());
+        CFArrayAppendValue(infos, ChangerInfo(changer, !isChurn).Get());
     }
     const Mutable notification = Dictionary();
-    if (Happens(!isStorm || OneIn(3), Kind::kChangerList))
+    if (CountIf(!isChurn || OneIn(3), EventKind::kChangerList))
         Set(notification, "changer list", list);
-    if (Happens(isStorm && OneIn(3), Kind::kRootPreferences))
+    if (CountIf(isChurn && OneIn(3), EventKind::kRootPreferences))
         Set(notification, "root preferences", Dictionary({{"IdentifyMediaOnInsert", OneIn(2)}}));
-    const bool hasInfo = !isStorm || !OneIn(4);
+    const bool hasInfo = !isChurn || !OneIn(4);
     if (hasInfo)
         Set(notification, "changer info", infos);
     return {FrameOfList(notification), hasInfo};

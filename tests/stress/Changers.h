@@ -1,10 +1,8 @@
 #ifndef TESTS_STRESS_CHANGERS_H
 #define TESTS_STRESS_CHANGERS_H
 
-/*
- * The changers of the server, and the notifications about them, made up anew each time. Some
- * changers are always there; the others come and go.
- */
+/* Generates random notifications about the changers of the server. The first kPermanentChangers
+   changers are always present; the others are added and removed. */
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -12,7 +10,7 @@
 #include <string>
 
 constexpr int kChangers = 6;
-constexpr int kChangersThatStay = 3;
+constexpr int kPermanentChangers = 3;
 constexpr UInt16 kSlots = 4;
 constexpr UInt16 kSlotsOfLongList = 5000; // of the first changer, in some notifications
 constexpr UInt32 kDrives = 2;
@@ -20,39 +18,39 @@ constexpr UInt32 kDrives = 2;
 constexpr UInt64 GuidOf(int changer) {
     return 0x9EDCBA9800000000 + static_cast<UInt64>(changer);
 }
-/* Whether the daemon, once it knows the changer, does so until the end of the storm. */
-constexpr bool StaysKnown(UInt64 changerGUID) {
-    return changerGUID < GuidOf(kChangersThatStay);
+/* True if the changer is never removed during churn. */
+constexpr bool IsPermanent(UInt64 changerGUID) {
+    return changerGUID < GuidOf(kPermanentChangers);
 }
 
-enum class Mood {
-    kQuietStorm, // whatever a server says while all goes well
-    kStorm,      // changers come and go, too
-    kCalm,       // all changers are there, and nothing is to be done
+enum class Phase {
+    kFaultFreeChurn, // random requests, no faults
+    kChurn,          // changers come and go, too
+    kIdle,           // all changers are there, and nothing is to be done
     kNoChangers
 };
 
 class Changers {
 public:
-    void SetMood(Mood mood) {
-        mood_ = mood;
+    void SetPhase(Phase phase) {
+        phase_ = phase;
     }
-    Mood TheMood() const {
-        return mood_;
+    Phase CurrentPhase() const {
+        return phase_;
     }
 
     struct Notification {
         std::string frame;
         bool hasInfo;
     };
-    // For one thread at a time.
+    // One thread at a time.
     Notification Compose();
 
 private:
-    void ComeAndGo(Mood mood);
+    void AddAndRemoveChangers(Phase phase);
 
-    std::atomic<Mood> mood_ = Mood::kCalm;
-    bool isThere_[kChangers] = {};
+    std::atomic<Phase> phase_ = Phase::kIdle;
+    bool isPresent_[kChangers] = {};
 };
 
 #endif

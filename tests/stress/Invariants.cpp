@@ -1,10 +1,10 @@
 #include "Invariants.h"
 
-#include "Chance.h"
+#include "Activity.h"
 #include "Changers.h"
-#include "Ledger.h"
-#include "ShortTimes.h"
-#include "Tally.h"
+#include "EventCounts.h"
+#include "RandomValues.h"
+#include "ShortDelays.h"
 #include "Volumes.h"
 
 #include "trayprobed/ChangerFSCacheState.h"
@@ -17,21 +17,22 @@ namespace {
 
 void Check(bool holds, const char* what, UInt64 changerGUID) {
     if (!holds)
-        tally::Complain(std::string(what) + ", changer " + std::to_string(changerGUID - GuidOf(0)));
+        event_counts::ReportProblem(std::string(what) + ", changer " +
+                                    std::to_string(changerGUID - GuidOf(0)));
 }
 
-// Operations that cannot fail here.
-void Need(VErrLink* err) {
+// For operations that cannot fail here.
+void RequireSuccess(VErrLink* err) {
     if (err == nullptr)
         return;
-    tally::Complain(err->message);
+    event_counts::ReportProblem(err->message);
     ReleaseVErrLink(err);
 }
 
 class StateLock {
 public:
     StateLock() {
-        Need(LockMediaIdState());
+        RequireSuccess(LockMediaIdState());
     }
     StateLock(const StateLock&) = delete;
     StateLock& operator=(const StateLock&) = delete;
@@ -42,94 +43,95 @@ public:
 
 bool IsKnown(UInt64 changerGUID) {
     SInt32 isKnown = 0;
-    Need(IsChangerInList(changerGUID, &isKnown));
+    RequireSuccess(IsChangerInList(changerGUID, &isKnown));
     return isKnown != 0;
 }
 
-bool IsOnList(UInt64 changerGUID, UInt16 slot) {
-    SInt32 isOnList = 0;
-    Need(IsStorageElemOnInProgressList(changerGUID, slot, &isOnList));
-    return isOnList != 0;
+bool IsInProgress(UInt64 changerGUID, UInt16 slot) {
+    SInt32 isInProgress = 0;
+    RequireSuccess(IsStorageElemOnInProgressList(changerGUID, slot, &isInProgress));
+    return isInProgress != 0;
 }
 
 bool IsMarkedAsBuilding(UInt64 changerGUID) {
     SInt32 isBuilding = 0;
-    Need(GetChangerFSCacheBuildInProgress(changerGUID, &isBuilding));
+    RequireSuccess(GetChangerFSCacheBuildInProgress(changerGUID, &isBuilding));
     return isBuilding != 0;
 }
 
-bool IsToAbort(UInt64 changerGUID) {
-    SInt32 isToAbort = 0;
-    Need(GetChangerShouldAbortOperation(changerGUID, &isToAbort));
-    return isToAbort != 0;
+bool ShouldAbort(UInt64 changerGUID) {
+    SInt32 shouldAbort = 0;
+    RequireSuccess(GetChangerShouldAbortOperation(changerGUID, &shouldAbort));
+    return shouldAbort != 0;
 }
 
 bool IsMounted(UInt64 changerGUID) {
     bool isMounted = false;
-    Need(IsChangerFSGUIDInList(changerGUID, &isMounted));
+    RequireSuccess(IsChangerFSGUIDInList(changerGUID, &isMounted));
     return isMounted;
 }
 
-// The registry's two answers belong together, as long as the state lock is held.
+// IsChangerFSGUIDInList() and GetChangerFSMountPath() agree while the state lock is held.
 void CheckVolume(UInt64 changerGUID) {
     if (!IsMounted(changerGUID))
         return;
     std::array<char, 1024> path = {};
-    Need(GetChangerFSMountPath(changerGUID, path.data(), path.size()));
+    RequireSuccess(GetChangerFSMountPath(changerGUID, path.data(), path.size()));
     Check(path.data() == Volumes::PathOf(changerGUID), "mounted elsewhere", changerGUID);
 }
 
 void CheckKnownChanger(UInt64 changerGUID) {
     UInt32 count = 0;
-    Need(GetMediaIdInProgressCount(changerGUID, &count));
+    RequireSuccess(GetMediaIdInProgressCount(changerGUID, &count));
     Check(count <= kDrives, "more in progress than drives", changerGUID);
     for (UInt16 slot = 0; slot < kSlots; ++slot)
-        Check(!IsOnList(changerGUID, slot) || ledger::IsBeingIdentified(changerGUID, slot) ||
-                  ledger::IsOutOfReach(changerGUID, slot),
+        Check(!IsInProgress(changerGUID, slot) || activity::IsBeingIdentified(changerGUID, slot) ||
+                  activity::IsStuck(changerGUID, slot),
               "in progress without a worker", changerGUID);
-    Check(!IsMarkedAsBuilding(changerGUID) || ledger::CountBuilds(changerGUID) > 0,
+    Check(!IsMarkedAsBuilding(changerGUID) || activity::CountBuilds(changerGUID) > 0,
           "marked as building without a build", changerGUID);
 }
 
 } // namespace
 
-void Observer::Observe() {
-    while (!isOver_) {
+void StateObserver::CheckRepeatedly() {
+    while (!isStopped_) {
         for (int changer = 0; changer < kChangers; ++changer) {
             const StateLock lock;
             CheckVolume(GuidOf(changer));
             if (IsKnown(GuidOf(changer)))
                 CheckKnownChanger(GuidOf(changer));
-            tally::Count(Kind::kStateChecked);
+            event_counts::Count(EventKind::kBusyStateChecked);
         }
-        chance::Pause(2000);
+        random_values::Sleep(2000);
     }
 }
 
-bool IsAtRest() {
+bool IsIdle() {
     const StateLock lock;
     bool isComplete = true;
     for (int changer = 0; changer < kChangers; ++changer)
         isComplete = isComplete && IsKnown(GuidOf(changer)) && IsMounted(GuidOf(changer));
-    return isComplete && !ledger::IsAnybodyAtWork() && !short_times::HasPendingDailyTimer();
+    return isComplete && !activity::HasThreads() && !short_delays::HasPendingDailyTimer();
 }
 
-void CheckRest(bool anew) {
+void CheckIdleState(bool changersReadded) {
     const StateLock lock;
     for (int changer = 0; changer < kChangers; ++changer) {
         const UInt64 guid = GuidOf(changer);
         CheckVolume(guid);
         Check(!IsMarkedAsBuilding(guid), "left marked as building", guid);
-        Check(!IsToAbort(guid), "left marked to abort", guid);
-        Check(ledger::CountBuilds(guid) == 0, "a build never ended", guid);
+        Check(!ShouldAbort(guid), "left marked to abort", guid);
+        Check(activity::CountBuilds(guid) == 0, "a build never ended", guid);
         for (UInt16 slot = 0; slot < kSlots; ++slot) {
-            if (!anew && ledger::WasLeftByFormerServer(guid, slot))
+            if (!changersReadded && activity::IsStuckOfFormerServer(guid, slot))
                 continue;
-            const bool isOutOfReach = !anew && ledger::IsOutOfReach(guid, slot);
-            const bool isOnList = IsOnList(guid, slot);
-            Check(isOutOfReach || !isOnList, "left in progress", guid);
-            Check(!isOutOfReach || isOnList || !StaysKnown(guid), "within reach again", guid);
+            const bool isStuck = !changersReadded && activity::IsStuck(guid, slot);
+            const bool isInProgress = IsInProgress(guid, slot);
+            Check(isStuck || !isInProgress, "left in progress", guid);
+            Check(!isStuck || isInProgress || !IsPermanent(guid),
+                  "no longer in progress without a withdrawal", guid);
         }
     }
-    tally::Count(Kind::kRest);
+    event_counts::Count(EventKind::kIdleStateChecked);
 }

@@ -1,33 +1,34 @@
 #ifndef TESTS_STRESS_INVARIANTS_H
 #define TESTS_STRESS_INVARIANTS_H
 
-/* What holds whenever nobody has the state lock, and what holds besides once all is at rest. */
+/* Invariants of the daemon's state: those that hold whenever the state lock is free, and those that
+   hold when the daemon is idle. A violation is a problem in EventCounts.h. */
 
 #include <atomic>
 #include <thread>
 
-/* Takes the state lock again and again, as long as it lives, and looks. */
-class Observer {
+/* Checks the state repeatedly, with the state lock held, on a thread of its own. */
+class StateObserver {
 public:
-    Observer() : thread_([this] { Observe(); }) {}
-    Observer(const Observer&) = delete;
-    Observer& operator=(const Observer&) = delete;
-    ~Observer() {
-        isOver_ = true;
+    StateObserver() : thread_([this] { CheckRepeatedly(); }) {}
+    StateObserver(const StateObserver&) = delete;
+    StateObserver& operator=(const StateObserver&) = delete;
+    ~StateObserver() {
+        isStopped_ = true;
         thread_.join();
     }
 
 private:
-    void Observe();
+    void CheckRepeatedly();
 
-    std::atomic<bool> isOver_ = false;
+    std::atomic<bool> isStopped_ = false;
     std::thread thread_;
 };
 
-/* Whether the daemon knows all changers and where each is mounted, and has nothing to do. */
-bool IsAtRest();
-/* Nothing is left to build or to abort, and what is still on an in-progress list is out of reach.
-   With anew, the changers were forgotten and added anew, so that nothing is out of reach either. */
-void CheckRest(bool anew);
+/* True if the daemon knows all changers and their mount points and has no work. */
+bool IsIdle();
+/* Checks that no build and no abort flag is left, and that only stuck elements are in progress;
+   with `changersReadded` (all changers were removed and added again), that none is. */
+void CheckIdleState(bool changersReadded);
 
 #endif

@@ -1,6 +1,6 @@
 #include "RunningDaemon.h"
 
-#include "Tally.h"
+#include "EventCounts.h"
 #include "common/VErr.h"
 #include "trayprobed/ChangerFSCacheManager.h"
 #include "trayprobed/ChangerFSCacheState.h"
@@ -14,7 +14,7 @@ void RunMain(std::promise<CFRunLoopRef>& up) {
     for (const auto init : {InitMediaIdState, InitChangerFSCacheState, InitMediaIdManager,
                             InitChangerFSCacheManager}) {
         if (init() != nullptr)
-            tally::Complain("the daemon does not start");
+            event_counts::ReportProblem("the daemon does not start");
     }
     up.set_value(CFRunLoopGetCurrent());
     CFRunLoopRun();

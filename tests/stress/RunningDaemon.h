@@ -1,8 +1,8 @@
 #ifndef TESTS_STRESS_RUNNINGDAEMON_H
 #define TESTS_STRESS_RUNNINGDAEMON_H
 
-/* One life of the daemon: its stages, brought up and taken down as its main does, on a thread that
-   is its main thread. Nobody is at work any more when it ends. */
+/* The daemon's modules, initialised and terminated as its main does, on a thread that acts as its
+   main thread. No other thread of the daemon runs at the end. */
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -11,16 +11,16 @@
 
 class RunningDaemon {
 public:
-    // All stages are up.
+    // Returns when all modules are initialised.
     RunningDaemon();
     RunningDaemon(const RunningDaemon&) = delete;
     RunningDaemon& operator=(const RunningDaemon&) = delete;
     ~RunningDaemon();
 
 private:
-    std::promise<CFRunLoopRef> up_; // kept until its thread has ended
+    std::promise<CFRunLoopRef> up_; // must outlive the thread
     std::thread main_;
-    const CFRunLoopRef loop_; // the thread's own
+    const CFRunLoopRef loop_; // of the thread
 };
 
 #endif

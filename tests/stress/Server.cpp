@@ -1,8 +1,8 @@
 #include "Server.h"
 
-#include "Chance.h"
-#include "SentLists.h"
-#include "Tally.h"
+#include "EventCounts.h"
+#include "InfoLists.h"
+#include "RandomValues.h"
 #include "common/VErr.h"
 #include "testbed/Failure.h"
 
@@ -21,14 +21,14 @@
 #include <string>
 #include <string_view>
 
-using chance::Below;
-using chance::OneIn;
+using random_values::Below;
+using random_values::OneIn;
 
 namespace {
 
 constexpr int kMessageServers = 6;
 
-// A process is named after the file that it was started from.
+// The kernel names a process after its executable file.
 pid_t StartNamedProcess() {
     static const std::string path = [] {
         const std::string name = "/tmp/carouseld";
@@ -49,9 +49,9 @@ std::string PathOf(const char* prefix, pid_t process) {
     return prefix + std::to_string(process);
 }
 
-// After a while, in which the process is there and its sockets are not.
+// Sleeps first: the process exists for a while without its sockets.
 int Listen(const std::string& path) {
-    chance::Pause(1000);
+    random_values::Sleep(1000);
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -73,19 +73,19 @@ bool Send(int connection, std::string_view bytes) {
     return true;
 }
 
-std::size_t SomewhereIn(std::string_view bytes) {
+std::size_t RandomPosition(std::string_view bytes) {
     return static_cast<std::size_t>(Below(static_cast<int>(bytes.size())));
 }
 
 bool SendInPieces(int connection, std::string_view bytes) {
-    const std::size_t cut = SomewhereIn(bytes);
+    const std::size_t cut = RandomPosition(bytes);
     if (!Send(connection, bytes.substr(0, cut)))
         return false;
-    chance::Pause(500);
+    random_values::Sleep(500);
     return Send(connection, bytes.substr(cut));
 }
 
-// Nothing when the client has closed.
+// Returns an empty string when the client has closed the connection.
 std::string ReadRequest(int connection) {
     std::string bytes;
     char buffer[4096];
@@ -109,7 +109,7 @@ std::string ErrorReply(VErrCode code) {
 }
 
 struct Request {
-    Kind kind;
+    EventKind kind;
     bool isOfDisc;
 };
 
@@ -117,39 +117,41 @@ Request ParseRequest(const std::string& text) {
     const auto has = [&](const char* part) { return text.find(part) != std::string::npos; };
     const bool isOfDisc = has("Storage Element Index");
     if (has("mount disc<"))
-        return {Kind::kMount, isOfDisc};
+        return {EventKind::kMount, isOfDisc};
     if (has("eject disc<"))
-        return {Kind::kEject, isOfDisc};
+        return {EventKind::kEject, isOfDisc};
     if (has("request identification<"))
-        return {Kind::kWithdrawal, isOfDisc};
-    return {has("Building changer directory cache") ? Kind::kStatusShown : Kind::kStatusCleared,
+        return {EventKind::kWithdrawal, isOfDisc};
+    return {has("Building changer directory cache") ? EventKind::kStatusShown
+                                                    : EventKind::kStatusCleared,
             isOfDisc};
 }
 
-void LetDown(int connection) {
-    constexpr Kind kWays[] = {Kind::kErrorAnswer, Kind::kNoAnswer, Kind::kClosedUnanswered};
-    const Kind way = kWays[Below(3)];
-    tally::Count(way);
-    if (way == Kind::kErrorAnswer)
+void FailRequest(int connection) {
+    constexpr EventKind kWays[] = {EventKind::kErrorReply, EventKind::kNoReply,
+                                   EventKind::kClosedWithoutReply};
+    const EventKind way = kWays[Below(3)];
+    event_counts::Count(way);
+    if (way == EventKind::kErrorReply)
         Send(connection, ErrorReply(kVErrFacilityBase + 1234));
-    else if (way == Kind::kNoAnswer)
+    else if (way == EventKind::kNoReply)
         AwaitEnd(connection);
 }
 
-void PutOff(int connection, bool isMount) {
-    tally::Count(Kind::kServerBusy);
-    const bool isUnderWay = isMount && OneIn(2);
-    Send(connection, ErrorReply(isUnderWay ? kVErrCodeMountUnderWay : kVErrCodeServerBusy));
+void ReplyBusy(int connection, bool isMount) {
+    event_counts::Count(EventKind::kServerBusy);
+    const bool isMounting = isMount && OneIn(2);
+    Send(connection, ErrorReply(isMounting ? kVErrCodeMountUnderWay : kVErrCodeServerBusy));
 }
 
-void Comply(int connection) {
+void ReplySuccess(int connection) {
     const std::string reply = FrameOfList(Dictionary());
     if (OneIn(4)) {
-        tally::Count(Kind::kAnswerLate);
-        chance::Pause(1000);
+        event_counts::Count(EventKind::kLateReply);
+        random_values::Sleep(1000);
     }
     if (OneIn(4)) {
-        tally::Count(Kind::kAnswerInPieces);
+        event_counts::Count(EventKind::kReplyInPieces);
         SendInPieces(connection, reply);
     } else {
         Send(connection, reply);
@@ -162,31 +164,31 @@ Server::Server(Changers& changers)
     : changers_(changers), process_(StartNamedProcess()),
       notifications_(Listen(PathOf("/tmp/carouseldn-", process_))),
       messages_(Listen(PathOf("/tmp/carouseld-", process_))) {
-    threads_.emplace_back([this] { Notify(); });
+    threads_.emplace_back([this] { ServeSubscribers(); });
     for (int i = 0; i < kMessageServers; ++i)
         threads_.emplace_back([this] { ServeMessages(); });
 }
 
 Server::~Server() {
-    const bool processGoesFirst = OneIn(2);
+    const bool endsProcessFirst = OneIn(2);
     const auto endProcess = [&] {
         kill(process_, SIGKILL);
         waitpid(process_, nullptr, 0);
     };
-    if (processGoesFirst)
+    if (endsProcessFirst)
         endProcess();
-    isDying_ = true;
-    sent_lists::Wake();
-    shutdown(notifications_, SHUT_RDWR); // wakes who waits for a connection
+    isEnding_ = true;
+    info_lists::NotifyWaiters();
+    shutdown(notifications_, SHUT_RDWR); // ends accept4() on the other threads
     shutdown(messages_, SHUT_RDWR);
-    CutConnections();
+    ShutDownConnections();
     for (std::thread& thread : threads_)
         thread.join();
     close(notifications_);
     close(messages_);
     unlink(PathOf("/tmp/carouseldn-", process_).c_str());
     unlink(PathOf("/tmp/carouseld-", process_).c_str());
-    if (!processGoesFirst)
+    if (!endsProcessFirst)
         endProcess();
 }
 
@@ -197,7 +199,7 @@ int Server::Accept(int listener) {
     if (connection < 0)
         return -1;
     const std::lock_guard lock(mutex_);
-    if (isDying_) {
+    if (isEnding_) {
         close(connection);
         return -1;
     }
@@ -211,7 +213,7 @@ void Server::Close(int connection) {
     close(connection);
 }
 
-void Server::CutConnections() {
+void Server::ShutDownConnections() {
     const std::lock_guard lock(mutex_);
     for (const int connection : connections_)
         shutdown(connection, SHUT_RDWR);
@@ -219,32 +221,32 @@ void Server::CutConnections() {
 
 // ---- notifications ----
 
-void Server::Notify() {
+void Server::ServeSubscribers() {
     int connection = -1;
     while ((connection = Accept(notifications_)) >= 0) {
-        Push(connection);
+        PushNotifications(connection);
         Close(connection);
     }
 }
 
-void Server::Push(int connection) {
-    while (sent_lists::AwaitUnderWay(Below(6), isDying_)) {
+void Server::PushNotifications(int connection) {
+    while (info_lists::AwaitPendingAtMost(Below(6), isEnding_)) {
         const auto [frame, hasInfo] = changers_.Compose();
-        if (IsMoody() && OneIn(20)) {
-            tally::Count(Kind::kNotificationCut);
-            Send(connection, std::string_view(frame).substr(0, SomewhereIn(frame)));
+        if (InjectsFaults() && OneIn(20)) {
+            event_counts::Count(EventKind::kNotificationTruncated);
+            Send(connection, std::string_view(frame).substr(0, RandomPosition(frame)));
             return;
         }
         if (!(OneIn(3) ? SendInPieces(connection, frame) : Send(connection, frame)))
             return;
         if (hasInfo) {
-            sent_lists::NoteSent();
-            tally::Count(Kind::kChangerInfo);
+            info_lists::CountSentList();
+            event_counts::Count(EventKind::kChangerInfo);
         }
-        if (changers_.TheMood() == Mood::kCalm)
-            chance::Pause(2000);
-        if (IsMoody() && OneIn(20)) {
-            tally::Count(Kind::kConnectionClosed);
+        if (changers_.CurrentPhase() == Phase::kIdle)
+            random_values::Sleep(2000);
+        if (InjectsFaults() && OneIn(20)) {
+            event_counts::Count(EventKind::kConnectionClosed);
             return;
         }
     }
@@ -255,24 +257,24 @@ void Server::Push(int connection) {
 void Server::ServeMessages() {
     int connection = -1;
     while ((connection = Accept(messages_)) >= 0) {
-        Answer(connection);
+        Reply(connection);
         Close(connection);
     }
 }
 
-void Server::Answer(int connection) {
+void Server::Reply(int connection) {
     const std::string text = ReadRequest(connection);
     if (text.empty())
         return;
     const Request request = ParseRequest(text);
-    tally::Count(request.kind);
-    // A disc whose withdrawal fails is out of reach from then on, so that seldom happens.
-    const bool isWithdrawalOfDisc = request.kind == Kind::kWithdrawal && request.isOfDisc;
-    const bool isMount = request.kind == Kind::kMount;
-    if (IsMoody() && OneIn(isWithdrawalOfDisc ? 100 : 10))
-        LetDown(connection);
-    else if ((isMount || request.kind == Kind::kEject) && OneIn(8))
-        PutOff(connection, isMount);
+    event_counts::Count(request.kind);
+    // Rare for withdrawals of discs: the daemon never picks such a disc again.
+    const bool isWithdrawalOfDisc = request.kind == EventKind::kWithdrawal && request.isOfDisc;
+    const bool isMount = request.kind == EventKind::kMount;
+    if (InjectsFaults() && OneIn(isWithdrawalOfDisc ? 100 : 10))
+        FailRequest(connection);
+    else if ((isMount || request.kind == EventKind::kEject) && OneIn(8))
+        ReplyBusy(connection, isMount);
     else
-        Comply(connection);
+        ReplySuccess(connection);
 }

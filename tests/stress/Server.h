@@ -2,11 +2,11 @@
 #define TESTS_STRESS_SERVER_H
 
 /*
- * A changer server inside this process, on real sockets: one life of it, from its start to its
- * sudden death. The process that the daemon finds by name is another, which does nothing.
+ * A changer server inside this process, on real sockets, from construction to destruction. The
+ * process that the daemon finds by name is a separate one, which only sleeps.
  *
- *   notifier           pushes notifications to whoever is connected, a few ahead of the daemon
- *   message servers    accept, read a request, and answer it in one way or another
+ *   one thread          sends notifications to its subscriber, at most five ahead of the daemon
+ *   kMessageServers     threads that accept a request and reply, fail or do not reply, at random
  */
 
 #include "Changers.h"
@@ -27,25 +27,25 @@ public:
     ~Server();
 
 private:
-    bool IsMoody() const {
-        return changers_.TheMood() == Mood::kStorm;
+    bool InjectsFaults() const {
+        return changers_.CurrentPhase() == Phase::kChurn;
     }
 
-    void Notify();
-    void Push(int connection);
+    void ServeSubscribers();
+    void PushNotifications(int connection);
     void ServeMessages();
-    void Answer(int connection);
+    void Reply(int connection);
 
-    // -1 when the server dies.
+    // -1 when the server ends.
     int Accept(int listener);
     void Close(int connection);
-    void CutConnections();
+    void ShutDownConnections();
 
     Changers& changers_;
     const pid_t process_;
     const int notifications_;
     const int messages_;
-    std::atomic<bool> isDying_ = false;
+    std::atomic<bool> isEnding_ = false;
     std::mutex mutex_;
     std::set<int> connections_; // guarded by mutex_
     std::vector<std::thread> threads_;

@@ -1,7 +1,7 @@
 #include "Volumes.h"
 
-#include "Chance.h"
-#include "Tally.h"
+#include "EventCounts.h"
+#include "RandomValues.h"
 #include "testbed/Failure.h"
 
 #include "support/PropertyLists.h"
@@ -14,16 +14,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string TreeOf(int changer) {
+std::string TreePath(int changer) {
     return "/tmp/trees/" + std::to_string(changer);
 }
 
 std::string DiscPath(int changer, UInt16 slot) {
-    return TreeOf(changer) + "/disc" + std::to_string(slot);
+    return TreePath(changer) + "/disc" + std::to_string(slot);
 }
 
-std::string PathOfTaken(int changer, UInt16 slot) {
-    return "/tmp/taken/" + std::to_string(changer) + "-" + std::to_string(slot);
+std::string RemovedDiscPath(int changer, UInt16 slot) {
+    return "/tmp/removed/" + std::to_string(changer) + "-" + std::to_string(slot);
 }
 
 void Write(const std::string& path, const std::string& text) {
@@ -43,17 +43,17 @@ void MakeTree(int changer) {
                                                              {"Partition Id", "p"},
                                                              {"Writable", false}})));
     }
-    Write(TreeOf(changer) + "/.changer_info.plist", XmlOf(Dictionary({{"Changer GUID", guid}})));
+    Write(TreePath(changer) + "/.changer_info.plist", XmlOf(Dictionary({{"Changer GUID", guid}})));
 }
 
 } // namespace
 
 Volumes::Volumes() {
-    fs::create_directories("/tmp/taken");
+    fs::create_directories("/tmp/removed");
     for (int changer = 0; changer < kChangers; ++changer) {
         MakeTree(changer);
         fs::create_directories(PathOf(GuidOf(changer)));
-        Toggle(changer);
+        ToggleMount(changer);
     }
 }
 
@@ -61,45 +61,45 @@ std::string Volumes::PathOf(UInt64 changerGUID) {
     return "/tmp/volumes/" + std::to_string(changerGUID - GuidOf(0));
 }
 
-// Each bound tree is a volume of its own, whole from the moment it is mounted.
-void Volumes::Toggle(int changer) {
+// Each bind mount is a separate volume, complete when it is mounted.
+void Volumes::ToggleMount(int changer) {
     const std::string path = PathOf(GuidOf(changer));
     bool& isMounted = isMounted_[changer];
     if (isMounted) {
         testbed::Require(umount2(path.c_str(), MNT_DETACH) == 0, "cannot unmount " + path);
-        tally::Count(Kind::kVolumeUnmounted);
+        event_counts::Count(EventKind::kVolumeUnmounted);
     } else {
-        testbed::Require(mount(TreeOf(changer).c_str(), path.c_str(), nullptr, MS_BIND, nullptr) ==
-                             0,
-                         "cannot mount " + path);
-        tally::Count(Kind::kVolumeMounted);
+        testbed::Require(
+            mount(TreePath(changer).c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0,
+            "cannot mount " + path);
+        event_counts::Count(EventKind::kVolumeMounted);
     }
     isMounted = !isMounted;
 }
 
 void Volumes::ToggleDisc(int changer, UInt16 slot) {
-    bool& isTaken = isTaken_[changer][slot];
+    bool& isRemoved = isRemoved_[changer][slot];
     const std::string inside = DiscPath(changer, slot);
-    const std::string outside = PathOfTaken(changer, slot);
-    fs::rename(isTaken ? outside : inside, isTaken ? inside : outside);
-    tally::Count(isTaken ? Kind::kDiscPutBack : Kind::kDiscTaken);
-    isTaken = !isTaken;
+    const std::string outside = RemovedDiscPath(changer, slot);
+    fs::rename(isRemoved ? outside : inside, isRemoved ? inside : outside);
+    event_counts::Count(isRemoved ? EventKind::kDiscPutBack : EventKind::kDiscRemoved);
+    isRemoved = !isRemoved;
 }
 
 void Volumes::Disturb() {
-    const int changer = chance::Below(kChangers);
-    if (chance::OneIn(3))
-        Toggle(changer);
+    const int changer = random_values::Below(kChangers);
+    if (random_values::OneIn(3))
+        ToggleMount(changer);
     else
-        ToggleDisc(changer, static_cast<UInt16>(chance::Below(kSlots)));
+        ToggleDisc(changer, static_cast<UInt16>(random_values::Below(kSlots)));
 }
 
 void Volumes::Restore() {
     for (int changer = 0; changer < kChangers; ++changer) {
         if (!isMounted_[changer])
-            Toggle(changer);
+            ToggleMount(changer);
         for (UInt16 slot = 0; slot < kSlots; ++slot)
-            if (isTaken_[changer][slot])
+            if (isRemoved_[changer][slot])
                 ToggleDisc(changer, slot);
     }
 }

@@ -1,8 +1,8 @@
 #ifndef TESTS_STRESS_VOLUMES_H
 #define TESTS_STRESS_VOLUMES_H
 
-/* The changers' file systems: real mounts, in a sandbox, of trees with a disc for each slot.
-   For one thread. */
+/* The changers' file systems: bind mounts, in the sandbox, of trees with a disc in each slot. Not
+   thread-safe. */
 
 #include "Changers.h"
 
@@ -10,23 +10,23 @@
 
 class Volumes {
 public:
-    // All are mounted.
+    // Creates and mounts all file systems.
     Volumes();
 
-    // Mounts or unmounts one, or takes a disc away or puts it back.
+    // Mounts or unmounts a random file system, or removes or puts back a random disc.
     void Disturb();
-    // All is there again.
+    // Mounts all file systems and puts back all discs.
     void Restore();
 
-    // Where the changer's file system is mounted when it is.
+    // The mount point of the changer's file system.
     static std::string PathOf(UInt64 changerGUID);
 
 private:
-    void Toggle(int changer);
+    void ToggleMount(int changer);
     void ToggleDisc(int changer, UInt16 slot);
 
     bool isMounted_[kChangers] = {};
-    bool isTaken_[kChangers][kSlots] = {};
+    bool isRemoved_[kChangers][kSlots] = {};
 };
 
 #endif

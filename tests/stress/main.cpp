@@ -1,34 +1,32 @@
 /*
- * stress-trayprobed [seconds [seed]]: all of the daemon's modules at once, with their real threads,
- * run loops, sockets and mounts, while everything happens to them that can. For the thread
- * sanitizer, above all.
+ * stress-trayprobed [seconds [seed]]: runs all modules of the daemon in this process with their
+ * real threads, run loops, sockets and mounts, under random events. Made for the thread sanitizer.
  *
- *   director (here)    restarts the server, mounts and unmounts, calls for rest
- *   server             notifier and message servers (Server.h)
- *   daemon             its main thread (RunningDaemon.h), workers, builds, reader, volume probes
- *   observer           looks at the state all the time (Invariants.h), in every other round: who
- *                      takes locks to look at threads also puts them in order
+ *   main thread    controls the phases, restarts the server, mounts and unmounts
+ *   server         sends notifications and serves requests (Server.h)
+ *   daemon         its main thread (RunningDaemon.h), workers, builds, reader, volume probes
+ *   observer       checks the state (Invariants.h) in a random half of the rounds; its locking also
+ *                  orders the other threads, so it must not always run
  *
- * Rounds of two seconds follow one another, each with a daemon of its own. In every third one the
- * storm is quiet: no changer and no volume goes and the server does all that it is asked, so that
- * nothing may be logged and every disc stays within reach. After the storm, rest: everything is
- * there again, nothing is to be done, and the state must say so. Then all changers are forgotten
- * and added anew, which leaves nothing at all. In the end there must be no thread and no descriptor
- * more than after the first round, which is all calm.
+ * Each round has a daemon of its own and two seconds of churn. Every third round has no faults: no
+ * changer and no volume disappears and every request succeeds, so nothing may be logged and no disc
+ * may get stuck. After the churn everything is present and the daemon must become idle. Then all
+ * changers are removed and added again, after which no disc may be in progress. At the end there
+ * must be no more threads and descriptors than after the first round, which has no churn.
  *
- * The delays of the daemon are shortened (ShortTimes.h). Exit status 0 when nothing was wrong and
- * each kind of event happened.
+ * The delays of the daemon are shortened (ShortDelays.h). Exit status 0 if there was no problem and
+ * each kind of event occurred.
  */
 
-#include "Chance.h"
+#include "Activity.h"
 #include "Changers.h"
+#include "EventCounts.h"
+#include "InfoLists.h"
 #include "Invariants.h"
-#include "Ledger.h"
+#include "RandomValues.h"
 #include "RunningDaemon.h"
-#include "SentLists.h"
 #include "Server.h"
-#include "ShortTimes.h"
-#include "Tally.h"
+#include "ShortDelays.h"
 #include "Volumes.h"
 
 #include "testbed/Failure.h"
@@ -52,114 +50,115 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kStorm{2};
+constexpr std::chrono::seconds kChurn{2};
 
-struct Surroundings {
+struct TestBed {
     Volumes volumes;
     Changers changers;
     std::optional<Server> server;
 };
 
-void Rage(Surroundings& around) {
-    if (chance::OneIn(60)) {
-        tally::Count(Kind::kServerRestart);
-        around.server.reset();
-        chance::Pause(3000);
-        around.server.emplace(around.changers);
+void Disturb(TestBed& testBed) {
+    if (random_values::OneIn(60)) {
+        event_counts::Count(EventKind::kServerRestart);
+        testBed.server.reset();
+        random_values::Sleep(3000);
+        testBed.server.emplace(testBed.changers);
     } else {
-        around.volumes.Disturb();
+        testBed.volumes.Disturb();
     }
 }
 
-void Storm(Surroundings& around, Mood mood) {
-    around.changers.SetMood(mood);
-    short_times::ShortenReplyTimeouts(mood == Mood::kStorm);
-    std::optional<Observer> observer;
-    if (chance::OneIn(2))
+void RunChurn(TestBed& testBed, Phase phase) {
+    testBed.changers.SetPhase(phase);
+    short_delays::ShortenReplyTimeouts(phase == Phase::kChurn);
+    std::optional<StateObserver> observer;
+    if (random_values::OneIn(2))
         observer.emplace();
-    for (const auto end = Clock::now() + kStorm; Clock::now() < end; chance::Pause(4000))
-        if (mood == Mood::kStorm)
-            Rage(around);
-    short_times::ShortenReplyTimeouts(false);
-    around.volumes.Restore();
+    for (const auto end = Clock::now() + kChurn; Clock::now() < end; random_values::Sleep(4000))
+        if (phase == Phase::kChurn)
+            Disturb(testBed);
+    short_delays::ShortenReplyTimeouts(false);
+    testBed.volumes.Restore();
 }
 
-// Of the lists sent from now on, the first may still be of the old mood; when the third is saved,
-// the second was dealt with.
-void ChangeMood(Surroundings& around, Mood mood) {
-    around.changers.SetMood(mood);
-    sent_lists::AwaitSaved(sent_lists::CountSent() + 3);
+// The first list sent from now on may still belong to the old phase. When the third list is saved,
+// the daemon has handled the second.
+void ChangePhase(TestBed& testBed, Phase phase) {
+    testBed.changers.SetPhase(phase);
+    info_lists::AwaitSaved(info_lists::SentCount() + 3);
 }
 
-void ComeToRest(Surroundings& around, bool anew) {
-    ChangeMood(around, Mood::kCalm);
-    for (const auto end = Clock::now() + testbed::kTimeOut; !IsAtRest();) {
+void AwaitIdle(TestBed& testBed, bool changersReadded) {
+    ChangePhase(testBed, Phase::kIdle);
+    for (const auto end = Clock::now() + testbed::kTimeOut; !IsIdle();) {
         if (Clock::now() > end)
-            throw testbed::Failure("the daemon does not come to rest");
-        sent_lists::AwaitSaved(sent_lists::CountSent() + 1);
+            throw testbed::Failure("the daemon does not become idle");
+        info_lists::AwaitSaved(info_lists::SentCount() + 1);
     }
-    CheckRest(anew);
+    CheckIdleState(changersReadded);
 }
 
-void RunRound(Surroundings& around, Mood mood) {
-    ledger::BeginRound(mood != Mood::kStorm);
-    sent_lists::BeginRound();
+void RunRound(TestBed& testBed, Phase phase) {
+    activity::BeginRound(phase != Phase::kChurn);
+    info_lists::BeginRound();
     {
         const RunningDaemon daemon;
-        around.server.emplace(around.changers);
-        if (mood != Mood::kCalm)
-            Storm(around, mood);
-        ComeToRest(around, false);
-        ChangeMood(around, Mood::kNoChangers);
-        ComeToRest(around, true);
-        around.server.reset();
-        sent_lists::AwaitSaved(sent_lists::CountSent()); // nothing is lost
+        testBed.server.emplace(testBed.changers);
+        if (phase != Phase::kIdle)
+            RunChurn(testBed, phase);
+        AwaitIdle(testBed, false);
+        ChangePhase(testBed, Phase::kNoChangers);
+        AwaitIdle(testBed, true);
+        testBed.server.reset();
+        info_lists::AwaitSaved(info_lists::SentCount()); // no list was lost
     }
-    sent_lists::ReleaseReplaced();
+    info_lists::ReleaseReplaced();
 }
 
-// All but what there was before must go.
-void CheckWhatIsLeft(const std::set<pid_t>& threads, const std::vector<std::string>& descriptors) {
+// Waits for the end of all other threads and checks the open descriptors.
+void CheckLeftovers(const std::set<pid_t>& threads, const std::vector<std::string>& descriptors) {
     testbed::AwaitEndOfOtherThreads(threads, getpid());
     if (!std::ranges::includes(descriptors, testbed::ListDescriptors(getpid())))
-        tally::Complain("descriptors were left open");
+        event_counts::ReportProblem("descriptors were left open");
 }
 
-// On a slow machine it takes longer until everything has happened.
-bool IsToGoOn(Clock::duration passed, std::chrono::seconds duration) {
+// A slow machine needs longer until every kind of event has occurred.
+bool ShouldContinue(Clock::duration passed, std::chrono::seconds duration) {
     return passed < duration ||
-           (passed < duration + testbed::kTimeOut && !tally::HasEverythingHappened());
+           (passed < duration + testbed::kTimeOut && !event_counts::HasEveryEvent());
 }
 
 int Run(std::chrono::seconds duration) {
     try {
-        Surroundings around;
-        RunRound(around, Mood::kCalm);
+        TestBed testBed;
+        RunRound(testBed, Phase::kIdle);
         const auto threads = testbed::ListThreads(getpid());
         const auto descriptors = testbed::ListDescriptors(getpid());
         int rounds = 0;
-        for (const auto begin = Clock::now(); IsToGoOn(Clock::now() - begin, duration); ++rounds)
-            RunRound(around, rounds % 3 == 0 ? Mood::kQuietStorm : Mood::kStorm);
-        CheckWhatIsLeft(threads, descriptors);
+        for (const auto begin = Clock::now(); ShouldContinue(Clock::now() - begin, duration);
+             ++rounds)
+            RunRound(testBed, rounds % 3 == 0 ? Phase::kFaultFreeChurn : Phase::kChurn);
+        CheckLeftovers(threads, descriptors);
         std::printf("%10d  rounds\n", rounds);
     } catch (const std::exception& failure) {
-        tally::Complain(failure.what());
-        tally::Report();
+        event_counts::ReportProblem(failure.what());
+        event_counts::Report();
         std::fflush(nullptr);
-        _exit(1); // its threads are at work yet
+        _exit(1); // other threads still run
     }
-    tally::Report();
-    return tally::HasComplaints() ? 1 : 0;
+    event_counts::Report();
+    return event_counts::HasProblems() ? 1 : 0;
 }
 
-// What the program calls itself once it is in the sandbox. It is started anew there, since
-// the daemon opens the folder of the processes when its program starts.
-constexpr const char* kInside = "stress-trayprobed in its private world";
+// argv[0] inside the sandbox. The program is executed again there: the daemon's code opens /proc at
+// program start.
+constexpr const char* kSandboxName = "stress-trayprobed in its sandbox";
 
-int StartInside(const std::string& seconds, const std::string& seed) {
-    execl(testbed::ProgramPath("stress-trayprobed").c_str(), kInside, seconds.c_str(), seed.c_str(),
-          nullptr);
-    throw testbed::Failure("cannot start anew");
+int RestartInSandbox(const std::string& seconds, const std::string& seed) {
+    execl(testbed::ProgramPath("stress-trayprobed").c_str(), kSandboxName, seconds.c_str(),
+          seed.c_str(), nullptr);
+    throw testbed::Failure("cannot restart");
 }
 
 } // namespace
@@ -167,10 +166,10 @@ int StartInside(const std::string& seconds, const std::string& seed) {
 int main(int argc, char** argv) {
     const std::string seconds = argc > 1 ? argv[1] : "600";
     const std::string seed = argc > 2 ? argv[2] : std::to_string(std::random_device()());
-    if (std::string_view(argv[0]) != kInside)
-        return testbed::RunInSandbox([&] { return StartInside(seconds, seed); });
+    if (std::string_view(argv[0]) != kSandboxName)
+        return testbed::RunInSandbox([&] { return RestartInSandbox(seconds, seed); });
     std::printf("seed %s\n", seed.c_str());
     std::fflush(nullptr);
-    chance::Seed(static_cast<std::uint32_t>(std::stoul(seed)));
+    random_values::Seed(static_cast<std::uint32_t>(std::stoul(seed)));
     return Run(std::chrono::seconds(std::stoi(seconds)));
 }

@@ -1,4 +1,4 @@
-#include "KeptLists.h"
+#include "RetainedLists.h"
 
 #include "common/VErr.h"
 #include "support/Held.h"
@@ -10,12 +10,12 @@
 
 namespace {
 
-std::vector<Held<CFArrayRef>> g_kept;
-Held<CFArrayRef> g_lastSaved; // released by the store itself
+std::vector<Held<CFArrayRef>> g_retained;
+Held<CFArrayRef> g_lastSaved; // the store releases it
 
 } // namespace
 
-// SaveChangerInfoList and GetChangerList by their names for the linker.
+// The mangled names of SaveChangerInfoList and GetChangerList.
 extern "C" {
 VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
@@ -23,19 +23,19 @@ VErrLink* __real__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
 VErrLink* __wrap__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
-    g_kept.push_back(std::move(g_lastSaved));
+    g_retained.push_back(std::move(g_lastSaved));
     g_lastSaved = Held<CFArrayRef>(list);
     return __real__Z19SaveChangerInfoListPK9__CFArray(list);
 }
 
 VErrLink* __wrap__Z14GetChangerListPPK9__CFArray(CFArrayRef* list) {
     VErrLink* err = __real__Z14GetChangerListPPK9__CFArray(list);
-    g_kept.emplace_back(*list);
+    g_retained.emplace_back(*list);
     return err;
 }
 }
 
-KeptLists::~KeptLists() {
+RetainedLists::~RetainedLists() {
     g_lastSaved.Detach();
-    g_kept.clear();
+    g_retained.clear();
 }

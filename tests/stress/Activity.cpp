@@ -1,7 +1,7 @@
-#include "Ledger.h"
+#include "Activity.h"
 
 #include "Changers.h"
-#include "Tally.h"
+#include "EventCounts.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdState.h"
 #include "trayprobed/MediaIdThread.h"
@@ -24,80 +24,80 @@ namespace {
 
 using Element = std::pair<UInt64, UInt16>;
 
-std::atomic<bool> g_quiet = false;
+std::atomic<bool> g_logMustBeEmpty = false;
 
-std::mutex g_mutex; // guards what follows
-std::multiset<Element> g_identified;
-std::map<Element, ChangerServerProcess> g_outOfReach; // by the server that asked for it
-ChangerServerProcess g_server = {};                   // of the last notification
+std::mutex g_mutex; // guards the variables below
+std::multiset<Element> g_workers;
+std::map<Element, ChangerServerProcess> g_stuckElements; // and the server of each request
+ChangerServerProcess g_server = {};                      // of the last notification
 std::map<UInt64, int> g_builds;
 int g_threads = 0;
 
 thread_local bool t_withdrawalFailed = false;
 
-// No storm is an excuse for these.
-constexpr const char* kNeverLogged[] = {"alloc",      "header",        "inconsitent data length",
-                                        "mutable",    "property list", "pthread_",
-                                        "unexpected", "timer",         "<UNKNOWN>"};
+// These lines are wrong in every phase.
+constexpr const char* kForbiddenLines[] = {"alloc",      "header",        "inconsitent data length",
+                                           "mutable",    "property list", "pthread_",
+                                           "unexpected", "timer",         "<UNKNOWN>"};
 
-struct Body {
+struct ThreadBody {
     void* (*function)(void*);
     void* argument;
 };
 
-void* RunWorker(Body body) {
+void* RunWorker(ThreadBody body) {
     const auto* context = static_cast<const MediaIdThreadContext*>(body.argument);
     const Element element = {context->changerGUID, context->storageElem};
     const ChangerServerProcess server = context->server;
     void* result = body.function(body.argument);
-    tally::Count(Kind::kWorkerEnded);
+    event_counts::Count(EventKind::kWorkerEnded);
     const std::lock_guard lock(g_mutex);
     if (t_withdrawalFailed)
-        g_outOfReach[element] = server;
-    g_identified.extract(element);
+        g_stuckElements[element] = server;
+    g_workers.extract(element);
     return result;
 }
 
-void* RunBuild(Body body) {
+void* RunBuild(ThreadBody body) {
     void* result = body.function(body.argument);
-    tally::Count(Kind::kBuildEnded);
+    event_counts::Count(EventKind::kBuildEnded);
     return result;
 }
 
-void* Run(void* owned) {
-    const Body body = *static_cast<Body*>(owned);
-    delete static_cast<Body*>(owned);
+void* Run(void* ownedBody) {
+    const ThreadBody body = *static_cast<ThreadBody*>(ownedBody);
+    delete static_cast<ThreadBody*>(ownedBody);
     void* result = body.function == RunMediaIdThread ? RunWorker(body) : RunBuild(body);
     const std::lock_guard lock(g_mutex);
     --g_threads;
     return result;
 }
 
-// The changer is what both kinds of context begin with.
-void NoteStart(const Body& body) {
+// The contexts of workers and builds both begin with the changer's GUID.
+void RecordStart(const ThreadBody& body) {
     const UInt64 changerGUID = *static_cast<const UInt64*>(body.argument);
     const std::lock_guard lock(g_mutex);
     ++g_threads;
     if (body.function == RunMediaIdThread) {
         const auto* context = static_cast<const MediaIdThreadContext*>(body.argument);
-        g_identified.insert({changerGUID, context->storageElem});
-        tally::Count(Kind::kWorkerStarted);
+        g_workers.insert({changerGUID, context->storageElem});
+        event_counts::Count(EventKind::kWorkerStarted);
     } else {
-        tally::Count(Kind::kBuildStarted);
-        if (++g_builds[changerGUID] > 1 && StaysKnown(changerGUID))
-            tally::Complain("two builds of one changer at once");
+        event_counts::Count(EventKind::kBuildStarted);
+        if (++g_builds[changerGUID] > 1 && IsPermanent(changerGUID))
+            event_counts::ReportProblem("two builds of one changer at once");
     }
 }
 
-__attribute__((format(printf, 1, 0))) void NoteLogged(const char* format, va_list list) {
+__attribute__((format(printf, 1, 0))) void RecordLogLine(const char* format, va_list list) {
     std::array<char, 2048> line;
     std::vsnprintf(line.data(), line.size(), format, list);
-    tally::Count(Kind::kLineLogged);
+    event_counts::Count(EventKind::kLineLogged);
     const auto isIn = [&](const char* text) { return std::strstr(line.data(), text) != nullptr; };
     if (isIn("RunMediaIdThread: fail ChangerServerRequestChangerIdentification"))
         t_withdrawalFailed = true;
-    if (g_quiet || std::ranges::any_of(kNeverLogged, isIn))
-        tally::Complain(std::string("logged: ") + line.data());
+    if (g_logMustBeEmpty || std::ranges::any_of(kForbiddenLines, isIn))
+        event_counts::ReportProblem(std::string("logged: ") + line.data());
 }
 
 } // namespace
@@ -123,20 +123,20 @@ VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCo
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {
-    auto* owned = new Body{body, argument};
-    NoteStart(*owned);
-    const int status = __real_pthread_create(thread, attributes, Run, owned);
+    auto* ownedBody = new ThreadBody{body, argument};
+    RecordStart(*ownedBody);
+    const int status = __real_pthread_create(thread, attributes, Run, ownedBody);
     if (status != 0)
-        tally::Complain("no thread could be made");
+        event_counts::ReportProblem("pthread_create failed");
     return status;
 }
 
 void __wrap_vsyslog(int, const char* format, va_list list) {
-    NoteLogged(format, list);
+    RecordLogLine(format, list);
 }
 
 void __wrap___vsyslog_chk(int, int, const char* format, va_list list) {
-    NoteLogged(format, list);
+    RecordLogLine(format, list);
 }
 
 void __wrap__Z19HandleMediaIdServerPK20ChangerServerProcess(const ChangerServerProcess* server) {
@@ -158,7 +158,7 @@ VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt
 VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCode code,
                                                           const char* format, ...) {
     if (code == kVErrCodeUserAborted)
-        tally::Count(Kind::kWalkAborted);
+        event_counts::Count(EventKind::kWalkAborted);
     va_list arguments;
     va_start(arguments, format);
     VErrLink* link = VErrThrowCore(err, kVErrLevelDefault, code, format, arguments);
@@ -167,28 +167,29 @@ VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCo
 }
 }
 
-namespace ledger {
+namespace activity {
 
-void BeginRound(bool quiet) {
-    g_quiet = quiet;
+void BeginRound(bool logMustBeEmpty) {
+    g_logMustBeEmpty = logMustBeEmpty;
     const std::lock_guard lock(g_mutex);
-    g_outOfReach.clear();
+    g_stuckElements.clear();
 }
 
 bool IsBeingIdentified(UInt64 changerGUID, UInt16 storageElem) {
     const std::lock_guard lock(g_mutex);
-    return g_identified.contains({changerGUID, storageElem});
+    return g_workers.contains({changerGUID, storageElem});
 }
 
-bool IsOutOfReach(UInt64 changerGUID, UInt16 storageElem) {
+bool IsStuck(UInt64 changerGUID, UInt16 storageElem) {
     const std::lock_guard lock(g_mutex);
-    return g_outOfReach.contains({changerGUID, storageElem});
+    return g_stuckElements.contains({changerGUID, storageElem});
 }
 
-bool WasLeftByFormerServer(UInt64 changerGUID, UInt16 storageElem) {
+bool IsStuckOfFormerServer(UInt64 changerGUID, UInt16 storageElem) {
     const std::lock_guard lock(g_mutex);
-    const auto left = g_outOfReach.find({changerGUID, storageElem});
-    return left != g_outOfReach.end() && !IsSameChangerServerProcess(&left->second, &g_server);
+    const auto element = g_stuckElements.find({changerGUID, storageElem});
+    return element != g_stuckElements.end() &&
+           !IsSameChangerServerProcess(&element->second, &g_server);
 }
 
 int CountBuilds(UInt64 changerGUID) {
@@ -196,9 +197,9 @@ int CountBuilds(UInt64 changerGUID) {
     return g_builds[changerGUID];
 }
 
-bool IsAnybodyAtWork() {
+bool HasThreads() {
     const std::lock_guard lock(g_mutex);
     return g_threads != 0;
 }
 
-} // namespace ledger
+} // namespace activity

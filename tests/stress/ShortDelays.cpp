@@ -1,8 +1,8 @@
-#include "ShortTimes.h"
+#include "ShortDelays.h"
 
-#include "Chance.h"
-#include "KeptObjects.h"
-#include "Tally.h"
+#include "EventCounts.h"
+#include "RandomValues.h"
+#include "RetainedObjects.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
@@ -24,34 +24,34 @@ constexpr int kClockSpeed = 40;
 const Clock::time_point g_begin = Clock::now();
 const time_t g_beginTime = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
 
-std::atomic<bool> g_shortReplies = false;
+std::atomic<bool> g_shortReplyTimeouts = false;
 
 std::mutex g_mutex;
 std::set<CFRunLoopTimerRef> g_pendingDaily; // guarded by g_mutex
 
-void Forget(CFRunLoopTimerRef timer) {
+void RemovePending(CFRunLoopTimerRef timer) {
     const std::lock_guard lock(g_mutex);
     g_pendingDaily.erase(timer);
 }
 
 void FireDaily(CFRunLoopTimerRef timer, void* info) {
-    tally::Count(Kind::kDailyTimerFired);
+    event_counts::Count(EventKind::kDailyTimerFired);
     ChangerFSCache(timer, info);
-    Forget(timer);
+    RemovePending(timer);
 }
 
 void FireConnect(CFRunLoopTimerRef timer, void* info) {
-    tally::Count(Kind::kConnectTimerFired);
-    kept_objects::TryToConnect(timer, static_cast<ChangerNotificationSubscription*>(info));
+    event_counts::Count(EventKind::kConnectTimerFired);
+    retained_objects::TryToConnect(timer, static_cast<ChangerNotificationSubscription*>(info));
 }
 
 void FireReply(CFRunLoopTimerRef timer, void* info) {
-    tally::Count(Kind::kReplyTimedOut);
+    event_counts::Count(EventKind::kReplyTimedOut);
     HandleSocketTimeout(timer, info);
 }
 
 CFAbsoluteTime Soon(int mostMilliseconds) {
-    return CFAbsoluteTimeGetCurrent() + chance::Below(mostMilliseconds * 1000) / 1e6;
+    return CFAbsoluteTimeGetCurrent() + random_values::Below(mostMilliseconds * 1000) / 1e6;
 }
 
 } // namespace
@@ -78,7 +78,7 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
         return __real_CFRunLoopTimerCreate(allocator, fireDate, 0.002, flags, order, FireConnect,
                                            context);
     if (callout == HandleSocketTimeout)
-        return __real_CFRunLoopTimerCreate(allocator, g_shortReplies ? Soon(20) : fireDate, 0,
+        return __real_CFRunLoopTimerCreate(allocator, g_shortReplyTimeouts ? Soon(20) : fireDate, 0,
                                            flags, order, FireReply, context);
     CFRunLoopTimerRef timer =
         __real_CFRunLoopTimerCreate(allocator, Soon(4), interval, flags, order, FireDaily, context);
@@ -88,7 +88,7 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
 }
 
 void __wrap_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {
-    Forget(timer);
+    RemovePending(timer);
     __real_CFRunLoopTimerInvalidate(timer);
 }
 
@@ -102,16 +102,16 @@ time_t __wrap_time(time_t* out) {
 }
 
 unsigned __wrap_sleep(unsigned seconds) {
-    chance::Pause(static_cast<int>(seconds) * 1'000'000 / kClockSpeed);
+    random_values::Sleep(static_cast<int>(seconds) * 1'000'000 / kClockSpeed);
     return 0;
 }
 }
 
-void short_times::ShortenReplyTimeouts(bool shorten) {
-    g_shortReplies = shorten;
+void short_delays::ShortenReplyTimeouts(bool shorten) {
+    g_shortReplyTimeouts = shorten;
 }
 
-bool short_times::HasPendingDailyTimer() {
+bool short_delays::HasPendingDailyTimer() {
     const std::lock_guard lock(g_mutex);
     return !g_pendingDaily.empty();
 }

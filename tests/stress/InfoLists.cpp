@@ -1,6 +1,6 @@
-#include "SentLists.h"
+#include "InfoLists.h"
 
-#include "Tally.h"
+#include "EventCounts.h"
 #include "common/VErr.h"
 #include "testbed/Failure.h"
 
@@ -13,12 +13,12 @@
 
 namespace {
 
-std::mutex g_mutex; // guards what follows
+std::mutex g_mutex; // guards the variables below
 std::condition_variable g_changed;
 long g_sent = 0;
 std::vector<CFArrayRef> g_saved;
 
-long CountSaved() {
+long SavedCount() {
     return static_cast<long>(g_saved.size());
 }
 
@@ -31,7 +31,7 @@ VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
     VErrLink* err = __real__Z19SaveChangerInfoListPK9__CFArray(list);
-    tally::Count(Kind::kListSaved);
+    event_counts::Count(EventKind::kListSaved);
     const std::lock_guard lock(g_mutex);
     g_saved.push_back(list);
     g_changed.notify_all();
@@ -39,45 +39,45 @@ VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
 }
 }
 
-namespace sent_lists {
+namespace info_lists {
 
 void BeginRound() {
     const std::lock_guard lock(g_mutex);
     g_sent = 0;
 }
 
-void NoteSent() {
+void CountSentList() {
     const std::lock_guard lock(g_mutex);
     ++g_sent;
 }
 
-long CountSent() {
+long SentCount() {
     const std::lock_guard lock(g_mutex);
     return g_sent;
 }
 
-bool AwaitUnderWay(long most, const std::atomic<bool>& giveUp) {
+bool AwaitPendingAtMost(long most, const std::atomic<bool>& isCancelled) {
     std::unique_lock lock(g_mutex);
-    g_changed.wait(lock, [&] { return giveUp || g_sent - CountSaved() <= most; });
-    return !giveUp;
+    g_changed.wait(lock, [&] { return isCancelled || g_sent - SavedCount() <= most; });
+    return !isCancelled;
 }
 
-void Wake() {
+void NotifyWaiters() {
     const std::lock_guard lock(g_mutex);
     g_changed.notify_all();
 }
 
 void AwaitSaved(long count) {
     std::unique_lock lock(g_mutex);
-    if (!g_changed.wait_for(lock, testbed::kTimeOut, [&] { return CountSaved() >= count; }))
-        throw testbed::Failure("the daemon does not handle notifications any more");
+    if (!g_changed.wait_for(lock, testbed::kTimeOut, [&] { return SavedCount() >= count; }))
+        throw testbed::Failure("the daemon no longer handles notifications");
 }
 
 void ReleaseReplaced() {
     const std::lock_guard lock(g_mutex);
-    g_saved.pop_back(); // the last one was not replaced
+    g_saved.pop_back(); // the daemon releases the last one itself
     for (CFArrayRef list : std::exchange(g_saved, {}))
         CFRelease(list);
 }
 
-} // namespace sent_lists
+} // namespace info_lists

@@ -1,4 +1,4 @@
-#include "Chance.h"
+#include "RandomValues.h"
 
 #include <atomic>
 #include <chrono>
@@ -17,18 +17,18 @@ std::mt19937& Engine() {
 
 } // namespace
 
-void chance::Seed(std::uint32_t seed) {
+void random_values::Seed(std::uint32_t seed) {
     g_seed = seed;
 }
 
-int chance::Below(int bound) {
+int random_values::Below(int bound) {
     return std::uniform_int_distribution(0, bound - 1)(Engine());
 }
 
-bool chance::OneIn(int count) {
+bool random_values::OneIn(int count) {
     return Below(count) == 0;
 }
 
-void chance::Pause(int mostMicroseconds) {
+void random_values::Sleep(int mostMicroseconds) {
     std::this_thread::sleep_for(std::chrono::microseconds(Below(mostMicroseconds + 1)));
 }

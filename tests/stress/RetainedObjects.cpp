@@ -1,4 +1,4 @@
-#include "KeptObjects.h"
+#include "RetainedObjects.h"
 
 #include "trayprobed/ShownReport.h"
 
@@ -7,12 +7,12 @@
 
 namespace {
 
-// A build shows and clears its progress on its own thread. Other threads only clear.
+// A build sets and clears its status on its own thread. Other threads only clear.
 thread_local FSCacheStatusReport* t_shownReport = nullptr;
 
 } // namespace
 
-// ChangerServerSetClientStatus and ChangerServerClearClientStatus by their names for the linker.
+// The mangled names of ChangerServerSetClientStatus and ChangerServerClearClientStatus.
 extern "C" {
 VErrLink* __real__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
                                                             const char* message, UInt16 step,
@@ -40,8 +40,8 @@ VErrLink* __wrap__Z30ChangerServerClearClientStatusyPKc(UInt64 changerGUID, cons
 }
 }
 
-void kept_objects::TryToConnect(CFRunLoopTimerRef timer,
-                                ChangerNotificationSubscription* subscription) {
+void retained_objects::TryToConnect(CFRunLoopTimerRef timer,
+                                    ChangerNotificationSubscription* subscription) {
     CFRunLoopSourceRef earlier = subscription->source;
     TryNotificationConnect(timer, subscription);
     if (earlier != nullptr && subscription->source != earlier)

@@ -1,4 +1,4 @@
-#include "Tally.h"
+#include "EventCounts.h"
 
 #include <algorithm>
 #include <array>
@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr std::size_t kKinds = static_cast<std::size_t>(Kind::kCount);
+constexpr std::size_t kKinds = static_cast<std::size_t>(EventKind::kCount);
 
 constexpr std::array<const char*, kKinds> kNames = {
     "changer lists",
     "  changers removed",
-    "  changers added anew",
+    "  changers added again",
     "root preferences",
     "changer infos",
     "  media infos",
@@ -36,58 +36,58 @@ constexpr std::array<const char*, kKinds> kNames = {
     "replies timed out",
     "lines logged",
     "requests withdrawn",
-    "mounts asked for",
-    "ejects asked for",
-    "statuses shown",
+    "mounts requested",
+    "ejects requested",
+    "statuses set",
     "statuses cleared",
-    "answers in pieces",
-    "answers late",
-    "answers that the server is busy",
-    "answers with an error",
-    "requests left unanswered",
-    "requests answered by closing",
+    "replies in pieces",
+    "late replies",
+    "replies that the server is busy",
+    "replies with an error",
+    "requests without reply",
+    "connections closed without reply",
     "server restarts",
-    "notifications cut in the middle",
+    "notifications truncated",
     "notification connections closed",
     "volumes mounted",
     "volumes unmounted",
-    "discs taken away",
+    "discs removed",
     "discs put back",
-    "states checked at work",
-    "states checked at rest",
+    "states checked while busy",
+    "states checked when idle",
 };
 
 std::array<std::atomic<std::uint64_t>, kKinds> g_counts;
 
 std::mutex g_mutex;
-std::set<std::string> g_complaints; // guarded by g_mutex
+std::set<std::string> g_problems; // guarded by g_mutex
 
 } // namespace
 
-void tally::Count(Kind kind) {
+void event_counts::Count(EventKind kind) {
     g_counts[static_cast<std::size_t>(kind)].fetch_add(1, std::memory_order_relaxed);
 }
 
-void tally::Report() {
+void event_counts::Report() {
     for (std::size_t i = 0; i < kKinds; ++i) {
         const std::uint64_t count = g_counts[i];
         std::printf("%10llu  %s\n", static_cast<unsigned long long>(count), kNames[i]);
         if (count == 0)
-            Complain(std::string("never happened: ") + kNames[i]);
+            ReportProblem(std::string("never happened: ") + kNames[i]);
     }
 }
 
-bool tally::HasEverythingHappened() {
+bool event_counts::HasEveryEvent() {
     return std::ranges::all_of(g_counts, [](const auto& count) { return count != 0; });
 }
 
-void tally::Complain(const std::string& text) {
+void event_counts::ReportProblem(const std::string& text) {
     const std::lock_guard lock(g_mutex);
-    if (g_complaints.insert(text).second)
-        std::fprintf(stderr, "wrong: %s\n", text.c_str());
+    if (g_problems.insert(text).second)
+        std::fprintf(stderr, "problem: %s\n", text.c_str());
 }
 
-bool tally::HasComplaints() {
+bool event_counts::HasProblems() {
     const std::lock_guard lock(g_mutex);
-    return !g_complaints.empty();
+    return !g_problems.empty();
 }

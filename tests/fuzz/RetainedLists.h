@@ -1,0 +1,14 @@
+#ifndef TESTS_FUZZ_RETAINEDLISTS_H
+#define TESTS_FUZZ_RETAINEDLISTS_H
+
+/* Releases, in its destructor, the lists that the daemon never frees by design: a fuzzer would run
+   out of memory. Terminate the store first. */
+class RetainedLists {
+public:
+    RetainedLists() = default;
+    ~RetainedLists();
+    RetainedLists(const RetainedLists&) = delete;
+    RetainedLists& operator=(const RetainedLists&) = delete;
+};
+
+#endif
