@@ -15,7 +15,7 @@ namespace simulator {
 struct FrameHeader {
     std::uint32_t signature = 0x68536967;
     std::uint16_t reserved = 0;
-    std::uint16_t headerSize = 12; // where the payload begins
+    std::uint16_t headerSize = 12; // offset of the payload
     std::uint32_t dataLength = 0;
 };
 static_assert(sizeof(FrameHeader) == 12);
@@ -25,21 +25,23 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/* The frame of the payload. The header's length is filled in; its other fields are sent as they
-   stand, with padding up to a header size above 12. */
+/* Encodes a frame. Sets header.dataLength; sends the other fields unchanged. A headerSize above 12
+   adds NUL bytes before the payload. */
 std::string EncodeFrame(std::string_view payload, FrameHeader header = {});
 
-/* Cuts a stream of bytes, however it arrives, into the payloads of its frames. */
+/* Reads the payloads of the frames in a stream of bytes. */
 class FrameReader {
 public:
-    // Longer payloads are refused before they are gathered.
+    // A header with a longer payload is an error.
     static constexpr std::size_t kMaximumPayload = 1024 * 1024;
 
+    // Appends bytes of the stream.
     void Append(std::string_view bytes) {
         buffer_ += bytes;
     }
 
-    // The next whole payload, or nothing yet. Throws FrameError when what came is no frame.
+    // Removes and returns the next payload; none if it is incomplete. Throws FrameError if the
+    // stream does not continue with a valid header.
     std::optional<std::string> TakePayload();
 
 private:

@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_LOCALSOCKET_H
 #define SIMULATOR_LOCALSOCKET_H
 
-/* Local stream sockets: a listening one with a path, and writing to one that may be slow. */
+/* Stream sockets of the Unix domain: listening, sending and receiving. */
 
 #include "simulator/Descriptor.h"
 #include "simulator/Faults.h"
@@ -11,17 +11,20 @@
 
 namespace simulator {
 
-/* Listens at a path, which it replaces if it is there and unlinks when it is closed. */
+/* Listens at a path. Replaces an existing file there; the destructor unlinks the path. */
 class ListeningSocket {
 public:
-    explicit ListeningSocket(std::string path); // throws std::system_error
+    // Throws std::system_error if the socket cannot be created, bound or listened on.
+    explicit ListeningSocket(std::string path);
     ListeningSocket(const ListeningSocket&) = delete;
     ~ListeningSocket();
 
+    // The descriptor for poll(), owned by the object.
     int Get() const {
         return socket_.Get();
     }
-    // The next client, its socket non-blocking; or an empty descriptor if there is none any more.
+    // Accepts the next client, as a non-blocking socket; an empty descriptor if no client waits.
+    // If no descriptor is free, waits 10 milliseconds, since the client stays pending.
     Descriptor Accept() const;
 
 private:
@@ -29,20 +32,21 @@ private:
     Descriptor socket_;
 };
 
-/* True when the peer has read all that was sent so far, or is gone. */
+/* True if the peer has read everything that was sent, or has closed the connection. */
 bool HasPeerReadAll(int socket);
 
-/* What one attempt to send has come to. */
+/* The result of one attempt: the piece is sent, a part remains, or the connection is lost. */
 enum class SendResult { Done, Again, Lost };
 
-/* Sends what the kernel takes of a piece now, and removes it from the piece. */
+/* Sends as much of `piece` as the kernel accepts without blocking, and removes it from `piece`. */
 SendResult SendSome(int socket, Piece& piece);
 
-/* Sends everything. False when the peer is gone or the bell rings first. */
+/* Sends all pieces; blocks. False if the connection is lost or `stop` is signalled before the end.
+ */
 bool SendPieces(int socket, std::vector<Piece> pieces, const WakeEvent& stop);
 
-/* Appends what is there to be read, after waiting for it. False at the end of the stream, on an
-   error, or when the bell rings first. */
+/* Blocks until bytes arrive and appends them to `bytes`. False at the end of the stream, on an
+   error, or if `stop` is signalled first. */
 bool ReceiveSome(int socket, std::string& bytes, const WakeEvent& stop);
 
 } // namespace simulator

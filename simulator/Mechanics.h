@@ -4,11 +4,12 @@
 /*
  * The moving parts of a changer: one robot, and drives that spin discs up.
  *
- * A disc that a drive has to do with passes through these phases:
+ * A disc passes through these phases:
  *     InSlot -> Loading -> SpinningUp -> Readable -> Unloading -> InSlot
- * Loading and Unloading need the robot, which does one thing at a time. Nothing happens by itself:
- * Advance() makes the steps whose time has come, at their own times, so that with all times at
- * zero a disc is readable as soon as the caller has advanced.
+ * Loading and Unloading need the robot, which performs one move at a time. There are no timers and
+ * no locks: the owner calls Advance() until no step is due. Each step is computed from the due time
+ * of the previous one, not from the time of the call. If all times are 0, a loaded disc is readable
+ * after the calls of Advance().
  */
 
 #include <chrono>
@@ -32,7 +33,7 @@ struct DriveTiming {
     milliseconds spinUp{0};
 };
 
-/* A disc has come into a phase. */
+/* A disc has entered a phase. */
 struct Step {
     SlotIndex slot;
     DriveIndex drive;
@@ -41,35 +42,43 @@ struct Step {
 
 class Mechanics {
 public:
+    // All drives are empty.
     explicit Mechanics(std::size_t driveCount) : drives_(driveCount) {}
 
-    // Holds from the next step on.
+    // Replaces the times of all steps that begin later.
     void SetTiming(DriveTiming timing) {
         timing_ = timing;
     }
 
+    // True if no disc is Loading or Unloading.
     bool IsRobotIdle() const;
+    // The number of drives, empty or not.
     std::size_t DriveCount() const {
         return drives_.size();
     }
+    // The slot of the disc in a drive, and the drive of a disc; none if there is none. A disc that
+    // the robot moves counts as in the drive.
     std::optional<SlotIndex> FindSlotIn(DriveIndex drive) const;
     std::optional<DriveIndex> FindDriveOf(SlotIndex slot) const;
+    // InSlot for every disc without a drive.
     Phase PhaseOf(SlotIndex slot) const;
 
-    // The robot must be idle; the drive empty, or the disc readable.
+    // Begin a move at `now`. Precondition: the robot is idle; the drive is empty (load) or the disc
+    // is Readable (unload).
     void BeginLoad(SlotIndex slot, DriveIndex drive, TimePoint now);
     void BeginUnload(SlotIndex slot, TimePoint now);
 
-    // Forgets a disc that somebody has pulled out.
+    // Empties the drive of a disc that was removed by hand.
     void Drop(SlotIndex slot);
 
-    // The next step that is due by now, made; nothing if none is.
+    // Performs and returns the earliest step that is due at `now`; none if none is due.
     std::optional<Step> Advance(TimePoint now);
+    // The time of the next step; none if no disc moves or spins up.
     std::optional<TimePoint> NextDue() const;
 
 private:
     struct Drive {
-        Phase phase = Phase::InSlot; // of its disc; InSlot: there is none
+        Phase phase = Phase::InSlot; // of the disc; InSlot: the drive is empty
         SlotIndex slot = 0;
         TimePoint due;
     };

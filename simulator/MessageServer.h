@@ -1,8 +1,8 @@
 #ifndef SIMULATOR_MESSAGESERVER_H
 #define SIMULATOR_MESSAGESERVER_H
 
-/* The message socket: a thread accepts, and each connection has a thread of its own, so that no
-   client, however slow, keeps another waiting. Requests on one connection are answered in order. */
+/* The message socket. One thread accepts; each connection has its own thread, so a slow client does
+   not delay others. The requests of a connection are answered in order. */
 
 #include "simulator/Events.h"
 #include "simulator/Faults.h"
@@ -26,25 +26,27 @@ namespace simulator {
 
 class MessageServer {
 public:
-    // What the server lends its connections.
+    // Used by the threads of all connections; must outlive the server.
     struct Services {
         Events& events;
         Faults& faults;
-        // Carries a request out; the reply is a dictionary. May wait, but not beyond the stop.
+        // Executes a request and returns the reply, a dictionary. May block until `stop`.
         std::function<Value(const Value& request, std::stop_token stop)> handle;
-        // Returns when a reply may be sent.
+        // Blocks until the reply may be sent, or until `stop`.
         std::function<void(std::stop_token stop)> beforeReply;
-        // A request has been answered.
+        // Called after the reply was sent, or was suppressed.
         std::function<void(const Value& request)> afterReply;
     };
 
-    MessageServer(const std::string& path, Services services); // throws std::system_error
+    // Opens the socket and starts the accepting thread. Throws std::system_error.
+    MessageServer(const std::string& path, Services services);
+    // Closes all connections and joins their threads.
     ~MessageServer();
 
 private:
     struct Connection {
         std::mutex lock;
-        int idleClient = -1; // guarded: its socket as long as it has asked nothing
+        int idleClient = -1; // guarded by lock: the socket until the first request; -1 afterwards
         std::atomic<bool> ended = false;
         std::jthread thread;
 
@@ -67,9 +69,9 @@ private:
 
     const Services services_;
     ListeningSocket socket_;
-    WakeEvent wakeEvent_;               // rings when the server ends, for those who poll
-    std::stop_source stop_;             // the same for those who wait for a condition
-    std::list<Connection> connections_; // of the accepting thread, until it has ended
+    WakeEvent wakeEvent_;               // signalled at the end, for threads in poll()
+    std::stop_source stop_;             // the same for threads that wait for a condition
+    std::list<Connection> connections_; // used by the accepting thread only, until it ends
     std::jthread acceptor_;
 };
 

@@ -1,8 +1,8 @@
 #ifndef SIMULATOR_NOTIFICATIONSERVER_H
 #define SIMULATOR_NOTIFICATIONSERVER_H
 
-/* The notification socket: one thread serves all subscribers, with a queue for each, so that a slow
-   one holds up neither the others nor the model. Who lets too much pile up is dropped. */
+/* The notification socket. One thread serves all subscribers and has a queue for each, so a slow
+   subscriber delays neither the others nor the model. */
 
 #include "simulator/Events.h"
 #include "simulator/Faults.h"
@@ -23,24 +23,28 @@ namespace simulator {
 
 using SubscriberId = unsigned long long;
 
+/* Any thread may call. */
 class NotificationServer {
 public:
+    // A subscriber with more bytes in its queue is disconnected.
     static constexpr std::size_t kMaximumQueued = std::size_t{256} * 1024 * 1024;
 
-    // Greet is called on the server's thread for each new subscriber. Throws std::system_error.
+    // Opens the socket and starts the thread, which calls `onSubscribe` for each new subscriber.
+    // Throws std::system_error.
     NotificationServer(const std::string& path, Events& events,
                        std::function<void(SubscriberId)> onSubscribe);
+    // Joins the thread and disconnects all subscribers; queued bytes are lost.
     ~NotificationServer();
 
-    // Queues the pieces for one subscriber, or for all. Keys is what the event says of them.
+    // Enqueue the pieces for one subscriber, or for all. `keys` is reported in the event.
     void Send(SubscriberId subscriber, const std::vector<Piece>& pieces, const std::string& keys);
     void SendToAll(const std::vector<Piece>& pieces, const std::string& keys);
 
-    // Writes what is queued from now on, for whomever, also to this file or pipe. Throws
-    // CommandError.
+    // Also appends all bytes that are enqueued from now on to this file or pipe. Throws
+    // CommandError if it cannot be opened.
     void CopyTo(const std::string& path);
 
-    // Returns when the subscribers have read all that was queued for them.
+    // Blocks until the subscribers have read everything, or until `stop` or the end of the server.
     void AwaitRead(std::stop_token stop);
 
 private:

@@ -2,10 +2,12 @@
 #define SIMULATOR_PUBLISHER_H
 
 /*
- * Sends the state to the subscribers: on every change, to each newcomer, and at each pulse.
+ * Sends the state to the subscribers: after each change, to each new subscriber, and at each pulse.
+ * A pulse repeats "changer info" after a time without other notifications.
  *
- * Changes only mark what has to be sent; a thread of its own puts the notifications together and
- * queues them, so that they leave in one order. Marks that are made meanwhile share the next turn.
+ * A change only marks the notifications to send. A thread makes the notifications and enqueues
+ * them, in one order for all subscribers. Changes during one iteration of the thread share the next
+ * one.
  */
 
 #include "simulator/Faults.h"
@@ -33,29 +35,33 @@ enum Notifications : unsigned {
     kAllNotifications = 7,
 };
 
+/* Any thread may call. Only Flush, Pause and Detach block, each for at most one iteration. */
 class Publisher {
 public:
-    // Describe gives the present value of one notification; it is called on the thread.
+    // Starts the thread, which calls `describe` for the current value of one notification.
     Publisher(Events& events, Faults& faults, std::function<Value(Notifications)> describe);
     ~Publisher();
 
-    // From now on, until Detach returns, the notifications go through this server.
+    // Sends through `server` until Detach() returns. Without a server nothing is sent.
     void Attach(NotificationServer& server);
     void Detach();
 
+    // Marks a set of Notifications for all subscribers, or all notifications for one.
     void Mark(unsigned notifications);
     void MarkForSubscriber(SubscriberId subscriber);
-    // Sends all in one frame with the next turn.
+    // Marks all notifications for all subscribers, to be sent in one frame.
     void MarkTogether();
-    // Returns when what was marked before has been queued, or cannot be at present.
+    // Blocks until everything marked before is enqueued. Returns at once while nothing can be sent.
     void Flush();
 
-    // Nothing is queued any more once it returns.
+    // Nothing is enqueued from the return of Pause() until Resume(). Marks are kept.
     void Pause();
+    // Sends all notifications.
     void Resume();
-    // Sends everything once, and goes on holding.
+    // Sends all notifications once and stays paused.
     void ResumeOnce();
-    void SetPulse(std::chrono::milliseconds pulse); // 0: none
+    // Sets the time after which "changer info" is repeated; 0: never.
+    void SetPulse(std::chrono::milliseconds pulse);
 
 private:
     struct Work {
@@ -81,15 +87,15 @@ private:
     std::mutex lock_;
     std::condition_variable_any changed_;
     Work work_;
-    unsigned long long requested_ = 0; // turns asked for
-    unsigned long long completed_ = 0; // and made
-    bool isPublishing_ = false;        // work was taken and is being published
+    unsigned long long requested_ = 0; // iterations requested
+    unsigned long long completed_ = 0; // the last request that was completed
+    bool isPublishing_ = false;        // an iteration is in progress
     bool paused_ = false;
-    bool resumedOnce_ = false; // until the next turn has been made
+    bool resumedOnce_ = false; // until the next iteration has ended
     bool attached_ = false;
     std::chrono::milliseconds pulse_{250};
 
-    std::mutex serverLock_; // held for a turn; guards the server
+    std::mutex serverLock_; // held during an iteration; guards server_
     NotificationServer* server_ = nullptr;
 
     std::jthread thread_;

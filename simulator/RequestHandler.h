@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_REQUESTHANDLER_H
 #define SIMULATOR_REQUESTHANDLER_H
 
-/* What each command of the message socket does to the model, and what is replied. */
+/* Executes the commands of the message socket and makes the replies. */
 
 #include "simulator/Changer.h"
 #include "simulator/Values.h"
@@ -15,20 +15,22 @@
 
 namespace simulator {
 
-/* A reply's "error code": the code with the high word that marks it as one of the server's. */
+/* The "error code" of a reply: `code` with the high word of the server's facility. */
 std::int64_t MakeWireCode(std::int64_t code);
 
 struct KnownChanger {
-    std::shared_ptr<Changer> changer; // none: no such changer
+    std::shared_ptr<Changer> changer; // null: no such changer
     std::string mountPoint;
 };
 
 class RequestHandler {
 public:
+    // `find` is called on the thread of each Handle() and must outlive the object.
     explicit RequestHandler(std::function<KnownChanger(std::uint64_t guid)> find)
         : find_(std::move(find)) {}
 
-    // The reply, a dictionary. Waits as long as the time-out of the changer allows.
+    // Returns the reply, a dictionary. Blocks up to the changer's time-out, or until `stop`. Any
+    // thread may call.
     Value Handle(const Value& request, std::stop_token stop) const;
 
 private:

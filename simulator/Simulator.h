@@ -2,10 +2,10 @@
 #define SIMULATOR_SIMULATOR_H
 
 /*
- * The whole changer server: its changers with their file systems, its sockets, its faults.
+ * The changer server: the changers with their file systems, the sockets, the injected faults.
  *
- * The calls come from one thread, that of the control; connections, file systems and the publisher
- * look changers up from theirs.
+ * One thread, that of the control, calls the public functions. The threads of connections and of
+ * the publisher only look up changers.
  */
 
 #include "simulator/Changer.h"
@@ -31,37 +31,53 @@ namespace simulator {
 
 class Simulator {
 public:
+    // Creates its sockets in `socketDirectory`. `events` must outlive the object.
     explicit Simulator(simulator::Events& events, std::string socketDirectory = "/tmp");
+    // Closes the sockets and removes all changers.
     ~Simulator();
 
-    // Without a mount point its file system is not mounted yet.
+    // Adds a changer and mounts its file system; not mounted if the mount point is empty. Throws
+    // CommandError if the GUID is in use or the mount fails.
     void AddChanger(const ChangerConfig& config, const ChangerTiming& timing,
                     const FileSystemOptions& options);
+    // Removes a changer and unmounts its file system. Throws CommandError if the GUID is unknown.
     void RemoveChanger(std::uint64_t guid);
-    std::shared_ptr<Changer> FindChanger(std::uint64_t guid) const; // throws CommandError
+    // The changer of this GUID; throws CommandError if the GUID is unknown.
+    std::shared_ptr<Changer> FindChanger(std::uint64_t guid) const;
+    // All changers, sorted by GUID.
     std::vector<std::shared_ptr<Changer>> Changers() const;
-    // With no path, where it was mounted before.
+    // Mount and unmount the file system of a changer; an empty path means the previous mount point.
+    // Throw CommandError if the GUID or the mount point is unknown, or if the state is that
+    // already.
     void MountFileSystem(std::uint64_t guid, const std::string& path);
     void UnmountFileSystem(std::uint64_t guid);
 
+    // Sets or removes the key of "root preferences".
     void SetIdentifyOnInsert(std::optional<bool> identify);
+    // If true, replies wait until the subscribers have read all notifications.
     void SetSerial(bool serial) {
         isSerial_ = serial;
     }
 
+    // Opens the two sockets. Throws CommandError if they are open, std::system_error on failure.
     void Start();
+    // Closes the sockets and all connections, if they are open.
     void Stop();
-    // Until it is stopped, writes every notification also to this file or pipe.
+    // Also writes every notification to this file or pipe, until Stop(). Throws CommandError if the
+    // sockets or the file are not open.
     void CopyNotifications(const std::string& path);
-    // Sends bytes to all subscribers that are no notification of ours.
+    // Sends any bytes to all subscribers. Throws CommandError if the sockets are not open.
     void SendRaw(const std::vector<Piece>& pieces);
 
+    // Parts that the control uses directly; valid as long as the simulator.
     simulator::Publisher& Publisher() {
         return publisher_;
     }
+    // The pending faults.
     simulator::Faults& Faults() {
         return faults_;
     }
+    // The output of the program.
     simulator::Events& Events() {
         return events_;
     }
@@ -87,7 +103,7 @@ private:
     RequestHandler handler_;
     std::atomic<bool> isSerial_ = false;
 
-    mutable std::mutex lock_; // of the two below
+    mutable std::mutex lock_; // guards the two members below
     std::map<std::uint64_t, Unit> units_;
     std::optional<bool> identifyOnInsert_;
 

@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_VALUES_H
 #define SIMULATOR_VALUES_H
 
-/* Property lists, as libplist makes and reads them. */
+/* Property lists, encoded and decoded by libplist. */
 
 #include <concepts>
 #include <cstdint>
@@ -19,23 +19,28 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/* One value and all that it holds. Dictionaries are filled and read with the calls that take a
-   key; on any other type setting throws and reading finds nothing. */
+/* Owns one value and the values in it. The functions with a key are for dictionaries: on other
+   types, setting throws ValueError, and reading finds nothing. */
 class Value {
 public:
+    // Make a value; dictionaries and arrays are empty.
     static Value MakeDictionary();
     static Value MakeArray();
     static Value MakeBoolean(bool boolean);
-    static Value MakeInteger(std::int64_t integer); // also an unsigned one: the bits are sent
+    static Value MakeInteger(std::int64_t integer); // an unsigned integer by its bits
     static Value MakeString(const std::string& text);
 
-    // Throws ValueError when this is no XML property list, or one that no request looks like.
+    // Throws ValueError if `xml` is no XML property list, or has more than 64 containers: libplist
+    // frees nested values by recursion.
     static Value ParseXml(std::string_view xml);
 
+    // A deep copy.
     Value Copy() const;
+    // Encode as a property list. Throw ValueError if the value cannot be encoded.
     std::string ToXml() const;
     std::string ToBinary() const;
 
+    // Set or replace the value of a key. Return the dictionary itself.
     Value& Set(const char* key, Value value);
     Value& Set(const char* key, bool boolean);
     Value& Set(const char* key, std::integral auto integer) {
@@ -43,18 +48,24 @@ public:
     }
     Value& Set(const char* key, const std::string& text);
     Value& Set(const char* key, const char* text);
+    // Appends an element to an array. Returns the array itself.
     Value& Append(Value value);
 
+    // True if the type is dictionary.
     bool IsDictionary() const;
+    // The keys, in the order of the property list.
     std::vector<std::string> Keys() const;
+    // True if the value of the key is the boolean true.
     bool IsTrue(const char* key) const;
+    // The value of the key; none if the key is missing or has another type.
     std::optional<std::int64_t> FindInteger(const char* key) const;
     std::optional<std::string> FindString(const char* key) const;
 
-    // The value under the key for a person's eyes: a number, a text, "yes", or the type's name.
+    // The value of the key for output: a number, a text, "yes" or "no", or "<" and the type and
+    // ">".
     std::string Describe(const char* key) const;
 
-    // The same dictionary with each value replaced by one of another type.
+    // A dictionary with the same keys, each with a value of another type.
     Value WithWrongTypes() const;
 
 private:

@@ -1,7 +1,8 @@
 #ifndef SIMULATOR_WORDS_H
 #define SIMULATOR_WORDS_H
 
-/* The lines of the text protocol: a word, then key=value, then key="a value with blanks". */
+/* The lines of the text protocol: a word, then arguments: key=value or key="a value with blanks".
+ */
 
 #include <concepts>
 #include <cstdint>
@@ -13,7 +14,7 @@
 
 namespace simulator {
 
-/* What the user typed cannot be carried out; the text says why. */
+/* A command that cannot be executed; the text is the answer to the user. */
 class CommandError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -24,24 +25,26 @@ struct CommandLine {
     std::map<std::string, std::string, std::less<>> values;
 };
 
-/* Throws CommandError when the line does not follow the protocol. */
+/* Parses one line. Throws CommandError if the syntax is wrong or an argument is given twice. */
 CommandLine ParseCommandLine(std::string_view line);
 
-/* The text in quotes, with what cannot stand there escaped. */
+/* Returns `text` in double quotes; escapes quotes, backslashes and control characters. */
 std::string Quote(std::string_view text);
 
-/* The text as a value: quoted if it needs to be. */
+/* Returns `text` as the value of an argument: quoted only if necessary. */
 std::string QuoteValue(std::string_view text);
 
-/* Bytes from pairs of hexadecimal digits. Throws CommandError. */
+/* Decodes pairs of hexadecimal digits. Throws CommandError on any other input. */
 std::string ParseHexBytes(std::string_view digits);
 
-/* Sixteen hexadecimal digits. */
+/* Returns sixteen hexadecimal digits, in upper case. */
 std::string FormatGuid(std::uint64_t guid);
 
 /* The key=value part of a line of output, in the order of the calls. */
 class Fields {
 public:
+    // Append " key=value", the value quoted if necessary; a boolean is yes or no. Return the object
+    // itself.
     Fields& Add(std::string_view key, std::string_view value);
     Fields& Add(std::string_view key, const char* value) {
         return Add(key, std::string_view(value));
@@ -56,6 +59,7 @@ public:
         return Add("changer", FormatGuid(guid));
     }
 
+    // The text so far, which begins with a blank unless it is empty.
     const std::string& Text() const {
         return text_;
     }
