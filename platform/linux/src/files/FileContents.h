@@ -2,8 +2,9 @@
 #define PLATFORM_FILECONTENTS_H
 
 /*
- * What is in a file, read in one go. Only files and directories are opened, and never so that
- * opening waits or acts; a directory cannot be read. Links are followed within a file system.
+ * Reading a whole file. Only regular files and directories are opened: opening a FIFO may wait, and
+ * opening a device may have an effect. A directory cannot be read. Links are followed within a file
+ * system. All functions are safe on any thread.
  */
 
 #include <chrono>
@@ -17,18 +18,19 @@ namespace cf {
 struct FileContents {
     bool isOpened = false;
     bool isRead = false;
-    bool isShortage = false;         // not opened for want of a descriptor, a thread or memory
-    std::vector<std::uint8_t> bytes; // from the beginning, at most as many as were asked for
+    bool isShortage = false; // not opened because of a shortage of descriptors, threads or memory
+    std::vector<std::uint8_t> bytes; // from the beginning of the file, at most `maximum`
 };
 
-/* Waits as long as the file system does, which may be for ever. Throws std::bad_alloc. */
+/* Reads at most `maximum` bytes. Blocks as long as the file system does, which may be for ever.
+   Throws std::bad_alloc. */
 FileContents ReadFile(const std::string& path, std::size_t maximum);
 
 /*
- * The same on a thread of its own, which is left alone when it is not through in time: a file whose
- * file system does not answer counts as one that cannot be opened. Threads left alone end when they
- * are answered; while there are many of them, nothing is opened. A shortage is waited out in that
- * time. Throws std::bad_alloc.
+ * The same on a detached thread. Blocks for at most `timeOut`; a file that is not read by then
+ * counts as one that cannot be opened. The thread ends when the file system answers. While
+ * kMaximumPendingReads threads exist, no file is opened. A shortage is retried until the time is
+ * over. Throws std::bad_alloc.
  */
 FileContents ReadFileWithin(std::chrono::milliseconds timeOut, const std::string& path,
                             std::size_t maximum);

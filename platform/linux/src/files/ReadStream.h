@@ -2,14 +2,14 @@
 #define PLATFORM_READSTREAM_H
 
 /*
- * A file that is read once from its beginning to its end:
+ * Read streams: a file that is read once from its beginning to its end.
  *
  *   new --Open--> open --Close--> closed
  *    \--Open fails--> failed
  *
- * Only a new stream can be opened, only an open one read. Opening it reads all that anybody may
- * read of it. Where that is done on the main thread, which carries all of the program's reactions,
- * a file system that does not answer is given half a minute.
+ * Only a new stream can be opened, and only an open one can be read. Opening the stream reads the
+ * contents, up to the maximum size. On the main thread, which runs the program's loop, a file
+ * system that does not answer blocks that for at most 30 seconds.
  */
 
 #include "files/FileContents.h"
@@ -26,10 +26,11 @@ struct __CFReadStream : cf::Object {
     static const cf::Class kClass;
 
     CFURLRef url;              // owned
-    bool wasOpened = false;    // once, with success or without
-    cf::FileContents contents; // none unless it is open
-    std::size_t position = 0;  // of what is left of the contents
+    bool wasOpened = false;    // CFReadStreamOpen was called, successfully or not
+    cf::FileContents contents; // empty unless the stream is open
+    std::size_t position = 0;  // in the contents, of the next byte to read
 
+    // A new stream. The caller retains the URL for it.
     explicit __CFReadStream(CFURLRef file) noexcept : Object(&kClass), url(file) {}
 };
 
@@ -37,11 +38,11 @@ namespace cf {
 
 using ReadStream = ::__CFReadStream;
 
-/* Of a file, no more than this is read, and one byte that tells of more. */
+/* The maximum size of a file. One more byte is read, to detect larger files. */
 inline constexpr std::size_t kMaximumFileSize = std::size_t{16} << 20;
 
-/* What is left of the file, at most that many bytes of it, good as long as the stream is open.
-   Nothing when there is no stream, it is not open or cannot be read. */
+/* Reads the next bytes, at most `maximum`; empty at the end. They are borrowed until the stream is
+   closed. Nothing if the stream is nullptr, is not open, or its file cannot be read. */
 std::optional<std::span<const std::uint8_t>> ReadBytes(ReadStream* stream,
                                                        std::size_t maximum) noexcept;
 

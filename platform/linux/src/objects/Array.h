@@ -2,13 +2,13 @@
 #define PLATFORM_ARRAY_H
 
 /*
- * Arrays, for the platform's own use.
+ * Arrays inside the platform.
  *
- * A long array that is shared (SharedValues.h) is kept in pieces, each of which is a shared array,
- * too: a long array that differs in one member from another then costs one piece and the row of
- * pieces. There are at most 32 pieces, of 32 members each, or of 32 * 32, and so on, as many as the
- * array needs; the last piece may have fewer. Pieces that are longer than 32 members are themselves
- * kept in pieces. All other arrays have their members in one row, however many these are.
+ * A shared array (SharedValues.h) of more than 32 members is a tree of pieces, each of which is a
+ * shared array, too: two long arrays that differ in one member then have all other pieces in
+ * common. A node has at most 32 pieces, all of the same length, a power of 32, except that the last
+ * one may be shorter. All other arrays have their members in one row of slots, whatever their
+ * number.
  */
 
 #include "objects/Collection.h"
@@ -22,6 +22,7 @@
 struct __CFArray : cf::Collection {
     static const cf::Class kClass;
 
+    // An array whose slots the caller fills.
     explicit __CFArray(cf::CollectionKind arrayKind, std::size_t memberCount = 0) noexcept
         : Collection(&kClass, arrayKind, memberCount) {}
 };
@@ -34,16 +35,17 @@ using Array = ::__CFArray;
 inline constexpr unsigned kPieceBits = 5;
 inline constexpr std::size_t kMaximumRowLength = std::size_t{1} << kPieceBits;
 
+/* The number of pieces of an array of pieces. */
 inline std::uint32_t PieceCount(const Array* array) noexcept {
     return ((array->count - 1) >> array->capacity) + 1;
 }
 
-/* The members of an array that has them in one row. */
+/* The members, borrowed. Precondition: the array is not an array of pieces. */
 inline std::span<const Object* const> RowOf(const Array* array) noexcept {
     return {array->slots, array->count};
 }
 
-/* The index is below the count. */
+/* The member, borrowed. Precondition: the index is below the count. */
 inline const Object* MemberAt(const Array* array, std::size_t index) noexcept {
     while (array->kind == kArrayOfPieces) {
         const std::size_t mask = (std::size_t{1} << array->capacity) - 1;

@@ -2,7 +2,7 @@
 #define PLATFORM_COLLECTION_H
 
 /*
- * What arrays and dictionaries have in common: a row of slots that hold references.
+ * The common base of arrays and dictionaries: a row of slots, which hold owned references.
  *
  *   kind                 slots                              count     capacity
  *   immutable array      the members, behind the object     members   0
@@ -30,6 +30,7 @@ enum CollectionKind : unsigned char {
     kMutableDictionary
 };
 
+/* Precondition: the object is an array or a dictionary. */
 inline bool IsMutable(const Object* collection) noexcept {
     return collection->kind == kMutableArray || collection->kind == kMutableDictionary;
 }
@@ -39,6 +40,7 @@ struct Collection : Object {
     std::uint32_t capacity = 0;
     const Object** slots;
 
+    // Immutable: the slots lie behind the object, and the caller fills them. Mutable: none yet.
     Collection(const Class* collectionClass, CollectionKind collectionKind,
                std::size_t memberCount) noexcept
         : Object(collectionClass, 1, collectionKind),
@@ -56,11 +58,11 @@ T* AsMutable(CFTypeRef reference) noexcept {
     return collection != nullptr && IsMutable(collection) ? collection : nullptr;
 }
 
-/* The most members or places that a collection has. */
+/* The maximum number of members, or of places in a hash table. */
 inline constexpr std::size_t kMaximumCapacity = std::size_t{1} << 30;
 
-/* Releases all that the collection holds and frees it: the destroy function of both classes. The
-   stack it takes does not depend on how deep collections are nested. */
+/* The destroy function of both classes: releases the references and frees the collection. Needs
+   constant stack space, however deep collections are nested. */
 void DestroyCollection(Object* object) noexcept;
 
 } // namespace cf

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_DATA_H
 #define PLATFORM_DATA_H
 
-/* Byte buffers, for the platform's own use. */
+/* Byte buffers inside the platform. */
 
 #include "objects/Object.h"
 
@@ -11,16 +11,17 @@
 #include <cstdint>
 #include <span>
 
-/* An immutable buffer's bytes follow the object, and its greatest length is the one it has. A
-   mutable one's are an allocation of their own as soon as there are any. */
+/* The bytes of an immutable buffer follow the object. Those of a mutable buffer are an allocation
+   of their own, which the first append makes. */
 struct __CFData : cf::Object {
     static const cf::Class kClass;
 
     std::uint8_t* bytes;
     std::size_t length = 0;
     std::size_t capacity = 0; // of the allocation
-    std::size_t maximum;      // the greatest length
+    std::size_t maximum;      // of the length; an immutable buffer is full
 
+    // An empty buffer; the caller of Allocate adds the bytes of an immutable one.
     explicit __CFData(std::size_t greatestLength) noexcept
         : Object(&kClass), bytes(reinterpret_cast<std::uint8_t*>(this + 1)),
           maximum(greatestLength) {}
@@ -30,11 +31,12 @@ namespace cf {
 
 using Data = ::__CFData;
 
+/* The bytes, borrowed until the data is changed or freed. */
 inline std::span<const std::uint8_t> BytesOf(const Data* data) noexcept {
     return {data->bytes, data->length};
 }
 
-/* A copy of the bytes, owned by the caller; nullptr when memory is short. */
+/* An immutable copy of the bytes, which the caller owns; nullptr if memory is short. */
 Data* CreateData(std::span<const std::uint8_t> bytes) noexcept;
 
 } // namespace cf

@@ -1,7 +1,8 @@
 #ifndef PLATFORM_DATE_H
 #define PLATFORM_DATE_H
 
-/* The date as a value of property lists. Nothing public makes or reads one. */
+/* The dates of property lists. No public function creates or reads one, so there is no public type.
+ */
 
 #include "objects/Object.h"
 
@@ -14,6 +15,7 @@ struct Date : Object {
 
     CFAbsoluteTime absoluteTime;
 
+    // In seconds since the reference date of CFDate.h.
     explicit Date(CFAbsoluteTime time) noexcept : Object(&kClass), absoluteTime(time) {}
 };
 

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_DICTIONARY_H
 #define PLATFORM_DICTIONARY_H
 
-/* Dictionaries, for the platform's own use. */
+/* Dictionaries inside the platform. */
 
 #include "objects/Array.h"
 #include "objects/Collection.h"
@@ -14,6 +14,7 @@
 struct __CFDictionary : cf::Collection {
     static const cf::Class kClass;
 
+    // A dictionary whose slots the caller fills.
     explicit __CFDictionary(cf::CollectionKind dictionaryKind, std::size_t pairCount = 0) noexcept
         : Collection(&kClass, dictionaryKind, pairCount) {}
 };
@@ -22,17 +23,19 @@ namespace cf {
 
 using Dictionary = ::__CFDictionary;
 
-/* Of a shared dictionary: its keys by ascending hash, and the values in the same order. All
-   dictionaries with these keys have the one array, in one row. */
+/* The keys of a shared dictionary in the order of their hashes, borrowed. All dictionaries with the
+   same keys share this array, which is not an array of pieces. */
 inline const Array* KeysOfShared(const Dictionary* dictionary) noexcept {
     return static_cast<const Array*>(dictionary->slots[0]);
 }
 
+/* The values of a shared dictionary in the order of its keys, borrowed. */
 inline std::span<const Object*> ValuesOfShared(const Dictionary* dictionary) noexcept {
     return {dictionary->slots + 1, dictionary->count};
 }
 
-/* Calls visit(key, value) for each pair, in the dictionary's own order. */
+/* Calls visit(key, value) with each pair, borrowed, in an unspecified order. visit must not change
+   the dictionary. */
 template<typename Visit>
 void VisitPairs(const Dictionary* dictionary, Visit visit) noexcept {
     if (dictionary->kind == kSharedDictionary) {
@@ -47,7 +50,7 @@ void VisitPairs(const Dictionary* dictionary, Visit visit) noexcept {
             visit(pair[0], pair[1]);
 }
 
-/* Borrowed; nullptr when the key is absent. */
+/* The value, borrowed; nullptr if the key is absent. */
 const Object* FindValue(const Dictionary* dictionary, const Object* key) noexcept;
 
 } // namespace cf

@@ -2,8 +2,8 @@
 #define PLATFORM_NUMBER_H
 
 /*
- * Numbers, kept in the widest form of their kind. An integer that leaves a bit free is held by the
- * reference itself: it needs no memory, no counting, and no search when equal ones are one.
+ * Numbers, stored in the widest type of their kind. An integer that fits into a pointer less one
+ * bit is stored in the reference itself: it needs neither memory nor counting nor a table.
  */
 
 #include "objects/Object.h"
@@ -17,19 +17,22 @@
 
 namespace cf {
 
-/* Unsigned numbers are those above the signed range. */
+/* Unsigned numbers are those above the range of a signed 64-bit integer. */
 enum NumberKind : unsigned char { kSignedNumber, kUnsignedNumber, kRealNumber };
 
 struct NumberValue {
     NumberKind kind;
     std::uint64_t bits;
 
+    // The value. Precondition: the kind is the one that the name says.
     std::int64_t Signed() const noexcept {
         return static_cast<std::int64_t>(bits);
     }
+    // As Signed().
     std::uint64_t Unsigned() const noexcept {
         return bits;
     }
+    // As Signed().
     double Real() const noexcept {
         return std::bit_cast<double>(bits);
     }
@@ -43,6 +46,7 @@ struct __CFNumber : cf::Object {
 
     std::uint64_t bits;
 
+    // A number with that value.
     explicit __CFNumber(cf::NumberValue value) noexcept
         : Object(&kClass, 1, value.kind), bits(value.bits) {}
 };
@@ -52,17 +56,18 @@ namespace cf {
 using Number = ::__CFNumber;
 
 template<>
-Number* As<Number>(CFTypeRef reference) noexcept = delete; // may be none: NumberIn
+Number*
+As<Number>(CFTypeRef reference) noexcept = delete; // a number may be no object: use NumberIn
 
-/* The value of a reference, or nothing when that is no number. */
+/* The value of a reference, or nothing if the reference is NULL or not a number. */
 std::optional<NumberValue> NumberIn(CFTypeRef reference) noexcept;
 
-/* The value of an object that is known to be a number. */
+/* The value of a number object, which is not an immediate reference. */
 inline NumberValue ValueOf(const Number* number) noexcept {
     return {static_cast<NumberKind>(number->kind), number->bits};
 }
 
-/* The reference that holds the integer, or nullptr when that needs an object. */
+/* The immediate reference with that value, or nullptr if the integer needs an object. */
 inline const Object* ImmediateInteger(std::int64_t value) noexcept {
     constexpr std::intptr_t kMost = std::numeric_limits<std::intptr_t>::max() / 2;
     if (value > kMost || value < -kMost - 1)
@@ -70,7 +75,7 @@ inline const Object* ImmediateInteger(std::int64_t value) noexcept {
     return reinterpret_cast<const Object*>(static_cast<std::uintptr_t>(value) << 1 | 1U);
 }
 
-/* Owned by the caller; nullptr when memory is short. */
+/* A number object, which the caller owns; nullptr if memory is short. */
 Number* CreateNumber(NumberValue value) noexcept;
 
 } // namespace cf

@@ -7,7 +7,7 @@
 
 namespace cf {
 
-/* Whether a range of a caller's lies inside that many members. */
+/* True if the range, which is unchecked input of a caller, lies inside `count` members. */
 inline bool LiesWithin(CFRange range, std::size_t count) noexcept {
     const auto end = static_cast<CFIndex>(count);
     return range.location >= 0 && range.length >= 0 && range.length <= end - range.location;

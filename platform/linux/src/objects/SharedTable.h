@@ -2,14 +2,15 @@
 #define PLATFORM_SHAREDTABLE_H
 
 /*
- * The table of all shared values that are alive. It holds no references.
+ * The table of all shared values that exist. It does not retain them.
  *
- * The last reference to a value goes without the table's lock. From then on the value is dead: a
- * search that still meets it takes no reference to it but puts a successor in its place. Who
- * dropped the last reference then takes the lock, removes the value unless it has been replaced,
- * and only after that frees it. So nobody reads freed memory, and no dead value is handed out.
+ * The last reference to a value is released without the lock of the table. From then on the value
+ * is dead: a search that finds it does not retain it but replaces it by a new value. The thread
+ * that released the last reference then takes the lock, removes the value unless it was replaced,
+ * and frees it only after that. Therefore no thread reads freed memory or gets a dead value.
  *
- * The table is divided by hash value into parts with a lock each, so that threads seldom wait.
+ * The table is divided by hash into parts with a lock each, to make waiting rare. All functions are
+ * safe on any thread.
  */
 
 #include "objects/Hash.h"
@@ -25,18 +26,21 @@ namespace cf {
 
 class SharedTablePart {
 public:
-    // The living value with that hash that matches, with a reference added; else what make()
-    // gives, entered. nullptr when memory is short.
+    // The live value with that hash for which matches(value) is true; or else the value that make()
+    // returns, which is added. The caller owns the reference. nullptr if memory is short. Both
+    // functions run under the lock of the part.
     template<typename Matches, typename Make>
     const Object* FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept;
 
-    // Have the processor load what FindOrAdd will read: the place, and in a second step the values
-    // there.
+    // Prefetch what FindOrAdd will read: first the place, and in a second step the values there.
     void PrefetchPlace(std::uint32_t hash) noexcept;
     void PrefetchValues(std::uint32_t hash) noexcept;
 
+    // Removes a dead value, unless it was replaced. Frees nothing.
     void Remove(const Object* value) noexcept;
+    // For MeasureSharedTable().
     std::size_t Count() noexcept;
+    // For MeasureSharedTable().
     std::size_t AllocatedPlaces() noexcept;
 
 private:
@@ -50,18 +54,19 @@ private:
     bool Resize(std::size_t capacity) noexcept;
     void FreePlaces() noexcept;
 
-    // A table with few values has its places here, so that a short list costs no growing.
+    // A part with few values needs no allocation.
     static constexpr std::size_t kInlineCapacity = 16; // a power of two
 
     std::mutex mutex_;
     const Object* inline_[kInlineCapacity] = {};
     std::size_t count_ = 0;
-    // PrefetchPlace() reads these without the lock. When another thread resizes the table
-    // meanwhile, what it loads is of no use.
+    // Atomic because PrefetchPlace() reads them without the lock. If another thread resizes the
+    // table at that time, the prefetch is useless but harmless.
     std::atomic<const Object**> values_ = inline_;
     std::atomic<std::size_t> capacity_ = kInlineCapacity;
 };
 
+// See the class.
 template<typename Matches, typename Make>
 const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept {
     const std::lock_guard lock(mutex_);
@@ -86,17 +91,20 @@ const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Ma
     return made;
 }
 
-/* The part that values with that hash belong to. */
+/* The part of the values with that hash. */
 SharedTablePart& PartOfSharedTable(std::uint32_t hash) noexcept;
 
-/* Takes a value whose last reference went out of the table, before it is torn down. */
+/* Removes a dead value from the table. Call it before the value is freed. */
 void RemoveSharedValue(const Object* value) noexcept;
 
-/* The number of values in the table, dead ones included, and of the places that are allocated. */
+/* The size of the table: the values in it, dead ones included, and the places that are allocated.
+   For tests only. */
 struct SharedTableSize {
     std::size_t values;
     std::size_t places;
 };
+
+/* Locks one part after another, so the sum is exact only if no other thread shares values. */
 SharedTableSize MeasureSharedTable() noexcept;
 
 } // namespace cf

@@ -2,13 +2,14 @@
 #define PLATFORM_SHAREDVALUES_H
 
 /*
- * Immutable property-list values of which equal ones are one object, whole arrays and
- * dictionaries included, and the pieces of long arrays. A server sends the same list again and
- * again with little changed; kept lists then cost only what changed. The table holds no references:
- * the last user of a value frees it, on whatever thread. All calls are safe on all threads.
+ * Shared values: immutable values of property lists, of which equal ones are one object. That
+ * includes arrays, the pieces of long arrays, and dictionaries. A server sends the same list many
+ * times with few changes; each list that is kept then needs memory only for its changes. The last
+ * release of a value frees it, on any thread. All functions are safe on any thread.
  *
- * Each function returns an owned reference, or nullptr when memory is short. Members handed in
- * are borrowed, must themselves come from here (or be static), and are compared by identity.
+ * Each function that returns an object passes a reference to the caller, or returns nullptr if
+ * memory is short. Its arguments are borrowed. Members, keys and values must be shared values or
+ * static objects, because they are compared by identity.
  */
 
 #include "objects/Array.h"
@@ -19,11 +20,15 @@
 
 namespace cf {
 
-/* The text is valid UTF-8. */
+/* Precondition: the text is valid UTF-8. */
 const Object* SharedString(std::string_view text) noexcept;
+
+/* The value of each kind. The members of an array are in order. */
 const Object* SharedInteger(std::int64_t value) noexcept;
-/* A number above the signed range, which equals only its own kind. */
+/* Precondition: the value is above the signed range. The number equals only its own kind. */
 const Object* SharedUnsignedInteger(std::uint64_t value) noexcept;
+
+/* As SharedInteger(). */
 const Object* SharedReal(double value) noexcept;
 const Object* SharedDate(double absoluteTime) noexcept;
 const Object* SharedData(std::span<const std::uint8_t> bytes) noexcept;
@@ -33,13 +38,14 @@ struct Pair {
     const Object* key;
     const Object* value;
 };
-/* No key twice. The order of the pairs is of no account; the call puts them into its own. */
+
+/* Sorts the pairs. Precondition: no key is twice among them. */
 const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
+
 /*
- * The same in steps, from the keys that another such dictionary has, and the values in their order.
- * Who has several takes each step for all of them, so that the processor loads what the next step
- * needs for one while it works on the others. In a large table it would wait for memory twice for
- * each dictionary.
+ * The same in steps, from the keys of an existing shared dictionary and the values in their order.
+ * For several dictionaries, call each step for all of them before the next step: the prefetches
+ * then replace two waits for memory for each dictionary in a large table.
  */
 std::uint32_t HashDictionary(const Array* keys, std::span<const Object* const> values) noexcept;
 void PrefetchSharedPlace(std::uint32_t hash) noexcept;

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_STRING_H
 #define PLATFORM_STRING_H
 
-/* The text of strings, for the platform's own use. */
+/* Strings inside the platform. */
 
 #include "objects/Object.h"
 
@@ -18,18 +18,20 @@ using String = ::__CFString;
 enum StringKind : unsigned char { kValidUtf8, kWithUnpairedSurrogates };
 
 /*
- * Generalized UTF-8 (Unicode.h); plain UTF-8 when the string's kind is kValidUtf8. No terminator.
+ * The text, borrowed, without a terminator: generalized UTF-8 (Unicode.h), and valid UTF-8 if the
+ * kind is kValidUtf8.
  */
 inline std::string_view TextOf(const String* string) noexcept {
     return {reinterpret_cast<const char*>(string + 1), string->byteCount};
 }
 
-/* From valid UTF-8, embedded zeros included. Owned by the caller; nullptr when memory is short. */
+/* A copy of the text, which must be valid UTF-8 and may contain NULs. The caller owns it; nullptr
+   if memory is short or the text is longer than 2^32 - 1 bytes. */
 String* CreateString(std::string_view text) noexcept;
-/* The same for who knows the HashBytes of the text. */
+/* The same if HashBytes of the text is known. */
 String* CreateString(std::string_view text, std::uint32_t hash) noexcept;
 
-/* The order of the UTF-16 units, in which keys are sorted. */
+/* Compares UTF-16 units: the order of the keys in an XML list. */
 std::strong_ordering CompareByUnits(const String* first, const String* second) noexcept;
 
 } // namespace cf
