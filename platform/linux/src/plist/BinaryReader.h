@@ -3,10 +3,10 @@
 
 /*
  * Property lists in the binary format: "bplist00", objects, a table of their offsets and a trailer
- * of 32 bytes. Containers name their members by number, so that a small file can tell of endless
- * lists. Here each object is converted once and shared by all that refer to it; an object that
- * contains itself is refused, and so are objects that together claim more bytes than there are
- * (they would overlap). Time and memory are therefore linear in the length.
+ * of 32 bytes. Containers refer to their members by number, so a small file can describe a huge
+ * list. Therefore each object is converted once and shared by all references to it, and two kinds
+ * of lists are refused: those in which an object contains itself, and those whose objects have more
+ * bytes in total than the file, because they overlap. Time and memory are linear in the length.
  */
 
 #include "plist/ListBuilder.h"

@@ -2,10 +2,10 @@
 #define PLATFORM_DICTIONARYSHAPE_H
 
 /*
- * The keys of a dictionary as they were written. Dictionaries of a list are often alike: the
- * members of an array mostly have the same keys in the same order. What the last one has shown
- * saves the next one looking up and sorting its keys. Dictionaries that are alike may also be
- * looked up several at a time, which saves waiting for memory.
+ * The shape of a dictionary: its keys in the order in which they were written. The members of an
+ * array mostly have the same shape. The next dictionary of that shape needs no search for its keys
+ * and no sorting. Dictionaries of one shape can also be looked up several at a time, which reduces
+ * the waits for memory. Not safe on several threads at once.
  */
 
 #include "objects/Dictionary.h"
@@ -21,10 +21,11 @@ namespace cf {
 
 class DictionaryShape {
 public:
-    // Up to so many keys, comparing each with all others is cheaper than sorting them.
+    // The maximum number of keys. Up to it, comparing each key with all others is cheaper than
+    // sorting.
     static constexpr std::size_t kMaximumKeys = 32;
 
-    // The number of dictionaries that are looked up together.
+    // The maximum number of dictionaries that are looked up together.
     static constexpr std::size_t kMaximumPending = 16;
 
     DictionaryShape() = default;
@@ -32,25 +33,30 @@ public:
     DictionaryShape(const DictionaryShape&) = delete;
     DictionaryShape& operator=(const DictionaryShape&) = delete;
 
+    // True if the pairs have this shape.
     bool Fits(std::span<const Pair> pairs) const noexcept;
 
-    // The last dictionary, if these pairs, which fit, are its own; else nullptr.
+    // The last dictionary, with a reference for the caller, if it has the same values; else
+    // nullptr. Precondition: Fits(pairs).
     const Object* FindLast(std::span<const Pair> pairs) const noexcept;
 
-    // SharedDictionary of pairs that fit.
+    // The shared dictionary of the pairs (SharedValues.h). Precondition: Fits(pairs).
     const Object* Share(std::span<const Pair> pairs) noexcept;
 
-    // SharedDictionary of pairs that do not; the next ones may be like them. None may be pending.
+    // The same for any pairs, whose shape replaces this one. Sorts the pairs. Precondition: no
+    // dictionary is pending.
     const Object* ShareAndRemember(std::span<Pair> pairs) noexcept;
 
-    // The dictionary of pairs that fit is pending until SharePending() makes it the member with
-    // that index. At most kMaximumPending may be pending. Takes over the values, unless it throws
-    // std::bad_alloc.
+    // Adds a pending dictionary, which SharePending() will store at the index `member`. Takes over
+    // the values, unless it throws std::bad_alloc. Precondition: Fits(pairs), and fewer than
+    // kMaximumPending are pending.
     void Enqueue(std::span<const Pair> pairs, std::size_t member);
+    // The number of pending dictionaries.
     std::size_t PendingCount() const noexcept {
         return pendingCount_;
     }
-    // The members are owned by the caller. Throws std::bad_alloc.
+    // Stores all pending dictionaries in `members`, which owns them. Throws std::bad_alloc; the
+    // dictionaries not yet stored are then still pending.
     void SharePending(std::span<const Object*> members);
 
 private:
@@ -65,10 +71,11 @@ private:
     void DropPending() noexcept;
 
     std::size_t count_ = 0;
-    std::array<const Object*, kMaximumKeys> keys_;  // as written; borrowed from who reads the list
-    std::array<std::uint8_t, kMaximumKeys> places_; // of the keys among the sorted ones
-    Owned<const Dictionary> last_;                  // null when there is none to be like
-    std::unique_ptr<Pending[]> pending_;            // kMaximumPending of them
+    std::array<const Object*, kMaximumKeys> keys_; // as written; borrowed from the reader
+    std::array<std::uint8_t, kMaximumKeys>
+        places_;                         // places_[i]: the index of keys_[i] in the sorted order
+    Owned<const Dictionary> last_;       // of this shape; null if there is no shape yet
+    std::unique_ptr<Pending[]> pending_; // kMaximumPending of them
     std::size_t pendingCount_ = 0;
 };
 

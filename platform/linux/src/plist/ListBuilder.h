@@ -2,12 +2,12 @@
 #define PLATFORM_LISTBUILDER_H
 
 /*
- * The values of a property list that is being read. The readers work depth first, so the members
- * of all unfinished containers lie on one stack, the innermost container's on top: a container
- * remembers where its members begin, and ending it takes them off again.
+ * Builds the values of a property list for both readers. They read depth first, so one stack
+ * contains the members of all unfinished containers, those of the innermost one on top. A container
+ * stores where its members begin; ending it removes them.
  *
- * The list readers throw inside: std::bad_alloc when memory is short, MalformedList for a text that
- * is no list. The functions of CFPropertyList.h catch both.
+ * All functions that can fail throw std::bad_alloc if memory is short; the readers also throw
+ * MalformedList. The functions of CFPropertyList.h catch both.
  */
 
 #include "objects/SharedValues.h"
@@ -23,14 +23,14 @@ namespace cf {
 
 using Value = Owned<const Object>;
 
-/* Deeper nesting is refused, so that whoever walks a list that was read may recurse. */
+/* The maximum nesting of containers. It makes recursion over a list safe. */
 inline constexpr int kMaximumNesting = 512;
 
-/* Longer lists are neither read nor written. Reading XML takes up to 7 times its length, most of it
-   for a list of dictionaries with a key of its own each. */
+/* The maximum length of a list in bytes, read or written. Reading XML needs memory for up to 7
+   times its length; the worst case is a list of dictionaries whose keys are all distinct. */
 inline constexpr std::size_t kMaximumListSize = std::size_t{64} << 20;
 
-/* The object that a creation gave. */
+/* Adopts the result of a creating function; throws std::bad_alloc for nullptr. */
 inline Value Created(const Object* object) {
     if (object == nullptr)
         throw std::bad_alloc();
@@ -39,24 +39,30 @@ inline Value Created(const Object* object) {
 
 class ListBuilder {
 public:
-    // Immutable containers are shared values, mutable ones are new. Leaves are always shared.
+    // Immutable containers are shared values, mutable ones are new objects. Leaves are always
+    // shared.
     explicit ListBuilder(bool mutableContainers);
     ~ListBuilder();
     ListBuilder(const ListBuilder&) = delete;
     ListBuilder& operator=(const ListBuilder&) = delete;
 
+    // Begins an array. Pass the result to EndArray().
     std::size_t BeginArray() const noexcept {
         return members_.size();
     }
+    // Adds a member to the innermost array.
     void AddMember(Value member);
+    // The array of the members added since BeginArray().
     Value EndArray(std::size_t begin);
 
+    // Begins a dictionary.
     void BeginDictionary();
-    // A key that comes again replaces the earlier value. The key is a shared string, and borrowed
-    // for as long as the list is read.
+    // Adds a pair to the innermost dictionary. Of equal keys, the last one is used. The key must be
+    // a shared string and live as long as the builder.
     void AddPair(const Object* key, Value value);
+    // The dictionary of the pairs added since BeginDictionary().
     Value EndDictionary();
-    // The same when the dictionary is a member of the array around it.
+    // Ends a dictionary and adds it to the array around it. Faster than EndDictionary().
     void AddDictionary();
 
 private:
@@ -69,12 +75,12 @@ private:
     DictionaryShape& ShapeAt(std::size_t level) noexcept;
 
     const bool mutable_;
-    std::vector<const Object*> members_; // owned; null where a dictionary is pending
-    Value lastArray_;                    // immutable, in one row
+    std::vector<const Object*> members_; // owned; null for a pending dictionary
+    Value lastArray_;                    // immutable, not of pieces
     std::vector<Pair> pairs_;            // keys borrowed, values owned
-    std::vector<std::size_t> begins_;    // of the unfinished dictionaries, among the pairs
+    std::vector<std::size_t> begins_;    // indexes in pairs_ of the unfinished dictionaries
 
-    // Of the last dictionary at each level. Deep ones, which are rare, share one.
+    // Of the last dictionary at each level. Deep levels, which are rare, share the last shape.
     std::array<DictionaryShape, 8> shapes_;
 };
 

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_PACKEDBYTES_H
 #define PLATFORM_PACKEDBYTES_H
 
-/* Eight bytes at a time, the first one in the lowest byte of a word. */
+/* Tests of eight bytes at a time, loaded into a word whose lowest byte is the first one. */
 
 #include <bit>
 #include <cstddef>
@@ -13,21 +13,24 @@ namespace cf {
 inline constexpr std::uint64_t kEachByte = 0x0101010101010101U;
 inline constexpr std::uint64_t kEachHighBit = 0x8080808080808080U;
 
+/* Loads the eight bytes from `bytes` on, at any address. */
 inline std::uint64_t LoadWord(const char* bytes) noexcept {
     std::uint64_t word;
     std::memcpy(&word, bytes, sizeof word);
     return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
 }
 
+/* The first `count` bytes of the word; the others become 0. */
 inline std::uint64_t LowBytes(std::uint64_t word, std::size_t count) noexcept {
     return count < sizeof word ? word & ((std::uint64_t{1} << (8 * count)) - 1) : word;
 }
 
-/* The beginning of a word that is looked for; up to eight bytes. */
+/* A literal of up to eight bytes to compare with the beginning of a word. */
 struct WordPrefix {
     std::uint64_t bits = 0;
     std::uint64_t mask = 0;
 
+    // Packs the literal without its terminator.
     template<std::size_t Size>
     consteval WordPrefix(const char (&text)[Size]) {
         static_assert(Size - 1 <= sizeof bits);
@@ -38,19 +41,20 @@ struct WordPrefix {
     }
 };
 
+/* True if the word begins with the literal. */
 inline bool StartsWith(std::uint64_t word, const WordPrefix& prefix) noexcept {
     return (word & prefix.mask) == prefix.bits;
 }
 
-/* The bytes at the beginning that are all this one. */
+/* The number of leading bytes that equal `byte`. */
 inline std::size_t CountLeading(std::uint64_t word, char byte) noexcept {
     return static_cast<std::size_t>(
                std::countr_zero(word ^ kEachByte * static_cast<unsigned char>(byte))) /
            8;
 }
 
-/* Masks in which the lowest bit that is set tells the first byte that is meant; bits above it may
-   be wrong. */
+/* Masks whose lowest set bit marks the first byte that equals `byte`, or is not ASCII. Higher bits
+   may be wrong. FirstByte: the index of the marked byte; 8 if there is none. */
 inline std::uint64_t BytesEqual(std::uint64_t word, char byte) noexcept {
     const std::uint64_t difference = word ^ kEachByte * static_cast<unsigned char>(byte);
     return (difference - kEachByte) & ~difference & kEachHighBit;

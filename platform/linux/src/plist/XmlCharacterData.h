@@ -1,7 +1,7 @@
 #ifndef PLATFORM_XMLCHARACTERDATA_H
 #define PLATFORM_XMLCHARACTERDATA_H
 
-/* The text inside an element, entities and CDATA sections resolved. */
+/* The text of an element, with entities and CDATA sections resolved. */
 
 #include "plist/ListBuilder.h"
 #include "plist/Parsing.h"
@@ -11,7 +11,7 @@
 
 namespace cf {
 
-/* A '<' in a resolved text is this byte, which UTF-8 does not have: to the parser '<' is a tag. */
+/* Replaces '<' in a resolved text, where the parser would read a tag. Not a byte of UTF-8. */
 inline constexpr char kLessThan = '\xFF';
 
 struct CharacterData {
@@ -19,12 +19,12 @@ struct CharacterData {
     std::size_t textLength; // not more than that
 };
 
-/* Resolves the text from the beginning of the slice to the closing tag's '<', which must be in the
-   slice, and writes it there. Throws XmlFault when anything else stands in it, when it is no
-   UTF-8, and when it does not end. */
+/* Resolves the text from the beginning of the slice up to the "</" behind it and writes the result
+   to `text`, which needs as many bytes as the source. Throws XmlFault if the text contains an
+   element, is not UTF-8, or does not end in the slice; and std::bad_alloc. */
 CharacterData ResolveCharacterData(const XmlSlice& rest, char* text);
 
-/* The shared string of a resolved text. Throws std::bad_alloc. */
+/* The shared string of a resolved text, with each kLessThan as '<'. Throws std::bad_alloc. */
 Value CreateText(std::string_view resolved);
 
 } // namespace cf

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_XMLCONTAINERSTACK_H
 #define PLATFORM_XMLCONTAINERSTACK_H
 
-/* The stack of open containers while an XML property list is parsed. */
+/* The stack of open containers of an XML property list: <plist>, <array>, <dict>. */
 
 #include "plist/ListBuilder.h"
 #include "plist/XmlTag.h"
@@ -15,7 +15,7 @@ namespace cf {
 
 class XmlContainerStack {
 public:
-    // The element around the list is no level of it.
+    // <plist> does not count as a level of the list.
     static constexpr std::size_t kMaximumDepth = kMaximumNesting + 1;
 
     // The tags of all open containers packed in one word, that of the innermost one in the lowest
@@ -26,24 +26,28 @@ public:
         levels_[0] = {kEmptyPath, XmlTag::kUnknown, false};
     }
 
+    // The number of open containers.
     std::size_t Depth() const {
         return depth_;
     }
+    // True outside of all containers.
     bool IsEmpty() const {
         return depth_ == 0;
     }
+    // True if no further container may be opened.
     bool IsFull() const {
         const bool isInPlist = depth_ != 0 && levels_[1].tag == XmlTag::kPlist;
         return depth_ == kMaximumNesting + (isInPlist ? 1U : 0U);
     }
-    // Of the innermost container; kUnknown if the stack is empty.
+    // The tag of the innermost container; kUnknown if the stack is empty.
     XmlTag Tag() const {
         return levels_[depth_].tag;
     }
-    // Of the container at that depth, from 1 to Depth().
+    // The tag of the container at that depth, from 1 to Depth().
     XmlTag TagAt(std::size_t depth) const {
         return levels_[depth].tag;
     }
+    // The path of all open containers.
     Path CurrentPath() const {
         return levels_[depth_].path;
     }
@@ -51,15 +55,18 @@ public:
     bool HasObject() const {
         return levels_[depth_].hasObject;
     }
+    // Marks the innermost container: HasObject() becomes true.
     void SetHasObject() {
         levels_[depth_].hasObject = true;
     }
 
+    // Opens a container. Precondition: !IsFull().
     void Push(XmlTag tag) {
         const Path path = levels_[depth_].path;
         const bool fits = path != 0 && path >> (64 - kBitsOfTag) == 0;
         levels_[++depth_] = {fits ? path << kBitsOfTag | Pack(tag) : 0, tag, false};
     }
+    // Closes the innermost container. Precondition: !IsEmpty().
     void Pop() {
         --depth_;
     }

@@ -10,16 +10,18 @@
 
 namespace cf {
 
-/* The document's own bytes, or their conversion, without a byte order mark. What claims to be UTF-8
-   is not checked here. */
+/* The bytes of the document, or their conversion, without a byte order mark. UTF-8 is not checked
+   here. */
 class XmlDocumentText {
 public:
-    // UTF-8 or UTF-16 with a byte order mark, or else what the declaration names, UTF-8 when it
-    // names nothing. Throws MalformedList.
+    // The encoding is UTF-8 or UTF-16 if there is a byte order mark, or else the declared one,
+    // UTF-8 if none is declared. The bytes must live as long as this object. Throws MalformedList,
+    // and std::bad_alloc.
     explicit XmlDocumentText(std::span<const std::uint8_t> bytes);
     XmlDocumentText(const XmlDocumentText&) = delete;
     XmlDocumentText& operator=(const XmlDocumentText&) = delete;
 
+    // The text, borrowed from this object or from the bytes.
     std::string_view View() const noexcept {
         return view_;
     }

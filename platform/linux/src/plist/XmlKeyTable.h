@@ -1,8 +1,7 @@
 #ifndef PLATFORM_XMLKEYTABLE_H
 #define PLATFORM_XMLKEYTABLE_H
 
-/* The distinct keys of an XML property list. Each gets a number, by which the normal form refers to
-   it. */
+/* The distinct keys of an XML property list. The normal form refers to a key by its number. */
 
 #include "plist/ListBuilder.h"
 
@@ -14,11 +13,11 @@ namespace cf {
 
 class XmlKeyTable {
 public:
-    // The number of that key, a shared string: 0, 1, 2, ... in the order of first use. Throws
-    // std::bad_alloc.
+    // The number of the key, a shared string. Numbers are 0, 1, 2, ... in the order of first use.
+    // Throws std::bad_alloc.
     std::size_t NumberOf(Value key);
 
-    // The key is borrowed from the table.
+    // The key with that number, borrowed from the table.
     const Object* KeyAt(std::size_t number) const {
         return keys_[number].Get();
     }
@@ -30,16 +29,18 @@ private:
     std::vector<std::uint32_t> slots_; // open addressing: number + 1, or 0 for a free slot
 };
 
-/* How the normal form refers to a key: its number in seven bits a byte, the lowest ones first. No
-   byte of it is ASCII. */
+/* The length of a reference to a key in the normal form: the number in seven bits per byte, lowest
+   bits first, with the highest bit of each byte set. */
 inline constexpr std::size_t kKeyReferenceLength = 4;
 
+/* Writes a reference of kKeyReferenceLength bytes; returns the place behind it. */
 inline char* WriteKeyReference(char* out, std::size_t number) {
     for (unsigned i = 0; i < kKeyReferenceLength; ++i)
         out[i] = static_cast<char>(0x80 | (number >> (7 * i) & 0x7F));
     return out + kKeyReferenceLength;
 }
 
+/* The number in a reference. */
 inline std::size_t ReadKeyReference(const char* reference) {
     const auto digit = [reference](std::size_t i) {
         return static_cast<std::size_t>(reference[i] & 0x7F) << (7 * i);

@@ -2,13 +2,13 @@
 #define PLATFORM_XMLMARKUPCACHE_H
 
 /*
- * The normal forms of markup that has been read: of all that stands between two scalars, which is
- * tags, keys, booleans, and white space. The members of a list are mostly alike, so the markup
- * behind a scalar is mostly the same as the last time.
+ * A cache of the normal forms of markup. Markup is all text between two scalars: tags, keys,
+ * booleans and white space. The members of a list are mostly alike, so the markup behind a scalar
+ * is mostly the same as the last time.
  *
- * An entry is found by comparing the text with the successor of the last entry, which costs no
- * hashing. An entry depends on nothing but its text and the containers that are open before it. It
- * refers to its text, which must live as long as the cache, and copies its normal form.
+ * A search compares the text with the successor of the last entry, without hashing. An entry
+ * depends only on its text and on the containers that are open before it. It refers to its text,
+ * which must live as long as the cache, and has a copy of its normal form.
  */
 
 #include "plist/XmlContainerStack.h"
@@ -33,7 +33,7 @@ struct XmlMarkup {
 
 class XmlMarkupCache {
 public:
-    // When so many entries are cached, the next one replaces all of them.
+    // The maximum number of entries. A further one replaces all of them.
     static constexpr std::size_t kCapacity = 128;
     // The maximum length of a normal form that is cached; longer ones are rare.
     static constexpr std::size_t kMaximumLength = 64;

@@ -2,28 +2,27 @@
 #define PLATFORM_XMLNORMALIZER_H
 
 /*
- * The normal form of an XML property list, which is what the parser gets. What a property list
- * ignores is left out: declarations, comments, instructions, attributes, blanks between tags, and
- * all that stands behind the root element. Only containers are elements, named by one letter
- * (XmlTag.h). Scalars are a part of the text of their container: the letter, the content, and
- * kScalarEnd, but for booleans, which are the letter alone. Texts are resolved. A key is the
- * number of its text (XmlKeyTable.h). It stands in front of its scalar, or in the element of its
- * container before what that contains.
+ * Converts an XML property list to its normal form, which the parser reads. The normal form lacks
+ * all that a property list ignores: declarations, comments, instructions, attributes, white space
+ * between tags, and all bytes behind the root element. Only containers are elements, named by one
+ * letter (XmlTag.h). A scalar is part of the text of its container: its letter, its content, and
+ * kScalarEnd; a boolean is its letter alone. Texts are resolved. A key is the number of its text
+ * (XmlKeyTable.h); it precedes its scalar, or the contents of its container inside the element.
  *
  *     <plist version="1.0"><dict>
  *         <key>name</key>                      <p><d>0sa&b;<a>1i1;</a></d></p>
  *         <string>a&amp;b</string>
- *         <key>slots</key>                     with kScalarEnd for ';'
+ *         <key>slots</key>                     with ';' for kScalarEnd
  *         <array><integer>1</integer></array>  and the keys "name" and "slots"
  *     </dict></plist>
  *
- * The contents of numbers, dates and data are copied as they are, up to the next '<'.
+ * The contents of numbers, dates and data are copied unchanged, up to the next '<'.
  *
- * It is written in batches, so that it and what is made of it stay in the processor's caches, and
- * reading takes little memory however long the list is. The containers that are open between two
- * batches are closed at the end of the first one, and opened again, without their keys, at the
- * beginning of the second one. Where the list breaks off or is malformed, the batch ends, too: each
- * is well-formed, whatever the text is.
+ * The normal form is written in batches: they stay in the caches of the processor, and the memory
+ * does not grow with the list. Containers that are open between two batches are closed at the end
+ * of the first one and opened again, without their keys, at the beginning of the second one. A
+ * batch ends also where the list is cut off or malformed. Each batch is well-formed, whatever the
+ * input is.
  */
 
 #include "plist/Parsing.h"
@@ -39,9 +38,10 @@
 
 namespace cf {
 
-/* No byte of UTF-8. */
+/* Ends a scalar in the normal form. Not a byte of UTF-8. */
 inline constexpr char kScalarEnd = '\xFE';
 
+/* A part of the normal form. */
 struct XmlBatch {
     char* text;              // may be changed; valid until the next batch is written
     std::size_t length;      // without the NUL behind it
@@ -51,30 +51,32 @@ struct XmlBatch {
 
 class XmlNormalizer {
 public:
-    // In bytes. A batch ends behind the scalar or tag that reaches it.
+    // The length of a batch in bytes. It ends behind the scalar or tag that reaches this length.
     static constexpr std::size_t kBatchLength = 16 * 1024;
 
-    // The source must live as long as the normalizer. Throws std::bad_alloc.
+    // The source must live as long as the normalizer. Only tests pass a batch length. Throws
+    // std::bad_alloc.
     explicit XmlNormalizer(std::string_view source, std::size_t batchLength = kBatchLength);
 
-    // Writes the next batch; none behind the root element. Where the source is malformed, the batch
-    // ends, and the next call throws the XmlFault, with a place in the source. Reads the source
-    // once, forward. Throws std::bad_alloc.
+    // Writes the next batch; nothing behind the root element. If the source is malformed, the batch
+    // ends there, and the next call throws the XmlFault with the place in the source. Throws
+    // std::bad_alloc.
     std::optional<XmlBatch> NextBatch();
 
-    // The key that the normal form refers to by that number; borrowed.
+    // The key with that number, borrowed.
     const Object* KeyAt(std::size_t number) const {
         return keys_.KeyAt(number);
     }
 
-    // The place in the source from which a byte of the content of a number, date or data in the
-    // last batch was copied. Writes the normal form again, up to there: it is for error texts.
+    // The offset in the source of a byte in the last batch, given by its offset in the batch. The
+    // byte must belong to the content of a number, date or data. Slow, as it normalizes the source
+    // again: for error texts only.
     std::size_t FindInSource(std::size_t place) const;
 
 private:
-    static constexpr std::ptrdiff_t kPrefetchDistance = 2048; // what is prefetched at least
+    static constexpr std::ptrdiff_t kPrefetchDistance = 2048; // the minimum distance, in bytes
 
-    // Where the same thing stands in both texts.
+    // The same position in both texts.
     struct Place {
         const char* source;
         const char* normalForm;
@@ -152,15 +154,15 @@ private:
     const char* const begin_;
     const char* const end_;
     const std::size_t batchLength_;
-    const std::unique_ptr<char[]> buffer_; // for one scalar as long as the source; seldom all used
+    const std::unique_ptr<char[]> buffer_; // large enough for one scalar of the whole source
     std::size_t batches_ = 0;
     const char* next_;
-    const char* prefetched_ = begin_; // up to there the processor loads the source
-    const char* nul_ = nullptr;       // the last one that was looked for
+    const char* prefetched_ = begin_; // the source is prefetched up to here
+    const char* nul_ = nullptr;       // the last one found, or the end
     char* out_ = nullptr;
     XmlContainerStack containers_;
     XmlKeyTable keys_;
-    std::optional<std::size_t> key_; // the number of the key whose value was not yet read
+    std::optional<std::size_t> key_; // the number of a key whose value is not yet read
     XmlMarkupCache cache_;
     Place markup_;                           // behind the last scalar's closing tag
     XmlContainerStack::Path markupPath_ = 0; // there; 0 if it must not be cached

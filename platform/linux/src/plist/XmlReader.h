@@ -11,7 +11,8 @@
 
 namespace cf {
 
-/* Throws MalformedList or std::bad_alloc. What is read does not depend on the length of a batch. */
+/* The list, made with `builder`, which must be new. Throws MalformedList or std::bad_alloc. The
+   result does not depend on the length of a batch, which only tests pass. */
 Value ReadXmlList(std::span<const std::uint8_t> bytes, ListBuilder& builder,
                   std::size_t batchLength = XmlNormalizer::kBatchLength);
 

@@ -1,8 +1,8 @@
 #ifndef PLATFORM_XMLSCALARS_H
 #define PLATFORM_XMLSCALARS_H
 
-/* The values of <integer>, <real>, <date> and <data> from what stands inside. Each throws XmlFault
-   for a content that it refuses. */
+/* The values of <integer>, <real>, <date> and <data> from their contents. The functions that return
+   a Value throw XmlFault for malformed contents, and std::bad_alloc. */
 
 #include "plist/ListBuilder.h"
 #include "plist/Parsing.h"
@@ -12,23 +12,26 @@
 
 namespace cf {
 
-/* The value of any of these elements. */
+/* The value of the element with that tag, one of these four. */
 Value ReadNumber(XmlTag tag, const XmlSlice& content);
 
-/* Decimal, or 0x or 0X and hexadecimal, signed; no blanks behind. From -2^63 to 2^64-1. */
+/* A signed integer from -2^63 to 2^64-1: decimal, or hexadecimal behind "0x" or "0X". White space
+   may precede it, but not follow it. */
 Value ReadInteger(const XmlSlice& content);
 
-/* The usual integer, decimal digits alone: gives what the first eighteen of them say, which always
-   fits, and returns the place behind these; nullptr when there are none. */
+/* Sets `integer` to the value of the first decimal digits, at most eighteen, which always fit.
+   Returns the place behind them, or nullptr if there are none. The fast path: no sign, no white
+   space. */
 const char* ParsePlainInteger(const char* text, std::int64_t& integer) noexcept;
 
-/* As strtod() in the C locale has it, but without hexadecimal and without blanks behind. */
+/* A number that strtod() accepts in the C locale, except hexadecimal ones and white space behind
+ * it. */
 Value ReadReal(const XmlSlice& content);
 
-/* YYYY-MM-DDThh:mm:ssZ; a month 13 is the next January, and so on. */
+/* YYYY-MM-DDThh:mm:ssZ; fields may be too large (CalendarDate.h). */
 Value ReadDate(const XmlSlice& content);
 
-/* Base64. ASCII that is no digit of it is skipped, an incomplete group at the end dropped. */
+/* Base64. Other ASCII characters are ignored, and so is an incomplete group at the end. */
 Value ReadData(const XmlSlice& content);
 
 } // namespace cf

@@ -9,7 +9,7 @@
 
 namespace cf {
 
-/* Each by the letter that is its name in a normalised text. */
+/* The value of a tag is its name in the normal form (XmlNormalizer.h). */
 enum class XmlTag : char {
     kArray = 'a',
     kData = 'b',
@@ -25,7 +25,8 @@ enum class XmlTag : char {
     kUnknown = '\0',
 };
 
-/* A name in one word, its first character in the lowest byte. No name has more than seven. */
+/* A name in one word, its first character in the lowest byte. Names have at most seven characters.
+ */
 constexpr std::uint64_t PackName(std::string_view name) {
     std::uint64_t word = 0;
     for (std::size_t i = 0; i < name.size() && i < sizeof word; ++i)
@@ -33,6 +34,7 @@ constexpr std::uint64_t PackName(std::string_view name) {
     return word;
 }
 
+/* The name of a tag. */
 struct XmlTagName {
     std::string_view text;
     std::uint64_t closing; // the name and '>', packed
@@ -40,6 +42,7 @@ struct XmlTagName {
 
 namespace detail {
 
+/* The table of names, indexed by tag; computed at compile time. */
 constexpr auto MakeTagNames() {
     std::array<XmlTagName, 't' + 1> names{}; // up to the last letter that is a name
     const auto add = [&names](XmlTag tag, std::string_view text) {
@@ -64,11 +67,12 @@ inline constexpr auto kTagNames = MakeTagNames();
 
 } // namespace detail
 
+/* The name of a tag; empty for kUnknown. */
 inline const XmlTagName& NameOf(XmlTag tag) {
     return detail::kTagNames[static_cast<unsigned char>(tag)];
 }
 
-/* Of a name that is not empty; kUnknown for all but those above. */
+/* The tag of a name, or kUnknown. Precondition: the name is not empty. */
 inline XmlTag TagOf(std::string_view name) {
     for (std::size_t i = 0; i < detail::kTagNames.size(); ++i)
         if (detail::kTagNames[i].text == name)

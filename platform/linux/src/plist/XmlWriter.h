@@ -1,7 +1,7 @@
 #ifndef PLATFORM_XMLWRITER_H
 #define PLATFORM_XMLWRITER_H
 
-/* Property lists as XML, byte for byte as a Core Foundation writes them. */
+/* Writes property lists as XML, byte for byte like Core Foundation. */
 
 #include "objects/Object.h"
 
@@ -10,8 +10,8 @@
 
 namespace cf {
 
-/* Nothing when the list holds what is no property list, is nested deeper than kMaximumNesting or
-   becomes longer than kMaximumListSize. Throws std::bad_alloc. */
+/* The text, or nothing if the list contains an object that is not a property list, is nested deeper
+   than kMaximumNesting, or becomes longer than kMaximumListSize. Throws std::bad_alloc. */
 std::optional<std::string> WriteXmlList(const Object* list);
 
 } // namespace cf
