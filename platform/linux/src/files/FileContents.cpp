@@ -24,9 +24,9 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::size_t kChunk = 16384;
-constexpr std::chrono::milliseconds kRetryInterval(20); // before what was short is asked for again
+constexpr std::chrono::milliseconds kRetryInterval(20); // between attempts during a shortage
 
-// Calls a function of the system again as long as signals interrupt it.
+// Repeats a system call as long as signals interrupt it.
 template<typename Call>
 auto Retry(Call call) {
     auto result = call();
@@ -39,8 +39,8 @@ bool IsFileOrDirectory(const struct stat& status) {
     return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
 }
 
-// What the path leads to, when it may be opened. A link out of its file system could lead to where
-// reading acts, as some of the kernel's own files do.
+// Finds the file and returns true if it may be opened. A link to another file system could lead to
+// a file of the kernel that has an effect when it is read.
 bool Find(const char* path, struct stat& found) {
     if (lstat(path, &found) != 0)
         return false;
@@ -86,7 +86,7 @@ bool ReadToEnd(int descriptor, std::size_t maximum, std::vector<std::uint8_t>& b
 
 std::atomic<int> g_readings = 0;
 
-// Shared by the thread that reads and the one that waits for it.
+// A read in progress, shared by the thread that reads and the thread that waits.
 struct Reading {
     Reading(const std::string& file, std::size_t most) : path(file), maximum(most) {
         ++g_readings;
@@ -100,10 +100,10 @@ struct Reading {
     const std::string path;
     const std::size_t maximum;
 
-    std::mutex mutex; // guards what follows
+    std::mutex mutex; // guards the members below
     std::condition_variable doneCondition;
     bool isDone = false;
-    bool failed = false; // for want of memory
+    bool failed = false; // memory was short
     FileContents contents;
 };
 
@@ -132,7 +132,7 @@ bool StartReading(const std::shared_ptr<Reading>& reading) {
     return true;
 }
 
-// One attempt to read the file until then.
+// One attempt to read the file until `end`.
 FileContents TryToRead(steady_clock::time_point end, const std::string& path, std::size_t maximum) {
     FileContents none;
     if (g_readings >= kMaximumPendingReads)
@@ -151,7 +151,8 @@ FileContents TryToRead(steady_clock::time_point end, const std::string& path, st
 
 } // namespace
 
-// Looks before it opens, because opening alone makes some devices act, and again at what it got.
+// Examines the path before open(), because opening some devices has an effect, and again
+// afterwards, because the path may have changed in between.
 FileContents ReadFile(const std::string& path, std::size_t maximum) {
     FileContents contents;
     struct stat found{};

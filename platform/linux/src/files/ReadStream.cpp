@@ -17,7 +17,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kTimeOut = 30s;
-constexpr std::size_t kMaximumBytes = kMaximumFileSize + 1; // the last one tells of more
+constexpr std::size_t kMaximumBytes =
+    kMaximumFileSize + 1; // the last byte shows that the file is too large
 
 bool IsMainThread() noexcept {
     return gettid() == getpid();

@@ -23,7 +23,7 @@ bool EqualArrays(const Object* first, const Object* second) noexcept {
     return same == left->count;
 }
 
-// Members may be changed later, and hashing them all would be dear.
+// Not a hash of the members: they may be changed later, and hashing all of them would be slow.
 std::uint32_t HashArray(const Object* object) noexcept {
     return static_cast<const Array*>(object)->count;
 }
@@ -63,7 +63,7 @@ bool IsInteger(const Object* object) noexcept {
     return number && number->kind == kSignedNumber;
 }
 
-// The one shared array of the integers in this one, of which only the values count.
+// The shared array with the integers of this array, which then holds shared integers, too.
 const Array* ShareIntegers(Array* array) noexcept {
     for (const Object*& slot : std::span(array->slots, array->count)) {
         const Object* shared = SharedInteger(NumberIn(slot)->Signed());
@@ -96,14 +96,14 @@ CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFArrayCal
 
 CFArrayRef CFArrayCreate(CFAllocatorRef, const void** values, CFIndex count,
                          const CFArrayCallBacks*) {
-    const auto memberCount = static_cast<std::size_t>(count); // of a negative one: too large
+    const auto memberCount = static_cast<std::size_t>(count); // a negative count becomes too large
     if (memberCount > cf::kMaximumCapacity || (values == nullptr && count > 0) ||
         std::find(values, values + count, nullptr) != values + count)
         return nullptr;
     auto array = cf::Owned<cf::Array>::Adopt(cf::CreateImmutable({values, memberCount}));
     if (!array || !std::ranges::all_of(cf::RowOf(array.Get()), cf::IsInteger))
         return array.Detach();
-    return cf::ShareIntegers(array.Get()); // who keeps one after another keeps but one
+    return cf::ShareIntegers(array.Get()); // equal arrays that the caller keeps need memory once
 }
 
 CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex,

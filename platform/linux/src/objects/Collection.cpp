@@ -27,7 +27,7 @@ std::uint32_t SlotsInUse(const Collection* collection) noexcept {
     }
 }
 
-// From here on the count is that of the slots still to be emptied.
+// During teardown, the count is the number of slots still to be emptied.
 Collection* BeginTeardown(const Object* object) noexcept {
     auto* collection = static_cast<Collection*>(const_cast<Object*>(object));
     collection->count = SlotsInUse(collection);
@@ -42,8 +42,8 @@ void FreeEmptied(Collection* collection) noexcept {
 
 } // namespace
 
-// Depth first and without recursion: while a member is torn down, the slot that it was taken from
-// holds the way back, to the collection around the one it was in.
+// Depth first, without recursion. While a member collection is torn down, its slot stores the way
+// back: the collection around the one that contains the slot.
 void DestroyCollection(Object* object) noexcept {
     Collection* around = nullptr;
     Collection* current = BeginTeardown(object);

@@ -22,7 +22,8 @@ auto IsFreeIn(const Dictionary* dictionary) noexcept {
     return [dictionary](std::size_t place) { return KeyAt(dictionary, place) == nullptr; };
 }
 
-// The key's place in a mutable dictionary with places, or the free one where it belongs.
+// The place of the key, or the free place where to insert it. Precondition: the dictionary is
+// mutable and its capacity is not 0.
 std::size_t FindPlace(const Dictionary* dictionary, const Object* key) noexcept {
     return Probe(Hash(key), dictionary->capacity, IsFreeIn(dictionary),
                  [&](std::size_t place) { return Equal(KeyAt(dictionary, place), key); });
@@ -49,12 +50,12 @@ bool EqualDictionaries(const Object* first, const Object* second) noexcept {
     return equal;
 }
 
-// Values may be changed later, and hashing them all would be dear.
+// Not a hash of the pairs: values may be changed later, and hashing all of them would be slow.
 std::uint32_t HashDictionary(const Object* object) noexcept {
     return static_cast<const Dictionary*>(object)->count;
 }
 
-// Moves the pairs into a table of that many places, all of them free in the beginning.
+// Moves the pairs to a new table with that many places. Returns false if memory is short.
 bool Resize(Dictionary* dictionary, std::size_t capacity) noexcept {
     if (capacity > kMaximumCapacity)
         return false;
@@ -73,7 +74,7 @@ bool Resize(Dictionary* dictionary, std::size_t capacity) noexcept {
     return true;
 }
 
-// Key and value are retained only when they are put in.
+// Retains the key and the value only if they are stored.
 void Set(Dictionary* dictionary, const Object* key, const Object* value) noexcept {
     if (FindValue(dictionary, key) == nullptr) {
         if (!HasCapacityForOneMore(dictionary->count, dictionary->capacity) &&

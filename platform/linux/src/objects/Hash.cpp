@@ -9,7 +9,8 @@ namespace {
 
 constinit std::atomic<std::uint64_t> g_key{0};
 
-// Drawn by the first who asks. Without random bytes the hash still works, only predictably.
+// The first call draws the key. Without random bytes a constant is used: hashes then work, but are
+// predictable.
 std::uint64_t DrawKey() noexcept {
     std::uint64_t drawn = 0;
     if (getrandom(&drawn, sizeof drawn, GRND_NONBLOCK) != sizeof drawn || drawn == 0)
@@ -42,7 +43,7 @@ std::uint32_t HashBytes(const void* bytes, std::size_t count) noexcept {
         std::memcpy(&word, next, sizeof word);
         hasher.Add(word);
     }
-    if (count > 0) { // what else is in the word comes from these bytes, too
+    if (count > 0) { // the rest of the word is left from the bytes before
         std::memcpy(&word, next, count);
         hasher.Add(word);
     }

@@ -14,7 +14,8 @@ bool FitsSigned64(double value) noexcept {
     return value >= -0x1p63 && value < 0x1p63;
 }
 
-// A real that is an integer equals that integer, so it must hash like it.
+// True if the number is an integer of 64 bits, of either kind. Such a real equals the integer, so
+// both must have the same hash.
 bool IsWholeNumber(NumberValue number, std::int64_t* value) noexcept {
     if (number.kind == kSignedNumber) {
         *value = number.Signed();
@@ -79,7 +80,7 @@ Native ReadNative(const void* address) noexcept {
     return value;
 }
 
-// What the processor makes of a real: the smallest integer where it does not fit.
+// The conversion of the processor: the smallest integer for a real that does not fit.
 template<typename Integer>
 Integer TruncateReal(double value) noexcept {
     constexpr double kLimit = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2;
@@ -87,7 +88,7 @@ Integer TruncateReal(double value) noexcept {
                                      : std::numeric_limits<Integer>::min();
 }
 
-// The narrow types go by way of 32 bits, like the processor's own conversion.
+// 16-bit integers are converted by way of 32 bits, as the processor does.
 template<typename Integer>
 Integer RealAsInteger(double value) noexcept {
     if constexpr (sizeof(Integer) < sizeof(std::int32_t))
@@ -96,7 +97,7 @@ Integer RealAsInteger(double value) noexcept {
         return TruncateReal<Integer>(value);
 }
 
-// The narrow types also take the unsigned values of their width.
+// True if the integer fits. 16-bit integers also accept the unsigned values of their width.
 template<typename Integer>
 bool SurvivesIn(std::int64_t value) noexcept {
     if constexpr (sizeof(Integer) < sizeof(std::int32_t)) {
@@ -114,7 +115,7 @@ bool StoreInteger(NumberValue number, void* address) noexcept {
         stored = RealAsInteger<Integer>(number.Real());
         survived = static_cast<double>(stored) == number.Real();
     } else {
-        // An unsigned number goes by its 64 bits as those of a signed one.
+        // The bits of an unsigned number are converted as those of a signed one.
         stored = static_cast<Integer>(number.Signed());
         survived = SurvivesIn<Integer>(number.Signed());
     }

@@ -8,28 +8,30 @@
 namespace cf {
 namespace {
 
-// The bits of a hash that do not tell the home.
+// The bits of a hash that select the part; the other ones determine the home.
 constexpr unsigned kPartBits = kHashBits - kHomeBits;
-constinit SharedTablePart g_parts[1U << kPartBits] = {}; // GCC 12 leaves it zero without braces
+constinit SharedTablePart g_parts[1U << kPartBits] =
+    {}; // without braces, GCC 12 leaves all bytes 0
 
 } // namespace
 
+// Retains the value unless its count is 0, which means that it is dead.
 bool SharedTablePart::RetainLiving(const Object* value) noexcept {
     std::int32_t count = value->references.load(std::memory_order_relaxed);
     while (count > 0)
         if (value->references.compare_exchange_weak(count, count + 1, std::memory_order_relaxed))
             return true;
-    return count != 0; // so many references that counting has ended
+    return count != 0; // a count that has overflowed: the value is never freed
 }
 
-// An address, as the capacity may be that of other places than these.
+// Computes with integers: the capacity may belong to another table than the pointer.
 void SharedTablePart::PrefetchPlace(std::uint32_t hash) noexcept {
     const auto places = reinterpret_cast<std::uintptr_t>(values_.load(std::memory_order_relaxed));
     const std::size_t home = HomeOf(hash, capacity_.load(std::memory_order_relaxed));
     __builtin_prefetch(reinterpret_cast<const void*>(places + home * sizeof(const Object*)));
 }
 
-// The value that is sought is mostly at its home or at the next place.
+// The value is mostly at its home or at the next place.
 void SharedTablePart::PrefetchValues(std::uint32_t hash) noexcept {
     const std::lock_guard lock(mutex_);
     const std::size_t home = HomeOf(hash, capacity_);
@@ -37,7 +39,7 @@ void SharedTablePart::PrefetchValues(std::uint32_t hash) noexcept {
     __builtin_prefetch(values_[(home + 1) & (capacity_ - 1)], 1);
 }
 
-// Growing may fail as long as a free place is left to end the probes.
+// If growing fails, the table is used as long as a free place is left to end the probes.
 bool SharedTablePart::EnsureCapacity() noexcept {
     return HasCapacityForOneMore(count_, capacity_) || Resize(CapacityFor(count_ + 1)) ||
            count_ + 1 < capacity_;
@@ -45,10 +47,11 @@ bool SharedTablePart::EnsureCapacity() noexcept {
 
 void SharedTablePart::Shrink() noexcept {
     if (capacity_ > kInlineCapacity && count_ * 8 < capacity_)
-        Resize(std::max(CapacityFor(count_ * 2), kInlineCapacity)); // when that fails, another time
+        Resize(std::max(CapacityFor(count_ * 2),
+                        kInlineCapacity)); // on failure the larger table stays in use
 }
 
-// Never to the capacity that it has.
+// Precondition: the capacity differs from the present one.
 bool SharedTablePart::Resize(std::size_t capacity) noexcept {
     const Object** values = inline_;
     if (capacity != kInlineCapacity)

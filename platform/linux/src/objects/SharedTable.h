@@ -36,7 +36,7 @@ public:
     void PrefetchPlace(std::uint32_t hash) noexcept;
     void PrefetchValues(std::uint32_t hash) noexcept;
 
-    // Removes a dead value, unless it was replaced. Frees nothing.
+    // Removes a dead value, unless it was replaced. Does not free the value.
     void Remove(const Object* value) noexcept;
     // For MeasureSharedTable().
     std::size_t Count() noexcept;

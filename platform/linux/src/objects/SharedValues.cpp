@@ -18,7 +18,7 @@
 namespace cf {
 namespace {
 
-// The shared T with that hash that isSame, or the one that make() gives.
+// The shared T with that hash for which isSame(value) is true, or else the result of make().
 template<typename T, typename IsSame, typename Make>
 const T* Share(std::uint32_t hash, IsSame isSame, Make make) noexcept {
     const auto matches = [&](const Object* candidate) {
@@ -32,8 +32,8 @@ const Object* ShareNumber(NumberValue value) noexcept {
     return Share<Number>(HashWord(value.bits), isSame, [=] { return CreateNumber(value); });
 }
 
-// The array of that kind with these slots, which slotAt(index) gives. Its shape follows from its
-// count: two of one kind and count have as many slots.
+// The shared array with these slots, which slotAt(index) returns. The kind and the count determine
+// the number of slots.
 template<typename SlotAt>
 const Array* ShareSlots(CollectionKind kind, std::size_t count, std::size_t slotCount,
                         unsigned pieceBits, SlotAt slotAt) noexcept {
@@ -62,7 +62,7 @@ const Array* ShareSlots(CollectionKind kind, std::size_t count, std::size_t slot
     return Share<Array>(hasher.Value(), isSame, make);
 }
 
-// The array of count members in one row, which memberAt(index) gives.
+// The shared array with these members in one row.
 template<typename SlotAt>
 const Array* ShareRow(std::size_t count, SlotAt memberAt) noexcept {
     return ShareSlots(kImmutableArray, count, count, 0, memberAt);
@@ -70,7 +70,8 @@ const Array* ShareRow(std::size_t count, SlotAt memberAt) noexcept {
 
 const Array* ShareArray(std::span<const Object* const> members) noexcept;
 
-// More members than one row takes. The recursion is as deep as pieces are nested: 6 at most.
+// The shared array of pieces. Precondition: more than kMaximumRowLength members. Recurses at most 6
+// levels.
 const Array* SharePieces(std::span<const Object* const> members) noexcept {
     unsigned pieceBits = kPieceBits;
     while (members.size() > kMaximumRowLength << pieceBits)
@@ -101,7 +102,7 @@ bool StandsBefore(const Pair& left, const Pair& right) noexcept {
     return leftHash != rightHash ? leftHash < rightHash : std::less<>()(left.key, right.key);
 }
 
-// Of a dictionary with these keys and as many values, which valueAt(index) gives in their order.
+// The hash of the dictionary with these keys and the values valueAt(index).
 template<typename ValueAt>
 std::uint32_t HashPairs(const Array* keys, ValueAt valueAt) noexcept {
     WordHasher hasher;
@@ -111,7 +112,7 @@ std::uint32_t HashPairs(const Array* keys, ValueAt valueAt) noexcept {
     return hasher.Value();
 }
 
-// That dictionary.
+// The shared dictionary with these keys and the values valueAt(index).
 template<typename ValueAt>
 const Object* SharePairs(const Array* keys, ValueAt valueAt, std::uint32_t hash) noexcept {
     const std::size_t count = keys->count;

@@ -29,7 +29,7 @@ std::uint32_t HashString(const Object* object) noexcept {
     return HashBytes(text.data(), text.size());
 }
 
-// A string whose text the caller writes before he seals it.
+// A string whose text the caller writes, and then calls Seal().
 String* AllocateString(std::size_t byteCount, std::size_t unitCount,
                        StringKind kind = kValidUtf8) noexcept {
     if (byteCount > std::numeric_limits<std::uint32_t>::max())
@@ -38,6 +38,7 @@ String* AllocateString(std::size_t byteCount, std::size_t unitCount,
                             static_cast<std::uint32_t>(unitCount), kind);
 }
 
+// Stores the hash of the complete text.
 String* Seal(String* string, std::uint32_t hash) noexcept {
     string->SetHashValue(hash);
     string->hasHash = 1;
@@ -102,7 +103,7 @@ String* CreateFromUnits(const UniChar* units, std::size_t count) noexcept {
     return Seal(string);
 }
 
-// Writes the text and its terminator; false when it does not fit.
+// Writes the text and a terminator. False if they do not fit or the text has an unpaired surrogate.
 bool CopyUtf8(const String* string, std::span<char> buffer) noexcept {
     const std::string_view text = TextOf(string);
     if (string->kind != kValidUtf8 || text.size() >= buffer.size())

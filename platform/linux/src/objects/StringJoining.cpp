@@ -1,4 +1,4 @@
-/* Strings made of several others. */
+/* Concatenation of strings. */
 
 #include "objects/Array.h"
 #include "objects/String.h"
@@ -17,7 +17,8 @@ struct FreeMemory {
 };
 using UnitBuffer = std::unique_ptr<UniChar[], FreeMemory>;
 
-// Calls with each string and the separator between each two; false when a member is no string.
+// Calls visit() with each string and with the separator between each two. Stops and returns false
+// at a member that is not a string.
 template<typename Visit>
 bool VisitParts(const Array* strings, const String* separator, Visit visit) noexcept {
     for (std::size_t i = 0; i < strings->count; ++i) {
@@ -34,7 +35,8 @@ bool VisitParts(const Array* strings, const String* separator, Visit visit) noex
 } // namespace
 } // namespace cf
 
-// By way of UTF-16, where the halves of a pair that end one part and begin the next come together.
+// By way of UTF-16: one part may end with the first half of a surrogate pair and the next part
+// begin with the second half, which together are one character.
 CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRef stringArray,
                                              CFStringRef separatorString) {
     const auto* strings = cf::As<cf::Array>(stringArray);
@@ -47,8 +49,8 @@ CFStringRef CFStringCreateByCombiningStrings(CFAllocatorRef allocator, CFArrayRe
         return nullptr;
     if (strings->count == 1)
         return static_cast<CFStringRef>(CFRetain(MemberAt(strings, 0)));
-    const cf::UnitBuffer units(
-        static_cast<UniChar*>(std::malloc((unitCount + 1) * sizeof(UniChar)))); // never of nothing
+    const cf::UnitBuffer units(static_cast<UniChar*>(
+        std::malloc((unitCount + 1) * sizeof(UniChar)))); // malloc(0) may return NULL
     if (units == nullptr)
         return nullptr;
     UniChar* place = units.get();

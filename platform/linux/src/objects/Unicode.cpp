@@ -18,7 +18,8 @@ bool IsContinuation(std::uint8_t byte) noexcept {
     return (byte & 0xC0U) == 0x80U;
 }
 
-// The length of a run of ASCII at the beginning, by pairs of words; what is left is for others.
+// The length of the ASCII at the beginning, in steps of two words; the remaining bytes are not
+// examined.
 std::size_t AsciiWords(std::string_view text) noexcept {
     std::size_t length = 0;
     std::uint64_t words[2];
@@ -30,7 +31,7 @@ std::size_t AsciiWords(std::string_view text) noexcept {
     return length;
 }
 
-// The bytes of the sequence that a byte begins; 0 when it begins none.
+// The length of the sequence that begins with this byte; 0 if none does.
 std::size_t SequenceLength(std::uint8_t lead) noexcept {
     if (lead < 0x80)
         return 1;
@@ -39,8 +40,8 @@ std::size_t SequenceLength(std::uint8_t lead) noexcept {
     return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
 }
 
-// The smallest second byte that is no longer form of a shorter sequence, and the greatest one
-// below the surrogates and the end of Unicode.
+// True for a second byte that makes neither an overlong sequence nor a surrogate nor a value beyond
+// Unicode.
 bool IsSecondByte(std::uint8_t lead, std::uint8_t second) noexcept {
     const std::uint8_t least = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const std::uint8_t greatest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;

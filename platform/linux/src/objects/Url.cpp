@@ -9,7 +9,7 @@
 #include <span>
 #include <string_view>
 
-// The path follows the object, without a trailing slash.
+// A file URL. Its path, without trailing slashes, follows the object.
 struct __CFURL : cf::Object {
     static const cf::Class kClass;
 

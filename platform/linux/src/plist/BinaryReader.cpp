@@ -25,12 +25,12 @@ constexpr std::size_t kTrailerSize = 32;
 
 using Bytes = std::span<const std::uint8_t>;
 
-// Who reads both formats takes what is no binary list for XML, and says so.
+// The text of Core Foundation: it reads a malformed binary list as XML and fails at its first byte.
 [[noreturn]] void Refuse() {
     throw MalformedList("Unexpected character b at line 1");
 }
 
-// The low 64 bits.
+// The value of the bytes, or its lowest 64 bits.
 std::uint64_t BigEndian(Bytes bytes) {
     std::uint64_t value = 0;
     for (const std::uint8_t byte : bytes)
@@ -42,9 +42,9 @@ std::string_view TextOf(Bytes bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// Where things are, checked so far that every offset and number can be looked up.
+// The parts of the file, checked so that each offset in the table can be read.
 struct Layout {
-    Bytes objects; // with the signature, so that offsets count from its beginning
+    Bytes objects; // including the signature, where offsets begin
     Bytes offsets;
     std::size_t offsetSize;
     std::size_t referenceSize;
@@ -65,7 +65,8 @@ Layout ReadLayout(Bytes bytes) {
         Refuse();
     if (table < kSignature.size() || table > body.size())
         Refuse();
-    // Offsets that cannot name every place would allow for more objects than a file can hold.
+    // Offsets too small for the file would allow for a table of more objects than the file can
+    // have.
     if (offsetSize < 8 && table >> (8 * offsetSize) != 0)
         Refuse();
     // The table ends where the trailer begins.
@@ -81,8 +82,9 @@ Layout ReadLayout(Bytes bytes) {
             BigEndian(trailer.subspan(16, 8))};
 }
 
-// The levels of containers in an object, besides itself. Objects are shared, so this is not the
-// depth at which they were met first.
+// The height of an object: the levels of containers in it, including itself. An object may be
+// shared by containers at several depths, so the depth of its first conversion does not limit
+// nesting.
 constexpr int kNotConverted = -1;
 
 struct Converted {
@@ -114,7 +116,7 @@ private:
 
     const Layout layout_;
     ListBuilder& builder_;
-    std::size_t unclaimed_; // bytes that no object has claimed yet
+    std::size_t unclaimed_; // bytes that no object has taken yet
     std::vector<Converted> objects_;
 };
 
@@ -122,7 +124,7 @@ const Converted& BinaryReader::Convert(std::uint64_t number, int depth) {
     if (number >= objects_.size())
         Refuse();
     Converted& object = objects_[number];
-    if (depth > kMaximumNesting) // as is what contains itself
+    if (depth > kMaximumNesting) // also if the object contains itself
         Refuse();
     if (object.height == kNotConverted) {
         const std::uint64_t offset =
@@ -134,8 +136,8 @@ const Converted& BinaryReader::Convert(std::uint64_t number, int depth) {
     return object;
 }
 
-// The unsigned widths are 1, 2 and 4 bytes, the signed ones 8 and 16. Of 16 bytes the lower half
-// counts; the upper one tells whether that is unsigned. Of 8 bytes both are the same.
+// Integers of 1, 2 and 4 bytes are unsigned, those of 8 and 16 signed. Of 16 bytes, the lower half
+// is the value, and it is unsigned if the upper half is 0.
 Value IntegerFrom(Bytes bytes) {
     const std::uint64_t low = BigEndian(bytes);
     const auto value = static_cast<std::int64_t>(low);
@@ -157,7 +159,7 @@ Value DateFrom(Bytes bytes) {
     return Created(SharedDate(time));
 }
 
-// Bytes from 80 on are Latin-1.
+// ASCII; other bytes are read as Latin-1.
 Value AsciiFrom(Bytes bytes) {
     const std::string_view text = TextOf(bytes);
     const auto isHigh = [](std::uint8_t byte) { return byte >= 0x80; };
@@ -173,7 +175,7 @@ Value Utf16From(Bytes bytes) {
     return Created(SharedString(*text));
 }
 
-// What only archives have (null, identifiers, sets) is of a type that nobody asks for.
+// The value for objects that occur in archives only: null, identifiers, sets.
 Value Unusable() {
     return Value::Share(AsObject(kCFNull));
 }
@@ -191,7 +193,7 @@ Value SimpleFrom(unsigned low) {
     }
 }
 
-// The upper half of an object's first byte tells its type, the lower one its size.
+// The upper half of an object's first byte is its type, the lower half its size.
 Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
     std::size_t position = offset;
     const unsigned marker = Take(position, 1, 1)[0];
@@ -225,7 +227,7 @@ Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
         return {Utf16From(Take(position, count, 2)), 0};
     case 0xA:
         return ReadArray(count, Take(position, count, layout_.referenceSize), depth);
-    case 0xB: // an ordered one
+    case 0xB: // ordered set
     case 0xC:
         return ReadSet(count, Take(position, count, layout_.referenceSize), depth);
     case 0xD:
@@ -246,7 +248,7 @@ Converted BinaryReader::ReadArray(std::size_t count, Bytes references, int depth
     return {builder_.EndArray(begin), height + 1};
 }
 
-// Its members must be readable, and are dropped.
+// The members must be well-formed, but are dropped.
 Converted BinaryReader::ReadSet(std::size_t count, Bytes references, int depth) {
     int height = 0;
     for (std::size_t i = 0; i < count; ++i)
@@ -254,9 +256,9 @@ Converted BinaryReader::ReadSet(std::size_t count, Bytes references, int depth) 
     return {Unusable(), height + 1};
 }
 
-// All references to keys stand before those to the values. The first of equal keys counts here, the
-// last one to the builder, so they are added from the end. A key that is no string is left out with
-// its value: nobody asks for it.
+// The references to the keys precede those to the values. Of equal keys the first one is used, but
+// the builder uses the last one, so the pairs are added in reverse. A key that is not a string is
+// ignored with its value.
 Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int depth) {
     builder_.BeginDictionary();
     int height = 0;
@@ -271,7 +273,7 @@ Converted BinaryReader::ReadDictionary(std::size_t count, Bytes references, int 
     return {builder_.EndDictionary(), height + 1};
 }
 
-// A count that does not fit into the marker follows it as an integer object.
+// A count that does not fit into the marker is an integer object behind it.
 std::size_t BinaryReader::TakeCount(std::size_t& position, unsigned low) {
     if (low != 0xF)
         return low;
@@ -281,7 +283,8 @@ std::size_t BinaryReader::TakeCount(std::size_t& position, unsigned low) {
     return BigEndian(Take(position, std::size_t{1} << (marker & 0xF), 1));
 }
 
-// So many items of that size from the position on, which moves behind them.
+// Takes `count` items of `size` bytes and moves the position behind them. Refuses lists of which
+// more bytes are taken than exist, which limits the work for overlapping objects.
 Bytes BinaryReader::Take(std::size_t& position, std::size_t count, std::size_t size) {
     if (position < kSignature.size() || position > layout_.objects.size())
         Refuse();

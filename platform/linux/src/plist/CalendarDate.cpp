@@ -21,7 +21,7 @@ constexpr CFAbsoluteTime AbsoluteTimeOf(sys_seconds time) {
     return static_cast<CFAbsoluteTime>((time - kReference).count());
 }
 
-// A digit stands wherever the pattern has a 0.
+// True if the text has a digit for each 0 of the pattern, and the same characters elsewhere.
 bool FitsPattern(std::string_view text, std::string_view pattern) {
     if (text.size() != pattern.size())
         return false;

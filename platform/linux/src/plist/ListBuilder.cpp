@@ -49,7 +49,7 @@ bool AnyKeyTwice(std::span<const Pair> pairs) noexcept {
     return false;
 }
 
-// Ascending indices, so that a pair is moved forwards only.
+// The indices are ascending, so that the caller can move the pairs in place.
 std::vector<std::size_t> LastOfEachKey(std::span<const Pair> pairs) {
     std::vector<std::size_t> indices(pairs.size());
     std::iota(indices.begin(), indices.end(), std::size_t{0});
@@ -68,7 +68,7 @@ std::vector<std::size_t> LastOfEachKey(std::span<const Pair> pairs) {
 
 } // namespace
 
-// So that most lists need not grow them.
+// Reserves enough for most lists.
 ListBuilder::ListBuilder(bool mutableContainers) : mutable_(mutableContainers) {
     members_.reserve(64);
     pairs_.reserve(64);
@@ -93,7 +93,7 @@ Value ListBuilder::EndArray(std::size_t begin) {
     return array;
 }
 
-// A short one is often the same as the short one before.
+// A short array is often the same as the last short one.
 Value ListBuilder::ShareArray(std::span<const Object* const> members) {
     if (members.size() > kMaximumRowLength)
         return Created(SharedArray(members));
@@ -120,7 +120,7 @@ Value ListBuilder::EndDictionary() {
     return dictionary;
 }
 
-// A list may have very many members of an array, so they are looked up several at a time.
+// An array may have very many dictionaries, so they are looked up several at a time.
 void ListBuilder::AddDictionary() {
     const std::size_t begin = begins_.back();
     const auto pairs = std::span(pairs_).subspan(begin);
@@ -150,13 +150,13 @@ Value ListBuilder::ShareDictionary(std::size_t begin) {
     return mutable_ ? CreateMutableDictionary(pairs) : Created(shape.ShareAndRemember(pairs));
 }
 
-// Most arrays have none pending. Without the check, the call costs reading some 2 %.
+// Mostly nothing is pending. The check avoids a call that slows reading down by about 2 %.
 inline void ListBuilder::SharePending(DictionaryShape& shape) {
     if (shape.PendingCount() > 0)
         shape.SharePending(members_);
 }
 
-// Of a dictionary in so many others, itself included.
+// The shape for a dictionary at that level; the outermost one is at level 1.
 DictionaryShape& ListBuilder::ShapeAt(std::size_t level) noexcept {
     return shapes_[std::min(level, shapes_.size()) - 1];
 }
@@ -176,7 +176,7 @@ void ListBuilder::DropPairs(std::size_t begin) noexcept {
     }
 }
 
-// Keys are shared strings: equal ones are one object. The order of the pairs is of no account.
+// Keys are shared strings, so equal keys are one object. May change the order of the pairs.
 void ListBuilder::KeepLastOfEachKey(std::size_t begin) {
     const auto pairs = std::span(pairs_).subspan(begin);
     if (pairs.size() <= DictionaryShape::kMaximumKeys && !AnyKeyTwice(pairs))

@@ -44,7 +44,8 @@ Bytes ReadFile(cf::ReadStream* stream, CFIndex length) {
     return *bytes;
 }
 
-// What read() gives; when it throws, NULL and the text.
+// Returns the list of read(), which the caller owns. If read() throws, returns NULL and sets the
+// text.
 template<typename Read>
 CFPropertyListRef CreateList(CFStringRef* errorString, Read read) noexcept {
     if (errorString != nullptr)

@@ -19,7 +19,7 @@ std::vector<UniChar> UnitsOf(std::string_view bytes, ByteOrder order) {
     return units;
 }
 
-// A0 to BF: the euro sign and the letters that Latin-1 lacks.
+// A0 to BF: here are the euro sign and the letters that Latin-1 lacks.
 constexpr char16_t kLatin9Characters[] = {0xA0,  0xA1, 0xA2, 0xA3, 0x20AC, 0xA5,  0x160, 0xA7,
                                           0x161, 0xA9, 0xAA, 0xAB, 0xAC,   0xAD,  0xAE,  0xAF,
                                           0xB0,  0xB1, 0xB2, 0xB3, 0x17D,  0xB5,  0xB6,  0xB7,

@@ -23,7 +23,7 @@ char* Append(char* text, std::string_view piece) {
     return std::ranges::copy(piece, text).out;
 }
 
-// "&#65;" or "&#x41;". Returns its length.
+// Writes the character of "&#65;" or "&#x41;" and returns the length of the entity.
 std::size_t ResolveNumericEntity(const XmlSlice& entity, char*& text) {
     constexpr char32_t kTooLarge = 0x110000;
     const std::string_view view = entity.View();
@@ -49,7 +49,7 @@ std::size_t ResolveNumericEntity(const XmlSlice& entity, char*& text) {
     return index + 1;
 }
 
-// Writes what the entity stands for and returns its length.
+// Writes the character of the entity and returns the length of the entity.
 std::size_t ResolveEntity(const XmlSlice& entity, char*& text) {
     const std::string_view view = entity.View();
     if (view.starts_with("&#"))
@@ -84,7 +84,8 @@ std::size_t PlainLength(std::string_view view) {
     return static_cast<std::size_t>(std::ranges::find_if(view, isMarkup) - view.begin());
 }
 
-// The length of the text up to its closing tag or the end of the slice.
+// Writes the resolved text. Returns its length in the source: up to its closing tag or the end of
+// the slice.
 std::size_t Resolve(XmlSlice rest, char*& text) {
     const std::size_t begin = rest.begin;
     while (true) {

@@ -14,8 +14,8 @@ namespace cf {
 
 namespace {
 
-// By their names in lower case, without '-' and '_'; null for UTF-8. A text that claims to be ASCII
-// may have bytes from 80 on, as any string of that encoding.
+// The encodings by their simplified names; null for UTF-8. ASCII is read as Latin-1, as in binary
+// lists.
 const struct {
     std::string_view name;
     const CharacterSet* set;
@@ -26,6 +26,7 @@ const struct {
     {"cp1252", &kWindows1252},
 };
 
+// The name in lower case, without '-' and '_'.
 std::string Simplified(std::string_view name) {
     std::string simplified;
     for (const char character : name)
@@ -36,7 +37,7 @@ std::string Simplified(std::string_view name) {
     return simplified;
 }
 
-// What stands in quotes at the beginning, or else up to a blank or the end of the declaration.
+// The value in quotes, or else the text up to white space or the end of the declaration.
 std::string_view AttributeValue(std::string_view text) {
     const bool isQuoted = text.starts_with('"') || text.starts_with('\'');
     const std::size_t end = isQuoted ? text.find(text.front(), 1) : text.find_first_of(" \t\r\n?>");
@@ -45,7 +46,7 @@ std::string_view AttributeValue(std::string_view text) {
     return isQuoted ? text.substr(1, end - 1) : text.substr(0, end);
 }
 
-// The name in encoding="name" of the declaration; "utf-8" when there is none.
+// The name in encoding="name" of the declaration; "utf-8" if there is none.
 std::string_view DeclaredEncoding(std::string_view text) {
     constexpr std::string_view kBeginning = "<?xml";
     constexpr std::string_view kAttribute = "encoding=";

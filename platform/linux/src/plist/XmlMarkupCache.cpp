@@ -9,7 +9,8 @@ namespace cf {
 
 namespace {
 
-// Of the last key and the length, in which two of a list mostly differ.
+// Hashes the end, which has the last key, and the length: in these the markup of a list mostly
+// differs.
 std::size_t HashOf(std::string_view source) {
     const std::size_t hashed = std::min<std::size_t>(source.size(), 64);
     return HashBytes(source.end() - hashed, hashed) + source.size();
@@ -26,7 +27,8 @@ void XmlMarkupCache::Add(const XmlMarkup& markup) {
     last_ = &entry;
 }
 
-// Entries that were replaced may still be successors: they match their new text only.
+// An entry that was replaced may still be the successor of another one. That is safe: it matches
+// its new text only.
 XmlMarkupCache::Entry& XmlMarkupCache::FindOrAdd(const XmlMarkup& markup) {
     const auto isFree = [this](std::size_t slot) { return slots_[slot] == 0; };
     const auto isSought = [&](std::size_t slot) {

@@ -41,7 +41,7 @@ char* WriteScalarEnd(char* out) {
     return out + 1;
 }
 
-// The bytes of a text that are copied as they are: ASCII without NUL and markup.
+// Marks the bytes that cannot be copied unchanged: NUL, markup and those that are not ASCII.
 std::uint64_t FindSpecialBytes(std::uint64_t word) {
     return HighBytes(word) | BytesEqual(word, '<') | BytesEqual(word, '&') | BytesEqual(word, '\0');
 }
@@ -75,7 +75,7 @@ std::optional<XmlBatch> XmlNormalizer::NextBatch() {
     return XmlBatch{buffer_.get(), Length(), reopened, containers_.Depth()};
 }
 
-// Markup of which a part stands in the batch before is not cached.
+// Markup that begins in the batch before is not cached.
 void XmlNormalizer::BeginBatch() {
     ++batches_;
     out_ = buffer_.get();
@@ -92,7 +92,7 @@ void XmlNormalizer::EndBatch() {
     *out_ = '\0';
 }
 
-// The last scalar may be one whose closing tag is at fault.
+// The XmlFault may come from the closing tag of the scalar itself; its content is then written.
 std::size_t XmlNormalizer::FindInSource(std::size_t place) const {
     XmlNormalizer again({begin_, end_}, batchLength_);
     while (again.batches_ + 1 < batches_)
@@ -107,7 +107,8 @@ std::size_t XmlNormalizer::FindInSource(std::size_t place) const {
     return again.PlaceOf(again.lastContent_.source + (copied - again.lastContent_.normalForm));
 }
 
-// Texts have no NUL. It is looked for once, however many texts stand before it.
+// The next NUL, which ends a text. The result is reused for all texts before it, or reading would
+// not be linear.
 const char* XmlNormalizer::TextEnd(const char* text) {
     if (nul_ == nullptr || nul_ < text)
         nul_ = std::find(text, end_, '\0');
@@ -116,7 +117,7 @@ const char* XmlNormalizer::TextEnd(const char* text) {
 
 // ---- Between tags ----
 
-// Mostly a line begins, and is indented by tabs.
+// The fast path: a new line, indented by tabs.
 inline void XmlNormalizer::SkipWhiteSpace() {
     const char* next = next_;
     if (end_ - next > 8 && *next == '\n')
@@ -177,7 +178,8 @@ void XmlNormalizer::SkipDocumentType() {
     next_ += end + 1;
 }
 
-// At the end of the text, or at a '<' there: behind blanks at the very end, nothing is missed.
+// The next byte is the end, a NUL, or a '<' at the end. Behind white space at the end, the error is
+// not that an element is missing.
 void XmlNormalizer::RefuseEnd() const {
     if (containers_.IsEmpty())
         RefuseWith("No XML content found");
@@ -186,7 +188,7 @@ void XmlNormalizer::RefuseEnd() const {
     RefuseWith(kUnexpectedEnd);
 }
 
-// Where no element stands, the container may lack one.
+// Throws if the innermost container still needs a value. Called where there is no element.
 void XmlNormalizer::RefuseIfIncomplete() const {
     if (key_)
         RefuseAt(From(next_), "Value missing for key inside <dict> at line ");
@@ -203,7 +205,7 @@ void XmlNormalizer::RefuseCharacter() const {
 
 // ---- Tags ----
 
-// Takes the next tag, with the whole element if it is no container.
+// Reads the next tag, and the whole element if it is not a container.
 void XmlNormalizer::TakeNext() {
     if (!TakeCachedMarkup()) {
         FindTag();
@@ -212,8 +214,8 @@ void XmlNormalizer::TakeNext() {
     isComplete_ = containers_.IsEmpty();
 }
 
-// Takes the scalar behind it, too. Returns false if the markup is not cached, or if a part of it
-// has been read: behind a key the same text means something else.
+// Reads cached markup and the scalar behind it. Returns false if the markup is not cached, or if a
+// part of it was already read: behind a key, the same text has another meaning.
 inline bool XmlNormalizer::TakeCachedMarkup() {
     if (next_ != markup_.source)
         return false;
@@ -237,7 +239,7 @@ inline void XmlNormalizer::TakeTag() {
         TakeAnyTag();
 }
 
-// A tag as most are written, recognised by one word. Returns false for all others.
+// Reads one of the most frequent tags, compared as one word. Returns false for all others.
 inline bool XmlNormalizer::TakeUsualTag() {
     if (end_ - next_ <= 8)
         return false;
@@ -285,7 +287,7 @@ void XmlNormalizer::TakeAnyTag() {
     }
 }
 
-// Up to the first '>', also inside quotes.
+// The tag ends at the first '>', even inside quotes.
 XmlNormalizer::OpeningTag XmlNormalizer::ReadOpeningTag() const {
     const XmlSlice rest = From(next_).From(1);
     const std::size_t end = rest.View().find('>');
@@ -332,7 +334,7 @@ inline void XmlNormalizer::TakeClosingTag(XmlTag tag) {
         TakeAnyClosingTag(tag);
 }
 
-// Around the list it is enough that there are too few bytes for the closing tag.
+// The list is also cut off if too few bytes are left for "</plist>".
 void XmlNormalizer::TakeAnyClosingTag(XmlTag tag) {
     const XmlSlice place = From(next_);
     const std::string_view name = NameOf(tag).text;
@@ -381,7 +383,7 @@ inline void XmlNormalizer::BeginContainer(XmlTag tag) {
     key_.reset();
 }
 
-// Returns where the content goes.
+// Writes the beginning of a scalar; returns the place for its content.
 inline char* XmlNormalizer::BeginScalar(XmlTag tag) {
     CheckPlace();
     char* const out = WriteKey(out_);
@@ -389,7 +391,7 @@ inline char* XmlNormalizer::BeginScalar(XmlTag tag) {
     return out + 1;
 }
 
-// Makes what was written up to there a part of the normal form.
+// Commits a scalar that was written up to `out`.
 inline void XmlNormalizer::EndScalar(char* out) {
     key_.reset();
     out_ = out;
@@ -460,7 +462,7 @@ inline void XmlNormalizer::CacheMarkup(XmlTag tag, const char* content, const ch
                 .after = containers_.CurrentPath()});
 }
 
-// The processor itself loads ahead only to the end of a page of memory.
+// The prefetcher of the processor stops at the end of a page.
 void XmlNormalizer::PrefetchSource() {
     constexpr std::ptrdiff_t kLine = 64;
     constexpr std::ptrdiff_t kStep = 16 * kLine;
@@ -471,9 +473,9 @@ void XmlNormalizer::PrefetchSource() {
     }
 }
 
-// Takes the content and the closing tag of a scalar, of which the beginning was written up to out.
-// The scalar is written before its closing tag is checked: what is wrong with the content comes
-// first.
+// Reads the content and the closing tag of a scalar whose beginning was written up to `out`.
+// Commits the scalar before it checks the closing tag, because an error in the content must be
+// reported first.
 inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* out) {
     const bool isText = tag == XmlTag::kString || tag == XmlTag::kKey;
     lastContent_ = {content, out};
@@ -488,8 +490,8 @@ inline void XmlNormalizer::TakeContent(XmlTag tag, const char* content, char* ou
     markupPath_ = containers_.CurrentPath();
 }
 
-// Copies the content of a number, date or data. A byte in it that would end it in the normal form
-// is no ASCII, which none of them takes: it is refused as when the normal form is read.
+// Copies the content of a number, date or data. A kScalarEnd in it would end the scalar in the
+// normal form. None of the types accepts such a byte, so ReadNumber() throws the error that fits.
 inline char* XmlNormalizer::CopyNumber(XmlTag tag, const char*& in, char* out) const {
     const char* const content = in;
     out = CopyPlain(in, out);
@@ -518,7 +520,7 @@ void XmlNormalizer::TakeBoolean(XmlTag tag, const char* content) {
     TakeClosingTag(tag);
 }
 
-// Most texts are plain and need only be copied.
+// Most texts are plain ASCII and only copied.
 inline char* XmlNormalizer::CopyText(const char*& in, char* out) {
     const char* const content = in;
     char* const end = CopyPlain(in, out);
@@ -536,7 +538,8 @@ char* XmlNormalizer::ResolveText(const char*& in, char* out) {
     return out + data.textLength;
 }
 
-// Copies ASCII up to markup or a NUL, by words that may be written beyond it.
+// Copies ASCII up to markup or a NUL. Writes whole words, so up to 7 bytes behind the result
+// change.
 inline char* XmlNormalizer::CopyPlain(const char*& in, char* out) const {
     while (end_ - in >= 8) {
         const std::uint64_t word = LoadWord(in);

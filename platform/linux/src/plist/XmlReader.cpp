@@ -30,11 +30,11 @@ public:
     Value Read();
 
 private:
-    // One that is being read, which may take several batches.
+    // A container that is being read, perhaps over several batches.
     struct Container {
         XmlTag tag;
-        std::size_t begin; // of an array's members
-        const Object* key; // in the dictionary around it, or null
+        std::size_t begin; // of an array: see ListBuilder::BeginArray
+        const Object* key; // in the dictionary around the container, or null
     };
 
     void ReadBatch(const XmlBatch& batch);
@@ -49,7 +49,7 @@ private:
     XmlTag Tag() const {
         return containers_[depth_].tag;
     }
-    // These move on behind what they read.
+    // These functions move `text` behind what they read.
     const Object* TakeKey(const char*& text) const;
     Value ReadScalar(const char*& text);
     Value TakeInteger(const char*& text);
@@ -63,7 +63,8 @@ private:
     Value root_;
 };
 
-// A value at fault stands before the place where the text breaks off.
+// The normalizer throws a fault of its own only after the batch before it was read, so the first
+// fault of the document is reported.
 Value XmlReader::Read() {
     while (const auto batch = normalizer_.NextBatch()) {
         try {
@@ -77,7 +78,7 @@ Value XmlReader::Read() {
     return std::move(root_);
 }
 
-// What is open since an earlier batch is read from the innermost container outwards.
+// Containers that an earlier batch opened are read from the innermost one outwards.
 void XmlReader::ReadBatch(const XmlBatch& batch) {
     pugi::xml_document document;
     ParseBatch(document, batch);
@@ -93,8 +94,8 @@ void XmlReader::ReadBatch(const XmlBatch& batch) {
     CloseDownTo(batch.openAtEnd);
 }
 
-// The node and its next siblings. A container is closed only when something follows it: the next
-// batch may continue it.
+// Reads the node and its next siblings. A container is closed only when something follows it,
+// because the next batch may continue it.
 void XmlReader::ReadNodes(pugi::xml_node node, std::size_t depth) {
     for (; node; node = node.next_sibling()) {
         CloseDownTo(depth);
@@ -113,7 +114,7 @@ void XmlReader::ReadContainer(pugi::xml_node container, std::size_t depth) {
     ReadNodes(container.first_child(), depth + 1);
 }
 
-// What stands in a container before, between or behind others.
+// Reads the scalars of a text, which is in a container before, between or behind others.
 void XmlReader::ReadScalars(const char* text) {
     if (Tag() != XmlTag::kDict) {
         while (*text != '\0')
@@ -149,7 +150,7 @@ void XmlReader::CloseInnermost() {
         Add(container.key, std::move(root_));
 }
 
-// To the innermost container.
+// Adds a value to the innermost container.
 void XmlReader::Add(const Object* key, Value value) {
     switch (Tag()) {
     case XmlTag::kDict:

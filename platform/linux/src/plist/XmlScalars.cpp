@@ -42,7 +42,7 @@ unsigned DigitOfInteger(const XmlSlice& place, unsigned base) {
     return static_cast<unsigned>(digit);
 }
 
-// The greatest absolute values of both signs.
+// The maximum absolute values of both signs.
 constexpr std::uint64_t kMostNegative = std::uint64_t{1} << 63;
 constexpr std::uint64_t kMostPositive = std::numeric_limits<std::uint64_t>::max();
 
@@ -100,7 +100,7 @@ Value ReadReal(const XmlSlice& content) {
     const char* end = text.data() + text.size();
     double value = 0;
     const auto result = std::from_chars(text.data() + index, end, value);
-    // A "nan(...)" would be taken, too.
+    // from_chars() accepts "nan(...)", which is malformed here.
     if (result.ec != std::errc() || result.ptr != end || text.ends_with(')'))
         RefuseAt(content, "Encountered misformatted real on line ");
     return Created(SharedReal(value));

@@ -30,7 +30,7 @@ constexpr std::string_view kHeader = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>
                                      "<plist version=\"1.0\">\n";
 constexpr std::string_view kTrailer = "</plist>\n";
 
-// Each function that can fail returns whether all could be written.
+// A function that returns bool returns false if the list cannot be written.
 class XmlWriter {
 public:
     bool WriteList(const Object* list);
@@ -58,8 +58,8 @@ private:
     std::string text_;
 };
 
-// A run of text without characters to escape ends where an unpaired surrogate stands, which
-// generalized UTF-8 encodes as ED A0..BF and one byte more.
+// The run up to its first unpaired surrogate, which generalized UTF-8 encodes as ED A0..BF and one
+// more byte.
 std::string_view UpToUnpairedSurrogate(std::string_view run) {
     for (std::size_t i = run.find('\xED'); i < run.size(); i = run.find('\xED', i + 1))
         if (static_cast<unsigned char>(run[i + 1]) >= 0xA0)
@@ -97,7 +97,7 @@ std::string RealText(double value) {
     return {text.data(), result.ptr};
 }
 
-// Three bytes as four digits; of fewer bytes, the rest as '='.
+// Four digits for three bytes. Missing bytes become '='.
 std::array<char, 4> Base64Group(std::span<const std::uint8_t> bytes) {
     constexpr std::string_view kDigits =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -110,7 +110,7 @@ std::array<char, 4> Base64Group(std::span<const std::uint8_t> bytes) {
     return group;
 }
 
-// Lines of base64 have at most 8 tabs, and with them 76 columns of 8 to a tab.
+// Lines of base64 have at most 8 tabs and, with 8 columns for a tab, at most 76 columns.
 constexpr int kMaximumDataIndent = 8;
 
 std::size_t Base64BytesPerLine(int indent) {
@@ -119,7 +119,7 @@ std::size_t Base64BytesPerLine(int indent) {
 
 using KeyAndValue = std::pair<const String*, const Object*>;
 
-// In the order of the keys; nothing when one of them is no string.
+// The pairs in the order of their keys; nothing if a key is not a string.
 std::optional<std::vector<KeyAndValue>> SortedPairs(const Dictionary* dictionary) {
     std::vector<KeyAndValue> pairs;
     pairs.reserve(dictionary->count);
