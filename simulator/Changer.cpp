@@ -24,7 +24,7 @@ Changer::Changer(const ChangerConfig& config, Events& events, std::function<void
     : guid_(config.guid), events_(events), changed_(std::move(changed)), clock_(std::move(clock)),
       ready_(config.ready), slots_(config.slots), mechanics_(config.drives) {}
 
-// ---- What the user does ----
+// ---- Commands of the user ----
 
 void Changer::SetReady(bool ready) {
     const Section section(*this);
@@ -121,7 +121,7 @@ void Changer::RequestAbort(const std::string& client, bool create) {
     NoteChange();
 }
 
-// ---- What clients request ----
+// ---- Requests of clients ----
 
 MountOutcome Changer::Mount(const MountRequest& request) {
     const Section section(*this);
@@ -257,7 +257,7 @@ bool Changer::WaitForChange(std::uint64_t generation, TimePoint deadline, std::s
     }) && !closed_;
 }
 
-// ---- What the file system needs ----
+// ---- Functions for the file system ----
 
 std::vector<std::shared_ptr<const Volume>> Changer::MediaRoots() {
     const Section section(*this);
@@ -313,7 +313,7 @@ void Changer::WaitForDisc(const std::shared_ptr<Volume>& volume, EntryIndex entr
     FindDisc(volume->slot)->waiters.push_back({volume->id, entry, std::move(callback)});
 }
 
-// ---- Small helpers ----
+// ---- Helpers ----
 
 Changer::Disc* Changer::FindDisc(SlotIndex slot) {
     return const_cast<Disc*>(std::as_const(*this).FindDisc(slot));

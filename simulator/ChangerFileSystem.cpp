@@ -19,14 +19,14 @@ namespace simulator {
 
 namespace {
 
-// Enough that a folder read from a slow disk does not hold up the rest.
+// Reading a folder from a slow disk blocks one thread; the others continue.
 constexpr int kThreads = 4;
 
-// True if the mount point had to be made.
+// Creates the mount point if it is missing. True if it was created.
 bool PrepareMountPoint(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0 && errno == ENOTCONN)
-        umount2(path.c_str(), MNT_DETACH); // its server was killed
+        umount2(path.c_str(), MNT_DETACH); // left by a killed simulator
     std::error_code error;
     const bool made = std::filesystem::create_directories(path, error);
     if (error)
@@ -101,7 +101,7 @@ void ChangerFileSystem::Serve() {
     std::free(buffer.mem);
 }
 
-// One request; false when there will be no more.
+// Receives and processes one request. False at the end of the session.
 bool ChangerFileSystem::ReceiveAndProcess(fuse_buf& buffer) {
     {
         const std::lock_guard guard(receiveLock_);

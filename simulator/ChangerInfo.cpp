@@ -1,4 +1,4 @@
-// How the model of a changer looks from outside: in notifications, and on the user's terminal.
+// The state of a changer as a notification and as output.
 
 #include "simulator/Changer.h"
 
@@ -12,7 +12,7 @@ namespace simulator {
 
 namespace {
 
-// Wide indices are sent with the sign that their 16 bits have, as clients do.
+// Indices of 16 bits are sent as signed integers, as clients send them.
 std::int16_t ToWire(std::size_t index) {
     return static_cast<std::int16_t>(static_cast<std::uint16_t>(index));
 }
@@ -62,7 +62,7 @@ Value Changer::MakeMediaInfo(SlotIndex slot) const {
 }
 
 std::uint32_t Changer::MountState(SlotIndex slot) const {
-    constexpr std::uint32_t kWaitsForRobot = 0x40; // in its slot: not counted as mounted
+    constexpr std::uint32_t kWaitsForRobot = 0x40; // the disc is in its slot, so not mounted
     switch (mechanics_.PhaseOf(slot)) {
     case Phase::InSlot:
         return IsLoadQueued(slot) ? kWaitsForRobot : 0;

@@ -1,4 +1,4 @@
-// How the discs of a changer come to drives and back, and what becomes of who waits for them.
+// Moves discs between slots and drives, and serves the waiters.
 
 #include "simulator/Changer.h"
 
@@ -132,8 +132,7 @@ void Changer::FinishListing(const Waiter& waiter) {
     events_.Report("listed", Describe(*volume, waiter.entry));
 }
 
-// The first wanted disc gets a drive; one has to be emptied first if none is. True if the robot has
-// begun anything.
+// Begins to load the first queued disc, or to empty a drive for it. True if a move has begun.
 bool Changer::BeginNextLoad() {
     if (loadQueue_.empty() || !mechanics_.IsRobotIdle())
         return false;
@@ -168,7 +167,8 @@ bool Changer::CanBeEmptied(DriveIndex drive) const {
     return mechanics_.PhaseOf(slot) == Phase::Readable && !disc.holder && disc.waiters.empty();
 }
 
-// An empty drive before the one whose disc was used longest ago.
+// Prefers an empty drive, then the drive whose disc was least recently used. None if no drive is
+// free.
 std::optional<DriveIndex> Changer::ChooseDrive(std::optional<DriveIndex> wished) const {
     std::optional<DriveIndex> chosen;
     std::uint64_t oldestUse = UINT64_MAX;

@@ -46,7 +46,7 @@ FileSystemOptions ReadFileSystemOptions(const Arguments& arguments) {
     return options;
 }
 
-// Makes the content of each partition in turn.
+// Makes the content of the partitions of one disc.
 class ContentReader {
 public:
     explicit ContentReader(const Arguments& arguments) : arguments_(arguments) {
@@ -131,7 +131,7 @@ void CheckFaultTarget(const std::string& target, FaultKind kind) {
         throw CommandError("on=notification does not support do=" + std::string(FaultName(kind)));
 }
 
-// A move that has begun is no refusal.
+// A move that has begun (UnderWay) is no refusal.
 void ThrowIfRefused(const Outcome& outcome) {
     if (outcome.code != ReplyCode::Success && outcome.code != ReplyCode::UnderWay)
         throw CommandError(outcome.text);
@@ -323,7 +323,7 @@ void Control::Push(const Arguments& arguments) {
             publisher.MarkTogether();
         else
             publisher.Mark(kAllNotifications);
-        publisher.Flush(); // or the next one would share its turn
+        publisher.Flush(); // without it, the next iteration would send both at once
     }
 }
 
@@ -387,7 +387,7 @@ void Control::ClearFaults(const Arguments&) {
     simulator_.Faults().Clear();
 }
 
-// ---- Looking ----
+// ---- Output ----
 
 void Control::Show(const Arguments& arguments) {
     std::optional<SlotIndex> slot;

@@ -31,7 +31,8 @@ WakeEvent::WakeEvent() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 }
 
 void WakeEvent::Signal() const {
-    eventfd_write(event_.Get(), 1); // fails only when it rings already
+    eventfd_write(event_.Get(),
+                  1); // fails only if the counter is at its maximum, so already readable
 }
 
 void WakeEvent::Reset() const {

@@ -25,7 +25,8 @@ void Events::SetKinds(std::optional<std::set<std::string, std::less<>>> kinds) {
 
 void Events::Write(std::string line) {
     line += '\n';
-    WriteAll(descriptor_, line); // if nobody reads any more, the end of the input will follow
+    WriteAll(descriptor_,
+             line); // an error means that the reader has ended; standard input ends then, too
 }
 
 } // namespace simulator

@@ -28,7 +28,7 @@ FileSystemOperations& OperationsOf(fuse_req_t request) {
     return *static_cast<FileSystemOperations*>(fuse_req_userdata(request));
 }
 
-// Runs a handler; libfuse is C, so that nothing may be thrown through it.
+// Calls a handler and replies to its exceptions, which must not pass through libfuse, a C library.
 template<typename Handler>
 void Guard(fuse_req_t request, const Handler& handler) noexcept {
     try {
@@ -46,7 +46,7 @@ const fuse_lowlevel_ops& FuseOperations() {
     static const fuse_lowlevel_ops operations = [] {
         fuse_lowlevel_ops table = {};
         table.init = [](void*, fuse_conn_info* connection) {
-            // Requests are taken without blocking, which splicing would not do.
+            // The session's descriptor is non-blocking; receiving by splice() would block.
             connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ);
         };
         table.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
@@ -80,7 +80,7 @@ const fuse_lowlevel_ops& FuseOperations() {
     return operations;
 }
 
-// ---- Requests that are answered at once ----
+// ---- Requests with an immediate reply ----
 
 void FileSystemOperations::Lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
     const auto directory = Find(parent);
@@ -93,7 +93,7 @@ void FileSystemOperations::Lookup(fuse_req_t request, fuse_ino_t parent, const c
     entry.ino = found->number;
     entry.attr = Describe(*found);
     entry.attr_timeout = CacheTimeout(*found);
-    // A media root comes and goes: only what lies below one keeps its name.
+    // Media roots appear and disappear, so the kernel may cache only names below a media root.
     entry.entry_timeout = directory->IsRoot() ? 0.0 : CacheTimeout(*found);
     fuse_reply_entry(request, &entry);
 }
@@ -153,7 +153,7 @@ void FileSystemOperations::ReadFile(fuse_req_t request, fuse_ino_t number, size_
     fuse_reply_buf(request, content.data(), content.size());
 }
 
-// ---- Requests that may have to wait for the disc ----
+// ---- Requests that may wait for the disc ----
 
 void FileSystemOperations::OpenFolder(fuse_req_t request, fuse_ino_t number,
                                       const fuse_file_info& file) {
@@ -182,7 +182,7 @@ void FileSystemOperations::ReplyOpenFolder(fuse_req_t request, fuse_file_info fi
         file.fh = ++lastHandle_;
         open_.emplace(file.fh, std::move(directory));
     }
-    if (fuse_reply_open(request, &file) != 0) { // whoever opened it has been killed
+    if (fuse_reply_open(request, &file) != 0) { // the caller was killed; no release will follow
         const std::lock_guard guard(lock_);
         open_.erase(file.fh);
     }

@@ -16,8 +16,8 @@ namespace simulator {
 
 namespace {
 
-constexpr int kPollInterval = 1; // milliseconds until a peer is asked again what it has read
-constexpr int kPause = 10;       // milliseconds until descriptors may be free again
+constexpr int kPollInterval = 1; // milliseconds between two checks of what the peer has read
+constexpr int kPause = 10;       // milliseconds to wait when no descriptor is free
 constexpr int kBacklog = 128;
 
 [[noreturn]] void ThrowErrno(const std::string& what) {
@@ -41,7 +41,7 @@ Descriptor Listen(const std::string& path) {
     return socket;
 }
 
-// Waits for the socket; false when the bell rings.
+// Polls the socket; false if `stop` is signalled.
 bool Wait(int socket, short events, int milliseconds, const WakeEvent& stop) {
     pollfd sources[] = {{socket, events, 0}, {stop.Get(), POLLIN, 0}};
     poll(sources, 2, milliseconds);
@@ -60,7 +60,7 @@ ListeningSocket::~ListeningSocket() {
 Descriptor ListeningSocket::Accept() const {
     Descriptor client(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (client.Get() < 0 && (errno == EMFILE || errno == ENFILE))
-        poll(nullptr, 0, kPause); // the client stays in the queue, and poll would not wait for it
+        poll(nullptr, 0, kPause); // the client stays pending, so poll() would return at once
     return client;
 }
 

@@ -14,7 +14,7 @@ namespace simulator {
 
 namespace {
 
-// Further clients wait until others end; clients that never asked anything are made to.
+// At the limit, the oldest client without a request is disconnected for the next one.
 constexpr std::size_t kMaximumConnections = 512;
 
 std::string MakeFieldName(const std::string& key) {
@@ -85,7 +85,7 @@ void MessageServer::Accept() {
     }
 }
 
-// The one that came first. Its thread then finds the end of the stream.
+// Shuts down the oldest connection without a request; its thread then reads the end of the stream.
 void MessageServer::DropIdleConnection() {
     for (Connection& connection : connections_) {
         const std::lock_guard guard(connection.lock);
@@ -107,7 +107,7 @@ void MessageServer::Serve(Connection& connection, const Descriptor& client,
     Fields description = Fields().Add("connection", number);
     services_.events.Report("connect", description);
     if (TakeFault({"connection"}, description)) {
-        AwaitRequest(client.Get()); // and close with it unread
+        AwaitRequest(client.Get()); // closing with unread data resets the connection
     } else {
         FrameReader reader;
         while (ReceiveRequests(connection, client.Get(), description, reader)) {
@@ -117,7 +117,7 @@ void MessageServer::Serve(Connection& connection, const Descriptor& client,
     services_.events.Report("disconnect", description);
 }
 
-// Waits for bytes and answers what they complete; false when the connection is to be closed.
+// Receives bytes and answers the complete requests. False if the connection must be closed.
 bool MessageServer::ReceiveRequests(Connection& connection, int client, Fields& description,
                                     FrameReader& reader) {
     std::string bytes;

@@ -14,7 +14,7 @@ namespace simulator {
 
 namespace {
 
-constexpr int kPollInterval = 1; // milliseconds; what a peer has read wakes nobody
+constexpr int kPollInterval = 1; // milliseconds; poll() does not report that a peer has read
 
 bool HasHungUp(int socket) {
     char byte;
@@ -140,7 +140,7 @@ void NotificationServer::SendQueued() {
     progress_.notify_all();
 }
 
-// Sends what can go now; false if the subscriber is gone.
+// Sends until the socket would block or the peer must read first. False if the connection is lost.
 bool NotificationServer::SendQueuedTo(Subscriber& subscriber) {
     const int socket = subscriber.socket.Get();
     while (!subscriber.queue.empty()) {

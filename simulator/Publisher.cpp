@@ -7,7 +7,7 @@ namespace simulator {
 
 namespace {
 
-// In the order in which they are sent.
+// In the order of sending.
 constexpr std::array<std::pair<Notifications, const char*>, 3> kNotificationKeys = {
     {{kChangerList, "changer list"},
      {kRootPreferences, "root preferences"},

@@ -27,7 +27,7 @@ std::string RequiredString(const Value& request, const char* key) {
     return std::move(*text);
 }
 
-// Wide indices come with the sign that their 16 bits have.
+// Indices of 16 bits arrive as signed integers.
 std::uint16_t RequiredIndex(const Value& request, const char* key) {
     return static_cast<std::uint16_t>(RequiredInteger(request, key));
 }
@@ -48,8 +48,8 @@ Value MakeReply(const Outcome& outcome) {
     return reply;
 }
 
-// Tries again whenever something has moved, until the answer is no longer "busy" or the changer's
-// patience ends.
+// Repeats the attempt after each change of the model, until the outcome is neither Busy nor
+// UnderWay or the changer's time-out is over.
 template<typename Attempt>
 auto RetryUntilTimeout(Changer& changer, std::stop_token stop, const Attempt& attempt) {
     const TimePoint deadline = std::chrono::steady_clock::now() + changer.CurrentTiming().timeout;
@@ -89,7 +89,7 @@ Value EjectDisc(const KnownChanger& known, const Value& request, std::stop_token
     Outcome outcome =
         RetryUntilTimeout(*known.changer, stop, [&] { return known.changer->Eject(eject); });
     if (outcome.code == ReplyCode::UnderWay)
-        outcome.code = ReplyCode::Busy; // all that a client of "eject disc" knows
+        outcome.code = ReplyCode::Busy; // "eject disc" has no reply for a move under way
     return MakeReply(outcome);
 }
 

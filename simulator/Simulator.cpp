@@ -164,7 +164,8 @@ MessageServer::Services Simulator::MakeServices() {
             },
         .afterReply =
             [this](const Value& request) {
-                // What a client does next may depend on its withdrawal having been seen by all.
+                // Clients wait for this notification after a withdrawal, even if nothing has
+                // changed.
                 if (request.FindString("command") == "request identification")
                     publisher_.Mark(kChangerInfo);
             },

@@ -25,13 +25,13 @@ TreeEntry MakeDirectoryEntry(std::string name) {
     return {.name = std::move(name), .mode = S_IFDIR | 0555};
 }
 
-// Distributes the directories first, then lays them out breadth first.
+// First assigns a parent to each directory, then makes the entries breadth first.
 class SyntheticTree final : public DiscTree {
 public:
     explicit SyntheticTree(const SyntheticTreeOptions& options)
         : DiscTree(MakeDirectoryEntry({})), options_(options), random_(options.seed) {
         const auto childrenOf = DistributeDirectories();
-        std::vector<std::uint32_t> numberOf = {0}; // of each entry that is a directory
+        std::vector<std::uint32_t> numberOf = {0}; // by entry: the number of the directory
         for (EntryIndex index = 0; index < Size(); ++index)
             if (Entry(index).IsDirectory())
                 LayOut(index, childrenOf[numberOf[index]], numberOf);
@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    // The standard fixes what the engine yields, but not what its distributions make of it.
+    // Distributions of the standard library differ between implementations; the engine does not.
     std::uint64_t Draw(std::uint64_t bound) {
         return random_() % bound;
     }
@@ -55,7 +55,7 @@ private:
     std::vector<std::vector<std::uint32_t>> DistributeDirectories() {
         std::vector<std::vector<std::uint32_t>> childrenOf(options_.directories + 1u);
         std::vector<std::uint32_t> depthOf = {0};
-        std::vector<std::uint32_t> parents = {0}; // who may have more children
+        std::vector<std::uint32_t> parents = {0}; // directories above the greatest depth
         if (options_.depth == 0)
             return childrenOf;
         for (std::uint32_t number = 1; number <= options_.directories; ++number) {
@@ -74,7 +74,7 @@ private:
         for (const std::uint32_t number : subdirectories)
             children.push_back(MakeDirectoryEntry(MakeName(number)));
         for (std::uint32_t number = 1; number <= options_.files; ++number) {
-            // Drawn before the name: the order of operands is up to the compiler.
+            // In a statement of its own: the order of evaluation within one is not specified.
             const char* const suffix = kSuffixes[Draw(kSuffixes.size())];
             children.push_back({.name = MakeName(number) + suffix,
                                 .mode = S_IFREG | 0444,

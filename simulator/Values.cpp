@@ -8,7 +8,7 @@ namespace simulator {
 
 namespace {
 
-// libplist frees nested values by recursion; no request nests anything.
+// libplist frees nested values by recursion; requests contain no nested values.
 constexpr std::size_t kMaximumContainers = 64;
 
 std::size_t CountOccurrences(std::string_view text, std::string_view word) {

@@ -25,7 +25,7 @@ char ParseHexByte(char high, char low) {
     return static_cast<char>(ParseHexDigit(high) * 16 + ParseHexDigit(low));
 }
 
-// Reads a line from its beginning to its end.
+// Reads a line from left to right.
 class Scanner {
 public:
     explicit Scanner(std::string_view rest) : rest_(rest) {}
@@ -99,7 +99,7 @@ private:
 bool NeedsQuotes(std::string_view text) {
     for (const char character : text)
         if (character <= ' ' || character == '"' || character == '\\' || character == 0x7F)
-            return true; // a byte of a longer UTF-8 character is negative: quoted as well
+            return true; // also true for non-ASCII bytes where char is signed
     return text.empty();
 }
 

@@ -1,4 +1,4 @@
-// carouseld-sim: a changer server to run the daemon against. See docs/simulator.md.
+// carouseld-sim: a simulated changer server to test the daemon with. See docs/simulator.md.
 
 #include "simulator/Control.h"
 #include "simulator/Descriptor.h"
@@ -17,7 +17,7 @@ namespace {
 
 using simulator::Descriptor;
 
-// Blocks the signals that end the program in all threads, and makes them readable.
+// Blocks the terminating signals in all threads; poll() on the descriptor reports them.
 Descriptor CatchSignals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -29,7 +29,7 @@ Descriptor CatchSignals() {
     return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-// The lines of standard input, until it ends or a signal comes.
+// Reads the lines of standard input, until the end of input or a signal.
 class CommandReader {
 public:
     explicit CommandReader(const Descriptor& signals) : signals_(signals) {}
@@ -47,7 +47,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMaximumLine = 16 * 1024 * 1024; // raw bytes may be long
+    static constexpr std::size_t kMaximumLine =
+        16 * 1024 * 1024; // bytes; hex= arguments may be long
 
     bool Gather() {
         pollfd sources[] = {{STDIN_FILENO, POLLIN, 0}, {signals_.Get(), POLLIN, 0}};

@@ -43,7 +43,7 @@ protected:
     ReplyCode Eject(SlotIndex slot, const User& user, bool overridePrivate = false) {
         return changer_.Eject({slot, user, overridePrivate}).code;
     }
-    // The result of a listing that has ended; none while it waits.
+    // The result of a listing; none while the listing is pending.
     std::shared_ptr<std::optional<int>> List(std::uint32_t volume, EntryIndex directory = 0) {
         auto result = std::make_shared<std::optional<int>>();
         changer_.List(volume, directory, [result](int error) { *result = error; });
@@ -303,7 +303,7 @@ TEST_F(ChangerTest, WaitersFailWhenTheFileSystemGoes) {
     EXPECT_EQ(*waiting, EIO);
 }
 
-// ---- What the server says ----
+// ---- Published state ----
 
 TEST_F(ChangerTest, InfoHasAllKeysOfAnEmptyChanger) {
     const Value info = changer_.MakeInfo();

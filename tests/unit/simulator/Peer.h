@@ -1,7 +1,7 @@
 #ifndef TESTS_PEER_H
 #define TESTS_PEER_H
 
-/* The other end of the simulator's sockets, for tests: speaks frames and property lists. */
+/* A client of the simulator's sockets, for tests: frames and property lists. All calls block. */
 
 #include "simulator/Descriptor.h"
 #include "simulator/Frame.h"
@@ -16,15 +16,17 @@ namespace simulator {
 
 class Peer {
 public:
-    explicit Peer(const std::string& path); // throws std::system_error
+    // Connects to the socket at `path`; throws std::system_error on failure.
+    explicit Peer(const std::string& path);
 
+    // Send all bytes, or a request as a frame; throw std::system_error on failure.
     void Send(std::string_view bytes) const;
     void SendRequest(const Value& request) const;
-    // What the next read gives; empty at the end of the stream or after a reset.
+    // The result of one recv(); empty at the end of the stream or after a reset.
     std::string Receive();
-    // The next frame's dictionary; none at the end of the stream.
+    // The property list of the next frame; none at the end of the stream.
     std::optional<Value> ReceiveValue();
-    // The whole exchange; the reply's code without the facility's high word.
+    // Sends a request and returns the code of the reply, without the high word; 0 is success.
     std::int64_t Exchange(const Value& request);
 
 private:
@@ -32,7 +34,7 @@ private:
     FrameReader reader_;
 };
 
-/* A request about slot 0 of the changer A1. */
+/* Make a request for changer A1: any command for slot 0, a private mount, a private eject. */
 Value MakeRequest(const char* command);
 Value MakePrivateMount(std::int64_t slot);
 Value MakePrivateEject(std::int64_t slot);

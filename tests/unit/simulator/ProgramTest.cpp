@@ -1,5 +1,5 @@
-// The program itself, in a mount namespace of its own: driven through its text protocol, spoken to
-// through its sockets, and its file system walked.
+// Tests of the program in a private mount namespace: its text protocol, its sockets and its file
+// system.
 
 #include "Peer.h"
 #include "simulator/Words.h"
@@ -31,13 +31,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Opened before the private /tmp hides where it may have been built.
+// Opened before the private /tmp, which may hide the build directory.
 const Descriptor& Executable() {
     static const Descriptor executable(open(SIMULATOR_PROGRAM, O_PATH | O_CLOEXEC));
     return executable;
 }
 
-// The running program. Ends with this process even if that is killed.
+// The running program. The kernel ends it when this process ends.
 class Program {
 public:
     Program() {
@@ -65,7 +65,7 @@ public:
         ASSERT_EQ(write(input_.Get(), bytes.data(), bytes.size()),
                   static_cast<ssize_t>(bytes.size()));
     }
-    // Carries a command out; what it printed, the answer at the end.
+    // Executes a command and returns the printed lines; the last one is the answer.
     std::vector<std::string> Do(const std::string& command) {
         Write(command);
         std::vector<std::string> lines;
@@ -140,7 +140,7 @@ bool EnterPrivateNamespace() {
 
 constexpr int kNotPermitted = 77;
 
-// Runs each test's body in a child that has its own mounts and its own /tmp.
+// Runs the body of a test in a child process with private mounts and a private /tmp.
 class ProgramTest : public testing::Test {
 protected:
     void RunPrivately(const std::function<void()>& body) {

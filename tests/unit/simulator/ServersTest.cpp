@@ -1,4 +1,4 @@
-// The whole server in this process, its sockets in a folder of their own.
+// Tests of the server in this process, with its sockets in a temporary folder.
 
 #include "Peer.h"
 #include "simulator/Control.h"
@@ -59,7 +59,7 @@ protected:
         }
         return keys;
     }
-    // The next notification of which this holds.
+    // Receives until a notification meets the condition.
     template<typename Condition>
     static void AwaitNotification(Peer& peer, const Condition& holds) {
         while (!holds(peer.ReceiveValue().value().ToXml())) {
@@ -161,7 +161,7 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
 }
 
-// More than it has connections for: those that came first have to go.
+// More clients than connections: the oldest idle ones are disconnected.
 TEST_F(ServersTest, SilentClientsHoldNobodyUpHoweverManyTheyAre) {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -222,7 +222,7 @@ TEST_F(ServersTest, RefusedRequestIsNotCarriedOutUnlessToldSo) {
 TEST_F(ServersTest, ClosedUnreadResetsTheConnection) {
     Do("fault on=connection do=close");
     Peer peer = Connect();
-    Peer other = Subscribe(); // time enough to close it too early
+    Peer other = Subscribe(); // gives the server time for a wrong early close
     ReceiveKeys(other, 3);
     EXPECT_NO_THROW(peer.SendRequest(MakePrivateMount(0)));
     EXPECT_EQ(peer.Receive(), "");
@@ -371,10 +371,10 @@ TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
         EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
         isAnswered = true;
     });
-    // Far more is on its way than the socket's buffer holds, so that it cannot have been read.
+    // The notification is larger than the socket's buffer, so it cannot have been read completely.
     ASSERT_TRUE(changer->WaitForChange(generation, TimePoint::max(), {}));
     {
-        Peer other = Subscribe(); // time enough for an answer that should not come
+        Peer other = Subscribe(); // gives the server time for a wrong early answer
         ReceiveKeys(other, 3);
     }
     EXPECT_FALSE(isAnswered);
