@@ -16,7 +16,7 @@ Arguments Parse(const std::string& values) {
                      "[folder=PATH]");
 }
 
-TEST(ArgumentsTest, NumbersAreCheckedAgainstTheirType) {
+TEST(ArgumentsTest, NumberOutsideTheTypeIsRefused) {
     Arguments arguments = Parse("a=65535 b=65536 c=0x1F d=-1 e=1x f=\"\"");
     EXPECT_EQ(arguments.RequiredNumber<std::uint16_t>("a"), 65535);
     EXPECT_THROW(arguments.RequiredNumber<std::uint16_t>("b"), CommandError);
@@ -28,19 +28,19 @@ TEST(ArgumentsTest, NumbersAreCheckedAgainstTheirType) {
     EXPECT_EQ(arguments.NumberOr<std::uint16_t>("missing", 7), 7);
 }
 
-TEST(ArgumentsTest, ChangersAreHexadecimal) {
+TEST(ArgumentsTest, ChangerGuidIsParsedAsHexadecimal) {
     EXPECT_EQ(Parse("changer=10").RequiredGuid(), 16u);
     EXPECT_EQ(Parse("changer=FEDCBA9876543210").RequiredGuid(), 0xFEDCBA9876543210u);
     EXPECT_THROW(Parse("changer=1FEDCBA9876543210").RequiredGuid(), CommandError);
 }
 
-TEST(ArgumentsTest, SwitchesAreYesOrNo) {
+TEST(ArgumentsTest, SwitchOtherThanYesOrNoIsRefused) {
     EXPECT_TRUE(Parse("a=yes").RequiredSwitch("a"));
     EXPECT_FALSE(Parse("a=no").RequiredSwitch("a"));
     EXPECT_THROW(Parse("a=true").RequiredSwitch("a"), CommandError);
 }
 
-TEST(ArgumentsTest, UpdateLeavesTakesAwayOrSets) {
+TEST(ArgumentsTest, UpdateKeepsMissingResetsAbsentAndSetsGivenValues) {
     std::optional<bool> kept = true;
     std::optional<bool> removed = true;
     std::optional<std::int32_t> set;
@@ -53,12 +53,12 @@ TEST(ArgumentsTest, UpdateLeavesTakesAwayOrSets) {
     EXPECT_EQ(set, 23);
 }
 
-TEST(ArgumentsTest, NumberSetsAreSeparatedByCommas) {
+TEST(ArgumentsTest, NumberSetIsSplitAtCommas) {
     EXPECT_EQ(Parse("a=1,3").NumberSet("a"), (std::set<unsigned>{1, 3}));
     EXPECT_TRUE(Parse("").NumberSet("a").empty());
 }
 
-TEST(ArgumentsTest, WhatIsNotInTheUsageIsRefused) {
+TEST(ArgumentsTest, KeyOutsideTheUsageIsRefused) {
     EXPECT_THROW(Parse("older=1"), CommandError) << "only the end of a key";
     EXPECT_THROW(Parse("fold=1"), CommandError);
     EXPECT_THROW(Parse("GUID=1"), CommandError);

@@ -89,7 +89,7 @@ TEST_F(ChangerTest, MountIsUnderWayUntilTheDiscIsReadable) {
     EXPECT_EQ(Mount(3, kDaemon, false), ReplyCode::Success);
 }
 
-TEST_F(ChangerTest, BusyRobotBeginsNothing) {
+TEST_F(ChangerTest, MountAndEjectAreBusyWhileTheRobotMoves) {
     SetTimes(300, 200);
     Put(1, false);
     Put(2, false);
@@ -100,7 +100,7 @@ TEST_F(ChangerTest, BusyRobotBeginsNothing) {
     EXPECT_EQ(Mount(2, kOtherDaemon), ReplyCode::UnderWay);
 }
 
-TEST_F(ChangerTest, OccupiedDrivesBeginNothing) {
+TEST_F(ChangerTest, MountIsBusyWhileAllDrivesAreMounted) {
     for (SlotIndex slot = 0; slot < 3; ++slot)
         Put(slot, false);
     Mount(0, kDaemon);
@@ -110,12 +110,12 @@ TEST_F(ChangerTest, OccupiedDrivesBeginNothing) {
     EXPECT_EQ(Mount(2, kDaemon), ReplyCode::Success);
 }
 
-TEST_F(ChangerTest, NothingBeginsUnlessItMay) {
+TEST_F(ChangerTest, MountThatMayNotStartIsRefused) {
     Put(0, false);
     EXPECT_EQ(Mount(0, kDaemon, false), ReplyCode::NotMounted);
 }
 
-TEST_F(ChangerTest, EjectIsOverWhenTheDiscIsInItsSlot) {
+TEST_F(ChangerTest, EjectSucceedsWhenTheDiscIsInItsSlot) {
     SetTimes(300, 0);
     Put(0, false);
     Mount(0, kDaemon);
@@ -127,7 +127,7 @@ TEST_F(ChangerTest, EjectIsOverWhenTheDiscIsInItsSlot) {
     EXPECT_EQ(Eject(0, kDaemon), ReplyCode::Success);
 }
 
-TEST_F(ChangerTest, WishedDriveIsUsed) {
+TEST_F(ChangerTest, RequestedDriveIsUsed) {
     Put(0, false);
     Put(1, false);
     MountRequest request = {.slot = 0, .drive = 1, .user = kDaemon};
@@ -138,7 +138,7 @@ TEST_F(ChangerTest, WishedDriveIsUsed) {
     EXPECT_EQ(changer_.Mount(request).code, ReplyCode::NotFound);
 }
 
-TEST_F(ChangerTest, WhatIsNotThereCannotBeMounted) {
+TEST_F(ChangerTest, MissingDiscSlotOrPartitionIsNotFound) {
     Put(0, false);
     EXPECT_EQ(Mount(1, kDaemon), ReplyCode::NotFound);
     EXPECT_EQ(Mount(800, kDaemon), ReplyCode::NotFound);
@@ -150,7 +150,7 @@ TEST_F(ChangerTest, WhatIsNotThereCannotBeMounted) {
 
 // ---- Privacy ----
 
-TEST_F(ChangerTest, PrivateMountKeepsOthersAway) {
+TEST_F(ChangerTest, PrivateMountRefusesOtherUsers) {
     Put(0, false);
     Mount(0, kDaemon);
     EXPECT_EQ(Mount(0, kOtherDaemon), ReplyCode::Private);
@@ -163,7 +163,7 @@ TEST_F(ChangerTest, PrivateMountKeepsOthersAway) {
     EXPECT_EQ(Mount(0, kOtherDaemon), ReplyCode::Success);
 }
 
-TEST_F(ChangerTest, PrivateMountWaitsForThePublicOne) {
+TEST_F(ChangerTest, PrivateMountIsBusyUntilThePublicOneEnds) {
     Put(0, false);
     EXPECT_EQ(Mount(0, kPublicUser), ReplyCode::Success);
     EXPECT_EQ(Mount(0, kPublicUser), ReplyCode::Success);
@@ -174,7 +174,7 @@ TEST_F(ChangerTest, PrivateMountWaitsForThePublicOne) {
 
 // ---- Identification ----
 
-TEST_F(ChangerTest, PrivateMountIdentifiesOnce) {
+TEST_F(ChangerTest, RepeatedPrivateMountIdentifiesOnce) {
     Put(0, false, 2);
     EXPECT_TRUE(changer_.MediaRoots().empty());
     Mount(0, kDaemon);
@@ -192,7 +192,7 @@ TEST_F(ChangerTest, PublicMountDoesNotIdentify) {
     EXPECT_EQ(InfoXml().find("Partition Has File System"), std::string::npos);
 }
 
-TEST_F(ChangerTest, MediaRootsAppearSomeTimeAfterwards) {
+TEST_F(ChangerTest, MediaRootsAppearAfterTheConfiguredTime) {
     SetTimes(0, 0, 50);
     Put(0, false);
     Mount(0, kDaemon);
@@ -245,7 +245,7 @@ TEST_F(ChangerTest, ForgottenListingsNeedTheDiscAgain) {
     EXPECT_EQ(*List(FindRoot("disc-0")), std::nullopt);
 }
 
-TEST_F(ChangerTest, ListingTakesTheDriveOfADiscThatNobodyUses) {
+TEST_F(ChangerTest, ListingUsesTheDriveOfAnUnusedDisc) {
     for (SlotIndex slot = 0; slot < 4; ++slot)
         Put(slot, true);
     Mount(0, kDaemon);
@@ -256,7 +256,7 @@ TEST_F(ChangerTest, ListingTakesTheDriveOfADiscThatNobodyUses) {
     EXPECT_EQ(Mount(3, kDaemon), ReplyCode::Success) << "a mount takes it as well";
 }
 
-TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreHeld) {
+TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreMounted) {
     for (SlotIndex slot = 0; slot < 3; ++slot)
         Put(slot, true);
     Mount(0, kDaemon);
@@ -268,7 +268,7 @@ TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreHeld) {
     EXPECT_EQ(*waiting, 0);
 }
 
-TEST_F(ChangerTest, FileNeedsTheDiscEachTime) {
+TEST_F(ChangerTest, OpeningAFileNeedsTheDiscEachTime) {
     Put(0, true);
     std::optional<int> result;
     changer_.Open(FindRoot("disc-0"), 1, [&](int error) { result = error; });
@@ -282,7 +282,7 @@ TEST_F(ChangerTest, FileNeedsTheDiscEachTime) {
     EXPECT_EQ(result, 0);
 }
 
-TEST_F(ChangerTest, WaitersOfAPulledDiscFail) {
+TEST_F(ChangerTest, WaitersOfARemovedDiscFail) {
     SetTimes(300, 200);
     Put(0, true);
     const std::uint32_t volume = FindRoot("disc-0");
@@ -295,7 +295,7 @@ TEST_F(ChangerTest, WaitersOfAPulledDiscFail) {
     EXPECT_NE(FindRoot("disc-0"), volume) << "numbers are never used again";
 }
 
-TEST_F(ChangerTest, WaitersFailWhenTheFileSystemGoes) {
+TEST_F(ChangerTest, FailWaitersFailsPendingListings) {
     SetTimes(300, 200);
     Put(0, true);
     const auto waiting = List(FindRoot("disc-0"));
@@ -316,7 +316,7 @@ TEST_F(ChangerTest, InfoHasAllKeysOfAnEmptyChanger) {
     EXPECT_EQ(info.Describe("Changer Media Info"), "<array>");
 }
 
-TEST_F(ChangerTest, AbortStandsUntilTheClientsNextStatus) {
+TEST_F(ChangerTest, AbortRequestLastsUntilTheNextStatus) {
     EXPECT_THROW(changer_.RequestAbort("trayprobed", false), CommandError);
     changer_.SetClientStatus("trayprobed", {"Building", 1, 3, false});
     EXPECT_EQ(InfoXml().find("<true/>"), InfoXml().rfind("<true/>")) << "ready, nothing else";
@@ -328,7 +328,7 @@ TEST_F(ChangerTest, AbortStandsUntilTheClientsNextStatus) {
     EXPECT_EQ(InfoXml().find("trayprobed"), std::string::npos);
 }
 
-TEST_F(ChangerTest, EveryChangeIsTold) {
+TEST_F(ChangerTest, EveryChangeOfTheStateIsReported) {
     const auto notifies = [&](const auto& change) {
         const int before = std::exchange(changes_, 0);
         change();

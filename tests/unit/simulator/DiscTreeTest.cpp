@@ -40,13 +40,13 @@ std::size_t DepthOf(const std::string& path) {
     return path == "/" ? 0 : static_cast<std::size_t>(std::ranges::count(path, '/'));
 }
 
-TEST(SyntheticTreeTest, SeedDecidesEverything) {
+TEST(SyntheticTreeTest, EqualSeedsGiveEqualTrees) {
     const SyntheticTreeOptions options = {.seed = 7};
     EXPECT_EQ(Describe(*MakeSyntheticTree(options)), Describe(*MakeSyntheticTree(options)));
     EXPECT_NE(Describe(*MakeSyntheticTree(options)), Describe(*MakeSyntheticTree({.seed = 8})));
 }
 
-TEST(SyntheticTreeTest, StaysTheSameFromReleaseToRelease) {
+TEST(SyntheticTreeTest, SeedSevenGivesTheRecordedTree) {
     const auto tree = MakeSyntheticTree({.seed = 7, .directories = 2, .files = 1, .depth = 2});
     std::vector<std::string> paths;
     for (EntryIndex index = 0; index < tree->Size(); ++index)
@@ -56,7 +56,7 @@ TEST(SyntheticTreeTest, StaysTheSameFromReleaseToRelease) {
                                         "/kitchen-1/railway-1.mp3", "/kitchen-2/railway-1.mp3"}));
 }
 
-TEST(SyntheticTreeTest, HasTheShapeAskedFor) {
+TEST(SyntheticTreeTest, TreeHasTheRequestedCountsAndDepth) {
     const auto tree = MakeSyntheticTree({.seed = 3, .directories = 200, .files = 4, .depth = 5});
     EXPECT_EQ(CountDirectories(*tree), 201u);
     EXPECT_EQ(tree->Size(), 201u + 201u * 4u);
@@ -67,7 +67,7 @@ TEST(SyntheticTreeTest, HasTheShapeAskedFor) {
     EXPECT_EQ(deepest, 5u);
 }
 
-TEST(SyntheticTreeTest, WithoutDepthThereIsOnlyTheRoot) {
+TEST(SyntheticTreeTest, DepthZeroGivesOnlyTheRoot) {
     EXPECT_EQ(MakeSyntheticTree({.directories = 5, .files = 0, .depth = 0})->Size(), 1u);
 }
 
@@ -81,7 +81,7 @@ TEST(DiscTreeTest, EveryEntryIsFoundByItsName) {
     EXPECT_EQ(tree->FindChild(0, ""), std::nullopt);
 }
 
-TEST(SyntheticTreeTest, ReadsPiecesOfAFile) {
+TEST(SyntheticTreeTest, PartialReadsEqualTheWholeFile) {
     const auto tree = MakeSyntheticTree({.seed = 1, .directories = 0, .files = 20, .depth = 0});
     for (EntryIndex index = 1; index < tree->Size(); ++index) {
         const std::uint64_t size = tree->Entry(index).size;
@@ -106,7 +106,7 @@ protected:
     std::filesystem::path folder_;
 };
 
-TEST_F(FolderTreeTest, ShowsEveryKindOfEntry) {
+TEST_F(FolderTreeTest, EveryKindOfEntryIsListed) {
     std::filesystem::create_directories(folder_ / "sub" / "deep");
     std::ofstream(folder_ / "sub" / "file") << "content";
     std::filesystem::create_directory_symlink("/etc", folder_ / "link");
@@ -128,7 +128,7 @@ TEST_F(FolderTreeTest, ShowsEveryKindOfEntry) {
     EXPECT_EQ(tree->Read(file, 3, 3), "ten");
 }
 
-TEST_F(FolderTreeTest, IsRefusedWhenThereIsNoFolder) {
+TEST_F(FolderTreeTest, MissingFolderOrFileThrows) {
     std::ofstream(folder_ / "file") << "x";
     EXPECT_THROW(ReadFolderTree(folder_ / "missing"), std::system_error);
     EXPECT_THROW(ReadFolderTree(folder_ / "file"), std::system_error);

@@ -23,7 +23,7 @@ std::string Encode(const Fault& fault) {
     return bytes;
 }
 
-TEST(FaultsTest, OrdersAreUsedUpInTheirOrder) {
+TEST(FaultsTest, FirstMatchingRuleIsUsedUntilItsCountIsZero) {
     Faults faults;
     faults.Add({"mount disc", {.kind = FaultKind::Close}, 2});
     faults.Add({"request", {.kind = FaultKind::Silence}, {}});
@@ -37,28 +37,28 @@ TEST(FaultsTest, OrdersAreUsedUpInTheirOrder) {
     EXPECT_FALSE(faults.Take({"request"}));
 }
 
-TEST(FaultsTest, NamesAreUndoneByTheParser) {
+TEST(FaultsTest, FaultNamesParseToTheSameKind) {
     for (const auto kind : {FaultKind::Error, FaultKind::WrongRoot, FaultKind::Raw})
         EXPECT_EQ(ParseFaultName(FaultName(kind)), kind);
     EXPECT_EQ(FaultName(FaultKind::Raw), "raw");
     EXPECT_THROW(ParseFaultName("jam"), CommandError);
 }
 
-TEST(FaultsTest, GoodFrameWithoutAFault) {
+TEST(FaultsTest, FrameWithoutFaultIsUndamaged) {
     const auto pieces = EncodeWithFault(MakeReply(), {});
     ASSERT_EQ(pieces.size(), 1u);
     EXPECT_EQ(pieces[0].bytes, EncodeFrame(MakeReply().ToXml()));
     EXPECT_FALSE(pieces[0].alone);
 }
 
-TEST(FaultsTest, DamagedHeaders) {
+TEST(FaultsTest, HeaderFaultsChangeSignatureAndHeaderSize) {
     EXPECT_EQ(Encode({.kind = FaultKind::Signature}).substr(0, 4), "hSig");
     FrameReader reader;
     reader.Append(Encode({.kind = FaultKind::HeaderSize, .size = 31}));
     EXPECT_EQ(reader.TakePayload(), MakeReply().ToXml());
 }
 
-TEST(FaultsTest, DamagedPayloads) {
+TEST(FaultsTest, PayloadFaultsChangeThePropertyList) {
     const auto decode = [](const Fault& fault) {
         FrameReader reader;
         reader.Append(Encode(fault));
@@ -71,7 +71,7 @@ TEST(FaultsTest, DamagedPayloads) {
     EXPECT_EQ(decode({.kind = FaultKind::Huge, .size = 1}).FindString("mount path"), "/mnt/disc");
 }
 
-TEST(FaultsTest, SplitGluedExtraAndRaw) {
+TEST(FaultsTest, StreamFaultsSplitRepeatExtendAndReplaceTheFrame) {
     const std::string frame = EncodeFrame(MakeReply().ToXml());
     EXPECT_EQ(Encode({.kind = FaultKind::Glued}), frame + frame);
     EXPECT_EQ(Encode({.kind = FaultKind::Extra}), frame + 'x');

@@ -9,7 +9,7 @@
 namespace simulator {
 namespace {
 
-TEST(FrameTest, HeaderHasTheBytesOfTheWire) {
+TEST(FrameTest, EncodedHeaderHasTheBytesOfTheWireFormat) {
     const std::string frame = EncodeFrame("abc");
     ASSERT_EQ(frame.size(), 15u);
     EXPECT_EQ(frame.substr(0, 4), "giSh"); // 0x68536967, least significant byte first
@@ -17,12 +17,12 @@ TEST(FrameTest, HeaderHasTheBytesOfTheWire) {
     EXPECT_EQ(frame.substr(8), std::string("\x03\0\0\0abc", 7));
 }
 
-TEST(FrameTest, LongerHeadersArePaddedShorterOnesAreNot) {
+TEST(FrameTest, OnlyHeaderSizesAboveTwelveArePadded) {
     EXPECT_EQ(EncodeFrame("abc", {.headerSize = 20}).size(), 23u);
     EXPECT_EQ(EncodeFrame("abc", {.headerSize = 4}).size(), 15u);
 }
 
-TEST(FrameReaderTest, GathersFramesFromSingleBytes) {
+TEST(FrameReaderTest, FramesSentByteByByteAreReassembled) {
     FrameReader reader;
     const std::string stream = EncodeFrame("one") + EncodeFrame("") + EncodeFrame("two");
     std::vector<std::string> payloads;
@@ -34,7 +34,7 @@ TEST(FrameReaderTest, GathersFramesFromSingleBytes) {
     EXPECT_EQ(payloads, (std::vector<std::string>{"one", "", "two"}));
 }
 
-TEST(FrameReaderTest, TakesGluedFramesOneByOne) {
+TEST(FrameReaderTest, TwoFramesInOneChunkAreReturnedSeparately) {
     FrameReader reader;
     reader.Append(EncodeFrame("one") + EncodeFrame("two") + "gi");
     EXPECT_EQ(reader.TakePayload(), "one");
@@ -42,13 +42,13 @@ TEST(FrameReaderTest, TakesGluedFramesOneByOne) {
     EXPECT_EQ(reader.TakePayload(), std::nullopt);
 }
 
-TEST(FrameReaderTest, PayloadBeginsWhereTheHeaderSays) {
+TEST(FrameReaderTest, PayloadBeginsAtTheHeaderSize) {
     FrameReader reader;
     reader.Append(EncodeFrame("abc", {.headerSize = 40}));
     EXPECT_EQ(reader.TakePayload(), "abc");
 }
 
-TEST(FrameReaderTest, RefusesWhatIsNoFrame) {
+TEST(FrameReaderTest, WrongSignatureOrShortHeaderThrows) {
     FrameReader wrongSignature;
     wrongSignature.Append(EncodeFrame("abc", {.signature = 0x67695368}));
     EXPECT_THROW(wrongSignature.TakePayload(), FrameError);
@@ -58,7 +58,7 @@ TEST(FrameReaderTest, RefusesWhatIsNoFrame) {
     EXPECT_THROW(shortHeader.TakePayload(), FrameError);
 }
 
-TEST(FrameReaderTest, RefusesALongPayloadBeforeItComes) {
+TEST(FrameReaderTest, HeaderWithTooLongPayloadThrowsBeforeThePayload) {
     FrameReader reader;
     reader.Append(EncodeFrame(std::string(FrameReader::kMaximumPayload + 1, 'x')).substr(0, 12));
     EXPECT_THROW(reader.TakePayload(), FrameError);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr TimePoint kStart{};
 
-TEST(MechanicsTest, DiscTravelsThroughItsPhases) {
+TEST(MechanicsTest, LoadAndUnloadPassThroughAllPhasesOnTime) {
     Mechanics mechanics(2);
     mechanics.SetTiming({milliseconds(300), milliseconds(200)});
     mechanics.BeginLoad(7, 1, kStart);
@@ -35,7 +35,7 @@ TEST(MechanicsTest, DiscTravelsThroughItsPhases) {
     EXPECT_EQ(mechanics.FindSlotIn(1), std::nullopt);
 }
 
-TEST(MechanicsTest, LateAdvanceMakesTheStepsAtTheirOwnTimes) {
+TEST(MechanicsTest, LateAdvancePerformsStepsInOrderOfTheirDueTimes) {
     Mechanics mechanics(2);
     mechanics.SetTiming({milliseconds(100), milliseconds(1000)});
     mechanics.BeginLoad(0, 0, kStart);
@@ -52,7 +52,7 @@ TEST(MechanicsTest, LateAdvanceMakesTheStepsAtTheirOwnTimes) {
     EXPECT_FALSE(mechanics.Advance(late));
 }
 
-TEST(MechanicsTest, DroppedDiscLeavesDriveAndRobot) {
+TEST(MechanicsTest, DroppedDiscFreesDriveAndRobot) {
     Mechanics mechanics(1);
     mechanics.SetTiming({milliseconds(100), milliseconds(0)});
     mechanics.BeginLoad(4, 0, kStart);

@@ -173,7 +173,7 @@ private:
     }
 };
 
-TEST_F(ProgramTest, DiscIsIdentifiedThroughTheSocketsAndWalked) {
+TEST_F(ProgramTest, IdentifiedDiscCanBeListedAndRead) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger());
@@ -206,7 +206,7 @@ TEST_F(ProgramTest, DiscIsIdentifiedThroughTheSocketsAndWalked) {
     });
 }
 
-TEST_F(ProgramTest, BinaryInfoFilesAndWritesRefused) {
+TEST_F(ProgramTest, InfoFileIsBinaryAndFileSystemIsReadOnly) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger("info=binary"));
@@ -217,7 +217,7 @@ TEST_F(ProgramTest, BinaryInfoFilesAndWritesRefused) {
     });
 }
 
-TEST_F(ProgramTest, WaitingListingsBlockNobodyAndAreAnsweredAtTheEnd) {
+TEST_F(ProgramTest, PendingListingsBlockNothingAndFailAtTheEnd) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger("moving=3600000"));
@@ -244,7 +244,7 @@ TEST_F(ProgramTest, WaitingListingsBlockNobodyAndAreAnsweredAtTheEnd) {
     });
 }
 
-TEST_F(ProgramTest, NothingIsLeftAfterAnySortOfEnd) {
+TEST_F(ProgramTest, EveryKindOfExitRemovesMountsAndSockets) {
     RunPrivately([] {
         const auto end = {+[](Program& program) { program.Write("quit"); },
                           +[](Program& program) { program.CloseInput(); },
@@ -265,7 +265,7 @@ TEST_F(ProgramTest, NothingIsLeftAfterAnySortOfEnd) {
     });
 }
 
-TEST_F(ProgramTest, KilledServersMountIsTakenOver) {
+TEST_F(ProgramTest, MountOfAKilledServerIsReplaced) {
     RunPrivately([] {
         Program killed;
         killed.Do(AddChanger());
@@ -277,7 +277,7 @@ TEST_F(ProgramTest, KilledServersMountIsTakenOver) {
     });
 }
 
-TEST_F(ProgramTest, FileSystemComesAndGoes) {
+TEST_F(ProgramTest, FileSystemIsUnmountedAndMountedByCommand) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger());
@@ -296,7 +296,7 @@ TEST_F(ProgramTest, FileSystemComesAndGoes) {
     });
 }
 
-TEST_F(ProgramTest, KernelCacheShowsTheSame) {
+TEST_F(ProgramTest, KernelCacheShowsTheSameNames) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger("kernel-cache=yes"));
@@ -306,7 +306,7 @@ TEST_F(ProgramTest, KernelCacheShowsTheSame) {
     });
 }
 
-TEST_F(ProgramTest, WrongCommandsChangeNothing) {
+TEST_F(ProgramTest, InvalidCommandsChangeNothing) {
     RunPrivately([] {
         Program program;
         for (const char* command :
@@ -323,7 +323,7 @@ TEST_F(ProgramTest, WrongCommandsChangeNothing) {
     });
 }
 
-TEST_F(ProgramTest, OpeningTheRootsInfoFileIsTold) {
+TEST_F(ProgramTest, OpeningTheInfoFileOfTheRootIsReported) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger());
@@ -332,7 +332,7 @@ TEST_F(ProgramTest, OpeningTheRootsInfoFileIsTold) {
     });
 }
 
-TEST_F(ProgramTest, EventsAreCountedInTheirOrder) {
+TEST_F(ProgramTest, EventsArePrintedInOrder) {
     RunPrivately([] {
         Program program;
         program.Do(AddChanger());

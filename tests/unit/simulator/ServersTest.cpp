@@ -110,13 +110,13 @@ TEST_F(ServersTest, BusyCodesOfAMountAndAnEject) {
     EXPECT_EQ(Exchange(MakePrivateEject(0)), 1021);
 }
 
-TEST_F(ServersTest, PatientRequestsWaitForTheRobot) {
+TEST_F(ServersTest, RequestsWaitForTheRobotWithinTheTimeout) {
     Do("timing changer=A1 moving=1 spin-up=1 timeout=60000");
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
     EXPECT_EQ(Exchange(MakePrivateEject(0)), 0);
 }
 
-TEST_F(ServersTest, RequestsThatMakeNoSense) {
+TEST_F(ServersTest, InvalidRequestsGetTheirErrorCodes) {
     EXPECT_EQ(Exchange(MakeRequest("brew coffee")), 1034);
     EXPECT_EQ(Exchange(MakeRequest("mount disc")), 1033);
     EXPECT_EQ(Exchange(Value::MakeArray()), 1033);
@@ -133,7 +133,7 @@ TEST_F(ServersTest, OneConnectionCarriesManyRequests) {
     EXPECT_TRUE(peer.ReceiveValue());
 }
 
-TEST_F(ServersTest, NoReplyGetsNone) {
+TEST_F(ServersTest, RequestWithNoReplyGetsNoReply) {
     Peer peer = Connect();
     Value silent = MakeRequest("request identification");
     silent.Set("request", true).Set("no reply", true);
@@ -142,7 +142,7 @@ TEST_F(ServersTest, NoReplyGetsNone) {
         << "the first reply is the second request's";
 }
 
-TEST_F(ServersTest, RubbishClosesTheConnection) {
+TEST_F(ServersTest, InvalidBytesCloseTheConnection) {
     Peer peer = Connect();
     peer.Send("this is no frame at all");
     EXPECT_EQ(peer.ReceiveValue().has_value(), false);
@@ -152,7 +152,7 @@ TEST_F(ServersTest, RubbishClosesTheConnection) {
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 0) << "others are served";
 }
 
-TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
+TEST_F(ServersTest, IdleClientsDoNotBlockOthers) {
     std::vector<Peer> idle;
     for (int count = 0; count < 20; ++count) {
         idle.push_back(Connect());
@@ -162,7 +162,7 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUp) {
 }
 
 // More clients than connections: the oldest idle ones are disconnected.
-TEST_F(ServersTest, SilentClientsHoldNobodyUpHoweverManyTheyAre) {
+TEST_F(ServersTest, OldestIdleClientsAreDisconnectedAtTheLimit) {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
@@ -175,7 +175,7 @@ TEST_F(ServersTest, SilentClientsHoldNobodyUpHoweverManyTheyAre) {
     EXPECT_EQ(idle.back().Exchange(MakePrivateEject(0)), 0);
 }
 
-TEST_F(ServersTest, StoppedServerIsGone) {
+TEST_F(ServersTest, StopClosesConnectionsAndRemovesSockets) {
     Peer waiting = Connect();
     Peer subscriber = Subscribe();
     Do("stop");
@@ -190,7 +190,7 @@ TEST_F(ServersTest, StoppedServerIsGone) {
 
 // ---- Faults ----
 
-TEST_F(ServersTest, FaultsOfReplies) {
+TEST_F(ServersTest, ReplyFaultsReplaceOrCloseTheReply) {
     Do("fault on=\"mount disc\" do=error code=1050 text=\"100%\"");
     Peer refused = Connect();
     refused.SendRequest(MakePrivateMount(0));
@@ -209,7 +209,7 @@ TEST_F(ServersTest, FaultsOfReplies) {
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 0) << "all faults are used up";
 }
 
-TEST_F(ServersTest, RefusedRequestIsNotCarriedOutUnlessToldSo) {
+TEST_F(ServersTest, ErrorFaultExecutesTheRequestOnlyWithAct) {
     Do("timing changer=A1 moving=3600000 timeout=0");
     Do("fault on=\"mount disc\" do=error code=1");
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 1);
@@ -219,7 +219,7 @@ TEST_F(ServersTest, RefusedRequestIsNotCarriedOutUnlessToldSo) {
     EXPECT_EQ(Exchange(MakePrivateEject(0)), 1021) << "it is on its way";
 }
 
-TEST_F(ServersTest, ClosedUnreadResetsTheConnection) {
+TEST_F(ServersTest, ConnectionFaultResetsTheConnection) {
     Do("fault on=connection do=close");
     Peer peer = Connect();
     Peer other = Subscribe(); // gives the server time for a wrong early close
@@ -240,7 +240,7 @@ TEST_F(ServersTest, SplitReplyArrivesInPieces) {
 
 // ---- Notifications ----
 
-TEST_F(ServersTest, NewcomerIsToldEverything) {
+TEST_F(ServersTest, NewSubscriberGetsAllNotifications) {
     Peer first = Subscribe();
     EXPECT_EQ(ReceiveKeys(first, 3), kAllKeys);
     Peer second = Subscribe();
@@ -267,7 +267,7 @@ TEST_F(ServersTest, ChangesGoToAllSubscribers) {
     }
 }
 
-TEST_F(ServersTest, TogetherIsOneFrame) {
+TEST_F(ServersTest, PushTogetherSendsOneFrame) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     Do("push together=yes");
@@ -276,7 +276,7 @@ TEST_F(ServersTest, TogetherIsOneFrame) {
     EXPECT_EQ(keys, (std::vector<std::string>{"changer info", "changer list", "root preferences"}));
 }
 
-TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
+TEST_F(ServersTest, PausedNotificationsAreSentOnResume) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     Do("pause");
@@ -288,7 +288,7 @@ TEST_F(ServersTest, HeldNotificationsComeWithTheRelease) {
     EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "nothing else was kept for the release";
 }
 
-TEST_F(ServersTest, ReleaseOnceLetsOneStateOutAndHoldsOn) {
+TEST_F(ServersTest, ResumeOnceSendsOneStateAndStaysPaused) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     Do("pause");
@@ -305,7 +305,7 @@ TEST_F(ServersTest, ReleaseOnceLetsOneStateOutAndHoldsOn) {
     EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "what was pushed meanwhile was sent once";
 }
 
-TEST_F(ServersTest, PushSendsAsManyTimesAsTold) {
+TEST_F(ServersTest, PushSendsTheRequestedNumberOfTimes) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     Do("push together=yes times=3");
@@ -313,7 +313,7 @@ TEST_F(ServersTest, PushSendsAsManyTimesAsTold) {
         EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u);
 }
 
-TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
+TEST_F(ServersTest, CopiedNotificationsAreFramesInOrder) {
     const std::string path = folder_ + "/copy";
     Do("copy-notifications file=" + path);
     Peer peer = Subscribe();
@@ -325,7 +325,7 @@ TEST_F(ServersTest, NotificationsAreCopiedAsFramesInTheirOrder) {
         EXPECT_EQ(Value::ParseXml(reader.TakePayload().value()).Keys().front(), key);
 }
 
-TEST_F(ServersTest, WithdrawalIsToldEvenIfNothingChanged) {
+TEST_F(ServersTest, WithdrawalIsNotifiedWithoutAChange) {
     Peer peer = Subscribe();
     ReceiveKeys(peer, 3);
     Value withdrawal = MakeRequest("request identification");
@@ -348,7 +348,7 @@ TEST_F(ServersTest, RawBytesGoToAllSubscribers) {
     EXPECT_EQ(peer.Receive(), std::string("giSh\0\0", 6));
 }
 
-TEST_F(ServersTest, SubscriberThatNeverReadsHoldsNobodyUp) {
+TEST_F(ServersTest, SubscriberThatNeverReadsDoesNotBlockOthers) {
     const Peer stuck = Subscribe();
     Do("fault on=notification do=huge size=900000 count=2");
     Do("push");
@@ -358,7 +358,7 @@ TEST_F(ServersTest, SubscriberThatNeverReadsHoldsNobodyUp) {
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
 }
 
-TEST_F(ServersTest, SerialServerAnswersWhenItsNotificationsAreRead) {
+TEST_F(ServersTest, SerialServerRepliesAfterItsNotificationsAreRead) {
     Peer subscriber = Subscribe();
     ReceiveKeys(subscriber, 3);
     Do("serial value=yes");

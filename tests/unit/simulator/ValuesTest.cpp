@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kXmlHead =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\">";
 
-TEST(ValueTest, ReadsWhatItWrote) {
+TEST(ValueTest, XmlIsParsedToTheSameValues) {
     Value written = Value::MakeDictionary();
     written.Set("integer", -25536)
         .Set("text", "caf\xC3\xA9 & <tea>")
@@ -26,17 +26,17 @@ TEST(ValueTest, ReadsWhatItWrote) {
     EXPECT_FALSE(read.IsTrue("no"));
 }
 
-TEST(ValueTest, WideNumbersAreSentWithTheSignOfTheirBits) {
+TEST(ValueTest, UnsignedNumberIsWrittenAsSignedOfTheSameBits) {
     Value value = Value::MakeDictionary();
     value.Set("GUID", std::uint64_t{0xFEDCBA9876543210});
     EXPECT_NE(value.ToXml().find("<integer>-81985529216486896</integer>"), std::string::npos);
 }
 
-TEST(ValueTest, BinaryFormHasItsSignature) {
+TEST(ValueTest, BinaryFormBeginsWithItsSignature) {
     EXPECT_TRUE(Value::MakeDictionary().ToBinary().starts_with("bplist00"));
 }
 
-TEST(ValueTest, WrongTypesAreAsGoodAsAbsent) {
+TEST(ValueTest, ValueOfWrongTypeIsNotFound) {
     Value value = Value::MakeDictionary();
     value.Set("text", "1").Set("number", 1).Set("array", Value::MakeArray());
     EXPECT_EQ(value.FindInteger("text"), std::nullopt);
@@ -47,13 +47,13 @@ TEST(ValueTest, WrongTypesAreAsGoodAsAbsent) {
     EXPECT_THROW(Value::MakeArray().Set("key", 1), ValueError);
 }
 
-TEST(ValueTest, RefusesWhatIsNoPropertyList) {
+TEST(ValueTest, InvalidXmlThrows) {
     EXPECT_THROW(Value::ParseXml(""), ValueError);
     EXPECT_THROW(Value::ParseXml("no list"), ValueError);
     EXPECT_THROW(Value::ParseXml(std::string(kXmlHead) + "<dict><key>a"), ValueError);
 }
 
-TEST(ValueTest, RefusesNestingThatTheParserWouldNotSurvive) {
+TEST(ValueTest, DeeplyNestedXmlThrows) {
     std::string opening;
     std::string closing;
     for (int depth = 0; depth < 1000; ++depth) {
