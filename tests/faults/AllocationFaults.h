@@ -19,6 +19,7 @@
    all, fail. One at a time on a thread. */
 class AllocationFault {
 public:
+    // Counts the calling thread's allocations from now on.
     explicit AllocationFault(std::size_t nth, std::size_t count = 1) noexcept;
     ~AllocationFault();
     AllocationFault(const AllocationFault&) = delete;

@@ -10,6 +10,7 @@
    a time. */
 class RefusedKey {
 public:
+    // Copies the text.
     explicit RefusedKey(const std::string& utf8);
     RefusedKey(const RefusedKey&) = delete;
     RefusedKey& operator=(const RefusedKey&) = delete;

@@ -29,6 +29,7 @@ std::string Describe(const SystemCallFailure& failure, std::size_t nth);
    `failure` must live as long. */
 class SystemCallFault {
 public:
+    // Counts the calls of all threads from now on.
     SystemCallFault(const SystemCallFailure& failure, std::size_t nth) noexcept;
     ~SystemCallFault();
     SystemCallFault(const SystemCallFault&) = delete;
