@@ -65,12 +65,7 @@ void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_realloc(void* memory, std::size_t size);
 char* __real_strdup(const char* text);
-void* __wrap_malloc(std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size);
-void* __wrap_realloc(void* memory, std::size_t size);
-char* __wrap_strdup(const char* text);
 CFNumberRef __real_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
-CFNumberRef __wrap_CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
 void* __wrap_malloc(std::size_t size) {
     void* memory = IsRefused() || size == 0 ? nullptr : __real_malloc(size);

@@ -9,8 +9,6 @@ static CFStringRef g_refusedKey = nullptr;
 extern "C" {
 void __real_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
                                  const void* value);
-void __wrap_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
-                                 const void* value);
 
 void __wrap_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
                                  const void* value) {

@@ -18,9 +18,7 @@ Held<CFArrayRef> g_lastSaved; // the store releases it
 // The mangled names of SaveChangerInfoList and GetChangerList.
 extern "C" {
 VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
-VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 VErrLink* __real__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
-VErrLink* __wrap__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
     g_retained.push_back(std::move(g_lastSaved));

@@ -27,7 +27,6 @@ long SavedCount() {
 extern "C" {
 // SaveChangerInfoList
 VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
-VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
     VErrLink* err = __real__Z19SaveChangerInfoListPK9__CFArray(list);

@@ -17,11 +17,7 @@ extern "C" {
 VErrLink* __real__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
                                                             const char* message, UInt16 step,
                                                             UInt16 maximum, Boolean abort);
-VErrLink* __wrap__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
-                                                            const char* message, UInt16 step,
-                                                            UInt16 maximum, Boolean abort);
 VErrLink* __real__Z30ChangerServerClearClientStatusyPKc(UInt64 changerGUID, const char* client);
-VErrLink* __wrap__Z30ChangerServerClearClientStatusyPKc(UInt64 changerGUID, const char* client);
 
 VErrLink* __wrap__Z28ChangerServerSetClientStatusyPKcS0_tth(UInt64 changerGUID, const char* client,
                                                             const char* message, UInt16 step,

@@ -61,14 +61,7 @@ CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
                                               CFTimeInterval interval, CFOptionFlags flags,
                                               CFIndex order, CFRunLoopTimerCallBack callout,
                                               CFRunLoopTimerContext* context);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context);
 void __real_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
-void __wrap_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
-time_t __wrap_time(time_t* out);
-unsigned __wrap_sleep(unsigned seconds);
 
 CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
                                               CFTimeInterval interval, CFOptionFlags flags,

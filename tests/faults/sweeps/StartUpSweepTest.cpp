@@ -22,11 +22,7 @@ bool g_hasLooked = false; // main looked for the server, its first work
 
 extern "C" {
 int __real_main(int argc, char** argv);
-int __wrap_main(int argc, char** argv);
 void __real_CFRunLoopRun(void);
-void __wrap_CFRunLoopRun(void);
-int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
-                  size_t newLength);
 
 // The program starts in the test's main, which calls the daemon's.
 int __wrap_main(int argc, char** argv) {

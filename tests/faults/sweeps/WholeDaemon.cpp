@@ -20,9 +20,6 @@ extern "C" {
 CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
                                               CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
                                               CFRunLoopTimerContext*);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
 
 CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
                                               CFTimeInterval interval, CFOptionFlags flags,

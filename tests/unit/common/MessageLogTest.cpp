@@ -26,7 +26,6 @@ time_t g_time = kTime;
 
 } // namespace
 
-extern "C" time_t __wrap_time(time_t* out);
 extern "C" time_t __wrap_time(time_t*) {
     return g_time;
 }

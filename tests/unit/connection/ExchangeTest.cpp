@@ -37,10 +37,6 @@ CFSocketRef __real_CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
                                                             const CFSocketSignature*, CFOptionFlags,
                                                             CFSocketCallBack,
                                                             const CFSocketContext*, CFTimeInterval);
-CFSocketRef __wrap_CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
-                                                            const CFSocketSignature*, CFOptionFlags,
-                                                            CFSocketCallBack,
-                                                            const CFSocketContext*, CFTimeInterval);
 
 CFSocketRef __wrap_CFSocketCreateConnectedToSocketSignature(
     CFAllocatorRef allocator, const CFSocketSignature* signature, CFOptionFlags callBackTypes,

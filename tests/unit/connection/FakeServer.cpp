@@ -60,10 +60,6 @@ VErrLink* SendMessageToChangerServer(CFDictionaryRef message, CFDictionaryRef* r
 
 extern "C" {
 void __real_CFRelease(CFTypeRef object);
-void __wrap_CFRelease(CFTypeRef object);
-time_t __wrap_time(time_t* out);
-unsigned __wrap_sleep(unsigned seconds);
-pid_t __wrap_getpid(void);
 
 void __wrap_CFRelease(CFTypeRef object) {
     if (g_server != nullptr)

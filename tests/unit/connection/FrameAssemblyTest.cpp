@@ -29,9 +29,7 @@ static CFIndex g_capacity = 0; // that the last payload was made with
 
 extern "C" {
 CFMutableDataRef __real_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
-CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
 CFIndex __real_CFDataGetLength(CFDataRef data);
-CFIndex __wrap_CFDataGetLength(CFDataRef data);
 
 CFMutableDataRef __wrap_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity) {
     g_capacity = capacity;

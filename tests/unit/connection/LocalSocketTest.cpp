@@ -19,7 +19,6 @@ int g_releasedNull;
 
 extern "C" {
 void __real_CFRelease(CFTypeRef object);
-void __wrap_CFRelease(CFTypeRef object);
 
 // On a Mac, releasing NULL ends the process.
 void __wrap_CFRelease(CFTypeRef object) {

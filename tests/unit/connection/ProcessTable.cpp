@@ -58,9 +58,6 @@ int CountTableCalls() {
 
 extern "C" {
 int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
-                  size_t newLength);
-
-int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* length, void* newValue,
                   size_t newLength) {
     if (nameLength == 4)
         return AnswerOneProcess(name, buffer, length);

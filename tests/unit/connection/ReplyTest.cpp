@@ -20,7 +20,6 @@ static thread_local int t_stops = 0; // of run loops
 
 extern "C" {
 void __real_CFRunLoopStop(CFRunLoopRef runLoop);
-void __wrap_CFRunLoopStop(CFRunLoopRef runLoop);
 
 void __wrap_CFRunLoopStop(CFRunLoopRef runLoop) {
     ++t_stops;

@@ -67,8 +67,6 @@ FAILING_CALL(CFPropertyListCreateFromXMLData, CFPropertyListRef,
 extern "C" {
 CFSocketError __real_CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
                                       CFTimeInterval timeout);
-CFSocketError __wrap_CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
-                                      CFTimeInterval timeout);
 
 CFSocketError __wrap_CFSocketSendData(CFSocketRef socket, CFDataRef address, CFDataRef data,
                                       CFTimeInterval timeout) {

@@ -34,22 +34,13 @@ int g_openStreams = 0;
 extern "C" {
 CFURLRef __real_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
                                                         CFIndex length, Boolean isDirectory);
-CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
-                                                        CFIndex length, Boolean isDirectory);
 CFPropertyListRef __real_CFPropertyListCreateFromStream(CFAllocatorRef allocator,
                                                         CFReadStreamRef stream, CFIndex length,
                                                         CFOptionFlags mutability,
                                                         CFPropertyListFormat* format,
                                                         CFStringRef* errorString);
-CFPropertyListRef __wrap_CFPropertyListCreateFromStream(CFAllocatorRef allocator,
-                                                        CFReadStreamRef stream, CFIndex length,
-                                                        CFOptionFlags mutability,
-                                                        CFPropertyListFormat* format,
-                                                        CFStringRef* errorString);
 Boolean __real_CFReadStreamOpen(CFReadStreamRef stream);
-Boolean __wrap_CFReadStreamOpen(CFReadStreamRef stream);
 void __real_CFReadStreamClose(CFReadStreamRef stream);
-void __wrap_CFReadStreamClose(CFReadStreamRef stream);
 
 CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
                                                         CFIndex length, Boolean isDirectory) {

@@ -65,12 +65,8 @@ void TermChangerFSCacheManager(void) {
 
 extern "C" {
 int __real_main(int argc, char** argv);
-int __wrap_main(int argc, char** argv);
 int __real__Z14InitVErrSystemv(void);
-int __wrap__Z14InitVErrSystemv(void);
 void __real__Z14TermVErrSystemv(void);
-void __wrap__Z14TermVErrSystemv(void);
-void __wrap_CFRunLoopRun(void);
 
 int __wrap__Z14InitVErrSystemv(void) {
     g_calls.emplace_back("InitVErrSystem");

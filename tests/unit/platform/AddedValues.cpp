@@ -10,15 +10,9 @@ thread_local std::size_t g_addedValues = 0;
 
 // A member function is called like a C function whose first parameter is the object.
 extern "C" {
-
 void __real__ZN2cf11ListBuilder9AddMemberENS_5OwnedIKNS_6ObjectEEE(cf::ListBuilder* builder,
                                                                    cf::Value member);
-void __wrap__ZN2cf11ListBuilder9AddMemberENS_5OwnedIKNS_6ObjectEEE(cf::ListBuilder* builder,
-                                                                   cf::Value member);
 void __real__ZN2cf11ListBuilder7AddPairEPKNS_6ObjectENS_5OwnedIS2_EE(cf::ListBuilder* builder,
-                                                                     const cf::Object* key,
-                                                                     cf::Value value);
-void __wrap__ZN2cf11ListBuilder7AddPairEPKNS_6ObjectENS_5OwnedIS2_EE(cf::ListBuilder* builder,
                                                                      const cf::Object* key,
                                                                      cf::Value value);
 

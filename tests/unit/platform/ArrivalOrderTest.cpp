@@ -45,9 +45,7 @@ std::atomic<bool> g_interruptsLooks = false; // for the end
 
 extern "C" {
 int __real_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
-int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds);
 ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
-ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags);
 
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
     if (g_interruptsLooks && (flags & MSG_PEEK) != 0) {

@@ -44,9 +44,6 @@ Attempts* g_attempts = nullptr;
 } // namespace
 
 extern "C" {
-int __wrap_setsockopt(int socket, int level, int option, const void* value, socklen_t size);
-int __wrap_connect(int socket, const sockaddr* address, socklen_t length);
-
 int __wrap_setsockopt(int, int level, int option, const void* value, socklen_t size) {
     EXPECT_EQ(level, SOL_SOCKET);
     EXPECT_EQ(option, SO_SNDTIMEO);

@@ -425,7 +425,6 @@ TEST_F(DiskArbitration, TellsNobodyWhereNobodyIsRegistered) {
 
 extern "C" {
 FILE* __real_fopen(const char* path, const char* mode);
-FILE* __wrap_fopen(const char* path, const char* mode);
 
 FILE* __wrap_fopen(const char* path, const char* mode) {
     if (std::string_view(path) == "/proc/self/mountinfo" && g_unreadableTurns > 0) {
@@ -437,7 +436,6 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
 }
 
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
-int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
 
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
     const bool isDelay = (flags & TFD_TIMER_ABSTIME) == 0; // the loop's own timers keep dates

@@ -29,7 +29,6 @@ auto& g_asked = *new std::multiset<std::string>;
 
 extern "C" {
 int __real_statfs(const char* path, struct statfs* status);
-int __wrap_statfs(const char* path, struct statfs* status);
 
 int __wrap_statfs(const char* path, struct statfs* status) {
     std::unique_lock lock(g_mutex);

@@ -26,7 +26,6 @@
 // The second's wait before a failed turn is tried again takes a millisecond.
 extern "C" {
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
-int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
 
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
     const bool isSet = setting->it_value.tv_sec > 0;

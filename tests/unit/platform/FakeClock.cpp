@@ -64,12 +64,6 @@ int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itim
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
 gboolean __real_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
 
-int __wrap_clock_gettime(clockid_t clock, timespec* time);
-int __wrap_timerfd_create(int clock, int flags);
-int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old);
-ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
-gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
-
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
     if (!g_fake)
         return __real_clock_gettime(clock, time);

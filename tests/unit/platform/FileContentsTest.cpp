@@ -207,13 +207,8 @@ TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
 
 extern "C" {
 int __real_open(const char* path, int flags, ...);
-int __wrap_open(const char* path, int flags, ...);
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
-ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
-int __wrap_nanosleep(const struct timespec* pause, struct timespec* rest);
 int __real_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                  clockid_t clock, const struct timespec* end);
-int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                   clockid_t clock, const struct timespec* end);
 
 int __wrap_nanosleep(const struct timespec* pause, struct timespec*) {

@@ -55,8 +55,6 @@ TEST(HashKey, StaysTheSameWhenZerosWereDrawn) {
 } // namespace
 
 extern "C" {
-ssize_t __wrap_getrandom(void* bytes, size_t size, unsigned int flags);
-
 ssize_t __wrap_getrandom(void* bytes, size_t size, unsigned int) {
     return Draw(bytes, size);
 }

@@ -45,15 +45,10 @@ TEST_F(LibmountFaults, MonitorThatCannotBeMadeOrEnabledHasNoDescriptor) {
 
 extern "C" {
 FILE* __real_fmemopen(void* memory, size_t size, const char* mode);
-FILE* __wrap_fmemopen(void* memory, size_t size, const char* mode);
 libmnt_table* __real_mnt_new_table(void);
-libmnt_table* __wrap_mnt_new_table(void);
 libmnt_iter* __real_mnt_new_iter(int direction);
-libmnt_iter* __wrap_mnt_new_iter(int direction);
 libmnt_monitor* __real_mnt_new_monitor(void);
-libmnt_monitor* __wrap_mnt_new_monitor(void);
 int __real_mnt_monitor_enable_kernel(libmnt_monitor* monitor, int enable);
-int __wrap_mnt_monitor_enable_kernel(libmnt_monitor* monitor, int enable);
 
 FILE* __wrap_fmemopen(void* memory, size_t size, const char* mode) {
     return g_refused == "fmemopen" ? nullptr : __real_fmemopen(memory, size, mode);

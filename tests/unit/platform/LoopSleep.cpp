@@ -14,7 +14,6 @@ thread_local bool g_idle = false; // the last look found nothing
 
 extern "C" {
 gboolean __real_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
-gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
 
 // A look may have swallowed a wake-up, so the loop gets a turn before it is taken for idle.
 gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock) {

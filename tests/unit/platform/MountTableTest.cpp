@@ -116,7 +116,6 @@ TEST(MountTable, ReadsTheKernelsOwn) {
 
 extern "C" {
 int __real_ferror(FILE* stream);
-int __wrap_ferror(FILE* stream);
 
 int __wrap_ferror(FILE* stream) {
     return disks::g_readingFails ? 1 : __real_ferror(stream);

@@ -144,7 +144,6 @@ TEST_F(KeptArguments, WithoutAnyNameKeepTheOldOne) {
 
 extern "C" {
 unsigned long __real_getauxval(unsigned long type);
-unsigned long __wrap_getauxval(unsigned long type);
 
 unsigned long __wrap_getauxval(unsigned long type) {
     return g_hidesFileName ? 0 : __real_getauxval(type);

@@ -242,7 +242,6 @@ TEST(ReadStream, NeedsAUrlAndAStream) {
 
 extern "C" {
 int __real_lstat(const char* path, struct stat* status);
-int __wrap_lstat(const char* path, struct stat* status);
 
 int __wrap_lstat(const char* path, struct stat* status) {
     return __real_lstat(g_replacedAfterLstat.empty() ? path : g_replacedAfterLstat.c_str(), status);

@@ -22,7 +22,6 @@ bool g_hasKeys = true;
 
 extern "C" {
 int __real_pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
-int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*));
 
 // Present where the leak checker is linked, with the address sanitizer or without.
 [[gnu::weak]] void __lsan_enable(void);

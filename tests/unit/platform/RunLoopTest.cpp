@@ -25,7 +25,6 @@ std::atomic<int> g_wakeUps = 0;
 
 extern "C" {
 GMainContext* __real_g_main_context_new(void);
-GMainContext* __wrap_g_main_context_new(void);
 
 GMainContext* __wrap_g_main_context_new(void) {
     std::vector<int> taken;
@@ -38,7 +37,6 @@ GMainContext* __wrap_g_main_context_new(void) {
 }
 
 void __real_g_main_context_wakeup(GMainContext* context);
-void __wrap_g_main_context_wakeup(GMainContext* context);
 
 void __wrap_g_main_context_wakeup(GMainContext* context) {
     ++g_wakeUps;

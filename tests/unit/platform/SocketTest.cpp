@@ -45,13 +45,9 @@ thread_local std::vector<double> t_waits; // for room: how long each may take, i
 
 extern "C" {
 int __real_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event);
-int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event);
 CFDataRef __real_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
-CFDataRef __wrap_CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 int __real_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
-int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const sigset_t* signals);
 ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
-ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags);
 
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
     g_watches += operation == EPOLL_CTL_ADD ? 1 : 0;

@@ -133,7 +133,6 @@ TEST_F(UniqueMountIdsTest, AreNoneOnAKernelWithoutTheCalls) {
 
 extern "C" {
 long __real_syscall(long number, ...);
-long __wrap_syscall(long number, ...);
 
 // The arguments are as wide as the kernel takes them; what is not passed is not looked at there.
 long __wrap_syscall(long number, ...) {

@@ -27,7 +27,6 @@ std::atomic<int> g_openFlags = 0; // of the last call
 
 extern "C" {
 int __real_open(const char* path, int flags, mode_t mode);
-int __wrap_open(const char* path, int flags, ...);
 
 int __wrap_open(const char* path, int flags, ...) {
     g_openFlags = flags;

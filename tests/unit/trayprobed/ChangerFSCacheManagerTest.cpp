@@ -36,8 +36,6 @@ static std::vector<std::string> g_fileUrls; // the paths of files for which a UR
 extern "C" {
 CFURLRef __real_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
                                                         CFIndex length, Boolean isDirectory);
-CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
-                                                        CFIndex length, Boolean isDirectory);
 
 CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
                                                         CFIndex length, Boolean isDirectory) {
@@ -52,7 +50,6 @@ static bool g_recognitionFails = false; // which it never does by itself
 
 extern "C" {
 VErrLink* __real__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot);
-VErrLink* __wrap__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot);
 
 VErrLink* __wrap__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot) {
     VErrLink* err = nullptr;

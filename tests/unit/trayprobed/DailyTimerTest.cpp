@@ -40,7 +40,6 @@ VErrLink* StartChangerFSCache(UInt64 changerGUID) {
 
 extern "C" {
 time_t __real_mktime(struct tm* when);
-time_t __wrap_mktime(struct tm* when);
 
 time_t __wrap_mktime(struct tm* when) {
     const time_t made = __real_mktime(when);

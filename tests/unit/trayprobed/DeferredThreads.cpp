@@ -52,11 +52,6 @@ int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
 int __real_pthread_attr_init(pthread_attr_t* attributes);
 int __real_pthread_attr_setdetachstate(pthread_attr_t* attributes, int state);
 int __real_pthread_attr_destroy(pthread_attr_t* attributes);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                          void* argument);
-int __wrap_pthread_attr_init(pthread_attr_t* attributes);
-int __wrap_pthread_attr_setdetachstate(pthread_attr_t* attributes, int state);
-int __wrap_pthread_attr_destroy(pthread_attr_t* attributes);
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {

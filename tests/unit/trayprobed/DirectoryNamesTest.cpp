@@ -177,7 +177,6 @@ TEST_F(DirectoryNamesTest, OfAListingThatBreaksOffAreNone) {
 
 extern "C" {
 struct dirent* __real_readdir(DIR* directory);
-struct dirent* __wrap_readdir(DIR* directory);
 
 static struct dirent* LongEntry() {
     alignas(struct dirent) static char entry[2 * kChunk];

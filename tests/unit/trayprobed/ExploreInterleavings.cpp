@@ -177,15 +177,6 @@ CFMutableDictionaryRef __real_CFDictionaryCreateMutableCopy(CFAllocatorRef alloc
                                                             CFDictionaryRef dictionary);
 void __real_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
                                  const void* value);
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                          void* argument);
-CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
-                                                            CFIndex capacity,
-                                                            CFDictionaryRef dictionary);
-void __wrap_CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key,
-                                 const void* value);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     if (t_self == nullptr)

@@ -14,7 +14,6 @@ std::atomic<time_t> g_step = 0;
 
 extern "C" {
 time_t __real_time(time_t* now);
-time_t __wrap_time(time_t* now);
 
 time_t __wrap_time(time_t* now) {
     if (!g_isFake)

@@ -96,13 +96,7 @@ DIR* __real_opendir(const char* path);
 DIR* __real_fdopendir(int descriptor);
 struct dirent* __real_readdir(DIR* stream);
 int __real_fstatat(int folder, const char* name, struct stat* status, int flags);
-int __wrap_openat(int folder, const char* name, int flags, ...);
-DIR* __wrap_opendir(const char* path);
-DIR* __wrap_fdopendir(int descriptor);
-struct dirent* __wrap_readdir(DIR* stream);
-int __wrap_fstatat(int folder, const char* name, struct stat* status, int flags);
 VErrLink* __real__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(const char* path, bool* isRoot);
-VErrLink* __wrap__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(const char* path, bool* isRoot);
 
 int __wrap_openat(int folder, const char* name, int flags, ...) {
     const NoAllocationFaultsHere here;

@@ -22,7 +22,6 @@ std::size_t g_count = 0;
 
 extern "C" {
 VErrLink* __real__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
-VErrLink* __wrap__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
 
 VErrLink* __wrap__Z14GetChangerListPPK9__CFArray(CFArrayRef* list) {
     VErrLink* err = __real__Z14GetChangerListPPK9__CFArray(list);

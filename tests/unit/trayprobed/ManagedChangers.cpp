@@ -79,9 +79,6 @@ extern "C" {
 VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 VErrLink* __real__Z22GetGlobalShouldIdMediaPi(SInt32* shouldId);
 VErrLink* __real__Z22SetGlobalShouldIdMediai(SInt32 shouldId);
-VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
-VErrLink* __wrap__Z22GetGlobalShouldIdMediaPi(SInt32* shouldId);
-VErrLink* __wrap__Z22SetGlobalShouldIdMediai(SInt32 shouldId);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
     VErrLink* err = Answer("SaveChangerInfoList");

@@ -24,8 +24,6 @@ VErrLink* StartChangerFSCache(UInt64) {
 extern "C" {
 void __real_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
                                          const void** values);
-void __wrap_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
-                                         const void** values);
 
 void __wrap_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
                                          const void** values) {

@@ -5,7 +5,6 @@ static int g_goodReads = 0;
 
 extern "C" {
 const void* __real_CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
-const void* __wrap_CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
 
 const void* __wrap_CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
     const bool isNull = index == g_index && g_goodReads-- <= 0;

@@ -36,10 +36,6 @@ int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*
 int __real_pthread_mutex_destroy(pthread_mutex_t* mutex);
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
-int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex);
 
 // The state lock is the one with default attributes.
 int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {

@@ -21,13 +21,7 @@ extern "C" {
 CFMutableDictionaryRef __real_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
                                                             CFIndex capacity,
                                                             CFDictionaryRef dictionary);
-CFMutableDictionaryRef __wrap_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
-                                                            CFIndex capacity,
-                                                            CFDictionaryRef dictionary);
 CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
                                               CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
                                               CFRunLoopTimerContext*);
 
