@@ -52,7 +52,7 @@ TEST_F(BuildTest, EveryDirectoryIsListedAndEachDiscIsOneStep) {
     EXPECT_THAT(Server().AllSoFar("open"), IsEmpty()) << "files are never opened";
 }
 
-TEST_F(BuildTest, ProgressIsShownUnderTheDaemonsName) {
+TEST_F(BuildTest, StatusOfABuildHasTheDaemonsClientName) {
     Begin();
     PutIdentifiedDiscs(1);
     Tell("identify changer=5000C500ABCD00A1");
@@ -68,7 +68,7 @@ TEST_F(BuildTest, ProgressIsShownUnderTheDaemonsName) {
                                 {"abort-requested", "no"}}));
 }
 
-TEST_F(BuildTest, ChangerWithoutDiscsReportsNothingOfNothing) {
+TEST_F(BuildTest, ChangerWithoutDiscsReportsStatusZeroOfZero) {
     Begin();
     Tell("identify changer=5000C500ABCD00A1");
     AwaitEndOfBuild();
@@ -76,7 +76,7 @@ TEST_F(BuildTest, ChangerWithoutDiscsReportsNothingOfNothing) {
                                              "status 0/0", "clear status", "withdraw changer"));
 }
 
-TEST_F(BuildTest, RequestsDuringABuildStartNoSecondOne) {
+TEST_F(BuildTest, BuildRequestDuringABuildStartsNoSecondBuild) {
     Begin("slots=4 drives=1 moving=200");
     PutIdentifiedDiscs(3);
     Tell("identify changer=5000C500ABCD00A1");
@@ -88,7 +88,7 @@ TEST_F(BuildTest, RequestsDuringABuildStartNoSecondOne) {
     EXPECT_EQ(Server().AllSoFar("request", {{"current-step", "3"}}).size(), 1U);
 }
 
-TEST_F(BuildTest, AbortEndsTheBuildQuietlyAndTheNextOneRuns) {
+TEST_F(BuildTest, AbortEndsTheBuildWithoutLogAndTheNextBuildIsComplete) {
     Begin("slots=4 drives=1 moving=300");
     PutIdentifiedDiscs(4);
     Tell("identify changer=5000C500ABCD00A1");
@@ -102,7 +102,7 @@ TEST_F(BuildTest, AbortEndsTheBuildQuietlyAndTheNextOneRuns) {
     EXPECT_THAT(UncachedDirectories(), IsEmpty());
 }
 
-TEST_F(BuildTest, FileSystemThatIsNotMountedEndsItAtOnce) {
+TEST_F(BuildTest, BuildOfAnUnmountedFileSystemEndsWithoutStatus) {
     Begin();
     PutIdentifiedDiscs(1);
     Tell("unmount changer=5000C500ABCD00A1");
@@ -113,7 +113,7 @@ TEST_F(BuildTest, FileSystemThatIsNotMountedEndsItAtOnce) {
                 IsEmpty());
 }
 
-TEST_F(BuildTest, LinksAreNotFollowed) {
+TEST_F(BuildTest, SymbolicLinksOnADiscAreNotFollowed) {
     std::filesystem::create_directories("/tmp/content/real/inside");
     std::filesystem::create_directory_symlink("real", "/tmp/content/link");
     std::ofstream("/tmp/content/file") << "text";
@@ -128,7 +128,7 @@ TEST_F(BuildTest, LinksAreNotFollowed) {
     EXPECT_THAT(listed, UnorderedElementsAre("/", "/real", "/real/inside"));
 }
 
-TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
+TEST_F(BuildTest, RefusedFirstStatusPreventsTheBuild) {
     Begin();
     PutIdentifiedDiscs(1);
     Tell("fault on=\"set client status\" do=error code=1050 text=no");
@@ -148,7 +148,7 @@ TEST_F(BuildTest, RefusedProgressKeepsTheBuildFromStarting) {
     EXPECT_THAT(UncachedDirectories(), IsEmpty());
 }
 
-TEST_F(BuildTest, RefusedProgressEndsARunningBuild) {
+TEST_F(BuildTest, RefusedStatusEndsARunningBuild) {
     Begin("slots=4 drives=1 moving=300");
     PutIdentifiedDiscs(3);
     Tell("identify changer=5000C500ABCD00A1");
@@ -167,7 +167,7 @@ TEST_F(BuildTest, RefusedProgressEndsARunningBuild) {
     EXPECT_EQ(RequestsSoFar().back(), "withdraw changer");
 }
 
-TEST_F(BuildTest, RefusedOpeningRequestSkipsTheWalk) {
+TEST_F(BuildTest, RefusedFirstWithdrawalSkipsTheWalk) {
     Begin();
     PutIdentifiedDiscs(1);
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
@@ -191,7 +191,7 @@ TEST_F(BuildTest, RefusedOpeningRequestSkipsTheWalk) {
         EXPECT_GT(listing.number, closing);
 }
 
-TEST_F(BuildTest, DiscThatIsPulledOutIsLoggedAndTheBuildGoesOn) {
+TEST_F(BuildTest, DiscRemovedDuringTheBuildIsLoggedAndTheBuildContinues) {
     Begin("slots=4 drives=1 moving=500");
     PutIdentifiedDiscs(3, "directories=0");
     Tell("identify changer=5000C500ABCD00A1");

@@ -47,19 +47,19 @@ TEST(DemoTest, HelpIsWrittenToStandardOutput) {
     EXPECT_THAT(end.errors, HasSubstr("usage: trayprobed-demo"));
 }
 
-TEST(DemoTest, HelpThatCannotBeWrittenIsAFailure) {
+TEST(DemoTest, HelpThatCannotBeWrittenGivesExitStatusOne) {
     const ProgramEnd end = RunProgram({"trayprobed-demo", "--help"}, [] { WriteTo("/dev/full"); });
     EXPECT_EQ(end.exitStatus, 1);
     EXPECT_THAT(end.errors, HasSubstr("No space left on device"));
 }
 
-TEST(DemoTest, UnknownArgumentIsRefused) {
+TEST(DemoTest, UnknownArgumentGivesUsageAndExitStatusTwo) {
     const ProgramEnd end = RunProgram({"trayprobed-demo", "--halp"}, [] { WriteTo("/dev/null"); });
     EXPECT_EQ(end.exitStatus, 2);
     EXPECT_THAT(end.errors, HasSubstr("usage: trayprobed-demo"));
 }
 
-TEST(DemoTest, OutputThatCannotBeWrittenIsAFailure) {
+TEST(DemoTest, OutputThatCannotBeWrittenGivesExitStatusOne) {
     const ProgramEnd end = RunDemo([] { WriteTo("/dev/full"); });
     EXPECT_EQ(end.exitStatus, 1);
     EXPECT_THAT(end.errors, HasSubstr("No space left on device"));
@@ -73,13 +73,13 @@ void HideDevicesButKeepPrograms() {
     Bind("/proc/self/fd/" + std::to_string(kept.Get()), programs);
 }
 
-TEST(DemoTest, MissingFuseDeviceIsNamed) {
+TEST(DemoTest, MissingFuseDeviceIsReported) {
     const ProgramEnd end = RunDemo(HideDevicesButKeepPrograms);
     EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("there is no /dev/fuse"));
 }
 
-TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsNamed) {
+TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsReported) {
     const ProgramEnd end = RunDemo([] {
         const fs::path file = "/tmp/file";
         const testbed::Descriptor created(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
@@ -89,13 +89,13 @@ TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsNamed) {
     EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
 }
 
-TEST(DemoTest, OtherDeviceInPlaceOfTheFuseDeviceIsNamed) {
+TEST(DemoTest, OtherDeviceInPlaceOfTheFuseDeviceIsReported) {
     const ProgramEnd end = RunDemo([] { Bind("/dev/null", kFuse); });
     EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
     EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
 }
 
-TEST(DemoTest, FuseDeviceThatMayNotBeOpenedIsNamed) {
+TEST(DemoTest, FuseDeviceWithoutPermissionIsReported) {
     const ProgramEnd end = RunDemo([] {
         Bind(kFuse, kFuse);
         const unsigned long flags = MS_REMOUNT | MS_BIND | MS_NODEV;
@@ -113,13 +113,13 @@ void ReplaceServerBy(const std::string& script) {
     WriteToErrors();
 }
 
-TEST(DemoTest, ServerThatEndsAtItsStartIsToldWithItsError) {
+TEST(DemoTest, ServerThatExitsAtItsStartIsReportedWithItsError) {
     const ProgramEnd end = RunDemo([] { ReplaceServerBy("echo 'no start' >&2\nexit 3\n"); });
     EXPECT_EQ(end.exitStatus, 1);
     EXPECT_THAT(end.errors, HasSubstr("the server exited with 3: no start"));
 }
 
-TEST(DemoTest, ServerThatEndsAtItsFirstCommandIsToldWithItsError) {
+TEST(DemoTest, ServerThatExitsAtItsFirstCommandIsReportedWithItsError) {
     const ProgramEnd end =
         RunDemo([] { ReplaceServerBy("read command\necho 'no answer' >&2\nexit 4\n"); });
     EXPECT_EQ(end.exitStatus, 1);

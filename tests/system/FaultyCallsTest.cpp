@@ -242,7 +242,7 @@ void FaultyRunTest::AwaitLastNotification() {
     std::ostringstream changer;
     changer << std::hex << std::uppercase << std::setw(16) << std::setfill('0') << changers_++;
     Tell("add-changer changer=" + changer.str() + " slots=1 drives=1");
-    AwaitChangerTakenUp(changer.str());
+    AwaitChangerAdded(changer.str());
 }
 
 // The idle threads are the fewest ever seen: one that probes a volume may be slow to end.

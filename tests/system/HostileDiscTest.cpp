@@ -40,7 +40,7 @@ protected:
                     "fail scandir on \"" + folder + "\" (err = " + std::to_string(error) + ")");
     }
     // Other changers' discs, other volumes.
-    void ExpectMainLoopGoesOn() {
+    void ExpectMainLoopResponsive() {
         Tell("add-changer changer=5000C500ABCD00B2 slots=1 drives=1");
         Tell("put changer=5000C500ABCD00B2 slot=0");
         AwaitIdentification(0);
@@ -52,14 +52,14 @@ protected:
 
 class HostileVolumeTest : public HostileDiscTest {
 protected:
-    PuppetVolume& TakeUp(const std::vector<std::string>& folders) {
+    PuppetVolume& MountAndAwaitRegistration(const std::vector<std::string>& folders) {
         volume_.emplace(run_.OutputLog(), kPlace, folders);
         volume_->AwaitRead(kInfoFile);
         volume_->AwaitRead(kInfoFile);
         return *volume_;
     }
     PuppetVolume& BeginBuildThatStopsIn(const std::vector<std::string>& folders) {
-        PuppetVolume& volume = TakeUp(folders);
+        PuppetVolume& volume = MountAndAwaitRegistration(folders);
         Tell("identify changer=5000C500ABCD00A1");
         volume.AwaitStop();
         return volume;
@@ -68,17 +68,17 @@ protected:
     std::optional<PuppetVolume> volume_;
 };
 
-TEST_F(HostileVolumeTest, ListingThatTakesLongHoldsUpItsBuildOnly) {
+TEST_F(HostileVolumeTest, SlowListingDelaysOnlyItsOwnBuild) {
     PuppetVolume& volume = BeginBuildThatStopsIn({"stop"});
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     volume.Continue();
     AwaitEndOfBuild();
     EXPECT_THAT(RequestsSoFar(), Contains("status 1/1"));
 }
 
-TEST_F(HostileVolumeTest, ServerThatDiesInAListingIsLoggedAndTheBuildEnds) {
+TEST_F(HostileVolumeTest, FileSystemServerKilledDuringAListingIsLoggedAndTheBuildEnds) {
     PuppetVolume& volume = BeginBuildThatStopsIn({"a", "stop", "b"});
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     volume.Kill();
     AwaitEndOfBuild();
     AwaitLog({FailedListing("/tmp/place/disc/stop", ECONNABORTED)});
@@ -87,7 +87,7 @@ TEST_F(HostileVolumeTest, ServerThatDiesInAListingIsLoggedAndTheBuildEnds) {
     ExpectNothingToBuild();
 }
 
-TEST_F(HostileVolumeTest, VolumeThatIsPulledAwayInAListingEndsTheBuildQuietly) {
+TEST_F(HostileVolumeTest, VolumeUnmountedDuringAListingEndsTheBuildWithoutLog) {
     PuppetVolume& volume = BeginBuildThatStopsIn({"a", "stop", "b"});
     volume.Unmount();
     volume.Continue();
@@ -97,18 +97,18 @@ TEST_F(HostileVolumeTest, VolumeThatIsPulledAwayInAListingEndsTheBuildQuietly) {
 }
 
 // As the daemon's own user may read everything, it is the file system that refuses.
-TEST_F(HostileVolumeTest, FoldersThatCannotBeListedAreLoggedByTheirNamesAndPassedOver) {
-    TakeUp({"forbidden %n%s\n\xff", "broken", "a"});
+TEST_F(HostileVolumeTest, FoldersThatCannotBeListedAreLoggedAndSkipped) {
+    MountAndAwaitRegistration({"forbidden %n%s\n\xff", "broken", "a"});
     ExpectBuildOf(1);
     AwaitLog({FailedListing("/tmp/place/disc/forbidden %n%s\n\xff", EACCES),
               FailedListing("/tmp/place/disc/broken", EIO)});
 }
 
-TEST_F(HostileVolumeTest, DiscWithoutEndIsLeftWhenAUserAborts) {
-    TakeUp({"maze"});
+TEST_F(HostileVolumeTest, AbortEndsTheBuildOfAnEndlessDirectoryTree) {
+    MountAndAwaitRegistration({"maze"});
     Tell("identify changer=5000C500ABCD00A1");
     Server().Await("status", {{"current", "0"}, {"maximum", "1"}});
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     Tell("abort changer=5000C500ABCD00A1 client=trayprobed");
     AwaitEndOfBuild();
 }
@@ -128,7 +128,7 @@ protected:
     }
 };
 
-TEST_F(OddContentTest, NamesAreBytes) {
+TEST_F(OddContentTest, DirectoriesWithAnyBytesInTheirNamesAreListed) {
     std::deque<testbed::ReadWatch> watches;
     for (const std::string& name :
          {std::string("%n%s%999999d"), std::string("line\nbreak"), std::string("\xff\xfe"),
@@ -143,7 +143,7 @@ TEST_F(OddContentTest, NamesAreBytes) {
 }
 
 // None of these is entered, or opened, as nobody can a socket.
-TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
+TEST_F(OddContentTest, LinksPipesAndSocketsOnADiscAreSkipped) {
     fs::create_directories("/tmp/outside/leaf");
     testbed::ReadWatch leaf("/tmp/outside/leaf");
     fs::create_directory_symlink("/tmp/outside", "/tmp/a/disc0/outside");
@@ -161,7 +161,7 @@ TEST_F(OddContentTest, LinksPipesAndSocketsAreNoObstacles) {
     EXPECT_EQ(pipe.CountReadsSoFar(), 0);
 }
 
-TEST_F(OddContentTest, OnlyFilesAreReadUnderTheInfoFilesName) {
+TEST_F(OddContentTest, InfoFileNameOfAnythingButASmallFileIsNotRead) {
     for (const char* folder : {"pipe", "directory", "link", "self", "socket", "terabyte"})
         fs::create_directory(fs::path("/tmp/a") / folder);
     fs::create_directory("/tmp/a/directory/.media_info.plist");
@@ -204,7 +204,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, DeviceTest, testing::Values(S_IFCHR, S_IFBLK),
                              return kind.param == S_IFCHR ? "Characters" : "Blocks";
                          });
 
-TEST_P(DeviceTest, IsOpenedNeitherOnADiscNorUnderTheInfoFilesName) {
+TEST_P(DeviceTest, DeviceIsOpenedNeitherOnADiscNorAsInfoFile) {
     for (const char* folder : {"/tmp/a/info", "/tmp/a/link", "/tmp/a/z"})
         fs::create_directory(folder);
     for (const char* path : {"/tmp/a/disc0/device", "/tmp/a/info/.media_info.plist"})
@@ -225,7 +225,7 @@ TEST_P(DeviceTest, IsOpenedNeitherOnADiscNorUnderTheInfoFilesName) {
     EXPECT_EQ(last.CountReadsSoFar(), 2); // the count and the walk
 }
 
-TEST_F(OddContentTest, SparseTerabyteInPlaceOfTheInfoFileHoldsUpNobody) {
+TEST_F(OddContentTest, InfoFileOfASparseTerabyteIsIgnored) {
     fs::create_directory("/tmp/b");
     std::ofstream("/tmp/b/.changer_info.plist");
     fs::resize_file("/tmp/b/.changer_info.plist", 1ULL << 40);
@@ -235,7 +235,7 @@ TEST_F(OddContentTest, SparseTerabyteInPlaceOfTheInfoFileHoldsUpNobody) {
 
 // At the deepest the name of an info file is cut off wholly, so that the folder itself is opened
 // in its place; then it is listed. The next one would be its own parent by its path.
-TEST_F(OddContentTest, FoldersAreEnteredAsDeepAsAPathCanTell) {
+TEST_F(OddContentTest, FoldersAreListedUpToTheMaximumPathLength) {
     std::string folder = "/tmp/a/disc0";
     std::string path = "/tmp/place/disc0";
     for (; path.size() + 2 <= kLongestPath; path += "/d")
@@ -248,7 +248,7 @@ TEST_F(OddContentTest, FoldersAreEnteredAsDeepAsAPathCanTell) {
     EXPECT_EQ(tooDeep.CountReadsSoFar(), 0);
 }
 
-TEST_F(OddContentTest, ParentThatIsMountedBelowItselfIsNotEnteredAgain) {
+TEST_F(OddContentTest, FolderMountedBelowItselfIsNotListedAgain) {
     fs::create_directory("/tmp/a/disc0/again");
     fs::create_directory("/tmp/a/leaf");
     Bind("/tmp/a", kPlace, 2);
@@ -285,7 +285,7 @@ protected:
     }
 };
 
-TEST_F(ManyNamesTest, AreListedAndTheirMemoryIsGivenBack) {
+TEST_F(ManyNamesTest, MemoryOfALargeListingIsReleasedAfterTheBuild) {
     ExpectBuildGivesMemoryBack(testbed::kHasSanitizer ? 100'000 : 1'000'000);
 }
 

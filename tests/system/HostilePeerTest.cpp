@@ -38,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(Oddities, OddFrameTest,
                                          "do=header-size size=12", "do=header-size size=300",
                                          "do=huge size=3000000"));
 
-TEST_P(OddFrameTest, ReplyIsUnderstood) {
+TEST_P(OddFrameTest, UnusualReplyIsAccepted) {
     Begin();
     Tell(std::string("fault on=\"mount disc\" ") + GetParam());
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -46,7 +46,7 @@ TEST_P(OddFrameTest, ReplyIsUnderstood) {
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
 }
 
-TEST_P(OddFrameTest, NotificationIsUnderstood) {
+TEST_P(OddFrameTest, UnusualNotificationIsHandled) {
     Begin();
     Tell(std::string("fault on=notification ") + GetParam());
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -54,7 +54,7 @@ TEST_P(OddFrameTest, NotificationIsUnderstood) {
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
 }
 
-TEST_F(HostilePeerTest, NotificationsInOneReadAreAllUnderstood) {
+TEST_F(HostilePeerTest, SeveralNotificationsInOneReadAreAllHandled) {
     Begin();
     Tell("fault on=notification do=glued count=all");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -65,14 +65,14 @@ TEST_F(HostilePeerTest, NotificationsInOneReadAreAllUnderstood) {
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, RubbishIsLoggedAndPassed) {
+TEST_F(HostilePeerTest, BytesWithoutAHeaderAreLoggedAndLaterNotificationsHandled) {
     Begin();
     Tell("notify hex=0102030405");
     AwaitLogOfLostNotification("invalid notification header on data received");
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, MalformedNotificationIsLoggedAndPassed) {
+TEST_F(HostilePeerTest, MalformedNotificationIsLoggedAndLaterNotificationsHandled) {
     Begin();
     Tell("fault on=notification do=malformed");
     Tell("push together=yes");
@@ -84,7 +84,7 @@ TEST_F(HostilePeerTest, MalformedNotificationIsLoggedAndPassed) {
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, ExtraBytesAreLoggedAndPassed) {
+TEST_F(HostilePeerTest, ExtraBytesBehindAFrameAreLoggedAndLaterNotificationsHandled) {
     Begin();
     Tell("fault on=notification do=extra");
     Tell("push together=yes");
@@ -92,7 +92,7 @@ TEST_F(HostilePeerTest, ExtraBytesAreLoggedAndPassed) {
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, FrameThatNeverEndsGoesWithItsConnection) {
+TEST_F(HostilePeerTest, IncompleteFrameIsDiscardedWithItsConnection) {
     Begin();
     Tell("notify hex=6769536800000c00ffffffff3c");
     Tell("push");
@@ -101,14 +101,14 @@ TEST_F(HostilePeerTest, FrameThatNeverEndsGoesWithItsConnection) {
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, NotificationThatIsNoDictionaryMeansNothing) {
+TEST_F(HostilePeerTest, NotificationThatIsNotADictionaryIsIgnored) {
     Begin();
     Tell("fault on=notification do=wrong-root");
     Tell("push together=yes");
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsLoggedAndChangesNothing) {
+TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsLoggedAndIgnored) {
     Begin();
     Tell("fault on=notification do=wrong-types");
     Tell("push together=yes");
@@ -121,7 +121,7 @@ TEST_F(HostilePeerTest, NotificationWithValuesOfWrongTypesIsLoggedAndChangesNoth
     ExpectNotificationsWork();
 }
 
-TEST_F(HostilePeerTest, ReplyThatIsNoDictionaryIsNoError) {
+TEST_F(HostilePeerTest, ReplyThatIsNotADictionaryMeansSuccess) {
     Begin();
     Tell("fault on=\"mount disc\" do=wrong-root");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -129,7 +129,7 @@ TEST_F(HostilePeerTest, ReplyThatIsNoDictionaryIsNoError) {
     EXPECT_THAT(RequestsSoFar(), Contains("eject 0"));
 }
 
-TEST_F(HostilePeerTest, SingleThreadedServerIsAnswered) {
+TEST_F(HostilePeerTest, SingleThreadedServerCausesNoDeadlock) {
     Begin();
     Tell("serial value=yes");
     Tell("put changer=5000C500ABCD00A1 slot=0");

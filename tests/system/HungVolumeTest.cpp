@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kPlace = "/tmp/place";
 constexpr const char* kInfoFile = "/.changer_info.plist";
-constexpr int kMostProbes = 32;
+constexpr int kMaxProbes = 32;
 constexpr uid_t kAnotherUser = 4321;
 
 bool IsUserKnown(uid_t user) {
@@ -32,7 +32,7 @@ bool IsUserKnown(uid_t user) {
 class HungVolumeTest : public VolumeTest {
 protected:
     // Other volumes, other changers' discs.
-    void ExpectMainLoopGoesOn() {
+    void ExpectMainLoopResponsive() {
         AwaitMountsSeen();
         Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
         AwaitServedRequest(0);
@@ -57,7 +57,7 @@ protected:
         MakeChangerFolder("/tmp/b", kDiscsOfYounger);
         Bind("/tmp/b", "/tmp/younger", reads);
     }
-    void LetOlderAnswer() {
+    void ContinueOlder() {
         testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, 1);
         older_->Continue();
         older_->AwaitRead(kInfoFile);
@@ -72,44 +72,44 @@ private:
     std::optional<PuppetVolume> older_;
 };
 
-TEST_F(OlderHungVolumeTest, HoldsUpNoStart) {
+TEST_F(OlderHungVolumeTest, VolumeThatHungBeforeTheStartDoesNotDelayTheDaemon) {
     const SilentVolume silent("/tmp/silent");
     Begin();
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
 }
 
-TEST_F(LateVolumeTest, DoesNotReplaceTheYoungerOneThatWasTakenUpMeanwhile) {
+TEST_F(LateVolumeTest, OlderVolumeThatAnswersLateDoesNotReplaceTheRegisteredYoungerOne) {
     VolumeTest::SetUp();
     MountOlder();
     MountYounger(2);
-    LetOlderAnswer();
+    ContinueOlder();
     ExpectBuildOf(kDiscsOfYounger);
 }
 
-TEST_F(LateVolumeTest, DoesNotReplaceTheYoungerOneThatWasThereAtTheStart) {
+TEST_F(LateVolumeTest, OlderVolumeThatAnswersLateDoesNotReplaceTheYoungerOneOfTheStart) {
     MountOlder();
     MountYounger(0);
     testbed::ReadWatch infoFile("/tmp/b/.changer_info.plist");
     VolumeTest::SetUp();
     infoFile.AwaitReads(2);
-    LetOlderAnswer();
+    ContinueOlder();
     ExpectBuildOf(kDiscsOfYounger);
 }
 
-TEST_F(LateVolumeTest, IsNotTakenUpWhenTheYoungerOneIsUnmounted) {
+TEST_F(LateVolumeTest, OlderVolumeIsNotRegisteredWhenTheYoungerOneIsUnmounted) {
     VolumeTest::SetUp();
     MountOlder();
     MountYounger(0);
-    LetOlderAnswer();
+    ContinueOlder();
     ASSERT_EQ(umount("/tmp/younger"), 0);
     AwaitMountsSeen();
     ExpectNothingToBuild();
 }
 
-TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
+TEST_F(HungVolumeTest, HungVolumeBlocksNothingAndIsRegisteredWhenItAnswers) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     ExpectNothingToBuild();
     volume.Continue();
     volume.AwaitRead(kInfoFile);
@@ -117,38 +117,38 @@ TEST_F(HungVolumeTest, HoldsUpNobodyAndAppearsOnceItAnswers) {
     ExpectBuildOf(1);
 }
 
-TEST_F(HungVolumeTest, NeverAppearsIfItIsGoneWhenItAnswers) {
+TEST_F(HungVolumeTest, VolumeUnmountedBeforeItAnswersIsNotRegistered) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Unmount();
     AwaitMountsSeen();
     volume.Continue();
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     ExpectNothingToBuild();
 }
 
-TEST_F(HungVolumeTest, NeverAppearsIfItsServerIsKilledBeforeItAnswers) {
+TEST_F(HungVolumeTest, VolumeWhoseServerIsKilledBeforeItAnswersIsNotRegistered) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Kill();
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     ExpectNothingToBuild();
 }
 
 // Any user may mount one, but it is the system that answers for it.
-TEST_F(HungVolumeTest, OfAnotherUserHoldsUpNothingAtAll) {
+TEST_F(HungVolumeTest, HungVolumesOfAnotherUserOccupyNoProbe) {
     if (!IsUserKnown(kAnotherUser))
         GTEST_SKIP() << "no other user is known in this namespace (run as root)";
     std::deque<SilentVolume> silent;
-    for (int i = 0; i < 2 * kMostProbes; ++i)
+    for (int i = 0; i < 2 * kMaxProbes; ++i)
         silent.push_back(SilentVolume::OfUser(kAnotherUser, "/tmp/of-user" + std::to_string(i)));
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, 0);
 }
 
 // Once it has answered, the daemon's main thread reads its info file, and waits for it up to half a
 // minute. What comes meanwhile is kept.
-TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
+TEST_F(HungVolumeTest, OpeningTheInfoFileBlocksTheDaemonUntilTheVolumeContinues) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
@@ -160,30 +160,30 @@ TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItGoesOn) {
     ExpectBuildOf(1);
 }
 
-TEST_F(HungVolumeTest, ThatStopsInItsInfoFileHoldsUpTheDaemonUntilItIsKilled) {
+TEST_F(HungVolumeTest, OpeningTheInfoFileBlocksTheDaemonUntilTheVolumeIsKilled) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
     volume.Kill();
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     ExpectNothingToBuild();
 }
 
 // Then it is no changer's volume.
-TEST_F(HungVolumeTest, SlowThatStopsInItsInfoFileHoldsUpTheDaemonForHalfAMinuteAtMost) {
+TEST_F(HungVolumeTest, SlowOpeningTheInfoFileBlocksTheDaemonForAtMostHalfAMinute) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
     volume.AwaitStop();
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     volume.Continue();
     ExpectNothingToBuild();
 }
 
 // The second reading is bounded like the first, though the state lock is held meanwhile. The
 // volume has told that it is a changer's, but not whose in the end, which is logged: it is none.
-TEST_F(HungVolumeTest, SlowThatStopsInItsSecondReadingHoldsUpTheDaemonForHalfAMinuteAtMost) {
+TEST_F(HungVolumeTest, SlowSecondOpeningOfTheInfoFileBlocksTheDaemonForAtMostHalfAMinute) {
     PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
     volume.AwaitRead(kInfoFile);
     volume.AwaitStop();
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     AwaitLog({Link("DirectoryInfo", "ReadFSInfoFile", "fail CFReadStreamOpen"),
               Link("DirectoryInfo", "ReadFSRootInfoFile", "fail ReadFSInfoFile"),
               Link("DirectoryInfo", "GetChangerFileSystemRootInfo", "fail ReadFSRootInfoFile"),
@@ -194,14 +194,13 @@ TEST_F(HungVolumeTest, SlowThatStopsInItsSecondReadingHoldsUpTheDaemonForHalfAMi
 }
 
 // Beyond so many dead ones, a volume that would answer has to wait, too; all else goes on.
-TEST_F(HungVolumeTest, HoldsUpOtherVolumesOnlyWhereThereAreAsManyAsProbes) {
+TEST_F(HungVolumeTest, OtherVolumesWaitOnlyWhileAllProbesAreOccupied) {
     std::deque<SilentVolume> silent;
-    for (int i = 1; i < kMostProbes; ++i)
+    for (int i = 1; i < kMaxProbes; ++i)
         silent.emplace_back("/tmp/silent" + std::to_string(i));
-    ExpectMainLoopGoesOn();
+    ExpectMainLoopResponsive();
     silent.emplace_back("/tmp/silent");
-    testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs,
-                                      kMostProbes);
+    testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, kMaxProbes);
 
     MakeChangerFolder("/tmp/a", 1);
     std::filesystem::create_directory(kPlace);

@@ -11,8 +11,6 @@ using testing::Not;
 namespace {
 
 constexpr const char* kMessages = "ChangerServerMessages";
-constexpr const char* kMount = "ChangerServerMountDisc";
-constexpr const char* kEject = "ChangerServerEjectDisc";
 constexpr const char* kRequest = "ChangerServerRequestIdentification";
 constexpr const char* kWorker = "MediaIdThread";
 
@@ -37,38 +35,27 @@ protected:
     }
 };
 
-TEST_F(IdentificationFailureTest, AfterAFailedMountNothingIsEjectedAndTheDiscIsTriedAgain) {
+TEST_F(IdentificationFailureTest, FailedMountIsFollowedByNoEjectAndTheDiscIsPickedAgain) {
     Begin();
     Tell("fault on=\"mount disc\" do=error code=1050 text=\"robot jammed\"");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
-    AwaitLog({Link(kMessages, "GetMessageReplyErr", "robot jammed (VErrCode = 1050)"),
-              Link(kMount, "ChangerServerMountDiscInDrive",
-                   "fail send message to changer server (VErrCode = 1050)"),
-              Link(kMount, "ChangerServerMountDisc",
-                   "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1050)"),
-              Link(kWorker, "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1050)")});
+    AwaitLogOfFailedMount("robot jammed", 1050);
     AwaitIdentification(0);
     EXPECT_THAT(RequestsSoFar(), ElementsAre("clear status", "withdraw 0", "mount 0", "withdraw 0",
                                              "withdraw 0", "mount 0", "eject 0", "withdraw 0"));
 }
 
-TEST_F(IdentificationFailureTest, AfterAFailedEjectTheDiscIsWithdrawnAllTheSame) {
+TEST_F(IdentificationFailureTest, FailedEjectIsFollowedByTheWithdrawal) {
     Begin();
     Tell("fault on=\"eject disc\" do=error code=1050 text=\"robot jammed\"");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
-    AwaitLog({Link(kMessages, "GetMessageReplyErr", "robot jammed (VErrCode = 1050)"),
-              Link(kEject, "ChangerServerEjectDisc",
-                   "fail send message to changer server (VErrCode = 1050)"),
-              Link(kWorker, "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 "
-                   "(VErrCode = 1050)")});
+    AwaitLogOfFailedEject("robot jammed", 1050);
     AwaitServedRequest(0);
 }
 
-TEST_F(IdentificationFailureTest, AfterAFailedFirstWithdrawalTheDiscIsNeverPickedAgain) {
+TEST_F(IdentificationFailureTest, DiscIsNeverPickedAgainAfterAFailedFirstWithdrawal) {
     Begin();
     Tell("fault on=\"request identification\" do=error code=1050 text=no");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -79,7 +66,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedFirstWithdrawalTheDiscIsNeverPicke
     EXPECT_THAT(RequestsSoFar(), Not(Contains("mount 0")));
 }
 
-TEST_F(IdentificationFailureTest, AfterAFailedSecondWithdrawalTheDiscIsNeverPickedAgain) {
+TEST_F(IdentificationFailureTest, DiscIsNeverPickedAgainAfterAFailedSecondWithdrawal) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -97,39 +84,32 @@ TEST_F(IdentificationFailureTest, AfterAFailedSecondWithdrawalTheDiscIsNeverPick
               1U);
 }
 
-TEST_F(IdentificationFailureTest, ErrorWithoutTextHasTheGeneralOne) {
+TEST_F(IdentificationFailureTest, ErrorReplyWithoutTextIsLoggedWithTheDefaultText) {
     Begin();
     Tell("fault on=\"request identification\" do=error code=1050");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitLogOfRefusedWithdrawal("an error has occurred");
 }
 
-TEST_F(IdentificationFailureTest, PercentSignsInTheServersTextDoNoHarm) {
+TEST_F(IdentificationFailureTest, PercentSignsInTheServersErrorTextAreNotFormatted) {
     Begin();
     Tell("fault on=\"request identification\" do=error code=1050 text=\"100%% of %s%n%99999999d\"");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitLogOfRefusedWithdrawal("100% of %s%n%99999999d");
 }
 
-TEST_F(IdentificationFailureTest, LostConnectionEndsTheCommand) {
+TEST_F(IdentificationFailureTest, ConnectionClosedWithoutReplyFailsTheMount) {
     Begin();
     Tell("fault on=\"mount disc\" do=close");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
-    AwaitLog({Link(kMessages, "GetMessageReplyErr",
-                   "lost connection with changer server (VErrCode = 1005)"),
-              Link(kMount, "ChangerServerMountDiscInDrive",
-                   "fail send message to changer server (VErrCode = 1005)"),
-              Link(kMount, "ChangerServerMountDisc",
-                   "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1005)"),
-              Link(kWorker, "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1005)")});
+    AwaitLogOfFailedMount("lost connection with changer server", 1005);
     AwaitIdentification(0);
 }
 
 // A list of discs without the changer's, which no real server sends, leaves the walk without an
 // answer to what kind of disc it has before it.
-TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
+TEST_F(IdentificationFailureTest, FailedWalkIsFollowedByTheEject) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -149,7 +129,7 @@ TEST_F(IdentificationFailureTest, AfterAFailedWalkTheDiscIsEjected) {
     AwaitServedRequest(0);
 }
 
-TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
+TEST_F(IdentificationFailureTest, WorkerOfAChangerThatLeftTheListEndsWithoutLog) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -157,34 +137,29 @@ TEST_F(IdentificationFailureTest, WorkerOfAForgottenChangerEndsQuietly) {
     NotifyInsteadOfTheServer("<key>changer list</key><array/>");
     AwaitIdentification(0);
     Tell("resume");
-    AwaitChangerTakenUp();
+    AwaitChangerAdded();
     AwaitServedRequest(0);
 }
 
-TEST_F(IdentificationFailureTest, WorkerOfARemovedChangerIsRefusedWhatItAsksFor) {
+TEST_F(IdentificationFailureTest, RequestsOfARemovedChangersWorkerAreRefusedAndLogged) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=2000");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
     Tell("remove-changer changer=5000C500ABCD00A1");
-    AwaitLog({Link(kMessages, "GetMessageReplyErr", "no such changer (VErrCode = 1032)"),
-              Link(kEject, "ChangerServerEjectDisc",
-                   "fail send message to changer server (VErrCode = 1032)"),
-              Link(kWorker, "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 "
-                   "(VErrCode = 1032)")});
+    AwaitLogOfFailedEject("no such changer", 1032);
     AwaitLogOfRefusedWithdrawal("no such changer", 1032);
 }
 
 // Its worker outlives the changer and takes up with the new one of the same GUID.
-TEST_F(IdentificationFailureTest, ChangerMayBeRemovedAndAddedAnewWhileADiscIsIdentified) {
+TEST_F(IdentificationFailureTest, ChangerRemovedAndAddedAgainDuringAnIdentificationIsHandled) {
     Begin();
     Tell("fault on=\"mount disc\" do=late after=1000");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     Server().Await("mounted", {{"slot", "0"}});
     Tell("remove-changer changer=5000C500ABCD00A1");
     Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
-    AwaitChangerTakenUp();
+    AwaitChangerAdded();
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
 }

@@ -56,7 +56,7 @@ TEST_F(IdentificationTest, DiscIsWithdrawnMountedEjectedAndWithdrawnAgain) {
     EXPECT_EQ(TimesIdentified(3), 1);
 }
 
-TEST_F(IdentificationTest, DiscIsMountedPrivatelyForThisProcess) {
+TEST_F(IdentificationTest, MountRequestIsPrivateToTheDaemonsProcess) {
     Begin();
     Tell("put changer=5000C500ABCD00A1 slot=3");
     AwaitIdentification(3);
@@ -90,7 +90,7 @@ TEST_F(IdentificationTest, EveryDiscIsIdentifiedOnceAndNeverMoreThanThereAreDriv
     EXPECT_LE(MostAtOnce(), 2);
 }
 
-TEST_F(IdentificationTest, OneDriveTakesOneDiscAtATime) {
+TEST_F(IdentificationTest, OneDriveMeansOneIdentificationAtATime) {
     Begin("slots=4 drives=1 moving=20");
     Tell("pause");
     for (int slot = 0; slot < 4; ++slot)
@@ -112,7 +112,7 @@ TEST_F(IdentificationTest, SecondDiscStartsWhileADriveIsFree) {
     EXPECT_EQ(MostAtOnce(), 2);
 }
 
-TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersHoldAllDrives) {
+TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersOccupyAllDrives) {
     Begin("slots=4 drives=1 timeout=0");
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
     Tell("load changer=5000C500ABCD00A1 slot=0");
@@ -124,7 +124,7 @@ TEST_F(IdentificationTest, OneIdentificationStartsEvenIfUsersHoldAllDrives) {
     EXPECT_EQ(TimesIdentified(1), 1);
 }
 
-TEST_F(IdentificationTest, RequestGoesBeforeNeverIdentifiedDiscs) {
+TEST_F(IdentificationTest, RequestedDiscIsPickedBeforeNeverIdentifiedDiscs) {
     Begin("slots=8 drives=1");
     Tell("pause");
     Tell("put changer=5000C500ABCD00A1 slot=1");
@@ -136,7 +136,7 @@ TEST_F(IdentificationTest, RequestGoesBeforeNeverIdentifiedDiscs) {
     EXPECT_THAT(MountedSlots(), ElementsAre("5", "1"));
 }
 
-TEST_F(IdentificationTest, IdentifiedDiscIsLeftAloneUntilRequested) {
+TEST_F(IdentificationTest, IdentifiedDiscIsNotPickedUntilRequested) {
     Begin();
     Tell("put changer=5000C500ABCD00A1 slot=2 identified=yes");
     Tell("put changer=5000C500ABCD00A1 slot=3");
@@ -146,7 +146,7 @@ TEST_F(IdentificationTest, IdentifiedDiscIsLeftAloneUntilRequested) {
     EXPECT_THAT(MountedSlots(), ElementsAre("3", "2"));
 }
 
-TEST_F(IdentificationTest, GlobalPreferenceTurnsAutomaticsOffButNotRequests) {
+TEST_F(IdentificationTest, GlobalPreferenceDisablesAutomaticIdentificationButNotRequests) {
     StartServer();
     Tell("root-preferences identify-on-insert=no");
     StartDaemon();
@@ -171,18 +171,18 @@ TEST_F(IdentificationTest, PreferenceOfTheChangerOverridesTheGlobalOne) {
     EXPECT_THAT(MountedSlots(), Not(Contains("1")));
 }
 
-TEST_F(IdentificationTest, ChangerThatIsNotReadyWaits) {
+TEST_F(IdentificationTest, DiscOfAChangerThatIsNotReadyIsIdentifiedOnceReady) {
     Begin();
     Tell("ready changer=5000C500ABCD00A1 value=no");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     Tell("add-changer changer=5000C500ABCD00B2 slots=2 drives=1");
-    AwaitChangerTakenUp("5000C500ABCD00B2");
+    AwaitChangerAdded("5000C500ABCD00B2");
     EXPECT_THAT(MountedSlots(), IsEmpty());
     Tell("ready changer=5000C500ABCD00A1 value=yes");
     AwaitIdentification(0);
 }
 
-TEST_F(IdentificationTest, OnlyTheRootIsListedUnlessTheChangerWantsMore) {
+TEST_F(IdentificationTest, OnlyTheRootIsListedWithoutBuildOnIdentify) {
     Begin();
     Tell("put changer=5000C500ABCD00A1 slot=0 directories=6 depth=3");
     AwaitIdentification(0);
@@ -192,7 +192,7 @@ TEST_F(IdentificationTest, OnlyTheRootIsListedUnlessTheChangerWantsMore) {
         EXPECT_EQ(listing["path"], "/");
 }
 
-TEST_F(IdentificationTest, WholeDiscIsListedWhereTheChangerWantsIt) {
+TEST_F(IdentificationTest, WholeDiscIsListedWithBuildOnIdentify) {
     Begin();
     Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
     Tell("put changer=5000C500ABCD00A1 slot=0 directories=6 depth=3");
@@ -220,14 +220,14 @@ TEST_F(IdentificationTest, DiscWithoutFileSystemIsEjectedAtOnce) {
     EXPECT_THAT(Server().AllSoFar("listing"), IsEmpty());
 }
 
-TEST_F(IdentificationTest, MediaRootThatAppearsLateIsAwaited) {
+TEST_F(IdentificationTest, MediaRootThatAppearsLateIsListed) {
     Begin("slots=4 drives=1 appear=1500");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
     EXPECT_FALSE(Server().AllSoFar("listed", {{"slot", "0"}, {"path", "/"}}).empty());
 }
 
-TEST_F(IdentificationTest, MountIsRepeatedWithoutStartingAgainWhileTheDiscIsOnItsWay) {
+TEST_F(IdentificationTest, MountIsRepeatedWithoutStartMountWhileTheMountIsUnderWay) {
     Begin("slots=4 drives=1 moving=1500 timeout=0");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);

@@ -34,13 +34,13 @@ protected:
 
     void ExpectServerWorks() {
         AwaitSubscriber();
-        Introduce({{0xA1}});
-        TellOf({{0xA1, true}});
+        AddChangers({{0xA1}});
+        NotifyAbout({{0xA1, true}});
         ServeIdentificationsOf({{0xA1}});
     }
 };
 
-TEST_F(ImpostorTest, OlderProcessOfTheNameIsTakenForTheServerUntilItEnds) {
+TEST_F(ImpostorTest, OlderProcessWithTheServersNameIsTriedUntilItEnds) {
     Puppet impostor(run_.OutputLog());
     SearchWatch searches(impostor);
     StartServer();
@@ -50,7 +50,7 @@ TEST_F(ImpostorTest, OlderProcessOfTheNameIsTakenForTheServerUntilItEnds) {
     ExpectServerWorks();
 }
 
-TEST_F(ImpostorTest, YoungerProcessOfTheNameIsPassedOver) {
+TEST_F(ImpostorTest, YoungerProcessWithTheServersNameIsIgnored) {
     StartServer();
     Puppet impostor(run_.OutputLog());
     impostor.Listen();
@@ -58,7 +58,7 @@ TEST_F(ImpostorTest, YoungerProcessOfTheNameIsPassedOver) {
     ExpectServerWorks();
 }
 
-TEST_F(ImpostorTest, DeadProcessOfTheNameIsTakenForTheServerUntilItsParentLooks) {
+TEST_F(ImpostorTest, ZombieWithTheServersNameIsTriedUntilItIsReaped) {
     Puppet impostor(run_.OutputLog());
     SearchWatch searches(impostor);
     impostor.Die();
@@ -69,7 +69,7 @@ TEST_F(ImpostorTest, DeadProcessOfTheNameIsTakenForTheServerUntilItsParentLooks)
     ExpectServerWorks();
 }
 
-TEST_F(ImpostorTest, ServerMayHaveAnyNameThatContainsTheWord) {
+TEST_F(ImpostorTest, ServerIsFoundByAnyNameThatContainsCarouseld) {
     StartServer();
     Server().Do("name ff256e206361726f7573656c640a"); // "\xff%n carouseld\n"
     run_.StartDaemon();
@@ -98,7 +98,7 @@ constexpr MakeObstacle kObstacles[] = {
     BindStaleSocket,
 };
 
-TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
+TEST_F(ImpostorTest, OtherFileInPlaceOfTheMessageSocketFailsTheRequest) {
     server_.emplace(run_.OutputLog());
     Server().Do("listen notifications 1");
     run_.StartDaemon();
@@ -106,7 +106,7 @@ TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
     const std::string path = "/tmp/carouseld-" + std::to_string(Server().Pid());
     for (const MakeObstacle make : kObstacles) {
         make(path);
-        TellOf({{0xA1}});
+        NotifyAbout({{0xA1}});
         AwaitLogLine("ChangerServerMessages:[0-9]+, GetChangerServerMessageSocket: "
                      "fail create/connect socket to path " +
                      path);
@@ -115,10 +115,10 @@ TEST_F(ImpostorTest, OtherFilesInPlaceOfTheMessageSocketFailTheRequest) {
         fs::remove(path);
     }
     Server().Do("listen messages 1");
-    Introduce({{0xA1}});
+    AddChangers({{0xA1}});
 }
 
-TEST_F(ImpostorTest, OtherFilesInPlaceOfTheNotificationSocketAreTriedAgainQuietly) {
+TEST_F(ImpostorTest, OtherFileInPlaceOfTheNotificationSocketIsRetriedWithoutLog) {
     server_.emplace(run_.OutputLog());
     SearchWatch searches(Server());
     const FaultDirector haste; // without a fault: an attempt comes every 0.1 seconds

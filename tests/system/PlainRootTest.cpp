@@ -49,7 +49,7 @@ void ChangeToPlainRootWithout(const fs::path& left) {
     Require(dup2(STDERR_FILENO, STDOUT_FILENO) >= 0, "cannot redirect standard output");
 }
 
-TEST(PlainRootTest, DaemonRunsInAPrivateWorldThere) {
+TEST(PlainRootTest, DaemonRunsInASandboxOnAPlainRootDirectory) {
     const std::string one = "IdentificationTest.DiscIsWithdrawnMountedEjectedAndWithdrawnAgain";
     const ProgramEnd end =
         RunProgram({"system-tests", "--gtest_filter=" + one}, [] { ChangeToPlainRootWithout(""); });
@@ -57,7 +57,7 @@ TEST(PlainRootTest, DaemonRunsInAPrivateWorldThere) {
     EXPECT_THAT(end.errors, HasSubstr("[  PASSED  ] 1 test.")) << end.errors;
 }
 
-TEST(PlainRootTest, MissingProcFileSystemIsNamed) {
+TEST(PlainRootTest, MissingProcFileSystemIsReported) {
     if (testbed::kHasSanitizer)
         GTEST_SKIP() << "a sanitizer itself takes /proc";
     const ProgramEnd end = RunProgram({"system-tests"}, [] { ChangeToPlainRootWithout("/proc"); });

@@ -28,18 +28,18 @@ void PuppetTest::Begin(const Changers& changers) {
     StartServer();
     run_.StartDaemon();
     AwaitSubscriber();
-    Introduce(changers);
+    AddChangers(changers);
     run_.TakeBaseline();
     lastingThreads_ = testbed::ListThreads(run_.Daemon().Pid());
 }
 
-void PuppetTest::Introduce(const Changers& changers) {
-    TellOf(changers);
+void PuppetTest::AddChangers(const Changers& changers) {
+    NotifyAbout(changers);
     for (const wire::Changer& changer : changers)
         EXPECT_EQ(Serve(), "clear status " + Hex(changer.guid));
 }
 
-std::string PuppetTest::Shortly(const std::string& request) {
+std::string PuppetTest::Abbreviate(const std::string& request) {
     const std::size_t key = request.find("<key>Changer GUID</key>");
     const std::size_t number = request.find("<integer>", key) + 9;
     const std::string guid = Hex(std::stoull(request.substr(number)) - wire::kGuidBase);
@@ -60,7 +60,7 @@ void PuppetTest::Reply(int connection) {
 
 std::string PuppetTest::Serve() {
     const int connection = Server().AcceptClient();
-    const std::string request = Shortly(Server().ReadRequest(connection));
+    const std::string request = Abbreviate(Server().ReadRequest(connection));
     Reply(connection);
     return request;
 }

@@ -38,18 +38,18 @@ protected:
     void Notify(std::string_view bytes) {
         EXPECT_TRUE(Server().Write(subscriber_, bytes));
     }
-    void TellOf(const Changers& changers) {
+    void NotifyAbout(const Changers& changers) {
         Notify(wire::ChangerList(changers) + wire::ChangerInfo(changers));
     }
     // Tells of changers that the daemon does not know yet, and serves what it asks then.
-    void Introduce(const Changers& changers);
+    void AddChangers(const Changers& changers);
 
     // Answers the next request with success; returns it in short: "clear status A1",
     // "withdraw A1", "mount A1", "eject A1", for the changer wire::kGuidBase + 0xA1.
     std::string Serve();
     std::vector<std::string> Serve(std::size_t count);
     void Reply(int connection);
-    static std::string Shortly(const std::string& request);
+    static std::string Abbreviate(const std::string& request);
 
     // Serves the four requests of each disc's identification, whichever order they come in.
     void ServeIdentificationsOf(const Changers& changers);

@@ -12,7 +12,7 @@
 namespace {
 
 // Returns the place again.
-const std::string& MakePlace(const std::string& place) {
+const std::string& MakeMountPoint(const std::string& place) {
     std::filesystem::create_directories(place);
     return place;
 }
@@ -36,7 +36,8 @@ testbed::Command PuppetVolume::CommandFor(const std::string& place,
         testbed::ProgramPath("puppet-volume"), {"puppet-volume"}, testbed::MinimalEnvironment()};
     if (start != Start::Awake)
         command.arguments.emplace_back(OptionFor(start));
-    command.arguments.insert(command.arguments.end(), {MakePlace(place), "5764824129707245729"});
+    command.arguments.insert(command.arguments.end(),
+                             {MakeMountPoint(place), "5764824129707245729"});
     command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());
     return command;
 }
@@ -71,8 +72,9 @@ void PuppetVolume::Unmount() {
 SilentVolume::SilentVolume(const std::string& place, const std::string& options)
     : device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
     const std::string all = "fd=" + std::to_string(device_.Get()) + ",rootmode=40000," + options;
-    testbed::Require(mount("silent", MakePlace(place).c_str(), "fuse.silent", 0, all.c_str()) == 0,
-                     "cannot mount " + place);
+    testbed::Require(
+        mount("silent", MakeMountPoint(place).c_str(), "fuse.silent", 0, all.c_str()) == 0,
+        "cannot mount " + place);
 }
 
 SilentVolume SilentVolume::OfUser(uid_t owner, const std::string& place) {

@@ -58,7 +58,7 @@ protected:
     // The next request gets no reply.
     void DropRequest(const std::string& request) {
         const int connection = Server().AcceptClient();
-        EXPECT_EQ(Shortly(Server().ReadRequest(connection)), request);
+        EXPECT_EQ(Abbreviate(Server().ReadRequest(connection)), request);
         Server().Do("close " + std::to_string(connection));
     }
     void RestartServer() {
@@ -68,50 +68,47 @@ protected:
     }
 };
 
-TEST_F(RestartedServerTest, ElementOfARefusedWithdrawalIsFreeForTheNextServerOnly) {
+TEST_F(RestartedServerTest, ElementOfALostWithdrawalIsPickedAgainOnlyForTheNextServer) {
     Begin({{0xA1}, {0xA2}});
-    TellOf({{0xA1, true}, {0xA2}});
+    NotifyAbout({{0xA1, true}, {0xA2}});
     DropRequest("withdraw A1");
     run_.SkipLogUntil(kWorkerGaveUp);
     AwaitEndOfWorkers();
-    TellOf({{0xA1, true}, {0xA2, true}});
+    NotifyAbout({{0xA1, true}, {0xA2, true}});
     ServeIdentificationsOf({{0xA2, true}});
     RestartServer();
-    TellOf({{0xA1, true}, {0xA2}});
+    NotifyAbout({{0xA1, true}, {0xA2}});
     ServeIdentificationsOf({{0xA1, true}});
 }
 
 // Ten seconds: the disc's media roots never appear, and so long its worker looks for them.
 class SlowRestartedServerTest : public RestartedServerTest {};
 
-TEST_F(SlowRestartedServerTest, ElementOfAWorkerThatEndsAfterTheRestartIsFreeThen) {
-    VolumeTest::WriteInfoFile("/tmp/volume/.changer_info.plist",
-                              VolumeTest::PropertyList("<key>Changer GUID</key><integer>" +
-                                                       std::to_string(wire::kGuidBase + 0xA1) +
-                                                       "</integer>"));
+TEST_F(SlowRestartedServerTest, ElementIsPickedAgainWhenItsWorkerEndsAfterTheRestart) {
+    VolumeTest::MakeChangerFolder("/tmp/volume", 0, wire::kGuidBase + 0xA1);
     Begin({{0xA1}});
     VolumeTest::Bind("/tmp/volume", "/tmp/place", 2);
-    TellOf({{0xA1, true}});
+    NotifyAbout({{0xA1, true}});
     EXPECT_THAT(Serve(2), ElementsAre("withdraw A1", "mount A1"));
     RestartServer();
-    TellOf({{0xA1, true}}); // its worker still runs, so it is not picked
+    NotifyAbout({{0xA1, true}}); // its worker still runs, so it is not picked
     EXPECT_EQ(Serve(), "eject A1");
     DropRequest("withdraw A1");
     run_.SkipLogUntil(kWorkerGaveUp);
     AwaitEndOfWorkers();
-    TellOf({{0xA1, true}});
+    NotifyAbout({{0xA1, true}});
     EXPECT_THAT(Serve(4), ElementsAre("withdraw A1", "mount A1", "eject A1", "withdraw A1"));
 }
 
-TEST_F(SlowRestartedServerTest, ElementOfAHungServerIsFreeForTheOneThatReplacesIt) {
+TEST_F(SlowRestartedServerTest, ElementOfAHungServerIsPickedAgainForItsSuccessor) {
     Begin({{0xA1}});
-    TellOf({{0xA1, true}});
+    NotifyAbout({{0xA1, true}});
     Server().AcceptClient();
     Server().Stop();
     run_.SkipLogUntil("MediaIdThread:[0-9]+, RunMediaIdThread: "
                       "fail ChangerServerRequestChangerIdentification \\(VErrCode = 1004\\)");
     RestartServer();
-    TellOf({{0xA1, true}});
+    NotifyAbout({{0xA1, true}});
     ServeIdentificationsOf({{0xA1, true}});
 }
 

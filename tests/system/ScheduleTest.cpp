@@ -47,12 +47,12 @@ protected:
     }
 };
 
-TEST_F(ScheduleTest, BuildStartsAtOneOClock) {
+TEST_F(ScheduleTest, DailyBuildStartsAtOneByDefault) {
     BeginAt(kHour - kLeadTime, "");
     ExpectBuild();
 }
 
-TEST_F(ScheduleTest, BuildStartsAtTheSetTime) {
+TEST_F(ScheduleTest, DailyBuildStartsAtTheConfiguredTime) {
     BeginAt(17 * kHour + 31 * kMinute - kLeadTime, "hours=17 minutes=31");
     ExpectBuild();
 }

@@ -29,7 +29,7 @@ INSTANTIATE_TEST_SUITE_P(
                     std::vector<std::string>{"/usr/sbin/trayprobed"},
                     std::vector<std::string>{"trayprobed", "--secret", "word"}));
 
-TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {
+TEST_P(StartUpTest, ProcessTitleReplacesTheArguments) {
     StartServer();
     StartDaemon(Start());
     const std::string title = testbed::ReadProcFile(run_.Daemon().Pid(), "cmdline");
@@ -37,24 +37,19 @@ TEST_P(StartUpTest, ArgumentsGiveWayToTheTitle) {
     EXPECT_THAT(title, Not(HasSubstr("word")));
 }
 
-TEST_P(StartUpTest, LogLinesCarryTheDaemonsName) {
+TEST_P(StartUpTest, LogLinesHaveTheDaemonsName) {
     StartServer();
     StartDaemon(Start());
     Tell("fault on=\"eject disc\" do=error code=1050 text=no");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     AwaitIdentification(0);
-    AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", "no (VErrCode = 1050)"),
-              Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
-                   "fail send message to changer server (VErrCode = 1050)"),
-              Link("MediaIdThread", "RunMediaIdThread",
-                   "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0 "
-                   "(VErrCode = 1050)")});
+    AwaitLogOfFailedEject("no", 1050);
 }
 
 using StartUpFailureTest = SystemTest;
 
 // Enough descriptors to load the program and to log, but not for the main thread's run loop.
-TEST_F(StartUpFailureTest, DaemonThatCannotStartSaysWhyAndEndsWithStatusZero) {
+TEST_F(StartUpFailureTest, DaemonThatCannotStartLogsTheCauseAndExitsWithStatusZero) {
     testbed::DaemonStart start;
     start.descriptorLimit = 6;
     run_.StartDaemon(start);

@@ -16,7 +16,7 @@ protected:
     // The next request, which is read and not answered yet.
     int AcceptRequest(const std::string& request) {
         const int connection = Server().AcceptClient();
-        EXPECT_EQ(Shortly(Server().ReadRequest(connection)), request);
+        EXPECT_EQ(Abbreviate(Server().ReadRequest(connection)), request);
         return connection;
     }
     void ServeFirst(std::initializer_list<const char*> requests) {
@@ -30,38 +30,35 @@ protected:
     static constexpr std::chrono::seconds kLongerThanATimeOut{31};
 };
 
-TEST_F(SlowStoppedDaemonTest, RepliesOfTheStopAreTakenUnlessTheyCameTooLate) {
+TEST_F(SlowStoppedDaemonTest, RepliesDuringTheStopCountUnlessTheyArriveAfterTheTimeOut) {
     Changers changers = {{0xA1}, {0xA2}, {0xA3}, {0xA4}, {0xA5}, {0xA6}};
     Begin(changers);
-    VolumeTest::WriteInfoFile("/tmp/volume/.changer_info.plist",
-                              VolumeTest::PropertyList("<key>Changer GUID</key><integer>" +
-                                                       std::to_string(wire::kGuidBase + 0xA5) +
-                                                       "</integer>"));
+    VolumeTest::MakeChangerFolder("/tmp/volume", 0, wire::kGuidBase + 0xA5);
     VolumeTest::Bind("/tmp/volume", "/tmp/place", 2);
 
-    const auto tellOfDiscIn = [&](std::size_t index) {
+    const auto notifyAboutDiscIn = [&](std::size_t index) {
         changers[index].hasDisc = true;
-        TellOf(changers);
+        NotifyAbout(changers);
     };
-    tellOfDiscIn(0);
+    notifyAboutDiscIn(0);
     const int withdrawal = AcceptRequest("withdraw A1");
-    tellOfDiscIn(1);
+    notifyAboutDiscIn(1);
     ServeFirst({"withdraw A2"});
     const int mount = AcceptRequest("mount A2");
-    tellOfDiscIn(2);
+    notifyAboutDiscIn(2);
     ServeFirst({"withdraw A3", "mount A3"});
     const int eject = AcceptRequest("eject A3");
-    tellOfDiscIn(3);
+    notifyAboutDiscIn(3);
     ServeFirst({"withdraw A4", "mount A4", "eject A4"});
     const int lastWithdrawal = AcceptRequest("withdraw A4");
     changers[4].wantsBuild = true; // its file system is the volume
-    TellOf(changers);
+    NotifyAbout(changers);
     ServeFirst({"withdraw A5"});
     const int report = AcceptRequest("clear status A5");
-    tellOfDiscIn(5);
+    notifyAboutDiscIn(5);
     const int late = AcceptRequest("withdraw A6");
     changers.push_back({0xA7});
-    TellOf(changers);
+    NotifyAbout(changers);
     const int clearing = AcceptRequest("clear status A7"); // by the main thread
 
     run_.Daemon().Freeze();

@@ -25,9 +25,7 @@ constexpr const char* kWorkerGaveUp = "MediaIdThread:[0-9]+, RunMediaIdThread: "
 void ExpectDaemonRuns(const testbed::Daemon& daemon, pid_t server) {
     static int number = 0;
     const std::string folder = "/tmp/meanwhile" + std::to_string(number++);
-    VolumeTest::WriteInfoFile(
-        folder + "/.changer_info.plist",
-        VolumeTest::PropertyList("<key>Changer GUID</key><integer>5764824129707245745</integer>"));
+    VolumeTest::MakeChangerFolder(folder, 0, 0x5000C500ABCD00B1);
     VolumeTest::Bind(folder, folder + "-place", 2);
     testbed::AwaitSentBytesRead(server);
     testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::EpollWait, 1);
@@ -82,7 +80,7 @@ protected:
         Begin(Without(changers_));
         for (std::size_t i = 0; i < changers_.size(); ++i) {
             changers_[i].hasDisc = true;
-            TellOf(changers_);
+            NotifyAbout(changers_);
             Serve(); // the withdrawal
             mounts_.push_back({kPoints[i]});
             Bring(mounts_.back());
@@ -147,7 +145,7 @@ private:
             mount.connection = Server().AcceptClient();
         if (mount.point == Point::ReadPart || mount.point == Point::Accepted ||
             mount.point == Point::DidNotAccept) {
-            EXPECT_THAT(Shortly(Server().ReadRequest(mount.connection)),
+            EXPECT_THAT(Abbreviate(Server().ReadRequest(mount.connection)),
                         testing::StartsWith("mount "));
         }
         return Server().Write(mount.connection, wire::EmptyReply().substr(WrittenAt(mount.point)));
@@ -156,7 +154,7 @@ private:
 
 class StoppedServerTest : public RequestPointsTest {};
 
-TEST_F(StoppedServerTest, RequestsAreWaitedForAndNothingIsLost) {
+TEST_F(StoppedServerTest, PendingRequestsSucceedWhenTheServerContinues) {
     BringMountsToTheirPoints();
     StopAndContinue(Server(), run_.Daemon(), static_cast<int>(mounts_.size()));
     EXPECT_THAT(FinishMounts(), testing::Each(true));
@@ -172,19 +170,19 @@ protected:
     const Changers changers_ = {{0xA1, true}};
 };
 
-TEST_F(StoppedAfterSendingTest, NotificationStartsAWorker) {
+TEST_F(StoppedAfterSendingTest, NotificationSentBeforeTheStopStartsAWorker) {
     Begin({{0xA1}});
-    TellOf(changers_);
+    NotifyAbout(changers_);
     StopAndContinue(Server(), run_.Daemon(), 1);
     ServeIdentificationsOf(changers_);
 }
 
-TEST_F(StoppedAfterSendingTest, ReplyIsFollowedByTheNextRequest) {
+TEST_F(StoppedAfterSendingTest, ReplySentBeforeTheStopIsFollowedByTheNextRequest) {
     Begin({{0xA1}});
-    TellOf(changers_);
+    NotifyAbout(changers_);
     EXPECT_EQ(Serve(), "withdraw A1");
     const int mount = Server().AcceptClient();
-    EXPECT_EQ(Shortly(Server().ReadRequest(mount)), "mount A1");
+    EXPECT_EQ(Abbreviate(Server().ReadRequest(mount)), "mount A1");
     EXPECT_TRUE(Server().Write(mount, wire::EmptyReply()));
     StopAndContinue(Server(), run_.Daemon(), 1);
     EXPECT_EQ(Serve(), "eject A1");
@@ -194,7 +192,7 @@ TEST_F(StoppedAfterSendingTest, ReplyIsFollowedByTheNextRequest) {
 // The whole server with its file systems, at each kind of event in turn.
 class StoppedSimulatorTest : public SystemTest {};
 
-TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
+TEST_F(StoppedSimulatorTest, EveryDiscIsIdentifiedDespiteAStopAtAnyEvent) {
     const std::vector<std::string> moments = {"connect",  "robot",   "mounted", "identified",
                                               "appeared", "listing", "listed",  "reply"};
     Begin("slots=8 drives=1");
@@ -214,7 +212,7 @@ TEST_F(StoppedSimulatorTest, IdentifiesEveryDiscAllTheSame) {
 // Half a minute for all of them, side by side.
 class SlowStoppedServerTest : public StoppedServerTest {};
 
-TEST_F(SlowStoppedServerTest, RequestsTimeOutAndTheDiscsAreTriedAgain) {
+TEST_F(SlowStoppedServerTest, PendingRequestsTimeOutAndTheDiscsArePickedAgain) {
     BringMountsToTheirPoints();
     Server().Stop();
     AwaitLogOfLostMounts(changers_, "timeout waiting for reply from changer server", 1004);
@@ -222,13 +220,13 @@ TEST_F(SlowStoppedServerTest, RequestsTimeOutAndTheDiscsAreTriedAgain) {
     EXPECT_THAT(FinishMounts(), testing::Each(false));
     EXPECT_THAT(Serve(mounts_.size()), UnorderedElementsAreArray(ForEach("withdraw ")));
     AwaitEndOfWorkers();
-    TellOf(changers_);
+    NotifyAbout(changers_);
     ServeIdentificationsOf(changers_);
 }
 
 class KilledServerTest : public RequestPointsTest {};
 
-TEST_F(KilledServerTest, RequestsAreLostAndTheNextServersDiscsAreIdentified) {
+TEST_F(KilledServerTest, PendingRequestsFailAndTheNextServersDiscsAreIdentified) {
     BringMountsToTheirPoints();
     Server().Kill();
     // Of the connection that was not accepted, nobody can tell how far the daemon had come with it.
@@ -238,13 +236,13 @@ TEST_F(KilledServerTest, RequestsAreLostAndTheNextServersDiscsAreIdentified) {
         run_.SkipLogUntil(kWorkerGaveUp);
     StartServer();
     AwaitSubscriber();
-    TellOf(changers_);
+    NotifyAbout(changers_);
     ServeIdentificationsOf(changers_);
 }
 
 class KilledSimulatorTest : public SystemTest {};
 
-TEST_F(KilledSimulatorTest, WalkOfItsDiscEndsAndTheNextServersDiscsAreIdentified) {
+TEST_F(KilledSimulatorTest, WalkOfADiscEndsAndTheNextServersDiscIsIdentified) {
     Begin("slots=4 drives=2");
     Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
     Tell("fault on=\"eject disc\" do=silence"); // a walk that outruns the kill ends here
@@ -272,7 +270,7 @@ class StoppedNotificationTest : public CutNotificationTest {};
 INSTANTIATE_TEST_SUITE_P(Bytes, StoppedNotificationTest,
                          testing::Values(0, 1, 5, wire::kHeaderSize, wire::kHeaderSize + 1, 200));
 
-TEST_P(StoppedNotificationTest, IsActedOnOnceWhenItIsComplete) {
+TEST_P(StoppedNotificationTest, PartialNotificationIsHandledOnceItIsComplete) {
     Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
     StopAndContinue(Server(), run_.Daemon(), 0);
@@ -284,18 +282,18 @@ class KilledNotificationTest : public CutNotificationTest {};
 
 INSTANTIATE_TEST_SUITE_P(Bytes, KilledNotificationTest, testing::Values(5, wire::kHeaderSize, 200));
 
-TEST_P(KilledNotificationTest, IsForgottenAndTheNextServersIsRead) {
+TEST_P(KilledNotificationTest, PartialNotificationIsDiscardedAndTheNextServersIsHandled) {
     Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
     Server().Kill();
     StartServer();
     AwaitSubscriber();
-    TellOf(changers_);
+    NotifyAbout(changers_);
     ServeIdentificationsOf(changers_);
 }
 
 // The worker that is thereby started finds no server.
-TEST_P(KilledNotificationTest, LeavesThoseThatWereSentBeforeIt) {
+TEST_P(KilledNotificationTest, NotificationBeforeAPartialOneIsHandled) {
     Begin({{0xA1}});
     Notify(frame_ + frame_.substr(0, GetParam()));
     Server().Kill();

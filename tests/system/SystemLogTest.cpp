@@ -7,7 +7,7 @@ namespace {
 using SystemLogTest = SystemTest;
 
 // Its lines are lost, and nothing else is; once the log is back it has the next ones.
-TEST_F(SystemLogTest, WithoutASystemLogTheDaemonGoesOn) {
+TEST_F(SystemLogTest, MissingSystemLogLosesLinesOnlyAndIsUsedAgainWhenBack) {
     Begin();
     ASSERT_EQ(std::rename("/dev/log", "/dev/log.away"), 0);
     Tell("fault on=\"eject disc\" do=error code=1050 text=unheard");

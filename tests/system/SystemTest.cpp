@@ -9,7 +9,7 @@ using testbed::Event;
 
 namespace {
 
-std::string Shortly(const Event& request) {
+std::string Abbreviate(const Event& request) {
     const std::string command = request["command"];
     const std::string slot = request["storage-element-index"];
     if (command == "mount disc")
@@ -42,11 +42,11 @@ void SystemTest::StartDaemon(const testbed::DaemonStart& start) {
     testbed::ReadWatch infoFile("/tmp/carousel/.changer_info.plist");
     run_.StartDaemon(start);
     infoFile.AwaitReads(2);
-    AwaitChangerTakenUp();
+    AwaitChangerAdded();
     run_.TakeBaseline();
 }
 
-void SystemTest::AwaitChangerTakenUp(const std::string& guid) {
+void SystemTest::AwaitChangerAdded(const std::string& guid) {
     const Event clearing = Server().Await(
         "request", {{"command", "set client status"}, {"changer", guid}, {"message", ""}});
     Server().Await("disconnect", {{"connection", clearing["connection"]}});
@@ -68,7 +68,7 @@ void SystemTest::AwaitServedRequest(int slot) {
 
 Event SystemTest::AwaitWithdrawalForChanger(int after) {
     const Event withdrawal = Server().Await("request", [after](const Event& request) {
-        return request.number > after && Shortly(request) == "withdraw changer";
+        return request.number > after && Abbreviate(request) == "withdraw changer";
     });
     Server().Await("disconnect", {{"connection", withdrawal["connection"]}});
     return withdrawal;
@@ -86,6 +86,27 @@ std::string SystemTest::Link(const std::string& module, const std::string& funct
     return module + ":[0-9]+, " + function + ": " + testbed::Pattern::Escape(message);
 }
 
+void SystemTest::AwaitLogOfFailedMount(const std::string& text, int code) {
+    const std::string suffix = " (VErrCode = " + std::to_string(code) + ")";
+    AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", text + suffix),
+              Link("ChangerServerMountDisc", "ChangerServerMountDiscInDrive",
+                   "fail send message to changer server" + suffix),
+              Link("ChangerServerMountDisc", "ChangerServerMountDisc",
+                   "fail mount disc to drive index kNoDataTransferElem" + suffix),
+              Link("MediaIdThread", "RunMediaIdThread",
+                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0)" + suffix)});
+}
+
+void SystemTest::AwaitLogOfFailedEject(const std::string& text, int code) {
+    const std::string suffix = " (VErrCode = " + std::to_string(code) + ")";
+    AwaitLog(
+        {Link("ChangerServerMessages", "GetMessageReplyErr", text + suffix),
+         Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
+              "fail send message to changer server" + suffix),
+         Link("MediaIdThread", "RunMediaIdThread",
+              "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0" + suffix)});
+}
+
 void SystemTest::TearDown() {
     for (const std::string& complaint : run_.End())
         ADD_FAILURE() << complaint;
@@ -97,6 +118,6 @@ void SystemTest::TearDown() {
 std::vector<std::string> SystemTest::RequestsSoFar() {
     std::vector<std::string> requests;
     for (const Event& request : Server().AllSoFar("request"))
-        requests.push_back(Shortly(request));
+        requests.push_back(Abbreviate(request));
     return requests;
 }

@@ -23,7 +23,7 @@ protected:
     void StartDaemon(const testbed::DaemonStart& start = {});
 
     // Waits until the daemon, having seen a changer for the first time, has cleared its status.
-    void AwaitChangerTakenUp(const std::string& guid = "5000C500ABCD00A1");
+    void AwaitChangerAdded(const std::string& guid = "5000C500ABCD00A1");
 
     // Waits until the worker's last request for a disc has been answered and its connection closed.
     void AwaitIdentification(int slot);
@@ -53,6 +53,10 @@ protected:
     // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".
     static std::string Link(const std::string& module, const std::string& function,
                             const std::string& message);
+
+    // Waits for the log lines of an identification in slot 0 whose mount or eject failed.
+    void AwaitLogOfFailedMount(const std::string& text, int code);
+    void AwaitLogOfFailedEject(const std::string& text, int code);
 
     // Waits for a withdrawal of the changer's request after that event, and the end of its
     // connection.

@@ -9,24 +9,16 @@ using testing::IsEmpty;
 namespace {
 
 constexpr const char* kMessages = "ChangerServerMessages";
-constexpr const char* kMount = "ChangerServerMountDisc";
 
 // What the daemon waits for in real time: replies for 30 seconds, media roots for 10.
 class SlowTimeOutTest : public SystemTest {
 protected:
     void AwaitLogOfTimedOutMount() {
-        AwaitLog({Link(kMessages, "GetMessageReplyErr",
-                       "timeout waiting for reply from changer server (VErrCode = 1004)"),
-                  Link(kMount, "ChangerServerMountDiscInDrive",
-                       "fail send message to changer server (VErrCode = 1004)"),
-                  Link(kMount, "ChangerServerMountDisc",
-                       "fail mount disc to drive index kNoDataTransferElem (VErrCode = 1004)"),
-                  Link("MediaIdThread", "RunMediaIdThread",
-                       "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0) (VErrCode = 1004)")});
+        AwaitLogOfFailedMount("timeout waiting for reply from changer server", 1004);
     }
 };
 
-TEST_F(SlowTimeOutTest, NoReplyEndsTheMountAndTheDiscIsTriedAgain) {
+TEST_F(SlowTimeOutTest, MountWithoutReplyTimesOutAndTheDiscIsPickedAgain) {
     Begin();
     Tell("fault on=\"mount disc\" do=silence");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -37,7 +29,7 @@ TEST_F(SlowTimeOutTest, NoReplyEndsTheMountAndTheDiscIsTriedAgain) {
                                              "withdraw 0", "mount 0", "eject 0", "withdraw 0"));
 }
 
-TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
+TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndTheRequestTimesOut) {
     Begin();
     Tell("fault on=\"mount disc\" do=signature act=no");
     Tell("put changer=5000C500ABCD00A1 slot=0");
@@ -48,13 +40,13 @@ TEST_F(SlowTimeOutTest, MalformedReplyIsLoggedAndCountsAsNone) {
     AwaitIdentification(0);
 }
 
-TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
+TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsAddedByALaterNotification) {
     run_.StartServer();
     Tell("fault on=\"set client status\" do=silence");
     Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
     run_.StartDaemon();
-    AwaitChangerTakenUp();
+    AwaitChangerAdded();
     AwaitLog({Link(kMessages, "GetMessageReplyErr",
                    "timeout waiting for reply from changer server (VErrCode = 1004)"),
               Link("ChangerServerSetClientStatus", "ChangerServerSetClientStatus",
@@ -67,7 +59,7 @@ TEST_F(SlowTimeOutTest, ChangerWhoseStatusCannotBeClearedIsTakenUpLater) {
                    "fail ResetStatusReporting (VErrCode = 1004)"),
               Link("MediaIdManager", "ChangerInfoNotificationCallBack",
                    "fail handle added changers for changer at index 0 (VErrCode = 1004)")});
-    AwaitChangerTakenUp();
+    AwaitChangerAdded();
 }
 
 TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
@@ -79,7 +71,7 @@ TEST_F(SlowTimeOutTest, DiscWhoseMediaRootNeverAppearsIsEjected) {
 }
 
 // Its media root never shows any more, and the server knows nothing of it when it is to go back.
-TEST_F(SlowTimeOutTest, DiscThatIsPulledOutIsAwaitedAndThenMissed) {
+TEST_F(SlowTimeOutTest, DiscRemovedBeforeItsMediaRootAppearsFailsTheEject) {
     Begin("slots=4 drives=1 appear=600000");
     Tell("put changer=5000C500ABCD00A1 slot=0");
     const int identified = Server().Await("identified").number;

@@ -28,7 +28,7 @@ void VolumeTest::SetUp() {
     Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
     Tell("start");
     run_.StartDaemon();
-    AwaitChangerTakenUp();
+    AwaitChangerAdded();
     run_.TakeBaseline();
 }
 
@@ -42,8 +42,9 @@ std::string VolumeTest::PropertyList(const std::string& content) {
            "</dict></plist>\n";
 }
 
-void VolumeTest::MakeChangerFolder(const fs::path& folder, int discs) {
-    const std::string guid = "<key>Changer GUID</key><integer>5764824129707245729</integer>";
+void VolumeTest::MakeChangerFolder(const fs::path& folder, int discs, std::uint64_t changer) {
+    const std::string guid =
+        "<key>Changer GUID</key><integer>" + std::to_string(changer) + "</integer>";
     WriteInfoFile(folder / ".changer_info.plist", PropertyList(guid));
     for (int slot = 0; slot < discs; ++slot) {
         const std::string number = std::to_string(slot);
@@ -89,14 +90,14 @@ void VolumeTest::ExpectNothingToBuild() {
 
 namespace {
 
-TEST_F(VolumeTest, ChangerIsTakenUpWhenItIsMounted) {
+TEST_F(VolumeTest, FileSystemIsRegisteredWhenItIsMounted) {
     ExpectNothingToBuild();
     MakeChangerFolder("/tmp/a", 2);
     Bind("/tmp/a", "/tmp/place", 2);
     ExpectBuildOf(2);
 }
 
-TEST_F(VolumeTest, ChangerWithBinaryInfoFilesIsBuilt) {
+TEST_F(VolumeTest, FileSystemWithBinaryInfoFilesIsBuilt) {
     const auto guid = std::pair("Changer GUID", BinaryInteger(0x5000C500ABCD00A1U));
     WriteInfoFile("/tmp/binary/.changer_info.plist", BinaryDictionary({guid}));
     for (const unsigned slot : {0U, 1U}) {
@@ -111,7 +112,7 @@ TEST_F(VolumeTest, ChangerWithBinaryInfoFilesIsBuilt) {
     ExpectBuildOf(2);
 }
 
-TEST_F(VolumeTest, ChangerIsForgottenWhenItIsUnmounted) {
+TEST_F(VolumeTest, FileSystemIsUnregisteredWhenItIsUnmounted) {
     MakeChangerFolder("/tmp/a", 2);
     Bind("/tmp/a", "/tmp/place", 2);
     ASSERT_EQ(umount("/tmp/place"), 0);
@@ -131,7 +132,7 @@ TEST_F(VolumeTest, SecondFileSystemOfAChangerReplacesTheFirst) {
     ExpectBuildOf(3);
 }
 
-TEST_F(VolumeTest, VolumeThatIsMountedTwiceIsOneUntilItsLastMountGoes) {
+TEST_F(VolumeTest, VolumeMountedTwiceStaysRegisteredUntilItsLastUnmount) {
     MakeChangerFolder("/tmp/a", 2);
     Bind("/tmp/a", "/tmp/place-1", 2);
     fs::create_directory("/tmp/place-2");
@@ -145,7 +146,7 @@ TEST_F(VolumeTest, VolumeThatIsMountedTwiceIsOneUntilItsLastMountGoes) {
     ExpectNothingToBuild();
 }
 
-TEST_F(VolumeTest, MovedVolumeIsFoundAtItsNewPlace) {
+TEST_F(VolumeTest, MovedVolumeIsRegisteredAtItsNewMountPoint) {
     MakeChangerFolder("/tmp/a", 2);
     Bind("/tmp/a", "/tmp/place-1", 2);
     fs::create_directory("/tmp/place-2");
@@ -155,13 +156,13 @@ TEST_F(VolumeTest, MovedVolumeIsFoundAtItsNewPlace) {
     ExpectBuildOf(2);
 }
 
-TEST_F(VolumeTest, PlacesMayHaveAnyName) {
+TEST_F(VolumeTest, MountPointWithSpecialCharactersIsRegistered) {
     MakeChangerFolder("/tmp/a", 1);
     Bind("/tmp/a", "/tmp/a \"place\"\twith\nblanks\\", 2);
     ExpectBuildOf(1);
 }
 
-TEST_F(VolumeTest, PlaceThatIsNotUtf8IsLoggedAndNotTakenUp) {
+TEST_F(VolumeTest, MountPointThatIsNotUtf8IsLoggedAndNotRegistered) {
     MakeChangerFolder("/tmp/a", 1);
     Bind("/tmp/a", "/tmp/\xff", 2);
     AwaitLog(
@@ -171,7 +172,7 @@ TEST_F(VolumeTest, PlaceThatIsNotUtf8IsLoggedAndNotTakenUp) {
     ExpectNothingToBuild();
 }
 
-TEST_F(VolumeTest, FoldersThatAreNoChangersAreTakenForNone) {
+TEST_F(VolumeTest, VolumesWithInvalidInfoFilesAreIgnored) {
     WriteInfoFile("/tmp/malformed/.changer_info.plist", "<plist");
     WriteInfoFile("/tmp/empty/.changer_info.plist", "");
     WriteInfoFile("/tmp/string/.changer_info.plist",
@@ -182,7 +183,7 @@ TEST_F(VolumeTest, FoldersThatAreNoChangersAreTakenForNone) {
 }
 
 // Neither may keep the main thread waiting.
-TEST_F(VolumeTest, PipesAndFoldersInPlaceOfTheInfoFileDoNoHarm) {
+TEST_F(VolumeTest, PipeOrFolderInPlaceOfTheInfoFileDoesNotBlockTheDaemon) {
     fs::create_directories("/tmp/pipe");
     ASSERT_EQ(mkfifo("/tmp/pipe/.changer_info.plist", 0600), 0);
     fs::create_directories("/tmp/folder/.changer_info.plist");
@@ -199,7 +200,7 @@ TEST_F(VolumeTest, PipesAndFoldersInPlaceOfTheInfoFileDoNoHarm) {
 }
 
 // Listing what is mounted is followed by watching it: nothing may fall in between.
-TEST_F(VolumeTest, RealFileSystemIsTakenUpWhileTheDaemonRuns) {
+TEST_F(VolumeTest, FileSystemOfTheServerIsRegisteredWhileTheDaemonRuns) {
     Tell("mount changer=5000C500ABCD00A1 mount=/tmp/carousel");
     Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
     while (Server().AllSoFar("listed").empty())

@@ -6,6 +6,7 @@
 
 #include "SystemTest.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -16,9 +17,9 @@ public:
     static void WriteInfoFile(const std::filesystem::path& file, const std::string& content);
     static std::string PropertyList(const std::string& content);
 
-    // A folder that looks like the file system of changer 5000C500ABCD00A1, with that many discs:
-    // "disc0"...
-    static void MakeChangerFolder(const std::filesystem::path& folder, int discs);
+    // Creates a folder with the content of a changer's file system and of `discs` discs, "disc0"...
+    static void MakeChangerFolder(const std::filesystem::path& folder, int discs,
+                                  std::uint64_t changer = 0x5000C500ABCD00A1);
 
     // Binds a folder, and waits until the daemon has read its info file so often: twice if it is a
     // changer's, once if it is not.

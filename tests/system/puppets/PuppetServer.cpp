@@ -96,12 +96,12 @@ void Listen(const std::string& name, int backlog) {
 }
 
 void Fill(Channel& channel) {
-    bool hasRoom = true;
-    while (hasRoom) {
+    bool isConnected = true;
+    while (isConnected) {
         Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        hasRoom = connect(client.Get(), reinterpret_cast<const sockaddr*>(&channel.address),
-                          sizeof channel.address) == 0;
-        if (hasRoom)
+        isConnected = connect(client.Get(), reinterpret_cast<const sockaddr*>(&channel.address),
+                              sizeof channel.address) == 0;
+        if (isConnected)
             channel.fillers.push_back(std::move(client));
     }
     Require(errno == EAGAIN, "connect");
