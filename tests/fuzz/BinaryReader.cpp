@@ -55,7 +55,7 @@ std::string Assembled(std::string_view input) {
 // True if the list has characters from U+0080 to U+00FF. They may come from an ASCII string, whose
 // bytes libplist decodes as UTF-8.
 bool HasLatin1(CFPropertyListRef list) {
-    return WriteList(list).find_first_of("\xC2\xC3") != std::string::npos;
+    return XmlOf(list).find_first_of("\xC2\xC3") != std::string::npos;
 }
 
 } // namespace

@@ -54,7 +54,7 @@ class Info {
 public:
     explicit Info(std::string_view content) {
         if (content.size() >= 6) // no list is shorter
-            list_ = Held<CFPropertyListRef>(CFPropertyListCreateFromXMLData(
+            list_ = CFOwned<CFPropertyListRef>(CFPropertyListCreateFromXMLData(
                 nullptr, Bytes(content), kCFPropertyListImmutable, nullptr));
     }
 
@@ -80,7 +80,7 @@ public:
     }
 
 private:
-    Held<CFPropertyListRef> list_;
+    CFOwned<CFPropertyListRef> list_;
 };
 
 bool IsRoot(const Info& info) {

@@ -65,7 +65,7 @@ bool IsExactInXml(const cf::Object* value) {
 
 bool IsXmlCompatible(CFPropertyListRef list) {
     return RemainingAfter(cf::AsObject(list), kMaxValues) >= 0 && !HasNull(cf::AsObject(list)) &&
-           WriteList(list).find('\0') == std::string::npos;
+           XmlOf(list).find('\0') == std::string::npos;
 }
 
 void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable) {
@@ -73,22 +73,22 @@ void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& i
     EXPECT_EQ(static_cast<bool>(list.list), static_cast<bool>(immutable.list));
     EXPECT_EQ(list.error, immutable.error);
     if (list.list && IsXmlCompatible(list.list.Get()))
-        EXPECT_EQ(WriteList(list.list.Get()), WriteList(immutable.list.Get()));
+        EXPECT_EQ(XmlOf(list.list.Get()), XmlOf(immutable.list.Get()));
 }
 
 void ExpectSameWhenReadAgain(CFPropertyListRef list) {
-    const std::string written = WriteList(list);
+    const std::string written = XmlOf(list);
     EXPECT_NE(written, "");
     const ReadResult again = ReadList(written);
     EXPECT_TRUE(again.list) << again.error << "\n" << written;
     if (written.find(">\uFEFF") != std::string::npos)
         return; // the reader removes a byte order mark at the start of a text
-    EXPECT_EQ(WriteList(again.list.Get()), written);
+    EXPECT_EQ(XmlOf(again.list.Get()), written);
     if (IsExactInXml(cf::AsObject(list)))
         EXPECT_TRUE(CFEqual(again.list.Get(), list)) << written;
 }
 
 void ExpectReferenceAgrees(CFPropertyListRef ours, const Node& theirs, EqualKeys equalKeys) {
     if (theirs)
-        EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get(), equalKeys), "") << WriteList(ours);
+        EXPECT_EQ(DifferenceOf(cf::AsObject(ours), theirs.get(), equalKeys), "") << XmlOf(ours);
 }

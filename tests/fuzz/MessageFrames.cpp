@@ -4,7 +4,7 @@
 #include "Target.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
-#include "support/Held.h"
+#include "support/CFOwned.h"
 #include "support/LogCapture.h"
 #include "support/PropertyLists.h"
 
@@ -17,7 +17,7 @@
 
 namespace {
 
-using Reply = Held<CFDictionaryRef>;
+using Reply = CFOwned<CFDictionaryRef>;
 
 void Receive(std::string_view chunk, SocketInfo& info) {
     ServerMessageSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk), &info);
@@ -47,7 +47,7 @@ void ReadErrorOf(const Reply& reply) {
 // Without a check if the payload is not a list: the rest of the chunk behind it is then lost, too.
 // Equal values are one object, so the pointers are compared.
 void ExpectReplyIn(std::string_view payload, const Reply& reply) {
-    const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
+    const CFOwned<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
         nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));
     if (list != nullptr)
         EXPECT_EQ(reply.Get(), list.Get());

@@ -1,6 +1,6 @@
 /*
  * The notification socket: frames in arbitrary chunks, through the real callbacks, store, registry,
- * identifications and builds. Replies come from FakeServer. Events besides those of FrameScript.h:
+ * identifications and builds. Replies come from FakeCommands. Events besides those of FrameScript.h:
  *
  *   ESC M, ESC U  the file system of changer 7 is mounted, unmounted
  *   ESC T         runs the oldest pending thread
@@ -21,7 +21,7 @@
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/DeferredThreads.h"
 #include "trayprobed/FakeDisks.h"
-#include "trayprobed/FakeServer.h"
+#include "trayprobed/FakeCommands.h"
 #include "trayprobed/FakeTime.h"
 #include "trayprobed/Journal.h"
 #include "trayprobed/MediaIdManager.h"
@@ -97,7 +97,7 @@ private:
 
 // Subscribed and connected.
 Daemon::Daemon(const ChangerFileSystem& fileSystem) : disk_("sr0", fileSystem.Path().c_str()) {
-    FakeServer::Reset();
+    FakeCommands::Reset();
     EXPECT_EQ(TakeChain(StateLock::InitStore()), Chain());
     EXPECT_EQ(TakeChain(InitChangerFSCacheState()), Chain());
     EXPECT_EQ(TakeChain(SubscribeToChangerNotifications(
@@ -150,7 +150,7 @@ void Daemon::Receive(std::string_view chunk) {
 }
 
 void Daemon::HandlePayload(std::string_view payload) {
-    const Held<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
+    const CFOwned<CFPropertyListRef> list(CFPropertyListCreateFromXMLData(
         nullptr, Bytes(payload), kCFPropertyListImmutable, nullptr));
     if (list != nullptr) {
         EXPECT_EQ(
@@ -170,10 +170,10 @@ void FireDailyTimer() {
 
 // A build whose status cannot be cleared never frees its progress report.
 void RunNextThread() {
-    FakeServer::TakeKeptReport(); // discards the report of an earlier thread, which may be freed
+    FakeCommands::TakeKeptReport(); // discards the report of an earlier thread, which may be freed
                                   // already
     DeferredThreads::RunNext();
-    free(FakeServer::TakeKeptReport());
+    free(FakeCommands::TakeKeptReport());
 }
 
 void Daemon::Perform(char event) {
@@ -188,7 +188,7 @@ void Daemon::Perform(char event) {
     } else if (event == 'D') {
         FireDailyTimer();
     } else if (event == 'X') {
-        FakeServer::Fail("");
+        FakeCommands::Fail("");
         isCommandRefused_ = true;
     }
     RecordActions();

@@ -1,7 +1,7 @@
 #include "RetainedLists.h"
 
 #include "common/VErr.h"
-#include "support/Held.h"
+#include "support/CFOwned.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -10,8 +10,8 @@
 
 namespace {
 
-std::vector<Held<CFArrayRef>> g_retained;
-Held<CFArrayRef> g_lastSaved; // the store releases it
+std::vector<CFOwned<CFArrayRef>> g_retained;
+CFOwned<CFArrayRef> g_lastSaved; // the store releases it
 
 } // namespace
 
@@ -22,7 +22,7 @@ VErrLink* __real__Z14GetChangerListPPK9__CFArray(CFArrayRef* list);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
     g_retained.push_back(std::move(g_lastSaved));
-    g_lastSaved = Held<CFArrayRef>(list);
+    g_lastSaved = CFOwned<CFArrayRef>(list);
     return __real__Z19SaveChangerInfoListPK9__CFArray(list);
 }
 

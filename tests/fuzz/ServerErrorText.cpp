@@ -26,7 +26,7 @@ constexpr std::size_t kTextAt = kNumberAt + sizeof(std::int64_t);
 
 enum Choice { kInteger, kText, kReal, kData, kArray, kTrue, kNone, kChoices };
 
-Held<CFTypeRef> Chosen(int choice, std::int64_t number, const std::string& text) {
+CFOwned<CFTypeRef> Chosen(int choice, std::int64_t number, const std::string& text) {
     const auto real = std::bit_cast<double>(number);
     switch (choice) {
     case kInteger:
@@ -34,7 +34,7 @@ Held<CFTypeRef> Chosen(int choice, std::int64_t number, const std::string& text)
     case kText:
         return Text(text);
     case kReal:
-        return Held<CFTypeRef>(CFNumberCreate(nullptr, kCFNumberFloat64Type, &real));
+        return CFOwned<CFTypeRef>(CFNumberCreate(nullptr, kCFNumberFloat64Type, &real));
     case kData:
         return Bytes(text);
     case kArray:
@@ -46,7 +46,7 @@ Held<CFTypeRef> Chosen(int choice, std::int64_t number, const std::string& text)
     }
 }
 
-Held<CFMutableDictionaryRef> ReplyOf(CFTypeRef code, CFTypeRef text) {
+CFOwned<CFMutableDictionaryRef> ReplyOf(CFTypeRef code, CFTypeRef text) {
     auto reply = Dictionary();
     if (code != nullptr)
         CFDictionarySetValue(reply, CFSTR("error code"), code);
@@ -90,7 +90,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::int64_t number = 0;
     std::memcpy(&number, data + kNumberAt, sizeof number);
     const std::string bytes(TextOfInput(data, size).substr(kTextAt));
-    const Held<CFTypeRef> text = Chosen(textChoice, number, bytes);
+    const CFOwned<CFTypeRef> text = Chosen(textChoice, number, bytes);
 
     VErrLink* reported = nullptr;
     VErrLink* err = GetMessageReplyErr(ReplyOf(Chosen(codeChoice, number, bytes), text), &reported);

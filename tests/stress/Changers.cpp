@@ -13,7 +13,7 @@ using random_values::OneIn;
 
 namespace {
 
-using Mutable = Held<CFMutableDictionaryRef>;
+using Mutable = CFOwned<CFMutableDictionaryRef>;
 
 void Set(const Mutable& dictionary, const char* key, const Value& value) {
     CFDictionarySetValue(dictionary, Text(key), value.Get());
@@ -51,7 +51,7 @@ Value IdentifiedMedium(UInt16 slot, int identifyTime) {
 }
 
 // Appends discs in the slots behind kSlots. One of them differs in each list.
-void AddFurtherMedia(const Held<CFMutableArrayRef>& media) {
+void AddFurtherMedia(const CFOwned<CFMutableArrayRef>& media) {
     static const std::vector<Value> unchanging = [] {
         std::vector<Value> made;
         for (UInt16 slot = kSlots; slot < kSlotsOfLongList; ++slot)
@@ -88,7 +88,7 @@ Value ClientStatus(bool isIdle) {
 }
 
 Value ChangerInfo(int changer, bool isIdle) {
-    const Held media = Array();
+    const CFOwned media = Array();
     for (UInt16 slot = 0; slot < kSlots; ++slot)
         CFArrayAppendValue(media, Medium(slot, isIdle).Get());
     if (changer == 0 && OneIn(50))
@@ -122,8 +122,8 @@ Changers::Notification Changers::Compose() {
     const Phase phase = phase_;
     const bool isChurn = phase == Phase::kChurn || phase == Phase::kFaultFreeChurn;
     AddAndRemoveChangers(phase);
-    const Held list = Array();
-    const Held infos = Array();
+    const CFOwned list = Array();
+    const CFOwned infos = Array();
     for (int changer = 0; changer < kChangers; ++changer) {
         if (!isPresent_[changer])
             continue;

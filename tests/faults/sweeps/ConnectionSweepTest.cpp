@@ -37,7 +37,7 @@ protected:
         TryNotificationConnect(nullptr, subscription_);
     }
     void LoseConnection() {
-        const Held<CFDataRef> nothing = Bytes("");
+        const CFOwned<CFDataRef> nothing = Bytes("");
         ServerNotificationSocketCallBack(subscription_->socket, kCFSocketDataCallBack, nullptr,
                                          nothing.Get(), subscription_);
     }

@@ -27,7 +27,7 @@ const std::set<std::string> kMessages = {"(generic)",
 
 TEST_F(ExchangeSweep, FailureReturnsAChainAndTheNextExchangeSucceeds) {
     const auto message = Dictionary({{"command", "test"}, {"number", 70000}});
-    Held<CFDictionaryRef> reply;
+    CFOwned<CFDictionaryRef> reply;
     VErrLink* err = nullptr;
     Report(SweepFaults([&] { err = SendMessageToChangerServer(message, reply.Out()); },
                        [&](const Fault& fault) {

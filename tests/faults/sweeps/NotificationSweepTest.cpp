@@ -80,7 +80,7 @@ protected:
     std::string State() const {
         std::string state = std::to_string(DeferredThreads::Count()) + " threads\n";
         for (const UInt64 changer : {kSweptChanger, kNewChanger, kRemovedChanger}) {
-            Held<CFMutableDictionaryRef> dict;
+            CFOwned<CFMutableDictionaryRef> dict;
             VErrLink* err = GetChangerDictForGUID(changer, dict.Out());
             VErrCatch(&err);
             if (dict == nullptr)
@@ -106,7 +106,7 @@ private:
     bool IsOpen(const std::string& request) const {
         return open_.contains(request);
     }
-    Held<CFMutableArrayRef> Media(const std::string& changer, bool requested) const {
+    CFOwned<CFMutableArrayRef> Media(const std::string& changer, bool requested) const {
         auto media = Array();
         for (UInt16 slot = 0; slot < kSlots; ++slot) {
             const bool isOpen = IsOpen(changer + ": mount disc " + std::to_string(slot));
@@ -120,7 +120,7 @@ private:
         }
         return media;
     }
-    Held<CFMutableDictionaryRef> Info(UInt64 changer, const char* name, bool requested) const {
+    CFOwned<CFMutableDictionaryRef> Info(UInt64 changer, const char* name, bool requested) const {
         return Dictionary(
             {{"GUID", static_cast<SInt64>(changer)},
              {"Changer Ready", true},
@@ -144,7 +144,7 @@ private:
     }
 
     std::set<std::string> open_; // the requests that the daemon has yet to make
-    Held<CFDataRef> frame_;
+    CFOwned<CFDataRef> frame_;
     ChangerNotificationSubscription subscription_ = {};
 };
 

@@ -29,8 +29,8 @@ std::optional<UInt64> NumberIn(CFDictionaryRef request, CFStringRef key) {
 }
 
 std::string Describe(const std::string& payload) {
-    const Held data = Bytes(payload);
-    const Held<CFPropertyListRef> list(
+    const CFOwned data = Bytes(payload);
+    const CFOwned<CFPropertyListRef> list(
         CFPropertyListCreateFromXMLData(nullptr, data, kCFPropertyListImmutable, nullptr));
     auto* request = static_cast<CFDictionaryRef>(list.Get());
     std::ostringstream text;
@@ -65,7 +65,7 @@ void ObedientServer::Serve(Connection& connection) {
 
 // Connections are served in order: when this request has its reply, all earlier ones are noted.
 std::vector<std::string> ObedientServer::TakeRequests() {
-    Held<CFDictionaryRef> reply;
+    CFOwned<CFDictionaryRef> reply;
     EXPECT_EQ(
         TakeChain(SendMessageToChangerServer(Dictionary({{"command", kLastCommand}}), reply.Out())),
         Chain());

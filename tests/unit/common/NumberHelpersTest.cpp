@@ -35,8 +35,8 @@ protected:
         return std::string("fail get num as ") + Member::kWord;
     }
 
-    Held<CFMutableDictionaryRef> dictionary = Dictionary();
-    Held<CFMutableArrayRef> array = Array();
+    CFOwned<CFMutableDictionaryRef> dictionary = Dictionary();
+    CFOwned<CFMutableArrayRef> array = Array();
     LogCapture log;
 };
 TYPED_TEST_SUITE(NumberHelpers, HelperMembers, HelperMemberNames);

@@ -30,7 +30,7 @@ protected:
 };
 
 TEST_F(TextHelpers, JoinsTwoStrings) {
-    Held<CFStringRef> joined;
+    CFOwned<CFStringRef> joined;
     EXPECT_THAT(
         TakeChain(CFHStringCreateWithConcatenation(CFSTR("one "), Text("zwölf"), joined.Out())),
         IsEmpty());
@@ -38,7 +38,7 @@ TEST_F(TextHelpers, JoinsTwoStrings) {
 }
 
 TEST_F(TextHelpers, TwoEmptyStringsGiveAnEmptyOne) {
-    Held<CFStringRef> joined;
+    CFOwned<CFStringRef> joined;
     EXPECT_THAT(TakeChain(CFHStringCreateWithConcatenation(CFSTR(""), CFSTR(""), joined.Out())),
                 IsEmpty());
     ASSERT_NE(joined, nullptr);
@@ -65,7 +65,7 @@ TEST_F(TextHelpers, WithoutMemoryStringsAreJoinedWholeOrNotAtAll) {
                                                &joined);
     };
     SweepAllocationFaults(body, [&](std::size_t nth, bool) {
-        const Held held(joined);
+        const CFOwned held(joined);
         if (const Chain chain = TakeChain(err); !chain.empty()) {
             failures.push_back(chain);
             EXPECT_EQ(joined, nullptr) << nth;
@@ -82,15 +82,15 @@ TEST_F(TextHelpers, WithoutMemoryStringsAreJoinedWholeOrNotAtAll) {
 }
 
 TEST_F(TextHelpers, AppendsInPlace) {
-    Held<CFStringRef> string = Text("one");
+    CFOwned<CFStringRef> string = Text("one");
     CFStringRef slot = string.Detach();
     EXPECT_THAT(TakeChain(CFHStringConcatenate(&slot, CFSTR(", two"))), IsEmpty());
-    string = Held(slot);
+    string = CFOwned(slot);
     EXPECT_EQ(TextOf(string), "one, two");
 }
 
 TEST_F(TextHelpers, AFailedAppendLeavesTheStringAsItWas) {
-    const Held<CFStringRef> string = Text("one");
+    const CFOwned<CFStringRef> string = Text("one");
     CFStringRef slot = string;
     VErrLink* err = nullptr;
     {
@@ -119,7 +119,7 @@ TEST_F(TextHelpers, ACharacterThatTheEncodingLacksHasACodeOfItsOwn) {
     char before[] = "before";
     char* text = before;
     const UniChar unpairedSurrogate = 0xD800;
-    const Held string(CFStringCreateWithCharacters(nullptr, &unpairedSurrogate, 1));
+    const CFOwned string(CFStringCreateWithCharacters(nullptr, &unpairedSurrogate, 1));
     EXPECT_EQ(TakeChain(CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text)),
               Chain{RaisedByHelper("CFHAllocCStringFromCFString",
                                    "can't convert the string to the requested encoding",
@@ -154,7 +154,7 @@ TEST_F(TextHelpers, AnErrorTextIsTheTextOrNone) {
     EXPECT_EQ(CFHAllocErrorText(nullptr), nullptr);
     EXPECT_STREQ(HeldText(CFHAllocErrorText(CFSTR("why"))).get(), "why");
     const UniChar halfAPair[] = {0xD800};
-    const Held unpaired(CFStringCreateWithCharacters(nullptr, halfAPair, 1));
+    const CFOwned unpaired(CFStringCreateWithCharacters(nullptr, halfAPair, 1));
     EXPECT_EQ(CFHAllocErrorText(unpaired), nullptr);
 }
 

@@ -17,8 +17,8 @@ constexpr CFStringEncoding kUTF8 = kCFStringEncodingUTF8;
 
 class ValueHelpers : public testing::Test {
 protected:
-    Held<CFMutableDictionaryRef> dictionary = Dictionary();
-    Held<CFMutableArrayRef> array = Array();
+    CFOwned<CFMutableDictionaryRef> dictionary = Dictionary();
+    CFOwned<CFMutableArrayRef> array = Array();
     LogCapture log;
 };
 

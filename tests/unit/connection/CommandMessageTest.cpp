@@ -30,7 +30,7 @@ constexpr std::int64_t kStoredGUID = -6999514556857568752;
 class CommandMessage : public testing::Test {
 protected:
     // What the one message that was sent holds.
-    void ExpectSent(const Held<CFMutableDictionaryRef>& expected) {
+    void ExpectSent(const CFOwned<CFMutableDictionaryRef>& expected) {
         EXPECT_THAT(server.Requests(), ElementsAre(XmlOf(expected)));
         EXPECT_THAT(server.Released(), ElementsAre(0));
     }
@@ -113,7 +113,7 @@ TEST_F(CommandMessage, PrivateMountNamesProcessAndFamily) {
 }
 
 TEST_F(CommandMessage, MountMessageAloneHasNoFlagsThatItWasNotGiven) {
-    Held<CFMutableDictionaryRef> message;
+    CFOwned<CFMutableDictionaryRef> message;
     EXPECT_THAT(TakeChain(InitMountDiscMessage(7, 3, "p", 300, "client", 0, 0, message.Out())),
                 IsEmpty());
     EXPECT_EQ(XmlOf(message), XmlOf(Dictionary({{"command", "mount disc"},
@@ -253,7 +253,7 @@ std::vector<Chain> BuildWithoutMemory(const Build& build) {
         [&](std::size_t nth, bool) {
             EXPECT_NE(message, earlier.Get()) << nth;
             EXPECT_EQ(message == nullptr, err != nullptr) << nth;
-            const Held<CFMutableDictionaryRef> held(message);
+            const CFOwned<CFMutableDictionaryRef> held(message);
             const Chain chain = TakeChain(err);
             if (!chain.empty() && (chains.empty() || chains.back() != chain))
                 chains.push_back(chain);

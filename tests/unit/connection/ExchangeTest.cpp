@@ -100,8 +100,8 @@ protected:
         return Send();
     }
 
-    Held<CFMutableDictionaryRef> message = Dictionary({{"command", "test"}});
-    Held<CFDictionaryRef> reply;
+    CFOwned<CFMutableDictionaryRef> message = Dictionary({{"command", "test"}});
+    CFOwned<CFDictionaryRef> reply;
     LogCapture log;
 };
 
@@ -439,7 +439,7 @@ TEST_F(Exchange, ThreadsDoNotDisturbEachOther) {
         threads.emplace_back([thread] {
             for (int round = 0; round < kRounds; ++round) {
                 const auto request = Dictionary({{"thread", thread}, {"round", round}});
-                Held<CFDictionaryRef> answer;
+                CFOwned<CFDictionaryRef> answer;
                 EXPECT_THAT(TakeChain(SendMessageToChangerServer(request, answer.Out())),
                             IsEmpty());
                 EXPECT_EQ(XmlOf(answer), XmlOf(request));

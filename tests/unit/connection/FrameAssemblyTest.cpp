@@ -336,7 +336,7 @@ TEST(FrameAssembly, WithoutMemoryForHeaderBytesOfThePayloadTheFrameIsLost) {
 
 // The list that a payload holds, and the parser's words.
 struct ReadPayload {
-    Held<CFPropertyListRef> list;
+    CFOwned<CFPropertyListRef> list;
     std::string error;
 };
 
@@ -345,7 +345,8 @@ ReadPayload ReadList(std::string_view payload) {
     CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
                       static_cast<CFIndex>(payload.size()));
     char* text = nullptr;
-    ReadPayload read = {Held(CreatePayloadList(&frame, &text)), text != nullptr ? text : "(none)"};
+    ReadPayload read = {CFOwned(CreatePayloadList(&frame, &text)),
+                        text != nullptr ? text : "(none)"};
     free(text);
     ResetFrameAssembly(&frame);
     return read;
@@ -383,7 +384,7 @@ TEST(FramePayload, WithoutMemoryThereIsNoListAndPerhapsNoWords) {
 
 TEST(CreateFrame, PutsTheHeaderBeforeThePayload) {
     const auto payload = Bytes("<xml>");
-    const Held frame(CreateFrame(payload));
+    const CFOwned frame(CreateFrame(payload));
     const std::string bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(frame)),
                             static_cast<std::size_t>(CFDataGetLength(frame)));
     EXPECT_EQ(bytes, FrameOf("<xml>"));

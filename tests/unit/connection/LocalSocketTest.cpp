@@ -3,7 +3,7 @@
 #include "ChangerServerConnectionLib/LocalSocket.h"
 
 #include "AllocationFaults.h"
-#include "support/Held.h"
+#include "support/CFOwned.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ void __wrap_CFRelease(CFTypeRef object) {
 namespace {
 
 std::string AddressBytes(const std::string& path) {
-    const Held address(CreateLocalSocketAddress(path.c_str()));
+    const CFOwned address(CreateLocalSocketAddress(path.c_str()));
     return {reinterpret_cast<const char*>(CFDataGetBytePtr(address)),
             static_cast<std::size_t>(CFDataGetLength(address))};
 }

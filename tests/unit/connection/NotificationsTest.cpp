@@ -412,7 +412,7 @@ TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
     SubscribeAndConnect();
     RunUntil([this] { return told.size() == 1; });
     // The source of a connection that ended is kept for good when the next one takes its place.
-    const Held kept(subscription->source);
+    const CFOwned kept(subscription->source);
     const auto watched = Share(kept.Get());
 
     LetServerRun(kRestarted);
@@ -442,7 +442,7 @@ TEST_F(Notifications, ForgetsHalfAFrameOfTheConnectionBefore) {
                                                 }});
     SubscribeAndConnect();
     RunUntil([this] { return subscription->frame.pendingData != nullptr; });
-    const Held kept(subscription->source);
+    const CFOwned kept(subscription->source);
     mayEnd = true;
     mayEnd.notify_all();
     RunUntil([this] { return !told.empty(); });

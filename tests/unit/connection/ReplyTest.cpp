@@ -34,7 +34,7 @@ constexpr VErrCode kLost = 0x40000000000003ED;
 
 const char kMessages[] = "ChangerServerConnectionLib/ChangerServerMessages";
 
-Held<CFMutableDictionaryRef> ErrorReply(VErrCode code, const char* text) {
+CFOwned<CFMutableDictionaryRef> ErrorReply(VErrCode code, const char* text) {
     return Dictionary({{"error code", code}, {"error string", text}});
 }
 
@@ -51,7 +51,7 @@ protected:
         CFDictionaryRef received = nullptr;
         Chain chain = TakeChain(HandleChangerServerSocketData(Bytes(chunk), &received, &info));
         if (received != nullptr)
-            reply = Held(received);
+            reply = CFOwned(received);
         return chain;
     }
     void CallOut(const std::string& chunk) {
@@ -62,7 +62,7 @@ protected:
         return {{message, "HandleChangerServerSocketData", kMessages}};
     }
 
-    Held<CFDictionaryRef> reply;
+    CFOwned<CFDictionaryRef> reply;
     SocketInfo info = {nullptr, {}};
     LogCapture log;
 };
@@ -234,7 +234,7 @@ Chain CreateWithFailing(const char* function) {
 }
 
 TEST_F(Reply, MadeHereHoldsCodeAndText) {
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     EXPECT_THAT(TakeChain(CreateErrReplyDict(-2, "zwölf", dict.Out())), IsEmpty());
     EXPECT_EQ(XmlOf(dict), XmlOf(ErrorReply(-2, "zwölf")));
 }

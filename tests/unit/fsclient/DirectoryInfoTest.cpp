@@ -98,7 +98,7 @@ protected:
     void WriteRootInfo(std::string_view content) const {
         tree_.Write(".changer_info.plist", content);
     }
-    void WriteMediaInfo(const Held<CFMutableDictionaryRef>& info) const {
+    void WriteMediaInfo(const CFOwned<CFMutableDictionaryRef>& info) const {
         tree_.Write(".media_info.plist", XmlOf(info));
     }
     Chain RootInfoChain() const {

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -20,10 +20,10 @@ protected:
             CFArrayAppendValue(array_, *member);
     }
 
-    Held<CFNumberRef> first_ = Integer(kLarge);
-    Held<CFNumberRef> second_ = Integer(kLarge + 1024);
-    Held<CFNumberRef> third_ = Integer(kLarge);
-    Held<CFMutableArrayRef> array_ = NewArray();
+    CFOwned<CFNumberRef> first_ = Integer(kLarge);
+    CFOwned<CFNumberRef> second_ = Integer(kLarge + 1024);
+    CFOwned<CFNumberRef> third_ = Integer(kLarge);
+    CFOwned<CFMutableArrayRef> array_ = NewArray();
 };
 
 TEST_F(ArrayOfThree, RetainsItsMembersOnce) {
@@ -94,7 +94,7 @@ TEST_F(ArrayOfThree, FindsNothingInImpossibleRanges) {
 }
 
 TEST_F(ArrayOfThree, CopiesShallowly) {
-    const Held<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array_));
+    const CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array_));
     EXPECT_NE(CFMutableArrayRef{copy}, CFMutableArrayRef{array_});
     EXPECT_TRUE(CFEqual(copy, array_));
     EXPECT_EQ(ReferencesTo(first_), 3);
@@ -117,7 +117,8 @@ TEST(Array, HoldsNoBooleanForANumber) {
 }
 
 TEST(Array, TakesMoreThanTheCapacitySaid) {
-    const Held<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFMutableArrayRef> array(
+        CFArrayCreateMutable(nullptr, 2, &kCFTypeArrayCallBacks));
     for (std::int64_t i = 0; i < 1000; ++i)
         CFArrayAppendValue(array, Integer(i));
     EXPECT_EQ(CFArrayGetCount(array), 1000);
@@ -127,7 +128,7 @@ TEST(Array, TakesMoreThanTheCapacitySaid) {
 TEST(ImmutableArray, KeepsItsMembers) {
     const auto number = Real(70000);
     const void* members[] = {number, kCFBooleanTrue};
-    const Held<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
     EXPECT_EQ(ReferencesTo(number), 2);
     auto* pretended = const_cast<CFMutableArrayRef>(CFArrayRef{array});
     CFArrayAppendValue(pretended, number);
@@ -135,7 +136,7 @@ TEST(ImmutableArray, KeepsItsMembers) {
     CFArrayRemoveValueAtIndex(pretended, 0);
     EXPECT_EQ(CFArrayGetCount(array), 2);
     EXPECT_EQ(At(array, 0), number);
-    const Held<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array));
+    const CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, array));
     EXPECT_TRUE(CFEqual(copy, array));
     EXPECT_EQ(cf::Hash(cf::AsObject(CFArrayRef{array})),
               cf::Hash(cf::AsObject(CFMutableArrayRef{copy})));
@@ -146,15 +147,17 @@ TEST(ImmutableArray, EqualOnesOfIntegersAreOneObject) {
     const auto same = Integer(kLarge);
     const void* members[] = {number, Integer(1)};
     const void* sameMembers[] = {same, Integer(1)};
-    const Held<CFArrayRef> first(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
-    const Held<CFArrayRef> second(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> first(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> second(
+        CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
     EXPECT_EQ(CFArrayRef{first}, CFArrayRef{second});
     EXPECT_TRUE(CFEqual(At(first, 0), number));
     EXPECT_EQ(ReferencesTo(number), 1);
 
     sameMembers[1] = CFSTR("x");
-    const Held<CFArrayRef> third(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
-    const Held<CFArrayRef> fourth(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> third(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> fourth(
+        CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
     EXPECT_NE(CFArrayRef{third}, CFArrayRef{fourth});
 }
 
@@ -163,7 +166,7 @@ TEST(ImmutableArray, IsNotMadeOfNullsOrImpossibleCounts) {
     EXPECT_EQ(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks), nullptr);
     EXPECT_EQ(CFArrayCreate(nullptr, members, -1, &kCFTypeArrayCallBacks), nullptr);
     EXPECT_EQ(CFArrayCreate(nullptr, nullptr, 1, &kCFTypeArrayCallBacks), nullptr);
-    const Held<CFArrayRef> empty(CFArrayCreate(nullptr, nullptr, 0, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> empty(CFArrayCreate(nullptr, nullptr, 0, &kCFTypeArrayCallBacks));
     EXPECT_EQ(CFArrayGetCount(empty), 0);
     EXPECT_TRUE(CFEqual(empty, NewArray()));
 }

@@ -365,7 +365,7 @@ TEST(BinaryList, ConvertsEachObjectOfABombOnce) {
         const ReadResult result = ReadList(bomb.Bytes(), mutability);
         ASSERT_TRUE(result.list);
         EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(result.list.Get())), 2);
-        EXPECT_EQ(WriteList(result.list.Get()), "");
+        EXPECT_EQ(XmlOf(result.list.Get()), "");
     }
 }
 

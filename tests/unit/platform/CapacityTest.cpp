@@ -2,7 +2,7 @@
  */
 
 #include "AllocationFaults.h"
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/Array.h"
 #include "objects/Dictionary.h"
@@ -88,7 +88,7 @@ bool AllocatesSeldom(Add add) {
 }
 
 TEST(Capacity, DataThatGrowsByteByByteAllocatesSeldom) {
-    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     const UInt8 byte = 7;
     EXPECT_TRUE(AllocatesSeldom([&](std::size_t) { CFDataAppendBytes(data, &byte, 1); }));
     EXPECT_EQ(CFDataGetLength(data), static_cast<CFIndex>(kMembers));
@@ -103,7 +103,7 @@ TEST(Capacity, ArrayThatGrowsOneByOneAllocatesSeldom) {
 TEST(Capacity, DictionaryThatGrowsOneByOneAllocatesSeldom) {
     const auto keys = NewArray();
     for (std::size_t i = 0; i < kMembers; ++i) {
-        const Held<CFNumberRef> key(CFNumberCreate(nullptr, kCFNumberSInt64Type, &i));
+        const CFOwned<CFNumberRef> key(CFNumberCreate(nullptr, kCFNumberSInt64Type, &i));
         CFArrayAppendValue(keys, key);
     }
     const auto dictionary = NewDictionary();

@@ -1,6 +1,6 @@
 /* The end of collections that hold collections. */
 
-#include "Held.h"
+#include "TestObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace {
 constexpr int kDeep = 200000;
 constexpr std::size_t kSmallStack = std::size_t{128} << 10;
 
-Held<CFMutableArrayRef> ArrayAround(CFTypeRef member) {
+CFOwned<CFMutableArrayRef> ArrayAround(CFTypeRef member) {
     auto array = NewArray();
     CFArrayAppendValue(array, kCFBooleanTrue);
     CFArrayAppendValue(array, member);
@@ -25,7 +25,7 @@ Held<CFMutableArrayRef> ArrayAround(CFTypeRef member) {
 CFTypeRef NestAround(CFNumberRef number) {
     CFTypeRef inner = CFRetain(number);
     for (int level = 0; level < kDeep; level += 2) {
-        const Held<CFTypeRef> owned(inner);
+        const CFOwned<CFTypeRef> owned(inner);
         auto dictionary = NewDictionary();
         CFDictionarySetValue(dictionary, CFSTR("before"), kCFBooleanTrue);
         if (level % 4 == 0)

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -24,14 +24,14 @@ void Append(CFMutableDataRef data, std::string_view text) {
 
 TEST(Data, IsACopyOfTheBytes) {
     char bytes[] = "abc";
-    const Held<CFDataRef> data(CFDataCreate(nullptr, Bytes(bytes), 3));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, Bytes(bytes), 3));
     bytes[0] = '#';
     EXPECT_EQ(Content(data), "abc");
 }
 
 TEST(Data, EvenEmptyHasAnAddress) {
-    const Held<CFDataRef> immutable(CFDataCreate(nullptr, nullptr, 0));
-    const Held<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFDataRef> immutable(CFDataCreate(nullptr, nullptr, 0));
+    const CFOwned<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
     EXPECT_NE(CFDataGetBytePtr(immutable), nullptr);
     EXPECT_NE(CFDataGetBytePtr(growing), nullptr);
     EXPECT_EQ(CFDataGetLength(immutable), 0);
@@ -44,7 +44,7 @@ TEST(Data, RefusesImpossibleLengths) {
 }
 
 TEST(MutableData, GrowsAsItIsAppendedTo) {
-    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     std::string expected;
     for (int i = 0; i < 1000; ++i) {
         const std::string part = std::to_string(i);
@@ -55,20 +55,21 @@ TEST(MutableData, GrowsAsItIsAppendedTo) {
 }
 
 TEST(MutableData, KeepsToItsCapacity) {
-    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 5));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 5));
     Append(data, "abc");
     Append(data, "def");
     EXPECT_EQ(Content(data), "abc");
     Append(data, "de");
     EXPECT_EQ(Content(data), "abcde");
-    const Held<CFMutableDataRef> oneByte(CFDataCreateMutable(nullptr, 1)); // freed with its owner
+    const CFOwned<CFMutableDataRef> oneByte(
+        CFDataCreateMutable(nullptr, 1)); // freed with its owner
     Append(oneByte, "a");
     Append(oneByte, "b");
     EXPECT_EQ(Content(oneByte), "a");
 }
 
 TEST(MutableData, StaysAsItWasWhenAnAppendMakesNoSense) {
-    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     Append(data, "abc");
     CFDataAppendBytes(data, Bytes("x"), -1);
     CFDataAppendBytes(data, Bytes("x"), std::numeric_limits<CFIndex>::min());
@@ -77,15 +78,15 @@ TEST(MutableData, StaysAsItWasWhenAnAppendMakesNoSense) {
 }
 
 TEST(Data, DoesNotGrow) {
-    const Held<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
     Append(const_cast<CFMutableDataRef>(CFDataRef{data}), "def");
     EXPECT_EQ(Content(data), "abc");
 }
 
 TEST(Data, EqualsByContent) {
-    const Held<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
-    const Held<CFDataRef> other(CFDataCreate(nullptr, Bytes("abd"), 3));
-    const Held<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
+    const CFOwned<CFDataRef> other(CFDataCreate(nullptr, Bytes("abd"), 3));
+    const CFOwned<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
     Append(growing, "abc");
     EXPECT_TRUE(CFEqual(data, growing));
     EXPECT_EQ(cf::Hash(cf::AsObject(CFDataRef{data})),

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/SharedValues.h"
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-using Date = Held<CFTypeRef>;
+using Date = CFOwned<CFTypeRef>;
 
 std::uint32_t HashOf(CFTypeRef object) {
     return cf::Hash(cf::AsObject(object));

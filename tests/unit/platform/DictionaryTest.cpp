@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/Dictionary.h"
 
@@ -73,7 +73,7 @@ TEST(Dictionary, FindsNumbersAcrossWidths) {
     CFDictionarySetValue(dictionary, Integer(70000), CFSTR("found"));
     CFDictionarySetValue(dictionary, Integer(1), CFSTR("one"));
     const std::int32_t narrow = 70000;
-    const Held<CFNumberRef> narrowKey(CFNumberCreate(nullptr, kCFNumberSInt32Type, &narrow));
+    const CFOwned<CFNumberRef> narrowKey(CFNumberCreate(nullptr, kCFNumberSInt32Type, &narrow));
     EXPECT_EQ(CFDictionaryGetValue(dictionary, narrowKey), CFSTR("found"));
     EXPECT_EQ(CFDictionaryGetValue(dictionary, Real(70000.0)), CFSTR("found"));
     EXPECT_EQ(CFDictionaryGetValue(dictionary, kCFBooleanTrue), nullptr);
@@ -119,7 +119,8 @@ TEST(Dictionary, CopiesShallowly) {
     const auto value = Integer(kLarge);
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, key, value);
-    const Held<CFMutableDictionaryRef> copy(CFDictionaryCreateMutableCopy(nullptr, 0, dictionary));
+    const CFOwned<CFMutableDictionaryRef> copy(
+        CFDictionaryCreateMutableCopy(nullptr, 0, dictionary));
     EXPECT_TRUE(CFEqual(copy, dictionary));
     EXPECT_EQ(ReferencesTo(key), 3);
     EXPECT_EQ(ReferencesTo(value), 3);

@@ -3,7 +3,7 @@
  * so such values are found by trying: of 20,000 values, a dozen pairs have one hash.
  */
 
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/Hash.h"
 #include "objects/SharedValues.h"
@@ -23,7 +23,7 @@
 
 namespace {
 
-using Value = Held<CFTypeRef>;
+using Value = CFOwned<CFTypeRef>;
 
 constexpr int kMany = 20000;
 
@@ -90,7 +90,7 @@ TEST(EqualHashes, KeysAreFoundByWhatTheyAre) {
     const auto* shared = static_cast<CFDictionaryRef>(CFTypeRef{dictionary});
     EXPECT_EQ(CFDictionaryGetValue(shared, presentKey), kCFBooleanTrue);
     EXPECT_EQ(CFDictionaryGetValue(shared, absentKey), nullptr);
-    const Held<CFMutableDictionaryRef> copy(CFDictionaryCreateMutableCopy(nullptr, 0, shared));
+    const CFOwned<CFMutableDictionaryRef> copy(CFDictionaryCreateMutableCopy(nullptr, 0, shared));
     EXPECT_EQ(CFDictionaryGetValue(copy, presentKey), kCFBooleanTrue);
     EXPECT_EQ(CFDictionaryGetValue(copy, absentKey), nullptr);
 }

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/Hash.h"
 #include "objects/SharedValues.h"
@@ -34,8 +34,8 @@ TEST(Hash, NumbersThatAreNoSignedIntegersFindDifferentPlaces) {
     std::set<std::uint32_t> ofReals;
     std::set<std::uint32_t> ofUnsigned;
     for (std::uint64_t i = 0; i < kPlaces; ++i) {
-        const Held<CFTypeRef> real(cf::SharedReal(0.001 * static_cast<double>(i)));
-        const Held<CFTypeRef> large(cf::SharedUnsignedInteger((std::uint64_t{1} << 63) + i));
+        const CFOwned<CFTypeRef> real(cf::SharedReal(0.001 * static_cast<double>(i)));
+        const CFOwned<CFTypeRef> large(cf::SharedUnsignedInteger((std::uint64_t{1} << 63) + i));
         ofReals.insert(cf::Hash(cf::AsObject(real)) % kPlaces);
         ofUnsigned.insert(cf::Hash(cf::AsObject(large)) % kPlaces);
     }
@@ -46,7 +46,7 @@ TEST(Hash, NumbersThatAreNoSignedIntegersFindDifferentPlaces) {
 // Arrays and dictionaries are entered in the table of shared values by what they hold. All stay
 // alive, lest one have the address of another that is gone.
 TEST(Hash, SharedCollectionsThatDifferInOneMemberFindDifferentPlaces) {
-    std::vector<Held<CFTypeRef>> values;
+    std::vector<CFOwned<CFTypeRef>> values;
     std::set<std::uint32_t> places[3]; // of rows, of rows of pieces, of dictionaries
     const cf::Object* members[40];
     std::ranges::fill(members, cf::AsObject(kCFBooleanTrue));

@@ -4,7 +4,7 @@
  */
 
 #include "AllocationFaults.h"
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/Array.h"
 #include "objects/SharedTable.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-using Value = Held<CFTypeRef>;
+using Value = CFOwned<CFTypeRef>;
 
 CFArrayRef AsArray(const Value& value) {
     return static_cast<CFArrayRef>(CFTypeRef{value});
@@ -42,7 +42,7 @@ std::vector<const cf::Object*> ObjectsOf(const std::vector<Value>& values) {
     return objects;
 }
 
-Held<CFMutableArrayRef> FlatArrayOf(const std::vector<Value>& values) {
+CFOwned<CFMutableArrayRef> FlatArrayOf(const std::vector<Value>& values) {
     auto flat = NewArray();
     for (const Value& value : values)
         CFArrayAppendValue(flat, value);
@@ -70,7 +70,7 @@ protected:
 
     std::vector<Value> members_ = MakeTexts(GetParam());
     Value array_ = SharedArrayOf(members_);
-    Held<CFMutableArrayRef> flat_ = FlatArrayOf(members_);
+    CFOwned<CFMutableArrayRef> flat_ = FlatArrayOf(members_);
 };
 
 TEST_P(LongArray, GivesCountAndMembersOfTheFlatArray) {
@@ -108,7 +108,7 @@ TEST_P(LongArray, IsEqualToTheFlatArrayInBothDirections) {
 
 TEST_P(LongArray, DiffersFromAnArrayWithOneMemberChanged) {
     for (const CFIndex index : Indices()) {
-        const Held<CFMutableArrayRef> changed(CFArrayCreateMutableCopy(nullptr, 0, flat_));
+        const CFOwned<CFMutableArrayRef> changed(CFArrayCreateMutableCopy(nullptr, 0, flat_));
         CFArraySetValueAtIndex(changed, index, CFSTR("changed"));
         EXPECT_FALSE(CFEqual(array_, changed)) << index;
         EXPECT_FALSE(CFEqual(changed, array_)) << index;
@@ -129,7 +129,7 @@ TEST_P(LongArray, DiffersFromAnArrayOfOneMemberLess) {
 }
 
 TEST_P(LongArray, MutableCopyIsAFlatArrayOfTheSameMembers) {
-    const Held<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, AsArray(array_)));
+    const CFOwned<CFMutableArrayRef> copy(CFArrayCreateMutableCopy(nullptr, 0, AsArray(array_)));
     EXPECT_TRUE(CFEqual(copy, flat_));
     CFArrayRemoveValueAtIndex(copy, Count() - 1);
     CFArrayAppendValue(copy, CFSTR("last"));
@@ -146,20 +146,21 @@ TEST_P(LongArray, DoesNotChangeWhenTreatedAsMutable) {
 }
 
 TEST_P(LongArray, IsJoinedAsTheFlatArray) {
-    const Held<CFStringRef> joined(
+    const CFOwned<CFStringRef> joined(
         CFStringCreateByCombiningStrings(nullptr, AsArray(array_), CFSTR(",")));
-    const Held<CFStringRef> expected(CFStringCreateByCombiningStrings(nullptr, flat_, CFSTR(",")));
+    const CFOwned<CFStringRef> expected(
+        CFStringCreateByCombiningStrings(nullptr, flat_, CFSTR(",")));
     EXPECT_TRUE(CFEqual(joined, expected));
 }
 
 TEST_P(LongArray, IsWrittenAndReadAsTheFlatArray) {
-    const Held<CFDataRef> written(CFPropertyListCreateXMLData(nullptr, array_));
-    const Held<CFDataRef> expected(CFPropertyListCreateXMLData(nullptr, flat_));
+    const CFOwned<CFDataRef> written(CFPropertyListCreateXMLData(nullptr, array_));
+    const CFOwned<CFDataRef> expected(CFPropertyListCreateXMLData(nullptr, flat_));
     ASSERT_EQ(CFDataGetLength(written), CFDataGetLength(expected));
     EXPECT_TRUE(std::equal(CFDataGetBytePtr(written),
                            CFDataGetBytePtr(written) + CFDataGetLength(written),
                            CFDataGetBytePtr(expected)));
-    const Held<CFPropertyListRef> read(
+    const CFOwned<CFPropertyListRef> read(
         CFPropertyListCreateFromXMLData(nullptr, written, kCFPropertyListImmutable, nullptr));
     EXPECT_EQ(read, array_);
 }
@@ -177,9 +178,9 @@ TEST_P(LongArray, ArrayCreatedOfIntegersIsTheSharedOne) {
         integers.emplace_back(Integer(kLarge + i % 3).Detach());
         members.push_back(integers.back());
     }
-    const Held<CFArrayRef> first(
+    const CFOwned<CFArrayRef> first(
         CFArrayCreate(nullptr, members.data(), Count(), &kCFTypeArrayCallBacks));
-    const Held<CFArrayRef> second(
+    const CFOwned<CFArrayRef> second(
         CFArrayCreate(nullptr, members.data(), Count(), &kCFTypeArrayCallBacks));
     EXPECT_EQ(CFArrayRef{first}, CFArrayRef{second});
     EXPECT_TRUE(CFEqual(first, FlatArrayOf(integers)));

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ TEST(NullArguments, CharactersAreNotCopiedOutOfWhatIsNoString) {
 
 TEST(NullArguments, PathIsNotCopiedToNowhere) {
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
-    const Held<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(nullptr, path, 4, true));
+    const CFOwned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(nullptr, path, 4, true));
     EXPECT_FALSE(CFURLGetFileSystemRepresentation(url, true, nullptr, 100));
 }
 

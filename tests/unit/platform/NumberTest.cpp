@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/SharedValues.h"
 
@@ -107,7 +107,7 @@ TEST(Number, ConvertsReals) {
 }
 
 TEST(Number, AboveTheSignedRangeKeepsItsBits) {
-    const Held<CFNumberRef> number(static_cast<CFNumberRef>(
+    const CFOwned<CFNumberRef> number(static_cast<CFNumberRef>(
         static_cast<const void*>(cf::SharedUnsignedInteger(0x8123456789ABCDEFU))));
     ExpectConversion(number, {{false, -12817}, {false, -1985229329}, {true, kGuidBits}});
 }
@@ -130,15 +130,15 @@ TEST(Number, AboveTheSignedRangeConvertsByItsLow64BitsAsSigned) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.stored);
-        const Held<CFNumberRef> number(static_cast<CFNumberRef>(
+        const CFOwned<CFNumberRef> number(static_cast<CFNumberRef>(
             static_cast<const void*>(cf::SharedUnsignedInteger(row.stored))));
         ExpectConversion(number, row.expected);
     }
 }
 
 TEST(Number, AboveTheSignedRangeEqualsOnlyItsOwnKind) {
-    const Held<CFTypeRef> number(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
-    const Held<CFTypeRef> same(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
+    const CFOwned<CFTypeRef> number(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
+    const CFOwned<CFTypeRef> same(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
     const auto negative = Integer(kGuidBits);
     EXPECT_TRUE(CFEqual(number, same));
     EXPECT_FALSE(CFEqual(number, negative));
@@ -149,12 +149,12 @@ TEST(Number, AboveTheSignedRangeEqualsOnlyItsOwnKind) {
 }
 
 template<typename Native>
-Held<CFNumberRef> Number(CFNumberType type, Native value) {
-    return Held(CFNumberCreate(nullptr, type, &value));
+CFOwned<CFNumberRef> Number(CFNumberType type, Native value) {
+    return CFOwned(CFNumberCreate(nullptr, type, &value));
 }
 
 TEST(Number, EqualsAndHashesAcrossWidths) {
-    const Held<CFNumberRef> numbers[] = {
+    const CFOwned<CFNumberRef> numbers[] = {
         Number<std::int16_t>(kCFNumberSInt16Type, 300),
         Number<std::int32_t>(kCFNumberSInt32Type, 300),
         Number<std::int64_t>(kCFNumberSInt64Type, 300),

@@ -1,6 +1,6 @@
 /* What becomes of objects when memory runs out. Leaks are the address sanitizer's to find. */
 
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "AllocationFaults.h"
 #include "objects/Hash.h"
@@ -41,12 +41,12 @@ TEST(OutOfMemory, CreationsGiveNull) {
     const UniChar units[] = {'a', 0xD83D};
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
     const void* members[] = {CFSTR("a"), CFSTR("b")};
-    const Held<CFNumberRef> integer(CFNumberCreate(nullptr, kCFNumberSInt64Type, &large));
+    const CFOwned<CFNumberRef> integer(CFNumberCreate(nullptr, kCFNumberSInt64Type, &large));
     const void* integers[] = {integer, integer};
-    const Held<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
     const void* manyMembers[9];
     std::ranges::fill(manyMembers, CFSTR("a"));
-    const Held<CFArrayRef> many(CFArrayCreate(nullptr, manyMembers, 9, &kCFTypeArrayCallBacks));
+    const CFOwned<CFArrayRef> many(CFArrayCreate(nullptr, manyMembers, 9, &kCFTypeArrayCallBacks));
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, CFSTR("key"), CFSTR("value"));
 
@@ -136,7 +136,7 @@ TEST(OutOfMemory, ReplacingInAFullDictionaryNeedsNone) {
 }
 
 TEST(OutOfMemory, DataStaysAsItWas) {
-    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     const UInt8 bytes[50] = {};
     for (CFIndex length = 0; length < 500; length += 50) {
         SweepAllocationFaults([&](std::size_t) { CFDataAppendBytes(data, bytes, 50); },
@@ -148,7 +148,7 @@ TEST(OutOfMemory, DataStaysAsItWas) {
 
 TEST(OutOfMemory, DataOf64BytesAndArraysOf4MembersAskForMemoryOnce) {
     const UInt8 bytes[32] = {};
-    const Held<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
+    const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     CFDataAppendBytes(data, bytes, 32);
     EXPECT_EQ(AllocationsOf([&] { CFDataAppendBytes(data, bytes, 32); }), 0U);
     EXPECT_EQ(CFDataGetLength(data), 64);
@@ -189,7 +189,7 @@ TEST(OutOfMemory, SharedValuesAreNullAndLeaveNothing) {
 // The refused allocation is that of more places where the table is three quarters full, else that
 // of the value.
 TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
-    std::vector<Held<CFTypeRef>> values;
+    std::vector<CFOwned<CFTypeRef>> values;
     int taken = 0;
     for (int i = 0; i < 2000; ++i) {
         const std::string text = "value " + std::to_string(i);
@@ -204,7 +204,7 @@ TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
     }
     EXPECT_GT(taken, 0);
     for (std::size_t i = 0; i < values.size(); ++i) {
-        const Held<CFTypeRef> same(cf::SharedString("value " + std::to_string(i)));
+        const CFOwned<CFTypeRef> same(cf::SharedString("value " + std::to_string(i)));
         EXPECT_EQ(CFTypeRef{same}, CFTypeRef{values[i]});
     }
 }
@@ -213,7 +213,7 @@ TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
 // refused allocation is that of more places.
 TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlaceAlone) {
     constexpr std::size_t kPlaces = 16;
-    std::vector<Held<CFTypeRef>> values;
+    std::vector<CFOwned<CFTypeRef>> values;
     for (int i = 0; values.size() < kPlaces; ++i) {
         const std::string text = "value " + std::to_string(i);
         const std::uint32_t hash = cf::HashBytes(text.data(), text.size());
@@ -233,9 +233,9 @@ TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlaceAlone) {
 }
 
 TEST(OutOfMemory, ASharedValueThatIsThereNeedsNone) {
-    const Held<CFTypeRef> value(cf::SharedString("name"));
+    const CFOwned<CFTypeRef> value(cf::SharedString("name"));
     const AllocationFault fault(1, SIZE_MAX);
-    const Held<CFTypeRef> same(cf::SharedString("name"));
+    const CFOwned<CFTypeRef> same(cf::SharedString("name"));
     EXPECT_EQ(CFTypeRef{same}, CFTypeRef{value});
 }
 

@@ -40,7 +40,7 @@ std::string MotleyXml() {
 }
 
 std::string MotleyBinary() {
-    const std::string xml = WriteList(ReadList(MotleyXml()).list.Get());
+    const std::string xml = XmlOf(ReadList(MotleyXml()).list.Get());
     plist_t list = nullptr;
     plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &list);
     char* bytes = nullptr;
@@ -65,8 +65,8 @@ protected:
 
     // A list, when there is one, is complete; otherwise nothing stays behind.
     void SweepReading(const std::string& bytes, CFOptionFlags mutability) {
-        const std::string expected = WriteList(ReadList(bytes).list.Get());
-        const Held data = MakeData(bytes);
+        const std::string expected = XmlOf(ReadList(bytes).list.Get());
+        const CFOwned data = Bytes(bytes);
         const std::size_t sharedValues = cf::MeasureSharedTable().values;
         CFStringRef text = nullptr;
         CFPropertyListRef list = nullptr;
@@ -77,7 +77,7 @@ protected:
             [&](std::size_t nth, bool happened) {
                 EXPECT_EQ(text, nullptr) << nth;
                 if (list != nullptr || !happened)
-                    EXPECT_EQ(WriteList(list), expected) << nth;
+                    EXPECT_EQ(XmlOf(list), expected) << nth;
                 CFRelease(list);
                 EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
             });
@@ -96,7 +96,7 @@ TEST_F(PropertyListMemory, ReadingXml) {
 
 TEST_F(PropertyListMemory, ReadingXmlInBatches) {
     const std::string xml = MotleyXml();
-    const std::string expected = WriteList(ReadList(xml).list.Get());
+    const std::string expected = XmlOf(ReadList(xml).list.Get());
     const std::size_t sharedValues = cf::MeasureSharedTable().values;
     CFPropertyListRef list = nullptr;
     const std::size_t runs = SweepAllocationFaults(
@@ -109,7 +109,7 @@ TEST_F(PropertyListMemory, ReadingXmlInBatches) {
         },
         [&](std::size_t nth, bool happened) {
             if (list != nullptr || !happened)
-                EXPECT_EQ(WriteList(list), expected) << nth;
+                EXPECT_EQ(XmlOf(list), expected) << nth;
             CFRelease(list);
             EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
         });
@@ -132,10 +132,10 @@ TEST_F(PropertyListMemory, ReadingBinary) {
 
 TEST_F(PropertyListMemory, RefusingXml) {
     // Two of the dictionaries are pending when the list is refused.
-    const Held data =
-        MakeData("<dict><key>a</key><array><dict><key>k</key><string>1</string></dict>"
-                 "<dict><key>k</key><string>2</string></dict>"
-                 "<dict><key>k</key><string>3</string></dict><integer>c</integer>");
+    const CFOwned data =
+        Bytes("<dict><key>a</key><array><dict><key>k</key><string>1</string></dict>"
+              "<dict><key>k</key><string>2</string></dict>"
+              "<dict><key>k</key><string>3</string></dict><integer>c</integer>");
     const std::size_t sharedValues = cf::MeasureSharedTable().values;
     CFStringRef text = nullptr;
     CFPropertyListRef list = nullptr;
@@ -152,7 +152,7 @@ TEST_F(PropertyListMemory, RefusingXml) {
 
 TEST_F(PropertyListMemory, Writing) {
     const ReadResult source = ReadList(MotleyXml());
-    const std::string expected = WriteList(source.list.Get());
+    const std::string expected = XmlOf(source.list.Get());
     CFDataRef written = nullptr;
     const std::size_t runs = SweepAllocationFaults(
         [&](std::size_t) { written = CFPropertyListCreateXMLData(nullptr, source.list.Get()); },
@@ -169,7 +169,7 @@ TEST_F(PropertyListMemory, ReadingAFile) {
     const std::string path = testing::TempDir() + "PropertyListMemoryTest.plist";
     std::ofstream(path) << MotleyXml();
     CFPropertyListRef list = nullptr;
-    const Held url(CreateUrl(path));
+    const CFOwned url(CreateUrl(path));
     SweepAllocationFaults(
         [&](std::size_t) {
             list = nullptr;

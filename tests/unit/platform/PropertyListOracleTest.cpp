@@ -140,13 +140,13 @@ TEST_P(PropertyListOracle, ItsBinaryIsReadAlike) {
 
 TEST_P(PropertyListOracle, OurXmlIsReadAlikeAndWrittenAgainTheSame) {
     const ReadResult ours = ReadList(BinaryOf(list_.get()));
-    const std::string xml = WriteList(ours.list.Get());
+    const std::string xml = XmlOf(ours.list.Get());
     ASSERT_NE(xml, "");
     EXPECT_EQ(DifferenceOf(cf::AsObject(ours.list.Get()), LibplistFromXml(xml).get()), "");
     const ReadResult again = ReadList(xml);
     ASSERT_TRUE(again.list) << again.error;
     EXPECT_EQ(again.list.Get(), ours.list.Get());
-    EXPECT_EQ(WriteList(again.list.Get()), xml);
+    EXPECT_EQ(XmlOf(again.list.Get()), xml);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, PropertyListOracle, testing::Range(0U, 50U));

@@ -51,18 +51,18 @@ private:
     std::filesystem::path folder_;
 };
 
-Held<CFReadStreamRef> MakeStream(const std::string& path) {
-    const Held url(CreateUrl(path));
-    return Held(CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get()));
+CFOwned<CFReadStreamRef> MakeStream(const std::string& path) {
+    const CFOwned url(CreateUrl(path));
+    return CFOwned(CFReadStreamCreateWithFile(kCFAllocatorDefault, url.Get()));
 }
 
 bool CanOpen(const std::string& path) {
-    const Held stream = MakeStream(path);
+    const CFOwned stream = MakeStream(path);
     return CFReadStreamOpen(stream.Get());
 }
 
 struct FileResult {
-    Held<CFPropertyListRef> list;
+    CFOwned<CFPropertyListRef> list;
     std::string error;
     CFPropertyListFormat format = {};
 };
@@ -70,16 +70,16 @@ struct FileResult {
 FileResult ReadFrom(CFReadStreamRef stream, CFIndex length = 0) {
     FileResult result;
     CFStringRef text = nullptr;
-    result.list = Held(CFPropertyListCreateFromStream(kCFAllocatorDefault, stream, length,
-                                                      kCFPropertyListMutableContainersAndLeaves,
-                                                      &result.format, &text));
-    if (const Held error(text); error)
+    result.list = CFOwned(CFPropertyListCreateFromStream(kCFAllocatorDefault, stream, length,
+                                                         kCFPropertyListMutableContainersAndLeaves,
+                                                         &result.format, &text));
+    if (const CFOwned error(text); error)
         result.error = TextOf(error.Get());
     return result;
 }
 
 FileResult ReadFile(const std::string& path, CFIndex length = 0) {
-    const Held stream = MakeStream(path);
+    const CFOwned stream = MakeStream(path);
     EXPECT_TRUE(CFReadStreamOpen(stream.Get()));
     return ReadFrom(stream.Get(), length);
 }
@@ -119,14 +119,14 @@ TEST_F(ReadStreamTest, SaysWhyThereIsNoList) {
 }
 
 TEST_F(ReadStreamTest, AtTheEndOfTheFileNothingIsLeft) {
-    const Held stream = MakeStream(File("x", "<true/>"));
+    const CFOwned stream = MakeStream(File("x", "<true/>"));
     ASSERT_TRUE(CFReadStreamOpen(stream.Get()));
     EXPECT_TRUE(ReadFrom(stream.Get()).list);
     EXPECT_EQ(ReadFrom(stream.Get()).error, "stream had too few bytes");
 }
 
 TEST_F(ReadStreamTest, OpensOnce) {
-    const Held stream = MakeStream(File("x", "<true/>"));
+    const CFOwned stream = MakeStream(File("x", "<true/>"));
     EXPECT_EQ(ReadFrom(stream.Get()).error, kUnknownError);
     CFReadStreamClose(stream.Get());
     EXPECT_TRUE(CFReadStreamOpen(stream.Get()));
@@ -138,7 +138,7 @@ TEST_F(ReadStreamTest, OpensOnce) {
 }
 
 TEST_F(ReadStreamTest, AFailedOpenIsFinal) {
-    const Held stream = MakeStream(Path("x"));
+    const CFOwned stream = MakeStream(Path("x"));
     EXPECT_FALSE(CFReadStreamOpen(stream.Get()));
     File("x", "<true/>");
     EXPECT_FALSE(CFReadStreamOpen(stream.Get()));
@@ -221,7 +221,7 @@ TEST_F(ReadStreamTest, LimitsFilesOnAnyThread) {
 
 TEST_F(ReadStreamTest, KeepsNoDescriptor) {
     const std::size_t before = CountDescriptors();
-    const Held stream = MakeStream(File("x", "<true/>"));
+    const CFOwned stream = MakeStream(File("x", "<true/>"));
     ASSERT_TRUE(CFReadStreamOpen(stream.Get()));
     EXPECT_EQ(CountDescriptors(), before);
     EXPECT_FALSE(CanOpen(Path("missing")));
@@ -234,7 +234,7 @@ TEST(ReadStream, NeedsAUrlAndAStream) {
     CFReadStreamClose(nullptr);
     EXPECT_EQ(ReadFrom(nullptr).error, kUnknownError);
     auto* string = static_cast<CFURLRef>(static_cast<CFTypeRef>(CFSTR("/tmp")));
-    const Held stream(CFReadStreamCreateWithFile(kCFAllocatorDefault, string));
+    const CFOwned stream(CFReadStreamCreateWithFile(kCFAllocatorDefault, string));
     EXPECT_FALSE(CFReadStreamOpen(stream.Get()));
 }
 

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/SharedTable.h"
 #include "objects/SharedValues.h"
@@ -21,7 +21,7 @@
 
 namespace {
 
-using Value = Held<CFTypeRef>;
+using Value = CFOwned<CFTypeRef>;
 
 Value String(std::string_view text) {
     return Value(cf::SharedString(text));
@@ -175,7 +175,8 @@ TEST_F(SharedValues, DoNotChange) {
     CFDictionaryRemoveValue(pretended, key);
     EXPECT_EQ(CFDictionaryGetCount(pretended), 1);
     EXPECT_EQ(CFDictionaryGetValue(pretended, key), kCFBooleanTrue);
-    const Held<CFMutableDictionaryRef> copy(CFDictionaryCreateMutableCopy(nullptr, 0, pretended));
+    const CFOwned<CFMutableDictionaryRef> copy(
+        CFDictionaryCreateMutableCopy(nullptr, 0, pretended));
     CFDictionarySetValue(copy, CFSTR("more"), kCFBooleanFalse);
     EXPECT_EQ(CFDictionaryGetCount(copy), 2);
 }

@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/String.h"
 #include "objects/Unicode.h"
@@ -16,8 +16,8 @@ namespace {
 
 constexpr CFStringEncoding kMacRoman = 0;
 
-Held<CFStringRef> Units(const std::vector<UniChar>& units) {
-    return Held(
+CFOwned<CFStringRef> Units(const std::vector<UniChar>& units) {
+    return CFOwned(
         CFStringCreateWithCharacters(nullptr, units.data(), static_cast<CFIndex>(units.size())));
 }
 
@@ -175,7 +175,7 @@ TEST(StringUnits, SurviveWhateverTheyAre) {
         EXPECT_EQ(CFStringGetLength(string), static_cast<CFIndex>(units.size()));
         EXPECT_EQ(UnitsOf(string), units);
     }
-    EXPECT_TRUE(CFEqual(Held(CFStringCreateWithCharacters(nullptr, nullptr, 0)), CFSTR("")));
+    EXPECT_TRUE(CFEqual(CFOwned(CFStringCreateWithCharacters(nullptr, nullptr, 0)), CFSTR("")));
 }
 
 TEST(StringUnits, OfAPairMayBeSplit) {
@@ -299,10 +299,10 @@ protected:
     void Add(CFTypeRef part) {
         CFArrayAppendValue(parts_, part);
     }
-    Held<CFStringRef> Join(CFStringRef separator) {
-        return Held(CFStringCreateByCombiningStrings(nullptr, parts_, separator));
+    CFOwned<CFStringRef> Join(CFStringRef separator) {
+        return CFOwned(CFStringCreateByCombiningStrings(nullptr, parts_, separator));
     }
-    Held<CFMutableArrayRef> parts_ = NewArray();
+    CFOwned<CFMutableArrayRef> parts_ = NewArray();
 };
 
 TEST_F(JoinedStrings, OfNoneAreEmpty) {

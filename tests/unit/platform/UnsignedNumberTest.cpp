@@ -1,6 +1,6 @@
 /* Numbers above the signed range, and reals beyond either, where they meet. */
 
-#include "Held.h"
+#include "TestObjects.h"
 
 #include "objects/SharedValues.h"
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-using Value = Held<CFTypeRef>;
+using Value = CFOwned<CFTypeRef>;
 
 struct AsReal {
     double value = 0;

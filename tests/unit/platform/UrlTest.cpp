@@ -1,4 +1,4 @@
-#include "Held.h"
+#include "TestObjects.h"
 #include "Urls.h"
 
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 
 namespace {
 
-Held<CFURLRef> Url(std::string_view path, bool isDirectory = false) {
-    return Held(CreateUrl(path, isDirectory));
+CFOwned<CFURLRef> Url(std::string_view path, bool isDirectory = false) {
+    return CFOwned(CreateUrl(path, isDirectory));
 }
 
 TEST(Url, GivesThePathWithoutTrailingSlash) {

@@ -22,7 +22,7 @@ inline ReadResult ReadInBatches(std::string_view bytes, std::size_t batchLength)
         cf::Value list =
             cf::ReadXmlList({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()},
                             builder, batchLength);
-        result.list = Held<CFPropertyListRef>(list.Detach());
+        result.list = CFOwned<CFPropertyListRef>(list.Detach());
     } catch (const cf::MalformedList& malformed) {
         result.error = malformed.what();
     }

@@ -65,7 +65,7 @@ TEST(XmlReader, MutableContainersAreNewAndCanBeChanged) {
 }
 
 TEST(XmlReader, ReadsWithoutAPlaceForTheErrorText) {
-    const Held data = MakeData("<foo/>");
+    const CFOwned data = Bytes("<foo/>");
     EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, data.Get(), 0, nullptr), nullptr);
     EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, nullptr, 0, nullptr), nullptr);
 }
@@ -74,7 +74,7 @@ TEST(XmlReader, RefusesWhatIsNoData) {
     CFStringRef text = nullptr;
     auto* string = static_cast<CFDataRef>(static_cast<CFTypeRef>(CFSTR("<true/>")));
     EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, string, 0, &text), nullptr);
-    const Held error(text);
+    const CFOwned error(text);
     EXPECT_EQ(TextOf(text), "Cannot parse a NULL or zero-length data");
 }
 
@@ -87,7 +87,7 @@ TEST(XmlReader, LastOfManyEqualKeysWins) {
     const auto dictionary = static_cast<CFDictionaryRef>(result.list.Get());
     ASSERT_EQ(CFDictionaryGetCount(dictionary), 20);
     for (int i = 0; i < 20; ++i) {
-        const Held key = MakeString(std::to_string(i).c_str());
+        const CFOwned key = Text(std::to_string(i).c_str());
         EXPECT_EQ(IntegerIn(CFDictionaryGetValue(dictionary, key.Get())), 80 + i);
     }
 }

@@ -18,43 +18,43 @@
 namespace {
 
 template<typename T>
-Held<CFNumberRef> MakeNumber(CFNumberType type, T value) {
-    return Held(CFNumberCreate(kCFAllocatorDefault, type, &value));
+CFOwned<CFNumberRef> MakeNumber(CFNumberType type, T value) {
+    return CFOwned(CFNumberCreate(kCFAllocatorDefault, type, &value));
 }
 
-Held<CFMutableArrayRef> MakeArray(const std::vector<CFTypeRef>& members) {
-    Held array(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
+CFOwned<CFMutableArrayRef> MakeArray(const std::vector<CFTypeRef>& members) {
+    CFOwned array(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
     for (CFTypeRef member : members)
         CFArrayAppendValue(array.Get(), member);
     return array;
 }
 
-Held<CFMutableDictionaryRef>
+CFOwned<CFMutableDictionaryRef>
 MakeDictionary(const std::vector<std::pair<CFTypeRef, CFTypeRef>>& pairs) {
-    Held dictionary(CFDictionaryCreateMutable(
+    CFOwned dictionary(CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     for (const auto& [key, value] : pairs)
         CFDictionarySetValue(dictionary.Get(), key, value);
     return dictionary;
 }
 
-Held<CFStringRef> MakeUnits(const std::vector<UniChar>& units) {
-    return Held(CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
-                                             static_cast<CFIndex>(units.size())));
+CFOwned<CFStringRef> MakeUnits(const std::vector<UniChar>& units) {
+    return CFOwned(CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
+                                                static_cast<CFIndex>(units.size())));
 }
 
 TEST(XmlWriter, WritesTheWholeDocument) {
-    EXPECT_EQ(WriteList(kCFBooleanTrue), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-                                         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-                                         "<plist version=\"1.0\">\n<true/>\n</plist>\n");
+    EXPECT_EQ(XmlOf(kCFBooleanTrue), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                     "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                                     "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                                     "<plist version=\"1.0\">\n<true/>\n</plist>\n");
 }
 
 TEST(XmlWriter, IndentsContainersAndWritesEmptyOnes) {
-    const Held empty = MakeArray({});
-    const Held none = MakeDictionary({});
-    const Held inner = MakeDictionary({{CFSTR("k"), kCFBooleanFalse}, {CFSTR(""), CFSTR("")}});
-    const Held outer = MakeArray({inner.Get(), empty.Get(), none.Get()});
+    const CFOwned empty = MakeArray({});
+    const CFOwned none = MakeDictionary({});
+    const CFOwned inner = MakeDictionary({{CFSTR("k"), kCFBooleanFalse}, {CFSTR(""), CFSTR("")}});
+    const CFOwned outer = MakeArray({inner.Get(), empty.Get(), none.Get()});
     EXPECT_EQ(WriteBody(outer.Get()), "<array>\n\t<dict>\n\t\t<key></key>\n\t\t<string></string>\n"
                                       "\t\t<key>k</key>\n\t\t<false/>\n\t</dict>\n\t<array/>\n"
                                       "\t<dict/>\n</array>\n");
@@ -67,7 +67,7 @@ TEST(XmlWriter, SortsKeysByUtf16Units) {
         {'z'}, {0xE9},          {0xD83D, 0xDE00}, {0xFF21},
     };
     std::string expected = "<dict>\n";
-    std::vector<Held<CFStringRef>> keys;
+    std::vector<CFOwned<CFStringRef>> keys;
     std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs;
     for (const auto& units : sorted) {
         keys.push_back(MakeUnits(units));
@@ -107,11 +107,11 @@ TEST(XmlWriter, WritesRealsWithSeventeenDigits) {
 }
 
 TEST(XmlWriter, EscapesOnlyWhatMustBe) {
-    const Held text = MakeString("&<>\"'\t\n\r\x01\x7F\xC2\x85");
+    const CFOwned text = Text("&<>\"'\t\n\r\x01\x7F\xC2\x85");
     EXPECT_EQ(WriteBody(text.Get()), "<string>&amp;&lt;&gt;\"'\t\n\r\x01\x7F\xC2\x85</string>\n");
-    const Held zero = MakeUnits({'a', 0, 'b'});
+    const CFOwned zero = MakeUnits({'a', 0, 'b'});
     EXPECT_EQ(WriteBody(zero.Get()), std::string("<string>a\0b</string>\n", 21));
-    const Held dictionary = MakeDictionary({{CFSTR("a&b"), kCFBooleanTrue}});
+    const CFOwned dictionary = MakeDictionary({{CFSTR("a&b"), kCFBooleanTrue}});
     EXPECT_EQ(WriteBody(dictionary.Get()), "<dict>\n\t<key>a&amp;b</key>\n\t<true/>\n</dict>\n");
 }
 
@@ -125,10 +125,10 @@ TEST(XmlWriter, DropsARunFromItsUnpairedSurrogateOn) {
 
 // The base64 lines of 100 bytes, at that depth.
 std::vector<std::string> DataLines(int depth) {
-    const Held data = MakeData(std::string(100, 'M'));
-    Held<CFTypeRef> value(CFRetain(data.Get()));
+    const CFOwned data = Bytes(std::string(100, 'M'));
+    CFOwned<CFTypeRef> value(CFRetain(data.Get()));
     for (int i = 0; i < depth; ++i)
-        value = Held<CFTypeRef>(CFRetain(MakeArray({value.Get()}).Get()));
+        value = CFOwned<CFTypeRef>(CFRetain(MakeArray({value.Get()}).Get()));
     const std::string body = WriteBody(value.Get());
     const std::size_t begin = body.find("<data>\n") + 7;
     std::string text = body.substr(begin, body.find("</data>") - begin);
@@ -153,84 +153,84 @@ TEST(XmlWriter, WrapsDataByItsIndent) {
 }
 
 TEST(XmlWriter, PadsDataAndWritesEmptyData) {
-    EXPECT_EQ(WriteBody(MakeData("M").Get()), "<data>\nTQ==\n</data>\n");
-    EXPECT_EQ(WriteBody(MakeData("Ma").Get()), "<data>\nTWE=\n</data>\n");
-    EXPECT_EQ(WriteBody(MakeData("\xFB\xFF\xBF").Get()), "<data>\n+/+/\n</data>\n");
-    const Held empty = MakeData("");
+    EXPECT_EQ(WriteBody(Bytes("M").Get()), "<data>\nTQ==\n</data>\n");
+    EXPECT_EQ(WriteBody(Bytes("Ma").Get()), "<data>\nTWE=\n</data>\n");
+    EXPECT_EQ(WriteBody(Bytes("\xFB\xFF\xBF").Get()), "<data>\n+/+/\n</data>\n");
+    const CFOwned empty = Bytes("");
     EXPECT_EQ(WriteBody(MakeArray({empty.Get()}).Get()),
               "<array>\n\t<data>\n\t</data>\n</array>\n");
 }
 
 TEST(XmlWriter, GivesNothingForWhatIsNoPropertyList) {
-    const Held timer(CFRunLoopTimerCreate(
+    const CFOwned timer(CFRunLoopTimerCreate(
         kCFAllocatorDefault, 0, 0, 0, 0, [](CFRunLoopTimerRef, void*) {}, nullptr));
-    const Held foreignMember = MakeArray({CFSTR("a"), timer.Get()});
-    const Held null = MakeDictionary({{CFSTR("a"), kCFNull}});
-    const Held numberKey = MakeDictionary({{kCFBooleanTrue, CFSTR("a")}});
-    EXPECT_EQ(WriteList(nullptr), "");
-    EXPECT_EQ(WriteList(timer.Get()), "");
-    EXPECT_EQ(WriteList(foreignMember.Get()), "");
-    EXPECT_EQ(WriteList(null.Get()), "");
-    EXPECT_EQ(WriteList(numberKey.Get()), "");
+    const CFOwned foreignMember = MakeArray({CFSTR("a"), timer.Get()});
+    const CFOwned null = MakeDictionary({{CFSTR("a"), kCFNull}});
+    const CFOwned numberKey = MakeDictionary({{kCFBooleanTrue, CFSTR("a")}});
+    EXPECT_EQ(XmlOf(nullptr), "");
+    EXPECT_EQ(XmlOf(timer.Get()), "");
+    EXPECT_EQ(XmlOf(foreignMember.Get()), "");
+    EXPECT_EQ(XmlOf(null.Get()), "");
+    EXPECT_EQ(XmlOf(numberKey.Get()), "");
 }
 
-Held<CFMutableArrayRef> NestedArrays(int levels) {
-    Held array = MakeArray({});
+CFOwned<CFMutableArrayRef> NestedArrays(int levels) {
+    CFOwned array = MakeArray({});
     for (int i = 1; i < levels; ++i)
         array = MakeArray({array.Get()});
     return array;
 }
 
-Held<CFMutableDictionaryRef> NestedDictionaries(int levels) {
-    Held dictionary = MakeDictionary({});
+CFOwned<CFMutableDictionaryRef> NestedDictionaries(int levels) {
+    CFOwned dictionary = MakeDictionary({});
     for (int i = 1; i < levels; ++i)
         dictionary = MakeDictionary({{CFSTR("a"), dictionary.Get()}});
     return dictionary;
 }
 
 TEST(XmlWriter, WritesWhatCanBeReadAgainAndNothingDeeper) {
-    const std::string deepest = WriteList(NestedArrays(512).Get());
+    const std::string deepest = XmlOf(NestedArrays(512).Get());
     EXPECT_TRUE(ReadList(deepest).list);
-    EXPECT_EQ(WriteList(NestedArrays(513).Get()).size(), 0U);
-    EXPECT_EQ(WriteList(NestedArrays(100000).Get()).size(), 0U);
+    EXPECT_EQ(XmlOf(NestedArrays(513).Get()).size(), 0U);
+    EXPECT_EQ(XmlOf(NestedArrays(100000).Get()).size(), 0U);
 }
 
 TEST(XmlWriter, WritesNoDictionariesThatAreNestedTooDeep) {
-    EXPECT_TRUE(ReadList(WriteList(NestedDictionaries(512).Get())).list);
-    EXPECT_EQ(WriteList(NestedDictionaries(513).Get()), "");
-    EXPECT_EQ(WriteList(MakeArray({NestedDictionaries(512).Get()}).Get()), "");
+    EXPECT_TRUE(ReadList(XmlOf(NestedDictionaries(512).Get())).list);
+    EXPECT_EQ(XmlOf(NestedDictionaries(513).Get()), "");
+    EXPECT_EQ(XmlOf(MakeArray({NestedDictionaries(512).Get()}).Get()), "");
 }
 
 // A binary list may hold any number of seconds.
 TEST(XmlWriter, WritesNoDateThatNoCalendarHas) {
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     for (const double time : {1e300, -1e300, kInfinity, -kInfinity, std::nan("")}) {
-        const Held<CFTypeRef> date(cf::SharedDate(time));
-        EXPECT_EQ(WriteList(date.Get()), "") << time;
-        EXPECT_EQ(WriteList(MakeArray({date.Get()}).Get()), "") << time;
+        const CFOwned<CFTypeRef> date(cf::SharedDate(time));
+        EXPECT_EQ(XmlOf(date.Get()), "") << time;
+        EXPECT_EQ(XmlOf(MakeArray({date.Get()}).Get()), "") << time;
     }
 }
 
 TEST(XmlWriter, EndsWithListsThatContainThemselves) {
-    const Held array = MakeArray({});
+    const CFOwned array = MakeArray({});
     CFArrayAppendValue(array.Get(), array.Get());
-    EXPECT_EQ(WriteList(array.Get()), "");
+    EXPECT_EQ(XmlOf(array.Get()), "");
     CFArrayRemoveValueAtIndex(array.Get(), 0);
 }
 
 TEST(XmlWriter, WritesUpTo64MiB) {
-    const std::size_t longest = (std::size_t{64} << 20) - WriteList(CFSTR("")).size();
+    const std::size_t longest = (std::size_t{64} << 20) - XmlOf(CFSTR("")).size();
     const std::string text(longest, 'a');
-    EXPECT_EQ(WriteList(MakeString(text.c_str()).Get()).size(), std::size_t{64} << 20);
-    EXPECT_EQ(WriteList(MakeString((text + 'a').c_str()).Get()).size(), 0U);
+    EXPECT_EQ(XmlOf(Text(text.c_str()).Get()).size(), std::size_t{64} << 20);
+    EXPECT_EQ(XmlOf(Text((text + 'a').c_str()).Get()).size(), 0U);
 }
 
 // Two references a level to the next one: 2^100 elements in all.
 TEST(XmlWriter, EndsWithListsThatGrowWithoutBound) {
-    Held array = MakeArray({});
+    CFOwned array = MakeArray({});
     for (int i = 0; i < 100; ++i)
         array = MakeArray({array.Get(), array.Get()});
-    EXPECT_EQ(WriteList(array.Get()), "");
+    EXPECT_EQ(XmlOf(array.Get()), "");
 }
 
 } // namespace

@@ -24,7 +24,7 @@ constexpr const char* kSource = "trayprobed/MediaIdManager";
 class ChangerSettings : public ManagedChangers {
 protected:
     // The daily time that was set, "hh:mm", or "none".
-    std::string ScheduleOf(const Held<CFMutableDictionaryRef>& preferences) {
+    std::string ScheduleOf(const CFOwned<CFMutableDictionaryRef>& preferences) {
         const std::size_t before = RecordedTimers::All().size();
         EXPECT_THAT(Handle(UpdateChangerSettings,
                            Changer(kChanger, {{"Changer Preferences", preferences}})),
@@ -94,7 +94,7 @@ TEST_F(ChangerSettings, TheTimerIsCancelledBeforeAnythingElseCanFail) {
 TEST_F(ChangerSettings, TimesThatAreNo32BitNumbersFail) {
     AddChanger(kChanger);
     const double half = 1.5;
-    const Held<CFNumberRef> real(CFNumberCreate(nullptr, kCFNumberFloat64Type, &half));
+    const CFOwned<CFNumberRef> real(CFNumberCreate(nullptr, kCFNumberFloat64Type, &half));
     for (const Value& value : {Value("1"), Value(true), Value(SInt64{1} << 40), Value(real)}) {
         const auto hours =
             Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", value}});
@@ -132,8 +132,8 @@ TEST_F(ChangerSettings, AFailedSchedulingTellsTheTime) {
 
 // ---- aborts ----
 
-Held<CFMutableDictionaryRef> WithStatus(const char* client,
-                                        const Held<CFMutableDictionaryRef>& status) {
+CFOwned<CFMutableDictionaryRef> WithStatus(const char* client,
+                                           const CFOwned<CFMutableDictionaryRef>& status) {
     return Changer(kChanger, {{"Changer Client Status", Dictionary({{client, status}})}});
 }
 

@@ -78,7 +78,7 @@ protected:
         return fireTime;
     }
     static bool HoldsTimer() {
-        Held<CFMutableDictionaryRef> dict;
+        CFOwned<CFMutableDictionaryRef> dict;
         EXPECT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
         return CFDictionaryContainsKey(dict, CFSTR("FS Cache Timer")) != 0;
     }
@@ -205,7 +205,7 @@ TEST_F(DailyTimer, RepeatsDailyAndCarriesTheGuid) {
 TEST_F(DailyTimer, StandsInTheDefaultModeAndInTheState) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
     EXPECT_EQ(CFDictionaryGetValue(dict, CFSTR("FS Cache Timer")),
               RecordedTimers::All().front().timer);
@@ -346,7 +346,7 @@ TEST_F(DailyTimer, SchedulingTwiceLeavesBothFiring) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default", "add to default"));
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
     EXPECT_EQ(CFDictionaryGetValue(dict, CFSTR("FS Cache Timer")),
               RecordedTimers::All().back().timer);

@@ -70,7 +70,7 @@ CFDictionaryRef DADiskCopyDescription(DADiskRef disk) {
 
 FakeDisk::FakeDisk(const char* bsdName, const char* volumePath) : bsdName_(bsdName) {
     if (volumePath != nullptr)
-        volumePath_ = Held<CFTypeRef>(CFURLCreateFromFileSystemRepresentation(
+        volumePath_ = CFOwned<CFTypeRef>(CFURLCreateFromFileSystemRepresentation(
             nullptr, reinterpret_cast<const UInt8*>(volumePath),
             static_cast<CFIndex>(std::strlen(volumePath)), true));
 }

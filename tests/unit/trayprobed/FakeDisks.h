@@ -4,7 +4,7 @@
 /* Disk Arbitration in place of the real one. Sessions and what is done with them are noted in the
    journal; disks appear and disappear when the test calls the callbacks. */
 
-#include "support/Held.h"
+#include "support/CFOwned.h"
 
 #include <DiskArbitration/DiskArbitration.h>
 
@@ -23,7 +23,7 @@ public:
     }
 
     const char* bsdName_;
-    Held<CFTypeRef> volumePath_;
+    CFOwned<CFTypeRef> volumePath_;
     bool failsDescription_ = false;
     bool wasNamedUnderTheLock_ = false; // when its name was asked for last
 };

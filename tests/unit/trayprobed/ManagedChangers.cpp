@@ -116,7 +116,7 @@ std::vector<std::string> ManagedChangers::Notify(std::initializer_list<Value> ch
     return Journal::Take();
 }
 
-Held<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<Entry> changes) {
+CFOwned<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<Entry> changes) {
     auto changer = Dictionary({{"GUID", static_cast<SInt64>(changerGUID)},
                                {"Changer Ready", true},
                                {"Changer Preferences", Dictionary()},
@@ -128,7 +128,8 @@ Held<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<E
     return changer;
 }
 
-Held<CFMutableDictionaryRef> Without(Held<CFMutableDictionaryRef> dictionary, const char* key) {
+CFOwned<CFMutableDictionaryRef> Without(CFOwned<CFMutableDictionaryRef> dictionary,
+                                        const char* key) {
     CFDictionaryRemoveValue(dictionary, Text(key));
     return dictionary;
 }

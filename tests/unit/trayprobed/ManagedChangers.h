@@ -61,7 +61,9 @@ protected:
 
 /* One entry of "changer info": a ready changer with two drives, no media and no preferences,
    changed by these entries. */
-Held<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<Entry> changes = {});
-Held<CFMutableDictionaryRef> Without(Held<CFMutableDictionaryRef> dictionary, const char* key);
+CFOwned<CFMutableDictionaryRef> Changer(UInt64 changerGUID,
+                                        std::initializer_list<Entry> changes = {});
+CFOwned<CFMutableDictionaryRef> Without(CFOwned<CFMutableDictionaryRef> dictionary,
+                                        const char* key);
 
 #endif

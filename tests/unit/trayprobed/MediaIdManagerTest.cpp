@@ -31,7 +31,7 @@ protected:
     static void NotifyList(std::initializer_list<Value> changers) {
         ChangerListNotificationCallBack(Array(changers).Get(), nullptr, nullptr);
     }
-    static void NotifyPreferences(const Held<CFMutableDictionaryRef>& preferences) {
+    static void NotifyPreferences(const CFOwned<CFMutableDictionaryRef>& preferences) {
         RootPrefsNotificationCallBack(preferences.Get(), nullptr, nullptr);
     }
     static bool IdentifiesOnInsert() {
@@ -213,7 +213,7 @@ TEST_F(MediaIdManager, AListThatCannotBeSavedEndsThePass) {
 // One bad entry holds up those behind it, and what is left of itself.
 TEST_F(MediaIdManager, AFailureEndsThePass) {
     struct Case {
-        Held<CFMutableDictionaryRef> changer;
+        CFOwned<CFMutableDictionaryRef> changer;
         const char* message;
     };
     const auto onSchedule =

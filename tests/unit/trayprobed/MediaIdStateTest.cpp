@@ -76,7 +76,7 @@ TEST(StoreLife, IsEmptyAfterTermAndAgainAfterInit) {
 // A detached thread may come by after Term.
 TEST(StoreLife, OperationsAfterTermFindNothing) {
     const LogCapture log;
-    Held<CFArrayRef> changers;
+    CFOwned<CFArrayRef> changers;
     SInt32 flag = 0;
     EXPECT_EQ(TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
               NotFoundThen("AddStorageElemToMediaIdInProgressList"));
@@ -176,7 +176,7 @@ TEST_F(Store, MediaAreIdentifiedByDefault) {
 // ---- changers ----
 
 TEST_F(Store, AChangerNeverAddedIsNotFound) {
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     EXPECT_EQ(
         TakeChain(GetChangerDictForGUID(kChanger, dict.Out())),
         (Chain{Raised("fail find changer in list", "GetChangerDictForGUID", kVErrCodeNotFound)}));
@@ -211,7 +211,7 @@ TEST_F(Store, AChangerIsKnownByItsGuidBitForBit) {
     AddChanger(kChanger);
     EXPECT_TRUE(IsKnown(kChanger));
     EXPECT_FALSE(IsKnown(kOtherChanger));
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
     EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
                                              {"In Progress", Array()}})));
@@ -239,7 +239,7 @@ TEST_F(Store, RemovingDropsTheStateOfThatChangerAlone) {
 }
 
 TEST_F(Store, ListsTheGuidsAsNumbers) {
-    Held<CFArrayRef> list;
+    CFOwned<CFArrayRef> list;
     EXPECT_EQ(GetChangerList(list.Out()), nullptr);
     EXPECT_EQ(CFArrayGetCount(list), 0);
 
@@ -259,7 +259,7 @@ TEST_F(Store, ListsTheGuidsAsNumbers) {
 // What a caller changes is its own until it is written back.
 TEST_F(Store, StateIsCopiedAndWrittenBackWhole) {
     AddChanger(kChanger);
-    Held<CFMutableDictionaryRef> copy;
+    CFOwned<CFMutableDictionaryRef> copy;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, copy.Out()), nullptr);
     CFDictionarySetValue(copy, CFSTR("Should Abort Operation"), kCFBooleanTrue);
     EXPECT_FALSE(ShouldAbort(kChanger));
@@ -313,7 +313,7 @@ TEST_F(Store, RemovingTakesTheFirstOccurrence) {
     ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary({{"In Progress", Array({5, 3, 5})}})),
               nullptr);
     EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5), nullptr);
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
     EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"In Progress", Array({3, 5})}})));
 }
@@ -323,7 +323,7 @@ TEST_F(Store, ElementsAbove32767KeepTheirBits) {
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 40000), nullptr);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 0xFFFF), nullptr);
     EXPECT_TRUE(IsInProgress(kChanger, 40000));
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
     EXPECT_EQ(XmlOf(CFDictionaryGetValue(dict, CFSTR("In Progress"))), XmlOf(Array({-25536, -1})));
     EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 40000), nullptr);
@@ -333,7 +333,7 @@ TEST_F(Store, ElementsAbove32767KeepTheirBits) {
 TEST_F(Store, TheListIsReplacedNotChanged) {
     AddChanger(kChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 3), nullptr);
-    Held<CFMutableDictionaryRef> before;
+    CFOwned<CFMutableDictionaryRef> before;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, before.Out()), nullptr);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
     EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 3), nullptr);
@@ -436,7 +436,7 @@ TEST_F(Store, FlagsAreStoredUnderTheirKeys) {
     AddChanger(kChanger);
     EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
     EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 0), nullptr);
-    Held<CFMutableDictionaryRef> dict;
+    CFOwned<CFMutableDictionaryRef> dict;
     ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
     EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
                                              {"In Progress", Array()},

@@ -44,11 +44,11 @@ protected:
     SInt32 hasFileSystem_ = 2;
 };
 
-Held<CFMutableDictionaryRef> Partition(bool hasFileSystem) {
+CFOwned<CFMutableDictionaryRef> Partition(bool hasFileSystem) {
     return Dictionary({{"Partition Has File System", hasFileSystem}});
 }
 
-Held<CFMutableDictionaryRef> Medium(int identifyTime, std::initializer_list<Value> partitions) {
+CFOwned<CFMutableDictionaryRef> Medium(int identifyTime, std::initializer_list<Value> partitions) {
     return Dictionary(
         {{"Media Identify Time", identifyTime}, {"Media Partition Info", Array(partitions)}});
 }

@@ -51,7 +51,7 @@ protected:
 };
 
 // A medium in that slot, identified, not requested and not mounted, changed by these entries.
-Held<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {}) {
+CFOwned<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {}) {
     auto medium = Dictionary({{"Media Kind", 1},
                               {"Media Storage Element Index", storageElem},
                               {"Media Identify Time", 1700000000},
@@ -60,13 +60,13 @@ Held<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry
         CFDictionarySetValue(medium, Text(change.key), change.value.Get());
     return medium;
 }
-Held<CFMutableDictionaryRef> New(int storageElem) {
+CFOwned<CFMutableDictionaryRef> New(int storageElem) {
     return Medium(storageElem, {{"Media Identify Time", 0}});
 }
-Held<CFMutableDictionaryRef> Requested(int storageElem) {
+CFOwned<CFMutableDictionaryRef> Requested(int storageElem) {
     return Medium(storageElem, {{"Media Request Identification", true}});
 }
-Held<CFMutableDictionaryRef> Mounted(int storageElem, SInt64 state) {
+CFOwned<CFMutableDictionaryRef> Mounted(int storageElem, SInt64 state) {
     return Medium(storageElem, {{"Media Mount State", state}});
 }
 
@@ -323,7 +323,7 @@ TEST_F(Scheduling, AMediumWithoutItsKeysEndsTheScan) {
 using Scan = VErrLink* (*)(UInt64, CFArrayRef, SInt32, SInt32*);
 
 // The newest link of a scan's failure: "message in function".
-std::string FailureOf(Scan scan, Held<CFMutableDictionaryRef> medium) {
+std::string FailureOf(Scan scan, CFOwned<CFMutableDictionaryRef> medium) {
     SInt32 started = 0;
     const Chain chain = TakeChain(scan(kChanger, Array({std::move(medium)}), 0, &started));
     return chain.empty() ? "" : chain.back().message + " in " + chain.back().function;
@@ -338,10 +338,11 @@ TEST_F(Scheduling, EveryFailureOfAScanNamesThatScan) {
         EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, change(New(5))), message + automatic);
     };
     const auto without = [](const char* key) {
-        return
-            [key](Held<CFMutableDictionaryRef> medium) { return Without(std::move(medium), key); };
+        return [key](CFOwned<CFMutableDictionaryRef> medium) {
+            return Without(std::move(medium), key);
+        };
     };
-    const auto whole = [](Held<CFMutableDictionaryRef> medium) { return medium; };
+    const auto whole = [](CFOwned<CFMutableDictionaryRef> medium) { return medium; };
 
     expectBoth("fail get media kind for media index 0", without("Media Kind"));
     expectBoth("fail get storage element for media 0", without("Media Storage Element Index"));

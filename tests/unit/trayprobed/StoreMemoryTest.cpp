@@ -25,7 +25,7 @@ protected:
 
     // The changer's whole state as text.
     static std::string State() {
-        Held<CFMutableDictionaryRef> dict;
+        CFOwned<CFMutableDictionaryRef> dict;
         VErrCatchAny(GetChangerDictForGUID(kChanger, dict.Out()));
         return XmlOf(dict);
     }
@@ -84,13 +84,13 @@ TEST_F(StoreMemory, Lookups) {
 TEST_F(StoreMemory, Copies) {
     ExpectAllOrNothing(
         [] {
-            Held<CFMutableDictionaryRef> dict;
+            CFOwned<CFMutableDictionaryRef> dict;
             return GetChangerDictForGUID(kChanger, dict.Out());
         },
         {"fail alloc changer GUID number", "fail create mutable copy of found dictionary"});
     ExpectAllOrNothing(
         [] {
-            Held<CFArrayRef> list;
+            CFOwned<CFArrayRef> list;
             return GetChangerList(list.Out());
         },
         {"fail alloc changer GUID buffer", "fail create changer list array"});

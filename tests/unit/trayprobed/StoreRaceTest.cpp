@@ -112,7 +112,7 @@ TEST_F(StoreRace, NoUpdateUndoesAnother) {
         {RequestAbort, [&] { return ShouldAbort(kChanger); }},
         {[] { return ScheduleChangerFSCacheTimer(kChanger, 1, 0); },
          [] {
-             Held<CFMutableDictionaryRef> dict;
+             CFOwned<CFMutableDictionaryRef> dict;
              EXPECT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
              return CFDictionaryContainsKey(dict, CFSTR("FS Cache Timer")) != 0;
          }},
@@ -164,7 +164,7 @@ TEST_F(StoreRace, ManyThreadsAtOnce) {
     for (int round = 0; round < kRounds; ++round) {
         EXPECT_EQ(LockMediaIdState(), nullptr);
         SaveInfoList(Array({Dictionary({{"GUID", round}})}));
-        Held<CFArrayRef> list;
+        CFOwned<CFArrayRef> list;
         EXPECT_EQ(GetChangerList(list.Out()), nullptr);
         EXPECT_EQ(TakeChain(RequestAbort()), Chain());
         UnlockMediaIdState();
