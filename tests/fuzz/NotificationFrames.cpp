@@ -20,6 +20,7 @@
 #include "trayprobed/ChangerFSCacheManager.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/DeferredThreads.h"
+#include "trayprobed/FakeCommands.h"
 #include "trayprobed/FakeDisks.h"
 #include "trayprobed/FakeCommands.h"
 #include "trayprobed/FakeTime.h"

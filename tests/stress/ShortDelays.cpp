@@ -6,6 +6,7 @@
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "support/RecordedTimer.h"
 #include "trayprobed/MediaIdState.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -57,10 +58,6 @@ CFAbsoluteTime Soon(int mostMilliseconds) {
 } // namespace
 
 extern "C" {
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context);
 void __real_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
 
 CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,

@@ -8,16 +8,15 @@
  */
 
 #include "connection/ScriptedServer.h"
+#include "support/NotCopyable.h"
 
 #include <mutex>
 #include <string>
 #include <vector>
 
-class ObedientServer {
+class ObedientServer : NotCopyable {
 public:
     ObedientServer();
-    ObedientServer(const ObedientServer&) = delete;
-    ObedientServer& operator=(const ObedientServer&) = delete;
 
     // The requests since the last call, also those on connections that the client closed early:
     // "5000C500ABCD1000: mount disc 3", "5000C500ABCD1000: set client status". Makes one exchange.

@@ -1,6 +1,7 @@
 #include "WholeDaemon.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "support/RecordedTimer.h"
 #include "trayprobed/ChangerFSCacheState.h"
 
 #include <cstddef>
@@ -17,10 +18,6 @@ void TimeOutOnceMemoryIsOut(CFRunLoopTimerRef timer, void* info) {
 } // namespace
 
 extern "C" {
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
-
 CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
                                               CFTimeInterval interval, CFOptionFlags flags,
                                               CFIndex order, CFRunLoopTimerCallBack callout,

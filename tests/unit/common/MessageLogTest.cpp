@@ -52,20 +52,20 @@ protected:
     LogCapture log;
 };
 
-TEST_F(MessageLog, GoesToTheSystemLogAtAlertPriority) {
+TEST_F(MessageLog, AMessageGoesToTheSystemLogAtAlertPriority) {
     LogMessage("%s %d", "plain", 1);
     LogErr("%s %d", "error", 2);
     EXPECT_THAT(log.Take(), ElementsAre("plain 1", "error 2"));
 }
 
-TEST_F(MessageLog, AFileNameIsWhatFollowsTheLastSlash) {
+TEST_F(MessageLog, AFileNameIsThePartAfterTheLastSlash) {
     EXPECT_STREQ(GetFileNameFromPath("common/CFHelpers"), "CFHelpers");
     EXPECT_STREQ(GetFileNameFromPath("a/b/c"), "c");
     EXPECT_STREQ(GetFileNameFromPath("a/"), "");
     EXPECT_STREQ(GetFileNameFromPath("none"), "none");
 }
 
-TEST_F(MessageLog, AMessageThatFoundNoLinkIsLoggedWithItsCode) {
+TEST_F(MessageLog, AMessageWithoutMemoryForItsLinkIsLoggedWithItsCode) {
     LogString(kVErrCodeDefault, 50, "fail %d", 1);
     EXPECT_THAT(log.Take(), ElementsAre("fail 1"));
     LogString(kVErrFacilityBase + 1001, 50, "fail %d", 2);
@@ -81,7 +81,7 @@ TEST_F(MessageLog, AMessageAboveTheLevelIsNotLogged) {
     EXPECT_THAT(log.Take(), IsEmpty());
 }
 
-TEST_F(MessageLog, ASiteThatFoundNoLinkIsLogged) {
+TEST_F(MessageLog, ASiteWithoutMemoryForItsLinkIsLogged) {
     LogErrFileFuncLine("a/b/Module", "Function", 5'000'000'000);
     EXPECT_THAT(log.Take(), ElementsAre("Module:5000000000, Function"));
 }
@@ -113,7 +113,7 @@ protected:
     std::string path;
 };
 
-TEST_F(MessageLogFile, EachMessageFollowsATimeStampAndEndsItsLine) {
+TEST_F(MessageLogFile, EachMessageIsALineThatBeginsWithATimeStamp) {
     LogErr("fail %d", 1);
     FLogMessage(path.c_str(), "fail %d", 2);
     EXPECT_EQ(Content(), std::string(kStamp) + "fail 1\n" + kStamp + "fail 2\n");
@@ -124,25 +124,25 @@ TEST_F(MessageLogFile, AMessageWithANewlineOfItsOwnLeavesAnEmptyLine) {
     EXPECT_EQ(Content(), std::string(kStamp) + "fail\n\n");
 }
 
-TEST_F(MessageLogFile, AMessageOfAYearThatNoNumberHoldsHasNoTimeStamp) {
+TEST_F(MessageLogFile, AMessageOfAYearBeyondIntHasNoTimeStamp) {
     g_time = std::numeric_limits<time_t>::max();
     LogErr("fail");
     EXPECT_EQ(Content(), "fail\n");
 }
 
-TEST_F(MessageLogFile, WhatIsThereIsKept) {
+TEST_F(MessageLogFile, MessagesAreAppendedToAnExistingFile) {
     std::ofstream(path) << "before\n";
     LogErr("fail");
     EXPECT_EQ(Content(), std::string("before\n") + kStamp + "fail\n");
 }
 
-TEST_F(MessageLogFile, TakesErrorsOnly) {
+TEST_F(MessageLogFile, AMessageThatIsNoErrorGoesToTheSystemLog) {
     LogMessage("plain");
     EXPECT_THAT(log.Take(), ElementsAre("plain"));
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(MessageLogFile, TakesMessagesThatFoundNoLink) {
+TEST_F(MessageLogFile, MessagesWithoutMemoryForTheirLinkAreWritten) {
     LogString(2, 50, "fail");
     LogErrFileFuncLine("a/Module", "Function", 3);
     EXPECT_EQ(Content(), std::string(kStamp) + "fail\n" + kStamp + "err = 2\n" + kStamp +

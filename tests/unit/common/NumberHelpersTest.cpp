@@ -64,14 +64,14 @@ TYPED_TEST(NumberHelpers, AnUnsignedNumberIsStoredAsTheSignedOneOfItsWidth) {
     EXPECT_EQ(XmlOf(this->array), XmlOf(Array({stored})));
 }
 
-TYPED_TEST(NumberHelpers, AMissingKeyLeavesTheOutputAlone) {
+TYPED_TEST(NumberHelpers, AMissingKeyLeavesTheOutputUnchanged) {
     typename TypeParam::Native value = 77;
     EXPECT_EQ(TakeChain(TypeParam::kDictionaryGet(this->dictionary, CFSTR("key"), &value)),
               Chain{RaisedByHelper(this->Name("Dictionary", "Get"), "fail get value from dict")});
     EXPECT_EQ(value, 77);
 }
 
-TYPED_TEST(NumberHelpers, WhatIsNoNumberFailsTheConversion) {
+TYPED_TEST(NumberHelpers, AValueThatIsNoNumberFailsTheConversion) {
     this->dictionary = Dictionary({{"text", "1"},
                                    {"array", Array({1})},
                                    {"null", Share<CFTypeRef>(kCFNull)},
@@ -120,7 +120,7 @@ TYPED_TEST(NumberHelpers, AdjustOfAMissingKeyFails) {
     EXPECT_EQ(CFDictionaryGetCount(this->dictionary), 0);
 }
 
-TYPED_TEST(NumberHelpers, AdjustOfWhatIsNoNumberFails) {
+TYPED_TEST(NumberHelpers, AdjustOfAValueThatIsNoNumberFails) {
     this->dictionary = Dictionary({{"key", "text"}});
     EXPECT_EQ(
         TakeChain(TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), 1)),
@@ -170,7 +170,7 @@ TYPED_TEST(NumberHelpers, WithoutAnyMemoryFailuresAreLogged) {
 
 // ---- arrays ----
 
-TYPED_TEST(NumberHelpers, AnArrayGivesBackWhatWasSetAndAppended) {
+TYPED_TEST(NumberHelpers, NumbersSetAndAppendedToAnArrayAreReadBack) {
     typename TypeParam::Native value = 77;
     EXPECT_THAT(TakeChain(TypeParam::kArraySet(this->array, 0, this->kMin)), IsEmpty());
     EXPECT_THAT(TakeChain(TypeParam::kArrayAppend(this->array, this->kMax)), IsEmpty());
@@ -181,7 +181,7 @@ TYPED_TEST(NumberHelpers, AnArrayGivesBackWhatWasSetAndAppended) {
     EXPECT_EQ(value, this->kMax);
 }
 
-TYPED_TEST(NumberHelpers, SetBeyondTheEndLeavesHoles) {
+TYPED_TEST(NumberHelpers, SetBeyondTheEndFillsTheGapWithNull) {
     EXPECT_THAT(TakeChain(TypeParam::kArraySet(this->array, 3, 5)), IsEmpty());
     const auto null = Share<CFTypeRef>(kCFNull);
     EXPECT_TRUE(CFEqual(this->array, Array({null, null, null, 5})));
@@ -194,7 +194,7 @@ TYPED_TEST(NumberHelpers, SetAtTheCountAppendsAndInsideReplaces) {
     EXPECT_EQ(XmlOf(this->array), XmlOf(Array({4, 2, 3})));
 }
 
-TYPED_TEST(NumberHelpers, AHoleFailsTheConversion) {
+TYPED_TEST(NumberHelpers, ANullElementFailsTheConversion) {
     TakeChain(TypeParam::kArraySet(this->array, 1, 5));
     typename TypeParam::Native value = 77;
     EXPECT_EQ(TakeChain(TypeParam::kArrayGet(this->array, 0, &value)),
@@ -262,7 +262,7 @@ TEST(NumberConversion, ASixteenBitGetTakesTheUnsignedValuesOfItsWidth) {
     }
 }
 
-TEST(NumberConversion, GUIDsOfAllSixtyFourBitsComeBack) {
+TEST(NumberConversion, GUIDsOf64BitsAreReadBackUnchanged) {
     const auto dictionary = Dictionary();
     UInt64 value = 0;
     TakeChain(CFHDictionarySetUInt64Value(dictionary, CFSTR("GUID"), 0x9EDCBA9876543210));
@@ -271,7 +271,7 @@ TEST(NumberConversion, GUIDsOfAllSixtyFourBitsComeBack) {
     EXPECT_EQ(value, 0x9EDCBA9876543210);
 }
 
-TEST(Padding, FillsWithNullsAndNeverFails) {
+TEST(Padding, FillsTheGapWithNullAndNeverFails) {
     const auto array = Array({1});
     EXPECT_EQ(CFHArrayPadToValueAtIndex(array, 3, CFSTR("x")), nullptr);
     EXPECT_EQ(CFHArrayPadToValueAtIndex(array, 0, CFSTR("y")), nullptr);

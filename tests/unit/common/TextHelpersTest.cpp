@@ -45,7 +45,7 @@ TEST_F(TextHelpers, TwoEmptyStringsGiveAnEmptyOne) {
     EXPECT_EQ(CFStringGetLength(joined), 0);
 }
 
-TEST_F(TextHelpers, WhatIsNoStringIsNotJoined) {
+TEST_F(TextHelpers, JoiningAValueThatIsNoStringFails) {
     CFStringRef joined = CFSTR("before");
     const auto number = Integer(1000);
     const auto notAString = reinterpret_cast<CFStringRef>(number.Get());
@@ -115,7 +115,7 @@ TEST_F(TextHelpers, AllocatesACString) {
     }
 }
 
-TEST_F(TextHelpers, ACharacterThatTheEncodingLacksHasACodeOfItsOwn) {
+TEST_F(TextHelpers, ACharacterThatTheEncodingLacksFailsWithItsOwnCode) {
     char before[] = "before";
     char* text = before;
     const UniChar unpairedSurrogate = 0xD800;
@@ -127,7 +127,7 @@ TEST_F(TextHelpers, ACharacterThatTheEncodingLacksHasACodeOfItsOwn) {
     EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(TextHelpers, WhatIsNoStringHasNoCString) {
+TEST_F(TextHelpers, AValueThatIsNoStringHasNoCString) {
     char before[] = "before";
     char* text = before;
     const auto notAString = reinterpret_cast<CFStringRef>(kCFBooleanTrue);
@@ -150,7 +150,7 @@ TEST_F(TextHelpers, WithoutMemoryThereIsNoCString) {
     EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(TextHelpers, AnErrorTextIsTheTextOrNone) {
+TEST_F(TextHelpers, AnErrorTextIsACStringOrNullIfItCannotBeConverted) {
     EXPECT_EQ(CFHAllocErrorText(nullptr), nullptr);
     EXPECT_STREQ(HeldText(CFHAllocErrorText(CFSTR("why"))).get(), "why");
     const UniChar halfAPair[] = {0xD800};

@@ -71,21 +71,21 @@ TEST_F(VErrTest, APlainRaiseTakesOverCodeAndLevelOfTheLinkItWraps) {
     EXPECT_STREQ(err->next->message, "inner");
 }
 
-TEST_F(VErrTest, ARaiseWithACodeKeepsItsOwn) {
+TEST_F(VErrTest, ARaiseWithACodeKeepsThatCode) {
     VErrThrowWithErrCode(&err, EIO, "inner");
     VErrThrowWithErrCode(&err, ENOENT, "outer");
     EXPECT_EQ(VErrGetErrCode(err), ENOENT);
     EXPECT_EQ(VErrGetErrCode(err->next), EIO);
 }
 
-TEST_F(VErrTest, ARaiseWithALevelKeepsItsOwn) {
+TEST_F(VErrTest, ARaiseWithALevelKeepsThatLevel) {
     VErrThrowLevelWithErrCode(&err, 10, EIO, "inner");
     VErrThrowLevelWithErrCode(&err, 20, kVErrCodeDefault, "outer");
     EXPECT_EQ(VErrGetErrLevel(err), 20);
     EXPECT_EQ(VErrGetErrCode(err), EIO);
 }
 
-TEST_F(VErrTest, ThrowLevelIgnoresItsLevel) {
+TEST_F(VErrTest, ThrowLevelIgnoresTheLevelGiven) {
     VErrThrowLevel(&err, 10, "fail %d", 1);
     EXPECT_EQ(VErrGetErrLevel(err), 50);
     EXPECT_EQ(VErrGetErrCode(err), kVErrCodeDefault);
@@ -167,7 +167,7 @@ TEST_F(VErrTest, FailingNeedStatusAndGetRaiseOneLink) {
     EXPECT_EQ(ReadChain(err), (Chain{{"fail get 4", "TestBody", kSourcePath}}));
 }
 
-TEST_F(VErrTest, TheFirstFailureEndsTheRest) {
+TEST_F(VErrTest, TheFirstFailingStepSkipsTheRest) {
     int calls = 0;
     VERR_NEED(err, false, "first");
     VERR_STEP(err, (++calls, FailingCall()), "second");
@@ -266,14 +266,14 @@ TEST_F(VErrTest, SuccessIsNotLogged) {
     VErrLogAndCatch(&err);
 }
 
-TEST_F(VErrTest, LogAndCatchDoesBoth) {
+TEST_F(VErrTest, LogAndCatchLogsTheChainAndEmptiesTheSlot) {
     At(1, VErrThrow(&err, "fail"));
     VErrLogAndCatch(&err);
     EXPECT_EQ(err, nullptr);
     EXPECT_THAT(log.Take(), ElementsAre("Module:1, Function: fail"));
 }
 
-TEST_F(VErrTest, WhatALinkLacksIsUnknown) {
+TEST_F(VErrTest, MissingTextsOfALinkAreLoggedAsUnknown) {
     err = GetVErrLink();
     err->code = kVErrCodeDefault;
     VErrLogLink(err);
@@ -287,7 +287,7 @@ TEST_F(VErrTest, PercentSignsInTextsAreNotFormats) {
 }
 
 // A failed walk leaves a link a directory level: neither logging nor releasing may need stack.
-TEST_F(VErrTest, ALongChainNeedsNoStack) {
+TEST_F(VErrTest, ALongChainIsLoggedAndReleasedWithASmallStack) {
     constexpr SInt64 kLinks = 10000;
     for (SInt64 line = 1; line <= kLinks; ++line)
         At(line, VErrThrow(&err, "fail"));
@@ -403,7 +403,7 @@ TEST_F(OnTheSharedLink, TheSharedLinkIsNotLogged) {
     EXPECT_THAT(log.Take(), IsEmpty());
 }
 
-TEST_F(OnTheSharedLink, CatchLeavesItUntouched) {
+TEST_F(OnTheSharedLink, CatchLeavesTheSharedLinkUnchanged) {
     VErrCatch(&err);
     EXPECT_EQ(err, nullptr);
     EXPECT_EQ(g_genericVErr.message, nullptr);
@@ -412,14 +412,14 @@ TEST_F(OnTheSharedLink, CatchLeavesItUntouched) {
     EXPECT_EQ(g_genericVErr.next, nullptr);
 }
 
-TEST_F(OnTheSharedLink, ReleasingAChainStopsThere) {
+TEST_F(OnTheSharedLink, ReleasingAChainStopsAtTheSharedLink) {
     At(1, VErrThrow(&err, "later"));
     VErrCatch(&err);
     EXPECT_EQ(err, nullptr);
     EXPECT_EQ(g_genericVErr.next, nullptr);
 }
 
-TEST_F(OnTheSharedLink, FailingAgainLogsWhatStandsOnIt) {
+TEST_F(OnTheSharedLink, RaisingAgainWithoutMemoryLogsTheLinksAboveTheSharedLink) {
     At(1, VErrThrow(&err, "later"));
     {
         const AllocationFault fault(1);
@@ -452,7 +452,7 @@ TEST_F(VErrTest, WithoutMemoryForTheSiteOnlyItsLineIsKept) {
 }
 
 // A wide character that the C locale lacks: the formatter has no length to tell.
-TEST_F(VErrTest, AMessageThatCannotBeFormattedIsLikeOneWithoutMemory) {
+TEST_F(VErrTest, AMessageThatCannotBeFormattedIsLoggedAsWithoutMemory) {
     VErrThrow(&err, "%ls", L"\u20ac");
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), ElementsAre("(cannot be formatted)"));

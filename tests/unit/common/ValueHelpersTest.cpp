@@ -24,7 +24,7 @@ protected:
 
 // ---- texts ----
 
-TEST_F(ValueHelpers, ATextComesBack) {
+TEST_F(ValueHelpers, ATextIsReadBackUnchanged) {
     char buffer[8] = "before";
     EXPECT_THAT(TakeChain(CFHDictionarySetStringValue(dictionary, CFSTR("key"), "drüben", kUTF8)),
                 IsEmpty());
@@ -35,7 +35,7 @@ TEST_F(ValueHelpers, ATextComesBack) {
     EXPECT_STREQ(buffer, "drüben");
 }
 
-TEST_F(ValueHelpers, AMissingTextLeavesAnEmptyOne) {
+TEST_F(ValueHelpers, AMissingTextLeavesAnEmptyBuffer) {
     char buffer[] = "before";
     EXPECT_EQ(TakeChain(CFHDictionaryGetStringValue(dictionary, CFSTR("key"), sizeof buffer, kUTF8,
                                                     buffer)),
@@ -69,7 +69,7 @@ TEST_F(ValueHelpers, ATextMustFitTheBufferWithItsTerminator) {
     EXPECT_STREQ(buffer, "1234");
 }
 
-TEST_F(ValueHelpers, WhatIsNoTextFailsTheConversion) {
+TEST_F(ValueHelpers, AValueThatIsNoTextFailsTheConversion) {
     dictionary = Dictionary({{"number", 1}, {"flag", true}, {"array", Array()}});
     char buffer[32] = "";
     for (const char* key : {"number", "flag", "array"})
@@ -153,13 +153,13 @@ TEST_F(ValueHelpers, AnArraySetThatFailsLeavesNoPaddingBehind) {
     }
 }
 
-TEST_F(ValueHelpers, AnArrayKeepsTexts) {
+TEST_F(ValueHelpers, TextsAreSetAndAppendedToAnArray) {
     EXPECT_THAT(TakeChain(CFHArraySetStringValue(array, 1, "one", kUTF8)), IsEmpty());
     EXPECT_THAT(TakeChain(CFHArrayAppendStringValue(array, "two", kUTF8)), IsEmpty());
     EXPECT_TRUE(CFEqual(array, Array({Share<CFTypeRef>(kCFNull), "one", "two"})));
 }
 
-TEST_F(ValueHelpers, AnAbsentTextOfAnArrayLeavesTheBufferAlone) {
+TEST_F(ValueHelpers, AnAbsentTextOfAnArrayLeavesTheBufferUnchanged) {
     char buffer[] = "before";
     EXPECT_EQ(TakeChain(CFHArrayGetStringValue(array, 3, sizeof buffer, kUTF8, buffer)),
               Chain{RaisedByHelper("CFHArrayGetStringValue", "unable to get str at index 3")});
@@ -168,7 +168,7 @@ TEST_F(ValueHelpers, AnAbsentTextOfAnArrayLeavesTheBufferAlone) {
 
 // ---- pointers ----
 
-TEST_F(ValueHelpers, APointerComesBackWhole) {
+TEST_F(ValueHelpers, APointerIsReadBackUnchanged) {
     void* const pointer = reinterpret_cast<void*>(std::uintptr_t{0xFEDCBA9876543210});
     void* got = nullptr;
     EXPECT_THAT(TakeChain(CFHDictionarySetAddrValue(dictionary, CFSTR("key"), pointer)), IsEmpty());
@@ -183,7 +183,7 @@ TEST_F(ValueHelpers, APointerComesBackWhole) {
     EXPECT_EQ(got, pointer);
 }
 
-TEST_F(ValueHelpers, WhatIsNoPointerIsNotGot) {
+TEST_F(ValueHelpers, AValueThatIsNoPointerLeavesTheOutputUnchanged) {
     void* got = &got;
     EXPECT_EQ(TakeChain(CFHDictionaryGetAddrValue(dictionary, CFSTR("key"), &got)),
               Chain{RaisedByHelper("CFHDictionaryGetAddrValue", "fail get value from dict")});
@@ -238,7 +238,7 @@ TEST_F(ValueHelpers, AnyNumberButZeroSetsTrue) {
     EXPECT_EQ(CFArrayGetCount(array), 6);
 }
 
-TEST_F(ValueHelpers, ABooleanComesBackAsOneOrZero) {
+TEST_F(ValueHelpers, ABooleanIsReadAsOneOrZero) {
     dictionary = Dictionary({{"true", true}, {"false", false}});
     array = Array({true, false});
     SInt32 flag = 77;
@@ -252,7 +252,7 @@ TEST_F(ValueHelpers, ABooleanComesBackAsOneOrZero) {
     EXPECT_EQ(flag, 0);
 }
 
-TEST_F(ValueHelpers, WhatIsNoBooleanLeavesTheFlagAlone) {
+TEST_F(ValueHelpers, AValueThatIsNoBooleanLeavesTheFlagUnchanged) {
     dictionary = Dictionary({{"key", 1}});
     TakeChain(CFHArraySetBoolValue(array, 1, 1));
     SInt32 flag = 77;
@@ -277,7 +277,7 @@ TEST_F(ValueHelpers, ASettingIsTrueOnlyAsTheSharedTrueObject) {
 
 // ---- collections ----
 
-TEST_F(ValueHelpers, ACollectionIsFoundOnlyAsWhatItIs) {
+TEST_F(ValueHelpers, ACollectionIsFoundOnlyUnderItsOwnType) {
     dictionary = Dictionary({{"dictionary", Dictionary()}, {"array", Array()}, {"text", "x"}});
     EXPECT_EQ(CFHDictionaryFindDictionary(dictionary, CFSTR("dictionary")),
               CFDictionaryGetValue(dictionary, CFSTR("dictionary")));

@@ -5,7 +5,7 @@
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerRequestIdentification.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerSetClientStatus.h"
-#include "FakeServer.h"
+#include "FakeExchange.h"
 #include "RefusedKey.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
@@ -35,7 +35,7 @@ protected:
         EXPECT_THAT(server.Released(), ElementsAre(0));
     }
 
-    FakeServer server;
+    FakeExchange server;
     LogCapture log;
 };
 
@@ -112,7 +112,7 @@ TEST_F(CommandMessage, PrivateMountNamesProcessAndFamily) {
                            {"mount disc start mount", true}}));
 }
 
-TEST_F(CommandMessage, MountMessageAloneHasNoFlagsThatItWasNotGiven) {
+TEST_F(CommandMessage, MountMessageHasOnlyTheFlagsGiven) {
     CFOwned<CFMutableDictionaryRef> message;
     EXPECT_THAT(TakeChain(InitMountDiscMessage(7, 3, "p", 300, "client", 0, 0, message.Out())),
                 IsEmpty());
@@ -188,8 +188,8 @@ const char kStatusFile[] =
 TEST(CommandFailure, TheServersErrorIsWrappedAndItsCodeKept) {
     LogCapture log;
     const VErrCode code = kVErrFacilityBase + 1021; // not asked again here
-    const FakeServer server({Fails(1021)});
-    const RaisedLink told = {"told by the server", "Receive", "tests/unit/FakeServer", code};
+    const FakeExchange server({Fails(1021)});
+    const RaisedLink told = {"sent by the server", "Receive", "tests/unit/FakeExchange", code};
     const RaisedLink identification = {"fail SendMessageToChangerServer",
                                        "ChangerServerRequestMediaIdentification",
                                        kIdentificationFile, code};
@@ -212,7 +212,7 @@ TEST(CommandFailure, TheServersErrorIsWrappedAndItsCodeKept) {
 
 TEST(CommandFailure, WithoutMemoryNothingIsSent) {
     LogCapture log;
-    const FakeServer server;
+    const FakeExchange server;
     VErrLink* identificationErr = nullptr;
     VErrLink* statusErr = nullptr;
     {
@@ -287,7 +287,7 @@ std::vector<Chain> ChainsOf(const char* file, const char* builder, const char* f
     return chains;
 }
 
-TEST(BuilderFailure, EachStepOfAnEjectMessageHasItsText) {
+TEST(BuilderFailure, EachFailingStepOfAnEjectMessageHasItsErrorText) {
     LogCapture log;
     const auto build = [](CFMutableDictionaryRef* message) {
         return InitEjectDiscMessage(kGUID, 1000, kEjectDiscPrivate | kEjectDiscOverridePrivate,
@@ -303,7 +303,7 @@ TEST(BuilderFailure, EachStepOfAnEjectMessageHasItsText) {
                         {nullptr, "fail set override private flag"}}));
 }
 
-TEST(BuilderFailure, EachStepOfAMountMessageHasItsText) {
+TEST(BuilderFailure, EachFailingStepOfAMountMessageHasItsErrorText) {
     LogCapture log;
     const auto build = [](CFMutableDictionaryRef* message) {
         return InitMountDiscMessage(kGUID, 1000, "partition", 1000, "client", 15, 1000, message);
@@ -321,7 +321,7 @@ TEST(BuilderFailure, EachStepOfAMountMessageHasItsText) {
                         {"UInt32", "fail set private mount family to 1000"}}));
 }
 
-TEST(BuilderFailure, EachStepOfAnIdentificationMessageHasItsText) {
+TEST(BuilderFailure, EachFailingStepOfAnIdentificationMessageHasItsErrorText) {
     LogCapture log;
     const auto build = [](CFMutableDictionaryRef* message) {
         return InitRequestIdentificationMessage(kGUID, 1000, true, message);
@@ -333,7 +333,7 @@ TEST(BuilderFailure, EachStepOfAnIdentificationMessageHasItsText) {
                         {"UInt16", "fail set storage element index"}}));
 }
 
-TEST(BuilderFailure, EachStepOfAStatusMessageHasItsText) {
+TEST(BuilderFailure, EachFailingStepOfAStatusMessageHasItsErrorText) {
     LogCapture log;
     const auto build = [](CFMutableDictionaryRef* message) {
         return InitSetClientStatusMessage(kGUID, "client", "text", 1000, 2000, true, message);
@@ -348,7 +348,7 @@ TEST(BuilderFailure, EachStepOfAStatusMessageHasItsText) {
 }
 
 // A value that finds no room, whichever it is, is told as the step that was to set it.
-TEST(BuilderFailure, EachValueThatFindsNoRoomHasItsText) {
+TEST(BuilderFailure, EachValueThatCannotBeAddedHasItsErrorText) {
     LogCapture log;
     const Build eject = [](CFMutableDictionaryRef* message) {
         return InitEjectDiscMessage(kGUID, 1, 3, 1, message);

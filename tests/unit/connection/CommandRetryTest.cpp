@@ -3,7 +3,7 @@
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc.h"
-#include "FakeServer.h"
+#include "FakeExchange.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 
@@ -23,10 +23,10 @@ constexpr VErrCode kTimedOut = 0x4000000000000400;
 
 const char kEjectFile[] = "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc";
 const char kMountFile[] = "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc";
-const char kServerFile[] = "tests/unit/FakeServer";
+const char kServerFile[] = "tests/unit/FakeExchange";
 
 RaisedLink ByServer(int number) {
-    return {"told by the server", "Receive", kServerFile, kVErrFacilityBase + number};
+    return {"sent by the server", "Receive", kServerFile, kVErrFacilityBase + number};
 }
 
 Chain Eject(double timeout) {
@@ -45,49 +45,49 @@ protected:
 
 // ---- eject ----
 
-TEST_F(CommandRetry, EjectAsksOnceWhenTheServerIsFree) {
-    const FakeServer server;
+TEST_F(CommandRetry, EjectSendsOneRequestWhenTheServerIsFree) {
+    const FakeExchange server;
     EXPECT_THAT(Eject(0), IsEmpty());
     EXPECT_THAT(server.Times(), ElementsAre(0));
     EXPECT_THAT(server.Released(), ElementsAre(0));
 }
 
-TEST_F(CommandRetry, EjectAsksTheSameAgainEachSecondWhileTheServerIsBusy) {
-    const FakeServer server({Fails(1021), Fails(1021), {}});
+TEST_F(CommandRetry, EjectRepeatsItsRequestEachSecondWhileTheServerIsBusy) {
+    const FakeExchange server({Fails(1021), Fails(1021), {}});
     EXPECT_THAT(Eject(300), IsEmpty());
     EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2));
     EXPECT_THAT(server.Requests(),
                 ElementsAre(server.Requests()[0], server.Requests()[0], server.Requests()[0]));
 }
 
-TEST_F(CommandRetry, EjectGivesUpOnceMoreThanItsTimeHasPassed) {
-    const FakeServer server({Fails(1021)});
+TEST_F(CommandRetry, EjectFailsOnceMoreThanItsTimeOutHasPassed) {
+    const FakeExchange server({Fails(1021)});
     EXPECT_EQ(Eject(2),
               (Chain{{"eject disc timed out", "ChangerServerEjectDisc", kEjectFile, kTimedOut}}));
     EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2, 3));
 }
 
-TEST_F(CommandRetry, EjectWithoutTimeAsksTwice) {
-    const FakeServer server({Fails(1021)});
+TEST_F(CommandRetry, EjectWithATimeOutOfZeroSendsTwoRequests) {
+    const FakeExchange server({Fails(1021)});
     EXPECT_EQ(Eject(0).size(), 1u);
     EXPECT_THAT(server.Times(), ElementsAre(0, 1));
 }
 
-TEST_F(CommandRetry, EjectComparesWholeSecondsWithAFraction) {
-    const FakeServer server({Fails(1021)});
+TEST_F(CommandRetry, EjectComparesWholeSecondsWithAFractionalTimeOut) {
+    const FakeExchange server({Fails(1021)});
     Eject(1.5);
     EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2));
 }
 
-TEST_F(CommandRetry, EjectWaitsAnewWhenTheClockIsSetBack) {
-    const FakeServer server({Fails(1021), Fails(1021, -3600), Fails(1021)});
+TEST_F(CommandRetry, EjectRestartsItsTimeOutWhenTheClockIsSetBack) {
+    const FakeExchange server({Fails(1021), Fails(1021, -3600), Fails(1021)});
     EXPECT_EQ(Eject(2).size(), 1u);
     EXPECT_THAT(server.Times(), ElementsAre(0, -3599, -3598, -3597, -3596));
 }
 
-TEST_F(CommandRetry, EjectStopsAtAnyOtherError) {
+TEST_F(CommandRetry, EjectFailsAtOnceWithAnyOtherError) {
     for (const int number : {1020, 1004, 1005, 1, 7}) {
-        const FakeServer server({Fails(1021), Fails(number)});
+        const FakeExchange server({Fails(1021), Fails(number)});
         EXPECT_EQ(Eject(300),
                   (Chain{ByServer(number),
                          {"fail send message to changer server", "ChangerServerEjectDisc",
@@ -98,13 +98,13 @@ TEST_F(CommandRetry, EjectStopsAtAnyOtherError) {
 
 // Earlier replies stay behind: the slot is used again as it is.
 TEST_F(CommandRetry, EjectReleasesTheLastReplyOnly) {
-    const FakeServer server({Fails(1021), Fails(1021), {}});
+    const FakeExchange server({Fails(1021), Fails(1021), {}});
     Eject(300);
     EXPECT_THAT(server.Released(), ElementsAre(2));
 }
 
-TEST_F(CommandRetry, EjectWithoutMemoryAsksNothing) {
-    const FakeServer server;
+TEST_F(CommandRetry, EjectWithoutMemorySendsNothing) {
+    const FakeExchange server;
     VErrLink* err = nullptr;
     {
         const AllocationFault fault(1);
@@ -121,8 +121,8 @@ TEST_F(CommandRetry, EjectWithoutMemoryAsksNothing) {
 constexpr char kClearErrors[] = "<key>mount disc clear errors</key>\n\t<true/>";
 constexpr char kStartMount[] = "<key>mount disc start mount</key>\n\t<true/>";
 
-TEST_F(CommandRetry, MountAsksToClearErrorsTheFirstTimeOnly) {
-    const FakeServer server({Fails(1021), Fails(1021), {}});
+TEST_F(CommandRetry, OnlyTheFirstMountRequestClearsErrors) {
+    const FakeExchange server({Fails(1021), Fails(1021), {}});
     EXPECT_THAT(Mount(300), IsEmpty());
     EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2));
     const auto startsAlone = AllOf(Not(HasSubstr(kClearErrors)), HasSubstr(kStartMount));
@@ -131,8 +131,8 @@ TEST_F(CommandRetry, MountAsksToClearErrorsTheFirstTimeOnly) {
                             startsAlone));
 }
 
-TEST_F(CommandRetry, MountDoesNotStartAgainWhatIsUnderWay) {
-    const FakeServer server({Fails(1020), Fails(1021), Fails(1020), {}});
+TEST_F(CommandRetry, MountRequestsAfterUnderWayDoNotStartTheMountAgain) {
+    const FakeExchange server({Fails(1020), Fails(1021), Fails(1020), {}});
     EXPECT_THAT(Mount(300), IsEmpty());
     EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2, 3));
     EXPECT_THAT(server.Requests()[0], AllOf(HasSubstr(kClearErrors), HasSubstr(kStartMount)));
@@ -141,30 +141,30 @@ TEST_F(CommandRetry, MountDoesNotStartAgainWhatIsUnderWay) {
                     AllOf(Not(HasSubstr("clear errors")), Not(HasSubstr("start mount"))));
 }
 
-TEST_F(CommandRetry, MountGivesUpOnceItsTimeHasPassed) {
+TEST_F(CommandRetry, MountFailsOnceItsTimeOutHasPassed) {
     for (const int number : {1020, 1021}) {
-        const FakeServer server({Fails(number)});
+        const FakeExchange server({Fails(number)});
         EXPECT_EQ(Mount(2), (Chain{{"mount disc timed out", "ChangerServerMountDiscInDrive",
                                     kMountFile, kTimedOut}}));
         EXPECT_THAT(server.Times(), ElementsAre(0, 1, 2));
     }
 }
 
-TEST_F(CommandRetry, MountWaitsAnewWhenTheClockIsSetBack) {
-    const FakeServer server({Fails(1020), Fails(1020, -3600), Fails(1020)});
+TEST_F(CommandRetry, MountRestartsItsTimeOutWhenTheClockIsSetBack) {
+    const FakeExchange server({Fails(1020), Fails(1020, -3600), Fails(1020)});
     EXPECT_EQ(Mount(2).size(), 1u);
     EXPECT_THAT(server.Times(), ElementsAre(0, -3599, -3598, -3597));
 }
 
-TEST_F(CommandRetry, MountWithoutTimeAsksOnce) {
-    const FakeServer server({Fails(1021)});
+TEST_F(CommandRetry, MountWithATimeOutOfZeroSendsOneRequest) {
+    const FakeExchange server({Fails(1021)});
     EXPECT_EQ(Mount(0).size(), 1u);
     EXPECT_THAT(server.Times(), ElementsAre(0));
 }
 
-TEST_F(CommandRetry, MountStopsAtAnyOtherError) {
+TEST_F(CommandRetry, MountFailsAtOnceWithAnyOtherError) {
     for (const int number : {1004, 1005, 1, 7}) {
-        const FakeServer server({Fails(1021), Fails(number)});
+        const FakeExchange server({Fails(1021), Fails(number)});
         EXPECT_EQ(Mount(300),
                   (Chain{ByServer(number),
                          {"fail send message to changer server", "ChangerServerMountDiscInDrive",
@@ -174,13 +174,13 @@ TEST_F(CommandRetry, MountStopsAtAnyOtherError) {
 }
 
 TEST_F(CommandRetry, MountReleasesTheLastReplyOnly) {
-    const FakeServer server({Fails(1020), Fails(1021), {}});
+    const FakeExchange server({Fails(1020), Fails(1021), {}});
     Mount(300);
     EXPECT_THAT(server.Released(), ElementsAre(2));
 }
 
-TEST_F(CommandRetry, MountWithoutMemoryAsksNothing) {
-    const FakeServer server;
+TEST_F(CommandRetry, MountWithoutMemorySendsNothing) {
+    const FakeExchange server;
     VErrLink* err = nullptr;
     {
         const AllocationFault fault(1);
@@ -211,22 +211,22 @@ protected:
     CFIndex deviceIdSize = sizeof deviceIdBuffer;
 };
 
-TEST_F(MountReply, GivesPathAndDevice) {
-    const FakeServer server({{0, Dictionary({{"mount path", "/mnt/a"}, {"device id", "sr0"}})}});
+TEST_F(MountReply, PathAndDeviceAreCopied) {
+    const FakeExchange server({{0, Dictionary({{"mount path", "/mnt/a"}, {"device id", "sr0"}})}});
     EXPECT_THAT(Mount(), IsEmpty());
     EXPECT_STREQ(path, "/mnt/a");
     EXPECT_STREQ(deviceId, "sr0");
 }
 
 TEST_F(MountReply, IsNotReadWithoutBuffers) {
-    const FakeServer server;
+    const FakeExchange server;
     path = nullptr;
     deviceId = nullptr;
     EXPECT_THAT(Mount(), IsEmpty());
 }
 
 TEST_F(MountReply, WithoutPathFails) {
-    const FakeServer server({{0, Dictionary({{"device id", "sr0"}})}});
+    const FakeExchange server({{0, Dictionary({{"device id", "sr0"}})}});
     EXPECT_EQ(
         Mount(),
         (Chain{{"fail get value from dict", "CFHDictionaryGetStringValue", "common/CFHelpers"},
@@ -241,14 +241,14 @@ TEST_F(MountReply, WithoutPathFails) {
 }
 
 TEST_F(MountReply, WithoutDeviceFails) {
-    const FakeServer server({{0, Dictionary({{"mount path", "/mnt/a"}})}});
+    const FakeExchange server({{0, Dictionary({{"mount path", "/mnt/a"}})}});
     const Chain chain = Mount();
     ASSERT_EQ(chain.size(), 4u);
     EXPECT_EQ(chain[1].message, "fail get device Id from reply dictionary");
 }
 
 TEST_F(MountReply, WithAPathThatDoesNotFitFails) {
-    const FakeServer server(
+    const FakeExchange server(
         {{0, Dictionary({{"mount path", "/mnt/a-rather-long-name"}, {"device id", "sr0"}})}});
     const Chain chain = Mount();
     ASSERT_EQ(chain.size(), 4u);
@@ -256,14 +256,14 @@ TEST_F(MountReply, WithAPathThatDoesNotFitFails) {
 }
 
 TEST_F(MountReply, FailureLeavesEmptyTexts) {
-    const FakeServer server({Fails(7)});
+    const FakeExchange server({Fails(7)});
     EXPECT_EQ(Mount().back().message, "fail mount disc to drive index kNoDataTransferElem");
     EXPECT_STREQ(path, "");
     EXPECT_STREQ(deviceId, "");
 }
 
 TEST_F(MountReply, BuffersOfNoSizeAreNotTouched) {
-    const FakeServer server({Fails(7)});
+    const FakeExchange server({Fails(7)});
     pathSize = 0;
     deviceIdSize = 0;
     Mount();

@@ -4,10 +4,10 @@
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "Frames.h"
 #include "ProcessTable.h"
-#include "RecordedTimers.h"
 #include "RefusedKey.h"
 #include "ScriptedServer.h"
 #include "Seams.h"
+#include "TimerControl.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 
@@ -121,7 +121,7 @@ TEST_F(Exchange, SendsTheMessageAndGivesBackTheReply) {
 
 TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
     SendTo(Answer(Dictionary()));
-    const AskedTimer asked = LastAskedTimer();
+    const RecordedTimer asked = LastTimer();
     EXPECT_EQ(asked.fireDate, kNow + 30);
     EXPECT_EQ(asked.interval, 0);
     EXPECT_EQ(asked.flags, 0u);
@@ -131,20 +131,20 @@ TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
 
 // The thirty seconds of the reply begin when the request is written, however long that took.
 TEST_F(Exchange, SendsWithinThirtySecondsBeforeItsTimerStarts) {
-    const int timersBefore = CountAskedTimers();
+    const int timersBefore = CountTimers();
     int sendings = 0;
     const OnSending sending([&](CFTimeInterval timeout) {
         ++sendings;
         EXPECT_EQ(timeout, 30.0);
-        EXPECT_EQ(CountAskedTimers(), timersBefore);
+        EXPECT_EQ(CountTimers(), timersBefore);
         SetClock(kNow + 29);
     });
     SendTo(Answer(Dictionary()));
     EXPECT_EQ(sendings, 1);
-    EXPECT_EQ(LastAskedTimer().fireDate, kNow + 29 + 30);
+    EXPECT_EQ(LastTimer().fireDate, kNow + 29 + 30);
 }
 
-TEST_F(Exchange, GathersAReplyInPieces) {
+TEST_F(Exchange, AssemblesAReplySentInPieces) {
     const std::string frame = FrameOfList(Dictionary({{"key", std::string(500, 'x').c_str()}}));
     for (const std::size_t size : {1u, 5u, 11u, 13u, 500u}) {
         EXPECT_THAT(SendTo(AnswerBytes(frame, size)), IsEmpty()) << size;
@@ -152,13 +152,13 @@ TEST_F(Exchange, GathersAReplyInPieces) {
     }
 }
 
-TEST_F(Exchange, TakesAReplyLargerThanASocketHolds) {
+TEST_F(Exchange, ReceivesAReplyLargerThanASocketBuffer) {
     const std::string text(3 * 1024 * 1024, 'x');
     EXPECT_THAT(SendTo(Answer(Dictionary({{"key", text.c_str()}}))), IsEmpty());
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", text.c_str()}})));
 }
 
-TEST_F(Exchange, SendsAMessageLargerThanASocketHolds) {
+TEST_F(Exchange, SendsAMessageLargerThanASocketBuffer) {
     const std::string text(3 * 1024 * 1024, 'x');
     message = Dictionary({{"key", text.c_str()}});
     std::string request;
@@ -170,7 +170,7 @@ TEST_F(Exchange, SendsAMessageLargerThanASocketHolds) {
     EXPECT_EQ(request, XmlOf(message));
 }
 
-TEST_F(Exchange, AReplyCountsAlthoughTheServerClosesAtOnce) {
+TEST_F(Exchange, AReplyIsReturnedAlthoughTheServerClosesAtOnce) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_THAT(SendTo([](Connection& connection) {
                         connection.ReadFrame();
@@ -181,7 +181,7 @@ TEST_F(Exchange, AReplyCountsAlthoughTheServerClosesAtOnce) {
     }
 }
 
-TEST_F(Exchange, WithoutReplySaysSoAndReturnsWhenWritten) {
+TEST_F(Exchange, AMessageWithoutReplySetsNoReplyAndReturnsOnceWritten) {
     std::string request;
     ScriptedServer server(SocketPath(), {[&](Connection& connection) {
                               request = connection.ReadFrame();
@@ -193,7 +193,7 @@ TEST_F(Exchange, WithoutReplySaysSoAndReturnsWhenWritten) {
     EXPECT_EQ(XmlOf(message), XmlOf(Dictionary({{"command", "test"}})));
 }
 
-TEST_F(Exchange, OpensAConnectionOfItsOwn) {
+TEST_F(Exchange, EachExchangeOpensItsOwnConnection) {
     ScriptedServer server(SocketPath(),
                           {Answer(Dictionary({{"key", 1}})), Answer(Dictionary({{"key", 2}}))});
     EXPECT_THAT(Send(), IsEmpty());
@@ -203,14 +203,14 @@ TEST_F(Exchange, OpensAConnectionOfItsOwn) {
     EXPECT_EQ(CountTableCalls(), 4); // found anew each time: a size and a fetch
 }
 
-TEST_F(Exchange, AReplyThatIsNoDictionaryIsHandedOn) {
+TEST_F(Exchange, AReplyThatIsNoDictionaryIsReturned) {
     EXPECT_THAT(SendTo(Answer(Array({1}))), IsEmpty());
     EXPECT_EQ(XmlOf(reply), XmlOf(Array({1})));
 }
 
 // ---- errors of the server ----
 
-TEST_F(Exchange, GivesTheServersErrorAsItStands) {
+TEST_F(Exchange, ReturnsTheServersErrorUnchanged) {
     const auto list =
         Dictionary({{"error code", kVErrFacilityBase + 1020}, {"error string", "under way"}});
     EXPECT_EQ(SendTo(Answer(list)),
@@ -227,7 +227,7 @@ TEST_F(Exchange, AReplyThatCannotBeReadFails) {
 
 // ---- lost connections and time-outs ----
 
-TEST_F(Exchange, AServerThatClosesWithoutReplyIsLost) {
+TEST_F(Exchange, AServerThatClosesWithoutReplyIsALostConnection) {
     EXPECT_EQ(SendTo([](Connection& connection) { connection.ReadFrame(); }),
               Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
     EXPECT_EQ(XmlOf(reply),
@@ -235,7 +235,7 @@ TEST_F(Exchange, AServerThatClosesWithoutReplyIsLost) {
                                 {"error string", "lost connection with changer server"}})));
 }
 
-TEST_F(Exchange, AServerThatClosesInsideTheReplyIsLost) {
+TEST_F(Exchange, AServerThatClosesInsideTheReplyIsALostConnection) {
     EXPECT_EQ(SendTo([](Connection& connection) {
                   connection.ReadFrame();
                   connection.Write(FrameOfList(Dictionary()).substr(0, 30));
@@ -244,14 +244,14 @@ TEST_F(Exchange, AServerThatClosesInsideTheReplyIsLost) {
 }
 
 // The kernel then reports a reset, not the end of the stream.
-TEST_F(Exchange, AServerThatClosesWithTheRequestUnreadIsLost) {
+TEST_F(Exchange, AServerThatClosesWithTheRequestUnreadIsALostConnection) {
     EXPECT_EQ(SendTo([](Connection& connection) { connection.WaitForInput(); }),
               Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
 }
 
 TEST_F(Exchange, ASilentServerIsATimeOut) {
     std::atomic<bool> asked = false;
-    const TimersFireWhen timeIsOver([&] { return asked.load(); });
+    const TimersFireWhile timeIsOver([&] { return asked.load(); });
     EXPECT_EQ(SendTo([&](Connection& connection) {
                   connection.ReadFrame();
                   asked = true;
@@ -266,7 +266,7 @@ TEST_F(Exchange, ASilentServerIsATimeOut) {
 }
 
 TEST_F(Exchange, AMalformedReplyEndsAsATimeOutWhileTheServerStays) {
-    const TimersFireWhen timeIsOver([this] { return log.HasLines(); });
+    const TimersFireWhile timeIsOver([this] { return log.HasLines(); });
     struct {
         std::string bytes;
         const char* message;
@@ -299,7 +299,7 @@ TEST_F(Exchange, AMalformedReplyEndsAsALostConnectionWhenTheServerCloses) {
 
 TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
     std::atomic<bool> asked = false;
-    const TimersFireWhen timeIsOver([&] { return asked.load(); });
+    const TimersFireWhile timeIsOver([&] { return asked.load(); });
     std::optional<Failing> failing;
     t_beforeSending = [&] { failing.emplace("CFDictionaryCreateMutable"); };
     EXPECT_EQ(SendTo([&](Connection& connection) {
@@ -314,7 +314,7 @@ TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
 
 // ---- failing steps ----
 
-TEST_F(Exchange, AFailedOneEmptiesTheCallersReply) {
+TEST_F(Exchange, AFailedExchangeSetsTheCallersReplyToNull) {
     SetProcesses({{1, "init"}});
     const auto earlier = Dictionary();
     CFDictionaryRef slot = earlier;
@@ -322,7 +322,7 @@ TEST_F(Exchange, AFailedOneEmptiesTheCallersReply) {
     EXPECT_EQ(slot, nullptr);
 }
 
-TEST_F(Exchange, WithoutRoomToAskForNoReplyIsNotSent) {
+TEST_F(Exchange, WithoutMemoryForTheNoReplyKeyNothingIsSent) {
     const RefusedKey refused("no reply");
     EXPECT_EQ(TakeChain(SendMessageToChangerServer(message, nullptr)),
               Chain{Raised("fail create copy of message dict", "SendMessageToChangerServer")});
@@ -397,8 +397,8 @@ TEST_P(ExchangeStep, FailsTheExchange) {
 }
 
 // Wherever memory ends, the exchange ends too, in order; whatever was lost on the way is logged.
-TEST_F(Exchange, EndsWhereverMemoryEnds) {
-    const TimersFireWhen timeIsOver([this] { return log.HasLines(); });
+TEST_F(Exchange, FailsCleanlyWhicheverAllocationFails) {
+    const TimersFireWhile timeIsOver([this] { return log.HasLines(); });
     const auto list = Dictionary({{"key", "a value"}, {"error code", 5}, {"error string", "why"}});
     VErrLink* err = nullptr;
     CFDictionaryRef received = nullptr;
@@ -425,7 +425,7 @@ TEST_F(Exchange, EndsWhereverMemoryEnds) {
 
 // ---- several at once ----
 
-TEST_F(Exchange, ThreadsDoNotDisturbEachOther) {
+TEST_F(Exchange, ConcurrentExchangesGetTheirOwnReplies) {
     constexpr int kThreads = 3;
     constexpr int kRounds = 15;
     const Script echo = [](Connection& connection) {
@@ -451,7 +451,7 @@ TEST_F(Exchange, ThreadsDoNotDisturbEachOther) {
 }
 
 // A callout of the main loop that sends a request waits in a run of its own inside the other.
-TEST_F(Exchange, InsideACalloutServesOtherTimersAndStopsOnlyItsOwnRun) {
+TEST_F(Exchange, ANestedExchangeRunsOtherTimersAndStopsOnlyItsOwnLoop) {
     std::vector<std::string> told;
     std::atomic<bool> ticked = false;
     ScriptedServer server(SocketPath(), {[&](Connection& connection) {

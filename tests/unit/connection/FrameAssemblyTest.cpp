@@ -130,34 +130,34 @@ void ExpectHoweverCut(const std::string& bytes, const Events& expected) {
 
 // ---- well-formed streams ----
 
-TEST(FrameAssembly, OneFrameHoweverCut) {
+TEST(FrameAssembly, OneFrameIsAssembledHoweverItIsSplit) {
     ExpectHoweverCut(FrameOf("a payload"), {"a payload"});
 }
 
-TEST(FrameAssembly, TwoGluedFramesHoweverCut) {
+TEST(FrameAssembly, TwoAdjacentFramesAreAssembledHoweverTheyAreSplit) {
     ExpectHoweverCut(FrameOf("one") + FrameOf("the second"), {"one", "the second"});
 }
 
-TEST(FrameAssembly, ThreeGluedFramesHoweverCut) {
+TEST(FrameAssembly, ThreeAdjacentFramesAreAssembledHoweverTheyAreSplit) {
     ExpectHoweverCut(FrameOf("one") + FrameOf("the second") + FrameOf("3"),
                      {"one", "the second", "3"});
 }
 
-TEST(FrameAssembly, APayloadMayHoldFrames) {
+TEST(FrameAssembly, APayloadThatContainsFramesIsNotSplit) {
     const std::string inner = FrameOf("inner");
     ExpectHoweverCut(FrameOf(inner) + FrameOf(inner.substr(0, 6)), {inner, inner.substr(0, 6)});
 }
 
-TEST(FrameAssembly, EmptyPayloadsHoweverCut) {
+TEST(FrameAssembly, EmptyPayloadsAreAssembledHoweverTheyAreSplit) {
     ExpectHoweverCut(FrameOf("") + FrameOf("") + FrameOf("x"), {"", "", "x"});
 }
 
-TEST(FrameAssembly, TheReservedFieldIsNotLookedAt) {
+TEST(FrameAssembly, TheReservedFieldIsIgnored) {
     EXPECT_THAT(Gather({HeaderBytes({.reserved = 0xFFFF, .dataLength = 1}) + "x"}),
                 ElementsAre("x"));
 }
 
-TEST(FrameAssembly, NothingIsLeftBetweenFrames) {
+TEST(FrameAssembly, NoStateIsKeptBetweenFrames) {
     Reader reader;
     reader.Take(FrameOf("one"));
     EXPECT_TRUE(reader.IsBetweenFrames());
@@ -166,7 +166,7 @@ TEST(FrameAssembly, NothingIsLeftBetweenFrames) {
 }
 
 // Whatever the writer sends in one go and the reader reads in one go.
-TEST(FrameAssembly, FramesOverASocketPair) {
+TEST(FrameAssembly, FramesSentOverASocketPairAreAssembled) {
     std::string stream;
     Events expected;
     for (int i = 0; i < 200; ++i) {
@@ -219,7 +219,7 @@ TEST(FrameAssembly, AHeaderSizeOfThirteenSkipsAByte) {
                      {"", "next"});
 }
 
-TEST(FrameAssembly, TheLargestHeaderSizeIsSkippedHoweverCut) {
+TEST(FrameAssembly, ABodyBehindTheLargestHeaderIsFoundHoweverItIsSplit) {
     const std::string bytes = HeaderBytes({.headerSize = 65535, .dataLength = 4}) +
                               std::string(65535 - 12, '-') + "data" + FrameOf("next");
     for (const std::size_t cut :
@@ -239,13 +239,13 @@ TEST(FrameAssembly, APayloadShorterThanTheHeaderBytesInItIsTooLong) {
 
 // ---- data lengths ----
 
-TEST(FrameAssembly, ALengthOfFourGigabytesIsNotReserved) {
+TEST(FrameAssembly, ALengthOfFourGigabytesAllocatesNothingInAdvance) {
     g_capacity = -1;
     EXPECT_THAT(Gather({HeaderBytes({.dataLength = 0xFFFFFFFF}) + "start", "more"}), IsEmpty());
     EXPECT_EQ(g_capacity, 0);
 }
 
-TEST(FrameAssembly, GatheringEndsAtABound) {
+TEST(FrameAssembly, APayloadLongerThanTheLimitFailsWithNoMemory) {
     constexpr CFIndex kBound = 256 * 1024 * 1024;
     Reader reader;
     reader.Take(HeaderBytes({.dataLength = 0xFFFFFFFF}));
@@ -260,7 +260,7 @@ TEST(FrameAssembly, GatheringEndsAtABound) {
 
 // ---- malformed streams ----
 
-TEST(FrameAssembly, AWrongByteAnywhereInTheSignatureIsFoundAtOnce) {
+TEST(FrameAssembly, AWrongByteInTheSignatureFailsAtThatByte) {
     const std::string frame = FrameOf("payload");
     for (std::size_t wrong = 0; wrong < 4; ++wrong) {
         std::string bytes = frame;
@@ -352,21 +352,21 @@ ReadPayload ReadList(std::string_view payload) {
     return read;
 }
 
-TEST(FramePayload, IsAPropertyList) {
+TEST(FramePayload, APayloadIsReadAsAPropertyList) {
     const auto list = Dictionary({{"command", "eject disc"}, {"Changer GUID", 7}});
     const ReadPayload read = ReadList(XmlOf(list));
     EXPECT_EQ(XmlOf(read.list), XmlOf(list));
     EXPECT_EQ(read.error, "(none)");
 }
 
-TEST(FramePayload, ThatIsNoneFailsWithTheParsersWords) {
+TEST(FramePayload, APayloadThatIsNoPropertyListFailsWithTheParsersText) {
     const ReadPayload read = ReadList("<plist><dict></plist>");
     EXPECT_EQ(read.list, nullptr);
     EXPECT_THAT(read.error, testing::HasSubstr("on line 1"));
     EXPECT_EQ(ReadList("").error, "Cannot parse a NULL or zero-length data");
 }
 
-TEST(FramePayload, WithoutMemoryThereIsNoListAndPerhapsNoWords) {
+TEST(FramePayload, WithoutMemoryThereIsNoListAndPerhapsNoErrorText) {
     FrameAssembly frame = {CFDataCreateMutable(nullptr, 0), {}, 0};
     const std::string payload = XmlOf(Dictionary({{"key", "a long enough text"}}));
     CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
@@ -390,7 +390,7 @@ TEST(CreateFrame, PutsTheHeaderBeforeThePayload) {
     EXPECT_EQ(bytes, FrameOf("<xml>"));
 }
 
-TEST(CreateFrame, WithoutMemoryIsNone) {
+TEST(CreateFrame, WithoutMemoryThereIsNoFrame) {
     const auto payload = Bytes(std::string(1000, 'x'));
     CFDataRef frame = nullptr;
     const std::size_t runs =

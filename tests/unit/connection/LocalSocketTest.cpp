@@ -35,24 +35,24 @@ std::string AddressBytes(const std::string& path) {
             static_cast<std::size_t>(CFDataGetLength(address))};
 }
 
-TEST(LocalSocketAddress, HasItsLengthItsFamilyAndThePath) {
+TEST(LocalSocketAddress, HasLengthFamilyAndPath) {
     EXPECT_EQ(kLocalSocketPathSize, 104u);
     std::string expected = std::string("\x6A\x01") + "/tmp/socket";
     expected.resize(106);
     EXPECT_EQ(AddressBytes("/tmp/socket"), expected);
 }
 
-TEST(LocalSocketAddress, CutsALongPathAndEndsIt) {
+TEST(LocalSocketAddress, TruncatesALongPathAndTerminatesIt) {
     const std::string path(200, 'p');
     EXPECT_EQ(AddressBytes(path), "\x6A\x01" + path.substr(0, 103) + '\0');
 }
 
-TEST(LocalSocketAddress, IsNoneWithoutMemory) {
+TEST(LocalSocketAddress, IsNullWithoutMemory) {
     const AllocationFault fault(1);
     EXPECT_EQ(CreateLocalSocketAddress("/tmp/socket"), nullptr);
 }
 
-TEST(LocalSocket, ClosingNoneReleasesNothing) {
+TEST(LocalSocket, ClosingANullSocketReleasesNothing) {
     g_releasedNull = 0;
     CloseLocalSocket(nullptr);
     EXPECT_EQ(g_releasedNull, 0);

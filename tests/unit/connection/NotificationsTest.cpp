@@ -5,9 +5,9 @@
 #include "AllocationFaults.h"
 #include "Frames.h"
 #include "ProcessTable.h"
-#include "RecordedTimers.h"
 #include "ScriptedServer.h"
 #include "Seams.h"
+#include "TimerControl.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 
@@ -103,8 +103,8 @@ protected:
         self->told.push_back(Kind + (" " + xml.substr(begin, xml.rfind("\n</plist>") - begin)));
     }
 
-    const TimersFireWhen theyTick{[] { return true; }};
-    const int timersBefore = CountAskedTimers();
+    const TimersFireWhile theyTick{[] { return true; }};
+    const int timersBefore = CountTimers();
     ChangerNotificationSubscription* subscription = nullptr;
     std::vector<std::string> told;
     LogCapture log;
@@ -116,7 +116,7 @@ TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
     EXPECT_THAT(Subscribe(), IsEmpty());
     EXPECT_TRUE(IsCycling());
     EXPECT_EQ(CountTableCalls(), 0);
-    const AskedTimer asked = LastAskedTimer();
+    const RecordedTimer asked = LastTimer();
     EXPECT_EQ(asked.fireDate, kNow);
     EXPECT_EQ(asked.interval, 1.0);
     EXPECT_EQ(asked.flags, 0u);
@@ -124,7 +124,7 @@ TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
     EXPECT_EQ(asked.callout, TryNotificationConnect);
 }
 
-TEST_F(Notifications, ConnectionKnowsTheProcessThatItLeadsTo) {
+TEST_F(Notifications, ConnectionRecordsTheProcessIdOfTheServer) {
     for (const int pid : {kServer, kRestarted}) {
         ScriptedServer server(SocketPath(pid),
                               {[](Connection& connection) { connection.WaitForEnd(); }});
@@ -149,7 +149,7 @@ TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
                           {[](Connection& connection) { connection.WaitForEnd(); }});
     LetServerRun(kServer);
     RunUntil([this] { return IsConnected(); });
-    EXPECT_EQ(CountAskedTimers() - timersBefore, 1); // one timer for all attempts
+    EXPECT_EQ(CountTimers() - timersBefore, 1); // one timer for all attempts
     Unsubscribe();
 }
 
@@ -164,7 +164,7 @@ TEST_F(Notifications, ASecondCycleIsNotStarted) {
     const CFRunLoopTimerRef timer = subscription->connectTimer;
     EXPECT_THAT(TakeChain(StartNotificationConnectCycle(subscription)), IsEmpty());
     EXPECT_EQ(subscription->connectTimer, timer);
-    EXPECT_EQ(CountAskedTimers() - timersBefore, 1);
+    EXPECT_EQ(CountTimers() - timersBefore, 1);
 }
 
 TEST_F(Notifications, ATickOnAConnectedSubscriptionEndsTheCycle) {
@@ -217,7 +217,7 @@ protected:
     }
 };
 
-TEST_F(NotificationsStall, FollowsAProcessTableThatCannotBeRead) {
+TEST_F(NotificationsStall, AProcessTableThatCannotBeReadEndsTheCycle) {
     AnswerProcessTable({{ENFILE, {}}});
     ExpectStallAfter(
         {"ChangerServerMessages:123, GetChangerServerPID: unable to get BSD process list (err = "
@@ -227,13 +227,13 @@ TEST_F(NotificationsStall, FollowsAProcessTableThatCannotBeRead) {
          Logged("TryNotificationConnect", "fail get notifcation socket (err = 23)")});
 }
 
-TEST_F(NotificationsStall, FollowsAnAddressThatCannotBeMade) {
+TEST_F(NotificationsStall, AnAddressThatCannotBeMadeEndsTheCycle) {
     const Failing failing("CFDataCreate");
     ExpectStallAfter({Logged("ConnectServerNotificationSocket", "fail create socketAddrData"),
                       Logged("TryNotificationConnect", "fail get notifcation socket")});
 }
 
-TEST_F(NotificationsStall, FollowsASourceThatCannotBeMadeAndClosesTheConnection) {
+TEST_F(NotificationsStall, ASourceThatCannotBeMadeEndsTheCycleAndTheConnection) {
     ScriptedServer server(SocketPath(kServer),
                           {[](Connection& connection) { connection.WaitForEnd(); }});
     const Failing failing("CFSocketCreateRunLoopSource");
@@ -262,7 +262,7 @@ TEST_F(Notifications, AConnectionThatFailsHasACodeOfItsOwn) {
 
 // ---- connected: what is delivered ----
 
-TEST_F(Notifications, DeliversWhatTheServerPushesHoweverItIsCut) {
+TEST_F(Notifications, DeliversNotificationsHoweverTheStreamIsSplit) {
     std::string stream;
     std::vector<std::string> expected;
     for (int i = 0; i < 60; ++i) {
@@ -311,7 +311,7 @@ TEST_F(NotificationChunk, SkipsAKeyWithoutCallback) {
     EXPECT_THAT(told, ElementsAre("p <string>b</string>"));
 }
 
-TEST_F(NotificationChunk, HandsOnValuesOfAnyType) {
+TEST_F(NotificationChunk, PassesOnValuesOfAnyType) {
     CallOut(FrameOfList(Dictionary(
         {{"changer list", true}, {"root preferences", 7}, {"changer info", Dictionary()}})));
     EXPECT_THAT(told, ElementsAre("l <true/>", "p <integer>7</integer>", "i <dict/>"));
@@ -322,7 +322,7 @@ TEST_F(NotificationChunk, DropsAListThatIsNoDictionary) {
     EXPECT_THAT(told, IsEmpty());
 }
 
-TEST_F(NotificationChunk, MayHoldSeveralNotificationsAndAPart) {
+TEST_F(NotificationChunk, SeveralFramesAndAPartOfOneAreDelivered) {
     const std::string third = Notification("changer info", 3);
     CallOut(Notification("changer list", 1) + Notification("changer info", 2) +
             third.substr(0, 20));
@@ -332,7 +332,7 @@ TEST_F(NotificationChunk, MayHoldSeveralNotificationsAndAPart) {
                                   "i <integer>3</integer>"));
 }
 
-TEST_F(NotificationChunk, MalformedCostsOnlyItself) {
+TEST_F(NotificationChunk, AMalformedFrameIsLoggedAndTheNextFrameDelivered) {
     struct {
         std::string chunk;
         const char* message;
@@ -355,13 +355,13 @@ TEST_F(NotificationChunk, MalformedCostsOnlyItself) {
     }
 }
 
-TEST_F(NotificationChunk, MalformedInTheMiddleCostsOnlyItself) {
+TEST_F(NotificationChunk, AMalformedFrameBetweenTwoOthersIsDroppedAlone) {
     CallOut(Notification("changer list", 1) + FrameOf("no list") + Notification("changer list", 2));
     EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
     EXPECT_EQ(log.Take().size(), 2u);
 }
 
-TEST_F(NotificationChunk, RefusedByTheParserWithoutAWordIsToldAsNull) {
+TEST_F(NotificationChunk, AParserWithoutAnErrorTextIsLoggedAsNull) {
     {
         const Failing failing("CFPropertyListCreateFromXMLData");
         CallOut(Notification("changer list", 1));
@@ -374,7 +374,7 @@ TEST_F(NotificationChunk, RefusedByTheParserWithoutAWordIsToldAsNull) {
     EXPECT_THAT(told, IsEmpty());
 }
 
-TEST_F(NotificationChunk, WithoutMemoryCostsOnlyItself) {
+TEST_F(NotificationChunk, AFrameWithoutMemoryIsLoggedAndTheNextFrameDelivered) {
     {
         const Failing failing("CFDataCreateMutable");
         CallOut(Notification("changer list", 1));
@@ -388,7 +388,7 @@ TEST_F(NotificationChunk, WithoutMemoryCostsOnlyItself) {
     EXPECT_THAT(told, ElementsAre("l <integer>2</integer>"));
 }
 
-TEST_F(NotificationChunk, OfAnotherTypeIsRefused) {
+TEST_F(NotificationChunk, ACalloutOfAnotherTypeIsRefused) {
     // What other types pass is no data, and must not be looked at.
     const auto* notData = reinterpret_cast<const void*>(std::uintptr_t{16});
     ServerNotificationSocketCallBack(nullptr, 2, nullptr, notData, subscription);
@@ -422,14 +422,14 @@ TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
     EXPECT_TRUE(IsConnected());
     EXPECT_NE(subscription->source, kept.Get());
     EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
-    EXPECT_EQ(CountAskedTimers() - timersBefore, 2);
-    EXPECT_EQ(LastAskedTimer().fireDate, kNow); // at once
-    EXPECT_EQ(LastAskedTimer().interval, 1.0);
+    EXPECT_EQ(CountTimers() - timersBefore, 2);
+    EXPECT_EQ(LastTimer().fireDate, kNow); // at once
+    EXPECT_EQ(LastTimer().interval, 1.0);
     Unsubscribe();
     EXPECT_EQ(static_cast<const cf::Object*>(CFTypeRef(kept.Get()))->references, 2);
 }
 
-TEST_F(Notifications, ForgetsHalfAFrameOfTheConnectionBefore) {
+TEST_F(Notifications, DropsAPartialFrameOfTheLastConnection) {
     const std::string frame = Notification("changer list", 1);
     std::atomic<bool> mayEnd = false;
     ScriptedServer server(SocketPath(kServer), {[&](Connection& connection) {

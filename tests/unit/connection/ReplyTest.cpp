@@ -69,7 +69,7 @@ protected:
 
 // ---- chunks ----
 
-TEST_F(Reply, IsHandedOutWhenItsLastByteIsThere) {
+TEST_F(Reply, FrameIsReturnedOnceItsLastByteHasArrived) {
     const auto list = Dictionary({{"mount path", "/mnt"}});
     const std::string frame = FrameOfList(list);
     EXPECT_THAT(Handle(frame.substr(0, 5)), IsEmpty());
@@ -81,7 +81,7 @@ TEST_F(Reply, IsHandedOutWhenItsLastByteIsThere) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, ThatNobodyAskedForIsParsedAndDropped) {
+TEST_F(Reply, FrameWithoutACallersSlotIsParsedAndDropped) {
     EXPECT_THAT(
         TakeChain(HandleChangerServerSocketData(Bytes(FrameOfList(Dictionary())), nullptr, &info)),
         IsEmpty());
@@ -92,51 +92,51 @@ TEST_F(Reply, ThatNobodyAskedForIsParsedAndDropped) {
         ElementsAre(testing::StartsWith("fail make property list from XML data (")));
 }
 
-TEST_F(Reply, WithAnotherSignatureIsRefused) {
+TEST_F(Reply, FrameWithAnotherSignatureIsRefused) {
     EXPECT_EQ(Handle("hello"), DataChain("invalid message header on data received"));
     EXPECT_EQ(info.frame.pendingData, nullptr);
 }
 
-TEST_F(Reply, WithAByteTooManyIsRefused) {
+TEST_F(Reply, FrameFollowedByAnExtraByteIsRefused) {
     EXPECT_EQ(Handle(FrameOfList(Dictionary()) + "x"), DataChain("inconsitent data length"));
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(t_stops, 0);
 }
 
-TEST_F(Reply, ThatIsNoPropertyListIsRefusedWithTheParsersWords) {
+TEST_F(Reply, PayloadThatIsNoPropertyListIsRefusedWithTheParsersText) {
     EXPECT_EQ(Handle(FrameOf("")),
               DataChain("fail make property list from XML data (Cannot parse a NULL or "
                         "zero-length data)"));
     EXPECT_EQ(info.frame.pendingData, nullptr);
 }
 
-TEST_F(Reply, ThatTheParserRefusesWithoutAWordIsToldAsNull) {
+TEST_F(Reply, ParserWithoutAnErrorTextIsReportedAsNull) {
     const Failing failing("CFPropertyListCreateFromXMLData");
     EXPECT_EQ(Handle(FrameOfList(Dictionary())),
               DataChain("fail make property list from XML data (NULL)"));
     EXPECT_EQ(info.frame.pendingData, nullptr);
 }
 
-TEST_F(Reply, ThatFindsNoMemoryIsRefused) {
+TEST_F(Reply, FrameWithoutMemoryIsRefused) {
     const Failing failing("CFDataCreateMutable");
     EXPECT_EQ(Handle(FrameOfList(Dictionary())), DataChain("fail alloc pending socket data"));
 }
 
-TEST_F(Reply, MayFollowAMalformedOne) {
+TEST_F(Reply, FrameAfterAMalformedOneIsTheReply) {
     EXPECT_EQ(Handle("hello").size(), 1u);
     EXPECT_EQ(Handle(FrameOf("<x>")).size(), 1u);
     EXPECT_THAT(Handle(FrameOfList(Dictionary({{"key", 1}}))), IsEmpty());
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
 }
 
-TEST_F(Reply, IsTheFirstOfTwo) {
+TEST_F(Reply, FirstOfTwoFramesIsTheReply) {
     EXPECT_THAT(
         Handle(FrameOfList(Dictionary({{"key", 1}})) + FrameOfList(Dictionary({{"key", 2}}))),
         IsEmpty());
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
 }
 
-TEST_F(Reply, BeginsWhereTheHeaderSaysSo) {
+TEST_F(Reply, PayloadBeginsAtTheHeaderSizeOfItsFrame) {
     const std::string payload = XmlOf(Dictionary({{"key", 1}}));
     EXPECT_THAT(Handle(HeaderBytes({.headerSize = 20,
                                     .dataLength = static_cast<std::uint32_t>(payload.size())}) +
@@ -147,13 +147,13 @@ TEST_F(Reply, BeginsWhereTheHeaderSaysSo) {
 
 // ---- the socket's callout ----
 
-TEST_F(Reply, CalloutHandsOutTheReply) {
+TEST_F(Reply, CalloutReturnsTheReplyAndStopsTheLoop) {
     CallOut(FrameOfList(Dictionary({{"key", 1}})));
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, CalloutLogsWhatIsMalformed) {
+TEST_F(Reply, CalloutLogsAMalformedFrame) {
     CallOut("hello");
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(t_stops, 0);
@@ -178,7 +178,7 @@ TEST_F(Reply, EndOfStreamIsALostConnection) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, EndOfStreamWithoutMemoryIsLoggedAndLeftToTheTimer) {
+TEST_F(Reply, EndOfStreamWithoutMemoryIsLoggedAndLeavesTheLoopRunning) {
     const Failing failing("CFDictionaryCreateMutable");
     CallOut("");
     EXPECT_EQ(reply, nullptr);
@@ -198,7 +198,7 @@ TEST_F(Reply, TimerPutsATimeOutIntoAnEmptySlot) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, TimerLeavesAReplyAlone) {
+TEST_F(Reply, TimerLeavesAReplyUnchanged) {
     const auto list = Dictionary({{"key", 1}});
     CFDictionaryRef slot = list;
     HandleSocketTimeout(nullptr, &slot);
@@ -211,7 +211,7 @@ TEST_F(Reply, TimerWithoutSlotOnlyStops) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, TimerWithoutMemoryIsLoggedAndStopsAllTheSame) {
+TEST_F(Reply, TimerWithoutMemoryIsLoggedAndStopsTheLoop) {
     const Failing failing("CFDictionaryCreateMutable");
     HandleSocketTimeout(nullptr, reply.Out());
     EXPECT_EQ(reply, nullptr);
@@ -233,13 +233,13 @@ Chain CreateWithFailing(const char* function) {
     return chain;
 }
 
-TEST_F(Reply, MadeHereHoldsCodeAndText) {
+TEST_F(Reply, ErrorReplyHasCodeAndText) {
     CFOwned<CFMutableDictionaryRef> dict;
     EXPECT_THAT(TakeChain(CreateErrReplyDict(-2, "zwölf", dict.Out())), IsEmpty());
     EXPECT_EQ(XmlOf(dict), XmlOf(ErrorReply(-2, "zwölf")));
 }
 
-TEST_F(Reply, MadeHereIsNoneWhenAStepFails) {
+TEST_F(Reply, ErrorReplyIsNullWhenAStepFails) {
     EXPECT_EQ(CreateWithFailing("CFDictionaryCreateMutable"),
               (Chain{{"fail create error dict", "CreateErrReplyDict", kMessages}}));
     EXPECT_EQ(CreateWithFailing("CFNumberCreate"),
@@ -267,24 +267,24 @@ Chain ReadFailure(CFDictionaryRef reply) {
     return chain;
 }
 
-TEST_F(Reply, WithoutCodeOrWithZeroIsSuccess) {
+TEST_F(Reply, WithoutErrorCodeOrWithZeroIsSuccess) {
     EXPECT_THAT(ReplyError(Dictionary()), IsEmpty());
     EXPECT_THAT(ReplyError(Dictionary({{"error string", "ignored"}})), IsEmpty());
     EXPECT_THAT(ReplyError(ErrorReply(0, "ignored")), IsEmpty());
 }
 
-TEST_F(Reply, WithACodeIsItsError) {
+TEST_F(Reply, WithAnErrorCodeRaisesThatCodeAndText) {
     EXPECT_EQ(ReplyError(ErrorReply(kVErrFacilityBase + 1021, "busy")),
               (Chain{{"busy", "GetMessageReplyErr", kMessages, kVErrFacilityBase + 1021}}));
     EXPECT_EQ(ReplyError(ErrorReply(-1, "")), (Chain{{"", "GetMessageReplyErr", kMessages, -1}}));
 }
 
-TEST_F(Reply, WithoutTextSaysThatAnErrorHasOccurred) {
+TEST_F(Reply, WithoutErrorTextRaisesTheDefaultText) {
     EXPECT_EQ(ReplyError(Dictionary({{"error code", 5}})),
               (Chain{{"an error has occurred", "GetMessageReplyErr", kMessages, 5}}));
 }
 
-TEST_F(Reply, TextIsAFormatWithoutArguments) {
+TEST_F(Reply, ErrorTextIsAFormatWithoutArguments) {
     struct {
         const char* sent;
         const char* read;
@@ -303,7 +303,7 @@ TEST_F(Reply, TextIsAFormatWithoutArguments) {
                   (Chain{{each.read, "GetMessageReplyErr", kMessages, 5}}));
 }
 
-TEST_F(Reply, TextIsNoFormatEitherWhenItIsLoggedForWantOfMemory) {
+TEST_F(Reply, ErrorTextIsNoFormatWhenLoggedWithoutMemoryForItsLink) {
     const auto list = ErrorReply(5, "100%% %s %n");
     VErrLink* replyErr = nullptr;
     VErrLink* err = nullptr;
@@ -318,13 +318,13 @@ TEST_F(Reply, TextIsNoFormatEitherWhenItIsLoggedForWantOfMemory) {
         ElementsAre("100% %s %n", "err = 5", "ChangerServerMessages:123, GetMessageReplyErr"));
 }
 
-TEST_F(Reply, CodeThatIsNoNumberIsAFailureToRead) {
+TEST_F(Reply, ErrorCodeThatIsNoNumberFailsTheReading) {
     for (const Value& code : {Value("5"), Value(true), Value(Array())})
         EXPECT_EQ(ReadFailure(Dictionary({{"error code", code}})),
                   (Chain{{"fail convert CFNumber to VErrCode", "GetMessageReplyErr", kMessages}}));
 }
 
-TEST_F(Reply, TextThatIsNoStringIsAFailureToRead) {
+TEST_F(Reply, ErrorTextThatIsNoStringFailsTheReading) {
     EXPECT_EQ(ReadFailure(Dictionary({{"error code", 5}, {"error string", 7}})),
               (Chain{{"can't convert the string to the requested encoding",
                       "CFHAllocCStringFromCFString", "common/CFHelpers", kVErrCodeStringEncoding},
@@ -332,7 +332,7 @@ TEST_F(Reply, TextThatIsNoStringIsAFailureToRead) {
                       kMessages, kVErrCodeStringEncoding}}));
 }
 
-TEST_F(Reply, ThatIsNoDictionaryTellsOfNoError) {
+TEST_F(Reply, ListThatIsNoDictionaryIsSuccess) {
     const auto array = Array({1});
     EXPECT_THAT(ReplyError(reinterpret_cast<CFDictionaryRef>(array.Get())), IsEmpty());
 }

@@ -3,6 +3,8 @@
 
 /* The other end of a channel: a listening local socket whose connections follow scripts. */
 
+#include "support/NotCopyable.h"
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -33,11 +35,9 @@ private:
 using Script = std::function<void(Connection&)>;
 
 /* Serves one connection after the other, each by the next script; then it takes no more. */
-class ScriptedServer {
+class ScriptedServer : NotCopyable {
 public:
     ScriptedServer(const std::string& path, std::vector<Script> scripts);
-    ScriptedServer(const ScriptedServer&) = delete;
-    ScriptedServer& operator=(const ScriptedServer&) = delete;
     ~ScriptedServer();
 
     // Until the scripts are played.

@@ -3,16 +3,16 @@
 
 /* Calls to the platform that fail when a test says so. */
 
+#include "support/NotCopyable.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <functional>
 
 /* While it lives, this thread's calls of one function fail. */
-class Failing {
+class Failing : NotCopyable {
 public:
     explicit Failing(const char* function);
-    Failing(const Failing&) = delete;
-    Failing& operator=(const Failing&) = delete;
     ~Failing();
 
     static bool Is(const char* function);
@@ -21,11 +21,9 @@ public:
 /*
  * While it lives, calls the function before this thread sends data, with the time-out in seconds.
  */
-class OnSending {
+class OnSending : NotCopyable {
 public:
     explicit OnSending(std::function<void(CFTimeInterval timeout)> function);
-    OnSending(const OnSending&) = delete;
-    OnSending& operator=(const OnSending&) = delete;
     ~OnSending();
 };
 

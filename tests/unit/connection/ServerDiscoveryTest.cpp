@@ -49,7 +49,7 @@ ReadList ReadProcesses() {
 
 // ---- the table ----
 
-TEST(ProcessList, HoldsTheTableInItsOrder) {
+TEST(ProcessList, KeepsTheOrderOfTheTable) {
     SetProcesses({{1, "init"}, {70, "carouseld"}, {9, "sh"}});
     const ReadList read = ReadProcesses();
     EXPECT_EQ(read.error, 0);
@@ -126,7 +126,7 @@ TEST(ProcessList, FailsWithoutMemory) {
     EXPECT_EQ(CountTableCalls(), 1);
 }
 
-TEST(ProcessListDeathTest, EndsTheProcessWhenCalledWrongly) {
+TEST(ProcessListDeathTest, WrongArgumentsEndTheProcess) {
     kinfo_proc record = {};
     kinfo_proc* list = nullptr;
     kinfo_proc* used = &record;

@@ -191,7 +191,7 @@ TEST_F(DirectoryInfo, WithoutAGuidIsNoRoot) {
     EXPECT_FALSE(IsRoot());
 }
 
-TEST_F(DirectoryInfo, ATopThatIsNoDictionaryIsNoRoot) {
+TEST_F(DirectoryInfo, AListThatIsNoDictionaryIsNoRoot) {
     for (const std::string& content : {XmlOf(Array({7})), XmlOf(Text("Changer GUID"))}) {
         WriteRootInfo(content);
         UInt64 guid = 0;
@@ -201,7 +201,7 @@ TEST_F(DirectoryInfo, ATopThatIsNoDictionaryIsNoRoot) {
     }
 }
 
-TEST_F(DirectoryInfo, AFileThatDoesNotParseTellsTheReadersText) {
+TEST_F(DirectoryInfo, AFileThatDoesNotParseRaisesTheParsersText) {
     for (const char* content :
          {"", "rubbish", "<plist><dict>", "bplist00", "{ \"Changer GUID\" = 7; }"}) {
         WriteRootInfo(content);
@@ -215,7 +215,7 @@ TEST_F(DirectoryInfo, AFileThatDoesNotParseTellsTheReadersText) {
     }
 }
 
-TEST_F(DirectoryInfo, AReaderWithoutATextIsToldAsNull) {
+TEST_F(DirectoryInfo, AParserWithoutAnErrorTextIsReportedAsNull) {
     WriteRootInfo("");
     g_readWithoutText = true;
     UInt64 guid = 0;
@@ -308,7 +308,7 @@ TEST_F(DirectoryInfo, ReadsOnlyTheOutputsThatAreGiven) {
     EXPECT_EQ(writable, 1);
 }
 
-TEST_F(DirectoryInfo, TheFirstValueThatFailsEndsTheReading) {
+TEST_F(DirectoryInfo, TheFirstInvalidValueEndsTheReading) {
     WriteMediaInfo(Dictionary({{"Changer GUID", 7},
                                {"Storage Element Index", 12},
                                {"Partition Id", 3},
@@ -325,7 +325,7 @@ TEST_F(DirectoryInfo, TheFirstValueThatFailsEndsTheReading) {
     EXPECT_EQ(writable, 5);
 }
 
-TEST_F(DirectoryInfo, EachKeyMustBeThere) {
+TEST_F(DirectoryInfo, EachMissingKeyFailsTheReading) {
     struct Case {
         const char* key;
         const char* message;

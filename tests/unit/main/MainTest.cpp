@@ -126,7 +126,7 @@ protected:
 
 // ---- stages ----
 
-TEST_F(DaemonMain, BringsTheStagesUpRunsAndTakesThemDownInReverse) {
+TEST_F(DaemonMain, InitializesTheModulesRunsAndTerminatesThemInReverse) {
     Run({"trayprobed"});
     EXPECT_THAT(g_calls,
                 ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
@@ -135,13 +135,13 @@ TEST_F(DaemonMain, BringsTheStagesUpRunsAndTakesThemDownInReverse) {
                             "TermChangerFSCacheState", "TermMediaIdState", "TermVErrSystem"));
 }
 
-TEST_F(DaemonMain, WithoutTheErrorFacilityLogsOneLineAndDoesNothingElse) {
+TEST_F(DaemonMain, WithoutTheErrorFacilityOneLineIsLoggedAndNothingIsInitialized) {
     RunWithFailing("InitVErrSystem");
     EXPECT_THAT(g_calls, ElementsAre("InitVErrSystem"));
     EXPECT_THAT(log.Take(), ElementsAre("main: fail start VErr system\n"));
 }
 
-TEST_F(DaemonMain, AFailingMediaIdStateEndsItAll) {
+TEST_F(DaemonMain, AFailingMediaIdStateEndsTheProgram) {
     RunWithFailing("InitMediaIdState");
     EXPECT_THAT(g_calls, ElementsAre("InitVErrSystem", "InitMediaIdState", "TermVErrSystem"));
     EXPECT_THAT(log.TakeWithoutLineNumbers(),
@@ -149,7 +149,7 @@ TEST_F(DaemonMain, AFailingMediaIdStateEndsItAll) {
                             "trayprobed_main:123, main: fail InitMediaIdState (err = 11)"));
 }
 
-TEST_F(DaemonMain, AFailingCacheStateTakesDownTheStageBefore) {
+TEST_F(DaemonMain, AFailingCacheStateTerminatesTheModuleBefore) {
     RunWithFailing("InitChangerFSCacheState");
     EXPECT_THAT(g_calls,
                 ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
@@ -159,7 +159,7 @@ TEST_F(DaemonMain, AFailingCacheStateTakesDownTheStageBefore) {
                             "trayprobed_main:123, main: fail InitChangerFSCacheState (err = 11)"));
 }
 
-TEST_F(DaemonMain, AFailingMediaIdManagerTakesDownTheTwoStagesBefore) {
+TEST_F(DaemonMain, AFailingMediaIdManagerTerminatesTheTwoModulesBefore) {
     RunWithFailing("InitMediaIdManager");
     EXPECT_THAT(g_calls,
                 ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
@@ -170,7 +170,7 @@ TEST_F(DaemonMain, AFailingMediaIdManagerTakesDownTheTwoStagesBefore) {
                             "trayprobed_main:123, main: fail InitMediaIdManager (err = 11)"));
 }
 
-TEST_F(DaemonMain, AFailingCacheManagerTakesDownTheThreeStagesBefore) {
+TEST_F(DaemonMain, AFailingCacheManagerTerminatesTheThreeModulesBefore) {
     RunWithFailing("InitChangerFSCacheManager");
     EXPECT_THAT(g_calls,
                 ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
@@ -186,25 +186,25 @@ TEST_F(DaemonMain, AFailingCacheManagerTakesDownTheThreeStagesBefore) {
 
 const std::string kTitle("(trayprobed)", 13); // with its terminator
 
-TEST_F(DaemonMain, ReplacesALongNameAndLeavesZerosBehindTheTitle) {
+TEST_F(DaemonMain, ATitleShorterThanTheNameIsFollowedByZeros) {
     EXPECT_EQ(Run({"/usr/sbin/trayprobed"}),
               kTitle + std::string(21 - 13, '\0') + "behind the arguments");
 }
 
-TEST_F(DaemonMain, WritesTheTitleWholeOverAShortName) {
+TEST_F(DaemonMain, ATitleLongerThanTheNameIsWrittenWhole) {
     EXPECT_EQ(Run({"tray"}), kTitle + std::string("behind the arguments").substr(13 - 5));
 }
 
-TEST_F(DaemonMain, WritesTheTitleOverAnEmptyName) {
+TEST_F(DaemonMain, ATitleReplacesAnEmptyName) {
     EXPECT_EQ(Run({""}), kTitle + std::string("behind the arguments").substr(13 - 1));
 }
 
-TEST_F(DaemonMain, BlanksEveryArgument) {
+TEST_F(DaemonMain, EveryArgumentIsOverwrittenWithZeros) {
     EXPECT_EQ(Run({"tray", "--secret", "", "password"}),
               kTitle + std::string(24 - 13, '\0') + "behind the arguments");
 }
 
-TEST_F(DaemonMain, TitlesNothingWithoutArguments) {
+TEST_F(DaemonMain, WithoutArgumentsNoTitleIsWritten) {
     EXPECT_EQ(Run({}), "behind the arguments");
     EXPECT_THAT(g_calls, testing::Contains("CFRunLoopRun"));
 }

@@ -19,7 +19,7 @@ struct ReadResult {
 
 inline ReadResult ReadList(std::string_view bytes,
                            CFOptionFlags mutability = kCFPropertyListImmutable) {
-    const CFOwned data = MakeData(bytes);
+    const CFOwned data = Bytes(bytes);
     CFStringRef text = CFSTR("left as it was");
     ReadResult result;
     result.list = CFOwned(
@@ -40,7 +40,7 @@ constexpr std::string_view kXmlTrailer = "</plist>\n";
 
 /* What the document has between header and trailer. */
 inline std::string WriteBody(CFPropertyListRef list) {
-    const std::string text = WriteList(list);
+    const std::string text = XmlOf(list);
     if (!text.starts_with(kXmlHeader) || !text.ends_with(kXmlTrailer))
         return "(no document) " + text;
     return text.substr(kXmlHeader.size(), text.size() - kXmlHeader.size() - kXmlTrailer.size());

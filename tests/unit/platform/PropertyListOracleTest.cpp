@@ -99,7 +99,7 @@ private:
     std::mt19937_64 random_;
 };
 
-std::string XmlOf(plist_t list) {
+std::string LibplistXmlOf(plist_t list) {
     char* text = nullptr;
     std::uint32_t length = 0;
     plist_to_xml(list, &text, &length);
@@ -123,7 +123,7 @@ protected:
 };
 
 TEST_P(PropertyListOracle, ItsXmlIsReadAlike) {
-    const std::string xml = XmlOf(list_.get());
+    const std::string xml = LibplistXmlOf(list_.get());
     const ReadResult result = ReadList(xml);
     ASSERT_TRUE(result.list) << result.error << "\n" << xml;
     EXPECT_EQ(DifferenceOf(cf::AsObject(result.list.Get()), LibplistFromXml(xml).get()), "");

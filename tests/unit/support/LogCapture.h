@@ -8,15 +8,15 @@
  * Any thread may log. Catching a line allocates nothing, so it works while memory is short.
  */
 
+#include "support/NotCopyable.h"
+
 #include <string>
 #include <vector>
 
-class LogCapture {
+class LogCapture : NotCopyable {
 public:
     LogCapture();
     ~LogCapture();
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
 
     // Whether Take would give anything.
     bool HasLines() const;

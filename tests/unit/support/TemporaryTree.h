@@ -4,6 +4,7 @@
 /* A directory of the test's own, removed with everything in it, and the info files of changer file
    systems to put there. Paths given are relative to it. */
 
+#include "support/NotCopyable.h"
 #include "support/PropertyLists.h"
 
 #include <gtest/gtest.h>
@@ -16,15 +17,13 @@
 #include <string_view>
 #include <system_error>
 
-class TemporaryTree {
+class TemporaryTree : NotCopyable {
 public:
     TemporaryTree() {
         std::string pattern = testing::TempDir() + "trayprobed-XXXXXX";
         EXPECT_NE(mkdtemp(pattern.data()), nullptr);
         root_ = std::filesystem::canonical(pattern).string();
     }
-    TemporaryTree(const TemporaryTree&) = delete;
-    TemporaryTree& operator=(const TemporaryTree&) = delete;
     ~TemporaryTree() {
         std::error_code ignored;
         std::filesystem::remove_all(root_, ignored);

@@ -56,7 +56,7 @@ protected:
 
 // ---- the start ----
 
-TEST_F(BuildThread, OfTwoStartsOneBuilds) {
+TEST_F(BuildThread, TheSecondOfTwoStartsStartsNoBuild) {
     EXPECT_EQ(Start(), Chain());
     EXPECT_TRUE(IsBuilding(kChanger));
     EXPECT_EQ(Start(), Chain());
@@ -68,7 +68,7 @@ TEST_F(BuildThread, OfTwoStartsOneBuilds) {
     Journal::Take();
 }
 
-TEST_F(BuildThread, ChangersAreBuiltBesideEachOther) {
+TEST_F(BuildThread, TwoChangersAreBuiltConcurrently) {
     AddChanger(kOtherChanger);
     EXPECT_EQ(Start(), Chain());
     EXPECT_EQ(StartChangerFSCache(kOtherChanger), nullptr);
@@ -86,7 +86,7 @@ TEST_F(BuildThread, AnUnknownChangerIsNotBuilt) {
     EXPECT_EQ(DeferredThreads::Count(), 0U);
 }
 
-TEST_F(BuildThread, AThreadThatCannotBeMadeLeavesNothing) {
+TEST_F(BuildThread, AThreadThatCannotBeMadeLeavesNoFlag) {
     const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
                                      "pthread_create"};
     for (const char* function : functions) {
@@ -115,7 +115,7 @@ TEST_F(BuildThread, AFlagThatCannotBeSetLetsTheThreadRun) {
                 ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)")));
 }
 
-TEST_F(BuildThread, WithoutMemoryNothingIsLeftBehind) {
+TEST_F(BuildThread, AStartWithoutMemoryLeavesNoFlag) {
     std::set<std::string> newest;
     VErrLink* err = nullptr;
     SweepAllocationFaults([&](std::size_t) { err = StartChangerFSCache(kChanger); },
@@ -151,7 +151,7 @@ TEST_F(BuildThread, TheThreadWaitsForItsStarterEvenWhenTheFlagCannotBeSet) {
     EXPECT_THAT(ThreadLines(), SizeIs(1));
 }
 
-TEST_F(BuildThread, AStarterWithTheStateLockIsWaitedForToo) {
+TEST_F(BuildThread, TheThreadWaitsForAStarterThatHoldsTheStateLock) {
     DeferredThreads::RaceWithStarter();
     ASSERT_EQ(LockMediaIdState(), nullptr);
     EXPECT_EQ(Start(), Chain());
@@ -164,7 +164,7 @@ TEST_F(BuildThread, AStarterWithTheStateLockIsWaitedForToo) {
 
 // ---- the course ----
 
-TEST_F(BuildThread, WithoutAMountedFileSystemItEndsAtOnce) {
+TEST_F(BuildThread, WithoutAMountedFileSystemOnlyTheClosingCommandIsSent) {
     EXPECT_THAT(Build(), ElementsAre(kClosing));
     EXPECT_FALSE(IsBuilding(kChanger));
 }
@@ -178,9 +178,9 @@ TEST_F(BuildThread, CountsThenWalksBetweenTwoWithdrawals) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, TheFlagStandsUntilTheStatusIsCleared) {
+TEST_F(BuildThread, TheFlagIsSetUntilTheStatusIsCleared) {
     Mount();
-    FakeServer::OnCommand([](std::string_view command) {
+    FakeCommands::OnCommand([](std::string_view command) {
         SInt32 inProgress = 2;
         EXPECT_EQ(GetChangerFSCacheBuildInProgress(kChanger, &inProgress), nullptr);
         EXPECT_EQ(inProgress, command == kClosing ? 0 : 1) << command;
@@ -188,11 +188,11 @@ TEST_F(BuildThread, TheFlagStandsUntilTheStatusIsCleared) {
     Build();
 }
 
-TEST_F(BuildThread, AnAbortEndsItQuietly) {
+TEST_F(BuildThread, AnAbortEndsTheBuildWithoutALogLine) {
     MakeMediaRoot("one");
     MakeMediaRoot("two");
     Mount();
-    FakeServer::OnCommand([](std::string_view command) {
+    FakeCommands::OnCommand([](std::string_view command) {
         if (command == Show(0, 2))
             SetAbort(1);
     });
@@ -203,20 +203,20 @@ TEST_F(BuildThread, AnAbortEndsItQuietly) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, AFailedOpeningWithdrawalLeavesOnlyTheEnding) {
+TEST_F(BuildThread, AfterAFailedOpeningWithdrawalOnlyTheClosingCommandIsSent) {
     Mount();
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, kClosing));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kServerFailureLine,
+                ElementsAre(kCommandFailureLine,
                             std::string(kThread) + "fail ChangerServerRequestChangerIdentification "
                                                    "(VErrCode = 1005)"));
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, AFailedProgressStartLeavesOnlyTheEnding) {
+TEST_F(BuildThread, AfterAFailedProgressStartOnlyTheClosingCommandIsSent) {
     Mount();
-    FakeServer::Fail("show");
+    FakeCommands::Fail("show");
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), kClosing));
     EXPECT_THAT(ThreadLines(),
                 ElementsAre(EndsWith("fail StartStatusReportingForFullFSCache (VErrCode = 1005)")));
@@ -227,7 +227,7 @@ TEST_F(BuildThread, AFailedReportEndsTheWalkAndTheStatusIsCleared) {
     MakeMediaRoot("one");
     MakeMediaRoot("two");
     Mount();
-    FakeServer::Fail("show", 3);
+    FakeCommands::Fail("show", 3);
     const std::vector<std::string> journal = Build();
     ASSERT_THAT(journal, SizeIs(9));
     EXPECT_EQ(journal[6], Show(1, 2));
@@ -239,14 +239,14 @@ TEST_F(BuildThread, AFailedReportEndsTheWalkAndTheStatusIsCleared) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, APathThatDoesNotFitLeavesOnlyTheEnding) {
+TEST_F(BuildThread, AfterAPathThatDoesNotFitOnlyTheClosingCommandIsSent) {
     Mount("/" + std::string(1023, 'd'));
     EXPECT_THAT(Build(), ElementsAre(kClosing));
     EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldToTheEnd) {
+TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldUntilTheFlagIsCleared) {
     Mount("/" + std::string(1023, 'd'));
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL, 2);
@@ -258,7 +258,7 @@ TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldToTheEnd) {
 }
 
 // The registry's look needs memory, and the disc's path a whole one.
-TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
+TEST_F(BuildThread, WithoutMemoryForTheRegistryOnlyTheClosingCommandIsSent) {
     AddChanger(kSmallChanger);
     EXPECT_EQ(StartChangerFSCache(kSmallChanger), nullptr);
     {
@@ -276,19 +276,19 @@ TEST_F(BuildThread, WithoutMemoryForTheRegistryLeavesOnlyTheEnding) {
 // The progress record is kept for good.
 TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {
     Mount();
-    FakeServer::Fail("clear");
+    FakeCommands::Fail("clear");
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), "list .", Show(0, 0), "list .", kClear,
                                      kClosing));
     EXPECT_THAT(log_.Take(), SizeIs(3));
     EXPECT_FALSE(IsBuilding(kChanger));
-    FSCacheStatusReport* report = FakeServer::TakeKeptReport();
+    FSCacheStatusReport* report = FakeCommands::TakeKeptReport();
     ASSERT_NE(report, nullptr);
     EXPECT_EQ(report->changerGUID, kChanger);
     EXPECT_STREQ(report->message, "Building changer directory cache");
     free(report);
 }
 
-TEST_F(BuildThread, AFailedFirstLockLeavesOnlyTheEnding) {
+TEST_F(BuildThread, AfterAFailedFirstLockOnlyTheClosingCommandIsSent) {
     Mount();
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL);
@@ -299,7 +299,7 @@ TEST_F(BuildThread, AFailedFirstLockLeavesOnlyTheEnding) {
 }
 
 // The one thing that leaves a changer without builds until it is removed.
-TEST_F(BuildThread, AFailedLastLockLeavesTheFlag) {
+TEST_F(BuildThread, AFailedLastLockLeavesTheFlagSet) {
     Mount();
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL, 2);
@@ -310,7 +310,7 @@ TEST_F(BuildThread, AFailedLastLockLeavesTheFlag) {
 }
 
 TEST_F(BuildThread, AFailedClosingWithdrawalIsLogged) {
-    FakeServer::Fail(kClosing);
+    FakeCommands::Fail(kClosing);
     EXPECT_THAT(Build(), ElementsAre(kClosing));
     EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail "
                                                     "ChangerServerRequestChangerIdentification "
@@ -318,10 +318,10 @@ TEST_F(BuildThread, AFailedClosingWithdrawalIsLogged) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, TheEndingsErrorIsLoggedBeforeTheBuilds) {
+TEST_F(BuildThread, TheClosingCommandsErrorIsLoggedBeforeTheBuildsError) {
     Mount();
-    FakeServer::Fail("show");
-    FakeServer::Fail(kClosing);
+    FakeCommands::Fail("show");
+    FakeCommands::Fail(kClosing);
     Build();
     EXPECT_THAT(
         ThreadLines(),
@@ -342,10 +342,10 @@ TEST_F(BuildThread, AChangerAddedAnewIsBuiltTwice) {
     Journal::Take();
 }
 
-TEST_F(BuildThread, AChangerRemovedMeanwhileEndsItsWalk) {
+TEST_F(BuildThread, AChangerRemovedDuringTheWalkEndsTheWalk) {
     MakeMediaRoot("disc");
     Mount();
-    FakeServer::OnCommand([](std::string_view command) {
+    FakeCommands::OnCommand([](std::string_view command) {
         if (command == Show(0, 1))
             EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     });

@@ -71,7 +71,7 @@ std::string Registration(const char* event, void (*callback)(DADiskRef, void*)) 
     return text;
 }
 
-TEST(DiskSession, IsScheduledWithBothCallbacksAndTakenBack) {
+TEST(DiskSession, IsScheduledByInitAndUnscheduledByTerm) {
     const LogCapture log;
     Journal::Take();
     EXPECT_EQ(InitChangerFSCacheManager(), nullptr);
@@ -125,7 +125,7 @@ protected:
     TemporaryTree tree_;
 };
 
-TEST_F(DiskCallbacks, AChangersVolumeEntersAndLeaves) {
+TEST_F(DiskCallbacks, AChangersVolumeIsRegisteredAndRemoved) {
     tree_.MakeChangerRoot("", kChanger);
     Appear("sr0", tree_.Root());
     EXPECT_EQ(PathOf(kChanger), tree_.Root());
@@ -141,7 +141,7 @@ TEST_F(DiskCallbacks, PathsAreBytesInUtf8) {
     EXPECT_EQ(PathOf(kOtherChanger), tree_.Path("with blank\n100%n \xC3\xA4"));
 }
 
-TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreLeftAlone) {
+TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreIgnored) {
     tree_.MakeChangerRoot("", kOtherChanger);
     Appear(nullptr, tree_.Root());
     FakeDisk unmounted("sr0", static_cast<const char*>(nullptr));
@@ -152,14 +152,14 @@ TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreLeftAlone) {
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
-TEST_F(DiskCallbacks, ADiskWithoutANameIsNotAskedForMore) {
+TEST_F(DiskCallbacks, ADiskWithoutANameIsNotDescribed) {
     FakeDisk disk(nullptr, "/");
     disk.FailDescription();
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
 }
 
 // A path has 1023 bytes at most. The info file's own path is cut at as many.
-TEST_F(DiskCallbacks, APathThatDoesNotFitIsLeftAlone) {
+TEST_F(DiskCallbacks, APathThatDoesNotFitIsIgnored) {
     for (const std::size_t length : {1022U, 1023U, 1024U, 1025U}) {
         const std::string path = "/" + std::string(length - 1, 'd');
         g_fileUrls.clear();
@@ -195,7 +195,7 @@ TEST_F(DiskCallbacks, ADisappearingDiskIsNamedUnderTheLockAndAnAppearingOneIsNot
     EXPECT_FALSE(disk.wasNamedUnderTheLock_);
 }
 
-TEST_F(DiskCallbacks, OtherVolumesAreLeftAlone) {
+TEST_F(DiskCallbacks, OtherVolumesAreIgnored) {
     tree_.MakeDirectory("plain");
     tree_.MakeMediaRoot("medium", kOtherChanger, 1);
     tree_.MakeDirectory("nameless");
@@ -283,7 +283,7 @@ TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
 }
 
 // Recognised without the lock, read again with it: what has gone by then is told.
-TEST_F(DiskCallbacks, ARootThatGoesBetweenTheTwoReadingsIsLogged) {
+TEST_F(DiskCallbacks, ARootThatDisappearsBetweenTheTwoReadingsIsLogged) {
     tree_.MakeChangerRoot("", kOtherChanger);
     StateLock::OnLock([&] { std::filesystem::remove(tree_.Path(".changer_info.plist")); });
     Appear("sr0", tree_.Root());

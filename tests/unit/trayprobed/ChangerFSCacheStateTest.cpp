@@ -58,7 +58,7 @@ private:
     const NumberReferences numberReferences_; // counted when the registry has gone
 };
 
-TEST_F(Registry, KnowsWhatWasAdded) {
+TEST_F(Registry, AnAddedChangerHasItsPath) {
     Add(kChanger, "sr0", "/Volumes/changer");
     EXPECT_TRUE(IsMounted(kChanger));
     EXPECT_FALSE(IsMounted(kOtherChanger));
@@ -93,7 +93,7 @@ TEST_F(Registry, RemovingComparesNamesByteForByte) {
     EXPECT_TRUE(IsMounted(kOtherChanger));
 }
 
-TEST_F(Registry, OfSeveralEntriesWithANameOneGoes) {
+TEST_F(Registry, RemovingTakesOneOfSeveralEntriesWithAName) {
     Add(kChanger, "sr0", "/first");
     Add(kOtherChanger, "sr0", "/second");
     Remove("sr0");
@@ -131,7 +131,7 @@ TEST_F(Registry, APathLongerThanTheBufferFails) {
     EXPECT_STREQ(enough, "/123456789");
 }
 
-TEST_F(Registry, AChangersNumberIsToldInSixteenDigits) {
+TEST_F(Registry, AChangersNumberIsLoggedInSixteenDigits) {
     Add(0xAB, "sr0", "/123456789");
     char path[10];
     EXPECT_EQ(TakeMessages(GetChangerFSMountPath(0xAB, path, sizeof path)).back(),
@@ -196,7 +196,7 @@ TEST_F(Registry, WithoutMemoryAnEntryIsAddedWholeOrNotAtAll) {
                                                "fail set changer mount path value"}));
 }
 
-TEST_F(Registry, EntryThatCannotHoldAValueNamesIt) {
+TEST_F(Registry, AValueThatCannotBeAddedIsNamedInTheError) {
     {
         const RefusedKey refused("BSD Name");
         EXPECT_THAT(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
@@ -208,7 +208,7 @@ TEST_F(Registry, EntryThatCannotHoldAValueNamesIt) {
     EXPECT_FALSE(IsMounted(kChanger));
 }
 
-TEST_F(Registry, WithoutMemoryLookingFailsAndChangesNothing) {
+TEST_F(Registry, WithoutMemoryLookupsFailAndChangeNothing) {
     Add(kChanger, "sr0", "/first");
     std::set<std::string> messages;
     VErrLink* err = nullptr;
@@ -235,7 +235,7 @@ TEST_F(Registry, WithoutMemoryLookingFailsAndChangesNothing) {
 // ---- threads ----
 
 // The walk of a single disc reads while the main thread replaces what it reads.
-TEST_F(Registry, IsReadWhileItIsChanged) {
+TEST_F(Registry, ConcurrentReadsAndChangesAreConsistent) {
     std::atomic<bool> stop = false;
     std::thread reader([&] {
         while (!stop) {

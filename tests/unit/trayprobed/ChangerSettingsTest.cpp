@@ -33,7 +33,8 @@ protected:
             return "none";
         char text[16];
         struct tm when = {};
-        gmtime_r(&RecordedTimers::All().back().fireTime, &when);
+        const time_t fireTime = RecordedTimers::All().back().FireTime();
+        gmtime_r(&fireTime, &when);
         strftime(text, sizeof text, "%H:%M", &when);
         return text;
     }
@@ -41,7 +42,7 @@ protected:
 
 // ---- the settings ----
 
-TEST_F(ChangerSettings, TheDailyBuildIsScheduledAtOneUnlessSaidOtherwise) {
+TEST_F(ChangerSettings, TheDailyBuildIsScheduledAtOneByDefault) {
     const FakeTime time(Utc("2024-01-15 12:00:00"));
     AddChanger(kChanger);
     EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}})), "01:00");
@@ -60,7 +61,7 @@ TEST_F(ChangerSettings, TheDailyBuildIsScheduledAtOneUnlessSaidOtherwise) {
         "00:00");
 }
 
-TEST_F(ChangerSettings, OnlyTheTrueObjectSchedules) {
+TEST_F(ChangerSettings, OnlyTheTrueObjectSchedulesTheDailyBuild) {
     AddChanger(kChanger);
     EXPECT_EQ(ScheduleOf(Dictionary()), "none");
     for (const Value& value : {Value(false), Value(1), Value("true")})
@@ -118,7 +119,7 @@ TEST_F(ChangerSettings, SettingsOfAnUnknownOrNamelessChangerFail) {
                 ElementsAre("fail get value from dict", "fail get changer GUID"));
 }
 
-TEST_F(ChangerSettings, AFailedSchedulingTellsTheTime) {
+TEST_F(ChangerSettings, AFailedSchedulingLogsTheTime) {
     AddChanger(kChanger);
     RecordedTimers::FailNext();
     const auto preferences = Dictionary({{"BuildDirCacheOnSchedule", true},
@@ -144,7 +145,7 @@ TEST_F(ChangerSettings, AnAbortLastsAsLongAsTheServerReportsIt) {
     EXPECT_FALSE(ShouldAbort(kChanger));
 }
 
-TEST_F(ChangerSettings, OtherClientsAbortsAreNotOurs) {
+TEST_F(ChangerSettings, AbortsOfOtherClientsAreIgnored) {
     AddChanger(kChanger);
     const auto abort = Dictionary({{"Abort Requested", true}});
     for (const auto& changer :
@@ -156,7 +157,7 @@ TEST_F(ChangerSettings, OtherClientsAbortsAreNotOurs) {
     }
 }
 
-TEST_F(ChangerSettings, AStatusThatDoesNotSayLeavesTheFlag) {
+TEST_F(ChangerSettings, AStatusWithoutAnAbortValueLeavesTheFlag) {
     AddChanger(kChanger);
     EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
     EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, WithStatus("trayprobed", Dictionary())),
@@ -184,7 +185,7 @@ TEST_F(ChangerSettings, AbortsNeedAStatusListAndAKnownChanger) {
                 ElementsAre("fail get value from dict", "fail get changer GUID"));
 }
 
-TEST_F(ChangerSettings, WithoutMemoryAnAbortIsLeftAlone) {
+TEST_F(ChangerSettings, WithoutMemoryTheAbortFlagIsUnchanged) {
     AddChanger(kChanger);
     const auto changer = WithStatus("trayprobed", Dictionary({{"Abort Requested", true}}));
     std::set<std::string> newest;

@@ -73,7 +73,7 @@ protected:
         FakeTime::Set(now);
         EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, hour, minute)), Chain());
         EXPECT_FALSE(RecordedTimers::All().empty());
-        const time_t fireTime = RecordedTimers::All().back().fireTime;
+        const time_t fireTime = RecordedTimers::All().back().FireTime();
         EXPECT_EQ(UnscheduleChangerFSCacheTimer(kChanger), nullptr);
         return fireTime;
     }
@@ -146,7 +146,7 @@ TEST_F(DailyTimer, FiresFirstAtTheNextSuchTime) {
 }
 
 // The calendar may choose either side, but it is that night.
-TEST_F(DailyTimer, TimesThatAreMissingOrTwiceAreFoundThatNight) {
+TEST_F(DailyTimer, TimesSkippedOrRepeatedByTheZoneFireThatNight) {
     SetZone("Europe/Berlin");
     EXPECT_THAT(FirstFire(Utc("2024-03-30 23:30:00"), 2, 30),
                 testing::AnyOf(Utc("2024-03-31 00:30:00"), Utc("2024-03-31 01:30:00")));
@@ -154,7 +154,7 @@ TEST_F(DailyTimer, TimesThatAreMissingOrTwiceAreFoundThatNight) {
                 testing::AnyOf(Utc("2024-10-27 00:30:00"), Utc("2024-10-27 01:30:00")));
 }
 
-TEST_F(DailyTimer, ExtremeNumbersAreOnlyFarAway) {
+TEST_F(DailyTimer, ExtremeHoursAndMinutesGiveDistantTimes) {
     const time_t now = Utc("2024-01-15 12:00:00");
     EXPECT_LT(FirstFire(now, -2000000000, 0), now);
     EXPECT_LT(FirstFire(now, INT32_MIN, INT32_MIN), now);
@@ -202,7 +202,7 @@ TEST_F(DailyTimer, RepeatsDailyAndCarriesTheGuid) {
     EXPECT_EQ(static_cast<UInt64>(guid), kChanger);
 }
 
-TEST_F(DailyTimer, StandsInTheDefaultModeAndInTheState) {
+TEST_F(DailyTimer, IsAddedToTheDefaultModeAndToTheState) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
     CFOwned<CFMutableDictionaryRef> dict;
@@ -212,7 +212,7 @@ TEST_F(DailyTimer, StandsInTheDefaultModeAndInTheState) {
 }
 
 // Loop and state are the timer's only owners.
-TEST_F(DailyTimer, UnschedulingGivesUpEveryReference) {
+TEST_F(DailyTimer, UnschedulingReleasesEveryReference) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
     const auto* timer = reinterpret_cast<const cf::Object*>(RecordedTimers::All().front().timer);
     EXPECT_EQ(timer->references, 3); // with the record's
@@ -306,7 +306,7 @@ TEST(DailyTimerDeathTest, WithoutMemoryTheFirstSchedulingFails) {
 }
 
 // The loop has it by then, and nobody can take it out again.
-TEST_F(DailyTimer, WithoutRoomInTheStateSchedulingFailsAfterAdding) {
+TEST_F(DailyTimer, WithoutMemoryInTheStateSchedulingFailsAfterAdding) {
     const RefusedKey refused("FS Cache Timer");
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
               (Chain{{"fail SetChangerDictForGUID", "ScheduleChangerFSCacheTimer", kSource}}));
@@ -366,7 +366,7 @@ TEST_F(DailyTimer, FiresAfterTheStoreHasGone) {
 }
 
 // Nobody tells the timer of a changer that is removed; added anew, the changer gets another one.
-TEST_F(DailyTimer, TheTimerOfARemovedChangerGoesOn) {
+TEST_F(DailyTimer, TheTimerOfARemovedChangerStillFires) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     AddChanger(kChanger);

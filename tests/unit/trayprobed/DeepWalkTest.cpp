@@ -75,13 +75,13 @@ protected:
     std::vector<std::vector<std::string>> others_;
 };
 
-TEST_F(DeepWalk, ComesToWhatItLeftOnItsWayBack) {
+TEST_F(DeepWalk, ReopensClosedDirectoriesOnTheWayBack) {
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_EQ(Journal::Take(), ListedBut(0, 0));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(), IsEmpty());
 }
 
-TEST_F(DeepWalk, CountsWhatItLeftOnItsWayBack) {
+TEST_F(DeepWalk, CountsMediaRootsInReopenedDirectories) {
     for (const std::vector<std::string>& others : others_)
         for (const std::string& other : others)
             MakeMediaRoot(other);
@@ -103,7 +103,7 @@ TEST_F(DeepWalk, KeepsNoMoreThanSixtyFourDescriptors) {
 }
 
 // Its siblings and those above are walked all the same.
-TEST_F(DeepWalk, WhatCannotBeOpenedAgainIsLoggedAndLeft) {
+TEST_F(DeepWalk, ADirectoryThatCannotBeReopenedIsLoggedAndLeft) {
     AtTheListingOf(ways_.back(), [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE); });
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
@@ -111,7 +111,7 @@ TEST_F(DeepWalk, WhatCannotBeOpenedAgainIsLoggedAndLeft) {
 }
 
 // Even if it could be opened for the next one: what it has left stays unlisted.
-TEST_F(DeepWalk, WhatCouldNotBeOpenedAgainForOneNameIsLeftWithAllItsNames) {
+TEST_F(DeepWalk, ADirectoryThatFailedToReopenOnceIsLeftWithAllItsNames) {
     AtTheListingOf(ways_.back(),
                    [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE, 1); });
     EXPECT_THAT(Walk(), IsEmpty());
@@ -119,7 +119,7 @@ TEST_F(DeepWalk, WhatCouldNotBeOpenedAgainForOneNameIsLeftWithAllItsNames) {
     EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
 }
 
-TEST_F(DeepWalk, WhatTookItsPlaceIsNotEntered) {
+TEST_F(DeepWalk, ADirectoryThatReplacedTheClosedOneIsNotEntered) {
     const std::string place = tree_.Path(ways_[kClosed]);
     AtTheListingOf(ways_.back(), [&] {
         fs::rename(place, tree_.Path("elsewhere"));
@@ -134,7 +134,7 @@ TEST_F(DeepWalk, WhatTookItsPlaceIsNotEntered) {
     EXPECT_EQ(log_.TakeWithoutLineNumbers(), logged);
 }
 
-TEST_F(DeepWalk, ALinkThatTookItsPlaceIsNotFollowed) {
+TEST_F(DeepWalk, ALinkThatReplacedTheClosedDirectoryIsNotFollowed) {
     const std::string place = tree_.Path(ways_[kClosed]);
     AtTheListingOf(ways_[kClosed + 1], [&] {
         fs::rename(place, tree_.Path("elsewhere"));
@@ -145,7 +145,7 @@ TEST_F(DeepWalk, ALinkThatTookItsPlaceIsNotFollowed) {
     Journal::Take();
 }
 
-TEST_F(DeepWalk, NamesBeyondTheRoomAreAFailedListing) {
+TEST_F(DeepWalk, NamesBeyondTheBudgetFailTheListing) {
     for (int i = 0; i < 20; ++i)
         tree_.MakeDirectory("a/" + std::string(250, 'x') + std::to_string(i));
     constexpr std::size_t kRoom = 4096;

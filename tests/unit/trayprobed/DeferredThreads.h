@@ -1,18 +1,19 @@
-#ifndef TESTS_UNIT_TRAYPROBED_HELDTHREADS_H
-#define TESTS_UNIT_TRAYPROBED_HELDTHREADS_H
+#ifndef TESTS_UNIT_TRAYPROBED_DEFERREDTHREADS_H
+#define TESTS_UNIT_TRAYPROBED_DEFERREDTHREADS_H
 
 /* The threads that the daemon starts: while one of these lives, nothing runs before the test says
-   so. Every thread must be detached, every attribute object destroyed. */
+   so. Every thread must be detached, every attribute object destroyed. Wrap the functions of
+   kDeferredThreadsWraps. */
+
+#include "support/NotCopyable.h"
 
 #include <cstddef>
 #include <functional>
 
-class DeferredThreads {
+class DeferredThreads : NotCopyable {
 public:
     DeferredThreads();
     ~DeferredThreads();
-    DeferredThreads(const DeferredThreads&) = delete;
-    DeferredThreads& operator=(const DeferredThreads&) = delete;
 
     // How many wait to be run.
     static std::size_t Count();

@@ -80,7 +80,7 @@ protected:
     DirectoryNames names_ = {};
 };
 
-TEST_F(DirectoryNamesTest, AreThoseOfScandirInItsOrder) {
+TEST_F(DirectoryNamesTest, NamesAndOrderAreThoseOfScandir) {
     for (std::size_t length = 1; length <= NAME_MAX; ++length) {
         tree_.MakeDirectory(std::string(length, 'x'));
         tree_.MakeDirectory(std::string(length, 'y'));
@@ -93,7 +93,7 @@ TEST_F(DirectoryNamesTest, AreThoseOfScandirInItsOrder) {
     }
 }
 
-TEST_F(DirectoryNamesTest, NothingHoldsNone) {
+TEST_F(DirectoryNamesTest, AnEmptyListHasNoNames) {
     EXPECT_EQ(NextDirectoryName(&names_), nullptr);
     FreeDirectoryNames(&names_);
     std::size_t room = 0;
@@ -101,7 +101,7 @@ TEST_F(DirectoryNamesTest, NothingHoldsNone) {
     EXPECT_EQ(NextDirectoryName(&names_), nullptr);
 }
 
-TEST_F(DirectoryNamesTest, GiveTheirRoomBackAsTheyAreUsed) {
+TEST_F(DirectoryNamesTest, ChunksAreFreedAsTheirNamesAreTaken) {
     MakeLongNames(3 * kLongestPerChunk);
     std::size_t room = 10 * kChunk;
     ASSERT_EQ(List(&room), 0);
@@ -114,7 +114,7 @@ TEST_F(DirectoryNamesTest, GiveTheirRoomBackAsTheyAreUsed) {
     EXPECT_EQ(NextDirectoryName(&names_), nullptr);
 }
 
-TEST_F(DirectoryNamesTest, ThatDoNotFitAreNone) {
+TEST_F(DirectoryNamesTest, NamesBeyondTheBudgetFailAndLeaveNone) {
     MakeLongNames(2 * kLongestPerChunk);
     std::size_t room = 2 * kChunk;
     EXPECT_EQ(List(&room), 0);
@@ -141,7 +141,7 @@ TEST_F(DirectoryNamesTest, ANameOfAWholeChunkIsTheLongest) {
     EXPECT_THAT(TakeAll(), IsEmpty());
 }
 
-TEST_F(DirectoryNamesTest, ThatFillAChunkTakeOne) {
+TEST_F(DirectoryNamesTest, NamesThatFillAChunkUseOneChunk) {
     std::size_t room = kChunk;
     g_longName = std::string((kLongestAtAll - 1) / 2, 'x');
     g_longNames = 2;
@@ -149,7 +149,7 @@ TEST_F(DirectoryNamesTest, ThatFillAChunkTakeOne) {
     EXPECT_EQ(TakeAll().size(), 2U);
 }
 
-TEST_F(DirectoryNamesTest, OfAWalkTake256MiBAtMost) {
+TEST_F(DirectoryNamesTest, NamesOfAWalkUseAtMost256MiB) {
     constexpr std::size_t kMost = std::size_t{256} * 1024 * 1024 / kChunk;
     std::size_t room = kNameBudget;
     g_longName = std::string(kLongestAtAll, 'x');
@@ -161,7 +161,7 @@ TEST_F(DirectoryNamesTest, OfAWalkTake256MiBAtMost) {
     EXPECT_EQ(List(&room), ENOMEM);
 }
 
-TEST_F(DirectoryNamesTest, OfAListingThatBreaksOffAreNone) {
+TEST_F(DirectoryNamesTest, AListingThatFailsHalfwayLeavesNoNames) {
     MakeLongNames(2 * kLongestPerChunk);
     for (g_readsUntilError = 1; g_readsUntilError < 20; ++g_readsUntilError) {
         const int reads = g_readsUntilError;

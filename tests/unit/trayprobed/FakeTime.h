@@ -3,15 +3,15 @@
 
 /* time() in the test's hand. */
 
+#include "support/NotCopyable.h"
+
 #include <ctime>
 
-class FakeTime {
+class FakeTime : NotCopyable {
 public:
     // Each call of time gives the present and then moves it on by step.
     explicit FakeTime(time_t now, time_t step = 0);
     ~FakeTime();
-    FakeTime(const FakeTime&) = delete;
-    FakeTime& operator=(const FakeTime&) = delete;
 
     static void Set(time_t now);
 };

@@ -7,17 +7,17 @@
  * holds the state lock. As root may read everything, failures are made here.
  */
 
+#include "support/NotCopyable.h"
+
 #include <climits>
 #include <functional>
 #include <string>
 
 /* One at a time. Paths are relative to the root: "./a/b". */
-class FileSystemSeams {
+class FileSystemSeams : NotCopyable {
 public:
     explicit FileSystemSeams(const std::string& root);
     ~FileSystemSeams();
-    FileSystemSeams(const FileSystemSeams&) = delete;
-    FileSystemSeams& operator=(const FileSystemSeams&) = delete;
 
     // Every opening, or so many; the next ones then succeed.
     static void FailOpening(const std::string& path, int error, int times = INT_MAX);

@@ -6,15 +6,15 @@
  * GetChangerList by its name for the linker, _Z14GetChangerListPPK9__CFArray.
  */
 
+#include "support/NotCopyable.h"
+
 /* At its end, checks that each list that was given out since its beginning was kept, and releases
    it. A fixture has it as its first base, so that it ends last: an equal list that the store or the
    test holds is the same object. */
-class KnownChangerLists {
+class KnownChangerLists : NotCopyable {
 public:
     KnownChangerLists();
     ~KnownChangerLists();
-    KnownChangerLists(const KnownChangerLists&) = delete;
-    KnownChangerLists& operator=(const KnownChangerLists&) = delete;
 };
 
 #endif

@@ -35,9 +35,7 @@ protected:
         RootPrefsNotificationCallBack(preferences.Get(), nullptr, nullptr);
     }
     static bool IdentifiesOnInsert() {
-        SInt32 shouldId = 2;
-        EXPECT_EQ(GetGlobalShouldIdMedia(&shouldId), nullptr);
-        return IsSet(shouldId);
+        return ReadFlag(GetGlobalShouldIdMedia);
     }
     // The last line's message.
     std::string LastLogged() {
@@ -83,7 +81,7 @@ TEST_F(MediaIdManager, AFailedUnsubscriptionIsLoggedAndStands) {
 
 // ---- "changer info" ----
 
-TEST_F(MediaIdManager, ChangersThatAreNotReadyAreOnlySaved) {
+TEST_F(MediaIdManager, ChangersThatAreNotReadyAreSavedAndNotHandled) {
     EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Ready", false},
                                            {"Changer Request Identification", true}}),
                         Without(Changer(kOtherChanger, {{"Changer Ready", false}}), "GUID")}),
@@ -94,7 +92,7 @@ TEST_F(MediaIdManager, ChangersThatAreNotReadyAreOnlySaved) {
     EXPECT_NE(info, nullptr);
 }
 
-TEST_F(MediaIdManager, AChangerThatIsNotReadyHidesNoneBehindIt) {
+TEST_F(MediaIdManager, AChangerBehindOneThatIsNotReadyIsHandled) {
     EXPECT_THAT(Notify({Changer(kOtherChanger, {{"Changer Ready", false}}), Changer(kChanger)}),
                 ElementsAre(kReset));
     EXPECT_FALSE(IsKnown(kOtherChanger));
@@ -149,7 +147,7 @@ TEST_F(MediaIdManager, AChangerThatIsNoLongerReadyStaysKnown) {
     EXPECT_TRUE(IsKnown(kChanger));
 }
 
-TEST_F(MediaIdManager, TheStepsComeInOrder) {
+TEST_F(MediaIdManager, AReadyChangersStepsRunInOrder) {
     const auto medium = Dictionary({{"Media Kind", 1},
                                     {"Media Request Identification", true},
                                     {"Media Identify Time", 1},
@@ -166,7 +164,7 @@ TEST_F(MediaIdManager, TheStepsComeInOrder) {
 }
 
 // The server's list may still show a request that has been served.
-TEST_F(MediaIdManager, ARequestStillShownStartsABuildAgain) {
+TEST_F(MediaIdManager, ABuildRequestSentAgainStartsABuildAgain) {
     const auto changer = Changer(kChanger, {{"Changer Request Identification", true}});
     EXPECT_THAT(Notify({changer}), ElementsAre(kReset, kBuild));
     EXPECT_THAT(Notify({changer}), ElementsAre(kBuild));
@@ -236,7 +234,7 @@ TEST_F(MediaIdManager, AFailureEndsThePass) {
     }
 }
 
-TEST_F(MediaIdManager, AnEntryWithoutAGuidIsToldByEachStepThatReadsIt) {
+TEST_F(MediaIdManager, AnEntryWithoutAGuidIsLoggedByEachStepThatReadsIt) {
     const auto changer = Without(Changer(kChanger), "GUID");
     const auto toldBy = [&](VErrLink* (*step)(CFDictionaryRef changerInfo)) {
         const RaisedLink link = TakeChain(step(changer)).back();
@@ -333,7 +331,7 @@ TEST_F(MediaIdManager, WithoutMemoryAChangerIsNotAdded) {
 
 // ---- "changer list" ----
 
-TEST_F(MediaIdManager, AChangerThatIsNoLongerNamedIsDropped) {
+TEST_F(MediaIdManager, AChangerNoLongerListedIsDropped) {
     AddChanger(kChanger);
     AddChanger(kOtherChanger);
     NotifyList({static_cast<SInt64>(kOtherChanger), 42});
@@ -342,7 +340,7 @@ TEST_F(MediaIdManager, AChangerThatIsNoLongerNamedIsDropped) {
     EXPECT_FALSE(IsKnown(42));
 }
 
-TEST_F(MediaIdManager, ChangersThatAreNoLongerNamedAreAllDropped) {
+TEST_F(MediaIdManager, AllChangersNoLongerListedAreDropped) {
     for (const UInt64 changer : {kChanger, kOtherChanger, UInt64{1}})
         AddChanger(changer);
     NotifyList({1});
@@ -403,7 +401,7 @@ TEST_F(MediaIdManager, ArrayWithoutNumbersDropsAllChangers) {
     EXPECT_FALSE(IsKnown(kChanger));
 }
 
-TEST_F(MediaIdManager, ADroppedChangersTimerIsNotTold) {
+TEST_F(MediaIdManager, ADroppedChangersTimerIsNotCancelled) {
     Notify({Changer(kChanger,
                     {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}})});
     NotifyList({});
@@ -446,7 +444,7 @@ TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
              "MediaIdManager:123, ChangerListNotificationCallBack: fail HandleRemovedChangers"}));
 }
 
-TEST_F(MediaIdManager, AChangersNumberIsToldInSixteenDigits) {
+TEST_F(MediaIdManager, AChangersNumberIsLoggedInSixteenDigits) {
     const std::string number = kSmallChangerText;
     const auto changer = Changer(
         kSmallChanger, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}});

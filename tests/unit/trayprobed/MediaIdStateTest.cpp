@@ -90,7 +90,7 @@ TEST(StoreLife, OperationsAfterTermFindNothing) {
               std::vector<std::string>{"info list array is still NULL"});
 }
 
-TEST(StoreLife, WithoutAMutexNothingIsMade) {
+TEST(StoreLife, WithoutAMutexInitFails) {
     const LogCapture log;
     const int destroyedBefore = StateLock::DestroyedCount();
     StateLock::FailInit(EAGAIN);
@@ -217,7 +217,7 @@ TEST_F(Store, AChangerIsKnownByItsGuidBitForBit) {
                                              {"In Progress", Array()}})));
 }
 
-TEST_F(Store, AddingAgainStartsAfresh) {
+TEST_F(Store, AddingAgainResetsTheState) {
     AddChanger(kChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
     EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
@@ -358,7 +358,7 @@ TEST_F(Store, AMissingListIsAFailure) {
     }
 }
 
-TEST_F(Store, AChangerWithoutRoomForItsStateIsNotAdded) {
+TEST_F(Store, AChangerWithoutMemoryForItsStateIsNotAdded) {
     for (const char* key : {"GUID", "In Progress"}) {
         const RefusedKey refused(key);
         EXPECT_EQ(TakeChain(AddChangerToList(kChanger)),
@@ -369,7 +369,7 @@ TEST_F(Store, AChangerWithoutRoomForItsStateIsNotAdded) {
 
 // ---- flags ----
 
-TEST_F(Store, AFlagWithoutRoomFailsInTheNameOfItsSetter) {
+TEST_F(Store, AFlagWithoutMemoryFailsInTheNameOfItsSetter) {
     struct Case {
         const char* key;
         VErrLink* (*set)(UInt64 changerGUID, SInt32 flag);
@@ -389,7 +389,7 @@ TEST_F(Store, AFlagWithoutRoomFailsInTheNameOfItsSetter) {
     EXPECT_FALSE(ShouldAbort(kChanger));
 }
 
-TEST_F(Store, AFailureEmptiesTheCallersReference) {
+TEST_F(Store, AFailureSetsTheCallersReferenceToNull) {
     const auto earlier = Dictionary();
     const auto earlierList = Array();
     CFMutableDictionaryRef dict = earlier;

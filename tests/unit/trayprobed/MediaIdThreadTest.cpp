@@ -2,7 +2,7 @@
    becomes of its storage element. */
 
 #include "DeferredThreads.h"
-#include "FakeServer.h"
+#include "FakeCommands.h"
 #include "Journal.h"
 #include "Store.h"
 
@@ -57,7 +57,7 @@ constexpr const char* kEject = "eject 9EDCBA9876543210/5 within 300 s, flags 1, 
 class MediaIdThread : public Store {
 protected:
     MediaIdThread() {
-        FakeServer::Reset();
+        FakeCommands::Reset();
         Journal::Take();
         g_walkFails = false;
         AddChanger(kChanger);
@@ -81,7 +81,7 @@ protected:
 
 // ---- the start ----
 
-TEST_F(MediaIdThread, StartingPutsTheElementOnTheList) {
+TEST_F(MediaIdThread, StartingAddsTheElementToTheList) {
     EXPECT_EQ(Start(), Chain());
     EXPECT_EQ(DeferredThreads::Count(), 1U);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
@@ -89,7 +89,7 @@ TEST_F(MediaIdThread, StartingPutsTheElementOnTheList) {
     DeferredThreads::RunNext();
 }
 
-TEST_F(MediaIdThread, AThreadThatCannotBeMadeLeavesNothing) {
+TEST_F(MediaIdThread, AThreadThatCannotBeMadeLeavesNoElement) {
     const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
                                      "pthread_create"};
     for (const char* function : functions) {
@@ -128,7 +128,7 @@ TEST_F(MediaIdThread, WithoutMemoryNothingStarts) {
 }
 
 // Its end then finds nothing to take off.
-TEST_F(MediaIdThread, AnElementThatCannotBeListedIsIdentifiedAllTheSame) {
+TEST_F(MediaIdThread, AnElementThatCannotBeListedIsStillIdentified) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(Start(),
               (Chain{{"fail find changer in list", "GetChangerDictForGUID",
@@ -145,7 +145,7 @@ TEST_F(MediaIdThread, AnElementThatCannotBeListedIsIdentifiedAllTheSame) {
 }
 
 // The lock that the starter holds keeps the thread from taking the element off before it is on.
-TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsWithItsEnd) {
+TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsBeforeItRemovesTheElement) {
     DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain());
     DeferredThreads::Join();
@@ -162,13 +162,13 @@ TEST_F(MediaIdThread, MountsWalksAndEjectsBetweenTwoWithdrawals) {
     EXPECT_FALSE(StateLock::IsHeld());
 }
 
-TEST_F(MediaIdThread, HandsTheWalkThePreferenceOfTheStart) {
+TEST_F(MediaIdThread, TheWalkGetsThePreferenceOfTheStart) {
     EXPECT_EQ(Start(1), Chain());
     DeferredThreads::RunNext();
     EXPECT_EQ(Journal::Take().at(2), "walk 9EDCBA9876543210/5 down");
 }
 
-TEST_F(MediaIdThread, TakesOnlyItsOwnElementOff) {
+TEST_F(MediaIdThread, RemovesOnlyItsOwnElement) {
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 6), nullptr);
     Run();
     EXPECT_TRUE(IsInProgress(kChanger, 6));
@@ -176,17 +176,17 @@ TEST_F(MediaIdThread, TakesOnlyItsOwnElementOff) {
 }
 
 TEST_F(MediaIdThread, AfterAFailedMountNeitherWalksNorEjects) {
-    FakeServer::Fail("mount");
+    FakeCommands::Fail("mount");
     Run();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWithdraw));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kServerFailureLine,
+                ElementsAre(kCommandFailureLine,
                             "MediaIdThread:123, RunMediaIdThread: Fail "
                             "ChangerServerMountDisc(9EDCBA9876543210, 5) (VErrCode = 1005)"));
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, AfterAFailedWalkEjectsAllTheSame) {
+TEST_F(MediaIdThread, AfterAFailedWalkStillEjects) {
     g_walkFails = true;
     Run();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
@@ -197,22 +197,22 @@ TEST_F(MediaIdThread, AfterAFailedWalkEjectsAllTheSame) {
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, AfterAFailedEjectGoesOn) {
-    FakeServer::Fail("eject");
+TEST_F(MediaIdThread, AfterAFailedEjectStillRemovesTheElement) {
+    FakeCommands::Fail("eject");
     Run();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
-        ElementsAre(kServerFailureLine,
+        ElementsAre(kCommandFailureLine,
                     "MediaIdThread:123, RunMediaIdThread: fail ChangerServerEjectDisc for changer "
                     "9EDCBA9876543210/storage elem 5 (VErrCode = 1005)"));
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, EachFailureIsLoggedByItself) {
+TEST_F(MediaIdThread, EachFailureIsLogged) {
     g_walkFails = true;
-    FakeServer::Fail("eject");
-    FakeServer::Fail("withdraw", 2);
+    FakeCommands::Fail("eject");
+    FakeCommands::Fail("withdraw", 2);
     Run();
     EXPECT_EQ(log_.Take().size(), 6U);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
@@ -220,12 +220,12 @@ TEST_F(MediaIdThread, EachFailureIsLoggedByItself) {
 
 TEST_F(MediaIdThread, AFailureIsLoggedBeforeTheNextCommandIsSent) {
     for (const char* failing : {"mount", "eject"}) {
-        FakeServer::Fail(failing);
+        FakeCommands::Fail(failing);
         g_walkFails = failing == std::string("eject");
         std::vector<std::size_t> lines; // that were logged since the command before
-        FakeServer::OnCommand([&](std::string_view) { lines.push_back(log_.Take().size()); });
+        FakeCommands::OnCommand([&](std::string_view) { lines.push_back(log_.Take().size()); });
         Run();
-        FakeServer::OnCommand(nullptr);
+        FakeCommands::OnCommand(nullptr);
         // At the withdrawal, the mount, the eject if there is one, and the withdrawal.
         const std::vector<std::size_t> expected =
             g_walkFails ? std::vector<std::size_t>{0, 0, 2, 2} : std::vector<std::size_t>{0, 0, 2};
@@ -241,21 +241,21 @@ constexpr const char* kWithdrawalFailureLine =
 
 // Out of reach until the changer is removed and added anew.
 TEST_F(MediaIdThread, AfterAFailedFirstWithdrawalNothingIsMountedAndTheElementStays) {
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     Run();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kServerFailureLine, kWithdrawalFailureLine));
+                ElementsAre(kCommandFailureLine, kWithdrawalFailureLine));
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     EXPECT_FALSE(StateLock::IsHeld());
 }
 
 TEST_F(MediaIdThread, AfterAFailedLastWithdrawalTheElementStays) {
-    FakeServer::Fail("withdraw", 2);
+    FakeCommands::Fail("withdraw", 2);
     Run();
     EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kServerFailureLine, kWithdrawalFailureLine));
+                ElementsAre(kCommandFailureLine, kWithdrawalFailureLine));
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     EXPECT_FALSE(StateLock::IsHeld());
 }
@@ -283,14 +283,14 @@ protected:
     }
     // Leaves an element on the list: the server refused its withdrawal.
     void Strand(int withdrawal = 1) {
-        FakeServer::Fail("withdraw", withdrawal);
+        FakeCommands::Fail("withdraw", withdrawal);
         Run();
         log_.Take();
         EXPECT_TRUE(IsInProgress(kChanger, kElem));
     }
 };
 
-TEST_F(MediaIdServer, ElementLeftOnTheListStaysWhileItsServerLives) {
+TEST_F(MediaIdServer, ElementLeftOnTheListStaysWhileItsServerRuns) {
     for (const int withdrawal : {1, 2}) {
         AddChanger(kChanger);
         Strand(withdrawal);
@@ -300,7 +300,7 @@ TEST_F(MediaIdServer, ElementLeftOnTheListStaysWhileItsServerLives) {
     }
 }
 
-TEST_F(MediaIdServer, ElementLeftOnTheListIsTakenOffForTheNextServer) {
+TEST_F(MediaIdServer, ElementLeftOnTheListIsRemovedForTheNextServer) {
     for (const int withdrawal : {1, 2}) {
         Handle(kServer);
         Strand(withdrawal);
@@ -309,11 +309,11 @@ TEST_F(MediaIdServer, ElementLeftOnTheListIsTakenOffForTheNextServer) {
     }
 }
 
-TEST_F(MediaIdServer, ElementsWithAPartInCommonAreTakenOffForTheNextServerAlike) {
+TEST_F(MediaIdServer, ElementsThatShareChangerOrSlotAreAllRemovedForTheNextServer) {
     AddChanger(kOtherChanger);
     for (const UInt64 changer : {kChanger, kOtherChanger}) {
         for (const UInt16 elem : std::initializer_list<UInt16>{kElem, 6}) {
-            FakeServer::Fail("withdraw");
+            FakeCommands::Fail("withdraw");
             EXPECT_EQ(Start(0, changer, elem), Chain());
             DeferredThreads::RunNext();
         }
@@ -343,7 +343,7 @@ TEST_F(MediaIdServer, StartTimeThatCannotBeReadLeavesTheElement) {
 
 TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadHasEnded) {
     EXPECT_EQ(Start(), Chain());
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     Handle(kNextServer);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     DeferredThreads::RunNext();
@@ -353,7 +353,7 @@ TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadHasEnded) {
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdServer, NothingElseIsTouchedAndNothingIsSent) {
+TEST_F(MediaIdServer, OtherStateIsUnchangedAndNoCommandIsSent) {
     AddChanger(kOtherChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kOtherChanger, kElem), nullptr);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 6), nullptr);
@@ -370,7 +370,7 @@ TEST_F(MediaIdServer, NothingElseIsTouchedAndNothingIsSent) {
     EXPECT_TRUE(ShouldAbort(kChanger));
 }
 
-TEST_F(MediaIdServer, ElementStartedAgainIsLeftByTheServerOfTheLastStart) {
+TEST_F(MediaIdServer, ElementStartedAgainBelongsToTheServerOfItsLastStart) {
     Strand();
     AddChanger(kChanger); // anew: nothing is on the list
     Handle(kNextServer);
@@ -382,17 +382,17 @@ TEST_F(MediaIdServer, ElementStartedAgainIsLeftByTheServerOfTheLastStart) {
 }
 
 // Two threads for one element: its changer was removed and added while the first one ran.
-TEST_F(MediaIdServer, ElementOfTwoThreadsIsTheOneStartedLast) {
+TEST_F(MediaIdServer, ElementOfTwoThreadsBelongsToTheThreadStartedLast) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
     Handle(kNextServer);
     EXPECT_EQ(Start(), Chain());
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     DeferredThreads::RunNext(); // leaves what is no longer its own
     Handle({9, {9, 9}});
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     Handle(kNextServer);
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     DeferredThreads::RunNext();
     log_.Take();
     Handle(kNextServer);
@@ -401,16 +401,16 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsIsTheOneStartedLast) {
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdServer, ElementOfAnEarlierThreadStaysUntilThatHasEndedToo) {
+TEST_F(MediaIdServer, ElementOfTwoThreadsStaysUntilBothHaveEnded) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     EXPECT_EQ(Start(), Chain());
     DeferredThreads::RunLast();
     log_.Take();
     Handle(kNextServer);
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    FakeServer::Fail("withdraw");
+    FakeCommands::Fail("withdraw");
     DeferredThreads::RunNext();
     log_.Take();
     Handle(kNextServer);
@@ -425,7 +425,7 @@ TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdServer, ElementOfAChangerThatWentIsForgottenForTheNextServer) {
+TEST_F(MediaIdServer, ElementOfARemovedChangerIsForgottenForTheNextServer) {
     Strand();
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     Handle(kNextServer);
@@ -435,7 +435,7 @@ TEST_F(MediaIdServer, ElementOfAChangerThatWentIsForgottenForTheNextServer) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdServer, WithoutMemoryTheElementIsTakenOffByTheNextCall) {
+TEST_F(MediaIdServer, WithoutMemoryTheElementIsRemovedByTheNextCall) {
     Strand();
     {
         const AllocationFault fault(1);
@@ -449,7 +449,7 @@ TEST_F(MediaIdServer, WithoutMemoryTheElementIsTakenOffByTheNextCall) {
 
 // ---- the end ----
 
-TEST_F(MediaIdThread, AFailedLockLeavesTheElement) {
+TEST_F(MediaIdThread, AFailedLockLeavesTheElementOnTheList) {
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL);
     DeferredThreads::RunNext();
@@ -460,8 +460,8 @@ TEST_F(MediaIdThread, AFailedLockLeavesTheElement) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, AChangerRemovedMeanwhileIsLeftAlone) {
-    FakeServer::OnCommand([](std::string_view command) {
+TEST_F(MediaIdThread, AChangerRemovedDuringTheThreadStaysRemoved) {
+    FakeCommands::OnCommand([](std::string_view command) {
         if (command == kEject)
             EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     });
@@ -495,13 +495,13 @@ TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
     EXPECT_FALSE(StateLock::IsHeld());
 }
 
-TEST_F(MediaIdThread, AChangersNumberIsToldInSixteenDigits) {
+TEST_F(MediaIdThread, AChangersNumberIsLoggedInSixteenDigits) {
     const std::string number = kSmallChangerText;
     AddChanger(kSmallChanger);
     std::set<std::string> messages;
     const auto run = [&](const char* failing, bool walkFails, std::size_t nthAllocation) {
         EXPECT_EQ(StartMediaId(kSmallChanger, kElem, 0), nullptr);
-        FakeServer::Fail(failing);
+        FakeCommands::Fail(failing);
         g_walkFails = walkFails;
         {
             const AllocationFault fault(nthAllocation);

@@ -57,14 +57,14 @@ constexpr std::pair<SInt32, SInt32> kNeverIdentified = {0, 0};
 constexpr std::pair<SInt32, SInt32> kWithoutFileSystem = {1, 0};
 constexpr std::pair<SInt32, SInt32> kWithFileSystem = {1, 1};
 
-TEST_F(MediaInfo, BeforeAnyListThereIsNone) {
+TEST_F(MediaInfo, BeforeTheFirstListTheQueryFails) {
     EXPECT_EQ(TakeChain(MediaHasMountablePartitions(kChanger, 0, &identified_, &hasFileSystem_)),
               (Chain{{"info list array is still NULL", "MediaHasMountablePartitions", kSource}}));
     EXPECT_EQ(identified_, 0);
     EXPECT_EQ(hasFileSystem_, 0);
 }
 
-TEST_F(MediaInfo, BeforeAnyListNoChangerIsFound) {
+TEST_F(MediaInfo, BeforeTheFirstListNoChangerIsFound) {
     const auto earlier = Dictionary();
     CFDictionaryRef info = earlier;
     EXPECT_EQ(TakeChain(GetChangerInfoDict(kChanger, &info)),
@@ -113,7 +113,7 @@ TEST_F(MediaInfo, AnAbsentChangerIsNotFound) {
                       kVErrCodeNotFound}}));
 }
 
-TEST_F(MediaInfo, AnAbsentChangersNumberIsToldInSixteenDigits) {
+TEST_F(MediaInfo, AnAbsentChangersNumberIsLoggedInSixteenDigits) {
     SaveInfoList(Array());
     CFDictionaryRef info = nullptr;
     EXPECT_THAT(TakeMessages(GetChangerInfoDict(kSmallChanger, &info)),
@@ -130,7 +130,7 @@ TEST_F(MediaInfo, AnEntryWithoutGuidHidesThoseBehindIt) {
     }
 }
 
-TEST_F(MediaInfo, ANullElementIsToldWithItsIndex) {
+TEST_F(MediaInfo, ANullElementIsLoggedWithItsIndex) {
     SaveInfoList(Array(
         {Dictionary({{"GUID", static_cast<SInt64>(kOtherChanger)}}),
          Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
@@ -152,7 +152,7 @@ TEST_F(MediaInfo, ANullElementIsToldWithItsIndex) {
     }
 }
 
-TEST_F(MediaInfo, AFailedSearchEmptiesTheCallersDictionary) {
+TEST_F(MediaInfo, AFailedSearchSetsTheCallersDictionaryToNull) {
     const auto earlier = Dictionary();
     SaveInfoList(Array());
     CFDictionaryRef info = earlier;
@@ -166,12 +166,12 @@ TEST_F(MediaInfo, AListThatIsNoArrayIsEmpty) {
                 ElementsAre("fail find changer GUID 9EDCBA9876543210", "fail GetChangerInfoDict"));
 }
 
-TEST_F(MediaInfo, NeverIdentifiedWhateverThePartitions) {
+TEST_F(MediaInfo, AnIdentifyTimeOfZeroIsNeverIdentifiedWhateverThePartitions) {
     SaveMedia({Medium(0, {Partition(true)})});
     EXPECT_EQ(Answer(0), kNeverIdentified);
 }
 
-TEST_F(MediaInfo, AnyPartitionWithAFileSystemCounts) {
+TEST_F(MediaInfo, OnePartitionWithAFileSystemSuffices) {
     SaveMedia({Medium(1, {}), Medium(2, {Partition(false), Partition(false)}),
                Medium(-3, {Partition(false), Partition(true), Dictionary()})});
     EXPECT_EQ(Answer(0), kWithoutFileSystem);
@@ -215,7 +215,7 @@ TEST_F(MediaInfo, FailsWithoutPartitionsOnceIdentified) {
     }
 }
 
-TEST_F(MediaInfo, APartitionThatDoesNotSayEndsTheWalk) {
+TEST_F(MediaInfo, APartitionWithoutABooleanEndsTheSearch) {
     SaveMedia({Medium(1, {Partition(false), Dictionary(), Partition(true)}),
                Medium(1, {Dictionary({{"Partition Has File System", 1}})})});
     EXPECT_THAT(Messages(0),

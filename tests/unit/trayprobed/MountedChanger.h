@@ -4,7 +4,7 @@
 /* A known changer whose file system is a temporary tree, mounted when the test says so. */
 
 #include "DeferredThreads.h"
-#include "FakeServer.h"
+#include "FakeCommands.h"
 #include "FileSystemSeams.h"
 #include "Journal.h"
 #include "Store.h"
@@ -26,13 +26,13 @@ protected:
     MountedChanger() : seams_(tree_.Root()) {
         EXPECT_EQ(InitChangerFSCacheState(), nullptr);
         AddChanger(kChanger);
-        FakeServer::Reset();
+        FakeCommands::Reset();
         Journal::Take();
     }
     ~MountedChanger() override {
         EXPECT_FALSE(StateLock::IsHeld());
         TermChangerFSCacheState();
-        FakeServer::Reset();
+        FakeCommands::Reset();
     }
 
     void Mount() const {

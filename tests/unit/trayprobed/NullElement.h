@@ -4,15 +4,15 @@
 /* An element of an array that reads as null, which no array here holds: wrap
    CFArrayGetValueAtIndex. */
 
+#include "support/NotCopyable.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 /* While it lives, the element at that index of every array reads as null, from the read after so
    many others of it. One at a time. */
-class NullElement {
+class NullElement : NotCopyable {
 public:
     explicit NullElement(CFIndex index, int goodReads = 0);
-    NullElement(const NullElement&) = delete;
-    NullElement& operator=(const NullElement&) = delete;
     ~NullElement();
 };
 

@@ -44,7 +44,7 @@ protected:
     }
 };
 
-TEST_F(Progress, WithoutMediaRootsNothingIsToldTwice) {
+TEST_F(Progress, WithoutMediaRootsZeroOfZeroIsShownTwice) {
     tree_.MakeDirectory("a");
     EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 0), kClear));
 }
@@ -57,7 +57,7 @@ TEST_F(Progress, EachMediaRootIsAStep) {
                 ElementsAre(Show(0, 0), Show(0, 3), Show(1, 3), Show(2, 3), Show(3, 3), kClear));
 }
 
-TEST_F(Progress, AMediaRootInsideAnotherIsNoStep) {
+TEST_F(Progress, AMediaRootInsideAnotherIsNoStepOfTheProgress) {
     MakeMediaRoot("outer");
     MakeMediaRoot("outer/a/inner");
     EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 1), Show(1, 1), kClear));
@@ -66,7 +66,7 @@ TEST_F(Progress, AMediaRootInsideAnotherIsNoStep) {
 // A disc that is put in between the count and the walk.
 TEST_F(Progress, TheStepMayPassTheMaximum) {
     MakeMediaRoot("one");
-    FakeServer::OnCommand([&](std::string_view command) {
+    FakeCommands::OnCommand([&](std::string_view command) {
         if (command == Show(0, 1))
             MakeMediaRoot("two");
     });
@@ -86,7 +86,7 @@ TEST_F(Progress, TheFirstReportComesBeforeTheCount) {
 TEST_F(Progress, AFailedReportEndsTheStart) {
     FSCacheStatusReport* report = nullptr;
     for (const int nth : {1, 2}) {
-        FakeServer::Fail("show", nth);
+        FakeCommands::Fail("show", nth);
         report = reinterpret_cast<FSCacheStatusReport*>(this);
         const Chain chain =
             TakeChain(StartStatusReportingForFullFSCache(kChanger, tree_.Root().c_str(), &report));
@@ -159,7 +159,7 @@ TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
 }
 
 // Every report says that no abort is requested: it may undo a user's.
-TEST_F(Progress, NoReportAsksForAnAbort) {
+TEST_F(Progress, NoReportRequestsAnAbort) {
     SetAbort(1);
     const FSCacheStatusReport report = {kChanger, "m", 1, 2, 0};
     EXPECT_EQ(ReportFSCacheClientStatus(&report), nullptr);
@@ -169,10 +169,10 @@ TEST_F(Progress, NoReportAsksForAnAbort) {
 // The record stays, in case the status is ever looked for.
 TEST_F(Progress, AStatusThatCannotBeClearedKeepsItsRecord) {
     FSCacheStatusReport* report = Start();
-    FakeServer::Fail("clear");
+    FakeCommands::Fail("clear");
     EndStatusReportingForFullFSCache(report);
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kServerFailureLine,
+                ElementsAre(kCommandFailureLine,
                             "ChangerFSCacheThread:123, ResetStatusReporting: fail "
                             "ChangerServerClearClientStatus (VErrCode = 1005)",
                             "ChangerFSCacheThread:123, EndStatusReportingForFullFSCache: fail "

@@ -26,10 +26,6 @@ const char* LoopName(CFRunLoopRef loop) {
 } // namespace
 
 extern "C" {
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context);
 void __real_CFRunLoopAddTimer(CFRunLoopRef loop, CFRunLoopTimerRef timer, CFStringRef mode);
 void __real_CFRunLoopRemoveTimer(CFRunLoopRef loop, CFRunLoopTimerRef timer, CFStringRef mode);
 void __real_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
@@ -46,8 +42,7 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
         __real_CFRunLoopTimerCreate(allocator, fireDate, interval, flags, order, callout, context);
     if (g_isRecording && timer != nullptr) {
         CFRetain(timer);
-        g_timers.push_back({timer, static_cast<time_t>(fireDate + kCFAbsoluteTimeIntervalSince1970),
-                            interval, flags, order, callout, *context});
+        g_timers.push_back({timer, fireDate, interval, flags, order, callout, *context});
     }
     return timer;
 }

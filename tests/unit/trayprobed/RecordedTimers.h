@@ -1,34 +1,24 @@
 #ifndef TESTS_UNIT_TRAYPROBED_RECORDEDTIMERS_H
 #define TESTS_UNIT_TRAYPROBED_RECORDEDTIMERS_H
 
-/* The run-loop timers that the daemon makes: real ones, but watched. */
+/* Records the run-loop timers that the daemon creates. Wrap the functions of
+   kRecordedTimersWraps. */
 
-#include <CoreFoundation/CoreFoundation.h>
+#include "support/NotCopyable.h"
+#include "support/RecordedTimer.h"
 
-#include <ctime>
 #include <vector>
 
-struct RecordedTimer {
-    CFRunLoopTimerRef timer; // a reference of the record's own
-    time_t fireTime;
-    CFTimeInterval interval;
-    CFOptionFlags flags;
-    CFIndex order;
-    CFRunLoopTimerCallBack callout;
-    CFRunLoopTimerContext context;
-};
-
-/* While it lives, records timers, and notes in the journal where they are added, removed and
-   invalidated. At its end no timer is left in the loop. */
-class RecordedTimers {
+/* While an object lives, each timer created is recorded, and the journal shows where timers are
+   added, removed and invalidated. The destructor invalidates and releases all of them. */
+class RecordedTimers : NotCopyable {
 public:
     RecordedTimers();
     ~RecordedTimers();
-    RecordedTimers(const RecordedTimers&) = delete;
-    RecordedTimers& operator=(const RecordedTimers&) = delete;
 
+    // In the order of their creation; the recorder owns a reference to each timer.
     static const std::vector<RecordedTimer>& All();
-    // The next timer cannot be made.
+    // The next CFRunLoopTimerCreate returns nullptr.
     static void FailNext();
 };
 

@@ -81,13 +81,13 @@ TEST_F(Scheduling, ARequestComesBeforeANewMedium) {
                 ElementsAre(Identify(5)));
 }
 
-TEST_F(Scheduling, TheLowestPositionWinsWhateverItsSlot) {
+TEST_F(Scheduling, TheMediumAtTheLowestPositionIsPickedWhateverItsSlot) {
     EXPECT_THAT(Start({Medium(7), Requested(6), Requested(2)}), ElementsAre(Identify(6)));
     EXPECT_THAT(Start({Medium(7), New(9), New(2)}, {{"Data Transfer Element Count", 5}}),
                 ElementsAre(Identify(9)));
 }
 
-TEST_F(Scheduling, AnIdentifiedMediumIsLeftUnlessRequested) {
+TEST_F(Scheduling, AnIdentifiedMediumIsPickedOnlyOnRequest) {
     EXPECT_THAT(Start({Medium(0), Medium(1, {{"Media Identify Time", -1}})}), IsEmpty());
     EXPECT_THAT(Start({Medium(0), Requested(1)}), ElementsAre(Identify(1)));
 }
@@ -112,12 +112,12 @@ TEST_F(Scheduling, AMediumBeingIdentifiedIsSkipped) {
     EXPECT_THAT(Start({Requested(1), Requested(2)}), ElementsAre(Identify(2)));
 }
 
-TEST_F(Scheduling, ANewMediumIsTakenWhenEveryRequestIsBeingServed) {
+TEST_F(Scheduling, ANewMediumIsPickedWhenEveryRequestIsInProgress) {
     SetInProgress({1});
     EXPECT_THAT(Start({Requested(1), New(2)}), ElementsAre(Identify(2)));
 }
 
-TEST_F(Scheduling, SlotsAbove32767AreMetAgain) {
+TEST_F(Scheduling, SlotsAbove32767AreFoundInProgress) {
     SetInProgress({40000});
     EXPECT_THAT(Start({Requested(40000), Requested(-25536)}), IsEmpty());
 }
@@ -128,7 +128,7 @@ TEST_F(Scheduling, WithoutMediaNothingStarts) {
 
 // ---- whether automatically ----
 
-TEST_F(Scheduling, TheChangersPreferenceGoesBeforeTheGlobalFlag) {
+TEST_F(Scheduling, TheChangersPreferenceOverridesTheGlobalFlag) {
     const auto off = Dictionary({{"IdentifyMediaOnInsert", false}});
     const auto on = Dictionary({{"IdentifyMediaOnInsert", true}});
     EXPECT_THAT(Start({New(1)}, {{"Changer Preferences", off}}), IsEmpty());
@@ -146,7 +146,7 @@ TEST_F(Scheduling, WithoutAPreferenceTheGlobalFlagDecides) {
     EXPECT_THAT(Start({New(1)}), ElementsAre(Identify(1)));
 }
 
-TEST_F(Scheduling, ThePreferenceToWalkDownIsHandedOn) {
+TEST_F(Scheduling, ThePreferenceToWalkDownIsPassedToTheThread) {
     EXPECT_THAT(
         Start({New(1)}, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", true}})}}),
         ElementsAre(Identify(1) + " down"));
@@ -157,15 +157,15 @@ TEST_F(Scheduling, ThePreferenceToWalkDownIsHandedOn) {
 
 // ---- whether at all ----
 
-TEST_F(Scheduling, OneIsAlwaysAllowedHoweverManyAreMounted) {
+TEST_F(Scheduling, OneIdentificationIsAllowedHoweverManyDiscsAreMounted) {
     EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 2), New(2)}), ElementsAre(Identify(2)));
 }
 
-TEST_F(Scheduling, OneIsAllowedWithoutDrives) {
+TEST_F(Scheduling, OneIdentificationIsAllowedWithoutDrives) {
     EXPECT_THAT(Start({New(0)}, {{"Data Transfer Element Count", 0}}), ElementsAre(Identify(0)));
 }
 
-TEST_F(Scheduling, AnotherNeedsADriveForItsMountAndForItself) {
+TEST_F(Scheduling, ASecondIdentificationNeedsAFreeDrive) {
     SetInProgress({0});
     EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 1), New(2)}), IsEmpty());
     EXPECT_THAT(Start({Mounted(0, 1), Medium(1), New(2)}), ElementsAre(Identify(2)));
@@ -205,7 +205,7 @@ TEST_F(Scheduling, EveryMountedMediumIsCounted) {
 }
 
 // What the server's restart frees may be picked by the same notification.
-TEST_F(Scheduling, TheServerOfANotificationIsHandedOnBeforeAnythingIsPicked) {
+TEST_F(Scheduling, TheServerOfANotificationIsHandledBeforeAMediumIsPicked) {
     SetInProgress({0});
     g_subscription.server = {4711, {12, 340000}};
     std::vector<ChangerServerProcess> servers;
@@ -222,7 +222,7 @@ TEST_F(Scheduling, TheServerOfANotificationIsHandedOnBeforeAnythingIsPicked) {
 
 // ---- failures ----
 
-TEST_F(Scheduling, ACountEndsWithTheFirstFailure) {
+TEST_F(Scheduling, TheCountEndsAtTheFirstFailure) {
     UInt16 count = 9;
     const auto media = Array({Mounted(0, 1), Dictionary(), Mounted(2, 1)});
     EXPECT_THAT(TakeMessages(CountChangerMountedMedia(media, &count)),
@@ -232,7 +232,7 @@ TEST_F(Scheduling, ACountEndsWithTheFirstFailure) {
                             "fail CountChangerMountedMedia for changer GUID 9EDCBA9876543210"));
 }
 
-TEST_F(Scheduling, TheChangersEntryMustHoldWhatIsRead) {
+TEST_F(Scheduling, EachMissingKeyOfTheChangersEntryFails) {
     struct Case {
         const char* key;
         std::vector<std::string> messages;
@@ -302,7 +302,7 @@ TEST_F(Scheduling, AnUnknownChangerFails) {
 }
 
 // Of a bad medium the scan does not get past, not even for one behind it.
-TEST_F(Scheduling, AMediumWithoutItsKeysEndsTheScan) {
+TEST_F(Scheduling, AMediumWithAMissingKeyEndsTheScan) {
     const std::string manual = "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210";
     const std::string automatic =
         "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210";
@@ -362,7 +362,7 @@ TEST_F(Scheduling, EachScanReadsOnlyItsOwnKey) {
     EXPECT_THAT(Start({Without(Requested(1), "Media Identify Time")}), ElementsAre(Identify(1)));
 }
 
-TEST_F(Scheduling, AFailedStartIsToldByTheThreadsName) {
+TEST_F(Scheduling, AFailedStartIsLoggedWithTheNameOfItsFunction) {
     g_fakes.failing = "StartMediaId";
     EXPECT_THAT(
         MessagesOf(HandleStartingMediaId,
@@ -397,7 +397,7 @@ TEST_F(Scheduling, ANullMediumEndsTheReadingWithItsIndex) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(Scheduling, AChangersNumberIsToldInSixteenDigits) {
+TEST_F(Scheduling, AChangersNumberIsLoggedInSixteenDigits) {
     const std::string number = kSmallChangerText;
     AddChanger(kSmallChanger);
     g_fakes.failing = "StartMediaId";

@@ -28,11 +28,7 @@ protected:
 
     // One round; whether it cached anything.
     bool Update(SInt32 descend = 1) const {
-        SInt32 cached = 2;
-        EXPECT_EQ(
-            TakeChain(RunAFSCacheUpdate(kChanger, kElem, descend, tree_.Root().c_str(), &cached)),
-            Chain());
-        return IsSet(cached);
+        return ReadFlag(RunAFSCacheUpdate, kChanger, kElem, descend, tree_.Root().c_str());
     }
     static Chain Run(SInt32 descend = 1) {
         return TakeChain(RunFSCache(kChanger, kElem, descend));
@@ -86,7 +82,7 @@ TEST_F(SingleDisc, WithoutItsMediaRootNothingIsCached) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
 }
 
-TEST_F(SingleDisc, ARootThatCannotBeListedIsQuiet) {
+TEST_F(SingleDisc, ARootThatCannotBeListedIsNotLogged) {
     MakeMediaRoot("s1");
     FileSystemSeams::FailListing("./", EIO);
     EXPECT_FALSE(Update());
@@ -240,7 +236,7 @@ TEST_F(SingleDisc, AClockSetBackMakesTheWaitNoLongerThanTwice) {
     EXPECT_THAT(Journal::Take(), SizeIs(19));
 }
 
-TEST_F(SingleDisc, TheWaitEndsWhenTheDiscTurnsOutToHoldNothing) {
+TEST_F(SingleDisc, TheWaitEndsWhenTheDiscIsIdentifiedWithoutFileSystem) {
     Mount();
     SaveMedium(0, false);
     FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
@@ -273,7 +269,7 @@ TEST_F(SingleDisc, TheStateLockIsNeverHeldWhileListing) {
 
 // ---- memory ----
 
-TEST_F(SingleDisc, WithoutMemoryEachStepIsToldByItsName) {
+TEST_F(SingleDisc, WithoutMemoryEachStepIsLoggedByItsName) {
     Mount();
     SaveMedium(1, true);
     MakeMediaRoot("s1");

@@ -7,6 +7,7 @@
  */
 
 #include "common/VErr.h"
+#include "support/NotCopyable.h"
 
 #include <functional>
 
@@ -33,12 +34,10 @@ public:
 };
 
 /* While it lives, calls the function when the calling thread is about to wait for a mutex. */
-class OnWaitingForMutex {
+class OnWaitingForMutex : NotCopyable {
 public:
     explicit OnWaitingForMutex(std::function<void()> function);
     ~OnWaitingForMutex();
-    OnWaitingForMutex(const OnWaitingForMutex&) = delete;
-    OnWaitingForMutex& operator=(const OnWaitingForMutex&) = delete;
 
 private:
     std::function<void()> function_;

@@ -39,9 +39,7 @@ protected:
         EXPECT_EQ(TakeChain(AddChangerToList(changerGUID)), Chain());
     }
     bool IsKnown(UInt64 changerGUID) const {
-        SInt32 isKnown = 2;
-        EXPECT_EQ(TakeChain(IsChangerInList(changerGUID, &isKnown)), Chain());
-        return IsSet(isKnown);
+        return ReadFlag(IsChangerInList, changerGUID);
     }
     UInt32 InProgressCount(UInt64 changerGUID) const {
         UInt32 count = 999;
@@ -49,20 +47,13 @@ protected:
         return count;
     }
     bool IsInProgress(UInt64 changerGUID, UInt16 storageElem) const {
-        SInt32 isOnList = 2;
-        EXPECT_EQ(TakeChain(IsStorageElemOnInProgressList(changerGUID, storageElem, &isOnList)),
-                  Chain());
-        return IsSet(isOnList);
+        return ReadFlag(IsStorageElemOnInProgressList, changerGUID, storageElem);
     }
     bool IsBuilding(UInt64 changerGUID) const {
-        SInt32 inProgress = 2;
-        EXPECT_EQ(TakeChain(GetChangerFSCacheBuildInProgress(changerGUID, &inProgress)), Chain());
-        return IsSet(inProgress);
+        return ReadFlag(GetChangerFSCacheBuildInProgress, changerGUID);
     }
     bool ShouldAbort(UInt64 changerGUID) const {
-        SInt32 shouldAbort = 2;
-        EXPECT_EQ(TakeChain(GetChangerShouldAbortOperation(changerGUID, &shouldAbort)), Chain());
-        return IsSet(shouldAbort);
+        return ReadFlag(GetChangerShouldAbortOperation, changerGUID);
     }
     void SaveInfoList(CFArrayRef list) {
         EXPECT_EQ(SaveChangerInfoList(list), nullptr);
@@ -75,8 +66,11 @@ protected:
         savedList_ = list;
     }
 
-    // A flag must have been written: before each call it is neither true nor false.
-    static bool IsSet(SInt32 flag) {
+    // Calls getter(arguments..., &flag), which must set the flag to 0 or 1.
+    template<typename Getter, typename... Arguments>
+    static bool ReadFlag(Getter getter, Arguments... arguments) {
+        SInt32 flag = 2;
+        EXPECT_EQ(TakeChain(getter(arguments..., &flag)), Chain());
         EXPECT_TRUE(flag == 0 || flag == 1) << flag;
         return flag == 1;
     }

@@ -65,7 +65,7 @@ private:
     }
 };
 
-TEST_F(StoreMemory, Lookups) {
+TEST_F(StoreMemory, AFailedLookupChangesNothing) {
     SInt32 flag = 0;
     UInt32 count = 0;
     ExpectAllOrNothing([&] { return IsChangerInList(kChanger, &flag); },
@@ -81,7 +81,7 @@ TEST_F(StoreMemory, Lookups) {
                        {"fail GetChangerDictForGUID"});
 }
 
-TEST_F(StoreMemory, Copies) {
+TEST_F(StoreMemory, AFailedCopyChangesNothing) {
     ExpectAllOrNothing(
         [] {
             CFOwned<CFMutableDictionaryRef> dict;
@@ -96,7 +96,7 @@ TEST_F(StoreMemory, Copies) {
         {"fail alloc changer GUID buffer", "fail create changer list array"});
 }
 
-TEST_F(StoreMemory, Changers) {
+TEST_F(StoreMemory, AFailedRemovalOrReplacementChangesNothing) {
     ExpectAllOrNothing([] { return RemoveChangerFromList(kChanger); },
                        {"fail alloc changer GUID number"});
     const auto state = Dictionary({{"In Progress", Array()}});
@@ -104,14 +104,14 @@ TEST_F(StoreMemory, Changers) {
                        {"fail alloc changer GUID number"});
 }
 
-TEST_F(StoreMemory, Flags) {
+TEST_F(StoreMemory, AFailedFlagSetterChangesNothing) {
     ExpectAllOrNothing([] { return SetChangerFSCacheBuildInProgress(kChanger, 1); },
                        {"fail GetChangerDictForGUID", "fail SetChangerDictForGUID"});
     ExpectAllOrNothing([] { return SetChangerShouldAbortOperation(kChanger, 1); },
                        {"fail GetChangerDictForGUID", "fail SetChangerDictForGUID"});
 }
 
-TEST_F(StoreMemory, ElementsInProgress) {
+TEST_F(StoreMemory, AFailedListUpdateChangesNothing) {
     ExpectAllOrNothing(
         [] { return AddStorageElemToMediaIdInProgressList(kChanger, 50000); },
         {"fail GetChangerDictForGUID", "fail create CFNumber from storage elem index",
@@ -123,7 +123,7 @@ TEST_F(StoreMemory, ElementsInProgress) {
 }
 
 // A list that has to grow for it, or not.
-TEST_F(StoreMemory, ListsOfAnyLength) {
+TEST_F(StoreMemory, AFailedInsertionChangesNoListOfAnyLength) {
     for (UInt16 count = 0; count < 20; ++count) {
         VErrLink* err = nullptr;
         SweepAllocationFaults(
@@ -136,7 +136,7 @@ TEST_F(StoreMemory, ListsOfAnyLength) {
     }
 }
 
-TEST_F(StoreMemory, AddingAChanger) {
+TEST_F(StoreMemory, AFailedAdditionChangesNothing) {
     ExpectAllOrNothing([] { return AddChangerToList(kChanger); },
                        {"fail alloc changer GUID number", "fail allocate changer dictionary",
                         "fail alloc media id in-progress array"});

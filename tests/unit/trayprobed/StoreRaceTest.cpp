@@ -5,6 +5,8 @@
 
 #include "Store.h"
 
+#include "support/RecordedTimer.h"
+
 #include <atomic>
 #include <functional>
 #include <semaphore>
@@ -21,9 +23,6 @@ extern "C" {
 CFMutableDictionaryRef __real_CFDictionaryCreateMutableCopy(CFAllocatorRef allocator,
                                                             CFIndex capacity,
                                                             CFDictionaryRef dictionary);
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
 
 CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
                                               CFTimeInterval interval, CFOptionFlags flags,
@@ -132,7 +131,7 @@ TEST_F(StoreRace, NoUpdateUndoesAnother) {
 }
 
 // For the thread sanitizer, above all.
-TEST_F(StoreRace, ManyThreadsAtOnce) {
+TEST_F(StoreRace, UpdatesOfManyThreadsAllLast) {
     constexpr int kRounds = 300;
     SaveInfoList(Array());
     std::atomic<bool> stop = false;

@@ -185,7 +185,7 @@ TEST_F(Walking, ASlashAtTheEndIsNotDoubled) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./a", "list ./a/b"));
 }
 
-TEST_F(Walking, ADirectoryThatCannotBeListedIsLoggedAndPassedOver) {
+TEST_F(Walking, ADirectoryThatCannotBeListedIsLoggedAndSkipped) {
     tree_.MakeDirectory("a");
     tree_.MakeDirectory("b/c");
     tree_.MakeDirectory("d");
@@ -206,7 +206,7 @@ TEST_F(Walking, AnAbsentRootIsLoggedOnly) {
     Journal::Take();
 }
 
-TEST_F(Walking, AnEntryWithoutAStatusIsPassedOver) {
+TEST_F(Walking, AnEntryWhoseStatusFailsIsSkipped) {
     tree_.MakeDirectory("a");
     tree_.MakeDirectory("b");
     FileSystemSeams::FailStatus("./a", EIO);
@@ -242,7 +242,7 @@ TEST_F(Walking, ADirectoryIsNeverItsOwnChild) {
 }
 
 // A cut name may be a sibling's: that one is walked twice, and the walk ends.
-TEST_F(Walking, ACutNameMayBeASiblings) {
+TEST_F(Walking, ATruncatedNameOpensTheSiblingOfThatName) {
     const int directory = MakePathOf(1021);
     ASSERT_EQ(mkdirat(directory, "y", 0700), 0);
     ASSERT_EQ(mkdirat(directory, "yes", 0700), 0);
@@ -419,7 +419,7 @@ TEST_F(Walking, TheRootItselfIsNotTested) {
     Journal::Take();
 }
 
-TEST_F(Walking, AMediaRootInsideAnotherIsNoStep) {
+TEST_F(Walking, AMediaRootInsideAnotherIsNotReported) {
     MakeMediaRoot("disc");
     MakeMediaRoot("disc/a/inner");
     FSCacheStatusReport report = {kChanger, "message", 0, 1, 0};
@@ -433,7 +433,7 @@ TEST_F(Walking, AMediaRootInsideAnotherIsNoStep) {
 TEST_F(Walking, AFailedReportEndsTheWalk) {
     MakeMediaRoot("deep/one");
     MakeMediaRoot("deep/two");
-    FakeServer::Fail("show");
+    FakeCommands::Fail("show");
     FSCacheStatusReport report = {kChanger, "message", 0, 2, 0};
     const Chain chain = Walk(1, &report);
     ASSERT_EQ(chain.size(), 5U);
@@ -454,7 +454,7 @@ TEST_F(Walking, AnAbortInsideAMediaRootIsNoStep) {
     Journal::Take();
 }
 
-TEST_F(Walking, SpecialFilesUnderTheInfoNamesAreNoObstacle) {
+TEST_F(Walking, SpecialFilesWithInfoNamesDoNotBlockTheWalk) {
     tree_.MakeDirectory("fifo/a");
     ASSERT_EQ(mkfifo(tree_.Path("fifo/.media_info.plist").c_str(), 0600), 0);
     tree_.MakeDirectory("device/a");
@@ -506,7 +506,7 @@ TEST_F(Walking, TheCountWraps) {
     Journal::Take();
 }
 
-TEST_F(Walking, WhatCannotBeListedCountsNothing) {
+TEST_F(Walking, ADirectoryThatCannotBeListedCountsAsZero) {
     MakeMediaRoot("folder/one");
     MakeMediaRoot("two");
     tree_.MakeDirectory("three");

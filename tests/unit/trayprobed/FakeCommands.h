@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_TRAYPROBED_FAKESERVER_H
-#define TESTS_UNIT_TRAYPROBED_FAKESERVER_H
+#ifndef TESTS_UNIT_TRAYPROBED_FAKECOMMANDS_H
+#define TESTS_UNIT_TRAYPROBED_FAKECOMMANDS_H
 
 /*
  * The commands to the changer server, in place of the real ones. Each is noted in the journal,
@@ -19,7 +19,7 @@
 
 struct FSCacheStatusReport;
 
-class FakeServer {
+class FakeCommands {
 public:
     // Serves well, from now on.
     static void Reset();
@@ -35,7 +35,7 @@ public:
 };
 
 /* How such a failure looks in the log. */
-constexpr const char* kServerFailureLine =
-    "FakeServer:123, Answer: fail on purpose (VErrCode = 1005)";
+constexpr const char* kCommandFailureLine =
+    "FakeCommands:123, Answer: fail on purpose (VErrCode = 1005)";
 
 #endif

@@ -1,12 +1,13 @@
-#ifndef TESTS_UNIT_CONNECTION_FAKESERVER_H
-#define TESTS_UNIT_CONNECTION_FAKESERVER_H
+#ifndef TESTS_UNIT_CONNECTION_FAKEEXCHANGE_H
+#define TESTS_UNIT_CONNECTION_FAKEEXCHANGE_H
 
 /*
  * The server as the commands see it: SendMessageToChangerServer itself, a clock that only sleeping
- * moves, and a process id.
+ * moves, and a process id. Wrap those named in FakeExchange.cpp.
  */
 
 #include "common/VErr.h"
+#include "support/NotCopyable.h"
 #include "support/PropertyLists.h"
 
 #include <cstddef>
@@ -16,7 +17,7 @@
 constexpr int kOwnProcessId = 4242;
 
 struct ServerAnswer {
-    VErrCode code = 0; // of a chain with the message "told by the server"; 0 is success
+    VErrCode code = 0; // of a chain with the message "sent by the server"; 0 is success
     Value reply = Dictionary();
     long clockJump = 0; // seconds by which somebody sets the clock before the answer
 };
@@ -25,14 +26,12 @@ inline ServerAnswer Fails(int number, long clockJump = 0) {
     return {kVErrFacilityBase + number, Dictionary(), clockJump};
 }
 
-class FakeServer {
+class FakeExchange : NotCopyable {
 public:
     // Gives the answers one after the other; the last is for all that follow.
-    explicit FakeServer(std::vector<ServerAnswer> answers = {{}});
-    FakeServer(const FakeServer&) = delete;
-    FakeServer& operator=(const FakeServer&) = delete;
+    explicit FakeExchange(std::vector<ServerAnswer> answers = {{}});
     // Frees the replies that the command left behind.
-    ~FakeServer();
+    ~FakeExchange();
 
     // The messages, as XML.
     const std::vector<std::string>& Requests() const {

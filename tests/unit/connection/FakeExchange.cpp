@@ -1,4 +1,4 @@
-#include "FakeServer.h"
+#include "FakeExchange.h"
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 
@@ -9,21 +9,21 @@
 #include <unistd.h>
 #include <utility>
 
-static const char kSourcePath[] = "tests/unit/FakeServer";
+static const char kSourcePath[] = "tests/unit/FakeExchange";
 
-static FakeServer* g_server = nullptr;
+static FakeExchange* g_server = nullptr;
 static time_t g_now = 0;
 
 // The command's clock begins anywhere in time.
 constexpr time_t kStart = 1'000'000'000;
 
-FakeServer::FakeServer(std::vector<ServerAnswer> answers) : answers_(std::move(answers)) {
+FakeExchange::FakeExchange(std::vector<ServerAnswer> answers) : answers_(std::move(answers)) {
     EXPECT_EQ(g_server, nullptr);
     g_server = this;
     g_now = kStart;
 }
 
-FakeServer::~FakeServer() {
+FakeExchange::~FakeExchange() {
     g_server = nullptr;
     for (std::size_t i = 0; i < replies_.size(); ++i) {
         CFRelease(replies_[i]);
@@ -32,7 +32,7 @@ FakeServer::~FakeServer() {
     }
 }
 
-VErrLink* FakeServer::Receive(CFDictionaryRef message, CFDictionaryRef* reply) {
+VErrLink* FakeExchange::Receive(CFDictionaryRef message, CFDictionaryRef* reply) {
     const ServerAnswer& answer = answers_[std::min(requests_.size(), answers_.size() - 1)];
     g_now += answer.clockJump;
     requests_.push_back(XmlOf(message));
@@ -44,11 +44,11 @@ VErrLink* FakeServer::Receive(CFDictionaryRef message, CFDictionaryRef* reply) {
     *reply = copy;
     VErrLink* err = nullptr;
     if (answer.code != 0)
-        VERR_RAISE(VErrThrowWithErrCode(&err, answer.code, "told by the server"));
+        VERR_RAISE(VErrThrowWithErrCode(&err, answer.code, "sent by the server"));
     return err;
 }
 
-void FakeServer::NoteRelease(CFTypeRef object) {
+void FakeExchange::NoteRelease(CFTypeRef object) {
     const auto found = std::find(replies_.begin(), replies_.end(), object);
     if (found != replies_.end())
         released_.push_back(static_cast<std::size_t>(found - replies_.begin()));

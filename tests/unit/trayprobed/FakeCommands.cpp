@@ -1,4 +1,4 @@
-#include "FakeServer.h"
+#include "FakeCommands.h"
 
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerMountDisc.h"
@@ -40,7 +40,7 @@ VErrLink* Answer(std::string_view command) {
     VErrLink* err = nullptr;
     if (IsFailing(command))
         VErrRaise(VErrThrowWithErrCode(&err, kVErrCodeConnectionLost, "fail on purpose"),
-                  "test/FakeServer", __func__, __LINE__);
+                  "test/FakeCommands", __func__, __LINE__);
     return err;
 }
 
@@ -100,7 +100,7 @@ VErrLink* ChangerServerClearClientStatus(UInt64 changerGUID, const char* clientN
     return err;
 }
 
-void FakeServer::Reset() {
+void FakeCommands::Reset() {
     const std::lock_guard lock(g_mutex);
     g_failures.clear();
     g_onCommand = nullptr;
@@ -108,16 +108,16 @@ void FakeServer::Reset() {
     g_keptReport = nullptr;
 }
 
-void FakeServer::Fail(const std::string& command, int nth) {
+void FakeCommands::Fail(const std::string& command, int nth) {
     const std::lock_guard lock(g_mutex);
     g_failures.push_back({command, nth});
 }
 
-void FakeServer::OnCommand(std::function<void(std::string_view)> function) {
+void FakeCommands::OnCommand(std::function<void(std::string_view)> function) {
     g_onCommand = std::move(function);
 }
 
-FSCacheStatusReport* FakeServer::TakeKeptReport() {
+FSCacheStatusReport* FakeCommands::TakeKeptReport() {
     const std::lock_guard lock(g_mutex);
     g_shownReport = nullptr;
     return std::exchange(g_keptReport, nullptr);

@@ -1,30 +1,24 @@
-#include "RecordedTimers.h"
+#include "TimerControl.h"
 
 #include "Seams.h"
 
 #include <utility>
 
 static constexpr CFAbsoluteTime kFarFuture = 1e10;
-static constexpr CFTimeInterval kEachTurn = 0.001;
+static constexpr CFTimeInterval kEachIteration = 0.001;
 
-static thread_local AskedTimer t_asked;
+static thread_local RecordedTimer t_last;
 static thread_local int t_count = 0;
 static thread_local CFAbsoluteTime t_now = kNow;
-static thread_local std::function<bool()> t_isTime;
+static thread_local std::function<bool()> t_condition;
 
 extern "C" {
 CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void);
-CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime, CFTimeInterval,
-                                              CFOptionFlags, CFIndex, CFRunLoopTimerCallBack,
-                                              CFRunLoopTimerContext*);
 }
 
-static void FireWhenItIsTime(CFRunLoopTimerRef timer, void* info) {
-    if (t_isTime())
-        t_asked.callout(timer, info);
+static void FireIfTrue(CFRunLoopTimerRef timer, void* info) {
+    if (t_condition())
+        t_last.callout(timer, info);
 }
 
 CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void) {
@@ -37,31 +31,30 @@ CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsolu
                                               CFRunLoopTimerContext* context) {
     if (Failing::Is("CFRunLoopTimerCreate"))
         return nullptr;
-    t_asked = {fireDate, interval, flags, order, callout};
+    t_last = {nullptr, fireDate, interval, flags, order, callout, *context};
     ++t_count;
-    if (t_isTime)
-        return __real_CFRunLoopTimerCreate(allocator, 0, kEachTurn, 0, 0, FireWhenItIsTime,
-                                           context);
+    if (t_condition)
+        return __real_CFRunLoopTimerCreate(allocator, 0, kEachIteration, 0, 0, FireIfTrue, context);
     return __real_CFRunLoopTimerCreate(allocator, kFarFuture, 0, 0, 0, callout, context);
 }
 
-TimersFireWhen::TimersFireWhen(std::function<bool()> condition) {
-    t_isTime = std::move(condition);
+TimersFireWhile::TimersFireWhile(std::function<bool()> condition) {
+    t_condition = std::move(condition);
 }
 
-TimersFireWhen::~TimersFireWhen() {
-    t_isTime = nullptr;
+TimersFireWhile::~TimersFireWhile() {
+    t_condition = nullptr;
 }
 
 void SetClock(CFAbsoluteTime now) {
     t_now = now;
 }
 
-AskedTimer LastAskedTimer() {
-    return t_asked;
+const RecordedTimer& LastTimer() {
+    return t_last;
 }
 
-int CountAskedTimers() {
+int CountTimers() {
     return t_count;
 }
 
@@ -70,7 +63,7 @@ Tick::Tick(std::function<void()> function) : function_(std::move(function)) {
         static_cast<Tick*>(info)->function_();
     };
     CFRunLoopTimerContext context = {0, this, nullptr, nullptr, nullptr};
-    timer_ = __real_CFRunLoopTimerCreate(nullptr, 0, kEachTurn, 0, 0, callout, &context);
+    timer_ = __real_CFRunLoopTimerCreate(nullptr, 0, kEachIteration, 0, 0, callout, &context);
     CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer_, kCFRunLoopDefaultMode);
 }
 
@@ -80,7 +73,7 @@ Tick::~Tick() {
 }
 
 void RunUntil(const std::function<bool()>& isDone) {
-    const Tick look([&] {
+    const Tick check([&] {
         if (isDone())
             CFRunLoopStop(CFRunLoopGetCurrent());
     });
