@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_COMMON_HELPERMEMBERS_H
 #define TESTS_UNIT_COMMON_HELPERMEMBERS_H
 
-/* The six families of number helpers, one type each, for tests that treat them alike. */
+/* The six families of number helpers, one type each, for typed tests. */
 
 #include "common/CFHelpers.h"
 

@@ -86,7 +86,7 @@ TEST_F(MessageLog, ASiteWithoutMemoryForItsLinkIsLogged) {
     EXPECT_THAT(log.Take(), ElementsAre("Module:5000000000, Function"));
 }
 
-// Errors sent to a file in a directory of the test's own.
+// Errors are written to a file in a temporary directory.
 class MessageLogFile : public MessageLog {
 protected:
     MessageLogFile() {

@@ -1,4 +1,4 @@
-/* Joined strings, and texts moved between encodings. */
+/* Joining strings, and converting texts between encodings. */
 
 #include "AllocationFaults.h"
 #include "HelperMembers.h"
@@ -180,7 +180,7 @@ TEST_F(TextHelpers, CutsUTF16AtTheCapacity) {
     EXPECT_EQ(buffer[255], 9);
 }
 
-// The length is kept in 16 bits before it is compared with the capacity.
+// The length is truncated to 16 bits before the comparison with the capacity.
 TEST_F(TextHelpers, ALengthBeyondSixteenBitsIsTruncatedFirst) {
     UniChar buffer[8] = {};
     UInt16 length = 0;

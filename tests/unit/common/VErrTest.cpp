@@ -1,5 +1,5 @@
-/* The error chain: what a raise records, what a caller's raise takes over, what is logged, and
-   what becomes of it all without memory. */
+/* The error chain: what a raise records, what a caller's raise inherits, what is logged, and what
+   remains when memory is short. */
 
 #include "common/VErr.h"
 
@@ -33,7 +33,7 @@ protected:
         VErrCatch(&err);
     }
 
-    // Raises at a site of which the log lines are known.
+    // Raises with the site "Module", "Function" and the given line.
     VErrLink* At(SInt64 line, VErrLink* thrown) {
         return VErrRaise(thrown, "some/where/Module", "Function", line);
     }
@@ -194,7 +194,7 @@ TEST_F(VErrTest, AFacilityCodeIsLoggedOnEveryLinkThatTookItOver) {
                                         "Module:2, Function: fail outer (VErrCode = 1024)"));
 }
 
-// People search logs for these numbers, and the server knows some of them.
+// Operators search logs for these numbers, and the server uses some of them.
 TEST_F(VErrTest, EachFacilityCodeIsLoggedByItsNumber) {
     struct {
         VErrCode code;
@@ -286,7 +286,7 @@ TEST_F(VErrTest, PercentSignsInTextsAreNotFormats) {
     EXPECT_THAT(log.Take(), ElementsAre("Module:1, Function: 100% %s %n"));
 }
 
-// A failed walk leaves a link a directory level: neither logging nor releasing may need stack.
+// A failed walk raises one link per directory level: logging and releasing must not recurse.
 TEST_F(VErrTest, ALongChainIsLoggedAndReleasedWithASmallStack) {
     constexpr SInt64 kLinks = 10000;
     for (SInt64 line = 1; line <= kLinks; ++line)
@@ -369,7 +369,7 @@ TEST_P(RaiseWithoutMemory, LogsTheSiteAndStoresNothingInTheSharedLink) {
     EXPECT_EQ(g_genericVErr.fileName, nullptr);
 }
 
-// Raises a link on top of the shared one, for what comes after.
+// Begins each test with the shared link in the slot.
 class OnTheSharedLink : public VErrTest {
 protected:
     OnTheSharedLink() {
@@ -451,7 +451,7 @@ TEST_F(VErrTest, WithoutMemoryForTheSiteOnlyItsLineIsKept) {
     }
 }
 
-// A wide character that the C locale lacks: the formatter has no length to tell.
+// The C locale lacks this wide character, so that vsnprintf() fails.
 TEST_F(VErrTest, AMessageThatCannotBeFormattedIsLoggedAsWithoutMemory) {
     VErrThrow(&err, "%ls", L"\u20ac");
     EXPECT_EQ(err, &g_genericVErr);
@@ -488,7 +488,7 @@ TEST_F(VErrTest, InitSucceedsAndResets) {
     EXPECT_EQ(g_genericVErr.line, 0);
     EXPECT_EQ(g_genericVErr.code, kVErrCodeDefault);
     EXPECT_EQ(g_genericVErr.level, 0);
-    free(path); // Init forgets it
+    free(path); // VErrInit does not release it
 }
 
 TEST_F(VErrTest, TermFreesThePathAndKeepsTheVariable) {

@@ -117,7 +117,7 @@ TEST_F(ValueHelpers, WithoutMemoryNoTextIsSet) {
     EXPECT_EQ(CFArrayGetCount(array), 0);
 }
 
-// Wherever memory ends: at the value, at the first padding or at some later one.
+// The failing allocation may be the value's, the first padding's or a later padding's.
 TEST_F(ValueHelpers, AnArraySetThatFailsLeavesNoPaddingBehind) {
     struct Set {
         VErrLink* (*call)(CFMutableArrayRef array);

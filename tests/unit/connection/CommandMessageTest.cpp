@@ -1,4 +1,4 @@
-/* The message of each command: its keys and their types, and what fails for want of memory. */
+/* The message of each command: keys, types, and failures when memory is short. */
 
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc.h"
@@ -29,7 +29,7 @@ constexpr std::int64_t kStoredGUID = -6999514556857568752;
 
 class CommandMessage : public testing::Test {
 protected:
-    // What the one message that was sent holds.
+    // The content of the only message sent.
     void ExpectSent(const CFOwned<CFMutableDictionaryRef>& expected) {
         EXPECT_THAT(server.Requests(), ElementsAre(XmlOf(expected)));
         EXPECT_THAT(server.Released(), ElementsAre(0));
@@ -187,7 +187,7 @@ const char kStatusFile[] =
 
 TEST(CommandFailure, TheServersErrorIsWrappedAndItsCodeKept) {
     LogCapture log;
-    const VErrCode code = kVErrFacilityBase + 1021; // not asked again here
+    const VErrCode code = kVErrFacilityBase + 1021; // a code that this command does not retry
     const FakeExchange server({Fails(1021)});
     const RaisedLink told = {"sent by the server", "Receive", "tests/unit/FakeExchange", code};
     const RaisedLink identification = {"fail SendMessageToChangerServer",
@@ -239,7 +239,7 @@ TEST(CommandFailure, WithoutMemoryNothingIsSent) {
 
 using Build = std::function<VErrLink*(CFMutableDictionaryRef*)>;
 
-// Builds with each allocation refused in turn, and tells the chains, each once, in their order.
+// Builds with each allocation failing in turn. Returns the distinct chains in order.
 std::vector<Chain> BuildWithoutMemory(const Build& build) {
     std::vector<Chain> chains;
     const auto earlier = Dictionary();
@@ -267,9 +267,9 @@ struct Step {
     const char* message;
 };
 
-// The chains of a builder whose dictionary, and then each step, finds no memory. Values of numbers
-// must be above 255 for that: the smaller ones exist already. A flag needs memory only where the
-// dictionary has to grow for it.
+// The chains of a builder whose dictionary, and then each step, fails to allocate. Values of
+// numbers must be above 255 for that: the smaller ones exist already. A flag needs memory only
+// where the dictionary has to grow for it.
 std::vector<Chain> ChainsOf(const char* file, const char* builder, const char* firstMessage,
                             std::vector<Step> steps) {
     std::vector<Chain> chains = {{{firstMessage, builder, file}}};
@@ -347,7 +347,7 @@ TEST(BuilderFailure, EachFailingStepOfAStatusMessageHasItsErrorText) {
                         {"UInt16", "fail set max step"}}));
 }
 
-// A value that finds no room, whichever it is, is told as the step that was to set it.
+// If a value cannot be added, the error names the step that sets the value.
 TEST(BuilderFailure, EachValueThatCannotBeAddedHasItsErrorText) {
     LogCapture log;
     const Build eject = [](CFMutableDictionaryRef* message) {

@@ -1,4 +1,4 @@
-/* Eject and mount while the server is busy: what is asked again, how often, and until when. */
+/* Eject and mount while the server is busy: which request is repeated, how often, and how long. */
 
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerCommands/ChangerServerEjectDisc.h"
@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <initializer_list>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -40,6 +41,19 @@ Chain Mount(double timeout) {
 
 class CommandRetry : public testing::Test {
 protected:
+    // A server that is busy and then fails: the command fails with each such code at once.
+    static void ExpectFailureAtOnce(Chain (*command)(double timeout),
+                                    std::initializer_list<int> codes, const char* function,
+                                    const char* file) {
+        for (const int number : codes) {
+            const FakeExchange server({Fails(1021), Fails(number)});
+            EXPECT_EQ(command(300), (Chain{ByServer(number),
+                                           {"fail send message to changer server", function, file,
+                                            kVErrFacilityBase + number}}));
+            EXPECT_THAT(server.Times(), ElementsAre(0, 1)) << number;
+        }
+    }
+
     LogCapture log;
 };
 
@@ -86,17 +100,10 @@ TEST_F(CommandRetry, EjectRestartsItsTimeOutWhenTheClockIsSetBack) {
 }
 
 TEST_F(CommandRetry, EjectFailsAtOnceWithAnyOtherError) {
-    for (const int number : {1020, 1004, 1005, 1, 7}) {
-        const FakeExchange server({Fails(1021), Fails(number)});
-        EXPECT_EQ(Eject(300),
-                  (Chain{ByServer(number),
-                         {"fail send message to changer server", "ChangerServerEjectDisc",
-                          kEjectFile, kVErrFacilityBase + number}}));
-        EXPECT_THAT(server.Times(), ElementsAre(0, 1)) << number;
-    }
+    ExpectFailureAtOnce(Eject, {1020, 1004, 1005, 1, 7}, "ChangerServerEjectDisc", kEjectFile);
 }
 
-// Earlier replies stay behind: the slot is used again as it is.
+// Earlier replies leak: the slot is overwritten without a release.
 TEST_F(CommandRetry, EjectReleasesTheLastReplyOnly) {
     const FakeExchange server({Fails(1021), Fails(1021), {}});
     Eject(300);
@@ -163,14 +170,7 @@ TEST_F(CommandRetry, MountWithATimeOutOfZeroSendsOneRequest) {
 }
 
 TEST_F(CommandRetry, MountFailsAtOnceWithAnyOtherError) {
-    for (const int number : {1004, 1005, 1, 7}) {
-        const FakeExchange server({Fails(1021), Fails(number)});
-        EXPECT_EQ(Mount(300),
-                  (Chain{ByServer(number),
-                         {"fail send message to changer server", "ChangerServerMountDiscInDrive",
-                          kMountFile, kVErrFacilityBase + number}}));
-        EXPECT_THAT(server.Times(), ElementsAre(0, 1)) << number;
-    }
+    ExpectFailureAtOnce(Mount, {1004, 1005, 1, 7}, "ChangerServerMountDiscInDrive", kMountFile);
 }
 
 TEST_F(CommandRetry, MountReleasesTheLastReplyOnly) {

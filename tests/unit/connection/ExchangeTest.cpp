@@ -1,4 +1,4 @@
-/* Whole exchanges with a server on a real socket, which plays scripts. */
+/* Whole exchanges with a scripted server on a real socket. */
 
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -29,7 +29,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Called between connecting and sending.
+// Called after the connection is made and before data is sent.
 static thread_local std::function<void()> t_beforeSending;
 
 extern "C" {
@@ -68,7 +68,7 @@ std::string SocketPath() {
     return "/tmp/carouseld-" + std::to_string(getpid());
 }
 
-// Answers with the bytes, in pieces of that size, and waits for the client to close.
+// Sends the bytes in pieces of the given size and waits until the client closes.
 Script AnswerBytes(std::string bytes, std::size_t pieceSize = 65536) {
     return [=](Connection& connection) {
         connection.ReadFrame();
@@ -121,15 +121,15 @@ TEST_F(Exchange, SendsTheMessageAndGivesBackTheReply) {
 
 TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
     SendTo(Answer(Dictionary()));
-    const RecordedTimer asked = LastTimer();
-    EXPECT_EQ(asked.fireDate, kNow + 30);
-    EXPECT_EQ(asked.interval, 0);
-    EXPECT_EQ(asked.flags, 0u);
-    EXPECT_EQ(asked.order, 0);
-    EXPECT_EQ(asked.callout, HandleSocketTimeout);
+    const RecordedTimer timer = LastTimer();
+    EXPECT_EQ(timer.fireDate, kNow + 30);
+    EXPECT_EQ(timer.interval, 0);
+    EXPECT_EQ(timer.flags, 0u);
+    EXPECT_EQ(timer.order, 0);
+    EXPECT_EQ(timer.callout, HandleSocketTimeout);
 }
 
-// The thirty seconds of the reply begin when the request is written, however long that took.
+// The reply's thirty seconds begin when the request has been written.
 TEST_F(Exchange, SendsWithinThirtySecondsBeforeItsTimerStarts) {
     const int timersBefore = CountTimers();
     int sendings = 0;
@@ -200,7 +200,7 @@ TEST_F(Exchange, EachExchangeOpensItsOwnConnection) {
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
     EXPECT_THAT(Send(), IsEmpty());
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 2}})));
-    EXPECT_EQ(CountTableCalls(), 4); // found anew each time: a size and a fetch
+    EXPECT_EQ(CountTableCalls(), 4); // each exchange finds the server again: a size and a fetch
 }
 
 TEST_F(Exchange, AReplyThatIsNoDictionaryIsReturned) {
@@ -243,18 +243,18 @@ TEST_F(Exchange, AServerThatClosesInsideTheReplyIsALostConnection) {
               Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
 }
 
-// The kernel then reports a reset, not the end of the stream.
+// The kernel reports a reset instead of the end of the stream.
 TEST_F(Exchange, AServerThatClosesWithTheRequestUnreadIsALostConnection) {
     EXPECT_EQ(SendTo([](Connection& connection) { connection.WaitForInput(); }),
               Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
 }
 
 TEST_F(Exchange, ASilentServerIsATimeOut) {
-    std::atomic<bool> asked = false;
-    const TimersFireWhile timeIsOver([&] { return asked.load(); });
+    std::atomic<bool> requested = false;
+    const TimersFireWhile timingOut([&] { return requested.load(); });
     EXPECT_EQ(SendTo([&](Connection& connection) {
                   connection.ReadFrame();
-                  asked = true;
+                  requested = true;
                   connection.WaitForEnd();
               }),
               Chain{Raised("timeout waiting for reply from changer server", "GetMessageReplyErr",
@@ -266,7 +266,7 @@ TEST_F(Exchange, ASilentServerIsATimeOut) {
 }
 
 TEST_F(Exchange, AMalformedReplyEndsAsATimeOutWhileTheServerStays) {
-    const TimersFireWhile timeIsOver([this] { return log.HasLines(); });
+    const TimersFireWhile timingOut([this] { return log.HasLines(); });
     struct {
         std::string bytes;
         const char* message;
@@ -298,13 +298,13 @@ TEST_F(Exchange, AMalformedReplyEndsAsALostConnectionWhenTheServerCloses) {
 }
 
 TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
-    std::atomic<bool> asked = false;
-    const TimersFireWhile timeIsOver([&] { return asked.load(); });
+    std::atomic<bool> requested = false;
+    const TimersFireWhile timingOut([&] { return requested.load(); });
     std::optional<Failing> failing;
     t_beforeSending = [&] { failing.emplace("CFDictionaryCreateMutable"); };
     EXPECT_EQ(SendTo([&](Connection& connection) {
                   connection.ReadFrame();
-                  asked = true;
+                  requested = true;
                   connection.WaitForEnd();
               }),
               Chain{Raised("fail to get message reply", "SendMessageToChangerServer")});
@@ -396,9 +396,9 @@ TEST_P(ExchangeStep, FailsTheExchange) {
     EXPECT_EQ(reply, nullptr);
 }
 
-// Wherever memory ends, the exchange ends too, in order; whatever was lost on the way is logged.
+// Whichever allocation fails, the exchange returns, and each loss is logged.
 TEST_F(Exchange, FailsCleanlyWhicheverAllocationFails) {
-    const TimersFireWhile timeIsOver([this] { return log.HasLines(); });
+    const TimersFireWhile timingOut([this] { return log.HasLines(); });
     const auto list = Dictionary({{"key", "a value"}, {"error code", 5}, {"error string", "why"}});
     VErrLink* err = nullptr;
     CFDictionaryRef received = nullptr;
@@ -450,13 +450,14 @@ TEST_F(Exchange, ConcurrentExchangesGetTheirOwnReplies) {
         thread.join();
 }
 
-// A callout of the main loop that sends a request waits in a run of its own inside the other.
+// A callout that sends a request runs the loop again, nested in the running one.
 TEST_F(Exchange, ANestedExchangeRunsOtherTimersAndStopsOnlyItsOwnLoop) {
-    std::vector<std::string> told;
+    std::vector<std::string> received;
     std::atomic<bool> ticked = false;
     ScriptedServer server(SocketPath(), {[&](Connection& connection) {
                               connection.ReadFrame();
-                              ticked.wait(false); // answers once the nested run served the timer
+                              ticked.wait(
+                                  false); // replies after the nested run has fired the timer
                               connection.Write(FrameOfList(Dictionary({{"key", 1}})));
                               connection.WaitForEnd();
                           }});
@@ -465,16 +466,16 @@ TEST_F(Exchange, ANestedExchangeRunsOtherTimersAndStopsOnlyItsOwnLoop) {
         if (std::exchange(sent, true))
             return;
         EXPECT_THAT(Send(), IsEmpty());
-        told.emplace_back("replied");
+        received.emplace_back("replied");
     });
     const Tick other([&] {
-        if (!told.empty()) // the outer run goes on
+        if (!received.empty()) // the outer run continues
             CFRunLoopStop(CFRunLoopGetCurrent());
         ticked = true;
         ticked.notify_all();
     });
     CFRunLoopRun();
-    EXPECT_THAT(told, ElementsAre("replied"));
+    EXPECT_THAT(received, ElementsAre("replied"));
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
 }
 

@@ -14,7 +14,7 @@ static const char kSourcePath[] = "tests/unit/FakeExchange";
 static FakeExchange* g_server = nullptr;
 static time_t g_now = 0;
 
-// The command's clock begins anywhere in time.
+// An arbitrary start of the command's clock.
 constexpr time_t kStart = 1'000'000'000;
 
 FakeExchange::FakeExchange(std::vector<ServerAnswer> answers) : answers_(std::move(answers)) {
@@ -37,7 +37,7 @@ VErrLink* FakeExchange::Receive(CFDictionaryRef message, CFDictionaryRef* reply)
     g_now += answer.clockJump;
     requests_.push_back(XmlOf(message));
     times_.push_back(g_now - kStart);
-    // A copy of its own for each request, and kept: its address tells which reply is released.
+    // Each request gets its own copy, which stays retained: the address identifies the reply.
     CFDictionaryRef copy =
         CFDictionaryCreateMutableCopy(nullptr, 0, static_cast<CFDictionaryRef>(answer.reply.Get()));
     replies_.push_back(CFRetain(copy));

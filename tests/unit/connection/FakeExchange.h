@@ -2,8 +2,8 @@
 #define TESTS_UNIT_CONNECTION_FAKEEXCHANGE_H
 
 /*
- * The server as the commands see it: SendMessageToChangerServer itself, a clock that only sleeping
- * moves, and a process id. Wrap those named in FakeExchange.cpp.
+ * Replaces the exchange under the commands: SendMessageToChangerServer, a clock that only sleep()
+ * advances, and a fixed process id. Wrap the functions of FakeExchange.cpp.
  */
 
 #include "common/VErr.h"
@@ -19,7 +19,7 @@ constexpr int kOwnProcessId = 4242;
 struct ServerAnswer {
     VErrCode code = 0; // of a chain with the message "sent by the server"; 0 is success
     Value reply = Dictionary();
-    long clockJump = 0; // seconds by which somebody sets the clock before the answer
+    long clockJump = 0; // seconds by which the clock is changed before the answer
 };
 
 inline ServerAnswer Fails(int number, long clockJump = 0) {
@@ -28,20 +28,20 @@ inline ServerAnswer Fails(int number, long clockJump = 0) {
 
 class FakeExchange : NotCopyable {
 public:
-    // Gives the answers one after the other; the last is for all that follow.
+    // Requests get the answers in order; the last one is used for all further requests.
     explicit FakeExchange(std::vector<ServerAnswer> answers = {{}});
-    // Frees the replies that the command left behind.
+    // Releases the replies that the command did not.
     ~FakeExchange();
 
-    // The messages, as XML.
+    // The requests as XML.
     const std::vector<std::string>& Requests() const {
         return requests_;
     }
-    // When each came, in seconds of the clock since the server was made.
+    // The time of each request, in seconds since construction.
     const std::vector<long>& Times() const {
         return times_;
     }
-    // Which of the replies were released, by the number of their request from 0.
+    // The released replies, by the index of their request.
     const std::vector<std::size_t>& Released() const {
         return released_;
     }

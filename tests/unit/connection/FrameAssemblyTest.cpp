@@ -1,4 +1,4 @@
-/* Frames, however the stream is cut into chunks. */
+/* Frames, however the stream is split into chunks. */
 
 #include "ChangerServerConnectionLib/FrameAssembly.h"
 
@@ -22,10 +22,10 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// How much longer than it is a payload looks, so that none has to be gathered up to its bound.
+// Added to a payload's length: the limit is reached without 256 MiB of data.
 static CFIndex g_pretendedLength = 0;
 
-static CFIndex g_capacity = 0; // that the last payload was made with
+static CFIndex g_capacity = 0; // of the last payload created
 
 extern "C" {
 CFMutableDataRef __real_CFDataCreateMutable(CFAllocatorRef allocator, CFIndex capacity);
@@ -45,7 +45,7 @@ namespace {
 
 using Events = std::vector<std::string>;
 
-// Takes chunks as a socket's callback does, and tells what came of them: payloads and failures.
+// Assembles chunks as the socket's callback does. Records payloads and failures.
 class Reader {
 public:
     Reader() = default;
@@ -71,7 +71,7 @@ public:
         }
     }
 
-    const Events& Told() const {
+    const Events& Recorded() const {
         return events_;
     }
     bool IsBetweenFrames() const {
@@ -104,17 +104,17 @@ Events Gather(const std::vector<std::string>& chunks) {
     Reader reader;
     for (const std::string& chunk : chunks)
         reader.Take(chunk);
-    return reader.Told();
+    return reader.Recorded();
 }
 
 Events GatherInPiecesOf(std::size_t size, std::string_view bytes) {
     Reader reader;
     for (; !bytes.empty(); bytes.remove_prefix(std::min(size, bytes.size())))
         reader.Take(bytes.substr(0, size));
-    return reader.Told();
+    return reader.Recorded();
 }
 
-// The same events at every way to cut the bytes in two or three, and in pieces of every size.
+// Expects the same events for every split into two or three chunks, and into chunks of every size.
 void ExpectHoweverCut(const std::string& bytes, const Events& expected) {
     const std::size_t size = bytes.size();
     for (std::size_t first = 1; first <= size; ++first) {
@@ -165,7 +165,7 @@ TEST(FrameAssembly, NoStateIsKeptBetweenFrames) {
     EXPECT_FALSE(reader.IsBetweenFrames());
 }
 
-// Whatever the writer sends in one go and the reader reads in one go.
+// The kernel decides how the writer's chunks are split for the reader.
 TEST(FrameAssembly, FramesSentOverASocketPairAreAssembled) {
     std::string stream;
     Events expected;
@@ -194,7 +194,7 @@ TEST(FrameAssembly, FramesSentOverASocketPairAreAssembled) {
     }
     writer.join();
     close(ends[1]);
-    EXPECT_EQ(reader.Told(), expected);
+    EXPECT_EQ(reader.Recorded(), expected);
     EXPECT_TRUE(reader.IsBetweenFrames());
 }
 
@@ -251,10 +251,10 @@ TEST(FrameAssembly, APayloadLongerThanTheLimitFailsWithNoMemory) {
     reader.Take(HeaderBytes({.dataLength = 0xFFFFFFFF}));
     g_pretendedLength = kBound - 10;
     reader.Take("0123456789");
-    EXPECT_THAT(reader.Told(), IsEmpty());
+    EXPECT_THAT(reader.Recorded(), IsEmpty());
     reader.Take("x");
     g_pretendedLength = 0;
-    EXPECT_THAT(reader.Told(), ElementsAre("(no memory)"));
+    EXPECT_THAT(reader.Recorded(), ElementsAre("(no memory)"));
     EXPECT_TRUE(reader.IsBetweenFrames());
 }
 
@@ -297,7 +297,7 @@ TEST(FrameAssembly, ExcessInALaterChunkIsAFrameOfItsOwn) {
     EXPECT_THAT(Gather({FrameOf("payload"), "x"}), ElementsAre("payload", "(invalid header)"));
 }
 
-// Gathers the bytes, cut there, with each allocation refused in turn. Returns how many there were.
+// Assembles two chunks with each allocation failing in turn. Returns the number of runs.
 std::size_t SweepGathering(const std::string& bytes, std::size_t cut) {
     const std::string first = bytes.substr(0, cut);
     const std::string rest = bytes.substr(cut);
@@ -334,7 +334,7 @@ TEST(FrameAssembly, WithoutMemoryForHeaderBytesOfThePayloadTheFrameIsLost) {
 
 // ---- payloads ----
 
-// The list that a payload holds, and the parser's words.
+// The list of a payload, and the parser's error text.
 struct ReadPayload {
     CFOwned<CFPropertyListRef> list;
     std::string error;

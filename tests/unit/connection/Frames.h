@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_FRAMES_H
 #define TESTS_UNIT_CONNECTION_FRAMES_H
 
-/* Frames as bytes, made without the code under test. */
+/* Frames as bytes, built without the code under test. */
 
 #include "support/PropertyLists.h"
 

@@ -1,4 +1,4 @@
-/* The notification channel: its states, from a subscription to its end, and what it delivers. */
+/* The notification channel: its states from subscription to end, and the values it delivers. */
 
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 
@@ -44,18 +44,18 @@ std::string SocketPath(int pid) {
     return "/tmp/carouseldn-" + std::to_string(pid);
 }
 
-// Process ids of servers: this process's own, and, after a restart, one that no process has.
+// Process ids of the server: this process, and after a restart an id that no process has.
 const int kServer = getpid();
 const int kRestarted = getpid() + 10'000'000;
 
-void LetServerRun(int pid) {
+void SetServer(int pid) {
     SetProcesses({{1, "init"}, {pid, "carouseld"}});
 }
 
 class Notifications : public testing::Test {
 protected:
     Notifications() {
-        LetServerRun(kServer);
+        SetServer(kServer);
     }
     ~Notifications() override {
         if (subscription != nullptr)
@@ -63,8 +63,8 @@ protected:
     }
 
     Chain Subscribe() {
-        return TakeChain(
-            SubscribeToChangerNotifications(Tell<'l'>, Tell<'p'>, Tell<'i'>, this, &subscription));
+        return TakeChain(SubscribeToChangerNotifications(Record<'l'>, Record<'p'>, Record<'i'>,
+                                                         this, &subscription));
     }
     void Unsubscribe() {
         EXPECT_EQ(UnsubscribeFromChangerNotifications(subscription), nullptr);
@@ -93,20 +93,20 @@ protected:
         return FrameOfList(Dictionary({{key, value}}));
     }
 
-    // The callbacks: l, p or i for the kind, and the value's XML between its tags.
+    // The callbacks record l, p or i for the kind, and the value's XML without the envelope.
     template<char Kind>
-    static void Tell(CFTypeRef value, ChangerNotificationSubscription* from, void* refCon) {
+    static void Record(CFTypeRef value, ChangerNotificationSubscription* from, void* refCon) {
         auto* self = static_cast<Notifications*>(refCon);
         EXPECT_EQ(from, self->subscription);
         const std::string xml = XmlOf(value);
         const std::size_t begin = xml.find("<plist version=\"1.0\">\n") + 22;
-        self->told.push_back(Kind + (" " + xml.substr(begin, xml.rfind("\n</plist>") - begin)));
+        self->received.push_back(Kind + (" " + xml.substr(begin, xml.rfind("\n</plist>") - begin)));
     }
 
-    const TimersFireWhile theyTick{[] { return true; }};
+    const TimersFireWhile ticking{[] { return true; }};
     const int timersBefore = CountTimers();
     ChangerNotificationSubscription* subscription = nullptr;
-    std::vector<std::string> told;
+    std::vector<std::string> received;
     LogCapture log;
 };
 
@@ -116,19 +116,19 @@ TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
     EXPECT_THAT(Subscribe(), IsEmpty());
     EXPECT_TRUE(IsCycling());
     EXPECT_EQ(CountTableCalls(), 0);
-    const RecordedTimer asked = LastTimer();
-    EXPECT_EQ(asked.fireDate, kNow);
-    EXPECT_EQ(asked.interval, 1.0);
-    EXPECT_EQ(asked.flags, 0u);
-    EXPECT_EQ(asked.order, 0);
-    EXPECT_EQ(asked.callout, TryNotificationConnect);
+    const RecordedTimer timer = LastTimer();
+    EXPECT_EQ(timer.fireDate, kNow);
+    EXPECT_EQ(timer.interval, 1.0);
+    EXPECT_EQ(timer.flags, 0u);
+    EXPECT_EQ(timer.order, 0);
+    EXPECT_EQ(timer.callout, TryNotificationConnect);
 }
 
 TEST_F(Notifications, ConnectionRecordsTheProcessIdOfTheServer) {
     for (const int pid : {kServer, kRestarted}) {
         ScriptedServer server(SocketPath(pid),
                               {[](Connection& connection) { connection.WaitForEnd(); }});
-        LetServerRun(pid);
+        SetServer(pid);
         SetStartTime({pid, 20000});
         SubscribeAndConnect();
         EXPECT_EQ(subscription->server.pid, pid);
@@ -147,7 +147,7 @@ TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
 
     ScriptedServer server(SocketPath(kServer),
                           {[](Connection& connection) { connection.WaitForEnd(); }});
-    LetServerRun(kServer);
+    SetServer(kServer);
     RunUntil([this] { return IsConnected(); });
     EXPECT_EQ(CountTimers() - timersBefore, 1); // one timer for all attempts
     Unsubscribe();
@@ -207,7 +207,7 @@ TEST_F(Notifications, WithoutRunLoopOrTimerThereIsNoSubscription) {
 
 class NotificationsStall : public Notifications {
 protected:
-    // The loop then has nothing left to wait for.
+    // The run loop returns because no source and no timer is left.
     void ExpectStallAfter(const std::vector<std::string>& lines) {
         Subscribe();
         CFRunLoopRun();
@@ -244,7 +244,7 @@ TEST_F(NotificationsStall, ASourceThatCannotBeMadeEndsTheCycleAndTheConnection) 
     EXPECT_THAT(log.TakeWithoutLineNumbers(),
                 ElementsAre(Logged("ConnectServerNotificationSocket", "fail create socket source"),
                             Logged("TryNotificationConnect", "fail get notifcation socket")));
-    server.Join(); // it saw the end of the connection
+    server.Join(); // the server has read the end of the stream
 }
 
 TEST_F(Notifications, AConnectionThatFailsHasACodeOfItsOwn) {
@@ -278,11 +278,11 @@ TEST_F(Notifications, DeliversNotificationsHoweverTheStreamIsSplit) {
         };
     };
     for (const std::size_t size : {1u, 7u, 300u, 1000000u}) {
-        told.clear();
+        received.clear();
         ScriptedServer server(SocketPath(kServer), {pushIn(size)});
         Subscribe();
-        RunUntil([&] { return told.size() >= expected.size(); });
-        EXPECT_EQ(told, expected) << size;
+        RunUntil([&] { return received.size() >= expected.size(); });
+        EXPECT_EQ(received, expected) << size;
         Unsubscribe();
     }
 }
@@ -292,6 +292,15 @@ protected:
     NotificationChunk() {
         Subscribe();
     }
+
+    // Nothing was delivered, and this was logged.
+    void ExpectDropped(const std::string& message) {
+        EXPECT_THAT(received, IsEmpty());
+        EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                    ElementsAre(Logged("HandleNotificationSocketData", message),
+                                Logged("ServerNotificationSocketCallBack",
+                                       "fail handle notification socket data")));
+    }
 };
 
 TEST_F(NotificationChunk, CallsBackInOrderForEachKey) {
@@ -299,8 +308,8 @@ TEST_F(NotificationChunk, CallsBackInOrderForEachKey) {
                                     {"root preferences", "b"},
                                     {"changer list", "a"},
                                     {"another key", "d"}})));
-    EXPECT_THAT(
-        told, ElementsAre("l <string>a</string>", "p <string>b</string>", "i <string>c</string>"));
+    EXPECT_THAT(received, ElementsAre("l <string>a</string>", "p <string>b</string>",
+                                      "i <string>c</string>"));
 }
 
 TEST_F(NotificationChunk, SkipsAKeyWithoutCallback) {
@@ -308,28 +317,28 @@ TEST_F(NotificationChunk, SkipsAKeyWithoutCallback) {
     subscription->changerInfoCallBack = nullptr;
     CallOut(FrameOfList(
         Dictionary({{"changer list", "a"}, {"root preferences", "b"}, {"changer info", "c"}})));
-    EXPECT_THAT(told, ElementsAre("p <string>b</string>"));
+    EXPECT_THAT(received, ElementsAre("p <string>b</string>"));
 }
 
 TEST_F(NotificationChunk, PassesOnValuesOfAnyType) {
     CallOut(FrameOfList(Dictionary(
         {{"changer list", true}, {"root preferences", 7}, {"changer info", Dictionary()}})));
-    EXPECT_THAT(told, ElementsAre("l <true/>", "p <integer>7</integer>", "i <dict/>"));
+    EXPECT_THAT(received, ElementsAre("l <true/>", "p <integer>7</integer>", "i <dict/>"));
 }
 
 TEST_F(NotificationChunk, DropsAListThatIsNoDictionary) {
     CallOut(FrameOfList(Array({"changer list"})) + FrameOfList(Text("changer info")));
-    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(received, IsEmpty());
 }
 
 TEST_F(NotificationChunk, SeveralFramesAndAPartOfOneAreDelivered) {
     const std::string third = Notification("changer info", 3);
     CallOut(Notification("changer list", 1) + Notification("changer info", 2) +
             third.substr(0, 20));
-    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "i <integer>2</integer>"));
+    EXPECT_THAT(received, ElementsAre("l <integer>1</integer>", "i <integer>2</integer>"));
     CallOut(third.substr(20));
-    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "i <integer>2</integer>",
-                                  "i <integer>3</integer>"));
+    EXPECT_THAT(received, ElementsAre("l <integer>1</integer>", "i <integer>2</integer>",
+                                      "i <integer>3</integer>"));
 }
 
 TEST_F(NotificationChunk, AMalformedFrameIsLoggedAndTheNextFrameDelivered) {
@@ -343,21 +352,17 @@ TEST_F(NotificationChunk, AMalformedFrameIsLoggedAndTheNextFrameDelivered) {
          "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
     };
     for (const auto& each : cases) {
-        told.clear();
+        received.clear();
         CallOut(each.chunk);
-        EXPECT_THAT(told, IsEmpty());
-        EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                    ElementsAre(Logged("HandleNotificationSocketData", each.message),
-                                Logged("ServerNotificationSocketCallBack",
-                                       "fail handle notification socket data")));
+        ExpectDropped(each.message);
         CallOut(Notification("changer list", 2));
-        EXPECT_THAT(told, ElementsAre("l <integer>2</integer>"));
+        EXPECT_THAT(received, ElementsAre("l <integer>2</integer>"));
     }
 }
 
 TEST_F(NotificationChunk, AMalformedFrameBetweenTwoOthersIsDroppedAlone) {
     CallOut(Notification("changer list", 1) + FrameOf("no list") + Notification("changer list", 2));
-    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
+    EXPECT_THAT(received, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
     EXPECT_EQ(log.Take().size(), 2u);
 }
 
@@ -366,12 +371,7 @@ TEST_F(NotificationChunk, AParserWithoutAnErrorTextIsLoggedAsNull) {
         const Failing failing("CFPropertyListCreateFromXMLData");
         CallOut(Notification("changer list", 1));
     }
-    EXPECT_THAT(
-        log.TakeWithoutLineNumbers(),
-        ElementsAre(
-            Logged("HandleNotificationSocketData", "fail make property list from XML data (NULL)"),
-            Logged("ServerNotificationSocketCallBack", "fail handle notification socket data")));
-    EXPECT_THAT(told, IsEmpty());
+    ExpectDropped("fail make property list from XML data (NULL)");
 }
 
 TEST_F(NotificationChunk, AFrameWithoutMemoryIsLoggedAndTheNextFrameDelivered) {
@@ -379,17 +379,13 @@ TEST_F(NotificationChunk, AFrameWithoutMemoryIsLoggedAndTheNextFrameDelivered) {
         const Failing failing("CFDataCreateMutable");
         CallOut(Notification("changer list", 1));
     }
-    EXPECT_THAT(
-        log.TakeWithoutLineNumbers(),
-        ElementsAre(
-            Logged("HandleNotificationSocketData", "fail alloc pending socket data"),
-            Logged("ServerNotificationSocketCallBack", "fail handle notification socket data")));
+    ExpectDropped("fail alloc pending socket data");
     CallOut(Notification("changer list", 2));
-    EXPECT_THAT(told, ElementsAre("l <integer>2</integer>"));
+    EXPECT_THAT(received, ElementsAre("l <integer>2</integer>"));
 }
 
 TEST_F(NotificationChunk, ACalloutOfAnotherTypeIsRefused) {
-    // What other types pass is no data, and must not be looked at.
+    // Other callback types pass no CFData, and the pointer must not be read.
     const auto* notData = reinterpret_cast<const void*>(std::uintptr_t{16});
     ServerNotificationSocketCallBack(nullptr, 2, nullptr, notData, subscription);
     EXPECT_THAT(log.TakeWithoutLineNumbers(),
@@ -410,18 +406,18 @@ TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
                               connection.WaitForEnd();
                           }});
     SubscribeAndConnect();
-    RunUntil([this] { return told.size() == 1; });
-    // The source of a connection that ended is kept for good when the next one takes its place.
+    RunUntil([this] { return received.size() == 1; });
+    // The source of an ended connection is not released when the next one replaces it.
     const CFOwned kept(subscription->source);
     const auto watched = Share(kept.Get());
 
-    LetServerRun(kRestarted);
+    SetServer(kRestarted);
     mayEnd = true;
     mayEnd.notify_all();
-    RunUntil([this] { return told.size() == 2; });
+    RunUntil([this] { return received.size() == 2; });
     EXPECT_TRUE(IsConnected());
     EXPECT_NE(subscription->source, kept.Get());
-    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
+    EXPECT_THAT(received, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
     EXPECT_EQ(CountTimers() - timersBefore, 2);
     EXPECT_EQ(LastTimer().fireDate, kNow); // at once
     EXPECT_EQ(LastTimer().interval, 1.0);
@@ -445,8 +441,8 @@ TEST_F(Notifications, DropsAPartialFrameOfTheLastConnection) {
     const CFOwned kept(subscription->source);
     mayEnd = true;
     mayEnd.notify_all();
-    RunUntil([this] { return !told.empty(); });
-    EXPECT_THAT(told, ElementsAre("l <integer>1</integer>"));
+    RunUntil([this] { return !received.empty(); });
+    EXPECT_THAT(received, ElementsAre("l <integer>1</integer>"));
     Unsubscribe();
 }
 
@@ -457,7 +453,7 @@ TEST_F(Notifications, WithoutTimerADisconnectIsLoggedAndFinal) {
     const Failing failing("CFRunLoopTimerCreate");
     mayEnd = true;
     mayEnd.notify_all();
-    CFRunLoopRun(); // until the loop has nothing left
+    CFRunLoopRun(); // returns when no source is left
     EXPECT_TRUE(IsStalled());
     EXPECT_THAT(
         log.TakeWithoutLineNumbers(),
@@ -471,7 +467,7 @@ TEST_F(Notifications, WithoutTimerADisconnectIsLoggedAndFinal) {
 TEST_F(Notifications, UnsubscribingWhileCyclingEndsTheAttempts) {
     Subscribe();
     Unsubscribe();
-    CFRunLoopRun(); // has nothing to wait for
+    CFRunLoopRun(); // returns when no source is left
     EXPECT_EQ(CountTableCalls(), 0);
 }
 
@@ -485,7 +481,7 @@ TEST_F(Notifications, UnsubscribingClosesTheConnectionInTheMiddleOfAFrame) {
     Unsubscribe();
     server.Join();
     CFRunLoopRun();
-    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(received, IsEmpty());
 }
 
 } // namespace

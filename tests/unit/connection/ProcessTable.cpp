@@ -74,7 +74,7 @@ int __wrap_sysctl(int* name, unsigned int nameLength, void* buffer, size_t* leng
         return -1;
     }
     if (buffer == nullptr) {
-        *length = size + sizeof(kinfo_proc) / 2; // room to spare, of which no record comes
+        *length = size + sizeof(kinfo_proc) / 2; // spare capacity that no record uses
         return 0;
     }
     if (size > *length) {

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_PROCESSTABLE_H
 #define TESTS_UNIT_CONNECTION_PROCESSTABLE_H
 
-/* The process table as the code under test sees it. */
+/* A fake process table. Wrap sysctl. */
 
 #include <string>
 #include <sys/time.h>
@@ -13,22 +13,22 @@ struct Process {
     std::string name;
 };
 
-/* What one call answers; a call for the size never looks at anything but error and size. */
+/* The result of one call. A call for the size uses only the error and the number of processes. */
 struct TableAnswer {
     int error = 0; // errno, 0 for success
     std::vector<Process> processes;
 };
 
-/* Answers the calls one after the other; the last answer is for all that follow. */
+/* Calls get the answers in order; the last one is used for all further calls. */
 void AnswerProcessTable(std::vector<TableAnswer> answers);
 
-/* Any number of scans that all find these processes. */
+/* All calls succeed with these processes. */
 void SetProcesses(std::vector<Process> processes);
 
-/* The start time of every process there is; zero unless set: there is no record of any. */
+/* The start time of every process. At first there is none, which reads as zero. */
 void SetStartTime(timeval startTime);
 
-/* How often the whole table was asked for so far. */
+/* The number of sysctl calls for the table so far. */
 int CountTableCalls();
 
 #endif

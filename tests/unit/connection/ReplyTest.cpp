@@ -1,4 +1,4 @@
-/* What arrives on a message socket, callout by callout, and what a reply tells of. */
+/* Data received on a message socket, callout by callout, and the error that a reply contains. */
 
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -16,7 +16,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-static thread_local int t_stops = 0; // of run loops
+static thread_local int t_stops = 0; // calls of CFRunLoopStop
 
 extern "C" {
 void __real_CFRunLoopStop(CFRunLoopRef runLoop);
@@ -259,7 +259,7 @@ Chain ReplyError(CFDictionaryRef reply) {
     return TakeChain(replyErr);
 }
 
-// A failure to read the reply.
+// The chain of a reply that cannot be read.
 Chain ReadFailure(CFDictionaryRef reply) {
     VErrLink* replyErr = &g_genericVErr;
     Chain chain = TakeChain(GetMessageReplyErr(reply, &replyErr));
@@ -308,7 +308,7 @@ TEST_F(Reply, ErrorTextIsNoFormatWhenLoggedWithoutMemoryForItsLink) {
     VErrLink* replyErr = nullptr;
     VErrLink* err = nullptr;
     {
-        const AllocationFault fault(2); // behind the copy of the text
+        const AllocationFault fault(2); // the link's; the first one copies the text
         err = GetMessageReplyErr(list, &replyErr);
     }
     EXPECT_EQ(err, nullptr);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <linux/un.h> // the kernel's own address, where <sys/un.h> is that of BSD
+#include <linux/un.h> // the kernel's sockaddr_un; the tree's <sys/un.h> declares that of BSD
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,7 +37,7 @@ std::string Connection::ReadFrame() {
 void Connection::Write(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t sent = send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0) // the client has heard enough
+        if (sent < 0) // the client has closed
             return;
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
@@ -67,7 +67,7 @@ ScriptedServer::ScriptedServer(const std::string& path, std::vector<Script> scri
 }
 
 ScriptedServer::~ScriptedServer() {
-    shutdown(listener_, SHUT_RDWR); // wakes who waits for a connection
+    shutdown(listener_, SHUT_RDWR); // ends a pending accept()
     Join();
     close(listener_);
     unlink(path_.c_str());

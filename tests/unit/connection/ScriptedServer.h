@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_SCRIPTEDSERVER_H
 #define TESTS_UNIT_CONNECTION_SCRIPTEDSERVER_H
 
-/* The other end of a channel: a listening local socket whose connections follow scripts. */
+/* The server's end of a channel: a listening local socket; a script handles each connection. */
 
 #include "support/NotCopyable.h"
 
@@ -17,12 +17,12 @@ class Connection {
 public:
     explicit Connection(int descriptor) : descriptor_(descriptor) {}
 
-    // The payload of the next frame; nothing at the end of the stream.
+    // Blocks until the next frame and returns its payload; empty at the end of the stream.
     std::string ReadFrame();
     void Write(std::string_view bytes);
-    // Until there is something to read, which stays there.
+    // Blocks until there is data, and reads none of it.
     void WaitForInput();
-    // Until the client closes.
+    // Blocks until the client closes.
     void WaitForEnd();
 
 private:
@@ -34,13 +34,13 @@ private:
 /* Runs on the server's thread; the connection is closed when it returns. */
 using Script = std::function<void(Connection&)>;
 
-/* Serves one connection after the other, each by the next script; then it takes no more. */
+/* Accepts one connection per script, in order, on its own thread; then closes the socket. */
 class ScriptedServer : NotCopyable {
 public:
     ScriptedServer(const std::string& path, std::vector<Script> scripts);
     ~ScriptedServer();
 
-    // Until the scripts are played.
+    // Blocks until all scripts have returned.
     void Join();
 
 private:

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_SEAMS_H
 #define TESTS_UNIT_CONNECTION_SEAMS_H
 
-/* Calls to the platform that fail when a test says so. */
+/* Lets calls to the platform fail. Wrap the functions of Seams.cpp. */
 
 #include "support/NotCopyable.h"
 
@@ -9,7 +9,7 @@
 
 #include <functional>
 
-/* While it lives, this thread's calls of one function fail. */
+/* While an object lives, the calling thread's calls of that function fail. */
 class Failing : NotCopyable {
 public:
     explicit Failing(const char* function);
@@ -18,9 +18,8 @@ public:
     static bool Is(const char* function);
 };
 
-/*
- * While it lives, calls the function before this thread sends data, with the time-out in seconds.
- */
+/* While an object lives, the function is called before the calling thread sends data, with the
+   time-out in seconds. */
 class OnSending : NotCopyable {
 public:
     explicit OnSending(std::function<void(CFTimeInterval timeout)> function);

@@ -28,7 +28,7 @@ constexpr VErrCode kNotFound = 0x40000000000003E9;
 const char kMessages[] = "ChangerServerConnectionLib/ChangerServerMessages";
 const char kNotifications[] = "ChangerServerConnectionLib/ChangerServerNotifications";
 
-// A list that was read, with the calls' results.
+// The list read and the result of the call.
 struct ReadList {
     int error = -1;
     std::vector<std::string> names;
@@ -91,23 +91,24 @@ TEST(ProcessList, MayShrinkWhileItIsRead) {
     EXPECT_THAT(read.names, ElementsAre("a"));
 }
 
+void ExpectFailure(int error) {
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, error);
+    EXPECT_FALSE(read.hasList);
+    EXPECT_THAT(read.names, IsEmpty());
+}
+
 TEST(ProcessList, FailsWithTheErrorOfTheSizeProbe) {
-    for (const int error : {EPERM, ENOMEM}) { // without a buffer ENOMEM is no reason to go on
+    for (const int error : {EPERM, ENOMEM}) { // ENOMEM of the size probe is not retried
         AnswerProcessTable({{error, {}}});
-        const ReadList read = ReadProcesses();
-        EXPECT_EQ(read.error, error);
-        EXPECT_FALSE(read.hasList);
-        EXPECT_THAT(read.names, IsEmpty());
+        ExpectFailure(error);
         EXPECT_EQ(CountTableCalls(), 1);
     }
 }
 
 TEST(ProcessList, FailsWithTheErrorOfTheFetch) {
     AnswerProcessTable({{0, {{1, "a"}}}, {EIO, {}}});
-    const ReadList read = ReadProcesses();
-    EXPECT_EQ(read.error, EIO);
-    EXPECT_FALSE(read.hasList);
-    EXPECT_THAT(read.names, IsEmpty());
+    ExpectFailure(EIO);
     EXPECT_EQ(CountTableCalls(), 2);
 }
 
@@ -188,7 +189,7 @@ struct PathBuilder {
     VErrLink* (*build)(char* path, std::size_t size);
     const char* function;
     const char* file;
-    const char* path; // of the server with process id 4711
+    const char* path; // for the server with process id 4711
 };
 
 void PrintTo(const PathBuilder& builder, std::ostream* out) {
@@ -262,7 +263,9 @@ TEST(ServerProcess, UnknownStartTimeEqualsAny) {
     EXPECT_TRUE(AreSame({7, {0, 0}}, {7, {100, 20000}}));
     EXPECT_TRUE(AreSame({7, {0, 0}}, {7, {0, 0}}));
     EXPECT_FALSE(AreSame({7, {0, 0}}, {8, {0, 0}}));
-    EXPECT_FALSE(AreSame({7, {0, 20000}}, {7, {0, 30000}})); // a time all the same
+    EXPECT_FALSE(AreSame(
+        {7, {0, 20000}},
+        {7, {0, 30000}})); // a start time of zero seconds is known if its microseconds are not zero
 }
 
 TEST(ServerProcess, StartTimeIsReadOrZero) {

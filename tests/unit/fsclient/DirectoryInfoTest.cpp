@@ -25,7 +25,7 @@ using testing::StartsWith;
 
 namespace {
 
-std::string g_urlPath; // of the last URL made
+std::string g_urlPath; // of the last URL created
 bool g_readWithoutText = false;
 int g_openStreams = 0;
 
@@ -105,6 +105,31 @@ protected:
         UInt64 guid = 0;
         return TakeChain(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
     }
+    std::vector<std::string> RootInfoMessages() const {
+        UInt64 guid = 0;
+        return TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
+    }
+    void ExpectRootGuid(UInt64 expected) const {
+        UInt64 guid = 0;
+        EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
+        EXPECT_EQ(guid, expected);
+    }
+    void ExpectWritableMediaInfo(UInt64 expectedGuid, UInt16 expectedElem,
+                                 const char* expectedPartition) const {
+        UInt64 guid = 0;
+        UInt16 elem = 0;
+        char partition[kPartitionIdSize] = "";
+        SInt32 writable = 0;
+        EXPECT_EQ(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem, partition,
+                                                    &writable),
+                  nullptr);
+        EXPECT_EQ(guid, expectedGuid);
+        EXPECT_EQ(elem, expectedElem);
+        EXPECT_STREQ(partition, expectedPartition);
+        EXPECT_EQ(writable, 1);
+        EXPECT_TRUE(IsMediaRoot());
+        EXPECT_FALSE(IsRoot());
+    }
     std::vector<std::string> MediaInfoMessages() const {
         UInt64 guid = 0;
         UInt16 elem = 0;
@@ -125,7 +150,7 @@ protected:
         return isMediaRoot;
     }
 
-    LogCapture log_; // stays empty: nothing here logs
+    LogCapture log_; // no test here may log
     TemporaryTree tree_;
 };
 
@@ -133,33 +158,25 @@ protected:
 
 TEST_F(DirectoryInfo, ReadsAnXmlRootInfo) {
     WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 0x7EDCBA9876543210}, {"Other", "x"}})));
-    UInt64 guid = 0;
-    EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
-    EXPECT_EQ(guid, 0x7EDCBA9876543210U);
+    ExpectRootGuid(0x7EDCBA9876543210U);
     EXPECT_TRUE(IsRoot());
 }
 
 TEST_F(DirectoryInfo, ReadsAGuidAbove63BitsFromItsNegative) {
     WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", -81985529216486896}})));
-    UInt64 guid = 0;
-    EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
-    EXPECT_EQ(guid, 0xFEDCBA9876543210U);
+    ExpectRootGuid(0xFEDCBA9876543210U);
 }
 
 TEST_F(DirectoryInfo, ReadsABinaryRootInfo) {
     WriteRootInfo({kBinaryRootInfo, sizeof kBinaryRootInfo - 1});
-    UInt64 guid = 0;
-    EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
-    EXPECT_EQ(guid, 7U);
+    ExpectRootGuid(7U);
 }
 
 TEST_F(DirectoryInfo, ReadsABinaryRootInfoOfEveryGuid) {
     for (const UInt64 written : {0x5000C500ABCD1234U, 0x8000000000000000U, 0xFFFFFFFFFFFFFFFFU}) {
         WriteRootInfo(BinaryDictionary(
             {{"Other", BinaryText("x")}, {"Changer GUID", BinaryInteger(written)}}));
-        UInt64 guid = 0;
-        EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
-        EXPECT_EQ(guid, written);
+        ExpectRootGuid(written);
         EXPECT_TRUE(IsRoot());
     }
 }
@@ -185,8 +202,7 @@ TEST_F(DirectoryInfo, ATextForAGuidIsNoRoot) {
 
 TEST_F(DirectoryInfo, WithoutAGuidIsNoRoot) {
     WriteRootInfo(XmlOf(Dictionary({{"changer guid", 7}})));
-    UInt64 guid = 0;
-    EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+    EXPECT_THAT(RootInfoMessages(),
                 ElementsAre("fail get value from dict", "fail get changer GUID"));
     EXPECT_FALSE(IsRoot());
 }
@@ -194,8 +210,7 @@ TEST_F(DirectoryInfo, WithoutAGuidIsNoRoot) {
 TEST_F(DirectoryInfo, AListThatIsNoDictionaryIsNoRoot) {
     for (const std::string& content : {XmlOf(Array({7})), XmlOf(Text("Changer GUID"))}) {
         WriteRootInfo(content);
-        UInt64 guid = 0;
-        EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+        EXPECT_THAT(RootInfoMessages(),
                     ElementsAre("fail get value from dict", "fail get changer GUID"));
         EXPECT_FALSE(IsRoot());
     }
@@ -205,8 +220,7 @@ TEST_F(DirectoryInfo, AFileThatDoesNotParseRaisesTheParsersText) {
     for (const char* content :
          {"", "rubbish", "<plist><dict>", "bplist00", "{ \"Changer GUID\" = 7; }"}) {
         WriteRootInfo(content);
-        UInt64 guid = 0;
-        EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
+        EXPECT_THAT(RootInfoMessages(),
                     ElementsAre(AllOf(MatchesRegex("fail read property list \\(.+\\)"),
                                       Not("fail read property list (NULL)")),
                                 "fail ReadFSInfoFile", "fail ReadFSRootInfoFile"))
@@ -218,10 +232,8 @@ TEST_F(DirectoryInfo, AFileThatDoesNotParseRaisesTheParsersText) {
 TEST_F(DirectoryInfo, AParserWithoutAnErrorTextIsReportedAsNull) {
     WriteRootInfo("");
     g_readWithoutText = true;
-    UInt64 guid = 0;
-    EXPECT_THAT(TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid)),
-                ElementsAre("fail read property list (NULL)", "fail ReadFSInfoFile",
-                            "fail ReadFSRootInfoFile"));
+    EXPECT_THAT(RootInfoMessages(), ElementsAre("fail read property list (NULL)",
+                                                "fail ReadFSInfoFile", "fail ReadFSRootInfoFile"));
 }
 
 // ---- media roots ----
@@ -231,19 +243,7 @@ TEST_F(DirectoryInfo, ReadsAMediaInfo) {
                                {"Storage Element Index", 12},
                                {"Partition Id", "s1"},
                                {"Writable", true}}));
-    UInt64 guid = 0;
-    UInt16 elem = 0;
-    char partition[kPartitionIdSize] = "";
-    SInt32 writable = 0;
-    EXPECT_EQ(
-        GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem, partition, &writable),
-        nullptr);
-    EXPECT_EQ(guid, 7U);
-    EXPECT_EQ(elem, 12);
-    EXPECT_STREQ(partition, "s1");
-    EXPECT_EQ(writable, 1);
-    EXPECT_TRUE(IsMediaRoot());
-    EXPECT_FALSE(IsRoot());
+    ExpectWritableMediaInfo(7U, 12, "s1");
 }
 
 TEST_F(DirectoryInfo, ReadsABinaryMediaInfo) {
@@ -252,22 +252,10 @@ TEST_F(DirectoryInfo, ReadsABinaryMediaInfo) {
                                   {"Storage Element Index", BinaryInteger(40000)},
                                   {"Partition Id", BinaryText("s\xE9")},
                                   {"Writable", BinaryFlag(true)}}));
-    UInt64 guid = 0;
-    UInt16 elem = 0;
-    char partition[kPartitionIdSize] = "";
-    SInt32 writable = 0;
-    EXPECT_EQ(
-        GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem, partition, &writable),
-        nullptr);
-    EXPECT_EQ(guid, 0x5000C500ABCD1234U);
-    EXPECT_EQ(elem, 40000);
-    EXPECT_STREQ(partition, "s\u00E9");
-    EXPECT_EQ(writable, 1);
-    EXPECT_TRUE(IsMediaRoot());
-    EXPECT_FALSE(IsRoot());
+    ExpectWritableMediaInfo(0x5000C500ABCD1234U, 40000, "s\u00E9");
 }
 
-// A storage element above 32767 is written as a negative number, and by some as it is.
+// Writers store an element above 32767 as a negative number or as its own value.
 TEST_F(DirectoryInfo, ReadsStorageElementsOf16Bits) {
     UInt16 elem = 0;
     for (const int written : {40000, -25536}) {

@@ -1,4 +1,4 @@
-/* The daemon's start and end: which stages come up, which go down, and the title in between. */
+/* The daemon's start and end: which modules are initialized and terminated, and the title. */
 
 #include "common/VErr.h"
 #include "trayprobed/ChangerFSCacheManager.h"
@@ -24,7 +24,7 @@ namespace {
 const char kSourcePath[] = "tests/unit/MainTest";
 
 std::vector<std::string> g_calls;
-std::string g_failing; // the stage that does not come up
+std::string g_failing; // the module whose initialization fails
 
 VErrLink* Init(const char* function) {
     g_calls.emplace_back(function);
@@ -97,8 +97,8 @@ protected:
         g_failing.clear();
     }
 
-    // Runs the daemon with arguments that lie one behind the other, as at a program's start, and
-    // returns what that memory then holds.
+    // Runs the daemon with contiguous arguments, as the kernel passes them. Returns the content
+    // of that memory afterwards.
     std::string Run(const std::vector<std::string>& arguments) {
         std::string memory;
         for (const std::string& argument : arguments)
@@ -118,7 +118,8 @@ protected:
     void RunWithFailing(const char* stage) {
         g_failing = stage;
         const std::string memory = Run({"trayprobed-and-more"});
-        EXPECT_EQ(memory.substr(0, 11), "trayprobed-"); // no title before all is up
+        EXPECT_EQ(memory.substr(0, 11),
+                  "trayprobed-"); // the title is written after the initialization
     }
 
     LogCapture log;

@@ -19,7 +19,7 @@ inline std::string BigEndianBytes(std::uint64_t value) {
     return bytes;
 }
 
-/* With the bits of the value; the format has it as signed. */
+/* The bits of the value; the format reads them as a signed number. */
 inline std::string BinaryInteger(std::uint64_t value) {
     return "\x13" + BigEndianBytes(value);
 }
@@ -32,7 +32,7 @@ inline std::string BinaryText(const std::string& ascii) {
     return std::string("\x5F\x10") + static_cast<char>(ascii.size()) + ascii;
 }
 
-/* The objects are the dictionary, its keys, and its values, which are given as above. */
+/* The values are results of the functions above. */
 inline std::string BinaryDictionary(const std::vector<std::pair<std::string, std::string>>& pairs) {
     std::vector<std::string> objects = {std::string(1, static_cast<char>(0xD0 | pairs.size()))};
     for (const auto& [key, value] : pairs)
@@ -48,7 +48,7 @@ inline std::string BinaryDictionary(const std::vector<std::pair<std::string, std
         offsets += static_cast<char>(bytes.size());
         bytes += object;
     }
-    const std::string sizes("\0\0\0\0\0\0\1\1", 8); // of an offset and of a reference
+    const std::string sizes("\0\0\0\0\0\0\1\1", 8); // bytes per offset and per reference: 1
     return bytes + offsets + sizes + BigEndianBytes(objects.size()) + BigEndianBytes(0) +
            BigEndianBytes(bytes.size());
 }

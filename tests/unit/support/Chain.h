@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_SUPPORT_CHAIN_H
 #define TESTS_UNIT_SUPPORT_CHAIN_H
 
-/* Error chains as values: lists of links, the oldest first, in the order of the log. */
+/* Error chains as lists of links, oldest first, as in the log. */
 
 #include "common/VErr.h"
 
@@ -32,7 +32,8 @@ inline void PrintTo(const RaisedLink& link, std::ostream* out) {
         *out << ", level " << link.level;
 }
 
-/* A site without a line is marked: every raise has one. The shared static link is "(generic)". */
+/* A copy of the link. " (no line)" marks a site without a line number, which no raise may leave;
+   the message of the shared static link is "(generic)". */
 inline RaisedLink ReadLink(const VErrLink* link) {
     const auto text = [](const char* field) { return field != nullptr ? field : "(none)"; };
     RaisedLink read = {text(link->message), text(link->funcName), text(link->fileName), link->code,
@@ -52,14 +53,14 @@ inline Chain ReadChain(const VErrLink* newest) {
     return chain;
 }
 
-/* Reads the chain and frees it. Success is the empty list. */
+/* Reads the chain and releases it. Empty for success. */
 inline Chain TakeChain(VErrLink* owned) {
     Chain chain = ReadChain(owned);
     ReleaseVErrLink(owned);
     return chain;
 }
 
-/* The messages alone. */
+/* The messages of the chain, which is released. */
 inline std::vector<std::string> TakeMessages(VErrLink* owned) {
     std::vector<std::string> messages;
     for (const RaisedLink& link : TakeChain(owned))

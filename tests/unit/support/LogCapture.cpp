@@ -11,7 +11,7 @@
 
 namespace {
 
-// Texts one behind the other, each with its terminator. Of fixed size: see the header.
+// Consecutive texts with their terminators, in an array: capturing must not allocate.
 struct CaughtLines {
     std::mutex mutex;
     std::array<char, 1024 * 1024> bytes;
@@ -31,14 +31,14 @@ __attribute__((format(printf, 2, 0))) void Catch(int priority, const char* forma
     if (written < 0)
         written = snprintf(line + length, room - length, "(cannot be formatted)");
     if (!g_caught.capturing)
-        ADD_FAILURE() << "logged while nobody looks: " << line;
+        ADD_FAILURE() << "logged without a capture: " << line;
     else if (length + static_cast<std::size_t>(written) >= room)
-        ADD_FAILURE() << "no more room to catch what is logged";
+        ADD_FAILURE() << "the capture's buffer is full";
     else
         g_caught.used += length + static_cast<std::size_t>(written) + 1;
 }
 
-// A site is "file:77, function" and perhaps more; other lines stay as they are.
+// Replaces the number in "file:77, function"; other lines stay unchanged.
 std::string WithoutLineNumber(const std::string& line) {
     const std::size_t number = line.find(':') + 1;
     const std::size_t behind = line.find_first_not_of("0123456789", number);
@@ -49,7 +49,7 @@ std::string WithoutLineNumber(const std::string& line) {
 
 } // namespace
 
-// What --wrap makes of the call, in its plain and in its hardened form.
+// The wrapped function, and its form in hardened builds.
 extern "C" {
 void __wrap_vsyslog(int priority, const char* format, va_list list)
     __attribute__((format(printf, 2, 0)));

@@ -2,10 +2,10 @@
 #define TESTS_UNIT_SUPPORT_LOGCAPTURE_H
 
 /*
- * The system log, caught before it leaves the process. Every line must be asked for: one that is
- * left at the end of the capture, or written while there is none, fails the test.
+ * Captures what the process writes to the system log. A line that is not taken before the capture
+ * ends, or that is written without a capture, fails the test.
  *
- * Any thread may log. Catching a line allocates nothing, so it works while memory is short.
+ * Any thread may log. Capturing a line allocates nothing, so it works while memory is short.
  */
 
 #include "support/NotCopyable.h"
@@ -18,11 +18,12 @@ public:
     LogCapture();
     ~LogCapture();
 
-    // Whether Take would give anything.
+    // True if Take would return lines.
     bool HasLines() const;
-    // What was logged since the last Take. A line whose priority is not alert says so in front.
+    // The lines logged since the last Take. "(priority N) " precedes a line of any priority but
+    // alert.
     std::vector<std::string> Take();
-    // The same, with "123" for the line number in "file:123, function: message".
+    // The same, with each line number in "file:77, function: message" replaced by 123.
     std::vector<std::string> TakeWithoutLineNumbers();
 };
 

@@ -1,7 +1,6 @@
 /*
- * No test leaves a shared value behind. The table of them (objects/SharedTable.h) points to each,
- * so that the leak checker takes every one for used: a list that was read and never released is no
- * leak to it.
+ * Fails a test that does not release its shared values. The leak checker cannot find such a leak,
+ * because the table of shared values (objects/SharedTable.h) points to each value.
  */
 
 #include "objects/SharedTable.h"

@@ -1,8 +1,8 @@
 #ifndef TESTS_UNIT_SUPPORT_TEMPORARYTREE_H
 #define TESTS_UNIT_SUPPORT_TEMPORARYTREE_H
 
-/* A directory of the test's own, removed with everything in it, and the info files of changer file
-   systems to put there. Paths given are relative to it. */
+/* A temporary directory, removed with its content at the end, and the info files of changer file
+   systems. Paths are relative to the directory. */
 
 #include "support/NotCopyable.h"
 #include "support/PropertyLists.h"
@@ -48,7 +48,7 @@ public:
         std::filesystem::create_symlink(target, Path(relative));
     }
 
-    // The directory is made when it is not there.
+    // Both create the directory if it does not exist.
     void MakeChangerRoot(std::string_view directory, std::uint64_t changerGUID) const {
         MakeDirectory(directory);
         Write(std::string(directory) + "/.changer_info.plist",

@@ -1,4 +1,5 @@
-/* The full build of one changer: its start, its course, and its ending, which always runs. */
+/* The full build of one changer: its start, its steps, and the closing command, which is sent
+   whatever fails. */
 
 #include "MountedChanger.h"
 
@@ -38,7 +39,7 @@ protected:
     static Chain Start() {
         return TakeChain(StartChangerFSCache(kChanger));
     }
-    // A whole build; what it did.
+    // Runs a whole build. Returns the journal.
     static std::vector<std::string> Build() {
         EXPECT_EQ(Start(), Chain());
         EXPECT_EQ(DeferredThreads::Count(), 1U);
@@ -46,7 +47,7 @@ protected:
         EXPECT_FALSE(StateLock::IsHeld());
         return Journal::Take();
     }
-    // The thread's own lines of the log.
+    // The lines that the build's thread logged.
     std::vector<std::string> ThreadLines() {
         std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
         std::erase_if(lines, [](const std::string& line) { return !line.starts_with(kThread); });
@@ -110,7 +111,7 @@ TEST_F(BuildThread, AFlagThatCannotBeSetLetsTheThreadRun) {
     EXPECT_EQ(Start().back(), Raised("fail SetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
     EXPECT_EQ(DeferredThreads::Count(), 1U);
     DeferredThreads::RunNext();
-    EXPECT_THAT(Journal::Take(), IsEmpty()); // without the flag no closing command
+    EXPECT_THAT(Journal::Take(), IsEmpty()); // no closing command without the flag
     EXPECT_THAT(ThreadLines(),
                 ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)")));
 }
@@ -134,7 +135,7 @@ TEST_F(BuildThread, AStartWithoutMemoryLeavesNoFlag) {
     Journal::Take();
 }
 
-// A build that finds nothing to do may be through before its starter has set the flag.
+// A build with nothing to do may be done before its starter has set the flag.
 TEST_F(BuildThread, ABuildFasterThanItsStarterLeavesTheFlagFalse) {
     DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain()); // as the timer does, without the state lock
@@ -254,10 +255,10 @@ TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldUntilTheFlagIsCleared) 
     EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
     EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
     EXPECT_FALSE(IsBuilding(kChanger));
-    EXPECT_EQ(TakeChain(LockMediaIdState()).size(), 1U); // the second time that it is taken
+    EXPECT_EQ(TakeChain(LockMediaIdState()).size(), 1U); // a recursive lock fails
 }
 
-// The registry's look needs memory, and the disc's path a whole one.
+// The lookup in the registry allocates.
 TEST_F(BuildThread, WithoutMemoryForTheRegistryOnlyTheClosingCommandIsSent) {
     AddChanger(kSmallChanger);
     EXPECT_EQ(StartChangerFSCache(kSmallChanger), nullptr);
@@ -273,7 +274,7 @@ TEST_F(BuildThread, WithoutMemoryForTheRegistryOnlyTheClosingCommandIsSent) {
 
 // ---- the ending ----
 
-// The progress record is kept for good.
+// The progress record is never released.
 TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {
     Mount();
     FakeCommands::Fail("clear");
@@ -298,7 +299,7 @@ TEST_F(BuildThread, AfterAFailedFirstLockOnlyTheClosingCommandIsSent) {
     EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-// The one thing that leaves a changer without builds until it is removed.
+// The only failure after which the changer is not built again until it is removed.
 TEST_F(BuildThread, AFailedLastLockLeavesTheFlagSet) {
     Mount();
     EXPECT_EQ(Start(), Chain());
@@ -329,7 +330,7 @@ TEST_F(BuildThread, TheClosingCommandsErrorIsLoggedBeforeTheBuildsError) {
                     EndsWith("fail StartStatusReportingForFullFSCache (VErrCode = 1005)")));
 }
 
-// The old build's end clears the new build's flag: survived, and no more than that.
+// The old build's end clears the new build's flag. Known and harmless.
 TEST_F(BuildThread, AChangerAddedAnewIsBuiltTwice) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);

@@ -1,4 +1,4 @@
-/* The disk callbacks: which volumes enter the registry, and which leave it. */
+/* The disk callbacks: which volumes are added to the registry and removed from it. */
 
 #include "trayprobed/ChangerFSCacheManager.h"
 
@@ -25,13 +25,13 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// The daily timer's business, which has a test of its own.
+// Called by the daily timer only, which DailyTimerTest covers.
 VErrLink* StartChangerFSCache(UInt64) {
     ADD_FAILURE() << "no timer fires here";
     return nullptr;
 }
 
-static std::vector<std::string> g_fileUrls; // the paths of files for which a URL was made
+static std::vector<std::string> g_fileUrls; // the paths of all file URLs created
 
 extern "C" {
 CFURLRef __real_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
@@ -46,7 +46,7 @@ CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator
 }
 }
 
-static bool g_recognitionFails = false; // which it never does by itself
+static bool g_recognitionFails = false; // the real function never fails
 
 extern "C" {
 VErrLink* __real__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot);
@@ -114,7 +114,7 @@ protected:
         FakeDisk disk(bsdName, static_cast<const char*>(nullptr));
         DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
     }
-    // Empty when the changer is not there.
+    // Empty if the changer has no path.
     static std::string PathOf(UInt64 changerGUID) {
         char path[1024] = "";
         VErrLink* err = GetChangerFSMountPath(changerGUID, path, sizeof path);
@@ -158,7 +158,7 @@ TEST_F(DiskCallbacks, ADiskWithoutANameIsNotDescribed) {
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
 }
 
-// A path has 1023 bytes at most. The info file's own path is cut at as many.
+// A path has at most 1,023 bytes. The info file's path is truncated to as many.
 TEST_F(DiskCallbacks, APathThatDoesNotFitIsIgnored) {
     for (const std::size_t length : {1022U, 1023U, 1024U, 1025U}) {
         const std::string path = "/" + std::string(length - 1, 'd');
@@ -171,7 +171,7 @@ TEST_F(DiskCallbacks, APathThatDoesNotFitIsIgnored) {
     }
 }
 
-// Beyond that the info file's path would be cut.
+// With a longer path the info file's path would be truncated.
 TEST_F(DiskCallbacks, AVolumesPathHas1003BytesAtMost) {
     for (const std::size_t length : {1003U, 1004U}) {
         std::string below;
@@ -282,7 +282,8 @@ TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
     EXPECT_EQ(PathOf(kOtherChanger), "/x");
 }
 
-// Recognised without the lock, read again with it: what has gone by then is told.
+// The volume is recognised without the lock and read again with the lock held; a volume that
+// has disappeared in between is logged.
 TEST_F(DiskCallbacks, ARootThatDisappearsBetweenTheTwoReadingsIsLogged) {
     tree_.MakeChangerRoot("", kOtherChanger);
     StateLock::OnLock([&] { std::filesystem::remove(tree_.Path(".changer_info.plist")); });

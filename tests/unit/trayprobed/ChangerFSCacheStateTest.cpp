@@ -22,7 +22,7 @@ using testing::ElementsAre;
 namespace {
 
 constexpr const char* kSource = "trayprobed/ChangerFSCacheState";
-// Both are number objects, not integers that a reference holds by itself.
+// Both are number objects, not tagged references.
 constexpr UInt64 kChanger = 0x9EDCBA9876543210;
 constexpr UInt64 kOtherChanger = 0x5000C500ABCD1234;
 
@@ -55,7 +55,7 @@ protected:
     LogCapture log_;
 
 private:
-    const NumberReferences numberReferences_; // counted when the registry has gone
+    const NumberReferences numberReferences_; // counted after the registry's end
 };
 
 TEST_F(Registry, AnAddedChangerHasItsPath) {
@@ -106,7 +106,7 @@ TEST_F(Registry, RemovingFromAnEmptyRegistrySucceeds) {
     Remove("sr0");
 }
 
-// A name is looked at in 128 bytes; one that does not fit hides what the scan has not seen.
+// The scan copies each name into 128 bytes; a longer name ends the scan.
 TEST_F(Registry, ANameThatDoesNotFitEndsTheScan) {
     Add(kChanger, std::string(127, 'n').c_str(), "/first");
     Remove(std::string(127, 'n').c_str());
@@ -234,7 +234,7 @@ TEST_F(Registry, WithoutMemoryLookupsFailAndChangeNothing) {
 
 // ---- threads ----
 
-// The walk of a single disc reads while the main thread replaces what it reads.
+// The walk of a single disc reads the registry while the main thread changes entries.
 TEST_F(Registry, ConcurrentReadsAndChangesAreConsistent) {
     std::atomic<bool> stop = false;
     std::thread reader([&] {

@@ -1,4 +1,4 @@
-/* What each entry of a "changer info" sets: the daily build, an abort, a build on request. */
+/* The settings of an entry of "changer info": daily build, abort, build on request. */
 
 #include "trayprobed/MediaIdManager.h"
 
@@ -23,7 +23,7 @@ constexpr const char* kSource = "trayprobed/MediaIdManager";
 
 class ChangerSettings : public ManagedChangers {
 protected:
-    // The daily time that was set, "hh:mm", or "none".
+    // The daily time that is scheduled, "hh:mm", or "none".
     std::string ScheduleOf(const CFOwned<CFMutableDictionaryRef>& preferences) {
         const std::size_t before = RecordedTimers::All().size();
         EXPECT_THAT(Handle(UpdateChangerSettings,

@@ -1,4 +1,4 @@
-/* The daily build: when its timer fires first, in which loop it stands, and what it carries. */
+/* The daily build: its timer's first fire date, run loop and context. */
 
 #include "FakeTime.h"
 #include "Journal.h"
@@ -68,7 +68,7 @@ protected:
         Journal::Take();
     }
 
-    // When the timer scheduled at that moment fires first.
+    // The first fire date of a timer scheduled at that time.
     static time_t FirstFire(time_t now, SInt32 hour, SInt32 minute) {
         FakeTime::Set(now);
         EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, hour, minute)), Chain());
@@ -91,13 +91,13 @@ protected:
 
 struct FirstFireCase {
     const char* zone;
-    const char* now; // universal time, as is first
+    const char* now; // universal time, as `first`
     SInt32 hour;
     SInt32 minute;
     const char* first;
 };
 
-// Moments beside local wall-clock times are those of the zone at that date.
+// `now` and `first` are universal; hour and minute are local in the zone at that date.
 constexpr FirstFireCase kFirstFires[] = {
     // one second before, exactly then, one second after (Berlin is an hour ahead in winter)
     {"Europe/Berlin", "2024-01-15 08:59:59", 10, 0, "2024-01-15 09:00:00"},
@@ -112,12 +112,12 @@ constexpr FirstFireCase kFirstFires[] = {
     {"Europe/Berlin", "2024-02-28 20:00:00", 10, 0, "2024-02-29 09:00:00"},
     {"Europe/Berlin", "2024-02-29 20:00:00", 10, 0, "2024-03-01 09:00:00"},
     {"Europe/Berlin", "2023-02-28 20:00:00", 10, 0, "2023-03-01 09:00:00"},
-    // tomorrow's clock is the one that counts: summer time begins on 31 March, ends on 27 October
+    // the offset of the next day counts: summer time begins on 31 March, ends on 27 October
     {"Europe/Berlin", "2024-03-30 11:00:00", 10, 0, "2024-03-31 08:00:00"},
     {"Europe/Berlin", "2024-03-30 23:30:00", 10, 0, "2024-03-31 08:00:00"},
     {"Europe/Berlin", "2024-10-26 10:00:00", 10, 0, "2024-10-27 09:00:00"},
     {"Europe/Berlin", "2024-10-26 23:30:00", 10, 0, "2024-10-27 09:00:00"},
-    // 02:30 was left out today; tomorrow it is there again
+    // 02:30 does not exist today; the next day has it again
     {"Europe/Berlin", "2024-03-31 06:00:00", 2, 30, "2024-04-01 00:30:00"},
     {"America/New_York", "2024-03-09 17:00:00", 11, 0, "2024-03-10 15:00:00"},
     {"America/New_York", "2024-11-02 16:00:00", 11, 0, "2024-11-03 16:00:00"},
@@ -134,7 +134,8 @@ constexpr FirstFireCase kFirstFires[] = {
     {"UTC", "2024-01-15 12:00:00", 11, 90, "2024-01-15 12:30:00"},
     {"UTC", "2024-01-15 12:00:00", 13, -90, "2024-01-16 11:30:00"},
     {"UTC", "2024-01-15 12:00:00", -1, 0, "2024-01-15 23:00:00"},
-    {"UTC", "2024-01-15 12:00:00", -100, 0, "2024-01-11 20:00:00"}, // still past: due at once
+    {"UTC", "2024-01-15 12:00:00", -100, 0,
+     "2024-01-11 20:00:00"}, // still in the past: due at once
 };
 
 TEST_F(DailyTimer, FiresFirstAtTheNextSuchTime) {
@@ -145,7 +146,7 @@ TEST_F(DailyTimer, FiresFirstAtTheNextSuchTime) {
     }
 }
 
-// The calendar may choose either side, but it is that night.
+// mktime() may choose either offset; both are in that night.
 TEST_F(DailyTimer, TimesSkippedOrRepeatedByTheZoneFireThatNight) {
     SetZone("Europe/Berlin");
     EXPECT_THAT(FirstFire(Utc("2024-03-30 23:30:00"), 2, 30),
@@ -211,11 +212,11 @@ TEST_F(DailyTimer, IsAddedToTheDefaultModeAndToTheState) {
               RecordedTimers::All().front().timer);
 }
 
-// Loop and state are the timer's only owners.
+// Only the loop and the state own the timer.
 TEST_F(DailyTimer, UnschedulingReleasesEveryReference) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
     const auto* timer = reinterpret_cast<const cf::Object*>(RecordedTimers::All().front().timer);
-    EXPECT_EQ(timer->references, 3); // with the record's
+    EXPECT_EQ(timer->references, 3); // including RecordedTimers
     EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
     EXPECT_EQ(timer->references, 1);
 }
@@ -226,7 +227,7 @@ TEST_F(DailyTimer, IsRemovedFromTheWrongModeAndThenInvalidated) {
     EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("remove from common", "invalidate"));
     EXPECT_FALSE(HoldsTimer());
-    CFRunLoopRun(); // returns: nothing is left
+    CFRunLoopRun(); // returns because no timer is left
 }
 
 TEST_F(DailyTimer, UnschedulingWithoutATimerChangesNothing) {
@@ -261,7 +262,7 @@ TEST_F(DailyTimer, ATimerThatCannotBeMadeIsAFailure) {
     EXPECT_FALSE(HoldsTimer());
 }
 
-// Schedules with each allocation refused in turn. Returns the newest messages.
+// Schedules with each allocation failing in turn. Returns the newest link's message of each run.
 std::multiset<std::string> SweepScheduling(const std::function<bool()>& holdsTimer) {
     std::multiset<std::string> newest;
     VErrLink* err = nullptr;
@@ -276,7 +277,7 @@ std::multiset<std::string> SweepScheduling(const std::function<bool()>& holdsTim
     return newest;
 }
 
-// Not for the first time: the run loop and the table of timers' numbers are made only once.
+// Not the first scheduling of the process: the run loop and the table of numbers exist.
 TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
     ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
     ASSERT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
@@ -294,8 +295,8 @@ public:
     }
 };
 
-// In a process of its own, since the table of timers' numbers is made only once: there memory ends
-// at the number, at the table and at its entry.
+// In a new process, because the table of timers' numbers is created once per process. The number,
+// the table and its entry allocate.
 TEST(DailyTimerDeathTest, WithoutMemoryTheFirstSchedulingFails) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto schedule = [] {
@@ -305,7 +306,7 @@ TEST(DailyTimerDeathTest, WithoutMemoryTheFirstSchedulingFails) {
     EXPECT_EXIT(schedule(), testing::ExitedWithCode(0), "");
 }
 
-// The loop has it by then, and nobody can take it out again.
+// The timer is in the loop by then, and without an entry in the state it stays there.
 TEST_F(DailyTimer, WithoutMemoryInTheStateSchedulingFailsAfterAdding) {
     const RefusedKey refused("FS Cache Timer");
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
@@ -355,7 +356,7 @@ TEST_F(DailyTimer, SchedulingTwiceLeavesBothFiring) {
     EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210", "build 9EDCBA9876543210"));
 }
 
-// Everything that held the GUID has gone but the run loop, which holds the timer.
+// Only the run loop still owns the timer.
 TEST_F(DailyTimer, FiresAfterTheStoreHasGone) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
@@ -365,7 +366,7 @@ TEST_F(DailyTimer, FiresAfterTheStoreHasGone) {
     EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210"));
 }
 
-// Nobody tells the timer of a changer that is removed; added anew, the changer gets another one.
+// Removing a changer does not cancel its timer; added again, the changer gets a second timer.
 TEST_F(DailyTimer, TheTimerOfARemovedChangerStillFires) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
@@ -388,7 +389,7 @@ TEST_F(DailyTimer, OneNumberServesAllTimersOfAChanger) {
     }
 }
 
-// The daemon holds it twice for good, as key and as value of its table; timers hold nothing.
+// The daemon's table owns two references for ever, as key and as value; timers own none.
 TEST_F(DailyTimer, TheNumberOfATimerKeepsItsReferencesForGood) {
     EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
     const CFTypeRef number = RecordedTimers::All().front().context.info;

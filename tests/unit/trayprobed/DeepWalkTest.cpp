@@ -1,4 +1,5 @@
-/* A walk that goes deeper than it keeps directories open, and opens them again on its way back. */
+/* A walk deeper than the limit of open directories closes upper ones and reopens them on the way
+   back. */
 
 #include "MountedChanger.h"
 
@@ -22,15 +23,15 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kLevels = 100;
-constexpr std::size_t kClosed = 80; // a level that is closed while the walk is at the last
+constexpr std::size_t kClosed = 80; // a level that is closed while the walk is at the deepest
 
 std::size_t CountDescriptors() {
     const fs::directory_iterator all("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
-// Three directories at each level. The walk goes down in the one that is listed first, to the last
-// level, and comes to the others on its way back.
+// Three directories per level. The walk descends into the first one listed down to the deepest
+// level, and into the others on the way back.
 class DeepWalk : public MountedChanger {
 protected:
     DeepWalk() {
@@ -47,7 +48,7 @@ protected:
         }
     }
 
-    // What is listed by a walk that does not come to the others from one level to another.
+    // The listings of a walk that skips the other directories of levels [from, to).
     std::vector<std::string> ListedBut(std::size_t fromLevel, std::size_t toLevel) const {
         std::vector<std::string> listed = {"list ."};
         for (const std::string& way : ways_)
@@ -102,7 +103,7 @@ TEST_F(DeepWalk, KeepsNoMoreThanSixtyFourDescriptors) {
     Journal::Take();
 }
 
-// Its siblings and those above are walked all the same.
+// Siblings and upper levels are still walked.
 TEST_F(DeepWalk, ADirectoryThatCannotBeReopenedIsLoggedAndLeft) {
     AtTheListingOf(ways_.back(), [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE); });
     EXPECT_THAT(Walk(), IsEmpty());
@@ -110,7 +111,7 @@ TEST_F(DeepWalk, ADirectoryThatCannotBeReopenedIsLoggedAndLeft) {
     EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
 }
 
-// Even if it could be opened for the next one: what it has left stays unlisted.
+// The remaining names are skipped, although a second attempt would succeed.
 TEST_F(DeepWalk, ADirectoryThatFailedToReopenOnceIsLeftWithAllItsNames) {
     AtTheListingOf(ways_.back(),
                    [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE, 1); });

@@ -34,7 +34,7 @@ int FailureOf(const char* function) {
 }
 
 void RaceBody(Body body) {
-    // Shared: the body may have to wait again when the starter has long gone on.
+    // Shared: the body may wait again after the starter has returned.
     const auto endedOrWaiting = std::make_shared<std::counting_semaphore<>>(0);
     g_racing.emplace_back([body, endedOrWaiting] {
         const OnWaitingForMutex onWaiting([&] { endedOrWaiting->release(); });
@@ -93,7 +93,7 @@ int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
 }
 
 DeferredThreads::DeferredThreads() {
-    g_waiting.reserve(1000); // a test may be short of memory later
+    g_waiting.reserve(1000); // no allocation later: memory may be short
     g_areHeld = true;
     g_attributeObjects = 0;
 }

@@ -1,8 +1,8 @@
 #ifndef TESTS_UNIT_TRAYPROBED_DEFERREDTHREADS_H
 #define TESTS_UNIT_TRAYPROBED_DEFERREDTHREADS_H
 
-/* The threads that the daemon starts: while one of these lives, nothing runs before the test says
-   so. Every thread must be detached, every attribute object destroyed. Wrap the functions of
+/* While an object lives, threads that the daemon creates run only when the test calls Run...().
+   Every thread must be detached, every attribute object destroyed. Wrap the functions of
    kDeferredThreadsWraps. */
 
 #include "support/NotCopyable.h"
@@ -15,23 +15,23 @@ public:
     DeferredThreads();
     ~DeferredThreads();
 
-    // How many wait to be run.
+    // The number of threads not yet run.
     static std::size_t Count();
-    // The body of the one that waits longest, on the calling thread.
+    // Runs the body of the oldest thread on the calling thread.
     static void RunNext();
-    // The same of the one that was started last.
+    // Runs the body of the newest thread on the calling thread.
     static void RunLast();
 
-    // From now on threads run at once, and their creation returns when the thread has ended or
-    // has to wait for a mutex. Join waits for their end.
+    // From now on threads run at once, and pthread_create returns when the new thread has ended
+    // or must wait for a mutex. Join() waits for the end of all.
     static void RaceWithStarter();
     static void Join();
 
-    // Called once, when the next thread is made.
+    // The function is called once, when the next thread is created.
     static void OnCreation(std::function<void()> function);
 
-    // The next call of that function ("pthread_create", ...) gives that status. A failing
-    // destruction does its work all the same.
+    // The next call of that function ("pthread_create", ...) returns the status. A failing
+    // pthread_attr_destroy still destroys.
     static void Fail(const char* function, int status);
 };
 

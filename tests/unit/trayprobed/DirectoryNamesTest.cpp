@@ -1,4 +1,4 @@
-/* The names in a directory, kept within bounds. */
+/* The list of names in a directory, and its budget of memory. */
 
 #include "trayprobed/DirectoryNames.h"
 #include "support/TemporaryTree.h"
@@ -19,14 +19,14 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr std::size_t kChunk = 4096; // what a listing's room is used up in
+constexpr std::size_t kChunk = 4096; // the unit in which names use the budget
 constexpr std::size_t kLongestAtAll = kChunk - 2 * sizeof(void*) - 1;
 constexpr std::size_t kLongestPerChunk = (kChunk - 2 * sizeof(void*)) / (NAME_MAX + 1);
 
 int g_readsUntilError = INT_MAX;
 
-// Read so many times before the real entries. Longer than the names of any file system that the
-// kernel has.
+// readdir() returns this name so many times before the real entries. No file system of the kernel
+// has names so long.
 std::string g_longName;
 std::size_t g_longNames = 0;
 

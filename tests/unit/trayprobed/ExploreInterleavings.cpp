@@ -23,13 +23,13 @@ struct Runner {
     const std::size_t number;
     const std::function<void()> body;
     State state = State::kNew;
-    const pthread_mutex_t* wanted = nullptr; // while it waits
+    const pthread_mutex_t* wanted = nullptr; // the mutex that the thread waits for
     std::multiset<const pthread_mutex_t*> held;
     std::binary_semaphore mayRun{0};
     std::thread thread;
 };
 
-// Used by one thread at a time: who runs, or the one that chooses.
+// Used by one thread at a time: the running one, or the scheduler.
 std::deque<Runner> g_runners;
 std::deque<std::function<void()>> g_held; // threads that do not take part
 bool g_holdStarted = false;
@@ -67,7 +67,7 @@ void AddRunner(std::function<void()> body) {
     runner.thread = std::thread([&runner] { RunBody(runner); });
 }
 
-// Until its next step.
+// Runs the thread up to its next step.
 void LetRun(Runner& runner) {
     runner.mayRun.release();
     g_hasStopped.acquire();
@@ -81,7 +81,7 @@ std::vector<Runner*> WhoCanGoOn() {
     return able;
 }
 
-// What comes before a thread's first step does not depend on anybody.
+// A thread's work before its first step is independent of the others.
 void BringNewOnesToTheirFirstStep() {
     for (std::size_t i = 0; i < g_runners.size(); ++i)
         if (g_runners[i].state == State::kNew)
@@ -118,7 +118,7 @@ void RunOnce(std::vector<Choice>& choices) {
     g_runners.clear();
 }
 
-// False when every order was run.
+// Sets the choices of the next order. False after the last order.
 bool TakeNextOrder(std::vector<Choice>& choices) {
     while (!choices.empty() && choices.back().chosen + 1 == choices.back().count)
         choices.pop_back();

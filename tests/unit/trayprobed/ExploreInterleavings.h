@@ -2,17 +2,18 @@
 #define TESTS_UNIT_TRAYPROBED_EXPLOREINTERLEAVINGS_H
 
 /*
- * Threads that run one step at a time, in every order that there is.
+ * Runs threads one step at a time, in every possible order.
  *
- * Of the threads that take part only one runs at any moment, up to its next step: the locking of a
- * mutex that it does not hold, the copying of a changer's state, or the storing of one. There it
- * stops, and one of those that can go on is chosen; who waits for a mutex cannot. Once all have
- * ended, everything is run again with the last choice for which there was another one changed, and
- * so on until no choice is left: a search in depth of all orders.
+ * One participating thread runs at a time, up to its next step: locking a mutex that the thread
+ * does not hold, copying a changer's state, or storing one. There the thread stops, and a thread
+ * that does not wait for a mutex is chosen to continue. After the end of all threads the run is
+ * repeated with the last choice that has an alternative changed: a depth-first search of all
+ * orders.
  *
- * What a thread does between two steps nobody else sees, so that no other place to stop would lead
- * to anything new. Unlocking needs none for the same reason: what it lets happen is the next step
- * of somebody else.
+ * Work between two steps is invisible to other threads, so stops at other places would add no new
+ * result. Unlocking is no step, because its effect appears in the next step of another thread.
+ *
+ * Wrap the functions of kExploreInterleavingsWraps.
  */
 
 #include <cstddef>
@@ -22,9 +23,9 @@
 #include <vector>
 
 struct Scenario {
-    std::function<void()> prepare; // threads started here take part
+    std::function<void()> prepare; // threads started here participate
     std::vector<std::function<void()>> threads;
-    // When this is set, threads started by these do not take part; they run after it was called.
+    // If set, threads started by `threads` do not participate: they run after this call.
     std::function<void()> checkBeforeStarted;
     std::function<void()> check;
 };

@@ -2,8 +2,8 @@
 #define TESTS_UNIT_TRAYPROBED_FAKECOMMANDS_H
 
 /*
- * The commands to the changer server, in place of the real ones. Each is noted in the journal,
- * with " (locked)" behind it when the calling thread holds the state lock:
+ * Replaces the commands to the changer server. The journal shows each command, followed by
+ * " (locked)" if the calling thread holds the state lock:
  *
  *     withdraw disc 0000000000000007/3            withdraw changer 0000000000000007
  *     mount 0000000000000007/3 within 300 s, partition "", client "...", flags 1, family 1
@@ -21,20 +21,21 @@ struct FSCacheStatusReport;
 
 class FakeCommands {
 public:
-    // Serves well, from now on.
+    // From now on all commands succeed.
     static void Reset();
 
-    // The nth command from now that begins so fails, with kVErrCodeConnectionLost.
+    // The nth command from now whose journal entry begins with `command` fails with
+    // kVErrCodeConnectionLost.
     static void Fail(const std::string& command, int nth = 1);
-    // Called at each command, on its thread.
+    // The function is called at each command, on the command's thread.
     static void OnCommand(std::function<void(std::string_view command)> function);
 
-    // The progress record that was shown last, if the next "clear" failed: the build keeps it for
-    // good, so it is the test's to free. Each is given once.
+    // The last progress record shown, if its "clear" failed, else nullptr. The daemon never frees
+    // such a record: the caller must. Returns each record once.
     static FSCacheStatusReport* TakeKeptReport();
 };
 
-/* How such a failure looks in the log. */
+/* The log line of a failed command. */
 constexpr const char* kCommandFailureLine =
     "FakeCommands:123, Answer: fail on purpose (VErrCode = 1005)";
 

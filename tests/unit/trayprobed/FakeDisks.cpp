@@ -15,7 +15,7 @@ FakeDisk* FromRef(DADiskRef disk) {
     return reinterpret_cast<FakeDisk*>(disk);
 }
 
-// The callbacks may be told apart by nothing but their addresses; the test compares those.
+// The test identifies the callbacks by their addresses.
 const char* Description(CFDictionaryRef match, void* context) {
     return match == nullptr && context == nullptr ? "every disk" : "some disks";
 }

@@ -1,18 +1,18 @@
 #ifndef TESTS_UNIT_TRAYPROBED_FAKEDISKS_H
 #define TESTS_UNIT_TRAYPROBED_FAKEDISKS_H
 
-/* Disk Arbitration in place of the real one. Sessions and what is done with them are noted in the
-   journal; disks appear and disappear when the test calls the callbacks. */
+/* Replaces Disk Arbitration. The journal shows the calls on sessions; disks appear and disappear
+   when the test calls the callbacks. */
 
 #include "support/CFOwned.h"
 
 #include <DiskArbitration/DiskArbitration.h>
 
-/* A disk with that name and volume path; each may be absent. */
+/* A disk with that name and volume path; either may be nullptr, for a disk without. */
 class FakeDisk {
 public:
     FakeDisk(const char* bsdName, const char* volumePath);
-    // Whose description has this under the volume path's key.
+    // `volumePath` is the value of the volume path's key in the description.
     FakeDisk(const char* bsdName, CFTypeRef volumePath);
 
     DADiskRef Ref() {
@@ -25,10 +25,10 @@ public:
     const char* bsdName_;
     CFOwned<CFTypeRef> volumePath_;
     bool failsDescription_ = false;
-    bool wasNamedUnderTheLock_ = false; // when its name was asked for last
+    bool wasNamedUnderTheLock_ = false; // at the last DADiskGetBSDName
 };
 
-/* The next session cannot be made. */
+/* The next DASessionCreate returns nullptr. */
 void FailNextSession();
 
 #endif

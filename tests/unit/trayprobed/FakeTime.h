@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_FAKETIME_H
 #define TESTS_UNIT_TRAYPROBED_FAKETIME_H
 
-/* time() in the test's hand. */
+/* Replaces time(). Wrap time. */
 
 #include "support/NotCopyable.h"
 
@@ -9,14 +9,14 @@
 
 class FakeTime : NotCopyable {
 public:
-    // Each call of time gives the present and then moves it on by step.
+    // Each call of time() returns the current fake time and then advances it by `step` seconds.
     explicit FakeTime(time_t now, time_t step = 0);
     ~FakeTime();
 
     static void Set(time_t now);
 };
 
-/* "2024-03-31 08:00:00" in universal time. */
+/* The time of "2024-03-31 08:00:00", which is universal time. */
 time_t Utc(const char* dateAndTime);
 
 #endif

@@ -57,7 +57,7 @@ DIR* Watch(DIR* stream, const std::string& path) {
     return stream;
 }
 
-// Before the first name is read. False when the listing is to fail.
+// Called before the first name is read. False if the listing must fail.
 bool BeginListing(DIR* stream) {
     const std::string path = g_seams->paths[dirfd(stream)];
     Journal::Add("list %s%s", path.c_str(), StateLock::IsHeld() ? " (locked)" : "");

@@ -2,9 +2,10 @@
 #define TESTS_UNIT_TRAYPROBED_FILESYSTEMSEAMS_H
 
 /*
- * Directories opened, listed and looked into, watched: each listing is noted in the journal as
- * "list PATH", with "." for the tree's root, and " (locked)" behind it when the calling thread
- * holds the state lock. As root may read everything, failures are made here.
+ * Records and fails calls on directories. The journal shows each listing as "list PATH", with "."
+ * for the tree's root, followed by " (locked)" if the calling thread holds the state lock. Tests
+ * may run as root, which may read everything: failures are made here. Wrap the functions of
+ * kFileSystemSeamsWraps.
  */
 
 #include "support/NotCopyable.h"
@@ -19,21 +20,21 @@ public:
     explicit FileSystemSeams(const std::string& root);
     ~FileSystemSeams();
 
-    // Every opening, or so many; the next ones then succeed.
+    // The next `times` openings fail with that errno.
     static void FailOpening(const std::string& path, int error, int times = INT_MAX);
     static void FailListing(const std::string& path, int error);
     static void FailStatus(const std::string& path, int error);
-    // Whether it is a media root cannot be told, which never happens by itself.
+    // The test for a media root fails. The real function never fails.
     static void FailMediaTest(const std::string& path);
-    // The one directory is the other's, as a mount would have it.
+    // fstatat() of `path` returns the status of `other`, as if `other` were mounted there.
     static void PretendSame(const std::string& path, const std::string& other);
-    // The one directory has the other's inode number, on a device of its own.
+    // `path` has the inode number of `other`, on another device.
     static void PretendSameInode(const std::string& path, const std::string& other);
-    // Called behind each opening of a directory below the top.
+    // The function is called after each opening of a directory below the top.
     static void OnOpening(std::function<void()> function);
-    // Called before each listing.
+    // The function is called before each listing.
     static void OnListing(std::function<void(const std::string& path)> function);
-    // Called behind each look at an entry.
+    // The function is called after each fstatat() of an entry.
     static void OnStatus(std::function<void(const std::string& path)> function);
 };
 

@@ -1,8 +1,8 @@
 #ifndef TESTS_UNIT_TRAYPROBED_JOURNAL_H
 #define TESTS_UNIT_TRAYPROBED_JOURNAL_H
 
-/* What the fakes of a test saw, in the order in which it happened, on whatever thread. Adding an
-   entry allocates nothing, so it works while memory is short. */
+/* The calls that a test's fakes record, in order, from any thread. Adding an entry allocates
+   nothing, so it works while memory is short. */
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@
 
 class Journal {
 public:
-    // The entry lasts until the next Take.
+    // The result is valid until the next Take.
     __attribute__((format(printf, 1, 2))) static std::string_view Add(const char* format, ...) {
         const std::lock_guard lock(mutex_);
         char* const entry = bytes_.data() + used_;
@@ -33,7 +33,7 @@ public:
         return {entry, length};
     }
 
-    // Since the last Take.
+    // The entries since the last Take.
     static std::vector<std::string> Take() {
         const std::lock_guard lock(mutex_);
         std::vector<std::string> entries;

@@ -12,9 +12,8 @@
 
 namespace {
 
-// One entry for each time that a list was given out, which takes no memory: a test may be short of
-// it. Equal lists are one object. To each entry belong two references, the receiver's and one of
-// the record's own.
+// One entry per list returned, in an array: memory may be short. Equal lists are one object. Each
+// entry stands for two references, the receiver's and this record's.
 std::array<CFArrayRef, 100'000> g_lists;
 std::size_t g_count = 0;
 

@@ -74,7 +74,7 @@ VErrLink* UnsubscribeFromChangerNotifications(ChangerNotificationSubscription* s
     return Answer(__func__);
 }
 
-// These never fail by themselves.
+// The real functions never fail.
 extern "C" {
 VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 VErrLink* __real__Z22GetGlobalShouldIdMediaPi(SInt32* shouldId);

@@ -2,13 +2,13 @@
 #define TESTS_UNIT_TRAYPROBED_MANAGEDCHANGERS_H
 
 /*
- * The notification handling over the real store, with fakes around it. The journal shows what the
- * handlers start, " (unlocked)" behind what they start without the state lock:
+ * The handling of notifications with the real store and fake commands. The journal shows what the
+ * handlers start, followed by " (unlocked)" if they do not hold the state lock:
  *
  *     reset 9EDCBA9876543210      build 9EDCBA9876543210      identify 9EDCBA9876543210/5 down
  *
- * " to be aborted" behind a build whose changer's abort flag is set,
- * and the timers (RecordedTimers.h).
+ * " to be aborted" follows a build whose changer's abort flag is set. The journal also shows the
+ * timers (RecordedTimers.h).
  */
 
 #include "KnownChangerLists.h"
@@ -22,25 +22,26 @@
 #include <string>
 #include <vector>
 
-/* What the fakes are asked to do wrong, and what they were asked. */
+/* Failures and hooks of the fakes, and the calls that they recorded. */
 struct ManagerFakes {
-    std::string failing;           // the name of a function; fails with errno 5
+    std::string failing;           // the function that fails with errno 5
     std::function<void()> onReset; // called when a changer's progress is reset
-    std::function<void(const ChangerServerProcess&)> onServer; // told of a notification's server
+    std::function<void(const ChangerServerProcess&)>
+        onServer; // called with a notification's server
     std::vector<ChangerNotificationCallBack> callBacks;
     std::vector<ChangerNotificationSubscription*> unsubscribed;
 };
 extern ManagerFakes g_fakes;
-extern ChangerNotificationSubscription g_subscription; // that the callbacks are called with
+extern ChangerNotificationSubscription g_subscription; // passed to the callbacks
 
 class ManagedChangers : KnownChangerLists, public Store {
 protected:
     ManagedChangers();
     ~ManagedChangers() override;
 
-    // Delivers a "changer info" and returns what was started.
+    // Delivers a "changer info". Returns the journal.
     std::vector<std::string> Notify(std::initializer_list<Value> changers);
-    // Calls one handler as the callback does, with the lock held.
+    // Calls the handler with the state lock held, as the callback does.
     template<typename Handler, typename Argument>
     Chain Handle(Handler handler, const Argument& argument) {
         EXPECT_EQ(LockMediaIdState(), nullptr);
@@ -59,8 +60,8 @@ protected:
     RecordedTimers timers_;
 };
 
-/* One entry of "changer info": a ready changer with two drives, no media and no preferences,
-   changed by these entries. */
+/* One entry of "changer info": a ready changer with two drives, no media and no preferences, plus
+   `changes`. */
 CFOwned<CFMutableDictionaryRef> Changer(UInt64 changerGUID,
                                         std::initializer_list<Entry> changes = {});
 CFOwned<CFMutableDictionaryRef> Without(CFOwned<CFMutableDictionaryRef> dictionary,

@@ -37,7 +37,7 @@ protected:
     static bool IdentifiesOnInsert() {
         return ReadFlag(GetGlobalShouldIdMedia);
     }
-    // The last line's message.
+    // The message of the last line.
     std::string LastLogged() {
         const std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
         return lines.empty() ? "(nothing)" : lines.back();
@@ -110,7 +110,7 @@ TEST_F(MediaIdManager, TheListIsSavedBeforeAnyChangerIsHandled) {
     EXPECT_EQ(resets, 1);
 }
 
-// A build that a user has stopped already must not begin with the wish of the time before.
+// The flag of the last notification must not start a build that a user has aborted since.
 TEST_F(MediaIdManager, TheAbortFlagIsSetBeforeABuildIsStarted) {
     const auto status = Dictionary({{"trayprobed", Dictionary({{"Abort Requested", true}})}});
     EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Client Status", status},
@@ -163,7 +163,7 @@ TEST_F(MediaIdManager, AReadyChangersStepsRunInOrder) {
                 ElementsAre("remove from common", "invalidate", "add to default", kBuild));
 }
 
-// The server's list may still show a request that has been served.
+// The server's list may still contain a request that is done.
 TEST_F(MediaIdManager, ABuildRequestSentAgainStartsABuildAgain) {
     const auto changer = Changer(kChanger, {{"Changer Request Identification", true}});
     EXPECT_THAT(Notify({changer}), ElementsAre(kReset, kBuild));
@@ -208,7 +208,7 @@ TEST_F(MediaIdManager, AListThatCannotBeSavedEndsThePass) {
     EXPECT_FALSE(IsKnown(kChanger));
 }
 
-// One bad entry holds up those behind it, and what is left of itself.
+// An invalid entry ends the pass: its own further steps and later entries are skipped.
 TEST_F(MediaIdManager, AFailureEndsThePass) {
     struct Case {
         CFOwned<CFMutableDictionaryRef> changer;
@@ -261,7 +261,7 @@ TEST_F(MediaIdManager, AFailedBuildStartEndsThePass) {
                             "HandleManualChangerFSBuildStart (err = 5)"));
 }
 
-// The next notification tries again.
+// The next notification repeats the attempt.
 TEST_F(MediaIdManager, AFailedResetKeepsTheChangerOut) {
     g_fakes.failing = "ResetStatusReporting";
     EXPECT_THAT(Notify({Changer(kChanger), Changer(kOtherChanger)}), ElementsAre(kReset));
@@ -353,7 +353,7 @@ TEST_F(MediaIdManager, TheFirstFailedDropEndsTheDropping) {
     constexpr UInt64 kChangers[] = {1, 2, 3};
     const auto list = Array();
     std::vector<int> knownAfterFailedDrop;
-    // The list of known changers is kept and found again, so that each run allocates the same.
+    // The list of known changers stays shared, so that each run allocates the same objects.
     for (const UInt64 changer : kChangers)
         AddChanger(changer);
     ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
@@ -371,14 +371,14 @@ TEST_F(MediaIdManager, TheFirstFailedDropEndsTheDropping) {
                 if (line.find("fail remove changer GUID ") != std::string::npos)
                     knownAfterFailedDrop.push_back(known);
         });
-    // Changers that are added again may stand in another order, whose list is not found again.
+    // Changers added again may have another order, whose list is another object.
     ASSERT_FALSE(knownAfterFailedDrop.empty());
     EXPECT_EQ(knownAfterFailedDrop.front(), 3);
 }
 
 TEST_F(MediaIdManager, ANullNumberOfAKnownChangerEndsTheDroppingWithItsIndex) {
     const auto list = Array();
-    for (const int goodReads : {0, 1}) { // by the walk, and by the typed reading behind it
+    for (const int goodReads : {0, 1}) { // fails in the loop, and in the typed read
         AddChanger(kChanger);
         AddChanger(kOtherChanger);
         {
@@ -425,7 +425,7 @@ TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
     AddChanger(kChanger);
     std::set<std::string> said;
     const auto list = Array();
-    // The list of known changers is kept and found again, so that each run allocates the same.
+    // The list of known changers stays shared, so that each run allocates the same objects.
     ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
     AddChanger(kChanger);
     SweepAllocationFaults(

@@ -14,13 +14,13 @@
 
 using testing::ElementsAre;
 
-// The daily timer's business, which has a test of its own.
+// Called by the daily timer only, which DailyTimerTest covers.
 VErrLink* StartChangerFSCache(UInt64) {
     ADD_FAILURE() << "no timer fires here";
     return nullptr;
 }
 
-// Without a dictionary the real one may end the process, and without keys it gives nothing.
+// The real function may end the process without a dictionary, and needs the keys.
 extern "C" {
 void __real_CFDictionaryGetKeysAndValues(CFDictionaryRef dict, const void** keys,
                                          const void** values);
@@ -41,7 +41,7 @@ RaisedLink Raised(const char* message, const char* function, VErrCode code = kVE
     return {message, function, kSource, code};
 }
 
-// What every operation on a changer that is not known ends in.
+// The links of every operation on an unknown changer.
 Chain NotFoundThen(const char* function) {
     return {
         Raised("fail find changer in list", "GetChangerDictForGUID", kVErrCodeNotFound),
@@ -73,7 +73,7 @@ TEST(StoreLife, IsEmptyAfterTermAndAgainAfterInit) {
     }
 }
 
-// A detached thread may come by after Term.
+// A detached thread may call after Term.
 TEST(StoreLife, OperationsAfterTermFindNothing) {
     const LogCapture log;
     CFOwned<CFArrayRef> changers;
@@ -256,7 +256,7 @@ TEST_F(Store, ListsTheGuidsAsNumbers) {
     EXPECT_EQ(guids, (std::set{static_cast<SInt64>(kChanger), static_cast<SInt64>(kOtherChanger)}));
 }
 
-// What a caller changes is its own until it is written back.
+// A caller changes its own copy until the copy is written back.
 TEST_F(Store, StateIsCopiedAndWrittenBackWhole) {
     AddChanger(kChanger);
     CFOwned<CFMutableDictionaryRef> copy;
@@ -308,7 +308,7 @@ TEST_F(Store, ElementsThatWereComparedAreReleased) {
     EXPECT_FALSE(IsInProgress(kChanger, 5));
 }
 
-// An equal number twice can only come from elsewhere; the first goes.
+// The daemon itself never adds an equal number twice.
 TEST_F(Store, RemovingTakesTheFirstOccurrence) {
     ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary({{"In Progress", Array({5, 3, 5})}})),
               nullptr);

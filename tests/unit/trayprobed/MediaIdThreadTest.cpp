@@ -1,5 +1,5 @@
-/* The worker that identifies one medium: what it asks of the server, in which order, and what
-   becomes of its storage element. */
+/* The thread that identifies one medium: its commands in order, and its storage element's place
+   on the list of elements in progress. */
 
 #include "DeferredThreads.h"
 #include "FakeCommands.h"
@@ -37,7 +37,7 @@ VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
     return err;
 }
 
-// The daily timer's business, which has a test of its own.
+// Called by the daily timer only, which DailyTimerTest covers.
 VErrLink* StartChangerFSCache(UInt64) {
     ADD_FAILURE() << "no timer fires here";
     return nullptr;
@@ -63,7 +63,7 @@ protected:
         AddChanger(kChanger);
     }
 
-    // As the notification callback does it, the state lock held.
+    // Starts the thread with the state lock held, as the notification callback does.
     static Chain Start(SInt32 buildDirCache = 0, UInt64 changerGUID = kChanger,
                        UInt16 storageElem = kElem) {
         EXPECT_EQ(LockMediaIdState(), nullptr);
@@ -127,7 +127,7 @@ TEST_F(MediaIdThread, WithoutMemoryNothingStarts) {
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
-// Its end then finds nothing to take off.
+// The thread's end finds no element to remove.
 TEST_F(MediaIdThread, AnElementThatCannotBeListedIsStillIdentified) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(Start(),
@@ -144,7 +144,7 @@ TEST_F(MediaIdThread, AnElementThatCannotBeListedIsStillIdentified) {
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
-// The lock that the starter holds keeps the thread from taking the element off before it is on.
+// The starter holds the lock, so the thread cannot remove the element before it is added.
 TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsBeforeItRemovesTheElement) {
     DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain());
@@ -222,11 +222,11 @@ TEST_F(MediaIdThread, AFailureIsLoggedBeforeTheNextCommandIsSent) {
     for (const char* failing : {"mount", "eject"}) {
         FakeCommands::Fail(failing);
         g_walkFails = failing == std::string("eject");
-        std::vector<std::size_t> lines; // that were logged since the command before
+        std::vector<std::size_t> lines; // logged since the previous command, per command
         FakeCommands::OnCommand([&](std::string_view) { lines.push_back(log_.Take().size()); });
         Run();
         FakeCommands::OnCommand(nullptr);
-        // At the withdrawal, the mount, the eject if there is one, and the withdrawal.
+        // At the withdrawal, the mount, the eject after a mount, and the withdrawal.
         const std::vector<std::size_t> expected =
             g_walkFails ? std::vector<std::size_t>{0, 0, 2, 2} : std::vector<std::size_t>{0, 0, 2};
         EXPECT_EQ(lines, expected) << failing;
@@ -239,7 +239,7 @@ constexpr const char* kWithdrawalFailureLine =
     "MediaIdThread:123, RunMediaIdThread: fail ChangerServerRequestChangerIdentification "
     "(VErrCode = 1005)";
 
-// Out of reach until the changer is removed and added anew.
+// The element is not identified again until the changer is removed and added.
 TEST_F(MediaIdThread, AfterAFailedFirstWithdrawalNothingIsMountedAndTheElementStays) {
     FakeCommands::Fail("withdraw");
     Run();
@@ -272,7 +272,7 @@ protected:
     }
     ~MediaIdServer() override {
         EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
-        Handle(kServer); // forgets what is left
+        Handle(kServer); // forgets remaining elements
         EXPECT_THAT(log_.Take(), IsEmpty());
     }
 
@@ -281,7 +281,7 @@ protected:
         HandleMediaIdServer(&server);
         UnlockMediaIdState();
     }
-    // Leaves an element on the list: the server refused its withdrawal.
+    // Leaves an element on the list by a failed withdrawal.
     void Strand(int withdrawal = 1) {
         FakeCommands::Fail("withdraw", withdrawal);
         Run();
@@ -372,7 +372,7 @@ TEST_F(MediaIdServer, OtherStateIsUnchangedAndNoCommandIsSent) {
 
 TEST_F(MediaIdServer, ElementStartedAgainBelongsToTheServerOfItsLastStart) {
     Strand();
-    AddChanger(kChanger); // anew: nothing is on the list
+    AddChanger(kChanger); // the list is empty again
     Handle(kNextServer);
     Strand();
     Handle(kNextServer);
@@ -381,14 +381,14 @@ TEST_F(MediaIdServer, ElementStartedAgainBelongsToTheServerOfItsLastStart) {
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-// Two threads for one element: its changer was removed and added while the first one ran.
+// Two threads for one element: the changer was removed and added while the first thread ran.
 TEST_F(MediaIdServer, ElementOfTwoThreadsBelongsToTheThreadStartedLast) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
     Handle(kNextServer);
     EXPECT_EQ(Start(), Chain());
     FakeCommands::Fail("withdraw");
-    DeferredThreads::RunNext(); // leaves what is no longer its own
+    DeferredThreads::RunNext(); // the element belongs to the other thread
     Handle({9, {9, 9}});
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     Handle(kNextServer);
@@ -441,7 +441,7 @@ TEST_F(MediaIdServer, WithoutMemoryTheElementIsRemovedByTheNextCall) {
         const AllocationFault fault(1);
         Handle(kNextServer);
     }
-    log_.Take(); // raising a failure takes memory, too
+    log_.Take(); // the failed allocation may be one of a raise
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     Handle(kNextServer);
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
@@ -470,7 +470,7 @@ TEST_F(MediaIdThread, AChangerRemovedDuringTheThreadStaysRemoved) {
     EXPECT_FALSE(IsKnown(kChanger));
 }
 
-// The old worker's end takes off what a new worker has put on.
+// The old thread's end removes the element that the new thread's start added.
 TEST_F(MediaIdThread, AChangerAddedAnewLosesTheEntryOfItsNewWorker) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
@@ -525,28 +525,6 @@ TEST_F(MediaIdThread, AChangersNumberIsLoggedInSixteenDigits) {
              "fail IsChangerInList for GUID " + number,
              "fail remove changer GUID " + number + "/storage elem 5"}));
     Journal::Take();
-}
-
-// Whatever is refused, the thread ends without the lock and without its memory.
-TEST_F(MediaIdThread, EndsWellWhenMemoryRunsOut) {
-    bool saidKnown = false;
-    bool saidRemove = false;
-    ASSERT_EQ(Start(), Chain());
-    SweepAllocationFaults(
-        [](std::size_t) { DeferredThreads::RunNext(); },
-        [&](std::size_t, bool happened) {
-            EXPECT_FALSE(StateLock::IsHeld());
-            EXPECT_TRUE(happened || !IsInProgress(kChanger, kElem));
-            for (const std::string& line : log_.Take()) {
-                saidKnown |= line.ends_with("fail IsChangerInList for GUID 9EDCBA9876543210");
-                saidRemove |= line.find("fail remove changer GUID "
-                                        "9EDCBA9876543210/storage elem 5") != std::string::npos;
-            }
-            if (happened)
-                EXPECT_EQ(Start(), Chain());
-        });
-    EXPECT_TRUE(saidKnown);
-    EXPECT_TRUE(saidRemove);
 }
 
 } // namespace

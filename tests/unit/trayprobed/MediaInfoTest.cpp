@@ -1,4 +1,4 @@
-/* The saved changer info list, and what it says about a medium. */
+/* The saved changer info list, and its data about a medium. */
 
 #include "NullElement.h"
 #include "Store.h"
@@ -22,7 +22,7 @@ SInt32 ReferencesTo(CFTypeRef object) {
 
 class MediaInfo : public Store {
 protected:
-    // One changer whose media are these.
+    // Saves a list of one changer with these media.
     void SaveMedia(std::initializer_list<Value> media) {
         SaveInfoList(Array({Dictionary(
             {{"GUID", static_cast<SInt64>(kChanger)}, {"Changer Media Info", Array(media)}})}));
@@ -73,7 +73,7 @@ TEST_F(MediaInfo, BeforeTheFirstListNoChangerIsFound) {
     EXPECT_EQ(info, nullptr);
 }
 
-// A reader without the state lock may still be at an earlier list.
+// A reader without the state lock may still use an earlier list.
 TEST_F(MediaInfo, EarlierListsStayRetained) {
     const auto first = Array({1});
     const auto second = Array({2});

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_MOUNTEDCHANGER_H
 #define TESTS_UNIT_TRAYPROBED_MOUNTEDCHANGER_H
 
-/* A known changer whose file system is a temporary tree, mounted when the test says so. */
+/* A known changer whose file system is a temporary tree, not mounted before Mount(). */
 
 #include "DeferredThreads.h"
 #include "FakeCommands.h"
@@ -47,7 +47,7 @@ protected:
     static void SetAbort(SInt32 shouldAbort) {
         EXPECT_EQ(TakeChain(SetChangerShouldAbortOperation(kChanger, shouldAbort)), Chain());
     }
-    // Walks the whole tree without reporting.
+    // Walks the whole tree; without a status nothing is reported.
     Chain Walk(SInt32 descend = 1, FSCacheStatusReport* status = nullptr) const {
         return TakeChain(CacheFSDirectory(kChanger, tree_.Root().c_str(), descend, status));
     }

@@ -1,4 +1,4 @@
-/* What a full build shows through the server, and the record behind it. */
+/* The progress that a full build reports to the server, and its record. */
 
 #include "MountedChanger.h"
 
@@ -30,7 +30,7 @@ protected:
             Chain());
         return report;
     }
-    // The commands of a whole build, listings left out.
+    // The commands of a whole build, without listings.
     std::vector<std::string> Build() const {
         FSCacheStatusReport* report = Start();
         EXPECT_EQ(Walk(1, report), Chain());
@@ -63,7 +63,7 @@ TEST_F(Progress, AMediaRootInsideAnotherIsNoStepOfTheProgress) {
     EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 1), Show(1, 1), kClear));
 }
 
-// A disc that is put in between the count and the walk.
+// A disc is inserted between the count and the walk.
 TEST_F(Progress, TheStepMayPassTheMaximum) {
     MakeMediaRoot("one");
     FakeCommands::OnCommand([&](std::string_view command) {
@@ -99,7 +99,7 @@ TEST_F(Progress, AFailedReportEndsTheStart) {
                                         kVErrCodeConnectionLost}));
         EXPECT_EQ(report, nullptr);
     }
-    // Without the first, nothing is counted.
+    // If the first allocation fails, nothing is counted.
     EXPECT_THAT(Journal::Take(), ElementsAre(Show(0, 0), Show(0, 0), "list .", Show(0, 0)));
 }
 
@@ -134,7 +134,7 @@ TEST_F(Progress, AFailedCountIsLoggedAndLeavesWhatItReached) {
     tree_.MakeDirectory("folder");
     FileSystemSeams::FailMediaTest("./folder");
     FSCacheStatusReport* report = Start();
-    // Whichever of the two was listed first.
+    // The directories are listed in either order.
     EXPECT_THAT(Commands(), ElementsAre(Show(0, 0), testing::AnyOf(Show(0, 0), Show(0, 1))));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre(testing::HasSubstr(": fail on purpose"),
@@ -158,7 +158,7 @@ TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
     EXPECT_THAT(Journal::Take(), ElementsAre("show 9EDCBA9876543210 trayprobed \"m\" 0/3"));
 }
 
-// Every report says that no abort is requested: it may undo a user's.
+// Every report has "abort requested" false, which may reset a user's abort.
 TEST_F(Progress, NoReportRequestsAnAbort) {
     SetAbort(1);
     const FSCacheStatusReport report = {kChanger, "m", 1, 2, 0};
@@ -166,7 +166,7 @@ TEST_F(Progress, NoReportRequestsAnAbort) {
     EXPECT_THAT(Journal::Take(), ElementsAre("show 9EDCBA9876543210 trayprobed \"m\" 1/2"));
 }
 
-// The record stays, in case the status is ever looked for.
+// The daemon keeps the record, because the server's status may still refer to it.
 TEST_F(Progress, AStatusThatCannotBeClearedKeepsItsRecord) {
     FSCacheStatusReport* report = Start();
     FakeCommands::Fail("clear");

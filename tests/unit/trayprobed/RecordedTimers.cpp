@@ -67,7 +67,7 @@ void __wrap_CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {
 }
 
 RecordedTimers::RecordedTimers() {
-    g_timers.reserve(1000); // a test may be short of memory later
+    g_timers.reserve(1000); // no allocation later: memory may be short
     g_isRecording = true;
 }
 

@@ -28,7 +28,7 @@ protected:
         AddChanger(kChanger);
     }
 
-    // What is started for a changer with these media and, perhaps, other changes.
+    // The threads started for a changer with these media and changes.
     std::vector<std::string> Start(std::initializer_list<Value> media,
                                    std::initializer_list<Entry> changes = {}) {
         auto changer = Changer(kChanger, changes);
@@ -50,7 +50,7 @@ protected:
     }
 };
 
-// A medium in that slot, identified, not requested and not mounted, changed by these entries.
+// A medium in that slot: identified, not requested, not mounted, plus `changes`.
 CFOwned<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {}) {
     auto medium = Dictionary({{"Media Kind", 1},
                               {"Media Storage Element Index", storageElem},
@@ -102,7 +102,7 @@ TEST_F(Scheduling, AnEmptySlotIsNeverPicked) {
                                   {"Media Request Identification", true},
                                   {"Media Identify Time", 0}})}),
                 IsEmpty());
-    // Of an empty slot nothing more is read.
+    // No other key of an empty slot is read.
     EXPECT_THAT(Start({Dictionary({{"Media Kind", 0}, {"Media Mount State", 0}}), New(1)}),
                 ElementsAre(Identify(1)));
 }
@@ -169,7 +169,7 @@ TEST_F(Scheduling, ASecondIdentificationNeedsAFreeDrive) {
     SetInProgress({0});
     EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 1), New(2)}), IsEmpty());
     EXPECT_THAT(Start({Mounted(0, 1), Medium(1), New(2)}), ElementsAre(Identify(2)));
-    EXPECT_THAT(Start({Medium(0), Medium(1), New(3)}), IsEmpty()); // two run now
+    EXPECT_THAT(Start({Medium(0), Medium(1), New(3)}), IsEmpty()); // two are in progress now
     EXPECT_THAT(Start({Medium(0), New(3)}, {{"Data Transfer Element Count", 3}}),
                 ElementsAre(Identify(3)));
 }
@@ -204,7 +204,7 @@ TEST_F(Scheduling, EveryMountedMediumIsCounted) {
     EXPECT_EQ(count, 0);
 }
 
-// What the server's restart frees may be picked by the same notification.
+// A medium that the server's restart frees may be picked by the same notification.
 TEST_F(Scheduling, TheServerOfANotificationIsHandledBeforeAMediumIsPicked) {
     SetInProgress({0});
     g_subscription.server = {4711, {12, 340000}};
@@ -248,14 +248,14 @@ TEST_F(Scheduling, EachMissingKeyOfTheChangersEntryFails) {
     for (const Case& each : cases) {
         EXPECT_EQ(MessagesOf(HandleStartingMediaId, Without(Changer(kChanger), each.key)),
                   each.messages);
-        if (each.messages.size() == 1) { // a collection of another type is absent
+        if (each.messages.size() == 1) { // a collection of another type counts as absent
             EXPECT_EQ(MessagesOf(HandleStartingMediaId, Changer(kChanger, {{each.key, "text"}})),
                       each.messages);
         }
     }
 }
 
-// An entry without anything, to which one value after the other is added.
+// Begins with an empty entry and adds one value at a time.
 TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
     const std::string text = kSmallChangerText;
     auto changer = Dictionary();
@@ -301,7 +301,7 @@ TEST_F(Scheduling, AnUnknownChangerFails) {
                             "fail GetMediaIdInProgressCount for changer GUID 9EDCBA9876543210"));
 }
 
-// Of a bad medium the scan does not get past, not even for one behind it.
+// An invalid medium ends the scan: later media are not considered.
 TEST_F(Scheduling, AMediumWithAMissingKeyEndsTheScan) {
     const std::string manual = "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210";
     const std::string automatic =
@@ -322,14 +322,14 @@ TEST_F(Scheduling, AMediumWithAMissingKeyEndsTheScan) {
 
 using Scan = VErrLink* (*)(UInt64, CFArrayRef, SInt32, SInt32*);
 
-// The newest link of a scan's failure: "message in function".
+// The newest link of a failed scan as "message in function".
 std::string FailureOf(Scan scan, CFOwned<CFMutableDictionaryRef> medium) {
     SInt32 started = 0;
     const Chain chain = TakeChain(scan(kChanger, Array({std::move(medium)}), 0, &started));
     return chain.empty() ? "" : chain.back().message + " in " + chain.back().function;
 }
 
-// Both scans share their code; a log line still tells which of them failed.
+// Both scans share code, but the log line names the failed one.
 TEST_F(Scheduling, EveryFailureOfAScanNamesThatScan) {
     const std::string manual = " in SpawnNextManualMediaId";
     const std::string automatic = " in SpawnNextAutomaticMediaId";
@@ -357,7 +357,7 @@ TEST_F(Scheduling, EveryFailureOfAScanNamesThatScan) {
         whole);
 }
 
-// The manual scan does not look at the identify time, the automatic one not at the request.
+// The manual scan does not read the identify time, the automatic scan not the request.
 TEST_F(Scheduling, EachScanReadsOnlyItsOwnKey) {
     EXPECT_THAT(Start({Without(Requested(1), "Media Identify Time")}), ElementsAre(Identify(1)));
 }

@@ -1,8 +1,8 @@
 #ifndef TESTS_UNIT_TRAYPROBED_SHOWNREPORT_H
 #define TESTS_UNIT_TRAYPROBED_SHOWNREPORT_H
 
-/* The progress record of a build, which is kept for good when its status cannot be cleared. A test
-   finds it by the message that is shown, which lies inside of it. */
+/* The progress record of a build, which is never freed if its status cannot be cleared. The
+   message that is reported is a member of the record. */
 
 #include "trayprobed/ChangerFSCacheThread.h"
 

@@ -1,4 +1,4 @@
-/* Listing one disc: its media roots in the changer's root, and the wait for them. */
+/* Listing one disc: its media roots in the changer's root, and the wait until they appear. */
 
 #include "FakeTime.h"
 #include "MountedChanger.h"
@@ -26,14 +26,14 @@ class SingleDisc : public MountedChanger {
 protected:
     SingleDisc() : time_(1700000000, 1) {}
 
-    // One round; whether it cached anything.
+    // Runs one round. True if anything was cached.
     bool Update(SInt32 descend = 1) const {
         return ReadFlag(RunAFSCacheUpdate, kChanger, kElem, descend, tree_.Root().c_str());
     }
     static Chain Run(SInt32 descend = 1) {
         return TakeChain(RunFSCache(kChanger, kElem, descend));
     }
-    // What the server's last list says about the disc.
+    // Saves the server's list with this medium.
     void SaveMedium(int identifyTime, bool hasFileSystem) {
         const auto medium =
             Dictionary({{"Media Identify Time", identifyTime},
@@ -45,7 +45,7 @@ protected:
         SaveInfoList(list);
     }
 
-    FakeTime time_; // each look at the clock takes a second
+    FakeTime time_; // each call of time() takes a second
 };
 
 // ---- one round ----
@@ -96,7 +96,7 @@ TEST_F(SingleDisc, ASlashAtTheEndOfTheMountPathIsNotDoubled) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./s1"));
 }
 
-// No status is taken here: what the entry is does not matter, only its info file.
+// The entry's type is not examined, only its info file.
 TEST_F(SingleDisc, EntriesOfTheRootMayBeLinksOrTheRootItself) {
     tree_.MakeMediaRoot("folder/s1", 7, kElem);
     tree_.Link("folder/s1", "link");
@@ -127,7 +127,7 @@ TEST_F(SingleDisc, AnAbortEndsTheRoundAsASuccess) {
     EXPECT_THAT(Journal::Take(), SizeIs(3)); // the root, one disc, one directory
 }
 
-// The first partition was listed, and stays so.
+// The listing of the first partition remains.
 TEST_F(SingleDisc, AnAbortInTheSecondMediaRootLeavesTheDiscCached) {
     for (const char* root : {"s1", "s2", "s3"}) {
         MakeMediaRoot(root);
@@ -145,10 +145,10 @@ TEST_F(SingleDisc, AnAbortInTheSecondMediaRootLeavesTheDiscCached) {
     SetAbort(0);
     FileSystemSeams::OnListing(abortInTheSecond);
     EXPECT_EQ(Run(), Chain());
-    EXPECT_THAT(Journal::Take(), SizeIs(5)); // and no second round
+    EXPECT_THAT(Journal::Take(), SizeIs(5)); // no second round
 }
 
-// The text names the other test.
+// The error text names the test for a changer root.
 TEST_F(SingleDisc, AMediaTestThatFailsEndsTheRound) {
     Mount();
     SaveMedium(1, true);
@@ -181,7 +181,7 @@ TEST_F(SingleDisc, AFailedWalkNamesItsMediaRoot) {
 
 TEST_F(SingleDisc, WithoutAMountedFileSystemNothingIsListed) {
     MakeMediaRoot("s1");
-    EXPECT_EQ(Run(), Chain()); // not even the missing info list is noticed
+    EXPECT_EQ(Run(), Chain()); // the missing info list is not read
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
@@ -221,7 +221,7 @@ TEST_F(SingleDisc, TenSecondsAreTheLongestWait) {
     SaveMedium(1, true);
     EXPECT_EQ(Run(), Chain());
     const std::vector<std::string> journal = Journal::Take();
-    EXPECT_THAT(journal, SizeIs(10)); // one a second, since the start
+    EXPECT_THAT(journal, SizeIs(10)); // one listing per second
     EXPECT_THAT(journal, Each("list ./"));
 }
 
@@ -247,7 +247,7 @@ TEST_F(SingleDisc, TheWaitEndsWhenTheDiscIsIdentifiedWithoutFileSystem) {
     EXPECT_THAT(Journal::Take(), SizeIs(3));
 }
 
-// Deliberate: the aborted disc is begun anew until the time is up.
+// Intended: the aborted disc is listed again until the time-out.
 TEST_F(SingleDisc, AnAbortedDiscIsASuccessOnlyAfterTheWait) {
     Mount();
     SaveMedium(1, true);

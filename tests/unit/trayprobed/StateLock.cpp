@@ -13,7 +13,7 @@ std::atomic<const pthread_mutex_t*> g_stateMutex = nullptr;
 bool g_initialising = false;
 int g_destroyedCount = 0;
 
-// Failures are set before the threads of a test start.
+// Failures are set before a test's threads start.
 int g_initStatus = 0;
 int g_destroyStatus = 0;
 std::atomic<int> g_lockStatus = 0;

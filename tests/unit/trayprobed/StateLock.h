@@ -2,8 +2,8 @@
 #define TESTS_UNIT_TRAYPROBED_STATELOCK_H
 
 /*
- * The daemon's mutexes, watched: which thread holds the state lock, what its calls return, and
- * when a thread has to wait for any of them.
+ * Records and fails calls on the daemon's mutexes: which thread holds the state lock, and when a
+ * thread must wait for any mutex. Wrap the functions of kStateLockWraps.
  */
 
 #include "common/VErr.h"
@@ -13,27 +13,27 @@
 
 class StateLock {
 public:
-    // InitMediaIdState, from which on the state lock is known.
+    // Calls InitMediaIdState and records which mutex is the state lock.
     static VErrLink* InitStore();
 
-    // Whether the calling thread holds it.
+    // True if the calling thread holds the state lock.
     static bool IsHeld();
-    // How many mutexes it holds, of whatever kind.
+    // The number of mutexes that the calling thread holds.
     static int CountHeldMutexes();
-    // How often it was destroyed, since the program began.
+    // How often the state lock was destroyed since the program began.
     static int DestroyedCount();
 
-    // The next call of the kind, or the nth, gives that status and does not lock. A failing unlock
-    // or destruction does its work all the same.
+    // The next (or nth) call returns the status and does not lock. A failing unlock or destroy
+    // still unlocks or destroys.
     static void FailInit(int status);
     static void FailDestroy(int status);
     static void FailLock(int status, int nth = 1);
     static void FailUnlock(int status);
-    // Called once, when the lock has been taken next.
+    // The function is called once, after the next locking of the state lock.
     static void OnLock(std::function<void()> function);
 };
 
-/* While it lives, calls the function when the calling thread is about to wait for a mutex. */
+/* While an object lives, the function is called before the calling thread waits for a mutex. */
 class OnWaitingForMutex : NotCopyable {
 public:
     explicit OnWaitingForMutex(std::function<void()> function);

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_STORE_H
 #define TESTS_UNIT_TRAYPROBED_STORE_H
 
-/* The store of changers, made for one test, and ways to read it without ceremony. */
+/* A fixture with the store of changers, and short functions to read the store. */
 
 #include "NumberReferences.h"
 #include "StateLock.h"
@@ -15,11 +15,11 @@
 #include <set>
 #include <vector>
 
-/* Both are number objects in the store, not integers that a reference holds by itself. */
+/* Both are number objects in the store, not tagged references. */
 constexpr UInt64 kChanger = 0x9EDCBA9876543210; // needs all 64 bits
 constexpr UInt64 kOtherChanger = 0x5000C500ABCD1234;
 constexpr const char* kChangerText = "9EDCBA9876543210";
-/* One that is told with leading zeros. */
+/* Logged with leading zeros. */
 constexpr UInt64 kSmallChanger = 0xAB;
 constexpr const char* kSmallChangerText = "00000000000000AB";
 
@@ -28,7 +28,7 @@ protected:
     Store() {
         EXPECT_EQ(TakeChain(StateLock::InitStore()), Chain());
     }
-    // Earlier lists are the store's for ever; whoever counts takes them back.
+    // The store never releases earlier lists, because a reader may still use them.
     ~Store() override {
         TermMediaIdState();
         for (CFArrayRef list : replacedLists_)
@@ -59,7 +59,7 @@ protected:
         EXPECT_EQ(SaveChangerInfoList(list), nullptr);
         NoteSavedList(list);
     }
-    // The store now holds a reference to that list.
+    // Records that the store owns a reference to that list.
     void NoteSavedList(CFArrayRef list) {
         if (savedList_ != nullptr)
             replacedLists_.push_back(savedList_);
@@ -78,7 +78,7 @@ protected:
     LogCapture log_;
 
 private:
-    const NumberReferences numberReferences_; // counted when the store has gone
+    const NumberReferences numberReferences_; // counted after the store's end
     CFArrayRef savedList_ = nullptr;
     std::vector<CFArrayRef> replacedLists_;
 };

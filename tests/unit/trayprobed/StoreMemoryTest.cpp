@@ -1,4 +1,4 @@
-/* The store when memory runs out: each allocation of each operation refused in turn. */
+/* The store when memory is short: each allocation of each operation fails in turn. */
 
 #include "Store.h"
 
@@ -34,8 +34,8 @@ protected:
         EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 40000), nullptr);
     }
 
-    // Each failure leaves the state as it was and is told by one of these messages, the newest
-    // link's; each of them comes.
+    // Each failing allocation leaves the state unchanged. The set of the newest links' messages
+    // must equal `expected`.
     static void ExpectAllOrNothing(const std::function<VErrLink*()>& operation,
                                    const Messages& expected) {
         Prepare();
@@ -122,7 +122,7 @@ TEST_F(StoreMemory, AFailedListUpdateChangesNothing) {
                         "fail SetChangerDictForGUID"});
 }
 
-// A list that has to grow for it, or not.
+// Some lengths need a larger array, others do not.
 TEST_F(StoreMemory, AFailedInsertionChangesNoListOfAnyLength) {
     for (UInt16 count = 0; count < 20; ++count) {
         VErrLink* err = nullptr;

@@ -1,6 +1,6 @@
 /*
- * The daily timer changes the store without the state lock. Its change and a worker's must both
- * last, wherever the one comes in between the other's reading and writing back.
+ * The daily timer changes the store without the state lock. The timer's update and a thread's
+ * update must both last, even if one runs between the other's read and write.
  */
 
 #include "Store.h"
@@ -55,8 +55,8 @@ protected:
         EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
     }
 
-    // After the first has read and before it writes back, the second runs until it has ended or
-    // has to wait for the first.
+    // Between the first update's read and write, the second update runs until it has ended or
+    // must wait for the first.
     static void Interleave(const Update& first, const Update& second) {
         std::counting_semaphore<> endedOrWaiting(0);
         std::thread thread;
@@ -130,7 +130,7 @@ TEST_F(StoreRace, NoUpdateUndoesAnother) {
     }
 }
 
-// For the thread sanitizer, above all.
+// Mainly for the thread sanitizer.
 TEST_F(StoreRace, UpdatesOfManyThreadsAllLast) {
     constexpr int kRounds = 300;
     SaveInfoList(Array());

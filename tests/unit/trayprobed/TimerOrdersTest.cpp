@@ -1,6 +1,6 @@
 /*
  * The daily timer starts a build without the state lock, while identifications and builds end under
- * it. Whatever the order of their steps, no update is lost.
+ * it. No order of their steps may lose an update.
  *
  * The steps that other threads can see:
  * - The timer locks the store and copies the state, for the flag. When no build is in progress, it
@@ -28,7 +28,7 @@
 #include <string>
 #include <vector>
 
-// All mutexes are watched by ExploreInterleavings.cpp here.
+// ExploreInterleavings.cpp wraps the mutexes here, instead of StateLock.cpp.
 VErrLink* StateLock::InitStore() {
     return InitMediaIdState();
 }

@@ -34,12 +34,12 @@ protected:
         return count;
     }
 
-    // A directory whose path has so many bytes, in a chain of directories; gives its descriptor.
+    // Creates nested directories up to a path of `length` bytes. Returns the last one's descriptor.
     int MakePathOf(std::size_t length) const {
         int directory = open(tree_.Root().c_str(), O_RDONLY | O_DIRECTORY);
         std::size_t remaining = length - tree_.Root().size();
         while (remaining > 0) {
-            // Never leave just the slash.
+            // No component may be empty.
             std::size_t size = std::min<std::size_t>(remaining, 101);
             if (remaining - size == 1)
                 --size;
@@ -54,7 +54,7 @@ protected:
     }
 };
 
-// What is opened in these directories, by the kernel's account.
+// The files opened in these directories, as inotify reports.
 class OpeningsIn {
 public:
     explicit OpeningsIn(const std::vector<std::string>& directories) {
@@ -68,12 +68,12 @@ public:
         close(watcher_);
     }
 
-    // By name.
+    // The names of the files opened.
     const std::set<std::string>& Files() const {
         Read();
         return files_;
     }
-    // Of the directories themselves.
+    // Openings of the directories themselves.
     int CountListings() const {
         Read();
         return listings_;
@@ -151,7 +151,7 @@ TEST_F(Walking, LinksAndSpecialFilesAreNotEntered) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a"));
 }
 
-// Between the look at it and its opening.
+// The link replaces the directory between fstatat() and openat().
 TEST_F(Walking, ALinkThatTookADirectorysPlaceIsNotFollowed) {
     tree_.MakeDirectory("a");
     tree_.MakeDirectory("b");
@@ -241,7 +241,7 @@ TEST_F(Walking, ADirectoryIsNeverItsOwnChild) {
     }
 }
 
-// A cut name may be a sibling's: that one is walked twice, and the walk ends.
+// A truncated name may be a sibling's name: the sibling is walked twice, and the walk still ends.
 TEST_F(Walking, ATruncatedNameOpensTheSiblingOfThatName) {
     const int directory = MakePathOf(1021);
     ASSERT_EQ(mkdirat(directory, "y", 0700), 0);
@@ -262,7 +262,7 @@ TEST_F(Walking, AParentMountedBelowItselfIsNotEntered) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./a", "list .", "list ./a"));
 }
 
-// The roots of many file systems have the same inode number.
+// Roots of different file systems often have equal inode numbers.
 TEST_F(Walking, AVolumeWithItsParentsInodeNumberIsEntered) {
     tree_.MakeDirectory("a/b");
     FileSystemSeams::PretendSameInode("./a", ".");
@@ -296,7 +296,7 @@ TEST_F(Walking, EveryLevelThatAPathCanNameIsReached) {
 
 // ---- aborts ----
 
-// The error of a deeper level comes up with one link more for each level.
+// Each level adds a link to the error of a deeper level.
 TEST_F(Walking, AnAbortTakesEffectOnTheWayBack) {
     tree_.MakeDirectory("a/b/c/d");
     const std::string chain[] = {"./a", "./a/b", "./a/b/c", "./a/b/c/d"};
@@ -306,7 +306,7 @@ TEST_F(Walking, AnAbortTakesEffectOnTheWayBack) {
             if (path == chain[depth - 1])
                 SetAbort(1);
         });
-        // What lies below is still walked: the flag is looked at behind the deepest first.
+        // Lower levels are still walked: the flag is first read after the deepest level.
         Chain expected = {Raised("user aborted", kVErrCodeUserAborted)};
         for (int level = 0; level < 3; ++level)
             expected.push_back(Raised("fail CacheFSDirectory", kVErrCodeUserAborted));
