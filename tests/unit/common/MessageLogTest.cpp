@@ -3,8 +3,8 @@
 #include "common/MessageLog.h"
 
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdarg>
@@ -15,9 +15,6 @@
 #include <sstream>
 #include <string>
 #include <time.h>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -3,17 +3,14 @@
 #include "AllocationFaults.h"
 #include "HelperMembers.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 #include "support/PropertyLists.h"
-
-#include <gmock/gmock.h>
+#include "support/WithoutMemory.h"
 
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <type_traits>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

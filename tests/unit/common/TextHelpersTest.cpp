@@ -3,17 +3,14 @@
 #include "AllocationFaults.h"
 #include "HelperMembers.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 #include "support/PropertyLists.h"
-
-#include <gmock/gmock.h>
+#include "support/WithoutMemory.h"
 
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -140,13 +137,11 @@ TEST_F(TextHelpers, WithoutMemoryThereIsNoCString) {
     char before[] = "before";
     char* text = before;
     const auto string = Text("text");
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text);
-    }
-    EXPECT_EQ(TakeChain(err), Chain{RaisedByHelper("CFHAllocCStringFromCFString",
-                                                   "fail allocate storage for the C string")});
+    EXPECT_EQ(ChainWithoutMemory([&] {
+                  return CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text);
+              }),
+              Chain{RaisedByHelper("CFHAllocCStringFromCFString",
+                                   "fail allocate storage for the C string")});
     EXPECT_EQ(text, nullptr);
 }
 

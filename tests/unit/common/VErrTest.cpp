@@ -6,8 +6,8 @@
 #include "AllocationFaults.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -16,9 +16,6 @@
 #include <pthread.h>
 #include <string>
 #include <thread>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -3,13 +3,10 @@
 #include "AllocationFaults.h"
 #include "HelperMembers.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 #include "support/PropertyLists.h"
 
-#include <gmock/gmock.h>
-
 #include <cstdint>
-
-using testing::IsEmpty;
 
 namespace {
 

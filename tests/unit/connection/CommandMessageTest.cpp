@@ -9,8 +9,8 @@
 #include "RefusedKey.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -18,9 +18,6 @@
 #include <functional>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

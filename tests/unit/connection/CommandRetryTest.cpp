@@ -6,17 +6,13 @@
 #include "FakeExchange.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <initializer_list>
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -112,12 +108,7 @@ TEST_F(CommandRetry, EjectReleasesTheLastReplyOnly) {
 
 TEST_F(CommandRetry, EjectWithoutMemorySendsNothing) {
     const FakeExchange server;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = ChangerServerEjectDisc(300, 7, 3, 0, 0);
-    }
-    EXPECT_EQ(TakeChain(err),
+    EXPECT_EQ(ChainWithoutMemory([&] { return ChangerServerEjectDisc(300, 7, 3, 0, 0); }),
               (Chain{{"fail alloc messageDict", "InitEjectDiscMessage", kEjectFile},
                      {"fail InitEjectDiscMessage", "ChangerServerEjectDisc", kEjectFile}}));
     EXPECT_THAT(server.Requests(), IsEmpty());
@@ -181,12 +172,10 @@ TEST_F(CommandRetry, MountReleasesTheLastReplyOnly) {
 
 TEST_F(CommandRetry, MountWithoutMemorySendsNothing) {
     const FakeExchange server;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = ChangerServerMountDisc(300, 7, 3, "", "client", 0, 0, nullptr, 0, nullptr, 0);
-    }
-    EXPECT_EQ(TakeChain(err),
+    EXPECT_EQ(ChainWithoutMemory([&] {
+                  return ChangerServerMountDisc(300, 7, 3, "", "client", 0, 0, nullptr, 0, nullptr,
+                                                0);
+              }),
               (Chain{{"fail alloc messageDict", "InitMountDiscMessage", kMountFile},
                      {"fail init mount disc message", "ChangerServerMountDiscInDrive", kMountFile},
                      {"fail mount disc to drive index kNoDataTransferElem",

@@ -10,8 +10,8 @@
 #include "TimerControl.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -25,9 +25,6 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // Called after the connection is made and before data is sent.
 static thread_local std::function<void()> t_beforeSending;

@@ -3,7 +3,7 @@
 
 /*
  * Replaces the exchange under the commands: SendMessageToChangerServer, a clock that only sleep()
- * advances, and a fixed process id. Wrap the functions of FakeExchange.cpp.
+ * advances, and a fixed process id.
  */
 
 #include "common/VErr.h"

@@ -5,8 +5,8 @@
 #include "AllocationFaults.h"
 #include "Frames.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,9 +18,6 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // Added to a payload's length: the limit is reached without 256 MiB of data.
 static CFIndex g_pretendedLength = 0;

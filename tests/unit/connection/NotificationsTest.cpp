@@ -10,8 +10,9 @@
 #include "TimerControl.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -23,9 +24,6 @@
 #include <string_view>
 #include <unistd.h>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -182,12 +180,10 @@ TEST_F(Notifications, ATickOnAConnectedSubscriptionEndsTheCycle) {
 // ---- subscriptions that fail ----
 
 TEST_F(Notifications, WithoutMemoryThereIsNoSubscription) {
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = SubscribeToChangerNotifications(nullptr, nullptr, nullptr, nullptr, &subscription);
-    }
-    EXPECT_EQ(TakeChain(err),
+    EXPECT_EQ(ChainWithoutMemory([&] {
+                  return SubscribeToChangerNotifications(nullptr, nullptr, nullptr, nullptr,
+                                                         &subscription);
+              }),
               Chain{Raised("fail alloc socket info", "SubscribeToChangerNotifications")});
     EXPECT_EQ(subscription, nullptr);
 }

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_PROCESSTABLE_H
 #define TESTS_UNIT_CONNECTION_PROCESSTABLE_H
 
-/* A fake process table. Wrap sysctl. */
+/* A fake process table. */
 
 #include <string>
 #include <sys/time.h>

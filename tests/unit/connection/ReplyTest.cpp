@@ -6,15 +6,12 @@
 #include "Seams.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 static thread_local int t_stops = 0; // calls of CFRunLoopStop
 

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_SEAMS_H
 #define TESTS_UNIT_CONNECTION_SEAMS_H
 
-/* Lets calls to the platform fail. Wrap the functions of Seams.cpp. */
+/* Lets calls to the platform fail. */
 
 #include "support/NotCopyable.h"
 

@@ -6,8 +6,8 @@
 #include "ProcessTable.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -17,9 +17,6 @@
 #include <ostream>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 /*
  * Run-loop timers without waiting: the clock stands still, the timers that the daemon creates are
- * recorded, and fire only while the test says so. All state belongs to the calling thread. Wrap
- * CFAbsoluteTimeGetCurrent and CFRunLoopTimerCreate; Failing (Seams.h) can let the latter fail.
+ * recorded, and fire only while the test says so. All state belongs to the calling thread. Failing
+ * (Seams.h) can let CFRunLoopTimerCreate fail.
  */
 
 #include "support/NotCopyable.h"

@@ -4,9 +4,8 @@
 #include "support/BinaryLists.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 #include "support/TemporaryTree.h"
-
-#include <gmock/gmock.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -16,12 +15,6 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <vector>
-
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::MatchesRegex;
-using testing::Not;
-using testing::StartsWith;
 
 namespace {
 

@@ -7,17 +7,14 @@
 #include "trayprobed/MediaIdState.h"
 
 #include "support/LogCapture.h"
+#include "support/Matchers.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

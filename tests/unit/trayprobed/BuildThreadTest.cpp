@@ -4,6 +4,7 @@
 #include "MountedChanger.h"
 
 #include "AllocationFaults.h"
+#include "support/Matchers.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -12,11 +13,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::IsEmpty;
-using testing::SizeIs;
 
 namespace {
 

@@ -6,13 +6,12 @@
 #include "Journal.h"
 #include "StateLock.h"
 #include "Store.h"
+#include "support/Matchers.h"
 #include "support/TemporaryTree.h"
 
 #include "AllocationFaults.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/ChangerFSCacheThread.h"
-
-#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -20,10 +19,6 @@
 #include <filesystem>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 // Called by the daily timer only, which DailyTimerTest covers.
 VErrLink* StartChangerFSCache(UInt64) {

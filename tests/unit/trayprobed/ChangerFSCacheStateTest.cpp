@@ -7,8 +7,8 @@
 #include "RefusedKey.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
-
-#include <gmock/gmock.h>
+#include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <atomic>
 #include <cstddef>
@@ -16,8 +16,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-using testing::ElementsAre;
 
 namespace {
 
@@ -166,13 +164,9 @@ TEST(RegistryLife, IsEmptyOutsideInitAndTerm) {
 
 TEST(RegistryLife, WithoutMemoryInitFails) {
     const LogCapture log;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = InitChangerFSCacheState();
-    }
-    EXPECT_EQ(TakeChain(err), (Chain{{"fail allocate changer FS list dictionary",
-                                      "InitChangerFSCacheState", kSource}}));
+    EXPECT_EQ(
+        ChainWithoutMemory([&] { return InitChangerFSCacheState(); }),
+        (Chain{{"fail allocate changer FS list dictionary", "InitChangerFSCacheState", kSource}}));
     TermChangerFSCacheState();
 }
 

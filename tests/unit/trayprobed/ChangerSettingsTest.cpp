@@ -7,15 +7,11 @@
 #include "ManagedChangers.h"
 
 #include "AllocationFaults.h"
-
-#include <gmock/gmock.h>
+#include "support/Matchers.h"
 
 #include <ctime>
 #include <set>
 #include <string>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -23,6 +19,14 @@ constexpr const char* kSource = "trayprobed/MediaIdManager";
 
 class ChangerSettings : public ManagedChangers {
 protected:
+    // The handler fails for a changer that is unknown or has no GUID.
+    template<typename Handler>
+    void ExpectNeedsAKnownChanger(Handler handler, const char* newest) {
+        EXPECT_THAT(MessagesOf(handler, Changer(kChanger)),
+                    ElementsAre("fail find changer in list", "fail GetChangerDictForGUID", newest));
+        EXPECT_THAT(MessagesOf(handler, Without(Changer(kChanger), "GUID")),
+                    ElementsAre("fail get value from dict", "fail get changer GUID"));
+    }
     // The daily time that is scheduled, "hh:mm", or "none".
     std::string ScheduleOf(const CFOwned<CFMutableDictionaryRef>& preferences) {
         const std::size_t before = RecordedTimers::All().size();
@@ -112,11 +116,7 @@ TEST_F(ChangerSettings, TimesThatAreNo32BitNumbersFail) {
 }
 
 TEST_F(ChangerSettings, SettingsOfAnUnknownOrNamelessChangerFail) {
-    EXPECT_THAT(MessagesOf(UpdateChangerSettings, Changer(kChanger)),
-                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
-                            "fail UnscheduleChangerFSCacheTimer"));
-    EXPECT_THAT(MessagesOf(UpdateChangerSettings, Without(Changer(kChanger), "GUID")),
-                ElementsAre("fail get value from dict", "fail get changer GUID"));
+    ExpectNeedsAKnownChanger(UpdateChangerSettings, "fail UnscheduleChangerFSCacheTimer");
 }
 
 TEST_F(ChangerSettings, AFailedSchedulingLogsTheTime) {
@@ -178,11 +178,7 @@ TEST_F(ChangerSettings, AbortsNeedAStatusListAndAKnownChanger) {
         EXPECT_EQ(
             Handle(HandleChangerOperationAbort, changer),
             (Chain{{"fail get client status list dict", "HandleChangerOperationAbort", kSource}}));
-    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, Changer(kChanger)),
-                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
-                            "fail SetChangerShouldAbortOperation"));
-    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, Without(Changer(kChanger), "GUID")),
-                ElementsAre("fail get value from dict", "fail get changer GUID"));
+    ExpectNeedsAKnownChanger(HandleChangerOperationAbort, "fail SetChangerShouldAbortOperation");
 }
 
 TEST_F(ChangerSettings, WithoutMemoryTheAbortFlagIsUnchanged) {

@@ -7,9 +7,8 @@
 #include "Store.h"
 
 #include "AllocationFaults.h"
+#include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
-
-#include <gmock/gmock.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -17,9 +16,6 @@
 #include <functional>
 #include <set>
 #include <string>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

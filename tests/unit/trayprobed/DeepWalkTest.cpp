@@ -3,6 +3,7 @@
 
 #include "MountedChanger.h"
 
+#include "support/Matchers.h"
 #include "trayprobed/DirectoryWalk.h"
 
 #include <algorithm>
@@ -14,9 +15,6 @@
 #include <iterator>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace fs = std::filesystem;
 

@@ -2,8 +2,7 @@
 #define TESTS_UNIT_TRAYPROBED_DEFERREDTHREADS_H
 
 /* While an object lives, threads that the daemon creates run only when the test calls Run...().
-   Every thread must be detached, every attribute object destroyed. Wrap the functions of
-   kDeferredThreadsWraps. */
+   Every thread must be detached, every attribute object destroyed. */
 
 #include "support/NotCopyable.h"
 

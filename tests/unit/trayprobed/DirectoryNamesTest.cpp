@@ -1,10 +1,8 @@
 /* The list of names in a directory, and its budget of memory. */
 
 #include "trayprobed/DirectoryNames.h"
+#include "support/Matchers.h"
 #include "support/TemporaryTree.h"
-
-#include <dirent.h>
-#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,10 +10,9 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <string>
 #include <vector>
-
-using testing::IsEmpty;
 
 namespace {
 

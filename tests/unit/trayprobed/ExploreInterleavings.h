@@ -12,8 +12,6 @@
  *
  * Work between two steps is invisible to other threads, so stops at other places would add no new
  * result. Unlocking is no step, because its effect appears in the next step of another thread.
- *
- * Wrap the functions of kExploreInterleavingsWraps.
  */
 
 #include <cstddef>

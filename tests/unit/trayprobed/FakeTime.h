@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_FAKETIME_H
 #define TESTS_UNIT_TRAYPROBED_FAKETIME_H
 
-/* Replaces time(). Wrap time. */
+/* Replaces time(). */
 
 #include "support/NotCopyable.h"
 

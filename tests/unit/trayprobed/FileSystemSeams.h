@@ -4,8 +4,7 @@
 /*
  * Records and fails calls on directories. The journal shows each listing as "list PATH", with "."
  * for the tree's root, followed by " (locked)" if the calling thread holds the state lock. Tests
- * may run as root, which may read everything: failures are made here. Wrap the functions of
- * kFileSystemSeamsWraps.
+ * may run as root, which may read everything: failures are made here.
  */
 
 #include "support/NotCopyable.h"

@@ -2,8 +2,7 @@
 #define TESTS_UNIT_TRAYPROBED_KNOWNCHANGERLISTS_H
 
 /*
- * The lists of known changers, which the handling of each "changer list" never releases. Wrap
- * GetChangerList by its mangled name, _Z14GetChangerListPPK9__CFArray.
+ * The lists of known changers, which the handling of each "changer list" never releases.
  */
 
 #include "support/NotCopyable.h"

@@ -5,8 +5,7 @@
 #include "NullElement.h"
 
 #include "AllocationFaults.h"
-
-#include <gmock/gmock.h>
+#include "support/Matchers.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -14,10 +13,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 

@@ -2,17 +2,14 @@
 
 #include "AllocationFaults.h"
 #include "RefusedKey.h"
+#include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
-
-#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <initializer_list>
 #include <set>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
 
 // Called by the daily timer only, which DailyTimerTest covers.
 VErrLink* StartChangerFSCache(UInt64) {

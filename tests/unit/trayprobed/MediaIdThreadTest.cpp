@@ -7,10 +7,9 @@
 #include "Store.h"
 
 #include "AllocationFaults.h"
+#include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdThread.h"
-
-#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -18,9 +17,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -281,6 +277,11 @@ protected:
         HandleMediaIdServer(&server);
         UnlockMediaIdState();
     }
+    // Handles a notification of that server. True if the element is then still on the list.
+    bool IsInProgressAfter(const ChangerServerProcess& server) const {
+        Handle(server);
+        return IsInProgress(kChanger, kElem);
+    }
     // Leaves an element on the list by a failed withdrawal.
     void Strand(int withdrawal = 1) {
         FakeCommands::Fail("withdraw", withdrawal);
@@ -295,8 +296,7 @@ TEST_F(MediaIdServer, ElementLeftOnTheListStaysWhileItsServerRuns) {
         AddChanger(kChanger);
         Strand(withdrawal);
         Handle(kServer);
-        Handle(kServer);
-        EXPECT_TRUE(IsInProgress(kChanger, kElem));
+        EXPECT_TRUE(IsInProgressAfter(kServer));
     }
 }
 
@@ -330,27 +330,23 @@ TEST_F(MediaIdServer, SameProcessIdWithAnotherStartTimeIsTheNextServer) {
     for (const ChangerServerProcess& other : others) {
         Handle(kServer);
         Strand();
-        Handle(other);
-        EXPECT_FALSE(IsInProgress(kChanger, kElem));
+        EXPECT_FALSE(IsInProgressAfter(other));
     }
 }
 
 TEST_F(MediaIdServer, StartTimeThatCannotBeReadLeavesTheElement) {
     Strand();
-    Handle({4711, {0, 0}});
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter({4711, {0, 0}}));
 }
 
 TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadHasEnded) {
     EXPECT_EQ(Start(), Chain());
     FakeCommands::Fail("withdraw");
-    Handle(kNextServer);
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter(kNextServer));
     DeferredThreads::RunNext();
     log_.Take();
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    Handle(kNextServer);
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    EXPECT_FALSE(IsInProgressAfter(kNextServer));
 }
 
 TEST_F(MediaIdServer, OtherStateIsUnchangedAndNoCommandIsSent) {
@@ -375,10 +371,8 @@ TEST_F(MediaIdServer, ElementStartedAgainBelongsToTheServerOfItsLastStart) {
     AddChanger(kChanger); // the list is empty again
     Handle(kNextServer);
     Strand();
-    Handle(kNextServer);
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    Handle(kServer);
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter(kNextServer));
+    EXPECT_FALSE(IsInProgressAfter(kServer));
 }
 
 // Two threads for one element: the changer was removed and added while the first thread ran.
@@ -389,16 +383,13 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsBelongsToTheThreadStartedLast) {
     EXPECT_EQ(Start(), Chain());
     FakeCommands::Fail("withdraw");
     DeferredThreads::RunNext(); // the element belongs to the other thread
-    Handle({9, {9, 9}});
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter({9, {9, 9}}));
     Handle(kNextServer);
     FakeCommands::Fail("withdraw");
     DeferredThreads::RunNext();
     log_.Take();
-    Handle(kNextServer);
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    Handle(kServer);
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter(kNextServer));
+    EXPECT_FALSE(IsInProgressAfter(kServer));
 }
 
 TEST_F(MediaIdServer, ElementOfTwoThreadsStaysUntilBothHaveEnded) {
@@ -408,21 +399,18 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsStaysUntilBothHaveEnded) {
     EXPECT_EQ(Start(), Chain());
     DeferredThreads::RunLast();
     log_.Take();
-    Handle(kNextServer);
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter(kNextServer));
     FakeCommands::Fail("withdraw");
     DeferredThreads::RunNext();
     log_.Take();
-    Handle(kNextServer);
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    EXPECT_FALSE(IsInProgressAfter(kNextServer));
 }
 
 TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
     DeferredThreads::Fail("pthread_create", EAGAIN);
     EXPECT_EQ(Start().size(), 1U);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, kElem), nullptr);
-    Handle(kNextServer);
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter(kNextServer));
 }
 
 TEST_F(MediaIdServer, ElementOfARemovedChangerIsForgottenForTheNextServer) {
@@ -431,8 +419,7 @@ TEST_F(MediaIdServer, ElementOfARemovedChangerIsForgottenForTheNextServer) {
     Handle(kNextServer);
     AddChanger(kChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, kElem), nullptr);
-    Handle({4713, {3000, 0}});
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
+    EXPECT_TRUE(IsInProgressAfter({4713, {3000, 0}}));
 }
 
 TEST_F(MediaIdServer, WithoutMemoryTheElementIsRemovedByTheNextCall) {
@@ -443,8 +430,7 @@ TEST_F(MediaIdServer, WithoutMemoryTheElementIsRemovedByTheNextCall) {
     }
     log_.Take(); // the failed allocation may be one of a raise
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    Handle(kNextServer);
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+    EXPECT_FALSE(IsInProgressAfter(kNextServer));
 }
 
 // ---- the end ----

@@ -2,15 +2,12 @@
 
 #include "NullElement.h"
 #include "Store.h"
-
-#include <gmock/gmock.h>
+#include "support/Matchers.h"
 
 #include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
-
-using testing::ElementsAre;
 
 namespace {
 

@@ -3,15 +3,14 @@
 #include "MountedChanger.h"
 
 #include "AllocationFaults.h"
+#include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -105,12 +104,8 @@ TEST_F(Progress, AFailedReportEndsTheStart) {
 
 TEST_F(Progress, WithoutMemoryNothingIsShown) {
     FSCacheStatusReport* report = nullptr;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = StartStatusReportingForFullFSCache(kChanger, "/", &report);
-    }
-    EXPECT_EQ(TakeChain(err),
+    EXPECT_EQ(ChainWithoutMemory(
+                  [&] { return StartStatusReportingForFullFSCache(kChanger, "/", &report); }),
               (Chain{{"fail malloc", "StartStatusReportingForFullFSCache", kWalkSource}}));
     EXPECT_EQ(report, nullptr);
     EXPECT_THAT(Journal::Take(), IsEmpty());

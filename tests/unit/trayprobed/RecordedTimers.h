@@ -1,8 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_RECORDEDTIMERS_H
 #define TESTS_UNIT_TRAYPROBED_RECORDEDTIMERS_H
 
-/* Records the run-loop timers that the daemon creates. Wrap the functions of
-   kRecordedTimersWraps. */
+/* Records the run-loop timers that the daemon creates. */
 
 #include "support/NotCopyable.h"
 #include "support/RecordedTimer.h"

@@ -5,9 +5,8 @@
 #include "NullElement.h"
 
 #include "AllocationFaults.h"
+#include "support/Matchers.h"
 #include "trayprobed/MediaIdManager.h"
-
-#include <gmock/gmock.h>
 
 #include <cstddef>
 #include <initializer_list>
@@ -15,10 +14,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace {
 

@@ -4,19 +4,13 @@
 #include "MountedChanger.h"
 
 #include "AllocationFaults.h"
+#include "support/Matchers.h"
 
 #include <cerrno>
 #include <cstddef>
 #include <set>
 #include <string>
 #include <vector>
-
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-using testing::UnorderedElementsAre;
 
 namespace {
 
@@ -29,6 +23,12 @@ protected:
     // Runs one round. True if anything was cached.
     bool Update(SInt32 descend = 1) const {
         return ReadFlag(RunAFSCacheUpdate, kChanger, kElem, descend, tree_.Root().c_str());
+    }
+    // Mounts a file system with an identified disc that has one media root.
+    void MountDisc() {
+        Mount();
+        SaveMedium(1, true);
+        MakeMediaRoot("s1");
     }
     static Chain Run(SInt32 descend = 1) {
         return TakeChain(RunFSCache(kChanger, kElem, descend));
@@ -249,9 +249,7 @@ TEST_F(SingleDisc, TheWaitEndsWhenTheDiscIsIdentifiedWithoutFileSystem) {
 
 // Intended: the aborted disc is listed again until the time-out.
 TEST_F(SingleDisc, AnAbortedDiscIsASuccessOnlyAfterTheWait) {
-    Mount();
-    SaveMedium(1, true);
-    MakeMediaRoot("s1");
+    MountDisc();
     tree_.MakeDirectory("s1/a");
     SetAbort(1);
     EXPECT_EQ(Run(), Chain());
@@ -259,9 +257,7 @@ TEST_F(SingleDisc, AnAbortedDiscIsASuccessOnlyAfterTheWait) {
 }
 
 TEST_F(SingleDisc, TheStateLockIsNeverHeldWhileListing) {
-    Mount();
-    SaveMedium(1, true);
-    MakeMediaRoot("s1");
+    MountDisc();
     tree_.MakeDirectory("s1/a/b");
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), testing::Not(Contains(testing::HasSubstr("(locked)"))));
@@ -270,9 +266,7 @@ TEST_F(SingleDisc, TheStateLockIsNeverHeldWhileListing) {
 // ---- memory ----
 
 TEST_F(SingleDisc, WithoutMemoryEachStepIsLoggedByItsName) {
-    Mount();
-    SaveMedium(1, true);
-    MakeMediaRoot("s1");
+    MountDisc();
     std::set<std::string> messages;
     VErrLink* err = nullptr;
     SweepAllocationFaults([&](std::size_t) { err = RunFSCache(kChanger, kElem, 0); },

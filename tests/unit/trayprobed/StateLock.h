@@ -3,7 +3,7 @@
 
 /*
  * Records and fails calls on the daemon's mutexes: which thread holds the state lock, and when a
- * thread must wait for any mutex. Wrap the functions of kStateLockWraps.
+ * thread must wait for any mutex.
  */
 
 #include "common/VErr.h"

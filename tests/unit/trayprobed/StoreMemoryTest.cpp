@@ -3,15 +3,12 @@
 #include "Store.h"
 
 #include "AllocationFaults.h"
-
-#include <gmock/gmock.h>
+#include "support/Matchers.h"
 
 #include <cstddef>
 #include <functional>
 #include <set>
 #include <string>
-
-using testing::UnorderedElementsAreArray;
 
 namespace {
 

@@ -2,6 +2,7 @@
 
 #include "MountedChanger.h"
 
+#include "support/Matchers.h"
 #include "trayprobed/DirectoryWalk.h"
 
 #include <algorithm>
@@ -17,13 +18,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
-using testing::SizeIs;
-using testing::UnorderedElementsAre;
 
 namespace {
 
