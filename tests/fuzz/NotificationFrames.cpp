@@ -1,6 +1,7 @@
 /*
  * The notification socket: frames in arbitrary chunks, through the real callbacks, store, registry,
- * identifications and builds. Replies come from FakeCommands. Events besides those of FrameScript.h:
+ * identifications and builds. Replies come from FakeCommands. Events besides those of
+ * FrameScript.h:
  *
  *   ESC M, ESC U  the file system of changer 7 is mounted, unmounted
  *   ESC T         runs the oldest pending thread
@@ -22,7 +23,6 @@
 #include "trayprobed/DeferredThreads.h"
 #include "trayprobed/FakeCommands.h"
 #include "trayprobed/FakeDisks.h"
-#include "trayprobed/FakeCommands.h"
 #include "trayprobed/FakeTime.h"
 #include "trayprobed/Journal.h"
 #include "trayprobed/MediaIdManager.h"
@@ -172,7 +172,7 @@ void FireDailyTimer() {
 // A build whose status cannot be cleared never frees its progress report.
 void RunNextThread() {
     FakeCommands::TakeKeptReport(); // discards the report of an earlier thread, which may be freed
-                                  // already
+                                    // already
     DeferredThreads::RunNext();
     free(FakeCommands::TakeKeptReport());
 }
