@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_SUPPORT_RECORDEDTIMER_H
 #define TESTS_UNIT_SUPPORT_RECORDEDTIMER_H
 
-/* One call of CFRunLoopTimerCreate, and the call's names for a test that wraps it. */
+/* One call of CFRunLoopTimerCreate, and the real function for sources that wrap it. */
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -24,10 +24,6 @@ struct RecordedTimer {
 
 extern "C" {
 CFRunLoopTimerRef __real_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context);
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
                                               CFTimeInterval interval, CFOptionFlags flags,
                                               CFIndex order, CFRunLoopTimerCallBack callout,
                                               CFRunLoopTimerContext* context);
