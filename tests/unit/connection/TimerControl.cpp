@@ -25,10 +25,10 @@ CFAbsoluteTime __wrap_CFAbsoluteTimeGetCurrent(void) {
     return t_now;
 }
 
-CFRunLoopTimerRef __wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
-                                              CFTimeInterval interval, CFOptionFlags flags,
-                                              CFIndex order, CFRunLoopTimerCallBack callout,
-                                              CFRunLoopTimerContext* context) {
+extern "C" CFRunLoopTimerRef
+__wrap_CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                            CFTimeInterval interval, CFOptionFlags flags, CFIndex order,
+                            CFRunLoopTimerCallBack callout, CFRunLoopTimerContext* context) {
     if (Failing::Is("CFRunLoopTimerCreate"))
         return nullptr;
     t_last = {nullptr, fireDate, interval, flags, order, callout, *context};
