@@ -2,8 +2,9 @@
 
 #include "common/CFHelpers.h"
 
-#include <algorithm>
 #include <string.h>
+
+#include <algorithm>
 
 // A header can announce 4 GiB. Real payloads are far smaller than this limit.
 constexpr CFIndex kMaxPayloadLength = 256 * 1024 * 1024;
@@ -35,7 +36,8 @@ static FrameState GatherHeader(FrameAssembly* frame, const UInt8* bytes, CFIndex
         return kFrameInvalidHeader;
     const UInt16 headerSize = frame->header.headerSize;
     if (frame->headBytes == sizeof(FrameHeader) && headerSize < sizeof(FrameHeader) &&
-        !AppendPayload(frame, header + headerSize, sizeof(FrameHeader) - headerSize))
+        !AppendPayload(frame, header + headerSize,
+                       static_cast<CFIndex>(sizeof(FrameHeader) - headerSize)))
         return kFrameNoMemory;
     return kFrameIncomplete;
 }

@@ -1,14 +1,14 @@
 #include "simulator/FileSystemOperations.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <exception>
 #include <system_error>
 #include <utility>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace simulator {
 
@@ -53,7 +53,7 @@ const fuse_lowlevel_ops& FuseOperations() {
             Guard(request, [&](auto& self) { self.Lookup(request, parent, name); });
         };
         table.getattr = [](fuse_req_t request, fuse_ino_t number, fuse_file_info*) {
-            Guard(request, [&](auto& self) { self.GetAttributes(request, number); });
+            Guard(request, [&](auto& self) { self.ReadAttributes(request, number); });
         };
         table.readlink = [](fuse_req_t request, fuse_ino_t number) {
             Guard(request, [&](auto& self) { self.ReadLink(request, number); });
@@ -98,7 +98,7 @@ void FileSystemOperations::Lookup(fuse_req_t request, fuse_ino_t parent, const c
     fuse_reply_entry(request, &entry);
 }
 
-void FileSystemOperations::GetAttributes(fuse_req_t request, fuse_ino_t number) {
+void FileSystemOperations::ReadAttributes(fuse_req_t request, fuse_ino_t number) {
     const auto inode = Find(number);
     if (!inode) {
         fuse_reply_err(request, ESTALE);
@@ -224,7 +224,7 @@ Changer::Callback FileSystemOperations::AnswerWhenReady(fuse_req_t request,
                                                         std::function<void()> answer) {
     const std::lock_guard guard(lock_);
     ++waiting_;
-    return [=, this](int errorNumber) {
+    return [=, this, answer = std::move(answer)](int errorNumber) {
         if (errorNumber != 0)
             fuse_reply_err(request, errorNumber);
         else

@@ -7,6 +7,7 @@
 
 #define FUSE_USE_VERSION 312
 #include <fuse_lowlevel.h>
+
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -62,7 +63,7 @@ public:
     // Replies with the number and the attributes of an entry of `parent`, or ENOENT.
     void Lookup(fuse_req_t request, fuse_ino_t parent, const char* name);
     // Reply with the attributes, or with the target of a symbolic link.
-    void GetAttributes(fuse_req_t request, fuse_ino_t number);
+    void ReadAttributes(fuse_req_t request, fuse_ino_t number);
     void ReadLink(fuse_req_t request, fuse_ino_t number);
     // Replies when the directory is cached.
     void OpenFolder(fuse_req_t request, fuse_ino_t number, const fuse_file_info& file);

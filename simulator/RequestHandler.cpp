@@ -55,7 +55,7 @@ auto RetryUntilTimeout(Changer& changer, std::stop_token stop, const Attempt& at
     const TimePoint deadline = std::chrono::steady_clock::now() + changer.CurrentTiming().timeout;
     for (;;) {
         const std::uint64_t generation = changer.Generation();
-        const auto outcome = attempt();
+        auto outcome = attempt();
         const bool isBusy = outcome.code == ReplyCode::Busy || outcome.code == ReplyCode::UnderWay;
         if (!isBusy || !changer.WaitForChange(generation, deadline, stop))
             return outcome;

@@ -1,10 +1,10 @@
 #include "simulator/Simulator.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <stop_token>
 #include <utility>
-
-#include <unistd.h>
 
 namespace simulator {
 
@@ -17,7 +17,7 @@ Simulator::Simulator(simulator::Events& events, std::string socketDirectory)
 Simulator::~Simulator() {
     Stop();
     while (!units_.empty())
-        RemoveChanger(units_.begin()->first);
+        TakeDown(std::move(units_.extract(units_.begin()).mapped()));
 }
 
 // ---- Changers ----

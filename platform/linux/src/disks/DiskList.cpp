@@ -146,7 +146,7 @@ DiskList::Order DiskList::OrderOf(const Disks& disks) const {
     return order;
 }
 
-void DiskList::Update(std::vector<Volume> volumes, cf::Nanoseconds now) {
+void DiskList::Update(const std::vector<Volume>& volumes, cf::Nanoseconds now) {
     DisksByVolume gone;
     for (const auto& disk : present_)
         gone.insert(disk.Get());

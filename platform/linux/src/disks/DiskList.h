@@ -64,7 +64,7 @@ public:
     static constexpr cf::Nanoseconds kProbeTimeout = cf::kSecond;
 
     // Sets the present volumes, oldest first. May throw std::bad_alloc; the list is then unchanged.
-    void Update(std::vector<Volume> volumes, cf::Nanoseconds now);
+    void Update(const std::vector<Volume>& volumes, cf::Nanoseconds now);
 
     // Starts the probes of the new disks. Throws what VolumeProbes::Start() throws; a later call
     // starts the remaining ones.

@@ -62,7 +62,7 @@ void Signal(Source& source) noexcept {
 
 bool IsReady(const Source& source, bool nested) noexcept {
     return source.signalled && !source.callingOut &&
-           !(nested && source.level == RunLevel::kOutermost);
+           (!nested || source.level != RunLevel::kOutermost);
 }
 
 bool HasInputBy(const Source& source, bool nested, Nanoseconds time) noexcept {

@@ -83,7 +83,8 @@ Native ReadNative(const void* address) noexcept {
 // The conversion of the processor: the smallest integer for a real that does not fit.
 template<typename Integer>
 Integer TruncateReal(double value) noexcept {
-    constexpr double kLimit = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2;
+    constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
+    constexpr double kLimit = static_cast<double>(kHalf) * 2;
     return std::fabs(value) < kLimit ? static_cast<Integer>(value)
                                      : std::numeric_limits<Integer>::min();
 }

@@ -216,6 +216,8 @@ Converted BinaryReader::ReadObject(std::size_t offset, int depth) {
     case 0x8:
         Take(position, low + 1, 1);
         return {Unusable(), 0};
+    default: // the others have a count
+        break;
     }
     const std::size_t count = TakeCount(position, low);
     switch (marker >> 4) {
