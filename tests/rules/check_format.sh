@@ -1,0 +1,8 @@
+#!/bin/sh
+# check_format.sh: every header and source is laid out as clang-format and .clang-format have it.
+set -eu
+cd "$(dirname "$0")/../.."
+find common ChangerServerConnectionLib fsclient trayprobed platform simulator testbed tools bench tests \
+    \( -name '*.h' -o -name '*.cpp' \) -print0 |
+    xargs -0 clang-format-19 --dry-run --Werror
+echo 'All files are formatted.'
