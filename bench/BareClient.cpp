@@ -1,11 +1,11 @@
 #include "BareClient.h"
 
 #include "LocalSocket.h"
-
 #include "testbed/Failure.h"
 
-#include <cstddef>
 #include <unistd.h>
+
+#include <cstddef>
 
 namespace bench {
 

@@ -2,15 +2,14 @@
 
 #include "Echo.h"
 #include "LocalSocket.h"
-
 #include "testbed/Failure.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
-
-#include <chrono>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <chrono>
 
 namespace bench {
 namespace {

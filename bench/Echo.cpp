@@ -2,10 +2,11 @@
 
 #include "Frame.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <unistd.h>
 
 namespace bench {
 

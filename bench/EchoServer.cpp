@@ -4,13 +4,14 @@
 #include "Echo.h"
 #include "LocalSocket.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <poll.h>
 #include <string>
-#include <unistd.h>
 
 namespace {
 

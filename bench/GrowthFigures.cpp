@@ -1,16 +1,15 @@
-#include "Figures.h"
-
 #include "EndAndCheck.h"
+#include "Figures.h"
 #include "ProcessorTime.h"
-
 #include "testbed/Failure.h"
 #include "testbed/ReadWatch.h"
 #include "testbed/TestRun.h"
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <chrono>
 #include <string>
-#include <sys/types.h>
 #include <thread>
 
 using testbed::Event;

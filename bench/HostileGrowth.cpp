@@ -1,12 +1,10 @@
-#include "Figures.h"
-
 #include "BenchServer.h"
 #include "Comparison.h"
 #include "EndAndCheck.h"
+#include "Figures.h"
 #include "Memory.h"
 #include "Notification.h"
 #include "ProcessMemory.h"
-
 #include "testbed/Failure.h"
 #include "testbed/TestRun.h"
 #include "trayprobed/MediaIdManager.h"

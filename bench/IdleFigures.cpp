@@ -1,12 +1,10 @@
-#include "Figures.h"
-
 #include "BenchServer.h"
 #include "EndAndCheck.h"
+#include "Figures.h"
 #include "ProcessMemory.h"
 #include "ProcessorTime.h"
 #include "Program.h"
 #include "TracedCall.h"
-
 #include "testbed/Failure.h"
 #include "testbed/ReadWatch.h"
 #include "testbed/TestRun.h"

@@ -1,15 +1,15 @@
-#include "Figures.h"
-
 #include "ChangerInfoGenerator.h"
+#include "Figures.h"
 #include "Libplist.h"
 #include "Memory.h"
 #include "Notification.h"
 #include "ProcessMemory.h"
 
-#include <algorithm>
 #include <malloc.h>
-#include <string>
 #include <unistd.h>
+
+#include <algorithm>
+#include <string>
 #include <utility>
 #include <vector>
 

@@ -3,8 +3,9 @@
 
 #include "testbed/Descriptor.h"
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 
 namespace bench {
 

@@ -2,12 +2,13 @@
 
 #include "Report.h"
 
+#include <sys/utsname.h>
+#include <unistd.h>
+
 #include <array>
 #include <cmath>
 #include <cstdlib>
-#include <sys/utsname.h>
 #include <thread>
-#include <unistd.h>
 
 namespace bench {
 namespace {

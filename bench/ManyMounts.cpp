@@ -2,9 +2,10 @@
 
 #include "testbed/Failure.h"
 
-#include <filesystem>
 #include <sys/mount.h>
 #include <sys/stat.h>
+
+#include <filesystem>
 #include <system_error>
 
 namespace bench {

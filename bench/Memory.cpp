@@ -4,11 +4,12 @@
 #include "testbed/Failure.h"
 #include "testbed/Process.h"
 
-#include <cstdio>
-#include <exception>
 #include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdio>
+#include <exception>
 
 namespace bench {
 namespace {

@@ -1,13 +1,11 @@
-#include "Figures.h"
-
 #include "BenchServer.h"
 #include "ChangerInfoGenerator.h"
 #include "ChangingFrame.h"
 #include "EndAndCheck.h"
+#include "Figures.h"
 #include "Frame.h"
 #include "PlotData.h"
 #include "ProcessMemory.h"
-
 #include "testbed/TestRun.h"
 
 #include <algorithm>

@@ -1,7 +1,6 @@
-#include "Figures.h"
-
 #include "ChangerInfoGenerator.h"
 #include "Comparison.h"
+#include "Figures.h"
 #include "Notification.h"
 #include "PlotData.h"
 

@@ -1,7 +1,6 @@
 #include "ProcessMemory.h"
 
 #include "Report.h"
-
 #include "testbed/Failure.h"
 #include "testbed/ProcessState.h"
 

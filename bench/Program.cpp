@@ -3,12 +3,13 @@
 #include "testbed/Failure.h"
 #include "testbed/Process.h"
 
-#include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
 
 namespace bench {
 namespace {

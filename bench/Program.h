@@ -1,8 +1,9 @@
 #ifndef BENCH_PROGRAM_H
 #define BENCH_PROGRAM_H
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
 
 namespace bench {

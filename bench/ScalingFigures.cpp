@@ -1,12 +1,10 @@
-#include "Figures.h"
-
 #include "ChangerInfoGenerator.h"
 #include "Comparison.h"
+#include "Figures.h"
 #include "ManyMounts.h"
 #include "Notification.h"
 #include "ProcessTable.h"
 #include "Program.h"
-
 #include "testbed/Failure.h"
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,13 +1,11 @@
-#include "Figures.h"
-
 #include "BareClient.h"
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "Comparison.h"
+#include "Figures.h"
 #include "LocalSocket.h"
 #include "ProcessTable.h"
 #include "Program.h"
 #include "SingleProcessTable.h"
-
-#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "testbed/Failure.h"
 #include "testbed/Process.h"
 #include "testbed/Sandbox.h"

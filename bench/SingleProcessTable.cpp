@@ -1,7 +1,8 @@
 #include "SingleProcessTable.h"
 
-#include <cstring>
 #include <sys/sysctl.h>
+
+#include <cstring>
 
 namespace {
 

@@ -1,5 +1,5 @@
-#ifndef BENCH_TRACED_CALL_H
-#define BENCH_TRACED_CALL_H
+#ifndef BENCH_TRACEDCALL_H
+#define BENCH_TRACEDCALL_H
 
 #include <string>
 

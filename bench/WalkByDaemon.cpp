@@ -2,12 +2,12 @@
 // standard error, unless it finds ENTRIES entries: the walk itself only logs its errors.
 
 #include "WalkStatus.h"
-
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdState.h"
 
-#include <cstdio>
 #include <dirent.h>
+
+#include <cstdio>
 
 namespace {
 std::size_t g_entries = 0;

@@ -1,11 +1,9 @@
-#include "Figures.h"
-
 #include "Comparison.h"
 #include "DiscFolder.h"
 #include "EndAndCheck.h"
+#include "Figures.h"
 #include "PlotData.h"
 #include "Program.h"
-
 #include "testbed/Sandbox.h"
 #include "testbed/TestRun.h"
 #include "trayprobed/ChangerFSCacheThread.h"

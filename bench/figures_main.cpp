@@ -1,6 +1,5 @@
 #include "Figures.h"
 #include "Machine.h"
-
 #include "common/VErr.h"
 #include "trayprobed/MediaIdState.h"
 

@@ -1,12 +1,12 @@
 #include "simulator/Descriptor.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <system_error>
-
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace simulator {
 

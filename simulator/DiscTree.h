@@ -3,6 +3,8 @@
 
 /* The content of a disc: an immutable tree of directories and files. */
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,8 +14,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace simulator {
 

@@ -1,6 +1,11 @@
 #include "simulator/Descriptor.h"
 #include "simulator/DiscTree.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -10,11 +15,6 @@
 #include <system_error>
 #include <utility>
 #include <vector>
-
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace simulator {
 

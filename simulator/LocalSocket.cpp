@@ -1,16 +1,16 @@
 #include "simulator/LocalSocket.h"
 
-#include <cerrno>
-#include <cstring>
-#include <system_error>
-#include <utility>
-
 #include <linux/sockios.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
 
 namespace simulator {
 

@@ -1,14 +1,14 @@
 #include "simulator/MessageServer.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
-
-#include <poll.h>
-#include <sys/socket.h>
 
 namespace simulator {
 

@@ -1,14 +1,14 @@
 #include "simulator/NotificationServer.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <iterator>
 #include <utility>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
 
 namespace simulator {
 

@@ -1,5 +1,7 @@
 #include "simulator/DiscTree.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -9,8 +11,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <sys/stat.h>
 
 namespace simulator {
 

@@ -1,8 +1,8 @@
 #include "simulator/Values.h"
 
-#include <cstdlib>
-
 #include <plist/plist.h>
+
+#include <cstdlib>
 
 namespace simulator {
 

@@ -3,15 +3,15 @@
 #include "simulator/Control.h"
 #include "simulator/Descriptor.h"
 
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <optional>
 #include <string>
-
-#include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace {
 

@@ -3,8 +3,9 @@
 
 #include "testbed/Process.h"
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
 
 namespace testbed {

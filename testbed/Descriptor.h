@@ -2,6 +2,7 @@
 #define TESTBED_DESCRIPTOR_H
 
 #include <unistd.h>
+
 #include <utility>
 
 namespace testbed {

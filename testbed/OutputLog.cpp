@@ -3,11 +3,12 @@
 #include "testbed/Failure.h"
 #include "testbed/Pattern.h"
 
-#include <algorithm>
-#include <array>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <utility>
 
 namespace testbed {

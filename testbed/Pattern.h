@@ -1,8 +1,9 @@
 #ifndef TESTBED_PATTERN_H
 #define TESTBED_PATTERN_H
 
-#include <memory>
 #include <regex.h>
+
+#include <memory>
 #include <string>
 
 namespace testbed {

@@ -4,9 +4,10 @@
 #include "testbed/Descriptor.h"
 #include "testbed/OutputLog.h"
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace testbed {

@@ -3,18 +3,19 @@
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <linux/sockios.h>
 #include <sstream>
-#include <sys/ioctl.h>
-#include <sys/syscall.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 namespace testbed {
 namespace {

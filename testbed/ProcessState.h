@@ -5,10 +5,11 @@
    std::filesystem::filesystem_error if the process does not exist; those that wait poll /proc every
    5 ms and throw Failure after kTimeOut. */
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <set>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace testbed {

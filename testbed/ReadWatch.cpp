@@ -2,12 +2,13 @@
 
 #include "testbed/Failure.h"
 
-#include <array>
-#include <chrono>
-#include <cstddef>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
 
 namespace testbed {
 

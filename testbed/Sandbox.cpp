@@ -3,14 +3,7 @@
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -19,6 +12,14 @@
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
 
 namespace testbed {
 namespace {

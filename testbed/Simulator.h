@@ -4,10 +4,11 @@
 #include "testbed/Event.h"
 #include "testbed/Process.h"
 
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace testbed {

@@ -3,9 +3,10 @@
 #include "testbed/Failure.h"
 #include "testbed/Pattern.h"
 
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <csignal>
-#include <sys/wait.h>
 
 namespace testbed {
 namespace {

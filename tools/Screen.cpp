@@ -2,11 +2,12 @@
 
 #include "testbed/Failure.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
-#include <unistd.h>
 
 namespace {
 

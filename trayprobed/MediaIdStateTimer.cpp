@@ -1,7 +1,6 @@
-#include "trayprobed/MediaIdState.h"
-
 #include "common/CFHelpers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
+#include "trayprobed/MediaIdState.h"
 
 #include <time.h>
 

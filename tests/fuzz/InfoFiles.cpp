@@ -2,7 +2,6 @@
    recognise root directories. Each input is the content of both files of one directory. */
 
 #include "Target.h"
-
 #include "common/CFHelpers.h"
 #include "fsclient/DirectoryInfo.h"
 #include "support/Chain.h"
@@ -11,13 +10,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
 

@@ -1,9 +1,8 @@
 /* The reply on the message socket, in arbitrary chunks, and the error that it contains. */
 
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "FrameScript.h"
 #include "Target.h"
-
-#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "support/CFOwned.h"
 #include "support/LogCapture.h"
 #include "support/PropertyLists.h"

@@ -1,11 +1,12 @@
 /* The kernel's mount table: paths and sources are untrusted input from any user who may mount. */
 
-#include "Target.h"
-
 #include "disks/MountTable.h"
+
+#include "Target.h"
 #include "disks/Volumes.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/sysmacros.h>
 #include <sys/types.h>
 

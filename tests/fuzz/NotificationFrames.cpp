@@ -9,11 +9,10 @@
  *   ESC X         the server refuses the next command
  */
 
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "FrameScript.h"
 #include "RetainedLists.h"
 #include "Target.h"
-
-#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/PropertyLists.h"

@@ -4,9 +4,8 @@
  * text follow.
  */
 
-#include "Target.h"
-
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "Target.h"
 #include "support/LogCapture.h"
 #include "support/PropertyLists.h"
 

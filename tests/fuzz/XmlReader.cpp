@@ -3,7 +3,6 @@
 #include "ListChecks.h"
 #include "Target.h"
 #include "XmlBatches.h"
-
 #include "plist/XmlEncoding.h"
 
 #include <gtest/gtest.h>

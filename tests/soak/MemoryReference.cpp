@@ -11,10 +11,11 @@
 #include "common/CFHelpers.h"
 #include "trayprobed/MediaIdState.h"
 
-#include <array>
-#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <array>
+#include <cstdio>
 
 namespace {
 

@@ -4,14 +4,15 @@
 #include "testbed/ProcessState.h"
 #include "testbed/Sandbox.h"
 
-#include <cstdint>
-#include <cstring>
 #include <fcntl.h>
-#include <sstream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <sstream>
 
 namespace {
 

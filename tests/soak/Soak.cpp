@@ -1,7 +1,6 @@
 #include "Soak.h"
 
 #include "ServerCycle.h"
-
 #include "testbed/ProcessState.h"
 
 #include <algorithm>

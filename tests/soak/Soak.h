@@ -35,9 +35,10 @@
 #include "ResultTable.h"
 #include "SoakContext.h"
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 class Soak {

@@ -2,7 +2,6 @@
 #define TESTS_SOAK_SOAKCONTEXT_H
 
 #include "CountComparison.h"
-
 #include "testbed/TestRun.h"
 
 #include <string>

@@ -1,5 +1,4 @@
 #include "Soak.h"
-
 #include "testbed/Sandbox.h"
 
 #include <cstdio>

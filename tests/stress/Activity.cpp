@@ -6,6 +6,9 @@
 #include "trayprobed/MediaIdState.h"
 #include "trayprobed/MediaIdThread.h"
 
+#include <pthread.h>
+#include <syslog.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -14,10 +17,8 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <pthread.h>
 #include <set>
 #include <string>
-#include <syslog.h>
 #include <utility>
 
 namespace {

@@ -2,7 +2,6 @@
 
 #include "EventCounts.h"
 #include "RandomValues.h"
-
 #include "connection/Frames.h"
 
 #include <cstdint>

@@ -6,7 +6,6 @@
 #include "RandomValues.h"
 #include "ShortDelays.h"
 #include "Volumes.h"
-
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/MediaIdState.h"
 

@@ -4,9 +4,8 @@
 #include "InfoLists.h"
 #include "RandomValues.h"
 #include "common/VErr.h"
-#include "testbed/Failure.h"
-
 #include "connection/Frames.h"
+#include "testbed/Failure.h"
 
 #include <linux/un.h> // the kernel's own address, where <sys/un.h> is that of BSD
 #include <spawn.h>

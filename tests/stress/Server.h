@@ -11,11 +11,12 @@
 
 #include "Changers.h"
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <mutex>
 #include <set>
 #include <string>
-#include <sys/types.h>
 #include <thread>
 #include <vector>
 

@@ -1,11 +1,10 @@
 #include "ShortDelays.h"
 
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "EventCounts.h"
 #include "RandomValues.h"
 #include "RetainedObjects.h"
-
-#include "ChangerServerConnectionLib/ChangerServerMessages.h"
-#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "support/RecordedTimer.h"
 #include "trayprobed/MediaIdState.h"
 

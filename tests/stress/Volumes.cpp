@@ -2,13 +2,13 @@
 
 #include "EventCounts.h"
 #include "RandomValues.h"
+#include "support/PropertyLists.h"
 #include "testbed/Failure.h"
 
-#include "support/PropertyLists.h"
+#include <sys/mount.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sys/mount.h>
 
 namespace {
 

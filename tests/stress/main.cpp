@@ -28,10 +28,11 @@
 #include "Server.h"
 #include "ShortDelays.h"
 #include "Volumes.h"
-
 #include "testbed/Failure.h"
 #include "testbed/ProcessState.h"
 #include "testbed/Sandbox.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -43,7 +44,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <vector>
 
 namespace {

@@ -1,8 +1,9 @@
 #include "SystemTest.h"
 
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <string>
 #include <vector>
 

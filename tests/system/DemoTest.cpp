@@ -1,18 +1,19 @@
 // The demo as a program: what it says and how it ends where it cannot do its work.
 
 #include "ProgramRun.h"
-
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
 
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 using testbed::Require;
 using testing::HasSubstr;

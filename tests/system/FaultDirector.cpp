@@ -1,15 +1,15 @@
 #include "FaultDirector.h"
 
 #include "Calls.h"
-
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
 
 #include <fcntl.h>
-#include <new>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <new>
 
 using testbed::Require;
 

@@ -4,7 +4,6 @@
 #include "Calls.h"
 #include "FaultDirector.h"
 #include "SystemTest.h"
-
 #include "testbed/ProcessState.h"
 
 #include <algorithm>

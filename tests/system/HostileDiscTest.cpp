@@ -1,24 +1,25 @@
 #include "PuppetVolume.h"
 #include "VolumeTest.h"
-
 #include "testbed/Failure.h"
 #include "testbed/ProcessState.h"
 #include "testbed/ReadWatch.h"
 
-#include <cerrno>
-#include <cstring>
-#include <deque>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <optional>
-#include <string>
+
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
 #include <vector>
 
 using testing::Contains;

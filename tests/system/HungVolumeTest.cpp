@@ -1,16 +1,16 @@
 #include "PuppetVolume.h"
 #include "VolumeTest.h"
-
 #include "testbed/ProcessState.h"
 #include "testbed/ReadWatch.h"
+
+#include <sys/mount.h>
+#include <sys/types.h>
 
 #include <deque>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
-#include <sys/mount.h>
-#include <sys/types.h>
 
 namespace {
 

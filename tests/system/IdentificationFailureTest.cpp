@@ -1,7 +1,8 @@
 #include "SystemTest.h"
 
-#include <fstream>
 #include <gmock/gmock.h>
+
+#include <fstream>
 #include <string>
 
 using testing::Contains;

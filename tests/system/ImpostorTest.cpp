@@ -1,15 +1,15 @@
 #include "FaultDirector.h"
 #include "PuppetTest.h"
-
 #include "testbed/Descriptor.h"
 #include "testbed/ReadWatch.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
 namespace {
 

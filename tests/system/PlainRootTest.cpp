@@ -2,16 +2,17 @@
 // point.
 
 #include "ProgramRun.h"
-
 #include "testbed/Failure.h"
 #include "testbed/ProcessState.h"
 #include "testbed/Sandbox.h"
 
-#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <sys/mount.h>
 #include <unistd.h>
+
+#include <filesystem>
 
 using testbed::Require;
 using testing::HasSubstr;

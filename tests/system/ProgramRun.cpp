@@ -4,14 +4,15 @@
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
 
-#include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 using testbed::Require;
 

@@ -4,10 +4,11 @@
 #include "testbed/ProcessState.h"
 #include "testbed/Sandbox.h"
 
-#include <csignal>
-#include <cstddef>
 #include <sys/types.h>
 #include <sys/wait.h>
+
+#include <csignal>
+#include <cstddef>
 
 namespace {
 

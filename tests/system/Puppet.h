@@ -3,9 +3,10 @@
 
 #include "testbed/Process.h"
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 
 /* A changer server that does what the test says, step by step (puppets/PuppetServer.cpp), and that
    can be stopped or killed between any two of them. */

@@ -3,9 +3,10 @@
 #include "testbed/Pattern.h"
 #include "testbed/ProcessState.h"
 
+#include <gmock/gmock.h>
+
 #include <cinttypes>
 #include <cstdio>
-#include <gmock/gmock.h>
 
 using testing::UnorderedElementsAreArray;
 

@@ -6,16 +6,17 @@
 
 #include "Puppet.h"
 #include "WireFrames.h"
-
 #include "testbed/TestRun.h"
 
-#include <cstdint>
 #include <gtest/gtest.h>
+
+#include <sys/types.h>
+
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
 
 class PuppetTest : public testing::Test {

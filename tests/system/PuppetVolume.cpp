@@ -3,11 +3,12 @@
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
 
-#include <csignal>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/mount.h>
 #include <sys/wait.h>
+
+#include <csignal>
+#include <filesystem>
 
 namespace {
 

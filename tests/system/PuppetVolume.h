@@ -4,8 +4,9 @@
 #include "testbed/Descriptor.h"
 #include "testbed/Process.h"
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
 
 /* The file system of changer 5000C500ABCD00A1 with one disc, whose folders do to whoever lists them

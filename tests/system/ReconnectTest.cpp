@@ -1,6 +1,7 @@
 #include "SystemTest.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/mount.h>
 
 using testing::Contains;

@@ -1,9 +1,10 @@
 #include "SystemTest.h"
 
+#include <gmock/gmock.h>
+
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <gmock/gmock.h>
 #include <string>
 
 using testing::Contains;

@@ -1,5 +1,4 @@
 #include "SystemTest.h"
-
 #include "testbed/ProcessState.h"
 
 #include <gmock/gmock.h>

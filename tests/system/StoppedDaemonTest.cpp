@@ -1,8 +1,9 @@
 #include "PuppetTest.h"
 #include "VolumeTest.h"
 
-#include <chrono>
 #include <gmock/gmock.h>
+
+#include <chrono>
 #include <thread>
 
 using testing::UnorderedElementsAre;

@@ -1,10 +1,10 @@
 #include "PuppetTest.h"
 #include "SystemTest.h"
 #include "VolumeTest.h"
-
 #include "testbed/ProcessState.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/mount.h>
 #include <sys/types.h>
 

@@ -11,6 +11,7 @@
 #include "testbed/TestRun.h"
 
 #include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 

@@ -1,5 +1,4 @@
 #include "PuppetTest.h"
-
 #include "testbed/ProcessState.h"
 
 #include <gmock/gmock.h>

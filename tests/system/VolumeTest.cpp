@@ -4,11 +4,13 @@
 #include "testbed/ReadWatch.h"
 #include "tests/unit/support/BinaryLists.h"
 
-#include <cstddef>
-#include <fstream>
 #include <gmock/gmock.h>
+
 #include <sys/mount.h>
 #include <sys/stat.h>
+
+#include <cstddef>
+#include <fstream>
 #include <vector>
 
 using testbed::Event;

@@ -1,7 +1,6 @@
 /* Fault sweeps of the walk of a changer's directories and of the build around it. */
 
 #include "WholeDaemon.h"
-
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/ShownReport.h"
 

@@ -1,8 +1,7 @@
 /* Fault sweeps of the notification connection: attempts to connect, and its loss. */
 
-#include "WholeDaemon.h"
-
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "WholeDaemon.h"
 
 #include <unistd.h>
 

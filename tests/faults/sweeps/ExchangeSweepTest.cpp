@@ -1,8 +1,7 @@
 /* Fault sweeps of one exchange with the server. */
 
-#include "WholeDaemon.h"
-
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
+#include "WholeDaemon.h"
 
 #include <set>
 #include <string>

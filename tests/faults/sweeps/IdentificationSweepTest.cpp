@@ -1,7 +1,6 @@
 /* Fault sweep of one identification: the whole thread function. */
 
 #include "WholeDaemon.h"
-
 #include "trayprobed/MediaIdThread.h"
 
 #include <string>

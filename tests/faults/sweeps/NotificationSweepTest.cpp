@@ -1,8 +1,7 @@
 /* Fault sweep of one notification and of all that the daemon does because of it. */
 
-#include "WholeDaemon.h"
-
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
+#include "WholeDaemon.h"
 #include "connection/Frames.h"
 #include "trayprobed/KnownChangerLists.h"
 #include "trayprobed/MediaIdManager.h"

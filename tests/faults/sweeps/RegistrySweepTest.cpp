@@ -1,7 +1,6 @@
 /* Fault sweeps of the registry of file systems: a disk appears, replaces another, disappears. */
 
 #include "WholeDaemon.h"
-
 #include "disks/DiskList.h"
 #include "trayprobed/ChangerFSCacheManager.h"
 #include "trayprobed/ChangerFSCacheState.h"

@@ -22,6 +22,12 @@
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -30,13 +36,8 @@
 #include <exception>
 #include <iostream>
 #include <map>
-#include <poll.h>
 #include <sstream>
 #include <string>
-#include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 

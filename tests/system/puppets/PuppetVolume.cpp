@@ -15,17 +15,19 @@
 
 #define FUSE_USE_VERSION 312
 
+#include <fuse.h>
+
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
-#include <fuse.h>
 #include <iostream>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -79,7 +81,7 @@ bool IsDirectory(std::string_view path) {
     return isThere && (rest.empty() || (folder.starts_with("maze") && IsInMaze(rest)));
 }
 
-int GetAttributes(const char* path, struct stat* status, fuse_file_info*) {
+int ReadAttributes(const char* path, struct stat* status, fuse_file_info*) {
     *status = {};
     if (IsDirectory(path)) {
         status->st_mode = S_IFDIR | 0755;
@@ -141,7 +143,7 @@ int Read(const char* path, char* buffer, std::size_t size, off_t offset, fuse_fi
 
 int Serve(const char* place, bool isAsleep) {
     fuse_operations operations = {};
-    operations.getattr = GetAttributes;
+    operations.getattr = ReadAttributes;
     operations.opendir = OpenDirectory;
     operations.readdir = ReadDirectory;
     operations.open = Open;

@@ -5,11 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <functional>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 
 using bench::MeasureInChild;
 

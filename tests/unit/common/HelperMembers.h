@@ -4,7 +4,6 @@
 /* The six families of number helpers, one type each, for typed tests. */
 
 #include "common/CFHelpers.h"
-
 #include "support/Chain.h"
 
 #include <gtest/gtest.h>

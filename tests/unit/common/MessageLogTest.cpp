@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <time.h>
+
 #include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
@@ -14,7 +16,6 @@
 #include <limits>
 #include <sstream>
 #include <string>
-#include <time.h>
 
 namespace {
 

@@ -10,10 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <pthread.h>
 #include <string>
 #include <thread>
 

@@ -4,9 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <time.h>
 #include <unistd.h>
+
+#include <algorithm>
 #include <utility>
 
 static const char kSourcePath[] = "tests/unit/FakeExchange";

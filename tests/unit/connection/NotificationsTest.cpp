@@ -1,8 +1,7 @@
 /* The notification channel: its states from subscription to end, and the values it delivers. */
 
-#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
-
 #include "AllocationFaults.h"
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "Frames.h"
 #include "ProcessTable.h"
 #include "ScriptedServer.h"
@@ -15,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -22,7 +23,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <vector>
 
 namespace {

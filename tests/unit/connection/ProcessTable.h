@@ -3,9 +3,10 @@
 
 /* A fake process table. */
 
-#include <string>
 #include <sys/time.h>
 #include <sys/types.h>
+
+#include <string>
 #include <vector>
 
 struct Process {

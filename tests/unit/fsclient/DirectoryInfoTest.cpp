@@ -7,13 +7,14 @@
 #include "support/Matchers.h"
 #include "support/TemporaryTree.h"
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <set>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
 #include <vector>
 
 namespace {

@@ -1,13 +1,12 @@
 /* The daemon's start and end: which modules are initialized and terminated, and the title. */
 
 #include "common/VErr.h"
+#include "support/LogCapture.h"
+#include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheManager.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/MediaIdManager.h"
 #include "trayprobed/MediaIdState.h"
-
-#include "support/LogCapture.h"
-#include "support/Matchers.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,6 @@
 
 #include "AllocationFaults.h"
 #include "TestObjects.h"
-
 #include "objects/Array.h"
 #include "objects/Dictionary.h"
 #include "objects/OpenAddressing.h"

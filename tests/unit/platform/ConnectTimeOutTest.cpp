@@ -4,6 +4,7 @@
 #include "sockets/LocalStream.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>

@@ -4,7 +4,6 @@
 #include "LocalServer.h"
 #include "ResourceUsage.h"
 #include "TestSocket.h"
-
 #include "disks/VolumeProbes.h"
 #include "files/FileContents.h"
 #include "loop/Arrivals.h"

@@ -1,6 +1,6 @@
-#include "TestObjects.h"
-
 #include "objects/Dictionary.h"
+
+#include "TestObjects.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
-#include <DiskArbitration/DiskArbitration.h>
-
 #include "PrivateMounts.h"
 #include "ResourceUsage.h"
 #include "Urls.h"
 #include "disks/MountMonitor.h"
 #include "disks/UniqueMountIds.h"
 #include "loop/RunLoop.h"
+
+#include <DiskArbitration/DiskArbitration.h>
 
 #include <sys/resource.h>
 #include <sys/timerfd.h>

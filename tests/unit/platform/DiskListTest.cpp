@@ -3,6 +3,7 @@
 #include "loop/RunLoop.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
 #include <sys/types.h>

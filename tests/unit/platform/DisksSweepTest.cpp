@@ -10,6 +10,7 @@
 #include <DiskArbitration/DiskArbitration.h>
 
 #include <gtest/gtest.h>
+
 #include <sys/timerfd.h>
 
 #include <cerrno>

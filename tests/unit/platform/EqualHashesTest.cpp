@@ -4,7 +4,6 @@
  */
 
 #include "TestObjects.h"
-
 #include "objects/Hash.h"
 #include "objects/SharedValues.h"
 

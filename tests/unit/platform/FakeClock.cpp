@@ -1,8 +1,8 @@
 #include "FakeClock.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
-#include <glib.h>
 #include <poll.h>
 #include <sys/timerfd.h>
 #include <unistd.h>

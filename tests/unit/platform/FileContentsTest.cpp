@@ -1,12 +1,18 @@
 /* Reading files from file systems that do not answer: a wrapped read() stands for one. */
 
 #include "files/FileContents.h"
+
 #include "Urls.h"
 #include "support/TemporaryTree.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -18,11 +24,6 @@
 #include <new>
 #include <string>
 #include <thread>
-
-#include <fcntl.h>
-#include <pthread.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include "objects/Hash.h"
 
 #include <gtest/gtest.h>
+
 #include <sys/random.h>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
-#include "TestObjects.h"
-
 #include "objects/Hash.h"
+
+#include "TestObjects.h"
 #include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>

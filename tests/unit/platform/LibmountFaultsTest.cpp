@@ -4,6 +4,7 @@
 #include "disks/MountTable.h"
 
 #include <gtest/gtest.h>
+
 #include <libmount.h>
 
 #include <cerrno>

@@ -5,7 +5,6 @@
 
 #include "AllocationFaults.h"
 #include "TestObjects.h"
-
 #include "objects/Array.h"
 #include "objects/SharedTable.h"
 #include "objects/SharedValues.h"

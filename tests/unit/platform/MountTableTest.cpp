@@ -1,6 +1,7 @@
 #include "disks/MountTable.h"
 
 #include <gtest/gtest.h>
+
 #include <stdlib.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>

@@ -1,5 +1,4 @@
 #include "TestObjects.h"
-
 #include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,7 @@
 /* What becomes of objects when memory runs out. Leaks are the address sanitizer's to find. */
 
-#include "TestObjects.h"
-
 #include "AllocationFaults.h"
+#include "TestObjects.h"
 #include "objects/Hash.h"
 #include "objects/SharedTable.h"
 #include "objects/SharedValues.h"

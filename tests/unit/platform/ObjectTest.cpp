@@ -1,5 +1,4 @@
 #include "TestObjects.h"
-
 #include "objects/Hash.h"
 
 #include <gtest/gtest.h>

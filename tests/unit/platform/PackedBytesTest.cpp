@@ -2,6 +2,7 @@
  * way. */
 
 #include "plist/PackedBytes.h"
+
 #include "plist/XmlTag.h"
 
 #include <gtest/gtest.h>

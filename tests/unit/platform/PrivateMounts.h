@@ -3,8 +3,9 @@
 
 /* Mounts that only the test program sees, among them volumes whose server does not answer. */
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
 #include <linux/fuse.h>
 #include <sched.h>
 #include <sys/mount.h>

@@ -1,6 +1,7 @@
 #include "AllocationFaults.h"
 
 #include <gtest/gtest.h>
+
 #include <malloc.h>
 #include <stdio.h>
 #include <sys/wait.h>

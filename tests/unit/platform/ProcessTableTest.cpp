@@ -2,8 +2,9 @@
 
 #include "FaultSweep.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
+
+#include <dirent.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>

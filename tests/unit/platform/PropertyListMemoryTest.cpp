@@ -4,7 +4,6 @@
 #include "Lists.h"
 #include "Urls.h"
 #include "XmlBatches.h"
-
 #include "objects/SharedTable.h"
 
 #include <gtest/gtest.h>

@@ -5,6 +5,7 @@
 #include <CoreFoundation/CFRunLoop.h>
 
 #include <gtest/gtest.h>
+
 #include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>

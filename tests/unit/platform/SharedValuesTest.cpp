@@ -1,7 +1,7 @@
-#include "TestObjects.h"
-
-#include "objects/SharedTable.h"
 #include "objects/SharedValues.h"
+
+#include "TestObjects.h"
+#include "objects/SharedTable.h"
 #include "plist/DictionaryShape.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "TestObjects.h"
-
 #include "objects/String.h"
+
+#include "TestObjects.h"
 #include "objects/Unicode.h"
 
 #include <gtest/gtest.h>

@@ -4,7 +4,6 @@
 /* Objects whose representation and count of references a test examines. */
 
 #include "objects/Object.h"
-
 #include "support/CFOwned.h"
 #include "support/CFValues.h"
 

@@ -3,10 +3,11 @@
  * name for the system log, the length of the environment, and each variable.
  */
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 int main(int argc, char** argv) {
     constexpr char kTitle[] = "(some daemon)";

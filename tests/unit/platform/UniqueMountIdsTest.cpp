@@ -1,6 +1,7 @@
 #include "disks/UniqueMountIds.h"
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
 
 #include <algorithm>

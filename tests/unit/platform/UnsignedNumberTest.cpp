@@ -1,7 +1,6 @@
 /* Numbers above the signed range, and reals beyond either, where they meet. */
 
 #include "TestObjects.h"
-
 #include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>

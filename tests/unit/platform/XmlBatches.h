@@ -4,7 +4,6 @@
 /* XML property lists whose normal form is read in batches of any length. */
 
 #include "Lists.h"
-
 #include "plist/ListBuilder.h"
 #include "plist/Parsing.h"
 #include "plist/XmlReader.h"

@@ -1,16 +1,16 @@
 /* The normal form of XML property lists: markup that comes again, keys by number, the stack of open
    containers. What is read in the end is tested in XmlReaderTest.cpp and XmlReaderCasesTest.cpp. */
 
+#include "plist/XmlNormalizer.h"
+
 #include "Lists.h"
 #include "XmlBatches.h"
-
 #include "objects/SharedValues.h"
 #include "plist/ListBuilder.h"
 #include "plist/Parsing.h"
 #include "plist/XmlContainerStack.h"
 #include "plist/XmlKeyTable.h"
 #include "plist/XmlMarkupCache.h"
-#include "plist/XmlNormalizer.h"
 
 #include <gtest/gtest.h>
 

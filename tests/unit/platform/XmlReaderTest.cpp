@@ -4,10 +4,11 @@
 #include "Lists.h"
 #include "XmlBatches.h"
 #include "XmlTexts.h"
-
 #include "plist/XmlNormalizer.h"
 
 #include <gtest/gtest.h>
+
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -19,8 +20,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <sys/mman.h>
 
 namespace {
 

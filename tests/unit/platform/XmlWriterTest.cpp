@@ -1,7 +1,6 @@
 /* The bytes that the XML writer gives. */
 
 #include "Lists.h"
-
 #include "objects/SharedValues.h"
 
 #include <gtest/gtest.h>

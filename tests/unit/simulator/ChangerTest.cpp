@@ -1,5 +1,10 @@
 #include "simulator/Changer.h"
 
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -7,10 +12,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace simulator {
 namespace {

@@ -1,5 +1,10 @@
 #include "simulator/DiscTree.h"
 
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -10,10 +15,6 @@
 #include <string_view>
 #include <system_error>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace simulator {
 namespace {

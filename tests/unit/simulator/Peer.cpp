@@ -1,11 +1,11 @@
 #include "Peer.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <cerrno>
 #include <cstring>
 #include <system_error>
-
-#include <sys/socket.h>
-#include <sys/un.h>
 
 namespace simulator {
 

@@ -3,6 +3,12 @@
 #include "Peer.h"
 #include "simulator/Control.h"
 
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -17,11 +23,6 @@
 #include <system_error>
 #include <thread>
 #include <vector>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 namespace simulator {
 namespace {

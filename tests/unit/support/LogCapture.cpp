@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <syslog.h>
+
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <syslog.h>
 
 namespace {
 

@@ -1,9 +1,8 @@
 /* The full build of one changer: its start, its steps, and the closing command, which is sent
    whatever fails. */
 
-#include "MountedChanger.h"
-
 #include "AllocationFaults.h"
+#include "MountedChanger.h"
 #include "support/Matchers.h"
 
 #include <cerrno>

@@ -2,14 +2,13 @@
 
 #include "trayprobed/ChangerFSCacheManager.h"
 
+#include "AllocationFaults.h"
 #include "FakeDisks.h"
 #include "Journal.h"
 #include "StateLock.h"
 #include "Store.h"
 #include "support/Matchers.h"
 #include "support/TemporaryTree.h"
-
-#include "AllocationFaults.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 

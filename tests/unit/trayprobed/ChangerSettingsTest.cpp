@@ -1,13 +1,11 @@
 /* The settings of an entry of "changer info": daily build, abort, build on request. */
 
-#include "trayprobed/MediaIdManager.h"
-
+#include "AllocationFaults.h"
 #include "FakeTime.h"
 #include "Journal.h"
 #include "ManagedChangers.h"
-
-#include "AllocationFaults.h"
 #include "support/Matchers.h"
+#include "trayprobed/MediaIdManager.h"
 
 #include <ctime>
 #include <set>

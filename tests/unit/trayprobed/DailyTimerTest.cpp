@@ -1,12 +1,11 @@
 /* The daily build: its timer's first fire date, run loop and context. */
 
+#include "AllocationFaults.h"
 #include "FakeTime.h"
 #include "Journal.h"
 #include "RecordedTimers.h"
 #include "RefusedKey.h"
 #include "Store.h"
-
-#include "AllocationFaults.h"
 #include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 

@@ -2,7 +2,6 @@
    back. */
 
 #include "MountedChanger.h"
-
 #include "support/Matchers.h"
 #include "trayprobed/DirectoryWalk.h"
 

@@ -4,8 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <pthread.h>
+
+#include <memory>
 #include <semaphore>
 #include <string>
 #include <thread>

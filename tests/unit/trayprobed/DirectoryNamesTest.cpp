@@ -1,8 +1,11 @@
 /* The list of names in a directory, and its budget of memory. */
 
 #include "trayprobed/DirectoryNames.h"
+
 #include "support/Matchers.h"
 #include "support/TemporaryTree.h"
+
+#include <dirent.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +13,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <string>
 #include <vector>
 

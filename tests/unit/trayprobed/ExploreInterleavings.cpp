@@ -2,11 +2,12 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
-#include <pthread.h>
 #include <semaphore>
 #include <set>
 #include <thread>

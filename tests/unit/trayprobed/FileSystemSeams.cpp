@@ -5,12 +5,13 @@
 #include "StateLock.h"
 #include "common/VErr.h"
 
-#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <map>
 #include <set>
-#include <sys/stat.h>
 #include <utility>
 
 namespace {

@@ -11,11 +11,10 @@
  * timers (RecordedTimers.h).
  */
 
+#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "KnownChangerLists.h"
 #include "RecordedTimers.h"
 #include "Store.h"
-
-#include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 
 #include <functional>
 #include <initializer_list>

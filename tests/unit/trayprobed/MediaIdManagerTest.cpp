@@ -1,10 +1,9 @@
 #include "trayprobed/MediaIdManager.h"
 
+#include "AllocationFaults.h"
 #include "Journal.h"
 #include "ManagedChangers.h"
 #include "NullElement.h"
-
-#include "AllocationFaults.h"
 #include "support/Matchers.h"
 
 #include <cerrno>

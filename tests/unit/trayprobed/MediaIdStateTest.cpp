@@ -1,7 +1,6 @@
-#include "Store.h"
-
 #include "AllocationFaults.h"
 #include "RefusedKey.h"
+#include "Store.h"
 #include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 

@@ -1,15 +1,15 @@
 /* The thread that identifies one medium: its commands in order, and its storage element's place
    on the list of elements in progress. */
 
+#include "trayprobed/MediaIdThread.h"
+
+#include "AllocationFaults.h"
 #include "DeferredThreads.h"
 #include "FakeCommands.h"
 #include "Journal.h"
 #include "Store.h"
-
-#include "AllocationFaults.h"
 #include "support/Matchers.h"
 #include "trayprobed/ChangerFSCacheThread.h"
-#include "trayprobed/MediaIdThread.h"
 
 #include <cerrno>
 #include <cstddef>

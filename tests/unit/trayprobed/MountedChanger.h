@@ -8,7 +8,6 @@
 #include "FileSystemSeams.h"
 #include "Journal.h"
 #include "Store.h"
-
 #include "support/TemporaryTree.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/ChangerFSCacheThread.h"

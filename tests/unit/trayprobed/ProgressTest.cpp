@@ -1,8 +1,7 @@
 /* The progress that a full build reports to the server, and its record. */
 
-#include "MountedChanger.h"
-
 #include "AllocationFaults.h"
+#include "MountedChanger.h"
 #include "support/Matchers.h"
 #include "support/WithoutMemory.h"
 

@@ -1,7 +1,6 @@
 #include "RecordedTimers.h"
 
 #include "Journal.h"
-
 #include "NumberReferences.h"
 #include "trayprobed/MediaIdState.h"
 

@@ -1,10 +1,9 @@
 /* The choice of the next disc to identify. */
 
+#include "AllocationFaults.h"
 #include "Journal.h"
 #include "ManagedChangers.h"
 #include "NullElement.h"
-
-#include "AllocationFaults.h"
 #include "support/Matchers.h"
 #include "trayprobed/MediaIdManager.h"
 

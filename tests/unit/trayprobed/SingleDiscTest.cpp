@@ -1,9 +1,8 @@
 /* Listing one disc: its media roots in the changer's root, and the wait until they appear. */
 
+#include "AllocationFaults.h"
 #include "FakeTime.h"
 #include "MountedChanger.h"
-
-#include "AllocationFaults.h"
 #include "support/Matchers.h"
 
 #include <cerrno>

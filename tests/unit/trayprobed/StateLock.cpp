@@ -2,9 +2,10 @@
 
 #include "trayprobed/MediaIdState.h"
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cerrno>
-#include <pthread.h>
 #include <utility>
 
 namespace {

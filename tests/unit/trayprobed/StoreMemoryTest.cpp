@@ -1,8 +1,7 @@
 /* The store when memory is short: each allocation of each operation fails in turn. */
 
-#include "Store.h"
-
 #include "AllocationFaults.h"
+#include "Store.h"
 #include "support/Matchers.h"
 
 #include <cstddef>

@@ -4,7 +4,6 @@
  */
 
 #include "Store.h"
-
 #include "support/RecordedTimer.h"
 
 #include <atomic>

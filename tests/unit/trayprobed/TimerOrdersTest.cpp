@@ -15,10 +15,9 @@
  * works on copies of its own.
  */
 
+#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "ExploreInterleavings.h"
 #include "Store.h"
-
-#include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 #include "trayprobed/MediaIdThread.h"

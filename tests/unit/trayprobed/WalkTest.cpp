@@ -1,22 +1,22 @@
 /* The walk over a tree of directories, and the count of the media roots in it. */
 
 #include "MountedChanger.h"
-
 #include "support/Matchers.h"
 #include "trayprobed/DirectoryWalk.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
 #include <filesystem>
 #include <set>
 #include <string>
-#include <sys/inotify.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {

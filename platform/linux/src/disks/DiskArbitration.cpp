@@ -17,12 +17,12 @@
  * Threads: all functions of a session are for the thread of its loop.
  */
 
-#include <DiskArbitration/DiskArbitration.h>
-
 #include "disks/DiskList.h"
 #include "disks/MountMonitor.h"
 #include "loop/Clock.h"
 #include "loop/RunLoop.h"
+
+#include <DiskArbitration/DiskArbitration.h>
 
 #include <sys/timerfd.h>
 #include <unistd.h>

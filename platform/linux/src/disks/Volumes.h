@@ -6,11 +6,12 @@
 #include "disks/MountTable.h"
 #include "disks/UniqueMountIds.h"
 
+#include <sys/types.h>
+
 #include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace disks {

@@ -2,6 +2,10 @@
 
 #include "threads/AllSignalsBlocked.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -12,10 +16,6 @@
 #include <system_error>
 #include <thread>
 #include <utility>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace cf {
 

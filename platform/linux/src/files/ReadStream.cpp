@@ -1,5 +1,7 @@
 #include "files/ReadStream.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -7,8 +9,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-
-#include <unistd.h>
 
 namespace cf {
 

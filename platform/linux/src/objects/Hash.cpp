@@ -1,8 +1,9 @@
 #include "objects/Hash.h"
 
+#include <sys/random.h>
+
 #include <atomic>
 #include <cstring>
-#include <sys/random.h>
 
 namespace cf {
 namespace {

@@ -66,7 +66,6 @@ private:
     std::atomic<std::size_t> capacity_ = kInlineCapacity;
 };
 
-// See the class.
 template<typename Matches, typename Make>
 const Object* SharedTablePart::FindOrAdd(std::uint32_t hash, Matches matches, Make make) noexcept {
     const std::lock_guard lock(mutex_);

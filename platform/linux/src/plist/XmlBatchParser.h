@@ -3,9 +3,9 @@
 
 #include "plist/XmlNormalizer.h"
 
-#include <new>
-
 #include <pugixml.hpp>
+
+#include <new>
 
 namespace cf {
 

@@ -6,11 +6,12 @@
  * The copies are never freed. On a shortage of memory the originals stay in use.
  */
 
+#include <sys/auxv.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <sys/auxv.h>
-#include <unistd.h>
 
 namespace {
 
