@@ -5,7 +5,7 @@ set -euf
 binary=$(realpath "$1")
 cd "$(dirname "$0")"
 known=$(sed -n 's/^[A-Z_]*(\([A-Za-z0-9_]*\),.*/\1/p' Calls.def
-        sed -n 's/.* \**__wrap_\([a-z]*\)(.*;/\1/p' AllocationFaults.cpp
+        sed -n 's/.* \**__wrap_\([a-z]*\)(.*/\1/p' AllocationFaults.cpp
         sed -n 's/^\([^# ]\{1,\}\)  *[^ ].*/\1/p' NotInjected.txt)
 imports=$(nm --dynamic --undefined-only "$binary" | sed 's/.* //; s/@.*//')
 

@@ -32,7 +32,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <utility>
 
 namespace {
 
@@ -176,7 +175,7 @@ bool __DASession::Update(cf::Nanoseconds now) noexcept {
             auto volumes = disks::ReadVolumes(kMountTable);
             if (!volumes)
                 return false;
-            disks_.Update(std::move(*volumes), now);
+            disks_.Update(*volumes, now);
             isTableStale_ = false;
         }
         disks_.StartProbes(probes_);
