@@ -101,12 +101,12 @@ struct ConstantString : __CFString {
 
 /* One variable for each distinct literal. */
 template<Literal kLiteral>
-inline constinit ConstantString<kLiteral> constantString{};
+inline constinit ConstantString<kLiteral> g_constantString{};
 
 } // namespace cf
 
 /* The constant string of a UTF-8 literal. Borrowed; CFRetain and CFRelease have no effect. */
-#define CFSTR(literal) (static_cast<CFStringRef>(&::cf::constantString<literal>))
+#define CFSTR(literal) (static_cast<CFStringRef>(&::cf::g_constantString<literal>))
 
 #endif
 
