@@ -5,6 +5,8 @@
 #include <syslog.h>
 #include <time.h>
 
+char* g_vErrLogPath = nullptr;
+
 void VFLogMessage(const char* path, const char* format, va_list arguments) {
     FILE* file = fopen(path, "a+");
     if (file == nullptr)
@@ -54,22 +56,6 @@ void LogErr(const char* format, ...) {
 const char* GetFileNameFromPath(const char* path) {
     const char* slash = strrchr(path, '/');
     return slash != nullptr ? slash + 1 : path;
-}
-
-void LogErrStr(VErrCode code, UInt16 level, const char* format, va_list arguments) {
-    if (level > kVErrLevelDefault)
-        return;
-    va_list written;
-    va_copy(written, arguments);
-    VLogErr(format, written);
-    va_end(written);
-
-    if (code == kVErrCodeDefault)
-        return;
-    if (code < kVErrFacilityBase)
-        LogErr("err = %lld", code);
-    else
-        LogErr("VErrCode = %lld", code - kVErrFacilityBase);
 }
 
 void LogErrFileFuncLine(const char* file, const char* func, SInt64 line) {

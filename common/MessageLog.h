@@ -9,9 +9,11 @@
  * of the file, either of which may block for as long as the system does.
  */
 
-#include "common/VErr.h"
+#include <CoreFoundation/CFBase.h>
 
-#include <cstdarg>
+#include <stdarg.h>
+
+extern char* g_vErrLogPath; // of the file for errors; null: the system log
 
 /* Append a line with the time, the message and a newline to the file at path. A message to a file
    that cannot be opened is dropped. */
@@ -29,11 +31,6 @@ void LogErr(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /* The part of path behind the last "/"; the whole path if it has none. */
 const char* GetFileNameFromPath(const char* path);
-
-/* Logs a message for which there is no memory for a link; and its code, unless that is the default.
-   A level above kVErrLevelDefault is not logged. The caller may use the arguments again. */
-void LogErrStr(VErrCode code, UInt16 level, const char* format, va_list arguments)
-    __attribute__((format(printf, 3, 0)));
 
 /* Logs a raising site for which there is no link: the name of the file, the line, the function. */
 void LogErrFileFuncLine(const char* file, const char* func, SInt64 line);

@@ -7,7 +7,6 @@
 #include <string.h>
 
 VErrLink g_genericVErr = {nullptr, 0, kVErrCodeDefault, 0, nullptr, nullptr, nullptr};
-char* g_vErrLogPath = nullptr;
 
 int InitVErrSystem(void) {
     g_vErrLogPath = nullptr;
@@ -74,6 +73,22 @@ static void CollapseToGenericVErr(VErrLink** err) {
     VErrLog(*err);
     ReleaseVErrLink(*err);
     *err = &g_genericVErr;
+}
+
+void LogErrStr(VErrCode code, UInt16 level, const char* format, va_list arguments) {
+    if (level > kVErrLevelDefault)
+        return;
+    va_list written;
+    va_copy(written, arguments);
+    VLogErr(format, written);
+    va_end(written);
+
+    if (code == kVErrCodeDefault)
+        return;
+    if (code < kVErrFacilityBase)
+        LogErr("err = %lld", code);
+    else
+        LogErr("VErrCode = %lld", code - kVErrFacilityBase);
 }
 
 VErrLink* VErrThrowCore(VErrLink** err, UInt16 level, VErrCode code, const char* format,

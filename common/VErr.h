@@ -50,7 +50,6 @@ struct VErrLink {
 };
 
 extern VErrLink g_genericVErr; // shared; never released, never logged
-extern char* g_vErrLogPath;    // of the file for errors; null: the system log
 
 /* Sets the global variables to their defaults. The first call of the daemon. Returns 1 for success;
    it does not fail. */
@@ -98,6 +97,11 @@ void VErrLog(VErrLink* err);
 void VErrLogCore(VErrLink* link);
 /* Logs the line of one link. Null and g_genericVErr are ignored. */
 void VErrLogLink(const VErrLink* link);
+
+/* Logs a message for which there is no memory for a link; and its code, unless that is the default.
+   A level above kVErrLevelDefault is not logged. The caller may use the arguments again. */
+void LogErrStr(VErrCode code, UInt16 level, const char* format, va_list arguments)
+    __attribute__((format(printf, 3, 0)));
 
 /* The level and the code of a link, which must not be null. */
 UInt16 VErrGetErrLevel(const VErrLink* link);

@@ -1,7 +1,5 @@
 #include "simulator/ChangerFileSystem.h"
 
-#include "simulator/FileSystemOperations.h"
-
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mount.h>
@@ -66,10 +64,10 @@ ChangerFileSystem::ChangerFileSystem(Changer& changer, const FileSystemOptions& 
                                      Events& events)
     : changer_(changer), options_(options), events_(events),
       madeMountPoint_(PrepareMountPoint(options.mountPoint)),
-      operations_(std::make_unique<FileSystemOperations>(changer, options_, events)) {
+      operations_(changer, options_, events) {
     MountArguments arguments(changer.Guid());
     const fuse_lowlevel_ops& table = FuseOperations();
-    session_.reset(fuse_session_new(arguments.Get(), &table, sizeof table, operations_.get()));
+    session_.reset(fuse_session_new(arguments.Get(), &table, sizeof table, &operations_));
     if (!session_ || fuse_session_mount(session_.get(), options_.mountPoint.c_str()) != 0)
         throw CommandError("cannot mount on " + options_.mountPoint);
     fcntl(fuse_session_fd(session_.get()), F_SETFL, O_NONBLOCK);
@@ -84,7 +82,7 @@ ChangerFileSystem::~ChangerFileSystem() {
     stop_.Signal();
     threads_.clear();
     changer_.FailWaiters();
-    operations_->WaitUntilAnswered();
+    operations_.WaitUntilAnswered();
     fuse_session_unmount(session_.get());
     if (madeMountPoint_)
         rmdir(options_.mountPoint.c_str());

@@ -15,6 +15,7 @@
 
 #include "simulator/Changer.h"
 #include "simulator/Descriptor.h"
+#include "simulator/FileSystemOperations.h"
 
 #include <memory>
 #include <mutex>
@@ -22,18 +23,7 @@
 #include <thread>
 #include <vector>
 
-struct fuse_buf;
-struct fuse_session;
-
 namespace simulator {
-
-class FileSystemOperations;
-
-struct FileSystemOptions {
-    std::string mountPoint;
-    bool binaryInfo = false;  // info files are binary property lists, not XML
-    bool kernelCache = false; // the kernel may cache listings and attributes of discs
-};
 
 class ChangerFileSystem {
 public:
@@ -56,7 +46,7 @@ private:
     const FileSystemOptions options_;
     Events& events_;
     bool madeMountPoint_ = false;
-    std::unique_ptr<FileSystemOperations> operations_;
+    FileSystemOperations operations_;
     std::unique_ptr<fuse_session, FreeSession> session_;
     WakeEvent stop_;
     std::mutex receiveLock_; // held by the thread that waits for the next request

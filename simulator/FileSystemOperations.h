@@ -3,7 +3,7 @@
 
 /* The answers of the changer file system to the requests of the kernel. */
 
-#include "simulator/ChangerFileSystem.h"
+#include "simulator/Changer.h"
 
 #define FUSE_USE_VERSION 312
 #include <fuse_lowlevel.h>
@@ -23,6 +23,12 @@
 #include <vector>
 
 namespace simulator {
+
+struct FileSystemOptions {
+    std::string mountPoint;
+    bool binaryInfo = false;  // info files are binary property lists, not XML
+    bool kernelCache = false; // the kernel may cache listings and attributes of discs
+};
 
 /* The operations for fuse_session_new(); its user data must be a FileSystemOperations. */
 const fuse_lowlevel_ops& FuseOperations();

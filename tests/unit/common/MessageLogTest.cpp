@@ -2,6 +2,7 @@
 
 #include "common/MessageLog.h"
 
+#include "common/VErr.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
 

@@ -4,6 +4,7 @@
 #include "common/VErr.h"
 
 #include "AllocationFaults.h"
+#include "common/MessageLog.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
