@@ -170,10 +170,10 @@ void FireDailyTimer() {
 
 // A build whose status cannot be cleared never frees its progress report.
 void RunNextThread() {
-    FakeCommands::TakeKeptReport(); // discards the report of an earlier thread, which may be freed
-                                    // already
+    // Discards the report of an earlier thread, which may be freed already.
+    FakeCommands::TakeUnclearedReport();
     DeferredThreads::RunNext();
-    free(FakeCommands::TakeKeptReport());
+    free(FakeCommands::TakeUnclearedReport());
 }
 
 void Daemon::Perform(char event) {

@@ -42,11 +42,23 @@ struct Entry {
     Value value;
 };
 
-inline CFOwned<CFMutableDictionaryRef> Dictionary(std::initializer_list<Entry> entries = {}) {
-    CFOwned dictionary = NewDictionary();
+/* Returns the same dictionary, with these entries added or replaced. */
+inline CFOwned<CFMutableDictionaryRef> With(CFOwned<CFMutableDictionaryRef> dictionary,
+                                            std::initializer_list<Entry> entries) {
     for (const Entry& entry : entries)
         CFDictionarySetValue(dictionary, Text(entry.key), entry.value.Get());
     return dictionary;
+}
+
+/* Returns the same dictionary, with that entry removed. */
+inline CFOwned<CFMutableDictionaryRef> Without(CFOwned<CFMutableDictionaryRef> dictionary,
+                                               const char* key) {
+    CFDictionaryRemoveValue(dictionary, Text(key));
+    return dictionary;
+}
+
+inline CFOwned<CFMutableDictionaryRef> Dictionary(std::initializer_list<Entry> entries = {}) {
+    return With(NewDictionary(), entries);
 }
 
 inline CFOwned<CFMutableArrayRef> Array(std::initializer_list<Value> values = {}) {

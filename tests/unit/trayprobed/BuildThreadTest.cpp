@@ -4,11 +4,10 @@
 #include "AllocationFaults.h"
 #include "MountedChanger.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,13 +16,6 @@ namespace {
 
 constexpr const char* kWithdraw = "withdraw changer 9EDCBA9876543210";
 constexpr const char* kClosing = "withdraw changer 9EDCBA9876543210 (locked)";
-constexpr const char* kClear = "clear 9EDCBA9876543210 trayprobed";
-constexpr const char* kThread = "ChangerFSCacheThread:123, RunChangerFSCacheThread: ";
-
-std::string Show(int current, int maximum) {
-    return "show 9EDCBA9876543210 trayprobed \"Building changer directory cache\" " +
-           std::to_string(current) + "/" + std::to_string(maximum);
-}
 
 RaisedLink Raised(const std::string& message, VErrCode code) {
     return {message, "StartChangerFSCache", kWalkSource, code};
@@ -34,34 +26,39 @@ protected:
     static Chain Start() {
         return TakeChain(StartChangerFSCache(kChanger));
     }
-    // Runs a whole build. Returns the journal.
+    // Runs a build whose thread clears the flag. Returns the journal.
     static std::vector<std::string> Build() {
         EXPECT_EQ(Start(), Chain());
+        return RunThread();
+    }
+    static std::vector<std::string> RunThread() {
         EXPECT_EQ(DeferredThreads::Count(), 1U);
         DeferredThreads::RunNext();
         EXPECT_FALSE(StateLock::IsHeld());
+        EXPECT_FALSE(ReadFlag(GetChangerFSCacheBuildInProgress, kChanger));
         return Journal::Take();
     }
-    // The lines that the build's thread logged.
-    std::vector<std::string> ThreadLines() {
-        std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
-        std::erase_if(lines, [](const std::string& line) { return !line.starts_with(kThread); });
-        return lines;
+    // The messages that the build's thread logged.
+    std::vector<std::string> ThreadMessages() {
+        const std::string start = "ChangerFSCacheThread:123, RunChangerFSCacheThread: ";
+        std::vector<std::string> messages;
+        for (const std::string& line : log_.TakeWithoutLineNumbers())
+            if (line.starts_with(start))
+                messages.push_back(line.substr(start.size()));
+        return messages;
+    }
+    static void FireTimer() {
+        ChangerFSCache(nullptr, const_cast<void*>(Value(kChanger).Get()));
     }
 };
 
 // ---- the start ----
 
-TEST_F(BuildThread, TheSecondOfTwoStartsStartsNoBuild) {
+TEST_F(BuildThread, StartDuringABuildStartsNoOther) {
     EXPECT_EQ(Start(), Chain());
     EXPECT_TRUE(IsBuilding(kChanger));
-    EXPECT_EQ(Start(), Chain());
-    EXPECT_EQ(DeferredThreads::Count(), 1U);
-    DeferredThreads::RunNext();
-    EXPECT_FALSE(IsBuilding(kChanger));
-    EXPECT_EQ(Start(), Chain());
-    DeferredThreads::RunNext();
-    Journal::Take();
+    Build();
+    Build();
 }
 
 TEST_F(BuildThread, TwoChangersAreBuiltConcurrently) {
@@ -73,16 +70,15 @@ TEST_F(BuildThread, TwoChangersAreBuiltConcurrently) {
     EXPECT_FALSE(IsBuilding(kChanger));
     EXPECT_TRUE(IsBuilding(kOtherChanger));
     DeferredThreads::RunNext();
-    Journal::Take();
 }
 
-TEST_F(BuildThread, AnUnknownChangerIsNotBuilt) {
+TEST_F(BuildThread, StartOfAnUnknownChangerFails) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(Start().back(), Raised("fail GetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
     EXPECT_EQ(DeferredThreads::Count(), 0U);
 }
 
-TEST_F(BuildThread, AThreadThatCannotBeMadeLeavesNoFlag) {
+TEST_F(BuildThread, ThreadThatCannotBeCreatedLeavesTheFlagFalse) {
     const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
                                      "pthread_create"};
     for (const char* function : functions) {
@@ -93,61 +89,51 @@ TEST_F(BuildThread, AThreadThatCannotBeMadeLeavesNoFlag) {
     }
 }
 
-TEST_F(BuildThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedBuild) {
+TEST_F(BuildThread, AttributesThatCannotBeDestroyedFailTheStartButTheBuildRuns) {
     DeferredThreads::Fail("pthread_attr_destroy", EINVAL);
     EXPECT_EQ(Start(), (Chain{Raised("fail pthread_attr_destroy", EINVAL)}));
     EXPECT_TRUE(IsBuilding(kChanger));
     DeferredThreads::RunNext();
-    Journal::Take();
 }
 
-TEST_F(BuildThread, AFlagThatCannotBeSetLetsTheThreadRun) {
+TEST_F(BuildThread, FlagThatCannotBeSetEndsTheThreadWithoutACommand) {
     DeferredThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
     EXPECT_EQ(Start().back(), Raised("fail SetChangerFSCacheBuildInProgress", kVErrCodeNotFound));
     EXPECT_EQ(DeferredThreads::Count(), 1U);
     DeferredThreads::RunNext();
     EXPECT_THAT(Journal::Take(), IsEmpty()); // no closing command without the flag
-    EXPECT_THAT(ThreadLines(),
-                ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)")));
+    EXPECT_THAT(ThreadMessages(),
+                ElementsAre("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)"));
 }
 
-TEST_F(BuildThread, AStartWithoutMemoryLeavesNoFlag) {
-    std::set<std::string> newest;
-    VErrLink* err = nullptr;
-    SweepAllocationFaults([&](std::size_t) { err = StartChangerFSCache(kChanger); },
-                          [&](std::size_t, bool happened) {
-                              EXPECT_EQ(err != nullptr, happened);
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  newest.insert(chain.back().message);
-                              if (DeferredThreads::Count() != 0)
-                                  DeferredThreads::RunNext();
-                              EXPECT_FALSE(IsBuilding(kChanger));
-                          });
-    EXPECT_THAT(newest,
+TEST_F(BuildThread, StartWithoutMemoryLeavesTheFlagFalse) {
+    const auto expectNoFlag = [&](const Chain&, bool) {
+        if (DeferredThreads::Count() != 0)
+            DeferredThreads::RunNext();
+        EXPECT_FALSE(IsBuilding(kChanger));
+    };
+    EXPECT_THAT(SweepErrors([] { return StartChangerFSCache(kChanger); }, expectNoFlag),
                 ElementsAre("fail GetChangerFSCacheBuildInProgress",
                             "fail SetChangerFSCacheBuildInProgress", "fail alloc thread context"));
-    Journal::Take();
 }
 
 // A build with nothing to do may be done before its starter has set the flag.
-TEST_F(BuildThread, ABuildFasterThanItsStarterLeavesTheFlagFalse) {
+TEST_F(BuildThread, BuildFasterThanItsStarterLeavesTheFlagFalse) {
     DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain()); // as the timer does, without the state lock
     DeferredThreads::Join();
     EXPECT_FALSE(IsBuilding(kChanger));
-    Journal::Take();
 }
 
-TEST_F(BuildThread, TheThreadWaitsForItsStarterEvenWhenTheFlagCannotBeSet) {
+TEST_F(BuildThread, ThreadWaitsForItsStarterEvenIfTheFlagCannotBeSet) {
     DeferredThreads::RaceWithStarter();
     DeferredThreads::OnCreation([] { EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr); });
     EXPECT_THAT(Start(), SizeIs(3));
     DeferredThreads::Join();
-    EXPECT_THAT(ThreadLines(), SizeIs(1));
+    EXPECT_THAT(ThreadMessages(), SizeIs(1));
 }
 
-TEST_F(BuildThread, TheThreadWaitsForAStarterThatHoldsTheStateLock) {
+TEST_F(BuildThread, ThreadWaitsForAStarterThatHoldsTheStateLock) {
     DeferredThreads::RaceWithStarter();
     ASSERT_EQ(LockMediaIdState(), nullptr);
     EXPECT_EQ(Start(), Chain());
@@ -155,14 +141,12 @@ TEST_F(BuildThread, TheThreadWaitsForAStarterThatHoldsTheStateLock) {
     UnlockMediaIdState();
     DeferredThreads::Join();
     EXPECT_FALSE(IsBuilding(kChanger));
-    Journal::Take();
 }
 
-// ---- the course ----
+// ---- the steps ----
 
 TEST_F(BuildThread, WithoutAMountedFileSystemOnlyTheClosingCommandIsSent) {
     EXPECT_THAT(Build(), ElementsAre(kClosing));
-    EXPECT_FALSE(IsBuilding(kChanger));
 }
 
 TEST_F(BuildThread, CountsThenWalksBetweenTwoWithdrawals) {
@@ -171,10 +155,9 @@ TEST_F(BuildThread, CountsThenWalksBetweenTwoWithdrawals) {
     Mount();
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), "list .", Show(0, 1), "list .",
                                      "list ./disc", "list ./disc/a", Show(1, 1), kClear, kClosing));
-    EXPECT_FALSE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, TheFlagIsSetUntilTheStatusIsCleared) {
+TEST_F(BuildThread, FlagIsTrueUntilTheStatusIsCleared) {
     Mount();
     FakeCommands::OnCommand([](std::string_view command) {
         SInt32 inProgress = 2;
@@ -184,7 +167,7 @@ TEST_F(BuildThread, TheFlagIsSetUntilTheStatusIsCleared) {
     Build();
 }
 
-TEST_F(BuildThread, AnAbortEndsTheBuildWithoutALogLine) {
+TEST_F(BuildThread, AbortEndsTheBuildWithoutALogLine) {
     MakeMediaRoot("one");
     MakeMediaRoot("two");
     Mount();
@@ -196,7 +179,6 @@ TEST_F(BuildThread, AnAbortEndsTheBuildWithoutALogLine) {
     ASSERT_THAT(journal, SizeIs(8));
     EXPECT_EQ(journal[6], kClear);
     EXPECT_EQ(journal[7], kClosing);
-    EXPECT_FALSE(IsBuilding(kChanger));
 }
 
 TEST_F(BuildThread, AfterAFailedOpeningWithdrawalOnlyTheClosingCommandIsSent) {
@@ -205,21 +187,19 @@ TEST_F(BuildThread, AfterAFailedOpeningWithdrawalOnlyTheClosingCommandIsSent) {
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, kClosing));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre(kCommandFailureLine,
-                            std::string(kThread) + "fail ChangerServerRequestChangerIdentification "
-                                                   "(VErrCode = 1005)"));
-    EXPECT_FALSE(IsBuilding(kChanger));
+                            "ChangerFSCacheThread:123, RunChangerFSCacheThread: fail "
+                            "ChangerServerRequestChangerIdentification (VErrCode = 1005)"));
 }
 
 TEST_F(BuildThread, AfterAFailedProgressStartOnlyTheClosingCommandIsSent) {
     Mount();
     FakeCommands::Fail("show");
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), kClosing));
-    EXPECT_THAT(ThreadLines(),
-                ElementsAre(EndsWith("fail StartStatusReportingForFullFSCache (VErrCode = 1005)")));
-    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_THAT(ThreadMessages(),
+                ElementsAre("fail StartStatusReportingForFullFSCache (VErrCode = 1005)"));
 }
 
-TEST_F(BuildThread, AFailedReportEndsTheWalkAndTheStatusIsCleared) {
+TEST_F(BuildThread, FailedReportEndsTheWalkAndTheStatusIsCleared) {
     MakeMediaRoot("one");
     MakeMediaRoot("two");
     Mount();
@@ -230,26 +210,22 @@ TEST_F(BuildThread, AFailedReportEndsTheWalkAndTheStatusIsCleared) {
     EXPECT_EQ(journal[7], kClear);
     EXPECT_EQ(journal[8], kClosing);
     const std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
-    EXPECT_THAT(lines, SizeIs(5));
-    EXPECT_EQ(lines.back(), std::string(kThread) + "fail CacheFSDirectory (VErrCode = 1005)");
-    EXPECT_FALSE(IsBuilding(kChanger));
+    ASSERT_THAT(lines, SizeIs(5));
+    EXPECT_THAT(lines.back(), EndsWith("Thread: fail CacheFSDirectory (VErrCode = 1005)"));
 }
 
-TEST_F(BuildThread, AfterAPathThatDoesNotFitOnlyTheClosingCommandIsSent) {
+TEST_F(BuildThread, WithAMountPathThatDoesNotFitOnlyTheClosingCommandIsSent) {
     Mount("/" + std::string(1023, 'd'));
     EXPECT_THAT(Build(), ElementsAre(kClosing));
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
-    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_THAT(ThreadMessages(), ElementsAre("fail GetChangerFSMountPath"));
 }
 
-TEST_F(BuildThread, AfterAPathThatDoesNotFitTheLockIsHeldUntilTheFlagIsCleared) {
+TEST_F(BuildThread, WithAMountPathThatDoesNotFitTheStateIsLockedOnce) {
     Mount("/" + std::string(1023, 'd'));
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL, 2);
-    DeferredThreads::RunNext();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail GetChangerFSMountPath")));
-    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_THAT(RunThread(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadMessages(), ElementsAre("fail GetChangerFSMountPath"));
     EXPECT_EQ(TakeChain(LockMediaIdState()).size(), 1U); // a recursive lock fails
 }
 
@@ -263,21 +239,20 @@ TEST_F(BuildThread, WithoutMemoryForTheRegistryOnlyTheClosingCommandIsSent) {
     }
     const std::string number = kSmallChangerText;
     EXPECT_THAT(Journal::Take(), ElementsAre("withdraw changer " + number + " (locked)"));
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail IsChangerFSGUIDInList for " + number)));
+    EXPECT_THAT(ThreadMessages(), ElementsAre("fail IsChangerFSGUIDInList for " + number));
     EXPECT_FALSE(IsBuilding(kSmallChanger));
 }
 
-// ---- the ending ----
+// ---- the end ----
 
-// The progress record is never released.
-TEST_F(BuildThread, AFailedClearIsLoggedAndStopsNothing) {
+// The progress report is never freed.
+TEST_F(BuildThread, FailedClearIsLoggedAndTheClosingCommandSent) {
     Mount();
     FakeCommands::Fail("clear");
     EXPECT_THAT(Build(), ElementsAre(kWithdraw, Show(0, 0), "list .", Show(0, 0), "list .", kClear,
                                      kClosing));
     EXPECT_THAT(log_.Take(), SizeIs(3));
-    EXPECT_FALSE(IsBuilding(kChanger));
-    FSCacheStatusReport* report = FakeCommands::TakeKeptReport();
+    FSCacheStatusReport* report = FakeCommands::TakeUnclearedReport();
     ASSERT_NE(report, nullptr);
     EXPECT_EQ(report->changerGUID, kChanger);
     EXPECT_STREQ(report->message, "Building changer directory cache");
@@ -288,45 +263,40 @@ TEST_F(BuildThread, AfterAFailedFirstLockOnlyTheClosingCommandIsSent) {
     Mount();
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL);
-    DeferredThreads::RunNext();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kClosing));
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail LockMediaIdState (err = 22)")));
-    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_THAT(RunThread(), ElementsAre(kClosing));
+    EXPECT_THAT(ThreadMessages(), ElementsAre("fail LockMediaIdState (err = 22)"));
 }
 
 // The only failure after which the changer is not built again until it is removed.
-TEST_F(BuildThread, AFailedLastLockLeavesTheFlagSet) {
+TEST_F(BuildThread, FailedLastLockLeavesTheFlagTrue) {
     Mount();
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL, 2);
     DeferredThreads::RunNext();
     EXPECT_EQ(Journal::Take().back(), kClear);
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail LockMediaIdState (err = 22)")));
+    EXPECT_THAT(ThreadMessages(), ElementsAre("fail LockMediaIdState (err = 22)"));
     EXPECT_TRUE(IsBuilding(kChanger));
 }
 
-TEST_F(BuildThread, AFailedClosingWithdrawalIsLogged) {
+TEST_F(BuildThread, FailedClosingCommandIsLogged) {
     FakeCommands::Fail(kClosing);
     EXPECT_THAT(Build(), ElementsAre(kClosing));
-    EXPECT_THAT(ThreadLines(), ElementsAre(EndsWith("fail "
-                                                    "ChangerServerRequestChangerIdentification "
-                                                    "(VErrCode = 1005)")));
-    EXPECT_FALSE(IsBuilding(kChanger));
+    EXPECT_THAT(ThreadMessages(),
+                ElementsAre("fail ChangerServerRequestChangerIdentification (VErrCode = 1005)"));
 }
 
-TEST_F(BuildThread, TheClosingCommandsErrorIsLoggedBeforeTheBuildsError) {
+TEST_F(BuildThread, ErrorOfTheClosingCommandIsLoggedBeforeThatOfTheBuild) {
     Mount();
     FakeCommands::Fail("show");
     FakeCommands::Fail(kClosing);
     Build();
-    EXPECT_THAT(
-        ThreadLines(),
-        ElementsAre(EndsWith("fail ChangerServerRequestChangerIdentification (VErrCode = 1005)"),
-                    EndsWith("fail StartStatusReportingForFullFSCache (VErrCode = 1005)")));
+    EXPECT_THAT(ThreadMessages(),
+                ElementsAre("fail ChangerServerRequestChangerIdentification (VErrCode = 1005)",
+                            "fail StartStatusReportingForFullFSCache (VErrCode = 1005)"));
 }
 
 // The old build's end clears the new build's flag. Known and harmless.
-TEST_F(BuildThread, AChangerAddedAnewIsBuiltTwice) {
+TEST_F(BuildThread, ChangerRemovedAndAddedIsBuiltTwice) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
     EXPECT_EQ(Start(), Chain());
@@ -335,38 +305,35 @@ TEST_F(BuildThread, AChangerAddedAnewIsBuiltTwice) {
     EXPECT_FALSE(IsBuilding(kChanger));
     DeferredThreads::RunNext();
     EXPECT_FALSE(IsBuilding(kChanger));
-    Journal::Take();
 }
 
-TEST_F(BuildThread, AChangerRemovedDuringTheWalkEndsTheWalk) {
+TEST_F(BuildThread, RemovalOfTheChangerEndsTheWalk) {
     MakeMediaRoot("disc");
     Mount();
     FakeCommands::OnCommand([](std::string_view command) {
         if (command == Show(0, 1))
             EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     });
-    EXPECT_EQ(Build().back(), kClear);
-    EXPECT_THAT(ThreadLines(),
-                ElementsAre(EndsWith("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)"),
-                            EndsWith("fail CacheFSDirectory (VErrCode = 20)")));
+    EXPECT_EQ(Start(), Chain());
+    DeferredThreads::RunNext();
+    EXPECT_EQ(Journal::Take().back(), kClear);
+    EXPECT_THAT(ThreadMessages(),
+                ElementsAre("fail SetChangerFSCacheBuildInProgress (VErrCode = 20)",
+                            "fail CacheFSDirectory (VErrCode = 20)"));
 }
 
 // ---- by the timer ----
 
-TEST_F(BuildThread, TheTimerStartsNothingWhileABuildRuns) {
-    const auto number = Integer(static_cast<SInt64>(kChanger));
-    ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
-    ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
-    EXPECT_EQ(DeferredThreads::Count(), 1U);
-    DeferredThreads::RunNext();
-    Journal::Take();
+TEST_F(BuildThread, TimerStartsNothingDuringABuild) {
+    FireTimer();
+    FireTimer();
+    RunThread();
 }
 
-TEST_F(BuildThread, TheTimerOfARemovedChangerFailsDaily) {
+TEST_F(BuildThread, TimerOfARemovedChangerLogsAnErrorDaily) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
-    const auto number = Integer(static_cast<SInt64>(kChanger));
     for (int day = 0; day < 2; ++day) {
-        ChangerFSCache(nullptr, const_cast<__CFNumber*>(number.Get()));
+        FireTimer();
         EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                     ElementsAre(EndsWith(": fail find changer in list (VErrCode = 20)"),
                                 EndsWith(": fail GetChangerDictForGUID (VErrCode = 20)"),

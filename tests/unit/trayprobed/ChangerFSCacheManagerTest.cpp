@@ -2,7 +2,6 @@
 
 #include "trayprobed/ChangerFSCacheManager.h"
 
-#include "AllocationFaults.h"
 #include "FakeDisks.h"
 #include "Journal.h"
 #include "StateLock.h"
@@ -10,7 +9,6 @@
 #include "support/Matchers.h"
 #include "support/TemporaryTree.h"
 #include "trayprobed/ChangerFSCacheState.h"
-#include "trayprobed/ChangerFSCacheThread.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -19,13 +17,8 @@
 #include <string>
 #include <vector>
 
-// Called by the daily timer only, which DailyTimerTest covers.
-VErrLink* StartChangerFSCache(UInt64) {
-    ADD_FAILURE() << "no timer fires here";
-    return nullptr;
-}
-
 static std::vector<std::string> g_fileUrls; // the paths of all file URLs created
+static bool g_recognitionFails = false;     // the real function never fails
 
 extern "C" {
 CFURLRef __real_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* path,
@@ -38,11 +31,7 @@ CFURLRef __wrap_CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator
                                 static_cast<std::size_t>(length));
     return __real_CFURLCreateFromFileSystemRepresentation(allocator, path, length, isDirectory);
 }
-}
 
-static bool g_recognitionFails = false; // the real function never fails
-
-extern "C" {
 VErrLink* __real__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot);
 
 VErrLink* __wrap__Z34IsDirectoryRootOfChangerFileSystemPKcPb(const char* directory, bool* isRoot) {
@@ -65,7 +54,7 @@ std::string Registration(const char* event, void (*callback)(DADiskRef, void*)) 
     return text;
 }
 
-TEST(DiskSession, IsScheduledByInitAndUnscheduledByTerm) {
+TEST(DiskSession, InitSchedulesTheSessionAndTermUnschedulesItOnce) {
     const LogCapture log;
     Journal::Take();
     EXPECT_EQ(InitChangerFSCacheManager(), nullptr);
@@ -78,7 +67,7 @@ TEST(DiskSession, IsScheduledByInitAndUnscheduledByTerm) {
     EXPECT_THAT(Journal::Take(), ElementsAre("unschedule"));
 }
 
-TEST(DiskSession, WithoutASessionInitFails) {
+TEST(DiskSession, InitFailsWithoutASession) {
     const LogCapture log;
     Journal::Take();
     FailNextSession();
@@ -111,15 +100,14 @@ protected:
     // Empty if the changer has no path.
     static std::string PathOf(UInt64 changerGUID) {
         char path[1024] = "";
-        VErrLink* err = GetChangerFSMountPath(changerGUID, path, sizeof path);
-        VErrCatch(&err);
+        TakeChain(GetChangerFSMountPath(changerGUID, path, sizeof path));
         return path;
     }
 
     TemporaryTree tree_;
 };
 
-TEST_F(DiskCallbacks, AChangersVolumeIsRegisteredAndRemoved) {
+TEST_F(DiskCallbacks, VolumeOfAChangerIsRegisteredUntilItDisappears) {
     tree_.MakeChangerRoot("", kChanger);
     Appear("sr0", tree_.Root());
     EXPECT_EQ(PathOf(kChanger), tree_.Root());
@@ -129,7 +117,7 @@ TEST_F(DiskCallbacks, AChangersVolumeIsRegisteredAndRemoved) {
     EXPECT_EQ(PathOf(kChanger), "");
 }
 
-TEST_F(DiskCallbacks, PathsAreBytesInUtf8) {
+TEST_F(DiskCallbacks, PathOfAnyUtf8IsRegistered) {
     tree_.MakeChangerRoot("with blank\n100%n \xC3\xA4", kOtherChanger);
     Appear("sr0", tree_.Path("with blank\n100%n \xC3\xA4"));
     EXPECT_EQ(PathOf(kOtherChanger), tree_.Path("with blank\n100%n \xC3\xA4"));
@@ -140,20 +128,20 @@ TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreIgnored) {
     Appear(nullptr, tree_.Root());
     FakeDisk unmounted("sr0", static_cast<const char*>(nullptr));
     DiskArbDiskAppearedCallback(unmounted.Ref(), nullptr);
-    FakeDisk strange("sr0", CFTypeRef(CFSTR("/")));
-    DiskArbDiskAppearedCallback(strange.Ref(), nullptr);
+    FakeDisk withoutUrl("sr0", CFTypeRef(CFSTR("/")));
+    DiskArbDiskAppearedCallback(withoutUrl.Ref(), nullptr);
     Disappear(nullptr);
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
-TEST_F(DiskCallbacks, ADiskWithoutANameIsNotDescribed) {
+TEST_F(DiskCallbacks, DescriptionOfADiskWithoutANameIsNotRead) {
     FakeDisk disk(nullptr, "/");
     disk.FailDescription();
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
 }
 
 // A path has at most 1,023 bytes. The info file's path is truncated to as many.
-TEST_F(DiskCallbacks, APathThatDoesNotFitIsIgnored) {
+TEST_F(DiskCallbacks, VolumeWhosePathDoesNotFitIsIgnored) {
     for (const std::size_t length : {1022U, 1023U, 1024U, 1025U}) {
         const std::string path = "/" + std::string(length - 1, 'd');
         g_fileUrls.clear();
@@ -166,7 +154,7 @@ TEST_F(DiskCallbacks, APathThatDoesNotFitIsIgnored) {
 }
 
 // With a longer path the info file's path would be truncated.
-TEST_F(DiskCallbacks, AVolumesPathHas1003BytesAtMost) {
+TEST_F(DiskCallbacks, VolumeWithMoreThan1003BytesOfPathIsIgnored) {
     for (const std::size_t length : {1003U, 1004U}) {
         std::string below;
         while (tree_.Root().size() + below.size() + 1 < length) {
@@ -181,7 +169,7 @@ TEST_F(DiskCallbacks, AVolumesPathHas1003BytesAtMost) {
     }
 }
 
-TEST_F(DiskCallbacks, ADisappearingDiskIsNamedUnderTheLockAndAnAppearingOneIsNot) {
+TEST_F(DiskCallbacks, OnlyTheNameOfADisappearingDiskIsReadWithTheLockHeld) {
     FakeDisk disk("sr0", static_cast<const char*>(nullptr));
     DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
     EXPECT_TRUE(disk.wasNamedUnderTheLock_);
@@ -199,7 +187,7 @@ TEST_F(DiskCallbacks, OtherVolumesAreIgnored) {
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
-TEST_F(DiskCallbacks, AVolumeWithoutADescriptionIsLogged) {
+TEST_F(DiskCallbacks, VolumeWithoutADescriptionIsLogged) {
     FakeDisk disk("sr0", "/");
     disk.FailDescription();
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
@@ -208,7 +196,7 @@ TEST_F(DiskCallbacks, AVolumeWithoutADescriptionIsLogged) {
                             "DADiskCopyDescription"));
 }
 
-TEST_F(DiskCallbacks, AFailedRecognitionIsLoggedWithThePath) {
+TEST_F(DiskCallbacks, FailedRecognitionIsLoggedWithThePath) {
     tree_.MakeChangerRoot("", kOtherChanger);
     g_recognitionFails = true;
     Appear("sr0", tree_.Root());
@@ -221,7 +209,7 @@ TEST_F(DiskCallbacks, AFailedRecognitionIsLoggedWithThePath) {
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
-TEST_F(DiskCallbacks, ASecondVolumeOfAChangerReplacesTheFirst) {
+TEST_F(DiskCallbacks, SecondVolumeOfAChangerReplacesTheFirst) {
     tree_.MakeChangerRoot("first", kOtherChanger);
     tree_.MakeChangerRoot("second", kOtherChanger);
     Appear("sr0", tree_.Path("first"));
@@ -251,7 +239,7 @@ TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
     EXPECT_EQ(PathOf(kOtherChanger), tree_.Root());
 }
 
-TEST_F(DiskCallbacks, APathThatIsNotUtf8IsLogged) {
+TEST_F(DiskCallbacks, PathThatIsNotUtf8IsLogged) {
     tree_.MakeChangerRoot("\xFF", kOtherChanger);
     Appear("sr0", tree_.Path("\xFF"));
     EXPECT_THAT(
@@ -264,7 +252,7 @@ TEST_F(DiskCallbacks, APathThatIsNotUtf8IsLogged) {
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
-TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
+TEST_F(DiskCallbacks, FailedRemovalIsLogged) {
     EXPECT_EQ(AddChangerFSToList(kOtherChanger, std::string(128, 'n').c_str(), "/x"), nullptr);
     Disappear("sr0");
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
@@ -278,7 +266,7 @@ TEST_F(DiskCallbacks, AFailedRemovalIsLogged) {
 
 // The volume is recognised without the lock and read again with the lock held; a volume that
 // has disappeared in between is logged.
-TEST_F(DiskCallbacks, ARootThatDisappearsBetweenTheTwoReadingsIsLogged) {
+TEST_F(DiskCallbacks, RootThatDisappearsBeforeItsSecondReadingIsLogged) {
     tree_.MakeChangerRoot("", kOtherChanger);
     StateLock::OnLock([&] { std::filesystem::remove(tree_.Path(".changer_info.plist")); });
     Appear("sr0", tree_.Root());

@@ -2,7 +2,6 @@
 
 #include "trayprobed/ChangerFSCacheState.h"
 
-#include "AllocationFaults.h"
 #include "NumberReferences.h"
 #include "RefusedKey.h"
 #include "support/Chain.h"
@@ -11,7 +10,6 @@
 #include "support/WithoutMemory.h"
 
 #include <atomic>
-#include <cstddef>
 #include <set>
 #include <string>
 #include <thread>
@@ -56,21 +54,21 @@ private:
     const NumberReferences numberReferences_; // counted after the registry's end
 };
 
-TEST_F(Registry, AnAddedChangerHasItsPath) {
+TEST_F(Registry, AddedChangerHasItsPath) {
     Add(kChanger, "sr0", "/Volumes/changer");
     EXPECT_TRUE(IsMounted(kChanger));
     EXPECT_FALSE(IsMounted(kOtherChanger));
     EXPECT_EQ(PathOf(kChanger), "/Volumes/changer");
 }
 
-TEST_F(Registry, AnAbsentChangerHasNoPath) {
+TEST_F(Registry, AbsentChangerHasNoPath) {
     char path[16] = "before";
     EXPECT_EQ(TakeChain(GetChangerFSMountPath(0xAB, path, sizeof path)),
               (Chain{{"fail get changer dict for GUID 00000000000000AB", "GetChangerFSMountPath",
                       kSource}}));
 }
 
-TEST_F(Registry, ASecondVolumeOfAChangerReplacesTheFirst) {
+TEST_F(Registry, SecondVolumeOfAChangerReplacesTheFirst) {
     Add(kChanger, "sr0", "/first");
     Add(kChanger, "sr1", "/second");
     EXPECT_EQ(PathOf(kChanger), "/second");
@@ -80,7 +78,7 @@ TEST_F(Registry, ASecondVolumeOfAChangerReplacesTheFirst) {
     EXPECT_FALSE(IsMounted(kChanger));
 }
 
-TEST_F(Registry, RemovingComparesNamesByteForByte) {
+TEST_F(Registry, RemovalComparesNamesByteForByte) {
     Add(kChanger, "sr0", "/first");
     Add(kOtherChanger, "sr1", "/second");
     for (const char* name : {"SR0", "sr", "sr00", "", "sr2"})
@@ -91,7 +89,7 @@ TEST_F(Registry, RemovingComparesNamesByteForByte) {
     EXPECT_TRUE(IsMounted(kOtherChanger));
 }
 
-TEST_F(Registry, RemovingTakesOneOfSeveralEntriesWithAName) {
+TEST_F(Registry, RemovalTakesOneOfSeveralEntriesWithTheSameName) {
     Add(kChanger, "sr0", "/first");
     Add(kOtherChanger, "sr0", "/second");
     Remove("sr0");
@@ -100,12 +98,12 @@ TEST_F(Registry, RemovingTakesOneOfSeveralEntriesWithAName) {
     EXPECT_FALSE(IsMounted(kChanger) || IsMounted(kOtherChanger));
 }
 
-TEST_F(Registry, RemovingFromAnEmptyRegistrySucceeds) {
+TEST_F(Registry, RemovalFromAnEmptyRegistrySucceeds) {
     Remove("sr0");
 }
 
 // The scan copies each name into 128 bytes; a longer name ends the scan.
-TEST_F(Registry, ANameThatDoesNotFitEndsTheScan) {
+TEST_F(Registry, NameThatDoesNotFitEndsTheScan) {
     Add(kChanger, std::string(127, 'n').c_str(), "/first");
     Remove(std::string(127, 'n').c_str());
     EXPECT_FALSE(IsMounted(kChanger));
@@ -117,7 +115,7 @@ TEST_F(Registry, ANameThatDoesNotFitEndsTheScan) {
     EXPECT_TRUE(IsMounted(kChanger));
 }
 
-TEST_F(Registry, APathLongerThanTheBufferFails) {
+TEST_F(Registry, PathLongerThanTheBufferFails) {
     Add(kChanger, "sr0", "/123456789");
     char path[10];
     EXPECT_EQ(TakeChain(GetChangerFSMountPath(kChanger, path, sizeof path)),
@@ -129,14 +127,14 @@ TEST_F(Registry, APathLongerThanTheBufferFails) {
     EXPECT_STREQ(enough, "/123456789");
 }
 
-TEST_F(Registry, AChangersNumberIsLoggedInSixteenDigits) {
+TEST_F(Registry, ChangersNumberIsLoggedInSixteenDigits) {
     Add(0xAB, "sr0", "/123456789");
     char path[10];
     EXPECT_EQ(TakeMessages(GetChangerFSMountPath(0xAB, path, sizeof path)).back(),
               "fail get changer mount path for GUID 00000000000000AB");
 }
 
-TEST_F(Registry, PathsAreUtf8) {
+TEST_F(Registry, PathsAndNamesMustBeUtf8) {
     Add(kChanger, "sr0", "/Volumes/\xC3\xA4\n 100%n");
     EXPECT_EQ(PathOf(kChanger), "/Volumes/\xC3\xA4\n 100%n");
     EXPECT_EQ(TakeChain(AddChangerFSToList(kOtherChanger, "sr1", "/\xFF")),
@@ -147,12 +145,12 @@ TEST_F(Registry, PathsAreUtf8) {
     EXPECT_FALSE(IsMounted(kOtherChanger));
 }
 
-TEST(RegistryLife, IsEmptyOutsideInitAndTerm) {
+TEST(RegistryLife, RegistryIsEmptyBeforeInitAndAfterTerm) {
     const LogCapture log;
     bool isInList = true;
     TermChangerFSCacheState();
-    EXPECT_EQ(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
-              std::vector<std::string>{"fail create fs info dict"});
+    EXPECT_THAT(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
+                ElementsAre("fail create fs info dict"));
     EXPECT_EQ(RemoveChangerFSFromList("sr0"), nullptr);
     EXPECT_EQ(IsChangerFSGUIDInList(kChanger, &isInList), nullptr);
     EXPECT_FALSE(isInList);
@@ -173,51 +171,40 @@ TEST(RegistryLife, WithoutMemoryInitFails) {
 // ---- memory ----
 
 TEST_F(Registry, WithoutMemoryAnEntryIsAddedWholeOrNotAtAll) {
-    std::set<std::string> newest;
-    VErrLink* err = nullptr;
-    SweepAllocationFaults([&](std::size_t) { err = AddChangerFSToList(kChanger, "sr0", "/first"); },
-                          [&](std::size_t nth, bool happened) {
-                              EXPECT_EQ(IsMounted(kChanger), !happened) << "allocation " << nth;
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  newest.insert(chain.back().message);
-                          });
+    const auto check = [&](const Chain&, bool failed) { EXPECT_EQ(IsMounted(kChanger), !failed); };
+    EXPECT_THAT(
+        SweepErrors([] { return AddChangerFSToList(kChanger, "sr0", "/first"); }, check),
+        testing::IsSupersetOf({"fail CFNumberCreate", "fail create fs info dict",
+                               "fail set changer BSD name", "fail set changer mount path value"}));
     EXPECT_EQ(PathOf(kChanger), "/first");
     Remove("sr0");
     EXPECT_FALSE(IsMounted(kChanger));
-    EXPECT_THAT(newest, testing::IsSupersetOf({"fail CFNumberCreate", "fail create fs info dict",
-                                               "fail set changer BSD name",
-                                               "fail set changer mount path value"}));
 }
 
-TEST_F(Registry, AValueThatCannotBeAddedIsNamedInTheError) {
+TEST_F(Registry, ErrorNamesTheValueThatCannotBeAdded) {
     {
         const RefusedKey refused("BSD Name");
         EXPECT_THAT(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
-                    testing::Contains("fail set changer BSD name"));
+                    Contains("fail set changer BSD name"));
     }
     const RefusedKey refused("Mount Path");
     EXPECT_THAT(TakeMessages(AddChangerFSToList(kChanger, "sr0", "/x")),
-                testing::Contains("fail set changer mount path value"));
+                Contains("fail set changer mount path value"));
     EXPECT_FALSE(IsMounted(kChanger));
 }
 
 TEST_F(Registry, WithoutMemoryLookupsFailAndChangeNothing) {
     Add(kChanger, "sr0", "/first");
     std::set<std::string> messages;
-    VErrLink* err = nullptr;
     bool isInList = false;
     char path[64];
-    const auto check = [&](std::size_t, bool happened) {
-        EXPECT_EQ(err != nullptr, happened);
-        for (const RaisedLink& link : TakeChain(err))
+    const auto note = [&](const Chain& chain, bool) {
+        for (const RaisedLink& link : chain)
             messages.insert(link.function + ": " + link.message);
     };
-    SweepAllocationFaults([&](std::size_t) { err = IsChangerFSGUIDInList(kChanger, &isInList); },
-                          check);
-    SweepAllocationFaults(
-        [&](std::size_t) { err = GetChangerFSMountPath(kChanger, path, sizeof path); }, check);
-    SweepAllocationFaults([&](std::size_t) { err = RemoveChangerFSFromList("sr1"); }, check);
+    SweepErrors([&] { return IsChangerFSGUIDInList(kChanger, &isInList); }, note);
+    SweepErrors([&] { return GetChangerFSMountPath(kChanger, path, sizeof path); }, note);
+    SweepErrors([] { return RemoveChangerFSFromList("sr1"); }, note);
     EXPECT_THAT(messages,
                 testing::IsSupersetOf({"IsChangerFSGUIDInList: fail CFNumberCreate",
                                        "GetChangerFSMountPath: fail CFNumberCreate",

@@ -1,14 +1,13 @@
 /* The settings of an entry of "changer info": daily build, abort, build on request. */
 
-#include "AllocationFaults.h"
 #include "FakeTime.h"
 #include "Journal.h"
 #include "ManagedChangers.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 #include "trayprobed/MediaIdManager.h"
 
 #include <ctime>
-#include <set>
 #include <string>
 
 namespace {
@@ -17,20 +16,10 @@ constexpr const char* kSource = "trayprobed/MediaIdManager";
 
 class ChangerSettings : public ManagedChangers {
 protected:
-    // The handler fails for a changer that is unknown or has no GUID.
-    template<typename Handler>
-    void ExpectNeedsAKnownChanger(Handler handler, const char* newest) {
-        EXPECT_THAT(MessagesOf(handler, Changer(kChanger)),
-                    ElementsAre("fail find changer in list", "fail GetChangerDictForGUID", newest));
-        EXPECT_THAT(MessagesOf(handler, Without(Changer(kChanger), "GUID")),
-                    ElementsAre("fail get value from dict", "fail get changer GUID"));
-    }
-    // The daily time that is scheduled, "hh:mm", or "none".
-    std::string ScheduleOf(const CFOwned<CFMutableDictionaryRef>& preferences) {
+    // The daily time that the changer's entry schedules, "hh:mm", or "none".
+    std::string ScheduleOf(const CFOwned<CFMutableDictionaryRef>& changer) {
         const std::size_t before = RecordedTimers::All().size();
-        EXPECT_THAT(Handle(UpdateChangerSettings,
-                           Changer(kChanger, {{"Changer Preferences", preferences}})),
-                    IsEmpty());
+        EXPECT_THAT(Handle(UpdateChangerSettings, changer), IsEmpty());
         if (RecordedTimers::All().size() == before)
             return "none";
         char text[16];
@@ -44,49 +33,42 @@ protected:
 
 // ---- the settings ----
 
-TEST_F(ChangerSettings, TheDailyBuildIsScheduledAtOneByDefault) {
+TEST_F(ChangerSettings, DailyBuildIsScheduledAtThePreferredTimeOrAtOne) {
     const FakeTime time(Utc("2024-01-15 12:00:00"));
     AddChanger(kChanger);
-    EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}})), "01:00");
-    EXPECT_EQ(
-        ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", 23}})),
-        "23:00");
-    EXPECT_EQ(ScheduleOf(
-                  Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeMinutes", 5}})),
-              "01:05");
-    EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true},
-                                     {"BuildDirCacheTimeHours", 14},
-                                     {"BuildDirCacheTimeMinutes", 59}})),
+    EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild()), "01:00");
+    EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild({{"BuildDirCacheTimeHours", 23}})), "23:00");
+    EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild({{"BuildDirCacheTimeMinutes", 5}})), "01:05");
+    EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild(
+                  {{"BuildDirCacheTimeHours", 14}, {"BuildDirCacheTimeMinutes", 59}})),
               "14:59");
-    EXPECT_EQ(
-        ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", 24}})),
-        "00:00");
+    EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild({{"BuildDirCacheTimeHours", 24}})), "00:00");
 }
 
 TEST_F(ChangerSettings, OnlyTheTrueObjectSchedulesTheDailyBuild) {
     AddChanger(kChanger);
-    EXPECT_EQ(ScheduleOf(Dictionary()), "none");
+    EXPECT_EQ(ScheduleOf(Changer(kChanger)), "none");
     for (const Value& value : {Value(false), Value(1), Value("true")})
-        EXPECT_EQ(ScheduleOf(Dictionary(
+        EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild(
                       {{"BuildDirCacheOnSchedule", value}, {"BuildDirCacheTimeHours", 3}})),
                   "none");
 }
 
-TEST_F(ChangerSettings, WithoutAScheduleTheTimerIsOnlyCancelled) {
+TEST_F(ChangerSettings, ChangerWithoutScheduleHasItsTimerCancelled) {
     AddChanger(kChanger);
-    ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}}));
+    ScheduleOf(ChangerWithDailyBuild());
     Journal::Take();
-    EXPECT_EQ(ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", false}})), "none");
+    EXPECT_EQ(ScheduleOf(ChangerWithDailyBuild({{"BuildDirCacheOnSchedule", false}})), "none");
     EXPECT_THAT(Journal::Take(), ElementsAre("remove from common", "invalidate"));
-    EXPECT_EQ(ScheduleOf(Dictionary()), "none");
+    EXPECT_EQ(ScheduleOf(Changer(kChanger)), "none");
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(ChangerSettings, TheTimerIsCancelledBeforeAnythingElseCanFail) {
+TEST_F(ChangerSettings, TimerIsCancelledEvenIfThePreferencesAreMissing) {
     AddChanger(kChanger);
-    for (const auto& changer : {Without(Changer(kChanger), "Changer Preferences"),
-                                Changer(kChanger, {{"Changer Preferences", "text"}})}) {
-        ScheduleOf(Dictionary({{"BuildDirCacheOnSchedule", true}}));
+    for (const auto& changer :
+         {Without(Changer(kChanger), "Changer Preferences"), ChangerThatPrefers("text")}) {
+        ScheduleOf(ChangerWithDailyBuild());
         Journal::Take();
         EXPECT_EQ(Handle(UpdateChangerSettings, changer),
                   (Chain{{"fail get changer preferences", "UpdateChangerSettings", kSource}}));
@@ -96,37 +78,31 @@ TEST_F(ChangerSettings, TheTimerIsCancelledBeforeAnythingElseCanFail) {
 
 TEST_F(ChangerSettings, TimesThatAreNo32BitNumbersFail) {
     AddChanger(kChanger);
-    const double half = 1.5;
-    const CFOwned<CFNumberRef> real(CFNumberCreate(nullptr, kCFNumberFloat64Type, &half));
-    for (const Value& value : {Value("1"), Value(true), Value(SInt64{1} << 40), Value(real)}) {
-        const auto hours =
-            Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", value}});
-        EXPECT_EQ(
-            Handle(UpdateChangerSettings, Changer(kChanger, {{"Changer Preferences", hours}})),
-            (Chain{{"fail get hours as number", "UpdateChangerSettings", kSource}}));
-        const auto minutes =
-            Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeMinutes", value}});
-        EXPECT_EQ(
-            Handle(UpdateChangerSettings, Changer(kChanger, {{"Changer Preferences", minutes}})),
-            (Chain{{"fail get minutes as number", "UpdateChangerSettings", kSource}}));
+    for (const Value& value : {Value("1"), Value(true), Value(SInt64{1} << 40), Value(Real(1.5))}) {
+        EXPECT_EQ(Handle(UpdateChangerSettings,
+                         ChangerWithDailyBuild({{"BuildDirCacheTimeHours", value}})),
+                  (Chain{{"fail get hours as number", "UpdateChangerSettings", kSource}}));
+        EXPECT_EQ(Handle(UpdateChangerSettings,
+                         ChangerWithDailyBuild({{"BuildDirCacheTimeMinutes", value}})),
+                  (Chain{{"fail get minutes as number", "UpdateChangerSettings", kSource}}));
     }
     EXPECT_THAT(RecordedTimers::All(), IsEmpty());
 }
 
-TEST_F(ChangerSettings, SettingsOfAnUnknownOrNamelessChangerFail) {
-    ExpectNeedsAKnownChanger(UpdateChangerSettings, "fail UnscheduleChangerFSCacheTimer");
+TEST_F(ChangerSettings, SettingsOfAnUnknownChangerFail) {
+    EXPECT_THAT(MessagesOf(UpdateChangerSettings, Changer(kChanger)),
+                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
+                            "fail UnscheduleChangerFSCacheTimer"));
 }
 
-TEST_F(ChangerSettings, AFailedSchedulingLogsTheTime) {
+TEST_F(ChangerSettings, FailedSchedulingLogsTheTime) {
     AddChanger(kChanger);
     RecordedTimers::FailNext();
-    const auto preferences = Dictionary({{"BuildDirCacheOnSchedule", true},
-                                         {"BuildDirCacheTimeHours", 7},
-                                         {"BuildDirCacheTimeMinutes", 5}});
-    EXPECT_THAT(MessagesOf(UpdateChangerSettings,
-                           Changer(kChanger, {{"Changer Preferences", preferences}})),
-                ElementsAre("fail CFRunLoopTimerCreate",
-                            "fail ScheduleChangerFSCacheTimer for 9EDCBA9876543210 with 7:05"));
+    EXPECT_THAT(
+        MessagesOf(UpdateChangerSettings, ChangerWithDailyBuild({{"BuildDirCacheTimeHours", 7},
+                                                                 {"BuildDirCacheTimeMinutes", 5}})),
+        ElementsAre("fail CFRunLoopTimerCreate",
+                    "fail ScheduleChangerFSCacheTimer for 9EDCBA9876543210 with 7:05"));
 }
 
 // ---- aborts ----
@@ -136,14 +112,14 @@ CFOwned<CFMutableDictionaryRef> WithStatus(const char* client,
     return Changer(kChanger, {{"Changer Client Status", Dictionary({{client, status}})}});
 }
 
-TEST_F(ChangerSettings, AnAbortLastsAsLongAsTheServerReportsIt) {
+TEST_F(ChangerSettings, AbortFlagFollowsTheStatusOfTheServer) {
     Notify({WithStatus("trayprobed", Dictionary({{"Abort Requested", true}}))});
     EXPECT_TRUE(ShouldAbort(kChanger));
     Notify({WithStatus("trayprobed", Dictionary({{"Abort Requested", false}}))});
     EXPECT_FALSE(ShouldAbort(kChanger));
 }
 
-TEST_F(ChangerSettings, AbortsOfOtherClientsAreIgnored) {
+TEST_F(ChangerSettings, AbortsOfOtherClientsClearTheFlag) {
     AddChanger(kChanger);
     const auto abort = Dictionary({{"Abort Requested", true}});
     for (const auto& changer :
@@ -155,7 +131,7 @@ TEST_F(ChangerSettings, AbortsOfOtherClientsAreIgnored) {
     }
 }
 
-TEST_F(ChangerSettings, AStatusWithoutAnAbortValueLeavesTheFlag) {
+TEST_F(ChangerSettings, StatusWithoutAnAbortValueLeavesTheFlag) {
     AddChanger(kChanger);
     EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
     EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, WithStatus("trayprobed", Dictionary())),
@@ -170,30 +146,26 @@ TEST_F(ChangerSettings, AStatusWithoutAnAbortValueLeavesTheFlag) {
     EXPECT_TRUE(ShouldAbort(kChanger));
 }
 
-TEST_F(ChangerSettings, AbortsNeedAStatusListAndAKnownChanger) {
+TEST_F(ChangerSettings, AbortWithoutAStatusListOrAKnownChangerFails) {
     for (const auto& changer : {Without(Changer(kChanger), "Changer Client Status"),
                                 Changer(kChanger, {{"Changer Client Status", Array()}})})
         EXPECT_EQ(
             Handle(HandleChangerOperationAbort, changer),
             (Chain{{"fail get client status list dict", "HandleChangerOperationAbort", kSource}}));
-    ExpectNeedsAKnownChanger(HandleChangerOperationAbort, "fail SetChangerShouldAbortOperation");
+    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, Changer(kChanger)),
+                ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
+                            "fail SetChangerShouldAbortOperation"));
 }
 
 TEST_F(ChangerSettings, WithoutMemoryTheAbortFlagIsUnchanged) {
     AddChanger(kChanger);
     const auto changer = WithStatus("trayprobed", Dictionary({{"Abort Requested", true}}));
-    std::set<std::string> newest;
-    VErrLink* err = nullptr;
-    SweepAllocationFaults([&](std::size_t) { err = HandleChangerOperationAbort(changer); },
-                          [&](std::size_t, bool happened) {
-                              EXPECT_EQ(err != nullptr, happened);
-                              EXPECT_EQ(ShouldAbort(kChanger), !happened);
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  newest.insert(chain.back().message);
-                          });
-    EXPECT_THAT(newest, testing::IsSupersetOf(
-                            {"fail alloc client name str", "fail SetChangerShouldAbortOperation"}));
+    const auto check = [&](const Chain&, bool failed) {
+        EXPECT_EQ(ShouldAbort(kChanger), !failed);
+    };
+    EXPECT_THAT(SweepErrors([&] { return HandleChangerOperationAbort(changer); }, check),
+                testing::IsSupersetOf(
+                    {"fail alloc client name str", "fail SetChangerShouldAbortOperation"}));
 }
 
 // ---- builds on request ----
@@ -209,11 +181,9 @@ TEST_F(ChangerSettings, OnlyTheTrueObjectRequestsABuild) {
                        Changer(kChanger, {{"Changer Request Identification", true}})),
                 IsEmpty());
     EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210"));
-    EXPECT_THAT(MessagesOf(HandleManualChangerFSBuildStart, Without(Changer(kChanger), "GUID")),
-                ElementsAre("fail get value from dict", "fail get changer GUID"));
 }
 
-TEST_F(ChangerSettings, ARequestOfAChangerWithoutAGuidStartsNoBuild) {
+TEST_F(ChangerSettings, BuildRequestOfAChangerWithoutAGuidFails) {
     const auto info =
         Without(Changer(kChanger, {{"Changer Request Identification", true}}), "GUID");
     EXPECT_THAT(MessagesOf(HandleManualChangerFSBuildStart, info),

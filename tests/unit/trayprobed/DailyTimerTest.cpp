@@ -1,18 +1,17 @@
 /* The daily build: its timer's first fire date, run loop and context. */
 
-#include "AllocationFaults.h"
 #include "FakeTime.h"
 #include "Journal.h"
 #include "RecordedTimers.h"
 #include "RefusedKey.h"
 #include "Store.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
-#include <functional>
 #include <set>
 #include <string>
 
@@ -59,10 +58,13 @@ protected:
         g_startFailures = 0;
         Journal::Take();
     }
-    ~DailyTimer() override {
-        Journal::Take();
-    }
 
+    static Chain Schedule(SInt32 hour = 10) {
+        return TakeChain(ScheduleChangerFSCacheTimer(kChanger, hour, 0));
+    }
+    static Chain Unschedule() {
+        return TakeChain(UnscheduleChangerFSCacheTimer(kChanger));
+    }
     // The first fire date of a timer scheduled at that time.
     static time_t FirstFire(time_t now, SInt32 hour, SInt32 minute) {
         FakeTime::Set(now);
@@ -73,9 +75,16 @@ protected:
         return fireTime;
     }
     static bool HoldsTimer() {
-        CFOwned<CFMutableDictionaryRef> dict;
-        EXPECT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-        return CFDictionaryContainsKey(dict, CFSTR("FS Cache Timer")) != 0;
+        return TimerOf(kChanger) != nullptr;
+    }
+    // Schedules with each allocation failing in turn, which may not leave a timer in the state.
+    template<typename Check>
+    static std::set<std::string> SweepScheduling(Check check) {
+        return SweepErrors([] { return ScheduleChangerFSCacheTimer(kChanger, 10, 0); },
+                           [&](const Chain& chain, bool failed) {
+                               EXPECT_EQ(HoldsTimer(), !failed);
+                               check(chain);
+                           });
     }
 
     RecordedTimers timers_;
@@ -133,7 +142,7 @@ constexpr FirstFireCase kFirstFires[] = {
      "2024-01-11 20:00:00"}, // still in the past: due at once
 };
 
-TEST_F(DailyTimer, FiresFirstAtTheNextSuchTime) {
+TEST_F(DailyTimer, FirstFireDateIsTheNextSuchTime) {
     for (const FirstFireCase& each : kFirstFires) {
         SetZone(each.zone);
         EXPECT_EQ(FirstFire(Utc(each.now), each.hour, each.minute), Utc(each.first))
@@ -142,7 +151,7 @@ TEST_F(DailyTimer, FiresFirstAtTheNextSuchTime) {
 }
 
 // mktime() may choose either offset; both are in that night.
-TEST_F(DailyTimer, TimesSkippedOrRepeatedByTheZoneFireThatNight) {
+TEST_F(DailyTimer, TimeSkippedOrRepeatedByTheZoneFiresThatNight) {
     SetZone("Europe/Berlin");
     EXPECT_THAT(FirstFire(Utc("2024-03-30 23:30:00"), 2, 30),
                 testing::AnyOf(Utc("2024-03-31 00:30:00"), Utc("2024-03-31 01:30:00")));
@@ -157,7 +166,7 @@ TEST_F(DailyTimer, ExtremeHoursAndMinutesGiveDistantTimes) {
     EXPECT_GT(FirstFire(now, INT32_MAX, INT32_MAX), now);
 }
 
-TEST_F(DailyTimer, AChangedZoneIsSeenAtTheNextScheduling) {
+TEST_F(DailyTimer, ChangedZoneTakesEffectAtTheNextScheduling) {
     const time_t now = Utc("2024-01-15 12:00:00");
     SetZone("Asia/Kathmandu");
     EXPECT_EQ(FirstFire(now, 18, 45), Utc("2024-01-15 13:00:00"));
@@ -165,23 +174,21 @@ TEST_F(DailyTimer, AChangedZoneIsSeenAtTheNextScheduling) {
     EXPECT_EQ(FirstFire(now, 18, 45), Utc("2024-01-15 23:45:00"));
 }
 
-TEST_F(DailyTimer, ATimeThatCannotBeMadeIsAFailure) {
+TEST_F(DailyTimer, TimeThatCannotBeConvertedIsAnError) {
     g_onMakeTime = [](time_t) { return time_t{-1}; };
-    EXPECT_EQ(
-        TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
-        (Chain{{"fail construct buildTime for today", "ScheduleChangerFSCacheTimer", kSource}}));
+    EXPECT_EQ(Schedule(), (Chain{{"fail construct buildTime for today",
+                                  "ScheduleChangerFSCacheTimer", kSource}}));
     g_onMakeTime = [](time_t made) { return made > Utc("2024-01-16 00:00:00") ? -1 : made; };
-    EXPECT_EQ(
-        TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
-        (Chain{{"fail construct buildTime for tomorrow", "ScheduleChangerFSCacheTimer", kSource}}));
+    EXPECT_EQ(Schedule(), (Chain{{"fail construct buildTime for tomorrow",
+                                  "ScheduleChangerFSCacheTimer", kSource}}));
     EXPECT_THAT(RecordedTimers::All(), IsEmpty());
     EXPECT_FALSE(HoldsTimer());
 }
 
 // ---- the timer ----
 
-TEST_F(DailyTimer, RepeatsDailyAndCarriesTheGuid) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+TEST_F(DailyTimer, TimerRepeatsDailyAndCarriesTheGuid) {
+    EXPECT_EQ(Schedule(), Chain());
     ASSERT_EQ(RecordedTimers::All().size(), 1U);
     const RecordedTimer& timer = RecordedTimers::All().front();
     EXPECT_EQ(timer.interval, 86400.0);
@@ -198,35 +205,32 @@ TEST_F(DailyTimer, RepeatsDailyAndCarriesTheGuid) {
     EXPECT_EQ(static_cast<UInt64>(guid), kChanger);
 }
 
-TEST_F(DailyTimer, IsAddedToTheDefaultModeAndToTheState) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+TEST_F(DailyTimer, TimerIsAddedToTheDefaultModeAndToTheState) {
+    EXPECT_EQ(Schedule(), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
-    CFOwned<CFMutableDictionaryRef> dict;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-    EXPECT_EQ(CFDictionaryGetValue(dict, CFSTR("FS Cache Timer")),
-              RecordedTimers::All().front().timer);
+    EXPECT_EQ(TimerOf(kChanger), RecordedTimers::All().front().timer);
 }
 
 // Only the loop and the state own the timer.
 TEST_F(DailyTimer, UnschedulingReleasesEveryReference) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+    EXPECT_EQ(Schedule(), Chain());
     const auto* timer = reinterpret_cast<const cf::Object*>(RecordedTimers::All().front().timer);
     EXPECT_EQ(timer->references, 3); // including RecordedTimers
-    EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+    EXPECT_EQ(Unschedule(), Chain());
     EXPECT_EQ(timer->references, 1);
 }
 
-TEST_F(DailyTimer, IsRemovedFromTheWrongModeAndThenInvalidated) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+TEST_F(DailyTimer, TimerIsRemovedFromTheCommonModesAndInvalidated) {
+    EXPECT_EQ(Schedule(), Chain());
     Journal::Take();
-    EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+    EXPECT_EQ(Unschedule(), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("remove from common", "invalidate"));
     EXPECT_FALSE(HoldsTimer());
     CFRunLoopRun(); // returns because no timer is left
 }
 
 TEST_F(DailyTimer, UnschedulingWithoutATimerChangesNothing) {
-    EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+    EXPECT_EQ(Unschedule(), Chain());
     EXPECT_THAT(Journal::Take(), IsEmpty());
     EXPECT_TRUE(IsKnown(kChanger));
 }
@@ -240,7 +244,7 @@ TEST_F(DailyTimer, UnschedulingAnUnknownChangerFails) {
 }
 
 // The timer of an unknown changer stays in the loop.
-TEST_F(DailyTimer, SchedulingAnUnknownChangerFailsAfterAdding) {
+TEST_F(DailyTimer, SchedulingAnUnknownChangerFailsAfterAddingTheTimer) {
     EXPECT_EQ(
         TakeChain(ScheduleChangerFSCacheTimer(kOtherChanger, 10, 0)),
         (Chain{{"fail find changer in list", "GetChangerDictForGUID", kSource, kVErrCodeNotFound},
@@ -249,35 +253,20 @@ TEST_F(DailyTimer, SchedulingAnUnknownChangerFailsAfterAdding) {
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
 }
 
-TEST_F(DailyTimer, ATimerThatCannotBeMadeIsAFailure) {
+TEST_F(DailyTimer, TimerThatCannotBeCreatedIsAnError) {
     RecordedTimers::FailNext();
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
+    EXPECT_EQ(Schedule(),
               (Chain{{"fail CFRunLoopTimerCreate", "ScheduleChangerFSCacheTimer", kSource}}));
     EXPECT_THAT(Journal::Take(), IsEmpty());
     EXPECT_FALSE(HoldsTimer());
 }
 
-// Schedules with each allocation failing in turn. Returns the newest link's message of each run.
-std::multiset<std::string> SweepScheduling(const std::function<bool()>& holdsTimer) {
-    std::multiset<std::string> newest;
-    VErrLink* err = nullptr;
-    SweepAllocationFaults([&](std::size_t) { err = ScheduleChangerFSCacheTimer(kChanger, 10, 0); },
-                          [&](std::size_t nth, bool happened) {
-                              EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
-                              EXPECT_EQ(holdsTimer(), !happened) << "allocation " << nth;
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  newest.insert(chain.back().message);
-                          });
-    return newest;
-}
-
-// Not the first scheduling of the process: the run loop and the table of numbers exist.
+// Not the first scheduling of the process: the run loop and the table of numbers exist already.
 TEST_F(DailyTimer, WithoutMemorySchedulingFails) {
-    ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
-    ASSERT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+    ASSERT_EQ(Schedule(), Chain());
+    ASSERT_EQ(Unschedule(), Chain());
     EXPECT_THAT(
-        SweepScheduling(HoldsTimer),
+        SweepScheduling([](const Chain&) {}),
         testing::IsSupersetOf({"fail create changerGUIDNum", "fail CFRunLoopTimerCreate",
                                "fail GetChangerDictForGUID", "fail SetChangerDictForGUID"}));
 }
@@ -286,7 +275,11 @@ class FirstScheduling : public DailyTimer {
 public:
     void TestBody() override {
         CFRunLoopGetCurrent();
-        EXPECT_GE(SweepScheduling(HoldsTimer).count("fail create changerGUIDNum"), 3U);
+        int failures = 0;
+        SweepScheduling([&](const Chain& chain) {
+            failures += !chain.empty() && chain.back().message == "fail create changerGUIDNum";
+        });
+        EXPECT_GE(failures, 3);
     }
 };
 
@@ -302,27 +295,19 @@ TEST(DailyTimerDeathTest, WithoutMemoryTheFirstSchedulingFails) {
 }
 
 // The timer is in the loop by then, and without an entry in the state it stays there.
-TEST_F(DailyTimer, WithoutMemoryInTheStateSchedulingFailsAfterAdding) {
+TEST_F(DailyTimer, WithoutMemoryInTheStateSchedulingFailsAfterAddingTheTimer) {
     const RefusedKey refused("FS Cache Timer");
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)),
+    EXPECT_EQ(Schedule(),
               (Chain{{"fail SetChangerDictForGUID", "ScheduleChangerFSCacheTimer", kSource}}));
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
     EXPECT_FALSE(HoldsTimer());
 }
 
 TEST_F(DailyTimer, WithoutMemoryUnschedulingFails) {
-    std::set<std::string> newest;
-    VErrLink* err = nullptr;
-    ASSERT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
-    SweepAllocationFaults([&](std::size_t) { err = UnscheduleChangerFSCacheTimer(kChanger); },
-                          [&](std::size_t nth, bool happened) {
-                              EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
-                              EXPECT_EQ(HoldsTimer(), happened) << "allocation " << nth;
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  newest.insert(chain.back().message);
-                          });
-    EXPECT_THAT(newest, ElementsAre("fail GetChangerDictForGUID", "fail SetChangerDictForGUID"));
+    ASSERT_EQ(Schedule(), Chain());
+    const auto check = [](const Chain&, bool failed) { EXPECT_EQ(HoldsTimer(), failed); };
+    EXPECT_THAT(SweepErrors([] { return UnscheduleChangerFSCacheTimer(kChanger); }, check),
+                ElementsAre("fail GetChangerDictForGUID", "fail SetChangerDictForGUID"));
 }
 
 // ---- firing ----
@@ -330,30 +315,27 @@ TEST_F(DailyTimer, WithoutMemoryUnschedulingFails) {
 // Hour -100 is days ago, so the timer is due at once.
 constexpr SInt32 kDueHour = -100;
 
-TEST_F(DailyTimer, ADueTimerStartsABuildWithoutTheStateLock) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
+TEST_F(DailyTimer, DueTimerStartsABuildWithoutTheStateLock) {
+    EXPECT_EQ(Schedule(kDueHour), Chain());
     Journal::Take();
     CFRunLoopRun();
     EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210"));
     EXPECT_TRUE(HoldsTimer());
 }
 
-TEST_F(DailyTimer, SchedulingTwiceLeavesBothFiring) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
+TEST_F(DailyTimer, SchedulingTwiceLeavesBothTimersFiring) {
+    EXPECT_EQ(Schedule(kDueHour), Chain());
+    EXPECT_EQ(Schedule(kDueHour), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default", "add to default"));
-    CFOwned<CFMutableDictionaryRef> dict;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-    EXPECT_EQ(CFDictionaryGetValue(dict, CFSTR("FS Cache Timer")),
-              RecordedTimers::All().back().timer);
+    EXPECT_EQ(TimerOf(kChanger), RecordedTimers::All().back().timer);
     CFRunLoopRun();
     CFRunLoopRun();
     EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210", "build 9EDCBA9876543210"));
 }
 
 // Only the run loop still owns the timer.
-TEST_F(DailyTimer, FiresAfterTheStoreHasGone) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
+TEST_F(DailyTimer, TimerFiresAfterTheEndOfTheStore) {
+    EXPECT_EQ(Schedule(kDueHour), Chain());
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     TermMediaIdState();
     Journal::Take();
@@ -362,43 +344,43 @@ TEST_F(DailyTimer, FiresAfterTheStoreHasGone) {
 }
 
 // Removing a changer does not cancel its timer; added again, the changer gets a second timer.
-TEST_F(DailyTimer, TheTimerOfARemovedChangerStillFires) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
+TEST_F(DailyTimer, TimerOfARemovedChangerStillFires) {
+    EXPECT_EQ(Schedule(kDueHour), Chain());
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     AddChanger(kChanger);
     EXPECT_FALSE(HoldsTimer());
-    EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, kDueHour, 0)), Chain());
+    EXPECT_EQ(Unschedule(), Chain());
+    EXPECT_EQ(Schedule(kDueHour), Chain());
     Journal::Take();
     CFRunLoopRun();
     CFRunLoopRun();
     EXPECT_THAT(Journal::Take(), ElementsAre("build 9EDCBA9876543210", "build 9EDCBA9876543210"));
 }
 
-TEST_F(DailyTimer, OneNumberServesAllTimersOfAChanger) {
+TEST_F(DailyTimer, TimersOfAChangerShareOneNumber) {
     for (int round = 0; round < 3; ++round) {
-        EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
-        EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+        EXPECT_EQ(Schedule(), Chain());
+        EXPECT_EQ(Unschedule(), Chain());
         EXPECT_EQ(RecordedTimers::All().back().context.info,
                   RecordedTimers::All().front().context.info);
     }
 }
 
 // The daemon's table owns two references for ever, as key and as value; timers own none.
-TEST_F(DailyTimer, TheNumberOfATimerKeepsItsReferencesForGood) {
-    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+TEST_F(DailyTimer, TableKeepsTwoReferencesToTheNumberOfATimer) {
+    EXPECT_EQ(Schedule(), Chain());
     const CFTypeRef number = RecordedTimers::All().front().context.info;
     const std::int32_t references = NumberReferences::CountReferences(number);
     EXPECT_GE(references, 2);
     for (int round = 0; round < 5; ++round) {
-        EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kChanger)), Chain());
+        EXPECT_EQ(Unschedule(), Chain());
         EXPECT_EQ(NumberReferences::CountReferences(number), references);
-        EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kChanger, 10, 0)), Chain());
+        EXPECT_EQ(Schedule(), Chain());
         EXPECT_EQ(NumberReferences::CountReferences(number), references);
     }
 }
 
-TEST_F(DailyTimer, AFailedStartIsLogged) {
+TEST_F(DailyTimer, FailedStartIsLogged) {
     g_startFailures = 1;
     ChangerFSCache(nullptr, const_cast<__CFNumber*>(Integer(7).Get()));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
@@ -407,7 +389,7 @@ TEST_F(DailyTimer, AFailedStartIsLogged) {
                             "0000000000000007 (err = 11)"));
 }
 
-TEST_F(DailyTimer, AnInfoThatIsNoNumberIsLogged) {
+TEST_F(DailyTimer, InfoThatIsNoNumberIsLogged) {
     ChangerFSCache(nullptr, const_cast<__CFString*>(Text("7").Get()));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre("MediaIdState:123, ChangerFSCache: fail get info as changer GUID"));

@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -40,7 +40,7 @@ protected:
             for (const fs::directory_entry& entry : fs::directory_iterator(tree_.Path(path)))
                 names.push_back(path + "/" + entry.path().filename().string());
             path = names.front();
-            ways_.push_back(path);
+            firsts_.push_back(path);
             others_.emplace_back(names.begin() + 1, names.end());
         }
     }
@@ -48,29 +48,22 @@ protected:
     // The listings of a walk that skips the other directories of levels [from, to).
     std::vector<std::string> ListedBut(std::size_t fromLevel, std::size_t toLevel) const {
         std::vector<std::string> listed = {"list ."};
-        for (const std::string& way : ways_)
-            listed.push_back("list " + way);
+        for (const std::string& first : firsts_)
+            listed.push_back("list " + first);
         for (std::size_t level = kLevels; level-- > 0;) {
+            if (level >= fromLevel && level < toLevel)
+                continue;
             for (const std::string& other : others_[level])
-                if (level < fromLevel || level >= toLevel)
-                    listed.push_back("list " + other);
+                listed.push_back("list " + other);
         }
         return listed;
     }
-    static void AtTheListingOf(const std::string& path, const std::function<void()>& act) {
-        FileSystemSeams::OnListing([path, act](const std::string& listed) {
-            if (listed == path)
-                act();
-        });
-    }
     std::string Logged(std::size_t level, int error) const {
-        return "ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on " +
-               LoggedPath(ways_[level].substr(1).c_str()) + " (err = " + std::to_string(error) +
-               ")";
+        return ListingFailure(firsts_[level].substr(1), error);
     }
 
-    std::vector<std::string> ways_; // by level
-    std::vector<std::vector<std::string>> others_;
+    std::vector<std::string> firsts_; // by level: the directory that the walk enters first
+    std::vector<std::vector<std::string>> others_; // by level
 };
 
 TEST_F(DeepWalk, ReopensClosedDirectoriesOnTheWayBack) {
@@ -86,40 +79,35 @@ TEST_F(DeepWalk, CountsMediaRootsInReopenedDirectories) {
     UInt16 count = 0;
     EXPECT_THAT(TakeChain(CountMediaRootDirectories(tree_.Root().c_str(), &count)), IsEmpty());
     EXPECT_EQ(count, 2 * kLevels);
-    Journal::Take();
 }
 
 TEST_F(DeepWalk, KeepsNoMoreThanSixtyFourDescriptors) {
     const std::size_t before = CountDescriptors();
     std::size_t most = 0;
-    FileSystemSeams::OnOpening(
-        [before, &most] { most = std::max(most, CountDescriptors() - before); });
+    seams_.onOpening = [before, &most] { most = std::max(most, CountDescriptors() - before); };
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_EQ(most, 64U);
     EXPECT_EQ(CountDescriptors(), before);
-    Journal::Take();
 }
 
-// Siblings and upper levels are still walked.
-TEST_F(DeepWalk, ADirectoryThatCannotBeReopenedIsLoggedAndLeft) {
-    AtTheListingOf(ways_.back(), [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE); });
-    EXPECT_THAT(Walk(), IsEmpty());
-    EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
+// Siblings and upper levels are still walked. The names that the directory itself has left are
+// skipped, although a second attempt to open the directory would succeed.
+TEST_F(DeepWalk, DirectoryThatCannotBeReopenedIsLoggedAndLeftWithAllItsNames) {
+    for (const int failures : {INT_MAX, 1}) {
+        AtListingOf(firsts_.back(), [&] {
+            seams_.openingErrors[firsts_[kClosed]] = EMFILE;
+            seams_.openingFailures = failures;
+        });
+        EXPECT_THAT(Walk(), IsEmpty());
+        EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
+        EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
+        seams_.openingErrors.clear();
+    }
 }
 
-// The remaining names are skipped, although a second attempt would succeed.
-TEST_F(DeepWalk, ADirectoryThatFailedToReopenOnceIsLeftWithAllItsNames) {
-    AtTheListingOf(ways_.back(),
-                   [this] { FileSystemSeams::FailOpening(ways_[kClosed], EMFILE, 1); });
-    EXPECT_THAT(Walk(), IsEmpty());
-    EXPECT_EQ(Journal::Take(), ListedBut(kClosed + 1, kClosed + 2));
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Logged(kClosed, EMFILE)));
-}
-
-TEST_F(DeepWalk, ADirectoryThatReplacedTheClosedOneIsNotEntered) {
-    const std::string place = tree_.Path(ways_[kClosed]);
-    AtTheListingOf(ways_.back(), [&] {
+TEST_F(DeepWalk, DirectoryThatReplacedAClosedOneIsNotEntered) {
+    const std::string place = tree_.Path(firsts_[kClosed]);
+    AtListingOf(firsts_.back(), [&] {
         fs::rename(place, tree_.Path("elsewhere"));
         fs::create_directories(place + "/a");
         fs::create_directories(place + "/b");
@@ -132,32 +120,30 @@ TEST_F(DeepWalk, ADirectoryThatReplacedTheClosedOneIsNotEntered) {
     EXPECT_EQ(log_.TakeWithoutLineNumbers(), logged);
 }
 
-TEST_F(DeepWalk, ALinkThatReplacedTheClosedDirectoryIsNotFollowed) {
-    const std::string place = tree_.Path(ways_[kClosed]);
-    AtTheListingOf(ways_[kClosed + 1], [&] {
+TEST_F(DeepWalk, LinkThatReplacedAClosedDirectoryIsNotFollowed) {
+    const std::string place = tree_.Path(firsts_[kClosed]);
+    AtListingOf(firsts_[kClosed + 1], [&] {
         fs::rename(place, tree_.Path("elsewhere"));
         fs::create_directory_symlink(tree_.Path("elsewhere"), place);
     });
     EXPECT_THAT(Walk(), IsEmpty());
     EXPECT_THAT(log_.TakeWithoutLineNumbers(), testing::Contains(Logged(kClosed, ENOTDIR)));
-    Journal::Take();
 }
 
 TEST_F(DeepWalk, NamesBeyondTheBudgetFailTheListing) {
     for (int i = 0; i < 20; ++i)
         tree_.MakeDirectory("a/" + std::string(250, 'x') + std::to_string(i));
-    constexpr std::size_t kRoom = 4096;
+    constexpr std::size_t kBudget = 4096;
     DirectoryWalk walk;
     WalkedDirectory top;
     WalkedDirectory child;
     BeginWalk(&walk, tree_.Path("a").c_str(), ShouldCacheItem, &top);
-    walk.nameBudget = kRoom;
+    walk.nameBudget = kBudget;
     EnterDirectory(&walk, &top);
     EXPECT_EQ(top.error, ENOMEM);
     EXPECT_FALSE(FindSubdirectory(&walk, &top, &child));
     LeaveDirectory(&top);
-    EXPECT_EQ(walk.nameBudget, kRoom);
-    Journal::Take();
+    EXPECT_EQ(walk.nameBudget, kBudget);
 }
 
 } // namespace

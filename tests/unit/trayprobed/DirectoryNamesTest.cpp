@@ -19,15 +19,15 @@
 namespace {
 
 constexpr std::size_t kChunk = 4096; // the unit in which names use the budget
-constexpr std::size_t kLongestAtAll = kChunk - 2 * sizeof(void*) - 1;
-constexpr std::size_t kLongestPerChunk = (kChunk - 2 * sizeof(void*)) / (NAME_MAX + 1);
+constexpr std::size_t kLongestName = kChunk - 2 * sizeof(void*) - 1;
+constexpr std::size_t kNamesPerChunk = (kChunk - 2 * sizeof(void*)) / (NAME_MAX + 1);
 
 int g_readsUntilError = INT_MAX;
 
-// readdir() returns this name so many times before the real entries. No file system of the kernel
-// has names so long.
-std::string g_longName;
+// readdir() returns `g_longName` so many times before the real entries. No file system of the
+// kernel has such long names.
 std::size_t g_longNames = 0;
+std::string g_longName;
 
 int PassAll(const struct dirent*) {
     return 1;
@@ -51,9 +51,9 @@ protected:
             tree_.MakeDirectory(name);
         }
     }
-    int List(std::size_t* room, DirectoryFilter filter = PassX) {
+    int List(std::size_t* budget, DirectoryFilter filter = PassX) {
         DIR* directory = opendir(tree_.Root().c_str());
-        const int error = ListDirectoryNames(directory, filter, room, &names_);
+        const int error = ListDirectoryNames(directory, filter, budget, &names_);
         closedir(directory);
         return error;
     }
@@ -85,88 +85,88 @@ TEST_F(DirectoryNamesTest, NamesAndOrderAreThoseOfScandir) {
         tree_.MakeDirectory(std::string(length, 'y'));
     }
     for (const DirectoryFilter filter : {PassAll, PassX}) {
-        std::size_t room = kNameBudget;
-        EXPECT_EQ(List(&room, filter), 0);
+        std::size_t budget = kNameBudget;
+        EXPECT_EQ(List(&budget, filter), 0);
         EXPECT_EQ(TakeAll(), Scan(filter));
-        EXPECT_EQ(room, kNameBudget);
+        EXPECT_EQ(budget, kNameBudget);
     }
 }
 
-TEST_F(DirectoryNamesTest, AnEmptyListHasNoNames) {
+TEST_F(DirectoryNamesTest, EmptyListHasNoNames) {
     EXPECT_EQ(NextDirectoryName(&names_), nullptr);
     FreeDirectoryNames(&names_);
-    std::size_t room = 0;
-    EXPECT_EQ(List(&room), 0);
+    std::size_t budget = 0;
+    EXPECT_EQ(List(&budget), 0);
     EXPECT_EQ(NextDirectoryName(&names_), nullptr);
 }
 
-TEST_F(DirectoryNamesTest, ChunksAreFreedAsTheirNamesAreTaken) {
-    MakeLongNames(3 * kLongestPerChunk);
-    std::size_t room = 10 * kChunk;
-    ASSERT_EQ(List(&room), 0);
-    for (std::size_t i = 0; i < 3 * kLongestPerChunk; ++i) {
+TEST_F(DirectoryNamesTest, ChunkIsFreedAfterItsLastName) {
+    MakeLongNames(3 * kNamesPerChunk);
+    std::size_t budget = 10 * kChunk;
+    ASSERT_EQ(List(&budget), 0);
+    for (std::size_t i = 0; i < 3 * kNamesPerChunk; ++i) {
         EXPECT_NE(NextDirectoryName(&names_), nullptr);
-        EXPECT_EQ(room, (7 + i / kLongestPerChunk) * kChunk) << i;
+        EXPECT_EQ(budget, (7 + i / kNamesPerChunk) * kChunk) << i;
     }
     FreeDirectoryNames(&names_);
-    EXPECT_EQ(room, 10 * kChunk);
+    EXPECT_EQ(budget, 10 * kChunk);
     EXPECT_EQ(NextDirectoryName(&names_), nullptr);
 }
 
 TEST_F(DirectoryNamesTest, NamesBeyondTheBudgetFailAndLeaveNone) {
-    MakeLongNames(2 * kLongestPerChunk);
-    std::size_t room = 2 * kChunk;
-    EXPECT_EQ(List(&room), 0);
-    EXPECT_EQ(room, 0U);
-    EXPECT_EQ(TakeAll().size(), 2 * kLongestPerChunk);
+    MakeLongNames(2 * kNamesPerChunk);
+    std::size_t budget = 2 * kChunk;
+    EXPECT_EQ(List(&budget), 0);
+    EXPECT_EQ(budget, 0U);
+    EXPECT_EQ(TakeAll().size(), 2 * kNamesPerChunk);
 
-    MakeLongNames(2 * kLongestPerChunk + 1);
-    EXPECT_EQ(List(&room), ENOMEM);
-    EXPECT_EQ(room, 2 * kChunk);
+    MakeLongNames(2 * kNamesPerChunk + 1);
+    EXPECT_EQ(List(&budget), ENOMEM);
+    EXPECT_EQ(budget, 2 * kChunk);
     EXPECT_THAT(TakeAll(), IsEmpty());
 }
 
-TEST_F(DirectoryNamesTest, ANameOfAWholeChunkIsTheLongest) {
-    std::size_t room = 2 * kChunk;
-    g_longName = std::string(kLongestAtAll, 'x');
+TEST_F(DirectoryNamesTest, LongestNameFillsAWholeChunk) {
+    std::size_t budget = 2 * kChunk;
+    g_longName = std::string(kLongestName, 'x');
     g_longNames = 1;
-    EXPECT_EQ(List(&room), 0);
-    EXPECT_THAT(TakeAll(), testing::ElementsAre(std::string(kLongestAtAll, 'x')));
+    EXPECT_EQ(List(&budget), 0);
+    EXPECT_THAT(TakeAll(), ElementsAre(std::string(kLongestName, 'x')));
 
-    g_longName = std::string(kLongestAtAll + 1, 'x');
+    g_longName = std::string(kLongestName + 1, 'x');
     g_longNames = 1;
-    EXPECT_EQ(List(&room), ENOMEM);
-    EXPECT_EQ(room, 2 * kChunk);
+    EXPECT_EQ(List(&budget), ENOMEM);
+    EXPECT_EQ(budget, 2 * kChunk);
     EXPECT_THAT(TakeAll(), IsEmpty());
 }
 
-TEST_F(DirectoryNamesTest, NamesThatFillAChunkUseOneChunk) {
-    std::size_t room = kChunk;
-    g_longName = std::string((kLongestAtAll - 1) / 2, 'x');
+TEST_F(DirectoryNamesTest, NamesThatFillOneChunkUseNoSecond) {
+    std::size_t budget = kChunk;
+    g_longName = std::string((kLongestName - 1) / 2, 'x');
     g_longNames = 2;
-    EXPECT_EQ(List(&room), 0);
+    EXPECT_EQ(List(&budget), 0);
     EXPECT_EQ(TakeAll().size(), 2U);
 }
 
-TEST_F(DirectoryNamesTest, NamesOfAWalkUseAtMost256MiB) {
+TEST_F(DirectoryNamesTest, BudgetOfAWalkIs256MiB) {
     constexpr std::size_t kMost = std::size_t{256} * 1024 * 1024 / kChunk;
-    std::size_t room = kNameBudget;
-    g_longName = std::string(kLongestAtAll, 'x');
+    std::size_t budget = kNameBudget;
+    g_longName = std::string(kLongestName, 'x');
     g_longNames = kMost;
-    EXPECT_EQ(List(&room), 0);
+    EXPECT_EQ(List(&budget), 0);
     FreeDirectoryNames(&names_);
 
     g_longNames = kMost + 1;
-    EXPECT_EQ(List(&room), ENOMEM);
+    EXPECT_EQ(List(&budget), ENOMEM);
 }
 
-TEST_F(DirectoryNamesTest, AListingThatFailsHalfwayLeavesNoNames) {
-    MakeLongNames(2 * kLongestPerChunk);
+TEST_F(DirectoryNamesTest, ListingThatFailsHalfwayLeavesNoNames) {
+    MakeLongNames(2 * kNamesPerChunk);
     for (g_readsUntilError = 1; g_readsUntilError < 20; ++g_readsUntilError) {
         const int reads = g_readsUntilError;
-        std::size_t room = 2 * kChunk;
-        EXPECT_EQ(List(&room), EIO);
-        EXPECT_EQ(room, 2 * kChunk);
+        std::size_t budget = 2 * kChunk;
+        EXPECT_EQ(List(&budget), EIO);
+        EXPECT_EQ(budget, 2 * kChunk);
         EXPECT_THAT(TakeAll(), IsEmpty());
         g_readsUntilError = reads;
     }

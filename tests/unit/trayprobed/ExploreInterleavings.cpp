@@ -24,19 +24,19 @@ struct Runner {
     const std::size_t number;
     const std::function<void()> body;
     State state = State::kNew;
-    const pthread_mutex_t* wanted = nullptr; // the mutex that the thread waits for
+    const pthread_mutex_t* awaited = nullptr; // the mutex that the thread waits for
     std::multiset<const pthread_mutex_t*> held;
     std::binary_semaphore mayRun{0};
     std::thread thread;
 };
 
-// Used by one thread at a time: the running one, or the scheduler.
+// Used by one thread at a time: the running thread, or the scheduler.
 std::deque<Runner> g_runners;
-std::deque<std::function<void()>> g_held; // threads that do not take part
-bool g_holdStarted = false;
+std::deque<std::function<void()>> g_deferred; // bodies of threads that do not participate
+bool g_deferStarted = false;
 bool g_isRunning = false;
 std::size_t g_started = 0;
-std::vector<std::size_t> g_ended; // the numbers of the threads
+std::vector<std::size_t> g_ended; // numbers of threads
 std::set<std::string> g_steps;
 std::binary_semaphore g_hasStopped{0};
 
@@ -69,24 +69,24 @@ void AddRunner(std::function<void()> body) {
 }
 
 // Runs the thread up to its next step.
-void LetRun(Runner& runner) {
+void Resume(Runner& runner) {
     runner.mayRun.release();
     g_hasStopped.acquire();
 }
 
-std::vector<Runner*> WhoCanGoOn() {
-    std::vector<Runner*> able;
+std::vector<Runner*> RunnersAtStep() {
+    std::vector<Runner*> ready;
     for (Runner& runner : g_runners)
         if (runner.state == State::kAtStep)
-            able.push_back(&runner);
-    return able;
+            ready.push_back(&runner);
+    return ready;
 }
 
-// A thread's work before its first step is independent of the others.
-void BringNewOnesToTheirFirstStep() {
+// A thread's work before its first step is independent of other threads.
+void RunNewRunnersToTheirFirstStep() {
     for (std::size_t i = 0; i < g_runners.size(); ++i)
         if (g_runners[i].state == State::kNew)
-            LetRun(g_runners[i]);
+            Resume(g_runners[i]);
 }
 
 struct Choice {
@@ -94,33 +94,33 @@ struct Choice {
     std::size_t count;
 };
 
-void EndProcess(const char* why) {
-    std::fprintf(stderr, "%s\n", why);
+void EndProcess(const char* reason) {
+    std::fprintf(stderr, "%s\n", reason);
     std::abort();
 }
 
-// Follows the choices that are there and notes the further ones, each the first of its kind.
+// Follows `choices`; at each later step chooses the first runner and appends that choice.
 void RunOnce(std::vector<Choice>& choices) {
-    BringNewOnesToTheirFirstStep();
-    std::size_t taken = 0;
-    for (auto able = WhoCanGoOn(); !able.empty(); able = WhoCanGoOn(), ++taken) {
-        if (taken == choices.size())
-            choices.push_back({0, able.size()});
-        if (able.size() != choices[taken].count)
+    RunNewRunnersToTheirFirstStep();
+    std::size_t step = 0;
+    for (auto ready = RunnersAtStep(); !ready.empty(); ready = RunnersAtStep(), ++step) {
+        if (step == choices.size())
+            choices.push_back({0, ready.size()});
+        if (ready.size() != choices[step].count)
             EndProcess("a thread behaves differently in the same order");
-        LetRun(*able[choices[taken].chosen]);
-        BringNewOnesToTheirFirstStep();
+        Resume(*ready[choices[step].chosen]);
+        RunNewRunnersToTheirFirstStep();
     }
     for (Runner& runner : g_runners) {
         if (runner.state != State::kEnded)
-            EndProcess("threads wait for each other");
+            EndProcess("deadlock: each remaining thread waits for a mutex");
         runner.thread.join();
     }
     g_runners.clear();
 }
 
-// Sets the choices of the next order. False after the last order.
-bool TakeNextOrder(std::vector<Choice>& choices) {
+// Sets the choices of the next order. Returns false after the last order.
+bool AdvanceToNextOrder(std::vector<Choice>& choices) {
     while (!choices.empty() && choices.back().chosen + 1 == choices.back().count)
         choices.pop_back();
     if (choices.empty())
@@ -133,16 +133,16 @@ void RunScenario(const Scenario& scenario, std::vector<Choice>& choices) {
     g_isRunning = true;
     g_started = 0;
     g_ended.clear();
-    g_holdStarted = false;
+    g_deferStarted = false;
     scenario.prepare();
-    g_holdStarted = scenario.checkBeforeStarted != nullptr;
+    g_deferStarted = scenario.checkBeforeStarted != nullptr;
     for (const auto& body : scenario.threads)
         AddRunner(body);
     RunOnce(choices);
     if (scenario.checkBeforeStarted)
         scenario.checkBeforeStarted();
-    for (; !g_held.empty(); g_held.pop_front())
-        g_held.front()();
+    for (; !g_deferred.empty(); g_deferred.pop_front())
+        g_deferred.front()();
     g_isRunning = false;
     scenario.check();
 }
@@ -157,7 +157,7 @@ ExploredOrders RunInEveryOrder(const Scenario& scenario) {
         RunScenario(scenario, choices);
         ++orders.count;
         orders.endings.insert(g_ended);
-    } while (TakeNextOrder(choices));
+    } while (AdvanceToNextOrder(choices));
     orders.steps = g_steps;
     return orders;
 }
@@ -184,7 +184,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
         return __real_pthread_mutex_lock(mutex);
     if (!t_self->held.contains(mutex))
         StopAtStep("lock");
-    t_self->wanted = mutex;
+    t_self->awaited = mutex;
     while (pthread_mutex_trylock(mutex) != 0)
         Stop(State::kWaiting);
     t_self->held.insert(mutex);
@@ -195,7 +195,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
     if (t_self != nullptr)
         t_self->held.extract(mutex);
     for (Runner& runner : g_runners)
-        if (runner.state == State::kWaiting && runner.wanted == mutex)
+        if (runner.state == State::kWaiting && runner.awaited == mutex)
             runner.state = State::kAtStep;
     return __real_pthread_mutex_unlock(mutex);
 }
@@ -206,8 +206,8 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
         return __real_pthread_create(thread, attributes, body, argument);
     ++g_started;
     const auto run = [=] { body(argument); };
-    if (g_holdStarted)
-        g_held.emplace_back(run);
+    if (g_deferStarted)
+        g_deferred.emplace_back(run);
     else
         AddRunner(run);
     return 0;

@@ -6,12 +6,12 @@
  *
  * One participating thread runs at a time, up to its next step: locking a mutex that the thread
  * does not hold, copying a changer's state, or storing one. There the thread stops, and a thread
- * that does not wait for a mutex is chosen to continue. After the end of all threads the run is
- * repeated with the last choice that has an alternative changed: a depth-first search of all
+ * that does not wait for a mutex is chosen to continue. When all threads have ended, the run is
+ * repeated with the next alternative of the last choice that has one: a depth-first search of all
  * orders.
  *
- * Work between two steps is invisible to other threads, so stops at other places would add no new
- * result. Unlocking is no step, because its effect appears in the next step of another thread.
+ * Work between two steps is invisible to other threads, so stops elsewhere would add no result.
+ * Unlocking is no step, because its effect appears in the next step of another thread.
  */
 
 #include <cstddef>
@@ -23,12 +23,12 @@
 struct Scenario {
     std::function<void()> prepare; // threads started here participate
     std::vector<std::function<void()>> threads;
-    // If set, threads started by `threads` do not participate: they run after this call.
-    std::function<void()> checkBeforeStarted;
+    // If set, threads that `threads` start do not participate: they run after this call.
+    std::function<void()> checkBeforeStarted = nullptr;
     std::function<void()> check;
 };
 
-/* What a search covered. Threads are numbered as they were started, from 0. */
+/* What a search covered. Threads are numbered from 0 in the order of their start. */
 struct ExploredOrders {
     std::size_t count = 0;
     std::set<std::vector<std::size_t>> endings; // the orders in which the threads ended
@@ -39,7 +39,7 @@ struct ExploredOrders {
    behaves differently in the same order. */
 ExploredOrders RunInEveryOrder(const Scenario& scenario);
 
-/* The number of threads that were started by others than the scenario since its run began. */
+/* The number of threads that the code under test has started in the present run. */
 std::size_t CountStartedThreads();
 
 #endif

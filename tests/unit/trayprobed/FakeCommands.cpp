@@ -24,7 +24,7 @@ std::mutex g_mutex;
 std::vector<Failure> g_failures;
 std::function<void(std::string_view)> g_onCommand;
 FSCacheStatusReport* g_shownReport = nullptr; // the last one, until it is cleared
-FSCacheStatusReport* g_keptReport = nullptr;
+FSCacheStatusReport* g_unclearedReport = nullptr;
 
 bool IsFailing(std::string_view command) {
     const std::lock_guard lock(g_mutex);
@@ -34,31 +34,31 @@ bool IsFailing(std::string_view command) {
     return false;
 }
 
-VErrLink* Answer(std::string_view command) {
-    if (g_onCommand)
-        g_onCommand(command);
-    VErrLink* err = nullptr;
-    if (IsFailing(command))
-        VErrRaise(VErrThrowWithErrCode(&err, kVErrCodeConnectionLost, "fail on purpose"),
-                  "test/FakeCommands", __func__, __LINE__);
-    return err;
-}
-
 const char* Lock() {
     return StateLock::IsHeld() ? " (locked)" : "";
 }
 
 } // namespace
 
+VErrLink* AnswerCommand(std::string_view entry) {
+    if (g_onCommand)
+        g_onCommand(entry);
+    VErrLink* err = nullptr;
+    if (IsFailing(entry))
+        VErrRaise(VErrThrowWithErrCode(&err, kVErrCodeConnectionLost, "fail on purpose"),
+                  "test/FakeCommands", __func__, __LINE__);
+    return err;
+}
+
 VErrLink* ChangerServerRequestMediaIdentification(UInt64 changerGUID, UInt16 storageElem,
                                                   Boolean request) {
-    return Answer(Journal::Add("%s disc %016llX/%u%s", request ? "request" : "withdraw",
-                               changerGUID, storageElem, Lock()));
+    return AnswerCommand(Journal::Add("%s disc %016llX/%u%s", request ? "request" : "withdraw",
+                                      changerGUID, storageElem, Lock()));
 }
 
 VErrLink* ChangerServerRequestChangerIdentification(UInt64 changerGUID, Boolean request) {
-    return Answer(Journal::Add("%s changer %016llX%s", request ? "request" : "withdraw",
-                               changerGUID, Lock()));
+    return AnswerCommand(Journal::Add("%s changer %016llX%s", request ? "request" : "withdraw",
+                                      changerGUID, Lock()));
 }
 
 VErrLink* ChangerServerMountDisc(double timeout, UInt64 changerGUID, UInt16 storageElem,
@@ -69,16 +69,17 @@ VErrLink* ChangerServerMountDisc(double timeout, UInt64 changerGUID, UInt16 stor
     EXPECT_EQ(mountPathSize, 0);
     EXPECT_EQ(deviceId, nullptr);
     EXPECT_EQ(deviceIdSize, 0);
-    return Answer(Journal::Add("mount %016llX/%u within %g s, partition \"%s\", client \"%s\", "
-                               "flags %u, family %u%s",
-                               changerGUID, storageElem, timeout, partitionId, clientName, flags,
-                               privateFamily, Lock()));
+    return AnswerCommand(Journal::Add(
+        "mount %016llX/%u within %g s, partition \"%s\", client \"%s\", "
+        "flags %u, family %u%s",
+        changerGUID, storageElem, timeout, partitionId, clientName, flags, privateFamily, Lock()));
 }
 
 VErrLink* ChangerServerEjectDisc(double timeout, UInt64 changerGUID, UInt16 storageElem,
                                  UInt32 flags, SInt32 privateFamily) {
-    return Answer(Journal::Add("eject %016llX/%u within %g s, flags %u, family %d%s", changerGUID,
-                               storageElem, timeout, flags, privateFamily, Lock()));
+    return AnswerCommand(Journal::Add("eject %016llX/%u within %g s, flags %u, family %d%s",
+                                      changerGUID, storageElem, timeout, flags, privateFamily,
+                                      Lock()));
 }
 
 VErrLink* ChangerServerSetClientStatus(UInt64 changerGUID, const char* clientName,
@@ -88,15 +89,17 @@ VErrLink* ChangerServerSetClientStatus(UInt64 changerGUID, const char* clientNam
         const std::lock_guard lock(g_mutex);
         g_shownReport = ReportOf(message);
     }
-    return Answer(Journal::Add("show %016llX %s \"%s\" %u/%u%s%s", changerGUID, clientName, message,
-                               currentStep, maximumStep, abortRequested ? " abort" : "", Lock()));
+    return AnswerCommand(Journal::Add("show %016llX %s \"%s\" %u/%u%s%s", changerGUID, clientName,
+                                      message, currentStep, maximumStep,
+                                      abortRequested ? " abort" : "", Lock()));
 }
 
 VErrLink* ChangerServerClearClientStatus(UInt64 changerGUID, const char* clientName) {
-    VErrLink* err = Answer(Journal::Add("clear %016llX %s%s", changerGUID, clientName, Lock()));
+    VErrLink* err =
+        AnswerCommand(Journal::Add("clear %016llX %s%s", changerGUID, clientName, Lock()));
     const std::lock_guard lock(g_mutex);
     FSCacheStatusReport* shown = std::exchange(g_shownReport, nullptr);
-    g_keptReport = err != nullptr ? shown : nullptr;
+    g_unclearedReport = err != nullptr ? shown : nullptr;
     return err;
 }
 
@@ -105,7 +108,7 @@ void FakeCommands::Reset() {
     g_failures.clear();
     g_onCommand = nullptr;
     g_shownReport = nullptr;
-    g_keptReport = nullptr;
+    g_unclearedReport = nullptr;
 }
 
 void FakeCommands::Fail(const std::string& command, int nth) {
@@ -117,8 +120,8 @@ void FakeCommands::OnCommand(std::function<void(std::string_view)> function) {
     g_onCommand = std::move(function);
 }
 
-FSCacheStatusReport* FakeCommands::TakeKeptReport() {
+FSCacheStatusReport* FakeCommands::TakeUnclearedReport() {
     const std::lock_guard lock(g_mutex);
     g_shownReport = nullptr;
-    return std::exchange(g_keptReport, nullptr);
+    return std::exchange(g_unclearedReport, nullptr);
 }

@@ -30,13 +30,17 @@ public:
     // The function is called at each command, on the command's thread.
     static void OnCommand(std::function<void(std::string_view command)> function);
 
-    // The last progress record shown, if its "clear" failed, else nullptr. The daemon never frees
-    // such a record: the caller must. Returns each record once.
-    static FSCacheStatusReport* TakeKeptReport();
+    // The last progress report shown, if the command to clear its status failed, else nullptr. The
+    // daemon never frees such a report: the caller must. Returns each report once.
+    static FSCacheStatusReport* TakeUnclearedReport();
 };
+
+/* The result of a fake command with that entry in the journal, as OnCommand() and Fail() request.
+ */
+VErrLink* AnswerCommand(std::string_view entry);
 
 /* The log line of a failed command. */
 constexpr const char* kCommandFailureLine =
-    "FakeCommands:123, Answer: fail on purpose (VErrCode = 1005)";
+    "FakeCommands:123, AnswerCommand: fail on purpose (VErrCode = 1005)";
 
 #endif

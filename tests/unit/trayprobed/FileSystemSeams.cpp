@@ -10,29 +10,14 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <map>
 #include <set>
 #include <utility>
 
 namespace {
 
-struct Seams {
-    std::string root;
-    std::map<std::string, int> openingErrors;
-    std::map<std::string, int> openingsToFail;
-    std::map<std::string, int> listingErrors;
-    std::map<std::string, int> statusErrors;
-    std::string failingMediaTest;
-    std::map<std::string, std::string> sameAs;
-    std::map<std::string, std::string> sameInodeAs;
-    std::function<void()> onOpening;
-    std::function<void(const std::string&)> onListing;
-    std::function<void(const std::string&)> onStatus;
-
-    std::map<int, std::string> paths; // by descriptor
-    std::set<DIR*> unlisted;
-};
-Seams* g_seams = nullptr;
+FileSystemSeams* g_seams = nullptr;
+std::map<int, std::string> g_paths; // by descriptor
+std::set<DIR*> g_unlisted;
 
 std::string RelativePath(const std::string& path) {
     return path.starts_with(g_seams->root) ? "." + path.substr(g_seams->root.size()) : path;
@@ -41,7 +26,7 @@ std::string RelativePath(const std::string& path) {
 std::string PathOf(int folder, const std::string& name) {
     if (folder == AT_FDCWD)
         return RelativePath(name);
-    const std::string& path = g_seams->paths[folder];
+    const std::string& path = g_paths[folder];
     return path + (path.ends_with("/") ? "" : "/") + name;
 }
 
@@ -52,15 +37,15 @@ int ErrorFor(const std::map<std::string, int>& errors, const std::string& path) 
 
 DIR* Watch(DIR* stream, const std::string& path) {
     if (stream != nullptr) {
-        g_seams->paths[dirfd(stream)] = path;
-        g_seams->unlisted.insert(stream);
+        g_paths[dirfd(stream)] = path;
+        g_unlisted.insert(stream);
     }
     return stream;
 }
 
 // Called before the first name is read. False if the listing must fail.
 bool BeginListing(DIR* stream) {
-    const std::string path = g_seams->paths[dirfd(stream)];
+    const std::string path = g_paths[dirfd(stream)];
     Journal::Add("list %s%s", path.c_str(), StateLock::IsHeld() ? " (locked)" : "");
     if (g_seams->onListing)
         g_seams->onListing(path);
@@ -105,12 +90,12 @@ int __wrap_openat(int folder, const char* name, int flags, ...) {
         return __real_openat(folder, name, flags);
     const std::string path = PathOf(folder, name);
     const int openingError = ErrorFor(g_seams->openingErrors, path);
-    if (openingError != 0 && g_seams->openingsToFail[path]-- > 0) {
+    if (openingError != 0 && g_seams->openingFailures-- > 0) {
         errno = openingError;
         return -1;
     }
     const int descriptor = __real_openat(folder, name, flags);
-    g_seams->paths[descriptor] = path;
+    g_paths[descriptor] = path;
     if (g_seams->onOpening)
         g_seams->onOpening();
     return descriptor;
@@ -125,12 +110,12 @@ DIR* __wrap_opendir(const char* path) {
 DIR* __wrap_fdopendir(int descriptor) {
     const NoAllocationFaultsHere here;
     DIR* stream = __real_fdopendir(descriptor);
-    return g_seams != nullptr ? Watch(stream, g_seams->paths[descriptor]) : stream;
+    return g_seams != nullptr ? Watch(stream, g_paths[descriptor]) : stream;
 }
 
 struct dirent* __wrap_readdir(DIR* stream) {
     const NoAllocationFaultsHere here;
-    if (g_seams != nullptr && g_seams->unlisted.erase(stream) != 0 && !BeginListing(stream))
+    if (g_seams != nullptr && g_unlisted.erase(stream) != 0 && !BeginListing(stream))
         return nullptr;
     return __real_readdir(stream);
 }
@@ -162,48 +147,12 @@ VErrLink* __wrap__Z39IsDirectoryMediaRootOfChangerFileSystemPKcPb(const char* pa
 }
 }
 
-FileSystemSeams::FileSystemSeams(const std::string& root) {
-    g_seams = new Seams{};
-    g_seams->root = root;
+FileSystemSeams::FileSystemSeams(std::string itsRoot) : root(std::move(itsRoot)) {
+    g_seams = this;
 }
 
 FileSystemSeams::~FileSystemSeams() {
-    delete std::exchange(g_seams, nullptr);
-}
-
-void FileSystemSeams::FailOpening(const std::string& path, int error, int times) {
-    g_seams->openingErrors[path] = error;
-    g_seams->openingsToFail[path] = times;
-}
-
-void FileSystemSeams::FailListing(const std::string& path, int error) {
-    g_seams->listingErrors[path] = error;
-}
-
-void FileSystemSeams::FailStatus(const std::string& path, int error) {
-    g_seams->statusErrors[path] = error;
-}
-
-void FileSystemSeams::FailMediaTest(const std::string& path) {
-    g_seams->failingMediaTest = path;
-}
-
-void FileSystemSeams::PretendSame(const std::string& path, const std::string& other) {
-    g_seams->sameAs[path] = other;
-}
-
-void FileSystemSeams::PretendSameInode(const std::string& path, const std::string& other) {
-    g_seams->sameInodeAs[path] = other;
-}
-
-void FileSystemSeams::OnOpening(std::function<void()> function) {
-    g_seams->onOpening = std::move(function);
-}
-
-void FileSystemSeams::OnListing(std::function<void(const std::string&)> function) {
-    g_seams->onListing = std::move(function);
-}
-
-void FileSystemSeams::OnStatus(std::function<void(const std::string&)> function) {
-    g_seams->onStatus = std::move(function);
+    g_seams = nullptr;
+    g_paths.clear();
+    g_unlisted.clear();
 }

@@ -11,30 +11,29 @@
 
 #include <climits>
 #include <functional>
+#include <map>
 #include <string>
 
-/* One at a time. Paths are relative to the root: "./a/b". */
-class FileSystemSeams : NotCopyable {
-public:
-    explicit FileSystemSeams(const std::string& root);
+/* What the next calls do. One object at a time. Paths are relative to the root: "./a/b". */
+struct FileSystemSeams : NotCopyable {
+    explicit FileSystemSeams(std::string itsRoot);
     ~FileSystemSeams();
 
-    // The next `times` openings fail with that errno.
-    static void FailOpening(const std::string& path, int error, int times = INT_MAX);
-    static void FailListing(const std::string& path, int error);
-    static void FailStatus(const std::string& path, int error);
-    // The test for a media root fails. The real function never fails.
-    static void FailMediaTest(const std::string& path);
-    // fstatat() of `path` returns the status of `other`, as if `other` were mounted there.
-    static void PretendSame(const std::string& path, const std::string& other);
-    // `path` has the inode number of `other`, on another device.
-    static void PretendSameInode(const std::string& path, const std::string& other);
-    // The function is called after each opening of a directory below the top.
-    static void OnOpening(std::function<void()> function);
-    // The function is called before each listing.
-    static void OnListing(std::function<void(const std::string& path)> function);
-    // The function is called after each fstatat() of an entry.
-    static void OnStatus(std::function<void(const std::string& path)> function);
+    const std::string root;
+    // The errno of failing calls, by path.
+    std::map<std::string, int> openingErrors;
+    std::map<std::string, int> listingErrors;
+    std::map<std::string, int> statusErrors;
+    int openingFailures = INT_MAX; // after so many, no opening fails
+    // The path whose test for a media root fails. The real function never fails.
+    std::string failingMediaTest;
+    // fstatat() of the first path returns the status of the second, as if that were mounted there.
+    std::map<std::string, std::string> sameAs;
+    // The first path has the inode number of the second, on another device.
+    std::map<std::string, std::string> sameInodeAs;
+    std::function<void()> onOpening; // called after each opening of a directory below the top
+    std::function<void(const std::string& path)> onListing; // called before each listing
+    std::function<void(const std::string& path)> onStatus;  // called after fstatat() of an entry
 };
 
 #endif

@@ -20,12 +20,12 @@ public:
     __attribute__((format(printf, 1, 2))) static std::string_view Add(const char* format, ...) {
         const std::lock_guard lock(mutex_);
         char* const entry = bytes_.data() + used_;
-        const std::size_t room = bytes_.size() - used_;
+        const std::size_t capacity = bytes_.size() - used_;
         va_list arguments;
         va_start(arguments, format);
-        const auto length = static_cast<std::size_t>(vsnprintf(entry, room, format, arguments));
+        const auto length = static_cast<std::size_t>(vsnprintf(entry, capacity, format, arguments));
         va_end(arguments);
-        if (length >= room) {
+        if (length >= capacity) {
             ADD_FAILURE() << "the journal is full";
             return "";
         }

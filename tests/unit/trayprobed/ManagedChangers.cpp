@@ -117,19 +117,23 @@ std::vector<std::string> ManagedChangers::Notify(std::initializer_list<Value> ch
 }
 
 CFOwned<CFMutableDictionaryRef> Changer(UInt64 changerGUID, std::initializer_list<Entry> changes) {
-    auto changer = Dictionary({{"GUID", static_cast<SInt64>(changerGUID)},
-                               {"Changer Ready", true},
-                               {"Changer Preferences", Dictionary()},
-                               {"Changer Media Info", Array()},
-                               {"Data Transfer Element Count", 2},
-                               {"Changer Client Status", Dictionary()}});
-    for (const Entry& change : changes)
-        CFDictionarySetValue(changer, Text(change.key), change.value.Get());
-    return changer;
+    return With(Dictionary({{"GUID", changerGUID},
+                            {"Changer Ready", true},
+                            {"Changer Preferences", Dictionary()},
+                            {"Changer Media Info", Array()},
+                            {"Data Transfer Element Count", 2},
+                            {"Changer Client Status", Dictionary()}}),
+                changes);
 }
 
-CFOwned<CFMutableDictionaryRef> Without(CFOwned<CFMutableDictionaryRef> dictionary,
-                                        const char* key) {
-    CFDictionaryRemoveValue(dictionary, Text(key));
-    return dictionary;
+CFOwned<CFMutableDictionaryRef> ChangerThatPrefers(const Value& preferences) {
+    return Changer(kChanger, {{"Changer Preferences", preferences}});
+}
+
+CFOwned<CFMutableDictionaryRef> ChangerWithDailyBuild(std::initializer_list<Entry> changes) {
+    return ChangerThatPrefers(With(Dictionary({{"BuildDirCacheOnSchedule", true}}), changes));
+}
+
+std::string Identify(int storageElem) {
+    return std::string("identify ") + kChangerText + "/" + std::to_string(storageElem);
 }

@@ -63,7 +63,10 @@ protected:
    `changes`. */
 CFOwned<CFMutableDictionaryRef> Changer(UInt64 changerGUID,
                                         std::initializer_list<Entry> changes = {});
-CFOwned<CFMutableDictionaryRef> Without(CFOwned<CFMutableDictionaryRef> dictionary,
-                                        const char* key);
+/* The same, with these preferences, and with preferences for a daily build plus `changes`. */
+CFOwned<CFMutableDictionaryRef> ChangerThatPrefers(const Value& preferences);
+CFOwned<CFMutableDictionaryRef> ChangerWithDailyBuild(std::initializer_list<Entry> changes = {});
+/* The journal's entry of the start of an identification of kChanger. */
+std::string Identify(int storageElem);
 
 #endif

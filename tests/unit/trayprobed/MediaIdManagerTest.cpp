@@ -1,10 +1,10 @@
 #include "trayprobed/MediaIdManager.h"
 
-#include "AllocationFaults.h"
 #include "Journal.h"
 #include "ManagedChangers.h"
 #include "NullElement.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -31,16 +31,32 @@ protected:
     static bool IdentifiesOnInsert() {
         return ReadFlag(GetGlobalShouldIdMedia);
     }
-    // The message of the last line.
+    // The function and message of the last line.
     std::string LastLogged() {
+        return WithoutFile(log_.TakeWithoutLineNumbers());
+    }
+    // The same if no other line was logged.
+    std::string OnlyLogged() {
         const std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
-        return lines.empty() ? "(nothing)" : lines.back();
+        EXPECT_THAT(lines, SizeIs(1));
+        return WithoutFile(lines);
+    }
+    static std::string WithoutFile(const std::vector<std::string>& lines) {
+        const std::string file = "MediaIdManager:123, ";
+        EXPECT_TRUE(!lines.empty() && lines.back().starts_with(file));
+        return lines.empty() ? "" : lines.back().substr(file.size());
+    }
+    void ExpectLockFailureIn(const std::string& callBack) {
+        EXPECT_THAT(
+            log_.TakeWithoutLineNumbers(),
+            ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
+                        "MediaIdManager:123, " + callBack + ": fail LockMediaIdState (err = 22)"));
     }
 };
 
 // ---- the subscription ----
 
-TEST_F(MediaIdManager, SubscribesAndUnsubscribes) {
+TEST_F(MediaIdManager, InitSubscribesAndTermUnsubscribesOnce) {
     TermMediaIdManager();
     EXPECT_THAT(g_fakes.unsubscribed, IsEmpty());
     EXPECT_EQ(InitMediaIdManager(), nullptr);
@@ -52,7 +68,7 @@ TEST_F(MediaIdManager, SubscribesAndUnsubscribes) {
     EXPECT_EQ(g_fakes.unsubscribed.size(), 1U);
 }
 
-TEST_F(MediaIdManager, AFailedSubscriptionIsNotUndone) {
+TEST_F(MediaIdManager, FailedSubscriptionIsNotUndone) {
     g_fakes.failing = "SubscribeToChangerNotifications";
     EXPECT_EQ(
         TakeChain(InitMediaIdManager()).back(),
@@ -61,7 +77,7 @@ TEST_F(MediaIdManager, AFailedSubscriptionIsNotUndone) {
     EXPECT_THAT(g_fakes.unsubscribed, IsEmpty());
 }
 
-TEST_F(MediaIdManager, AFailedUnsubscriptionIsLoggedAndStands) {
+TEST_F(MediaIdManager, FailedUnsubscriptionIsLoggedAndRepeatedByTheNextTerm) {
     ASSERT_EQ(InitMediaIdManager(), nullptr);
     g_fakes.failing = "UnsubscribeFromChangerNotifications";
     TermMediaIdManager();
@@ -86,14 +102,14 @@ TEST_F(MediaIdManager, ChangersThatAreNotReadyAreSavedAndNotHandled) {
     EXPECT_NE(info, nullptr);
 }
 
-TEST_F(MediaIdManager, AChangerBehindOneThatIsNotReadyIsHandled) {
+TEST_F(MediaIdManager, ChangerBehindOneThatIsNotReadyIsHandled) {
     EXPECT_THAT(Notify({Changer(kOtherChanger, {{"Changer Ready", false}}), Changer(kChanger)}),
                 ElementsAre(kReset));
     EXPECT_FALSE(IsKnown(kOtherChanger));
     EXPECT_TRUE(IsKnown(kChanger));
 }
 
-TEST_F(MediaIdManager, TheListIsSavedBeforeAnyChangerIsHandled) {
+TEST_F(MediaIdManager, ListIsSavedBeforeAnyChangerIsHandled) {
     int resets = 0;
     g_fakes.onReset = [&resets] {
         CFDictionaryRef info = nullptr;
@@ -105,7 +121,7 @@ TEST_F(MediaIdManager, TheListIsSavedBeforeAnyChangerIsHandled) {
 }
 
 // The flag of the last notification must not start a build that a user has aborted since.
-TEST_F(MediaIdManager, TheAbortFlagIsSetBeforeABuildIsStarted) {
+TEST_F(MediaIdManager, AbortFlagIsSetBeforeABuildIsStarted) {
     const auto status = Dictionary({{"trayprobed", Dictionary({{"Abort Requested", true}})}});
     EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Client Status", status},
                                            {"Changer Request Identification", true}})}),
@@ -114,17 +130,16 @@ TEST_F(MediaIdManager, TheAbortFlagIsSetBeforeABuildIsStarted) {
                 ElementsAre(kBuild));
 }
 
-TEST_F(MediaIdManager, ANullEntryEndsThePassWithItsIndex) {
+TEST_F(MediaIdManager, NullEntryEndsThePassAndItsIndexIsLogged) {
     const NullElement null(1);
     Notify({Changer(kChanger), Changer(kOtherChanger)});
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre("MediaIdManager:123, ChangerInfoNotificationCallBack: fail get changer "
-                            "info dict at index 1"));
+    EXPECT_EQ(OnlyLogged(),
+              "ChangerInfoNotificationCallBack: fail get changer info dict at index 1");
     EXPECT_TRUE(IsKnown(kChanger));
     EXPECT_FALSE(IsKnown(kOtherChanger));
 }
 
-TEST_F(MediaIdManager, AReadyChangerIsRegisteredOnce) {
+TEST_F(MediaIdManager, ReadyChangerIsAddedOnceAndKeepsItsState) {
     EXPECT_THAT(Notify({Changer(kChanger)}), ElementsAre(kReset));
     EXPECT_TRUE(IsKnown(kChanger));
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
@@ -134,65 +149,55 @@ TEST_F(MediaIdManager, AReadyChangerIsRegisteredOnce) {
     EXPECT_TRUE(IsBuilding(kChanger));
 }
 
-TEST_F(MediaIdManager, AChangerThatIsNoLongerReadyStaysKnown) {
-    Notify({Changer(kChanger,
-                    {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}})});
+TEST_F(MediaIdManager, ChangerThatIsNoLongerReadyStaysKnown) {
+    Notify({ChangerWithDailyBuild()});
     EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Ready", false}})}), IsEmpty());
     EXPECT_TRUE(IsKnown(kChanger));
 }
 
-TEST_F(MediaIdManager, AReadyChangersStepsRunInOrder) {
+TEST_F(MediaIdManager, StepsOfAReadyChangerRunInOrder) {
     const auto medium = Dictionary({{"Media Kind", 1},
                                     {"Media Request Identification", true},
                                     {"Media Identify Time", 1},
                                     {"Media Storage Element Index", 5},
                                     {"Media Mount State", 0}});
-    const auto changer =
-        Changer(kChanger, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})},
-                           {"Changer Request Identification", true},
-                           {"Changer Media Info", Array({medium})}});
-    EXPECT_THAT(Notify({changer}),
-                ElementsAre(kReset, "add to default", kBuild, "identify 9EDCBA9876543210/5"));
+    const auto changer = With(ChangerWithDailyBuild(), {{"Changer Request Identification", true},
+                                                        {"Changer Media Info", Array({medium})}});
+    EXPECT_THAT(Notify({changer}), ElementsAre(kReset, "add to default", kBuild, Identify(5)));
     EXPECT_THAT(Notify({changer}),
                 ElementsAre("remove from common", "invalidate", "add to default", kBuild));
 }
 
 // The server's list may still contain a request that is done.
-TEST_F(MediaIdManager, ABuildRequestSentAgainStartsABuildAgain) {
+TEST_F(MediaIdManager, RepeatedBuildRequestStartsABuildAgain) {
     const auto changer = Changer(kChanger, {{"Changer Request Identification", true}});
     EXPECT_THAT(Notify({changer}), ElementsAre(kReset, kBuild));
     EXPECT_THAT(Notify({changer}), ElementsAre(kBuild));
 }
 
-TEST_F(MediaIdManager, TwoEntriesOfOneChangerAreHandledBoth) {
-    const auto media = Array({Dictionary({{"Media Kind", 1},
-                                          {"Media Identify Time", 0},
-                                          {"Media Storage Element Index", 3},
-                                          {"Media Mount State", 0}}),
-                              Dictionary({{"Media Kind", 1},
-                                          {"Media Identify Time", 0},
-                                          {"Media Storage Element Index", 4},
-                                          {"Media Mount State", 0}})});
-    const auto changer = Changer(kChanger, {{"Changer Media Info", media}});
-    EXPECT_THAT(Notify({changer, changer}),
-                ElementsAre(kReset, "identify 9EDCBA9876543210/3", "identify 9EDCBA9876543210/4"));
+TEST_F(MediaIdManager, BothEntriesOfOneChangerAreHandled) {
+    const auto newMedium = [](int storageElem) {
+        return Dictionary({{"Media Kind", 1},
+                           {"Media Identify Time", 0},
+                           {"Media Storage Element Index", storageElem},
+                           {"Media Mount State", 0}});
+    };
+    const auto changer =
+        Changer(kChanger, {{"Changer Media Info", Array({newMedium(3), newMedium(4)})}});
+    EXPECT_THAT(Notify({changer, changer}), ElementsAre(kReset, Identify(3), Identify(4)));
 }
 
-TEST_F(MediaIdManager, WithoutTheLockNothingHappens) {
+TEST_F(MediaIdManager, ChangerInfoWithoutTheLockChangesNothing) {
     StateLock::FailLock(EINVAL);
     ChangerInfoNotificationCallBack(Array({Changer(kChanger)}).Get(), &g_subscription, nullptr);
-    EXPECT_THAT(
-        log_.TakeWithoutLineNumbers(),
-        ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
-                    "MediaIdManager:123, ChangerInfoNotificationCallBack: fail LockMediaIdState "
-                    "(err = 22)"));
+    ExpectLockFailureIn("ChangerInfoNotificationCallBack");
     EXPECT_FALSE(IsKnown(kChanger));
     SInt32 flag = 0;
     EXPECT_EQ(TakeMessages(MediaHasMountablePartitions(kChanger, 0, &flag, &flag)).front(),
               "info list array is still NULL");
 }
 
-TEST_F(MediaIdManager, AListThatCannotBeSavedEndsThePass) {
+TEST_F(MediaIdManager, ListThatCannotBeSavedEndsThePass) {
     g_fakes.failing = "SaveChangerInfoList";
     ChangerInfoNotificationCallBack(Array({Changer(kChanger)}).Get(), nullptr, nullptr);
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
@@ -203,18 +208,16 @@ TEST_F(MediaIdManager, AListThatCannotBeSavedEndsThePass) {
 }
 
 // An invalid entry ends the pass: its own further steps and later entries are skipped.
-TEST_F(MediaIdManager, AFailureEndsThePass) {
+TEST_F(MediaIdManager, FailedEntryEndsThePass) {
     struct Case {
         CFOwned<CFMutableDictionaryRef> changer;
         const char* message;
     };
-    const auto onSchedule =
-        Dictionary({{"BuildDirCacheOnSchedule", true}, {"BuildDirCacheTimeHours", "x"}});
     Case cases[] = {
         {Without(Changer(kChanger), "Changer Ready"), "fail check for changer ready"},
         {Changer(kChanger, {{"Changer Ready", 1}}), "fail check for changer ready"},
         {Without(Changer(kChanger), "GUID"), "fail handle added changers for changer at index 1"},
-        {Changer(kChanger, {{"Changer Preferences", onSchedule}}), "fail UpdateChangerSettings"},
+        {ChangerWithDailyBuild({{"BuildDirCacheTimeHours", "x"}}), "fail UpdateChangerSettings"},
         {Without(Changer(kChanger), "Changer Client Status"), "fail HandleChangerOperationAbort"},
         {Without(Changer(kChanger), "Changer Media Info"),
          "fail handle start media id for changer at index 1"},
@@ -222,27 +225,28 @@ TEST_F(MediaIdManager, AFailureEndsThePass) {
     for (const Case& each : cases) {
         Notify({Changer(1), each.changer, Changer(kOtherChanger)});
         EXPECT_THAT(LastLogged(),
-                    HasSubstr(std::string(", ChangerInfoNotificationCallBack: ") + each.message));
+                    StartsWith(std::string("ChangerInfoNotificationCallBack: ") + each.message));
         EXPECT_TRUE(IsKnown(1));
         EXPECT_FALSE(IsKnown(kOtherChanger)) << each.message;
     }
 }
 
-TEST_F(MediaIdManager, AnEntryWithoutAGuidIsLoggedByEachStepThatReadsIt) {
+TEST_F(MediaIdManager, EntryWithoutAGuidFailsEachStepThatReadsTheGuid) {
     const auto changer = Without(Changer(kChanger), "GUID");
-    const auto toldBy = [&](VErrLink* (*step)(CFDictionaryRef changerInfo)) {
-        const RaisedLink link = TakeChain(step(changer)).back();
-        return link.function + ": " + link.message;
+    const auto expectNoGuid = [&](VErrLink* (*step)(CFDictionaryRef changerInfo),
+                                  const char* function) {
+        const Chain chain = TakeChain(step(changer));
+        ASSERT_EQ(chain.size(), 2U) << function;
+        EXPECT_EQ(chain[0].message, "fail get value from dict");
+        EXPECT_EQ(chain[1], (RaisedLink{"fail get changer GUID", function, kSource}));
     };
-    EXPECT_EQ(toldBy(HandleAddedChangers), "HandleAddedChangers: fail get changer GUID");
-    EXPECT_EQ(toldBy(UpdateChangerSettings), "UpdateChangerSettings: fail get changer GUID");
-    EXPECT_EQ(toldBy(HandleChangerOperationAbort),
-              "HandleChangerOperationAbort: fail get changer GUID");
-    EXPECT_EQ(toldBy(HandleManualChangerFSBuildStart),
-              "HandleManualChangerFSBuildStart: fail get changer GUID");
+    expectNoGuid(HandleAddedChangers, "HandleAddedChangers");
+    expectNoGuid(UpdateChangerSettings, "UpdateChangerSettings");
+    expectNoGuid(HandleChangerOperationAbort, "HandleChangerOperationAbort");
+    expectNoGuid(HandleManualChangerFSBuildStart, "HandleManualChangerFSBuildStart");
 }
 
-TEST_F(MediaIdManager, AFailedBuildStartEndsThePass) {
+TEST_F(MediaIdManager, FailedBuildStartEndsThePass) {
     g_fakes.failing = "StartChangerFSCache";
     EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Request Identification", true}}),
                         Changer(kOtherChanger)}),
@@ -256,7 +260,7 @@ TEST_F(MediaIdManager, AFailedBuildStartEndsThePass) {
 }
 
 // The next notification repeats the attempt.
-TEST_F(MediaIdManager, AFailedResetKeepsTheChangerOut) {
+TEST_F(MediaIdManager, ChangerWhoseStatusCannotBeResetIsNotAdded) {
     g_fakes.failing = "ResetStatusReporting";
     EXPECT_THAT(Notify({Changer(kChanger), Changer(kOtherChanger)}), ElementsAre(kReset));
     EXPECT_THAT(
@@ -273,9 +277,7 @@ TEST_F(MediaIdManager, AFailedResetKeepsTheChangerOut) {
 TEST_F(MediaIdManager, EntriesOfOtherTypesFail) {
     for (const Value& entry : {Value(3), Value("text"), Value(Array())}) {
         Notify({entry, Changer(kChanger)});
-        EXPECT_EQ(LastLogged(),
-                  "MediaIdManager:123, ChangerInfoNotificationCallBack: fail check for changer "
-                  "ready");
+        EXPECT_EQ(LastLogged(), "ChangerInfoNotificationCallBack: fail check for changer ready");
         EXPECT_FALSE(IsKnown(kChanger));
     }
 }
@@ -286,22 +288,18 @@ TEST_F(MediaIdManager, ListThatIsNoArrayIsLoggedAndNotSaved) {
     for (const Value& value :
          {Value(Changer(kOtherChanger)), Value(3), Value("text"), Value(true)}) {
         ChangerInfoNotificationCallBack(value.Get(), &g_subscription, nullptr);
-        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                    ElementsAre("MediaIdManager:123, ChangerInfoNotificationCallBack: fail get "
-                                "changer info as array"));
+        EXPECT_EQ(OnlyLogged(), "ChangerInfoNotificationCallBack: fail get changer info as array");
         EXPECT_EQ(GetChangerInfoDict(kChanger, &saved), nullptr);
         EXPECT_FALSE(StateLock::IsHeld());
     }
     EXPECT_FALSE(IsKnown(kOtherChanger));
 }
 
-TEST_F(MediaIdManager, ChangerListThatIsNoArrayIsLoggedAndForgetsNoChanger) {
+TEST_F(MediaIdManager, ChangerListThatIsNoArrayIsLoggedAndRemovesNoChanger) {
     AddChanger(kChanger);
     for (const Value& value : {Value(Dictionary()), Value(3), Value("text"), Value(true)}) {
         ChangerListNotificationCallBack(value.Get(), nullptr, nullptr);
-        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                    ElementsAre("MediaIdManager:123, ChangerListNotificationCallBack: fail get "
-                                "changer list as array"));
+        EXPECT_EQ(OnlyLogged(), "ChangerListNotificationCallBack: fail get changer list as array");
         EXPECT_TRUE(IsKnown(kChanger));
         EXPECT_FALSE(StateLock::IsHeld());
     }
@@ -309,32 +307,24 @@ TEST_F(MediaIdManager, ChangerListThatIsNoArrayIsLoggedAndForgetsNoChanger) {
 
 TEST_F(MediaIdManager, WithoutMemoryAChangerIsNotAdded) {
     const auto changer = Changer(kChanger);
-    std::set<std::string> newest;
-    VErrLink* err = nullptr;
-    SweepAllocationFaults([&](std::size_t) { err = HandleAddedChangers(changer); },
-                          [&](std::size_t, bool happened) {
-                              EXPECT_TRUE(err == nullptr || happened);
-                              EXPECT_FALSE(err != nullptr && IsKnown(kChanger));
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  newest.insert(chain.back().message);
-                          });
-    EXPECT_THAT(newest, testing::IsSupersetOf({"fail check for changer 9EDCBA9876543210 in list",
-                                               "fail add changer GUID 9EDCBA9876543210 to list"}));
+    const auto check = [&](const Chain&, bool failed) { EXPECT_EQ(IsKnown(kChanger), !failed); };
+    EXPECT_THAT(SweepErrors([&] { return HandleAddedChangers(changer); }, check),
+                testing::IsSupersetOf({"fail check for changer 9EDCBA9876543210 in list",
+                                       "fail add changer GUID 9EDCBA9876543210 to list"}));
 }
 
 // ---- "changer list" ----
 
-TEST_F(MediaIdManager, AChangerNoLongerListedIsDropped) {
+TEST_F(MediaIdManager, ChangerNoLongerListedIsRemoved) {
     AddChanger(kChanger);
     AddChanger(kOtherChanger);
-    NotifyList({static_cast<SInt64>(kOtherChanger), 42});
+    NotifyList({kOtherChanger, 42});
     EXPECT_FALSE(IsKnown(kChanger));
     EXPECT_TRUE(IsKnown(kOtherChanger));
     EXPECT_FALSE(IsKnown(42));
 }
 
-TEST_F(MediaIdManager, AllChangersNoLongerListedAreDropped) {
+TEST_F(MediaIdManager, AllChangersNoLongerListedAreRemoved) {
     for (const UInt64 changer : {kChanger, kOtherChanger, UInt64{1}})
         AddChanger(changer);
     NotifyList({1});
@@ -343,11 +333,11 @@ TEST_F(MediaIdManager, AllChangersNoLongerListedAreDropped) {
     EXPECT_TRUE(IsKnown(1));
 }
 
-TEST_F(MediaIdManager, TheFirstFailedDropEndsTheDropping) {
+TEST_F(MediaIdManager, FirstFailedRemovalEndsTheHandling) {
     constexpr UInt64 kChangers[] = {1, 2, 3};
     const auto list = Array();
-    std::vector<int> knownAfterFailedDrop;
-    // The list of known changers stays shared, so that each run allocates the same objects.
+    std::vector<int> knownAfterFailure;
+    // The list of known changers stays retained, and each run allocates the same objects.
     for (const UInt64 changer : kChangers)
         AddChanger(changer);
     ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
@@ -363,14 +353,14 @@ TEST_F(MediaIdManager, TheFirstFailedDropEndsTheDropping) {
             }
             for (const std::string& line : log_.Take())
                 if (line.find("fail remove changer GUID ") != std::string::npos)
-                    knownAfterFailedDrop.push_back(known);
+                    knownAfterFailure.push_back(known);
         });
     // Changers added again may have another order, whose list is another object.
-    ASSERT_FALSE(knownAfterFailedDrop.empty());
-    EXPECT_EQ(knownAfterFailedDrop.front(), 3);
+    ASSERT_FALSE(knownAfterFailure.empty());
+    EXPECT_EQ(knownAfterFailure.front(), 3);
 }
 
-TEST_F(MediaIdManager, ANullNumberOfAKnownChangerEndsTheDroppingWithItsIndex) {
+TEST_F(MediaIdManager, NullNumberOfAKnownChangerEndsTheHandlingAndItsIndexIsLogged) {
     const auto list = Array();
     for (const int goodReads : {0, 1}) { // fails in the loop, and in the typed read
         AddChanger(kChanger);
@@ -389,48 +379,43 @@ TEST_F(MediaIdManager, ANullNumberOfAKnownChangerEndsTheDroppingWithItsIndex) {
     }
 }
 
-TEST_F(MediaIdManager, ArrayWithoutNumbersDropsAllChangers) {
+TEST_F(MediaIdManager, ListWithoutNumbersRemovesAllChangers) {
     AddChanger(kChanger);
     NotifyList({kChangerText});
     EXPECT_FALSE(IsKnown(kChanger));
 }
 
-TEST_F(MediaIdManager, ADroppedChangersTimerIsNotCancelled) {
-    Notify({Changer(kChanger,
-                    {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}})});
+TEST_F(MediaIdManager, TimerOfARemovedChangerIsNotCancelled) {
+    Notify({ChangerWithDailyBuild()});
     NotifyList({});
     EXPECT_FALSE(IsKnown(kChanger));
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(MediaIdManager, AListWithoutTheLockChangesNothing) {
+TEST_F(MediaIdManager, ChangerListWithoutTheLockChangesNothing) {
     AddChanger(kChanger);
     StateLock::FailLock(EINVAL);
     NotifyList({});
-    EXPECT_THAT(
-        log_.TakeWithoutLineNumbers(),
-        ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
-                    "MediaIdManager:123, ChangerListNotificationCallBack: fail LockMediaIdState "
-                    "(err = 22)"));
+    ExpectLockFailureIn("ChangerListNotificationCallBack");
     EXPECT_TRUE(IsKnown(kChanger));
 }
 
-TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
-    AddChanger(kChanger);
-    std::set<std::string> said;
+TEST_F(MediaIdManager, WithoutMemoryTheFailedRemovalIsLogged) {
     const auto list = Array();
-    // The list of known changers stays shared, so that each run allocates the same objects.
+    // The list of known changers stays retained, and each run allocates the same objects.
+    AddChanger(kChanger);
     ChangerListNotificationCallBack(list.Get(), nullptr, nullptr);
     AddChanger(kChanger);
+    std::set<std::string> logged;
     SweepAllocationFaults(
         [&](std::size_t) { ChangerListNotificationCallBack(list.Get(), nullptr, nullptr); },
         [&](std::size_t, bool happened) {
             EXPECT_EQ(IsKnown(kChanger), happened);
             for (const std::string& line : log_.TakeWithoutLineNumbers())
-                said.insert(line);
+                logged.insert(line);
         });
     EXPECT_THAT(
-        said,
+        logged,
         testing::IsSupersetOf(
             {"MediaIdManager:123, HandleRemovedChangers: fail get old changer list",
              "MediaIdManager:123, HandleRemovedChangers: fail remove changer GUID "
@@ -438,32 +423,20 @@ TEST_F(MediaIdManager, WithoutMemoryTheDropIsLogged) {
              "MediaIdManager:123, ChangerListNotificationCallBack: fail HandleRemovedChangers"}));
 }
 
-TEST_F(MediaIdManager, AChangersNumberIsLoggedInSixteenDigits) {
+TEST_F(MediaIdManager, ChangersNumberIsLoggedInSixteenDigits) {
     const std::string number = kSmallChangerText;
-    const auto changer = Changer(
-        kSmallChanger, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnSchedule", true}})}});
+    const auto changer = With(ChangerWithDailyBuild(), {{"GUID", kSmallChanger}});
     const auto list = Array();
-    std::set<std::string> messages;
-    VErrLink* err = nullptr;
-    const auto note = [&](std::size_t, bool) {
-        for (const RaisedLink& link : TakeChain(err))
-            messages.insert(link.message);
-        AddChanger(kSmallChanger);
-    };
-    SweepAllocationFaults([&](std::size_t) { err = UpdateChangerSettings(changer); }, note);
-    SweepAllocationFaults([&](std::size_t) { err = HandleRemovedChangers(list); }, note);
+    const auto addAgain = [&](const Chain&, bool) { AddChanger(kSmallChanger); };
+    AddChanger(kSmallChanger);
+    EXPECT_THAT(SweepErrors([&] { return UpdateChangerSettings(changer); }, addAgain),
+                Contains("fail ScheduleChangerFSCacheTimer for " + number + " with 1:00"));
+    EXPECT_THAT(SweepErrors([&] { return HandleRemovedChangers(list); }, addAgain),
+                Contains("fail remove changer GUID " + number + " from list"));
     EXPECT_EQ(RemoveChangerFromList(kSmallChanger), nullptr);
-    SweepAllocationFaults([&](std::size_t) { err = HandleAddedChangers(changer); },
-                          [&](std::size_t, bool) {
-                              for (const RaisedLink& link : TakeChain(err))
-                                  messages.insert(link.message);
-                          });
-    EXPECT_THAT(messages, testing::IsSupersetOf(
-                              {"fail ScheduleChangerFSCacheTimer for " + number + " with 1:00",
-                               "fail remove changer GUID " + number + " from list",
-                               "fail check for changer " + number + " in list",
-                               "fail add changer GUID " + number + " to list"}));
-    Journal::Take();
+    EXPECT_THAT(SweepErrors([&] { return HandleAddedChangers(changer); }, [](auto&, bool) {}),
+                testing::IsSupersetOf({"fail check for changer " + number + " in list",
+                                       "fail add changer GUID " + number + " to list"}));
 }
 
 // ---- "root preferences" ----
@@ -488,14 +461,13 @@ TEST_F(MediaIdManager, RootPreferencesOfOtherTypesLeaveTheFlag) {
                             "media value as boolean"));
     for (const Value& value : {Value(Array()), Value("IdentifyMediaOnInsert"), Value(false)}) {
         RootPrefsNotificationCallBack(value.Get(), nullptr, nullptr);
-        EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                    ElementsAre("MediaIdManager:123, RootPrefsNotificationCallBack: fail get root "
-                                "preferences as dictionary"));
+        EXPECT_EQ(OnlyLogged(),
+                  "RootPrefsNotificationCallBack: fail get root preferences as dictionary");
         EXPECT_TRUE(IdentifiesOnInsert());
     }
 }
 
-TEST_F(MediaIdManager, AGlobalFlagThatCannotBeSetIsLogged) {
+TEST_F(MediaIdManager, GlobalFlagThatCannotBeSetIsLogged) {
     g_fakes.failing = "SetGlobalShouldIdMedia";
     NotifyPreferences(Dictionary({{"IdentifyMediaOnInsert", false}}));
     g_fakes.failing.clear();
@@ -509,8 +481,7 @@ TEST_F(MediaIdManager, AGlobalFlagThatCannotBeSetIsLogged) {
 TEST_F(MediaIdManager, RootPreferencesWithoutTheLockChangeNothing) {
     StateLock::FailLock(EINVAL);
     NotifyPreferences(Dictionary({{"IdentifyMediaOnInsert", false}}));
-    EXPECT_EQ(LastLogged(), "MediaIdManager:123, RootPrefsNotificationCallBack: fail "
-                            "LockMediaIdState (err = 22)");
+    ExpectLockFailureIn("RootPrefsNotificationCallBack");
     EXPECT_TRUE(IdentifiesOnInsert());
 }
 

@@ -1,20 +1,13 @@
-#include "AllocationFaults.h"
 #include "RefusedKey.h"
 #include "Store.h"
 #include "support/Matchers.h"
-#include "trayprobed/ChangerFSCacheThread.h"
+#include "support/WithoutMemory.h"
 
 #include <cerrno>
 #include <initializer_list>
 #include <set>
 #include <string>
 #include <vector>
-
-// Called by the daily timer only, which DailyTimerTest covers.
-VErrLink* StartChangerFSCache(UInt64) {
-    ADD_FAILURE() << "no timer fires here";
-    return nullptr;
-}
 
 // The real function may end the process without a dictionary, and needs the keys.
 extern "C" {
@@ -47,91 +40,83 @@ Chain NotFoundThen(const char* function) {
 
 // ---- life and state lock ----
 
-TEST(StoreLife, TermWithoutInitDoesNothing) {
-    const LogCapture log;
-    const int before = StateLock::DestroyedCount();
+class StoreLife : public testing::Test {
+protected:
+    static bool IsKnown() {
+        SInt32 isKnown = 2;
+        EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
+        return isKnown != 0;
+    }
+
+    LogCapture log_;
+    const int destroyedBefore_ = StateLock::DestroyedCount();
+};
+
+TEST_F(StoreLife, TermWithoutInitDoesNothing) {
     TermMediaIdState();
     TermMediaIdState();
-    EXPECT_EQ(StateLock::DestroyedCount(), before);
+    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore_);
 }
 
-TEST(StoreLife, IsEmptyAfterTermAndAgainAfterInit) {
-    const LogCapture log;
+TEST_F(StoreLife, StoreIsEmptyAfterTermAndAfterEachInit) {
     for (int round = 0; round < 2; ++round) {
-        SInt32 isKnown = 2;
         ASSERT_EQ(StateLock::InitStore(), nullptr);
-        EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
-        EXPECT_EQ(isKnown, 0);
+        EXPECT_FALSE(IsKnown());
         EXPECT_EQ(AddChangerToList(kChanger), nullptr);
         TermMediaIdState();
-        EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
-        EXPECT_EQ(isKnown, 0);
+        EXPECT_FALSE(IsKnown());
     }
 }
 
 // A detached thread may call after Term.
-TEST(StoreLife, OperationsAfterTermFindNothing) {
-    const LogCapture log;
+TEST_F(StoreLife, OperationsAfterTermFindNothing) {
     CFOwned<CFArrayRef> changers;
     SInt32 flag = 0;
     EXPECT_EQ(TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
               NotFoundThen("AddStorageElemToMediaIdInProgressList"));
-    EXPECT_EQ(TakeMessages(AddChangerToList(kChanger)),
-              std::vector<std::string>{"fail allocate changer dictionary"});
+    EXPECT_THAT(TakeMessages(AddChangerToList(kChanger)),
+                ElementsAre("fail allocate changer dictionary"));
     EXPECT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(GetChangerList(changers.Out()), nullptr);
     EXPECT_EQ(CFArrayGetCount(changers), 0);
-    EXPECT_EQ(TakeMessages(MediaHasMountablePartitions(kChanger, 5, &flag, &flag)),
-              std::vector<std::string>{"info list array is still NULL"});
+    EXPECT_THAT(TakeMessages(MediaHasMountablePartitions(kChanger, 5, &flag, &flag)),
+                ElementsAre("info list array is still NULL"));
 }
 
-TEST(StoreLife, WithoutAMutexInitFails) {
-    const LogCapture log;
-    const int destroyedBefore = StateLock::DestroyedCount();
+TEST_F(StoreLife, InitFailsWithoutAMutex) {
     StateLock::FailInit(EAGAIN);
     EXPECT_EQ(TakeChain(StateLock::InitStore()),
               (Chain{Raised("fail pthread_mutex_init", "InitMediaIdState", EAGAIN)}));
-    SInt32 isKnown = 2;
-    EXPECT_EQ(TakeMessages(AddChangerToList(kChanger)),
-              std::vector<std::string>{"fail allocate changer dictionary"});
-    EXPECT_EQ(IsChangerInList(kChanger, &isKnown), nullptr);
-    EXPECT_EQ(isKnown, 0);
+    EXPECT_THAT(TakeMessages(AddChangerToList(kChanger)),
+                ElementsAre("fail allocate changer dictionary"));
+    EXPECT_FALSE(IsKnown());
     TermMediaIdState();
-    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore);
+    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore_);
 }
 
-TEST(StoreLife, AMutexStatusIsSignExtended) {
-    const LogCapture log;
+TEST_F(StoreLife, NegativeMutexStatusIsTheErrorCode) {
     StateLock::FailInit(-3);
     EXPECT_EQ(TakeChain(StateLock::InitStore()).back().code, -3);
 }
 
-TEST(StoreLife, WithoutMemoryInitFailsAndTermDestroysTheMutex) {
-    const LogCapture log;
-    VErrLink* err = nullptr;
-    const int destroyedBefore = StateLock::DestroyedCount();
-    {
-        const AllocationFault fault(1);
-        err = StateLock::InitStore();
-    }
-    EXPECT_EQ(TakeChain(err),
+TEST_F(StoreLife, WithoutMemoryInitFailsAndTermDestroysTheMutex) {
+    EXPECT_EQ(ChainWithoutMemory(StateLock::InitStore),
               (Chain{Raised("fail create empty changer list dict", "InitMediaIdState")}));
     TermMediaIdState();
-    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore + 1);
+    EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore_ + 1);
 }
 
-TEST(StoreLife, AFailedDestructionIsLogged) {
-    LogCapture log;
+TEST_F(StoreLife, FailedDestructionOfTheMutexIsLogged) {
     ASSERT_EQ(StateLock::InitStore(), nullptr);
     StateLock::FailDestroy(EBUSY);
     TermMediaIdState();
     EXPECT_THAT(
-        log.TakeWithoutLineNumbers(),
+        log_.TakeWithoutLineNumbers(),
         ElementsAre("MediaIdState:123, TermMediaIdState: fail pthread_mutex_destroy (err = 16)"));
 }
 
-TEST_F(Store, LocksAndUnlocks) {
+TEST_F(Store, StateLockIsHeldUntilUnlocked) {
     EXPECT_EQ(LockMediaIdState(), nullptr);
     EXPECT_TRUE(StateLock::IsHeld());
     UnlockMediaIdState();
@@ -148,7 +133,7 @@ TEST_F(Store, NoOperationTakesTheStateLock) {
               (Chain{Raised("fail pthread_mutex_lock", "LockMediaIdState", EINVAL)}));
 }
 
-TEST_F(Store, AFailedUnlockIsLogged) {
+TEST_F(Store, FailedUnlockIsLogged) {
     ASSERT_EQ(LockMediaIdState(), nullptr);
     StateLock::FailUnlock(EPERM);
     UnlockMediaIdState();
@@ -171,7 +156,7 @@ TEST_F(Store, MediaAreIdentifiedByDefault) {
 
 // ---- changers ----
 
-TEST_F(Store, AChangerNeverAddedIsNotFound) {
+TEST_F(Store, ChangerNeverAddedIsNotFound) {
     CFOwned<CFMutableDictionaryRef> dict;
     EXPECT_EQ(
         TakeChain(GetChangerDictForGUID(kChanger, dict.Out())),
@@ -203,14 +188,12 @@ TEST_F(Store, OperationsOnAnUnknownChangerFail) {
     EXPECT_FALSE(IsKnown(kChanger));
 }
 
-TEST_F(Store, AChangerIsKnownByItsGuidBitForBit) {
+TEST_F(Store, AddedChangerIsFoundByAll64BitsOfItsGuid) {
     AddChanger(kChanger);
     EXPECT_TRUE(IsKnown(kChanger));
     EXPECT_FALSE(IsKnown(kOtherChanger));
-    CFOwned<CFMutableDictionaryRef> dict;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-    EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
-                                             {"In Progress", Array()}})));
+    EXPECT_EQ(XmlOf(StateOf(kChanger)),
+              XmlOf(Dictionary({{"GUID", kChanger}, {"In Progress", Array()}})));
 }
 
 TEST_F(Store, AddingAgainResetsTheState) {
@@ -224,7 +207,7 @@ TEST_F(Store, AddingAgainResetsTheState) {
     EXPECT_FALSE(ShouldAbort(kChanger));
 }
 
-TEST_F(Store, RemovingDropsTheStateOfThatChangerAlone) {
+TEST_F(Store, RemovalDropsTheStateOfThatChangerOnly) {
     AddChanger(kChanger);
     AddChanger(kOtherChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kOtherChanger, 5), nullptr);
@@ -234,7 +217,7 @@ TEST_F(Store, RemovingDropsTheStateOfThatChangerAlone) {
     EXPECT_TRUE(IsInProgress(kOtherChanger, 5));
 }
 
-TEST_F(Store, ListsTheGuidsAsNumbers) {
+TEST_F(Store, ChangerListHasTheGuidsAsNumbers) {
     CFOwned<CFArrayRef> list;
     EXPECT_EQ(GetChangerList(list.Out()), nullptr);
     EXPECT_EQ(CFArrayGetCount(list), 0);
@@ -242,35 +225,33 @@ TEST_F(Store, ListsTheGuidsAsNumbers) {
     AddChanger(kChanger);
     AddChanger(kOtherChanger);
     EXPECT_EQ(GetChangerList(list.Out()), nullptr);
-    std::set<SInt64> guids;
+    std::set<UInt64> guids;
     for (CFIndex i = 0; i < CFArrayGetCount(list); ++i) {
-        SInt64 guid = 0;
+        UInt64 guid = 0;
         EXPECT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(CFArrayGetValueAtIndex(list, i)),
                                      kCFNumberSInt64Type, &guid));
         guids.insert(guid);
     }
-    EXPECT_EQ(guids, (std::set{static_cast<SInt64>(kChanger), static_cast<SInt64>(kOtherChanger)}));
+    EXPECT_EQ(guids, (std::set{kChanger, kOtherChanger}));
 }
 
-// A caller changes its own copy until the copy is written back.
-TEST_F(Store, StateIsCopiedAndWrittenBackWhole) {
+TEST_F(Store, ChangedCopyTakesEffectOnceWrittenBack) {
     AddChanger(kChanger);
-    CFOwned<CFMutableDictionaryRef> copy;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, copy.Out()), nullptr);
+    const auto copy = StateOf(kChanger);
     CFDictionarySetValue(copy, CFSTR("Should Abort Operation"), kCFBooleanTrue);
     EXPECT_FALSE(ShouldAbort(kChanger));
     EXPECT_EQ(SetChangerDictForGUID(kChanger, copy), nullptr);
     EXPECT_TRUE(ShouldAbort(kChanger));
 }
 
-TEST_F(Store, WritingBackAddsAChanger) {
+TEST_F(Store, WritingTheStateOfAnUnknownChangerAddsIt) {
     EXPECT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
     EXPECT_TRUE(IsKnown(kChanger));
 }
 
 // ---- storage elements in progress ----
 
-TEST_F(Store, AnElementIsOnTheListOnce) {
+TEST_F(Store, ElementAddedTwiceIsOnTheListOnce) {
     AddChanger(kChanger);
     AddChanger(kOtherChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
@@ -281,7 +262,7 @@ TEST_F(Store, AnElementIsOnTheListOnce) {
     EXPECT_FALSE(IsInProgress(kOtherChanger, 5));
 }
 
-TEST_F(Store, RemovingTakesOneElementOff) {
+TEST_F(Store, RemovalLeavesOtherElementsOnTheList) {
     AddChanger(kChanger);
     for (const UInt16 elem : std::initializer_list<UInt16>{3, 5, 7})
         EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, elem), nullptr);
@@ -293,7 +274,7 @@ TEST_F(Store, RemovingTakesOneElementOff) {
     EXPECT_TRUE(IsInProgress(kChanger, 7));
 }
 
-TEST_F(Store, ElementsThatWereComparedAreReleased) {
+TEST_F(Store, NumbersOfComparedElementsAreReleased) {
     AddChanger(kChanger);
     NumberReferences::MakeObjectsOfAll();
     for (const UInt16 elem : std::initializer_list<UInt16>{5, 5, 7})
@@ -305,38 +286,34 @@ TEST_F(Store, ElementsThatWereComparedAreReleased) {
 }
 
 // The daemon itself never adds an equal number twice.
-TEST_F(Store, RemovingTakesTheFirstOccurrence) {
+TEST_F(Store, RemovalTakesTheFirstOfEqualElements) {
     ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary({{"In Progress", Array({5, 3, 5})}})),
               nullptr);
     EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 5), nullptr);
-    CFOwned<CFMutableDictionaryRef> dict;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-    EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"In Progress", Array({3, 5})}})));
+    EXPECT_EQ(XmlOf(StateOf(kChanger)), XmlOf(Dictionary({{"In Progress", Array({3, 5})}})));
 }
 
-TEST_F(Store, ElementsAbove32767KeepTheirBits) {
+TEST_F(Store, ElementsAbove32767AreStoredAsNegativeNumbers) {
     AddChanger(kChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 40000), nullptr);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 0xFFFF), nullptr);
     EXPECT_TRUE(IsInProgress(kChanger, 40000));
-    CFOwned<CFMutableDictionaryRef> dict;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-    EXPECT_EQ(XmlOf(CFDictionaryGetValue(dict, CFSTR("In Progress"))), XmlOf(Array({-25536, -1})));
+    EXPECT_EQ(XmlOf(CFDictionaryGetValue(StateOf(kChanger), CFSTR("In Progress"))),
+              XmlOf(Array({-25536, -1})));
     EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 40000), nullptr);
     EXPECT_FALSE(IsInProgress(kChanger, 40000));
 }
 
-TEST_F(Store, TheListIsReplacedNotChanged) {
+TEST_F(Store, UpdateReplacesTheListAndKeepsTheOldOne) {
     AddChanger(kChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 3), nullptr);
-    CFOwned<CFMutableDictionaryRef> before;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, before.Out()), nullptr);
+    const auto before = StateOf(kChanger);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
     EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 3), nullptr);
     EXPECT_EQ(XmlOf(CFDictionaryGetValue(before, CFSTR("In Progress"))), XmlOf(Array({3})));
 }
 
-TEST_F(Store, AMissingListIsAFailure) {
+TEST_F(Store, MissingListIsAnError) {
     UInt32 count = 0;
     SInt32 isOnList = 0;
     for (const auto& state : {Dictionary(), Dictionary({{"In Progress", "5"}})}) {
@@ -354,7 +331,7 @@ TEST_F(Store, AMissingListIsAFailure) {
     }
 }
 
-TEST_F(Store, AChangerWithoutMemoryForItsStateIsNotAdded) {
+TEST_F(Store, ChangerWithoutMemoryForItsStateIsNotAdded) {
     for (const char* key : {"GUID", "In Progress"}) {
         const RefusedKey refused(key);
         EXPECT_EQ(TakeChain(AddChangerToList(kChanger)),
@@ -365,39 +342,30 @@ TEST_F(Store, AChangerWithoutMemoryForItsStateIsNotAdded) {
 
 // ---- flags ----
 
-TEST_F(Store, AFlagWithoutMemoryFailsInTheNameOfItsSetter) {
-    struct Case {
-        const char* key;
-        VErrLink* (*set)(UInt64 changerGUID, SInt32 flag);
-        const char* function;
-    };
+TEST_F(Store, FailedFlagNamesItsSetterAndIsUnchanged) {
     AddChanger(kChanger);
-    for (const Case& each :
-         {Case{"Changer FS Cache Build In Progress", SetChangerFSCacheBuildInProgress,
-               "SetChangerFSCacheBuildInProgress"},
-          Case{"Should Abort Operation", SetChangerShouldAbortOperation,
-               "SetChangerShouldAbortOperation"}}) {
-        const RefusedKey refused(each.key);
-        EXPECT_EQ(TakeChain(each.set(kChanger, 1)),
-                  (Chain{Raised("fail CFHDictionarySetBoolValue", each.function)}));
+    {
+        const RefusedKey refused("Changer FS Cache Build In Progress");
+        EXPECT_EQ(
+            TakeChain(SetChangerFSCacheBuildInProgress(kChanger, 1)),
+            (Chain{Raised("fail CFHDictionarySetBoolValue", "SetChangerFSCacheBuildInProgress")}));
     }
+    const RefusedKey refused("Should Abort Operation");
+    EXPECT_EQ(TakeChain(SetChangerShouldAbortOperation(kChanger, 1)),
+              (Chain{Raised("fail CFHDictionarySetBoolValue", "SetChangerShouldAbortOperation")}));
     EXPECT_FALSE(IsBuilding(kChanger));
     EXPECT_FALSE(ShouldAbort(kChanger));
 }
 
-TEST_F(Store, AFailureSetsTheCallersReferenceToNull) {
+TEST_F(Store, FailureSetsTheCallersReferenceToNull) {
     const auto earlier = Dictionary();
     const auto earlierList = Array();
     CFMutableDictionaryRef dict = earlier;
     CFArrayRef list = earlierList;
     EXPECT_NE(TakeChain(GetChangerDictForGUID(kOtherChanger, &dict)), Chain());
     EXPECT_EQ(dict, nullptr);
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = GetChangerList(&list);
-    }
-    EXPECT_THAT(TakeMessages(err), ElementsAre("fail alloc changer GUID buffer"));
+    EXPECT_EQ(ChainWithoutMemory([&] { return GetChangerList(&list); }),
+              (Chain{Raised("fail alloc changer GUID buffer", "GetChangerList")}));
     EXPECT_EQ(list, nullptr);
 }
 
@@ -432,12 +400,11 @@ TEST_F(Store, FlagsAreStoredUnderTheirKeys) {
     AddChanger(kChanger);
     EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
     EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 0), nullptr);
-    CFOwned<CFMutableDictionaryRef> dict;
-    ASSERT_EQ(GetChangerDictForGUID(kChanger, dict.Out()), nullptr);
-    EXPECT_EQ(XmlOf(dict), XmlOf(Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
-                                             {"In Progress", Array()},
-                                             {"Changer FS Cache Build In Progress", true},
-                                             {"Should Abort Operation", false}})));
+    EXPECT_EQ(XmlOf(StateOf(kChanger)),
+              XmlOf(Dictionary({{"GUID", kChanger},
+                                {"In Progress", Array()},
+                                {"Changer FS Cache Build In Progress", true},
+                                {"Should Abort Operation", false}})));
 }
 
 } // namespace

@@ -9,34 +9,19 @@
 #include "Journal.h"
 #include "Store.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 
 #include <cerrno>
 #include <cstddef>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace {
-
-bool g_walkFails = false;
-
-} // namespace
-
 VErrLink* RunFSCache(UInt64 changerGUID, UInt16 storageElem, SInt32 descend) {
-    Journal::Add("walk %016llX/%u%s%s", changerGUID, storageElem, descend ? " down" : "",
-                 StateLock::IsHeld() ? " (locked)" : "");
-    VErrLink* err = nullptr;
-    if (g_walkFails)
-        VErrRaise(VErrThrowWithErrCode(&err, 13, "fail walk"), "test/Walk", __func__, __LINE__);
-    return err;
-}
-
-// Called by the daily timer only, which DailyTimerTest covers.
-VErrLink* StartChangerFSCache(UInt64) {
-    ADD_FAILURE() << "no timer fires here";
-    return nullptr;
+    return AnswerCommand(Journal::Add("walk %016llX/%u%s%s", changerGUID, storageElem,
+                                      descend ? " down" : "",
+                                      StateLock::IsHeld() ? " (locked)" : ""));
 }
 
 namespace {
@@ -50,13 +35,20 @@ constexpr const char* kMount = "mount 9EDCBA9876543210/5 within 300 s, partition
 constexpr const char* kWalk = "walk 9EDCBA9876543210/5";
 constexpr const char* kEject = "eject 9EDCBA9876543210/5 within 300 s, flags 1, family 1";
 
+// The journal of an identification that sends all commands.
+std::vector<std::string> AllCommands() {
+    return {kWithdraw, kMount, kWalk, kEject, kWithdraw};
+}
+
 class MediaIdThread : public Store {
 protected:
     MediaIdThread() {
         FakeCommands::Reset();
         Journal::Take();
-        g_walkFails = false;
         AddChanger(kChanger);
+    }
+    ~MediaIdThread() override {
+        EXPECT_FALSE(StateLock::IsHeld());
     }
 
     // Starts the thread with the state lock held, as the notification callback does.
@@ -67,9 +59,17 @@ protected:
         UnlockMediaIdState();
         return chain;
     }
-    static void Run() {
-        EXPECT_EQ(Start(), Chain());
+    static void Run(SInt32 buildDirCache = 0, UInt64 changerGUID = kChanger,
+                    UInt16 storageElem = kElem) {
+        EXPECT_EQ(Start(buildDirCache, changerGUID, storageElem), Chain());
         DeferredThreads::RunNext();
+    }
+    // As Run(), with one withdrawal failing: the element stays on the list.
+    void RunWithFailedWithdrawal(int nth = 1) {
+        FakeCommands::Fail("withdraw", nth);
+        Run();
+        log_.Take();
+        EXPECT_TRUE(IsInProgress(kChanger, kElem));
     }
 
     DeferredThreads threads_;
@@ -85,7 +85,7 @@ TEST_F(MediaIdThread, StartingAddsTheElementToTheList) {
     DeferredThreads::RunNext();
 }
 
-TEST_F(MediaIdThread, AThreadThatCannotBeMadeLeavesNoElement) {
+TEST_F(MediaIdThread, ThreadThatCannotBeCreatedLeavesNoElement) {
     const char* const functions[] = {"pthread_attr_init", "pthread_attr_setdetachstate",
                                      "pthread_create"};
     for (const char* function : functions) {
@@ -97,12 +97,12 @@ TEST_F(MediaIdThread, AThreadThatCannotBeMadeLeavesNoElement) {
     }
 }
 
-TEST_F(MediaIdThread, AStatusIsSignExtended) {
+TEST_F(MediaIdThread, NegativeStatusIsTheErrorCode) {
     DeferredThreads::Fail("pthread_create", -3);
     EXPECT_EQ(Start().back().code, -3);
 }
 
-TEST_F(MediaIdThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedThread) {
+TEST_F(MediaIdThread, AttributesThatCannotBeDestroyedFailTheStartButTheThreadRuns) {
     DeferredThreads::Fail("pthread_attr_destroy", EINVAL);
     EXPECT_EQ(Start(), (Chain{{"fail pthread_attr_destroy", "StartMediaId", kSource, EINVAL}}));
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
@@ -112,19 +112,15 @@ TEST_F(MediaIdThread, AttributesThatCannotBeDestroyedAreAFailureOfAStartedThread
 
 TEST_F(MediaIdThread, WithoutMemoryNothingStarts) {
     ASSERT_EQ(LockMediaIdState(), nullptr);
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = StartMediaId(kChanger, kElem, 0);
-    }
+    EXPECT_EQ(ChainWithoutMemory([] { return StartMediaId(kChanger, kElem, 0); }),
+              (Chain{{"fail alloc thread context", "StartMediaId", kSource}}));
     UnlockMediaIdState();
-    EXPECT_EQ(TakeChain(err), (Chain{{"fail alloc thread context", "StartMediaId", kSource}}));
     EXPECT_EQ(DeferredThreads::Count(), 0U);
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
 // The thread's end finds no element to remove.
-TEST_F(MediaIdThread, AnElementThatCannotBeListedIsStillIdentified) {
+TEST_F(MediaIdThread, ElementThatCannotBeListedIsStillIdentified) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_EQ(Start(),
               (Chain{{"fail find changer in list", "GetChangerDictForGUID",
@@ -136,16 +132,16 @@ TEST_F(MediaIdThread, AnElementThatCannotBeListedIsStillIdentified) {
     AddChanger(kChanger);
     EXPECT_EQ(DeferredThreads::Count(), 1U);
     DeferredThreads::RunNext();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(Journal::Take(), AllCommands());
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
 // The starter holds the lock, so the thread cannot remove the element before it is added.
-TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsBeforeItRemovesTheElement) {
+TEST_F(MediaIdThread, ThreadFasterThanItsStarterWaitsBeforeItRemovesTheElement) {
     DeferredThreads::RaceWithStarter();
     EXPECT_EQ(Start(), Chain());
     DeferredThreads::Join();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(Journal::Take(), AllCommands());
     EXPECT_EQ(InProgressCount(kChanger), 0U);
 }
 
@@ -153,14 +149,12 @@ TEST_F(MediaIdThread, AThreadFasterThanItsStarterWaitsBeforeItRemovesTheElement)
 
 TEST_F(MediaIdThread, MountsWalksAndEjectsBetweenTwoWithdrawals) {
     Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(Journal::Take(), AllCommands());
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
-    EXPECT_FALSE(StateLock::IsHeld());
 }
 
-TEST_F(MediaIdThread, TheWalkGetsThePreferenceOfTheStart) {
-    EXPECT_EQ(Start(1), Chain());
-    DeferredThreads::RunNext();
+TEST_F(MediaIdThread, WalkDescendsIfTheStartRequestedSo) {
+    Run(1);
     EXPECT_EQ(Journal::Take().at(2), "walk 9EDCBA9876543210/5 down");
 }
 
@@ -171,42 +165,56 @@ TEST_F(MediaIdThread, RemovesOnlyItsOwnElement) {
     EXPECT_EQ(InProgressCount(kChanger), 1U);
 }
 
-TEST_F(MediaIdThread, AfterAFailedMountNeitherWalksNorEjects) {
-    FakeCommands::Fail("mount");
-    Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWithdraw));
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kCommandFailureLine,
-                            "MediaIdThread:123, RunMediaIdThread: Fail "
-                            "ChangerServerMountDisc(9EDCBA9876543210, 5) (VErrCode = 1005)"));
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
-}
+struct FailedCommand {
+    const char* name;
+    const char* command;
+    int nth;
+    std::vector<std::string> sent;
+    const char* message; // the thread's log line
+    bool elementStays;
+};
 
-TEST_F(MediaIdThread, AfterAFailedWalkStillEjects) {
-    g_walkFails = true;
-    Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre("Walk:123, RunFSCache: fail walk (err = 13)",
-                            "MediaIdThread:123, RunMediaIdThread: fail "
-                            "RunFSCache(9EDCBA9876543210, 5) (err = 13)"));
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
-}
+class MediaIdThreadFailure : public MediaIdThread,
+                             public testing::WithParamInterface<FailedCommand> {};
 
-TEST_F(MediaIdThread, AfterAFailedEjectStillRemovesTheElement) {
-    FakeCommands::Fail("eject");
+TEST_P(MediaIdThreadFailure, IsLoggedAndTheOtherCommandsAreSent) {
+    FakeCommands::Fail(GetParam().command, GetParam().nth);
     Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(Journal::Take(), GetParam().sent);
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
-        ElementsAre(kCommandFailureLine,
-                    "MediaIdThread:123, RunMediaIdThread: fail ChangerServerEjectDisc for changer "
-                    "9EDCBA9876543210/storage elem 5 (VErrCode = 1005)"));
-    EXPECT_FALSE(IsInProgress(kChanger, kElem));
+        ElementsAre(kCommandFailureLine, std::string("MediaIdThread:123, RunMediaIdThread: ") +
+                                             GetParam().message + " (VErrCode = 1005)"));
+    EXPECT_EQ(IsInProgress(kChanger, kElem), GetParam().elementStays);
 }
 
+// After a failed withdrawal the element is not identified again until the changer is removed.
+INSTANTIATE_TEST_SUITE_P(
+    Of, MediaIdThreadFailure,
+    testing::Values(FailedCommand{"FirstWithdrawal",
+                                  "withdraw",
+                                  1,
+                                  {kWithdraw},
+                                  "fail ChangerServerRequestChangerIdentification",
+                                  true},
+                    FailedCommand{"Mount",
+                                  "mount",
+                                  1,
+                                  {kWithdraw, kMount, kWithdraw},
+                                  "Fail ChangerServerMountDisc(9EDCBA9876543210, 5)",
+                                  false},
+                    FailedCommand{"Walk", "walk", 1, AllCommands(),
+                                  "fail RunFSCache(9EDCBA9876543210, 5)", false},
+                    FailedCommand{
+                        "Eject", "eject", 1, AllCommands(),
+                        "fail ChangerServerEjectDisc for changer 9EDCBA9876543210/storage elem 5",
+                        false},
+                    FailedCommand{"LastWithdrawal", "withdraw", 2, AllCommands(),
+                                  "fail ChangerServerRequestChangerIdentification", true}),
+    [](const testing::TestParamInfo<FailedCommand>& each) { return each.param.name; });
+
 TEST_F(MediaIdThread, EachFailureIsLogged) {
-    g_walkFails = true;
+    FakeCommands::Fail("walk");
     FakeCommands::Fail("eject");
     FakeCommands::Fail("withdraw", 2);
     Run();
@@ -214,46 +222,18 @@ TEST_F(MediaIdThread, EachFailureIsLogged) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, AFailureIsLoggedBeforeTheNextCommandIsSent) {
-    for (const char* failing : {"mount", "eject"}) {
-        FakeCommands::Fail(failing);
-        g_walkFails = failing == std::string("eject");
-        std::vector<std::size_t> lines; // logged since the previous command, per command
-        FakeCommands::OnCommand([&](std::string_view) { lines.push_back(log_.Take().size()); });
-        Run();
-        FakeCommands::OnCommand(nullptr);
-        // At the withdrawal, the mount, the eject after a mount, and the withdrawal.
-        const std::vector<std::size_t> expected =
-            g_walkFails ? std::vector<std::size_t>{0, 0, 2, 2} : std::vector<std::size_t>{0, 0, 2};
-        EXPECT_EQ(lines, expected) << failing;
-        EXPECT_THAT(log_.Take(), IsEmpty());
-        Journal::Take();
-    }
-}
-
-constexpr const char* kWithdrawalFailureLine =
-    "MediaIdThread:123, RunMediaIdThread: fail ChangerServerRequestChangerIdentification "
-    "(VErrCode = 1005)";
-
-// The element is not identified again until the changer is removed and added.
-TEST_F(MediaIdThread, AfterAFailedFirstWithdrawalNothingIsMountedAndTheElementStays) {
-    FakeCommands::Fail("withdraw");
+TEST_F(MediaIdThread, FailureIsLoggedBeforeTheNextCommandIsSent) {
+    std::vector<std::size_t> lines; // logged before each command
+    FakeCommands::OnCommand([&](std::string_view) { lines.push_back(log_.Take().size()); });
+    FakeCommands::Fail("walk");
+    FakeCommands::Fail("eject");
     Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw));
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kCommandFailureLine, kWithdrawalFailureLine));
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    EXPECT_FALSE(StateLock::IsHeld());
-}
-
-TEST_F(MediaIdThread, AfterAFailedLastWithdrawalTheElementStays) {
-    FakeCommands::Fail("withdraw", 2);
+    EXPECT_THAT(lines, ElementsAre(0, 0, 0, 2, 2));
+    lines.clear();
+    FakeCommands::Fail("mount");
     Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(kCommandFailureLine, kWithdrawalFailureLine));
-    EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    EXPECT_FALSE(StateLock::IsHeld());
+    EXPECT_THAT(lines, ElementsAre(0, 0, 2));
+    EXPECT_THAT(log_.Take(), IsEmpty());
 }
 
 // ---- another server ----
@@ -282,29 +262,15 @@ protected:
         Handle(server);
         return IsInProgress(kChanger, kElem);
     }
-    // Leaves an element on the list by a failed withdrawal.
-    void Strand(int withdrawal = 1) {
-        FakeCommands::Fail("withdraw", withdrawal);
-        Run();
-        log_.Take();
-        EXPECT_TRUE(IsInProgress(kChanger, kElem));
-    }
 };
 
-TEST_F(MediaIdServer, ElementLeftOnTheListStaysWhileItsServerRuns) {
+TEST_F(MediaIdServer, ElementLeftOnTheListIsRemovedForTheNextServerOnly) {
     for (const int withdrawal : {1, 2}) {
-        AddChanger(kChanger);
-        Strand(withdrawal);
         Handle(kServer);
+        RunWithFailedWithdrawal(withdrawal);
         EXPECT_TRUE(IsInProgressAfter(kServer));
-    }
-}
-
-TEST_F(MediaIdServer, ElementLeftOnTheListIsRemovedForTheNextServer) {
-    for (const int withdrawal : {1, 2}) {
-        Handle(kServer);
-        Strand(withdrawal);
-        Handle(kNextServer);
+        EXPECT_TRUE(IsInProgressAfter(kServer));
+        EXPECT_FALSE(IsInProgressAfter(kNextServer));
         EXPECT_EQ(InProgressCount(kChanger), 0U);
     }
 }
@@ -314,8 +280,7 @@ TEST_F(MediaIdServer, ElementsThatShareChangerOrSlotAreAllRemovedForTheNextServe
     for (const UInt64 changer : {kChanger, kOtherChanger}) {
         for (const UInt16 elem : std::initializer_list<UInt16>{kElem, 6}) {
             FakeCommands::Fail("withdraw");
-            EXPECT_EQ(Start(0, changer, elem), Chain());
-            DeferredThreads::RunNext();
+            Run(0, changer, elem);
         }
         EXPECT_EQ(InProgressCount(changer), 2U);
     }
@@ -325,21 +290,21 @@ TEST_F(MediaIdServer, ElementsThatShareChangerOrSlotAreAllRemovedForTheNextServe
     EXPECT_EQ(InProgressCount(kOtherChanger), 0U);
 }
 
-TEST_F(MediaIdServer, SameProcessIdWithAnotherStartTimeIsTheNextServer) {
+TEST_F(MediaIdServer, SameProcessIdWithAnotherStartTimeIsAnotherServer) {
     const ChangerServerProcess others[] = {{4711, {1001, 250000}}, {4711, {1000, 260000}}};
     for (const ChangerServerProcess& other : others) {
         Handle(kServer);
-        Strand();
+        RunWithFailedWithdrawal();
         EXPECT_FALSE(IsInProgressAfter(other));
     }
 }
 
 TEST_F(MediaIdServer, StartTimeThatCannotBeReadLeavesTheElement) {
-    Strand();
+    RunWithFailedWithdrawal();
     EXPECT_TRUE(IsInProgressAfter({4711, {0, 0}}));
 }
 
-TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadHasEnded) {
+TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadEnds) {
     EXPECT_EQ(Start(), Chain());
     FakeCommands::Fail("withdraw");
     EXPECT_TRUE(IsInProgressAfter(kNextServer));
@@ -355,7 +320,7 @@ TEST_F(MediaIdServer, OtherStateIsUnchangedAndNoCommandIsSent) {
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 6), nullptr);
     EXPECT_EQ(SetChangerFSCacheBuildInProgress(kChanger, 1), nullptr);
     EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
-    Strand();
+    RunWithFailedWithdrawal();
     Journal::Take();
     Handle(kNextServer);
     EXPECT_THAT(Journal::Take(), IsEmpty());
@@ -367,10 +332,10 @@ TEST_F(MediaIdServer, OtherStateIsUnchangedAndNoCommandIsSent) {
 }
 
 TEST_F(MediaIdServer, ElementStartedAgainBelongsToTheServerOfItsLastStart) {
-    Strand();
+    RunWithFailedWithdrawal();
     AddChanger(kChanger); // the list is empty again
     Handle(kNextServer);
-    Strand();
+    RunWithFailedWithdrawal();
     EXPECT_TRUE(IsInProgressAfter(kNextServer));
     EXPECT_FALSE(IsInProgressAfter(kServer));
 }
@@ -406,7 +371,7 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsStaysUntilBothHaveEnded) {
     EXPECT_FALSE(IsInProgressAfter(kNextServer));
 }
 
-TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
+TEST_F(MediaIdServer, ThreadThatCannotBeCreatedLeavesNothingForTheNextServer) {
     DeferredThreads::Fail("pthread_create", EAGAIN);
     EXPECT_EQ(Start().size(), 1U);
     EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, kElem), nullptr);
@@ -414,7 +379,7 @@ TEST_F(MediaIdServer, ThreadThatCannotBeMadeLeavesNothingForTheNextServer) {
 }
 
 TEST_F(MediaIdServer, ElementOfARemovedChangerIsForgottenForTheNextServer) {
-    Strand();
+    RunWithFailedWithdrawal();
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     Handle(kNextServer);
     AddChanger(kChanger);
@@ -423,7 +388,7 @@ TEST_F(MediaIdServer, ElementOfARemovedChangerIsForgottenForTheNextServer) {
 }
 
 TEST_F(MediaIdServer, WithoutMemoryTheElementIsRemovedByTheNextCall) {
-    Strand();
+    RunWithFailedWithdrawal();
     {
         const AllocationFault fault(1);
         Handle(kNextServer);
@@ -435,7 +400,7 @@ TEST_F(MediaIdServer, WithoutMemoryTheElementIsRemovedByTheNextCall) {
 
 // ---- the end ----
 
-TEST_F(MediaIdThread, AFailedLockLeavesTheElementOnTheList) {
+TEST_F(MediaIdThread, FailedLockLeavesTheElementOnTheList) {
     EXPECT_EQ(Start(), Chain());
     StateLock::FailLock(EINVAL);
     DeferredThreads::RunNext();
@@ -446,18 +411,18 @@ TEST_F(MediaIdThread, AFailedLockLeavesTheElementOnTheList) {
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, AChangerRemovedDuringTheThreadStaysRemoved) {
+TEST_F(MediaIdThread, ChangerRemovedDuringTheThreadStaysRemoved) {
     FakeCommands::OnCommand([](std::string_view command) {
         if (command == kEject)
             EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     });
     Run();
-    EXPECT_THAT(Journal::Take(), ElementsAre(kWithdraw, kMount, kWalk, kEject, kWithdraw));
+    EXPECT_EQ(Journal::Take(), AllCommands());
     EXPECT_FALSE(IsKnown(kChanger));
 }
 
-// The old thread's end removes the element that the new thread's start added.
-TEST_F(MediaIdThread, AChangerAddedAnewLosesTheEntryOfItsNewWorker) {
+// The changer was removed and added, and the element started again.
+TEST_F(MediaIdThread, EndOfTheOldThreadRemovesTheElementOfTheNewOne) {
     EXPECT_EQ(Start(), Chain());
     AddChanger(kChanger);
     EXPECT_EQ(Start(), Chain());
@@ -468,7 +433,7 @@ TEST_F(MediaIdThread, AChangerAddedAnewLosesTheEntryOfItsNewWorker) {
     EXPECT_FALSE(IsInProgress(kChanger, kElem));
 }
 
-TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
+TEST_F(MediaIdThread, FailedRemovalIsLogged) {
     EXPECT_EQ(Start(), Chain());
     ASSERT_EQ(SetChangerDictForGUID(kChanger, Dictionary()), nullptr);
     DeferredThreads::RunNext();
@@ -481,36 +446,25 @@ TEST_F(MediaIdThread, AFailedRemovalIsLogged) {
     EXPECT_FALSE(StateLock::IsHeld());
 }
 
-TEST_F(MediaIdThread, AChangersNumberIsLoggedInSixteenDigits) {
-    const std::string number = kSmallChangerText;
+TEST_F(MediaIdThread, ChangersNumberIsLoggedInSixteenDigits) {
     AddChanger(kSmallChanger);
-    std::set<std::string> messages;
-    const auto run = [&](const char* failing, bool walkFails, std::size_t nthAllocation) {
-        EXPECT_EQ(StartMediaId(kSmallChanger, kElem, 0), nullptr);
-        FakeCommands::Fail(failing);
-        g_walkFails = walkFails;
-        {
-            const AllocationFault fault(nthAllocation);
-            DeferredThreads::RunNext();
-        }
-        for (const std::string& line : log_.TakeWithoutLineNumbers()) {
-            const std::string begin = "MediaIdThread:123, RunMediaIdThread: ";
-            if (line.starts_with(begin))
-                messages.insert(line.substr(begin.size(), line.rfind(" (") - begin.size()));
-        }
-    };
-    run("mount", false, 1000);
-    run("eject", true, 1000);
-    run("no command", false, 1);
-    run("no command", false, 2);
-    EXPECT_THAT(
-        messages,
-        testing::IsSupersetOf(
-            {"Fail ChangerServerMountDisc(" + number + ", 5)", "fail RunFSCache(" + number + ", 5)",
-             "fail ChangerServerEjectDisc for changer " + number + "/storage elem 5",
-             "fail IsChangerInList for GUID " + number,
-             "fail remove changer GUID " + number + "/storage elem 5"}));
-    Journal::Take();
+    for (const char* command : {"mount", "walk", "eject"}) {
+        FakeCommands::Fail(command);
+        Run(0, kSmallChanger);
+    }
+    for (const std::size_t allocation : {1U, 2U}) {
+        EXPECT_EQ(Start(0, kSmallChanger), Chain());
+        const AllocationFault fault(allocation);
+        DeferredThreads::RunNext();
+    }
+    const std::vector<std::string> lines = log_.TakeWithoutLineNumbers();
+    const std::string number = kSmallChangerText;
+    for (const std::string& message :
+         {"Fail ChangerServerMountDisc(" + number + ", 5)", "fail RunFSCache(" + number + ", 5)",
+          "fail ChangerServerEjectDisc for changer " + number + "/storage elem 5",
+          "fail IsChangerInList for GUID " + number,
+          "fail remove changer GUID " + number + "/storage elem 5"})
+        EXPECT_THAT(lines, Contains(HasSubstr("RunMediaIdThread: " + message)));
 }
 
 } // namespace

@@ -21,14 +21,14 @@ class MediaInfo : public Store {
 protected:
     // Saves a list of one changer with these media.
     void SaveMedia(std::initializer_list<Value> media) {
-        SaveInfoList(Array({Dictionary(
-            {{"GUID", static_cast<SInt64>(kChanger)}, {"Changer Media Info", Array(media)}})}));
+        SaveInfoList(
+            Array({Dictionary({{"GUID", kChanger}, {"Changer Media Info", Array(media)}})}));
     }
     std::vector<std::string> Messages(UInt16 storageElem) {
         return TakeMessages(
             MediaHasMountablePartitions(kChanger, storageElem, &identified_, &hasFileSystem_));
     }
-    // "identified, has file system" of the medium
+    // {identified, has file system} of the medium
     std::pair<SInt32, SInt32> Answer(UInt16 storageElem) {
         identified_ = hasFileSystem_ = 2;
         EXPECT_EQ(TakeChain(MediaHasMountablePartitions(kChanger, storageElem, &identified_,
@@ -85,10 +85,10 @@ TEST_F(MediaInfo, EarlierListsStayRetained) {
     EXPECT_EQ(ReferencesTo(second), 2);
 }
 
-TEST_F(MediaInfo, FindsTheFirstEntryOfAChanger) {
-    const auto first = Dictionary({{"GUID", static_cast<SInt64>(kChanger)}, {"place", 1}});
-    const auto again = Dictionary({{"GUID", static_cast<SInt64>(kChanger)}, {"place", 2}});
-    SaveInfoList(Array({Dictionary({{"GUID", static_cast<SInt64>(kOtherChanger)}}), first, again}));
+TEST_F(MediaInfo, FirstEntryOfAChangerIsFound) {
+    const auto first = Dictionary({{"GUID", kChanger}, {"place", 1}});
+    const auto again = Dictionary({{"GUID", kChanger}, {"place", 2}});
+    SaveInfoList(Array({Dictionary({{"GUID", kOtherChanger}}), first, again}));
     CFDictionaryRef info = nullptr;
     const SInt32 references = ReferencesTo(first.Get());
     EXPECT_EQ(GetChangerInfoDict(kChanger, &info), nullptr);
@@ -96,9 +96,10 @@ TEST_F(MediaInfo, FindsTheFirstEntryOfAChanger) {
     EXPECT_EQ(ReferencesTo(first.Get()), references);
 }
 
-TEST_F(MediaInfo, AnAbsentChangerIsNotFound) {
-    SaveInfoList(Array({Dictionary({{"GUID", static_cast<SInt64>(kOtherChanger)}})}));
-    CFDictionaryRef info = nullptr;
+TEST_F(MediaInfo, AbsentChangerIsNotFound) {
+    const auto earlier = Dictionary();
+    CFDictionaryRef info = earlier;
+    SaveInfoList(Array({Dictionary({{"GUID", kOtherChanger}})}));
     EXPECT_EQ(TakeChain(GetChangerInfoDict(kChanger, &info)),
               (Chain{{"fail find changer GUID 9EDCBA9876543210", "GetChangerInfoDict", kSource,
                       kVErrCodeNotFound}}));
@@ -110,27 +111,27 @@ TEST_F(MediaInfo, AnAbsentChangerIsNotFound) {
                       kVErrCodeNotFound}}));
 }
 
-TEST_F(MediaInfo, AnAbsentChangersNumberIsLoggedInSixteenDigits) {
+TEST_F(MediaInfo, NumberOfAnAbsentChangerIsLoggedInSixteenDigits) {
     SaveInfoList(Array());
     CFDictionaryRef info = nullptr;
     EXPECT_THAT(TakeMessages(GetChangerInfoDict(kSmallChanger, &info)),
                 ElementsAre(std::string("fail find changer GUID ") + kSmallChangerText));
 }
 
-TEST_F(MediaInfo, AnEntryWithoutGuidHidesThoseBehindIt) {
+TEST_F(MediaInfo, EntryWithoutGuidEndsTheSearch) {
     CFDictionaryRef info = nullptr;
     for (const Value& broken : {Value(Dictionary()), Value("text"), Value(3), Value(Array())}) {
-        SaveInfoList(Array({broken, Dictionary({{"GUID", static_cast<SInt64>(kChanger)}})}));
+        SaveInfoList(Array({broken, Dictionary({{"GUID", kChanger}})}));
         EXPECT_THAT(TakeMessages(GetChangerInfoDict(kChanger, &info)),
                     ElementsAre("fail get value from dict", "fail get changerGUID"));
         EXPECT_EQ(info, nullptr);
     }
 }
 
-TEST_F(MediaInfo, ANullElementIsLoggedWithItsIndex) {
+TEST_F(MediaInfo, IndexOfANullElementIsLogged) {
     SaveInfoList(Array(
-        {Dictionary({{"GUID", static_cast<SInt64>(kOtherChanger)}}),
-         Dictionary({{"GUID", static_cast<SInt64>(kChanger)},
+        {Dictionary({{"GUID", kOtherChanger}}),
+         Dictionary({{"GUID", kChanger},
                      {"Changer Media Info", Array({Medium(1, {Partition(false), Partition(false),
                                                               Partition(true)})})}})}));
     {
@@ -149,21 +150,13 @@ TEST_F(MediaInfo, ANullElementIsLoggedWithItsIndex) {
     }
 }
 
-TEST_F(MediaInfo, AFailedSearchSetsTheCallersDictionaryToNull) {
-    const auto earlier = Dictionary();
-    SaveInfoList(Array());
-    CFDictionaryRef info = earlier;
-    EXPECT_EQ(TakeMessages(GetChangerInfoDict(kChanger, &info)).size(), 1U);
-    EXPECT_EQ(info, nullptr);
-}
-
-TEST_F(MediaInfo, AListThatIsNoArrayIsEmpty) {
+TEST_F(MediaInfo, ListThatIsNoArrayCountsAsEmpty) {
     SaveInfoList(reinterpret_cast<CFArrayRef>(Dictionary({{"GUID", 1}}).Get()));
     EXPECT_THAT(Messages(0),
                 ElementsAre("fail find changer GUID 9EDCBA9876543210", "fail GetChangerInfoDict"));
 }
 
-TEST_F(MediaInfo, AnIdentifyTimeOfZeroIsNeverIdentifiedWhateverThePartitions) {
+TEST_F(MediaInfo, MediumWithIdentifyTimeZeroIsNeverIdentifiedWhateverItsPartitions) {
     SaveMedia({Medium(0, {Partition(true)})});
     EXPECT_EQ(Answer(0), kNeverIdentified);
 }
@@ -184,15 +177,15 @@ TEST_F(MediaInfo, MediaAreFoundByPosition) {
     EXPECT_EQ(Answer(1), kNeverIdentified);
 }
 
-TEST_F(MediaInfo, FailsWithoutMediaOrForAMissingElement) {
-    SaveInfoList(Array({Dictionary({{"GUID", static_cast<SInt64>(kChanger)}})}));
+TEST_F(MediaInfo, QueryFailsWithoutMediaOrBeyondTheirNumber) {
+    SaveInfoList(Array({Dictionary({{"GUID", kChanger}})}));
     EXPECT_THAT(Messages(0), ElementsAre("fail CFDictionaryGetValue"));
     SaveMedia({Medium(0, {})});
     EXPECT_THAT(Messages(1), ElementsAre("fail get info dictionary for sei 1"));
     EXPECT_THAT(Messages(40000), ElementsAre("fail get info dictionary for sei 40000"));
 }
 
-TEST_F(MediaInfo, FailsWithoutAnIdentifyTime) {
+TEST_F(MediaInfo, QueryFailsWithoutAnIdentifyTime) {
     SaveMedia({Dictionary(), Dictionary({{"Media Identify Time", "1"}}), "text"});
     EXPECT_THAT(Messages(0),
                 ElementsAre("fail get value from dict", "fail CFHDictionaryGetSInt32Value"));
@@ -202,7 +195,7 @@ TEST_F(MediaInfo, FailsWithoutAnIdentifyTime) {
                 ElementsAre("fail get value from dict", "fail CFHDictionaryGetSInt32Value"));
 }
 
-TEST_F(MediaInfo, FailsWithoutPartitionsOnceIdentified) {
+TEST_F(MediaInfo, QueryFailsWithoutPartitionsOnceIdentified) {
     SaveMedia({Dictionary({{"Media Identify Time", 1}}),
                Dictionary({{"Media Identify Time", 1}, {"Media Partition Info", 3}})});
     for (const UInt16 elem : std::initializer_list<UInt16>{0, 1}) {
@@ -212,7 +205,7 @@ TEST_F(MediaInfo, FailsWithoutPartitionsOnceIdentified) {
     }
 }
 
-TEST_F(MediaInfo, APartitionWithoutABooleanEndsTheSearch) {
+TEST_F(MediaInfo, PartitionWithoutABooleanEndsTheSearch) {
     SaveMedia({Medium(1, {Partition(false), Dictionary(), Partition(true)}),
                Medium(1, {Dictionary({{"Partition Has File System", 1}})})});
     EXPECT_THAT(Messages(0),

@@ -12,13 +12,19 @@
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/ChangerFSCacheThread.h"
 
-#include <gmock/gmock.h>
-
-#include <cstdint>
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
 constexpr const char* kWalkSource = "trayprobed/ChangerFSCacheThread";
+
+/* Entries of the journal: the status of a full build. */
+constexpr const char* kClear = "clear 9EDCBA9876543210 trayprobed";
+inline std::string Show(int current, int maximum) {
+    return "show 9EDCBA9876543210 trayprobed \"Building changer directory cache\" " +
+           std::to_string(current) + "/" + std::to_string(maximum);
+}
 
 class MountedChanger : public Store {
 protected:
@@ -50,8 +56,28 @@ protected:
     Chain Walk(SInt32 descend = 1, FSCacheStatusReport* status = nullptr) const {
         return TakeChain(CacheFSDirectory(kChanger, tree_.Root().c_str(), descend, status));
     }
-    std::string LoggedPath(const char* relative) const {
+    // Calls act() before the listing of `path`, relative to the root: "./a/b".
+    void AtListingOf(const std::string& path, const std::function<void()>& act) {
+        seams_.onListing = [=](const std::string& listed) {
+            if (listed == path)
+                act();
+        };
+    }
+    // Calls act() before the nth listing from now.
+    void AtListing(std::size_t nth, const std::function<void()>& act) {
+        seams_.onListing = [=, listed = std::size_t{0}](const std::string&) mutable {
+            if (++listed == nth)
+                act();
+        };
+    }
+    std::string LoggedPath(const std::string& relative) const {
         return "\"" + tree_.Root() + relative + "\"";
+    }
+    // The log line of a directory, relative to the root, that could not be listed.
+    std::string ListingFailure(const std::string& directory, int error,
+                               const char* function = "CacheFSDirectory") const {
+        return std::string("ChangerFSCacheThread:123, ") + function + ": fail scandir on " +
+               LoggedPath(directory) + " (err = " + std::to_string(error) + ")";
     }
 
     TemporaryTree tree_;

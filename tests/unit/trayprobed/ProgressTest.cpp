@@ -1,4 +1,4 @@
-/* The progress that a full build reports to the server, and its record. */
+/* The progress that a full build reports to the server. */
 
 #include "AllocationFaults.h"
 #include "MountedChanger.h"
@@ -12,12 +12,6 @@
 #include <vector>
 
 namespace {
-
-std::string Show(int current, int maximum) {
-    return "show 9EDCBA9876543210 trayprobed \"Building changer directory cache\" " +
-           std::to_string(current) + "/" + std::to_string(maximum);
-}
-constexpr const char* kClear = "clear 9EDCBA9876543210 trayprobed";
 
 class Progress : public MountedChanger {
 protected:
@@ -55,14 +49,14 @@ TEST_F(Progress, EachMediaRootIsAStep) {
                 ElementsAre(Show(0, 0), Show(0, 3), Show(1, 3), Show(2, 3), Show(3, 3), kClear));
 }
 
-TEST_F(Progress, AMediaRootInsideAnotherIsNoStepOfTheProgress) {
+TEST_F(Progress, MediaRootInsideAnotherIsNoStep) {
     MakeMediaRoot("outer");
     MakeMediaRoot("outer/a/inner");
     EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 1), Show(1, 1), kClear));
 }
 
 // A disc is inserted between the count and the walk.
-TEST_F(Progress, TheStepMayPassTheMaximum) {
+TEST_F(Progress, StepMayExceedTheMaximum) {
     MakeMediaRoot("one");
     FakeCommands::OnCommand([&](std::string_view command) {
         if (command == Show(0, 1))
@@ -71,17 +65,16 @@ TEST_F(Progress, TheStepMayPassTheMaximum) {
     EXPECT_THAT(Build(), ElementsAre(Show(0, 0), Show(0, 1), Show(1, 1), Show(2, 1), kClear));
 }
 
-TEST_F(Progress, TheFirstReportComesBeforeTheCount) {
+TEST_F(Progress, FirstReportIsSentBeforeTheCount) {
     FSCacheStatusReport* report = Start();
     EXPECT_THAT(Journal::Take(), ElementsAre(Show(0, 0), "list .", Show(0, 0)));
     ASSERT_NE(report, nullptr);
     EXPECT_EQ(report->changerGUID, kChanger);
     EXPECT_STREQ(report->message, "Building changer directory cache");
     EndStatusReportingForFullFSCache(report);
-    Journal::Take();
 }
 
-TEST_F(Progress, AFailedReportEndsTheStart) {
+TEST_F(Progress, FailedReportEndsTheStart) {
     FSCacheStatusReport* report = nullptr;
     for (const int nth : {1, 2}) {
         FakeCommands::Fail("show", nth);
@@ -97,7 +90,7 @@ TEST_F(Progress, AFailedReportEndsTheStart) {
                                         kVErrCodeConnectionLost}));
         EXPECT_EQ(report, nullptr);
     }
-    // If the first allocation fails, nothing is counted.
+    // Nothing is counted after the first report has failed.
     EXPECT_THAT(Journal::Take(), ElementsAre(Show(0, 0), Show(0, 0), "list .", Show(0, 0)));
 }
 
@@ -110,37 +103,33 @@ TEST_F(Progress, WithoutMemoryNothingIsShown) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(Progress, ADirectoryThatCannotBeCountedDoesNotStopTheStart) {
+TEST_F(Progress, DirectoryThatCannotBeListedIsLoggedAndNotCounted) {
     MakeMediaRoot("one");
-    FileSystemSeams::FailListing(".", EIO);
+    seams_.listingErrors["."] = EIO;
     FSCacheStatusReport* report = Start();
     EXPECT_THAT(Commands(), ElementsAre(Show(0, 0), Show(0, 0)));
-    EXPECT_THAT(
-        log_.TakeWithoutLineNumbers(),
-        ElementsAre("ChangerFSCacheThread:123, CountMediaRootDirectories: fail scandir on " +
-                    LoggedPath("") + " (err = 5)"));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
+                ElementsAre(ListingFailure("", EIO, "CountMediaRootDirectories")));
     EndStatusReportingForFullFSCache(report);
-    Journal::Take();
 }
 
-TEST_F(Progress, AFailedCountIsLoggedAndLeavesWhatItReached) {
+TEST_F(Progress, FailedCountIsLoggedAndItsResultSoFarIsReported) {
     MakeMediaRoot("one");
     tree_.MakeDirectory("folder");
-    FileSystemSeams::FailMediaTest("./folder");
+    seams_.failingMediaTest = "./folder";
     FSCacheStatusReport* report = Start();
     // The directories are listed in either order.
     EXPECT_THAT(Commands(), ElementsAre(Show(0, 0), testing::AnyOf(Show(0, 0), Show(0, 1))));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre(testing::HasSubstr(": fail on purpose"),
+                ElementsAre(HasSubstr(": fail on purpose"),
                             "ChangerFSCacheThread:123, CountMediaRootDirectories: fail "
                             "IsDirectoryMediaRootOfChangerFileSystem",
                             "ChangerFSCacheThread:123, StartStatusReportingForFullFSCache: fail "
                             "CountMediaRootDirectories"));
     EndStatusReportingForFullFSCache(report);
-    Journal::Take();
 }
 
-TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
+TEST_F(Progress, OnlyTheExitFromTheOutermostMediumIsReported) {
     FSCacheStatusReport report = {kChanger, "m", 65535, 3, 0};
     EXPECT_EQ(StatusReportingEnterMedia(&report), nullptr);
     EXPECT_EQ(StatusReportingEnterMedia(&report), nullptr);
@@ -153,15 +142,15 @@ TEST_F(Progress, EnteringAndLeavingKeepTheDepth) {
 }
 
 // Every report has "abort requested" false, which may reset a user's abort.
-TEST_F(Progress, NoReportRequestsAnAbort) {
+TEST_F(Progress, ReportNeverRequestsAnAbort) {
     SetAbort(1);
     const FSCacheStatusReport report = {kChanger, "m", 1, 2, 0};
     EXPECT_EQ(ReportFSCacheClientStatus(&report), nullptr);
     EXPECT_THAT(Journal::Take(), ElementsAre("show 9EDCBA9876543210 trayprobed \"m\" 1/2"));
 }
 
-// The daemon keeps the record, because the server's status may still refer to it.
-TEST_F(Progress, AStatusThatCannotBeClearedKeepsItsRecord) {
+// The server's status may still refer to the report.
+TEST_F(Progress, ReportWhoseStatusCannotBeClearedIsNotFreed) {
     FSCacheStatusReport* report = Start();
     FakeCommands::Fail("clear");
     EndStatusReportingForFullFSCache(report);
@@ -173,10 +162,9 @@ TEST_F(Progress, AStatusThatCannotBeClearedKeepsItsRecord) {
                             "ResetStatusReporting (VErrCode = 1005)"));
     EXPECT_EQ(report->changerGUID, kChanger);
     free(report);
-    Journal::Take();
 }
 
-TEST_F(Progress, ResettingClearsOurStatus) {
+TEST_F(Progress, ResetClearsTheStatusOfTheDaemon) {
     EXPECT_EQ(ResetStatusReporting(kChanger), nullptr);
     EXPECT_THAT(Journal::Take(), ElementsAre(kClear));
     EXPECT_STREQ(k_fsCacheThreadStatusClient, "trayprobed");

@@ -1,15 +1,13 @@
 /* The choice of the next disc to identify. */
 
-#include "AllocationFaults.h"
 #include "Journal.h"
 #include "ManagedChangers.h"
 #include "NullElement.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 #include "trayprobed/MediaIdManager.h"
 
-#include <cstddef>
 #include <initializer_list>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,18 +23,21 @@ protected:
     // The threads started for a changer with these media and changes.
     std::vector<std::string> Start(std::initializer_list<Value> media,
                                    std::initializer_list<Entry> changes = {}) {
-        auto changer = Changer(kChanger, changes);
-        CFDictionarySetValue(changer, CFSTR("Changer Media Info"), Array(media));
-        EXPECT_THAT(Handle(HandleStartingMediaId, changer), IsEmpty());
+        EXPECT_THAT(Handle(HandleStartingMediaId, ChangerWithMedia(media, changes)), IsEmpty());
         return Journal::Take();
     }
+    // The messages of the failure; no thread may be started.
     std::vector<std::string> FailedStart(std::initializer_list<Value> media,
                                          std::initializer_list<Entry> changes = {}) {
-        auto changer = Changer(kChanger, changes);
-        CFDictionarySetValue(changer, CFSTR("Changer Media Info"), Array(media));
-        std::vector<std::string> messages = MessagesOf(HandleStartingMediaId, changer);
+        std::vector<std::string> messages =
+            MessagesOf(HandleStartingMediaId, ChangerWithMedia(media, changes));
         EXPECT_THAT(Journal::Take(), IsEmpty());
         return messages;
+    }
+    static CFOwned<CFMutableDictionaryRef>
+    ChangerWithMedia(std::initializer_list<Value> media,
+                     std::initializer_list<Entry> changes = {}) {
+        return With(Changer(kChanger, {{"Changer Media Info", Array(media)}}), changes);
     }
     static void SetInProgress(std::initializer_list<UInt16> elems) {
         for (const UInt16 elem : elems)
@@ -46,13 +47,11 @@ protected:
 
 // A medium in that slot: identified, not requested, not mounted, plus `changes`.
 CFOwned<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {}) {
-    auto medium = Dictionary({{"Media Kind", 1},
-                              {"Media Storage Element Index", storageElem},
-                              {"Media Identify Time", 1700000000},
-                              {"Media Mount State", 0}});
-    for (const Entry& change : changes)
-        CFDictionarySetValue(medium, Text(change.key), change.value.Get());
-    return medium;
+    return With(Dictionary({{"Media Kind", 1},
+                            {"Media Storage Element Index", storageElem},
+                            {"Media Identify Time", 1700000000},
+                            {"Media Mount State", 0}}),
+                changes);
 }
 CFOwned<CFMutableDictionaryRef> New(int storageElem) {
     return Medium(storageElem, {{"Media Identify Time", 0}});
@@ -64,24 +63,20 @@ CFOwned<CFMutableDictionaryRef> Mounted(int storageElem, SInt64 state) {
     return Medium(storageElem, {{"Media Mount State", state}});
 }
 
-std::string Identify(int storageElem) {
-    return "identify 9EDCBA9876543210/" + std::to_string(storageElem);
-}
+// ---- which medium ----
 
-// ---- which ----
-
-TEST_F(Scheduling, ARequestComesBeforeANewMedium) {
+TEST_F(Scheduling, RequestedMediumIsPickedBeforeANewOne) {
     EXPECT_THAT(Start({Medium(0), New(1), Medium(2), Medium(3), Medium(4), Requested(5)}),
                 ElementsAre(Identify(5)));
 }
 
-TEST_F(Scheduling, TheMediumAtTheLowestPositionIsPickedWhateverItsSlot) {
+TEST_F(Scheduling, FirstMediumOfTheListIsPickedWhateverItsSlot) {
     EXPECT_THAT(Start({Medium(7), Requested(6), Requested(2)}), ElementsAre(Identify(6)));
     EXPECT_THAT(Start({Medium(7), New(9), New(2)}, {{"Data Transfer Element Count", 5}}),
                 ElementsAre(Identify(9)));
 }
 
-TEST_F(Scheduling, AnIdentifiedMediumIsPickedOnlyOnRequest) {
+TEST_F(Scheduling, IdentifiedMediumIsPickedOnlyOnRequest) {
     EXPECT_THAT(Start({Medium(0), Medium(1, {{"Media Identify Time", -1}})}), IsEmpty());
     EXPECT_THAT(Start({Medium(0), Requested(1)}), ElementsAre(Identify(1)));
 }
@@ -91,7 +86,7 @@ TEST_F(Scheduling, OnlyTheTrueObjectIsARequest) {
         EXPECT_THAT(Start({Medium(0, {{"Media Request Identification", value}})}), IsEmpty());
 }
 
-TEST_F(Scheduling, AnEmptySlotIsNeverPicked) {
+TEST_F(Scheduling, EmptySlotIsNeverPicked) {
     EXPECT_THAT(Start({Medium(0, {{"Media Kind", 0},
                                   {"Media Request Identification", true},
                                   {"Media Identify Time", 0}})}),
@@ -101,12 +96,12 @@ TEST_F(Scheduling, AnEmptySlotIsNeverPicked) {
                 ElementsAre(Identify(1)));
 }
 
-TEST_F(Scheduling, AMediumBeingIdentifiedIsSkipped) {
+TEST_F(Scheduling, MediumInProgressIsSkipped) {
     SetInProgress({1});
     EXPECT_THAT(Start({Requested(1), Requested(2)}), ElementsAre(Identify(2)));
 }
 
-TEST_F(Scheduling, ANewMediumIsPickedWhenEveryRequestIsInProgress) {
+TEST_F(Scheduling, NewMediumIsPickedWhenEveryRequestIsInProgress) {
     SetInProgress({1});
     EXPECT_THAT(Start({Requested(1), New(2)}), ElementsAre(Identify(2)));
 }
@@ -120,9 +115,9 @@ TEST_F(Scheduling, WithoutMediaNothingStarts) {
     EXPECT_THAT(Start({}), IsEmpty());
 }
 
-// ---- whether automatically ----
+// ---- automatic identification ----
 
-TEST_F(Scheduling, TheChangersPreferenceOverridesTheGlobalFlag) {
+TEST_F(Scheduling, PreferenceOfTheChangerOverridesTheGlobalFlag) {
     const auto off = Dictionary({{"IdentifyMediaOnInsert", false}});
     const auto on = Dictionary({{"IdentifyMediaOnInsert", true}});
     EXPECT_THAT(Start({New(1)}, {{"Changer Preferences", off}}), IsEmpty());
@@ -140,7 +135,7 @@ TEST_F(Scheduling, WithoutAPreferenceTheGlobalFlagDecides) {
     EXPECT_THAT(Start({New(1)}), ElementsAre(Identify(1)));
 }
 
-TEST_F(Scheduling, ThePreferenceToWalkDownIsPassedToTheThread) {
+TEST_F(Scheduling, PreferenceToDescendIsPassedToTheThread) {
     EXPECT_THAT(
         Start({New(1)}, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", true}})}}),
         ElementsAre(Identify(1) + " down"));
@@ -149,7 +144,7 @@ TEST_F(Scheduling, ThePreferenceToWalkDownIsPassedToTheThread) {
         ElementsAre(Identify(2)));
 }
 
-// ---- whether at all ----
+// ---- free drives ----
 
 TEST_F(Scheduling, OneIdentificationIsAllowedHoweverManyDiscsAreMounted) {
     EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 2), New(2)}), ElementsAre(Identify(2)));
@@ -159,7 +154,7 @@ TEST_F(Scheduling, OneIdentificationIsAllowedWithoutDrives) {
     EXPECT_THAT(Start({New(0)}, {{"Data Transfer Element Count", 0}}), ElementsAre(Identify(0)));
 }
 
-TEST_F(Scheduling, ASecondIdentificationNeedsAFreeDrive) {
+TEST_F(Scheduling, SecondIdentificationNeedsAFreeDrive) {
     SetInProgress({0});
     EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 1), New(2)}), IsEmpty());
     EXPECT_THAT(Start({Mounted(0, 1), Medium(1), New(2)}), ElementsAre(Identify(2)));
@@ -199,7 +194,7 @@ TEST_F(Scheduling, EveryMountedMediumIsCounted) {
 }
 
 // A medium that the server's restart frees may be picked by the same notification.
-TEST_F(Scheduling, TheServerOfANotificationIsHandledBeforeAMediumIsPicked) {
+TEST_F(Scheduling, ServerOfANotificationIsHandledBeforeAMediumIsPicked) {
     SetInProgress({0});
     g_subscription.server = {4711, {12, 340000}};
     std::vector<ChangerServerProcess> servers;
@@ -207,8 +202,7 @@ TEST_F(Scheduling, TheServerOfANotificationIsHandledBeforeAMediumIsPicked) {
         servers.push_back(server);
         EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 0), nullptr);
     };
-    EXPECT_THAT(Notify({Changer(kChanger, {{"Changer Media Info", Array({New(0)})}})}),
-                testing::Contains(Identify(0)));
+    EXPECT_THAT(Notify({ChangerWithMedia({New(0)})}), Contains(Identify(0)));
     ASSERT_EQ(servers.size(), 1U);
     EXPECT_TRUE(IsSameChangerServerProcess(&servers[0], &g_subscription.server));
     g_subscription.server = {};
@@ -216,7 +210,7 @@ TEST_F(Scheduling, TheServerOfANotificationIsHandledBeforeAMediumIsPicked) {
 
 // ---- failures ----
 
-TEST_F(Scheduling, TheCountEndsAtTheFirstFailure) {
+TEST_F(Scheduling, CountEndsAtTheFirstFailure) {
     UInt16 count = 9;
     const auto media = Array({Mounted(0, 1), Dictionary(), Mounted(2, 1)});
     EXPECT_THAT(TakeMessages(CountChangerMountedMedia(media, &count)),
@@ -227,11 +221,7 @@ TEST_F(Scheduling, TheCountEndsAtTheFirstFailure) {
 }
 
 TEST_F(Scheduling, EachMissingKeyOfTheChangersEntryFails) {
-    struct Case {
-        const char* key;
-        std::vector<std::string> messages;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
         {"Changer Preferences", {"fail get changer preferences"}},
         {"GUID", {"fail get value from dict", "fail get changer GUID from changer info dict"}},
         {"Changer Media Info", {"fail get changer media array for changer GUID 9EDCBA9876543210"}},
@@ -239,18 +229,17 @@ TEST_F(Scheduling, EachMissingKeyOfTheChangersEntryFails) {
          {"fail get value from dict",
           "fail get count of data transfer elements for changer GUID 9EDCBA9876543210"}},
     };
-    for (const Case& each : cases) {
-        EXPECT_EQ(MessagesOf(HandleStartingMediaId, Without(Changer(kChanger), each.key)),
-                  each.messages);
-        if (each.messages.size() == 1) { // a collection of another type counts as absent
-            EXPECT_EQ(MessagesOf(HandleStartingMediaId, Changer(kChanger, {{each.key, "text"}})),
-                      each.messages);
+    for (const auto& [key, messages] : cases) {
+        EXPECT_EQ(MessagesOf(HandleStartingMediaId, Without(Changer(kChanger), key)), messages);
+        if (messages.size() == 1) { // a collection of another type counts as absent
+            EXPECT_EQ(MessagesOf(HandleStartingMediaId, Changer(kChanger, {{key, "text"}})),
+                      messages);
         }
     }
 }
 
 // Begins with an empty entry and adds one value at a time.
-TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
+TEST_F(Scheduling, KeysOfTheChangersEntryAreReadInOrder) {
     const std::string text = kSmallChangerText;
     auto changer = Dictionary();
     const auto newest = [&] { return MessagesOf(HandleStartingMediaId, changer).back(); };
@@ -262,7 +251,7 @@ TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
     EXPECT_EQ(newest(), "fail get should id media flag from changer prefs");
     add("Changer Preferences", Dictionary());
     EXPECT_EQ(newest(), "fail get changer GUID from changer info dict");
-    add("GUID", static_cast<SInt64>(kSmallChanger));
+    add("GUID", kSmallChanger);
     EXPECT_EQ(newest(), "fail get changer media array for changer GUID " + text);
     add("Changer Media Info", Array({Dictionary()}));
     EXPECT_EQ(newest(), "fail CountChangerMountedMedia for changer GUID " + text);
@@ -274,21 +263,21 @@ TEST_F(Scheduling, TheChangersEntryIsReadInOrder) {
     EXPECT_EQ(newest(), "fail SpawnNextManualMediaId for changer GUID " + text);
 }
 
-TEST_F(Scheduling, APreferenceThatIsNoBooleanFails) {
+TEST_F(Scheduling, PreferenceThatIsNoBooleanFails) {
     EXPECT_THAT(FailedStart({New(1)},
                             {{"Changer Preferences", Dictionary({{"IdentifyMediaOnInsert", 1}})}}),
                 ElementsAre("bool neither true nor false",
                             "fail get should id media flag from changer prefs"));
 }
 
-TEST_F(Scheduling, AGlobalFlagThatCannotBeReadFails) {
+TEST_F(Scheduling, GlobalFlagThatCannotBeReadFails) {
     g_fakes.failing = "GetGlobalShouldIdMedia";
     EXPECT_THAT(FailedStart({New(1)}),
                 ElementsAre("fail on purpose", "fail GetGlobalShouldIdMedia"));
     g_fakes.failing.clear();
 }
 
-TEST_F(Scheduling, AnUnknownChangerFails) {
+TEST_F(Scheduling, UnknownChangerFails) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     EXPECT_THAT(FailedStart({New(1)}),
                 ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
@@ -296,7 +285,7 @@ TEST_F(Scheduling, AnUnknownChangerFails) {
 }
 
 // An invalid medium ends the scan: later media are not considered.
-TEST_F(Scheduling, AMediumWithAMissingKeyEndsTheScan) {
+TEST_F(Scheduling, MediumWithAMissingKeyEndsTheScan) {
     const std::string manual = "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210";
     const std::string automatic =
         "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210";
@@ -324,31 +313,27 @@ std::string FailureOf(Scan scan, CFOwned<CFMutableDictionaryRef> medium) {
 }
 
 // Both scans share code, but the log line names the failed one.
-TEST_F(Scheduling, EveryFailureOfAScanNamesThatScan) {
+TEST_F(Scheduling, ErrorOfAScanNamesThatScan) {
     const std::string manual = " in SpawnNextManualMediaId";
     const std::string automatic = " in SpawnNextAutomaticMediaId";
-    const auto expectBoth = [&](const std::string& message, auto change) {
-        EXPECT_EQ(FailureOf(SpawnNextManualMediaId, change(Requested(5))), message + manual);
-        EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, change(New(5))), message + automatic);
+    // Both scans fail for a medium without that key.
+    const auto expectBoth = [&](const std::string& message, const char* absentKey) {
+        EXPECT_EQ(FailureOf(SpawnNextManualMediaId, Without(Requested(5), absentKey)),
+                  message + manual);
+        EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(New(5), absentKey)),
+                  message + automatic);
     };
-    const auto without = [](const char* key) {
-        return [key](CFOwned<CFMutableDictionaryRef> medium) {
-            return Without(std::move(medium), key);
-        };
-    };
-    const auto whole = [](CFOwned<CFMutableDictionaryRef> medium) { return medium; };
-
-    expectBoth("fail get media kind for media index 0", without("Media Kind"));
-    expectBoth("fail get storage element for media 0", without("Media Storage Element Index"));
+    expectBoth("fail get media kind for media index 0", "Media Kind");
+    expectBoth("fail get storage element for media 0", "Media Storage Element Index");
     EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(New(5), "Media Identify Time")),
               "fail get media identify time" + automatic);
     g_fakes.failing = "StartMediaId";
-    expectBoth("fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5", whole);
+    expectBoth("fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5", "no key");
     Journal::Take();
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
     expectBoth(
         "fail IsStorageElemOnInProgressList for changer GUID 9EDCBA9876543210/storage elem 5",
-        whole);
+        "no key");
 }
 
 // The manual scan does not read the identify time, the automatic scan not the request.
@@ -356,27 +341,24 @@ TEST_F(Scheduling, EachScanReadsOnlyItsOwnKey) {
     EXPECT_THAT(Start({Without(Requested(1), "Media Identify Time")}), ElementsAre(Identify(1)));
 }
 
-TEST_F(Scheduling, AFailedStartIsLoggedWithTheNameOfItsFunction) {
+TEST_F(Scheduling, FailedStartEndsTheScanAndIsLogged) {
     g_fakes.failing = "StartMediaId";
     EXPECT_THAT(
-        MessagesOf(HandleStartingMediaId,
-                   Changer(kChanger, {{"Changer Media Info", Array({New(5), New(6)})}})),
+        MessagesOf(HandleStartingMediaId, ChangerWithMedia({New(5), New(6)})),
         ElementsAre("fail on purpose",
                     "fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5",
                     "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210"));
     EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
 }
 
-TEST_F(Scheduling, AFailedManualScanIsNotFollowedByTheAutomaticOne) {
+TEST_F(Scheduling, FailedManualScanIsNotFollowedByTheAutomaticScan) {
     g_fakes.failing = "StartMediaId";
-    EXPECT_EQ(MessagesOf(HandleStartingMediaId,
-                         Changer(kChanger, {{"Changer Media Info", Array({Requested(5), New(6)})}}))
-                  .back(),
+    EXPECT_EQ(MessagesOf(HandleStartingMediaId, ChangerWithMedia({Requested(5), New(6)})).back(),
               "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210");
     EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
 }
 
-TEST_F(Scheduling, ANullMediumEndsTheReadingWithItsIndex) {
+TEST_F(Scheduling, NullMediumEndsTheScanAndItsIndexIsLogged) {
     const auto media = Array({Medium(0), New(1), Requested(2)});
     const NullElement null(1);
     UInt16 count = 9;
@@ -391,7 +373,7 @@ TEST_F(Scheduling, ANullMediumEndsTheReadingWithItsIndex) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(Scheduling, AChangersNumberIsLoggedInSixteenDigits) {
+TEST_F(Scheduling, ChangersNumberIsLoggedInSixteenDigits) {
     const std::string number = kSmallChangerText;
     AddChanger(kSmallChanger);
     g_fakes.failing = "StartMediaId";
@@ -405,33 +387,21 @@ TEST_F(Scheduling, AChangersNumberIsLoggedInSixteenDigits) {
 
     const auto media = Array({Requested(5)});
     SInt32 started = 0;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = SpawnNextManualMediaId(kSmallChanger, media, 0, &started);
-    }
-    EXPECT_EQ(TakeMessages(err).back(),
+    const Chain chain = ChainWithoutMemory(
+        [&] { return SpawnNextManualMediaId(kSmallChanger, media, 0, &started); });
+    EXPECT_EQ(chain.back().message,
               "fail IsStorageElemOnInProgressList for changer GUID " + number + "/storage elem 5");
-    Journal::Take();
 }
 
-TEST_F(Scheduling, WithoutMemoryTheListCannotBeRead) {
+TEST_F(Scheduling, WithoutMemoryNoIdentificationIsStarted) {
     const auto media = Array({Requested(40000)});
-    std::set<std::string> newest;
-    VErrLink* err = nullptr;
     SInt32 started = 0;
-    SweepAllocationFaults(
-        [&](std::size_t) { err = SpawnNextManualMediaId(kChanger, media, 0, &started); },
-        [&](std::size_t, bool happened) {
-            EXPECT_EQ(err != nullptr, happened);
-            EXPECT_EQ(started, happened ? 0 : 1);
-            const Chain chain = TakeChain(err);
-            if (!chain.empty())
-                newest.insert(chain.back().message);
-        });
-    EXPECT_THAT(newest, testing::Contains("fail IsStorageElemOnInProgressList for changer GUID "
-                                          "9EDCBA9876543210/storage elem 40000"));
-    Journal::Take();
+    const auto check = [&](const Chain&, bool failed) { EXPECT_EQ(started, failed ? 0 : 1); };
+    EXPECT_THAT(
+        SweepErrors([&] { return SpawnNextManualMediaId(kChanger, media, 0, &started); }, check),
+        Contains(
+            "fail IsStorageElemOnInProgressList for changer GUID 9EDCBA9876543210/storage elem "
+            "40000"));
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #ifndef TESTS_UNIT_TRAYPROBED_SHOWNREPORT_H
 #define TESTS_UNIT_TRAYPROBED_SHOWNREPORT_H
 
-/* The progress record of a build, which is never freed if its status cannot be cleared. The
-   message that is reported is a member of the record. */
+/* The progress report of a build, which is never freed if its status cannot be cleared. The message
+   that is shown is a member of the report. */
 
 #include "trayprobed/ChangerFSCacheThread.h"
 

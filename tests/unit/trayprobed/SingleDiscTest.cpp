@@ -32,16 +32,22 @@ protected:
     static Chain Run(SInt32 descend = 1) {
         return TakeChain(RunFSCache(kChanger, kElem, descend));
     }
+    // Three media roots of the disc, each with one directory.
+    void MakeThreeMediaRoots() const {
+        for (const char* root : {"s1", "s2", "s3"}) {
+            MakeMediaRoot(root);
+            tree_.MakeDirectory(std::string(root) + "/a");
+        }
+    }
     // Saves the server's list with this medium.
     void SaveMedium(int identifyTime, bool hasFileSystem) {
         const auto medium =
             Dictionary({{"Media Identify Time", identifyTime},
                         {"Media Partition Info",
                          Array({Dictionary({{"Partition Has File System", hasFileSystem}})})}});
-        const auto list = Array({Dictionary(
-            {{"GUID", static_cast<SInt64>(kChanger)},
-             {"Changer Media Info", Array({false, false, false, false, false, medium})}})});
-        SaveInfoList(list);
+        SaveInfoList(Array({Dictionary(
+            {{"GUID", kChanger},
+             {"Changer Media Info", Array({false, false, false, false, false, medium})}})}));
     }
 
     FakeTime time_; // each call of time() takes a second
@@ -68,10 +74,9 @@ TEST_F(SingleDisc, WithoutDescendTheMediaRootItselfIsListed) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./s1"));
 }
 
-TEST_F(SingleDisc, AnEmptyMediaRootIsASuccess) {
+TEST_F(SingleDisc, EmptyMediaRootCountsAsCached) {
     MakeMediaRoot("s1");
     EXPECT_TRUE(Update());
-    Journal::Take();
 }
 
 TEST_F(SingleDisc, WithoutItsMediaRootNothingIsCached) {
@@ -81,14 +86,14 @@ TEST_F(SingleDisc, WithoutItsMediaRootNothingIsCached) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
 }
 
-TEST_F(SingleDisc, ARootThatCannotBeListedIsNotLogged) {
+TEST_F(SingleDisc, ChangerRootThatCannotBeListedIsNotLogged) {
     MakeMediaRoot("s1");
-    FileSystemSeams::FailListing("./", EIO);
+    seams_.listingErrors["./"] = EIO;
     EXPECT_FALSE(Update());
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
 }
 
-TEST_F(SingleDisc, ASlashAtTheEndOfTheMountPathIsNotDoubled) {
+TEST_F(SingleDisc, SlashAtTheEndOfTheMountPathIsNotDoubled) {
     MakeMediaRoot("s1");
     SInt32 cached = 0;
     EXPECT_EQ(RunAFSCacheUpdate(kChanger, kElem, 1, tree_.Path("").c_str(), &cached), nullptr);
@@ -106,53 +111,41 @@ TEST_F(SingleDisc, EntriesOfTheRootMayBeLinksOrTheRootItself) {
     EXPECT_THAT(Journal::Take(), UnorderedElementsAre("list ./", "list ./link", "list ./."));
 }
 
-TEST_F(SingleDisc, AMediaRootThatCannotBeListedIsLoggedAndCountsAsCached) {
+TEST_F(SingleDisc, MediaRootThatCannotBeListedIsLoggedAndCountsAsCached) {
     MakeMediaRoot("s1");
-    FileSystemSeams::FailListing("./s1", EACCES);
+    seams_.listingErrors["./s1"] = EACCES;
     EXPECT_TRUE(Update());
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre("ChangerFSCacheThread:123, CacheFSDirectory: fail scandir on " +
-                            LoggedPath("/s1") + " (err = 13)"));
-    Journal::Take();
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(ListingFailure("/s1", EACCES)));
 }
 
-TEST_F(SingleDisc, AnAbortEndsTheRoundAsASuccess) {
-    for (const char* root : {"s1", "s2", "s3"}) {
-        MakeMediaRoot(root);
-        tree_.MakeDirectory(std::string(root) + "/a");
-    }
+TEST_F(SingleDisc, AbortEndsTheRoundWithoutAnError) {
+    MakeThreeMediaRoots();
     SetAbort(1);
     EXPECT_FALSE(Update());
     EXPECT_THAT(Journal::Take(), SizeIs(3)); // the root, one disc, one directory
 }
 
 // The listing of the first partition remains.
-TEST_F(SingleDisc, AnAbortInTheSecondMediaRootLeavesTheDiscCached) {
-    for (const char* root : {"s1", "s2", "s3"}) {
-        MakeMediaRoot(root);
-        tree_.MakeDirectory(std::string(root) + "/a");
-    }
+TEST_F(SingleDisc, DiscAbortedInItsSecondMediaRootCountsAsCached) {
+    MakeThreeMediaRoots();
     Mount();
     SaveMedium(1, true);
-    const auto abortInTheSecond = [round = 0](const std::string& path) mutable {
-        if (path.ends_with("/a") && ++round == 2)
-            SetAbort(1);
-    };
-    FileSystemSeams::OnListing(abortInTheSecond);
+    // The changer's root, two discs, and their directories.
+    AtListing(5, [] { SetAbort(1); });
     EXPECT_TRUE(Update());
-    EXPECT_THAT(Journal::Take(), SizeIs(5)); // the changer's root, two discs, their directories
+    EXPECT_THAT(Journal::Take(), SizeIs(5));
     SetAbort(0);
-    FileSystemSeams::OnListing(abortInTheSecond);
+    AtListing(5, [] { SetAbort(1); });
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), SizeIs(5)); // no second round
 }
 
 // The error text names the test for a changer root.
-TEST_F(SingleDisc, AMediaTestThatFailsEndsTheRound) {
+TEST_F(SingleDisc, FailedMediaTestEndsTheRound) {
     Mount();
     SaveMedium(1, true);
     tree_.MakeDirectory("folder");
-    FileSystemSeams::FailMediaTest("./folder");
+    seams_.failingMediaTest = "./folder";
     const Chain chain = Run();
     ASSERT_THAT(chain, SizeIs(3));
     EXPECT_EQ(chain[1], (RaisedLink{"fail IsDirectoryRootOfChangerFileSystem", "RunAFSCacheUpdate",
@@ -161,7 +154,7 @@ TEST_F(SingleDisc, AMediaTestThatFailsEndsTheRound) {
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
 }
 
-TEST_F(SingleDisc, AFailedWalkNamesItsMediaRoot) {
+TEST_F(SingleDisc, ErrorOfAFailedWalkNamesItsMediaRoot) {
     Mount();
     SaveMedium(0, false);
     MakeMediaRoot("s1");
@@ -184,12 +177,12 @@ TEST_F(SingleDisc, WithoutAMountedFileSystemNothingIsListed) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(SingleDisc, APathThatDoesNotFitFails) {
+TEST_F(SingleDisc, MountPathThatDoesNotFitIsAnError) {
     Mount("/" + std::string(1023, 'd'));
     EXPECT_EQ(Run().back(), (RaisedLink{"fail GetChangerFSMountPath", "RunFSCache", kWalkSource}));
 }
 
-TEST_F(SingleDisc, WithoutAnInfoListFails) {
+TEST_F(SingleDisc, MissingInfoListIsAnError) {
     Mount();
     EXPECT_EQ(Run(), (Chain{{"info list array is still NULL", "MediaHasMountablePartitions",
                              "trayprobed/MediaIdState"},
@@ -197,25 +190,22 @@ TEST_F(SingleDisc, WithoutAnInfoListFails) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(SingleDisc, EndsWithTheFirstRoundThatCachedAnything) {
+TEST_F(SingleDisc, WaitEndsWithTheFirstRoundThatCachedAnything) {
     Mount();
     SaveMedium(0, false);
-    FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
-        if (++round == 3)
-            MakeMediaRoot("s1");
-    });
+    AtListing(3, [&] { MakeMediaRoot("s1"); });
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./", "list ./", "list ./", "list ./s1"));
 }
 
-TEST_F(SingleDisc, AnIdentifiedDiscWithoutFileSystemTakesOneRound) {
+TEST_F(SingleDisc, IdentifiedDiscWithoutFileSystemTakesOneRound) {
     Mount();
     SaveMedium(1, false);
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), ElementsAre("list ./"));
 }
 
-TEST_F(SingleDisc, TenSecondsAreTheLongestWait) {
+TEST_F(SingleDisc, WaitEndsAfterTenSeconds) {
     Mount();
     SaveMedium(1, true);
     EXPECT_EQ(Run(), Chain());
@@ -224,30 +214,24 @@ TEST_F(SingleDisc, TenSecondsAreTheLongestWait) {
     EXPECT_THAT(journal, Each("list ./"));
 }
 
-TEST_F(SingleDisc, AClockSetBackMakesTheWaitNoLongerThanTwice) {
+TEST_F(SingleDisc, ClockSetBackAtMostDoublesTheWait) {
     Mount();
     SaveMedium(1, true);
-    FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
-        if (++round == 9)
-            time_.Set(-3600);
-    });
+    AtListing(9, [] { FakeTime::Set(-3600); });
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), SizeIs(19));
 }
 
-TEST_F(SingleDisc, TheWaitEndsWhenTheDiscIsIdentifiedWithoutFileSystem) {
+TEST_F(SingleDisc, WaitEndsWhenTheDiscIsIdentifiedWithoutFileSystem) {
     Mount();
     SaveMedium(0, false);
-    FileSystemSeams::OnListing([&, round = 0](const std::string&) mutable {
-        if (++round == 2)
-            SaveMedium(1, false);
-    });
+    AtListing(2, [&] { SaveMedium(1, false); });
     EXPECT_EQ(Run(), Chain());
     EXPECT_THAT(Journal::Take(), SizeIs(3));
 }
 
-// Intended: the aborted disc is listed again until the time-out.
-TEST_F(SingleDisc, AnAbortedDiscIsASuccessOnlyAfterTheWait) {
+// By design.
+TEST_F(SingleDisc, AbortedDiscIsListedAgainUntilTheTimeOut) {
     MountDisc();
     tree_.MakeDirectory("s1/a");
     SetAbort(1);
@@ -255,16 +239,16 @@ TEST_F(SingleDisc, AnAbortedDiscIsASuccessOnlyAfterTheWait) {
     EXPECT_THAT(Journal::Take(), SizeIs(30));
 }
 
-TEST_F(SingleDisc, TheStateLockIsNeverHeldWhileListing) {
+TEST_F(SingleDisc, StateLockIsNotHeldWhileListing) {
     MountDisc();
     tree_.MakeDirectory("s1/a/b");
     EXPECT_EQ(Run(), Chain());
-    EXPECT_THAT(Journal::Take(), testing::Not(Contains(testing::HasSubstr("(locked)"))));
+    EXPECT_THAT(Journal::Take(), Not(Contains(HasSubstr("(locked)"))));
 }
 
 // ---- memory ----
 
-TEST_F(SingleDisc, WithoutMemoryEachStepIsLoggedByItsName) {
+TEST_F(SingleDisc, WithoutMemoryTheErrorNamesTheFailedStep) {
     MountDisc();
     std::set<std::string> messages;
     VErrLink* err = nullptr;
@@ -273,7 +257,6 @@ TEST_F(SingleDisc, WithoutMemoryEachStepIsLoggedByItsName) {
                               for (const RaisedLink& link : TakeChain(err))
                                   messages.insert(link.function + ": " + link.message);
                               log_.Take();
-                              Journal::Take();
                           });
     EXPECT_THAT(messages,
                 testing::IsSupersetOf({"RunFSCache: fail IsChangerFSGUIDInList",

@@ -55,6 +55,15 @@ protected:
     bool ShouldAbort(UInt64 changerGUID) const {
         return ReadFlag(GetChangerShouldAbortOperation, changerGUID);
     }
+    // A copy of the changer's state.
+    static CFOwned<CFMutableDictionaryRef> StateOf(UInt64 changerGUID) {
+        CFOwned<CFMutableDictionaryRef> state;
+        EXPECT_EQ(TakeChain(GetChangerDictForGUID(changerGUID, state.Out())), Chain());
+        return state;
+    }
+    static CFTypeRef TimerOf(UInt64 changerGUID) {
+        return CFDictionaryGetValue(StateOf(changerGUID), CFSTR("FS Cache Timer"));
+    }
     void SaveInfoList(CFArrayRef list) {
         EXPECT_EQ(SaveChangerInfoList(list), nullptr);
         NoteSavedList(list);

@@ -1,17 +1,13 @@
 /* The store when memory is short: each allocation of each operation fails in turn. */
 
-#include "AllocationFaults.h"
 #include "Store.h"
-#include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
-#include <cstddef>
 #include <functional>
 #include <set>
 #include <string>
 
 namespace {
-
-using Messages = std::set<std::string>;
 
 class StoreMemory : public Store {
 protected:
@@ -22,7 +18,7 @@ protected:
     // The changer's whole state as text.
     static std::string State() {
         CFOwned<CFMutableDictionaryRef> dict;
-        VErrCatchAny(GetChangerDictForGUID(kChanger, dict.Out()));
+        TakeChain(GetChangerDictForGUID(kChanger, dict.Out()));
         return XmlOf(dict);
     }
     static void Prepare() {
@@ -33,35 +29,22 @@ protected:
     // Each failing allocation leaves the state unchanged. The set of the newest links' messages
     // must equal `expected`.
     static void ExpectAllOrNothing(const std::function<VErrLink*()>& operation,
-                                   const Messages& expected) {
+                                   const std::set<std::string>& expected) {
         Prepare();
         const std::string before = State();
         ASSERT_EQ(TakeChain(operation()), Chain());
         const std::string after = State();
         Prepare();
 
-        Messages seen;
-        VErrLink* err = nullptr;
-        SweepAllocationFaults([&](std::size_t) { err = operation(); },
-                              [&](std::size_t nth, bool happened) {
-                                  EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
-                                  EXPECT_EQ(State(), happened ? before : after)
-                                      << "allocation " << nth;
-                                  const Chain chain = TakeChain(err);
-                                  if (!chain.empty())
-                                      seen.insert(chain.back().message);
-                                  Prepare();
-                              });
-        EXPECT_THAT(seen, UnorderedElementsAreArray(expected));
-    }
-
-private:
-    static void VErrCatchAny(VErrLink* err) {
-        VErrCatch(&err);
+        const auto check = [&](const Chain&, bool failed) {
+            EXPECT_EQ(State(), failed ? before : after);
+            Prepare();
+        };
+        EXPECT_EQ(SweepErrors(operation, check), expected);
     }
 };
 
-TEST_F(StoreMemory, AFailedLookupChangesNothing) {
+TEST_F(StoreMemory, FailedLookupChangesNothing) {
     SInt32 flag = 0;
     UInt32 count = 0;
     ExpectAllOrNothing([&] { return IsChangerInList(kChanger, &flag); },
@@ -77,7 +60,7 @@ TEST_F(StoreMemory, AFailedLookupChangesNothing) {
                        {"fail GetChangerDictForGUID"});
 }
 
-TEST_F(StoreMemory, AFailedCopyChangesNothing) {
+TEST_F(StoreMemory, FailedCopyChangesNothing) {
     ExpectAllOrNothing(
         [] {
             CFOwned<CFMutableDictionaryRef> dict;
@@ -92,7 +75,7 @@ TEST_F(StoreMemory, AFailedCopyChangesNothing) {
         {"fail alloc changer GUID buffer", "fail create changer list array"});
 }
 
-TEST_F(StoreMemory, AFailedRemovalOrReplacementChangesNothing) {
+TEST_F(StoreMemory, FailedRemovalOrReplacementChangesNothing) {
     ExpectAllOrNothing([] { return RemoveChangerFromList(kChanger); },
                        {"fail alloc changer GUID number"});
     const auto state = Dictionary({{"In Progress", Array()}});
@@ -100,14 +83,14 @@ TEST_F(StoreMemory, AFailedRemovalOrReplacementChangesNothing) {
                        {"fail alloc changer GUID number"});
 }
 
-TEST_F(StoreMemory, AFailedFlagSetterChangesNothing) {
+TEST_F(StoreMemory, FailedFlagSetterChangesNothing) {
     ExpectAllOrNothing([] { return SetChangerFSCacheBuildInProgress(kChanger, 1); },
                        {"fail GetChangerDictForGUID", "fail SetChangerDictForGUID"});
     ExpectAllOrNothing([] { return SetChangerShouldAbortOperation(kChanger, 1); },
                        {"fail GetChangerDictForGUID", "fail SetChangerDictForGUID"});
 }
 
-TEST_F(StoreMemory, AFailedListUpdateChangesNothing) {
+TEST_F(StoreMemory, FailedListUpdateChangesNothing) {
     ExpectAllOrNothing(
         [] { return AddStorageElemToMediaIdInProgressList(kChanger, 50000); },
         {"fail GetChangerDictForGUID", "fail create CFNumber from storage elem index",
@@ -119,20 +102,16 @@ TEST_F(StoreMemory, AFailedListUpdateChangesNothing) {
 }
 
 // Some lengths need a larger array, others do not.
-TEST_F(StoreMemory, AFailedInsertionChangesNoListOfAnyLength) {
+TEST_F(StoreMemory, FailedInsertionChangesNoListOfAnyLength) {
     for (UInt16 count = 0; count < 20; ++count) {
-        VErrLink* err = nullptr;
-        SweepAllocationFaults(
-            [&](std::size_t) { err = AddStorageElemToMediaIdInProgressList(kChanger, count); },
-            [&](std::size_t nth, bool happened) {
-                EXPECT_EQ(err != nullptr, happened) << count << ", allocation " << nth;
-                EXPECT_EQ(InProgressCount(kChanger), happened ? count : count + 1U);
-                TakeChain(err);
-            });
+        SweepErrors([=] { return AddStorageElemToMediaIdInProgressList(kChanger, count); },
+                    [&](const Chain&, bool failed) {
+                        EXPECT_EQ(InProgressCount(kChanger), failed ? count : count + 1U);
+                    });
     }
 }
 
-TEST_F(StoreMemory, AFailedAdditionChangesNothing) {
+TEST_F(StoreMemory, FailedAdditionChangesNothing) {
     ExpectAllOrNothing([] { return AddChangerToList(kChanger); },
                        {"fail alloc changer GUID number", "fail allocate changer dictionary",
                         "fail alloc media id in-progress array"});

@@ -1,18 +1,16 @@
 /*
- * The daily timer starts a build without the state lock, while identifications and builds end under
- * it. No order of their steps may lose an update.
- *
- * The steps that other threads can see:
+ * The daily timer starts a build without the state lock, while identifications and builds end with
+ * it. No order of their steps may lose an update. The steps that other threads can see:
  * - The timer locks the store and copies the state, for the flag. When no build is in progress, it
  *   locks the new build's mutex and creates the thread; then it locks the store, copies the state,
- * and stores it with the flag set.
- * - An identification locks the registry, where it finds no volume; to end, it locks the state lock
- * and the store, copies the state, and stores it without the element.
- * - A build that finds no volume waits for its starter, and locks the state lock and the registry;
- * to end, it locks the store, copies the state, and stores it with the flag clear.
+ *   and stores it with the flag set.
+ * - An identification locks the registry, where it finds no volume. At its end it takes the state
+ *   lock, locks the store, copies the state, and stores it without the element.
+ * - A build that finds no volume waits for its starter, takes the state lock and locks the
+ *   registry. At its end it locks the store, copies the state, and stores it with the flag clear.
  *
- * Nothing else is shared: the server's replies are made on the spot, and between two steps a thread
- * works on copies of its own.
+ * Threads share nothing else: the fake server replies without waiting, and between two steps a
+ * thread works on its own copies.
  */
 
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -47,7 +45,7 @@ protected:
         TermChangerFSCacheState();
     }
 
-    // Two elements in progress and a requested abort: what one update could undo of another.
+    // Two elements in progress and a requested abort, which a lost update would change.
     void MakeState() const {
         AddChanger(kChanger);
         EXPECT_EQ(AddStorageElemToMediaIdInProgressList(kChanger, 5), nullptr);
@@ -61,7 +59,7 @@ protected:
         EXPECT_TRUE(ShouldAbort(kChanger));
     }
 
-    // The threads have ended in just these orders, and were interleaved at steps of each kind.
+    // The threads have ended in exactly these orders, and were interleaved at steps of each kind.
     static void ExpectEndings(const ExploredOrders& orders,
                               const std::set<std::vector<std::size_t>>& endings) {
         EXPECT_EQ(orders.endings, endings);
@@ -71,8 +69,7 @@ protected:
     }
 
     static void FireTimer() {
-        ChangerFSCache(nullptr,
-                       const_cast<__CFNumber*>(Integer(static_cast<SInt64>(kChanger)).Get()));
+        ChangerFSCache(nullptr, const_cast<void*>(Value(kChanger).Get()));
     }
     static void Identify() {
         auto* context = static_cast<MediaIdThreadContext*>(calloc(1, sizeof(MediaIdThreadContext)));
@@ -93,16 +90,15 @@ TEST_F(TimerOrders, FlagSetByTimerAndElementRemovedByIdentificationBothLast) {
                   {{0, 1}, {1, 0}});
 }
 
-TEST_F(TimerOrders, BuildClearsFlagAfterItsStarterHasSetIt) {
+TEST_F(TimerOrders, BuildClearsFlagOnlyAfterItsStarterHasSetIt) {
     ExpectEndings(RunInEveryOrder({.prepare = [&] { MakeState(); },
                                    .threads = {FireTimer},
-                                   .checkBeforeStarted = nullptr,
                                    .check = [&] { CheckState(false, true); }}),
                   {{0, 1}});
 }
 
 // The timer finds the build still in progress, or starts the next one.
-TEST_F(TimerOrders, TimerDuringBuildStartsNoneOrTheNext) {
+TEST_F(TimerOrders, TimerDuringABuildStartsNoneOrTheNext) {
     std::set<std::size_t> buildCounts;
     const auto prepare = [&] {
         MakeState();
@@ -112,10 +108,7 @@ TEST_F(TimerOrders, TimerDuringBuildStartsNoneOrTheNext) {
         CheckState(false, true);
         buildCounts.insert(CountStartedThreads());
     };
-    ExpectEndings(RunInEveryOrder({.prepare = prepare,
-                                   .threads = {FireTimer},
-                                   .checkBeforeStarted = nullptr,
-                                   .check = check}),
+    ExpectEndings(RunInEveryOrder({.prepare = prepare, .threads = {FireTimer}, .check = check}),
                   {{1, 0}, {0, 1, 2}});
     EXPECT_EQ(buildCounts, (std::set<std::size_t>{1, 2}));
 }
@@ -127,7 +120,6 @@ TEST_F(TimerOrders, FlagClearedByBuildAndElementRemovedByIdentificationBothLast)
     };
     ExpectEndings(RunInEveryOrder({.prepare = prepare,
                                    .threads = {Identify},
-                                   .checkBeforeStarted = nullptr,
                                    .check = [&] { CheckState(false, false); }}),
                   {{0, 1}, {1, 0}});
 }
