@@ -1,20 +1,21 @@
 #include "fsclient/DirectoryInfo.h"
 
-#include "AllocationFaults.h"
 #include "support/BinaryLists.h"
-#include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
 #include "support/TemporaryTree.h"
+#include "support/WithoutMemory.h"
 
 #include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <initializer_list>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -95,18 +96,22 @@ protected:
     void WriteMediaInfo(const CFOwned<CFMutableDictionaryRef>& info) const {
         tree_.Write(".media_info.plist", XmlOf(info));
     }
+    // The errors of reading an info file, which must not make the directory a root.
     Chain RootInfoChain() const {
         UInt64 guid = 0;
+        EXPECT_FALSE(IsRoot());
         return TakeChain(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
     }
     std::vector<std::string> RootInfoMessages() const {
         UInt64 guid = 0;
+        EXPECT_FALSE(IsRoot());
         return TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
     }
     void ExpectRootGuid(UInt64 expected) const {
         UInt64 guid = 0;
         EXPECT_EQ(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid), nullptr);
         EXPECT_EQ(guid, expected);
+        EXPECT_TRUE(IsRoot());
     }
     void ExpectWritableMediaInfo(UInt64 expectedGuid, UInt16 expectedElem,
                                  const char* expectedPartition) const {
@@ -129,8 +134,16 @@ protected:
         UInt16 elem = 0;
         char partition[kPartitionIdSize];
         SInt32 writable = 0;
+        EXPECT_FALSE(IsMediaRoot());
         return TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem,
                                                               partition, &writable));
+    }
+    // The path of the file that the function tries to read. There must be no such file.
+    static std::string PathReadBy(VErrLink* (*read)(const char* directory, CFPropertyListRef* list),
+                                  const std::string& directory) {
+        CFPropertyListRef list = nullptr;
+        EXPECT_NE(TakeChain(read(directory.c_str(), &list)), Chain());
+        return g_urlPath;
     }
     bool IsRoot() const {
         bool isRoot = false;
@@ -148,69 +161,68 @@ protected:
     TemporaryTree tree_;
 };
 
-// ---- changer roots ----
-
-TEST_F(DirectoryInfo, ReadsAnXmlRootInfo) {
-    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 0x7EDCBA9876543210}, {"Other", "x"}})));
-    ExpectRootGuid(0x7EDCBA9876543210U);
-    EXPECT_TRUE(IsRoot());
+// A complete info of a writable partition, plus `changes`.
+CFOwned<CFMutableDictionaryRef> MediaInfo(std::initializer_list<Entry> changes = {}) {
+    return With(Dictionary({{"Changer GUID", 7},
+                            {"Storage Element Index", 12},
+                            {"Partition Id", "s1"},
+                            {"Writable", true}}),
+                changes);
 }
 
-TEST_F(DirectoryInfo, ReadsAGuidAbove63BitsFromItsNegative) {
+// ---- changer roots ----
+
+TEST_F(DirectoryInfo, XmlRootInfoIsRead) {
+    WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 0x7EDCBA9876543210}, {"Other", "x"}})));
+    ExpectRootGuid(0x7EDCBA9876543210U);
+}
+
+TEST_F(DirectoryInfo, GuidOf64BitsIsReadFromItsNegative) {
     WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", -81985529216486896}})));
     ExpectRootGuid(0xFEDCBA9876543210U);
 }
 
-TEST_F(DirectoryInfo, ReadsABinaryRootInfo) {
+TEST_F(DirectoryInfo, BinaryRootInfoIsRead) {
     WriteRootInfo({kBinaryRootInfo, sizeof kBinaryRootInfo - 1});
     ExpectRootGuid(7U);
 }
 
-TEST_F(DirectoryInfo, ReadsABinaryRootInfoOfEveryGuid) {
+TEST_F(DirectoryInfo, BinaryRootInfoIsReadWithAnyGuid) {
     for (const UInt64 written : {0x5000C500ABCD1234U, 0x8000000000000000U, 0xFFFFFFFFFFFFFFFFU}) {
         WriteRootInfo(BinaryDictionary(
             {{"Other", BinaryText("x")}, {"Changer GUID", BinaryInteger(written)}}));
         ExpectRootGuid(written);
-        EXPECT_TRUE(IsRoot());
     }
 }
 
-TEST_F(DirectoryInfo, WithoutRootInfoIsNoRoot) {
+TEST_F(DirectoryInfo, DirectoryWithoutRootInfoIsNoRoot) {
     EXPECT_THAT(RootInfoChain(),
                 ElementsAre(RaisedLink{"fail CFReadStreamOpen", "ReadFSInfoFile", kSource},
                             RaisedLink{"fail ReadFSInfoFile", "ReadFSRootInfoFile", kSource},
                             RaisedLink{"fail ReadFSRootInfoFile", "GetChangerFileSystemRootInfo",
                                        kSource}));
-    EXPECT_FALSE(IsRoot());
 }
 
-TEST_F(DirectoryInfo, ATextForAGuidIsNoRoot) {
+TEST_F(DirectoryInfo, RootInfoWithATextForTheGuidIsNoRoot) {
     WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", "7"}})));
     const Chain chain = RootInfoChain();
     ASSERT_EQ(chain.size(), 2U);
     EXPECT_THAT(chain[0].message, StartsWith("fail get num as "));
     EXPECT_EQ(chain[1],
               (RaisedLink{"fail get changer GUID", "GetChangerFileSystemRootInfo", kSource}));
-    EXPECT_FALSE(IsRoot());
 }
 
-TEST_F(DirectoryInfo, WithoutAGuidIsNoRoot) {
-    WriteRootInfo(XmlOf(Dictionary({{"changer guid", 7}})));
-    EXPECT_THAT(RootInfoMessages(),
-                ElementsAre("fail get value from dict", "fail get changer GUID"));
-    EXPECT_FALSE(IsRoot());
-}
-
-TEST_F(DirectoryInfo, AListThatIsNoDictionaryIsNoRoot) {
-    for (const std::string& content : {XmlOf(Array({7})), XmlOf(Text("Changer GUID"))}) {
+TEST_F(DirectoryInfo, RootInfoWithoutAGuidIsNoRoot) {
+    for (const std::string& content : {XmlOf(Dictionary({{"changer guid", 7}})), XmlOf(Array({7})),
+                                       XmlOf(Text("Changer GUID"))}) {
         WriteRootInfo(content);
         EXPECT_THAT(RootInfoMessages(),
-                    ElementsAre("fail get value from dict", "fail get changer GUID"));
-        EXPECT_FALSE(IsRoot());
+                    ElementsAre("fail get value from dict", "fail get changer GUID"))
+            << content;
     }
 }
 
-TEST_F(DirectoryInfo, AFileThatDoesNotParseRaisesTheParsersText) {
+TEST_F(DirectoryInfo, ErrorOfAFileThatDoesNotParseHasTheTextOfTheParser) {
     for (const char* content :
          {"", "rubbish", "<plist><dict>", "bplist00", "{ \"Changer GUID\" = 7; }"}) {
         WriteRootInfo(content);
@@ -219,11 +231,10 @@ TEST_F(DirectoryInfo, AFileThatDoesNotParseRaisesTheParsersText) {
                                       Not("fail read property list (NULL)")),
                                 "fail ReadFSInfoFile", "fail ReadFSRootInfoFile"))
             << content;
-        EXPECT_FALSE(IsRoot());
     }
 }
 
-TEST_F(DirectoryInfo, AParserWithoutAnErrorTextIsReportedAsNull) {
+TEST_F(DirectoryInfo, MissingErrorTextOfTheParserIsReportedAsNull) {
     WriteRootInfo("");
     g_readWithoutText = true;
     EXPECT_THAT(RootInfoMessages(), ElementsAre("fail read property list (NULL)",
@@ -232,15 +243,12 @@ TEST_F(DirectoryInfo, AParserWithoutAnErrorTextIsReportedAsNull) {
 
 // ---- media roots ----
 
-TEST_F(DirectoryInfo, ReadsAMediaInfo) {
-    WriteMediaInfo(Dictionary({{"Changer GUID", 7},
-                               {"Storage Element Index", 12},
-                               {"Partition Id", "s1"},
-                               {"Writable", true}}));
+TEST_F(DirectoryInfo, XmlMediaInfoIsRead) {
+    WriteMediaInfo(MediaInfo());
     ExpectWritableMediaInfo(7U, 12, "s1");
 }
 
-TEST_F(DirectoryInfo, ReadsABinaryMediaInfo) {
+TEST_F(DirectoryInfo, BinaryMediaInfoIsRead) {
     tree_.Write(".media_info.plist",
                 BinaryDictionary({{"Changer GUID", BinaryInteger(0x5000C500ABCD1234U)},
                                   {"Storage Element Index", BinaryInteger(40000)},
@@ -250,34 +258,27 @@ TEST_F(DirectoryInfo, ReadsABinaryMediaInfo) {
 }
 
 // Writers store an element above 32767 as a negative number or as its own value.
-TEST_F(DirectoryInfo, ReadsStorageElementsOf16Bits) {
-    UInt16 elem = 0;
+TEST_F(DirectoryInfo, StorageElementsOf16BitsAreReadAndGreaterOnesFail) {
     for (const int written : {40000, -25536}) {
-        WriteMediaInfo(Dictionary({{"Storage Element Index", written}}));
-        EXPECT_EQ(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), nullptr, &elem, nullptr,
-                                                    nullptr),
-                  nullptr);
-        EXPECT_EQ(elem, 40000);
+        WriteMediaInfo(MediaInfo({{"Storage Element Index", written}}));
+        ExpectWritableMediaInfo(7U, 40000, "s1");
     }
-    WriteMediaInfo(Dictionary({{"Storage Element Index", 70000}}));
-    EXPECT_EQ(TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), nullptr, &elem,
-                                                             nullptr, nullptr))
-                  .back(),
-              "fail get media storage element");
+    WriteMediaInfo(MediaInfo({{"Storage Element Index", 70000}}));
+    EXPECT_EQ(MediaInfoMessages().back(), "fail get media storage element");
 }
 
-TEST_F(DirectoryInfo, WithoutMediaInfoIsNoMediaRoot) {
-    UInt64 guid = 0;
-    EXPECT_THAT(TakeChain(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, nullptr,
-                                                            nullptr, nullptr)),
-                ElementsAre(RaisedLink{"fail CFReadStreamOpen", "ReadFSInfoFile", kSource},
-                            RaisedLink{"fail ReadFSInfoFile", "ReadFSMediaRootInfoFile", kSource},
-                            RaisedLink{"fail ReadFSMediaRootInfoFile",
-                                       "GetChangerFileSystemMediaRootInfo", kSource}));
+TEST_F(DirectoryInfo, DirectoryWithoutMediaInfoIsNoMediaRoot) {
+    const char* root = tree_.Root().c_str();
+    EXPECT_THAT(
+        TakeChain(GetChangerFileSystemMediaRootInfo(root, nullptr, nullptr, nullptr, nullptr)),
+        ElementsAre(RaisedLink{"fail CFReadStreamOpen", "ReadFSInfoFile", kSource},
+                    RaisedLink{"fail ReadFSInfoFile", "ReadFSMediaRootInfoFile", kSource},
+                    RaisedLink{"fail ReadFSMediaRootInfoFile", "GetChangerFileSystemMediaRootInfo",
+                               kSource}));
     EXPECT_FALSE(IsMediaRoot());
 }
 
-TEST_F(DirectoryInfo, ReadsOnlyTheOutputsThatAreGiven) {
+TEST_F(DirectoryInfo, OnlyKeysOfGivenOutputsAreRead) {
     const char* root = tree_.Root().c_str();
     WriteMediaInfo(Dictionary());
     EXPECT_EQ(GetChangerFileSystemMediaRootInfo(root, nullptr, nullptr, nullptr, nullptr), nullptr);
@@ -290,11 +291,8 @@ TEST_F(DirectoryInfo, ReadsOnlyTheOutputsThatAreGiven) {
     EXPECT_EQ(writable, 1);
 }
 
-TEST_F(DirectoryInfo, TheFirstInvalidValueEndsTheReading) {
-    WriteMediaInfo(Dictionary({{"Changer GUID", 7},
-                               {"Storage Element Index", 12},
-                               {"Partition Id", 3},
-                               {"Writable", true}}));
+TEST_F(DirectoryInfo, FirstInvalidValueEndsTheReading) {
+    WriteMediaInfo(MediaInfo({{"Partition Id", 3}}));
     UInt64 guid = 0;
     UInt16 elem = 0;
     char partition[kPartitionIdSize];
@@ -307,57 +305,31 @@ TEST_F(DirectoryInfo, TheFirstInvalidValueEndsTheReading) {
     EXPECT_EQ(writable, 5);
 }
 
-TEST_F(DirectoryInfo, EachMissingKeyFailsTheReading) {
-    struct Case {
-        const char* key;
-        const char* message;
-    };
-    for (const Case& each : {Case{"Changer GUID", "fail get changer GUID"},
-                             Case{"Storage Element Index", "fail get media storage element"},
-                             Case{"Partition Id", "fail get partition id"},
-                             Case{"Writable", "fail get is writable boolean"}}) {
-        const auto info = Dictionary({{"Changer GUID", 7},
-                                      {"Storage Element Index", 12},
-                                      {"Partition Id", "s1"},
-                                      {"Writable", true}});
-        CFDictionaryRemoveValue(info, Text(each.key));
-        WriteMediaInfo(info);
-        EXPECT_THAT(MediaInfoMessages(), ElementsAre("fail get value from dict", each.message));
-        EXPECT_FALSE(IsMediaRoot()) << each.key;
+// The keys are read in this order. Each is the first missing key of an info without that key, and
+// of an info with the earlier keys only.
+TEST_F(DirectoryInfo, FirstMissingKeyOfAMediaInfoIsReported) {
+    const std::pair<const char*, const char*> keys[] = {
+        {"Changer GUID", "fail get changer GUID"},
+        {"Storage Element Index", "fail get media storage element"},
+        {"Partition Id", "fail get partition id"},
+        {"Writable", "fail get is writable boolean"}};
+    const auto earlierKeys = Dictionary();
+    for (const auto& [key, message] : keys) {
+        WriteMediaInfo(Without(MediaInfo(), key));
+        EXPECT_THAT(MediaInfoMessages(), ElementsAre("fail get value from dict", message));
+        WriteMediaInfo(earlierKeys);
+        EXPECT_THAT(MediaInfoMessages(), ElementsAre("fail get value from dict", message));
+        CFDictionarySetValue(earlierKeys, Text(key), CFDictionaryGetValue(MediaInfo(), Text(key)));
     }
 }
 
-TEST_F(DirectoryInfo, TheKeysOfAMediaRootAreReadInOrder) {
-    const auto info = Dictionary();
-    const auto read = [&] {
-        WriteMediaInfo(info);
-        return MediaInfoMessages();
-    };
-    const auto add = [&](const char* key, const Value& value) {
-        CFDictionarySetValue(info, Text(key), value.Get());
-    };
-    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get changer GUID"));
-    add("Changer GUID", 7);
-    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get media storage element"));
-    add("Storage Element Index", 12);
-    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get partition id"));
-    add("Partition Id", "s1");
-    EXPECT_THAT(read(), ElementsAre("fail get value from dict", "fail get is writable boolean"));
-    add("Writable", true);
-    EXPECT_THAT(read(), testing::IsEmpty());
-}
-
-TEST_F(DirectoryInfo, ANumberIsNoBoolean) {
-    WriteMediaInfo(Dictionary({{"Changer GUID", 7},
-                               {"Storage Element Index", 12},
-                               {"Partition Id", "s1"},
-                               {"Writable", 1}}));
+TEST_F(DirectoryInfo, NumberForTheWritableFlagFails) {
+    WriteMediaInfo(MediaInfo({{"Writable", 1}}));
     EXPECT_THAT(MediaInfoMessages(),
                 ElementsAre("bool neither true nor false", "fail get is writable boolean"));
-    EXPECT_FALSE(IsMediaRoot());
 }
 
-TEST_F(DirectoryInfo, APartitionIdHas31BytesAtMost) {
+TEST_F(DirectoryInfo, PartitionIdOfMoreThan31BytesFails) {
     struct Case {
         std::string id;
         bool fits;
@@ -373,39 +345,24 @@ TEST_F(DirectoryInfo, APartitionIdHas31BytesAtMost) {
 
 // ---- paths ----
 
-TEST_F(DirectoryInfo, ASlashAtTheEndIsNotDoubled) {
-    CFPropertyListRef list = nullptr;
-    VErrLink* err = ReadFSInfoFile("/no/such", "file", &list);
-    EXPECT_EQ(g_urlPath, "/no/such/file");
-    VErrCatch(&err);
-    err = ReadFSInfoFile("/no/such/", "file", &list);
-    EXPECT_EQ(g_urlPath, "/no/such/file");
-    VErrCatch(&err);
-    err = ReadFSRootInfoFile("/", &list);
-    EXPECT_EQ(g_urlPath, "/.changer_info.plist");
-    VErrCatch(&err);
+TEST_F(DirectoryInfo, SlashAtTheEndOfThePathIsNotDoubled) {
+    EXPECT_EQ(PathReadBy(ReadFSRootInfoFile, "/no/such"), "/no/such/.changer_info.plist");
+    EXPECT_EQ(PathReadBy(ReadFSRootInfoFile, "/no/such/"), "/no/such/.changer_info.plist");
+    EXPECT_EQ(PathReadBy(ReadFSRootInfoFile, "/"), "/.changer_info.plist");
 }
 
-TEST_F(DirectoryInfo, AnEmptyDirectoryIsTheRoot) {
-    CFPropertyListRef list = nullptr;
-    VErrLink* err = ReadFSInfoFile("", "no-such-file", &list);
-    EXPECT_EQ(g_urlPath, "/no-such-file");
-    VErrCatch(&err);
+TEST_F(DirectoryInfo, EmptyPathIsTheRootDirectory) {
+    EXPECT_EQ(PathReadBy(ReadFSRootInfoFile, ""), "/.changer_info.plist");
 }
 
-TEST_F(DirectoryInfo, PathsAreCutAt1023Bytes) {
-    CFPropertyListRef list = nullptr;
+TEST_F(DirectoryInfo, PathsAreTruncatedTo1023Bytes) {
     const std::string directory = "/" + std::string(1019, 'd'); // of 1020 bytes
-    VErrLink* err = ReadFSMediaRootInfoFile(directory.c_str(), &list);
-    EXPECT_EQ(g_urlPath, directory + "/.m");
-    VErrCatch(&err);
+    EXPECT_EQ(PathReadBy(ReadFSMediaRootInfoFile, directory), directory + "/.m");
     const std::string longer = "/" + std::string(2000, 'd');
-    err = ReadFSMediaRootInfoFile(longer.c_str(), &list);
-    EXPECT_EQ(g_urlPath, longer.substr(0, 1023));
-    VErrCatch(&err);
+    EXPECT_EQ(PathReadBy(ReadFSMediaRootInfoFile, longer), longer.substr(0, 1023));
 }
 
-TEST_F(DirectoryInfo, DirectoryNamesAreBytes) {
+TEST_F(DirectoryInfo, DirectoryNamesOfAnyBytesAreRead) {
     for (const char* name : {"with blank", "line\nbreak", "100%n", "\xFF\xFE"}) {
         tree_.MakeMediaRoot(name, 7, 12);
         bool isMediaRoot = false;
@@ -415,7 +372,7 @@ TEST_F(DirectoryInfo, DirectoryNamesAreBytes) {
     }
 }
 
-TEST_F(DirectoryInfo, AFailureEmptiesTheOutputs) {
+TEST_F(DirectoryInfo, FailureResetsTheOutputs) {
     const auto earlier = Dictionary();
     CFPropertyListRef list = earlier.Get();
     bool isRoot = true;
@@ -428,38 +385,31 @@ TEST_F(DirectoryInfo, AFailureEmptiesTheOutputs) {
     EXPECT_FALSE(isMediaRoot);
 }
 
-// ---- what a stranger's disc may have under the names ----
+// ---- files of untrusted discs ----
 
 TEST_F(DirectoryInfo, SpecialFilesAreNotOpened) {
     const std::string path = tree_.Path(".changer_info.plist");
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_EQ(RootInfoChain().front().message, "fail CFReadStreamOpen");
-    EXPECT_FALSE(IsRoot());
-    std::filesystem::remove(path);
-
-    tree_.Link("/dev/zero", ".changer_info.plist");
-    EXPECT_EQ(RootInfoChain().front().message, "fail CFReadStreamOpen");
-    std::filesystem::remove(path);
-
-    tree_.Link(".changer_info.plist", ".changer_info.plist");
-    EXPECT_EQ(RootInfoChain().front().message, "fail CFReadStreamOpen");
-    EXPECT_FALSE(IsRoot());
+    EXPECT_EQ(RootInfoMessages().front(), "fail CFReadStreamOpen");
+    for (const char* target : {"/dev/zero", ".changer_info.plist"}) {
+        std::filesystem::remove(path);
+        tree_.Link(target, ".changer_info.plist");
+        EXPECT_EQ(RootInfoMessages().front(), "fail CFReadStreamOpen") << target;
+    }
 }
 
-TEST_F(DirectoryInfo, ADirectoryUnderTheNameDoesNotParse) {
+TEST_F(DirectoryInfo, DirectoryInPlaceOfTheInfoFileDoesNotParse) {
     tree_.MakeDirectory(".changer_info.plist");
-    EXPECT_THAT(RootInfoChain().front().message, StartsWith("fail read property list ("));
-    EXPECT_FALSE(IsRoot());
+    EXPECT_THAT(RootInfoMessages().front(), StartsWith("fail read property list ("));
 }
 
-TEST_F(DirectoryInfo, AHugeFileDoesNotParse) {
+TEST_F(DirectoryInfo, HugeFileDoesNotParse) {
     WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 7}})));
     std::filesystem::resize_file(tree_.Path(".changer_info.plist"), std::uintmax_t{40} << 30);
-    EXPECT_THAT(RootInfoChain().front().message, StartsWith("fail read property list ("));
-    EXPECT_FALSE(IsRoot());
+    EXPECT_THAT(RootInfoMessages().front(), StartsWith("fail read property list ("));
 }
 
-TEST_F(DirectoryInfo, ALinkToAFileIsFollowed) {
+TEST_F(DirectoryInfo, LinkToAFileIsFollowed) {
     tree_.Write("elsewhere", XmlOf(Dictionary({{"Changer GUID", 7}})));
     tree_.Link("elsewhere", ".changer_info.plist");
     EXPECT_TRUE(IsRoot());
@@ -467,19 +417,16 @@ TEST_F(DirectoryInfo, ALinkToAFileIsFollowed) {
 
 // ---- memory ----
 
-TEST_F(DirectoryInfo, WithoutMemoryReadingFailsAndKeepsNothing) {
+TEST_F(DirectoryInfo, WithoutMemoryReadingFailsAndClosesTheFile) {
     WriteRootInfo(XmlOf(Dictionary({{"Changer GUID", 0x7EDCBA9876543210}})));
     const char* root = tree_.Root().c_str();
     std::set<std::string> innermost;
-    VErrLink* err = nullptr;
     UInt64 guid = 0;
-    SweepAllocationFaults([&](std::size_t) { err = GetChangerFileSystemRootInfo(root, &guid); },
-                          [&](std::size_t nth, bool happened) {
-                              EXPECT_EQ(err != nullptr, happened) << "allocation " << nth;
-                              const Chain chain = TakeChain(err);
-                              if (!chain.empty())
-                                  innermost.insert(chain.front().message.substr(0, 40));
-                          });
+    SweepErrors([&] { return GetChangerFileSystemRootInfo(root, &guid); },
+                [&](const Chain& chain, bool) {
+                    if (!chain.empty())
+                        innermost.insert(chain.front().message.substr(0, 40));
+                });
     EXPECT_THAT(innermost, testing::IsSupersetOf({"fail CFURLCreateFromFileSystemRepresenta",
                                                   "fail CFReadStreamCreateWithFile"}));
 }
@@ -488,20 +435,16 @@ TEST_F(DirectoryInfo, WithoutMemoryNothingIsARoot) {
     tree_.MakeChangerRoot("", 7);
     tree_.MakeMediaRoot("", 7, 12);
     const char* root = tree_.Root().c_str();
-    bool isRoot = false;
-    VErrLink* err = nullptr;
-    SweepAllocationFaults(
-        [&](std::size_t) { err = IsDirectoryRootOfChangerFileSystem(root, &isRoot); },
-        [&](std::size_t, bool happened) {
-            EXPECT_EQ(err, nullptr);
-            EXPECT_EQ(isRoot, !happened);
-        });
-    SweepAllocationFaults(
-        [&](std::size_t) { err = IsDirectoryMediaRootOfChangerFileSystem(root, &isRoot); },
-        [&](std::size_t, bool happened) {
-            EXPECT_EQ(err, nullptr);
-            EXPECT_EQ(isRoot, !happened);
-        });
+    for (const auto isRootOf :
+         {IsDirectoryRootOfChangerFileSystem, IsDirectoryMediaRootOfChangerFileSystem}) {
+        bool isRoot = false;
+        VErrLink* err = nullptr;
+        SweepAllocationFaults([&](std::size_t) { err = isRootOf(root, &isRoot); },
+                              [&](std::size_t, bool happened) {
+                                  EXPECT_EQ(err, nullptr);
+                                  EXPECT_EQ(isRoot, !happened);
+                              });
+    }
 }
 
 } // namespace
