@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """check_contracts.py [FOLDER...]: prints the functions that a header exports without a comment.
 
-At least 95 % of the exported functions of each folder must have a comment directly above them, at the
-end of their line, or above the group of declarations that they stand in. Destructors, copies,
-comparisons and constructors without parameters need none.
+At least 95 % of the exported functions of each folder must have a comment: directly above, at the end
+of the line, or above their group of declarations. Destructors, copies, operators and constructors
+without parameters need none.
 """
 
 import sys

@@ -1,5 +1,5 @@
 #!/bin/sh
-# check_format.sh: every header and source is laid out as clang-format and .clang-format have it.
+# check_format.sh: every header and source has the layout of clang-format and .clang-format.
 set -eu
 cd "$(dirname "$0")/../.."
 find common ChangerServerConnectionLib fsclient trayprobed platform simulator testbed tools bench tests \

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""check_functions.py: holds the lengths of functions, in lines from the first to the closing brace.
+"""check_functions.py: checks the lengths of functions, in lines from the name to the closing brace.
 
-Of the product, of what stands beside it and of the tests alike: half of them have at most 8 lines, nine of ten at most 20, and
-none more than 60. Prints those that are too long.
+In the product, in the programs beside it and in the tests: the median is at most 8 lines, the 90th
+percentile at most 20, the maximum 60. Prints the functions that are too long.
 """
 
 import statistics
@@ -18,7 +18,7 @@ LONGEST = 60
 
 
 def check(what, paths):
-    """Returns true if the functions of these files keep to the lengths."""
+    """Returns true if the functions of these files are within the limits."""
     lengths = {}
     for path in paths:
         for function in functions_of(path):
@@ -38,7 +38,7 @@ def check(what, paths):
 
 def main():
     results = [check('product', sources(*PRODUCT)),
-               check('beside it', sources(*BESIDE)),
+               check('programs beside it', sources(*BESIDE)),
                check('tests', sources('tests'))]
     return 0 if all(results) else 1
 

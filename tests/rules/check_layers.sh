@@ -1,17 +1,17 @@
 #!/bin/sh
-# The rules of this tree that a program can check. Prints every line that breaks one.
+# check_layers.sh: no module uses what its layer must not use. Prints every line that does.
 set -u
 cd "$(dirname "$0")/../.."
 
 broken=0
 
-# refuse WHY PATTERN FILE... : no line of these files may match.
+# refuse RULE PATTERN FILE...: no line of these files may match.
 refuse() {
-    why=$1
+    rule=$1
     pattern=$2
     shift 2
     found=$(grep -nHE -- "$pattern" "$@" /dev/null) || return 0
-    printf '%s:\n%s\n' "$why" "$found"
+    printf '%s:\n%s\n' "$rule" "$found"
     broken=1
 }
 
@@ -28,10 +28,10 @@ beside=$(files_in simulator testbed tools)
 
 before_a_comment='^([^/]|/[^/*])*'
 
-# shellcheck disable=SC2086 # lists of files, none with a blank in its name
+# shellcheck disable=SC2086 # the lists must be split; no file name has a blank
 {
     refuse 'The daemon names no operating system' '[Ll]inux|__APPLE__|_WIN32' $daemon
-    refuse 'The daemon asks for no platform' '^ *# *(if|ifdef|elif) ' $daemon
+    refuse 'The daemon has no conditional compilation' '^ *# *(if|ifdef|elif) ' $daemon
     refuse 'The daemon has no classes' '^ *(class |virtual |(public|protected|private):)' $daemon
     refuse 'The daemon has no exceptions' \
         "$before_a_comment"'\b(throw\b|(try|catch) *[({])' $daemon
@@ -45,7 +45,7 @@ before_a_comment='^([^/]|/[^/*])*'
         '#include "(fsclient|trayprobed)/' $connection
     refuse 'fsclient imports sideways or upwards' \
         '#include "(ChangerServerConnectionLib|trayprobed)/' $fsclient
-    refuse 'What stands beside the daemon reaches into it' \
+    refuse 'A program beside the daemon includes its headers' \
         '#include ["<](common|ChangerServerConnectionLib|fsclient|trayprobed|CoreFoundation|DiskArbitration)/' \
         $beside
 }

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""check_style.py: what the formatter cannot hold. Prints each line that breaks a rule.
+"""check_style.py: the rules that clang-format cannot check. Prints each line that breaks one.
 
-- A header has an include guard of its own, whose name ends with the file's.
-- A comment at the left margin of a header is a block; members and ends of lines take //. In sources
-  only a block at the left margin, which opens the file or a part of it, is not //. There is no ///.
-- An accessor of a class is named without Get.
+- A header has its own include guard, whose name ends with the name of the file.
+- Comments are //, except blocks at the left margin: every such comment of a header, and those that
+  open a source or a part of it. There is no ///.
+- The name of a class's accessor does not begin with Get.
 """
 
 import pathlib
@@ -15,7 +15,7 @@ sys.dont_write_bytecode = True
 
 from cpp_source import PROJECT, functions_of, sources, tokens_of
 
-CLASSES_IN = ('platform/linux/src/', 'simulator/', 'testbed/', 'tools/', 'bench/', 'tests/')
+FOLDERS_WITH_CLASSES = ('platform/linux/src/', 'simulator/', 'testbed/', 'tools/', 'bench/', 'tests/')
 
 broken = []
 guards = {}
@@ -47,7 +47,7 @@ def check_comments(path, text):
         if token.text.startswith('///'):
             refuse(path, token.first, 'a comment with ///')
         elif path.endswith('.h') and column == 0 and token.text.startswith('//'):
-            refuse(path, token.first, 'a comment at the left margin of a header that is no block')
+            refuse(path, token.first, 'not a block comment, at the left margin of a header')
         elif path.endswith('.cpp') and column > 0 and lines[token.first - 1].strip().startswith('/*'):
             refuse(path, token.first, 'a block comment inside the code')
 
@@ -55,8 +55,8 @@ def check_comments(path, text):
 def check_accessors(path):
     for function in functions_of(path):
         owner, _, name = function.name.rpartition('::')
-        if owner and re.match(r'Get[A-Z]', name) and name != 'GetName':  # GoogleTest calls that
-            refuse(path, function.first, f'{function.name}: an accessor is named without Get')
+        if owner and re.match(r'Get[A-Z]', name) and name != 'GetName':  # required by GoogleTest
+            refuse(path, function.first, f'{function.name}: the name of an accessor begins with Get')
 
 
 def main():
@@ -65,7 +65,7 @@ def main():
         if path.endswith('.h'):
             check_guard(path, text.rstrip('\n').split('\n'))
         check_comments(path, text)
-        if path.endswith('.h') and path.startswith(CLASSES_IN):
+        if path.endswith('.h') and path.startswith(FOLDERS_WITH_CLASSES):
             check_accessors(path)
     print('\n'.join(broken) or 'No rule is broken.')
     return 1 if broken else 0

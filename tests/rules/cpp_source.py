@@ -1,7 +1,7 @@
-"""Reads C++ sources of this tree, as clang-format lays them out, for the checks beside this file.
+"""Reads the C++ sources of this tree for the checks in this folder.
 
-A small scanner, no compiler: it finds functions, their lengths and the comments above them. It knows
-the constructs that the tree uses.
+A small scanner, not a compiler: it finds functions, their lengths and their comments. It supports
+only the constructs and the layout (clang-format) of this tree.
 """
 
 import dataclasses
@@ -39,17 +39,17 @@ class Token:
 @dataclasses.dataclass
 class Function:
     path: str
-    name: str        # with its class, if it is a member
-    first: int       # line of its declaration
-    last: int        # line of its closing brace or semicolon
+    name: str          # with its class, if it is a member
+    first: int         # line of its declaration
+    last: int          # line of its closing brace or semicolon
     has_body: bool
     is_exported: bool  # at namespace scope, or a public member
-    is_special: bool   # needs no words: destructor, copy, comparison, default constructor
-    has_comment: bool  # directly above it, behind it, or above its group
+    is_special: bool   # destructor, copy, operator or constructor without parameters
+    has_comment: bool  # directly above it, at the end of its line, or above its group
 
 
 def sources(*folders):
-    """The headers and sources below these folders, or of the whole tree, relative to the project."""
+    """The headers and sources in these folders, or in the whole tree; paths relative to PROJECT."""
     found = [path for folder in folders or FOLDERS for path in (PROJECT / folder).rglob('*')
              if path.suffix in ('.h', '.cpp')]
     return sorted(str(path.relative_to(PROJECT)) for path in found)
@@ -72,7 +72,7 @@ class Scanner:
         self.path = path
         text = (PROJECT / path).read_text()
         every = list(tokens_of(text))
-        self.comments = {}  # last line of a comment: the line it begins on
+        self.comment_ends = set()  # last lines of comments
         self.trailing = set()  # lines with code and a comment behind it
         code_lines = set()
         for token in every:
@@ -80,11 +80,9 @@ class Scanner:
                 if token.first in code_lines:
                     self.trailing.add(token.first)
                 else:
-                    self.comments[token.last] = token.first
+                    self.comment_ends.add(token.last)
             else:
                 code_lines.update(range(token.first, token.last + 1))
-        self.blank = {number for number, line in enumerate(text.split('\n'), 1)
-                      if not line.strip()}
         self.tokens = [token for token in every if token.kind not in ('comment', 'preprocessor')]
         self.functions = []
         self.documented_until = 0  # last line of a documented declaration, while its group lasts
@@ -134,16 +132,14 @@ class Scanner:
             hidden = words == ['namespace']
             self.scope(owner, is_public and not hidden)
             return
-        if end.text == '{' and name is None and self.is_type(words):
+        if end.text == '{' and name is None and self.is_type(words) and 'enum' not in words:
             self.index += 1
-            if 'enum' in words:
-                self.rewind_to_matching()
-                return
-            type_name = self.type_name(words)
-            self.scope(f'{owner}{type_name}::', is_public and words[self.keyword(words)] != 'class')
+            keyword = next(i for i, word in enumerate(words) if word in TYPE_KEYWORDS)
+            type_name = next((word for word in words[keyword + 1:] if re.match(r'\w', word)), '')
+            self.scope(f'{owner}{type_name}::', is_public and words[keyword] != 'class')
             return
         if end.text == '{':
-            # Of a constructor: members initialised with braces come before the body.
+            # Members of a constructor that are initialised with braces come before its body.
             while True:
                 self.skip_braces()
                 follows = self.tokens[self.index] if self.index < len(self.tokens) else None
@@ -160,10 +156,8 @@ class Scanner:
 
     def add(self, head, name, owner, last, has_body, is_public):
         first = head[0].first
-        above = self.comments.get(first - 1)
-        in_group = self.documented_until == first - 1 and first - 1 not in self.blank
-        documented = above is not None or in_group or bool(
-            self.trailing & set(range(first, last.last + 1)) and not has_body)
+        documented = (first - 1 in self.comment_ends or self.documented_until == first - 1 or
+                      (not has_body and not self.trailing.isdisjoint(range(first, last.last + 1))))
         if documented:
             self.documented_until = last.last
         self.functions.append(Function(
@@ -178,26 +172,13 @@ class Scanner:
             if depth == 0:
                 return
 
-    def rewind_to_matching(self):
-        """Behind the opening brace of an enumeration: skips to behind its end."""
-        self.index -= 1
-        self.skip_braces()
-
-    @staticmethod
-    def keyword(words):
-        return next(i for i, word in enumerate(words) if word in TYPE_KEYWORDS)
-
     @staticmethod
     def is_type(words):
         return any(word in TYPE_KEYWORDS for word in words) and '(' not in words
 
-    def type_name(self, words):
-        rest = [word for word in words[self.keyword(words) + 1:] if re.match(r'\w', word)]
-        return rest[0] if rest else ''
-
     @staticmethod
     def function_name(head, owner):
-        """The name in front of the parameters, or None if this declares no function."""
+        """The name before the parameters; None if `head` declares no function."""
         words = [token.text for token in head]
         while words and words[0] == 'template':
             depth = 0
