@@ -5,6 +5,7 @@
 #include "common/CFHelpers.h"
 #include "fsclient/DirectoryInfo.h"
 #include "support/Chain.h"
+#include "support/NotCopyable.h"
 #include "support/PropertyLists.h"
 #include "support/TemporaryTree.h"
 
@@ -21,7 +22,7 @@
 namespace {
 
 // A directory whose two info files are links to one file.
-class InfoFileDirectory {
+class InfoFileDirectory : NotCopyable {
 public:
     InfoFileDirectory() {
         const std::string path = tree_.Path(".changer_info.plist");
@@ -31,8 +32,6 @@ public:
     ~InfoFileDirectory() {
         close(file_);
     }
-    InfoFileDirectory(const InfoFileDirectory&) = delete;
-    InfoFileDirectory& operator=(const InfoFileDirectory&) = delete;
 
     void Write(std::string_view content) const {
         EXPECT_EQ(ftruncate(file_, static_cast<off_t>(content.size())), 0);

@@ -29,43 +29,38 @@ int RemainingAfter(const cf::Object* list, int left) {
     return left;
 }
 
-// The readers replace values that only the binary format has by null.
-bool HasNull(const cf::Object* value) {
-    bool hasNull = value == cf::AsObject(kCFNull);
+// True if the condition holds for the value or for one inside it.
+bool Contains(const cf::Object* value, bool (*condition)(const cf::Object*)) {
+    bool isFound = condition(value);
     if (const auto* array = cf::As<cf::Array>(value)) {
         for (std::size_t i = 0; i < array->count; ++i)
-            hasNull = hasNull || HasNull(cf::MemberAt(array, i));
+            isFound = isFound || Contains(cf::MemberAt(array, i), condition);
     } else if (const auto* dictionary = cf::As<cf::Dictionary>(value)) {
         cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* each) {
-            hasNull = hasNull || HasNull(each);
+            isFound = isFound || Contains(each, condition);
         });
     }
-    return hasNull;
+    return isFound;
+}
+
+// The readers replace values that only the binary format has by null.
+bool IsNull(const cf::Object* value) {
+    return value == cf::AsObject(kCFNull);
 }
 
 // XML has no fractions of seconds and only one NaN.
-bool IsExactInXml(const cf::Object* value) {
+bool IsInexactInXml(const cf::Object* value) {
     if (const auto* date = cf::As<cf::Date>(value))
-        return std::trunc(date->absoluteTime) == date->absoluteTime;
-    if (const auto number = cf::NumberIn(value))
-        return number->kind != cf::kRealNumber || !std::isnan(number->Real());
-    bool hasAll = true;
-    if (const auto* array = cf::As<cf::Array>(value)) {
-        for (std::size_t i = 0; i < array->count; ++i)
-            hasAll = hasAll && IsExactInXml(cf::MemberAt(array, i));
-    } else if (const auto* dictionary = cf::As<cf::Dictionary>(value)) {
-        cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* each) {
-            hasAll = hasAll && IsExactInXml(each);
-        });
-    }
-    return hasAll;
+        return std::trunc(date->absoluteTime) != date->absoluteTime;
+    const auto number = cf::NumberIn(value);
+    return number && number->kind == cf::kRealNumber && std::isnan(number->Real());
 }
 
 } // namespace
 
 bool IsXmlCompatible(CFPropertyListRef list) {
-    return RemainingAfter(cf::AsObject(list), kMaxValues) >= 0 && !HasNull(cf::AsObject(list)) &&
-           XmlOf(list).find('\0') == std::string::npos;
+    return RemainingAfter(cf::AsObject(list), kMaxValues) >= 0 &&
+           !Contains(cf::AsObject(list), IsNull) && XmlOf(list).find('\0') == std::string::npos;
 }
 
 void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable) {
@@ -84,7 +79,7 @@ void ExpectSameWhenReadAgain(CFPropertyListRef list) {
     if (written.find(">\uFEFF") != std::string::npos)
         return; // the reader removes a byte order mark at the start of a text
     EXPECT_EQ(XmlOf(again.list.Get()), written);
-    if (IsExactInXml(cf::AsObject(list)))
+    if (!Contains(cf::AsObject(list), IsInexactInXml))
         EXPECT_TRUE(CFEqual(again.list.Get(), list)) << written;
 }
 

@@ -15,6 +15,7 @@
 #include "Target.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
+#include "support/NotCopyable.h"
 #include "support/PropertyLists.h"
 #include "support/TemporaryTree.h"
 #include "trayprobed/ChangerFSCacheManager.h"
@@ -63,12 +64,10 @@ private:
 };
 
 // The daemon with fakes for its environment.
-class Daemon {
+class Daemon : NotCopyable {
 public:
     explicit Daemon(const ChangerFileSystem& fileSystem);
     ~Daemon();
-    Daemon(const Daemon&) = delete;
-    Daemon& operator=(const Daemon&) = delete;
 
     // Feeds the chunks of the script; returns the daemon's commands to the server and its timers.
     std::vector<std::string> ReceiveChunks(std::string_view script);
@@ -90,8 +89,7 @@ private:
     DeferredThreads threads_;
     FakeDisk disk_;
     ChangerNotificationSubscription* subscription_ = nullptr;
-    bool isCommandRefused_ =
-        false; // a command; the slot of a request that could not be withdrawn stays
+    bool isCommandRefused_ = false; // a slot whose withdrawal is refused stays in progress
     std::vector<std::string> actions_;
 };
 
