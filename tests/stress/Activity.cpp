@@ -51,7 +51,7 @@ void* RunWorker(ThreadBody body) {
     const Element element = {context->changerGUID, context->storageElem};
     const ChangerServerProcess server = context->server;
     void* result = body.function(body.argument);
-    event_counts::Count(EventKind::kWorkerEnded);
+    event_counts::Count("identifications ended");
     const std::lock_guard lock(g_mutex);
     if (t_withdrawalFailed)
         g_stuckElements[element] = server;
@@ -61,7 +61,7 @@ void* RunWorker(ThreadBody body) {
 
 void* RunBuild(ThreadBody body) {
     void* result = body.function(body.argument);
-    event_counts::Count(EventKind::kBuildEnded);
+    event_counts::Count("builds ended");
     return result;
 }
 
@@ -82,9 +82,9 @@ void RecordStart(const ThreadBody& body) {
     if (body.function == RunMediaIdThread) {
         const auto* context = static_cast<const MediaIdThreadContext*>(body.argument);
         g_workers.insert({changerGUID, context->storageElem});
-        event_counts::Count(EventKind::kWorkerStarted);
+        event_counts::Count("identifications started");
     } else {
-        event_counts::Count(EventKind::kBuildStarted);
+        event_counts::Count("builds started");
         if (++g_builds[changerGUID] > 1 && IsPermanent(changerGUID))
             event_counts::ReportProblem("two builds of one changer at once");
     }
@@ -93,7 +93,7 @@ void RecordStart(const ThreadBody& body) {
 __attribute__((format(printf, 1, 0))) void RecordLogLine(const char* format, va_list list) {
     std::array<char, 2048> line;
     std::vsnprintf(line.data(), line.size(), format, list);
-    event_counts::Count(EventKind::kLineLogged);
+    event_counts::Count("lines logged");
     const auto isIn = [&](const char* text) { return std::strstr(line.data(), text) != nullptr; };
     if (isIn("RunMediaIdThread: fail ChangerServerRequestChangerIdentification"))
         t_withdrawalFailed = true;
@@ -106,21 +106,11 @@ __attribute__((format(printf, 1, 0))) void RecordLogLine(const char* format, va_
 extern "C" {
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                          void* argument);
-void __wrap_vsyslog(int priority, const char* format, va_list list)
-    __attribute__((format(printf, 2, 0)));
-void __wrap___vsyslog_chk(int priority, int flag, const char* format, va_list list)
-    __attribute__((format(printf, 3, 0)));
 
-// HandleMediaIdServer, SetChangerFSCacheBuildInProgress and VErrThrowWithErrCode
+// The mangled names of HandleMediaIdServer, SetChangerFSCacheBuildInProgress and
+// VErrThrowWithErrCode.
 void __real__Z19HandleMediaIdServerPK20ChangerServerProcess(const ChangerServerProcess* server);
-void __wrap__Z19HandleMediaIdServerPK20ChangerServerProcess(const ChangerServerProcess* server);
 VErrLink* __real__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress);
-VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt32 inProgress);
-VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCode code,
-                                                          const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {
@@ -132,11 +122,12 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
     return status;
 }
 
-void __wrap_vsyslog(int, const char* format, va_list list) {
+__attribute__((format(printf, 2, 0))) void __wrap_vsyslog(int, const char* format, va_list list) {
     RecordLogLine(format, list);
 }
 
-void __wrap___vsyslog_chk(int, int, const char* format, va_list list) {
+__attribute__((format(printf, 3, 0))) void __wrap___vsyslog_chk(int, int, const char* format,
+                                                                va_list list) {
     RecordLogLine(format, list);
 }
 
@@ -156,10 +147,11 @@ VErrLink* __wrap__Z32SetChangerFSCacheBuildInProgressyi(UInt64 changerGUID, SInt
     return __real__Z32SetChangerFSCacheBuildInProgressyi(changerGUID, inProgress);
 }
 
-VErrLink* __wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCode code,
-                                                          const char* format, ...) {
+__attribute__((format(printf, 3, 4))) VErrLink*
+__wrap__Z20VErrThrowWithErrCodePP8VErrLinkxPKcz(VErrLink** err, VErrCode code, const char* format,
+                                                ...) {
     if (code == kVErrCodeUserAborted)
-        event_counts::Count(EventKind::kWalkAborted);
+        event_counts::Count("walks aborted");
     va_list arguments;
     va_start(arguments, format);
     VErrLink* link = VErrThrowCore(err, kVErrLevelDefault, code, format, arguments);

@@ -26,9 +26,9 @@ bool CountIf(bool happens, EventKind kind) {
 
 Value Medium(UInt16 slot, bool isIdle) {
     constexpr int kMountStates[] = {0, 0, 0, 0x40, 2};
-    const bool requested = !isIdle && CountIf(OneIn(6), EventKind::kIdentificationRequest);
+    const bool requested = !isIdle && CountIf(OneIn(6), "identification requests");
     const int identifyTime = isIdle || !OneIn(4) ? 1 : 0;
-    event_counts::Count(EventKind::kMediaInfo);
+    event_counts::Count("media infos");
     return Dictionary(
         {{"Media Kind", OneIn(5) ? 0 : 1},
          {"Media Request Identification", requested},
@@ -57,7 +57,7 @@ void AddFurtherMedia(const CFOwned<CFMutableArrayRef>& media) {
             made.push_back(IdentifiedMedium(slot, 1));
         return made;
     }();
-    event_counts::Count(EventKind::kLongList);
+    event_counts::Count("media lists of 5,000 slots");
     for (const Value& medium : unchanging)
         CFArrayAppendValue(media, medium.Get());
     const int changing = kSlots + Below(kSlotsOfLongList - kSlots);
@@ -69,7 +69,7 @@ Value Preferences(bool isIdle) {
     const Mutable preferences = Dictionary({{"BuildDirCacheOnIdentify", OneIn(2)}});
     if (OneIn(2))
         Set(preferences, "IdentifyMediaOnInsert", OneIn(2));
-    if (!isIdle && CountIf(OneIn(2), EventKind::kDailyBuildSet)) {
+    if (!isIdle && CountIf(OneIn(2), "daily builds set")) {
         Set(preferences, "BuildDirCacheOnSchedule", true);
         Set(preferences, "BuildDirCacheTimeHours", Below(24));
         Set(preferences, "BuildDirCacheTimeMinutes", Below(60));
@@ -80,7 +80,7 @@ Value Preferences(bool isIdle) {
 Value ClientStatus(bool isIdle) {
     const Mutable statuses = Dictionary();
     if (!isIdle && OneIn(2)) {
-        const bool abort = CountIf(OneIn(3), EventKind::kAbortRequest);
+        const bool abort = CountIf(OneIn(3), "abort requests");
         Set(statuses, "trayprobed", Dictionary({{"Abort Requested", abort}}));
     }
     return statuses;
@@ -92,7 +92,7 @@ Value ChangerInfo(int changer, bool isIdle) {
         CFArrayAppendValue(media, Medium(slot, isIdle).Get());
     if (changer == 0 && OneIn(50))
         AddFurtherMedia(media);
-    const bool build = !isIdle && CountIf(OneIn(8), EventKind::kBuildRequest);
+    const bool build = !isIdle && CountIf(OneIn(8), "build requests");
     return Dictionary({{"GUID", GuidOf(changer)},
                        {"Changer Ready", isIdle || !OneIn(10)},
                        {"Changer Preferences", Preferences(isIdle)},
@@ -111,8 +111,8 @@ void Changers::AddAndRemoveChangers(Phase phase) {
             isPresent = phase != Phase::kNoChangers;
         } else if (!IsPermanent(GuidOf(changer)) && OneIn(8)) {
             isPresent = !isPresent;
-            event_counts::Count(isPresent ? EventKind::kChangerReadded
-                                          : EventKind::kChangerRemoved);
+            event_counts::Count(isPresent ? EventKind("changers added again")
+                                          : EventKind("changers removed"));
         }
     }
 }
@@ -130,9 +130,9 @@ Changers::Notification Changers::Compose() {
         CFArrayAppendValue(infos, ChangerInfo(changer, !isChurn).Get());
     }
     const Mutable notification = Dictionary();
-    if (CountIf(!isChurn || OneIn(3), EventKind::kChangerList))
+    if (CountIf(!isChurn || OneIn(3), "changer lists"))
         Set(notification, "changer list", list);
-    if (CountIf(isChurn && OneIn(3), EventKind::kRootPreferences))
+    if (CountIf(isChurn && OneIn(3), "root preferences"))
         Set(notification, "root preferences", Dictionary({{"IdentifyMediaOnInsert", OneIn(2)}}));
     const bool hasInfo = !isChurn || !OneIn(4);
     if (hasInfo)

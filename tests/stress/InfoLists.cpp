@@ -30,7 +30,7 @@ VErrLink* __real__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list);
 
 VErrLink* __wrap__Z19SaveChangerInfoListPK9__CFArray(CFArrayRef list) {
     VErrLink* err = __real__Z19SaveChangerInfoListPK9__CFArray(list);
-    event_counts::Count(EventKind::kListSaved);
+    event_counts::Count("changer infos handled");
     const std::lock_guard lock(g_mutex);
     g_saved.push_back(list);
     g_changed.notify_all();

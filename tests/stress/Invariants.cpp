@@ -6,6 +6,7 @@
 #include "RandomValues.h"
 #include "ShortDelays.h"
 #include "Volumes.h"
+#include "support/NotCopyable.h"
 #include "trayprobed/ChangerFSCacheState.h"
 #include "trayprobed/MediaIdState.h"
 
@@ -28,46 +29,38 @@ void RequireSuccess(VErrLink* err) {
     ReleaseVErrLink(err);
 }
 
-class StateLock {
+class StateLock : NotCopyable {
 public:
     StateLock() {
         RequireSuccess(LockMediaIdState());
     }
-    StateLock(const StateLock&) = delete;
-    StateLock& operator=(const StateLock&) = delete;
     ~StateLock() {
         UnlockMediaIdState();
     }
 };
 
+// Returns what `function` stores in its last parameter.
+template<typename Result, typename Function, typename... Inputs>
+Result ResultOf(Function function, Inputs... inputs) {
+    Result result = {};
+    RequireSuccess(function(inputs..., &result));
+    return result;
+}
+
 bool IsKnown(UInt64 changerGUID) {
-    SInt32 isKnown = 0;
-    RequireSuccess(IsChangerInList(changerGUID, &isKnown));
-    return isKnown != 0;
-}
-
-bool IsInProgress(UInt64 changerGUID, UInt16 slot) {
-    SInt32 isInProgress = 0;
-    RequireSuccess(IsStorageElemOnInProgressList(changerGUID, slot, &isInProgress));
-    return isInProgress != 0;
-}
-
-bool IsMarkedAsBuilding(UInt64 changerGUID) {
-    SInt32 isBuilding = 0;
-    RequireSuccess(GetChangerFSCacheBuildInProgress(changerGUID, &isBuilding));
-    return isBuilding != 0;
-}
-
-bool ShouldAbort(UInt64 changerGUID) {
-    SInt32 shouldAbort = 0;
-    RequireSuccess(GetChangerShouldAbortOperation(changerGUID, &shouldAbort));
-    return shouldAbort != 0;
+    return ResultOf<SInt32>(IsChangerInList, changerGUID) != 0;
 }
 
 bool IsMounted(UInt64 changerGUID) {
-    bool isMounted = false;
-    RequireSuccess(IsChangerFSGUIDInList(changerGUID, &isMounted));
-    return isMounted;
+    return ResultOf<bool>(IsChangerFSGUIDInList, changerGUID);
+}
+
+bool IsMarkedAsBuilding(UInt64 changerGUID) {
+    return ResultOf<SInt32>(GetChangerFSCacheBuildInProgress, changerGUID) != 0;
+}
+
+bool IsInProgress(UInt64 changerGUID, UInt16 slot) {
+    return ResultOf<SInt32>(IsStorageElemOnInProgressList, changerGUID, slot) != 0;
 }
 
 // IsChangerFSGUIDInList() and GetChangerFSMountPath() agree while the state lock is held.
@@ -80,9 +73,8 @@ void CheckVolume(UInt64 changerGUID) {
 }
 
 void CheckKnownChanger(UInt64 changerGUID) {
-    UInt32 count = 0;
-    RequireSuccess(GetMediaIdInProgressCount(changerGUID, &count));
-    Check(count <= kDrives, "more in progress than drives", changerGUID);
+    Check(ResultOf<UInt32>(GetMediaIdInProgressCount, changerGUID) <= kDrives,
+          "more in progress than drives", changerGUID);
     for (UInt16 slot = 0; slot < kSlots; ++slot)
         Check(!IsInProgress(changerGUID, slot) || activity::IsBeingIdentified(changerGUID, slot) ||
                   activity::IsStuck(changerGUID, slot),
@@ -100,7 +92,7 @@ void StateObserver::CheckRepeatedly() {
             CheckVolume(GuidOf(changer));
             if (IsKnown(GuidOf(changer)))
                 CheckKnownChanger(GuidOf(changer));
-            event_counts::Count(EventKind::kBusyStateChecked);
+            event_counts::Count("states checked while busy");
         }
         random_values::Sleep(2000);
     }
@@ -120,7 +112,8 @@ void CheckIdleState(bool changersReadded) {
         const UInt64 guid = GuidOf(changer);
         CheckVolume(guid);
         Check(!IsMarkedAsBuilding(guid), "left marked as building", guid);
-        Check(!ShouldAbort(guid), "left marked to abort", guid);
+        Check(!ResultOf<SInt32>(GetChangerShouldAbortOperation, guid), "left marked to abort",
+              guid);
         Check(activity::CountBuilds(guid) == 0, "a build never ended", guid);
         for (UInt16 slot = 0; slot < kSlots; ++slot) {
             if (!changersReadded && activity::IsStuckOfFormerServer(guid, slot))
@@ -132,5 +125,5 @@ void CheckIdleState(bool changersReadded) {
                   "no longer in progress without a withdrawal", guid);
         }
     }
-    event_counts::Count(EventKind::kIdleStateChecked);
+    event_counts::Count("states checked when idle");
 }

@@ -4,15 +4,15 @@
 /* Invariants of the daemon's state: those that hold whenever the state lock is free, and those that
    hold when the daemon is idle. A violation is a problem in EventCounts.h. */
 
+#include "support/NotCopyable.h"
+
 #include <atomic>
 #include <thread>
 
 /* Checks the state repeatedly, with the state lock held, on a thread of its own. */
-class StateObserver {
+class StateObserver : NotCopyable {
 public:
     StateObserver() : thread_([this] { CheckRepeatedly(); }) {}
-    StateObserver(const StateObserver&) = delete;
-    StateObserver& operator=(const StateObserver&) = delete;
     ~StateObserver() {
         isStopped_ = true;
         thread_.join();

@@ -4,17 +4,17 @@
 /* The daemon's modules, initialised and terminated as its main does, on a thread that acts as its
    main thread. No other thread of the daemon runs at the end. */
 
+#include "support/NotCopyable.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <future>
 #include <thread>
 
-class RunningDaemon {
+class RunningDaemon : NotCopyable {
 public:
     // Returns when all modules are initialised.
     RunningDaemon();
-    RunningDaemon(const RunningDaemon&) = delete;
-    RunningDaemon& operator=(const RunningDaemon&) = delete;
     ~RunningDaemon();
 
 private:

@@ -116,29 +116,29 @@ Request ParseRequest(const std::string& text) {
     const auto has = [&](const char* part) { return text.find(part) != std::string::npos; };
     const bool isOfDisc = has("Storage Element Index");
     if (has("mount disc<"))
-        return {EventKind::kMount, isOfDisc};
+        return {"mounts requested", isOfDisc};
     if (has("eject disc<"))
-        return {EventKind::kEject, isOfDisc};
+        return {"ejects requested", isOfDisc};
     if (has("request identification<"))
-        return {EventKind::kWithdrawal, isOfDisc};
-    return {has("Building changer directory cache") ? EventKind::kStatusShown
-                                                    : EventKind::kStatusCleared,
-            isOfDisc};
+        return {"requests withdrawn", isOfDisc};
+    if (has("Building changer directory cache"))
+        return {"statuses set", isOfDisc};
+    return {"statuses cleared", isOfDisc};
 }
 
 void FailRequest(int connection) {
-    constexpr EventKind kWays[] = {EventKind::kErrorReply, EventKind::kNoReply,
-                                   EventKind::kClosedWithoutReply};
+    constexpr EventKind kWays[] = {"replies with an error", "requests without reply",
+                                   "connections closed without reply"};
     const EventKind way = kWays[Below(3)];
     event_counts::Count(way);
-    if (way == EventKind::kErrorReply)
+    if (way == "replies with an error")
         Send(connection, ErrorReply(kVErrFacilityBase + 1234));
-    else if (way == EventKind::kNoReply)
+    else if (way == "requests without reply")
         AwaitEnd(connection);
 }
 
 void ReplyBusy(int connection, bool isMount) {
-    event_counts::Count(EventKind::kServerBusy);
+    event_counts::Count("replies that the server is busy");
     const bool isMounting = isMount && OneIn(2);
     Send(connection, ErrorReply(isMounting ? kVErrCodeMountUnderWay : kVErrCodeServerBusy));
 }
@@ -146,11 +146,11 @@ void ReplyBusy(int connection, bool isMount) {
 void ReplySuccess(int connection) {
     const std::string reply = FrameOfList(Dictionary());
     if (OneIn(4)) {
-        event_counts::Count(EventKind::kLateReply);
+        event_counts::Count("late replies");
         random_values::Sleep(1000);
     }
     if (OneIn(4)) {
-        event_counts::Count(EventKind::kReplyInPieces);
+        event_counts::Count("replies in pieces");
         SendInPieces(connection, reply);
     } else {
         Send(connection, reply);
@@ -232,7 +232,7 @@ void Server::PushNotifications(int connection) {
     while (info_lists::AwaitPendingAtMost(Below(6), isEnding_)) {
         const auto [frame, hasInfo] = changers_.Compose();
         if (InjectsFaults() && OneIn(20)) {
-            event_counts::Count(EventKind::kNotificationTruncated);
+            event_counts::Count("notifications truncated");
             Send(connection, std::string_view(frame).substr(0, RandomPosition(frame)));
             return;
         }
@@ -240,12 +240,12 @@ void Server::PushNotifications(int connection) {
             return;
         if (hasInfo) {
             info_lists::CountSentList();
-            event_counts::Count(EventKind::kChangerInfo);
+            event_counts::Count("changer infos");
         }
         if (changers_.CurrentPhase() == Phase::kIdle)
             random_values::Sleep(2000);
         if (InjectsFaults() && OneIn(20)) {
-            event_counts::Count(EventKind::kConnectionClosed);
+            event_counts::Count("notification connections closed");
             return;
         }
     }
@@ -268,11 +268,11 @@ void Server::Reply(int connection) {
     const Request request = ParseRequest(text);
     event_counts::Count(request.kind);
     // Rare for withdrawals of discs: the daemon never picks such a disc again.
-    const bool isWithdrawalOfDisc = request.kind == EventKind::kWithdrawal && request.isOfDisc;
-    const bool isMount = request.kind == EventKind::kMount;
+    const bool isWithdrawalOfDisc = request.kind == "requests withdrawn" && request.isOfDisc;
+    const bool isMount = request.kind == "mounts requested";
     if (InjectsFaults() && OneIn(isWithdrawalOfDisc ? 100 : 10))
         FailRequest(connection);
-    else if ((isMount || request.kind == EventKind::kEject) && OneIn(8))
+    else if ((isMount || request.kind == "ejects requested") && OneIn(8))
         ReplyBusy(connection, isMount);
     else
         ReplySuccess(connection);

@@ -10,6 +10,7 @@
  */
 
 #include "Changers.h"
+#include "support/NotCopyable.h"
 
 #include <sys/types.h>
 
@@ -20,11 +21,9 @@
 #include <thread>
 #include <vector>
 
-class Server {
+class Server : NotCopyable {
 public:
     explicit Server(Changers& changers);
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
     ~Server();
 
 private:

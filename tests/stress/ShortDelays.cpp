@@ -35,18 +35,18 @@ void RemovePending(CFRunLoopTimerRef timer) {
 }
 
 void FireDaily(CFRunLoopTimerRef timer, void* info) {
-    event_counts::Count(EventKind::kDailyTimerFired);
+    event_counts::Count("daily timers fired");
     ChangerFSCache(timer, info);
     RemovePending(timer);
 }
 
 void FireConnect(CFRunLoopTimerRef timer, void* info) {
-    event_counts::Count(EventKind::kConnectTimerFired);
+    event_counts::Count("connect timers fired");
     retained_objects::TryToConnect(timer, static_cast<ChangerNotificationSubscription*>(info));
 }
 
 void FireReply(CFRunLoopTimerRef timer, void* info) {
-    event_counts::Count(EventKind::kReplyTimedOut);
+    event_counts::Count("replies timed out");
     HandleSocketTimeout(timer, info);
 }
 

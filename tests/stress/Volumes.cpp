@@ -67,12 +67,12 @@ void Volumes::ToggleMount(int changer) {
     bool& isMounted = isMounted_[changer];
     if (isMounted) {
         testbed::Require(umount2(path.c_str(), MNT_DETACH) == 0, "cannot unmount " + path);
-        event_counts::Count(EventKind::kVolumeUnmounted);
+        event_counts::Count("volumes unmounted");
     } else {
         testbed::Require(
             mount(TreePath(changer).c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0,
             "cannot mount " + path);
-        event_counts::Count(EventKind::kVolumeMounted);
+        event_counts::Count("volumes mounted");
     }
     isMounted = !isMounted;
 }
@@ -82,7 +82,7 @@ void Volumes::ToggleDisc(int changer, UInt16 slot) {
     const std::string inside = DiscPath(changer, slot);
     const std::string outside = RemovedDiscPath(changer, slot);
     fs::rename(isRemoved ? outside : inside, isRemoved ? inside : outside);
-    event_counts::Count(isRemoved ? EventKind::kDiscPutBack : EventKind::kDiscRemoved);
+    event_counts::Count(isRemoved ? EventKind("discs put back") : EventKind("discs removed"));
     isRemoved = !isRemoved;
 }
 

@@ -60,7 +60,7 @@ struct TestBed {
 
 void Disturb(TestBed& testBed) {
     if (random_values::OneIn(60)) {
-        event_counts::Count(EventKind::kServerRestart);
+        event_counts::Count("server restarts");
         testBed.server.reset();
         random_values::Sleep(3000);
         testBed.server.emplace(testBed.changers);
