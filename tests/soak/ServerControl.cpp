@@ -31,9 +31,7 @@ void ServerControl::AwaitFileSystemRegistered(int changer) const {
 }
 
 void ServerControl::AwaitStatusCleared(int changer) const {
-    AwaitConnectionClosed(Server().Await(
-        "request",
-        {{"command", "set client status"}, {"changer", GuidOf(changer)}, {"message", ""}}));
+    AwaitConnectionClosed(AwaitStatus(changer, "message", ""));
 }
 
 void ServerControl::AwaitIdentified(Place place) const {
@@ -57,10 +55,7 @@ void ServerControl::AwaitStartOfBuild(int changer) const {
 
 // A build clears its status just before its closing request.
 void ServerControl::AwaitEndOfBuild(int changer) const {
-    const Event clearing = Server().Await(
-        "request",
-        {{"command", "set client status"}, {"changer", GuidOf(changer)}, {"message", ""}});
-    AwaitWithdrawalForChanger(changer, clearing.number);
+    AwaitWithdrawalForChanger(changer, AwaitStatus(changer, "message", "").number);
 }
 
 void ServerControl::AwaitPendingRequest() const {
@@ -74,8 +69,11 @@ void ServerControl::BlockBuild(int changer) const {
     Do("identify changer=" + GuidOf(changer));
     SendStateOnce();
     AwaitStartOfBuild(changer);
-    AwaitProgress(changer, kDrives);
-    AwaitUncachedListing({changer, kDrives});
+    AwaitStatus(changer, "current-step", std::to_string(kDrives));
+    Server().Await("listing", {{"changer", GuidOf(changer)},
+                               {"slot", std::to_string(kDrives)},
+                               {"path", "/"},
+                               {"cached", "no"}});
 }
 
 // A thread that probes the volumes at start-up may still have been counted in idleUsage, so
@@ -105,15 +103,8 @@ void ServerControl::AwaitWithdrawalForChanger(int changer, int after) const {
     }));
 }
 
-void ServerControl::AwaitUncachedListing(Place place) const {
-    Server().Await("listing", {{"changer", GuidOf(place.changer)},
-                               {"slot", std::to_string(place.slot)},
-                               {"path", "/"},
-                               {"cached", "no"}});
-}
-
-void ServerControl::AwaitProgress(int changer, int discs) const {
-    Server().Await("request", {{"command", "set client status"},
-                               {"changer", GuidOf(changer)},
-                               {"current-step", std::to_string(discs)}});
+Event ServerControl::AwaitStatus(int changer, const std::string& key,
+                                 const std::string& value) const {
+    return Server().Await(
+        "request", {{"command", "set client status"}, {"changer", GuidOf(changer)}, {key, value}});
 }

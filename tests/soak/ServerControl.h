@@ -45,8 +45,7 @@ private:
     }
     void AwaitConnectionClosed(const testbed::Event& request) const;
     void AwaitWithdrawalForChanger(int changer, int after) const;
-    void AwaitUncachedListing(Place place) const; // of the root of a disc
-    void AwaitProgress(int changer, int discs) const;
+    testbed::Event AwaitStatus(int changer, const std::string& key, const std::string& value) const;
 
     SoakContext& context_;
 };

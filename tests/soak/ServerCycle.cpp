@@ -33,18 +33,6 @@ ServerCycle::ServerCycle(SoakContext& context, int number)
     : context_(context), control_(context), number_(number),
       crash_(context, number / kCyclesPerCrash) {}
 
-bool ServerCycle::HasBuild() const {
-    return number_ % kCyclesPerBuild == 0;
-}
-
-bool ServerCycle::HasAbort() const {
-    return HasBuild() && number_ / kCyclesPerBuild % kBuildsPerAbort == kBuildsPerAbort - 1;
-}
-
-bool ServerCycle::HasCrash() const {
-    return number_ % kCyclesPerCrash == kFirstCrashCycle;
-}
-
 void ServerCycle::Run() {
     const std::vector<DiscPair> pairs = ChoosePairs();
     std::set<Place> newDiscs;
@@ -56,7 +44,7 @@ void ServerCycle::Run() {
     IdentifyDuringBuild();
     IdentifyLastDisc();
     ServerCrash::RepeatInterruptedWork(context_);
-    if (HasCrash()) {
+    if (hasCrash_) {
         crash_.Interrupt();
         isInterrupted_ = true;
     }
@@ -168,11 +156,11 @@ void ServerCycle::IdentifyDuringBuild() {
         Place{ChangerAt(4), SlotAt(1)}, {ChangerAt(5), SlotAt(1)}, {ChangerAt(6), SlotAt(1)}};
     const int builtChanger = ChangerAt(4); // one of its discs is identified during the build
     const int abortedChanger = ChangerAt(7);
-    const bool isCompleted = HasBuild() && !HasAbort();
+    const bool isCompleted = hasBuild_ && !hasAbort_;
     control_.Do("pause");
     if (isCompleted)
         control_.Do("identify changer=" + GuidOf(builtChanger));
-    if (HasAbort())
+    if (hasAbort_)
         BlockAndAbortBuild(abortedChanger);
     for (const Place& place : places)
         RequestIdentification(place);
@@ -186,7 +174,7 @@ void ServerCycle::IdentifyDuringBuild() {
         control_.AwaitEndOfIdentification(place);
     if (isCompleted)
         AwaitCompletedBuild(builtChanger);
-    if (HasAbort())
+    if (hasAbort_)
         AwaitAbortedBuild(abortedChanger);
     control_.AwaitIdle();
 }

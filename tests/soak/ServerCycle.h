@@ -53,9 +53,6 @@ private:
     int SlotAt(int position) const {
         return (number_ / kChangers + position) % kDiscs;
     }
-    bool HasBuild() const;
-    bool HasAbort() const;
-    bool HasCrash() const;
     std::vector<DiscPair> ChoosePairs() const;
 
     void Start(const std::set<Place>& newDiscs);
@@ -76,6 +73,10 @@ private:
     SoakContext& context_;
     ServerControl control_;
     const int number_;
+    const bool hasBuild_ = number_ % kCyclesPerBuild == 0;
+    const bool hasAbort_ =
+        hasBuild_ && number_ / kCyclesPerBuild % kBuildsPerAbort == kBuildsPerAbort - 1;
+    const bool hasCrash_ = number_ % kCyclesPerCrash == kFirstCrashCycle;
     ServerCrash crash_;
     bool isInterrupted_ = false;
 };

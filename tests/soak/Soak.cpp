@@ -18,6 +18,11 @@ std::string InKilobytes(long bytes) {
     return std::to_string(bytes / 1024) + " KiB";
 }
 
+void Print(const std::vector<std::string>& problems) {
+    for (const std::string& problem : problems)
+        std::printf("%s\n", problem.c_str());
+}
+
 } // namespace
 
 Soak::Soak(int cycles, bool checksMemory)
@@ -104,11 +109,6 @@ void Soak::PrintLastLines() {
     for (const testbed::Line& line :
          outputLog.LinesFrom(outputLog.Size() - std::min(kEnough, outputLog.Size())))
         std::printf("%s: %s\n", NameOf(line.stream), line.text.c_str());
-}
-
-void Soak::Print(const std::vector<std::string>& problems) const {
-    for (const std::string& problem : problems)
-        std::printf("%s\n", problem.c_str());
 }
 
 void Soak::Evaluate() {

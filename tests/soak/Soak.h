@@ -60,7 +60,6 @@ private:
     void EvaluateGrowth(const std::string& what, long bytes, long most);
     void EvaluateEnd();
     void PrintLastLines();
-    void Print(const std::vector<std::string>& problems) const;
 
     const int cycles_;
     const bool checksMemory_;
