@@ -21,7 +21,7 @@ typedef struct {
 } CFArrayCallBacks;
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 
-/* The type of arrays, mutable or not, as CFGetTypeID gives it. */
+/* The type of arrays, mutable or not, as CFGetTypeID() returns it. */
 CFTypeID CFArrayGetTypeID(void);
 
 /* An empty array. The capacity is ignored: the array grows as needed. */
@@ -45,8 +45,8 @@ CFIndex CFArrayGetCount(CFArrayRef array);
 /* The member, borrowed from the array. NULL if the index is out of bounds. */
 const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
 
-/* The index of the first member inside the range that equals `value`, or kCFNotFound, also if the
-   range does not lie inside the array. ContainsValue: true if there is one. */
+/* The index of the first member inside the range that equals `value`; kCFNotFound if there is none
+   or the range exceeds the array. ContainsValue: true if there is such a member. */
 CFIndex CFArrayGetFirstIndexOfValue(CFArrayRef array, CFRange range, const void* value);
 Boolean CFArrayContainsValue(CFArrayRef array, CFRange range, const void* value);
 

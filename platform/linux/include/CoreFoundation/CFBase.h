@@ -66,12 +66,12 @@ void CFRelease(CFTypeRef object);
  * that was parsed and is above the signed 64-bit range equals only its own kind. NULL equals only
  * NULL.
  *
- * Collections compare their members and keys in this way. Apart from that, only tests call it.
+ * Collections compare their members and keys by this function; other callers are tests only.
  */
 Boolean CFEqual(CFTypeRef first, CFTypeRef second);
 
-/* The object's type, to be compared with what CFArrayGetTypeID or CFDictionaryGetTypeID gives; 0
-   for NULL. */
+/* The object's type, for comparison with CFArrayGetTypeID() or CFDictionaryGetTypeID(); 0 for NULL.
+ */
 CFTypeID CFGetTypeID(CFTypeRef object);
 
 CF_EXTERN_C_END

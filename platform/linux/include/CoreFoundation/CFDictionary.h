@@ -24,7 +24,7 @@ typedef struct {
 extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
-/* The type of dictionaries, mutable or not, as CFGetTypeID gives it. */
+/* The type of dictionaries, mutable or not, as CFGetTypeID() returns it. */
 CFTypeID CFDictionaryGetTypeID(void);
 
 /* An empty dictionary. The capacity is ignored: the dictionary grows as needed. */

@@ -43,8 +43,7 @@ CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator, CFPropertyListRe
  * Equal immutable values are one object, shared by all lists that exist and freed with the last
  * one. Time and memory are linear in the length of the data, which is at most 64 MiB; at most 512
  * levels may be nested. If a binary list refers twice to a container, both references are one
- * object, even a mutable one. Of the mutability options, the daemon uses only the immutable one
- * here.
+ * object, even a mutable one. Only tests use another option than kCFPropertyListImmutable here.
  *
  * XML is UTF-8 or UTF-16 if it has a byte order mark, or else has the encoding that it declares:
  * UTF-8, ASCII (with bytes from 80 hexadecimal on as Latin-1), ISO-8859-1, ISO-8859-15 or

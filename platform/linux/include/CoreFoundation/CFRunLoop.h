@@ -2,16 +2,18 @@
 #define COREFOUNDATION_CFRUNLOOP_H
 
 /*
- * Run loops. Each thread has one, which is created on first use and freed with the thread. A run
- * fires the timers and performs the sources of the default mode. Runs nest: a nested run does not
- * call out a source or timer whose callout has not yet returned.
+ * Run loops. Each thread has one, which is created on first use. The end of the thread removes the
+ * loop's sources and timers and releases the loop. A run fires the timers and performs the sources
+ * of the default mode. Runs nest: a nested run does not call out a source or timer whose callout
+ * has not yet returned.
  *
  * An iteration of a run first fires the timers that were due when it began, in the order of their
  * fire dates, and then performs the sources that are ready, in the order in which they were added;
  * each at most once. After a stop, no further callout of that run follows.
  *
- * A loop, its sources and its timers belong to the loop's thread: only that thread may call the
- * functions below, except CFRunLoopStop, which any thread may call.
+ * Threads: only a loop's own thread may add, remove or invalidate its sources and timers. Any
+ * thread may create a timer, call CFRunLoopStop while the loop exists, and call CFRetain and
+ * CFRelease. A source or timer that is in no loop may be used by one thread at a time.
  */
 
 #include <CoreFoundation/CFBase.h>
@@ -38,7 +40,8 @@ CFRunLoopRef CFRunLoopGetCurrent(void);
    sources nor timers. */
 void CFRunLoopRun(void);
 
-/* Stops the innermost run of the loop. Ignored if the loop does not run. Any thread. */
+/* Stops the innermost run of the loop. Does nothing if the loop does not run. Any thread; the
+   caller must ensure that the loop exists: its thread has not ended, or the loop is retained. */
 void CFRunLoopStop(CFRunLoopRef runLoop);
 
 /* Add retains the source; it does nothing if the source is invalid or already in a loop. Remove

@@ -9,6 +9,8 @@
  * is busy. Reading pauses while more than 64 MiB are queued. Each iteration of the loop delivers
  * one chunk. The end of the stream, whatever its cause (also a shortage of memory for a chunk), is
  * one chunk of length 0 behind all others; the socket is invalidated when that callout returns.
+ *
+ * Only the thread of that loop may use a socket; any thread may call CFRetain and CFRelease.
  */
 
 #include <CoreFoundation/CFBase.h>

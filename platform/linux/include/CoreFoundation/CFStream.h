@@ -19,8 +19,8 @@ CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef allocator, CFURLRef ur
  * nor a directory (links are followed within a file system), or if the stream was opened before. A
  * directory can be opened, but not read. FIFOs and devices are not opened.
  *
- * Blocks until the file is read: on the main thread for at most 30 seconds, then the result is
- * false; on any other thread as long as the file system does.
+ * Blocks until the file is read. On the main thread it blocks for at most 30 seconds and then
+ * returns false; on any other thread it blocks as long as the file system does.
  */
 Boolean CFReadStreamOpen(CFReadStreamRef stream);
 

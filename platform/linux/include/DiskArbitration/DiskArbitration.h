@@ -16,8 +16,9 @@
  * to answer does not delay the others: it appears when it answers, and then the disks that were
  * mounted later and have appeared already appear once more, without a disappearance between.
  *
- * Callbacks run on the loop on which the session is scheduled, and only in its outermost run.
- * The session functions belong to the thread of that loop.
+ * Callbacks run on the loop on which the session is scheduled, and only in its outermost run. Only
+ * the thread of that loop may schedule, unschedule and release the session; before that, one thread
+ * at a time may use the session. Any thread may use disks.
  */
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -14,7 +14,7 @@
  * The sources perform in the outermost run only, because a callback may take locks that the code
  * below a nested run holds.
  *
- * Threads: all functions of a session are for the thread of its loop.
+ * Threads: only the thread of its loop uses a scheduled session.
  */
 
 #include "disks/DiskList.h"

@@ -97,7 +97,7 @@ bool IsProbeDone(const cf::Owned<Disk>& disk) noexcept {
 
 using DisksByVolume = std::set<Disk*, ByVolume>;
 
-// For each volume the disk that it had before, which is removed from `former`; empty: a new volume.
+// Returns for each volume its disk in `former`, which it removes there; empty for a new volume.
 Disks MatchExisting(const std::vector<Volume>& volumes, DisksByVolume& former) {
     Disks disks;
     for (const Volume& volume : volumes) {
@@ -158,7 +158,7 @@ void DiskList::Update(const std::vector<Volume>& volumes, cf::Nanoseconds now) {
         if (disk->isReported)
             toReport.push_back(cf::Owned<Disk>::Share(disk));
 
-    // Nothing below allocates or throws: the list changes completely or not at all.
+    // No statement below allocates or throws: the list changes completely or not at all.
     for (Disk* const disk : gone)
         MarkGone(*disk);
     gone_.splice(gone_.end(), toReport);
@@ -189,7 +189,7 @@ DiskEvent DiskList::NextEvent(cf::Nanoseconds now) noexcept {
     return repeat != order_.reported.end() ? ReportAppearance(*repeat) : DiskEvent();
 }
 
-// The oldest unreported disk whose probe is done, or the end if an older disk must be waited for.
+// The oldest unreported disk whose probe is done; the end if the list must wait for an older disk.
 // Few disks are skipped, because probes start in this order and at most kMaximumThreads run at a
 // time.
 DiskList::Positions::const_iterator DiskList::FirstReady(cf::Nanoseconds now) const noexcept {

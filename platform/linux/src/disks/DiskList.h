@@ -10,11 +10,11 @@
  *
  * Appearances are reported in the order of mounting: a disk waits for the older ones, but for no
  * disk longer than kProbeTimeout after that disk was found. If a disk appears after its time-out,
- * the reported disks that were mounted later appear again. So of any two disks, the one mounted
- * last is the one that appeared last.
+ * the reported disks that were mounted later appear again. Therefore, of any two disks, the one
+ * that was mounted later also appeared later.
  *
- * Threads: a list and its disks are for one thread, but for volume, name and isPresent of a disk,
- * which any thread may read. Times are of the monotonic clock.
+ * Threads: one thread uses a list and its disks; any thread may read volume, name and isPresent of
+ * a disk. Times are of the monotonic clock.
  */
 
 #include "disks/VolumeProbes.h"

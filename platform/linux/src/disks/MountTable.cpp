@@ -50,7 +50,8 @@ Mount MountOf(libmnt_fs* line) {
             Text(mnt_fs_get_srcpath(line))};
 }
 
-// Without the malformed line, its mount would seem to have gone. So the whole table is rejected.
+// Rejects the whole table: if only the malformed line were skipped, its mount would seem to be
+// gone.
 int RejectLine(libmnt_table*, const char*, int) {
     return -EINVAL;
 }

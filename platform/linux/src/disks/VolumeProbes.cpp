@@ -34,7 +34,7 @@ struct VolumeProbes::Shared {
 
 namespace {
 
-// An error is a valid result too: later calls for this path then fail without blocking.
+// Ignores errors: if open() fails, later calls for this path also fail without blocking.
 void OpenRoot(const char* path) noexcept {
     struct statfs status = {};
     statfs(path, &status);

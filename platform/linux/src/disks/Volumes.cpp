@@ -162,8 +162,8 @@ std::vector<Volume> VolumesOf(const MountTable& mounts, const UniqueMountIds& id
 
 std::optional<std::vector<Volume>> ReadVolumes(const char* mountTableFile) {
     const auto mounts = ReadMountTable(mountTableFile);
-    // In this order, a mount that is replaced between the two readings is found as new once too
-    // often, not missed.
+    // The table is read first: a mount that is replaced between the two readings is then reported
+    // as new twice. In the other order, its replacement could be missed.
     const auto ids = mounts ? ReadUniqueMountIds() : std::nullopt;
     return ids ? std::optional(VolumesOf(*mounts, *ids)) : std::nullopt;
 }

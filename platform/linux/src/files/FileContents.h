@@ -28,9 +28,9 @@ FileContents ReadFile(const std::string& path, std::size_t maximum);
 
 /*
  * The same on a detached thread. Blocks for at most `timeOut`; a file that is not read by then
- * counts as one that cannot be opened. The thread ends when the file system answers. While
- * kMaximumPendingReads threads exist, no file is opened. A shortage is retried until the time is
- * over. Throws std::bad_alloc.
+ * counts as one that cannot be opened. The thread ends when the file system replies. While
+ * kMaximumPendingReads threads exist, no file is opened. After a shortage, the read is repeated
+ * until the time-out. Throws std::bad_alloc.
  */
 FileContents ReadFileWithin(std::chrono::milliseconds timeOut, const std::string& path,
                             std::size_t maximum);

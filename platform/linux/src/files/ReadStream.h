@@ -8,8 +8,8 @@
  *    \--Open fails--> failed
  *
  * Only a new stream can be opened, and only an open one can be read. Opening the stream reads the
- * contents, up to the maximum size. On the main thread, which runs the program's loop, a file
- * system that does not answer blocks that for at most 30 seconds.
+ * contents, up to the maximum size. On the main thread, which runs the program's loop, this blocks
+ * for at most 30 seconds, even if the file system does not reply.
  */
 
 #include "files/FileContents.h"

@@ -14,7 +14,8 @@
 namespace cf {
 namespace {
 
-// Guarded by g_mutex. None of these has a destructor, because the arrivals thread may outlive main.
+// g_mutex guards the variables below. They have no destructors, because the arrivals thread may
+// outlive main().
 constinit std::mutex g_mutex;
 constinit int g_epoll = -1;
 
@@ -28,8 +29,9 @@ WatchedDescriptor*& FirstWatched(int descriptor) noexcept {
 
 } // namespace
 
-// Up to kCapacity events of the kernel, in the order in which the descriptors became ready. Input
-// in one batch is not known to have arrived before a deadline in the next batch.
+// Up to kCapacity events of the kernel, in the order in which the descriptors became ready. The
+// order of events is known only within a batch: of input in one batch and a deadline in the next
+// one, either may have been first.
 class EventBatch {
 public:
     // Waits at most so long for events; -1: without limit.

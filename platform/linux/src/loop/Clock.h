@@ -29,8 +29,8 @@ Nanoseconds WallClockNow() noexcept;
 Nanoseconds WallClockTick() noexcept;
 inline constexpr Nanoseconds kTick = kSecond / 100;
 
-/* `seconds` rounded up (a timer must not fire early) and limited to -kNever and kNever. Not a
-   number gives kNever. */
+/* `seconds`, rounded up because a timer must not fire early, and limited to -kNever and kNever. NaN
+   gives kNever. */
 Nanoseconds ToNanoseconds(CFTimeInterval seconds) noexcept;
 
 /* Seconds from 1970 to the reference date. */

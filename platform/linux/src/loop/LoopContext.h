@@ -24,8 +24,8 @@ public:
     // until Wake(); then dispatches like Poll().
     void Sleep(Nanoseconds until) noexcept;
 
-    // Ends the present Sleep(), or else the next one at once. Any thread; does nothing on the
-    // context's own thread, which is awake.
+    // Ends the current Sleep(), or the next one if there is none. Any thread; does nothing on the
+    // context's own thread, which does not sleep then.
     void Wake() noexcept;
 
     // The context, borrowed.

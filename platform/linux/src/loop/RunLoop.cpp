@@ -208,9 +208,9 @@ bool PerformSources(RunLoop& loop, const Run& run, std::uint64_t iteration) noex
     return calledOut;
 }
 
-// One iteration: fires the timers that are due at its begin, then performs the sources. Each gets
+// One iteration: fires the timers that are due at its start, then performs the sources. Each gets
 // at most one callout, so none can starve the others. Input that precedes a due timer may take more
-// callouts, but only for what had arrived by then. True if there was a callout.
+// callouts, but only for input that had arrived by the timer's date. True if there was a callout.
 bool RunOnce(RunLoop& loop, const Run& run) noexcept {
     const std::uint64_t iteration = ++loop.iteration;
     loop.queue.RequeueDeferred();
@@ -237,7 +237,8 @@ void RealignTimers(RunLoop& loop) noexcept {
     loop.alarm.ClearStepped();
 }
 
-// Marks the sources that became ready. If idle, first sleeps until one does or a timer is due.
+// Marks the sources that became ready. If `idle`, first sleeps until a source is ready or a timer
+// is due.
 void Wait(RunLoop& loop, bool idle) noexcept {
     const Nanoseconds until = idle ? PrepareSleep(loop) : kNever;
     if (idle && !loop.alarm.WasStepped())

@@ -20,7 +20,8 @@ struct Member : Object {
     Member* next = nullptr;
     Member* previous = nullptr;
     RunLoop* loop = nullptr; // borrowed; the loop removes its members before it is destroyed
-    std::uint64_t lastIteration = 0; // called out or added in this one, so not before the next one
+    std::uint64_t lastIteration = 0; // the last one with an addition or a callout of the member;
+                                     // the next callout is in a later iteration
     bool inCommonModes = false;      // added in the common modes, not in the default mode alone
     bool callingOut = false;
     bool valid = true;

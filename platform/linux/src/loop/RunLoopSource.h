@@ -54,7 +54,7 @@ Source* CreateSource(const SourceCallouts& callouts, void* info, RunLevel level,
 /* Makes the source ready and wakes its loop. Any thread; takes wakeMutex. */
 void Signal(Source& source) noexcept;
 
-/* Removes the source from its loop for good. Does nothing the second time. */
+/* Removes the source from its loop and makes it invalid for ever. Does nothing the second time. */
 void Invalidate(Source& source) noexcept;
 
 /* True if a run may perform the source now. `nested`: the run is not the outermost one. */

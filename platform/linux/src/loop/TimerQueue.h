@@ -30,7 +30,7 @@ public:
 private:
     TimerSet monotonic_;
     TimerSet wallClock_;
-    TimerSet deferred_; // of both clocks, in an order without meaning
+    TimerSet deferred_; // of both clocks; the order is not used
 };
 
 /* Inserts a timer that is in no set. Allocates nothing. */

@@ -42,8 +42,8 @@ void FreeEmptied(Collection* collection) noexcept {
 
 } // namespace
 
-// Depth first, without recursion. While a member collection is torn down, its slot stores the way
-// back: the collection around the one that contains the slot.
+// Depth first, without recursion. While a member collection is torn down, its slot stores the link
+// back to the next outer collection: the one around the collection that contains the slot.
 void DestroyCollection(Object* object) noexcept {
     Collection* around = nullptr;
     Collection* current = BeginTeardown(object);

@@ -40,7 +40,8 @@ struct Collection : Object {
     std::uint32_t capacity = 0;
     const Object** slots;
 
-    // Immutable: the slots lie behind the object, and the caller fills them. Mutable: none yet.
+    // An immutable collection has its slots behind the object; the caller fills them. A mutable one
+    // has no slots yet.
     Collection(const Class* collectionClass, CollectionKind collectionKind,
                std::size_t memberCount) noexcept
         : Object(collectionClass, 1, collectionKind),

@@ -11,7 +11,7 @@ namespace {
 // The bits of a hash that select the part; the other ones determine the home.
 constexpr unsigned kPartBits = kHashBits - kHomeBits;
 constinit SharedTablePart g_parts[1U << kPartBits] =
-    {}; // without braces, GCC 12 leaves all bytes 0
+    {}; // GCC 12 sets all bytes to 0 without the braces
 
 } // namespace
 

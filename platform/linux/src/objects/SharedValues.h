@@ -23,7 +23,7 @@ namespace cf {
 /* Precondition: the text is valid UTF-8. */
 const Object* SharedString(std::string_view text) noexcept;
 
-/* The value of each kind. The members of an array are in order. */
+/* Each returns the shared value that equals its argument. */
 const Object* SharedInteger(std::int64_t value) noexcept;
 /* Precondition: the value is above the signed range. The number equals only its own kind. */
 const Object* SharedUnsignedInteger(std::uint64_t value) noexcept;
@@ -39,13 +39,13 @@ struct Pair {
     const Object* value;
 };
 
-/* Sorts the pairs. Precondition: no key is twice among them. */
+/* The shared dictionary of these pairs. Sorts them. Precondition: no two keys are equal. */
 const Object* SharedDictionary(std::span<Pair> pairs) noexcept;
 
 /*
- * The same in steps, from the keys of an existing shared dictionary and the values in their order.
- * For several dictionaries, call each step for all of them before the next step: the prefetches
- * then replace two waits for memory for each dictionary in a large table.
+ * The same in three steps, from the keys of an existing shared dictionary and the values in their
+ * order. For several dictionaries, call each step for all of them before the next step: the
+ * prefetches then replace two waits for memory for each dictionary in a large table.
  */
 std::uint32_t HashDictionary(const Array* keys, std::span<const Object* const> values) noexcept;
 void PrefetchSharedPlace(std::uint32_t hash) noexcept;

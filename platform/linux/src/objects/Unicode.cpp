@@ -18,8 +18,7 @@ bool IsContinuation(std::uint8_t byte) noexcept {
     return (byte & 0xC0U) == 0x80U;
 }
 
-// The length of the ASCII at the beginning, in steps of two words; the remaining bytes are not
-// examined.
+// The length of the ASCII text at the beginning, rounded down to a multiple of two words.
 std::size_t AsciiWords(std::string_view text) noexcept {
     std::size_t length = 0;
     std::uint64_t words[2];

@@ -3,7 +3,7 @@
 
 /*
  * Characters in bytes and in UTF-16 units. Generalized UTF-8 is UTF-8 in which an unpaired
- * surrogate is encoded as if it were a character, so that any UTF-16 text survives.
+ * surrogate is encoded as if it were a character: it can represent any UTF-16 text.
  */
 
 #include <CoreFoundation/CFBase.h>

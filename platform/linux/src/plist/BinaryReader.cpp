@@ -25,7 +25,8 @@ constexpr std::size_t kTrailerSize = 32;
 
 using Bytes = std::span<const std::uint8_t>;
 
-// The text of Core Foundation: it reads a malformed binary list as XML and fails at its first byte.
+// Core Foundation reads a malformed binary list as XML and fails at its first byte; this is its
+// text.
 [[noreturn]] void Refuse() {
     throw MalformedList("Unexpected character b at line 1");
 }

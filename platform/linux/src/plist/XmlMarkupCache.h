@@ -3,8 +3,8 @@
 
 /*
  * A cache of the normal forms of markup. Markup is all text between two scalars: tags, keys,
- * booleans and white space. The members of a list are mostly alike, so the markup behind a scalar
- * is mostly the same as the last time.
+ * booleans and white space. The members of a list mostly have the same structure, so the markup
+ * behind a scalar is mostly the same as in the member before.
  *
  * A search compares the text with the successor of the last entry, without hashing. An entry
  * depends only on its text and on the containers that are open before it. It refers to its text,

@@ -178,8 +178,8 @@ void XmlNormalizer::SkipDocumentType() {
     next_ += end + 1;
 }
 
-// The next byte is the end, a NUL, or a '<' at the end. Behind white space at the end, the error is
-// not that an element is missing.
+// Precondition: the next byte is the end, a NUL, or a '<' at the end. After white space, the error
+// at the end is not "a missing element".
 void XmlNormalizer::RefuseEnd() const {
     if (containers_.IsEmpty())
         RefuseWith("No XML content found");

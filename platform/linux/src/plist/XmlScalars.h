@@ -24,8 +24,8 @@ Value ReadInteger(const XmlSlice& content);
    space. */
 const char* ParsePlainInteger(const char* text, std::int64_t& integer) noexcept;
 
-/* A number that strtod() accepts in the C locale, except hexadecimal ones and white space behind
- * it. */
+/* A number that strtod() accepts in the C locale, except hexadecimal ones and trailing white space.
+ */
 Value ReadReal(const XmlSlice& content);
 
 /* YYYY-MM-DDThh:mm:ssZ; fields may be too large (CalendarDate.h). */

@@ -1,8 +1,8 @@
 /*
  * The process table, from /proc, whose numbered entries are the thread group leaders.
  *
- * The directory is opened when the program starts and stays open. So the processes can be counted
- * even when no descriptor is free. A process is left out if reading its name fails, because
+ * The directory is opened when the program starts and stays open: the processes can be counted even
+ * when no descriptor is free. The table lacks a process whose name cannot be read, because
  * descriptors are short or the process is hidden.
  *
  * Lock: g_mutex guards the position of the open directory.
@@ -29,7 +29,7 @@ namespace process {
 
 namespace {
 
-// Neither has a destructor: threads may outlive main.
+// The variables have no destructors: threads may outlive main().
 constinit std::mutex g_mutex; // held while g_folder is read
 DIR* g_folder = opendir("/proc");
 

@@ -17,8 +17,8 @@ public:
     // Not started.
     InboundStream() noexcept;
 
-    // Starts reading from `descriptor` and signals `source` whenever Dequeue() has something to
-    // give. Both must stay valid until Pause().
+    // Starts reading from `descriptor` and signals `source` whenever Dequeue() has a result. Both
+    // must stay valid until Pause().
     void Start(int descriptor, Source& source) noexcept;
     // Stops reading and signalling. Queued chunks remain.
     void Pause() noexcept;
@@ -26,7 +26,7 @@ public:
     struct Chunk {
         Owned<const Object> data; // a CFData; empty: the end of the stream, or an empty queue
         bool isEnd = false;       // end, error or shortage of memory: do not call Dequeue() again
-        bool isLast = true;       // Dequeue() has nothing more to give now
+        bool isLast = true;       // at present, Dequeue() has no further result
     };
     // Removes the first chunk of the queue. Reading resumes at the low water mark.
     Chunk Dequeue() noexcept;

@@ -40,7 +40,7 @@ timeval ToTimeval(Nanoseconds time) noexcept {
 }
 
 // The time-out of the next attempt. The kernel rounds a time-out up by as much as an eighth, which
-// is seconds for half a minute. So a long time-out leaves an eighth for the following attempts.
+// is seconds for half a minute. So an attempt takes 7/8 of a long time-out.
 Nanoseconds NextWait(Nanoseconds left) noexcept {
     constexpr Nanoseconds kShort = kSecond / 10;
     return left > kShort ? left - left / 8 : left;

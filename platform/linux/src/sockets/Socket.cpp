@@ -60,7 +60,7 @@ void InvalidateSocket(Socket& socket) noexcept {
     Close(socket);
 }
 
-// A source would retain the socket, so there is none, and the stream is not started.
+// The socket has no source, which would retain it; so the stream is not started.
 void DestroySocket(Object* object) noexcept {
     auto* socket = static_cast<Socket*>(object);
     if (socket->descriptor >= 0)
@@ -73,8 +73,7 @@ void CallOut(Socket& socket, const Object* data) noexcept {
         [&](void* info) { socket.callout(&socket, kCFSocketDataCallBack, nullptr, data, info); });
 }
 
-// The source's perform: delivers one chunk per iteration. The end of the stream takes an iteration
-// of its own.
+// The perform callback of the source: delivers one chunk, or the end of the stream, per iteration.
 void DeliverChunk(void* info) noexcept {
     const auto socket = Owned<Socket>::Share(static_cast<Socket*>(info));
     const auto chunk = socket->stream.Dequeue();
