@@ -103,9 +103,7 @@ protected:
         return TakeChain(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
     }
     std::vector<std::string> RootInfoMessages() const {
-        UInt64 guid = 0;
-        EXPECT_FALSE(IsRoot());
-        return TakeMessages(GetChangerFileSystemRootInfo(tree_.Root().c_str(), &guid));
+        return MessagesOf(RootInfoChain());
     }
     void ExpectRootGuid(UInt64 expected) const {
         UInt64 guid = 0;
@@ -113,30 +111,30 @@ protected:
         EXPECT_EQ(guid, expected);
         EXPECT_TRUE(IsRoot());
     }
-    void ExpectWritableMediaInfo(UInt64 expectedGuid, UInt16 expectedElem,
-                                 const char* expectedPartition) const {
+    struct MediaInfo {
         UInt64 guid = 0;
         UInt16 elem = 0;
         char partition[kPartitionIdSize] = "";
-        SInt32 writable = 0;
-        EXPECT_EQ(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem, partition,
-                                                    &writable),
-                  nullptr);
-        EXPECT_EQ(guid, expectedGuid);
-        EXPECT_EQ(elem, expectedElem);
-        EXPECT_STREQ(partition, expectedPartition);
-        EXPECT_EQ(writable, 1);
+        SInt32 writable = 5;
+    };
+    Chain ReadMediaInfo(MediaInfo* info) const {
+        return TakeChain(GetChangerFileSystemMediaRootInfo(
+            tree_.Root().c_str(), &info->guid, &info->elem, info->partition, &info->writable));
+    }
+    void ExpectWritableMediaInfo(UInt64 guid, UInt16 elem, const char* partition) const {
+        MediaInfo info;
+        EXPECT_EQ(ReadMediaInfo(&info), Chain());
+        EXPECT_EQ(info.guid, guid);
+        EXPECT_EQ(info.elem, elem);
+        EXPECT_STREQ(info.partition, partition);
+        EXPECT_EQ(info.writable, 1);
         EXPECT_TRUE(IsMediaRoot());
         EXPECT_FALSE(IsRoot());
     }
     std::vector<std::string> MediaInfoMessages() const {
-        UInt64 guid = 0;
-        UInt16 elem = 0;
-        char partition[kPartitionIdSize];
-        SInt32 writable = 0;
+        MediaInfo info;
         EXPECT_FALSE(IsMediaRoot());
-        return TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem,
-                                                              partition, &writable));
+        return MessagesOf(ReadMediaInfo(&info));
     }
     // The path of the file that the function tries to read. There must be no such file.
     static std::string PathReadBy(VErrLink* (*read)(const char* directory, CFPropertyListRef* list),
@@ -162,7 +160,7 @@ protected:
 };
 
 // A complete info of a writable partition, plus `changes`.
-CFOwned<CFMutableDictionaryRef> MediaInfo(std::initializer_list<Entry> changes = {}) {
+CFOwned<CFMutableDictionaryRef> CompleteMediaInfo(std::initializer_list<Entry> changes = {}) {
     return With(Dictionary({{"Changer GUID", 7},
                             {"Storage Element Index", 12},
                             {"Partition Id", "s1"},
@@ -244,7 +242,7 @@ TEST_F(DirectoryInfo, MissingErrorTextOfTheParserIsReportedAsNull) {
 // ---- media roots ----
 
 TEST_F(DirectoryInfo, XmlMediaInfoIsRead) {
-    WriteMediaInfo(MediaInfo());
+    WriteMediaInfo(CompleteMediaInfo());
     ExpectWritableMediaInfo(7U, 12, "s1");
 }
 
@@ -260,10 +258,10 @@ TEST_F(DirectoryInfo, BinaryMediaInfoIsRead) {
 // Writers store an element above 32767 as a negative number or as its own value.
 TEST_F(DirectoryInfo, StorageElementsOf16BitsAreReadAndGreaterOnesFail) {
     for (const int written : {40000, -25536}) {
-        WriteMediaInfo(MediaInfo({{"Storage Element Index", written}}));
+        WriteMediaInfo(CompleteMediaInfo({{"Storage Element Index", written}}));
         ExpectWritableMediaInfo(7U, 40000, "s1");
     }
-    WriteMediaInfo(MediaInfo({{"Storage Element Index", 70000}}));
+    WriteMediaInfo(CompleteMediaInfo({{"Storage Element Index", 70000}}));
     EXPECT_EQ(MediaInfoMessages().back(), "fail get media storage element");
 }
 
@@ -292,17 +290,13 @@ TEST_F(DirectoryInfo, OnlyKeysOfGivenOutputsAreRead) {
 }
 
 TEST_F(DirectoryInfo, FirstInvalidValueEndsTheReading) {
-    WriteMediaInfo(MediaInfo({{"Partition Id", 3}}));
-    UInt64 guid = 0;
-    UInt16 elem = 0;
-    char partition[kPartitionIdSize];
-    SInt32 writable = 5;
-    EXPECT_THAT(TakeMessages(GetChangerFileSystemMediaRootInfo(tree_.Root().c_str(), &guid, &elem,
-                                                               partition, &writable)),
+    WriteMediaInfo(CompleteMediaInfo({{"Partition Id", 3}}));
+    MediaInfo info;
+    EXPECT_THAT(MessagesOf(ReadMediaInfo(&info)),
                 ElementsAre("fail get str as C str", "fail get partition id"));
-    EXPECT_EQ(guid, 7U);
-    EXPECT_EQ(elem, 12);
-    EXPECT_EQ(writable, 5);
+    EXPECT_EQ(info.guid, 7U);
+    EXPECT_EQ(info.elem, 12);
+    EXPECT_EQ(info.writable, 5);
 }
 
 // The keys are read in this order. Each is the first missing key of an info without that key, and
@@ -315,16 +309,17 @@ TEST_F(DirectoryInfo, FirstMissingKeyOfAMediaInfoIsReported) {
         {"Writable", "fail get is writable boolean"}};
     const auto earlierKeys = Dictionary();
     for (const auto& [key, message] : keys) {
-        WriteMediaInfo(Without(MediaInfo(), key));
+        WriteMediaInfo(Without(CompleteMediaInfo(), key));
         EXPECT_THAT(MediaInfoMessages(), ElementsAre("fail get value from dict", message));
         WriteMediaInfo(earlierKeys);
         EXPECT_THAT(MediaInfoMessages(), ElementsAre("fail get value from dict", message));
-        CFDictionarySetValue(earlierKeys, Text(key), CFDictionaryGetValue(MediaInfo(), Text(key)));
+        CFDictionarySetValue(earlierKeys, Text(key),
+                             CFDictionaryGetValue(CompleteMediaInfo(), Text(key)));
     }
 }
 
 TEST_F(DirectoryInfo, NumberForTheWritableFlagFails) {
-    WriteMediaInfo(MediaInfo({{"Writable", 1}}));
+    WriteMediaInfo(CompleteMediaInfo({{"Writable", 1}}));
     EXPECT_THAT(MediaInfoMessages(),
                 ElementsAre("bool neither true nor false", "fail get is writable boolean"));
 }

@@ -60,12 +60,16 @@ inline Chain TakeChain(VErrLink* owned) {
     return chain;
 }
 
-/* The messages of the chain, which is released. */
-inline std::vector<std::string> TakeMessages(VErrLink* owned) {
+inline std::vector<std::string> MessagesOf(const Chain& chain) {
     std::vector<std::string> messages;
-    for (const RaisedLink& link : TakeChain(owned))
+    for (const RaisedLink& link : chain)
         messages.push_back(link.message);
     return messages;
+}
+
+/* The messages of the chain, which is released. */
+inline std::vector<std::string> TakeMessages(VErrLink* owned) {
+    return MessagesOf(TakeChain(owned));
 }
 
 #endif

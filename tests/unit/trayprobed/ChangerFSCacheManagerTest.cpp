@@ -11,7 +11,6 @@
 #include "trayprobed/ChangerFSCacheState.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -94,7 +93,7 @@ protected:
         DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
     }
     static void Disappear(const char* bsdName) {
-        FakeDisk disk(bsdName, static_cast<const char*>(nullptr));
+        FakeDisk disk(bsdName);
         DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
     }
     // Empty if the changer has no path.
@@ -126,7 +125,7 @@ TEST_F(DiskCallbacks, PathOfAnyUtf8IsRegistered) {
 TEST_F(DiskCallbacks, DisksWithoutNameOrVolumeAreIgnored) {
     tree_.MakeChangerRoot("", kOtherChanger);
     Appear(nullptr, tree_.Root());
-    FakeDisk unmounted("sr0", static_cast<const char*>(nullptr));
+    FakeDisk unmounted("sr0");
     DiskArbDiskAppearedCallback(unmounted.Ref(), nullptr);
     FakeDisk withoutUrl("sr0", CFTypeRef(CFSTR("/")));
     DiskArbDiskAppearedCallback(withoutUrl.Ref(), nullptr);
@@ -170,7 +169,7 @@ TEST_F(DiskCallbacks, VolumeWithMoreThan1003BytesOfPathIsIgnored) {
 }
 
 TEST_F(DiskCallbacks, OnlyTheNameOfADisappearingDiskIsReadWithTheLockHeld) {
-    FakeDisk disk("sr0", static_cast<const char*>(nullptr));
+    FakeDisk disk("sr0");
     DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
     EXPECT_TRUE(disk.wasNamedUnderTheLock_);
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);

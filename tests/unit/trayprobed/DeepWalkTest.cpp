@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -127,7 +126,7 @@ TEST_F(DeepWalk, LinkThatReplacedAClosedDirectoryIsNotFollowed) {
         fs::create_directory_symlink(tree_.Path("elsewhere"), place);
     });
     EXPECT_THAT(Walk(), IsEmpty());
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(), testing::Contains(Logged(kClosed, ENOTDIR)));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), Contains(Logged(kClosed, ENOTDIR)));
 }
 
 TEST_F(DeepWalk, NamesBeyondTheBudgetFailTheListing) {

@@ -45,6 +45,12 @@ void RaceBody(Body body) {
     endedOrWaiting->acquire();
 }
 
+void Run(std::vector<Body>::iterator next) {
+    const Body body = *next;
+    g_waiting.erase(next);
+    EXPECT_EQ(body.function(body.argument), nullptr);
+}
+
 } // namespace
 
 extern "C" {
@@ -116,16 +122,12 @@ std::size_t DeferredThreads::Count() {
 
 void DeferredThreads::RunNext() {
     ASSERT_FALSE(g_waiting.empty()) << "no thread was started";
-    const Body body = g_waiting.front();
-    g_waiting.erase(g_waiting.begin());
-    EXPECT_EQ(body.function(body.argument), nullptr);
+    Run(g_waiting.begin());
 }
 
 void DeferredThreads::RunLast() {
     ASSERT_FALSE(g_waiting.empty()) << "no thread was started";
-    const Body body = g_waiting.back();
-    g_waiting.pop_back();
-    EXPECT_EQ(body.function(body.argument), nullptr);
+    Run(g_waiting.end() - 1);
 }
 
 void DeferredThreads::RaceWithStarter() {

@@ -7,7 +7,6 @@
 
 #include <dirent.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstddef>

@@ -4,7 +4,6 @@
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>

@@ -11,7 +11,7 @@
 /* A disk with that name and volume path; either may be nullptr, for a disk without. */
 class FakeDisk {
 public:
-    FakeDisk(const char* bsdName, const char* volumePath);
+    explicit FakeDisk(const char* bsdName, const char* volumePath = nullptr);
     // `volumePath` is the value of the volume path's key in the description.
     FakeDisk(const char* bsdName, CFTypeRef volumePath);
 

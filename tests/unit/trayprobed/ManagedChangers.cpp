@@ -134,6 +134,22 @@ CFOwned<CFMutableDictionaryRef> ChangerWithDailyBuild(std::initializer_list<Entr
     return ChangerThatPrefers(With(Dictionary({{"BuildDirCacheOnSchedule", true}}), changes));
 }
 
+CFOwned<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes) {
+    return With(Dictionary({{"Media Kind", 1},
+                            {"Media Storage Element Index", storageElem},
+                            {"Media Identify Time", 1700000000},
+                            {"Media Mount State", 0}}),
+                changes);
+}
+
+CFOwned<CFMutableDictionaryRef> NewMedium(int storageElem) {
+    return Medium(storageElem, {{"Media Identify Time", 0}});
+}
+
+CFOwned<CFMutableDictionaryRef> RequestedMedium(int storageElem) {
+    return Medium(storageElem, {{"Media Request Identification", true}});
+}
+
 std::string Identify(int storageElem) {
     return std::string("identify ") + kChangerText + "/" + std::to_string(storageElem);
 }

@@ -50,10 +50,7 @@ protected:
     }
     template<typename Handler, typename Argument>
     std::vector<std::string> MessagesOf(Handler handler, const Argument& argument) {
-        std::vector<std::string> messages;
-        for (const RaisedLink& link : Handle(handler, argument))
-            messages.push_back(link.message);
-        return messages;
+        return ::MessagesOf(Handle(handler, argument));
     }
 
     RecordedTimers timers_;
@@ -66,6 +63,10 @@ CFOwned<CFMutableDictionaryRef> Changer(UInt64 changerGUID,
 /* The same, with these preferences, and with preferences for a daily build plus `changes`. */
 CFOwned<CFMutableDictionaryRef> ChangerThatPrefers(const Value& preferences);
 CFOwned<CFMutableDictionaryRef> ChangerWithDailyBuild(std::initializer_list<Entry> changes = {});
+/* A medium in that slot: identified, not requested, not mounted, plus `changes`. */
+CFOwned<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {});
+CFOwned<CFMutableDictionaryRef> NewMedium(int storageElem);
+CFOwned<CFMutableDictionaryRef> RequestedMedium(int storageElem);
 /* The journal's entry of the start of an identification of kChanger. */
 std::string Identify(int storageElem);
 

@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -156,13 +157,9 @@ TEST_F(MediaIdManager, ChangerThatIsNoLongerReadyStaysKnown) {
 }
 
 TEST_F(MediaIdManager, StepsOfAReadyChangerRunInOrder) {
-    const auto medium = Dictionary({{"Media Kind", 1},
-                                    {"Media Request Identification", true},
-                                    {"Media Identify Time", 1},
-                                    {"Media Storage Element Index", 5},
-                                    {"Media Mount State", 0}});
-    const auto changer = With(ChangerWithDailyBuild(), {{"Changer Request Identification", true},
-                                                        {"Changer Media Info", Array({medium})}});
+    const auto changer =
+        With(ChangerWithDailyBuild(), {{"Changer Request Identification", true},
+                                       {"Changer Media Info", Array({RequestedMedium(5)})}});
     EXPECT_THAT(Notify({changer}), ElementsAre(kReset, "add to default", kBuild, Identify(5)));
     EXPECT_THAT(Notify({changer}),
                 ElementsAre("remove from common", "invalidate", "add to default", kBuild));
@@ -176,14 +173,8 @@ TEST_F(MediaIdManager, RepeatedBuildRequestStartsABuildAgain) {
 }
 
 TEST_F(MediaIdManager, BothEntriesOfOneChangerAreHandled) {
-    const auto newMedium = [](int storageElem) {
-        return Dictionary({{"Media Kind", 1},
-                           {"Media Identify Time", 0},
-                           {"Media Storage Element Index", storageElem},
-                           {"Media Mount State", 0}});
-    };
     const auto changer =
-        Changer(kChanger, {{"Changer Media Info", Array({newMedium(3), newMedium(4)})}});
+        Changer(kChanger, {{"Changer Media Info", Array({NewMedium(3), NewMedium(4)})}});
     EXPECT_THAT(Notify({changer, changer}), ElementsAre(kReset, Identify(3), Identify(4)));
 }
 
@@ -209,25 +200,23 @@ TEST_F(MediaIdManager, ListThatCannotBeSavedEndsThePass) {
 
 // An invalid entry ends the pass: its own further steps and later entries are skipped.
 TEST_F(MediaIdManager, FailedEntryEndsThePass) {
-    struct Case {
-        CFOwned<CFMutableDictionaryRef> changer;
-        const char* message;
-    };
-    Case cases[] = {
+    const std::pair<Value, std::string> cases[] = {
         {Without(Changer(kChanger), "Changer Ready"), "fail check for changer ready"},
         {Changer(kChanger, {{"Changer Ready", 1}}), "fail check for changer ready"},
+        {3, "fail check for changer ready"},
+        {"text", "fail check for changer ready"},
+        {Array(), "fail check for changer ready"},
         {Without(Changer(kChanger), "GUID"), "fail handle added changers for changer at index 1"},
         {ChangerWithDailyBuild({{"BuildDirCacheTimeHours", "x"}}), "fail UpdateChangerSettings"},
         {Without(Changer(kChanger), "Changer Client Status"), "fail HandleChangerOperationAbort"},
         {Without(Changer(kChanger), "Changer Media Info"),
          "fail handle start media id for changer at index 1"},
     };
-    for (const Case& each : cases) {
-        Notify({Changer(1), each.changer, Changer(kOtherChanger)});
-        EXPECT_THAT(LastLogged(),
-                    StartsWith(std::string("ChangerInfoNotificationCallBack: ") + each.message));
+    for (const auto& [entry, message] : cases) {
+        Notify({Changer(1), entry, Changer(kOtherChanger)});
+        EXPECT_EQ(LastLogged(), "ChangerInfoNotificationCallBack: " + message);
         EXPECT_TRUE(IsKnown(1));
-        EXPECT_FALSE(IsKnown(kOtherChanger)) << each.message;
+        EXPECT_FALSE(IsKnown(kOtherChanger)) << message;
     }
 }
 
@@ -272,14 +261,6 @@ TEST_F(MediaIdManager, ChangerWhoseStatusCannotBeResetIsNotAdded) {
     EXPECT_FALSE(IsKnown(kChanger));
     g_fakes.failing.clear();
     EXPECT_THAT(Notify({Changer(kChanger)}), ElementsAre(kReset));
-}
-
-TEST_F(MediaIdManager, EntriesOfOtherTypesFail) {
-    for (const Value& entry : {Value(3), Value("text"), Value(Array())}) {
-        Notify({entry, Changer(kChanger)});
-        EXPECT_EQ(LastLogged(), "ChangerInfoNotificationCallBack: fail check for changer ready");
-        EXPECT_FALSE(IsKnown(kChanger));
-    }
 }
 
 TEST_F(MediaIdManager, ListThatIsNoArrayIsLoggedAndNotSaved) {

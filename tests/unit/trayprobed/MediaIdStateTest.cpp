@@ -6,8 +6,6 @@
 #include <cerrno>
 #include <initializer_list>
 #include <set>
-#include <string>
-#include <vector>
 
 // The real function may end the process without a dictionary, and needs the keys.
 extern "C" {

@@ -59,16 +59,19 @@ protected:
         UnlockMediaIdState();
         return chain;
     }
-    static void Run(SInt32 buildDirCache = 0, UInt64 changerGUID = kChanger,
-                    UInt16 storageElem = kElem) {
-        EXPECT_EQ(Start(buildDirCache, changerGUID, storageElem), Chain());
+    static void Run(SInt32 buildDirCache = 0, UInt64 changerGUID = kChanger) {
+        EXPECT_EQ(Start(buildDirCache, changerGUID), Chain());
         DeferredThreads::RunNext();
     }
-    // As Run(), with one withdrawal failing: the element stays on the list.
-    void RunWithFailedWithdrawal(int nth = 1) {
+    // Runs the next thread with one withdrawal failing: the element stays on the list.
+    void RunNextWithFailedWithdrawal(int nth = 1) {
         FakeCommands::Fail("withdraw", nth);
-        Run();
+        DeferredThreads::RunNext();
         log_.Take();
+    }
+    void RunWithFailedWithdrawal(int nth = 1) {
+        EXPECT_EQ(Start(), Chain());
+        RunNextWithFailedWithdrawal(nth);
         EXPECT_TRUE(IsInProgress(kChanger, kElem));
     }
 
@@ -279,12 +282,11 @@ TEST_F(MediaIdServer, ElementsThatShareChangerOrSlotAreAllRemovedForTheNextServe
     AddChanger(kOtherChanger);
     for (const UInt64 changer : {kChanger, kOtherChanger}) {
         for (const UInt16 elem : std::initializer_list<UInt16>{kElem, 6}) {
-            FakeCommands::Fail("withdraw");
-            Run(0, changer, elem);
+            EXPECT_EQ(Start(0, changer, elem), Chain());
+            RunNextWithFailedWithdrawal();
         }
         EXPECT_EQ(InProgressCount(changer), 2U);
     }
-    log_.Take();
     Handle(kNextServer);
     EXPECT_EQ(InProgressCount(kChanger), 0U);
     EXPECT_EQ(InProgressCount(kOtherChanger), 0U);
@@ -306,10 +308,8 @@ TEST_F(MediaIdServer, StartTimeThatCannotBeReadLeavesTheElement) {
 
 TEST_F(MediaIdServer, ElementOfARunningThreadStaysUntilTheThreadEnds) {
     EXPECT_EQ(Start(), Chain());
-    FakeCommands::Fail("withdraw");
     EXPECT_TRUE(IsInProgressAfter(kNextServer));
-    DeferredThreads::RunNext();
-    log_.Take();
+    RunNextWithFailedWithdrawal();
     EXPECT_TRUE(IsInProgress(kChanger, kElem));
     EXPECT_FALSE(IsInProgressAfter(kNextServer));
 }
@@ -346,13 +346,10 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsBelongsToTheThreadStartedLast) {
     AddChanger(kChanger);
     Handle(kNextServer);
     EXPECT_EQ(Start(), Chain());
-    FakeCommands::Fail("withdraw");
-    DeferredThreads::RunNext(); // the element belongs to the other thread
+    RunNextWithFailedWithdrawal(); // the element belongs to the other thread
     EXPECT_TRUE(IsInProgressAfter({9, {9, 9}}));
     Handle(kNextServer);
-    FakeCommands::Fail("withdraw");
-    DeferredThreads::RunNext();
-    log_.Take();
+    RunNextWithFailedWithdrawal();
     EXPECT_TRUE(IsInProgressAfter(kNextServer));
     EXPECT_FALSE(IsInProgressAfter(kServer));
 }
@@ -365,9 +362,7 @@ TEST_F(MediaIdServer, ElementOfTwoThreadsStaysUntilBothHaveEnded) {
     DeferredThreads::RunLast();
     log_.Take();
     EXPECT_TRUE(IsInProgressAfter(kNextServer));
-    FakeCommands::Fail("withdraw");
-    DeferredThreads::RunNext();
-    log_.Take();
+    RunNextWithFailedWithdrawal();
     EXPECT_FALSE(IsInProgressAfter(kNextServer));
 }
 

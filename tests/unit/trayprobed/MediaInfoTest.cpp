@@ -189,8 +189,8 @@ TEST_F(MediaInfo, QueryFailsWithoutAnIdentifyTime) {
     SaveMedia({Dictionary(), Dictionary({{"Media Identify Time", "1"}}), "text"});
     EXPECT_THAT(Messages(0),
                 ElementsAre("fail get value from dict", "fail CFHDictionaryGetSInt32Value"));
-    EXPECT_THAT(Messages(1), ElementsAre(testing::StartsWith("fail get num as "),
-                                         "fail CFHDictionaryGetSInt32Value"));
+    EXPECT_THAT(Messages(1),
+                ElementsAre(StartsWith("fail get num as "), "fail CFHDictionaryGetSInt32Value"));
     EXPECT_THAT(Messages(2),
                 ElementsAre("fail get value from dict", "fail CFHDictionaryGetSInt32Value"));
 }

@@ -1,6 +1,5 @@
 /* The progress that a full build reports to the server. */
 
-#include "AllocationFaults.h"
 #include "MountedChanger.h"
 #include "support/Matchers.h"
 #include "support/WithoutMemory.h"

@@ -45,40 +45,29 @@ protected:
     }
 };
 
-// A medium in that slot: identified, not requested, not mounted, plus `changes`.
-CFOwned<CFMutableDictionaryRef> Medium(int storageElem, std::initializer_list<Entry> changes = {}) {
-    return With(Dictionary({{"Media Kind", 1},
-                            {"Media Storage Element Index", storageElem},
-                            {"Media Identify Time", 1700000000},
-                            {"Media Mount State", 0}}),
-                changes);
-}
-CFOwned<CFMutableDictionaryRef> New(int storageElem) {
-    return Medium(storageElem, {{"Media Identify Time", 0}});
-}
-CFOwned<CFMutableDictionaryRef> Requested(int storageElem) {
-    return Medium(storageElem, {{"Media Request Identification", true}});
-}
-CFOwned<CFMutableDictionaryRef> Mounted(int storageElem, SInt64 state) {
+CFOwned<CFMutableDictionaryRef> MountedMedium(int storageElem, SInt64 state) {
     return Medium(storageElem, {{"Media Mount State", state}});
 }
 
 // ---- which medium ----
 
 TEST_F(Scheduling, RequestedMediumIsPickedBeforeANewOne) {
-    EXPECT_THAT(Start({Medium(0), New(1), Medium(2), Medium(3), Medium(4), Requested(5)}),
-                ElementsAre(Identify(5)));
+    EXPECT_THAT(
+        Start({Medium(0), NewMedium(1), Medium(2), Medium(3), Medium(4), RequestedMedium(5)}),
+        ElementsAre(Identify(5)));
 }
 
 TEST_F(Scheduling, FirstMediumOfTheListIsPickedWhateverItsSlot) {
-    EXPECT_THAT(Start({Medium(7), Requested(6), Requested(2)}), ElementsAre(Identify(6)));
-    EXPECT_THAT(Start({Medium(7), New(9), New(2)}, {{"Data Transfer Element Count", 5}}),
-                ElementsAre(Identify(9)));
+    EXPECT_THAT(Start({Medium(7), RequestedMedium(6), RequestedMedium(2)}),
+                ElementsAre(Identify(6)));
+    EXPECT_THAT(
+        Start({Medium(7), NewMedium(9), NewMedium(2)}, {{"Data Transfer Element Count", 5}}),
+        ElementsAre(Identify(9)));
 }
 
 TEST_F(Scheduling, IdentifiedMediumIsPickedOnlyOnRequest) {
     EXPECT_THAT(Start({Medium(0), Medium(1, {{"Media Identify Time", -1}})}), IsEmpty());
-    EXPECT_THAT(Start({Medium(0), Requested(1)}), ElementsAre(Identify(1)));
+    EXPECT_THAT(Start({Medium(0), RequestedMedium(1)}), ElementsAre(Identify(1)));
 }
 
 TEST_F(Scheduling, OnlyTheTrueObjectIsARequest) {
@@ -92,23 +81,23 @@ TEST_F(Scheduling, EmptySlotIsNeverPicked) {
                                   {"Media Identify Time", 0}})}),
                 IsEmpty());
     // No other key of an empty slot is read.
-    EXPECT_THAT(Start({Dictionary({{"Media Kind", 0}, {"Media Mount State", 0}}), New(1)}),
+    EXPECT_THAT(Start({Dictionary({{"Media Kind", 0}, {"Media Mount State", 0}}), NewMedium(1)}),
                 ElementsAre(Identify(1)));
 }
 
 TEST_F(Scheduling, MediumInProgressIsSkipped) {
     SetInProgress({1});
-    EXPECT_THAT(Start({Requested(1), Requested(2)}), ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({RequestedMedium(1), RequestedMedium(2)}), ElementsAre(Identify(2)));
 }
 
 TEST_F(Scheduling, NewMediumIsPickedWhenEveryRequestIsInProgress) {
     SetInProgress({1});
-    EXPECT_THAT(Start({Requested(1), New(2)}), ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({RequestedMedium(1), NewMedium(2)}), ElementsAre(Identify(2)));
 }
 
 TEST_F(Scheduling, SlotsAbove32767AreFoundInProgress) {
     SetInProgress({40000});
-    EXPECT_THAT(Start({Requested(40000), Requested(-25536)}), IsEmpty());
+    EXPECT_THAT(Start({RequestedMedium(40000), RequestedMedium(-25536)}), IsEmpty());
 }
 
 TEST_F(Scheduling, WithoutMediaNothingStarts) {
@@ -120,54 +109,57 @@ TEST_F(Scheduling, WithoutMediaNothingStarts) {
 TEST_F(Scheduling, PreferenceOfTheChangerOverridesTheGlobalFlag) {
     const auto off = Dictionary({{"IdentifyMediaOnInsert", false}});
     const auto on = Dictionary({{"IdentifyMediaOnInsert", true}});
-    EXPECT_THAT(Start({New(1)}, {{"Changer Preferences", off}}), IsEmpty());
-    EXPECT_THAT(Start({New(1), Requested(2)}, {{"Changer Preferences", off}}),
+    EXPECT_THAT(Start({NewMedium(1)}, {{"Changer Preferences", off}}), IsEmpty());
+    EXPECT_THAT(Start({NewMedium(1), RequestedMedium(2)}, {{"Changer Preferences", off}}),
                 ElementsAre(Identify(2)));
     EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
-    EXPECT_THAT(Start({New(1)}, {{"Changer Preferences", on}}), ElementsAre(Identify(1)));
+    EXPECT_THAT(Start({NewMedium(1)}, {{"Changer Preferences", on}}), ElementsAre(Identify(1)));
 }
 
 TEST_F(Scheduling, WithoutAPreferenceTheGlobalFlagDecides) {
     EXPECT_EQ(SetGlobalShouldIdMedia(0), nullptr);
-    EXPECT_THAT(Start({New(1)}), IsEmpty());
-    EXPECT_THAT(Start({New(1), Requested(2)}), ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({NewMedium(1)}), IsEmpty());
+    EXPECT_THAT(Start({NewMedium(1), RequestedMedium(2)}), ElementsAre(Identify(2)));
     EXPECT_EQ(SetGlobalShouldIdMedia(1), nullptr);
-    EXPECT_THAT(Start({New(1)}), ElementsAre(Identify(1)));
+    EXPECT_THAT(Start({NewMedium(1)}), ElementsAre(Identify(1)));
 }
 
 TEST_F(Scheduling, PreferenceToDescendIsPassedToTheThread) {
-    EXPECT_THAT(
-        Start({New(1)}, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", true}})}}),
-        ElementsAre(Identify(1) + " down"));
-    EXPECT_THAT(
-        Start({New(2)}, {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", 1}})}}),
-        ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({NewMedium(1)},
+                      {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", true}})}}),
+                ElementsAre(Identify(1) + " down"));
+    EXPECT_THAT(Start({NewMedium(2)},
+                      {{"Changer Preferences", Dictionary({{"BuildDirCacheOnIdentify", 1}})}}),
+                ElementsAre(Identify(2)));
 }
 
 // ---- free drives ----
 
 TEST_F(Scheduling, OneIdentificationIsAllowedHoweverManyDiscsAreMounted) {
-    EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 2), New(2)}), ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({MountedMedium(0, 1), MountedMedium(1, 2), NewMedium(2)}),
+                ElementsAre(Identify(2)));
 }
 
 TEST_F(Scheduling, OneIdentificationIsAllowedWithoutDrives) {
-    EXPECT_THAT(Start({New(0)}, {{"Data Transfer Element Count", 0}}), ElementsAre(Identify(0)));
+    EXPECT_THAT(Start({NewMedium(0)}, {{"Data Transfer Element Count", 0}}),
+                ElementsAre(Identify(0)));
 }
 
 TEST_F(Scheduling, SecondIdentificationNeedsAFreeDrive) {
     SetInProgress({0});
-    EXPECT_THAT(Start({Mounted(0, 1), Mounted(1, 1), New(2)}), IsEmpty());
-    EXPECT_THAT(Start({Mounted(0, 1), Medium(1), New(2)}), ElementsAre(Identify(2)));
-    EXPECT_THAT(Start({Medium(0), Medium(1), New(3)}), IsEmpty()); // two are in progress now
-    EXPECT_THAT(Start({Medium(0), New(3)}, {{"Data Transfer Element Count", 3}}),
+    EXPECT_THAT(Start({MountedMedium(0, 1), MountedMedium(1, 1), NewMedium(2)}), IsEmpty());
+    EXPECT_THAT(Start({MountedMedium(0, 1), Medium(1), NewMedium(2)}), ElementsAre(Identify(2)));
+    EXPECT_THAT(Start({Medium(0), Medium(1), NewMedium(3)}), IsEmpty()); // two are in progress now
+    EXPECT_THAT(Start({Medium(0), NewMedium(3)}, {{"Data Transfer Element Count", 3}}),
                 ElementsAre(Identify(3)));
 }
 
 TEST_F(Scheduling, DrivesAreCountedIn16Bits) {
     SetInProgress({0});
-    EXPECT_THAT(Start({New(2)}, {{"Data Transfer Element Count", 40000}}),
+    EXPECT_THAT(Start({NewMedium(2)}, {{"Data Transfer Element Count", 40000}}),
                 ElementsAre(Identify(2)));
-    EXPECT_THAT(Start({New(3)}, {{"Data Transfer Element Count", -1}}), ElementsAre(Identify(3)));
+    EXPECT_THAT(Start({NewMedium(3)}, {{"Data Transfer Element Count", -1}}),
+                ElementsAre(Identify(3)));
 }
 
 TEST_F(Scheduling, EveryStateBut0And64CountsAsMounted) {
@@ -179,14 +171,15 @@ TEST_F(Scheduling, EveryStateBut0And64CountsAsMounted) {
          {Case{0, 0}, Case{0x40, 0}, Case{1, 1}, Case{2, 1}, Case{0x3F, 1}, Case{0x41, 1},
           Case{0x80, 1}, Case{0x40000000, 1}, Case{0x40000040, 1}, Case{-1, 1}}) {
         UInt16 count = 9;
-        EXPECT_EQ(CountChangerMountedMedia(Array({Mounted(0, each.state)}), &count), nullptr);
+        EXPECT_EQ(CountChangerMountedMedia(Array({MountedMedium(0, each.state)}), &count), nullptr);
         EXPECT_EQ(count, each.counted) << each.state;
     }
 }
 
 TEST_F(Scheduling, EveryMountedMediumIsCounted) {
     UInt16 count = 9;
-    const auto media = Array({Mounted(0, 1), Mounted(1, 0), Mounted(2, 2), Mounted(3, 0x40)});
+    const auto media = Array(
+        {MountedMedium(0, 1), MountedMedium(1, 0), MountedMedium(2, 2), MountedMedium(3, 0x40)});
     EXPECT_EQ(CountChangerMountedMedia(media, &count), nullptr);
     EXPECT_EQ(count, 2);
     EXPECT_EQ(CountChangerMountedMedia(Array(), &count), nullptr);
@@ -202,7 +195,7 @@ TEST_F(Scheduling, ServerOfANotificationIsHandledBeforeAMediumIsPicked) {
         servers.push_back(server);
         EXPECT_EQ(RemoveStorageElemFromMediaIdInProgressList(kChanger, 0), nullptr);
     };
-    EXPECT_THAT(Notify({ChangerWithMedia({New(0)})}), Contains(Identify(0)));
+    EXPECT_THAT(Notify({ChangerWithMedia({NewMedium(0)})}), Contains(Identify(0)));
     ASSERT_EQ(servers.size(), 1U);
     EXPECT_TRUE(IsSameChangerServerProcess(&servers[0], &g_subscription.server));
     g_subscription.server = {};
@@ -212,10 +205,10 @@ TEST_F(Scheduling, ServerOfANotificationIsHandledBeforeAMediumIsPicked) {
 
 TEST_F(Scheduling, CountEndsAtTheFirstFailure) {
     UInt16 count = 9;
-    const auto media = Array({Mounted(0, 1), Dictionary(), Mounted(2, 1)});
+    const auto media = Array({MountedMedium(0, 1), Dictionary(), MountedMedium(2, 1)});
     EXPECT_THAT(TakeMessages(CountChangerMountedMedia(media, &count)),
                 ElementsAre("fail get value from dict", "fail get media mount state"));
-    EXPECT_THAT(FailedStart({Dictionary(), New(1)}),
+    EXPECT_THAT(FailedStart({Dictionary(), NewMedium(1)}),
                 ElementsAre("fail get value from dict", "fail get media mount state",
                             "fail CountChangerMountedMedia for changer GUID 9EDCBA9876543210"));
 }
@@ -264,7 +257,7 @@ TEST_F(Scheduling, KeysOfTheChangersEntryAreReadInOrder) {
 }
 
 TEST_F(Scheduling, PreferenceThatIsNoBooleanFails) {
-    EXPECT_THAT(FailedStart({New(1)},
+    EXPECT_THAT(FailedStart({NewMedium(1)},
                             {{"Changer Preferences", Dictionary({{"IdentifyMediaOnInsert", 1}})}}),
                 ElementsAre("bool neither true nor false",
                             "fail get should id media flag from changer prefs"));
@@ -272,14 +265,14 @@ TEST_F(Scheduling, PreferenceThatIsNoBooleanFails) {
 
 TEST_F(Scheduling, GlobalFlagThatCannotBeReadFails) {
     g_fakes.failing = "GetGlobalShouldIdMedia";
-    EXPECT_THAT(FailedStart({New(1)}),
+    EXPECT_THAT(FailedStart({NewMedium(1)}),
                 ElementsAre("fail on purpose", "fail GetGlobalShouldIdMedia"));
     g_fakes.failing.clear();
 }
 
 TEST_F(Scheduling, UnknownChangerFails) {
     EXPECT_EQ(RemoveChangerFromList(kChanger), nullptr);
-    EXPECT_THAT(FailedStart({New(1)}),
+    EXPECT_THAT(FailedStart({NewMedium(1)}),
                 ElementsAre("fail find changer in list", "fail GetChangerDictForGUID",
                             "fail GetMediaIdInProgressCount for changer GUID 9EDCBA9876543210"));
 }
@@ -290,15 +283,16 @@ TEST_F(Scheduling, MediumWithAMissingKeyEndsTheScan) {
     const std::string automatic =
         "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210";
     EXPECT_THAT(
-        FailedStart({Medium(0), Without(Medium(1), "Media Kind"), Requested(2)}),
+        FailedStart({Medium(0), Without(Medium(1), "Media Kind"), RequestedMedium(2)}),
         ElementsAre("fail get value from dict", "fail get media kind for media index 1", manual));
     EXPECT_THAT(
-        FailedStart(
-            {Medium(0), Without(Requested(1), "Media Storage Element Index"), Requested(2)}),
+        FailedStart({Medium(0), Without(RequestedMedium(1), "Media Storage Element Index"),
+                     RequestedMedium(2)}),
         ElementsAre("fail get value from dict", "fail get storage element for media 1", manual));
-    EXPECT_THAT(FailedStart({Medium(0), Without(New(1), "Media Identify Time"), New(2)}),
-                ElementsAre("fail get value from dict", "fail get media identify time", automatic));
-    EXPECT_THAT(FailedStart({Medium(0, {{"Media Kind", "1"}}), Requested(2)}),
+    EXPECT_THAT(
+        FailedStart({Medium(0), Without(NewMedium(1), "Media Identify Time"), NewMedium(2)}),
+        ElementsAre("fail get value from dict", "fail get media identify time", automatic));
+    EXPECT_THAT(FailedStart({Medium(0, {{"Media Kind", "1"}}), RequestedMedium(2)}),
                 ElementsAre(StartsWith("fail get num as "), "fail get media kind for media index 0",
                             manual));
 }
@@ -318,14 +312,14 @@ TEST_F(Scheduling, ErrorOfAScanNamesThatScan) {
     const std::string automatic = " in SpawnNextAutomaticMediaId";
     // Both scans fail for a medium without that key.
     const auto expectBoth = [&](const std::string& message, const char* absentKey) {
-        EXPECT_EQ(FailureOf(SpawnNextManualMediaId, Without(Requested(5), absentKey)),
+        EXPECT_EQ(FailureOf(SpawnNextManualMediaId, Without(RequestedMedium(5), absentKey)),
                   message + manual);
-        EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(New(5), absentKey)),
+        EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(NewMedium(5), absentKey)),
                   message + automatic);
     };
     expectBoth("fail get media kind for media index 0", "Media Kind");
     expectBoth("fail get storage element for media 0", "Media Storage Element Index");
-    EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(New(5), "Media Identify Time")),
+    EXPECT_EQ(FailureOf(SpawnNextAutomaticMediaId, Without(NewMedium(5), "Media Identify Time")),
               "fail get media identify time" + automatic);
     g_fakes.failing = "StartMediaId";
     expectBoth("fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5", "no key");
@@ -338,28 +332,40 @@ TEST_F(Scheduling, ErrorOfAScanNamesThatScan) {
 
 // The manual scan does not read the identify time, the automatic scan not the request.
 TEST_F(Scheduling, EachScanReadsOnlyItsOwnKey) {
-    EXPECT_THAT(Start({Without(Requested(1), "Media Identify Time")}), ElementsAre(Identify(1)));
+    EXPECT_THAT(Start({Without(RequestedMedium(1), "Media Identify Time")}),
+                ElementsAre(Identify(1)));
 }
 
+// Both changers' numbers are logged in sixteen digits.
+constexpr std::pair<UInt64, const char*> kChangers[] = {{kChanger, kChangerText},
+                                                        {kSmallChanger, kSmallChangerText}};
+
 TEST_F(Scheduling, FailedStartEndsTheScanAndIsLogged) {
+    AddChanger(kSmallChanger);
     g_fakes.failing = "StartMediaId";
-    EXPECT_THAT(
-        MessagesOf(HandleStartingMediaId, ChangerWithMedia({New(5), New(6)})),
-        ElementsAre("fail on purpose",
-                    "fail RunMediaIdThread for changer GUID 9EDCBA9876543210/storage elem 5",
-                    "fail SpawnNextAutomaticMediaId for changer GUID 9EDCBA9876543210"));
-    EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
+    for (const auto& [changer, text] : kChangers) {
+        const std::string number = text;
+        EXPECT_THAT(
+            MessagesOf(HandleStartingMediaId,
+                       With(ChangerWithMedia({NewMedium(5), NewMedium(6)}), {{"GUID", changer}})),
+            ElementsAre("fail on purpose",
+                        "fail RunMediaIdThread for changer GUID " + number + "/storage elem 5",
+                        "fail SpawnNextAutomaticMediaId for changer GUID " + number));
+        EXPECT_THAT(Journal::Take(), ElementsAre("identify " + number + "/5"));
+    }
 }
 
 TEST_F(Scheduling, FailedManualScanIsNotFollowedByTheAutomaticScan) {
     g_fakes.failing = "StartMediaId";
-    EXPECT_EQ(MessagesOf(HandleStartingMediaId, ChangerWithMedia({Requested(5), New(6)})).back(),
-              "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210");
+    EXPECT_EQ(
+        MessagesOf(HandleStartingMediaId, ChangerWithMedia({RequestedMedium(5), NewMedium(6)}))
+            .back(),
+        "fail SpawnNextManualMediaId for changer GUID 9EDCBA9876543210");
     EXPECT_THAT(Journal::Take(), ElementsAre(Identify(5)));
 }
 
 TEST_F(Scheduling, NullMediumEndsTheScanAndItsIndexIsLogged) {
-    const auto media = Array({Medium(0), New(1), Requested(2)});
+    const auto media = Array({Medium(0), NewMedium(1), RequestedMedium(2)});
     const NullElement null(1);
     UInt16 count = 9;
     SInt32 started = 9;
@@ -373,35 +379,19 @@ TEST_F(Scheduling, NullMediumEndsTheScanAndItsIndexIsLogged) {
     EXPECT_THAT(Journal::Take(), IsEmpty());
 }
 
-TEST_F(Scheduling, ChangersNumberIsLoggedInSixteenDigits) {
-    const std::string number = kSmallChangerText;
-    AddChanger(kSmallChanger);
-    g_fakes.failing = "StartMediaId";
-    const auto messages = MessagesOf(
-        HandleStartingMediaId, Changer(kSmallChanger, {{"Changer Media Info", Array({New(5)})}}));
-    EXPECT_THAT(messages,
-                ElementsAre("fail on purpose",
-                            "fail RunMediaIdThread for changer GUID " + number + "/storage elem 5",
-                            "fail SpawnNextAutomaticMediaId for changer GUID " + number));
-    g_fakes.failing.clear();
-
-    const auto media = Array({Requested(5)});
-    SInt32 started = 0;
-    const Chain chain = ChainWithoutMemory(
-        [&] { return SpawnNextManualMediaId(kSmallChanger, media, 0, &started); });
-    EXPECT_EQ(chain.back().message,
-              "fail IsStorageElemOnInProgressList for changer GUID " + number + "/storage elem 5");
-}
-
 TEST_F(Scheduling, WithoutMemoryNoIdentificationIsStarted) {
-    const auto media = Array({Requested(40000)});
-    SInt32 started = 0;
-    const auto check = [&](const Chain&, bool failed) { EXPECT_EQ(started, failed ? 0 : 1); };
-    EXPECT_THAT(
-        SweepErrors([&] { return SpawnNextManualMediaId(kChanger, media, 0, &started); }, check),
-        Contains(
-            "fail IsStorageElemOnInProgressList for changer GUID 9EDCBA9876543210/storage elem "
-            "40000"));
+    AddChanger(kSmallChanger);
+    for (const auto& [changer, number] : kChangers) {
+        SInt32 started = 0;
+        const auto media = Array({RequestedMedium(40000)});
+        const auto spawn = [&, changer = changer] {
+            return SpawnNextManualMediaId(changer, media, 0, &started);
+        };
+        const auto check = [&](const Chain&, bool failed) { EXPECT_EQ(started, failed ? 0 : 1); };
+        EXPECT_THAT(SweepErrors(spawn, check),
+                    Contains(std::string("fail IsStorageElemOnInProgressList for changer GUID ") +
+                             number + "/storage elem 40000"));
+    }
 }
 
 } // namespace

@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <vector>
 
 /* Both are number objects in the store, not tagged references. */
