@@ -9,6 +9,7 @@
 
 #include <ctime>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -107,8 +108,7 @@ TEST_F(ChangerSettings, FailedSchedulingLogsTheTime) {
 
 // ---- aborts ----
 
-CFOwned<CFMutableDictionaryRef> WithStatus(const char* client,
-                                           const CFOwned<CFMutableDictionaryRef>& status) {
+CFOwned<CFMutableDictionaryRef> WithStatus(const char* client, const Value& status) {
     return Changer(kChanger, {{"Changer Client Status", Dictionary({{client, status}})}});
 }
 
@@ -134,15 +134,13 @@ TEST_F(ChangerSettings, AbortsOfOtherClientsClearTheFlag) {
 TEST_F(ChangerSettings, StatusWithoutAnAbortValueLeavesTheFlag) {
     AddChanger(kChanger);
     EXPECT_EQ(SetChangerShouldAbortOperation(kChanger, 1), nullptr);
-    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, WithStatus("trayprobed", Dictionary())),
-                ElementsAre("fail get value from dict", "fail CFHDictionaryGetBoolValue"));
-    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort,
-                           WithStatus("trayprobed", Dictionary({{"Abort Requested", 1}}))),
-                ElementsAre("bool neither true nor false", "fail CFHDictionaryGetBoolValue"));
-    EXPECT_THAT(MessagesOf(HandleChangerOperationAbort,
-                           Changer(kChanger, {{"Changer Client Status",
-                                               Dictionary({{"trayprobed", Array()}})}})),
-                ElementsAre("fail get value from dict", "fail CFHDictionaryGetBoolValue"));
+    const std::pair<Value, const char*> cases[] = {
+        {Dictionary(), "fail get value from dict"},
+        {Array(), "fail get value from dict"},
+        {Dictionary({{"Abort Requested", 1}}), "bool neither true nor false"}};
+    for (const auto& [status, message] : cases)
+        EXPECT_THAT(MessagesOf(HandleChangerOperationAbort, WithStatus("trayprobed", status)),
+                    ElementsAre(message, "fail CFHDictionaryGetBoolValue"));
     EXPECT_TRUE(ShouldAbort(kChanger));
 }
 

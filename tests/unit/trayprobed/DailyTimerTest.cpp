@@ -236,20 +236,14 @@ TEST_F(DailyTimer, UnschedulingWithoutATimerChangesNothing) {
 }
 
 TEST_F(DailyTimer, UnschedulingAnUnknownChangerFails) {
-    EXPECT_EQ(
-        TakeChain(UnscheduleChangerFSCacheTimer(kOtherChanger)),
-        (Chain{{"fail find changer in list", "GetChangerDictForGUID", kSource, kVErrCodeNotFound},
-               {"fail GetChangerDictForGUID", "UnscheduleChangerFSCacheTimer", kSource,
-                kVErrCodeNotFound}}));
+    EXPECT_EQ(TakeChain(UnscheduleChangerFSCacheTimer(kOtherChanger)),
+              NotFoundThen("UnscheduleChangerFSCacheTimer"));
 }
 
 // The timer of an unknown changer stays in the loop.
 TEST_F(DailyTimer, SchedulingAnUnknownChangerFailsAfterAddingTheTimer) {
-    EXPECT_EQ(
-        TakeChain(ScheduleChangerFSCacheTimer(kOtherChanger, 10, 0)),
-        (Chain{{"fail find changer in list", "GetChangerDictForGUID", kSource, kVErrCodeNotFound},
-               {"fail GetChangerDictForGUID", "ScheduleChangerFSCacheTimer", kSource,
-                kVErrCodeNotFound}}));
+    EXPECT_EQ(TakeChain(ScheduleChangerFSCacheTimer(kOtherChanger, 10, 0)),
+              NotFoundThen("ScheduleChangerFSCacheTimer"));
     EXPECT_THAT(Journal::Take(), ElementsAre("add to default"));
 }
 

@@ -19,7 +19,7 @@ struct Body {
     void* (*function)(void*);
     void* argument;
 };
-bool g_areHeld = false;
+bool g_isDeferring = false;
 bool g_race = false;
 std::vector<Body> g_waiting;
 std::vector<std::thread> g_racing;
@@ -62,7 +62,7 @@ int __real_pthread_attr_destroy(pthread_attr_t* attributes);
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {
-    if (!g_areHeld)
+    if (!g_isDeferring)
         return __real_pthread_create(thread, attributes, body, argument);
     if (const int status = FailureOf("pthread_create"))
         return status;
@@ -101,13 +101,13 @@ int __wrap_pthread_attr_destroy(pthread_attr_t* attributes) {
 
 DeferredThreads::DeferredThreads() {
     g_waiting.reserve(1000); // no allocation later: memory may be short
-    g_areHeld = true;
+    g_isDeferring = true;
     g_attributeObjects = 0;
 }
 
 DeferredThreads::~DeferredThreads() {
     Join();
-    g_areHeld = false;
+    g_isDeferring = false;
     g_race = false;
     EXPECT_EQ(g_attributeObjects, 0);
     EXPECT_TRUE(g_waiting.empty()) << "threads that were never run";

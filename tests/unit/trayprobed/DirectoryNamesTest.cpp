@@ -56,6 +56,12 @@ protected:
         closedir(directory);
         return error;
     }
+    // Lists after `count` names of that length have been added to the directory.
+    int ListLongNames(std::size_t count, std::size_t length, std::size_t* budget) {
+        g_longNames = count;
+        g_longName = std::string(length, 'x');
+        return List(budget);
+    }
     std::vector<std::string> TakeAll() {
         std::vector<std::string> all;
         while (const char* name = NextDirectoryName(&names_))
@@ -127,47 +133,36 @@ TEST_F(DirectoryNamesTest, NamesBeyondTheBudgetFailAndLeaveNone) {
 
 TEST_F(DirectoryNamesTest, LongestNameFillsAWholeChunk) {
     std::size_t budget = 2 * kChunk;
-    g_longName = std::string(kLongestName, 'x');
-    g_longNames = 1;
-    EXPECT_EQ(List(&budget), 0);
+    EXPECT_EQ(ListLongNames(1, kLongestName, &budget), 0);
     EXPECT_THAT(TakeAll(), ElementsAre(std::string(kLongestName, 'x')));
 
-    g_longName = std::string(kLongestName + 1, 'x');
-    g_longNames = 1;
-    EXPECT_EQ(List(&budget), ENOMEM);
+    EXPECT_EQ(ListLongNames(1, kLongestName + 1, &budget), ENOMEM);
     EXPECT_EQ(budget, 2 * kChunk);
     EXPECT_THAT(TakeAll(), IsEmpty());
 }
 
 TEST_F(DirectoryNamesTest, NamesThatFillOneChunkUseNoSecond) {
     std::size_t budget = kChunk;
-    g_longName = std::string((kLongestName - 1) / 2, 'x');
-    g_longNames = 2;
-    EXPECT_EQ(List(&budget), 0);
+    EXPECT_EQ(ListLongNames(2, (kLongestName - 1) / 2, &budget), 0);
     EXPECT_EQ(TakeAll().size(), 2U);
 }
 
 TEST_F(DirectoryNamesTest, BudgetOfAWalkIs256MiB) {
     constexpr std::size_t kMost = std::size_t{256} * 1024 * 1024 / kChunk;
     std::size_t budget = kNameBudget;
-    g_longName = std::string(kLongestName, 'x');
-    g_longNames = kMost;
-    EXPECT_EQ(List(&budget), 0);
+    EXPECT_EQ(ListLongNames(kMost, kLongestName, &budget), 0);
     FreeDirectoryNames(&names_);
-
-    g_longNames = kMost + 1;
-    EXPECT_EQ(List(&budget), ENOMEM);
+    EXPECT_EQ(ListLongNames(kMost + 1, kLongestName, &budget), ENOMEM);
 }
 
 TEST_F(DirectoryNamesTest, ListingThatFailsHalfwayLeavesNoNames) {
     MakeLongNames(2 * kNamesPerChunk);
-    for (g_readsUntilError = 1; g_readsUntilError < 20; ++g_readsUntilError) {
-        const int reads = g_readsUntilError;
+    for (int reads = 1; reads < 20; ++reads) {
+        g_readsUntilError = reads;
         std::size_t budget = 2 * kChunk;
         EXPECT_EQ(List(&budget), EIO);
         EXPECT_EQ(budget, 2 * kChunk);
         EXPECT_THAT(TakeAll(), IsEmpty());
-        g_readsUntilError = reads;
     }
 }
 

@@ -4,7 +4,7 @@
 /*
  * Records and fails calls on directories. The journal shows each listing as "list PATH", with "."
  * for the tree's root, followed by " (locked)" if the calling thread holds the state lock. Tests
- * may run as root, which may read everything: failures are made here.
+ * may run as root, which may read everything; so calls fail here.
  */
 
 #include "support/NotCopyable.h"
@@ -14,7 +14,8 @@
 #include <map>
 #include <string>
 
-/* What the next calls do. One object at a time. Paths are relative to the root: "./a/b". */
+/* The behaviour of the next calls. One object at a time. Paths are relative to the root: "./a/b".
+ */
 struct FileSystemSeams : NotCopyable {
     explicit FileSystemSeams(std::string itsRoot);
     ~FileSystemSeams();

@@ -13,7 +13,7 @@
 namespace {
 
 // One entry per list returned, in an array: memory may be short. Equal lists are one object. Each
-// entry stands for two references, the receiver's and this record's.
+// entry stands for two references, the receiver's and this array's.
 std::array<CFArrayRef, 100'000> g_lists;
 std::size_t g_count = 0;
 

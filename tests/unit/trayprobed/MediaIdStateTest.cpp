@@ -28,14 +28,6 @@ RaisedLink Raised(const char* message, const char* function, VErrCode code = kVE
     return {message, function, kSource, code};
 }
 
-// The links of every operation on an unknown changer.
-Chain NotFoundThen(const char* function) {
-    return {
-        Raised("fail find changer in list", "GetChangerDictForGUID", kVErrCodeNotFound),
-        Raised("fail GetChangerDictForGUID", function, kVErrCodeNotFound),
-    };
-}
-
 // ---- life and state lock ----
 
 class StoreLife : public testing::Test {

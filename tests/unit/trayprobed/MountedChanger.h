@@ -52,9 +52,9 @@ protected:
     static void SetAbort(SInt32 shouldAbort) {
         EXPECT_EQ(TakeChain(SetChangerShouldAbortOperation(kChanger, shouldAbort)), Chain());
     }
-    // Walks the whole tree; without a status nothing is reported.
-    Chain Walk(SInt32 descend = 1, FSCacheStatusReport* status = nullptr) const {
-        return TakeChain(CacheFSDirectory(kChanger, tree_.Root().c_str(), descend, status));
+    // Walks the whole tree; nothing is reported without a report.
+    Chain Walk(SInt32 descend = 1, FSCacheStatusReport* report = nullptr) const {
+        return TakeChain(CacheFSDirectory(kChanger, tree_.Root().c_str(), descend, report));
     }
     // Calls act() before the listing of `path`, relative to the root: "./a/b".
     void AtListingOf(const std::string& path, const std::function<void()>& act) {

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_TRAYPROBED_NULLELEMENT_H
 #define TESTS_UNIT_TRAYPROBED_NULLELEMENT_H
 
-/* Lets an element of an array read as null; the real arrays contain no null. */
+/* Makes an element of an array read as null; real arrays contain no null. */
 
 #include "support/NotCopyable.h"
 

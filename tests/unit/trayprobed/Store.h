@@ -22,6 +22,13 @@ constexpr const char* kChangerText = "9EDCBA9876543210";
 constexpr UInt64 kSmallChanger = 0xAB;
 constexpr const char* kSmallChangerText = "00000000000000AB";
 
+/* The links of a store's function that is called for an unknown changer. */
+inline Chain NotFoundThen(const char* function) {
+    const char* const source = "trayprobed/MediaIdState";
+    return {{"fail find changer in list", "GetChangerDictForGUID", source, kVErrCodeNotFound},
+            {"fail GetChangerDictForGUID", function, source, kVErrCodeNotFound}};
+}
+
 class Store : public testing::Test {
 protected:
     Store() {

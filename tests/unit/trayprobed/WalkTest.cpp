@@ -55,56 +55,48 @@ protected:
     }
 };
 
-// The files opened in these directories, as inotify reports.
-class OpeningsIn {
+// Openings in these directories, which inotify records.
+class Openings : NotCopyable {
 public:
-    explicit OpeningsIn(const std::vector<std::string>& directories) {
+    explicit Openings(const std::vector<std::string>& directories) {
         EXPECT_GE(watcher_, 0);
         for (const std::string& directory : directories)
             EXPECT_GE(inotify_add_watch(watcher_, directory.c_str(), IN_OPEN), 0);
     }
-    OpeningsIn(const OpeningsIn&) = delete;
-    OpeningsIn& operator=(const OpeningsIn&) = delete;
-    ~OpeningsIn() {
+    ~Openings() {
         close(watcher_);
     }
 
-    // The names of the files opened.
-    const std::set<std::string>& Files() const {
-        Read();
-        return files_;
-    }
-    // Openings of the directories themselves.
-    int CountListings() const {
-        Read();
-        return listings_;
-    }
-
-private:
-    void Read() const {
+    struct Result {
+        std::set<std::string> files; // the names of those opened
+        int listings = 0;            // openings of the directories themselves
+    };
+    // The openings since the last Take.
+    Result Take() const {
+        Result result;
         alignas(struct inotify_event) char events[16384];
         const ssize_t size = read(watcher_, events, sizeof events);
         for (ssize_t at = 0; at < size;) {
             const auto* event = reinterpret_cast<const struct inotify_event*>(events + at);
             const bool isWatchedDirectory = event->len == 0;
             if ((event->mask & IN_ISDIR) == 0)
-                files_.insert(event->name);
+                result.files.insert(event->name);
             else if (isWatchedDirectory)
-                ++listings_;
+                ++result.listings;
             at += static_cast<ssize_t>(sizeof *event + event->len);
         }
+        return result;
     }
 
+private:
     const int watcher_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    mutable std::set<std::string> files_;
-    mutable int listings_ = 0;
 };
 
 RaisedLink Raised(const char* message, VErrCode code = kVErrCodeDefault) {
     return {message, "CacheFSDirectory", kWalkSource, code};
 }
 
-// ---- what is listed ----
+// ---- listed directories ----
 
 TEST(WalkFilter, PassesAllButTheTwoDots) {
     struct Case {
@@ -322,11 +314,11 @@ TEST_F(Walking, FailedLockEndsTheWalk) {
 
 TEST_F(Walking, WithoutAReportNoInfoFileIsOpened) {
     MakeMediaRoot("disc");
-    const OpeningsIn openings({tree_.Path(""), tree_.Path("disc")});
-    EXPECT_THAT(Walk(), IsEmpty());
-    EXPECT_THAT(openings.Files(), IsEmpty());
-    EXPECT_EQ(openings.CountListings(), 2);
-    EXPECT_THAT(Journal::Take(), ElementsAre("list .", "list ./disc"));
+    const Openings openings({tree_.Path(""), tree_.Path("disc")});
+    EXPECT_THAT(Listed(), ElementsAre("list .", "list ./disc"));
+    const Openings::Result opened = openings.Take();
+    EXPECT_THAT(opened.files, IsEmpty());
+    EXPECT_EQ(opened.listings, 2);
 }
 
 TEST_F(Walking, MediaRootIsReportedWhenTheWalkLeavesIt) {
@@ -422,12 +414,12 @@ TEST_F(Walking, OfFilesOnlyTheInfoFilesAreOpened) {
     tree_.MakeDirectory("disc/a");
     tree_.Write("disc/file", "content");
     tree_.Write("disc/a/file", "content");
-    const OpeningsIn openings({tree_.Path(""), tree_.Path("disc"), tree_.Path("disc/a")});
+    const Openings openings({tree_.Path(""), tree_.Path("disc"), tree_.Path("disc/a")});
     FSCacheStatusReport report = {};
     EXPECT_THAT(Walk(1, &report), IsEmpty());
-    Journal::Take();
-    EXPECT_THAT(openings.Files(), ElementsAre(".media_info.plist"));
-    EXPECT_EQ(openings.CountListings(), 3);
+    const Openings::Result opened = openings.Take();
+    EXPECT_THAT(opened.files, ElementsAre(".media_info.plist"));
+    EXPECT_EQ(opened.listings, 3);
 }
 
 // ---- the count ----
