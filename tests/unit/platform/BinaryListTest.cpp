@@ -1,15 +1,13 @@
-/* What the binary reader accepts and refuses, and how much work untrusted lists cause. */
+/* Lists that the binary reader accepts and refuses, and the work that untrusted lists cause. */
 
 #include "AddedValues.h"
 #include "Lists.h"
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,7 +23,11 @@ std::string BigEndian(std::uint64_t value, std::size_t size) {
     return bytes;
 }
 
-// A binary list from the bytes of its objects; the trailer's fields can be falsified.
+std::string Integer128(std::uint64_t upperHalf, std::uint64_t lowerHalf) {
+    return "\x14" + BigEndian(upperHalf, 8) + BigEndian(lowerHalf, 8);
+}
+
+// A binary list of the given encoded objects. The fields of the trailer can be falsified.
 struct BinaryList {
     explicit BinaryList(std::vector<std::string> objectBytes) : objects(std::move(objectBytes)) {
         objectCount = objects.size();
@@ -53,7 +55,17 @@ struct BinaryList {
 };
 
 constexpr const char* kRefused = "Unexpected character b at line 1";
+constexpr CFOptionFlags kMutabilities[] = {kCFPropertyListImmutable,
+                                           kCFPropertyListMutableContainersAndLeaves};
 
+// The list of the objects, with two bytes per reference.
+std::string BytesWithWideReferences(const std::vector<std::string>& objects) {
+    BinaryList list(objects);
+    list.referenceSize = 2;
+    return list.Bytes();
+}
+
+// The body of the XML for the list that is read from the objects, or the error.
 std::string WriteBinary(const std::vector<std::string>& objects) {
     const ReadResult result = ReadList(BinaryList(objects).Bytes());
     return result.list ? WriteBody(result.list.Get()) : result.error;
@@ -61,7 +73,7 @@ std::string WriteBinary(const std::vector<std::string>& objects) {
 
 // Objects
 
-TEST(BinaryList, ReadsTheReferenceLayout) {
+TEST(BinaryList, HandWrittenDictionaryIsRead) {
     const std::string bytes = "bplist00\xD1\x01\x02\x5C"
                               "Changer GUID"
                               "\x13\x12\x34\x56\x78\x9A\xBC\xDE\xF0\x08\x0B\x18"s +
@@ -74,97 +86,93 @@ TEST(BinaryList, ReadsTheReferenceLayout) {
               "</dict>\n");
 }
 
-TEST(BinaryList, ReadsIntegersOfEveryWidth) {
-    EXPECT_EQ(WriteBinary({"\x10\xFF"}), "<integer>255</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x11\xFF\xFF"}), "<integer>65535</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x12\xFF\xFF\xFF\xFF"}), "<integer>4294967295</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x13" + BigEndian(~0ULL, 8)}), "<integer>-1</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(0, 8) + BigEndian(~0ULL, 8)}),
-              "<integer>18446744073709551615</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(0, 8) + BigEndian(5, 8)}), "<integer>5</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(~0ULL, 8)}),
-              "<integer>-1</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x15" + std::string(32, '\0')}), kRefused);
+struct Scalar {
+    const char* name;
+    std::string object;
+    const char* body; // of its XML
+};
+
+class BinaryScalar : public testing::TestWithParam<Scalar> {};
+
+TEST_P(BinaryScalar, IsRead) {
+    EXPECT_EQ(WriteBinary({GetParam().object}), GetParam().body);
 }
 
-TEST(BinaryList, IntegersOfSixteenBytesGiveTheirLowerHalf) {
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(1, 8) + BigEndian(5, 8)}), "<integer>5</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(1, 8) + BigEndian(~0ULL, 8)}),
-              "<integer>-1</integer>\n");
-    EXPECT_EQ(WriteBinary({"\x14" + BigEndian(~0ULL, 8) + BigEndian(0, 8)}),
-              "<integer>0</integer>\n");
+INSTANTIATE_TEST_SUITE_P(
+    , BinaryScalar,
+    testing::ValuesIn(std::vector<Scalar>{
+        {"Integer8", "\x10\xFF", "<integer>255</integer>\n"},
+        {"Integer16", "\x11\xFF\xFF", "<integer>65535</integer>\n"},
+        {"Integer32", "\x12\xFF\xFF\xFF\xFF", "<integer>4294967295</integer>\n"},
+        {"Integer64IsSigned", "\x13" + BigEndian(~0ULL, 8), "<integer>-1</integer>\n"},
+        {"Integer128", Integer128(0, 5), "<integer>5</integer>\n"},
+        {"Integer128Unsigned", Integer128(0, ~0ULL), "<integer>18446744073709551615</integer>\n"},
+        {"Integer128Negative", Integer128(~0ULL, ~0ULL), "<integer>-1</integer>\n"},
+        {"Integer128TooLargeGivesLowerHalf", Integer128(1, 5), "<integer>5</integer>\n"},
+        {"Integer128LowerHalfIsSigned", Integer128(1, ~0ULL), "<integer>-1</integer>\n"},
+        {"Integer128TooSmallGivesLowerHalf", Integer128(~0ULL, 0), "<integer>0</integer>\n"},
+        {"False", "\x08", "<false/>\n"},
+        {"True", "\x09", "<true/>\n"},
+        {"Real32", "\x22\x3F\xC0\x00\x00"s, "<real>1.5</real>\n"},
+        {"Real64", "\x23\xBF\xF8" + std::string(6, '\0'), "<real>-1.5</real>\n"},
+        {"Date", "\x33" + std::string(8, '\0'), "<date>2001-01-01T00:00:00Z</date>\n"},
+        {"Data", "\x43\x01\x02\x03", "<data>\nAQID\n</data>\n"},
+        {"EmptyData", "\x40", "<data>\n</data>\n"},
+        {"EmptyString", "\x50", "<string></string>\n"},
+        {"String", "\x52xy", "<string>xy</string>\n"},
+        {"StringOfCount8", "\x5F\x10\x01z", "<string>z</string>\n"},
+        {"LongString", "\x5F\x10\x10ghijklmnopqrstuv", "<string>ghijklmnopqrstuv</string>\n"},
+        {"StringOfCount16", "\x5F\x11" + BigEndian(1, 2) + "a", "<string>a</string>\n"},
+        {"StringOfCount32", "\x5F\x12" + BigEndian(1, 4) + "a", "<string>a</string>\n"},
+        {"StringOfCount64", "\x5F\x13" + BigEndian(1, 8) + "a", "<string>a</string>\n"},
+        {"StringOfByte80IsLatin1", "\x51\x80", "<string>\u0080</string>\n"},
+        {"StringIsLatin1", "\x54z\x80\xE9\xFF", "<string>z\u0080\u00E9\u00FF</string>\n"},
+        {"Utf16String", "\x63\x00\xE9\xD8\x3D\xDE\x00"s, "<string>\u00E9\U0001F600</string>\n"},
+    }),
+    [](const auto& test) { return test.param.name; });
+
+TEST(BinaryList, IntegersOfSixteenAndOfEightBytesShareTheirValues) {
     for (const std::uint64_t value : {0ULL, 1ULL, ~0ULL >> 1})
-        EXPECT_EQ(ReadList(BinaryList({"\x14" + BigEndian(0, 8) + BigEndian(value, 8)}).Bytes())
-                      .list.Get(),
+        EXPECT_EQ(ReadList(BinaryList({Integer128(0, value)}).Bytes()).list.Get(),
                   ReadList(BinaryList({"\x13" + BigEndian(value, 8)}).Bytes()).list.Get());
 }
 
-TEST(BinaryList, ReadsBooleansRealsDatesAndData) {
-    EXPECT_EQ(WriteBinary({"\x08"}), "<false/>\n");
-    EXPECT_EQ(WriteBinary({"\x09"}), "<true/>\n");
-    EXPECT_EQ(WriteBinary({"\x22\x3F\xC0\x00\x00"s}), "<real>1.5</real>\n");
-    EXPECT_EQ(WriteBinary({"\x23\xBF\xF8" + std::string(6, '\0')}), "<real>-1.5</real>\n");
-    EXPECT_EQ(WriteBinary({"\x33" + std::string(8, '\0')}), "<date>2001-01-01T00:00:00Z</date>\n");
-    EXPECT_EQ(WriteBinary({"\x43\x01\x02\x03"}), "<data>\nAQID\n</data>\n");
-    EXPECT_EQ(WriteBinary({"\x40"}), "<data>\n</data>\n");
-}
-
-TEST(BinaryList, ReadsStringsOfBothKinds) {
-    EXPECT_EQ(WriteBinary({"\x50"}), "<string></string>\n");
-    EXPECT_EQ(WriteBinary({"\x52"
-                           "ab"}),
-              "<string>ab</string>\n");
-    EXPECT_EQ(WriteBinary({"\x5F\x10\x10"
-                           "0123456789abcdef"}),
-              "<string>0123456789abcdef</string>\n");
-    for (const std::size_t width : {1U, 2U, 4U, 8U})
-        EXPECT_EQ(WriteBinary({"\x5F" +
-                               std::string(1, static_cast<char>(0x10 + std::bit_width(width) - 1)) +
-                               BigEndian(1, width) + "a"}),
-                  "<string>a</string>\n")
-            << width;
-    EXPECT_EQ(WriteBinary({"\x63\x00\xE9\xD8\x3D\xDE\x00"s}),
-              "<string>\xC3\xA9\xF0\x9F\x98\x80</string>\n");
-}
-
-TEST(BinaryList, RefusesOtherObjects) {
+TEST(BinaryList, MalformedAndUnknownObjectsAreRefused) {
     const std::string refused[] = {
-        "",                                    // nothing there
-        "\x0F",                                // fill
+        "",                                    // no byte
+        "\x0F",                                // fill byte
         "\x20\x00"s,                           // real of one byte
         "\x32" + std::string(4, '\0'),         // date of four bytes
         "\x32" + std::string(8, '\0'),         // date of four bytes and more
-        "\x33\x7F\xF8" + std::string(6, '\0'), // no number
-        "\x33\x7F\xE0" + std::string(6, '\0'), // no calendar date
+        "\x33\x7F\xF8" + std::string(6, '\0'), // not a number
+        "\x33\x7F\xE0" + std::string(6, '\0'), // beyond the calendar
         "\x61\xD8\x00"s,                       // unpaired surrogate
-        "\x81\x01",                            // identifier that lacks a byte
+        "\x81\x01",                            // identifier cut by one byte
         "\xC1\x00"s,                           // set that contains itself
-        "\xC1\x07",                            // set of what is not there
-        "\x01",                                // unknown
+        "\xC1\x07",                            // set of a missing object
+        "\x01",                                // unknown types
         "\x70",
         "\x90",
+        "\x15" + std::string(32, '\0'), // integer of 32 bytes
         "\xE0",
         "\xF0",
         "\x5F",                              // no count
-        "\x5F\x50",                          // count that is no integer
+        "\x5F\x50",                          // count that is a string
         "\x5F\x14" + BigEndian(1, 16) + "a", // count of 16 bytes
         "\x5F\x0F" + std::string(32767, '\0') + "\x01" + std::string(32768, 'a'),
         "\x5F\x13" + BigEndian(~0ULL, 8),      // count beyond the file
         "\x6F\x13" + BigEndian(1ULL << 63, 8), // count that overflows with its size
         "\xDF\x13" + BigEndian(1ULL << 63, 8),
-        "\x52"
-        "a", // cut
+        "\x52y", // cut
         "\x13" + BigEndian(0, 7),
     };
     for (const std::string& object : refused)
         EXPECT_EQ(WriteBinary({object}), kRefused) << testing::PrintToString(object);
 }
 
-TEST(BinaryList, ReadsContainersWithWideReferences) {
+TEST(BinaryList, ContainersWithReferencesOfFiveBytesAreRead) {
     BinaryList list({"\xA2" + BigEndian(1, 5) + BigEndian(2, 5),
-                     "\xD1" + BigEndian(3, 5) + BigEndian(2, 5), "\x09",
-                     "\x51"
-                     "k"});
+                     "\xD1" + BigEndian(3, 5) + BigEndian(2, 5), "\x09", "\x51k"});
     list.referenceSize = 5;
     list.offsetSize = 8;
     const ReadResult result = ReadList(list.Bytes());
@@ -173,9 +181,7 @@ TEST(BinaryList, ReadsContainersWithWideReferences) {
               "<array>\n\t<dict>\n\t\t<key>k</key>\n\t\t<true/>\n\t</dict>\n\t<true/>\n</array>\n");
 }
 
-TEST(BinaryList, AsciiFrom80OnIsLatin1) {
-    EXPECT_EQ(WriteBinary({"\x51\x80"}), "<string>\u0080</string>\n");
-    EXPECT_EQ(WriteBinary({"\x54z\x80\xE9\xFF"}), "<string>z\u0080\u00E9\u00FF</string>\n");
+TEST(BinaryList, KeyIsLatin1) {
     EXPECT_EQ(WriteBinary({"\xD1\x01\x02", "\x51\xE9", "\x09"}),
               "<dict>\n\t<key>\u00E9</key>\n\t<true/>\n</dict>\n");
 }
@@ -199,8 +205,7 @@ TEST(BinaryList, FirstOfManyEqualKeysCounts) {
     EXPECT_EQ(WriteBinary(objects), "<dict>\n\t<key>k</key>\n\t<integer>0</integer>\n</dict>\n");
 }
 
-// An array of the object and a string: whether the rest of a list can be read beside it.
-TEST(BinaryList, WhatOnlyArchivesHaveRefusesNothing) {
+TEST(BinaryList, ObjectsOfArchivesAreNullAndTheMembersBesideThemAreRead) {
     const std::string objects[] = {
         "\x00"s,                          // null
         "\x80\x01",                       // identifier
@@ -210,8 +215,7 @@ TEST(BinaryList, WhatOnlyArchivesHaveRefusesNothing) {
         "\xB1\x02", // ordered set
     };
     for (const std::string& object : objects) {
-        for (const CFOptionFlags mutability :
-             {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+        for (const CFOptionFlags mutability : kMutabilities) {
             SCOPED_TRACE(testing::PrintToString(object));
             const BinaryList list({"\xA2\x01\x02", object, "\x51k"});
             const ReadResult result = ReadList(list.Bytes(), mutability);
@@ -224,14 +228,13 @@ TEST(BinaryList, WhatOnlyArchivesHaveRefusesNothing) {
     }
 }
 
-TEST(BinaryList, KeysThatAreNoStringsHideNoOthers) {
+TEST(BinaryList, PairsBesideKeysThatAreNoStringsAreRead) {
     const std::string keys[] = {"\x09",     "\x10\x01", "\xA0",
                                 "\xD0",     "\x00"s,    "\x80\x01",
                                 "\xC1\x02", "\x40",     "\x23\x3F\xF0" + std::string(6, '\0'),
                                 "\xA1\x02"};
     for (const std::string& key : keys) {
-        for (const CFOptionFlags mutability :
-             {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+        for (const CFOptionFlags mutability : kMutabilities) {
             SCOPED_TRACE(testing::PrintToString(key));
             const BinaryList list(
                 {"\xD4\x01\x02\x01\x05\x03\x04\x03\x03", key, "\x51k", "\x08", "\x09", "\x51j"});
@@ -244,22 +247,21 @@ TEST(BinaryList, KeysThatAreNoStringsHideNoOthers) {
     }
 }
 
-TEST(BinaryList, KeysCountAsLevels) {
+TEST(BinaryList, ContainersInKeysNestTo512Levels) {
     for (const std::size_t levels : {512U, 513U}) {
         std::vector<std::string> objects = {"\xD1" + BigEndian(1, 2) + BigEndian(levels, 2)};
         for (std::size_t i = 2; i < levels; ++i)
             objects.push_back("\xA1" + BigEndian(i, 2));
         objects.push_back("\xA0");
         objects.push_back("\x09");
-        BinaryList list(objects);
-        list.referenceSize = 2;
-        EXPECT_EQ(static_cast<bool>(ReadList(list.Bytes()).list), levels == 512) << levels;
+        const ReadResult result = ReadList(BytesWithWideReferences(objects));
+        EXPECT_EQ(static_cast<bool>(result.list), levels == 512) << levels;
     }
 }
 
 // The trailer
 
-TEST(BinaryList, RefusesWrongTrailers) {
+TEST(BinaryList, WrongTrailersAreRefused) {
     const BinaryList good({"\x09"});
     ASSERT_TRUE(ReadList(good.Bytes()).list);
     const auto refused = [&](auto falsify) {
@@ -281,13 +283,13 @@ TEST(BinaryList, RefusesWrongTrailers) {
     refused([](BinaryList& list) { list.tableShift = 1000; });
     refused([](BinaryList& list) { list.tableShift = ~0ULL - 3; });
     refused([](BinaryList& list) { list.tableShift = 0 - std::uint64_t{9}; });
-    refused([](BinaryList& list) { // as many offsets as fit between the trailer and a place in it
+    refused([](BinaryList& list) { // offsets as many as make the table end inside the trailer
         list.tableShift = 4;
         list.objectCount = 0x5555555555555555;
     });
 }
 
-TEST(BinaryList, TopObjectIsTheOneThatTheTrailerNames) {
+TEST(BinaryList, TrailerNamesTheTopObject) {
     for (const std::uint64_t top : {0U, 1U, 2U, 257U, 299U}) {
         std::vector<std::string> objects;
         for (std::uint64_t i = 0; i < 300; ++i)
@@ -299,7 +301,7 @@ TEST(BinaryList, TopObjectIsTheOneThatTheTrailerNames) {
     }
 }
 
-TEST(BinaryList, RefusesOffsetsOutsideOfTheObjects) {
+TEST(BinaryList, OffsetsOutsideOfTheObjectsAreRefused) {
     for (const std::uint64_t offset : {0ULL, 7ULL, 9ULL, 1000ULL, ~0ULL}) {
         BinaryList list({"\x09"});
         list.offsetSize = 8;
@@ -309,7 +311,7 @@ TEST(BinaryList, RefusesOffsetsOutsideOfTheObjects) {
     }
 }
 
-TEST(BinaryList, RefusesOffsetsTooNarrowForTheFile) {
+TEST(BinaryList, OffsetsTooNarrowForTheFileAreRefused) {
     BinaryList list({"\x5F\x11\x01\x00"s + std::string(256, 'a')});
     list.offsetSize = 1;
     EXPECT_EQ(ReadList(list.Bytes()).error, kRefused);
@@ -317,7 +319,7 @@ TEST(BinaryList, RefusesOffsetsTooNarrowForTheFile) {
     EXPECT_TRUE(ReadList(list.Bytes()).list);
 }
 
-TEST(BinaryList, RefusesBytesBetweenOffsetsAndTrailer) {
+TEST(BinaryList, BytesBetweenOffsetsAndTrailerAreRefused) {
     const std::string bytes = BinaryList({"\x09"}).Bytes();
     for (const std::size_t count : {1U, 2U, 3U, 6U}) {
         std::string longer = bytes;
@@ -326,13 +328,13 @@ TEST(BinaryList, RefusesBytesBetweenOffsetsAndTrailer) {
     }
 }
 
-TEST(BinaryList, RefusesOtherVersions) {
+TEST(BinaryList, OtherVersionsAreRefused) {
     std::string bytes = BinaryList({"\x09"}).Bytes();
     bytes[7] = '1';
     EXPECT_EQ(ReadList(bytes).error, kRefused);
 }
 
-// Hostile lists. The work is counted, not timed: each reference of an array and each pair of a
+// Untrusted lists. The work is counted, not timed: each reference of an array and each pair of a
 // dictionary adds one value.
 
 std::size_t CountWork(const std::string& bytes) {
@@ -341,7 +343,7 @@ std::size_t CountWork(const std::string& bytes) {
     return CountAddedValues();
 }
 
-TEST(BinaryList, RefusesListsThatContainThemselves) {
+TEST(BinaryList, ListsThatContainThemselvesAreRefused) {
     EXPECT_EQ(WriteBinary({"\xA1\x00"s}), kRefused);
     EXPECT_EQ(WriteBinary({"\xA1\x01", "\xA1\x00"s}), kRefused);
     EXPECT_EQ(WriteBinary({"\xD1\x01\x00"s, "\x51k"}), kRefused);
@@ -357,11 +359,10 @@ std::vector<std::string> SharedReferenceBomb() {
     return objects;
 }
 
-TEST(BinaryList, ConvertsEachObjectOfABombOnce) {
+TEST(BinaryList, EachObjectOfASharedReferenceBombIsConvertedOnce) {
     const BinaryList bomb(SharedReferenceBomb());
     EXPECT_EQ(CountWork(bomb.Bytes()), 200U);
-    for (const CFOptionFlags mutability :
-         {kCFPropertyListImmutable, kCFPropertyListMutableContainersAndLeaves}) {
+    for (const CFOptionFlags mutability : kMutabilities) {
         const ReadResult result = ReadList(bomb.Bytes(), mutability);
         ASSERT_TRUE(result.list);
         EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(result.list.Get())), 2);
@@ -369,17 +370,17 @@ TEST(BinaryList, ConvertsEachObjectOfABombOnce) {
     }
 }
 
-// A second conversion would claim the string's bytes again, and no byte is left to claim.
-TEST(BinaryList, ConvertsASharedLeafOnce) {
+// The budget for converted bytes is the file's size: no budget remains for a second conversion.
+TEST(BinaryList, SharedLeafIsConvertedOnce) {
     const BinaryList list(
         {"\xAF\x10\x80" + std::string(128, '\x01'), "\x5F\x10\x40" + std::string(64, 'a')});
     EXPECT_TRUE(ReadList(list.Bytes()).list);
     EXPECT_EQ(CountWork(list.Bytes()), 128U);
 }
 
-// A list of arrays of 255 references, each beginning three bytes behind the one before. What they
-// refer to, and what their heads read as, is the same boolean.
-TEST(BinaryList, OverlappingObjectsClaimNoMoreThanTheFile) {
+// Arrays of 255 references, each beginning three bytes behind the one before. All references are to
+// the same boolean.
+TEST(BinaryList, OverlappingObjectsCauseNoMoreWorkThanTheFileHasBytes) {
     constexpr std::size_t kArrays = 15;
     constexpr std::size_t kObjects = 256;
     std::string bytes = "bplist00\xAF\x10\x0F";
@@ -402,7 +403,7 @@ TEST(BinaryList, OverlappingObjectsClaimNoMoreThanTheFile) {
     EXPECT_EQ(ReadList(bytes).error, kRefused);
 }
 
-TEST(BinaryList, NoTwoObjectsHaveTheSameBytes) {
+TEST(BinaryList, TwoObjectsAtTheSameOffsetAreRefused) {
     const BinaryList list({"\xA2\x01\x02", "\x51k", "\x09"});
     std::string bytes = list.Bytes();
     ASSERT_TRUE(ReadList(bytes).list);
@@ -411,8 +412,9 @@ TEST(BinaryList, NoTwoObjectsHaveTheSameBytes) {
     EXPECT_EQ(ReadList(bytes).error, kRefused);
 }
 
-// The innermost first: no conversion goes deep, yet the last array is as high as all of them.
-std::vector<std::string> TowerFromBelow(std::size_t levels) {
+// An array of nested arrays, the innermost first: converting each in turn never recurses deeply,
+// yet the last array has `levels` levels.
+std::string TowerFromBelow(std::size_t levels) {
     std::string all = "\xAF\x11" + BigEndian(levels, 2);
     std::vector<std::string> objects = {"", "\xA0"};
     for (std::size_t i = 1; i <= levels; ++i) {
@@ -420,24 +422,17 @@ std::vector<std::string> TowerFromBelow(std::size_t levels) {
         objects.push_back("\xA1" + BigEndian(i, 2));
     }
     objects[0] = all;
-    return objects;
+    return BytesWithWideReferences(objects);
 }
 
-TEST(BinaryList, RefusesTowersHoweverTheyAreReferredTo) {
-    BinaryList tower(TowerFromBelow(511));
-    tower.referenceSize = 2;
-    EXPECT_TRUE(ReadList(tower.Bytes()).list);
-    BinaryList higher(TowerFromBelow(512));
-    higher.referenceSize = 2;
-    EXPECT_EQ(ReadList(higher.Bytes()).error, kRefused);
-    BinaryList highest(TowerFromBelow(60000));
-    highest.referenceSize = 2;
-    EXPECT_EQ(ReadList(highest.Bytes()).error, kRefused);
+TEST(BinaryList, ArraysConvertedFromTheInnermostNestTo511Levels) {
+    EXPECT_TRUE(ReadList(TowerFromBelow(511)).list);
+    EXPECT_EQ(ReadList(TowerFromBelow(512)).error, kRefused);
+    EXPECT_EQ(ReadList(TowerFromBelow(60000)).error, kRefused);
 }
 
-// Towers of that many levels, the outermost first: of arrays, of arrays and sets in turn, of keys
-// and of values. Each array and dictionary adds the string behind the last level before it
-// descends.
+// Lists of that many levels, the outermost first: nested arrays, arrays and sets in turn, keys, and
+// values. Each array and dictionary adds the string behind the last level before its member.
 std::vector<std::string> Towers(std::size_t levels) {
     const std::string leaf = BigEndian(levels, 2);
     const auto array = [&](std::size_t member) { return "\xA2" + leaf + BigEndian(member, 2); };
@@ -458,21 +453,19 @@ std::vector<std::string> Towers(std::size_t levels) {
             objects.push_back(container(i));
         objects.push_back("\xA0");
         objects.push_back("\x51k");
-        BinaryList list(objects);
-        list.referenceSize = 2;
-        towers.push_back(list.Bytes());
+        towers.push_back(BytesWithWideReferences(objects));
     }
     return towers;
 }
 
-TEST(BinaryList, NestsTo512Levels) {
+TEST(BinaryList, ContainersOfEveryKindNestTo512Levels) {
     for (const std::string& tower : Towers(512))
         EXPECT_TRUE(ReadList(tower).list) << tower.substr(0, 20);
     for (const std::string& tower : Towers(513))
         EXPECT_EQ(ReadList(tower).error, kRefused) << tower.substr(0, 20);
 }
 
-TEST(BinaryList, ObjectsThatAreNoContainersAreNoLevels) {
+TEST(BinaryList, ScalarsInTheLastLevelAreNoLevel) {
     const std::string objects[] = {"\x00"s,
                                    "\x09",
                                    "\x10\x05",
@@ -487,14 +480,12 @@ TEST(BinaryList, ObjectsThatAreNoContainersAreNoLevels) {
         for (std::size_t i = 1; i <= 512; ++i)
             tower.push_back("\xA1" + BigEndian(i, 2));
         tower.push_back(object);
-        BinaryList list(tower);
-        list.referenceSize = 2;
-        EXPECT_TRUE(ReadList(list.Bytes()).list) << testing::PrintToString(object);
+        EXPECT_TRUE(ReadList(BytesWithWideReferences(tower)).list)
+            << testing::PrintToString(object);
     }
 }
 
-// Each container has to be converted to convert the one that refers to it.
-TEST(BinaryList, ConvertsNoMoreThan512LevelsOfATower) {
+TEST(BinaryList, WorkForATowerThatIsTooHighEndsAtTheMaximumLevel) {
     for (const std::string& tower : Towers(5000)) {
         const std::size_t work = CountWork(tower);
         EXPECT_GE(work, 256U) << tower.substr(0, 20);
@@ -502,20 +493,18 @@ TEST(BinaryList, ConvertsNoMoreThan512LevelsOfATower) {
     }
 }
 
-// Everything in one list.
-std::string MotleyBinary() {
-    return BinaryList({"\xD2\x01\x02\x03\x04",
-                       "\x51"
-                       "a",
-                       "\x61\x00\xE9"s, "\xA8\x05\x06\x07\x08\x09\x0A\x0B\x05", "\x43\x01\x02\x03",
-                       "\x10\x05", "\x13" + BigEndian(~0ULL, 8), "\x22\x3F\xC0\x00\x00"s,
+// A list with an object of every type.
+std::string ListOfEveryType() {
+    return BinaryList({"\xD2\x01\x02\x03\x04", "\x51k", "\x61\x00\xE9"s,
+                       "\xA8\x05\x06\x07\x08\x09\x0A\x0B\x05", "\x43\x01\x02\x03", "\x10\x05",
+                       "\x13" + BigEndian(~0ULL, 8), "\x22\x3F\xC0\x00\x00"s,
                        "\x23\xBF\xF8" + std::string(6, '\0'), "\x33" + std::string(8, '\0'), "\x09",
-                       "\x14" + BigEndian(0, 8) + BigEndian(~0ULL, 8)})
+                       Integer128(0, ~0ULL)})
         .Bytes();
 }
 
-TEST(BinaryList, RefusesEveryPrefix) {
-    const std::string bytes = MotleyBinary();
+TEST(BinaryList, EveryPrefixOfAListIsRefused) {
+    const std::string bytes = ListOfEveryType();
     ASSERT_TRUE(ReadList(bytes).list);
     for (std::size_t length = 0; length < bytes.size(); ++length) {
         const ReadResult result = ReadList(bytes.substr(0, length));
@@ -524,8 +513,8 @@ TEST(BinaryList, RefusesEveryPrefix) {
     }
 }
 
-TEST(BinaryList, SurvivesAnyChangedByte) {
-    const std::string bytes = MotleyBinary();
+TEST(BinaryList, AnyChangedByteGivesAListOrTheError) {
+    const std::string bytes = ListOfEveryType();
     for (std::size_t i = 8; i < bytes.size(); ++i) {
         for (int value = 0; value < 256; ++value) {
             std::string changed = bytes;
