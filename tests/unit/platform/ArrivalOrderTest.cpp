@@ -1,6 +1,6 @@
 /*
- * Which goes first when a loop comes late: a timer that is due, or input at a socket. Input that
- * had reached the machine when the timer became due does, even if no thread of the process could
+ * The order of a due timer and of input at a socket in a loop that runs late. Input that had
+ * reached the machine when the timer became due goes first, even if no thread of the process could
  * run between the two.
  */
 
@@ -11,8 +11,8 @@
 #include "ResourceUsage.h"
 #include "TestSocket.h"
 #include "loop/Arrivals.h"
-
-#include <gmock/gmock.h>
+#include "support/Matchers.h"
+#include "support/NotCopyable.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -25,10 +25,9 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
-
-using testing::ElementsAre;
 
 namespace {
 
@@ -36,10 +35,10 @@ constexpr CFTimeInterval kDay = 86400;
 
 std::mutex g_mutex;
 std::condition_variable g_changed;
-bool g_isStopped = false;                 // the background thread does not run
-std::atomic<bool> g_findsNothing = false; // who reads, as if another reader had been faster
-std::atomic<int> g_vainReads = 0;
-std::atomic<bool> g_interruptsLooks = false; // for the end
+bool g_isStopped = false;                    // the background thread does not run
+std::atomic<bool> g_findsNothing = false;    // recv() fails as if another reader had been faster
+std::atomic<int> g_vainReads = 0;            // calls of recv() that failed so
+std::atomic<bool> g_interruptsPeeks = false; // recv() with MSG_PEEK, which looks for the end
 
 } // namespace
 
@@ -48,7 +47,7 @@ int __real_epoll_wait(int epoll, epoll_event* events, int count, int millisecond
 ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
 
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
-    if (g_interruptsLooks && (flags & MSG_PEEK) != 0) {
+    if (g_interruptsPeeks && (flags & MSG_PEEK) != 0) {
         errno = EINTR;
         return -1;
     }
@@ -59,7 +58,7 @@ ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
     return -1;
 }
 
-// The background thread's wait takes nothing from the kernel before the thread may run.
+// The background thread takes nothing from the kernel while it is stopped.
 int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int milliseconds) {
     if (milliseconds == 0)
         return __real_epoll_wait(epoll, events, count, 0);
@@ -73,15 +72,13 @@ int __wrap_epoll_wait(int epoll, epoll_event* events, int count, int millisecond
 
 namespace {
 
-// While it lives, no thread but the test's runs, as when the process is stopped.
-class Stop {
+// Stops the background thread, as if the whole process were stopped.
+class Stop : NotCopyable {
 public:
     Stop() {
         const std::lock_guard lock(g_mutex);
         g_isStopped = true;
     }
-    Stop(const Stop&) = delete;
-    Stop& operator=(const Stop&) = delete;
     ~Stop() {
         const std::lock_guard lock(g_mutex);
         g_isStopped = false;
@@ -98,7 +95,7 @@ protected:
         socket_.AddToLoop();
     }
 
-    // A timer of the loop that is due once, in so many seconds.
+    // A callout that appends the name to order_.
     std::function<void()> Note(const char* name) {
         return [this, name] { order_.push_back(name); };
     }
@@ -106,13 +103,13 @@ protected:
         return start_ + seconds;
     }
 
-    // The bytes have come and are read in the background.
+    // Returns when the background thread has read the bytes.
     void Send(std::string_view bytes) const {
         peer_.Write(bytes);
         peer_.AwaitReading();
     }
 
-    // Runs the loop until the last timer has fired and the socket has nothing more.
+    // Runs the loop until the timers of the test have fired and all input is read.
     void Run() {
         TestTimer last(In(100), 0, StopCurrentRun);
         CFRunLoopRun();
@@ -126,40 +123,62 @@ protected:
     std::vector<std::string> order_;
 };
 
-// ---- the process stood still ----
+// ---- the process was stopped ----
 
-TEST_F(ArrivalOrderTest, InputBeforeTheDateGoesFirstAfterAStop) {
-    TestTimer timer(In(30), 0, Note("timer"));
+struct LateLoop {
+    const char* name;
+    CFTimeInterval timerDate; // seconds after the stop
+    CFTimeInterval inputDate;
+    CFTimeInterval runDate; // the process continues
+    std::function<void(Peer&, const TestSocket&)> input;
+    std::vector<std::string> order;
+};
+
+class LateLoopTest : public ArrivalOrderTest, public testing::WithParamInterface<LateLoop> {};
+
+TEST_P(LateLoopTest, CalloutsAreInTheOrderOfTheirDates) {
+    const LateLoop& late = GetParam();
+    TestTimer timer(In(late.timerDate), 0, Note("timer"));
     const Stop stop;
-    clock_.Advance(0.2);
-    peer_.Write("reply");
-    clock_.Advance(30.8);
+    clock_.Advance(late.inputDate);
+    late.input(peer_, socket_);
+    clock_.Advance(late.runDate - late.inputDate);
     Run();
-    EXPECT_THAT(order_, ElementsAre("reply", "timer"));
+    EXPECT_EQ(order_, late.order);
 }
 
-TEST_F(ArrivalOrderTest, InputAfterTheDateComesSecondAfterAStop) {
-    TestTimer timer(In(30), 0, Note("timer"));
-    const Stop stop;
-    clock_.Advance(30.5);
-    peer_.Write("reply");
-    clock_.Advance(0.5);
-    Run();
-    EXPECT_THAT(order_, ElementsAre("timer", "reply"));
+void Reply(Peer& peer, const TestSocket&) {
+    peer.Write("reply");
 }
 
-TEST_F(ArrivalOrderTest, InputAPartOfASecondBeforeTheDateGoesFirstAfterAStop) {
-    TestTimer timer(In(30.5), 0, Note("timer"));
-    const Stop stop;
-    clock_.Advance(30.2);
-    peer_.Write("reply");
-    clock_.Advance(1);
-    Run();
-    EXPECT_THAT(order_, ElementsAre("reply", "timer"));
+void End(Peer& peer, const TestSocket&) {
+    peer.ShutDownWriting();
 }
 
-// Whoever of the two threads runs first after the stop.
-TEST_F(ArrivalOrderTest, InputReadInTheBackgroundAfterAStopKeepsItsPlace) {
+void ReplyAndEnd(Peer& peer, const TestSocket&) {
+    peer.Write("x");
+    peer.ShutDownWriting();
+}
+
+void ReplyAndReset(Peer& peer, const TestSocket& socket) {
+    EXPECT_EQ(socket.Send("a request that the peer does not read"), kCFSocketSuccess);
+    peer.Write("reply");
+    peer.Close();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , LateLoopTest,
+    testing::ValuesIn(std::vector<LateLoop>{
+        {"InputBeforeTheTimer", 30, 0.2, 31, Reply, {"reply", "timer"}},
+        {"InputAfterTheTimer", 30, 30.5, 31, Reply, {"timer", "reply"}},
+        {"InputAFractionOfASecondBeforeTheTimer", 30.5, 30.2, 31.2, Reply, {"reply", "timer"}},
+        {"EndAfterTheTimer", 30, 30.5, 31, End, {"timer", "end"}},
+        {"EndBehindAByteBeforeTheTimer", 30, 0, 31, ReplyAndEnd, {"x", "end", "timer"}},
+        {"ResetBehindInputBeforeTheTimer", 30, 0, 31, ReplyAndReset, {"reply", "end", "timer"}},
+    }),
+    [](const auto& test) { return test.param.name; });
+
+TEST_F(ArrivalOrderTest, InputThatTheBackgroundThreadReadsAfterAStopKeepsItsPlace) {
     TestTimer timer(In(30), 0, Note("timer"));
     {
         const Stop stop;
@@ -172,7 +191,7 @@ TEST_F(ArrivalOrderTest, InputReadInTheBackgroundAfterAStopKeepsItsPlace) {
     EXPECT_THAT(order_, ElementsAre("before", "timer", "after"));
 }
 
-TEST_F(ArrivalOrderTest, MuchInputReadInTheBackgroundBeforeTheDateGoesFirst) {
+TEST_F(ArrivalOrderTest, LargeInputReadInTheBackgroundBeforeTheTimerGoesFirst) {
     TestTimer timer(In(30), 0, Note("timer"));
     const std::string large(200'000, 'x');
     Send(large);
@@ -182,7 +201,7 @@ TEST_F(ArrivalOrderTest, MuchInputReadInTheBackgroundBeforeTheDateGoesFirst) {
     EXPECT_EQ(order_.back(), "timer");
 }
 
-TEST_F(ArrivalOrderTest, AllInputBeforeTheDateGoesFirstAndSoDoesTheEnd) {
+TEST_F(ArrivalOrderTest, LargeInputAndItsEndBeforeTheTimerGoFirstAfterAStop) {
     TestTimer timer(In(30), 0, Note("timer"));
     const Stop stop;
     const std::string large(100'000, 'x');
@@ -192,31 +211,10 @@ TEST_F(ArrivalOrderTest, AllInputBeforeTheDateGoesFirstAndSoDoesTheEnd) {
     Run();
     EXPECT_EQ(socket_.Received(), large);
     ASSERT_GE(order_.size(), 3U);
-    EXPECT_EQ(order_[order_.size() - 2], "end");
-    EXPECT_EQ(order_.back(), "timer");
+    EXPECT_THAT(std::span(order_).last(2), ElementsAre("end", "timer"));
 }
 
-TEST_F(ArrivalOrderTest, EndBehindASingleByteBeforeTheDateGoesFirst) {
-    TestTimer timer(In(30), 0, Note("timer"));
-    const Stop stop;
-    peer_.Write("x");
-    peer_.ShutDownWriting();
-    clock_.Advance(31);
-    Run();
-    EXPECT_THAT(order_, ElementsAre("x", "end", "timer"));
-}
-
-TEST_F(ArrivalOrderTest, EndAfterTheDateComesSecondAfterAStop) {
-    TestTimer timer(In(30), 0, Note("timer"));
-    const Stop stop;
-    clock_.Advance(30.5);
-    peer_.ShutDownWriting();
-    clock_.Advance(0.5);
-    Run();
-    EXPECT_THAT(order_, ElementsAre("timer", "end"));
-}
-
-TEST_F(ArrivalOrderTest, InputThatIsNotToBeHadYetIsNotWaitedFor) {
+TEST_F(ArrivalOrderTest, TimerDoesNotWaitForInputThatCannotBeReadYet) {
     TestTimer timer(In(30), 0, [this] {
         order_.push_back("timer");
         g_findsNothing = false;
@@ -231,29 +229,18 @@ TEST_F(ArrivalOrderTest, InputThatIsNotToBeHadYetIsNotWaitedFor) {
     EXPECT_THAT(order_, ElementsAre("timer", "reply"));
 }
 
-TEST_F(ArrivalOrderTest, InterruptedLookForTheEndIsNoEnd) {
+TEST_F(ArrivalOrderTest, InterruptedPeekForTheEndIsNoEnd) {
     TestTimer timer(In(30), 0, Note("timer"));
     const Stop stop;
     peer_.Write("reply");
     clock_.Advance(31);
-    g_interruptsLooks = true;
+    g_interruptsPeeks = true;
     Run();
-    g_interruptsLooks = false;
+    g_interruptsPeeks = false;
     EXPECT_THAT(order_, ElementsAre("reply", "timer"));
 }
 
-TEST_F(ArrivalOrderTest, ResetBehindInputBeforeTheDateGoesFirst) {
-    TestTimer timer(In(30), 0, Note("timer"));
-    const Stop stop;
-    EXPECT_EQ(socket_.Send("a request that nobody reads"), kCFSocketSuccess);
-    peer_.Write("reply");
-    peer_.Close();
-    clock_.Advance(31);
-    Run();
-    EXPECT_THAT(order_, ElementsAre("reply", "end", "timer"));
-}
-
-TEST_F(ArrivalOrderTest, InputBeforeTheDateThatFindsNoMemoryIsAnEndBeforeIt) {
+TEST_F(ArrivalOrderTest, InputReadWithoutMemoryBeforeTheTimerIsAnEndBeforeIt) {
     TestTimer timer(In(30), 0, Note("timer"));
     const Stop stop;
     peer_.Write("reply");
@@ -267,7 +254,7 @@ TEST_F(ArrivalOrderTest, InputBeforeTheDateThatFindsNoMemoryIsAnEndBeforeIt) {
     EXPECT_THAT(order_, ElementsAre("end", "timer"));
 }
 
-TEST_F(ArrivalOrderTest, InputBetweenTwoDatesComesBetweenTheirTimersAfterAStop) {
+TEST_F(ArrivalOrderTest, InputBetweenTwoTimersComesBetweenThemAfterAStop) {
     TestTimer second(In(30), 0, Note("second"));
     TestTimer first(In(20), 0, Note("first"));
     const Stop stop;
@@ -278,7 +265,7 @@ TEST_F(ArrivalOrderTest, InputBetweenTwoDatesComesBetweenTheirTimersAfterAStop) 
     EXPECT_THAT(order_, ElementsAre("first", "reply", "second"));
 }
 
-TEST_F(ArrivalOrderTest, TimerDoesNotFireOnceInputBeforeItStopsTheRun) {
+TEST_F(ArrivalOrderTest, TimerDoesNotFireAfterEarlierInputStoppedTheRun) {
     TestTimer timer(In(30), 0, Note("timer"));
     socket_.atChunk = [this] {
         order_.push_back("reply");
@@ -291,7 +278,7 @@ TEST_F(ArrivalOrderTest, TimerDoesNotFireOnceInputBeforeItStopsTheRun) {
     EXPECT_THAT(order_, ElementsAre("reply"));
 }
 
-TEST_F(ArrivalOrderTest, SourceThatIsCalledOutIsNotEnteredAgainForItsEarlyInput) {
+TEST_F(ArrivalOrderTest, SourceIsNotPerformedAgainInsideItsOwnCallout) {
     const Stop stop;
     socket_.atChunk = [this] {
         order_.push_back(socket_.chunks.back());
@@ -312,7 +299,7 @@ TEST_F(ArrivalOrderTest, SourceThatIsCalledOutIsNotEnteredAgainForItsEarlyInput)
     EXPECT_THAT(order_, ElementsAre("first", "timer", "return", "second"));
 }
 
-TEST_F(ArrivalOrderTest, WithoutADescriptorForTheDeadlineTheTimerFiresAndNothingIsLost) {
+TEST_F(ArrivalOrderTest, WithoutADescriptorForTheDeadlineTheTimerFiresFirst) {
     clock_.RefuseAlarms(true);
     TestTimer timer(In(30), 0, Note("timer"));
     clock_.RefuseAlarms(false);
@@ -325,29 +312,29 @@ TEST_F(ArrivalOrderTest, WithoutADescriptorForTheDeadlineTheTimerFiresAndNothing
 
 // ---- the loop does not take what arrives ----
 
-// Each chunk counts for 16 bytes more than it has.
-TEST_F(ArrivalOrderTest, ReadingRestsFrom64MBytesDownTo32) {
+// A chunk counts for 16 bytes more than its length.
+TEST_F(ArrivalOrderTest, ReadingPausesFrom64MBytesDownTo32) {
     std::vector<std::size_t> half(511, 64 * 1024);
     half.push_back(56 * 1024);
     for (int i = 0; i < 2; ++i)
         for (const std::size_t size : half) {
             {
-                const Stop stop; // so that it is read as one chunk
+                const Stop stop; // until all is written: one chunk
                 peer_.Write(std::string(size, 'x'));
             }
             peer_.AwaitReading();
         }
-    const auto rests = [this] {
+    const auto isPaused = [this] {
         cf::HandleArrivals();
         return peer_.Unread() > 0;
     };
     peer_.Write("behind");
-    EXPECT_TRUE(rests());
+    EXPECT_TRUE(isPaused());
     socket_.RemoveFromLoop();
     socket_.AddToLoop();
-    EXPECT_TRUE(rests());
+    EXPECT_TRUE(isPaused());
     socket_.atChunk = [&] {
-        EXPECT_EQ(rests(), socket_.chunks.size() < half.size());
+        EXPECT_EQ(isPaused(), socket_.chunks.size() < half.size());
         if (socket_.chunks.size() == half.size())
             StopCurrentRun();
     };
@@ -374,7 +361,7 @@ public:
         const std::lock_guard lock(cf::ArrivalsMutex());
         Unwatch();
     }
-    // How often the handler is called for one input.
+    // The number of calls of the handler for one input.
     int CountCalls() const {
         count_ = 0;
         EXPECT_EQ(eventfd_write(descriptor_, 1), 0);
@@ -393,7 +380,7 @@ private:
     mutable int count_ = 0;
 };
 
-TEST_F(ArrivalOrderTest, DescriptorsOfTheSameLowestByteAreWatchedIndependently) {
+TEST_F(ArrivalOrderTest, DescriptorsWithTheSameLowestByteAreWatchedIndependently) {
     const Stop stop;
     WatchedEvent first(300);
     WatchedEvent second(300 + 256);
@@ -409,7 +396,7 @@ TEST_F(ArrivalOrderTest, DescriptorsOfTheSameLowestByteAreWatchedIndependently) 
     EXPECT_EQ(third.CountCalls(), 0);
 }
 
-TEST_F(ArrivalOrderTest, OnlyADelayThatIsWaitedForOnceTakesADescriptor) {
+TEST_F(ArrivalOrderTest, OnlyANonRepeatingTimerOfTheNextHoursTakesADescriptor) {
     const std::size_t before = CountDescriptors();
     TestTimer repeating(In(30), 30, [] {});
     TestTimer daily(In(30), kDay, [] {});
@@ -423,7 +410,7 @@ TEST_F(ArrivalOrderTest, OnlyADelayThatIsWaitedForOnceTakesADescriptor) {
 
 class LongCalloutTest : public ArrivalOrderTest {
 protected:
-    // The first input's callout takes that long; then the loop runs on.
+    // The callout of the first input calls `callout`; then the loop continues.
     void RunWithFirstCallout(std::function<void()> callout) {
         socket_.atChunk = [this, callout = std::move(callout)] {
             order_.push_back(socket_.chunks.back());
@@ -435,7 +422,7 @@ protected:
     }
 };
 
-TEST_F(LongCalloutTest, InputBeforeTheDateGoesFirst) {
+TEST_F(LongCalloutTest, InputBeforeTheTimerGoesFirst) {
     TestTimer timer(In(30), 0, Note("timer"));
     RunWithFirstCallout([this] {
         clock_.Advance(10);
@@ -445,7 +432,7 @@ TEST_F(LongCalloutTest, InputBeforeTheDateGoesFirst) {
     EXPECT_THAT(order_, ElementsAre("first", "second", "timer"));
 }
 
-TEST_F(LongCalloutTest, InputAfterTheDateComesSecond) {
+TEST_F(LongCalloutTest, InputAfterTheTimerComesSecond) {
     TestTimer timer(In(30), 0, Note("timer"));
     RunWithFirstCallout([this] {
         clock_.Advance(31);
@@ -454,7 +441,7 @@ TEST_F(LongCalloutTest, InputAfterTheDateComesSecond) {
     EXPECT_THAT(order_, ElementsAre("first", "timer", "second"));
 }
 
-TEST_F(LongCalloutTest, RepeatingTimerAndDateOfTheWallClockAreOrderedLikeADelay) {
+TEST_F(LongCalloutTest, RepeatingAndWallClockTimersAreOrderedLikeADelay) {
     TestTimer repeating(In(30), 1000, Note("repeating"));
     TestTimer daily(In(40), kDay, Note("daily"));
     RunWithFirstCallout([this] {
