@@ -1,9 +1,10 @@
+#include "Callouts.h"
 #include "PrivateMounts.h"
 #include "ResourceUsage.h"
 #include "Urls.h"
 #include "disks/MountMonitor.h"
 #include "disks/UniqueMountIds.h"
-#include "loop/RunLoop.h"
+#include "support/CFOwned.h"
 
 #include <DiskArbitration/DiskArbitration.h>
 
@@ -24,32 +25,25 @@
 
 namespace {
 
-int g_unreadableTurns = 0;  // the next times that the mount table cannot be opened
+int g_failingOpens = 0;     // the next attempts to open the mount table that fail
 itimerspec g_retry = {};    // the last delay that the session set
-bool g_stopsAtRest = false; // the run, once the session waits for events alone
+bool g_stopsAtRest = false; // stop the run when the session clears its timer
 
 using Strings = std::vector<std::string>;
 
-bool IsUrlOfFolder(CFURLRef url, const char* path) {
-    CFURLRef folder = CreateUrl(path, true);
-    const bool equal = CFEqual(url, folder);
-    CFRelease(folder);
-    return equal;
-}
-
 std::optional<std::string> VolumePath(DADiskRef disk) {
-    CFDictionaryRef description = DADiskCopyDescription(disk);
+    const CFOwned description(DADiskCopyDescription(disk));
     auto* url =
         static_cast<CFURLRef>(CFDictionaryGetValue(description, kDADiskDescriptionVolumePathKey));
     char path[4096];
-    const bool good = url != nullptr && CFURLGetFileSystemRepresentation(
-                                            url, true, reinterpret_cast<UInt8*>(path), sizeof path);
-    EXPECT_TRUE(!good || IsUrlOfFolder(url, path)) << path;
-    CFRelease(description);
-    return good ? std::optional<std::string>(path) : std::nullopt;
+    const bool hasPath =
+        url != nullptr &&
+        CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(path), sizeof path);
+    EXPECT_TRUE(!hasPath || CFEqual(url, CFOwned(CreateUrl(path, true)))) << path;
+    return hasPath ? std::optional<std::string>(path) : std::nullopt;
 }
 
-// A session on this thread's loop, and what it told of the stage's volumes: "+name" and "-name".
+// A session on this thread's loop, and its events for the volumes of the test: "+name" and "-name".
 class DiskArbitration : public testing::Test {
 protected:
     void SetUp() override {
@@ -69,6 +63,12 @@ protected:
         DARegisterDiskDisappearedCallback(session_, nullptr, NoteDisappeared, this);
         DASessionScheduleWithRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     }
+    // Mounts the volume and opens a session where it has appeared.
+    void OpenWithVolume(const std::string& name) {
+        Stage().Mount(name);
+        Open();
+        EXPECT_EQ(Events(1), Strings{"+" + name});
+    }
     void Close() {
         if (session_ == nullptr)
             return;
@@ -78,15 +78,14 @@ protected:
         volumes_.clear();
     }
 
-    // The events of the next run that has any: every event stops the loop, with the step that told
-    // it.
-    Strings EventsOfAStep() {
+    // The events of one iteration: each event stops the loop after its iteration.
+    Strings EventsOfAnIteration() {
         events_.clear();
         CFRunLoopRun();
         return events_;
     }
 
-    // Waits for so many events more, each in a step of its own.
+    // Waits for so many events, each in an iteration of its own.
     Strings Events(std::size_t count) {
         events_.clear();
         while (events_.size() < count) {
@@ -97,8 +96,7 @@ protected:
         return events_;
     }
 
-    // The events until a volume that is mounted now has appeared: by then, all that was to be
-    // told at once has been told.
+    // The events until a volume that is mounted now has appeared: all events that are due now.
     Strings EventsUntilNow() {
         Stage().Mount("last");
         events_.clear();
@@ -127,10 +125,11 @@ private:
         auto& self = *static_cast<DiskArbitration*>(context);
         const auto path = VolumePath(disk);
         ASSERT_TRUE(path);
-        if (path->starts_with(self.Stage().Path(""))) {
-            const std::string volume = path->substr(self.Stage().Path("").size());
+        const std::string root = self.Stage().Path("");
+        if (path->starts_with(root)) {
+            const std::string volume = path->substr(root.size());
             const auto known = self.volumes_.emplace(DADiskGetBSDName(disk), volume).first;
-            EXPECT_EQ(known->second, volume); // a disk that appears again is the same
+            EXPECT_EQ(known->second, volume); // the same disk if it appears again
             self.Note("+" + volume);
             self.onAppeared_();
         }
@@ -152,7 +151,7 @@ private:
     std::optional<MountStage> stage_;
 };
 
-TEST_F(DiskArbitration, TellsOfWhatIsMountedAtTheStart) {
+TEST_F(DiskArbitration, MountedVolumesAppearWhenTheLoopRuns) {
     Stage().Mount("a");
     Stage().Mount("b");
     Open();
@@ -160,11 +159,11 @@ TEST_F(DiskArbitration, TellsOfWhatIsMountedAtTheStart) {
     EXPECT_EQ(Events(2), (Strings{"+a", "+b"}));
 }
 
-TEST(DiskDescription, KeyOfThePathHasItsText) {
+TEST(DiskDescription, VolumePathKeyIsDAVolumePath) {
     EXPECT_TRUE(CFEqual(kDADiskDescriptionVolumePathKey, CFSTR("DAVolumePath")));
 }
 
-TEST_F(DiskArbitration, TellsOfVolumesThatComeAndGo) {
+TEST_F(DiskArbitration, MountAndUnmountAreReported) {
     Open();
     Stage().Mount("a");
     EXPECT_EQ(Events(1), Strings{"+a"});
@@ -174,58 +173,48 @@ TEST_F(DiskArbitration, TellsOfVolumesThatComeAndGo) {
     EXPECT_EQ(Events(1), Strings{"+a"});
 }
 
-TEST_F(DiskArbitration, DecodesPaths) {
+TEST_F(DiskArbitration, EscapedPathIsDecoded) {
     Open();
     Stage().Mount("two words\tand \\ more");
     EXPECT_EQ(Events(1), Strings{"+two words\tand \\ more"});
 }
 
-TEST_F(DiskArbitration, SeesARemountBetweenTwoLooks) {
+TEST_F(DiskArbitration, RemountBetweenTwoIterationsIsReported) {
     if (disks::ReadUniqueMountIds().value_or(disks::UniqueMountIds()).empty())
-        GTEST_SKIP() << "this kernel tells no unique mount ids (Linux 6.8 does)";
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+        GTEST_SKIP() << "this kernel has no unique mount ids (Linux 6.8 does)";
+    OpenWithVolume("a");
     Stage().Unmount("a");
     Stage().Mount("a");
     EXPECT_EQ(Events(2), (Strings{"-a", "+a"}));
 }
 
-TEST_F(DiskArbitration, CountsADiskOnceHoweverOftenItIsMounted) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, DiskMountedTwiceAppearsOnce) {
+    OpenWithVolume("a");
     Stage().Bind("a", "b");
     EXPECT_EQ(EventsUntilNow(), Strings());
     Stage().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
-    EXPECT_EQ(EventsOfAStep(), (Strings{"+b", "+last"}));
+    EXPECT_EQ(EventsOfAnIteration(), (Strings{"+b", "+last"}));
     Stage().Unmount("b");
     EXPECT_EQ(Events(1), Strings{"-b"});
 }
 
-TEST_F(DiskArbitration, CountsEachDirectoryOfADeviceByItself) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, DirectoriesOfOneDeviceAreDifferentDisks) {
+    OpenWithVolume("a");
     Stage().Place("a/sub");
     Stage().Bind("a/sub", "b");
     EXPECT_EQ(Events(1), Strings{"+b"});
     EXPECT_EQ(NameOf("b"), NameOf("a") + "s1");
 }
 
-TEST_F(DiskArbitration, TellsOfAMove) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, MoveIsADisappearanceAndAnAppearance) {
+    OpenWithVolume("a");
     Stage().Move("a", "b");
     EXPECT_EQ(Events(2), (Strings{"-a", "+b"}));
 }
 
-TEST_F(DiskArbitration, TellsOfVolumesThatAreCoveredAndUncovered) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, CoveredVolumeDisappearsUntilItIsUncovered) {
+    OpenWithVolume("a");
     const std::string name = NameOf("a");
     Stage().Mount("a");
     EXPECT_EQ(Events(2), (Strings{"-a", "+a"}));
@@ -235,19 +224,19 @@ TEST_F(DiskArbitration, TellsOfVolumesThatAreCoveredAndUncovered) {
     EXPECT_EQ(NameOf("a"), name);
 }
 
-TEST_F(DiskArbitration, TellsOfALateVolumeTogetherWithThoseMountedAfterIt) {
+TEST_F(DiskArbitration, LateVolumeAppearsWithThoseMountedAfterIt) {
     HungVolume hung(Stage(), "hung");
     if (!hung.IsMounted())
         GTEST_SKIP() << "no user space file systems here";
     Open();
     EXPECT_EQ(EventsUntilNow(), Strings());
     hung.Answer();
-    EXPECT_EQ(EventsOfAStep(), (Strings{"+hung", "+last"}));
+    EXPECT_EQ(EventsOfAnIteration(), (Strings{"+hung", "+last"}));
     Stage().Unmount("hung");
     EXPECT_EQ(Events(1), Strings{"-hung"});
 }
 
-TEST_F(DiskArbitration, LetsTheCallbackOfALateVolumeGiveTheSessionUp) {
+TEST_F(DiskArbitration, CallbackOfALateVolumeMayCloseTheSession) {
     HungVolume hung(Stage(), "hung");
     if (!hung.IsMounted())
         GTEST_SKIP() << "no user space file systems here";
@@ -255,13 +244,13 @@ TEST_F(DiskArbitration, LetsTheCallbackOfALateVolumeGiveTheSessionUp) {
     EXPECT_EQ(EventsUntilNow(), Strings());
     onAppeared_ = [this] { Close(); };
     hung.Answer();
-    EXPECT_EQ(EventsOfAStep(), Strings{"+hung"});
-    CFRunLoopRun(); // at once: nothing is left in the loop
+    EXPECT_EQ(EventsOfAnIteration(), Strings{"+hung"});
+    CFRunLoopRun(); // returns at once: the loop is empty
     EXPECT_EQ(events_, Strings{"+hung"});
     Stage().Unmount("hung");
 }
 
-TEST_F(DiskArbitration, NeverTellsOfAHungVolumeThatHasGone) {
+TEST_F(DiskArbitration, HungVolumeThatHasGoneIsNeverReported) {
     {
         const HungVolume hung(Stage(), "hung");
         if (!hung.IsMounted())
@@ -270,29 +259,27 @@ TEST_F(DiskArbitration, NeverTellsOfAHungVolumeThatHasGone) {
         EXPECT_EQ(EventsUntilNow(), Strings());
         Stage().Unmount("hung");
     }
-    // Its server has gone, so the touch has ended with an error.
+    // The server has gone: the probe has ended with an error.
     AwaitRest();
-    // Nor is it told of while the table cannot be read that says that it has gone.
-    g_unreadableTurns = 1;
+    // Nor is the volume reported while the mount table without it cannot be read.
+    g_failingOpens = 1;
     Stage().Unmount("last");
     EXPECT_EQ(Events(1), Strings{"-last"});
     EXPECT_EQ(EventsUntilNow(), Strings());
 }
 
-TEST_F(DiskArbitration, LetsACallbackGiveTheSessionUp) {
+TEST_F(DiskArbitration, CallbackMayCloseTheSession) {
     Stage().Mount("a");
     Stage().Mount("b");
     onAppeared_ = [this] { Close(); };
     Open();
     EXPECT_EQ(Events(1).size(), 1U);
-    CFRunLoopRun(); // at once: nothing is left in the loop
+    CFRunLoopRun(); // returns at once: the loop is empty
     EXPECT_EQ(events_.size(), 1U);
 }
 
-TEST_F(DiskArbitration, TellsNothingWhileUnscheduledAndAllOfItAfterwards) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, EventsOfAnUnscheduledSessionFollowWhenScheduled) {
+    OpenWithVolume("a");
     DASessionUnscheduleFromRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     Stage().Unmount("a");
     Stage().Mount("b");
@@ -302,7 +289,7 @@ TEST_F(DiskArbitration, TellsNothingWhileUnscheduledAndAllOfItAfterwards) {
     EXPECT_EQ(Events(2), (Strings{"-a", "+b"}));
 }
 
-TEST_F(DiskArbitration, LeavesNoThreadAndNoDescriptorBehind) {
+TEST_F(DiskArbitration, ClosedSessionsLeaveNoThreadAndNoDescriptor) {
     CFRunLoopGetCurrent();
     const std::size_t descriptors = CountDescriptors();
     Stage().Mount("a");
@@ -315,31 +302,29 @@ TEST_F(DiskArbitration, LeavesNoThreadAndNoDescriptorBehind) {
     AwaitRest();
 }
 
-TEST_F(DiskArbitration, LooksAgainAfterTheMountTableWasUnreadable) {
+TEST_F(DiskArbitration, UnreadableMountTableIsReadAgain) {
     Open();
     Stage().Mount("a");
-    g_unreadableTurns = 2;
+    g_failingOpens = 2;
     EXPECT_EQ(Events(1), Strings{"+a"});
-    g_unreadableTurns = 1;
+    g_failingOpens = 1;
     Stage().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
-    EXPECT_EQ(g_unreadableTurns, 0);
+    EXPECT_EQ(g_failingOpens, 0);
 }
 
 TEST_F(DiskArbitration, UnreadableMountTableIsReadAgainAfterOneSecond) {
     Open();
     EventsUntilNow();
     g_retry = {};
-    g_unreadableTurns = 1;
+    g_failingOpens = 1;
     Stage().Unmount("last");
     EXPECT_EQ(Events(1), Strings{"-last"});
-    EXPECT_EQ(g_retry.it_value.tv_sec, 1);
-    EXPECT_EQ(g_retry.it_value.tv_nsec, 0);
-    EXPECT_EQ(g_retry.it_interval.tv_sec, 0);
-    EXPECT_EQ(g_retry.it_interval.tv_nsec, 0);
+    const itimerspec oneSecond = {{0, 0}, {1, 0}};
+    EXPECT_EQ(std::memcmp(&g_retry, &oneSecond, sizeof g_retry), 0);
 }
 
-TEST_F(DiskArbitration, IsRefusedWhenTheMountTableCannotBeWatched) {
+TEST_F(DiskArbitration, CreationFailsIfTheMountTableCannotBeWatched) {
     CFRunLoopGetCurrent();
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -349,41 +334,21 @@ TEST_F(DiskArbitration, IsRefusedWhenTheMountTableCannotBeWatched) {
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
-// Runs the loop in a callout, until the change of the mount table has been seen there.
-struct NestedRun {
-    disks::MountMonitor monitor;
-    std::size_t eventsSeen = 0;
-    const Strings& events;
-
-    static void Run(CFRunLoopTimerRef, void* info) {
-        auto& self = *static_cast<NestedRun*>(info);
-        CFRunLoopSourceRef change = cf::CreateDescriptorSource(
-            self.monitor.Descriptor(), cf::RunLevel::kAny,
-            [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), change, kCFRunLoopDefaultMode);
+TEST_F(DiskArbitration, NestedRunHasNoEvents) {
+    OpenWithVolume("a");
+    const disks::MountMonitor monitor;
+    std::size_t eventsSeen = 99;
+    const TestTimer timer(0, 0, [&] { // the nested run sees the change of the mount table
+        const TestSource change(StopCurrentRun, cf::RunLevel::kAny, monitor.Descriptor());
         CFRunLoopRun();
-        self.eventsSeen = self.events.size();
-        CFRunLoopSourceInvalidate(change);
-        CFRelease(change);
-    }
-};
-
-TEST_F(DiskArbitration, TellsNothingInANestedRun) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
-    NestedRun nested{{}, 99, events_};
-    CFRunLoopTimerContext context = {0, &nested, nullptr, nullptr, nullptr};
-    CFRunLoopTimerRef timer =
-        CFRunLoopTimerCreate(kCFAllocatorDefault, 0, 0, 0, 0, NestedRun::Run, &context);
-    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+        eventsSeen = events_.size();
+    });
     Stage().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
-    EXPECT_EQ(nested.eventsSeen, 0U);
-    CFRelease(timer);
+    EXPECT_EQ(eventsSeen, 0U);
 }
 
-TEST_F(DiskArbitration, TakesNothingElseForASessionOrADisk) {
+TEST_F(DiskArbitration, OtherObjectsAreIgnoredAsSessionAndAsDisk) {
     Open();
     EXPECT_EQ(DADiskGetBSDName(nullptr), nullptr);
     EXPECT_EQ(DADiskGetBSDName(reinterpret_cast<DADiskRef>(session_)), nullptr);
@@ -399,11 +364,8 @@ TEST_F(DiskArbitration, TakesNothingElseForASessionOrADisk) {
     EXPECT_EQ(Events(1), Strings{"+a"});
 }
 
-// Its timer is set no more.
-TEST_F(DiskArbitration, RestsWhenAllIsTold) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, TimerIsClearedWhenAllEventsAreReported) {
+    OpenWithVolume("a");
     events_.clear();
     g_stopsAtRest = true;
     CFRunLoopRun();
@@ -411,12 +373,10 @@ TEST_F(DiskArbitration, RestsWhenAllIsTold) {
     EXPECT_EQ(events_, Strings());
 }
 
-TEST_F(DiskArbitration, TellsNobodyWhereNobodyIsRegistered) {
-    Stage().Mount("a");
-    Open();
-    EXPECT_EQ(Events(1), Strings{"+a"});
+TEST_F(DiskArbitration, WithoutACallbackNoEventIsReported) {
+    OpenWithVolume("a");
     DARegisterDiskDisappearedCallback(session_, nullptr, nullptr, nullptr);
-    volumes_.clear(); // which nobody will be told to do
+    volumes_.clear(); // no callback does
     Stage().Unmount("a");
     EXPECT_EQ(EventsUntilNow(), Strings());
 }
@@ -427,8 +387,8 @@ extern "C" {
 FILE* __real_fopen(const char* path, const char* mode);
 
 FILE* __wrap_fopen(const char* path, const char* mode) {
-    if (std::string_view(path) == "/proc/self/mountinfo" && g_unreadableTurns > 0) {
-        --g_unreadableTurns;
+    if (std::string_view(path) == "/proc/self/mountinfo" && g_failingOpens > 0) {
+        --g_failingOpens;
         errno = EMFILE;
         return nullptr;
     }
@@ -438,7 +398,7 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
 
 int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before) {
-    const bool isDelay = (flags & TFD_TIMER_ABSTIME) == 0; // the loop's own timers keep dates
+    const bool isDelay = (flags & TFD_TIMER_ABSTIME) == 0; // the timers of the loop have dates
     if (isDelay && setting->it_value.tv_sec > 0)
         g_retry = *setting;
     if (isDelay && setting->it_value.tv_sec == 0 && std::exchange(g_stopsAtRest, false))

@@ -1,6 +1,6 @@
 #include "disks/DiskList.h"
 
-#include "loop/RunLoop.h"
+#include "Callouts.h"
 
 #include <gtest/gtest.h>
 
@@ -21,10 +21,10 @@ namespace {
 
 std::mutex g_mutex;
 std::condition_variable g_answers;
-// The roots that do not answer, and those that were asked; guarded by g_mutex. Never destroyed: the
-// threads that ask may outlive main.
+// The paths for which statfs() blocks, and the paths of all calls; guarded by g_mutex. Never
+// destroyed: the threads of the probes may outlive main.
 auto& g_silent = *new std::set<std::string>;
-auto& g_asked = *new std::multiset<std::string>;
+auto& g_probed = *new std::multiset<std::string>;
 
 } // namespace
 
@@ -33,7 +33,7 @@ int __real_statfs(const char* path, struct statfs* status);
 
 int __wrap_statfs(const char* path, struct statfs* status) {
     std::unique_lock lock(g_mutex);
-    g_asked.insert(path);
+    g_probed.insert(path);
     g_answers.wait(lock, [path] { return !g_silent.contains(path); });
     return __real_statfs(path, status);
 }
@@ -48,7 +48,8 @@ std::string PathOf(std::uint64_t mount) {
     return "/nonexistent/" + std::to_string(mount);
 }
 
-// No such paths: the probes get their answer, an error, at once, unless they are silent.
+// The paths do not exist: the probe of a volume that is not silent fails at once, which is an
+// answer.
 Volume VolumeOf(std::uint64_t mount, const std::string& source = "none",
                 dev_t device = makedev(0, 45)) {
     return {mount, device, "/", PathOf(mount), source};
@@ -62,11 +63,9 @@ class DiskListTest : public testing::Test {
 protected:
     ~DiskListTest() override {
         AnswerAll();
-        CFRunLoopSourceInvalidate(answers_);
-        CFRelease(answers_);
     }
 
-    // What is there now, in this order: "a" has the mount id 1, "b" 2...
+    // The volumes that are mounted now, oldest first: "a" has the mount id 1, "b" 2...
     void Update(const std::string& names) {
         std::vector<Volume> volumes;
         for (const char name : names)
@@ -77,56 +76,43 @@ protected:
     void Update(std::vector<Volume> volumes) {
         list_.Update(std::move(volumes), now_);
     }
-    static void Silence(std::uint64_t mount) {
+    static void Silence(std::initializer_list<std::uint64_t> mounts) {
         const std::lock_guard lock(g_mutex);
-        g_silent.insert(PathOf(mount));
+        for (const std::uint64_t mount : mounts)
+            g_silent.insert(PathOf(mount));
     }
     static void Answer(std::uint64_t mount) {
         const std::lock_guard lock(g_mutex);
         g_silent.erase(PathOf(mount));
         g_answers.notify_all();
     }
-    static bool WasAsked(std::uint64_t mount) {
+    static std::size_t CountProbes(std::uint64_t mount) {
         const std::lock_guard lock(g_mutex);
-        return g_asked.contains(PathOf(mount));
-    }
-    static std::size_t CountQuestions(std::uint64_t mount) {
-        const std::lock_guard lock(g_mutex);
-        return g_asked.count(PathOf(mount));
+        return g_probed.count(PathOf(mount));
     }
     static void AnswerAll() {
         const std::lock_guard lock(g_mutex);
         g_silent.clear();
         g_answers.notify_all();
     }
-    // Waits for an answer that no event has told of yet.
+    // Waits for an answer for which there was no event yet.
     void AwaitAnswer() {
         list_.StartProbes(probes_);
         CFRunLoopRun();
     }
-    // Takes the signal of those that events have told of.
+    // Clears the signal of answers for which there were events.
     void DrainAnswers() {
         list_.StartProbes(probes_);
-        bool isDrained = false;
-        CFRunLoopSourceRef drain = cf::CreateSignalSource(
-            cf::RunLevel::kAny,
-            [](void* info) {
-                *static_cast<bool*>(info) = true;
-                CFRunLoopStop(CFRunLoopGetCurrent());
-            },
-            &isDrained);
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), drain, kCFRunLoopDefaultMode);
-        cf::SignalSource(drain);
-        while (!isDrained)
+        TestSource drain(StopCurrentRun);
+        drain.Signal();
+        while (drain.Count() == 0)
             CFRunLoopRun();
-        CFRunLoopSourceInvalidate(drain);
-        CFRelease(drain);
     }
     bool HasEvent() {
         return static_cast<bool>(list_.NextEvent(now_).disk);
     }
 
-    // The next events, as "+name" and "-name", for which it waits.
+    // Waits for so many events: "+name" and "-name".
     Strings Events(std::size_t count) {
         list_.StartProbes(probes_);
         Strings events;
@@ -144,25 +130,18 @@ protected:
     cf::Nanoseconds now_ = 0;
 
 private:
-    static CFRunLoopSourceRef CreateAnswers() {
-        CFRunLoopSourceRef source = cf::CreateSignalSource(
-            cf::RunLevel::kAny, [](void*) { CFRunLoopStop(CFRunLoopGetCurrent()); }, nullptr);
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-        return source;
-    }
-
-    const CFRunLoopSourceRef answers_ = CreateAnswers();
-    VolumeProbes probes_{answers_};
+    TestSource answers_{StopCurrentRun};
+    VolumeProbes probes_{answers_.Get()};
 };
 
-TEST_F(DiskListTest, NamesDisksByTheirDevice) {
+TEST_F(DiskListTest, DiskHasTheNameOrNumbersOfItsDevice) {
     Update({BlockVolume(1, "/dev/sr0")});
     EXPECT_EQ(Events(1), Strings{"+sr0"});
     Update({VolumeOf(2, "/dev/fuse")});
     EXPECT_EQ(Events(2), (Strings{"-sr0", "+0:45"}));
 }
 
-TEST_F(DiskListTest, NamesDisksByTheirNumbersWhenTheDevicesNameIsUnusual) {
+TEST_F(DiskListTest, DiskOfAnUnusualDeviceNameHasItsNumbers) {
     for (const char* source : {"", "host:/share", "/dev/", "/dev/a b", "/dev/\xff",
                                "/dev/mapper/a-name-that-is-far-too-long-to-keep"}) {
         Update({BlockVolume(1, source)});
@@ -172,7 +151,7 @@ TEST_F(DiskListTest, NamesDisksByTheirNumbersWhenTheDevicesNameIsUnusual) {
     }
 }
 
-TEST_F(DiskListTest, GivesNoNameTwiceAtATime) {
+TEST_F(DiskListTest, DisksOfOneDeviceHaveDifferentNames) {
     Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/disk/sr0"),
             BlockVolume(4, "/dev/sr0s1")});
     Strings events = Events(4);
@@ -180,14 +159,14 @@ TEST_F(DiskListTest, GivesNoNameTwiceAtATime) {
     EXPECT_EQ(events, (Strings{"+sr0", "+sr0s1", "+sr0s1s1", "+sr0s2"}));
 }
 
-TEST_F(DiskListTest, GivesANameAgainOnceItsDiskHasGone) {
+TEST_F(DiskListTest, NameIsReusedAfterItsDiskHasGone) {
     Update({BlockVolume(1, "/dev/sr0")});
     EXPECT_EQ(Events(1), Strings{"+sr0"});
     Update({BlockVolume(2, "/dev/sr0")});
     EXPECT_EQ(Events(2), (Strings{"-sr0", "+sr0"}));
 }
 
-TEST_F(DiskListTest, KeepsTheNamesOfThoseThatStay) {
+TEST_F(DiskListTest, NamesOfRemainingDisksStay) {
     Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr0")});
     Events(2);
     Update({BlockVolume(2, "/dev/sr0"), BlockVolume(3, "/dev/sr0"), BlockVolume(4, "/dev/sr0")});
@@ -196,7 +175,7 @@ TEST_F(DiskListTest, KeepsTheNamesOfThoseThatStay) {
     EXPECT_EQ(Events(1), Strings{"-sr0s1"});
 }
 
-TEST_F(DiskListTest, TellsDisappearancesFirst) {
+TEST_F(DiskListTest, DisappearancesComeFirst) {
     Update({BlockVolume(1, "/dev/sr0"), BlockVolume(2, "/dev/sr1")});
     Events(2);
     Update({BlockVolume(2, "/dev/sr1"), BlockVolume(3, "/dev/sr2")});
@@ -204,7 +183,7 @@ TEST_F(DiskListTest, TellsDisappearancesFirst) {
     EXPECT_EQ(Events(3), (Strings{"-sr0", "-sr1", "+sr2"}));
 }
 
-TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItAppeared) {
+TEST_F(DiskListTest, DiskThatGoesBeforeItAppearsHasNoEvent) {
     Update({BlockVolume(1, "/dev/sr0")});
     Events(0);
     Update("");
@@ -213,36 +192,37 @@ TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItAppeared) {
     EXPECT_FALSE(HasEvent());
 }
 
-TEST_F(DiskListTest, NeverTellsOfWhatWentBeforeItsProbeWasStarted) {
+TEST_F(DiskListTest, DiskThatGoesBeforeItsProbeIsStartedHasNoEvent) {
     Update({BlockVolume(1, "/dev/sr0")});
     Update({BlockVolume(2, "/dev/sr1")});
     EXPECT_EQ(Events(1), Strings{"+sr1"});
     EXPECT_FALSE(HasEvent());
 }
 
-TEST_F(DiskListTest, DoesNotAskAVolumeThatWentWhileItsProbeWasPending) {
+TEST_F(DiskListTest, VolumeThatGoesWhileItsProbeIsPendingIsNotProbed) {
     constexpr std::uint64_t kPending = VolumeProbes::kMaximumThreads + 1;
     std::vector<Volume> volumes;
     for (std::uint64_t mount = 1; mount <= kPending; ++mount)
         volumes.push_back(BlockVolume(mount, "/dev/sr" + std::to_string(mount)));
-    std::ranges::for_each(volumes, [](const Volume& volume) { Silence(volume.mount); });
+    for (const Volume& volume : volumes)
+        Silence({volume.mount});
     Update(volumes);
     Events(0);
-    volumes.back() = BlockVolume(kPending + 1, "/dev/sr0"); // whose probe is performed later
+    volumes.back() = BlockVolume(kPending + 1, "/dev/sr0"); // probed after the others
     Update(volumes);
     AnswerAll();
     Events(volumes.size());
-    EXPECT_TRUE(WasAsked(kPending + 1));
-    EXPECT_FALSE(WasAsked(kPending));
+    EXPECT_EQ(CountProbes(kPending + 1), 1U);
+    EXPECT_EQ(CountProbes(kPending), 0U);
 }
 
-// All threads but one are with the silent volumes, so that the questions are asked in order.
-TEST_F(DiskListTest, AsksAVolumeOnceHoweverOftenOthersCome) {
-    static std::uint64_t mount = 1000; // another one for each volume of each run of this test
+// The silent volumes occupy all threads but one: the other volumes are probed in order.
+TEST_F(DiskListTest, VolumeIsProbedOnceHoweverOftenOthersCome) {
+    static std::uint64_t mount = 1000; // unique for each volume, also when the test is repeated
     const std::uint64_t first = mount;
     std::vector<Volume> volumes;
     while (volumes.size() + 1 < VolumeProbes::kMaximumThreads) {
-        Silence(mount);
+        Silence({mount});
         volumes.push_back(BlockVolume(mount++, "/dev/silent"));
     }
     Update(volumes);
@@ -258,10 +238,10 @@ TEST_F(DiskListTest, AsksAVolumeOnceHoweverOftenOthersCome) {
     while (Events(1)[0] != "+new") {
     }
     for (std::uint64_t each = first; each < mount; ++each)
-        EXPECT_LE(CountQuestions(each), 1U) << each - first;
+        EXPECT_LE(CountProbes(each), 1U) << each - first;
 }
 
-TEST_F(DiskListTest, TellsNothingWhenNothingChanged) {
+TEST_F(DiskListTest, UnchangedVolumesHaveNoEvent) {
     Update({BlockVolume(1, "/dev/sr0")});
     Events(1);
     Update({BlockVolume(1, "/dev/sr0")});
@@ -277,7 +257,7 @@ TEST_F(DiskListTest, AppearancesAreInTheOrderGiven) {
 }
 
 TEST_F(DiskListTest, YoungerDiskIsHeldBackUntilTheOlderOneAnswers) {
-    Silence(1);
+    Silence({1});
     Update("ab");
     AwaitAnswer();
     now_ = DiskList::kProbeTimeout - 1;
@@ -290,8 +270,8 @@ TEST_F(DiskListTest, YoungerDiskIsHeldBackUntilTheOlderOneAnswers) {
     EXPECT_FALSE(HasEvent());
 }
 
-TEST_F(DiskListTest, YoungerDiskIsHeldBackNoLongerThanForThePatienceWithTheOlderOne) {
-    Silence(1);
+TEST_F(DiskListTest, YoungerDiskIsHeldBackUntilTheOlderOneTimesOut) {
+    Silence({1});
     Update("a");
     now_ = DiskList::kProbeTimeout / 2;
     Update("ab");
@@ -302,7 +282,7 @@ TEST_F(DiskListTest, YoungerDiskIsHeldBackNoLongerThanForThePatienceWithTheOlder
 }
 
 TEST_F(DiskListTest, DisksAppearAgainAfterAnOlderOneThatIsLate) {
-    Silence(2);
+    Silence({2});
     Update("ab");
     EXPECT_EQ(Events(1), Strings{"+a"});
     now_ = DiskList::kProbeTimeout;
@@ -318,7 +298,7 @@ TEST_F(DiskListTest, DisksAppearAgainAfterAnOlderOneThatIsLate) {
 }
 
 TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
-    Silence(1);
+    Silence({1});
     Update("a");
     now_ = DiskList::kProbeTimeout;
     Update("abc");
@@ -330,8 +310,8 @@ TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
     EXPECT_FALSE(list_.HasRepeats());
 }
 
-TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotDoSoAfterAChange) {
-    Silence(1);
+TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotAfterAChange) {
+    Silence({1});
     Update("a");
     now_ = DiskList::kProbeTimeout;
     Update("abcd");
@@ -343,11 +323,8 @@ TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotDoSoAfterAChange) {
     EXPECT_FALSE(HasEvent());
 }
 
-// A new probe is started behind all answers so far, so that none of them is still to be signalled.
 TEST_F(DiskListTest, LateDiskAppearsBeforeYoungerOnesThatAppearAgain) {
-    Silence(1);
-    Silence(3);
-    Silence(5);
+    Silence({1, 3, 5});
     Update("abc");
     now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+b"});
@@ -363,9 +340,8 @@ TEST_F(DiskListTest, LateDiskAppearsBeforeYoungerOnesThatAppearAgain) {
     EXPECT_FALSE(HasEvent());
 }
 
-TEST_F(DiskListTest, DiskThatWasFoundLastMayHoldBackAlthoughItIsNotTheYoungest) {
-    Silence(1);
-    Silence(2);
+TEST_F(DiskListTest, DiskThatWasFoundLastHoldsBackAlthoughItIsOlder) {
+    Silence({1, 2});
     Update("b");
     now_ = DiskList::kProbeTimeout / 2;
     Update("ab"); // uncovered
@@ -376,8 +352,8 @@ TEST_F(DiskListTest, DiskThatWasFoundLastMayHoldBackAlthoughItIsNotTheYoungest) 
     EXPECT_FALSE(list_.IsTimeoutPending(now_));
 }
 
-TEST_F(DiskListTest, DiskOutOfTimeDoesNotHoldBackAfterANewerOneAppeared) {
-    Silence(1);
+TEST_F(DiskListTest, TimedOutDiskDoesNotHoldBackAfterANewerOneAppeared) {
+    Silence({1});
     Update("a");
     now_ = DiskList::kProbeTimeout;
     Update("ab");
@@ -385,9 +361,8 @@ TEST_F(DiskListTest, DiskOutOfTimeDoesNotHoldBackAfterANewerOneAppeared) {
     EXPECT_FALSE(list_.IsTimeoutPending(now_));
 }
 
-TEST_F(DiskListTest, LateDisksThatAnswerInReverseEndInOrder) {
-    Silence(1);
-    Silence(2);
+TEST_F(DiskListTest, LateDisksThatAnswerInReverseAppearInOrder) {
+    Silence({1, 2});
     Update("abc");
     now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+c"});
@@ -399,9 +374,8 @@ TEST_F(DiskListTest, LateDisksThatAnswerInReverseEndInOrder) {
     EXPECT_EQ(Events(3), (Strings{"-a", "-b", "-c"}));
 }
 
-TEST_F(DiskListTest, AppearingAgainIsNotHeldBack) {
-    Silence(1);
-    Silence(2);
+TEST_F(DiskListTest, RepeatedAppearanceIsNotHeldBack) {
+    Silence({1, 2});
     Update("bc");
     now_ = DiskList::kProbeTimeout;
     EXPECT_EQ(Events(1), Strings{"+c"});

@@ -1,11 +1,11 @@
-/* Disk Arbitration with whatever can fail around it failing: what a turn could not do, the next one
-   does. */
+/* Disk Arbitration while each allocation and system call fails in turn: the next iteration repeats
+   what one could not do. */
 
+#include "Callouts.h"
 #include "FaultSweep.h"
 #include "PrivateMounts.h"
 #include "disks/DiskList.h"
 #include "disks/Volumes.h"
-#include "loop/RunLoop.h"
 
 #include <DiskArbitration/DiskArbitration.h>
 
@@ -24,7 +24,7 @@
 #include <utility>
 #include <vector>
 
-// The second's wait before a failed turn is tried again takes a millisecond.
+// The pause of one second after a failed iteration takes a millisecond.
 extern "C" {
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* before);
 
@@ -40,17 +40,20 @@ namespace {
 
 constexpr const char* kMountTable = "/proc/self/mountinfo";
 
-void StopRun(void*) {
-    CFRunLoopStop(CFRunLoopGetCurrent());
+template<typename Body, typename Check>
+void SweepEveryKindOfFault(Body body, Check check) {
+    const SweptFaults swept = SweepFaults(body, check);
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
 }
 
 // ---- the mount table ----
 
-TEST(DisksSweep, TheMountTableIsReadWholeOrNotAtAll) {
+TEST(DisksSweep, MountTableIsReadCompletelyOrNotAtAll) {
     const auto all = ReadVolumes(kMountTable);
     ASSERT_TRUE(all);
     std::optional<std::vector<Volume>> volumes;
-    const SweptFaults swept = SweepFaults(
+    SweepEveryKindOfFault(
         [&] {
             try {
                 volumes = ReadVolumes(kMountTable);
@@ -62,24 +65,17 @@ TEST(DisksSweep, TheMountTableIsReadWholeOrNotAtAll) {
             EXPECT_TRUE(volumes || fault.happened) << fault.what;
             EXPECT_TRUE(!volumes || volumes == all) << fault.what;
         });
-    EXPECT_GT(swept.allocations, 0U);
-    EXPECT_GT(swept.systemCalls, 0U);
 }
 
 // ---- the list ----
 
 constexpr cf::Nanoseconds kNow = 0;
 
-// One volume stays, one goes, two come; there are no such paths, which is an answer too.
+// One volume stays, one goes, two come. The paths do not exist: each probe ends with an error.
 class ListSweep : public testing::Test {
 protected:
     ListSweep() {
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), answers_, kCFRunLoopDefaultMode);
         BeginAnew();
-    }
-    ~ListSweep() override {
-        CFRunLoopSourceInvalidate(answers_);
-        CFRelease(answers_);
     }
 
     void BeginAnew() {
@@ -105,13 +101,12 @@ protected:
         return events;
     }
 
-    const CFRunLoopSourceRef answers_ =
-        cf::CreateSignalSource(cf::RunLevel::kAny, StopRun, nullptr);
-    VolumeProbes probes_{answers_};
+    TestSource answers_{StopCurrentRun};
+    VolumeProbes probes_{answers_.Get()};
     std::optional<DiskList> list_;
 };
 
-TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
+TEST_F(ListSweep, FailedUpdateChangesNothing) {
     std::vector<Volume> changed;
     bool failed = false;
     const auto prepare = [&] {
@@ -141,9 +136,9 @@ TEST_F(ListSweep, AnUpdateThatFailsHasChangedNothing) {
     EXPECT_GT(faults, 0U);
 }
 
-TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
+TEST_F(ListSweep, ProbeThatCannotBeStartedIsStartedTheNextTime) {
     list_->Update(Volumes({2, 3, 4}), kNow);
-    const SweptFaults swept = SweepFaults(
+    SweepEveryKindOfFault(
         [&] {
             try {
                 list_->StartProbes(probes_);
@@ -155,14 +150,12 @@ TEST_F(ListSweep, AProbeThatCannotBeStartedIsStartedTheNextTime) {
             BeginAnew();
             list_->Update(Volumes({2, 3, 4}), kNow);
         });
-    EXPECT_GT(swept.allocations, 0U);
-    EXPECT_GT(swept.systemCalls, 0U);
 }
 
 // ---- a disk ----
 
-// Short of memory, a description is none or lacks the path.
-TEST(DiskSweep, DescriptionNeverNamesAnotherPath) {
+// Without memory there is no description, or one without the path.
+TEST(DiskSweep, DescriptionHasThePathOrNone) {
     const auto disk =
         cf::Owned<Disk>::Adopt(new Disk({1, 45, "/", "/mnt/disc", "none"}, "0:45", 0));
     CFDictionaryRef description = nullptr;
@@ -177,37 +170,34 @@ TEST(DiskSweep, DescriptionNeverNamesAnotherPath) {
             EXPECT_STREQ(path, fault.happened ? "" : "/mnt/disc") << fault.what;
             CFRelease(description);
         });
-    EXPECT_EQ(faults, 3U); // the dictionary, the URL, room in the dictionary
+    EXPECT_EQ(faults, 3U); // the dictionary, the URL, capacity of the dictionary
 }
 
 // ---- the session ----
 
-TEST(SessionSweep, IsMadeWholeOrNotAtAll) {
+TEST(SessionSweep, CreationFailsCleanlyOrSucceeds) {
     DASessionRef session = nullptr;
-    const SweptFaults swept = SweepFaults([&] { session = DASessionCreate(kCFAllocatorDefault); },
-                                          [&](const Fault& fault) {
-                                              EXPECT_EQ(session == nullptr, fault.happened)
-                                                  << fault.what;
-                                              if (session != nullptr)
-                                                  CFRelease(session);
-                                          });
-    EXPECT_GT(swept.allocations, 0U);
-    EXPECT_GT(swept.systemCalls, 0U);
+    SweepEveryKindOfFault([&] { session = DASessionCreate(kCFAllocatorDefault); },
+                          [&](const Fault& fault) {
+                              EXPECT_EQ(session == nullptr, fault.happened) << fault.what;
+                              if (session != nullptr)
+                                  CFRelease(session);
+                          });
 }
 
-int g_present = 0; // disks, by what was told
+int g_present = 0; // disks that appeared and did not disappear
 
 void NoteAppeared(DADiskRef, void*) {
     ++g_present;
-    StopRun(nullptr);
+    StopCurrentRun();
 }
 
 void NoteDisappeared(DADiskRef, void*) {
     --g_present;
-    StopRun(nullptr);
+    StopCurrentRun();
 }
 
-class TurnSweep : public testing::Test {
+class IterationSweep : public testing::Test {
 protected:
     void SetUp() override {
         if (!EnterPrivateMounts())
@@ -219,56 +209,49 @@ protected:
         DARegisterDiskAppearedCallback(session_, nullptr, NoteAppeared, nullptr);
         DARegisterDiskDisappearedCallback(session_, nullptr, NoteDisappeared, nullptr);
         DASessionScheduleWithRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), turns_, kCFRunLoopDefaultMode);
         AwaitAll();
     }
-    ~TurnSweep() override {
-        CFRunLoopSourceInvalidate(turns_);
-        CFRelease(turns_);
+    ~IterationSweep() override {
         if (session_ != nullptr)
             CFRelease(session_);
     }
 
-    // Until the disks told are as many as there are.
+    // Returns when every mounted volume has appeared and no other.
     static void AwaitAll() {
         while (g_present != static_cast<int>(ReadVolumes(kMountTable)->size()))
             CFRunLoopRun();
     }
-    // In the first the loop learns that the table has changed, in the second the session looks.
-    void TakeTwoTurns() {
-        turnsLeft_ = 2;
-        cf::SignalSource(turns_);
-        while (turnsLeft_ > 0)
+    // In the first iteration the change of the table signals the session, in the second the session
+    // reads the table.
+    void RunTwice() {
+        iterationsLeft_ = 2;
+        iteration_.Signal();
+        while (iterationsLeft_ > 0)
             CFRunLoopRun();
     }
 
     std::optional<MountStage> stage_;
 
 private:
-    static void CountTurn(void* info) {
-        auto& self = *static_cast<TurnSweep*>(info);
-        if (--self.turnsLeft_ > 0)
-            cf::SignalSource(self.turns_);
+    int iterationsLeft_ = 0;
+    TestSource iteration_{[this] {
+        if (--iterationsLeft_ > 0)
+            iteration_.Signal();
         else
-            StopRun(nullptr);
-    }
-
-    int turnsLeft_ = 0;
-    const CFRunLoopSourceRef turns_ = cf::CreateSignalSource(cf::RunLevel::kAny, CountTurn, this);
+            StopCurrentRun();
+    }};
     DASessionRef session_ = nullptr;
 };
 
-TEST_F(TurnSweep, WhatATurnMissesTheNextOneTells) {
+TEST_F(IterationSweep, NextIterationReportsWhatAFailedOneMissed) {
     stage_->Mount("first");
-    const SweptFaults swept = SweepFaults([&] { TakeTwoTurns(); },
-                                          [&](const Fault&) {
-                                              AwaitAll();
-                                              stage_->Unmount("first");
-                                              AwaitAll();
-                                              stage_->Mount("first");
-                                          });
-    EXPECT_GT(swept.allocations, 0U);
-    EXPECT_GT(swept.systemCalls, 0U);
+    SweepEveryKindOfFault([&] { RunTwice(); },
+                          [&](const Fault&) {
+                              AwaitAll();
+                              stage_->Unmount("first");
+                              AwaitAll();
+                              stage_->Mount("first");
+                          });
     AwaitAll();
 }
 
