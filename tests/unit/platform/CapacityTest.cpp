@@ -1,5 +1,5 @@
-/* What would be larger than anything may be. No test has the memory for that, so it is pretended.
- */
+/* Limits of counts and tables. Counts too large for the memory of a test are written into the
+   objects. */
 
 #include "AllocationFaults.h"
 #include "TestObjects.h"
@@ -22,94 +22,90 @@
 
 namespace {
 
-constexpr std::uint32_t kMostMembers = std::uint32_t{1} << 30;
+constexpr std::uint32_t kMaximumCount = std::uint32_t{1} << 30;
 
-TEST(Capacity, ArrayOfTheGreatestCountTakesNoMore) {
+template<typename Body>
+bool AllocatesAtLeast(std::size_t count, Body body) {
+    const AllocationFault fault(count);
+    body();
+    return AllocationFault::Happened();
+}
+
+TEST(Capacity, ArrayOfTheMaximumCountIgnoresAnotherMember) {
     const auto array = NewArray();
     CFArrayAppendValue(array, CFSTR("first"));
     auto* inside = cf::As<cf::Array>(CFMutableArrayRef{array});
-    const std::uint32_t count = std::exchange(inside->count, kMostMembers);
+    const std::uint32_t count = std::exchange(inside->count, kMaximumCount);
     CFArrayAppendValue(array, CFSTR("one too many"));
-    EXPECT_EQ(std::exchange(inside->count, count), kMostMembers);
+    EXPECT_EQ(std::exchange(inside->count, count), kMaximumCount);
     CFArrayAppendValue(array, CFSTR("second"));
     EXPECT_EQ(CFArrayGetCount(array), 2);
     EXPECT_EQ(CFArrayGetValueAtIndex(array, 1), CFSTR("second"));
 }
 
-TEST(Capacity, ArrayAsksForMemoryUpToTheGreatestCount) {
+TEST(Capacity, ArrayBelowTheMaximumCountAllocates) {
     const auto array = NewArray();
     auto* inside = cf::As<cf::Array>(CFMutableArrayRef{array});
-    inside->count = kMostMembers - 1;
-    bool hasAsked = false;
-    {
-        const AllocationFault fault(1);
-        CFArrayAppendValue(array, CFSTR("last"));
-        hasAsked = AllocationFault::Happened();
-    }
-    EXPECT_TRUE(hasAsked);
-    EXPECT_EQ(std::exchange(inside->count, 0U), kMostMembers - 1);
+    inside->count = kMaximumCount - 1;
+    EXPECT_TRUE(AllocatesAtLeast(1, [&] { CFArrayAppendValue(array, CFSTR("last")); }));
+    EXPECT_EQ(std::exchange(inside->count, 0U), kMaximumCount - 1);
 }
 
-TEST(Capacity, DictionaryOfTheGreatestCountTakesNoMore) {
+TEST(Capacity, DictionaryOfTheMaximumCountIgnoresAnotherPair) {
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, CFSTR("first"), kCFBooleanTrue);
     auto* inside = cf::As<cf::Dictionary>(CFMutableDictionaryRef{dictionary});
-    const std::uint32_t count = std::exchange(inside->count, kMostMembers);
+    const std::uint32_t count = std::exchange(inside->count, kMaximumCount);
     CFDictionarySetValue(dictionary, CFSTR("one too many"), kCFBooleanTrue);
-    EXPECT_EQ(std::exchange(inside->count, count), kMostMembers);
+    EXPECT_EQ(std::exchange(inside->count, count), kMaximumCount);
     EXPECT_EQ(CFDictionaryGetValue(dictionary, CFSTR("one too many")), nullptr);
     EXPECT_EQ(CFDictionaryGetValue(dictionary, CFSTR("first")), kCFBooleanTrue);
 }
 
-TEST(Capacity, ArrayIsNotMadeOfMoreThanTheGreatestCount) {
+TEST(Capacity, ArrayIsNotCreatedAboveTheMaximumCount) {
     const void* members[] = {CFSTR("member")};
-    EXPECT_EQ(CFArrayCreate(nullptr, members, CFIndex{kMostMembers} + 1, &kCFTypeArrayCallBacks),
+    EXPECT_EQ(CFArrayCreate(nullptr, members, CFIndex{kMaximumCount} + 1, &kCFTypeArrayCallBacks),
               nullptr);
     const cf::Object* shared[] = {cf::AsObject(kCFBooleanTrue)};
-    EXPECT_EQ(cf::SharedArray(std::span(shared, kMostMembers + 1)), nullptr);
+    EXPECT_EQ(cf::SharedArray(std::span(shared, kMaximumCount + 1)), nullptr);
 }
 
-TEST(Capacity, DataIsNotMadeOfMoreThanHalfTheAddresses) {
+TEST(Capacity, DataIsNotCreatedOfTheMaximumIndex) {
     const UInt8 byte = 0;
     EXPECT_EQ(CFDataCreate(nullptr, &byte, std::numeric_limits<CFIndex>::max()), nullptr);
 }
 
 constexpr std::size_t kMembers = 10000;
 
-// Whether a container asks for memory less than 16 times, log2 of its members and some, while that
-// many are added one by one.
+// True if add(i) for 10,000 members allocates less than 16 times: log2 of their number and some.
 template<typename Add>
 bool AllocatesSeldom(Add add) {
-    const AllocationFault fault(16);
-    for (std::size_t i = 0; i < kMembers; ++i)
-        add(i);
-    return !AllocationFault::Happened();
+    return !AllocatesAtLeast(16, [&] {
+        for (std::size_t i = 0; i < kMembers; ++i)
+            add(i);
+    });
 }
 
-TEST(Capacity, DataThatGrowsByteByByteAllocatesSeldom) {
+TEST(Capacity, DataGrowingByteByByteAllocatesSeldom) {
     const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     const UInt8 byte = 7;
     EXPECT_TRUE(AllocatesSeldom([&](std::size_t) { CFDataAppendBytes(data, &byte, 1); }));
     EXPECT_EQ(CFDataGetLength(data), static_cast<CFIndex>(kMembers));
 }
 
-TEST(Capacity, ArrayThatGrowsOneByOneAllocatesSeldom) {
+TEST(Capacity, ArrayGrowingOneByOneAllocatesSeldom) {
     const auto array = NewArray();
     EXPECT_TRUE(AllocatesSeldom([&](std::size_t) { CFArrayAppendValue(array, kCFBooleanTrue); }));
     EXPECT_EQ(CFArrayGetCount(array), static_cast<CFIndex>(kMembers));
 }
 
-TEST(Capacity, DictionaryThatGrowsOneByOneAllocatesSeldom) {
-    const auto keys = NewArray();
-    for (std::size_t i = 0; i < kMembers; ++i) {
-        const CFOwned<CFNumberRef> key(CFNumberCreate(nullptr, kCFNumberSInt64Type, &i));
-        CFArrayAppendValue(keys, key);
-    }
+TEST(Capacity, DictionaryGrowingOneByOneAllocatesSeldom) {
+    std::vector<CFOwned<CFNumberRef>> keys; // CFNumberCreate counts as an allocation
+    for (std::size_t i = 0; i < kMembers; ++i)
+        keys.push_back(Integer(static_cast<std::int64_t>(i)));
     const auto dictionary = NewDictionary();
-    EXPECT_TRUE(AllocatesSeldom([&](std::size_t i) {
-        const void* const key = CFArrayGetValueAtIndex(keys, static_cast<CFIndex>(i));
-        CFDictionarySetValue(dictionary, key, kCFBooleanTrue);
-    }));
+    EXPECT_TRUE(AllocatesSeldom(
+        [&](std::size_t i) { CFDictionarySetValue(dictionary, keys[i], kCFBooleanTrue); }));
     EXPECT_EQ(CFDictionaryGetCount(dictionary), static_cast<CFIndex>(kMembers));
 }
 
@@ -132,7 +128,7 @@ TEST(Capacity, NewTableIsTheSmallestThatIsNotTooFull) {
     }
 }
 
-// Numbers that are their own hashes, zero being a free place.
+// A table of numbers that are their own hashes; zero marks a free place.
 class Table {
     auto IsFree() const {
         return [this](std::size_t at) { return places_[at] == 0; };
@@ -145,7 +141,7 @@ class Table {
 public:
     explicit Table(std::size_t capacity) : places_(capacity) {}
 
-    // Returns how many places were taken that the probe met.
+    // Returns the number of occupied places that the probe met.
     std::size_t Add(std::uint32_t hash) {
         std::size_t met = 0;
         places_[Find(hash, [&](std::size_t) { return ++met, false; })] = hash;
@@ -165,7 +161,7 @@ private:
     std::vector<std::uint32_t> places_;
 };
 
-// As many as fill three quarters of it, of hashes that have a few bits more than tell the home.
+// The hashes have a few more bits than a home, and fill three quarters of the table.
 TEST(Capacity, TableOfMorePlacesThanHomesIsProbedInFewSteps) {
     constexpr std::size_t kPlaces = std::size_t{4} << cf::kHomeBits;
     constexpr std::size_t kEntries = kPlaces / 4 * 3;
@@ -179,8 +175,8 @@ TEST(Capacity, TableOfMorePlacesThanHomesIsProbedInFewSteps) {
     EXPECT_LT(met, kFewSteps);
 }
 
-// Some homes have more entries than places, so that they stand in the way of the next ones'.
-TEST(Capacity, TableOfMorePlacesThanHomesKeepsItsEntriesWhenOthersGo) {
+// Some homes have more entries than places: their entries occupy the places of the next homes.
+TEST(Capacity, TableOfMorePlacesThanHomesKeepsTheOtherEntriesOnRemoval) {
     constexpr std::uint32_t kEntries = 3000;
     const auto hashOf = [](std::uint32_t i) {
         return ((1U << cf::kHomeBits) - 1000 + i * i % 1009) | (i % 16) << cf::kHomeBits;

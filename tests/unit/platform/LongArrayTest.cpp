@@ -1,6 +1,6 @@
 /*
- * Arrays that are too long for one row and therefore kept in pieces. Each operation must do what it
- * does with a flat array: a mutable one, to which the same members were appended.
+ * Arrays that are too long for one block and are therefore kept in pieces. The reference for each
+ * operation is a flat array: a mutable one with the same members.
  */
 
 #include "AllocationFaults.h"
@@ -52,17 +52,22 @@ Value SharedArrayOf(const std::vector<Value>& values) {
     return Value(cf::SharedArray(ObjectsOf(values)));
 }
 
+Value SharedArrayWithChange(const std::vector<Value>& values, CFIndex changed) {
+    std::vector<const cf::Object*> members = ObjectsOf(values);
+    members[static_cast<std::size_t>(changed)] = cf::AsObject(CFSTR("changed"));
+    return Value(cf::SharedArray(members));
+}
+
 class LongArray : public testing::TestWithParam<std::size_t> {
 protected:
     CFIndex Count() const {
         return static_cast<CFIndex>(GetParam());
     }
-    // Where pieces begin and end, and some between.
+    // The first and last of pieces, and some between.
     std::vector<CFIndex> Indices() const {
         std::vector<CFIndex> indices = {0, 1, 30, 31, 32, 33, 1022, 1023, 1024, 1025, 32767, 32768};
-        indices.push_back(Count() / 2);
-        indices.push_back(Count() - 2);
-        indices.push_back(Count() - 1);
+        for (const CFIndex more : {Count() / 2, Count() - 2, Count() - 1})
+            indices.push_back(more);
         std::erase_if(indices, [this](CFIndex index) { return index >= Count(); });
         return indices;
     }
@@ -111,9 +116,7 @@ TEST_P(LongArray, DiffersFromAnArrayWithOneMemberChanged) {
         CFArraySetValueAtIndex(changed, index, CFSTR("changed"));
         EXPECT_FALSE(CFEqual(array_, changed)) << index;
         EXPECT_FALSE(CFEqual(changed, array_)) << index;
-        std::vector<const cf::Object*> members = ObjectsOf(members_);
-        members[static_cast<std::size_t>(index)] = cf::AsObject(CFSTR("changed"));
-        const Value shared(cf::SharedArray(members));
+        const Value shared = SharedArrayWithChange(members_, index);
         EXPECT_FALSE(CFEqual(array_, shared)) << index;
         EXPECT_TRUE(CFEqual(changed, shared)) << index;
     }
@@ -136,7 +139,7 @@ TEST_P(LongArray, MutableCopyIsAFlatArrayOfTheSameMembers) {
     EXPECT_FALSE(CFEqual(copy, array_));
 }
 
-TEST_P(LongArray, DoesNotChangeWhenTreatedAsMutable) {
+TEST_P(LongArray, IgnoresChangesWhenCastToMutable) {
     auto* pretended = const_cast<CFMutableArrayRef>(AsArray(array_));
     CFArrayAppendValue(pretended, CFSTR("more"));
     CFArraySetValueAtIndex(pretended, 0, CFSTR("other"));
@@ -145,26 +148,21 @@ TEST_P(LongArray, DoesNotChangeWhenTreatedAsMutable) {
 }
 
 TEST_P(LongArray, IsJoinedAsTheFlatArray) {
-    const CFOwned<CFStringRef> joined(
-        CFStringCreateByCombiningStrings(nullptr, AsArray(array_), CFSTR(",")));
-    const CFOwned<CFStringRef> expected(
-        CFStringCreateByCombiningStrings(nullptr, flat_, CFSTR(",")));
-    EXPECT_TRUE(CFEqual(joined, expected));
+    const auto join = [](CFArrayRef array) {
+        return TextOf(CFOwned(CFStringCreateByCombiningStrings(nullptr, array, CFSTR(","))));
+    };
+    EXPECT_EQ(join(AsArray(array_)), join(flat_));
 }
 
 TEST_P(LongArray, IsWrittenAndReadAsTheFlatArray) {
-    const CFOwned<CFDataRef> written(CFPropertyListCreateXMLData(nullptr, array_));
-    const CFOwned<CFDataRef> expected(CFPropertyListCreateXMLData(nullptr, flat_));
-    ASSERT_EQ(CFDataGetLength(written), CFDataGetLength(expected));
-    EXPECT_TRUE(std::equal(CFDataGetBytePtr(written),
-                           CFDataGetBytePtr(written) + CFDataGetLength(written),
-                           CFDataGetBytePtr(expected)));
-    const CFOwned<CFPropertyListRef> read(
-        CFPropertyListCreateFromXMLData(nullptr, written, kCFPropertyListImmutable, nullptr));
+    const std::string written = XmlOf(array_);
+    ASSERT_EQ(written, XmlOf(flat_));
+    const CFOwned read(CFPropertyListCreateFromXMLData(nullptr, Bytes(written),
+                                                       kCFPropertyListImmutable, nullptr));
     EXPECT_EQ(read, array_);
 }
 
-TEST_P(LongArray, EqualOnesAreOneObject) {
+TEST_P(LongArray, EqualArraysAreOneObject) {
     const Value same = SharedArrayOf(members_);
     EXPECT_EQ(CFTypeRef{same}, CFTypeRef{array_});
     EXPECT_EQ(ReferencesTo(array_), 2);
@@ -177,25 +175,22 @@ TEST_P(LongArray, ArrayCreatedOfIntegersIsTheSharedOne) {
         integers.emplace_back(Integer(kLarge + i % 3).Detach());
         members.push_back(integers.back());
     }
-    const CFOwned<CFArrayRef> first(
-        CFArrayCreate(nullptr, members.data(), Count(), &kCFTypeArrayCallBacks));
-    const CFOwned<CFArrayRef> second(
-        CFArrayCreate(nullptr, members.data(), Count(), &kCFTypeArrayCallBacks));
-    EXPECT_EQ(CFArrayRef{first}, CFArrayRef{second});
+    const auto create = [&] {
+        return CFOwned(CFArrayCreate(nullptr, members.data(), Count(), &kCFTypeArrayCallBacks));
+    };
+    const auto first = create();
+    EXPECT_EQ(first.Get(), create().Get());
     EXPECT_TRUE(CFEqual(first, FlatArrayOf(integers)));
     EXPECT_EQ(CFArrayGetFirstIndexOfValue(first, CFRangeMake(0, Count()), integers[2]), 2);
 }
 
-// A member, a row and the pieces around it: what a kept list costs when one disc of it changed.
-TEST_P(LongArray, ChangedMemberCostsOneArrayForEachLevel) {
+TEST_P(LongArray, ArrayWithOneMemberChangedAddsOneArrayForEachLevel) {
     const std::size_t before = cf::MeasureSharedTable().values;
     std::size_t levels = 1;
     for (std::size_t length = 32; length < GetParam(); length *= 32)
         ++levels;
     for (const CFIndex index : Indices()) {
-        std::vector<const cf::Object*> members = ObjectsOf(members_);
-        members[static_cast<std::size_t>(index)] = cf::AsObject(CFSTR("changed"));
-        const Value changed(cf::SharedArray(members));
+        const Value changed = SharedArrayWithChange(members_, index);
         EXPECT_LE(cf::MeasureSharedTable().values, before + levels) << index;
         EXPECT_GT(cf::MeasureSharedTable().values, before) << index;
     }
@@ -203,18 +198,19 @@ TEST_P(LongArray, ChangedMemberCostsOneArrayForEachLevel) {
 }
 
 TEST_P(LongArray, ReleasesMembersAndPiecesWithItsLastReference) {
-    EXPECT_EQ(ReferencesTo(members_.front()), 3);
-    EXPECT_EQ(ReferencesTo(members_.back()), 3);
+    const auto references = [this] {
+        return std::pair(ReferencesTo(members_.front()), ReferencesTo(members_.back()));
+    };
+    EXPECT_EQ(references(), std::pair(3, 3));
     array_ = Value(nullptr);
-    EXPECT_EQ(ReferencesTo(members_.front()), 2);
-    EXPECT_EQ(ReferencesTo(members_.back()), 2);
+    EXPECT_EQ(references(), std::pair(2, 2));
     EXPECT_EQ(cf::MeasureSharedTable().values, members_.size());
 }
 
 INSTANTIATE_TEST_SUITE_P(Lengths, LongArray,
                          testing::Values(31U, 32U, 33U, 1023U, 1024U, 1025U, 65535U));
 
-TEST(LongArrayOfTwoLevels, OfWhichAllPiecesAreOneHasOnePiece) {
+TEST(LongArrayOfTwoLevels, EqualPiecesAreOneObject) {
     const std::vector<const cf::Object*> members(1024, cf::AsObject(kCFBooleanTrue));
     const Value array(cf::SharedArray(members));
     EXPECT_EQ(cf::MeasureSharedTable().values, 2U);
@@ -222,7 +218,7 @@ TEST(LongArrayOfTwoLevels, OfWhichAllPiecesAreOneHasOnePiece) {
     EXPECT_EQ(CFArrayGetValueAtIndex(AsArray(array), 1023), kCFBooleanTrue);
 }
 
-// The row of pieces is no array that has the pieces as its members.
+// Internally, the array is a block of two pieces.
 TEST(LongArrayOfTwoLevels, IsNotTheArrayOfItsPieces) {
     const std::vector<Value> texts = MakeTexts(40);
     const auto objects = ObjectsOf(texts);
@@ -237,8 +233,8 @@ TEST(LongArrayOfTwoLevels, IsNotTheArrayOfItsPieces) {
     EXPECT_FALSE(CFEqual(array, arrayOfArrays));
 }
 
-// Dictionaries have their keys in one row, however many.
-TEST(LongArrayOfTwoLevels, IsNotTheRowOfKeysOfADictionary) {
+// A dictionary has its keys in one block, without pieces.
+TEST(LongArrayOfTwoLevels, IsNotTheKeysOfADictionary) {
     const std::vector<Value> texts = MakeTexts(40);
     std::vector<cf::Pair> pairs;
     for (const Value& text : texts)
@@ -255,10 +251,9 @@ TEST(LongArrayOfTwoLevels, IsNotTheRowOfKeysOfADictionary) {
                   kCFBooleanTrue);
 }
 
-// Each allocation that is refused leaves the table of shared values as it was before. An array of
-// arrays is at another place of the table in each run. With half of the texts gone, no part of the
-// table has to grow, which would be one more allocation, and one that may be refused without harm.
-TEST(LongArrayOutOfMemory, LeavesNothingBehind) {
+// Releasing half of the texts leaves capacity in every part of the table of shared values: growing
+// would be one more allocation, whose failure is harmless.
+TEST(LongArrayOutOfMemory, FailedCreationLeavesTheSharedTableUnchanged) {
     for (const std::size_t count : {std::size_t{33}, std::size_t{1024}, std::size_t{1100}}) {
         std::vector<Value> texts = MakeTexts(2 * count);
         texts.erase(texts.begin() + static_cast<std::ptrdiff_t>(count), texts.end());
