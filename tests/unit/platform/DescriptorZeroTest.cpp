@@ -1,4 +1,4 @@
-/* Descriptor 0, which a process without a standard input may be given for anything. */
+/* Descriptor 0, which any call may return in a process without a standard input. */
 
 #include "Callouts.h"
 #include "LocalServer.h"
@@ -32,12 +32,12 @@ bool IsZeroFree() {
     return fcntl(0, F_GETFD) == -1;
 }
 
-// By something that a program started later on is not to have.
+// Descriptor 0 is open, and closed on exec.
 bool IsZeroTaken() {
     return fcntl(0, F_GETFD) == FD_CLOEXEC;
 }
 
-// Runs the body in a process without a standard input. The body tells whether all was well.
+// Expects the body to return true in a child process without a standard input.
 void ExpectWithoutInput(const std::function<bool()>& body) {
     const auto run = [&] {
         close(STDIN_FILENO);
@@ -46,7 +46,7 @@ void ExpectWithoutInput(const std::function<bool()>& body) {
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-TEST(DescriptorZeroTest, ThreadsLoopTakesItAndGivesItBack) {
+TEST(DescriptorZeroTest, RunLoopOfAThreadUsesAndReleasesIt) {
     ExpectWithoutInput([] {
         bool isTaken = false;
         std::thread([&] { isTaken = CFRunLoopGetCurrent() != nullptr && IsZeroTaken(); }).join();
@@ -54,7 +54,7 @@ TEST(DescriptorZeroTest, ThreadsLoopTakesItAndGivesItBack) {
     });
 }
 
-TEST(DescriptorZeroTest, SourceIsCalledOutWhenItIsReadable) {
+TEST(DescriptorZeroTest, SourceIsPerformedWhenItIsReadable) {
     CFRunLoopGetCurrent(); // takes descriptors of its own
     ExpectWithoutInput([] {
         const int event = eventfd(1, EFD_CLOEXEC);
@@ -64,7 +64,7 @@ TEST(DescriptorZeroTest, SourceIsCalledOutWhenItIsReadable) {
     });
 }
 
-TEST(DescriptorZeroTest, AlarmKeepsItForEachDateAndGivesItBack) {
+TEST(DescriptorZeroTest, AlarmUsesItForEachDateAndReleasesIt) {
     GMainContext* const context = g_main_context_new();
     ExpectWithoutInput([context] {
         const std::size_t before = CountDescriptors();
@@ -80,11 +80,11 @@ TEST(DescriptorZeroTest, AlarmKeepsItForEachDateAndGivesItBack) {
     g_main_context_unref(context);
 }
 
-TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
+TEST(DescriptorZeroTest, DeadlineUsesAndReleasesIt) {
     const LocalServer server;
     ExpectWithoutInput([&server] {
         const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        const TestSocket socket(server); // from the first one on, deadlines are watched
+        const TestSocket socket(server); // deadlines are watched from the first socket on
         CFRunLoopGetCurrent();
         close(input);
         itimerspec setting = {};
@@ -97,7 +97,7 @@ TEST(DescriptorZeroTest, DeadlineIsSetAndGivesItBack) {
     });
 }
 
-TEST(DescriptorZeroTest, ArrivalsAreWatchedWithItOnce) {
+TEST(DescriptorZeroTest, ArrivalsStartWithItOnce) {
     ExpectWithoutInput([] {
         if (!cf::StartArrivals() || !IsZeroTaken() || !cf::AreArrivalsStarted())
             return false;
@@ -106,7 +106,7 @@ TEST(DescriptorZeroTest, ArrivalsAreWatchedWithItOnce) {
     });
 }
 
-TEST(DescriptorZeroTest, WatchedItIsUntilItIsUnwatched) {
+TEST(DescriptorZeroTest, CanBeWatchedAndUnwatched) {
     ExpectWithoutInput([] {
         const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
         cf::StartArrivals();
@@ -120,7 +120,7 @@ TEST(DescriptorZeroTest, WatchedItIsUntilItIsUnwatched) {
     });
 }
 
-TEST(DescriptorZeroTest, SocketExchangesDataAndGivesItBack) {
+TEST(DescriptorZeroTest, SocketExchangesDataAndReleasesIt) {
     const LocalServer server;
     CFRunLoopGetCurrent();
     ExpectWithoutInput([&server] {
@@ -139,7 +139,7 @@ TEST(DescriptorZeroTest, SocketExchangesDataAndGivesItBack) {
     });
 }
 
-TEST(DescriptorZeroTest, SocketThatIsReleasedWithoutBeingInvalidatedGivesItBack) {
+TEST(DescriptorZeroTest, SocketReleasedWithoutInvalidationReleasesIt) {
     const LocalServer server;
     ExpectWithoutInput([&server] {
         TestSocket socket(server);
@@ -149,14 +149,14 @@ TEST(DescriptorZeroTest, SocketThatIsReleasedWithoutBeingInvalidatedGivesItBack)
     });
 }
 
-TEST(DescriptorZeroTest, FileIsReadAndGivesItBack) {
+TEST(DescriptorZeroTest, FileIsReadAndReleasesIt) {
     ExpectWithoutInput([] {
         const cf::FileContents contents = cf::ReadFile("/etc/passwd", 10);
         return contents.isRead && contents.bytes.size() == 10 && IsZeroFree();
     });
 }
 
-TEST(DescriptorZeroTest, VolumesProbeGivesItBack) {
+TEST(DescriptorZeroTest, VolumeProbeReleasesIt) {
     CFRunLoopGetCurrent();
     ExpectWithoutInput([] {
         TestSource answers(StopCurrentRun);
@@ -167,7 +167,7 @@ TEST(DescriptorZeroTest, VolumesProbeGivesItBack) {
     });
 }
 
-TEST(DescriptorZeroTest, DiskSessionIsMadeWithItAndGivesItBack) {
+TEST(DescriptorZeroTest, DiskSessionUsesAndReleasesIt) {
     ExpectWithoutInput([] {
         DASessionRef session = DASessionCreate(kCFAllocatorDefault);
         const bool isTaken = session != nullptr && IsZeroTaken();
@@ -176,7 +176,7 @@ TEST(DescriptorZeroTest, DiskSessionIsMadeWithItAndGivesItBack) {
     });
 }
 
-TEST(DescriptorZeroTest, ProcessIsReadAndGivesItBack) {
+TEST(DescriptorZeroTest, ProcessIsReadAndReleasesIt) {
     ExpectWithoutInput([] {
         int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, getpid()};
         kinfo_proc record = {};
