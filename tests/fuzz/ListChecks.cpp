@@ -15,22 +15,9 @@ namespace {
 
 constexpr int kMaxValues = 1000;
 
-// `left` less the number of values in the list; negative if the list has more.
-int RemainingAfter(const cf::Object* list, int left) {
-    --left;
-    if (const auto* array = cf::As<cf::Array>(list)) {
-        for (std::size_t i = 0; i < array->count; ++i)
-            left = left < 0 ? left : RemainingAfter(cf::MemberAt(array, i), left);
-    } else if (const auto* dictionary = cf::As<cf::Dictionary>(list)) {
-        cf::VisitPairs(dictionary, [&](const cf::Object*, const cf::Object* value) {
-            left = left < 0 ? left : RemainingAfter(value, left);
-        });
-    }
-    return left;
-}
-
-// True if the condition holds for the value or for one inside it.
-bool Contains(const cf::Object* value, bool (*condition)(const cf::Object*)) {
+// True if the condition holds for the value or for one inside it; then it is not called again.
+template<typename Condition>
+bool Contains(const cf::Object* value, Condition& condition) {
     bool isFound = condition(value);
     if (const auto* array = cf::As<cf::Array>(value)) {
         for (std::size_t i = 0; i < array->count; ++i)
@@ -59,8 +46,10 @@ bool IsInexactInXml(const cf::Object* value) {
 } // namespace
 
 bool IsXmlCompatible(CFPropertyListRef list) {
-    return RemainingAfter(cf::AsObject(list), kMaxValues) >= 0 &&
-           !Contains(cf::AsObject(list), IsNull) && XmlOf(list).find('\0') == std::string::npos;
+    int left = kMaxValues;
+    const auto isOneTooMany = [&left](const cf::Object*) { return --left < 0; };
+    return !Contains(cf::AsObject(list), isOneTooMany) && !Contains(cf::AsObject(list), IsNull) &&
+           XmlOf(list).find('\0') == std::string::npos;
 }
 
 void ExpectSameWithMutableContainers(std::string_view bytes, const ReadResult& immutable) {

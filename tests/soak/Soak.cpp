@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 
 namespace {
 
@@ -95,7 +96,7 @@ void Soak::PrintProgress(int number) {
 
 void Soak::RunShutdown() {
     const long before = context_.counts.Identifications();
-    const auto repeated = static_cast<long>(context_.crashes.discs.size());
+    const auto repeated = std::ssize(context_.crashes.discs);
     ServerCycle shutdown(context_, cycles_);
     shutdown.RunShutdown();
     shutdown.Count();
@@ -123,12 +124,10 @@ void Soak::Evaluate() {
     table_.AddAtLeast("file systems mounted, registered, unmounted", cycles_, context_.mounts);
     table_.AddExactly("builds", builds, context_.completedBuilds + context_.abortedBuilds);
     table_.AddExactly("  of which aborted", builds / kBuildsPerAbort, context_.abortedBuilds);
-    table_.AddExactly("discs and requests that differ from the rules", 0,
-                      static_cast<long>(differences.size()));
+    table_.AddExactly("discs and requests that differ from the rules", 0, std::ssize(differences));
     table_.AddExactly("discs identified once more at the end", kChangers * kDiscs,
                       shutdownIdentifications_);
-    table_.AddExactly("statuses, requests, mounted discs left", 0,
-                      static_cast<long>(context_.leftovers.size()));
+    table_.AddExactly("statuses, requests, mounted discs left", 0, std::ssize(context_.leftovers));
     EvaluateCrashes();
     Print(differences);
     Print(context_.leftovers);
@@ -148,7 +147,7 @@ void Soak::EvaluateCrashes() {
                       crashes.repeatedIdentifications);
     table_.AddExactly("  changers built by the next server", crashes.interruptedBuilds,
                       crashes.repeatedBuilds);
-    table_.AddExactly("  other log lines", 0, static_cast<long>(crashes.otherLines.size()));
+    table_.AddExactly("  other log lines", 0, std::ssize(crashes.otherLines));
     Print(crashes.otherLines);
 }
 
@@ -185,6 +184,5 @@ void Soak::EvaluateEnd() {
     }
     const auto problems = context_.run.End();
     Print(problems);
-    table_.AddExactly("unexpected log lines and other problems", 0,
-                      static_cast<long>(problems.size()));
+    table_.AddExactly("unexpected log lines and other problems", 0, std::ssize(problems));
 }

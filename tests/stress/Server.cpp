@@ -107,23 +107,20 @@ std::string ErrorReply(VErrCode code) {
     return FrameOfList(Dictionary({{"error code", code}, {"error string", "on purpose"}}));
 }
 
-struct Request {
-    EventKind kind;
-    bool isOfDisc;
-};
+bool Contains(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
 
-Request ParseRequest(const std::string& text) {
-    const auto has = [&](const char* part) { return text.find(part) != std::string::npos; };
-    const bool isOfDisc = has("Storage Element Index");
-    if (has("mount disc<"))
-        return {"mounts requested", isOfDisc};
-    if (has("eject disc<"))
-        return {"ejects requested", isOfDisc};
-    if (has("request identification<"))
-        return {"requests withdrawn", isOfDisc};
-    if (has("Building changer directory cache"))
-        return {"statuses set", isOfDisc};
-    return {"statuses cleared", isOfDisc};
+EventKind KindOf(const std::string& request) {
+    if (Contains(request, "mount disc<"))
+        return "mounts requested";
+    if (Contains(request, "eject disc<"))
+        return "ejects requested";
+    if (Contains(request, "request identification<"))
+        return "requests withdrawn";
+    if (Contains(request, "Building changer directory cache"))
+        return "statuses set";
+    return "statuses cleared";
 }
 
 void FailRequest(int connection) {
@@ -262,17 +259,18 @@ void Server::ServeMessages() {
 }
 
 void Server::Reply(int connection) {
-    const std::string text = ReadRequest(connection);
-    if (text.empty())
+    const std::string request = ReadRequest(connection);
+    if (request.empty())
         return;
-    const Request request = ParseRequest(text);
-    event_counts::Count(request.kind);
+    const EventKind kind = KindOf(request);
+    event_counts::Count(kind);
     // Rare for withdrawals of discs: the daemon never picks such a disc again.
-    const bool isWithdrawalOfDisc = request.kind == "requests withdrawn" && request.isOfDisc;
-    const bool isMount = request.kind == "mounts requested";
+    const bool isWithdrawalOfDisc =
+        kind == "requests withdrawn" && Contains(request, "Storage Element Index");
+    const bool isMount = kind == "mounts requested";
     if (InjectsFaults() && OneIn(isWithdrawalOfDisc ? 100 : 10))
         FailRequest(connection);
-    else if ((isMount || request.kind == "ejects requested") && OneIn(8))
+    else if ((isMount || kind == "ejects requested") && OneIn(8))
         ReplyBusy(connection, isMount);
     else
         ReplySuccess(connection);
