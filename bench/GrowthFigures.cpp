@@ -158,13 +158,13 @@ void MeasureSequential(Report& report) {
 void MeasureGrowth(Report& report) {
     report.BeginSection(
         "Growth",
-        "Notifications of 1, 4, 16 and 64 changers with 1,000 slots each, without changes, in the "
-        "benchmark process. Identifications and builds by the daemon as installed, with the "
-        "simulator, whose robot takes no time, measured once. The memory left by 50,000 "
-        "connections that the server closes, in the daemon as installed, and by a changer that is "
-        "removed 10,000 times, in the benchmark process. A \"changer list\" of 100,000 changers, "
-        "of "
-        "which the last 100 are known, in the benchmark process.");
+        "The benchmark process handles notifications of 1, 4, 16 and 64 changers with 1,000 "
+        "slots each, without changes. The daemon as installed identifies discs and builds "
+        "caches once, with the simulator, whose robot takes no time. The memory that a "
+        "connection leaves is measured in the daemon as installed, after the server has "
+        "closed 50,000 connections; that of a removed changer in the benchmark process, "
+        "after 10,000 removals. The benchmark process compares its changers with a \"changer "
+        "list\" of 100,000 changers, of which the last 100 are known.");
     MeasureNotificationGrowth(report);
     MeasureConcurrent(report);
     MeasureSequential(report);

@@ -151,10 +151,10 @@ void MeasureStart(Report& report) {
 void MeasureIdleAndStart(Report& report) {
     report.BeginSection(
         "Idle and start",
-        "The daemon as installed, connected to the simulator with one changer and its file system, "
-        "and without a server. System calls are counted by strace; processor time is measured in "
-        "n intervals of 5 s. The start is measured from before the fork to the accepted "
-        "connection.");
+        "The daemon as installed is connected to the simulator with one changer and its file "
+        "system, or is disconnected: there is no server. System calls are counted by strace; "
+        "processor time is measured in n intervals of 5 s. The start is measured from before "
+        "the fork to the accepted connection.");
     MeasureStart(report);
     MeasureDisconnected(report);
     MeasureConnected(report);

@@ -191,9 +191,9 @@ void MeasureMemory(Report& report) {
             ". Each notification contains the given number of changers and of identified discs "
             "per changer; in each of them one disc has changed. The memory per notification is "
             "the growth of the daemon's private dirty memory, as counted by the kernel, divided "
-            "by their number. A year has 1,200 changes per day. Single lists are measured in "
-            "processes that have parsed nothing before: their retained memory on the heap, their "
-            "peaks as resident memory.");
+            "by their number. A year has 1,200 changes per day. A single list is measured in "
+            "a process that has parsed nothing before: retained memory is that on the heap, "
+            "peaks are of resident memory.");
     MeasureLists(report);
     MeasureRunning(report, shapes);
 }

@@ -70,10 +70,9 @@ void MeasureDelivery(Report& report, const Size& size) {
 void MeasureNotifications(Report& report) {
     report.BeginSection(
         "Notifications",
-        "A \"changer info\" of 10 changers with 500 slots each, and of one changer with 20 slots, "
-        "as "
-        "XML. Reference: libplist's `plist_from_xml` and `plist_free`. The picture shows more "
-        "sizes, of one changer.");
+        "The notification is a \"changer info\" in XML, of 10 changers with 500 slots each "
+        "or of one changer with 20 slots. The reference is libplist: `plist_from_xml` and "
+        "`plist_free`. The picture shows more sizes, all of one changer.");
     PlotData data({"discs", "ratio", "low", "high"});
     data.BeginSet("nothing kept");
     for (const Size& size : kSizes)

@@ -197,10 +197,10 @@ void MeasureClients(Report& report) {
 void MeasureScaling(Report& report) {
     report.BeginSection(
         "Scaling",
-        "Work on many items, in the benchmark process, with n, 4n and 16n of them: timers that are "
-        "due at the same time, from their creation to the last callout; one read of the process "
-        "table; the volumes that are mounted when a daemon starts, until all have appeared; a "
-        "notification with that many clients in its status.");
+        "The benchmark process works on n, 4n and 16n items: it creates timers that are due "
+        "at the same time and waits for the last callout; reads the process table once; "
+        "waits until all mounted volumes have appeared, as a starting daemon does; handles a "
+        "notification with that number of clients in its status.");
     CompareSizes(report, "timers due at the same time", {10'000, 40'000, 160'000}, RunDueTimers);
     MeasureProcesses(report);
     MeasureVolumes(report);

@@ -108,10 +108,10 @@ void MeasureExchange(Report& report) {
 void MeasureServer(Report& report) {
     report.BeginSection(
         "Commands and discovery",
-        "Reading the process table by the daemon's function, in the benchmark process; reference: "
-        "a whole process `pgrep -x sleep`. An exchange with a server that echoes each request and "
-        "whose process is known in advance; reference: a bare client, which only connects, "
-        "writes, reads and closes.");
+        "The benchmark process reads the process table by the daemon's function; the "
+        "reference is a whole process `pgrep -x sleep`. In an exchange, the server echoes "
+        "the request, and its process is known in advance; the reference is a bare client, "
+        "which only connects, writes, reads and closes.");
     MeasureTable(report);
     MeasureExchange(report);
 }

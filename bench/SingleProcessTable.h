@@ -6,9 +6,8 @@
 namespace bench {
 
 /* While this object exists, sysctl() returns a process table with one entry, a server. This
-   excludes the time of reading the process table from a measurement. The program must be linked
-   with
-   --wrap=sysctl. There may be one object at a time. */
+   excludes the time of reading the process table from a measurement. There may be one object at a
+   time. Link the program with --wrap=sysctl. */
 class SingleProcessTable {
 public:
     // `process`: the process id of the server.

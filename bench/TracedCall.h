@@ -16,8 +16,9 @@ struct TracedCall {
     double end;
 };
 
-/* True if the line shows the return of the call: a complete line, or the second part of a split
- * one. */
+/* True if the line shows the return of the call: a complete line, or the second half of a split
+ * one.
+ */
 bool HasReturned(const std::string& line);
 
 } // namespace bench

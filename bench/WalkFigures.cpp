@@ -112,10 +112,10 @@ void MeasureVolume(Report& report, PlotData& data, bool cached) {
 void MeasureWalk(Report& report) {
     report.BeginSection(
         "The walk",
-        "20,000 directories of 10 files each, in 50 discs, six levels deep, in the kernel's "
-        "caches; on FUSE 2,000 directories of the simulator. Whole processes are timed. "
-        "References: `find ROOT -size -0`, and the limit: a loop of openat, getdents64 with a "
-        "buffer of 256 KiB, and fstatat only.");
+        "The tree has 20,000 directories of 10 files each, in 50 discs, six levels deep, and "
+        "is in the kernel's caches; on FUSE it has 2,000 directories of the simulator. Whole "
+        "processes are timed. The references are `find ROOT -size -0` and the limit: a loop "
+        "that only calls openat, getdents64 with a buffer of 256 KiB, and fstatat.");
     PlotData data({"where", "ours", "low", "high", "find", "low", "high"});
     {
         const DiscFolder folder("/tmp/discs", kChanger);
