@@ -16,8 +16,8 @@ namespace simulator {
 
 namespace {
 
-constexpr int kPollInterval = 1; // milliseconds between two checks of what the peer has read
-constexpr int kPause = 10;       // milliseconds to wait when no descriptor is free
+constexpr int kPollInterval = 1;   // milliseconds; poll() does not report that the peer has read
+constexpr int kShortageDelay = 10; // milliseconds without accept() when no descriptor is free
 constexpr int kBacklog = 128;
 
 [[noreturn]] void ThrowErrno(const std::string& what) {
@@ -60,7 +60,8 @@ ListeningSocket::~ListeningSocket() {
 Descriptor ListeningSocket::Accept() const {
     Descriptor client(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (client.Get() < 0 && (errno == EMFILE || errno == ENFILE))
-        poll(nullptr, 0, kPause); // the client stays pending, so poll() would return at once
+        poll(nullptr, 0,
+             kShortageDelay); // the client stays pending, so poll() would return at once
     return client;
 }
 

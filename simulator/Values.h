@@ -61,8 +61,7 @@ public:
     std::optional<std::int64_t> FindInteger(const char* key) const;
     std::optional<std::string> FindString(const char* key) const;
 
-    // The value of the key for output: a number, a text, "yes" or "no", or "<" and the type and
-    // ">".
+    // The value of the key for output: a number, a text, "yes", "no", or the type as "<TYPE>".
     std::string Describe(const char* key) const;
 
     // A dictionary with the same keys, each with a value of another type.
