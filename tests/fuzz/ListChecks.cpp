@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kMaxValues = 1000;
 
-// True if the condition holds for the value or for one inside it; then it is not called again.
+// True if the condition holds for the value or for one inside it. Ends at the first such value.
 template<typename Condition>
 bool Contains(const cf::Object* value, Condition& condition) {
     bool isFound = condition(value);
