@@ -6,10 +6,10 @@
  * that failed for a shortage, and while the time-out of a probe is pending.
  *
  * Each wake-up runs one step: read the mount table if it may have changed, start the probes of new
- * disks, report one event. After an event the session signals itself for the next step, so timers,
- * other sources and a stop of the loop come in between. One exception: the appearances that a late
- * appearance repeats are reported in the same step. Otherwise a client could in between take the
- * older disk for the last one mounted.
+ * disks, report one event. After an event the session signals itself for the next step, so the loop
+ * can fire timers, perform other sources or stop between two events. One exception: the appearances
+ * that a late appearance repeats are reported in the same step. Otherwise a client that runs
+ * between them would use the older disk as the last one mounted.
  *
  * The sources perform in the outermost run only, because a callback may take locks that the code
  * below a nested run holds.

@@ -5,8 +5,8 @@
  * The disks that are present, and the events still to be reported.
  *
  * A new disk is probed first (VolumeProbes.h). Once its probe is done, the disk's appearance is
- * reported, and later its disappearance. A disk that goes before its appearance was reported is
- * never reported. Disappearances are reported first.
+ * reported, and later its disappearance. A disk that is removed before its appearance was reported
+ * is never reported. Disappearances are reported first.
  *
  * Appearances are reported in the order of mounting: a disk waits for the older ones, but for no
  * disk longer than kProbeTimeout after that disk was found. If a disk appears after its time-out,

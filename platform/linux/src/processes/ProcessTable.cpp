@@ -165,7 +165,7 @@ int ReadProcessTable(DIR* folder, kinfo_proc* records, std::size_t& count) noexc
 }
 
 int ReadProcess(DIR* folder, pid_t process, kinfo_proc& record) noexcept {
-    char text[1024]; // the 22nd word stands within the first 500 bytes
+    char text[1024]; // the 22nd word is within the first 500 bytes
     const ssize_t length = ReadFile(dirfd(folder), process, "stat", text, sizeof text - 1);
     if (length < 0)
         return errno;

@@ -41,7 +41,7 @@ public:
     // The first chunk, whose bytes are valid until RemoveFront(). The queue must not be empty.
     Chunk Front() const noexcept;
     // Removes the first chunk and frees its block after the block's last chunk. The queue must not
-    // be empty. The last block is kept for chunks to come.
+    // be empty. The last block is kept for further chunks.
     void RemoveFront() noexcept;
     // Removes all chunks and frees all blocks.
     void Clear() noexcept;
