@@ -35,7 +35,7 @@ before_a_comment='^([^/]|/[^/*])*'
     refuse 'The daemon has no classes' '^ *(class |virtual |(public|protected|private):)' $daemon
     refuse 'The daemon has no exceptions' \
         "$before_a_comment"'\b(throw\b|(try|catch) *[({])' $daemon
-    refuse 'The platform knows nothing of changers' '[Cc]hanger|[Cc]arousel|[Tt]rayprobed' $platform
+    refuse 'The platform does not mention changers' '[Cc]hanger|[Cc]arousel|[Tt]rayprobed' $platform
 
     refuse 'platform imports upwards' \
         '#include "(common|ChangerServerConnectionLib|fsclient|trayprobed)/' $platform

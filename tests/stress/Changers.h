@@ -25,8 +25,8 @@ constexpr bool IsPermanent(UInt64 changerGUID) {
 
 enum class Phase {
     kFaultFreeChurn, // random requests, no faults
-    kChurn,          // changers come and go, too
-    kIdle,           // all changers are there, and nothing is to be done
+    kChurn,          // changers are removed and added, too
+    kIdle,           // all changers are present, without requests
     kNoChangers
 };
 
