@@ -13,7 +13,7 @@ class ServerControl {
 public:
     explicit ServerControl(SoakContext& context) : context_(context) {}
 
-    // Executes a command, DoForSlot() one with the arguments "changer" and "slot" of `place`.
+    // Execute a command. DoForSlot() inserts the arguments "changer" and "slot" of `place`.
     std::vector<testbed::Event> Do(const std::string& command) const;
     void DoForSlot(Place place, const std::string& command) const;
 
