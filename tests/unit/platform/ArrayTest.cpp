@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
+#include <iterator>
 #include <limits>
 
 namespace {
@@ -11,6 +13,11 @@ constexpr CFRange kEverything = {0, 3};
 
 CFTypeRef At(CFArrayRef array, CFIndex index) {
     return CFArrayGetValueAtIndex(array, index);
+}
+
+CFOwned<CFArrayRef> CreateArray(std::initializer_list<const void*> members) {
+    return CFOwned(CFArrayCreate(nullptr, const_cast<const void**>(members.begin()),
+                                 std::ssize(members), &kCFTypeArrayCallBacks));
 }
 
 class ArrayOfThree : public testing::Test {
@@ -36,7 +43,7 @@ TEST_F(ArrayOfThree, RetainsItsMembersOnce) {
     EXPECT_EQ(ReferencesTo(first_), 1);
 }
 
-TEST_F(ArrayOfThree, HasNothingOutside) {
+TEST_F(ArrayOfThree, HasNoMembersOutsideItsCount) {
     for (const CFIndex index : {CFIndex{-1}, CFIndex{3}, std::numeric_limits<CFIndex>::max(),
                                 std::numeric_limits<CFIndex>::min()})
         EXPECT_EQ(At(array_, index), nullptr) << index;
@@ -110,13 +117,13 @@ TEST_F(ArrayOfThree, IgnoresNullMembers) {
     EXPECT_EQ(At(array_, 0), first_);
 }
 
-TEST(Array, HoldsNoBooleanForANumber) {
+TEST(Array, BooleanIsNotFoundAsANumber) {
     const auto array = NewArray();
     CFArrayAppendValue(array, kCFBooleanTrue);
     EXPECT_FALSE(CFArrayContainsValue(array, CFRangeMake(0, 1), Integer(1)));
 }
 
-TEST(Array, TakesMoreThanTheCapacitySaid) {
+TEST(Array, GrowsBeyondItsInitialCapacity) {
     const CFOwned<CFMutableArrayRef> array(
         CFArrayCreateMutable(nullptr, 2, &kCFTypeArrayCallBacks));
     for (std::int64_t i = 0; i < 1000; ++i)
@@ -125,10 +132,9 @@ TEST(Array, TakesMoreThanTheCapacitySaid) {
     EXPECT_TRUE(CFEqual(At(array, 999), Integer(999)));
 }
 
-TEST(ImmutableArray, KeepsItsMembers) {
+TEST(ImmutableArray, IgnoresChangesAndIsCopiedMutable) {
     const auto number = Real(70000);
-    const void* members[] = {number, kCFBooleanTrue};
-    const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
+    const auto array = CreateArray({number, kCFBooleanTrue});
     EXPECT_EQ(ReferencesTo(number), 2);
     auto* pretended = const_cast<CFMutableArrayRef>(CFArrayRef{array});
     CFArrayAppendValue(pretended, number);
@@ -142,36 +148,28 @@ TEST(ImmutableArray, KeepsItsMembers) {
               cf::Hash(cf::AsObject(CFMutableArrayRef{copy})));
 }
 
-TEST(ImmutableArray, EqualOnesOfIntegersAreOneObject) {
+TEST(ImmutableArray, EqualArraysOfIntegersAreOneObject) {
     const auto number = Integer(kLarge);
-    const auto same = Integer(kLarge);
-    const void* members[] = {number, Integer(1)};
-    const void* sameMembers[] = {same, Integer(1)};
-    const CFOwned<CFArrayRef> first(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
-    const CFOwned<CFArrayRef> second(
-        CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
-    EXPECT_EQ(CFArrayRef{first}, CFArrayRef{second});
-    EXPECT_TRUE(CFEqual(At(first, 0), number));
+    const auto array = CreateArray({number, Integer(1)});
+    EXPECT_EQ(CreateArray({Integer(kLarge), Integer(1)}).Get(), array.Get());
+    EXPECT_TRUE(CFEqual(At(array, 0), number));
     EXPECT_EQ(ReferencesTo(number), 1);
 
-    sameMembers[1] = CFSTR("x");
-    const CFOwned<CFArrayRef> third(CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
-    const CFOwned<CFArrayRef> fourth(
-        CFArrayCreate(nullptr, sameMembers, 2, &kCFTypeArrayCallBacks));
-    EXPECT_NE(CFArrayRef{third}, CFArrayRef{fourth});
+    const auto withString = CreateArray({number, CFSTR("x")});
+    EXPECT_NE(CreateArray({number, CFSTR("x")}).Get(), withString.Get());
 }
 
-TEST(ImmutableArray, IsNotMadeOfNullsOrImpossibleCounts) {
+TEST(ImmutableArray, IsNotCreatedOfNullsOrImpossibleCounts) {
     const void* members[] = {kCFBooleanTrue, nullptr};
     EXPECT_EQ(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks), nullptr);
     EXPECT_EQ(CFArrayCreate(nullptr, members, -1, &kCFTypeArrayCallBacks), nullptr);
     EXPECT_EQ(CFArrayCreate(nullptr, nullptr, 1, &kCFTypeArrayCallBacks), nullptr);
-    const CFOwned<CFArrayRef> empty(CFArrayCreate(nullptr, nullptr, 0, &kCFTypeArrayCallBacks));
+    const CFOwned empty(CFArrayCreate(nullptr, nullptr, 0, &kCFTypeArrayCallBacks));
     EXPECT_EQ(CFArrayGetCount(empty), 0);
     EXPECT_TRUE(CFEqual(empty, NewArray()));
 }
 
-TEST(Array, OtherObjectsAreEmptyAndStayUnchanged) {
+TEST(Array, OtherObjectsAreEmptyArraysThatIgnoreChanges) {
     const auto dictionary = NewDictionary();
     for (const CFTypeRef object :
          {CFTypeRef{CFSTR("x")}, CFTypeRef{dictionary}, CFTypeRef{kCFNull}, CFTypeRef{nullptr}}) {

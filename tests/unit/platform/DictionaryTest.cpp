@@ -7,28 +7,56 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace {
 
-TEST(Dictionary, RetainsKeyAndValueOnce) {
-    const auto key = Text("key");
-    const auto value = Integer(kLarge);
-    auto dictionary = NewDictionary();
-    CFDictionarySetValue(dictionary, key, value);
-    EXPECT_EQ(ReferencesTo(key), 2);
-    EXPECT_EQ(ReferencesTo(value), 2);
-    CFDictionarySetValue(dictionary, key, value);
-    EXPECT_EQ(ReferencesTo(key), 2);
-    EXPECT_EQ(ReferencesTo(value), 2);
-    EXPECT_EQ(CFDictionaryGetValue(dictionary, CFSTR("key")), value);
-    EXPECT_EQ(ReferencesTo(value), 2);
-    CFRelease(dictionary.Detach());
-    EXPECT_EQ(ReferencesTo(key), 1);
-    EXPECT_EQ(ReferencesTo(value), 1);
+class DictionaryOfOnePair : public testing::Test {
+protected:
+    DictionaryOfOnePair() {
+        CFDictionarySetValue(dictionary_, key_, value_);
+    }
+
+    using References = std::pair<int, int>;
+    References ReferencesToPair() const {
+        return {ReferencesTo(key_), ReferencesTo(value_)};
+    }
+
+    const CFOwned<CFStringRef> key_ = Text("key");
+    const CFOwned<CFNumberRef> value_ = Integer(kLarge);
+    CFOwned<CFMutableDictionaryRef> dictionary_ = NewDictionary();
+};
+
+TEST_F(DictionaryOfOnePair, RetainsKeyAndValueOnce) {
+    EXPECT_EQ(ReferencesToPair(), References(2, 2));
+    CFDictionarySetValue(dictionary_, key_, value_);
+    EXPECT_EQ(ReferencesToPair(), References(2, 2));
+    EXPECT_EQ(CFDictionaryGetValue(dictionary_, CFSTR("key")), value_);
+    EXPECT_EQ(ReferencesToPair(), References(2, 2));
+    CFRelease(dictionary_.Detach());
+    EXPECT_EQ(ReferencesToPair(), References(1, 1));
 }
 
-TEST(Dictionary, ReplacesKeyAndValueByEqualKey) {
+TEST_F(DictionaryOfOnePair, RemovesAndReleases) {
+    CFDictionaryRemoveValue(dictionary_, CFSTR("absent"));
+    EXPECT_EQ(CFDictionaryGetCount(dictionary_), 1);
+    CFDictionaryRemoveValue(dictionary_, CFSTR("key"));
+    EXPECT_EQ(CFDictionaryGetCount(dictionary_), 0);
+    EXPECT_FALSE(CFDictionaryContainsKey(dictionary_, key_));
+    EXPECT_EQ(ReferencesToPair(), References(1, 1));
+    CFDictionaryRemoveValue(dictionary_, key_);
+}
+
+TEST_F(DictionaryOfOnePair, CopiesShallowly) {
+    const CFOwned copy(CFDictionaryCreateMutableCopy(nullptr, 0, dictionary_));
+    EXPECT_TRUE(CFEqual(copy, dictionary_));
+    EXPECT_EQ(ReferencesToPair(), References(3, 3));
+    CFDictionarySetValue(copy, CFSTR("more"), kCFBooleanTrue);
+    EXPECT_EQ(CFDictionaryGetCount(dictionary_), 1);
+}
+
+TEST(Dictionary, EqualKeyReplacesKeyAndValue) {
     const auto oldKey = Text("key");
     const auto newKey = Text("key");
     const auto oldValue = Integer(kLarge);
@@ -43,29 +71,11 @@ TEST(Dictionary, ReplacesKeyAndValueByEqualKey) {
 
 TEST(Dictionary, SurvivesReplacingAValueByItself) {
     const auto dictionary = NewDictionary();
-    CFNumberRef only = nullptr;
-    {
-        const auto value = Integer(kLarge);
-        CFDictionarySetValue(dictionary, CFSTR("key"), value);
-        only = value;
-    }
+    const CFNumberRef only = Integer(kLarge).Detach();
+    CFDictionarySetValue(dictionary, CFSTR("key"), only);
+    CFRelease(only); // the dictionary holds the last reference
     CFDictionarySetValue(dictionary, CFSTR("key"), only);
     EXPECT_EQ(ReferencesTo(only), 1);
-}
-
-TEST(Dictionary, RemovesAndReleases) {
-    const auto key = Text("key");
-    const auto value = Integer(kLarge);
-    const auto dictionary = NewDictionary();
-    CFDictionarySetValue(dictionary, key, value);
-    CFDictionaryRemoveValue(dictionary, CFSTR("absent"));
-    EXPECT_EQ(CFDictionaryGetCount(dictionary), 1);
-    CFDictionaryRemoveValue(dictionary, CFSTR("key"));
-    EXPECT_EQ(CFDictionaryGetCount(dictionary), 0);
-    EXPECT_FALSE(CFDictionaryContainsKey(dictionary, key));
-    EXPECT_EQ(ReferencesTo(key), 1);
-    EXPECT_EQ(ReferencesTo(value), 1);
-    CFDictionaryRemoveValue(dictionary, key);
 }
 
 TEST(Dictionary, FindsNumbersAcrossWidths) {
@@ -79,7 +89,7 @@ TEST(Dictionary, FindsNumbersAcrossWidths) {
     EXPECT_EQ(CFDictionaryGetValue(dictionary, kCFBooleanTrue), nullptr);
 }
 
-// Enough keys that they meet in their places, removed in another order than they were added.
+// Enough keys for collisions in the table, removed in another order than they were added.
 TEST(Dictionary, KeepsItsOtherPairsWhileItGrowsAndShrinks) {
     constexpr std::int64_t kCount = 2000;
     constexpr std::int64_t kStep = 7; // has no factor in common with the count
@@ -114,21 +124,7 @@ TEST(Dictionary, GivesKeysAndValuesPairwise) {
     EXPECT_EQ(again, values);
 }
 
-TEST(Dictionary, CopiesShallowly) {
-    const auto key = Text("key");
-    const auto value = Integer(kLarge);
-    const auto dictionary = NewDictionary();
-    CFDictionarySetValue(dictionary, key, value);
-    const CFOwned<CFMutableDictionaryRef> copy(
-        CFDictionaryCreateMutableCopy(nullptr, 0, dictionary));
-    EXPECT_TRUE(CFEqual(copy, dictionary));
-    EXPECT_EQ(ReferencesTo(key), 3);
-    EXPECT_EQ(ReferencesTo(value), 3);
-    CFDictionarySetValue(copy, CFSTR("more"), kCFBooleanTrue);
-    EXPECT_EQ(CFDictionaryGetCount(dictionary), 1);
-}
-
-TEST(Dictionary, EqualsByItsPairs) {
+TEST(Dictionary, EqualPairsMakeEqualDictionaries) {
     const auto one = NewDictionary();
     const auto other = NewDictionary();
     CFDictionarySetValue(one, CFSTR("a"), Integer(70000));
@@ -147,7 +143,7 @@ TEST(Dictionary, EqualsByItsPairs) {
     EXPECT_FALSE(CFEqual(one, other));
 }
 
-TEST(Dictionary, TakesNoNullKeysOrValues) {
+TEST(Dictionary, NullKeysAndValuesAreIgnored) {
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, nullptr, kCFBooleanTrue);
     CFDictionarySetValue(dictionary, CFSTR("key"), nullptr);
@@ -157,7 +153,7 @@ TEST(Dictionary, TakesNoNullKeysOrValues) {
     EXPECT_FALSE(CFDictionaryContainsKey(dictionary, nullptr));
 }
 
-TEST(Dictionary, OtherObjectsAreEmptyAndStayUnchanged) {
+TEST(Dictionary, OtherObjectsAreEmptyDictionariesThatIgnoreChanges) {
     const auto array = NewArray();
     for (const CFTypeRef object :
          {CFTypeRef{CFSTR("x")}, CFTypeRef{array}, CFTypeRef{kCFNull}, CFTypeRef{nullptr}}) {

@@ -76,6 +76,12 @@ protected:
     void Update(std::vector<Volume> volumes) {
         list_.Update(std::move(volumes), now_);
     }
+    // The volumes time out before any later one is mounted.
+    void UpdateAndTimeOut(const std::string& names, std::initializer_list<std::uint64_t> silent) {
+        Silence(silent);
+        Update(names);
+        now_ += DiskList::kProbeTimeout;
+    }
     static void Silence(std::initializer_list<std::uint64_t> mounts) {
         const std::lock_guard lock(g_mutex);
         for (const std::uint64_t mount : mounts)
@@ -298,9 +304,7 @@ TEST_F(DiskListTest, DisksAppearAgainAfterAnOlderOneThatIsLate) {
 }
 
 TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
-    Silence({1});
-    Update("a");
-    now_ = DiskList::kProbeTimeout;
+    UpdateAndTimeOut("a", {1});
     Update("abc");
     EXPECT_EQ(Events(2), (Strings{"+b", "+c"}));
     Answer(1);
@@ -311,9 +315,7 @@ TEST_F(DiskListTest, DisksThatHaveGoneDoNotAppearAgain) {
 }
 
 TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotAfterAChange) {
-    Silence({1});
-    Update("a");
-    now_ = DiskList::kProbeTimeout;
+    UpdateAndTimeOut("a", {1});
     Update("abcd");
     EXPECT_EQ(Events(3), (Strings{"+b", "+c", "+d"}));
     Answer(1);
@@ -324,9 +326,7 @@ TEST_F(DiskListTest, DisksThatHaveAppearedAgainDoNotAfterAChange) {
 }
 
 TEST_F(DiskListTest, LateDiskAppearsBeforeYoungerOnesThatAppearAgain) {
-    Silence({1, 3, 5});
-    Update("abc");
-    now_ = DiskList::kProbeTimeout;
+    UpdateAndTimeOut("abc", {1, 3, 5});
     EXPECT_EQ(Events(1), Strings{"+b"});
     Update("abcd");
     EXPECT_EQ(Events(1), Strings{"+d"});
@@ -353,18 +353,14 @@ TEST_F(DiskListTest, DiskThatWasFoundLastHoldsBackAlthoughItIsOlder) {
 }
 
 TEST_F(DiskListTest, TimedOutDiskDoesNotHoldBackAfterANewerOneAppeared) {
-    Silence({1});
-    Update("a");
-    now_ = DiskList::kProbeTimeout;
+    UpdateAndTimeOut("a", {1});
     Update("ab");
     EXPECT_EQ(Events(1), Strings{"+b"});
     EXPECT_FALSE(list_.IsTimeoutPending(now_));
 }
 
 TEST_F(DiskListTest, LateDisksThatAnswerInReverseAppearInOrder) {
-    Silence({1, 2});
-    Update("abc");
-    now_ = DiskList::kProbeTimeout;
+    UpdateAndTimeOut("abc", {1, 2});
     EXPECT_EQ(Events(1), Strings{"+c"});
     Answer(2);
     EXPECT_EQ(Events(2), (Strings{"+b", "+c"}));
@@ -375,9 +371,7 @@ TEST_F(DiskListTest, LateDisksThatAnswerInReverseAppearInOrder) {
 }
 
 TEST_F(DiskListTest, RepeatedAppearanceIsNotHeldBack) {
-    Silence({1, 2});
-    Update("bc");
-    now_ = DiskList::kProbeTimeout;
+    UpdateAndTimeOut("bc", {1, 2});
     EXPECT_EQ(Events(1), Strings{"+c"});
     Answer(2);
     EXPECT_EQ(Events(1), Strings{"+b"});

@@ -30,8 +30,8 @@ std::atomic<std::int64_t> g_monotonic;
 std::atomic<std::int64_t> g_wallClock;
 std::mutex g_deadlinesMutex;
 std::multimap<std::int64_t, int> g_deadlines; // monotonic timers: date and descriptor
-std::int64_t g_alarmTime;                     // when the alarm expires, on the wall clock
-int g_alarm = -1; // the timer descriptor that also tells of steps; -1: none was set yet
+std::int64_t g_alarmTime;                     // of the expiry, on the wall clock
+int g_alarm = -1; // the timer descriptor that also reports steps; -1: none was set yet
 bool g_stepped;
 std::atomic<int> g_sleeps;
 bool g_refuseAlarms;
@@ -40,11 +40,7 @@ std::int64_t Nanoseconds(CFTimeInterval seconds) {
     return std::llround(seconds * static_cast<double>(kSecond));
 }
 
-// Lets the kernel's timers of the dates that are reached expire, one after the other. A descriptor
-// that was closed meanwhile is passed over.
-void ExpireDeadlines();
-
-// How long the context would sleep by itself.
+// The time in nanoseconds until the context would wake up by itself.
 std::int64_t SleepOf(GMainContext* context) {
     EXPECT_TRUE(g_main_context_acquire(context));
     gint priority = 0;
@@ -63,7 +59,32 @@ int __real_timerfd_create(int clock, int flags);
 int __real_timerfd_settime(int timer, int flags, const itimerspec* setting, itimerspec* old);
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
 gboolean __real_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
+}
 
+namespace {
+
+// Makes the timer descriptor expire now. False if the descriptor is closed.
+bool Expire(int timer) {
+    const itimerspec atOnce = {{}, {0, 1}};
+    return __real_timerfd_settime(timer, 0, &atOnce, nullptr) == 0;
+}
+
+// Makes the monotonic timers whose dates have passed expire, one after the other. Closed
+// descriptors are ignored.
+void ExpireDeadlines() {
+    const std::lock_guard lock(g_deadlinesMutex);
+    while (!g_deadlines.empty() && g_deadlines.begin()->first <= g_monotonic) {
+        const int timer = g_deadlines.begin()->second;
+        g_deadlines.erase(g_deadlines.begin());
+        pollfd expiry = {timer, POLLIN, 0};
+        if (Expire(timer))
+            poll(&expiry, 1, -1);
+    }
+}
+
+} // namespace
+
+extern "C" {
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
     if (!g_fake)
         return __real_clock_gettime(clock, time);
@@ -98,7 +119,7 @@ int __wrap_timerfd_settime(int timer, int flags, const itimerspec* setting, itim
         date.tv_sec == 0 && date.tv_nsec == 0 ? kNotSet : date.tv_sec * kSecond + date.tv_nsec;
     if (!std::exchange(g_stepped, false))
         return 0;
-    errno = ECANCELED; // told once: here, or when the descriptor is read
+    errno = ECANCELED; // reported once: here, or when the descriptor is read
     return -1;
 }
 
@@ -127,27 +148,10 @@ gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBloc
     if (!g_stepped && untilAlarm > sleep)
         return FALSE;
     g_alarmTime = kNotSet;
-    const itimerspec atOnce = {{}, {0, 1}};
-    EXPECT_EQ(__real_timerfd_settime(g_alarm, 0, &atOnce, nullptr), 0);
+    EXPECT_TRUE(Expire(g_alarm));
     return __real_g_main_context_iteration(context, TRUE);
 }
 }
-
-namespace {
-
-void ExpireDeadlines() {
-    const std::lock_guard lock(g_deadlinesMutex);
-    while (!g_deadlines.empty() && g_deadlines.begin()->first <= g_monotonic) {
-        const int timer = g_deadlines.begin()->second;
-        g_deadlines.erase(g_deadlines.begin());
-        const itimerspec atOnce = {{}, {0, 1}};
-        pollfd expiry = {timer, POLLIN, 0};
-        if (__real_timerfd_settime(timer, 0, &atOnce, nullptr) == 0)
-            poll(&expiry, 1, -1);
-    }
-}
-
-} // namespace
 
 FakeClock::FakeClock() {
     g_fake = true;

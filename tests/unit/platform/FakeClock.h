@@ -2,10 +2,10 @@
 #define TESTS_FAKECLOCK_H
 
 /*
- * Time in the test's hand. While a FakeClock lives, both clocks stand still but for it, and a run
- * loop that would sleep jumps to what it would sleep for. The kernel's monotonic timers expire when
- * the fake time reaches their dates, in the order of the dates. One thread moves the time at a
- * time; any thread may read it.
+ * A clock that the test controls. While a FakeClock lives, both clocks change only through it, and
+ * a run loop that would sleep advances them to its next date instead. The kernel's monotonic timers
+ * expire when the fake time reaches their dates, in the order of the dates. Any thread may read the
+ * time; one thread at a time may change it.
  */
 
 #include <CoreFoundation/CFDate.h>
@@ -17,23 +17,23 @@ public:
     FakeClock& operator=(const FakeClock&) = delete;
     ~FakeClock();
 
-    // Time goes by.
+    // Advances both clocks.
     void Advance(CFTimeInterval seconds);
-    // Somebody sets the wall clock.
+    // Changes the wall clock alone, as settimeofday() does.
     void Step(CFTimeInterval seconds);
-    // The machine sleeps: the monotonic clock stands meanwhile.
+    // Suspends the machine: the monotonic clock stands still.
     void Suspend(CFTimeInterval seconds);
 
-    // Since the FakeClock was made, by the monotonic clock.
+    // Seconds of the monotonic clock since construction.
     CFTimeInterval Elapsed() const;
 
-    // How often a run loop has slept since the FakeClock was made.
+    // The number of sleeps of run loops since construction.
     int Sleeps() const;
 
-    // Whether a date by the wall clock would wake the loop.
+    // True if a date of the wall clock would wake the loop.
     bool HasAlarm() const;
 
-    // Refuses descriptors for timers of either clock.
+    // While true, timerfd_create() fails.
     void RefuseAlarms(bool refuse);
 };
 

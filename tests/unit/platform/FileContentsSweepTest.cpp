@@ -1,4 +1,4 @@
-/* Reading a file while what reading takes is short for a moment. */
+/* Reading a file during a short shortage of a resource. */
 
 #include "Calls.h"
 #include "FaultSweep.h"
@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// EIO is the file's own answer, which asking again does not change.
+// EIO is an error of the file: reading it again would not help.
 bool IsShortage(const SystemCallFailure& failure) {
     return failure.error != EIO;
 }
@@ -30,7 +30,7 @@ protected:
     const TemporaryTree tree_;
 };
 
-TEST_F(FileContentsSweep, AShortageIsWaitedOut) {
+TEST_F(FileContentsSweep, FileIsReadWhenTheShortageHasEnded) {
     std::size_t faults = 0;
     for (const SystemCallFailure& failure : SystemCallFailures()) {
         cf::FileContents contents;
@@ -43,7 +43,7 @@ TEST_F(FileContentsSweep, AShortageIsWaitedOut) {
     EXPECT_GT(faults, 0U);
 }
 
-TEST_F(FileContentsSweep, NobodyWaitsWithoutEndForAShortage) {
+TEST_F(FileContentsSweep, LastingShortageEndsAtTheTimeOut) {
     const SystemCallFailure failure = {kThreadStart, EAGAIN};
     const SystemCallFault fault(failure, 1);
     const cf::FileContents contents = cf::ReadFileWithin(0ms, tree_.Path("file"), 100);

@@ -1,8 +1,9 @@
-/* Reading files from file systems that do not answer: a wrapped read() stands for one. */
+/* Reading files from file systems that do not answer, simulated by a wrapped read(). */
 
 #include "files/FileContents.h"
 
 #include "Urls.h"
+#include "support/CFOwned.h"
 #include "support/TemporaryTree.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -30,23 +31,47 @@ namespace {
 using namespace std::chrono_literals;
 using cf::FileContents;
 
-// Which file does not answer, and the readers of it.
+// The file that does not answer, and the number of its readers.
 struct DeadFile {
     std::mutex mutex;
     std::condition_variable changed;
-    ino_t inode = 0;
+    ino_t inode = 0; // 0: all files answer
     int waiting = 0;
+
+    void Set(ino_t newInode) {
+        const std::lock_guard lock(mutex);
+        inode = newInode;
+        changed.notify_all();
+    }
+    int CountReaders() {
+        const std::lock_guard lock(mutex);
+        return waiting;
+    }
+    void AwaitReaders(int count) {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return waiting == count; });
+    }
+    // Blocks the reader of this file.
+    void Read(ino_t file) {
+        std::unique_lock lock(mutex);
+        if (inode == 0 || file != inode)
+            return;
+        ++waiting;
+        changed.notify_all();
+        changed.wait(lock, [this] { return inode == 0; });
+        --waiting;
+        changed.notify_all();
+    }
 } g_dead;
 
-std::atomic<int> g_openingError = 0;               // with which the next opening fails, for once
-std::atomic<const char*> g_opensInstead = nullptr; // the file that took the next one's place
-std::atomic<bool> g_isMemoryOut = false;           // at the next reading
-std::atomic<bool> g_takesSignals = true;           // the thread that read last
+std::atomic<int> g_openingError = 0;               // of the next open(); 0: none
+std::atomic<const char*> g_opensInstead = nullptr; // by the next open()
+std::atomic<bool> g_isMemoryOut = false;           // at the next read()
+std::atomic<bool> g_takesSignals = true;           // of the thread of the last read()
 std::atomic<int> g_pauses = 0;
 
-// At the next wait for a reader the file answers; here stands until when the wait was to be.
-std::atomic<bool> g_answersWhenAwaited = false;
-std::chrono::steady_clock::time_point g_endOfWait;
+std::atomic<bool> g_answersWhenAwaited = false;    // the dead file, at the next wait for a reader
+std::chrono::steady_clock::time_point g_endOfWait; // the time-out of that wait
 
 class FileContentsTest : public testing::Test {
 protected:
@@ -57,30 +82,19 @@ protected:
     void LetDie() {
         struct stat status = {};
         ASSERT_EQ(stat(path_.c_str(), &status), 0);
-        const std::lock_guard lock(g_dead.mutex);
-        g_dead.inode = status.st_ino;
+        g_dead.Set(status.st_ino);
     }
-    static int CountReaders() {
-        const std::lock_guard lock(g_dead.mutex);
-        return g_dead.waiting;
-    }
-    static void AwaitReaders(int count) {
-        std::unique_lock lock(g_dead.mutex);
-        g_dead.changed.wait(lock, [&] { return g_dead.waiting == count; });
-    }
-    // The readers that were left alone come to their end.
+    // Returns when the abandoned readers have ended.
     static void Revive() {
-        std::unique_lock lock(g_dead.mutex);
-        g_dead.inode = 0;
-        g_dead.changed.notify_all();
-        g_dead.changed.wait(lock, [] { return g_dead.waiting == 0; });
+        g_dead.Set(0);
+        g_dead.AwaitReaders(0);
     }
 
-    const TemporaryTree tree_; // of each test's own: they run beside each other
+    const TemporaryTree tree_; // one per test: tests run in parallel
     const std::string path_;
 };
 
-TEST_F(FileContentsTest, AreReadInTime) {
+TEST_F(FileContentsTest, FileThatAnswersIsReadOnAThreadWithoutSignals) {
     const FileContents contents = cf::ReadFileWithin(1h, path_, 100);
     EXPECT_TRUE(contents.isOpened);
     EXPECT_TRUE(contents.isRead);
@@ -88,29 +102,29 @@ TEST_F(FileContentsTest, AreReadInTime) {
     EXPECT_FALSE(g_takesSignals);
 }
 
-TEST_F(FileContentsTest, AreNoMoreThanAskedFor) {
+TEST_F(FileContentsTest, NoMoreThanTheMaximumIsRead) {
     EXPECT_EQ(cf::ReadFileWithin(1h, path_, 3).bytes.size(), 3U);
     EXPECT_EQ(cf::ReadFile(path_, 3).bytes.size(), 3U);
-    tree_.Write("file", std::string(40'000, 'x')); // more than one call to read() asks for
+    tree_.Write("file", std::string(40'000, 'x')); // more than one read()
     for (const std::size_t maximum : {16'384U, 16'387U, 39'999U})
         EXPECT_EQ(cf::ReadFile(path_, maximum).bytes.size(), maximum);
 }
 
-TEST_F(FileContentsTest, MissingFileIsNotOpenedAndDirectoryIsOpenedButNotRead) {
+TEST_F(FileContentsTest, DirectoryIsOpenedAndNotRead) {
     EXPECT_FALSE(cf::ReadFileWithin(1h, path_ + "missing", 100).isOpened);
     const FileContents folder = cf::ReadFileWithin(1h, tree_.Root(), 100);
     EXPECT_TRUE(folder.isOpened);
     EXPECT_FALSE(folder.isRead);
 }
 
-TEST_F(FileContentsTest, OfWhatIsMissingAreNotAskedFor) {
+TEST_F(FileContentsTest, MissingFileIsNotOpened) {
     g_openingError = EMFILE;
     EXPECT_FALSE(cf::ReadFile(path_ + "missing", 100).isShortage);
     EXPECT_EQ(g_openingError.exchange(0), EMFILE);
 }
 
-// A reason of the file's own, which asking again would not change: it could be opened by then.
-TEST_F(FileContentsTest, OfAFileThatCannotBeOpenedAreAskedForOnce) {
+// These errors are the file's own: a second attempt, which would succeed here, must not follow.
+TEST_F(FileContentsTest, FileThatCannotBeOpenedIsTriedOnce) {
     for (const int error : {EACCES, EIO, EPERM, ENXIO, ELOOP}) {
         g_openingError = error;
         const FileContents contents = cf::ReadFileWithin(1h, path_, 100);
@@ -120,7 +134,7 @@ TEST_F(FileContentsTest, OfAFileThatCannotBeOpenedAreAskedForOnce) {
     }
 }
 
-TEST_F(FileContentsTest, ThatCannotBeOpenedForAShortageAreAskedForAgain) {
+TEST_F(FileContentsTest, FileIsTriedAgainAfterAShortage) {
     for (const int error : {EMFILE, ENFILE, ENOMEM}) {
         g_openingError = error;
         g_pauses = 0;
@@ -130,29 +144,14 @@ TEST_F(FileContentsTest, ThatCannotBeOpenedForAShortageAreAskedForAgain) {
     }
 }
 
-TEST_F(FileContentsTest, OfAFileOnAnotherDeviceThatTookItsPlaceAreNotRead) {
+TEST_F(FileContentsTest, FileReplacedByOneOnAnotherDeviceIsNotRead) {
     g_opensInstead = "/proc/self/stat";
     EXPECT_FALSE(cf::ReadFile(path_, 100).isOpened);
     EXPECT_EQ(g_opensInstead, nullptr);
     EXPECT_TRUE(cf::ReadFile(path_, 100).isOpened);
 }
 
-TEST_F(FileContentsTest, AreReadThroughDescriptorZeroWhichIsClosedAgain) {
-    const int standardInput = dup(STDIN_FILENO);
-    ASSERT_GE(standardInput, 0);
-    close(STDIN_FILENO);
-    errno = EMFILE; // of an earlier failure
-    const FileContents contents = cf::ReadFile(path_, 100);
-    const bool isOpen = fcntl(STDIN_FILENO, F_GETFD) >= 0;
-    dup2(standardInput, STDIN_FILENO);
-    close(standardInput);
-    EXPECT_TRUE(contents.isOpened);
-    EXPECT_TRUE(contents.isRead);
-    EXPECT_FALSE(contents.isShortage);
-    EXPECT_FALSE(isOpen);
-}
-
-TEST_F(FileContentsTest, AreReadWhateverErrorAnEarlierCallLeft) {
+TEST_F(FileContentsTest, ErrnoOfAnEarlierCallIsIgnored) {
     for (const int error : {EINTR, EMFILE, EIO}) {
         errno = error;
         const FileContents contents = cf::ReadFile(path_, 100);
@@ -161,26 +160,25 @@ TEST_F(FileContentsTest, AreReadWhateverErrorAnEarlierCallLeft) {
     }
 }
 
-// Wherever the file is read, who asked for it learns.
-TEST_F(FileContentsTest, WithoutMemoryThereAreNone) {
+TEST_F(FileContentsTest, WithoutMemoryReadingThrowsInTheCaller) {
     g_isMemoryOut = true;
     EXPECT_THROW(cf::ReadFileWithin(1h, path_, 100), std::bad_alloc);
     EXPECT_FALSE(g_isMemoryOut);
     EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isRead);
 }
 
-TEST_F(FileContentsTest, ThatDoNotComeCountAsNotOpened) {
+TEST_F(FileContentsTest, FileThatTimesOutIsNotOpened) {
     LetDie();
     EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
-    AwaitReaders(1);
+    g_dead.AwaitReaders(1);
     Revive();
     EXPECT_TRUE(cf::ReadFileWithin(1h, path_, 100).isOpened);
 }
 
-TEST_F(FileContentsTest, AreWaitedForHalfAMinuteOnTheMainThread) {
+TEST_F(FileContentsTest, TimeOutOnTheMainThreadIsThirtySeconds) {
     LetDie();
-    CFURLRef url = CreateUrl(path_);
-    CFReadStreamRef stream = CFReadStreamCreateWithFile(nullptr, url);
+    const CFOwned url(CreateUrl(path_));
+    const CFOwned stream(CFReadStreamCreateWithFile(nullptr, url));
     g_answersWhenAwaited = true;
     const auto before = std::chrono::steady_clock::now();
     EXPECT_TRUE(CFReadStreamOpen(stream));
@@ -188,20 +186,18 @@ TEST_F(FileContentsTest, AreWaitedForHalfAMinuteOnTheMainThread) {
     EXPECT_FALSE(g_answersWhenAwaited);
     EXPECT_GE(g_endOfWait, before + 30s);
     EXPECT_LE(g_endOfWait, after + 30s);
-    CFRelease(stream);
-    CFRelease(url);
 }
 
-TEST_F(FileContentsTest, AreNotAskedForWhereTooManyDidNotCome) {
+TEST_F(FileContentsTest, NoReadStartsWhileTheMaximumArePending) {
     LetDie();
-    // A reader of an earlier test may count until it has ended, and one is refused for it.
-    while (CountReaders() < cf::kMaximumPendingReads)
+    // A reader of an earlier test is pending until it has ended: one read may be refused for it.
+    while (g_dead.CountReaders() < cf::kMaximumPendingReads)
         EXPECT_FALSE(cf::ReadFileWithin(0ms, path_, 100).isOpened);
     EXPECT_FALSE(cf::ReadFileWithin(1h, path_, 100).isOpened);
-    AwaitReaders(cf::kMaximumPendingReads);
+    g_dead.AwaitReaders(cf::kMaximumPendingReads);
     Revive();
     while (!cf::ReadFileWithin(1h, path_, 100).isOpened)
-        std::this_thread::yield(); // until the threads that were left alone have ended
+        std::this_thread::yield(); // until the abandoned threads have ended
 }
 
 } // namespace
@@ -225,14 +221,12 @@ int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mu
     if (g_answersWhenAwaited.exchange(false)) {
         g_endOfWait = std::chrono::steady_clock::time_point(std::chrono::seconds(end->tv_sec) +
                                                             std::chrono::nanoseconds(end->tv_nsec));
-        const std::lock_guard lock(g_dead.mutex);
-        g_dead.inode = 0;
-        g_dead.changed.notify_all();
+        g_dead.Set(0);
     }
     return __real_pthread_cond_clockwait(condition, mutex, clock, end);
 }
 
-// Nothing here creates a file, so there is no mode to pass on.
+// No file is created: there is no mode to pass on.
 int __wrap_open(const char* path, int flags, ...) {
     EXPECT_EQ(flags, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) << path;
     const int error = g_openingError.exchange(0);
@@ -252,15 +246,7 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
         throw std::bad_alloc();
     struct stat status = {};
     fstat(descriptor, &status);
-    std::unique_lock lock(g_dead.mutex);
-    if (g_dead.inode != 0 && status.st_ino == g_dead.inode) {
-        ++g_dead.waiting;
-        g_dead.changed.notify_all();
-        g_dead.changed.wait(lock, [] { return g_dead.inode == 0; });
-        --g_dead.waiting;
-        g_dead.changed.notify_all();
-    }
-    lock.unlock();
+    g_dead.Read(status.st_ino);
     return __real_read(descriptor, buffer, size);
 }
 }

@@ -20,34 +20,40 @@ namespace {
 constexpr std::uint32_t kPlaces = 256;
 constexpr std::size_t kFewest = 120;
 
-// In whatever bits words differ. Reals and dates differ in their highest ones.
+// The number of different places of hashOf(0) to hashOf(255).
+template<typename HashOf>
+std::size_t CountPlaces(HashOf hashOf) {
+    std::set<std::uint32_t> places;
+    for (std::uint32_t i = 0; i < kPlaces; ++i)
+        places.insert(hashOf(i) % kPlaces);
+    return places.size();
+}
+
+// Integers differ in their lowest bits, reals and dates in their highest ones.
 TEST(Hash, WordsThatDifferInEightBitsFindDifferentPlaces) {
-    for (unsigned lowest = 0; lowest <= 56; lowest += 8) {
-        std::set<std::uint32_t> places;
-        for (std::uint64_t i = 0; i < kPlaces; ++i)
-            places.insert(cf::HashWord(i << lowest) % kPlaces);
-        EXPECT_GT(places.size(), kFewest) << lowest;
-    }
+    for (unsigned lowest = 0; lowest <= 56; lowest += 8)
+        EXPECT_GT(CountPlaces([=](std::uint64_t i) { return cf::HashWord(i << lowest); }), kFewest)
+            << lowest;
 }
 
 TEST(Hash, NumbersThatAreNoSignedIntegersFindDifferentPlaces) {
-    std::set<std::uint32_t> ofReals;
-    std::set<std::uint32_t> ofUnsigned;
-    for (std::uint64_t i = 0; i < kPlaces; ++i) {
-        const CFOwned<CFTypeRef> real(cf::SharedReal(0.001 * static_cast<double>(i)));
-        const CFOwned<CFTypeRef> large(cf::SharedUnsignedInteger((std::uint64_t{1} << 63) + i));
-        ofReals.insert(cf::Hash(cf::AsObject(real)) % kPlaces);
-        ofUnsigned.insert(cf::Hash(cf::AsObject(large)) % kPlaces);
-    }
-    EXPECT_GT(ofReals.size(), kFewest);
-    EXPECT_GT(ofUnsigned.size(), kFewest);
+    const auto hashOf = [](const cf::Object* owned) {
+        return cf::Hash(cf::Owned<const cf::Object>::Adopt(owned).Get());
+    };
+    EXPECT_GT(CountPlaces([&](std::uint32_t i) { return hashOf(cf::SharedReal(0.001 * i)); }),
+              kFewest);
+    constexpr std::uint64_t kNoSignedInteger = std::uint64_t{1} << 63;
+    EXPECT_GT(CountPlaces([&](std::uint32_t i) {
+                  return hashOf(cf::SharedUnsignedInteger(kNoSignedInteger + i));
+              }),
+              kFewest);
 }
 
-// Arrays and dictionaries are entered in the table of shared values by what they hold. All stay
-// alive, lest one have the address of another that is gone.
+// The hash of a shared collection is the hash of its members' addresses. All collections stay
+// alive: a new one would reuse the address of a released one.
 TEST(Hash, SharedCollectionsThatDifferInOneMemberFindDifferentPlaces) {
     std::vector<CFOwned<CFTypeRef>> values;
-    std::set<std::uint32_t> places[3]; // of rows, of rows of pieces, of dictionaries
+    std::set<std::uint32_t> places[3]; // of short arrays, of arrays in pieces, of dictionaries
     const cf::Object* members[40];
     std::ranges::fill(members, cf::AsObject(kCFBooleanTrue));
     for (std::uint32_t i = 0; i < kPlaces; ++i) {
@@ -64,26 +70,25 @@ TEST(Hash, SharedCollectionsThatDifferInOneMemberFindDifferentPlaces) {
         EXPECT_GT(each.size(), kFewest);
 }
 
-// Of two words and a rest.
+// The text has two words and a rest.
 TEST(Hash, TextsThatDifferInOneByteFindDifferentPlaces) {
     char text[] = "twenty one characters";
     for (char& byte : text) {
-        std::set<std::uint32_t> places;
-        for (std::uint32_t i = 0; i < kPlaces; ++i, ++byte)
-            places.insert(cf::HashBytes(text, sizeof text) % kPlaces);
-        EXPECT_GT(places.size(), kFewest) << &byte - text;
+        const auto hashOfNext = [&](std::uint32_t) {
+            ++byte;
+            return cf::HashBytes(text, sizeof text);
+        };
+        EXPECT_GT(CountPlaces(hashOfNext), kFewest) << &byte - text;
     }
 }
 
 TEST(Hash, TextsOfZerosFindDifferentPlaces) {
     const char zeros[kPlaces] = {};
-    std::set<std::uint32_t> places;
-    for (std::size_t length = 0; length < kPlaces; ++length)
-        places.insert(cf::HashBytes(zeros, length) % kPlaces);
-    EXPECT_GT(places.size(), kFewest);
+    EXPECT_GT(CountPlaces([&](std::size_t length) { return cf::HashBytes(zeros, length); }),
+              kFewest);
 }
 
-TEST(Hash, HasAsManyBitsAsAnObjectHasRoomFor) {
+TEST(Hash, UsesEveryBitOfTheFieldOfAnObject) {
     std::uint32_t all = 0;
     for (std::uint64_t i = 0; i < 1000; ++i)
         all |= cf::HashWord(i);

@@ -1,4 +1,4 @@
-/* What libmount and the C library refuse for lack of memory, which the sweeps do not reach. */
+/* Failures of libmount and fmemopen() without memory, which the fault sweeps do not reach. */
 
 #include "disks/MountMonitor.h"
 #include "disks/MountTable.h"
@@ -24,7 +24,7 @@ protected:
     }
 };
 
-TEST_F(LibmountFaults, MountTableIsRefusedWhenNoParserIsToBeHad) {
+TEST_F(LibmountFaults, MountTableIsRefusedIfNoParserCanBeCreated) {
     EXPECT_TRUE(disks::ParseMountTable(kTable));
     for (const char* function : {"fmemopen", "mnt_new_table", "mnt_new_iter"}) {
         g_refused = function;
@@ -32,7 +32,7 @@ TEST_F(LibmountFaults, MountTableIsRefusedWhenNoParserIsToBeHad) {
     }
 }
 
-TEST_F(LibmountFaults, MonitorThatCannotBeMadeOrEnabledHasNoDescriptor) {
+TEST_F(LibmountFaults, MonitorThatCannotBeCreatedOrEnabledHasNoDescriptor) {
     EXPECT_GE(disks::MountMonitor().Descriptor(), 0);
     for (const char* function : {"mnt_new_monitor", "mnt_monitor_enable_kernel"}) {
         g_refused = function;

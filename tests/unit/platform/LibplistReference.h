@@ -1,7 +1,7 @@
 #ifndef TESTS_LIBPLISTREFERENCE_H
 #define TESTS_LIBPLISTREFERENCE_H
 
-/* libplist as an independent witness: lists that it read or made, and where ours differ. */
+/* libplist as an independent reference: lists that it read or made, and where ours differ. */
 
 #include "objects/Object.h"
 
@@ -18,7 +18,7 @@ struct FreeNode {
 };
 using Node = std::unique_ptr<void, FreeNode>;
 
-/* Null for what libplist does not take. */
+/* Null for lists that libplist refuses. */
 Node LibplistFromXml(std::string_view xml);
 Node LibplistFromBinary(std::string_view bytes);
 
@@ -27,7 +27,7 @@ Node LibplistFromBinary(std::string_view bytes);
  */
 enum class EqualKeys { FirstCounts, LastCounts };
 
-/* The first place where the lists differ; empty when they are alike. */
+/* The first place where the lists differ; empty when they are equal. */
 std::string DifferenceOf(const cf::Object* ours, plist_t theirs,
                          EqualKeys equalKeys = EqualKeys::LastCounts);
 

@@ -8,14 +8,14 @@
 namespace {
 
 thread_local std::function<void()> g_atSleep;
-thread_local bool g_idle = false; // the last look found nothing
+thread_local bool g_idle = false; // the last iteration did nothing
 
 } // namespace
 
 extern "C" {
 gboolean __real_g_main_context_iteration(GMainContext* context, gboolean mayBlock);
 
-// A look may have swallowed a wake-up, so the loop gets a turn before it is taken for idle.
+// An iteration may have consumed a wake-up: only one without work shows that the loop is idle.
 gboolean __wrap_g_main_context_iteration(GMainContext* context, gboolean mayBlock) {
     if (!mayBlock || !g_atSleep) {
         g_idle = false;
