@@ -1,15 +1,16 @@
 #ifndef TESTS_CALLOUTS_H
 #define TESTS_CALLOUTS_H
 
-/* Timers and signalled sources whose callouts are functions of the test. */
+/* Timers and sources whose callouts are functions of the test. */
 
 #include "loop/RunLoop.h"
+#include "support/NotCopyable.h"
 
 #include <functional>
 #include <utility>
 
-/* A timer in the calling thread's loop. Takes itself out of it at the end of its life. */
-class TestTimer {
+/* A timer in the calling thread's loop, invalidated by the destructor. */
+class TestTimer : NotCopyable {
 public:
     TestTimer(CFAbsoluteTime fireDate, CFTimeInterval interval, std::function<void()> callout,
               CFStringRef mode = kCFRunLoopDefaultMode)
@@ -19,8 +20,6 @@ public:
             CFRunLoopTimerCreate(kCFAllocatorDefault, fireDate, interval, 0, 0, Fire, &context);
         CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer_, mode);
     }
-    TestTimer(const TestTimer&) = delete;
-    TestTimer& operator=(const TestTimer&) = delete;
     ~TestTimer() {
         Invalidate();
         CFRelease(timer_);
@@ -48,10 +47,9 @@ private:
     int count_ = 0;
 };
 
-/*
- * A source in the calling thread's loop: ready when signalled, or while a descriptor is readable.
+/* A source in the calling thread's loop: ready when signalled, or while a descriptor is readable.
  */
-class TestSource {
+class TestSource : NotCopyable {
 public:
     explicit TestSource(std::function<void()> callout, cf::RunLevel level = cf::RunLevel::kAny,
                         int descriptor = -1)
@@ -60,8 +58,6 @@ public:
                                  : cf::CreateDescriptorSource(descriptor, level, Perform, this)) {
         Add();
     }
-    TestSource(const TestSource&) = delete;
-    TestSource& operator=(const TestSource&) = delete;
     ~TestSource() {
         Invalidate();
         CFRelease(source_);

@@ -24,12 +24,9 @@ void Append(ChunkQueue& queue, std::string_view text, Nanoseconds arrived) {
     queue.Append(text.size(), arrived);
 }
 
-std::string TextOf(const ChunkQueue::Chunk& chunk) {
-    return {chunk.bytes.begin(), chunk.bytes.end()};
-}
-
 std::string TakeFront(ChunkQueue& queue) {
-    std::string text = TextOf(queue.Front());
+    const auto bytes = queue.Front().bytes;
+    std::string text(bytes.begin(), bytes.end());
     queue.RemoveFront();
     return text;
 }
@@ -40,21 +37,19 @@ TEST(ChunkQueueTest, NewQueueIsEmpty) {
     EXPECT_EQ(queue.Size(), 0U);
 }
 
-TEST(ChunkQueueTest, ChunksComeInOrderWithTheirMoments) {
+TEST(ChunkQueueTest, ChunksComeInOrderWithTheirTimes) {
     ChunkQueue queue;
     Append(queue, "one", 10);
     Append(queue, "three", 20);
-    EXPECT_EQ(TextOf(queue.Front()), "one");
     EXPECT_EQ(queue.Front().arrived, 10);
-    queue.RemoveFront();
-    EXPECT_EQ(TextOf(queue.Front()), "three");
+    EXPECT_EQ(TakeFront(queue), "one");
     EXPECT_EQ(queue.Front().arrived, 20);
     EXPECT_FALSE(queue.IsEmpty());
-    queue.RemoveFront();
+    EXPECT_EQ(TakeFront(queue), "three");
     EXPECT_TRUE(queue.IsEmpty());
 }
 
-TEST(ChunkQueueTest, SizeCountsTheBytesAndWhatEachChunkTakesBesides) {
+TEST(ChunkQueueTest, SizeCountsTheBytesAndTheOverheadOfEachChunk) {
     ChunkQueue queue;
     Append(queue, "one", 0);
     Append(queue, "three", 0);
@@ -97,7 +92,7 @@ TEST(ChunkQueueTest, DrainedBlockIsUsedFromItsBeginning) {
     }
 }
 
-TEST(ChunkQueueTest, ClearedQueueIsEmptyAndStartsAnew) {
+TEST(ChunkQueueTest, ClearedQueueIsEmptyAndUsable) {
     ChunkQueue queue;
     Append(queue, "first", 1);
     Append(queue, "second", 2);
@@ -109,7 +104,7 @@ TEST(ChunkQueueTest, ClearedQueueIsEmptyAndStartsAnew) {
     EXPECT_EQ(TakeFront(queue), "third");
 }
 
-TEST(ChunkQueueTest, ReserveGivesNothingWithoutMemoryForABlock) {
+TEST(ChunkQueueTest, ReserveIsEmptyWithoutMemoryForABlock) {
     ChunkQueue queue;
     const std::string longest(ChunkQueue::kMaximumChunkSize, 'x');
     const auto hasSpace = [&] {
@@ -123,9 +118,8 @@ TEST(ChunkQueueTest, ReserveGivesNothingWithoutMemoryForABlock) {
     EXPECT_TRUE(hasSpace());
 }
 
-// Beside a queue of texts: chunks of all lengths, appended and taken in bursts, so that it is
-// drained often, and often many blocks long.
-TEST(ChunkQueueTest, BurstsOfChunksOfAnyLengthComeOutAsTheyWentIn) {
+// The reference is a vector of texts. The bursts often drain the queue and often fill many blocks.
+TEST(ChunkQueueTest, BurstsOfChunksOfAnyLengthKeepOrderAndContent) {
     std::mt19937 random(7); // NOLINT(bugprone-random-generator-seed)
     std::uniform_int_distribution<std::size_t> doublings(0, 16);
     std::uniform_int_distribution<int> burst(0, 20);

@@ -1,4 +1,4 @@
-/* The end of collections that hold collections. */
+/* The release of nested collections. */
 
 #include "TestObjects.h"
 
@@ -21,7 +21,7 @@ CFOwned<CFMutableArrayRef> ArrayAround(CFTypeRef member) {
     return array;
 }
 
-// Arrays in dictionaries, as values and as keys, and so on; the number is the innermost.
+// Arrays in dictionaries in arrays and so on, in turn as values and as keys, around the number.
 CFTypeRef NestAround(CFNumberRef number) {
     CFTypeRef inner = CFRetain(number);
     for (int level = 0; level < kDeep; level += 2) {
@@ -42,7 +42,7 @@ void* ReleaseIt(void* object) {
     return nullptr;
 }
 
-TEST(Collection, EndsOnASmallStackHoweverDeeplyNested) {
+TEST(Collection, DeeplyNestedIsReleasedOnASmallStack) {
     const auto innermost = Integer(kLarge);
     const CFTypeRef outermost = NestAround(innermost);
     EXPECT_EQ(ReferencesTo(innermost), 2);
@@ -56,7 +56,7 @@ TEST(Collection, EndsOnASmallStackHoweverDeeplyNested) {
     EXPECT_EQ(ReferencesTo(innermost), 1);
 }
 
-TEST(Collection, ReleasesEachMemberOnceWhereverItStands) {
+TEST(Collection, EveryMemberIsReleasedOnceAtAnyPosition) {
     const auto number = Integer(kLarge);
     const auto kept = ArrayAround(number);
     {

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -18,8 +19,8 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// The kernel counts in ticks. It keeps timers in levels, each eight times as coarse as the one
-// below, and rounds up to the ticks of the level.
+// The kernel counts in ticks and rounds a time-out up to the granularity of its level: the longer
+// the time-out, the coarser by a factor of eight.
 constexpr double kFinestLevel = 63; // ticks
 constexpr double kCoarser = 8;
 
@@ -31,16 +32,16 @@ double WithRounding(double seconds, double ticksPerSecond) {
     return (ticks + granularity) / ticksPerSecond;
 }
 
-// What became of the connecting, and what is to become of it.
+// The calls of connect() and their results.
 struct Attempts {
     FakeClock clock;
     double ticksPerSecond = 250;
-    int error = EAGAIN;          // how each ends
-    double portion = 1;          // and after how much of its wait
-    std::size_t connectsAt = 0;  // which of them succeeds; 0: none
-    std::vector<double> waits{}; // the time-outs set, one for each
+    int error = EAGAIN;          // of each call
+    double portion = 1;          // of its wait that passes before
+    std::size_t connectsAt = 0;  // the call that succeeds; 0: none
+    std::vector<double> waits{}; // the time-outs set, one for each call
 };
-Attempts* g_attempts = nullptr;
+std::optional<Attempts> g_attempts;
 
 } // namespace
 
@@ -70,14 +71,11 @@ namespace {
 
 class ConnectTimeOutTest : public testing::Test {
 protected:
-    ConnectTimeOutTest() {
-        g_attempts = &attempts_;
-    }
     ~ConnectTimeOutTest() override {
-        g_attempts = nullptr;
+        g_attempts.reset();
     }
 
-    // Whether it comes about.
+    // True if the connection is made.
     bool Connect(CFTimeInterval timeout) {
         constexpr std::string_view kAddress = "\0\1/tmp/full"sv;
         attempts_.waits.clear();
@@ -86,10 +84,10 @@ protected:
         return descriptor >= 0 && close(descriptor) == 0;
     }
 
-    Attempts attempts_;
+    Attempts& attempts_ = g_attempts.emplace();
 };
 
-TEST_F(ConnectTimeOutTest, FullBacklogEndsItWhenTheTimeIsOverDespiteTheKernelsRounding) {
+TEST_F(ConnectTimeOutTest, FullBacklogFailsAtTheTimeOutDespiteKernelRounding) {
     constexpr double kLatest = 0.2;
     constexpr std::size_t kMostAttempts = 6; // each goes to the end of the listener's queue
     for (const double ticks : {100.0, 250.0, 300.0, 1000.0})
@@ -105,7 +103,7 @@ TEST_F(ConnectTimeOutTest, FullBacklogEndsItWhenTheTimeIsOverDespiteTheKernelsRo
         }
 }
 
-TEST_F(ConnectTimeOutTest, FirstAttemptOfALongTimeLeavesAnEighthOfIt) {
+TEST_F(ConnectTimeOutTest, FirstAttemptLeavesAnEighthOfALongTimeOut) {
     for (const auto& [timeout, wait] :
          {std::pair{0.1, 0.1}, {0.2, 0.175}, {2, 1.75}, {30, 26.25}}) {
         EXPECT_FALSE(Connect(timeout));
@@ -113,20 +111,20 @@ TEST_F(ConnectTimeOutTest, FirstAttemptOfALongTimeLeavesAnEighthOfIt) {
     }
 }
 
-TEST_F(ConnectTimeOutTest, NoTimeIsOneAttemptWithTheShortestWait) {
+TEST_F(ConnectTimeOutTest, NoTimeOutIsOneAttemptWithTheShortestWait) {
     for (const CFTimeInterval timeout : {0.0, -1.0, -1e300}) {
         EXPECT_FALSE(Connect(timeout));
         EXPECT_EQ(attempts_.waits, std::vector<double>{1e-6}) << timeout;
     }
 }
 
-TEST_F(ConnectTimeOutTest, LaterAttemptMayConnect) {
+TEST_F(ConnectTimeOutTest, LaterAttemptConnects) {
     attempts_.connectsAt = 3;
     EXPECT_TRUE(Connect(30));
     EXPECT_EQ(attempts_.waits.size(), 3U);
 }
 
-TEST_F(ConnectTimeOutTest, InterruptionIsFollowedByAnAttemptForTheTimeLeft) {
+TEST_F(ConnectTimeOutTest, InterruptedAttemptIsRepeatedForTheRemainingTime) {
     attempts_.error = EINTR;
     attempts_.portion = 0.5;
     attempts_.connectsAt = 2;
@@ -135,7 +133,7 @@ TEST_F(ConnectTimeOutTest, InterruptionIsFollowedByAnAttemptForTheTimeLeft) {
     EXPECT_LE(0.5 * attempts_.waits[0] + attempts_.waits[1], 30);
 }
 
-TEST_F(ConnectTimeOutTest, OtherErrorsEndItAtOnce) {
+TEST_F(ConnectTimeOutTest, OtherErrorsFailAtOnce) {
     attempts_.error = ECONNREFUSED;
     EXPECT_FALSE(Connect(30));
     EXPECT_EQ(attempts_.waits.size(), 1U);

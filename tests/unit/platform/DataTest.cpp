@@ -9,7 +9,7 @@
 
 namespace {
 
-const UInt8* Bytes(std::string_view text) {
+const UInt8* BytesOf(std::string_view text) {
     return reinterpret_cast<const UInt8*>(text.data());
 }
 
@@ -19,17 +19,17 @@ std::string_view Content(CFDataRef data) {
 }
 
 void Append(CFMutableDataRef data, std::string_view text) {
-    CFDataAppendBytes(data, Bytes(text), static_cast<CFIndex>(text.size()));
+    CFDataAppendBytes(data, BytesOf(text), static_cast<CFIndex>(text.size()));
 }
 
 TEST(Data, IsACopyOfTheBytes) {
     char bytes[] = "abc";
-    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, Bytes(bytes), 3));
+    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, BytesOf(bytes), 3));
     bytes[0] = '#';
     EXPECT_EQ(Content(data), "abc");
 }
 
-TEST(Data, EvenEmptyHasAnAddress) {
+TEST(Data, EmptyHasAnAddress) {
     const CFOwned<CFDataRef> immutable(CFDataCreate(nullptr, nullptr, 0));
     const CFOwned<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
     EXPECT_NE(CFDataGetBytePtr(immutable), nullptr);
@@ -39,11 +39,11 @@ TEST(Data, EvenEmptyHasAnAddress) {
 }
 
 TEST(Data, RefusesImpossibleLengths) {
-    EXPECT_EQ(CFDataCreate(nullptr, Bytes("x"), -1), nullptr);
+    EXPECT_EQ(CFDataCreate(nullptr, BytesOf("x"), -1), nullptr);
     EXPECT_EQ(CFDataCreate(nullptr, nullptr, 1), nullptr);
 }
 
-TEST(MutableData, GrowsAsItIsAppendedTo) {
+TEST(MutableData, GrowsByAppending) {
     const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     std::string expected;
     for (int i = 0; i < 1000; ++i) {
@@ -54,38 +54,37 @@ TEST(MutableData, GrowsAsItIsAppendedTo) {
     EXPECT_EQ(Content(data), expected);
 }
 
-TEST(MutableData, KeepsToItsCapacity) {
+TEST(MutableData, AppendBeyondTheCapacityIsIgnored) {
     const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 5));
     Append(data, "abc");
     Append(data, "def");
     EXPECT_EQ(Content(data), "abc");
     Append(data, "de");
     EXPECT_EQ(Content(data), "abcde");
-    const CFOwned<CFMutableDataRef> oneByte(
-        CFDataCreateMutable(nullptr, 1)); // freed with its owner
+    const CFOwned oneByte(CFDataCreateMutable(nullptr, 1));
     Append(oneByte, "a");
     Append(oneByte, "b");
     EXPECT_EQ(Content(oneByte), "a");
 }
 
-TEST(MutableData, StaysAsItWasWhenAnAppendMakesNoSense) {
+TEST(MutableData, InvalidAppendIsIgnored) {
     const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     Append(data, "abc");
-    CFDataAppendBytes(data, Bytes("x"), -1);
-    CFDataAppendBytes(data, Bytes("x"), std::numeric_limits<CFIndex>::min());
+    CFDataAppendBytes(data, BytesOf("x"), -1);
+    CFDataAppendBytes(data, BytesOf("x"), std::numeric_limits<CFIndex>::min());
     CFDataAppendBytes(data, nullptr, 1);
     EXPECT_EQ(Content(data), "abc");
 }
 
-TEST(Data, DoesNotGrow) {
-    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
+TEST(Data, ImmutableIgnoresAppend) {
+    const CFOwned data = Bytes("abc");
     Append(const_cast<CFMutableDataRef>(CFDataRef{data}), "def");
     EXPECT_EQ(Content(data), "abc");
 }
 
 TEST(Data, EqualsByContent) {
-    const CFOwned<CFDataRef> data(CFDataCreate(nullptr, Bytes("abc"), 3));
-    const CFOwned<CFDataRef> other(CFDataCreate(nullptr, Bytes("abd"), 3));
+    const CFOwned data = Bytes("abc");
+    const CFOwned other = Bytes("abd");
     const CFOwned<CFMutableDataRef> growing(CFDataCreateMutable(nullptr, 0));
     Append(growing, "abc");
     EXPECT_TRUE(CFEqual(data, growing));
@@ -95,7 +94,7 @@ TEST(Data, EqualsByContent) {
     EXPECT_FALSE(CFEqual(data, CFSTR("abc")));
 }
 
-TEST(Data, OtherObjectsHaveNone) {
+TEST(Data, OtherObjectsAreEmptyDataThatIgnoreAppend) {
     for (const CFTypeRef object : {CFTypeRef{CFSTR("abc")}, CFTypeRef{nullptr}}) {
         auto* disguised = static_cast<CFMutableDataRef>(const_cast<void*>(object));
         EXPECT_EQ(CFDataGetLength(disguised), 0);

@@ -21,7 +21,7 @@ TEST(Date, EqualsADateOfTheSameTime) {
     EXPECT_FALSE(CFEqual(date, Real(1.5)));
 }
 
-// The bits of the two zeros differ, so they are two objects.
+// The bits of the two zeros differ: they are two objects.
 TEST(Date, EqualsTheOtherZeroWithTheSameHash) {
     const Date zero(cf::SharedDate(0.0));
     const Date negativeZero(cf::SharedDate(-0.0));
@@ -30,13 +30,13 @@ TEST(Date, EqualsTheOtherZeroWithTheSameHash) {
     EXPECT_EQ(HashOf(zero), HashOf(negativeZero));
 }
 
-TEST(Date, HashTellsTimesApart) {
+TEST(Date, DifferentTimesHaveDifferentHashes) {
     EXPECT_NE(HashOf(Date(cf::SharedDate(1.0))), HashOf(Date(cf::SharedDate(2.0))));
     EXPECT_NE(HashOf(Date(cf::SharedDate(1.0))), HashOf(Date(cf::SharedDate(-1.0))));
     EXPECT_NE(HashOf(Date(cf::SharedDate(1.0))), HashOf(Date(cf::SharedDate(1.0 + 1e-9))));
 }
 
-// A dictionary finds a key by its hash and compares what it finds there.
+// A dictionary finds a key by hash and equality.
 TEST(Date, IsFoundAsAKey) {
     const auto dictionary = NewDictionary();
     CFDictionarySetValue(dictionary, Date(cf::SharedDate(0.0)), CFSTR("the reference date"));

@@ -190,19 +190,16 @@ TEST_F(DiskListTest, DisappearancesComeFirst) {
 }
 
 TEST_F(DiskListTest, DiskThatGoesBeforeItAppearsHasNoEvent) {
-    Update({BlockVolume(1, "/dev/sr0")});
-    Events(0);
-    Update("");
-    Update({BlockVolume(2, "/dev/sr1")});
-    EXPECT_EQ(Events(1), Strings{"+sr1"});
-    EXPECT_FALSE(HasEvent());
-}
-
-TEST_F(DiskListTest, DiskThatGoesBeforeItsProbeIsStartedHasNoEvent) {
-    Update({BlockVolume(1, "/dev/sr0")});
-    Update({BlockVolume(2, "/dev/sr1")});
-    EXPECT_EQ(Events(1), Strings{"+sr1"});
-    EXPECT_FALSE(HasEvent());
+    for (const bool isProbeStarted : {false, true}) {
+        Update("a");
+        if (isProbeStarted)
+            Events(0);
+        Update("b");
+        EXPECT_EQ(Events(1), Strings{"+b"}) << isProbeStarted;
+        EXPECT_FALSE(HasEvent()) << isProbeStarted;
+        Update("");
+        EXPECT_EQ(Events(1), Strings{"-b"});
+    }
 }
 
 TEST_F(DiskListTest, VolumeThatGoesWhileItsProbeIsPendingIsNotProbed) {

@@ -1,6 +1,6 @@
 /*
- * Different values of equal hash. A hash has 24 bits and a key that each process draws for itself,
- * so such values are found by trying: of 20,000 values, a dozen pairs have one hash.
+ * Different values of equal hash. A hash has 24 bits and a key that is random in each process: such
+ * values are found by trying. Of 20,000 values, about a dozen pairs have one hash.
  */
 
 #include "TestObjects.h"
@@ -41,7 +41,7 @@ std::pair<std::string, std::string> TextsOfEqualHash() {
     }
 }
 
-TEST(EqualHashes, SharedValuesOfAnyKindsStayApart) {
+TEST(EqualHashes, SharedValuesOfEveryTypeAreDifferentObjects) {
     const std::function<const cf::Object*(std::uint32_t)> makers[] = {
         [](std::uint32_t i) { return cf::SharedString(std::to_string(i)); },
         [](std::uint32_t i) { return cf::SharedInteger(kLarge + i); },
@@ -52,13 +52,9 @@ TEST(EqualHashes, SharedValuesOfAnyKindsStayApart) {
             const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof i>>(i);
             return cf::SharedData(bytes);
         },
+        [](std::uint32_t i) { return cf::SharedArray(std::array{cf::SharedInteger(i)}); },
         [](std::uint32_t i) {
-            const cf::Object* members[] = {cf::SharedInteger(i)};
-            return cf::SharedArray(members);
-        },
-        [](std::uint32_t i) {
-            const cf::Object* members[] = {cf::SharedInteger(i), cf::SharedInteger(-1)};
-            return cf::SharedArray(members);
+            return cf::SharedArray(std::array{cf::SharedInteger(i), cf::SharedInteger(-1)});
         },
         [](std::uint32_t i) {
             cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), cf::SharedInteger(i)}};
@@ -80,31 +76,30 @@ TEST(EqualHashes, SharedValuesOfAnyKindsStayApart) {
     EXPECT_EQ(objects.size(), values.size());
 }
 
-TEST(EqualHashes, KeysAreFoundByWhatTheyAre) {
+TEST(EqualHashes, KeyIsNotFoundByAnotherOfEqualHash) {
     const auto [present, absent] = TextsOfEqualHash();
     const Value presentKey = Text(present);
     const Value absentKey = Text(absent);
     cf::Pair pairs[] = {{cf::AsObject(presentKey), cf::AsObject(kCFBooleanTrue)}};
     const Value dictionary(cf::SharedDictionary(pairs));
-    const auto* shared = static_cast<CFDictionaryRef>(CFTypeRef{dictionary});
+    const auto* const shared = static_cast<CFDictionaryRef>(dictionary.Get());
     EXPECT_EQ(CFDictionaryGetValue(shared, presentKey), kCFBooleanTrue);
     EXPECT_EQ(CFDictionaryGetValue(shared, absentKey), nullptr);
-    const CFOwned<CFMutableDictionaryRef> copy(CFDictionaryCreateMutableCopy(nullptr, 0, shared));
+    const CFOwned copy(CFDictionaryCreateMutableCopy(nullptr, 0, shared));
     EXPECT_EQ(CFDictionaryGetValue(copy, presentKey), kCFBooleanTrue);
     EXPECT_EQ(CFDictionaryGetValue(copy, absentKey), nullptr);
 }
 
-TEST(EqualHashes, KeysOfOneDictionaryHaveOneOrder) {
+TEST(EqualHashes, DictionaryOfTheReversedPairsIsTheSameObject) {
     const auto [one, other] = TextsOfEqualHash();
     const Value first = Text(one);
     const Value second = Text(other);
     cf::Pair pairs[] = {{cf::AsObject(first), cf::AsObject(kCFBooleanTrue)},
                         {cf::AsObject(second), cf::AsObject(kCFBooleanFalse)}};
-    cf::Pair turned[] = {pairs[1], pairs[0]};
+    cf::Pair reversed[] = {pairs[1], pairs[0]};
     const Value dictionary(cf::SharedDictionary(pairs));
-    const Value same(cf::SharedDictionary(turned));
-    EXPECT_EQ(CFTypeRef{dictionary}, CFTypeRef{same});
-    const auto* shared = static_cast<CFDictionaryRef>(CFTypeRef{dictionary});
+    EXPECT_EQ(dictionary.Get(), Value(cf::SharedDictionary(reversed)).Get());
+    const auto* const shared = static_cast<CFDictionaryRef>(dictionary.Get());
     EXPECT_EQ(CFDictionaryGetValue(shared, first), kCFBooleanTrue);
     EXPECT_EQ(CFDictionaryGetValue(shared, second), kCFBooleanFalse);
 }

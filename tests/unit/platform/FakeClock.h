@@ -8,13 +8,13 @@
  * time; one thread at a time may change it.
  */
 
+#include "support/NotCopyable.h"
+
 #include <CoreFoundation/CFDate.h>
 
-class FakeClock {
+class FakeClock : NotCopyable {
 public:
     FakeClock();
-    FakeClock(const FakeClock&) = delete;
-    FakeClock& operator=(const FakeClock&) = delete;
     ~FakeClock();
 
     // Advances both clocks.

@@ -68,8 +68,8 @@ int Peer::Unread() const {
     return count;
 }
 
-// The kernel counts bytes as read before recv() returns, and that recv() also takes bytes that are
-// written then. The reader calls it with the mutex locked.
+// The kernel counts bytes as read before recv() returns, and the same recv() may return bytes that
+// are written meanwhile. The client calls recv() with the mutex locked.
 void Peer::AwaitReading() const {
     while (Unread() > 0)
         std::this_thread::yield();

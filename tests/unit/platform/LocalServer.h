@@ -1,28 +1,28 @@
 #ifndef TESTS_LOCALSERVER_H
 #define TESTS_LOCALSERVER_H
 
-/* The other end of a connection, in a directory of its own. */
+/* A server whose socket is in a temporary directory, and its connections. */
+
+#include "support/NotCopyable.h"
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/* A connected descriptor of the server's. */
+/* A connection that the server has accepted. */
 class Peer {
 public:
     explicit Peer(int descriptor) : descriptor_(descriptor) {}
     Peer(Peer&& other) noexcept;
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
     ~Peer();
 
     void Write(std::string_view bytes) const;
-    // Waits for that many bytes; fewer at the end of the stream.
+    // Waits for `count` bytes; returns fewer at the end of the stream.
     std::string Read(std::size_t count) const;
-    // What was written and not yet read at the other end.
+    // The number of bytes written that the client has not read.
     int Unread() const;
-    // Returns when all of that has been read and the next bytes belong to the next chunk.
+    // Returns when the client has read all: the next bytes belong to its next chunk.
     void AwaitReading() const;
     void ShutDownWriting() const;
     void Close();
@@ -31,11 +31,9 @@ private:
     int descriptor_;
 };
 
-class LocalServer {
+class LocalServer : NotCopyable {
 public:
     explicit LocalServer(int backlog = 16);
-    LocalServer(const LocalServer&) = delete;
-    LocalServer& operator=(const LocalServer&) = delete;
     ~LocalServer();
 
     const std::string& Path() const {
@@ -48,7 +46,7 @@ public:
     Peer Accept() const;
     // Closes the listening socket and leaves its file.
     void StopListening();
-    // Connects clients that nobody accepts, until the next one would have to wait.
+    // Connects clients that are not accepted, until another connect() would wait.
     void FillBacklog();
 
 private:
