@@ -96,6 +96,13 @@ protected:
         FakeDisk disk(bsdName);
         DiskArbDiskDisappearedCallback(disk.Ref(), nullptr);
     }
+    // Log lines of the callbacks.
+    static std::string Appeared(const std::string& message) {
+        return "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: " + message;
+    }
+    static std::string Disappeared(const std::string& message) {
+        return "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: " + message;
+    }
     // Empty if the changer has no path.
     static std::string PathOf(UInt64 changerGUID) {
         char path[1024] = "";
@@ -190,9 +197,7 @@ TEST_F(DiskCallbacks, VolumeWithoutADescriptionIsLogged) {
     FakeDisk disk("sr0", "/");
     disk.FailDescription();
     DiskArbDiskAppearedCallback(disk.Ref(), nullptr);
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre("ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
-                            "DADiskCopyDescription"));
+    EXPECT_THAT(log_.TakeWithoutLineNumbers(), ElementsAre(Appeared("fail DADiskCopyDescription")));
 }
 
 TEST_F(DiskCallbacks, FailedRecognitionIsLoggedWithThePath) {
@@ -202,9 +207,8 @@ TEST_F(DiskCallbacks, FailedRecognitionIsLoggedWithThePath) {
     g_recognitionFails = false;
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre(HasSubstr(": fail on purpose"),
-                            "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
-                            "IsDirectoryRootOfChangerFileSystem for \"" +
-                                tree_.Root() + "\""));
+                            Appeared("fail IsDirectoryRootOfChangerFileSystem for \"" +
+                                     tree_.Root() + "\"")));
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
@@ -224,8 +228,7 @@ TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
     EXPECT_THAT(
         log_.TakeWithoutLineNumbers(),
         ElementsAre("MediaIdState:123, LockMediaIdState: fail pthread_mutex_lock (err = 22)",
-                    "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail LockMediaIdState "
-                    "(err = 22)"));
+                    Appeared("fail LockMediaIdState (err = 22)")));
     EXPECT_EQ(PathOf(kOtherChanger), "");
 
     Appear("sr0", tree_.Root());
@@ -233,8 +236,7 @@ TEST_F(DiskCallbacks, WithoutTheLockNothingChanges) {
     Disappear("sr0");
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre(HasSubstr("fail pthread_mutex_lock"),
-                            "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: fail "
-                            "LockMediaIdState (err = 22)"));
+                            Disappeared("fail LockMediaIdState (err = 22)")));
     EXPECT_EQ(PathOf(kOtherChanger), tree_.Root());
 }
 
@@ -246,8 +248,7 @@ TEST_F(DiskCallbacks, PathThatIsNotUtf8IsLogged) {
         ElementsAre(
             "CFHelpers:123, CFHDictionarySetStringValue: fail alloc str",
             "ChangerFSCacheState:123, AddChangerFSToList: fail set changer mount path value",
-            "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
-            "AddChangerFSToList"));
+            Appeared("fail AddChangerFSToList")));
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 
@@ -258,8 +259,7 @@ TEST_F(DiskCallbacks, FailedRemovalIsLogged) {
                 ElementsAre("CFHelpers:123, CFHDictionaryGetStringValue: fail get str as C str",
                             "ChangerFSCacheState:123, RemoveChangerFSFromList: fail "
                             "CFHDictionaryGetStringValue",
-                            "ChangerFSCacheManager:123, DiskArbDiskDisappearedCallback: fail "
-                            "RemoveChangerFSFromList for bsd name \"sr0\""));
+                            Disappeared("fail RemoveChangerFSFromList for bsd name \"sr0\"")));
     EXPECT_EQ(PathOf(kOtherChanger), "/x");
 }
 
@@ -269,14 +269,13 @@ TEST_F(DiskCallbacks, RootThatDisappearsBeforeItsSecondReadingIsLogged) {
     tree_.MakeChangerRoot("", kOtherChanger);
     StateLock::OnLock([&] { std::filesystem::remove(tree_.Path(".changer_info.plist")); });
     Appear("sr0", tree_.Root());
-    EXPECT_THAT(log_.TakeWithoutLineNumbers(),
-                ElementsAre("DirectoryInfo:123, ReadFSInfoFile: fail CFReadStreamOpen",
-                            "DirectoryInfo:123, ReadFSRootInfoFile: fail ReadFSInfoFile",
-                            "DirectoryInfo:123, GetChangerFileSystemRootInfo: fail "
-                            "ReadFSRootInfoFile",
-                            "ChangerFSCacheManager:123, DiskArbDiskAppearedCallback: fail "
-                            "GetChangerFileSystemRootInfo for \"" +
-                                tree_.Root() + "\""));
+    EXPECT_THAT(
+        log_.TakeWithoutLineNumbers(),
+        ElementsAre("DirectoryInfo:123, ReadFSInfoFile: fail CFReadStreamOpen",
+                    "DirectoryInfo:123, ReadFSRootInfoFile: fail ReadFSInfoFile",
+                    "DirectoryInfo:123, GetChangerFileSystemRootInfo: fail "
+                    "ReadFSRootInfoFile",
+                    Appeared("fail GetChangerFileSystemRootInfo for \"" + tree_.Root() + "\"")));
     EXPECT_EQ(PathOf(kOtherChanger), "");
 }
 

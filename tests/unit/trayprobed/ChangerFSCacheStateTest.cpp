@@ -121,16 +121,13 @@ TEST_F(Registry, PathLongerThanTheBufferFails) {
               (Chain{{"fail get str as C str", "CFHDictionaryGetStringValue", "common/CFHelpers"},
                      {"fail get changer mount path for GUID 9EDCBA9876543210",
                       "GetChangerFSMountPath", kSource}}));
+    Add(0xAB, "sr1", "/123456789");
+    EXPECT_EQ(TakeMessages(GetChangerFSMountPath(0xAB, path, sizeof path)).back(),
+              "fail get changer mount path for GUID 00000000000000AB");
+
     char enough[11];
     EXPECT_EQ(GetChangerFSMountPath(kChanger, enough, sizeof enough), nullptr);
     EXPECT_STREQ(enough, "/123456789");
-}
-
-TEST_F(Registry, ChangersNumberIsLoggedInSixteenDigits) {
-    Add(0xAB, "sr0", "/123456789");
-    char path[10];
-    EXPECT_EQ(TakeMessages(GetChangerFSMountPath(0xAB, path, sizeof path)).back(),
-              "fail get changer mount path for GUID 00000000000000AB");
 }
 
 TEST_F(Registry, PathsAndNamesMustBeUtf8) {
@@ -144,7 +141,7 @@ TEST_F(Registry, PathsAndNamesMustBeUtf8) {
     EXPECT_FALSE(IsMounted(kOtherChanger));
 }
 
-TEST(RegistryLife, RegistryIsEmptyBeforeInitAndAfterTerm) {
+TEST(RegistryLifecycle, RegistryIsEmptyBeforeInitAndAfterTerm) {
     const LogCapture log;
     bool isInList = true;
     TermChangerFSCacheState();
@@ -159,7 +156,7 @@ TEST(RegistryLife, RegistryIsEmptyBeforeInitAndAfterTerm) {
     TermChangerFSCacheState();
 }
 
-TEST(RegistryLife, WithoutMemoryInitFails) {
+TEST(RegistryLifecycle, WithoutMemoryInitFails) {
     const LogCapture log;
     EXPECT_EQ(
         ChainWithoutMemory([&] { return InitChangerFSCacheState(); }),

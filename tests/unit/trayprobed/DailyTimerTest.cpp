@@ -17,7 +17,7 @@
 
 namespace {
 
-int g_startFailures = 0;
+bool g_startFails = false;
 time_t (*g_onMakeTime)(time_t made) = nullptr;
 
 } // namespace
@@ -26,7 +26,7 @@ VErrLink* StartChangerFSCache(UInt64 changerGUID) {
     Journal::Add("build %016llX%s", changerGUID, StateLock::IsHeld() ? " (locked)" : "");
     CFRunLoopStop(CFRunLoopGetCurrent());
     VErrLink* err = nullptr;
-    if (g_startFailures > 0 && g_startFailures-- > 0)
+    if (g_startFails)
         VErrRaise(VErrThrowWithErrCode(&err, 11, "fail pthread_create"), "test", __func__,
                   __LINE__);
     return err;
@@ -55,7 +55,7 @@ protected:
         SetZone("UTC");
         AddChanger(kChanger);
         g_onMakeTime = nullptr;
-        g_startFailures = 0;
+        g_startFails = false;
         Journal::Take();
     }
 
@@ -375,7 +375,7 @@ TEST_F(DailyTimer, TableKeepsTwoReferencesToTheNumberOfATimer) {
 }
 
 TEST_F(DailyTimer, FailedStartIsLogged) {
-    g_startFailures = 1;
+    g_startFails = true;
     ChangerFSCache(nullptr, const_cast<__CFNumber*>(Integer(7).Get()));
     EXPECT_THAT(log_.TakeWithoutLineNumbers(),
                 ElementsAre("test:123, StartChangerFSCache: fail pthread_create (err = 11)",

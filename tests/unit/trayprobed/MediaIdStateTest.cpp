@@ -28,9 +28,9 @@ RaisedLink Raised(const char* message, const char* function, VErrCode code = kVE
     return {message, function, kSource, code};
 }
 
-// ---- life and state lock ----
+// ---- lifecycle and state lock ----
 
-class StoreLife : public testing::Test {
+class StoreLifecycle : public testing::Test {
 protected:
     static bool IsKnown() {
         SInt32 isKnown = 2;
@@ -42,13 +42,13 @@ protected:
     const int destroyedBefore_ = StateLock::DestroyedCount();
 };
 
-TEST_F(StoreLife, TermWithoutInitDoesNothing) {
+TEST_F(StoreLifecycle, TermWithoutInitDoesNothing) {
     TermMediaIdState();
     TermMediaIdState();
     EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore_);
 }
 
-TEST_F(StoreLife, StoreIsEmptyAfterTermAndAfterEachInit) {
+TEST_F(StoreLifecycle, StoreIsEmptyAfterTermAndAfterEachInit) {
     for (int round = 0; round < 2; ++round) {
         ASSERT_EQ(StateLock::InitStore(), nullptr);
         EXPECT_FALSE(IsKnown());
@@ -59,7 +59,7 @@ TEST_F(StoreLife, StoreIsEmptyAfterTermAndAfterEachInit) {
 }
 
 // A detached thread may call after Term.
-TEST_F(StoreLife, OperationsAfterTermFindNothing) {
+TEST_F(StoreLifecycle, OperationsAfterTermFindNothing) {
     CFOwned<CFArrayRef> changers;
     SInt32 flag = 0;
     EXPECT_EQ(TakeChain(AddStorageElemToMediaIdInProgressList(kChanger, 5)),
@@ -74,7 +74,7 @@ TEST_F(StoreLife, OperationsAfterTermFindNothing) {
                 ElementsAre("info list array is still NULL"));
 }
 
-TEST_F(StoreLife, InitFailsWithoutAMutex) {
+TEST_F(StoreLifecycle, InitFailsWithoutAMutex) {
     StateLock::FailInit(EAGAIN);
     EXPECT_EQ(TakeChain(StateLock::InitStore()),
               (Chain{Raised("fail pthread_mutex_init", "InitMediaIdState", EAGAIN)}));
@@ -85,19 +85,19 @@ TEST_F(StoreLife, InitFailsWithoutAMutex) {
     EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore_);
 }
 
-TEST_F(StoreLife, NegativeMutexStatusIsTheErrorCode) {
+TEST_F(StoreLifecycle, NegativeMutexStatusIsTheErrorCode) {
     StateLock::FailInit(-3);
     EXPECT_EQ(TakeChain(StateLock::InitStore()).back().code, -3);
 }
 
-TEST_F(StoreLife, WithoutMemoryInitFailsAndTermDestroysTheMutex) {
+TEST_F(StoreLifecycle, WithoutMemoryInitFailsAndTermDestroysTheMutex) {
     EXPECT_EQ(ChainWithoutMemory(StateLock::InitStore),
               (Chain{Raised("fail create empty changer list dict", "InitMediaIdState")}));
     TermMediaIdState();
     EXPECT_EQ(StateLock::DestroyedCount(), destroyedBefore_ + 1);
 }
 
-TEST_F(StoreLife, FailedDestructionOfTheMutexIsLogged) {
+TEST_F(StoreLifecycle, FailedDestructionOfTheMutexIsLogged) {
     ASSERT_EQ(StateLock::InitStore(), nullptr);
     StateLock::FailDestroy(EBUSY);
     TermMediaIdState();

@@ -98,7 +98,7 @@ RaisedLink Raised(const char* message, VErrCode code = kVErrCodeDefault) {
 
 // ---- listed directories ----
 
-TEST(WalkFilter, PassesAllButTheTwoDots) {
+TEST(WalkFilter, AllNamesButDotAndDotDotPass) {
     struct Case {
         const char* name;
         bool passes;
@@ -127,7 +127,7 @@ TEST_F(Walking, WithDescendEveryDirectoryIsListedOnceWithoutTheLock) {
                                                "list ./a/d", "list ./.hidden"));
 }
 
-TEST_F(Walking, AnEmptyRootIsListed) {
+TEST_F(Walking, EmptyRootIsListed) {
     EXPECT_THAT(Listed(), ElementsAre("list ."));
 }
 
@@ -409,7 +409,7 @@ TEST_F(Walking, SpecialFilesWithInfoNamesDoNotBlockTheWalk) {
     EXPECT_EQ(report.currentStep, 0);
 }
 
-TEST_F(Walking, OfFilesOnlyTheInfoFilesAreOpened) {
+TEST_F(Walking, NoFilesButInfoFilesAreOpened) {
     MakeMediaRoot("disc");
     tree_.MakeDirectory("disc/a");
     tree_.Write("disc/file", "content");
