@@ -46,4 +46,10 @@ inline RaisedLink RaisedByHelper(const std::string& function, const std::string&
     return {message, function, "common/CFHelpers", code};
 }
 
+/* The chain of a failure that one function alone raises. */
+inline Chain FailedIn(const std::string& function, const std::string& message,
+                      VErrCode code = kVErrCodeDefault) {
+    return {RaisedByHelper(function, message, code)};
+}
+
 #endif

@@ -17,19 +17,38 @@ namespace {
 template<typename Member>
 class NumberHelpers : public testing::Test {
 protected:
-    static constexpr typename Member::Native kMin =
-        std::numeric_limits<typename Member::Native>::min();
-    static constexpr typename Member::Native kMax =
-        std::numeric_limits<typename Member::Native>::max();
-    static constexpr typename Member::Native kMinusOne = static_cast<typename Member::Native>(-1);
-    // Neither small nor a limit. AllocationFault(1) makes CFNumberCreate fail for any number.
-    static constexpr typename Member::Native kOrdinary = 1000;
+    using Number = typename Member::Native;
 
-    static std::string Name(const std::string& container, const std::string& verb) {
-        return "CFH" + container + verb + Member::kWord + "Value";
+    static constexpr Number kMin = std::numeric_limits<Number>::min();
+    static constexpr Number kMax = std::numeric_limits<Number>::max();
+    static constexpr Number kMinusOne = static_cast<Number>(-1);
+
+    // The function is named by container and verb: "DictionaryGet".
+    static RaisedLink Raised(const std::string& function, const std::string& message) {
+        return RaisedByHelper("CFH" + function + Member::kWord + "Value", message);
     }
-    static std::string ConversionFailure() {
-        return std::string("fail get num as ") + Member::kWord;
+    static RaisedLink NotConverted(const std::string& function) {
+        return Raised(function, std::string("fail get num as ") + Member::kWord);
+    }
+
+    VErrLink* Set(Number value) {
+        return Member::kDictionarySet(dictionary, CFSTR("key"), value);
+    }
+    VErrLink* Get(Number* value) {
+        return Member::kDictionaryGet(dictionary, CFSTR("key"), value);
+    }
+    VErrLink* Adjust(Number delta) {
+        return Member::kDictionaryAdjust(dictionary, CFSTR("key"), delta);
+    }
+    void ExpectInDictionary(Number expected) {
+        Number value = 77;
+        EXPECT_THAT(TakeChain(Get(&value)), IsEmpty());
+        EXPECT_EQ(value, expected);
+    }
+    void ExpectInArray(CFIndex index, Number expected) {
+        Number value = 77;
+        EXPECT_THAT(TakeChain(Member::kArrayGet(array, index, &value)), IsEmpty());
+        EXPECT_EQ(value, expected);
     }
 
     CFOwned<CFMutableDictionaryRef> dictionary = Dictionary();
@@ -40,44 +59,43 @@ TYPED_TEST_SUITE(NumberHelpers, HelperMembers, HelperMemberNames);
 
 // ---- dictionaries ----
 
-TYPED_TEST(NumberHelpers, ADictionaryGivesBackWhatWasSet) {
-    for (const auto set : {this->kMin, this->kMax, this->kMinusOne, this->kOrdinary}) {
-        typename TypeParam::Native got = 77;
-        EXPECT_THAT(TakeChain(TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), set)),
-                    IsEmpty());
-        EXPECT_THAT(TakeChain(TypeParam::kDictionaryGet(this->dictionary, CFSTR("key"), &got)),
-                    IsEmpty());
-        EXPECT_EQ(got, set);
+TYPED_TEST(NumberHelpers, NumberSetInADictionaryIsReadBack) {
+    using Native = typename TypeParam::Native;
+    for (const auto set : {this->kMin, this->kMax, this->kMinusOne, Native{1000}}) {
+        EXPECT_THAT(TakeChain(this->Set(set)), IsEmpty());
+        this->ExpectInDictionary(set);
     }
     EXPECT_EQ(CFDictionaryGetCount(this->dictionary), 1);
 }
 
-TYPED_TEST(NumberHelpers, AnUnsignedNumberIsStoredAsTheSignedOneOfItsWidth) {
-    using Native = typename TypeParam::Native;
-    TakeChain(TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), this->kMax));
+TYPED_TEST(NumberHelpers, UnsignedNumberIsStoredAsTheSignedOneOfItsWidth) {
+    TakeChain(this->Set(this->kMax));
     TakeChain(TypeParam::kArrayAppend(this->array, this->kMax));
-    const std::int64_t stored = static_cast<std::make_signed_t<Native>>(this->kMax);
+    const std::int64_t stored =
+        static_cast<std::make_signed_t<typename TypeParam::Native>>(this->kMax);
     EXPECT_EQ(XmlOf(this->dictionary), XmlOf(Dictionary({{"key", stored}})));
     EXPECT_EQ(XmlOf(this->array), XmlOf(Array({stored})));
 }
 
-TYPED_TEST(NumberHelpers, AMissingKeyLeavesTheOutputUnchanged) {
+TYPED_TEST(NumberHelpers, MissingKeyFailsAndLeavesTheOutputUnchanged) {
     typename TypeParam::Native value = 77;
-    EXPECT_EQ(TakeChain(TypeParam::kDictionaryGet(this->dictionary, CFSTR("key"), &value)),
-              Chain{RaisedByHelper(this->Name("Dictionary", "Get"), "fail get value from dict")});
+    const RaisedLink missing = this->Raised("DictionaryGet", "fail get value from dict");
+    EXPECT_EQ(TakeChain(this->Get(&value)), Chain{missing});
     EXPECT_EQ(value, 77);
+    EXPECT_EQ(TakeChain(this->Adjust(1)),
+              (Chain{missing, this->Raised("DictionaryAdjust", TypeParam::kAdjustFailure)}));
+    EXPECT_EQ(CFDictionaryGetCount(this->dictionary), 0);
 }
 
-TYPED_TEST(NumberHelpers, AValueThatIsNoNumberFailsTheConversion) {
-    this->dictionary = Dictionary({{"text", "1"},
-                                   {"array", Array({1})},
-                                   {"null", Share<CFTypeRef>(kCFNull)},
-                                   {"flag", true}});
-    for (const char* key : {"text", "array", "null", "flag"}) {
-        typename TypeParam::Native value = 77;
-        EXPECT_EQ(TakeChain(TypeParam::kDictionaryGet(this->dictionary, Text(key), &value)),
-                  Chain{RaisedByHelper(this->Name("Dictionary", "Get"), this->ConversionFailure())})
-            << key;
+TYPED_TEST(NumberHelpers, ValueThatIsNoNumberFailsTheConversion) {
+    const RaisedLink failed = this->NotConverted("DictionaryGet");
+    for (const Value& value :
+         {Value("1"), Value(Array({1})), Value(Share<CFTypeRef>(kCFNull)), Value(true)}) {
+        this->dictionary = Dictionary({{"key", value}});
+        typename TypeParam::Native got = 77;
+        EXPECT_EQ(TakeChain(this->Get(&got)), Chain{failed}) << XmlOf(this->dictionary);
+        EXPECT_EQ(TakeChain(this->Adjust(1)),
+                  (Chain{failed, this->Raised("DictionaryAdjust", TypeParam::kAdjustFailure)}));
     }
 }
 
@@ -93,95 +111,58 @@ TYPED_TEST(NumberHelpers, AdjustAddsTheDeltaAndWrapsInTheWidth) {
         {this->kMax, this->kMax, static_cast<Native>(-2)},
     };
     for (const auto& each : cases) {
-        TakeChain(TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), each.value));
-        EXPECT_THAT(
-            TakeChain(TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), each.delta)),
-            IsEmpty());
-        Native sum = 77;
-        TakeChain(TypeParam::kDictionaryGet(this->dictionary, CFSTR("key"), &sum));
-        EXPECT_EQ(sum, each.sum);
+        TakeChain(this->Set(each.value));
+        EXPECT_THAT(TakeChain(this->Adjust(each.delta)), IsEmpty());
+        this->ExpectInDictionary(each.sum);
 
         TakeChain(TypeParam::kArraySet(this->array, 0, each.value));
         EXPECT_THAT(TakeChain(TypeParam::kArrayAdjust(this->array, 0, each.delta)), IsEmpty());
-        TakeChain(TypeParam::kArrayGet(this->array, 0, &sum));
-        EXPECT_EQ(sum, each.sum);
+        this->ExpectInArray(0, each.sum);
     }
     EXPECT_EQ(CFArrayGetCount(this->array), 1);
 }
 
-TYPED_TEST(NumberHelpers, AdjustOfAMissingKeyFails) {
-    EXPECT_EQ(
-        TakeChain(TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), 1)),
-        (Chain{RaisedByHelper(this->Name("Dictionary", "Get"), "fail get value from dict"),
-               RaisedByHelper(this->Name("Dictionary", "Adjust"), TypeParam::kAdjustFailure)}));
-    EXPECT_EQ(CFDictionaryGetCount(this->dictionary), 0);
-}
-
-TYPED_TEST(NumberHelpers, AdjustOfAValueThatIsNoNumberFails) {
-    this->dictionary = Dictionary({{"key", "text"}});
-    EXPECT_EQ(
-        TakeChain(TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), 1)),
-        (Chain{RaisedByHelper(this->Name("Dictionary", "Get"), this->ConversionFailure()),
-               RaisedByHelper(this->Name("Dictionary", "Adjust"), TypeParam::kAdjustFailure)}));
-}
-
-TYPED_TEST(NumberHelpers, WithoutMemorySetLeavesTheDictionaryAsItWas) {
+TYPED_TEST(NumberHelpers, DictionaryIsUnchangedWithoutMemory) {
     this->dictionary = Dictionary({{"key", 7}});
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = TypeParam::kDictionarySet(this->dictionary, CFSTR("key"), this->kOrdinary);
-    }
-    EXPECT_EQ(TakeChain(err),
-              Chain{RaisedByHelper(this->Name("Dictionary", "Set"), "fail alloc num")});
+    const RaisedLink failed = this->Raised("DictionarySet", "fail alloc num");
+    EXPECT_EQ(ChainWithoutMemory([&] { return this->Set(1000); }), Chain{failed});
+    EXPECT_EQ(ChainWithoutMemory([&] { return this->Adjust(1000); }),
+              (Chain{failed, this->Raised("DictionaryAdjust", "fail set adjusted value")}));
     EXPECT_EQ(XmlOf(this->dictionary), XmlOf(Dictionary({{"key", 7}})));
 }
 
-TYPED_TEST(NumberHelpers, WithoutMemoryAdjustLeavesTheDictionaryAsItWas) {
-    this->dictionary = Dictionary({{"key", 7}});
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), this->kOrdinary);
-    }
-    EXPECT_EQ(
-        TakeChain(err),
-        (Chain{RaisedByHelper(this->Name("Dictionary", "Set"), "fail alloc num"),
-               RaisedByHelper(this->Name("Dictionary", "Adjust"), "fail set adjusted value")}));
-    EXPECT_EQ(XmlOf(this->dictionary), XmlOf(Dictionary({{"key", 7}})));
-}
-
-TYPED_TEST(NumberHelpers, WithoutAnyMemoryFailuresAreLogged) {
+TYPED_TEST(NumberHelpers, FailuresAreLoggedWithoutAnyMemory) {
     this->dictionary = Dictionary({{"key", 7}});
     VErrLink* err = nullptr;
     {
         const AllocationFault fault(1, 1000);
-        err = TypeParam::kDictionaryAdjust(this->dictionary, CFSTR("key"), this->kOrdinary);
+        err = this->Adjust(1000);
     }
     EXPECT_EQ(err, &g_genericVErr);
+    const std::string type = TypeParam::kWord;
     EXPECT_THAT(this->log.TakeWithoutLineNumbers(),
-                ElementsAre("fail alloc num", "CFHelpers:123, " + this->Name("Dictionary", "Set"),
+                ElementsAre("fail alloc num", "CFHelpers:123, CFHDictionarySet" + type + "Value",
                             "fail set adjusted value",
-                            "CFHelpers:123, " + this->Name("Dictionary", "Adjust")));
+                            "CFHelpers:123, CFHDictionaryAdjust" + type + "Value"));
 }
 
 // ---- arrays ----
 
 TYPED_TEST(NumberHelpers, NumbersSetAndAppendedToAnArrayAreReadBack) {
-    typename TypeParam::Native value = 77;
     EXPECT_THAT(TakeChain(TypeParam::kArraySet(this->array, 0, this->kMin)), IsEmpty());
     EXPECT_THAT(TakeChain(TypeParam::kArrayAppend(this->array, this->kMax)), IsEmpty());
     ASSERT_EQ(CFArrayGetCount(this->array), 2);
-    EXPECT_THAT(TakeChain(TypeParam::kArrayGet(this->array, 0, &value)), IsEmpty());
-    EXPECT_EQ(value, this->kMin);
-    EXPECT_THAT(TakeChain(TypeParam::kArrayGet(this->array, 1, &value)), IsEmpty());
-    EXPECT_EQ(value, this->kMax);
+    this->ExpectInArray(0, this->kMin);
+    this->ExpectInArray(1, this->kMax);
 }
 
 TYPED_TEST(NumberHelpers, SetBeyondTheEndFillsTheGapWithNull) {
     EXPECT_THAT(TakeChain(TypeParam::kArraySet(this->array, 3, 5)), IsEmpty());
     const auto null = Share<CFTypeRef>(kCFNull);
     EXPECT_TRUE(CFEqual(this->array, Array({null, null, null, 5})));
+    typename TypeParam::Native value = 77;
+    EXPECT_EQ(TakeChain(TypeParam::kArrayGet(this->array, 0, &value)),
+              Chain{this->NotConverted("ArrayGet")});
 }
 
 TYPED_TEST(NumberHelpers, SetAtTheCountAppendsAndInsideReplaces) {
@@ -191,54 +172,30 @@ TYPED_TEST(NumberHelpers, SetAtTheCountAppendsAndInsideReplaces) {
     EXPECT_EQ(XmlOf(this->array), XmlOf(Array({4, 2, 3})));
 }
 
-TYPED_TEST(NumberHelpers, ANullElementFailsTheConversion) {
-    TakeChain(TypeParam::kArraySet(this->array, 1, 5));
+TYPED_TEST(NumberHelpers, AbsentElementIsReportedWithItsIndex) {
     typename TypeParam::Native value = 77;
-    EXPECT_EQ(TakeChain(TypeParam::kArrayGet(this->array, 0, &value)),
-              Chain{RaisedByHelper(this->Name("Array", "Get"), this->ConversionFailure())});
-}
-
-TYPED_TEST(NumberHelpers, AnAbsentElementIsNamedByItsIndex) {
-    typename TypeParam::Native value = 77;
-    EXPECT_EQ(TakeChain(TypeParam::kArrayGet(this->array, 12, &value)),
-              Chain{RaisedByHelper(this->Name("Array", "Get"), "fail get value at index 12")});
+    const RaisedLink absent = this->Raised("ArrayGet", "fail get value at index 12");
+    EXPECT_EQ(TakeChain(TypeParam::kArrayGet(this->array, 12, &value)), Chain{absent});
     EXPECT_EQ(value, 77);
     EXPECT_EQ(TakeChain(TypeParam::kArrayAdjust(this->array, 12, 1)),
-              (Chain{RaisedByHelper(this->Name("Array", "Get"), "fail get value at index 12"),
-                     RaisedByHelper(this->Name("Array", "Adjust"), "fail get value at index 12")}));
+              (Chain{absent, this->Raised("ArrayAdjust", "fail get value at index 12")}));
 }
 
-TYPED_TEST(NumberHelpers, WithoutMemoryTheArrayStaysAsItWas) {
+TYPED_TEST(NumberHelpers, ArrayIsUnchangedWithoutMemory) {
     this->array = Array({7});
-    VErrLink* setErr = nullptr;
-    VErrLink* appendErr = nullptr;
-    VErrLink* adjustErr = nullptr;
-    {
-        const AllocationFault fault(1);
-        setErr = TypeParam::kArraySet(this->array, 3, this->kOrdinary);
-    }
-    {
-        const AllocationFault fault(1);
-        appendErr = TypeParam::kArrayAppend(this->array, this->kOrdinary);
-    }
-    {
-        const AllocationFault fault(1);
-        adjustErr = TypeParam::kArrayAdjust(this->array, 0, this->kOrdinary);
-    }
-    EXPECT_EQ(TakeChain(setErr),
-              Chain{RaisedByHelper(this->Name("Array", "Set"), "fail alloc num")});
-    EXPECT_EQ(TakeChain(appendErr),
-              Chain{RaisedByHelper(this->Name("Array", "Append"), "fail alloc num")});
-    EXPECT_EQ(TakeChain(adjustErr),
-              (Chain{RaisedByHelper(this->Name("Array", "Set"), "fail alloc num"),
-                     RaisedByHelper(this->Name("Array", "Adjust"),
-                                    "fail set adjusted value at index 0")}));
+    const RaisedLink failed = this->Raised("ArraySet", "fail alloc num");
+    EXPECT_EQ(ChainWithoutMemory([&] { return TypeParam::kArraySet(this->array, 3, 1000); }),
+              Chain{failed});
+    EXPECT_EQ(ChainWithoutMemory([&] { return TypeParam::kArrayAppend(this->array, 1000); }),
+              Chain{this->Raised("ArrayAppend", "fail alloc num")});
+    EXPECT_EQ(ChainWithoutMemory([&] { return TypeParam::kArrayAdjust(this->array, 0, 1000); }),
+              (Chain{failed, this->Raised("ArrayAdjust", "fail set adjusted value at index 0")}));
     EXPECT_EQ(XmlOf(this->array), XmlOf(Array({7})));
 }
 
-// ---- what one width alone shows ----
+// ---- single widths ----
 
-TEST(NumberConversion, ANumberThatDoesNotFitFailsAndLeavesItsLowBits) {
+TEST(NumberConversion, NumberThatDoesNotFitFailsAndLeavesItsLowBits) {
     const auto dictionary = Dictionary({{"16", 70000}, {"32", 0x100000005}});
     SInt16 narrow = 77;
     EXPECT_EQ(TakeChain(CFHDictionaryGetSInt16Value(dictionary, CFSTR("16"), &narrow)),
@@ -250,7 +207,7 @@ TEST(NumberConversion, ANumberThatDoesNotFitFailsAndLeavesItsLowBits) {
     EXPECT_EQ(wide, 5);
 }
 
-TEST(NumberConversion, ASixteenBitGetTakesTheUnsignedValuesOfItsWidth) {
+TEST(NumberConversion, SixteenBitGetAcceptsTheUnsignedValuesOfItsWidth) {
     const auto dictionary = Dictionary({{"positive", 40000}, {"negative", -25536}});
     for (CFStringRef key : {CFSTR("positive"), CFSTR("negative")}) {
         UInt16 value = 0;
@@ -259,7 +216,7 @@ TEST(NumberConversion, ASixteenBitGetTakesTheUnsignedValuesOfItsWidth) {
     }
 }
 
-TEST(NumberConversion, GUIDsOf64BitsAreReadBackUnchanged) {
+TEST(NumberConversion, GuidOf64BitsIsReadBackUnchanged) {
     const auto dictionary = Dictionary();
     UInt64 value = 0;
     TakeChain(CFHDictionarySetUInt64Value(dictionary, CFSTR("GUID"), 0x9EDCBA9876543210));
@@ -268,7 +225,7 @@ TEST(NumberConversion, GUIDsOf64BitsAreReadBackUnchanged) {
     EXPECT_EQ(value, 0x9EDCBA9876543210);
 }
 
-TEST(Padding, FillsTheGapWithNullAndNeverFails) {
+TEST(Padding, GapIsFilledWithNull) {
     const auto array = Array({1});
     EXPECT_EQ(CFHArrayPadToValueAtIndex(array, 3, CFSTR("x")), nullptr);
     EXPECT_EQ(CFHArrayPadToValueAtIndex(array, 0, CFSTR("y")), nullptr);

@@ -1,4 +1,4 @@
-/* The path of limited size: where it is cut, and where a slash is added. */
+/* Paths of limited size: truncation, and the slash before a name. */
 
 #include "common/PathBuffer.h"
 
@@ -23,7 +23,7 @@ void ExpectPath(const PathBuffer& path, const std::string& text) {
     EXPECT_EQ(path.length, text.size());
 }
 
-TEST(PathBuffer, TextOf1023BytesIsKeptAndLongerTextIsCutThere) {
+TEST(PathBuffer, TextIsTruncatedTo1023Bytes) {
     ExpectPath(PathOf(""), "");
     ExpectPath(PathOf("a/b"), "a/b");
     ExpectPath(PathOf(kLongest), kLongest);
@@ -31,16 +31,14 @@ TEST(PathBuffer, TextOf1023BytesIsKeptAndLongerTextIsCutThere) {
 }
 
 TEST(PathBuffer, NameIsAppendedBehindExactlyOneSlash) {
-    PathBuffer path = PathOf("a");
-    EXPECT_EQ(AppendToPath(&path, "b"), 2U);
-    ExpectPath(path, "a/b");
-
-    path = PathOf("a/");
-    EXPECT_EQ(AppendToPath(&path, "b"), 2U);
-    ExpectPath(path, "a/b");
+    for (const char* before : {"a", "a/"}) {
+        PathBuffer path = PathOf(before);
+        EXPECT_EQ(AppendToPath(&path, "b"), 2U);
+        ExpectPath(path, "a/b");
+    }
 }
 
-TEST(PathBuffer, NameBehindAnEmptyPathStandsBelowTheRoot) {
+TEST(PathBuffer, NameBehindAnEmptyPathIsBelowTheRoot) {
     PathBuffer path = PathOf("");
     EXPECT_EQ(AppendToPath(&path, "name"), 1U);
     ExpectPath(path, "/name");
@@ -52,7 +50,7 @@ TEST(PathBuffer, EmptyNameAddsTheSlashAlone) {
     ExpectPath(path, "a/");
 }
 
-TEST(PathBuffer, NameIsCutAt1023BytesOfPath) {
+TEST(PathBuffer, NameIsTruncatedAt1023BytesOfPath) {
     PathBuffer path = PathOf(kLongest.substr(2));
     EXPECT_EQ(AppendToPath(&path, "yz"), kPathSize - 2);
     ExpectPath(path, kLongest.substr(2) + "/y");

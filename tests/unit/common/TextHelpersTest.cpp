@@ -19,14 +19,20 @@ struct Free {
         free(text);
     }
 };
-using HeldText = std::unique_ptr<char, Free>;
+using OwnedText = std::unique_ptr<char, Free>;
+
+// A string that UTF-8 cannot represent.
+CFOwned<CFStringRef> UnpairedSurrogate() {
+    const UniChar character = 0xD800;
+    return CFOwned(CFStringCreateWithCharacters(nullptr, &character, 1));
+}
 
 class TextHelpers : public testing::Test {
 protected:
     LogCapture log;
 };
 
-TEST_F(TextHelpers, JoinsTwoStrings) {
+TEST_F(TextHelpers, TwoStringsAreJoined) {
     CFOwned<CFStringRef> joined;
     EXPECT_THAT(
         TakeChain(CFHStringCreateWithConcatenation(CFSTR("one "), Text("zwölf"), joined.Out())),
@@ -42,17 +48,17 @@ TEST_F(TextHelpers, TwoEmptyStringsGiveAnEmptyOne) {
     EXPECT_EQ(CFStringGetLength(joined), 0);
 }
 
-TEST_F(TextHelpers, JoiningAValueThatIsNoStringFails) {
+TEST_F(TextHelpers, JoiningANonStringFails) {
     CFStringRef joined = CFSTR("before");
     const auto number = Integer(1000);
     const auto notAString = reinterpret_cast<CFStringRef>(number.Get());
-    EXPECT_EQ(TakeChain(CFHStringCreateWithConcatenation(CFSTR("one"), notAString, &joined)),
-              Chain{RaisedByHelper("CFHStringCreateWithConcatenation",
-                                   "fail create string by combining strings")});
+    EXPECT_EQ(
+        TakeChain(CFHStringCreateWithConcatenation(CFSTR("one"), notAString, &joined)),
+        FailedIn("CFHStringCreateWithConcatenation", "fail create string by combining strings"));
     EXPECT_EQ(joined, nullptr);
 }
 
-TEST_F(TextHelpers, WithoutMemoryStringsAreJoinedWholeOrNotAtAll) {
+TEST_F(TextHelpers, StringsAreJoinedCompletelyOrNotWithoutMemory) {
     std::vector<Chain> failures;
     CFStringRef joined = nullptr;
     VErrLink* err = nullptr;
@@ -70,15 +76,14 @@ TEST_F(TextHelpers, WithoutMemoryStringsAreJoinedWholeOrNotAtAll) {
             EXPECT_EQ(TextOf(joined), "one long text and another") << nth;
         }
     });
-    const auto raised = [](const char* message) {
-        return Chain{RaisedByHelper("CFHStringCreateWithConcatenation", message)};
-    };
-    EXPECT_THAT(failures, testing::IsSupersetOf({raised("fail create strArr"),
-                                                 raised("fail create string by combining "
-                                                        "strings")}));
+    EXPECT_THAT(failures, testing::IsSupersetOf({
+                              FailedIn("CFHStringCreateWithConcatenation", "fail create strArr"),
+                              FailedIn("CFHStringCreateWithConcatenation",
+                                       "fail create string by combining strings"),
+                          }));
 }
 
-TEST_F(TextHelpers, AppendsInPlace) {
+TEST_F(TextHelpers, StringIsAppendedInPlace) {
     CFOwned<CFStringRef> string = Text("one");
     CFStringRef slot = string.Detach();
     EXPECT_THAT(TakeChain(CFHStringConcatenate(&slot, CFSTR(", two"))), IsEmpty());
@@ -86,45 +91,38 @@ TEST_F(TextHelpers, AppendsInPlace) {
     EXPECT_EQ(TextOf(string), "one, two");
 }
 
-TEST_F(TextHelpers, AFailedAppendLeavesTheStringAsItWas) {
+TEST_F(TextHelpers, FailedAppendLeavesTheStringUnchanged) {
     const CFOwned<CFStringRef> string = Text("one");
     CFStringRef slot = string;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = CFHStringConcatenate(&slot, CFSTR(", two"));
-    }
     EXPECT_EQ(
-        TakeChain(err),
+        ChainWithoutMemory([&] { return CFHStringConcatenate(&slot, CFSTR(", two")); }),
         (Chain{RaisedByHelper("CFHStringCreateWithConcatenation", "fail create strArr"),
                RaisedByHelper("CFHStringConcatenate", "fail create string with concatenation")}));
     EXPECT_EQ(slot, string.Get());
     EXPECT_EQ(TextOf(string), "one");
 }
 
-TEST_F(TextHelpers, AllocatesACString) {
+TEST_F(TextHelpers, CStringIsAllocated) {
     for (const char* utf8 : {"", "plain", "zwölf €", "\xF0\x9D\x84\x9E"}) {
         char* text = nullptr;
         EXPECT_THAT(
             TakeChain(CFHAllocCStringFromCFString(Text(utf8), kCFStringEncodingUTF8, &text)),
             IsEmpty());
-        EXPECT_STREQ(HeldText(text).get(), utf8);
+        EXPECT_STREQ(OwnedText(text).get(), utf8);
     }
 }
 
-TEST_F(TextHelpers, ACharacterThatTheEncodingLacksFailsWithItsOwnCode) {
+TEST_F(TextHelpers, CharacterThatTheEncodingLacksHasItsOwnErrorCode) {
     char before[] = "before";
     char* text = before;
-    const UniChar unpairedSurrogate = 0xD800;
-    const CFOwned string(CFStringCreateWithCharacters(nullptr, &unpairedSurrogate, 1));
-    EXPECT_EQ(TakeChain(CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text)),
-              Chain{RaisedByHelper("CFHAllocCStringFromCFString",
-                                   "can't convert the string to the requested encoding",
-                                   0x4000000000000064)});
+    EXPECT_EQ(
+        TakeChain(CFHAllocCStringFromCFString(UnpairedSurrogate(), kCFStringEncodingUTF8, &text)),
+        FailedIn("CFHAllocCStringFromCFString",
+                 "can't convert the string to the requested encoding", 0x4000000000000064));
     EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(TextHelpers, AValueThatIsNoStringHasNoCString) {
+TEST_F(TextHelpers, CStringOfANonStringIsNull) {
     char before[] = "before";
     char* text = before;
     const auto notAString = reinterpret_cast<CFStringRef>(kCFBooleanTrue);
@@ -133,27 +131,24 @@ TEST_F(TextHelpers, AValueThatIsNoStringHasNoCString) {
     EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(TextHelpers, WithoutMemoryThereIsNoCString) {
+TEST_F(TextHelpers, CStringIsNullWithoutMemory) {
     char before[] = "before";
     char* text = before;
     const auto string = Text("text");
     EXPECT_EQ(ChainWithoutMemory([&] {
                   return CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text);
               }),
-              Chain{RaisedByHelper("CFHAllocCStringFromCFString",
-                                   "fail allocate storage for the C string")});
+              FailedIn("CFHAllocCStringFromCFString", "fail allocate storage for the C string"));
     EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(TextHelpers, AnErrorTextIsACStringOrNullIfItCannotBeConverted) {
+TEST_F(TextHelpers, ErrorTextIsNullIfItCannotBeConverted) {
     EXPECT_EQ(CFHAllocErrorText(nullptr), nullptr);
-    EXPECT_STREQ(HeldText(CFHAllocErrorText(CFSTR("why"))).get(), "why");
-    const UniChar halfAPair[] = {0xD800};
-    const CFOwned unpaired(CFStringCreateWithCharacters(nullptr, halfAPair, 1));
-    EXPECT_EQ(CFHAllocErrorText(unpaired), nullptr);
+    EXPECT_STREQ(OwnedText(CFHAllocErrorText(CFSTR("why"))).get(), "why");
+    EXPECT_EQ(CFHAllocErrorText(UnpairedSurrogate()), nullptr);
 }
 
-TEST_F(TextHelpers, CopiesUTF16WithoutTerminator) {
+TEST_F(TextHelpers, Utf16IsCopiedWithoutTerminator) {
     UniChar buffer[6] = {9, 9, 9, 9, 9, 9};
     UInt16 length = 0;
     EXPECT_THAT(TakeChain(CFHConvertFromUTF8ToUniStr("a€\xF0\x9D\x84\x9E", buffer, 6, &length)),
@@ -162,7 +157,7 @@ TEST_F(TextHelpers, CopiesUTF16WithoutTerminator) {
     EXPECT_THAT(buffer, ElementsAre('a', 0x20AC, 0xD834, 0xDD1E, 9, 9));
 }
 
-TEST_F(TextHelpers, CutsUTF16AtTheCapacity) {
+TEST_F(TextHelpers, Utf16IsTruncatedToTheCapacity) {
     UniChar buffer[256];
     buffer[255] = 9;
     UInt16 length = 0;
@@ -176,7 +171,7 @@ TEST_F(TextHelpers, CutsUTF16AtTheCapacity) {
 }
 
 // The length is truncated to 16 bits before the comparison with the capacity.
-TEST_F(TextHelpers, ALengthBeyondSixteenBitsIsTruncatedFirst) {
+TEST_F(TextHelpers, LengthIsTruncatedToSixteenBits) {
     UniChar buffer[8] = {};
     UInt16 length = 0;
     const std::string text(65536 + 3, 'a');
@@ -185,45 +180,34 @@ TEST_F(TextHelpers, ALengthBeyondSixteenBitsIsTruncatedFirst) {
     EXPECT_THAT(buffer, ElementsAre('a', 'a', 'a', 0, 0, 0, 0, 0));
 }
 
-TEST_F(TextHelpers, BytesThatAreNotUTF8AreNotConverted) {
+TEST_F(TextHelpers, InvalidUtf8IsNotConverted) {
     UniChar buffer[8] = {};
     UInt16 length = 7;
     EXPECT_EQ(TakeChain(CFHConvertFromUTF8ToUniStr("\xC3", buffer, 8, &length)),
-              Chain{RaisedByHelper("CFHConvertFromUTF8ToUniStr",
-                                   "fail create temp CFString from UTF8 string")});
+              FailedIn("CFHConvertFromUTF8ToUniStr", "fail create temp CFString from UTF8 string"));
     EXPECT_EQ(length, 7);
 }
 
-TEST_F(TextHelpers, WritesUTF8IntoABufferThatFits) {
+TEST_F(TextHelpers, Utf8IsWrittenIfTheBufferIsLargeEnough) {
     const UniChar characters[] = {'a', 0x20AC};
     char buffer[6] = "";
     EXPECT_THAT(TakeChain(CFHConvertFromUniStrToUTF8(characters, 2, buffer, 5)), IsEmpty());
     EXPECT_STREQ(buffer, "a€");
     EXPECT_EQ(TakeChain(CFHConvertFromUniStrToUTF8(characters, 2, buffer, 4)),
-              Chain{RaisedByHelper("CFHConvertFromUniStrToUTF8",
-                                   "fail get UTF8 string from temp CFString")});
+              FailedIn("CFHConvertFromUniStrToUTF8", "fail get UTF8 string from temp CFString"));
 }
 
-TEST_F(TextHelpers, WithoutMemoryNothingIsConverted) {
+TEST_F(TextHelpers, ConversionsFailWithoutMemory) {
     const UniChar characters[] = {'a', 'b'};
     char bytes[8] = "";
     UniChar buffer[8] = {};
     UInt16 length = 7;
-    VErrLink* toUTF16 = nullptr;
-    VErrLink* toUTF8 = nullptr;
-    {
-        const AllocationFault fault(1);
-        toUTF16 = CFHConvertFromUTF8ToUniStr("text", buffer, 8, &length);
-    }
-    {
-        const AllocationFault fault(1);
-        toUTF8 = CFHConvertFromUniStrToUTF8(characters, 2, bytes, sizeof bytes);
-    }
-    EXPECT_EQ(TakeChain(toUTF16), Chain{RaisedByHelper("CFHConvertFromUTF8ToUniStr",
-                                                       "fail create temp CFString from UTF8 "
-                                                       "string")});
-    EXPECT_EQ(TakeChain(toUTF8), Chain{RaisedByHelper("CFHConvertFromUniStrToUTF8",
-                                                      "fail create temp CFString from uni chars")});
+    EXPECT_EQ(
+        ChainWithoutMemory([&] { return CFHConvertFromUTF8ToUniStr("text", buffer, 8, &length); }),
+        FailedIn("CFHConvertFromUTF8ToUniStr", "fail create temp CFString from UTF8 string"));
+    EXPECT_EQ(ChainWithoutMemory(
+                  [&] { return CFHConvertFromUniStrToUTF8(characters, 2, bytes, sizeof bytes); }),
+              FailedIn("CFHConvertFromUniStrToUTF8", "fail create temp CFString from uni chars"));
 }
 
 } // namespace

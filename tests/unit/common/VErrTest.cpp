@@ -1,5 +1,4 @@
-/* The error chain: what a raise records, what a caller's raise inherits, what is logged, and what
-   remains when memory is short. */
+/* Error chains: raising, inheriting, logging, and shortage of memory. */
 
 #include "common/VErr.h"
 
@@ -8,6 +7,7 @@
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ protected:
 
 // ---- raising ----
 
-TEST_F(VErrTest, APlainRaiseOnAnEmptySlotHasTheDefaults) {
+TEST_F(VErrTest, PlainRaiseOnAnEmptySlotHasTheDefaults) {
     VErrLink* raised = VERR_RAISE(VErrThrow(&err, "fail %s %d", "thing", 7));
     const SInt64 line = __LINE__ - 1;
     EXPECT_EQ(raised, err);
@@ -56,13 +56,13 @@ TEST_F(VErrTest, APlainRaiseOnAnEmptySlotHasTheDefaults) {
     EXPECT_EQ(err->next, nullptr);
 }
 
-TEST_F(VErrTest, AMessageHasNoLengthLimit) {
+TEST_F(VErrTest, MessageHasNoLengthLimit) {
     const std::string text(5000, 'x');
     VErrThrow(&err, "fail %s", text.c_str());
     EXPECT_EQ(err->message, "fail " + text);
 }
 
-TEST_F(VErrTest, APlainRaiseTakesOverCodeAndLevelOfTheLinkItWraps) {
+TEST_F(VErrTest, PlainRaiseInheritsCodeAndLevel) {
     VErrThrowLevelWithErrCode(&err, 10, EIO, "inner");
     VErrThrow(&err, "outer");
     EXPECT_EQ(VErrGetErrCode(err), EIO);
@@ -70,14 +70,14 @@ TEST_F(VErrTest, APlainRaiseTakesOverCodeAndLevelOfTheLinkItWraps) {
     EXPECT_STREQ(err->next->message, "inner");
 }
 
-TEST_F(VErrTest, ARaiseWithACodeKeepsThatCode) {
+TEST_F(VErrTest, RaiseWithACodeKeepsThatCode) {
     VErrThrowWithErrCode(&err, EIO, "inner");
     VErrThrowWithErrCode(&err, ENOENT, "outer");
     EXPECT_EQ(VErrGetErrCode(err), ENOENT);
     EXPECT_EQ(VErrGetErrCode(err->next), EIO);
 }
 
-TEST_F(VErrTest, ARaiseWithALevelKeepsThatLevel) {
+TEST_F(VErrTest, RaiseWithALevelKeepsThatLevel) {
     VErrThrowLevelWithErrCode(&err, 10, EIO, "inner");
     VErrThrowLevelWithErrCode(&err, 20, kVErrCodeDefault, "outer");
     EXPECT_EQ(VErrGetErrLevel(err), 20);
@@ -91,7 +91,7 @@ TEST_F(VErrTest, ThrowLevelIgnoresTheLevelGiven) {
     EXPECT_STREQ(err->message, "fail 1");
 }
 
-TEST_F(VErrTest, RecordingTheSiteAgainReplacesIt) {
+TEST_F(VErrTest, SiteRecordedAgainIsReplaced) {
     At(1, VErrThrow(&err, "fail"));
     VErrAddFileFuncLine(err, "a/B", "Other", 2);
     EXPECT_EQ(ReadChain(err), (Chain{{"fail", "Other", "a/B"}}));
@@ -107,24 +107,19 @@ TEST_F(VErrTest, CatchEmptiesTheSlot) {
     EXPECT_EQ(err, nullptr);
 }
 
-TEST_F(VErrTest, AMessageIsCopiedCutAndTerminated) {
+TEST_F(VErrTest, MessageIsTruncatedToTheBufferAndTerminated) {
     VErrThrow(&err, "0123456789");
-    char buffer[5] = {'-', '-', '-', '-', '-'};
-    VErrGetErrMessage(err, buffer, sizeof buffer);
+    char buffer[] = "before";
+    VErrGetErrMessage(err, nullptr, sizeof buffer);
+    VErrGetErrMessage(err, buffer, 0);
+    EXPECT_STREQ(buffer, "before");
+    VErrGetErrMessage(err, buffer, 5);
     EXPECT_STREQ(buffer, "0123");
     VErrGetErrMessage(err, buffer, 1);
     EXPECT_STREQ(buffer, "");
 }
 
-TEST_F(VErrTest, AMessageIsNotCopiedWithoutSizeOrBuffer) {
-    VErrThrow(&err, "text");
-    char buffer[] = "before";
-    VErrGetErrMessage(err, buffer, 0);
-    EXPECT_STREQ(buffer, "before");
-    VErrGetErrMessage(err, nullptr, sizeof buffer);
-}
-
-TEST_F(VErrTest, TheMessageOfALinkWithoutOneIsEmpty) {
+TEST_F(VErrTest, MessageOfALinkWithoutOneIsEmpty) {
     char buffer[] = "before";
     VErrGetErrMessage(&g_genericVErr, buffer, sizeof buffer);
     EXPECT_STREQ(buffer, "");
@@ -137,7 +132,7 @@ VErrLink* FailingCall() {
     return VERR_RAISE(VErrThrowWithErrCode(&err, EBUSY, "fail FailingCall"));
 }
 
-TEST_F(VErrTest, AStepThatSucceedsRaisesNothing) {
+TEST_F(VErrTest, SuccessfulStepRaisesNothing) {
     VERR_STEP(err, static_cast<VErrLink*>(nullptr), "fail step");
     const char* object = nullptr;
     VERR_GET(err, object, "object", "fail get");
@@ -147,7 +142,7 @@ TEST_F(VErrTest, AStepThatSucceedsRaisesNothing) {
     EXPECT_EQ(err, nullptr);
 }
 
-TEST_F(VErrTest, AFailingStepWrapsWhatItsCallReturned) {
+TEST_F(VErrTest, FailingStepAddsALinkToTheChainOfItsCall) {
     VERR_STEP(err, FailingCall(), "fail step %d", 2);
     EXPECT_EQ(ReadChain(err), (Chain{{"fail FailingCall", "FailingCall", kSourcePath, EBUSY},
                                      {"fail step 2", "TestBody", kSourcePath, EBUSY}}));
@@ -166,7 +161,7 @@ TEST_F(VErrTest, FailingNeedStatusAndGetRaiseOneLink) {
     EXPECT_EQ(ReadChain(err), (Chain{{"fail get 4", "TestBody", kSourcePath}}));
 }
 
-TEST_F(VErrTest, TheFirstFailingStepSkipsTheRest) {
+TEST_F(VErrTest, FirstFailingStepSkipsTheRest) {
     int calls = 0;
     VERR_NEED(err, false, "first");
     VERR_STEP(err, (++calls, FailingCall()), "second");
@@ -179,13 +174,7 @@ TEST_F(VErrTest, TheFirstFailingStepSkipsTheRest) {
 
 // ---- logging ----
 
-TEST_F(VErrTest, ADefaultCodeIsNotLogged) {
-    At(12, VErrThrow(&err, "fail thing"));
-    VErrLog(err);
-    EXPECT_THAT(log.Take(), ElementsAre("Module:12, Function: fail thing"));
-}
-
-TEST_F(VErrTest, AFacilityCodeIsLoggedOnEveryLinkThatTookItOver) {
+TEST_F(VErrTest, InheritedCodeIsLoggedOnEachLink) {
     At(1, VErrThrowWithErrCode(&err, 0x4000000000000000 + 1024, "timed out"));
     At(2, VErrThrow(&err, "fail outer"));
     VErrLog(err);
@@ -194,50 +183,41 @@ TEST_F(VErrTest, AFacilityCodeIsLoggedOnEveryLinkThatTookItOver) {
 }
 
 // Operators search logs for these numbers, and the server uses some of them.
-TEST_F(VErrTest, EachFacilityCodeIsLoggedByItsNumber) {
-    struct {
-        VErrCode code;
-        const char* number;
-    } const cases[] = {
-        {kVErrCodeUserAborted, "2"},       {kVErrCodeNotFound, "20"},
-        {kVErrCodeStringEncoding, "100"},  {kVErrCodeServerNotFound, "1001"},
-        {kVErrCodeConnectFailed, "1002"},  {kVErrCodeReplyTimeout, "1004"},
-        {kVErrCodeConnectionLost, "1005"}, {kVErrCodeMountUnderWay, "1020"},
-        {kVErrCodeServerBusy, "1021"},     {kVErrCodeCommandTimedOut, "1024"},
-    };
-    for (const auto& each : cases) {
-        At(3, VErrThrowWithErrCode(&err, each.code, "fail"));
-        VErrLog(err);
-        EXPECT_THAT(log.Take(), ElementsAre(std::string("Module:3, Function: fail (VErrCode = ") +
-                                            each.number + ")"));
-        VErrCatch(&err);
-    }
-}
-
-TEST_F(VErrTest, OtherCodesAreLoggedAsTheyAre) {
+TEST_F(VErrTest, EachCodeExceptTheDefaultIsLoggedBehindTheMessage) {
     struct {
         VErrCode code;
         const char* suffix;
     } const cases[] = {
-        {5, "(err = 5)"},
-        {-2, "(err = -2)"},
-        {0, "(err = 0)"},
-        {LLONG_MIN, "(err = -9223372036854775808)"},
-        {0x3FFFFFFFFFFFFFFF, "(err = 4611686018427387903)"},
-        {0x4000000000000000, "(VErrCode = 0)"},
-        {0x4000000000000002, "(VErrCode = 2)"},
-        {LLONG_MAX, "(VErrCode = 4611686018427387903)"},
+        {kVErrCodeDefault, ""},
+        {kVErrCodeUserAborted, " (VErrCode = 2)"},
+        {kVErrCodeNotFound, " (VErrCode = 20)"},
+        {kVErrCodeStringEncoding, " (VErrCode = 100)"},
+        {kVErrCodeServerNotFound, " (VErrCode = 1001)"},
+        {kVErrCodeConnectFailed, " (VErrCode = 1002)"},
+        {kVErrCodeReplyTimeout, " (VErrCode = 1004)"},
+        {kVErrCodeConnectionLost, " (VErrCode = 1005)"},
+        {kVErrCodeMountUnderWay, " (VErrCode = 1020)"},
+        {kVErrCodeServerBusy, " (VErrCode = 1021)"},
+        {kVErrCodeCommandTimedOut, " (VErrCode = 1024)"},
+        {5, " (err = 5)"},
+        {-2, " (err = -2)"},
+        {0, " (err = 0)"},
+        {LLONG_MIN, " (err = -9223372036854775808)"},
+        {0x3FFFFFFFFFFFFFFF, " (err = 4611686018427387903)"},
+        {0x4000000000000000, " (VErrCode = 0)"},
+        {0x4000000000000002, " (VErrCode = 2)"},
+        {LLONG_MAX, " (VErrCode = 4611686018427387903)"},
     };
     for (const auto& each : cases) {
-        At(3, VErrThrowWithErrCode(&err, each.code, "fail"));
+        At(12, VErrThrowWithErrCode(&err, each.code, "fail"));
         VErrLog(err);
         EXPECT_THAT(log.Take(),
-                    ElementsAre(std::string("Module:3, Function: fail ") + each.suffix));
+                    ElementsAre(std::string("Module:12, Function: fail") + each.suffix));
         VErrCatch(&err);
     }
 }
 
-TEST_F(VErrTest, AChainIsLoggedOldestFirstAndLeftAsItWas) {
+TEST_F(VErrTest, ChainIsLoggedOldestFirstAndUnchanged) {
     At(1, VErrThrow(&err, "first"));
     At(2, VErrThrow(&err, "second"));
     At(3, VErrThrow(&err, "third"));
@@ -248,7 +228,7 @@ TEST_F(VErrTest, AChainIsLoggedOldestFirstAndLeftAsItWas) {
     EXPECT_EQ(ReadChain(err), before);
 }
 
-TEST_F(VErrTest, OnlyTheNewestLevelDecidesWhetherAChainIsLogged) {
+TEST_F(VErrTest, OnlyTheLevelOfTheNewestLinkDecidesWhetherAChainIsLogged) {
     At(1, VErrThrowLevelWithErrCode(&err, 51, EIO, "quiet"));
     VErrLog(err);
     EXPECT_THAT(log.Take(), IsEmpty());
@@ -286,7 +266,7 @@ TEST_F(VErrTest, PercentSignsInTextsAreNotFormats) {
 }
 
 // A failed walk raises one link per directory level: logging and releasing must not recurse.
-TEST_F(VErrTest, ALongChainIsLoggedAndReleasedWithASmallStack) {
+TEST_F(VErrTest, LongChainIsLoggedAndReleasedWithASmallStack) {
     constexpr SInt64 kLinks = 10000;
     for (SInt64 line = 1; line <= kLinks; ++line)
         At(line, VErrThrow(&err, "fail"));
@@ -310,32 +290,31 @@ TEST_F(VErrTest, ALongChainIsLoggedAndReleasedWithASmallStack) {
 
 // ---- without memory ----
 
-// The two allocations of a raise: the link, and the message.
+// The allocation that fails: that of the link (1) or that of the message (2).
 class RaiseWithoutMemory : public VErrTest, public testing::WithParamInterface<std::size_t> {
 protected:
-    template<typename... Arguments>
-    void ThrowWithErrCode(UInt16 level, VErrCode code, const char* text) {
+    void Throw(UInt16 level, VErrCode code, const char* text) {
         const AllocationFault fault(GetParam());
         VErrThrowLevelWithErrCode(&err, level, code, "fail %s, %d", text, 2);
     }
 };
 INSTANTIATE_TEST_SUITE_P(OfTheLinkAndOfItsMessage, RaiseWithoutMemory, testing::Values(1, 2));
 
-TEST_P(RaiseWithoutMemory, LogsTheMessageAndGivesTheSharedLink) {
-    ThrowWithErrCode(50, kVErrCodeDefault, "one");
+TEST_P(RaiseWithoutMemory, LogsTheMessageAndReturnsTheSharedLink) {
+    Throw(50, kVErrCodeDefault, "one");
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), ElementsAre("fail one, 2"));
 }
 
-TEST_P(RaiseWithoutMemory, LogsTheCodeOnALineOfItsOwn) {
-    ThrowWithErrCode(50, kVErrFacilityBase + 1001, "one");
+TEST_P(RaiseWithoutMemory, LogsTheCodeOnASeparateLine) {
+    Throw(50, kVErrFacilityBase + 1001, "one");
     EXPECT_THAT(log.Take(), ElementsAre("fail one, 2", "VErrCode = 1001"));
-    ThrowWithErrCode(50, -2, "two");
+    Throw(50, -2, "two");
     EXPECT_THAT(log.Take(), ElementsAre("fail two, 2", "err = -2"));
 }
 
 TEST_P(RaiseWithoutMemory, LogsNothingAboveTheLevel) {
-    ThrowWithErrCode(51, EIO, "one");
+    Throw(51, EIO, "one");
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), IsEmpty());
 }
@@ -343,26 +322,23 @@ TEST_P(RaiseWithoutMemory, LogsNothingAboveTheLevel) {
 TEST_P(RaiseWithoutMemory, LogsAndFreesTheChainInTheSlotFirst) {
     At(1, VErrThrow(&err, "first"));
     At(2, VErrThrow(&err, "second"));
-    ThrowWithErrCode(50, kVErrCodeDefault, "third");
+    Throw(50, kVErrCodeDefault, "third");
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), ElementsAre("Module:1, Function: first", "Module:2, Function: second",
                                         "fail third, 2"));
 }
 
-TEST_P(RaiseWithoutMemory, FreesAChainThatIsTooQuietToBeLogged) {
+TEST_P(RaiseWithoutMemory, FreesAChainAboveTheLevelWithoutLoggingIt) {
     At(1, VErrThrowLevelWithErrCode(&err, 51, EIO, "quiet"));
-    ThrowWithErrCode(50, kVErrCodeDefault, "loud");
+    Throw(50, kVErrCodeDefault, "loud");
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), ElementsAre("fail loud, 2"));
 }
 
 TEST_P(RaiseWithoutMemory, LogsTheSiteAndStoresNothingInTheSharedLink) {
-    {
-        const AllocationFault fault(GetParam());
-        VErrThrow(&err, "fail");
-    }
+    Throw(50, kVErrCodeDefault, "one");
     At(77, err);
-    EXPECT_THAT(log.Take(), ElementsAre("fail", "Module:77, Function"));
+    EXPECT_THAT(log.Take(), ElementsAre("fail one, 2", "Module:77, Function"));
     EXPECT_EQ(g_genericVErr.line, 0);
     EXPECT_EQ(g_genericVErr.funcName, nullptr);
     EXPECT_EQ(g_genericVErr.fileName, nullptr);
@@ -372,8 +348,7 @@ TEST_P(RaiseWithoutMemory, LogsTheSiteAndStoresNothingInTheSharedLink) {
 class OnTheSharedLink : public VErrTest {
 protected:
     OnTheSharedLink() {
-        const AllocationFault fault(1);
-        VErrThrow(&err, "lost");
+        WithoutMemory([&] { return VErrThrow(&err, "lost"); });
     }
     void SetUp() override {
         EXPECT_THAT(log.Take(), ElementsAre("lost"));
@@ -381,7 +356,7 @@ protected:
     }
 };
 
-TEST_F(OnTheSharedLink, APlainRaiseTakesOverLevelZero) {
+TEST_F(OnTheSharedLink, PlainRaiseInheritsLevelZero) {
     At(1, VErrThrow(&err, "later"));
     EXPECT_EQ(err->level, 0);
     EXPECT_EQ(err->code, kVErrCodeDefault);
@@ -420,51 +395,39 @@ TEST_F(OnTheSharedLink, ReleasingAChainStopsAtTheSharedLink) {
 
 TEST_F(OnTheSharedLink, RaisingAgainWithoutMemoryLogsTheLinksAboveTheSharedLink) {
     At(1, VErrThrow(&err, "later"));
-    {
-        const AllocationFault fault(1);
-        VErrThrow(&err, "lost again");
-    }
+    WithoutMemory([&] { return VErrThrow(&err, "lost again"); });
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), ElementsAre("Module:1, Function: later", "lost again"));
 }
 
-TEST_F(VErrTest, WithoutMemoryForTheSiteOnlyItsLineIsKept) {
+TEST_F(VErrTest, SiteWithoutMemoryIsItsLineOnly) {
     for (const std::size_t nth : {1u, 2u}) {
         At(1, VErrThrow(&err, "fail"));
-        {
-            const AllocationFault fault(nth);
-            VErrAddFileFuncLine(err, "other/File", "Other", 2);
-        }
+        WithoutMemory([&] { VErrAddFileFuncLine(err, "other/File", "Other", 2); }, nth);
         EXPECT_EQ(ReadChain(err), (Chain{{"fail", "Function", "some/where/Module"}}));
         EXPECT_EQ(err->line, 2);
         VErrCatch(&err);
 
         VErrThrow(&err, "fail");
-        {
-            const AllocationFault fault(nth);
-            At(3, err);
-        }
+        WithoutMemory([&] { return At(3, err); }, nth);
         VErrLog(err);
         EXPECT_THAT(log.Take(), ElementsAre("<UNKNOWN>:3, <UNKNOWN>: fail"));
         VErrCatch(&err);
     }
 }
 
-// The C locale lacks this wide character, so that vsnprintf() fails.
-TEST_F(VErrTest, AMessageThatCannotBeFormattedIsLoggedAsWithoutMemory) {
+// The C locale lacks this wide character: vsnprintf() fails.
+TEST_F(VErrTest, MessageThatCannotBeFormattedIsLoggedAsWithoutMemory) {
     VErrThrow(&err, "%ls", L"\u20ac");
     EXPECT_EQ(err, &g_genericVErr);
     EXPECT_THAT(log.Take(), ElementsAre("(cannot be formatted)"));
 }
 
-TEST_F(VErrTest, ThreadsRaiseAtOnceAlsoWithoutMemory) {
+TEST_F(VErrTest, ThreadsRaiseConcurrentlyWithAndWithoutMemory) {
     const auto raise = [] {
         for (int i = 0; i < 100; ++i) {
             VErrLink* own = nullptr;
-            {
-                const AllocationFault fault(1);
-                VErrThrow(&own, "lost");
-            }
+            WithoutMemory([&] { return VErrThrow(&own, "lost"); });
             VERR_RAISE(VErrThrow(&own, "later"));
             VErrLogAndCatch(&own);
         }
@@ -487,10 +450,10 @@ TEST_F(VErrTest, InitSucceedsAndResets) {
     EXPECT_EQ(g_genericVErr.line, 0);
     EXPECT_EQ(g_genericVErr.code, kVErrCodeDefault);
     EXPECT_EQ(g_genericVErr.level, 0);
-    free(path); // VErrInit does not release it
+    free(path); // InitVErrSystem() does not release the path
 }
 
-TEST_F(VErrTest, TermFreesThePathAndKeepsTheVariable) {
+TEST_F(VErrTest, TermFreesThePathAndDoesNotResetTheVariable) {
     TermVErrSystem();
     SetVErrLogFilePath("/dev/null");
     TermVErrSystem();
@@ -498,11 +461,8 @@ TEST_F(VErrTest, TermFreesThePathAndKeepsTheVariable) {
     InitVErrSystem();
 }
 
-TEST_F(VErrTest, WithoutMemoryForThePathTheSystemLogIsUsed) {
-    {
-        const AllocationFault fault(1);
-        SetVErrLogFilePath("/dev/null");
-    }
+TEST_F(VErrTest, SystemLogIsUsedWithoutMemoryForThePath) {
+    WithoutMemory([] { SetVErrLogFilePath("/dev/null"); });
     EXPECT_EQ(g_vErrLogPath, nullptr);
 }
 

@@ -24,16 +24,16 @@ CaughtLines g_caught;
 __attribute__((format(printf, 2, 0))) void Catch(int priority, const char* format, va_list list) {
     const std::lock_guard lock(g_caught.mutex);
     char* const line = g_caught.bytes.data() + g_caught.used;
-    const std::size_t room = g_caught.bytes.size() - g_caught.used;
+    const std::size_t capacity = g_caught.bytes.size() - g_caught.used;
     std::size_t length = 0;
     if (priority != LOG_ALERT)
-        length = static_cast<std::size_t>(snprintf(line, room, "(priority %d) ", priority));
-    int written = vsnprintf(line + length, room - length, format, list);
+        length = static_cast<std::size_t>(snprintf(line, capacity, "(priority %d) ", priority));
+    int written = vsnprintf(line + length, capacity - length, format, list);
     if (written < 0)
-        written = snprintf(line + length, room - length, "(cannot be formatted)");
+        written = snprintf(line + length, capacity - length, "(cannot be formatted)");
     if (!g_caught.capturing)
         ADD_FAILURE() << "logged without a capture: " << line;
-    else if (length + static_cast<std::size_t>(written) >= room)
+    else if (length + static_cast<std::size_t>(written) >= capacity)
         ADD_FAILURE() << "the capture's buffer is full";
     else
         g_caught.used += length + static_cast<std::size_t>(written) + 1;

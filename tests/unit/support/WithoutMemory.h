@@ -10,15 +10,17 @@
 #include <set>
 #include <string>
 
+/* Calls the function with its nth allocation failing, and returns its result. */
+template<typename Call>
+auto WithoutMemory(Call call, std::size_t nth = 1) {
+    const AllocationFault fault(nth);
+    return call();
+}
+
 /* Calls the function with its first allocation failing, and takes the chain that it returns. */
 template<typename Call>
 Chain ChainWithoutMemory(Call call) {
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(1);
-        err = call();
-    }
-    return TakeChain(err);
+    return TakeChain(WithoutMemory(call));
 }
 
 /* Calls call(), which returns an error chain, with each of its allocations failing in turn, and
