@@ -1,4 +1,4 @@
-/* Whole exchanges with a scripted server on a real socket. */
+/* Exchanges with a scripted server on a local socket. */
 
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
@@ -18,17 +18,11 @@
 
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
-
-// Called after the connection is made and before data is sent.
-static thread_local std::function<void()> t_beforeSending;
 
 extern "C" {
 CFSocketRef __real_CFSocketCreateConnectedToSocketSignature(CFAllocatorRef,
@@ -41,11 +35,8 @@ CFSocketRef __wrap_CFSocketCreateConnectedToSocketSignature(
     CFSocketCallBack callout, const CFSocketContext* context, CFTimeInterval timeout) {
     EXPECT_EQ(callBackTypes, 3u);
     EXPECT_EQ(timeout, 30.0);
-    CFSocketRef socket = __real_CFSocketCreateConnectedToSocketSignature(
-        allocator, signature, callBackTypes, callout, context, timeout);
-    if (t_beforeSending)
-        t_beforeSending();
-    return socket;
+    return __real_CFSocketCreateConnectedToSocketSignature(allocator, signature, callBackTypes,
+                                                           callout, context, timeout);
 }
 }
 
@@ -67,18 +58,35 @@ std::string SocketPath() {
 }
 
 // Sends the bytes in pieces of the given size and waits until the client closes.
-Script AnswerBytes(std::string bytes, std::size_t pieceSize = 65536) {
+Script ReplyBytes(std::string bytes, std::size_t pieceSize = 65536) {
     return [=](Connection& connection) {
         connection.ReadFrame();
-        for (std::size_t i = 0; i < bytes.size(); i += pieceSize)
-            connection.Write(std::string_view(bytes).substr(i, pieceSize));
+        connection.Write(bytes, pieceSize);
         connection.WaitForEnd();
     };
 }
 
-Script Answer(CFPropertyListRef list) {
-    return AnswerBytes(FrameOfList(list));
+Script Reply(CFPropertyListRef list) {
+    return ReplyBytes(FrameOfList(list));
 }
+
+// Sends the bytes and closes at once.
+Script ReplyAndClose(std::string bytes) {
+    return [=](Connection& connection) {
+        connection.ReadFrame();
+        connection.Write(bytes);
+    };
+}
+
+const Script kEcho = [](Connection& connection) {
+    connection.Write(FrameOf(connection.ReadFrame()));
+    connection.WaitForEnd();
+};
+
+const Chain kLostConnection = {
+    Raised("lost connection with changer server", "GetMessageReplyErr", kLost)};
+const Chain kTimedOut = {
+    Raised("timeout waiting for reply from changer server", "GetMessageReplyErr", kTimeout)};
 
 class Exchange : public testing::Test {
 protected:
@@ -86,7 +94,6 @@ protected:
         SetProcesses({{1, "init"}, {getpid(), "carouseld"}});
     }
     ~Exchange() override {
-        t_beforeSending = nullptr;
         SetClock(kNow);
     }
 
@@ -97,6 +104,16 @@ protected:
         ScriptedServer server(SocketPath(), {std::move(script)});
         return Send();
     }
+    // Sends to a server that does not reply. The timer fires once the server has the request.
+    Chain SendUntilTimeOut() {
+        std::atomic<bool> isRequested = false;
+        const TimersFireWhile timingOut([&] { return isRequested.load(); });
+        return SendTo([&](Connection& connection) {
+            connection.ReadFrame();
+            isRequested = true;
+            connection.WaitForEnd();
+        });
+    }
 
     CFOwned<CFMutableDictionaryRef> message = Dictionary({{"command", "test"}});
     CFOwned<CFDictionaryRef> reply;
@@ -105,7 +122,7 @@ protected:
 
 // ---- success ----
 
-TEST_F(Exchange, SendsTheMessageAndGivesBackTheReply) {
+TEST_F(Exchange, MessageIsSentAndReplyReturned) {
     std::string request;
     EXPECT_THAT(SendTo([&](Connection& connection) {
                     request = connection.ReadFrame();
@@ -117,8 +134,8 @@ TEST_F(Exchange, SendsTheMessageAndGivesBackTheReply) {
     EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"mount path", "/mnt"}})));
 }
 
-TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
-    SendTo(Answer(Dictionary()));
+TEST_F(Exchange, TimerOfTheReplyFiresAfterThirtySeconds) {
+    SendTo(Reply(Dictionary()));
     const RecordedTimer timer = LastTimer();
     EXPECT_EQ(timer.fireDate, kNow + 30);
     EXPECT_EQ(timer.interval, 0);
@@ -128,7 +145,7 @@ TEST_F(Exchange, WaitsThirtySecondsForTheReply) {
 }
 
 // The reply's thirty seconds begin when the request has been written.
-TEST_F(Exchange, SendsWithinThirtySecondsBeforeItsTimerStarts) {
+TEST_F(Exchange, SendingHasItsOwnThirtySeconds) {
     const int timersBefore = CountTimers();
     int sendings = 0;
     const OnSending sending([&](CFTimeInterval timeout) {
@@ -137,49 +154,38 @@ TEST_F(Exchange, SendsWithinThirtySecondsBeforeItsTimerStarts) {
         EXPECT_EQ(CountTimers(), timersBefore);
         SetClock(kNow + 29);
     });
-    SendTo(Answer(Dictionary()));
+    SendTo(Reply(Dictionary()));
     EXPECT_EQ(sendings, 1);
     EXPECT_EQ(LastTimer().fireDate, kNow + 29 + 30);
 }
 
-TEST_F(Exchange, AssemblesAReplySentInPieces) {
+TEST_F(Exchange, ReplySentInPiecesIsAssembled) {
     const std::string frame = FrameOfList(Dictionary({{"key", std::string(500, 'x').c_str()}}));
     for (const std::size_t size : {1u, 5u, 11u, 13u, 500u}) {
-        EXPECT_THAT(SendTo(AnswerBytes(frame, size)), IsEmpty()) << size;
+        EXPECT_THAT(SendTo(ReplyBytes(frame, size)), IsEmpty()) << size;
         EXPECT_EQ(FrameOfList(reply), frame);
     }
 }
 
-TEST_F(Exchange, ReceivesAReplyLargerThanASocketBuffer) {
-    const std::string text(3 * 1024 * 1024, 'x');
-    EXPECT_THAT(SendTo(Answer(Dictionary({{"key", text.c_str()}}))), IsEmpty());
-    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", text.c_str()}})));
-}
-
-TEST_F(Exchange, SendsAMessageLargerThanASocketBuffer) {
+// More than a socket's buffer in both directions.
+TEST_F(Exchange, LargeMessageAndReplyAreTransferred) {
     const std::string text(3 * 1024 * 1024, 'x');
     message = Dictionary({{"key", text.c_str()}});
-    std::string request;
-    EXPECT_THAT(SendTo([&](Connection& connection) {
-                    request = connection.ReadFrame();
-                    connection.Write(FrameOfList(Dictionary()));
-                }),
-                IsEmpty());
-    EXPECT_EQ(request, XmlOf(message));
+    EXPECT_THAT(
+        SendTo([](Connection& connection) { connection.Write(FrameOf(connection.ReadFrame())); }),
+        IsEmpty());
+    EXPECT_EQ(XmlOf(reply), XmlOf(message));
 }
 
-TEST_F(Exchange, AReplyIsReturnedAlthoughTheServerClosesAtOnce) {
+TEST_F(Exchange, ReplyIsReturnedAlthoughTheServerClosesAtOnce) {
+    const auto list = Dictionary({{"key", 1}});
     for (int i = 0; i < 20; ++i) {
-        EXPECT_THAT(SendTo([](Connection& connection) {
-                        connection.ReadFrame();
-                        connection.Write(FrameOfList(Dictionary({{"key", 1}})));
-                    }),
-                    IsEmpty());
-        EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
+        EXPECT_THAT(SendTo(ReplyAndClose(FrameOfList(list))), IsEmpty());
+        EXPECT_EQ(XmlOf(reply), XmlOf(list));
     }
 }
 
-TEST_F(Exchange, AMessageWithoutReplySetsNoReplyAndReturnsOnceWritten) {
+TEST_F(Exchange, MessageWithoutReplyHasTheNoReplyKeyAndReturnsOnceWritten) {
     std::string request;
     ScriptedServer server(SocketPath(), {[&](Connection& connection) {
                               request = connection.ReadFrame();
@@ -192,32 +198,33 @@ TEST_F(Exchange, AMessageWithoutReplySetsNoReplyAndReturnsOnceWritten) {
 }
 
 TEST_F(Exchange, EachExchangeOpensItsOwnConnection) {
-    ScriptedServer server(SocketPath(),
-                          {Answer(Dictionary({{"key", 1}})), Answer(Dictionary({{"key", 2}}))});
-    EXPECT_THAT(Send(), IsEmpty());
-    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
-    EXPECT_THAT(Send(), IsEmpty());
-    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 2}})));
+    const CFOwned<CFMutableDictionaryRef> replies[] = {Dictionary({{"key", 1}}),
+                                                       Dictionary({{"key", 2}})};
+    ScriptedServer server(SocketPath(), {Reply(replies[0]), Reply(replies[1])});
+    for (const auto& expected : replies) {
+        EXPECT_THAT(Send(), IsEmpty());
+        EXPECT_EQ(XmlOf(reply), XmlOf(expected));
+    }
     EXPECT_EQ(CountTableCalls(), 4); // each exchange finds the server again: a size and a fetch
 }
 
-TEST_F(Exchange, AReplyThatIsNoDictionaryIsReturned) {
-    EXPECT_THAT(SendTo(Answer(Array({1}))), IsEmpty());
+TEST_F(Exchange, ReplyThatIsNoDictionaryIsReturned) {
+    EXPECT_THAT(SendTo(Reply(Array({1}))), IsEmpty());
     EXPECT_EQ(XmlOf(reply), XmlOf(Array({1})));
 }
 
 // ---- errors of the server ----
 
-TEST_F(Exchange, ReturnsTheServersErrorUnchanged) {
+TEST_F(Exchange, ErrorOfTheServerIsReturnedUnchanged) {
     const auto list =
         Dictionary({{"error code", kVErrFacilityBase + 1020}, {"error string", "under way"}});
-    EXPECT_EQ(SendTo(Answer(list)),
+    EXPECT_EQ(SendTo(Reply(list)),
               Chain{Raised("under way", "GetMessageReplyErr", kVErrFacilityBase + 1020)});
     EXPECT_EQ(XmlOf(reply), XmlOf(list));
 }
 
-TEST_F(Exchange, AReplyThatCannotBeReadFails) {
-    EXPECT_EQ(SendTo(Answer(Dictionary({{"error code", "text"}}))),
+TEST_F(Exchange, ReplyWithInvalidErrorCodeFails) {
+    EXPECT_EQ(SendTo(Reply(Dictionary({{"error code", "text"}}))),
               (Chain{Raised("fail convert CFNumber to VErrCode", "GetMessageReplyErr"),
                      Raised("fail get message reply err", "SendMessageToChangerServer")}));
     EXPECT_NE(reply, nullptr);
@@ -225,45 +232,30 @@ TEST_F(Exchange, AReplyThatCannotBeReadFails) {
 
 // ---- lost connections and time-outs ----
 
-TEST_F(Exchange, AServerThatClosesWithoutReplyIsALostConnection) {
-    EXPECT_EQ(SendTo([](Connection& connection) { connection.ReadFrame(); }),
-              Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
-    EXPECT_EQ(XmlOf(reply),
-              XmlOf(Dictionary({{"error code", kLost},
-                                {"error string", "lost connection with changer server"}})));
-}
-
-TEST_F(Exchange, AServerThatClosesInsideTheReplyIsALostConnection) {
-    EXPECT_EQ(SendTo([](Connection& connection) {
-                  connection.ReadFrame();
-                  connection.Write(FrameOfList(Dictionary()).substr(0, 30));
-              }),
-              Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
+TEST_F(Exchange, ServerThatClosesWithoutACompleteReplyIsALostConnection) {
+    const std::string frame = FrameOfList(Dictionary());
+    for (const std::string& sent : {std::string(), frame.substr(0, 30)}) {
+        EXPECT_EQ(SendTo(ReplyAndClose(sent)), kLostConnection) << sent;
+        EXPECT_EQ(XmlOf(reply),
+                  XmlOf(Dictionary({{"error code", kLost},
+                                    {"error string", "lost connection with changer server"}})));
+    }
 }
 
 // The kernel reports a reset instead of the end of the stream.
-TEST_F(Exchange, AServerThatClosesWithTheRequestUnreadIsALostConnection) {
-    EXPECT_EQ(SendTo([](Connection& connection) { connection.WaitForInput(); }),
-              Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
+TEST_F(Exchange, ServerThatClosesWithTheRequestUnreadIsALostConnection) {
+    EXPECT_EQ(SendTo([](Connection& connection) { connection.WaitForInput(); }), kLostConnection);
 }
 
-TEST_F(Exchange, ASilentServerIsATimeOut) {
-    std::atomic<bool> requested = false;
-    const TimersFireWhile timingOut([&] { return requested.load(); });
-    EXPECT_EQ(SendTo([&](Connection& connection) {
-                  connection.ReadFrame();
-                  requested = true;
-                  connection.WaitForEnd();
-              }),
-              Chain{Raised("timeout waiting for reply from changer server", "GetMessageReplyErr",
-                           kTimeout)});
+TEST_F(Exchange, ServerThatDoesNotReplyIsATimeOut) {
+    EXPECT_EQ(SendUntilTimeOut(), kTimedOut);
     EXPECT_EQ(
         XmlOf(reply),
         XmlOf(Dictionary({{"error code", kTimeout},
                           {"error string", "timeout waiting for reply from changer server"}})));
 }
 
-TEST_F(Exchange, AMalformedReplyEndsAsATimeOutWhileTheServerStays) {
+TEST_F(Exchange, MalformedReplyIsATimeOutIfTheServerDoesNotClose) {
     const TimersFireWhile timingOut([this] { return log.HasLines(); });
     struct {
         std::string bytes;
@@ -275,9 +267,7 @@ TEST_F(Exchange, AMalformedReplyEndsAsATimeOutWhileTheServerStays) {
                       "data)"},
     };
     for (const auto& each : cases) {
-        EXPECT_EQ(SendTo(AnswerBytes(each.bytes)),
-                  Chain{Raised("timeout waiting for reply from changer server",
-                               "GetMessageReplyErr", kTimeout)});
+        EXPECT_EQ(SendTo(ReplyBytes(each.bytes)), kTimedOut);
         EXPECT_THAT(log.TakeWithoutLineNumbers(),
                     ElementsAre("ChangerServerMessages:123, HandleChangerServerSocketData: " +
                                     std::string(each.message),
@@ -286,25 +276,15 @@ TEST_F(Exchange, AMalformedReplyEndsAsATimeOutWhileTheServerStays) {
     }
 }
 
-TEST_F(Exchange, AMalformedReplyEndsAsALostConnectionWhenTheServerCloses) {
-    EXPECT_EQ(SendTo([](Connection& connection) {
-                  connection.ReadFrame();
-                  connection.Write("rubbish");
-              }),
-              Chain{Raised("lost connection with changer server", "GetMessageReplyErr", kLost)});
+TEST_F(Exchange, MalformedReplyIsALostConnectionIfTheServerCloses) {
+    EXPECT_EQ(SendTo(ReplyAndClose("rubbish")), kLostConnection);
     EXPECT_EQ(log.Take().size(), 2u);
 }
 
-TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
-    std::atomic<bool> requested = false;
-    const TimersFireWhile timingOut([&] { return requested.load(); });
+TEST_F(Exchange, TimeOutWithoutMemoryLeavesNoReply) {
     std::optional<Failing> failing;
-    t_beforeSending = [&] { failing.emplace("CFDictionaryCreateMutable"); };
-    EXPECT_EQ(SendTo([&](Connection& connection) {
-                  connection.ReadFrame();
-                  requested = true;
-                  connection.WaitForEnd();
-              }),
+    const OnSending shortage([&](CFTimeInterval) { failing.emplace("CFDictionaryCreateMutable"); });
+    EXPECT_EQ(SendUntilTimeOut(),
               Chain{Raised("fail to get message reply", "SendMessageToChangerServer")});
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(log.Take().size(), 2u);
@@ -312,7 +292,7 @@ TEST_F(Exchange, ATimeOutWithoutMemoryLeavesNoReply) {
 
 // ---- failing steps ----
 
-TEST_F(Exchange, AFailedExchangeSetsTheCallersReplyToNull) {
+TEST_F(Exchange, FailedExchangeSetsTheReplyToNull) {
     SetProcesses({{1, "init"}});
     const auto earlier = Dictionary();
     CFDictionaryRef slot = earlier;
@@ -320,13 +300,13 @@ TEST_F(Exchange, AFailedExchangeSetsTheCallersReplyToNull) {
     EXPECT_EQ(slot, nullptr);
 }
 
-TEST_F(Exchange, WithoutMemoryForTheNoReplyKeyNothingIsSent) {
+TEST_F(Exchange, NothingIsSentWithoutMemoryForTheNoReplyKey) {
     const RefusedKey refused("no reply");
     EXPECT_EQ(TakeChain(SendMessageToChangerServer(message, nullptr)),
               Chain{Raised("fail create copy of message dict", "SendMessageToChangerServer")});
 }
 
-TEST_F(Exchange, WithoutServerFailsToFindIt) {
+TEST_F(Exchange, FailsWithoutAServerProcess) {
     SetProcesses({{1, "init"}});
     EXPECT_EQ(
         Send(),
@@ -336,15 +316,15 @@ TEST_F(Exchange, WithoutServerFailsToFindIt) {
     EXPECT_EQ(reply, nullptr);
 }
 
-TEST_F(Exchange, WithoutListenerFailsToConnect) {
+TEST_F(Exchange, FailsWithoutAListeningSocket) {
     EXPECT_EQ(Send(), (Chain{Raised("fail create/connect socket to path " + SocketPath(),
                                     "GetChangerServerMessageSocket"),
                              Raised("fail get server socket", "SendMessageToChangerServer")}));
 }
 
-TEST_F(Exchange, AServerThatClosesBeforeTheRequestFailsTheSending) {
+TEST_F(Exchange, ServerThatClosesBeforeTheRequestFailsTheSending) {
     ScriptedServer server(SocketPath(), {[](Connection&) {}});
-    t_beforeSending = [&] { server.Join(); };
+    const OnSending closing([&](CFTimeInterval) { server.Join(); });
     EXPECT_EQ(Send(),
               (Chain{Raised("fail send data on socket", "SendDataOnSocket", -1),
                      Raised("fail send changer client data", "SendMessageOnSocket", -1),
@@ -352,57 +332,48 @@ TEST_F(Exchange, AServerThatClosesBeforeTheRequestFailsTheSending) {
     EXPECT_EQ(reply, nullptr);
 }
 
-struct FailingStep {
-    const char* function;
-    Chain chain;
-};
-
-void PrintTo(const FailingStep& step, std::ostream* out) {
-    *out << step.function;
+TEST_F(Exchange, FailingStepFailsTheExchange) {
+    const struct {
+        const char* failing; // function
+        Chain chain;
+    } cases[] = {
+        {"CFDictionaryCreateMutableCopy",
+         {Raised("fail create copy of message dict", "SendMessageToChangerServer")}},
+        {"CFDataCreate",
+         {Raised("fail create socketAddrData", "GetChangerServerMessageSocket"),
+          Raised("fail get server socket", "SendMessageToChangerServer")}},
+        {"CFSocketCreateRunLoopSource",
+         {Raised("fail create socket source", "SendMessageToChangerServer")}},
+        {"CFPropertyListCreateXMLData",
+         {Raised("fail create data from dictionary", "SendMessageOnSocket"),
+          Raised("fail send message on socket", "SendMessageToChangerServer")}},
+        {"CFDataCreateMutable",
+         {Raised("fail alloc message data", "SendDataOnSocket"),
+          Raised("fail send changer client data", "SendMessageOnSocket"),
+          Raised("fail send message on socket", "SendMessageToChangerServer")}},
+        {"CFSocketSendData",
+         {Raised("fail send data on socket", "SendDataOnSocket", -2),
+          Raised("fail send changer client data", "SendMessageOnSocket", -2),
+          Raised("fail send message on socket", "SendMessageToChangerServer", -2)}},
+        {"CFRunLoopTimerCreate",
+         {Raised("fail create timeout timer", "SendMessageToChangerServer")}},
+    };
+    for (const auto& each : cases) {
+        ScriptedServer server(SocketPath(), {SendAndWait("")});
+        const Failing failing(each.failing);
+        EXPECT_EQ(Send(), each.chain);
+        EXPECT_EQ(reply, nullptr) << each.failing;
+    }
 }
 
-class ExchangeStep : public Exchange, public testing::WithParamInterface<FailingStep> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    OfAnExchange, ExchangeStep,
-    testing::Values(
-        FailingStep{"CFDictionaryCreateMutableCopy",
-                    {Raised("fail create copy of message dict", "SendMessageToChangerServer")}},
-        FailingStep{"CFDataCreate",
-                    {Raised("fail create socketAddrData", "GetChangerServerMessageSocket"),
-                     Raised("fail get server socket", "SendMessageToChangerServer")}},
-        FailingStep{"CFSocketCreateRunLoopSource",
-                    {Raised("fail create socket source", "SendMessageToChangerServer")}},
-        FailingStep{"CFPropertyListCreateXMLData",
-                    {Raised("fail create data from dictionary", "SendMessageOnSocket"),
-                     Raised("fail send message on socket", "SendMessageToChangerServer")}},
-        FailingStep{"CFDataCreateMutable",
-                    {Raised("fail alloc message data", "SendDataOnSocket"),
-                     Raised("fail send changer client data", "SendMessageOnSocket"),
-                     Raised("fail send message on socket", "SendMessageToChangerServer")}},
-        FailingStep{"CFSocketSendData",
-                    {Raised("fail send data on socket", "SendDataOnSocket", -2),
-                     Raised("fail send changer client data", "SendMessageOnSocket", -2),
-                     Raised("fail send message on socket", "SendMessageToChangerServer", -2)}},
-        FailingStep{"CFRunLoopTimerCreate",
-                    {Raised("fail create timeout timer", "SendMessageToChangerServer")}}));
-
-TEST_P(ExchangeStep, FailsTheExchange) {
-    ScriptedServer server(SocketPath(), {[](Connection& connection) { connection.WaitForEnd(); }});
-    const Failing failing(GetParam().function);
-    EXPECT_EQ(Send(), GetParam().chain);
-    EXPECT_EQ(reply, nullptr);
-}
-
-// Whichever allocation fails, the exchange returns, and each loss is logged.
-TEST_F(Exchange, FailsCleanlyWhicheverAllocationFails) {
+TEST_F(Exchange, FailsCleanlyForEachFailingAllocation) {
     const TimersFireWhile timingOut([this] { return log.HasLines(); });
     const auto list = Dictionary({{"key", "a value"}, {"error code", 5}, {"error string", "why"}});
     VErrLink* err = nullptr;
     CFDictionaryRef received = nullptr;
     std::size_t nth = 1;
     for (bool happened = true; happened; ++nth) {
-        const ScriptedServer server(SocketPath(), {Answer(list)});
+        const ScriptedServer server(SocketPath(), {Reply(list)});
         {
             const AllocationFault fault(nth);
             err = SendMessageToChangerServer(message, &received);
@@ -421,17 +392,12 @@ TEST_F(Exchange, FailsCleanlyWhicheverAllocationFails) {
     EXPECT_GT(nth, 20u);
 }
 
-// ---- several at once ----
+// ---- concurrent and nested exchanges ----
 
 TEST_F(Exchange, ConcurrentExchangesGetTheirOwnReplies) {
     constexpr int kThreads = 3;
     constexpr int kRounds = 15;
-    const Script echo = [](Connection& connection) {
-        const std::string request = connection.ReadFrame();
-        connection.Write(FrameOf(request));
-        connection.WaitForEnd();
-    };
-    ScriptedServer server(SocketPath(), std::vector<Script>(kThreads * kRounds, echo));
+    ScriptedServer server(SocketPath(), std::vector<Script>(kThreads * kRounds, kEcho));
     std::vector<std::thread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([thread] {
@@ -449,13 +415,12 @@ TEST_F(Exchange, ConcurrentExchangesGetTheirOwnReplies) {
 }
 
 // A callout that sends a request runs the loop again, nested in the running one.
-TEST_F(Exchange, ANestedExchangeRunsOtherTimersAndStopsOnlyItsOwnLoop) {
+TEST_F(Exchange, NestedExchangeFiresOtherTimersAndStopsOnlyItsOwnRun) {
     std::vector<std::string> received;
     std::atomic<bool> ticked = false;
     ScriptedServer server(SocketPath(), {[&](Connection& connection) {
                               connection.ReadFrame();
-                              ticked.wait(
-                                  false); // replies after the nested run has fired the timer
+                              ticked.wait(false); // until the nested run has fired a timer
                               connection.Write(FrameOfList(Dictionary({{"key", 1}})));
                               connection.WaitForEnd();
                           }});

@@ -1,4 +1,4 @@
-/* Frames, however the stream is split into chunks. */
+/* Assembly of frames from the chunks of a stream, and the list in a payload. */
 
 #include "ChangerServerConnectionLib/FrameAssembly.h"
 
@@ -6,6 +6,7 @@
 #include "Frames.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
+#include "support/NotCopyable.h"
 
 #include <gtest/gtest.h>
 
@@ -44,16 +45,13 @@ namespace {
 using Events = std::vector<std::string>;
 
 // Assembles chunks as the socket's callback does. Records payloads and failures.
-class Reader {
+class Assembler : NotCopyable {
 public:
-    Reader() = default;
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
-    ~Reader() {
+    ~Assembler() {
         ResetFrameAssembly(&frame_);
     }
 
-    void Take(std::string_view chunk) {
+    void Append(std::string_view chunk) {
         while (!chunk.empty()) {
             CFIndex used = 0;
             const FrameState state =
@@ -99,28 +97,28 @@ private:
 };
 
 Events Gather(const std::vector<std::string>& chunks) {
-    Reader reader;
+    Assembler assembler;
     for (const std::string& chunk : chunks)
-        reader.Take(chunk);
-    return reader.Recorded();
+        assembler.Append(chunk);
+    return assembler.Recorded();
 }
 
 Events GatherInPiecesOf(std::size_t size, std::string_view bytes) {
-    Reader reader;
+    Assembler assembler;
     for (; !bytes.empty(); bytes.remove_prefix(std::min(size, bytes.size())))
-        reader.Take(bytes.substr(0, size));
-    return reader.Recorded();
+        assembler.Append(bytes.substr(0, size));
+    return assembler.Recorded();
 }
 
 // Expects the same events for every split into two or three chunks, and into chunks of every size.
-void ExpectHoweverCut(const std::string& bytes, const Events& expected) {
+void ExpectHoweverSplit(const std::string& bytes, const Events& expected) {
     const std::size_t size = bytes.size();
     for (std::size_t first = 1; first <= size; ++first) {
         for (std::size_t second = first; second <= size; ++second) {
             ASSERT_EQ(Gather({bytes.substr(0, first), bytes.substr(first, second - first),
                               bytes.substr(second)}),
                       expected)
-                << "cut at " << first << " and " << second;
+                << "split at " << first << " and " << second;
         }
         ASSERT_EQ(GatherInPiecesOf(first, bytes), expected) << "pieces of " << first;
     }
@@ -128,42 +126,58 @@ void ExpectHoweverCut(const std::string& bytes, const Events& expected) {
 
 // ---- well-formed streams ----
 
-TEST(FrameAssembly, OneFrameIsAssembledHoweverItIsSplit) {
-    ExpectHoweverCut(FrameOf("a payload"), {"a payload"});
-}
-
-TEST(FrameAssembly, TwoAdjacentFramesAreAssembledHoweverTheyAreSplit) {
-    ExpectHoweverCut(FrameOf("one") + FrameOf("the second"), {"one", "the second"});
-}
-
-TEST(FrameAssembly, ThreeAdjacentFramesAreAssembledHoweverTheyAreSplit) {
-    ExpectHoweverCut(FrameOf("one") + FrameOf("the second") + FrameOf("3"),
-                     {"one", "the second", "3"});
-}
-
-TEST(FrameAssembly, APayloadThatContainsFramesIsNotSplit) {
+TEST(FrameAssembly, FramesAreAssembledHoweverTheStreamIsSplit) {
     const std::string inner = FrameOf("inner");
-    ExpectHoweverCut(FrameOf(inner) + FrameOf(inner.substr(0, 6)), {inner, inner.substr(0, 6)});
+    const std::string allPayload = HeaderBytes({.headerSize = 0, .dataLength = 15});
+    const std::string onlyHeader = HeaderBytes({.headerSize = 0, .dataLength = 12});
+    const std::string eleven = HeaderBytes({.headerSize = 11, .dataLength = 3});
+    const std::string thirteen = HeaderBytes({.headerSize = 13, .dataLength = 2});
+    const std::string empty = HeaderBytes({.headerSize = 13, .dataLength = 0});
+    const std::string next = FrameOf("next");
+    const struct {
+        const char* name;
+        std::string bytes;
+        Events payloads;
+    } cases[] = {
+        {"one frame", FrameOf("a payload"), {"a payload"}},
+        {"two frames", FrameOf("one") + FrameOf("the second"), {"one", "the second"}},
+        {"three frames",
+         FrameOf("one") + FrameOf("the second") + FrameOf("3"),
+         {"one", "the second", "3"}},
+        {"frames as payload",
+         FrameOf(inner) + FrameOf(inner.substr(0, 6)),
+         {inner, inner.substr(0, 6)}},
+        {"empty payloads", FrameOf("") + FrameOf("") + FrameOf("x"), {"", "", "x"}},
+        {"header size 0: the header is payload",
+         allPayload + "abc" + next,
+         {allPayload + "abc", "next"}},
+        {"header size 0: only the header is payload", onlyHeader + next, {onlyHeader, "next"}},
+        {"header size 11: its last byte is payload",
+         eleven + "ab" + next,
+         {eleven.substr(11) + "ab", "next"}},
+        {"header size 13: a byte is skipped", thirteen + "-ab" + next, {"ab", "next"}},
+        {"header size 13, empty payload", empty + "-" + next, {"", "next"}},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        ExpectHoweverSplit(each.bytes, each.payloads);
+    }
 }
 
-TEST(FrameAssembly, EmptyPayloadsAreAssembledHoweverTheyAreSplit) {
-    ExpectHoweverCut(FrameOf("") + FrameOf("") + FrameOf("x"), {"", "", "x"});
-}
-
-TEST(FrameAssembly, TheReservedFieldIsIgnored) {
+TEST(FrameAssembly, ReservedFieldIsIgnored) {
     EXPECT_THAT(Gather({HeaderBytes({.reserved = 0xFFFF, .dataLength = 1}) + "x"}),
                 ElementsAre("x"));
 }
 
 TEST(FrameAssembly, NoStateIsKeptBetweenFrames) {
-    Reader reader;
-    reader.Take(FrameOf("one"));
-    EXPECT_TRUE(reader.IsBetweenFrames());
-    reader.Take(FrameOf("two").substr(0, 3));
-    EXPECT_FALSE(reader.IsBetweenFrames());
+    Assembler assembler;
+    assembler.Append(FrameOf("one"));
+    EXPECT_TRUE(assembler.IsBetweenFrames());
+    assembler.Append(FrameOf("two").substr(0, 3));
+    EXPECT_FALSE(assembler.IsBetweenFrames());
 }
 
-// The kernel decides how the writer's chunks are split for the reader.
+// The kernel decides how the writer's chunks are split for the assembler.
 TEST(FrameAssembly, FramesSentOverASocketPairAreAssembled) {
     std::string stream;
     Events expected;
@@ -182,42 +196,23 @@ TEST(FrameAssembly, FramesSentOverASocketPairAreAssembled) {
         }
         close(ends[0]);
     });
-    Reader reader;
+    Assembler assembler;
     char buffer[256];
     for (std::size_t i = 0;; ++i) {
         const ssize_t got = read(ends[1], buffer, 1 + i * 13 % sizeof buffer);
         if (got <= 0)
             break;
-        reader.Take({buffer, static_cast<std::size_t>(got)});
+        assembler.Append({buffer, static_cast<std::size_t>(got)});
     }
     writer.join();
     close(ends[1]);
-    EXPECT_EQ(reader.Recorded(), expected);
-    EXPECT_TRUE(reader.IsBetweenFrames());
+    EXPECT_EQ(assembler.Recorded(), expected);
+    EXPECT_TRUE(assembler.IsBetweenFrames());
 }
 
 // ---- header sizes ----
 
-TEST(FrameAssembly, AHeaderSizeOfZeroMakesTheHeaderPayload) {
-    const std::string header = HeaderBytes({.headerSize = 0, .dataLength = 15});
-    ExpectHoweverCut(header + "abc" + FrameOf("next"), {header + "abc", "next"});
-    const std::string alone = HeaderBytes({.headerSize = 0, .dataLength = 12});
-    ExpectHoweverCut(alone + FrameOf("next"), {alone, "next"});
-}
-
-TEST(FrameAssembly, AHeaderSizeOfElevenMakesItsLastBytePayload) {
-    const std::string header = HeaderBytes({.headerSize = 11, .dataLength = 3});
-    ExpectHoweverCut(header + "ab" + FrameOf("next"), {header.substr(11) + "ab", "next"});
-}
-
-TEST(FrameAssembly, AHeaderSizeOfThirteenSkipsAByte) {
-    ExpectHoweverCut(HeaderBytes({.headerSize = 13, .dataLength = 2}) + "-ab" + FrameOf("next"),
-                     {"ab", "next"});
-    ExpectHoweverCut(HeaderBytes({.headerSize = 13, .dataLength = 0}) + "-" + FrameOf("next"),
-                     {"", "next"});
-}
-
-TEST(FrameAssembly, ABodyBehindTheLargestHeaderIsFoundHoweverItIsSplit) {
+TEST(FrameAssembly, PayloadBehindTheLargestHeaderIsFoundHoweverTheStreamIsSplit) {
     const std::string bytes = HeaderBytes({.headerSize = 65535, .dataLength = 4}) +
                               std::string(65535 - 12, '-') + "data" + FrameOf("next");
     for (const std::size_t cut :
@@ -228,7 +223,7 @@ TEST(FrameAssembly, ABodyBehindTheLargestHeaderIsFoundHoweverItIsSplit) {
         EXPECT_THAT(GatherInPiecesOf(size, bytes), ElementsAre("data", "next")) << size;
 }
 
-TEST(FrameAssembly, APayloadShorterThanTheHeaderBytesInItIsTooLong) {
+TEST(FrameAssembly, PayloadShorterThanTheHeaderBytesInItIsTooLong) {
     const std::string header = HeaderBytes({.headerSize = 0, .dataLength = 11});
     EXPECT_THAT(Gather({header}), ElementsAre("(too long)"));
     EXPECT_THAT(Gather({header + "more", FrameOf("next")}), ElementsAre("(too long)", "next"));
@@ -237,28 +232,28 @@ TEST(FrameAssembly, APayloadShorterThanTheHeaderBytesInItIsTooLong) {
 
 // ---- data lengths ----
 
-TEST(FrameAssembly, ALengthOfFourGigabytesAllocatesNothingInAdvance) {
+TEST(FrameAssembly, DataLengthOf4GiBAllocatesNothingInAdvance) {
     g_capacity = -1;
     EXPECT_THAT(Gather({HeaderBytes({.dataLength = 0xFFFFFFFF}) + "start", "more"}), IsEmpty());
     EXPECT_EQ(g_capacity, 0);
 }
 
-TEST(FrameAssembly, APayloadLongerThanTheLimitFailsWithNoMemory) {
+TEST(FrameAssembly, PayloadLongerThanTheLimitFailsWithNoMemory) {
     constexpr CFIndex kBound = 256 * 1024 * 1024;
-    Reader reader;
-    reader.Take(HeaderBytes({.dataLength = 0xFFFFFFFF}));
+    Assembler assembler;
+    assembler.Append(HeaderBytes({.dataLength = 0xFFFFFFFF}));
     g_pretendedLength = kBound - 10;
-    reader.Take("0123456789");
-    EXPECT_THAT(reader.Recorded(), IsEmpty());
-    reader.Take("x");
+    assembler.Append("0123456789");
+    EXPECT_THAT(assembler.Recorded(), IsEmpty());
+    assembler.Append("x");
     g_pretendedLength = 0;
-    EXPECT_THAT(reader.Recorded(), ElementsAre("(no memory)"));
-    EXPECT_TRUE(reader.IsBetweenFrames());
+    EXPECT_THAT(assembler.Recorded(), ElementsAre("(no memory)"));
+    EXPECT_TRUE(assembler.IsBetweenFrames());
 }
 
 // ---- malformed streams ----
 
-TEST(FrameAssembly, AWrongByteInTheSignatureFailsAtThatByte) {
+TEST(FrameAssembly, WrongByteInTheSignatureFailsAtThatByte) {
     const std::string frame = FrameOf("payload");
     for (std::size_t wrong = 0; wrong < 4; ++wrong) {
         std::string bytes = frame;
@@ -273,15 +268,14 @@ TEST(FrameAssembly, AWrongByteInTheSignatureFailsAtThatByte) {
     }
 }
 
-TEST(FrameAssembly, ExcessThatBeginsNoFrameMakesTheFrameTooLong) {
-    EXPECT_THAT(Gather({FrameOf("payload") + "x"}), ElementsAre("(too long)"));
-    EXPECT_THAT(Gather({FrameOf("payload") + "gix"}), ElementsAre("(too long)"));
-    EXPECT_THAT(Gather({FrameOf("payload") + "x", FrameOf("next")}),
-                ElementsAre("(too long)", "next"));
-    EXPECT_THAT(Gather({FrameOf("").append(1, '\0')}), ElementsAre("(too long)"));
+TEST(FrameAssembly, BytesAfterAFrameThatBeginNoFrameMakeTheFrameTooLong) {
+    for (const std::string& frame :
+         {FrameOf("payload") + "x", FrameOf("payload") + "gix", FrameOf("").append(1, '\0')}) {
+        EXPECT_THAT(Gather({frame, FrameOf("next")}), ElementsAre("(too long)", "next")) << frame;
+    }
 }
 
-TEST(FrameAssembly, ExcessThatMayBeginAFrameIsKeptForIt) {
+TEST(FrameAssembly, BytesAfterAFrameThatMayBeginTheNextAreKept) {
     const std::string next = FrameOf("next");
     for (std::size_t length = 1; length < next.size(); ++length)
         EXPECT_THAT(Gather({FrameOf("payload") + next.substr(0, length), next.substr(length)}),
@@ -291,14 +285,14 @@ TEST(FrameAssembly, ExcessThatMayBeginAFrameIsKeptForIt) {
                 ElementsAre("payload", "(invalid header)"));
 }
 
-TEST(FrameAssembly, ExcessInALaterChunkIsAFrameOfItsOwn) {
+TEST(FrameAssembly, InvalidBytesInALaterChunkLeaveTheFrameComplete) {
     EXPECT_THAT(Gather({FrameOf("payload"), "x"}), ElementsAre("payload", "(invalid header)"));
 }
 
 // Assembles two chunks with each allocation failing in turn. Returns the number of runs.
-std::size_t SweepGathering(const std::string& bytes, std::size_t cut) {
-    const std::string first = bytes.substr(0, cut);
-    const std::string rest = bytes.substr(cut);
+std::size_t SweepGathering(const std::string& bytes, std::size_t split) {
+    const std::string first = bytes.substr(0, split);
+    const std::string rest = bytes.substr(split);
     FrameAssembly frame = {};
     FrameState state = kFrameIncomplete;
     const auto body = [&](std::size_t) {
@@ -318,19 +312,22 @@ std::size_t SweepGathering(const std::string& bytes, std::size_t cut) {
     });
 }
 
-TEST(FrameAssembly, WithoutMemoryOneFrameIsLostAndNoneGarbled) {
-    const std::string bytes = FrameOf("payload");
-    for (const std::size_t cut : {bytes.size(), std::size_t{5}, std::size_t{14}})
-        EXPECT_GE(SweepGathering(bytes, cut), 3u);
-}
-
-TEST(FrameAssembly, WithoutMemoryForHeaderBytesOfThePayloadTheFrameIsLost) {
-    const std::string bytes = HeaderBytes({.headerSize = 0, .dataLength = 15}) + "abc";
-    for (const std::size_t cut : {bytes.size(), std::size_t{5}, std::size_t{12}, std::size_t{14}})
-        EXPECT_GE(SweepGathering(bytes, cut), 3u);
+TEST(FrameAssembly, FrameIsLostAndReportedWithoutMemory) {
+    for (const std::string& bytes :
+         {FrameOf("payload"), HeaderBytes({.headerSize = 0, .dataLength = 15}) + "abc"})
+        for (const std::size_t split :
+             {bytes.size(), std::size_t{5}, std::size_t{12}, std::size_t{14}})
+            EXPECT_GE(SweepGathering(bytes, split), 3u) << bytes << split;
 }
 
 // ---- payloads ----
+
+FrameAssembly CompleteFrame(std::string_view payload) {
+    const FrameAssembly frame = {CFDataCreateMutable(nullptr, 0), {}, 0};
+    CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
+                      static_cast<CFIndex>(payload.size()));
+    return frame;
+}
 
 // The list of a payload, and the parser's error text.
 struct ReadPayload {
@@ -339,9 +336,7 @@ struct ReadPayload {
 };
 
 ReadPayload ReadList(std::string_view payload) {
-    FrameAssembly frame = {CFDataCreateMutable(nullptr, 0), {}, 0};
-    CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
-                      static_cast<CFIndex>(payload.size()));
+    FrameAssembly frame = CompleteFrame(payload);
     char* text = nullptr;
     ReadPayload read = {CFOwned(CreatePayloadList(&frame, &text)),
                         text != nullptr ? text : "(none)"};
@@ -350,25 +345,22 @@ ReadPayload ReadList(std::string_view payload) {
     return read;
 }
 
-TEST(FramePayload, APayloadIsReadAsAPropertyList) {
+TEST(FramePayload, PayloadIsReadAsAPropertyList) {
     const auto list = Dictionary({{"command", "eject disc"}, {"Changer GUID", 7}});
     const ReadPayload read = ReadList(XmlOf(list));
     EXPECT_EQ(XmlOf(read.list), XmlOf(list));
     EXPECT_EQ(read.error, "(none)");
 }
 
-TEST(FramePayload, APayloadThatIsNoPropertyListFailsWithTheParsersText) {
+TEST(FramePayload, InvalidPropertyListFailsWithTheErrorOfTheParser) {
     const ReadPayload read = ReadList("<plist><dict></plist>");
     EXPECT_EQ(read.list, nullptr);
     EXPECT_THAT(read.error, testing::HasSubstr("on line 1"));
     EXPECT_EQ(ReadList("").error, "Cannot parse a NULL or zero-length data");
 }
 
-TEST(FramePayload, WithoutMemoryThereIsNoListAndPerhapsNoErrorText) {
-    FrameAssembly frame = {CFDataCreateMutable(nullptr, 0), {}, 0};
-    const std::string payload = XmlOf(Dictionary({{"key", "a long enough text"}}));
-    CFDataAppendBytes(frame.pendingData, reinterpret_cast<const UInt8*>(payload.data()),
-                      static_cast<CFIndex>(payload.size()));
+TEST(FramePayload, ListAndErrorTextAreNullWithoutMemory) {
+    FrameAssembly frame = CompleteFrame(XmlOf(Dictionary({{"key", "a long enough text"}})));
     CFPropertyListRef list = nullptr;
     char* text = nullptr;
     {
@@ -380,7 +372,7 @@ TEST(FramePayload, WithoutMemoryThereIsNoListAndPerhapsNoErrorText) {
     EXPECT_EQ(text, nullptr);
 }
 
-TEST(CreateFrame, PutsTheHeaderBeforeThePayload) {
+TEST(CreateFrame, FrameIsTheHeaderAndThePayload) {
     const auto payload = Bytes("<xml>");
     const CFOwned frame(CreateFrame(payload));
     const std::string bytes(reinterpret_cast<const char*>(CFDataGetBytePtr(frame)),
@@ -388,7 +380,7 @@ TEST(CreateFrame, PutsTheHeaderBeforeThePayload) {
     EXPECT_EQ(bytes, FrameOf("<xml>"));
 }
 
-TEST(CreateFrame, WithoutMemoryThereIsNoFrame) {
+TEST(CreateFrame, FrameIsNullWithoutMemory) {
     const auto payload = Bytes(std::string(1000, 'x'));
     CFDataRef frame = nullptr;
     const std::size_t runs =

@@ -1,4 +1,4 @@
-/* The notification channel: its states from subscription to end, and the values it delivers. */
+/* The notification channel: its states, and the values delivered. */
 
 #include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
@@ -22,7 +22,6 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -49,6 +48,25 @@ const int kRestarted = getpid() + 10'000'000;
 void SetServer(int pid) {
     SetProcesses({{1, "init"}, {pid, "carouseld"}});
 }
+
+// The end of a connection, at a time that the test chooses.
+class Ending {
+public:
+    // Sends the bytes and closes after End().
+    Script SendAndClose(std::string bytes) {
+        return [=, this](Connection& connection) {
+            connection.Write(bytes);
+            isEnding_.wait(false);
+        };
+    }
+    void End() {
+        isEnding_ = true;
+        isEnding_.notify_all();
+    }
+
+private:
+    std::atomic<bool> isEnding_ = false;
+};
 
 class Notifications : public testing::Test {
 protected:
@@ -124,8 +142,7 @@ TEST_F(Notifications, SubscribingDoesNotWaitForTheServer) {
 
 TEST_F(Notifications, ConnectionRecordsTheProcessIdOfTheServer) {
     for (const int pid : {kServer, kRestarted}) {
-        ScriptedServer server(SocketPath(pid),
-                              {[](Connection& connection) { connection.WaitForEnd(); }});
+        ScriptedServer server(SocketPath(pid), {SendAndWait("")});
         SetServer(pid);
         SetStartTime({pid, 20000});
         SubscribeAndConnect();
@@ -137,27 +154,26 @@ TEST_F(Notifications, ConnectionRecordsTheProcessIdOfTheServer) {
     SetStartTime({});
 }
 
-TEST_F(Notifications, TriesAgainUntilTheServerRuns) {
+TEST_F(Notifications, ConnectingIsTriedUntilTheServerRuns) {
     SetProcesses({{1, "init"}});
     Subscribe();
     RunUntil([] { return CountTableCalls() >= 6; }); // three attempts
     EXPECT_TRUE(IsCycling());
 
-    ScriptedServer server(SocketPath(kServer),
-                          {[](Connection& connection) { connection.WaitForEnd(); }});
+    ScriptedServer server(SocketPath(kServer), {SendAndWait("")});
     SetServer(kServer);
     RunUntil([this] { return IsConnected(); });
     EXPECT_EQ(CountTimers() - timersBefore, 1); // one timer for all attempts
     Unsubscribe();
 }
 
-TEST_F(Notifications, TriesAgainWhileNobodyListens) {
+TEST_F(Notifications, ConnectingIsTriedWhileNoSocketListens) {
     Subscribe();
     RunUntil([] { return CountTableCalls() >= 6; });
     EXPECT_TRUE(IsCycling());
 }
 
-TEST_F(Notifications, ASecondCycleIsNotStarted) {
+TEST_F(Notifications, SecondCycleIsNotStarted) {
     Subscribe();
     const CFRunLoopTimerRef timer = subscription->connectTimer;
     EXPECT_THAT(TakeChain(StartNotificationConnectCycle(subscription)), IsEmpty());
@@ -165,9 +181,8 @@ TEST_F(Notifications, ASecondCycleIsNotStarted) {
     EXPECT_EQ(CountTimers() - timersBefore, 1);
 }
 
-TEST_F(Notifications, ATickOnAConnectedSubscriptionEndsTheCycle) {
-    ScriptedServer server(SocketPath(kServer),
-                          {[](Connection& connection) { connection.WaitForEnd(); }});
+TEST_F(Notifications, TimerOfAConnectedSubscriptionEndsTheCycle) {
+    ScriptedServer server(SocketPath(kServer), {SendAndWait("")});
     SubscribeAndConnect();
     StartNotificationConnectCycle(subscription);
     const int calls = CountTableCalls();
@@ -179,7 +194,7 @@ TEST_F(Notifications, ATickOnAConnectedSubscriptionEndsTheCycle) {
 
 // ---- subscriptions that fail ----
 
-TEST_F(Notifications, WithoutMemoryThereIsNoSubscription) {
+TEST_F(Notifications, SubscriptionIsNullWithoutMemory) {
     EXPECT_EQ(ChainWithoutMemory([&] {
                   return SubscribeToChangerNotifications(nullptr, nullptr, nullptr, nullptr,
                                                          &subscription);
@@ -188,7 +203,7 @@ TEST_F(Notifications, WithoutMemoryThereIsNoSubscription) {
     EXPECT_EQ(subscription, nullptr);
 }
 
-TEST_F(Notifications, WithoutRunLoopOrTimerThereIsNoSubscription) {
+TEST_F(Notifications, SubscriptionIsNullWithoutRunLoopOrTimer) {
     for (const char* function : {"CFRunLoopGetCurrent", "CFRunLoopTimerCreate"}) {
         const Failing failing(function);
         EXPECT_EQ(Subscribe(),
@@ -201,19 +216,20 @@ TEST_F(Notifications, WithoutRunLoopOrTimerThereIsNoSubscription) {
 
 // ---- stalled ----
 
-class NotificationsStall : public Notifications {
+class StalledNotifications : public Notifications {
 protected:
     // The run loop returns because no source and no timer is left.
     void ExpectStallAfter(const std::vector<std::string>& lines) {
         Subscribe();
         CFRunLoopRun();
         EXPECT_TRUE(IsStalled());
+        EXPECT_EQ(subscription->source, nullptr);
         EXPECT_EQ(log.TakeWithoutLineNumbers(), lines);
         Unsubscribe();
     }
 };
 
-TEST_F(NotificationsStall, AProcessTableThatCannotBeReadEndsTheCycle) {
+TEST_F(StalledNotifications, UnreadableProcessTableEndsTheCycle) {
     AnswerProcessTable({{ENFILE, {}}});
     ExpectStallAfter(
         {"ChangerServerMessages:123, GetChangerServerPID: unable to get BSD process list (err = "
@@ -223,27 +239,21 @@ TEST_F(NotificationsStall, AProcessTableThatCannotBeReadEndsTheCycle) {
          Logged("TryNotificationConnect", "fail get notifcation socket (err = 23)")});
 }
 
-TEST_F(NotificationsStall, AnAddressThatCannotBeMadeEndsTheCycle) {
+TEST_F(StalledNotifications, FailedAddressEndsTheCycle) {
     const Failing failing("CFDataCreate");
     ExpectStallAfter({Logged("ConnectServerNotificationSocket", "fail create socketAddrData"),
                       Logged("TryNotificationConnect", "fail get notifcation socket")});
 }
 
-TEST_F(NotificationsStall, ASourceThatCannotBeMadeEndsTheCycleAndTheConnection) {
-    ScriptedServer server(SocketPath(kServer),
-                          {[](Connection& connection) { connection.WaitForEnd(); }});
+TEST_F(StalledNotifications, FailedSourceEndsTheCycleAndTheConnection) {
+    ScriptedServer server(SocketPath(kServer), {SendAndWait("")});
     const Failing failing("CFSocketCreateRunLoopSource");
-    Subscribe();
-    CFRunLoopRun();
-    EXPECT_TRUE(IsStalled());
-    EXPECT_EQ(subscription->source, nullptr);
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre(Logged("ConnectServerNotificationSocket", "fail create socket source"),
-                            Logged("TryNotificationConnect", "fail get notifcation socket")));
+    ExpectStallAfter({Logged("ConnectServerNotificationSocket", "fail create socket source"),
+                      Logged("TryNotificationConnect", "fail get notifcation socket")});
     server.Join(); // the server has read the end of the stream
 }
 
-TEST_F(Notifications, AConnectionThatFailsHasACodeOfItsOwn) {
+TEST_F(Notifications, FailedConnectionHasItsOwnCode) {
     Subscribe();
     EXPECT_EQ(TakeChain(ConnectServerNotificationSocket(subscription)),
               Chain{Raised("fail create/connect socket to path " + SocketPath(kServer),
@@ -256,9 +266,9 @@ TEST_F(Notifications, AConnectionThatFailsHasACodeOfItsOwn) {
                             0x40000000000003E9)}));
 }
 
-// ---- connected: what is delivered ----
+// ---- connected ----
 
-TEST_F(Notifications, DeliversNotificationsHoweverTheStreamIsSplit) {
+TEST_F(Notifications, NotificationsAreDeliveredHoweverTheStreamIsSplit) {
     std::string stream;
     std::vector<std::string> expected;
     for (int i = 0; i < 60; ++i) {
@@ -266,16 +276,9 @@ TEST_F(Notifications, DeliversNotificationsHoweverTheStreamIsSplit) {
         expected.push_back((i % 2 == 0 ? "l <integer>" : "i <integer>") + std::to_string(i) +
                            "</integer>");
     }
-    const auto pushIn = [&](std::size_t size) {
-        return [&stream, size](Connection& connection) {
-            for (std::size_t at = 0; at < stream.size(); at += size)
-                connection.Write(std::string_view(stream).substr(at, size));
-            connection.WaitForEnd();
-        };
-    };
     for (const std::size_t size : {1u, 7u, 300u, 1000000u}) {
         received.clear();
-        ScriptedServer server(SocketPath(kServer), {pushIn(size)});
+        ScriptedServer server(SocketPath(kServer), {SendAndWait(stream, size)});
         Subscribe();
         RunUntil([&] { return received.size() >= expected.size(); });
         EXPECT_EQ(received, expected) << size;
@@ -288,18 +291,9 @@ protected:
     NotificationChunk() {
         Subscribe();
     }
-
-    // Nothing was delivered, and this was logged.
-    void ExpectDropped(const std::string& message) {
-        EXPECT_THAT(received, IsEmpty());
-        EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                    ElementsAre(Logged("HandleNotificationSocketData", message),
-                                Logged("ServerNotificationSocketCallBack",
-                                       "fail handle notification socket data")));
-    }
 };
 
-TEST_F(NotificationChunk, CallsBackInOrderForEachKey) {
+TEST_F(NotificationChunk, CallbacksAreCalledInOrderOfTheirKinds) {
     CallOut(FrameOfList(Dictionary({{"changer info", "c"},
                                     {"root preferences", "b"},
                                     {"changer list", "a"},
@@ -308,7 +302,7 @@ TEST_F(NotificationChunk, CallsBackInOrderForEachKey) {
                                       "i <string>c</string>"));
 }
 
-TEST_F(NotificationChunk, SkipsAKeyWithoutCallback) {
+TEST_F(NotificationChunk, KeyWithoutCallbackIsIgnored) {
     subscription->changerListCallBack = nullptr;
     subscription->changerInfoCallBack = nullptr;
     CallOut(FrameOfList(
@@ -316,18 +310,18 @@ TEST_F(NotificationChunk, SkipsAKeyWithoutCallback) {
     EXPECT_THAT(received, ElementsAre("p <string>b</string>"));
 }
 
-TEST_F(NotificationChunk, PassesOnValuesOfAnyType) {
+TEST_F(NotificationChunk, ValuesOfAnyTypeAreDelivered) {
     CallOut(FrameOfList(Dictionary(
         {{"changer list", true}, {"root preferences", 7}, {"changer info", Dictionary()}})));
     EXPECT_THAT(received, ElementsAre("l <true/>", "p <integer>7</integer>", "i <dict/>"));
 }
 
-TEST_F(NotificationChunk, DropsAListThatIsNoDictionary) {
+TEST_F(NotificationChunk, ListThatIsNoDictionaryIsIgnored) {
     CallOut(FrameOfList(Array({"changer list"})) + FrameOfList(Text("changer info")));
     EXPECT_THAT(received, IsEmpty());
 }
 
-TEST_F(NotificationChunk, SeveralFramesAndAPartOfOneAreDelivered) {
+TEST_F(NotificationChunk, SeveralFramesAndAPartialFrameAreDelivered) {
     const std::string third = Notification("changer info", 3);
     CallOut(Notification("changer list", 1) + Notification("changer info", 2) +
             third.substr(0, 20));
@@ -337,50 +331,43 @@ TEST_F(NotificationChunk, SeveralFramesAndAPartOfOneAreDelivered) {
                                       "i <integer>3</integer>"));
 }
 
-TEST_F(NotificationChunk, AMalformedFrameIsLoggedAndTheNextFrameDelivered) {
+TEST_F(NotificationChunk, LostFrameIsLoggedAndTheNextFrameDelivered) {
+    const std::string frame = Notification("changer list", 1);
     struct {
         std::string chunk;
+        const char* failing; // function
         const char* message;
     } const cases[] = {
-        {"rubbish", "invalid notification header on data received"},
-        {Notification("changer list", 1) + "x", "inconsitent data length"},
-        {FrameOf(""),
+        {"rubbish", "", "invalid notification header on data received"},
+        {frame + "x", "", "inconsitent data length"},
+        {FrameOf(""), "",
          "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
+        {frame, "CFPropertyListCreateFromXMLData", "fail make property list from XML data (NULL)"},
+        {frame, "CFDataCreateMutable", "fail alloc pending socket data"},
     };
     for (const auto& each : cases) {
         received.clear();
-        CallOut(each.chunk);
-        ExpectDropped(each.message);
+        {
+            const Failing failing(each.failing);
+            CallOut(each.chunk);
+        }
+        EXPECT_THAT(received, IsEmpty()) << each.message;
+        EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                    ElementsAre(Logged("HandleNotificationSocketData", each.message),
+                                Logged("ServerNotificationSocketCallBack",
+                                       "fail handle notification socket data")));
         CallOut(Notification("changer list", 2));
-        EXPECT_THAT(received, ElementsAre("l <integer>2</integer>"));
+        EXPECT_THAT(received, ElementsAre("l <integer>2</integer>")) << each.message;
     }
 }
 
-TEST_F(NotificationChunk, AMalformedFrameBetweenTwoOthersIsDroppedAlone) {
+TEST_F(NotificationChunk, MalformedFrameBetweenTwoOthersIsDroppedAlone) {
     CallOut(Notification("changer list", 1) + FrameOf("no list") + Notification("changer list", 2));
     EXPECT_THAT(received, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
     EXPECT_EQ(log.Take().size(), 2u);
 }
 
-TEST_F(NotificationChunk, AParserWithoutAnErrorTextIsLoggedAsNull) {
-    {
-        const Failing failing("CFPropertyListCreateFromXMLData");
-        CallOut(Notification("changer list", 1));
-    }
-    ExpectDropped("fail make property list from XML data (NULL)");
-}
-
-TEST_F(NotificationChunk, AFrameWithoutMemoryIsLoggedAndTheNextFrameDelivered) {
-    {
-        const Failing failing("CFDataCreateMutable");
-        CallOut(Notification("changer list", 1));
-    }
-    ExpectDropped("fail alloc pending socket data");
-    CallOut(Notification("changer list", 2));
-    EXPECT_THAT(received, ElementsAre("l <integer>2</integer>"));
-}
-
-TEST_F(NotificationChunk, ACalloutOfAnotherTypeIsRefused) {
+TEST_F(NotificationChunk, CalloutOfAnotherTypeIsRefused) {
     // Other callback types pass no CFData, and the pointer must not be read.
     const auto* notData = reinterpret_cast<const void*>(std::uintptr_t{16});
     ServerNotificationSocketCallBack(nullptr, 2, nullptr, notData, subscription);
@@ -391,64 +378,50 @@ TEST_F(NotificationChunk, ACalloutOfAnotherTypeIsRefused) {
 
 // ---- disconnected ----
 
-TEST_F(Notifications, ConnectsAgainWhenTheServerWasRestarted) {
-    std::atomic<bool> mayEnd = false;
-    ScriptedServer first(SocketPath(kServer), {[&](Connection& connection) {
-                             connection.Write(Notification("changer list", 1));
-                             mayEnd.wait(false);
-                         }});
-    ScriptedServer second(SocketPath(kRestarted), {[](Connection& connection) {
-                              connection.Write(Notification("changer list", 2));
-                              connection.WaitForEnd();
-                          }});
+TEST_F(Notifications, RestartedServerIsConnectedAgain) {
+    Ending ending;
+    ScriptedServer first(SocketPath(kServer),
+                         {ending.SendAndClose(Notification("changer list", 1))});
+    ScriptedServer second(SocketPath(kRestarted), {SendAndWait(Notification("changer list", 2))});
     SubscribeAndConnect();
     RunUntil([this] { return received.size() == 1; });
     // The source of an ended connection is not released when the next one replaces it.
-    const CFOwned kept(subscription->source);
-    const auto watched = Share(kept.Get());
+    const CFOwned lastSource(subscription->source);
+    const auto watched = Share(lastSource.Get());
 
     SetServer(kRestarted);
-    mayEnd = true;
-    mayEnd.notify_all();
+    ending.End();
     RunUntil([this] { return received.size() == 2; });
     EXPECT_TRUE(IsConnected());
-    EXPECT_NE(subscription->source, kept.Get());
+    EXPECT_NE(subscription->source, lastSource.Get());
     EXPECT_THAT(received, ElementsAre("l <integer>1</integer>", "l <integer>2</integer>"));
     EXPECT_EQ(CountTimers() - timersBefore, 2);
     EXPECT_EQ(LastTimer().fireDate, kNow); // at once
     EXPECT_EQ(LastTimer().interval, 1.0);
     Unsubscribe();
-    EXPECT_EQ(static_cast<const cf::Object*>(CFTypeRef(kept.Get()))->references, 2);
+    EXPECT_EQ(static_cast<const cf::Object*>(CFTypeRef(lastSource.Get()))->references, 2);
 }
 
-TEST_F(Notifications, DropsAPartialFrameOfTheLastConnection) {
+TEST_F(Notifications, PartialFrameOfTheLastConnectionIsDropped) {
     const std::string frame = Notification("changer list", 1);
-    std::atomic<bool> mayEnd = false;
-    ScriptedServer server(SocketPath(kServer), {[&](Connection& connection) {
-                                                    connection.Write(frame.substr(0, 40));
-                                                    mayEnd.wait(false);
-                                                },
-                                                [&](Connection& connection) {
-                                                    connection.Write(frame);
-                                                    connection.WaitForEnd();
-                                                }});
+    Ending ending;
+    ScriptedServer server(SocketPath(kServer),
+                          {ending.SendAndClose(frame.substr(0, 40)), SendAndWait(frame)});
     SubscribeAndConnect();
     RunUntil([this] { return subscription->frame.pendingData != nullptr; });
-    const CFOwned kept(subscription->source);
-    mayEnd = true;
-    mayEnd.notify_all();
+    const CFOwned lastSource(subscription->source);
+    ending.End();
     RunUntil([this] { return !received.empty(); });
     EXPECT_THAT(received, ElementsAre("l <integer>1</integer>"));
     Unsubscribe();
 }
 
-TEST_F(Notifications, WithoutTimerADisconnectIsLoggedAndFinal) {
-    std::atomic<bool> mayEnd = false;
-    ScriptedServer server(SocketPath(kServer), {[&](Connection&) { mayEnd.wait(false); }});
+TEST_F(Notifications, DisconnectWithoutTimerIsLoggedAndFinal) {
+    Ending ending;
+    ScriptedServer server(SocketPath(kServer), {ending.SendAndClose("")});
     SubscribeAndConnect();
     const Failing failing("CFRunLoopTimerCreate");
-    mayEnd = true;
-    mayEnd.notify_all();
+    ending.End();
     CFRunLoopRun(); // returns when no source is left
     EXPECT_TRUE(IsStalled());
     EXPECT_THAT(
@@ -458,7 +431,7 @@ TEST_F(Notifications, WithoutTimerADisconnectIsLoggedAndFinal) {
                     Logged("ServerNotificationSocketCallBack", "fail handle server disconnect")));
 }
 
-// ---- the end ----
+// ---- unsubscribed ----
 
 TEST_F(Notifications, UnsubscribingWhileCyclingEndsTheAttempts) {
     Subscribe();
@@ -467,11 +440,9 @@ TEST_F(Notifications, UnsubscribingWhileCyclingEndsTheAttempts) {
     EXPECT_EQ(CountTableCalls(), 0);
 }
 
-TEST_F(Notifications, UnsubscribingClosesTheConnectionInTheMiddleOfAFrame) {
-    ScriptedServer server(SocketPath(kServer), {[](Connection& connection) {
-                              connection.Write(Notification("changer list", 1).substr(0, 40));
-                              connection.WaitForEnd();
-                          }});
+TEST_F(Notifications, UnsubscribingInTheMiddleOfAFrameClosesTheConnection) {
+    ScriptedServer server(SocketPath(kServer),
+                          {SendAndWait(Notification("changer list", 1).substr(0, 40))});
     SubscribeAndConnect();
     RunUntil([this] { return subscription->frame.pendingData != nullptr; });
     Unsubscribe();

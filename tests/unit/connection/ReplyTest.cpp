@@ -1,17 +1,18 @@
 /* Data received on a message socket, callout by callout, and the error that a reply contains. */
 
-#include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "Frames.h"
 #include "Seams.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 static thread_local int t_stops = 0; // calls of CFRunLoopStop
 
@@ -55,8 +56,11 @@ protected:
         info.reply = reply.Out();
         ServerMessageSocketCallBack(nullptr, kCFSocketDataCallBack, nullptr, Bytes(chunk), &info);
     }
-    static Chain DataChain(const char* message) {
-        return {{message, "HandleChangerServerSocketData", kMessages}};
+    void ExpectLogged(const std::vector<std::string>& lines) {
+        std::vector<std::string> expected;
+        for (const std::string& line : lines)
+            expected.push_back("ChangerServerMessages:123, " + line);
+        EXPECT_EQ(log.TakeWithoutLineNumbers(), expected);
     }
 
     CFOwned<CFDictionaryRef> reply;
@@ -78,7 +82,7 @@ TEST_F(Reply, FrameIsReturnedOnceItsLastByteHasArrived) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, FrameWithoutACallersSlotIsParsedAndDropped) {
+TEST_F(Reply, FrameWithoutASlotForTheReplyIsParsedAndDropped) {
     EXPECT_THAT(
         TakeChain(HandleChangerServerSocketData(Bytes(FrameOfList(Dictionary())), nullptr, &info)),
         IsEmpty());
@@ -86,40 +90,34 @@ TEST_F(Reply, FrameWithoutACallersSlotIsParsedAndDropped) {
     EXPECT_EQ(info.frame.pendingData, nullptr);
     EXPECT_THAT(
         TakeMessages(HandleChangerServerSocketData(Bytes(FrameOf("no list")), nullptr, &info)),
-        ElementsAre(testing::StartsWith("fail make property list from XML data (")));
+        ElementsAre(StartsWith("fail make property list from XML data (")));
 }
 
-TEST_F(Reply, FrameWithAnotherSignatureIsRefused) {
-    EXPECT_EQ(Handle("hello"), DataChain("invalid message header on data received"));
-    EXPECT_EQ(info.frame.pendingData, nullptr);
+TEST_F(Reply, LostFrameFailsAndLeavesNoReply) {
+    const std::string frame = FrameOfList(Dictionary());
+    const struct {
+        std::string chunk;
+        const char* failing; // function
+        const char* message;
+    } cases[] = {
+        {"hello", "", "invalid message header on data received"},
+        {frame + "x", "", "inconsitent data length"},
+        {FrameOf(""), "",
+         "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
+        {frame, "CFPropertyListCreateFromXMLData", "fail make property list from XML data (NULL)"},
+        {frame, "CFDataCreateMutable", "fail alloc pending socket data"},
+    };
+    for (const auto& each : cases) {
+        const Failing failing(each.failing);
+        EXPECT_EQ(Handle(each.chunk),
+                  (Chain{{each.message, "HandleChangerServerSocketData", kMessages}}));
+        EXPECT_EQ(reply, nullptr) << each.message;
+        EXPECT_EQ(t_stops, 0) << each.message;
+        EXPECT_EQ(info.frame.pendingData, nullptr) << each.message;
+    }
 }
 
-TEST_F(Reply, FrameFollowedByAnExtraByteIsRefused) {
-    EXPECT_EQ(Handle(FrameOfList(Dictionary()) + "x"), DataChain("inconsitent data length"));
-    EXPECT_EQ(reply, nullptr);
-    EXPECT_EQ(t_stops, 0);
-}
-
-TEST_F(Reply, PayloadThatIsNoPropertyListIsRefusedWithTheParsersText) {
-    EXPECT_EQ(Handle(FrameOf("")),
-              DataChain("fail make property list from XML data (Cannot parse a NULL or "
-                        "zero-length data)"));
-    EXPECT_EQ(info.frame.pendingData, nullptr);
-}
-
-TEST_F(Reply, ParserWithoutAnErrorTextIsReportedAsNull) {
-    const Failing failing("CFPropertyListCreateFromXMLData");
-    EXPECT_EQ(Handle(FrameOfList(Dictionary())),
-              DataChain("fail make property list from XML data (NULL)"));
-    EXPECT_EQ(info.frame.pendingData, nullptr);
-}
-
-TEST_F(Reply, FrameWithoutMemoryIsRefused) {
-    const Failing failing("CFDataCreateMutable");
-    EXPECT_EQ(Handle(FrameOfList(Dictionary())), DataChain("fail alloc pending socket data"));
-}
-
-TEST_F(Reply, FrameAfterAMalformedOneIsTheReply) {
+TEST_F(Reply, FrameAfterAMalformedFrameIsTheReply) {
     EXPECT_EQ(Handle("hello").size(), 1u);
     EXPECT_EQ(Handle(FrameOf("<x>")).size(), 1u);
     EXPECT_THAT(Handle(FrameOfList(Dictionary({{"key", 1}}))), IsEmpty());
@@ -127,10 +125,9 @@ TEST_F(Reply, FrameAfterAMalformedOneIsTheReply) {
 }
 
 TEST_F(Reply, FirstOfTwoFramesIsTheReply) {
-    EXPECT_THAT(
-        Handle(FrameOfList(Dictionary({{"key", 1}})) + FrameOfList(Dictionary({{"key", 2}}))),
-        IsEmpty());
-    EXPECT_EQ(XmlOf(reply), XmlOf(Dictionary({{"key", 1}})));
+    const auto first = Dictionary({{"key", 1}});
+    EXPECT_THAT(Handle(FrameOfList(first) + FrameOfList(Dictionary({{"key", 2}}))), IsEmpty());
+    EXPECT_EQ(XmlOf(reply), XmlOf(first));
 }
 
 TEST_F(Reply, PayloadBeginsAtTheHeaderSizeOfItsFrame) {
@@ -154,18 +151,13 @@ TEST_F(Reply, CalloutLogsAMalformedFrame) {
     CallOut("hello");
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(t_stops, 0);
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("ChangerServerMessages:123, HandleChangerServerSocketData: invalid "
-                            "message header on data received",
-                            "ChangerServerMessages:123, ServerMessageSocketCallBack: fail handle "
-                            "message socket data"));
+    ExpectLogged({"HandleChangerServerSocketData: invalid message header on data received",
+                  "ServerMessageSocketCallBack: fail handle message socket data"});
 }
 
 TEST_F(Reply, CalloutRefusesOtherTypes) {
     ServerMessageSocketCallBack(nullptr, 2, nullptr, nullptr, &info);
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("ChangerServerMessages:123, ServerMessageSocketCallBack: unexpected "
-                            "callback type 2 received"));
+    ExpectLogged({"ServerMessageSocketCallBack: unexpected callback type 2 received"});
     EXPECT_EQ(t_stops, 0);
 }
 
@@ -175,20 +167,18 @@ TEST_F(Reply, EndOfStreamIsALostConnection) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, EndOfStreamWithoutMemoryIsLoggedAndLeavesTheLoopRunning) {
+TEST_F(Reply, EndOfStreamWithoutMemoryIsLoggedAndDoesNotStopTheLoop) {
     const Failing failing("CFDictionaryCreateMutable");
     CallOut("");
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(t_stops, 0);
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("ChangerServerMessages:123, CreateErrReplyDict: fail create error dict",
-                            "ChangerServerMessages:123, ServerMessageSocketCallBack: fail create "
-                            "error reply dictionary"));
+    ExpectLogged({"CreateErrReplyDict: fail create error dict",
+                  "ServerMessageSocketCallBack: fail create error reply dictionary"});
 }
 
 // ---- the timer's callout ----
 
-TEST_F(Reply, TimerPutsATimeOutIntoAnEmptySlot) {
+TEST_F(Reply, TimerStoresATimeOutInAnEmptySlot) {
     HandleSocketTimeout(nullptr, reply.Out());
     EXPECT_EQ(XmlOf(reply),
               XmlOf(ErrorReply(kTimeout, "timeout waiting for reply from changer server")));
@@ -203,7 +193,7 @@ TEST_F(Reply, TimerLeavesAReplyUnchanged) {
     EXPECT_EQ(t_stops, 1);
 }
 
-TEST_F(Reply, TimerWithoutSlotOnlyStops) {
+TEST_F(Reply, TimerWithoutSlotStopsTheLoop) {
     HandleSocketTimeout(nullptr, nullptr);
     EXPECT_EQ(t_stops, 1);
 }
@@ -213,22 +203,11 @@ TEST_F(Reply, TimerWithoutMemoryIsLoggedAndStopsTheLoop) {
     HandleSocketTimeout(nullptr, reply.Out());
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(t_stops, 1);
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("ChangerServerMessages:123, CreateErrReplyDict: fail create error dict",
-                            "ChangerServerMessages:123, HandleSocketTimeout: fail create error "
-                            "reply dict"));
+    ExpectLogged({"CreateErrReplyDict: fail create error dict",
+                  "HandleSocketTimeout: fail create error reply dict"});
 }
 
-// ---- replies made here ----
-
-Chain CreateWithFailing(const char* function) {
-    const auto earlier = Dictionary();
-    const Failing failing(function);
-    CFMutableDictionaryRef dict = earlier;
-    Chain chain = TakeChain(CreateErrReplyDict(kLost, "text", &dict));
-    EXPECT_EQ(dict, nullptr);
-    return chain;
-}
+// ---- error replies ----
 
 TEST_F(Reply, ErrorReplyHasCodeAndText) {
     CFOwned<CFMutableDictionaryRef> dict;
@@ -236,24 +215,39 @@ TEST_F(Reply, ErrorReplyHasCodeAndText) {
     EXPECT_EQ(XmlOf(dict), XmlOf(ErrorReply(-2, "zwölf")));
 }
 
-TEST_F(Reply, ErrorReplyIsNullWhenAStepFails) {
-    EXPECT_EQ(CreateWithFailing("CFDictionaryCreateMutable"),
-              (Chain{{"fail create error dict", "CreateErrReplyDict", kMessages}}));
-    EXPECT_EQ(CreateWithFailing("CFNumberCreate"),
-              (Chain{{"fail alloc num", "CFHDictionarySetSInt64Value", "common/CFHelpers"},
-                     {"fail add error code to error dict", "CreateErrReplyDict", kMessages}}));
-    EXPECT_EQ(
-        CreateWithFailing("CFStringCreateWithCString"),
-        (Chain{{"fail alloc str", "CFHDictionarySetStringValue", "common/CFHelpers"},
-               {"fail add error message str to error dict", "CreateErrReplyDict", kMessages}}));
+TEST_F(Reply, ErrorReplyIsNullIfAStepFails) {
+    const struct {
+        const char* failing; // function
+        Chain chain;
+    } cases[] = {
+        {"CFDictionaryCreateMutable",
+         {{"fail create error dict", "CreateErrReplyDict", kMessages}}},
+        {"CFNumberCreate",
+         {{"fail alloc num", "CFHDictionarySetSInt64Value", "common/CFHelpers"},
+          {"fail add error code to error dict", "CreateErrReplyDict", kMessages}}},
+        {"CFStringCreateWithCString",
+         {{"fail alloc str", "CFHDictionarySetStringValue", "common/CFHelpers"},
+          {"fail add error message str to error dict", "CreateErrReplyDict", kMessages}}},
+    };
+    const auto earlier = Dictionary();
+    for (const auto& each : cases) {
+        const Failing failing(each.failing);
+        CFMutableDictionaryRef dict = earlier;
+        EXPECT_EQ(TakeChain(CreateErrReplyDict(kLost, "text", &dict)), each.chain);
+        EXPECT_EQ(dict, nullptr) << each.failing;
+    }
 }
 
-// ---- the error that a reply tells of ----
+// ---- the error in a reply ----
 
 Chain ReplyError(CFDictionaryRef reply) {
     VErrLink* replyErr = &g_genericVErr;
     EXPECT_THAT(TakeChain(GetMessageReplyErr(reply, &replyErr)), IsEmpty());
     return TakeChain(replyErr);
+}
+
+Chain RaisedFromReply(const char* message, VErrCode code) {
+    return {{message, "GetMessageReplyErr", kMessages, code}};
 }
 
 // The chain of a reply that cannot be read.
@@ -272,13 +266,13 @@ TEST_F(Reply, WithoutErrorCodeOrWithZeroIsSuccess) {
 
 TEST_F(Reply, WithAnErrorCodeRaisesThatCodeAndText) {
     EXPECT_EQ(ReplyError(ErrorReply(kVErrFacilityBase + 1021, "busy")),
-              (Chain{{"busy", "GetMessageReplyErr", kMessages, kVErrFacilityBase + 1021}}));
-    EXPECT_EQ(ReplyError(ErrorReply(-1, "")), (Chain{{"", "GetMessageReplyErr", kMessages, -1}}));
+              RaisedFromReply("busy", kVErrFacilityBase + 1021));
+    EXPECT_EQ(ReplyError(ErrorReply(-1, "")), RaisedFromReply("", -1));
 }
 
 TEST_F(Reply, WithoutErrorTextRaisesTheDefaultText) {
     EXPECT_EQ(ReplyError(Dictionary({{"error code", 5}})),
-              (Chain{{"an error has occurred", "GetMessageReplyErr", kMessages, 5}}));
+              RaisedFromReply("an error has occurred", 5));
 }
 
 TEST_F(Reply, ErrorTextIsAFormatWithoutArguments) {
@@ -296,19 +290,14 @@ TEST_F(Reply, ErrorTextIsAFormatWithoutArguments) {
         {"a\n%%b", "a\n%b"},
     };
     for (const auto& each : cases)
-        EXPECT_EQ(ReplyError(ErrorReply(5, each.sent)),
-                  (Chain{{each.read, "GetMessageReplyErr", kMessages, 5}}));
+        EXPECT_EQ(ReplyError(ErrorReply(5, each.sent)), RaisedFromReply(each.read, 5));
 }
 
-TEST_F(Reply, ErrorTextIsNoFormatWhenLoggedWithoutMemoryForItsLink) {
+TEST_F(Reply, ErrorTextWithoutMemoryForItsLinkIsNotLoggedAsAFormat) {
     const auto list = ErrorReply(5, "100%% %s %n");
     VErrLink* replyErr = nullptr;
-    VErrLink* err = nullptr;
-    {
-        const AllocationFault fault(2); // the link's; the first one copies the text
-        err = GetMessageReplyErr(list, &replyErr);
-    }
-    EXPECT_EQ(err, nullptr);
+    // The first allocation copies the text, the second one is the link.
+    EXPECT_EQ(WithoutMemory([&] { return GetMessageReplyErr(list, &replyErr); }, 2), nullptr);
     EXPECT_EQ(replyErr, &g_genericVErr);
     EXPECT_THAT(
         log.TakeWithoutLineNumbers(),

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -34,9 +35,10 @@ std::string Connection::ReadFrame() {
     return Read(length);
 }
 
-void Connection::Write(std::string_view bytes) {
+void Connection::Write(std::string_view bytes, std::size_t pieceSize) {
     while (!bytes.empty()) {
-        const ssize_t sent = send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const ssize_t sent =
+            send(descriptor_, bytes.data(), std::min(bytes.size(), pieceSize), MSG_NOSIGNAL);
         if (sent < 0) // the client has closed
             return;
         bytes.remove_prefix(static_cast<std::size_t>(sent));
@@ -54,6 +56,13 @@ void Connection::WaitForEnd() {
     }
 }
 
+Script SendAndWait(std::string bytes, std::size_t pieceSize) {
+    return [=](Connection& connection) {
+        connection.Write(bytes, pieceSize);
+        connection.WaitForEnd();
+    };
+}
+
 ScriptedServer::ScriptedServer(const std::string& path, std::vector<Script> scripts)
     : path_(path), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     unlink(path.c_str());
@@ -63,7 +72,7 @@ ScriptedServer::ScriptedServer(const std::string& path, std::vector<Script> scri
     EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0)
         << errno;
     EXPECT_EQ(listen(listener_, 16), 0);
-    thread_ = std::thread([this, played = std::move(scripts)] { Serve(played); });
+    thread_ = std::thread([this, played = std::move(scripts)] { RunScripts(played); });
 }
 
 ScriptedServer::~ScriptedServer() {
@@ -78,7 +87,7 @@ void ScriptedServer::Join() {
         thread_.join();
 }
 
-void ScriptedServer::Serve(const std::vector<Script>& scripts) {
+void ScriptedServer::RunScripts(const std::vector<Script>& scripts) {
     for (const Script& script : scripts) {
         const int descriptor = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (descriptor < 0)

@@ -19,7 +19,8 @@ public:
 
     // Blocks until the next frame and returns its payload; empty at the end of the stream.
     std::string ReadFrame();
-    void Write(std::string_view bytes);
+    // Sends the bytes in pieces of at most this size.
+    void Write(std::string_view bytes, std::size_t pieceSize = 65536);
     // Blocks until there is data, and reads none of it.
     void WaitForInput();
     // Blocks until the client closes.
@@ -34,6 +35,9 @@ private:
 /* Runs on the server's thread; the connection is closed when it returns. */
 using Script = std::function<void(Connection&)>;
 
+/* Sends the bytes and waits until the client closes. */
+Script SendAndWait(std::string bytes, std::size_t pieceSize = 65536);
+
 /* Accepts one connection per script, in order, on its own thread; then closes the socket. */
 class ScriptedServer : NotCopyable {
 public:
@@ -44,7 +48,7 @@ public:
     void Join();
 
 private:
-    void Serve(const std::vector<Script>& scripts);
+    void RunScripts(const std::vector<Script>& scripts);
 
     std::string path_;
     int listener_;

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_CONNECTION_SEAMS_H
 #define TESTS_UNIT_CONNECTION_SEAMS_H
 
-/* Lets calls to the platform fail. */
+/* Injects failures of platform functions. */
 
 #include "support/NotCopyable.h"
 
@@ -9,7 +9,7 @@
 
 #include <functional>
 
-/* While an object lives, the calling thread's calls of that function fail. */
+/* While an object exists, the calling thread's calls of that function fail; "" is no function. */
 class Failing : NotCopyable {
 public:
     explicit Failing(const char* function);
@@ -18,7 +18,7 @@ public:
     static bool Is(const char* function);
 };
 
-/* While an object lives, the function is called before the calling thread sends data, with the
+/* While an object exists, the function is called before the calling thread sends data, with the
    time-out in seconds. */
 class OnSending : NotCopyable {
 public:

@@ -1,12 +1,12 @@
-/* Finding the server: the process table, the first process of its name, the paths. */
+/* Finding the server: the process table, the server's process, the paths of its sockets. */
 
-#include "AllocationFaults.h"
 #include "ChangerServerConnectionLib/ChangerServerMessages.h"
 #include "ChangerServerConnectionLib/ChangerServerNotifications.h"
 #include "ProcessTable.h"
 #include "support/Chain.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
+#include "support/WithoutMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -37,34 +37,35 @@ ReadList ReadProcesses() {
     std::size_t count = 77;
     ReadList read;
     read.error = GetBSDProcessList(&list, &count);
-    const std::unique_ptr<kinfo_proc, decltype(&free)> held(list, free);
+    const std::unique_ptr<kinfo_proc, decltype(&free)> owned(list, free);
     read.hasList = list != nullptr;
     for (std::size_t i = 0; i < count; ++i)
         read.names.emplace_back(list[i].kp_proc.p_comm);
     return read;
 }
 
+void ExpectProcesses(const std::vector<std::string>& names, int calls) {
+    const ReadList read = ReadProcesses();
+    EXPECT_EQ(read.error, 0);
+    EXPECT_EQ(read.names, names);
+    EXPECT_EQ(CountTableCalls(), calls);
+}
+
 // ---- the table ----
 
 TEST(ProcessList, KeepsTheOrderOfTheTable) {
     SetProcesses({{1, "init"}, {70, "carouseld"}, {9, "sh"}});
-    const ReadList read = ReadProcesses();
-    EXPECT_EQ(read.error, 0);
-    EXPECT_THAT(read.names, ElementsAre("init", "carouseld", "sh"));
-    EXPECT_EQ(CountTableCalls(), 2);
+    ExpectProcesses({"init", "carouseld", "sh"}, 2);
 }
 
-TEST(ProcessList, IsReadAgainWhenTheTableGrew) {
+TEST(ProcessList, IsReadAgainIfTheTableGrew) {
     const std::vector<Process> two = {{1, "a"}, {2, "b"}};
     const std::vector<Process> four = {{1, "a"}, {2, "b"}, {3, "c"}, {4, "d"}};
     AnswerProcessTable({{0, two}, {0, four}, {0, two}, {0, four}, {0, four}, {0, four}});
-    const ReadList read = ReadProcesses();
-    EXPECT_EQ(read.error, 0);
-    EXPECT_THAT(read.names, ElementsAre("a", "b", "c", "d"));
-    EXPECT_EQ(CountTableCalls(), 6);
+    ExpectProcesses({"a", "b", "c", "d"}, 6);
 }
 
-TEST(ProcessList, IsReadAgainHoweverOftenTheTableGrew) {
+TEST(ProcessList, IsReadAgainEachTimeTheTableGrew) {
     constexpr std::size_t kTimes = 100;
     std::vector<TableAnswer> answers;
     std::vector<Process> processes = {{1, "init"}};
@@ -81,44 +82,36 @@ TEST(ProcessList, IsReadAgainHoweverOftenTheTableGrew) {
     EXPECT_EQ(CountTableCalls(), static_cast<int>(2 * kTimes + 2));
 }
 
-TEST(ProcessList, MayShrinkWhileItIsRead) {
+TEST(ProcessList, IsShorterIfTheTableShrank) {
     AnswerProcessTable({{0, {{1, "a"}, {2, "b"}, {3, "c"}}}, {0, {{1, "a"}}}});
-    const ReadList read = ReadProcesses();
-    EXPECT_EQ(read.error, 0);
-    EXPECT_THAT(read.names, ElementsAre("a"));
+    ExpectProcesses({"a"}, 2);
 }
 
-void ExpectFailure(int error) {
-    const ReadList read = ReadProcesses();
-    EXPECT_EQ(read.error, error);
-    EXPECT_FALSE(read.hasList);
-    EXPECT_THAT(read.names, IsEmpty());
-}
-
-TEST(ProcessList, FailsWithTheErrorOfTheSizeProbe) {
-    for (const int error : {EPERM, ENOMEM}) { // ENOMEM of the size probe is not retried
-        AnswerProcessTable({{error, {}}});
-        ExpectFailure(error);
-        EXPECT_EQ(CountTableCalls(), 1);
+TEST(ProcessList, FailsWithTheErrorOfEitherCall) {
+    const struct {
+        std::vector<TableAnswer> answers;
+        int error;
+        int calls;
+    } cases[] = {
+        {{{EPERM, {}}}, EPERM, 1},
+        {{{ENOMEM, {}}}, ENOMEM, 1}, // retried only after the second call
+        {{{0, {{1, "a"}}}, {EIO, {}}}, EIO, 2},
+    };
+    for (const auto& each : cases) {
+        AnswerProcessTable(each.answers);
+        const ReadList read = ReadProcesses();
+        EXPECT_EQ(read.error, each.error);
+        EXPECT_FALSE(read.hasList);
+        EXPECT_THAT(read.names, IsEmpty());
+        EXPECT_EQ(CountTableCalls(), each.calls);
     }
-}
-
-TEST(ProcessList, FailsWithTheErrorOfTheFetch) {
-    AnswerProcessTable({{0, {{1, "a"}}}, {EIO, {}}});
-    ExpectFailure(EIO);
-    EXPECT_EQ(CountTableCalls(), 2);
 }
 
 TEST(ProcessList, FailsWithoutMemory) {
     SetProcesses({{1, "a"}});
     kinfo_proc* list = nullptr;
     std::size_t count = 77;
-    int error = 0;
-    {
-        const AllocationFault fault(1);
-        error = GetBSDProcessList(&list, &count);
-    }
-    EXPECT_EQ(error, ENOMEM);
+    EXPECT_EQ(WithoutMemory([&] { return GetBSDProcessList(&list, &count); }), ENOMEM);
     EXPECT_EQ(list, nullptr);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(CountTableCalls(), 1);
@@ -149,24 +142,23 @@ TEST(ServerPID, IsThatOfTheFirstMatchInTheTable) {
     EXPECT_EQ(pid, 70);
 }
 
-TEST(ServerPID, MatchesTheWordAnywhereInAName) {
-    for (const char* name : {"carouseld", "my-carouseld", "carouseld-sim", "xcarouseldxxxxxx"}) {
+TEST(ServerPID, IsThatOfANameThatContainsTheWord) {
+    const struct {
+        const char* name;
+        bool matches;
+    } cases[] = {
+        {"carouseld", true},     {"my-carouseld", true},
+        {"carouseld-sim", true}, {"xcarouseldxxxxxx", true},
+        {"carousel", false},     {"Carouseld", false},
+        {"arouseld", false},     {"", false},
+    };
+    for (const auto& [name, matches] : cases) {
         SetProcesses({{1, "init"}, {5, name}});
-        SInt32 found = 0;
-        SInt32 pid = 0;
-        TakeChain(GetChangerServerPID(&found, &pid));
-        EXPECT_EQ(pid, 5) << name;
-    }
-}
-
-TEST(ServerPID, NotFoundIsNoError) {
-    for (const char* name : {"carousel", "Carouseld", "arouseld", ""}) {
-        SetProcesses({{1, name}});
         SInt32 found = 7;
         SInt32 pid = 77;
         EXPECT_THAT(TakeChain(GetChangerServerPID(&found, &pid)), IsEmpty());
-        EXPECT_EQ(found, 0) << name;
-        EXPECT_EQ(pid, 77) << name;
+        EXPECT_EQ(found, matches ? 1 : 0) << name;
+        EXPECT_EQ(pid, matches ? 5 : 77) << name;
     }
 }
 
@@ -180,7 +172,7 @@ TEST(ServerPID, FailsWithTheErrorOfTheTable) {
     EXPECT_EQ(found, 0);
 }
 
-// ---- the paths, both alike ----
+// ---- the paths ----
 
 struct PathBuilder {
     VErrLink* (*build)(char* path, std::size_t size);
@@ -209,19 +201,19 @@ INSTANTIATE_TEST_SUITE_P(OfBothChannels, SocketPath,
                                                      "GetChangerServerNotificationSocketPath",
                                                      kNotifications, "/tmp/carouseldn-4711"}));
 
-TEST_P(SocketPath, CarriesTheProcessId) {
+TEST_P(SocketPath, ContainsTheProcessId) {
     EXPECT_THAT(TakeChain(GetParam().build(path, sizeof path)), IsEmpty());
     EXPECT_STREQ(path, GetParam().path);
 }
 
-TEST_P(SocketPath, FollowsARestartedServer) {
+TEST_P(SocketPath, ContainsTheNewProcessIdAfterARestart) {
     TakeChain(GetParam().build(path, sizeof path));
     SetProcesses({{4712, "carouseld"}});
     TakeChain(GetParam().build(path, sizeof path));
     EXPECT_EQ(std::string(path).substr(std::string(path).size() - 4), "4712");
 }
 
-TEST_P(SocketPath, IsCutToTheSize) {
+TEST_P(SocketPath, IsTruncatedToTheSize) {
     EXPECT_THAT(TakeChain(GetParam().build(path, 8)), IsEmpty());
     EXPECT_STREQ(path, "/tmp/ca");
 }
@@ -241,7 +233,7 @@ TEST_P(SocketPath, FailsWithoutTheTable) {
                {"fail get changer server PID", GetParam().function, GetParam().file, ENFILE}}));
 }
 
-// ---- one process ----
+// ---- processes ----
 
 bool AreSame(const ChangerServerProcess& one, const ChangerServerProcess& other) {
     const bool same = IsSameChangerServerProcess(&one, &other);
@@ -260,23 +252,19 @@ TEST(ServerProcess, UnknownStartTimeEqualsAny) {
     EXPECT_TRUE(AreSame({7, {0, 0}}, {7, {100, 20000}}));
     EXPECT_TRUE(AreSame({7, {0, 0}}, {7, {0, 0}}));
     EXPECT_FALSE(AreSame({7, {0, 0}}, {8, {0, 0}}));
-    EXPECT_FALSE(AreSame(
-        {7, {0, 20000}},
-        {7, {0, 30000}})); // a start time of zero seconds is known if its microseconds are not zero
+    // Microseconds alone make a start time known.
+    EXPECT_FALSE(AreSame({7, {0, 20000}}, {7, {0, 30000}}));
 }
 
 TEST(ServerProcess, StartTimeIsReadOrZero) {
-    ChangerServerProcess process = {1, {2, 3}};
-    SetStartTime({100, 20000});
-    GetChangerServerProcess(7, &process);
-    EXPECT_EQ(process.pid, 7);
-    EXPECT_EQ(process.startTime.tv_sec, 100);
-    EXPECT_EQ(process.startTime.tv_usec, 20000);
-    SetStartTime({});
-    GetChangerServerProcess(8, &process);
-    EXPECT_EQ(process.pid, 8);
-    EXPECT_EQ(process.startTime.tv_sec, 0);
-    EXPECT_EQ(process.startTime.tv_usec, 0);
+    for (const timeval& startTime : {timeval{100, 20000}, timeval{}}) {
+        ChangerServerProcess process = {1, {2, 3}};
+        SetStartTime(startTime);
+        GetChangerServerProcess(7, &process);
+        EXPECT_EQ(process.pid, 7);
+        EXPECT_EQ(process.startTime.tv_sec, startTime.tv_sec);
+        EXPECT_EQ(process.startTime.tv_usec, startTime.tv_usec);
+    }
 }
 
 } // namespace

@@ -3,8 +3,8 @@
 
 /*
  * Run-loop timers without waiting: the clock stands still, the timers that the daemon creates are
- * recorded, and fire only while the test says so. All state belongs to the calling thread. Failing
- * (Seams.h) can let CFRunLoopTimerCreate fail.
+ * recorded, and fire only while a TimersFireWhile exists. All state belongs to the calling thread.
+ * Failing (Seams.h) also covers CFRunLoopTimerCreate.
  */
 
 #include "support/NotCopyable.h"
@@ -19,7 +19,7 @@ constexpr CFAbsoluteTime kNow = 5000; // the clock's time before SetClock
 /* Sets the time that CFAbsoluteTimeGetCurrent returns. */
 void SetClock(CFAbsoluteTime now);
 
-/* While an object lives, timers created by the daemon fire in each iteration of the run loop in
+/* While an object exists, timers created by the daemon fire in each iteration of the run loop in
    which the condition holds. Otherwise such timers never fire. */
 class TimersFireWhile : NotCopyable {
 public:
