@@ -5,6 +5,7 @@
 #include "common/VErr.h"
 #include "support/LogCapture.h"
 #include "support/Matchers.h"
+#include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
@@ -79,21 +80,17 @@ TEST_F(MessageLog, SiteWithoutMemoryForItsLinkIsLogged) {
     EXPECT_THAT(log.Take(), ElementsAre("Module:5000000000, Function"));
 }
 
-// Errors are written to a file in a temporary directory.
+// Errors are written to a file.
 class MessageLogFile : public MessageLog {
 protected:
     MessageLogFile() {
         setenv("TZ", "UTC", 1);
         tzset();
-        char name[] = "/tmp/message-log-XXXXXX";
-        directory = mkdtemp(name);
-        path = directory + "/log";
         SetVErrLogFilePath(path.c_str());
     }
     ~MessageLogFile() override {
         TermVErrSystem();
         InitVErrSystem();
-        std::filesystem::remove_all(directory);
     }
 
     std::string Content() const {
@@ -102,8 +99,8 @@ protected:
         return content.str();
     }
 
-    std::string directory;
-    std::string path;
+    const TemporaryTree tree;
+    const std::string path = tree.Path("log");
 };
 
 TEST_F(MessageLogFile, EachMessageIsALineThatBeginsWithATimeStamp) {
@@ -143,9 +140,9 @@ TEST_F(MessageLogFile, MessagesWithoutMemoryForTheirLinkAreWritten) {
 }
 
 TEST_F(MessageLogFile, MessagesAreDroppedWithoutTheDirectory) {
-    std::filesystem::remove_all(directory);
+    std::filesystem::remove_all(tree.Root());
     LogErr("fail");
-    EXPECT_FALSE(std::filesystem::exists(directory));
+    EXPECT_FALSE(std::filesystem::exists(tree.Root()));
 }
 
 } // namespace

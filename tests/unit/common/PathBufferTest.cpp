@@ -64,7 +64,7 @@ TEST(PathBuffer, NameIsTruncatedAt1023BytesOfPath) {
     ExpectPath(path, kLongest);
 }
 
-TEST(PathBuffer, TruncatedPathTakesAnotherName) {
+TEST(PathBuffer, NameIsAppendedToATruncatedPath) {
     PathBuffer path = PathOf("a/long-name");
     TruncatePath(&path, 1);
     ExpectPath(path, "a");

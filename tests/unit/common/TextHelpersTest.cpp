@@ -29,6 +29,8 @@ CFOwned<CFStringRef> UnpairedSurrogate() {
 
 class TextHelpers : public testing::Test {
 protected:
+    char before[7] = "before";
+    char* cString = before; // the place for a C string
     LogCapture log;
 };
 
@@ -68,7 +70,7 @@ TEST_F(TextHelpers, StringsAreJoinedCompletelyOrNotWithoutMemory) {
                                                &joined);
     };
     SweepAllocationFaults(body, [&](std::size_t nth, bool) {
-        const CFOwned held(joined);
+        const CFOwned owned(joined);
         if (const Chain chain = TakeChain(err); !chain.empty()) {
             failures.push_back(chain);
             EXPECT_EQ(joined, nullptr) << nth;
@@ -104,42 +106,36 @@ TEST_F(TextHelpers, FailedAppendLeavesTheStringUnchanged) {
 
 TEST_F(TextHelpers, CStringIsAllocated) {
     for (const char* utf8 : {"", "plain", "zwölf €", "\xF0\x9D\x84\x9E"}) {
-        char* text = nullptr;
         EXPECT_THAT(
-            TakeChain(CFHAllocCStringFromCFString(Text(utf8), kCFStringEncodingUTF8, &text)),
+            TakeChain(CFHAllocCStringFromCFString(Text(utf8), kCFStringEncodingUTF8, &cString)),
             IsEmpty());
-        EXPECT_STREQ(OwnedText(text).get(), utf8);
+        EXPECT_STREQ(OwnedText(cString).get(), utf8);
     }
 }
 
 TEST_F(TextHelpers, CharacterThatTheEncodingLacksHasItsOwnErrorCode) {
-    char before[] = "before";
-    char* text = before;
-    EXPECT_EQ(
-        TakeChain(CFHAllocCStringFromCFString(UnpairedSurrogate(), kCFStringEncodingUTF8, &text)),
-        FailedIn("CFHAllocCStringFromCFString",
-                 "can't convert the string to the requested encoding", 0x4000000000000064));
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(TakeChain(CFHAllocCStringFromCFString(UnpairedSurrogate(), kCFStringEncodingUTF8,
+                                                    &cString)),
+              FailedIn("CFHAllocCStringFromCFString",
+                       "can't convert the string to the requested encoding", 0x4000000000000064));
+    EXPECT_EQ(cString, nullptr);
 }
 
 TEST_F(TextHelpers, CStringOfANonStringIsNull) {
-    char before[] = "before";
-    char* text = before;
     const auto notAString = reinterpret_cast<CFStringRef>(kCFBooleanTrue);
-    EXPECT_THAT(TakeMessages(CFHAllocCStringFromCFString(notAString, kCFStringEncodingUTF8, &text)),
-                ElementsAre("can't convert the string to the requested encoding"));
-    EXPECT_EQ(text, nullptr);
+    EXPECT_THAT(
+        TakeMessages(CFHAllocCStringFromCFString(notAString, kCFStringEncodingUTF8, &cString)),
+        ElementsAre("can't convert the string to the requested encoding"));
+    EXPECT_EQ(cString, nullptr);
 }
 
 TEST_F(TextHelpers, CStringIsNullWithoutMemory) {
-    char before[] = "before";
-    char* text = before;
     const auto string = Text("text");
     EXPECT_EQ(ChainWithoutMemory([&] {
-                  return CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &text);
+                  return CFHAllocCStringFromCFString(string, kCFStringEncodingUTF8, &cString);
               }),
               FailedIn("CFHAllocCStringFromCFString", "fail allocate storage for the C string"));
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(cString, nullptr);
 }
 
 TEST_F(TextHelpers, ErrorTextIsNullIfItCannotBeConverted) {
