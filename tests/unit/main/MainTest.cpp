@@ -1,4 +1,4 @@
-/* The daemon's start and end: which modules are initialized and terminated, and the title. */
+/* Start and end of the daemon: initialization and termination of the modules, and the title. */
 
 #include "common/VErr.h"
 #include "support/LogCapture.h"
@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -32,7 +31,7 @@ VErrLink* Init(const char* function) {
 
 } // namespace
 
-// ---- the stages ----
+// ---- the modules ----
 
 VErrLink* InitMediaIdState(void) {
     return Init(__func__);
@@ -97,33 +96,30 @@ protected:
     // of that memory afterwards.
     std::string Run(const std::vector<std::string>& arguments) {
         std::string memory;
-        for (const std::string& argument : arguments)
-            memory += argument + '\0';
-        memory += "behind the arguments";
+        memory.reserve(256); // keeps the addresses of the arguments valid
         std::vector<char*> argv;
-        std::size_t position = 0;
         for (const std::string& argument : arguments) {
-            argv.push_back(memory.data() + position);
-            position += argument.size() + 1;
+            argv.push_back(memory.data() + memory.size());
+            memory += argument + '\0';
         }
+        memory += "behind the arguments";
         argv.push_back(nullptr);
         EXPECT_EQ(__real_main(static_cast<int>(arguments.size()), argv.data()), 0);
         return memory;
     }
 
-    void RunWithFailing(const char* stage) {
-        g_failing = stage;
-        const std::string memory = Run({"trayprobed-and-more"});
-        EXPECT_EQ(memory.substr(0, 11),
-                  "trayprobed-"); // the title is written after the initialization
+    // Runs the daemon with a module that fails. The title, which follows, must not be written.
+    void RunWithFailing(const std::string& module) {
+        g_failing = module;
+        EXPECT_EQ(Run({"trayprobed-and-more"}).substr(0, 11), "trayprobed-");
     }
 
     LogCapture log;
 };
 
-// ---- stages ----
+// ---- modules ----
 
-TEST_F(DaemonMain, InitializesTheModulesRunsAndTerminatesThemInReverse) {
+TEST_F(DaemonMain, ModulesAreInitializedRunAndTerminatedInReverse) {
     Run({"trayprobed"});
     EXPECT_THAT(g_calls,
                 ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
@@ -132,78 +128,59 @@ TEST_F(DaemonMain, InitializesTheModulesRunsAndTerminatesThemInReverse) {
                             "TermChangerFSCacheState", "TermMediaIdState", "TermVErrSystem"));
 }
 
-TEST_F(DaemonMain, WithoutTheErrorFacilityOneLineIsLoggedAndNothingIsInitialized) {
+TEST_F(DaemonMain, FailingErrorFacilityLogsOneLineAndEndsTheProgram) {
     RunWithFailing("InitVErrSystem");
     EXPECT_THAT(g_calls, ElementsAre("InitVErrSystem"));
     EXPECT_THAT(log.Take(), ElementsAre("main: fail start VErr system\n"));
 }
 
-TEST_F(DaemonMain, AFailingMediaIdStateEndsTheProgram) {
-    RunWithFailing("InitMediaIdState");
-    EXPECT_THAT(g_calls, ElementsAre("InitVErrSystem", "InitMediaIdState", "TermVErrSystem"));
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("MainTest:123, Init: fail inside (err = 11)",
-                            "trayprobed_main:123, main: fail InitMediaIdState (err = 11)"));
-}
-
-TEST_F(DaemonMain, AFailingCacheStateTerminatesTheModuleBefore) {
-    RunWithFailing("InitChangerFSCacheState");
-    EXPECT_THAT(g_calls,
-                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
-                            "TermMediaIdState", "TermVErrSystem"));
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("MainTest:123, Init: fail inside (err = 11)",
-                            "trayprobed_main:123, main: fail InitChangerFSCacheState (err = 11)"));
-}
-
-TEST_F(DaemonMain, AFailingMediaIdManagerTerminatesTheTwoModulesBefore) {
-    RunWithFailing("InitMediaIdManager");
-    EXPECT_THAT(g_calls,
-                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
-                            "InitMediaIdManager", "TermChangerFSCacheState", "TermMediaIdState",
-                            "TermVErrSystem"));
-    EXPECT_THAT(log.TakeWithoutLineNumbers(),
-                ElementsAre("MainTest:123, Init: fail inside (err = 11)",
-                            "trayprobed_main:123, main: fail InitMediaIdManager (err = 11)"));
-}
-
-TEST_F(DaemonMain, AFailingCacheManagerTerminatesTheThreeModulesBefore) {
-    RunWithFailing("InitChangerFSCacheManager");
-    EXPECT_THAT(g_calls,
-                ElementsAre("InitVErrSystem", "InitMediaIdState", "InitChangerFSCacheState",
-                            "InitMediaIdManager", "InitChangerFSCacheManager", "TermMediaIdManager",
-                            "TermChangerFSCacheState", "TermMediaIdState", "TermVErrSystem"));
-    EXPECT_THAT(
-        log.TakeWithoutLineNumbers(),
-        ElementsAre("MainTest:123, Init: fail inside (err = 11)",
-                    "trayprobed_main:123, main: fail InitChangerFSCacheManager (err = 11)"));
+TEST_F(DaemonMain, FailingModuleIsLoggedAndTheModulesBeforeItAreTerminatedInReverse) {
+    const std::string modules[] = {"MediaIdState", "ChangerFSCacheState", "MediaIdManager",
+                                   "ChangerFSCacheManager"};
+    std::vector<std::string> inits = {"InitVErrSystem"};
+    std::vector<std::string> terms = {"TermVErrSystem"};
+    for (const std::string& module : modules) {
+        g_calls.clear();
+        RunWithFailing("Init" + module);
+        inits.push_back("Init" + module);
+        std::vector<std::string> expected = inits;
+        expected.insert(expected.end(), terms.begin(), terms.end());
+        EXPECT_EQ(g_calls, expected);
+        EXPECT_THAT(log.TakeWithoutLineNumbers(),
+                    ElementsAre("MainTest:123, Init: fail inside (err = 11)",
+                                "trayprobed_main:123, main: fail Init" + module + " (err = 11)"));
+        terms.insert(terms.begin(), "Term" + module);
+    }
 }
 
 // ---- the title ----
 
-const std::string kTitle("(trayprobed)", 13); // with its terminator
-
-TEST_F(DaemonMain, ATitleShorterThanTheNameIsFollowedByZeros) {
-    EXPECT_EQ(Run({"/usr/sbin/trayprobed"}),
-              kTitle + std::string(21 - 13, '\0') + "behind the arguments");
+// The title with its terminator is written over the arguments and, if longer, the bytes behind
+// them; the rest of the arguments becomes zeros.
+TEST_F(DaemonMain, TitleReplacesTheArguments) {
+    const std::string title("(trayprobed)", 13);
+    const std::string behind = "behind the arguments";
+    const struct {
+        const char* name;
+        std::vector<std::string> arguments;
+        std::string memory;
+    } cases[] = {
+        {"shorter than the name",
+         {"/usr/sbin/trayprobed"},
+         title + std::string(21 - 13, '\0') + behind},
+        {"longer than the name", {"tray"}, title + behind.substr(13 - 5)},
+        {"empty name", {""}, title + behind.substr(13 - 1)},
+        {"several arguments",
+         {"tray", "--secret", "", "password"},
+         title + std::string(24 - 13, '\0') + behind},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(Run(each.arguments), each.memory) << each.name;
 }
 
-TEST_F(DaemonMain, ATitleLongerThanTheNameIsWrittenWhole) {
-    EXPECT_EQ(Run({"tray"}), kTitle + std::string("behind the arguments").substr(13 - 5));
-}
-
-TEST_F(DaemonMain, ATitleReplacesAnEmptyName) {
-    EXPECT_EQ(Run({""}), kTitle + std::string("behind the arguments").substr(13 - 1));
-}
-
-TEST_F(DaemonMain, EveryArgumentIsOverwrittenWithZeros) {
-    EXPECT_EQ(Run({"tray", "--secret", "", "password"}),
-              kTitle + std::string(24 - 13, '\0') + "behind the arguments");
-}
-
-TEST_F(DaemonMain, WithoutArgumentsNoTitleIsWritten) {
+TEST_F(DaemonMain, TitleIsNotWrittenWithoutArguments) {
     EXPECT_EQ(Run({}), "behind the arguments");
-    EXPECT_THAT(g_calls, testing::Contains("CFRunLoopRun"));
+    EXPECT_THAT(g_calls, Contains("CFRunLoopRun"));
 }
 
 } // namespace
