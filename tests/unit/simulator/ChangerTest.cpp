@@ -31,6 +31,11 @@ protected:
             disc.partitions.push_back({MakeSyntheticTree({.seed = slot, .directories = 2}), true});
         changer_.Put(std::move(disc));
     }
+    // Puts discs into the first slots.
+    void PutDiscs(SlotIndex count, bool identified) {
+        for (SlotIndex slot = 0; slot < count; ++slot)
+            Put(slot, identified);
+    }
     void SetTimes(int moving, int spinUp, int appear = 0) {
         changer_.SetTiming({{milliseconds(moving), milliseconds(spinUp)}, milliseconds(appear)});
     }
@@ -102,8 +107,7 @@ TEST_F(ChangerTest, MountAndEjectAreBusyWhileTheRobotMoves) {
 }
 
 TEST_F(ChangerTest, MountIsBusyWhileAllDrivesAreMounted) {
-    for (SlotIndex slot = 0; slot < 3; ++slot)
-        Put(slot, false);
+    PutDiscs(3, false);
     Mount(0, kDaemon);
     Mount(1, kDaemon);
     EXPECT_EQ(Mount(2, kDaemon), ReplyCode::Busy);
@@ -129,8 +133,7 @@ TEST_F(ChangerTest, EjectSucceedsWhenTheDiscIsInItsSlot) {
 }
 
 TEST_F(ChangerTest, RequestedDriveIsUsed) {
-    Put(0, false);
-    Put(1, false);
+    PutDiscs(2, false);
     MountRequest request = {.slot = 0, .drive = 1, .user = kDaemon};
     EXPECT_EQ(changer_.Mount(request).drive, 1);
     request.slot = 1;
@@ -183,7 +186,7 @@ TEST_F(ChangerTest, RepeatedPrivateMountIdentifiesOnce) {
     EXPECT_NE(InfoXml().find("Partition Has File System"), std::string::npos);
     const int changes = changes_;
     Mount(0, kDaemon);
-    EXPECT_EQ(changes_, changes) << "asking again is no second identification";
+    EXPECT_EQ(changes_, changes) << "a second mount must not identify again";
 }
 
 TEST_F(ChangerTest, PublicMountDoesNotIdentify) {
@@ -224,7 +227,7 @@ TEST_F(ChangerTest, UncachedListingWaitsForTheRobot) {
     EXPECT_EQ(*first, std::nullopt);
     Pass(500);
     EXPECT_EQ(*first, 0);
-    EXPECT_EQ(*List(FindRoot("disc-0")), 0) << "now it is cached";
+    EXPECT_EQ(*List(FindRoot("disc-0")), 0) << "the listing is cached";
 }
 
 TEST_F(ChangerTest, CachedListingNeedsNoDisc) {
@@ -247,8 +250,7 @@ TEST_F(ChangerTest, ForgottenListingsNeedTheDiscAgain) {
 }
 
 TEST_F(ChangerTest, ListingUsesTheDriveOfAnUnusedDisc) {
-    for (SlotIndex slot = 0; slot < 4; ++slot)
-        Put(slot, true);
+    PutDiscs(4, true);
     Mount(0, kDaemon);
     List(FindRoot("disc-1"));
     EXPECT_EQ(*List(FindRoot("disc-2")), 0) << "in the drive of disc 1, not of disc 0";
@@ -258,8 +260,7 @@ TEST_F(ChangerTest, ListingUsesTheDriveOfAnUnusedDisc) {
 }
 
 TEST_F(ChangerTest, ListingWaitsWhileAllDrivesAreMounted) {
-    for (SlotIndex slot = 0; slot < 3; ++slot)
-        Put(slot, true);
+    PutDiscs(3, true);
     Mount(0, kDaemon);
     Mount(1, kDaemon);
     const auto waiting = List(FindRoot("disc-2"));

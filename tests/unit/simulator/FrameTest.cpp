@@ -49,13 +49,12 @@ TEST(FrameReaderTest, PayloadBeginsAtTheHeaderSize) {
 }
 
 TEST(FrameReaderTest, WrongSignatureOrShortHeaderThrows) {
-    FrameReader wrongSignature;
-    wrongSignature.Append(EncodeFrame("abc", {.signature = 0x67695368}));
-    EXPECT_THROW(wrongSignature.TakePayload(), FrameError);
-
-    FrameReader shortHeader;
-    shortHeader.Append(EncodeFrame("abc", {.headerSize = 11}));
-    EXPECT_THROW(shortHeader.TakePayload(), FrameError);
+    for (const std::string& frame :
+         {EncodeFrame("abc", {.signature = 0x67695368}), EncodeFrame("abc", {.headerSize = 11})}) {
+        FrameReader reader;
+        reader.Append(frame);
+        EXPECT_THROW(reader.TakePayload(), FrameError) << frame;
+    }
 }
 
 TEST(FrameReaderTest, HeaderWithTooLongPayloadThrowsBeforeThePayload) {

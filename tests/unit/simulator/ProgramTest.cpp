@@ -66,7 +66,7 @@ public:
         ASSERT_EQ(write(input_.Get(), bytes.data(), bytes.size()),
                   static_cast<ssize_t>(bytes.size()));
     }
-    // Executes a command and returns the printed lines; the last one is the answer.
+    // Executes a command and returns the printed lines; the last one is the result.
     std::vector<std::string> Do(const std::string& command) {
         Write(command);
         std::vector<std::string> lines;
@@ -157,6 +157,15 @@ protected:
         EXPECT_EQ(WEXITSTATUS(status), 0) << "see the failures above";
     }
 
+    // The same, with a program that has a changer.
+    void RunWithChanger(const std::string& options, const std::function<void(Program&)>& body) {
+        RunPrivately([&] {
+            Program program;
+            program.Do(AddChanger(options));
+            body(program);
+        });
+    }
+
     static std::string AddChanger(const std::string& options = "") {
         return "add-changer changer=A1 slots=4 drives=1 mount=/tmp/carousel " + options;
     }
@@ -175,9 +184,7 @@ private:
 };
 
 TEST_F(ProgramTest, IdentifiedDiscCanBeListedAndRead) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger());
+    RunWithChanger("", [](Program& program) {
         program.Do("put changer=A1 slot=0 seed=7 directories=4 files=2 depth=2 name=holidays");
         program.Do("start");
         EXPECT_EQ(ListNames("/tmp/carousel"), std::set<std::string>{".changer_info.plist"});
@@ -208,9 +215,7 @@ TEST_F(ProgramTest, IdentifiedDiscCanBeListedAndRead) {
 }
 
 TEST_F(ProgramTest, InfoFileIsBinaryAndFileSystemIsReadOnly) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger("info=binary"));
+    RunWithChanger("info=binary", [](Program&) {
         EXPECT_TRUE(ReadAll("/tmp/carousel/.changer_info.plist").starts_with("bplist00"));
         EXPECT_EQ(open("/tmp/carousel/.changer_info.plist", O_WRONLY | O_CLOEXEC), -1);
         EXPECT_EQ(errno, EROFS);
@@ -219,9 +224,7 @@ TEST_F(ProgramTest, InfoFileIsBinaryAndFileSystemIsReadOnly) {
 }
 
 TEST_F(ProgramTest, PendingListingsBlockNothingAndFailAtTheEnd) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger("moving=3600000"));
+    RunWithChanger("moving=3600000", [](Program& program) {
         program.Do("put changer=A1 slot=0 identified=yes name=far-away");
         std::vector<pid_t> waiting;
         for (int count = 0; count < 20; ++count) {
@@ -239,7 +242,7 @@ TEST_F(ProgramTest, PendingListingsBlockNothingAndFailAtTheEnd) {
         for (const pid_t process : waiting) {
             int status = -1;
             waitpid(process, &status, 0);
-            EXPECT_EQ(status, 0) << "it must fail with an I/O error";
+            EXPECT_EQ(status, 0) << "the listing must fail with an I/O error";
         }
         EXPECT_FALSE(IsMounted("/tmp/carousel"));
     });
@@ -279,9 +282,7 @@ TEST_F(ProgramTest, MountOfAKilledServerIsReplaced) {
 }
 
 TEST_F(ProgramTest, FileSystemIsUnmountedAndMountedByCommand) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger());
+    RunWithChanger("", [](Program& program) {
         EXPECT_EQ(program.Do("unmount changer=A1").back(), "ok");
         EXPECT_FALSE(IsMounted("/tmp/carousel"));
         EXPECT_TRUE(program.Do("unmount changer=A1").back().starts_with("error "));
@@ -298,9 +299,7 @@ TEST_F(ProgramTest, FileSystemIsUnmountedAndMountedByCommand) {
 }
 
 TEST_F(ProgramTest, KernelCacheShowsTheSameNames) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger("kernel-cache=yes"));
+    RunWithChanger("kernel-cache=yes", [](Program& program) {
         program.Do("put changer=A1 slot=0 identified=yes name=disc directories=1 depth=1");
         for (int count = 0; count < 3; ++count)
             EXPECT_EQ(ListNames("/tmp/carousel/disc").size(), 7u);
@@ -325,18 +324,14 @@ TEST_F(ProgramTest, InvalidCommandsChangeNothing) {
 }
 
 TEST_F(ProgramTest, OpeningTheInfoFileOfTheRootIsReported) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger());
+    RunWithChanger("", [](Program& program) {
         ReadAll("/tmp/carousel/.changer_info.plist");
         EXPECT_TRUE(program.AwaitLine("info-open").ends_with("changer=00000000000000A1"));
     });
 }
 
 TEST_F(ProgramTest, EventsArePrintedInOrder) {
-    RunPrivately([] {
-        Program program;
-        program.Do(AddChanger());
+    RunWithChanger("", [](Program& program) {
         program.Do("put changer=A1 slot=0 identified=yes name=disc");
         ListNames("/tmp/carousel/disc");
         std::vector<std::string> kinds;

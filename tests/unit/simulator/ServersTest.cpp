@@ -27,6 +27,9 @@
 namespace simulator {
 namespace {
 
+// The keys that a new subscriber receives, one notification each.
+const std::vector<std::string> kAllKeys = {"changer list", "root preferences", "changer info"};
+
 class ServersTest : public testing::Test {
 protected:
     ServersTest() {
@@ -48,6 +51,18 @@ protected:
     }
     Peer Subscribe() const {
         return Peer(folder_ + "/carouseldn-" + std::to_string(getpid()));
+    }
+    // Subscribes and receives the first notifications.
+    Peer SubscribeAndReceive() const {
+        Peer peer = Subscribe();
+        EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+        return peer;
+    }
+    // Sends a request on a new connection. Returns the reply, or none at the end of the stream.
+    std::optional<Value> Request(const Value& request) const {
+        Peer peer = Connect();
+        peer.SendRequest(request);
+        return peer.ReceiveValue();
     }
     std::int64_t Exchange(const Value& request) const {
         return Connect().Exchange(request);
@@ -81,28 +96,22 @@ protected:
     Control control_{*simulator_};
 };
 
-const std::vector<std::string> kAllKeys = {"changer list", "root preferences", "changer info"};
-
 // ---- Requests ----
 
 TEST_F(ServersTest, MountRepliesWithPathAndDevice) {
-    Peer peer = Connect();
-    peer.SendRequest(MakePrivateMount(0));
-    const Value reply = peer.ReceiveValue().value();
+    const Value reply = Request(MakePrivateMount(0)).value();
     EXPECT_EQ(reply.FindInteger("error code"), std::nullopt);
     EXPECT_EQ(reply.FindString("mount path"), "") << "there is no file system";
     EXPECT_EQ(reply.FindString("device id"), "drive-0");
 }
 
-TEST_F(ServersTest, ErrorsCarryTheHighWordAndAText) {
-    Peer peer = Connect();
-    peer.SendRequest(MakePrivateMount(2));
-    const Value reply = peer.ReceiveValue().value();
+TEST_F(ServersTest, ErrorReplyHasTheHighWordAndAText) {
+    const Value reply = Request(MakePrivateMount(2)).value();
     EXPECT_EQ(reply.FindInteger("error code"), 0x4000000000000000 + 1032);
     EXPECT_EQ(reply.FindString("error string"), "no disc in that slot");
 }
 
-TEST_F(ServersTest, BusyCodesOfAMountAndAnEject) {
+TEST_F(ServersTest, MountAndEjectOfABusyRobotGetTheirCodes) {
     Do("put changer=A1 slot=1");
     Do("timing changer=A1 moving=3600000 timeout=0");
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 1020);
@@ -134,7 +143,7 @@ TEST_F(ServersTest, OneConnectionCarriesManyRequests) {
     EXPECT_TRUE(peer.ReceiveValue());
 }
 
-TEST_F(ServersTest, RequestWithNoReplyGetsNoReply) {
+TEST_F(ServersTest, RequestWithTheNoReplyKeyGetsNoReply) {
     Peer peer = Connect();
     Value silent = MakeRequest("request identification");
     silent.Set("request", true).Set("no reply", true);
@@ -144,13 +153,13 @@ TEST_F(ServersTest, RequestWithNoReplyGetsNoReply) {
 }
 
 TEST_F(ServersTest, InvalidBytesCloseTheConnection) {
-    Peer peer = Connect();
-    peer.Send("this is no frame at all");
-    EXPECT_EQ(peer.ReceiveValue().has_value(), false);
-    Peer other = Connect();
-    other.Send(EncodeFrame("this is no property list"));
-    EXPECT_EQ(other.ReceiveValue().has_value(), false);
-    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0) << "others are served";
+    for (const std::string& bytes :
+         {std::string("this is no frame at all"), EncodeFrame("this is no property list")}) {
+        Peer peer = Connect();
+        peer.Send(bytes);
+        EXPECT_FALSE(peer.ReceiveValue()) << bytes;
+    }
+    EXPECT_EQ(Exchange(MakePrivateMount(0)), 0) << "other connections are served";
 }
 
 TEST_F(ServersTest, IdleClientsDoNotBlockOthers) {
@@ -180,7 +189,7 @@ TEST_F(ServersTest, StopClosesConnectionsAndRemovesSockets) {
     Peer waiting = Connect();
     Peer subscriber = Subscribe();
     Do("stop");
-    EXPECT_EQ(waiting.ReceiveValue().has_value(), false);
+    EXPECT_FALSE(waiting.ReceiveValue());
     while (subscriber.ReceiveValue()) {
     }
     EXPECT_THROW(Connect(), std::system_error);
@@ -193,14 +202,10 @@ TEST_F(ServersTest, StopClosesConnectionsAndRemovesSockets) {
 
 TEST_F(ServersTest, ReplyFaultsReplaceOrCloseTheReply) {
     Do("fault on=\"mount disc\" do=error code=1050 text=\"100%\"");
-    Peer refused = Connect();
-    refused.SendRequest(MakePrivateMount(0));
-    EXPECT_EQ(refused.ReceiveValue().value().FindString("error string"), "100%");
+    EXPECT_EQ(Request(MakePrivateMount(0)).value().FindString("error string"), "100%");
 
     Do("fault on=request do=close");
-    Peer closed = Connect();
-    closed.SendRequest(MakePrivateMount(0));
-    EXPECT_FALSE(closed.ReceiveValue());
+    EXPECT_FALSE(Request(MakePrivateMount(0)));
 
     Do("fault on=request do=raw hex=010203");
     Peer raw = Connect();
@@ -214,17 +219,16 @@ TEST_F(ServersTest, ErrorFaultExecutesTheRequestOnlyWithAct) {
     Do("timing changer=A1 moving=3600000 timeout=0");
     Do("fault on=\"mount disc\" do=error code=1");
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 1);
-    EXPECT_EQ(Exchange(MakePrivateEject(0)), 0) << "it is in its slot";
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 0) << "the disc is in its slot";
     Do("fault on=\"mount disc\" do=error code=1 act=yes");
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 1);
-    EXPECT_EQ(Exchange(MakePrivateEject(0)), 1021) << "it is on its way";
+    EXPECT_EQ(Exchange(MakePrivateEject(0)), 1021) << "the disc is in transit";
 }
 
 TEST_F(ServersTest, ConnectionFaultResetsTheConnection) {
     Do("fault on=connection do=close");
     Peer peer = Connect();
-    Peer other = Subscribe(); // gives the server time for a wrong early close
-    ReceiveKeys(other, 3);
+    SubscribeAndReceive(); // gives the server time for a wrong early close
     EXPECT_NO_THROW(peer.SendRequest(MakePrivateMount(0)));
     EXPECT_EQ(peer.Receive(), "");
     EXPECT_EQ(errno, ECONNRESET);
@@ -242,13 +246,11 @@ TEST_F(ServersTest, SplitReplyArrivesInPieces) {
 // ---- Notifications ----
 
 TEST_F(ServersTest, NewSubscriberGetsAllNotifications) {
-    Peer first = Subscribe();
-    EXPECT_EQ(ReceiveKeys(first, 3), kAllKeys);
-    Peer second = Subscribe();
-    EXPECT_EQ(ReceiveKeys(second, 3), kAllKeys);
+    Peer first = SubscribeAndReceive();
+    SubscribeAndReceive();
     Do("ready changer=A1 value=no");
     EXPECT_EQ(ReceiveKeys(first, 1), std::vector<std::string>{"changer info"})
-        << "the other one's greeting was its own";
+        << "the first notifications of another subscriber are not sent to this one";
 }
 
 TEST_F(ServersTest, ChangesGoToAllSubscribers) {
@@ -269,8 +271,7 @@ TEST_F(ServersTest, ChangesGoToAllSubscribers) {
 }
 
 TEST_F(ServersTest, PushTogetherSendsOneFrame) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     Do("push together=yes");
     auto keys = ReceiveKeys(peer, 1);
     std::ranges::sort(keys);
@@ -278,20 +279,18 @@ TEST_F(ServersTest, PushTogetherSendsOneFrame) {
 }
 
 TEST_F(ServersTest, PausedNotificationsAreSentOnResume) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     Do("pause");
     Do("put changer=A1 slot=3");
     Do("put changer=A1 slot=2");
     Do("resume");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
     Do("push together=yes");
-    EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "nothing else was kept for the release";
+    EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "no other notification was pending";
 }
 
 TEST_F(ServersTest, ResumeOnceSendsOneStateAndStaysPaused) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     Do("pause");
     Do("put changer=A1 slot=3");
     Do("resume once=yes");
@@ -303,12 +302,12 @@ TEST_F(ServersTest, ResumeOnceSendsOneStateAndStaysPaused) {
     Do("resume");
     EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
     Do("push together=yes");
-    EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u) << "what was pushed meanwhile was sent once";
+    EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u)
+        << "the notifications pushed during the pause were sent once";
 }
 
 TEST_F(ServersTest, PushSendsTheRequestedNumberOfTimes) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     Do("push together=yes times=3");
     for (int count = 0; count < 3; ++count)
         EXPECT_EQ(ReceiveKeys(peer, 1).size(), 3u);
@@ -317,8 +316,7 @@ TEST_F(ServersTest, PushSendsTheRequestedNumberOfTimes) {
 TEST_F(ServersTest, CopiedNotificationsAreFramesInOrder) {
     const std::string path = folder_ + "/copy";
     Do("copy-notifications file=" + path);
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     std::ifstream file(path, std::ios::binary);
     FrameReader reader;
     reader.Append(std::string(std::istreambuf_iterator<char>(file), {}));
@@ -327,24 +325,21 @@ TEST_F(ServersTest, CopiedNotificationsAreFramesInOrder) {
 }
 
 TEST_F(ServersTest, WithdrawalIsNotifiedWithoutAChange) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     Value withdrawal = MakeRequest("request identification");
     withdrawal.Set("request", false);
     EXPECT_EQ(Exchange(withdrawal), 0);
     EXPECT_EQ(ReceiveKeys(peer, 1), std::vector<std::string>{"changer info"});
 }
 
-TEST_F(ServersTest, PulseRepeatsTheInfo) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+TEST_F(ServersTest, PulseSendsTheInfoAgain) {
+    Peer peer = SubscribeAndReceive();
     Do("pulse every=1");
     EXPECT_EQ(ReceiveKeys(peer, 2), (std::vector<std::string>{"changer info", "changer info"}));
 }
 
 TEST_F(ServersTest, RawBytesGoToAllSubscribers) {
-    Peer peer = Subscribe();
-    ReceiveKeys(peer, 3);
+    Peer peer = SubscribeAndReceive();
     Do("notify hex=676953680000");
     EXPECT_EQ(peer.Receive(), std::string("giSh\0\0", 6));
 }
@@ -354,37 +349,32 @@ TEST_F(ServersTest, SubscriberThatNeverReadsDoesNotBlockOthers) {
     Do("fault on=notification do=huge size=900000 count=2");
     Do("push");
     Do("push");
-    Peer peer = Subscribe();
-    EXPECT_EQ(ReceiveKeys(peer, 3), kAllKeys);
+    SubscribeAndReceive();
     EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
 }
 
 TEST_F(ServersTest, SerialServerRepliesAfterItsNotificationsAreRead) {
-    Peer subscriber = Subscribe();
-    ReceiveKeys(subscriber, 3);
+    Peer subscriber = SubscribeAndReceive();
     Do("serial value=yes");
     Do("fault on=notification do=huge size=900000");
     Do("push");
     const auto changer = simulator_->FindChanger(0xA1);
     const auto generation = changer->Generation();
-    std::atomic<bool> isAnswered = false;
-    std::jthread asking([&] {
+    std::atomic<bool> isReplied = false;
+    std::jthread requesting([&] {
         EXPECT_EQ(Exchange(MakePrivateMount(0)), 0);
-        isAnswered = true;
+        isReplied = true;
     });
     // The notification is larger than the socket's buffer, so it cannot have been read completely.
     ASSERT_TRUE(changer->WaitForChange(generation, TimePoint::max(), {}));
-    {
-        Peer other = Subscribe(); // gives the server time for a wrong early answer
-        ReceiveKeys(other, 3);
-    }
-    EXPECT_FALSE(isAnswered);
+    SubscribeAndReceive(); // gives the server time for a wrong early reply
+    EXPECT_FALSE(isReplied);
     const std::jthread reading([&] {
         while (!subscriber.Receive().empty()) {
         }
     });
-    asking.join();
-    EXPECT_TRUE(isAnswered);
+    requesting.join();
+    EXPECT_TRUE(isReplied);
     Do("stop");
 }
 

@@ -17,16 +17,13 @@ TEST(CommandLineTest, LineIsSplitIntoCommandAndArguments) {
 }
 
 TEST(CommandLineTest, EmptyLinesAndCommentsHaveNoCommand) {
-    EXPECT_EQ(ParseCommandLine("").word, "");
-    EXPECT_EQ(ParseCommandLine(" \t ").word, "");
-    EXPECT_EQ(ParseCommandLine("  # put slot=1").word, "");
+    for (const char* line : {"", " \t ", "  # put slot=1"})
+        EXPECT_EQ(ParseCommandLine(line).word, "") << line;
 }
 
 TEST(CommandLineTest, InvalidSyntaxThrows) {
-    EXPECT_THROW(ParseCommandLine("put slot"), CommandError);
-    EXPECT_THROW(ParseCommandLine("put slot=\"1"), CommandError);
-    EXPECT_THROW(ParseCommandLine("put slot=\"\\x4\""), CommandError);
-    EXPECT_THROW(ParseCommandLine("put slot=1 slot=2"), CommandError);
+    for (const char* line : {"put slot", "put slot=\"1", "put slot=\"\\x4\"", "put slot=1 slot=2"})
+        EXPECT_THROW(ParseCommandLine(line), CommandError) << line;
 }
 
 TEST(QuoteTest, QuotedTextParsesToTheSameText) {
