@@ -31,7 +31,9 @@ protected:
             return round < 2 ? 1e9 : trials[trial][(round - 2) % trials[trial].size()];
         });
     }
-    std::size_t CountTrials() const {
+    // Runs the comparison and returns the number of trials.
+    std::size_t RunTrials() {
+        comparison_.Run();
         return runs_ / kRunsPerTrial;
     }
 
@@ -46,23 +48,20 @@ private:
 TEST_F(ScriptedComparison, NarrowRatioEndsAfterTheFirstTrial) {
     Add("ours", {{1}});
     Add("theirs", {{2}});
-    comparison_.Run();
-    EXPECT_EQ(CountTrials(), 1U);
+    EXPECT_EQ(RunTrials(), 1U);
     EXPECT_EQ(comparison_.Ratio("theirs", "ours").median, 2);
 }
 
 TEST_F(ScriptedComparison, WideRatioEndsAfterFiveTrials) {
     Add("ours", {{1}});
     Add("theirs", {{1, 2}});
-    comparison_.Run();
-    EXPECT_EQ(CountTrials(), 5U);
+    EXPECT_EQ(RunTrials(), 5U);
 }
 
 TEST_F(ScriptedComparison, RatioUsesTimesOfTheSameRound) {
     Add("ours", {{1, 2, 3, 4, 5}});
     Add("theirs", {{2, 4, 6, 8, 10}});
-    comparison_.Run();
-    EXPECT_EQ(CountTrials(), 1U);
+    EXPECT_EQ(RunTrials(), 1U);
     EXPECT_FALSE(comparison_.Time("ours").IsNarrow());
     EXPECT_EQ(comparison_.Ratio("theirs", "ours").low, 2);
     EXPECT_EQ(comparison_.Ratio("theirs", "ours").high, 2);
@@ -73,28 +72,24 @@ TEST_F(ScriptedComparison, WideRatioOfTheSecondToTheThirdRepeatsTheTrial) {
     Add("first", {{1}});
     Add("second", {{1, 1.04}});
     Add("third", {{1.04, 1}});
-    comparison_.Run();
+    EXPECT_EQ(RunTrials(), 5U);
     EXPECT_TRUE(comparison_.Ratio("second", "first").IsNarrow());
     EXPECT_TRUE(comparison_.Ratio("third", "first").IsNarrow());
-    EXPECT_EQ(CountTrials(), 5U);
 }
 
 TEST_F(ScriptedComparison, WideTimesOfASingleCandidateRepeatTheTrial) {
     Add("all", {{1, 2}});
-    comparison_.Run();
-    EXPECT_EQ(CountTrials(), 5U);
+    EXPECT_EQ(RunTrials(), 5U);
 }
 
 TEST_F(ScriptedComparison, NarrowTimesOfASingleCandidateEndAfterTheFirstTrial) {
     Add("all", {{1}});
-    comparison_.Run();
-    EXPECT_EQ(CountTrials(), 1U);
+    EXPECT_EQ(RunTrials(), 1U);
 }
 
 TEST_F(ScriptedComparison, ResultIsThatOfTheLastTrialOnly) {
     Add("all", {{1, 2}, {3}});
-    comparison_.Run();
-    EXPECT_EQ(CountTrials(), 2U);
+    EXPECT_EQ(RunTrials(), 2U);
     EXPECT_EQ(comparison_.Time("all").low, 3);
     EXPECT_EQ(comparison_.Time("all").high, 3);
     EXPECT_EQ(comparison_.Time("all").count, kRounds);

@@ -2,31 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <limits>
 #include <stdexcept>
+#include <vector>
 
 using bench::Spread;
 
-TEST(Spread, QuartilesOfFiveValuesAreTheSecondAndTheFourth) {
-    const Spread spread(std::vector<double>{50, 10, 40, 20, 30});
-    EXPECT_EQ(spread.low, 20);
-    EXPECT_EQ(spread.median, 30);
-    EXPECT_EQ(spread.high, 40);
-    EXPECT_EQ(spread.count, 5U);
+namespace {
+
+void ExpectSpread(const Spread& spread, double low, double median, double high, std::size_t count) {
+    EXPECT_DOUBLE_EQ(spread.low, low);
+    EXPECT_DOUBLE_EQ(spread.median, median);
+    EXPECT_DOUBLE_EQ(spread.high, high);
+    EXPECT_EQ(spread.count, count);
 }
 
-TEST(Spread, QuartilesOfFourValuesAreInterpolated) {
-    const Spread spread(std::vector<double>{1, 2, 3, 4});
-    EXPECT_DOUBLE_EQ(spread.low, 1.75);
-    EXPECT_DOUBLE_EQ(spread.median, 2.5);
-    EXPECT_DOUBLE_EQ(spread.high, 3.25);
+} // namespace
+
+TEST(Spread, QuartilesAreInterpolated) {
+    ExpectSpread(Spread(std::vector<double>{50, 10, 40, 20, 30}), 20, 30, 40, 5);
+    ExpectSpread(Spread(std::vector<double>{1, 2, 3, 4}), 1.75, 2.5, 3.25, 4);
 }
 
 TEST(Spread, QuartilesOfOneValueAreThatValue) {
     const Spread spread(std::vector<double>{7});
-    EXPECT_EQ(spread.low, 7);
-    EXPECT_EQ(spread.median, 7);
-    EXPECT_EQ(spread.high, 7);
+    ExpectSpread(spread, 7, 7, 7, 1);
     EXPECT_TRUE(spread.IsNarrow());
 }
 
@@ -49,19 +50,11 @@ TEST(Spread, EqualNegativeValuesAreNarrow) {
 }
 
 TEST(Spread, ScaledSpreadKeepsItsCount) {
-    const Spread spread = Spread(std::vector<double>{10, 20, 30, 40, 50}).Times(0.5);
-    EXPECT_EQ(spread.low, 10);
-    EXPECT_EQ(spread.median, 15);
-    EXPECT_EQ(spread.high, 20);
-    EXPECT_EQ(spread.count, 5U);
+    ExpectSpread(Spread(std::vector<double>{10, 20, 30, 40, 50}).Times(0.5), 10, 15, 20, 5);
 }
 
 TEST(Spread, QuotientHasTheWidestPossibleRange) {
     const Spread over(std::vector<double>{10, 20, 30, 40, 50});
     const Spread under(std::vector<double>{1, 4, 5, 8, 9, 9, 1});
-    const Spread quotient = Quotient(over, under);
-    EXPECT_DOUBLE_EQ(quotient.median, 30.0 / 5);
-    EXPECT_DOUBLE_EQ(quotient.low, 20 / 8.5);
-    EXPECT_DOUBLE_EQ(quotient.high, 40 / 2.5);
-    EXPECT_EQ(quotient.count, 5U);
+    ExpectSpread(Quotient(over, under), 20 / 8.5, 30.0 / 5, 40 / 2.5, 5);
 }
