@@ -1,7 +1,5 @@
-/*
- * What chunks that were pending leave in memory, with the heap as the daemon has it. A sanitizer
- * has a heap of its own, which tells nothing of this.
- */
+/* The memory that pending chunks leave behind in the heap of the C library, which the daemon uses.
+   Skipped with a sanitizer, which replaces that heap. */
 
 #include "Callouts.h"
 #include "LocalServer.h"
@@ -43,11 +41,11 @@ class SocketMemoryTest : public testing::Test {
 protected:
     void SetUp() override {
         if (mallinfo2().arena == 0)
-            GTEST_SKIP() << "not the heap of the C library";
+            GTEST_SKIP() << "the heap is not that of the C library";
         socket_.AddToLoop();
     }
 
-    // In pieces, each of which is a chunk. All are read when this returns, and none is taken.
+    // Writes chunks of kPiece bytes. All are read and pending on return.
     void Send(std::size_t size) const {
         const std::string piece(kPiece, 'x');
         for (std::size_t sent = 0; sent < size; sent += kPiece) {
@@ -69,9 +67,9 @@ TEST_F(SocketMemoryTest, InvalidatedSocketFreesItsPendingChunks) {
     EXPECT_EQ(MappedBytes(), before);
 }
 
-// Small blocks that last are allocated meanwhile, as when a list is made of the chunks. They take
-// the places of blocks that the reading thread has allocated.
-TEST_F(SocketMemoryTest, ManyPendingChunksLeaveNoMemoryBehind) {
+// Small blocks are allocated meanwhile, as for a list that is built from the chunks. They use the
+// addresses of blocks that the reading thread has allocated and freed.
+TEST_F(SocketMemoryTest, ManyPendingChunksLeaveNoMemory) {
     constexpr std::size_t kSent = 32 * kMebibyte;
     std::vector<void*> lasting;
     lasting.reserve(kSent / 1024);

@@ -1,14 +1,12 @@
-#include "Callouts.h"
 #include "Calls.h"
 #include "FaultSweep.h"
 #include "LocalServer.h"
 #include "ResourceUsage.h"
+#include "TestSocket.h"
 
 #include <CoreFoundation/CFSocket.h>
 
 #include <gtest/gtest.h>
-
-#include <sys/un.h>
 
 #include <csignal>
 #include <cstddef>
@@ -16,22 +14,14 @@
 #include <fstream>
 #include <set>
 #include <string>
-#include <string_view>
 
 namespace {
 
-CFDataRef CreateAddress(const LocalServer& server) {
-    sockaddr_un address = {sizeof address, 1, {}};
-    server.Path().copy(address.sun_path, sizeof address.sun_path);
-    return CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(&address),
-                        sizeof address);
-}
-
-CFSocketRef Connect(CFDataRef address) {
+CFOwned<CFSocketRef> Connect(CFDataRef address) {
     const CFSocketSignature signature = {1, 1, 0, address};
-    return CFSocketCreateConnectedToSocketSignature(
+    return CFOwned(CFSocketCreateConnectedToSocketSignature(
         kCFAllocatorDefault, &signature, kCFSocketDataCallBack,
-        [](CFSocketRef, CFSocketCallBackType, CFDataRef, const void*, void*) {}, nullptr, 30);
+        [](CFSocketRef, CFSocketCallBackType, CFDataRef, const void*, void*) {}, nullptr, 30));
 }
 
 bool BelongsToTheStart(const SystemCallFailure& failure) {
@@ -54,10 +44,10 @@ bool BlocksSignal(const std::string& thread, int number) {
     return (std::stoull(word, nullptr, 16) >> (number - 1) & 1) != 0;
 }
 
-// A program of its own, as the one thread is started only once.
-TEST(SocketReaderTest, WhileItCannotBeStartedNothingConnects) {
+// In a program of its own: a process starts the reading thread only once.
+TEST(SocketReaderTest, ConnectFailsCleanlyUntilTheThreadStarts) {
     const LocalServer server;
-    const CFDataRef address = CreateAddress(server);
+    const CFOwned address = Bytes(Address(server.Path()));
     const std::size_t descriptors = CountDescriptors();
     const std::set<std::string> threads = ListThreads();
     for (const SystemCallFailure& failure : SystemCallFailures()) {
@@ -74,7 +64,7 @@ TEST(SocketReaderTest, WhileItCannotBeStartedNothingConnects) {
     EXPECT_EQ(CountDescriptors(), descriptors);
     EXPECT_EQ(ListThreads(), threads);
 
-    CFSocketRef socket = Connect(address);
+    const CFOwned socket = Connect(address);
     EXPECT_NE(socket, nullptr);
     std::set<std::string> started = ListThreads(); // the thread sanitizer adds one of its own
     for (const std::string& thread : threads)
@@ -84,8 +74,6 @@ TEST(SocketReaderTest, WhileItCannotBeStartedNothingConnects) {
         for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGALRM, SIGCHLD})
             EXPECT_TRUE(BlocksSignal(thread, number)) << number;
     EXPECT_FALSE(BlocksSignal("/proc/thread-self", SIGTERM));
-    CFRelease(socket);
-    CFRelease(address);
 }
 
 } // namespace

@@ -32,14 +32,14 @@
 
 namespace {
 
-std::atomic<int> g_resting = 0;           // streams that are not read for now, net
-std::atomic<int> g_watches = 0;           // how often reading began, or began again
-std::atomic<bool> g_chunkFault = false;   // no memory to hand out what arrived
-std::atomic<int> g_untilInterruption = 0; // counts waits for room down to one that is interrupted
+std::atomic<int> g_pausedStreams = 0;     // each pause or end of reading counts 1, each start -1
+std::atomic<int> g_readStarts = 0;        // includes restarts after a pause
+std::atomic<bool> g_chunkFault = false;   // no memory for the data of a callout
+std::atomic<int> g_untilInterruption = 0; // the wait that decrements this to 0 is interrupted
 std::atomic<int> g_readsToFail = 0;       // in the background
-std::atomic<int> g_readError = 0;         // with which they fail
-std::function<void()> g_makeRoom;         // in place of any other wait for room
-thread_local std::vector<double> t_waits; // for room: how long each may take, in seconds
+std::atomic<int> g_readError = 0;         // the errno of these reads
+std::function<void()> g_makeWritable;     // replaces every wait until a socket is writable
+thread_local std::vector<double> t_waits; // the time limits of these waits, in seconds
 
 } // namespace
 
@@ -50,9 +50,9 @@ int __real_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit, const
 ssize_t __real_recv(int socket, void* bytes, std::size_t count, int flags);
 
 int __wrap_epoll_ctl(int epoll, int operation, int descriptor, epoll_event* event) {
-    g_watches += operation == EPOLL_CTL_ADD ? 1 : 0;
-    g_resting += operation == EPOLL_CTL_DEL ? 1 : -1;
-    g_resting.notify_all();
+    g_readStarts += operation == EPOLL_CTL_ADD ? 1 : 0;
+    g_pausedStreams += operation == EPOLL_CTL_DEL ? 1 : -1;
+    g_pausedStreams.notify_all();
     return __real_epoll_ctl(epoll, operation, descriptor, event);
 }
 
@@ -71,14 +71,14 @@ int __wrap_ppoll(pollfd* descriptors, nfds_t count, const timespec* limit,
     if (limit != nullptr)
         t_waits.push_back(static_cast<double>(limit->tv_sec) +
                           1e-9 * static_cast<double>(limit->tv_nsec));
-    if (!g_makeRoom)
+    if (!g_makeWritable)
         return __real_ppoll(descriptors, count, limit, signals);
-    g_makeRoom();
+    g_makeWritable();
     return 1;
 }
 
 ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
-    const bool isInBackground = (flags & MSG_DONTWAIT) != 0; // the test's peers wait for theirs
+    const bool isInBackground = (flags & MSG_DONTWAIT) != 0; // reads of a Peer block
     if (isInBackground && g_readsToFail > 0 && g_readsToFail-- > 0) {
         errno = g_readError;
         return -1;
@@ -89,17 +89,19 @@ ssize_t __wrap_recv(int socket, void* bytes, std::size_t count, int flags) {
 
 namespace {
 
+using namespace std::string_literals;
+
 using Chunks = std::vector<std::string>;
 
 // Connecting
 
-TEST(SocketConnectTest, NobodyThereGivesNothing) {
+TEST(SocketConnectTest, FailsWithoutListener) {
     const std::size_t descriptors = CountDescriptors();
     {
         LocalServer server;
         std::ofstream(server.Directory() + "/file") << "text";
-        EXPECT_FALSE(TestSocket(Address(server.Directory() + "/none"), 30).Connected());
-        EXPECT_FALSE(TestSocket(Address(server.Directory() + "/file"), 30).Connected());
+        EXPECT_FALSE(TestSocket(Address(server.Directory() + "/none")).Connected());
+        EXPECT_FALSE(TestSocket(Address(server.Directory() + "/file")).Connected());
         server.StopListening();
         EXPECT_FALSE(TestSocket(server).Connected());
     }
@@ -108,11 +110,11 @@ TEST(SocketConnectTest, NobodyThereGivesNothing) {
 
 TEST(SocketConnectTest, PathEndsWithItsNulOrWithTheData) {
     const LocalServer server;
-    EXPECT_TRUE(TestSocket(Address(server.Path()), 30).Connected());
-    EXPECT_TRUE(
-        TestSocket(Address(server.Path()).substr(0, 2 + server.Path().size()), 30).Connected());
-    EXPECT_FALSE(
-        TestSocket(Address(server.Path()).substr(0, 1 + server.Path().size()), 30).Connected());
+    const std::string address = Address(server.Path());
+    const std::size_t length = server.Path().size();
+    EXPECT_TRUE(TestSocket(address).Connected());
+    EXPECT_TRUE(TestSocket(address.substr(0, 2 + length)).Connected());
+    EXPECT_FALSE(TestSocket(address.substr(0, 1 + length)).Connected());
 }
 
 TEST(SocketConnectTest, PathMayFillAllOfItsBytes) {
@@ -120,33 +122,30 @@ TEST(SocketConnectTest, PathMayFillAllOfItsBytes) {
     std::string path = server.Directory() + "/";
     path.append(104 - path.size(), 'p');
     ASSERT_EQ(symlink(server.Path().c_str(), path.c_str()), 0);
-    EXPECT_TRUE(TestSocket(Address(path), 30).Connected());
-    EXPECT_FALSE(TestSocket(Address(path) + '\0', 30).Connected());
+    EXPECT_TRUE(TestSocket(Address(path)).Connected());
+    EXPECT_FALSE(TestSocket(Address(path) + '\0').Connected());
 }
 
-TEST(SocketConnectTest, OtherAddressesGiveNothing) {
+TEST(SocketConnectTest, FailsForOtherAddresses) {
     const LocalServer server;
     std::string otherFamily = Address(server.Path());
     otherFamily[1] = 2;
-    EXPECT_FALSE(TestSocket(otherFamily, 30).Connected());
-    for (const std::string_view address : {"", "j", "j\1", "j\1\0"})
-        EXPECT_FALSE(TestSocket(std::string(address), 30).Connected());
-    EXPECT_FALSE(TestSocket(Address(""), 30).Connected());
+    for (const std::string& address : {otherFamily, ""s, "j"s, "j\1"s, "j\1\0"s, Address("")})
+        EXPECT_FALSE(TestSocket(address).Connected());
 }
 
-TEST(SocketConnectTest, OtherSignaturesGiveNothing) {
+TEST(SocketConnectTest, FailsForOtherSignatures) {
     const LocalServer server;
-    const CFDataRef address = MakeData(Address(server.Path()));
+    const CFOwned address = Bytes(Address(server.Path()));
     for (const CFSocketSignature& signature :
          {CFSocketSignature{2, 1, 0, address}, CFSocketSignature{1, 2, 0, address},
           CFSocketSignature{1, 1, 7, address}, CFSocketSignature{1, 1, 0, nullptr}})
         EXPECT_EQ(CFSocketCreateConnectedToSocketSignature(
                       kCFAllocatorDefault, &signature, kCFSocketDataCallBack, nullptr, nullptr, 30),
                   nullptr);
-    CFRelease(address);
 }
 
-TEST(SocketConnectTest, FullBacklogGivesNothingWhenTheTimeIsOver) {
+TEST(SocketConnectTest, FullBacklogFailsWhenTheTimeOutEnds) {
     LocalServer server(0);
     server.FillBacklog();
     const std::size_t descriptors = CountDescriptors();
@@ -155,7 +154,7 @@ TEST(SocketConnectTest, FullBacklogGivesNothingWhenTheTimeIsOver) {
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
-// Whether a thread of this process sleeps in the kernel.
+// True if the thread of this process sleeps in the kernel.
 bool Sleeps(pid_t thread) {
     std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
     std::string line;
@@ -163,7 +162,7 @@ bool Sleeps(pid_t thread) {
     return line.find(") S ") != std::string::npos;
 }
 
-TEST(SocketConnectTest, FullBacklogIsWaitedFor) {
+TEST(SocketConnectTest, FullBacklogIsAwaited) {
     LocalServer server(0);
     server.FillBacklog();
     std::atomic<pid_t> client = 0;
@@ -181,44 +180,40 @@ TEST(SocketConnectTest, FullBacklogIsWaitedFor) {
 
 // Receiving
 
-TEST(SocketReceiveTest, ChunkArrives) {
+class ConnectedSocketTest : public testing::Test {
+protected:
     const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
+    TestSocket socket{server};
+    Peer peer = server.Accept();
+};
+
+class SocketReceiveTest : public ConnectedSocketTest {};
+
+TEST_F(SocketReceiveTest, ChunkArrives) {
     socket.AddToLoop();
-    socket.atChunk = StopCurrentRun;
     peer.Write("hello");
-    CFRunLoopRun();
+    socket.RunUntilChunk();
     EXPECT_EQ(socket.chunks, Chunks{"hello"});
 }
 
-// By a signal, or by another reader that was faster.
-TEST(SocketReceiveTest, InterruptedReadIsNoEnd) {
+TEST_F(SocketReceiveTest, ReadsThatFailWithEintrOrEagainAreRepeated) {
+    socket.AddToLoop();
     for (const int error : {EINTR, EAGAIN}) {
-        const LocalServer server;
-        TestSocket socket(server);
-        const Peer peer = server.Accept();
-        socket.AddToLoop();
-        socket.atChunk = StopCurrentRun;
         g_readError = error;
         g_readsToFail = 3;
         peer.Write("hello");
-        CFRunLoopRun();
-        EXPECT_EQ(socket.chunks, Chunks{"hello"}) << error;
+        socket.RunUntilChunk();
+        EXPECT_EQ(std::exchange(socket.chunks, {}), Chunks{"hello"}) << error;
         EXPECT_EQ(g_readsToFail, 0);
     }
 }
 
-TEST(SocketReceiveTest, NothingIsReadBeforeTheSourceIsAddedNorAfterItIsRemoved) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
-    CFRelease(socket.CreateSource());
+TEST_F(SocketReceiveTest, NothingIsReadBeforeTheSourceIsAddedNorAfterItIsRemoved) {
+    socket.CreateSource();
     peer.Write("one");
     EXPECT_GT(peer.Unread(), 0);
     socket.AddToLoop();
-    socket.atChunk = StopCurrentRun;
-    CFRunLoopRun();
+    socket.RunUntilChunk();
     socket.RemoveFromLoop();
     peer.Write("two");
     EXPECT_GT(peer.Unread(), 0);
@@ -229,37 +224,26 @@ TEST(SocketReceiveTest, NothingIsReadBeforeTheSourceIsAddedNorAfterItIsRemoved) 
     EXPECT_EQ(socket.chunks, (Chunks{"one", "two"}));
 }
 
-TEST(SocketReceiveTest, RemovingFromTheCommonModesLeavesItInTheDefaultMode) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
-    CFRunLoopSourceRef source = socket.CreateSource();
-    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-    CFRunLoopRemoveSource(CFRunLoopGetCurrent(), source, kCFRunLoopCommonModes);
-    CFRelease(source);
-    socket.atChunk = StopCurrentRun;
+TEST_F(SocketReceiveTest, RemovalFromTheCommonModesLeavesTheDefaultMode) {
+    CFRunLoopRemoveSource(CFRunLoopGetCurrent(), socket.AddToLoop(), kCFRunLoopCommonModes);
     peer.Write("here");
-    CFRunLoopRun();
+    socket.RunUntilChunk();
     EXPECT_EQ(socket.chunks, Chunks{"here"});
 }
 
-// Content that a lost, doubled or exchanged piece would change.
+// No part occurs twice, so a lost, duplicated or exchanged part changes the text.
 std::string LongText(std::size_t size) {
     std::vector<std::uint32_t> numbers(size / sizeof(std::uint32_t));
     std::iota(numbers.begin(), numbers.end(), 0);
     return std::string(reinterpret_cast<const char*>(numbers.data()), size);
 }
 
-TEST(SocketReceiveTest, MuchIsReadInOrderWhileTheLoopIsBusy) {
+TEST_F(SocketReceiveTest, DataThatArrivesWhileTheLoopIsBusyIsReadInOrder) {
     constexpr std::size_t kChunk = 64 * 1024;
     const std::string text = LongText(8 << 20);
-    const LocalServer server;
-    TestSocket socket(server);
     socket.AddToLoop();
-    {
-        const Peer peer = server.Accept();
-        peer.Write(text); // blocks until nearly all of it was read
-    }
+    peer.Write(text); // blocks until nearly all of it was read
+    peer.Close();
     CFRunLoopRun();
     EXPECT_EQ(socket.Received(), text);
     for (const std::string& chunk : socket.chunks)
@@ -267,12 +251,11 @@ TEST(SocketReceiveTest, MuchIsReadInOrderWhileTheLoopIsBusy) {
     EXPECT_EQ(socket.chunks.back(), "");
 }
 
-TEST(SocketReceiveTest, ChunkHasWhatIsThereUpTo64KBytes) {
+TEST_F(SocketReceiveTest, ChunkHasAllAvailableBytesUpTo64KiB) {
     constexpr std::size_t kChunk = 64 * 1024;
     constexpr std::size_t kRest = 30 * 1024;
-    const LocalServer server;
-    TestSocket socket(server);
-    server.Accept().Write(LongText(kChunk + kRest));
+    peer.Write(LongText(kChunk + kRest));
+    peer.Close();
     socket.AddToLoop();
     CFRunLoopRun();
     ASSERT_EQ(socket.chunks.size(), 3U);
@@ -281,49 +264,42 @@ TEST(SocketReceiveTest, ChunkHasWhatIsThereUpTo64KBytes) {
     EXPECT_EQ(socket.chunks[2], "");
 }
 
-TEST(SocketReceiveTest, ReadingRestsWhenMuchIsQueuedUntilItIsDrained) {
+TEST_F(SocketReceiveTest, ReadingPausesAtTheHighWaterMarkUntilTheLowOne) {
     constexpr std::size_t kBound = 64 << 20;
     const std::string text = LongText(kBound + (4 << 20));
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
-    g_resting = 0;
+    g_pausedStreams = 0;
     socket.AddToLoop();
-    ASSERT_EQ(g_resting, -1);
+    ASSERT_EQ(g_pausedStreams, -1);
     std::atomic<bool> allWritten = false;
     std::thread writer([&] {
         peer.Write(text);
         allWritten = true;
         peer.ShutDownWriting();
     });
-    g_resting.wait(-1);
+    g_pausedStreams.wait(-1);
     EXPECT_FALSE(allWritten);
     std::size_t received = 0;
-    bool restedAtHalf = false;
+    bool wasPaused = false;
     socket.atChunk = [&] {
         received += socket.chunks.back().size();
         if (received < kBound / 2 - (1 << 20)) {
-            EXPECT_EQ(g_resting, 0);
-            restedAtHalf = true;
+            EXPECT_EQ(g_pausedStreams, 0);
+            wasPaused = true;
         } else if (received > kBound / 2 + (1 << 20)) {
-            EXPECT_EQ(g_watches, 1);
+            EXPECT_EQ(g_readStarts, 1);
         }
     };
-    g_watches = 0;
+    g_readStarts = 0;
     CFRunLoopRun();
     writer.join();
-    EXPECT_TRUE(restedAtHalf);
+    EXPECT_TRUE(wasPaused);
     EXPECT_TRUE(socket.Received() == text);
 }
 
-TEST(SocketReceiveTest, EndComesOnceAfterAllDataAndInvalidates) {
-    const LocalServer server;
-    TestSocket socket(server);
+TEST_F(SocketReceiveTest, EndComesOnceAfterAllDataAndInvalidatesTheSocket) {
     socket.AddToLoop();
-    {
-        const Peer peer = server.Accept();
-        peer.Write("last words");
-    }
+    peer.Write("last words");
+    peer.Close();
     socket.atChunk = [&] { EXPECT_TRUE(socket.Valid()); };
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks, (Chunks{"last words", ""}));
@@ -331,10 +307,7 @@ TEST(SocketReceiveTest, EndComesOnceAfterAllDataAndInvalidates) {
     EXPECT_EQ(socket.Send("x"), kCFSocketError);
 }
 
-TEST(SocketReceiveTest, PeerThatStopsWritingIsAtItsEnd) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
+TEST_F(SocketReceiveTest, PeerThatShutsDownWritingIsAnEnd) {
     socket.AddToLoop();
     peer.Write("done");
     peer.ShutDownWriting();
@@ -342,62 +315,46 @@ TEST(SocketReceiveTest, PeerThatStopsWritingIsAtItsEnd) {
     EXPECT_EQ(socket.chunks, (Chunks{"done", ""}));
 }
 
-TEST(SocketReceiveTest, ResetIsAnEndAfterTheQueuedReply) {
-    const LocalServer server;
-    TestSocket socket(server);
-    {
-        const Peer peer = server.Accept();
-        EXPECT_EQ(socket.Send("a request that nobody reads"), kCFSocketSuccess);
-        peer.Write("reply");
-    }
+TEST_F(SocketReceiveTest, ResetIsAnEndAfterThePendingReply) {
+    EXPECT_EQ(socket.Send("a request that the peer does not read"), kCFSocketSuccess);
+    peer.Write("reply");
+    peer.Close();
     socket.AddToLoop();
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks, (Chunks{"reply", ""}));
 }
 
-TEST(SocketReceiveTest, EndDoesNotFollowTheReplyThatStoppedTheRun) {
-    const LocalServer server;
-    TestSocket socket(server);
-    {
-        const Peer peer = server.Accept();
-        peer.Write("reply");
-    }
+TEST_F(SocketReceiveTest, EndDoesNotFollowTheReplyThatStoppedTheRun) {
+    peer.Write("reply");
+    peer.Close();
     socket.AddToLoop();
-    socket.atChunk = StopCurrentRun;
-    CFRunLoopRun();
+    socket.RunUntilChunk();
     EXPECT_EQ(socket.chunks, Chunks{"reply"});
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks, (Chunks{"reply", ""}));
 }
 
-TEST(SocketReceiveTest, QueuedChunksComeOneATurn) {
-    const LocalServer server;
-    TestSocket socket(server);
+TEST_F(SocketReceiveTest, OnePendingChunkComesPerIteration) {
     socket.AddToLoop();
-    {
-        const Peer peer = server.Accept();
-        peer.Write(LongText(1 << 20));
-    }
-    std::size_t turns = 0;
+    peer.Write(LongText(1 << 20));
+    peer.Close();
+    std::size_t iterations = 0;
     TestSource counter([&] {
-        ++turns;
+        ++iterations;
         counter.Signal();
     });
     socket.atChunk = [&] {
-        EXPECT_LE(socket.chunks.size(), turns + 1);
+        EXPECT_LE(socket.chunks.size(), iterations + 1);
         if (socket.chunks.back().empty())
             StopCurrentRun();
     };
     counter.Signal();
     CFRunLoopRun();
-    EXPECT_GE(turns, 16);
+    EXPECT_GE(iterations, 16);
 }
 
-TEST(SocketReceiveTest, NestedRunDoesNotEnterTheCalloutAgain) {
-    const LocalServer server;
-    TestSocket socket(server);
+TEST_F(SocketReceiveTest, NestedRunDoesNotEnterTheCalloutAgain) {
     TestSource inner(StopCurrentRun);
-    Peer peer = server.Accept();
     socket.AddToLoop();
     int depth = 0;
     socket.atChunk = [&] {
@@ -405,8 +362,8 @@ TEST(SocketReceiveTest, NestedRunDoesNotEnterTheCalloutAgain) {
         if (socket.chunks.size() == 1) {
             peer.Write("second");
             peer.Close();
-            // All was read by then, and the nested run has nothing to do.
-            g_resting.wait(-1);
+            // Everything is read from here on, so the nested run has nothing to do.
+            g_pausedStreams.wait(-1);
             AtNextSleepElsewhere([&] { inner.Signal(); });
             CFRunLoopRun();
         }
@@ -414,36 +371,29 @@ TEST(SocketReceiveTest, NestedRunDoesNotEnterTheCalloutAgain) {
             StopCurrentRun();
         --depth;
     };
-    g_resting = -1;
+    g_pausedStreams = -1;
     peer.Write("first");
     CFRunLoopRun();
     EXPECT_EQ(socket.chunks, (Chunks{"first", "second", ""}));
 }
 
-TEST(SocketReceiveTest, NestedRunServesAnotherSocket) {
-    const LocalServer server;
-    TestSocket notifications(server);
-    const Peer notifies = server.Accept();
+TEST_F(SocketReceiveTest, NestedRunCallsOutForAnotherSocket) {
     TestSocket exchange(server);
-    const Peer replies = server.Accept();
-    notifications.AddToLoop();
-    notifications.atChunk = [&] {
+    const Peer exchangePeer = server.Accept();
+    socket.AddToLoop();
+    socket.atChunk = [&] {
         exchange.AddToLoop();
-        replies.Write("reply");
-        CFRunLoopRun();
+        exchangePeer.Write("reply");
+        exchange.RunUntilChunk();
         EXPECT_EQ(exchange.chunks, Chunks{"reply"});
         StopCurrentRun();
     };
-    exchange.atChunk = StopCurrentRun;
-    notifies.Write("news");
+    peer.Write("notification");
     CFRunLoopRun();
-    EXPECT_EQ(notifications.chunks, Chunks{"news"});
+    EXPECT_EQ(socket.chunks, Chunks{"notification"});
 }
 
-TEST(SocketReceiveTest, ChunkThatCannotBeHandedOutIsAnEnd) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
+TEST_F(SocketReceiveTest, ChunkWithoutMemoryIsAnEnd) {
     peer.Write("lost");
     g_chunkFault = true;
     socket.AddToLoop();
@@ -453,17 +403,12 @@ TEST(SocketReceiveTest, ChunkThatCannotBeHandedOutIsAnEnd) {
     EXPECT_FALSE(socket.Valid());
 }
 
-TEST(SocketReceiveTest, NothingFollowsAChunkThatCannotBeHandedOut) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
+TEST_F(SocketReceiveTest, NothingFollowsAChunkWithoutMemory) {
     socket.AddToLoop();
-    peer.Write("first");
-    peer.AwaitReading();
-    peer.Write("lost");
-    peer.AwaitReading();
-    peer.Write("behind");
-    peer.AwaitReading();
+    for (const std::string_view chunk : {"first", "lost", "behind"}) {
+        peer.Write(chunk);
+        peer.AwaitReading();
+    }
     socket.atChunk = [] { g_chunkFault = true; };
     CFRunLoopRun();
     g_chunkFault = false;
@@ -472,35 +417,27 @@ TEST(SocketReceiveTest, NothingFollowsAChunkThatCannotBeHandedOut) {
 
 // Sending
 
-TEST(SocketSendTest, AllOfItArrivesAtASlowPeer) {
+class SocketSendTest : public ConnectedSocketTest {
+protected:
+    ~SocketSendTest() override {
+        g_makeWritable = nullptr;
+        g_untilInterruption = 0;
+    }
+};
+
+// A time-out that is not positive is no limit.
+TEST_F(SocketSendTest, EverythingArrivesAtASlowPeerWithAndWithoutTimeOut) {
     const std::string text = LongText(8 << 20);
-    const LocalServer server;
-    const TestSocket socket(server);
-    const Peer peer = server.Accept();
-    std::string received;
-    std::thread reader([&] { received = peer.Read(text.size()); });
-    EXPECT_EQ(socket.Send(text), kCFSocketSuccess);
-    reader.join();
-    EXPECT_TRUE(received == text);
+    for (const CFTimeInterval timeout : {30, 0, -1}) {
+        std::string received;
+        std::thread reader([&] { received = peer.Read(text.size()); });
+        EXPECT_EQ(socket.Send(text, timeout), kCFSocketSuccess) << timeout;
+        reader.join();
+        EXPECT_TRUE(received == text) << timeout;
+    }
 }
 
-TEST(SocketSendTest, WithoutLimitWhenTheTimeoutIsNoTime) {
-    const std::string text = LongText(1 << 20);
-    const LocalServer server;
-    const TestSocket socket(server);
-    const Peer peer = server.Accept();
-    std::string received;
-    std::thread reader([&] { received = peer.Read(2 * text.size()); });
-    EXPECT_EQ(socket.Send(text, 0), kCFSocketSuccess);
-    EXPECT_EQ(socket.Send(text, -1), kCFSocketSuccess);
-    reader.join();
-    EXPECT_TRUE(received == text + text);
-}
-
-TEST(SocketSendTest, PeerThatNeverReadsIsATimeout) {
-    const LocalServer server;
-    const TestSocket socket(server);
-    const Peer peer = server.Accept();
+TEST_F(SocketSendTest, PeerThatDoesNotReadIsATimeOut) {
     t_waits.clear();
     EXPECT_EQ(socket.Send(LongText(8 << 20), 0.02), kCFSocketTimeout);
     EXPECT_EQ(socket.Send("more", 0.02), kCFSocketTimeout);
@@ -511,46 +448,26 @@ TEST(SocketSendTest, PeerThatNeverReadsIsATimeout) {
     }
 }
 
-TEST(SocketSendTest, TimeoutCountsForTheWholeMessage) {
+TEST_F(SocketSendTest, TimeOutAppliesToTheWholeMessage) {
     const std::string text = LongText(8 << 20);
-    const LocalServer server;
-    TestSocket socket(server);
-    Peer peer = server.Accept();
     std::atomic<bool> over = false;
-    // Takes a little, always in less than the time-out, so only the sum of the waits runs out.
+    // Each wait is shorter than the time-out; only their sum is longer.
     std::thread reader([&] {
         while (!over)
             peer.Read(16);
     });
     EXPECT_EQ(socket.Send(text, 0.05), kCFSocketTimeout);
     over = true;
-    socket.Drop(); // ends a read that has taken everything
+    socket.Drop(); // ends the last read
     reader.join();
 }
 
-// For the test's waits for room.
-class RoomMaker {
-public:
-    explicit RoomMaker(std::function<void()> makeRoom) {
-        g_makeRoom = std::move(makeRoom);
-    }
-    RoomMaker(const RoomMaker&) = delete;
-    RoomMaker& operator=(const RoomMaker&) = delete;
-    ~RoomMaker() {
-        g_makeRoom = nullptr;
-        g_untilInterruption = 0;
-    }
-};
-
-// The first, second, ... wait is. The peer reads only when there is no room left, so the waits of
-// each round are the same.
-TEST(SocketSendTest, AWaitThatIsInterruptedIsTakenUpAgain) {
+// Interrupts the first wait, then the second, and so on. The peer reads only while the socket is
+// not writable, so the waits of all iterations are the same.
+TEST_F(SocketSendTest, InterruptedWaitIsResumed) {
     const std::string text = LongText(1 << 20);
-    const LocalServer server;
-    const TestSocket socket(server);
-    const Peer peer = server.Accept();
     std::string received;
-    const RoomMaker reader([&] { received += peer.Read(64 * 1024); });
+    g_makeWritable = [&] { received += peer.Read(64 * 1024); };
     int nth = 0;
     do {
         received.clear();
@@ -562,81 +479,55 @@ TEST(SocketSendTest, AWaitThatIsInterruptedIsTakenUpAgain) {
     EXPECT_GT(nth, 1);
 }
 
-TEST(SocketSendTest, ClosedPeerIsAnErrorWithoutASignal) {
+TEST_F(SocketSendTest, ClosedPeerIsAnErrorAndNoSignal) {
     ASSERT_EQ(signal(SIGPIPE, SIG_DFL), SIG_DFL);
-    const LocalServer server;
-    TestSocket socket(server);
-    server.Accept();
-    EXPECT_EQ(socket.Send("anybody?"), kCFSocketError);
+    peer.Close();
+    EXPECT_EQ(socket.Send("data"), kCFSocketError);
     EXPECT_TRUE(socket.Valid());
 }
 
-TEST(SocketSendTest, NothingToSendOrNowhereIsAnError) {
-    const LocalServer server;
-    TestSocket socket(server);
+TEST_F(SocketSendTest, NoDataOrNoValidSocketIsAnError) {
     EXPECT_EQ(socket.Send(""), kCFSocketError);
     EXPECT_EQ(CFSocketSendData(socket.Get(), nullptr, nullptr, 1), kCFSocketError);
-    const CFDataRef data = MakeData("data");
+    const CFOwned data = Bytes("data");
     EXPECT_EQ(CFSocketSendData(nullptr, nullptr, data, 1), kCFSocketError);
     CFSocketInvalidate(socket.Get());
     EXPECT_EQ(CFSocketSendData(socket.Get(), nullptr, data, 1), kCFSocketError);
-    CFRelease(data);
 }
 
-// Life
+// Sources
 
-TEST(SocketLifeTest, OneSourceEver) {
-    const LocalServer server;
-    const TestSocket socket(server);
-    CFRunLoopSourceRef first = socket.CreateSource();
-    CFRunLoopSourceRef second = socket.CreateSource();
-    EXPECT_EQ(first, second);
-    CFRelease(first);
-    CFRelease(second);
+class SocketSourceTest : public ConnectedSocketTest {};
+
+TEST_F(SocketSourceTest, IsOnlyOne) {
+    EXPECT_EQ(socket.CreateSource().Get(), socket.CreateSource().Get());
 }
 
-TEST(SocketLifeTest, InvalidatedSourceLeavesTheSocketValid) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
-    CFRunLoopSourceRef source = socket.CreateSource();
-    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-    CFRunLoopSourceInvalidate(source);
-    CFRelease(source);
-    EXPECT_EQ(socket.Send("still here"), kCFSocketSuccess);
+TEST_F(SocketSourceTest, InvalidatedOneLeavesTheSocketValid) {
+    CFRunLoopSourceInvalidate(socket.AddToLoop());
+    EXPECT_EQ(socket.Send("still valid"), kCFSocketSuccess);
     socket.AddToLoop();
-    socket.atChunk = StopCurrentRun;
-    peer.Write("still here");
-    CFRunLoopRun();
-    EXPECT_EQ(socket.chunks, Chunks{"still here"});
+    peer.Write("still valid");
+    socket.RunUntilChunk();
+    EXPECT_EQ(socket.chunks, Chunks{"still valid"});
 }
 
-TEST(SocketLifeTest, AnotherSourceTakesWhatIsQueued) {
-    const LocalServer server;
-    TestSocket socket(server);
-    const Peer peer = server.Accept();
-    CFRunLoopSourceRef source = socket.CreateSource();
-    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-    peer.Write("queued");
+TEST_F(SocketSourceTest, SuccessorOfAnInvalidatedOneGetsThePendingChunks) {
+    const CFOwned source = socket.AddToLoop();
+    peer.Write("pending");
     peer.AwaitReading();
     CFRunLoopSourceInvalidate(source);
-    CFRelease(source);
     socket.AddToLoop();
-    socket.atChunk = StopCurrentRun;
-    CFRunLoopRun();
-    EXPECT_EQ(socket.chunks, Chunks{"queued"});
+    socket.RunUntilChunk();
+    EXPECT_EQ(socket.chunks, Chunks{"pending"});
 }
 
-TEST(SocketLifeTest, DroppedInItsOwnCalloutIsGoneWithWhatIsQueued) {
-    const LocalServer server;
-    TestSocket socket(server);
-    g_resting = 0;
+TEST_F(SocketSourceTest, SocketDroppedInItsCalloutReleasesPendingChunksAndDescriptor) {
+    g_pausedStreams = 0;
     socket.AddToLoop();
-    {
-        const Peer peer = server.Accept();
-        peer.Write(LongText(1 << 20));
-    }
-    g_resting.wait(-1);
+    peer.Write(LongText(1 << 20));
+    peer.Close();
+    g_pausedStreams.wait(-1);
     const std::size_t descriptors = CountDescriptors();
     socket.atChunk = [&] { socket.Drop(); };
     CFRunLoopRun();
@@ -644,35 +535,34 @@ TEST(SocketLifeTest, DroppedInItsOwnCalloutIsGoneWithWhatIsQueued) {
     EXPECT_EQ(CountDescriptors(), descriptors - 1);
 }
 
-// It stays from the first source on.
+// Lifetime
+
+// The first socket starts the reading thread, which never ends.
 void StartTheReader() {
     const LocalServer server;
-    CFRelease(TestSocket(server).CreateSource());
+    TestSocket(server).CreateSource();
 }
 
-TEST(SocketLifeTest, ForgottenSourceKeepsNoDescriptor) {
+TEST(SocketLifetimeTest, SourceWithoutItsSocketKeepsNoDescriptor) {
     const LocalServer server;
-    std::vector<CFRunLoopSourceRef> forgotten;
+    std::vector<CFOwned<CFRunLoopSourceRef>> sources;
     StartTheReader();
     CFRunLoopGetCurrent();
     const std::size_t descriptors = CountDescriptors();
     for (int i = 0; i < 10; ++i) {
         TestSocket socket(server);
-        forgotten.push_back(socket.CreateSource());
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), forgotten.back(), kCFRunLoopDefaultMode);
+        sources.push_back(socket.AddToLoop());
         server.Accept();
         CFRunLoopRun();
     }
     EXPECT_EQ(CountDescriptors(), descriptors);
-    for (CFRunLoopSourceRef source : forgotten)
-        CFRelease(source);
 }
 
 std::atomic<int> g_references = 0;
 
-TEST(SocketLifeTest, InfoIsHeldFromCreationToInvalidationAndInCallouts) {
+TEST(SocketLifetimeTest, InfoIsRetainedFromCreationToInvalidationAndInCallouts) {
     const LocalServer server;
-    const CFDataRef address = MakeData(Address(server.Path()));
+    const CFOwned address = Bytes(Address(server.Path()));
     const CFSocketSignature signature = {1, 1, 0, address};
     const CFSocketContext context = {0, nullptr,
                                      [](const void* info) {
@@ -688,18 +578,17 @@ TEST(SocketLifeTest, InfoIsHeldFromCreationToInvalidationAndInCallouts) {
             EXPECT_EQ(g_references, 1);
         },
         &context, 30);
-    CFRelease(address);
     EXPECT_EQ(g_references, 1);
-    CFRunLoopSourceRef source = CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0);
-    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-    CFRelease(source);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(),
+                       CFOwned(CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket, 0)),
+                       kCFRunLoopDefaultMode);
     CFRelease(socket);
     server.Accept();
     CFRunLoopRun();
     EXPECT_EQ(g_references, 0);
 }
 
-// A request and its reply, as the daemon makes one.
+// Exchanges a request and its reply as the daemon does.
 void Exchange(const LocalServer& server) {
     TestSocket socket(server);
     socket.AddToLoop();
@@ -718,14 +607,14 @@ void Answer(const LocalServer& server, int times) {
     }
 }
 
-TEST(SocketLifeTest, ManyExchangesOnManyThreadsLeaveNothing) {
+TEST(SocketLifetimeTest, ManyExchangesOnManyThreadsLeaveNothing) {
     constexpr int kThreads = 10;
     constexpr int kExchanges = 1000;
     const LocalServer server(kThreads);
     StartTheReader();
     const std::size_t threadsAtRest = CountThreads();
     std::thread first(Answer, std::cref(server), 1);
-    Exchange(server); // this thread's loop stays
+    Exchange(server); // creates this thread's loop
     first.join();
     const std::size_t descriptors = CountDescriptors();
     std::thread answers(Answer, std::cref(server), kThreads * kExchanges);
@@ -742,11 +631,11 @@ TEST(SocketLifeTest, ManyExchangesOnManyThreadsLeaveNothing) {
     EXPECT_EQ(CountDescriptors(), descriptors);
 }
 
-TEST(SocketLifeTest, CreationsWithoutMemoryGiveNothing) {
+TEST(SocketLifetimeTest, CreationsWithoutMemoryFail) {
     const LocalServer server;
-    const CFDataRef address = MakeData(Address(server.Path()));
+    const CFOwned address = Bytes(Address(server.Path()));
     const CFSocketSignature signature = {1, 1, 0, address};
-    CFRunLoopGetCurrent(); // whose making may end the process instead
+    CFRunLoopGetCurrent(); // the creation of the loop ends the process without memory
     CFSocketRef socket = nullptr;
     CFRunLoopSourceRef source = nullptr;
     CFRunLoopTimerRef timer = nullptr;
@@ -763,7 +652,6 @@ TEST(SocketLifeTest, CreationsWithoutMemoryGiveNothing) {
             for (CFTypeRef object : {CFTypeRef(socket), CFTypeRef(source), CFTypeRef(timer)})
                 CFRelease(object);
         });
-    CFRelease(address);
 }
 
 } // namespace

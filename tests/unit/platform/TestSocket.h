@@ -3,7 +3,9 @@
 
 /* A connected socket of Core Foundation and what it received. */
 
+#include "Callouts.h"
 #include "LocalServer.h"
+#include "support/CFValues.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -18,11 +20,6 @@
 #include <utility>
 #include <vector>
 
-inline CFDataRef MakeData(std::string_view bytes) {
-    return CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()),
-                        static_cast<CFIndex>(bytes.size()));
-}
-
 inline std::string Address(const std::string& path) {
     sockaddr_un address = {};
     address.sun_len = sizeof address;
@@ -31,18 +28,16 @@ inline std::string Address(const std::string& path) {
     return std::string(reinterpret_cast<const char*>(&address), sizeof address);
 }
 
-/* A connected socket that keeps the chunks that it is called out with. */
+/* A connected socket that keeps the chunks that its callouts receive. */
 class TestSocket {
 public:
-    explicit TestSocket(const LocalServer& server)
-        : TestSocket(Address(server.Path()), kUsualTimeout) {}
-    TestSocket(const std::string& address, CFTimeInterval timeout) {
-        const CFDataRef data = MakeData(address);
+    explicit TestSocket(const LocalServer& server) : TestSocket(Address(server.Path())) {}
+    explicit TestSocket(const std::string& address, CFTimeInterval timeout = kUsualTimeout) {
+        const CFOwned data = Bytes(address);
         const CFSocketSignature signature = {1, 1, 0, data};
         const CFSocketContext context = {0, this, nullptr, nullptr, nullptr};
         socket_ = CFSocketCreateConnectedToSocketSignature(
             kCFAllocatorDefault, &signature, kCFSocketDataCallBack, CallOut, &context, timeout);
-        CFRelease(data);
     }
     TestSocket(const TestSocket&) = delete;
     TestSocket& operator=(const TestSocket&) = delete;
@@ -59,31 +54,30 @@ public:
         return socket_;
     }
 
-    CFRunLoopSourceRef CreateSource() const {
-        return CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket_, 0);
+    CFOwned<CFRunLoopSourceRef> CreateSource() const {
+        return CFOwned(CFSocketCreateRunLoopSource(kCFAllocatorDefault, socket_, 0));
     }
     bool Valid() const {
-        CFRunLoopSourceRef source = CreateSource();
-        CFRelease(source);
-        return source != nullptr;
+        return CreateSource() != nullptr;
     }
-    void AddToLoop() const {
-        if (CFRunLoopSourceRef source = CreateSource()) {
+    // Returns the source, or nullptr if the socket is invalid.
+    CFOwned<CFRunLoopSourceRef> AddToLoop() const {
+        CFOwned source = CreateSource();
+        if (source != nullptr)
             CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-            CFRelease(source);
-        }
+        return source;
     }
     void RemoveFromLoop() const {
-        CFRunLoopSourceRef source = CreateSource();
-        CFRunLoopRemoveSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
-        CFRelease(source);
+        CFRunLoopRemoveSource(CFRunLoopGetCurrent(), CreateSource(), kCFRunLoopDefaultMode);
+    }
+    // Runs the loop until the next chunk arrives.
+    void RunUntilChunk() {
+        atChunk = StopCurrentRun;
+        CFRunLoopRun();
     }
 
     CFSocketError Send(std::string_view bytes, CFTimeInterval timeout = kUsualTimeout) const {
-        const CFDataRef data = MakeData(bytes);
-        const CFSocketError error = CFSocketSendData(socket_, nullptr, data, timeout);
-        CFRelease(data);
-        return error;
+        return CFSocketSendData(socket_, nullptr, Bytes(bytes), timeout);
     }
 
     void Drop() {
