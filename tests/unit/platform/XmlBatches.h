@@ -1,7 +1,7 @@
 #ifndef TESTS_XMLBATCHES_H
 #define TESTS_XMLBATCHES_H
 
-/* XML property lists whose normal form is read in batches of any length. */
+/* Reads XML property lists in batches of the normal form of any length. */
 
 #include "Lists.h"
 #include "plist/ListBuilder.h"
@@ -28,7 +28,8 @@ inline ReadResult ReadInBatches(std::string_view bytes, std::size_t batchLength)
     return result;
 }
 
-/* Equal immutable lists are one object. */
+/* Fails the test if reading in batches gives another list or error. Equal immutable lists are one
+   object. */
 inline void ExpectSameInBatches(std::string_view bytes, std::size_t batchLength,
                                 const ReadResult& expected) {
     const ReadResult result = ReadInBatches(bytes, batchLength);

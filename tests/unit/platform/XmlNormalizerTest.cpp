@@ -1,5 +1,5 @@
-/* The normal form of XML property lists: markup that comes again, keys by number, the stack of open
-   containers. What is read in the end is tested in XmlReaderTest.cpp and XmlReaderCasesTest.cpp. */
+/* The normal form of XML property lists: repeated markup, numbers of keys, the stack of open
+   containers. XmlReaderTest.cpp and XmlReaderCasesTest.cpp test the lists that are read from it. */
 
 #include "plist/XmlNormalizer.h"
 
@@ -28,9 +28,9 @@ namespace {
 
 using cf::XmlTag;
 
-// ---- markup that comes again ----
+// ---- repeated markup ----
 
-// Lists whose elements are chosen at random from few, so that much of their markup comes again.
+// Random lists of few different elements: much of their markup is repeated.
 class RandomList {
 public:
     explicit RandomList(unsigned seed) : random_(seed) {}
@@ -112,7 +112,7 @@ private:
         else
             AddDeepContainers(depth + 1);
     }
-    // More than a path has bits for, or a <plist> inside.
+    // A <plist>, and around it more levels than a path has bits for, or none.
     void AddDeepContainers(int depth) {
         const int levels = Below(2) == 0 ? 40 : 0;
         for (int i = 0; i < levels; ++i)
@@ -135,7 +135,7 @@ std::string Join(const std::vector<std::string>& pieces) {
     return text;
 }
 
-// No markup comes twice, as a comment with another number stands before each scalar.
+// The same list without repeated markup: a numbered comment is before each scalar.
 std::string JoinWithComments(const std::vector<std::string>& pieces) {
     std::string text;
     int comments = 0;
@@ -148,7 +148,7 @@ std::string JoinWithComments(const std::vector<std::string>& pieces) {
     return text;
 }
 
-TEST(XmlNormalizer, MarkupThatComesAgainIsReadAsTheFirstTime) {
+TEST(XmlNormalizer, RepeatedMarkupIsReadLikeTheFirst) {
     int lists = 0;
     for (unsigned seed = 0; seed < 3000; ++seed) {
         const std::vector<std::string> pieces = RandomList(seed).Make(seed % 10 == 0 ? 200 : 20);
@@ -196,7 +196,6 @@ TEST(XmlNormalizer, RepeatedMarkupReadInBatchesOfAnyLengthIsTheSame) {
     }
 }
 
-// The text behind the key equals markup that is expected in its place.
 TEST(XmlNormalizer, RandomListReadInBatchesIsTheSame) {
     for (unsigned seed = 0; seed < 1000; ++seed) {
         const std::string xml = Join(RandomList(seed).Make(20)) + " ";
@@ -207,7 +206,8 @@ TEST(XmlNormalizer, RandomListReadInBatchesIsTheSame) {
     }
 }
 
-TEST(XmlNormalizer, RepeatedMarkupBehindAKeyIsReadAsItsValue) {
+// The text behind <key>d</key> equals the markup that is expected in its place.
+TEST(XmlNormalizer, RepeatedMarkupBehindAKeyIsItsValue) {
     const std::string pair = "<key>c</key><integer>1</integer>";
     EXPECT_EQ(ReadList("<dict>" + pair + pair + pair + "<key>d</key>" + pair + "</dict>").error,
               "Found non-key inside <dict> at line 1");
@@ -238,7 +238,7 @@ TEST(XmlNormalizer, NormalFormRefersToKeysByNumber) {
     EXPECT_FALSE(normalizer.NextBatch());
 }
 
-TEST(XmlNormalizer, BatchClosesWhatTheNextOneOpensAgain) {
+TEST(XmlNormalizer, BatchClosesContainersThatTheNextBatchOpensAgain) {
     const std::string xml = "<plist><array><dict><key>a</key><integer>12</integer></dict>"
                             "<string>b</string><array/></array></plist>";
     cf::XmlNormalizer normalizer(xml, 17);
@@ -308,23 +308,19 @@ cf::XmlContainerStack StackOf(const std::vector<XmlTag>& tags) {
     return stack;
 }
 
-TEST(XmlContainerStack, PathTellsEachStackFromAllOthers) {
-    std::set<cf::XmlContainerStack::Path> paths;
-    std::size_t stacks = 0;
-    for (int depth = 0; depth <= 4; ++depth) {
-        for (int choice = 0; choice < 1 << (2 * depth); ++choice) {
-            std::vector<XmlTag> tags;
-            for (int level = 0; level < depth; ++level)
-                tags.push_back(std::array{XmlTag::kDict, XmlTag::kArray, XmlTag::kPlist,
-                                          XmlTag::kUnknown}[choice >> (2 * level) & 3]);
-            if (std::ranges::find(tags, XmlTag::kUnknown) != tags.end())
-                continue;
-            ++stacks;
-            paths.insert(StackOf(tags).CurrentPath());
+TEST(XmlContainerStack, DifferentStacksHaveDifferentPaths) {
+    std::vector<std::vector<XmlTag>> stacks = {{}};
+    for (std::size_t i = 0; stacks[i].size() < 4; ++i) {
+        for (const XmlTag tag : {XmlTag::kDict, XmlTag::kArray, XmlTag::kPlist}) {
+            stacks.push_back(stacks[i]);
+            stacks.back().push_back(tag);
         }
     }
-    EXPECT_EQ(stacks, 1U + 3 + 9 + 27 + 81);
-    EXPECT_EQ(paths.size(), stacks);
+    std::set<cf::XmlContainerStack::Path> paths;
+    for (const auto& tags : stacks)
+        paths.insert(StackOf(tags).CurrentPath());
+    EXPECT_EQ(stacks.size(), 1U + 3 + 9 + 27 + 81);
+    EXPECT_EQ(paths.size(), stacks.size());
 }
 
 TEST(XmlContainerStack, DeepStackHasNoPathUntilItIsShallowAgain) {
@@ -407,14 +403,20 @@ TEST(XmlMarkupCache, EqualTextWithAnotherPathIsAnotherEntry) {
     EXPECT_NE(cache.MatchSuccessor("<a>", kOtherPath), nullptr);
 }
 
-// Adds as many different entries, each one twice, and counts those that match the second time.
-std::size_t CountMatches(std::size_t entries, int rounds) {
+std::vector<std::string> DifferentSources(std::size_t count) {
     std::vector<std::string> sources;
-    for (std::size_t i = 0; i < entries; ++i)
+    for (std::size_t i = 0; i < count; ++i)
         sources.push_back("<" + std::to_string(i) + ">");
+    return sources;
+}
+
+// Looks that many different entries up in turn and adds the missing ones. Returns the number of
+// matches in the last iteration.
+std::size_t CountMatches(std::size_t entries, int iterations) {
+    const std::vector<std::string> sources = DifferentSources(entries);
     cf::XmlMarkupCache cache;
     std::size_t matches = 0;
-    for (int round = 0; round < rounds; ++round) {
+    for (int i = 0; i < iterations; ++i) {
         matches = 0;
         for (const std::string& source : sources)
             if (cache.MatchSuccessor(source, kPath) != nullptr)
@@ -428,22 +430,18 @@ std::size_t CountMatches(std::size_t entries, int rounds) {
 TEST(XmlMarkupCache, EntriesUpToTheCapacityAllMatch) {
     constexpr std::size_t kCapacity = cf::XmlMarkupCache::kCapacity;
     EXPECT_EQ(CountMatches(kCapacity, 1), 0U);
-    EXPECT_EQ(CountMatches(kCapacity, 2),
-              kCapacity - 1); // the first follows the last for the first time
+    EXPECT_EQ(CountMatches(kCapacity, 2), kCapacity - 1); // the first does not yet succeed the last
     EXPECT_EQ(CountMatches(kCapacity, 3), kCapacity);
     EXPECT_LT(CountMatches(kCapacity + 1, 3), kCapacity);
 }
 
 TEST(XmlMarkupCache, FullCacheTakesNewEntries) {
     cf::XmlMarkupCache cache;
-    std::vector<std::string> sources;
-    for (std::size_t i = 0; i < 3 * cf::XmlMarkupCache::kCapacity; ++i)
-        sources.push_back("<" + std::to_string(i) + ">");
+    const auto sources = DifferentSources(3 * cf::XmlMarkupCache::kCapacity);
     for (const std::string& source : sources)
         cache.Add(Markup(source));
-    for (int round = 0; round < 2; ++round)
-        for (const char* source : {"<a>", "<b>"})
-            cache.Add(Markup(source));
+    for (const char* source : {"<a>", "<b>", "<a>", "<b>"})
+        cache.Add(Markup(source));
     EXPECT_NE(cache.MatchSuccessor("<a>", kPath), nullptr);
     EXPECT_NE(cache.MatchSuccessor("<b>", kPath), nullptr);
 }

@@ -1,4 +1,5 @@
-/* Texts that the XML reader accepts, with what they give, and texts that it refuses, with why. */
+/* Texts that the XML reader accepts, with the list as written again, and texts that it refuses,
+   with the error text. */
 
 #include "Lists.h"
 #include "XmlBatches.h"

@@ -1,5 +1,5 @@
-/* What holds of the XML reader whatever list it reads: the values it gives, hostile lists, lists
-   that are cut or changed anywhere, and what stands around them. */
+/* The XML reader with lists of any content: the values that it creates, malicious lists, lists that
+   are cut or changed anywhere, and the bytes around a list. */
 
 #include "Lists.h"
 #include "XmlBatches.h"
@@ -25,12 +25,25 @@ namespace {
 
 using namespace std::string_literals;
 
-// The values behind the text
+// Values
 
 SInt64 IntegerIn(CFPropertyListRef list) {
     SInt64 value = 0;
     EXPECT_TRUE(CFNumberGetValue(static_cast<CFNumberRef>(list), kCFNumberSInt64Type, &value));
     return value;
+}
+
+CFTypeRef MemberAt(const ReadResult& array, CFIndex index) {
+    return CFArrayGetValueAtIndex(static_cast<CFArrayRef>(array.list.Get()), index);
+}
+
+// The list as written again, or the error text.
+std::string Written(const ReadResult& result) {
+    return result.list ? WriteBody(result.list.Get()) : result.error;
+}
+
+std::string ReadAndWrite(std::string_view bytes) {
+    return Written(ReadList(bytes));
 }
 
 TEST(XmlReader, IntegersAboveTheSignedRangeHaveTheSameBitsButAreNotEqual) {
@@ -46,8 +59,7 @@ TEST(XmlReader, SharesEqualImmutableValues) {
                             "<dict><key>a</key><string>b</string></dict></array>";
     const ReadResult first = ReadList(xml);
     const ReadResult second = ReadList(xml);
-    const auto array = static_cast<CFArrayRef>(first.list.Get());
-    EXPECT_EQ(CFArrayGetValueAtIndex(array, 0), CFArrayGetValueAtIndex(array, 1));
+    EXPECT_EQ(MemberAt(first, 0), MemberAt(first, 1));
     EXPECT_EQ(first.list.Get(), second.list.Get());
 }
 
@@ -63,13 +75,13 @@ TEST(XmlReader, MutableContainersAreNewAndCanBeChanged) {
     EXPECT_EQ(WriteBody(second.list.Get()), "<dict>\n\t<key>a</key>\n\t<array/>\n</dict>\n");
 }
 
-TEST(XmlReader, ReadsWithoutAPlaceForTheErrorText) {
+TEST(XmlReader, FailsWithoutAnErrorTextIfNoneIsRequested) {
     const CFOwned data = Bytes("<foo/>");
     EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, data.Get(), 0, nullptr), nullptr);
     EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, nullptr, 0, nullptr), nullptr);
 }
 
-TEST(XmlReader, RefusesWhatIsNoData) {
+TEST(XmlReader, RefusesAnotherObjectThanData) {
     CFStringRef text = nullptr;
     auto* string = static_cast<CFDataRef>(static_cast<CFTypeRef>(CFSTR("<true/>")));
     EXPECT_EQ(CFPropertyListCreateFromXMLData(nullptr, string, 0, &text), nullptr);
@@ -85,28 +97,25 @@ TEST(XmlReader, LastOfManyEqualKeysWins) {
     const ReadResult result = ReadList(xml + "</dict>");
     const auto dictionary = static_cast<CFDictionaryRef>(result.list.Get());
     ASSERT_EQ(CFDictionaryGetCount(dictionary), 20);
-    for (int i = 0; i < 20; ++i) {
-        const CFOwned key = Text(std::to_string(i).c_str());
-        EXPECT_EQ(IntegerIn(CFDictionaryGetValue(dictionary, key.Get())), 80 + i);
-    }
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(IntegerIn(CFDictionaryGetValue(dictionary, Text(std::to_string(i)))), 80 + i);
 }
 
-// Many dictionaries that are alike
+// Many dictionaries with equal keys
 
 std::string Member(const std::string& value) {
     return "<dict><key>name</key><string>" + value + "</string><key>kind</key><true/></dict>";
 }
 
-TEST(XmlReader, DictionariesThatAreAlikeAreMembersInTheirOrder) {
+TEST(XmlReader, DictionariesWithEqualKeysAreMembersInTheirOrder) {
     for (const int count : {1, 2, 15, 16, 17, 31, 32, 33, 100}) {
         std::string xml = "<array>";
         for (int i = 0; i < count; ++i)
             xml += Member(std::to_string(i));
         const ReadResult result = ReadList(xml + "</array>");
-        const auto array = static_cast<CFArrayRef>(result.list.Get());
-        ASSERT_EQ(CFArrayGetCount(array), count);
+        ASSERT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(result.list.Get())), count);
         for (int i = 0; i < count; ++i) {
-            const auto member = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(array, i));
+            const auto member = static_cast<CFDictionaryRef>(MemberAt(result, i));
             const auto name = static_cast<CFStringRef>(CFDictionaryGetValue(member, CFSTR("name")));
             ASSERT_EQ(TextOf(name), std::to_string(i));
             ASSERT_EQ(member, ReadList(Member(std::to_string(i))).list.Get());
@@ -114,7 +123,7 @@ TEST(XmlReader, DictionariesThatAreAlikeAreMembersInTheirOrder) {
     }
 }
 
-// Members with the keys of the one before and with others, equal ones, and arrays of such members.
+// Members with the same keys as the member before and with others, equal members, nested arrays.
 std::string RandomMembers(std::mt19937& random, int depth) {
     std::string xml = "<array>";
     for (auto i = random() % 40; i > 0; --i) {
@@ -148,8 +157,8 @@ std::string RandomMembers(std::mt19937& random, int depth) {
     return xml + "</array>";
 }
 
-// Mutable dictionaries are made one by one.
-TEST(XmlReader, DictionariesOfChangingKeysAreTheSameAsMutableOnes) {
+// Mutable dictionaries are the reference: the reader creates them one by one.
+TEST(XmlReader, DictionariesOfChangingKeysEqualMutableOnes) {
     for (unsigned seed = 0; seed < 300; ++seed) {
         std::mt19937 random(seed);
         const std::string xml = RandomMembers(random, 0);
@@ -161,14 +170,14 @@ TEST(XmlReader, DictionariesOfChangingKeysAreTheSameAsMutableOnes) {
     }
 }
 
-// Hostile lists
+// Malicious, cut and changed lists
 
 TEST(XmlReader, NestsTo512Levels) {
     EXPECT_TRUE(ReadList(Nested(512, "<array>", "</array>")).list);
     EXPECT_TRUE(ReadList("<plist>" + Nested(512, "<array>", "</array>") + "</plist>").list);
 }
 
-TEST(XmlReader, SurvivesHalfAMillionLevels) {
+TEST(XmlReader, RefusesHalfAMillionLevels) {
     const std::string tooDeep = "Too many nested arrays or dictionaries, failing on line 1";
     EXPECT_EQ(ReadList(Nested(500000, "<array>", "</array>")).error, tooDeep);
     EXPECT_EQ(ReadList(Nested(500000, "<array>", "")).error, tooDeep);
@@ -183,15 +192,15 @@ TEST(XmlReader, ExpandsNoDeclaredEntities) {
               "Encountered unexpected character [ on line 1 while parsing DTD");
 }
 
-TEST(XmlReader, RefusesWhatIsTooLong) {
+TEST(XmlReader, RefusesMoreThan64MiB) {
     std::string xml = "<true/>";
     xml.resize(std::size_t{64} << 20, ' ');
     EXPECT_TRUE(ReadList(xml).list);
     EXPECT_EQ(ReadList(xml + " ").error, "The property list is too long");
 }
 
-// Everything in one list: all elements, entities, sections, comments.
-std::string MotleyList() {
+// All elements, with entities, CDATA sections, comments and instructions.
+std::string FullList() {
     return std::string(kXmlHeader) +
            "<dict><!-- c --><key>a&amp;b</key>\n<array><string>x<![CDATA[<y>]]>z</string>"
            "<integer>-12</integer><integer>0x1F</integer><real>1.5</real><true/><false></false>"
@@ -199,8 +208,8 @@ std::string MotleyList() {
            "<key attribute=\"v>w\">\xC3\xA9</key><string/><?instruction?></dict></plist>\n";
 }
 
-TEST(XmlReader, RefusesEveryPrefixWithAText) {
-    const std::string xml = MotleyList();
+TEST(XmlReader, RefusesEachPrefixOfAFullListWithAText) {
+    const std::string xml = FullList();
     ASSERT_TRUE(ReadList(xml).list);
     const std::size_t complete = xml.rfind('>') + 1;
     for (std::size_t length = 0; length < complete; ++length) {
@@ -212,7 +221,7 @@ TEST(XmlReader, RefusesEveryPrefixWithAText) {
 }
 
 TEST(XmlReader, ListReadInBatchesOfAnyLengthIsTheSame) {
-    const std::string xml = MotleyList();
+    const std::string xml = FullList();
     const ReadResult expected = ReadList(xml);
     for (std::size_t length = 1; length <= xml.size(); ++length)
         ExpectSameInBatches(xml, length, expected);
@@ -225,7 +234,8 @@ TEST(XmlReader, DeepListReadInBatchesIsTheSame) {
     ExpectSameInBatches(xml, 2000, ReadList(xml));
 }
 
-// A list in pieces, each with what is said of a list that ends behind any of its characters.
+// The parts of a list. The text of each part is the error for a list that ends after any character
+// of the part.
 TEST(XmlReader, EachPrefixIsRefusedWithItsText) {
     const std::pair<std::string_view, std::string_view> pieces[] = {
         {"<", "No XML content found"},
@@ -272,21 +282,12 @@ TEST(XmlReader, EachPrefixIsRefusedWithItsText) {
     EXPECT_TRUE(ReadList(xml + ">").list);
 }
 
-// The written list, or why there is none.
-std::string Written(const ReadResult& result) {
-    return result.list ? WriteBody(result.list.Get()) : result.error;
-}
-
-// What comes of a part of the bytes, read where it stands.
+// Like ReadAndWrite, but reads the bytes where they are instead of a copy.
 std::string ReadInPlace(std::string_view bytes) {
     return Written(ReadInBatches(bytes, cf::XmlNormalizer::kBatchLength));
 }
 
-std::string ReadAlone(std::string_view bytes) {
-    return Written(ReadList(bytes));
-}
-
-// Pages that can be read, between two that cannot.
+// A page between two that cannot be read.
 class FencedPages {
 public:
     FencedPages() {
@@ -320,25 +321,26 @@ private:
         mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 };
 
-TEST(XmlReader, MemoryAroundTheListIsNotTouched) {
+TEST(XmlReader, MemoryOutsideOfTheListIsNotAccessed) {
     FencedPages pages;
-    const std::string lists[] = {MotleyList(), "\n\t\t\t\t\t\t\t\t<array>\n\t\t\t\t\t\t\t\t\t\t",
+    const std::string lists[] = {FullList(), "\n\t\t\t\t\t\t\t\t<array>\n\t\t\t\t\t\t\t\t\t\t",
                                  "<array></array><key", "<string>aaaaaaaaaaaaaaa<a"};
     for (const std::string& xml : lists) {
         for (std::size_t length = 1; length <= xml.size(); ++length) {
             const std::string list = xml.substr(0, length);
-            const std::string alone = ReadAlone(list);
+            const std::string alone = ReadAndWrite(list);
             EXPECT_EQ(ReadInPlace(pages.AtBegin(list)), alone);
             EXPECT_EQ(ReadInPlace(pages.AtEnd(list)), alone);
         }
     }
 }
 
-// Words are read at once, but never beyond the end, be it that the list goes on there.
-TEST(XmlReader, BytesBehindTheListAreNotRead) {
-    const std::string xml = MotleyList();
+// The reader loads whole words. Bytes beyond the end must not change the result, even if they would
+// continue the list.
+TEST(XmlReader, BytesBehindTheListChangeNothing) {
+    const std::string xml = FullList();
     for (std::size_t length = 1; length < xml.size(); ++length) {
-        const std::string alone = ReadAlone(std::string_view(xml).substr(0, length));
+        const std::string alone = ReadAndWrite(std::string_view(xml).substr(0, length));
         EXPECT_EQ(ReadInPlace(std::string_view(xml).substr(0, length)), alone) << length;
         const std::string tabs = xml.substr(0, length) + "\t\t\t\t\t\t\t\t";
         EXPECT_EQ(ReadInPlace(std::string_view(tabs).substr(0, length)), alone) << length;
@@ -346,21 +348,23 @@ TEST(XmlReader, BytesBehindTheListAreNotRead) {
     for (std::size_t count = 0; count <= 16; ++count) {
         const std::string blanks = "<array>\n" + std::string(count, '\t');
         const std::string more = blanks + "\t\t</array>";
-        EXPECT_EQ(ReadInPlace(std::string_view(more).substr(0, blanks.size())), ReadAlone(blanks));
+        EXPECT_EQ(ReadInPlace(std::string_view(more).substr(0, blanks.size())),
+                  ReadAndWrite(blanks));
     }
 }
 
-TEST(XmlReader, BytesBeforeTheListAreNotRead) {
+TEST(XmlReader, BytesBeforeTheListChangeNothing) {
     for (const std::string_view list : {"\n<true/>", "\n\t\t<array></array>", "</", "true/>"}) {
         for (const std::string_view before : {"\t", "\n", "<", "\xEF\xBB\xBF"}) {
             const std::string bytes = std::string(before).append(list);
-            EXPECT_EQ(ReadInPlace(std::string_view(bytes).substr(before.size())), ReadAlone(list));
+            EXPECT_EQ(ReadInPlace(std::string_view(bytes).substr(before.size())),
+                      ReadAndWrite(list));
         }
     }
 }
 
-TEST(XmlReader, SurvivesAnyChangedByte) {
-    const std::string xml = MotleyList();
+TEST(XmlReader, AnyChangedByteGivesAListOrAnError) {
+    const std::string xml = FullList();
     for (std::size_t i = 0; i < xml.size(); ++i) {
         for (const char byte : {'\0', '<', '>', '&', '/', '!', '[', '"', '\xFF', 'x', ' '}) {
             std::string changed = xml;
@@ -386,8 +390,8 @@ TEST(XmlReader, TagsThatDifferInOneCharacterAreUnknown) {
     }
 }
 
-// Some of these bytes have a meaning in the normal form.
-TEST(XmlReader, BytesBesidesAsciiInNumbersAreRefused) {
+// Some of these bytes are control bytes of the normal form.
+TEST(XmlReader, BytesAboveAsciiInScalarsAreRefused) {
     for (int byte = 0x80; byte <= 0xFF; ++byte) {
         const char bytes[] = {static_cast<char>(byte), '\0'};
         const std::string shown = {static_cast<char>(0xC0 | byte >> 6),
@@ -416,7 +420,7 @@ TEST(XmlReader, BytesBesidesAsciiInNumbersAreRefused) {
     EXPECT_EQ(ReadList("<integer>1\xFE").error, "Premature end of file after <integer> on line 1");
 }
 
-TEST(XmlReader, DatesHaveDigitsAndMarksAtTheirPlaces) {
+TEST(XmlReader, DatesHaveDigitsAndSeparatorsAtFixedPlaces) {
     const std::string date = "2004-11-29T21:33:09Z";
     for (std::size_t i = 0; i < date.size(); ++i) {
         for (const char character : {'/', ':', 'x', '-', '5'}) {
@@ -431,28 +435,28 @@ TEST(XmlReader, DatesHaveDigitsAndMarksAtTheirPlaces) {
     }
 }
 
-// ---- texts at each distance from the ends of the words by which they are copied ----
+// ---- texts at each offset in the words by which they are copied ----
 
-// A string that begins with so many characters.
+// A string of that many characters before the text.
 std::string StringBehind(std::size_t characters, const std::string& text,
                          const std::string& behind = "") {
     return "<string>" + std::string(characters, 'a') + text + behind + "</string>";
 }
 
-TEST(XmlReader, CharactersAreReadAtEachPlaceOfAWord) {
+TEST(XmlReader, CharactersAreReadAtEachOffsetInAWord) {
     for (std::size_t before = 0; before <= 16; ++before) {
         for (const std::size_t behind : {0U, 1U, 7U, 8U, 9U}) {
             for (const std::string text : {"\x7F", "\u0080", "\u20AC", "\U0001F600", "\n", "'"}) {
                 const std::string xml = StringBehind(before, text, std::string(behind, 'b'));
-                EXPECT_EQ(WriteBody(ReadList(xml).list.Get()), xml + "\n") << text << before;
+                EXPECT_EQ(ReadAndWrite(xml), xml + "\n") << text << before;
             }
         }
     }
 }
 
-TEST(XmlReader, MarkupIsFoundAtEachPlaceOfAWord) {
+TEST(XmlReader, MarkupIsFoundAtEachOffsetInAWord) {
     for (std::size_t before = 0; before <= 16; ++before) {
-        EXPECT_EQ(WriteBody(ReadList(StringBehind(before, "&amp;<![CDATA[<]]>")).list.Get()),
+        EXPECT_EQ(ReadAndWrite(StringBehind(before, "&amp;<![CDATA[<]]>")),
                   StringBehind(before, "&amp;&lt;") + "\n");
         EXPECT_EQ(ReadList(StringBehind(before, "\xFF")).error,
                   "Unable to convert string to correct encoding");
@@ -463,10 +467,10 @@ TEST(XmlReader, MarkupIsFoundAtEachPlaceOfAWord) {
     }
 }
 
-TEST(XmlReader, EncodingsAreKnownByEachOfTheirNames) {
+TEST(XmlReader, EachNameOfAnEncodingIsKnown) {
     struct Names {
         std::vector<std::string> names;
-        const char* text; // of the bytes A4 80
+        const char* text; // the characters of A4 80
     };
     const Names encodings[] = {
         {{"ASCII", "ascii", "US-ASCII", "us_ascii", "usascii", "ISO-8859-1", "ISO_8859-1",
@@ -479,9 +483,7 @@ TEST(XmlReader, EncodingsAreKnownByEachOfTheirNames) {
         for (const std::string& name : encoding.names) {
             const std::string xml =
                 "<?xml version='1.0' encoding=\"" + name + "\"?><string>\xA4\x80</string>";
-            EXPECT_EQ(WriteBody(ReadList(xml).list.Get()),
-                      "<string>"s + encoding.text + "</string>\n")
-                << name;
+            EXPECT_EQ(ReadAndWrite(xml), "<string>"s + encoding.text + "</string>\n") << name;
         }
     }
     for (const std::string name : {"", "x1", "latin", "latin10", "iso-8859-2", "utf-16", "utf-7",
@@ -505,12 +507,12 @@ TEST(XmlReader, ManyOfTheShortestElementsAreRead) {
     }
 }
 
-TEST(XmlReader, BlanksOfAnyNumberAndKindMayStandBetweenTags) {
+TEST(XmlReader, AnyBlanksBetweenTagsAreIgnored) {
     for (std::size_t count = 0; count <= 20; ++count) {
         for (const char blank : {' ', '\t', '\n', '\r'}) {
             const std::string blanks = "\n" + std::string(count, blank);
             const std::string xml = "<array>" + blanks + "<true/>" + blanks + "</array>";
-            EXPECT_EQ(WriteBody(ReadList(xml).list.Get()), "<array>\n\t<true/>\n</array>\n");
+            EXPECT_EQ(ReadAndWrite(xml), "<array>\n\t<true/>\n</array>\n");
         }
         const std::string tabs = "<array>\n" + std::string(count, '\t');
         EXPECT_EQ(ReadList(tabs + "\x0B<true/></array>").error,
@@ -518,23 +520,22 @@ TEST(XmlReader, BlanksOfAnyNumberAndKindMayStandBetweenTags) {
     }
 }
 
-TEST(XmlReader, WhatFollowsANulIsOfNoAccount) {
+TEST(XmlReader, BytesAfterNulAreIgnored) {
     EXPECT_EQ(ReadList("<string>a\0b</string>"s).error, "Encountered unexpected EOF");
     EXPECT_EQ(ReadList("<array>\0</array>"s).error, "Encountered unexpected EOF");
     EXPECT_EQ(ReadList("<integer>5\0</integer>"s).error,
               "Premature end of file after <integer> on line 1");
     EXPECT_TRUE(ReadList("<true/>\0<\xFF"s).list);
-    // One that was left out ends no text behind it, and hides no other one.
+    // A NUL in a comment or an attribute is skipped: it neither ends a later text nor hides a NUL.
     EXPECT_EQ(
         ReadList("<array><string>&amp;</string><!-- \0 --><string>&lt;\0</string></array>"s).error,
         "Encountered unexpected EOF");
-    EXPECT_EQ(WriteBody(ReadList("<array a='\0'><string>&amp;</string><!-- \0 -->"
-                                 "<string>&lt;</string></array>"s)
-                            .list.Get()),
+    EXPECT_EQ(ReadAndWrite("<array a='\0'><string>&amp;</string><!-- \0 -->"
+                           "<string>&lt;</string></array>"s),
               "<array>\n\t<string>&amp;</string>\n\t<string>&lt;</string>\n</array>\n");
 }
 
-// ---- dictionaries behind others, from which keys are expected ----
+// ---- containers behind others: the reader expects the same keys again ----
 
 std::string ManyKeys(int count) {
     std::string pairs;
@@ -543,7 +544,16 @@ std::string ManyKeys(int count) {
     return pairs;
 }
 
-TEST(XmlReader, WhatStandsBeforeADictionaryChangesNothingInIt) {
+// Reads the list alone, and as the second and third member of an array. `before` is the first one.
+void ExpectSameBehind(const std::string& before, const std::string& xml) {
+    const ReadResult alone = ReadList(xml);
+    const ReadResult behind = ReadList("<array>" + before + xml + xml + "</array>");
+    ASSERT_TRUE(alone.list && behind.list) << before << " " << xml;
+    for (const CFIndex index : {1, 2})
+        EXPECT_EQ(MemberAt(behind, index), alone.list.Get()) << before << " " << xml;
+}
+
+TEST(XmlReader, DictionaryIsTheSameBehindAnyOther) {
     const std::string dictionaries[] = {
         "",
         "<key>a</key><true/><key>b</key><false/>",
@@ -568,46 +578,28 @@ TEST(XmlReader, WhatStandsBeforeADictionaryChangesNothingInIt) {
         ManyKeys(32),
         ManyKeys(33),
     };
-    for (const std::string& before : dictionaries) {
-        for (const std::string& pairs : dictionaries) {
-            const std::string xml = "<dict>" + pairs + "</dict>";
-            const ReadResult alone = ReadList(xml);
-            const ReadResult behind =
-                ReadList("<array><dict>" + before + "</dict>" + xml + xml + "</array>");
-            ASSERT_TRUE(alone.list && behind.list) << before << " " << pairs;
-            auto* array = static_cast<CFArrayRef>(behind.list.Get());
-            for (const CFIndex index : {1, 2})
-                EXPECT_EQ(CFArrayGetValueAtIndex(array, index), alone.list.Get())
-                    << before << " " << pairs;
-        }
-    }
+    for (const std::string& before : dictionaries)
+        for (const std::string& pairs : dictionaries)
+            ExpectSameBehind("<dict>" + before + "</dict>", "<dict>" + pairs + "</dict>");
 }
 
-TEST(XmlReader, ADictionaryOfManyKeysLeavesNothingToExpect) {
+TEST(XmlReader, DictionaryIsTheSameBehindOneOfTooManyKeys) {
     const std::string dictionaries[] = {"<dict>" + ManyKeys(3) + "</dict>",
                                         "<dict>" + ManyKeys(33) + "</dict>", "<dict/>"};
     std::string all;
     for (const std::string& dictionary : dictionaries)
         all += dictionary;
     const ReadResult together = ReadList("<array>" + all + "</array>");
-    auto* array = static_cast<CFArrayRef>(together.list.Get());
     for (CFIndex i = 0; i < 3; ++i)
-        EXPECT_EQ(CFArrayGetValueAtIndex(array, i), ReadList(dictionaries[i]).list.Get()) << i;
+        EXPECT_EQ(MemberAt(together, i), ReadList(dictionaries[i]).list.Get()) << i;
 }
 
-TEST(XmlReader, WhatStandsBeforeAnArrayChangesNothingInIt) {
+TEST(XmlReader, ArrayIsTheSameBehindAnyOther) {
     const std::string arrays[] = {"", "<true/>", "<true/><false/>", "<false/><true/>",
                                   "<array><true/></array>"};
-    for (const std::string& before : arrays) {
-        for (const std::string& members : arrays) {
-            const std::string xml = "<array>" + members + "</array>";
-            const ReadResult alone = ReadList(xml);
-            const ReadResult behind =
-                ReadList("<array><array>" + before + "</array>" + xml + "</array>");
-            auto* array = static_cast<CFArrayRef>(behind.list.Get());
-            EXPECT_EQ(CFArrayGetValueAtIndex(array, 1), alone.list.Get()) << before << members;
-        }
-    }
+    for (const std::string& before : arrays)
+        for (const std::string& members : arrays)
+            ExpectSameBehind("<array>" + before + "</array>", "<array>" + members + "</array>");
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 #ifndef TESTS_XMLTEXTS_H
 #define TESTS_XMLTEXTS_H
 
-/* Texts of XML property lists that are nested. */
+/* Nested XML property lists. */
 
 #include <string>
 #include <string_view>
 
-/* The innermost text between so many opening and as many closing ones. */
+/* `levels` opening texts, the innermost text, `levels` closing texts. */
 inline std::string Nested(int levels, std::string_view opening, std::string_view closing,
                           std::string_view innermost = "") {
     std::string xml;

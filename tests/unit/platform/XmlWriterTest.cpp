@@ -1,7 +1,8 @@
-/* The bytes that the XML writer gives. */
+/* The bytes that the XML writer writes. */
 
 #include "Lists.h"
 #include "objects/SharedValues.h"
+#include "support/PropertyLists.h"
 
 #include <gtest/gtest.h>
 
@@ -16,27 +17,6 @@
 
 namespace {
 
-template<typename T>
-CFOwned<CFNumberRef> MakeNumber(CFNumberType type, T value) {
-    return CFOwned(CFNumberCreate(kCFAllocatorDefault, type, &value));
-}
-
-CFOwned<CFMutableArrayRef> MakeArray(const std::vector<CFTypeRef>& members) {
-    CFOwned array(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
-    for (CFTypeRef member : members)
-        CFArrayAppendValue(array.Get(), member);
-    return array;
-}
-
-CFOwned<CFMutableDictionaryRef>
-MakeDictionary(const std::vector<std::pair<CFTypeRef, CFTypeRef>>& pairs) {
-    CFOwned dictionary(CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    for (const auto& [key, value] : pairs)
-        CFDictionarySetValue(dictionary.Get(), key, value);
-    return dictionary;
-}
-
 CFOwned<CFStringRef> MakeUnits(const std::vector<UniChar>& units) {
     return CFOwned(CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
                                                 static_cast<CFIndex>(units.size())));
@@ -50,41 +30,32 @@ TEST(XmlWriter, WritesTheWholeDocument) {
 }
 
 TEST(XmlWriter, IndentsContainersAndWritesEmptyOnes) {
-    const CFOwned empty = MakeArray({});
-    const CFOwned none = MakeDictionary({});
-    const CFOwned inner = MakeDictionary({{CFSTR("k"), kCFBooleanFalse}, {CFSTR(""), CFSTR("")}});
-    const CFOwned outer = MakeArray({inner.Get(), empty.Get(), none.Get()});
-    EXPECT_EQ(WriteBody(outer.Get()), "<array>\n\t<dict>\n\t\t<key></key>\n\t\t<string></string>\n"
-                                      "\t\t<key>k</key>\n\t\t<false/>\n\t</dict>\n\t<array/>\n"
-                                      "\t<dict/>\n</array>\n");
+    const CFOwned list = Array({Dictionary({{"k", false}, {"", ""}}), Array(), Dictionary()});
+    EXPECT_EQ(WriteBody(list), "<array>\n\t<dict>\n\t\t<key></key>\n\t\t<string></string>\n"
+                               "\t\t<key>k</key>\n\t\t<false/>\n\t</dict>\n\t<array/>\n"
+                               "\t<dict/>\n</array>\n");
 }
 
 TEST(XmlWriter, SortsKeysByUtf16Units) {
-    const std::vector<UniChar> sorted[] = {
-        {},    {'1'},           {'1', '0'},       {'2'},      {'A'}, {'Z'},
-        {'a'}, {'a', ' ', 'b'}, {'a', '_', 'b'},  {'a', 'b'}, {'b'}, {'e', 0x301},
-        {'z'}, {0xE9},          {0xD83D, 0xDE00}, {0xFF21},
-    };
-    std::string expected = "<dict>\n";
-    std::vector<CFOwned<CFStringRef>> keys;
-    std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs;
-    for (const auto& units : sorted) {
-        keys.push_back(MakeUnits(units));
-        expected += "\t<key>" + TextOf(keys.back().Get()) + "</key>\n\t<true/>\n";
-        pairs.insert(pairs.begin(), {keys.back().Get(), kCFBooleanTrue});
+    const CFOwned dictionary = NewDictionary();
+    std::string expected;
+    for (const std::string key : {"", "1", "10", "2", "A", "Z", "a", "a b", "a_b", "ab", "b",
+                                  "e\u0301", "z", "\u00E9", "\U0001F600", "\uFF21"}) {
+        CFDictionarySetValue(dictionary, Text(key), kCFBooleanTrue);
+        expected += "\t<key>" + key + "</key>\n\t<true/>\n";
     }
-    EXPECT_EQ(WriteBody(MakeDictionary(pairs).Get()), expected + "</dict>\n");
+    EXPECT_EQ(WriteBody(dictionary), "<dict>\n" + expected + "</dict>\n");
 }
 
 TEST(XmlWriter, WritesIntegersSigned) {
-    EXPECT_EQ(WriteBody(MakeNumber(kCFNumberSInt64Type, SInt64{-5}).Get()),
-              "<integer>-5</integer>\n");
-    EXPECT_EQ(WriteBody(MakeNumber(kCFNumberSInt64Type, UInt64{0x8123456789ABCDEF}).Get()),
+    const auto write = [](CFNumberType type, auto value) {
+        return WriteBody(CFOwned(CFNumberCreate(nullptr, type, &value)));
+    };
+    EXPECT_EQ(write(kCFNumberSInt64Type, SInt64{-5}), "<integer>-5</integer>\n");
+    EXPECT_EQ(write(kCFNumberSInt64Type, UInt64{0x8123456789ABCDEF}),
               "<integer>-9141386507638288913</integer>\n");
-    EXPECT_EQ(WriteBody(MakeNumber(kCFNumberSInt16Type, UInt16{65535}).Get()),
-              "<integer>-1</integer>\n");
-    EXPECT_EQ(WriteBody(MakeNumber(kCFNumberSInt32Type, SInt32{70000}).Get()),
-              "<integer>70000</integer>\n");
+    EXPECT_EQ(write(kCFNumberSInt16Type, UInt16{65535}), "<integer>-1</integer>\n");
+    EXPECT_EQ(write(kCFNumberSInt32Type, SInt32{70000}), "<integer>70000</integer>\n");
 }
 
 TEST(XmlWriter, WritesRealsWithSeventeenDigits) {
@@ -101,34 +72,30 @@ TEST(XmlWriter, WritesRealsWithSeventeenDigits) {
         {std::nan(""), "nan"},
     };
     for (const auto& [value, text] : reals)
-        EXPECT_EQ(WriteBody(MakeNumber(kCFNumberFloat64Type, value).Get()),
-                  "<real>" + std::string(text) + "</real>\n");
+        EXPECT_EQ(WriteBody(Real(value)), "<real>" + std::string(text) + "</real>\n");
 }
 
-TEST(XmlWriter, EscapesOnlyWhatMustBe) {
-    const CFOwned text = Text("&<>\"'\t\n\r\x01\x7F\xC2\x85");
-    EXPECT_EQ(WriteBody(text.Get()), "<string>&amp;&lt;&gt;\"'\t\n\r\x01\x7F\xC2\x85</string>\n");
-    const CFOwned zero = MakeUnits({'a', 0, 'b'});
-    EXPECT_EQ(WriteBody(zero.Get()), std::string("<string>a\0b</string>\n", 21));
-    const CFOwned dictionary = MakeDictionary({{CFSTR("a&b"), kCFBooleanTrue}});
-    EXPECT_EQ(WriteBody(dictionary.Get()), "<dict>\n\t<key>a&amp;b</key>\n\t<true/>\n</dict>\n");
+TEST(XmlWriter, EscapesOnlyAmpersandAndAngleBrackets) {
+    EXPECT_EQ(WriteBody(Text("&<>\"'\t\n\r\x01\x7F\xC2\x85")),
+              "<string>&amp;&lt;&gt;\"'\t\n\r\x01\x7F\xC2\x85</string>\n");
+    EXPECT_EQ(WriteBody(MakeUnits({'a', 0, 'b'})), std::string("<string>a\0b</string>\n", 21));
+    EXPECT_EQ(WriteBody(Dictionary({{"a&b", true}})),
+              "<dict>\n\t<key>a&amp;b</key>\n\t<true/>\n</dict>\n");
 }
 
-TEST(XmlWriter, DropsARunFromItsUnpairedSurrogateOn) {
-    EXPECT_EQ(WriteBody(MakeUnits({'a', 0xD800, 'b'}).Get()), "<string>a</string>\n");
-    EXPECT_EQ(WriteBody(MakeUnits({'a', 0xDC00, 'b', '&', 'c'}).Get()),
-              "<string>a&amp;c</string>\n");
-    EXPECT_EQ(WriteBody(MakeUnits({0xD7FF, 0xDFFF}).Get()), "<string>\xED\x9F\xBF</string>\n");
-    EXPECT_EQ(WriteBody(MakeUnits({0xD83D, 0xDE00}).Get()), "<string>\xF0\x9F\x98\x80</string>\n");
+TEST(XmlWriter, DropsTextFromAnUnpairedSurrogateToTheNextEscape) {
+    EXPECT_EQ(WriteBody(MakeUnits({'a', 0xD800, 'b'})), "<string>a</string>\n");
+    EXPECT_EQ(WriteBody(MakeUnits({'a', 0xDC00, 'b', '&', 'c'})), "<string>a&amp;c</string>\n");
+    EXPECT_EQ(WriteBody(MakeUnits({0xD7FF, 0xDFFF})), "<string>\xED\x9F\xBF</string>\n");
+    EXPECT_EQ(WriteBody(MakeUnits({0xD83D, 0xDE00})), "<string>\xF0\x9F\x98\x80</string>\n");
 }
 
-// The base64 lines of 100 bytes, at that depth.
+// The base64 lines of 100 bytes inside of `depth` arrays.
 std::vector<std::string> DataLines(int depth) {
-    const CFOwned data = Bytes(std::string(100, 'M'));
-    CFOwned<CFTypeRef> value(CFRetain(data.Get()));
+    CFOwned<CFTypeRef> value = Bytes(std::string(100, 'M'));
     for (int i = 0; i < depth; ++i)
-        value = CFOwned<CFTypeRef>(CFRetain(MakeArray({value.Get()}).Get()));
-    const std::string body = WriteBody(value.Get());
+        value = Array({value});
+    const std::string body = WriteBody(value);
     const std::size_t begin = body.find("<data>\n") + 7;
     std::string text = body.substr(begin, body.find("</data>") - begin);
     std::vector<std::string> lines;
@@ -146,90 +113,80 @@ TEST(XmlWriter, WrapsDataByItsIndent) {
     EXPECT_EQ(DataLines(2).at(0).size(), 2U + 60U);
     EXPECT_EQ(DataLines(8).at(0).size(), 8U + 12U);
     EXPECT_EQ(DataLines(9).at(0).size(), 8U + 12U);
-    EXPECT_EQ(DataLines(0).at(1),
-              std::string("TU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1N"
-                          "TQ=="));
+    EXPECT_EQ(DataLines(0).at(1), "TU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTU1NTQ==");
 }
 
 TEST(XmlWriter, PadsDataAndWritesEmptyData) {
-    EXPECT_EQ(WriteBody(Bytes("M").Get()), "<data>\nTQ==\n</data>\n");
-    EXPECT_EQ(WriteBody(Bytes("Ma").Get()), "<data>\nTWE=\n</data>\n");
-    EXPECT_EQ(WriteBody(Bytes("\xFB\xFF\xBF").Get()), "<data>\n+/+/\n</data>\n");
-    const CFOwned empty = Bytes("");
-    EXPECT_EQ(WriteBody(MakeArray({empty.Get()}).Get()),
-              "<array>\n\t<data>\n\t</data>\n</array>\n");
+    EXPECT_EQ(WriteBody(Bytes("M")), "<data>\nTQ==\n</data>\n");
+    EXPECT_EQ(WriteBody(Bytes("Ma")), "<data>\nTWE=\n</data>\n");
+    EXPECT_EQ(WriteBody(Bytes("\xFB\xFF\xBF")), "<data>\n+/+/\n</data>\n");
+    EXPECT_EQ(WriteBody(Array({Bytes("")})), "<array>\n\t<data>\n\t</data>\n</array>\n");
 }
 
-TEST(XmlWriter, GivesNothingForWhatIsNoPropertyList) {
+TEST(XmlWriter, WritesNothingForObjectsThatAreNoPropertyList) {
     const CFOwned timer(CFRunLoopTimerCreate(
         kCFAllocatorDefault, 0, 0, 0, 0, [](CFRunLoopTimerRef, void*) {}, nullptr));
-    const CFOwned foreignMember = MakeArray({CFSTR("a"), timer.Get()});
-    const CFOwned null = MakeDictionary({{CFSTR("a"), kCFNull}});
-    const CFOwned numberKey = MakeDictionary({{kCFBooleanTrue, CFSTR("a")}});
+    const CFOwned numberKey = NewDictionary();
+    CFDictionarySetValue(numberKey, kCFBooleanTrue, CFSTR("a"));
+    for (const Value& list : {Value(timer), Value(Array({"a", timer})),
+                              Value(Dictionary({{"a", Share(kCFNull)}})), Value(numberKey)})
+        EXPECT_EQ(XmlOf(list.Get()), "");
     EXPECT_EQ(XmlOf(nullptr), "");
-    EXPECT_EQ(XmlOf(timer.Get()), "");
-    EXPECT_EQ(XmlOf(foreignMember.Get()), "");
-    EXPECT_EQ(XmlOf(null.Get()), "");
-    EXPECT_EQ(XmlOf(numberKey.Get()), "");
 }
 
-CFOwned<CFMutableArrayRef> NestedArrays(int levels) {
-    CFOwned array = MakeArray({});
+CFOwned<CFTypeRef> NestedArrays(int levels) {
+    CFOwned<CFTypeRef> array = Array();
     for (int i = 1; i < levels; ++i)
-        array = MakeArray({array.Get()});
+        array = Array({array});
     return array;
 }
 
-CFOwned<CFMutableDictionaryRef> NestedDictionaries(int levels) {
-    CFOwned dictionary = MakeDictionary({});
+CFOwned<CFTypeRef> NestedDictionaries(int levels) {
+    CFOwned<CFTypeRef> dictionary = Dictionary();
     for (int i = 1; i < levels; ++i)
-        dictionary = MakeDictionary({{CFSTR("a"), dictionary.Get()}});
+        dictionary = Dictionary({{"a", dictionary}});
     return dictionary;
 }
 
-TEST(XmlWriter, WritesWhatCanBeReadAgainAndNothingDeeper) {
-    const std::string deepest = XmlOf(NestedArrays(512).Get());
-    EXPECT_TRUE(ReadList(deepest).list);
-    EXPECT_EQ(XmlOf(NestedArrays(513).Get()).size(), 0U);
-    EXPECT_EQ(XmlOf(NestedArrays(100000).Get()).size(), 0U);
+TEST(XmlWriter, WritesUpTo512LevelsWhichTheReaderAccepts) {
+    EXPECT_TRUE(ReadList(XmlOf(NestedArrays(512))).list);
+    EXPECT_TRUE(ReadList(XmlOf(NestedDictionaries(512))).list);
+    EXPECT_EQ(XmlOf(NestedArrays(513)), "");
+    EXPECT_EQ(XmlOf(NestedArrays(100000)), "");
+    EXPECT_EQ(XmlOf(NestedDictionaries(513)), "");
+    EXPECT_EQ(XmlOf(Array({NestedDictionaries(512)})), "");
 }
 
-TEST(XmlWriter, WritesNoDictionariesThatAreNestedTooDeep) {
-    EXPECT_TRUE(ReadList(XmlOf(NestedDictionaries(512).Get())).list);
-    EXPECT_EQ(XmlOf(NestedDictionaries(513).Get()), "");
-    EXPECT_EQ(XmlOf(MakeArray({NestedDictionaries(512).Get()}).Get()), "");
-}
-
-// A binary list may hold any number of seconds.
-TEST(XmlWriter, WritesNoDateThatNoCalendarHas) {
+// The date of a binary list may be any number of seconds.
+TEST(XmlWriter, WritesNothingForADateOutsideOfTheCalendar) {
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     for (const double time : {1e300, -1e300, kInfinity, -kInfinity, std::nan("")}) {
         const CFOwned<CFTypeRef> date(cf::SharedDate(time));
-        EXPECT_EQ(XmlOf(date.Get()), "") << time;
-        EXPECT_EQ(XmlOf(MakeArray({date.Get()}).Get()), "") << time;
+        EXPECT_EQ(XmlOf(date), "") << time;
+        EXPECT_EQ(XmlOf(Array({date})), "") << time;
     }
 }
 
-TEST(XmlWriter, EndsWithListsThatContainThemselves) {
-    const CFOwned array = MakeArray({});
-    CFArrayAppendValue(array.Get(), array.Get());
-    EXPECT_EQ(XmlOf(array.Get()), "");
-    CFArrayRemoveValueAtIndex(array.Get(), 0);
+TEST(XmlWriter, WritesNothingForAListThatContainsItself) {
+    const CFOwned array = Array();
+    CFArrayAppendValue(array, array);
+    EXPECT_EQ(XmlOf(array), "");
+    CFArrayRemoveValueAtIndex(array, 0);
 }
 
 TEST(XmlWriter, WritesUpTo64MiB) {
     const std::size_t longest = (std::size_t{64} << 20) - XmlOf(CFSTR("")).size();
     const std::string text(longest, 'a');
-    EXPECT_EQ(XmlOf(Text(text.c_str()).Get()).size(), std::size_t{64} << 20);
-    EXPECT_EQ(XmlOf(Text((text + 'a').c_str()).Get()).size(), 0U);
+    EXPECT_EQ(XmlOf(Text(text)).size(), std::size_t{64} << 20);
+    EXPECT_EQ(XmlOf(Text(text + 'a')).size(), 0U);
 }
 
-// Two references a level to the next one: 2^100 elements in all.
-TEST(XmlWriter, EndsWithListsThatGrowWithoutBound) {
-    CFOwned array = MakeArray({});
+// Each level refers twice to the next one: 2^100 elements in all.
+TEST(XmlWriter, WritesNothingForAListThatGrowsExponentially) {
+    CFOwned<CFTypeRef> array = Array();
     for (int i = 0; i < 100; ++i)
-        array = MakeArray({array.Get(), array.Get()});
-    EXPECT_EQ(XmlOf(array.Get()), "");
+        array = Array({array, array});
+    EXPECT_EQ(XmlOf(array), "");
 }
 
 } // namespace
