@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@
 namespace {
 
 using Value = CFOwned<CFTypeRef>;
+using Pairs = std::vector<cf::Pair>;
 
 Value String(std::string_view text) {
     return Value(cf::SharedString(text));
@@ -35,19 +37,23 @@ Value Array(const std::vector<CFTypeRef>& members) {
 }
 
 Value Dictionary(const std::vector<std::pair<CFTypeRef, CFTypeRef>>& pairs) {
-    std::vector<cf::Pair> objects;
+    Pairs objects;
     for (const auto& [key, value] : pairs)
         objects.push_back({cf::AsObject(key), cf::AsObject(value)});
     return Value(cf::SharedDictionary(objects));
 }
 
-CFDictionaryRef AsDictionary(CFTypeRef value) {
-    return static_cast<CFDictionaryRef>(value);
+CFTypeRef Find(CFTypeRef dictionary, CFTypeRef key) {
+    return CFDictionaryGetValue(static_cast<CFDictionaryRef>(dictionary), key);
+}
+
+CFIndex CountPairs(CFTypeRef dictionary) {
+    return CFDictionaryGetCount(static_cast<CFDictionaryRef>(dictionary));
 }
 
 class SharedValues : public testing::Test {
 protected:
-    // Nothing stays behind a test, neither values nor the table's own memory.
+    // A test leaves no values, and the table no memory for them.
     ~SharedValues() override {
         EXPECT_EQ(cf::MeasureSharedTable().values, 0U);
         EXPECT_EQ(cf::MeasureSharedTable().places, 0U);
@@ -56,60 +62,51 @@ protected:
 
 TEST_F(SharedValues, EqualOnesAreOneObject) {
     const std::uint8_t bytes[] = {1, 2, 3};
-    const auto make = [&](int which) {
-        switch (which) {
-        case 0:
-            return String("name");
-        case 1:
-            return Value(cf::SharedInteger(kLarge));
-        case 2:
-            return Value(cf::SharedUnsignedInteger(UINT64_MAX));
-        case 3:
-            return Value(cf::SharedReal(1.5));
-        case 4:
-            return Value(cf::SharedDate(1.5));
-        case 5:
-            return Value(cf::SharedData(bytes));
-        case 6:
-            return Array({kCFBooleanTrue, String("name")});
-        default:
-            return Dictionary({{String("a"), String("name")}, {String("b"), kCFBooleanTrue}});
-        }
+    const std::function<Value()> makers[] = {
+        [] { return String("name"); },
+        [] { return Value(cf::SharedInteger(kLarge)); },
+        [] { return Value(cf::SharedUnsignedInteger(UINT64_MAX)); },
+        [] { return Value(cf::SharedReal(1.5)); },
+        [] { return Value(cf::SharedDate(1.5)); },
+        [&] { return Value(cf::SharedData(bytes)); },
+        [] { return Array({kCFBooleanTrue, String("name")}); },
+        [] { return Dictionary({{String("a"), String("name")}, {String("b"), kCFBooleanTrue}}); },
     };
-    for (int which = 0; which < 8; ++which) {
-        const Value one = make(which);
-        const Value same = make(which);
-        EXPECT_EQ(CFTypeRef{one}, CFTypeRef{same}) << which;
-        EXPECT_EQ(ReferencesTo(one), 2) << which;
-        for (int other = 0; other < which; ++other)
-            EXPECT_FALSE(CFEqual(one, make(other))) << which << ", " << other;
+    for (const auto& make : makers) {
+        const auto index = &make - makers;
+        const Value one = make();
+        const Value same = make();
+        EXPECT_EQ(one.Get(), same.Get()) << index;
+        EXPECT_EQ(ReferencesTo(one), 2) << index;
+        for (const auto* other = makers; other != &make; ++other)
+            EXPECT_FALSE(CFEqual(one, (*other)())) << index << ", " << other - makers;
     }
 }
 
-TEST_F(SharedValues, KindsOfNumbersStayApart) {
+TEST_F(SharedValues, NumbersOfOtherKindsOrBitsAreOtherObjects) {
     const Value integer(cf::SharedInteger(70000));
     const Value real(cf::SharedReal(70000.0));
-    EXPECT_NE(CFTypeRef{integer}, CFTypeRef{real});
+    EXPECT_NE(integer.Get(), real.Get());
     EXPECT_TRUE(CFEqual(integer, real));
     const Value zero(cf::SharedReal(0.0));
     const Value negativeZero(cf::SharedReal(-0.0));
-    EXPECT_NE(CFTypeRef{zero}, CFTypeRef{negativeZero});
+    EXPECT_NE(zero.Get(), negativeZero.Get());
     const Value notANumber(cf::SharedReal(std::nan("")));
-    EXPECT_EQ(CFTypeRef{notANumber}, CFTypeRef{Value(cf::SharedReal(std::nan("")))});
+    EXPECT_EQ(notANumber.Get(), Value(cf::SharedReal(std::nan(""))).Get());
     const std::int64_t bits = std::bit_cast<std::int64_t>(UINT64_MAX - 7);
-    EXPECT_NE(CFTypeRef{Value(cf::SharedInteger(bits))},
-              CFTypeRef{Value(cf::SharedUnsignedInteger(UINT64_MAX - 7))});
+    EXPECT_NE(Value(cf::SharedInteger(bits)).Get(),
+              Value(cf::SharedUnsignedInteger(UINT64_MAX - 7)).Get());
 }
 
-TEST_F(SharedValues, IntegersThatNeedNoObjectAreTheUsualOnes) {
-    EXPECT_EQ(CFTypeRef{Value(cf::SharedInteger(7))}, CFTypeRef{Integer(7)});
+TEST_F(SharedValues, SmallIntegersAreTaggedReferences) {
+    EXPECT_EQ(Value(cf::SharedInteger(7)).Get(), Integer(7).Get());
     EXPECT_EQ(cf::MeasureSharedTable().values, 0U);
 }
 
-TEST_F(SharedValues, MayHoldZeros) {
+TEST_F(SharedValues, StringsMayContainNul) {
     const Value text = String(std::string_view("a\0b", 3));
-    EXPECT_EQ(CFStringGetLength(static_cast<CFStringRef>(CFTypeRef{text})), 3);
-    EXPECT_NE(CFTypeRef{text}, CFTypeRef{String("a")});
+    EXPECT_EQ(CFStringGetLength(static_cast<CFStringRef>(text.Get())), 3);
+    EXPECT_NE(text.Get(), String("a").Get());
 }
 
 TEST_F(SharedValues, EqualOrdinaryOnes) {
@@ -123,7 +120,7 @@ TEST_F(SharedValues, EqualOrdinaryOnes) {
     EXPECT_TRUE(CFEqual(dictionary, Dictionary({{String("key"), Array({String("name")})}})));
 }
 
-TEST_F(SharedValues, DictionariesFindWhatAnyEqualKeyNames) {
+TEST_F(SharedValues, DictionariesFindValuesByEqualKeys) {
     std::vector<std::pair<CFTypeRef, CFTypeRef>> pairs;
     std::vector<Value> owned;
     for (int i = 0; i < 100; ++i) {
@@ -132,36 +129,35 @@ TEST_F(SharedValues, DictionariesFindWhatAnyEqualKeyNames) {
         pairs.emplace_back(owned[owned.size() - 2], owned.back());
     }
     const Value dictionary = Dictionary(pairs);
-    EXPECT_EQ(CFDictionaryGetCount(AsDictionary(dictionary)), 100);
+    EXPECT_EQ(CountPairs(dictionary), 100);
     for (int i = 0; i < 100; ++i) {
-        const auto key = Text(("key " + std::to_string(i)).c_str());
-        EXPECT_TRUE(
-            CFEqual(CFDictionaryGetValue(AsDictionary(dictionary), key), Integer(100000 + i)));
+        const auto key = Text("key " + std::to_string(i));
+        EXPECT_TRUE(CFEqual(Find(dictionary, key), Integer(100000 + i)));
     }
-    EXPECT_EQ(CFDictionaryGetValue(AsDictionary(dictionary), CFSTR("key")), nullptr);
-    EXPECT_EQ(CFDictionaryGetValue(AsDictionary(dictionary), kCFBooleanTrue), nullptr);
+    EXPECT_EQ(Find(dictionary, CFSTR("key")), nullptr);
+    EXPECT_EQ(Find(dictionary, kCFBooleanTrue), nullptr);
 }
 
 TEST_F(SharedValues, DictionariesTakeConstantKeys) {
     const Value dictionary = Dictionary({{CFSTR("key"), kCFBooleanTrue}});
-    EXPECT_EQ(CFDictionaryGetValue(AsDictionary(dictionary), String("key")), kCFBooleanTrue);
+    EXPECT_EQ(Find(dictionary, String("key")), kCFBooleanTrue);
 }
 
-TEST_F(SharedValues, TheOrderOfPairsIsOfNoAccount) {
+TEST_F(SharedValues, OrderOfPairsIsIgnored) {
     const Value a = String("a");
     const Value b = String("b");
-    EXPECT_EQ(CFTypeRef{Dictionary({{a, kCFBooleanTrue}, {b, kCFBooleanFalse}})},
-              CFTypeRef{Dictionary({{b, kCFBooleanFalse}, {a, kCFBooleanTrue}})});
-    EXPECT_NE(CFTypeRef{Dictionary({{a, kCFBooleanTrue}, {b, kCFBooleanFalse}})},
-              CFTypeRef{Dictionary({{a, kCFBooleanFalse}, {b, kCFBooleanTrue}})});
+    EXPECT_EQ(Dictionary({{a, kCFBooleanTrue}, {b, kCFBooleanFalse}}).Get(),
+              Dictionary({{b, kCFBooleanFalse}, {a, kCFBooleanTrue}}).Get());
+    EXPECT_NE(Dictionary({{a, kCFBooleanTrue}, {b, kCFBooleanFalse}}).Get(),
+              Dictionary({{a, kCFBooleanFalse}, {b, kCFBooleanTrue}}).Get());
 }
 
 TEST_F(SharedValues, EmptyCollectionsWork) {
     const Value dictionary = Dictionary({});
     const Value array = Array({});
-    EXPECT_EQ(CFTypeRef{dictionary}, CFTypeRef{Dictionary({})});
-    EXPECT_EQ(CFDictionaryGetCount(AsDictionary(dictionary)), 0);
-    EXPECT_EQ(CFDictionaryGetValue(AsDictionary(dictionary), CFSTR("key")), nullptr);
+    EXPECT_EQ(dictionary.Get(), Dictionary({}).Get());
+    EXPECT_EQ(CountPairs(dictionary), 0);
+    EXPECT_EQ(Find(dictionary, CFSTR("key")), nullptr);
     EXPECT_TRUE(CFEqual(dictionary, NewDictionary()));
     EXPECT_TRUE(CFEqual(array, NewArray()));
 }
@@ -169,14 +165,14 @@ TEST_F(SharedValues, EmptyCollectionsWork) {
 TEST_F(SharedValues, DoNotChange) {
     const Value key = String("key");
     const Value dictionary = Dictionary({{key, kCFBooleanTrue}});
-    auto* pretended = const_cast<CFMutableDictionaryRef>(AsDictionary(dictionary));
-    CFDictionarySetValue(pretended, CFSTR("key"), kCFBooleanFalse);
-    CFDictionarySetValue(pretended, CFSTR("more"), kCFBooleanFalse);
-    CFDictionaryRemoveValue(pretended, key);
-    EXPECT_EQ(CFDictionaryGetCount(pretended), 1);
-    EXPECT_EQ(CFDictionaryGetValue(pretended, key), kCFBooleanTrue);
+    auto* immutable = static_cast<CFMutableDictionaryRef>(const_cast<void*>(dictionary.Get()));
+    CFDictionarySetValue(immutable, CFSTR("key"), kCFBooleanFalse);
+    CFDictionarySetValue(immutable, CFSTR("more"), kCFBooleanFalse);
+    CFDictionaryRemoveValue(immutable, key);
+    EXPECT_EQ(CFDictionaryGetCount(immutable), 1);
+    EXPECT_EQ(CFDictionaryGetValue(immutable, key), kCFBooleanTrue);
     const CFOwned<CFMutableDictionaryRef> copy(
-        CFDictionaryCreateMutableCopy(nullptr, 0, pretended));
+        CFDictionaryCreateMutableCopy(nullptr, 0, immutable));
     CFDictionarySetValue(copy, CFSTR("more"), kCFBooleanFalse);
     EXPECT_EQ(CFDictionaryGetCount(copy), 2);
 }
@@ -187,12 +183,12 @@ TEST_F(SharedValues, DictionariesGiveTheirPairs) {
     const Value dictionary = Dictionary({{a, b}, {b, a}});
     const void* keys[2];
     const void* values[2];
-    CFDictionaryGetKeysAndValues(AsDictionary(dictionary), keys, values);
+    CFDictionaryGetKeysAndValues(static_cast<CFDictionaryRef>(dictionary.Get()), keys, values);
     EXPECT_TRUE((keys[0] == a && values[0] == b && keys[1] == b && values[1] == a) ||
                 (keys[0] == b && values[0] == a && keys[1] == a && values[1] == b));
 }
 
-TEST_F(SharedValues, GoWithTheirLastUser) {
+TEST_F(SharedValues, AreReleasedWithTheLastReference) {
     {
         const Value list = Array({Dictionary({{String("key"), Array({String("deep")})}})});
         // Two strings, two arrays, one dictionary and the array of its keys.
@@ -201,14 +197,14 @@ TEST_F(SharedValues, GoWithTheirLastUser) {
     EXPECT_EQ(cf::MeasureSharedTable().values, 0U);
 }
 
-TEST_F(SharedValues, ManyComeAndGo) {
+TEST_F(SharedValues, TableGrowsAndShrinksWithManyValues) {
     constexpr int kMany = 20000;
     std::vector<Value> values;
     for (int i = 0; i < kMany; ++i)
         values.push_back(String("value " + std::to_string(i)));
     for (int i = 0; i < kMany; ++i) {
-        ASSERT_EQ(CFTypeRef{String("value " + std::to_string(i))},
-                  CFTypeRef{values[static_cast<std::size_t>(i)]});
+        ASSERT_EQ(String("value " + std::to_string(i)).Get(),
+                  values[static_cast<std::size_t>(i)].Get());
     }
     EXPECT_GE(cf::MeasureSharedTable().places, std::size_t{kMany});
     EXPECT_LT(cf::MeasureSharedTable().places, std::size_t{4} * kMany);
@@ -218,44 +214,39 @@ TEST_F(SharedValues, ManyComeAndGo) {
         EXPECT_EQ(ReferencesTo(value), 1);
     EXPECT_EQ(cf::MeasureSharedTable().values, values.size());
     EXPECT_LT(cf::MeasureSharedTable().places, std::size_t{1000});
-    EXPECT_EQ(CFTypeRef{String("value 17")}, CFTypeRef{values[17]});
+    EXPECT_EQ(String("value 17").Get(), values[17].Get());
 }
 
-// So many that some have the same hash value.
-TEST_F(SharedValues, OfEqualHashStayApart) {
+// 60,000 values: some have the same hash value.
+TEST_F(SharedValues, OfEqualHashAreDifferentObjects) {
     constexpr int kMany = 20000;
     std::vector<Value> values;
-    std::set<CFTypeRef> objects;
     for (int i = 0; i < kMany; ++i) {
         const Value key = String(std::to_string(i));
         values.push_back(Dictionary({{key, kCFBooleanTrue}}));
-        objects.insert(values.back());
         values.push_back(Dictionary({{CFSTR("key"), key}}));
-        objects.insert(values.back());
         values.push_back(Array({key, kCFBooleanTrue}));
-        objects.insert(values.back());
     }
+    const std::set<CFTypeRef> objects(values.begin(), values.end());
     EXPECT_EQ(objects.size(), values.size());
 }
 
-// All threads make and drop the same few values, so that many a search meets one whose last
-// reference has just gone.
-TEST_F(SharedValues, AreOneObjectWhileThreadsMakeAndDropThem) {
+// All threads create and release the same few values, so a search often finds one whose last
+// reference was just released.
+TEST_F(SharedValues, AreOneObjectWhileThreadsCreateAndReleaseThem) {
     constexpr int kThreads = 4;
-    constexpr int kRounds = 20000;
+    constexpr int kIterations = 20000;
     std::atomic<int> mismatches = 0;
     const auto work = [&mismatches] {
-        for (int round = 0; round < kRounds; ++round) {
-            const std::string name = "medium " + std::to_string(round % 3);
+        for (int i = 0; i < kIterations; ++i) {
+            const std::string name = "medium " + std::to_string(i % 3);
             const Value key = String("name");
             const Value value = String(name);
             const Value list = Array({Dictionary({{key, value}}), value});
             const Value same = Array({Dictionary({{key, value}}), value});
-            const auto* found = CFDictionaryGetValue(
-                AsDictionary(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(CFTypeRef{list}), 0)),
-                CFSTR("name"));
-            if (CFTypeRef{list} != CFTypeRef{same} || found != value ||
-                !CFEqual(value, Text(name.c_str())))
+            const auto* member = CFArrayGetValueAtIndex(static_cast<CFArrayRef>(list.Get()), 0);
+            const auto* found = Find(member, CFSTR("name"));
+            if (list.Get() != same.Get() || found != value || !CFEqual(value, Text(name.c_str())))
                 ++mismatches;
         }
     };
@@ -268,39 +259,36 @@ TEST_F(SharedValues, AreOneObjectWhileThreadsMakeAndDropThem) {
 
 // ---- the shape of a dictionary ----
 
-TEST_F(SharedValues, ADictionaryIsExpectedToBeLikeTheOneBefore) {
+TEST_F(SharedValues, ShapeFitsTheKeysOfTheDictionaryBefore) {
     const Value first = String("first");
     const Value second = String("second");
     const cf::Object* yes = cf::AsObject(kCFBooleanTrue);
     const cf::Object* no = cf::AsObject(kCFBooleanFalse);
-    const std::vector<cf::Pair> written = {{cf::AsObject(first), yes}, {cf::AsObject(second), no}};
+    const Pairs written = {{cf::AsObject(first), yes}, {cf::AsObject(second), no}};
     cf::DictionaryShape shape;
     EXPECT_FALSE(shape.Fits(written));
 
-    std::vector<cf::Pair> pairs = written;
+    Pairs pairs = written;
     const Value dictionary(shape.ShareAndRemember(pairs));
     EXPECT_TRUE(shape.Fits(written));
     EXPECT_FALSE(shape.Fits({}));
-    EXPECT_EQ(Value(shape.Share(written)).operator CFTypeRef(), dictionary.operator CFTypeRef());
+    EXPECT_EQ(Value(shape.Share(written)).Get(), dictionary.Get());
 
     pairs = {{cf::AsObject(first), no}, {cf::AsObject(second), yes}};
     const Value other(shape.Share(pairs));
-    EXPECT_EQ(
-        other.operator CFTypeRef(),
-        Dictionary({{first, kCFBooleanFalse}, {second, kCFBooleanTrue}}).operator CFTypeRef());
+    EXPECT_EQ(other.Get(), Dictionary({{first, kCFBooleanFalse}, {second, kCFBooleanTrue}}).Get());
 
-    const std::vector<cf::Pair> reversed = {written[1], written[0]};
+    const Pairs reversed = {written[1], written[0]};
     pairs = reversed;
     EXPECT_FALSE(shape.Fits(reversed));
-    EXPECT_EQ(Value(shape.ShareAndRemember(pairs)).operator CFTypeRef(),
-              dictionary.operator CFTypeRef());
+    EXPECT_EQ(Value(shape.ShareAndRemember(pairs)).Get(), dictionary.Get());
     EXPECT_TRUE(shape.Fits(reversed));
     EXPECT_FALSE(shape.Fits(written));
 }
 
-TEST_F(SharedValues, PendingDictionariesBecomeTheMembersWithTheirIndices) {
+TEST_F(SharedValues, PendingDictionariesBecomeTheMembersAtTheirIndices) {
     const Value key = String("key");
-    std::vector<cf::Pair> pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
+    Pairs pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
     const auto setValue = [&pairs](int number) {
         pairs[0].value = cf::SharedString("value " + std::to_string(number));
     };
@@ -318,31 +306,30 @@ TEST_F(SharedValues, PendingDictionariesBecomeTheMembersWithTheirIndices) {
     EXPECT_EQ(shape.PendingCount(), 0U);
     for (int i = 1; i <= 3; ++i) {
         const Value value = String("value " + std::to_string(i));
-        EXPECT_EQ(members[static_cast<std::size_t>(i)],
-                  Dictionary({{key, value}}).operator CFTypeRef());
+        EXPECT_EQ(members[static_cast<std::size_t>(i)], Dictionary({{key, value}}).Get());
     }
     for (const cf::Object* member : members)
         cf::Release(member);
 }
 
-TEST_F(SharedValues, PendingDictionariesOfAShapeThatEndsLeaveNothing) {
+TEST_F(SharedValues, DestroyedShapeReleasesPendingDictionaries) {
     const Value key = String("key");
-    std::vector<cf::Pair> pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
+    Pairs pairs = {{cf::AsObject(key), cf::AsObject(kCFBooleanTrue)}};
     cf::DictionaryShape shape;
     const Value first(shape.ShareAndRemember(pairs));
     pairs[0].value = cf::SharedString("value");
     shape.Enqueue(pairs, 0);
 }
 
-TEST_F(SharedValues, ADictionaryOfManyKeysIsNoShape) {
+TEST_F(SharedValues, DictionaryOfTooManyKeysHasNoShape) {
     std::vector<Value> keys;
-    std::vector<cf::Pair> pairs;
+    Pairs pairs;
     for (std::size_t i = 0; i <= cf::DictionaryShape::kMaximumKeys; ++i) {
         keys.push_back(String(std::to_string(i)));
         pairs.push_back({cf::AsObject(keys.back()), cf::AsObject(kCFBooleanTrue)});
     }
     cf::DictionaryShape shape;
-    std::vector<cf::Pair> written = pairs;
+    Pairs written = pairs;
     const Value many(shape.ShareAndRemember(written));
     EXPECT_FALSE(shape.Fits(pairs));
     pairs.pop_back();

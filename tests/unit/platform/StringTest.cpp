@@ -2,6 +2,7 @@
 
 #include "TestObjects.h"
 #include "objects/Unicode.h"
+#include "support/PropertyLists.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 #include <iterator>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -27,7 +29,7 @@ std::vector<UniChar> UnitsOf(CFStringRef string) {
     return units;
 }
 
-TEST(StringGetCString, NeedsRoomForTheTerminator) {
+TEST(StringGetCString, FailsWithoutCapacityForTheTerminator) {
     struct Row {
         CFStringRef string;
         CFIndex bytes;
@@ -47,11 +49,11 @@ TEST(StringGetCString, NeedsRoomForTheTerminator) {
     }
 }
 
-TEST(StringGetCString, CopiesWhatTheEncodingHas) {
+TEST(StringGetCString, CopiesUtf8AndNoOtherEncoding) {
     struct Row {
         CFStringRef string;
         CFStringEncoding encoding;
-        const char* expected; // null: no place in the encoding
+        const char* expected; // nullptr: fails
     };
     const Row rows[] = {
         {CFSTR("plain"), kCFStringEncodingUTF8, "plain"},
@@ -67,7 +69,7 @@ TEST(StringGetCString, CopiesWhatTheEncodingHas) {
     }
 }
 
-TEST(StringGetCString, UnpairedSurrogateHasNoPlaceInUtf8) {
+TEST(StringGetCString, FailsForAnUnpairedSurrogate) {
     char buffer[16] = "before";
     EXPECT_FALSE(CFStringGetCString(Units({'a', 0xD800, 'b'}), buffer, sizeof buffer,
                                     kCFStringEncodingUTF8));
@@ -80,7 +82,7 @@ TEST(StringGetCString, CopiesEmbeddedZeros) {
     EXPECT_EQ(std::string(buffer, 4), std::string("a\0b\0", 4));
 }
 
-TEST(StringGetCString, OtherObjectsFail) {
+TEST(StringGetCString, FailsForOtherObjects) {
     char buffer[4] = "###";
     EXPECT_FALSE(CFStringGetCString(nullptr, buffer, 4, kCFStringEncodingUTF8));
     EXPECT_EQ(buffer[0], 0);
@@ -94,55 +96,31 @@ TEST(StringGetCString, OtherObjectsFail) {
 }
 
 TEST(StringCreate, RefusesInvalidUtf8) {
-    const char* const invalid[] = {
-        "\xFF",
-        "\xC3",
-        "\xC3\x28",
-        "\xC0\x80",
-        "\xC1\xBF",
-        "\xED\xA0\x80",
-        "\xE0\x9F\xBF",
-        "\xF4\x90\x80\x80",
-        "\xF0\x8F\xBF\xBF",
-        "\x80",
-        "\xE4\xB8",
-        "\xE4\xB8\x28",
-        "longer than a word, then \xFF",
-        "\xF5\x80\x80\x80",
-        "\xF0\x9F\x98\x28",
-    };
-    for (const char* text : invalid)
+    for (const char* text :
+         {"\xFF", "\xC3", "\xC3\x28", "\xC0\x80", "\xC1\xBF", "\xED\xA0\x80", "\xE0\x9F\xBF",
+          "\xF4\x90\x80\x80", "\xF0\x8F\xBF\xBF", "\x80", "\xE4\xB8", "\xE4\xB8\x28",
+          "longer than a word, then \xFF", "\xF5\x80\x80\x80", "\xF0\x9F\x98\x28"})
         EXPECT_EQ(CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8), nullptr) << text;
 }
 
-// Each byte behind the first one of a sequence, one below the least and one above the greatest.
-TEST(StringCreate, RefusesWhatIsBeyondTheBordersOfUtf8) {
+// Replaces each continuation byte by the value below the smallest and above the greatest one.
+TEST(StringCreate, RefusesInvalidContinuationBytes) {
     for (const std::string valid : {"\xC2\x80", "\xE1\x80\x80", "\xF1\x80\x80\x80"}) {
-        EXPECT_NE(Text(valid.c_str()), nullptr);
+        EXPECT_NE(Text(valid), nullptr);
         for (std::size_t i = 1; i < valid.size(); ++i) {
             for (const char byte : {'\x7F', '\xC0'}) {
                 std::string text = valid;
                 text[i] = byte;
-                EXPECT_EQ(Text(text.c_str()), nullptr) << i;
+                EXPECT_EQ(Text(text), nullptr) << i;
             }
         }
     }
 }
 
 TEST(StringCreate, AcceptsTheBordersOfUtf8) {
-    const char* const valid[] = {"",
-                                 "\x7F",
-                                 "\xC2\x80",
-                                 "\xED\x9F\xBF",
-                                 "\xEE\x80\x80",
-                                 "\xE0\xA0\x80",
-                                 "\xF0\x90\x80\x80",
-                                 "\xF4\x8F\xBF\xBF"};
-    for (const char* text : valid) {
-        char buffer[16] = "before";
-        EXPECT_TRUE(CFStringGetCString(Text(text), buffer, sizeof buffer, kCFStringEncodingUTF8));
-        EXPECT_STREQ(buffer, text);
-    }
+    for (const std::string_view text : {"", "\x7F", "\xC2\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
+                                        "\xE0\xA0\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"})
+        EXPECT_EQ(::TextOf(Text(text)), text);
 }
 
 TEST(StringCreate, DropsALeadingByteOrderMark) {
@@ -150,7 +128,7 @@ TEST(StringCreate, DropsALeadingByteOrderMark) {
     EXPECT_TRUE(CFEqual(Text("\xEF\xBB\xBF"), CFSTR("")));
 }
 
-TEST(StringCreate, RefusesWhatItDoesNotKnow) {
+TEST(StringCreate, RefusesOtherEncodingsAndInvalidArguments) {
     EXPECT_EQ(CFStringCreateWithCString(nullptr, "x", kMacRoman), nullptr);
     EXPECT_EQ(CFStringCreateWithCString(nullptr, nullptr, kCFStringEncodingUTF8), nullptr);
     EXPECT_EQ(CFStringCreateWithCharacters(nullptr, nullptr, 1), nullptr);
@@ -158,18 +136,16 @@ TEST(StringCreate, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(CFStringCreateWithCharacters(nullptr, &unit, -1), nullptr);
 }
 
-TEST(StringUnits, SurviveWhateverTheyAre) {
-    const std::vector<std::vector<UniChar>> texts = {
-        {},
-        {'a', 'b'},
-        {0xE9, 0x4E2D, 0xFFFF},
-        {0xD83D, 0xDE00},
-        {0xD800},
-        {0xDE00, 0xD83D},
-        {'a', 0xD83D, 'b'},
-        {0xD83D, 0xD83D, 0xDE00, 0xDE00},
-        {0, 0x7F, 0x80, 0x7FF, 0x800},
-    };
+TEST(StringUnits, AreKeptWhetherPairedOrNot) {
+    const std::vector<UniChar> texts[] = {{},
+                                          {'a', 'b'},
+                                          {0xE9, 0x4E2D, 0xFFFF},
+                                          {0xD83D, 0xDE00},
+                                          {0xD800},
+                                          {0xDE00, 0xD83D},
+                                          {'a', 0xD83D, 'b'},
+                                          {0xD83D, 0xD83D, 0xDE00, 0xDE00},
+                                          {0, 0x7F, 0x80, 0x7FF, 0x800}};
     for (const auto& units : texts) {
         const auto string = Units(units);
         EXPECT_EQ(CFStringGetLength(string), static_cast<CFIndex>(units.size()));
@@ -178,7 +154,7 @@ TEST(StringUnits, SurviveWhateverTheyAre) {
     EXPECT_TRUE(CFEqual(CFOwned(CFStringCreateWithCharacters(nullptr, nullptr, 0)), CFSTR("")));
 }
 
-TEST(StringUnits, OfAPairMayBeSplit) {
+TEST(StringUnits, OfAPairCanBeReadOneByOne) {
     UniChar unit = 0;
     CFStringGetCharacters(CFSTR("\U0001F600"), CFRangeMake(0, 1), &unit);
     EXPECT_EQ(unit, 0xD83D);
@@ -193,7 +169,7 @@ TEST(StringUnits, OfARangeOfNegativeLengthAreNone) {
     EXPECT_EQ(unit, 7);
 }
 
-TEST(StringUnits, OfTheFirstAndLastCharactersOfEachSizeAreTheirUtf8) {
+TEST(StringUnits, OfTheFirstAndLastCharactersOfEachUtf8LengthAreCorrect) {
     struct Row {
         const char* utf8;
         std::vector<UniChar> units;
@@ -216,7 +192,7 @@ TEST(StringUnits, OfTheFirstAndLastCharactersOfEachSizeAreTheirUtf8) {
     }
 }
 
-TEST(StringUnits, OutsideTheStringAreLeftUnread) {
+TEST(StringUnits, OutsideOfTheStringAreNotRead) {
     const CFRange outside[] = {{0, 4},  {3, 1}, {-1, 1},
                                {1, -1}, {4, 0}, {1, std::numeric_limits<CFIndex>::max()}};
     for (const CFRange range : outside) {
@@ -226,24 +202,23 @@ TEST(StringUnits, OutsideTheStringAreLeftUnread) {
     }
 }
 
-TEST(String, IsAsLongAsItsUnits) {
+TEST(String, LengthIsTheNumberOfUtf16Units) {
     for (const std::size_t ascii : {0U, 7U, 8U, 15U, 16U, 17U, 31U, 32U, 33U}) {
         const std::string text(ascii, 'a');
         const auto length = static_cast<CFIndex>(ascii);
-        EXPECT_EQ(CFStringGetLength(Text(text.c_str())), length);
-        EXPECT_EQ(CFStringGetLength(Text((text + "\xC3\xA9").c_str())), length + 1);
-        EXPECT_EQ(CFStringGetLength(Text((text + "\xF0\x9F\x98\x80").c_str())), length + 2);
+        EXPECT_EQ(CFStringGetLength(Text(text)), length);
+        EXPECT_EQ(CFStringGetLength(Text(text + "\xC3\xA9")), length + 1);
+        EXPECT_EQ(CFStringGetLength(Text(text + "\xF0\x9F\x98\x80")), length + 2);
     }
 }
 
-TEST(String, ComparesNoFormsOfACharacter) {
+TEST(String, OtherNormalFormOrCaseIsNotEqual) {
     EXPECT_FALSE(CFEqual(CFSTR("\u00E9"), CFSTR("e\u0301")));
     EXPECT_FALSE(CFEqual(CFSTR("a"), CFSTR("A")));
 }
 
-TEST(String, MaximumSize) {
-    const CFIndex lengths[] = {0, 1, 10};
-    for (const CFIndex length : lengths)
+TEST(String, MaximumSizeIsThreeBytesPerUnit) {
+    for (const CFIndex length : {0, 1, 10})
         EXPECT_EQ(CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8), 3 * length);
     EXPECT_EQ(CFStringGetMaximumSizeForEncoding(10, kMacRoman), 0);
     const CFIndex longest = std::numeric_limits<CFIndex>::max() / 3;
@@ -287,60 +262,43 @@ TEST(StringOrder, CountsUnpairedSurrogatesAsUnits) {
     }
 }
 
-TEST(StringKind, TellsWhetherTheTextIsPlainUtf8) {
+TEST(StringKind, IsValidUtf8UnlessASurrogateIsUnpaired) {
     EXPECT_EQ(CFStringRef { Units({'a', 0xD83D, 0xDE00}) } -> kind, cf::kValidUtf8);
     EXPECT_EQ(CFStringRef { Units({'a', 0xD83D}) } -> kind, cf::kWithUnpairedSurrogates);
     EXPECT_TRUE(cf::IsValidUtf8(cf::TextOf(Units({'a', 0xD83D, 0xDE00}))));
     EXPECT_FALSE(cf::IsValidUtf8(cf::TextOf(Units({'a', 0xD83D}))));
 }
 
-class JoinedStrings : public testing::Test {
-protected:
-    void Add(CFTypeRef part) {
-        CFArrayAppendValue(parts_, part);
-    }
-    CFOwned<CFStringRef> Join(CFStringRef separator) {
-        return CFOwned(CFStringCreateByCombiningStrings(nullptr, parts_, separator));
-    }
-    CFOwned<CFMutableArrayRef> parts_ = NewArray();
-};
-
-TEST_F(JoinedStrings, OfNoneAreEmpty) {
-    EXPECT_TRUE(CFEqual(Join(CFSTR(", ")), CFSTR("")));
+CFOwned<CFStringRef> Join(CFArrayRef parts, CFStringRef separator) {
+    return CFOwned(CFStringCreateByCombiningStrings(nullptr, parts, separator));
 }
 
-TEST_F(JoinedStrings, OfOneAreThatObject) {
+TEST(JoinedStrings, OfEmptyOnesOrNoneAreEmpty) {
+    EXPECT_TRUE(CFEqual(Join(Array(), CFSTR(", ")), CFSTR("")));
+    EXPECT_TRUE(CFEqual(Join(Array({"", ""}), CFSTR("")), CFSTR("")));
+}
+
+TEST(JoinedStrings, OfOneAreThatObject) {
     const auto only = Text("only");
-    Add(only);
-    EXPECT_EQ(Join(CFSTR(", ")), only);
+    const CFOwned parts = Array({only});
+    EXPECT_EQ(Join(parts, CFSTR(", ")), only);
     EXPECT_EQ(ReferencesTo(only), 2);
 }
 
-TEST_F(JoinedStrings, HaveTheSeparatorBetween) {
-    Add(CFSTR("a"));
-    Add(CFSTR(""));
-    Add(CFSTR("\u00E9\U0001F600"));
-    EXPECT_TRUE(CFEqual(Join(CFSTR("--")), CFSTR("a----\u00E9\U0001F600")));
-    EXPECT_TRUE(CFEqual(Join(nullptr), CFSTR("a\u00E9\U0001F600")));
+TEST(JoinedStrings, HaveTheSeparatorBetween) {
+    const CFOwned parts = Array({"a", "", "\u00E9\U0001F600"});
+    EXPECT_TRUE(CFEqual(Join(parts, CFSTR("--")), CFSTR("a----\u00E9\U0001F600")));
+    EXPECT_TRUE(CFEqual(Join(parts, nullptr), CFSTR("a\u00E9\U0001F600")));
 }
 
-TEST_F(JoinedStrings, OfTwoEmptyOnesAreEmpty) {
-    Add(CFSTR(""));
-    Add(CFSTR(""));
-    EXPECT_TRUE(CFEqual(Join(CFSTR("")), CFSTR("")));
+TEST(JoinedStrings, PairTheSurrogatesOfTwoParts) {
+    const CFOwned parts = Array({Units({'a', 0xD83D}), Units({0xDE00, 'b'})});
+    EXPECT_TRUE(CFEqual(Join(parts, CFSTR("")), CFSTR("a\U0001F600b")));
 }
 
-TEST_F(JoinedStrings, BringHalvesOfAPairTogether) {
-    Add(Units({'a', 0xD83D}));
-    Add(Units({0xDE00, 'b'}));
-    EXPECT_TRUE(CFEqual(Join(CFSTR("")), CFSTR("a\U0001F600b")));
-}
-
-TEST_F(JoinedStrings, AreNotMadeOfOtherObjects) {
-    Add(CFSTR("a"));
-    Add(kCFBooleanTrue);
-    EXPECT_EQ(Join(CFSTR("")), nullptr);
-    EXPECT_EQ(CFStringCreateByCombiningStrings(nullptr, nullptr, CFSTR("")), nullptr);
+TEST(JoinedStrings, FailForOtherObjects) {
+    EXPECT_EQ(Join(Array({"a", true}), CFSTR("")), nullptr);
+    EXPECT_EQ(Join(nullptr, CFSTR("")), nullptr);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #ifndef TESTS_UNIT_PLATFORM_TESTOBJECTS_H
 #define TESTS_UNIT_PLATFORM_TESTOBJECTS_H
 
-/* Objects whose representation and count of references a test examines. */
+/* Access to the representation and the reference count of an object. */
 
 #include "objects/Object.h"
 #include "support/CFOwned.h"

@@ -1,4 +1,4 @@
-/* Numbers above the signed range, and reals beyond either, where they meet. */
+/* Integers above the signed range and reals beyond it: conversion and equality. */
 
 #include "TestObjects.h"
 #include "objects/SharedValues.h"
@@ -12,36 +12,27 @@ namespace {
 
 using Value = CFOwned<CFTypeRef>;
 
-struct AsReal {
-    double value = 0;
-    bool survived = false;
-};
-
-AsReal Read(CFTypeRef number) {
-    AsReal real;
-    real.survived =
-        CFNumberGetValue(static_cast<CFNumberRef>(number), kCFNumberFloat64Type, &real.value);
-    return real;
-}
-
-TEST(UnsignedNumber, AsRealTellsWhetherItSurvived) {
+TEST(UnsignedNumber, ConversionToRealReportsWhetherItIsExact) {
     struct Row {
         std::uint64_t number;
         double real;
-        bool survived;
+        bool isExact;
     };
     const Row rows[] = {{std::uint64_t{1} << 63, 0x1p63, true},
                         {(std::uint64_t{1} << 63) + 1, 0x1p63, false},
                         {UINT64_MAX - 2047, 0x1p64 - 2048, true},
                         {UINT64_MAX, 0x1p64, false}};
     for (const Row& row : rows) {
-        const AsReal real = Read(Value(cf::SharedUnsignedInteger(row.number)));
-        EXPECT_EQ(real.value, row.real) << row.number;
-        EXPECT_EQ(real.survived, row.survived) << row.number;
+        const Value number(cf::SharedUnsignedInteger(row.number));
+        double real = 0;
+        const bool isExact =
+            CFNumberGetValue(static_cast<CFNumberRef>(number.Get()), kCFNumberFloat64Type, &real);
+        EXPECT_EQ(real, row.real) << row.number;
+        EXPECT_EQ(isExact, row.isExact) << row.number;
     }
 }
 
-TEST(UnsignedNumber, EqualsNoRealNorAnyIntegerOfItsBits) {
+TEST(UnsignedNumber, EqualsNoRealAndNoSignedIntegerOfTheSameBits) {
     const Value number(cf::SharedUnsignedInteger(std::uint64_t{1} << 63));
     EXPECT_FALSE(CFEqual(number, Value(cf::SharedReal(0x1p63))));
     EXPECT_FALSE(CFEqual(number, Value(cf::SharedInteger(INT64_MIN))));
@@ -51,7 +42,7 @@ TEST(UnsignedNumber, EqualsNoRealNorAnyIntegerOfItsBits) {
     EXPECT_FALSE(CFEqual(bitsOfAReal, Value(cf::SharedReal(-2.0))));
 }
 
-TEST(RealNumber, BeyondTheIntegersEqualsNone) {
+TEST(RealNumber, OutsideOfTheIntegersEqualsNoInteger) {
     for (const double real : {-0x1p64, 0x1p63, 1e300, -1e300}) {
         const Value number(cf::SharedReal(real));
         EXPECT_FALSE(CFEqual(number, Value(cf::SharedInteger(INT64_MIN)))) << real;
