@@ -1,7 +1,8 @@
 /*
- * Which of several timers fires next, whatever the callouts do to the others: by how long they have
- * been due, the same for both clocks; of equally late ones the one that joined the loop first; none
- * twice in a turn, and none in the turn in which it joined.
+ * The order in which due timers fire, whatever their callouts do to other timers. The timer that
+ * has been due longest fires first, whatever its clock; of timers due equally long, the one that
+ * was added first. No timer fires twice in one iteration, or in the iteration in which it was
+ * added.
  */
 
 #include "Callouts.h"
@@ -30,15 +31,20 @@ void Remove(const TestTimer& timer) {
     CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
 }
 
+void RemoveAndAdd(const TestTimer& timer) {
+    Remove(timer);
+    Add(timer);
+}
+
 class TimerQueueTest : public testing::Test {
 protected:
-    // A run without dates disarms the alarm, whose date the next test might not set anew.
+    // Runs the loop without dates: disarms the alarm, which the next test may not set again.
     ~TimerQueueTest() override {
         TestTimer delay(CFAbsoluteTimeGetCurrent() + 1, 0, StopCurrentRun);
         CFRunLoopRun();
     }
 
-    // A callout that notes the name and then does something.
+    // A callout that appends the name to `order` and then calls `then`.
     std::function<void()> Note(char name, std::function<void()> then = [] {}) {
         return [this, name, then = std::move(then)] {
             order += name;
@@ -46,14 +52,19 @@ protected:
         };
     }
 
-    // Runs the loop for one turn: a source is called out behind the timers that fire in it, and
-    // stops the run.
-    std::string RunTurn() {
+    // Runs one iteration: its timers fire before the source, which stops the run.
+    std::string RunIteration() {
         order.clear();
         TestSource end(StopCurrentRun);
         end.Signal();
         CFRunLoopRun();
         return order;
+    }
+
+    // Runs the loop inside of a callout. '.' in `order` marks the end of the nested run.
+    void RunNested() {
+        CFRunLoopRun();
+        order += '.';
     }
 
     FakeClock clock;
@@ -63,7 +74,7 @@ protected:
 
 // ---- the order ----
 
-TEST_F(TimerQueueTest, EquallyLateTimersOfBothClocksFireInTheOrderOfJoining) {
+TEST_F(TimerQueueTest, EquallyLateTimersOfBothClocksFireInTheOrderOfAddition) {
     TestTimer a(start + 1, 0, Note('a'));
     TestTimer b(start + 1, kDay, Note('b'));
     TestTimer c(start + 1, 0, Note('c'));
@@ -71,44 +82,42 @@ TEST_F(TimerQueueTest, EquallyLateTimersOfBothClocksFireInTheOrderOfJoining) {
     TestTimer e(start + 1, kDay, Note('e'));
     TestTimer f(start + 1, 0, Note('f'));
     clock.Advance(2);
-    EXPECT_EQ(RunTurn(), "abcdef");
+    EXPECT_EQ(RunIteration(), "abcdef");
 }
 
-TEST_F(TimerQueueTest, TimerThatLeavesAndJoinsAgainFiresBehindThoseEquallyLate) {
+TEST_F(TimerQueueTest, TimerRemovedAndAddedAgainFiresAfterThoseEquallyLate) {
     TestTimer a(start + 1, 0, Note('a'));
     TestTimer b(start + 1, 0, Note('b'));
     TestTimer c(start + 1, 0, Note('c'));
-    Remove(a);
-    Add(a);
+    RemoveAndAdd(a);
     clock.Advance(2);
-    EXPECT_EQ(RunTurn(), "bca");
+    EXPECT_EQ(RunIteration(), "bca");
 }
 
-TEST_F(TimerQueueTest, RepeatingTimersKeepTheOrderOfJoining) {
+TEST_F(TimerQueueTest, RepeatingTimersKeepTheOrderOfAddition) {
     TestTimer a(start + 1, 1, Note('a'));
     TestTimer b(start + 1, 1, Note('b'));
     TestTimer c(start + 1, 1, Note('c'));
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "abc");
-    Remove(a);
-    Add(a);
+    EXPECT_EQ(RunIteration(), "abc");
+    RemoveAndAdd(a);
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "bca");
+    EXPECT_EQ(RunIteration(), "bca");
 }
 
-TEST_F(TimerQueueTest, TimerThatIsNotDueDoesNotFireWithThoseThatAre) {
+TEST_F(TimerQueueTest, TimersThatAreNotDueDoNotFire) {
     TestTimer a(start + 3, 0, Note('a'));
     TestTimer b(start + 1, 0, Note('b'));
     TestTimer c(start + 3, kDay, Note('c'));
     TestTimer d(start + 2, 0, Note('d'));
     clock.Advance(2);
-    EXPECT_EQ(RunTurn(), "bd");
+    EXPECT_EQ(RunIteration(), "bd");
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "ac");
+    EXPECT_EQ(RunIteration(), "ac");
 }
 
-// Against a stable sort, with dates that come several times, of both clocks, and with a third of
-// the timers removed beforehand and another third by the callouts.
+// Compares the order with a stable sort. Many timers of both clocks have equal dates; a third is
+// removed before the run, and another third by the callouts.
 class ManyTimersTest : public TimerQueueTest, public testing::WithParamInterface<unsigned> {
 protected:
     static constexpr int kTimers = 300;
@@ -128,16 +137,16 @@ protected:
         EXPECT_FALSE(expected_.empty());
         EXPECT_EQ(timer, expected_.front());
         std::erase(expected_, timer);
-        TakeOut(Draw(kTimers));
+        RemoveOne(Draw(kTimers));
     }
-    void TakeOut(int timer) {
+    void RemoveOne(int timer) {
         if (Draw(2) == 0)
             timers_[static_cast<std::size_t>(timer)]->Invalidate();
         else
             Remove(*timers_[static_cast<std::size_t>(timer)]);
         std::erase(expected_, timer);
     }
-    // The timers that fire, if no callout takes one out.
+    // The timers that fire if no callout removes one.
     void Expect() {
         for (int i = 0; i < kTimers; ++i)
             expected_.push_back(i);
@@ -151,14 +160,14 @@ protected:
     std::vector<int> expected_;
 };
 
-TEST_P(ManyTimersTest, FireByLatenessAndThenInTheOrderOfJoining) {
+TEST_P(ManyTimersTest, FireByLatenessAndThenInTheOrderOfAddition) {
     AddTimers();
     Expect();
     for (int i = 0; i < kTimers / 3; ++i)
-        TakeOut(Draw(kTimers));
+        RemoveOne(Draw(kTimers));
     clock.Advance(100);
     EXPECT_GT(expected_.size(), 100U);
-    RunTurn();
+    RunIteration();
     EXPECT_TRUE(expected_.empty());
 }
 
@@ -171,20 +180,17 @@ TEST_F(TimerQueueTest, DueTimerThatACalloutRemovesDoesNotFire) {
     TestTimer c(start + 3, 0, Note('c'));
     TestTimer a(start + 1, 0, Note('a', [&] { Remove(b); }));
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "ac");
-    EXPECT_EQ(RunTurn(), "");
+    EXPECT_EQ(RunIteration(), "ac");
+    EXPECT_EQ(RunIteration(), "");
 }
 
-TEST_F(TimerQueueTest, DueTimerThatACalloutRemovesAndAddsAgainWaitsForTheNextTurn) {
+TEST_F(TimerQueueTest, DueTimerThatACalloutRemovesAndAddsAgainFiresInTheNextIteration) {
     TestTimer b(start + 2, 0, Note('b'));
     TestTimer c(start + 3, 0, Note('c'));
-    TestTimer a(start + 1, 0, Note('a', [&] {
-                    Remove(b);
-                    Add(b);
-                }));
+    TestTimer a(start + 1, 0, Note('a', [&] { RemoveAndAdd(b); }));
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "ac");
-    EXPECT_EQ(RunTurn(), "b");
+    EXPECT_EQ(RunIteration(), "ac");
+    EXPECT_EQ(RunIteration(), "b");
 }
 
 TEST_F(TimerQueueTest, DueTimerWhoseLastReferenceACalloutReleasesDoesNotFire) {
@@ -196,43 +202,39 @@ TEST_F(TimerQueueTest, DueTimerWhoseLastReferenceACalloutReleasesDoesNotFire) {
                     c.reset();
                 }));
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "ad");
+    EXPECT_EQ(RunIteration(), "ad");
 }
 
-// The first one fires while the others are due as well, and so the new one, due at once, is looked
-// at and has to wait.
-TEST_F(TimerQueueTest, TimerThatWaitsForTheNextTurnMayBeRemovedMeanwhile) {
+// The callout adds a timer that is due at once, and so is pending until the next iteration.
+TEST_F(TimerQueueTest, TimerPendingForTheNextIterationDoesNotFireAfterItsRemoval) {
     std::unique_ptr<TestTimer> added;
     TestTimer a(start, 0,
                 Note('a', [&] { added = std::make_unique<TestTimer>(start, 0, Note('x')); }));
     TestSource remove([&] { added.reset(); });
     remove.Signal();
-    EXPECT_EQ(RunTurn(), "a");
+    EXPECT_EQ(RunIteration(), "a");
     EXPECT_EQ(remove.Count(), 1);
-    EXPECT_EQ(RunTurn(), "");
+    EXPECT_EQ(RunIteration(), "");
 }
 
-TEST_F(TimerQueueTest, TimerThatJoinsAgainInItsOwnCalloutFiresAtItsNextDateOnce) {
-    TestTimer a(start + 1, 1, Note('a', [&] {
-                    Remove(a);
-                    Add(a);
-                }));
+TEST_F(TimerQueueTest, TimerAddedAgainInItsOwnCalloutFiresOnceAtItsNextDate) {
+    TestTimer a(start + 1, 1, Note('a', [&] { RemoveAndAdd(a); }));
     TestTimer b(start + 1, 1, Note('b'));
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "ab");
-    EXPECT_EQ(RunTurn(), "");
+    EXPECT_EQ(RunIteration(), "ab");
+    EXPECT_EQ(RunIteration(), "");
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "ba");
+    EXPECT_EQ(RunIteration(), "ba");
 }
 
-TEST_F(TimerQueueTest, TimerThatLeavesInItsOwnCalloutMayJoinAgainLater) {
+TEST_F(TimerQueueTest, TimerRemovedInItsOwnCalloutCanBeAddedAgain) {
     TestTimer a(start + 1, 1, Note('a', [&] { Remove(a); }));
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "a");
+    EXPECT_EQ(RunIteration(), "a");
     clock.Advance(1);
-    EXPECT_EQ(RunTurn(), "");
+    EXPECT_EQ(RunIteration(), "");
     Add(a);
-    EXPECT_EQ(RunTurn(), "a");
+    EXPECT_EQ(RunIteration(), "a");
 }
 
 // ---- nested runs ----
@@ -240,43 +242,34 @@ TEST_F(TimerQueueTest, TimerThatLeavesInItsOwnCalloutMayJoinAgainLater) {
 TEST_F(TimerQueueTest, DueTimersThatANestedRunFiredDoNotFireAgain) {
     TestTimer b(start + 2, 0, Note('b'));
     TestTimer c(start + 3, 100, Note('c', StopCurrentRun));
-    TestTimer a(start + 1, 0, Note('a', [&] {
-                    CFRunLoopRun();
-                    order += '.';
-                }));
+    TestTimer a(start + 1, 0, Note('a', [&] { RunNested(); }));
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "abc.");
+    EXPECT_EQ(RunIteration(), "abc.");
 }
 
-TEST_F(TimerQueueTest, DueTimersThatANestedRunLeftFireInTheOuterRunsTurn) {
+TEST_F(TimerQueueTest, DueTimersThatANestedRunLeftFireInTheOuterIteration) {
     TestTimer b(start + 2, 0, Note('b', StopCurrentRun));
     TestTimer c(start + 3, 0, Note('c'));
     TestTimer d(start + 3, kDay, Note('d'));
-    TestTimer a(start + 1, 0, Note('a', [&] {
-                    CFRunLoopRun();
-                    order += '.';
-                }));
+    TestTimer a(start + 1, 0, Note('a', [&] { RunNested(); }));
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "ab.cd");
+    EXPECT_EQ(RunIteration(), "ab.cd");
 }
 
-TEST_F(TimerQueueTest, TimerThatJoinsInANestedRunWaitsForTheOuterRunsNextTurn) {
+TEST_F(TimerQueueTest, TimerAddedInANestedRunFiresInTheNextOuterIteration) {
     std::unique_ptr<TestTimer> added;
     TestTimer b(start + 2, 0, Note('b', [&] {
                     added = std::make_unique<TestTimer>(start + 3, 0, Note('x'));
                     StopCurrentRun();
                 }));
     TestTimer c(start + 3, 0, Note('c'));
-    TestTimer a(start + 1, 0, Note('a', [&] {
-                    CFRunLoopRun();
-                    order += '.';
-                }));
+    TestTimer a(start + 1, 0, Note('a', [&] { RunNested(); }));
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "ab.c");
-    EXPECT_EQ(RunTurn(), "x");
+    EXPECT_EQ(RunIteration(), "ab.c");
+    EXPECT_EQ(RunIteration(), "x");
 }
 
-TEST_F(TimerQueueTest, TimerThatWaitsForTheOuterRunsNextTurnFiresInANestedRun) {
+TEST_F(TimerQueueTest, TimerPendingForTheNextOuterIterationFiresInANestedRun) {
     std::unique_ptr<TestTimer> added;
     TestTimer a(start + 1, 0, Note('a', [&] {
                     added = std::make_unique<TestTimer>(start + 3, 0, Note('x', StopCurrentRun));
@@ -289,44 +282,38 @@ TEST_F(TimerQueueTest, TimerThatWaitsForTheOuterRunsNextTurnFiresInANestedRun) {
     });
     nests.Signal();
     clock.Advance(3);
-    EXPECT_EQ(RunTurn(), "ab(x)");
+    EXPECT_EQ(RunIteration(), "ab(x)");
 }
 
-TEST_F(TimerQueueTest, TimerThatBecomesDueInANestedRunWaitsForTheOuterRunsNextTurn) {
+TEST_F(TimerQueueTest, TimerThatBecomesDueInANestedRunFiresInTheNextOuterIteration) {
     TestTimer c(start + 3, 0, Note('c'));
     TestTimer b(start + 2, 0, Note('b', [&] {
                     clock.Advance(1);
                     StopCurrentRun();
                 }));
-    TestTimer a(start + 1, 0, Note('a', [&] {
-                    CFRunLoopRun();
-                    order += '.';
-                }));
+    TestTimer a(start + 1, 0, Note('a', [&] { RunNested(); }));
     clock.Advance(2);
-    EXPECT_EQ(RunTurn(), "ab.");
-    EXPECT_EQ(RunTurn(), "c");
+    EXPECT_EQ(RunIteration(), "ab.");
+    EXPECT_EQ(RunIteration(), "c");
 }
 
 // ---- steps of the wall clock ----
 
-TEST_F(TimerQueueTest, LateDateWhoseCalloutSetsTheClockBackDoesNotFireAgainInTheTurn) {
+TEST_F(TimerQueueTest, LateTimerWhoseCalloutSetsTheClockBackFiresOnceInTheIteration) {
     TestTimer a(start + kDay, kDay, Note('a', [&] { clock.Step(-10 * kDay); }));
     clock.Suspend(6 * kDay);
-    EXPECT_EQ(RunTurn(), "a");
+    EXPECT_EQ(RunIteration(), "a");
 }
 
-TEST_F(TimerQueueTest, LateDateThatANestedRunFiredDoesNotFireAgainAfterAStepBack) {
+TEST_F(TimerQueueTest, LateTimerThatANestedRunFiredDoesNotFireAgainAfterAStepBack) {
     TestTimer b(start + kDay, kDay, Note('b', [&] {
                     clock.Step(-10 * kDay);
                     StopCurrentRun();
                 }));
     TestTimer c(start + 2 * kDay, kDay, Note('c'));
-    TestTimer a(start - 1, 2 * kDay, Note('a', [&] {
-                    CFRunLoopRun();
-                    order += '.';
-                }));
+    TestTimer a(start - 1, 2 * kDay, Note('a', [&] { RunNested(); }));
     clock.Suspend(6 * kDay);
-    EXPECT_EQ(RunTurn(), "ab.c");
+    EXPECT_EQ(RunIteration(), "ab.c");
 }
 
 TEST_F(TimerQueueTest, DatesThatAStepMovesFireInTheirNewOrder) {
@@ -338,7 +325,7 @@ TEST_F(TimerQueueTest, DatesThatAStepMovesFireInTheirNewOrder) {
     EXPECT_LT(clock.Elapsed(), 3 * kDay);
 }
 
-// The timer is not in the queue while it calls out.
+// A timer is not in the queue during its callout.
 TEST_F(TimerQueueTest, StepInANestedRunMovesTheDateOfTheTimerThatCallsOut) {
     TestTimer a(start + kDay, 2 * kDay, Note('a', [&] {
                     if (order != "a")

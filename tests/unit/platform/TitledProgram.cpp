@@ -1,7 +1,5 @@
-/*
- * Does what a daemon does that sets a process title, then prints what is left of its world: the
- * name for the system log, the length of the environment, and each variable.
- */
+/* Sets a process title as daemons do, then prints the name for the system log and each variable of
+   the environment. */
 
 #include <unistd.h>
 

@@ -18,19 +18,19 @@ namespace {
 constexpr long kStatMount = 457;
 constexpr long kListMount = 458;
 
-// The part of the kernel that knows the mounts. A mount's reused id is the rest of its unique id.
+// The mounts of the kernel. A mount's reused id is its unique id modulo kIdsInUse.
 struct FakeKernel {
     static constexpr std::uint64_t kIdsInUse = 1000;
 
     std::vector<std::uint64_t> mounts; // unique ids in ascending order
     int listError = 0;
-    std::uint64_t unknownMount = 0; // asked for it, the call fails
+    std::uint64_t unknownMount = 0; // its status fails with statusError
     int statusError = 0;
     int lists = 0;
 };
 std::optional<FakeKernel> g_kernel;
 
-// struct mnt_id_req, in its first version.
+// The first version of struct mnt_id_req.
 struct Request {
     std::uint32_t size;
     std::uint32_t spare;
@@ -56,7 +56,7 @@ long List(const Request& request, std::uint64_t* ids, std::size_t capacity) {
     return static_cast<long>(count);
 }
 
-long TellStatus(const Request& request, char* status, std::size_t size) {
+long GetStatus(const Request& request, char* status, std::size_t size) {
     constexpr std::uint64_t kBasics = 2;
     constexpr std::size_t kReusedIdAt = 56;
     if (request.size != sizeof request || request.spare != 0 || request.parameter != kBasics)
@@ -85,13 +85,13 @@ TEST_F(UniqueMountIdsTest, AreFoundByTheReusedIds) {
     EXPECT_EQ(ReadUniqueMountIds(), (UniqueMountIds{{1, 1}, {2, 7002}, {5, 9005}}));
 }
 
-TEST_F(UniqueMountIdsTest, AreFoundWhenAnEarlierCallHadLeftItsErrorNumber) {
+TEST_F(UniqueMountIdsTest, AreFoundWhenErrnoIsLeftFromAnEarlierCall) {
     g_kernel->mounts = {7001};
-    errno = ENOMEM; // calls that succeed leave it as it is
+    errno = ENOMEM; // successful calls do not change it
     EXPECT_EQ(ReadUniqueMountIds(), (UniqueMountIds{{1, 7001}}));
 }
 
-TEST_F(UniqueMountIdsTest, OfMoreMountsThanACallListsAreAllFound) {
+TEST_F(UniqueMountIdsTest, OfMoreMountsThanOneCallListsAreAllFound) {
     UniqueMountIds expected;
     for (std::uint64_t id = 0; id < 900; ++id) {
         g_kernel->mounts.push_back(5000 + id);
@@ -101,7 +101,7 @@ TEST_F(UniqueMountIdsTest, OfMoreMountsThanACallListsAreAllFound) {
     EXPECT_GT(g_kernel->lists, 2);
 }
 
-TEST_F(UniqueMountIdsTest, OfAMountThatWentMeanwhileAreLeftOut) {
+TEST_F(UniqueMountIdsTest, OfAMountThatEndedMeanwhileAreOmitted) {
     g_kernel->mounts = {7001, 7002, 7003};
     g_kernel->unknownMount = 7002;
     g_kernel->statusError = ENOENT;
@@ -135,7 +135,7 @@ TEST_F(UniqueMountIdsTest, AreNoneOnAKernelWithoutTheCalls) {
 extern "C" {
 long __real_syscall(long number, ...);
 
-// The arguments are as wide as the kernel takes them; what is not passed is not looked at there.
+// All arguments have the kernel's width. The kernel ignores those that the caller did not pass.
 long __wrap_syscall(long number, ...) {
     va_list list;
     va_start(list, number);
@@ -149,7 +149,7 @@ long __wrap_syscall(long number, ...) {
         const auto size = static_cast<std::size_t>(arguments[2]);
         if (number == disks::kListMount)
             return disks::List(request, static_cast<std::uint64_t*>(address(1)), size);
-        return disks::TellStatus(request, static_cast<char*>(address(1)), size);
+        return disks::GetStatus(request, static_cast<char*>(address(1)), size);
     }
     return __real_syscall(number, arguments[0], arguments[1], arguments[2], arguments[3],
                           arguments[4], arguments[5]);

@@ -12,7 +12,7 @@ CFOwned<CFURLRef> Url(std::string_view path, bool isDirectory = false) {
     return CFOwned(CreateUrl(path, isDirectory));
 }
 
-TEST(Url, GivesThePathWithoutTrailingSlash) {
+TEST(Url, PathHasNoTrailingSlash) {
     struct Row {
         std::string_view path;
         const char* expected;
@@ -31,7 +31,7 @@ TEST(Url, GivesThePathWithoutTrailingSlash) {
     }
 }
 
-TEST(Url, NeedsRoomForTheTerminator) {
+TEST(Url, FailsWithoutCapacityForTheTerminator) {
     const auto url = Url("/mnt");
     UInt8 buffer[6] = "#####";
     for (CFIndex size = -1; size <= 4; ++size)
@@ -41,7 +41,7 @@ TEST(Url, NeedsRoomForTheTerminator) {
     EXPECT_STREQ(reinterpret_cast<char*>(buffer), "/mnt");
 }
 
-TEST(Url, IsNotMadeOfNothing) {
+TEST(Url, CreationFailsForAnEmptyOrMissingPath) {
     EXPECT_EQ(Url(""), nullptr);
     EXPECT_EQ(CFURLCreateFromFileSystemRepresentation(nullptr, nullptr, 4, false), nullptr);
 }

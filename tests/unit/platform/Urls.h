@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-/* The caller's own; NULL without memory. */
+/* A new reference that the caller owns; nullptr if memory is short. */
 inline CFURLRef CreateUrl(std::string_view path, bool isDirectory = false) {
     return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
                                                    reinterpret_cast<const UInt8*>(path.data()),

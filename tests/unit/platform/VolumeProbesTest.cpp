@@ -61,7 +61,7 @@ protected:
     std::unique_ptr<VolumeProbes> probes_ = std::make_unique<VolumeProbes>(answers_);
 };
 
-TEST_F(VolumeProbesTest, TakeAnErrorForAnAnswer) {
+TEST_F(VolumeProbesTest, EndWithAnyResultOfOpen) {
     Await(*probes_->Start("/"));
     Await(*probes_->Start("/nonexistent"));
     Await(*probes_->Start("/proc/self/comm"));
@@ -87,19 +87,19 @@ TEST_F(VolumeProbesTest, OpenNothingButDirectories) {
     rmdir(directory.c_str());
 }
 
-TEST_F(VolumeProbesTest, AreMadeAsOftenAsOneAsks) {
+TEST_F(VolumeProbesTest, StartMoreOftenThanThereAreThreads) {
     for (std::size_t i = 0; i < 2 * VolumeProbes::kMaximumThreads; ++i)
         Await(*probes_->Start("/"));
 }
 
-// Beside a volume that does not answer until it is told to.
+// With a volume that does not answer before Answer().
 class HungVolumeProbesTest : public VolumeProbesTest {
 protected:
     void SetUp() override {
         if (!EnterPrivateMounts())
             GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-        stage_.emplace();
-        hung_.emplace(*stage_, "hung");
+        bed_.emplace();
+        hung_.emplace(*bed_, "hung");
         if (!hung_->IsMounted())
             GTEST_SKIP() << "no user space file systems here";
     }
@@ -107,15 +107,15 @@ protected:
     std::vector<std::shared_ptr<Probe>> StartStuck(std::size_t count) {
         std::vector<std::shared_ptr<Probe>> stuck;
         while (stuck.size() < count)
-            stuck.push_back(probes_->Start(stage_->Path("hung")));
+            stuck.push_back(probes_->Start(bed_->Path("hung")));
         return stuck;
     }
 
-    std::optional<MountStage> stage_;
+    std::optional<MountStage> bed_;
     std::optional<HungVolume> hung_;
 };
 
-TEST_F(HungVolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
+TEST_F(HungVolumeProbesTest, AreBoundedInThreadsAndEndOnceVolumesAnswer) {
     const auto stuck = StartStuck(2 * VolumeProbes::kMaximumThreads);
     EXPECT_EQ(CountThreads(), kThreadsAtRest + VolumeProbes::kMaximumThreads);
 
@@ -124,10 +124,10 @@ TEST_F(HungVolumeProbesTest, AreBoundedInThreadsAndCatchUpOnceVolumesAnswer) {
     Await(*behind);
     for (const auto& probe : stuck)
         Await(*probe);
-    stage_->Unmount("hung");
+    bed_->Unmount("hung");
 }
 
-TEST_F(HungVolumeProbesTest, ThatAreUnwantedDoNotKeepTheOthersFromBeingMade) {
+TEST_F(HungVolumeProbesTest, ThatAreCancelledDoNotDelayTheOthers) {
     const auto stuck = StartStuck(VolumeProbes::kMaximumThreads);
     std::vector<std::shared_ptr<Probe>> cancelled; // one for each thread
     for (std::size_t i = 0; i < VolumeProbes::kMaximumThreads; ++i) {
@@ -141,10 +141,10 @@ TEST_F(HungVolumeProbesTest, ThatAreUnwantedDoNotKeepTheOthersFromBeingMade) {
         EXPECT_FALSE(probe->done);
     for (const auto& probe : stuck)
         Await(*probe);
-    stage_->Unmount("hung");
+    bed_->Unmount("hung");
 }
 
-TEST_F(HungVolumeProbesTest, MayEndWhileAVolumeHangs) {
+TEST_F(HungVolumeProbesTest, AreDestroyedWhileAVolumeHangs) {
     StartStuck(VolumeProbes::kMaximumThreads);
     const std::weak_ptr<Probe> behind = probes_->Start("/");
     probes_.reset();
