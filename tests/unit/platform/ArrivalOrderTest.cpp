@@ -25,6 +25,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
+#include <ostream>
 #include <span>
 #include <string>
 #include <vector>
@@ -132,6 +133,10 @@ struct LateLoop {
     CFTimeInterval runDate; // the process continues
     std::function<void(Peer&, const TestSocket&)> input;
     std::vector<std::string> order;
+
+    friend void PrintTo(const LateLoop& late, std::ostream* out) {
+        *out << late.name;
+    }
 };
 
 class LateLoopTest : public ArrivalOrderTest, public testing::WithParamInterface<LateLoop> {

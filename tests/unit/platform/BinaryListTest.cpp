@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -90,6 +91,10 @@ struct Scalar {
     const char* name;
     std::string object;
     const char* body; // of its XML
+
+    friend void PrintTo(const Scalar& scalar, std::ostream* out) {
+        *out << scalar.name;
+    }
 };
 
 class BinaryScalar : public testing::TestWithParam<Scalar> {};

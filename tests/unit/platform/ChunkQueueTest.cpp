@@ -9,7 +9,6 @@
 #include <random>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace cf {
@@ -31,14 +30,9 @@ std::string TakeFront(ChunkQueue& queue) {
     return text;
 }
 
-TEST(ChunkQueueTest, NewQueueIsEmpty) {
-    const ChunkQueue queue;
-    EXPECT_TRUE(queue.IsEmpty());
-    EXPECT_EQ(queue.Size(), 0U);
-}
-
 TEST(ChunkQueueTest, ChunksComeInOrderWithTheirTimes) {
     ChunkQueue queue;
+    EXPECT_TRUE(queue.IsEmpty());
     Append(queue, "one", 10);
     Append(queue, "three", 20);
     EXPECT_EQ(queue.Front().arrived, 10);
@@ -51,6 +45,7 @@ TEST(ChunkQueueTest, ChunksComeInOrderWithTheirTimes) {
 
 TEST(ChunkQueueTest, SizeCountsTheBytesAndTheOverheadOfEachChunk) {
     ChunkQueue queue;
+    EXPECT_EQ(queue.Size(), 0U);
     Append(queue, "one", 0);
     Append(queue, "three", 0);
     EXPECT_EQ(queue.Size(), 3 + 5 + 2 * kOverhead);

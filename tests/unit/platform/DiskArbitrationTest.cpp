@@ -224,41 +224,41 @@ TEST_F(DiskArbitration, CoveredVolumeDisappearsUntilItIsUncovered) {
     EXPECT_EQ(NameOf("a"), name);
 }
 
-TEST_F(DiskArbitration, LateVolumeAppearsWithThoseMountedAfterIt) {
-    HungVolume hung(Stage(), "hung");
-    if (!hung.IsMounted())
-        GTEST_SKIP() << "no user space file systems here";
-    Open();
-    EXPECT_EQ(EventsUntilNow(), Strings());
-    hung.Answer();
+class HungVolumeTest : public DiskArbitration {
+protected:
+    void SetUp() override {
+        DiskArbitration::SetUp();
+        if (IsSkipped())
+            return;
+        hung_.emplace(Stage(), "hung");
+        if (!hung_->IsMounted())
+            GTEST_SKIP() << "no user space file systems here";
+        Open();
+        EXPECT_EQ(EventsUntilNow(), Strings());
+    }
+
+    std::optional<HungVolume> hung_;
+};
+
+TEST_F(HungVolumeTest, LateVolumeAppearsWithThoseMountedAfterIt) {
+    hung_->Answer();
     EXPECT_EQ(EventsOfAnIteration(), (Strings{"+hung", "+last"}));
     Stage().Unmount("hung");
     EXPECT_EQ(Events(1), Strings{"-hung"});
 }
 
-TEST_F(DiskArbitration, CallbackOfALateVolumeMayCloseTheSession) {
-    HungVolume hung(Stage(), "hung");
-    if (!hung.IsMounted())
-        GTEST_SKIP() << "no user space file systems here";
-    Open();
-    EXPECT_EQ(EventsUntilNow(), Strings());
+TEST_F(HungVolumeTest, CallbackOfALateVolumeMayCloseTheSession) {
     onAppeared_ = [this] { Close(); };
-    hung.Answer();
+    hung_->Answer();
     EXPECT_EQ(EventsOfAnIteration(), Strings{"+hung"});
     CFRunLoopRun(); // returns at once: the loop is empty
     EXPECT_EQ(events_, Strings{"+hung"});
     Stage().Unmount("hung");
 }
 
-TEST_F(DiskArbitration, HungVolumeThatHasGoneIsNeverReported) {
-    {
-        const HungVolume hung(Stage(), "hung");
-        if (!hung.IsMounted())
-            GTEST_SKIP() << "no user space file systems here";
-        Open();
-        EXPECT_EQ(EventsUntilNow(), Strings());
-        Stage().Unmount("hung");
-    }
+TEST_F(HungVolumeTest, GoneVolumeIsNeverReported) {
+    Stage().Unmount("hung");
+    hung_.reset();
     // The server has gone: the probe has ended with an error.
     AwaitRest();
     // Nor is the volume reported while the mount table without it cannot be read.

@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <exception>
 #include <new>
 #include <optional>

@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <functional>
 #include <set>
-#include <span>
 #include <string>
 #include <unordered_map>
 #include <utility>

@@ -18,7 +18,6 @@
 #include <limits>
 #include <map>
 #include <span>
-#include <utility>
 
 namespace {
 

@@ -13,8 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -80,10 +78,7 @@ void Peer::ShutDownWriting() const {
     EXPECT_EQ(shutdown(descriptor_, SHUT_WR), 0);
 }
 
-LocalServer::LocalServer(int backlog)
-    : directory_("/tmp/local-server-XXXXXX"), listener_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-    EXPECT_NE(mkdtemp(directory_.data()), nullptr);
-    path_ = directory_ + "/socket";
+LocalServer::LocalServer(int backlog) : listener_(socket(AF_UNIX, SOCK_STREAM, 0)) {
     const sockaddr_un address = Address(path_);
     EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     EXPECT_EQ(listen(listener_, backlog), 0);
@@ -91,7 +86,6 @@ LocalServer::LocalServer(int backlog)
 
 LocalServer::~LocalServer() {
     StopListening();
-    std::filesystem::remove_all(directory_);
 }
 
 Peer LocalServer::Accept() const {

@@ -4,6 +4,7 @@
 /* A server whose socket is in a temporary directory, and its connections. */
 
 #include "support/NotCopyable.h"
+#include "support/TemporaryTree.h"
 
 #include <cstddef>
 #include <string>
@@ -40,7 +41,7 @@ public:
         return path_;
     }
     const std::string& Directory() const {
-        return directory_;
+        return tree_.Root();
     }
 
     Peer Accept() const;
@@ -50,8 +51,8 @@ public:
     void FillBacklog();
 
 private:
-    std::string directory_;
-    std::string path_;
+    const TemporaryTree tree_;
+    const std::string path_ = tree_.Path("socket");
     int listener_;
     std::vector<Peer> waiting_;
 };
