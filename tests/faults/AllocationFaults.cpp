@@ -20,7 +20,7 @@ struct Countdown {
 constinit thread_local Countdown t_countdown = {};
 constinit thread_local bool t_isExempt = false;
 
-// More would take long in tests of large blocks.
+// A limit, as tests of large blocks would take long.
 constexpr std::size_t kFilledBytes = 64 * 1024;
 
 bool IsRefused() noexcept {
@@ -47,7 +47,7 @@ bool AllocationFault::Happened() noexcept {
     return t_countdown.happened;
 }
 
-bool AllocationFault::StaysOut() noexcept {
+bool AllocationFault::WillHappenAgain() noexcept {
     return t_countdown.happened && t_countdown.faultsLeft > 0;
 }
 

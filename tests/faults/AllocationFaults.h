@@ -13,32 +13,30 @@
  * returns are filled, and so never zero.
  */
 
+#include "support/NotCopyable.h"
+
 #include <cstddef>
 
 /* While it lives, the nth allocation (from 1) since its construction and those after it, `count` in
    all, fail. One at a time on a thread. */
-class AllocationFault {
+class AllocationFault : NotCopyable {
 public:
     // Counts the calling thread's allocations from now on.
     explicit AllocationFault(std::size_t nth, std::size_t count = 1) noexcept;
     ~AllocationFault();
-    AllocationFault(const AllocationFault&) = delete;
-    AllocationFault& operator=(const AllocationFault&) = delete;
 
     // True if an allocation of the calling thread has failed. False once the fault has ended.
     static bool Happened() noexcept;
-    // True if one has failed, and the next one will.
-    static bool StaysOut() noexcept;
+    // True if one has failed and the next one will fail too.
+    static bool WillHappenAgain() noexcept;
 };
 
 /* While it lives, the calling thread's allocations do not count: for the test's own seams. Not to
    be nested. */
-class NoAllocationFaultsHere {
+class NoAllocationFaultsHere : NotCopyable {
 public:
     NoAllocationFaultsHere() noexcept;
     ~NoAllocationFaultsHere();
-    NoAllocationFaultsHere(const NoAllocationFaultsHere&) = delete;
-    NoAllocationFaultsHere& operator=(const NoAllocationFaultsHere&) = delete;
 };
 
 /* The loop of every sweep: run(nth) works with the nth fault, from 1 on, and returns whether the

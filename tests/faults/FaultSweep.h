@@ -11,6 +11,8 @@
 #include "AllocationFaults.h"
 #include "SystemCallFaults.h"
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -28,6 +30,14 @@ struct SweptFaults {
     std::size_t allocations = 0;
     std::size_t systemCalls = 0;
 };
+
+/* Records the numbers of faults as properties of the test, which fails if one of them is 0. */
+inline void Report(const SweptFaults& swept) {
+    EXPECT_GT(swept.allocations, 0U);
+    EXPECT_GT(swept.systemCalls, 0U);
+    testing::Test::RecordProperty("allocations", std::to_string(swept.allocations));
+    testing::Test::RecordProperty("system_calls", std::to_string(swept.systemCalls));
+}
 
 /* The thread on which a body runs with its fault: the sweep's, or a new one for each run. */
 enum class SweptThread { kCalling, kFresh };

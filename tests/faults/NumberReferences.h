@@ -8,6 +8,8 @@
  * that a timer carries.
  */
 
+#include "support/NotCopyable.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <gtest/gtest.h>
@@ -21,7 +23,7 @@
 /* While it lives, each number object that is made, up to a million of them, gets two additional
    references, so that a release too many cannot free it. The destructor fails the test for a number
    with any other reference. One at a time. */
-class NumberReferences {
+class NumberReferences : NotCopyable {
 public:
     NumberReferences() {
         EXPECT_FALSE(s_isWatching.exchange(true)) << "one at a time";
@@ -38,8 +40,6 @@ public:
         s_kept.fill(nullptr);
         s_makesObjectsOfAll = false;
     }
-    NumberReferences(const NumberReferences&) = delete;
-    NumberReferences& operator=(const NumberReferences&) = delete;
 
     // Reports a number; null is ignored. Any thread. Neither locks nor allocates, as tests may
     // watch both.

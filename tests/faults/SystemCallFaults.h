@@ -8,6 +8,8 @@
  * program's own for one of the calls takes the place of the wrapper here.
  */
 
+#include "support/NotCopyable.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -27,13 +29,11 @@ std::string Describe(const SystemCallFailure& failure, std::size_t nth);
 
 /* While it lives, the nth call (from 1) since its construction fails. One at a time in the process;
    `failure` must live as long. */
-class SystemCallFault {
+class SystemCallFault : NotCopyable {
 public:
     // Counts the calls of all threads from now on.
     SystemCallFault(const SystemCallFailure& failure, std::size_t nth) noexcept;
     ~SystemCallFault();
-    SystemCallFault(const SystemCallFault&) = delete;
-    SystemCallFault& operator=(const SystemCallFault&) = delete;
 
     // True if the last fault made a call fail.
     static bool Happened() noexcept;
@@ -41,12 +41,10 @@ public:
 
 /* While it lives, the calling thread's calls do not count: for the test's own servers. Not to be
    nested. */
-class NoSystemCallFaultsHere {
+class NoSystemCallFaultsHere : NotCopyable {
 public:
     NoSystemCallFaultsHere() noexcept;
     ~NoSystemCallFaultsHere();
-    NoSystemCallFaultsHere(const NoSystemCallFaultsHere&) = delete;
-    NoSystemCallFaultsHere& operator=(const NoSystemCallFaultsHere&) = delete;
 };
 
 #endif

@@ -59,7 +59,8 @@ private:
                                   std::vector<Script>(kConnections, ServeUntilTheEnd)};
 };
 
-// An unreachable server is tried again. Without memory the attempts end, and the log has the error.
+// The attempt is repeated if the server cannot be reached, but not if memory is short: that is
+// logged.
 TEST_F(ConnectionSweep, AttemptConnectsOrIsRepeatedOrLogsWhyNot) {
     Report(SweepFaults([&] { Try(); },
                        [&](const Fault& fault) {

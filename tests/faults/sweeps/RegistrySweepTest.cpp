@@ -44,7 +44,7 @@ protected:
     cf::Owned<disks::Disk> new_;
 };
 
-// A root that cannot be read is silently no changer's, so most of these failures are not logged.
+// A root that cannot be read counts as no changer's, so most of these failures are not logged.
 TEST_F(RegistrySweep, AppearanceRegistersWhollyOrNotAtAll) {
     Report(SweepFaults([&] { Appear(old_); },
                        [&](const Fault& fault) {

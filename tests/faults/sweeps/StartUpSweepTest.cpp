@@ -16,8 +16,8 @@
 
 namespace {
 
-bool g_isUp = false;      // the run loop was reached
-bool g_hasLooked = false; // main looked for the server, its first work
+bool g_isUp = false;        // the run loop was reached
+bool g_hasSearched = false; // main searched for the server, its first work
 
 } // namespace
 
@@ -36,9 +36,9 @@ void __wrap_CFRunLoopRun(void) {
     __real_CFRunLoopRun();
 }
 
-// No server is there.
+// There is no server.
 int __wrap_sysctl(int*, unsigned int, void* buffer, size_t* length, void*, size_t) {
-    g_hasLooked = true;
+    g_hasSearched = true;
     CFRunLoopStop(CFRunLoopGetCurrent());
     *length = buffer == nullptr ? sizeof(struct kinfo_proc) : 0; // space for one, and then none
     return 0;
@@ -50,7 +50,7 @@ namespace {
 TEST(StartUpSweep, StartSucceedsOrLogsWhyNot) {
     LogCapture log;
     int status = 0;
-    const SweptFaults swept = SweepFaults(
+    Report(SweepFaults(
         [&] {
             char name[] = "trayprobed-in-a-test";
             char* argv[] = {name, nullptr};
@@ -59,17 +59,13 @@ TEST(StartUpSweep, StartSucceedsOrLogsWhyNot) {
         [&](const Fault& fault) {
             const auto lines = log.Take();
             EXPECT_EQ(status, 0) << fault.what;
-            EXPECT_TRUE(g_hasLooked || !lines.empty()) << fault.what << " was not logged";
-            EXPECT_TRUE(fault.happened || (g_hasLooked && lines.empty())) << fault.what;
-            EXPECT_EQ(g_isUp, g_hasLooked) << fault.what;
+            EXPECT_TRUE(g_hasSearched || !lines.empty()) << fault.what << " was not logged";
+            EXPECT_TRUE(fault.happened || (g_hasSearched && lines.empty())) << fault.what;
+            EXPECT_EQ(g_isUp, g_hasSearched) << fault.what;
             g_isUp = false;
-            g_hasLooked = false;
+            g_hasSearched = false;
         },
-        SweptThread::kFresh);
-    EXPECT_GT(swept.allocations, 0U);
-    EXPECT_GT(swept.systemCalls, 0U);
-    RecordProperty("allocations", std::to_string(swept.allocations));
-    RecordProperty("system_calls", std::to_string(swept.systemCalls));
+        SweptThread::kFresh));
 }
 
 } // namespace

@@ -2,10 +2,9 @@
 #define TESTS_FAULTS_SWEEPS_WHOLEDAEMON_H
 
 /*
- * The daemon's modules together, from the callbacks down to sockets and files, with a server and a
- * changer's file system of the test's own. The daemon's threads run when the test runs them
- * (DeferredThreads.h). An exchange times out at once after memory has run out for good, as no reply
- * could be read.
+ * The daemon's modules together, from the callbacks down to sockets and files, with the test's
+ * server and file system. The daemon's threads run when the test runs them (DeferredThreads.h). An
+ * exchange times out at once if all later allocations fail, as no reply could be read.
  */
 
 #include "FaultSweep.h"
@@ -38,13 +37,10 @@ protected:
     // done, none without a fault. Returns the log lines.
     std::vector<std::string> ExpectSound(const Fault& fault, bool done);
 
-    // Records the numbers of faults, which must not be 0.
-    static void Report(const SweptFaults& swept);
-
     ObedientServer server_;
     TemporaryTree tree_;
-    // Advances by 4 s with each look, as the daemon retries a disc that it cannot list for ten
-    // seconds. No daily timer is due then.
+    // Each call of time() advances the time by 4 s: the daemon retries a disc that it cannot list
+    // for ten seconds. No daily timer is due then.
     const FakeTime time_{4'000'000'000, 4};
     DeferredThreads threads_;
 };
