@@ -1,12 +1,9 @@
-// The demo as a program: what it says and how it ends where it cannot do its work.
+// The demo as a program: its messages and exit status where it cannot run.
 
 #include "ProgramRun.h"
 #include "testbed/Descriptor.h"
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -16,7 +13,6 @@
 #include <fstream>
 
 using testbed::Require;
-using testing::HasSubstr;
 
 namespace fs = std::filesystem;
 
@@ -43,27 +39,22 @@ ProgramEnd RunDemo(const std::function<void()>& prepare) {
 }
 
 TEST(DemoTest, HelpIsWrittenToStandardOutput) {
-    const ProgramEnd end = RunProgram({"trayprobed-demo", "--help"}, WriteToErrors);
-    EXPECT_EQ(end.exitStatus, 0);
-    EXPECT_THAT(end.errors, HasSubstr("usage: trayprobed-demo"));
+    EXPECT_THAT(RunProgram({"trayprobed-demo", "--help"}, WriteToErrors),
+                HasEnded(0, "usage: trayprobed-demo"));
 }
 
 TEST(DemoTest, HelpThatCannotBeWrittenGivesExitStatusOne) {
-    const ProgramEnd end = RunProgram({"trayprobed-demo", "--help"}, [] { WriteTo("/dev/full"); });
-    EXPECT_EQ(end.exitStatus, 1);
-    EXPECT_THAT(end.errors, HasSubstr("No space left on device"));
+    EXPECT_THAT(RunProgram({"trayprobed-demo", "--help"}, [] { WriteTo("/dev/full"); }),
+                HasEnded(1, "No space left on device"));
 }
 
 TEST(DemoTest, UnknownArgumentGivesUsageAndExitStatusTwo) {
-    const ProgramEnd end = RunProgram({"trayprobed-demo", "--halp"}, [] { WriteTo("/dev/null"); });
-    EXPECT_EQ(end.exitStatus, 2);
-    EXPECT_THAT(end.errors, HasSubstr("usage: trayprobed-demo"));
+    EXPECT_THAT(RunProgram({"trayprobed-demo", "--halp"}, [] { WriteTo("/dev/null"); }),
+                HasEnded(2, "usage: trayprobed-demo"));
 }
 
 TEST(DemoTest, OutputThatCannotBeWrittenGivesExitStatusOne) {
-    const ProgramEnd end = RunDemo([] { WriteTo("/dev/full"); });
-    EXPECT_EQ(end.exitStatus, 1);
-    EXPECT_THAT(end.errors, HasSubstr("No space left on device"));
+    EXPECT_THAT(RunDemo([] { WriteTo("/dev/full"); }), HasEnded(1, "No space left on device"));
 }
 
 void HideDevicesButKeepPrograms() {
@@ -75,9 +66,8 @@ void HideDevicesButKeepPrograms() {
 }
 
 TEST(DemoTest, MissingFuseDeviceIsReported) {
-    const ProgramEnd end = RunDemo(HideDevicesButKeepPrograms);
-    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
-    EXPECT_THAT(end.errors, HasSubstr("there is no /dev/fuse"));
+    EXPECT_THAT(RunDemo(HideDevicesButKeepPrograms),
+                HasEnded(testbed::kNoSandbox, "there is no /dev/fuse"));
 }
 
 TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsReported) {
@@ -86,14 +76,12 @@ TEST(DemoTest, FileInPlaceOfTheFuseDeviceIsReported) {
         const testbed::Descriptor created(open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666));
         Bind(file, kFuse);
     });
-    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
-    EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
+    EXPECT_THAT(end, HasEnded(testbed::kNoSandbox, "/dev/fuse is no FUSE device"));
 }
 
 TEST(DemoTest, OtherDeviceInPlaceOfTheFuseDeviceIsReported) {
-    const ProgramEnd end = RunDemo([] { Bind("/dev/null", kFuse); });
-    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
-    EXPECT_THAT(end.errors, HasSubstr("/dev/fuse is no FUSE device"));
+    EXPECT_THAT(RunDemo([] { Bind("/dev/null", kFuse); }),
+                HasEnded(testbed::kNoSandbox, "/dev/fuse is no FUSE device"));
 }
 
 TEST(DemoTest, FuseDeviceWithoutPermissionIsReported) {
@@ -102,8 +90,8 @@ TEST(DemoTest, FuseDeviceWithoutPermissionIsReported) {
         const unsigned long flags = MS_REMOUNT | MS_BIND | MS_NODEV;
         Require(mount(nullptr, kFuse, nullptr, flags, nullptr) == 0, "cannot forbid devices");
     });
-    EXPECT_EQ(end.exitStatus, testbed::kNoSandbox);
-    EXPECT_THAT(end.errors, HasSubstr("not permitted to open /dev/fuse: Permission denied"));
+    EXPECT_THAT(
+        end, HasEnded(testbed::kNoSandbox, "not permitted to open /dev/fuse: Permission denied"));
 }
 
 void ReplaceServerBy(const std::string& script) {
@@ -115,16 +103,13 @@ void ReplaceServerBy(const std::string& script) {
 }
 
 TEST(DemoTest, ServerThatExitsAtItsStartIsReportedWithItsError) {
-    const ProgramEnd end = RunDemo([] { ReplaceServerBy("echo 'no start' >&2\nexit 3\n"); });
-    EXPECT_EQ(end.exitStatus, 1);
-    EXPECT_THAT(end.errors, HasSubstr("the server exited with 3: no start"));
+    EXPECT_THAT(RunDemo([] { ReplaceServerBy("echo 'no start' >&2\nexit 3\n"); }),
+                HasEnded(1, "the server exited with 3: no start"));
 }
 
 TEST(DemoTest, ServerThatExitsAtItsFirstCommandIsReportedWithItsError) {
-    const ProgramEnd end =
-        RunDemo([] { ReplaceServerBy("read command\necho 'no answer' >&2\nexit 4\n"); });
-    EXPECT_EQ(end.exitStatus, 1);
-    EXPECT_THAT(end.errors, HasSubstr("the server exited with 4: no answer"));
+    EXPECT_THAT(RunDemo([] { ReplaceServerBy("read command\necho 'no answer' >&2\nexit 4\n"); }),
+                HasEnded(1, "the server exited with 4: no answer"));
 }
 
 } // namespace

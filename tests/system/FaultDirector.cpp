@@ -28,7 +28,7 @@ FaultDirector::~FaultDirector() {
     unlink(path_.c_str());
 }
 
-// The address sanitizer wants to come first, and is content when it does not.
+// The address sanitizer's library refuses to start behind another one unless its check is disabled.
 testbed::DaemonStart FaultDirector::Start() const {
     testbed::DaemonStart start;
     start.environment = {"LD_PRELOAD=" + testbed::ProgramPath("libfaulty-calls.so"),

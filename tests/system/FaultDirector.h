@@ -3,29 +3,28 @@
 
 #include "FaultPlan.h"
 #include "testbed/Daemon.h"
+#include "tests/unit/support/NotCopyable.h"
 
 #include <string>
 #include <string_view>
 
-/*
- * Lets the calls of a running daemon fail, one after the other, without starting it anew for each.
- */
-class FaultDirector {
+/* Makes calls of a running daemon fail. Functions throw testbed::Failure on errors. */
+class FaultDirector : NotCopyable {
 public:
+    // Creates the plan, without a fault; the destructor deletes it.
     FaultDirector();
     ~FaultDirector();
-    FaultDirector(const FaultDirector&) = delete;
-    FaultDirector& operator=(const FaultDirector&) = delete;
 
-    // How a daemon is to be started for it.
+    // Returns the parameters with which to start the daemon. Its monotonic clock is faster by
+    // kHaste.
     testbed::DaemonStart Start() const;
 
-    // From now on lets the nth call (from 1) fail. The daemon says kFaultNotice then.
+    // Makes the nth call (from 1) from now on fail. The daemon then writes kFaultNotice.
     void Arm(std::string_view call, int error, int nth);
-    // Lets all succeed again; whether one has failed.
+    // Ends the fault; returns whether the call has failed.
     bool Disarm();
 
-    // How often the daemon has looked for something to do since it was asked last.
+    // Returns the number of the daemon's waits for events since the last call.
     long TakeWaits();
 
 private:

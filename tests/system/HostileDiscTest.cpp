@@ -3,8 +3,7 @@
 #include "testbed/Failure.h"
 #include "testbed/ProcessState.h"
 #include "testbed/ReadWatch.h"
-
-#include <gmock/gmock.h>
+#include "tests/unit/support/Matchers.h"
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -22,46 +21,41 @@
 #include <string>
 #include <vector>
 
-using testing::Contains;
-
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kPlace = "/tmp/place";
-constexpr const char* kInfoFile = "/.changer_info.plist";
-constexpr std::size_t kLongestPath = 1023; // that the daemon can tell
+constexpr std::size_t kLongestPath = 1023; // of a directory that the daemon lists
 constexpr std::size_t kMebibyte = 1024 * 1024;
 
-// What a disc's file system may do to whoever walks it, in full builds of changer 5000C500ABCD00A1.
+// Builds of a disc whose file system blocks, fails or has unusual content.
 class HostileDiscTest : public VolumeTest {
 protected:
     static std::string FailedListing(const std::string& folder, int error) {
         return Link("ChangerFSCacheThread", "CacheFSDirectory",
                     "fail scandir on \"" + folder + "\" (err = " + std::to_string(error) + ")");
     }
-    // Other changers' discs, other volumes.
     void ExpectMainLoopResponsive() {
-        Tell("add-changer changer=5000C500ABCD00B2 slots=1 drives=1");
-        Tell("put changer=5000C500ABCD00B2 slot=0");
+        Do("add-changer changer=5000C500ABCD00B2 slots=1 drives=1");
+        Do("put changer=5000C500ABCD00B2 slot=0");
         AwaitIdentification(0);
         AwaitMountsSeen();
     }
 };
 
-// ---- file systems with a mind of their own ----
+// ---- file systems that block or fail ----
 
 class HostileVolumeTest : public HostileDiscTest {
 protected:
     PuppetVolume& MountAndAwaitRegistration(const std::vector<std::string>& folders) {
         volume_.emplace(run_.OutputLog(), kPlace, folders);
-        volume_->AwaitRead(kInfoFile);
-        volume_->AwaitRead(kInfoFile);
+        volume_->AwaitInfoReads();
         return *volume_;
     }
     PuppetVolume& BeginBuildThatStopsIn(const std::vector<std::string>& folders) {
         PuppetVolume& volume = MountAndAwaitRegistration(folders);
-        Tell("identify changer=5000C500ABCD00A1");
+        RequestBuild();
         volume.AwaitStop();
         return volume;
     }
@@ -97,7 +91,7 @@ TEST_F(HostileVolumeTest, VolumeUnmountedDuringAListingEndsTheBuildWithoutLog) {
     ExpectNothingToBuild();
 }
 
-// As the daemon's own user may read everything, it is the file system that refuses.
+// The file system refuses the listings: the daemon's user may read everything.
 TEST_F(HostileVolumeTest, FoldersThatCannotBeListedAreLoggedAndSkipped) {
     MountAndAwaitRegistration({"forbidden %n%s\n\xff", "broken", "a"});
     ExpectBuildOf(1);
@@ -107,17 +101,17 @@ TEST_F(HostileVolumeTest, FoldersThatCannotBeListedAreLoggedAndSkipped) {
 
 TEST_F(HostileVolumeTest, AbortEndsTheBuildOfAnEndlessDirectoryTree) {
     MountAndAwaitRegistration({"maze"});
-    Tell("identify changer=5000C500ABCD00A1");
+    RequestBuild();
     Server().Await("status", {{"current", "0"}, {"maximum", "1"}});
     ExpectMainLoopResponsive();
-    Tell("abort changer=5000C500ABCD00A1 client=trayprobed");
+    Do("abort changer=5000C500ABCD00A1 client=trayprobed");
     AwaitEndOfBuild();
 }
 
-// ---- odd content ----
+// ---- unusual content ----
 
-// In a folder that is bound to its place when it is complete.
-class OddContentTest : public HostileDiscTest {
+// The folder is complete before it is bound to its place.
+class UnusualContentTest : public HostileDiscTest {
 protected:
     void SetUp() override {
         HostileDiscTest::SetUp();
@@ -129,11 +123,11 @@ protected:
     }
 };
 
-TEST_F(OddContentTest, DirectoriesWithAnyBytesInTheirNamesAreListed) {
+TEST_F(UnusualContentTest, DirectoriesWithAnyBytesInTheirNamesAreListed) {
     std::deque<testbed::ReadWatch> watches;
     for (const std::string& name :
-         {std::string("%n%s%999999d"), std::string("line\nbreak"), std::string("\xff\xfe"),
-          std::string("..."), std::string(255, 'x'), std::string("\\\"'`$(false)")}) {
+         std::vector<std::string>{"%n%s%999999d", "line\nbreak", "\xff\xfe", "...",
+                                  std::string(255, 'x'), "\\\"'`$(false)"}) {
         const std::string leaf = "/tmp/a/disc0/" + name + "/leaf";
         fs::create_directories(leaf);
         watches.emplace_back(leaf);
@@ -143,8 +137,8 @@ TEST_F(OddContentTest, DirectoriesWithAnyBytesInTheirNamesAreListed) {
         watch.AwaitReads(1);
 }
 
-// None of these is entered, or opened, as nobody can a socket.
-TEST_F(OddContentTest, LinksPipesAndSocketsOnADiscAreSkipped) {
+// None of them is opened. A socket cannot be opened at all, so it has no watch.
+TEST_F(UnusualContentTest, LinksPipesAndSocketsOnADiscAreSkipped) {
     fs::create_directories("/tmp/outside/leaf");
     testbed::ReadWatch leaf("/tmp/outside/leaf");
     fs::create_directory_symlink("/tmp/outside", "/tmp/a/disc0/outside");
@@ -162,7 +156,7 @@ TEST_F(OddContentTest, LinksPipesAndSocketsOnADiscAreSkipped) {
     EXPECT_EQ(pipe.CountReadsSoFar(), 0);
 }
 
-TEST_F(OddContentTest, InfoFileNameOfAnythingButASmallFileIsNotRead) {
+TEST_F(UnusualContentTest, InfoFileIsReadOnlyIfItIsASmallRegularFile) {
     for (const char* folder : {"pipe", "directory", "link", "self", "socket", "terabyte"})
         fs::create_directory(fs::path("/tmp/a") / folder);
     fs::create_directory("/tmp/a/directory/.media_info.plist");
@@ -179,8 +173,8 @@ TEST_F(OddContentTest, InfoFileNameOfAnythingButASmallFileIsNotRead) {
     EXPECT_EQ(terabyte.CountReadsSoFar(), 2); // the count and the walk
 }
 
-// Opening alone makes some devices act.
-class DeviceTest : public OddContentTest, public testing::WithParamInterface<mode_t> {
+// Some devices act when they are opened.
+class DeviceTest : public UnusualContentTest, public testing::WithParamInterface<mode_t> {
 protected:
     static bool CanMake(const char* path) {
         const bool isCharacters = GetParam() == S_IFCHR;
@@ -189,7 +183,7 @@ protected:
         testbed::Require(isMade || errno == EPERM, "cannot make a device");
         return isMade;
     }
-    // The private /tmp permits no devices; a place does then, as a disc may be mounted so.
+    // The private /tmp is mounted without devices; a disc may be mounted with them.
     static void PermitDevices(const char* place) {
         testbed::Require(mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND, nullptr) == 0,
                          "cannot permit devices");
@@ -219,14 +213,14 @@ TEST_P(DeviceTest, DeviceIsOpenedNeitherOnADiscNorAsInfoFile) {
     testbed::ReadWatch last("/tmp/a/z");
     for (const char* path : {"/disc0/device", "/info/.media_info.plist"})
         if (!CanOpen(std::string(kPlace) + path))
-            GTEST_SKIP() << "nobody can open such a device here: " << std::strerror(errno);
+            GTEST_SKIP() << "such a device cannot be opened here: " << std::strerror(errno);
     ExpectBuildOf(1);
     EXPECT_EQ(onDisc.CountReadsSoFar(), 1); // by this test itself
     EXPECT_EQ(infoFile.CountReadsSoFar(), 1);
     EXPECT_EQ(last.CountReadsSoFar(), 2); // the count and the walk
 }
 
-TEST_F(OddContentTest, InfoFileOfASparseTerabyteIsIgnored) {
+TEST_F(UnusualContentTest, InfoFileOfASparseTerabyteIsIgnored) {
     fs::create_directory("/tmp/b");
     std::ofstream("/tmp/b/.changer_info.plist");
     fs::resize_file("/tmp/b/.changer_info.plist", 1ULL << 40);
@@ -234,9 +228,10 @@ TEST_F(OddContentTest, InfoFileOfASparseTerabyteIsIgnored) {
     BindAndExpectBuild();
 }
 
-// At the deepest the name of an info file is cut off wholly, so that the folder itself is opened
-// in its place; then it is listed. The next one would be its own parent by its path.
-TEST_F(OddContentTest, FoldersAreListedUpToTheMaximumPathLength) {
+// In the deepest folder the path of an info file is truncated to that of the folder, which is
+// opened in its place, and then listed. The path of the next folder would be truncated to its
+// parent's.
+TEST_F(UnusualContentTest, FoldersAreListedUpToTheMaximumPathLength) {
     std::string folder = "/tmp/a/disc0";
     std::string path = "/tmp/place/disc0";
     for (; path.size() + 2 <= kLongestPath; path += "/d")
@@ -249,7 +244,7 @@ TEST_F(OddContentTest, FoldersAreListedUpToTheMaximumPathLength) {
     EXPECT_EQ(tooDeep.CountReadsSoFar(), 0);
 }
 
-TEST_F(OddContentTest, FolderMountedBelowItselfIsNotListedAgain) {
+TEST_F(UnusualContentTest, FolderMountedBelowItselfIsNotListedAgain) {
     fs::create_directory("/tmp/a/disc0/again");
     fs::create_directory("/tmp/a/leaf");
     Bind("/tmp/a", kPlace, 2);
@@ -261,7 +256,7 @@ TEST_F(OddContentTest, FolderMountedBelowItselfIsNotListedAgain) {
 
 // ---- a folder with very many names ----
 
-class ManyNamesTest : public OddContentTest {
+class ManyNamesTest : public UnusualContentTest {
 protected:
     static void MakeNames(const std::string& folder, int count) {
         fs::create_directory(folder);
@@ -273,21 +268,18 @@ protected:
                 "link");
         }
     }
-    // After a small build, which needs what every build needs.
-    void ExpectBuildGivesMemoryBack(int names) {
-        BindAndExpectBuild();
-        const std::size_t before = testbed::ReadAnonymousMemory(run_.Daemon().Pid());
-        MakeNames("/tmp/a/disc0/many", names);
-        testbed::ReadWatch many("/tmp/a/disc0/many");
-        ExpectBuildOf(1);
-        many.AwaitReads(1);
-        if (!testbed::kHasSanitizer)
-            EXPECT_LE(testbed::ReadAnonymousMemory(run_.Daemon().Pid()), before + kMebibyte);
-    }
 };
 
+// The reference is the memory after a small build, which allocates what every build keeps.
 TEST_F(ManyNamesTest, MemoryOfALargeListingIsReleasedAfterTheBuild) {
-    ExpectBuildGivesMemoryBack(testbed::kHasSanitizer ? 100'000 : 1'000'000);
+    BindAndExpectBuild();
+    const std::size_t before = testbed::ReadAnonymousMemory(run_.Daemon().Pid());
+    MakeNames("/tmp/a/disc0/many", testbed::kHasSanitizer ? 100'000 : 1'000'000);
+    testbed::ReadWatch many("/tmp/a/disc0/many");
+    ExpectBuildOf(1);
+    many.AwaitReads(1);
+    if (!testbed::kHasSanitizer)
+        EXPECT_LE(testbed::ReadAnonymousMemory(run_.Daemon().Pid()), before + kMebibyte);
 }
 
 } // namespace

@@ -7,15 +7,14 @@
 #include <sys/types.h>
 
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace {
 
 constexpr const char* kPlace = "/tmp/place";
-constexpr const char* kInfoFile = "/.changer_info.plist";
 constexpr int kMaxProbes = 32;
 constexpr uid_t kAnotherUser = 4321;
 
@@ -28,18 +27,27 @@ bool IsUserKnown(uid_t user) {
     return user - inside < count;
 }
 
-// Volumes whose servers do not answer when they are mounted.
+// A volume with one disc, whose server does not answer when it is mounted.
 class HungVolumeTest : public VolumeTest {
 protected:
-    // Other volumes, other changers' discs.
+    PuppetVolume& Mount(PuppetVolume::Start start) {
+        return volume_.emplace(run_.OutputLog(), kPlace, std::vector<std::string>{"a"}, start);
+    }
+    // Mounts a volume that stops in the opening of its info file.
+    PuppetVolume& MountAndAwaitStop(PuppetVolume::Start start) {
+        Mount(start).AwaitStop();
+        return *volume_;
+    }
     void ExpectMainLoopResponsive() {
         AwaitMountsSeen();
-        Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
+        PutDisc(0, "identified=yes");
         AwaitServedRequest(0);
     }
+
+    std::optional<PuppetVolume> volume_;
 };
 
-class OlderHungVolumeTest : public SystemTest {};
+using OlderHungVolumeTest = SystemTest;
 
 // Two file systems of one changer, of which the one mounted first answers last.
 class LateVolumeTest : public VolumeTest {
@@ -52,7 +60,6 @@ protected:
     void MountOlder() {
         older_.emplace(run_.OutputLog(), "/tmp/older", Folders{"a"}, PuppetVolume::Start::Asleep);
     }
-    // Waits for so many readings of its info file.
     static void MountYounger(int reads) {
         MakeChangerFolder("/tmp/b", kDiscsOfYounger);
         Bind("/tmp/b", "/tmp/younger", reads);
@@ -60,8 +67,7 @@ protected:
     void ContinueOlder() {
         testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, 1);
         older_->Continue();
-        older_->AwaitRead(kInfoFile);
-        older_->AwaitRead(kInfoFile);
+        older_->AwaitInfoReads();
         AwaitMountsSeen();
     }
 
@@ -75,8 +81,7 @@ private:
 TEST_F(OlderHungVolumeTest, VolumeThatHungBeforeTheStartDoesNotDelayTheDaemon) {
     const SilentVolume silent("/tmp/silent");
     Begin();
-    Tell("put changer=5000C500ABCD00A1 slot=0");
-    AwaitIdentification(0);
+    IdentifyNewDisc(0);
 }
 
 TEST_F(LateVolumeTest, OlderVolumeThatAnswersLateDoesNotReplaceTheRegisteredYoungerOne) {
@@ -108,17 +113,16 @@ TEST_F(LateVolumeTest, OlderVolumeIsNotRegisteredWhenTheYoungerOneIsUnmounted) {
 }
 
 TEST_F(HungVolumeTest, HungVolumeBlocksNothingAndIsRegisteredWhenItAnswers) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume& volume = Mount(PuppetVolume::Start::Asleep);
     ExpectMainLoopResponsive();
     ExpectNothingToBuild();
     volume.Continue();
-    volume.AwaitRead(kInfoFile);
-    volume.AwaitRead(kInfoFile);
+    volume.AwaitInfoReads();
     ExpectBuildOf(1);
 }
 
 TEST_F(HungVolumeTest, VolumeUnmountedBeforeItAnswersIsNotRegistered) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume& volume = Mount(PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Unmount();
     AwaitMountsSeen();
@@ -128,14 +132,14 @@ TEST_F(HungVolumeTest, VolumeUnmountedBeforeItAnswersIsNotRegistered) {
 }
 
 TEST_F(HungVolumeTest, VolumeWhoseServerIsKilledBeforeItAnswersIsNotRegistered) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::Asleep);
+    PuppetVolume& volume = Mount(PuppetVolume::Start::Asleep);
     AwaitMountsSeen();
     volume.Kill();
     ExpectMainLoopResponsive();
     ExpectNothingToBuild();
 }
 
-// Any user may mount one, but it is the system that answers for it.
+// Any user may mount such a volume. The kernel answers the daemon's probe of it at once.
 TEST_F(HungVolumeTest, HungVolumesOfAnotherUserOccupyNoProbe) {
     if (!IsUserKnown(kAnotherUser))
         GTEST_SKIP() << "no other user is known in this namespace (run as root)";
@@ -146,43 +150,38 @@ TEST_F(HungVolumeTest, HungVolumesOfAnotherUserOccupyNoProbe) {
     testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, 0);
 }
 
-// Once it has answered, the daemon's main thread reads its info file, and waits for it up to half a
-// minute. What comes meanwhile is kept.
+// The daemon's main thread reads the info file of a volume whose probe has succeeded, and waits for
+// it for up to 30 seconds. Notifications during the wait are handled after it.
 TEST_F(HungVolumeTest, OpeningTheInfoFileBlocksTheDaemonUntilTheVolumeContinues) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
-    volume.AwaitStop();
-    Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
-    Tell("identify changer=5000C500ABCD00A1 slot=0");
+    PuppetVolume& volume = MountAndAwaitStop(PuppetVolume::Start::StopsAtInfo);
+    PutDisc(0, "identified=yes");
+    Do("identify changer=5000C500ABCD00A1 slot=0");
     volume.Continue();
     AwaitIdentification(0);
-    volume.AwaitRead(kInfoFile);
-    volume.AwaitRead(kInfoFile);
+    volume.AwaitInfoReads();
     ExpectBuildOf(1);
 }
 
 TEST_F(HungVolumeTest, OpeningTheInfoFileBlocksTheDaemonUntilTheVolumeIsKilled) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
-    volume.AwaitStop();
+    PuppetVolume& volume = MountAndAwaitStop(PuppetVolume::Start::StopsAtInfo);
     volume.Kill();
     ExpectMainLoopResponsive();
     ExpectNothingToBuild();
 }
 
-// Then it is no changer's volume.
+// After the time-out the volume counts as no changer's.
 TEST_F(HungVolumeTest, SlowOpeningTheInfoFileBlocksTheDaemonForAtMostHalfAMinute) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtInfo);
-    volume.AwaitStop();
+    PuppetVolume& volume = MountAndAwaitStop(PuppetVolume::Start::StopsAtInfo);
     ExpectMainLoopResponsive();
     volume.Continue();
     ExpectNothingToBuild();
 }
 
-// The second reading is bounded like the first, though the state lock is held meanwhile. The
-// volume has told that it is a changer's, but not whose in the end, which is logged: it is none.
+// The second reading has the same time-out, and the state lock is held during it. Its failure is
+// logged, as the first reading has found a changer's volume.
 TEST_F(HungVolumeTest, SlowSecondOpeningOfTheInfoFileBlocksTheDaemonForAtMostHalfAMinute) {
-    PuppetVolume volume(run_.OutputLog(), kPlace, {"a"}, PuppetVolume::Start::StopsAtSecondInfo);
-    volume.AwaitRead(kInfoFile);
-    volume.AwaitStop();
+    PuppetVolume& volume = MountAndAwaitStop(PuppetVolume::Start::StopsAtSecondInfo);
+    volume.AwaitInfoReads(1);
     ExpectMainLoopResponsive();
     AwaitLog({Link("DirectoryInfo", "ReadFSInfoFile", "fail CFReadStreamOpen"),
               Link("DirectoryInfo", "ReadFSRootInfoFile", "fail ReadFSInfoFile"),
@@ -193,7 +192,6 @@ TEST_F(HungVolumeTest, SlowSecondOpeningOfTheInfoFileBlocksTheDaemonForAtMostHal
     ExpectNothingToBuild();
 }
 
-// Beyond so many dead ones, a volume that would answer has to wait, too; all else goes on.
 TEST_F(HungVolumeTest, OtherVolumesWaitOnlyWhileAllProbesAreOccupied) {
     std::deque<SilentVolume> silent;
     for (int i = 1; i < kMaxProbes; ++i)
@@ -203,8 +201,7 @@ TEST_F(HungVolumeTest, OtherVolumesWaitOnlyWhileAllProbesAreOccupied) {
     testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Statfs, kMaxProbes);
 
     MakeChangerFolder("/tmp/a", 1);
-    std::filesystem::create_directory(kPlace);
-    ASSERT_EQ(mount("/tmp/a", kPlace, nullptr, MS_BIND, nullptr), 0);
+    Bind("/tmp/a", kPlace, 0);
     testbed::ReadWatch infoFile("/tmp/a/.changer_info.plist");
     ExpectNothingToBuild();
     silent.pop_front();

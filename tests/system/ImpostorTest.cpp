@@ -15,15 +15,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Other processes that are called like the server, and other files where its sockets belong.
+// Other processes with the server's name, and other files in place of its sockets.
 class ImpostorTest : public PuppetTest {
 protected:
-    // The name that stands in the process table is read once in each search for the server.
+    // Each search for the server reads the name of each process once.
     class SearchWatch {
     public:
         explicit SearchWatch(const Puppet& found)
             : names_("/proc/" + std::to_string(found.Pid()) + "/comm") {}
-        // When a search begins, the attempt that followed the one before it is over.
+        // Waits for two searches: the attempt to connect after the first one is then over.
         void AwaitAttempt() {
             names_.AwaitReads(names_.CountReadsSoFar() + 2);
         }
@@ -35,8 +35,7 @@ protected:
     void ExpectServerWorks() {
         AwaitSubscriber();
         AddChangers({{0xA1}});
-        NotifyAbout({{0xA1, true}});
-        ServeIdentificationsOf({{0xA1}});
+        ExpectIdentificationsOf({{0xA1, true}});
     }
 };
 
@@ -76,7 +75,7 @@ TEST_F(ImpostorTest, ServerIsFoundByAnyNameThatContainsCarouseld) {
     ExpectServerWorks();
 }
 
-// ---- what is not a socket that somebody listens to ----
+// ---- files that are not a listening socket ----
 
 void BindStaleSocket(const std::string& path) {
     const testbed::Descriptor closed(socket(AF_UNIX, SOCK_STREAM, 0));
@@ -107,11 +106,11 @@ TEST_F(ImpostorTest, OtherFileInPlaceOfTheMessageSocketFailsTheRequest) {
     for (const MakeObstacle make : kObstacles) {
         make(path);
         NotifyAbout({{0xA1}});
-        AwaitLogLine("ChangerServerMessages:[0-9]+, GetChangerServerMessageSocket: "
-                     "fail create/connect socket to path " +
-                     path);
-        run_.SkipLogUntil("MediaIdManager:[0-9]+, ChangerInfoNotificationCallBack: "
-                          "fail handle added changers for changer at index 0.*");
+        AwaitLogLine(Link("ChangerServerMessages", "GetChangerServerMessageSocket",
+                          "fail create/connect socket to path " + path));
+        SkipLogUntil(Link("MediaIdManager", "ChangerInfoNotificationCallBack",
+                          "fail handle added changers for changer at index 0") +
+                     ".*");
         fs::remove(path);
     }
     Server().Do("listen messages 1");
@@ -121,7 +120,7 @@ TEST_F(ImpostorTest, OtherFileInPlaceOfTheMessageSocketFailsTheRequest) {
 TEST_F(ImpostorTest, OtherFileInPlaceOfTheNotificationSocketIsRetriedWithoutLog) {
     server_.emplace(run_.OutputLog());
     SearchWatch searches(Server());
-    const FaultDirector haste; // without a fault: an attempt comes every 0.1 seconds
+    const FaultDirector haste; // without a fault: the daemon tries to connect every 0.1 seconds
     run_.StartDaemon(haste.Start());
     const std::string path = "/tmp/carouseldn-" + std::to_string(Server().Pid());
     for (const MakeObstacle make : kObstacles) {

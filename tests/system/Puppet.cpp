@@ -42,15 +42,7 @@ void Puppet::Listen() {
 }
 
 std::string Puppet::Do(const std::string& step) {
-    Begin(step);
-    return AwaitAnswer();
-}
-
-void Puppet::Begin(const std::string& step) {
     process_.WriteLine(step);
-}
-
-std::string Puppet::AwaitAnswer() {
     const auto isAnswer = [](const testbed::Line& line) {
         return line.stream == testbed::Stream::Server;
     };

@@ -8,10 +8,12 @@
 #include <string>
 #include <string_view>
 
-/* A changer server that does what the test says, step by step (puppets/PuppetServer.cpp), and that
-   can be stopped or killed between any two of them. */
+/* A changer server that a test controls step by step, in a process of its own
+   (puppets/PuppetServer.cpp). The test can stop or kill it between two steps. Functions that wait
+   throw testbed::Failure after testbed::kTimeOut. */
 class Puppet {
 public:
+    // Starts the process. The output log must outlive this object.
     explicit Puppet(testbed::OutputLog& outputLog);
 
     pid_t Pid() const {
@@ -21,30 +23,30 @@ public:
     // Opens both sockets.
     void Listen();
 
-    // Carries out a step; returns its answer. Throws when it failed.
+    // Performs a step and returns its answer. Throws testbed::Failure if the step failed.
     std::string Do(const std::string& step);
-    // The same in two halves, of which the first does not wait.
-    void Begin(const std::string& step);
-    std::string AwaitAnswer();
 
     // Waits for a client; returns the connection's number.
     int AcceptClient();
     int AcceptSubscriber();
 
+    // Reads `count` bytes of a request.
     void Read(int connection, std::size_t count);
+    // Reads the rest of a request; returns its property list on one line.
     std::string ReadRequest(int connection);
-    // False when the client has gone.
+    // Writes all bytes. False if the client has closed the connection.
     bool Write(int connection, std::string_view bytes);
 
-    // By signals. After Stop it has stopped; after Die it is dead, but still in the process table;
-    // after Kill it has gone from there, too.
+    // Stop() sends SIGSTOP and waits until the process has stopped; Continue() sends SIGCONT.
     void Stop() {
         process_.Stop();
     }
     void Continue() {
         process_.Continue();
     }
+    // Kills the process and leaves it in the process table, as a zombie.
     void Die();
+    // Kills and reaps the process.
     void Kill();
 
 private:

@@ -1,14 +1,10 @@
 #include "PuppetTest.h"
 
-#include "testbed/Pattern.h"
 #include "testbed/ProcessState.h"
-
-#include <gmock/gmock.h>
+#include "tests/unit/support/Matchers.h"
 
 #include <cinttypes>
 #include <cstdio>
-
-using testing::UnorderedElementsAreArray;
 
 namespace {
 
@@ -18,11 +14,31 @@ std::string Hex(std::uint64_t number) {
     return text;
 }
 
+std::string Abbreviate(const std::string& request) {
+    const std::size_t key = request.find("<key>Changer GUID</key>");
+    const std::size_t number = request.find("<integer>", key) + 9;
+    const std::string guid = Hex(std::stoull(request.substr(number)) - wire::kGuidBase);
+    const auto names = [&](const char* command) {
+        return request.find("<string>" + std::string(command) + "</string>") != std::string::npos;
+    };
+    if (names("mount disc"))
+        return "mount " + guid;
+    if (names("eject disc"))
+        return "eject " + guid;
+    return (names("request identification") ? "withdraw " : "clear status ") + guid;
+}
+
 } // namespace
 
 void PuppetTest::StartServer() {
     server_.emplace(run_.OutputLog());
     server_->Listen();
+}
+
+void PuppetTest::RestartServer() {
+    Server().Kill();
+    StartServer();
+    AwaitSubscriber();
 }
 
 void PuppetTest::Begin(const Changers& changers) {
@@ -40,28 +56,24 @@ void PuppetTest::AddChangers(const Changers& changers) {
         EXPECT_EQ(Serve(), "clear status " + Hex(changer.guid));
 }
 
-std::string PuppetTest::Abbreviate(const std::string& request) {
-    const std::size_t key = request.find("<key>Changer GUID</key>");
-    const std::size_t number = request.find("<integer>", key) + 9;
-    const std::string guid = Hex(std::stoull(request.substr(number)) - wire::kGuidBase);
-    const auto names = [&](const char* command) {
-        return request.find("<string>" + std::string(command) + "</string>") != std::string::npos;
-    };
-    if (names("mount disc"))
-        return "mount " + guid;
-    if (names("eject disc"))
-        return "eject " + guid;
-    return (names("request identification") ? "withdraw " : "clear status ") + guid;
-}
-
 void PuppetTest::Reply(int connection) {
     EXPECT_TRUE(Server().Write(connection, wire::EmptyReply()));
     Server().Do("end " + std::to_string(connection));
 }
 
+std::string PuppetTest::ReadRequest(int connection) {
+    return Abbreviate(Server().ReadRequest(connection));
+}
+
+int PuppetTest::AcceptRequest(const std::string& request) {
+    const int connection = Server().AcceptClient();
+    EXPECT_EQ(ReadRequest(connection), request);
+    return connection;
+}
+
 std::string PuppetTest::Serve() {
     const int connection = Server().AcceptClient();
-    const std::string request = Abbreviate(Server().ReadRequest(connection));
+    const std::string request = ReadRequest(connection);
     Reply(connection);
     return request;
 }
@@ -71,6 +83,15 @@ std::vector<std::string> PuppetTest::Serve(std::size_t count) {
     for (std::string& request : requests)
         request = Serve();
     return requests;
+}
+
+void PuppetTest::ExpectRequests(const std::vector<std::string>& requests) {
+    EXPECT_EQ(Serve(requests.size()), requests);
+}
+
+void PuppetTest::ExpectIdentificationsOf(const Changers& changers) {
+    NotifyAbout(changers);
+    ServeIdentificationsOf(changers);
 }
 
 void PuppetTest::ServeIdentificationsOf(const Changers& changers) {
@@ -87,17 +108,4 @@ void PuppetTest::AwaitEndOfWorkers() {
 
 void PuppetTest::AwaitLogLine(const std::string& pattern) {
     run_.OutputLog().Await(testbed::Stream::SystemLog, "trayprobed: " + pattern);
-}
-
-std::string PuppetTest::WorkerLine(std::uint64_t guid, const std::string& message) {
-    return "MediaIdThread:[0-9]+, RunMediaIdThread: " +
-           testbed::Pattern::Escape(message + "(" + Hex(wire::kGuidBase + guid) + ", 0)") + ".*";
-}
-
-void PuppetTest::TearDown() {
-    for (const std::string& complaint : run_.End())
-        ADD_FAILURE() << complaint;
-    if (HasFailure())
-        for (const testbed::Line& line : run_.OutputLog().LinesFrom(0))
-            std::printf("%s: %.400s\n", NameOf(line.stream), line.text.c_str());
 }

@@ -12,36 +12,25 @@
 
 namespace {
 
-// Returns the place again.
+// Returns its argument.
 const std::string& MakeMountPoint(const std::string& place) {
     std::filesystem::create_directories(place);
     return place;
 }
 
-} // namespace
-
-const char* PuppetVolume::OptionFor(Start start) {
-    switch (start) {
-    case Start::Asleep:
-        return "--asleep";
-    case Start::StopsAtInfo:
-        return "--stops-at-info=1";
-    default:
-        return "--stops-at-info=2";
-    }
-}
-
-testbed::Command PuppetVolume::CommandFor(const std::string& place,
-                                          const std::vector<std::string>& folders, Start start) {
-    testbed::Command command{
-        testbed::ProgramPath("puppet-volume"), {"puppet-volume"}, testbed::MinimalEnvironment()};
-    if (start != Start::Awake)
-        command.arguments.emplace_back(OptionFor(start));
-    command.arguments.insert(command.arguments.end(),
-                             {MakeMountPoint(place), "5764824129707245729"});
+testbed::Command CommandFor(const std::string& place, const std::vector<std::string>& folders,
+                            PuppetVolume::Start start) {
+    constexpr const char* kOptions[] = {"--awake", "--asleep", "--stops-at-info=1",
+                                        "--stops-at-info=2"};
+    testbed::Command command{testbed::ProgramPath("puppet-volume"),
+                             {"puppet-volume", kOptions[static_cast<int>(start)],
+                              MakeMountPoint(place), "5764824129707245729"},
+                             testbed::MinimalEnvironment()};
     command.arguments.insert(command.arguments.end(), folders.begin(), folders.end());
     return command;
 }
+
+} // namespace
 
 PuppetVolume::PuppetVolume(testbed::OutputLog& outputLog, const std::string& place,
                            const std::vector<std::string>& folders, Start start)
@@ -57,8 +46,9 @@ PuppetVolume::~PuppetVolume() {
     umount2(place_.c_str(), MNT_DETACH);
 }
 
-void PuppetVolume::AwaitRead(const std::string& path) {
-    outputLog_.Await(testbed::Stream::Server, "volume read " + path);
+void PuppetVolume::AwaitInfoReads(int count) {
+    for (int reads = 0; reads < count; ++reads)
+        outputLog_.Await(testbed::Stream::Server, "volume read /.changer_info.plist");
 }
 
 void PuppetVolume::Kill() {

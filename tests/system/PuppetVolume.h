@@ -9,48 +9,49 @@
 #include <string>
 #include <vector>
 
-/* The file system of changer 5000C500ABCD00A1 with one disc, whose folders do to whoever lists them
-   what their names say (puppets/PuppetVolume.cpp), served by a process of its own. */
+/* A mounted file system of changer 5000C500ABCD00A1 with one disc, served by a process of its own
+   (puppets/PuppetVolume.cpp). The name of a folder on the disc defines what happens when the folder
+   is listed. Functions that wait throw testbed::Failure after testbed::kTimeOut. */
 class PuppetVolume {
 public:
+    // Whether the process stops itself: before its first answer, or when the changer's info file is
+    // opened for the first or the second time.
     enum class Start { Awake, Asleep, StopsAtInfo, StopsAtSecondInfo };
-    // After which it is mounted, and has stopped if it starts asleep. The last two stop when the
-    // daemon comes to read the changer's info file for the first, or the second, time.
+    // Waits until the volume is mounted, and until the process has stopped if it starts asleep.
     PuppetVolume(testbed::OutputLog& outputLog, const std::string& place,
                  const std::vector<std::string>& folders, Start start = Start::Awake);
-    // Unmounts it if nobody did.
+    // Unmounts the volume, if it is mounted, and kills the process.
     ~PuppetVolume();
 
-    // Waits until the file with this path in the volume is opened once more.
-    void AwaitRead(const std::string& path);
-    // Waits until it has stopped because somebody listed a folder that lets it.
+    // Waits until the changer's info file is opened `count` times more. The daemon opens the file
+    // twice when it registers the volume.
+    void AwaitInfoReads(int count = 2);
+    // Waits until the process has stopped itself.
     void AwaitStop() {
         process_.AwaitStop();
     }
+    // Sends SIGCONT.
     void Continue() {
         process_.Continue();
     }
+    // Kills and reaps the process.
     void Kill();
-    // Whoever is inside just now does not keep it from going.
+    // Detaches the volume from its place, even if it is in use.
     void Unmount();
 
 private:
-    static testbed::Command CommandFor(const std::string& place,
-                                       const std::vector<std::string>& folders, Start start);
-    static const char* OptionFor(Start start);
-
     testbed::OutputLog& outputLog_;
     const std::string place_;
     testbed::Process process_;
 };
 
-/* A volume whose server never answers as long as this lives. Whoever waits for it then gets an
-   error. */
+/* A volume whose server never answers while this object lives. Its destruction ends each pending
+   system call with an error. */
 class SilentVolume {
 public:
     explicit SilentVolume(const std::string& place) : SilentVolume(place, kForAllUsers) {}
 
-    // One that the system lets nobody but its owner into, as those of ordinary users are.
+    // A volume of an ordinary user: the kernel refuses access to all other users.
     static SilentVolume OfUser(uid_t owner, const std::string& place);
 
 private:

@@ -1,13 +1,10 @@
 #include "SystemTest.h"
-
-#include <gmock/gmock.h>
+#include "tests/unit/support/Matchers.h"
 
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <string>
-
-using testing::Contains;
 
 namespace {
 
@@ -15,8 +12,7 @@ constexpr long kMinute = 60;
 constexpr long kHour = 60 * kMinute;
 constexpr long kDay = 24 * kHour;
 
-// A time zone in which it is that time of day now. The daemon knows no other clock, so the hour may
-// come to it rather than it having to wait for the hour.
+// Returns a time zone in which it is this time of day now: the daemon then waits for seconds only.
 std::string ZoneWhereItIs(long secondsOfTheDay) {
     const long west = ((std::time(nullptr) - secondsOfTheDay) % kDay + kDay) % kDay;
     std::array<char, 32> zone{};
@@ -25,21 +21,20 @@ std::string ZoneWhereItIs(long secondsOfTheDay) {
     return zone.data();
 }
 
-// Each begins shortly before the build is due, which is long enough for the daemon to learn of it.
-// Every "changer info" makes the daemon set its timer anew, to the next day when the hour has come:
-// one that it deals with just then would cost the build of the day, so none is repeated meanwhile.
+// A test begins kLeadTime before the build is due, in which the daemon starts. Each notification
+// "changer info" sets the daemon's timer again, and to the next day if the time has come; the
+// server therefore repeats none.
 class ScheduleTest : public SystemTest {
 protected:
-    static constexpr long kLeadTime = 12;
+    static constexpr long kLeadTime = 12; // in seconds
 
-    // The daemon learns of the schedule as soon as it knows the changer.
     void BeginAt(long secondsOfTheDay, const std::string& schedule) {
         StartServer();
-        Tell("preferences changer=5000C500ABCD00A1 build-on-schedule=yes " + schedule);
-        Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
+        Do("preferences changer=5000C500ABCD00A1 build-on-schedule=yes " + schedule);
+        PutDisc(0, "identified=yes");
         StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
         AwaitServedRequest(0);
-        Tell("pulse every=0");
+        Do("pulse every=0");
         run_.TakeBaseline(); // with the timer
     }
     void ExpectBuild() {

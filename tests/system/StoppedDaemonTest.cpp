@@ -1,29 +1,16 @@
 #include "PuppetTest.h"
 #include "VolumeTest.h"
-
-#include <gmock/gmock.h>
+#include "tests/unit/support/Matchers.h"
 
 #include <chrono>
 #include <thread>
 
-using testing::UnorderedElementsAre;
-
 namespace {
 
-// The daemon stands still (SIGSTOP, a frozen container) while a request of each kind waits for its
-// reply, for longer than it would wait by itself.
+// The daemon is stopped (SIGSTOP, a frozen container) while a request of each kind is pending, for
+// longer than its time-outs.
 class SlowStoppedDaemonTest : public PuppetTest {
 protected:
-    // The next request, which is read and not answered yet.
-    int AcceptRequest(const std::string& request) {
-        const int connection = Server().AcceptClient();
-        EXPECT_EQ(Abbreviate(Server().ReadRequest(connection)), request);
-        return connection;
-    }
-    void ServeFirst(std::initializer_list<const char*> requests) {
-        for (const char* request : requests)
-            EXPECT_EQ(Serve(), request);
-    }
     void Answer(int connection) {
         EXPECT_TRUE(Server().Write(connection, wire::EmptyReply()));
     }
@@ -44,17 +31,17 @@ TEST_F(SlowStoppedDaemonTest, RepliesDuringTheStopCountUnlessTheyArriveAfterTheT
     notifyAboutDiscIn(0);
     const int withdrawal = AcceptRequest("withdraw A1");
     notifyAboutDiscIn(1);
-    ServeFirst({"withdraw A2"});
+    ExpectRequests({"withdraw A2"});
     const int mount = AcceptRequest("mount A2");
     notifyAboutDiscIn(2);
-    ServeFirst({"withdraw A3", "mount A3"});
+    ExpectRequests({"withdraw A3", "mount A3"});
     const int eject = AcceptRequest("eject A3");
     notifyAboutDiscIn(3);
-    ServeFirst({"withdraw A4", "mount A4", "eject A4"});
+    ExpectRequests({"withdraw A4", "mount A4", "eject A4"});
     const int lastWithdrawal = AcceptRequest("withdraw A4");
     changers[4].wantsBuild = true; // its file system is the volume
     NotifyAbout(changers);
-    ServeFirst({"withdraw A5"});
+    ExpectRequests({"withdraw A5"});
     const int report = AcceptRequest("clear status A5");
     notifyAboutDiscIn(5);
     const int late = AcceptRequest("withdraw A6");
@@ -74,8 +61,8 @@ TEST_F(SlowStoppedDaemonTest, RepliesDuringTheStopCountUnlessTheyArriveAfterTheT
                                                "withdraw A3",                         // worker
                                                "clear status A5", "clear status A5",  // build
                                                "withdraw A5"));
-    run_.SkipLogUntil("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                      "fail ChangerServerRequestChangerIdentification \\(VErrCode = 1004\\)");
+    SkipLogUntil(Link("MediaIdThread", "RunMediaIdThread",
+                      "fail ChangerServerRequestChangerIdentification (VErrCode = 1004)"));
     AwaitEndOfWorkers();
 }
 

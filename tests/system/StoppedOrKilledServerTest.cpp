@@ -1,27 +1,19 @@
 #include "PuppetTest.h"
-#include "SystemTest.h"
 #include "VolumeTest.h"
 #include "testbed/ProcessState.h"
-
-#include <gmock/gmock.h>
+#include "tests/unit/support/Matchers.h"
 
 #include <sys/mount.h>
-#include <sys/types.h>
 
+#include <cstddef>
+#include <iterator>
 #include <string>
 #include <vector>
 
-using testing::UnorderedElementsAreArray;
-
 namespace {
 
-// The end of the line of errors of a worker whose last request failed. Its disc stays in progress
-// as long as its changer is known and its server lives.
-constexpr const char* kWorkerGaveUp = "MediaIdThread:[0-9]+, RunMediaIdThread: "
-                                      "fail ChangerServerRequestChangerIdentification.*";
-
-// What the daemon does while its server has stopped: its main thread takes up a volume, which it
-// puts on its list under the state lock, and its reader takes all that was sent.
+// Checks what the daemon must do while its server is stopped: its main thread registers a volume
+// under the state lock, and its reader reads all that the server has sent.
 void ExpectDaemonRuns(const testbed::Daemon& daemon, pid_t server) {
     static int number = 0;
     const std::string folder = "/tmp/meanwhile" + std::to_string(number++);
@@ -31,273 +23,238 @@ void ExpectDaemonRuns(const testbed::Daemon& daemon, pid_t server) {
     testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::EpollWait, 1);
 }
 
-// Stops a server until the daemon has done all that it can do without: the main thread and so many
-// workers wait in their run loops.
-void StopAndContinue(Puppet& server, const testbed::Daemon& daemon, int workers) {
+// Stops a server until the daemon can do no more without it: the main thread and `workers` threads
+// wait in their run loops.
+void StopAndContinue(Puppet& server, const testbed::Daemon& daemon, std::size_t workers) {
     server.Stop();
     ExpectDaemonRuns(daemon, server.Pid());
-    testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::Poll, 1 + workers);
+    testbed::AwaitThreadsInSystemCall(daemon.Pid(), testbed::SystemCall::Poll,
+                                      1 + static_cast<std::ptrdiff_t>(workers));
     server.Continue();
 }
 
-// How far a server has come with a request when it stops.
-enum class Point {
-    ReadPart,
-    ReadRequest,
-    WrotePartOfHeader,
-    WroteHeader,
-    WrotePartOfPayload,
-    Accepted,
-    DidNotAccept, // last, as whoever comes later is behind it
+// How much of an exchange a server has done when it stops.
+struct Progress {
+    bool isAccepted = true;
+    std::size_t bytesRead = 0;    // of the request
+    std::size_t bytesWritten = 0; // of the reply
 };
-constexpr Point kPoints[] = {
-    Point::ReadPart,           Point::ReadRequest, Point::WrotePartOfHeader, Point::WroteHeader,
-    Point::WrotePartOfPayload, Point::Accepted,    Point::DidNotAccept};
+constexpr std::size_t kWholeRequest = 1'000'000;
+constexpr Progress kProgresses[] = {
+    {true, 5, 0},
+    {true, kWholeRequest, 0},
+    {true, kWholeRequest, 5}, // in the header
+    {true, kWholeRequest, wire::kHeaderSize},
+    {true, kWholeRequest, wire::kHeaderSize + 30},
+    {true, 0, 0},
+    {false, 0, 0}, // the last one: later connections are behind it in the queue
+};
 
-std::size_t WrittenAt(Point point) {
-    switch (point) {
-    case Point::WrotePartOfHeader:
-        return 5;
-    case Point::WroteHeader:
-        return wire::kHeaderSize;
-    case Point::WrotePartOfPayload:
-        return wire::kHeaderSize + 30;
-    default:
-        return 0;
-    }
-}
-
-// Each point of a request has a changer of its own, whose disc is being mounted.
-class RequestPointsTest : public PuppetTest {
+// Each progress has a changer, whose disc is being mounted.
+class PendingMountsTest : public PuppetTest {
 protected:
-    struct Exchange {
-        Point point;
-        int connection = 0;
-    };
-
-    // Has every disc's mount come to its point.
-    void BringMountsToTheirPoints() {
-        Begin(Without(changers_));
-        for (std::size_t i = 0; i < changers_.size(); ++i) {
-            changers_[i].hasDisc = true;
-            NotifyAbout(changers_);
-            Serve(); // the withdrawal
-            mounts_.push_back({kPoints[i]});
-            Bring(mounts_.back());
-        }
-    }
-    // Goes on with them to their ends; false where the daemon has given up.
-    std::vector<bool> FinishMounts() {
-        std::vector<bool> isTaken;
-        for (Exchange& mount : mounts_)
-            isTaken.push_back(Finish(mount));
-        return isTaken;
-    }
-
-    static Changers Without(Changers changers) {
+    void BeginMounts() {
+        Changers changers = changers_;
         for (wire::Changer& changer : changers)
             changer.hasDisc = false;
-        return changers;
+        Begin(changers);
+        for (std::size_t i = 0; i < changers.size(); ++i) {
+            changers[i].hasDisc = true;
+            NotifyAbout(changers);
+            Serve(); // the withdrawal
+            mounts_[i] = BeginMount(kProgresses[i]);
+        }
     }
-    static std::vector<std::string> ForEach(const char* request) {
+    // Completes the exchanges. Returns for each one whether the daemon still awaited the reply.
+    std::vector<bool> FinishMounts() {
+        std::vector<bool> isAwaited;
+        for (std::size_t i = 0; i < std::size(mounts_); ++i)
+            isAwaited.push_back(FinishMount(mounts_[i], kProgresses[i]));
+        return isAwaited;
+    }
+
+    std::vector<std::string> ForEachChanger(const std::string& request) const {
         std::vector<std::string> requests;
-        for (const char* guid : {"A1", "A2", "A3", "A4", "A5", "A6", "A7"})
-            requests.push_back(request + std::string(guid));
+        for (std::size_t i = 1; i <= changers_.size(); ++i)
+            requests.push_back(request + " A" + std::to_string(i));
         return requests;
     }
 
-    // What their workers log when the mounts of these ended so.
-    void AwaitLogOfLostMounts(const Changers& changers, const char* message, int errorCode) {
-        const std::string code = " \\(VErrCode = " + std::to_string(errorCode) + "\\)";
-        for (const wire::Changer& changer : changers) {
-            AwaitLogLine(std::string("ChangerServerMessages:[0-9]+, GetMessageReplyErr: ") +
-                         message + code);
-            AwaitLogLine("ChangerServerMountDisc:[0-9]+, ChangerServerMountDiscInDrive: fail send "
-                         "message to changer server" +
-                         code);
-            AwaitLogLine("ChangerServerMountDisc:[0-9]+, ChangerServerMountDisc: fail mount disc "
-                         "to drive index kNoDataTransferElem" +
-                         code);
-            AwaitLogLine(WorkerLine(changer.guid, "Fail ChangerServerMountDisc"));
-        }
+    // Waits for the log lines of the workers of the first `count` changers, whose mounts failed.
+    void AwaitLogOfFailedMounts(std::size_t count, const std::string& message, int code) {
+        for (std::size_t i = 1; i <= count; ++i)
+            for (const std::string& link :
+                 LinksOfFailedMount(message, code, "5000C500ABCD00A" + std::to_string(i)))
+                AwaitLogLine(link);
     }
 
-    Changers changers_ = {{0xA1}, {0xA2}, {0xA3}, {0xA4}, {0xA5}, {0xA6}, {0xA7}};
-    std::vector<Exchange> mounts_;
+    const Changers changers_ = {{0xA1, true}, {0xA2, true}, {0xA3, true}, {0xA4, true},
+                                {0xA5, true}, {0xA6, true}, {0xA7, true}};
 
 private:
-    void Bring(Exchange& mount) {
-        if (mount.point == Point::DidNotAccept) {
+    int BeginMount(const Progress& progress) {
+        if (!progress.isAccepted) {
             Server().Do("await messages");
-            return;
+            return 0;
         }
-        mount.connection = Server().AcceptClient();
-        Server().Do("look " + std::to_string(mount.connection));
-        if (mount.point == Point::ReadPart) {
-            Server().Read(mount.connection, 5);
-        } else if (mount.point != Point::Accepted) {
-            Server().ReadRequest(mount.connection);
-            Server().Write(mount.connection, wire::EmptyReply().substr(0, WrittenAt(mount.point)));
-        }
+        const int connection = Server().AcceptClient();
+        Server().Do("look " + std::to_string(connection));
+        if (progress.bytesRead == kWholeRequest)
+            Server().ReadRequest(connection);
+        else
+            Server().Read(connection, progress.bytesRead);
+        Server().Write(connection, wire::EmptyReply().substr(0, progress.bytesWritten));
+        return connection;
     }
-    bool Finish(Exchange& mount) {
-        if (mount.point == Point::DidNotAccept)
-            mount.connection = Server().AcceptClient();
-        if (mount.point == Point::ReadPart || mount.point == Point::Accepted ||
-            mount.point == Point::DidNotAccept) {
-            EXPECT_THAT(Abbreviate(Server().ReadRequest(mount.connection)),
-                        testing::StartsWith("mount "));
-        }
-        return Server().Write(mount.connection, wire::EmptyReply().substr(WrittenAt(mount.point)));
+    bool FinishMount(int connection, const Progress& progress) {
+        if (!progress.isAccepted)
+            connection = Server().AcceptClient();
+        if (progress.bytesRead < kWholeRequest)
+            EXPECT_THAT(ReadRequest(connection), StartsWith("mount "));
+        return Server().Write(connection, wire::EmptyReply().substr(progress.bytesWritten));
     }
+
+    int mounts_[std::size(kProgresses)] = {}; // the numbers of the connections
 };
 
-class StoppedServerTest : public RequestPointsTest {};
+using StoppedServerTest = PendingMountsTest;
+using SlowStoppedServerTest = PendingMountsTest;
+using KilledServerTest = PendingMountsTest;
 
 TEST_F(StoppedServerTest, PendingRequestsSucceedWhenTheServerContinues) {
-    BringMountsToTheirPoints();
-    StopAndContinue(Server(), run_.Daemon(), static_cast<int>(mounts_.size()));
-    EXPECT_THAT(FinishMounts(), testing::Each(true));
-    std::vector<std::string> expected = ForEach("eject ");
-    const std::vector<std::string> withdrawals = ForEach("withdraw ");
+    BeginMounts();
+    StopAndContinue(Server(), run_.Daemon(), changers_.size());
+    EXPECT_THAT(FinishMounts(), Each(true));
+    std::vector<std::string> expected = ForEachChanger("eject");
+    const std::vector<std::string> withdrawals = ForEachChanger("withdraw");
     expected.insert(expected.end(), withdrawals.begin(), withdrawals.end());
     EXPECT_THAT(Serve(expected.size()), UnorderedElementsAreArray(expected));
 }
 
-// What the server had sent whole is acted on although it has stopped.
 class StoppedAfterSendingTest : public PuppetTest {
 protected:
+    void SetUp() override {
+        Begin({{0xA1}});
+        NotifyAbout(changers_);
+    }
+
     const Changers changers_ = {{0xA1, true}};
 };
 
 TEST_F(StoppedAfterSendingTest, NotificationSentBeforeTheStopStartsAWorker) {
-    Begin({{0xA1}});
-    NotifyAbout(changers_);
     StopAndContinue(Server(), run_.Daemon(), 1);
     ServeIdentificationsOf(changers_);
 }
 
 TEST_F(StoppedAfterSendingTest, ReplySentBeforeTheStopIsFollowedByTheNextRequest) {
-    Begin({{0xA1}});
-    NotifyAbout(changers_);
-    EXPECT_EQ(Serve(), "withdraw A1");
-    const int mount = Server().AcceptClient();
-    EXPECT_EQ(Abbreviate(Server().ReadRequest(mount)), "mount A1");
+    ExpectRequests({"withdraw A1"});
+    const int mount = AcceptRequest("mount A1");
     EXPECT_TRUE(Server().Write(mount, wire::EmptyReply()));
     StopAndContinue(Server(), run_.Daemon(), 1);
-    EXPECT_EQ(Serve(), "eject A1");
-    EXPECT_EQ(Serve(), "withdraw A1");
+    ExpectRequests({"eject A1", "withdraw A1"});
 }
 
-// The whole server with its file systems, at each kind of event in turn.
-class StoppedSimulatorTest : public SystemTest {};
+// The simulator stops with its file systems.
+using StoppedSimulatorTest = SystemTest;
 
 TEST_F(StoppedSimulatorTest, EveryDiscIsIdentifiedDespiteAStopAtAnyEvent) {
-    const std::vector<std::string> moments = {"connect",  "robot",   "mounted", "identified",
-                                              "appeared", "listing", "listed",  "reply"};
+    constexpr const char* kEvents[] = {"connect",  "robot",   "mounted", "identified",
+                                       "appeared", "listing", "listed",  "reply"};
     Begin("slots=8 drives=1");
-    Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
-    for (std::size_t slot = 0; slot < moments.size(); ++slot) {
+    Do("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
+    for (int slot = 0; slot < std::ssize(kEvents); ++slot) {
         const int before = Server().AllSoFar("notification").back().number;
-        Tell("put changer=5000C500ABCD00A1 directories=5 slot=" + std::to_string(slot));
-        Server().Await(moments[slot],
+        PutDisc(slot, "directories=5");
+        Server().Await(kEvents[slot],
                        [before](const testbed::Event& event) { return event.number > before; });
         Server().Stop();
         ExpectDaemonRuns(run_.Daemon(), Server().Pid());
         Server().Continue();
-        AwaitIdentification(static_cast<int>(slot));
+        AwaitIdentification(slot);
     }
 }
 
-// Half a minute for all of them, side by side.
-class SlowStoppedServerTest : public StoppedServerTest {};
-
 TEST_F(SlowStoppedServerTest, PendingRequestsTimeOutAndTheDiscsArePickedAgain) {
-    BringMountsToTheirPoints();
+    BeginMounts();
     Server().Stop();
-    AwaitLogOfLostMounts(changers_, "timeout waiting for reply from changer server", 1004);
+    AwaitLogOfFailedMounts(changers_.size(), "timeout waiting for reply from changer server", 1004);
     Server().Continue();
-    EXPECT_THAT(FinishMounts(), testing::Each(false));
-    EXPECT_THAT(Serve(mounts_.size()), UnorderedElementsAreArray(ForEach("withdraw ")));
+    EXPECT_THAT(FinishMounts(), Each(false));
+    EXPECT_THAT(Serve(changers_.size()), UnorderedElementsAreArray(ForEachChanger("withdraw")));
     AwaitEndOfWorkers();
-    NotifyAbout(changers_);
-    ServeIdentificationsOf(changers_);
+    ExpectIdentificationsOf(changers_);
 }
-
-class KilledServerTest : public RequestPointsTest {};
 
 TEST_F(KilledServerTest, PendingRequestsFailAndTheNextServersDiscsAreIdentified) {
-    BringMountsToTheirPoints();
+    BeginMounts();
     Server().Kill();
-    // Of the connection that was not accepted, nobody can tell how far the daemon had come with it.
-    const Changers accepted(changers_.begin(), changers_.end() - 1);
-    AwaitLogOfLostMounts(accepted, "lost connection with changer server", 1005);
+    // The log lines of the connection that was not accepted depend on the daemon's progress.
+    AwaitLogOfFailedMounts(changers_.size() - 1, "lost connection with changer server", 1005);
     for (std::size_t i = 0; i < changers_.size(); ++i)
-        run_.SkipLogUntil(kWorkerGaveUp);
+        SkipLogUntil(kWorkerGaveUp);
     StartServer();
     AwaitSubscriber();
-    NotifyAbout(changers_);
-    ServeIdentificationsOf(changers_);
+    ExpectIdentificationsOf(changers_);
 }
 
-class KilledSimulatorTest : public SystemTest {};
+using KilledSimulatorTest = SystemTest;
 
 TEST_F(KilledSimulatorTest, WalkOfADiscEndsAndTheNextServersDiscIsIdentified) {
     Begin("slots=4 drives=2");
-    Tell("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
-    Tell("fault on=\"eject disc\" do=silence"); // a walk that outruns the kill ends here
-    Tell("put changer=5000C500ABCD00A1 slot=0 directories=50");
+    Do("preferences changer=5000C500ABCD00A1 build-on-identify=yes");
+    Do("fault on=\"eject disc\" do=silence"); // if the walk ends before the kill
+    PutDisc(0, "directories=50");
     Server().Await("listing");
     run_.KillServer();
     ASSERT_EQ(umount2("/tmp/carousel", MNT_DETACH), 0);
-    run_.SkipLogUntil("MediaIdThread:[0-9]+, RunMediaIdThread: "
-                      "fail ChangerServerEjectDisc for changer .*");
-    run_.SkipLogUntil(kWorkerGaveUp);
+    SkipLogUntil(
+        Link("MediaIdThread", "RunMediaIdThread", "fail ChangerServerEjectDisc for changer ") +
+        ".*");
+    SkipLogUntil(kWorkerGaveUp);
     StartServer("slots=4 drives=2");
-    Tell("put changer=5000C500ABCD00A1 slot=1");
-    AwaitIdentification(1);
+    ExpectIdentification(1);
 }
 
-// How many bytes of a notification were sent when the server stopped, or was killed.
-class CutNotificationTest : public PuppetTest, public testing::WithParamInterface<std::size_t> {
+// The parameter is the number of bytes of a notification that the server sends before it is stopped
+// or killed.
+class PartialNotificationTest : public PuppetTest, public testing::WithParamInterface<std::size_t> {
 protected:
+    void SetUp() override {
+        Begin({{0xA1}});
+    }
+
     const Changers changers_ = {{0xA1, true}};
     const std::string frame_ = wire::ChangerInfo(changers_);
 };
 
-class StoppedNotificationTest : public CutNotificationTest {};
+using StoppedNotificationTest = PartialNotificationTest;
+using KilledNotificationTest = PartialNotificationTest;
 
 INSTANTIATE_TEST_SUITE_P(Bytes, StoppedNotificationTest,
-                         testing::Values(0, 1, 5, wire::kHeaderSize, wire::kHeaderSize + 1, 200));
+                         testing::Values(0, 1, 5, wire::kHeaderSize, wire::kHeaderSize + 1, 200),
+                         testing::PrintToStringParamName());
 
 TEST_P(StoppedNotificationTest, PartialNotificationIsHandledOnceItIsComplete) {
-    Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
     StopAndContinue(Server(), run_.Daemon(), 0);
     Notify(frame_.substr(GetParam()));
     ServeIdentificationsOf(changers_);
 }
 
-class KilledNotificationTest : public CutNotificationTest {};
-
-INSTANTIATE_TEST_SUITE_P(Bytes, KilledNotificationTest, testing::Values(5, wire::kHeaderSize, 200));
+INSTANTIATE_TEST_SUITE_P(Bytes, KilledNotificationTest, testing::Values(5, wire::kHeaderSize, 200),
+                         testing::PrintToStringParamName());
 
 TEST_P(KilledNotificationTest, PartialNotificationIsDiscardedAndTheNextServersIsHandled) {
-    Begin({{0xA1}});
     Notify(frame_.substr(0, GetParam()));
-    Server().Kill();
-    StartServer();
-    AwaitSubscriber();
-    NotifyAbout(changers_);
-    ServeIdentificationsOf(changers_);
+    RestartServer();
+    ExpectIdentificationsOf(changers_);
 }
 
-// The worker that is thereby started finds no server.
+// The worker that the notification starts finds no server.
 TEST_P(KilledNotificationTest, NotificationBeforeAPartialOneIsHandled) {
-    Begin({{0xA1}});
     Notify(frame_ + frame_.substr(0, GetParam()));
     Server().Kill();
-    run_.SkipLogUntil(kWorkerGaveUp);
+    SkipLogUntil(kWorkerGaveUp);
 }
 
 } // namespace

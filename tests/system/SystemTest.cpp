@@ -3,9 +3,12 @@
 #include "testbed/Pattern.h"
 #include "testbed/ReadWatch.h"
 
+#include <gmock/gmock.h>
+
 #include <cstdio>
 
 using testbed::Event;
+using testing::Contains;
 
 namespace {
 
@@ -27,6 +30,39 @@ std::string Abbreviate(const Event& request) {
 
 } // namespace
 
+std::string DaemonTest::Link(const std::string& module, const std::string& function,
+                             const std::string& message) {
+    return module + ":[0-9]+, " + function + ": " + testbed::Pattern::Escape(message);
+}
+
+std::vector<std::string> DaemonTest::LinksOfChain(int code, const std::vector<LoggedLink>& links) {
+    const std::string suffix = " (VErrCode = " + std::to_string(code) + ")";
+    std::vector<std::string> patterns;
+    for (const LoggedLink& link : links)
+        patterns.push_back(Link(link.module, link.function, link.message + suffix));
+    return patterns;
+}
+
+std::vector<std::string> DaemonTest::LinksOfFailedMount(const std::string& text, int code,
+                                                        const std::string& changer) {
+    return LinksOfChain(code, {{"ChangerServerMessages", "GetMessageReplyErr", text},
+                               {"ChangerServerMountDisc", "ChangerServerMountDiscInDrive",
+                                "fail send message to changer server"},
+                               {"ChangerServerMountDisc", "ChangerServerMountDisc",
+                                "fail mount disc to drive index kNoDataTransferElem"},
+                               {"MediaIdThread", "RunMediaIdThread",
+                                "Fail ChangerServerMountDisc(" + changer + ", 0)"}});
+}
+
+// A puppet's lines may be very long.
+void DaemonTest::TearDown() {
+    for (const std::string& problem : run_.End())
+        ADD_FAILURE() << problem;
+    if (HasFailure())
+        for (const testbed::Line& line : run_.OutputLog().LinesFrom(0))
+            std::printf("%s: %.1000s\n", NameOf(line.stream), line.text.c_str());
+}
+
 void SystemTest::Begin(const std::string& changer) {
     StartServer(changer);
     StartDaemon();
@@ -34,8 +70,8 @@ void SystemTest::Begin(const std::string& changer) {
 
 void SystemTest::StartServer(const std::string& changer) {
     run_.StartServer();
-    Tell("add-changer changer=5000C500ABCD00A1 mount=/tmp/carousel " + changer);
-    Tell("start");
+    Do("add-changer changer=5000C500ABCD00A1 mount=/tmp/carousel " + changer);
+    Do("start");
 }
 
 void SystemTest::StartDaemon(const testbed::DaemonStart& start) {
@@ -44,6 +80,29 @@ void SystemTest::StartDaemon(const testbed::DaemonStart& start) {
     infoFile.AwaitReads(2);
     AwaitChangerAdded();
     run_.TakeBaseline();
+}
+
+void SystemTest::PutDisc(int slot, const std::string& properties) {
+    Do("put changer=5000C500ABCD00A1 slot=" + std::to_string(slot) + " " + properties);
+}
+
+void SystemTest::IdentifyNewDisc(int slot, const std::string& properties) {
+    PutDisc(slot, properties);
+    AwaitIdentification(slot);
+}
+
+void SystemTest::ExpectIdentification(int slot) {
+    IdentifyNewDisc(slot);
+    EXPECT_THAT(RequestsSoFar(), Contains("eject " + std::to_string(slot)));
+}
+
+void SystemTest::RequestBuild() {
+    Do("identify changer=5000C500ABCD00A1");
+}
+
+void SystemTest::RunBuild() {
+    RequestBuild();
+    AwaitEndOfBuild();
 }
 
 void SystemTest::AwaitChangerAdded(const std::string& guid) {
@@ -62,7 +121,7 @@ void SystemTest::AwaitIdentification(int slot) {
 }
 
 void SystemTest::AwaitServedRequest(int slot) {
-    Tell("identify changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
+    Do("identify changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
     AwaitIdentification(slot);
 }
 
@@ -81,38 +140,13 @@ void SystemTest::AwaitEndOfBuild() {
     AwaitWithdrawalForChanger(clearing.number);
 }
 
-std::string SystemTest::Link(const std::string& module, const std::string& function,
-                             const std::string& message) {
-    return module + ":[0-9]+, " + function + ": " + testbed::Pattern::Escape(message);
-}
-
-void SystemTest::AwaitLogOfFailedMount(const std::string& text, int code) {
-    const std::string suffix = " (VErrCode = " + std::to_string(code) + ")";
-    AwaitLog({Link("ChangerServerMessages", "GetMessageReplyErr", text + suffix),
-              Link("ChangerServerMountDisc", "ChangerServerMountDiscInDrive",
-                   "fail send message to changer server" + suffix),
-              Link("ChangerServerMountDisc", "ChangerServerMountDisc",
-                   "fail mount disc to drive index kNoDataTransferElem" + suffix),
-              Link("MediaIdThread", "RunMediaIdThread",
-                   "Fail ChangerServerMountDisc(5000C500ABCD00A1, 0)" + suffix)});
-}
-
 void SystemTest::AwaitLogOfFailedEject(const std::string& text, int code) {
-    const std::string suffix = " (VErrCode = " + std::to_string(code) + ")";
-    AwaitLog(
-        {Link("ChangerServerMessages", "GetMessageReplyErr", text + suffix),
-         Link("ChangerServerEjectDisc", "ChangerServerEjectDisc",
-              "fail send message to changer server" + suffix),
-         Link("MediaIdThread", "RunMediaIdThread",
-              "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0" + suffix)});
-}
-
-void SystemTest::TearDown() {
-    for (const std::string& complaint : run_.End())
-        ADD_FAILURE() << complaint;
-    if (HasFailure())
-        for (const testbed::Line& line : run_.OutputLog().LinesFrom(0))
-            std::printf("%s: %s\n", NameOf(line.stream), line.text.c_str());
+    AwaitLog(LinksOfChain(
+        code, {{"ChangerServerMessages", "GetMessageReplyErr", text},
+               {"ChangerServerEjectDisc", "ChangerServerEjectDisc",
+                "fail send message to changer server"},
+               {"MediaIdThread", "RunMediaIdThread",
+                "fail ChangerServerEjectDisc for changer 5000C500ABCD00A1/storage elem 0"}}));
 }
 
 std::vector<std::string> SystemTest::RequestsSoFar() {

@@ -2,10 +2,9 @@
 #define TESTS_SYSTEM_SYSTEMTEST_H
 
 /*
- * What the system tests share: a run with one server whose changer has the GUID 5000C500ABCD00A1
- * and is mounted on /tmp/carousel, and a daemon. Every test fails at its end for whatever
- * TestRun::End complains of. The GUIDs of all changers need more than 63 bits: the daemon's numbers
- * of smaller ones are held by the reference itself, and nobody would count references to them.
+ * The fixtures of the system tests. Functions that wait throw testbed::Failure after
+ * testbed::kTimeOut. The GUIDs of all changers need more than 63 bits: smaller ones are stored in
+ * the reference itself, and references to them are not counted.
  */
 
 #include "testbed/TestRun.h"
@@ -15,61 +14,99 @@
 #include <string>
 #include <vector>
 
-class SystemTest : public testing::Test {
+/* One run of the daemon. Each test fails at its end for every problem that TestRun::End() returns,
+   and prints all output if it failed. */
+class DaemonTest : public testing::Test {
 protected:
-    // The usual opening: a server with an empty changer, and a daemon that has taken it up.
-    void Begin(const std::string& changer = "slots=8 drives=2");
+    // The last log line of a worker whose closing request failed. Its disc stays in progress as
+    // long as its changer is known and its server lives.
+    static constexpr const char* kWorkerGaveUp = "MediaIdThread:[0-9]+, RunMediaIdThread: "
+                                                 "fail ChangerServerRequestChangerIdentification.*";
 
-    void StartServer(const std::string& changer = "slots=8 drives=2");
-    void StartDaemon(const testbed::DaemonStart& start = {});
+    static constexpr const char* kChanger = "5000C500ABCD00A1";
 
-    // Waits until the daemon, having seen a changer for the first time, has cleared its status.
-    void AwaitChangerAdded(const std::string& guid = "5000C500ABCD00A1");
+    // Returns the pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ...".
+    // `module` and `function` are patterns, `message` is a text.
+    static std::string Link(const std::string& module, const std::string& function,
+                            const std::string& message);
 
-    // Waits until the worker's last request for a disc has been answered and its connection closed.
-    void AwaitIdentification(int slot);
-
-    // Waits until the closing request of a build that walked has been answered and its connection
-    // closed.
-    void AwaitEndOfBuild();
-
-    // Waits until the daemon has acted on whatever the server told it so far: has a disc that is
-    // there identified on request, since requests are served in the order of the notifications.
-    void AwaitServedRequest(int slot);
-
-    testbed::Simulator& Server() {
-        return run_.Server();
-    }
-    std::vector<testbed::Event> Tell(const std::string& command) {
-        return Server().Do(command);
-    }
+    // See TestRun.
     void AwaitLog(const std::vector<std::string>& patterns) {
         run_.AwaitLog(patterns);
     }
-
     void SkipLogUntil(const std::string& pattern) {
         run_.SkipLogUntil(pattern);
     }
 
-    // The pattern of one logged link: "MediaIdThread:LINE, RunMediaIdThread: fail ... (err = 5)".
-    static std::string Link(const std::string& module, const std::string& function,
-                            const std::string& message);
-
-    // Waits for the log lines of an identification in slot 0 whose mount or eject failed.
-    void AwaitLogOfFailedMount(const std::string& text, int code);
-    void AwaitLogOfFailedEject(const std::string& text, int code);
-
-    // Waits for a withdrawal of the changer's request after that event, and the end of its
-    // connection.
-    testbed::Event AwaitWithdrawalForChanger(int after);
-
-    // What the daemon asked for so far, in short: "mount 3", "eject 3", "withdraw 3",
-    // "withdraw changer", "status 1/3", "clear status".
-    std::vector<std::string> RequestsSoFar();
+    struct LoggedLink {
+        std::string module;
+        std::string function;
+        std::string message;
+    };
+    // Returns the patterns of links that all end in " (VErrCode = code)".
+    static std::vector<std::string> LinksOfChain(int code, const std::vector<LoggedLink>& links);
+    // Returns the patterns of the links of an identification in slot 0 whose mount failed.
+    static std::vector<std::string> LinksOfFailedMount(const std::string& text, int code,
+                                                       const std::string& changer = kChanger);
 
     void TearDown() override;
 
     testbed::TestRun run_;
+};
+
+/* A run with a simulated server, whose changer has the GUID 5000C500ABCD00A1 and is mounted on
+   /tmp/carousel. */
+class SystemTest : public DaemonTest {
+protected:
+    // Starts the server with an empty changer, and the daemon.
+    void Begin(const std::string& changer = "slots=8 drives=2");
+    // Starts the server; `changer` is added to the command "add-changer".
+    void StartServer(const std::string& changer = "slots=8 drives=2");
+    // Starts the daemon, waits until it has added the changer, and takes the baseline.
+    void StartDaemon(const testbed::DaemonStart& start = {});
+
+    testbed::Simulator& Server() {
+        return run_.Server();
+    }
+    // See Simulator::Do().
+    std::vector<testbed::Event> Do(const std::string& command) {
+        return Server().Do(command);
+    }
+    // Puts a disc into the slot; `properties` are added to the command "put".
+    void PutDisc(int slot, const std::string& properties = "");
+    // As PutDisc, and waits for the end of its identification.
+    void IdentifyNewDisc(int slot, const std::string& properties = "");
+    // As IdentifyNewDisc, and checks that the disc was ejected.
+    void ExpectIdentification(int slot);
+    // Requests a build of the changer, as a user does.
+    void RequestBuild();
+    // As RequestBuild, and waits for the end of the build.
+    void RunBuild();
+
+    // Waits until the daemon has added a changer and cleared its status.
+    void AwaitChangerAdded(const std::string& guid = kChanger);
+
+    // Waits until the worker's last request for a disc has its reply and its connection is closed.
+    void AwaitIdentification(int slot);
+
+    // Waits until the closing request of a build that walked has its reply and its connection is
+    // closed.
+    void AwaitEndOfBuild();
+
+    // Requests the identification of a disc that is there and waits for its end. The daemon has
+    // then handled all earlier notifications, as it handles them in order.
+    void AwaitServedRequest(int slot);
+
+    // Waits for the log lines of an identification in slot 0 whose eject failed.
+    void AwaitLogOfFailedEject(const std::string& text, int code);
+
+    // Waits for a withdrawal of the changer's request after the event of that number, and for the
+    // end of its connection. Returns the withdrawal.
+    testbed::Event AwaitWithdrawalForChanger(int after);
+
+    // Returns the daemon's requests so far: "mount 3", "eject 3", "withdraw 3", "withdraw changer",
+    // "status 1/3", "clear status".
+    std::vector<std::string> RequestsSoFar();
 };
 
 #endif

@@ -3,8 +3,7 @@
 #include "testbed/Failure.h"
 #include "testbed/ReadWatch.h"
 #include "tests/unit/support/BinaryLists.h"
-
-#include <gmock/gmock.h>
+#include "tests/unit/support/Matchers.h"
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -13,22 +12,12 @@
 #include <fstream>
 #include <vector>
 
-using testbed::Event;
-using testing::Contains;
-using testing::Each;
-
 namespace fs = std::filesystem;
-
-namespace {
-
-constexpr const char* kNotAnInfoFile = "no property list";
-
-} // namespace
 
 void VolumeTest::SetUp() {
     run_.StartServer();
-    Tell("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
-    Tell("start");
+    Do("add-changer changer=5000C500ABCD00A1 slots=2 drives=1");
+    Do("start");
     run_.StartDaemon();
     AwaitChangerAdded();
     run_.TakeBaseline();
@@ -64,16 +53,20 @@ void VolumeTest::Bind(const fs::path& folder, const fs::path& place, int reads) 
     infoFile.AwaitReads(reads);
 }
 
+void VolumeTest::MountChanger(int discs, const fs::path& folder, const fs::path& place) {
+    MakeChangerFolder(folder, discs);
+    Bind(folder, place, 2);
+}
+
 void VolumeTest::AwaitMountsSeen() {
     static int number = 0;
     const fs::path folder = "/tmp/mark" + std::to_string(number++);
-    WriteInfoFile(folder / ".changer_info.plist", kNotAnInfoFile);
+    WriteInfoFile(folder / ".changer_info.plist", "no property list");
     Bind(folder, folder.string() + "-place", 1);
 }
 
 void VolumeTest::ExpectBuildOf(int discs) {
-    Tell("identify changer=5000C500ABCD00A1");
-    AwaitEndOfBuild();
+    RunBuild();
     const std::string steps = std::to_string(discs);
     EXPECT_THAT(RequestsSoFar(), Contains("status " + steps + "/" + steps));
 }
@@ -82,7 +75,7 @@ void VolumeTest::ExpectNothingToBuild() {
     const std::size_t before = RequestsSoFar().size();
     int last = 0;
     for (int build = 0; build < 2; ++build) {
-        Tell("identify changer=5000C500ABCD00A1");
+        RequestBuild();
         last = AwaitWithdrawalForChanger(last).number;
     }
     std::vector<std::string> requests = RequestsSoFar();
@@ -91,13 +84,6 @@ void VolumeTest::ExpectNothingToBuild() {
 }
 
 namespace {
-
-TEST_F(VolumeTest, FileSystemIsRegisteredWhenItIsMounted) {
-    ExpectNothingToBuild();
-    MakeChangerFolder("/tmp/a", 2);
-    Bind("/tmp/a", "/tmp/place", 2);
-    ExpectBuildOf(2);
-}
 
 TEST_F(VolumeTest, FileSystemWithBinaryInfoFilesIsBuilt) {
     const auto guid = std::pair("Changer GUID", BinaryInteger(0x5000C500ABCD00A1U));
@@ -114,9 +100,10 @@ TEST_F(VolumeTest, FileSystemWithBinaryInfoFilesIsBuilt) {
     ExpectBuildOf(2);
 }
 
-TEST_F(VolumeTest, FileSystemIsUnregisteredWhenItIsUnmounted) {
-    MakeChangerFolder("/tmp/a", 2);
-    Bind("/tmp/a", "/tmp/place", 2);
+TEST_F(VolumeTest, FileSystemIsRegisteredFromItsMountToItsUnmount) {
+    ExpectNothingToBuild();
+    MountChanger(2);
+    ExpectBuildOf(2);
     ASSERT_EQ(umount("/tmp/place"), 0);
     AwaitMountsSeen();
     ExpectNothingToBuild();
@@ -125,23 +112,19 @@ TEST_F(VolumeTest, FileSystemIsUnregisteredWhenItIsUnmounted) {
 }
 
 TEST_F(VolumeTest, SecondFileSystemOfAChangerReplacesTheFirst) {
-    MakeChangerFolder("/tmp/a", 1);
-    MakeChangerFolder("/tmp/b", 3);
-    Bind("/tmp/a", "/tmp/place-a", 2);
-    Bind("/tmp/b", "/tmp/place-b", 2);
+    MountChanger(1, "/tmp/a", "/tmp/place-a");
+    MountChanger(3, "/tmp/b", "/tmp/place-b");
     ASSERT_EQ(umount("/tmp/place-a"), 0);
     AwaitMountsSeen();
     ExpectBuildOf(3);
 }
 
 TEST_F(VolumeTest, VolumeMountedTwiceStaysRegisteredUntilItsLastUnmount) {
-    MakeChangerFolder("/tmp/a", 2);
-    Bind("/tmp/a", "/tmp/place-1", 2);
-    fs::create_directory("/tmp/place-2");
-    ASSERT_EQ(mount("/tmp/a", "/tmp/place-2", nullptr, MS_BIND, nullptr), 0);
+    MountChanger(2, "/tmp/a", "/tmp/place-1");
+    Bind("/tmp/a", "/tmp/place-2", 0);
     testbed::ReadWatch infoFile("/tmp/a/.changer_info.plist");
     ASSERT_EQ(umount("/tmp/place-1"), 0);
-    infoFile.AwaitReads(2); // taken up again, at its other place
+    infoFile.AwaitReads(2); // registered again, at its other place
     ExpectBuildOf(2);
     ASSERT_EQ(umount("/tmp/place-2"), 0);
     AwaitMountsSeen();
@@ -149,8 +132,7 @@ TEST_F(VolumeTest, VolumeMountedTwiceStaysRegisteredUntilItsLastUnmount) {
 }
 
 TEST_F(VolumeTest, MovedVolumeIsRegisteredAtItsNewMountPoint) {
-    MakeChangerFolder("/tmp/a", 2);
-    Bind("/tmp/a", "/tmp/place-1", 2);
+    MountChanger(2, "/tmp/a", "/tmp/place-1");
     fs::create_directory("/tmp/place-2");
     testbed::ReadWatch infoFile("/tmp/a/.changer_info.plist");
     ASSERT_EQ(mount("/tmp/place-1", "/tmp/place-2", nullptr, MS_MOVE, nullptr), 0);
@@ -159,14 +141,12 @@ TEST_F(VolumeTest, MovedVolumeIsRegisteredAtItsNewMountPoint) {
 }
 
 TEST_F(VolumeTest, MountPointWithSpecialCharactersIsRegistered) {
-    MakeChangerFolder("/tmp/a", 1);
-    Bind("/tmp/a", "/tmp/a \"place\"\twith\nblanks\\", 2);
+    MountChanger(1, "/tmp/a", "/tmp/a \"place\"\twith\nblanks\\");
     ExpectBuildOf(1);
 }
 
 TEST_F(VolumeTest, MountPointThatIsNotUtf8IsLoggedAndNotRegistered) {
-    MakeChangerFolder("/tmp/a", 1);
-    Bind("/tmp/a", "/tmp/\xff", 2);
+    MountChanger(1, "/tmp/a", "/tmp/\xff");
     AwaitLog(
         {Link("CFHelpers", "CFHDictionarySetStringValue", "fail alloc str"),
          Link("ChangerFSCacheState", "AddChangerFSToList", "fail set changer mount path value"),
@@ -184,27 +164,21 @@ TEST_F(VolumeTest, VolumesWithInvalidInfoFilesAreIgnored) {
     ExpectNothingToBuild();
 }
 
-// Neither may keep the main thread waiting.
 TEST_F(VolumeTest, PipeOrFolderInPlaceOfTheInfoFileDoesNotBlockTheDaemon) {
     fs::create_directories("/tmp/pipe");
     ASSERT_EQ(mkfifo("/tmp/pipe/.changer_info.plist", 0600), 0);
     fs::create_directories("/tmp/folder/.changer_info.plist");
-    for (const fs::path folder : {"/tmp/pipe", "/tmp/folder"}) {
-        fs::create_directories(folder.string() + "-place");
-        ASSERT_EQ(
-            mount(folder.c_str(), (folder.string() + "-place").c_str(), nullptr, MS_BIND, nullptr),
-            0);
-    }
+    for (const fs::path folder : {"/tmp/pipe", "/tmp/folder"})
+        Bind(folder, folder.string() + "-place", 0);
     AwaitMountsSeen();
-    MakeChangerFolder("/tmp/a", 1);
-    Bind("/tmp/a", "/tmp/place", 2);
+    MountChanger(1);
     ExpectBuildOf(1);
 }
 
-// Listing what is mounted is followed by watching it: nothing may fall in between.
+// The daemon lists the mount table and then watches it: no mount between the two may be missed.
 TEST_F(VolumeTest, FileSystemOfTheServerIsRegisteredWhileTheDaemonRuns) {
-    Tell("mount changer=5000C500ABCD00A1 mount=/tmp/carousel");
-    Tell("put changer=5000C500ABCD00A1 slot=0 identified=yes");
+    Do("mount changer=5000C500ABCD00A1 mount=/tmp/carousel");
+    PutDisc(0, "identified=yes");
     while (Server().AllSoFar("listed").empty())
         AwaitServedRequest(0);
 }

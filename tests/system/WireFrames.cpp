@@ -36,13 +36,6 @@ std::string Info(const Changer& changer) {
            Key("Changer Client Status", "<dict/>") + "</dict>";
 }
 
-std::string Notification(const std::string& key, const std::string& value,
-                         const std::string& rest = "") {
-    return Frame(List("<dict>" + Key(key, value) + rest + "</dict>"));
-}
-
-} // namespace
-
 std::string Frame(const std::string& payload) {
     const struct {
         std::uint32_t signature = 0x68536967;
@@ -54,6 +47,13 @@ std::string Frame(const std::string& payload) {
     std::memcpy(frame.data(), &header, sizeof header);
     return frame + payload;
 }
+
+std::string Notification(const std::string& key, const std::string& value,
+                         const std::string& rest = "") {
+    return Frame(List("<dict>" + Key(key, value) + rest + "</dict>"));
+}
+
+} // namespace
 
 std::string EmptyReply() {
     return Frame(List("<dict/>"));

@@ -1,7 +1,7 @@
 #ifndef TESTS_SYSTEM_WIREFRAMES_H
 #define TESTS_SYSTEM_WIREFRAMES_H
 
-/* The server's frames as a Puppet writes them, made without any library. */
+/* The server's frames as a Puppet writes them, made independently of the daemon's code. */
 
 #include <cstddef>
 #include <cstdint>
@@ -12,23 +12,22 @@ namespace wire {
 
 constexpr std::size_t kHeaderSize = 12;
 
-std::string Frame(const std::string& payload);
-
-/* The reply that means success. */
+/* Returns the reply that means success. */
 std::string EmptyReply();
 
-/* Added to what a test calls a changer, so that the daemon's numbers of it are objects, whose
-   references count: integers of 63 bits are held by the reference itself. */
+/* Added to a test's short name of a changer: the GUID then needs more than 63 bits, so the daemon's
+   numbers of it are objects with a reference count. */
 constexpr std::uint64_t kGuidBase = 0x5000C500ABCD0000;
 
 struct Changer {
     std::uint64_t guid = 0;  // without kGuidBase
-    bool hasDisc = false;    // one, never identified, in slot 0
-    bool wantsBuild = false; // by a user's request
+    bool hasDisc = false;    // in slot 0, never identified
+    bool wantsBuild = false; // a user has requested a build
 };
 
+/* Returns the notification "changer list". */
 std::string ChangerList(const std::vector<Changer>& changers);
-/* With a key of so many bytes that means nothing. */
+/* Returns the notification "changer info", with an unknown key whose value has `padding` bytes. */
 std::string ChangerInfo(const std::vector<Changer>& changers, std::size_t padding = 0);
 
 } // namespace wire

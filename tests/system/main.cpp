@@ -4,7 +4,7 @@
 
 namespace {
 
-// Tests that run in one process share their mounts: what one left in /tmp is gone before the next.
+// Tests in one process share a sandbox; each begins with an empty /tmp.
 class EmptyTmpForEachTest : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
         testbed::RemountTmp();

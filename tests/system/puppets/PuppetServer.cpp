@@ -1,20 +1,20 @@
 /*
- * carouseld-puppet: a changer server that does nothing by itself. Each line of standard input is
- * one step, done by its only thread, which blocks where the kernel lets it, and answered by one
- * line. So a test can stop or kill it between any two bytes. CHANNEL is "messages" or
- * "notifications"; connections are numbered from 1 as they are accepted.
+ * carouseld-puppet: a changer server that a test controls. Each line of standard input is one step,
+ * performed by the only thread, which may block, and answered by one line. A test can therefore
+ * stop or kill the server between any two bytes. CHANNEL is "messages" or "notifications"; the
+ * accepted connections are numbered from 1.
  *
- *   name HEX               calls the process so
- *   listen CHANNEL BACKLOG makes the socket of this process's id, or gives it another backlog
- *   fill CHANNEL           connects to it until nobody could without waiting
- *   drain CHANNEL          accepts and closes what fill connected
- *   await CHANNEL          waits until a client could be accepted
- *   accept CHANNEL         waits for the next client: "accepted NUMBER"
- *   refuse CHANNEL COUNT   accepts so many clients and closes them at once
- *   look NUMBER            waits until something has come, and leaves it there
- *   read NUMBER COUNT      reads so many bytes of a request
+ *   name HEX               sets the process's name
+ *   listen CHANNEL BACKLOG creates the socket of this process's PID, or changes its backlog
+ *   fill CHANNEL           connects to the socket until connect() would block
+ *   drain CHANNEL          accepts and closes the connections of "fill"
+ *   await CHANNEL          waits until a client can be accepted
+ *   accept CHANNEL         accepts the next client: "accepted NUMBER"
+ *   refuse CHANNEL COUNT   accepts COUNT clients and closes their connections at once
+ *   look NUMBER            waits until there are bytes to read, without reading them
+ *   read NUMBER COUNT      reads COUNT bytes of a request
  *   request NUMBER         reads the rest of a request: "request XML", without line breaks
- *   write NUMBER HEX       writes all of the bytes: "written", or "lost" if the client has gone
+ *   write NUMBER HEX       writes all bytes: "written", or "lost" if the client has closed
  *   end NUMBER             waits until the client has closed, then closes
  *   close NUMBER           closes the connection
  */
@@ -57,7 +57,7 @@ struct Channel {
 
 struct Connection {
     Descriptor socket;
-    std::string request; // as far as it was read
+    std::string request; // the bytes read so far
 };
 
 std::map<std::string, Channel> g_channels;

@@ -1,15 +1,16 @@
 /*
- * puppet-volume [--asleep|--stops-at-info=N] PLACE GUID FOLDER...
+ * puppet-volume --awake|--asleep|--stops-at-info=N PLACE GUID FOLDER...
  *
- * Mounts a changer's file system with one disc, "disc", in which are these folders, until it is
- * killed. It says "volume mounted" when it is, and "volume read PATH" of each file that is opened.
- * With --asleep it stops itself (SIGSTOP) before it answers anything, with --stops-at-info before
- * it opens the changer's info file for the Nth time. How a folder's name begins tells what happens
- * to whoever lists it:
+ * Serves a changer's file system with one disc, "disc", which has these folders, until it is
+ * killed. Writes "volume mounted" after the mount, and "volume read PATH" for each file that is
+ * opened. With
+ * --asleep the process stops itself (SIGSTOP) before its first answer, with --stops-at-info before
+ * the changer's info file is opened for the Nth time. The beginning of a folder's name defines how
+ * it is listed:
  *
- *   stop       the server stops itself before it answers
- *   forbidden  refused (EACCES)
- *   broken     fails in the middle (EIO)
+ *   stop       the process stops itself before it answers
+ *   forbidden  fails with EACCES
+ *   broken     fails with EIO after the first name
  *   maze       has folders "a" and "b", and so has each of these, without end
  */
 
@@ -57,7 +58,7 @@ std::optional<std::string> FindFile(std::string_view path) {
     return std::nullopt;
 }
 
-// The folder of the disc that the path leads into, and what follows.
+// Splits a path below the disc into the name of the disc's folder and the rest.
 std::pair<std::string, std::string> SplitBelowDisc(std::string_view path) {
     if (!path.starts_with(std::string(kDisc) + "/"))
         return {};
@@ -114,7 +115,7 @@ std::vector<std::string> NamesIn(std::string_view path) {
     return isMaze ? std::vector<std::string>{"a", "b"} : std::vector<std::string>{};
 }
 
-// One name a call, so that there is a middle.
+// Returns one name per call, so a listing takes several calls.
 int ReadDirectory(const char* path, void* buffer, fuse_fill_dir_t fill, off_t offset,
                   fuse_file_info*, fuse_readdir_flags) {
     const bool isBroken = SplitBelowDisc(path).first.starts_with("broken");
@@ -162,18 +163,13 @@ int Serve(const char* place, bool isAsleep) {
 } // namespace
 
 int main(int, char** argv) {
-    const char* const* next = argv + 1;
-    const std::string_view option = *next;
-    const bool isAsleep = option == "--asleep";
-    const bool stopsAtInfo = option.starts_with(kStopsAtInfo);
-    if (stopsAtInfo)
-        g_infoOpeningsUntilStop = std::stoi(*next + kStopsAtInfo.size());
-    next += isAsleep || stopsAtInfo ? 1 : 0;
-    const char* const place = *next++;
-    g_guid = *next++;
-    for (; *next != nullptr; ++next)
-        g_folders.emplace_back(*next);
+    const std::string option = argv[1];
+    if (option.starts_with(kStopsAtInfo))
+        g_infoOpeningsUntilStop = std::stoi(option.substr(kStopsAtInfo.size()));
+    g_guid = argv[3];
+    for (char** folder = argv + 4; *folder != nullptr; ++folder)
+        g_folders.emplace_back(*folder);
     // Tests unmount this program's file system and kill it at once. A leak check at its exit that
     // is killed in the middle reports "Unable to get registers", so exit without one.
-    std::_Exit(Serve(place, isAsleep));
+    std::_Exit(Serve(argv[2], option == "--asleep"));
 }
