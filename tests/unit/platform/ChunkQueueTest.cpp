@@ -15,6 +15,7 @@ namespace cf {
 namespace {
 
 constexpr std::size_t kOverhead = 16; // of each chunk
+const std::string kLongest(ChunkQueue::kMaximumChunkSize, 'x');
 
 void Append(ChunkQueue& queue, std::string_view text, Nanoseconds arrived) {
     const auto space = queue.Reserve();
@@ -68,10 +69,9 @@ TEST(ChunkQueueTest, UnusedReserveChangesNothing) {
     ChunkQueue queue;
     queue.Reserve();
     EXPECT_TRUE(queue.IsEmpty());
-    const std::string longest(ChunkQueue::kMaximumChunkSize, 'x');
-    Append(queue, longest, 1);
+    Append(queue, kLongest, 1);
     queue.Reserve(); // a second block
-    EXPECT_EQ(TakeFront(queue), longest);
+    EXPECT_EQ(TakeFront(queue), kLongest);
     EXPECT_TRUE(queue.IsEmpty());
     Append(queue, "next", 2);
     EXPECT_EQ(TakeFront(queue), "next");
@@ -81,7 +81,7 @@ TEST(ChunkQueueTest, DrainedBlockIsUsedFromItsBeginning) {
     ChunkQueue queue;
     const auto* const begin = queue.Reserve().data();
     for (int i = 0; i < 100; ++i) {
-        Append(queue, std::string(ChunkQueue::kMaximumChunkSize, 'x'), i);
+        Append(queue, kLongest, i);
         queue.RemoveFront();
         ASSERT_EQ(queue.Reserve().data(), begin);
     }
@@ -101,15 +101,14 @@ TEST(ChunkQueueTest, ClearedQueueIsEmptyAndUsable) {
 
 TEST(ChunkQueueTest, ReserveIsEmptyWithoutMemoryForABlock) {
     ChunkQueue queue;
-    const std::string longest(ChunkQueue::kMaximumChunkSize, 'x');
     const auto hasSpace = [&] {
         const AllocationFault fault(1);
         return !queue.Reserve().empty();
     };
     EXPECT_FALSE(hasSpace());
-    Append(queue, longest, 1);
+    Append(queue, kLongest, 1);
     EXPECT_FALSE(hasSpace());
-    EXPECT_EQ(TakeFront(queue), longest);
+    EXPECT_EQ(TakeFront(queue), kLongest);
     EXPECT_TRUE(hasSpace());
 }
 

@@ -49,7 +49,7 @@ protected:
     void SetUp() override {
         if (!EnterPrivateMounts())
             GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-        stage_.emplace();
+        mounts_.emplace();
     }
     ~DiskArbitration() override {
         Close();
@@ -65,7 +65,7 @@ protected:
     }
     // Mounts the volume and opens a session where it has appeared.
     void OpenWithVolume(const std::string& name) {
-        Stage().Mount(name);
+        Mounts().Mount(name);
         Open();
         EXPECT_EQ(Events(1), Strings{"+" + name});
     }
@@ -98,7 +98,7 @@ protected:
 
     // The events until a volume that is mounted now has appeared: all events that are due now.
     Strings EventsUntilNow() {
-        Stage().Mount("last");
+        Mounts().Mount("last");
         events_.clear();
         while (events_.empty() || events_.back() != "+last")
             CFRunLoopRun();
@@ -106,8 +106,8 @@ protected:
         return events_;
     }
 
-    const MountStage& Stage() const {
-        return *stage_;
+    const MountStage& Mounts() const {
+        return *mounts_;
     }
     std::string NameOf(const std::string& volume) const {
         const auto found = std::ranges::find_if(
@@ -125,7 +125,7 @@ private:
         auto& self = *static_cast<DiskArbitration*>(context);
         const auto path = VolumePath(disk);
         ASSERT_TRUE(path);
-        const std::string root = self.Stage().Path("");
+        const std::string root = self.Mounts().Path("");
         if (path->starts_with(root)) {
             const std::string volume = path->substr(root.size());
             const auto known = self.volumes_.emplace(DADiskGetBSDName(disk), volume).first;
@@ -148,12 +148,12 @@ private:
         CFRunLoopStop(CFRunLoopGetCurrent());
     }
 
-    std::optional<MountStage> stage_;
+    std::optional<MountStage> mounts_;
 };
 
 TEST_F(DiskArbitration, MountedVolumesAppearWhenTheLoopRuns) {
-    Stage().Mount("a");
-    Stage().Mount("b");
+    Mounts().Mount("a");
+    Mounts().Mount("b");
     Open();
     EXPECT_TRUE(events_.empty());
     EXPECT_EQ(Events(2), (Strings{"+a", "+b"}));
@@ -165,17 +165,17 @@ TEST(DiskDescription, VolumePathKeyIsDAVolumePath) {
 
 TEST_F(DiskArbitration, MountAndUnmountAreReported) {
     Open();
-    Stage().Mount("a");
+    Mounts().Mount("a");
     EXPECT_EQ(Events(1), Strings{"+a"});
-    Stage().Unmount("a");
+    Mounts().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
-    Stage().Mount("a");
+    Mounts().Mount("a");
     EXPECT_EQ(Events(1), Strings{"+a"});
 }
 
 TEST_F(DiskArbitration, EscapedPathIsDecoded) {
     Open();
-    Stage().Mount("two words\tand \\ more");
+    Mounts().Mount("two words\tand \\ more");
     EXPECT_EQ(Events(1), Strings{"+two words\tand \\ more"});
 }
 
@@ -183,43 +183,43 @@ TEST_F(DiskArbitration, RemountBetweenTwoIterationsIsReported) {
     if (disks::ReadUniqueMountIds().value_or(disks::UniqueMountIds()).empty())
         GTEST_SKIP() << "this kernel has no unique mount ids (Linux 6.8 does)";
     OpenWithVolume("a");
-    Stage().Unmount("a");
-    Stage().Mount("a");
+    Mounts().Unmount("a");
+    Mounts().Mount("a");
     EXPECT_EQ(Events(2), (Strings{"-a", "+a"}));
 }
 
 TEST_F(DiskArbitration, DiskMountedTwiceAppearsOnce) {
     OpenWithVolume("a");
-    Stage().Bind("a", "b");
+    Mounts().Bind("a", "b");
     EXPECT_EQ(EventsUntilNow(), Strings());
-    Stage().Unmount("a");
+    Mounts().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
     EXPECT_EQ(EventsOfAnIteration(), (Strings{"+b", "+last"}));
-    Stage().Unmount("b");
+    Mounts().Unmount("b");
     EXPECT_EQ(Events(1), Strings{"-b"});
 }
 
 TEST_F(DiskArbitration, DirectoriesOfOneDeviceAreDifferentDisks) {
     OpenWithVolume("a");
-    Stage().Place("a/sub");
-    Stage().Bind("a/sub", "b");
+    Mounts().Place("a/sub");
+    Mounts().Bind("a/sub", "b");
     EXPECT_EQ(Events(1), Strings{"+b"});
     EXPECT_EQ(NameOf("b"), NameOf("a") + "s1");
 }
 
 TEST_F(DiskArbitration, MoveIsADisappearanceAndAnAppearance) {
     OpenWithVolume("a");
-    Stage().Move("a", "b");
+    Mounts().Move("a", "b");
     EXPECT_EQ(Events(2), (Strings{"-a", "+b"}));
 }
 
 TEST_F(DiskArbitration, CoveredVolumeDisappearsUntilItIsUncovered) {
     OpenWithVolume("a");
     const std::string name = NameOf("a");
-    Stage().Mount("a");
+    Mounts().Mount("a");
     EXPECT_EQ(Events(2), (Strings{"-a", "+a"}));
     EXPECT_NE(NameOf("a"), name);
-    Stage().Unmount("a");
+    Mounts().Unmount("a");
     EXPECT_EQ(Events(2), (Strings{"-a", "+a"}));
     EXPECT_EQ(NameOf("a"), name);
 }
@@ -230,7 +230,7 @@ protected:
         DiskArbitration::SetUp();
         if (IsSkipped())
             return;
-        hung_.emplace(Stage(), "hung");
+        hung_.emplace(Mounts(), "hung");
         if (!hung_->IsMounted())
             GTEST_SKIP() << "no user space file systems here";
         Open();
@@ -243,7 +243,7 @@ protected:
 TEST_F(HungVolumeTest, LateVolumeAppearsWithThoseMountedAfterIt) {
     hung_->Answer();
     EXPECT_EQ(EventsOfAnIteration(), (Strings{"+hung", "+last"}));
-    Stage().Unmount("hung");
+    Mounts().Unmount("hung");
     EXPECT_EQ(Events(1), Strings{"-hung"});
 }
 
@@ -253,24 +253,24 @@ TEST_F(HungVolumeTest, CallbackOfALateVolumeMayCloseTheSession) {
     EXPECT_EQ(EventsOfAnIteration(), Strings{"+hung"});
     CFRunLoopRun(); // returns at once: the loop is empty
     EXPECT_EQ(events_, Strings{"+hung"});
-    Stage().Unmount("hung");
+    Mounts().Unmount("hung");
 }
 
 TEST_F(HungVolumeTest, GoneVolumeIsNeverReported) {
-    Stage().Unmount("hung");
+    Mounts().Unmount("hung");
     hung_.reset();
     // The server has gone: the probe has ended with an error.
     AwaitRest();
     // Nor is the volume reported while the mount table without it cannot be read.
     g_failingOpens = 1;
-    Stage().Unmount("last");
+    Mounts().Unmount("last");
     EXPECT_EQ(Events(1), Strings{"-last"});
     EXPECT_EQ(EventsUntilNow(), Strings());
 }
 
 TEST_F(DiskArbitration, CallbackMayCloseTheSession) {
-    Stage().Mount("a");
-    Stage().Mount("b");
+    Mounts().Mount("a");
+    Mounts().Mount("b");
     onAppeared_ = [this] { Close(); };
     Open();
     EXPECT_EQ(Events(1).size(), 1U);
@@ -281,8 +281,8 @@ TEST_F(DiskArbitration, CallbackMayCloseTheSession) {
 TEST_F(DiskArbitration, EventsOfAnUnscheduledSessionFollowWhenScheduled) {
     OpenWithVolume("a");
     DASessionUnscheduleFromRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-    Stage().Unmount("a");
-    Stage().Mount("b");
+    Mounts().Unmount("a");
+    Mounts().Mount("b");
     CFRunLoopRun();
     EXPECT_EQ(events_, Strings{"+a"});
     DASessionScheduleWithRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
@@ -292,7 +292,7 @@ TEST_F(DiskArbitration, EventsOfAnUnscheduledSessionFollowWhenScheduled) {
 TEST_F(DiskArbitration, ClosedSessionsLeaveNoThreadAndNoDescriptor) {
     CFRunLoopGetCurrent();
     const std::size_t descriptors = CountDescriptors();
-    Stage().Mount("a");
+    Mounts().Mount("a");
     for (int i = 0; i < 10; ++i) {
         Open();
         EXPECT_EQ(Events(1), Strings{"+a"});
@@ -304,12 +304,12 @@ TEST_F(DiskArbitration, ClosedSessionsLeaveNoThreadAndNoDescriptor) {
 
 TEST_F(DiskArbitration, UnreadableMountTableIsReadAgainAfterOneSecond) {
     Open();
-    Stage().Mount("a");
+    Mounts().Mount("a");
     g_failingOpens = 2;
     EXPECT_EQ(Events(1), Strings{"+a"});
     g_retry = {};
     g_failingOpens = 1;
-    Stage().Unmount("a");
+    Mounts().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
     EXPECT_EQ(g_failingOpens, 0);
     const itimerspec oneSecond = {{0, 0}, {1, 0}};
@@ -335,7 +335,7 @@ TEST_F(DiskArbitration, NestedRunHasNoEvents) {
         CFRunLoopRun();
         eventsSeen = events_.size();
     });
-    Stage().Unmount("a");
+    Mounts().Unmount("a");
     EXPECT_EQ(Events(1), Strings{"-a"});
     EXPECT_EQ(eventsSeen, 0U);
 }
@@ -352,7 +352,7 @@ TEST_F(DiskArbitration, OtherObjectsAreIgnoredAsSessionAndAsDisk) {
         DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
         DASessionUnscheduleFromRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     }
-    Stage().Mount("a");
+    Mounts().Mount("a");
     EXPECT_EQ(Events(1), Strings{"+a"});
 }
 
@@ -369,7 +369,7 @@ TEST_F(DiskArbitration, WithoutACallbackNoEventIsReported) {
     OpenWithVolume("a");
     DARegisterDiskDisappearedCallback(session_, nullptr, nullptr, nullptr);
     volumes_.clear(); // no callback does
-    Stage().Unmount("a");
+    Mounts().Unmount("a");
     EXPECT_EQ(EventsUntilNow(), Strings());
 }
 

@@ -186,13 +186,9 @@ TEST(SessionSweep, CreationFailsCleanlyOrSucceeds) {
 
 int g_present = 0; // disks that appeared and did not disappear
 
-void NoteAppeared(DADiskRef, void*) {
-    ++g_present;
-    StopCurrentRun();
-}
-
-void NoteDisappeared(DADiskRef, void*) {
-    --g_present;
+template<int kChange>
+void CountPresent(DADiskRef, void*) {
+    g_present += kChange;
     StopCurrentRun();
 }
 
@@ -201,12 +197,12 @@ protected:
     void SetUp() override {
         if (!EnterPrivateMounts())
             GTEST_SKIP() << "no mounts of its own: " << strerror(errno) << " (run as root)";
-        stage_.emplace();
+        mounts_.emplace();
         g_present = 0;
         session_ = DASessionCreate(kCFAllocatorDefault);
         ASSERT_NE(session_, nullptr);
-        DARegisterDiskAppearedCallback(session_, nullptr, NoteAppeared, nullptr);
-        DARegisterDiskDisappearedCallback(session_, nullptr, NoteDisappeared, nullptr);
+        DARegisterDiskAppearedCallback(session_, nullptr, CountPresent<+1>, nullptr);
+        DARegisterDiskDisappearedCallback(session_, nullptr, CountPresent<-1>, nullptr);
         DASessionScheduleWithRunLoop(session_, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
         AwaitAll();
     }
@@ -229,7 +225,7 @@ protected:
             CFRunLoopRun();
     }
 
-    std::optional<MountStage> stage_;
+    std::optional<MountStage> mounts_;
 
 private:
     int iterationsLeft_ = 0;
@@ -243,13 +239,13 @@ private:
 };
 
 TEST_F(IterationSweep, NextIterationReportsWhatAFailedOneMissed) {
-    stage_->Mount("first");
+    mounts_->Mount("first");
     SweepEveryKindOfFault([&] { RunTwice(); },
                           [&](const Fault&) {
                               AwaitAll();
-                              stage_->Unmount("first");
+                              mounts_->Unmount("first");
                               AwaitAll();
-                              stage_->Mount("first");
+                              mounts_->Mount("first");
                           });
     AwaitAll();
 }

@@ -1,4 +1,4 @@
-/* A program of its own, as a process draws the key only once. */
+/* The key of hashes. This is a separate program: a process draws the key only once. */
 
 #include "objects/Hash.h"
 
@@ -14,10 +14,10 @@
 
 namespace {
 
-std::vector<std::uint32_t> g_hashes; // of the same word, while others were drawing
-int g_onlyByte = -1;                 // of every draw, unless negative
+std::vector<std::uint32_t> g_hashes; // of one word, computed during the draws
+int g_onlyByte = -1;                 // every byte of a draw; -1: see Draw()
 
-// The draws, of which each but the last is overtaken by the next: random bytes, zeros, none.
+// Three draws, the first two interrupted by the next: random bytes, zeros, an error.
 ssize_t Draw(void* bytes, size_t size) {
     if (g_onlyByte >= 0) {
         std::memset(bytes, g_onlyByte, size);
@@ -35,15 +35,15 @@ ssize_t Draw(void* bytes, size_t size) {
     return static_cast<ssize_t>(size);
 }
 
-TEST(HashKey, OfTheFirstToDrawIsEverybodys) {
+TEST(HashKey, FirstKeyThatIsSetIsUsedByAllDraws) {
     const std::uint32_t hash = cf::HashWord(1);
     EXPECT_EQ(g_hashes, (std::vector<std::uint32_t>{hash, hash}));
     EXPECT_EQ(cf::HashWord(1), hash);
     EXPECT_NE(cf::HashWord(2), hash);
 }
 
-TEST(HashKey, StaysTheSameWhenZerosWereDrawn) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // where nothing has drawn it before
+TEST(HashKey, StaysTheSameAfterADrawOfZeros) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a new process without a key
     const auto draw = [] {
         g_onlyByte = 0;
         const std::uint32_t hash = cf::HashWord(1);
