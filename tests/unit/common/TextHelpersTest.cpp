@@ -35,19 +35,15 @@ protected:
 };
 
 TEST_F(TextHelpers, TwoStringsAreJoined) {
-    CFOwned<CFStringRef> joined;
-    EXPECT_THAT(
-        TakeChain(CFHStringCreateWithConcatenation(CFSTR("one "), Text("zwölf"), joined.Out())),
-        IsEmpty());
-    EXPECT_EQ(TextOf(joined), "one zwölf");
-}
-
-TEST_F(TextHelpers, TwoEmptyStringsGiveAnEmptyOne) {
-    CFOwned<CFStringRef> joined;
-    EXPECT_THAT(TakeChain(CFHStringCreateWithConcatenation(CFSTR(""), CFSTR(""), joined.Out())),
-                IsEmpty());
-    ASSERT_NE(joined, nullptr);
-    EXPECT_EQ(CFStringGetLength(joined), 0);
+    const char* const cases[][3] = {{"one ", "zwölf", "one zwölf"}, {"", "", ""}};
+    for (const auto& [first, second, expected] : cases) {
+        CFOwned<CFStringRef> joined;
+        EXPECT_THAT(
+            TakeChain(CFHStringCreateWithConcatenation(Text(first), Text(second), joined.Out())),
+            IsEmpty());
+        ASSERT_NE(joined, nullptr);
+        EXPECT_EQ(TextOf(joined), expected);
+    }
 }
 
 TEST_F(TextHelpers, JoiningANonStringFails) {

@@ -144,7 +144,7 @@ TEST_F(ValueHelpers, DictionaryIsUnchangedWithoutMemory) {
               }),
               FailedIn("CFHDictionarySetStringValue", "fail alloc str"));
     EXPECT_EQ(ChainWithoutMemory(
-                  [&] { return CFHDictionarySetAddrValue(dictionary, CFSTR("key"), this); }),
+                  [&] { return CFHDictionarySetAddrValue(dictionary, CFSTR("new"), this); }),
               FailedIn("CFHDictionarySetAddrValue", "fail alloc num"));
     EXPECT_EQ(XmlOf(dictionary), XmlOf(Dictionary({{"key", 7}})));
 }
