@@ -217,6 +217,16 @@ TEST_F(TimerQueueTest, TimerPendingForTheNextIterationDoesNotFireAfterItsRemoval
     EXPECT_EQ(RunIteration(), "");
 }
 
+TEST_F(TimerQueueTest, TimersAddedInACalloutAllFireInTheNextIteration) {
+    std::unique_ptr<TestTimer> added[2];
+    TestTimer a(start, 0, Note('a', [&] {
+                    for (auto& timer : added)
+                        timer = std::make_unique<TestTimer>(start, 0, Note('x'));
+                }));
+    EXPECT_EQ(RunIteration(), "a");
+    EXPECT_EQ(RunIteration(), "xx");
+}
+
 TEST_F(TimerQueueTest, TimerAddedAgainInItsOwnCalloutFiresOnceAtItsNextDate) {
     TestTimer a(start + 1, 1, Note('a', [&] { RemoveAndAdd(a); }));
     TestTimer b(start + 1, 1, Note('b'));

@@ -410,8 +410,8 @@ std::vector<std::string> DifferentSources(std::size_t count) {
     return sources;
 }
 
-// Looks that many different entries up in turn and adds the missing ones. Returns the number of
-// matches in the last iteration.
+// Looks up that many different entries and adds the missing ones. Returns the number of matches in
+// the last iteration.
 std::size_t CountMatches(std::size_t entries, int iterations) {
     const std::vector<std::string> sources = DifferentSources(entries);
     cf::XmlMarkupCache cache;
