@@ -98,7 +98,7 @@ private:
             return 0;
         }
         const int connection = Server().AcceptClient();
-        Server().Do("look " + std::to_string(connection));
+        Server().Do("peek " + std::to_string(connection));
         if (progress.bytesRead == kWholeRequest)
             Server().ReadRequest(connection);
         else

@@ -11,7 +11,7 @@
  *   await CHANNEL          waits until a client can be accepted
  *   accept CHANNEL         accepts the next client: "accepted NUMBER"
  *   refuse CHANNEL COUNT   accepts COUNT clients and closes their connections at once
- *   look NUMBER            waits until there are bytes to read, without reading them
+ *   peek NUMBER            waits until there are bytes to read, without reading them
  *   read NUMBER COUNT      reads COUNT bytes of a request
  *   request NUMBER         reads the rest of a request: "request XML", without line breaks
  *   write NUMBER HEX       writes all bytes: "written", or "lost" if the client has closed
@@ -177,7 +177,7 @@ std::string DoWithChannel(const std::string& verb, const std::string& name, int 
 
 std::string DoWithConnection(const std::string& verb, int number, const std::string& argument) {
     Connection& connection = g_connections.at(number);
-    if (verb == "look") {
+    if (verb == "peek") {
         char byte = 0;
         recv(connection.socket.Get(), &byte, 1, MSG_PEEK);
     } else if (verb == "read") {
