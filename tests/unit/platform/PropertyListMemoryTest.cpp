@@ -1,10 +1,11 @@
-/* Memory that runs out at each allocation in turn while lists are read and written. */
+/* Lists read and written with each allocation failing in turn. */
 
 #include "AllocationFaults.h"
 #include "Lists.h"
 #include "Urls.h"
 #include "XmlBatches.h"
 #include "objects/SharedTable.h"
+#include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 #include <plist/plist.h>
@@ -12,16 +13,14 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <new>
 #include <string>
 
 namespace {
 
-// Values of all kinds, dictionaries that are alike, a key that comes again, more pairs than are
-// compared one by one, an array that is kept in pieces.
-std::string MotleyXml() {
+// Values of every type, dictionaries with equal keys, a key twice, more pairs than are compared one
+// by one, and an array stored in several pieces.
+std::string XmlListOfEveryType() {
     std::string xml =
         "<dict><key>a&amp;b</key><array><string>x<![CDATA[y]]></string>"
         "<integer>9223372036854775000</integer><integer>18446744073709551615</integer>"
@@ -38,8 +37,8 @@ std::string MotleyXml() {
     return xml + "</array></dict>";
 }
 
-std::string MotleyBinary() {
-    const std::string xml = XmlOf(ReadList(MotleyXml()).list.Get());
+std::string BinaryListOfEveryType() {
+    const std::string xml = XmlOf(ReadList(XmlListOfEveryType()).list.Get());
     plist_t list = nullptr;
     plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &list);
     char* bytes = nullptr;
@@ -53,7 +52,8 @@ std::string MotleyBinary() {
 
 class PropertyListMemory : public testing::Test {
 protected:
-    // pugixml is a library of its own: its allocations are faulted only when they are made here.
+    // The fault seam covers pugixml, a shared library, only if it allocates by functions of the
+    // test program.
     PropertyListMemory() {
         pugi::set_memory_management_functions([](std::size_t size) { return std::malloc(size); },
                                               [](void* memory) { std::free(memory); });
@@ -62,7 +62,7 @@ protected:
         pugi::set_memory_management_functions(allocate_, free_);
     }
 
-    // A list, when there is one, is complete; otherwise nothing stays behind.
+    // A list is complete, or there is none and no shared value stays.
     void SweepReading(const std::string& bytes, CFOptionFlags mutability) {
         const std::string expected = XmlOf(ReadList(bytes).list.Get());
         const CFOwned data = Bytes(bytes);
@@ -88,13 +88,13 @@ private:
     const pugi::deallocation_function free_ = pugi::get_memory_deallocation_function();
 };
 
-TEST_F(PropertyListMemory, ReadingXml) {
-    SweepReading(MotleyXml(), kCFPropertyListImmutable);
-    SweepReading(MotleyXml(), kCFPropertyListMutableContainersAndLeaves);
+TEST_F(PropertyListMemory, XmlIsReadWholeOrNotAtAll) {
+    SweepReading(XmlListOfEveryType(), kCFPropertyListImmutable);
+    SweepReading(XmlListOfEveryType(), kCFPropertyListMutableContainersAndLeaves);
 }
 
-TEST_F(PropertyListMemory, ReadingXmlInBatches) {
-    const std::string xml = MotleyXml();
+TEST_F(PropertyListMemory, XmlInBatchesIsReadWholeOrNotAtAll) {
+    const std::string xml = XmlListOfEveryType();
     const std::string expected = XmlOf(ReadList(xml).list.Get());
     const std::size_t sharedValues = cf::MeasureSharedTable().values;
     CFPropertyListRef list = nullptr;
@@ -115,21 +115,21 @@ TEST_F(PropertyListMemory, ReadingXmlInBatches) {
     EXPECT_GT(runs, 50U);
 }
 
-TEST_F(PropertyListMemory, ReadingXmlOfOtherEncodings) {
-    SweepReading("<?xml version='1.0' encoding='ISO-8859-1'?>" + MotleyXml(),
+TEST_F(PropertyListMemory, XmlOfOtherEncodingsIsReadWholeOrNotAtAll) {
+    SweepReading("<?xml version='1.0' encoding='ISO-8859-1'?>" + XmlListOfEveryType(),
                  kCFPropertyListImmutable);
     std::string utf16 = "\xFF\xFE";
-    for (const char character : MotleyXml())
+    for (const char character : XmlListOfEveryType())
         (utf16 += character) += '\0';
     SweepReading(utf16, kCFPropertyListImmutable);
 }
 
-TEST_F(PropertyListMemory, ReadingBinary) {
-    SweepReading(MotleyBinary(), kCFPropertyListImmutable);
-    SweepReading(MotleyBinary(), kCFPropertyListMutableContainersAndLeaves);
+TEST_F(PropertyListMemory, BinaryIsReadWholeOrNotAtAll) {
+    SweepReading(BinaryListOfEveryType(), kCFPropertyListImmutable);
+    SweepReading(BinaryListOfEveryType(), kCFPropertyListMutableContainersAndLeaves);
 }
 
-TEST_F(PropertyListMemory, RefusingXml) {
+TEST_F(PropertyListMemory, RefusalOfXmlGivesItsTextOrNone) {
     // Two of the dictionaries are pending when the list is refused.
     const CFOwned data =
         Bytes("<dict><key>a</key><array><dict><key>k</key><string>1</string></dict>"
@@ -149,8 +149,8 @@ TEST_F(PropertyListMemory, RefusingXml) {
         });
 }
 
-TEST_F(PropertyListMemory, Writing) {
-    const ReadResult source = ReadList(MotleyXml());
+TEST_F(PropertyListMemory, XmlIsWrittenWholeOrNotAtAll) {
+    const ReadResult source = ReadList(XmlListOfEveryType());
     const std::string expected = XmlOf(source.list.Get());
     CFDataRef written = nullptr;
     const std::size_t runs = SweepAllocationFaults(
@@ -164,11 +164,11 @@ TEST_F(PropertyListMemory, Writing) {
     EXPECT_GT(runs, 5U);
 }
 
-TEST_F(PropertyListMemory, ReadingAFile) {
-    const std::string path = testing::TempDir() + "PropertyListMemoryTest.plist";
-    std::ofstream(path) << MotleyXml();
+TEST_F(PropertyListMemory, FileIsReadUnlessAllocationFails) {
+    const TemporaryTree tree;
+    tree.Write("list.plist", XmlListOfEveryType());
     CFPropertyListRef list = nullptr;
-    const CFOwned url(CreateUrl(path));
+    const CFOwned url(CreateUrl(tree.Path("list.plist")));
     SweepAllocationFaults(
         [&](std::size_t) {
             list = nullptr;
@@ -181,7 +181,6 @@ TEST_F(PropertyListMemory, ReadingAFile) {
             EXPECT_TRUE(list != nullptr || happened) << nth;
             CFRelease(list);
         });
-    std::filesystem::remove(path);
 }
 
 } // namespace
