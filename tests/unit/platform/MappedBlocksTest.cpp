@@ -1,7 +1,5 @@
-/*
- * Which blocks have mappings of their own in a process that links MappedBlocks.cpp. Some of the
- * first ones may come from what the heap has at its end. A sanitizer has a heap of its own, which
- * tells nothing of this.
+/* The block sizes that get mappings of their own in a process that links MappedBlocks.cpp. The end
+   of the heap may serve some of the first blocks. A sanitizer replaces the heap: tests are skipped.
  */
 
 #include <gtest/gtest.h>
@@ -15,7 +13,7 @@
 namespace {
 
 constexpr std::size_t kBlocks = 32;
-constexpr std::size_t kFromTheHeapsEnd = 8;
+constexpr std::size_t kServedByHeapEnd = 8;
 
 std::size_t MappingsForBlocksOf(std::size_t size) {
     const std::size_t before = mallinfo2().hblks;
@@ -37,14 +35,14 @@ protected:
     }
 };
 
-TEST_F(MappedBlocks, AreThoseFrom128KibibytesOn) {
-    EXPECT_GE(MappingsForBlocksOf(std::size_t{128} << 10), kBlocks - kFromTheHeapsEnd);
+TEST_F(MappedBlocks, BlocksFrom128KiBAreMapped) {
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{128} << 10), kBlocks - kServedByHeapEnd);
     EXPECT_EQ(MappingsForBlocksOf(std::size_t{127} << 10), 0U);
 }
 
-TEST_F(MappedBlocks, AreTheSameAfterALargeOneWasFreed) {
+TEST_F(MappedBlocks, ThresholdStaysAfterLargeBlockIsFreed) {
     EXPECT_EQ(MappingsForBlocksOf(std::size_t{8} << 20), kBlocks);
-    EXPECT_GE(MappingsForBlocksOf(std::size_t{128} << 10), kBlocks - kFromTheHeapsEnd);
+    EXPECT_GE(MappingsForBlocksOf(std::size_t{128} << 10), kBlocks - kServedByHeapEnd);
 }
 
 } // namespace

@@ -4,15 +4,15 @@
 
 namespace {
 
-TEST(NullArguments, NothingHasNoType) {
+TEST(NullArguments, TypeIdOfNullIsZero) {
     EXPECT_EQ(CFGetTypeID(nullptr), 0U);
 }
 
-TEST(NullArguments, CharactersAreNotCopiedToNowhere) {
+TEST(NullArguments, GetCharactersIgnoresNullBuffer) {
     CFStringGetCharacters(CFSTR("abc"), {0, 3}, nullptr);
 }
 
-TEST(NullArguments, CharactersAreNotCopiedOutOfWhatIsNoString) {
+TEST(NullArguments, GetCharactersOfNonStringWritesNothing) {
     UniChar characters[] = {'a', 'b'};
     CFStringGetCharacters(nullptr, {0, 1}, characters);
     CFStringGetCharacters(static_cast<CFStringRef>(static_cast<CFTypeRef>(kCFNull)), {0, 1},
@@ -21,7 +21,7 @@ TEST(NullArguments, CharactersAreNotCopiedOutOfWhatIsNoString) {
     EXPECT_EQ(characters[1], 'b');
 }
 
-TEST(NullArguments, PathIsNotCopiedToNowhere) {
+TEST(NullArguments, PathIntoNullBufferFails) {
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
     const CFOwned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(nullptr, path, 4, true));
     EXPECT_FALSE(CFURLGetFileSystemRepresentation(url, true, nullptr, 100));

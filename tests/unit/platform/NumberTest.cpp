@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t kGuidBits = std::bit_cast<std::int64_t>(0x8123456789ABCDEFU);
 
-// What reading a number as one type gives.
+// Result and value of CFNumberGetValue() for one type.
 template<typename Native>
 struct Reading {
     bool survived;
@@ -38,20 +38,22 @@ struct Conversion {
     Reading<std::int64_t> as64;
 };
 
+template<typename Native>
+struct Row {
+    Native stored;
+    Conversion expected;
+};
+
 void ExpectConversion(CFNumberRef number, const Conversion& expected) {
     EXPECT_EQ(ReadAs<std::int16_t>(number, kCFNumberSInt16Type), expected.as16);
     EXPECT_EQ(ReadAs<std::int32_t>(number, kCFNumberSInt32Type), expected.as32);
     EXPECT_EQ(ReadAs<std::int64_t>(number, kCFNumberSInt64Type), expected.as64);
 }
 
-TEST(Number, ConvertsIntegers) {
-    struct Row {
-        std::int64_t stored;
-        Conversion expected;
-    };
+TEST(Number, IntegerConvertsToEachWidth) {
     constexpr std::int64_t k2To31 = std::int64_t{1} << 31;
     constexpr std::int64_t k2To40 = std::int64_t{1} << 40;
-    const Row rows[] = {
+    const Row<std::int64_t> rows[] = {
         {0, {{true, 0}, {true, 0}, {true, 0}}},
         {-1, {{true, -1}, {true, -1}, {true, -1}}},
         {127, {{true, 127}, {true, 127}, {true, 127}}},
@@ -70,19 +72,15 @@ TEST(Number, ConvertsIntegers) {
         {INT64_MIN, {{false, 0}, {false, 0}, {true, INT64_MIN}}},
         {kGuidBits, {{false, -12817}, {false, -1985229329}, {true, kGuidBits}}},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.stored);
         ExpectConversion(Integer(row.stored), row.expected);
     }
 }
 
-TEST(Number, ConvertsReals) {
-    struct Row {
-        double stored;
-        Conversion expected;
-    };
-    const Conversion nowhere = {{false, 0}, {false, INT32_MIN}, {false, INT64_MIN}};
-    const Row rows[] = {
+TEST(Number, RealConvertsToEachWidth) {
+    const Conversion outOfRange = {{false, 0}, {false, INT32_MIN}, {false, INT64_MIN}};
+    const Row<double> rows[] = {
         {1.5, {{false, 1}, {false, 1}, {false, 1}}},
         {1.0, {{true, 1}, {true, 1}, {true, 1}}},
         {-2.0, {{true, -2}, {true, -2}, {true, -2}}},
@@ -93,31 +91,21 @@ TEST(Number, ConvertsReals) {
         {-0x1p63, {{false, 0}, {false, INT32_MIN}, {true, INT64_MIN}}},
         {0x1.8p30, {{false, 0}, {true, 3 << 29}, {true, 3 << 29}}},
         {0x1.8p62, {{false, 0}, {false, INT32_MIN}, {true, std::int64_t{3} << 61}}},
-        {0x1p63, nowhere},
-        {1e30, nowhere},
-        {-1e30, nowhere},
-        {std::numeric_limits<double>::infinity(), nowhere},
-        {std::nan(""), nowhere},
+        {0x1p63, outOfRange},
+        {1e30, outOfRange},
+        {-1e30, outOfRange},
+        {std::numeric_limits<double>::infinity(), outOfRange},
+        {std::nan(""), outOfRange},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.stored);
         ExpectConversion(Real(row.stored), row.expected);
     }
 }
 
-TEST(Number, AboveTheSignedRangeKeepsItsBits) {
-    const CFOwned<CFNumberRef> number(static_cast<CFNumberRef>(
-        static_cast<const void*>(cf::SharedUnsignedInteger(0x8123456789ABCDEFU))));
-    ExpectConversion(number, {{false, -12817}, {false, -1985229329}, {true, kGuidBits}});
-}
-
-TEST(Number, AboveTheSignedRangeConvertsByItsLow64BitsAsSigned) {
-    struct Row {
-        std::uint64_t stored;
-        Conversion expected;
-    };
+TEST(Number, UnsignedAboveSignedRangeConvertsAsItsSignedBits) {
     constexpr std::uint64_t k2To31 = std::uint64_t{1} << 31;
-    const Row rows[] = {
+    const Row<std::uint64_t> rows[] = {
         {0 - std::uint64_t{1}, {{true, -1}, {true, -1}, {true, -1}}},
         {0 - std::uint64_t{128}, {{true, -128}, {true, -128}, {true, -128}}},
         {0 - std::uint64_t{129}, {{true, -129}, {true, -129}, {true, -129}}},
@@ -126,8 +114,9 @@ TEST(Number, AboveTheSignedRangeConvertsByItsLow64BitsAsSigned) {
         {0 - k2To31, {{false, 0}, {true, INT32_MIN}, {true, INT32_MIN}}},
         {0 - k2To31 - 1, {{false, -1}, {false, INT32_MAX}, {true, -2147483649}}},
         {std::uint64_t{1} << 63, {{false, 0}, {false, 0}, {true, INT64_MIN}}},
+        {0x8123456789ABCDEFU, {{false, -12817}, {false, -1985229329}, {true, kGuidBits}}},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.stored);
         const CFOwned<CFNumberRef> number(static_cast<CFNumberRef>(
             static_cast<const void*>(cf::SharedUnsignedInteger(row.stored))));
@@ -135,7 +124,7 @@ TEST(Number, AboveTheSignedRangeConvertsByItsLow64BitsAsSigned) {
     }
 }
 
-TEST(Number, AboveTheSignedRangeEqualsOnlyItsOwnKind) {
+TEST(Number, UnsignedAboveSignedRangeEqualsOnlyUnsigned) {
     const CFOwned<CFTypeRef> number(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
     const CFOwned<CFTypeRef> same(cf::SharedUnsignedInteger(0x8123456789ABCDEFU));
     const auto negative = Integer(kGuidBits);
@@ -152,7 +141,7 @@ CFOwned<CFNumberRef> Number(CFNumberType type, Native value) {
     return CFOwned(CFNumberCreate(nullptr, type, &value));
 }
 
-TEST(Number, EqualsAndHashesAcrossWidths) {
+TEST(Number, EqualValuesOfAllTypesAreEqualAndHashAlike) {
     const CFOwned<CFNumberRef> numbers[] = {
         Number<std::int16_t>(kCFNumberSInt16Type, 300),
         Number<std::int32_t>(kCFNumberSInt32Type, 300),
@@ -171,14 +160,14 @@ TEST(Number, EqualsAndHashesAcrossWidths) {
     EXPECT_TRUE(CFEqual(Real(1.5), Real(1.5)));
 }
 
-TEST(Number, OfANarrowTypeIsSigned) {
+TEST(Number, SInt16IsSigned) {
     EXPECT_TRUE(CFEqual(Number<std::uint16_t>(kCFNumberSInt16Type, 65535), Integer(-1)));
     EXPECT_FALSE(CFEqual(Number<std::uint16_t>(kCFNumberSInt16Type, 65535), Integer(65535)));
 }
 
 constexpr std::int64_t k2To62 = std::int64_t{1} << 62;
 
-TEST(Number, ThatLeavesABitFreeNeedsNoObject) {
+TEST(Number, IntegerOf63BitsNeedsNoObject) {
     for (const std::int64_t value : {-k2To62, -k2To62 + 1, std::int64_t{-70000}, std::int64_t{-1},
                                      std::int64_t{0}, std::int64_t{70000}, k2To62 - 1}) {
         EXPECT_EQ(Integer(value), Integer(value)) << value;
@@ -188,7 +177,7 @@ TEST(Number, ThatLeavesABitFreeNeedsNoObject) {
     EXPECT_EQ(Integer(-2), Number(kCFNumberSInt16Type, std::int16_t{-2}));
 }
 
-TEST(Number, ThatLeavesNoBitFreeIsAnObject) {
+TEST(Number, IntegerOf64BitsIsAnObject) {
     for (const std::int64_t value : {INT64_MIN, -k2To62 - 1, k2To62, INT64_MAX}) {
         const auto number = Integer(value);
         EXPECT_NE(number, Integer(value)) << value;
@@ -199,7 +188,7 @@ TEST(Number, ThatLeavesNoBitFreeIsAnObject) {
     }
 }
 
-TEST(Number, ReadsAsReal) {
+TEST(Number, IntegerAndRealReadAsFloat64) {
     double value = 0;
     EXPECT_TRUE(CFNumberGetValue(Real(1.5), kCFNumberFloat64Type, &value));
     EXPECT_EQ(value, 1.5);
@@ -212,7 +201,7 @@ TEST(Number, ReadsAsReal) {
     EXPECT_EQ(value, 0x1p63);
 }
 
-TEST(Number, OtherObjectsAreLeftUnread) {
+TEST(Number, GetValueOfNonNumberFails) {
     std::int32_t value = 42;
     for (const CFTypeRef object : {CFTypeRef{CFSTR("7")}, CFTypeRef{kCFBooleanTrue},
                                    CFTypeRef{kCFNull}, CFTypeRef{nullptr}}) {
@@ -222,7 +211,7 @@ TEST(Number, OtherObjectsAreLeftUnread) {
     }
 }
 
-TEST(Number, UnknownTypesAndMissingAddressesFail) {
+TEST(Number, UnknownTypeOrNullAddressFails) {
     const auto unknown = static_cast<CFNumberType>(5);
     std::int32_t value = 42;
     EXPECT_EQ(CFNumberCreate(nullptr, unknown, &value), nullptr);

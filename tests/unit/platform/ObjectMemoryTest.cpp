@@ -1,4 +1,4 @@
-/* What becomes of objects when memory runs out. Leaks are the address sanitizer's to find. */
+/* Objects whose allocations fail. The address sanitizer finds leaks. */
 
 #include "AllocationFaults.h"
 #include "TestObjects.h"
@@ -17,7 +17,7 @@
 
 namespace {
 
-// The creation gives nothing exactly when an allocation was refused, and needs one at least.
+// create() allocates at least once and returns null exactly if an allocation failed.
 void ExpectNullWithoutMemory(const char* name, const std::function<CFTypeRef()>& create) {
     SCOPED_TRACE(name);
     CFTypeRef created = nullptr;
@@ -34,7 +34,7 @@ std::size_t AllocationsOf(const std::function<void()>& body) {
     return SweepAllocationFaults([&](std::size_t) { body(); }, [](std::size_t, bool) {}) - 1;
 }
 
-TEST(OutOfMemory, CreationsGiveNull) {
+TEST(OutOfMemory, CreationReturnsNull) {
     const std::int64_t large = kLarge;
     const double real = 1.5;
     const UniChar units[] = {'a', 0xD83D};
@@ -77,10 +77,10 @@ TEST(OutOfMemory, CreationsGiveNull) {
     EXPECT_EQ(AllocationsOf([&] { CFRelease(CFArrayCreateMutableCopy(nullptr, 0, many)); }), 2U);
 }
 
-// Past the seam, which counts the call as an allocation.
+// The function behind the seam: the seam itself counts the call as an allocation.
 extern "C" CFNumberRef __real_CFNumberCreate(CFAllocatorRef, CFNumberType, const void* value);
 
-TEST(OutOfMemory, ConstantsAndSmallIntegersNeedNone) {
+TEST(OutOfMemory, ConstantsAndSmallIntegersDoNotAllocate) {
     const std::int64_t small = 12;
     const AllocationFault fault(1, SIZE_MAX);
     const auto* number = __real_CFNumberCreate(nullptr, kCFNumberSInt64Type, &small);
@@ -90,7 +90,7 @@ TEST(OutOfMemory, ConstantsAndSmallIntegersNeedNone) {
     EXPECT_NE(text, nullptr);
 }
 
-TEST(OutOfMemory, AnArrayStaysAsItWas) {
+TEST(OutOfMemory, FailedAppendLeavesArrayUnchanged) {
     const auto member = Integer(kLarge);
     const auto array = NewArray();
     for (CFIndex count = 0; count < 40; ++count) {
@@ -102,7 +102,7 @@ TEST(OutOfMemory, AnArrayStaysAsItWas) {
     }
 }
 
-TEST(OutOfMemory, ADictionaryStaysAsItWas) {
+TEST(OutOfMemory, FailedSetLeavesDictionaryUnchanged) {
     const auto value = Integer(kLarge);
     const auto dictionary = NewDictionary();
     for (CFIndex count = 0; count < 40; ++count) {
@@ -119,7 +119,7 @@ TEST(OutOfMemory, ADictionaryStaysAsItWas) {
         EXPECT_EQ(CFDictionaryGetValue(dictionary, Integer(kLarge + i)), value);
 }
 
-TEST(OutOfMemory, ReplacingInAFullDictionaryNeedsNone) {
+TEST(OutOfMemory, ReplacingAndRemovingInFullDictionaryDoNotAllocate) {
     const auto dictionary = NewDictionary();
     for (std::int64_t i = 0; i < 6; ++i)
         CFDictionarySetValue(dictionary, Integer(i), kCFBooleanFalse);
@@ -134,7 +134,7 @@ TEST(OutOfMemory, ReplacingInAFullDictionaryNeedsNone) {
     EXPECT_EQ(CFDictionaryGetCount(dictionary), 5);
 }
 
-TEST(OutOfMemory, DataStaysAsItWas) {
+TEST(OutOfMemory, FailedAppendLeavesDataUnchanged) {
     const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     const UInt8 bytes[50] = {};
     for (CFIndex length = 0; length < 500; length += 50) {
@@ -145,7 +145,7 @@ TEST(OutOfMemory, DataStaysAsItWas) {
     }
 }
 
-TEST(OutOfMemory, DataOf64BytesAndArraysOf4MembersAskForMemoryOnce) {
+TEST(OutOfMemory, DataOf64BytesAndArrayOf4MembersAllocateOnce) {
     const UInt8 bytes[32] = {};
     const CFOwned<CFMutableDataRef> data(CFDataCreateMutable(nullptr, 0));
     CFDataAppendBytes(data, bytes, 32);
@@ -163,8 +163,8 @@ TEST(OutOfMemory, DataOf64BytesAndArraysOf4MembersAskForMemoryOnce) {
     EXPECT_EQ(AllocationsOf([&] { CFArrayAppendValue(array, kCFBooleanTrue); }), 1U);
 }
 
-// The value, its keys, and the places of the table for both.
-TEST(OutOfMemory, SharedValuesAreNullAndLeaveNothing) {
+// Allocated are the value, its keys and the places of the table for both.
+TEST(OutOfMemory, SharedValueIsNullAndTableStaysEmpty) {
     const std::uint8_t bytes[] = {1, 2, 3};
     const cf::Object* members[] = {cf::AsObject(kCFBooleanTrue)};
     cf::Pair pairs[] = {{cf::AsObject(CFSTR("key")), cf::AsObject(kCFBooleanTrue)}};
@@ -185,9 +185,8 @@ TEST(OutOfMemory, SharedValuesAreNullAndLeaveNothing) {
     }
 }
 
-// The refused allocation is that of more places where the table is three quarters full, else that
-// of the value.
-TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
+// The failing allocation is the growth of a table that is three quarters full, else the value.
+TEST(OutOfMemory, SharedTableThatCannotGrowTakesValuesUpToCapacity) {
     std::vector<CFOwned<CFTypeRef>> values;
     int taken = 0;
     for (int i = 0; i < 2000; ++i) {
@@ -208,9 +207,9 @@ TEST(OutOfMemory, ATableThatCannotGrowTakesValuesWhileItHasRoom) {
     }
 }
 
-// One part of the table, which has 16 places of its own and grows at the thirteenth value. The
-// refused allocation is that of more places.
-TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlaceAlone) {
+// One part of the table has 16 places at first and grows at the thirteenth value. The failing
+// allocation is that growth.
+TEST(OutOfMemory, SharedTableThatCannotGrowRefusesOnlyItsLastPlace) {
     constexpr std::size_t kPlaces = 16;
     std::vector<CFOwned<CFTypeRef>> values;
     for (int i = 0; values.size() < kPlaces; ++i) {
@@ -231,7 +230,7 @@ TEST(OutOfMemory, ATableThatCannotGrowRefusesItsLastPlaceAlone) {
         EXPECT_EQ(ReferencesTo(value), 1);
 }
 
-TEST(OutOfMemory, ASharedValueThatIsThereNeedsNone) {
+TEST(OutOfMemory, FindingASharedValueDoesNotAllocate) {
     const CFOwned<CFTypeRef> value(cf::SharedString("name"));
     const AllocationFault fault(1, SIZE_MAX);
     const CFOwned<CFTypeRef> same(cf::SharedString("name"));

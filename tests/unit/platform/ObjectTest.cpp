@@ -8,30 +8,30 @@
 
 namespace {
 
-// Used before any constructor of this file runs, which a static object must survive.
+// Initialization before main() uses the constant.
 constinit const CFStringRef kNamedAtCompileTime = CFSTR("Changer GUID");
-const CFIndex g_lengthFoundWhileStarting = CFStringGetLength(kNamedAtCompileTime);
+const CFIndex g_lengthBeforeMain = CFStringGetLength(kNamedAtCompileTime);
 
-TEST(Object, IsCountedAndGoesWithItsLastReference) {
+TEST(Object, LastReleaseDestroys) {
     int destroyed = 0;
-    struct Witness : cf::Object {
+    struct Counted : cf::Object {
         int* count;
-        Witness(const cf::Class* witnessClass, int* destroyedCount)
-            : Object(witnessClass), count(destroyedCount) {}
+        Counted(const cf::Class* countedClass, int* destroyedCount)
+            : Object(countedClass), count(destroyedCount) {}
     };
-    const cf::Class counted = {
-        [](cf::Object* object) noexcept { ++*static_cast<Witness*>(object)->count; }, nullptr,
+    const cf::Class countedClass = {
+        [](cf::Object* object) noexcept { ++*static_cast<Counted*>(object)->count; }, nullptr,
         nullptr};
-    Witness witness(&counted, &destroyed);
-    EXPECT_EQ(CFRetain(&witness), &witness);
-    EXPECT_EQ(ReferencesTo(&witness), 2);
-    CFRelease(&witness);
+    Counted object(&countedClass, &destroyed);
+    EXPECT_EQ(CFRetain(&object), &object);
+    EXPECT_EQ(ReferencesTo(&object), 2);
+    CFRelease(&object);
     EXPECT_EQ(destroyed, 0);
-    CFRelease(&witness);
+    CFRelease(&object);
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(Object, WithoutClassFunctionsIsItsOwnEqualOnly) {
+TEST(Object, WithoutClassFunctionsEqualsOnlyItself) {
     const cf::Class plainClass = {cf::DestroyPlain, nullptr, nullptr};
     const cf::Object one(&plainClass);
     const cf::Object other(&plainClass);
@@ -40,7 +40,7 @@ TEST(Object, WithoutClassFunctionsIsItsOwnEqualOnly) {
     EXPECT_EQ(cf::Hash(&one), cf::Hash(&one));
 }
 
-TEST(Object, NullIsHarmless) {
+TEST(Object, NullIsAcceptedByRetainReleaseAndEqual) {
     EXPECT_EQ(CFRetain(nullptr), nullptr);
     CFRelease(nullptr);
     EXPECT_FALSE(CFEqual(CFSTR("x"), nullptr));
@@ -48,13 +48,8 @@ TEST(Object, NullIsHarmless) {
     EXPECT_TRUE(CFEqual(nullptr, nullptr));
 }
 
-TEST(Object, StaticOnesAreNotCounted) {
-    const CFTypeRef statics[] = {
-        CFSTR("static"),
-        kCFBooleanTrue,
-        kCFBooleanFalse,
-        kCFNull,
-    };
+TEST(Object, StaticObjectIsNotCounted) {
+    const CFTypeRef statics[] = {CFSTR("static"), kCFBooleanTrue, kCFBooleanFalse, kCFNull};
     for (const CFTypeRef object : statics) {
         CFRetain(object);
         CFRelease(object);
@@ -63,19 +58,19 @@ TEST(Object, StaticOnesAreNotCounted) {
     }
 }
 
-TEST(Object, AReferenceThatHoldsAnIntegerIsUsedLikeAnyOther) {
-    const auto held = Integer(7);
-    EXPECT_EQ(CFRetain(held), static_cast<CFTypeRef>(held));
-    CFRelease(held);
-    CFRelease(held);
-    EXPECT_EQ(CFGetTypeID(held), CFGetTypeID(Integer(kLarge)));
-    EXPECT_TRUE(CFEqual(held, Real(7.0)));
-    EXPECT_TRUE(CFEqual(Real(7.0), held));
-    EXPECT_FALSE(CFEqual(held, CFSTR("7")));
-    EXPECT_FALSE(CFEqual(CFSTR("7"), held));
-    EXPECT_FALSE(CFEqual(held, kCFBooleanTrue));
-    EXPECT_EQ(CFStringGetLength(static_cast<CFStringRef>(CFTypeRef{held})), 0);
-    EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(CFTypeRef{held})), 0);
+TEST(Object, IntegerInReferenceIsUsedLikeAnObject) {
+    const auto seven = Integer(7);
+    EXPECT_EQ(CFRetain(seven), static_cast<CFTypeRef>(seven));
+    CFRelease(seven);
+    CFRelease(seven);
+    EXPECT_EQ(CFGetTypeID(seven), CFGetTypeID(Integer(kLarge)));
+    EXPECT_TRUE(CFEqual(seven, Real(7.0)));
+    EXPECT_TRUE(CFEqual(Real(7.0), seven));
+    EXPECT_FALSE(CFEqual(seven, CFSTR("7")));
+    EXPECT_FALSE(CFEqual(CFSTR("7"), seven));
+    EXPECT_FALSE(CFEqual(seven, kCFBooleanTrue));
+    EXPECT_EQ(CFStringGetLength(static_cast<CFStringRef>(CFTypeRef{seven})), 0);
+    EXPECT_EQ(CFArrayGetCount(static_cast<CFArrayRef>(CFTypeRef{seven})), 0);
 }
 
 TEST(Object, BooleansAndNullDiffer) {
@@ -84,7 +79,7 @@ TEST(Object, BooleansAndNullDiffer) {
     EXPECT_FALSE(CFEqual(kCFBooleanTrue, Integer(1)));
 }
 
-TEST(Object, OwnedReferencesFollowTheirScope) {
+TEST(Object, OwnedReleasesAtEndOfScope) {
     const auto number = Integer(kLarge);
     const auto* object = cf::AsObject(static_cast<CFNumberRef>(number));
     {
@@ -101,8 +96,8 @@ TEST(Object, OwnedReferencesFollowTheirScope) {
     EXPECT_EQ(ReferencesTo(number), 1);
 }
 
-TEST(ConstantString, IsThereBeforeAnythingRuns) {
-    EXPECT_EQ(g_lengthFoundWhileStarting, 12);
+TEST(ConstantString, IsUsableBeforeMain) {
+    EXPECT_EQ(g_lengthBeforeMain, 12);
 }
 
 TEST(ConstantString, OfEqualTextIsOneObject) {
@@ -124,7 +119,7 @@ TEST(ConstantString, CountsUtf16Units) {
     EXPECT_EQ(CFStringGetLength(CFSTR("a\0b")), 3);
 }
 
-TEST(Hash, TellsNeighboursApart) {
+TEST(Hash, NeighbouringInputsHashDifferently) {
     EXPECT_NE(cf::HashWord(1), cf::HashWord(2));
     EXPECT_NE(cf::HashBytes("a\0", 2), cf::HashBytes("a", 1));
     EXPECT_NE(cf::HashBytes("12345678a", 9), cf::HashBytes("12345678b", 9));

@@ -1,5 +1,5 @@
-/* What is done to eight bytes at a time. A wrong answer would only send the XML reader a longer
- * way. */
+/* Operations on eight bytes at a time. Tests of the XML reader would not notice an error in them:
+   the reader would only take a slower path. */
 
 #include "plist/PackedBytes.h"
 
@@ -34,7 +34,7 @@ TEST(PackedBytesTest, LowBytesAreKeptAndTheOthersCleared) {
     }
 }
 
-TEST(PackedBytesTest, WordStartsWithAPrefixOfUpToEightBytes) {
+TEST(PackedBytesTest, StartsWithComparesUpToEightBytes) {
     EXPECT_TRUE(StartsWith(Word("</key>ab"), WordPrefix("</key>")));
     EXPECT_FALSE(StartsWith(Word("</kez>ab"), WordPrefix("</key>")));
     EXPECT_FALSE(StartsWith(Word("</key"), WordPrefix("</key>")));
@@ -52,7 +52,7 @@ TEST(PackedBytesTest, LeadingBytesAreCounted) {
     EXPECT_EQ(CountLeading(Word("\xFF\xFF-"), '\xFF'), 2U);
 }
 
-// Every place, behind bytes that differ from the one looked for by their highest or lowest bit.
+// Each place, behind bytes that differ from the searched one in the highest or lowest bit.
 TEST(PackedBytesTest, FirstEqualByteIsFound) {
     for (const char other : {'\0', '=', '\xBC', '\xFF'})
         for (std::size_t place = 0; place < 8; ++place) {
@@ -81,7 +81,7 @@ TEST(XmlTagTest, NamesArePackedFromTheLowestByteOn) {
     EXPECT_EQ(NameOf(XmlTag::kInteger).closing, 0x3E72656765746E69U);
 }
 
-TEST(XmlTagTest, EachNameIsThatOfItsTagAndOthersAreUnknown) {
+TEST(XmlTagTest, TagOfNameHasThatNameAndOthersAreUnknown) {
     for (const std::string_view name : {"array", "data", "date", "dict", "false", "integer", "key",
                                         "plist", "real", "string", "true"}) {
         EXPECT_EQ(NameOf(TagOf(name)).text, name);
