@@ -1,15 +1,14 @@
 #include "processes/ProcessTable.h"
 
 #include "FaultSweep.h"
+#include "ResourceUsage.h"
+#include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
 #include <dirent.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -17,8 +16,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <thread>
@@ -50,8 +47,8 @@ std::optional<std::string> NameInTable(pid_t process) {
     return std::nullopt;
 }
 
-// A child of that name, which lives until it is destroyed.
-class Child {
+// A child process of that name, killed by the destructor.
+class Child : NotCopyable {
 public:
     explicit Child(const char* name) {
         int named[2];
@@ -70,8 +67,6 @@ public:
         EXPECT_EQ(read(named[0], &nothing, 1), 0);
         close(named[0]);
     }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
     ~Child() {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
@@ -90,30 +85,22 @@ private:
     pid_t pid_ = 0;
 };
 
-// A folder laid out as /proc is.
-class FakeProcesses {
+// A directory with the layout of /proc.
+class FakeProcesses : NotCopyable {
 public:
-    FakeProcesses() {
-        char name[] = "/tmp/processes.XXXXXX";
-        root_ = mkdtemp(name);
-        folder_ = opendir(root_.c_str());
-    }
-    FakeProcesses(const FakeProcesses&) = delete;
-    FakeProcesses& operator=(const FakeProcesses&) = delete;
     ~FakeProcesses() {
         closedir(folder_);
-        std::filesystem::remove_all(root_);
     }
 
     void Add(const std::string& entry, const std::string& comm) const {
-        std::filesystem::create_directory(root_ / entry);
-        std::ofstream(root_ / entry / "comm") << comm;
+        tree_.MakeDirectory(entry);
+        tree_.Write(entry + "/comm", comm);
     }
     void AddWithoutName(const std::string& entry) const {
-        std::filesystem::create_directory(root_ / entry);
+        tree_.MakeDirectory(entry);
     }
     void AddStat(const std::string& entry, const std::string& stat) const {
-        std::ofstream(root_ / entry / "stat") << stat;
+        tree_.Write(entry + "/stat", stat);
     }
     int ReadOne(pid_t process, kinfo_proc& record) const {
         return process::ReadProcess(folder_, process, record);
@@ -135,25 +122,25 @@ public:
     }
 
 private:
-    std::filesystem::path root_;
-    DIR* folder_ = nullptr;
+    const TemporaryTree tree_;
+    DIR* const folder_ = opendir(tree_.Root().c_str());
 };
 
-TEST(ProcessTable, HasTheCommandNamesOfChildren) {
+TEST(ProcessTable, ChildrenHaveTheirCommandNames) {
     const Child first("carousel of 15c");
     const Child second("x");
     EXPECT_EQ(NameInTable(first.Pid()), "carousel of 15c");
     EXPECT_EQ(NameInTable(second.Pid()), "x");
 }
 
-TEST(ProcessTable, KeepsBlanksNewlinesAndEmptyNames) {
+TEST(ProcessTable, NamesKeepBlanksNewlinesAndMayBeEmpty) {
     const Child blanks(" a\nb\n");
     const Child nameless("");
     EXPECT_EQ(NameInTable(blanks.Pid()), " a\nb\n");
     EXPECT_EQ(NameInTable(nameless.Pid()), "");
 }
 
-TEST(ProcessTable, ListsZombiesUntilTheyAreReaped) {
+TEST(ProcessTable, ZombieIsListedUntilReaped) {
     pid_t pid = 0;
     {
         const Child child("soon a zombie");
@@ -164,7 +151,7 @@ TEST(ProcessTable, ListsZombiesUntilTheyAreReaped) {
     EXPECT_EQ(NameInTable(pid), std::nullopt);
 }
 
-TEST(ProcessTable, ListsProcessesAndNotTheirThreads) {
+TEST(ProcessTable, ProcessesAreListedButNotTheirThreads) {
     pid_t thread = 0;
     std::optional<std::string> name;
     std::thread([&] {
@@ -188,7 +175,7 @@ TEST(ProcessTable, IsInAscendingOrder) {
     EXPECT_TRUE(std::ranges::is_sorted(table, {}, pidOf));
 }
 
-TEST(ProcessTable, LeavesOutWhatVanishesAndWhatIsNoProcess) {
+TEST(ProcessTable, VanishedProcessesAndOtherEntriesAreLeftOut) {
     const FakeProcesses processes;
     processes.Add("7", "server\n");
     processes.Add("self", "no\n");
@@ -203,7 +190,7 @@ TEST(ProcessTable, LeavesOutWhatVanishesAndWhatIsNoProcess) {
     EXPECT_STREQ(table[0].kp_proc.p_comm, "server");
 }
 
-TEST(ProcessTable, HasTheFirstProcess) {
+TEST(ProcessTable, FirstProcessIsListed) {
     const FakeProcesses processes;
     for (int pid = 1; pid <= 8; ++pid)
         processes.Add(std::to_string(pid), "some\n");
@@ -214,7 +201,7 @@ TEST(ProcessTable, HasTheFirstProcess) {
     EXPECT_EQ(table[0].kp_proc.p_pid, 1);
 }
 
-TEST(ProcessTable, CutsNamesOfTheKernelsOwnThreads) {
+TEST(ProcessTable, LongNamesOfKernelThreadsAreCut) {
     const FakeProcesses processes;
     processes.Add("2", "kworker/u8:3-events_unbound\n");
     std::vector<kinfo_proc> table(1);
@@ -222,7 +209,7 @@ TEST(ProcessTable, CutsNamesOfTheKernelsOwnThreads) {
     EXPECT_STREQ(table[0].kp_proc.p_comm, "kworker/u8:3-eve");
 }
 
-TEST(ProcessTable, SaysWhenItHasOutgrownTheBuffer) {
+TEST(ProcessTable, TooSmallBufferFailsWithEnomem) {
     const FakeProcesses processes;
     for (int pid = 1; pid <= 3; ++pid)
         processes.Add(std::to_string(pid), "some\n");
@@ -232,37 +219,32 @@ TEST(ProcessTable, SaysWhenItHasOutgrownTheBuffer) {
     EXPECT_EQ(processes.Read(justRight), 0);
 
     kinfo_proc one = {};
-    std::size_t length = 2 * sizeof one - 1; // room for one whole record
+    std::size_t length = 2 * sizeof one - 1; // one whole record fits
     EXPECT_EQ(sysctl(g_allProcesses, 3, &one, &length, nullptr, 0), -1);
     EXPECT_EQ(errno, ENOMEM);
 }
 
-TEST(ProcessTable, ProbesWithRoomToSpare) {
+TEST(ProcessTable, ProbeAddsSpareRecords) {
     const FakeProcesses processes;
     for (int pid = 1; pid <= 100; ++pid)
         processes.Add(std::to_string(pid), "some\n");
     EXPECT_EQ(processes.Probe(), 100U + 12U + 16U);
 }
 
-// Names are left out, which is no failure: the next reading has them again.
-TEST(ProcessTable, NeedsNoDescriptorToSpare) {
-    rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none = {0, before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    std::size_t length = 0;
-    const int probed = sysctl(g_allProcesses, 3, nullptr, &length, nullptr, 0);
-    std::vector<kinfo_proc> table(length / sizeof(kinfo_proc));
-    const int read = sysctl(g_allProcesses, 3, table.data(), &length, nullptr, 0);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(probed, 0);
-    EXPECT_EQ(read, 0);
-    EXPECT_EQ(length, 0U);
+// Leaving out names is no error: the next read has them again.
+TEST(ProcessTable, WithoutDescriptorsTableIsEmptyWithoutError) {
+    {
+        const DescriptorLimit none(0);
+        std::size_t length = 0;
+        EXPECT_EQ(sysctl(g_allProcesses, 3, nullptr, &length, nullptr, 0), 0);
+        std::vector<kinfo_proc> table(length / sizeof(kinfo_proc));
+        EXPECT_EQ(sysctl(g_allProcesses, 3, table.data(), &length, nullptr, 0), 0);
+        EXPECT_EQ(length, 0U);
+    }
     EXPECT_TRUE(NameInTable(getpid()));
 }
 
-// What becomes of one reading with that failing: how many processes it has, or the error.
-TEST(ProcessTable, WithACallFailingLeavesOutAProcessOrSaysWhyNot) {
+TEST(ProcessTable, FailedSystemCallLeavesOutOneProcessOrFails) {
     const FakeProcesses processes;
     processes.Add("7", "server\n");
     processes.Add("8", "other\n");
@@ -272,14 +254,14 @@ TEST(ProcessTable, WithACallFailingLeavesOutAProcessOrSaysWhyNot) {
         SweepSystemCall(
             failure, [&] { error = processes.Read(table); },
             [&](const Fault& fault) {
-                const bool isDirectorys = fault.function == "readdir";
-                EXPECT_EQ(error, fault.happened && isDirectorys ? EIO : 0) << fault.what;
-                EXPECT_EQ(table.size(), fault.happened && !isDirectorys ? 1U : 2U) << fault.what;
+                const bool ofDirectory = fault.function == "readdir";
+                EXPECT_EQ(error, fault.happened && ofDirectory ? EIO : 0) << fault.what;
+                EXPECT_EQ(table.size(), fault.happened && !ofDirectory ? 1U : 2U) << fault.what;
                 table.resize(2);
             });
 }
 
-TEST(ProcessTable, ProbeSaysWhyTheFolderCannotBeRead) {
+TEST(ProcessTable, ProbeReturnsErrorOfReadingDirectory) {
     const FakeProcesses processes;
     processes.Add("7", "server\n");
     std::size_t count = 99;
@@ -294,14 +276,14 @@ TEST(ProcessTable, ProbeSaysWhyTheFolderCannotBeRead) {
             });
 }
 
-// ---- one process ----
+// One process
 
 int ReadOne(pid_t process, kinfo_proc& record, std::size_t& length) {
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, process};
     return sysctl(name, 4, &record, &length, nullptr, 0) == 0 ? 0 : errno;
 }
 
-TEST(OneProcess, HasItsNameAndItsStartTime) {
+TEST(OneProcess, ChildHasItsNameAndStartTime) {
     const Child child("(S) 1 2) 3");
     kinfo_proc record = {};
     std::size_t length = sizeof record;
@@ -310,7 +292,7 @@ TEST(OneProcess, HasItsNameAndItsStartTime) {
     EXPECT_EQ(record.kp_proc.p_pid, child.Pid());
     EXPECT_STREQ(record.kp_proc.p_comm, "(S) 1 2) 3");
 
-    // It started between the start of this program and now.
+    // The child started between the start of this program and now.
     kinfo_proc own = {};
     ASSERT_EQ(ReadOne(getpid(), own, length), 0);
     timespec sinceBoot = {};
@@ -329,7 +311,7 @@ TEST(OneProcess, StartTimeIsTheSameAtEachReading) {
     EXPECT_FALSE(timercmp(&first.kp_proc.p_starttime, &second.kp_proc.p_starttime, !=));
 }
 
-TEST(OneProcess, StartTimeIsTheWordThatStandsBehindTheName) {
+TEST(OneProcess, StartTimeIsField22OfStat) {
     const FakeProcesses processes;
     processes.Add("7", "a) b (c\n");
     processes.AddStat(
@@ -343,7 +325,7 @@ TEST(OneProcess, StartTimeIsTheWordThatStandsBehindTheName) {
     EXPECT_EQ(record.kp_proc.p_starttime.tv_usec, 12345 % ticks * 1'000'000 / ticks);
 }
 
-TEST(OneProcess, WithoutItsFilesOrWordsThereIsNone) {
+TEST(OneProcess, MissingFilesOrFieldsFail) {
     const FakeProcesses processes;
     kinfo_proc record = {};
     EXPECT_EQ(processes.ReadOne(7, record), ENOENT);
@@ -358,7 +340,7 @@ TEST(OneProcess, WithoutItsFilesOrWordsThereIsNone) {
     EXPECT_EQ(processes.ReadOne(8, record), ESRCH);
 }
 
-TEST(OneProcess, OfAProcessThatHasGoneNothingIsWritten) {
+TEST(OneProcess, EndedProcessWritesNothing) {
     pid_t pid = 0;
     {
         const Child child("soon gone");
@@ -372,7 +354,7 @@ TEST(OneProcess, OfAProcessThatHasGoneNothingIsWritten) {
     EXPECT_EQ(record.kp_proc.p_pid, 1234);
 }
 
-TEST(OneProcess, NeedsRoomForOneRecord) {
+TEST(OneProcess, BufferBelowOneRecordFailsAndNewValueIsRefused) {
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, getpid()};
     kinfo_proc record = {};
     std::size_t length = 0;
@@ -384,19 +366,14 @@ TEST(OneProcess, NeedsRoomForOneRecord) {
     EXPECT_EQ(errno, EPERM);
 }
 
-TEST(OneProcess, WithoutADescriptorToSpareThereIsAnError) {
-    rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none = {0, before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+TEST(OneProcess, WithoutDescriptorsReadFails) {
+    const DescriptorLimit none(0);
     kinfo_proc record = {};
     std::size_t length = sizeof record;
-    const int error = ReadOne(getpid(), record, length);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(error, EMFILE);
+    EXPECT_EQ(ReadOne(getpid(), record, length), EMFILE);
 }
 
-TEST(ProcessTable, KnowsNoOtherName) {
+TEST(ProcessTable, UnknownNameFails) {
     int otherName[] = {CTL_KERN, KERN_PROC, 2};
     std::size_t length = 0;
     EXPECT_EQ(sysctl(otherName, 3, nullptr, &length, nullptr, 0), -1);
@@ -409,7 +386,7 @@ TEST(ProcessTable, KnowsNoOtherName) {
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(ProcessTable, TakesNoNewValue) {
+TEST(ProcessTable, NewValueIsRefused) {
     std::size_t length = 0;
     int value = 0;
     EXPECT_EQ(sysctl(g_allProcesses, 3, nullptr, &length, &value, sizeof value), -1);

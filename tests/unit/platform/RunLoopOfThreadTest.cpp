@@ -1,4 +1,4 @@
-/* A thread's run loop where memory or keys are out, and at the end of the process. */
+/* A thread's run loop without memory, without thread keys, and at process exit. */
 
 #include "loop/RunLoopSource.h"
 
@@ -34,7 +34,7 @@ int __wrap_pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) {
 
 namespace {
 
-// Allocates until not even the smallest block is left, in libc itself neither.
+// Allocates until the smallest allocation fails, those inside libc included.
 void ExhaustMemory() {
     const rlimit none = {0, RLIM_INFINITY};
     setrlimit(RLIMIT_AS, &none);
@@ -49,7 +49,7 @@ void ExhaustMemory() {
     }
 }
 
-// Ends the process, with status 0 if a new thread has no loop.
+// Exits, with status 0 if a new thread has no loop.
 [[noreturn]] void ExpectNoLoop() {
     std::thread([] {
         ExhaustMemory();
@@ -71,19 +71,19 @@ TEST(RunLoopOfThreadTest, IsNullWithoutMemory) {
 }
 
 TEST(RunLoopOfThreadTest, IsNullWithoutAKey) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // where nothing has made the key before
-    const auto look = [] {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the key must not exist yet
+    const auto getLoop = [] {
         g_hasKeys = false;
         CFRunLoopRun(); // returns at once
         std::exit(CFRunLoopGetCurrent() == nullptr ? 0 : 1);
     };
-    EXPECT_EXIT(look(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(getLoop(), testing::ExitedWithCode(0), "");
 }
 
 CFRunLoopRef g_ending = nullptr;
 
-// Of a source that is in the calling thread's loop and belongs to it alone.
-void AddSourceThatTellsItsEnd() {
+// Adds a source that only the calling thread's loop retains, and that reports its removal.
+void AddReportingSource() {
     g_ending = CFRunLoopGetCurrent();
     static constexpr cf::SourceCallouts kCallouts = {
         .perform = [](void*) {},
@@ -100,9 +100,9 @@ void AddSourceThatTellsItsEnd() {
     CFRelease(source);
 }
 
-TEST(RunLoopOfThreadTest, EndsWithTheProcess) {
+TEST(RunLoopOfThreadTest, ProcessExitRemovesAndFreesSource) {
     const auto end = [] {
-        AddSourceThatTellsItsEnd();
+        AddReportingSource();
         std::exit(0);
     };
     EXPECT_EXIT(end(), testing::ExitedWithCode(0), "left the former loop freed");

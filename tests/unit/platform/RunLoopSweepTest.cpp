@@ -1,5 +1,4 @@
-/* A run loop with whatever can fail around it failing, from its making on, which is each time on a
-   thread of its own: it is not there, or what was put into it is called out. */
+/* A run loop created on a new thread with each allocation and system call failing in turn. */
 
 #include "FaultSweep.h"
 #include "ResourceUsage.h"
@@ -21,7 +20,7 @@ constexpr CFTimeInterval kDay = 86400;  // by the alarm of the wall clock
 
 struct Outcome {
     bool hasLoop = false;
-    int made = 0; // the timers and sources that there was memory for
+    int made = 0; // timers and sources that were created
     int calledOut = 0;
 };
 Outcome g_outcome; // of the last run
@@ -56,7 +55,7 @@ void UseLoop() {
         CFRelease(member);
 }
 
-TEST(RunLoopSweep, IsNotThereOrWorks) {
+TEST(RunLoopSweep, CreationFailsCleanlyOrLoopWorks) {
     ASSERT_TRUE(cf::StartArrivals()); // so that delays take a descriptor
     const std::size_t descriptors = CountDescriptors();
     const SweptFaults swept = SweepFaults(
@@ -72,7 +71,7 @@ TEST(RunLoopSweep, IsNotThereOrWorks) {
     EXPECT_GT(swept.systemCalls, 0U);
 }
 
-TEST(RunLoopSweep, DelayThatCannotBeWatchedTakesNoDescriptor) {
+TEST(RunLoopSweep, DelayThatCannotBeWatchedKeepsNoDescriptor) {
     ASSERT_TRUE(cf::StartArrivals());
     CFRunLoopRef loop = CFRunLoopGetCurrent();
     const std::size_t descriptors = CountDescriptors();

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,7 +17,7 @@
 
 namespace {
 
-thread_local int t_takeBeforeGLib = 0; // descriptors, for that moment
+thread_local int t_takeBeforeGLib = 0; // descriptors in use while GLib creates a context
 std::atomic<int> g_wakeUps = 0;
 
 } // namespace
@@ -47,11 +46,9 @@ void __wrap_g_main_context_wakeup(GMainContext* context) {
 namespace {
 
 // An eventfd is readable while its count is above 0.
-class Event {
+class Event : NotCopyable {
 public:
     Event() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
     ~Event() {
         close(descriptor_);
     }
@@ -71,14 +68,14 @@ private:
     int descriptor_;
 };
 
-TEST(RunLoopTest, EachThreadHasItsOwn) {
+TEST(RunLoopTest, EachThreadHasItsOwnLoop) {
     const CFRunLoopRef own = CFRunLoopGetCurrent();
     ASSERT_NE(own, nullptr);
     EXPECT_EQ(CFRunLoopGetCurrent(), own);
     std::thread([own] { EXPECT_NE(CFRunLoopGetCurrent(), own); }).join();
 }
 
-TEST(RunLoopTest, ModesAreCalledLikeTheirNames) {
+TEST(RunLoopTest, ModeStringsEqualTheirNames) {
     EXPECT_TRUE(CFEqual(kCFRunLoopDefaultMode, CFSTR("kCFRunLoopDefaultMode")));
     EXPECT_TRUE(CFEqual(kCFRunLoopCommonModes, CFSTR("kCFRunLoopCommonModes")));
 }
@@ -95,14 +92,14 @@ TEST(RunLoopTest, StopBeforeARunIsIgnored) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, RunEndsWhenTheLastSourceLeaves) {
+TEST(RunLoopTest, RunEndsWhenLastSourceIsRemoved) {
     TestSource source([&] { source.Remove(); });
     source.Signal();
     CFRunLoopRun();
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, ReadySourcesGoInTheOrderOfTheirComing) {
+TEST(RunLoopTest, ReadySourcesPerformInOrderOfAddition) {
     std::vector<int> order;
     TestSource first([&] { order.push_back(1); });
     TestSource second([&] { order.push_back(2); });
@@ -117,7 +114,7 @@ TEST(RunLoopTest, ReadySourcesGoInTheOrderOfTheirComing) {
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
 }
 
-TEST(RunLoopTest, SourcesKeepTheirOrderWhenOthersLeave) {
+TEST(RunLoopTest, SourcesKeepOrderWhenOthersAreRemoved) {
     std::vector<int> order;
     std::vector<std::unique_ptr<TestSource>> sources;
     for (int i = 0; i < 5; ++i)
@@ -147,7 +144,7 @@ TEST(RunLoopTest, SourcesKeepTheirOrderWhenOthersLeave) {
     EXPECT_EQ(run(), (std::vector<int>{2, 0}));
 }
 
-TEST(RunLoopTest, SourceGetsOneCalloutATurn) {
+TEST(RunLoopTest, SourcePerformsOncePerIteration) {
     TestSource eager([&] { eager.Signal(); });
     TestSource other([&] {
         if (other.Count() == 3)
@@ -160,7 +157,7 @@ TEST(RunLoopTest, SourceGetsOneCalloutATurn) {
     EXPECT_EQ(eager.Count(), 3);
 }
 
-TEST(RunLoopTest, SourceAddedInATurnWaitsForTheNext) {
+TEST(RunLoopTest, SourceAddedInIterationPerformsInNext) {
     std::optional<TestSource> late;
     TestSource first([&] {
         if (late.has_value()) {
@@ -177,7 +174,7 @@ TEST(RunLoopTest, SourceAddedInATurnWaitsForTheNext) {
     EXPECT_EQ(first.Count(), 2);
 }
 
-TEST(RunLoopTest, SignalsBeforeACalloutAreOne) {
+TEST(RunLoopTest, SignalsBeforeCalloutPerformOnce) {
     TestSource source(StopCurrentRun);
     source.Signal();
     source.Signal();
@@ -188,7 +185,7 @@ TEST(RunLoopTest, SignalsBeforeACalloutAreOne) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, SignalsBeforeACalloutWakeTheLoopOnce) {
+TEST(RunLoopTest, SignalsBeforeCalloutWakeLoopOnce) {
     TestSource source(StopCurrentRun);
     g_wakeUps = 0;
     std::thread([&] {
@@ -199,7 +196,7 @@ TEST(RunLoopTest, SignalsBeforeACalloutWakeTheLoopOnce) {
     CFRunLoopRun();
 }
 
-TEST(RunLoopTest, SignalOnTheLoopsOwnThreadWakesNobody) {
+TEST(RunLoopTest, SignalOnLoopThreadDoesNotWake) {
     TestSource source(StopCurrentRun);
     g_wakeUps = 0;
     source.Signal();
@@ -208,7 +205,7 @@ TEST(RunLoopTest, SignalOnTheLoopsOwnThreadWakesNobody) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, AfterAStopNoCalloutOfThatRunFollows) {
+TEST(RunLoopTest, StoppedRunPerformsNoOtherSource) {
     TestSource first(StopCurrentRun);
     TestSource second(StopCurrentRun);
     first.Signal();
@@ -237,7 +234,7 @@ TEST(RunLoopTest, StopEndsOnlyTheInnermostRun) {
     EXPECT_EQ(outer.Count(), 2);
 }
 
-TEST(RunLoopTest, OuterRunMayBeStoppedBeforeAnInnerOne) {
+TEST(RunLoopTest, OuterRunStoppedBeforeInnerRunEndsAfterIt) {
     TestSource inner(StopCurrentRun);
     TestSource never([] {});
     TestSource outer([&] {
@@ -261,16 +258,16 @@ TEST(RunLoopTest, AnotherThreadStopsASleepingRun) {
 
 TEST(RunLoopTest, AnotherThreadsSignalsAllWakeTheLoop) {
     constexpr int kSignals = 1000;
-    std::atomic<int> served = 0;
+    std::atomic<int> performed = 0;
     TestSource source([&] {
-        if (++served == kSignals)
+        if (++performed == kSignals)
             StopCurrentRun();
-        served.notify_one();
+        performed.notify_one();
     });
     std::thread signaller([&] {
         for (int i = 0; i < kSignals; ++i) {
             source.Signal();
-            served.wait(i);
+            performed.wait(i);
         }
     });
     CFRunLoopRun();
@@ -278,7 +275,7 @@ TEST(RunLoopTest, AnotherThreadsSignalsAllWakeTheLoop) {
     EXPECT_EQ(source.Count(), kSignals);
 }
 
-TEST(RunLoopTest, NestedRunServesOtherSourcesButNotTheOneCallingOut) {
+TEST(RunLoopTest, NestedRunPerformsAllButSourceInCallout) {
     int depth = 0;
     TestSource other(StopCurrentRun);
     TestSource source([&] {
@@ -293,14 +290,14 @@ TEST(RunLoopTest, NestedRunServesOtherSourcesButNotTheOneCallingOut) {
         --depth;
     });
     other.Remove();
-    other.Add(); // behind the source, which would have its turn first
+    other.Add(); // behind the source, which would perform first
     source.Signal();
     CFRunLoopRun();
     EXPECT_EQ(other.Count(), 1);
     EXPECT_EQ(source.Count(), 2);
 }
 
-TEST(RunLoopTest, OutermostSourcesWaitForTheEndOfNestedRunsInOrder) {
+TEST(RunLoopTest, OutermostSourcesPerformInOrderAfterNestedRun) {
     std::vector<int> order;
     const Event event;
     TestSource first([&] { order.push_back(2); }, cf::RunLevel::kOutermost);
@@ -324,7 +321,7 @@ TEST(RunLoopTest, OutermostSourcesWaitForTheEndOfNestedRunsInOrder) {
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
 }
 
-TEST(RunLoopTest, DescriptorSourceCallsOutWhileItIsReadable) {
+TEST(RunLoopTest, DescriptorSourcePerformsWhileReadable) {
     const Event event;
     TestSource source(
         [&] {
@@ -338,7 +335,7 @@ TEST(RunLoopTest, DescriptorSourceCallsOutWhileItIsReadable) {
     EXPECT_EQ(source.Count(), 3);
 }
 
-TEST(RunLoopTest, DescriptorThatTurnsReadableWakesTheLoop) {
+TEST(RunLoopTest, DescriptorThatBecomesReadableWakesLoop) {
     const Event event;
     TestSource source(StopCurrentRun, cf::RunLevel::kAny, event.Descriptor());
     AtNextSleepElsewhere([&] { event.Raise(); });
@@ -346,7 +343,7 @@ TEST(RunLoopTest, DescriptorThatTurnsReadableWakesTheLoop) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, DescriptorIsNotCalledOutAgainByANestedRun) {
+TEST(RunLoopTest, NestedRunSkipsDescriptorInCallout) {
     const Event event;
     TestSource inner(StopCurrentRun);
     TestSource source(
@@ -363,7 +360,7 @@ TEST(RunLoopTest, DescriptorIsNotCalledOutAgainByANestedRun) {
     EXPECT_EQ(source.Count(), 2);
 }
 
-TEST(RunLoopTest, DescriptorIsServedBetweenSourcesThatAreAlwaysReady) {
+TEST(RunLoopTest, DescriptorPerformsBesideSourceThatIsAlwaysReady) {
     const Event event;
     event.Raise();
     TestSource eager([&] { eager.Signal(); });
@@ -373,7 +370,7 @@ TEST(RunLoopTest, DescriptorIsServedBetweenSourcesThatAreAlwaysReady) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, RemovedDescriptorIsNotCalledOutUntilItIsAddedAgain) {
+TEST(RunLoopTest, RemovedDescriptorPerformsOnlyWhenAddedAgain) {
     const Event event;
     TestSource source([] {}, cf::RunLevel::kAny, event.Descriptor());
     TestSource stop(StopCurrentRun);
@@ -394,7 +391,7 @@ TEST(RunLoopTest, RemovedDescriptorIsNotCalledOutUntilItIsAddedAgain) {
     EXPECT_GE(source.Count(), 1);
 }
 
-TEST(RunLoopTest, InvalidatedInItsOwnCalloutIsGone) {
+TEST(RunLoopTest, SourceInvalidatedInItsCalloutPerformsNoMore) {
     const Event event;
     event.Raise();
     TestSource descriptor([&] { descriptor.Invalidate(); }, cf::RunLevel::kAny, event.Descriptor());
@@ -409,7 +406,7 @@ TEST(RunLoopTest, InvalidatedInItsOwnCalloutIsGone) {
     EXPECT_EQ(signal.Count(), 1);
 }
 
-TEST(RunLoopTest, CommonModesDoNotTakeOutWhatTheDefaultModeHolds) {
+TEST(RunLoopTest, RemovalFromCommonModesKeepsSourceOfDefaultMode) {
     TestSource source(StopCurrentRun);
     source.Remove(kCFRunLoopCommonModes);
     source.Signal();
@@ -417,7 +414,7 @@ TEST(RunLoopTest, CommonModesDoNotTakeOutWhatTheDefaultModeHolds) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, WhatCommonModesHoldLeavesByEitherName) {
+TEST(RunLoopTest, EitherModeRemovesSourceOfCommonModes) {
     TestSource source(StopCurrentRun);
     source.Signal();
     for (CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes}) {
@@ -429,7 +426,7 @@ TEST(RunLoopTest, WhatCommonModesHoldLeavesByEitherName) {
     EXPECT_EQ(source.Count(), 0);
 }
 
-TEST(RunLoopTest, SourceStaysWhenAnotherModeLoopOrObjectIsNamed) {
+TEST(RunLoopTest, RemovalFromOtherModeOrLoopOrOfNullIsIgnored) {
     TestSource source(StopCurrentRun);
     CFRunLoopRef const loop = CFRunLoopGetCurrent();
     std::thread([&] { source.Remove(); }).join();
@@ -442,12 +439,12 @@ TEST(RunLoopTest, SourceStaysWhenAnotherModeLoopOrObjectIsNamed) {
     EXPECT_EQ(source.Count(), 1);
 }
 
-TEST(RunLoopTest, LoopHoldsItsSource) {
-    static int served = 0;
+TEST(RunLoopTest, LoopRetainsItsSource) {
+    static int performed = 0;
     CFRunLoopSourceRef source = cf::CreateSignalSource(
         cf::RunLevel::kAny,
         [](void*) {
-            ++served;
+            ++performed;
             StopCurrentRun();
         },
         nullptr);
@@ -456,18 +453,18 @@ TEST(RunLoopTest, LoopHoldsItsSource) {
     cf::SignalSource(source);
     CFRelease(source);
     CFRunLoopRun();
-    EXPECT_EQ(served, 1);
+    EXPECT_EQ(performed, 1);
     CFRunLoopRemoveSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
 }
 
-TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
+TEST(RunLoopTest, ThreadExitFreesLoopTimersAndSources) {
     static std::atomic<int> released = 0;
     const std::size_t descriptors = CountDescriptors();
     std::thread([] {
         const Event event;
         CFRunLoopTimerContext context = {0, nullptr, nullptr, [](const void*) { ++released; },
                                          nullptr};
-        // The second one is a date, for which the loop has an alarm.
+        // The second timer is a date, for which the loop has an alarm.
         for (const CFTimeInterval interval : {0.0, 86400.0}) {
             CFRunLoopTimerRef timer =
                 CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + 3600 * 24,
@@ -487,63 +484,48 @@ TEST(RunLoopTest, EndOfTheThreadFreesTheLoopAndWhatItHolds) {
 }
 
 TEST(RunLoopTest, SourceOutlivesTheLoopOfAnEndedThread) {
-    int served = 0;
+    int performed = 0;
     CFRunLoopSourceRef source = cf::CreateSignalSource(
         cf::RunLevel::kAny,
         [](void* info) {
             ++*static_cast<int*>(info);
             StopCurrentRun();
         },
-        &served);
+        &performed);
     std::thread([source] {
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     }).join();
     cf::SignalSource(source);
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     CFRunLoopRun();
-    EXPECT_EQ(served, 1);
+    EXPECT_EQ(performed, 1);
     CFRunLoopSourceInvalidate(source);
     CFRelease(source);
 }
 
 TEST(RunLoopTest, WithoutDescriptorsThereIsNoLoop) {
     std::thread([] {
-        rlimit limit = {};
-        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-        const rlimit none = {0, limit.rlim_max};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-        EXPECT_EQ(CFRunLoopGetCurrent(), nullptr);
-        CFRunLoopRun();
-        StopCurrentRun();
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        {
+            const DescriptorLimit none(0);
+            EXPECT_EQ(CFRunLoopGetCurrent(), nullptr);
+            CFRunLoopRun();
+            StopCurrentRun();
+        }
         EXPECT_NE(CFRunLoopGetCurrent(), nullptr);
     }).join();
 }
 
-// So many descriptors and no more; one at least has to be there.
-class FewDescriptors {
-public:
-    explicit FewDescriptors(rlim_t spare) {
-        const int next = dup(STDERR_FILENO);
-        close(next);
-        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
-        const rlimit few = {static_cast<rlim_t>(next) + spare, before_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    }
-    FewDescriptors(const FewDescriptors&) = delete;
-    FewDescriptors& operator=(const FewDescriptors&) = delete;
-    ~FewDescriptors() {
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before_), 0);
-    }
+// The limit that leaves `spare` descriptors.
+rlim_t LimitLeaving(int spare) {
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    return static_cast<rlim_t>(next + spare);
+}
 
-private:
-    rlimit before_ = {};
-};
-
-// GLib ends the process when it finds none.
-TEST(RunLoopTest, SomebodyMayTakeADescriptorBeforeGLibDoes) {
-    for (rlim_t spare = 1; spare <= 6; ++spare) {
-        const FewDescriptors few(spare);
+// GLib ends the process if it gets no descriptor.
+TEST(RunLoopTest, DescriptorsTakenBeforeGLibDoNotAbort) {
+    for (int spare = 1; spare <= 6; ++spare) {
+        const DescriptorLimit few(LimitLeaving(spare));
         std::thread([] {
             t_takeBeforeGLib = 2;
             CFRunLoopGetCurrent();
@@ -551,9 +533,9 @@ TEST(RunLoopTest, SomebodyMayTakeADescriptorBeforeGLibDoes) {
     }
 }
 
-TEST(RunLoopTest, ThreadsThatBeginTogetherDoNotCountOnTheSameDescriptors) {
+TEST(RunLoopTest, ThreadsStartedTogetherWithFewDescriptorsDoNotAbort) {
     for (int round = 0; round < 600; ++round) {
-        const FewDescriptors few(static_cast<rlim_t>(1 + round % 6));
+        const DescriptorLimit few(LimitLeaving(1 + round % 6));
         std::vector<std::thread> threads;
         for (int i = 0; i < 4; ++i)
             threads.emplace_back(CFRunLoopGetCurrent);

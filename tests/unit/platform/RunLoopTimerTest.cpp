@@ -18,26 +18,37 @@ namespace {
 constexpr CFTimeInterval kHour = 3600;
 constexpr CFTimeInterval kDay = 24 * kHour;
 constexpr CFTimeInterval kYear = 365 * kDay;
-// The coarse clock may be a tick behind, and an alarm waits for it.
+// The coarse clock may be a tick behind; an alarm waits until that clock shows the date.
 constexpr CFTimeInterval kTicks = 0.02;
 constexpr CFTimeInterval kRounding = 0.0011; // sleeps are in whole milliseconds, rounded up
 
 class RunLoopTimerTest : public testing::Test {
 protected:
-    // A loop that has its alarm at a date does not set it there again, and the next test begins at
-    // the same time as this one: its dates may be the same. A run without dates disarms the alarm.
+    // A run without dates disarms the alarm. Tests begin at the same fake time: the loop would not
+    // set an alarm again that is already set to an equal date.
     ~RunLoopTimerTest() override {
         TestTimer delay(CFAbsoluteTimeGetCurrent() + 1, 0, StopCurrentRun);
         CFRunLoopRun();
     }
 
-    // A callout that notes when it came and ends the run with the last one wanted.
+    // A callout that records its time; callout number `wanted` ends the run.
     std::function<void()> Note(std::size_t wanted) {
         return [this, wanted] {
             fired.push_back(clock.Elapsed());
             if (fired.size() == wanted)
                 StopCurrentRun();
         };
+    }
+
+    bool HasAlarmAfterAMinute() {
+        bool hasAlarm = false;
+        TestTimer delay(CFAbsoluteTimeGetCurrent() + 60, 0, [&] {
+            hasAlarm = clock.HasAlarm();
+            StopCurrentRun();
+        });
+        CFRunLoopRun();
+        EXPECT_EQ(delay.Count(), 1);
+        return hasAlarm;
     }
 
     FakeClock clock;
@@ -52,7 +63,7 @@ void ExpectTimes(const std::vector<CFTimeInterval>& fired, const std::vector<CFT
         EXPECT_NEAR(fired[i], dates[i], tolerance) << i;
 }
 
-TEST_F(RunLoopTimerTest, OneShotFiresAtItsDateAndIsGone) {
+TEST_F(RunLoopTimerTest, OneShotFiresOnceAtItsDate) {
     TestTimer timer(start + 30, 0, Note(0));
     CFRunLoopRun();
     CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
@@ -67,7 +78,7 @@ TEST_F(RunLoopTimerTest, WaitForADateIsOneSleepOfWholeMilliseconds) {
     ExpectTimes(fired, {30, 60}, 1e-6);
 }
 
-TEST_F(RunLoopTimerTest, RepeatingKeepsItsGridAndDropsMissedDates) {
+TEST_F(RunLoopTimerTest, RepeatingTimerKeepsItsGridAndSkipsMissedDates) {
     TestTimer timer(start + 0.1, 0.1, [&] {
         Note(3)();
         if (fired.size() == 1)
@@ -77,26 +88,26 @@ TEST_F(RunLoopTimerTest, RepeatingKeepsItsGridAndDropsMissedDates) {
     ExpectTimes(fired, {0.1, 0.7, 0.8});
 }
 
-TEST_F(RunLoopTimerTest, LoopThatDidNotRunMakesUpWithOneCallout) {
+TEST_F(RunLoopTimerTest, DatesMissedBeforeRunFireOnce) {
     TestTimer timer(start + 0.1, 0.1, Note(3));
     clock.Advance(0.55);
     CFRunLoopRun();
     ExpectTimes(fired, {0.55, 0.6, 0.7});
 }
 
-TEST_F(RunLoopTimerTest, PastFireDateIsDueNowAndStartsTheGridThere) {
+TEST_F(RunLoopTimerTest, PastFireDateFiresAtOnceAndStartsTheGrid) {
     TestTimer timer(start - 7.3, 1, Note(3));
     CFRunLoopRun();
     ExpectTimes(fired, {0, 1, 2});
 }
 
-TEST_F(RunLoopTimerTest, DateFarInThePastFiresOnceADay) {
+TEST_F(RunLoopTimerTest, DailyTimerFromFarPastFiresAtOnceAndDaily) {
     TestTimer timer(start - 2e9 * kHour, kDay, Note(3));
     CFRunLoopRun();
     ExpectTimes(fired, {0, kDay, 2 * kDay}, kTicks);
 }
 
-TEST_F(RunLoopTimerTest, DatesAndIntervalsBeyondAllCalendarsDoNotOverflow) {
+TEST_F(RunLoopTimerTest, ExtremeDatesAndIntervalsDoNotOverflow) {
     const CFTimeInterval infinity = std::numeric_limits<CFTimeInterval>::infinity();
     for (const CFTimeInterval extreme : {1e18, 1e300, infinity, std::nan("")}) {
         TestTimer never(extreme, 0, Note(0));
@@ -109,7 +120,7 @@ TEST_F(RunLoopTimerTest, DatesAndIntervalsBeyondAllCalendarsDoNotOverflow) {
     }
 }
 
-TEST_F(RunLoopTimerTest, TinyIntervalDoesNotHoldUpTheSources) {
+TEST_F(RunLoopTimerTest, TinyIntervalDoesNotStarveSources) {
     TestSource source(StopCurrentRun);
     TestTimer timer(start, 1e-12, [&] {
         clock.Advance(1);
@@ -147,14 +158,14 @@ TEST_F(RunLoopTimerTest, DateMovesWithTheWallClock) {
     ExpectTimes(fired, {6 * kHour, 30 * kHour}, kTicks);
 }
 
-TEST_F(RunLoopTimerTest, DateThatAStepPassedIsMadeUpForOnce) {
+TEST_F(RunLoopTimerTest, DatePassedByStepFiresOnce) {
     TestTimer timer(start + 10 * kHour, kDay, Note(2));
     TestTimer earlier(start + 60, 0, [&] { clock.Step(10 * kDay); });
     CFRunLoopRun();
     ExpectTimes(fired, {60, 10 * kHour}, kTicks);
 }
 
-TEST_F(RunLoopTimerTest, DateThatPassedInSuspensionIsMadeUpForOnce) {
+TEST_F(RunLoopTimerTest, DatePassedInSuspensionFiresOnce) {
     TestTimer timer(start + 10 * kHour, kDay, Note(2));
     TestTimer earlier(start + 60, 0, [&] { clock.Suspend(3 * kDay); });
     CFRunLoopRun();
@@ -171,7 +182,7 @@ TEST_F(RunLoopTimerTest, ShortStepBackDoesNotFireTheDateAgain) {
     ExpectTimes(fired, {10 * kHour, 34 * kHour + 2}, kTicks);
 }
 
-TEST_F(RunLoopTimerTest, StepBackOverYearsBringsTheDateNear) {
+TEST_F(RunLoopTimerTest, StepBackOverYearsMovesDateWithinTwoDays) {
     TestTimer timer(start + 10 * kHour, kDay, Note(2));
     TestTimer earlier(start + 60, 0, [&] { clock.Step(-10 * kYear); });
     CFRunLoopRun();
@@ -190,8 +201,8 @@ TEST_F(RunLoopTimerTest, StepBackLeavesLessThanTwoDaysToWait) {
     }
 }
 
-// The kernel tells of the step when the next date is set.
-TEST_F(RunLoopTimerTest, StepBackInTheCalloutOfADateBringsTheNextOneNear) {
+// The kernel reports the step when the next date is set.
+TEST_F(RunLoopTimerTest, StepBackInCalloutMovesNextDateWithinTwoDays) {
     TestTimer timer(start + 10 * kHour, kDay, [&] {
         if (fired.empty())
             clock.Step(-10 * kYear);
@@ -201,7 +212,7 @@ TEST_F(RunLoopTimerTest, StepBackInTheCalloutOfADateBringsTheNextOneNear) {
     ExpectTimes(fired, {10 * kHour, 58 * kHour}, kTicks);
 }
 
-// However many of its intervals go into the delay before the first one.
+// The delay before the first callout is many times the interval.
 TEST_F(RunLoopTimerTest, DelayBeforeRepetitionsIgnoresAStepThatMovesDates) {
     TestTimer delay(start + 1000, 10, Note(2));
     TestTimer date(start + 10 * kHour, kDay, Note(0));
@@ -210,7 +221,7 @@ TEST_F(RunLoopTimerTest, DelayBeforeRepetitionsIgnoresAStepThatMovesDates) {
     ExpectTimes(fired, {1000, 1010});
 }
 
-TEST_F(RunLoopTimerTest, AlarmIsTakenBackWithTheLastDate) {
+TEST_F(RunLoopTimerTest, AlarmIsDisarmedWithLastDate) {
     std::vector<bool> alarms;
     TestTimer date(start + 10 * kHour, kDay, Note(0));
     TestTimer delays(start + 60, 60, [&] {
@@ -224,49 +235,31 @@ TEST_F(RunLoopTimerTest, AlarmIsTakenBackWithTheLastDate) {
 }
 
 TEST_F(RunLoopTimerTest, DateThatNeverComesSetsNoAlarm) {
-    bool hasAlarm = true;
     const CFTimeInterval infinity = std::numeric_limits<CFTimeInterval>::infinity();
     TestTimer onceAndNever(start, infinity, Note(0)); // its second date is beyond kNever
-    TestTimer delay(start + 60, 0, [&] {
-        hasAlarm = clock.HasAlarm();
-        StopCurrentRun();
-    });
-    CFRunLoopRun();
-    EXPECT_FALSE(hasAlarm);
+    EXPECT_FALSE(HasAlarmAfterAMinute());
 }
 
-TEST_F(RunLoopTimerTest, ShortestRepetitionIsNoDateHoweverLongTheDelayBeforeIt) {
-    bool hasAlarm = true;
+TEST_F(RunLoopTimerTest, ShortIntervalAfterLongDelaySetsNoAlarm) {
     TestTimer delay(start + 10 * kHour, 1e-9, Note(0));
-    TestTimer earlier(start + 60, 0, [&] {
-        hasAlarm = clock.HasAlarm();
-        StopCurrentRun();
-    });
-    CFRunLoopRun();
-    EXPECT_FALSE(hasAlarm);
+    EXPECT_FALSE(HasAlarmAfterAMinute());
 }
 
-TEST_F(RunLoopTimerTest, RepetitionOfAnHourIsADate) {
+TEST_F(RunLoopTimerTest, OnlyIntervalOfAnHourOrMoreSetsAlarm) {
     for (const CFTimeInterval interval : {3600.0, 3599.999}) {
-        bool hasAlarm = false;
         TestTimer repeating(start + 10 * kHour, interval, Note(0));
-        TestTimer earlier(CFAbsoluteTimeGetCurrent() + 60, 0, [&] {
-            hasAlarm = clock.HasAlarm();
-            StopCurrentRun();
-        });
-        CFRunLoopRun();
-        EXPECT_EQ(hasAlarm, interval == 3600.0);
+        EXPECT_EQ(HasAlarmAfterAMinute(), interval == 3600.0);
     }
 }
 
-TEST_F(RunLoopTimerTest, LateOneShotKeepsItsDate) {
+TEST_F(RunLoopTimerTest, OneShotHoursAheadMovesWithTheWallClock) {
     TestTimer timer(start + 10 * kHour, 0, Note(0));
     TestTimer earlier(start + 60, 0, [&] { clock.Step(kHour); });
     CFRunLoopRun();
     ExpectTimes(fired, {9 * kHour}, kTicks);
 }
 
-// Whatever wakes the loop between the date and the tick of the coarse clock that shows it.
+// The loop is woken between the date and the next tick of the coarse clock.
 TEST_F(RunLoopTimerTest, CalloutFindsTheCoarseClockPastTheDate) {
     const CFAbsoluteTime date = start + 10 * kHour + 0.003;
     TestTimer timer(date, kDay, [&] {
@@ -281,8 +274,8 @@ TEST_F(RunLoopTimerTest, CalloutFindsTheCoarseClockPastTheDate) {
     EXPECT_EQ(timer.Count(), 1);
 }
 
-// On a thread of its own, whose loop has no alarm yet.
-TEST_F(RunLoopTimerTest, WithoutAnAlarmTheDateIsLookedForEachMinute) {
+// The loop of a new thread has no alarm yet.
+TEST_F(RunLoopTimerTest, WithoutAlarmDateIsPolledEachMinute) {
     clock.RefuseAlarms(true);
     std::thread([&] {
         TestTimer timer(start + 10 * kHour + 30, kDay, Note(2));
@@ -292,7 +285,7 @@ TEST_F(RunLoopTimerTest, WithoutAnAlarmTheDateIsLookedForEachMinute) {
     ExpectTimes(fired, {6 * kHour + 60, 30 * kHour + 60}, kTicks);
 }
 
-TEST_F(RunLoopTimerTest, AlarmIsHadAgainAfterARefusal) {
+TEST_F(RunLoopTimerTest, AlarmIsSetAfterRefusalsEnd) {
     clock.RefuseAlarms(true);
     std::thread([&] {
         TestTimer timer(start + 10 * kHour + 30, kDay, Note(1));
@@ -302,7 +295,7 @@ TEST_F(RunLoopTimerTest, AlarmIsHadAgainAfterARefusal) {
     ExpectTimes(fired, {10 * kHour + 30}, kTicks);
 }
 
-TEST_F(RunLoopTimerTest, DueTimersGoByFireDateBeforeSources) {
+TEST_F(RunLoopTimerTest, DueTimersFireByDateBeforeSources) {
     std::vector<int> order;
     TestSource source([&] {
         order.push_back(4);
@@ -318,7 +311,7 @@ TEST_F(RunLoopTimerTest, DueTimersGoByFireDateBeforeSources) {
     EXPECT_EQ(order, (std::vector<int>{2, 1, 3, 4}));
 }
 
-TEST_F(RunLoopTimerTest, TimerMadeDueInATurnWaitsForTheNext) {
+TEST_F(RunLoopTimerTest, TimerAddedDueInIterationFiresInNext) {
     TestSource source(StopCurrentRun);
     std::vector<std::unique_ptr<TestTimer>> timers;
     std::function<void()> makeAnother = [&] {
@@ -330,7 +323,7 @@ TEST_F(RunLoopTimerTest, TimerMadeDueInATurnWaitsForTheNext) {
     EXPECT_EQ(timers.size(), 2);
 }
 
-TEST_F(RunLoopTimerTest, NestedRunFiresOtherTimersButNotTheOneCallingOut) {
+TEST_F(RunLoopTimerTest, NestedRunFiresAllButTimerInCallout) {
     int depth = 0;
     int deepest = 0;
     TestTimer other(start + 2.5, 0, StopCurrentRun);
@@ -349,7 +342,7 @@ TEST_F(RunLoopTimerTest, NestedRunFiresOtherTimersButNotTheOneCallingOut) {
     EXPECT_NEAR(clock.Elapsed(), 3, kRounding);
 }
 
-TEST_F(RunLoopTimerTest, InvalidatedInItsOwnCalloutIsGone) {
+TEST_F(RunLoopTimerTest, TimerInvalidatedInItsCalloutFiresNoMore) {
     TestTimer timer(start, 1, [&] {
         CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopCommonModes);
         timer.Invalidate();
@@ -358,7 +351,7 @@ TEST_F(RunLoopTimerTest, InvalidatedInItsOwnCalloutIsGone) {
     EXPECT_EQ(timer.Count(), 1);
 }
 
-TEST_F(RunLoopTimerTest, InvalidatedByAnotherDueTimerDoesNotFire) {
+TEST_F(RunLoopTimerTest, TimerInvalidatedByAnotherDueTimerDoesNotFire) {
     TestTimer second(start + 2, 0, [] {});
     TestTimer first(start + 1, 0, [&] { second.Invalidate(); });
     clock.Advance(3);
@@ -366,7 +359,7 @@ TEST_F(RunLoopTimerTest, InvalidatedByAnotherDueTimerDoesNotFire) {
     EXPECT_EQ(second.Count(), 0);
 }
 
-TEST_F(RunLoopTimerTest, AfterAStopOtherDueTimersWaitForTheNextRun) {
+TEST_F(RunLoopTimerTest, StoppedRunLeavesOtherDueTimersToNextRun) {
     TestTimer second(start + 2, 0, [] {});
     TestTimer first(start + 1, 0, StopCurrentRun);
     clock.Advance(3);
@@ -376,14 +369,14 @@ TEST_F(RunLoopTimerTest, AfterAStopOtherDueTimersWaitForTheNextRun) {
     EXPECT_EQ(second.Count(), 1);
 }
 
-TEST_F(RunLoopTimerTest, CommonModesDoNotTakeOutWhatTheDefaultModeHolds) {
+TEST_F(RunLoopTimerTest, RemovalFromCommonModesKeepsTimerOfDefaultMode) {
     TestTimer timer(start + 1, 0, Note(0));
     CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopCommonModes);
     CFRunLoopRun();
     EXPECT_EQ(timer.Count(), 1);
 }
 
-TEST_F(RunLoopTimerTest, WhatCommonModesHoldLeavesByEitherName) {
+TEST_F(RunLoopTimerTest, EitherModeRemovesTimerOfCommonModes) {
     for (CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes}) {
         TestTimer timer(start + 1, 0, Note(0), kCFRunLoopCommonModes);
         CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), mode);
@@ -392,7 +385,7 @@ TEST_F(RunLoopTimerTest, WhatCommonModesHoldLeavesByEitherName) {
     }
 }
 
-TEST_F(RunLoopTimerTest, AddedTwiceIsRemovedOnce) {
+TEST_F(RunLoopTimerTest, OneRemovalRemovesTimerAddedTwice) {
     TestTimer timer(start + 1, 0, Note(0));
     CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
     CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.Get(), kCFRunLoopDefaultMode);
@@ -400,7 +393,7 @@ TEST_F(RunLoopTimerTest, AddedTwiceIsRemovedOnce) {
     EXPECT_EQ(timer.Count(), 0);
 }
 
-TEST_F(RunLoopTimerTest, UnknownModeAndWrongObjectsAreIgnored) {
+TEST_F(RunLoopTimerTest, UnknownModeAndObjectsOfOtherTypesAreIgnored) {
     TestTimer timer(start + 1, 0, Note(0), CFSTR("another mode"));
     const CFTypeRef wrong = CFSTR("not a loop");
     CFRunLoopAddTimer(static_cast<CFRunLoopRef>(const_cast<void*>(wrong)), timer.Get(),
@@ -415,7 +408,7 @@ TEST_F(RunLoopTimerTest, UnknownModeAndWrongObjectsAreIgnored) {
     EXPECT_EQ(timer.Count(), 0);
 }
 
-TEST_F(RunLoopTimerTest, StaysWhenAnotherModeLoopOrObjectIsNamed) {
+TEST_F(RunLoopTimerTest, RemovalFromOtherModeOrLoopOrOfNullIsIgnored) {
     TestTimer timer(start + 1, 0, Note(0));
     CFRunLoopRef const loop = CFRunLoopGetCurrent();
     CFRunLoopRef other = nullptr;
@@ -442,7 +435,7 @@ void CountRelease(const void*) {
     --g_references;
 }
 
-TEST_F(RunLoopTimerTest, InfoIsHeldFromCreationToInvalidationAndInCallouts) {
+TEST_F(RunLoopTimerTest, InfoIsRetainedUntilInvalidationAndDuringCallouts) {
     CFRunLoopTimerContext context = {0, nullptr, CountRetain, CountRelease, nullptr};
     CFRunLoopTimerRef timer = CFRunLoopTimerCreate(
         kCFAllocatorDefault, start, 1, 0, 0,
