@@ -106,7 +106,7 @@ protected:
         return events_;
     }
 
-    const MountStage& Mounts() const {
+    const PrivateMounts& Mounts() const {
         return *mounts_;
     }
     std::string NameOf(const std::string& volume) const {
@@ -148,7 +148,7 @@ private:
         CFRunLoopStop(CFRunLoopGetCurrent());
     }
 
-    std::optional<MountStage> mounts_;
+    std::optional<PrivateMounts> mounts_;
 };
 
 TEST_F(DiskArbitration, MountedVolumesAppearWhenTheLoopRuns) {

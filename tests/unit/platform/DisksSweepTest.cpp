@@ -225,7 +225,7 @@ protected:
             CFRunLoopRun();
     }
 
-    std::optional<MountStage> mounts_;
+    std::optional<PrivateMounts> mounts_;
 
 private:
     int iterationsLeft_ = 0;

@@ -3,6 +3,8 @@
 
 /* Mounts that only the test program sees, among them volumes whose server does not answer. */
 
+#include "support/NotCopyable.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -21,24 +23,23 @@
 #include <string>
 #include <thread>
 
-/* An own mount namespace, entered once and before there are threads. False when not permitted. */
+/* Enters a mount namespace of the process, once and before threads exist. False if not permitted.
+ */
 inline bool EnterPrivateMounts() {
     static const bool entered = unshare(CLONE_NEWNS) == 0 &&
                                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     return entered;
 }
 
-/* A folder with a file system of its own, and mounts in it by their names there. */
-class MountStage {
+/* A directory with a tmpfs of its own, and mounts below it by relative path. */
+class PrivateMounts : NotCopyable {
 public:
-    MountStage() {
+    PrivateMounts() {
         char name[] = "/tmp/mounts.XXXXXX";
         root_ = mkdtemp(name);
-        EXPECT_EQ(mount("stage", root_.c_str(), "tmpfs", 0, nullptr), 0) << strerror(errno);
+        EXPECT_EQ(mount("private", root_.c_str(), "tmpfs", 0, nullptr), 0) << strerror(errno);
     }
-    MountStage(const MountStage&) = delete;
-    MountStage& operator=(const MountStage&) = delete;
-    ~MountStage() {
+    ~PrivateMounts() {
         umount2(root_.c_str(), MNT_DETACH);
         std::filesystem::remove(root_);
     }
@@ -58,7 +59,7 @@ public:
         Place(to);
         EXPECT_EQ(mount(Path(from).c_str(), Path(to).c_str(), nullptr, MS_MOVE, nullptr), 0);
     }
-    // Whoever is inside just now does not keep it from going.
+    // Succeeds while the mount is in use.
     void Unmount(const std::string& name) const {
         EXPECT_EQ(umount2(Path(name).c_str(), MNT_DETACH), 0) << strerror(errno);
     }
@@ -70,19 +71,17 @@ private:
     std::filesystem::path root_;
 };
 
-/* A user space file system whose server does not answer before it is told to. */
-class HungVolume {
+/* A user space file system whose server replies to nothing before Answer(). */
+class HungVolume : NotCopyable {
 public:
-    HungVolume(const MountStage& stage, const std::string& name)
+    HungVolume(const PrivateMounts& mounts, const std::string& name)
         : device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
-        stage.Place(name);
+        mounts.Place(name);
         const auto options =
             "fd=" + std::to_string(device_) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
-        mounted_ = mount("hung", stage.Path(name).c_str(), "fuse.hung", 0, options.c_str()) == 0;
+        mounted_ = mount("hung", mounts.Path(name).c_str(), "fuse.hung", 0, options.c_str()) == 0;
     }
-    HungVolume(const HungVolume&) = delete;
-    HungVolume& operator=(const HungVolume&) = delete;
-    // Whoever still waits then gets an error. Unmount it first if it was told to answer.
+    // Pending calls then fail. Unmount first if Answer() was called.
     ~HungVolume() {
         if (server_.joinable())
             server_.join();
@@ -93,7 +92,7 @@ public:
     bool IsMounted() const {
         return mounted_;
     }
-    // From now until it is unmounted. The answers are errors, but for the first.
+    // Replies until the volume is unmounted: all replies but the first are errors.
     void Answer() {
         server_ = std::thread([this] {
             std::array<char, FUSE_MIN_READ_BUFFER + 1024 * 128> request;

@@ -36,7 +36,7 @@ std::vector<char*> Pointers(Strings& strings) {
     return pointers;
 }
 
-// The lines that the titled program prints when started so.
+// The lines that TitledProgram prints.
 Strings StartTitled(Strings arguments, Strings environment) {
     int output[2];
     EXPECT_EQ(pipe(output), 0);
@@ -62,28 +62,28 @@ Strings StartTitled(Strings arguments, Strings environment) {
     return lines;
 }
 
-TEST(ProcessArguments, OutliveATitleThatIsLongerThanTheFirst) {
+TEST(ProcessArguments, LongerTitleLeavesNameAndEnvironment) {
     EXPECT_EQ(StartTitled({"shortname"}, {"TZ=Europe/Berlin", "PATH=/bin", "EMPTY="}),
               (Strings{"shortname", "shortname", "TZ=Europe/Berlin", "PATH=/bin", "EMPTY="}));
 }
 
-TEST(ProcessArguments, LeaveTheLogTheLastPartOfTheName) {
+TEST(ProcessArguments, ShortNameIsLastPartOfPath) {
     EXPECT_EQ(StartTitled({"/usr/sbin/some", "argument"}, {"TZ=UTC"}),
               (Strings{"/usr/sbin/some", "some", "TZ=UTC"}));
 }
 
-TEST(ProcessArguments, ThatAreMissingAreReplacedByTheFilesName) {
+TEST(ProcessArguments, MissingNameIsReplacedByProgramFile) {
     const Strings expected = {TITLED_PROGRAM, "TitledProgram", "TZ=UTC"};
     EXPECT_EQ(StartTitled({""}, {"TZ=UTC"}), expected);
-    // Linux makes one empty argument of none since 5.18.
+    // Since 5.18 Linux replaces an empty argument list by one empty argument.
     EXPECT_EQ(StartTitled({}, {"TZ=UTC"}), expected);
 }
 
-TEST(ProcessArguments, MayBeOverwrittenWithoutAnyEnvironment) {
+TEST(ProcessArguments, TitleWithoutEnvironmentLeavesName) {
     EXPECT_EQ(StartTitled({"some"}, {}), (Strings{"some", "some"}));
 }
 
-// What the constructor has found is put back.
+// The destructor restores the environment and the names.
 class KeptArguments : public testing::Test {
 protected:
     ~KeptArguments() override {
@@ -99,7 +99,7 @@ protected:
     char* arguments[2] = {argument, nullptr};
 };
 
-TEST_F(KeptArguments, WithoutMemoryStayWhereTheyAre) {
+TEST_F(KeptArguments, WithoutMemoryNothingChanges) {
     {
         const AllocationFault fault(1, SIZE_MAX);
         PlatformKeepProcessArguments(1, arguments);
@@ -109,7 +109,7 @@ TEST_F(KeptArguments, WithoutMemoryStayWhereTheyAre) {
     EXPECT_EQ(program_invocation_short_name, shortName);
 }
 
-TEST_F(KeptArguments, EnvironmentFitsIntoItsMemory) {
+TEST_F(KeptArguments, EnvironmentCopyFitsItsAllocation) {
     Strings variables(1000, "NAME=value");
     const std::vector<char*> pointers = Pointers(variables);
     environ = const_cast<char**>(pointers.data());
@@ -125,7 +125,7 @@ TEST_F(KeptArguments, EnvironmentFitsIntoItsMemory) {
     std::free(environ);
 }
 
-TEST_F(KeptArguments, OfNoneHaveTheFilesName) {
+TEST_F(KeptArguments, NoArgumentsGiveNameOfProgramFile) {
     PlatformKeepProcessArguments(0, arguments + 1);
     EXPECT_STREQ(program_invocation_short_name, "ProcessArgumentsTest");
     EXPECT_NE(environ, environment);
@@ -133,7 +133,7 @@ TEST_F(KeptArguments, OfNoneHaveTheFilesName) {
     std::free(environ);
 }
 
-TEST_F(KeptArguments, WithoutAnyNameKeepTheOldOne) {
+TEST_F(KeptArguments, NoArgumentsAndNoProgramFileKeepTheName) {
     g_hidesFileName = true;
     PlatformKeepProcessArguments(0, arguments + 1);
     g_hidesFileName = false;

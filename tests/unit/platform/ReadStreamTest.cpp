@@ -3,6 +3,7 @@
 #include "Lists.h"
 #include "ResourceUsage.h"
 #include "Urls.h"
+#include "support/TemporaryTree.h"
 
 #include <gtest/gtest.h>
 
@@ -14,9 +15,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 
@@ -26,29 +25,21 @@ constexpr const char* kUnknownError = "Property list reading could not be comple
                                       "stream had an unknown error. Did you forget to open the "
                                       "stream?";
 
-// When it names a file, stat() tells of that file, as if another took its place before open().
+// If not empty, lstat() reports this file, as if it was replaced between lstat() and open().
 std::string g_replacedAfterLstat;
 
 class ReadStreamTest : public testing::Test {
 protected:
-    ReadStreamTest() {
-        std::string pattern = testing::TempDir() + "ReadStreamTest.XXXXXX";
-        folder_ = mkdtemp(pattern.data());
-    }
-    ~ReadStreamTest() override {
-        std::filesystem::remove_all(folder_);
-    }
-
     std::string Path(const std::string& name) const {
-        return folder_ / name;
+        return tree_.Path(name);
     }
     std::string File(const std::string& name, const std::string& content) const {
-        std::ofstream(Path(name), std::ios::binary) << content;
+        tree_.Write(name, content);
         return Path(name);
     }
 
 private:
-    std::filesystem::path folder_;
+    const TemporaryTree tree_;
 };
 
 CFOwned<CFReadStreamRef> MakeStream(const std::string& path) {
@@ -84,7 +75,7 @@ FileResult ReadFile(const std::string& path, CFIndex length = 0) {
     return ReadFrom(stream.Get(), length);
 }
 
-TEST_F(ReadStreamTest, ReadsXmlAndBinaryAndTellsWhich) {
+TEST_F(ReadStreamTest, XmlAndBinaryAreReadWithTheirFormat) {
     const FileResult xml = ReadFile(File("x", "<string>a</string>"));
     ASSERT_TRUE(xml.list);
     EXPECT_EQ(xml.format, kCFPropertyListXMLFormat_v1_0);
@@ -97,20 +88,20 @@ TEST_F(ReadStreamTest, ReadsXmlAndBinaryAndTellsWhich) {
     EXPECT_EQ(result.list.Get(), kCFBooleanTrue);
 }
 
-TEST_F(ReadStreamTest, ReadsFilesLongerThanOneRead) {
+TEST_F(ReadStreamTest, FileLongerThanOneReadIsReadWhole) {
     const std::string text(100000, 'a');
     const FileResult result = ReadFile(File("x", "<string>" + text + "</string>"));
     ASSERT_TRUE(result.list);
     EXPECT_EQ(TextOf(static_cast<CFStringRef>(result.list.Get())), text);
 }
 
-TEST_F(ReadStreamTest, ReadsNoMoreThanAskedFor) {
+TEST_F(ReadStreamTest, LengthLimitsTheRead) {
     const std::string path = File("x", "<true/><false/>");
     EXPECT_TRUE(ReadFile(path, 7).list);
     EXPECT_EQ(ReadFile(path, 6).error, "Encountered unexpected EOF");
 }
 
-TEST_F(ReadStreamTest, SaysWhyThereIsNoList) {
+TEST_F(ReadStreamTest, FailedReadGivesErrorText) {
     EXPECT_EQ(ReadFile(File("x", "")).error, "stream had too few bytes");
     EXPECT_EQ(ReadFile(File("x", "<true")).error, "stream had too few bytes");
     EXPECT_EQ(ReadFile(File("x", "\x01garbage")).error, "Unexpected character \x01 at line 1");
@@ -118,14 +109,14 @@ TEST_F(ReadStreamTest, SaysWhyThereIsNoList) {
     EXPECT_EQ(ReadFile(File("x", "<dict>")).error, "Encountered unexpected EOF");
 }
 
-TEST_F(ReadStreamTest, AtTheEndOfTheFileNothingIsLeft) {
+TEST_F(ReadStreamTest, SecondReadFindsNoBytes) {
     const CFOwned stream = MakeStream(File("x", "<true/>"));
     ASSERT_TRUE(CFReadStreamOpen(stream.Get()));
     EXPECT_TRUE(ReadFrom(stream.Get()).list);
     EXPECT_EQ(ReadFrom(stream.Get()).error, "stream had too few bytes");
 }
 
-TEST_F(ReadStreamTest, OpensOnce) {
+TEST_F(ReadStreamTest, StreamOpensOnce) {
     const CFOwned stream = MakeStream(File("x", "<true/>"));
     EXPECT_EQ(ReadFrom(stream.Get()).error, kUnknownError);
     CFReadStreamClose(stream.Get());
@@ -137,7 +128,7 @@ TEST_F(ReadStreamTest, OpensOnce) {
     CFReadStreamClose(stream.Get());
 }
 
-TEST_F(ReadStreamTest, AFailedOpenIsFinal) {
+TEST_F(ReadStreamTest, FailedOpenIsFinal) {
     const CFOwned stream = MakeStream(Path("x"));
     EXPECT_FALSE(CFReadStreamOpen(stream.Get()));
     File("x", "<true/>");
@@ -145,11 +136,11 @@ TEST_F(ReadStreamTest, AFailedOpenIsFinal) {
     EXPECT_EQ(ReadFrom(stream.Get()).error, kUnknownError);
 }
 
-TEST_F(ReadStreamTest, OpensADirectoryButCannotReadIt) {
+TEST_F(ReadStreamTest, DirectoryOpensButReadFails) {
     EXPECT_EQ(ReadFile(Path("")).error, kUnknownError);
 }
 
-TEST_F(ReadStreamTest, FollowsLinksWithinAFileSystem) {
+TEST_F(ReadStreamTest, LinkWithinFileSystemIsFollowed) {
     const std::string file = File("x", "<true/>");
     ASSERT_EQ(symlink(file.c_str(), Path("link").c_str()), 0);
     EXPECT_TRUE(ReadFile(Path("link")).list);
@@ -159,14 +150,14 @@ TEST_F(ReadStreamTest, FollowsLinksWithinAFileSystem) {
     EXPECT_FALSE(CanOpen(Path("loop")));
 }
 
-// Reading alone takes messages out of some of the kernel's files.
-TEST_F(ReadStreamTest, FollowsNoLinkOutOfItsFileSystem) {
+// Reading some of the kernel's files consumes messages.
+TEST_F(ReadStreamTest, LinkToOtherFileSystemIsRefused) {
     ASSERT_TRUE(CanOpen("/proc/self/status"));
     ASSERT_EQ(symlink("/proc/self/status", Path("status").c_str()), 0);
     EXPECT_FALSE(CanOpen(Path("status")));
 }
 
-TEST_F(ReadStreamTest, OpensNothingThatCouldActOrBlock) {
+TEST_F(ReadStreamTest, FifosSocketsDevicesAndBadPathsAreRefused) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     EXPECT_FALSE(CanOpen(Path("fifo")));
     ASSERT_EQ(mknod(Path("socket").c_str(), S_IFSOCK | 0600, 0), 0);
@@ -177,8 +168,8 @@ TEST_F(ReadStreamTest, OpensNothingThatCouldActOrBlock) {
     EXPECT_FALSE(CanOpen("/" + std::string(5000, 'a')));
 }
 
-// Opening alone makes some devices act, and wakes who waits at the other end of a FIFO.
-TEST_F(ReadStreamTest, LooksBeforeItOpens) {
+// Opening makes some devices act and wakes a process at the other end of a FIFO.
+TEST_F(ReadStreamTest, RefusedFifoIsNeverOpened) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     ASSERT_GE(inotify_add_watch(watch, Path("fifo").c_str(), IN_OPEN), 0);
@@ -189,7 +180,7 @@ TEST_F(ReadStreamTest, LooksBeforeItOpens) {
     close(watch);
 }
 
-TEST_F(ReadStreamTest, LooksAgainAtWhatItOpened) {
+TEST_F(ReadStreamTest, FifoInPlaceOfCheckedFileIsRefused) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     const std::size_t before = CountDescriptors();
     g_replacedAfterLstat = File("x", "<true/>");
@@ -198,28 +189,27 @@ TEST_F(ReadStreamTest, LooksAgainAtWhatItOpened) {
     EXPECT_EQ(CountDescriptors(), before);
 }
 
-TEST_F(ReadStreamTest, RefusesFilesAbove16MiB) {
-    const std::string path = File("x", "<true/>");
+void ExpectLimitOf16MiB(const std::string& path) {
     std::filesystem::resize_file(path, std::uintmax_t{16} << 20);
     EXPECT_TRUE(ReadFile(path).list);
     std::filesystem::resize_file(path, (std::uintmax_t{16} << 20) + 1);
     EXPECT_EQ(ReadFile(path).error, "stream had too many bytes");
+}
+
+TEST_F(ReadStreamTest, FileAbove16MiBIsRefused) {
+    const std::string path = File("x", "<true/>");
+    ExpectLimitOf16MiB(path);
     std::filesystem::resize_file(path, std::uintmax_t{1} << 40);
     EXPECT_EQ(ReadFile(path).error, "stream had too many bytes");
 }
 
-// On other threads than the main one files are read without another thread's help.
-TEST_F(ReadStreamTest, LimitsFilesOnAnyThread) {
+// The main thread reads files with the help of another thread, other threads read alone.
+TEST_F(ReadStreamTest, FileAbove16MiBIsRefusedOnOtherThread) {
     const std::string path = File("x", "<true/>");
-    std::thread([&] {
-        std::filesystem::resize_file(path, std::uintmax_t{16} << 20);
-        EXPECT_TRUE(ReadFile(path).list);
-        std::filesystem::resize_file(path, (std::uintmax_t{16} << 20) + 1);
-        EXPECT_EQ(ReadFile(path).error, "stream had too many bytes");
-    }).join();
+    std::thread([&] { ExpectLimitOf16MiB(path); }).join();
 }
 
-TEST_F(ReadStreamTest, KeepsNoDescriptor) {
+TEST_F(ReadStreamTest, OpenStreamKeepsNoDescriptor) {
     const std::size_t before = CountDescriptors();
     const CFOwned stream = MakeStream(File("x", "<true/>"));
     ASSERT_TRUE(CFReadStreamOpen(stream.Get()));
@@ -228,7 +218,7 @@ TEST_F(ReadStreamTest, KeepsNoDescriptor) {
     EXPECT_EQ(CountDescriptors(), before);
 }
 
-TEST(ReadStream, NeedsAUrlAndAStream) {
+TEST(ReadStream, NullOrWrongArgumentsFail) {
     EXPECT_EQ(CFReadStreamCreateWithFile(kCFAllocatorDefault, nullptr), nullptr);
     EXPECT_FALSE(CFReadStreamOpen(nullptr));
     CFReadStreamClose(nullptr);

@@ -111,7 +111,7 @@ protected:
         return stuck;
     }
 
-    std::optional<MountStage> bed_;
+    std::optional<PrivateMounts> bed_;
     std::optional<HungVolume> hung_;
 };
 
