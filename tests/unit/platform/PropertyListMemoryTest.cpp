@@ -62,28 +62,33 @@ protected:
         pugi::set_memory_management_functions(allocate_, free_);
     }
 
-    // A list is complete, or there is none and no shared value stays.
-    void SweepReading(const std::string& bytes, CFOptionFlags mutability) {
+    // A list is complete, or there is none and no shared value stays. Returns the number of reads.
+    template<typename Read>
+    std::size_t Sweep(const std::string& bytes, Read read) {
         const std::string expected = XmlOf(ReadList(bytes).list.Get());
-        const CFOwned data = Bytes(bytes);
         const std::size_t sharedValues = cf::MeasureSharedTable().values;
-        CFStringRef text = nullptr;
         CFPropertyListRef list = nullptr;
-        const std::size_t runs = SweepAllocationFaults(
-            [&](std::size_t) {
-                list = CFPropertyListCreateFromXMLData(nullptr, data.Get(), mutability, &text);
-            },
-            [&](std::size_t nth, bool happened) {
-                EXPECT_EQ(text, nullptr) << nth;
-                if (list != nullptr || !happened)
-                    EXPECT_EQ(XmlOf(list), expected) << nth;
-                CFRelease(list);
-                EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
-            });
+        return SweepAllocationFaults([&](std::size_t) { list = read(); },
+                                     [&](std::size_t nth, bool happened) {
+                                         EXPECT_EQ(text_, nullptr) << nth;
+                                         if (list != nullptr || !happened)
+                                             EXPECT_EQ(XmlOf(list), expected) << nth;
+                                         CFRelease(list);
+                                         EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues)
+                                             << nth;
+                                     });
+    }
+
+    void SweepReading(const std::string& bytes, CFOptionFlags mutability) {
+        const CFOwned data = Bytes(bytes);
+        const std::size_t runs = Sweep(bytes, [&] {
+            return CFPropertyListCreateFromXMLData(nullptr, data.Get(), mutability, &text_);
+        });
         EXPECT_GT(runs, 20U);
     }
 
 private:
+    CFStringRef text_ = nullptr; // the error of the last read
     const pugi::allocation_function allocate_ = pugi::get_memory_allocation_function();
     const pugi::deallocation_function free_ = pugi::get_memory_deallocation_function();
 };
@@ -95,23 +100,13 @@ TEST_F(PropertyListMemory, XmlIsReadWholeOrNotAtAll) {
 
 TEST_F(PropertyListMemory, XmlInBatchesIsReadWholeOrNotAtAll) {
     const std::string xml = XmlListOfEveryType();
-    const std::string expected = XmlOf(ReadList(xml).list.Get());
-    const std::size_t sharedValues = cf::MeasureSharedTable().values;
-    CFPropertyListRef list = nullptr;
-    const std::size_t runs = SweepAllocationFaults(
-        [&](std::size_t) {
-            try {
-                list = ReadInBatches(xml, 100).list.Detach();
-            } catch (const std::bad_alloc&) {
-                list = nullptr;
-            }
-        },
-        [&](std::size_t nth, bool happened) {
-            if (list != nullptr || !happened)
-                EXPECT_EQ(XmlOf(list), expected) << nth;
-            CFRelease(list);
-            EXPECT_EQ(cf::MeasureSharedTable().values, sharedValues) << nth;
-        });
+    const std::size_t runs = Sweep(xml, [&]() -> CFPropertyListRef {
+        try {
+            return ReadInBatches(xml, 100).list.Detach();
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    });
     EXPECT_GT(runs, 50U);
 }
 
@@ -164,23 +159,19 @@ TEST_F(PropertyListMemory, XmlIsWrittenWholeOrNotAtAll) {
     EXPECT_GT(runs, 5U);
 }
 
-TEST_F(PropertyListMemory, FileIsReadUnlessAllocationFails) {
+TEST_F(PropertyListMemory, FileIsReadWholeOrNotAtAll) {
     const TemporaryTree tree;
     tree.Write("list.plist", XmlListOfEveryType());
-    CFPropertyListRef list = nullptr;
     const CFOwned url(CreateUrl(tree.Path("list.plist")));
-    SweepAllocationFaults(
-        [&](std::size_t) {
-            list = nullptr;
-            CFReadStreamRef stream = CFReadStreamCreateWithFile(nullptr, url.Get());
-            if (stream != nullptr && CFReadStreamOpen(stream))
-                list = CFPropertyListCreateFromStream(nullptr, stream, 0, 0, nullptr, nullptr);
-            CFRelease(stream);
-        },
-        [&](std::size_t nth, bool happened) {
-            EXPECT_TRUE(list != nullptr || happened) << nth;
-            CFRelease(list);
-        });
+    const std::size_t runs = Sweep(XmlListOfEveryType(), [&] {
+        CFPropertyListRef list = nullptr;
+        CFReadStreamRef stream = CFReadStreamCreateWithFile(nullptr, url.Get());
+        if (stream != nullptr && CFReadStreamOpen(stream))
+            list = CFPropertyListCreateFromStream(nullptr, stream, 0, 0, nullptr, nullptr);
+        CFRelease(stream);
+        return list;
+    });
+    EXPECT_GT(runs, 20U);
 }
 
 } // namespace
