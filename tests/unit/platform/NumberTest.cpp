@@ -132,8 +132,7 @@ TEST(Number, UnsignedAboveSignedRangeEqualsOnlyUnsigned) {
     EXPECT_FALSE(CFEqual(number, negative));
     EXPECT_FALSE(CFEqual(negative, number));
     EXPECT_FALSE(CFEqual(number, Real(0x1.02468ACF13579p63)));
-    EXPECT_NE(cf::Hash(cf::AsObject(number)),
-              cf::Hash(cf::AsObject(static_cast<CFNumberRef>(negative))));
+    EXPECT_NE(cf::Hash(cf::AsObject(number)), cf::Hash(cf::AsObject(negative)));
 }
 
 template<typename Native>
@@ -151,8 +150,7 @@ TEST(Number, EqualValuesOfAllTypesAreEqualAndHashAlike) {
     for (const auto& number : numbers) {
         EXPECT_TRUE(CFEqual(number, numbers[0]));
         EXPECT_TRUE(CFEqual(numbers[0], number));
-        EXPECT_EQ(cf::Hash(cf::AsObject(static_cast<CFNumberRef>(number))),
-                  cf::Hash(cf::AsObject(static_cast<CFNumberRef>(numbers[0]))));
+        EXPECT_EQ(cf::Hash(cf::AsObject(number)), cf::Hash(cf::AsObject(numbers[0])));
     }
     EXPECT_FALSE(CFEqual(numbers[0], Integer(301)));
     EXPECT_FALSE(CFEqual(numbers[0], Real(300.5)));

@@ -40,7 +40,7 @@ TEST(OutOfMemory, CreationReturnsNull) {
     const UniChar units[] = {'a', 0xD83D};
     const auto* path = reinterpret_cast<const UInt8*>("/mnt");
     const void* members[] = {CFSTR("a"), CFSTR("b")};
-    const CFOwned<CFNumberRef> integer(CFNumberCreate(nullptr, kCFNumberSInt64Type, &large));
+    const auto integer = Integer(large);
     const void* integers[] = {integer, integer};
     const CFOwned<CFArrayRef> array(CFArrayCreate(nullptr, members, 2, &kCFTypeArrayCallBacks));
     const void* manyMembers[9];

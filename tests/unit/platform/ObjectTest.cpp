@@ -81,7 +81,7 @@ TEST(Object, BooleansAndNullDiffer) {
 
 TEST(Object, OwnedReleasesAtEndOfScope) {
     const auto number = Integer(kLarge);
-    const auto* object = cf::AsObject(static_cast<CFNumberRef>(number));
+    const auto* object = cf::AsObject(number);
     {
         auto shared = cf::Owned<const cf::Object>::Share(object);
         EXPECT_EQ(ReferencesTo(number), 2);
@@ -108,8 +108,7 @@ TEST(ConstantString, OfEqualTextIsOneObject) {
 TEST(ConstantString, EqualsAndHashesLikeAnyOther) {
     const auto text = Text("Changer GUID");
     EXPECT_TRUE(CFEqual(text, CFSTR("Changer GUID")));
-    EXPECT_EQ(cf::Hash(cf::AsObject(static_cast<CFStringRef>(text))),
-              cf::Hash(cf::AsObject(CFSTR("Changer GUID"))));
+    EXPECT_EQ(cf::Hash(cf::AsObject(text)), cf::Hash(cf::AsObject(CFSTR("Changer GUID"))));
 }
 
 TEST(ConstantString, CountsUtf16Units) {

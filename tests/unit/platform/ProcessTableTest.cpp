@@ -23,20 +23,27 @@
 
 namespace {
 
-int g_allProcesses[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
+const std::vector<int> kAllProcesses = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
+
+// Returns 0 or errno.
+int Sysctl(std::vector<int> name, void* buffer, std::size_t& length, void* newValue = nullptr,
+           std::size_t newLength = 0) {
+    const auto nameLength = static_cast<unsigned>(name.size());
+    errno = 0;
+    return sysctl(name.data(), nameLength, buffer, &length, newValue, newLength) == -1 ? errno : 0;
+}
 
 std::vector<kinfo_proc> AllProcesses() {
     for (;;) {
         std::size_t length = 0;
-        if (sysctl(g_allProcesses, 3, nullptr, &length, nullptr, 0) != 0)
+        if (Sysctl(kAllProcesses, nullptr, length) != 0)
             return {};
         std::vector<kinfo_proc> table(length / sizeof(kinfo_proc));
-        if (sysctl(g_allProcesses, 3, table.data(), &length, nullptr, 0) == 0) {
-            table.resize(length / sizeof(kinfo_proc));
-            return table;
-        }
-        if (errno != ENOMEM)
-            return {};
+        const int error = Sysctl(kAllProcesses, table.data(), length);
+        if (error == ENOMEM)
+            continue;
+        table.resize(error == 0 ? length / sizeof(kinfo_proc) : 0);
+        return table;
     }
 }
 
@@ -102,6 +109,11 @@ public:
     void AddStat(const std::string& entry, const std::string& stat) const {
         tree_.Write(entry + "/stat", stat);
     }
+    // Processes 1 to `last`.
+    void AddUpTo(int last) const {
+        for (int pid = 1; pid <= last; ++pid)
+            Add(std::to_string(pid), "some\n");
+    }
     int ReadOne(pid_t process, kinfo_proc& record) const {
         return process::ReadProcess(folder_, process, record);
     }
@@ -112,12 +124,7 @@ public:
             table.resize(count);
         return error;
     }
-    std::size_t Probe() const {
-        std::size_t count = 0;
-        EXPECT_EQ(TryProbe(count), 0);
-        return count;
-    }
-    int TryProbe(std::size_t& count) const {
+    int Probe(std::size_t& count) const {
         return process::ReadProcessTable(folder_, nullptr, count);
     }
 
@@ -192,9 +199,10 @@ TEST(ProcessTable, VanishedProcessesAndOtherEntriesAreLeftOut) {
 
 TEST(ProcessTable, FirstProcessIsListed) {
     const FakeProcesses processes;
-    for (int pid = 1; pid <= 8; ++pid)
-        processes.Add(std::to_string(pid), "some\n");
-    EXPECT_EQ(processes.Probe(), 8U + 1U + 16U);
+    processes.AddUpTo(8);
+    std::size_t count = 0;
+    EXPECT_EQ(processes.Probe(count), 0);
+    EXPECT_EQ(count, 8U + 1U + 16U);
     std::vector<kinfo_proc> table(8);
     ASSERT_EQ(processes.Read(table), 0);
     ASSERT_EQ(table.size(), 8U);
@@ -211,8 +219,7 @@ TEST(ProcessTable, LongNamesOfKernelThreadsAreCut) {
 
 TEST(ProcessTable, TooSmallBufferFailsWithEnomem) {
     const FakeProcesses processes;
-    for (int pid = 1; pid <= 3; ++pid)
-        processes.Add(std::to_string(pid), "some\n");
+    processes.AddUpTo(3);
     std::vector<kinfo_proc> tooSmall(2);
     std::vector<kinfo_proc> justRight(3);
     EXPECT_EQ(processes.Read(tooSmall), ENOMEM);
@@ -220,15 +227,15 @@ TEST(ProcessTable, TooSmallBufferFailsWithEnomem) {
 
     kinfo_proc one = {};
     std::size_t length = 2 * sizeof one - 1; // one whole record fits
-    EXPECT_EQ(sysctl(g_allProcesses, 3, &one, &length, nullptr, 0), -1);
-    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(Sysctl(kAllProcesses, &one, length), ENOMEM);
 }
 
 TEST(ProcessTable, ProbeAddsSpareRecords) {
     const FakeProcesses processes;
-    for (int pid = 1; pid <= 100; ++pid)
-        processes.Add(std::to_string(pid), "some\n");
-    EXPECT_EQ(processes.Probe(), 100U + 12U + 16U);
+    processes.AddUpTo(100);
+    std::size_t count = 0;
+    EXPECT_EQ(processes.Probe(count), 0);
+    EXPECT_EQ(count, 100U + 12U + 16U);
 }
 
 // Leaving out names is no error: the next read has them again.
@@ -236,9 +243,9 @@ TEST(ProcessTable, WithoutDescriptorsTableIsEmptyWithoutError) {
     {
         const DescriptorLimit none(0);
         std::size_t length = 0;
-        EXPECT_EQ(sysctl(g_allProcesses, 3, nullptr, &length, nullptr, 0), 0);
+        EXPECT_EQ(Sysctl(kAllProcesses, nullptr, length), 0);
         std::vector<kinfo_proc> table(length / sizeof(kinfo_proc));
-        EXPECT_EQ(sysctl(g_allProcesses, 3, table.data(), &length, nullptr, 0), 0);
+        EXPECT_EQ(Sysctl(kAllProcesses, table.data(), length), 0);
         EXPECT_EQ(length, 0U);
     }
     EXPECT_TRUE(NameInTable(getpid()));
@@ -268,7 +275,7 @@ TEST(ProcessTable, ProbeReturnsErrorOfReadingDirectory) {
     int error = 0;
     for (const SystemCallFailure& failure : SystemCallFailures())
         SweepSystemCall(
-            failure, [&] { error = processes.TryProbe(count); },
+            failure, [&] { error = processes.Probe(count); },
             [&](const Fault& fault) {
                 EXPECT_EQ(error, fault.happened ? EIO : 0) << fault.what;
                 EXPECT_EQ(count, fault.happened ? 99U : 17U) << fault.what;
@@ -279,8 +286,7 @@ TEST(ProcessTable, ProbeReturnsErrorOfReadingDirectory) {
 // One process
 
 int ReadOne(pid_t process, kinfo_proc& record, std::size_t& length) {
-    int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, process};
-    return sysctl(name, 4, &record, &length, nullptr, 0) == 0 ? 0 : errno;
+    return Sysctl({CTL_KERN, KERN_PROC, KERN_PROC_PID, process}, &record, length);
 }
 
 TEST(OneProcess, ChildHasItsNameAndStartTime) {
@@ -355,15 +361,14 @@ TEST(OneProcess, EndedProcessWritesNothing) {
 }
 
 TEST(OneProcess, BufferBelowOneRecordFailsAndNewValueIsRefused) {
-    int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, getpid()};
+    const std::vector<int> name = {CTL_KERN, KERN_PROC, KERN_PROC_PID, getpid()};
     kinfo_proc record = {};
     std::size_t length = 0;
-    EXPECT_EQ(sysctl(name, 4, nullptr, &length, nullptr, 0), 0);
+    EXPECT_EQ(Sysctl(name, nullptr, length), 0);
     EXPECT_EQ(length, sizeof record);
     length = sizeof record - 1;
     EXPECT_EQ(ReadOne(getpid(), record, length), ENOMEM);
-    EXPECT_EQ(sysctl(name, 4, &record, &length, &record, sizeof record), -1);
-    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(Sysctl(name, &record, length, &record, sizeof record), EPERM);
 }
 
 TEST(OneProcess, WithoutDescriptorsReadFails) {
@@ -374,26 +379,17 @@ TEST(OneProcess, WithoutDescriptorsReadFails) {
 }
 
 TEST(ProcessTable, UnknownNameFails) {
-    int otherName[] = {CTL_KERN, KERN_PROC, 2};
     std::size_t length = 0;
-    EXPECT_EQ(sysctl(otherName, 3, nullptr, &length, nullptr, 0), -1);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(sysctl(g_allProcesses, 2, nullptr, &length, nullptr, 0), -1);
-    EXPECT_EQ(errno, ENOENT);
-    int otherNameOfFour[] = {CTL_KERN, KERN_PROC, 2, getpid()};
-    errno = 0;
-    EXPECT_EQ(sysctl(otherNameOfFour, 4, nullptr, &length, nullptr, 0), -1);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(Sysctl({CTL_KERN, KERN_PROC, 2}, nullptr, length), ENOENT);
+    EXPECT_EQ(Sysctl({CTL_KERN, KERN_PROC}, nullptr, length), ENOENT);
+    EXPECT_EQ(Sysctl({CTL_KERN, KERN_PROC, 2, getpid()}, nullptr, length), ENOENT);
 }
 
 TEST(ProcessTable, NewValueIsRefused) {
     std::size_t length = 0;
     int value = 0;
-    EXPECT_EQ(sysctl(g_allProcesses, 3, nullptr, &length, &value, sizeof value), -1);
-    EXPECT_EQ(errno, EPERM);
-    int otherName[] = {CTL_KERN, KERN_PROC, 2};
-    EXPECT_EQ(sysctl(otherName, 3, nullptr, &length, &value, sizeof value), -1);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(Sysctl(kAllProcesses, nullptr, length, &value, sizeof value), EPERM);
+    EXPECT_EQ(Sysctl({CTL_KERN, KERN_PROC, 2}, nullptr, length, &value, sizeof value), ENOENT);
 }
 
 } // namespace
