@@ -439,15 +439,15 @@ TEST(RunLoopTest, RemovalFromOtherModeOrLoopOrOfNullIsIgnored) {
     EXPECT_EQ(source.Count(), 1);
 }
 
+void CountAndStop(void* count) {
+    ++*static_cast<int*>(count);
+    StopCurrentRun();
+}
+
 TEST(RunLoopTest, LoopRetainsItsSource) {
-    static int performed = 0;
-    CFRunLoopSourceRef source = cf::CreateSignalSource(
-        cf::RunLevel::kAny,
-        [](void*) {
-            ++performed;
-            StopCurrentRun();
-        },
-        nullptr);
+    int performed = 0;
+    CFRunLoopSourceRef source =
+        cf::CreateSignalSource(cf::RunLevel::kAny, CountAndStop, &performed);
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     cf::SignalSource(source);
@@ -458,7 +458,8 @@ TEST(RunLoopTest, LoopRetainsItsSource) {
 }
 
 TEST(RunLoopTest, ThreadExitFreesLoopTimersAndSources) {
-    static std::atomic<int> released = 0;
+    static std::atomic<int> released;
+    released = 0;
     const std::size_t descriptors = CountDescriptors();
     std::thread([] {
         const Event event;
@@ -485,13 +486,8 @@ TEST(RunLoopTest, ThreadExitFreesLoopTimersAndSources) {
 
 TEST(RunLoopTest, SourceOutlivesTheLoopOfAnEndedThread) {
     int performed = 0;
-    CFRunLoopSourceRef source = cf::CreateSignalSource(
-        cf::RunLevel::kAny,
-        [](void* info) {
-            ++*static_cast<int*>(info);
-            StopCurrentRun();
-        },
-        &performed);
+    CFRunLoopSourceRef source =
+        cf::CreateSignalSource(cf::RunLevel::kAny, CountAndStop, &performed);
     std::thread([source] {
         CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
     }).join();
