@@ -1,7 +1,6 @@
 #include "PuppetTest.h"
 #include "VolumeTest.h"
 
-#include <algorithm>
 #include <string>
 
 namespace {
@@ -24,7 +23,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Drives, RestartedSimulatorTest, testing::Values(1, 2, 4),
                          testing::PrintToStringParamName());
 
-TEST_P(RestartedSimulatorTest, EveryDiscIsIdentifiedOnceByTheNextServer) {
+TEST_P(RestartedSimulatorTest, EveryDiscIsIdentifiedByTheNextServer) {
     Begin(Changer());
     Do("fault on=\"mount disc\" count=8 do=silence"); // keeps all drives occupied
     PutDiscs();
@@ -38,8 +37,6 @@ TEST_P(RestartedSimulatorTest, EveryDiscIsIdentifiedOnceByTheNextServer) {
     PutDiscs();
     for (int slot = 0; slot < kDiscs; ++slot)
         AwaitIdentification(slot);
-    for (int slot = 0; slot < kDiscs; ++slot)
-        EXPECT_EQ(std::ranges::count(RequestsSoFar(), "mount " + std::to_string(slot)), 1) << slot;
 }
 
 class RestartedServerTest : public PuppetTest {
