@@ -160,8 +160,10 @@ class Scanner:
                       (not has_body and not self.trailing.isdisjoint(range(first, last.last + 1))))
         if documented:
             self.documented_until = last.last
+        # A member that is defined outside its class has its contract in the class.
+        is_member_outside = f'::{name}(' in ''.join(token.text for token in head)
         self.functions.append(Function(
-            self.path, owner + name, first, last.last, has_body, is_public,
+            self.path, owner + name, first, last.last, has_body, is_public and not is_member_outside,
             self.is_special(head, name, owner), documented))
 
     def skip_braces(self):
