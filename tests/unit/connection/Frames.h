@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct HeaderFields {
     std::uint32_t signature = 0x68536967;
@@ -33,6 +34,26 @@ inline std::string FrameOf(std::string_view payload) {
 
 inline std::string FrameOfList(CFPropertyListRef list) {
     return FrameOf(XmlOf(list));
+}
+
+/* Input that is discarded, and the message of its error. */
+struct LostFrame {
+    std::string bytes;
+    const char* failing; // the function that fails (see Seams.h); empty: none
+    std::string message;
+};
+
+/* Every way to lose a frame. `frame` is a valid one, `kind` names it in the message of an invalid
+   header. */
+inline std::vector<LostFrame> LostFrames(const std::string& frame, const std::string& kind) {
+    return {
+        {"rubbish", "", "invalid " + kind + " header on data received"},
+        {frame + "x", "", "inconsitent data length"},
+        {FrameOf(""), "",
+         "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
+        {frame, "CFPropertyListCreateFromXMLData", "fail make property list from XML data (NULL)"},
+        {frame, "CFDataCreateMutable", "fail alloc pending socket data"},
+    };
 }
 
 #endif

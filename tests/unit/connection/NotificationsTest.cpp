@@ -333,23 +333,11 @@ TEST_F(NotificationChunk, SeveralFramesAndAPartialFrameAreDelivered) {
 
 TEST_F(NotificationChunk, LostFrameIsLoggedAndTheNextFrameDelivered) {
     const std::string frame = Notification("changer list", 1);
-    struct {
-        std::string chunk;
-        const char* failing; // function
-        const char* message;
-    } const cases[] = {
-        {"rubbish", "", "invalid notification header on data received"},
-        {frame + "x", "", "inconsitent data length"},
-        {FrameOf(""), "",
-         "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
-        {frame, "CFPropertyListCreateFromXMLData", "fail make property list from XML data (NULL)"},
-        {frame, "CFDataCreateMutable", "fail alloc pending socket data"},
-    };
-    for (const auto& each : cases) {
+    for (const LostFrame& each : LostFrames(frame, "notification")) {
         received.clear();
         {
             const Failing failing(each.failing);
-            CallOut(each.chunk);
+            CallOut(each.bytes);
         }
         EXPECT_THAT(received, IsEmpty()) << each.message;
         EXPECT_THAT(log.TakeWithoutLineNumbers(),

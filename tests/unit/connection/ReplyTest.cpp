@@ -94,22 +94,9 @@ TEST_F(Reply, FrameWithoutASlotForTheReplyIsParsedAndDropped) {
 }
 
 TEST_F(Reply, LostFrameFailsAndLeavesNoReply) {
-    const std::string frame = FrameOfList(Dictionary());
-    const struct {
-        std::string chunk;
-        const char* failing; // function
-        const char* message;
-    } cases[] = {
-        {"hello", "", "invalid message header on data received"},
-        {frame + "x", "", "inconsitent data length"},
-        {FrameOf(""), "",
-         "fail make property list from XML data (Cannot parse a NULL or zero-length data)"},
-        {frame, "CFPropertyListCreateFromXMLData", "fail make property list from XML data (NULL)"},
-        {frame, "CFDataCreateMutable", "fail alloc pending socket data"},
-    };
-    for (const auto& each : cases) {
+    for (const LostFrame& each : LostFrames(FrameOfList(Dictionary()), "message")) {
         const Failing failing(each.failing);
-        EXPECT_EQ(Handle(each.chunk),
+        EXPECT_EQ(Handle(each.bytes),
                   (Chain{{each.message, "HandleChangerServerSocketData", kMessages}}));
         EXPECT_EQ(reply, nullptr) << each.message;
         EXPECT_EQ(t_stops, 0) << each.message;
