@@ -175,15 +175,17 @@ TEST(BinaryList, MalformedAndUnknownObjectsAreRefused) {
         EXPECT_EQ(WriteBinary({object}), kRefused) << testing::PrintToString(object);
 }
 
-TEST(BinaryList, ContainersWithReferencesOfFiveBytesAreRead) {
-    BinaryList list({"\xA2" + BigEndian(1, 5) + BigEndian(2, 5),
-                     "\xD1" + BigEndian(3, 5) + BigEndian(2, 5), "\x09", "\x51k"});
-    list.referenceSize = 5;
-    list.offsetSize = 8;
-    const ReadResult result = ReadList(list.Bytes());
-    ASSERT_TRUE(result.list) << result.error;
-    EXPECT_EQ(WriteBody(result.list.Get()),
-              "<array>\n\t<dict>\n\t\t<key>k</key>\n\t\t<true/>\n\t</dict>\n\t<true/>\n</array>\n");
+TEST(BinaryList, ContainersWithWideReferencesAreRead) {
+    for (const std::size_t size : {std::size_t{5}, std::size_t{8}}) {
+        BinaryList list({"\xA2" + BigEndian(1, size) + BigEndian(2, size),
+                         "\xD1" + BigEndian(3, size) + BigEndian(2, size), "\x09", "\x51k"});
+        list.referenceSize = size;
+        list.offsetSize = 8;
+        const ReadResult result = ReadList(list.Bytes());
+        ASSERT_TRUE(result.list) << size << ": " << result.error;
+        EXPECT_EQ(WriteBody(result.list.Get()), "<array>\n\t<dict>\n\t\t<key>k</key>\n\t\t<true/>\n"
+                                                "\t</dict>\n\t<true/>\n</array>\n");
+    }
 }
 
 TEST(BinaryList, KeyIsLatin1) {
