@@ -1,5 +1,6 @@
 #!/bin/sh
 # check_hardening.sh BINARY: the built daemon has each protection of the compiler and linker flags.
+# shellcheck disable=SC2317 # functions that expect() calls
 set -u
 binary=$1
 broken=0

@@ -1,7 +1,7 @@
 #!/bin/sh
 # check_layers.sh: no module uses what its layer must not use. Prints every line that does.
 set -u
-cd "$(dirname "$0")/../.."
+cd "$(dirname "$0")/../.." || exit
 
 broken=0
 
