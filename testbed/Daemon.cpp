@@ -9,20 +9,33 @@
 #include <csignal>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 namespace testbed {
 namespace {
 
+std::string TestedProgram() {
+    return g_testedDaemon.program.empty() ? ProgramPath("trayprobed") : g_testedDaemon.program;
+}
+
+// The arguments of a program that starts another one are followed by those of the other.
+void StartBy(const std::string& program, std::vector<std::string> arguments, Command& command) {
+    arguments.insert(arguments.end(), command.arguments.begin(), command.arguments.end());
+    command.program = program;
+    command.arguments = std::move(arguments);
+}
+
 Command CommandOf(const DaemonStart& start) {
-    const std::string program = ProgramPath("trayprobed");
-    Command command{program, start.arguments, MinimalEnvironment()};
-    if (start.descriptorLimit > 0) {
-        const std::string limit = "--nofile=" + std::to_string(start.descriptorLimit);
-        command.program = "/usr/bin/prlimit";
-        command.arguments = {"prlimit", limit, program};
-    }
+    Command command{TestedProgram(), start.arguments, MinimalEnvironment()};
     command.environment.insert(command.environment.begin(), start.environment.begin(),
                                start.environment.end());
+    if (g_testedDaemon.isConfined)
+        StartBy(ProgramPath("confine"), {"confine", command.program}, command);
+    if (start.descriptorLimit > 0) {
+        const std::string limit = "--nofile=" + std::to_string(start.descriptorLimit);
+        command.arguments.front() = command.program; // prlimit takes no separate argv[0]
+        StartBy("/usr/bin/prlimit", {"prlimit", limit}, command);
+    }
     return command;
 }
 

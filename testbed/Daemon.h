@@ -14,8 +14,15 @@ namespace testbed {
 struct DaemonStart {
     std::vector<std::string> arguments{"trayprobed"}; // from argv[0] on
     std::vector<std::string> environment;             // added to MinimalEnvironment()
-    int descriptorLimit = 0; // 0: no limit; otherwise `arguments` is ignored
+    int descriptorLimit = 0; // 0: no limit; otherwise argv[0] is the program's path
 };
+
+/* Which daemon the Daemon objects of this process start, and how. */
+struct TestedDaemon {
+    std::string program;     // a path outside /tmp and /dev; empty: this build's daemon
+    bool isConfined = false; // with what the systemd unit permits; requires ShareMounts()
+};
+inline TestedDaemon g_testedDaemon;
 
 /* The kernel resources of a daemon, for a comparison before and after a test. */
 struct ResourceUsage {

@@ -219,6 +219,10 @@ void RemountTmp() {
     MountTmp();
 }
 
+void ShareMounts() {
+    Mount("none", "/", nullptr, MS_REC | MS_SHARED);
+}
+
 std::string ProgramPath(const std::string& name) {
     return std::string(kProgramFolder) + "/" + name;
 }

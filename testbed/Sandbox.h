@@ -32,6 +32,10 @@ inline constexpr int kNoSandbox = 125;
    remain usable. Throws Failure on errors. */
 void RemountTmp();
 
+/* Inside a sandbox: lets the mount namespaces that processes of the sandbox create later receive
+   the mounts that follow. A mount below a shared one cannot be moved. Throws Failure on errors. */
+void ShareMounts();
+
 /* Inside a sandbox: returns the path of a file in this build's folder of programs, such as
    "trayprobed". The original path may be hidden by the sandbox's /tmp. */
 std::string ProgramPath(const std::string& name);

@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,7 +35,9 @@ constexpr int kCannotRun = 127;
                                 const std::function<void()>& prepare, int errors) {
     try {
         Require(dup2(errors, STDERR_FILENO) >= 0, "cannot redirect standard error");
-        Require(unshare(CLONE_NEWNS) == 0, "cannot enter a private mount namespace");
+        Require(unshare(CLONE_NEWNS) == 0 &&
+                    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0,
+                "cannot enter a private mount namespace");
         prepare();
         Execute(arguments);
     } catch (const std::exception& failure) {
