@@ -11,9 +11,9 @@ import time
 
 from test_program import Program, digest
 
-OWN_OBJECTS = ('CMakeFiles/daemon.dir/', 'CMakeFiles/trayprobed.dir/',
+OWN_OBJECTS = ('CMakeFiles/connection.dir/', 'CMakeFiles/daemon.dir/', 'CMakeFiles/trayprobed.dir/',
                'platform/linux/CMakeFiles/platform.dir/')
-ARCHIVES = ('libdaemon.a', 'platform/linux/libplatform.a')
+ARCHIVES = ('libconnection.a', 'libdaemon.a', 'platform/linux/libplatform.a')
 BASELINE_LIMIT = 300  # seconds, for a program whose run time is not yet known
 
 
