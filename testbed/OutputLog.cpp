@@ -32,6 +32,10 @@ const char* NameOf(Stream stream) {
         return "server";
     case Stream::ServerOutput:
         return "server output";
+    case Stream::CommandOutput:
+        return "command";
+    case Stream::CommandErrors:
+        return "command's errors";
     case Stream::Helper:
         return "helper";
     }

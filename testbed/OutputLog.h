@@ -26,7 +26,15 @@
 namespace testbed {
 
 /* Where a line comes from. */
-enum class Stream { SystemLog, DaemonOutput, Server, ServerOutput, Helper };
+enum class Stream {
+    SystemLog,
+    DaemonOutput,
+    Server,
+    ServerOutput,
+    CommandOutput,
+    CommandErrors,
+    Helper
+};
 
 /* A line of output, without the newline. */
 struct Line {

@@ -19,18 +19,6 @@
 namespace testbed {
 namespace {
 
-struct Pipe {
-    Descriptor reader;
-    Descriptor writer;
-
-    Pipe() {
-        int ends[2];
-        Require(pipe2(ends, O_CLOEXEC) == 0, "cannot create a pipe");
-        reader = Descriptor(ends[0]);
-        writer = Descriptor(ends[1]);
-    }
-};
-
 class FileActions {
 public:
     FileActions() {
@@ -99,10 +87,25 @@ pid_t Spawn(const Command& command, const FileActions& actions) {
 
 } // namespace
 
+Process::Pipe::Pipe() {
+    int ends[2];
+    Require(pipe2(ends, O_CLOEXEC) == 0, "cannot create a pipe");
+    reader = Descriptor(ends[0]);
+    writer = Descriptor(ends[1]);
+}
+
 Process::Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors)
+    : Process(command, outputLog, output, errors, Pipe()) {}
+
+Process::Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors,
+                 const Terminal& terminal)
+    : Process(command, outputLog, output, errors,
+              Pipe(terminal.OpenReader(), terminal.OpenWriter())) {}
+
+Process::Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors,
+                 Pipe out)
     : outputLog_(outputLog) {
     Pipe in;
-    Pipe out;
     Pipe err;
     FileActions actions;
     actions.Connect(in.reader, STDIN_FILENO);

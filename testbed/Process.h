@@ -3,11 +3,13 @@
 
 #include "testbed/Descriptor.h"
 #include "testbed/OutputLog.h"
+#include "testbed/Terminal.h"
 
 #include <sys/types.h>
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testbed {
@@ -27,6 +29,9 @@ public:
     // Starts the program. Standard output and standard error are read as the streams `output` and
     // `errors` of the output log, which must outlive this object.
     Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors);
+    // The same with a terminal for its standard output.
+    Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors,
+            const Terminal& terminal);
     ~Process();
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
@@ -62,6 +67,15 @@ public:
     int AwaitEnd();
 
 private:
+    struct Pipe {
+        Pipe();
+        Pipe(Descriptor from, Descriptor to) : reader(std::move(from)), writer(std::move(to)) {}
+
+        Descriptor reader;
+        Descriptor writer;
+    };
+
+    Process(const Command& command, OutputLog& outputLog, Stream output, Stream errors, Pipe out);
     bool Write(const std::string& line) const;
 
     OutputLog& outputLog_;

@@ -105,9 +105,11 @@ void PrepareDev(const Descriptor& programs) {
     Mount("tmpfs", folder.c_str(), "tmpfs", MS_NOSUID, "mode=755");
     for (const char* name : {"null", "zero", "full", "random", "urandom", "fuse"})
         BindNode(name, folder);
-    for (const char* name : {"tty", "pts", "ptmx"})
-        if (fs::exists(std::string("/dev/") + name))
-            BindNode(name, folder);
+    if (fs::exists("/dev/tty"))
+        BindNode("tty", folder);
+    fs::create_directory(folder + "/pts");
+    Mount("devpts", (folder + "/pts").c_str(), "devpts", MS_NOSUID | MS_NOEXEC, "ptmxmode=0666");
+    fs::create_symlink("pts/ptmx", folder + "/ptmx");
     fs::create_directory(folder + "/shm");
     fs::create_directory_symlink("/proc/self/fd", folder + "/fd");
     BindPrograms(programs, folder);
