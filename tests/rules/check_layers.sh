@@ -24,6 +24,7 @@ connection=$(files_in ChangerServerConnectionLib)
 fsclient=$(files_in fsclient)
 daemon="$common $connection $fsclient $(files_in trayprobed)"
 platform=$(files_in platform/linux)
+changerctl=$(files_in changerctl)
 beside=$(files_in simulator testbed tools)
 
 before_a_comment='^([^/]|/[^/*])*'
@@ -45,8 +46,10 @@ before_a_comment='^([^/]|/[^/*])*'
         '#include "(fsclient|trayprobed)/' $connection
     refuse 'fsclient imports sideways or upwards' \
         '#include "(ChangerServerConnectionLib|trayprobed)/' $fsclient
+    refuse 'changerctl imports sideways' '#include "(fsclient|trayprobed|simulator|testbed)/' $changerctl
+    refuse 'A module includes headers of changerctl' '#include "changerctl/' $daemon $platform
     refuse 'A program beside the daemon includes its headers' \
-        '#include ["<](common|ChangerServerConnectionLib|fsclient|trayprobed|CoreFoundation|DiskArbitration)/' \
+        '#include ["<](common|ChangerServerConnectionLib|fsclient|trayprobed|changerctl|CoreFoundation|DiskArbitration)/' \
         $beside
 }
 

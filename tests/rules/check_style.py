@@ -15,7 +15,7 @@ sys.dont_write_bytecode = True
 
 from cpp_source import PROJECT, functions_of, sources, tokens_of
 
-FOLDERS_WITH_CLASSES = ('platform/linux/src/', 'simulator/', 'testbed/', 'tools/', 'bench/', 'tests/')
+FOLDERS_WITH_CLASSES = ('changerctl/', 'platform/linux/src/', 'simulator/', 'testbed/', 'tools/', 'bench/', 'tests/')
 
 broken = []
 guards = {}

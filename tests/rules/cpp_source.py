@@ -11,7 +11,7 @@ import re
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
 DAEMON = ('common', 'ChangerServerConnectionLib', 'fsclient', 'trayprobed')
 PRODUCT = (*DAEMON, 'platform/linux')
-BESIDE = ('simulator', 'testbed', 'tools', 'bench')
+BESIDE = ('changerctl', 'simulator', 'testbed', 'tools', 'bench')
 FOLDERS = (*PRODUCT, *BESIDE, 'tests')
 
 TOKEN = re.compile(r'''
