@@ -19,6 +19,11 @@ constexpr int kLastDrive = 0xFFFE;       // on the wire, 0xFFFF is any drive
 const std::map<std::string, ColourChoice> kColourChoices{
     {"auto", ColourChoice::Auto}, {"always", ColourChoice::Always}, {"never", ColourChoice::Never}};
 
+// The help text shows the description of a validator behind the type name of its option.
+CLI::Validator Undescribed(const CLI::Validator& validator) {
+    return validator.description("");
+}
+
 // The usage line takes the arguments of a command from the type name of its only positional option:
 // CLI11 cannot express an optional argument before a required one.
 class HelpFormatter : public CLI::Formatter {
@@ -60,12 +65,16 @@ private:
 };
 
 Parser::Parser() {
+    app_.name("changerctl");
     app_.formatter(std::make_shared<HelpFormatter>());
     app_.require_subcommand(1);
     app_.fallthrough(); // global options may follow the command
-    app_.footer("CHANGER is the GUID of a changer in hexadecimal; it may be left out if the server "
-                "has only one.\n"
-                "SLOT is a number or a range: 3, 3-7, 3-7,9. See changerctl(1).");
+    app_.footer(
+        "CHANGER is the GUID of a changer in hexadecimal; it may be left out if the server "
+        "has only one.\n"
+        "SLOT is a number or a range: 3, 3-7, 3-7,9.\n"
+        "Exit status: 0 done, 1 refused by the server, 2 wrong usage, 3 no server, 4 no such\n"
+        "changer or slot, 5 time limit passed, 6 ended otherwise. See changerctl(1).");
     AddGlobalOptions();
     AddOutputCommands();
     AddRequestCommands();
@@ -76,13 +85,16 @@ void Parser::AddGlobalOptions() {
     app_.set_version_flag("--version", std::string("changerctl ") + kVersion);
     app_.add_flag("--verbose", options_.isVerbose,
                   "Print the messages of the connection library to standard error");
-    app_.add_option("--color", options_.colour, "Use colours: auto, always, never")
-        ->transform(CLI::CheckedTransformer(kColourChoices))
+    app_.add_option_function<std::string>(
+            "--color",
+            [this](const std::string& when) { options_.colour = kColourChoices.at(when); },
+            "Use colours: auto, always, never")
+        ->check(Undescribed(CLI::IsMember({"auto", "always", "never"})))
         ->type_name("WHEN");
     app_.add_option_function<int>(
             "--timeout", [this](int limit) { options_.timeLimit = std::chrono::seconds(limit); },
             "Give up after this time")
-        ->check(CLI::Range(1, kLongestLimit))
+        ->check(Undescribed(CLI::Range(1, kLongestLimit)))
         ->type_name("SECONDS");
 }
 
@@ -99,6 +111,7 @@ void Parser::AddTableOptions(CLI::App* command) {
     command->add_flag("!--no-header", options_.hasHeader, "Print no heading");
     command->add_option("--columns", options_.columns, "Print these columns, separated by commas")
         ->delimiter(',')
+        ->allow_extra_args(false) // a changer may follow
         ->type_name("NAMES");
 }
 
@@ -128,7 +141,7 @@ void Parser::AddRequestCommands() {
 void Parser::AddDiscCommands() {
     CLI::App* mount = AddCommand("mount", "[CHANGER] SLOT", "Load a disc and print its path");
     mount->add_option("--drive", options_.drive, "Use this drive")
-        ->check(CLI::Range(0, kLastDrive))
+        ->check(Undescribed(CLI::Range(0, kLastDrive)))
         ->type_name("N");
     CLI::App* eject = AddCommand("eject", "[CHANGER] SLOT", "Send a disc back to its slot");
     eject->add_flag("--force", options_.isForced, "Even if another process uses the disc");

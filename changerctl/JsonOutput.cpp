@@ -91,7 +91,7 @@ std::string FormatUtc(std::time_t time) {
 }
 
 std::string Dump(const Json& json, bool indented) {
-    return json.dump(indented ? 2 : -1, ' ', false, Json::error_handler_t::replace);
+    return json.dump(indented ? 2 : -1, ' ', true, Json::error_handler_t::replace);
 }
 
 } // namespace changerctl

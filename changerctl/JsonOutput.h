@@ -23,8 +23,9 @@ Json StatusToJson(const ClientStatus& status);
 /* The time in UTC as of RFC 3339: "2026-11-21T22:10:04Z". */
 std::string FormatUtc(std::time_t time);
 
-/* The JSON as text without a newline at the end; `indented` on several lines. Bytes of texts that
-   are not UTF-8 are replaced. */
+/* The JSON as ASCII text without a newline at the end; `indented` on several lines. Control
+   characters of texts are escaped, as are all others beyond ASCII; bytes that are not UTF-8 are
+   replaced. */
 std::string Dump(const Json& json, bool indented);
 
 } // namespace changerctl

@@ -57,6 +57,17 @@ TEST(CommandLine, DefaultsShowEverythingOnce) {
     EXPECT_EQ(options->FirstNotificationLimit(), std::chrono::seconds(5));
 }
 
+TEST(CommandLine, ColumnsTakeOneArgumentOnly) {
+    for (const auto& arguments : {std::vector<std::string>{"show", "--columns=slot,disc", "A1"},
+                                  {"show", "--columns", "slot,disc", "A1"},
+                                  {"show", "--columns", "slot", "A1", "--columns", "disc"}}) {
+        const auto options = Parse(arguments);
+        ASSERT_TRUE(options);
+        EXPECT_THAT(options->columns, ElementsAre("slot", "disc"));
+        EXPECT_THAT(options->arguments, ElementsAre("A1"));
+    }
+}
+
 TEST(CommandLine, TableOptionsAreRead) {
     const auto options = Parse({"list", "--no-header", "--columns=changer,ready"});
     ASSERT_TRUE(options);

@@ -35,8 +35,8 @@ TEST(JsonOutput, GuidIsAStringOfSixteenDigits) {
     EXPECT_EQ(SummaryToJson(changer)["changer"], "5000C500ABCD1234");
 }
 
-TEST(JsonOutput, ControlCharactersAreEscapedAndOtherBytesReplaced) {
-    EXPECT_EQ(Dump(Json("\033[2J\n\xFF"), false), "\"\\u001b[2J\\n\uFFFD\"");
+TEST(JsonOutput, ControlCharactersAreEscapedAndInvalidBytesReplaced) {
+    EXPECT_EQ(Dump(Json("\033[2J\n\x7F\u009B\xFF"), false), R"("\u001b[2J\n\u007f\u009b\ufffd")");
 }
 
 TEST(JsonOutput, TimesBeforeTheEpochAreFormatted) {
