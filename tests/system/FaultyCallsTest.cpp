@@ -4,7 +4,6 @@
 #include "Calls.h"
 #include "FaultDirector.h"
 #include "SystemTest.h"
-#include "testbed/ProcessState.h"
 
 #include <algorithm>
 #include <csignal>
@@ -70,11 +69,6 @@ protected:
         if (happened && !std::exchange(isNoticeTaken_, false))
             run_.OutputLog().Await(IsFaultNotice, "notice of the fault");
         return happened;
-    }
-    // Waits until the daemon is idle: its main loop and its reader wait for events.
-    void AwaitIdle() {
-        testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Poll, 1);
-        testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::EpollWait, 1);
     }
 
     // True if the fault can make a changer's volume look like another volume, without a log line.

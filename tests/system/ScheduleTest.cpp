@@ -35,6 +35,7 @@ protected:
         StartDaemon({{"trayprobed"}, {ZoneWhereItIs(secondsOfTheDay)}});
         AwaitServedRequest(0);
         Do("pulse every=0");
+        AwaitIdle();
         run_.TakeBaseline(); // with the timer
     }
     void ExpectBuild() {

@@ -1,6 +1,7 @@
 #include "SystemTest.h"
 
 #include "testbed/Pattern.h"
+#include "testbed/ProcessState.h"
 #include "testbed/ReadWatch.h"
 
 #include <gmock/gmock.h>
@@ -123,6 +124,11 @@ void SystemTest::AwaitIdentification(int slot) {
 void SystemTest::AwaitServedRequest(int slot) {
     Do("identify changer=5000C500ABCD00A1 slot=" + std::to_string(slot));
     AwaitIdentification(slot);
+}
+
+void SystemTest::AwaitIdle() {
+    testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::Poll, 1);
+    testbed::AwaitThreadsInSystemCall(run_.Daemon().Pid(), testbed::SystemCall::EpollWait, 1);
 }
 
 Event SystemTest::AwaitWithdrawalForChanger(int after) {

@@ -97,6 +97,10 @@ protected:
     // then handled all earlier notifications, as it handles them in order.
     void AwaitServedRequest(int slot);
 
+    // Waits until the daemon is idle: its main loop and its reader wait for events. A timer gets
+    // its descriptor only when the main loop begins to wait.
+    void AwaitIdle();
+
     // Waits for the log lines of an identification in slot 0 whose eject failed.
     void AwaitLogOfFailedEject(const std::string& text, int code);
 
