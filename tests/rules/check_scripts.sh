@@ -8,5 +8,5 @@ list=$(mktemp)
 trap 'rm -f "$list"' EXIT
 find . -name build -prune -o -name .git -prune -o -type f -exec grep -lIE '^#!/bin/(ba)?sh' {} + >"$list"
 [ -s "$list" ]
-xargs shellcheck <"$list"
+xargs shellcheck --external-sources <"$list"
 shellcheck --shell=bash changerctl/completion/changerctl.bash
