@@ -2,29 +2,20 @@
 
 #include "testbed/Failure.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
 
 namespace {
 
-constexpr int kBarWidth = 40;
 // Escape sequences that set the text style, in the order of Screen::Colour.
 constexpr std::array kColourCodes{"\033[0m",  "\033[1m",  "\033[2m", "\033[31m",
                                   "\033[32m", "\033[33m", "\033[36m"};
 constexpr const char* kReset = "\033[0m";
-constexpr const char* kEraseLine = "\r\033[K";
-
-std::string BarOf(int step, int steps) {
-    const int filled = steps > 0 ? std::min(kBarWidth * step / steps, kBarWidth) : 0;
-    const auto length = [](int count) { return static_cast<std::size_t>(count); };
-    return "           [" + std::string(length(filled), '#') +
-           std::string(length(kBarWidth - filled), '.') + "] " + std::to_string(step) + " of " +
-           std::to_string(steps) + " discs";
-}
+constexpr const char* kEraseToEnd = "\r\033[J";
 
 // ferror() reports earlier failures: on a terminal each newline flushes the buffer.
 void Flush() {
@@ -44,11 +35,9 @@ std::string Screen::Painted(const std::string& text, Colour colour) const {
 }
 
 void Screen::Print(const std::string& line) {
-    if (!bar_.empty() && isTerminal_)
-        std::fputs(kEraseLine, stdout);
+    EraseBelow();
     std::printf("%s\n", line.c_str());
-    if (isTerminal_)
-        std::fputs(bar_.c_str(), stdout);
+    DrawBelow();
     Flush();
 }
 
@@ -64,21 +53,24 @@ void Screen::Say(const std::string& who, const std::string& text, Colour colour)
     Print(Painted(head.data(), Colour::Dim) + Painted(text, colour));
 }
 
-void Screen::ShowBar(int step, int steps) {
-    const std::string bar = BarOf(step, steps);
-    if (!isTerminal_) {
-        Print(bar);
-        return;
-    }
-    bar_ = Painted(bar, Colour::Green);
-    std::printf("%s%s", kEraseLine, bar_.c_str());
+unsigned short Screen::Columns() const {
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+void Screen::ShowBelow(const std::vector<std::string>& lines) {
+    EraseBelow();
+    below_ = lines;
+    DrawBelow();
     Flush();
 }
 
-void Screen::RemoveBar() {
-    if (!bar_.empty()) {
-        std::printf("\n");
-        bar_.clear();
-        Flush();
-    }
+void Screen::EraseBelow() const {
+    if (!below_.empty())
+        std::printf("\033[%zuA%s", below_.size(), kEraseToEnd);
+}
+
+void Screen::DrawBelow() const {
+    for (const std::string& line : below_)
+        std::printf("%s\n", line.c_str());
 }

@@ -3,6 +3,7 @@
 // half-way. Exits with 0 only if all of this succeeded.
 
 #include "Screen.h"
+#include "Watch.h"
 #include "testbed/Failure.h"
 #include "testbed/Sandbox.h"
 #include "testbed/TestRun.h"
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -53,7 +55,13 @@ void Check(bool good, const std::string& what) {
 
 bool IsWithdrawalForChanger(const Event& event) {
     return event.kind == "request" && event["command"] == "request identification" &&
-           event["storage-element-index"].empty();
+           event["request"] == "no" && event["storage-element-index"].empty();
+}
+
+// The daemon requests no identification and no abort.
+const char* SenderOf(const Event& request) {
+    const bool isOfUser = request["request"] == "yes" || request["abort-requested"] == "yes";
+    return isOfUser ? "changerctl" : "trayprobed";
 }
 
 std::string DescribeRequest(const Event& request) {
@@ -85,19 +93,20 @@ private:
     void End();
 
     // Shows events up to the first one that meets the condition, and returns that one. Throws
-    // testbed::Failure if the daemon logs or prints a line.
+    // testbed::Failure if the daemon logs or prints a line, or a command has a remark.
     Event ShowUntil(const Condition& condition);
     // Shows events up to the end of a build: the second withdrawal of the changer's request.
     void ShowUntilEndOfBuild();
     void Show(const Event& event);
-    void ShowStatus(const Event& status);
-    void Execute(const std::string& command);
+    testbed::Process Execute(const std::string& command);
+    void AwaitSuccess(testbed::Process& command);
     void AwaitEndOfConnection(const Event& request);
     std::set<std::string> SlotsWithUncachedDirectories();
     double SecondsToBrowse(const std::string& disc);
 
     Screen screen_;
     testbed::TestRun run_;
+    std::optional<Watch> watch_;
 };
 
 int Demo::Run() {
@@ -117,16 +126,21 @@ int Demo::Run() {
 
 void Demo::ShowFailure(const std::string& failure) {
     try {
-        screen_.RemoveBar();
         screen_.Say("demo", failure, Colour::Red);
     } catch (const testbed::Failure&) {
         std::fprintf(stderr, "%s\n", failure.c_str());
     }
 }
 
-void Demo::Execute(const std::string& command) {
-    screen_.Say("user", command, Colour::Yellow);
-    run_.Server().Do(command);
+// The user's command, such as "build".
+testbed::Process Demo::Execute(const std::string& command) {
+    screen_.Say("user", "changerctl " + command, Colour::Yellow);
+    return StartChangerctl(run_.OutputLog(), {command});
+}
+
+void Demo::AwaitSuccess(testbed::Process& command) {
+    Check(command.AwaitEnd() == 0, "the user's command");
+    watch_->ShowArrived();
 }
 
 void Demo::Prepare() {
@@ -145,6 +159,7 @@ void Demo::Prepare() {
     }
     server.Do("start");
     screen_.Say("demo", "changer server running, process " + std::to_string(server.Pid()));
+    watch_.emplace(run_.OutputLog(), screen_);
 }
 
 void Demo::IdentifyEveryDisc() {
@@ -171,9 +186,10 @@ void Demo::IdentifyEveryDisc() {
 
 void Demo::BuildTheCache() {
     screen_.Title("A user requests the directories of all discs to be cached");
-    Execute("identify changer=A1");
+    testbed::Process build = Execute("build");
     ShowUntil(IsWithdrawalForChanger);
     ShowUntilEndOfBuild();
+    AwaitSuccess(build);
     Check(SlotsWithUncachedDirectories().empty(), "every directory of every disc cached");
     screen_.Say("demo", "every directory of every disc is cached", Colour::Green);
 }
@@ -182,12 +198,14 @@ void Demo::AbortABuild() {
     screen_.Title("The cache is emptied and built again, and the user aborts the build half-way");
     for (int slot = 0; slot < kDiscCount; ++slot)
         run_.Server().Do("forget changer=A1 slot=" + std::to_string(slot));
-    Execute("identify changer=A1");
+    testbed::Process build = Execute("build");
+    AwaitSuccess(build);
     const std::string half = std::to_string(kDiscCount / 2);
     ShowUntil(
         [&](const Event& event) { return event.kind == "status" && event["current"] == half; });
-    Execute("abort changer=A1 client=trayprobed");
+    testbed::Process abort = Execute("abort");
     ShowUntilEndOfBuild();
+    AwaitSuccess(abort);
     const std::size_t left = SlotsWithUncachedDirectories().size();
     Check(left > 0 && left < kDiscs.size(), "only some discs cached after the abort");
     screen_.Say("demo", "stopped with " + std::to_string(left) + " discs left", Colour::Green);
@@ -222,6 +240,7 @@ double Demo::SecondsToBrowse(const std::string& disc) {
 
 void Demo::End() {
     screen_.Title("End");
+    watch_->End();
     const std::vector<std::string> problems = run_.End();
     for (const std::string& problem : problems)
         screen_.Say("demo", problem, Colour::Red);
@@ -240,6 +259,8 @@ Event Demo::ShowUntil(const Condition& condition) {
             Show(*event);
             if (condition(*event))
                 return *event;
+        } else if (line.stream == Stream::CommandOutput) {
+            watch_->Show(line);
         } else {
             screen_.Say(NameOf(line.stream), line.text, Colour::Red);
             throw testbed::Failure("unexpected log line or output, see above");
@@ -249,26 +270,18 @@ Event Demo::ShowUntil(const Condition& condition) {
 
 void Demo::Show(const Event& event) {
     if (event.kind == "request") {
-        screen_.Say("trayprobed", DescribeRequest(event), Colour::Cyan);
+        screen_.Say(SenderOf(event), DescribeRequest(event), Colour::Cyan);
     } else if (event.kind == "robot" && event["phase"] == "begin") {
         const bool loads = event["move"] == "load";
         screen_.Say("robot", loads ? "slot " + event["slot"] + " -> drive " + event["drive"]
                                    : "drive " + event["drive"] + " -> slot " + event["slot"]);
     } else if (event.kind == "identified") {
         screen_.Say("server", "disc in slot " + event["slot"] + " identified", Colour::Green);
-    } else if (event.kind == "status") {
-        ShowStatus(event);
     }
-}
-
-void Demo::ShowStatus(const Event& status) {
-    if (status["client"] == "trayprobed" && !status["message"].empty())
-        screen_.ShowBar(std::stoi(status["current"]), std::stoi(status["maximum"]));
 }
 
 void Demo::ShowUntilEndOfBuild() {
     AwaitEndOfConnection(ShowUntil(IsWithdrawalForChanger));
-    screen_.RemoveBar();
 }
 
 void Demo::AwaitEndOfConnection(const Event& request) {
