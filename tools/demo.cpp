@@ -75,6 +75,8 @@ std::string DescribeRequest(const Event& request) {
                     ? ": cleared"
                     : ": \"" + request["message"] + "\", " + request["current-step"] + " of " +
                           request["maximum-step"];
+        if (request["abort-requested"] == "yes")
+            text += ", abort requested";
     }
     return text;
 }
