@@ -109,7 +109,8 @@ Target SelectSlots(const std::vector<Changer>& changers,
     const Arguments all = arguments;
     const std::size_t split = BeginsWithChanger(changers, all) ? 1 : 0;
     const Arguments slots = all.subspan(split);
-    const Changer& changer = SelectChanger(changers, {all.begin(), slots.begin()});
+    const std::vector<std::string> beforeSlots(all.begin(), slots.begin());
+    const Changer& changer = SelectChanger(changers, beforeSlots);
     Target target{changer.guid.value(), ParseAllSlots(slots)};
     for (const SlotNumber slot : target.slots)
         RequireSlot(changer, slot);
