@@ -211,18 +211,28 @@ TEST_F(CommandWaitTest, IdentifyWaitShowsTheProgressUntilAllDiscsAreBack) {
 }
 
 TEST_F(CommandWaitTest, BuildWaitShowsTheProgressUntilTheStatusIsGone) {
-    for (const int slot : {0, 1})
-        PutDisc(slot, "identified=yes");
-    EXPECT_THAT(Run({"build", "--wait"}),
-                Prints(HasSubstr(" of 2 discs  Building changer directory cache\n")));
+    PutBlockingDiscs(2);
+    testbed::Process command = Start({"build", "--wait"});
+    AwaitOutput(".* 0 of 2 discs  Building changer directory cache");
+    AwaitBlockedBuild();
+    TakeBlockingDisc();
+    AwaitOutput(".* 1 of 2 discs  Building changer directory cache");
+    AwaitBlockedBuild();
+    TakeBlockingDisc();
+    EXPECT_THAT(AwaitEnd(command), Prints(_));
 }
 
 TEST_F(CommandWaitTest, BuildWaitOnATerminalRedrawsOneLineAndShowsTheCursorAgain) {
-    PutDisc(0, "identified=yes");
+    PutBlockingDiscs(2);
     const testbed::Terminal terminal(80, 24);
-    EXPECT_THAT(RunOn(terminal, {"build", "--wait"}),
-                Prints(AllOf(StartsWith("\x1B[?25l"), HasSubstr("\x1B[1A\r\x1B[J"),
-                             HasSubstr(" of 1 discs"), EndsWith("\x1B[?25h\n"))));
+    testbed::Process command = StartOn(terminal, {"build", "--wait"});
+    AwaitOutput("\x1B\\[\\?25l\r\x1B\\[J.*");
+    AwaitBlockedBuild();
+    TakeBlockingDisc();
+    AwaitOutput("\x1B\\[1A\r\x1B\\[J.* 1 of 2 discs .*");
+    AwaitBlockedBuild();
+    TakeBlockingDisc();
+    EXPECT_THAT(AwaitEnd(command), Prints(EndsWith("\x1B[?25h\n")));
 }
 
 TEST_F(CommandWaitTest, BuildWaitEndsWithStatusSixIfTheBuildIsAborted) {
