@@ -51,15 +51,17 @@ std::vector<char*> PointersTo(const std::vector<std::string>& texts) {
     return pointers;
 }
 
-// Restores the default action for SIGPIPE, which the test bed ignores, in the child.
+// Restores the default actions in the child: the test bed ignores SIGPIPE, and a program that a
+// shell has started in the background ignores SIGINT and SIGQUIT.
 class Attributes {
 public:
     Attributes() {
         posix_spawnattr_init(&attributes_);
-        sigset_t pipeOnly;
-        sigemptyset(&pipeOnly);
-        sigaddset(&pipeOnly, SIGPIPE);
-        posix_spawnattr_setsigdefault(&attributes_, &pipeOnly);
+        sigset_t restored;
+        sigemptyset(&restored);
+        for (const int number : {SIGINT, SIGPIPE, SIGQUIT})
+            sigaddset(&restored, number);
+        posix_spawnattr_setsigdefault(&attributes_, &restored);
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF);
     }
     ~Attributes() {
